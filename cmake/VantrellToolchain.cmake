@@ -1,0 +1,40 @@
+# Compiler settings that every target shares. Warnings are errors: a warning left standing is
+# one that nobody reads.
+
+option(VANTRELL_TESTS "Build the tests" ON)
+option(VANTRELL_BENCHMARKS "Build the benchmarks" OFF)
+option(VANTRELL_FUZZ "Build the fuzz targets (clang only)" OFF)
+option(VANTRELL_DESKTOP "Build what stands on Qt" ON)
+set(VANTRELL_SANITIZER "" CACHE STRING "Sanitizers, as -fsanitize takes them")
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
+                    -Wimplicit-fallthrough -Werror)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  # GCC 12 reports both of these falsely for std::string and std::optional when it optimizes.
+  add_compile_options(-Wno-restrict -Wno-maybe-uninitialized)
+endif()
+
+if(VANTRELL_SANITIZER)
+  add_compile_options(-fsanitize=${VANTRELL_SANITIZER} -fno-omit-frame-pointer
+                      -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${VANTRELL_SANITIZER})
+  if(VANTRELL_SANITIZER MATCHES "thread" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # Boost.Asio uses fences that GCC's thread sanitizer warns it cannot model.
+    add_compile_options(-Wno-tsan)
+  endif()
+endif()
+
+find_program(VANTRELL_CCACHE ccache)
+if(VANTRELL_CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${VANTRELL_CCACHE})
+  # ccache handles the precompiled header only when it may ignore these.
+  add_compile_options($<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess>)
+endif()
+
+find_program(VANTRELL_LLD NAMES ld.lld ld.lld-19)
+if(VANTRELL_LLD)
+  add_link_options(-fuse-ld=lld)
+endif()
+
+find_package(Threads REQUIRED)
+find_package(fmt REQUIRED)

@@ -1,0 +1,86 @@
+// Files and folders. Every function blocks and may be called from any thread; the main queue calls
+// only those that touch a few small files.
+#pragma once
+
+#include <sys/types.h>
+
+#include <expected>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+namespace vantrell::files {
+
+/// What the system said, with the path: "Could not write /x/y: No space left on device".
+struct FileError {
+  std::error_code code;
+  std::string description;
+};
+template <typename T = void>
+using Result = std::expected<T, FileError>;
+
+/// The user's home folder: $HOME, else what the user database says.
+std::string homeFolder();
+/// $XDG_DATA_HOME/vantrell-like folders: the base folder for `name`, `$XDG_DATA_HOME` or
+/// ~/.local/share, not created. A relative value of the variable counts as unset, as XDG demands.
+std::string dataFolder();
+/// $XDG_CONFIG_HOME or ~/.config.
+std::string configFolder();
+/// $XDG_STATE_HOME or ~/.local/state.
+std::string stateFolder();
+std::string temporaryFolder();
+
+/// An absolute path without ".", ".." and doubled or trailing slashes, by text alone: symbolic
+/// links are not resolved. A relative path is taken relative to `base`, or to the process's working
+/// directory when that is empty. ".." at the root stays at the root.
+std::string standardized(std::string_view path, std::string_view base = {});
+/// A leading "~" or "~/" replaced by the home folder.
+std::string expandingTilde(std::string_view path);
+/// The part behind the last slash; "/" for the root.
+std::string lastComponent(std::string_view path);
+/// The part before the last slash; "/" for the root.
+std::string parent(std::string_view path);
+
+bool exists(const std::string& path);
+bool isFolder(const std::string& path);
+/// Exists, is no folder, and this user may execute it.
+bool isExecutable(const std::string& path);
+
+Result<std::string> read(const std::string& path);
+/// Replaces the file in one step: readers see the old content or the new one, also after a power
+/// loss (the data and the folder are synced). The parent folder must exist. A symbolic link at
+/// `path` is followed. An existing file keeps its mode when no mode is given; a new one gets 0666
+/// less the umask.
+Result<> writeAtomically(const std::string& path, std::string_view content,
+                         std::optional<mode_t> mode = std::nullopt);
+/// Creates the folder and its parents with the mode for those it makes.
+Result<> createFolders(const std::string& path, mode_t mode = 0777);
+/// createFolders, and mode 0700 on the last one even when it was there before.
+Result<> createOwnerOnlyFolder(const std::string& path);
+Result<> remove(const std::string& path);
+Result<> removeTree(const std::string& path);
+/// Moves to the freedesktop.org Trash: the home trash, or the trash of the file's own volume.
+/// Answers where the file now is.
+Result<std::string> moveToTrash(const std::string& path);
+
+/// An exclusive lock on a file, held until the object is destroyed or the process ends, however it
+/// ends. Owner-only; holds the process id as text.
+class LockFile {
+ public:
+  /// Fails at once when another process holds it; `holder` is then its process id, if known.
+  struct Busy {
+    std::optional<pid_t> holder;
+    std::optional<FileError> error;  // set when the lock could not be tried at all
+  };
+  static std::expected<LockFile, Busy> acquire(const std::string& path);
+  LockFile(LockFile&& other) noexcept;
+  LockFile& operator=(LockFile&& other) noexcept;
+  ~LockFile();
+
+ private:
+  explicit LockFile(int descriptor) : descriptor_(descriptor) {}
+  int descriptor_ = -1;
+};
+
+}  // namespace vantrell::files

@@ -1,0 +1,38 @@
+// Typed per-user settings by key, durable when set() returns. Main queue only (a write costs about
+// a quarter of a millisecond).
+#pragma once
+
+#include <expected>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace vantrell {
+
+class UserDefaults {
+ public:
+  virtual ~UserDefaults() = default;
+  // Absent when the key is missing or holds another type.
+  virtual std::optional<std::string> text(std::string_view key) const = 0;
+  virtual std::optional<bool> boolean(std::string_view key) const = 0;
+  virtual std::optional<double> number(std::string_view key) const = 0;
+  virtual std::optional<std::string> data(std::string_view key) const = 0;
+
+  // Each answers whether the value is stored; a failure (disk full, read-only folder) leaves the
+  // old value and is described by lastError().
+  virtual bool setText(std::string_view key, std::string_view value) = 0;
+  virtual bool setBoolean(std::string_view key, bool value) = 0;
+  virtual bool setNumber(std::string_view key, double value) = 0;
+  virtual bool setData(std::string_view key, std::string_view bytes) = 0;
+  virtual bool remove(std::string_view key) = 0;
+  virtual const std::string& lastError() const = 0;
+
+  /// A store in memory, for tests and for what must not be kept.
+  static std::unique_ptr<UserDefaults> inMemory();
+  /// The store in the given file (SQLite), created owner-only when missing. The error is one line
+  /// for people.
+  static std::expected<std::unique_ptr<UserDefaults>, std::string> open(const std::string& path);
+};
+
+}  // namespace vantrell
