@@ -137,6 +137,7 @@ class JsonWriter {
   void key(std::string_view name);
   void value(std::string_view text);
   void value(const char* text) { value(std::string_view(text)); }
+  void value(const std::string& text) { value(std::string_view(text)); }
   void value(bool value);
   void value(std::int64_t number);
   void value(int number) { value(static_cast<std::int64_t>(number)); }

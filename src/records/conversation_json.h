@@ -1,0 +1,26 @@
+// The conversation records as JSON: keys named as the fields, in the order of the fields. Unknown
+// keys are ignored; an unknown value of an enumeration fails the document.
+#pragma once
+
+#include <expected>
+#include <string>
+#include <vector>
+
+#include "platform/json.h"
+#include "records/chat_thread.h"
+#include "records/json_policy.h"
+
+namespace vantrell {
+
+void writeJson(JsonWriter& writer, const ChatEntry& entry, const JsonPolicy& policy);
+void writeJson(JsonWriter& writer, const RunRecord& run, const JsonPolicy& policy);
+void writeJson(JsonWriter& writer, const ChatThread& thread, const JsonPolicy& policy);
+void writeJson(JsonWriter& writer, const Workspace& workspace, const JsonPolicy& policy);
+
+/// The whole tree, compact.
+std::string encodeWorkspaces(const std::vector<Workspace>& workspaces, const JsonPolicy& policy);
+std::expected<std::vector<Workspace>, DecodeError> decodeWorkspaces(std::string_view text,
+                                                                    const JsonPolicy& policy);
+std::expected<ChatThread, DecodeError> decodeThread(const Json& json, const JsonPolicy& policy);
+
+}  // namespace vantrell
