@@ -8,6 +8,7 @@ target_precompile_headers(vantrell_pch PRIVATE ${CMAKE_SOURCE_DIR}/cmake/pch.h)
 function(_vantrell_common target)
   target_include_directories(${target} PUBLIC ${CMAKE_SOURCE_DIR}/src)
   target_precompile_headers(${target} REUSE_FROM vantrell_pch)
+  target_compile_definitions(${target} PRIVATE VANTRELL_VERSION="${PROJECT_VERSION}")
   target_link_libraries(${target} PUBLIC fmt::fmt Threads::Threads)
 endfunction()
 

@@ -1,0 +1,69 @@
+#include "platform/mailbox.h"
+
+namespace vantrell {
+
+void Mailbox::deliver(Work work, std::size_t bytes) {
+  bool mustSchedule = false;
+  {
+    const std::lock_guard lock(mutex_);
+    letters_.push_back({std::move(work), bytes});
+    bytes_ += bytes;
+    if (!isFull_ && bytes_ > highWater) {
+      isFull_ = true;
+      // Under the lock: outside it, this call could overtake the one that lifts the hold.
+      if (onFullChanged_) onFullChanged_(true);
+    }
+    mustSchedule = takeSchedule();
+  }
+  if (mustSchedule) main_.post([self = shared_from_this()] { self->drain(); });
+}
+
+void Mailbox::whenFullChanges(std::function<void(bool isFull)> handler) {
+  const std::lock_guard lock(mutex_);
+  onFullChanged_ = std::move(handler);
+}
+
+bool Mailbox::takeSchedule() {
+  if (holds_ > 0 || letters_.empty()) return false;
+  return !std::exchange(isScheduled_, true);
+}
+
+Mailbox::Hold::Hold(Mailbox& mailbox) : mailbox_(mailbox) {
+  const std::lock_guard lock(mailbox_.mutex_);
+  ++mailbox_.holds_;
+}
+
+Mailbox::Hold::~Hold() {
+  bool mustSchedule = false;
+  {
+    const std::lock_guard lock(mailbox_.mutex_);
+    --mailbox_.holds_;
+    mustSchedule = mailbox_.takeSchedule();
+  }
+  if (mustSchedule) {
+    mailbox_.main_.post([self = mailbox_.shared_from_this()] { self->drain(); });
+  }
+}
+
+void Mailbox::drain() {
+  std::vector<Letter> letters;
+  {
+    const std::lock_guard lock(mutex_);
+    letters.swap(letters_);
+    isScheduled_ = false;
+  }
+  std::size_t bytes = 0;
+  for (auto& letter : letters) {
+    letter.work();
+    letter.work = nullptr;  // what it holds goes now, not at the end of a long batch
+    bytes += letter.bytes;
+  }
+  const std::lock_guard lock(mutex_);
+  bytes_ -= bytes;
+  if (isFull_ && bytes_ <= lowWater) {
+    isFull_ = false;
+    if (onFullChanged_) onFullChanged_(false);
+  }
+}
+
+}  // namespace vantrell

@@ -1,0 +1,278 @@
+#include "runtimes/acp/acp_connection.h"
+
+#include <fmt/format.h>
+
+#include "platform/files.h"
+#include "runtimes/acp/acp_host_services.h"
+#include "runtimes/acp/acp_messages.h"
+#include "runtimes/provider_registry.h"
+
+namespace vantrell {
+
+ACPConnection::ACPConnection(ACPConfiguration configuration, SerialQueue queue,
+                             std::shared_ptr<Mailbox> mailbox, Events events,
+                             std::unique_ptr<ACPHostServices> host)
+    : configuration_(std::move(configuration)),
+      queue_(std::move(queue)),
+      mailbox_(std::move(mailbox)),
+      events_(std::move(events)),
+      host_(std::move(host)) {}
+
+ACPConnection::~ACPConnection() = default;
+
+// ---- start --------------------------------------------------------------------------------------
+
+void ACPConnection::start(std::optional<std::string> existingSessionID,
+                          AgentClient::StartCompletion completion) {
+  if (auto error = launch()) return completion(std::unexpected(AgentError(*error)));
+  initialize(std::move(existingSessionID), std::move(completion));
+}
+
+std::optional<ACPClientError> ACPConnection::launch() {
+  if (!files::isExecutable(configuration_.executable)) {
+    return ACPClientError::executableMissing(configuration_.runtimeName);
+  }
+  ProcessOptions options;
+  options.executable = configuration_.executable;
+  options.arguments = configuration_.processArguments;
+  options.environment = configuration_.processEnvironment;
+  options.workingFolder = configuration_.workspacePath;
+
+  // The process may outlive this object by the moment that its end takes.
+  const auto weak = weak_from_this();
+  JsonLineProcess::Handlers handlers;
+  handlers.onMessage = [weak](JsonObject message, std::size_t bytes) {
+    if (const auto self = weak.lock()) self->handle(std::move(message), bytes);
+  };
+  handlers.onErrorText = [weak](std::string text) {
+    if (const auto self = weak.lock(); self && self->events_.log)
+      self->events_.log(std::move(text));
+  };
+  handlers.onWriteError = [weak](std::string description) {
+    if (const auto self = weak.lock()) self->failPending(AgentError(std::move(description)));
+  };
+  handlers.onEnd = [weak](ExitStatus status, std::string errorText) {
+    if (const auto self = weak.lock()) self->ended(status, std::move(errorText));
+  };
+
+  stopping_ = false;
+  auto process = JsonLineProcess::start(std::move(options), queue_, mailbox_, std::move(handlers));
+  if (!process) return ACPClientError::processFailed(process.error().description);
+  process_ = std::move(*process);
+  return std::nullopt;
+}
+
+void ACPConnection::initialize(std::optional<std::string> existingSessionID,
+                               AgentClient::StartCompletion completion) {
+  request("initialize", acp::initializeParams(),
+          [this, existingSessionID = std::move(existingSessionID),
+           completion = std::move(completion)](Answer answer) {
+            if (!answer) return completion(std::unexpected(answer.error()));
+            publishModelOptions(*answer);
+            const JsonObject* capabilities = json::object(*answer, "agentCapabilities");
+            const bool canLoadSessions =
+                capabilities && json::boolean(*capabilities, "loadSession").value_or(false);
+            supportsConfigOptions_ = hasConfigOptions();
+            if (existingSessionID && canLoadSessions) {
+              loadSession(*existingSessionID, completion);
+            } else {
+              newSession(completion);
+            }
+          });
+}
+
+void ACPConnection::loadSession(std::string sessionId, AgentClient::StartCompletion completion) {
+  sessionId_ = sessionId;
+  if (events_.replayStarted) events_.replayStarted();
+  // Until the answer comes the runtime plays the history back as ordinary updates.
+  request("session/load", acp::loadSessionParams(configuration_, sessionId),
+          [this, sessionId, completion = std::move(completion)](Answer answer) {
+            if (!answer) {
+              if (events_.replayFailed) events_.replayFailed();
+              return newSession(completion);
+            }
+            publishModelOptions(*answer);
+            applyRuntimeConfiguration({sessionId, true}, completion);
+          });
+}
+
+void ACPConnection::newSession(AgentClient::StartCompletion completion) {
+  request("session/new", acp::newSessionParams(configuration_),
+          [this, completion = std::move(completion)](Answer answer) {
+            if (!answer) return completion(std::unexpected(answer.error()));
+            publishModelOptions(*answer);
+            const std::string* sessionId = json::text(*answer, "sessionId");
+            if (!sessionId) {
+              return completion(std::unexpected(AgentError(ACPClientError::invalidResponse(
+                  fmt::format("{} did not return a session ID.", configuration_.runtimeName)))));
+            }
+            sessionId_ = *sessionId;
+            applyRuntimeConfiguration({*sessionId, false}, completion);
+          });
+}
+
+void ACPConnection::applyRuntimeConfiguration(AgentStartResult result,
+                                              AgentClient::StartCompletion completion) {
+  if (!supportsConfigOptions_) return completion(std::move(result));
+  if (configuration_.provider != AgentProvider::kimi) {
+    return applyModel(std::move(result), std::move(completion));
+  }
+  auto params = acp::configOptionParams(
+      result.sessionId, "mode", std::string(acp::modeOption(configuration_.permissionMode)));
+  // A runtime that does not know the mode still works, under its own rules.
+  request("session/set_config_option", std::move(params),
+          [this, result, completion = std::move(completion)](const Answer&) {
+            applyModel(result, completion);
+          });
+}
+
+void ACPConnection::applyModel(AgentStartResult result, AgentClient::StartCompletion completion) {
+  if (!configuration_.model || configuration_.model->empty()) return completion(std::move(result));
+  auto params = acp::configOptionParams(result.sessionId, "model", *configuration_.model);
+  request("session/set_config_option", std::move(params),
+          [this, result, completion = std::move(completion)](Answer answer) {
+            // Only a GLM model is guarded: another model of OpenCode may be billed per use.
+            if (!answer && configuration_.provider == AgentProvider::glm) {
+              return completion(std::unexpected(answer.error()));
+            }
+            completion(result);
+          });
+}
+
+bool ACPConnection::hasConfigOptions() const {
+  return configuration_.provider == AgentProvider::kimi ||
+         configuration_.provider == AgentProvider::glm;
+}
+
+void ACPConnection::publishModelOptions(const JsonObject& result) {
+  if (!hasConfigOptions() || !events_.modelOptions) return;
+  auto options =
+      acp::modelOptions(result, ProviderRegistry::descriptor(configuration_.provider).shortLabel);
+  if (!options.empty()) events_.modelOptions(std::move(options));
+}
+
+// ---- turns --------------------------------------------------------------------------------------
+
+void ACPConnection::sendPrompt(std::string prompt, AgentClient::PromptCompletion completion) {
+  if (!sessionId_) return completion(std::unexpected(AgentError(ACPClientError::disconnected())));
+  request("session/prompt", acp::promptParams(*sessionId_, std::move(prompt)),
+          std::move(completion));
+}
+
+void ACPConnection::cancel() {
+  if (!sessionId_) return;
+  send(acp::notification("session/cancel", {{"sessionId", *sessionId_}}));
+  for (const std::int64_t id : std::exchange(pendingPermissionIDs_, {})) {
+    send(acp::response(id, acp::cancelledOutcome()));
+  }
+}
+
+void ACPConnection::respondToPermission(std::int64_t requestID, std::string optionID) {
+  if (pendingPermissionIDs_.erase(requestID) == 0) return;
+  send(acp::response(requestID, acp::selectedOutcome(std::move(optionID))));
+}
+
+void ACPConnection::stop() {
+  stopping_ = true;
+  if (host_) host_->releaseAll();
+  process_.reset();
+  failPending(ACPClientError::disconnected());
+}
+
+void ACPConnection::ended(ExitStatus status, std::string errorText) {
+  if (host_) host_->releaseAll();
+  failPending(ACPClientError::disconnected());
+  if (stopping_ || !events_.unexpectedTermination) return;
+  if (errorText.empty()) {
+    // One number for both kinds of end, a signal's number being the status of what it killed.
+    errorText = fmt::format("{} exited with status {}.", configuration_.runtimeName,
+                            status.signal != 0 ? status.signal : status.status);
+  }
+  events_.unexpectedTermination(std::move(errorText));
+}
+
+// ---- messages -----------------------------------------------------------------------------------
+
+void ACPConnection::handle(JsonObject message, std::size_t bytes) {
+  const auto id = json::integer(message, "id");
+  const std::string* method = json::text(message, "method");
+  if (!method) {
+    if (id && !message.find("method")) handleResponse(*id, message);
+    return;
+  }
+  Json* given = message.find("params");
+  JsonObject none;
+  JsonObject& params = given && given->asObject() ? *given->asObject() : none;
+  if (id) {
+    handleRequest(*id, *method, params);
+  } else {
+    handleNotification(*method, params, bytes);
+  }
+}
+
+void ACPConnection::handleResponse(std::int64_t id, const JsonObject& message) {
+  const auto completion = pending_.take(id);
+  if (!completion) return;
+  if (const JsonObject* error = json::object(message, "error")) {
+    const std::string unknown =
+        fmt::format("{} returned an unknown error.", configuration_.runtimeName);
+    return (*completion)(std::unexpected(
+        AgentError(ACPClientError::invalidResponse(json::textOr(*error, "message", unknown)))));
+  }
+  const JsonObject* result = json::object(message, "result");
+  (*completion)(result ? *result : JsonObject{});
+}
+
+void ACPConnection::handleNotification(std::string_view method, JsonObject& params,
+                                       std::size_t bytes) {
+  if (method != "session/update" || !events_.sessionUpdate) return;
+  Json* update = params.find("update");
+  if (update && update->asObject()) events_.sessionUpdate(std::move(*update->asObject()), bytes);
+}
+
+void ACPConnection::handleRequest(std::int64_t id, const std::string& method,
+                                  const JsonObject& params) {
+  if (method == "session/request_permission") return handlePermissionRequest(id, params);
+  const auto reply = [weak = weak_from_this(), id](ACPHostServices::Answer answer) {
+    const auto self = weak.lock();
+    if (!self) return;
+    self->send(
+        answer ? acp::response(id, std::move(*answer))
+               : acp::errorResponse(id, acp::internalError, answer.error().localizedDescription()));
+  };
+  if (host_ && host_->handle(method, params, reply)) return;
+  send(acp::errorResponse(id, acp::methodNotFound, "Unsupported ACP method: " + method));
+}
+
+void ACPConnection::handlePermissionRequest(std::int64_t id, const JsonObject& params) {
+  PermissionRequest question = acp::permissionRequest(id, params, configuration_.runtimeName);
+
+  // OpenCode has no full-access mode of its own, so its questions are answered here. The other
+  // runtimes were told their mode when they were started.
+  if (configuration_.provider == AgentProvider::glm &&
+      configuration_.permissionMode == GrokPermissionMode::fullAccess) {
+    for (const std::string_view kind : {"allow_always", "allow_once"}) {
+      const auto option = std::ranges::find(question.options, kind, &PermissionOption::kind);
+      if (option == question.options.end()) continue;
+      return send(acp::response(id, acp::selectedOutcome(option->id)));
+    }
+  }
+  pendingPermissionIDs_.insert(id);
+  if (events_.permissionRequest) events_.permissionRequest(std::move(question));
+}
+
+void ACPConnection::request(std::string_view method, JsonObject params,
+                            std::function<void(Answer)> completion) {
+  const std::int64_t id = pending_.add(std::move(completion));
+  send(acp::request(id, method, std::move(params)));
+}
+
+void ACPConnection::send(const JsonObject& message) {
+  if (process_) process_->send(message);
+}
+
+void ACPConnection::failPending(const AgentError& error) {
+  pending_.finishAll(std::unexpected(error));
+}
+
+}  // namespace vantrell

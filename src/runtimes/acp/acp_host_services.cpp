@@ -1,0 +1,102 @@
+#include "runtimes/acp/acp_host_services.h"
+
+#include <limits>
+
+#include "platform/files.h"
+#include "platform/text.h"
+#include "runtimes/acp/terminal_manager.h"
+
+namespace vantrell {
+
+namespace {
+ACPHostServices::Answer refuse(std::string text) {
+  return std::unexpected(ACPClientError::invalidRequest(std::move(text)));
+}
+}  // namespace
+
+ACPHostServices::ACPHostServices(std::string workspacePath, Environment terminalEnvironment,
+                                 SerialQueue queue)
+    : root_(files::standardized(workspacePath)),
+      terminals_(
+          std::make_unique<TerminalManager>(std::move(terminalEnvironment), std::move(queue))) {}
+
+ACPHostServices::~ACPHostServices() = default;
+
+void ACPHostServices::releaseAll() {
+  terminals_->releaseAll();
+}
+
+bool ACPHostServices::handle(std::string_view method, const JsonObject& params, Reply reply) {
+  if (method == "fs/read_text_file") {
+    reply(readTextFile(params));
+  } else if (method == "fs/write_text_file") {
+    reply(writeTextFile(params));
+  } else if (method == "terminal/create") {
+    reply(terminals_->create(params));
+  } else if (method == "terminal/output") {
+    reply(terminals_->output(params));
+  } else if (method == "terminal/kill") {
+    reply(terminals_->kill(params));
+  } else if (method == "terminal/release") {
+    reply(terminals_->release(params));
+  } else if (method == "terminal/wait_for_exit") {
+    terminals_->waitForExit(params, std::move(reply));
+  } else {
+    return false;
+  }
+  return true;
+}
+
+bool ACPHostServices::isInsideProject(std::string_view path) const {
+  // Bytes are compared, and a slash is demanded behind the root, so that a sibling whose name
+  // begins with the root's name is outside. Symbolic links are not resolved.
+  const std::string candidate = files::standardized(path);
+  if (candidate == root_ || root_ == "/") return true;
+  return candidate.starts_with(root_) && candidate[root_.size()] == '/';
+}
+
+ACPHostServices::Answer ACPHostServices::readTextFile(const JsonObject& params) const {
+  const std::string* path = json::text(params, "path");
+  if (!path) return refuse("fs/read_text_file is missing path");
+  if (!isInsideProject(*path)) {
+    return refuse("vantrell only allows file reads inside the selected project.");
+  }
+  const auto content = files::read(files::standardized(*path));
+  if (!content) return refuse(content.error().description);
+  if (!text::isValidUtf8(*content)) return refuse("The file \"" + *path + "\" is not UTF-8 text.");
+
+  const auto lines = text::lines(*content);
+  const std::int64_t first =
+      std::max<std::int64_t>(json::integer(params, "line").value_or(1), 1) - 1;
+  const std::int64_t limit = std::max<std::int64_t>(
+      json::integer(params, "limit").value_or(std::numeric_limits<std::int64_t>::max()), 0);
+  const auto total = static_cast<std::int64_t>(lines.size());
+  std::string selected;
+  if (first < total) {
+    const std::int64_t count = std::min(limit, total - first);
+    for (std::int64_t i = 0; i < count; ++i) {
+      if (i > 0) selected.push_back('\n');
+      selected.append(lines[static_cast<std::size_t>(first + i)]);
+    }
+  }
+  return JsonObject{{"content", std::move(selected)}};
+}
+
+ACPHostServices::Answer ACPHostServices::writeTextFile(const JsonObject& params) const {
+  const std::string* path = json::text(params, "path");
+  const std::string* content = json::text(params, "content");
+  if (!path || !content) return refuse("fs/write_text_file is missing path or content");
+  if (!isInsideProject(*path)) {
+    return refuse("vantrell only allows file writes inside the selected project.");
+  }
+  const std::string target = files::standardized(*path);
+  if (const auto made = files::createFolders(files::parent(target)); !made) {
+    return refuse(made.error().description);
+  }
+  if (const auto written = files::writeAtomically(target, *content); !written) {
+    return refuse(written.error().description);
+  }
+  return JsonObject{};
+}
+
+}  // namespace vantrell

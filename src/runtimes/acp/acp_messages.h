@@ -1,0 +1,50 @@
+// The messages of the Agent Client Protocol as this program writes and reads them. Pure functions.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/json.h"
+#include "runtimes/acp/acp_configuration.h"
+#include "runtimes/agent_client.h"
+#include "runtimes/provider_options.h"
+
+namespace vantrell::acp {
+
+// JSON-RPC 2.0 frames.
+JsonObject request(std::int64_t id, std::string_view method, JsonObject params);
+JsonObject notification(std::string_view method, JsonObject params);
+JsonObject response(std::int64_t id, JsonObject result);
+JsonObject errorResponse(std::int64_t id, int code, std::string message);
+
+inline constexpr int methodNotFound = -32601;  // JSON-RPC 2.0
+inline constexpr int internalError = -32603;   // JSON-RPC 2.0
+
+// Params of the requests.
+JsonObject initializeParams();
+JsonObject newSessionParams(const ACPConfiguration& configuration);
+JsonObject loadSessionParams(const ACPConfiguration& configuration, const std::string& sessionId);
+JsonObject configOptionParams(const std::string& sessionId, std::string_view option,
+                              std::string value);
+JsonObject promptParams(const std::string& sessionId, std::string prompt);
+
+/// The value of the option "mode" for a permission mode.
+std::string_view modeOption(GrokPermissionMode mode);
+
+// Results of a permission request.
+JsonObject selectedOutcome(std::string optionID);
+JsonObject cancelledOutcome();
+
+/// What the user is shown for a "session/request_permission".
+PermissionRequest permissionRequest(std::int64_t id, const JsonObject& params,
+                                    const std::string& runtimeName);
+
+/// The models and efforts that a runtime reports in the result of "initialize", "session/new" or
+/// "session/load"; empty when it reports none. `providerLabel` is the provider's short label.
+std::vector<ProviderModelOption> modelOptions(const JsonObject& result,
+                                              std::string_view providerLabel);
+
+}  // namespace vantrell::acp

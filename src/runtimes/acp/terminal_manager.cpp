@@ -1,0 +1,172 @@
+#include "runtimes/acp/terminal_manager.h"
+
+#include <fmt/format.h>
+
+#include "platform/tail_buffer.h"
+#include "platform/text.h"
+#include "platform/uuid.h"
+
+namespace vantrell {
+
+namespace {
+constexpr std::int64_t defaultOutputByteLimit = 1'000'000;
+}
+
+/// One command and the tail of what it has written.
+class ManagedTerminal : public std::enable_shared_from_this<ManagedTerminal> {
+ public:
+  explicit ManagedTerminal(std::size_t outputByteLimit) : output_(outputByteLimit) {}
+
+  std::optional<ProcessError> launch(ProcessOptions options, SerialQueue queue) {
+    Process::Handlers handlers;
+    handlers.onOutput = [weak = weak_from_this()](std::string_view bytes) {
+      if (const auto self = weak.lock()) self->output_.append(bytes);
+    };
+    handlers.onExit = [weak = weak_from_this()](ExitStatus status) {
+      if (const auto self = weak.lock()) self->ended(status);
+    };
+    auto started = Process::start(std::move(options), std::move(queue), std::move(handlers));
+    if (!started) return std::move(started.error());
+    process_ = std::move(*started);
+    return std::nullopt;
+  }
+
+  JsonObject snapshot() const {
+    Json exitStatus;
+    if (exitCode_) exitStatus = exitResult();
+    return {{"output", text::repaired(output_.contents())},
+            {"truncated", output_.wasTruncated()},
+            {"exitStatus", std::move(exitStatus)}};
+  }
+
+  void kill() {
+    if (!exitCode_) process_->terminate();
+  }
+
+  void waitForExit(std::function<void(TerminalManager::Answer)> reply) {
+    if (exitCode_) return reply(exitResult());
+    waiters_.push_back(std::move(reply));
+  }
+
+  /// Ends the command; waiters learn that the terminal is gone by a null exit code.
+  void release() {
+    process_->stop();
+    answerWaiters();
+  }
+
+ private:
+  void ended(ExitStatus status) {
+    // A command killed by a signal reports the number as its code: the protocol's "signal" stays
+    // null.
+    exitCode_ = status.signal != 0 ? status.signal : status.status;
+    answerWaiters();
+  }
+
+  JsonObject exitResult() const {
+    return {{"exitCode", exitCode_ ? Json(*exitCode_) : Json()}, {"signal", nullptr}};
+  }
+
+  void answerWaiters() {
+    for (auto& reply : std::exchange(waiters_, {})) reply(exitResult());
+  }
+
+  TailBuffer output_;
+  std::shared_ptr<Process> process_;
+  std::optional<int> exitCode_;
+  std::vector<std::function<void(TerminalManager::Answer)>> waiters_;
+};
+
+TerminalManager::TerminalManager(Environment environment, SerialQueue queue)
+    : environment_(std::move(environment)), queue_(std::move(queue)) {}
+
+TerminalManager::~TerminalManager() = default;
+
+TerminalManager::Answer TerminalManager::create(const JsonObject& params) {
+  const std::string* command = json::text(params, "command");
+  if (!command || command->empty()) {
+    return std::unexpected(ACPClientError::invalidRequest("terminal/create is missing command"));
+  }
+
+  ProcessOptions options;
+  options.executable = "/usr/bin/env";  // finds the command through PATH
+  options.arguments = {*command};
+  if (const Json::Array* arguments = json::array(params, "args")) {
+    for (const Json& each : *arguments) {
+      if (const std::string* argument = each.asText()) options.arguments.push_back(*argument);
+    }
+  }
+  options.workingFolder = json::textOr(params, "cwd", "");
+  options.environment = environment_;
+  if (const Json::Array* variables = json::array(params, "env")) {
+    for (const Json& each : *variables) {
+      const JsonObject* variable = each.asObject();
+      const std::string* name = variable ? json::text(*variable, "name") : nullptr;
+      const std::string* value = variable ? json::text(*variable, "value") : nullptr;
+      if (name && value) options.environment[*name] = *value;
+    }
+  }
+  // A command has no one to type for it, and must not read what the user types elsewhere.
+  options.standardInput = ProcessOptions::Input::null;
+  options.mergeErrorIntoOutput = true;
+  // What a command leaves running in the background lives until the terminal is released.
+  options.endGroupWithLeader = false;
+
+  const std::int64_t limit =
+      json::integer(params, "outputByteLimit").value_or(defaultOutputByteLimit);
+  const auto terminal =
+      std::make_shared<ManagedTerminal>(static_cast<std::size_t>(std::max<std::int64_t>(limit, 0)));
+  if (const auto error = terminal->launch(std::move(options), queue_)) {
+    return std::unexpected(ACPClientError::processFailed(
+        fmt::format("Could not run {}: {}", *command, error->description)));
+  }
+  const std::string id = Uuid::random().text();
+  terminals_.emplace(id, terminal);
+  return JsonObject{{"terminalId", id}};
+}
+
+std::expected<std::shared_ptr<ManagedTerminal>, ACPClientError> TerminalManager::find(
+    const JsonObject& params) const {
+  const std::string* id = json::text(params, "terminalId");
+  if (!id) {
+    return std::unexpected(
+        ACPClientError::invalidRequest("Terminal request is missing terminalId"));
+  }
+  const auto found = terminals_.find(*id);
+  if (found == terminals_.end()) {
+    return std::unexpected(ACPClientError::invalidRequest("Unknown terminal: " + *id));
+  }
+  return found->second;
+}
+
+TerminalManager::Answer TerminalManager::output(const JsonObject& params) const {
+  const auto terminal = find(params);
+  if (!terminal) return std::unexpected(terminal.error());
+  return (*terminal)->snapshot();
+}
+
+TerminalManager::Answer TerminalManager::kill(const JsonObject& params) {
+  const auto terminal = find(params);
+  if (!terminal) return std::unexpected(terminal.error());
+  (*terminal)->kill();
+  return JsonObject{};
+}
+
+TerminalManager::Answer TerminalManager::release(const JsonObject& params) {
+  const auto terminal = find(params);
+  if (!terminal) return std::unexpected(terminal.error());
+  terminals_.erase(*json::text(params, "terminalId"));
+  (*terminal)->release();
+  return JsonObject{};
+}
+
+void TerminalManager::waitForExit(const JsonObject& params, std::function<void(Answer)> reply) {
+  const auto terminal = find(params);
+  if (!terminal) return reply(std::unexpected(terminal.error()));
+  (*terminal)->waitForExit(std::move(reply));
+}
+
+void TerminalManager::releaseAll() {
+  for (auto& [id, terminal] : std::exchange(terminals_, {})) terminal->release();
+}
+
+}  // namespace vantrell

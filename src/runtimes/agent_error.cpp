@@ -1,0 +1,17 @@
+#include "runtimes/agent_error.h"
+
+#include "platform/text.h"
+
+namespace vantrell {
+
+bool isUsageLimitFailure(const AgentError& error) {
+  if (error.runtimeError()) {
+    return error.runtimeError()->kind == AgentRuntimeError::Kind::usageLimit;
+  }
+  const std::string words = text::lowercased(error.localizedDescription());
+  const auto says = [&words](std::string_view phrase) { return words.contains(phrase); };
+  return says("usage limit") || says("rate limit") || says("quota") ||
+         (says("allowance") && (says("exhaust") || says("reached")));
+}
+
+}  // namespace vantrell

@@ -1,0 +1,43 @@
+// What can go wrong with an agent runtime, as one value that every client hands out.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "records/agent_provider.h"
+
+namespace vantrell {
+
+/// A failure that the client could classify by itself.
+struct AgentRuntimeError {
+  enum class Kind { usageLimit, authentication, disconnected, protocolError };
+
+  AgentProvider provider = AgentProvider::grok;
+  Kind kind = Kind::protocolError;
+  std::string message;
+};
+
+/// Any failure of a client: a classified one, or one that is known by its words alone (a runtime's
+/// own error text, a system message).
+class AgentError {
+ public:
+  AgentError(AgentRuntimeError error)
+      : description_(error.message), runtimeError_(std::move(error)) {}
+  explicit AgentError(std::string description) : description_(std::move(description)) {}
+
+  /// The sentence for people.
+  const std::string& localizedDescription() const { return description_; }
+  const std::optional<AgentRuntimeError>& runtimeError() const { return runtimeError_; }
+
+ private:
+  std::string description_;
+  std::optional<AgentRuntimeError> runtimeError_;
+};
+
+/// Whether the provider says that its allowance is used up: the one failure that hands a task on to
+/// another provider. A classified error answers by its kind; any other by its words, since ACP
+/// runtimes report a limit in text alone. A login failure, a network failure or a crash never
+/// counts.
+bool isUsageLimitFailure(const AgentError& error);
+
+}  // namespace vantrell

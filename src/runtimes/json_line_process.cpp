@@ -1,0 +1,111 @@
+#include "runtimes/json_line_process.h"
+
+#include "platform/text.h"
+
+namespace vantrell {
+
+namespace {
+
+/// Length of an unfinished UTF-8 sequence at the end of the bytes, 0 to 3: a character that the
+/// read cut in two.
+std::size_t unfinishedTail(std::string_view bytes) {
+  const std::size_t longest = std::min<std::size_t>(3, bytes.size());
+  for (std::size_t back = 1; back <= longest; ++back) {
+    const auto byte = static_cast<unsigned char>(bytes[bytes.size() - back]);
+    if (byte < 0x80) return 0;
+    if (byte < 0xC0) continue;  // a continuation byte: its lead stands further front
+    const std::size_t wanted = byte >= 0xF0 ? 4 : byte >= 0xE0 ? 3 : 2;
+    return wanted > back ? back : 0;
+  }
+  return 0;
+}
+
+}  // namespace
+
+struct JsonLineProcess::State {
+  Handlers handlers;
+  std::shared_ptr<Mailbox> mailbox;
+  LineBuffer lines;
+  std::string errorText;
+  std::string errorTail;  // of a character cut in two
+  bool isStopped = false;
+
+  void consume(std::string_view bytes) {
+    const Mailbox::Hold together(*mailbox);
+    lines.consume(bytes, [this](std::string_view line) {
+      if (isStopped) return;
+      if (auto message = json::parseObject(line)) {
+        if (handlers.onMessage) handlers.onMessage(std::move(*message), line.size());
+      } else if (handlers.onOtherLine) {
+        handlers.onOtherLine(line);
+      }
+    });
+  }
+
+  void consumeError(std::string_view bytes) {
+    std::string chunk = std::exchange(errorTail, {});
+    chunk.append(bytes);
+    const std::size_t cut = unfinishedTail(chunk);
+    errorTail = chunk.substr(chunk.size() - cut);
+    chunk.resize(chunk.size() - cut);
+    if (chunk.empty() || !text::isValidUtf8(chunk)) return;
+    errorText.append(chunk);
+    // Trimmed at twice the size, so that the cost stays linear.
+    if (errorText.size() > 2 * keptErrorText) errorText.erase(0, errorText.size() - keptErrorText);
+    if (handlers.onErrorText) handlers.onErrorText(std::move(chunk));
+  }
+};
+
+std::expected<std::unique_ptr<JsonLineProcess>, ProcessError> JsonLineProcess::start(
+    ProcessOptions options, SerialQueue queue, std::shared_ptr<Mailbox> mailbox,
+    Handlers handlers) {
+  auto state = std::make_shared<State>();
+  state->handlers = std::move(handlers);
+  state->mailbox = mailbox;
+
+  Process::Handlers events;
+  events.onOutput = [state](std::string_view bytes) { state->consume(bytes); };
+  events.onError = [state](std::string_view bytes) { state->consumeError(bytes); };
+  events.onWriteError = [state](ProcessError error) {
+    if (state->handlers.onWriteError) state->handlers.onWriteError(error.description);
+  };
+  events.onExit = [state](ExitStatus status) {
+    const Mailbox::Hold together(*state->mailbox);
+    std::string words = text::repaired(std::exchange(state->errorText, {}));
+    if (state->handlers.onEnd) state->handlers.onEnd(status, std::string(text::trimmed(words)));
+  };
+
+  auto process = Process::start(std::move(options), std::move(queue), std::move(events));
+  if (!process) return std::unexpected(std::move(process.error()));
+  mailbox->whenFullChanges([weak = std::weak_ptr(*process)](bool isFull) {
+    const auto child = weak.lock();
+    if (!child) return;
+    if (isFull) {
+      child->pauseReading();
+    } else {
+      child->resumeReading();
+    }
+  });
+  std::unique_ptr<JsonLineProcess> made(new JsonLineProcess);
+  made->state_ = std::move(state);
+  made->process_ = std::move(*process);
+  return made;
+}
+
+JsonLineProcess::~JsonLineProcess() {
+  stop();
+}
+
+void JsonLineProcess::send(const JsonObject& message) {
+  std::string line;
+  json::appendTo(line, message);
+  line.push_back('\n');
+  process_->write(std::move(line));
+}
+
+void JsonLineProcess::stop() {
+  state_->isStopped = true;
+  process_->stop();
+}
+
+}  // namespace vantrell

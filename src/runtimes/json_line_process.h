@@ -1,0 +1,58 @@
+// A runtime that speaks one JSON object a line on its standard input and output: the framing, the
+// error text, the write errors and the end of the process, which every dialect over a pipe shares.
+// Used on one protocol queue; all handlers arrive there.
+#pragma once
+
+#include <expected>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "platform/json.h"
+#include "platform/mailbox.h"
+#include "platform/process.h"
+#include "runtimes/line_buffer.h"
+
+namespace vantrell {
+
+class JsonLineProcess {
+ public:
+  struct Handlers {
+    /// A line that is a JSON object; `bytes` is the line's length.
+    std::function<void(JsonObject message, std::size_t bytes)> onMessage;
+    /// A line that is not, without its line feed. Unset: such lines are dropped.
+    std::function<void(std::string_view line)> onOtherLine;
+    /// Standard error, as it comes; text that is not UTF-8 is dropped.
+    std::function<void(std::string text)> onErrorText;
+    /// The runtime no longer takes input.
+    std::function<void(std::string description)> onWriteError;
+    /// The process has ended by itself. `errorText` is what it wrote to standard error, trimmed
+    /// (its last part, when it wrote very much).
+    std::function<void(ExitStatus status, std::string errorText)> onEnd;
+  };
+
+  /// What the handlers deliver to the mailbox during one chunk of output, or at the end of the
+  /// process, arrives on the main queue together; while the mailbox is full the runtime is held
+  /// back.
+  static std::expected<std::unique_ptr<JsonLineProcess>, ProcessError> start(
+      ProcessOptions options, SerialQueue queue, std::shared_ptr<Mailbox> mailbox,
+      Handlers handlers);
+  ~JsonLineProcess();
+
+  /// Writes the object and a line feed.
+  void send(const JsonObject& message);
+  /// Closes the pipes and ends the process and its group. No handler is called from now on.
+  void stop();
+
+  /// How much standard error is kept for the message of an unexpected end.
+  static constexpr std::size_t keptErrorText = 1 << 20;
+
+ private:
+  JsonLineProcess() = default;
+  struct State;
+  std::shared_ptr<State> state_;
+  std::shared_ptr<Process> process_;
+};
+
+}  // namespace vantrell

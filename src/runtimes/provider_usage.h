@@ -1,0 +1,24 @@
+// How much of a provider's allowance is used, as far as the provider says.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "platform/date.h"
+#include "records/agent_provider.h"
+
+namespace vantrell {
+
+struct ProviderUsage {
+  AgentProvider provider = AgentProvider::grok;
+  std::optional<double> primaryUsedPercent;    // of the shorter window, 0 to 100
+  std::optional<double> secondaryUsedPercent;  // of the longer window
+  std::optional<Date> resetsAt;                // of the limiting window
+  std::optional<std::string> planType;         // as the runtime names it
+  bool exhausted = false;                      // the provider has said that nothing is left
+  std::optional<std::int64_t> manualResetCredits;
+  std::optional<std::string> manualResetCreditID;
+};
+
+}  // namespace vantrell
