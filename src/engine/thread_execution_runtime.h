@@ -1,0 +1,51 @@
+// The live state of one conversation that has run something since start-up. Owned by ExecutionTable,
+// changed by the desks of the engine, never written to disk. Main queue.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "engine/connection_state.h"
+#include "engine/log_text.h"
+#include "engine/plan_entry.h"
+#include "platform/dispatch.h"
+#include "platform/uuid.h"
+#include "records/transcript.h"
+#include "runtimes/agent_client.h"
+
+namespace vantrell {
+
+/// Who asked the open question: a conversation's client or the media generator's.
+enum class PermissionOwner { build, imagine };
+
+/// The part of the live state that the interface sees. Lists and long texts are shared, not copied.
+struct ExecutionFace {
+  std::shared_ptr<AgentClient> client;  // at most one a conversation
+  ConnectionState connectionState;
+  std::optional<AgentProvider> activeProvider;  // of `client`
+  std::shared_ptr<const std::vector<PlanEntry>> plan = std::make_shared<std::vector<PlanEntry>>();
+  PermissionOwner permissionOwner = PermissionOwner::build;
+  std::shared_ptr<const PermissionRequest> permissionRequest;  // the open question
+  std::optional<std::string> errorMessage;                     // of the last failure
+  LogText cliLog;             // cleared when a client starts
+  bool isReplaying = false;   // a resumed session plays its history back
+  std::shared_ptr<const Transcript> replayBackup;  // the entries as they were before
+  /// Entry id for agent text that comes without a message id; fresh for every turn.
+  std::string fallbackMessageID = Uuid::random().text();
+};
+
+struct ThreadExecutionRuntime : ExecutionFace {
+  explicit ThreadExecutionRuntime(Date now) : lastActivityAt(now) {}
+
+  std::optional<Uuid> activeRunID;
+  /// The user entry of the turn at hand; with what follows it, it survives a replay.
+  std::optional<std::string> turnEntryID;
+  Date lastActivityAt;
+  Date lastPersistedActivityAt = Date::distantPast();
+  bool stallWarningSent = false;
+  Timer connectTimer;  // the connect watchdog, or the pause before the second attempt
+};
+
+}  // namespace vantrell

@@ -1,0 +1,86 @@
+// The tree of workspaces and conversations, and the operations through which everything changes a
+// conversation. Every change that matters is saved when it is made. An operation on an id that no
+// longer exists does nothing. Main queue.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "engine/changes.h"
+#include "records/chat_thread.h"
+
+namespace vantrell {
+
+class MainQueue;
+class WorkspaceStore;
+
+class WorkspaceTree {
+ public:
+  WorkspaceTree(MainQueue& main, WorkspaceStore& store, Changes& changes);
+
+  void load();
+  void save();
+  /// Marks every run that an earlier process left open as interrupted, and saves if there was one.
+  void settleRunsLeftOpen();
+
+  const std::vector<Workspace>& workspaces() const { return workspaces_; }
+  const Workspace* workspace(const Uuid& id) const;
+  const ChatThread* thread(const ThreadExecutionKey& key) const;
+  /// Where the conversation's agent works: its own worktree when it has one, else the project folder.
+  /// Absent when the conversation has gone.
+  std::optional<std::string> executionPath(const ThreadExecutionKey& key) const;
+
+  // Structure.
+
+  void addWorkspace(Workspace workspace);
+  /// A new conversation in front of the workspace's others.
+  void addThread(ChatThread thread, const Uuid& workspaceID);
+
+  // One conversation. None of these saves, but for those that say so.
+
+  void updateThread(const ThreadExecutionKey& key, const std::function<void(ChatThread&)>& mutate);
+  void nameThreadAfterPrompt(std::string_view prompt, const ThreadExecutionKey& key);
+  /// Appends and touches the thread.
+  void appendEntry(ChatEntry entry, const ThreadExecutionKey& key);
+  /// Appends a system entry with this text, and saves.
+  void appendSystemEntry(std::string text, const ThreadExecutionKey& key);
+  /// Adds text to the end of an entry; false when the thread has no such entry.
+  bool appendText(std::string_view chunk, std::string_view entryID, const ThreadExecutionKey& key);
+  /// Changes an entry in place; false when the thread has no such entry.
+  bool updateEntry(std::string_view entryID, const ThreadExecutionKey& key,
+                   const std::function<void(ChatEntry&)>& mutate);
+  void replaceTranscript(Transcript entries, const ThreadExecutionKey& key);
+
+  // Runs.
+
+  /// Appends a new run with status `starting`, saves, and answers its id.
+  Uuid beginRun(std::string prompt, const ThreadExecutionKey& key);
+  /// Changes the run, sets its `updatedAt`, and saves. An absent id does nothing.
+  void updateRun(const std::optional<Uuid>& runID, const ThreadExecutionKey& key,
+                 const std::function<void(RunRecord&)>& mutate);
+  const RunRecord* latestRun(const ThreadExecutionKey& key) const;
+
+  /// While held, nothing is written; the last release writes what was asked for meanwhile. A replay
+  /// holds: until it ends the transcript in memory is less than the one on disk.
+  void holdSaves();
+  void releaseSaves();
+
+ private:
+  ChatThread* find(const ThreadExecutionKey& key);
+  void changed(Change::Kind kind, const ThreadExecutionKey& key, std::string_view entryID = {},
+               std::string_view text = {}, std::optional<Uuid> runID = std::nullopt);
+
+  MainQueue& main_;
+  WorkspaceStore& store_;
+  Changes& changes_;
+  std::vector<Workspace> workspaces_;
+  int saveHolds_ = 0;
+  bool saveIsDue_ = false;
+  // Where the last look-up found its thread: streams look the same one up thousands of times.
+  mutable std::size_t lastWorkspace_ = 0;
+  mutable std::size_t lastThread_ = 0;
+};
+
+}  // namespace vantrell
