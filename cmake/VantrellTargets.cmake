@@ -27,6 +27,9 @@ function(vantrell_library folder)
   target_link_libraries(vantrell_${name} PUBLIC ${ARG_USES} PRIVATE ${ARG_LIBRARIES})
 endfunction()
 
+# Everything that ./run needs, so that starting the program does not wait for the tests to compile.
+add_custom_target(programs)
+
 # vantrell_program(vantrell shell/terminal/main.cpp USES app shell_terminal)
 function(vantrell_program name main)
   cmake_parse_arguments(ARG "" "" "USES" ${ARGN})
@@ -37,6 +40,7 @@ function(vantrell_program name main)
   _vantrell_common(${name})
   list(TRANSFORM ARG_USES PREPEND vantrell_)
   target_link_libraries(${name} PRIVATE ${ARG_USES})
+  add_dependencies(programs ${name})
 endfunction()
 
 # vantrell_tests(platform USES platform): every tests/<folder>/*_test.cpp in one program.
