@@ -4,7 +4,8 @@
 # Everything here writes to standard error, so that a program's own output stays clean.
 # shellcheck shell=bash
 
-say() { printf '%s\n' "$*" >&2; }
+# One line an argument.
+say() { printf '%s\n' "$@" >&2; }
 die() {
   say "$@"
   exit 1
