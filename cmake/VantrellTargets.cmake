@@ -59,3 +59,18 @@ function(vantrell_tests folder)
   gtest_discover_tests(${name}_tests DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
                        PROPERTIES TIMEOUT 300)
 endfunction()
+
+# vantrell_small_programs(bench benchmark::benchmark_main): every <kind>/<folder>/<name>_<kind>.cpp
+# becomes a program <name>_<kind> that stands on src/<folder>.
+function(vantrell_small_programs kind)
+  file(GLOB_RECURSE sources RELATIVE ${CMAKE_SOURCE_DIR}/${kind} CONFIGURE_DEPENDS
+       ${CMAKE_SOURCE_DIR}/${kind}/*_${kind}.cpp)
+  foreach(source IN LISTS sources)
+    get_filename_component(name ${source} NAME_WE)
+    get_filename_component(folder ${source} DIRECTORY)
+    string(REPLACE "/" "_" folder "${folder}")
+    add_executable(${name} ${CMAKE_SOURCE_DIR}/${kind}/${source})
+    _vantrell_common(${name})
+    target_link_libraries(${name} PRIVATE vantrell_${folder} ${ARGN})
+  endforeach()
+endfunction()

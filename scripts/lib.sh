@@ -128,7 +128,7 @@ show_progress() {
         ((tenth > last)) && say "  building: $((tenth * 10))% of ${BASH_REMATCH[2]} steps"
         last=$tenth
       fi
-    elif [[ $line != "ninja: no work to do." && $line != "ninja: Entering directory"* ]]; then
+    elif [[ $line != "ninja: no work to do." && $line != "ninja: Entering directory"* && $line != "-- "* ]]; then
       say "${moving:+$'\r\033[K'}$line"
     fi
   done
