@@ -37,6 +37,9 @@ function(vantrell_program name main)
     return()
   endif()
   add_executable(${name} ${CMAKE_SOURCE_DIR}/${main})
+  # A precompiled header is good for one set of definitions only.
+  set_source_files_properties(${CMAKE_SOURCE_DIR}/${main} PROPERTIES SKIP_PRECOMPILE_HEADERS ON
+                              COMPILE_DEFINITIONS VANTRELL_VERSION="${PROJECT_VERSION}")
   _vantrell_common(${name})
   list(TRANSFORM ARG_USES PREPEND vantrell_)
   target_link_libraries(${name} PRIVATE ${ARG_USES})

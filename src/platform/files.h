@@ -2,12 +2,11 @@
 // only those that touch a few small files.
 #pragma once
 
-#include <sys/types.h>
-
 #include <expected>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <sys/types.h>
 #include <system_error>
 
 namespace vantrell::files {

@@ -1,10 +1,10 @@
-// Child processes. A child inherits nothing but what is given: its environment is exactly the one in
-// the options, every other descriptor is closed, signals have their default actions, and it leads a
-// process group of its own.
+// Child processes. A child inherits nothing but what is given: its environment is exactly the one
+// in the options, every other descriptor is closed, signals have their default actions, and it
+// leads a process group of its own.
 //
-// A child never outlives this program: its group ends when the Process is stopped or destroyed, when
-// its leader exits (unless told otherwise), and, by a guard process, when this program dies without
-// a word.
+// A child never outlives this program: its group ends when the Process is stopped or destroyed,
+// when its leader exits (unless told otherwise), and, by a guard process, when this program dies
+// without a word.
 #pragma once
 
 #include <chrono>
@@ -90,8 +90,8 @@ class Process {
   std::size_t unsentBytes() const;
   /// End of file for the child, behind everything written so far.
   void closeInput();
-  /// Stops and resumes reading from the child's output and error; while paused the child blocks when
-  /// its pipe is full. What is in the pipes at the exit is delivered all the same.
+  /// Stops and resumes reading from the child's output and error; while paused the child blocks
+  /// when its pipe is full. What is in the pipes at the exit is delivered all the same.
   void pauseReading();
   void resumeReading();
   /// SIGTERM for the whole group, and SIGKILL for what is left of it after `grace`. onExit still
@@ -105,8 +105,8 @@ class Process {
 
   static constexpr std::chrono::milliseconds defaultGrace{2000};
 
-  /// Waits until no child is left, those of stopped and destroyed objects included, or the limit ran
-  /// out (then answers false). For the end of a program.
+  /// Waits until no child is left, those of stopped and destroyed objects included, or the limit
+  /// ran out (then answers false). For the end of a program.
   static bool waitForAll(std::chrono::milliseconds limit);
 
   struct Impl;
