@@ -83,6 +83,7 @@ class Json {
   bool operator==(const Json& other) const;
 
  private:
+  friend class JsonReader;
   std::variant<std::monostate, bool, std::int64_t, double, std::string, Array, JsonObject> value_;
 };
 
@@ -137,6 +138,7 @@ class JsonWriter {
   void key(std::string_view name);
   void value(std::string_view text);
   void value(const char* text) { value(std::string_view(text)); }
+  void value(const std::string& text) { value(std::string_view(text)); }
   void value(bool value);
   void value(std::int64_t number);
   void value(int number) { value(static_cast<std::int64_t>(number)); }

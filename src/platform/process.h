@@ -53,6 +53,10 @@ struct ExitStatus {
 };
 
 struct ProcessError {
+  /// What failed: making pipes and the like, entering the working folder, executing the file, or
+  /// writing to the child.
+  enum class Step { prepare, enterFolder, execute, write };
+  Step step = Step::prepare;
   int error = 0;            // errno
   std::string description;  // what the system said
 };
@@ -76,7 +80,7 @@ class Process {
   static std::expected<std::shared_ptr<Process>, ProcessError> start(ProcessOptions options,
                                                                      SerialQueue queue,
                                                                      Handlers handlers);
-  /// stop(), without grace.
+  /// stop() without grace, unless it was stopped before.
   ~Process();
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
