@@ -28,6 +28,9 @@ function(vantrell_library folder)
   target_link_libraries(vantrell_${name} PUBLIC ${ARG_USES} PRIVATE ${ARG_LIBRARIES})
 endfunction()
 
+# Everything that ./run needs, so that starting the program does not wait for the tests to compile.
+add_custom_target(programs)
+
 # vantrell_program(vantrell shell/terminal/main.cpp USES app shell_terminal)
 function(vantrell_program name main)
   cmake_parse_arguments(ARG "" "" "USES" ${ARGN})
@@ -35,9 +38,13 @@ function(vantrell_program name main)
     return()
   endif()
   add_executable(${name} ${CMAKE_SOURCE_DIR}/${main})
+  # A precompiled header is good for one set of definitions only.
+  set_source_files_properties(${CMAKE_SOURCE_DIR}/${main} PROPERTIES SKIP_PRECOMPILE_HEADERS ON
+                              COMPILE_DEFINITIONS VANTRELL_VERSION="${PROJECT_VERSION}")
   _vantrell_common(${name})
   list(TRANSFORM ARG_USES PREPEND vantrell_)
   target_link_libraries(${name} PRIVATE ${ARG_USES})
+  add_dependencies(programs ${name})
 endfunction()
 
 # vantrell_tests(platform USES platform): every tests/<folder>/*_test.cpp in one program.
@@ -55,4 +62,19 @@ function(vantrell_tests folder)
   target_link_libraries(${name}_tests PRIVATE ${ARG_USES} ${ARG_LIBRARIES} GTest::gmock GTest::gtest_main)
   gtest_discover_tests(${name}_tests DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
                        PROPERTIES TIMEOUT 300)
+endfunction()
+
+# vantrell_small_programs(bench benchmark::benchmark_main): every <kind>/<folder>/<name>_<kind>.cpp
+# becomes a program <name>_<kind> that stands on src/<folder>.
+function(vantrell_small_programs kind)
+  file(GLOB_RECURSE sources RELATIVE ${CMAKE_SOURCE_DIR}/${kind} CONFIGURE_DEPENDS
+       ${CMAKE_SOURCE_DIR}/${kind}/*_${kind}.cpp)
+  foreach(source IN LISTS sources)
+    get_filename_component(name ${source} NAME_WE)
+    get_filename_component(folder ${source} DIRECTORY)
+    string(REPLACE "/" "_" folder "${folder}")
+    add_executable(${name} ${CMAKE_SOURCE_DIR}/${kind}/${source})
+    _vantrell_common(${name})
+    target_link_libraries(${name} PRIVATE vantrell_${folder} ${ARGN})
+  endforeach()
 endfunction()

@@ -14,6 +14,10 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   add_compile_options(-Wno-restrict -Wno-maybe-uninitialized)
 endif()
 
+# CMake gives -fPIC to libraries and -fPIE to programs, but a precompiled header serves both only
+# when the setting is the same. Qt asks for -fPIC, which without interposition costs no speed.
+add_compile_options(-fPIC -fno-semantic-interposition)
+
 if(VANTRELL_SANITIZER)
   add_compile_options(-fsanitize=${VANTRELL_SANITIZER} -fno-omit-frame-pointer
                       -fno-sanitize-recover=all)
@@ -22,6 +26,11 @@ if(VANTRELL_SANITIZER)
     # Boost.Asio uses fences that GCC's thread sanitizer warns it cannot model.
     add_compile_options(-Wno-tsan)
   endif()
+endif()
+
+if(VANTRELL_FUZZ)
+  # The fuzzer steers by what the code under test covers, so all of it is instrumented.
+  add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 
 find_program(VANTRELL_CCACHE ccache)

@@ -2,12 +2,11 @@
 // only those that touch a few small files.
 #pragma once
 
-#include <sys/types.h>
-
 #include <expected>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <sys/types.h>
 #include <system_error>
 
 namespace vantrell::files {
@@ -37,9 +36,9 @@ std::string temporaryFolder();
 std::string standardized(std::string_view path, std::string_view base = {});
 /// A leading "~" or "~/" replaced by the home folder.
 std::string expandingTilde(std::string_view path);
-/// The part behind the last slash; "/" for the root.
+/// The part behind the last slash, when those at the end are left out; "/" for the root.
 std::string lastComponent(std::string_view path);
-/// The part before the last slash; "/" for the root.
+/// The part before that slash; "/" for the root, empty when there is none.
 std::string parent(std::string_view path);
 
 bool exists(const std::string& path);
@@ -51,24 +50,27 @@ Result<std::string> read(const std::string& path);
 /// Replaces the file in one step: readers see the old content or the new one, also after a power
 /// loss (the data and the folder are synced). The parent folder must exist. A symbolic link at
 /// `path` is followed. An existing file keeps its mode when no mode is given; a new one gets 0666
-/// less the umask.
+/// less the umask. After a failure the old file is untouched and nothing is left beside it.
 Result<> writeAtomically(const std::string& path, std::string_view content,
                          std::optional<mode_t> mode = std::nullopt);
 /// Creates the folder and its parents with the mode for those it makes.
 Result<> createFolders(const std::string& path, mode_t mode = 0777);
 /// createFolders, and mode 0700 on the last one even when it was there before.
 Result<> createOwnerOnlyFolder(const std::string& path);
+/// A file, a link (not its target) or an empty folder. One that is absent is an error.
 Result<> remove(const std::string& path);
+/// The same with all that a folder contains.
 Result<> removeTree(const std::string& path);
-/// Moves to the freedesktop.org Trash: the home trash, or the trash of the file's own volume.
-/// Answers where the file now is.
+/// Moves to the freedesktop.org Trash: the home trash, or the trash of the file's own volume; never
+/// copies between volumes. A link is moved as such. Answers where the file now is.
 Result<std::string> moveToTrash(const std::string& path);
 
 /// An exclusive lock on a file, held until the object is destroyed or the process ends, however it
 /// ends. Owner-only; holds the process id as text.
 class LockFile {
  public:
-  /// Fails at once when another process holds it; `holder` is then its process id, if known.
+  /// Fails at once when another process, or another part of this one, holds it; `holder` is then
+  /// the process id, if known.
   struct Busy {
     std::optional<pid_t> holder;
     std::optional<FileError> error;  // set when the lock could not be tried at all

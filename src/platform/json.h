@@ -83,6 +83,7 @@ class Json {
   bool operator==(const Json& other) const;
 
  private:
+  friend class JsonReader;
   std::variant<std::monostate, bool, std::int64_t, double, std::string, Array, JsonObject> value_;
 };
 

@@ -19,8 +19,7 @@ class ManualMainQueue final : public MainQueue {
   void advance(Duration by);
   /// Waits (real time, at most `limit`) for another thread to post, then runs what is ready, until
   /// the condition holds. False when the limit ran out.
-  bool runUntil(const std::function<bool()>& condition,
-                Duration limit = std::chrono::seconds(20));
+  bool runUntil(const std::function<bool()>& condition, Duration limit = std::chrono::seconds(20));
 
   void post(Work work) override;
   Date now() const override;

@@ -1,10 +1,10 @@
-// Child processes. A child inherits nothing but what is given: its environment is exactly the one in
-// the options, every other descriptor is closed, signals have their default actions, and it leads a
-// process group of its own.
+// Child processes. A child inherits nothing but what is given: its environment is exactly the one
+// in the options, every other descriptor is closed, signals have their default actions, and it
+// leads a process group of its own.
 //
-// A child never outlives this program: its group ends when the Process is stopped or destroyed, when
-// its leader exits (unless told otherwise), and, by a guard process, when this program dies without
-// a word.
+// A child never outlives this program: its group ends when the Process is stopped or destroyed,
+// when its leader exits (unless told otherwise), and, by a guard process, when this program dies
+// without a word.
 #pragma once
 
 #include <chrono>
@@ -53,6 +53,10 @@ struct ExitStatus {
 };
 
 struct ProcessError {
+  /// What failed: making pipes and the like, entering the working folder, executing the file, or
+  /// writing to the child.
+  enum class Step { prepare, enterFolder, execute, write };
+  Step step = Step::prepare;
   int error = 0;            // errno
   std::string description;  // what the system said
 };
@@ -76,7 +80,7 @@ class Process {
   static std::expected<std::shared_ptr<Process>, ProcessError> start(ProcessOptions options,
                                                                      SerialQueue queue,
                                                                      Handlers handlers);
-  /// stop(), without grace.
+  /// stop() without grace, unless it was stopped before.
   ~Process();
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
@@ -90,8 +94,8 @@ class Process {
   std::size_t unsentBytes() const;
   /// End of file for the child, behind everything written so far.
   void closeInput();
-  /// Stops and resumes reading from the child's output and error; while paused the child blocks when
-  /// its pipe is full. What is in the pipes at the exit is delivered all the same.
+  /// Stops and resumes reading from the child's output and error; while paused the child blocks
+  /// when its pipe is full. What is in the pipes at the exit is delivered all the same.
   void pauseReading();
   void resumeReading();
   /// SIGTERM for the whole group, and SIGKILL for what is left of it after `grace`. onExit still
@@ -105,8 +109,8 @@ class Process {
 
   static constexpr std::chrono::milliseconds defaultGrace{2000};
 
-  /// Waits until no child is left, those of stopped and destroyed objects included, or the limit ran
-  /// out (then answers false). For the end of a program.
+  /// Waits until no child is left, those of stopped and destroyed objects included, or the limit
+  /// ran out (then answers false). For the end of a program.
   static bool waitForAll(std::chrono::milliseconds limit);
 
   struct Impl;

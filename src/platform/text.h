@@ -25,6 +25,7 @@ std::string lowercased(std::string_view text);
 /// ends a line by itself: "a\r\nb" gives "a", "", "b". Text without one is one line.
 std::vector<std::string_view> lines(std::string_view text);
 /// Whether `needle` occurs in `haystack` when case and the locale's conventions are ignored.
+/// An empty needle occurs everywhere.
 bool containsIgnoringCase(std::string_view haystack, std::string_view needle);
 /// Orders as a person expects in the present locale: negative, 0 or positive.
 int localizedCompare(std::string_view left, std::string_view right);
@@ -34,11 +35,13 @@ bool isValidUtf8(std::string_view bytes);
 std::string repaired(std::string_view bytes);
 
 bool startsWith(std::string_view text, std::string_view prefix);
+/// Text without the separator is one part, also when it is empty.
 std::vector<std::string_view> split(std::string_view text, char separator);
 std::string joined(const std::vector<std::string>& parts, std::string_view separator);
 
-/// A compiled regular expression (ICU syntax). Matching has a time limit inside, so that a hostile
-/// input makes a match fail and never hangs.
+/// A compiled regular expression (ICU syntax). Matching has a limit of half a second of processor
+/// time inside, so that a hostile input makes a match fail and never hangs. Calls from several
+/// threads at once are safe.
 class Pattern {
  public:
   /// Absent when the expression does not compile.
@@ -55,6 +58,7 @@ class Pattern {
   };
   /// The first match at or after `from` (a byte offset).
   std::optional<Match> find(std::string_view text, std::size_t from = 0) const;
+  /// All matches that do not overlap, from the left; fewer when the time ran out.
   std::vector<Match> findAll(std::string_view text) const;
 
  private:

@@ -1,5 +1,6 @@
 // Typed per-user settings by key, durable when set() returns. Main queue only (a write costs about
-// a quarter of a millisecond).
+// a quarter of a millisecond, up to a second when another process holds the file; reads come from
+// memory, so what another process writes is seen at the next open).
 #pragma once
 
 #include <expected>
@@ -19,13 +20,14 @@ class UserDefaults {
   virtual std::optional<double> number(std::string_view key) const = 0;
   virtual std::optional<std::string> data(std::string_view key) const = 0;
 
-  // Each answers whether the value is stored; a failure (disk full, read-only folder) leaves the
-  // old value and is described by lastError().
+  // Each replaces a value of any type and answers whether the value is stored; a failure (disk
+  // full, read-only folder, locked file, a number that is NaN) leaves the old value and is
+  // described by lastError().
   virtual bool setText(std::string_view key, std::string_view value) = 0;
   virtual bool setBoolean(std::string_view key, bool value) = 0;
   virtual bool setNumber(std::string_view key, double value) = 0;
   virtual bool setData(std::string_view key, std::string_view bytes) = 0;
-  virtual bool remove(std::string_view key) = 0;
+  virtual bool remove(std::string_view key) = 0;  // also true when it was absent
   virtual const std::string& lastError() const = 0;
 
   /// A store in memory, for tests and for what must not be kept.

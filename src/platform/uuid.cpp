@@ -1,0 +1,77 @@
+#include "platform/uuid.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <sys/random.h>
+
+namespace vantrell {
+namespace {
+
+constexpr std::size_t textLength = 36;
+
+constexpr bool isDashPlace(std::size_t i) {
+  return i == 8 || i == 13 || i == 18 || i == 23;
+}
+
+int hexDigit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+}  // namespace
+
+Uuid Uuid::random() {
+  Uuid id;
+  // Up to 256 bytes come whole once the system's generator is seeded; before that the call waits
+  // and a signal may interrupt it.
+  while (getrandom(id.bytes_.data(), id.bytes_.size(), 0) !=
+         static_cast<ssize_t>(id.bytes_.size())) {
+    // Without the generator there are no unique identifiers, and records would overwrite others.
+    if (errno != EINTR) std::abort();
+  }
+  id.bytes_[6] = static_cast<std::uint8_t>((id.bytes_[6] & 0x0F) | 0x40);  // version 4
+  id.bytes_[8] = static_cast<std::uint8_t>((id.bytes_[8] & 0x3F) | 0x80);  // RFC 9562 variant
+  return id;
+}
+
+std::optional<Uuid> Uuid::parse(std::string_view text) {
+  if (text.size() != textLength) return std::nullopt;
+  Uuid id;
+  std::size_t nibble = 0;
+  for (std::size_t i = 0; i < textLength; ++i) {
+    if (isDashPlace(i)) {
+      if (text[i] != '-') return std::nullopt;
+      continue;
+    }
+    const int digit = hexDigit(text[i]);
+    if (digit < 0) return std::nullopt;
+    std::uint8_t& byte = id.bytes_[nibble / 2];
+    byte = static_cast<std::uint8_t>(byte << 4 | digit);
+    ++nibble;
+  }
+  return id;
+}
+
+std::string Uuid::text() const {
+  constexpr char hex[] = "0123456789ABCDEF";
+  std::string text;
+  text.reserve(textLength);
+  for (const std::uint8_t byte : bytes_) {
+    if (isDashPlace(text.size())) text += '-';
+    text += hex[byte >> 4];
+    text += hex[byte & 0xF];
+  }
+  return text;
+}
+
+std::size_t Uuid::hash() const noexcept {
+  // The bytes are random already; identifiers read from elsewhere may differ in either half only.
+  std::uint64_t halves[2];
+  std::memcpy(halves, bytes_.data(), sizeof halves);
+  return static_cast<std::size_t>(halves[0] ^ (halves[1] * 0x9E3779B97F4A7C15ULL));
+}
+
+}  // namespace vantrell

@@ -1,0 +1,192 @@
+#include "practice/session.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <optional>
+#include <span>
+
+#include "platform/files.h"
+#include "platform/uuid.h"
+
+namespace vantrell::practice {
+namespace {
+
+struct Choice {
+  std::string_view value;
+  std::string_view name;
+  std::string_view description;
+};
+
+constexpr Choice modes[] = {
+    {"manual", "Ask", "Asks before it writes or runs anything."},
+    {"auto", "Auto", "Writes and runs without asking."},
+    {"yolo", "Full access", "Writes and runs without asking."},
+};
+constexpr Choice models[] = {
+    {"practice", "Practice", "No model: follows directives, at reading speed."},
+    {"practice-instant", "Practice, instant", "No model: follows directives, without pauses."},
+};
+constexpr Choice efforts[] = {
+    {"default", "Default", "There is no model that could try harder."},
+    {"high", "High", "Remembered, and of no effect: there is no model that could try harder."},
+};
+
+struct Option {
+  std::string_view id;
+  std::string_view name;
+  std::string_view category;
+  std::string Session::* value;
+  std::span<const Choice> choices;
+};
+
+constexpr Option options[] = {
+    {"mode", "Approvals", "mode", &Session::mode, modes},
+    {"model", "Model", "model", &Session::model, models},
+    {"effort", "Effort", "thought_level", &Session::effort, efforts},
+};
+
+constexpr std::string_view kindNames[] = {"user", "agent", "thought", "tool"};
+
+std::string_view nameOf(HistoryItem::Kind kind) {
+  return kindNames[static_cast<int>(kind)];
+}
+
+std::optional<HistoryItem::Kind> kindNamed(std::string_view name) {
+  const auto* found = std::ranges::find(kindNames, name);
+  if (found == std::end(kindNames)) return std::nullopt;
+  return static_cast<HistoryItem::Kind>(found - std::begin(kindNames));
+}
+
+JsonObject encoded(const HistoryItem& item) {
+  JsonObject object{{"kind", nameOf(item.kind)}, {"id", item.id}, {"text", item.text}};
+  if (item.kind == HistoryItem::Kind::tool) {
+    object.set("toolKind", item.toolKind);
+    object.set("status", item.status);
+    object.set("rawInput", item.rawInput);
+  }
+  return object;
+}
+
+/// A tool call that was under way when its process ended will not go on.
+std::string settled(const std::string& status) {
+  return status == "completed" ? status : "failed";
+}
+
+std::optional<HistoryItem> decodedItem(const Json& json) {
+  const auto* object = json.asObject();
+  if (!object) return std::nullopt;
+  auto kind = kindNamed(json::textOr(*object, "kind", ""));
+  const auto* id = json::text(*object, "id");
+  const auto* text = json::text(*object, "text");
+  if (!kind || !id || !text) return std::nullopt;
+  const auto* rawInput = object->find("rawInput");
+  return HistoryItem{.kind = *kind,
+                     .id = *id,
+                     .text = *text,
+                     .toolKind = json::textOr(*object, "toolKind", ""),
+                     .status = settled(json::textOr(*object, "status", "")),
+                     .rawInput = rawInput ? *rawInput : Json()};
+}
+
+std::optional<Session> decoded(std::string_view content, const std::string& id) {
+  auto object = json::parseObject(content);
+  if (!object || json::textOr(*object, "id", "") != id) return std::nullopt;
+  const auto* history = json::array(*object, "history");
+  const auto* folder = json::text(*object, "folder");
+  if (!history || !folder) return std::nullopt;
+  Session session{.id = id, .folder = *folder};
+  for (const Option& option : options) {
+    auto value = json::textOr(*object, option.id, session.*option.value);
+    if (!session.setConfigOption(option.id, value)) return std::nullopt;
+  }
+  for (const Json& one : *history) {
+    auto item = decodedItem(one);
+    if (!item) return std::nullopt;
+    session.history.push_back(*std::move(item));
+  }
+  return session;
+}
+
+}  // namespace
+
+bool Session::asksFor(std::string_view toolKind) const {
+  return mode == "manual" && !allowedKinds.contains(toolKind);
+}
+
+Json::Array Session::configOptions() const {
+  Json::Array list;
+  for (const Option& option : options) {
+    Json::Array choices;
+    for (const Choice& choice : option.choices) {
+      choices.emplace_back(JsonObject{
+          {"value", choice.value}, {"name", choice.name}, {"description", choice.description}});
+    }
+    list.emplace_back(JsonObject{{"id", option.id},
+                                 {"name", option.name},
+                                 {"category", option.category},
+                                 {"type", "select"},
+                                 {"currentValue", this->*option.value},
+                                 {"options", std::move(choices)}});
+  }
+  return list;
+}
+
+std::expected<void, RpcError> Session::setConfigOption(std::string_view configId,
+                                                       std::string_view value) {
+  const auto* option = std::ranges::find(options, configId, &Option::id);
+  if (option == std::end(options)) {
+    return std::unexpected(
+        RpcError{RpcError::invalidParams, fmt::format("There is no option \"{}\".", configId)});
+  }
+  if (std::ranges::find(option->choices, value, &Choice::value) == option->choices.end()) {
+    std::string known;
+    for (const Choice& choice : option->choices) {
+      known += fmt::format("{}{}", known.empty() ? "" : ", ", choice.value);
+    }
+    return std::unexpected(RpcError{
+        RpcError::invalidParams,
+        fmt::format("\"{}\" is no value of \"{}\"; it takes {}.", value, configId, known)});
+  }
+  this->*option->value = value;
+  return {};
+}
+
+std::expected<void, RpcError> SessionStore::save(const Session& session) const {
+  Json::Array history;
+  for (const HistoryItem& item : session.history) history.emplace_back(encoded(item));
+  JsonObject object{{"id", session.id}, {"folder", session.folder}};
+  for (const Option& option : options) {
+    object.set(std::string(option.id), session.*option.value);
+  }
+  object.set("history", std::move(history));
+
+  auto stored = files::createOwnerOnlyFolder(folder_).and_then([&] {
+    return files::writeAtomically(fmt::format("{}/{}.json", folder_, session.id),
+                                  json::write(object), 0600);
+  });
+  if (stored) return {};
+  return std::unexpected(
+      RpcError{RpcError::internalError, "The session was not kept: " + stored.error().description});
+}
+
+std::expected<Session, RpcError> SessionStore::load(std::string_view id) const {
+  // Only a UUID can name a session, so that an id cannot lead out of the folder.
+  auto uuid = Uuid::parse(id);
+  auto path = fmt::format("{}/{}.json", folder_, id);
+  if (!uuid || !files::exists(path)) {
+    return std::unexpected(
+        RpcError{RpcError::resourceNotFound, fmt::format("There is no session \"{}\".", id)});
+  }
+  auto content = files::read(path);
+  if (!content) {
+    return std::unexpected(RpcError{RpcError::internalError, content.error().description});
+  }
+  auto session = decoded(*content, std::string(id));
+  if (!session) {
+    return std::unexpected(
+        RpcError{RpcError::internalError, fmt::format("The file of session {} is damaged.", id)});
+  }
+  return *std::move(session);
+}
+
+}  // namespace vantrell::practice

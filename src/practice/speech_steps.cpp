@@ -1,0 +1,81 @@
+#include "practice/speech_steps.h"
+
+#include <algorithm>
+#include <chrono>
+#include <fmt/format.h>
+#include <utility>
+
+#include "platform/uuid.h"
+#include "platform/weakly.h"
+
+namespace vantrell::practice {
+namespace {
+
+/// Between two pieces: short enough for tests, long enough to be seen.
+constexpr std::chrono::milliseconds pauseBetweenPieces{15};
+/// A text is sent in about so many pieces.
+constexpr std::size_t piecesOfText = 8;
+constexpr std::size_t smallestPiece = 4;  // bytes
+constexpr int mostTicks = 60;
+
+bool startsCharacter(char byte) {
+  return (static_cast<unsigned char>(byte) & 0xC0) != 0x80;
+}
+
+/// Where the piece that begins at `start` ends: behind a space where one is near, and never inside
+/// a character.
+std::size_t endOfPiece(std::string_view text, std::size_t start) {
+  auto size = std::max(smallestPiece, text.size() / piecesOfText);
+  auto hardEnd = start + 3 * size;
+  for (auto end = start + size; end < text.size(); ++end) {
+    if (text[end - 1] == ' ' || text[end - 1] == '\n') return end;
+    if (end >= hardEnd && startsCharacter(text[end])) return end;
+  }
+  return text.size();
+}
+
+}  // namespace
+
+SpeechStep::SpeechStep(StepContext context, Finish finish, HistoryItem::Kind kind, std::string text,
+                       StepEnd end)
+    : Step(std::move(context), std::move(finish)),
+      kind_(kind),
+      messageId_(Uuid::random().text()),
+      text_(std::move(text)),
+      end_(std::move(end)) {}
+
+void SpeechStep::start() {
+  sendPiece();
+}
+
+void SpeechStep::sendPiece() {
+  auto end = endOfPiece(text_, sent_);
+  transcript().speak(kind_, messageId_, std::string_view(text_).substr(sent_, end - sent_));
+  sent_ = end;
+  if (sent_ == text_.size()) return finish(end_);
+  auto next = weakly(this, [](SpeechStep& step) { step.sendPiece(); });
+  if (transcript().session().model == "practice-instant") {
+    context().queue.post(std::move(next));
+  } else {
+    timer_ = context().queue.after(pauseBetweenPieces, std::move(next));
+  }
+}
+
+TickStep::TickStep(StepContext context, Finish finish, double seconds)
+    : Step(std::move(context), std::move(finish)),
+      seconds_(seconds),
+      messageId_(Uuid::random().text()) {}
+
+void TickStep::start() {
+  auto period = std::chrono::duration_cast<Duration>(Seconds(seconds_));
+  timer_ = context().queue.every(period, weakly(this, [](TickStep& step) { step.tick(); }));
+}
+
+void TickStep::tick() {
+  transcript().speak(HistoryItem::Kind::agent, messageId_, fmt::format("tick {}\n", ++ticks_));
+  if (ticks_ < mostTicks) return;
+  timer_.cancel();
+  finish();
+}
+
+}  // namespace vantrell::practice

@@ -1,0 +1,121 @@
+// Properties of the reader and the writers over many random values; the seeds are fixed, so that a
+// failure repeats.
+#include <bit>
+#include <cmath>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <random>
+
+#include "platform/json.h"
+
+namespace vantrell {
+namespace {
+
+class RandomJson {
+ public:
+  explicit RandomJson(std::uint32_t seed) : engine_(seed) {}
+
+  Json value(int depth) {
+    switch (below(depth > 0 ? 8 : 6)) {
+      case 0: return nullptr;
+      case 1: return below(2) == 0;
+      case 2: return static_cast<std::int64_t>(engine_());
+      case 3: return static_cast<std::int64_t>(below(1000)) - 500;
+      case 4: return number();
+      case 5: return text();
+      case 6: {
+        Json::Array elements;
+        for (std::size_t i = below(5); i > 0; --i) elements.push_back(value(depth - 1));
+        return elements;
+      }
+      default: {
+        JsonObject object;
+        for (std::size_t i = below(below(10) == 0 ? 40 : 6); i > 0; --i) {
+          object.set(text(), value(depth - 1));
+        }
+        return object;
+      }
+    }
+  }
+
+  /// Any bit pattern that is a finite number.
+  double number() {
+    while (true) {
+      const auto candidate = std::bit_cast<double>(engine_());
+      if (std::isfinite(candidate)) return candidate;
+    }
+  }
+
+  std::size_t below(std::size_t limit) { return engine_() % limit; }
+
+ private:
+  std::string text() {
+    const std::string_view pieces[] = {
+        "a",      "key",    "\"",         "\\",   "\n",   "\x01", " ",
+        "\u00e9", "\u2028", "\U0001F600", "\x7f", "word", "/",    "eight by eight bytes"};
+    std::string text;
+    for (std::size_t i = below(6); i > 0; --i) text += pieces[below(std::size(pieces))];
+    return text;
+  }
+
+  std::mt19937_64 engine_;
+};
+
+TEST(JsonProperty, RandomValuesSurviveWritingAndReading) {
+  RandomJson random(1);
+  for (int i = 0; i < 3000; ++i) {
+    const Json value = random.value(4);
+    const std::string compact = json::write(value);
+    const auto read = json::parse(compact);
+    ASSERT_TRUE(read) << compact << ": " << read.error().message;
+    ASSERT_EQ(*read, value) << compact;
+    ASSERT_EQ(json::write(*read), compact) << "the order of keys, too, must survive";
+    const auto pretty = json::parse(json::writePrettySorted(value));
+    ASSERT_TRUE(pretty) << compact;
+    ASSERT_EQ(*pretty, value) << compact;
+  }
+}
+
+TEST(JsonProperty, DoublesComeBackBitForBit) {
+  RandomJson random(2);
+  for (int i = 0; i < 50'000; ++i) {
+    const double number = random.number();
+    const auto read = json::parse(json::write(Json(number)));
+    ASSERT_TRUE(read);
+    const double back =
+        read->asDouble() ? *read->asDouble() : static_cast<double>(*read->asInteger());
+    ASSERT_EQ(std::bit_cast<std::uint64_t>(back), std::bit_cast<std::uint64_t>(number)) << number;
+  }
+}
+
+TEST(JsonProperty, EveryTruncationOfADocumentIsRefused) {
+  RandomJson random(3);
+  for (int i = 0; i < 100; ++i) {
+    // In an array, so that no beginning of it is a document of its own.
+    const std::string whole = json::write(Json::Array{random.value(3)});
+    for (std::size_t length = 0; length < whole.size(); ++length) {
+      // A copy of its own on the heap lets the address sanitizer see a read behind the end.
+      const std::vector<char> cut(whole.begin(),
+                                  whole.begin() + static_cast<std::ptrdiff_t>(length));
+      ASSERT_FALSE(json::parse({cut.data(), cut.size()})) << whole.substr(0, length);
+    }
+  }
+}
+
+TEST(JsonProperty, ChangedBytesNeverYieldWhatCannotBeWrittenAndReadAgain) {
+  RandomJson random(4);
+  for (int i = 0; i < 2000; ++i) {
+    std::string text = json::write(random.value(3));
+    for (int change = 0; change < 3; ++change) {
+      text[random.below(text.size())] = static_cast<char>(random.below(256));
+    }
+    const auto read = json::parse(text);
+    if (!read) continue;
+    const auto again = json::parse(json::write(*read));
+    ASSERT_TRUE(again) << text;
+    ASSERT_EQ(*again, *read) << text;
+  }
+}
+
+}  // namespace
+}  // namespace vantrell

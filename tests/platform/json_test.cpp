@@ -1,0 +1,320 @@
+#include "platform/json.h"
+
+#include <chrono>
+#include <cmath>
+#include <gtest/gtest.h>
+#include <limits>
+
+namespace vantrell {
+namespace {
+
+std::string rewritten(std::string_view text) {
+  const auto value = json::parse(text);
+  return value ? json::write(*value) : "refused: " + value.error().message;
+}
+
+struct Case {
+  std::string_view in;
+  std::string_view out;
+};
+
+TEST(Json, ReadsAndWritesEveryKindOfValue) {
+  const Case cases[] = {
+      {"null", "null"},
+      {"true", "true"},
+      {"false", "false"},
+      {" \t\r\n[ 1 , { \"a\" : [ ] } , { } ]\n", R"([1,{"a":[]},{}])"},
+      {"\xEF\xBB\xBF[]", "[]"},
+      {R"("a\/b\\\"\b\f\n\r\t\u0041\u00e9\u20ac")", "\"a/b\\\\\\\"\\b\\f\\n\\r\\tA\u00e9\u20ac\""},
+      {R"("\u0000\u001f\u007f")", "\"\\u0000\\u001f\x7f\""},
+      {R"({"b":1,"a":2})", R"({"b":1,"a":2})"},
+      {"\"\U0001F600 \u4E2D\"", "\"\U0001F600 \u4E2D\""},
+  };
+  for (const Case& c : cases) EXPECT_EQ(rewritten(c.in), c.out) << c.in;
+}
+
+TEST(Json, KeepsIntegersExactAndWritesDoublesShortest) {
+  const Case cases[] = {
+      {"0", "0"},
+      {"-0", "-0"},
+      {"9223372036854775807", "9223372036854775807"},
+      {"-9223372036854775808", "-9223372036854775808"},
+      {"9007199254740993", "9007199254740993"},
+      {"9223372036854775808", "9223372036854775808"},  // a double, 2^63
+      {"123456789012345678901234567890", "1.2345678901234568e+29"},
+      {"0.5", "0.5"},
+      {"5.0", "5"},
+      {"-100000.0", "-100000"},
+      {"0.1", "0.1"},
+      {"2.5E-3", "0.0025"},
+      {"785712345.123456", "785712345.123456"},
+      {"5e-324", "5e-324"},
+      {"1.7976931348623157e308", "1.7976931348623157e+308"},
+      {"1e-400", "0"},
+      {"0e99999999999999999999", "0"},
+      {"1e-99999999999999999999", "0"},
+  };
+  for (const Case& c : cases) EXPECT_EQ(rewritten(c.in), c.out) << c.in;
+
+  EXPECT_TRUE(json::parse("9223372036854775807")->asInteger());
+  EXPECT_TRUE(json::parse("9223372036854775808")->asDouble());
+  EXPECT_TRUE(json::parse("-0")->asDouble());
+  EXPECT_EQ(json::write(Json(std::nan(""))), "null");
+  EXPECT_EQ(json::write(Json(-std::numeric_limits<double>::infinity())), "null");
+}
+
+TEST(Json, JudgesNumbersOutOfRangeByTheirWholeSize) {
+  const std::string zeros(400, '0');
+  EXPECT_EQ(rewritten("1" + zeros + "e-400"), "1");
+  EXPECT_EQ(rewritten("0." + zeros + "1e5"), "0");
+  EXPECT_EQ(rewritten("1" + zeros + "e-5"), "refused: a number beyond the range of a double");
+  EXPECT_EQ(rewritten("-1e999"), "refused: a number beyond the range of a double");
+}
+
+TEST(Json, ReplacesHalvesOfSurrogatePairs) {
+  const Case cases[] = {
+      {R"("\ud83d\ude00")", "\"\U0001F600\""},
+      {R"("\uDBFF\uDFFF")", "\"\U0010FFFF\""},
+      {R"("x\ud83d")", "\"x\uFFFD\""},
+      {R"("\ude00x")", "\"\uFFFDx\""},
+      {R"("\ud83d\ud83d\ude00")", "\"\uFFFD\U0001F600\""},
+      {R"("\ud83d\n")", "\"\uFFFD\\n\""},
+      {R"("\ud83d\u0041")", "\"\uFFFDA\""},
+  };
+  for (const Case& c : cases) EXPECT_EQ(rewritten(c.in), c.out) << c.in;
+}
+
+TEST(Json, RefusesWhatIsNotJsonAndSaysWhere) {
+  struct Refusal {
+    std::string_view text;
+    std::size_t offset;
+  };
+  const Refusal cases[] = {
+      {"", 0},
+      {"  ", 2},
+      {"nul", 0},
+      {"nulll", 4},
+      {"True", 0},
+      {"[1,]", 3},
+      {"[1 2]", 3},
+      {"[", 1},
+      {"{\"a\" 1}", 5},
+      {"{\"a\":}", 5},
+      {"{\"a\":1,}", 7},
+      {"{a:1}", 1},
+      {"{1:1}", 1},
+      {"{\"a\":1", 6},
+      {"1 2", 2},
+      {"{} x", 3},
+      {"01", 0},
+      {"-", 1},
+      {"-a", 1},
+      {"+1", 0},
+      {".5", 0},
+      {"1.", 2},
+      {"1.e5", 2},
+      {"1e", 2},
+      {"1e+", 3},
+      {"0x10", 1},
+      {"NaN", 0},
+      {"Infinity", 0},
+      {"\"a", 2},
+      {"\"\\x\"", 2},
+      {"\"\\u12g4\"", 5},
+      {"\"\\u12", 5},
+      {"\"\\", 2},
+      {"\"a\nb\"", 2},
+      {"'a'", 0},
+      {"[1]]", 3},
+      {"/**/1", 0},
+      {"\xEF\xBB\xBF", 3},
+      {"\"\\ud83d\\u\"", 9},
+  };
+  for (const Refusal& c : cases) {
+    const auto value = json::parse(c.text);
+    ASSERT_FALSE(value) << c.text;
+    EXPECT_EQ(value.error().offset, c.offset) << c.text;
+    EXPECT_FALSE(value.error().message.empty());
+  }
+}
+
+TEST(Json, RefusesInvalidUtf8Wherever) {
+  const std::string_view bad[] = {"\x80",         "\xC0\xAF",         "\xC3",
+                                  "\xE0\x80\x80", "\xED\xA0\x80",     "\xF0\x80\x80\x80",
+                                  "\xE2\x82",     "\xF4\x90\x80\x80", "\xFF"};
+  for (const std::string_view bytes : bad) {
+    for (const std::size_t before : {0, 5, 8, 17}) {
+      const std::string text = "\"" + std::string(before, 'a') + std::string(bytes) + "b\"";
+      const auto value = json::parse(text);
+      ASSERT_FALSE(value) << before;
+      EXPECT_EQ(value.error().offset, 1 + before);
+    }
+  }
+}
+
+TEST(Json, FindsSpecialCharactersAtEveryPlaceOfAWord) {
+  for (std::size_t before = 0; before < 20; ++before) {
+    const std::string a(before, 'a');
+    EXPECT_EQ(*json::parse("\"" + a + "\\n" + a + "\"")->asText(), a + "\n" + a);
+    EXPECT_EQ(*json::parse("\"" + a + "\u00e9" + a + "\"")->asText(), a + "\u00e9" + a);
+    EXPECT_FALSE(json::parse("\"" + a + "\x1f" + a + "\""));
+    EXPECT_EQ(json::write(Json(a + "\"\x01!" + a)), "\"" + a + "\\\"\\u0001!" + a + "\"");
+  }
+}
+
+TEST(Json, RefusesDeepNestingWithoutExhaustingTheStack) {
+  const auto nested = [](std::size_t depth) {
+    return std::string(depth, '[') + std::string(depth, ']');
+  };
+  const auto deepest = json::parse(nested(512));
+  ASSERT_TRUE(deepest);
+  EXPECT_EQ(json::write(*deepest), nested(512));
+  EXPECT_EQ(*deepest, *json::parse(nested(512)));
+  EXPECT_FALSE(json::parse(nested(513)));
+  EXPECT_FALSE(json::parse(std::string(5'000'000, '[')));
+  std::string objects;
+  for (int i = 0; i < 513; ++i) objects += "{\"a\":";
+  EXPECT_EQ(json::parse(objects).error().message, "nested too deeply");
+}
+
+TEST(Json, DoubledKeyKeepsTheLastValueAtTheFirstPlace) {
+  EXPECT_EQ(rewritten(R"({"a":1,"b":2,"a":3,"c":4,"a":5,"b":6})"), R"({"a":5,"b":6,"c":4})");
+
+  // Enough members to take the path for large objects.
+  std::string text = "{";
+  std::string expected = "{";
+  for (int i = 0; i < 40; ++i)
+    text += "\"k" + std::to_string(i % 25) + "\":" + std::to_string(i) + ",";
+  for (int i = 0; i < 25; ++i) {
+    expected += "\"k" + std::to_string(i) + "\":" + std::to_string(i < 15 ? i + 25 : i) + ",";
+  }
+  text.back() = expected.back() = '}';
+  EXPECT_EQ(rewritten(text), expected);
+}
+
+TEST(Json, ReadsAHundredThousandKeysWithoutComparingThemAll) {
+  // All pairs would be 5 * 10^9 comparisons.
+  std::string distinct = "{";
+  std::string same = "{";
+  for (int i = 0; i < 100'000; ++i) {
+    distinct += "\"k" + std::to_string(i) + "\":0,";
+    same += "\"k\":" + std::to_string(i) + ",";
+  }
+  distinct.back() = same.back() = '}';
+  const auto start = std::chrono::steady_clock::now();
+  const auto value = json::parse(distinct);
+  ASSERT_TRUE(value);
+  EXPECT_EQ(value->asObject()->size(), 100'000u);
+  EXPECT_EQ(*value, *json::parse(distinct));
+  EXPECT_EQ(rewritten(same), R"({"k":99999})");
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+}
+
+TEST(Json, ComparesAsJsonDoes) {
+  EXPECT_EQ(*json::parse(R"({"a":1,"b":[2.0]})"), *json::parse(R"({"b":[2],"a":1.0})"));
+  EXPECT_NE(*json::parse(R"({"a":1})"), *json::parse(R"({"a":1,"b":2})"));
+  EXPECT_NE(*json::parse(R"({"a":1})"), *json::parse(R"({"b":1})"));
+  EXPECT_NE(*json::parse("[1,2]"), *json::parse("[2,1]"));
+  EXPECT_NE(Json(1), Json("1"));
+  EXPECT_NE(Json(), Json(false));
+  EXPECT_NE(Json(std::int64_t{9007199254740993}), Json(9007199254740992.0));
+  EXPECT_NE(Json(std::numeric_limits<std::int64_t>::max()), Json(9223372036854775808.0));
+  EXPECT_NE(Json(1), Json(std::nan("")));
+}
+
+TEST(JsonObject, KeepsTheOrderOfFirstSetting) {
+  JsonObject object{{"b", 1}, {"a", 2}, {"b", 3}};
+  object.set("c", "x");
+  object.set("a", nullptr);
+  EXPECT_EQ(json::write(object), R"({"b":3,"a":null,"c":"x"})");
+  EXPECT_TRUE(object.remove("b"));
+  EXPECT_FALSE(object.remove("b"));
+  EXPECT_EQ(json::write(object), R"({"a":null,"c":"x"})");
+  EXPECT_EQ(object.find("b"), nullptr);
+  EXPECT_EQ(*object.find("c"), Json("x"));
+}
+
+TEST(Json, PrettyFormIsSortedAndIndentedByTwo) {
+  const auto value = json::parse(R"({"b":[1,{"z":{},"y":[]}],"a":"x","B":null,"\u00e9":1})");
+  EXPECT_EQ(json::writePrettySorted(*value), R"({
+  "B": null,
+  "a": "x",
+  "b": [
+    1,
+    {
+      "y": [],
+      "z": {}
+    }
+  ],
+  ")"
+                                             "\u00e9"
+                                             R"(": 1
+})");
+  EXPECT_EQ(json::writePrettySorted(JsonObject()), "{}");
+}
+
+TEST(Json, WritingRepairsInvalidUtf8) {
+  EXPECT_EQ(json::write(Json("a\xFF"
+                             "b\xE2\x82")),
+            "\"a\uFFFDb\uFFFD\"");
+  EXPECT_EQ(json::write(JsonObject{{"\xC3(", 1}}), "{\"\uFFFD(\":1}");
+}
+
+TEST(Json, LooksUpByKindAndRange) {
+  const auto object = json::parseObject(
+      R"({"t":"x","b":true,"i":7,"d":7.9,"n":-7.9,"big":1e300,"max":9223372036854775808,)"
+      R"("a":[1],"o":{"k":1},"null":null})");
+  ASSERT_TRUE(object);
+  EXPECT_EQ(*json::text(*object, "t"), "x");
+  EXPECT_EQ(json::text(*object, "i"), nullptr);
+  EXPECT_EQ(json::textOr(*object, "missing", "-"), "-");
+  EXPECT_EQ(json::textOr(*object, "null", "-"), "-");
+  EXPECT_EQ(json::boolean(*object, "b"), true);
+  EXPECT_EQ(json::boolean(*object, "i"), std::nullopt);
+  EXPECT_EQ(json::integer(*object, "i"), 7);
+  EXPECT_EQ(json::integer(*object, "d"), 7);
+  EXPECT_EQ(json::integer(*object, "n"), -7);
+  EXPECT_EQ(json::integer(*object, "big"), std::nullopt);
+  EXPECT_EQ(json::integer(*object, "max"), std::nullopt);
+  EXPECT_EQ(json::integer(*object, "b"), std::nullopt);
+  EXPECT_EQ(json::number(*object, "i"), 7.0);
+  EXPECT_EQ(json::number(*object, "d"), 7.9);
+  EXPECT_EQ(json::number(*object, "t"), std::nullopt);
+  EXPECT_EQ(json::array(*object, "a")->size(), 1u);
+  EXPECT_EQ(json::array(*object, "o"), nullptr);
+  EXPECT_EQ(json::object(*object, "o")->size(), 1u);
+  EXPECT_EQ(json::object(*object, "a"), nullptr);
+  EXPECT_FALSE(json::parseObject("[]"));
+  EXPECT_FALSE(json::parseObject("{"));
+}
+
+TEST(JsonWriter, PutsCommasBetweenAndNowhereElse) {
+  std::string out;
+  JsonWriter writer(out);
+  writer.beginObject();
+  writer.key("a");
+  writer.beginArray();
+  writer.value(1);
+  writer.value(std::string("x\n"));
+  writer.beginArray();
+  writer.endArray();
+  writer.null();
+  writer.endArray();
+  writer.key("b");
+  writer.beginObject();
+  writer.endObject();
+  writer.key("c");
+  writer.value(0.5);
+  writer.key("d");
+  writer.value(Json(JsonObject{{"k", true}}));
+  writer.key("e");
+  writer.value(false);
+  writer.key("f");
+  writer.value("literal");
+  writer.endObject();
+  EXPECT_EQ(out,
+            R"({"a":[1,"x\n",[],null],"b":{},"c":0.5,"d":{"k":true},"e":false,"f":"literal"})");
+}
+
+}  // namespace
+}  // namespace vantrell

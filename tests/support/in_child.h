@@ -1,0 +1,53 @@
+// Runs a part of a test in a forked child, for what changes a whole process: limits, mounts, death.
+#pragma once
+
+#include <cstdio>
+#include <exception>
+#include <fstream>
+#include <functional>
+#include <sched.h>
+#include <string>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace vantrell::tests {
+
+/// Answered by a child that may not do what the test needs.
+constexpr int childCannot = 77;
+
+/// The exit status of the child, in which `part` ran and gave it; 128 and the signal if one ended
+/// it. A zero should mean that all went well.
+inline int inChild(const std::function<int()>& part) {
+  std::fflush(nullptr);
+  const pid_t child = fork();
+  if (child == 0) {
+    int status = 126;
+    try {
+      status = part();
+    } catch (const std::exception& error) {
+      std::fprintf(stderr, "%s\n", error.what());
+    }
+    _exit(status);
+  }
+  int status = 0;
+  if (child < 0 || waitpid(child, &status, 0) != child) return -1;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+/// Mounts a file system of the given size at `folder`, seen by this process alone, which should be
+/// a child. False where the system does not permit it.
+inline bool mountSmallVolume(const std::string& folder, const std::string& size) {
+  const uid_t user = geteuid();
+  const gid_t group = getegid();
+  if (unshare(CLONE_NEWNS) != 0) {
+    if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return false;
+    std::ofstream("/proc/self/setgroups") << "deny";
+    std::ofstream("/proc/self/uid_map") << user << ' ' << user << " 1";
+    std::ofstream("/proc/self/gid_map") << group << ' ' << group << " 1";
+  }
+  return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+         mount("tmpfs", folder.c_str(), "tmpfs", 0, ("size=" + size).c_str()) == 0;
+}
+
+}  // namespace vantrell::tests
