@@ -8,7 +8,6 @@ target_precompile_headers(vantrell_pch PRIVATE ${CMAKE_SOURCE_DIR}/cmake/pch.h)
 function(_vantrell_common target)
   target_include_directories(${target} PUBLIC ${CMAKE_SOURCE_DIR}/src)
   target_precompile_headers(${target} REUSE_FROM vantrell_pch)
-  target_compile_definitions(${target} PRIVATE VANTRELL_VERSION="${PROJECT_VERSION}")
   target_link_libraries(${target} PUBLIC fmt::fmt Threads::Threads)
 endfunction()
 
@@ -38,9 +37,6 @@ function(vantrell_program name main)
     return()
   endif()
   add_executable(${name} ${CMAKE_SOURCE_DIR}/${main})
-  # A precompiled header is good for one set of definitions only.
-  set_source_files_properties(${CMAKE_SOURCE_DIR}/${main} PROPERTIES SKIP_PRECOMPILE_HEADERS ON
-                              COMPILE_DEFINITIONS VANTRELL_VERSION="${PROJECT_VERSION}")
   _vantrell_common(${name})
   list(TRANSFORM ARG_USES PREPEND vantrell_)
   target_link_libraries(${name} PRIVATE ${ARG_USES})

@@ -47,3 +47,6 @@ endif()
 
 find_package(Threads REQUIRED)
 find_package(fmt REQUIRED)
+
+# For every target alike: a precompiled header is good for one set of definitions only.
+add_compile_definitions(VANTRELL_VERSION="${PROJECT_VERSION}")

@@ -174,12 +174,14 @@ void ACPConnection::respondToPermission(std::int64_t requestID, std::string opti
 
 void ACPConnection::stop() {
   stopping_ = true;
+  hasEnded_ = true;
   if (host_) host_->releaseAll();
   process_.reset();
   failPending(ACPClientError::disconnected());
 }
 
 void ACPConnection::ended(ExitStatus status, std::string errorText) {
+  hasEnded_ = true;
   if (host_) host_->releaseAll();
   failPending(ACPClientError::disconnected());
   if (stopping_ || !events_.unexpectedTermination) return;
@@ -263,6 +265,8 @@ void ACPConnection::handlePermissionRequest(std::int64_t id, const JsonObject& p
 
 void ACPConnection::request(std::string_view method, JsonObject params,
                             std::function<void(Answer)> completion) {
+  // Nobody is left to answer, and a request that nobody answers would wait for ever.
+  if (hasEnded_) return completion(std::unexpected(AgentError(ACPClientError::disconnected())));
   const std::int64_t id = pending_.add(std::move(completion));
   send(acp::request(id, method, std::move(params)));
 }

@@ -87,6 +87,7 @@ class ACPConnection : public std::enable_shared_from_this<ACPConnection> {
   std::set<std::int64_t> pendingPermissionIDs_;  // JSON-RPC ids of open questions
   bool supportsConfigOptions_ = false;           // known after "initialize"
   bool stopping_ = false;
+  bool hasEnded_ = false;  // stopped, or the process died
   std::optional<std::string> sessionId_;
 };
 
