@@ -1,6 +1,6 @@
-// How observers (views, the remote snapshot) learn of changes: a fine value for each, so that a window
-// can update one row of a long transcript without reading the rest. For observing only: what must
-// happen in an order is called, not announced. Main queue.
+// How observers (views, the remote snapshot) learn of changes: a fine value for each, so that a
+// window can update one row of a long transcript without reading the rest. For observing only: what
+// must happen in an order is called, not announced. Main queue.
 #pragma once
 
 #include <functional>
@@ -20,10 +20,10 @@ struct Change {
     textAdded,           // `text` at the end of the entry
     transcriptReplaced,  // read it anew
     planReplaced,
-    runChanged,           // `runID`
-    executionPublished,   // connection state, open question, error, log
-    threadChanged,        // title, queue, choices
-    workspacesChanged,    // threads or workspaces came, went or moved
+    runChanged,          // `runID`
+    executionPublished,  // connection state, open question, error, log
+    threadChanged,       // title, queue, choices
+    workspacesChanged,   // threads or workspaces came, went or moved
     selectionChanged,
     settingsChanged,
     saveFailed,  // `text` says why

@@ -1,4 +1,5 @@
-// One step of the plan that a runtime has reported. A plan is always replaced whole and never stored.
+// One step of the plan that a runtime has reported. A plan is always replaced whole and never
+// stored.
 #pragma once
 
 #include <string>

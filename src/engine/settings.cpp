@@ -42,6 +42,8 @@ void Settings::chooseForThisProcess(GrokPermissionMode permissionMode,
   announce();
 }
 
-void Settings::announce() { changes_.announce({.kind = Change::Kind::settingsChanged}); }
+void Settings::announce() {
+  changes_.announce({.kind = Change::Kind::settingsChanged});
+}
 
 }  // namespace vantrell

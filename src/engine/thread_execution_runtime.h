@@ -1,5 +1,5 @@
-// The live state of one conversation that has run something since start-up. Owned by ExecutionTable,
-// changed by the desks of the engine, never written to disk. Main queue.
+// The live state of one conversation that has run something since start-up. Owned by
+// ExecutionTable, changed by the desks of the engine, never written to disk. Main queue.
 #pragma once
 
 #include <memory>
@@ -29,8 +29,8 @@ struct ExecutionFace {
   PermissionOwner permissionOwner = PermissionOwner::build;
   std::shared_ptr<const PermissionRequest> permissionRequest;  // the open question
   std::optional<std::string> errorMessage;                     // of the last failure
-  LogText cliLog;             // cleared when a client starts
-  bool isReplaying = false;   // a resumed session plays its history back
+  LogText cliLog;                                              // cleared when a client starts
+  bool isReplaying = false;                        // a resumed session plays its history back
   std::shared_ptr<const Transcript> replayBackup;  // the entries as they were before
   /// Entry id for agent text that comes without a message id; fresh for every turn.
   std::string fallbackMessageID = Uuid::random().text();
@@ -42,9 +42,11 @@ struct ThreadExecutionRuntime : ExecutionFace {
   std::optional<Uuid> activeRunID;
   /// The user entry of the turn at hand; with what follows it, it survives a replay.
   std::optional<std::string> turnEntryID;
+  int stops = 0;  // how often the user stopped a turn: one that was begun before a stop ends at it
   Date lastActivityAt;
   Date lastPersistedActivityAt = Date::distantPast();
   bool stallWarningSent = false;
+  std::shared_ptr<void> savesHeldByReplay;  // lives as long as replayBackup
   Timer connectTimer;  // the connect watchdog, or the pause before the second attempt
 };
 

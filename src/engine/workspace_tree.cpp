@@ -9,10 +9,12 @@ namespace vantrell {
 WorkspaceTree::WorkspaceTree(MainQueue& main, WorkspaceStore& store, Changes& changes)
     : main_(main), store_(store), changes_(changes) {}
 
-void WorkspaceTree::load() { workspaces_ = store_.load(main_.now()); }
+void WorkspaceTree::load() {
+  workspaces_ = store_.load(main_.now());
+}
 
 void WorkspaceTree::save() {
-  if (saveHolds_ > 0) {
+  if (!saveHold_.expired()) {
     saveIsDue_ = true;
     return;
   }
@@ -20,10 +22,14 @@ void WorkspaceTree::save() {
   changes_.announce({.kind = Change::Kind::saveFailed, .text = store_.lastError()});
 }
 
-void WorkspaceTree::holdSaves() { ++saveHolds_; }
-
-void WorkspaceTree::releaseSaves() {
-  if (--saveHolds_ == 0 && std::exchange(saveIsDue_, false)) save();
+std::shared_ptr<void> WorkspaceTree::holdSaves() {
+  if (auto present = saveHold_.lock()) return present;
+  std::shared_ptr<void> hold(nullptr, [this](void*) {
+    saveHold_.reset();
+    if (std::exchange(saveIsDue_, false)) save();
+  });
+  saveHold_ = hold;
+  return hold;
 }
 
 void WorkspaceTree::settleRunsLeftOpen() {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -28,8 +29,8 @@ class WorkspaceTree {
   const std::vector<Workspace>& workspaces() const { return workspaces_; }
   const Workspace* workspace(const Uuid& id) const;
   const ChatThread* thread(const ThreadExecutionKey& key) const;
-  /// Where the conversation's agent works: its own worktree when it has one, else the project folder.
-  /// Absent when the conversation has gone.
+  /// Where the conversation's agent works: its own worktree when it has one, else the project
+  /// folder. Absent when the conversation has gone.
   std::optional<std::string> executionPath(const ThreadExecutionKey& key) const;
 
   // Structure.
@@ -62,10 +63,10 @@ class WorkspaceTree {
                  const std::function<void(RunRecord&)>& mutate);
   const RunRecord* latestRun(const ThreadExecutionKey& key) const;
 
-  /// While held, nothing is written; the last release writes what was asked for meanwhile. A replay
-  /// holds: until it ends the transcript in memory is less than the one on disk.
-  void holdSaves();
-  void releaseSaves();
+  /// While the returned object lives, nothing is written; the end of the last one writes what was
+  /// asked for meanwhile. A replay holds: until it ends, the transcript in memory is less than the
+  /// one on disk. The tree must outlive it.
+  [[nodiscard]] std::shared_ptr<void> holdSaves();
 
  private:
   ChatThread* find(const ThreadExecutionKey& key);
@@ -76,7 +77,7 @@ class WorkspaceTree {
   WorkspaceStore& store_;
   Changes& changes_;
   std::vector<Workspace> workspaces_;
-  int saveHolds_ = 0;
+  std::weak_ptr<void> saveHold_;
   bool saveIsDue_ = false;
   // Where the last look-up found its thread: streams look the same one up thousands of times.
   mutable std::size_t lastWorkspace_ = 0;

@@ -189,6 +189,12 @@ std::string_view firstCharacters(std::string_view text, std::size_t count) {
   return text.substr(0, walkCharacters(text, count));
 }
 
+std::string_view lastCharacters(std::string_view text, std::size_t count) {
+  const std::size_t total = characterCount(text);
+  if (total <= count) return text;
+  return text.substr(firstCharacters(text, total - count).size());
+}
+
 std::size_t characterCount(std::string_view text) {
   constexpr std::size_t all = std::numeric_limits<std::size_t>::max();
   std::size_t left = all;

@@ -17,6 +17,8 @@ namespace vantrell::text {
 std::string_view trimmed(std::string_view text);
 /// The first `count` user-perceived characters, or all of them when there are fewer.
 std::string_view firstCharacters(std::string_view text, std::size_t count);
+/// The last `count` user-perceived characters, or all of them when there are fewer.
+std::string_view lastCharacters(std::string_view text, std::size_t count);
 /// Number of user-perceived characters.
 std::size_t characterCount(std::string_view text);
 /// Lower-cased by the Unicode rules, independent of the locale.

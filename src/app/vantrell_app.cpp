@@ -1,0 +1,114 @@
+#include "app/vantrell_app.h"
+
+#include <fmt/format.h>
+
+#include "platform/process.h"
+#include "records/application.h"
+#include "runtimes/acp/acp_client.h"
+#include "runtimes/runtime_locator.h"
+
+namespace vantrell {
+
+namespace {
+
+/// Every port of the engine that something answers today. All others are neutral: their parts of
+/// the program are not built yet.
+EnginePorts answeredPorts(const ProviderConnectorRegistry& connectors,
+                          const std::optional<AgentProvider>& frontDoorProvider) {
+  EnginePorts ports = EnginePorts::neutral();
+  ports.connector = [&connectors](AgentProvider provider) -> const ProviderConnector& {
+    return connectors.connector(provider);
+  };
+  ports.providerForNextTurn = [&frontDoorProvider](
+                                  const std::set<AgentProvider>& attempted,
+                                  const ThreadExecutionKey&) -> std::optional<AgentProvider> {
+    if (!frontDoorProvider || attempted.contains(*frontDoorProvider)) return std::nullopt;
+    return frontDoorProvider;
+  };
+  return ports;
+}
+
+/// The practice agent in the place of local models: like them it needs no subscription.
+ProviderConnector practiceConnector(MainQueue& main, BackgroundPool& pool, std::string executable) {
+  ProviderConnector connector;
+  connector.provider = AgentProvider::local;
+  connector.setupHint =
+      fmt::format("The practice agent is missing: {}. Build it with ./run.", executable);
+  connector.isAvailable = [executable](const auto&) { return files::isExecutable(executable); };
+  connector.makeClient =
+      [&main, &pool,
+       executable](const ProviderConnectorContext& context) -> std::shared_ptr<AgentClient> {
+    if (!files::isExecutable(executable)) return nullptr;
+    ACPConfiguration configuration;
+    configuration.provider = AgentProvider::local;
+    configuration.executable = executable;
+    configuration.workspacePath = context.workspacePath;
+    configuration.permissionMode = context.permissionMode;
+    configuration.processArguments = {"acp"};
+    configuration.processEnvironment = GrokLocator::augmentedEnvironment();
+    configuration.runtimeName = "The practice agent";
+    return ACPClient::make(std::move(configuration), main, pool);
+  };
+  return connector;
+}
+
+}  // namespace
+
+std::expected<std::unique_ptr<VantrellApp>, std::string> VantrellApp::start(
+    MainQueue& main, VantrellOptions options) {
+  const std::string support = options.supportFolder.empty()
+                                  ? files::standardized(applicationName, files::dataFolder())
+                                  : options.supportFolder;
+  const std::string config = options.configFolder.empty()
+                                 ? files::standardized(applicationName, files::configFolder())
+                                 : options.configFolder;
+  for (const auto& folder : {support, config}) {
+    if (const auto made = files::createOwnerOnlyFolder(folder); !made) {
+      return std::unexpected(fmt::format(
+          "vantrell cannot keep its state: {}. Make the folder writable, or name another one with "
+          "XDG_DATA_HOME and XDG_CONFIG_HOME.",
+          made.error().description));
+    }
+  }
+  auto lock = files::LockFile::acquire(support + "/lock");
+  if (!lock) {
+    if (lock.error().error) return std::unexpected(lock.error().error->description);
+    const auto holder = lock.error().holder;
+    return std::unexpected(fmt::format(
+        "vantrell is already running{}. Nothing was changed; use that one, or end it first.",
+        holder ? fmt::format(" (process {})", *holder) : ""));
+  }
+  auto defaults = UserDefaults::open(config + "/defaults.sqlite");
+  if (!defaults) return std::unexpected(std::move(defaults.error()));
+  return std::unique_ptr<VantrellApp>(
+      new VantrellApp(main, std::move(options), std::move(*lock), std::move(*defaults), support));
+}
+
+VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, files::LockFile lock,
+                         std::unique_ptr<UserDefaults> defaults, std::string supportFolder)
+    : main_(main),
+      lock_(std::move(lock)),
+      defaults_(std::move(defaults)),
+      store_(*defaults_, std::move(supportFolder)),
+      connectors_(
+          main, pool_,
+          options.customExecutable
+              ? std::move(options.customExecutable)
+              : [](AgentProvider) -> std::optional<std::string> { return std::nullopt; }) {
+  if (options.practiceAgent) {
+    connectors_.replace(practiceConnector(main_, pool_, *options.practiceAgent));
+  }
+  model_ = std::make_unique<AppModel>(main_, *defaults_, store_,
+                                      answeredPorts(connectors_, frontDoorProvider));
+}
+
+VantrellApp::~VantrellApp() {
+  model_->endAllWork();
+  model_.reset();
+}
+
+bool VantrellApp::isAvailable(AgentProvider provider) const {
+  return connectors_.connector(provider).isAvailable({});
+}
+
+}  // namespace vantrell

@@ -1,0 +1,58 @@
+#include "engine/app_model.h"
+
+namespace vantrell {
+
+AppModel::AppModel(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore& store,
+                   EnginePorts ports)
+    : main(mainQueue),
+      ports_(std::move(ports)),
+      settings(defaults, changes),
+      tree(main, store, changes),
+      selection(defaults, changes),
+      executions(main, selection, changes),
+      intake(main, tree, executions, changes),
+      approvals(main, settings, tree, selection, executions, ports_),
+      operations(main, tree, selection, executions),
+      starter(std::make_shared<ClientStarter>(main, settings, tree, executions, intake, approvals,
+                                              ports_)),
+      driver(std::make_shared<TaskDriver>(main, settings, tree, selection, executions, intake,
+                                          approvals, *starter, ports_)) {
+  startUp();
+}
+
+AppModel::~AppModel() {
+  endAllWork();
+}
+
+// The order is fixed: what is stored first, then what an earlier process left open, then the world.
+void AppModel::startUp() {
+  ports_.makeServers();
+  tree.load();
+  tree.settleRunsLeftOpen();
+  selection.restore(tree.workspaces());
+  executions.publishExecution(selection.key());
+  settings.load();
+  ports_.loadTaskletAndImagine();
+  ports_.loadOrchestration();
+  ports_.configureRemoteHost();
+  ports_.refreshRuntimes();
+  ports_.refreshGitSnapshot();
+  ports_.configureExternalSessionImport();
+  ports_.configureAutomationScheduler();
+  ports_.configureExecutionMonitor();
+  ports_.refreshFleet();
+  ports_.startPersonalGateway();
+}
+
+void AppModel::endAllWork() {
+  for (const auto& workspace : tree.workspaces()) {
+    for (const auto& thread : workspace.threads) {
+      const ThreadExecutionKey key{workspace.id, thread.id};
+      const auto* execution = executions.find(key);
+      if (execution && execution->replayBackup) intake.replayFailed(key);
+    }
+  }
+  executions.stopAll();
+}
+
+}  // namespace vantrell

@@ -1,0 +1,54 @@
+// The owner of application state: it makes the desks that work on it, in the order of their
+// dependencies, and brings them up. It has no rules of its own. Main queue.
+#pragma once
+
+#include <memory>
+
+#include "engine/approvals.h"
+#include "engine/changes.h"
+#include "engine/client_starter.h"
+#include "engine/engine_ports.h"
+#include "engine/execution_table.h"
+#include "engine/operations.h"
+#include "engine/selection.h"
+#include "engine/session_intake.h"
+#include "engine/settings.h"
+#include "engine/task_driver.h"
+#include "engine/workspace_tree.h"
+
+namespace vantrell {
+
+class AppModel {
+ public:
+  /// Everything given must outlive the model. Making it performs the whole start-up.
+  AppModel(MainQueue& main, UserDefaults& defaults, WorkspaceStore& store, EnginePorts ports);
+  /// endAllWork().
+  ~AppModel();
+  AppModel(const AppModel&) = delete;
+  AppModel& operator=(const AppModel&) = delete;
+
+  /// Stops every client. What the transcripts were before an unfinished replay, they are again.
+  void endAllWork();
+
+  MainQueue& main;
+
+ private:
+  const EnginePorts ports_;  // before the desks: they hold it
+
+ public:
+  Changes changes;
+  Settings settings;
+  WorkspaceTree tree;
+  Selection selection;
+  ExecutionTable executions;
+  SessionIntake intake;
+  Approvals approvals;
+  Operations operations;
+  const std::shared_ptr<ClientStarter> starter;
+  const std::shared_ptr<TaskDriver> driver;
+
+ private:
+  void startUp();
+};
+
+}  // namespace vantrell

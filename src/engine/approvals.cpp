@@ -1,0 +1,91 @@
+#include "engine/approvals.h"
+
+#include "platform/text.h"
+
+namespace vantrell {
+
+Approvals::Approvals(MainQueue& main, Settings& settings, WorkspaceTree& tree, Selection& selection,
+                     ExecutionTable& executions, const EnginePorts& ports)
+    : main_(main),
+      settings_(settings),
+      tree_(tree),
+      selection_(selection),
+      executions_(executions),
+      ports_(ports) {}
+
+void Approvals::requestArrived(PermissionRequest request, const ThreadExecutionKey& key) {
+  ThreadExecutionRuntime& execution = executions_.execution(key);
+  const Date now = main_.now();
+  const std::string title = request.title;
+  execution.permissionOwner = PermissionOwner::build;
+  execution.permissionRequest = std::make_shared<PermissionRequest>(std::move(request));
+  execution.lastActivityAt = now;
+  execution.lastPersistedActivityAt = now;
+  execution.stallWarningSent = false;
+  tree_.updateRun(execution.activeRunID, key, [&](RunRecord& run) {
+    run.status = RunRecordStatus::waitingApproval;
+    run.statusMessage = title;
+    run.lastActivityAt = now;
+  });
+  executions_.publishExecutionIfSelected(key);
+  ports_.sendRemoteTaskEvent("needs_attention", title, key);
+}
+
+void Approvals::respondToPermission(const std::string& optionID) {
+  const ExecutionFace& mirror = executions_.mirror();
+  const auto request = mirror.permissionRequest;
+  const auto key = selection_.key();
+  if (!request) return;
+
+  const auto option = std::ranges::find(request->options, optionID, &PermissionOption::id);
+  if (mirror.client) mirror.client->respondToPermission(request->id, optionID);
+  if (option != request->options.end() && option->kind == "allow_always" &&
+      text::containsIgnoringCase(option->name, "always-approve")) {
+    // The runtime's own always-approve choice raises the program's mode; the client at work has
+    // raised its own already.
+    settings_.recordPermissionMode(GrokPermissionMode::fullAccess);
+  }
+  if (!key) return;
+  if (ThreadExecutionRuntime* execution = executions_.find(*key)) {
+    execution->permissionRequest = nullptr;
+    tree_.updateRun(execution->activeRunID, *key, [](RunRecord& run) {
+      run.status = RunRecordStatus::running;
+      run.statusMessage = "Continuing after your decision";
+    });
+  }
+  executions_.publishExecutionIfSelected(*key);
+}
+
+bool Approvals::respondWithRejection() {
+  const auto request = executions_.mirror().permissionRequest;
+  if (!request) return true;
+  const auto option = std::ranges::find_if(request->options, [](const PermissionOption& each) {
+    return each.kind == "reject_once" || each.kind == "reject_always";
+  });
+  if (option == request->options.end()) return false;
+  respondToPermission(option->id);
+  return true;
+}
+
+bool Approvals::canChangePermissionMode() const {
+  const ExecutionFace& mirror = executions_.mirror();
+  return !mirror.connectionState.isBusy() && !ports_.isImagineBusy() && !mirror.permissionRequest;
+}
+
+void Approvals::setPermissionMode(GrokPermissionMode mode) {
+  if (!canChangePermissionMode() || mode == settings_.permissionMode()) return;
+  settings_.recordPermissionMode(mode);
+  executions_.resetConnection();
+}
+
+void Approvals::setWorkflowMode(TaskWorkflowMode mode) {
+  if (!canChangePermissionMode() || mode == settings_.workflowMode()) return;
+  settings_.recordWorkflowMode(mode);
+  if (mode == TaskWorkflowMode::plan &&
+      settings_.permissionMode() == GrokPermissionMode::fullAccess) {
+    settings_.recordPermissionMode(GrokPermissionMode::ask);
+    executions_.resetConnection();
+  }
+}
+
+}  // namespace vantrell

@@ -1,0 +1,47 @@
+// An agent's questions before it acts: how one reaches the user, how the answer goes back, and the
+// guards of the one global permission mode. The program does not judge actions; it passes the
+// runtime's question and options through. Main queue.
+#pragma once
+
+#include <string>
+
+#include "engine/engine_ports.h"
+#include "engine/execution_table.h"
+#include "engine/settings.h"
+#include "engine/workspace_tree.h"
+
+namespace vantrell {
+
+class Approvals {
+ public:
+  Approvals(MainQueue& main, Settings& settings, WorkspaceTree& tree, Selection& selection,
+            ExecutionTable& executions, const EnginePorts& ports);
+
+  /// A question of the conversation's client; it replaces one that is still open.
+  void requestArrived(PermissionRequest request, const ThreadExecutionKey& key);
+
+  // The rest acts on the selected conversation: the selection is how the user looks at a question.
+
+  /// Sends the option, also one that the question does not list. Does nothing without a question.
+  void respondToPermission(const std::string& optionID);
+  /// Answers with the first option that rejects. True when there was one; false when the runtime
+  /// offers no way to say no, and the caller must stop the task.
+  [[nodiscard]] bool respondWithRejection();
+  /// No turn runs and no question is open: what shapes a session may change.
+  bool canChangePermissionMode() const;
+  /// A change starts a new client with the next turn, in the stored session. Ignored when it may
+  /// not change or does not differ.
+  void setPermissionMode(GrokPermissionMode mode);
+  /// Planning never begins with full access: that falls back to asking.
+  void setWorkflowMode(TaskWorkflowMode mode);
+
+ private:
+  MainQueue& main_;
+  Settings& settings_;
+  WorkspaceTree& tree_;
+  Selection& selection_;
+  ExecutionTable& executions_;
+  const EnginePorts& ports_;
+};
+
+}  // namespace vantrell

@@ -1,0 +1,64 @@
+// Brings a provider's client up for a conversation: two attempts of 30 seconds, and the callbacks
+// that tie the client to the engine. Main queue.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "engine/approvals.h"
+#include "engine/engine_ports.h"
+#include "engine/execution_table.h"
+#include "engine/session_intake.h"
+#include "engine/workspace_tree.h"
+#include "runtimes/provider_options.h"
+
+namespace vantrell {
+
+class ClientStarter : public std::enable_shared_from_this<ClientStarter> {
+ public:
+  ClientStarter(MainQueue& main, Settings& settings, WorkspaceTree& tree,
+                ExecutionTable& executions, SessionIntake& intake, Approvals& approvals,
+                const EnginePorts& ports);
+
+  /// Makes and starts a client for the run; `afterReady` follows when its session is open. Every
+  /// failure ends the run with its text.
+  void startClient(AgentProvider provider, const ThreadExecutionKey& key, const Uuid& runID,
+                   std::function<void()> afterReady, int startupAttempt = 1);
+
+  /// The models and efforts that runtimes have reported in this process.
+  std::map<AgentProvider, std::vector<ProviderModelOption>> providerModelOptions;
+
+  static constexpr std::chrono::seconds connectTimeout{30};
+  static constexpr std::chrono::milliseconds pauseBeforeRetry{500};
+
+ private:
+  struct Attempt {
+    AgentProvider provider;
+    ThreadExecutionKey key;
+    Uuid runID;
+    int number;
+    std::function<void()> afterReady;
+  };
+  using StartResult = std::expected<AgentStartResult, AgentError>;
+
+  std::shared_ptr<AgentClient> makeClient(const Attempt& attempt, const std::string& path) const;
+  void attach(const std::shared_ptr<AgentClient>& client, const Attempt& attempt);
+  void setCallbacks(const std::shared_ptr<AgentClient>& client, const ThreadExecutionKey& key);
+  void startCompleted(const std::shared_ptr<AgentClient>& client, const Attempt& attempt,
+                      StartResult result);
+  void watchdogFired(const std::shared_ptr<AgentClient>& client, const Attempt& attempt);
+  void terminated(std::string text, const ThreadExecutionKey& key,
+                  ThreadExecutionRuntime& execution);
+  void failRun(const std::string& text, const Attempt& attempt);
+
+  MainQueue& main_;
+  Settings& settings_;
+  WorkspaceTree& tree_;
+  ExecutionTable& executions_;
+  SessionIntake& intake_;
+  Approvals& approvals_;
+  const EnginePorts& ports_;
+};
+
+}  // namespace vantrell

@@ -1,0 +1,89 @@
+// What the engine calls in parts of the program that stand beside or above it. Each is one
+// function, set once by the composition root, in one place that lists them all; a neutral port
+// answers as if its part did not exist. Not a broadcast: the order of steps around a run is fixed,
+// and these calls stand in it. Main queue.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <set>
+#include <string>
+
+#include "records/chat_thread.h"
+#include "runtimes/agent_error.h"
+#include "runtimes/provider_connectors.h"
+#include "runtimes/provider_usage.h"
+
+namespace vantrell {
+
+enum class ProjectHookEvent { beforeTask, afterTask, taskFailed };
+constexpr auto rawTexts(ProjectHookEvent) {
+  return std::to_array<std::string_view>({"beforeTask", "afterTask", "taskFailed"});
+}
+
+struct EnginePorts {
+  using Key = ThreadExecutionKey;
+  using Done = std::function<void()>;
+
+  // Providers.
+
+  std::function<const ProviderConnector&(AgentProvider)> connector;
+  /// The provider of a turn, `attempted` left out; absent when none can take it.
+  std::function<std::optional<AgentProvider>(const std::set<AgentProvider>& attempted, const Key&)>
+      providerForNextTurn;
+  /// Why that provider runs, for the run record.
+  std::function<std::optional<std::string>(AgentProvider, const Key&)> routingReason;
+  /// The provider to hand a task on to after an exhausted allowance, or absent when hand-off is not
+  /// allowed or nothing is left.
+  std::function<std::optional<AgentProvider>(AgentProvider after,
+                                             const std::set<AgentProvider>& attempted, const Key&)>
+      automaticHandoff;
+  /// What the repository looks like, for a hand-off; empty when there is nothing to say. Replies on
+  /// the main queue.
+  std::function<void(std::string workspacePath, std::function<void(std::string)> reply)>
+      repositoryState;
+  std::function<void(ProviderUsage)> usageReported;
+  std::function<void(AgentProvider)> allowanceExhausted;
+  /// A client of this provider could not be made or started: a usage reset that waited for it ends.
+  std::function<void(AgentProvider)> startFailed;
+
+  // The project.
+
+  std::function<void(const Key&, std::string label, WorkspaceCheckpointKind, Done)>
+      captureCheckpoint;
+  std::function<void(ProjectHookEvent, const Key&, Done)> runProjectHooks;
+  /// The block that every provider is told about the project; empty when there is none.
+  std::function<std::string(const Key&)> projectContextPrompt;
+  std::function<void()> refreshGitSnapshot;
+
+  // Around the task.
+
+  /// Asks for the right to notify, once.
+  std::function<void()> prepareNotifications;
+  /// Whether the text asks for the state of the session, which the program answers itself.
+  std::function<bool(std::string_view text)> isSessionStatusQuestion;
+  std::function<void(std::string text, const Key&)> respondToSessionStatus;
+  std::function<void(const Key&)> runNextQueuedPrompt;
+  std::function<void(std::string_view kind, std::string_view message, const Key&)>
+      sendRemoteTaskEvent;
+  /// Whether the media generator is connecting or working.
+  std::function<bool()> isImagineBusy;
+
+  // Start-up, in the order in which AppModel calls them.
+
+  std::function<void()> makeServers;
+  std::function<void()> loadTaskletAndImagine;
+  std::function<void()> loadOrchestration;
+  std::function<void()> configureRemoteHost;
+  std::function<void()> refreshRuntimes;
+  std::function<void()> configureExternalSessionImport;
+  std::function<void()> configureAutomationScheduler;
+  std::function<void()> configureExecutionMonitor;
+  std::function<void()> refreshFleet;
+  std::function<void()> startPersonalGateway;
+
+  /// Every port neutral, but for `connector`, which has no neutral answer.
+  static EnginePorts neutral();
+};
+
+}  // namespace vantrell

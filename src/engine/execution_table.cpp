@@ -1,0 +1,77 @@
+#include "engine/execution_table.h"
+
+namespace vantrell {
+
+ExecutionTable::ExecutionTable(MainQueue& main, Selection& selection, Changes& changes)
+    : main_(main), selection_(selection), changes_(changes) {}
+
+ThreadExecutionRuntime& ExecutionTable::execution(const ThreadExecutionKey& key) {
+  auto& runtime = executions_[key];
+  if (!runtime) runtime = std::make_unique<ThreadExecutionRuntime>(main_.now());
+  return *runtime;
+}
+
+ThreadExecutionRuntime* ExecutionTable::find(const ThreadExecutionKey& key) {
+  const auto found = executions_.find(key);
+  return found == executions_.end() ? nullptr : found->second.get();
+}
+
+ThreadExecutionRuntime* ExecutionTable::findServedBy(const std::shared_ptr<AgentClient>& client,
+                                                     const ThreadExecutionKey& key) {
+  ThreadExecutionRuntime* runtime = find(key);
+  return runtime && client && runtime->client == client ? runtime : nullptr;
+}
+
+void ExecutionTable::publishExecution(const std::optional<ThreadExecutionKey>& key) {
+  mirroredKey_ = key;
+  if (const ThreadExecutionRuntime* runtime = key ? find(*key) : nullptr) {
+    mirror_ = *runtime;
+  } else {
+    const auto owner = mirror_.permissionOwner;
+    mirror_ = ExecutionFace();
+    mirror_.permissionOwner = owner;
+  }
+  changes_.announce({.kind = Change::Kind::executionPublished, .conversation = key});
+}
+
+void ExecutionTable::publishExecutionIfSelected(const ThreadExecutionKey& key) {
+  if (selection_.key() == key) publishExecution(key);
+}
+
+void ExecutionTable::captureMirroredExecution() {
+  ThreadExecutionRuntime* runtime = mirroredKey_ ? find(*mirroredKey_) : nullptr;
+  if (!runtime) return;
+  ExecutionFace face = mirror_;
+  if (mirror_.permissionOwner != PermissionOwner::build) {
+    face.permissionOwner = runtime->permissionOwner;
+    face.permissionRequest = runtime->permissionRequest;
+  }
+  static_cast<ExecutionFace&>(*runtime) = std::move(face);
+}
+
+void ExecutionTable::selectExecution(std::optional<Uuid> workspaceID,
+                                     std::optional<Uuid> threadID) {
+  selection_.select(workspaceID, threadID);
+  publishExecution(selection_.key());
+}
+
+void ExecutionTable::resetConnection() {
+  const auto key = selection_.key();
+  if (key) remove(*key);
+  publishExecution(key);
+}
+
+void ExecutionTable::remove(const ThreadExecutionKey& key) {
+  const auto node = executions_.extract(key);
+  if (!node.empty() && node.mapped()->client) node.mapped()->client->stop();
+}
+
+void ExecutionTable::stopAll() {
+  for (auto& [key, runtime] : executions_) {
+    if (runtime->client) runtime->client->stop();
+  }
+  executions_.clear();
+  publishExecution(selection_.key());
+}
+
+}  // namespace vantrell

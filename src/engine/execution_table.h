@@ -1,0 +1,65 @@
+// The live state of every conversation, and the mirror of the selected one that the interface
+// reads. The engine writes only the runtimes and then publishes; a background conversation never
+// touches the mirror. Main queue.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <unordered_map>
+
+#include "engine/changes.h"
+#include "engine/selection.h"
+#include "engine/thread_execution_runtime.h"
+
+namespace vantrell {
+
+class ExecutionTable {
+ public:
+  ExecutionTable(MainQueue& main, Selection& selection, Changes& changes);
+
+  /// The runtime of the conversation, made on demand.
+  ThreadExecutionRuntime& execution(const ThreadExecutionKey& key);
+  /// Null when the conversation has run nothing since start-up.
+  ThreadExecutionRuntime* find(const ThreadExecutionKey& key);
+  /// The conversation's runtime while `client` is its client, else null: the one guard against late
+  /// events of a client that was replaced.
+  ThreadExecutionRuntime* findServedBy(const std::shared_ptr<AgentClient>& client,
+                                       const ThreadExecutionKey& key);
+
+  /// What the interface sees.
+  const ExecutionFace& mirror() const { return mirror_; }
+  const std::optional<ThreadExecutionKey>& mirroredExecutionKey() const { return mirroredKey_; }
+
+  /// Shows the conversation's state in the mirror, or an idle one when there is none.
+  void publishExecution(const std::optional<ThreadExecutionKey>& key);
+  void publishExecutionIfSelected(const ThreadExecutionKey& key);
+  /// Writes the mirror back to the runtime that it shows. A question of the media generator stays
+  /// out.
+  void captureMirroredExecution();
+  /// Selects, stores the selection and publishes it.
+  void selectExecution(std::optional<Uuid> workspaceID, std::optional<Uuid> threadID);
+  /// Stops the selected conversation's client and forgets its live state, so that the next turn
+  /// starts a new client under the present settings.
+  void resetConnection();
+  /// Stops the client of the conversation and forgets its live state.
+  void remove(const ThreadExecutionKey& key);
+  /// Stops every client, for the end of the program.
+  void stopAll();
+
+ private:
+  struct HashKey {
+    std::size_t operator()(const ThreadExecutionKey& key) const noexcept {
+      return key.threadID.hash() ^ (key.workspaceID.hash() * 31);
+    }
+  };
+
+  MainQueue& main_;
+  Selection& selection_;
+  Changes& changes_;
+  std::unordered_map<ThreadExecutionKey, std::unique_ptr<ThreadExecutionRuntime>, HashKey>
+      executions_;
+  ExecutionFace mirror_;
+  std::optional<ThreadExecutionKey> mirroredKey_;
+};
+
+}  // namespace vantrell

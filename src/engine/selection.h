@@ -1,0 +1,39 @@
+// What the user looks at: one workspace, one conversation in it, one section. Kept between starts.
+// Main queue.
+#pragma once
+
+#include <optional>
+
+#include "engine/changes.h"
+#include "records/chat_thread.h"
+
+namespace vantrell {
+
+class UserDefaults;
+
+enum class AppSection { chat, build, imagine, remote };
+
+class Selection {
+ public:
+  Selection(UserDefaults& defaults, Changes& changes);
+
+  /// The stored selection as far as it still exists, else the first workspace and its first thread.
+  void restore(const std::vector<Workspace>& workspaces);
+  /// Sets and stores both; an absent id is removed from the store.
+  void select(std::optional<Uuid> workspaceID, std::optional<Uuid> threadID);
+
+  const std::optional<Uuid>& workspaceID() const { return workspaceID_; }
+  const std::optional<Uuid>& threadID() const { return threadID_; }
+  /// The selected conversation; absent without a thread.
+  std::optional<ThreadExecutionKey> key() const;
+
+  AppSection section = AppSection::build;
+
+ private:
+  UserDefaults& defaults_;
+  Changes& changes_;
+  std::optional<Uuid> workspaceID_;
+  std::optional<Uuid> threadID_;
+};
+
+}  // namespace vantrell

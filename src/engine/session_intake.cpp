@@ -1,0 +1,168 @@
+#include "engine/session_intake.h"
+
+#include <fmt/format.h>
+
+#include "runtimes/provider_registry.h"
+
+namespace vantrell {
+
+SessionIntake::SessionIntake(MainQueue& main, WorkspaceTree& tree, ExecutionTable& executions,
+                             Changes& changes)
+    : main_(main), tree_(tree), executions_(executions), changes_(changes) {}
+
+void SessionIntake::handle(const JsonObject& update, const ThreadExecutionKey& key) {
+  ThreadExecutionRuntime* execution = executions_.find(key);
+  const std::string* kind = json::text(update, "sessionUpdate");
+  if (!execution || !kind) return;
+  switch (dispatch(*kind, update, key, *execution)) {
+    case Outcome::handled: return markActivity(key, *execution);
+    case Outcome::unknownKind: return executions_.publishExecutionIfSelected(key);
+    case Outcome::ignored: return;
+  }
+}
+
+SessionIntake::Outcome SessionIntake::dispatch(std::string_view kind, const JsonObject& update,
+                                               const ThreadExecutionKey& key,
+                                               ThreadExecutionRuntime& execution) {
+  if (kind == "agent_message_chunk") {
+    upsertTextEntry(update, ChatEntryKind::assistant, execution.fallbackMessageID, key, execution);
+  } else if (kind == "agent_thought_chunk") {
+    upsertTextEntry(update, ChatEntryKind::thought, "thought-" + execution.fallbackMessageID, key,
+                    execution);
+  } else if (kind == "tool_call" || kind == "tool_call_update") {
+    upsertToolEntry(update, key, execution);
+  } else if (kind == "plan") {
+    rebuildPlan(update, key, execution);
+  } else if (kind == "user_message_chunk") {
+    // The user's own prompts are entered when they are sent; an echo of one is no sign of life.
+    if (!execution.isReplaying) return Outcome::ignored;
+    upsertTextEntry(update, ChatEntryKind::user, "replay-user-" + Uuid::random().text(), key,
+                    execution);
+  } else {
+    return Outcome::unknownKind;
+  }
+  return Outcome::handled;
+}
+
+void SessionIntake::upsertTextEntry(const JsonObject& update, ChatEntryKind kind,
+                                    const std::string& fallbackID, const ThreadExecutionKey& key,
+                                    const ThreadExecutionRuntime& execution) {
+  const JsonObject* content = json::object(update, "content");
+  const std::string* chunk = content ? json::text(*content, "text") : nullptr;
+  if (!chunk || chunk->empty()) return;
+  const std::string* messageID = json::text(update, "messageId");
+  const std::string& id = messageID ? *messageID : fallbackID;
+  if (tree_.appendText(*chunk, id, key)) return;
+
+  ChatEntry entry;
+  entry.id = id;
+  entry.kind = kind;
+  entry.text = *chunk;
+  entry.provider = execution.activeProvider;
+  entry.createdAt = main_.now();
+  tree_.appendEntry(std::move(entry), key);
+}
+
+void SessionIntake::upsertToolEntry(const JsonObject& update, const ThreadExecutionKey& key,
+                                    const ThreadExecutionRuntime& execution) {
+  const std::string* id = json::text(update, "toolCallId");
+  if (!id) return;
+  std::string title = json::textOr(update, "title", "Using a tool");
+  std::string status = json::textOr(update, "status", "pending");
+  const Json* input = update.find("rawInput");
+  std::string detail = input && !input->isNull() ? json::writePrettySorted(*input) : std::string();
+
+  const bool known = tree_.updateEntry(*id, key, [&](ChatEntry& entry) {
+    entry.title = title;
+    entry.status = status;
+    // A later update without input leaves the input shown.
+    if (!detail.empty()) entry.text = detail;
+  });
+  if (known) return;
+
+  ChatEntry entry;
+  entry.id = *id;
+  entry.kind = ChatEntryKind::tool;
+  entry.text = std::move(detail);
+  entry.title = std::move(title);
+  entry.status = std::move(status);
+  entry.provider = execution.activeProvider;
+  entry.createdAt = main_.now();
+  tree_.appendEntry(std::move(entry), key);
+}
+
+void SessionIntake::rebuildPlan(const JsonObject& update, const ThreadExecutionKey& key,
+                                ThreadExecutionRuntime& execution) {
+  auto plan = std::make_shared<std::vector<PlanEntry>>();
+  if (const Json::Array* entries = json::array(update, "entries")) {
+    for (const Json& each : *entries) {
+      const JsonObject* entry = each.asObject();
+      if (!entry) continue;
+      plan->push_back({json::textOr(*entry, "id", fmt::format("plan-{}", plan->size())),
+                       json::textOr(*entry, "content", "Task"),
+                       json::textOr(*entry, "status", "pending"),
+                       json::textOr(*entry, "priority", "medium")});
+    }
+  }
+  execution.plan = std::move(plan);
+  changes_.announce({.kind = Change::Kind::planReplaced, .conversation = key});
+}
+
+void SessionIntake::markActivity(const ThreadExecutionKey& key, ThreadExecutionRuntime& execution) {
+  const Date now = main_.now();
+  const bool wasStalled = std::exchange(execution.stallWarningSent, false);
+  execution.lastActivityAt = now;
+  if (wasStalled || now - execution.lastPersistedActivityAt >= persistInterval) {
+    execution.lastPersistedActivityAt = now;
+    tree_.updateRun(execution.activeRunID, key, [&](RunRecord& run) {
+      run.lastActivityAt = now;
+      if (!wasStalled) return;
+      run.statusMessage = fmt::format(
+          "{} resumed activity.",
+          execution.activeProvider ? shortLabel(*execution.activeProvider) : "The agent");
+    });
+  }
+  executions_.publishExecutionIfSelected(key);
+}
+
+// ---- replay -------------------------------------------------------------------------------------
+
+void SessionIntake::replayStarted(const ThreadExecutionKey& key) {
+  ThreadExecutionRuntime* execution = executions_.find(key);
+  const ChatThread* thread = tree_.thread(key);
+  if (!execution || !thread) return;
+  execution->savesHeldByReplay = tree_.holdSaves();
+  execution->replayBackup = std::make_shared<Transcript>(thread->entries);
+  execution->isReplaying = true;
+  tree_.replaceTranscript({}, key);
+  executions_.publishExecutionIfSelected(key);
+}
+
+void SessionIntake::replayFailed(const ThreadExecutionKey& key) {
+  ThreadExecutionRuntime* execution = executions_.find(key);
+  if (!execution) return;
+  execution->isReplaying = false;
+  if (const auto backup = std::exchange(execution->replayBackup, nullptr)) {
+    tree_.replaceTranscript(*backup, key);
+    execution->savesHeldByReplay = nullptr;
+  }
+  executions_.publishExecutionIfSelected(key);
+}
+
+void SessionIntake::replayEnded(const ThreadExecutionKey& key) {
+  ThreadExecutionRuntime* execution = executions_.find(key);
+  const ChatThread* thread = tree_.thread(key);
+  if (!execution || !execution->replayBackup) return;
+  if (!thread || thread->entries.empty()) return replayFailed(key);
+
+  const auto backup = std::exchange(execution->replayBackup, nullptr);
+  execution->isReplaying = false;
+  const auto turnStart =
+      execution->turnEntryID ? backup->indexOf(*execution->turnEntryID) : std::nullopt;
+  for (std::size_t i = turnStart.value_or(backup->size()); i < backup->size(); ++i) {
+    tree_.appendEntry((*backup)[i], key);
+  }
+  execution->savesHeldByReplay = nullptr;
+}
+
+}  // namespace vantrell

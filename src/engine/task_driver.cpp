@@ -1,0 +1,321 @@
+#include "engine/task_driver.h"
+
+#include <fmt/format.h>
+
+#include "engine/friendly_error.h"
+#include "engine/handoff_capsule.h"
+#include "engine/prompt_assembly.h"
+#include "platform/text.h"
+#include "platform/weakly.h"
+#include "runtimes/provider_registry.h"
+
+namespace vantrell {
+
+namespace {
+constexpr std::size_t checkpointLabelLength = 48;  // user-perceived characters of the prompt
+}
+
+TaskDriver::TaskDriver(MainQueue& main, Settings& settings, WorkspaceTree& tree,
+                       Selection& selection, ExecutionTable& executions, SessionIntake& intake,
+                       Approvals& approvals, ClientStarter& starter, const EnginePorts& ports)
+    : main_(main),
+      settings_(settings),
+      tree_(tree),
+      selection_(selection),
+      executions_(executions),
+      intake_(intake),
+      approvals_(approvals),
+      starter_(starter),
+      ports_(ports) {}
+
+bool TaskDriver::canSend() const {
+  return selection_.workspaceID() && !executions_.mirror().connectionState.isBusy();
+}
+
+bool TaskDriver::canSubmitPrompt() const {
+  return selection_.workspaceID().has_value();
+}
+
+// ---- the way in ---------------------------------------------------------------------------------
+
+void TaskDriver::send(std::string_view text, std::vector<ChatAttachment> attachments) {
+  std::string prompt(text::trimmed(text));
+  const auto key = selection_.key();
+  if (prompt.empty() || !selection_.workspaceID() || !key) return;
+  if (attachments.empty() && ports_.isSessionStatusQuestion(prompt)) {
+    return ports_.respondToSessionStatus(std::move(prompt), *key);
+  }
+  const auto* execution = executions_.find(*key);
+  if (execution && execution->connectionState.isBusy()) {
+    tree_.updateThread(*key, [&](ChatThread& thread) {
+      thread.queuedPrompts.push_back(
+          {Uuid::random(), std::move(prompt), std::move(attachments), main_.now()});
+      thread.updatedAt = main_.now();
+    });
+    return tree_.save();
+  }
+  sendNow(std::move(prompt), std::move(attachments), *key);
+}
+
+void TaskDriver::sendNow(std::string text, std::vector<ChatAttachment> attachments) {
+  if (const auto key = selection_.key()) sendNow(std::move(text), std::move(attachments), *key);
+}
+
+void TaskDriver::sendNow(std::string text, std::vector<ChatAttachment> attachments,
+                         const ThreadExecutionKey& key) {
+  if (!tree_.thread(key)) return;
+  ports_.prepareNotifications();
+  tree_.nameThreadAfterPrompt(text, key);
+  tree_.save();
+
+  ChatEntry entry;
+  entry.id = Uuid::random().text();
+  entry.kind = ChatEntryKind::user;
+  entry.text = text;
+  entry.attachments = attachments;
+  entry.createdAt = main_.now();
+  ThreadExecutionRuntime& execution = executions_.execution(key);
+  execution.turnEntryID = entry.id;
+  tree_.appendEntry(std::move(entry), key);
+
+  const bool clientWasReady = execution.connectionState == ConnectionState::ready();
+  execution.connectionState = ConnectionState::connecting();
+  executions_.publishExecutionIfSelected(key);
+  main_.post(weakly(this, [text = std::move(text), attachments = std::move(attachments), key,
+                           clientWasReady, stops = execution.stops](TaskDriver& self) {
+    const auto* begun = self.executions_.find(key);
+    if (begun && begun->stops == stops) self.beginTurn(text, attachments, key, clientWasReady);
+  }));
+}
+
+void TaskDriver::beginTurn(const std::string& text, const std::vector<ChatAttachment>& attachments,
+                           const ThreadExecutionKey& key, bool clientWasReady) {
+  const int stops = executions_.execution(key).stops;
+  const auto startRun = weakly(this, [=](TaskDriver& self) {
+    // Checkpoint and hooks may have taken a while: the conversation may be gone, the turn stopped.
+    const auto* execution = self.executions_.find(key);
+    if (!self.tree_.thread(key) || !execution || execution->stops != stops) return;
+    const Uuid runID = self.tree_.beginRun(text, key);
+    self.executions_.execution(key).activeRunID = runID;
+    std::string prompt = assemblePrompt(text, attachments, self.settings_.workflowMode(),
+                                        self.ports_.projectContextPrompt(key));
+    self.routePrompt({key, runID, std::move(prompt), {}, clientWasReady});
+  });
+  const auto runHooks = weakly(this, [key, startRun](TaskDriver& self) {
+    self.ports_.runProjectHooks(ProjectHookEvent::beforeTask, key, startRun);
+  });
+  ports_.captureCheckpoint(
+      key, fmt::format("Before: {}", text::firstCharacters(text, checkpointLabelLength)),
+      WorkspaceCheckpointKind::automatic, runHooks);
+}
+
+// ---- to a provider ------------------------------------------------------------------------------
+
+void TaskDriver::routePrompt(Turn turn) {
+  const auto provider = ports_.providerForNextTurn(turn.attempted, turn.key);
+  if (!provider) return noProvider(turn);
+  tree_.updateRun(turn.runID, turn.key, [&](RunRecord& run) {
+    run.routingReason = ports_.routingReason(*provider, turn.key);
+  });
+  const ChatThread* thread = tree_.thread(turn.key);
+  const auto last = thread ? thread->lastProvider : std::nullopt;
+  if (turn.attempted.empty() && last && *last != *provider) {
+    return switchProvider(std::move(turn), *last, *provider);
+  }
+  std::string prompt = turn.originalPrompt;
+  deliver(std::move(prompt), std::move(turn), *provider);
+}
+
+void TaskDriver::switchProvider(Turn turn, AgentProvider from, AgentProvider to) {
+  buildCapsule(turn, from, to, [turn, from, to](TaskDriver& self, std::string capsule) mutable {
+    self.tree_.appendSystemEntry(
+        fmt::format("Switched this task from {} to {} with visible context attached.",
+                    shortLabel(from), shortLabel(to)),
+        turn.key);
+    self.deliver(std::move(capsule), std::move(turn), to);
+  });
+}
+
+void TaskDriver::buildCapsule(const Turn& turn, AgentProvider from, AgentProvider to,
+                              std::function<void(TaskDriver&, std::string)> then) {
+  const auto path = tree_.executionPath(turn.key);
+  if (!path) return;
+  ports_.repositoryState(
+      *path, weakly(this, [turn, from, to, path = *path, then = std::move(then)](
+                              TaskDriver& self, const std::string& repositoryState) {
+        const ChatThread* thread = self.tree_.thread(turn.key);
+        const auto* execution = self.executions_.find(turn.key);
+        // Reading the repository takes a while: the turn may have been stopped meanwhile.
+        if (!thread || !execution || execution->activeRunID != turn.runID) return;
+        then(self, HandoffCapsule::build({from, to, turn.originalPrompt, thread->entries,
+                                          *execution->plan, path, repositoryState,
+                                          self.ports_.projectContextPrompt(turn.key)}));
+      }));
+}
+
+void TaskDriver::deliver(std::string prompt, Turn turn, AgentProvider provider) {
+  turn.attempted.insert(provider);
+  const ThreadExecutionRuntime& execution = executions_.execution(turn.key);
+  const bool isKept =
+      execution.client && execution.client->provider() == provider && turn.clientWasReady;
+  if (isKept) return performSend(prompt, turn, provider);
+  const auto key = turn.key;
+  const auto runID = turn.runID;
+  starter_.startClient(
+      provider, key, runID,
+      weakly(this, [prompt = std::move(prompt), turn = std::move(turn),
+                    provider](TaskDriver& self) { self.performSend(prompt, turn, provider); }));
+}
+
+void TaskDriver::performSend(const std::string& prompt, const Turn& turn, AgentProvider provider) {
+  ThreadExecutionRuntime* execution = executions_.find(turn.key);
+  const ChatThread* thread = tree_.thread(turn.key);
+  if (!execution || !execution->client || !thread) return;
+  const Date now = main_.now();
+  const auto modelID = thread->modelID(provider);
+  const auto effort = thread->effort(provider);
+  execution->fallbackMessageID = Uuid::random().text();
+  execution->connectionState = ConnectionState::working();
+  execution->lastActivityAt = now;
+  execution->lastPersistedActivityAt = now;
+  execution->stallWarningSent = false;
+  tree_.updateRun(turn.runID, turn.key, [&](RunRecord& run) {
+    // A kept client passed no start for this run.
+    run.provider = provider;
+    run.modelID = modelID;
+    run.effort = effort;
+    run.status = RunRecordStatus::running;
+    run.statusMessage = fmt::format("{} is working", shortLabel(provider));
+    run.lastActivityAt = now;
+  });
+  executions_.publishExecutionIfSelected(turn.key);
+
+  const std::weak_ptr weakClient = execution->client;
+  execution->client->sendPrompt(
+      prompt, weakly(this, [weakClient, turn, provider](TaskDriver& self, PromptResult result) {
+        // A late answer of a stopped or replaced client, or of a turn that was stopped, changes
+        // nothing.
+        const auto* serving = self.executions_.findServedBy(weakClient.lock(), turn.key);
+        if (!serving || serving->activeRunID != turn.runID) return;
+        if (result) {
+          self.turnCompleted(turn, provider);
+        } else {
+          self.turnFailed(result.error(), turn, provider);
+        }
+      }));
+}
+
+// ---- the ways out -------------------------------------------------------------------------------
+
+void TaskDriver::turnCompleted(const Turn& turn, AgentProvider provider) {
+  ThreadExecutionRuntime& execution = executions_.execution(turn.key);
+  const Date now = main_.now();
+  const std::string text = fmt::format("{} finished the task.", shortLabel(provider));
+  execution.connectionState = ConnectionState::ready();
+  execution.lastActivityAt = now;
+  execution.stallWarningSent = false;
+  execution.activeRunID.reset();
+  tree_.updateRun(turn.runID, turn.key, [&](RunRecord& run) {
+    run.status = RunRecordStatus::completed;
+    run.statusMessage = text;
+    run.lastActivityAt = now;
+    run.completedAt = now;
+  });
+  if (selection_.key() == turn.key) ports_.refreshGitSnapshot();
+  executions_.publishExecutionIfSelected(turn.key);
+  ports_.sendRemoteTaskEvent("completed", text, turn.key);
+  main_.post(weakly(this, [key = turn.key](TaskDriver& self) {
+    self.ports_.runProjectHooks(ProjectHookEvent::afterTask, key, [] {});
+  }));
+  ports_.runNextQueuedPrompt(turn.key);
+}
+
+void TaskDriver::turnFailed(const AgentError& error, const Turn& turn, AgentProvider provider) {
+  if (isUsageLimitFailure(error)) {
+    ports_.allowanceExhausted(provider);
+    const auto next = ports_.automaticHandoff(provider, turn.attempted, turn.key);
+    if (next && tree_.workspace(turn.key.workspaceID)) return handOff(turn, provider, *next);
+  }
+  ThreadExecutionRuntime& execution = executions_.execution(turn.key);
+  const std::string& description = error.localizedDescription();
+  const std::string text = friendlyError(description, provider);
+  execution.connectionState = ConnectionState::failed(description);
+  execution.errorMessage = text;
+  tree_.updateRun(turn.runID, turn.key, [&](RunRecord& run) {
+    run.status = RunRecordStatus::failed;
+    run.statusMessage = text;
+    run.completedAt = main_.now();
+  });
+  tree_.appendSystemEntry(fmt::format("Error from {}: {}", shortLabel(provider), description),
+                          turn.key);
+  executions_.publishExecutionIfSelected(turn.key);
+  ports_.sendRemoteTaskEvent("needs_attention", text, turn.key);
+  main_.post(weakly(this, [key = turn.key](TaskDriver& self) {
+    self.ports_.runProjectHooks(ProjectHookEvent::taskFailed, key, [] {});
+  }));
+}
+
+void TaskDriver::handOff(Turn turn, AgentProvider from, AgentProvider to) {
+  buildCapsule(turn, from, to, [turn, from, to](TaskDriver& self, std::string capsule) mutable {
+    self.tree_.appendSystemEntry(
+        fmt::format("{} allowance reached. Automatically handed this task to {}.", shortLabel(from),
+                    shortLabel(to)),
+        turn.key);
+    self.tree_.updateRun(turn.runID, turn.key, [&](RunRecord& run) {
+      run.routingReason =
+          fmt::format("{} allowance reached; continued with {}.", shortLabel(from), shortLabel(to));
+    });
+    ThreadExecutionRuntime& execution = self.executions_.execution(turn.key);
+    if (execution.client) execution.client->stop();
+    execution.client = nullptr;
+    execution.connectionState = ConnectionState::idle();
+    self.executions_.publishExecutionIfSelected(turn.key);
+    turn.clientWasReady = false;
+    self.deliver(std::move(capsule), std::move(turn), to);
+  });
+}
+
+void TaskDriver::noProvider(const Turn& turn) {
+  const std::string text =
+      "No allowed runtime is ready. Connect a subscription, start a local runtime, or configure "
+      "Tasklet in Settings.";
+  ThreadExecutionRuntime& execution = executions_.execution(turn.key);
+  execution.connectionState = ConnectionState::failed(text);
+  execution.errorMessage = text;
+  tree_.updateRun(turn.runID, turn.key, [&](RunRecord& run) {
+    run.status = RunRecordStatus::failed;
+    run.statusMessage = text;
+    run.completedAt = main_.now();
+  });
+  executions_.publishExecutionIfSelected(turn.key);
+  ports_.sendRemoteTaskEvent("needs_attention", text, turn.key);
+}
+
+void TaskDriver::stopWorking() {
+  const auto key = selection_.key();
+  ThreadExecutionRuntime* execution = key ? executions_.find(*key) : nullptr;
+  if (!execution) return;
+  ++execution->stops;
+  if (execution->connectionState == ConnectionState::connecting()) {
+    execution->connectTimer.cancel();
+    if (const auto client = std::exchange(execution->client, nullptr)) client->stop();
+    intake_.replayFailed(*key);
+  } else if (execution->client) {
+    execution->client->cancel();
+  }
+  execution->permissionRequest = nullptr;
+  execution->connectionState = ConnectionState::ready();
+  tree_.updateRun(std::exchange(execution->activeRunID, std::nullopt), *key, [&](RunRecord& run) {
+    run.status = RunRecordStatus::cancelled;
+    run.statusMessage = "Stopped by you.";
+    run.completedAt = main_.now();
+  });
+  tree_.appendSystemEntry("Stopped by you.", *key);
+  executions_.publishExecutionIfSelected(*key);
+}
+
+void TaskDriver::rejectPermission() {
+  if (!approvals_.respondWithRejection()) stopWorking();
+}
+
+}  // namespace vantrell

@@ -1,0 +1,78 @@
+// Drives every task: how a prompt becomes a run, reaches a client, and ends. The steps of a turn
+// stand in one function each, in their fixed order. Main queue.
+#pragma once
+
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "engine/approvals.h"
+#include "engine/client_starter.h"
+#include "engine/engine_ports.h"
+#include "engine/execution_table.h"
+#include "engine/session_intake.h"
+#include "engine/workspace_tree.h"
+
+namespace vantrell {
+
+class TaskDriver : public std::enable_shared_from_this<TaskDriver> {
+ public:
+  TaskDriver(MainQueue& main, Settings& settings, WorkspaceTree& tree, Selection& selection,
+             ExecutionTable& executions, SessionIntake& intake, Approvals& approvals,
+             ClientStarter& starter, const EnginePorts& ports);
+
+  /// A workspace is selected and its conversation is not busy.
+  bool canSend() const;
+  /// A workspace is selected: while a turn runs a prompt is queued.
+  bool canSubmitPrompt() const;
+
+  /// What the composer calls: answers a question about the session, queues while the conversation
+  /// is busy, else starts a turn. Text of white space alone does nothing.
+  void send(std::string_view text, std::vector<ChatAttachment> attachments);
+  /// Starts a turn now, whatever the state. The one door to a turn.
+  void sendNow(std::string text, std::vector<ChatAttachment> attachments,
+               const ThreadExecutionKey& key);
+  void sendNow(std::string text, std::vector<ChatAttachment> attachments);
+  /// Ends the selected conversation's turn. Its client stays, unless it was still connecting;
+  /// nothing queued starts.
+  void stopWorking();
+  /// Refuses the open question, or stops the task when the runtime offers no way to say no.
+  void rejectPermission();
+
+ private:
+  /// What one turn carries along.
+  struct Turn {
+    ThreadExecutionKey key;
+    Uuid runID;
+    std::string originalPrompt;  // as assembled
+    std::set<AgentProvider> attempted;
+    bool clientWasReady = false;  // when the turn began
+  };
+  using PromptResult = std::expected<JsonObject, AgentError>;
+
+  void beginTurn(const std::string& text, const std::vector<ChatAttachment>& attachments,
+                 const ThreadExecutionKey& key, bool clientWasReady);
+  void routePrompt(Turn turn);
+  void switchProvider(Turn turn, AgentProvider from, AgentProvider to);
+  void deliver(std::string prompt, Turn turn, AgentProvider provider);
+  void performSend(const std::string& prompt, const Turn& turn, AgentProvider provider);
+  void turnCompleted(const Turn& turn, AgentProvider provider);
+  void turnFailed(const AgentError& error, const Turn& turn, AgentProvider provider);
+  void handOff(Turn turn, AgentProvider from, AgentProvider to);
+  void noProvider(const Turn& turn);
+  void buildCapsule(const Turn& turn, AgentProvider from, AgentProvider to,
+                    std::function<void(TaskDriver&, std::string capsule)> then);
+
+  MainQueue& main_;
+  Settings& settings_;
+  WorkspaceTree& tree_;
+  Selection& selection_;
+  ExecutionTable& executions_;
+  SessionIntake& intake_;
+  Approvals& approvals_;
+  ClientStarter& starter_;
+  const EnginePorts& ports_;
+};
+
+}  // namespace vantrell
