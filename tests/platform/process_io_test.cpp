@@ -122,10 +122,10 @@ TEST_F(ProcessIo, SlowHandlerHoldsTheChildBack) {
 TEST_F(ProcessIo, FloodOfErrorsDoesNotHoldBackTheOutput) {
   const auto record = start(shell("yes >&2 & echo first; read -r line; echo $line; kill $!"));
   awaitOutput(*record, "first");
+  EXPECT_TRUE(main_.runUntil([&] { return record->error.size() > 1'000'000; }));
   record->process->write("second\n");
   awaitOutput(*record, "second");
   finish(record);
-  EXPECT_TRUE(record->error.starts_with("y\ny\n"));
 }
 
 TEST_F(ProcessIo, PausedReadingHoldsTheChildUntilItIsResumed) {

@@ -42,13 +42,13 @@ TEST_F(ProcessStart, GivesSignalsTheirDefaultsAndUnblocksThem) {
   ::sigemptyset(&blocked);
   ::sigaddset(&blocked, SIGTERM);
   ::pthread_sigmask(SIG_BLOCK, &blocked, &before);
-  const auto record = run(
-      {.executable = "/bin/grep", .arguments = {"-E", "Sig(Blk|Ign|Cgt)", "/proc/self/status"}});
+  const auto record = run({.executable = "/bin/cat", .arguments = {"/proc/self/status"}});
   ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
   ::signal(SIGPIPE, SIG_DFL);
   ::signal(SIGUSR1, SIG_DFL);
-  EXPECT_EQ(record->output,
-            "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\nSigCgt:\t0000000000000000\n");
+  for (const auto* set : {"SigBlk", "SigIgn", "SigCgt"}) {
+    EXPECT_THAT(record->output, testing::HasSubstr(std::string(set) + ":\t0000000000000000\n"));
+  }
 }
 
 TEST_F(ProcessStart, LeadsAGroupOfItsOwn) {
