@@ -65,13 +65,17 @@ void ProcessGuard::start() {
   request.output = null.get();
   request.error = null.get();
   request.ownSession = true;
+  // What a predecessor knew waits in the socket before the guard is there: this program may be
+  // killed at any moment.
+  std::string known;
+  for (const pid_t group : groups_) known += "+" + std::to_string(group) + "\n";
+  if (!known.empty() && !sendAll(ours, known)) return;
   auto spawned = spawn(request);
   if (!spawned) return;
   id_ = spawned->id;
   handle_ = std::move(spawned->handle);
   socket_ = std::move(ours);
   exitWatch_ = reactor_.whenReadable(handle_.get(), [this] { onExit(); });
-  for (const pid_t group : groups_) tell("+" + std::to_string(group) + "\n");
 }
 
 void ProcessGuard::onExit() {
@@ -104,9 +108,8 @@ void ProcessGuard::forget(pid_t group) {
 
 void ProcessGuard::tell(const std::string& line) {
   if (!socket_) return;
-  const auto sent = ::send(socket_.get(), line.data(), line.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
   // One that does not listen is as good as gone: its successor learns the whole list.
-  if (sent != static_cast<ssize_t>(line.size())) ::kill(id_, SIGKILL);
+  if (!sendAll(socket_, line)) ::kill(id_, SIGKILL);
 }
 
 }  // namespace vantrell
