@@ -40,6 +40,11 @@ Duration steadyNow() {
   return std::chrono::steady_clock::now().time_since_epoch();
 }
 
+bool sendAll(const Descriptor& socket, const std::string& text) {
+  const auto sent = ::send(socket.get(), text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+  return sent == static_cast<ssize_t>(text.size());
+}
+
 }  // namespace
 
 int ProcessGuard::descriptor() {
