@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -73,7 +74,7 @@ void ProcessGuard::start() {
   // What a predecessor knew waits in the socket before the guard is there: this program may be
   // killed at any moment.
   std::string known;
-  for (const pid_t group : groups_) known += "+" + std::to_string(group) + "\n";
+  for (const pid_t group : groups_) known += fmt::format("+{}\n", group);
   if (!known.empty() && !sendAll(ours, known)) return;
   auto spawned = spawn(request);
   if (!spawned) return;
@@ -99,7 +100,7 @@ void ProcessGuard::onExit() {
 
 void ProcessGuard::add(pid_t group, bool announced) {
   groups_.insert(group);
-  if (!announced) tell("+" + std::to_string(group) + "\n");
+  if (!announced) tell(fmt::format("+{}\n", group));
 }
 
 void ProcessGuard::remove(pid_t group) {
@@ -108,7 +109,7 @@ void ProcessGuard::remove(pid_t group) {
 }
 
 void ProcessGuard::forget(pid_t group) {
-  tell("-" + std::to_string(group) + "\n");
+  tell(fmt::format("-{}\n", group));
 }
 
 void ProcessGuard::tell(const std::string& line) {
