@@ -1,16 +1,13 @@
 #include "platform/text.h"
 
 #include <cstring>
-#include <functional>
 #include <limits>
 #include <unicode/bytestream.h>
 #include <unicode/casemap.h>
 #include <unicode/coll.h>
 #include <unicode/normalizer2.h>
 #include <unicode/ubrk.h>
-#include <unicode/ucasemap.h>
 #include <unicode/uchar.h>
-#include <unicode/uloc.h>
 #include <unicode/utext.h>
 #include <unicode/utf8.h>
 

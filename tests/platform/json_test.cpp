@@ -236,6 +236,14 @@ TEST(Json, ComparesAsJsonDoes) {
   EXPECT_NE(Json(1), Json(std::nan("")));
 }
 
+TEST(Json, IsNotMadeOfPointersByAccident) {
+  static_assert(!std::is_constructible_v<Json, const std::string*>);
+  static_assert(!std::is_constructible_v<Json, const bool*>);
+  EXPECT_TRUE(Json("text").asText());
+  EXPECT_TRUE(Json(true).asBoolean());
+  EXPECT_TRUE(Json(1).asInteger());
+}
+
 TEST(JsonObject, KeepsTheOrderOfFirstSetting) {
   JsonObject object{{"b", 1}, {"a", 2}, {"b", 3}};
   object.set("c", "x");

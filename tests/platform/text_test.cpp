@@ -1,6 +1,8 @@
 #include "platform/text.h"
 
+#include <atomic>
 #include <gtest/gtest.h>
+#include <thread>
 
 namespace vantrell {
 namespace {
@@ -214,6 +216,23 @@ TEST(Pattern, GroupsOfInvalidTextAreRepaired) {
   ASSERT_TRUE(match);
   EXPECT_EQ(match->groups[1], "\uFFFD");
   EXPECT_EQ(match->length, 3u);
+}
+
+TEST(Pattern, SeveralThreadsMayShareOne) {
+  const auto pattern = text::Pattern::compile("(\\d+)-(\\d+)");
+  std::vector<std::thread> threads;
+  std::atomic<int> right = 0;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&, number = std::to_string(t)] {
+      const std::string text = "from " + number + "-" + number + number + " on";
+      for (int i = 0; i < 500; ++i) {
+        const auto match = pattern->find(text);
+        right += match && match->groups[1] == number && match->groups[2] == number + number;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(right, 4 * 500);
 }
 
 TEST(Pattern, HostileInputFailsInsteadOfHanging) {
