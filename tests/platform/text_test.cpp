@@ -237,8 +237,10 @@ TEST(Pattern, SeveralThreadsMayShareOne) {
 
 TEST(Pattern, HostileInputFailsInsteadOfHanging) {
   // Exponential at one place, and quadratic over many places, each cheap by itself.
+  std::string hostile(64, 'a');
+  hostile += 'b';
   const auto pattern = text::Pattern::compile("(a+)+$");
-  EXPECT_FALSE(pattern->find(std::string(64, 'a') + "b"));
+  EXPECT_FALSE(pattern->find(hostile));
   EXPECT_TRUE(pattern->find("baa")) << "it must be usable again";
   EXPECT_FALSE(text::Pattern::compile("x+x+y")->find(std::string(300'000, 'x')));
 }
