@@ -76,11 +76,11 @@ class BackgroundPool final : public Executor {
  private:
   friend class SerialQueue;
   struct Impl;
-  std::unique_ptr<Impl> impl_;
+  std::shared_ptr<Impl> impl_;
 };
 
 /// A queue that runs its work one piece at a time, in order, on threads of a pool. A value: copies
-/// are the same queue. It must not be used after its pool is gone.
+/// are the same queue. Work posted after its pool is gone is dropped.
 class SerialQueue {
  public:
   SerialQueue(BackgroundPool& pool, std::string label);

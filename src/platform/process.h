@@ -1,10 +1,10 @@
-// Child processes. A child inherits nothing but what is given: its environment is exactly the one in
-// the options, every other descriptor is closed, signals have their default actions, and it leads a
-// process group of its own.
+// Child processes. A child inherits nothing but what is given: its environment is exactly the one
+// in the options, every other descriptor is closed, signals have their default actions, and it
+// leads a process group of its own.
 //
-// A child never outlives this program: its group ends when the Process is stopped or destroyed, when
-// its leader exits (unless told otherwise), and, by a guard process, when this program dies without
-// a word.
+// A child never outlives this program: its group ends when the Process is stopped or destroyed,
+// when its leader exits (unless told otherwise), and, by a guard process, when this program dies
+// without a word.
 #pragma once
 
 #include <chrono>
@@ -27,14 +27,15 @@ using Environment = std::map<std::string, std::string, std::less<>>;
 /// A copy of this process's own environment.
 Environment currentEnvironment();
 
+// The empty initializers let callers name only the fields that they set.
 struct ProcessOptions {
   enum class Input { pipe, null };
   enum class Output { pipe, null };
 
-  std::string executable;              // absolute path
-  std::vector<std::string> arguments;  // without the executable itself
-  Environment environment;             // complete
-  std::string workingFolder;           // empty: this process's own
+  std::string executable{};              // absolute path
+  std::vector<std::string> arguments{};  // without the executable itself
+  Environment environment{};             // complete
+  std::string workingFolder{};           // empty: this process's own
   Input standardInput = Input::pipe;
   Output standardOutput = Output::pipe;
   Output standardError = Output::pipe;
@@ -53,6 +54,10 @@ struct ExitStatus {
 };
 
 struct ProcessError {
+  /// What failed: making pipes and the like, entering the working folder, executing the file, or
+  /// writing to the child.
+  enum class Step { prepare, enterFolder, execute, write };
+  Step step = Step::prepare;
   int error = 0;            // errno
   std::string description;  // what the system said
 };
@@ -63,20 +68,20 @@ class Process {
   struct Handlers {
     /// A chunk, never empty. Reading goes on only as fast as these return: a slow handler holds the
     /// child back, it does not fill memory.
-    std::function<void(std::string_view bytes)> onOutput;
-    std::function<void(std::string_view bytes)> onError;
+    std::function<void(std::string_view bytes)> onOutput{};
+    std::function<void(std::string_view bytes)> onError{};
     /// The child closed its input or died with bytes unsent; at most once. EPIPE mostly.
-    std::function<void(ProcessError)> onWriteError;
+    std::function<void(ProcessError)> onWriteError{};
     /// Exactly once, after every byte that was written before the exit has been delivered. A
     /// grandchild that holds the pipes open delays nothing. Not called after stop().
-    std::function<void(ExitStatus)> onExit;
+    std::function<void(ExitStatus)> onExit{};
   };
 
   /// Starts the child. Fails when it cannot be executed (the errors of execve and chdir included).
   static std::expected<std::shared_ptr<Process>, ProcessError> start(ProcessOptions options,
                                                                      SerialQueue queue,
                                                                      Handlers handlers);
-  /// stop(), without grace.
+  /// stop() without grace, unless it was stopped before.
   ~Process();
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
@@ -90,23 +95,23 @@ class Process {
   std::size_t unsentBytes() const;
   /// End of file for the child, behind everything written so far.
   void closeInput();
-  /// Stops and resumes reading from the child's output and error; while paused the child blocks when
-  /// its pipe is full. What is in the pipes at the exit is delivered all the same.
+  /// Stops and resumes reading from the child's output and error; while paused the child blocks
+  /// when its pipe is full. What is in the pipes at the exit is delivered all the same.
   void pauseReading();
   void resumeReading();
   /// SIGTERM for the whole group, and SIGKILL for what is left of it after `grace`. onExit still
   /// comes.
   void terminate(std::chrono::milliseconds grace = defaultGrace);
-  /// Closes input and outputs and terminates. No handler is called from now on (one that is running
-  /// on the queue finishes).
+  /// Closes the input, drops what the child still writes, and terminates. No handler is called from
+  /// now on (one that is running on the queue finishes).
   void stop(std::chrono::milliseconds grace = defaultGrace);
   bool isRunning() const;
   std::int64_t processID() const;
 
   static constexpr std::chrono::milliseconds defaultGrace{2000};
 
-  /// Waits until no child is left, those of stopped and destroyed objects included, or the limit ran
-  /// out (then answers false). For the end of a program.
+  /// Waits until no child is left, those of stopped and destroyed objects included, or the limit
+  /// ran out (then answers false). For the end of a program.
   static bool waitForAll(std::chrono::milliseconds limit);
 
   struct Impl;

@@ -1,4 +1,5 @@
 // The main queue of programs without a window: run() makes the calling thread the main thread.
+// Signal and line watches must be gone before their loop.
 #pragma once
 
 #include <functional>
@@ -16,7 +17,8 @@ class RunLoop final : public MainQueue {
 
   /// Runs work until quit(). May be called again afterwards; work that was left waits for it.
   void run();
-  /// Makes run() return after the present piece of work. Any thread.
+  /// Makes run() return after the present piece of work; called before run(), makes it return at
+  /// once. Any thread.
   void quit();
 
   void post(Work work) override;

@@ -1,0 +1,51 @@
+// Starts one program. Part of Process. posix_spawn cannot set a parent death signal nor tell the
+// guard of the new group before the program runs, and fork copies the page tables of a large
+// program; so this is a clone that borrows the memory until the exec, as posix_spawn itself is.
+#pragma once
+
+#include <expected>
+#include <sys/types.h>
+
+#include "platform/descriptor.h"
+#include "platform/process.h"
+
+namespace vantrell {
+
+/// All pointers must stay valid during the call. Descriptors must be above 2.
+struct SpawnRequest {
+  const char* executable = nullptr;
+  char* const* arguments = nullptr;    // with the executable, ends with null
+  char* const* environment = nullptr;  // ends with null
+  const char* folder = nullptr;        // null: this process's own
+  int input = -1;
+  int output = -1;
+  int error = -1;
+  /// A socket to which the child writes "+<process id>\n" before it runs the program, or -1.
+  int guard = -1;
+  /// A session of its own (the guard), or else a process group of its own that gets SIGTERM when
+  /// the spawning thread dies.
+  bool ownSession = false;
+};
+
+struct Spawned {
+  pid_t id = 0;
+  Descriptor handle;  // a pidfd
+  bool toldGuard = false;
+};
+
+struct SpawnFailure {
+  ProcessError error;
+  /// The group that the guard was told of in vain, or 0.
+  pid_t toldGuard = 0;
+};
+
+/// On the reactor's thread only: it has every signal blocked, as this needs, and lives for ever.
+std::expected<Spawned, SpawnFailure> spawn(const SpawnRequest& request);
+
+/// An error number and what the system says to it.
+ProcessError processError(ProcessError::Step step, int error);
+
+/// The descriptor, or a copy of it above the standard three, which a child's own are put onto.
+Descriptor aboveStandard(Descriptor descriptor);
+
+}  // namespace vantrell

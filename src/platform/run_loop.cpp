@@ -1,0 +1,209 @@
+#include "platform/run_loop.h"
+
+#include <atomic>
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/signal_set.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <cerrno>
+#include <condition_variable>
+#include <fcntl.h>
+#include <mutex>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <thread>
+
+#include "platform/descriptor.h"
+#include "platform/timer_table.h"
+
+namespace vantrell {
+
+namespace asio = boost::asio;
+using std::chrono::steady_clock;
+
+struct RunLoop::Impl {
+  Impl()
+      : timers([] { return steady_clock::now().time_since_epoch(); },
+               [this](Duration due) { wakeAt(due); }) {}
+
+  void wakeAt(Duration due) {
+    alarm.expires_at(steady_clock::time_point(due));
+    alarm.async_wait([this](const boost::system::error_code& error) {
+      if (!error) timers.fire();
+    });
+  }
+
+  // One thread runs it: asio then passes work on without waking anybody.
+  asio::io_context context{1};
+  asio::executor_work_guard<asio::io_context::executor_type> staysAlive{context.get_executor()};
+  asio::steady_timer alarm{context};
+  std::atomic<bool> quitting = false;
+  TimerTable timers;
+};
+
+RunLoop::RunLoop() : impl_(std::make_unique<Impl>()) {}
+RunLoop::~RunLoop() = default;
+
+void RunLoop::run() {
+  impl_->context.restart();
+  // A quit() from another thread that came before the restart is seen here, a later one stops the
+  // context.
+  if (!impl_->quitting) impl_->context.run();
+  impl_->quitting = false;
+}
+
+void RunLoop::quit() {
+  impl_->quitting = true;
+  impl_->context.stop();
+}
+
+void RunLoop::post(Work work) {
+  asio::post(impl_->context, [work = std::move(work)]() mutable noexcept { work(); });
+}
+
+Date RunLoop::now() const {
+  const std::chrono::duration<double> sinceEpoch =
+      std::chrono::system_clock::now().time_since_epoch();
+  return Date::sinceUnixEpoch(sinceEpoch.count());
+}
+
+Duration RunLoop::uptime() const {
+  return steady_clock::now().time_since_epoch();
+}
+
+Timer RunLoop::after(Duration delay, Work work) {
+  return impl_->timers.after(delay, std::move(work));
+}
+
+Timer RunLoop::every(Duration period, std::function<void()> work) {
+  return impl_->timers.every(period, std::move(work));
+}
+
+class RunLoop::SignalWatch : public std::enable_shared_from_this<SignalWatch> {
+ public:
+  SignalWatch(asio::io_context& context, std::function<void(int)> handler)
+      : signals_(context), handler_(std::move(handler)) {}
+
+  void add(int signal) {
+    boost::system::error_code ignored;  // a number that is no signal never arrives
+    signals_.add(signal, ignored);
+  }
+
+  void wait() {
+    signals_.async_wait(
+        [weak = weak_from_this()](const boost::system::error_code& error, int signal) {
+          const auto self = weak.lock();
+          if (!self || error) return;
+          self->handler_(signal);
+          self->wait();
+        });
+  }
+
+ private:
+  asio::signal_set signals_;
+  std::function<void(int)> handler_;
+};
+
+std::shared_ptr<RunLoop::SignalWatch> RunLoop::watchSignals(std::vector<int> signals,
+                                                            std::function<void(int)> handler) {
+  auto watch = std::make_shared<SignalWatch>(impl_->context, std::move(handler));
+  for (const int signal : signals) watch->add(signal);
+  watch->wait();
+  return watch;
+}
+
+/// Reads on a thread of its own. The event loop could only read without blocking, and that mode
+/// would be shared with every other program on the same terminal; nor can it watch a plain file.
+class RunLoop::LineWatch : public std::enable_shared_from_this<LineWatch> {
+ public:
+  LineWatch(RunLoop& loop, int descriptor, std::function<void(std::string)> onLine,
+            std::function<void()> onEnd)
+      : loop_(loop),
+        source_(::fcntl(descriptor, F_DUPFD_CLOEXEC, 0)),
+        onLine_(std::move(onLine)),
+        onEnd_(std::move(onEnd)) {}
+
+  ~LineWatch() {
+    {
+      const std::lock_guard lock(mutex_);
+      cancelled_ = true;
+      ::eventfd_write(cancel_.get(), 1);
+      turn_.notify_all();
+    }
+    if (thread_.joinable()) thread_.join();
+  }
+
+  void begin() {
+    thread_ = std::thread([this, weak = weak_from_this()] { read(weak); });
+  }
+
+ private:
+  static constexpr std::size_t chunkBytes = 64 * 1024;
+
+  /// On the reading thread, which ends before this object does.
+  void read(const std::weak_ptr<LineWatch>& weak) {
+    std::string chunk(chunkBytes, '\0');
+    for (;;) {
+      pollfd waits[2] = {{source_.get(), POLLIN, 0}, {cancel_.get(), POLLIN, 0}};
+      if (::poll(waits, 2, -1) < 0 && errno == EINTR) continue;
+      if (waits[1].revents != 0) return;
+      const ssize_t count = ::read(source_.get(), chunk.data(), chunk.size());
+      if (count < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+      std::unique_lock lock(mutex_);
+      if (cancelled_) return;
+      delivering_ = true;
+      std::string bytes = count > 0 ? chunk.substr(0, static_cast<std::size_t>(count)) : "";
+      loop_.post([weak, bytes = std::move(bytes)] {
+        if (const auto self = weak.lock()) self->deliver(bytes);
+      });
+      if (count <= 0) return;
+      // One chunk at a time: input that comes faster than it is used waits where it is.
+      turn_.wait(lock, [this] { return cancelled_ || !delivering_; });
+      if (cancelled_) return;
+    }
+  }
+
+  void deliver(const std::string& bytes) {
+    const std::weak_ptr<LineWatch> alive = weak_from_this();
+    if (bytes.empty()) {
+      if (!partial_.empty()) onLine_(std::exchange(partial_, {}));
+      if (alive.use_count() > 1) onEnd_();
+      return;
+    }
+    std::size_t start = 0;
+    for (auto end = bytes.find('\n'); end != std::string::npos; end = bytes.find('\n', start)) {
+      partial_.append(bytes, start, end - start);
+      start = end + 1;
+      onLine_(std::exchange(partial_, {}));
+      // The caller's own reference is gone: the watch was destroyed by its handler.
+      if (alive.use_count() <= 1) return;
+    }
+    partial_.append(bytes, start);
+    const std::lock_guard lock(mutex_);
+    delivering_ = false;
+    turn_.notify_all();
+  }
+
+  RunLoop& loop_;
+  Descriptor source_;
+  Descriptor cancel_{::eventfd(0, EFD_CLOEXEC)};
+  std::function<void(std::string)> onLine_;
+  std::function<void()> onEnd_;
+  std::string partial_;
+  std::mutex mutex_;
+  std::condition_variable turn_;
+  bool cancelled_ = false;
+  bool delivering_ = false;
+  std::thread thread_;
+};
+
+std::shared_ptr<RunLoop::LineWatch> RunLoop::watchLines(int descriptor,
+                                                        std::function<void(std::string)> onLine,
+                                                        std::function<void()> onEnd) {
+  auto watch = std::make_shared<LineWatch>(*this, descriptor, std::move(onLine), std::move(onEnd));
+  watch->begin();
+  return watch;
+}
+
+}  // namespace vantrell

@@ -1,0 +1,86 @@
+#include "platform/dispatch.h"
+
+#include <atomic>
+#include <future>
+#include <gtest/gtest.h>
+#include <thread>
+
+namespace vantrell {
+namespace {
+
+TEST(BackgroundPool, FinishesWhatWasPostedAndWhatThatPostsBeforeItGoes) {
+  std::atomic<int> done = 0;
+  {
+    BackgroundPool pool(3);
+    for (int number = 0; number < 100; ++number) {
+      pool.post([&] {
+        pool.post([&] { ++done; });
+        ++done;
+      });
+    }
+  }
+  EXPECT_EQ(done, 200);
+}
+
+TEST(BackgroundPool, RunsWorkSideBySide) {
+  BackgroundPool pool(2);
+  std::promise<void> first;
+  std::promise<void> second;
+  pool.post([&] {
+    first.set_value();
+    second.get_future().wait();  // ends only when the other runs at the same time
+  });
+  pool.post([&] {
+    first.get_future().wait();
+    second.set_value();
+  });
+}
+
+TEST(SerialQueue, RunsOnePieceAtATimeInTheOrderOfPosting) {
+  std::vector<int> seen;  // unprotected on purpose
+  int next = 0;
+  {
+    BackgroundPool pool(4);
+    const SerialQueue queue(pool, "test");
+    const SerialQueue same = queue;
+    for (int number = 0; number < 20000; ++number) {
+      (number % 2 == 0 ? queue : same).post([&, number] {
+        EXPECT_EQ(next++, number);
+        seen.push_back(number);
+      });
+    }
+  }
+  EXPECT_EQ(seen.size(), 20000U);
+}
+
+TEST(SerialQueue, DoesNotWaitForAnotherOne) {
+  BackgroundPool pool(2);
+  const SerialQueue blocked(pool, "blocked");
+  const SerialQueue free(pool, "free");
+  std::promise<void> release;
+  blocked.post([&] { release.get_future().wait(); });
+  free.post([&] { release.set_value(); });
+}
+
+TEST(SerialQueue, KnowsWhenItIsCurrent) {
+  BackgroundPool pool(2);
+  const SerialQueue queue(pool, "one");
+  const SerialQueue other(pool, "two");
+  std::promise<std::pair<bool, bool>> answer;
+  queue.post([&] { answer.set_value({queue.isCurrent(), other.isCurrent()}); });
+  EXPECT_EQ(answer.get_future().get(), (std::pair{true, false}));
+  EXPECT_FALSE(queue.isCurrent());
+  EXPECT_EQ(queue.label(), "one");
+}
+
+TEST(SerialQueue, DropsWhatIsPostedAfterThePoolIsGone) {
+  auto pool = std::make_unique<BackgroundPool>(1);
+  const SerialQueue queue(*pool, "orphan");
+  auto held = std::make_shared<int>(0);
+  pool.reset();
+  queue.post([held] { ADD_FAILURE(); });
+  EXPECT_EQ(held.use_count(), 1);
+}
+
+}  // namespace
+}  // namespace vantrell

@@ -1,0 +1,111 @@
+#include "platform/manual_main_queue.h"
+#include "platform/run_loop.h"
+#include "support/main_queue_contract.h"
+
+namespace vantrell {
+namespace {
+
+class RunLoopUnderTest {
+ public:
+  MainQueue& queue() { return loop_; }
+  bool runUntil(const std::function<bool()>& condition) {
+    bool held = condition();
+    const Timer check = loop_.every(1ms, [&] {
+      held = condition();
+      if (held) loop_.quit();
+    });
+    const Timer limit = loop_.after(20s, [&] { loop_.quit(); });
+    if (!held) loop_.run();
+    return held;
+  }
+
+ private:
+  RunLoop loop_;
+};
+
+class ManualMainQueueUnderTest {
+ public:
+  MainQueue& queue() { return queue_; }
+  bool runUntil(const std::function<bool()>& condition) {
+    queue_.advance(1s);
+    return queue_.runUntil(condition);
+  }
+
+ private:
+  ManualMainQueue queue_;
+};
+
+INSTANTIATE_TYPED_TEST_SUITE_P(RunLoop, MainQueueContract, RunLoopUnderTest);
+INSTANTIATE_TYPED_TEST_SUITE_P(ManualMainQueue, MainQueueContract, ManualMainQueueUnderTest);
+
+TEST(ManualMainQueue, WalksThroughTenMinutesTimerByTimer) {
+  ManualMainQueue queue;
+  const Date start = queue.now();
+  std::vector<double> instants;
+  const Timer watchdog = queue.every(
+      30s, [&] { queue.post([&] { instants.push_back((queue.now() - start).count()); }); });
+  queue.advance(600s);
+  ASSERT_EQ(instants.size(), 20U);
+  EXPECT_EQ(instants.front(), 30);
+  EXPECT_EQ(instants.back(), 600);
+  EXPECT_EQ((queue.now() - start).count(), 600);
+}
+
+TEST(ManualMainQueue, FiresTimersOfOneInstantInTheOrderInWhichTheyWereSet) {
+  ManualMainQueue queue;
+  std::string order;
+  std::vector<Timer> timers;
+  for (const char name : {'a', 'b', 'c'}) {
+    timers.push_back(queue.after(1s, [&, name] { order += name; }));
+  }
+  queue.advance(999ms);
+  EXPECT_EQ(order, "");
+  queue.advance(1ms);
+  EXPECT_EQ(order, "abc");
+}
+
+TEST(ManualMainQueue, SkipsThePeriodsThatSlowWorkMissed) {
+  ManualMainQueue queue;
+  std::vector<int> seconds;
+  Timer timer;
+  timer = queue.every(10s, [&] {
+    seconds.push_back(static_cast<int>(queue.uptime() / 1s));
+    if (seconds.size() == 1) queue.advance(25s);  // nothing fires inside: it runs just now
+  });
+  queue.advance(60s);
+  EXPECT_EQ(seconds, (std::vector{10, 40, 50, 60}));
+}
+
+TEST(ManualMainQueue, WaitsForAnotherThreadAndGivesUpAtTheLimit) {
+  ManualMainQueue queue;
+  bool done = false;
+  const std::jthread other([&] { queue.post([&] { done = true; }); });
+  EXPECT_TRUE(queue.runUntil([&] { return done; }));
+  EXPECT_FALSE(queue.runUntil([] { return false; }, 1ms));
+}
+
+TEST(RunLoop, QuitLeavesTheRestForTheNextRun) {
+  RunLoop loop;
+  std::string order;
+  loop.post([&] {
+    order += 'a';
+    loop.quit();
+  });
+  loop.post([&] { order += 'b'; });
+  loop.post([&] { loop.quit(); });
+  loop.run();
+  EXPECT_EQ(order, "a");
+  loop.run();
+  EXPECT_EQ(order, "ab");
+}
+
+TEST(RunLoop, QuitFromAnotherThreadIsNotLostHoweverEarlyItComes) {
+  for (int round = 0; round < 200; ++round) {
+    RunLoop loop;
+    const std::jthread other([&] { loop.quit(); });
+    loop.run();
+  }
+}
+
+}  // namespace
+}  // namespace vantrell
