@@ -10,8 +10,9 @@ set(VANTRELL_SANITIZER "" CACHE STRING "Sanitizers, as -fsanitize takes them")
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
                     -Wimplicit-fallthrough -Werror)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-  # GCC 12 reports both of these falsely for std::string and std::optional when it optimizes.
-  add_compile_options(-Wno-restrict -Wno-maybe-uninitialized)
+  # GCC 12 reports these falsely for std::string and std::optional when it optimizes.
+  add_compile_options(-Wno-restrict -Wno-maybe-uninitialized -Wno-array-bounds
+                      -Wno-stringop-overflow -Wno-stringop-overread)
 endif()
 
 # CMake gives -fPIC to libraries and -fPIE to programs, but a precompiled header serves both only
