@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "platform/process.h"
+#include "app/ports.h"
 #include "records/application.h"
 #include "runtimes/acp/acp_client.h"
 #include "runtimes/runtime_locator.h"
@@ -10,23 +10,6 @@
 namespace vantrell {
 
 namespace {
-
-/// Every port of the engine that something answers today. All others are neutral: their parts of
-/// the program are not built yet.
-EnginePorts answeredPorts(const ProviderConnectorRegistry& connectors,
-                          const std::optional<AgentProvider>& frontDoorProvider) {
-  EnginePorts ports = EnginePorts::neutral();
-  ports.connector = [&connectors](AgentProvider provider) -> const ProviderConnector& {
-    return connectors.connector(provider);
-  };
-  ports.providerForNextTurn = [&frontDoorProvider](
-                                  const std::set<AgentProvider>& attempted,
-                                  const ThreadExecutionKey&) -> std::optional<AgentProvider> {
-    if (!frontDoorProvider || attempted.contains(*frontDoorProvider)) return std::nullopt;
-    return frontDoorProvider;
-  };
-  return ports;
-}
 
 /// The practice agent in the place of local models: like them it needs no subscription.
 ProviderConnector practiceConnector(MainQueue& main, BackgroundPool& pool, std::string executable) {
@@ -99,7 +82,7 @@ VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, files::LockFi
     connectors_.replace(practiceConnector(main_, pool_, *options.practiceAgent));
   }
   model_ = std::make_unique<AppModel>(main_, *defaults_, store_,
-                                      answeredPorts(connectors_, frontDoorProvider));
+                                      enginePorts(connectors_, frontDoorProvider));
 }
 
 VantrellApp::~VantrellApp() {

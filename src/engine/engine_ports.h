@@ -81,9 +81,6 @@ struct EnginePorts {
   std::function<void()> configureExecutionMonitor;
   std::function<void()> refreshFleet;
   std::function<void()> startPersonalGateway;
-
-  /// Every port neutral, but for `connector`, which has no neutral answer.
-  static EnginePorts neutral();
 };
 
 }  // namespace vantrell

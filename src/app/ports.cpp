@@ -1,8 +1,8 @@
-#include "engine/engine_ports.h"
+#include "app/ports.h"
 
 namespace vantrell {
 
-EnginePorts EnginePorts::neutral() {
+EnginePorts neutralPorts() {
   const auto nothing = [] {};
   EnginePorts ports;
 
@@ -15,8 +15,10 @@ EnginePorts EnginePorts::neutral() {
   ports.startFailed = [](AgentProvider) {};
 
   ports.captureCheckpoint = [](const auto&, const std::string&, WorkspaceCheckpointKind,
-                               const Done& done) { done(); };
-  ports.runProjectHooks = [](ProjectHookEvent, const auto&, const Done& done) { done(); };
+                               const EnginePorts::Done& done) { done(); };
+  ports.runProjectHooks = [](ProjectHookEvent, const auto&, const EnginePorts::Done& done) {
+    done();
+  };
   ports.projectContextPrompt = [](const auto&) { return std::string(); };
   ports.refreshGitSnapshot = nothing;
 
@@ -37,6 +39,22 @@ EnginePorts EnginePorts::neutral() {
   ports.configureExecutionMonitor = nothing;
   ports.refreshFleet = nothing;
   ports.startPersonalGateway = nothing;
+  return ports;
+}
+
+EnginePorts enginePorts(const ProviderConnectorRegistry& connectors,
+                        const std::optional<AgentProvider>& frontDoorProvider) {
+  EnginePorts ports = neutralPorts();
+  ports.connector = [&connectors](AgentProvider provider) -> const ProviderConnector& {
+    return connectors.connector(provider);
+  };
+  // Until there is routing, every turn goes where the front door says.
+  ports.providerForNextTurn = [&frontDoorProvider](
+                                  const std::set<AgentProvider>& attempted,
+                                  const ThreadExecutionKey&) -> std::optional<AgentProvider> {
+    if (!frontDoorProvider || attempted.contains(*frontDoorProvider)) return std::nullopt;
+    return frontDoorProvider;
+  };
   return ports;
 }
 

@@ -1,0 +1,18 @@
+// Every upward call of the engine, and who answers it. The one place where ports are set.
+#pragma once
+
+#include <optional>
+
+#include "engine/engine_ports.h"
+
+namespace vantrell {
+
+/// Every port with its neutral answer, as if the part that it stands for did not exist; but for
+/// `connector`, which has none.
+EnginePorts neutralPorts();
+
+/// The ports of the program. What is given must outlive them.
+EnginePorts enginePorts(const ProviderConnectorRegistry& connectors,
+                        const std::optional<AgentProvider>& frontDoorProvider);
+
+}  // namespace vantrell
