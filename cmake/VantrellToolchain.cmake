@@ -12,8 +12,9 @@ add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverl
                     # Designated initializers leave out what keeps its default.
                     -Wno-missing-field-initializers)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-  # GCC 12 reports both of these falsely for std::string and std::optional when it optimizes.
-  add_compile_options(-Wno-restrict -Wno-maybe-uninitialized)
+  # GCC 12 reports these falsely for std::string and std::optional when it optimizes.
+  add_compile_options(-Wno-restrict -Wno-maybe-uninitialized -Wno-array-bounds
+                      -Wno-stringop-overflow -Wno-stringop-overread)
 endif()
 
 # CMake gives -fPIC to libraries and -fPIE to programs, but a precompiled header serves both only

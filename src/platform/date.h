@@ -21,7 +21,9 @@ class Date {
 
   /// The wall clock. Engine code asks its MainQueue instead.
   static Date current();
-  static constexpr Date distantPast() { return Date(-63114076800.0); }  // 0001-01-01
+  /// 0001-01-01 of the Julian calendar, two days before that of the Gregorian one; iso8601() shows
+  /// it as the first day that it can.
+  static constexpr Date distantPast() { return Date(-63114076800.0); }
   static constexpr Date sinceUnixEpoch(double seconds) { return Date(seconds - unixOffset); }
 
   constexpr double secondsSinceReference() const { return seconds_; }
@@ -41,8 +43,8 @@ class Date {
 /// "2026-11-22T21:08:00Z": UTC, whole seconds (the fraction is dropped), the form of the
 /// orchestration files. Years outside 1 to 9999 are clamped to them.
 std::string iso8601(Date date);
-/// Reads the above, also with a fraction of a second and with "+hh:mm" in place of "Z". Absent for
-/// anything else, dates that no calendar has included.
+/// Reads the above, also with a fraction of a second and with "+hh:mm" or "-hh:mm" in place of "Z".
+/// Absent for anything else, dates that no calendar has and leap seconds included.
 std::optional<Date> dateFromIso8601(std::string_view text);
 
 }  // namespace vantrell

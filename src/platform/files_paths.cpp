@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <pwd.h>

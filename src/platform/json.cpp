@@ -1,8 +1,6 @@
 #include "platform/json.h"
 
 #include <algorithm>
-#include <cmath>
-#include <span>
 
 namespace vantrell {
 namespace {

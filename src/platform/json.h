@@ -5,6 +5,7 @@
 // than 512, and is linear in its input. Any thread.
 #pragma once
 
+#include <concepts>
 #include <cstdint>
 #include <expected>
 #include <initializer_list>
@@ -55,7 +56,8 @@ class Json {
 
   Json() = default;  // null
   Json(std::nullptr_t) {}
-  Json(bool value) : value_(value) {}
+  /// Exactly bool: a pointer forgotten to be dereferenced must not become true.
+  Json(std::same_as<bool> auto value) : value_(value) {}
   Json(int value) : value_(static_cast<std::int64_t>(value)) {}
   Json(std::int64_t value) : value_(value) {}
   Json(double value) : value_(value) {}
@@ -139,15 +141,16 @@ class JsonWriter {
   void value(std::string_view text);
   void value(const char* text) { value(std::string_view(text)); }
   void value(const std::string& text) { value(std::string_view(text)); }
-  void value(bool value);
+  void value(std::same_as<bool> auto truth) { word(truth ? "true" : "false"); }
   void value(std::int64_t number);
   void value(int number) { value(static_cast<std::int64_t>(number)); }
   void value(double number);
   void value(const Json& json);
-  void null();
+  void null() { word("null"); }
 
  private:
   void separate();
+  void word(std::string_view literal);
   std::string& out_;
   bool needsComma_ = false;
 };

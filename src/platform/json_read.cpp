@@ -336,8 +336,8 @@ class JsonReader {
     if (mantissaEnd != at_) {
       const bool negative = mantissaEnd[1] == '-';
       const char* exponentDigits = mantissaEnd + (negative || mantissaEnd[1] == '+' ? 2 : 1);
-      std::int64_t exponent = 0;
-      // One that overflows outweighs any mantissa that fits in memory.
+      std::int32_t exponent = 0;
+      // One that does not fit outweighs any mantissa.
       if (std::from_chars(exponentDigits, at_, exponent).ec != std::errc()) return negative;
       power += negative ? -exponent : exponent;
     }

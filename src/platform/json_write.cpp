@@ -236,9 +236,9 @@ void JsonWriter::value(std::string_view text) {
   json::appendQuoted(out_, text);
 }
 
-void JsonWriter::value(bool value) {
+void JsonWriter::word(std::string_view literal) {
   separate();
-  out_ += value ? "true" : "false";
+  out_ += literal;
 }
 
 void JsonWriter::value(std::int64_t number) {
@@ -254,11 +254,6 @@ void JsonWriter::value(double number) {
 void JsonWriter::value(const Json& json) {
   separate();
   json::appendTo(out_, json);
-}
-
-void JsonWriter::null() {
-  separate();
-  out_ += "null";
 }
 
 }  // namespace vantrell

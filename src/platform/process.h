@@ -27,14 +27,15 @@ using Environment = std::map<std::string, std::string, std::less<>>;
 /// A copy of this process's own environment.
 Environment currentEnvironment();
 
+// The empty initializers let callers name only the fields that they set.
 struct ProcessOptions {
   enum class Input { pipe, null };
   enum class Output { pipe, null };
 
-  std::string executable;              // absolute path
-  std::vector<std::string> arguments;  // without the executable itself
-  Environment environment;             // complete
-  std::string workingFolder;           // empty: this process's own
+  std::string executable{};              // absolute path
+  std::vector<std::string> arguments{};  // without the executable itself
+  Environment environment{};             // complete
+  std::string workingFolder{};           // empty: this process's own
   Input standardInput = Input::pipe;
   Output standardOutput = Output::pipe;
   Output standardError = Output::pipe;
@@ -67,13 +68,13 @@ class Process {
   struct Handlers {
     /// A chunk, never empty. Reading goes on only as fast as these return: a slow handler holds the
     /// child back, it does not fill memory.
-    std::function<void(std::string_view bytes)> onOutput;
-    std::function<void(std::string_view bytes)> onError;
+    std::function<void(std::string_view bytes)> onOutput{};
+    std::function<void(std::string_view bytes)> onError{};
     /// The child closed its input or died with bytes unsent; at most once. EPIPE mostly.
-    std::function<void(ProcessError)> onWriteError;
+    std::function<void(ProcessError)> onWriteError{};
     /// Exactly once, after every byte that was written before the exit has been delivered. A
     /// grandchild that holds the pipes open delays nothing. Not called after stop().
-    std::function<void(ExitStatus)> onExit;
+    std::function<void(ExitStatus)> onExit{};
   };
 
   /// Starts the child. Fails when it cannot be executed (the errors of execve and chdir included).
@@ -101,8 +102,8 @@ class Process {
   /// SIGTERM for the whole group, and SIGKILL for what is left of it after `grace`. onExit still
   /// comes.
   void terminate(std::chrono::milliseconds grace = defaultGrace);
-  /// Closes input and outputs and terminates. No handler is called from now on (one that is running
-  /// on the queue finishes).
+  /// Closes the input, drops what the child still writes, and terminates. No handler is called from
+  /// now on (one that is running on the queue finishes).
   void stop(std::chrono::milliseconds grace = defaultGrace);
   bool isRunning() const;
   std::int64_t processID() const;

@@ -290,10 +290,12 @@ void ProcessChild::terminate(Duration grace) {
 }
 
 void ProcessChild::stop(Duration grace) {
-  if (retired_) return;
-  stopped_ = true;
-  output_ = {};
-  error_ = {};
+  if (std::exchange(stopped_, true) || retired_) return;
+  // Read on, though nobody listens: a closed pipe would kill the child at its first word of
+  // farewell.
+  paused_ = false;
+  updateReading(Stream::output);
+  updateReading(Stream::error);
   closeInput();
   channel_->inputEnded({});
   terminate(grace);

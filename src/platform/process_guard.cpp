@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -40,6 +41,11 @@ Duration steadyNow() {
   return std::chrono::steady_clock::now().time_since_epoch();
 }
 
+bool sendAll(const Descriptor& socket, const std::string& text) {
+  const auto sent = ::send(socket.get(), text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+  return sent == static_cast<ssize_t>(text.size());
+}
+
 }  // namespace
 
 int ProcessGuard::descriptor() {
@@ -65,13 +71,17 @@ void ProcessGuard::start() {
   request.output = null.get();
   request.error = null.get();
   request.ownSession = true;
+  // What a predecessor knew waits in the socket before the guard is there: this program may be
+  // killed at any moment.
+  std::string known;
+  for (const pid_t group : groups_) known += fmt::format("+{}\n", group);
+  if (!known.empty() && !sendAll(ours, known)) return;
   auto spawned = spawn(request);
   if (!spawned) return;
   id_ = spawned->id;
   handle_ = std::move(spawned->handle);
   socket_ = std::move(ours);
   exitWatch_ = reactor_.whenReadable(handle_.get(), [this] { onExit(); });
-  for (const pid_t group : groups_) tell("+" + std::to_string(group) + "\n");
 }
 
 void ProcessGuard::onExit() {
@@ -90,7 +100,7 @@ void ProcessGuard::onExit() {
 
 void ProcessGuard::add(pid_t group, bool announced) {
   groups_.insert(group);
-  if (!announced) tell("+" + std::to_string(group) + "\n");
+  if (!announced) tell(fmt::format("+{}\n", group));
 }
 
 void ProcessGuard::remove(pid_t group) {
@@ -99,14 +109,13 @@ void ProcessGuard::remove(pid_t group) {
 }
 
 void ProcessGuard::forget(pid_t group) {
-  tell("-" + std::to_string(group) + "\n");
+  tell(fmt::format("-{}\n", group));
 }
 
 void ProcessGuard::tell(const std::string& line) {
   if (!socket_) return;
-  const auto sent = ::send(socket_.get(), line.data(), line.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
   // One that does not listen is as good as gone: its successor learns the whole list.
-  if (sent != static_cast<ssize_t>(line.size())) ::kill(id_, SIGKILL);
+  if (!sendAll(socket_, line)) ::kill(id_, SIGKILL);
 }
 
 }  // namespace vantrell

@@ -146,7 +146,8 @@ class RunLoop::LineWatch : public std::enable_shared_from_this<LineWatch> {
     std::string chunk(chunkBytes, '\0');
     for (;;) {
       pollfd waits[2] = {{source_.get(), POLLIN, 0}, {cancel_.get(), POLLIN, 0}};
-      if (::poll(waits, 2, -1) < 0 && errno == EINTR) continue;
+      // A bad descriptor is not waited for: the read says so.
+      if (source_ && ::poll(waits, 2, -1) < 0 && errno == EINTR) continue;
       if (waits[1].revents != 0) return;
       const ssize_t count = ::read(source_.get(), chunk.data(), chunk.size());
       if (count < 0 && (errno == EINTR || errno == EAGAIN)) continue;

@@ -1,16 +1,13 @@
 #include "platform/text.h"
 
 #include <cstring>
-#include <functional>
 #include <limits>
 #include <unicode/bytestream.h>
 #include <unicode/casemap.h>
 #include <unicode/coll.h>
 #include <unicode/normalizer2.h>
 #include <unicode/ubrk.h>
-#include <unicode/ucasemap.h>
 #include <unicode/uchar.h>
-#include <unicode/uloc.h>
 #include <unicode/utext.h>
 #include <unicode/utf8.h>
 
@@ -55,9 +52,17 @@ std::string lowercasedAscii(std::string_view text) {
   return lower;
 }
 
-/// ICU counts text in 32 bits; nothing of that size is text that a person sees.
+/// ICU counts text in 32 bits, and case mapping and repair can make it three times as long. Nothing
+/// of that size is text that a person sees.
 bool fitsIcu(std::string_view text) {
-  return text.size() <= static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max());
+  return text.size() <= static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max()) / 3;
+}
+
+/// ICU's case mapping copies invalid bytes; this is the text to give it. `storage` may hold it.
+std::string_view validated(std::string_view text, std::string& storage) {
+  if (isValidUtf8(text)) return text;
+  storage = repaired(text);
+  return storage;
 }
 
 icu::StringPiece pieceOf(std::string_view text) {
@@ -130,6 +135,8 @@ std::size_t walkCharacters(std::string_view text, std::size_t& limit) {
 /// Case folded and composed, so that what a person takes for the same text has the same bytes.
 std::string foldedForSearch(std::string_view text) {
   if (isAscii(text)) return lowercasedAscii(text);
+  std::string storage;
+  text = validated(text, storage);
   UErrorCode status = U_ZERO_ERROR;
   std::string folded;
   icu::StringByteSink<std::string> foldedSink(&folded);
@@ -198,6 +205,8 @@ std::size_t characterCount(std::string_view text) {
 
 std::string lowercased(std::string_view text) {
   if (isAscii(text) || !fitsIcu(text)) return lowercasedAscii(text);
+  std::string storage;
+  text = validated(text, storage);
   UErrorCode status = U_ZERO_ERROR;
   std::string lower;
   lower.reserve(text.size());

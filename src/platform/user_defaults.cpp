@@ -119,11 +119,12 @@ class FileDefaults final : public Defaults {
       return fmt::format("Could not open the settings in {}: {}", path,
                          std::generic_category().message(errno));
     }
-    sqlite3* opened = nullptr;
-    const int status = sqlite3_open_v2(path.c_str(), &opened, SQLITE_OPEN_READWRITE, nullptr);
-    database_.reset(opened);
-    if (status != SQLITE_OK || !load()) return describe("open");
-    return {};
+    if (connect(path.c_str(), SQLITE_OPEN_READWRITE) && enableLog() && load()) return {};
+    if (isOnReadOnlyPlace() &&
+        connect(immutableUri().c_str(), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI) && load()) {
+      return {};
+    }
+    return describe("open");
   }
 
  protected:
@@ -157,16 +158,44 @@ class FileDefaults final : public Defaults {
   bool createOwnerOnly() const {
     const int created = ::open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (created >= 0) ::close(created);
-    return created >= 0 || errno == EEXIST;
+    return created >= 0 || access(path_.c_str(), F_OK) == 0;
+  }
+
+  bool connect(const char* name, int flags) {
+    sqlite3* opened = nullptr;
+    const int status = sqlite3_open_v2(name, &opened, flags, nullptr);
+    database_.reset(opened);
+    if (status == SQLITE_OK) sqlite3_busy_timeout(opened, busyTimeoutMilliseconds);
+    return status == SQLITE_OK;
+  }
+
+  /// FULL syncs the log at each commit: with NORMAL a power loss could take the last ones.
+  bool enableLog() {
+    return execute("PRAGMA journal_mode = WAL") && execute("PRAGMA synchronous = FULL");
+  }
+
+  /// Where SQLite cannot make its log, nobody changes the file: it can be read as it stands, unless
+  /// an old log is beside it, whose commits that would miss.
+  bool isOnReadOnlyPlace() const {
+    const int code = sqlite3_errcode(database_.get());
+    return (code == SQLITE_CANTOPEN || code == SQLITE_READONLY) &&
+           access((path_ + "-wal").c_str(), F_OK) != 0;
+  }
+
+  std::string immutableUri() const {
+    std::string uri = "file:";
+    for (const char c : path_) {
+      if (c == '%' || c == '?' || c == '#') {
+        uri += fmt::format("%{:02X}", c);
+      } else {
+        uri += c;
+      }
+    }
+    return uri + "?immutable=1";
   }
 
   bool load() {
     sqlite3* database = database_.get();
-    sqlite3_busy_timeout(database, busyTimeoutMilliseconds);
-    // FULL syncs the log at each commit: with NORMAL a power loss could take the last ones.
-    if (!execute("PRAGMA journal_mode = WAL") || !execute("PRAGMA synchronous = FULL")) {
-      return false;
-    }
     const Statement version = prepare(database, "PRAGMA user_version");
     if (!version || sqlite3_step(version.get()) != SQLITE_ROW) return false;
     if (sqlite3_column_int(version.get(), 0) > formatVersion) {

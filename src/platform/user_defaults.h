@@ -32,8 +32,8 @@ class UserDefaults {
 
   /// A store in memory, for tests and for what must not be kept.
   static std::unique_ptr<UserDefaults> inMemory();
-  /// The store in the given file (SQLite), created owner-only when missing. The error is one line
-  /// for people.
+  /// The store in the given file (SQLite), created owner-only when missing; its folder must exist.
+  /// Where nothing can be written it opens for reading. The error is one line for people.
   static std::expected<std::unique_ptr<UserDefaults>, std::string> open(const std::string& path);
 };
 

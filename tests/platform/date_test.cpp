@@ -17,7 +17,7 @@ TEST(Date, ShowsSecondsSinceTheReferenceAsUtc) {
       {0.999, "2001-01-01T00:00:00Z"},
       {-0.001, "2000-12-31T23:59:59Z"},
       {86400.0 * 59, "2001-03-01T00:00:00Z"},
-      {-86400.0 * 306, "2000-02-29T00:00:00Z"},
+      {-86400.0 * 307, "2000-02-29T00:00:00Z"},
       {-978307200, "1970-01-01T00:00:00Z"},
       {817074480, "2026-11-22T21:08:00Z"},
       {Date::distantPast().secondsSinceReference(), "0001-01-01T00:00:00Z"},
@@ -43,8 +43,8 @@ TEST(Date, ReadsFractionsAndOffsets) {
       {"2000-12-31T22:00:00-02:00", 0},
       {"2001-01-01T02:00:00.5+02:00", 0.5},
       {"2024-02-29T00:00:00Z", 730857600},
-      {"2000-02-29T00:00:00Z", -86400.0 * 306},
-      {"0001-01-01T00:00:00Z", Date::distantPast().secondsSinceReference()},
+      {"2000-02-29T00:00:00Z", -86400.0 * 307},
+      {"0001-01-01T00:00:00Z", -63113904000},
       {"9999-12-31T23:59:59Z", 252423993599},
   };
   for (const Case& c : cases) {
@@ -105,7 +105,6 @@ TEST(Date, CountsFromEitherEpoch) {
   EXPECT_EQ(Date::sinceUnixEpoch(978307200.0), Date(0));
   EXPECT_EQ(Date(0).secondsSinceUnixEpoch(), 978307200.0);
   EXPECT_EQ((Date(10) + Seconds(5)) - Date(10), Seconds(5));
-  EXPECT_EQ(iso8601(Date::distantPast()), "0001-01-01T00:00:00Z");
   // Far enough from either epoch to tell a mix-up, and from a stopped clock.
   EXPECT_GT(Date::current(), *dateFromIso8601("2020-01-01T00:00:00Z"));
   EXPECT_LT(Date::current(), *dateFromIso8601("2200-01-01T00:00:00Z"));

@@ -1,0 +1,354 @@
+#include "platform/files.h"
+
+#include <csignal>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include "support/environment.h"
+#include "support/in_child.h"
+#include "support/temporary_folder.h"
+
+namespace vantrell {
+namespace {
+
+using tests::TemporaryFolder;
+namespace fs = std::filesystem;
+
+mode_t modeOf(const std::string& path) {
+  struct stat info{};
+  return stat(path.c_str(), &info) == 0 ? info.st_mode & 07777 : 0;
+}
+
+ino_t inodeOf(const std::string& path) {
+  struct stat info{};
+  return stat(path.c_str(), &info) == 0 ? info.st_ino : 0;
+}
+
+TEST(FilePaths, StandardizesByTextAlone) {
+  struct Case {
+    std::string_view path;
+    std::string_view base;
+    std::string_view result;
+  };
+  const Case cases[] = {
+      {"/", "", "/"},
+      {"//", "", "/"},
+      {"/a//b/./c/", "", "/a/b/c"},
+      {"/a/b/../c", "", "/a/c"},
+      {"/../../a", "", "/a"},
+      {"/a/..", "", "/"},
+      {"/a/...", "", "/a/..."},
+      {"b", "/a", "/a/b"},
+      {"../b", "/a/x/", "/a/b"},
+      {"", "/a", "/a"},
+      {".", "/a", "/a"},
+      {"/b", "/a", "/b"},
+  };
+  for (const Case& c : cases) EXPECT_EQ(files::standardized(c.path, c.base), c.result) << c.path;
+  EXPECT_EQ(files::standardized("x"), fs::current_path().native() + "/x");
+}
+
+TEST(FilePaths, TakesPathsApart) {
+  struct Case {
+    std::string_view path;
+    std::string_view parent;
+    std::string_view last;
+  };
+  const Case cases[] = {
+      {"/", "/", "/"}, {"/a", "/", "a"},  {"/a/b", "/a", "b"}, {"/a/b/", "/a", "b"},
+      {"a", "", "a"},  {"a/b", "a", "b"}, {"", "", ""},        {"//", "/", "/"},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(files::parent(c.path), c.parent) << c.path;
+    EXPECT_EQ(files::lastComponent(c.path), c.last) << c.path;
+  }
+}
+
+TEST(FilePaths, FollowsTheEnvironmentAsXdgDemands) {
+  tests::Environment environment;
+  environment.set("HOME", "/home/someone/");
+  environment.set("XDG_DATA_HOME", std::nullopt);
+  environment.set("XDG_CONFIG_HOME", "");
+  environment.set("XDG_STATE_HOME", "relative/path");
+  EXPECT_EQ(files::homeFolder(), "/home/someone");
+  EXPECT_EQ(files::dataFolder(), "/home/someone/.local/share");
+  EXPECT_EQ(files::configFolder(), "/home/someone/.config");
+  EXPECT_EQ(files::stateFolder(), "/home/someone/.local/state");
+  environment.set("XDG_DATA_HOME", "/data//x/");
+  EXPECT_EQ(files::dataFolder(), "/data/x");
+  EXPECT_EQ(files::expandingTilde("~"), "/home/someone");
+  EXPECT_EQ(files::expandingTilde("~/a/~"), "/home/someone/a/~");
+  EXPECT_EQ(files::expandingTilde("~other/a"), "~other/a");
+  EXPECT_EQ(files::expandingTilde("/a~"), "/a~");
+  environment.set("HOME", "/");
+  EXPECT_EQ(files::expandingTilde("~/a"), "/a");
+  environment.set("HOME", std::nullopt);
+  EXPECT_TRUE(files::homeFolder().starts_with('/'));
+}
+
+TEST(Files, TellsFoldersFromExecutables) {
+  const TemporaryFolder folder;
+  const std::string plain = folder.file("plain", "x");
+  const std::string program = folder.file("program", "x");
+  fs::permissions(program, fs::perms::owner_all);
+  EXPECT_TRUE(files::exists(plain));
+  EXPECT_FALSE(files::exists(folder / "absent"));
+  EXPECT_FALSE(files::isFolder(plain));
+  EXPECT_TRUE(files::isFolder(folder.path()));
+  EXPECT_TRUE(files::isExecutable(program));
+  EXPECT_FALSE(files::isExecutable(plain));
+  EXPECT_FALSE(files::isExecutable(folder.path()));
+}
+
+TEST(Files, ReadsWholeFilesOfAnyKind) {
+  const TemporaryFolder folder;
+  const std::string content(1'000'000, '\0');
+  EXPECT_EQ(files::read(folder.file("zeros", content)), content);
+  EXPECT_EQ(files::read(folder.file("empty", "")), "");
+  // Its size is reported as zero.
+  EXPECT_TRUE(files::read("/proc/self/status")->starts_with("Name:"));
+  const auto absent = files::read(folder / "absent");
+  ASSERT_FALSE(absent);
+  EXPECT_EQ(absent.error().code, std::errc::no_such_file_or_directory);
+  EXPECT_EQ(absent.error().description,
+            "Could not read " + folder / "absent" + ": No such file or directory");
+  EXPECT_EQ(files::read(folder.path()).error().code, std::errc::is_a_directory);
+}
+
+TEST(AtomicWrite, ReplacesTheFileAndLeavesNothingElse) {
+  const TemporaryFolder folder;
+  const std::string path = folder / "file";
+  ASSERT_TRUE(files::writeAtomically(path, "first"));
+  const std::string held = folder / "held";
+  fs::create_hard_link(path, held);  // what a reader of the old file still sees
+  ASSERT_TRUE(files::writeAtomically(path, std::string(300'000, 'x')));
+  EXPECT_EQ(TemporaryFolder::contentOf(path), std::string(300'000, 'x'));
+  EXPECT_EQ(TemporaryFolder::contentOf(held), "first");
+  EXPECT_EQ(folder.names(), (std::set<std::string>{"file", "held"}));
+}
+
+TEST(AtomicWrite, GivesNewFilesTheUmaskAndKeepsModes) {
+  const TemporaryFolder folder;
+  const mode_t mask = umask(027);
+  ASSERT_TRUE(files::writeAtomically(folder / "new", ""));
+  ASSERT_TRUE(files::writeAtomically(folder / "private", "", 0600));
+  ASSERT_TRUE(files::writeAtomically(folder / "open", "", 0666));
+  EXPECT_EQ(modeOf(folder / "new"), 0640u);
+  EXPECT_EQ(modeOf(folder / "private"), 0600u);
+  EXPECT_EQ(modeOf(folder / "open"), 0666u);
+  chmod((folder / "new").c_str(), 0755);
+  ASSERT_TRUE(files::writeAtomically(folder / "new", "again"));
+  EXPECT_EQ(modeOf(folder / "new"), 0755u);
+  ASSERT_TRUE(files::writeAtomically(folder / "new", "again", 0600));
+  EXPECT_EQ(modeOf(folder / "new"), 0600u);
+  umask(mask);
+}
+
+TEST(AtomicWrite, FollowsSymbolicLinks) {
+  const TemporaryFolder folder;
+  folder.file("a/target", "old");
+  folder.folder("b");
+  fs::create_symlink("../a/target", folder / "b/link");
+  fs::create_symlink("b/link", folder / "outer");
+  fs::create_symlink("b/new", folder / "dangling");
+  ASSERT_TRUE(files::writeAtomically(folder / "outer", "new"));
+  EXPECT_EQ(TemporaryFolder::contentOf(folder / "a/target"), "new");
+  EXPECT_TRUE(fs::is_symlink(folder / "outer"));
+  EXPECT_TRUE(fs::is_symlink(folder / "b/link"));
+  ASSERT_TRUE(files::writeAtomically(folder / "dangling", "made"));
+  EXPECT_EQ(TemporaryFolder::contentOf(folder / "b/new"), "made");
+
+  fs::create_symlink("loop", folder / "loop");
+  EXPECT_EQ(files::writeAtomically(folder / "loop", "x").error().code,
+            std::errc::too_many_symbolic_link_levels);
+}
+
+TEST(AtomicWrite, RefusesWhatIsNoFile) {
+  const TemporaryFolder folder;
+  EXPECT_EQ(files::writeAtomically(folder.path(), "x").error().code, std::errc::is_a_directory);
+  ASSERT_EQ(mkfifo((folder / "pipe").c_str(), 0600), 0);
+  EXPECT_FALSE(files::writeAtomically(folder / "pipe", "x"));
+  EXPECT_TRUE(fs::is_fifo(folder / "pipe"));
+  EXPECT_EQ(files::writeAtomically(folder / "absent/file", "x").error().code,
+            std::errc::no_such_file_or_directory);
+  EXPECT_EQ(folder.names(), std::set<std::string>{"pipe"});
+}
+
+TEST(AtomicWrite, TakesNamesOfTheGreatestLength) {
+  const TemporaryFolder folder;
+  const std::string name(255, 'n');
+  ASSERT_TRUE(files::writeAtomically(folder / name, "x"));
+  EXPECT_EQ(folder.names(), std::set<std::string>{name});
+  EXPECT_EQ(files::writeAtomically(folder / (name + "n"), "x").error().code,
+            std::errc::filename_too_long);
+}
+
+TEST(AtomicWrite, FailsWholeWhenAFileMayNotGrow) {
+  const TemporaryFolder folder;
+  const std::string path = folder.file("file", "old");
+  const int status = tests::inChild([&] {
+    signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit{4096, 4096};
+    if (setrlimit(RLIMIT_FSIZE, &limit) != 0) return 1;
+    const auto written = files::writeAtomically(path, std::string(10'000, 'x'));
+    return !written && written.error().code == std::errc::file_too_large ? 0 : 2;
+  });
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(TemporaryFolder::contentOf(path), "old");
+  EXPECT_EQ(folder.names(), std::set<std::string>{"file"});
+}
+
+TEST(AtomicWrite, FailsWholeOnAFullOrReadOnlyVolume) {
+  const TemporaryFolder folder;
+  const std::string volume = folder.folder("volume");
+  const int status = tests::inChild([&] {
+    if (!tests::mountSmallVolume(volume, "64k")) return tests::childCannot;
+    folder.file("volume/file", "old");
+    const auto full = files::writeAtomically(volume + "/file", std::string(200'000, 'x'));
+    if (full || full.error().code != std::errc::no_space_on_device) return 1;
+    if (full.error().description !=
+        "Could not write " + volume + "/file: No space left on device") {
+      return 2;
+    }
+    if (TemporaryFolder::contentOf(volume + "/file") != "old") return 3;
+    if (folder.names("volume") != std::set<std::string>{"file"}) return 4;
+    if (!files::writeAtomically(volume + "/file", "new")) return 5;  // room enough again
+
+    if (mount(nullptr, volume.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) != 0) return 6;
+    const auto readOnly = files::writeAtomically(volume + "/file", "x");
+    if (readOnly || readOnly.error().code != std::errc::read_only_file_system) return 7;
+    return TemporaryFolder::contentOf(volume + "/file") == "new" ? 0 : 8;
+  });
+  if (status == tests::childCannot) GTEST_SKIP() << "no private mounts here";
+  EXPECT_EQ(status, 0);
+}
+
+TEST(Folders, AreMadeWithTheirParents) {
+  const TemporaryFolder folder;
+  ASSERT_TRUE(files::createFolders(folder / "a/b/../c/", 0750));
+  EXPECT_EQ(modeOf(folder / "a/c"), 0750u);
+  EXPECT_FALSE(files::exists(folder / "a/b"));
+  ASSERT_TRUE(files::createFolders(folder / "a/c", 0700));
+  EXPECT_EQ(modeOf(folder / "a/c"), 0750u) << "present folders stay as they are";
+  ASSERT_TRUE(files::createOwnerOnlyFolder(folder / "a/c"));
+  EXPECT_EQ(modeOf(folder / "a/c"), 0700u);
+  ASSERT_TRUE(files::createOwnerOnlyFolder(folder / "p/q"));
+  EXPECT_EQ(modeOf(folder / "p/q"), 0700u);
+
+  folder.file("file", "");
+  EXPECT_EQ(files::createFolders(folder / "file").error().code, std::errc::not_a_directory);
+  EXPECT_EQ(files::createFolders(folder / "file/x").error().code, std::errc::not_a_directory);
+}
+
+TEST(Files, RemovesLinksAndNotTheirTargets) {
+  const TemporaryFolder folder;
+  folder.file("kept/file", "x");
+  folder.file("tree/deep/file", "x");
+  fs::create_directory_symlink(folder / "kept", folder / "tree/link");
+  fs::create_symlink("kept/file", folder / "link");
+  EXPECT_TRUE(files::remove(folder / "link"));
+  EXPECT_EQ(files::remove(folder / "tree").error().code, std::errc::directory_not_empty);
+  EXPECT_TRUE(files::removeTree(folder / "tree"));
+  EXPECT_EQ(folder.names(), std::set<std::string>{"kept"});
+  EXPECT_EQ(TemporaryFolder::contentOf(folder / "kept/file"), "x");
+  EXPECT_EQ(files::remove(folder / "absent").error().code, std::errc::no_such_file_or_directory);
+  EXPECT_EQ(files::removeTree(folder / "absent").error().code,
+            std::errc::no_such_file_or_directory);
+}
+
+TEST(LockFile, ExcludesOthersUntilItIsGone) {
+  const TemporaryFolder folder;
+  const std::string path = folder / "lock";
+  {
+    const auto lock = files::LockFile::acquire(path);
+    ASSERT_TRUE(lock);
+    EXPECT_EQ(modeOf(path), 0600u);
+    EXPECT_EQ(TemporaryFolder::contentOf(path), std::to_string(getpid()) + "\n");
+    const auto second = files::LockFile::acquire(path);
+    ASSERT_FALSE(second);
+    EXPECT_EQ(second.error().holder, getpid());
+    EXPECT_FALSE(second.error().error);
+  }
+  auto again = files::LockFile::acquire(path);
+  ASSERT_TRUE(again);
+  const files::LockFile moved = std::move(*again);
+  EXPECT_FALSE(files::LockFile::acquire(path));
+}
+
+TEST(LockFile, IsReleasedByTheDeathOfItsHolder) {
+  const TemporaryFolder folder;
+  const std::string path = folder / "lock";
+  int ready[2];
+  ASSERT_EQ(pipe(ready), 0);
+  const pid_t holder = fork();
+  if (holder == 0) {
+    const auto lock = files::LockFile::acquire(path);
+    (void)!write(ready[1], lock ? "y" : "n", 1);
+    pause();
+    _exit(0);
+  }
+  char answer = 0;
+  ASSERT_EQ(read(ready[0], &answer, 1), 1);
+  ASSERT_EQ(answer, 'y');
+  const auto busy = files::LockFile::acquire(path);
+  ASSERT_FALSE(busy);
+  EXPECT_EQ(busy.error().holder, holder);
+
+  kill(holder, SIGKILL);
+  ASSERT_EQ(waitpid(holder, nullptr, 0), holder);
+  EXPECT_TRUE(files::LockFile::acquire(path));
+  close(ready[0]);
+  close(ready[1]);
+}
+
+TEST(LockFile, IsNotInheritedByPrograms) {
+  const TemporaryFolder folder;
+  const std::string path = folder / "lock";
+  int input[2];
+  ASSERT_EQ(pipe2(input, O_CLOEXEC), 0);
+  pid_t program = 0;
+  {
+    const auto lock = files::LockFile::acquire(path);
+    ASSERT_TRUE(lock);
+    program = fork();
+    if (program == 0) {
+      dup2(input[0], 0);
+      execl("/bin/sh", "sh", "-c", "echo > \"$1\"; read line", "sh", (folder / "up").c_str(),
+            nullptr);
+      _exit(127);
+    }
+    while (!files::exists(folder / "up")) sched_yield();
+  }
+  EXPECT_TRUE(files::LockFile::acquire(path)) << "the program still runs, without the lock";
+  close(input[1]);
+  close(input[0]);
+  int status = 0;
+  ASSERT_EQ(waitpid(program, &status, 0), program);
+}
+
+TEST(LockFile, DoesNotAnswerForARemovedFile) {
+  const TemporaryFolder folder;
+  const std::string path = folder / "lock";
+  const auto first = files::LockFile::acquire(path);
+  ASSERT_TRUE(first);
+  const ino_t locked = inodeOf(path);
+  fs::remove(path);
+  const auto second = files::LockFile::acquire(path);
+  ASSERT_TRUE(second);
+  EXPECT_NE(inodeOf(path), locked);
+  EXPECT_FALSE(files::LockFile::acquire(path));
+}
+
+TEST(LockFile, SaysWhyItCouldNotBeTried) {
+  const TemporaryFolder folder;
+  const auto lock = files::LockFile::acquire(folder / "absent/lock");
+  ASSERT_FALSE(lock);
+  EXPECT_FALSE(lock.error().holder);
+  ASSERT_TRUE(lock.error().error);
+  EXPECT_EQ(lock.error().error->code, std::errc::no_such_file_or_directory);
+}
+
+}  // namespace
+}  // namespace vantrell

@@ -1,0 +1,249 @@
+#include "platform/text.h"
+
+#include <atomic>
+#include <gtest/gtest.h>
+#include <thread>
+
+namespace vantrell {
+namespace {
+
+using Views = std::vector<std::string_view>;
+
+constexpr std::string_view family = "\U0001F468\u200D\U0001F469\u200D\U0001F467";
+constexpr std::string_view flag = "\U0001F1E9\U0001F1EA";
+
+TEST(Text, TrimsUnicodeWhiteSpaceAtBothEnds) {
+  struct Case {
+    std::string_view text;
+    std::string_view trimmed;
+  };
+  const Case cases[] = {
+      {"", ""},
+      {" \t\r\n\v\f ", ""},
+      {"  a b  ", "a b"},
+      {"\u00a0\u1680\u2003\u2028\u2029\u202f\u205f\u3000\u0085x\u3000\u0085", "x"},
+      {"\u00e9 ", "\u00e9"},
+      {" \u00e9", "\u00e9"},
+      {"\u200bx\u200b", "\u200bx\u200b"},  // zero-width space is no white space
+      {"\ufeffx", "\ufeffx"},
+      {" \xA0 ", "\xA0"},  // an invalid byte, not U+00A0
+      {"\xE2\x80", "\xE2\x80"},
+      {" \U0001F600 ", "\U0001F600"},
+  };
+  for (const Case& c : cases) EXPECT_EQ(text::trimmed(c.text), c.trimmed) << c.text;
+}
+
+TEST(Text, CountsUserPerceivedCharacters) {
+  struct Case {
+    std::string text;
+    std::size_t count;
+  };
+  const Case cases[] = {
+      {"", 0},
+      {"abc", 3},
+      {"a\r\nb", 3},
+      {"\r\n\r\n", 2},
+      {"\n\r", 2},
+      {"\r", 1},
+      {"e\u0301", 1},
+      {"ae\u0301b", 3},
+      {"\r\n\u0301", 2},
+      {"\u00e9\r\n", 2},
+      {std::string(family), 1},
+      {std::string(flag) + std::string(flag), 2},
+      {"\u0915\u094D\u0937", 1},  // a conjunct of two consonants
+      {"\u0600a", 1},             // a prepended mark takes the ASCII letter behind it
+      {"1\uFE0F\u20E3", 1},
+      {"a\xFF"
+       "b",
+       3},
+      {"a\xE2\x82"
+       "b",
+       3},
+      {"caf\u00e9 au lait, d\u00e9j\u00e0 vu\r\n", 22},
+  };
+  for (const Case& c : cases) EXPECT_EQ(text::characterCount(c.text), c.count) << c.text;
+}
+
+TEST(Text, CutsBetweenCharactersOnly) {
+  const std::string text = "a\r\ne\u0301" + std::string(family) + "z" + std::string(flag);
+  const std::string_view beginnings[] = {"", "a", "a\r\n", "a\r\ne\u0301",
+                                         "a\r\ne\u0301\U0001F468\u200D\U0001F469\u200D\U0001F467"};
+  for (std::size_t count = 0; count < std::size(beginnings); ++count) {
+    EXPECT_EQ(text::firstCharacters(text, count), beginnings[count]);
+  }
+  EXPECT_EQ(text::firstCharacters(text, 5).size(), text.size() - flag.size());
+  EXPECT_EQ(text::firstCharacters(text, 6), text);
+  EXPECT_EQ(text::firstCharacters(text, 1000), text);
+}
+
+TEST(Text, BeginningsGrowByOneCharacterAtATime) {
+  // The fast path and ICU share the text; a seam at a wrong place would count one too many.
+  std::string text;
+  const std::string_view pieces[] = {"a", "\r", "\n", "e\u0301", "\u4E2D", "\u0600", family, " "};
+  for (int i = 0; i < 200; ++i)
+    text += pieces[static_cast<std::size_t>(i * i + i / 3) % std::size(pieces)];
+  const std::size_t count = text::characterCount(text);
+  std::size_t last = 0;
+  for (std::size_t i = 1; i <= count; ++i) {
+    const std::size_t size = text::firstCharacters(text, i).size();
+    ASSERT_GT(size, last);
+    ASSERT_EQ(text::characterCount(std::string_view(text).substr(last, size - last)), 1u) << i;
+    last = size;
+  }
+  EXPECT_EQ(last, text.size());
+}
+
+TEST(Text, LowersCaseByUnicodeRules) {
+  EXPECT_EQ(text::lowercased("Hello [WORLD] @`{"), "hello [world] @`{");
+  EXPECT_EQ(text::lowercased("\u00c9T\u00c9"), "\u00e9t\u00e9");
+  EXPECT_EQ(text::lowercased("\u039F\u0394\u039F\u03A3"), "\u03BF\u03B4\u03BF\u03C2");
+  EXPECT_EQ(text::lowercased("\u0130"), "i\u0307");
+  EXPECT_EQ(text::lowercased("A\xFF\u00c9"), "a\uFFFD\u00e9");
+}
+
+TEST(Text, SplitsLinesAtEveryNewline) {
+  EXPECT_EQ(text::lines(""), (Views{""}));
+  EXPECT_EQ(text::lines("one"), (Views{"one"}));
+  EXPECT_EQ(text::lines("a\nb\n"), (Views{"a", "b", ""}));
+  EXPECT_EQ(text::lines("a\r\nb"), (Views{"a", "", "b"}));
+  EXPECT_EQ(text::lines("a\vb\fc\u0085d\u2028e\u2029f"), (Views{"a", "b", "c", "d", "e", "f"}));
+  EXPECT_EQ(text::lines("\xC2x\xE2\x80"), (Views{"\xC2x\xE2\x80"}));
+}
+
+TEST(Text, SearchesWithoutRegardToCase) {
+  EXPECT_TRUE(text::containsIgnoringCase("Always-Approve", "always-approve"));
+  EXPECT_FALSE(text::containsIgnoringCase("Always", "always-approve"));
+  EXPECT_TRUE(text::containsIgnoringCase("CAF\u00c9", "caf\u00e9"));
+  EXPECT_TRUE(text::containsIgnoringCase("cafe\u0301", "CAF\u00c9"));
+  EXPECT_TRUE(text::containsIgnoringCase("Stra\u00dfe", "STRASSE"));
+  EXPECT_FALSE(text::containsIgnoringCase("caf\u00e9", "cafe"));
+  EXPECT_TRUE(
+      text::containsIgnoringCase("\u00e9 a\xFF"
+                                 "b",
+                                 "A\uFFFDB"));
+  EXPECT_TRUE(text::containsIgnoringCase("", ""));
+  EXPECT_FALSE(text::containsIgnoringCase("", "a"));
+}
+
+TEST(Text, ComparesAsPeopleSort) {
+  // By bytes every one of these would be the other way round.
+  EXPECT_LT(text::localizedCompare("apple", "Banana"), 0);
+  EXPECT_LT(text::localizedCompare("\u00e9clair", "zebra"), 0);
+  EXPECT_GT(text::localizedCompare("B", "a"), 0);
+  EXPECT_EQ(text::localizedCompare("e\u0301", "\u00e9"), 0);
+  EXPECT_EQ(text::localizedCompare("", ""), 0);
+}
+
+TEST(Text, RepairsAsBrowsersDo) {
+  struct Case {
+    std::string_view bytes;
+    std::string_view repaired;
+  };
+  const Case cases[] = {
+      {"", ""},
+      {"plain", "plain"},
+      {"\u00e9\u4E2D\U0001F600", "\u00e9\u4E2D\U0001F600"},
+      {"a\x80z", "a\uFFFDz"},
+      {"\xC0\xAF", "\uFFFD\uFFFD"},
+      {"\xE2\x82", "\uFFFD"},
+      {"\xE2\x82(", "\uFFFD("},
+      {"\xF0\x9F\x98", "\uFFFD"},
+      {"\xF0\x9F\x98\xF0\x9F\x98\x80", "\uFFFD\U0001F600"},
+      {"\xED\xA0\x80", "\uFFFD\uFFFD\uFFFD"},
+      {"\xF4\x90\x80\x80", "\uFFFD\uFFFD\uFFFD\uFFFD"},
+      {"12345678\xFF"
+       "12345678",
+       "12345678\uFFFD12345678"},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(text::repaired(c.bytes), c.repaired);
+    EXPECT_EQ(text::isValidUtf8(c.bytes), c.bytes == c.repaired) << c.repaired;
+    EXPECT_TRUE(text::isValidUtf8(c.repaired));
+  }
+}
+
+TEST(Text, SplitsAndJoins) {
+  EXPECT_EQ(text::split("a,,b,", ','), (Views{"a", "", "b", ""}));
+  EXPECT_EQ(text::split("", ','), (Views{""}));
+  EXPECT_EQ(text::joined({"a", "", "b"}, ", "), "a, , b");
+  EXPECT_EQ(text::joined({}, ", "), "");
+}
+
+TEST(Pattern, FindsByByteOffset) {
+  const auto pattern = text::Pattern::compile("\u00e9(\\w)(x)?");
+  ASSERT_TRUE(pattern);
+  const auto matches = pattern->findAll("a\u00e9b \u00e9cx");
+  ASSERT_EQ(matches.size(), 2u);
+  EXPECT_EQ(matches[0].offset, 1u);
+  EXPECT_EQ(matches[0].length, 3u);
+  EXPECT_EQ(matches[0].groups,
+            (std::vector<std::optional<std::string>>{"\u00e9b", "b", std::nullopt}));
+  EXPECT_EQ(matches[1].offset, 5u);
+  EXPECT_EQ(matches[1].groups[2], "x");
+}
+
+TEST(Pattern, SearchesFromAnOffsetWithWhatLiesBeforeItInView) {
+  const auto pattern = text::Pattern::compile("(?<=a)b");
+  EXPECT_EQ(pattern->find("abab", 1)->offset, 1u);
+  EXPECT_EQ(pattern->find("abab", 2)->offset, 3u);
+  EXPECT_FALSE(pattern->find("abab", 4));
+  EXPECT_FALSE(pattern->find("abab", 5));
+}
+
+TEST(Pattern, IgnoresCaseOnlyWhenAsked) {
+  EXPECT_TRUE(text::Pattern::compile("caf\u00c9", true)->find("Caf\u00e9"));
+  EXPECT_FALSE(text::Pattern::compile("caf\u00c9")->find("Caf\u00e9"));
+}
+
+TEST(Pattern, EmptyMatchesMoveOn) {
+  const auto matches = text::Pattern::compile("x*")->findAll("a\u00e9x");
+  ASSERT_EQ(matches.size(), 4u);
+  EXPECT_EQ(matches[2].offset, 3u);
+  EXPECT_EQ(matches[2].length, 1u);
+}
+
+TEST(Pattern, RefusesWhatDoesNotCompile) {
+  for (const std::string_view bad : {"(", "[a", "a{2,1}", "*", "(?<=a*)b"}) {
+    EXPECT_FALSE(text::Pattern::compile(bad)) << bad;
+  }
+}
+
+TEST(Pattern, GroupsOfInvalidTextAreRepaired) {
+  const auto match = text::Pattern::compile("a(.)b")->find(
+      "a\xFF"
+      "b");
+  ASSERT_TRUE(match);
+  EXPECT_EQ(match->groups[1], "\uFFFD");
+  EXPECT_EQ(match->length, 3u);
+}
+
+TEST(Pattern, SeveralThreadsMayShareOne) {
+  const auto pattern = text::Pattern::compile("(\\d+)-(\\d+)");
+  std::vector<std::thread> threads;
+  std::atomic<int> right = 0;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&, number = std::to_string(t)] {
+      const std::string text = "from " + number + "-" + number + number + " on";
+      for (int i = 0; i < 500; ++i) {
+        const auto match = pattern->find(text);
+        right += match && match->groups[1] == number && match->groups[2] == number + number;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(right, 4 * 500);
+}
+
+TEST(Pattern, HostileInputFailsInsteadOfHanging) {
+  // Exponential at one place, and quadratic over many places, each cheap by itself.
+  std::string hostile(64, 'a');
+  hostile += 'b';
+  const auto pattern = text::Pattern::compile("(a+)+$");
+  EXPECT_FALSE(pattern->find(hostile));
+  EXPECT_TRUE(pattern->find("baa")) << "it must be usable again";
+  EXPECT_FALSE(text::Pattern::compile("x+x+y")->find(std::string(300'000, 'x')));
+}
+
+}  // namespace
+}  // namespace vantrell

@@ -1,0 +1,222 @@
+#include "platform/user_defaults.h"
+
+#include <cmath>
+#include <csignal>
+#include <gtest/gtest.h>
+#include <limits>
+#include <sqlite3.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include "support/in_child.h"
+#include "support/temporary_folder.h"
+
+namespace vantrell {
+namespace {
+
+using tests::TemporaryFolder;
+
+std::unique_ptr<UserDefaults> opened(const std::string& path) {
+  auto defaults = UserDefaults::open(path);
+  EXPECT_TRUE(defaults) << defaults.error();
+  return defaults ? std::move(*defaults) : UserDefaults::inMemory();
+}
+
+/// Another program at the same file.
+class OtherProgram {
+ public:
+  explicit OtherProgram(const std::string& path) { sqlite3_open(path.c_str(), &database_); }
+  ~OtherProgram() { sqlite3_close(database_); }
+  OtherProgram(const OtherProgram&) = delete;
+  OtherProgram& operator=(const OtherProgram&) = delete;
+  bool run(const char* sql) {
+    return sqlite3_exec(database_, sql, nullptr, nullptr, nullptr) == SQLITE_OK;
+  }
+
+ private:
+  sqlite3* database_ = nullptr;
+};
+
+enum class Place { memory, file };
+
+class UserDefaultsIn : public testing::TestWithParam<Place> {
+ protected:
+  std::unique_ptr<UserDefaults> make() {
+    return GetParam() == Place::memory ? UserDefaults::inMemory() : opened(folder_ / "settings");
+  }
+  TemporaryFolder folder_;
+};
+INSTANTIATE_TEST_SUITE_P(, UserDefaultsIn, testing::Values(Place::memory, Place::file),
+                         [](const auto& place) {
+                           return place.param == Place::memory ? "Memory" : "File";
+                         });
+
+TEST_P(UserDefaultsIn, TellTheTypesApart) {
+  const auto defaults = make();
+  EXPECT_TRUE(defaults->setText("t", "1"));
+  EXPECT_TRUE(defaults->setBoolean("b", true));
+  EXPECT_TRUE(defaults->setNumber("n", 1));
+  EXPECT_TRUE(defaults->setData("d", "1"));
+  EXPECT_EQ(defaults->text("t"), "1");
+  EXPECT_EQ(defaults->boolean("b"), true);
+  EXPECT_EQ(defaults->number("n"), 1);
+  EXPECT_EQ(defaults->data("d"), "1");
+  for (const char* key : {"b", "n", "d", "absent"}) EXPECT_FALSE(defaults->text(key)) << key;
+  for (const char* key : {"t", "n", "d", "absent"}) EXPECT_FALSE(defaults->boolean(key)) << key;
+  for (const char* key : {"t", "b", "d", "absent"}) EXPECT_FALSE(defaults->number(key)) << key;
+  for (const char* key : {"t", "b", "n", "absent"}) EXPECT_FALSE(defaults->data(key)) << key;
+  EXPECT_TRUE(defaults->setBoolean("t", false));
+  EXPECT_FALSE(defaults->text("t")) << "the new type takes the place of the old";
+  EXPECT_EQ(defaults->boolean("t"), false);
+}
+
+TEST_P(UserDefaultsIn, RefuseWhatIsNotANumber) {
+  const auto defaults = make();
+  EXPECT_TRUE(defaults->setNumber("n", 2));
+  EXPECT_FALSE(defaults->setNumber("n", std::nan("")));
+  EXPECT_EQ(defaults->lastError(), "The setting n cannot be stored: it is not a number.");
+  EXPECT_EQ(defaults->number("n"), 2);
+}
+
+TEST_P(UserDefaultsIn, ForgetRemovedKeys) {
+  const auto defaults = make();
+  EXPECT_TRUE(defaults->setText("k", "x"));
+  EXPECT_TRUE(defaults->remove("k"));
+  EXPECT_FALSE(defaults->text("k"));
+  EXPECT_TRUE(defaults->remove("k"));
+}
+
+TEST(UserDefaults, ComeBackAsTheyWere) {
+  const TemporaryFolder folder;
+  const std::string bytes("\0\xFF\0'x", 5);
+  const double numbers[] = {0.1, -0.0, 1e300, 5e-324, std::numeric_limits<double>::infinity()};
+  {
+    const auto defaults = opened(folder / "settings");
+    EXPECT_TRUE(defaults->setText("text", "\u00e9 \"'; DROP TABLE settings"));
+    EXPECT_TRUE(defaults->setText("nul", std::string("a\0b", 3)));
+    EXPECT_TRUE(defaults->setText("", ""));
+    EXPECT_TRUE(defaults->setBoolean("no", false));
+    EXPECT_TRUE(defaults->setData("data", bytes));
+    EXPECT_TRUE(defaults->setData("empty", {}));
+    for (const double number : numbers) {
+      EXPECT_TRUE(defaults->setNumber(std::to_string(number), number));
+    }
+    EXPECT_TRUE(defaults->setText("gone", "x"));
+    EXPECT_TRUE(defaults->remove("gone"));
+  }
+  const auto defaults = opened(folder / "settings");
+  EXPECT_EQ(defaults->text("text"), "\u00e9 \"'; DROP TABLE settings");
+  EXPECT_EQ(defaults->text("nul"), std::string("a\0b", 3));
+  EXPECT_EQ(defaults->text(""), "");
+  EXPECT_EQ(defaults->boolean("no"), false);
+  EXPECT_EQ(defaults->data("data"), bytes);
+  EXPECT_EQ(defaults->data("empty"), "");
+  for (const double number : numbers) {
+    EXPECT_EQ(defaults->number(std::to_string(number)), number);
+  }
+  EXPECT_FALSE(defaults->text("gone"));
+}
+
+TEST(UserDefaults, SurviveTheSuddenDeathOfTheProgram) {
+  const TemporaryFolder folder;
+  const int status = tests::inChild([&] {
+    const auto defaults = opened(folder / "settings");
+    if (!defaults->setText("k", "v")) return 1;
+    raise(SIGKILL);
+    return 2;
+  });
+  EXPECT_EQ(status, 128 + SIGKILL);
+  EXPECT_EQ(opened(folder / "settings")->text("k"), "v");
+}
+
+TEST(UserDefaults, AreForTheirOwnerOnly) {
+  const TemporaryFolder folder;
+  const mode_t mask = umask(0);
+  const auto defaults = opened(folder / "settings");
+  EXPECT_TRUE(defaults->setText("k", "v"));
+  for (const std::string& name : folder.names()) {
+    struct stat info{};
+    ASSERT_EQ(stat((folder / name).c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777, 0600u) << name;
+  }
+  umask(mask);
+}
+
+TEST(UserDefaults, SayWhyTheyCannotBeOpened) {
+  const TemporaryFolder folder;
+  const std::string garbage = folder.file("garbage", std::string(5000, 'x'));
+  const auto notADatabase = UserDefaults::open(garbage);
+  ASSERT_FALSE(notADatabase);
+  EXPECT_EQ(notADatabase.error(),
+            "Could not open the settings in " + garbage +
+                ": it is not a settings file. Move it away to start with new settings.");
+  EXPECT_EQ(TemporaryFolder::contentOf(garbage), std::string(5000, 'x'));
+
+  const auto noFolder = UserDefaults::open(folder / "absent/settings");
+  ASSERT_FALSE(noFolder);
+  EXPECT_EQ(noFolder.error(), "Could not open the settings in " + folder / "absent/settings" +
+                                  ": No such file or directory");
+  EXPECT_FALSE(UserDefaults::open(folder.path()));
+
+  opened(folder / "newer");
+  ASSERT_TRUE(OtherProgram(folder / "newer").run("PRAGMA user_version = 99"));
+  const auto newer = UserDefaults::open(folder / "newer");
+  ASSERT_FALSE(newer);
+  EXPECT_NE(newer.error().find("newer version"), std::string::npos) << newer.error();
+
+  ASSERT_TRUE(OtherProgram(folder / "other").run("CREATE TABLE settings (a, b)"));
+  EXPECT_FALSE(UserDefaults::open(folder / "other"));
+}
+
+TEST(UserDefaults, KeepTheOldValueWhileAnotherProgramHoldsTheFile) {
+  const TemporaryFolder folder;
+  const auto defaults = opened(folder / "settings");
+  ASSERT_TRUE(defaults->setText("k", "old"));
+  OtherProgram other(folder / "settings");
+  ASSERT_TRUE(other.run("BEGIN IMMEDIATE"));
+  EXPECT_FALSE(defaults->setText("k", "new"));
+  EXPECT_EQ(defaults->text("k"), "old");
+  EXPECT_EQ(defaults->lastError(), "Could not change the settings in " + folder / "settings" +
+                                       ": another program is using it.");
+  ASSERT_TRUE(other.run("COMMIT"));
+  EXPECT_TRUE(defaults->setText("k", "new"));
+  EXPECT_EQ(defaults->lastError(), "");
+  EXPECT_EQ(opened(folder / "settings")->text("k"), "new");
+}
+
+TEST(UserDefaults, KeepTheOldValueWhenTheDiskIsFull) {
+  const TemporaryFolder folder;
+  const int status = tests::inChild([&] {
+    const auto defaults = opened(folder / "settings");
+    if (!defaults->setText("k", "old")) return 1;
+    signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit{64 * 1024, 64 * 1024};
+    if (setrlimit(RLIMIT_FSIZE, &limit) != 0) return 2;
+    if (defaults->setText("k", std::string(200'000, 'x'))) return 3;
+    if (defaults->text("k") != "old" || defaults->lastError().empty()) return 4;
+    return defaults->setText("other", "x") ? 0 : 5;  // and goes on
+  });
+  EXPECT_EQ(status, 0);
+  const auto defaults = opened(folder / "settings");
+  EXPECT_EQ(defaults->text("k"), "old");
+  EXPECT_EQ(defaults->text("other"), "x");
+}
+
+TEST(UserDefaults, CanBeReadButNotChangedWhenReadOnly) {
+  const TemporaryFolder folder;
+  const std::string volume = folder.folder("volume");
+  const int status = tests::inChild([&] {
+    if (!tests::mountSmallVolume(volume, "1m")) return tests::childCannot;
+    if (!opened(volume + "/settings")->setText("k", "old")) return 1;
+    if (mount(nullptr, volume.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) != 0) return 2;
+    const auto defaults = UserDefaults::open(volume + "/settings");
+    if (!defaults) return 3;
+    if ((*defaults)->text("k") != "old" || (*defaults)->setText("k", "new")) return 4;
+    return (*defaults)->text("k") == "old" && !(*defaults)->lastError().empty() ? 0 : 5;
+  });
+  if (status == tests::childCannot) GTEST_SKIP() << "no private mounts here";
+  EXPECT_EQ(status, 0);
+}
+
+}  // namespace
+}  // namespace vantrell
