@@ -64,17 +64,37 @@ TEST_F(AppModelStart, OpeningAFolderAgainSelectsIt) {
   EXPECT_EQ(model->selection.key(), key);
 }
 
-TEST_F(AppModelStart, FailureToSaveIsAnnounced) {
-  start();
-  std::string told;
+/// Reads as usual; takes nothing new.
+class FullDefaults final : public UserDefaults {
+ public:
+  std::optional<std::string> text(std::string_view) const override { return std::nullopt; }
+  std::optional<bool> boolean(std::string_view) const override { return std::nullopt; }
+  std::optional<double> number(std::string_view) const override { return std::nullopt; }
+  std::optional<std::string> data(std::string_view) const override { return std::nullopt; }
+  bool setText(std::string_view, std::string_view) override { return false; }
+  bool setBoolean(std::string_view, bool) override { return false; }
+  bool setNumber(std::string_view, double) override { return false; }
+  bool setData(std::string_view, std::string_view) override { return false; }
+  bool remove(std::string_view) override { return false; }
+  const std::string& lastError() const override { return error_; }
+
+ private:
+  std::string error_ = "the disk is full";
+};
+
+TEST_F(AppModelStart, FailureToSaveIsAnnouncedAndTheTurnGoesOn) {
+  FullDefaults full;
+  WorkspaceStore fullStore(full, folder.path());
+  model = std::make_unique<AppModel>(main, full, fullStore, ports);
+  key = *model->selection.key();
+  std::vector<std::string> told;
   const auto observation = model->changes.observe([&](const Change& change) {
-    if (change.kind == Change::Kind::saveFailed) told = change.text;
+    if (change.kind == Change::Kind::saveFailed) told.emplace_back(change.text);
   });
-  defaults->setData("savedWorkspaces.v1", "not JSON");
-  std::filesystem::permissions(folder.path(), std::filesystem::perms::owner_read);
-  model->tree.save();
-  std::filesystem::permissions(folder.path(), std::filesystem::perms::owner_all);
-  EXPECT_EQ(told, "") << "writing over what this process itself loaded is a save like any other";
+  work("Go");
+  ASSERT_FALSE(told.empty());
+  EXPECT_EQ(told[0], "the disk is full");
+  EXPECT_EQ(run().status, RunRecordStatus::running);
 }
 
 TEST(Changes, ObserversComeAndGoDuringAnnouncements) {
@@ -131,14 +151,16 @@ TEST(HandoffCapsule, BoundsTheConversation) {
       entries.append(entry);
     }
   }
-  const std::vector<PlanEntry> plan{{"1", "Read", "completed", "high"}, {"2", "Write", "pending", ""}};
+  const std::vector<PlanEntry> plan{{"1", "Read", "completed", "high"},
+                                    {"2", "Write", "pending", ""}};
   const HandoffCapsule::Contents contents{
       AgentProvider::codex, AgentProvider::claude, "P", entries, plan, "/w", "", "C"};
   const std::string capsule = HandoffCapsule::build(contents);
   EXPECT_EQ(capsule.find("USER: <0>"), std::string::npos);
   EXPECT_NE(capsule.find("RECENT VISIBLE CONVERSATION\nUSER: <1>\n\n"), std::string::npos);
   EXPECT_NE(capsule.find("USER: <40>\n\nWORKSPACE\n/w"), std::string::npos);
-  EXPECT_NE(capsule.find("ACTIVE PLAN\n- [completed] Read\n- [pending] Write\n\n"), std::string::npos);
+  EXPECT_NE(capsule.find("ACTIVE PLAN\n- [completed] Read\n- [pending] Write\n\n"),
+            std::string::npos);
   EXPECT_NE(capsule.find("REPOSITORY SNAPSHOT\nNo Git snapshot is available"), std::string::npos);
 
   entries[81].text = std::string(30'000, 'x');

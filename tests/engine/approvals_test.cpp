@@ -47,7 +47,9 @@ TEST_F(Approvals, UnlistedOptionIsPassedOn) {
 TEST_F(Approvals, RefusalUsesTheFirstRejectOrStopsTheTask) {
   start();
   work("Go");
-  ask({{"yes", "Allow", "allow_once"}, {"never", "Never", "reject_always"}, {"no", "No", "reject_once"}});
+  ask({{"yes", "Allow", "allow_once"},
+       {"never", "Never", "reject_always"},
+       {"no", "No", "reject_once"}});
   model->driver->rejectPermission();
   EXPECT_THAT(client().answers, ElementsAre(Pair(4, "never")));
 
@@ -70,7 +72,7 @@ TEST_F(Approvals, OnlyTheRuntimesOwnAlwaysApproveRaisesTheMode) {
   };
   for (const auto& each : cases) {
     SCOPED_TRACE(each.option.name);
-    defaults = UserDefaults::inMemory();
+    defaults->setText("grokPermissionMode.v1", "ask");
     start();
     work("Go");
     ask({each.option});

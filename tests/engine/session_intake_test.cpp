@@ -39,7 +39,8 @@ TEST_F(SessionIntake, MalformedUpdatesLeaveNoTrace) {
   client().updates({{"sessionUpdate", 7}});
   client().updates({{"sessionUpdate", "agent_message_chunk"}});
   client().updates({{"sessionUpdate", "agent_message_chunk"}, {"content", "text"}});
-  client().updates({{"sessionUpdate", "agent_message_chunk"}, {"content", JsonObject{{"text", ""}}}});
+  client().updates(
+      {{"sessionUpdate", "agent_message_chunk"}, {"content", JsonObject{{"text", ""}}}});
   client().updates({{"sessionUpdate", "tool_call"}, {"toolCallId", 5}});
   client().updates({{"sessionUpdate", "plan"}, {"entries", "none"}});
   EXPECT_EQ(thread().entries, before);
@@ -73,9 +74,10 @@ TEST_F(SessionIntake, ToolUpdatesChangeOneEntry) {
 TEST_F(SessionIntake, PlanIsReplacedWholeAndFilledWithDefaults) {
   start();
   work("Go");
-  client().updates({{"sessionUpdate", "plan"},
-                    {"entries", Json::Array{JsonObject{{"content", "One"}, {"status", "completed"}},
-                                            "no map", JsonObject{{"id", "x"}, {"priority", "high"}}}}});
+  client().updates(
+      {{"sessionUpdate", "plan"},
+       {"entries", Json::Array{JsonObject{{"content", "One"}, {"status", "completed"}}, "no map",
+                               JsonObject{{"id", "x"}, {"priority", "high"}}}}});
   EXPECT_THAT(*execution().plan, ElementsAre(PlanEntry{"plan-0", "One", "completed", "medium"},
                                              PlanEntry{"x", "Task", "pending", "high"}));
   EXPECT_EQ(*model->executions.mirror().plan, *execution().plan);
@@ -123,7 +125,7 @@ TEST_F(SessionIntake, StreamReachesTheDiskOnceInFifteenSeconds) {
 }
 
 class Replay : public SessionIntake {
- protected:
+ public:
   /// A conversation with a stored session, at the point where its next turn has asked for a resume.
   void resume() {
     start();
@@ -184,6 +186,7 @@ TEST_F(Replay, FailureBringsTheTranscriptBack) {
   for (const auto& each : cases) {
     SCOPED_TRACE(each.name);
     clients.clear();
+    defaults->remove("savedWorkspaces.v1");
     resume();
     client().chunk("user_message_chunk", "On", "u1");
     each.end(*this);

@@ -79,9 +79,10 @@ TEST_F(TaskDriver, StepsOfATurnKeepTheirOrder) {
   EXPECT_THAT(client().prompts[0], StartsWith("PROJECT\n\nRESPONSE STYLE"));
   client().finishes();
   main.runReady();
-  EXPECT_THAT(steps,
-              ElementsAre("notifications", "Before: 0123456789012345678901234567890123456789abcdefgh",
-                          "beforeTask", "context", "git", "completed", "queue", "afterTask"));
+  EXPECT_THAT(
+      steps,
+      ElementsAre("notifications", "Before: 0123456789012345678901234567890123456789abcdefgh",
+                  "beforeTask", "context", "git", "completed", "queue", "afterTask"));
 }
 
 TEST_F(TaskDriver, WhiteSpaceAloneIsNoPromptWhateverItsAttachments) {
@@ -243,7 +244,7 @@ TEST_F(TaskDriver, LateAnswerOfAReplacedClientChangesNothing) {
   old->onUnexpectedTermination("gone");
   old->finishes();
   EXPECT_EQ(state(), ConnectionState::connecting());
-  EXPECT_THAT(texts(), Not(::testing::Contains("from the grave")));
+  EXPECT_THAT(texts(), ::testing::Not(::testing::Contains("from the grave")));
 }
 
 TEST_F(TaskDriver, FailureIsToldAndTheQueueWaits) {
@@ -434,8 +435,10 @@ TEST(FriendlyError, AdvisesOnSignInAndOnWhatHasOneAnswer) {
   } cases[] = {
       {"any", AgentProvider::local, "The local runtime could not start."},
       {"any", AgentProvider::tasklet, "Tasklet could not accept the handoff."},
-      {"AUTH failed", AgentProvider::codex, "Codex needs you to sign in again. Use Log in with Chat"},
-      {"please login", AgentProvider::grok, "Grok needs you to sign in again. Use the Log in button"},
+      {"AUTH failed", AgentProvider::codex,
+       "Codex needs you to sign in again. Use Log in with Chat"},
+      {"please login", AgentProvider::grok,
+       "Grok needs you to sign in again. Use the Log in button"},
       {"Unauthorized", AgentProvider::claude, "Claude needs you to sign in again."},
       {"Unauthorized", AgentProvider::glm, "GLM needs you to sign in again."},
       {"connection reset", AgentProvider::kimi, "connection reset"},

@@ -1,9 +1,8 @@
-// A whole engine in memory: virtual time, one project with one task selected, and agent clients that a
-// test plays by hand.
+// A whole engine in memory: virtual time, one project with one task selected, and agent clients
+// that a test plays by hand.
 #pragma once
 
 #include <gtest/gtest.h>
-
 #include <memory>
 #include <string>
 #include <vector>
@@ -19,7 +18,7 @@
 namespace vantrell::tests {
 
 class EngineFixture : public ::testing::Test {
- protected:
+ public:
   struct Event {
     std::string kind;
     std::string message;
@@ -27,17 +26,17 @@ class EngineFixture : public ::testing::Test {
 
   EngineFixture() : store(*defaults, folder.path()) {
     ports = neutralPorts();
-    for (const auto provider : allAgentProviders) {
-      connectors[provider] = {provider, "Install it.", [](const auto&) { return true; },
-                              [this, provider](const ProviderConnectorContext& context) {
-                                contexts.push_back(context);
-                                if (noClientFor == provider) return std::shared_ptr<AgentClient>();
-                                clients.push_back(std::make_shared<FakeAgentClient>(provider));
-                                return std::shared_ptr<AgentClient>(clients.back());
-                              }};
+    for (const auto each : allAgentProviders) {
+      connectors[each] = {each, "Install it.", [](const auto&) { return true; },
+                          [this, each](const ProviderConnectorContext& context) {
+                            contexts.push_back(context);
+                            if (noClientFor == each) return std::shared_ptr<AgentClient>();
+                            clients.push_back(std::make_shared<FakeAgentClient>(each));
+                            return std::shared_ptr<AgentClient>(clients.back());
+                          }};
     }
-    ports.connector = [this](AgentProvider provider) -> const ProviderConnector& {
-      return connectors[provider];
+    ports.connector = [this](AgentProvider each) -> const ProviderConnector& {
+      return connectors[each];
     };
     ports.providerForNextTurn = [this](const auto& attempted, const auto&) {
       return provider && attempted.contains(*provider) ? std::nullopt : provider;
@@ -79,7 +78,9 @@ class EngineFixture : public ::testing::Test {
     return all;
   }
   /// What a restart would read.
-  std::vector<Workspace> saved() { return WorkspaceStore(*defaults, folder.path()).load(main.now()); }
+  std::vector<Workspace> saved() {
+    return WorkspaceStore(*defaults, folder.path()).load(main.now());
+  }
 
   TemporaryFolder folder;
   ManualMainQueue main;
