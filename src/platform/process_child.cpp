@@ -271,18 +271,20 @@ void ProcessChild::onLeaderExit() {
   output_ = {};
   error_ = {};
   closeInput();
-  const auto self = shared_from_this();
+  // Nothing of the child is left when its exit is reported, and its exit is on its way when nobody
+  // waits for it any more.
+  if (endsGroupWithLeader_) bury();
+  channel_->inputEnded(processError(ProcessError::Step::write, EPIPE));
+  channel_->exited(status);
   if (endsGroupWithLeader_) {
     retire();
   } else if (stopped_) {
     awaitGroup();
   }
-  channel_->inputEnded(processError(ProcessError::Step::write, EPIPE));
-  channel_->exited(status);
 }
 
 void ProcessChild::terminate(Duration grace) {
-  if (retired_) return;
+  if (buried_) return;
   if (grace <= Duration::zero()) return killGroup();
   ::kill(-id_, SIGTERM);
   ::kill(-id_, SIGCONT);  // one that is suspended could not even die
@@ -290,7 +292,7 @@ void ProcessChild::terminate(Duration grace) {
 }
 
 void ProcessChild::stop(Duration grace) {
-  if (std::exchange(stopped_, true) || retired_) return;
+  if (std::exchange(stopped_, true) || buried_) return;
   // Read on, though nobody listens: a closed pipe would kill the child at its first word of
   // farewell.
   paused_ = false;
@@ -315,13 +317,14 @@ void ProcessChild::killGroup() {
 
 /// The leader is a zombie, the others have their grace. Only when leader and group end apart.
 void ProcessChild::awaitGroup() {
-  if (retired_) return;
+  if (buried_) return;
   if (!groupHasMembers(id_)) return retire();
   groupTimer_ = supervisor_.reactor().after(groupCheckPeriod, [this] { awaitGroup(); });
 }
 
-void ProcessChild::retire() {
-  if (std::exchange(retired_, true)) return;
+/// Frees the id, and with it the group's.
+void ProcessChild::bury() {
+  if (std::exchange(buried_, true)) return;
   killTimer_.cancel();
   groupTimer_.cancel();
   siginfo_t info{};
@@ -330,7 +333,11 @@ void ProcessChild::retire() {
   }
   handle_.reset();
   supervisor_.guard().remove(id_);
-  supervisor_.remove(id_);  // may be the last that holds this object
+}
+
+void ProcessChild::retire() {
+  bury();
+  supervisor_.remove(shared_from_this());  // may be the last that holds this object
 }
 
 }  // namespace vantrell

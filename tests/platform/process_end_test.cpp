@@ -1,5 +1,4 @@
 #include <fstream>
-#include <future>
 #include <sys/wait.h>
 
 #include "platform/process_fixture.h"
@@ -105,18 +104,14 @@ TEST_F(ProcessEnd, SuspendedChildEndsToo) {
 TEST_F(ProcessEnd, NoHandlerIsCalledAfterTheStop) {
   const auto record = start(shell("sleep 100 & echo $!; while :; do echo more; done"));
   const pid_t grandchild = idIn(*record);
-  std::promise<void> stopped;
   queue_.post([&] {
     record->process->stop();
     main_.post([&] { record->order.clear(); });
-    stopped.set_value();
   });
-  stopped.get_future().wait();
+  awaitQueue();
   EXPECT_TRUE(Process::waitForAll(20s));
   EXPECT_TRUE(waitForEnd(grandchild));
-  std::promise<void> behindAll;
-  queue_.post([&] { behindAll.set_value(); });
-  behindAll.get_future().wait();
+  awaitQueue();
   main_.runReady();
   EXPECT_EQ(record->order, "");
   EXPECT_TRUE(record->exits.empty());
@@ -131,9 +126,7 @@ TEST_F(ProcessEnd, DestructionEndsTheGroupAtOnceAndReleasesTheHandlers) {
   started->reset();
   EXPECT_TRUE(waitForEnd(id));
   EXPECT_TRUE(Process::waitForAll(20s));
-  std::promise<void> behindAll;
-  queue_.post([&] { behindAll.set_value(); });
-  behindAll.get_future().wait();
+  awaitQueue();
   EXPECT_EQ(held.use_count(), 1);
 }
 
@@ -163,9 +156,7 @@ TEST_F(ProcessEnd, HandlersThatHoldTheirProcessDoNotKeepItForEver) {
   *process = std::move(*started);
   process.reset();
   EXPECT_TRUE(main_.runUntil([&] { return exited; }));
-  std::promise<void> behindAll;
-  queue_.post([&] { behindAll.set_value(); });
-  behindAll.get_future().wait();
+  awaitQueue();
   EXPECT_TRUE(watched.expired());
 }
 

@@ -109,7 +109,7 @@ TEST_F(ProcessGuard, HoldsNothingOfTheProgramAndDoesNotShowItsName) {
     open[entry.path().filename()] = std::filesystem::read_symlink(entry.path());
   }
   EXPECT_THAT(open, testing::UnorderedElementsAre(
-                        testing::Pair("0", testing::StartsWith("socket:")),
+                        testing::Pair("0", testing::StartsWith("pipe:")),
                         testing::Pair("1", "/dev/null"), testing::Pair("2", "/dev/null")));
   EXPECT_EQ(std::filesystem::read_symlink(folder + "/cwd"), "/");
   record->process->stop();
