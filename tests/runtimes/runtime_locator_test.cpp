@@ -78,8 +78,7 @@ TEST_F(RuntimeLocatorTest, SearchesCustomPathThenHomeThenPathInOrder) {
     for (const std::string wrong : {"", "  \n", "~/nowhere", "~/first", "~"}) {
       EXPECT_EQ(findExecutable(provider, wrong, environment), home_ / inHome.front()) << wrong;
     }
-    std::filesystem::remove_all(home_ / ".local");
-    std::filesystem::remove_all(home_ / ".npm-global");
+    for (const auto& place : inHome) std::filesystem::remove(home_ / place);
   }
 }
 
