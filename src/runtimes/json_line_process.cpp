@@ -28,6 +28,7 @@ struct JsonLineProcess::State {
   LineBuffer lines;
   std::string errorText;
   std::string errorTail;  // of a character cut in two
+  std::optional<std::string> writeError;
   bool isStopped = false;
 
   void consume(std::string_view bytes) {
@@ -67,7 +68,8 @@ std::expected<std::unique_ptr<JsonLineProcess>, ProcessError> JsonLineProcess::s
   events.onOutput = [state](std::string_view bytes) { state->consume(bytes); };
   events.onError = [state](std::string_view bytes) { state->consumeError(bytes); };
   events.onWriteError = [state](ProcessError error) {
-    if (state->handlers.onWriteError) state->handlers.onWriteError(error.description);
+    state->writeError = error.description;
+    if (state->handlers.onWriteError) state->handlers.onWriteError(std::move(error.description));
   };
   events.onExit = [state](ExitStatus status) {
     const Mailbox::Hold together(*state->mailbox);
@@ -97,6 +99,10 @@ JsonLineProcess::~JsonLineProcess() {
 }
 
 void JsonLineProcess::send(const JsonObject& message) {
+  if (state_->writeError && !state_->isStopped) {
+    if (state_->handlers.onWriteError) state_->handlers.onWriteError(*state_->writeError);
+    return;
+  }
   std::string line;
   json::appendTo(line, message);
   line.push_back('\n');

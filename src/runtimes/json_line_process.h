@@ -25,7 +25,8 @@ class JsonLineProcess {
     std::function<void(std::string_view line)> onOtherLine;
     /// Standard error, as it comes; text that is not UTF-8 is dropped.
     std::function<void(std::string text)> onErrorText;
-    /// The runtime no longer takes input.
+    /// The runtime no longer takes input. Once for the first message that was lost, and within
+    /// send() for each one after it.
     std::function<void(std::string description)> onWriteError;
     /// The process has ended by itself. `errorText` is what it wrote to standard error, trimmed
     /// (its last part, when it wrote very much).

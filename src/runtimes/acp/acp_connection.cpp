@@ -24,6 +24,7 @@ ACPConnection::~ACPConnection() = default;
 
 void ACPConnection::start(std::optional<std::string> existingSessionID,
                           AgentClient::StartCompletion completion) {
+  if (hasEnded_) return completion(std::unexpected(AgentError(ACPClientError::disconnected())));
   if (auto error = launch()) return completion(std::unexpected(AgentError(*error)));
   initialize(std::move(existingSessionID), std::move(completion));
 }
