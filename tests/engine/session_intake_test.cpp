@@ -153,6 +153,39 @@ TEST_F(Replay, RebuildsTheTranscriptAndKeepsTheTurnAtItsEnd) {
   EXPECT_THAT(texts(), ElementsAre("One", "Answer one", "Two", "Answer two"));
 }
 
+TEST_F(Replay, AnswersWithoutIdsStayWithTheirTurns) {
+  resume();
+  for (const char* turn : {"One", "More"}) {
+    client().chunk("user_message_chunk", turn, std::nullopt);
+    client().says("re: ");
+    client().says(turn);
+  }
+  client().opens("session", true);
+  EXPECT_THAT(texts(), ElementsAre("One", "re: One", "More", "re: More", "Two"));
+}
+
+TEST_F(Replay, ShowsTheUsersWordsAndNotWhatStoodRoundThem) {
+  start();
+  ChatAttachment file;
+  file.path = "a.txt";
+  model->driver->send("Look", {file});
+  main.runReady();
+  client().opens("session");
+  const Date asked = thread().entries[0].createdAt;
+  const std::string prompt = client().prompts[0];
+  client().finishes();
+  client().onUnexpectedTermination("gone");
+  main.advance(std::chrono::hours(1));
+  send("Two");
+  client().onReplayStarted();
+  client().chunk("user_message_chunk", prompt.substr(0, 30), "u");
+  client().chunk("user_message_chunk", prompt.substr(30), "u");
+  client().opens("session", true);
+  EXPECT_THAT(texts(), ElementsAre("Look", "Two"));
+  EXPECT_THAT(thread().entries[0].attachments, ElementsAre(file));
+  EXPECT_EQ(thread().entries[0].createdAt, asked);
+}
+
 TEST_F(Replay, KeepsTheEntryThatTellsOfASwitch) {
   start();
   work("One");

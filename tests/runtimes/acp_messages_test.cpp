@@ -88,6 +88,12 @@ TEST(ACPMessages, PermissionRequestShowsTitleAndInput) {
       {R"({"toolCall":{"title":"Write","rawInput":{"b":1,"a":[true]}}})", "Write",
        json::writePrettySorted(*json::parse(R"({"a":[true],"b":1})"))},
       {R"({"toolCall":{"rawInput":0}})", "Run a tool", "0"},
+      // As Kimi Code 2.1 asks.
+      {R"({"toolCall":{"toolCallId":"1:call","title":"Bash","content":[{"type":"content","content":)"
+       R"({"type":"text","text":"Requesting approval to Running: ls -l"}}]}})",
+       "Bash", "Requesting approval to Running: ls -l"},
+      {R"({"toolCall":{"content":[{"content":{"text":"shown"}}],"rawInput":{}}})", "Run a tool",
+       "{}"},
   };
   for (const auto& [params, title, detail] : cases) {
     const auto question = questionFor(params);
