@@ -38,8 +38,8 @@ endif()
 
 find_program(VANTRELL_CCACHE ccache)
 if(VANTRELL_CCACHE)
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${VANTRELL_CCACHE})
-  # ccache handles the precompiled header only when it may ignore these.
+  # Without these ccache takes no file that uses a precompiled header, so none at all.
+  set(CMAKE_CXX_COMPILER_LAUNCHER env CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime ${VANTRELL_CCACHE})
   add_compile_options($<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess>)
 endif()
 
