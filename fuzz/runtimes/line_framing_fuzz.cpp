@@ -30,12 +30,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const auto keep = [&lines](std::string_view line) { lines.emplace_back(line); };
   std::string_view rest = stream;
   for (std::size_t i = 0; !rest.empty(); ++i) {
+    // A zero is an empty chunk and then one of 256 bytes.
     const std::size_t length = static_cast<unsigned char>(cuts[i % cuts.size()]);
     buffer.consume(rest.substr(0, length), keep);
-    rest.remove_prefix(std::min(rest.size(), length + (length == 0 && i >= 8 ? 1 : 0)));
-    if (length == 0 && i >= 8) break;
+    if (length == 0) buffer.consume(rest.substr(0, 256), keep);
+    rest.remove_prefix(std::min<std::size_t>(rest.size(), length == 0 ? 256 : length));
   }
-  if (!rest.empty()) buffer.consume(rest, keep);
   if (lines != split(stream)) std::abort();
   const auto lastEnd = stream.rfind('\n');
   const std::size_t unfinished =

@@ -72,7 +72,9 @@ TEST_F(MailboxTest, HopThatWasUnderWayTakesOnlyWhatWasThereBeforeTheHold) {
 }
 
 TEST_F(MailboxTest, HoldWithoutLettersPostsNothing) {
-  { const Mailbox::Hold hold(*mailbox_); }
+  {
+    const Mailbox::Hold hold(*mailbox_);
+  }
   deliver('a');
   main_.post([this] { order_ += '|'; });
   main_.runReady();

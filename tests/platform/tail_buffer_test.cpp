@@ -69,8 +69,13 @@ TEST(TailBuffer, NothingIsTruncatedUntilBytesAreDropped) {
 
 TEST(TailBuffer, HeadThatWasNotCutIsLeftAlone) {
   TailBuffer buffer(8);
-  buffer.append("\x82\xAC" "a");
-  EXPECT_EQ(buffer.contents(), "\x82\xAC" "a") << "nothing was dropped, so nothing was cut in two";
+  buffer.append(
+      "\x82\xAC"
+      "a");
+  EXPECT_EQ(buffer.contents(),
+            "\x82\xAC"
+            "a")
+      << "nothing was dropped, so nothing was cut in two";
 }
 
 }  // namespace
