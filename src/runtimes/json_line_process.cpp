@@ -48,7 +48,7 @@ struct JsonLineProcess::State {
     chunk.append(bytes);
     const std::size_t cut = unfinishedTail(chunk);
     errorTail = chunk.substr(chunk.size() - cut);
-    chunk.resize(chunk.size() - cut);
+    chunk.erase(chunk.size() - cut);
     if (chunk.empty() || !text::isValidUtf8(chunk)) return;
     errorText.append(chunk);
     // Trimmed at twice the size, so that the cost stays linear.
