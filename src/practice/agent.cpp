@@ -113,8 +113,8 @@ RpcAnswer PracticeAgent::setConfigOption(const JsonObject& params) {
   const auto* value = json::text(params, "value");
   if (!configId || !value) return invalid("\"configId\" and \"value\" must be texts.");
   auto& session = (*open)->session;
-  auto set =
-      session.setConfigOption(*configId, *value).and_then([&] { return store_.save(session); });
+  auto set = session.setConfigOption(*configId, *value);
+  if (set) set = store_.save(session);
   if (!set) return std::unexpected(set.error());
   return JsonObject{{"configOptions", session.configOptions()}};
 }
@@ -126,34 +126,41 @@ void PracticeAgent::prompt(const JsonObject& params, const AcpHost::Reply& reply
   if (!blocks) return reply(invalid("\"prompt\" must be a list of content blocks."));
   if ((*open)->turn) return reply(invalid("This session has a turn that is still running."));
 
-  auto keep = [this, session = &(*open)->session] {
-    auto saved = store_.save(*session);
-    if (!saved) output_.write(STDERR_FILENO, saved.error().message + "\n");
-  };
   auto text = textOf(*blocks);
   auto& [session, transcript, turn] = **open;
   transcript.recordPrompt(text);
-  keep();  // so that the prompt is there even when the turn ends the process
+  keep(session);  // so that the prompt is there even when the turn ends the process
   StepContext context{.queue = queue_,
                       .transcript = transcript,
                       .output = output_,
                       .abilities = abilities_,
                       .closeInput = options_.closeInput};
-  turn = std::make_shared<Turn>(
-      std::move(context),
-      [reply, keep, &turn = turn](const std::expected<std::string, RpcError>& result) {
-        keep();
-        auto ended = std::move(turn);  // lives until this returns
-        turn.reset();
-        if (!result) return reply(std::unexpected(result.error()));
-        reply(JsonObject{{"stopReason", *result}});
-      });
+  turn = std::make_shared<Turn>(std::move(context),
+                                [this, reply, &session = session,
+                                 &turn = turn](const std::expected<std::string, RpcError>& result) {
+                                  keep(session);
+                                  auto ended = std::move(turn);  // lives until this returns
+                                  turn.reset();
+                                  if (!result) return reply(std::unexpected(result.error()));
+                                  reply(JsonObject{{"stopReason", *result}});
+                                });
   turn->start(text);
 }
 
 void PracticeAgent::cancel(const JsonObject& params) {
   auto open = openSession(params);
   if (open && (*open)->turn) (*open)->turn->cancel();
+}
+
+void PracticeAgent::keepRunningSessions() {
+  for (const auto& [id, open] : sessions_) {
+    if (open->turn) keep(open->session);
+  }
+}
+
+void PracticeAgent::keep(const Session& session) {
+  auto saved = store_.save(session);
+  if (!saved) output_.write(STDERR_FILENO, saved.error().message + "\n");
 }
 
 std::expected<PracticeAgent::OpenSession*, RpcError> PracticeAgent::openSession(

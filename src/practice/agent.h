@@ -29,6 +29,8 @@ class PracticeAgent {
 
   /// One line from the host.
   void receive(std::string_view line) { host_.receive(line); }
+  /// Writes down what turns that are still running have said so far; for the end of the process.
+  void keepRunningSessions();
 
  private:
   struct OpenSession {
@@ -47,6 +49,7 @@ class PracticeAgent {
   RpcAnswer setConfigOption(const JsonObject& params);
   void prompt(const JsonObject& params, const AcpHost::Reply& reply);
   void cancel(const JsonObject& params);
+  void keep(const Session& session);
   std::expected<OpenSession*, RpcError> openSession(const JsonObject& params);
 
   MainQueue& queue_;

@@ -95,6 +95,7 @@ bool hostReads() {
   input = loop.watchLines(
       STDIN_FILENO, [&](const std::string& line) { agent.receive(line); },
       [&] {
+        agent.keepRunningSessions();
         // What has been said already goes out, if the host takes it.
         output.write(STDOUT_FILENO, "", [] { std::_Exit(EXIT_SUCCESS); });
         watchdog = loop.after(std::chrono::milliseconds(200), [] { std::_Exit(EXIT_SUCCESS); });

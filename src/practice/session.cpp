@@ -160,10 +160,11 @@ std::expected<void, RpcError> SessionStore::save(const Session& session) const {
   }
   object.set("history", std::move(history));
 
-  auto stored = files::createOwnerOnlyFolder(folder_).and_then([&] {
-    return files::writeAtomically(fmt::format("{}/{}.json", folder_, session.id),
-                                  json::write(object), 0600);
-  });
+  auto stored = files::createOwnerOnlyFolder(folder_);
+  if (stored) {
+    stored = files::writeAtomically(fmt::format("{}/{}.json", folder_, session.id),
+                                    json::write(object), 0600);
+  }
   if (stored) return {};
   return std::unexpected(
       RpcError{RpcError::internalError, "The session was not kept: " + stored.error().description});

@@ -8,8 +8,8 @@
 
 namespace vantrell::practice {
 
-std::shared_ptr<Step> makeStep(const Directive& directive, StepContext context,
-                               Step::Finish finish) {
+std::shared_ptr<Step> makeStep(const Directive& directive, const StepContext& context,
+                               const Step::Finish& finish) {
   using Kind = Directive::Kind;
   auto speech = [&](HistoryItem::Kind kind, StepEnd end) {
     return std::make_shared<SpeechStep>(context, finish, kind, directive.text, std::move(end));

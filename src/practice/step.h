@@ -61,7 +61,7 @@ class Step : public std::enable_shared_from_this<Step> {
 };
 
 /// The step for a directive.
-std::shared_ptr<Step> makeStep(const Directive& directive, StepContext context,
-                               Step::Finish finish);
+std::shared_ptr<Step> makeStep(const Directive& directive, const StepContext& context,
+                               const Step::Finish& finish);
 
 }  // namespace vantrell::practice

@@ -62,7 +62,7 @@ void Turn::startNextStep() {
     turn.context_.queue.post(
         weakly(&turn, [number, end = std::move(end)](Turn& late) { late.stepEnded(number, end); }));
   });
-  step_ = makeStep(directive, context_, std::move(ended));
+  step_ = makeStep(directive, context_, ended);
   step_->start();
 }
 
