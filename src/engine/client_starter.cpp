@@ -69,6 +69,7 @@ void ClientStarter::attach(const std::shared_ptr<AgentClient>& client, const Att
   execution.connectionState = ConnectionState::connecting();
   execution.cliLog.clear();
   execution.client = client;
+  execution.unansweredPrompts = 0;
   execution.activeProvider = attempt.provider;
   execution.activeRunID = attempt.runID;
   execution.lastActivityAt = now;

@@ -190,13 +190,18 @@ void TaskDriver::performSend(const std::string& prompt, const Turn& turn, AgentP
   });
   executions_.publishExecutionIfSelected(turn.key);
 
+  ++execution->unansweredPrompts;
   const std::weak_ptr weakClient = execution->client;
   execution->client->sendPrompt(
       prompt, weakly(this, [weakClient, turn, provider](TaskDriver& self, PromptResult result) {
         // A late answer of a stopped or replaced client, or of a turn that was stopped, changes
         // nothing.
-        const auto* serving = self.executions_.findServedBy(weakClient.lock(), turn.key);
-        if (!serving || serving->activeRunID != turn.runID) return;
+        auto* serving = self.executions_.findServedBy(weakClient.lock(), turn.key);
+        if (!serving) return;
+        --serving->unansweredPrompts;
+        if (serving->activeRunID != turn.runID) {
+          return self.executions_.publishExecutionIfSelected(turn.key);
+        }
         if (result) {
           self.turnCompleted(turn, provider);
         } else {

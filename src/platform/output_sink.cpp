@@ -1,0 +1,124 @@
+#include "platform/output_sink.h"
+
+#include <cerrno>
+#include <climits>
+#include <condition_variable>
+#include <mutex>
+#include <poll.h>
+#include <string>
+#include <thread>
+#include <unistd.h>
+
+#include "platform/dispatch.h"
+
+namespace vantrell {
+
+struct OutputSink::Impl {
+  explicit Impl(int number) : descriptor(number) {}
+
+  void work() {
+    std::unique_lock lock(mutex);
+    for (;;) {
+      changed.wait(lock, [this] { return ending || !waiting.empty(); });
+      if (ending) return;
+      std::string piece = std::exchange(waiting, {});
+      lock.unlock();
+      const bool written = writeAll(piece);
+      lock.lock();
+      unwritten -= piece.size();
+      if (!written && !ending) {
+        broken = true;
+        unwritten = 0;
+        waiting.clear();
+        if (whenBroken) whenBroken();
+      }
+      changed.notify_all();
+      if (broken) return;
+    }
+  }
+
+  /// In pieces that a pipe with any room takes whole, so that the thread is never stuck in write().
+  bool writeAll(std::string_view bytes) {
+    while (!bytes.empty()) {
+      pollfd ready{.fd = descriptor, .events = POLLOUT, .revents = 0};
+      const int answer = ::poll(&ready, 1, lookAtEnding);
+      {
+        const std::lock_guard lock(mutex);
+        if (ending) return false;
+      }
+      if (answer == 0 || (answer < 0 && errno == EINTR)) continue;
+      const ssize_t count =
+          ::write(descriptor, bytes.data(), std::min<std::size_t>(bytes.size(), PIPE_BUF));
+      if (count >= 0) {
+        bytes.remove_prefix(static_cast<std::size_t>(count));
+      } else if (errno != EINTR && errno != EAGAIN) {
+        return false;
+      }
+    }
+    return true;
+  }
+
+  static constexpr int lookAtEnding = 50;  // milliseconds
+
+  const int descriptor;
+  std::function<void()> whenBroken;
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::string waiting;
+  std::size_t unwritten = 0;  // bytes, those that the thread is writing included
+  bool ending = false;
+  bool broken = false;
+  std::thread thread;
+};
+
+OutputSink::OutputSink(MainQueue& main, int descriptor)
+    : impl_(std::make_unique<Impl>(descriptor)) {
+  auto alive = std::make_shared<OutputSink*>(this);
+  impl_->whenBroken = [&main, alive = std::weak_ptr(alive)] {
+    main.post([alive] {
+      const auto self = alive.lock();
+      if (self && (*self)->onBroken) (*self)->onBroken();
+    });
+  };
+  // The thread's function holds it, and goes with the sink.
+  impl_->thread = std::thread([impl = impl_.get(), alive = std::move(alive)] {
+    impl->work();
+    std::unique_lock lock(impl->mutex);
+    impl->changed.wait(lock, [impl] { return impl->ending; });
+  });
+}
+
+OutputSink::~OutputSink() {
+  {
+    const std::lock_guard lock(impl_->mutex);
+    impl_->ending = true;
+  }
+  impl_->changed.notify_all();
+  impl_->thread.join();
+}
+
+void OutputSink::write(std::string_view bytes) {
+  if (bytes.empty()) return;
+  std::unique_lock lock(impl_->mutex);
+  if (impl_->broken) return;
+  impl_->waiting += bytes;
+  impl_->unwritten += bytes.size();
+  impl_->changed.notify_all();
+  if (impl_->unwritten > bound) {
+    impl_->changed.wait_for(lock, waitBeyondBound,
+                            [this] { return impl_->broken || impl_->unwritten <= bound; });
+  }
+}
+
+bool OutputSink::flush(std::chrono::milliseconds limit) {
+  std::unique_lock lock(impl_->mutex);
+  impl_->changed.wait_for(lock, limit, [this] { return impl_->unwritten == 0; });
+  return impl_->unwritten == 0 && !impl_->broken;
+}
+
+bool OutputSink::isBroken() const {
+  const std::lock_guard lock(impl_->mutex);
+  return impl_->broken;
+}
+
+}  // namespace vantrell

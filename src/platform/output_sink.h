@@ -1,0 +1,41 @@
+// Writes to a descriptor on a thread of its own, in order, so that a slow reader does not hold the
+// caller up. All operations are called on the main queue.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string_view>
+
+namespace vantrell {
+
+class MainQueue;
+
+class OutputSink {
+ public:
+  /// The descriptor stays the caller's and must outlive the sink.
+  OutputSink(MainQueue& main, int descriptor);
+  /// Drops what has not been written: flush() first.
+  ~OutputSink();
+  OutputSink(const OutputSink&) = delete;
+  OutputSink& operator=(const OutputSink&) = delete;
+
+  /// Called once, on the main queue, when the descriptor takes no more: its reader is gone.
+  std::function<void()> onBroken;
+
+  /// Beyond `bound` unwritten bytes each call waits a moment for the reader: memory grows slowly
+  /// then, and the main queue goes on all the same.
+  void write(std::string_view bytes);
+  /// Waits until everything is written. False when it is not: the limit ran out, or nobody reads.
+  bool flush(std::chrono::milliseconds limit);
+  bool isBroken() const;
+
+  static constexpr std::size_t bound = 1 << 20;  // bytes
+  static constexpr std::chrono::milliseconds waitBeyondBound{50};
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace vantrell

@@ -1,0 +1,30 @@
+// What a program asks of the terminal that it may stand on. Any thread.
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace vantrell::terminal {
+
+bool isTerminal(int descriptor);
+
+struct Size {
+  int columns = 0;
+  int rows = 0;
+};
+/// Absent when the descriptor is no terminal, or one that does not know its size.
+std::optional<Size> size(int descriptor);
+
+/// Forgets what has been typed and not read yet, so that keys pressed earlier answer no question.
+void discardTypedAhead(int descriptor);
+
+/// A write to a pipe without a reader fails with EPIPE from now on, and does not end the program.
+void ignoreBrokenPipes();
+
+/// All that standard input holds, up to its end. Blocks.
+std::string readStandardInput();
+
+/// The folder of this process's own program.
+std::string programFolder();
+
+}  // namespace vantrell::terminal

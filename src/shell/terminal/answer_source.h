@@ -1,0 +1,40 @@
+// The lines that a person or a script gives as answers. Standard input is not touched before the
+// first question. At a terminal only what is typed after a question counts; of a pipe every line is
+// kept for the question that it answers. Main queue.
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "platform/run_loop.h"
+
+namespace vantrell::shell {
+
+class AnswerSource {
+ public:
+  enum class Kind { terminal, stream, none };
+  AnswerSource(RunLoop& loop, int descriptor, Kind kind);
+
+  /// Replies with the next line, or with nothing at the end of the input, never within the call.
+  /// Replaces an earlier request.
+  void ask(std::function<void(std::optional<std::string>)> reply);
+  /// The question was withdrawn.
+  void withdraw() { reply_ = nullptr; }
+
+ private:
+  void deliver();
+
+  RunLoop& loop_;
+  const int descriptor_;
+  const Kind kind_;
+  bool hasEnded_;
+  std::deque<std::string> lines_;
+  std::function<void(std::optional<std::string>)> reply_;
+  Timer delivery_;
+  std::shared_ptr<RunLoop::LineWatch> watch_;
+};
+
+}  // namespace vantrell::shell

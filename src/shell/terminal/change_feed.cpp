@@ -1,0 +1,78 @@
+#include "shell/terminal/change_feed.h"
+
+namespace vantrell::shell {
+
+ChangeFeed::ChangeFeed(AppModel& model, ThreadExecutionKey key, RunObserver& observer)
+    : model_(model),
+      key_(key),
+      observer_(observer),
+      observation_(model.changes.observe([this](const Change& change) { changed(change); })) {}
+
+void ChangeFeed::changed(const Change& change) {
+  if (change.kind == Change::Kind::saveFailed) {
+    if (onSaveFailed) onSaveFailed(change.text);
+    return;
+  }
+  if (change.conversation != key_) return;
+  const ChatThread* thread = model_.tree.thread(key_);
+  if (!thread) return;
+  switch (change.kind) {
+    case Change::Kind::entryAdded:
+    case Change::Kind::entryReplaced:
+    case Change::Kind::textAdded:
+    case Change::Kind::transcriptReplaced: return transcriptChanged(change);
+    case Change::Kind::planReplaced:
+      if (const auto* execution = model_.executions.find(key_)) {
+        observer_.planReplaced(*execution->plan);
+      }
+      return;
+    case Change::Kind::runChanged: {
+      const auto run = std::find_if(thread->runs.rbegin(), thread->runs.rend(),
+                                    [&](const RunRecord& each) { return each.id == change.runID; });
+      if (run != thread->runs.rend()) observer_.runChanged(*run);
+      if (onProgress) onProgress();
+      return;
+    }
+    case Change::Kind::executionPublished: return executionChanged();
+    default: return;
+  }
+}
+
+bool ChangeFeed::isReplaying(bool& justEnded) {
+  const auto* execution = model_.executions.find(key_);
+  const bool isReplaying = execution && execution->isReplaying;
+  justEnded = std::exchange(wasReplaying_, isReplaying) && !isReplaying;
+  return isReplaying;
+}
+
+void ChangeFeed::transcriptChanged(const Change& change) {
+  const Transcript& entries = model_.tree.thread(key_)->entries;
+  bool justEnded = false;
+  if (isReplaying(justEnded)) return;
+  if (justEnded || change.kind == Change::Kind::transcriptReplaced) {
+    return observer_.transcriptReplaced(entries);  // the change at hand is in it
+  }
+  const ChatEntry* entry = entries.find(change.entryID);
+  if (!entry) return;
+  switch (change.kind) {
+    case Change::Kind::entryAdded: return observer_.entryAdded(*entry);
+    case Change::Kind::textAdded: return observer_.textAdded(*entry, change.text);
+    default: return observer_.entryReplaced(*entry);
+  }
+}
+
+void ChangeFeed::executionChanged() {
+  bool justEnded = false;
+  isReplaying(justEnded);
+  if (justEnded) observer_.transcriptReplaced(model_.tree.thread(key_)->entries);
+  const auto* execution = model_.executions.find(key_);
+  const auto question = execution ? execution->permissionRequest : nullptr;
+  if (question != question_) {
+    question_ = question;
+    if (question) observer_.permissionAsked(*question);
+    if (onQuestion) onQuestion(question);
+  }
+  if (onProgress) onProgress();
+}
+
+}  // namespace vantrell::shell

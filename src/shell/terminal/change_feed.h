@@ -1,0 +1,42 @@
+// Turns the engine's changes of one conversation into calls of a RunObserver. While a stored session
+// is played back it is silent; the transcript that stands afterwards is reported whole. Main queue;
+// the model and the observer must outlive it.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "engine/app_model.h"
+#include "shell/terminal/run_observer.h"
+
+namespace vantrell::shell {
+
+class ChangeFeed {
+ public:
+  ChangeFeed(AppModel& model, ThreadExecutionKey key, RunObserver& observer);
+
+  // Called in the midst of the engine's work: whoever wants to answer posts.
+
+  /// The open question has changed; null when there is none any more.
+  std::function<void(std::shared_ptr<const PermissionRequest>)> onQuestion;
+  /// Something about the conversation's execution or run has changed.
+  std::function<void()> onProgress;
+  std::function<void(std::string_view reason)> onSaveFailed;
+
+ private:
+  void changed(const Change& change);
+  void transcriptChanged(const Change& change);
+  void executionChanged();
+  /// Whether a playback is going on. At its end the transcript is reported, and `justEnded` is set.
+  bool isReplaying(bool& justEnded);
+
+  AppModel& model_;
+  const ThreadExecutionKey key_;
+  RunObserver& observer_;
+  bool wasReplaying_ = false;
+  std::shared_ptr<const PermissionRequest> question_;
+  Changes::Observation observation_;
+};
+
+}  // namespace vantrell::shell

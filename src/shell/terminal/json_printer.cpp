@@ -1,0 +1,101 @@
+#include "shell/terminal/json_printer.h"
+
+#include "records/conversation_json.h"
+
+namespace vantrell::shell {
+
+namespace {
+
+void member(JsonWriter& writer, std::string_view key, std::string_view text) {
+  writer.key(key);
+  writer.value(text);
+}
+
+}  // namespace
+
+void JsonPrinter::event(std::string_view name, const std::function<void(JsonWriter&)>& members) {
+  std::string line;
+  JsonWriter writer(line);
+  writer.beginObject();
+  member(writer, "event", name);
+  members(writer);
+  writer.endObject();
+  line += '\n';
+  write_(line);
+}
+
+void JsonPrinter::introduced(const RunIntroduction& introduction) {
+  event("task", [&](JsonWriter& writer) {
+    member(writer, "workspaceID", introduction.conversation.workspaceID.text());
+    member(writer, "threadID", introduction.conversation.threadID.text());
+  });
+}
+
+void JsonPrinter::entryAdded(const ChatEntry& entry) {
+  event("entry", [&](JsonWriter& writer) {
+    writer.key("entry");
+    writeJson(writer, entry, conversationJson);
+  });
+}
+
+void JsonPrinter::textAdded(const ChatEntry& entry, std::string_view text) {
+  event("chunk", [&](JsonWriter& writer) {
+    member(writer, "id", entry.id);
+    member(writer, "text", text);
+  });
+}
+
+void JsonPrinter::transcriptReplaced(const Transcript& entries) {
+  event("transcript", [&](JsonWriter& writer) {
+    writer.key("count");
+    writer.value(static_cast<std::int64_t>(entries.size()));
+  });
+  for (const auto& entry : entries) entryAdded(entry);
+}
+
+void JsonPrinter::planReplaced(const std::vector<PlanEntry>& plan) {
+  event("plan", [&](JsonWriter& writer) {
+    writer.key("entries");
+    writer.beginArray();
+    for (const auto& entry : plan) {
+      writer.beginObject();
+      member(writer, "id", entry.id);
+      member(writer, "content", entry.content);
+      member(writer, "status", entry.status);
+      member(writer, "priority", entry.priority);
+      writer.endObject();
+    }
+    writer.endArray();
+  });
+}
+
+void JsonPrinter::permissionAsked(const PermissionRequest& request) {
+  event("permission", [&](JsonWriter& writer) {
+    writer.key("request");
+    writer.beginObject();
+    writer.key("id");
+    writer.value(request.id);
+    member(writer, "title", request.title);
+    member(writer, "detail", request.detail);
+    writer.key("options");
+    writer.beginArray();
+    for (const auto& option : request.options) {
+      writer.beginObject();
+      member(writer, "id", option.id);
+      member(writer, "name", option.name);
+      member(writer, "kind", option.kind);
+      writer.endObject();
+    }
+    writer.endArray();
+    writer.endObject();
+  });
+}
+
+void JsonPrinter::runChanged(const RunRecord& run) {
+  event("run", [&](JsonWriter& writer) {
+    writer.key("run");
+    writeJson(writer, run, conversationJson);
+  });
+}
+
+}  // namespace vantrell::shell

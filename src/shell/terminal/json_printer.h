@@ -1,0 +1,40 @@
+// A run as one JSON object a line (docs/terminal.md describes them). Main queue.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "shell/terminal/run_observer.h"
+
+namespace vantrell {
+class JsonWriter;
+}
+
+namespace vantrell::shell {
+
+class JsonPrinter final : public RunObserver {
+ public:
+  using Write = std::function<void(std::string_view)>;
+  explicit JsonPrinter(Write write) : write_(std::move(write)) {}
+
+  void introduced(const RunIntroduction& introduction) override;
+  void entryAdded(const ChatEntry& entry) override;
+  void entryReplaced(const ChatEntry& entry) override { entryAdded(entry); }
+  void textAdded(const ChatEntry& entry, std::string_view text) override;
+  void transcriptReplaced(const Transcript& entries) override;
+  void planReplaced(const std::vector<PlanEntry>& plan) override;
+  void permissionAsked(const PermissionRequest& request) override;
+  void lineTyped() override {}
+  void permissionStillOpen(const PermissionRequest&) override {}
+  void permissionAnswered(const PermissionOption*) override {}  // the run says that it goes on
+  void runChanged(const RunRecord& run) override;
+  void interrupted() override {}
+  void ended(const RunRecord*) override {}
+
+ private:
+  void event(std::string_view name, const std::function<void(JsonWriter&)>& members);
+
+  Write write_;
+};
+
+}  // namespace vantrell::shell

@@ -1,0 +1,171 @@
+#include "shell/terminal/run_command.h"
+
+#include <cstdio>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include "platform/output_sink.h"
+#include "platform/terminal.h"
+#include "runtimes/provider_registry.h"
+#include "shell/terminal/json_printer.h"
+#include "shell/terminal/run_session.h"
+#include "shell/terminal/task_choice.h"
+#include "shell/terminal/transcript_printer.h"
+
+namespace vantrell::shell {
+
+namespace {
+
+constexpr std::chrono::milliseconds endOfChildren{5000};
+constexpr std::chrono::milliseconds momentToFlush{200};
+constexpr std::chrono::hours readersTime{24};  // to read what is left
+
+std::unique_ptr<RunObserver> makePrinter(const RunPlan& plan, const Environment& environment,
+                                         OutputSink& sink, bool answersAreTyped) {
+  const auto write = [&sink](std::string_view bytes) { sink.write(bytes); };
+  if (plan.arguments.json) return std::make_unique<JsonPrinter>(write);
+  auto printer = std::make_unique<TranscriptPrinter>(write,
+                                                     TerminalStyle::of(STDOUT_FILENO, environment));
+  printer->showsAnswerPrompt = answersAreTyped;
+  return printer;
+}
+
+AnswerSource::Kind answerKind(bool inputIsUsedUp) {
+  if (inputIsUsedUp) return AnswerSource::Kind::none;
+  return terminal::isTerminal(STDIN_FILENO) ? AnswerSource::Kind::terminal
+                                            : AnswerSource::Kind::stream;
+}
+
+VantrellOptions optionsFor(const RunPlan& plan) {
+  VantrellOptions options;
+  options.practiceAgent = plan.practiceAgent;
+  if (plan.executable) {
+    options.customExecutable = [provider = plan.arguments.provider, path = *plan.executable](
+                                   AgentProvider asked) -> std::optional<std::string> {
+      return asked == provider ? std::optional(path) : std::nullopt;
+    };
+  }
+  return options;
+}
+
+/// What holds for this process only. Planning never begins with full access.
+void chooseModes(Settings& settings, const RunArguments& arguments) {
+  auto mode = arguments.mode.value_or(settings.permissionMode());
+  const auto workflow = arguments.workflow.value_or(settings.workflowMode());
+  if (workflow == TaskWorkflowMode::plan && mode == GrokPermissionMode::fullAccess) {
+    mode = GrokPermissionMode::ask;
+  }
+  settings.chooseForThisProcess(mode, workflow);
+}
+
+/// Opens the task and runs the turn in it.
+class Performance {
+ public:
+  Performance(RunLoop& loop, VantrellApp& app, const RunPlan& plan, const Environment& environment,
+              OutputSink& sink)
+      : loop_(loop),
+        app_(app),
+        plan_(plan),
+        sink_(sink),
+        source_(answerKind(plan.promptWasRead)),
+        answersAreTyped_(source_ == AnswerSource::Kind::terminal && !plan.arguments.answer),
+        printer_(makePrinter(plan, environment, sink, answersAreTyped_)) {}
+
+  std::expected<int, UsageError> run() {
+    std::optional<AgentProvider> last;
+    if (plan_.arguments.task) {
+      const auto found = findTask(app_.model().tree, *plan_.arguments.task);
+      if (!found) return std::unexpected(found.error());
+      last = app_.model().tree.thread(*found)->lastProvider;
+    }
+    const auto provider = chooseProvider(app_, plan_, last);
+    if (!provider) return std::unexpected(provider.error());
+    const auto key = openTask(app_.model(), plan_, *provider);
+    if (!key) return std::unexpected(key.error());
+    app_.frontDoorProvider = *provider;
+    chooseModes(app_.model().settings, plan_.arguments);
+    introduce(*key, *provider);
+
+    AnswerSource answers(loop_, STDIN_FILENO, source_);
+    RunSession session({.loop = loop_,
+                        .model = app_.model(),
+                        .observer = *printer_,
+                        .answers = answers,
+                        .complain = [this](std::string_view text) { say(text); },
+                        .answerKind = plan_.arguments.answer},
+                       *key);
+    sink_.onBroken = [&session] { session.stop(); };
+    const int status = session.run(plan_.arguments.prompt, plan_.attachments);
+    sink_.onBroken = nullptr;
+    wasAbandoned = session.wasAbandoned();
+    return status;
+  }
+
+  bool wasAbandoned = false;
+
+ private:
+  void introduce(const ThreadExecutionKey& key, AgentProvider provider) {
+    const auto folder = app_.model().tree.executionPath(key).value_or("");
+    const auto label = ProviderRegistry::descriptor(provider).label;
+    printer_->introduced({.conversation = key,
+                          .runtime = plan_.practiceAgent ? "The practice agent" : label,
+                          .folder = folder,
+                          .earlierEntries = app_.model().tree.thread(key)->entries.size()});
+  }
+
+  void say(std::string_view text) {
+    printer_->interrupted();
+    sink_.flush(momentToFlush);
+    complain(text);
+  }
+
+  RunLoop& loop_;
+  VantrellApp& app_;
+  const RunPlan& plan_;
+  OutputSink& sink_;
+  const AnswerSource::Kind source_;
+  const bool answersAreTyped_;
+  std::unique_ptr<RunObserver> printer_;
+};
+
+}  // namespace
+
+void complain(std::string_view text) {
+  fmt::print(stderr, "vantrell: {}\n", text);
+}
+
+int runCommand(RunArguments arguments, const Environment& environment) {
+  const auto plan = prepareRun(std::move(arguments), environment);
+  if (plan) return performRun(*plan, environment);
+  complain(plan.error().text);
+  return exitStatus::usage;
+}
+
+int performRun(const RunPlan& plan, const Environment& environment) {
+  RunLoop loop;
+  OutputSink sink(loop, STDOUT_FILENO);
+  int status = exitStatus::failed;
+  bool wasAbandoned = false;
+  {
+    auto app = VantrellApp::start(loop, optionsFor(plan));
+    if (!app) {
+      complain(app.error());
+      return exitStatus::failed;
+    }
+    if (const auto& notice = (*app)->notice()) complain(*notice);
+    Performance performance(loop, **app, plan, environment, sink);
+    const auto result = performance.run();
+    if (!result) {
+      complain(result.error().text);
+      return exitStatus::usage;
+    }
+    status = *result;
+    wasAbandoned = performance.wasAbandoned;
+  }
+  // The state is free for the next start; the rest is only about reading and cleaning up.
+  Process::waitForAll(endOfChildren);
+  sink.flush(wasAbandoned ? momentToFlush : readersTime);
+  return status;
+}
+
+}  // namespace vantrell::shell

@@ -1,0 +1,48 @@
+// What there is to see of one run. Fed by ChangeFeed from the changes of the engine and by
+// RunSession; the printers implement it. Main queue; must not call the engine.
+#pragma once
+
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "engine/plan_entry.h"
+#include "records/chat_thread.h"
+#include "runtimes/agent_client.h"
+
+namespace vantrell::shell {
+
+/// What a run is about to be.
+struct RunIntroduction {
+  ThreadExecutionKey conversation;
+  std::string_view runtime;  // for people
+  std::string_view folder;
+  std::size_t earlierEntries = 0;
+};
+
+class RunObserver {
+ public:
+  virtual ~RunObserver() = default;
+
+  virtual void introduced(const RunIntroduction& introduction) = 0;
+  virtual void entryAdded(const ChatEntry& entry) = 0;
+  virtual void entryReplaced(const ChatEntry& entry) = 0;
+  virtual void textAdded(const ChatEntry& entry, std::string_view text) = 0;
+  /// A stored session was played back: these entries stand now.
+  virtual void transcriptReplaced(const Transcript& entries) = 0;
+  virtual void planReplaced(const std::vector<PlanEntry>& plan) = 0;
+  virtual void permissionAsked(const PermissionRequest& request) = 0;
+  /// The user ended a line at the terminal.
+  virtual void lineTyped() = 0;
+  /// The answer was not understood; the question stays open.
+  virtual void permissionStillOpen(const PermissionRequest& request) = 0;
+  /// The option chosen, or null for a refusal that the request has no option for.
+  virtual void permissionAnswered(const PermissionOption* option) = 0;
+  virtual void runChanged(const RunRecord& run) = 0;
+  /// Somebody else writes to the terminal: a message, or a key that it shows.
+  virtual void interrupted() = 0;
+  /// Nothing comes after this. No record when no run was begun.
+  virtual void ended(const RunRecord* run) = 0;
+};
+
+}  // namespace vantrell::shell

@@ -1,0 +1,126 @@
+#include "shell/terminal/run_preparation.h"
+
+#include <filesystem>
+#include <fmt/format.h>
+
+#include "platform/files.h"
+#include "platform/terminal.h"
+#include "platform/text.h"
+
+namespace vantrell::shell {
+
+namespace {
+
+constexpr std::string_view practiceVariable = "VANTRELL_PRACTICE_AGENT";
+constexpr std::string_view imageEndings[] = {".png",  ".jpg", ".jpeg", ".gif", ".webp", ".heic",
+                                             ".tiff", ".bmp", ".svg"};
+
+std::unexpected<UsageError> usage(std::string text) {
+  return std::unexpected(UsageError{std::move(text)});
+}
+
+std::string absolute(std::string_view path) {
+  return files::standardized(files::expandingTilde(path));
+}
+
+/// As a shell finds it: a name without a slash lies in one of the folders of PATH.
+std::expected<std::string, UsageError> findProgram(std::string_view name,
+                                                   const Environment& environment) {
+  if (name.find('/') != std::string_view::npos || name.starts_with('~')) {
+    const std::string path = absolute(name);
+    if (files::isExecutable(path)) return path;
+    return usage(fmt::format("{} is no program that can be started. Give --executable the path of "
+                             "the runtime's program.",
+                             path));
+  }
+  const auto folders = environment.find("PATH");
+  if (folders != environment.end()) {
+    for (const auto folder : text::split(folders->second, ':')) {
+      const std::string path = absolute(fmt::format("{}/{}", folder.empty() ? "." : folder, name));
+      if (files::isExecutable(path)) return path;
+    }
+  }
+  return usage(fmt::format("There is no program {} in PATH. Give --executable a path, as in "
+                           "--executable ./{}.",
+                           name, name));
+}
+
+std::expected<ChatAttachment, UsageError> attachmentFor(std::string_view given) {
+  ChatAttachment attachment;
+  attachment.id = Uuid::random();
+  attachment.path = absolute(given);
+  attachment.displayName = files::lastComponent(attachment.path);
+  if (!files::exists(attachment.path)) {
+    return usage(fmt::format("There is no file {}. Check --attach.", attachment.path));
+  }
+  if (files::isFolder(attachment.path)) {
+    attachment.kind = ChatAttachmentKind::directory;
+    return attachment;
+  }
+  const std::string name = text::lowercased(attachment.displayName);
+  const bool isImage = std::ranges::any_of(
+      imageEndings, [&](std::string_view ending) { return name.ends_with(ending); });
+  attachment.kind = isImage ? ChatAttachmentKind::image : ChatAttachmentKind::file;
+  std::error_code unknown;
+  const auto size = std::filesystem::file_size(attachment.path, unknown);
+  if (!unknown) attachment.byteCount = static_cast<std::int64_t>(size);
+  return attachment;
+}
+
+}  // namespace
+
+bool isRunnable(AgentProvider provider) {
+  return std::ranges::find(runnableProviders, provider) != std::end(runnableProviders);
+}
+
+std::string practiceAgentPath(const Environment& environment) {
+  const auto named = environment.find(practiceVariable);
+  if (named != environment.end() && !named->second.empty()) return absolute(named->second);
+  return terminal::programFolder() + "/vantrell-practice-agent";
+}
+
+std::expected<RunPlan, UsageError> prepareRun(RunArguments arguments,
+                                              const Environment& environment) {
+  RunPlan plan;
+  if (arguments.provider && !isRunnable(*arguments.provider)) {
+    return usage(fmt::format("This version cannot run {} yet. Use --provider kimi, glm or grok, or "
+                             "try --practice.",
+                             rawText(*arguments.provider)));
+  }
+  plan.folder = absolute(arguments.project.value_or("."));
+  if (!arguments.task && !files::isFolder(plan.folder)) {
+    return usage(fmt::format("There is no folder {}. Give --project an existing one.", plan.folder));
+  }
+  for (const auto& path : arguments.attachments) {
+    auto attachment = attachmentFor(path);
+    if (!attachment) return std::unexpected(std::move(attachment.error()));
+    plan.attachments.push_back(*std::move(attachment));
+  }
+  std::optional<std::string> executable;
+  if (arguments.executable) {
+    auto found = findProgram(*arguments.executable, environment);
+    if (!found) return std::unexpected(std::move(found.error()));
+    executable = *std::move(found);
+  }
+  if (arguments.practice) {
+    plan.practiceAgent = executable.value_or(practiceAgentPath(environment));
+    if (!files::isExecutable(*plan.practiceAgent)) {
+      return usage(fmt::format("The practice agent is missing: {}. Build it with ./run, or say where "
+                               "it is with {}.",
+                               *plan.practiceAgent, practiceVariable));
+    }
+  } else {
+    plan.executable = std::move(executable);
+  }
+  plan.promptWasRead = arguments.prompt == "-";
+  if (plan.promptWasRead) arguments.prompt = terminal::readStandardInput();
+  arguments.prompt = text::repaired(arguments.prompt);
+  if (text::trimmed(arguments.prompt).empty()) {
+    return usage("The prompt is empty. Say what should be done, as in vantrell run \"explain this "
+                 "project\".");
+  }
+  plan.arguments = std::move(arguments);
+  return plan;
+}
+
+}  // namespace vantrell::shell

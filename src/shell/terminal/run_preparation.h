@@ -1,0 +1,36 @@
+// What can be said about a run before the program takes hold of its state: folders, files, programs.
+// A wrong argument so changes nothing. Any thread.
+#pragma once
+
+#include <expected>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/process.h"
+#include "records/conversation_records.h"
+#include "shell/terminal/arguments.h"
+
+namespace vantrell::shell {
+
+struct RunPlan {
+  RunArguments arguments;
+  std::string folder;  // absolute
+  std::vector<ChatAttachment> attachments;
+  bool promptWasRead = false;                // from standard input, which is used up then
+  std::optional<std::string> executable;     // absolute; of the provider that was named
+  std::optional<std::string> practiceAgent;  // absolute, when it is asked for
+};
+
+std::expected<RunPlan, UsageError> prepareRun(RunArguments arguments,
+                                              const Environment& environment);
+
+/// The providers that this version can run, in the order in which it tries them.
+inline constexpr AgentProvider runnableProviders[] = {AgentProvider::kimi, AgentProvider::glm,
+                                                      AgentProvider::grok};
+bool isRunnable(AgentProvider provider);
+
+/// The practice agent beside this program, or where the environment says.
+std::string practiceAgentPath(const Environment& environment);
+
+}  // namespace vantrell::shell

@@ -1,0 +1,102 @@
+#include "shell/terminal/task_choice.h"
+
+#include <cctype>
+#include <fmt/format.h>
+
+#include "runtimes/provider_registry.h"
+#include "shell/terminal/terminal_text.h"
+
+namespace vantrell::shell {
+
+namespace {
+
+constexpr std::size_t shortestPrefix = 4;  // characters
+
+std::unexpected<UsageError> usage(std::string text) {
+  return std::unexpected(UsageError{std::move(text)});
+}
+
+}  // namespace
+
+std::expected<ThreadExecutionKey, UsageError> findTask(const WorkspaceTree& tree,
+                                                       std::string_view idOrPrefix) {
+  std::string prefix(idOrPrefix);
+  for (char& letter : prefix) {
+    letter = static_cast<char>(std::toupper(static_cast<unsigned char>(letter)));
+  }
+  if (prefix.size() < shortestPrefix) {
+    return usage(fmt::format("--task needs at least {} characters of a task's ID.", shortestPrefix));
+  }
+  std::optional<ThreadExecutionKey> found;
+  for (const auto& workspace : tree.workspaces()) {
+    for (const auto& thread : workspace.threads) {
+      if (!thread.id.text().starts_with(prefix)) continue;
+      if (found) {
+        return usage(fmt::format("Several tasks begin with {}. Give more of the ID.",
+                                 onOneLine(prefix)));
+      }
+      found = ThreadExecutionKey{workspace.id, thread.id};
+    }
+  }
+  if (found) return *found;
+  return usage(fmt::format("There is no task {}. The ID of a task is printed at the end of its run, "
+                           "and by the task event of --json.",
+                           onOneLine(prefix)));
+}
+
+std::expected<AgentProvider, UsageError> chooseProvider(const VantrellApp& app, const RunPlan& plan,
+                                                        std::optional<AgentProvider> last) {
+  if (plan.practiceAgent) return AgentProvider::local;
+  const auto& named = plan.arguments.provider;
+  const auto wanted = named ? named : last;
+  if (wanted) {
+    if (!isRunnable(*wanted)) {
+      return usage(fmt::format("This task was last worked on by {}, which this version cannot run "
+                               "yet. Go on with --provider kimi, glm or grok, or with --practice if "
+                               "it was the practice agent.",
+                               rawText(*wanted)));
+    }
+    if (app.isAvailable(*wanted)) return *wanted;
+    return usage(fmt::format("{} is not installed. {} Or say where its program is with --executable, "
+                             "or try vantrell run --practice \"SAY:hello\".",
+                             ProviderRegistry::descriptor(*wanted).label,
+                             ProviderRegistry::descriptor(*wanted).setupHint));
+  }
+  for (const auto provider : runnableProviders) {
+    if (app.isAvailable(provider)) return provider;
+  }
+  return usage(
+      "No runtime is installed that this version can run. Install one of Kimi Code, OpenCode (for "
+      "GLM) or the Grok CLI, or try vantrell run --practice \"SAY:hello\".");
+}
+
+std::expected<ThreadExecutionKey, UsageError> openTask(AppModel& model, const RunPlan& plan,
+                                                       AgentProvider provider) {
+  if (plan.arguments.task) {
+    const auto found = findTask(model.tree, *plan.arguments.task);
+    if (!found) return found;
+    model.operations.selectThread(found->threadID, found->workspaceID);
+  } else {
+    model.operations.addWorkspace(plan.folder);
+    const auto key = model.selection.key();
+    const ChatThread* thread = key ? model.tree.thread(*key) : nullptr;
+    if (!thread || !thread->entries.empty()) {
+      if (const auto workspace = model.selection.workspaceID()) {
+        model.operations.newThread(*workspace);
+      }
+    }
+  }
+  const auto key = model.selection.key();
+  if (!key) return usage("The task could not be opened. Try again.");
+  if (plan.arguments.model || plan.arguments.effort) {
+    model.tree.updateThread(*key, [&](ChatThread& thread) {
+      const Date now = model.main.now();
+      if (plan.arguments.model) thread.setModelID(plan.arguments.model, provider, now);
+      if (plan.arguments.effort) thread.setEffort(plan.arguments.effort, provider, now);
+    });
+    model.tree.save();
+  }
+  return *key;
+}
+
+}  // namespace vantrell::shell

@@ -1,0 +1,22 @@
+// Which conversation a run goes on with, and who does it. Main queue.
+#pragma once
+
+#include "app/vantrell_app.h"
+#include "shell/terminal/run_preparation.h"
+
+namespace vantrell::shell {
+
+/// The conversation whose id begins with the given text, in any workspace.
+std::expected<ThreadExecutionKey, UsageError> findTask(const WorkspaceTree& tree,
+                                                       std::string_view idOrPrefix);
+
+/// `last` is the provider that worked on the task before.
+std::expected<AgentProvider, UsageError> chooseProvider(const VantrellApp& app, const RunPlan& plan,
+                                                        std::optional<AgentProvider> last);
+
+/// Selects the conversation that the plan names, else an untouched one in the plan's folder. Choices
+/// of the plan that belong to it are stored with it.
+std::expected<ThreadExecutionKey, UsageError> openTask(AppModel& model, const RunPlan& plan,
+                                                       AgentProvider provider);
+
+}  // namespace vantrell::shell

@@ -1,0 +1,39 @@
+// How output may look: a live terminal takes colours and lines that change in place; a pipe, a file,
+// a dumb terminal and a user who set NO_COLOR get plain lines. Any thread.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "platform/process.h"
+#include "platform/terminal.h"
+
+namespace vantrell::shell {
+
+class TerminalStyle {
+ public:
+  static TerminalStyle plain() { return TerminalStyle(-1, false); }
+  /// What the descriptor and the environment allow.
+  static TerminalStyle of(int descriptor, const Environment& environment);
+
+  bool isLive() const { return isLive_; }
+  /// The present size; 80 by 24 where there is none to ask for.
+  terminal::Size size() const;
+
+  // Each gives the text back unchanged when the style is plain.
+  std::string dim(std::string_view text) const { return wrapped("2", text); }
+  std::string bold(std::string_view text) const { return wrapped("1", text); }
+  std::string red(std::string_view text) const { return wrapped("31", text); }
+  std::string green(std::string_view text) const { return wrapped("32", text); }
+  std::string yellow(std::string_view text) const { return wrapped("33", text); }
+  std::string cyan(std::string_view text) const { return wrapped("36", text); }
+
+ private:
+  TerminalStyle(int descriptor, bool isLive) : descriptor_(descriptor), isLive_(isLive) {}
+  std::string wrapped(std::string_view code, std::string_view text) const;
+
+  int descriptor_;
+  bool isLive_;
+};
+
+}  // namespace vantrell::shell

@@ -1,0 +1,275 @@
+#include "shell/terminal/transcript_printer.h"
+
+#include <fmt/format.h>
+
+#include "platform/text.h"
+#include "shell/terminal/permission_prompt.h"
+#include "shell/terminal/terminal_text.h"
+
+namespace vantrell::shell {
+
+namespace {
+
+constexpr std::size_t promptLinesShown = 6;
+constexpr std::size_t taskIDShown = 8;  // characters, plenty to tell tasks apart
+constexpr std::string_view stoppedText = "Stopped by you.";
+constexpr std::string_view thoughtBar = "│ ";
+
+bool hasEnded(std::string_view status) {
+  return status != "pending" && status != "in_progress";
+}
+
+std::string_view sign(std::string_view status) {
+  if (status == "completed") return "✓";
+  if (status == "failed" || status == "cancelled") return "✗";
+  if (status == "in_progress") return "▸";
+  return "○";
+}
+
+}  // namespace
+
+// ---- blocks -------------------------------------------------------------------------------------
+
+void TranscriptPrinter::put(std::string_view bytes) {
+  if (std::exchange(statusShown_, false)) write_("\r\x1b[K");
+  write_(bytes);
+}
+
+void TranscriptPrinter::endLine() {
+  if (!std::exchange(atLineStart_, true)) put("\n");
+}
+
+void TranscriptPrinter::beginBlock(Block block) {
+  endLine();
+  const bool joins = block == Block::tool && block_ == Block::tool;
+  if (block_ != Block::none && !joins) put("\n");
+  block_ = block;
+  streaming_.clear();
+  drawn_.reset();
+}
+
+void TranscriptPrinter::line(std::string_view styled) {
+  put(fmt::format("{}\n", styled));
+}
+
+int TranscriptPrinter::usableColumns() const {
+  // The last column stays free: some terminals wrap when it is written.
+  return style_.isLive() ? std::max(style_.size().columns - 1, 20) : 1000;
+}
+
+void TranscriptPrinter::draw(std::string_view id, Block block,
+                             const std::vector<std::string>& lines) {
+  const auto size = style_.size();
+  const bool mayDrawOver =
+      drawn_ && drawn_->entryID == id && drawn_->columns == size.columns && atLineStart_;
+  if (mayDrawOver) {
+    put(fmt::format("\x1b[{}A\r\x1b[J", drawn_->rows));
+  } else {
+    beginBlock(block);
+  }
+  for (const auto& each : lines) line(each);
+  drawn_.reset();
+  const int rows = static_cast<int>(lines.size());
+  if (style_.isLive() && rows < size.rows) drawn_ = Drawn{std::string(id), rows, size.columns};
+}
+
+void TranscriptPrinter::remark(std::string_view text) {
+  beginBlock(Block::other);
+  line(style_.dim(text));
+}
+
+// ---- entries ------------------------------------------------------------------------------------
+
+void TranscriptPrinter::introduced(const RunIntroduction& introduction) {
+  conversation_ = introduction.conversation;
+  beginBlock(Block::other);
+  line(style_.dim(fmt::format("{} in {}", introduction.runtime, sanitized(introduction.folder))));
+  if (introduction.earlierEntries != 0) {
+    line(style_.dim(fmt::format("Going on after {} earlier entries.", introduction.earlierEntries)));
+  }
+}
+
+void TranscriptPrinter::entryAdded(const ChatEntry& entry) {
+  switch (entry.kind) {
+    case ChatEntryKind::user: return showUser(entry);
+    case ChatEntryKind::assistant:
+    case ChatEntryKind::thought: return stream(entry, entry.text);
+    case ChatEntryKind::tool: return showTool(entry);
+    case ChatEntryKind::system:
+      if (entry.text == stoppedText) return;  // the last line says it
+      beginBlock(Block::other);
+      for (const auto& each : text::split(sanitized(entry.text), '\n')) {
+        line(style_.yellow(fmt::format("• {}", each)));
+      }
+  }
+}
+
+void TranscriptPrinter::entryReplaced(const ChatEntry& entry) {
+  if (entry.kind == ChatEntryKind::tool) return showTool(entry);
+  streaming_.clear();
+  entryAdded(entry);
+}
+
+void TranscriptPrinter::textAdded(const ChatEntry& entry, std::string_view text) {
+  stream(entry, text);
+}
+
+void TranscriptPrinter::transcriptReplaced(const Transcript&) {
+  // The person knows the earlier entries; their going on was announced at the start.
+}
+
+void TranscriptPrinter::showUser(const ChatEntry& entry) {
+  beginBlock(Block::other);
+  std::string_view mark = "› ";
+  for (const auto& each : boundedLines(entry.text, promptLinesShown)) {
+    line(style_.bold(std::string(std::exchange(mark, "  ")) + each));
+  }
+  for (const auto& attachment : entry.attachments) {
+    line(style_.dim(fmt::format("  @{}", onOneLine(attachment.path))));
+  }
+}
+
+void TranscriptPrinter::stream(const ChatEntry& entry, std::string_view text) {
+  if (streaming_ != entry.id) {
+    beginBlock(Block::text);
+    streaming_ = entry.id;
+    // A block that begins with empty lines would only tear the page.
+    text.remove_prefix(std::min(text.find_first_not_of("\r\n"), text.size()));
+  }
+  const std::string clean = sanitized(text);
+  if (entry.kind != ChatEntryKind::thought) {
+    put(clean);
+    if (!clean.empty()) atLineStart_ = clean.back() == '\n';
+    return;
+  }
+  const auto lines = text::split(clean, '\n');
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    if (i > 0) {
+      put("\n");
+      atLineStart_ = true;
+    }
+    if (lines[i].empty() && i + 1 == lines.size()) break;
+    const bool opensLine = std::exchange(atLineStart_, false);
+    put(style_.dim(fmt::format("{}{}", opensLine ? thoughtBar : "", lines[i])));
+  }
+}
+
+std::string TranscriptPrinter::toolLine(const ChatEntry& entry) const {
+  const std::string status = entry.status.value_or("pending");
+  const std::string title = onOneLine(entry.title.value_or("Using a tool"));
+  const bool needsWord = status != "completed" && hasEnded(status);
+  const std::string word = needsWord ? fmt::format(" ({})", onOneLine(status)) : std::string();
+  const int room = usableColumns() - 3 - static_cast<int>(word.size());
+  const std::string text = fmt::format("{} {}{}", sign(status), fitted(title, room), word);
+  if (status == "completed") return style_.green(text);
+  return hasEnded(status) ? style_.red(text) : style_.cyan(text);
+}
+
+void TranscriptPrinter::showTool(const ChatEntry& entry) {
+  const std::string status = entry.status.value_or("pending");
+  const std::string text = toolLine(entry);
+  const auto known = openTools_.find(entry.id);
+  const bool isNew = known == openTools_.end();
+  const bool isLast = drawn_ && drawn_->entryID == entry.id;
+  if (hasEnded(status)) {
+    if (!isNew) openTools_.erase(known);
+    return draw(entry.id, Block::tool, {text});
+  }
+  openTools_.insert_or_assign(entry.id, text);
+  // A line that cannot change comes only once, at the end state.
+  if (style_.isLive() && (isNew || isLast)) draw(entry.id, Block::tool, {text});
+}
+
+// ---- the plan -----------------------------------------------------------------------------------
+
+std::string TranscriptPrinter::planLine(const PlanEntry& entry) const {
+  const std::string text = fmt::format("  {} {}", sign(entry.status),
+                                       fitted(onOneLine(entry.content), usableColumns() - 5));
+  if (entry.status == "completed") return style_.green(text);
+  return entry.status == "in_progress" ? style_.cyan(text) : text;
+}
+
+void TranscriptPrinter::planReplaced(const std::vector<PlanEntry>& plan) {
+  if (plan == plan_) return;
+  const auto earlier = std::exchange(plan_, plan);
+  const bool sameSteps = std::ranges::equal(earlier, plan, {}, &PlanEntry::content,
+                                            &PlanEntry::content);
+  const bool isLast = drawn_ && drawn_->entryID.empty();
+  if (sameSteps && !isLast) {
+    // The list has scrolled away: only the steps that are done are news.
+    std::vector<std::string> done;
+    for (std::size_t i = 0; i < plan.size(); ++i) {
+      const bool isNews = plan[i].status != earlier[i].status && hasEnded(plan[i].status);
+      if (isNews) done.push_back(planLine(plan[i]));
+    }
+    if (done.empty()) return;
+    beginBlock(Block::plan);
+    for (const auto& each : done) line(each);
+    return;
+  }
+  if (plan.empty()) return;
+  std::vector<std::string> lines = {style_.bold("Plan")};
+  for (const auto& entry : plan) lines.push_back(planLine(entry));
+  draw("", Block::plan, lines);
+}
+
+// ---- questions and the end ----------------------------------------------------------------------
+
+void TranscriptPrinter::permissionAsked(const PermissionRequest& request) {
+  beginBlock(Block::other);
+  for (const auto& each : permissionLines(request, style_)) line(each);
+  permissionStillOpen(request);
+}
+
+void TranscriptPrinter::permissionStillOpen(const PermissionRequest& request) {
+  if (!showsAnswerPrompt) return;
+  endLine();
+  put(style_.bold(answerPrompt(request)));
+  atLineStart_ = false;
+}
+
+void TranscriptPrinter::permissionAnswered(const PermissionOption* option) {
+  endLine();
+  line(style_.dim(fmt::format("→ {}", option ? onOneLine(option->name) : "Refused")));
+}
+
+void TranscriptPrinter::interrupted() {
+  if (!style_.isLive()) return;
+  if (atLineStart_) {
+    put("\r\x1b[K");
+  } else {
+    endLine();
+  }
+  drawn_.reset();
+}
+
+void TranscriptPrinter::runChanged(const RunRecord& run) {
+  const bool isUnderWay =
+      run.status == RunRecordStatus::starting || run.status == RunRecordStatus::running;
+  if (!style_.isLive() || !atLineStart_ || !isUnderWay || !run.statusMessage) return;
+  put(style_.dim(fitted(onOneLine(*run.statusMessage), usableColumns())) + "\r");
+  statusShown_ = true;
+}
+
+void TranscriptPrinter::ended(const RunRecord* run) {
+  endLine();
+  if (!run) return;
+  for (const auto& [id, text] : std::exchange(openTools_, {})) {
+    // On a live terminal the line stands already.
+    if (style_.isLive()) continue;
+    beginBlock(Block::tool);
+    line(text);
+  }
+  const std::string words = onOneLine(run->statusMessage.value_or(""));
+  beginBlock(Block::other);
+  switch (run->status) {
+    case RunRecordStatus::completed: line(style_.green(fmt::format("✓ {}", words))); break;
+    case RunRecordStatus::cancelled: line(style_.yellow(fmt::format("■ {}", words))); break;
+    default: line(style_.red(fmt::format("✗ {}", words)));
+  }
+  if (!conversation_) return;
+  line(style_.dim(fmt::format("To go on: vantrell run --task {} \"...\"",
+                              conversation_->threadID.text().substr(0, taskIDShown))));
+}
+
+}  // namespace vantrell::shell

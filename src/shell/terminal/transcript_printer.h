@@ -1,0 +1,78 @@
+// A run as a person wants to read it. Text streams; a tool call is one line and the plan one list,
+// which change in place while they are the last thing on a live terminal, and otherwise come again
+// at their end. Main queue.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "shell/terminal/run_observer.h"
+#include "shell/terminal/terminal_style.h"
+
+namespace vantrell::shell {
+
+class TranscriptPrinter final : public RunObserver {
+ public:
+  using Write = std::function<void(std::string_view)>;
+  TranscriptPrinter(Write write, TerminalStyle style)
+      : write_(std::move(write)), style_(std::move(style)) {}
+
+  /// Where a typed answer is read from a terminal, a question ends with a prompt for it.
+  bool showsAnswerPrompt = false;
+
+  void introduced(const RunIntroduction& introduction) override;
+  void entryAdded(const ChatEntry& entry) override;
+  void entryReplaced(const ChatEntry& entry) override;
+  void textAdded(const ChatEntry& entry, std::string_view text) override;
+  void transcriptReplaced(const Transcript& entries) override;
+  void planReplaced(const std::vector<PlanEntry>& plan) override;
+  void permissionAsked(const PermissionRequest& request) override;
+  void lineTyped() override { atLineStart_ = true; }
+  void permissionStillOpen(const PermissionRequest& request) override;
+  void permissionAnswered(const PermissionOption* option) override;
+  void runChanged(const RunRecord& run) override;
+  void interrupted() override;
+  void ended(const RunRecord* run) override;
+
+  /// A line of the program's own, set apart from the transcript.
+  void remark(std::string_view line);
+
+ private:
+  enum class Block { none, text, tool, plan, other };
+  /// What stands last on a live terminal and may be drawn over.
+  struct Drawn {
+    std::string entryID;  // empty: the plan
+    int rows;
+    int columns;  // of the terminal when it was drawn
+  };
+
+  /// The one way to the terminal: takes the passing status away first.
+  void put(std::string_view bytes);
+  void beginBlock(Block block);
+  void endLine();
+  void line(std::string_view styled);
+  void stream(const ChatEntry& entry, std::string_view text);
+  void showTool(const ChatEntry& entry);
+  void showUser(const ChatEntry& entry);
+  /// Draws over what `id` has on the screen if that is the last thing there, else a new block.
+  void draw(std::string_view id, Block block, const std::vector<std::string>& lines);
+  std::string toolLine(const ChatEntry& entry) const;
+  std::string planLine(const PlanEntry& entry) const;
+  int usableColumns() const;
+
+  Write write_;
+  TerminalStyle style_;
+  Block block_ = Block::none;
+  bool atLineStart_ = true;
+  bool statusShown_ = false;
+  std::string streaming_;  // id of the text entry whose text stands last
+  std::optional<Drawn> drawn_;
+  /// Tool calls that have not ended, and what their line said last.
+  std::map<std::string, std::string, std::less<>> openTools_;
+  std::vector<PlanEntry> plan_;
+  std::optional<ThreadExecutionKey> conversation_;
+};
+
+}  // namespace vantrell::shell
