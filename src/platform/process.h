@@ -102,8 +102,10 @@ class Process {
   /// comes.
   void terminate(std::chrono::milliseconds grace = defaultGrace);
   /// Closes the input, drops what the child still writes, and terminates. No handler is called from
-  /// now on (one that is running on the queue finishes).
-  void stop(std::chrono::milliseconds grace = defaultGrace);
+  /// now on (one that is running on the queue finishes). With patience, the child first gets what
+  /// was written, the end of its input and that much time to end by itself.
+  void stop(std::chrono::milliseconds grace = defaultGrace,
+            std::chrono::milliseconds patience = std::chrono::milliseconds::zero());
   bool isRunning() const;
   std::int64_t processID() const;
 

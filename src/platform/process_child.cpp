@@ -293,13 +293,20 @@ void ProcessChild::terminate(Duration grace) {
   killBy(steadyNow() + grace);
 }
 
-void ProcessChild::stop(Duration grace) {
+void ProcessChild::stop(Duration grace, Duration patience) {
   if (std::exchange(stopped_, true) || buried_) return;
   // Read on, though nobody listens: a closed pipe would kill the child at its first word of
   // farewell.
   paused_ = false;
   updateReading(Stream::output);
   updateReading(Stream::error);
+  if (patience > Duration::zero() && !leaderExited_) {
+    closesInput_ = true;
+    if (input_) sendPieces();
+    channel_->inputEnded({});
+    patienceTimer_ = supervisor_.reactor().after(patience, [this, grace] { terminate(grace); });
+    return;
+  }
   closeInput();
   channel_->inputEnded({});
   terminate(grace);
@@ -327,6 +334,7 @@ void ProcessChild::awaitGroup() {
 /// Frees the id, and with it the group's.
 void ProcessChild::bury() {
   if (std::exchange(buried_, true)) return;
+  patienceTimer_.cancel();
   killTimer_.cancel();
   groupTimer_.cancel();
   siginfo_t info{};

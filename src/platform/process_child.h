@@ -28,7 +28,7 @@ class ProcessChild : public std::enable_shared_from_this<ProcessChild> {
   void setPaused(bool paused);
   void readAgain(ProcessChannel::Stream stream);
   void terminate(Duration grace);
-  void stop(Duration grace);
+  void stop(Duration grace, Duration patience);
 
  private:
   struct Source {
@@ -67,6 +67,7 @@ class ProcessChild : public std::enable_shared_from_this<ProcessChild> {
   bool stopped_ = false;
   bool buried_ = false;
   std::optional<Duration> killInstant_;
+  Timer patienceTimer_;
   Timer killTimer_;
   Timer groupTimer_;
 };

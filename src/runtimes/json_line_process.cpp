@@ -95,7 +95,7 @@ std::expected<std::unique_ptr<JsonLineProcess>, ProcessError> JsonLineProcess::s
 }
 
 JsonLineProcess::~JsonLineProcess() {
-  stop();
+  stop(Ending::prompt);
 }
 
 void JsonLineProcess::send(const JsonObject& message) {
@@ -109,9 +109,10 @@ void JsonLineProcess::send(const JsonObject& message) {
   process_->write(std::move(line));
 }
 
-void JsonLineProcess::stop() {
+void JsonLineProcess::stop(Ending ending) {
   state_->isStopped = true;
-  process_->stop();
+  process_->stop(Process::defaultGrace,
+                 ending == Ending::gentle ? patience : std::chrono::milliseconds::zero());
 }
 
 }  // namespace vantrell

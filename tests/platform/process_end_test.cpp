@@ -63,6 +63,27 @@ TEST_F(ProcessEnd, RestOfTheGroupMayOutliveItsLeaderUntilTheStop) {
   EXPECT_TRUE(Process::waitForAll(20s));
 }
 
+TEST_F(ProcessEnd, PatientStopLetsTheChildEndByItself) {
+  const TemporaryFolder folder;
+  const std::string last = folder / "last words";
+  const auto record = start(shell("trap 'echo interrupted > \"" + last +
+                                  "\"; exit' TERM; while read -r line; do "
+                                  "words=\"$words$line\"; done; echo \"$words\" > \"" +
+                                  last + "\""));
+  record->process->write("one\n");
+  record->process->write("two\n");
+  record->process->stop(20s, 20s);
+  EXPECT_TRUE(Process::waitForAll(20s));
+  EXPECT_EQ(TemporaryFolder::contentOf(last), "onetwo\n");
+}
+
+TEST_F(ProcessEnd, PatienceEnds) {
+  const auto record = start(shell("echo $$; exec sleep 100"));
+  const pid_t child = idIn(*record);
+  record->process->stop(20s, 1ms);
+  EXPECT_TRUE(waitForEnd(child));
+}
+
 TEST_F(ProcessEnd, TerminateEndsTheWholeGroupAndStillReports) {
   const auto record = start(shell("sleep 100 & echo $!; wait"));
   const pid_t grandchild = idIn(*record);

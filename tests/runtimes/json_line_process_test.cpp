@@ -100,7 +100,7 @@ TEST_F(JsonLineProcessTest, StopInAHandlerIsTheLastThatIsHeard) {
   JsonLineProcess::Handlers handlers;
   handlers.onMessage = [&](const JsonObject&, std::size_t) {
     ++heard;
-    process->stop();
+    process->stop(JsonLineProcess::Ending::prompt);
     if (heard == 1) stopped.set_value();
   };
   handlers.onEnd = [&](ExitStatus, const std::string&) { heard += 100; };
@@ -131,7 +131,7 @@ TEST_F(JsonLineProcessTest, EachMessageThatCannotBeWrittenIsReported) {
     EXPECT_EQ(errors, 2);
     process->send({});
     EXPECT_EQ(errors, 3);
-    process->stop();
+    process->stop(JsonLineProcess::Ending::prompt);
     process->send({});
     EXPECT_EQ(errors, 3);
     process.reset();

@@ -177,6 +177,10 @@ void ACPConnection::stop() {
   stopping_ = true;
   hasEnded_ = true;
   if (host_) host_->releaseAll();
+  if (process_) {
+    process_->stop(pending_.empty() ? JsonLineProcess::Ending::gentle
+                                    : JsonLineProcess::Ending::prompt);
+  }
   process_.reset();
   failPending(ACPClientError::disconnected());
 }
