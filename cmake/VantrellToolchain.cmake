@@ -8,9 +8,9 @@ option(VANTRELL_DESKTOP "Build what stands on Qt" ON)
 set(VANTRELL_SANITIZER "" CACHE STRING "Sanitizers, as -fsanitize takes them")
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
-                    -Wimplicit-fallthrough -Werror
-                    # Designated initializers leave out what keeps its default.
-                    -Wno-missing-field-initializers)
+                    -Wimplicit-fallthrough -Werror)
+# Designated initializers name the fields that matter; the rest have their defaults.
+add_compile_options(-Wno-missing-field-initializers)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # GCC 12 reports these falsely for std::string and std::optional when it optimizes.
   add_compile_options(-Wno-restrict -Wno-maybe-uninitialized -Wno-array-bounds

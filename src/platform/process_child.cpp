@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <dirent.h>
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <fstream>
 #include <signal.h>
 #include <sys/ioctl.h>
@@ -19,7 +20,7 @@ using Stream = ProcessChannel::Stream;
 
 namespace {
 
-constexpr std::size_t chunkBytes = 64 * 1024;
+constexpr std::size_t chunkBytes = std::size_t{64} * 1024;
 /// A larger pipe saves wake-ups on both sides. Best effort: the user may have used up his share.
 constexpr int outputPipeBytes = 256 * 1024;
 /// How often a group that lost its leader is looked at while it has its grace.
@@ -87,7 +88,8 @@ std::expected<void, ProcessError> ProcessChild::launch(const ProcessOptions& opt
   std::vector<std::string> arguments{options.executable};
   arguments.insert(arguments.end(), options.arguments.begin(), options.arguments.end());
   std::vector<std::string> variables;
-  for (const auto& [name, value] : options.environment) variables.push_back(name + "=" + value);
+  for (const auto& [name, value] : options.environment)
+    variables.push_back(fmt::format("{}={}", name, value));
   const auto argumentPointers = pointers(arguments);
   const auto variablePointers = pointers(variables);
 

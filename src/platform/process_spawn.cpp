@@ -13,6 +13,7 @@
 #include <system_error>
 
 // glibc's clone by its other name: the thread sanitizer takes the first one for a fork.
+// NOLINTNEXTLINE(bugprone-reserved-identifier)
 extern "C" int __clone(int (*function)(void*), void* stack, int flags, void* argument, ...);
 
 // The sanitizers must not see a function that runs on a borrowed stack in borrowed memory.
@@ -110,7 +111,7 @@ VANTRELL_IN_CHILD int runChild(void* argument) {
 }
 
 /// The child's stack until the exec. One is enough: all spawning is done by one thread.
-alignas(64) std::array<std::byte, 64 * 1024> childStack;
+alignas(64) std::array<std::byte, std::size_t{64} * 1024> childStack;
 
 }  // namespace
 
