@@ -9,6 +9,8 @@ set(VANTRELL_SANITIZER "" CACHE STRING "Sanitizers, as -fsanitize takes them")
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
                     -Wimplicit-fallthrough -Werror)
+# Designated initializers name the fields that matter; the rest have their defaults.
+add_compile_options(-Wno-missing-field-initializers)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # GCC 12 reports both of these falsely for std::string and std::optional when it optimizes.
   add_compile_options(-Wno-restrict -Wno-maybe-uninitialized)

@@ -101,8 +101,8 @@ class Process {
   /// SIGTERM for the whole group, and SIGKILL for what is left of it after `grace`. onExit still
   /// comes.
   void terminate(std::chrono::milliseconds grace = defaultGrace);
-  /// Closes input and outputs and terminates. No handler is called from now on (one that is running
-  /// on the queue finishes).
+  /// Closes the input, drops what the child still writes, and terminates. No handler is called from
+  /// now on (one that is running on the queue finishes).
   void stop(std::chrono::milliseconds grace = defaultGrace);
   bool isRunning() const;
   std::int64_t processID() const;

@@ -62,7 +62,7 @@ void ProcessChannel::inputEnded(const ProcessError& error) {
 bool ProcessChannel::hasRoom(Stream stream) {
   const std::lock_guard lock(mutex_);
   auto& flow = flows_[static_cast<std::size_t>(stream)];
-  flow.waitsForRoom = flow.chunksOnTheirWay >= chunksPerStream;
+  flow.waitsForRoom = flow.chunksOnTheirWay >= chunksPerStream && !stopped_;
   return !flow.waitsForRoom;
 }
 

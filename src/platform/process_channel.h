@@ -42,7 +42,7 @@ class ProcessChannel : public std::enable_shared_from_this<ProcessChannel> {
   void inputEnded(const ProcessError& error);
 
   /// False when enough chunks of this stream are on their way; roomAgain is then called, on the
-  /// handlers' queue, as soon as one was handled.
+  /// handlers' queue, as soon as one was handled. Always true after stop(): nothing is kept then.
   bool hasRoom(Stream stream);
   std::function<void(Stream)> roomAgain;  // set before the first chunk
   void deliver(Stream stream, std::string bytes);

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <dirent.h>
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <fstream>
 #include <signal.h>
 #include <sys/ioctl.h>
@@ -19,7 +20,7 @@ using Stream = ProcessChannel::Stream;
 
 namespace {
 
-constexpr std::size_t chunkBytes = 64 * 1024;
+constexpr std::size_t chunkBytes = std::size_t{64} * 1024;
 /// A larger pipe saves wake-ups on both sides. Best effort: the user may have used up his share.
 constexpr int outputPipeBytes = 256 * 1024;
 /// How often a group that lost its leader is looked at while it has its grace.
@@ -87,7 +88,8 @@ std::expected<void, ProcessError> ProcessChild::launch(const ProcessOptions& opt
   std::vector<std::string> arguments{options.executable};
   arguments.insert(arguments.end(), options.arguments.begin(), options.arguments.end());
   std::vector<std::string> variables;
-  for (const auto& [name, value] : options.environment) variables.push_back(name + "=" + value);
+  for (const auto& [name, value] : options.environment)
+    variables.push_back(fmt::format("{}={}", name, value));
   const auto argumentPointers = pointers(arguments);
   const auto variablePointers = pointers(variables);
 
@@ -271,18 +273,20 @@ void ProcessChild::onLeaderExit() {
   output_ = {};
   error_ = {};
   closeInput();
-  const auto self = shared_from_this();
+  // Nothing of the child is left when its exit is reported, and its exit is on its way when nobody
+  // waits for it any more.
+  if (endsGroupWithLeader_) bury();
+  channel_->inputEnded(processError(ProcessError::Step::write, EPIPE));
+  channel_->exited(status);
   if (endsGroupWithLeader_) {
     retire();
   } else if (stopped_) {
     awaitGroup();
   }
-  channel_->inputEnded(processError(ProcessError::Step::write, EPIPE));
-  channel_->exited(status);
 }
 
 void ProcessChild::terminate(Duration grace) {
-  if (retired_) return;
+  if (buried_) return;
   if (grace <= Duration::zero()) return killGroup();
   ::kill(-id_, SIGTERM);
   ::kill(-id_, SIGCONT);  // one that is suspended could not even die
@@ -290,10 +294,12 @@ void ProcessChild::terminate(Duration grace) {
 }
 
 void ProcessChild::stop(Duration grace) {
-  if (retired_) return;
-  stopped_ = true;
-  output_ = {};
-  error_ = {};
+  if (std::exchange(stopped_, true) || buried_) return;
+  // Read on, though nobody listens: a closed pipe would kill the child at its first word of
+  // farewell.
+  paused_ = false;
+  updateReading(Stream::output);
+  updateReading(Stream::error);
   closeInput();
   channel_->inputEnded({});
   terminate(grace);
@@ -313,13 +319,14 @@ void ProcessChild::killGroup() {
 
 /// The leader is a zombie, the others have their grace. Only when leader and group end apart.
 void ProcessChild::awaitGroup() {
-  if (retired_) return;
+  if (buried_) return;
   if (!groupHasMembers(id_)) return retire();
   groupTimer_ = supervisor_.reactor().after(groupCheckPeriod, [this] { awaitGroup(); });
 }
 
-void ProcessChild::retire() {
-  if (std::exchange(retired_, true)) return;
+/// Frees the id, and with it the group's.
+void ProcessChild::bury() {
+  if (std::exchange(buried_, true)) return;
   killTimer_.cancel();
   groupTimer_.cancel();
   siginfo_t info{};
@@ -328,7 +335,11 @@ void ProcessChild::retire() {
   }
   handle_.reset();
   supervisor_.guard().remove(id_);
-  supervisor_.remove(id_);  // may be the last that holds this object
+}
+
+void ProcessChild::retire() {
+  bury();
+  supervisor_.remove(shared_from_this());  // may be the last that holds this object
 }
 
 }  // namespace vantrell

@@ -13,25 +13,30 @@ Duration addSaturating(Duration instant, Duration delay) {
 
 }  // namespace
 
+/// Does not hold the entry: a timer that outlives its queue must not keep alive what its work
+/// holds.
 class TimerTable::Handle final : public Timer::Registration {
  public:
-  Handle(std::weak_ptr<State> state, std::shared_ptr<Entry> entry)
+  Handle(std::weak_ptr<State> state, std::weak_ptr<Entry> entry)
       : state_(std::move(state)), entry_(std::move(entry)) {}
 
   ~Handle() override {
-    entry_->active = false;
-    const auto state = state_.lock();
-    if (!state) return;
-    // What the work holds may own further timers of this table, so it goes only after the map is
-    // consistent again.
-    const auto node = state->entries.extract(entry_->key);
+    const auto entry = entry_.lock();
+    if (!entry) return;
+    entry->active = false;
+    // The work goes at the end of this function, when the map is consistent again: what it holds
+    // may own further timers.
+    if (const auto state = state_.lock()) state->entries.erase(entry->key);
   }
 
-  bool isActive() const override { return entry_->active && !state_.expired(); }
+  bool isActive() const override {
+    const auto entry = entry_.lock();
+    return entry && entry->active;
+  }
 
  private:
   std::weak_ptr<State> state_;
-  std::shared_ptr<Entry> entry_;
+  std::weak_ptr<Entry> entry_;
 };
 
 TimerTable::TimerTable(Clock uptime, WakeAt wakeAt)
@@ -45,19 +50,19 @@ TimerTable::~TimerTable() {
 Timer TimerTable::after(Duration delay, Work work) {
   auto entry = std::make_shared<Entry>();
   entry->once = std::move(work);
-  return add(addSaturating(uptime_(), delay), std::move(entry));
+  return add(addSaturating(uptime_(), delay), entry);
 }
 
 Timer TimerTable::every(Duration period, std::function<void()> work) {
   auto entry = std::make_shared<Entry>();
   entry->period = std::max(period, shortestPeriod);
   entry->repeated = std::move(work);
-  return add(addSaturating(uptime_(), entry->period), std::move(entry));
+  return add(addSaturating(uptime_(), entry->period), entry);
 }
 
-Timer TimerTable::add(Duration due, std::shared_ptr<Entry> entry) {
+Timer TimerTable::add(Duration due, const std::shared_ptr<Entry>& entry) {
   insert(due, entry);
-  return Timer(std::make_unique<Handle>(state_, std::move(entry)));
+  return Timer(std::make_unique<Handle>(state_, entry));
 }
 
 void TimerTable::insert(Duration due, const std::shared_ptr<Entry>& entry) {

@@ -84,28 +84,5 @@ TEST(ManualMainQueue, WaitsForAnotherThreadAndGivesUpAtTheLimit) {
   EXPECT_FALSE(queue.runUntil([] { return false; }, 1ms));
 }
 
-TEST(RunLoop, QuitLeavesTheRestForTheNextRun) {
-  RunLoop loop;
-  std::string order;
-  loop.post([&] {
-    order += 'a';
-    loop.quit();
-  });
-  loop.post([&] { order += 'b'; });
-  loop.post([&] { loop.quit(); });
-  loop.run();
-  EXPECT_EQ(order, "a");
-  loop.run();
-  EXPECT_EQ(order, "ab");
-}
-
-TEST(RunLoop, QuitFromAnotherThreadIsNotLostHoweverEarlyItComes) {
-  for (int round = 0; round < 200; ++round) {
-    RunLoop loop;
-    const std::jthread other([&] { loop.quit(); });
-    loop.run();
-  }
-}
-
 }  // namespace
 }  // namespace vantrell

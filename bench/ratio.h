@@ -1,0 +1,77 @@
+// How a benchmark says what it found: as a ratio to a baseline measured in the same run, so that
+// the answer means the same on every machine. A program that misses its limit exits with 1.
+//
+//     int main() {
+//       const auto found = bench::compare(500, startWithProcess, startBare);
+//       return bench::report({"process start to first line", "a bare posix_spawn", 1.5}, found);
+//     }
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <fmt/format.h>
+#include <string_view>
+#include <vector>
+
+namespace vantrell::bench {
+
+using Clock = std::chrono::steady_clock;
+/// Medians of one round each.
+struct Medians {
+  Clock::duration ours;
+  Clock::duration baseline;
+  double ratio() const {
+    return static_cast<double>(ours.count()) / static_cast<double>(baseline.count());
+  }
+};
+
+/// The time that one call takes.
+template <typename Body>
+Clock::duration timed(Body&& body) {
+  const auto start = Clock::now();
+  body();
+  return Clock::now() - start;
+}
+
+/// Measures both by turns, so that the noise of the machine hits both alike. Each body does one
+/// round and answers the time that counts (with timed(), or less than the whole round). The first
+/// tenth of the rounds only warms up.
+template <typename Ours, typename Baseline>
+Medians compare(int rounds, Ours&& ours, Baseline&& baseline) {
+  std::vector<Clock::duration> oursTimes;
+  std::vector<Clock::duration> baselineTimes;
+  for (int round = -rounds / 10; round < rounds; ++round) {
+    const Clock::duration oursTime = ours();
+    const Clock::duration baselineTime = baseline();
+    if (round < 0) continue;
+    oursTimes.push_back(oursTime);
+    baselineTimes.push_back(baselineTime);
+  }
+  const auto median = [](std::vector<Clock::duration>& times) {
+    const auto middle = times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2);
+    std::ranges::nth_element(times, middle);
+    return *middle;
+  };
+  return {median(oursTimes), median(baselineTimes)};
+}
+
+struct Claim {
+  std::string_view what;      // "process start to first line"
+  std::string_view baseline;  // "a bare posix_spawn"
+  double limit;               // the ratio must not exceed it
+};
+
+/// Prints one line. Answers the exit status for main(): combine several with |.
+inline int report(const Claim& claim, double ratio) {
+  const bool kept = ratio <= claim.limit;
+  fmt::print("{}: {:.2f} of {} (limit {:.2g}){}\n", claim.what, ratio, claim.baseline, claim.limit,
+             kept ? "" : " MISSED");
+  return kept ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+inline int report(const Claim& claim, const Medians& found) {
+  return report(claim, found.ratio());
+}
+
+}  // namespace vantrell::bench

@@ -1,0 +1,194 @@
+#include <fstream>
+#include <sys/wait.h>
+
+#include "platform/process_fixture.h"
+#include "support/temporary_folder.h"
+
+namespace vantrell::tests {
+namespace {
+
+using ProcessEnd = ProcessTest;
+
+TEST_F(ProcessEnd, TellsStatusAndSignalApartAndOnce) {
+  struct Case {
+    const char* script;
+    int status;
+    int signal;
+    int code;
+  };
+  for (const auto& each :
+       {Case{"exit 0", 0, 0, 0}, Case{"exit 3", 3, 0, 3}, Case{"exit 255", 255, 0, 255},
+        Case{"kill -9 $$", 0, 9, 137}, Case{"kill -15 $$", 0, 15, 143}}) {
+    SCOPED_TRACE(each.script);
+    const auto record = run(shell(each.script));
+    EXPECT_EQ(record->exits.front().status, each.status);
+    EXPECT_EQ(record->exits.front().signal, each.signal);
+    EXPECT_EQ(record->exits.front().code(), each.code);
+    EXPECT_FALSE(record->process->isRunning());
+    record->process->terminate();
+    record->process->write("to nobody");
+    EXPECT_TRUE(Process::waitForAll(20s));
+    main_.runReady();
+    EXPECT_EQ(record->exits.size(), 1U);
+    EXPECT_TRUE(record->writeErrors.empty());
+  }
+}
+
+TEST_F(ProcessEnd, GrandchildWithTheSamePipesDelaysNothing) {
+  // In a session of its own, so that the end of the group does not reach it.
+  const auto record =
+      run(shell("setsid sh -c 'echo $$; exec sleep 100' & read -r x < /proc/self/stat;"
+                "while ! [ \"$(ps -o comm= --ppid $$ | grep sleep)\" ]; do :; done"));
+  const pid_t grandchild = idIn(*record);
+  EXPECT_EQ(::kill(grandchild, 0), 0) << "still there, with the pipes open";
+  ::kill(grandchild, SIGKILL);
+  EXPECT_TRUE(waitForEnd(grandchild));
+}
+
+TEST_F(ProcessEnd, RestOfTheGroupEndsWithItsLeader) {
+  const auto record = run(shell("sleep 100 & echo $!"));
+  EXPECT_TRUE(waitForEnd(idIn(*record)));
+}
+
+TEST_F(ProcessEnd, RestOfTheGroupMayOutliveItsLeaderUntilTheStop) {
+  auto options = shell("sleep 100 & echo $!; exit 5");
+  options.endGroupWithLeader = false;
+  const auto record = run(options);
+  EXPECT_EQ(record->exits.front().status, 5);
+  const pid_t grandchild = idIn(*record);
+  EXPECT_EQ(::kill(grandchild, 0), 0);
+  EXPECT_FALSE(Process::waitForAll(0ms)) << "its group counts";
+  record->process->stop();
+  EXPECT_TRUE(waitForEnd(grandchild));
+  EXPECT_TRUE(Process::waitForAll(20s));
+}
+
+TEST_F(ProcessEnd, TerminateEndsTheWholeGroupAndStillReports) {
+  const auto record = start(shell("sleep 100 & echo $!; wait"));
+  const pid_t grandchild = idIn(*record);
+  record->process->terminate();
+  finish(record);
+  EXPECT_EQ(record->exits.front().signal, SIGTERM);
+  EXPECT_TRUE(waitForEnd(grandchild));
+}
+
+TEST_F(ProcessEnd, ChildMayCleanUpWithinTheGrace) {
+  const auto record =
+      start(shell("trap 'echo cleaned; exit 7' TERM; echo up; while :; do sleep 0.01; done"));
+  awaitOutput(*record, "up");
+  record->process->terminate();
+  finish(record);
+  EXPECT_EQ(record->output, "up\ncleaned\n");
+  EXPECT_EQ(record->exits.front().status, 7);
+}
+
+TEST_F(ProcessEnd, ChildThatIgnoresTheRequestIsKilledAfterTheGrace) {
+  const auto record = start(shell("trap '' TERM; sleep 100 & echo $!; wait"));
+  const pid_t grandchild = idIn(*record);
+  const auto before = std::chrono::steady_clock::now();
+  record->process->terminate(50ms);
+  finish(record);
+  EXPECT_GE(std::chrono::steady_clock::now() - before, 50ms);
+  EXPECT_EQ(record->exits.front().signal, SIGKILL);
+  EXPECT_TRUE(waitForEnd(grandchild));
+}
+
+TEST_F(ProcessEnd, SuspendedChildEndsToo) {
+  const auto record = start(shell("echo up; kill -STOP $$; sleep 100"));
+  awaitOutput(*record, "up");
+  record->process->terminate(20s);
+  finish(record);
+  EXPECT_EQ(record->exits.front().signal, SIGTERM);
+}
+
+TEST_F(ProcessEnd, NoHandlerIsCalledAfterTheStop) {
+  const auto record = start(shell("sleep 100 & echo $!; while :; do echo more; done"));
+  const pid_t grandchild = idIn(*record);
+  queue_.post([&] {
+    record->process->stop();
+    main_.post([&] { record->order.clear(); });
+  });
+  awaitQueue();
+  EXPECT_TRUE(Process::waitForAll(20s));
+  EXPECT_TRUE(waitForEnd(grandchild));
+  awaitQueue();
+  main_.runReady();
+  EXPECT_EQ(record->order, "");
+  EXPECT_TRUE(record->exits.empty());
+}
+
+TEST_F(ProcessEnd, DestructionEndsTheGroupAtOnceAndReleasesTheHandlers) {
+  auto held = std::make_shared<int>(0);
+  auto started = Process::start(shell("trap '' TERM; sleep 100 & wait"), queue_,
+                                {.onExit = [held](ExitStatus) { ADD_FAILURE(); }});
+  ASSERT_TRUE(started);
+  const auto id = static_cast<pid_t>((*started)->processID());
+  started->reset();
+  EXPECT_TRUE(waitForEnd(id));
+  EXPECT_TRUE(Process::waitForAll(20s));
+  awaitQueue();
+  EXPECT_EQ(held.use_count(), 1);
+}
+
+TEST_F(ProcessEnd, DestructionAfterAStopKeepsItsGraceAndTheChildMayStillWrite) {
+  const TemporaryFolder folder;
+  auto options = shell(
+      "trap 'sleep 0.1; yes | head -c 1000000; echo bye >&2; echo x > done; exit' TERM;"
+      "echo up; while :; do sleep 0.01; done");
+  options.workingFolder = folder.path();
+  auto record = start(options);
+  awaitOutput(*record, "up");
+  record->process->pauseReading();
+  record->process->stop(20s);
+  record->process.reset();
+  EXPECT_TRUE(Process::waitForAll(20s));
+  EXPECT_EQ(folder.names(), std::set<std::string>{"done"});
+}
+
+TEST_F(ProcessEnd, HandlersThatHoldTheirProcessDoNotKeepItForEver) {
+  auto process = std::make_shared<std::shared_ptr<Process>>();
+  std::weak_ptr<std::shared_ptr<Process>> watched = process;
+  bool exited = false;
+  auto started = Process::start(
+      {.executable = "/bin/true"}, queue_,
+      {.onExit = [this, &exited, process](ExitStatus) { main_.post([&] { exited = true; }); }});
+  ASSERT_TRUE(started);
+  *process = std::move(*started);
+  process.reset();
+  EXPECT_TRUE(main_.runUntil([&] { return exited; }));
+  awaitQueue();
+  EXPECT_TRUE(watched.expired());
+}
+
+TEST_F(ProcessEnd, WaitForAllHasALimit) {
+  const auto record = start(shell("sleep 100"));
+  EXPECT_FALSE(Process::waitForAll(20ms));
+  record->process->stop();
+  EXPECT_TRUE(Process::waitForAll(20s));
+}
+
+TEST_F(ProcessEnd, AThousandStartsAndStopsLeaveNothing) {
+  const auto children = [] {
+    std::ifstream file("/proc/self/task/" + std::to_string(::getpid()) + "/children");
+    std::string text;
+    std::getline(file, text);
+    return std::ranges::count(text, ' ');
+  };
+  run({.executable = "/bin/true"});  // the reactor and its guard are there from here on
+  const auto descriptors = entries("/proc/self/fd");
+  const auto threads = entries("/proc/self/task");
+  const auto before = children();
+  for (int round = 0; round < 1000; ++round) {
+    auto process = Process::start({.executable = "/bin/cat"}, queue_, {});
+    ASSERT_TRUE(process);
+    (*process)->write("x");
+    if (round % 2 == 0) (*process)->stop();
+  }
+  EXPECT_TRUE(Process::waitForAll(20s));
+  EXPECT_EQ(entries("/proc/self/fd"), descriptors);
+  EXPECT_EQ(entries("/proc/self/task"), threads);
+  EXPECT_EQ(children(), before);
+}
+
+}  // namespace
+}  // namespace vantrell::tests

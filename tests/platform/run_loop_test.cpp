@@ -1,0 +1,175 @@
+#include "platform/run_loop.h"
+
+#include <csignal>
+#include <fcntl.h>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <thread>
+#include <unistd.h>
+
+#include "platform/descriptor.h"
+#include "support/temporary_folder.h"
+
+namespace vantrell::tests {
+namespace {
+
+using namespace std::chrono_literals;
+
+/// A loop that a mistake cannot keep for ever.
+class RunLoopTest : public testing::Test {
+ protected:
+  void runToQuit() {
+    const Timer limit = loop_.after(20s, [this] {
+      ADD_FAILURE() << "still running";
+      loop_.quit();
+    });
+    loop_.run();
+  }
+  RunLoop loop_;
+};
+
+TEST_F(RunLoopTest, QuitLeavesTheRestForTheNextRun) {
+  std::string order;
+  loop_.post([&] {
+    order += 'a';
+    loop_.quit();
+  });
+  loop_.post([&] { order += 'b'; });
+  loop_.post([&] { loop_.quit(); });
+  runToQuit();
+  EXPECT_EQ(order, "a");
+  runToQuit();
+  EXPECT_EQ(order, "ab");
+}
+
+TEST_F(RunLoopTest, QuitFromAnotherThreadIsNotLostHoweverEarlyItComes) {
+  for (int round = 0; round < 200; ++round) {
+    const std::jthread other([&] { loop_.quit(); });
+    runToQuit();
+  }
+}
+
+TEST_F(RunLoopTest, DeliversSignalsOnTheQueueUntilTheWatchGoes) {
+  std::vector<int> seen;
+  const auto thread = std::this_thread::get_id();
+  auto watch = loop_.watchSignals({SIGUSR1, SIGUSR2}, [&](int signal) {
+    EXPECT_EQ(std::this_thread::get_id(), thread);
+    seen.push_back(signal);
+    if (seen.size() == 2) loop_.quit();
+    ::raise(SIGUSR2);
+  });
+  ::raise(SIGUSR1);
+  EXPECT_TRUE(seen.empty());
+  runToQuit();
+  EXPECT_EQ(seen, (std::vector{SIGUSR1, SIGUSR2}));
+  watch.reset();
+  struct sigaction action{};
+  ::sigaction(SIGUSR1, nullptr, &action);
+  EXPECT_EQ(action.sa_handler, SIG_DFL);
+}
+
+TEST_F(RunLoopTest, TwoWatchesOfOneSignalBothHearOfIt) {
+  std::string seen;
+  const auto note = [&](char name) {
+    return [&, name](int) {
+      seen += name;
+      if (seen.size() == 2) loop_.quit();
+    };
+  };
+  const auto first = loop_.watchSignals({SIGUSR1}, note('1'));
+  const auto second = loop_.watchSignals({SIGUSR1}, note('2'));
+  ::raise(SIGUSR1);
+  runToQuit();
+  std::ranges::sort(seen);
+  EXPECT_EQ(seen, "12");
+}
+
+/// A pipe whose writing end is ours.
+struct Pipe {
+  Pipe() {
+    int ends[2];
+    if (::pipe2(ends, O_CLOEXEC) == 0) reading = Descriptor(ends[0]), writing = Descriptor(ends[1]);
+  }
+  void write(std::string_view text) const {
+    EXPECT_EQ(::write(writing.get(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  }
+  Descriptor reading;
+  Descriptor writing;
+};
+
+TEST_F(RunLoopTest, ReadsLinesWhateverThePiecesInWhichTheyCome) {
+  const Pipe pipe;
+  std::vector<std::string> lines;
+  const auto watch = loop_.watchLines(
+      pipe.reading.get(),
+      [&](std::string line) {
+        lines.push_back(std::move(line));
+        loop_.quit();
+      },
+      [] { ADD_FAILURE() << "no end yet"; });
+  pipe.write("on");
+  pipe.write("e\n");
+  runToQuit();
+  EXPECT_EQ(lines, std::vector<std::string>{"one"});
+  EXPECT_EQ(::fcntl(pipe.reading.get(), F_GETFL) & O_NONBLOCK, 0)
+      << "the mode is shared with every program on the same terminal";
+}
+
+TEST_F(RunLoopTest, DeliversTheUnfinishedLastLineAndThenTheEnd) {
+  struct Case {
+    std::string input;
+    std::vector<std::string> lines;
+  };
+  const std::string huge(300'000, 'x');
+  const TemporaryFolder folder;
+  for (const auto& each : {Case{"", {}}, Case{"a\nb", {"a", "b"}}, Case{"a\n\nb\n", {"a", "", "b"}},
+                           Case{"\n", {""}}, Case{huge + "\n" + huge, {huge, huge}}}) {
+    const Descriptor file(::open(folder.file("input", each.input).c_str(), O_RDONLY | O_CLOEXEC));
+    std::vector<std::string> lines;
+    int ends = 0;
+    const auto watch = loop_.watchLines(
+        file.get(), [&](std::string line) { lines.push_back(std::move(line)); },
+        [&] {
+          ++ends;
+          loop_.quit();
+        });
+    runToQuit();
+    EXPECT_EQ(lines, each.lines);
+    EXPECT_EQ(ends, 1);
+  }
+}
+
+TEST_F(RunLoopTest, LineWatchMayBeDestroyedByItsOwnHandlerAndLeavesTheRest) {
+  const Pipe pipe;
+  std::vector<std::string> lines;
+  std::shared_ptr<RunLoop::LineWatch> watch;
+  watch = loop_.watchLines(
+      pipe.reading.get(),
+      [&](std::string line) {
+        lines.push_back(std::move(line));
+        watch.reset();
+        loop_.quit();
+      },
+      [] { ADD_FAILURE(); });
+  pipe.write("one\ntwo\nthree");
+  runToQuit();
+  EXPECT_EQ(lines, std::vector<std::string>{"one"});
+  pipe.write("for another reader");
+  char rest[64];
+  EXPECT_EQ(::read(pipe.reading.get(), rest, sizeof rest), 18);
+}
+
+TEST_F(RunLoopTest, LineWatchOfASilentSourceEndsAtOnce) {
+  const Pipe pipe;
+  auto watch = loop_.watchLines(pipe.reading.get(), [](std::string) {}, [] {});
+  watch.reset();  // joins the reading thread
+}
+
+TEST_F(RunLoopTest, BadDescriptorIsAnEnd) {
+  const auto watch =
+      loop_.watchLines(-1, [](std::string) { ADD_FAILURE(); }, [&] { loop_.quit(); });
+  runToQuit();
+}
+
+}  // namespace
+}  // namespace vantrell::tests
