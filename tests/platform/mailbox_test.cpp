@@ -4,7 +4,6 @@
 #include <thread>
 
 #include "platform/manual_main_queue.h"
-#include "platform/weakly.h"
 
 namespace vantrell {
 namespace {
@@ -171,22 +170,6 @@ TEST_F(MailboxTest, PairsOfOneHoldAreNeverTornApart) {
   sender.join();
   main_.runReady();
   EXPECT_EQ(torn, 0);
-}
-
-struct Listener : std::enable_shared_from_this<Listener> {
-  std::string heard;
-};
-
-TEST(Weakly, RunsOnlyWhileTheOwnerLivesAndDoesNotKeepIt) {
-  auto owner = std::make_shared<Listener>();
-  auto callback = weakly(owner.get(), [](Listener& listener, const std::string& text, int number) {
-    listener.heard += text + std::to_string(number);
-  });
-  callback("a", 1);
-  EXPECT_EQ(owner->heard, "a1");
-  EXPECT_EQ(owner.use_count(), 1);
-  owner.reset();
-  callback("b", 2);
 }
 
 }  // namespace

@@ -11,15 +11,22 @@ std::vector<std::string> agentArguments(GrokPermissionMode mode,
                                         const std::optional<std::string>& model,
                                         const std::optional<std::string>& effort) {
   std::vector<std::string> arguments;
-  if (mode == GrokPermissionMode::ask) arguments = {"--permission-mode", "default"};
-  if (mode == GrokPermissionMode::auto_) arguments = {"--permission-mode", "auto"};
-  arguments.push_back("agent");
-  if (model && !model->empty()) arguments.insert(arguments.end(), {"--model", *model});
-  if (effort && !effort->empty() && *effort != "default") {
-    arguments.insert(arguments.end(), {"--reasoning-effort", *effort});
+  const auto add = [&arguments](std::string_view argument) { arguments.emplace_back(argument); };
+  if (mode != GrokPermissionMode::fullAccess) {
+    add("--permission-mode");
+    add(mode == GrokPermissionMode::ask ? "default" : "auto");
   }
-  if (mode == GrokPermissionMode::fullAccess) arguments.push_back("--always-approve");
-  arguments.push_back("stdio");
+  add("agent");
+  if (model && !model->empty()) {
+    add("--model");
+    add(*model);
+  }
+  if (effort && !effort->empty() && *effort != "default") {
+    add("--reasoning-effort");
+    add(*effort);
+  }
+  if (mode == GrokPermissionMode::fullAccess) add("--always-approve");
+  add("stdio");
   return arguments;
 }
 
