@@ -13,6 +13,8 @@ namespace vantrell::shell {
 class TerminalStyle {
  public:
   static TerminalStyle plain() { return TerminalStyle(-1, false); }
+  /// Colours and moving lines; sizes come from the descriptor.
+  static TerminalStyle live(int descriptor) { return TerminalStyle(descriptor, true); }
   /// What the descriptor and the environment allow.
   static TerminalStyle of(int descriptor, const Environment& environment);
 

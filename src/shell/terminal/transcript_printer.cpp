@@ -11,6 +11,7 @@ namespace vantrell::shell {
 namespace {
 
 constexpr std::size_t promptLinesShown = 6;
+constexpr std::size_t systemLinesShown = 40;
 constexpr std::size_t taskIDShown = 8;  // characters, plenty to tell tasks apart
 constexpr std::string_view stoppedText = "Stopped by you.";
 constexpr std::string_view thoughtBar = "│ ";
@@ -98,7 +99,7 @@ void TranscriptPrinter::entryAdded(const ChatEntry& entry) {
     case ChatEntryKind::system:
       if (entry.text == stoppedText) return;  // the last line says it
       beginBlock(Block::other);
-      for (const auto& each : text::split(sanitized(entry.text), '\n')) {
+      for (const auto& each : boundedLines(entry.text, systemLinesShown)) {
         line(style_.yellow(fmt::format("• {}", each)));
       }
   }
