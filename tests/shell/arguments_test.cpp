@@ -41,10 +41,14 @@ TEST(Arguments, RunTakesOptionsInAnyOrderAndEitherSpelling) {
 TEST(Arguments, OtherCommands) {
   using Kind = Invocation::Kind;
   const std::vector<std::pair<Words, Kind>> cases = {
-      {{}, Kind::welcome},           {{"--practice"}, Kind::tour},
-      {{"--help"}, Kind::help},      {{"-h"}, Kind::help},
-      {{"help"}, Kind::help},        {{"help", "run"}, Kind::runHelp},
-      {{"--version"}, Kind::version}, {{"run", "--help"}, Kind::runHelp},
+      {{}, Kind::welcome},
+      {{"--practice"}, Kind::tour},
+      {{"--help"}, Kind::help},
+      {{"-h"}, Kind::help},
+      {{"help"}, Kind::help},
+      {{"help", "run"}, Kind::runHelp},
+      {{"--version"}, Kind::version},
+      {{"run", "--help"}, Kind::runHelp},
       {{"run", "--json", "x", "-h"}, Kind::runHelp},
   };
   for (const auto& [words, kind] : cases) {
@@ -73,7 +77,7 @@ TEST(Arguments, EveryMistakeSaysWhatToDo) {
       {{"run", "--practice", "--provider", "kimi", "x"}, "Give one of them"},
       {{"run", "--task", "1234", "--project", ".", "x"}, "Leave out --project"},
       {{"run", "--executable", "k", "x"}, "--provider kimi"},
-      {{"rnu", "x"}, "Did you mean run?"},
+      {{"rum", "x"}, "Did you mean run?"},
       {{"explain", "this"}, "vantrell run \"explain this\""},
       {{"--json"}, "belongs to \"run\""},
       {{"--versoin"}, "Did you mean --version?"},
@@ -88,9 +92,9 @@ TEST(Arguments, EveryMistakeSaysWhatToDo) {
 }
 
 TEST(Arguments, HelpNamesEveryOptionThatIsRead) {
-  for (const auto* option : {"--project", "--task", "--provider", "--executable", "--practice",
-                             "--model", "--effort", "--mode", "--workflow", "--attach", "--answer",
-                             "--json"}) {
+  for (const auto* option :
+       {"--project", "--task", "--provider", "--executable", "--practice", "--model", "--effort",
+        "--mode", "--workflow", "--attach", "--answer", "--json"}) {
     EXPECT_TRUE(runHelpText().contains(option)) << option;
   }
 }

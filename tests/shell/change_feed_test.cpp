@@ -32,7 +32,8 @@ class ChangeFeedTest : public testing::Test {
     for (const auto& line : lines) {
       const auto event = json::parseObject(line);
       words += *json::text(*event, "event");
-      if (const auto* entry = json::object(*event, "entry")) words += ":" + *json::text(*entry, "id");
+      if (const auto* entry = json::object(*event, "entry"))
+        words += ":" + *json::text(*entry, "id");
       if (const auto* text = json::text(*event, "text")) words += ":" + *text;
       words += " ";
     }

@@ -32,7 +32,10 @@ TEST(PermissionPrompt, BoundsALongDetail) {
 TEST(PermissionPrompt, ReadsANumberOrAnId) {
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"1", "yes"},  // the number that is seen, not the id "1"
-      {" 2 ", "1"}, {"3", "no"}, {"no", "no"}, {"yes\r", "yes"}};
+      {" 2 ", "1"},
+      {"3", "no"},
+      {"no", "no"},
+      {"yes\r", "yes"}};
   const auto asked = request();
   for (const auto& [line, id] : cases) {
     const auto answer = readAnswer(asked, line);

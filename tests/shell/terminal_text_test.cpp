@@ -17,8 +17,10 @@ TEST(TerminalText, NothingThatDrivesATerminalGetsThrough) {
       {"one\r\ntwo", "one\ntwo"},
       {"hidden\rshown", "hidden␍shown"},
       {"back\b\b", "back␈␈"},
-      {"\xC2\x9B\x32J", "<U+009B>2J"},           // the one-character form of ESC [
-      {"\xE2\x80\xAE" "evil", "<U+202E>evil"},   // right-to-left override
+      {"\xC2\x9B\x32J", "<U+009B>2J"},  // the one-character form of ESC [
+      {"\xE2\x80\xAE"
+       "evil",
+       "<U+202E>evil"},  // right-to-left override
       {"\xE2\x81\xA6", "<U+2066>"},
       {"\xE2\x80\xA8", "<U+2028>"},
       {"\x9B\xFF", "\xEF\xBF\xBD\xEF\xBF\xBD"},

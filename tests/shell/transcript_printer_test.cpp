@@ -57,8 +57,7 @@ TEST_F(TranscriptPrinterTest, PlainOutputHasNoEscapeAndOneLineATool) {
   const auto end = run(RunRecordStatus::cancelled, "Stopped by you.");
   plain.runChanged(end);
   plain.ended(&end);
-  EXPECT_EQ(plainOutput,
-            "✓ Read x\n✗ Write ␛[31mx (failed)\n▸ Hang\n\n■ Stopped by you.\n");
+  EXPECT_EQ(plainOutput, "✓ Read x\n✗ Write ␛[31mx (failed)\n▸ Hang\n\n■ Stopped by you.\n");
 }
 
 TEST_F(TranscriptPrinterTest, LiveToolChangesInPlaceWhileItIsLast) {

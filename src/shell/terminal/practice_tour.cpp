@@ -29,7 +29,8 @@ constexpr std::string_view introduction =
     "It does one small task in a folder made for it, {}.\n"
     "You will see an answer, a thought, a plan, a file written and read, and a command.\n";
 
-constexpr std::string_view typedAnswers = "Before it acts it asks you: type a number and press Enter.\n";
+constexpr std::string_view typedAnswers =
+    "Before it acts it asks you: type a number and press Enter.\n";
 constexpr std::string_view givenAnswers =
     "There is nobody at a terminal to ask, so every question is answered with \"allow once\".\n";
 

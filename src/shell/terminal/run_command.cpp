@@ -23,8 +23,8 @@ std::unique_ptr<RunObserver> makePrinter(const RunPlan& plan, const Environment&
                                          OutputSink& sink, bool answersAreTyped) {
   const auto write = [&sink](std::string_view bytes) { sink.write(bytes); };
   if (plan.arguments.json) return std::make_unique<JsonPrinter>(write);
-  auto printer = std::make_unique<TranscriptPrinter>(write,
-                                                     TerminalStyle::of(STDOUT_FILENO, environment));
+  auto printer =
+      std::make_unique<TranscriptPrinter>(write, TerminalStyle::of(STDOUT_FILENO, environment));
   printer->showsAnswerPrompt = answersAreTyped;
   return printer;
 }

@@ -1,4 +1,5 @@
-// `vantrell run`: from a plan to the exit status. Blocks; the calling thread becomes the main thread.
+// `vantrell run`: from a plan to the exit status. Blocks; the calling thread becomes the main
+// thread.
 #pragma once
 
 #include "shell/terminal/run_preparation.h"

@@ -1,5 +1,5 @@
-// How output may look: a live terminal takes colours and lines that change in place; a pipe, a file,
-// a dumb terminal and a user who set NO_COLOR get plain lines. Any thread.
+// How output may look: a live terminal takes colours and lines that change in place; a pipe, a
+// file, a dumb terminal and a user who set NO_COLOR get plain lines. Any thread.
 #pragma once
 
 #include <string>

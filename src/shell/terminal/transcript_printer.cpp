@@ -86,7 +86,8 @@ void TranscriptPrinter::introduced(const RunIntroduction& introduction) {
   beginBlock(Block::other);
   line(style_.dim(fmt::format("{} in {}", introduction.runtime, sanitized(introduction.folder))));
   if (introduction.earlierEntries != 0) {
-    line(style_.dim(fmt::format("Going on after {} earlier entries.", introduction.earlierEntries)));
+    line(
+        style_.dim(fmt::format("Going on after {} earlier entries.", introduction.earlierEntries)));
   }
 }
 
@@ -193,8 +194,8 @@ std::string TranscriptPrinter::planLine(const PlanEntry& entry) const {
 void TranscriptPrinter::planReplaced(const std::vector<PlanEntry>& plan) {
   if (plan == plan_) return;
   const auto earlier = std::exchange(plan_, plan);
-  const bool sameSteps = std::ranges::equal(earlier, plan, {}, &PlanEntry::content,
-                                            &PlanEntry::content);
+  const bool sameSteps =
+      std::ranges::equal(earlier, plan, {}, &PlanEntry::content, &PlanEntry::content);
   const bool isLast = drawn_ && drawn_->entryID.empty();
   if (sameSteps && !isLast) {
     // The list has scrolled away: only the steps that are done are news.

@@ -23,8 +23,8 @@ int welcome(const Environment& environment) {
     const auto& descriptor = ProviderRegistry::descriptor(provider);
     const auto program = findExecutable(provider, std::nullopt, environment);
     foundOne = foundOne || program;
-    tell(fmt::format("  {} {:<16} {}\n", program ? style.green("✓") : style.dim("○"), descriptor.label,
-               program ? *program : style.dim(descriptor.setupHint)));
+    tell(fmt::format("  {} {:<16} {}\n", program ? style.green("✓") : style.dim("○"),
+                     descriptor.label, program ? *program : style.dim(descriptor.setupHint)));
   }
   tell("\n");
   if (!foundOne) {
@@ -34,7 +34,8 @@ int welcome(const Environment& environment) {
   tell(
       "Start a task in the folder of a project:\n"
       "    vantrell run \"explain this project\"\n"
-      "A walk-through without any account: vantrell --practice. All options: vantrell run --help\n");
+      "A walk-through without any account: vantrell --practice. All options: vantrell run "
+      "--help\n");
   return 0;
 }
 
