@@ -100,6 +100,34 @@ TEST_F(TerminalProgram, NoRuntimeAndUnknownTaskSayWhatToDo) {
   EXPECT_EQ(code(runPractice({"--task", "ABC", "x"})), 2);
 }
 
+TEST_F(TerminalProgram, ExecutableStandsInForTheProvidersProgram) {
+  const std::string agent = terminal::programFolder() + "/vantrell-practice-agent";
+  std::filesystem::create_symlink(agent, home.folder("bin") + "/my-kimi");
+  for (const std::string& name : {agent, std::string("my-kimi"), std::string("../bin/my-kimi")}) {
+    auto options = vantrell({"run", "--provider", "kimi", "--executable", name, "SAY:hi"});
+    options.environment["PATH"] = home / "bin" + ":/usr/bin:/bin";
+    const auto done = run(options);
+    EXPECT_EQ(code(done), 0) << done->error;
+    EXPECT_TRUE(done->output.starts_with("Kimi Code in " + project)) << done->output;
+    EXPECT_TRUE(done->output.contains("✓ Kimi finished the task.")) << done->output;
+  }
+}
+
+TEST_F(TerminalProgram, ModeHoldsForThisRunOnly) {
+  const std::string agent = terminal::programFolder() + "/vantrell-practice-agent";
+  const auto write = [&](std::vector<std::string> more) {
+    std::vector<std::string> arguments = {"run", "--provider", "kimi", "--executable", agent};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    arguments.push_back("WRITE:a.txt=a");
+    auto options = vantrell(arguments);
+    options.standardInput = ProcessOptions::Input::null;
+    return run(options)->output.contains("? Write a.txt");
+  };
+  EXPECT_TRUE(write({}));
+  EXPECT_FALSE(write({"--mode", "auto"}));
+  EXPECT_TRUE(write({}));
+}
+
 TEST_F(TerminalProgram, AnswersByKind) {
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"allow_once", "You answered: Allow once."},

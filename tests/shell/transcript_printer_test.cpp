@@ -73,6 +73,7 @@ TEST_F(TranscriptPrinterTest, LiveToolThatIsNotLastComesAgainAtItsEnd) {
   live.entryAdded(tool("1", "first", "pending"));
   live.entryAdded(tool("2", "second", "pending"));
   live.entryReplaced(tool("1", "first", "in_progress"));
+  EXPECT_EQ(screen.text(), "○ first\n○ second\n▸ first\n") << "for as long as it takes";
   live.entryReplaced(tool("1", "first", "completed"));
   live.entryReplaced(tool("2", "second", "completed"));
   EXPECT_EQ(screen.text(), "○ first\n○ second\n✓ first\n✓ second\n");

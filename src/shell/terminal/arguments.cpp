@@ -66,9 +66,7 @@ constexpr Option runOptions[] = {
     {"--project", "DIR", "work in this folder (default: the current one)", readText<&Run::project>},
     {"--task", "ID", "go on with this task; the first 4 characters of its ID do",
      readText<&Run::task>},
-    {"--provider", "ID",
-     "who does it: kimi, glm or grok (default: the task's last one, or the first "
-     "found)",
+    {"--provider", "ID", "kimi, glm or grok (default: the task's last one, or the first found)",
      [](Run& run, std::string_view value) {
        return readChoice(run.provider, "--provider", value);
      }},
@@ -272,7 +270,7 @@ std::string runHelpText() {
       "  vantrell run \"find out why the tests fail\"\n"
       "  vantrell run --workflow plan --attach notes.txt \"plan the next release\"\n"
       "  vantrell run --task 3F2A91C0 \"now write the changelog\"\n"
-      "  git diff | vantrell run --json --answer reject_once - | jq -r .text\n",
+      "  vantrell run --json --answer reject_once - < prompt.txt | jq .\n",
       options);
 }
 

@@ -136,6 +136,7 @@ void RunSession::answerQuestion() {
 
 void RunSession::readAnswerLine(const std::optional<std::string>& line) {
   if (!question_ || ending_) return;
+  if (!line && parts_.answers.isTerminal()) return refuse();  // Ctrl-D
   if (!line) {
     parts_.complain(
         "There is no answer on standard input, so the request was refused. Answer with a line "

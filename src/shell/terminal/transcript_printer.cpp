@@ -49,6 +49,12 @@ void TranscriptPrinter::beginBlock(Block block) {
   drawn_.reset();
 }
 
+void TranscriptPrinter::showStatus(std::string_view text) {
+  if (!style_.isLive() || !atLineStart_) return;
+  put(style_.dim(fitted(onOneLine(text), usableColumns())) + "\r");
+  statusShown_ = true;
+}
+
 void TranscriptPrinter::line(std::string_view styled) {
   put(fmt::format("{}\n", styled));
 }
@@ -179,7 +185,9 @@ void TranscriptPrinter::showTool(const ChatEntry& entry) {
   }
   openTools_.insert_or_assign(entry.id, text);
   // A line that cannot change comes only once, at the end state.
-  if (style_.isLive() && (isNew || isLast)) draw(entry.id, Block::tool, {text});
+  if (!style_.isLive()) return;
+  if (isNew || isLast) return draw(entry.id, Block::tool, {text});
+  if (status == "in_progress") showStatus(fmt::format("▸ {}", entry.title.value_or("")));
 }
 
 // ---- the plan -----------------------------------------------------------------------------------
@@ -248,9 +256,7 @@ void TranscriptPrinter::interrupted() {
 void TranscriptPrinter::runChanged(const RunRecord& run) {
   const bool isUnderWay =
       run.status == RunRecordStatus::starting || run.status == RunRecordStatus::running;
-  if (!style_.isLive() || !atLineStart_ || !isUnderWay || !run.statusMessage) return;
-  put(style_.dim(fitted(onOneLine(*run.statusMessage), usableColumns())) + "\r");
-  statusShown_ = true;
+  if (isUnderWay && run.statusMessage) showStatus(*run.statusMessage);
 }
 
 void TranscriptPrinter::ended(const RunRecord* run) {

@@ -50,6 +50,8 @@ class TranscriptPrinter final : public RunObserver {
 
   /// The one way to the terminal: takes the passing status away first.
   void put(std::string_view bytes);
+  /// A line that the next output takes away; on a live terminal only, and not within a text.
+  void showStatus(std::string_view text);
   void beginBlock(Block block);
   void endLine();
   void line(std::string_view styled);
