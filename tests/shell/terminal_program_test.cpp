@@ -291,6 +291,32 @@ TEST_F(TerminalProgram, ReaderThatGoesAwayStopsTheTaskQuietly) {
   expectNothingLeft();
 }
 
+TEST_F(TerminalProgram, SaveThatFailsIsToldOnceAndTheRunDoesNotCountAsCompleted) {
+  home.folder("config");
+  auto options = vantrell({});
+  options.arguments = {"-m",
+                       "-r",
+                       "/bin/bash",
+                       "-c",
+                       "mount -t tmpfs -o size=512k none \"$XDG_CONFIG_HOME\" || exit 77;"
+                       "exec \"$0\" run --practice -",
+                       options.executable};
+  options.executable = "/usr/bin/unshare";
+  const auto record = start(std::move(options));
+  record->process->write("SAY:hi\n" + std::string(2'000'000, 'x'));
+  record->process->closeInput();
+  finish(record);
+  if (code(record) == 77 || record->error.starts_with("unshare")) {
+    GTEST_SKIP() << "this user may not mount";
+  }
+  EXPECT_EQ(code(record), 1);
+  EXPECT_TRUE(record->output.contains("✓ Local finished the task.")) << record->output;
+  const std::string words = "could not be saved";
+  const auto first = record->error.find(words);
+  ASSERT_NE(first, std::string::npos) << record->error;
+  EXPECT_EQ(record->error.find(words, first + 1), std::string::npos) << record->error;
+}
+
 TEST_F(TerminalProgram, SlowReaderGetsEverything) {
   const auto record = start(practice({"--json", "FLOOD:stdout=3000000\nSAY:the end"}));
   record->process->pauseReading();
