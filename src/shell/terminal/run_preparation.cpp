@@ -27,7 +27,7 @@ std::string absolute(std::string_view path) {
 std::expected<std::string, UsageError> findProgram(std::string_view name,
                                                    const Environment& environment) {
   if (name.find('/') != std::string_view::npos || name.starts_with('~')) {
-    const std::string path = absolute(name);
+    std::string path = absolute(name);
     if (files::isExecutable(path)) return path;
     return usage(
         fmt::format("{} is no program that can be started. Give --executable the path of "
@@ -37,7 +37,7 @@ std::expected<std::string, UsageError> findProgram(std::string_view name,
   const auto folders = environment.find("PATH");
   if (folders != environment.end()) {
     for (const auto folder : text::split(folders->second, ':')) {
-      const std::string path = absolute(fmt::format("{}/{}", folder.empty() ? "." : folder, name));
+      std::string path = absolute(fmt::format("{}/{}", folder.empty() ? "." : folder, name));
       if (files::isExecutable(path)) return path;
     }
   }

@@ -17,7 +17,7 @@ class TranscriptPrinter final : public RunObserver {
  public:
   using Write = std::function<void(std::string_view)>;
   TranscriptPrinter(Write write, TerminalStyle style)
-      : write_(std::move(write)), style_(std::move(style)) {}
+      : write_(std::move(write)), style_(style) {}
 
   /// Where a typed answer is read from a terminal, a question ends with a prompt for it.
   bool showsAnswerPrompt = false;
