@@ -42,7 +42,8 @@ struct ThreadExecutionRuntime : ExecutionFace {
   std::optional<Uuid> activeRunID;
   /// The user entry of the turn at hand; with what follows it, it survives a replay.
   std::optional<std::string> turnEntryID;
-  /// Prompts that its client has not answered yet; a stopped turn's counts until the runtime ends it.
+  /// Prompts that its client has not answered yet; a stopped turn's counts until the runtime ends
+  /// it.
   int unansweredPrompts = 0;
   int stops = 0;  // how often the user stopped a turn: one that was begun before a stop ends at it
   Date lastActivityAt;

@@ -18,6 +18,8 @@ class AnswerSource {
   enum class Kind { terminal, stream, none };
   AnswerSource(RunLoop& loop, int descriptor, Kind kind);
 
+  /// A person types the answers.
+  bool isTerminal() const { return kind_ == Kind::terminal; }
   /// Replies with the next line, or with nothing at the end of the input, never within the call.
   /// Replaces an earlier request.
   void ask(std::function<void(std::optional<std::string>)> reply);

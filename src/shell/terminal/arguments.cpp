@@ -63,13 +63,13 @@ struct Option {
 
 using Run = RunArguments;
 constexpr Option runOptions[] = {
-    {"--project", "DIR", "work in this folder (default: the current one)",
-     readText<&Run::project>},
+    {"--project", "DIR", "work in this folder (default: the current one)", readText<&Run::project>},
     {"--task", "ID", "go on with this task; the first 4 characters of its ID do",
      readText<&Run::task>},
-    {"--provider", "ID", "who does it: kimi, glm or grok (default: the task's last one, or the first "
-     "found)",
-     [](Run& run, std::string_view value) { return readChoice(run.provider, "--provider", value); }},
+    {"--provider", "ID", "kimi, glm or grok (default: the task's last one, or the first found)",
+     [](Run& run, std::string_view value) {
+       return readChoice(run.provider, "--provider", value);
+     }},
     {"--executable", "PATH", "the runtime's program, when it is not in a usual place",
      readText<&Run::executable>},
     {"--practice", "", "use the practice agent: no model, no account, no cost",
@@ -78,7 +78,9 @@ constexpr Option runOptions[] = {
     {"--effort", "E", "reasoning effort, kept with the task", readText<&Run::effort>},
     {"--mode", "MODE", "ask (before acting) or auto, for this run", readMode},
     {"--workflow", "FLOW", "build, plan or review, for this run",
-     [](Run& run, std::string_view value) { return readChoice(run.workflow, "--workflow", value); }},
+     [](Run& run, std::string_view value) {
+       return readChoice(run.workflow, "--workflow", value);
+     }},
     {"--attach", "PATH", "a file or folder to look at; may be given several times",
      [](Run& run, std::string_view value) -> Failure {
        run.attachments.emplace_back(value);
@@ -144,8 +146,8 @@ class RunReader {
     std::string_view value;
     if (option->argument.empty()) {
       if (equals != std::string_view::npos) {
-        return UsageError{fmt::format("{} takes no value. Leave out \"{}\".", name,
-                                      argument.substr(equals))};
+        return UsageError{
+            fmt::format("{} takes no value. Leave out \"{}\".", name, argument.substr(equals))};
       }
     } else if (equals != std::string_view::npos) {
       value = argument.substr(equals + 1);
@@ -201,8 +203,8 @@ std::expected<Invocation, UsageError> readArguments(
   if (first == "help") {
     if (arguments.size() == 1) return Invocation{Kind::help};
     if (arguments[1] == "run") return Invocation{Kind::runHelp};
-    return usage(fmt::format("There is no help on \"{}\". Try \"vantrell help run\".",
-                             arguments[1]));
+    return usage(
+        fmt::format("There is no help on \"{}\". Try \"vantrell help run\".", arguments[1]));
   }
   if (first == "--practice") {
     if (arguments.size() == 1) return Invocation{Kind::tour};
@@ -212,14 +214,13 @@ std::expected<Invocation, UsageError> readArguments(
   }
   if (first.starts_with('-')) {
     static constexpr std::string_view known[] = {"--help", "--version", "--practice"};
-    const bool isRunOption =
-        std::ranges::find(runOptions, first.substr(0, first.find('=')), &Option::name) !=
-        std::end(runOptions);
-    return usage(isRunOption
-                     ? fmt::format("{} belongs to \"run\": vantrell run {} ... \"prompt\"", first,
-                                   first)
-                     : fmt::format("Unknown option {}.{} \"vantrell --help\" lists what there is.",
-                                   first, suggestion(first, known)));
+    const bool isRunOption = std::ranges::find(runOptions, first.substr(0, first.find('=')),
+                                               &Option::name) != std::end(runOptions);
+    return usage(
+        isRunOption
+            ? fmt::format("{} belongs to \"run\": vantrell run {} ... \"prompt\"", first, first)
+            : fmt::format("Unknown option {}.{} \"vantrell --help\" lists what there is.", first,
+                          suggestion(first, known)));
   }
   const auto nearest = nearestWord(first, commands);
   if (nearest) {
@@ -253,7 +254,8 @@ std::string runHelpText() {
   return fmt::format(
       "Usage: vantrell run [options] \"prompt\"\n"
       "\n"
-      "Does one task with a coding agent and shows what it says and does. It asks before the agent\n"
+      "Does one task with a coding agent and shows what it says and does. It asks before the "
+      "agent\n"
       "acts, as far as the mode says so. A prompt of - is read from standard input.\n"
       "\n"
       "{}"
@@ -268,7 +270,7 @@ std::string runHelpText() {
       "  vantrell run \"find out why the tests fail\"\n"
       "  vantrell run --workflow plan --attach notes.txt \"plan the next release\"\n"
       "  vantrell run --task 3F2A91C0 \"now write the changelog\"\n"
-      "  git diff | vantrell run --json --answer reject_once - | jq -r .text\n",
+      "  vantrell run --json --answer reject_once - < prompt.txt | jq .\n",
       options);
 }
 

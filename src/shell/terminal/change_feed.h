@@ -1,6 +1,6 @@
-// Turns the engine's changes of one conversation into calls of a RunObserver. While a stored session
-// is played back it is silent; the transcript that stands afterwards is reported whole. Main queue;
-// the model and the observer must outlive it.
+// Turns the engine's changes of one conversation into calls of a RunObserver. While a stored
+// session is played back it is silent; the transcript that stands afterwards is reported whole.
+// Main queue; the model and the observer must outlive it.
 #pragma once
 
 #include <functional>

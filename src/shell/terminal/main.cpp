@@ -1,5 +1,4 @@
 // vantrell: the front door in the terminal.
-#include <cstdio>
 #include <fmt/format.h>
 #include <string_view>
 #include <vector>
@@ -8,6 +7,7 @@
 #include "platform/terminal.h"
 #include "records/application.h"
 #include "shell/terminal/arguments.h"
+#include "shell/terminal/plain_words.h"
 #include "shell/terminal/practice_tour.h"
 #include "shell/terminal/run_command.h"
 #include "shell/terminal/run_session.h"
@@ -27,11 +27,11 @@ int main(int count, char** arguments) {
     case Invocation::Kind::welcome: return welcome(environment);
     case Invocation::Kind::tour: return practiceTour(environment);
     case Invocation::Kind::run: return runCommand(std::move(invocation->run), environment);
-    case Invocation::Kind::help: fmt::print("{}", helpText()); break;
-    case Invocation::Kind::runHelp: fmt::print("{}", runHelpText()); break;
+    case Invocation::Kind::help: tell(helpText()); break;
+    case Invocation::Kind::runHelp: tell(runHelpText()); break;
     case Invocation::Kind::version:
-      fmt::print("{} {}\n", applicationName, applicationVersion);
+      tell(fmt::format("{} {}\n", applicationName, applicationVersion));
       break;
   }
-  return std::fflush(stdout) == 0 ? exitStatus::completed : exitStatus::failed;
+  return exitStatus::completed;
 }

@@ -42,10 +42,10 @@ std::expected<const PermissionOption*, std::string> readAnswer(const PermissionR
   }
   const auto named = std::ranges::find(request.options, word, &PermissionOption::id);
   if (named != request.options.end()) return &*named;
-  return std::unexpected(fmt::format("\"{}\" is none of the options. Answer with a number from 1 "
-                                     "to {}.",
-                                     onOneLine(text::firstCharacters(word, 40)),
-                                     request.options.size()));
+  return std::unexpected(
+      fmt::format("\"{}\" is none of the options. Answer with a number from 1 "
+                  "to {}.",
+                  onOneLine(text::firstCharacters(word, 40)), request.options.size()));
 }
 
 const PermissionOption* optionOfKind(const PermissionRequest& request, std::string_view kind) {

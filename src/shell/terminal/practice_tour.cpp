@@ -1,12 +1,12 @@
 #include "shell/terminal/practice_tour.h"
 
-#include <cstdio>
 #include <fmt/format.h>
 #include <unistd.h>
 
 #include "platform/files.h"
 #include "platform/terminal.h"
 #include "records/application.h"
+#include "shell/terminal/plain_words.h"
 #include "shell/terminal/run_command.h"
 #include "shell/terminal/run_session.h"
 
@@ -16,9 +16,9 @@ namespace {
 
 /// What the practice agent is told to do, one thing a line.
 constexpr std::string_view tourPrompt =
-    "PLAN:Look around;Write a note;Read it again;Count its words\n"
     "THINK:A practice agent has no model, so this thought was written for it beforehand.\n"
     "SAY:Hello! I am going to write a small note into this folder. I ask before I do so.\n"
+    "PLAN:Write a note;Read it again;Count its words\n"
     "WRITE:note.txt=Vantrell asks before an agent acts.\n"
     "READ:note.txt\n"
     "RUN:wc -w note.txt\n"
@@ -29,7 +29,8 @@ constexpr std::string_view introduction =
     "It does one small task in a folder made for it, {}.\n"
     "You will see an answer, a thought, a plan, a file written and read, and a command.\n";
 
-constexpr std::string_view typedAnswers = "Before it acts it asks you: type a number and press Enter.\n";
+constexpr std::string_view typedAnswers =
+    "Before it acts it asks you: type a number and press Enter.\n";
 constexpr std::string_view givenAnswers =
     "There is nobody at a terminal to ask, so every question is answered with \"allow once\".\n";
 
@@ -65,13 +66,12 @@ int practiceTour(const Environment& environment) {
     complain(plan.error().text);
     return exitStatus::usage;
   }
-  fmt::print(introduction, folder);
-  fmt::print("{}\n", asksThePerson ? typedAnswers : givenAnswers);
-  std::fflush(stdout);
+  tell(fmt::format(introduction, folder));
+  tell(fmt::format("{}\n", asksThePerson ? typedAnswers : givenAnswers));
   const int status = performRun(*plan, environment);
   if (status != exitStatus::completed) return status;
-  fmt::print("{}", farewell);
-  return std::fflush(stdout) == 0 ? status : exitStatus::stopped;
+  tell(farewell);
+  return status;
 }
 
 }  // namespace vantrell::shell

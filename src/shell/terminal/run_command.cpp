@@ -1,13 +1,12 @@
 #include "shell/terminal/run_command.h"
 
-#include <cstdio>
-#include <fmt/format.h>
 #include <unistd.h>
 
 #include "platform/output_sink.h"
 #include "platform/terminal.h"
 #include "runtimes/provider_registry.h"
 #include "shell/terminal/json_printer.h"
+#include "shell/terminal/plain_words.h"
 #include "shell/terminal/run_session.h"
 #include "shell/terminal/task_choice.h"
 #include "shell/terminal/transcript_printer.h"
@@ -24,8 +23,8 @@ std::unique_ptr<RunObserver> makePrinter(const RunPlan& plan, const Environment&
                                          OutputSink& sink, bool answersAreTyped) {
   const auto write = [&sink](std::string_view bytes) { sink.write(bytes); };
   if (plan.arguments.json) return std::make_unique<JsonPrinter>(write);
-  auto printer = std::make_unique<TranscriptPrinter>(write,
-                                                     TerminalStyle::of(STDOUT_FILENO, environment));
+  auto printer =
+      std::make_unique<TranscriptPrinter>(write, TerminalStyle::of(STDOUT_FILENO, environment));
   printer->showsAnswerPrompt = answersAreTyped;
   return printer;
 }
@@ -129,10 +128,6 @@ class Performance {
 };
 
 }  // namespace
-
-void complain(std::string_view text) {
-  fmt::print(stderr, "vantrell: {}\n", text);
-}
 
 int runCommand(RunArguments arguments, const Environment& environment) {
   const auto plan = prepareRun(std::move(arguments), environment);

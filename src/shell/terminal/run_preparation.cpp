@@ -12,8 +12,8 @@ namespace vantrell::shell {
 namespace {
 
 constexpr std::string_view practiceVariable = "VANTRELL_PRACTICE_AGENT";
-constexpr std::string_view imageEndings[] = {".png",  ".jpg", ".jpeg", ".gif", ".webp", ".heic",
-                                             ".tiff", ".bmp", ".svg"};
+constexpr std::string_view imageEndings[] = {".png",  ".jpg",  ".jpeg", ".gif", ".webp",
+                                             ".heic", ".tiff", ".bmp",  ".svg"};
 
 std::unexpected<UsageError> usage(std::string text) {
   return std::unexpected(UsageError{std::move(text)});
@@ -27,22 +27,24 @@ std::string absolute(std::string_view path) {
 std::expected<std::string, UsageError> findProgram(std::string_view name,
                                                    const Environment& environment) {
   if (name.find('/') != std::string_view::npos || name.starts_with('~')) {
-    const std::string path = absolute(name);
+    std::string path = absolute(name);
     if (files::isExecutable(path)) return path;
-    return usage(fmt::format("{} is no program that can be started. Give --executable the path of "
-                             "the runtime's program.",
-                             path));
+    return usage(
+        fmt::format("{} is no program that can be started. Give --executable the path of "
+                    "the runtime's program.",
+                    path));
   }
   const auto folders = environment.find("PATH");
   if (folders != environment.end()) {
     for (const auto folder : text::split(folders->second, ':')) {
-      const std::string path = absolute(fmt::format("{}/{}", folder.empty() ? "." : folder, name));
+      std::string path = absolute(fmt::format("{}/{}", folder.empty() ? "." : folder, name));
       if (files::isExecutable(path)) return path;
     }
   }
-  return usage(fmt::format("There is no program {} in PATH. Give --executable a path, as in "
-                           "--executable ./{}.",
-                           name, name));
+  return usage(
+      fmt::format("There is no program {} in PATH. Give --executable a path, as in "
+                  "--executable ./{}.",
+                  name, name));
 }
 
 std::expected<ChatAttachment, UsageError> attachmentFor(std::string_view given) {
@@ -83,13 +85,15 @@ std::expected<RunPlan, UsageError> prepareRun(RunArguments arguments,
                                               const Environment& environment) {
   RunPlan plan;
   if (arguments.provider && !isRunnable(*arguments.provider)) {
-    return usage(fmt::format("This version cannot run {} yet. Use --provider kimi, glm or grok, or "
-                             "try --practice.",
-                             rawText(*arguments.provider)));
+    return usage(
+        fmt::format("This version cannot run {} yet. Use --provider kimi, glm or grok, or "
+                    "try --practice.",
+                    rawText(*arguments.provider)));
   }
   plan.folder = absolute(arguments.project.value_or("."));
   if (!arguments.task && !files::isFolder(plan.folder)) {
-    return usage(fmt::format("There is no folder {}. Give --project an existing one.", plan.folder));
+    return usage(
+        fmt::format("There is no folder {}. Give --project an existing one.", plan.folder));
   }
   for (const auto& path : arguments.attachments) {
     auto attachment = attachmentFor(path);
@@ -105,9 +109,10 @@ std::expected<RunPlan, UsageError> prepareRun(RunArguments arguments,
   if (arguments.practice) {
     plan.practiceAgent = executable.value_or(practiceAgentPath(environment));
     if (!files::isExecutable(*plan.practiceAgent)) {
-      return usage(fmt::format("The practice agent is missing: {}. Build it with ./run, or say where "
-                               "it is with {}.",
-                               *plan.practiceAgent, practiceVariable));
+      return usage(
+          fmt::format("The practice agent is missing: {}. Build it with ./run, or say where "
+                      "it is with {}.",
+                      *plan.practiceAgent, practiceVariable));
     }
   } else {
     plan.executable = std::move(executable);
@@ -116,8 +121,9 @@ std::expected<RunPlan, UsageError> prepareRun(RunArguments arguments,
   if (plan.promptWasRead) arguments.prompt = terminal::readStandardInput();
   arguments.prompt = text::repaired(arguments.prompt);
   if (text::trimmed(arguments.prompt).empty()) {
-    return usage("The prompt is empty. Say what should be done, as in vantrell run \"explain this "
-                 "project\".");
+    return usage(
+        "The prompt is empty. Say what should be done, as in vantrell run \"explain this "
+        "project\".");
   }
   plan.arguments = std::move(arguments);
   return plan;

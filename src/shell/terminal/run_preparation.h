@@ -1,5 +1,5 @@
-// What can be said about a run before the program takes hold of its state: folders, files, programs.
-// A wrong argument so changes nothing. Any thread.
+// What can be said about a run before the program takes hold of its state: folders, files,
+// programs. A wrong argument so changes nothing. Any thread.
 #pragma once
 
 #include <expected>

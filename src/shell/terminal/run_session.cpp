@@ -13,10 +13,10 @@ RunSession::RunSession(Parts parts, ThreadExecutionKey key)
   feed_.onQuestion = [this](const auto& question) { questionChanged(question); };
   feed_.onSaveFailed = [this](std::string_view reason) {
     if (std::exchange(saveFailed_, true)) return;
-    parts_.complain(
-        fmt::format("The conversation could not be saved: {}. Free some space or make the folder of "
-                    "the settings writable; what happens now may be lost.",
-                    reason));
+    parts_.complain(fmt::format(
+        "The conversation could not be saved: {}. Free some space or make the folder of "
+        "the settings writable; what happens now may be lost.",
+        reason));
   };
 }
 
@@ -84,8 +84,8 @@ void RunSession::lookAtProgress() {
   if (!execution || !execution->connectionState.isBusy()) endSoon();
 }
 
-/// What the runtime said last is on its way through the queue: the words of a process that died come
-/// right behind the failure of its prompt.
+/// What the runtime said last is on its way through the queue: the words of a process that died
+/// come right behind the failure of its prompt.
 void RunSession::endSoon() {
   if (std::exchange(ending_, true)) return;
   parts_.loop.post([this] { parts_.loop.post([this] { end(); }); });
@@ -136,9 +136,11 @@ void RunSession::answerQuestion() {
 
 void RunSession::readAnswerLine(const std::optional<std::string>& line) {
   if (!question_ || ending_) return;
+  if (!line && parts_.answers.isTerminal()) return refuse();  // Ctrl-D
   if (!line) {
     parts_.complain(
-        "There is no answer on standard input, so the request was refused. Answer with a line there, "
+        "There is no answer on standard input, so the request was refused. Answer with a line "
+        "there, "
         "or use --answer allow_once.");
     return refuse();
   }

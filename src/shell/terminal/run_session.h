@@ -1,5 +1,5 @@
-// One turn of one conversation, from its prompt to its end: sends it, answers the agent's questions,
-// hears Ctrl-C, and knows when it is over. Main queue; everything given must outlive it.
+// One turn of one conversation, from its prompt to its end: sends it, answers the agent's
+// questions, hears Ctrl-C, and knows when it is over. Main queue; everything given must outlive it.
 #pragma once
 
 #include <functional>

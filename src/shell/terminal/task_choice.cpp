@@ -25,23 +25,25 @@ std::expected<ThreadExecutionKey, UsageError> findTask(const WorkspaceTree& tree
     letter = static_cast<char>(std::toupper(static_cast<unsigned char>(letter)));
   }
   if (prefix.size() < shortestPrefix) {
-    return usage(fmt::format("--task needs at least {} characters of a task's ID.", shortestPrefix));
+    return usage(
+        fmt::format("--task needs at least {} characters of a task's ID.", shortestPrefix));
   }
   std::optional<ThreadExecutionKey> found;
   for (const auto& workspace : tree.workspaces()) {
     for (const auto& thread : workspace.threads) {
       if (!thread.id.text().starts_with(prefix)) continue;
       if (found) {
-        return usage(fmt::format("Several tasks begin with {}. Give more of the ID.",
-                                 onOneLine(prefix)));
+        return usage(
+            fmt::format("Several tasks begin with {}. Give more of the ID.", onOneLine(prefix)));
       }
       found = ThreadExecutionKey{workspace.id, thread.id};
     }
   }
   if (found) return *found;
-  return usage(fmt::format("There is no task {}. The ID of a task is printed at the end of its run, "
-                           "and by the task event of --json.",
-                           onOneLine(prefix)));
+  return usage(
+      fmt::format("There is no task {}. The ID of a task is printed at the end of its run, "
+                  "and by the task event of --json.",
+                  onOneLine(prefix)));
 }
 
 std::expected<AgentProvider, UsageError> chooseProvider(const VantrellApp& app, const RunPlan& plan,
@@ -51,16 +53,18 @@ std::expected<AgentProvider, UsageError> chooseProvider(const VantrellApp& app, 
   const auto wanted = named ? named : last;
   if (wanted) {
     if (!isRunnable(*wanted)) {
-      return usage(fmt::format("This task was last worked on by {}, which this version cannot run "
-                               "yet. Go on with --provider kimi, glm or grok, or with --practice if "
-                               "it was the practice agent.",
-                               rawText(*wanted)));
+      return usage(
+          fmt::format("This task was last worked on by {}, which this version cannot run "
+                      "yet. Go on with --provider kimi, glm or grok, or with --practice if "
+                      "it was the practice agent.",
+                      rawText(*wanted)));
     }
     if (app.isAvailable(*wanted)) return *wanted;
-    return usage(fmt::format("{} is not installed. {} Or say where its program is with --executable, "
-                             "or try vantrell run --practice \"SAY:hello\".",
-                             ProviderRegistry::descriptor(*wanted).label,
-                             ProviderRegistry::descriptor(*wanted).setupHint));
+    return usage(
+        fmt::format("{} is not installed. {} Or say where its program is with --executable, "
+                    "or try vantrell run --practice \"SAY:hello\".",
+                    ProviderRegistry::descriptor(*wanted).label,
+                    ProviderRegistry::descriptor(*wanted).setupHint));
   }
   for (const auto provider : runnableProviders) {
     if (app.isAvailable(provider)) return provider;

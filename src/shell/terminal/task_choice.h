@@ -14,8 +14,8 @@ std::expected<ThreadExecutionKey, UsageError> findTask(const WorkspaceTree& tree
 std::expected<AgentProvider, UsageError> chooseProvider(const VantrellApp& app, const RunPlan& plan,
                                                         std::optional<AgentProvider> last);
 
-/// Selects the conversation that the plan names, else an untouched one in the plan's folder. Choices
-/// of the plan that belong to it are stored with it.
+/// Selects the conversation that the plan names, else an untouched one in the plan's folder.
+/// Choices of the plan that belong to it are stored with it.
 std::expected<ThreadExecutionKey, UsageError> openTask(AppModel& model, const RunPlan& plan,
                                                        AgentProvider provider);
 

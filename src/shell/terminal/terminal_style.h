@@ -1,5 +1,5 @@
-// How output may look: a live terminal takes colours and lines that change in place; a pipe, a file,
-// a dumb terminal and a user who set NO_COLOR get plain lines. Any thread.
+// How output may look: a live terminal takes colours and lines that change in place; a pipe, a
+// file, a dumb terminal and a user who set NO_COLOR get plain lines. Any thread.
 #pragma once
 
 #include <string>
@@ -13,6 +13,8 @@ namespace vantrell::shell {
 class TerminalStyle {
  public:
   static TerminalStyle plain() { return TerminalStyle(-1, false); }
+  /// Colours and moving lines; sizes come from the descriptor.
+  static TerminalStyle live(int descriptor) { return TerminalStyle(descriptor, true); }
   /// What the descriptor and the environment allow.
   static TerminalStyle of(int descriptor, const Environment& environment);
 

@@ -20,8 +20,7 @@ std::uint32_t decoded(std::string_view sequence) {
     case 2: return (at(0) & 0x1FU) << 6 | (at(1) & 0x3FU);
     case 3: return (at(0) & 0x0FU) << 12 | (at(1) & 0x3FU) << 6 | (at(2) & 0x3FU);
     case 4:
-      return (at(0) & 0x07U) << 18 | (at(1) & 0x3FU) << 12 | (at(2) & 0x3FU) << 6 |
-             (at(3) & 0x3FU);
+      return (at(0) & 0x07U) << 18 | (at(1) & 0x3FU) << 12 | (at(2) & 0x3FU) << 6 | (at(3) & 0x3FU);
     default: return at(0);
   }
 }
@@ -30,8 +29,7 @@ std::uint32_t decoded(std::string_view sequence) {
 /// for line breaks, and the embeddings, overrides and isolates of bidirectional text. The plain
 /// direction marks stay: they belong to the spelling of some languages.
 bool isHarmful(std::uint32_t character) {
-  return (character >= 0x80 && character <= 0x9F) ||
-         (character >= 0x2028 && character <= 0x202E) ||
+  return (character >= 0x80 && character <= 0x9F) || (character >= 0x2028 && character <= 0x202E) ||
          (character >= 0x2066 && character <= 0x2069);
 }
 

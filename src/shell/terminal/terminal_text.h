@@ -16,8 +16,8 @@ std::string sanitized(std::string_view text);
 /// The same on one line: line breaks and tabs become spaces.
 std::string onOneLine(std::string_view text);
 
-/// Cut, with an ellipsis, to what surely fits into that many columns. Widths are guessed from above:
-/// every character beyond ASCII counts as two columns.
+/// Cut, with an ellipsis, to what surely fits into that many columns. Widths are guessed from
+/// above: every character beyond ASCII counts as two columns.
 std::string fitted(std::string_view text, int columns);
 
 /// The first lines of a text, sanitized; what is left out is counted in a last line "… 7 more

@@ -11,6 +11,7 @@ namespace vantrell::shell {
 namespace {
 
 constexpr std::size_t promptLinesShown = 6;
+constexpr std::size_t systemLinesShown = 40;
 constexpr std::size_t taskIDShown = 8;  // characters, plenty to tell tasks apart
 constexpr std::string_view stoppedText = "Stopped by you.";
 constexpr std::string_view thoughtBar = "│ ";
@@ -46,6 +47,12 @@ void TranscriptPrinter::beginBlock(Block block) {
   block_ = block;
   streaming_.clear();
   drawn_.reset();
+}
+
+void TranscriptPrinter::showStatus(std::string_view text) {
+  if (!style_.isLive() || !atLineStart_) return;
+  put(style_.dim(fitted(onOneLine(text), usableColumns())) + "\r");
+  statusShown_ = true;
 }
 
 void TranscriptPrinter::line(std::string_view styled) {
@@ -85,7 +92,8 @@ void TranscriptPrinter::introduced(const RunIntroduction& introduction) {
   beginBlock(Block::other);
   line(style_.dim(fmt::format("{} in {}", introduction.runtime, sanitized(introduction.folder))));
   if (introduction.earlierEntries != 0) {
-    line(style_.dim(fmt::format("Going on after {} earlier entries.", introduction.earlierEntries)));
+    line(
+        style_.dim(fmt::format("Going on after {} earlier entries.", introduction.earlierEntries)));
   }
 }
 
@@ -98,7 +106,7 @@ void TranscriptPrinter::entryAdded(const ChatEntry& entry) {
     case ChatEntryKind::system:
       if (entry.text == stoppedText) return;  // the last line says it
       beginBlock(Block::other);
-      for (const auto& each : text::split(sanitized(entry.text), '\n')) {
+      for (const auto& each : boundedLines(entry.text, systemLinesShown)) {
         line(style_.yellow(fmt::format("• {}", each)));
       }
   }
@@ -177,7 +185,9 @@ void TranscriptPrinter::showTool(const ChatEntry& entry) {
   }
   openTools_.insert_or_assign(entry.id, text);
   // A line that cannot change comes only once, at the end state.
-  if (style_.isLive() && (isNew || isLast)) draw(entry.id, Block::tool, {text});
+  if (!style_.isLive()) return;
+  if (isNew || isLast) return draw(entry.id, Block::tool, {text});
+  if (status == "in_progress") showStatus(fmt::format("▸ {}", entry.title.value_or("")));
 }
 
 // ---- the plan -----------------------------------------------------------------------------------
@@ -192,8 +202,8 @@ std::string TranscriptPrinter::planLine(const PlanEntry& entry) const {
 void TranscriptPrinter::planReplaced(const std::vector<PlanEntry>& plan) {
   if (plan == plan_) return;
   const auto earlier = std::exchange(plan_, plan);
-  const bool sameSteps = std::ranges::equal(earlier, plan, {}, &PlanEntry::content,
-                                            &PlanEntry::content);
+  const bool sameSteps =
+      std::ranges::equal(earlier, plan, {}, &PlanEntry::content, &PlanEntry::content);
   const bool isLast = drawn_ && drawn_->entryID.empty();
   if (sameSteps && !isLast) {
     // The list has scrolled away: only the steps that are done are news.
@@ -246,9 +256,7 @@ void TranscriptPrinter::interrupted() {
 void TranscriptPrinter::runChanged(const RunRecord& run) {
   const bool isUnderWay =
       run.status == RunRecordStatus::starting || run.status == RunRecordStatus::running;
-  if (!style_.isLive() || !atLineStart_ || !isUnderWay || !run.statusMessage) return;
-  put(style_.dim(fitted(onOneLine(*run.statusMessage), usableColumns())) + "\r");
-  statusShown_ = true;
+  if (isUnderWay && run.statusMessage) showStatus(*run.statusMessage);
 }
 
 void TranscriptPrinter::ended(const RunRecord* run) {

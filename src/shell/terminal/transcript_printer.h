@@ -17,7 +17,7 @@ class TranscriptPrinter final : public RunObserver {
  public:
   using Write = std::function<void(std::string_view)>;
   TranscriptPrinter(Write write, TerminalStyle style)
-      : write_(std::move(write)), style_(std::move(style)) {}
+      : write_(std::move(write)), style_(style) {}
 
   /// Where a typed answer is read from a terminal, a question ends with a prompt for it.
   bool showsAnswerPrompt = false;
@@ -50,6 +50,8 @@ class TranscriptPrinter final : public RunObserver {
 
   /// The one way to the terminal: takes the passing status away first.
   void put(std::string_view bytes);
+  /// A line that the next output takes away; on a live terminal only, and not within a text.
+  void showStatus(std::string_view text);
   void beginBlock(Block block);
   void endLine();
   void line(std::string_view styled);

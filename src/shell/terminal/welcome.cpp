@@ -1,11 +1,11 @@
 #include "shell/terminal/welcome.h"
 
-#include <cstdio>
 #include <fmt/format.h>
 #include <unistd.h>
 
 #include "runtimes/provider_registry.h"
 #include "runtimes/runtime_locator.h"
+#include "shell/terminal/plain_words.h"
 #include "shell/terminal/practice_tour.h"
 #include "shell/terminal/run_preparation.h"
 #include "shell/terminal/terminal_style.h"
@@ -14,28 +14,29 @@ namespace vantrell::shell {
 
 int welcome(const Environment& environment) {
   const auto style = TerminalStyle::of(STDOUT_FILENO, environment);
-  fmt::print(
+  tell(fmt::format(
       "{} is a workspace for software work with coding agents: it drives the agents that you\n"
       "already use, shows what they do, and asks you before they act.\n\n",
-      style.bold("Vantrell"));
+      style.bold("Vantrell")));
   bool foundOne = false;
   for (const auto provider : runnableProviders) {
     const auto& descriptor = ProviderRegistry::descriptor(provider);
     const auto program = findExecutable(provider, std::nullopt, environment);
     foundOne = foundOne || program;
-    fmt::print("  {} {:<16} {}\n", program ? style.green("✓") : style.dim("○"), descriptor.label,
-               program ? *program : style.dim(descriptor.setupHint));
+    tell(fmt::format("  {} {:<16} {}\n", program ? style.green("✓") : style.dim("○"),
+                     descriptor.label, program ? *program : style.dim(descriptor.setupHint)));
   }
-  fmt::print("\n");
+  tell("\n");
   if (!foundOne) {
-    fmt::print("No runtime is installed yet, so here is a walk-through with the practice agent.\n\n");
+    tell("No runtime is installed yet, so here is a walk-through with the practice agent.\n\n");
     return practiceTour(environment);
   }
-  fmt::print(
+  tell(
       "Start a task in the folder of a project:\n"
       "    vantrell run \"explain this project\"\n"
-      "A walk-through without any account: vantrell --practice. All options: vantrell run --help\n");
-  return std::fflush(stdout) == 0 ? 0 : 1;
+      "A walk-through without any account: vantrell --practice. All options: vantrell run "
+      "--help\n");
+  return 0;
 }
 
 }  // namespace vantrell::shell

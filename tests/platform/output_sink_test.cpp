@@ -1,0 +1,95 @@
+#include "platform/output_sink.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <unistd.h>
+
+#include "platform/descriptor.h"
+#include "platform/manual_main_queue.h"
+#include "platform/terminal.h"
+
+namespace vantrell::tests {
+namespace {
+
+using namespace std::chrono_literals;
+
+class OutputSinkTest : public testing::Test {
+ protected:
+  OutputSinkTest() {
+    terminal::ignoreBrokenPipes();
+    int ends[2] = {-1, -1};
+    EXPECT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+    reading = Descriptor(ends[0]);
+    writing = Descriptor(ends[1]);
+  }
+  /// Reads until the given number of bytes has come.
+  std::string read(std::size_t bytes) const {
+    std::string all;
+    char piece[4096];
+    while (all.size() < bytes) {
+      const ssize_t count = ::read(reading.get(), piece, sizeof piece);
+      if (count <= 0) break;
+      all.append(piece, static_cast<std::size_t>(count));
+    }
+    return all;
+  }
+
+  ManualMainQueue main;
+  Descriptor reading;
+  Descriptor writing;
+};
+
+TEST_F(OutputSinkTest, WritesEverythingInOrder) {
+  OutputSink sink(main, writing.get());
+  std::string expected;
+  for (int number = 0; number < 1000; ++number) {
+    const std::string piece = std::to_string(number) + ",";
+    sink.write(piece);
+    expected += piece;
+  }
+  EXPECT_TRUE(sink.flush(20s));
+  EXPECT_EQ(read(expected.size()), expected);
+}
+
+TEST_F(OutputSinkTest, SilentReaderHoldsTheCallerUpOnlyBeyondTheBound) {
+  OutputSink sink(main, writing.get());
+  const std::string piece(OutputSink::bound / 4, 'x');  // far more than a pipe holds
+  for (int count = 0; count < 6; ++count) sink.write(piece);
+  EXPECT_FALSE(sink.flush(1ms));
+  EXPECT_EQ(read(6 * piece.size()).size(), 6 * piece.size());
+  EXPECT_TRUE(sink.flush(20s));
+}
+
+TEST_F(OutputSinkTest, MayEndWhileNobodyReads) {
+  OutputSink sink(main, writing.get());
+  sink.write(std::string(OutputSink::bound, 'x'));
+}
+
+TEST_F(OutputSinkTest, TellsOnceThatItsReaderIsGoneAndDropsTheRest) {
+  OutputSink sink(main, writing.get());
+  int broken = 0;
+  sink.onBroken = [&] { ++broken; };
+  reading.reset();
+  sink.write("nobody");
+  EXPECT_TRUE(main.runUntil([&] { return broken > 0; }));
+  EXPECT_TRUE(sink.isBroken());
+  sink.write("more");
+  EXPECT_FALSE(sink.flush(20s));
+  main.runReady();
+  EXPECT_EQ(broken, 1);
+}
+
+TEST_F(OutputSinkTest, SinkThatIsGoneTellsNothing) {
+  {
+    OutputSink sink(main, writing.get());
+    sink.onBroken = [] { ADD_FAILURE(); };
+    reading.reset();
+    sink.write("nobody");
+    EXPECT_FALSE(sink.flush(20s));
+  }
+  main.runReady();
+}
+
+}  // namespace
+}  // namespace vantrell::tests

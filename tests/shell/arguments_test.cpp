@@ -1,0 +1,103 @@
+#include "shell/terminal/arguments.h"
+
+#include <gtest/gtest.h>
+
+namespace vantrell::shell {
+namespace {
+
+using Words = std::vector<std::string_view>;
+
+TEST(Arguments, RunTakesOptionsInAnyOrderAndEitherSpelling) {
+  struct Case {
+    Words words;
+    RunArguments expected;
+  };
+  const std::vector<Case> cases = {
+      {{"run", "hello"}, {.prompt = "hello"}},
+      {{"run", "--project", "/p", "hello", "--json"},
+       {.project = "/p", .json = true, .prompt = "hello"}},
+      {{"run", "hello", "--project=/p", "--model=a=b"},
+       {.project = "/p", .model = "a=b", .prompt = "hello"}},
+      {{"run", "--provider", "kimi", "--executable", "./k", "--effort", "high", "x"},
+       {.provider = AgentProvider::kimi, .executable = "./k", .effort = "high", .prompt = "x"}},
+      {{"run", "--mode", "auto", "--workflow=review", "x"},
+       {.mode = GrokPermissionMode::auto_, .workflow = TaskWorkflowMode::review, .prompt = "x"}},
+      {{"run", "--attach", "a", "--attach=b", "x"}, {.attachments = {"a", "b"}, .prompt = "x"}},
+      {{"run", "--task", "12AB", "--answer", "reject_once", "--practice", "x"},
+       {.task = "12AB", .answer = "reject_once", .practice = true, .prompt = "x"}},
+      {{"run", "-"}, {.prompt = "-"}},
+      {{"run", "--json", "--", "--help"}, {.json = true, .prompt = "--help"}},
+      {{"run", "--model", "--json", "x"}, {.model = "--json", .prompt = "x"}},
+      {{"run", "--effort", "low", "--effort", "high", "x"}, {.effort = "high", .prompt = "x"}},
+  };
+  for (const auto& each : cases) {
+    const auto read = readArguments(each.words);
+    ASSERT_TRUE(read) << read.error().text;
+    EXPECT_EQ(read->kind, Invocation::Kind::run);
+    EXPECT_EQ(read->run, each.expected) << each.words[1];
+  }
+}
+
+TEST(Arguments, OtherCommands) {
+  using Kind = Invocation::Kind;
+  const std::vector<std::pair<Words, Kind>> cases = {
+      {{}, Kind::welcome},
+      {{"--practice"}, Kind::tour},
+      {{"--help"}, Kind::help},
+      {{"-h"}, Kind::help},
+      {{"help"}, Kind::help},
+      {{"help", "run"}, Kind::runHelp},
+      {{"--version"}, Kind::version},
+      {{"run", "--help"}, Kind::runHelp},
+      {{"run", "--json", "x", "-h"}, Kind::runHelp},
+  };
+  for (const auto& [words, kind] : cases) {
+    const auto read = readArguments(words);
+    ASSERT_TRUE(read) << read.error().text;
+    EXPECT_EQ(read->kind, kind);
+  }
+}
+
+TEST(Arguments, EveryMistakeSaysWhatToDo) {
+  const std::vector<std::pair<Words, std::string>> cases = {
+      {{"run"}, "Give a prompt"},
+      {{"run", "explain", "this"}, "vantrell run \"explain this\""},
+      {{"run", "--projct", "/p", "x"}, "Did you mean --project?"},
+      {{"run", "--wrkflow=plan", "x"}, "Did you mean --workflow?"},
+      {{"run", "--zzz", "x"}, "\"vantrell run --help\" lists the options"},
+      {{"run", "-j", "x"}, "Unknown option -j"},
+      {{"run", "x", "--model"}, "--model needs a value"},
+      {{"run", "--model=", "x"}, "--model needs a value"},
+      {{"run", "--json=yes", "x"}, "--json takes no value"},
+      {{"run", "--provider", "gpt", "x"}, "grok, codex, kimi"},
+      {{"run", "--mode", "full_access", "x"}, "Full Access takes a confirmation"},
+      {{"run", "--mode", "yolo", "x"}, "takes ask or auto"},
+      {{"run", "--workflow", "test", "x"}, "build, plan, review"},
+      {{"run", "--answer", "yes", "x"}, "allow_once, allow_always or reject_once"},
+      {{"run", "--practice", "--provider", "kimi", "x"}, "Give one of them"},
+      {{"run", "--task", "1234", "--project", ".", "x"}, "Leave out --project"},
+      {{"run", "--executable", "k", "x"}, "--provider kimi"},
+      {{"rum", "x"}, "Did you mean run?"},
+      {{"explain", "this"}, "vantrell run \"explain this\""},
+      {{"--json"}, "belongs to \"run\""},
+      {{"--versoin"}, "Did you mean --version?"},
+      {{"--practice", "x"}, "vantrell run --practice"},
+      {{"help", "me"}, "vantrell help run"},
+  };
+  for (const auto& [words, part] : cases) {
+    const auto read = readArguments(words);
+    ASSERT_FALSE(read) << part;
+    EXPECT_TRUE(read.error().text.contains(part)) << read.error().text;
+  }
+}
+
+TEST(Arguments, HelpNamesEveryOptionThatIsRead) {
+  for (const auto* option :
+       {"--project", "--task", "--provider", "--executable", "--practice", "--model", "--effort",
+        "--mode", "--workflow", "--attach", "--answer", "--json"}) {
+    EXPECT_TRUE(runHelpText().contains(option)) << option;
+  }
+}
+
+}  // namespace
+}  // namespace vantrell::shell

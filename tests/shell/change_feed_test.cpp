@@ -1,0 +1,105 @@
+#include "shell/terminal/change_feed.h"
+
+#include <gtest/gtest.h>
+
+#include "app/ports.h"
+#include "platform/manual_main_queue.h"
+#include "platform/user_defaults.h"
+#include "records/workspace_store.h"
+#include "shell/terminal/json_printer.h"
+#include "support/temporary_folder.h"
+
+namespace vantrell::shell {
+namespace {
+
+/// The engine without any runtime, and what the feed tells of it, one word an event.
+class ChangeFeedTest : public testing::Test {
+ protected:
+  ChangeFeedTest() {
+    model.operations.addWorkspace(folder.path());
+    key = *model.selection.key();
+    feed.emplace(model, key, printer);
+  }
+  void add(const std::string& id) {
+    ChatEntry entry;
+    entry.id = id;
+    entry.text = id;
+    model.tree.appendEntry(std::move(entry), key);
+  }
+  /// The kinds of events since the last call, with the id of entries.
+  std::string told() {
+    std::string words;
+    for (const auto& line : lines) {
+      const auto event = json::parseObject(line);
+      words += *json::text(*event, "event");
+      if (const auto* entry = json::object(*event, "entry"))
+        words += ":" + *json::text(*entry, "id");
+      if (const auto* text = json::text(*event, "text")) words += ":" + *text;
+      words += " ";
+    }
+    lines.clear();
+    return words;
+  }
+
+  tests::TemporaryFolder folder;
+  ManualMainQueue main;
+  std::unique_ptr<UserDefaults> defaults = UserDefaults::inMemory();
+  WorkspaceStore store{*defaults, folder.path()};
+  AppModel model{main, *defaults, store, neutralPorts()};
+  ThreadExecutionKey key;
+  std::vector<std::string> lines;
+  JsonPrinter printer{[this](std::string_view line) { lines.emplace_back(line); }};
+  std::optional<ChangeFeed> feed;
+};
+
+TEST_F(ChangeFeedTest, TellsEntriesAndChunksOfItsConversationOnly) {
+  add("a");
+  model.tree.appendText("more", "a", key);
+  model.operations.newThread(key.workspaceID);
+  ChatEntry elsewhere;
+  elsewhere.id = "b";
+  model.tree.appendEntry(elsewhere, *model.selection.key());
+  EXPECT_EQ(told(), "entry:a chunk:more ");
+}
+
+TEST_F(ChangeFeedTest, IsSilentDuringAPlaybackAndThenTellsTheWholeOnce) {
+  add("old");
+  add("prompt");
+  told();
+  auto& execution = model.executions.execution(key);
+  execution.turnEntryID = "prompt";
+  model.intake.replayStarted(key);
+  add("played");
+  model.tree.appendText("more", "played", key);
+  EXPECT_EQ(told(), "");
+  model.intake.replayEnded(key);
+  model.executions.publishExecution(key);
+  add("answer");
+  EXPECT_EQ(told(), "transcript entry:played entry:prompt entry:answer ");
+}
+
+TEST_F(ChangeFeedTest, FailedPlaybackTellsTheEntriesThatCameBack) {
+  add("old");
+  told();
+  model.executions.execution(key);
+  model.intake.replayStarted(key);
+  add("half");
+  model.intake.replayFailed(key);
+  EXPECT_EQ(told(), "transcript entry:old ");
+}
+
+TEST_F(ChangeFeedTest, TellsAQuestionOnceAndItsEnd) {
+  std::vector<bool> questions;
+  feed->onQuestion = [&](const auto& question) { questions.push_back(question != nullptr); };
+  auto& execution = model.executions.execution(key);
+  execution.permissionRequest = std::make_shared<PermissionRequest>();
+  model.executions.publishExecution(key);
+  model.executions.publishExecution(key);
+  execution.permissionRequest = nullptr;
+  model.executions.publishExecution(key);
+  EXPECT_EQ(told(), "permission ");
+  EXPECT_EQ(questions, (std::vector{true, false}));
+}
+
+}  // namespace
+}  // namespace vantrell::shell

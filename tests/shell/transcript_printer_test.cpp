@@ -1,0 +1,149 @@
+#include "shell/terminal/transcript_printer.h"
+
+#include <gtest/gtest.h>
+
+#include "shell/screen.h"
+
+namespace vantrell::shell {
+namespace {
+
+ChatEntry entry(std::string id, ChatEntryKind kind, std::string text) {
+  return {.id = std::move(id), .kind = kind, .text = std::move(text)};
+}
+ChatEntry tool(std::string id, std::string title, std::string status) {
+  ChatEntry made = entry(std::move(id), ChatEntryKind::tool, "{}");
+  made.title = std::move(title);
+  made.status = std::move(status);
+  return made;
+}
+RunRecord run(RunRecordStatus status, std::string message) {
+  RunRecord made;
+  made.status = status;
+  made.statusMessage = std::move(message);
+  return made;
+}
+
+class TranscriptPrinterTest : public testing::Test {
+ protected:
+  void stream(ChatEntryKind kind, const std::string& id, const std::vector<std::string>& chunks,
+              RunObserver& to) {
+    auto streamed = entry(id, kind, chunks.front());
+    to.entryAdded(streamed);
+    for (std::size_t i = 1; i < chunks.size(); ++i) to.textAdded(streamed, chunks[i]);
+  }
+
+  std::string plainOutput;
+  TranscriptPrinter plain{[this](std::string_view bytes) { plainOutput += bytes; },
+                          TerminalStyle::plain()};
+  tests::Screen screen;
+  TranscriptPrinter live{[this](std::string_view bytes) { screen.write(bytes); },
+                         TerminalStyle::live(-1)};
+};
+
+TEST_F(TranscriptPrinterTest, StreamsAnswersAndMarksThoughtsWhateverTheChunks) {
+  stream(ChatEntryKind::thought, "t", {"\nhm", "m\nand ", "\nso\n"}, plain);
+  stream(ChatEntryKind::assistant, "a", {"One", " two.\n", "Three."}, plain);
+  EXPECT_EQ(plainOutput, "│ hmm\n│ and \n│ so\n\nOne two.\nThree.");
+  plain.ended(nullptr);
+  EXPECT_TRUE(plainOutput.ends_with("Three.\n"));
+}
+
+TEST_F(TranscriptPrinterTest, PlainOutputHasNoEscapeAndOneLineATool) {
+  plain.entryAdded(tool("1", "Read\nx", "pending"));
+  plain.entryReplaced(tool("1", "Read x", "in_progress"));
+  plain.entryReplaced(tool("1", "Read x", "completed"));
+  plain.entryAdded(tool("2", "Write \x1b[31mx", "failed"));
+  plain.entryAdded(tool("3", "Hang", "in_progress"));
+  const auto end = run(RunRecordStatus::cancelled, "Stopped by you.");
+  plain.runChanged(end);
+  plain.ended(&end);
+  EXPECT_EQ(plainOutput, "✓ Read x\n✗ Write ␛[31mx (failed)\n▸ Hang\n\n■ Stopped by you.\n");
+}
+
+TEST_F(TranscriptPrinterTest, LiveToolChangesInPlaceWhileItIsLast) {
+  live.entryAdded(tool("1", "Read x", "pending"));
+  EXPECT_EQ(screen.text(), "○ Read x\n");
+  live.entryReplaced(tool("1", "Read x", "in_progress"));
+  EXPECT_EQ(screen.text(), "▸ Read x\n");
+  live.entryReplaced(tool("1", "Read x", "completed"));
+  EXPECT_EQ(screen.text(), "✓ Read x\n");
+}
+
+TEST_F(TranscriptPrinterTest, LiveToolThatIsNotLastComesAgainAtItsEnd) {
+  live.entryAdded(tool("1", "first", "pending"));
+  live.entryAdded(tool("2", "second", "pending"));
+  live.entryReplaced(tool("1", "first", "in_progress"));
+  EXPECT_EQ(screen.text(), "○ first\n○ second\n▸ first\n") << "for as long as it takes";
+  live.entryReplaced(tool("1", "first", "completed"));
+  live.entryReplaced(tool("2", "second", "completed"));
+  EXPECT_EQ(screen.text(), "○ first\n○ second\n✓ first\n✓ second\n");
+}
+
+TEST_F(TranscriptPrinterTest, LiveLinesAreCutSoThatTheyCanBeDrawnOver) {
+  live.entryAdded(tool("1", std::string(500, 'x'), "pending"));
+  EXPECT_LE(screen.text().size(), 90U);
+  live.entryReplaced(tool("1", "short", "completed"));
+  EXPECT_EQ(screen.text(), "✓ short\n");
+}
+
+TEST_F(TranscriptPrinterTest, PlanUpdatesInPlaceAndLaterTellsOnlyWhatIsDone) {
+  std::vector<PlanEntry> plan = {{"1", "look", "pending", ""}, {"2", "test", "pending", ""}};
+  for (auto* printer : {&plain, &live}) printer->planReplaced(plan);
+  plan[0].status = "completed";
+  plan[1].status = "in_progress";
+  for (auto* printer : {&plain, &live}) printer->planReplaced(plan);
+  EXPECT_EQ(plainOutput, "Plan\n  ○ look\n  ○ test\n\n  ✓ look\n");
+  EXPECT_EQ(screen.text(), "Plan\n  ✓ look\n  ▸ test\n");
+
+  for (auto* printer : {&plain, &live}) stream(ChatEntryKind::assistant, "a", {"Done."}, *printer);
+  plan[1].status = "completed";
+  for (auto* printer : {&plain, &live}) printer->planReplaced(plan);
+  EXPECT_EQ(screen.text(), "Plan\n  ✓ look\n  ▸ test\n\nDone.\n\n  ✓ test\n");
+  plan.push_back({"3", "ship", "pending", ""});
+  live.planReplaced(plan);
+  EXPECT_TRUE(screen.text().ends_with("Plan\n  ✓ look\n  ✓ test\n  ○ ship\n")) << screen.text();
+}
+
+TEST_F(TranscriptPrinterTest, PassingStatusLeavesNothingBehind) {
+  live.runChanged(run(RunRecordStatus::starting, "Connecting to Kimi…"));
+  EXPECT_EQ(screen.text(), "Connecting to Kimi…\n");
+  stream(ChatEntryKind::assistant, "a", {"Hi"}, live);
+  EXPECT_EQ(screen.text(), "Hi\n");
+  live.runChanged(run(RunRecordStatus::running, "Kimi resumed activity."));
+  EXPECT_EQ(screen.text(), "Hi\n") << "in the middle of a text it would tear it";
+}
+
+TEST_F(TranscriptPrinterTest, QuestionStandsWhereItIsAnswered) {
+  live.showsAnswerPrompt = true;
+  const PermissionRequest request{
+      .id = 1, .title = "Run ls", .detail = "", .options = {{"y", "Allow", "allow_once"}}};
+  live.entryAdded(tool("1", "Run ls", "pending"));
+  live.permissionAsked(request);
+  screen.write("1\n");  // as the terminal shows it
+  live.lineTyped();
+  live.permissionAnswered(&request.options[0]);
+  live.entryReplaced(tool("1", "Run ls", "completed"));
+  EXPECT_EQ(screen.text(),
+            "○ Run ls\n\n? Run ls\n  1  Allow\nYour answer (1): 1\n→ Allow\n\n✓ Run ls\n");
+}
+
+TEST_F(TranscriptPrinterTest, ShownKeyOfAnInterruptIsWipedAndNothingDrawnOverIt) {
+  live.entryAdded(tool("1", "Hang", "in_progress"));
+  screen.write("^C");
+  live.interrupted();
+  live.entryReplaced(tool("1", "Hang", "failed"));
+  EXPECT_EQ(screen.text(), "▸ Hang\n✗ Hang (failed)\n");
+}
+
+TEST_F(TranscriptPrinterTest, EndSaysHowItWentAndHowToGoOn) {
+  ThreadExecutionKey key;
+  key.threadID = *Uuid::parse("3F2A91C0-0000-4000-8000-000000000000");
+  plain.introduced({.conversation = key, .runtime = "Kimi Code", .folder = "/p"});
+  const auto end = run(RunRecordStatus::failed, "It broke.");
+  plain.ended(&end);
+  EXPECT_EQ(plainOutput,
+            "Kimi Code in /p\n\n✗ It broke.\nTo go on: vantrell run --task 3F2A91C0 \"...\"\n");
+}
+
+}  // namespace
+}  // namespace vantrell::shell
