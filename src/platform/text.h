@@ -3,6 +3,7 @@
 // is treated as if repair() had been called on it.
 #pragma once
 
+#include <concepts>
 #include <cstddef>
 #include <memory>
 #include <optional>
@@ -26,6 +27,10 @@ std::string lowercased(std::string_view text);
 /// Splits at every member of the newline set (LF, VT, FF, CR, NEL, U+2028, U+2029), each of which
 /// ends a line by itself: "a\r\nb" gives "a", "", "b". Text without one is one line.
 std::vector<std::string_view> lines(std::string_view text);
+/// The views would outlive a temporary text.
+template <typename Text>
+  requires std::same_as<Text, std::string>
+void lines(Text&& text) = delete;
 /// Whether `needle` occurs in `haystack` when case and the locale's conventions are ignored.
 /// An empty needle occurs everywhere.
 bool containsIgnoringCase(std::string_view haystack, std::string_view needle);
@@ -39,6 +44,9 @@ std::string repaired(std::string_view bytes);
 bool startsWith(std::string_view text, std::string_view prefix);
 /// Text without the separator is one part, also when it is empty.
 std::vector<std::string_view> split(std::string_view text, char separator);
+template <typename Text>
+  requires std::same_as<Text, std::string>
+void split(Text&& text, char separator) = delete;
 std::string joined(const std::vector<std::string>& parts, std::string_view separator);
 
 /// A compiled regular expression (ICU syntax). Matching has a limit of half a second of processor
