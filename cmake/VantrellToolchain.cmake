@@ -8,9 +8,9 @@ option(VANTRELL_DESKTOP "Build what stands on Qt" ON)
 set(VANTRELL_SANITIZER "" CACHE STRING "Sanitizers, as -fsanitize takes them")
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
-                    -Wimplicit-fallthrough -Werror)
-# A member left out of an initializer takes its default, which is what leaving it out means.
-add_compile_options(-Wno-missing-field-initializers)
+                    -Wimplicit-fallthrough -Werror
+                    # Designated initializers leave out what keeps its default.
+                    -Wno-missing-field-initializers)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # GCC 12 reports these falsely for std::string and std::optional when it optimizes.
   add_compile_options(-Wno-restrict -Wno-maybe-uninitialized -Wno-array-bounds
@@ -38,8 +38,8 @@ endif()
 
 find_program(VANTRELL_CCACHE ccache)
 if(VANTRELL_CCACHE)
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${VANTRELL_CCACHE})
-  # ccache handles the precompiled header only when it may ignore these.
+  # Without these ccache takes no file that uses a precompiled header, so none at all.
+  set(CMAKE_CXX_COMPILER_LAUNCHER env CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime ${VANTRELL_CCACHE})
   add_compile_options($<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess>)
 endif()
 

@@ -37,14 +37,14 @@ bench::Clock::duration startBare() {
 }
 
 bench::Clock::duration startWithProcess(const SerialQueue& queue) {
-  std::promise<void> line;
+  auto line = std::make_shared<std::promise<void>>();
   std::shared_ptr<Process> process;
   const auto time = bench::timed([&] {
     auto started = Process::start({.executable = "/bin/echo", .arguments = {"hello"}}, queue,
-                                  {.onOutput = [&](std::string_view) { line.set_value(); }});
+                                  {.onOutput = [line](std::string_view) { line->set_value(); }});
     if (!started) std::abort();
     process = std::move(*started);
-    line.get_future().wait();
+    line->get_future().wait();
   });
   process.reset();
   Process::waitForAll(std::chrono::seconds(10));

@@ -17,6 +17,8 @@ constexpr std::string_view style =
     "short paragraphs, descriptive headings only when useful, and bullets or numbered steps for "
     "multiple points. Put commands and code in fenced blocks. Never return a long wall of prose.";
 
+constexpr std::string_view requestHeading = "\n\nUSER REQUEST:\n";
+
 constexpr std::string_view planInstructions =
     "WORKFLOW MODE: PLAN\nInvestigate the project and produce a concrete, reviewable "
     "implementation "
@@ -55,7 +57,7 @@ ChatAttachmentPrompt::Parsed ChatAttachmentPrompt::parse(std::string_view prompt
 }
 
 std::string preparedPrompt(TaskWorkflowMode mode, std::string_view composed) {
-  const std::string request = fmt::format("{}\n\nUSER REQUEST:\n{}", style, composed);
+  const std::string request = fmt::format("{}{}{}", style, requestHeading, composed);
   switch (mode) {
     case TaskWorkflowMode::build: return request;
     case TaskWorkflowMode::plan: return fmt::format("{}\n\n{}", planInstructions, request);
@@ -69,6 +71,14 @@ std::string assemblePrompt(std::string_view text, const std::vector<ChatAttachme
   std::string prompt = preparedPrompt(mode, ChatAttachmentPrompt::compose(text, attachments));
   if (projectContext.empty()) return prompt;
   return fmt::format("{}\n\n{}", projectContext, prompt);
+}
+
+std::optional<std::string_view> composedTextOf(std::string_view assembledPrompt) {
+  const std::size_t start = assembledPrompt.find(style);
+  if (start == std::string_view::npos) return std::nullopt;
+  const std::string_view rest = assembledPrompt.substr(start + style.size());
+  if (!rest.starts_with(requestHeading)) return std::nullopt;
+  return rest.substr(requestHeading.size());
 }
 
 }  // namespace vantrell

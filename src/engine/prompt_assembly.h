@@ -2,6 +2,7 @@
 // asked for, then what every provider is told about the project. Pure functions.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,5 +30,9 @@ std::string preparedPrompt(TaskWorkflowMode mode, std::string_view composed);
 /// All layers. An empty project context adds nothing.
 std::string assemblePrompt(std::string_view text, const std::vector<ChatAttachment>& attachments,
                            TaskWorkflowMode mode, std::string_view projectContext);
+
+/// The composed text in an assembled prompt: what the user wrote, as a runtime that plays a session
+/// back cannot tell it from what stood round it. Absent for text that was not assembled here.
+std::optional<std::string_view> composedTextOf(std::string_view assembledPrompt);
 
 }  // namespace vantrell

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "engine/prompt_assembly.h"
 #include "runtimes/provider_registry.h"
 
 namespace vantrell {
@@ -36,23 +37,26 @@ SessionIntake::Outcome SessionIntake::dispatch(std::string_view kind, const Json
   } else if (kind == "user_message_chunk") {
     // The user's own prompts are entered when they are sent; an echo of one is no sign of life.
     if (!execution.isReplaying) return Outcome::ignored;
-    upsertTextEntry(update, ChatEntryKind::user, "replay-user-" + Uuid::random().text(), key,
-                    execution);
+    const std::string fallbackID = "replay-user-" + Uuid::random().text();
+    if (upsertTextEntry(update, ChatEntryKind::user, fallbackID, key, execution)) {
+      // A turn of the history begins: its answers without ids are no part of the last one's.
+      execution.fallbackMessageID = Uuid::random().text();
+    }
   } else {
     return Outcome::unknownKind;
   }
   return Outcome::handled;
 }
 
-void SessionIntake::upsertTextEntry(const JsonObject& update, ChatEntryKind kind,
+bool SessionIntake::upsertTextEntry(const JsonObject& update, ChatEntryKind kind,
                                     const std::string& fallbackID, const ThreadExecutionKey& key,
                                     const ThreadExecutionRuntime& execution) {
   const JsonObject* content = json::object(update, "content");
   const std::string* chunk = content ? json::text(*content, "text") : nullptr;
-  if (!chunk || chunk->empty()) return;
+  if (!chunk || chunk->empty()) return false;
   const std::string* messageID = json::text(update, "messageId");
   const std::string& id = messageID ? *messageID : fallbackID;
-  if (tree_.appendText(*chunk, id, key)) return;
+  if (tree_.appendText(*chunk, id, key)) return false;
 
   ChatEntry entry;
   entry.id = id;
@@ -61,6 +65,7 @@ void SessionIntake::upsertTextEntry(const JsonObject& update, ChatEntryKind kind
   entry.provider = execution.activeProvider;
   entry.createdAt = main_.now();
   tree_.appendEntry(std::move(entry), key);
+  return true;
 }
 
 void SessionIntake::upsertToolEntry(const JsonObject& update, const ThreadExecutionKey& key,
@@ -157,12 +162,38 @@ void SessionIntake::replayEnded(const ThreadExecutionKey& key) {
 
   const auto backup = std::exchange(execution->replayBackup, nullptr);
   execution->isReplaying = false;
+  restoreUserWords(*backup, key);
   const auto turnStart =
       execution->turnEntryID ? backup->indexOf(*execution->turnEntryID) : std::nullopt;
   for (std::size_t i = turnStart.value_or(backup->size()); i < backup->size(); ++i) {
     tree_.appendEntry((*backup)[i], key);
   }
   execution->savesHeldByReplay = nullptr;
+}
+
+// A runtime plays back the prompts that it was given, with the instructions that stood round the
+// user's words. The words are the entry; with them come back what only we knew of it.
+void SessionIntake::restoreUserWords(const Transcript& before, const ThreadExecutionKey& key) {
+  const ChatThread* thread = tree_.thread(key);
+  std::vector<std::string> userEntries;
+  for (const auto& entry : thread->entries) {
+    if (entry.kind == ChatEntryKind::user) userEntries.push_back(entry.id);
+  }
+  for (const auto& id : userEntries) {
+    const auto composed = composedTextOf(thread->entries.find(id)->text);
+    if (!composed) continue;
+    const std::string words(ChatAttachmentPrompt::parse(*composed).request);
+    const auto known = std::ranges::find_if(before, [&](const ChatEntry& each) {
+      return each.kind == ChatEntryKind::user && each.text == words;
+    });
+    tree_.updateEntry(id, key, [&](ChatEntry& entry) {
+      if (known != before.end()) {
+        entry.attachments = known->attachments;
+        entry.createdAt = known->createdAt;
+      }
+      entry.text = words;
+    });
+  }
 }
 
 }  // namespace vantrell

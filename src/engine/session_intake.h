@@ -36,12 +36,14 @@ class SessionIntake {
   enum class Outcome { handled, ignored, unknownKind };
   Outcome dispatch(std::string_view kind, const JsonObject& update, const ThreadExecutionKey& key,
                    ThreadExecutionRuntime& execution);
-  void upsertTextEntry(const JsonObject& update, ChatEntryKind kind, const std::string& fallbackID,
+  /// True when a new entry was made.
+  bool upsertTextEntry(const JsonObject& update, ChatEntryKind kind, const std::string& fallbackID,
                        const ThreadExecutionKey& key, const ThreadExecutionRuntime& execution);
   void upsertToolEntry(const JsonObject& update, const ThreadExecutionKey& key,
                        const ThreadExecutionRuntime& execution);
   void rebuildPlan(const JsonObject& update, const ThreadExecutionKey& key,
                    ThreadExecutionRuntime& execution);
+  void restoreUserWords(const Transcript& before, const ThreadExecutionKey& key);
   void markActivity(const ThreadExecutionKey& key, ThreadExecutionRuntime& execution);
 
   MainQueue& main_;

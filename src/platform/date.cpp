@@ -42,7 +42,8 @@ class Scanner {
     const std::size_t end = std::min(rest_.find_first_not_of("0123456789", 1), rest_.size());
     if (end < 2) return std::nullopt;
     double value = 0;
-    std::from_chars(rest_.data(), rest_.data() + end, value);  // leaves 0 when it is tiny
+    const char* const first = rest_.data();
+    std::from_chars(first, first + end, value);  // leaves 0 when it is tiny
     rest_.remove_prefix(end);
     return value;
   }

@@ -2,8 +2,8 @@
 
 #include <atomic>
 #include <boost/asio/post.hpp>
-#include <boost/asio/strand.hpp>
 #include <boost/asio/thread_pool.hpp>
+#include <mutex>
 #include <thread>
 
 namespace vantrell {
@@ -25,20 +25,63 @@ auto guarded(Work work) {
 
 }  // namespace
 
-/// Shared with the serial queues: a strand must not outlive the context it was made in.
+/// Shared with the serial queues, which may be around for longer than the pool.
 struct BackgroundPool::Impl {
   explicit Impl(unsigned count) : threads(count) {}
+  void post(Work work) { asio::post(threads, guarded(std::move(work))); }
   asio::thread_pool threads;
   std::atomic<bool> finished = false;
 };
 
-struct SerialQueue::Impl {
+/// Not an Asio strand: that one allocates and takes a lock for each piece of work, this one takes
+/// whatever has come in one go, and it is safe to keep when the pool is gone.
+struct SerialQueue::Impl : std::enable_shared_from_this<Impl> {
   Impl(std::shared_ptr<BackgroundPool::Impl> owner, std::string name)
-      : pool(std::move(owner)), strand(pool->threads.get_executor()), label(std::move(name)) {}
-  std::shared_ptr<BackgroundPool::Impl> pool;
-  asio::strand<asio::thread_pool::executor_type> strand;
-  std::string label;
+      : pool(std::move(owner)), label(std::move(name)) {}
+
+  void post(Work work) {
+    {
+      const std::lock_guard lock(mutex);
+      if (pool->finished) return;
+      waiting.push_back(std::move(work));
+      if (std::exchange(active, true)) return;
+    }
+    activate();
+  }
+
+  void activate() {
+    pool->post([self = shared_from_this()] { self->runBatch(); });
+  }
+
+  void runBatch() {
+    std::vector<Work> batch;
+    {
+      const std::lock_guard lock(mutex);
+      batch.swap(waiting);
+    }
+    const auto* const outer = std::exchange(current, this);
+    for (auto& work : batch) {
+      work();
+      work = nullptr;  // what it holds goes on this queue too, before the next piece runs
+    }
+    current = outer;
+    {
+      const std::lock_guard lock(mutex);
+      active = !waiting.empty();
+      if (!active) return;
+    }
+    activate();  // behind the other queues of the pool
+  }
+
+  static thread_local const Impl* current;
+  const std::shared_ptr<BackgroundPool::Impl> pool;
+  const std::string label;
+  std::mutex mutex;
+  std::vector<Work> waiting;
+  bool active = false;
 };
+
+thread_local const SerialQueue::Impl* SerialQueue::Impl::current = nullptr;
 
 BackgroundPool::BackgroundPool(unsigned threads)
     : impl_(std::make_shared<Impl>(threads == 0 ? defaultThreadCount() : threads)) {}
@@ -56,15 +99,13 @@ SerialQueue::SerialQueue(BackgroundPool& pool, std::string label)
     : impl_(std::make_shared<Impl>(pool.impl_, std::move(label))) {}
 
 void SerialQueue::post(Work work) const {
-  if (impl_->pool->finished) return;
-  asio::post(impl_->strand, guarded(std::move(work)));
+  impl_->post(std::move(work));
 }
-
 const std::string& SerialQueue::label() const {
   return impl_->label;
 }
 bool SerialQueue::isCurrent() const {
-  return impl_->strand.running_in_this_thread();
+  return Impl::current == impl_.get();
 }
 
 }  // namespace vantrell

@@ -121,7 +121,7 @@ bool writeAll(int descriptor, std::string_view content) {
 }
 
 bool readAll(int descriptor, std::string& content) {
-  constexpr std::size_t step = 64 * 1024;
+  constexpr std::size_t step = std::size_t{64} * 1024;
   struct stat info{};
   const bool hasSize = fstat(descriptor, &info) == 0 && S_ISREG(info.st_mode);
   // One byte more than the size, so that the end is seen without growing.
@@ -196,10 +196,10 @@ Result<> createFolders(const std::string& path, mode_t mode) {
     slash = absolute.find('/', slash + 1);
     const std::string folder = absolute.substr(0, slash);
     if (isFolder(folder)) continue;
-    if (mkdir(folder.c_str(), mode) != 0 && !(errno == EEXIST && isFolder(folder))) {
-      const int code = errno == EEXIST ? ENOTDIR : errno;
-      return failure("create the folder", folder, code);
-    }
+    if (mkdir(folder.c_str(), mode) == 0) continue;
+    const int code = errno;
+    if (code == EEXIST && isFolder(folder)) continue;  // someone else was faster
+    return failure("create the folder", folder, code == EEXIST ? ENOTDIR : code);
   }
   return {};
 }

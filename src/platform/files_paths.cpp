@@ -33,7 +33,7 @@ std::string_view withoutTrailingSlashes(std::string_view path) {
 std::string homeFolder() {
   const std::string home = environmentValue("HOME");
   if (home.starts_with('/')) return standardized(home);
-  std::vector<char> buffer(16 * 1024);
+  std::vector<char> buffer(std::size_t{16} * 1024);
   passwd entry{};
   passwd* found = nullptr;
   while (getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found) == ERANGE) {

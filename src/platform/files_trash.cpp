@@ -130,13 +130,13 @@ bool moveInto(const TrashFolder& trash, const std::string& path, std::string& mo
   const std::string content = infoFor(path, trash);
   for (int number = 1; number <= namesToTry; ++number) {
     const std::string candidate = numbered(name, number);
-    const std::string infoPath = infoFolder + "/" + candidate + ".trashinfo";
+    const std::string infoPath = fmt::format("{}/{}.trashinfo", infoFolder, candidate);
     Descriptor info(open(infoPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (!info) {
       if (errno == EEXIST) continue;
       return false;
     }
-    movedTo = filesFolder + "/" + candidate;
+    movedTo = fmt::format("{}/{}", filesFolder, candidate);
     if (writeAll(info.number(), content) && info.close() && renameToFree(path, movedTo)) {
       return true;
     }

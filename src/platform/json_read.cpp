@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <charconv>
+#include <cstring>
 #include <numeric>
 
 #include "platform/json.h"
@@ -185,6 +186,7 @@ class JsonReader {
       ++at_;
       return true;
     }
+    elements.reserve(4);
     while (true) {
       if (!readValue(elements.emplace_back(), depth)) return false;
       skipSpace();
@@ -211,6 +213,12 @@ class JsonReader {
         continue;
       }
       if (byte < 0x20) return fail("a control character inside a string");
+      if (byte == '\\' && out.empty()) {
+        // Room for all up to the next quote at once, which mostly is the closing one.
+        const void* quote = std::memchr(at_ + 1, '"', static_cast<std::size_t>(end_ - at_ - 1));
+        out.reserve(
+            static_cast<std::size_t>((quote ? static_cast<const char*>(quote) : at_) - run));
+      }
       out.append(run, at_);
       ++at_;
       if (byte == '"') return true;

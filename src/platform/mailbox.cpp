@@ -1,5 +1,7 @@
 #include "platform/mailbox.h"
 
+#include <iterator>
+
 namespace vantrell {
 
 void Mailbox::deliver(Work work, std::size_t bytes) {
@@ -30,7 +32,7 @@ bool Mailbox::takeSchedule() {
 
 Mailbox::Hold::Hold(Mailbox& mailbox) : mailbox_(mailbox) {
   const std::lock_guard lock(mailbox_.mutex_);
-  ++mailbox_.holds_;
+  if (mailbox_.holds_++ == 0) mailbox_.freeLetters_ = mailbox_.letters_.size();
 }
 
 Mailbox::Hold::~Hold() {
@@ -49,8 +51,16 @@ void Mailbox::drain() {
   std::vector<Letter> letters;
   {
     const std::lock_guard lock(mutex_);
-    letters.swap(letters_);
     isScheduled_ = false;
+    if (holds_ == 0) {
+      letters.swap(letters_);
+    } else {
+      // A hop that was under way when the hold began must not tear apart what is being held.
+      const auto end = letters_.begin() + static_cast<std::ptrdiff_t>(freeLetters_);
+      letters.assign(std::make_move_iterator(letters_.begin()), std::make_move_iterator(end));
+      letters_.erase(letters_.begin(), end);
+      freeLetters_ = 0;
+    }
   }
   std::size_t bytes = 0;
   for (auto& letter : letters) {

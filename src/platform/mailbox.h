@@ -57,6 +57,7 @@ class Mailbox : public std::enable_shared_from_this<Mailbox> {
   std::vector<Letter> letters_;
   std::size_t bytes_ = 0;  // of letters_ and of those being drained
   int holds_ = 0;
+  std::size_t freeLetters_ = 0;  // while held: how many of letters_ were there before
   bool isScheduled_ = false;
   bool isFull_ = false;
 };

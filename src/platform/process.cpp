@@ -119,9 +119,9 @@ void Process::terminate(std::chrono::milliseconds grace) {
   impl_->onReactor([grace](ProcessChild& child) { child.terminate(grace); });
 }
 
-void Process::stop(std::chrono::milliseconds grace) {
+void Process::stop(std::chrono::milliseconds grace, std::chrono::milliseconds patience) {
   if (!impl_->channel->stop()) return;
-  impl_->onReactor([grace](ProcessChild& child) { child.stop(grace); });
+  impl_->onReactor([grace, patience](ProcessChild& child) { child.stop(grace, patience); });
 }
 
 bool Process::isRunning() const {

@@ -27,15 +27,14 @@ using Environment = std::map<std::string, std::string, std::less<>>;
 /// A copy of this process's own environment.
 Environment currentEnvironment();
 
-// The empty initializers let callers name only the fields that they set.
 struct ProcessOptions {
   enum class Input { pipe, null };
   enum class Output { pipe, null };
 
-  std::string executable{};              // absolute path
-  std::vector<std::string> arguments{};  // without the executable itself
-  Environment environment{};             // complete
-  std::string workingFolder{};           // empty: this process's own
+  std::string executable;              // absolute path
+  std::vector<std::string> arguments;  // without the executable itself
+  Environment environment;             // complete
+  std::string workingFolder;           // empty: this process's own
   Input standardInput = Input::pipe;
   Output standardOutput = Output::pipe;
   Output standardError = Output::pipe;
@@ -68,13 +67,13 @@ class Process {
   struct Handlers {
     /// A chunk, never empty. Reading goes on only as fast as these return: a slow handler holds the
     /// child back, it does not fill memory.
-    std::function<void(std::string_view bytes)> onOutput{};
-    std::function<void(std::string_view bytes)> onError{};
+    std::function<void(std::string_view bytes)> onOutput;
+    std::function<void(std::string_view bytes)> onError;
     /// The child closed its input or died with bytes unsent; at most once. EPIPE mostly.
-    std::function<void(ProcessError)> onWriteError{};
+    std::function<void(ProcessError)> onWriteError;
     /// Exactly once, after every byte that was written before the exit has been delivered. A
     /// grandchild that holds the pipes open delays nothing. Not called after stop().
-    std::function<void(ExitStatus)> onExit{};
+    std::function<void(ExitStatus)> onExit;
   };
 
   /// Starts the child. Fails when it cannot be executed (the errors of execve and chdir included).
@@ -103,8 +102,10 @@ class Process {
   /// comes.
   void terminate(std::chrono::milliseconds grace = defaultGrace);
   /// Closes the input, drops what the child still writes, and terminates. No handler is called from
-  /// now on (one that is running on the queue finishes).
-  void stop(std::chrono::milliseconds grace = defaultGrace);
+  /// now on (one that is running on the queue finishes). With patience, the child first gets what
+  /// was written, the end of its input and that much time to end by itself.
+  void stop(std::chrono::milliseconds grace = defaultGrace,
+            std::chrono::milliseconds patience = std::chrono::milliseconds::zero());
   bool isRunning() const;
   std::int64_t processID() const;
 

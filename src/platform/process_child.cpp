@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <dirent.h>
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <fstream>
 #include <signal.h>
 #include <sys/ioctl.h>
@@ -19,7 +20,7 @@ using Stream = ProcessChannel::Stream;
 
 namespace {
 
-constexpr std::size_t chunkBytes = 64 * 1024;
+constexpr std::size_t chunkBytes = std::size_t{64} * 1024;
 /// A larger pipe saves wake-ups on both sides. Best effort: the user may have used up his share.
 constexpr int outputPipeBytes = 256 * 1024;
 /// How often a group that lost its leader is looked at while it has its grace.
@@ -87,7 +88,8 @@ std::expected<void, ProcessError> ProcessChild::launch(const ProcessOptions& opt
   std::vector<std::string> arguments{options.executable};
   arguments.insert(arguments.end(), options.arguments.begin(), options.arguments.end());
   std::vector<std::string> variables;
-  for (const auto& [name, value] : options.environment) variables.push_back(name + "=" + value);
+  for (const auto& [name, value] : options.environment)
+    variables.push_back(fmt::format("{}={}", name, value));
   const auto argumentPointers = pointers(arguments);
   const auto variablePointers = pointers(variables);
 
@@ -271,31 +273,40 @@ void ProcessChild::onLeaderExit() {
   output_ = {};
   error_ = {};
   closeInput();
-  const auto self = shared_from_this();
+  // Nothing of the child is left when its exit is reported, and its exit is on its way when nobody
+  // waits for it any more.
+  if (endsGroupWithLeader_) bury();
+  channel_->inputEnded(processError(ProcessError::Step::write, EPIPE));
+  channel_->exited(status);
   if (endsGroupWithLeader_) {
     retire();
   } else if (stopped_) {
     awaitGroup();
   }
-  channel_->inputEnded(processError(ProcessError::Step::write, EPIPE));
-  channel_->exited(status);
 }
 
 void ProcessChild::terminate(Duration grace) {
-  if (retired_) return;
+  if (buried_) return;
   if (grace <= Duration::zero()) return killGroup();
   ::kill(-id_, SIGTERM);
   ::kill(-id_, SIGCONT);  // one that is suspended could not even die
   killBy(steadyNow() + grace);
 }
 
-void ProcessChild::stop(Duration grace) {
-  if (std::exchange(stopped_, true) || retired_) return;
+void ProcessChild::stop(Duration grace, Duration patience) {
+  if (std::exchange(stopped_, true) || buried_) return;
   // Read on, though nobody listens: a closed pipe would kill the child at its first word of
   // farewell.
   paused_ = false;
   updateReading(Stream::output);
   updateReading(Stream::error);
+  if (patience > Duration::zero() && !leaderExited_) {
+    closesInput_ = true;
+    if (input_) sendPieces();
+    channel_->inputEnded({});
+    patienceTimer_ = supervisor_.reactor().after(patience, [this, grace] { terminate(grace); });
+    return;
+  }
   closeInput();
   channel_->inputEnded({});
   terminate(grace);
@@ -315,13 +326,15 @@ void ProcessChild::killGroup() {
 
 /// The leader is a zombie, the others have their grace. Only when leader and group end apart.
 void ProcessChild::awaitGroup() {
-  if (retired_) return;
+  if (buried_) return;
   if (!groupHasMembers(id_)) return retire();
   groupTimer_ = supervisor_.reactor().after(groupCheckPeriod, [this] { awaitGroup(); });
 }
 
-void ProcessChild::retire() {
-  if (std::exchange(retired_, true)) return;
+/// Frees the id, and with it the group's.
+void ProcessChild::bury() {
+  if (std::exchange(buried_, true)) return;
+  patienceTimer_.cancel();
   killTimer_.cancel();
   groupTimer_.cancel();
   siginfo_t info{};
@@ -330,7 +343,11 @@ void ProcessChild::retire() {
   }
   handle_.reset();
   supervisor_.guard().remove(id_);
-  supervisor_.remove(id_);  // may be the last that holds this object
+}
+
+void ProcessChild::retire() {
+  bury();
+  supervisor_.remove(shared_from_this());  // may be the last that holds this object
 }
 
 }  // namespace vantrell

@@ -28,7 +28,7 @@ class ProcessChild : public std::enable_shared_from_this<ProcessChild> {
   void setPaused(bool paused);
   void readAgain(ProcessChannel::Stream stream);
   void terminate(Duration grace);
-  void stop(Duration grace);
+  void stop(Duration grace, Duration patience);
 
  private:
   struct Source {
@@ -46,6 +46,7 @@ class ProcessChild : public std::enable_shared_from_this<ProcessChild> {
   void killBy(Duration instant);
   void killGroup();
   void awaitGroup();
+  void bury();
   void retire();
 
   ProcessSupervisor& supervisor_;
@@ -64,8 +65,9 @@ class ProcessChild : public std::enable_shared_from_this<ProcessChild> {
   bool endsGroupWithLeader_ = true;
   bool leaderExited_ = false;  // and still unreaped: its id, and so the group's, stays taken
   bool stopped_ = false;
-  bool retired_ = false;
+  bool buried_ = false;
   std::optional<Duration> killInstant_;
+  Timer patienceTimer_;
   Timer killTimer_;
   Timer groupTimer_;
 };

@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <signal.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 
 #include "platform/process_spawn.h"
@@ -41,24 +40,25 @@ Duration steadyNow() {
   return std::chrono::steady_clock::now().time_since_epoch();
 }
 
-bool sendAll(const Descriptor& socket, const std::string& text) {
-  const auto sent = ::send(socket.get(), text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-  return sent == static_cast<ssize_t>(text.size());
+/// The reactor's thread blocks SIGPIPE, so that a guard that is gone is only an error.
+bool writeAll(const Descriptor& pipe, const std::string& text) {
+  return ::write(pipe.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
 }  // namespace
 
 int ProcessGuard::descriptor() {
-  if (!socket_ && steadyNow() - restartPause >= lastStart_) start();
-  return socket_.get();
+  if (!pipe_ && steadyNow() - restartPause >= lastStart_) start();
+  return pipe_.get();
 }
 
 void ProcessGuard::start() {
   lastStart_ = steadyNow();
   int ends[2];
-  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return;
-  auto ours = aboveStandard(Descriptor(ends[0]));
-  const auto theirs = aboveStandard(Descriptor(ends[1]));
+  if (::pipe2(ends, O_CLOEXEC) != 0) return;
+  const auto theirs = aboveStandard(Descriptor(ends[0]));
+  auto ours = aboveStandard(Descriptor(ends[1]));
+  ::fcntl(ours.get(), F_SETFL, O_NONBLOCK);
   const auto null = aboveStandard(Descriptor(::open("/dev/null", O_RDWR | O_CLOEXEC)));
   const char* const arguments[] = {"/bin/sh", "-c", script, nullptr};
   const char* const environment[] = {"PATH=/usr/bin:/bin", nullptr};
@@ -71,16 +71,16 @@ void ProcessGuard::start() {
   request.output = null.get();
   request.error = null.get();
   request.ownSession = true;
-  // What a predecessor knew waits in the socket before the guard is there: this program may be
+  // What a predecessor knew waits in the pipe before the guard is there: this program may be
   // killed at any moment.
   std::string known;
   for (const pid_t group : groups_) known += fmt::format("+{}\n", group);
-  if (!known.empty() && !sendAll(ours, known)) return;
+  if (!known.empty() && !writeAll(ours, known)) return;
   auto spawned = spawn(request);
   if (!spawned) return;
   id_ = spawned->id;
   handle_ = std::move(spawned->handle);
-  socket_ = std::move(ours);
+  pipe_ = std::move(ours);
   exitWatch_ = reactor_.whenReadable(handle_.get(), [this] { onExit(); });
 }
 
@@ -89,7 +89,7 @@ void ProcessGuard::onExit() {
   while (::waitpid(id_, nullptr, 0) < 0 && errno == EINTR) {
   }
   handle_.reset();
-  socket_.reset();
+  pipe_.reset();
   if (groups_.empty()) return;
   if (descriptor() < 0) {
     restart_ = reactor_.after(restartPause, [this] {
@@ -113,9 +113,9 @@ void ProcessGuard::forget(pid_t group) {
 }
 
 void ProcessGuard::tell(const std::string& line) {
-  if (!socket_) return;
+  if (!pipe_) return;
   // One that does not listen is as good as gone: its successor learns the whole list.
-  if (!sendAll(socket_, line)) ::kill(id_, SIGKILL);
+  if (!writeAll(pipe_, line)) ::kill(id_, SIGKILL);
 }
 
 }  // namespace vantrell

@@ -1,5 +1,5 @@
 // The guard: one tiny companion process that ends the children's groups when this program dies
-// without a word. It reads "+<group>" and "-<group>" lines from a socket, and its end of file means
+// without a word. It reads "+<group>" and "-<group>" lines from a pipe, and its end of file means
 // that the program is gone. Part of Process, on the reactor's thread; without a shell on the
 // machine there is no guard, and children still get their death signal.
 #pragma once
@@ -17,7 +17,7 @@ class ProcessGuard {
  public:
   explicit ProcessGuard(ProcessReactor& reactor) : reactor_(reactor) {}
 
-  /// The socket by which a new child announces its group, or -1. Starts the guard when needed.
+  /// The pipe by which a new child announces its group, or -1. Starts the guard when needed.
   int descriptor();
   /// The group is there; `announced` when the child could tell the guard itself.
   void add(pid_t group, bool announced);
@@ -32,7 +32,7 @@ class ProcessGuard {
 
   ProcessReactor& reactor_;
   std::set<pid_t> groups_;
-  Descriptor socket_;
+  Descriptor pipe_;
   pid_t id_ = 0;
   Descriptor handle_;
   ProcessReactor::Watch exitWatch_;

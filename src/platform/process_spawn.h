@@ -20,7 +20,7 @@ struct SpawnRequest {
   int input = -1;
   int output = -1;
   int error = -1;
-  /// A socket to which the child writes "+<process id>\n" before it runs the program, or -1.
+  /// A pipe to which the child writes "+<process id>\n" before it runs the program, or -1.
   int guard = -1;
   /// A session of its own (the guard), or else a process group of its own that gets SIGTERM when
   /// the spawning thread dies.

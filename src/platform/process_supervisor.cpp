@@ -43,14 +43,12 @@ int ProcessSupervisor::nullDevice() {
 
 void ProcessSupervisor::add(std::shared_ptr<ProcessChild> child) {
   const std::lock_guard lock(mutex_);
-  const pid_t id = child->id();
-  children_[id] = std::move(child);
+  children_.insert(std::move(child));
 }
 
-void ProcessSupervisor::remove(pid_t id) {
-  decltype(children_)::node_type last;  // goes outside of the lock
+void ProcessSupervisor::remove(const std::shared_ptr<ProcessChild>& child) {
   const std::lock_guard lock(mutex_);
-  last = children_.extract(id);
+  children_.erase(child);
   if (children_.empty()) none_.notify_all();
 }
 

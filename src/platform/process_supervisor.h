@@ -3,9 +3,9 @@
 #pragma once
 
 #include <condition_variable>
-#include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 
 #include "platform/process_guard.h"
 #include "platform/process_reactor.h"
@@ -29,7 +29,7 @@ class ProcessSupervisor {
   /// The null device.
   int nullDevice();
   void add(std::shared_ptr<ProcessChild> child);
-  void remove(pid_t id);
+  void remove(const std::shared_ptr<ProcessChild>& child);
 
  private:
   ProcessSupervisor();
@@ -39,7 +39,7 @@ class ProcessSupervisor {
   Descriptor null_;
   std::mutex mutex_;
   std::condition_variable none_;
-  std::map<pid_t, std::shared_ptr<ProcessChild>> children_;
+  std::set<std::shared_ptr<ProcessChild>> children_;
 };
 
 }  // namespace vantrell

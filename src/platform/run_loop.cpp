@@ -87,7 +87,7 @@ class RunLoop::SignalWatch : public std::enable_shared_from_this<SignalWatch> {
 
   void add(int signal) {
     boost::system::error_code ignored;  // a number that is no signal never arrives
-    signals_.add(signal, ignored);
+    std::ignore = signals_.add(signal, ignored);
   }
 
   void wait() {
@@ -105,7 +105,7 @@ class RunLoop::SignalWatch : public std::enable_shared_from_this<SignalWatch> {
   std::function<void(int)> handler_;
 };
 
-std::shared_ptr<RunLoop::SignalWatch> RunLoop::watchSignals(std::vector<int> signals,
+std::shared_ptr<RunLoop::SignalWatch> RunLoop::watchSignals(const std::vector<int>& signals,
                                                             std::function<void(int)> handler) {
   auto watch = std::make_shared<SignalWatch>(impl_->context, std::move(handler));
   for (const int signal : signals) watch->add(signal);
@@ -139,7 +139,7 @@ class RunLoop::LineWatch : public std::enable_shared_from_this<LineWatch> {
   }
 
  private:
-  static constexpr std::size_t chunkBytes = 64 * 1024;
+  static constexpr std::size_t chunkBytes = std::size_t{64} * 1024;
 
   /// On the reading thread, which ends before this object does.
   void read(const std::weak_ptr<LineWatch>& weak) {
@@ -151,18 +151,22 @@ class RunLoop::LineWatch : public std::enable_shared_from_this<LineWatch> {
       if (waits[1].revents != 0) return;
       const ssize_t count = ::read(source_.get(), chunk.data(), chunk.size());
       if (count < 0 && (errno == EINTR || errno == EAGAIN)) continue;
-      std::unique_lock lock(mutex_);
-      if (cancelled_) return;
-      delivering_ = true;
-      std::string bytes = count > 0 ? chunk.substr(0, static_cast<std::size_t>(count)) : "";
-      loop_.post([weak, bytes = std::move(bytes)] {
-        if (const auto self = weak.lock()) self->deliver(bytes);
-      });
-      if (count <= 0) return;
-      // One chunk at a time: input that comes faster than it is used waits where it is.
-      turn_.wait(lock, [this] { return cancelled_ || !delivering_; });
-      if (cancelled_) return;
+      const auto length = static_cast<std::size_t>(std::max<ssize_t>(count, 0));
+      if (!handOver(weak, chunk.substr(0, length)) || count <= 0) return;
     }
+  }
+
+  /// One chunk at a time: input that comes faster than it is used waits where it is. No bytes mean
+  /// the end. False when the watch goes.
+  bool handOver(const std::weak_ptr<LineWatch>& weak, std::string bytes) {
+    std::unique_lock lock(mutex_);
+    if (cancelled_) return false;
+    delivering_ = !bytes.empty();
+    loop_.post([weak, bytes = std::move(bytes)] {
+      if (const auto self = weak.lock()) self->deliver(bytes);
+    });
+    turn_.wait(lock, [this] { return cancelled_ || !delivering_; });
+    return !cancelled_;
   }
 
   void deliver(const std::string& bytes) {

@@ -30,7 +30,7 @@ class RunLoop final : public MainQueue {
   /// Calls the handler on this queue for each delivery of one of the signals (SIGINT and so on),
   /// until the returned watch is destroyed; then the signals get their default action back.
   class SignalWatch;
-  [[nodiscard]] std::shared_ptr<SignalWatch> watchSignals(std::vector<int> signals,
+  [[nodiscard]] std::shared_ptr<SignalWatch> watchSignals(const std::vector<int>& signals,
                                                           std::function<void(int)> handler);
 
   /// Reads lines (without their line feed) from a descriptor, on this queue, until end of file or

@@ -9,7 +9,6 @@
 #include <unicode/ubrk.h>
 #include <unicode/uchar.h>
 #include <unicode/utext.h>
-#include <unicode/utf8.h>
 
 #include "platform/utf8.h"
 
@@ -17,8 +16,9 @@ namespace vantrell::text {
 namespace {
 
 bool isAscii(std::string_view text) {
-  const char* const end = text.data() + text.size();
-  return utf8::endOfAscii(text.data(), end) == end;
+  const char* const begin = text.data();
+  const char* const end = begin + text.size();
+  return utf8::endOfAscii(begin, end) == end;
 }
 
 bool isAsciiAt(std::string_view text, std::size_t i) {
@@ -36,12 +36,12 @@ bool isContinuation(char c) {
 /// Whether the bytes are one character beyond ASCII that has Unicode's White_Space property. None
 /// of those lies outside the first plane.
 bool isWhiteSpace(std::string_view bytes) {
-  if (bytes.size() > 3) return false;
-  UChar32 point = 0;
-  std::int32_t at = 0;
-  const auto size = static_cast<std::int32_t>(bytes.size());
-  U8_NEXT(bytes.data(), at, size, point);  // negative for an invalid sequence
-  return at == size && point >= 0 && u_isUWhiteSpace(point);
+  const char* const begin = bytes.data();
+  const utf8::Sequence sequence = utf8::sequenceAt(begin, begin + bytes.size());
+  if (!sequence.valid || sequence.length != bytes.size() || bytes.size() > 3) return false;
+  UChar32 point = bytes[0] & (bytes.size() == 3 ? 0x0F : 0x1F);
+  for (const char c : bytes.substr(1)) point = point << 6 | (c & 0x3F);
+  return u_isUWhiteSpace(point);
 }
 
 std::string lowercasedAscii(std::string_view text) {

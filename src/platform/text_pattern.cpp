@@ -30,8 +30,8 @@ std::chrono::nanoseconds processorTime() {
 /// a match could start, which a long text has many of.)
 class Deadline {
  public:
-  UBool isAhead() { return processorTime() < end_; }
-  UBool isAheadAtStart() { return ++starts_ % startsPerClockReading != 0 || isAhead(); }
+  bool isAhead() { return processorTime() < end_; }
+  bool isAheadAtStart() { return ++starts_ % startsPerClockReading != 0 || isAhead(); }
 
  private:
   std::chrono::nanoseconds end_ = processorTime() + timeLimit;
@@ -39,10 +39,10 @@ class Deadline {
 };
 
 UBool onSteps(const void* deadline, std::int32_t) {
-  return static_cast<Deadline*>(const_cast<void*>(deadline))->isAhead();
+  return static_cast<UBool>(static_cast<Deadline*>(const_cast<void*>(deadline))->isAhead());
 }
 UBool onStart(const void* deadline, std::int64_t) {
-  return static_cast<Deadline*>(const_cast<void*>(deadline))->isAheadAtStart();
+  return static_cast<UBool>(static_cast<Deadline*>(const_cast<void*>(deadline))->isAheadAtStart());
 }
 
 /// A text as ICU reads it.

@@ -50,20 +50,19 @@ TimerTable::~TimerTable() {
 Timer TimerTable::after(Duration delay, Work work) {
   auto entry = std::make_shared<Entry>();
   entry->once = std::move(work);
-  return add(addSaturating(uptime_(), delay), std::move(entry));
+  return add(addSaturating(uptime_(), delay), entry);
 }
 
 Timer TimerTable::every(Duration period, std::function<void()> work) {
   auto entry = std::make_shared<Entry>();
   entry->period = std::max(period, shortestPeriod);
   entry->repeated = std::move(work);
-  const Duration due = addSaturating(uptime_(), entry->period);
-  return add(due, std::move(entry));
+  return add(addSaturating(uptime_(), entry->period), entry);
 }
 
-Timer TimerTable::add(Duration due, std::shared_ptr<Entry> entry) {
+Timer TimerTable::add(Duration due, const std::shared_ptr<Entry>& entry) {
   insert(due, entry);
-  return Timer(std::make_unique<Handle>(state_, std::move(entry)));
+  return Timer(std::make_unique<Handle>(state_, entry));
 }
 
 void TimerTable::insert(Duration due, const std::shared_ptr<Entry>& entry) {

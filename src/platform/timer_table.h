@@ -50,7 +50,7 @@ class TimerTable {
   };
   class Handle;
 
-  Timer add(Duration due, std::shared_ptr<Entry> entry);
+  Timer add(Duration due, const std::shared_ptr<Entry>& entry);
   void insert(Duration due, const std::shared_ptr<Entry>& entry);
   void arm();
 

@@ -127,24 +127,23 @@ void PracticeAgent::prompt(const JsonObject& params, const AcpHost::Reply& reply
   if ((*open)->turn) return reply(invalid("This session has a turn that is still running."));
 
   auto text = textOf(*blocks);
-  auto& [session, transcript, turn] = **open;
-  transcript.recordPrompt(text);
-  keep(session);  // so that the prompt is there even when the turn ends the process
+  OpenSession& opened = **open;
+  opened.transcript.recordPrompt(text);
+  keep(opened.session);  // so that the prompt is there even when the turn ends the process
   StepContext context{.queue = queue_,
-                      .transcript = transcript,
+                      .transcript = opened.transcript,
                       .output = output_,
                       .abilities = abilities_,
                       .closeInput = options_.closeInput};
-  turn = std::make_shared<Turn>(std::move(context),
-                                [this, reply, &session = session,
-                                 &turn = turn](const std::expected<std::string, RpcError>& result) {
-                                  keep(session);
-                                  auto ended = std::move(turn);  // lives until this returns
-                                  turn.reset();
-                                  if (!result) return reply(std::unexpected(result.error()));
-                                  reply(JsonObject{{"stopReason", *result}});
-                                });
-  turn->start(text);
+  opened.turn = std::make_shared<Turn>(
+      std::move(context),
+      [this, reply, &opened](const std::expected<std::string, RpcError>& result) {
+        keep(opened.session);
+        auto ended = std::exchange(opened.turn, nullptr);  // lives until this returns
+        if (!result) return reply(std::unexpected(result.error()));
+        reply(JsonObject{{"stopReason", *result}});
+      });
+  opened.turn->start(text);
 }
 
 void PracticeAgent::cancel(const JsonObject& params) {

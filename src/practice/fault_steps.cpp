@@ -56,12 +56,16 @@ void FloodStep::sendBatch() {
 }
 
 void FloodStep::sendMessages(Work whenWritten) {
-  for (int i = 1; i <= piecesOfBatch && left_ > 0; ++i) {
+  auto takePiece = [this] {
     auto piece = floodPiece.substr(0, static_cast<std::size_t>(left_));
     left_ -= static_cast<std::int64_t>(piece.size());
-    bool last = i == piecesOfBatch || left_ == 0;
-    transcript().sayUnrecorded(messageId_, piece, last ? std::move(whenWritten) : Work());
+    return piece;
+  };
+  auto size = static_cast<std::int64_t>(floodPiece.size());
+  for (int i = 1; i < piecesOfBatch && left_ > size; ++i) {
+    transcript().sayUnrecorded(messageId_, takePiece());
   }
+  transcript().sayUnrecorded(messageId_, takePiece(), std::move(whenWritten));
 }
 
 FaultStep::FaultStep(StepContext context, Finish finish, const Directive& directive)

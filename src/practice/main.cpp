@@ -1,8 +1,8 @@
 // vantrell-practice-agent: an agent without a model, to get to know Vantrell and to test it with.
 #include <chrono>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <memory>
 #include <poll.h>
@@ -57,10 +57,9 @@ std::string modeFrom(const std::vector<std::string_view>& arguments) {
 
 /// Puts nothing in the place of the pipe, so that no file opened later becomes standard input.
 void closeStandardInput() {
-  ::close(STDIN_FILENO);
-  if (std::FILE* nothing = std::fopen("/dev/null", "r")) {  // takes the lowest descriptor, 0
-    if (::fileno(nothing) != STDIN_FILENO) std::fclose(nothing);
-  }
+  int nothing = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+  if (nothing < 0 || ::dup2(nothing, STDIN_FILENO) < 0) ::close(STDIN_FILENO);
+  ::close(nothing);
 }
 
 bool hostReads() {

@@ -4,7 +4,8 @@
 
 namespace vantrell {
 
-// Found by argument-dependent look-up, so they stand beside the records, not in a nameless namespace.
+// Found by argument-dependent look-up, so they stand beside the records, not in a nameless
+// namespace.
 
 static constexpr auto fieldsOf(const ChatAttachment*) {
   using R = ChatAttachment;

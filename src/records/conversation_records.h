@@ -41,10 +41,10 @@ struct ChatEntry {
   /// Unique within the thread: a runtime's message or tool-call id, or a fresh UUID's text.
   std::string id;
   ChatEntryKind kind = ChatEntryKind::user;
-  std::string text;                        // of a tool: its input as JSON text, or empty
-  std::optional<std::string> title;        // of a tool, or the short heading of a system entry
-  std::optional<std::string> status;       // of a tool, as the runtime reports it
-  std::optional<AgentProvider> provider;   // who wrote it; absent on user and system entries
+  std::string text;                       // of a tool: its input as JSON text, or empty
+  std::optional<std::string> title;       // of a tool, or the short heading of a system entry
+  std::optional<std::string> status;      // of a tool, as the runtime reports it
+  std::optional<AgentProvider> provider;  // who wrote it; absent on user and system entries
   std::vector<ChatAttachment> attachments;
   Date createdAt;
 

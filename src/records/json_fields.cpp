@@ -14,7 +14,9 @@ void writeJson(JsonWriter& writer, Date date, const JsonPolicy& policy) {
   }
 }
 
-void writeJson(JsonWriter& writer, const Uuid& id, const JsonPolicy&) { writer.value(id.text()); }
+void writeJson(JsonWriter& writer, const Uuid& id, const JsonPolicy&) {
+  writer.value(id.text());
+}
 
 bool readJson(const Json& json, Date& date, JsonReading& reading) {
   if (reading.policy.dates == JsonPolicy::DateForm::iso8601) {

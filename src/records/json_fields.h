@@ -60,11 +60,15 @@ void writeJson(JsonWriter& writer, const Uuid& id, const JsonPolicy& policy);
 inline void writeJson(JsonWriter& writer, const std::string& text, const JsonPolicy&) {
   writer.value(std::string_view(text));
 }
-inline void writeJson(JsonWriter& writer, bool value, const JsonPolicy&) { writer.value(value); }
+inline void writeJson(JsonWriter& writer, bool value, const JsonPolicy&) {
+  writer.value(value);
+}
 inline void writeJson(JsonWriter& writer, std::int64_t value, const JsonPolicy&) {
   writer.value(value);
 }
-inline void writeJson(JsonWriter& writer, double value, const JsonPolicy&) { writer.value(value); }
+inline void writeJson(JsonWriter& writer, double value, const JsonPolicy&) {
+  writer.value(value);
+}
 template <HasRawTexts E>
 void writeJson(JsonWriter& writer, E value, const JsonPolicy&) {
   writer.value(rawText(value));

@@ -1,13 +1,13 @@
-// The two global choices that shape a turn: how much the agent may do unasked, and what kind of work
-// it is asked for.
+// The two global choices that shape a turn: how much the agent may do unasked, and what kind of
+// work it is asked for.
 #pragma once
 
 #include "records/raw_text.h"
 
 namespace vantrell {
 
-/// One value for all providers, from safest to least safe. It chooses how a runtime is started, so a
-/// change takes effect with the next client.
+/// One value for all providers, from safest to least safe. It chooses how a runtime is started, so
+/// a change takes effect with the next client.
 enum class GrokPermissionMode { ask, auto_, fullAccess };
 
 constexpr auto rawTexts(GrokPermissionMode) {

@@ -6,7 +6,9 @@
 namespace vantrell {
 
 namespace {
-std::size_t hashOf(std::string_view id) { return std::hash<std::string_view>{}(id); }
+std::size_t hashOf(std::string_view id) {
+  return std::hash<std::string_view>{}(id);
+}
 constexpr std::size_t smallestTable = 16;
 }  // namespace
 

@@ -43,8 +43,8 @@ class Transcript {
   void rebuildIndex() const;
 
   std::vector<ChatEntry> entries_;
-  // Open addressing over places in entries_ (place + 1, 0 is free), at most half full, hashed by the
-  // entry's id. Made at the first look-up, then kept by append().
+  // Open addressing over places in entries_ (place + 1, 0 is free), at most half full, hashed by
+  // the entry's id. Made at the first look-up, then kept by append().
   mutable std::vector<std::uint32_t> slots_;
   mutable std::size_t indexed_ = 0;  // how many entries are in the index
 };

@@ -47,12 +47,12 @@ std::vector<Workspace> WorkspaceStore::readDocument(Date now) {
       fmt::format("{}/conversations that could not be read {}.json", supportFolder_, iso8601(now));
   const auto kept = files::writeAtomically(aside, *document, 0600);
   mayOverwrite_ = kept.has_value();
-  notice_ = fmt::format("The stored conversations could not be read ({}). {}",
-                        decoded.error().text(),
-                        kept ? fmt::format("They were kept in \"{}\"; a new list begins.", aside)
-                             : fmt::format("{}; so that nothing is lost, no change is saved until "
-                                           "a copy can be kept.",
-                                           kept.error().description));
+  notice_ =
+      fmt::format("The stored conversations could not be read ({}). {}", decoded.error().text(),
+                  kept ? fmt::format("They were kept in \"{}\"; a new list begins.", aside)
+                       : fmt::format("{}; so that nothing is lost, no change is saved until "
+                                     "a copy can be kept.",
+                                     kept.error().description));
   return {};
 }
 

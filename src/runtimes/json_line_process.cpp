@@ -28,6 +28,7 @@ struct JsonLineProcess::State {
   LineBuffer lines;
   std::string errorText;
   std::string errorTail;  // of a character cut in two
+  std::optional<std::string> writeError;
   bool isStopped = false;
 
   void consume(std::string_view bytes) {
@@ -47,7 +48,7 @@ struct JsonLineProcess::State {
     chunk.append(bytes);
     const std::size_t cut = unfinishedTail(chunk);
     errorTail = chunk.substr(chunk.size() - cut);
-    chunk.resize(chunk.size() - cut);
+    chunk.erase(chunk.size() - cut);
     if (chunk.empty() || !text::isValidUtf8(chunk)) return;
     errorText.append(chunk);
     // Trimmed at twice the size, so that the cost stays linear.
@@ -67,7 +68,8 @@ std::expected<std::unique_ptr<JsonLineProcess>, ProcessError> JsonLineProcess::s
   events.onOutput = [state](std::string_view bytes) { state->consume(bytes); };
   events.onError = [state](std::string_view bytes) { state->consumeError(bytes); };
   events.onWriteError = [state](ProcessError error) {
-    if (state->handlers.onWriteError) state->handlers.onWriteError(error.description);
+    state->writeError = error.description;
+    if (state->handlers.onWriteError) state->handlers.onWriteError(std::move(error.description));
   };
   events.onExit = [state](ExitStatus status) {
     const Mailbox::Hold together(*state->mailbox);
@@ -93,19 +95,24 @@ std::expected<std::unique_ptr<JsonLineProcess>, ProcessError> JsonLineProcess::s
 }
 
 JsonLineProcess::~JsonLineProcess() {
-  stop();
+  stop(Ending::prompt);
 }
 
 void JsonLineProcess::send(const JsonObject& message) {
+  if (state_->writeError && !state_->isStopped) {
+    if (state_->handlers.onWriteError) state_->handlers.onWriteError(*state_->writeError);
+    return;
+  }
   std::string line;
   json::appendTo(line, message);
   line.push_back('\n');
   process_->write(std::move(line));
 }
 
-void JsonLineProcess::stop() {
+void JsonLineProcess::stop(Ending ending) {
   state_->isStopped = true;
-  process_->stop();
+  process_->stop(Process::defaultGrace,
+                 ending == Ending::gentle ? patience : std::chrono::milliseconds::zero());
 }
 
 }  // namespace vantrell

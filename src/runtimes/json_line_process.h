@@ -25,7 +25,8 @@ class JsonLineProcess {
     std::function<void(std::string_view line)> onOtherLine;
     /// Standard error, as it comes; text that is not UTF-8 is dropped.
     std::function<void(std::string text)> onErrorText;
-    /// The runtime no longer takes input.
+    /// The runtime no longer takes input. Once for the first message that was lost, and within
+    /// send() for each one after it.
     std::function<void(std::string description)> onWriteError;
     /// The process has ended by itself. `errorText` is what it wrote to standard error, trimmed
     /// (its last part, when it wrote very much).
@@ -42,8 +43,16 @@ class JsonLineProcess {
 
   /// Writes the object and a line feed.
   void send(const JsonObject& message);
+  enum class Ending {
+    prompt,  // at once: it has work in hand that must not go on
+    gentle,  // by the end of its input first: runtimes write their sessions down when they see it
+  };
   /// Closes the pipes and ends the process and its group. No handler is called from now on.
-  void stop();
+  void stop(Ending ending);
+
+  /// How long a gentle end waits before it becomes a prompt one. Kimi Code takes a quarter of a
+  /// second to store the last answer of a turn; terminated before, it has lost it.
+  static constexpr std::chrono::milliseconds patience{2000};
 
   /// How much standard error is kept for the message of an unexpected end.
   static constexpr std::size_t keptErrorText = 1 << 20;

@@ -18,7 +18,7 @@ void LineBuffer::consume(std::string_view chunk,
       pending_.append(chunk.substr(0, end));
       onLine(pending_);
       if (pending_.capacity() > keptCapacity) {
-        pending_ = {};
+        std::string().swap(pending_);  // assigning an empty one would keep the memory
       } else {
         pending_.clear();
       }

@@ -14,8 +14,8 @@ constexpr std::string_view defaultGLMModel = "zai-coding-plan/glm-4.7";
 /// Only models of the coding plan are covered by its subscription.
 constexpr std::string_view guardedGLMPrefix = "zai-coding-plan/glm-";
 
-/// Fills in what the provider's dialect needs beside the common part; false when the context does not
-/// allow a client.
+/// Fills in what the provider's dialect needs beside the common part; false when the context does
+/// not allow a client.
 bool configure(ACPConfiguration& configuration, const ProviderConnectorContext& context) {
   switch (configuration.provider) {
     case AgentProvider::grok:
@@ -53,9 +53,9 @@ ProviderConnectorRegistry::ProviderConnectorRegistry(
       const auto custom = customExecutable(provider);
       return findExecutable(provider, custom, currentEnvironment());
     };
-    const auto makeClient = [&main, &pool, provider,
-                             executable](const ProviderConnectorContext& context)
-        -> std::shared_ptr<AgentClient> {
+    const auto makeClient =
+        [&main, &pool, provider,
+         executable](const ProviderConnectorContext& context) -> std::shared_ptr<AgentClient> {
       ACPConfiguration configuration;
       configuration.provider = provider;
       configuration.workspacePath = context.workspacePath;

@@ -23,9 +23,9 @@ TEST(BackgroundPool, FinishesWhatWasPostedAndWhatThatPostsBeforeItGoes) {
 }
 
 TEST(BackgroundPool, RunsWorkSideBySide) {
-  BackgroundPool pool(2);
   std::promise<void> first;
   std::promise<void> second;
+  BackgroundPool pool(2);
   pool.post([&] {
     first.set_value();
     second.get_future().wait();  // ends only when the other runs at the same time
@@ -54,19 +54,19 @@ TEST(SerialQueue, RunsOnePieceAtATimeInTheOrderOfPosting) {
 }
 
 TEST(SerialQueue, DoesNotWaitForAnotherOne) {
+  std::promise<void> release;
   BackgroundPool pool(2);
   const SerialQueue blocked(pool, "blocked");
   const SerialQueue free(pool, "free");
-  std::promise<void> release;
   blocked.post([&] { release.get_future().wait(); });
   free.post([&] { release.set_value(); });
 }
 
 TEST(SerialQueue, KnowsWhenItIsCurrent) {
+  std::promise<std::pair<bool, bool>> answer;
   BackgroundPool pool(2);
   const SerialQueue queue(pool, "one");
   const SerialQueue other(pool, "two");
-  std::promise<std::pair<bool, bool>> answer;
   queue.post([&] { answer.set_value({queue.isCurrent(), other.isCurrent()}); });
   EXPECT_EQ(answer.get_future().get(), (std::pair{true, false}));
   EXPECT_FALSE(queue.isCurrent());

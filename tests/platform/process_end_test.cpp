@@ -1,5 +1,4 @@
 #include <fstream>
-#include <future>
 #include <sys/wait.h>
 
 #include "platform/process_fixture.h"
@@ -64,6 +63,27 @@ TEST_F(ProcessEnd, RestOfTheGroupMayOutliveItsLeaderUntilTheStop) {
   EXPECT_TRUE(Process::waitForAll(20s));
 }
 
+TEST_F(ProcessEnd, PatientStopLetsTheChildEndByItself) {
+  const TemporaryFolder folder;
+  const std::string last = folder / "last words";
+  const auto record = start(shell("trap 'echo interrupted > \"" + last +
+                                  "\"; exit' TERM; while read -r line; do "
+                                  "words=\"$words$line\"; done; echo \"$words\" > \"" +
+                                  last + "\""));
+  record->process->write("one\n");
+  record->process->write("two\n");
+  record->process->stop(20s, 20s);
+  EXPECT_TRUE(Process::waitForAll(20s));
+  EXPECT_EQ(TemporaryFolder::contentOf(last), "onetwo\n");
+}
+
+TEST_F(ProcessEnd, PatienceEnds) {
+  const auto record = start(shell("echo $$; exec sleep 100"));
+  const pid_t child = idIn(*record);
+  record->process->stop(20s, 1ms);
+  EXPECT_TRUE(waitForEnd(child));
+}
+
 TEST_F(ProcessEnd, TerminateEndsTheWholeGroupAndStillReports) {
   const auto record = start(shell("sleep 100 & echo $!; wait"));
   const pid_t grandchild = idIn(*record);
@@ -105,18 +125,14 @@ TEST_F(ProcessEnd, SuspendedChildEndsToo) {
 TEST_F(ProcessEnd, NoHandlerIsCalledAfterTheStop) {
   const auto record = start(shell("sleep 100 & echo $!; while :; do echo more; done"));
   const pid_t grandchild = idIn(*record);
-  std::promise<void> stopped;
   queue_.post([&] {
     record->process->stop();
     main_.post([&] { record->order.clear(); });
-    stopped.set_value();
   });
-  stopped.get_future().wait();
+  awaitQueue();
   EXPECT_TRUE(Process::waitForAll(20s));
   EXPECT_TRUE(waitForEnd(grandchild));
-  std::promise<void> behindAll;
-  queue_.post([&] { behindAll.set_value(); });
-  behindAll.get_future().wait();
+  awaitQueue();
   main_.runReady();
   EXPECT_EQ(record->order, "");
   EXPECT_TRUE(record->exits.empty());
@@ -131,9 +147,7 @@ TEST_F(ProcessEnd, DestructionEndsTheGroupAtOnceAndReleasesTheHandlers) {
   started->reset();
   EXPECT_TRUE(waitForEnd(id));
   EXPECT_TRUE(Process::waitForAll(20s));
-  std::promise<void> behindAll;
-  queue_.post([&] { behindAll.set_value(); });
-  behindAll.get_future().wait();
+  awaitQueue();
   EXPECT_EQ(held.use_count(), 1);
 }
 
@@ -163,9 +177,7 @@ TEST_F(ProcessEnd, HandlersThatHoldTheirProcessDoNotKeepItForEver) {
   *process = std::move(*started);
   process.reset();
   EXPECT_TRUE(main_.runUntil([&] { return exited; }));
-  std::promise<void> behindAll;
-  queue_.post([&] { behindAll.set_value(); });
-  behindAll.get_future().wait();
+  awaitQueue();
   EXPECT_TRUE(watched.expired());
 }
 

@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <future>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <string>
@@ -106,6 +107,14 @@ class ProcessTest : public testing::Test {
   pid_t idIn(const Record& record) {
     awaitOutput(record, "\n");
     return static_cast<pid_t>(std::strtol(record.output.c_str(), nullptr, 10));
+  }
+
+  /// Waits until the handlers' queue has done what it holds now.
+  void awaitQueue() {
+    std::promise<void> reached;
+    const auto future = reached.get_future();
+    queue_.post([reached = std::move(reached)]() mutable { reached.set_value(); });
+    future.wait();
   }
 
   ManualMainQueue main_;

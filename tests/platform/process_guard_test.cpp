@@ -108,9 +108,9 @@ TEST_F(ProcessGuard, HoldsNothingOfTheProgramAndDoesNotShowItsName) {
   for (const auto& entry : std::filesystem::directory_iterator(folder + "/fd")) {
     open[entry.path().filename()] = std::filesystem::read_symlink(entry.path());
   }
-  EXPECT_THAT(open, testing::UnorderedElementsAre(
-                        testing::Pair("0", testing::StartsWith("socket:")),
-                        testing::Pair("1", "/dev/null"), testing::Pair("2", "/dev/null")));
+  EXPECT_THAT(open, testing::UnorderedElementsAre(testing::Pair("0", testing::StartsWith("pipe:")),
+                                                  testing::Pair("1", "/dev/null"),
+                                                  testing::Pair("2", "/dev/null")));
   EXPECT_EQ(std::filesystem::read_symlink(folder + "/cwd"), "/");
   record->process->stop();
 }

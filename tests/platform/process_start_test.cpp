@@ -1,5 +1,4 @@
 #include <fcntl.h>
-#include <future>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <thread>
@@ -155,9 +154,7 @@ TEST_F(ProcessStart, StartsFromManyThreadsAtOnce) {
   starters.clear();
   main_.runReady();
   EXPECT_TRUE(Process::waitForAll(20s));
-  std::promise<void> behindAll;
-  queue_.post([&] { behindAll.set_value(); });
-  behindAll.get_future().wait();
+  awaitQueue();
   EXPECT_EQ(exits, 40);
 }
 

@@ -24,6 +24,7 @@ ACPConnection::~ACPConnection() = default;
 
 void ACPConnection::start(std::optional<std::string> existingSessionID,
                           AgentClient::StartCompletion completion) {
+  if (hasEnded_) return completion(std::unexpected(AgentError(ACPClientError::disconnected())));
   if (auto error = launch()) return completion(std::unexpected(AgentError(*error)));
   initialize(std::move(existingSessionID), std::move(completion));
 }
@@ -176,6 +177,10 @@ void ACPConnection::stop() {
   stopping_ = true;
   hasEnded_ = true;
   if (host_) host_->releaseAll();
+  if (process_) {
+    process_->stop(pending_.empty() ? JsonLineProcess::Ending::gentle
+                                    : JsonLineProcess::Ending::prompt);
+  }
   process_.reset();
   failPending(ACPClientError::disconnected());
 }

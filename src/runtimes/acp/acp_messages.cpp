@@ -11,15 +11,22 @@ std::vector<std::string> agentArguments(GrokPermissionMode mode,
                                         const std::optional<std::string>& model,
                                         const std::optional<std::string>& effort) {
   std::vector<std::string> arguments;
-  if (mode == GrokPermissionMode::ask) arguments = {"--permission-mode", "default"};
-  if (mode == GrokPermissionMode::auto_) arguments = {"--permission-mode", "auto"};
-  arguments.push_back("agent");
-  if (model && !model->empty()) arguments.insert(arguments.end(), {"--model", *model});
-  if (effort && !effort->empty() && *effort != "default") {
-    arguments.insert(arguments.end(), {"--reasoning-effort", *effort});
+  const auto add = [&arguments](std::string_view argument) { arguments.emplace_back(argument); };
+  if (mode != GrokPermissionMode::fullAccess) {
+    add("--permission-mode");
+    add(mode == GrokPermissionMode::ask ? "default" : "auto");
   }
-  if (mode == GrokPermissionMode::fullAccess) arguments.push_back("--always-approve");
-  arguments.push_back("stdio");
+  add("agent");
+  if (model && !model->empty()) {
+    add("--model");
+    add(*model);
+  }
+  if (effort && !effort->empty() && *effort != "default") {
+    add("--reasoning-effort");
+    add(*effort);
+  }
+  if (mode == GrokPermissionMode::fullAccess) add("--always-approve");
+  add("stdio");
   return arguments;
 }
 
@@ -94,6 +101,32 @@ JsonObject cancelledOutcome() {
   return {{"outcome", JsonObject{{"outcome", "cancelled"}}}};
 }
 
+namespace {
+
+/// The texts of a tool call's "content". Kimi Code puts there what it is about to do, and sends no
+/// "rawInput" with the question; nobody should be asked to approve what they cannot see.
+std::string contentText(const JsonObject& toolCall) {
+  std::vector<std::string> texts;
+  const Json::Array* blocks = json::array(toolCall, "content");
+  if (!blocks) return {};
+  for (const Json& each : *blocks) {
+    const JsonObject* block = each.asObject();
+    const JsonObject* content = block ? json::object(*block, "content") : nullptr;
+    const std::string* words = content ? json::text(*content, "text") : nullptr;
+    if (words && !words->empty()) texts.push_back(*words);
+  }
+  return text::joined(texts, "\n");
+}
+
+std::string permissionDetail(const JsonObject& toolCall, const std::string& runtimeName) {
+  const Json* input = toolCall.find("rawInput");
+  if (input && !input->isNull()) return json::writePrettySorted(*input);
+  std::string shown = contentText(toolCall);
+  return shown.empty() ? runtimeName + " is requesting permission to continue." : shown;
+}
+
+}  // namespace
+
 PermissionRequest permissionRequest(std::int64_t id, const JsonObject& params,
                                     const std::string& runtimeName) {
   static const JsonObject nothing;
@@ -103,9 +136,7 @@ PermissionRequest permissionRequest(std::int64_t id, const JsonObject& params,
   PermissionRequest made;
   made.id = id;
   made.title = json::textOr(toolCall, "title", "Run a tool");
-  const Json* input = toolCall.find("rawInput");
-  made.detail = input && !input->isNull() ? json::writePrettySorted(*input)
-                                          : runtimeName + " is requesting permission to continue.";
+  made.detail = permissionDetail(toolCall, runtimeName);
   if (const Json::Array* options = json::array(params, "options")) {
     for (const Json& each : *options) {
       const JsonObject* option = each.asObject();

@@ -91,8 +91,10 @@ TerminalManager::Answer TerminalManager::create(const JsonObject& params) {
   options.executable = "/usr/bin/env";  // finds the command through PATH
   options.arguments = {*command};
   if (const Json::Array* arguments = json::array(params, "args")) {
-    for (const Json& each : *arguments) {
-      if (const std::string* argument = each.asText()) options.arguments.push_back(*argument);
+    // A list that is not all text counts as absent: a command without some of its arguments could
+    // do another thing than was asked.
+    if (std::ranges::all_of(*arguments, [](const Json& each) { return each.asText(); })) {
+      for (const Json& each : *arguments) options.arguments.push_back(*each.asText());
     }
   }
   options.workingFolder = json::textOr(params, "cwd", "");

@@ -1,0 +1,55 @@
+// Peak memory while 100 MB of updates become entries of 10 MB in all. The agent writes faster than
+// the intake reads; what waits between them is bounded.
+#include <fstream>
+
+#include "app/stream_fixture.h"
+#include "ratio.h"
+
+using namespace vantrell;
+
+namespace {
+
+/// A value of /proc/self/status in bytes: "VmRSS" is the memory now, "VmHWM" its peak.
+double memory(const std::string& name) {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with(name + ":")) return std::stod(line.substr(name.size() + 1)) * 1024;
+  }
+  std::abort();
+}
+
+}  // namespace
+
+int main() {
+  double before = 0, peak = 0, kept = 0, sent = 0;
+  {
+    constexpr int messages = 1'000;
+    constexpr int linesOfAMessage = 512;
+    std::string lines;
+    for (int message = 0; message < messages; ++message) {
+      const std::string line =
+          bench::updateLine(fmt::format("msg-{}", message), "twenty bytes of text") + "\n";
+      for (int i = 0; i < linesOfAMessage; ++i) lines += line;
+    }
+    sent = static_cast<double>(lines.size());
+    bench::StreamFixture fixture(lines);
+    std::string().swap(lines);
+    bool isStreaming = false;
+    fixture.run(
+        [&] {
+          if (std::exchange(isStreaming, true)) return;
+          before = memory("VmRSS");
+          std::ofstream("/proc/self/clear_refs") << "5";  // the peak starts anew
+        },
+        [](const Change&) {},
+        [&](const Transcript& entries) {
+          // Before the end of the run is stored: storing is measured with the store.
+          peak = memory("VmHWM");
+          for (const auto& entry : entries) kept += static_cast<double>(entry.text.size());
+        });
+  }
+  fmt::print("{:.0f} MB of updates, {:.1f} MB of entries, peak {:.1f} MB above the start\n",
+             sent / 1e6, kept / 1e6, (peak - before) / 1e6);
+  return bench::report({"peak memory of a stream", "the entries it leaves", 3.0},
+                       (peak - before) / kept);
+}

@@ -1,0 +1,45 @@
+// Updates from a real child process through framing, parsing and intake to an observer, against
+// parsing the same lines and nothing else.
+#include "app/stream_fixture.h"
+#include "platform/text.h"
+#include "ratio.h"
+
+using namespace vantrell;
+
+int main() {
+  constexpr int lineCount = 200'000;
+  constexpr int linesOfAMessage = 100;
+  std::string lines;
+  for (int i = 0; i < lineCount; ++i) {
+    lines +=
+        bench::updateLine(fmt::format("msg-{}", i / linesOfAMessage), "a few words of it ") + "\n";
+  }
+  bench::StreamFixture fixture(lines);
+
+  const auto stream = [&] {
+    bench::Clock::time_point start, end;
+    int seen = 0;
+    fixture.run([&] { start = bench::Clock::now(); },
+                [&](const Change& change) {
+                  seen += change.kind == Change::Kind::textAdded ||
+                          change.kind == Change::Kind::entryAdded;
+                },
+                [&](const Transcript&) { end = bench::Clock::now(); });
+    if (seen < lineCount) std::abort();
+    return end - start;
+  };
+  const auto parse = [&] {
+    return bench::timed([&] {
+      int parsed = 0;
+      for (const auto line : text::split(lines, '\n'))
+        parsed += json::parseObject(line).has_value();
+      if (parsed != lineCount) std::abort();
+    });
+  };
+  const auto found = bench::compare(9, stream, parse);
+  const double seconds = std::chrono::duration<double>(found.ours).count();
+  fmt::print("{:.0f} updates a second, {:.0f} MB/s\n", lineCount / seconds,
+             static_cast<double>(lines.size()) / 1e6 / seconds);
+  // A throughput of at least half of parsing alone is at most twice its time.
+  return bench::report({"time of an update to the observer", "parsing its line alone", 2.0}, found);
+}

@@ -1,0 +1,173 @@
+#include <gmock/gmock.h>
+
+#include "engine/handoff_capsule.h"
+#include "engine/prompt_assembly.h"
+#include "support/engine_fixture.h"
+
+namespace vantrell::tests {
+namespace {
+
+using ::testing::ElementsAre;
+
+class AppModelStart : public EngineFixture {};
+
+TEST_F(AppModelStart, FirstStartStandsInTheGeneralWorkspace) {
+  model = std::make_unique<AppModel>(main, *defaults, store, ports);
+  ASSERT_EQ(model->tree.workspaces().size(), 1u);
+  EXPECT_EQ(model->tree.workspaces()[0].name, "General");
+  EXPECT_EQ(model->selection.key()->workspaceID, model->tree.workspaces()[0].id);
+  EXPECT_TRUE(model->driver->canSend());
+}
+
+TEST_F(AppModelStart, RunsLeftOpenAreInterruptedAndSavedOnce) {
+  start();
+  for (const auto status : {RunRecordStatus::starting, RunRecordStatus::running,
+                            RunRecordStatus::waitingApproval, RunRecordStatus::completed}) {
+    const Uuid id = model->tree.beginRun("p", key);
+    model->tree.updateRun(id, key, [&](RunRecord& each) { each.status = status; });
+  }
+  model.reset();
+  main.advance(std::chrono::hours(1));
+  model = std::make_unique<AppModel>(main, *defaults, store, ports);
+  const auto& runs = thread().runs;
+  ASSERT_EQ(runs.size(), 4u);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(runs[i].status, RunRecordStatus::interrupted);
+    EXPECT_EQ(runs[i].statusMessage, "vantrell restarted before this run reported completion.");
+    EXPECT_EQ(runs[i].completedAt, main.now());
+  }
+  EXPECT_EQ(runs[3].status, RunRecordStatus::completed);
+  EXPECT_EQ(saved()[1].threads[0].runs[0].status, RunRecordStatus::interrupted);
+}
+
+TEST_F(AppModelStart, SelectionAndSettingsComeBack) {
+  start();
+  model->operations.newThread(key.workspaceID);
+  const auto selected = model->selection.key();
+  model->approvals.setPermissionMode(GrokPermissionMode::auto_);
+  model = std::make_unique<AppModel>(main, *defaults, store, ports);
+  EXPECT_EQ(model->selection.key(), selected);
+  EXPECT_EQ(model->settings.permissionMode(), GrokPermissionMode::auto_);
+
+  defaults->setText("selectedThread.v1", Uuid::random().text());
+  defaults->setText("grokPermissionMode.v1", "reckless");
+  model = std::make_unique<AppModel>(main, *defaults, store, ports);
+  EXPECT_EQ(model->selection.key()->threadID, model->tree.workspaces()[1].threads[0].id);
+  EXPECT_EQ(model->settings.permissionMode(), GrokPermissionMode::ask);
+}
+
+TEST_F(AppModelStart, OpeningAFolderAgainSelectsIt) {
+  start();
+  model->operations.selectWorkspace(model->tree.workspaces()[0].id);
+  model->operations.addWorkspace(folder / "project/../project/");
+  EXPECT_EQ(model->tree.workspaces().size(), 2u);
+  EXPECT_EQ(model->selection.key(), key);
+}
+
+/// Reads as usual; takes nothing new.
+class FullDefaults final : public UserDefaults {
+ public:
+  std::optional<std::string> text(std::string_view) const override { return std::nullopt; }
+  std::optional<bool> boolean(std::string_view) const override { return std::nullopt; }
+  std::optional<double> number(std::string_view) const override { return std::nullopt; }
+  std::optional<std::string> data(std::string_view) const override { return std::nullopt; }
+  bool setText(std::string_view, std::string_view) override { return false; }
+  bool setBoolean(std::string_view, bool) override { return false; }
+  bool setNumber(std::string_view, double) override { return false; }
+  bool setData(std::string_view, std::string_view) override { return false; }
+  bool remove(std::string_view) override { return false; }
+  const std::string& lastError() const override { return error_; }
+
+ private:
+  std::string error_ = "the disk is full";
+};
+
+TEST_F(AppModelStart, FailureToSaveIsAnnouncedAndTheTurnGoesOn) {
+  FullDefaults full;
+  WorkspaceStore fullStore(full, folder.path());
+  model = std::make_unique<AppModel>(main, full, fullStore, ports);
+  key = *model->selection.key();
+  std::vector<std::string> told;
+  const auto observation = model->changes.observe([&](const Change& change) {
+    if (change.kind == Change::Kind::saveFailed) told.emplace_back(change.text);
+  });
+  work("Go");
+  ASSERT_FALSE(told.empty());
+  EXPECT_EQ(told[0], "the disk is full");
+  EXPECT_EQ(run().status, RunRecordStatus::running);
+}
+
+TEST(Changes, ObserversComeAndGoDuringAnnouncements) {
+  Changes changes;
+  int first = 0, second = 0;
+  Changes::Observation late;
+  auto observation = changes.observe([&](const Change&) {
+    if (++first == 1) late = changes.observe([&](const Change&) { ++second; });
+  });
+  changes.announce({.kind = Change::Kind::settingsChanged});
+  changes.announce({.kind = Change::Kind::settingsChanged});
+  observation = {};
+  changes.announce({.kind = Change::Kind::settingsChanged});
+  EXPECT_EQ(first, 2);
+  EXPECT_GE(second, 2);
+}
+
+TEST(PromptAssembly, AttachmentsFoldInAndOutAgain) {
+  ChatAttachment a, b;
+  a.path = "src/a.cpp";
+  b.path = "/tmp/b c.png";
+  EXPECT_EQ(ChatAttachmentPrompt::compose("Look", {}), "Look");
+  const std::string composed = ChatAttachmentPrompt::compose("Look", {a, b});
+  EXPECT_EQ(composed, "Look\n\nAttached context:\n- @src/a.cpp\n- @/tmp/b c.png");
+  const auto parsed = ChatAttachmentPrompt::parse(composed);
+  EXPECT_EQ(parsed.request, "Look");
+  EXPECT_THAT(parsed.paths, ElementsAre("src/a.cpp", "/tmp/b c.png"));
+  EXPECT_EQ(ChatAttachmentPrompt::parse(composed + "\nmore").request, composed + "\nmore");
+  EXPECT_EQ(ChatAttachmentPrompt::parse("plain").request, "plain");
+}
+
+TEST(PromptAssembly, ModesPutTheirInstructionsInFront) {
+  const struct {
+    TaskWorkflowMode mode;
+    std::string_view front;
+  } cases[] = {{TaskWorkflowMode::build, "RESPONSE STYLE\n"},
+               {TaskWorkflowMode::plan, "WORKFLOW MODE: PLAN\n"},
+               {TaskWorkflowMode::review, "WORKFLOW MODE: REVIEW\n"}};
+  for (const auto& each : cases) {
+    const std::string prompt = preparedPrompt(each.mode, "X");
+    EXPECT_TRUE(prompt.starts_with(each.front)) << prompt;
+    EXPECT_TRUE(prompt.ends_with("wall of prose.\n\nUSER REQUEST:\nX")) << prompt;
+  }
+}
+
+TEST(HandoffCapsule, BoundsTheConversation) {
+  Transcript entries;
+  for (int i = 0; i < 41; ++i) {
+    for (const auto kind : {ChatEntryKind::thought, ChatEntryKind::user}) {
+      ChatEntry entry;
+      entry.id = std::to_string(i) + (kind == ChatEntryKind::user ? "u" : "t");
+      entry.kind = kind;
+      entry.text = "<" + std::to_string(i) + ">";
+      entries.append(entry);
+    }
+  }
+  const std::vector<PlanEntry> plan{{"1", "Read", "completed", "high"},
+                                    {"2", "Write", "pending", ""}};
+  const HandoffCapsule::Contents contents{
+      AgentProvider::codex, AgentProvider::claude, "P", entries, plan, "/w", "", "C"};
+  const std::string capsule = HandoffCapsule::build(contents);
+  EXPECT_EQ(capsule.find("USER: <0>"), std::string::npos);
+  EXPECT_NE(capsule.find("RECENT VISIBLE CONVERSATION\nUSER: <1>\n\n"), std::string::npos);
+  EXPECT_NE(capsule.find("USER: <40>\n\nWORKSPACE\n/w"), std::string::npos);
+  EXPECT_NE(capsule.find("ACTIVE PLAN\n- [completed] Read\n- [pending] Write\n\n"),
+            std::string::npos);
+  EXPECT_NE(capsule.find("REPOSITORY SNAPSHOT\nNo Git snapshot is available"), std::string::npos);
+
+  entries[81].text = std::string(30'000, 'x');
+  const std::string longOne = HandoffCapsule::build(contents);
+  EXPECT_NE(longOne.find("CONVERSATION\n" + std::string(24'000, 'x') + "\n\nWORKSPACE"),
+            std::string::npos);
+}
+
+}  // namespace
+}  // namespace vantrell::tests

@@ -1,0 +1,128 @@
+#include <gmock/gmock.h>
+
+#include "support/engine_fixture.h"
+
+namespace vantrell::tests {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::Pair;
+
+class Approvals : public EngineFixture {
+ protected:
+  void ask(std::vector<PermissionOption> options) {
+    client().onPermissionRequest({4, "Run ls", "{}", std::move(options)});
+  }
+  const std::vector<PermissionOption> usual{{"yes", "Allow", "allow_once"},
+                                            {"no", "Deny", "reject_once"}};
+};
+
+TEST_F(Approvals, QuestionWaitsForTheUserAndTheAnswerGoesBack) {
+  start();
+  work("Go");
+  ask(usual);
+  EXPECT_EQ(run().status, RunRecordStatus::waitingApproval);
+  EXPECT_EQ(run().statusMessage, "Run ls");
+  EXPECT_EQ(events.back().message, "Run ls");
+  EXPECT_FALSE(model->approvals.canChangePermissionMode());
+  ASSERT_NE(model->executions.mirror().permissionRequest, nullptr);
+
+  model->approvals.respondToPermission("yes");
+  EXPECT_THAT(client().answers, ElementsAre(Pair(4, "yes")));
+  EXPECT_EQ(run().status, RunRecordStatus::running);
+  EXPECT_EQ(run().statusMessage, "Continuing after your decision");
+  EXPECT_EQ(model->executions.mirror().permissionRequest, nullptr);
+  model->approvals.respondToPermission("yes");
+  EXPECT_EQ(client().answers.size(), 1u) << "one question, one answer";
+}
+
+TEST_F(Approvals, UnlistedOptionIsPassedOn) {
+  start();
+  work("Go");
+  ask(usual);
+  model->approvals.respondToPermission("made-up");
+  EXPECT_THAT(client().answers, ElementsAre(Pair(4, "made-up")));
+}
+
+TEST_F(Approvals, RefusalUsesTheFirstRejectOrStopsTheTask) {
+  start();
+  work("Go");
+  ask({{"yes", "Allow", "allow_once"},
+       {"never", "Never", "reject_always"},
+       {"no", "No", "reject_once"}});
+  model->driver->rejectPermission();
+  EXPECT_THAT(client().answers, ElementsAre(Pair(4, "never")));
+
+  ask({{"yes", "Allow", "allow_once"}});
+  model->driver->rejectPermission();
+  EXPECT_EQ(client().answers.size(), 1u);
+  EXPECT_EQ(client().cancels, 1);
+  EXPECT_EQ(run().statusMessage, "Stopped by you.");
+  EXPECT_EQ(model->executions.mirror().permissionRequest, nullptr);
+}
+
+TEST_F(Approvals, OnlyTheRuntimesOwnAlwaysApproveRaisesTheMode) {
+  const struct {
+    PermissionOption option;
+    bool raises;
+  } cases[] = {
+      {{"a", "Yes, and Always-Approve from now on", "allow_always"}, true},
+      {{"a", "Always approve", "allow_always"}, false},
+      {{"a", "always-approve", "allow_once"}, false},
+  };
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.option.name);
+    defaults->setText("grokPermissionMode.v1", "ask");
+    start();
+    work("Go");
+    ask({each.option});
+    model->approvals.respondToPermission("a");
+    EXPECT_EQ(model->settings.permissionMode() == GrokPermissionMode::fullAccess, each.raises);
+    EXPECT_EQ(client().stops, 0) << "the client at work is left alone";
+  }
+}
+
+TEST_F(Approvals, QuestionOfAnotherConversationIsShownWhenItIsSelected) {
+  start();
+  work("Go");
+  const auto asking = key;
+  model->operations.newThread(key.workspaceID);
+  ask(usual);
+  EXPECT_EQ(model->executions.mirror().permissionRequest, nullptr);
+  model->approvals.respondToPermission("yes");
+  EXPECT_TRUE(client().answers.empty());
+  model->operations.selectThread(asking.threadID, asking.workspaceID);
+  ASSERT_NE(model->executions.mirror().permissionRequest, nullptr);
+  model->approvals.respondToPermission("yes");
+  EXPECT_EQ(client().answers.size(), 1u);
+}
+
+TEST_F(Approvals, ModeChangesOnlyBetweenTurns) {
+  start();
+  work("Go");
+  model->approvals.setPermissionMode(GrokPermissionMode::auto_);
+  EXPECT_EQ(model->settings.permissionMode(), GrokPermissionMode::ask);
+  client().finishes();
+  model->approvals.setPermissionMode(GrokPermissionMode::ask);
+  EXPECT_EQ(client().stops, 0) << "the same mode resets nothing";
+  model->approvals.setPermissionMode(GrokPermissionMode::fullAccess);
+  EXPECT_EQ(client().stops, 1);
+  EXPECT_EQ(defaults->text("grokPermissionMode.v1"), "full_access");
+
+  model->approvals.setWorkflowMode(TaskWorkflowMode::plan);
+  EXPECT_EQ(model->settings.permissionMode(), GrokPermissionMode::ask)
+      << "a plan never begins with full access";
+  EXPECT_EQ(defaults->text("taskWorkflowMode.v1"), "plan");
+}
+
+TEST_F(Approvals, CaptureKeepsAMediaQuestionOutOfTheConversation) {
+  start();
+  work("Go");
+  ask(usual);
+  model->executions.captureMirroredExecution();
+  EXPECT_NE(execution().permissionRequest, nullptr);
+  EXPECT_EQ(execution().connectionState, ConnectionState::working());
+}
+
+}  // namespace
+}  // namespace vantrell::tests

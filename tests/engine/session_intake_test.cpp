@@ -1,0 +1,250 @@
+#include <gmock/gmock.h>
+
+#include "support/engine_fixture.h"
+
+namespace vantrell::tests {
+namespace {
+
+using ::testing::ElementsAre;
+
+class SessionIntake : public EngineFixture {
+ protected:
+  JsonObject tool(std::string id) {
+    return {{"sessionUpdate", "tool_call_update"}, {"toolCallId", std::move(id)}};
+  }
+  const ChatEntry& last() { return thread().entries.back(); }
+};
+
+TEST_F(SessionIntake, ChunksOfOneMessageJoin) {
+  start();
+  work("Go");
+  client().says("Hel", "m1");
+  client().says("lo", "m1");
+  client().says("no ");
+  client().says("id");
+  client().chunk("agent_thought_chunk", "hm", std::nullopt);
+  client().says("more", "m1");
+  EXPECT_THAT(texts(), ElementsAre("Go", "Hellomore", "no id", "hm"));
+  EXPECT_EQ(thread().entries[2].id, execution().fallbackMessageID);
+  EXPECT_EQ(thread().entries[3].id, "thought-" + execution().fallbackMessageID);
+  EXPECT_EQ(thread().entries[1].provider, AgentProvider::kimi);
+  EXPECT_EQ(thread().entries[1].kind, ChatEntryKind::assistant);
+}
+
+TEST_F(SessionIntake, MalformedUpdatesLeaveNoTrace) {
+  start();
+  work("Go");
+  const auto before = thread().entries;
+  client().updates({});
+  client().updates({{"sessionUpdate", 7}});
+  client().updates({{"sessionUpdate", "agent_message_chunk"}});
+  client().updates({{"sessionUpdate", "agent_message_chunk"}, {"content", "text"}});
+  client().updates(
+      {{"sessionUpdate", "agent_message_chunk"}, {"content", JsonObject{{"text", ""}}}});
+  client().updates({{"sessionUpdate", "tool_call"}, {"toolCallId", 5}});
+  client().updates({{"sessionUpdate", "plan"}, {"entries", "none"}});
+  EXPECT_EQ(thread().entries, before);
+  EXPECT_TRUE(execution().plan->empty());
+}
+
+TEST_F(SessionIntake, ToolUpdatesChangeOneEntry) {
+  start();
+  work("Go");
+  auto first = tool("t1");
+  client().updates(first);
+  EXPECT_EQ(last().kind, ChatEntryKind::tool);
+  EXPECT_EQ(last().title, "Using a tool");
+  EXPECT_EQ(last().status, "pending");
+  EXPECT_EQ(last().text, "");
+
+  auto second = tool("t1");
+  second.set("title", "ls");
+  second.set("status", "in_progress");
+  second.set("rawInput", JsonObject{{"z", 1}, {"a", JsonObject{}}});
+  client().updates(second);
+  auto third = tool("t1");
+  third.set("title", "ls");
+  third.set("status", "completed");
+  client().updates(third);
+  EXPECT_EQ(thread().entries.size(), 2u);
+  EXPECT_EQ(last().status, "completed");
+  EXPECT_EQ(last().text, "{\n  \"a\": {},\n  \"z\": 1\n}") << "input shown once stays shown";
+}
+
+TEST_F(SessionIntake, PlanIsReplacedWholeAndFilledWithDefaults) {
+  start();
+  work("Go");
+  client().updates(
+      {{"sessionUpdate", "plan"},
+       {"entries", Json::Array{JsonObject{{"content", "One"}, {"status", "completed"}}, "no map",
+                               JsonObject{{"id", "x"}, {"priority", "high"}}}}});
+  EXPECT_THAT(*execution().plan, ElementsAre(PlanEntry{"plan-0", "One", "completed", "medium"},
+                                             PlanEntry{"x", "Task", "pending", "high"}));
+  EXPECT_EQ(*model->executions.mirror().plan, *execution().plan);
+  client().updates({{"sessionUpdate", "plan"}, {"entries", Json::Array{}}});
+  EXPECT_TRUE(execution().plan->empty());
+}
+
+TEST_F(SessionIntake, OnlyHandledUpdatesAreSignsOfLife) {
+  start();
+  work("Go");
+  const Date before = execution().lastActivityAt;
+  execution().stallWarningSent = true;
+  main.advance(std::chrono::seconds(5));
+  client().chunk("user_message_chunk", "echo", "u1");
+  client().updates({{"sessionUpdate", "available_commands_update"}});
+  EXPECT_EQ(execution().lastActivityAt, before);
+  EXPECT_TRUE(execution().stallWarningSent);
+  EXPECT_THAT(texts(), ElementsAre("Go"));
+
+  client().says("x");
+  EXPECT_EQ(execution().lastActivityAt, main.now());
+  EXPECT_FALSE(execution().stallWarningSent);
+  EXPECT_EQ(run().statusMessage, "Kimi resumed activity.");
+  EXPECT_EQ(run().lastActivityAt, main.now());
+}
+
+TEST_F(SessionIntake, StreamReachesTheDiskOnceInFifteenSeconds) {
+  start();
+  work("Go");
+  const auto savedText = [&] {
+    const auto entries = saved()[1].threads[0].entries;
+    return entries.size() < 2 ? std::string() : entries.back().text;
+  };
+  main.advance(std::chrono::milliseconds(14'999));
+  client().says("a", "m");
+  EXPECT_EQ(savedText(), "");
+  main.advance(std::chrono::milliseconds(1));
+  client().says("b", "m");
+  EXPECT_EQ(savedText(), "ab");
+  for (int i = 0; i < 100; ++i) client().says("c", "m");
+  EXPECT_EQ(savedText(), "ab");
+  main.advance(std::chrono::seconds(15));
+  client().says("d", "m");
+  EXPECT_EQ(savedText().size(), 103u);
+}
+
+class Replay : public SessionIntake {
+ public:
+  /// A conversation with a stored session, at the point where its next turn has asked for a resume.
+  void resume() {
+    start();
+    work("One");
+    client().says("Answer one", "a1");
+    client().finishes();
+    client().onUnexpectedTermination("gone");
+    send("Two");
+    client().onReplayStarted();
+  }
+};
+
+TEST_F(Replay, RebuildsTheTranscriptAndKeepsTheTurnAtItsEnd) {
+  resume();
+  EXPECT_TRUE(thread().entries.empty());
+  client().chunk("user_message_chunk", "One", "u1");
+  client().chunk("agent_message_chunk", "Answer ", "a1");
+  client().chunk("agent_message_chunk", "one", "a1");
+  client().opens("session", true);
+  EXPECT_THAT(texts(), ElementsAre("One", "Answer one", "Two"));
+  EXPECT_FALSE(execution().isReplaying);
+  EXPECT_EQ(execution().replayBackup, nullptr);
+  client().says("Answer two", "a2");
+  client().finishes();
+  EXPECT_THAT(texts(), ElementsAre("One", "Answer one", "Two", "Answer two"));
+}
+
+TEST_F(Replay, AnswersWithoutIdsStayWithTheirTurns) {
+  resume();
+  for (const char* turn : {"One", "More"}) {
+    client().chunk("user_message_chunk", turn, std::nullopt);
+    client().says("re: ");
+    client().says(turn);
+  }
+  client().opens("session", true);
+  EXPECT_THAT(texts(), ElementsAre("One", "re: One", "More", "re: More", "Two"));
+}
+
+TEST_F(Replay, ShowsTheUsersWordsAndNotWhatStoodRoundThem) {
+  start();
+  ChatAttachment file;
+  file.path = "a.txt";
+  model->driver->send("Look", {file});
+  main.runReady();
+  client().opens("session");
+  const Date asked = thread().entries[0].createdAt;
+  const std::string prompt = client().prompts[0];
+  client().finishes();
+  client().onUnexpectedTermination("gone");
+  main.advance(std::chrono::hours(1));
+  send("Two");
+  client().onReplayStarted();
+  client().chunk("user_message_chunk", prompt.substr(0, 30), "u");
+  client().chunk("user_message_chunk", prompt.substr(30), "u");
+  client().opens("session", true);
+  EXPECT_THAT(texts(), ElementsAre("Look", "Two"));
+  EXPECT_THAT(thread().entries[0].attachments, ElementsAre(file));
+  EXPECT_EQ(thread().entries[0].createdAt, asked);
+}
+
+TEST_F(Replay, KeepsTheEntryThatTellsOfASwitch) {
+  start();
+  work("One");
+  client().finishes();
+  provider = AgentProvider::glm;
+  work("Two");
+  client().finishes();
+  provider = AgentProvider::kimi;
+  send("Three");
+  EXPECT_EQ(client().existingSession, "session");
+  client().onReplayStarted();
+  client().chunk("user_message_chunk", "One", std::nullopt);
+  client().opens("session", true);
+  EXPECT_THAT(texts(),
+              ElementsAre("One", "Three",
+                          "Switched this task from GLM to Kimi with visible context attached."));
+}
+
+TEST_F(Replay, FailureBringsTheTranscriptBack) {
+  const struct {
+    const char* name;
+    std::function<void(Replay&)> end;
+  } cases[] = {
+      {"told by the client", [](Replay& t) { t.client().onReplayFailed(); }},
+      {"start fails", [](Replay& t) { t.client().failsToOpen("no"); }},
+      {"client dies", [](Replay& t) { t.client().onUnexpectedTermination("gone"); }},
+      {"never answers", [](Replay& t) { t.main.advance(std::chrono::seconds(30)); }},
+      {"stopped by the user", [](Replay& t) { t.model->driver->stopWorking(); }},
+      {"program ends", [](Replay& t) { t.model->endAllWork(); }},
+  };
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.name);
+    clients.clear();
+    defaults->remove("savedWorkspaces.v1");
+    resume();
+    client().chunk("user_message_chunk", "On", "u1");
+    each.end(*this);
+    ASSERT_GE(thread().entries.size(), 3u);
+    EXPECT_EQ(thread().entries[0].text, "One");
+    EXPECT_EQ(thread().entries[1].text, "Answer one");
+    EXPECT_EQ(thread().entries[2].text, "Two");
+    EXPECT_FALSE(model->executions.mirror().isReplaying);
+  }
+}
+
+TEST_F(Replay, RuntimeThatPlaysNothingBackTakesNothingAway) {
+  resume();
+  client().opens("session", true);
+  EXPECT_THAT(texts(), ElementsAre("One", "Answer one", "Two"));
+}
+
+TEST_F(Replay, NothingIsSavedUntilItHasEnded) {
+  resume();
+  model->tree.save();  // another conversation's, say
+  EXPECT_EQ(saved()[1].threads[0].entries.size(), 3u);
+  client().chunk("user_message_chunk", "One", "u1");
+  client().opens("session", true);
+  EXPECT_EQ(saved()[1].threads[0].entries.size(), 2u);
+}
+
+}  // namespace
+}  // namespace vantrell::tests

@@ -1,0 +1,176 @@
+#include "platform/mailbox.h"
+
+#include <gtest/gtest.h>
+#include <thread>
+
+#include "platform/manual_main_queue.h"
+
+namespace vantrell {
+namespace {
+
+class MailboxTest : public testing::Test {
+ protected:
+  void deliver(char name, std::size_t bytes = 0) {
+    mailbox_->deliver([this, name] { order_ += name; }, bytes);
+  }
+
+  ManualMainQueue main_;
+  std::shared_ptr<Mailbox> mailbox_ = std::make_shared<Mailbox>(main_);
+  std::string order_;
+};
+
+TEST_F(MailboxTest, DeliversInOrderOnTheMainQueueInOneHop) {
+  for (const char name : {'a', 'b', 'c'}) deliver(name);
+  EXPECT_EQ(order_, "");
+  main_.post([this] { order_ += '|'; });
+  main_.runReady();
+  EXPECT_EQ(order_, "abc|");
+}
+
+TEST_F(MailboxTest, WhatIsDeliveredDuringADeliveryComesAfterIt) {
+  mailbox_->deliver([this] {
+    deliver('b');
+    order_ += 'a';
+  });
+  main_.runReady();
+  EXPECT_EQ(order_, "ab");
+}
+
+TEST_F(MailboxTest, HeldLettersArriveTogether) {
+  {
+    const Mailbox::Hold outer(*mailbox_);
+    deliver('a');
+    {
+      const Mailbox::Hold inner(*mailbox_);
+      deliver('b');
+    }
+    main_.runReady();
+    EXPECT_EQ(order_, "");
+    deliver('c');
+  }
+  main_.post([this] { order_ += '|'; });
+  main_.runReady();
+  EXPECT_EQ(order_, "abc|");
+}
+
+TEST_F(MailboxTest, HopThatWasUnderWayTakesOnlyWhatWasThereBeforeTheHold) {
+  deliver('a');
+  deliver('b');
+  {
+    const Mailbox::Hold hold(*mailbox_);
+    deliver('c');
+    main_.runReady();
+    EXPECT_EQ(order_, "ab");
+    main_.post([this] { order_ += '|'; });
+    main_.runReady();
+    deliver('d');
+  }
+  main_.post([this] { order_ += '|'; });
+  main_.runReady();
+  EXPECT_EQ(order_, "ab|cd|");
+}
+
+TEST_F(MailboxTest, HoldWithoutLettersPostsNothing) {
+  {
+    const Mailbox::Hold hold(*mailbox_);
+  }
+  deliver('a');
+  main_.post([this] { order_ += '|'; });
+  main_.runReady();
+  EXPECT_EQ(order_, "a|");
+}
+
+TEST_F(MailboxTest, SaysWhenItIsFullAndWhenItHasCaughtUp) {
+  std::vector<bool> changes;
+  mailbox_->whenFullChanges([&](bool isFull) { changes.push_back(isFull); });
+  deliver('a', Mailbox::highWater);
+  EXPECT_TRUE(changes.empty()) << "the bound itself is not above the bound";
+  deliver('b', 1);
+  deliver('c', 1);
+  EXPECT_EQ(changes, std::vector{true});
+  main_.runReady();
+  EXPECT_EQ(changes, (std::vector{true, false}));
+  deliver('d', 2 * Mailbox::highWater);
+  EXPECT_EQ(changes, (std::vector{true, false, true}));
+  main_.runReady();
+  EXPECT_EQ(changes, (std::vector{true, false, true, false}));
+  EXPECT_EQ(order_, "abcd");
+}
+
+TEST_F(MailboxTest, StaysFullWhileMoreThanTheLowWaterIsHeld) {
+  std::vector<bool> changes;
+  mailbox_->whenFullChanges([&](bool isFull) { changes.push_back(isFull); });
+  deliver('a', Mailbox::highWater);
+  {
+    const Mailbox::Hold hold(*mailbox_);
+    deliver('b', Mailbox::lowWater + 1);
+    main_.runReady();
+    EXPECT_EQ(order_, "a");
+    EXPECT_EQ(changes, std::vector{true});
+  }
+  main_.runReady();
+  EXPECT_EQ(changes, (std::vector{true, false}));
+}
+
+TEST_F(MailboxTest, WorkIsReleasedAsSoonAsItRan) {
+  auto held = std::make_shared<int>(0);
+  mailbox_->deliver([held] {});
+  long count = 0;
+  mailbox_->deliver([&count, weak = std::weak_ptr<int>(held)] { count = weak.use_count(); });
+  held.reset();
+  main_.runReady();
+  EXPECT_EQ(count, 0);
+}
+
+TEST_F(MailboxTest, EachSenderKeepsItsOrderAndNothingIsLost) {
+  constexpr int each = 20'000;
+  std::vector<std::vector<int>> seen(3);
+  int total = 0;
+  std::vector<std::jthread> senders;
+  for (std::size_t sender = 0; sender < seen.size(); ++sender) {
+    senders.emplace_back([&, sender] {
+      for (int number = 0; number < each; ++number) {
+        const Mailbox::Hold hold(*mailbox_);
+        mailbox_->deliver(
+            [&, sender, number] {
+              seen[sender].push_back(number);
+              ++total;
+            },
+            100);
+      }
+    });
+  }
+  EXPECT_TRUE(main_.runUntil([&] { return total == 3 * each; }));
+  for (const auto& numbers : seen) EXPECT_TRUE(std::ranges::is_sorted(numbers));
+}
+
+TEST_F(MailboxTest, PairsOfOneHoldAreNeverTornApart) {
+  // One letter of each pair is delivered while the main queue drains as fast as it can.
+  constexpr int pairs = 20'000;
+  bool isOver = false;
+  int torn = 0;
+  int between = 0;
+  std::function<void()> busybody = [&] {
+    ++between;
+    if (!isOver) main_.post(busybody);
+  };
+  main_.post(busybody);
+  std::jthread sender([&] {
+    for (int number = 0; number < pairs; ++number) {
+      const Mailbox::Hold hold(*mailbox_);
+      auto at = std::make_shared<int>();
+      mailbox_->deliver([&, at] { *at = between; });
+      mailbox_->deliver([&, at, number] {
+        if (*at != between) ++torn;
+        if (number == pairs - 1) isOver = true;
+      });
+    }
+  });
+  EXPECT_TRUE(main_.runUntil([&] { return isOver; }));
+  sender.join();
+  main_.runReady();
+  EXPECT_EQ(torn, 0);
+}
+
+}  // namespace
+}  // namespace vantrell

@@ -1,0 +1,149 @@
+#include "records/workspace_store.h"
+
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "platform/user_defaults.h"
+#include "records/conversation_json.h"
+#include "support/temporary_folder.h"
+
+namespace vantrell {
+namespace {
+
+constexpr std::string_view key = "savedWorkspaces.v1";
+constexpr Date now(1000);
+
+class WorkspaceStoreTest : public testing::Test {
+ protected:
+  Workspace project(const std::string& name) {
+    return Workspace::makeProject(folder_.folder(name), now);
+  }
+  void store(const std::vector<Workspace>& workspaces) {
+    defaults_->setData(key, encodeWorkspaces(workspaces, conversationJson));
+  }
+  std::vector<Workspace> stored() {
+    return decodeWorkspaces(defaults_->data(key).value_or(""), conversationJson)
+        .value_or(std::vector<Workspace>{});
+  }
+  std::string support() { return folder_.folder("support"); }
+
+  tests::TemporaryFolder folder_;
+  std::unique_ptr<UserDefaults> defaults_ = UserDefaults::inMemory();
+};
+
+TEST_F(WorkspaceStoreTest, FirstStartGivesTheGeneralWorkspaceAndItsFolder) {
+  WorkspaceStore store(*defaults_, support());
+  const auto loaded = store.load(now);
+  ASSERT_EQ(loaded.size(), 1U);
+  EXPECT_EQ(loaded[0].name, "General");
+  EXPECT_EQ(loaded[0].path, support() + "/General Chats");
+  EXPECT_EQ(store.generalWorkspacePath(), loaded[0].path);
+  ASSERT_EQ(loaded[0].threads.size(), 1U);
+  EXPECT_EQ(loaded[0].threads[0].title, "New chat");
+  EXPECT_TRUE(std::filesystem::is_directory(loaded[0].path));
+  EXPECT_EQ(stored(), loaded) << "a load ends with a save";
+  EXPECT_EQ(store.notice(), std::nullopt);
+  EXPECT_EQ(store.load(Date(2000)), loaded) << "the second start finds what the first one made";
+}
+
+TEST_F(WorkspaceStoreTest, DropsWorkspacesWhoseFolderHasGone) {
+  const Workspace kept = project("kept");
+  const Workspace gone = project("gone");
+  store({gone, kept});
+  std::filesystem::remove(gone.path);
+  WorkspaceStore store(*defaults_, support());
+  const auto loaded = store.load(now);
+  ASSERT_EQ(loaded.size(), 2U);
+  EXPECT_EQ(loaded[0].name, "General");
+  EXPECT_EQ(loaded[1], kept);
+  EXPECT_EQ(stored(), loaded);
+}
+
+TEST_F(WorkspaceStoreTest, GeneralWorkspaceMovesToTheFrontUnderItsOwnName) {
+  const Workspace first = project("first");
+  const Workspace second = project("second");
+  Workspace general = Workspace::makeGeneral(support() + "/./General Chats/", now);
+  general.name = "Renamed";
+  general.isPinned = true;
+  store({first, general, second});
+  const auto loaded = WorkspaceStore(*defaults_, support()).load(now);
+  ASSERT_EQ(loaded.size(), 3U);
+  EXPECT_EQ(loaded[0].id, general.id);
+  EXPECT_EQ(loaded[0].name, "General");
+  EXPECT_EQ(loaded[0].threads, general.threads);
+  EXPECT_TRUE(loaded[0].isPinned);
+  EXPECT_EQ(loaded[1], first);
+  EXPECT_EQ(loaded[2], second);
+}
+
+TEST_F(WorkspaceStoreTest, DocumentThatCannotBeReadIsKeptAside) {
+  const std::string broken = R"([{"id":"x","threads":[]}])";
+  defaults_->setData(key, broken);
+  WorkspaceStore store(*defaults_, support());
+  const auto loaded = store.load(now);
+  ASSERT_EQ(loaded.size(), 1U);
+  EXPECT_EQ(stored(), loaded);
+
+  auto names = folder_.names("support");
+  names.erase("General Chats");
+  ASSERT_EQ(names.size(), 1U);
+  const std::string kept = support() + "/" + *names.begin();
+  EXPECT_EQ(tests::TemporaryFolder::contentOf(kept), broken);
+  struct stat info{};
+  ASSERT_EQ(stat(kept.c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 0777U, 0600U) << "conversations are for their owner alone";
+  ASSERT_TRUE(store.notice());
+  EXPECT_TRUE(store.notice()->contains(kept)) << *store.notice();
+  EXPECT_TRUE(store.notice()->contains("0.id")) << *store.notice();
+}
+
+TEST_F(WorkspaceStoreTest, DocumentThatCannotEvenBeKeptAsideIsNeverOverwritten) {
+  const std::string broken = "not json";
+  defaults_->setData(key, broken);
+  // A file where the support folder should be: nothing can be written there, not even by root.
+  const std::string blocked = folder_.file("blocked", "");
+  WorkspaceStore store(*defaults_, blocked);
+  const auto loaded = store.load(now);
+  ASSERT_EQ(loaded.size(), 1U) << "the program still starts";
+  EXPECT_EQ(defaults_->data(key), broken);
+  EXPECT_FALSE(store.save(loaded));
+  EXPECT_FALSE(store.lastError().empty());
+  EXPECT_EQ(defaults_->data(key), broken);
+  EXPECT_TRUE(store.notice());
+}
+
+TEST_F(WorkspaceStoreTest, OldDocumentWithOnlyASessionIdDecodesFully) {
+  const Workspace kept = project("kept");
+  defaults_->setData(
+      key, R"([{"id":"00000000-0000-0000-0000-000000000001","name":"kept","path":")" + kept.path +
+               R"(","threads":[{"id":"00000000-0000-0000-0000-000000000002",)"
+               R"("title":"T","sessionId":"s","entries":[],"createdAt":1,)"
+               R"("updatedAt":2}]}])");
+  const auto loaded = WorkspaceStore(*defaults_, support()).load(now);
+  ASSERT_EQ(loaded.size(), 2U);
+  EXPECT_EQ(loaded[1].threads[0].sessionID(AgentProvider::grok), "s");
+}
+
+TEST_F(WorkspaceStoreTest, TreeSurvivesARestartInARealStore) {
+  const std::string file = folder_ / "settings.sqlite";
+  std::vector<Workspace> tree;
+  {
+    auto defaults = UserDefaults::open(file);
+    ASSERT_TRUE(defaults) << defaults.error();
+    WorkspaceStore store(**defaults, support());
+    tree = store.load(now);
+    tree.push_back(project("p"));
+    ChatEntry entry;
+    entry.id = "e";
+    entry.text = std::string("a\0b\n\xC3\xA9", 6);
+    tree.back().threads[0].entries.append(std::move(entry));
+    ASSERT_TRUE(store.save(tree));
+  }
+  auto defaults = UserDefaults::open(file);
+  ASSERT_TRUE(defaults) << defaults.error();
+  EXPECT_EQ(WorkspaceStore(**defaults, support()).load(now), tree);
+}
+
+}  // namespace
+}  // namespace vantrell

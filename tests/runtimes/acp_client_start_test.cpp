@@ -1,0 +1,285 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "runtimes/acp_client_fixture.h"
+
+namespace vantrell {
+namespace {
+
+using tests::ACPAgentScript;
+using ACPClientStart = tests::ACPClientTest;
+
+const std::string handshake =
+    R"({"jsonrpc":"2.0","id":1,"method":"initialize","params":{"protocolVersion":1,)"
+    R"("clientCapabilities":{"fs":{"readTextFile":true,"writeTextFile":true},"terminal":true},)"
+    R"("clientInfo":{"name":"vantrell","version":")" VANTRELL_VERSION R"("}}})";
+const std::string canLoad = R"({"agentCapabilities":{"loadSession":true}})";
+const std::string models = R"("configOptions":[{"id":"model","options":[{"value":"a"}]}])";
+
+TEST_F(ACPClientStart, OpensANewSessionInTheProjectFolder) {
+  make(ACPAgentScript()
+           .expectLine(handshake)
+           .result("{}")
+           .expectLine(
+               R"({"jsonrpc":"2.0","id":2,"method":"session/new","params":{"cwd":"${folder}",)"
+               R"("mcpServers":[]}})")
+           .result(R"({"sessionId":"s1"})")
+           .say("in ${folder}")
+           .line("hang"));
+  listen();
+  start();
+  expectNotes({"started s1", "says in " + configuration_.workspacePath});
+  EXPECT_EQ(client_->provider(), AgentProvider::grok);
+}
+
+TEST_F(ACPClientStart, ReplaysAStoredSessionBeforeItCompletes) {
+  make(ACPAgentScript()
+           .expectLine(handshake)
+           .result(canLoad)
+           .expectLine(
+               R"({"jsonrpc":"2.0","id":2,"method":"session/load","params":{"sessionId":"old",)"
+               R"("cwd":"${folder}","mcpServers":[]}})")
+           .say("one")
+           .say("two")
+           .result("{}")
+           .line("hang"));
+  listen();
+  start("old");
+  expectNotes({"replay started", "says one", "says two", "started old replayed"});
+}
+
+TEST_F(ACPClientStart, FailedReplayGoesOnToANewSession) {
+  make(ACPAgentScript()
+           .expectLine(handshake)
+           .result(canLoad)
+           .expect("session/load")
+           .say("half")
+           .error("no such session")
+           .expect("session/new")
+           .result(R"({"sessionId":"s2"})")
+           .line("hang"));
+  listen();
+  start("old");
+  expectNotes({"replay started", "says half", "replay failed", "started s2"});
+}
+
+TEST_F(ACPClientStart, RuntimeThatCannotLoadGetsANewSessionAndNoReplay) {
+  for (const std::string capabilities :
+       {"{}", R"({"agentCapabilities":{}})", R"({"agentCapabilities":{"loadSession":"true"}})",
+        R"({"agentCapabilities":{"loadSession":1}})", R"({"agentCapabilities":[true]})"}) {
+    SCOPED_TRACE(capabilities);
+    notes_.clear();
+    make(ACPAgentScript()
+             .expectLine(handshake)
+             .result(capabilities)
+             .expect("session/new")
+             .result(R"({"sessionId":"s1"})")
+             .line("hang"));
+    listen();
+    start("old");
+    expectNotes({"started s1"});
+  }
+}
+
+TEST_F(ACPClientStart, ErrorAnswersFailIt) {
+  const std::tuple<std::string, ACPAgentScript, std::string> cases[] = {
+      {"initialize", ACPAgentScript().expectLine(handshake).error("Please sign in"),
+       "Please sign in"},
+      {"session/new",
+       ACPAgentScript().expectLine(handshake).result("{}").expect("session/new").error("Quota"),
+       "Quota"},
+      {"no text",
+       ACPAgentScript().expectLine(handshake).line(R"(send {"id":${id},"error":{"message":1}})"),
+       "Grok returned an unknown error."},
+      {"no session",
+       ACPAgentScript()
+           .expectLine(handshake)
+           .result("{}")
+           .expect("session/new")
+           .result(R"({"sessionId":5})"),
+       "Grok did not return a session ID."},
+      {"result is no object",
+       ACPAgentScript().expectLine(handshake).result("[]").expect("session/new").result("7"),
+       "Grok did not return a session ID."},
+      // An error that is no object is no error.
+      {"odd error",
+       ACPAgentScript()
+           .expectLine(handshake)
+           .line(R"(send {"id":${id},"error":"x"})")
+           .expect("session/new")
+           .error("end"),
+       "end"},
+  };
+  for (const auto& [name, script, expected] : cases) {
+    SCOPED_TRACE(name);
+    notes_.clear();
+    make(ACPAgentScript(script).line("hang"));
+    listen();
+    start();
+    expectNotes({"not started: " + expected});
+    // The process stays up; there is no session, or the one that could not be opened.
+    prompt();
+    awaitCount(2);
+    EXPECT_EQ(notes_[1], "turn failed: The model runtime disconnected.");
+  }
+}
+
+TEST_F(ACPClientStart, SaysWhatIsMissing) {
+  const std::string plain = folder_.file("plain", "no program");
+  for (const std::string& path : {folder_ / "none", folder_.path(), plain}) {
+    configuration_.executable = path;
+    configuration_.runtimeName = "Kimi";
+    notes_.clear();
+    make(ACPAgentScript());
+    listen();
+    start();
+    expectNotes({"not started: The Kimi CLI is not installed."});
+    prompt();
+    await("turn failed: The model runtime disconnected.");
+  }
+}
+
+TEST_F(ACPClientStart, PassesOnWhatTheSystemSaysOfAFailedLaunch) {
+  const std::string broken = folder_.file("broken", "#!/no/such/interpreter\n");
+  chmod(broken.c_str(), 0755);
+  configuration_.executable = broken;
+  make(ACPAgentScript());
+  listen();
+  start();
+  awaitCount(1);
+  EXPECT_TRUE(notes_[0].starts_with("not started: ")) << notes_[0];
+  EXPECT_TRUE(notes_[0].contains("No such file")) << notes_[0];
+  EXPECT_EQ(notes_.size(), 1U);
+}
+
+TEST_F(ACPClientStart, ArgumentsAndEnvironmentAreExactlyThoseGiven) {
+  const std::string spy =
+      folder_.file("spy", "#!/bin/sh\n/usr/bin/env > \"$1\"\necho \"$@\" >> \"$1\"\n");
+  chmod(spy.c_str(), 0755);
+  const std::string out = folder_ / "seen";
+  configuration_.executable = spy;
+  configuration_.processEnvironment = {{"ONLY", "this"}};
+  configuration_.processArguments = {out, "two words", ""};
+  client_ = ACPClient::make(configuration_, main_, pool_);
+  listen();
+  start();
+  await("terminated: Grok exited with status 0.");
+  std::string seen = tests::TemporaryFolder::contentOf(out);
+  // The shell adds this by itself.
+  const std::string own = "PWD=" + configuration_.workspacePath + "\n";
+  if (const auto at = seen.find(own); at != std::string::npos) seen.erase(at, own.size());
+  EXPECT_EQ(seen, "ONLY=this\n" + out + " two words \n");
+}
+
+// ---- Kimi and OpenCode --------------------------------------------------------------------------
+
+ACPAgentScript optionScript(const std::string& sessionResult) {
+  return ACPAgentScript()
+      .expectLine(handshake)
+      .result("{" + models + "}")
+      .expect("session/new")
+      .result(sessionResult);
+}
+std::string optionLine(int id, const std::string& option, const std::string& value) {
+  return R"({"jsonrpc":"2.0","id":)" + std::to_string(id) +
+         R"(,"method":"session/set_config_option","params":{"sessionId":"s1","configId":")" +
+         option + R"(","value":")" + value + R"("}})";
+}
+
+TEST_F(ACPClientStart, KimiIsToldModeAndModelAndForgivesBoth) {
+  configuration_.provider = AgentProvider::kimi;
+  configuration_.permissionMode = GrokPermissionMode::fullAccess;
+  configuration_.model = "k2";
+  for (const bool fails : {false, true}) {
+    notes_.clear();
+    auto script = optionScript(R"({"sessionId":"s1","session":{)" + models + "}}")
+                      .expectLine(optionLine(3, "mode", "yolo"));
+    fails ? script.error("no mode") : script.result("{}");
+    script.expectLine(optionLine(4, "model", "k2"));
+    fails ? script.error("no model") : script.result("{}");
+    make(script.line("hang"));
+    listen();
+    start();
+    expectNotes({"models default a", "models default a", "started s1"});
+  }
+}
+
+TEST_F(ACPClientStart, KimiWithoutAModelIsToldTheModeAlone) {
+  configuration_.provider = AgentProvider::kimi;
+  for (const auto& model : {std::optional<std::string>(), std::optional<std::string>("")}) {
+    configuration_.model = model;
+    notes_.clear();
+    make(optionScript(R"({"sessionId":"s1"})")
+             .expectLine(optionLine(3, "mode", "manual"))
+             .result("{}")
+             .line("hang"));
+    listen();
+    start();
+    expectNotes({"models default a", "started s1"});
+  }
+}
+
+TEST_F(ACPClientStart, ModelOfOpenCodeMustBeAccepted) {
+  configuration_.provider = AgentProvider::glm;
+  configuration_.permissionMode = GrokPermissionMode::auto_;
+  configuration_.model = "zai-coding-plan/glm-4.7";
+  for (const bool fails : {false, true}) {
+    notes_.clear();
+    auto script = optionScript(R"({"sessionId":"s1"})")
+                      .expectLine(optionLine(3, "model", "zai-coding-plan/glm-4.7"));
+    fails ? script.error("no such model") : script.result("{}");
+    make(script.line("hang"));
+    listen();
+    start();
+    expectNotes({"models default a", fails ? "not started: no such model" : "started s1"});
+  }
+}
+
+TEST_F(ACPClientStart, OptionsFollowAReplayToo) {
+  configuration_.provider = AgentProvider::kimi;
+  configuration_.model = "k2";
+  make(ACPAgentScript()
+           .expectLine(handshake)
+           .result(canLoad)
+           .expect("session/load")
+           .result("{" + models + "}")
+           .expect(R"("configId":"mode")")
+           .result("{}")
+           .expect(R"({"sessionId":"old","configId":"model","value":"k2"})")
+           .result("{}")
+           .line("hang"));
+  listen();
+  start("old");
+  expectNotes({"replay started", "models default a", "started old replayed"});
+}
+
+TEST_F(ACPClientStart, GrokIsToldNoOptionsAndReportsNone) {
+  configuration_.model = "grok-4";
+  for (const auto provider : {AgentProvider::grok, AgentProvider::local}) {
+    configuration_.provider = provider;
+    notes_.clear();
+    open(optionScript(R"({"sessionId":"s1"})").expectPrompt().endTurn().line("hang"));
+    prompt();
+    expectNotes({R"(turn ended {"stopReason":"end_turn"})"});
+  }
+}
+
+TEST_F(ACPClientStart, RuntimeThatDiesInAReplayFailsTheStartOnce) {
+  make(
+      ACPAgentScript().expectLine(handshake).result(canLoad).expect("session/load").line("exit 4"));
+  listen();
+  start("old");
+  expectNotes({"replay started", "replay failed", "not started: The model runtime disconnected.",
+               "terminated: Grok exited with status 4."});
+}
+
+TEST_F(ACPClientStart, StoppedClientDoesNotStart) {
+  make(ACPAgentScript().line("hang"));
+  listen();
+  client_->stop();
+  start();
+  expectNotes({"not started: The model runtime disconnected."});
+}
+
+}  // namespace
+}  // namespace vantrell

@@ -1,0 +1,88 @@
+#include "runtimes/line_buffer.h"
+
+#include <chrono>
+#include <gtest/gtest.h>
+#include <malloc.h>
+#include <random>
+#include <vector>
+
+namespace vantrell {
+namespace {
+
+std::vector<std::string> linesOf(const std::vector<std::string_view>& chunks) {
+  std::vector<std::string> lines;
+  LineBuffer buffer;
+  for (const auto chunk : chunks) {
+    buffer.consume(chunk, [&lines](std::string_view line) { lines.emplace_back(line); });
+  }
+  return lines;
+}
+
+TEST(LineBuffer, CutsAtLineFeedsAndSkipsEmptyLines) {
+  using Lines = std::vector<std::string>;
+  const std::pair<std::vector<std::string_view>, Lines> cases[] = {
+      {{}, {}},
+      {{""}, {}},
+      {{"\n\n\n"}, {}},
+      {{"a\nb\n"}, {"a", "b"}},
+      {{"a\nb"}, {"a"}},
+      {{"a", "b", "\n", "\n", "c\n"}, {"ab", "c"}},
+      {{"a\r\n \n"}, {"a\r", " "}},
+      {{"a", "\nb\nc", "d\n"}, {"a", "b", "cd"}},
+      {{std::string_view("\0\n", 2)}, {std::string(1, '\0')}},
+  };
+  for (const auto& [chunks, expected] : cases) EXPECT_EQ(linesOf(chunks), expected);
+}
+
+TEST(LineBuffer, ChunksMakeNoDifference) {
+  std::mt19937 random(7);
+  const auto below = [&random](std::size_t end) {
+    return std::uniform_int_distribution<std::size_t>(0, end - 1)(random);
+  };
+  for (int round = 0; round < 500; ++round) {
+    std::string stream;
+    for (std::size_t i = below(400); i > 0; --i) stream += "\nab\xC3\n\r{"[below(7)];
+    std::vector<std::string_view> chunks;
+    for (std::string_view rest = stream; !rest.empty();) {
+      const std::size_t size = below(std::min<std::size_t>(rest.size(), 40)) + 1;
+      chunks.push_back(rest.substr(0, size));
+      rest.remove_prefix(size);
+    }
+    ASSERT_EQ(linesOf(chunks), linesOf({stream}));
+  }
+}
+
+/// Processor seconds for one line of so many bytes, in the chunks that a pipe gives.
+double secondsFor(LineBuffer& buffer, std::size_t bytes) {
+  const std::string chunk(1 << 16, 'x');
+  std::size_t seen = 0;
+  const std::clock_t start = std::clock();
+  for (std::size_t sent = 0; sent < bytes; sent += chunk.size()) {
+    buffer.consume(chunk, [](std::string_view) {});
+  }
+  buffer.consume("\n", [&seen](std::string_view line) { seen = line.size(); });
+  EXPECT_EQ(seen, bytes);
+  return static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
+}
+
+TEST(LineBuffer, LongLineIsLinearAndItsMemoryIsGivenBack) {
+  LineBuffer buffer;
+  const auto held = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
+  const std::size_t before = held();
+  const double eighth = secondsFor(buffer, 8U << 20);
+  const double whole = secondsFor(buffer, 64U << 20);
+  // Eight times the bytes; a search from the line's start would make it 64 times the work.
+  EXPECT_LT(whole, 24 * eighth + 0.2);
+  EXPECT_EQ(buffer.pendingBytes(), 0U);
+  // Sanitizers have allocators of their own, for which both numbers are 0.
+  EXPECT_LT(held(), before + (1U << 20));
+}
+
+TEST(LineBuffer, TellsHowMuchOfALineIsWaiting) {
+  LineBuffer buffer;
+  buffer.consume("ab\ncde", [](std::string_view) {});
+  EXPECT_EQ(buffer.pendingBytes(), 3U);
+}
+
+}  // namespace
+}  // namespace vantrell

@@ -1,0 +1,59 @@
+// Writes scripts for the scripted agent that speak the Agent Client Protocol. The agent's ids for
+// its own requests are the caller's; the client's come back as ${id}.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace vantrell::tests {
+
+class ACPAgentScript {
+ public:
+  ACPAgentScript& line(const std::string& command) {
+    text_ += command + "\n";
+    return *this;
+  }
+  ACPAgentScript& expect(const std::string& part) { return line("expect " + part); }
+  ACPAgentScript& expectLine(const std::string& whole) { return line("expect-line " + whole); }
+  ACPAgentScript& result(const std::string& object) {
+    return line(R"(send {"jsonrpc":"2.0","id":${id},"result":)" + object + "}");
+  }
+  ACPAgentScript& error(const std::string& message) {
+    return line(R"(send {"jsonrpc":"2.0","id":${id},"error":{"code":-32000,"message":")" + message +
+                R"("}})");
+  }
+  ACPAgentScript& request(int id, const std::string& method, const std::string& params) {
+    return line(R"(send {"jsonrpc":"2.0","id":)" + std::to_string(id) + R"(,"method":")" + method +
+                R"(","params":)" + params + "}");
+  }
+  /// A session update whose text is `text`.
+  ACPAgentScript& say(const std::string& text) {
+    return line(
+        R"(send {"jsonrpc":"2.0","method":"session/update","params":{"sessionId":"s1","update":)"
+        R"({"sessionUpdate":"agent_message_chunk","content":{"type":"text","text":")" +
+        text + R"("}}}})");
+  }
+
+  /// Answers "initialize" and "session/new" with the session "s1".
+  ACPAgentScript& openSession() {
+    return expect(R"("method":"initialize")")
+        .result(R"({"protocolVersion":1})")
+        .expect(R"("method":"session/new")")
+        .result(R"({"sessionId":"s1"})");
+  }
+  ACPAgentScript& expectPrompt() { return expect(R"("method":"session/prompt")"); }
+  ACPAgentScript& endTurn() { return result(R"({"stopReason":"end_turn"})"); }
+
+  const std::string& text() const { return text_; }
+
+  /// The program, which lies beside this one.
+  static std::string program() {
+    return std::filesystem::read_symlink("/proc/self/exe").parent_path() / "scripted_agent";
+  }
+
+ private:
+  std::string text_;
+};
+
+}  // namespace vantrell::tests

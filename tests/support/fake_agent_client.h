@@ -1,0 +1,64 @@
+// An agent client without a runtime behind it: a test holds it and plays the runtime's part.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "runtimes/agent_client.h"
+
+namespace vantrell::tests {
+
+class FakeAgentClient final : public AgentClient {
+ public:
+  explicit FakeAgentClient(AgentProvider provider) : provider_(provider) {}
+
+  AgentProvider provider() const override { return provider_; }
+  void start(std::optional<std::string> existingSessionID, StartCompletion completion) override {
+    existingSession = std::move(existingSessionID);
+    startCompletion = std::move(completion);
+  }
+  void sendPrompt(std::string prompt, PromptCompletion completion) override {
+    prompts.push_back(std::move(prompt));
+    promptCompletions.push_back(std::move(completion));
+  }
+  void cancel() override { ++cancels; }
+  void respondToPermission(std::int64_t requestID, std::string optionID) override {
+    answers.emplace_back(requestID, std::move(optionID));
+  }
+  void stop() override { ++stops; }
+
+  // What the runtime does.
+
+  void opens(std::string session, bool replayed = false) {
+    startCompletion(AgentStartResult{std::move(session), replayed});
+  }
+  void failsToOpen(const std::string& text) { startCompletion(std::unexpected(AgentError(text))); }
+  void finishes() { promptCompletions.back()(JsonObject{{"stopReason", "end_turn"}}); }
+  void fails(AgentError error) { promptCompletions.back()(std::unexpected(std::move(error))); }
+  void updates(JsonObject update) { onSessionUpdate(update); }
+  void says(std::string text, std::optional<std::string> messageID = std::nullopt) {
+    chunk("agent_message_chunk", std::move(text), std::move(messageID));
+  }
+  void chunk(std::string kind, std::string text, std::optional<std::string> messageID) {
+    JsonObject update{{"sessionUpdate", std::move(kind)},
+                      {"content", JsonObject{{"type", "text"}, {"text", std::move(text)}}}};
+    if (messageID) update.set("messageId", std::move(*messageID));
+    updates(std::move(update));
+  }
+
+  // What the engine asked for.
+
+  std::optional<std::string> existingSession;
+  StartCompletion startCompletion;
+  std::vector<std::string> prompts;
+  std::vector<PromptCompletion> promptCompletions;
+  std::vector<std::pair<std::int64_t, std::string>> answers;
+  int cancels = 0;
+  int stops = 0;
+
+ private:
+  AgentProvider provider_;
+};
+
+}  // namespace vantrell::tests
