@@ -115,6 +115,7 @@ void TranscriptPrinter::entryAdded(const ChatEntry& entry) {
 
 void TranscriptPrinter::entryReplaced(const ChatEntry& entry) {
   if (entry.kind == ChatEntryKind::tool) return showTool(entry);
+  if (entry.kind == ChatEntryKind::user) return;  // the person knows these words
   streaming_.clear();
   entryAdded(entry);
 }
