@@ -161,8 +161,9 @@ void SessionIntake::replayEnded(const ThreadExecutionKey& key) {
   if (!thread || thread->entries.empty()) return replayFailed(key);
 
   const auto backup = std::exchange(execution->replayBackup, nullptr);
-  execution->isReplaying = false;
   restoreUserWords(*backup, key);
+  // From here on observers see the transcript again, with nothing in it that changes once more.
+  execution->isReplaying = false;
   const auto turnStart =
       execution->turnEntryID ? backup->indexOf(*execution->turnEntryID) : std::nullopt;
   for (std::size_t i = turnStart.value_or(backup->size()); i < backup->size(); ++i) {

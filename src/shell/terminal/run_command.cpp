@@ -109,7 +109,8 @@ class Performance {
     printer_->introduced({.conversation = key,
                           .runtime = plan_.practiceAgent ? "The practice agent" : label,
                           .folder = folder,
-                          .earlierEntries = app_.model().tree.thread(key)->entries.size()});
+                          .earlierEntries = app_.model().tree.thread(key)->entries.size(),
+                          .goingOn = plan_.practiceAgent ? "--practice --task" : "--task"});
   }
 
   void say(std::string_view text) {

@@ -88,7 +88,8 @@ void TranscriptPrinter::remark(std::string_view text) {
 // ---- entries ------------------------------------------------------------------------------------
 
 void TranscriptPrinter::introduced(const RunIntroduction& introduction) {
-  conversation_ = introduction.conversation;
+  goingOn_ = fmt::format("vantrell run {} {}", introduction.goingOn,
+                         introduction.conversation.threadID.text().substr(0, taskIDShown));
   beginBlock(Block::other);
   line(style_.dim(fmt::format("{} in {}", introduction.runtime, sanitized(introduction.folder))));
   if (introduction.earlierEntries != 0) {
@@ -114,6 +115,7 @@ void TranscriptPrinter::entryAdded(const ChatEntry& entry) {
 
 void TranscriptPrinter::entryReplaced(const ChatEntry& entry) {
   if (entry.kind == ChatEntryKind::tool) return showTool(entry);
+  if (entry.kind == ChatEntryKind::user) return;  // the person knows these words
   streaming_.clear();
   entryAdded(entry);
 }
@@ -275,9 +277,7 @@ void TranscriptPrinter::ended(const RunRecord* run) {
     case RunRecordStatus::cancelled: line(style_.yellow(fmt::format("■ {}", words))); break;
     default: line(style_.red(fmt::format("✗ {}", words)));
   }
-  if (!conversation_) return;
-  line(style_.dim(fmt::format("To go on: vantrell run --task {} \"...\"",
-                              conversation_->threadID.text().substr(0, taskIDShown))));
+  if (!goingOn_.empty()) line(style_.dim(fmt::format("To go on: {} \"...\"", goingOn_)));
 }
 
 }  // namespace vantrell::shell

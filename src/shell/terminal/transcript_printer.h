@@ -16,8 +16,7 @@ namespace vantrell::shell {
 class TranscriptPrinter final : public RunObserver {
  public:
   using Write = std::function<void(std::string_view)>;
-  TranscriptPrinter(Write write, TerminalStyle style)
-      : write_(std::move(write)), style_(style) {}
+  TranscriptPrinter(Write write, TerminalStyle style) : write_(std::move(write)), style_(style) {}
 
   /// Where a typed answer is read from a terminal, a question ends with a prompt for it.
   bool showsAnswerPrompt = false;
@@ -74,7 +73,7 @@ class TranscriptPrinter final : public RunObserver {
   /// Tool calls that have not ended, and what their line said last.
   std::map<std::string, std::string, std::less<>> openTools_;
   std::vector<PlanEntry> plan_;
-  std::optional<ThreadExecutionKey> conversation_;
+  std::string goingOn_;  // the command, up to the prompt
 };
 
 }  // namespace vantrell::shell
