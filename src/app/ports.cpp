@@ -8,7 +8,9 @@ EnginePorts neutralPorts() {
 
   ports.providerForNextTurn = [](const auto&, const auto&) { return std::nullopt; };
   ports.routingReason = [](AgentProvider, const auto&) { return std::nullopt; };
-  ports.automaticHandoff = [](AgentProvider, const auto&, const auto&) { return std::nullopt; };
+  ports.nextAutomaticProvider = [](AgentProvider, const auto&, const auto&) {
+    return std::nullopt;
+  };
   ports.repositoryState = [](const std::string&, const auto& reply) { reply(""); };
   ports.usageReported = [](const ProviderUsage&) {};
   ports.allowanceExhausted = [](AgentProvider) {};

@@ -32,6 +32,8 @@ ProviderConnector practiceConnector(MainQueue& main, BackgroundPool& pool, std::
     configuration.runtimeName = "The practice agent";
     return ACPClient::make(std::move(configuration), main, pool);
   };
+  // What helps with local models is no help with this one.
+  connector.advice = [](const std::string& description) { return description; };
   return connector;
 }
 
@@ -85,8 +87,8 @@ VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, files::LockFi
                                       enginePorts(connectors_, frontDoorProvider));
 }
 
+// The model first: it ends the clients, which need all the rest.
 VantrellApp::~VantrellApp() {
-  model_->endAllWork();
   model_.reset();
 }
 

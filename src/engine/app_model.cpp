@@ -8,15 +8,17 @@ AppModel::AppModel(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore&
       ports_(std::move(ports)),
       settings(defaults, changes),
       tree(main, store, changes),
-      selection(defaults, changes),
+      selection(defaults),
       executions(main, selection, changes),
       intake(main, tree, executions, changes),
       approvals(main, settings, tree, selection, executions, ports_),
       operations(main, tree, selection, executions),
+      failures(main, tree, executions, ports_),
       starter(std::make_shared<ClientStarter>(main, settings, tree, executions, intake, approvals,
-                                              ports_)),
-      driver(std::make_shared<TaskDriver>(main, settings, tree, selection, executions, intake,
-                                          approvals, *starter, ports_)) {
+                                              failures, changes, ports_)),
+      driver(std::make_shared<TaskDriver>(main, settings, tree, selection, executions, *starter,
+                                          failures, ports_)) {
+  approvals.stopTask = [this] { driver->stopWorking(); };
   startUp();
 }
 
@@ -45,14 +47,7 @@ void AppModel::startUp() {
 }
 
 void AppModel::endAllWork() {
-  for (const auto& workspace : tree.workspaces()) {
-    for (const auto& thread : workspace.threads) {
-      const ThreadExecutionKey key{workspace.id, thread.id};
-      const auto* execution = executions.find(key);
-      if (execution && execution->replayBackup) intake.replayFailed(key);
-    }
-  }
-  executions.stopAll();
+  executions.removeAll();
 }
 
 }  // namespace vantrell

@@ -14,6 +14,7 @@
 #include "engine/session_intake.h"
 #include "engine/settings.h"
 #include "engine/task_driver.h"
+#include "engine/turn_failures.h"
 #include "engine/workspace_tree.h"
 
 namespace vantrell {
@@ -27,7 +28,7 @@ class AppModel {
   AppModel(const AppModel&) = delete;
   AppModel& operator=(const AppModel&) = delete;
 
-  /// Stops every client. What the transcripts were before an unfinished replay, they are again.
+  /// Ends every client. What the transcripts were before an unfinished replay, they are again.
   void endAllWork();
 
   MainQueue& main;
@@ -44,6 +45,7 @@ class AppModel {
   SessionIntake intake;
   Approvals approvals;
   Operations operations;
+  TurnFailures failures;
   const std::shared_ptr<ClientStarter> starter;
   const std::shared_ptr<TaskDriver> driver;
 

@@ -56,15 +56,14 @@ void Approvals::respondToPermission(const std::string& optionID) {
   executions_.publishExecutionIfSelected(*key);
 }
 
-bool Approvals::respondWithRejection() {
+void Approvals::rejectPermission() {
   const auto request = executions_.mirror().permissionRequest;
-  if (!request) return true;
+  if (!request) return;
   const auto option = std::ranges::find_if(request->options, [](const PermissionOption& each) {
     return each.kind == "reject_once" || each.kind == "reject_always";
   });
-  if (option == request->options.end()) return false;
+  if (option == request->options.end()) return stopTask();
   respondToPermission(option->id);
-  return true;
 }
 
 bool Approvals::canChangePermissionMode() const {

@@ -20,13 +20,16 @@ class Approvals {
   /// A question of the conversation's client; it replaces one that is still open.
   void requestArrived(PermissionRequest request, const ThreadExecutionKey& key);
 
+  /// Stops the selected conversation's task. Set once, by the owner of both desks.
+  std::function<void()> stopTask;
+
   // The rest acts on the selected conversation: the selection is how the user looks at a question.
 
   /// Sends the option, also one that the question does not list. Does nothing without a question.
   void respondToPermission(const std::string& optionID);
-  /// Answers with the first option that rejects. True when there was one; false when the runtime
-  /// offers no way to say no, and the caller must stop the task.
-  [[nodiscard]] bool respondWithRejection();
+  /// Answers with the first option that rejects, or stops the task when the runtime offers no way
+  /// to say no.
+  void rejectPermission();
   /// No turn runs and no question is open: what shapes a session may change.
   bool canChangePermissionMode() const;
   /// A change starts a new client with the next turn, in the stored session. Ignored when it may

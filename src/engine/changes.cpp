@@ -9,16 +9,13 @@ Changes::Observation Changes::observe(Observer observer) {
 }
 
 void Changes::announce(const Change& change) {
-  bool someGone = false;
-  // By index: an observer may start to observe, or cause a change, in its call.
+  ++depth_;
+  // By index: an observer may begin to observe in its call.
   for (std::size_t i = 0; i < observers_.size(); ++i) {
-    if (const auto observer = observers_[i].lock()) {
-      (*observer)(change);
-    } else {
-      someGone = true;
-    }
+    if (const auto observer = observers_[i].lock()) (*observer)(change);
   }
-  if (someGone) std::erase_if(observers_, [](const auto& each) { return each.expired(); });
+  // Places may not move while an outer announcement walks over them.
+  if (--depth_ == 0) std::erase_if(observers_, [](const auto& each) { return each.expired(); });
 }
 
 }  // namespace vantrell

@@ -1,6 +1,8 @@
 // How observers (views, the remote snapshot) learn of changes: a fine value for each, so that a
 // window can update one row of a long transcript without reading the rest. For observing only: what
-// must happen in an order is called, not announced. Main queue.
+// must happen in an order is called, not announced. An observer only looks; what it wants to change
+// it posts to the main queue, since the engine is in the middle of a step when it announces. Main
+// queue.
 #pragma once
 
 #include <functional>
@@ -26,7 +28,8 @@ struct Change {
     workspacesChanged,   // threads or workspaces came, went or moved
     selectionChanged,
     settingsChanged,
-    saveFailed,  // `text` says why
+    modelOptionsChanged,  // what a provider offers
+    saveFailed,           // `text` says why
   };
 
   Kind kind;
@@ -57,6 +60,7 @@ class Changes {
 
  private:
   std::vector<std::weak_ptr<Observer>> observers_;
+  int depth_ = 0;  // of announcements under way
 };
 
 }  // namespace vantrell

@@ -2,22 +2,30 @@
 
 #include <fmt/format.h>
 
-#include "engine/friendly_error.h"
 #include "platform/weakly.h"
 #include "runtimes/acp/acp_client.h"
 #include "runtimes/provider_registry.h"
 
 namespace vantrell {
 
+void noteProvider(RunRecord& run, AgentProvider provider, const ChatThread& thread) {
+  run.provider = provider;
+  run.modelID = thread.modelID(provider);
+  run.effort = thread.effort(provider);
+}
+
 ClientStarter::ClientStarter(MainQueue& main, Settings& settings, WorkspaceTree& tree,
                              ExecutionTable& executions, SessionIntake& intake,
-                             Approvals& approvals, const EnginePorts& ports)
+                             Approvals& approvals, TurnFailures& failures, Changes& changes,
+                             const EnginePorts& ports)
     : main_(main),
       settings_(settings),
       tree_(tree),
       executions_(executions),
       intake_(intake),
       approvals_(approvals),
+      failures_(failures),
+      changes_(changes),
       ports_(ports) {}
 
 void ClientStarter::startClient(AgentProvider provider, const ThreadExecutionKey& key,
@@ -29,25 +37,23 @@ void ClientStarter::startClient(AgentProvider provider, const ThreadExecutionKey
   const auto client = makeClient(attempt, *path);
   if (!client) {
     ports_.startFailed(provider);
-    const std::string& text = ports_.connector(provider).setupHint;
-    executions_.execution(key).connectionState = ConnectionState::failed(text);
-    executions_.execution(key).errorMessage = text;
-    failRun(text, attempt);
-    return executions_.publishExecutionIfSelected(key);
+    const std::string& hint = ports_.connector(provider).setupHint;
+    return failures_.fail(key, runID,
+                          {.description = hint, .text = hint, .isToldToClients = false});
   }
   attach(client, attempt);
   setCallbacks(client, key);
 
   // Weak for the client: its own completion must not keep it alive.
   const std::weak_ptr weakClient = client;
-  client->start(tree_.thread(key)->sessionID(provider),
-                weakly(this, [weakClient, attempt](ClientStarter& self, StartResult result) {
-                  self.startCompleted(weakClient.lock(), attempt, std::move(result));
-                }));
   executions_.execution(key).connectTimer =
       main_.after(connectTimeout, weakly(this, [weakClient, attempt](ClientStarter& self) {
                     self.watchdogFired(weakClient.lock(), attempt);
                   }));
+  client->start(tree_.thread(key)->sessionID(provider),
+                weakly(this, [weakClient, attempt](ClientStarter& self, StartResult result) {
+                  self.startCompleted(weakClient.lock(), attempt, std::move(result));
+                }));
 }
 
 std::shared_ptr<AgentClient> ClientStarter::makeClient(const Attempt& attempt,
@@ -64,24 +70,19 @@ std::shared_ptr<AgentClient> ClientStarter::makeClient(const Attempt& attempt,
 
 void ClientStarter::attach(const std::shared_ptr<AgentClient>& client, const Attempt& attempt) {
   ThreadExecutionRuntime& execution = executions_.execution(attempt.key);
-  if (execution.client) execution.client->stop();
+  execution.endClient();
   const Date now = main_.now();
   execution.connectionState = ConnectionState::connecting();
   execution.cliLog.clear();
   execution.client = client;
-  execution.unansweredPrompts = 0;
   execution.activeProvider = attempt.provider;
   execution.activeRunID = attempt.runID;
   execution.lastActivityAt = now;
   execution.lastPersistedActivityAt = now;
   execution.stallWarningSent = false;
   const ChatThread& thread = *tree_.thread(attempt.key);
-  const auto modelID = thread.modelID(attempt.provider);
-  const auto effort = thread.effort(attempt.provider);
   tree_.updateRun(attempt.runID, attempt.key, [&](RunRecord& run) {
-    run.provider = attempt.provider;
-    run.modelID = modelID;
-    run.effort = effort;
+    noteProvider(run, attempt.provider, thread);
     run.status = RunRecordStatus::starting;
     run.statusMessage = fmt::format("Connecting to {}…", shortLabel(attempt.provider));
     run.lastActivityAt = now;
@@ -118,8 +119,9 @@ void ClientStarter::setCallbacks(const std::shared_ptr<AgentClient>& client,
   client->onReplayFailed =
       whileServing([key](Self& self, Execution&) { self.intake_.replayFailed(key); });
   client->onUnexpectedTermination =
-      whileServing([key](Self& self, Execution& execution, std::string text) {
-        self.terminated(std::move(text), key, execution);
+      whileServing([key, provider = client->provider()](Self& self, Execution& execution,
+                                                        const std::string& text) {
+        self.terminated(provider, text, key, execution);
       });
   client->onUsageUpdate = whileServing([](Self& self, Execution&, ProviderUsage usage) {
     self.ports_.usageReported(std::move(usage));
@@ -130,6 +132,7 @@ void ClientStarter::setCallbacks(const std::shared_ptr<AgentClient>& client,
         this,
         [provider = client->provider()](Self& self, std::vector<ProviderModelOption> options) {
           self.providerModelOptions[provider] = std::move(options);
+          self.changes_.announce({.kind = Change::Kind::modelOptionsChanged});
         });
   }
 }
@@ -138,9 +141,9 @@ void ClientStarter::startCompleted(const std::shared_ptr<AgentClient>& client,
                                    const Attempt& attempt, StartResult result) {
   ThreadExecutionRuntime* execution = executions_.findServedBy(client, attempt.key);
   if (!execution) return;
-  execution->connectTimer.cancel();
   if (result) {
-    intake_.replayEnded(attempt.key);
+    execution->connectTimer.cancel();
+    intake_.startSucceeded(attempt.key);
     tree_.updateThread(attempt.key, [&](ChatThread& thread) {
       thread.setSessionID(std::move(result->sessionId), attempt.provider);
     });
@@ -149,18 +152,12 @@ void ClientStarter::startCompleted(const std::shared_ptr<AgentClient>& client,
     executions_.publishExecutionIfSelected(attempt.key);
     return attempt.afterReady();
   }
-
   ports_.startFailed(attempt.provider);
-  client->stop();
-  execution->client = nullptr;
-  intake_.replayFailed(attempt.key);  // should one have begun, its transcript comes back
+  execution->endClient();
   const std::string& description = result.error().localizedDescription();
-  const std::string text = friendlyError(description, attempt.provider);
-  execution->connectionState = ConnectionState::failed(description);
-  execution->errorMessage = text;
-  failRun(text, attempt);
-  executions_.publishExecutionIfSelected(attempt.key);
-  ports_.sendRemoteTaskEvent("needs_attention", text, attempt.key);
+  failures_.fail(
+      attempt.key, attempt.runID,
+      {.description = description, .text = failures_.advice(description, attempt.provider)});
 }
 
 void ClientStarter::watchdogFired(const std::shared_ptr<AgentClient>& client,
@@ -169,69 +166,47 @@ void ClientStarter::watchdogFired(const std::shared_ptr<AgentClient>& client,
   if (!execution || execution->connectionState != ConnectionState::connecting()) return;
   const Date now = main_.now();
   const auto label = shortLabel(attempt.provider);
-  client->stop();
-  execution->client = nullptr;
+  execution->endClient();
   execution->lastActivityAt = now;
-  intake_.replayFailed(attempt.key);
 
-  if (attempt.number == 1) {
-    tree_.updateRun(attempt.runID, attempt.key, [&](RunRecord& run) {
-      run.status = RunRecordStatus::starting;
-      run.statusMessage = fmt::format("{} did not finish connecting. Retrying once…", label);
-      run.lastActivityAt = now;
-    });
-    executions_.publishExecutionIfSelected(attempt.key);
-    // The state stays `connecting` through the pause: a prompt is queued, a stop ends the retry.
-    execution->connectTimer = main_.after(
-        pauseBeforeRetry, weakly(this, [attempt](ClientStarter& self) {
-          const auto* waiting = self.executions_.find(attempt.key);
-          if (!waiting || waiting->client ||
-              waiting->connectionState != ConnectionState::connecting()) {
-            return;
-          }
-          self.startClient(attempt.provider, attempt.key, attempt.runID, attempt.afterReady, 2);
-        }));
-    return;
+  if (attempt.number == 2) {
+    const std::string text = fmt::format(
+        "{} could not finish connecting after two attempts. The prompt was not sent. Check the "
+        "provider sign-in in Settings, then try again.",
+        label);
+    return failures_.fail(attempt.key, attempt.runID,
+                          {.description = text, .text = text, .entry = text, .isActivity = true});
   }
 
-  const std::string text = fmt::format(
-      "{} could not finish connecting after two attempts. The prompt was not sent. Check the "
-      "provider sign-in in Settings, then try again.",
-      label);
-  execution->connectionState = ConnectionState::failed(text);
-  execution->errorMessage = text;
   tree_.updateRun(attempt.runID, attempt.key, [&](RunRecord& run) {
-    run.status = RunRecordStatus::failed;
-    run.statusMessage = text;
+    run.status = RunRecordStatus::starting;
+    run.statusMessage = fmt::format("{} did not finish connecting. Retrying once…", label);
     run.lastActivityAt = now;
-    run.completedAt = now;
   });
-  tree_.appendSystemEntry(text, attempt.key);
   executions_.publishExecutionIfSelected(attempt.key);
-  ports_.sendRemoteTaskEvent("needs_attention", text, attempt.key);
+  // The state stays `connecting` through the pause: a prompt is queued, a stop ends the retry.
+  execution->connectTimer = main_.after(
+      pauseBeforeRetry, weakly(this, [attempt](ClientStarter& self) {
+        const auto* waiting = self.executions_.find(attempt.key);
+        if (!waiting || waiting->client ||
+            waiting->connectionState != ConnectionState::connecting()) {
+          return;
+        }
+        self.startClient(attempt.provider, attempt.key, attempt.runID, attempt.afterReady, 2);
+      }));
 }
 
-void ClientStarter::terminated(std::string text, const ThreadExecutionKey& key,
-                               ThreadExecutionRuntime& execution) {
-  execution.connectTimer.cancel();
-  intake_.replayFailed(key);
-  execution.connectionState = ConnectionState::failed(text);
-  execution.errorMessage = text;
-  tree_.updateRun(execution.activeRunID, key, [&](RunRecord& run) {
-    run.status = RunRecordStatus::failed;
-    run.statusMessage = text;
-    run.completedAt = main_.now();
-  });
-  executions_.publishExecutionIfSelected(key);
-  ports_.sendRemoteTaskEvent("needs_attention", text, key);
-}
-
-void ClientStarter::failRun(const std::string& text, const Attempt& attempt) {
-  tree_.updateRun(attempt.runID, attempt.key, [&](RunRecord& run) {
-    run.status = RunRecordStatus::failed;
-    run.statusMessage = text;
-    run.completedAt = main_.now();
-  });
+void ClientStarter::terminated(AgentProvider provider, const std::string& text,
+                               const ThreadExecutionKey& key, ThreadExecutionRuntime& execution) {
+  const auto lost = std::exchange(execution.runLostWithClient, std::nullopt);
+  execution.endClient();
+  // A turn that is only on its way to a client, this one or another, does not end with it: it finds
+  // no client and starts one.
+  const RunRecord* active = tree_.run(execution.activeRunID, key);
+  const bool isOnItsWay = active ? active->provider != provider
+                                 : execution.connectionState == ConnectionState::connecting();
+  if (isOnItsWay) return executions_.publishExecutionIfSelected(key);
+  failures_.fail(key, active ? execution.activeRunID : lost, {.description = text, .text = text});
 }
 
 }  // namespace vantrell

@@ -10,16 +10,21 @@
 #include "engine/engine_ports.h"
 #include "engine/execution_table.h"
 #include "engine/session_intake.h"
+#include "engine/turn_failures.h"
 #include "engine/workspace_tree.h"
 #include "runtimes/provider_options.h"
 
 namespace vantrell {
 
+/// Writes down which provider serves the run, with the model and effort chosen for it in the
+/// thread.
+void noteProvider(RunRecord& run, AgentProvider provider, const ChatThread& thread);
+
 class ClientStarter : public std::enable_shared_from_this<ClientStarter> {
  public:
   ClientStarter(MainQueue& main, Settings& settings, WorkspaceTree& tree,
                 ExecutionTable& executions, SessionIntake& intake, Approvals& approvals,
-                const EnginePorts& ports);
+                TurnFailures& failures, Changes& changes, const EnginePorts& ports);
 
   /// Makes and starts a client for the run; `afterReady` follows when its session is open. Every
   /// failure ends the run with its text.
@@ -48,9 +53,8 @@ class ClientStarter : public std::enable_shared_from_this<ClientStarter> {
   void startCompleted(const std::shared_ptr<AgentClient>& client, const Attempt& attempt,
                       StartResult result);
   void watchdogFired(const std::shared_ptr<AgentClient>& client, const Attempt& attempt);
-  void terminated(std::string text, const ThreadExecutionKey& key,
+  void terminated(AgentProvider provider, const std::string& text, const ThreadExecutionKey& key,
                   ThreadExecutionRuntime& execution);
-  void failRun(const std::string& text, const Attempt& attempt);
 
   MainQueue& main_;
   Settings& settings_;
@@ -58,6 +62,8 @@ class ClientStarter : public std::enable_shared_from_this<ClientStarter> {
   ExecutionTable& executions_;
   SessionIntake& intake_;
   Approvals& approvals_;
+  TurnFailures& failures_;
+  Changes& changes_;
   const EnginePorts& ports_;
 };
 

@@ -33,11 +33,10 @@ struct EnginePorts {
       providerForNextTurn;
   /// Why that provider runs, for the run record.
   std::function<std::optional<std::string>(AgentProvider, const Key&)> routingReason;
-  /// The provider to hand a task on to after an exhausted allowance, or absent when hand-off is not
-  /// allowed or nothing is left.
+  /// The provider to hand a task on to after an exhausted allowance; absent when nothing is left.
   std::function<std::optional<AgentProvider>(AgentProvider after,
                                              const std::set<AgentProvider>& attempted, const Key&)>
-      automaticHandoff;
+      nextAutomaticProvider;
   /// What the repository looks like, for a hand-off; empty when there is nothing to say. Replies on
   /// the main queue.
   std::function<void(std::string workspacePath, std::function<void(std::string)> reply)>

@@ -53,6 +53,7 @@ void ExecutionTable::selectExecution(std::optional<Uuid> workspaceID,
                                      std::optional<Uuid> threadID) {
   selection_.select(workspaceID, threadID);
   publishExecution(selection_.key());
+  changes_.announce({.kind = Change::Kind::selectionChanged, .conversation = selection_.key()});
 }
 
 void ExecutionTable::resetConnection() {
@@ -63,14 +64,11 @@ void ExecutionTable::resetConnection() {
 
 void ExecutionTable::remove(const ThreadExecutionKey& key) {
   const auto node = executions_.extract(key);
-  if (!node.empty() && node.mapped()->client) node.mapped()->client->stop();
+  if (!node.empty()) node.mapped()->endClient();
 }
 
-void ExecutionTable::stopAll() {
-  for (auto& [key, runtime] : executions_) {
-    if (runtime->client) runtime->client->stop();
-  }
-  executions_.clear();
+void ExecutionTable::removeAll() {
+  for (auto& [key, runtime] : std::exchange(executions_, {})) runtime->endClient();
   publishExecution(selection_.key());
 }
 

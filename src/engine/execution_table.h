@@ -41,10 +41,11 @@ class ExecutionTable {
   /// Stops the selected conversation's client and forgets its live state, so that the next turn
   /// starts a new client under the present settings.
   void resetConnection();
-  /// Stops the client of the conversation and forgets its live state.
+  /// Ends the client of the conversation and forgets its live state. What the transcript was before
+  /// an unfinished replay, it is again.
   void remove(const ThreadExecutionKey& key);
-  /// Stops every client, for the end of the program.
-  void stopAll();
+  /// The same for every conversation, for the end of the program.
+  void removeAll();
 
  private:
   struct HashKey {

@@ -56,18 +56,18 @@ std::string build(const Contents& contents) {
   const std::string plan = describe(contents.plan);
   const std::string visible = conversation(contents.entries);
   return fmt::format(
-      "Continue this coding task after an automatic provider handoff from {} to {}.\n\n"
+      "{}{} to {}.\n\n"
       "Do not restart completed work. Inspect the current working tree because its files are the "
       "source of truth. Preserve the user's approval mode and ask for approval when your runtime "
       "requires it.\n\n"
-      "ORIGINAL USER REQUEST\n{}\n\n"
-      "ACTIVE PLAN\n{}\n\n"
+      "ORIGINAL USER REQUEST\n{}"
+      "{}{}\n\n"
       "RECENT VISIBLE CONVERSATION\n{}\n\n"
       "WORKSPACE\n{}\n\n"
       "REPOSITORY SNAPSHOT\n{}\n\n"
       "PROJECT CONTEXT\n{}",
-      shortLabel(contents.from), shortLabel(contents.to), contents.originalPrompt,
-      orSentence(plan, "No active plan was reported."),
+      opening, shortLabel(contents.from), shortLabel(contents.to), contents.originalPrompt,
+      afterPrompt, orSentence(plan, "No active plan was reported."),
       orSentence(visible, "No visible conversation was available."), contents.workspacePath,
       orSentence(contents.repositoryState,
                  "No Git snapshot is available; inspect the workspace directly."),

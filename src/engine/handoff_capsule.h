@@ -12,6 +12,11 @@
 
 namespace vantrell::HandoffCapsule {
 
+/// How every capsule begins, and what stands behind the prompt in it.
+inline constexpr std::string_view opening =
+    "Continue this coding task after an automatic provider handoff from ";
+inline constexpr std::string_view afterPrompt = "\n\nACTIVE PLAN\n";
+
 struct Contents {
   AgentProvider from;
   AgentProvider to;

@@ -46,4 +46,15 @@ void Operations::newThread(const Uuid& workspaceID) {
   tree_.save();
 }
 
+std::optional<std::string> Operations::effectiveWorkspacePath() const {
+  if (const auto key = selection_.key()) return tree_.executionPath(*key);
+  const Workspace* workspace =
+      selection_.workspaceID() ? tree_.workspace(*selection_.workspaceID()) : nullptr;
+  return workspace ? std::optional(workspace->path) : std::nullopt;
+}
+
+void Operations::updateActiveThread(const std::function<void(ChatThread&)>& mutate) {
+  if (const auto key = selection_.key()) tree_.updateThread(*key, mutate);
+}
+
 }  // namespace vantrell

@@ -24,6 +24,11 @@ class Operations {
   /// A new conversation in the given workspace, selected.
   void newThread(const Uuid& workspaceID);
 
+  /// Where the selected conversation works; with no conversation, the selected workspace's folder.
+  std::optional<std::string> effectiveWorkspacePath() const;
+  /// Changes the selected conversation's record.
+  void updateActiveThread(const std::function<void(ChatThread&)>& mutate);
+
  private:
   MainQueue& main_;
   WorkspaceTree& tree_;

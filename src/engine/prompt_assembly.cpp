@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "engine/handoff_capsule.h"
 #include "platform/text.h"
 
 namespace vantrell {
@@ -76,9 +77,14 @@ std::string assemblePrompt(std::string_view text, const std::vector<ChatAttachme
 std::optional<std::string_view> composedTextOf(std::string_view assembledPrompt) {
   const std::size_t start = assembledPrompt.find(style);
   if (start == std::string_view::npos) return std::nullopt;
-  const std::string_view rest = assembledPrompt.substr(start + style.size());
+  std::string_view rest = assembledPrompt.substr(start + style.size());
   if (!rest.starts_with(requestHeading)) return std::nullopt;
-  return rest.substr(requestHeading.size());
+  rest.remove_prefix(requestHeading.size());
+  // In a hand-off the prompt is followed by what the new provider has to know.
+  if (assembledPrompt.starts_with(HandoffCapsule::opening)) {
+    rest = rest.substr(0, rest.find(HandoffCapsule::afterPrompt));
+  }
+  return rest;
 }
 
 }  // namespace vantrell

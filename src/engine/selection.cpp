@@ -22,8 +22,7 @@ void store(UserDefaults& defaults, std::string_view key, const std::optional<Uui
 }
 }  // namespace
 
-Selection::Selection(UserDefaults& defaults, Changes& changes)
-    : defaults_(defaults), changes_(changes) {}
+Selection::Selection(UserDefaults& defaults) : defaults_(defaults) {}
 
 void Selection::restore(const std::vector<Workspace>& workspaces) {
   workspaceID_.reset();
@@ -49,7 +48,6 @@ void Selection::select(std::optional<Uuid> workspaceID, std::optional<Uuid> thre
   threadID_ = threadID;
   store(defaults_, workspaceKey, workspaceID_);
   store(defaults_, threadKey, threadID_);
-  changes_.announce({.kind = Change::Kind::selectionChanged, .conversation = key()});
 }
 
 std::optional<ThreadExecutionKey> Selection::key() const {

@@ -4,7 +4,6 @@
 
 #include <optional>
 
-#include "engine/changes.h"
 #include "records/chat_thread.h"
 
 namespace vantrell {
@@ -15,11 +14,12 @@ enum class AppSection { chat, build, imagine, remote };
 
 class Selection {
  public:
-  Selection(UserDefaults& defaults, Changes& changes);
+  explicit Selection(UserDefaults& defaults);
 
   /// The stored selection as far as it still exists, else the first workspace and its first thread.
   void restore(const std::vector<Workspace>& workspaces);
-  /// Sets and stores both; an absent id is removed from the store.
+  /// Sets and stores both; an absent id is removed from the store. ExecutionTable::selectExecution
+  /// is what shows the selection, too.
   void select(std::optional<Uuid> workspaceID, std::optional<Uuid> threadID);
 
   const std::optional<Uuid>& workspaceID() const { return workspaceID_; }
@@ -31,7 +31,6 @@ class Selection {
 
  private:
   UserDefaults& defaults_;
-  Changes& changes_;
   std::optional<Uuid> workspaceID_;
   std::optional<Uuid> threadID_;
 };

@@ -62,7 +62,7 @@ bool SessionIntake::upsertTextEntry(const JsonObject& update, ChatEntryKind kind
   entry.id = id;
   entry.kind = kind;
   entry.text = *chunk;
-  entry.provider = execution.activeProvider;
+  if (kind != ChatEntryKind::user) entry.provider = execution.activeProvider;
   entry.createdAt = main_.now();
   tree_.appendEntry(std::move(entry), key);
   return true;
@@ -75,7 +75,8 @@ void SessionIntake::upsertToolEntry(const JsonObject& update, const ThreadExecut
   std::string title = json::textOr(update, "title", "Using a tool");
   std::string status = json::textOr(update, "status", "pending");
   const Json* input = update.find("rawInput");
-  std::string detail = input && !input->isNull() ? json::writePrettySorted(*input) : std::string();
+  const bool isShown = input && (input->asObject() || input->asArray());
+  std::string detail = isShown ? json::writePrettySorted(*input) : std::string();
 
   const bool known = tree_.updateEntry(*id, key, [&](ChatEntry& entry) {
     entry.title = title;
@@ -98,16 +99,16 @@ void SessionIntake::upsertToolEntry(const JsonObject& update, const ThreadExecut
 
 void SessionIntake::rebuildPlan(const JsonObject& update, const ThreadExecutionKey& key,
                                 ThreadExecutionRuntime& execution) {
+  const Json::Array* entries = json::array(update, "entries");
+  if (!entries) return;
   auto plan = std::make_shared<std::vector<PlanEntry>>();
-  if (const Json::Array* entries = json::array(update, "entries")) {
-    for (const Json& each : *entries) {
-      const JsonObject* entry = each.asObject();
-      if (!entry) continue;
-      plan->push_back({json::textOr(*entry, "id", fmt::format("plan-{}", plan->size())),
-                       json::textOr(*entry, "content", "Task"),
-                       json::textOr(*entry, "status", "pending"),
-                       json::textOr(*entry, "priority", "medium")});
-    }
+  for (const Json& each : *entries) {
+    const JsonObject* entry = each.asObject();
+    if (!entry) continue;
+    plan->push_back({json::textOr(*entry, "id", fmt::format("plan-{}", plan->size())),
+                     json::textOr(*entry, "content", "Task"),
+                     json::textOr(*entry, "status", "pending"),
+                     json::textOr(*entry, "priority", "medium")});
   }
   execution.plan = std::move(plan);
   changes_.announce({.kind = Change::Kind::planReplaced, .conversation = key});
@@ -136,8 +137,9 @@ void SessionIntake::replayStarted(const ThreadExecutionKey& key) {
   ThreadExecutionRuntime* execution = executions_.find(key);
   const ChatThread* thread = tree_.thread(key);
   if (!execution || !thread) return;
-  execution->savesHeldByReplay = tree_.holdSaves();
-  execution->replayBackup = std::make_shared<Transcript>(thread->entries);
+  // A replay that is under way keeps what it has put aside.
+  if (!execution->replay) execution->replay = std::make_unique<Replay>(tree_, key);
+  execution->replayBackup = execution->replay->backup();
   execution->isReplaying = true;
   tree_.replaceTranscript({}, key);
   executions_.publishExecutionIfSelected(key);
@@ -146,54 +148,49 @@ void SessionIntake::replayStarted(const ThreadExecutionKey& key) {
 void SessionIntake::replayFailed(const ThreadExecutionKey& key) {
   ThreadExecutionRuntime* execution = executions_.find(key);
   if (!execution) return;
-  execution->isReplaying = false;
-  if (const auto backup = std::exchange(execution->replayBackup, nullptr)) {
-    tree_.replaceTranscript(*backup, key);
-    execution->savesHeldByReplay = nullptr;
-  }
+  execution->endReplay();
   executions_.publishExecutionIfSelected(key);
 }
 
-void SessionIntake::replayEnded(const ThreadExecutionKey& key) {
+void SessionIntake::startSucceeded(const ThreadExecutionKey& key) {
   ThreadExecutionRuntime* execution = executions_.find(key);
   const ChatThread* thread = tree_.thread(key);
-  if (!execution || !execution->replayBackup) return;
-  if (!thread || thread->entries.empty()) return replayFailed(key);
+  if (!execution || !execution->replay) return;
+  if (!thread || thread->entries.empty()) return execution->endReplay();
 
-  const auto backup = std::exchange(execution->replayBackup, nullptr);
+  const auto backup = execution->replay->backup();
   restoreUserWords(*backup, key);
-  // From here on observers see the transcript again, with nothing in it that changes once more.
-  execution->isReplaying = false;
   const auto turnStart =
       execution->turnEntryID ? backup->indexOf(*execution->turnEntryID) : std::nullopt;
   for (std::size_t i = turnStart.value_or(backup->size()); i < backup->size(); ++i) {
     tree_.appendEntry((*backup)[i], key);
   }
-  execution->savesHeldByReplay = nullptr;
+  execution->replay->keepRebuilt();
+  execution->endReplay();
 }
 
 // A runtime plays back the prompts that it was given, with the instructions that stood round the
 // user's words. The words are the entry; with them come back what only we knew of it.
 void SessionIntake::restoreUserWords(const Transcript& before, const ThreadExecutionKey& key) {
   const ChatThread* thread = tree_.thread(key);
-  std::vector<std::string> userEntries;
-  for (const auto& entry : thread->entries) {
-    if (entry.kind == ChatEntryKind::user) userEntries.push_back(entry.id);
-  }
-  for (const auto& id : userEntries) {
-    const auto composed = composedTextOf(thread->entries.find(id)->text);
+  auto next = before.begin();  // both are in the order of the conversation
+  for (std::size_t i = 0; i < thread->entries.size(); ++i) {
+    const ChatEntry& played = thread->entries[i];
+    if (played.kind != ChatEntryKind::user) continue;
+    const auto composed = composedTextOf(played.text);
     if (!composed) continue;
     const std::string words(ChatAttachmentPrompt::parse(*composed).request);
-    const auto known = std::ranges::find_if(before, [&](const ChatEntry& each) {
+    const auto known = std::find_if(next, before.end(), [&](const ChatEntry& each) {
       return each.kind == ChatEntryKind::user && each.text == words;
     });
-    tree_.updateEntry(id, key, [&](ChatEntry& entry) {
+    tree_.updateEntry(std::string(played.id), key, [&](ChatEntry& entry) {
       if (known != before.end()) {
         entry.attachments = known->attachments;
         entry.createdAt = known->createdAt;
       }
       entry.text = words;
     });
+    if (known != before.end()) next = known + 1;
   }
 }
 

@@ -26,8 +26,8 @@ class SessionIntake {
   void replayFailed(const ThreadExecutionKey& key);
   /// The client has started. After a replay the rebuilt transcript stays, with the entries of the
   /// turn at hand, which the runtime does not know yet, at its end. A runtime that played nothing
-  /// back takes nothing away.
-  void replayEnded(const ThreadExecutionKey& key);
+  /// back takes nothing away. Without a replay nothing happens.
+  void startSucceeded(const ThreadExecutionKey& key);
 
   /// While a stream runs, at most one save in this time.
   static constexpr Seconds persistInterval{15.0};

@@ -1,5 +1,7 @@
 #include "engine/settings.h"
 
+#include <cmath>
+
 #include "platform/user_defaults.h"
 
 namespace vantrell {
@@ -7,20 +9,42 @@ namespace vantrell {
 namespace {
 constexpr std::string_view permissionModeKey = "grokPermissionMode.v1";
 constexpr std::string_view workflowModeKey = "taskWorkflowMode.v1";
+constexpr std::string_view routingModeKey = "providerRoutingMode.v1";
+constexpr std::string_view noMeteredAPIsKey = "noMeteredAPIs.v1";
+constexpr std::string_view sessionImportKey = "externalSessionImport.v1";
+constexpr std::string_view interfaceScaleKey = "interfaceScale.v1";
+constexpr std::string_view remoteHostKey = "remoteHostEnabled.v1";
 
 template <typename Mode>
 Mode stored(const UserDefaults& defaults, std::string_view key, Mode fallback) {
   const auto text = defaults.text(key);
   return text ? fromRawText<Mode>(*text).value_or(fallback) : fallback;
 }
+
+bool storedOrTrue(UserDefaults& defaults, std::string_view key) {
+  const auto value = defaults.boolean(key);
+  if (!value) defaults.setBoolean(key, true);
+  return value.value_or(true);
+}
 }  // namespace
+
+double VantrellInterfaceScale::snapped(double value) {
+  if (value == 0 || std::isnan(value)) return 1.0;
+  return std::round(std::clamp(value, 0.8, 1.5) * 10) / 10;
+}
 
 Settings::Settings(UserDefaults& defaults, Changes& changes)
     : defaults_(defaults), changes_(changes) {}
 
 void Settings::load() {
   permissionMode_ = stored(defaults_, permissionModeKey, GrokPermissionMode::ask);
+  routingMode_ = stored(defaults_, routingModeKey, ProviderRoutingMode::automatic);
   workflowMode_ = stored(defaults_, workflowModeKey, TaskWorkflowMode::build);
+  noMeteredAPIs_ = storedOrTrue(defaults_, noMeteredAPIsKey);
+  importsExternalSessions_ = storedOrTrue(defaults_, sessionImportKey);
+  interfaceScale_ =
+      VantrellInterfaceScale::snapped(defaults_.number(interfaceScaleKey).value_or(1.0));
+  isRemoteHostEnabled_ = defaults_.boolean(remoteHostKey).value_or(false);
 }
 
 void Settings::recordPermissionMode(GrokPermissionMode mode) {

@@ -8,15 +8,29 @@ namespace vantrell {
 
 class UserDefaults;
 
+/// The sizes that the interface can be shown in.
+namespace VantrellInterfaceScale {
+/// The step nearest to any value; 0 counts as not chosen and gives 1.0.
+double snapped(double value);
+}  // namespace VantrellInterfaceScale
+
 class Settings {
  public:
   Settings(UserDefaults& defaults, Changes& changes);
 
-  /// Reads what is stored; missing and unknown values give the defaults.
+  /// Reads what is stored; missing and unknown values give the defaults. The two guards that are on
+  /// by default are written at once, so that a later default cannot turn them off.
   void load();
 
   GrokPermissionMode permissionMode() const { return permissionMode_; }
   TaskWorkflowMode workflowMode() const { return workflowMode_; }
+  ProviderRoutingMode routingMode() const { return routingMode_; }
+  /// A provider that is billed per use is never chosen.
+  bool noMeteredAPIs() const { return noMeteredAPIs_; }
+  bool importsExternalSessions() const { return importsExternalSessions_; }
+  bool isRemoteHostEnabled() const { return isRemoteHostEnabled_; }
+  /// One of VantrellInterfaceScale's steps.
+  double interfaceScale() const { return interfaceScale_; }
 
   /// Publishes and stores the mode, with no other effect.
   void recordPermissionMode(GrokPermissionMode mode);
@@ -32,6 +46,11 @@ class Settings {
   Changes& changes_;
   GrokPermissionMode permissionMode_ = GrokPermissionMode::ask;
   TaskWorkflowMode workflowMode_ = TaskWorkflowMode::build;
+  ProviderRoutingMode routingMode_ = ProviderRoutingMode::automatic;
+  bool noMeteredAPIs_ = true;
+  bool importsExternalSessions_ = true;
+  bool isRemoteHostEnabled_ = false;
+  double interfaceScale_ = 1.0;
 };
 
 }  // namespace vantrell

@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include "engine/friendly_error.h"
 #include "engine/handoff_capsule.h"
 #include "engine/prompt_assembly.h"
 #include "platform/text.h"
@@ -16,16 +15,15 @@ constexpr std::size_t checkpointLabelLength = 48;  // user-perceived characters 
 }
 
 TaskDriver::TaskDriver(MainQueue& main, Settings& settings, WorkspaceTree& tree,
-                       Selection& selection, ExecutionTable& executions, SessionIntake& intake,
-                       Approvals& approvals, ClientStarter& starter, const EnginePorts& ports)
+                       Selection& selection, ExecutionTable& executions, ClientStarter& starter,
+                       TurnFailures& failures, const EnginePorts& ports)
     : main_(main),
       settings_(settings),
       tree_(tree),
       selection_(selection),
       executions_(executions),
-      intake_(intake),
-      approvals_(approvals),
       starter_(starter),
+      failures_(failures),
       ports_(ports) {}
 
 bool TaskDriver::canSend() const {
@@ -65,7 +63,7 @@ void TaskDriver::sendNow(std::string text, std::vector<ChatAttachment> attachmen
                          const ThreadExecutionKey& key) {
   if (!tree_.thread(key)) return;
   ports_.prepareNotifications();
-  tree_.nameThreadAfterPrompt(text, key);
+  tree_.updateThreadTitleIfNeeded(text, key);
   tree_.save();
 
   ChatEntry entry;
@@ -76,25 +74,28 @@ void TaskDriver::sendNow(std::string text, std::vector<ChatAttachment> attachmen
   entry.createdAt = main_.now();
   ThreadExecutionRuntime& execution = executions_.execution(key);
   execution.turnEntryID = entry.id;
+  execution.runLostWithClient.reset();
   tree_.appendEntry(std::move(entry), key);
 
   const bool clientWasReady = execution.connectionState == ConnectionState::ready();
   execution.connectionState = ConnectionState::connecting();
   executions_.publishExecutionIfSelected(key);
   main_.post(weakly(this, [text = std::move(text), attachments = std::move(attachments), key,
-                           clientWasReady, stops = execution.stops](TaskDriver& self) {
-    const auto* begun = self.executions_.find(key);
-    if (begun && begun->stops == stops) self.beginTurn(text, attachments, key, clientWasReady);
+                           clientWasReady, stopCount = execution.stopCount](TaskDriver& self) {
+    self.beginTurn(text, attachments, key, clientWasReady, stopCount);
   }));
 }
 
 void TaskDriver::beginTurn(const std::string& text, const std::vector<ChatAttachment>& attachments,
-                           const ThreadExecutionKey& key, bool clientWasReady) {
-  const int stops = executions_.execution(key).stops;
-  const auto startRun = weakly(this, [=](TaskDriver& self) {
-    // Checkpoint and hooks may have taken a while: the conversation may be gone, the turn stopped.
+                           const ThreadExecutionKey& key, bool clientWasReady, int stopCount) {
+  const auto wasStopped = [key, stopCount](TaskDriver& self) {
     const auto* execution = self.executions_.find(key);
-    if (!self.tree_.thread(key) || !execution || execution->stops != stops) return;
+    return !self.tree_.thread(key) || !execution || execution->stopCount != stopCount;
+  };
+  if (wasStopped(*this)) return;
+  const auto startRun = weakly(this, [=](TaskDriver& self) {
+    // Checkpoint and hooks may have taken a while.
+    if (wasStopped(self)) return;
     const Uuid runID = self.tree_.beginRun(text, key);
     self.executions_.execution(key).activeRunID = runID;
     std::string prompt = assemblePrompt(text, attachments, self.settings_.workflowMode(),
@@ -113,10 +114,14 @@ void TaskDriver::beginTurn(const std::string& text, const std::vector<ChatAttach
 
 void TaskDriver::routePrompt(Turn turn) {
   const auto provider = ports_.providerForNextTurn(turn.attempted, turn.key);
-  if (!provider) return noProvider(turn);
-  tree_.updateRun(turn.runID, turn.key, [&](RunRecord& run) {
-    run.routingReason = ports_.routingReason(*provider, turn.key);
-  });
+  if (!provider) {
+    const std::string text =
+        "No allowed runtime is ready. Connect a subscription, start a local runtime, or configure "
+        "Tasklet in Settings.";
+    return failures_.fail(turn.key, turn.runID, {.description = text, .text = text});
+  }
+  const auto reason = ports_.routingReason(*provider, turn.key);
+  tree_.updateRun(turn.runID, turn.key, [&](RunRecord& run) { run.routingReason = reason; });
   const ChatThread* thread = tree_.thread(turn.key);
   const auto last = thread ? thread->lastProvider : std::nullopt;
   if (turn.attempted.empty() && last && *last != *provider) {
@@ -172,8 +177,6 @@ void TaskDriver::performSend(const std::string& prompt, const Turn& turn, AgentP
   const ChatThread* thread = tree_.thread(turn.key);
   if (!execution || !execution->client || !thread) return;
   const Date now = main_.now();
-  const auto modelID = thread->modelID(provider);
-  const auto effort = thread->effort(provider);
   execution->fallbackMessageID = Uuid::random().text();
   execution->connectionState = ConnectionState::working();
   execution->lastActivityAt = now;
@@ -181,9 +184,7 @@ void TaskDriver::performSend(const std::string& prompt, const Turn& turn, AgentP
   execution->stallWarningSent = false;
   tree_.updateRun(turn.runID, turn.key, [&](RunRecord& run) {
     // A kept client passed no start for this run.
-    run.provider = provider;
-    run.modelID = modelID;
-    run.effort = effort;
+    noteProvider(run, provider, *thread);
     run.status = RunRecordStatus::running;
     run.statusMessage = fmt::format("{} is working", shortLabel(provider));
     run.lastActivityAt = now;
@@ -238,29 +239,25 @@ void TaskDriver::turnCompleted(const Turn& turn, AgentProvider provider) {
 void TaskDriver::turnFailed(const AgentError& error, const Turn& turn, AgentProvider provider) {
   if (isUsageLimitFailure(error)) {
     ports_.allowanceExhausted(provider);
-    const auto next = ports_.automaticHandoff(provider, turn.attempted, turn.key);
+    const auto next = allowsAutomaticHandoff(settings_.routingMode())
+                          ? ports_.nextAutomaticProvider(provider, turn.attempted, turn.key)
+                          : std::nullopt;
     if (next && tree_.workspace(turn.key.workspaceID)) return handOff(turn, provider, *next);
   }
-  ThreadExecutionRuntime& execution = executions_.execution(turn.key);
+  if (error.isDisconnection()) executions_.execution(turn.key).runLostWithClient = turn.runID;
   const std::string& description = error.localizedDescription();
-  const std::string text = friendlyError(description, provider);
-  execution.connectionState = ConnectionState::failed(description);
-  execution.errorMessage = text;
-  tree_.updateRun(turn.runID, turn.key, [&](RunRecord& run) {
-    run.status = RunRecordStatus::failed;
-    run.statusMessage = text;
-    run.completedAt = main_.now();
-  });
-  tree_.appendSystemEntry(fmt::format("Error from {}: {}", shortLabel(provider), description),
-                          turn.key);
-  executions_.publishExecutionIfSelected(turn.key);
-  ports_.sendRemoteTaskEvent("needs_attention", text, turn.key);
+  failures_.fail(turn.key, turn.runID,
+                 {.description = description,
+                  .text = failures_.advice(description, provider),
+                  .entry = fmt::format("Error from {}: {}", shortLabel(provider), description)});
   main_.post(weakly(this, [key = turn.key](TaskDriver& self) {
     self.ports_.runProjectHooks(ProjectHookEvent::taskFailed, key, [] {});
   }));
 }
 
 void TaskDriver::handOff(Turn turn, AgentProvider from, AgentProvider to) {
+  // What the old client still says is no part of the turn any more.
+  executions_.execution(turn.key).endClient();
   buildCapsule(turn, from, to, [turn, from, to](TaskDriver& self, std::string capsule) mutable {
     self.tree_.appendSystemEntry(
         fmt::format("{} allowance reached. Automatically handed this task to {}.", shortLabel(from),
@@ -270,41 +267,19 @@ void TaskDriver::handOff(Turn turn, AgentProvider from, AgentProvider to) {
       run.routingReason =
           fmt::format("{} allowance reached; continued with {}.", shortLabel(from), shortLabel(to));
     });
-    ThreadExecutionRuntime& execution = self.executions_.execution(turn.key);
-    if (execution.client) execution.client->stop();
-    execution.client = nullptr;
-    execution.connectionState = ConnectionState::idle();
+    self.executions_.execution(turn.key).connectionState = ConnectionState::idle();
     self.executions_.publishExecutionIfSelected(turn.key);
-    turn.clientWasReady = false;
     self.deliver(std::move(capsule), std::move(turn), to);
   });
-}
-
-void TaskDriver::noProvider(const Turn& turn) {
-  const std::string text =
-      "No allowed runtime is ready. Connect a subscription, start a local runtime, or configure "
-      "Tasklet in Settings.";
-  ThreadExecutionRuntime& execution = executions_.execution(turn.key);
-  execution.connectionState = ConnectionState::failed(text);
-  execution.errorMessage = text;
-  tree_.updateRun(turn.runID, turn.key, [&](RunRecord& run) {
-    run.status = RunRecordStatus::failed;
-    run.statusMessage = text;
-    run.completedAt = main_.now();
-  });
-  executions_.publishExecutionIfSelected(turn.key);
-  ports_.sendRemoteTaskEvent("needs_attention", text, turn.key);
 }
 
 void TaskDriver::stopWorking() {
   const auto key = selection_.key();
   ThreadExecutionRuntime* execution = key ? executions_.find(*key) : nullptr;
   if (!execution) return;
-  ++execution->stops;
+  ++execution->stopCount;
   if (execution->connectionState == ConnectionState::connecting()) {
-    execution->connectTimer.cancel();
-    if (const auto client = std::exchange(execution->client, nullptr)) client->stop();
-    intake_.replayFailed(*key);
+    execution->endClient();
   } else if (execution->client) {
     execution->client->cancel();
   }
@@ -317,10 +292,6 @@ void TaskDriver::stopWorking() {
   });
   tree_.appendSystemEntry("Stopped by you.", *key);
   executions_.publishExecutionIfSelected(*key);
-}
-
-void TaskDriver::rejectPermission() {
-  if (!approvals_.respondWithRejection()) stopWorking();
 }
 
 }  // namespace vantrell

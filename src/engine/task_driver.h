@@ -7,11 +7,11 @@
 #include <string>
 #include <vector>
 
-#include "engine/approvals.h"
 #include "engine/client_starter.h"
 #include "engine/engine_ports.h"
 #include "engine/execution_table.h"
-#include "engine/session_intake.h"
+#include "engine/settings.h"
+#include "engine/turn_failures.h"
 #include "engine/workspace_tree.h"
 
 namespace vantrell {
@@ -19,8 +19,8 @@ namespace vantrell {
 class TaskDriver : public std::enable_shared_from_this<TaskDriver> {
  public:
   TaskDriver(MainQueue& main, Settings& settings, WorkspaceTree& tree, Selection& selection,
-             ExecutionTable& executions, SessionIntake& intake, Approvals& approvals,
-             ClientStarter& starter, const EnginePorts& ports);
+             ExecutionTable& executions, ClientStarter& starter, TurnFailures& failures,
+             const EnginePorts& ports);
 
   /// A workspace is selected and its conversation is not busy.
   bool canSend() const;
@@ -37,8 +37,6 @@ class TaskDriver : public std::enable_shared_from_this<TaskDriver> {
   /// Ends the selected conversation's turn. Its client stays, unless it was still connecting;
   /// nothing queued starts.
   void stopWorking();
-  /// Refuses the open question, or stops the task when the runtime offers no way to say no.
-  void rejectPermission();
 
  private:
   /// What one turn carries along.
@@ -52,7 +50,7 @@ class TaskDriver : public std::enable_shared_from_this<TaskDriver> {
   using PromptResult = std::expected<JsonObject, AgentError>;
 
   void beginTurn(const std::string& text, const std::vector<ChatAttachment>& attachments,
-                 const ThreadExecutionKey& key, bool clientWasReady);
+                 const ThreadExecutionKey& key, bool clientWasReady, int stopCount);
   void routePrompt(Turn turn);
   void switchProvider(Turn turn, AgentProvider from, AgentProvider to);
   void deliver(std::string prompt, Turn turn, AgentProvider provider);
@@ -60,7 +58,6 @@ class TaskDriver : public std::enable_shared_from_this<TaskDriver> {
   void turnCompleted(const Turn& turn, AgentProvider provider);
   void turnFailed(const AgentError& error, const Turn& turn, AgentProvider provider);
   void handOff(Turn turn, AgentProvider from, AgentProvider to);
-  void noProvider(const Turn& turn);
   void buildCapsule(const Turn& turn, AgentProvider from, AgentProvider to,
                     std::function<void(TaskDriver&, std::string capsule)> then);
 
@@ -69,9 +66,8 @@ class TaskDriver : public std::enable_shared_from_this<TaskDriver> {
   WorkspaceTree& tree_;
   Selection& selection_;
   ExecutionTable& executions_;
-  SessionIntake& intake_;
-  Approvals& approvals_;
   ClientStarter& starter_;
+  TurnFailures& failures_;
   const EnginePorts& ports_;
 };
 

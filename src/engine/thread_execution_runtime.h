@@ -10,6 +10,7 @@
 #include "engine/connection_state.h"
 #include "engine/log_text.h"
 #include "engine/plan_entry.h"
+#include "engine/replay.h"
 #include "platform/dispatch.h"
 #include "platform/uuid.h"
 #include "records/transcript.h"
@@ -39,18 +40,30 @@ struct ExecutionFace {
 struct ThreadExecutionRuntime : ExecutionFace {
   explicit ThreadExecutionRuntime(Date now) : lastActivityAt(now) {}
 
-  std::optional<Uuid> activeRunID;
+  /// Takes the client away and ends it, with what waits for it: its connection timer, and a replay,
+  /// whose transcript comes back. The client goes first, so that nothing it still says finds itself
+  /// serving.
+  void endClient();
+  /// Ends a replay: the rebuilt transcript stays when that was decided, else the old one comes
+  /// back.
+  void endReplay();
+
+  std::optional<Uuid> activeRunID;  // while the run is live
   /// The user entry of the turn at hand; with what follows it, it survives a replay.
   std::optional<std::string> turnEntryID;
   /// Prompts that its client has not answered yet; a stopped turn's counts until the runtime ends
   /// it.
   int unansweredPrompts = 0;
-  int stops = 0;  // how often the user stopped a turn: one that was begun before a stop ends at it
+  /// How often the user has stopped a turn here: a turn that was begun before a stop ends at it.
+  int stopCount = 0;
+  /// The run that failed because its client went away: when the client tells how it ended, that is
+  /// the better text for it.
+  std::optional<Uuid> runLostWithClient;
   Date lastActivityAt;
   Date lastPersistedActivityAt = Date::distantPast();
   bool stallWarningSent = false;
-  std::shared_ptr<void> savesHeldByReplay;  // lives as long as replayBackup
-  Timer connectTimer;  // the connect watchdog, or the pause before the second attempt
+  std::unique_ptr<Replay> replay;  // while replayBackup is shown
+  Timer connectTimer;              // the connect watchdog, or the pause before the second attempt
 };
 
 }  // namespace vantrell

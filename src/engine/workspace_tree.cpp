@@ -106,7 +106,8 @@ void WorkspaceTree::updateThread(const ThreadExecutionKey& key,
   changed(Change::Kind::threadChanged, key);
 }
 
-void WorkspaceTree::nameThreadAfterPrompt(std::string_view prompt, const ThreadExecutionKey& key) {
+void WorkspaceTree::updateThreadTitleIfNeeded(std::string_view prompt,
+                                              const ThreadExecutionKey& key) {
   updateThread(key, [prompt](ChatThread& thread) { thread.nameAfterPrompt(prompt); });
 }
 
@@ -114,8 +115,9 @@ void WorkspaceTree::appendEntry(ChatEntry entry, const ThreadExecutionKey& key) 
   ChatThread* found = find(key);
   if (!found) return;
   found->updatedAt = main_.now();
-  const ChatEntry& added = found->entries.append(std::move(entry));
-  changed(Change::Kind::entryAdded, key, added.id);
+  const std::string id = entry.id;
+  found->entries.append(std::move(entry));
+  changed(Change::Kind::entryAdded, key, id);
 }
 
 void WorkspaceTree::appendSystemEntry(std::string text, const ThreadExecutionKey& key) {
@@ -173,16 +175,22 @@ Uuid WorkspaceTree::beginRun(std::string prompt, const ThreadExecutionKey& key) 
   return id;
 }
 
-void WorkspaceTree::updateRun(const std::optional<Uuid>& runID, const ThreadExecutionKey& key,
-                              const std::function<void(RunRecord&)>& mutate) {
-  ChatThread* found = runID ? find(key) : nullptr;
-  if (!found) return;
-  // From the back: the run that changes is nearly always the last one.
+const RunRecord* WorkspaceTree::run(const std::optional<Uuid>& runID,
+                                    const ThreadExecutionKey& key) const {
+  const ChatThread* found = runID ? thread(key) : nullptr;
+  if (!found) return nullptr;
+  // From the back: the run that is asked for is nearly always the last one.
   const auto run = std::find_if(found->runs.rbegin(), found->runs.rend(),
                                 [&](const RunRecord& each) { return each.id == *runID; });
-  if (run == found->runs.rend()) return;
-  mutate(*run);
-  run->updatedAt = main_.now();
+  return run == found->runs.rend() ? nullptr : &*run;
+}
+
+void WorkspaceTree::updateRun(const std::optional<Uuid>& runID, const ThreadExecutionKey& key,
+                              const std::function<void(RunRecord&)>& mutate) {
+  auto* const found = const_cast<RunRecord*>(run(runID, key));
+  if (!found) return;
+  mutate(*found);
+  found->updatedAt = main_.now();
   changed(Change::Kind::runChanged, key, {}, {}, runID);
   save();
 }

@@ -42,7 +42,8 @@ class WorkspaceTree {
   // One conversation. None of these saves, but for those that say so.
 
   void updateThread(const ThreadExecutionKey& key, const std::function<void(ChatThread&)>& mutate);
-  void nameThreadAfterPrompt(std::string_view prompt, const ThreadExecutionKey& key);
+  /// A thread with a default title gets one from its first prompt.
+  void updateThreadTitleIfNeeded(std::string_view prompt, const ThreadExecutionKey& key);
   /// Appends and touches the thread.
   void appendEntry(ChatEntry entry, const ThreadExecutionKey& key);
   /// Appends a system entry with this text, and saves.
@@ -62,6 +63,8 @@ class WorkspaceTree {
   void updateRun(const std::optional<Uuid>& runID, const ThreadExecutionKey& key,
                  const std::function<void(RunRecord&)>& mutate);
   const RunRecord* latestRun(const ThreadExecutionKey& key) const;
+  /// Null for an absent or unknown id.
+  const RunRecord* run(const std::optional<Uuid>& runID, const ThreadExecutionKey& key) const;
 
   /// While the returned object lives, nothing is written; the end of the last one writes what was
   /// asked for meanwhile. A replay holds: until it ends, the transcript in memory is less than the

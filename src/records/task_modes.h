@@ -20,4 +20,27 @@ constexpr auto rawTexts(TaskWorkflowMode) {
   return std::to_array<std::string_view>({"build", "plan", "review"});
 }
 
+/// Which provider takes a turn: two automatic routes, and one that fixes each provider.
+enum class ProviderRoutingMode {
+  automatic,
+  localFirst,
+  grok,
+  codex,
+  kimi,
+  glm,
+  claude,
+  local,
+  tasklet
+};
+
+constexpr auto rawTexts(ProviderRoutingMode) {
+  return std::to_array<std::string_view>(
+      {"automatic", "local_first", "grok", "codex", "kimi", "glm", "claude", "local", "tasklet"});
+}
+
+/// Whether an exhausted allowance may hand the task on by itself.
+constexpr bool allowsAutomaticHandoff(ProviderRoutingMode mode) {
+  return mode == ProviderRoutingMode::automatic || mode == ProviderRoutingMode::localFirst;
+}
+
 }  // namespace vantrell

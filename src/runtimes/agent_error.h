@@ -24,14 +24,25 @@ class AgentError {
   AgentError(AgentRuntimeError error)
       : description_(error.message), runtimeError_(std::move(error)) {}
   explicit AgentError(std::string description) : description_(std::move(description)) {}
+  /// The runtime has gone; how it ended is told apart from this.
+  static AgentError disconnection(std::string description) {
+    AgentError error(std::move(description));
+    error.isDisconnection_ = true;
+    return error;
+  }
 
   /// The sentence for people.
   const std::string& localizedDescription() const { return description_; }
   const std::optional<AgentRuntimeError>& runtimeError() const { return runtimeError_; }
+  bool isDisconnection() const {
+    return isDisconnection_ ||
+           (runtimeError_ && runtimeError_->kind == AgentRuntimeError::Kind::disconnected);
+  }
 
  private:
   std::string description_;
   std::optional<AgentRuntimeError> runtimeError_;
+  bool isDisconnection_ = false;
 };
 
 /// Whether the provider says that its allowance is used up: the one failure that hands a task on to

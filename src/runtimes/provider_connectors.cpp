@@ -67,11 +67,13 @@ ProviderConnectorRegistry::ProviderConnectorRegistry(
       configuration.processEnvironment = runtimeEnvironment(provider, currentEnvironment());
       return ACPClient::make(std::move(configuration), main, pool);
     };
-    replace({provider, std::string(descriptor.setupHint),
+    replace({provider,
+             std::string(descriptor.setupHint),
              [provider, executable](const ProviderConnectorContext&) {
                return speaksACP(provider) && executable().has_value();
              },
-             makeClient});
+             makeClient,
+             {}});
   }
 }
 

@@ -31,6 +31,8 @@ struct ProviderConnector {
   std::function<bool(const ProviderConnectorContext&)> isAvailable;
   /// Null when no client can be made; the setup hint then tells what to do.
   std::function<std::shared_ptr<AgentClient>(const ProviderConnectorContext&)> makeClient;
+  /// What to tell the user for a failure's words; unset: the provider's usual advice.
+  std::function<std::string(const std::string& description)> advice;
 };
 
 class ProviderConnectorRegistry {

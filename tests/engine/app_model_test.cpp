@@ -19,7 +19,7 @@ TEST_F(AppModelStart, FirstStartStandsInTheGeneralWorkspace) {
   EXPECT_TRUE(model->driver->canSend());
 }
 
-TEST_F(AppModelStart, RunsLeftOpenAreInterruptedAndSavedOnce) {
+TEST_F(AppModelStart, RunsLeftOpenAreInterrupted) {
   start();
   for (const auto status : {RunRecordStatus::starting, RunRecordStatus::running,
                             RunRecordStatus::waitingApproval, RunRecordStatus::completed}) {
@@ -110,6 +110,46 @@ TEST(Changes, ObserversComeAndGoDuringAnnouncements) {
   changes.announce({.kind = Change::Kind::settingsChanged});
   EXPECT_EQ(first, 2);
   EXPECT_GE(second, 2);
+}
+
+TEST(Changes, ObserverThatCausesAnotherChangeCostsNobodyTheFirst) {
+  Changes changes;
+  std::vector<Change::Kind> seen;
+  auto gone = changes.observe([](const Change&) {});
+  const auto causing = changes.observe([&](const Change& change) {
+    if (change.kind != Change::Kind::planReplaced) return;
+    gone = {};
+    changes.announce({.kind = Change::Kind::settingsChanged});
+  });
+  const auto last = changes.observe([&](const Change& change) { seen.push_back(change.kind); });
+  changes.announce({.kind = Change::Kind::planReplaced});
+  EXPECT_THAT(seen, ElementsAre(Change::Kind::settingsChanged, Change::Kind::planReplaced));
+}
+
+TEST(Settings, ReadsWhatIsStoredAndGuardsByDefault) {
+  Changes changes;
+  const auto defaults = UserDefaults::inMemory();
+  Settings settings(*defaults, changes);
+  settings.load();
+  EXPECT_EQ(settings.routingMode(), ProviderRoutingMode::automatic);
+  EXPECT_TRUE(settings.noMeteredAPIs());
+  EXPECT_EQ(defaults->boolean("noMeteredAPIs.v1"), true) << "written at once";
+  EXPECT_EQ(defaults->boolean("externalSessionImport.v1"), true);
+  EXPECT_FALSE(settings.isRemoteHostEnabled());
+  EXPECT_EQ(settings.interfaceScale(), 1.0);
+
+  defaults->setText("providerRoutingMode.v1", "local_first");
+  defaults->setBoolean("noMeteredAPIs.v1", false);
+  defaults->setText("taskWorkflowMode.v1", "review");
+  defaults->setNumber("interfaceScale.v1", 1.26);
+  settings.load();
+  EXPECT_EQ(settings.routingMode(), ProviderRoutingMode::localFirst);
+  EXPECT_FALSE(settings.noMeteredAPIs());
+  EXPECT_EQ(settings.workflowMode(), TaskWorkflowMode::review);
+  EXPECT_DOUBLE_EQ(settings.interfaceScale(), 1.3);
+  for (const auto& [stored, scale] : {std::pair(0.0, 1.0), {0.1, 0.8}, {9.0, 1.5}, {0.84, 0.8}}) {
+    EXPECT_DOUBLE_EQ(VantrellInterfaceScale::snapped(stored), scale);
+  }
 }
 
 TEST(PromptAssembly, AttachmentsFoldInAndOutAgain) {

@@ -50,11 +50,11 @@ TEST_F(Approvals, RefusalUsesTheFirstRejectOrStopsTheTask) {
   ask({{"yes", "Allow", "allow_once"},
        {"never", "Never", "reject_always"},
        {"no", "No", "reject_once"}});
-  model->driver->rejectPermission();
+  model->approvals.rejectPermission();
   EXPECT_THAT(client().answers, ElementsAre(Pair(4, "never")));
 
   ask({{"yes", "Allow", "allow_once"}});
-  model->driver->rejectPermission();
+  model->approvals.rejectPermission();
   EXPECT_EQ(client().answers.size(), 1u);
   EXPECT_EQ(client().cancels, 1);
   EXPECT_EQ(run().statusMessage, "Stopped by you.");
@@ -119,8 +119,12 @@ TEST_F(Approvals, CaptureKeepsAMediaQuestionOutOfTheConversation) {
   start();
   work("Go");
   ask(usual);
+  execution().permissionOwner = PermissionOwner::imagine;
+  model->executions.publishExecution(key);
+  execution().permissionRequest = nullptr;
+  execution().permissionOwner = PermissionOwner::build;
   model->executions.captureMirroredExecution();
-  EXPECT_NE(execution().permissionRequest, nullptr);
+  EXPECT_EQ(execution().permissionRequest, nullptr);
   EXPECT_EQ(execution().connectionState, ConnectionState::working());
 }
 

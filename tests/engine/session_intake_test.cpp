@@ -42,9 +42,10 @@ TEST_F(SessionIntake, MalformedUpdatesLeaveNoTrace) {
   client().updates(
       {{"sessionUpdate", "agent_message_chunk"}, {"content", JsonObject{{"text", ""}}}});
   client().updates({{"sessionUpdate", "tool_call"}, {"toolCallId", 5}});
+  execution().plan = std::make_shared<std::vector<PlanEntry>>(1);
   client().updates({{"sessionUpdate", "plan"}, {"entries", "none"}});
   EXPECT_EQ(thread().entries, before);
-  EXPECT_TRUE(execution().plan->empty());
+  EXPECT_EQ(execution().plan->size(), 1U);
 }
 
 TEST_F(SessionIntake, ToolUpdatesChangeOneEntry) {
@@ -62,6 +63,10 @@ TEST_F(SessionIntake, ToolUpdatesChangeOneEntry) {
   second.set("status", "in_progress");
   second.set("rawInput", JsonObject{{"z", 1}, {"a", JsonObject{}}});
   client().updates(second);
+  auto words = tool("t1");
+  words.set("title", "ls");
+  words.set("rawInput", "ls");
+  client().updates(words);
   auto third = tool("t1");
   third.set("title", "ls");
   third.set("status", "completed");
@@ -186,6 +191,45 @@ TEST_F(Replay, ShowsTheUsersWordsAndNotWhatStoodRoundThem) {
   EXPECT_EQ(thread().entries[0].createdAt, asked);
 }
 
+TEST_F(Replay, ShowsTheUsersWordsOfATurnThatBeganWithASwitch) {
+  start();
+  work("One");
+  client().finishes();
+  provider = AgentProvider::glm;
+  work("Two");
+  const std::string capsule = client().prompts.at(0);
+  client().finishes();
+  client().onUnexpectedTermination("gone");
+  send("Three");
+  client().onReplayStarted();
+  client().chunk("user_message_chunk", capsule, "u");
+  client().opens("session", true);
+  EXPECT_THAT(texts(), ElementsAre("Two", "Three"));
+  EXPECT_EQ(thread().entries[0].provider, std::nullopt) << "the user wrote it";
+}
+
+TEST_F(Replay, SameWordsTwiceKeepTheirOwnAttachments) {
+  start();
+  ChatAttachment file;
+  file.path = "a.txt";
+  std::vector<std::string> prompts;
+  for (const bool attached : {false, true}) {
+    model->driver->send("go on", attached ? std::vector{file} : std::vector<ChatAttachment>{});
+    main.runReady();
+    if (client().prompts.empty()) client().opens("session");
+    prompts.push_back(client().prompts.back());
+    client().finishes();
+  }
+  client().onUnexpectedTermination("gone");
+  send("Three");
+  client().onReplayStarted();
+  for (const auto& prompt : prompts) client().chunk("user_message_chunk", prompt, std::nullopt);
+  client().opens("session", true);
+  ASSERT_EQ(thread().entries.size(), 3U);
+  EXPECT_TRUE(thread().entries[0].attachments.empty());
+  EXPECT_THAT(thread().entries[1].attachments, ElementsAre(file));
+}
+
 TEST_F(Replay, KeepsTheEntryThatTellsOfASwitch) {
   start();
   work("One");
@@ -214,6 +258,12 @@ TEST_F(Replay, FailureBringsTheTranscriptBack) {
       {"client dies", [](Replay& t) { t.client().onUnexpectedTermination("gone"); }},
       {"never answers", [](Replay& t) { t.main.advance(std::chrono::seconds(30)); }},
       {"stopped by the user", [](Replay& t) { t.model->driver->stopWorking(); }},
+      {"connection reset", [](Replay& t) { t.model->executions.resetConnection(); }},
+      {"another turn begins",
+       [](Replay& t) {
+         t.model->driver->sendNow("Three", {});
+         t.main.runReady();
+       }},
       {"program ends", [](Replay& t) { t.model->endAllWork(); }},
   };
   for (const auto& each : cases) {

@@ -278,7 +278,7 @@ TEST_F(TaskDriver, FailureIsToldAndTheQueueWaits) {
 TEST_F(TaskDriver, DyingClientGivesTheRunItsText) {
   start();
   work("Go");
-  client().fails(AgentError("The model runtime disconnected."));
+  client().fails(AgentError::disconnection("The model runtime disconnected."));
   client().onUnexpectedTermination("Kimi exited with status 9.");
   EXPECT_EQ(run().status, RunRecordStatus::failed);
   EXPECT_EQ(run().statusMessage, "Kimi exited with status 9.");
@@ -295,6 +295,52 @@ TEST_F(TaskDriver, ClientThatDiesIdleLeavesTheCompletedRunAlone) {
   send("Next");
   EXPECT_EQ(clients.size(), 2u);
   EXPECT_EQ(client().existingSession, "session");
+}
+
+TEST_F(TaskDriver, EndedRunIsLeftAloneByWhatComesLater) {
+  start();
+  work("Go");
+  client().fails(AgentError("quota exceeded"));
+  main.runReady();
+  client().onPermissionRequest({1, "Late", "", {}});
+  model->approvals.respondToPermission("x");
+  model->driver->stopWorking();
+  client().onUnexpectedTermination("Kimi exited with status 0.");
+  EXPECT_EQ(run().status, RunRecordStatus::failed);
+  EXPECT_EQ(run().statusMessage, "quota exceeded");
+}
+
+TEST_F(TaskDriver, KeptClientThatDiesBeforeItIsUsedIsReplaced) {
+  start();
+  work("One");
+  client().finishes();
+  model->driver->send("Two", {});
+  client().onUnexpectedTermination("gone");  // the turn is on its way to it
+  EXPECT_EQ(state(), ConnectionState::connecting()) << "a further prompt is queued";
+  main.runReady();
+  ASSERT_EQ(clients.size(), 2U);
+  client().opens("session");
+  EXPECT_EQ(client().prompts.size(), 1U);
+  EXPECT_EQ(run().status, RunRecordStatus::running);
+}
+
+TEST_F(TaskDriver, HandOffSurvivesTheEndOfTheExhaustedClient) {
+  std::function<void(std::string)> repositoryRead;
+  ports.repositoryState = [&](const std::string&, const auto& reply) { repositoryRead = reply; };
+  ports.nextAutomaticProvider = [](auto, const auto&, const auto&) {
+    return std::optional(AgentProvider::glm);
+  };
+  start();
+  work("Go");
+  const auto kimi = clients.back();
+  kimi->fails(AgentError("usage limit"));
+  kimi->onUnexpectedTermination("Kimi exited with status 1.");
+  send("Later");
+  EXPECT_EQ(thread().queuedPrompts.size(), 1U) << "the turn goes on";
+  repositoryRead("");
+  client().opens("g");
+  EXPECT_EQ(run().status, RunRecordStatus::running);
+  EXPECT_EQ(run().provider, AgentProvider::glm);
 }
 
 TEST_F(TaskDriver, StartFailureDropsTheClientAndKeepsTheSession) {
@@ -359,7 +405,7 @@ TEST_F(TaskDriver, ChangeOfProviderSendsACapsuleOnce) {
 TEST_F(TaskDriver, ExhaustedAllowanceHandsTheRunOn) {
   std::vector<AgentProvider> exhausted;
   ports.allowanceExhausted = [&](AgentProvider each) { exhausted.push_back(each); };
-  ports.automaticHandoff = [](AgentProvider, const auto& attempted, const auto&) {
+  ports.nextAutomaticProvider = [](AgentProvider, const auto& attempted, const auto&) {
     return attempted.contains(AgentProvider::glm) ? std::nullopt
                                                   : std::optional(AgentProvider::glm);
   };
@@ -382,7 +428,7 @@ TEST_F(TaskDriver, ExhaustedAllowanceHandsTheRunOn) {
   EXPECT_THAT(exhausted, ElementsAre(AgentProvider::kimi, AgentProvider::glm));
 }
 
-TEST_F(TaskDriver, ThreadThatDisappearsWhileATurnStartsBeginsNoRun) {
+TEST_F(TaskDriver, EngineThatGoesWhileATurnStartsBeginsNothing) {
   std::function<void()> checkpointTaken;
   ports.captureCheckpoint = [&](const auto&, const auto&, auto, const auto& done) {
     checkpointTaken = done;

@@ -72,7 +72,7 @@ TEST_F(ChangeFeedTest, IsSilentDuringAPlaybackAndThenTellsTheWholeOnce) {
   add("played");
   model.tree.appendText("more", "played", key);
   EXPECT_EQ(told(), "");
-  model.intake.replayEnded(key);
+  model.intake.startSucceeded(key);
   model.executions.publishExecution(key);
   add("answer");
   EXPECT_EQ(told(), "transcript entry:played entry:prompt entry:answer ");

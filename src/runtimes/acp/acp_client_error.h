@@ -35,7 +35,10 @@ class ACPClientError {
 
   Kind kind() const { return kind_; }
   const std::string& localizedDescription() const { return description_; }
-  operator AgentError() const { return AgentError(description_); }
+  operator AgentError() const {
+    return kind_ == Kind::disconnected ? AgentError::disconnection(description_)
+                                       : AgentError(description_);
+  }
 
  private:
   ACPClientError(Kind kind, std::string description)

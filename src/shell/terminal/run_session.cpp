@@ -163,7 +163,7 @@ void RunSession::refuse() {
   const PermissionOption* option = optionOfKind(*question, "reject_once");
   if (!option) option = optionOfKind(*question, "reject_always");
   parts_.observer.permissionAnswered(option);
-  parts_.model.driver->rejectPermission();
+  parts_.model.approvals.rejectPermission();
 }
 
 }  // namespace vantrell::shell

@@ -1,0 +1,33 @@
+// A transcript put aside while a runtime plays a stored session back into its place. Unless the rebuilt
+// one is kept, the end of this object brings the old one back, whatever ended the replay; until then
+// nothing is saved, since the transcript in memory is less than the one on disk.
+#pragma once
+
+#include <memory>
+
+#include "records/chat_thread.h"
+
+namespace vantrell {
+
+class WorkspaceTree;
+
+class Replay {
+ public:
+  /// The tree must outlive it.
+  Replay(WorkspaceTree& tree, const ThreadExecutionKey& key);
+  ~Replay();
+  Replay(const Replay&) = delete;
+  Replay& operator=(const Replay&) = delete;
+
+  const std::shared_ptr<const Transcript>& backup() const { return backup_; }
+  void keepRebuilt() { isKept_ = true; }
+
+ private:
+  WorkspaceTree& tree_;
+  const ThreadExecutionKey key_;
+  std::shared_ptr<const Transcript> backup_;
+  std::shared_ptr<void> savesHeld_;
+  bool isKept_ = false;
+};
+
+}  // namespace vantrell

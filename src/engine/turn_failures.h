@@ -1,0 +1,40 @@
+// The one way in which a turn fails, whoever finds it out: the state of the conversation, the message
+// for the user, the run, the transcript, the interface and the paired clients learn of it, in this
+// order. Main queue.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "engine/engine_ports.h"
+#include "engine/execution_table.h"
+#include "engine/workspace_tree.h"
+
+namespace vantrell {
+
+class TurnFailures {
+ public:
+  TurnFailures(MainQueue& main, WorkspaceTree& tree, ExecutionTable& executions,
+               const EnginePorts& ports);
+
+  struct Failure {
+    std::string description;  // as the state of the connection holds it
+    std::string text;         // for the user: error message and run
+    std::optional<std::string> entry = std::nullopt;  // in the transcript
+    bool isActivity = false;       // the conversation's last sign of life
+    bool isToldToClients = true;   // paired remote clients
+  };
+  /// Ends the run (if there is one) as failed. The conversation's client stays as it is.
+  void fail(const ThreadExecutionKey& key, const std::optional<Uuid>& runID, Failure failure);
+
+  /// What to tell the user for a provider's words.
+  std::string advice(const std::string& description, AgentProvider provider) const;
+
+ private:
+  MainQueue& main_;
+  WorkspaceTree& tree_;
+  ExecutionTable& executions_;
+  const EnginePorts& ports_;
+};
+
+}  // namespace vantrell
