@@ -158,8 +158,9 @@ int performRun(const RunPlan& plan, const Environment& environment) {
     status = *result;
     wasAbandoned = performance.wasAbandoned;
   }
-  // The state is free for the next start; the rest is only about reading and cleaning up.
-  Process::waitForAll(endOfChildren);
+  // The state is free for the next start; the rest is only about reading and cleaning up. Who wants to
+  // leave at once leaves: what still runs ends with this program.
+  Process::waitForAll(wasAbandoned ? momentToFlush : endOfChildren);
   sink.flush(wasAbandoned ? momentToFlush : readersTime);
   return status;
 }
