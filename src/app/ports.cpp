@@ -23,12 +23,15 @@ EnginePorts neutralPorts() {
   };
   ports.projectContextPrompt = [](const auto&) { return std::string(); };
   ports.refreshGitSnapshot = nothing;
+  ports.loadProjectContext = nothing;
+  ports.chooseFolder = [](std::string_view, std::string_view, const auto&) {};
 
   ports.prepareNotifications = nothing;
   ports.isSessionStatusQuestion = [](std::string_view) { return false; };
   ports.respondToSessionStatus = [](const std::string&, const auto&) {};
   ports.runNextQueuedPrompt = [](const auto&) {};
   ports.sendRemoteTaskEvent = [](std::string_view, std::string_view, const auto&) {};
+  ports.updateRemoteSnapshot = nothing;
   ports.isImagineBusy = [] { return false; };
 
   ports.makeServers = nothing;

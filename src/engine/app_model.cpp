@@ -12,7 +12,7 @@ AppModel::AppModel(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore&
       executions(main, selection, changes),
       intake(main, tree, executions, changes),
       approvals(main, settings, tree, selection, executions, ports_),
-      operations(main, tree, selection, executions),
+      operations(main, tree, selection, executions, ports_),
       failures(main, tree, executions, ports_),
       starter(std::make_shared<ClientStarter>(main, settings, tree, executions, intake, approvals,
                                               failures, changes, ports_)),
@@ -36,6 +36,7 @@ void AppModel::startUp() {
   settings.load();
   ports_.loadTaskletAndImagine();
   ports_.loadOrchestration();
+  ports_.loadProjectContext();
   ports_.configureRemoteHost();
   ports_.refreshRuntimes();
   ports_.refreshGitSnapshot();

@@ -54,6 +54,12 @@ struct EnginePorts {
   /// The block that every provider is told about the project; empty when there is none.
   std::function<std::string(const Key&)> projectContextPrompt;
   std::function<void()> refreshGitSnapshot;
+  /// Loads what is known about the selected workspace's project.
+  std::function<void()> loadProjectContext;
+  /// Asks the user for a folder; the reply comes only when one was chosen.
+  std::function<void(std::string_view title, std::string_view prompt,
+                     std::function<void(const std::string& path)> reply)>
+      chooseFolder;
 
   // Around the task.
 
@@ -65,6 +71,8 @@ struct EnginePorts {
   std::function<void(const Key&)> runNextQueuedPrompt;
   std::function<void(std::string_view kind, std::string_view message, const Key&)>
       sendRemoteTaskEvent;
+  /// Sends paired clients the state anew.
+  std::function<void()> updateRemoteSnapshot;
   /// Whether the media generator is connecting or working.
   std::function<bool()> isImagineBusy;
 

@@ -38,6 +38,11 @@ void ExecutionTable::publishExecutionIfSelected(const ThreadExecutionKey& key) {
   if (selection_.key() == key) publishExecution(key);
 }
 
+void ExecutionTable::showError(std::string text) {
+  mirror_.errorMessage = std::move(text);
+  changes_.announce({.kind = Change::Kind::executionPublished, .conversation = mirroredKey_});
+}
+
 void ExecutionTable::captureMirroredExecution() {
   ThreadExecutionRuntime* runtime = mirroredKey_ ? find(*mirroredKey_) : nullptr;
   if (!runtime) return;

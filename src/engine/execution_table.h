@@ -33,6 +33,8 @@ class ExecutionTable {
   /// Shows the conversation's state in the mirror, or an idle one when there is none.
   void publishExecution(const std::optional<ThreadExecutionKey>& key);
   void publishExecutionIfSelected(const ThreadExecutionKey& key);
+  /// Shows the user why something cannot be done.
+  void showError(std::string text);
   /// Writes the mirror back to the runtime that it shows. A question of the media generator stays
   /// out.
   void captureMirroredExecution();

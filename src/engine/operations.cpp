@@ -2,48 +2,88 @@
 
 #include "platform/dispatch.h"
 #include "platform/files.h"
+#include "platform/text.h"
 
 namespace vantrell {
 
 Operations::Operations(MainQueue& main, WorkspaceTree& tree, Selection& selection,
-                       ExecutionTable& executions)
-    : main_(main), tree_(tree), selection_(selection), executions_(executions) {}
+                       ExecutionTable& executions, const EnginePorts& ports)
+    : main_(main), tree_(tree), selection_(selection), executions_(executions), ports_(ports) {}
 
-void Operations::addWorkspace(std::string_view path) {
-  const std::string folder = files::standardized(path);
-  for (const auto& workspace : tree_.workspaces()) {
-    if (workspace.path == folder) return selectWorkspace(workspace.id);
-  }
-  Workspace workspace = Workspace::makeProject(folder, main_.now());
-  const ThreadExecutionKey key{workspace.id, workspace.threads.front().id};
-  tree_.addWorkspace(std::move(workspace));
-  executions_.selectExecution(key.workspaceID, key.threadID);
-  tree_.save();
+namespace {
+
+std::optional<Uuid> firstThread(const Workspace& workspace) {
+  if (workspace.threads.empty()) return std::nullopt;
+  return workspace.threads.front().id;
 }
 
-void Operations::selectWorkspace(const Uuid& id) {
-  const Workspace* workspace = tree_.workspace(id);
-  if (!workspace) return;
-  const auto first =
-      workspace->threads.empty() ? std::nullopt : std::optional(workspace->threads.front().id);
-  executions_.selectExecution(id, first);
+bool hasActiveRun(const ChatThread& thread) {
+  const RunRecord* run = thread.latestRun();
+  return run && isActive(run->status);
 }
+
+}  // namespace
+
+bool Operations::isGeneral(const Uuid& workspaceID) const {
+  const Workspace* general = generalWorkspace();
+  return general && general->id == workspaceID;
+}
+
+ChatThread Operations::replacementFor(const Uuid& workspaceID) const {
+  return ChatThread::make(std::string(isGeneral(workspaceID) ? newChatTitle : newTaskTitle),
+                          main_.now());
+}
+
+void Operations::show(std::optional<Uuid> workspaceID, std::optional<Uuid> threadID) {
+  executions_.selectExecution(workspaceID, threadID);
+  ports_.loadProjectContext();
+  ports_.refreshGitSnapshot();
+}
+
+void Operations::addAndSelect(ChatThread thread, const Uuid& workspaceID) {
+  const Uuid id = thread.id;
+  tree_.addThread(std::move(thread), workspaceID);
+  executions_.selectExecution(workspaceID, id);
+}
+
+// ---- selection ----------------------------------------------------------------------------------
 
 void Operations::selectThread(const Uuid& id, const Uuid& workspaceID) {
   const ThreadExecutionKey key{workspaceID, id};
   if (selection_.key() == key || !tree_.thread(key)) return;
-  executions_.selectExecution(workspaceID, id);
+  show(workspaceID, id);
 }
 
-void Operations::newThread(const Uuid& workspaceID) {
-  if (!tree_.workspace(workspaceID)) return;
-  const bool isGeneral = tree_.workspaces().front().id == workspaceID;
-  ChatThread thread =
-      ChatThread::make(std::string(isGeneral ? newChatTitle : newTaskTitle), main_.now());
-  const Uuid id = thread.id;
-  tree_.addThread(std::move(thread), workspaceID);
-  executions_.selectExecution(workspaceID, id);
-  tree_.save();
+void Operations::selectWorkspace(const Uuid& id) {
+  if (const Workspace* workspace = tree_.workspace(id)) show(id, firstThread(*workspace));
+}
+
+std::vector<RecentTaskReference> Operations::recentTaskReferences() const {
+  const bool wantsGeneral = selection_.section == AppSection::chat;
+  std::vector<RecentTaskReference> references;
+  for (const auto& workspace : tree_.workspaces()) {
+    if (isGeneral(workspace.id) != wantsGeneral) continue;
+    for (const auto& thread : workspace.threads) {
+      if (!thread.isArchived) references.push_back({{workspace.id, thread.id}, thread.updatedAt});
+    }
+  }
+  std::ranges::stable_sort(references, std::greater(), &RecentTaskReference::updatedAt);
+  return references;
+}
+
+void Operations::selectAdjacentRecentTask(int offset) {
+  const auto references = recentTaskReferences();
+  const auto count = static_cast<int>(references.size());
+  if (count < 2 || offset == 0) return;
+  const auto selected = selection_.key();
+  const auto found = std::ranges::find_if(
+      references, [&](const auto& each) { return selected && each.key == *selected; });
+  int position = static_cast<int>(found - references.begin());
+  // From outside the list, one step forward leads to its first, one step back to its last.
+  if (found == references.end()) position = offset > 0 ? -1 : 0;
+  const int next = ((position + offset) % count + count) % count;
+  const auto& key = references[static_cast<std::size_t>(next)].key;
+  selectThread(key.threadID, key.workspaceID);
 }
 
 std::optional<std::string> Operations::effectiveWorkspacePath() const {
@@ -53,8 +93,212 @@ std::optional<std::string> Operations::effectiveWorkspacePath() const {
   return workspace ? std::optional(workspace->path) : std::nullopt;
 }
 
+// ---- projects -----------------------------------------------------------------------------------
+
+const Workspace* Operations::generalWorkspace() const {
+  return tree_.workspaces().empty() ? nullptr : &tree_.workspaces().front();
+}
+
+void Operations::chooseProject() {
+  ports_.chooseFolder("Choose a project", "Open Project",
+                      [this](const std::string& path) { addWorkspace(path); });
+}
+
+void Operations::addWorkspace(std::string_view path) {
+  const std::string folder = files::standardized(path);
+  for (const auto& workspace : tree_.workspaces()) {
+    if (workspace.path == folder) return selectWorkspace(workspace.id);
+  }
+  Workspace workspace = Workspace::makeProject(folder, main_.now());
+  const ThreadExecutionKey key{workspace.id, workspace.threads.front().id};
+  tree_.addWorkspace(std::move(workspace));
+  show(key.workspaceID, key.threadID);
+  tree_.save();
+}
+
+void Operations::removeWorkspace(const Uuid& id) {
+  const Workspace* workspace = tree_.workspace(id);
+  if (!workspace || isGeneral(id)) return;
+  for (const auto& thread : workspace->threads) executions_.remove({id, thread.id});
+  tree_.removeWorkspace(id);
+  if (selection_.workspaceID() == id) {
+    executions_.publishExecution(std::nullopt);
+    const Workspace* first = generalWorkspace();
+    executions_.selectExecution(first->id, firstThread(*first));
+    ports_.refreshGitSnapshot();
+  }
+  tree_.save();
+}
+
+void Operations::setWorkspacePinned(const Uuid& id, bool pinned) {
+  if (!tree_.workspace(id) || isGeneral(id)) return;
+  tree_.setWorkspacePinned(id, pinned);
+  tree_.save();
+}
+
+void Operations::archiveWorkspaceThreads(const Uuid& id) {
+  const Workspace* workspace = tree_.workspace(id);
+  if (!workspace) return;
+  if (std::ranges::all_of(workspace->threads, &ChatThread::isArchived)) {
+    return executions_.showError("This project has no active conversations to archive.");
+  }
+  if (std::ranges::any_of(workspace->threads, hasActiveRun)) {
+    return executions_.showError(
+        "Stop active tasks before archiving this project's conversations.");
+  }
+  std::vector<Uuid> ids;
+  for (const auto& thread : workspace->threads) ids.push_back(thread.id);
+  for (const auto& threadID : ids) {
+    tree_.updateThread({id, threadID}, [](ChatThread& thread) {
+      thread.isArchived = true;
+      thread.isPinned = false;
+    });
+  }
+  ChatThread fresh = replacementFor(id);
+  if (selection_.workspaceID() == id) {
+    addAndSelect(std::move(fresh), id);
+  } else {
+    tree_.addThread(std::move(fresh), id);
+  }
+  tree_.save();
+  ports_.updateRemoteSnapshot();
+}
+
+// ---- conversations ------------------------------------------------------------------------------
+
+void Operations::newThread(std::optional<Uuid> workspaceID) {
+  if (selection_.section == AppSection::imagine) selection_.section = AppSection::chat;
+  if (!workspaceID && selection_.section == AppSection::chat) {
+    workspaceID = generalWorkspace()->id;
+  } else if (!workspaceID && selection_.workspaceID() && !isGeneral(*selection_.workspaceID())) {
+    workspaceID = selection_.workspaceID();
+  } else if (!workspaceID && tree_.workspaces().size() > 1) {
+    workspaceID = tree_.workspaces()[1].id;  // the first that is not General
+  }
+  if (!workspaceID) return chooseProject();
+  if (!tree_.workspace(*workspaceID)) return;
+  const bool isTask = !isGeneral(*workspaceID) && selection_.section != AppSection::chat;
+  addAndSelect(ChatThread::make(std::string(isTask ? newTaskTitle : newChatTitle), main_.now()),
+               *workspaceID);
+  tree_.save();
+}
+
+void Operations::renameThread(const Uuid& id, const Uuid& workspaceID, std::string_view title) {
+  const std::string trimmed(text::trimmed(title));
+  const ThreadExecutionKey key{workspaceID, id};
+  if (trimmed.empty() || !tree_.thread(key)) return;
+  tree_.updateThread(key, [&](ChatThread& thread) {
+    thread.title = trimmed;
+    thread.updatedAt = main_.now();
+  });
+  tree_.save();
+}
+
+void Operations::deleteThread(const Uuid& id, const Uuid& workspaceID) {
+  const ThreadExecutionKey key{workspaceID, id};
+  if (!tree_.thread(key)) return;
+  const bool wasSelected = selection_.key() == key;
+  executions_.remove(key);
+  tree_.takeThread(key);
+  if (tree_.workspace(workspaceID)->threads.empty()) {
+    tree_.addThread(replacementFor(workspaceID), workspaceID);
+  }
+  if (wasSelected) {
+    executions_.publishExecution(std::nullopt);
+    executions_.selectExecution(workspaceID, firstThread(*tree_.workspace(workspaceID)));
+  }
+  tree_.save();
+}
+
+void Operations::moveThread(const Uuid& id, const Uuid& from, const Uuid& to) {
+  const ThreadExecutionKey key{from, id};
+  const ChatThread* thread = tree_.thread(key);
+  const auto* execution = executions_.find(key);
+  if ((thread && hasActiveRun(*thread)) || (execution && execution->connectionState.isBusy())) {
+    return executions_.showError("Stop this conversation before moving it to another project.");
+  }
+  const Workspace* source = tree_.workspace(from);
+  const Workspace* destination = tree_.workspace(to);
+  if (!thread || !destination) {
+    return executions_.showError(
+        "That conversation or destination project is no longer available.");
+  }
+  if (from == to) return;
+  const bool wasSelected = selection_.key() == key;
+  executions_.captureMirroredExecution();
+  // Its client, if it still has one, works in the old folder.
+  executions_.remove(key);
+
+  const std::string sourcePath = source->path, sourceName = source->name;
+  const std::string destinationName = destination->name;
+  auto moved = tree_.takeThread(key);
+  moved->prepareForWorkspaceMove(sourcePath, sourceName, destinationName, main_.now());
+  tree_.addThread(std::move(*moved), to);
+  if (tree_.workspace(from)->threads.empty()) tree_.addThread(replacementFor(from), from);
+  if (wasSelected) show(to, id);
+  tree_.save();
+  ports_.updateRemoteSnapshot();
+}
+
+void Operations::toggleThreadPin(const Uuid& id, const Uuid& workspaceID) {
+  const ThreadExecutionKey key{workspaceID, id};
+  if (!tree_.thread(key)) return;
+  tree_.updateThread(key, [](ChatThread& thread) { thread.isPinned = !thread.isPinned; });
+  tree_.save();
+}
+
+void Operations::setThreadArchived(const Uuid& id, const Uuid& workspaceID, bool archived) {
+  const ThreadExecutionKey key{workspaceID, id};
+  const ChatThread* found = tree_.thread(key);
+  if (!found) return;
+  if (archived && hasActiveRun(*found)) {
+    return executions_.showError("Stop this conversation before archiving it.");
+  }
+  tree_.updateThread(key, [&](ChatThread& thread) {
+    thread.isArchived = archived;
+    if (archived) thread.isPinned = false;
+  });
+  if (archived && selection_.key() == key) {
+    const auto& threads = tree_.workspace(workspaceID)->threads;
+    const auto visible = std::ranges::find(threads, false, &ChatThread::isArchived);
+    if (visible != threads.end()) {
+      executions_.selectExecution(workspaceID, visible->id);
+    } else {
+      addAndSelect(replacementFor(workspaceID), workspaceID);
+    }
+  }
+  tree_.save();
+}
+
 void Operations::updateActiveThread(const std::function<void(ChatThread&)>& mutate) {
   if (const auto key = selection_.key()) tree_.updateThread(*key, mutate);
+}
+
+// ---- drafts -------------------------------------------------------------------------------------
+
+void Operations::saveComposerDraft(std::string_view text,
+                                   const std::vector<ChatAttachment>& attachments,
+                                   const Uuid& threadID, const Uuid& workspaceID) {
+  const ThreadExecutionKey key{workspaceID, threadID};
+  const ChatThread* found = tree_.thread(key);
+  if (!found) return;
+  if (found->draftText.value_or("") == text && found->draftAttachments == attachments) return;
+  tree_.updateThread(key, [&](ChatThread& thread) {
+    thread.draftText = text.empty() ? std::nullopt : std::optional<std::string>(text);
+    thread.draftAttachments = attachments;
+  });
+  tree_.save();
+}
+
+std::string Operations::composerDraft(const Uuid& threadID, const Uuid& workspaceID) const {
+  const ChatThread* found = tree_.thread({workspaceID, threadID});
+  return found ? found->draftText.value_or("") : "";
+}
+
+std::vector<ChatAttachment> Operations::composerDraftAttachments(const Uuid& threadID,
+                                                                 const Uuid& workspaceID) const {
+  const ChatThread* found = tree_.thread({workspaceID, threadID});
+  return found ? found->draftAttachments : std::vector<ChatAttachment>();
 }
 
 }  // namespace vantrell

@@ -1,39 +1,95 @@
-// The user's operations on workspaces and conversations. An operation on an id that no longer
+// The user's operations on workspaces and conversations. They keep two things true: the General
+// workspace is there and first, and a selected workspace without a visible conversation gets a new
+// one at once, so that nobody stands in an empty project. An operation on an id that no longer
 // exists does nothing. Main queue.
 #pragma once
 
+#include <functional>
 #include <optional>
+#include <string>
 #include <string_view>
+#include <vector>
 
+#include "engine/engine_ports.h"
 #include "engine/execution_table.h"
 #include "engine/selection.h"
 #include "engine/workspace_tree.h"
 
 namespace vantrell {
 
+/// A conversation in the list of recent tasks.
+struct RecentTaskReference {
+  ThreadExecutionKey key;
+  Date updatedAt;
+};
+
 class Operations {
  public:
-  Operations(MainQueue& main, WorkspaceTree& tree, Selection& selection,
-             ExecutionTable& executions);
+  Operations(MainQueue& main, WorkspaceTree& tree, Selection& selection, ExecutionTable& executions,
+             const EnginePorts& ports);
 
-  /// Opens a project folder: selects it when it is known, else adds it with one empty task.
-  void addWorkspace(std::string_view path);
+  // Selection.
+
+  void selectThread(const Uuid& id, const Uuid& workspaceID);
   /// Selects the workspace and its first conversation.
   void selectWorkspace(const Uuid& id);
-  void selectThread(const Uuid& id, const Uuid& workspaceID);
-  /// A new conversation in the given workspace, selected.
-  void newThread(const Uuid& workspaceID);
-
+  /// Conversations that are not archived, newest first: in the chat section those of the General
+  /// workspace, elsewhere those of all projects.
+  std::vector<RecentTaskReference> recentTaskReferences() const;
+  /// Moves the selection along the recent tasks, round the ends.
+  void selectAdjacentRecentTask(int offset);
   /// Where the selected conversation works; with no conversation, the selected workspace's folder.
   std::optional<std::string> effectiveWorkspacePath() const;
+
+  // Projects.
+
+  /// The workspace of conversations that belong to no project.
+  const Workspace* generalWorkspace() const;
+  /// Asks the user for a folder and opens it.
+  void chooseProject();
+  /// Opens a project folder: selects it when it is known, else adds it with one empty task.
+  void addWorkspace(std::string_view path);
+  /// Forgets a project and ends its clients; nothing on disk is touched. General stays.
+  void removeWorkspace(const Uuid& id);
+  void setWorkspacePinned(const Uuid& id, bool pinned);
+  /// Archives all conversations of a workspace and begins a new one.
+  void archiveWorkspaceThreads(const Uuid& id);
+
+  // Conversations. What cannot be done says why in the interface's error message.
+
+  /// A new conversation, selected; without a workspace in the one that the section is about. With
+  /// no project to put it in, the user is asked for a folder.
+  void newThread(std::optional<Uuid> workspaceID = std::nullopt);
+  void renameThread(const Uuid& id, const Uuid& workspaceID, std::string_view title);
+  /// Ends the conversation's client and deletes it.
+  void deleteThread(const Uuid& id, const Uuid& workspaceID);
+  void moveThread(const Uuid& id, const Uuid& from, const Uuid& to);
+  void toggleThreadPin(const Uuid& id, const Uuid& workspaceID);
+  void setThreadArchived(const Uuid& id, const Uuid& workspaceID, bool archived);
   /// Changes the selected conversation's record.
   void updateActiveThread(const std::function<void(ChatThread&)>& mutate);
 
+  // Drafts. Keeping one does not count as a change of the conversation.
+
+  void saveComposerDraft(std::string_view text, const std::vector<ChatAttachment>& attachments,
+                         const Uuid& threadID, const Uuid& workspaceID);
+  std::string composerDraft(const Uuid& threadID, const Uuid& workspaceID) const;
+  std::vector<ChatAttachment> composerDraftAttachments(const Uuid& threadID,
+                                                       const Uuid& workspaceID) const;
+
  private:
+  bool isGeneral(const Uuid& workspaceID) const;
+  /// A fresh conversation for a workspace that has just become empty.
+  ChatThread replacementFor(const Uuid& workspaceID) const;
+  /// Selects, and shows what belongs to the project.
+  void show(std::optional<Uuid> workspaceID, std::optional<Uuid> threadID);
+  void addAndSelect(ChatThread thread, const Uuid& workspaceID);
+
   MainQueue& main_;
   WorkspaceTree& tree_;
   Selection& selection_;
   ExecutionTable& executions_;
+  const EnginePorts& ports_;
 };
 
 }  // namespace vantrell

@@ -1,6 +1,6 @@
-// A transcript put aside while a runtime plays a stored session back into its place. Unless the rebuilt
-// one is kept, the end of this object brings the old one back, whatever ended the replay; until then
-// nothing is saved, since the transcript in memory is less than the one on disk.
+// A transcript put aside while a runtime plays a stored session back into its place. Unless the
+// rebuilt one is kept, the end of this object brings the old one back, whatever ended the replay;
+// until then nothing is saved, since the transcript in memory is less than the one on disk.
 #pragma once
 
 #include <memory>

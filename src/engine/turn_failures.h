@@ -1,6 +1,6 @@
-// The one way in which a turn fails, whoever finds it out: the state of the conversation, the message
-// for the user, the run, the transcript, the interface and the paired clients learn of it, in this
-// order. Main queue.
+// The one way in which a turn fails, whoever finds it out: the state of the conversation, the
+// message for the user, the run, the transcript, the interface and the paired clients learn of it,
+// in this order. Main queue.
 #pragma once
 
 #include <optional>
@@ -18,11 +18,11 @@ class TurnFailures {
                const EnginePorts& ports);
 
   struct Failure {
-    std::string description;  // as the state of the connection holds it
-    std::string text;         // for the user: error message and run
+    std::string description;                          // as the state of the connection holds it
+    std::string text;                                 // for the user: error message and run
     std::optional<std::string> entry = std::nullopt;  // in the transcript
-    bool isActivity = false;       // the conversation's last sign of life
-    bool isToldToClients = true;   // paired remote clients
+    bool isActivity = false;                          // the conversation's last sign of life
+    bool isToldToClients = true;                      // paired remote clients
   };
   /// Ends the run (if there is one) as failed. The conversation's client stays as it is.
   void fail(const ThreadExecutionKey& key, const std::optional<Uuid>& runID, Failure failure);

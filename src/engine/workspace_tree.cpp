@@ -98,6 +98,28 @@ void WorkspaceTree::addThread(ChatThread thread, const Uuid& workspaceID) {
   changes_.announce({.kind = Change::Kind::workspacesChanged});
 }
 
+std::optional<ChatThread> WorkspaceTree::takeThread(const ThreadExecutionKey& key) {
+  ChatThread* found = find(key);
+  if (!found) return std::nullopt;
+  auto& threads = std::ranges::find(workspaces_, key.workspaceID, &Workspace::id)->threads;
+  std::optional<ChatThread> taken = std::move(*found);
+  threads.erase(threads.begin() + (found - threads.data()));
+  changes_.announce({.kind = Change::Kind::workspacesChanged});
+  return taken;
+}
+
+void WorkspaceTree::removeWorkspace(const Uuid& id) {
+  std::erase_if(workspaces_, [&id](const Workspace& each) { return each.id == id; });
+  changes_.announce({.kind = Change::Kind::workspacesChanged});
+}
+
+void WorkspaceTree::setWorkspacePinned(const Uuid& id, bool pinned) {
+  const auto found = std::ranges::find(workspaces_, id, &Workspace::id);
+  if (found == workspaces_.end()) return;
+  found->isPinned = pinned;
+  changes_.announce({.kind = Change::Kind::workspacesChanged});
+}
+
 void WorkspaceTree::updateThread(const ThreadExecutionKey& key,
                                  const std::function<void(ChatThread&)>& mutate) {
   ChatThread* found = find(key);

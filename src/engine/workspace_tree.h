@@ -38,6 +38,10 @@ class WorkspaceTree {
   void addWorkspace(Workspace workspace);
   /// A new conversation in front of the workspace's others.
   void addThread(ChatThread thread, const Uuid& workspaceID);
+  /// Takes a conversation out of its workspace; absent when it has gone.
+  std::optional<ChatThread> takeThread(const ThreadExecutionKey& key);
+  void removeWorkspace(const Uuid& id);
+  void setWorkspacePinned(const Uuid& id, bool pinned);
 
   // One conversation. None of these saves, but for those that say so.
 
