@@ -35,7 +35,9 @@ class Driver {
 
     ACPConnection::Events events;
     events.sessionUpdate = [](JsonObject update, std::size_t) { json::write(update); };
-    events.permissionRequest = [this](PermissionRequest request) { lastQuestion_ = request.id; };
+    events.permissionRequest = [this](PermissionRequest request, std::size_t) {
+      lastQuestion_ = request.id;
+    };
     events.replayStarted = [this] { require(++replaysStarted_ == 1); };
     events.replayFailed = [this] { require(++replaysFailed_ <= replaysStarted_); };
     events.unexpectedTermination = [](std::string) { std::abort(); };  // there is no process

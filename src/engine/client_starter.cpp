@@ -75,6 +75,7 @@ void ClientStarter::attach(const std::shared_ptr<AgentClient>& client, const Att
   execution.connectionState = ConnectionState::connecting();
   execution.cliLog.clear();
   execution.client = client;
+  client->setReceiving(executions_.isReceiving());
   execution.activeProvider = attempt.provider;
   execution.activeRunID = attempt.runID;
   execution.lastActivityAt = now;

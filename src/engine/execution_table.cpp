@@ -72,6 +72,13 @@ void ExecutionTable::remove(const ThreadExecutionKey& key) {
   if (!node.empty()) node.mapped()->endClient();
 }
 
+void ExecutionTable::setReceiving(bool receiving) {
+  isReceiving_ = receiving;
+  for (const auto& [key, runtime] : executions_) {
+    if (runtime->client) runtime->client->setReceiving(receiving);
+  }
+}
+
 void ExecutionTable::removeAll() {
   for (auto& [key, runtime] : std::exchange(executions_, {})) runtime->endClient();
   publishExecution(selection_.key());

@@ -48,6 +48,10 @@ class ExecutionTable {
   void remove(const ThreadExecutionKey& key);
   /// The same for every conversation, for the end of the program.
   void removeAll();
+  /// Holds back all that clients hand out, those that start later included, or lets it flow again:
+  /// for an interface that cannot take more at the moment.
+  void setReceiving(bool receiving);
+  bool isReceiving() const { return isReceiving_; }
 
  private:
   struct HashKey {
@@ -61,6 +65,7 @@ class ExecutionTable {
   Changes& changes_;
   std::unordered_map<ThreadExecutionKey, std::unique_ptr<ThreadExecutionRuntime>, HashKey>
       executions_;
+  bool isReceiving_ = true;
   ExecutionFace mirror_;
   std::optional<ThreadExecutionKey> mirroredKey_;
 };

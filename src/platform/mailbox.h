@@ -33,6 +33,10 @@ class Mailbox : public std::enable_shared_from_this<Mailbox> {
     Mailbox& mailbox_;
   };
 
+  /// While closed nothing is delivered, not even the rest of a batch at hand; it waits, and counts
+  /// for the bound. For a receiver that cannot take more at the moment. Main queue.
+  void setOpen(bool open);
+
   /// The handler is called with true when the undelivered events exceed the bound and with false
   /// when the main queue has caught up. It runs on whichever thread found it out, must not block
   /// and must not call back into the mailbox.
@@ -50,6 +54,8 @@ class Mailbox : public std::enable_shared_from_this<Mailbox> {
   void drain();
   /// Whether the caller must post drain() once it has let go of the lock.
   bool takeSchedule();
+  /// Takes the letters that may be delivered now.
+  std::vector<Letter> takeLetters();
 
   MainQueue& main_;
   std::mutex mutex_;  // guards all below
@@ -58,6 +64,7 @@ class Mailbox : public std::enable_shared_from_this<Mailbox> {
   std::size_t bytes_ = 0;  // of letters_ and of those being drained
   int holds_ = 0;
   std::size_t freeLetters_ = 0;  // while held: how many of letters_ were there before
+  bool isOpen_ = true;
   bool isScheduled_ = false;
   bool isFull_ = false;
 };

@@ -32,6 +32,10 @@ struct OutputSink::Impl {
         waiting.clear();
         if (whenBroken) whenBroken();
       }
+      if (full && unwritten <= bound / 4) {
+        full = false;
+        whenRoomAgain();
+      }
       changed.notify_all();
       if (broken) return;
     }
@@ -62,10 +66,12 @@ struct OutputSink::Impl {
 
   const int descriptor;
   std::function<void()> whenBroken;
+  std::function<void()> whenRoomAgain;
   std::mutex mutex;
   std::condition_variable changed;
   std::string waiting;
   std::size_t unwritten = 0;  // bytes, those that the thread is writing included
+  bool full = false;
   bool ending = false;
   bool broken = false;
   std::thread thread;
@@ -78,6 +84,12 @@ OutputSink::OutputSink(MainQueue& main, int descriptor)
     main.post([alive] {
       const auto self = alive.lock();
       if (self && (*self)->onBroken) (*self)->onBroken();
+    });
+  };
+  impl_->whenRoomAgain = [&main, alive = std::weak_ptr(alive)] {
+    main.post([alive] {
+      const auto self = alive.lock();
+      if (self && (*self)->onFullChanged) (*self)->onFullChanged(false);
     });
   };
   // The thread's function holds it, and goes with the sink.
@@ -99,15 +111,16 @@ OutputSink::~OutputSink() {
 
 void OutputSink::write(std::string_view bytes) {
   if (bytes.empty()) return;
-  std::unique_lock lock(impl_->mutex);
-  if (impl_->broken) return;
-  impl_->waiting += bytes;
-  impl_->unwritten += bytes.size();
-  impl_->changed.notify_all();
-  if (impl_->unwritten > bound) {
-    impl_->changed.wait_for(lock, waitBeyondBound,
-                            [this] { return impl_->broken || impl_->unwritten <= bound; });
+  bool isFullNow = false;
+  {
+    const std::lock_guard lock(impl_->mutex);
+    if (impl_->broken) return;
+    impl_->waiting += bytes;
+    impl_->unwritten += bytes.size();
+    isFullNow = impl_->unwritten > bound && !std::exchange(impl_->full, true);
   }
+  impl_->changed.notify_all();
+  if (isFullNow && onFullChanged) onFullChanged(true);
 }
 
 bool OutputSink::flush(std::chrono::milliseconds limit) {

@@ -23,15 +23,17 @@ class OutputSink {
   /// Called once, on the main queue, when the descriptor takes no more: its reader is gone.
   std::function<void()> onBroken;
 
-  /// Beyond `bound` unwritten bytes each call waits a moment for the reader: memory grows slowly
-  /// then, and the main queue goes on all the same.
+  /// Called on the main queue with true when more than `bound` bytes wait for the reader (within
+  /// write()), and with false when he has caught up. Whoever writes should hold back meanwhile.
+  std::function<void(bool isFull)> onFullChanged;
+
+  /// Never waits.
   void write(std::string_view bytes);
   /// Waits until everything is written. False when it is not: the limit ran out, or nobody reads.
   bool flush(std::chrono::milliseconds limit);
   bool isBroken() const;
 
   static constexpr std::size_t bound = 1 << 20;  // bytes
-  static constexpr std::chrono::milliseconds waitBeyondBound{50};
 
  private:
   struct Impl;

@@ -5,7 +5,7 @@
 namespace vantrell {
 
 void TailBuffer::append(std::string_view bytes) {
-  if (bytes.size() > limit_ - ring_.size()) wasTruncated_ = !bytes.empty();
+  if (bytes.size() > limit_ - ring_.size()) wasTruncated_ = true;
   if (bytes.size() >= limit_) {
     ring_.assign(bytes.substr(bytes.size() - limit_));
     start_ = 0;

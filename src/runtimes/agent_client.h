@@ -72,6 +72,9 @@ class AgentClient {
   virtual void cancel() = 0;
   /// Answers a request once. An unknown or answered id is ignored.
   virtual void respondToPermission(std::int64_t requestID, std::string optionID) = 0;
+  /// While false, nothing is handed out and the runtime is held back: the interface cannot take
+  /// more at the moment. A client that hands out little may ignore it.
+  virtual void setReceiving(bool /*receiving*/) {}
   /// Ends the runtime and fails what is pending as disconnected, without onUnexpectedTermination.
   virtual void stop() = 0;
 };

@@ -1,5 +1,6 @@
 #include "runtimes/json_line_process.h"
 
+#include "platform/tail_buffer.h"
 #include "platform/text.h"
 
 namespace vantrell {
@@ -26,7 +27,7 @@ struct JsonLineProcess::State {
   Handlers handlers;
   std::shared_ptr<Mailbox> mailbox;
   LineBuffer lines;
-  std::string errorText;
+  TailBuffer errorText{keptErrorText};
   std::string errorTail;  // of a character cut in two
   std::optional<std::string> writeError;
   bool isStopped = false;
@@ -51,8 +52,6 @@ struct JsonLineProcess::State {
     chunk.erase(chunk.size() - cut);
     if (chunk.empty() || !text::isValidUtf8(chunk)) return;
     errorText.append(chunk);
-    // Trimmed at twice the size, so that the cost stays linear.
-    if (errorText.size() > 2 * keptErrorText) errorText.erase(0, errorText.size() - keptErrorText);
     if (handlers.onErrorText) handlers.onErrorText(std::move(chunk));
   }
 };
@@ -73,7 +72,7 @@ std::expected<std::unique_ptr<JsonLineProcess>, ProcessError> JsonLineProcess::s
   };
   events.onExit = [state](ExitStatus status) {
     const Mailbox::Hold together(*state->mailbox);
-    std::string words = text::repaired(std::exchange(state->errorText, {}));
+    const std::string words = state->errorText.contents();
     if (state->handlers.onEnd) state->handlers.onEnd(status, std::string(text::trimmed(words)));
   };
 

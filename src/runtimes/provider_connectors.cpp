@@ -3,6 +3,7 @@
 #include "platform/process.h"
 #include "platform/text.h"
 #include "runtimes/acp/acp_client.h"
+#include "runtimes/grok_arguments.h"
 #include "runtimes/provider_registry.h"
 #include "runtimes/runtime_locator.h"
 

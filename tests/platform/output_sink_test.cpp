@@ -52,13 +52,19 @@ TEST_F(OutputSinkTest, WritesEverythingInOrder) {
   EXPECT_EQ(read(expected.size()), expected);
 }
 
-TEST_F(OutputSinkTest, SilentReaderHoldsTheCallerUpOnlyBeyondTheBound) {
+TEST_F(OutputSinkTest, TellsWhenItIsFullAndWhenThereIsRoomAgain) {
   OutputSink sink(main, writing.get());
+  std::vector<bool> told;
+  sink.onFullChanged = [&](bool isFull) { told.push_back(isFull); };
   const std::string piece(OutputSink::bound / 4, 'x');  // far more than a pipe holds
-  for (int count = 0; count < 6; ++count) sink.write(piece);
+  for (int count = 0; count < 4; ++count) sink.write(piece);
+  EXPECT_TRUE(told.empty()) << "at the bound, not beyond it";
+  for (int count = 0; count < 2; ++count) sink.write(piece);
+  EXPECT_EQ(told, std::vector{true});
   EXPECT_FALSE(sink.flush(1ms));
   EXPECT_EQ(read(6 * piece.size()).size(), 6 * piece.size());
-  EXPECT_TRUE(sink.flush(20s));
+  EXPECT_TRUE(main.runUntil([&] { return told.size() > 1; }));
+  EXPECT_EQ(told, (std::vector{true, false}));
 }
 
 TEST_F(OutputSinkTest, MayEndWhileNobodyReads) {

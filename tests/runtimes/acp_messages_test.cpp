@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "runtimes/grok_arguments.h"
+
 namespace vantrell {
 namespace {
 

@@ -328,6 +328,22 @@ TEST_F(TerminalProgram, SlowReaderGetsEverything) {
   EXPECT_GE(bytes, 2'900'000U);
 }
 
+TEST_F(TerminalProgram, InterruptsWhileNobodyReadsEndIt) {
+  const auto record = start(practice({"--json", "FLOOD:stdout=30000000"}));
+  awaitOutput(*record, "\"running\"");
+  record->process->pauseReading();
+  // The first stops the task, the next one the waiting for a reader.
+  bool hasEnded = false;
+  for (int tries = 0; tries < 100 && !hasEnded; ++tries) {
+    ::kill(static_cast<pid_t>(record->process->processID()), SIGINT);
+    hasEnded = main_.runUntil([&] { return !record->process->isRunning(); }, 100ms);
+  }
+  EXPECT_TRUE(hasEnded);
+  record->process->resumeReading();
+  EXPECT_EQ(code(finish(record)), 130);
+  expectNothingLeft();
+}
+
 TEST_F(TerminalProgram, WalkThroughEndsByItselfAndShowsAWholeTask) {
   auto options = vantrell({"--practice"});
   options.standardInput = ProcessOptions::Input::null;

@@ -56,10 +56,12 @@ void ACPClient::connect(ACPConfiguration configuration) {
         },
         bytes);
   };
-  events.permissionRequest = [tell](PermissionRequest request) {
-    tell([request = std::move(request)](ACPClient& client) mutable {
-      if (client.onPermissionRequest) client.onPermissionRequest(std::move(request));
-    });
+  events.permissionRequest = [tell](PermissionRequest request, std::size_t bytes) {
+    tell(
+        [request = std::move(request)](ACPClient& client) mutable {
+          if (client.onPermissionRequest) client.onPermissionRequest(std::move(request));
+        },
+        bytes);
   };
   events.log = [tell](std::string text) {
     const std::size_t bytes = text.size();
@@ -120,6 +122,10 @@ void ACPClient::respondToPermission(std::int64_t requestID, std::string optionID
   queue_.post([connection = connection_, requestID, optionID = std::move(optionID)]() mutable {
     connection->respondToPermission(requestID, std::move(optionID));
   });
+}
+
+void ACPClient::setReceiving(bool receiving) {
+  mailbox_->setOpen(receiving);
 }
 
 void ACPClient::stop() {

@@ -32,6 +32,7 @@ class ACPClient final : public AgentClient, public std::enable_shared_from_this<
   void sendPrompt(std::string prompt, PromptCompletion completion) override;
   void cancel() override;
   void respondToPermission(std::int64_t requestID, std::string optionID) override;
+  void setReceiving(bool receiving) override;
   void stop() override;
 
  private:

@@ -56,9 +56,15 @@ std::optional<ACPClientError> ACPConnection::launch() {
     if (const auto self = weak.lock()) self->ended(status, std::move(errorText));
   };
 
-  stopping_ = false;
   auto process = JsonLineProcess::start(std::move(options), queue_, mailbox_, std::move(handlers));
-  if (!process) return ACPClientError::processFailed(process.error().description);
+  if (!process) {
+    const auto& error = process.error();
+    // Without its name the folder's error reads as if the program were missing.
+    return ACPClientError::processFailed(
+        error.step == ProcessError::Step::enterFolder
+            ? fmt::format("{}: {}", configuration_.workspacePath, error.description)
+            : error.description);
+  }
   process_ = std::move(*process);
   return std::nullopt;
 }
@@ -174,7 +180,6 @@ void ACPConnection::respondToPermission(std::int64_t requestID, std::string opti
 }
 
 void ACPConnection::stop() {
-  stopping_ = true;
   hasEnded_ = true;
   if (host_) host_->releaseAll();
   if (process_) {
@@ -189,7 +194,7 @@ void ACPConnection::ended(ExitStatus status, std::string errorText) {
   hasEnded_ = true;
   if (host_) host_->releaseAll();
   failPending(ACPClientError::disconnected());
-  if (stopping_ || !events_.unexpectedTermination) return;
+  if (!events_.unexpectedTermination) return;
   if (errorText.empty()) {
     // One number for both kinds of end, a signal's number being the status of what it killed.
     errorText = fmt::format("{} exited with status {}.", configuration_.runtimeName,
@@ -211,7 +216,7 @@ void ACPConnection::handle(JsonObject message, std::size_t bytes) {
   JsonObject none;
   JsonObject& params = given && given->asObject() ? *given->asObject() : none;
   if (id) {
-    handleRequest(*id, *method, params);
+    handleRequest(*id, *method, params, bytes);
   } else {
     handleNotification(*method, params, bytes);
   }
@@ -238,8 +243,8 @@ void ACPConnection::handleNotification(std::string_view method, JsonObject& para
 }
 
 void ACPConnection::handleRequest(std::int64_t id, const std::string& method,
-                                  const JsonObject& params) {
-  if (method == "session/request_permission") return handlePermissionRequest(id, params);
+                                  const JsonObject& params, std::size_t bytes) {
+  if (method == "session/request_permission") return handlePermissionRequest(id, params, bytes);
   const auto reply = [weak = weak_from_this(), id](ACPHostServices::Answer answer) {
     const auto self = weak.lock();
     if (!self) return;
@@ -251,7 +256,8 @@ void ACPConnection::handleRequest(std::int64_t id, const std::string& method,
   send(acp::errorResponse(id, acp::methodNotFound, "Unsupported ACP method: " + method));
 }
 
-void ACPConnection::handlePermissionRequest(std::int64_t id, const JsonObject& params) {
+void ACPConnection::handlePermissionRequest(std::int64_t id, const JsonObject& params,
+                                            std::size_t bytes) {
   PermissionRequest question = acp::permissionRequest(id, params, configuration_.runtimeName);
 
   // OpenCode has no full-access mode of its own, so its questions are answered here. The other
@@ -265,7 +271,7 @@ void ACPConnection::handlePermissionRequest(std::int64_t id, const JsonObject& p
     }
   }
   pendingPermissionIDs_.insert(id);
-  if (events_.permissionRequest) events_.permissionRequest(std::move(question));
+  if (events_.permissionRequest) events_.permissionRequest(std::move(question), bytes);
 }
 
 void ACPConnection::request(std::string_view method, JsonObject params,

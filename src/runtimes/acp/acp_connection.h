@@ -29,19 +29,21 @@ class ACPConnection : public std::enable_shared_from_this<ACPConnection> {
   /// Called on the client's queue.
   struct Events {
     std::function<void(JsonObject update, std::size_t bytes)> sessionUpdate;
-    std::function<void(PermissionRequest)> permissionRequest;
+    std::function<void(PermissionRequest, std::size_t bytes)> permissionRequest;
     std::function<void(std::string text)> log;
     std::function<void()> replayStarted;
     std::function<void()> replayFailed;
     std::function<void(std::string text)> unexpectedTermination;
     std::function<void(std::vector<ProviderModelOption>)> modelOptions;
-  };
+  };  // `bytes` is the length of the message on the wire
 
   /// The events deliver to the mailbox. `host` may be null: then every host service counts as
   /// unsupported.
   ACPConnection(ACPConfiguration configuration, SerialQueue queue, std::shared_ptr<Mailbox> mailbox,
                 Events events, std::unique_ptr<ACPHostServices> host);
   ~ACPConnection();
+
+  // The operations of AgentClient. Completions are called here, on the client's queue.
 
   void start(std::optional<std::string> existingSessionID, AgentClient::StartCompletion completion);
   void sendPrompt(std::string prompt, AgentClient::PromptCompletion completion);
@@ -67,8 +69,9 @@ class ACPConnection : public std::enable_shared_from_this<ACPConnection> {
 
   void handleResponse(std::int64_t id, const JsonObject& message);
   void handleNotification(std::string_view method, JsonObject& params, std::size_t bytes);
-  void handleRequest(std::int64_t id, const std::string& method, const JsonObject& params);
-  void handlePermissionRequest(std::int64_t id, const JsonObject& params);
+  void handleRequest(std::int64_t id, const std::string& method, const JsonObject& params,
+                     std::size_t bytes);
+  void handlePermissionRequest(std::int64_t id, const JsonObject& params, std::size_t bytes);
   void ended(ExitStatus status, std::string errorText);
 
   void request(std::string_view method, JsonObject params, std::function<void(Answer)> completion);
@@ -83,11 +86,10 @@ class ACPConnection : public std::enable_shared_from_this<ACPConnection> {
   const std::unique_ptr<ACPHostServices> host_;
 
   std::unique_ptr<JsonLineProcess> process_;
-  PendingRequests<Answer> pending_;
+  PendingRequests<Answer> pending_;              // its completions live no longer than this object
   std::set<std::int64_t> pendingPermissionIDs_;  // JSON-RPC ids of open questions
   bool supportsConfigOptions_ = false;           // known after "initialize"
-  bool stopping_ = false;
-  bool hasEnded_ = false;  // stopped, or the process died
+  bool hasEnded_ = false;                        // stopped, or the process died
   std::optional<std::string> sessionId_;
 };
 

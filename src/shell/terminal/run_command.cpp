@@ -94,8 +94,11 @@ class Performance {
                         .answerKind = plan_.arguments.answer},
                        *key);
     sink_.onBroken = [&session] { session.stop(); };
+    // Somebody who reads slowly holds the agent back, and nothing else.
+    sink_.onFullChanged = [this](bool isFull) { app_.model().executions.setReceiving(!isFull); };
     const int status = session.run(plan_.arguments.prompt, plan_.attachments);
     sink_.onBroken = nullptr;
+    sink_.onFullChanged = nullptr;
     wasAbandoned = session.wasAbandoned();
     return status;
   }
@@ -158,8 +161,8 @@ int performRun(const RunPlan& plan, const Environment& environment) {
     status = *result;
     wasAbandoned = performance.wasAbandoned;
   }
-  // The state is free for the next start; the rest is only about reading and cleaning up. Who wants to
-  // leave at once leaves: what still runs ends with this program.
+  // The state is free for the next start; the rest is only about reading and cleaning up. Who wants
+  // to leave at once leaves: what still runs ends with this program.
   Process::waitForAll(wasAbandoned ? momentToFlush : endOfChildren);
   sink.flush(wasAbandoned ? momentToFlush : readersTime);
   return status;
