@@ -147,6 +147,17 @@ TEST_F(TranscriptPrinterTest, ShownKeyOfAnInterruptIsWipedAndNothingDrawnOverIt)
   EXPECT_EQ(screen.text(), "▸ Hang\n✗ Hang (failed)\n");
 }
 
+TEST_F(TranscriptPrinterTest, SilentTurnIsNotTakenForAnAnswer) {
+  const auto end = run(RunRecordStatus::completed, "Kimi finished the task.");
+  live.entryAdded(entry("u", ChatEntryKind::user, "Why?"));
+  live.ended(&end);
+  EXPECT_EQ(screen.text(),
+            "› Why?\n\n• The agent ended its turn without a word.\n✓ Kimi finished the task.\n");
+  stream(ChatEntryKind::assistant, "a", {"So."}, plain);
+  plain.ended(&end);
+  EXPECT_EQ(plainOutput, "So.\n\n✓ Kimi finished the task.\n");
+}
+
 TEST_F(TranscriptPrinterTest, EndSaysHowItWentAndHowToGoOn) {
   ThreadExecutionKey key;
   key.threadID = *Uuid::parse("3F2A91C0-0000-4000-8000-000000000000");

@@ -101,6 +101,7 @@ void TranscriptPrinter::introduced(const RunIntroduction& introduction) {
 }
 
 void TranscriptPrinter::entryAdded(const ChatEntry& entry) {
+  if (entry.kind != ChatEntryKind::user) agentWasHeard_ = true;
   switch (entry.kind) {
     case ChatEntryKind::user: return showUser(entry);
     case ChatEntryKind::assistant:
@@ -215,6 +216,7 @@ std::string TranscriptPrinter::planLine(const PlanEntry& entry) const {
 
 void TranscriptPrinter::planReplaced(const std::vector<PlanEntry>& plan) {
   if (plan == plan_) return;
+  agentWasHeard_ = true;
   const auto earlier = std::exchange(plan_, plan);
   const bool sameSteps =
       std::ranges::equal(earlier, plan, {}, &PlanEntry::content, &PlanEntry::content);
@@ -284,6 +286,10 @@ void TranscriptPrinter::ended(const RunRecord* run) {
   }
   const std::string words = onOneLine(run->statusMessage.value_or(""));
   beginBlock(Block::other);
+  if (run->status == RunRecordStatus::completed && !agentWasHeard_) {
+    // Some runtimes end a turn that failed for them as if it had gone well.
+    line(style_.yellow("• The agent ended its turn without a word."));
+  }
   switch (run->status) {
     case RunRecordStatus::completed: line(style_.green(fmt::format("✓ {}", words))); break;
     case RunRecordStatus::cancelled: line(style_.yellow(fmt::format("■ {}", words))); break;

@@ -70,7 +70,8 @@ class TranscriptPrinter final : public RunObserver {
   Block block_ = Block::none;
   bool atLineStart_ = true;
   bool statusShown_ = false;
-  std::string streaming_;  // id of the text entry whose text stands last
+  bool agentWasHeard_ = false;  // anything at all but the prompt has come
+  std::string streaming_;       // id of the text entry whose text stands last
   std::optional<Drawn> drawn_;
   /// Tool calls that have not ended, and what their line said last.
   std::map<std::string, std::string, std::less<>> openTools_;
