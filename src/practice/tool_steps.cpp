@@ -151,7 +151,8 @@ void ReadStep::begin() {
     auto content = json::textOr(result, "content", "");
     auto lineFeeds = std::ranges::count(content, '\n');
     auto lines = lineFeeds + (content.empty() || content.back() == '\n' ? 0 : 1);
-    auto summary = fmt::format("{} has {} lines, {} bytes.", path_, lines, content.size());
+    auto summary = fmt::format("{} has {} {}, {} bytes.", path_, lines,
+                               lines == 1 ? "line" : "lines", content.size());
     if (content.empty()) return conclude("completed", summary);
     conclude("completed", fmt::format("{}\n\n{}", summary, quoted(content)));
   });

@@ -49,6 +49,13 @@ TEST(PermissionPrompt, ReadsANumberOrAnId) {
   }
 }
 
+TEST(PermissionPrompt, TellsWhatIsAnAnswerAfterAnEmptyLine) {
+  auto asked = request();
+  EXPECT_EQ(readAnswer(asked, " \n").error(), "Answer with a number from 1 to 3.");
+  asked.options.resize(1);
+  EXPECT_EQ(readAnswer(asked, "").error(), "Answer with 1.");
+}
+
 TEST(PermissionPrompt, FindsTheFirstOptionOfAKind) {
   const auto asked = request();
   EXPECT_EQ(optionOfKind(asked, "allow_always")->id, "1");

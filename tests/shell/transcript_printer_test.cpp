@@ -69,6 +69,18 @@ TEST_F(TranscriptPrinterTest, LiveToolChangesInPlaceWhileItIsLast) {
   EXPECT_EQ(screen.text(), "✓ Read x\n");
 }
 
+TEST_F(TranscriptPrinterTest, ToolKeepsTheBestTitleThatItsUpdatesGave) {
+  for (auto* printer : {&plain, &live}) {
+    printer->entryAdded(tool("1", "Bash", "pending"));
+    printer->entryReplaced(tool("1", "Using a tool", "in_progress"));
+    printer->entryReplaced(tool("1", "Running: ls", "in_progress"));
+    printer->entryReplaced(tool("1", "Using a tool", "completed"));
+    printer->entryAdded(tool("2", "Using a tool", "completed"));
+  }
+  EXPECT_EQ(plainOutput, "✓ Running: ls\n✓ Using a tool\n");
+  EXPECT_EQ(screen.text(), plainOutput);
+}
+
 TEST_F(TranscriptPrinterTest, LiveToolThatIsNotLastComesAgainAtItsEnd) {
   live.entryAdded(tool("1", "first", "pending"));
   live.entryAdded(tool("2", "second", "pending"));
@@ -133,6 +145,17 @@ TEST_F(TranscriptPrinterTest, ShownKeyOfAnInterruptIsWipedAndNothingDrawnOverIt)
   live.interrupted();
   live.entryReplaced(tool("1", "Hang", "failed"));
   EXPECT_EQ(screen.text(), "▸ Hang\n✗ Hang (failed)\n");
+}
+
+TEST_F(TranscriptPrinterTest, SilentTurnIsNotTakenForAnAnswer) {
+  const auto end = run(RunRecordStatus::completed, "Kimi finished the task.");
+  live.entryAdded(entry("u", ChatEntryKind::user, "Why?"));
+  live.ended(&end);
+  EXPECT_EQ(screen.text(),
+            "› Why?\n\n• The agent ended its turn without a word.\n✓ Kimi finished the task.\n");
+  stream(ChatEntryKind::assistant, "a", {"So."}, plain);
+  plain.ended(&end);
+  EXPECT_EQ(plainOutput, "So.\n\n✓ Kimi finished the task.\n");
 }
 
 TEST_F(TranscriptPrinterTest, EndSaysHowItWentAndHowToGoOn) {

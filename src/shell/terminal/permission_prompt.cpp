@@ -42,10 +42,13 @@ std::expected<const PermissionOption*, std::string> readAnswer(const PermissionR
   }
   const auto named = std::ranges::find(request.options, word, &PermissionOption::id);
   if (named != request.options.end()) return &*named;
-  return std::unexpected(
-      fmt::format("\"{}\" is none of the options. Answer with a number from 1 "
-                  "to {}.",
-                  onOneLine(text::firstCharacters(word, 40)), request.options.size()));
+  const std::string way =
+      request.options.size() < 2
+          ? std::string("Answer with 1.")
+          : fmt::format("Answer with a number from 1 to {}.", request.options.size());
+  if (word.empty()) return std::unexpected(way);
+  return std::unexpected(fmt::format("\"{}\" is none of the options. {}",
+                                     onOneLine(text::firstCharacters(word, 40)), way));
 }
 
 const PermissionOption* optionOfKind(const PermissionRequest& request, std::string_view kind) {

@@ -15,6 +15,8 @@ constexpr std::size_t systemLinesShown = 40;
 constexpr std::size_t taskIDShown = 8;  // characters, plenty to tell tasks apart
 constexpr std::string_view stoppedText = "Stopped by you.";
 constexpr std::string_view thoughtBar = "│ ";
+/// What the record of a tool call says when an update came without a title.
+constexpr std::string_view namelessTool = "Using a tool";
 
 bool hasEnded(std::string_view status) {
   return status != "pending" && status != "in_progress";
@@ -99,6 +101,7 @@ void TranscriptPrinter::introduced(const RunIntroduction& introduction) {
 }
 
 void TranscriptPrinter::entryAdded(const ChatEntry& entry) {
+  if (entry.kind != ChatEntryKind::user) agentWasHeard_ = true;
   switch (entry.kind) {
     case ChatEntryKind::user: return showUser(entry);
     case ChatEntryKind::assistant:
@@ -164,9 +167,18 @@ void TranscriptPrinter::stream(const ChatEntry& entry, std::string_view text) {
   }
 }
 
-std::string TranscriptPrinter::toolLine(const ChatEntry& entry) const {
+std::string TranscriptPrinter::bestTitle(const ChatEntry& entry) {
+  std::string title = onOneLine(entry.title.value_or(""));
+  if (title.empty() || title == namelessTool) {
+    const auto known = toolTitles_.find(entry.id);
+    return known == toolTitles_.end() ? std::string(namelessTool) : known->second;
+  }
+  toolTitles_.insert_or_assign(entry.id, title);
+  return title;
+}
+
+std::string TranscriptPrinter::toolLine(const ChatEntry& entry, std::string_view title) const {
   const std::string status = entry.status.value_or("pending");
-  const std::string title = onOneLine(entry.title.value_or("Using a tool"));
   const bool needsWord = status != "completed" && hasEnded(status);
   const std::string word = needsWord ? fmt::format(" ({})", onOneLine(status)) : std::string();
   const int room = usableColumns() - 3 - static_cast<int>(word.size());
@@ -177,7 +189,8 @@ std::string TranscriptPrinter::toolLine(const ChatEntry& entry) const {
 
 void TranscriptPrinter::showTool(const ChatEntry& entry) {
   const std::string status = entry.status.value_or("pending");
-  const std::string text = toolLine(entry);
+  const std::string title = bestTitle(entry);
+  const std::string text = toolLine(entry, title);
   const auto known = openTools_.find(entry.id);
   const bool isNew = known == openTools_.end();
   const bool isLast = drawn_ && drawn_->entryID == entry.id;
@@ -189,7 +202,7 @@ void TranscriptPrinter::showTool(const ChatEntry& entry) {
   // A line that cannot change comes only once, at the end state.
   if (!style_.isLive()) return;
   if (isNew || isLast) return draw(entry.id, Block::tool, {text});
-  if (status == "in_progress") showStatus(fmt::format("▸ {}", entry.title.value_or("")));
+  if (status == "in_progress") showStatus(fmt::format("▸ {}", title));
 }
 
 // ---- the plan -----------------------------------------------------------------------------------
@@ -203,6 +216,7 @@ std::string TranscriptPrinter::planLine(const PlanEntry& entry) const {
 
 void TranscriptPrinter::planReplaced(const std::vector<PlanEntry>& plan) {
   if (plan == plan_) return;
+  agentWasHeard_ = true;
   const auto earlier = std::exchange(plan_, plan);
   const bool sameSteps =
       std::ranges::equal(earlier, plan, {}, &PlanEntry::content, &PlanEntry::content);
@@ -272,6 +286,10 @@ void TranscriptPrinter::ended(const RunRecord* run) {
   }
   const std::string words = onOneLine(run->statusMessage.value_or(""));
   beginBlock(Block::other);
+  if (run->status == RunRecordStatus::completed && !agentWasHeard_) {
+    // Some runtimes end a turn that failed for them as if it had gone well.
+    line(style_.yellow("• The agent ended its turn without a word."));
+  }
   switch (run->status) {
     case RunRecordStatus::completed: line(style_.green(fmt::format("✓ {}", words))); break;
     case RunRecordStatus::cancelled: line(style_.yellow(fmt::format("■ {}", words))); break;

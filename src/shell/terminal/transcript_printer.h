@@ -59,7 +59,9 @@ class TranscriptPrinter final : public RunObserver {
   void showUser(const ChatEntry& entry);
   /// Draws over what `id` has on the screen if that is the last thing there, else a new block.
   void draw(std::string_view id, Block block, const std::vector<std::string>& lines);
-  std::string toolLine(const ChatEntry& entry) const;
+  /// The latest title that names the tool call: some agents give it once and leave it out later.
+  std::string bestTitle(const ChatEntry& entry);
+  std::string toolLine(const ChatEntry& entry, std::string_view title) const;
   std::string planLine(const PlanEntry& entry) const;
   int usableColumns() const;
 
@@ -68,10 +70,12 @@ class TranscriptPrinter final : public RunObserver {
   Block block_ = Block::none;
   bool atLineStart_ = true;
   bool statusShown_ = false;
-  std::string streaming_;  // id of the text entry whose text stands last
+  bool agentWasHeard_ = false;  // anything at all but the prompt has come
+  std::string streaming_;       // id of the text entry whose text stands last
   std::optional<Drawn> drawn_;
   /// Tool calls that have not ended, and what their line said last.
   std::map<std::string, std::string, std::less<>> openTools_;
+  std::map<std::string, std::string, std::less<>> toolTitles_;  // by entry, see bestTitle
   std::vector<PlanEntry> plan_;
   std::string goingOn_;  // the command, up to the prompt
 };
