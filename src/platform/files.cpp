@@ -88,6 +88,12 @@ bool takeOver(int descriptor, const struct stat* old, std::optional<mode_t> mode
   return !mode || fchmod(descriptor, *mode) == 0;
 }
 
+/// The system has no words for this one.
+std::unexpected<FileError> notRegular(const std::string& path) {
+  return std::unexpected(FileError{std::make_error_code(std::errc::invalid_argument),
+                                   fmt::format("Could not read {}: Not a regular file", path)});
+}
+
 }  // namespace
 
 bool Descriptor::close() {
@@ -153,9 +159,16 @@ bool isExecutable(const std::string& path) {
 }
 
 Result<std::string> read(const std::string& path) {
-  const Descriptor descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  // The open of a pipe would wait for its other end, and what is no file may never come to an end.
+  const Descriptor descriptor(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  if (!descriptor && errno == ENXIO)
+    return notRegular(path);  // a socket, a device without a driver
+  struct stat info{};
+  if (!descriptor || fstat(descriptor.number(), &info) != 0) return failure("read", path);
+  if (S_ISDIR(info.st_mode)) return failure("read", path, EISDIR);
+  if (!S_ISREG(info.st_mode)) return notRegular(path);
   std::string content;
-  if (!descriptor || !readAll(descriptor.number(), content)) return failure("read", path);
+  if (!readAll(descriptor.number(), content)) return failure("read", path);
   return content;
 }
 

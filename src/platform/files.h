@@ -46,6 +46,8 @@ bool isFolder(const std::string& path);
 /// Exists, is no folder, and this user may execute it.
 bool isExecutable(const std::string& path);
 
+/// The whole content of a regular file. Pipes, sockets and devices are refused: they could block
+/// for ever.
 Result<std::string> read(const std::string& path);
 /// Replaces the file in one step: readers see the old content or the new one, also after a power
 /// loss (the data and the folder are synced). The parent folder must exist. A symbolic link at

@@ -38,7 +38,8 @@ LockFile::Busy cannotLock(const std::string& path) {
 // because the descriptor is close-on-exec.
 std::expected<LockFile, LockFile::Busy> LockFile::acquire(const std::string& path) {
   while (true) {
-    Descriptor descriptor(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    // A pipe at the path is an error, and not something to wait for.
+    Descriptor descriptor(open(path.c_str(), O_RDWR | O_CREAT | O_NONBLOCK | O_CLOEXEC, 0600));
     if (!descriptor) return std::unexpected(cannotLock(path));
     if (flock(descriptor.number(), LOCK_EX | LOCK_NB) != 0) {
       if (errno == EINTR) continue;

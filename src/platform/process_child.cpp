@@ -207,7 +207,7 @@ void ProcessChild::takeInput() {
   auto outgoing = channel_->takeOutgoing();
   if (!input_) {
     // Written between the end of the input and its report.
-    if (!stopped_) channel_->inputEnded(processError(ProcessError::Step::write, EPIPE));
+    channel_->inputEnded(processError(ProcessError::Step::write, EPIPE));
     return;
   }
   for (auto& piece : outgoing.pieces) pieces_.push_back(std::move(piece));
@@ -302,8 +302,7 @@ void ProcessChild::stop(Duration grace, Duration patience) {
   updateReading(Stream::error);
   if (patience > Duration::zero() && !leaderExited_) {
     closesInput_ = true;
-    if (input_) sendPieces();
-    channel_->inputEnded({});
+    takeInput();
     patienceTimer_ = supervisor_.reactor().after(patience, [this, grace] { terminate(grace); });
     return;
   }

@@ -3,8 +3,11 @@
 #include <csignal>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 
 #include "support/environment.h"
 #include "support/in_child.h"
@@ -115,6 +118,30 @@ TEST(Files, ReadsWholeFilesOfAnyKind) {
   EXPECT_EQ(absent.error().description,
             "Could not read " + folder / "absent" + ": No such file or directory");
   EXPECT_EQ(files::read(folder.path()).error().code, std::errc::is_a_directory);
+}
+
+TEST(Files, RefusesToReadWhatCouldBlockForEver) {
+  const TemporaryFolder folder;
+  const std::string pipe = folder / "pipe";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  const auto withoutWriter = files::read(pipe);
+  ASSERT_FALSE(withoutWriter);
+  EXPECT_EQ(withoutWriter.error().description, "Could not read " + pipe + ": Not a regular file");
+  const int writer = open(pipe.c_str(), O_RDWR | O_CLOEXEC);
+  EXPECT_FALSE(files::read(pipe)) << "nor with a writer that says nothing";
+  close(writer);
+  EXPECT_FALSE(files::read("/dev/zero")) << "has no end";
+
+  sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+  const std::string socketPath = folder / "socket";
+  ASSERT_LT(socketPath.size(), sizeof address.sun_path);
+  socketPath.copy(address.sun_path, socketPath.size());
+  const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  ASSERT_EQ(bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  const auto ofSocket = files::read(socketPath);
+  close(listener);
+  ASSERT_FALSE(ofSocket);
+  EXPECT_TRUE(ofSocket.error().description.ends_with(": Not a regular file"));
 }
 
 TEST(AtomicWrite, ReplacesTheFileAndLeavesNothingElse) {
@@ -339,6 +366,19 @@ TEST(LockFile, DoesNotAnswerForARemovedFile) {
   ASSERT_TRUE(second);
   EXPECT_NE(inodeOf(path), locked);
   EXPECT_FALSE(files::LockFile::acquire(path));
+}
+
+TEST(LockFile, IsNoPipe) {
+  const TemporaryFolder folder;
+  ASSERT_EQ(mkfifo((folder / "lock").c_str(), 0600), 0);
+  const int other = open((folder / "lock").c_str(), O_RDWR | O_CLOEXEC);
+  ASSERT_EQ(flock(other, LOCK_EX), 0);
+  const auto busy = files::LockFile::acquire(folder / "lock");
+  EXPECT_FALSE(busy) << "without waiting for somebody to write his number into it";
+  close(other);
+  const auto free = files::LockFile::acquire(folder / "lock");
+  ASSERT_FALSE(free);
+  EXPECT_TRUE(free.error().error);
 }
 
 TEST(LockFile, SaysWhyItCouldNotBeTried) {

@@ -1,4 +1,6 @@
+#include <fcntl.h>
 #include <fstream>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include "platform/process_fixture.h"
@@ -75,6 +77,32 @@ TEST_F(ProcessEnd, PatientStopLetsTheChildEndByItself) {
   record->process->stop(20s, 20s);
   EXPECT_TRUE(Process::waitForAll(20s));
   EXPECT_EQ(TemporaryFolder::contentOf(last), "onetwo\n");
+}
+
+TEST_F(ProcessEnd, UnsentBytesAreCountedToTheEndOfAPatientStop) {
+  const TemporaryFolder folder;
+  for (const auto* name : {"read", "done", "end"}) {
+    ASSERT_EQ(::mkfifo((folder / name).c_str(), 0600), 0);
+  }
+  const auto open = [&](const char* name) {
+    return Descriptor(::open((folder / name).c_str(), O_RDWR | O_CLOEXEC));
+  };
+  const Descriptor read = open("read");
+  const Descriptor done = open("done");
+  const Descriptor end = open("end");
+  auto options = shell("read x < read; cat > /dev/null; echo > done; read x < end");
+  options.workingFolder = folder.path();
+  const auto record = start(options);
+  const std::size_t size = 1'000'000;  // more than a pipe takes
+  record->process->write(std::string(size, 'x'));
+  record->process->stop(20s, 20s);
+  EXPECT_GT(record->process->unsentBytes(), 0U);
+  EXPECT_EQ(::write(read.get(), "\n", 1), 1);
+  pollfd wait{done.get(), POLLIN, 0};
+  ASSERT_EQ(::poll(&wait, 1, 20'000), 1);
+  EXPECT_EQ(record->process->unsentBytes(), 0U);
+  EXPECT_EQ(::write(end.get(), "\n", 1), 1);
+  EXPECT_TRUE(Process::waitForAll(20s));
 }
 
 TEST_F(ProcessEnd, PatienceEnds) {

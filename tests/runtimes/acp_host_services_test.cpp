@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <future>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "platform/files.h"
@@ -149,6 +150,12 @@ TEST_F(ACPHostServicesTest, WhatIsNoTextFileFailsAsTheSystemSays) {
     EXPECT_TRUE(answer.starts_with("error: ")) << path << answer;
     EXPECT_FALSE(answer.contains("vantrell only")) << path << answer;
   }
+}
+
+TEST_F(ACPHostServicesTest, PipeInTheProjectHoldsNobodyUp) {
+  ASSERT_EQ(::mkfifo((root_ + "/pipe").c_str(), 0600), 0);
+  EXPECT_TRUE(content(root_ + "/pipe").ends_with("Not a regular file"));
+  EXPECT_TRUE(write(root_ + "/pipe", "x").starts_with("error: "));
 }
 
 TEST_F(ACPHostServicesTest, LinesAreCountedFromOneAndJoinedByLineFeeds) {
