@@ -4,6 +4,7 @@
 
 #include "platform/text.h"
 #include "shell/terminal/permission_prompt.h"
+#include "shell/terminal/plain_words.h"
 #include "shell/terminal/terminal_text.h"
 
 namespace vantrell::shell {
@@ -90,8 +91,8 @@ void TranscriptPrinter::remark(std::string_view text) {
 // ---- entries ------------------------------------------------------------------------------------
 
 void TranscriptPrinter::introduced(const RunIntroduction& introduction) {
-  goingOn_ = fmt::format("vantrell run {} {}", introduction.goingOn,
-                         introduction.conversation.threadID.text().substr(0, taskIDShown));
+  goingOn_ = asTyped(fmt::format("vantrell run {} {}", introduction.goingOn,
+                                 introduction.conversation.threadID.text().substr(0, taskIDShown)));
   beginBlock(Block::other);
   line(style_.dim(fmt::format("{} in {}", introduction.runtime, sanitized(introduction.folder))));
   if (introduction.earlierEntries != 0) {
