@@ -34,7 +34,9 @@ class Driver {
     configuration.runtimeName = "Runtime";
 
     ACPConnection::Events events;
-    events.sessionUpdate = [](JsonObject update, std::size_t) { json::write(update); };
+    events.sessionUpdates = [](const std::vector<JsonObject>& updates, std::size_t) {
+      for (const auto& update : updates) json::write(update);
+    };
     events.permissionRequest = [this](PermissionRequest request, std::size_t) {
       lastQuestion_ = request.id;
     };

@@ -111,6 +111,9 @@ void SessionIntake::rebuildPlan(const JsonObject& update, const ThreadExecutionK
                      json::textOr(*entry, "priority", "medium")});
   }
   execution.plan = std::move(plan);
+  // The plan is the one thing of an update that the mirror holds; for the entries of a stream there
+  // is nothing to publish, thousands of times a second.
+  executions_.publishExecutionIfSelected(key);
   changes_.announce({.kind = Change::Kind::planReplaced, .conversation = key});
 }
 
@@ -127,8 +130,8 @@ void SessionIntake::markActivity(const ThreadExecutionKey& key, ThreadExecutionR
           "{} resumed activity.",
           execution.activeProvider ? shortLabel(*execution.activeProvider) : "The agent");
     });
+    executions_.publishExecutionIfSelected(key);
   }
-  executions_.publishExecutionIfSelected(key);
 }
 
 // ---- replay -------------------------------------------------------------------------------------

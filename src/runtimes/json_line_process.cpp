@@ -42,6 +42,7 @@ struct JsonLineProcess::State {
         handlers.onOtherLine(line);
       }
     });
+    if (!isStopped && handlers.onReadHandled) handlers.onReadHandled();
   }
 
   void consumeError(std::string_view bytes) {

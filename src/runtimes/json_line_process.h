@@ -21,6 +21,8 @@ class JsonLineProcess {
   struct Handlers {
     /// A line that is a JSON object; `bytes` is the line's length.
     std::function<void(JsonObject message, std::size_t bytes)> onMessage;
+    /// What came in one read has been handled: the moment to hand over what was gathered.
+    std::function<void()> onReadHandled;
     /// A line that is not, without its line feed. Unset: such lines are dropped.
     std::function<void(std::string_view line)> onOtherLine;
     /// Standard error, as it comes; text that is not UTF-8 is dropped.

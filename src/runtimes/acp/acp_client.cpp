@@ -49,10 +49,15 @@ void ACPClient::connect(ACPConfiguration configuration) {
   };
 
   ACPConnection::Events events;
-  events.sessionUpdate = [tell](JsonObject update, std::size_t bytes) {
+  events.sessionUpdates = [tell](std::vector<JsonObject> updates, std::size_t bytes) {
     tell(
-        [update = std::move(update)](ACPClient& client) {
-          if (client.onSessionUpdate) client.onSessionUpdate(update);
+        [updates = std::move(updates)](ACPClient& client) mutable {
+          for (const auto& update : updates) {
+            if (client.onSessionUpdate) client.onSessionUpdate(update);
+          }
+          // Their memory goes back to where it was taken: freed here, it would make this queue wait
+          // for the allocations of the next updates, and those for this queue.
+          client.queue_.post([updates = std::move(updates)] {});
         },
         bytes);
   };

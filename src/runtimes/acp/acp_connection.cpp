@@ -45,6 +45,9 @@ std::optional<ACPClientError> ACPConnection::launch() {
   handlers.onMessage = [weak](JsonObject message, std::size_t bytes) {
     if (const auto self = weak.lock()) self->handle(std::move(message), bytes);
   };
+  handlers.onReadHandled = [weak] {
+    if (const auto self = weak.lock()) self->handOutUpdates();
+  };
   handlers.onErrorText = [weak](std::string text) {
     if (const auto self = weak.lock(); self && self->events_.log)
       self->events_.log(std::move(text));
@@ -222,9 +225,17 @@ void ACPConnection::handle(JsonObject message, std::size_t bytes) {
   }
 }
 
+void ACPConnection::handOutUpdates() {
+  if (updates_.empty()) return;
+  auto updates = std::exchange(updates_, {});
+  const auto bytes = std::exchange(updateBytes_, 0);
+  if (events_.sessionUpdates) events_.sessionUpdates(std::move(updates), bytes);
+}
+
 void ACPConnection::handleResponse(std::int64_t id, const JsonObject& message) {
   const auto completion = pending_.take(id);
   if (!completion) return;
+  handOutUpdates();
   if (const JsonObject* error = json::object(message, "error")) {
     const std::string unknown =
         fmt::format("{} returned an unknown error.", configuration_.runtimeName);
@@ -237,9 +248,11 @@ void ACPConnection::handleResponse(std::int64_t id, const JsonObject& message) {
 
 void ACPConnection::handleNotification(std::string_view method, JsonObject& params,
                                        std::size_t bytes) {
-  if (method != "session/update" || !events_.sessionUpdate) return;
+  if (method != "session/update") return;
   Json* update = params.find("update");
-  if (update && update->asObject()) events_.sessionUpdate(std::move(*update->asObject()), bytes);
+  if (!update || !update->asObject()) return;
+  updates_.push_back(std::move(*update->asObject()));
+  updateBytes_ += bytes;
 }
 
 void ACPConnection::handleRequest(std::int64_t id, const std::string& method,
@@ -270,6 +283,7 @@ void ACPConnection::handlePermissionRequest(std::int64_t id, const JsonObject& p
       return send(acp::response(id, acp::selectedOutcome(option->id)));
     }
   }
+  handOutUpdates();
   pendingPermissionIDs_.insert(id);
   if (events_.permissionRequest) events_.permissionRequest(std::move(question), bytes);
 }
@@ -287,6 +301,7 @@ void ACPConnection::send(const JsonObject& message) {
 }
 
 void ACPConnection::failPending(const AgentError& error) {
+  handOutUpdates();
   pending_.finishAll(std::unexpected(error));
 }
 

@@ -28,7 +28,8 @@ class ACPConnection : public std::enable_shared_from_this<ACPConnection> {
  public:
   /// Called on the client's queue.
   struct Events {
-    std::function<void(JsonObject update, std::size_t bytes)> sessionUpdate;
+    /// In the order in which they came, as many as one read brought.
+    std::function<void(std::vector<JsonObject> updates, std::size_t bytes)> sessionUpdates;
     std::function<void(PermissionRequest, std::size_t bytes)> permissionRequest;
     std::function<void(std::string text)> log;
     std::function<void()> replayStarted;
@@ -54,8 +55,10 @@ class ACPConnection : public std::enable_shared_from_this<ACPConnection> {
   /// The part of start() behind the launch: "initialize", then the session.
   void initialize(std::optional<std::string> existingSessionID,
                   AgentClient::StartCompletion completion);
-  /// One message of the runtime; `bytes` is its length on the wire.
+  /// One message of the runtime; `bytes` is its length on the wire. Session updates are gathered
+  /// and handed out by handOutUpdates(), and before anything that comes behind them.
   void handle(JsonObject message, std::size_t bytes);
+  void handOutUpdates();
 
  private:
   using Answer = std::expected<JsonObject, AgentError>;
@@ -91,6 +94,8 @@ class ACPConnection : public std::enable_shared_from_this<ACPConnection> {
   bool supportsConfigOptions_ = false;           // known after "initialize"
   bool hasEnded_ = false;                        // stopped, or the process died
   std::optional<std::string> sessionId_;
+  std::vector<JsonObject> updates_;  // gathered, not handed out yet
+  std::size_t updateBytes_ = 0;
 };
 
 }  // namespace vantrell
