@@ -172,6 +172,7 @@ void ProcessChild::readChunk(Stream stream) {
   } else if (count == 0 || (errno != EAGAIN && errno != EINTR)) {
     from.watch.reset();
     from.pipe.reset();
+    if (leaderExited_ && outputEnded()) channel_->finish();
   }
 }
 
@@ -193,11 +194,11 @@ void ProcessChild::readWhatIsThere(Stream stream) {
 }
 
 void ProcessChild::readAgain(Stream stream) {
-  if (!leaderExited_) updateReading(stream);
+  updateReading(stream);
 }
 
 void ProcessChild::setPaused(bool paused) {
-  if (leaderExited_ || stopped_) return;
+  if (stopped_) return;
   paused_ = paused;
   updateReading(Stream::output);
   updateReading(Stream::error);
@@ -270,19 +271,21 @@ void ProcessChild::onLeaderExit() {
     readWhatIsThere(Stream::output);
     readWhatIsThere(Stream::error);
   }
-  output_ = {};
-  error_ = {};
   closeInput();
-  // Nothing of the child is left when its exit is reported, and its exit is on its way when nobody
-  // waits for it any more.
-  if (endsGroupWithLeader_) bury();
-  channel_->inputEnded(processError(ProcessError::Step::write, EPIPE));
-  channel_->exited(status);
   if (endsGroupWithLeader_) {
-    retire();
-  } else if (stopped_) {
-    awaitGroup();
+    output_ = {};
+    error_ = {};
+    // Nothing of the child is left when its exit is reported, and its exit is on its way when
+    // nobody waits for it any more.
+    bury();
   }
+  channel_->inputEnded(processError(ProcessError::Step::write, EPIPE));
+  channel_->exited(status, outputEnded());
+  if (endsGroupWithLeader_) return retire();
+  // Those that are left go on writing: a closed pipe would kill them at their next word.
+  updateReading(Stream::output);
+  updateReading(Stream::error);
+  if (stopped_) awaitGroup();
 }
 
 void ProcessChild::terminate(Duration grace) {
@@ -320,7 +323,9 @@ void ProcessChild::killBy(Duration instant) {
 
 void ProcessChild::killGroup() {
   ::kill(-id_, SIGKILL);
-  if (leaderExited_) retire();
+  killInstant_.reset();
+  // Without a stop, what the group had written is still to be read.
+  if (leaderExited_ && stopped_) retire();
 }
 
 /// The leader is a zombie, the others have their grace. Only when leader and group end apart.
