@@ -71,6 +71,7 @@ class ProcessChild : public std::enable_shared_from_this<ProcessChild> {
   Timer patienceTimer_;
   Timer killTimer_;
   Timer groupTimer_;
+  Duration groupCheck_;  // until the next look at the group
 };
 
 }  // namespace vantrell
