@@ -1,8 +1,8 @@
 #include "platform/dispatch.h"
 
-#include <atomic>
 #include <boost/asio/post.hpp>
 #include <boost/asio/thread_pool.hpp>
+#include <condition_variable>
 #include <mutex>
 #include <thread>
 
@@ -18,19 +18,49 @@ unsigned defaultThreadCount() {
   return std::clamp(2 * std::thread::hardware_concurrency(), 4U, 16U);
 }
 
-/// An exception that escaped from work would otherwise end up in whoever runs the queue.
-auto guarded(Work work) {
-  return [work = std::move(work)]() mutable noexcept { work(); };
-}
-
 }  // namespace
 
-/// Shared with the serial queues, which may be around for longer than the pool.
+/// Shared with the serial queues, which may be around for longer than the pool. Counts its work
+/// itself: what came between the end of the threads and the notice of it would neither run nor go.
 struct BackgroundPool::Impl {
   explicit Impl(unsigned count) : threads(count) {}
-  void post(Work work) { asio::post(threads, guarded(std::move(work))); }
+
+  /// False, and the work is untouched, when the pool takes no more.
+  bool post(Work&& work) {
+    {
+      const std::lock_guard lock(mutex);
+      if (finished) return false;
+      ++unfinished;
+    }
+    // An exception that escaped from work would otherwise end up in whoever runs the queue.
+    asio::post(threads, [this, work = std::move(work)]() mutable noexcept {
+      work();
+      work = nullptr;
+      const std::lock_guard lock(mutex);
+      if (--unfinished > 0 || !finishing) return;
+      // Decided here: who posts all the time could keep the waiting thread waiting.
+      finished = true;
+      ended.notify_all();
+    });
+    return true;
+  }
+
+  void finish() {
+    {
+      std::unique_lock lock(mutex);
+      finishing = true;
+      finished = unfinished == 0;
+      ended.wait(lock, [this] { return finished; });
+    }
+    threads.join();
+  }
+
   asio::thread_pool threads;
-  std::atomic<bool> finished = false;
+  std::mutex mutex;
+  std::condition_variable ended;
+  std::size_t unfinished = 0;
+  bool finishing = false;
+  bool finished = false;  // and nothing is unfinished
 };
 
 /// Not an Asio strand: that one allocates and takes a lock for each piece of work, this one takes
@@ -42,7 +72,6 @@ struct SerialQueue::Impl : std::enable_shared_from_this<Impl> {
   void post(Work work) {
     {
       const std::lock_guard lock(mutex);
-      if (pool->finished) return;
       waiting.push_back(std::move(work));
       if (std::exchange(active, true)) return;
     }
@@ -50,7 +79,12 @@ struct SerialQueue::Impl : std::enable_shared_from_this<Impl> {
   }
 
   void activate() {
-    pool->post([self = shared_from_this()] { self->runBatch(); });
+    if (pool->post([self = shared_from_this()] { self->runBatch(); })) return;
+    // Nobody will run it, and what it holds may hold this queue.
+    std::vector<Work> dropped;
+    const std::lock_guard lock(mutex);
+    dropped.swap(waiting);
+    active = false;
   }
 
   void runBatch() {
@@ -87,12 +121,11 @@ BackgroundPool::BackgroundPool(unsigned threads)
     : impl_(std::make_shared<Impl>(threads == 0 ? defaultThreadCount() : threads)) {}
 
 BackgroundPool::~BackgroundPool() {
-  impl_->threads.join();
-  impl_->finished = true;
+  impl_->finish();
 }
 
 void BackgroundPool::post(Work work) {
-  asio::post(impl_->threads, guarded(std::move(work)));
+  impl_->post(std::move(work));
 }
 
 SerialQueue::SerialQueue(BackgroundPool& pool, std::string label)

@@ -41,6 +41,7 @@ struct ProcessOptions {
   /// Standard error goes where standard output goes, in the order of the writes.
   bool mergeErrorIntoOutput = false;
   /// What is left of the group when its leader exits is killed before the exit is reported.
+  /// Otherwise it lives on until stop(), and its output is delivered until its end.
   bool endGroupWithLeader = true;
 };
 
@@ -72,7 +73,9 @@ class Process {
     /// The child closed its input or died with bytes unsent; at most once. EPIPE mostly.
     std::function<void(ProcessError)> onWriteError;
     /// Exactly once, after every byte that was written before the exit has been delivered. A
-    /// grandchild that holds the pipes open delays nothing. Not called after stop().
+    /// grandchild that holds the pipes open delays nothing. Not called after stop(). The last call,
+    /// and the handlers are let go of, unless the group may outlive its leader: then output may
+    /// follow, and they are held until its end or stop().
     std::function<void(ExitStatus)> onExit;
   };
 
@@ -99,7 +102,7 @@ class Process {
   void pauseReading();
   void resumeReading();
   /// SIGTERM for the whole group, and SIGKILL for what is left of it after `grace`. onExit still
-  /// comes.
+  /// comes, and a group that may outlive its leader still wants a stop().
   void terminate(std::chrono::milliseconds grace = defaultGrace);
   /// Closes the input, drops what the child still writes, and terminates. No handler is called from
   /// now on (one that is running on the queue finishes). With patience, the child first gets what

@@ -90,21 +90,19 @@ void ProcessChannel::handled(Stream stream) {
   roomAgain(stream);
 }
 
-void ProcessChannel::exited(ExitStatus status) {
+void ProcessChannel::exited(ExitStatus status, bool isLastEvent) {
   running_ = false;
   const std::lock_guard lock(mutex_);
   if (!handlers_) return;
-  queue_.post([self = shared_from_this(), status] {
-    auto handlers = self->liveHandlers();
-    if (!handlers) return;
-    {
-      // The last event. Letting go of the handlers here breaks circles of those that hold their
-      // own Process.
-      const std::lock_guard inner(self->mutex_);
-      self->handlers_.reset();
-    }
-    if (handlers->onExit) handlers->onExit(status);
+  queue_.post([self = shared_from_this(), status, isLastEvent] {
+    const auto handlers = isLastEvent ? self->releaseHandlers() : self->liveHandlers();
+    if (handlers && handlers->onExit) handlers->onExit(status);
   });
+}
+
+void ProcessChannel::finish() {
+  const std::lock_guard lock(mutex_);
+  if (handlers_) queue_.post([self = shared_from_this()] { self->releaseHandlers(); });
 }
 
 void ProcessChannel::post(std::function<void(const Process::Handlers&)> call) {
@@ -113,6 +111,12 @@ void ProcessChannel::post(std::function<void(const Process::Handlers&)> call) {
   queue_.post([self = shared_from_this(), call = std::move(call)] {
     if (const auto handlers = self->liveHandlers()) call(*handlers);
   });
+}
+
+/// Breaks circles of handlers that hold their own Process.
+std::shared_ptr<const Process::Handlers> ProcessChannel::releaseHandlers() {
+  const std::lock_guard lock(mutex_);
+  return std::exchange(handlers_, nullptr);
 }
 
 std::shared_ptr<const Process::Handlers> ProcessChannel::liveHandlers() const {

@@ -46,11 +46,15 @@ class ProcessChannel : public std::enable_shared_from_this<ProcessChannel> {
   bool hasRoom(Stream stream);
   std::function<void(Stream)> roomAgain;  // set before the first chunk
   void deliver(Stream stream, std::string bytes);
-  void exited(ExitStatus status);
+  /// Reports the exit. Output may still follow unless it is the last event.
+  void exited(ExitStatus status, bool isLastEvent);
+  /// Lets go of the handlers behind all that was reported.
+  void finish();
 
  private:
   void post(std::function<void(const Process::Handlers&)> call);
   std::shared_ptr<const Process::Handlers> liveHandlers() const;
+  std::shared_ptr<const Process::Handlers> releaseHandlers();
   void handled(Stream stream);
 
   struct Flow {
@@ -62,7 +66,7 @@ class ProcessChannel : public std::enable_shared_from_this<ProcessChannel> {
   std::atomic<std::size_t> unsent_ = 0;
   std::atomic<bool> running_ = true;
   mutable std::mutex mutex_;
-  std::shared_ptr<const Process::Handlers> handlers_;  // null: stopped, or the exit was reported
+  std::shared_ptr<const Process::Handlers> handlers_;  // null: stopped, or nothing more will come
   bool stopped_ = false;
   std::array<Flow, 2> flows_;
   Outgoing outgoing_;

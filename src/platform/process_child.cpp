@@ -3,10 +3,10 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <fstream>
 #include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/wait.h>
@@ -23,8 +23,11 @@ namespace {
 constexpr std::size_t chunkBytes = std::size_t{64} * 1024;
 /// A larger pipe saves wake-ups on both sides. Best effort: the user may have used up his share.
 constexpr int outputPipeBytes = 256 * 1024;
-/// How often a group that lost its leader is looked at while it has its grace.
-constexpr std::chrono::milliseconds groupCheckPeriod{50};
+/// How soon a group that lost its leader is looked at again while it has its grace: most end within
+/// the first of these, each look at one that does not doubles it up to the second, because it is a
+/// walk through all processes of the machine.
+constexpr std::chrono::milliseconds firstGroupCheck{20};
+constexpr std::chrono::milliseconds lastGroupCheck{640};
 
 Duration steadyNow() {
   return std::chrono::steady_clock::now().time_since_epoch();
@@ -57,23 +60,39 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
   return result;
 }
 
-/// Whether the group has a member that still runs: a zombie is none.
+/// The state and the group of a process, from its /proc/<id>/stat.
+struct ProcessState {
+  char letter = 'X';
+  long group = 0;
+};
+
+ProcessState stateOf(int procFolder, const char* id) {
+  char name[64];
+  char text[512];  // what is needed comes within the first 100
+  *fmt::format_to_n(name, sizeof name - 1, "{}/stat", id).out = '\0';
+  const Descriptor file(::openat(procFolder, name, O_RDONLY | O_CLOEXEC));
+  const ssize_t length = file ? ::read(file.get(), text, sizeof text - 1) : 0;
+  if (length <= 0) return {};
+  text[length] = '\0';
+  // The name is in parentheses and may contain anything: "12 (a) b) S 1 12 ...".
+  const char* const end = std::strrchr(text, ')');
+  if (end == nullptr || end + 3 >= text + length) return {};
+  char* rest = nullptr;
+  std::strtol(end + 3, &rest, 10);  // the parent
+  return {end[2], std::strtol(rest, nullptr, 10)};
+}
+
+/// Whether the group has a member that still runs: a zombie is none. A signal to the group cannot
+/// tell while its leader is a zombie, it can only say that nobody is left at all.
 bool groupHasMembers(pid_t group) {
+  if (::kill(-group, 0) != 0 && errno == ESRCH) return false;
   DIR* const folder = ::opendir("/proc");
   if (folder == nullptr) return true;
   bool found = false;
   while (const dirent* entry = found ? nullptr : ::readdir(folder)) {
     if (entry->d_name[0] < '1' || entry->d_name[0] > '9') continue;
-    std::ifstream file(std::string("/proc/") + entry->d_name + "/stat");
-    std::string line;
-    std::getline(file, line);
-    // The name is in parentheses and may contain anything: "12 (a) b) S 1 12 ...".
-    const auto end = line.rfind(')');
-    if (end == std::string::npos || end + 2 >= line.size()) continue;
-    const char state = line[end + 2];
-    char* rest = line.data() + end + 3;
-    std::strtol(rest, &rest, 10);  // the parent
-    found = std::strtol(rest, nullptr, 10) == group && state != 'Z' && state != 'X';
+    const auto state = stateOf(::dirfd(folder), entry->d_name);
+    found = state.group == group && state.letter != 'Z' && state.letter != 'X';
   }
   ::closedir(folder);
   return found;
@@ -82,7 +101,7 @@ bool groupHasMembers(pid_t group) {
 }  // namespace
 
 ProcessChild::ProcessChild(ProcessSupervisor& supervisor, std::shared_ptr<ProcessChannel> channel)
-    : supervisor_(supervisor), channel_(std::move(channel)) {}
+    : supervisor_(supervisor), channel_(std::move(channel)), groupCheck_(firstGroupCheck) {}
 
 std::expected<void, ProcessError> ProcessChild::launch(const ProcessOptions& options) {
   std::vector<std::string> arguments{options.executable};
@@ -172,6 +191,7 @@ void ProcessChild::readChunk(Stream stream) {
   } else if (count == 0 || (errno != EAGAIN && errno != EINTR)) {
     from.watch.reset();
     from.pipe.reset();
+    if (leaderExited_ && outputEnded()) channel_->finish();
   }
 }
 
@@ -193,11 +213,11 @@ void ProcessChild::readWhatIsThere(Stream stream) {
 }
 
 void ProcessChild::readAgain(Stream stream) {
-  if (!leaderExited_) updateReading(stream);
+  updateReading(stream);
 }
 
 void ProcessChild::setPaused(bool paused) {
-  if (leaderExited_ || stopped_) return;
+  if (stopped_) return;
   paused_ = paused;
   updateReading(Stream::output);
   updateReading(Stream::error);
@@ -270,19 +290,21 @@ void ProcessChild::onLeaderExit() {
     readWhatIsThere(Stream::output);
     readWhatIsThere(Stream::error);
   }
-  output_ = {};
-  error_ = {};
   closeInput();
-  // Nothing of the child is left when its exit is reported, and its exit is on its way when nobody
-  // waits for it any more.
-  if (endsGroupWithLeader_) bury();
-  channel_->inputEnded(processError(ProcessError::Step::write, EPIPE));
-  channel_->exited(status);
   if (endsGroupWithLeader_) {
-    retire();
-  } else if (stopped_) {
-    awaitGroup();
+    output_ = {};
+    error_ = {};
+    // Nothing of the child is left when its exit is reported, and its exit is on its way when
+    // nobody waits for it any more.
+    bury();
   }
+  channel_->inputEnded(processError(ProcessError::Step::write, EPIPE));
+  channel_->exited(status, outputEnded());
+  if (endsGroupWithLeader_) return retire();
+  // Those that are left go on writing: a closed pipe would kill them at their next word.
+  updateReading(Stream::output);
+  updateReading(Stream::error);
+  if (stopped_) awaitGroup();
 }
 
 void ProcessChild::terminate(Duration grace) {
@@ -320,14 +342,17 @@ void ProcessChild::killBy(Duration instant) {
 
 void ProcessChild::killGroup() {
   ::kill(-id_, SIGKILL);
-  if (leaderExited_) retire();
+  killInstant_.reset();
+  // Without a stop, what the group had written is still to be read.
+  if (leaderExited_ && stopped_) retire();
 }
 
 /// The leader is a zombie, the others have their grace. Only when leader and group end apart.
 void ProcessChild::awaitGroup() {
   if (buried_) return;
   if (!groupHasMembers(id_)) return retire();
-  groupTimer_ = supervisor_.reactor().after(groupCheckPeriod, [this] { awaitGroup(); });
+  groupTimer_ = supervisor_.reactor().after(groupCheck_, [this] { awaitGroup(); });
+  groupCheck_ = std::min<Duration>(2 * groupCheck_, lastGroupCheck);
 }
 
 /// Frees the id, and with it the group's.

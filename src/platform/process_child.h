@@ -42,6 +42,7 @@ class ProcessChild : public std::enable_shared_from_this<ProcessChild> {
   void readWhatIsThere(ProcessChannel::Stream stream);
   void sendPieces();
   void closeInput();
+  bool outputEnded() const { return !output_.pipe && !error_.pipe; }
   void onLeaderExit();
   void killBy(Duration instant);
   void killGroup();
@@ -70,6 +71,7 @@ class ProcessChild : public std::enable_shared_from_this<ProcessChild> {
   Timer patienceTimer_;
   Timer killTimer_;
   Timer groupTimer_;
+  Duration groupCheck_;  // until the next look at the group
 };
 
 }  // namespace vantrell

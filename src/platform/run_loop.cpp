@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "platform/descriptor.h"
+#include "platform/terminal.h"
 #include "platform/timer_table.h"
 
 namespace vantrell {
@@ -113,14 +114,31 @@ std::shared_ptr<RunLoop::SignalWatch> RunLoop::watchSignals(const std::vector<in
   return watch;
 }
 
+namespace {
+
+/// A descriptor of our own for the same source. Of a terminal with an open file of its own, whose
+/// reads do not block without changing the mode of those that other programs share: what a poll saw
+/// may be gone before the read, by a flush or another reader.
+Descriptor openAgain(int descriptor) {
+  if (terminal::isTerminal(descriptor)) {
+    const auto path = "/proc/self/fd/" + std::to_string(descriptor);
+    Descriptor own(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (own) return own;
+    // Not permitted, as after a change of the user.
+  }
+  return Descriptor(::fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
+}
+
+}  // namespace
+
 /// Reads on a thread of its own. The event loop could only read without blocking, and that mode
-/// would be shared with every other program on the same terminal; nor can it watch a plain file.
+/// would be shared with every other program on the same pipe; nor can it watch a plain file.
 class RunLoop::LineWatch : public std::enable_shared_from_this<LineWatch> {
  public:
   LineWatch(RunLoop& loop, int descriptor, std::function<void(std::string)> onLine,
             std::function<void()> onEnd)
       : loop_(loop),
-        source_(::fcntl(descriptor, F_DUPFD_CLOEXEC, 0)),
+        source_(openAgain(descriptor)),
         onLine_(std::move(onLine)),
         onEnd_(std::move(onEnd)) {}
 
@@ -138,6 +156,14 @@ class RunLoop::LineWatch : public std::enable_shared_from_this<LineWatch> {
     thread_ = std::thread([this, weak = weak_from_this()] { read(weak); });
   }
 
+  void discardPending() {
+    // The reading thread holds it too from the poll to the end of the read.
+    const std::lock_guard lock(mutex_);
+    terminal::discardTypedAhead(source_.get());
+    ++discards_;
+    partial_.clear();
+  }
+
  private:
   static constexpr std::size_t chunkBytes = std::size_t{64} * 1024;
 
@@ -149,27 +175,31 @@ class RunLoop::LineWatch : public std::enable_shared_from_this<LineWatch> {
       // A bad descriptor is not waited for: the read says so.
       if (source_ && ::poll(waits, 2, -1) < 0 && errno == EINTR) continue;
       if (waits[1].revents != 0) return;
+      std::unique_lock lock(mutex_);
+      // What was seen may have been discarded while the lock was awaited.
+      if (source_ && ::poll(waits, 1, 0) == 0) continue;
       const ssize_t count = ::read(source_.get(), chunk.data(), chunk.size());
       if (count < 0 && (errno == EINTR || errno == EAGAIN)) continue;
       const auto length = static_cast<std::size_t>(std::max<ssize_t>(count, 0));
-      if (!handOver(weak, chunk.substr(0, length)) || count <= 0) return;
+      if (!handOver(lock, weak, chunk.substr(0, length)) || count <= 0) return;
     }
   }
 
   /// One chunk at a time: input that comes faster than it is used waits where it is. No bytes mean
   /// the end. False when the watch goes.
-  bool handOver(const std::weak_ptr<LineWatch>& weak, std::string bytes) {
-    std::unique_lock lock(mutex_);
+  bool handOver(std::unique_lock<std::mutex>& lock, const std::weak_ptr<LineWatch>& weak,
+                std::string bytes) {
     if (cancelled_) return false;
     delivering_ = !bytes.empty();
-    loop_.post([weak, bytes = std::move(bytes)] {
-      if (const auto self = weak.lock()) self->deliver(bytes);
+    loop_.post([weak, bytes = std::move(bytes), discards = discards_] {
+      if (const auto self = weak.lock()) self->deliver(bytes, discards);
     });
     turn_.wait(lock, [this] { return cancelled_ || !delivering_; });
     return !cancelled_;
   }
 
-  void deliver(const std::string& bytes) {
+  /// `discards` tells when the bytes were read.
+  void deliver(const std::string& bytes, int discards) {
     const std::weak_ptr<LineWatch> alive = weak_from_this();
     if (bytes.empty()) {
       if (!partial_.empty()) onLine_(std::exchange(partial_, {}));
@@ -177,14 +207,15 @@ class RunLoop::LineWatch : public std::enable_shared_from_this<LineWatch> {
       return;
     }
     std::size_t start = 0;
-    for (auto end = bytes.find('\n'); end != std::string::npos; end = bytes.find('\n', start)) {
+    for (auto end = bytes.find('\n'); end != std::string::npos && discards == discards_;
+         end = bytes.find('\n', start)) {
       partial_.append(bytes, start, end - start);
       start = end + 1;
       onLine_(std::exchange(partial_, {}));
       // The caller's own reference is gone: the watch was destroyed by its handler.
       if (alive.use_count() <= 1) return;
     }
-    partial_.append(bytes, start);
+    if (discards == discards_) partial_.append(bytes, start);
     const std::lock_guard lock(mutex_);
     delivering_ = false;
     turn_.notify_all();
@@ -195,11 +226,12 @@ class RunLoop::LineWatch : public std::enable_shared_from_this<LineWatch> {
   Descriptor cancel_{::eventfd(0, EFD_CLOEXEC)};
   std::function<void(std::string)> onLine_;
   std::function<void()> onEnd_;
-  std::string partial_;
+  std::string partial_;  // the main queue's
   std::mutex mutex_;
   std::condition_variable turn_;
   bool cancelled_ = false;
   bool delivering_ = false;
+  int discards_ = 0;  // changed on the main queue only
   std::thread thread_;
 };
 
@@ -209,6 +241,10 @@ std::shared_ptr<RunLoop::LineWatch> RunLoop::watchLines(int descriptor,
   auto watch = std::make_shared<LineWatch>(*this, descriptor, std::move(onLine), std::move(onEnd));
   watch->begin();
   return watch;
+}
+
+void RunLoop::discardPending(LineWatch& watch) {
+  watch.discardPending();
 }
 
 }  // namespace vantrell

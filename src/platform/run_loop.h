@@ -40,6 +40,9 @@ class RunLoop final : public MainQueue {
   [[nodiscard]] std::shared_ptr<LineWatch> watchLines(int descriptor,
                                                       std::function<void(std::string)> onLine,
                                                       std::function<void()> onEnd);
+  /// Forgets what was typed at the watch's terminal and not delivered yet, so that keys pressed
+  /// earlier answer no question. This queue.
+  static void discardPending(LineWatch& watch);
 
  private:
   struct Impl;

@@ -16,6 +16,7 @@ struct Size {
 std::optional<Size> size(int descriptor);
 
 /// Forgets what has been typed and not read yet, so that keys pressed earlier answer no question.
+/// Of a terminal that a RunLoop watches, its discardPending() does it.
 void discardTypedAhead(int descriptor);
 
 /// A write to a pipe without a reader fails with EPIPE from now on, and does not end the program.

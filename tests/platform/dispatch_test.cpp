@@ -82,5 +82,27 @@ TEST(SerialQueue, DropsWhatIsPostedAfterThePoolIsGone) {
   EXPECT_EQ(held.use_count(), 1);
 }
 
+TEST(SerialQueue, KeepsNothingThatIsPostedWhileThePoolGoes) {
+  auto held = std::make_shared<int>(0);
+  for (int round = 0; round < 300; ++round) {
+    auto pool = std::make_unique<BackgroundPool>(1);
+    std::atomic<bool> posting = false;
+    std::atomic<bool> enough = false;
+    std::thread other([&, queue = SerialQueue(*pool, "orphan")] {
+      while (!enough) {
+        // Work that holds its own queue, as most does.
+        queue.post([held, queue] {});
+        posting = true;
+        std::this_thread::yield();
+      }
+    });
+    while (!posting) std::this_thread::yield();
+    pool.reset();
+    enough = true;
+    other.join();
+    ASSERT_EQ(held.use_count(), 1) << "in round " << round;
+  }
+}
+
 }  // namespace
 }  // namespace vantrell

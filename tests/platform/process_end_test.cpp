@@ -2,6 +2,7 @@
 #include <fstream>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <thread>
 
 #include "platform/process_fixture.h"
 #include "support/temporary_folder.h"
@@ -62,6 +63,98 @@ TEST_F(ProcessEnd, RestOfTheGroupMayOutliveItsLeaderUntilTheStop) {
   EXPECT_FALSE(Process::waitForAll(0ms)) << "its group counts";
   record->process->stop();
   EXPECT_TRUE(waitForEnd(grandchild));
+  EXPECT_TRUE(Process::waitForAll(20s));
+}
+
+/// A shell that leaves another one behind, which says "early" and waits for a line in the pipe
+/// "go" of the folder.
+class ProcessLeftBehind : public ProcessTest {
+ protected:
+  ProcessLeftBehind() { EXPECT_EQ(::mkfifo((folder_ / "go").c_str(), 0600), 0); }
+  ProcessOptions leaving(const std::string& script) const {
+    auto options = shell("(read x < go; " + script + ") & echo early");
+    options.workingFolder = folder_.path();
+    options.endGroupWithLeader = false;
+    return options;
+  }
+  Descriptor makePipe(const char* name) const {
+    EXPECT_EQ(::mkfifo((folder_ / name).c_str(), 0600), 0);
+    return Descriptor(::open((folder_ / name).c_str(), O_RDWR | O_CLOEXEC));
+  }
+  void go() const {
+    const Descriptor pipe(::open((folder_ / "go").c_str(), O_RDWR | O_CLOEXEC));
+    EXPECT_EQ(::write(pipe.get(), "\n", 1), 1);
+    // Kept open until it was read.
+    pollfd wait{pipe.get(), POLLIN, 0};
+    while (::poll(&wait, 1, 0) == 1) std::this_thread::yield();
+  }
+  TemporaryFolder folder_;
+};
+
+TEST_F(ProcessLeftBehind, IsReadToItsEndAfterTheExit) {
+  auto held = std::make_shared<int>(0);
+  auto record = std::make_shared<Record>();
+  auto handlers = handlersFor(record);
+  handlers.onWriteError = [held](const ProcessError&) {};
+  auto started =
+      Process::start(leaving("echo late; echo error >&2; seq 200000"), queue_, std::move(handlers));
+  ASSERT_TRUE(started);
+  finish(record);
+  EXPECT_EQ(record->output, "early\n");
+  EXPECT_FALSE((*started)->isRunning());
+  (*started)->pauseReading();
+  (*started)->resumeReading();
+  go();
+  awaitOutput(*record, "\n200000\n");
+  EXPECT_TRUE(record->output.starts_with("early\nlate\n1\n2\n"));
+  EXPECT_TRUE(main_.runUntil([&] { return record->error == "error\n"; }));
+  EXPECT_EQ(record->exits.size(), 1U);
+  // The end of both its streams is the end of the handlers.
+  EXPECT_TRUE(main_.runUntil([&] {
+    main_.post([] {});
+    return held.use_count() == 1;
+  }));
+  (*started)->stop();
+  EXPECT_TRUE(Process::waitForAll(20s));
+}
+
+TEST_F(ProcessLeftBehind, IsHeldBackByAPause) {
+  const auto record = finish(start(leaving("seq 200000; echo > done")));
+  const Descriptor done = makePipe("done");
+  record->process->pauseReading();
+  go();
+  pollfd wait{done.get(), POLLIN, 0};
+  EXPECT_EQ(::poll(&wait, 1, 20), 0) << "a pipe takes only a part of it";
+  record->process->resumeReading();
+  EXPECT_EQ(::poll(&wait, 1, 20'000), 1);
+  awaitOutput(*record, "\n200000\n");
+}
+
+TEST_F(ProcessLeftBehind, MayStillWriteWithinTheGraceOfAStop) {
+  const auto record =
+      finish(start(leaving("trap 'seq 200000; echo x > farewell; exit' TERM; echo up; "
+                           "while :; do sleep 0.01; done")));
+  go();
+  awaitOutput(*record, "up");
+  record->process->stop(20s);
+  EXPECT_TRUE(Process::waitForAll(20s));
+  EXPECT_TRUE(folder_.names().contains("farewell"));
+  main_.runReady();
+  EXPECT_EQ(record->output, "early\nup\n");
+}
+
+TEST_F(ProcessLeftBehind, IsReadToItsEndWhenItWasKilledToo) {
+  const auto record = finish(start(leaving("echo last; echo > done; exec sleep 1000")));
+  const Descriptor done = makePipe("done");
+  record->process->pauseReading();
+  go();
+  pollfd wait{done.get(), POLLIN, 0};
+  EXPECT_EQ(::poll(&wait, 1, 20'000), 1);
+  record->process->terminate(0ms);
+  record->process->resumeReading();
+  awaitOutput(*record, "last");
+  EXPECT_FALSE(Process::waitForAll(0ms)) << "ends with the stop";
+  record->process->stop(20s);
   EXPECT_TRUE(Process::waitForAll(20s));
 }
 

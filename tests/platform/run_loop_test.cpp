@@ -3,7 +3,10 @@
 #include <csignal>
 #include <fcntl.h>
 #include <fstream>
+#include <future>
 #include <gtest/gtest.h>
+#include <stdlib.h>
+#include <termios.h>
 #include <thread>
 #include <unistd.h>
 
@@ -163,6 +166,80 @@ TEST_F(RunLoopTest, LineWatchOfASilentSourceEndsAtOnce) {
   const Pipe pipe;
   auto watch = loop_.watchLines(pipe.reading.get(), [](std::string) {}, [] {});
   watch.reset();  // joins the reading thread
+}
+
+/// A pseudo terminal that echoes what is typed.
+struct Terminal {
+  Terminal() : keyboard(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
+    EXPECT_EQ(::grantpt(keyboard.get()), 0);
+    EXPECT_EQ(::unlockpt(keyboard.get()), 0);
+    program = Descriptor(::open(::ptsname(keyboard.get()), O_RDWR | O_NOCTTY | O_CLOEXEC));
+  }
+  /// Until the terminal has it.
+  void type(std::string_view line) const {
+    EXPECT_EQ(::write(keyboard.get(), line.data(), line.size()), std::ssize(line));
+    std::string echo;
+    char piece[256];
+    while (!echo.ends_with('\n')) {
+      const auto count = ::read(keyboard.get(), piece, sizeof piece);
+      ASSERT_GT(count, 0);
+      echo.append(piece, static_cast<std::size_t>(count));
+    }
+  }
+  Descriptor keyboard;
+  Descriptor program;
+};
+
+TEST_F(RunLoopTest, WhatWasTypedBeforeTheDiscardIsNoLine) {
+  const Terminal terminal;
+  std::vector<std::string> lines;
+  std::shared_ptr<RunLoop::LineWatch> watch;
+  watch = loop_.watchLines(
+      terminal.program.get(),
+      [&](std::string line) {
+        lines.push_back(std::move(line));
+        if (lines.back() == "new") loop_.quit();
+        // Each line is an answer, and the next question is asked at once.
+        RunLoop::discardPending(*watch);
+        terminal.type("new\n");
+      },
+      [] { ADD_FAILURE() << "no end yet"; });
+  for (int round = 0; round < 100; ++round) {
+    lines.clear();
+    terminal.type("stale\n");
+    // Perhaps on its way to this queue by now, perhaps not.
+    for (int wait = 0; wait < round; ++wait) std::this_thread::yield();
+    RunLoop::discardPending(*watch);
+    terminal.type("first\n");
+    runToQuit();
+    ASSERT_EQ(lines, (std::vector<std::string>{"first", "new"})) << "round " << round;
+    RunLoop::discardPending(*watch);
+  }
+}
+
+TEST_F(RunLoopTest, LineWatchEndsAtOnceThoughOthersFlushItsTerminal) {
+  const Terminal terminal;
+  termios mode{};
+  ::tcgetattr(terminal.program.get(), &mode);
+  mode.c_lflag &= ~static_cast<tcflag_t>(ECHO);  // a flush takes the echo too
+  ::tcsetattr(terminal.program.get(), TCSANOW, &mode);
+  const auto press = [&] { EXPECT_EQ(::write(terminal.keyboard.get(), "\n", 1), 1); };
+
+  std::jthread flusher([&](const std::stop_token& stop) {
+    while (!stop.stop_requested()) ::tcflush(terminal.program.get(), TCIFLUSH);
+  });
+  auto ended = std::async(std::launch::async, [&] {
+    for (int round = 0; round < 3000; ++round) {
+      const auto watch = loop_.watchLines(terminal.program.get(), [](std::string) {}, [] {});
+      std::this_thread::yield();
+      press();
+    }
+  });
+  EXPECT_EQ(ended.wait_for(20s), std::future_status::ready);
+  flusher.request_stop();
+  while (ended.wait_for(1ms) != std::future_status::ready) press();  // releases one that waits
+  EXPECT_EQ(::fcntl(terminal.program.get(), F_GETFL) & O_NONBLOCK, 0)
+      << "the mode is shared with every program on the same terminal";
 }
 
 TEST_F(RunLoopTest, BadDescriptorIsAnEnd) {

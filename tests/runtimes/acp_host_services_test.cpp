@@ -278,6 +278,24 @@ TEST_F(ACPHostServicesTest, ReleaseOfAllEndsWhatACommandLeftRunning) {
   EXPECT_TRUE(Process::waitForAll(std::chrono::seconds(20)));
 }
 
+TEST_F(ACPHostServicesTest, OutputOfWhatACommandLeftRunningIsKept) {
+  ASSERT_EQ(::mkfifo((root_ + "/go").c_str(), 0600), 0);
+  const auto terminal =
+      shell("(read x < go; echo late; exec sleep 1000) & echo early", R"(,"cwd":)" + quoted(root_));
+  EXPECT_EQ(call("terminal/wait_for_exit", terminal), R"({"exitCode":0,"signal":null})");
+  EXPECT_EQ(output(terminal), "early\n");
+  std::ofstream(root_ + "/go") << "\n";
+  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (!output(terminal).contains("late") && std::chrono::steady_clock::now() < limit) {
+    std::this_thread::yield();
+  }
+  EXPECT_EQ(call("terminal/output", terminal), R"({"output":"early\nlate\n","truncated":false,)"
+                                               R"("exitStatus":{"exitCode":0,"signal":null}})");
+  EXPECT_FALSE(Process::waitForAll(std::chrono::seconds(0))) << "its rest still sleeps";
+  EXPECT_EQ(call("terminal/release", terminal), "{}");
+  EXPECT_TRUE(Process::waitForAll(std::chrono::seconds(20)));
+}
+
 TEST_F(ACPHostServicesTest, KeepsTheTailOfTheOutputFromAWholeCharacterOn) {
   const std::tuple<std::string, std::string, bool> cases[] = {
       {"5", "world", true},

@@ -11,7 +11,11 @@ void AnswerSource::ask(std::function<void(std::optional<std::string>)> reply) {
   reply_ = std::move(reply);
   if (kind_ == Kind::terminal) {
     lines_.clear();
-    terminal::discardTypedAhead(descriptor_);
+    if (watch_) {
+      RunLoop::discardPending(*watch_);
+    } else {
+      terminal::discardTypedAhead(descriptor_);
+    }
   }
   if (!watch_ && !hasEnded_) {
     watch_ = loop_.watchLines(
