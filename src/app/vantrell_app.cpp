@@ -50,7 +50,7 @@ std::expected<std::unique_ptr<VantrellApp>, std::string> VantrellApp::start(
   for (const auto& folder : {support, config}) {
     if (const auto made = files::createOwnerOnlyFolder(folder); !made) {
       return std::unexpected(fmt::format(
-          "vantrell cannot keep its state: {}. Make the folder writable, or name another one with "
+          "Vantrell cannot keep its state: {}. Make the folder writable, or name another one with "
           "XDG_DATA_HOME and XDG_CONFIG_HOME.",
           made.error().description));
     }
@@ -60,7 +60,7 @@ std::expected<std::unique_ptr<VantrellApp>, std::string> VantrellApp::start(
     if (lock.error().error) return std::unexpected(lock.error().error->description);
     const auto holder = lock.error().holder;
     return std::unexpected(fmt::format(
-        "vantrell is already running{}. Nothing was changed; use that one, or end it first.",
+        "Vantrell is already running{}. Nothing was changed; use that one, or end it first.",
         holder ? fmt::format(" (process {})", *holder) : ""));
   }
   auto defaults = UserDefaults::open(config + "/defaults.sqlite");

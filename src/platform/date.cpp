@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <ctime>
 #include <fmt/format.h>
 
 namespace vantrell {
@@ -59,6 +60,12 @@ class Scanner {
 Date Date::current() {
   const auto sinceEpoch = chrono::system_clock::now().time_since_epoch();
   return sinceUnixEpoch(Seconds(sinceEpoch).count());
+}
+
+Date Date::currentCoarse() {
+  timespec time{};
+  ::clock_gettime(CLOCK_REALTIME_COARSE, &time);
+  return sinceUnixEpoch(static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9);
 }
 
 std::string iso8601(Date date) {

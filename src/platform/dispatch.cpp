@@ -87,26 +87,38 @@ struct SerialQueue::Impl : std::enable_shared_from_this<Impl> {
     active = false;
   }
 
+  /// Stays on its thread for a turn while work comes in: a stream that hops between threads finds
+  /// its data in another core's cache, and its memory in another thread's arena.
   void runBatch() {
+    const auto turnEnd = std::chrono::steady_clock::now() + turn;
     std::vector<Work> batch;
-    {
-      const std::lock_guard lock(mutex);
-      batch.swap(waiting);
-    }
-    const auto* const outer = std::exchange(current, this);
-    for (auto& work : batch) {
-      work();
-      work = nullptr;  // what it holds goes on this queue too, before the next piece runs
-    }
-    current = outer;
-    {
-      const std::lock_guard lock(mutex);
-      active = !waiting.empty();
-      if (!active) return;
-    }
-    activate();  // behind the other queues of the pool
+    do {
+      if (!takeBatch(batch)) return;
+      const auto* const outer = std::exchange(current, this);
+      for (auto& work : batch) {
+        work();
+        work = nullptr;  // what it holds goes on this queue too, before the next piece runs
+      }
+      batch.clear();
+      current = outer;
+    } while (std::chrono::steady_clock::now() < turnEnd);
+    if (goesOn()) activate();  // behind the other queues of the pool
   }
 
+  /// False, and the queue is idle, when nothing waits.
+  bool takeBatch(std::vector<Work>& batch) {
+    const std::lock_guard lock(mutex);
+    batch.swap(waiting);
+    active = !batch.empty();
+    return active;
+  }
+  bool goesOn() {
+    const std::lock_guard lock(mutex);
+    active = !waiting.empty();
+    return active;
+  }
+
+  static constexpr std::chrono::milliseconds turn{5};
   static thread_local const Impl* current;
   const std::shared_ptr<BackgroundPool::Impl> pool;
   const std::string label;

@@ -20,9 +20,9 @@ using Stream = ProcessChannel::Stream;
 
 namespace {
 
-constexpr std::size_t chunkBytes = std::size_t{64} * 1024;
+constexpr std::size_t chunkBytes = std::size_t{128} * 1024;
 /// A larger pipe saves wake-ups on both sides. Best effort: the user may have used up his share.
-constexpr int outputPipeBytes = 256 * 1024;
+constexpr int outputPipeBytes = 512 * 1024;
 /// How soon a group that lost its leader is looked at again while it has its grace: most end within
 /// the first of these, each look at one that does not doubles it up to the second, because it is a
 /// walk through all processes of the machine.

@@ -64,9 +64,7 @@ void RunLoop::post(Work work) {
 }
 
 Date RunLoop::now() const {
-  const std::chrono::duration<double> sinceEpoch =
-      std::chrono::system_clock::now().time_since_epoch();
-  return Date::sinceUnixEpoch(sinceEpoch.count());
+  return Date::currentCoarse();
 }
 
 Duration RunLoop::uptime() const {

@@ -271,7 +271,7 @@ TEST_F(TerminalProgram, SecondStartWhileOneRunsChangesNothing) {
   const auto second = runPractice({"SAY:me too"});
   EXPECT_EQ(code(second), 1);
   EXPECT_EQ(second->output, "");
-  EXPECT_TRUE(second->error.contains("vantrell is already running (process " +
+  EXPECT_TRUE(second->error.contains("Vantrell is already running (process " +
                                      std::to_string(first->process->processID()) + ")"))
       << second->error;
   ::kill(static_cast<pid_t>(first->process->processID()), SIGINT);

@@ -1,5 +1,6 @@
 #include "shell/terminal/run_command.h"
 
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include "platform/output_sink.h"
@@ -113,7 +114,19 @@ class Performance {
                           .runtime = plan_.practiceAgent ? "The practice agent" : label,
                           .folder = folder,
                           .earlierEntries = app_.model().tree.thread(key)->entries.size(),
-                          .goingOn = plan_.practiceAgent ? "--practice --task" : "--task"});
+                          .goingOn = optionsToGoOn(provider)});
+  }
+
+  /// What the next start cannot find out by itself: the program that was named for this one.
+  std::string optionsToGoOn(AgentProvider provider) const {
+    std::string options;
+    if (plan_.arguments.practice) {
+      options = "--practice ";
+    } else if (plan_.executable) {
+      options = fmt::format("--provider {} --executable \"{}\" ", rawText(provider),
+                            *plan_.executable);
+    }
+    return options + "--task";
   }
 
   void say(std::string_view text) {

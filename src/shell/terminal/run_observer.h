@@ -18,7 +18,7 @@ struct RunIntroduction {
   std::string_view runtime;  // for people
   std::string_view folder;
   std::size_t earlierEntries = 0;
-  std::string_view goingOn = "--task";  // the options, up to the task's ID, that go on with it
+  std::string goingOn = "--task";  // the options, up to the task's ID, that go on with it
 };
 
 class RunObserver {
