@@ -17,6 +17,11 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
                       -Wno-stringop-overflow -Wno-stringop-overread)
 endif()
 
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  # The library's own stable_sort uses a function that it declares deprecated.
+  add_compile_options(-Wno-deprecated-declarations)
+endif()
+
 # CMake gives -fPIC to libraries and -fPIE to programs, but a precompiled header serves both only
 # when the setting is the same. Qt asks for -fPIC, which without interposition costs no speed.
 add_compile_options(-fPIC -fno-semantic-interposition)
