@@ -26,8 +26,8 @@ struct Medians {
   double ratio() const {
     return static_cast<double>(ours.count()) / static_cast<double>(baseline.count());
   }
-  /// For what keeps several cores busy against what keeps one: half of the medians' ratio is then
-  /// what else the machine was doing.
+  /// For what keeps several cores busy against what keeps one: whatever else the machine does slows
+  /// the former down alone, and the medians would measure that.
   double bestRatio() const {
     return static_cast<double>(bestOurs.count()) / static_cast<double>(bestBaseline.count());
   }
