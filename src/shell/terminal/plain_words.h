@@ -7,8 +7,8 @@
 
 namespace vantrell::shell {
 
-/// Text in which commands stand as "vantrell run ...", with the word that the user types in place of
-/// "vantrell": a checkout is started by ./run, which says so in $VANTRELL_COMMAND. tell() and
+/// Text in which commands stand as "vantrell run ...", with the word that the user types in place
+/// of "vantrell": a checkout is started by ./run, which says so in $VANTRELL_COMMAND. tell() and
 /// complain() do this by themselves.
 std::string asTyped(std::string_view text);
 

@@ -123,8 +123,8 @@ class Performance {
     if (plan_.arguments.practice) {
       options = "--practice ";
     } else if (plan_.executable) {
-      options = fmt::format("--provider {} --executable \"{}\" ", rawText(provider),
-                            *plan_.executable);
+      options =
+          fmt::format("--provider {} --executable \"{}\" ", rawText(provider), *plan_.executable);
     }
     return options + "--task";
   }
