@@ -18,7 +18,7 @@ namespace vantrell::bench {
 
 using Clock = std::chrono::steady_clock;
 /// Times of one round each: the medians, and the best ones, which nothing disturbed.
-struct Medians {
+struct Measured {
   Clock::duration ours;
   Clock::duration baseline;
   Clock::duration bestOurs;
@@ -45,7 +45,7 @@ Clock::duration timed(Body&& body) {
 /// round and answers the time that counts (with timed(), or less than the whole round). The first
 /// tenth of the rounds only warms up.
 template <typename Ours, typename Baseline>
-Medians compare(int rounds, Ours&& ours, Baseline&& baseline) {
+Measured compare(int rounds, Ours&& ours, Baseline&& baseline) {
   std::vector<Clock::duration> oursTimes;
   std::vector<Clock::duration> baselineTimes;
   for (int round = -rounds / 10; round < rounds; ++round) {
@@ -79,7 +79,7 @@ inline int report(const Claim& claim, double ratio) {
   return kept ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
-inline int report(const Claim& claim, const Medians& found) {
+inline int report(const Claim& claim, const Measured& found) {
   return report(claim, found.ratio());
 }
 

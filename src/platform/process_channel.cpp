@@ -4,8 +4,8 @@ namespace vantrell {
 
 namespace {
 
-/// With chunks of at most 64 KiB this bounds what a child can have in memory to 256 KiB for both of
-/// its streams. Counted for each by itself: a flood of errors does not hold back the output.
+/// With chunks of at most 128 KiB this bounds what a child can have in memory to 512 KiB for both
+/// of its streams. Counted for each by itself: a flood of errors does not hold back the output.
 constexpr int chunksPerStream = 2;
 
 }  // namespace
