@@ -84,7 +84,7 @@ VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, files::LockFi
     connectors_.replace(practiceConnector(main_, pool_, *options.practiceAgent));
   }
   model_ = std::make_unique<AppModel>(main_, *defaults_, store_,
-                                      enginePorts(connectors_, frontDoorProvider));
+                                      enginePorts(connectors_, frontDoorProvider), &writer_);
 }
 
 // The model first: it ends the clients, which need all the rest.

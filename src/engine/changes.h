@@ -30,6 +30,7 @@ struct Change {
     settingsChanged,
     modelOptionsChanged,  // what a provider offers
     saveFailed,           // `text` says why
+    noticeRaised,         // `text` is for the user: stored conversations are damaged
   };
 
   Kind kind;
