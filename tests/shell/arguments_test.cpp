@@ -1,6 +1,7 @@
-#include "shell/terminal/arguments.h"
-
 #include <gtest/gtest.h>
+
+#include "shell/terminal/commands.h"
+#include "shell/terminal/run_arguments.h"
 
 namespace vantrell::shell {
 namespace {
@@ -31,10 +32,12 @@ TEST(Arguments, RunTakesOptionsInAnyOrderAndEitherSpelling) {
       {{"run", "--effort", "low", "--effort", "high", "x"}, {.effort = "high", .prompt = "x"}},
   };
   for (const auto& each : cases) {
-    const auto read = readArguments(each.words);
+    const auto read = readCommandLine(each.words);
     ASSERT_TRUE(read) << read.error().text;
-    EXPECT_EQ(read->kind, Invocation::Kind::run);
-    EXPECT_EQ(read->run, each.expected) << each.words[1];
+    EXPECT_EQ(read->command, &runCommand);
+    const auto run = readRunArguments(read->arguments);
+    ASSERT_TRUE(run) << run.error().text;
+    EXPECT_EQ(*run, each.expected) << each.words[1];
   }
 }
 
@@ -46,13 +49,13 @@ TEST(Arguments, OtherCommands) {
       {{"--help"}, Kind::help},
       {{"-h"}, Kind::help},
       {{"help"}, Kind::help},
-      {{"help", "run"}, Kind::runHelp},
+      {{"help", "run"}, Kind::commandHelp},
       {{"--version"}, Kind::version},
-      {{"run", "--help"}, Kind::runHelp},
-      {{"run", "--json", "x", "-h"}, Kind::runHelp},
+      {{"run", "--help"}, Kind::commandHelp},
+      {{"run", "--json", "x", "-h"}, Kind::commandHelp},
   };
   for (const auto& [words, kind] : cases) {
-    const auto read = readArguments(words);
+    const auto read = readCommandLine(words);
     ASSERT_TRUE(read) << read.error().text;
     EXPECT_EQ(read->kind, kind);
   }
@@ -70,8 +73,8 @@ TEST(Arguments, EveryMistakeSaysWhatToDo) {
       {{"run", "--model=", "x"}, "--model needs a value"},
       {{"run", "--json=yes", "x"}, "--json takes no value"},
       {{"run", "--provider", "gpt", "x"}, "grok, codex, kimi"},
-      {{"run", "--mode", "full_access", "x"}, "Full Access takes a confirmation"},
-      {{"run", "--mode", "yolo", "x"}, "takes ask or auto"},
+      {{"run", "--mode", "full_access", "--workflow", "plan", "x"}, "never runs with full access"},
+      {{"run", "--mode", "yolo", "x"}, "ask, auto, full_access"},
       {{"run", "--workflow", "test", "x"}, "build, plan, review"},
       {{"run", "--answer", "yes", "x"}, "allow_once, allow_always or reject_once"},
       {{"run", "--practice", "--provider", "kimi", "x"}, "Give one of them"},
@@ -82,20 +85,54 @@ TEST(Arguments, EveryMistakeSaysWhatToDo) {
       {{"--json"}, "belongs to \"run\""},
       {{"--versoin"}, "Did you mean --version?"},
       {{"--practice", "x"}, "vantrell run --practice"},
-      {{"help", "me"}, "vantrell help run"},
+      {{"help", "me"}, "\"vantrell help\" lists the commands"},
   };
   for (const auto& [words, part] : cases) {
-    const auto read = readArguments(words);
-    ASSERT_FALSE(read) << part;
-    EXPECT_TRUE(read.error().text.contains(part)) << read.error().text;
+    std::string said;
+    if (const auto read = readCommandLine(words); !read) {
+      said = read.error().text;
+    } else if (const auto run = readRunArguments(read->arguments); !run) {
+      said = run.error().text;
+    }
+    EXPECT_TRUE(said.contains(part)) << part << ": " << said;
   }
 }
 
-TEST(Arguments, HelpNamesEveryOptionThatIsRead) {
-  for (const auto* option :
-       {"--project", "--task", "--provider", "--executable", "--practice", "--model", "--effort",
-        "--mode", "--workflow", "--attach", "--answer", "--json"}) {
-    EXPECT_TRUE(runHelpText().contains(option)) << option;
+TEST(Arguments, EveryCommandHasItsHelp) {
+  for (const Command* command : allCommands()) {
+    EXPECT_TRUE(helpText().contains(command->summary)) << command->name;
+    const std::string help = helpOf(*command);
+    for (const auto& option : command->options) {
+      EXPECT_TRUE(help.contains(option.name)) << command->name << " " << option.name;
+    }
+  }
+}
+
+// A command with all that the reader can be asked for.
+TEST(Arguments, WordsAreCounted) {
+  static constexpr CommandOption options[] = {jsonOption};
+  const Command command{.name = "rename",
+                        .parameters = "ID TITLE",
+                        .summary = "",
+                        .options = options,
+                        .fewestWords = 2,
+                        .mostWords = 2};
+  struct Case {
+    Words words;
+    std::string refusal;  // empty: taken
+  };
+  const std::vector<Case> cases = {
+      {{"12AB", "title"}, ""},
+      {{"--json", "12AB", "--", "--title"}, ""},
+      {{"12AB"}, "\"rename\" needs more: vantrell rename ID TITLE"},
+      {{"12AB", "two", "words"}, "\"words\" is too much"},
+      {{"12AB", "two", "--jsno"}, "Did you mean --json?"},
+  };
+  for (const auto& each : cases) {
+    const auto read = readCommandArguments(command, each.words);
+    EXPECT_EQ(read.has_value(), each.refusal.empty());
+    const std::string said = read ? "" : read.error().text;
+    EXPECT_TRUE(said.contains(each.refusal)) << said;
   }
 }
 

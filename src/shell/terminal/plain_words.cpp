@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <fmt/format.h>
 
+#include "shell/terminal/commands.h"
+
 namespace vantrell::shell {
 
 namespace {
@@ -14,17 +16,25 @@ void put(std::FILE* stream, std::string_view text) {
   std::fflush(stream);
 }
 
+/// What stands behind the program's name in a line that can be typed; in a sentence it is another
+/// word.
+bool startsACommand(std::string_view rest) {
+  if (rest.starts_with("--")) return true;
+  const std::string_view word = rest.substr(0, rest.find_first_of(" \n\"'.,;)"));
+  return word == "help" || word == "COMMAND" ||
+         std::ranges::find(allCommands(), word, &Command::name) != allCommands().end();
+}
+
 }  // namespace
 
 std::string asTyped(std::string_view text) {
   std::string typed(text);
   const char* command = std::getenv("VANTRELL_COMMAND");
   if (!command || !*command) return typed;
-  for (const std::string_view after : {" run", " --", " help"}) {
-    const std::string usual = "vantrell" + std::string(after);
-    for (auto at = typed.find(usual); at != std::string::npos; at = typed.find(usual, at)) {
-      typed.replace(at, std::string_view("vantrell").size(), command);
-      at += std::string_view(command).size();
+  constexpr std::string_view usual = "vantrell ";
+  for (auto at = typed.find(usual); at != std::string::npos; at = typed.find(usual, at + 1)) {
+    if (startsACommand(std::string_view(typed).substr(at + usual.size()))) {
+      typed.replace(at, usual.size() - 1, command);
     }
   }
   return typed;

@@ -5,7 +5,10 @@
 
 #include "platform/output_sink.h"
 #include "platform/terminal.h"
+#include "runtimes/permission_mode_texts.h"
 #include "runtimes/provider_registry.h"
+#include "shell/terminal/commands.h"
+#include "shell/terminal/full_access_confirmation.h"
 #include "shell/terminal/json_printer.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/run_session.h"
@@ -114,7 +117,14 @@ class Performance {
                           .runtime = plan_.practiceAgent ? "The practice agent" : label,
                           .folder = folder,
                           .earlierEntries = app_.model().tree.thread(key)->entries.size(),
+                          .freedom = freedom(provider),
                           .goingOn = optionsToGoOn(provider)});
+  }
+
+  /// Nobody should be surprised that no question comes.
+  std::string_view freedom(AgentProvider provider) const {
+    const auto mode = app_.model().settings.permissionMode();
+    return mode == GrokPermissionMode::fullAccess ? detail(mode, provider) : std::string_view();
   }
 
   /// What the next start cannot find out by itself: the program that was named for this one.
@@ -146,13 +156,6 @@ class Performance {
 
 }  // namespace
 
-int runCommand(RunArguments arguments, const Environment& environment) {
-  const auto plan = prepareRun(std::move(arguments), environment);
-  if (plan) return performRun(*plan, environment);
-  complain(plan.error().text);
-  return exitStatus::usage;
-}
-
 int performRun(const RunPlan& plan, const Environment& environment) {
   RunLoop loop;
   OutputSink sink(loop, STDOUT_FILENO);
@@ -180,5 +183,46 @@ int performRun(const RunPlan& plan, const Environment& environment) {
   sink.flush(wasAbandoned ? momentToFlush : readersTime);
   return status;
 }
+
+namespace {
+
+int run(const CommandArguments& arguments, const Environment& environment) {
+  auto read = readRunArguments(arguments);
+  if (!read) return refuse(read.error());
+  const auto plan = prepareRun(std::move(*read), environment);
+  if (!plan) return refuse(plan.error());
+  if (plan->arguments.mode == GrokPermissionMode::fullAccess) {
+    if (const auto confirmed = confirmFullAccess(Person::atTheTerminal()); !confirmed) {
+      return refuse(confirmed.error());
+    }
+  }
+  return performRun(*plan, environment);
+}
+
+}  // namespace
+
+const Command runCommand{
+    .name = "run",
+    .parameters = "\"prompt\"",
+    .summary = "do one task here, in the terminal",
+    .options = runOptions(),
+    .mostWords = std::string_view::npos,
+    .introduction =
+        "Does one task with a coding agent and shows what it says and does. It asks before the "
+        "agent\n"
+        "acts, as far as the mode says so. A prompt of - is read from standard input.",
+    .closing =
+        "Behind -- stands the prompt, even if it begins with a dash.\n"
+        "Ctrl-C stops the task, a second one leaves at once.\n"
+        "\n"
+        "Exit status: 0 completed, 1 failed, 2 wrong usage, 130 stopped.\n"
+        "\n"
+        "Examples:\n"
+        "  vantrell run \"find out why the tests fail\"\n"
+        "  vantrell run --workflow plan --attach notes.txt \"plan the next release\"\n"
+        "  vantrell run --task 3F2A91C0 \"now write the changelog\"\n"
+        "  vantrell run --json --answer reject_once - < prompt.txt | jq .",
+    .run = run,
+};
 
 }  // namespace vantrell::shell

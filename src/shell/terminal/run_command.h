@@ -6,9 +6,7 @@
 
 namespace vantrell::shell {
 
-/// Everything that `vantrell run` does.
-int runCommand(RunArguments arguments, const Environment& environment);
-/// The part behind the preparation.
+/// What `vantrell run` does once its plan is made.
 int performRun(const RunPlan& plan, const Environment& environment);
 
 }  // namespace vantrell::shell

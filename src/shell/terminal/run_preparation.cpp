@@ -15,10 +15,6 @@ constexpr std::string_view practiceVariable = "VANTRELL_PRACTICE_AGENT";
 constexpr std::string_view imageEndings[] = {".png",  ".jpg",  ".jpeg", ".gif", ".webp",
                                              ".heic", ".tiff", ".bmp",  ".svg"};
 
-std::unexpected<UsageError> usage(std::string text) {
-  return std::unexpected(UsageError{std::move(text)});
-}
-
 std::string absolute(std::string_view path) {
   return files::standardized(files::expandingTilde(path));
 }
@@ -29,7 +25,7 @@ std::expected<std::string, UsageError> findProgram(std::string_view name,
   if (name.find('/') != std::string_view::npos || name.starts_with('~')) {
     std::string path = absolute(name);
     if (files::isExecutable(path)) return path;
-    return usage(
+    return usageError(
         fmt::format("{} is no program that can be started. Give --executable the path of "
                     "the runtime's program.",
                     path));
@@ -41,7 +37,7 @@ std::expected<std::string, UsageError> findProgram(std::string_view name,
       if (files::isExecutable(path)) return path;
     }
   }
-  return usage(
+  return usageError(
       fmt::format("There is no program {} in PATH. Give --executable a path, as in "
                   "--executable ./{}.",
                   name, name));
@@ -53,7 +49,7 @@ std::expected<ChatAttachment, UsageError> attachmentFor(std::string_view given) 
   attachment.path = absolute(given);
   attachment.displayName = files::lastComponent(attachment.path);
   if (!files::exists(attachment.path)) {
-    return usage(fmt::format("There is no file {}. Check --attach.", attachment.path));
+    return usageError(fmt::format("There is no file {}. Check --attach.", attachment.path));
   }
   if (files::isFolder(attachment.path)) {
     attachment.kind = ChatAttachmentKind::directory;
@@ -85,14 +81,14 @@ std::expected<RunPlan, UsageError> prepareRun(RunArguments arguments,
                                               const Environment& environment) {
   RunPlan plan;
   if (arguments.provider && !isRunnable(*arguments.provider)) {
-    return usage(
+    return usageError(
         fmt::format("This version cannot run {} yet. Use --provider kimi, glm or grok, or "
                     "try --practice.",
                     rawText(*arguments.provider)));
   }
   plan.folder = absolute(arguments.project.value_or("."));
   if (!arguments.task && !files::isFolder(plan.folder)) {
-    return usage(
+    return usageError(
         fmt::format("There is no folder {}. Give --project an existing one.", plan.folder));
   }
   for (const auto& path : arguments.attachments) {
@@ -109,7 +105,7 @@ std::expected<RunPlan, UsageError> prepareRun(RunArguments arguments,
   if (arguments.practice) {
     plan.practiceAgent = executable.value_or(practiceAgentPath(environment));
     if (!files::isExecutable(*plan.practiceAgent)) {
-      return usage(
+      return usageError(
           fmt::format("The practice agent is missing: {}. Build it with ./run, or say where "
                       "it is with {}.",
                       *plan.practiceAgent, practiceVariable));
@@ -121,7 +117,7 @@ std::expected<RunPlan, UsageError> prepareRun(RunArguments arguments,
   if (plan.promptWasRead) arguments.prompt = terminal::readStandardInput();
   arguments.prompt = text::repaired(arguments.prompt);
   if (text::trimmed(arguments.prompt).empty()) {
-    return usage(
+    return usageError(
         "The prompt is empty. Say what should be done, as in vantrell run \"explain this "
         "project\".");
   }

@@ -9,7 +9,7 @@
 
 #include "platform/process.h"
 #include "records/conversation_records.h"
-#include "shell/terminal/arguments.h"
+#include "shell/terminal/run_arguments.h"
 
 namespace vantrell::shell {
 

@@ -12,16 +12,9 @@
 #include "platform/run_loop.h"
 #include "shell/terminal/answer_source.h"
 #include "shell/terminal/change_feed.h"
+#include "shell/terminal/command.h"
 
 namespace vantrell::shell {
-
-/// The exit statuses of the program.
-namespace exitStatus {
-inline constexpr int completed = 0;
-inline constexpr int failed = 1;
-inline constexpr int usage = 2;
-inline constexpr int stopped = 130;  // as a shell shows the end by Ctrl-C
-}  // namespace exitStatus
 
 class RunSession {
  public:

@@ -11,11 +11,6 @@ namespace vantrell::shell {
 namespace {
 
 constexpr std::size_t shortestPrefix = 4;  // characters
-
-std::unexpected<UsageError> usage(std::string text) {
-  return std::unexpected(UsageError{std::move(text)});
-}
-
 }  // namespace
 
 std::expected<ThreadExecutionKey, UsageError> findTask(const WorkspaceTree& tree,
@@ -25,7 +20,7 @@ std::expected<ThreadExecutionKey, UsageError> findTask(const WorkspaceTree& tree
     letter = static_cast<char>(std::toupper(static_cast<unsigned char>(letter)));
   }
   if (prefix.size() < shortestPrefix) {
-    return usage(
+    return usageError(
         fmt::format("--task needs at least {} characters of a task's ID.", shortestPrefix));
   }
   std::optional<ThreadExecutionKey> found;
@@ -33,14 +28,14 @@ std::expected<ThreadExecutionKey, UsageError> findTask(const WorkspaceTree& tree
     for (const auto& thread : workspace.threads) {
       if (!thread.id.text().starts_with(prefix)) continue;
       if (found) {
-        return usage(
+        return usageError(
             fmt::format("Several tasks begin with {}. Give more of the ID.", onOneLine(prefix)));
       }
       found = ThreadExecutionKey{workspace.id, thread.id};
     }
   }
   if (found) return *found;
-  return usage(
+  return usageError(
       fmt::format("There is no task {}. The ID of a task is printed at the end of its run, "
                   "and by the task event of --json.",
                   onOneLine(prefix)));
@@ -53,14 +48,14 @@ std::expected<AgentProvider, UsageError> chooseProvider(const VantrellApp& app, 
   const auto wanted = named ? named : last;
   if (wanted) {
     if (!isRunnable(*wanted)) {
-      return usage(
+      return usageError(
           fmt::format("This task was last worked on by {}, which this version cannot run "
                       "yet. Go on with --provider kimi, glm or grok, or with --practice if "
                       "it was the practice agent.",
                       rawText(*wanted)));
     }
     if (app.isAvailable(*wanted)) return *wanted;
-    return usage(
+    return usageError(
         fmt::format("{} is not installed. {} Or say where its program is with --executable, "
                     "or try vantrell run --practice \"SAY:hello\".",
                     ProviderRegistry::descriptor(*wanted).label,
@@ -69,7 +64,7 @@ std::expected<AgentProvider, UsageError> chooseProvider(const VantrellApp& app, 
   for (const auto provider : runnableProviders) {
     if (app.isAvailable(provider)) return provider;
   }
-  return usage(
+  return usageError(
       "No runtime is installed that this version can run. Install one of Kimi Code, OpenCode (for "
       "GLM) or the Grok CLI, or try vantrell run --practice \"SAY:hello\".");
 }
@@ -91,7 +86,7 @@ std::expected<ThreadExecutionKey, UsageError> openTask(AppModel& model, const Ru
     }
   }
   const auto key = model.selection.key();
-  if (!key) return usage("The task could not be opened. Try again.");
+  if (!key) return usageError("The task could not be opened. Try again.");
   if (plan.arguments.model || plan.arguments.effort) {
     model.tree.updateThread(*key, [&](ChatThread& thread) {
       const Date now = model.main.now();

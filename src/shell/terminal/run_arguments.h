@@ -1,19 +1,17 @@
-// The command line, read by one table of options that serves the reader, the help and the
-// suggestions. Pure functions, any thread.
+// What `vantrell run` is told on its command line. Pure functions, any thread.
 #pragma once
 
 #include <expected>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "records/agent_provider.h"
 #include "records/task_modes.h"
+#include "shell/terminal/command.h"
 
 namespace vantrell::shell {
 
-/// What `vantrell run` was asked for.
 struct RunArguments {
   std::optional<std::string> project;
   std::optional<AgentProvider> provider;
@@ -32,21 +30,9 @@ struct RunArguments {
   bool operator==(const RunArguments&) const = default;
 };
 
-struct Invocation {
-  enum class Kind { welcome, tour, run, help, runHelp, version };
-  Kind kind = Kind::welcome;
-  RunArguments run{};
-};
+/// The options that readRunArguments() knows.
+std::span<const CommandOption> runOptions();
 
-/// One or more sentences: what is wrong, and what to do.
-struct UsageError {
-  std::string text;
-};
-
-/// Arguments without the program's own name.
-std::expected<Invocation, UsageError> readArguments(const std::vector<std::string_view>& arguments);
-
-std::string helpText();
-std::string runHelpText();
+std::expected<RunArguments, UsageError> readRunArguments(const CommandArguments& arguments);
 
 }  // namespace vantrell::shell

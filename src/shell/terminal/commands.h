@@ -1,0 +1,30 @@
+// Every command of the program, in the order in which help lists them. To add one: its own file, a
+// line here and a line in the table of commands.cpp.
+#pragma once
+
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "shell/terminal/command.h"
+
+namespace vantrell::shell {
+
+extern const Command runCommand;
+
+std::span<const Command* const> allCommands();
+
+/// What a command line asks for; `command` is null where help or a special page is wanted.
+struct Invocation {
+  enum class Kind { welcome, tour, command, help, commandHelp, version };
+  Kind kind = Kind::welcome;
+  const Command* command = nullptr;
+  CommandArguments arguments{};
+};
+
+/// Arguments without the program's own name.
+std::expected<Invocation, UsageError> readCommandLine(std::span<const std::string_view> arguments);
+
+std::string helpText();
+
+}  // namespace vantrell::shell
