@@ -24,12 +24,8 @@ struct WorkspaceTree::Write {
 WorkspaceTree::WorkspaceTree(MainQueue& main, WorkspaceStore& store, Changes& changes,
                              Executor* writer)
     : main_(main), store_(store), changes_(changes), writer_(writer) {
-  store_.onNotice = [this](std::string sentence) {
-    // Whoever looked into the transcript is in the middle of a step.
-    main_.post([this, life = std::weak_ptr(life_), sentence = std::move(sentence)] {
-      if (life.expired()) return;
-      changes_.announce({.kind = Change::Kind::noticeRaised, .text = sentence});
-    });
+  store_.onNotice = [this](std::string_view sentence) {
+    changes_.announce({.kind = Change::Kind::noticeRaised, .text = sentence});
   };
 }
 

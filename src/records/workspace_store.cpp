@@ -269,7 +269,7 @@ std::vector<Workspace> WorkspaceStore::readDocument(std::vector<Workspace> fromF
 
 void WorkspaceStore::tell(std::string_view sentence) {
   if (isLoaded_) {
-    if (onNotice) onNotice(std::string(sentence));
+    if (onNotice) onNotice(sentence);
     return;
   }
   notice_ = notice_ ? fmt::format("{} {}", *notice_, sentence) : std::string(sentence);

@@ -54,7 +54,7 @@ class WorkspaceStore {
   /// Sentences for the user about what load() met, or absent.
   const std::optional<std::string>& notice() const { return notice_; }
   /// Called with such a sentence for damage that is met later, at a look into a transcript.
-  std::function<void(std::string)> onNotice;
+  std::function<void(std::string_view)> onNotice;
 
   // The whole tree as one JSON document, for another machine or a backup.
 
