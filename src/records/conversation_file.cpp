@@ -139,7 +139,11 @@ std::vector<std::optional<std::string>> ConversationFile::readEntries(std::int64
                   rowKey(thread, 0), rowKey(thread, count));
   std::optional<DatabaseError> damage;
   readAll(database_, query, "number", damage, [&](const Statement& row) {
-    texts[static_cast<std::size_t>(row.integer(0) - rowKey(thread, 0))] = row.bytes(1);
+    // A damaged page gives rows that nobody asked for.
+    const std::int64_t place = row.integer(0) - rowKey(thread, 0);
+    if (place >= 0 && static_cast<std::size_t>(place) < count) {
+      texts[static_cast<std::size_t>(place)] = row.bytes(1);
+    }
   });
   if (!damage) return texts;
   // Several pages are damaged: what lies between them can be reached one by one.

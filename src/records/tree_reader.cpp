@@ -9,6 +9,9 @@ namespace vantrell {
 
 namespace {
 
+/// No list of a thread is longer; a damaged number may say so.
+constexpr std::int64_t mostPlaces = 10'000'000;
+
 ChatEntry unreadableEntry(std::size_t place) {
   ChatEntry entry;
   entry.id = fmt::format("unreadable-{}", place);
@@ -29,7 +32,7 @@ RunRecord unreadableRun() {
 /// The records of a thread's runs in their places; those that are lost are empty.
 std::vector<std::string_view> runsOf(std::int64_t number, const SaveBatch::Rows& rows) {
   std::vector<std::string_view> records;
-  const auto end = rows.lower_bound(rowKey(number + 1, 0));
+  const auto end = rows.lower_bound(rowKey(number, mostPlaces));
   for (auto each = rows.lower_bound(rowKey(number, 0)); each != end; ++each) {
     records.resize(static_cast<std::size_t>(each->first - rowKey(number, 0)) + 1);
     records.back() = each->second;
@@ -107,7 +110,10 @@ ChatThread TreeReader::readThread(std::int64_t number, const ConversationFile::C
   if (!seen_.insert(thread.id).second) thread.id = Uuid::random();
   const auto records = runsOf(number, contents.runs);
   thread.runs = readRuns(records);
-  const auto count = static_cast<std::size_t>(std::max<std::int64_t>(row.entries, 0));
+  const bool isPlausible = row.entries >= 0 && row.entries <= mostPlaces;
+  const std::size_t count = isPlausible
+                                ? static_cast<std::size_t>(row.entries)
+                                : std::min<std::size_t>(file_.countEntries(number), mostPlaces);
   thread.entries =
       Transcript(count, [self = shared_from_this(), number, count, title = thread.title] {
         return self->readEntries(number, count, title);
