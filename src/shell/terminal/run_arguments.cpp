@@ -75,7 +75,7 @@ std::optional<std::string> contradiction(const CommandArguments& arguments) {
     return "--task goes on in the task's own project. Leave out --project.";
   }
   if (arguments.has("--executable") && !arguments.has("--provider") &&
-      !arguments.has("--practice")) {
+      !arguments.has("--practice") && !arguments.has("--task")) {
     return "--executable names the program of a runtime. Say of which with --provider kimi, glm "
            "or grok.";
   }

@@ -1,0 +1,46 @@
+#include "shell/terminal/task_change.h"
+
+#include <fmt/format.h>
+#include <iostream>
+#include <unistd.h>
+
+#include "platform/terminal.h"
+#include "platform/text.h"
+#include "shell/terminal/plain_words.h"
+#include "shell/terminal/with_app.h"
+
+namespace vantrell::shell {
+
+int changeTasks(const std::function<std::expected<int, UsageError>(ChangeContext&)>& change) {
+  return withApp({}, [&](RunLoop&, VantrellApp& app) {
+    StandardOutput out;
+    ChangeContext context{app.model(), out};
+    const auto status = change(context);
+    if (!status) return refuse(status.error());
+    const auto& refusal = app.model().executions.mirror().errorMessage;
+    if (refusal) complain(*refusal);
+    return out.finish(refusal ? exitStatus::failed : *status);
+  });
+}
+
+std::expected<bool, UsageError> confirmed(const CommandArguments& arguments,
+                                          std::string_view question) {
+  if (arguments.has("--yes")) return true;
+  if (!terminal::isTerminal(STDIN_FILENO) || !terminal::isTerminal(STDERR_FILENO)) {
+    return usageError(
+        "This cannot be taken back, and there is no terminal to ask at. Give --yes to do it "
+        "without "
+        "being asked. Nothing was changed.");
+  }
+  // Keys pressed before the question was read are no answer to it.
+  terminal::discardTypedAhead(STDIN_FILENO);
+  fmt::print(stderr, "{} [y/N] ", question);
+  std::string line;
+  if (!std::getline(std::cin, line)) fmt::print(stderr, "\n");
+  const std::string answer = text::lowercased(text::trimmed(line));
+  if (answer == "y" || answer == "yes") return true;
+  complain("Nothing was changed.");
+  return false;
+}
+
+}  // namespace vantrell::shell
