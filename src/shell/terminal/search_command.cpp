@@ -36,14 +36,7 @@ class HitPrinter {
     if (last_ != hit.thread.id) {
       if (last_) out_.write("\n");
       last_ = hit.thread.id;
-      const std::string where = fmt::format("({}{})", onOneLine(hit.workspace.name),
-                                            hit.thread.isArchived ? ", archived" : "");
-      const std::size_t room =
-          columns_ - std::min(columns_, std::size_t(12 + text::columnCount(where)));
-      out_.write(
-          fmt::format("{}  {}  {}\n", style_.cyan(shortID(hit.thread.id)),
-                      style_.bold(cutTo(titleOf(hit.thread), std::max<std::size_t>(room, 20))),
-                      style_.dim(where)));
+      heading(hit);
     }
     const std::string kind(hit.entry ? rawText(hit.entry->kind) : "title");
     const std::string id = hit.entry ? onOneLine(shortEntryID(hit.thread, *hit.entry)) : "";
@@ -53,6 +46,18 @@ class HitPrinter {
   }
 
  private:
+  void heading(const SearchHit& hit) {
+    const std::string id = shortID(hit.thread.id);
+    const std::string mark = hit.thread.isArchived ? ", archived" : "";
+    // The title gets what it needs, up to what leaves some room for the project.
+    const std::size_t room = columns_ - std::min(columns_, id.size() + 6 + mark.size());
+    const std::string title =
+        cutTo(titleOf(hit.thread), room - std::min(room / 3, std::size_t{12}));
+    const std::string project =
+        cutTo(onOneLine(hit.workspace.name), room - text::columnCount(title));
+    out_.write(fmt::format("{}  {}  {}\n", style_.cyan(id), style_.bold(title),
+                           style_.dim(fmt::format("({}{})", project, mark))));
+  }
   /// A third of the room before the hit, what is left behind it.
   std::string excerpt(const SearchHit& hit, std::size_t room) const {
     const std::size_t marks = style_.isLive() ? 0 : 2;

@@ -138,7 +138,8 @@ void printTranscript(const ChatThread& thread, std::size_t first, const Terminal
   printer.isReview = true;
   if (thread.entries.empty()) out.write("\n" + style.dim("Nothing was said yet.") + "\n");
   if (first > 0)
-    out.write(fmt::format("\n{}\n", style.dim(fmt::format("... {} earlier entries", first))));
+    out.write(fmt::format("\n{}\n", style.dim(fmt::format("... {} earlier {}", first,
+                                                          first == 1 ? "entry" : "entries"))));
   if (first < thread.entries.size()) out.write("\n");
   for (std::size_t i = first; i < thread.entries.size() && !out.isClosed(); ++i) {
     printer.entryAdded(thread.entries[i]);

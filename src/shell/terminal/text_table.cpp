@@ -11,6 +11,7 @@ namespace {
 
 constexpr std::size_t gap = 2;  // columns
 constexpr std::size_t narrowest = 20;
+constexpr std::size_t leastOfAll = 5;    // of a column that is cut, when nothing else helps
 constexpr std::size_t unlimited = 1000;  // nobody reads a longer line
 constexpr std::size_t leftOut = std::string_view::npos;
 
@@ -30,7 +31,9 @@ std::string cutTo(std::string_view line, std::size_t columns, bool cutsFront) {
   if (columns == 0) return "";
   if (cutsFront) return "…" + std::string(lastColumns(line, columns - 1));
   std::size_t room = columns - 1;
-  return std::string(text::trimmed(text::firstColumns(line, room))) + "…";
+  std::string_view kept = text::firstColumns(line, room);
+  while (kept.ends_with(' ')) kept.remove_suffix(1);
+  return std::string(kept) + "…";
 }
 
 std::size_t columnsForTables(int descriptor) {
@@ -52,7 +55,8 @@ std::vector<std::size_t> TextTable::widths(std::size_t columns) const {
     for (const auto& row : rows_) width = std::max(width, text::columnCount(row[i].text));
     natural.push_back(width);
   }
-  std::vector<bool> stays(columns_.size(), true);
+  std::vector<bool> stays;
+  for (const std::size_t width : natural) stays.push_back(width > 0);
   for (;;) {
     std::vector<std::size_t> now(columns_.size(), leftOut);
     std::size_t total = 0;
@@ -62,26 +66,33 @@ std::vector<std::size_t> TextTable::widths(std::size_t columns) const {
       total += natural[i] + (total > 0 ? gap : 0);
     }
     // Whoever can give most gives first.
-    const auto spare = [&](std::size_t i) {
-      const std::size_t least = columns_[i].least;
-      return stays[i] && least > 0 && now[i] > least ? now[i] - least : 0;
-    };
-    while (total > columns) {
-      std::size_t giver = 0;
-      for (std::size_t i = 1; i < columns_.size(); ++i) {
-        if (spare(i) > spare(giver)) giver = i;
+    const auto shrink = [&](bool isLastResort) {
+      const auto spare = [&](std::size_t i) {
+        const std::size_t least =
+            isLastResort ? std::min(columns_[i].least, leastOfAll) : columns_[i].least;
+        return stays[i] && least > 0 && now[i] > least ? now[i] - least : 0;
+      };
+      while (total > columns) {
+        std::size_t giver = 0;
+        for (std::size_t i = 1; i < columns_.size(); ++i) {
+          if (spare(i) > spare(giver)) giver = i;
+        }
+        if (spare(giver) == 0) return;
+        --now[giver];
+        --total;
       }
-      if (spare(giver) == 0) break;
-      --now[giver];
-      --total;
-    }
+    };
+    shrink(false);
     if (total <= columns) return now;
     std::size_t leaver = columns_.size();
     for (std::size_t i = 0; i < columns_.size(); ++i) {
       if (!stays[i] || columns_[i].leavesAt == 0) continue;
       if (leaver == columns_.size() || columns_[i].leavesAt > columns_[leaver].leavesAt) leaver = i;
     }
-    if (leaver == columns_.size()) return now;
+    if (leaver == columns_.size()) {
+      shrink(true);
+      return now;
+    }
     stays[leaver] = false;
   }
 }
