@@ -1,10 +1,7 @@
 #include "shell/terminal/task_change.h"
 
 #include <fmt/format.h>
-#include <iostream>
-#include <unistd.h>
 
-#include "platform/terminal.h"
 #include "platform/text.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/with_app.h"
@@ -24,20 +21,18 @@ int changeTasks(const std::function<std::expected<int, UsageError>(ChangeContext
 }
 
 std::expected<bool, UsageError> confirmed(const CommandArguments& arguments,
-                                          std::string_view question) {
-  if (arguments.has("--yes")) return true;
-  if (!terminal::isTerminal(STDIN_FILENO) || !terminal::isTerminal(STDERR_FILENO)) {
+                                          std::string_view question, const Person& person) {
+  if (arguments.has(yesOption.name)) return true;
+  if (!person.isPresent) {
     return usageError(
         "This cannot be taken back, and there is no terminal to ask at. Give --yes to do it "
         "without "
         "being asked. Nothing was changed.");
   }
-  // Keys pressed before the question was read are no answer to it.
-  terminal::discardTypedAhead(STDIN_FILENO);
-  fmt::print(stderr, "{} [y/N] ", question);
-  std::string line;
-  if (!std::getline(std::cin, line)) fmt::print(stderr, "\n");
-  const std::string answer = text::lowercased(text::trimmed(line));
+  person.show(fmt::format("{} [y/N] ", question));
+  const auto line = person.readLine();
+  if (!line) person.show("\n");
+  const std::string answer = text::lowercased(text::trimmed(line.value_or("")));
   if (answer == "y" || answer == "yes") return true;
   complain("Nothing was changed.");
   return false;

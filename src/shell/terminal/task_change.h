@@ -6,6 +6,7 @@
 
 #include "engine/app_model.h"
 #include "shell/terminal/command.h"
+#include "shell/terminal/full_access_confirmation.h"
 #include "shell/terminal/standard_output.h"
 
 namespace vantrell::shell {
@@ -31,6 +32,7 @@ int changeTasks(const std::function<std::expected<int, UsageError>(ChangeContext
 /// True when `--yes` is given or the user at the terminal agrees. Where nobody can be asked, the
 /// error says what to do.
 std::expected<bool, UsageError> confirmed(const CommandArguments& arguments,
-                                          std::string_view question);
+                                          std::string_view question,
+                                          const Person& person = Person::atTheTerminal());
 
 }  // namespace vantrell::shell
