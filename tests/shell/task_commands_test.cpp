@@ -81,6 +81,19 @@ TEST_F(TaskCommands, NewTasksAreSelectedAndNamed) {
   EXPECT_EQ(texts({"rename", first, "Other"}, "title"), Words{"Other"});
   EXPECT_EQ(code(does({"rename", first, " "})), 2);
   EXPECT_EQ(code(does({"new", ""})), 2);
+  const auto nowhere = does({"new", "--project", "nowhere"});
+  EXPECT_EQ(code(nowhere), 2);
+  EXPECT_TRUE(nowhere->error.contains("There is no project nowhere")) << nowhere->error;
+}
+
+TEST_F(TaskCommands, ATaskThatWasGivenATitleWaitsForItsOwnRun) {
+  const std::string prepared = newTask("Nightly check");
+  const std::string taken = threadOf(runPractice({"--json", "SAY:something else"}));
+  EXPECT_NE(taken, prepared);
+  EXPECT_EQ(texts({"tasks", "--project", "."}, "title"),
+            (Words{"SAY:something else", "Nightly check"}));
+  EXPECT_EQ(threadOf(runPractice({"--json", "--task", prepared, "SAY:now"})), prepared);
+  EXPECT_EQ(texts({"tasks", "--project", "."}, "title")[0], "Nightly check") << "it keeps it";
 }
 
 TEST_F(TaskCommands, PinnedTasksComeFirstAndArchivedOnesAreOutOfSight) {

@@ -7,6 +7,16 @@
 
 namespace vantrell::shell {
 
+namespace {
+
+/// Nobody has made anything of it: not even a title, as a task has that waits for its first run.
+bool isUntouched(const ChatThread& thread) {
+  return thread.runs.empty() && thread.entries.empty() && !thread.draftText &&
+         (thread.title == newTaskTitle || thread.title == newChatTitle);
+}
+
+}  // namespace
+
 std::expected<AgentProvider, UsageError> chooseProvider(const VantrellApp& app, const RunPlan& plan,
                                                         std::optional<AgentProvider> last) {
   if (plan.practiceAgent) return AgentProvider::local;
@@ -45,7 +55,7 @@ std::expected<ThreadExecutionKey, UsageError> openTask(AppModel& model, const Ru
     model.operations.addWorkspace(plan.folder);
     const auto key = model.selection.key();
     const ChatThread* thread = key ? model.tree.thread(*key) : nullptr;
-    if (!thread || !thread->entries.empty()) {
+    if (!thread || !isUntouched(*thread)) {
       if (const auto workspace = model.selection.workspaceID()) {
         model.operations.newThread(*workspace);
       }

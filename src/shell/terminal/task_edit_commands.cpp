@@ -42,16 +42,17 @@ bool isRefused(const ChangeContext& context) {
 std::expected<ThreadExecutionKey, UsageError> makeTask(ChangeContext& context,
                                                        const std::string& project) {
   auto& operations = context.model.operations;
-  if (const auto known = findProject(context.workspaces(), project)) {
-    operations.newThread(*known);
-  } else {
-    const std::string folder = files::standardized(files::expandingTilde(project));
-    if (!files::isFolder(folder)) {
-      return usageError(fmt::format(
-          "{} is neither a project nor a folder. \"vantrell projects\" lists the projects.",
-          onOneLine(project)));
-    }
+  const auto named = findProject(context.workspaces(), project);
+  const std::string folder = files::standardized(files::expandingTilde(project));
+  const auto there = std::ranges::find(context.workspaces(), folder, &Workspace::path);
+  if (named) {
+    operations.newThread(*named);
+  } else if (there != context.workspaces().end()) {
+    operations.newThread(there->id);  // other projects have the same name
+  } else if (files::isFolder(folder)) {
     operations.addWorkspace(folder);  // with its first task
+  } else {
+    return std::unexpected(named.error());
   }
   return *context.model.selection.key();
 }
