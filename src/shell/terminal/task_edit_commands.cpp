@@ -16,10 +16,6 @@ namespace vantrell::shell {
 namespace {
 
 constexpr std::string_view statuses = "Exit status: 0 done, 1 failed or refused, 2 wrong usage.";
-constexpr std::string_view severalIDs =
-    "ID is any beginning of a task's ID (at least 4 characters) that no other task has. Several "
-    "may\n"
-    "be given.";
 
 /// Tells of a task that stands as it shall: a sentence, or the object.
 void report(ChangeContext& context, const CommandArguments& arguments,
@@ -202,6 +198,7 @@ const Command renameCommand{
     .options = jsonOnly,
     .fewestWords = 2,
     .mostWords = 2,
+    .introduction = "Gives a task another title. A title with spaces stands in quotes.",
     .closing = statuses,
     .run = rename,
 };
@@ -228,7 +225,11 @@ const Command pinCommand{
     .options = switchOptions,
     .fewestWords = 1,
     .mostWords = std::string_view::npos,
-    .introduction = severalIDs,
+    .introduction =
+        "Lists tasks before all others.\n"
+        "ID is any beginning of a task's ID (at least 4 characters) that no other task has. "
+        "Several may\n"
+        "be given.",
     .closing = statuses,
     .run = pin,
 };
@@ -240,7 +241,11 @@ const Command archiveCommand{
     .options = switchOptions,
     .fewestWords = 1,
     .mostWords = std::string_view::npos,
-    .introduction = severalIDs,
+    .introduction =
+        "Puts tasks out of sight, or takes them back with --off.\n"
+        "ID is any beginning of a task's ID (at least 4 characters) that no other task has. "
+        "Several may\n"
+        "be given.",
     .closing =
         "An archived task keeps everything; \"vantrell tasks --archived\" lists it. It is no "
         "longer\n"
@@ -257,7 +262,11 @@ const Command deleteCommand{
     .options = deleteOptions,
     .fewestWords = 1,
     .mostWords = std::string_view::npos,
-    .introduction = severalIDs,
+    .introduction =
+        "Deletes tasks with all that was said in them.\n"
+        "ID is any beginning of a task's ID (at least 4 characters) that no other task has. "
+        "Several may\n"
+        "be given.",
     .closing =
         "At a terminal it asks first; elsewhere it takes --yes. Files of the project stay.\n"
         "\n"
