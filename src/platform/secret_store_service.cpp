@@ -22,7 +22,8 @@ struct Library {
   each(g_cancellable_cancel) each(g_cancellable_new) each(g_dbus_connection_new_for_address_sync)  \
   each(g_dbus_error_quark) each(g_error_free) each(g_hash_table_insert) each(g_hash_table_new)     \
   each(g_hash_table_unref) each(g_initable_new) each(g_io_error_quark) each(g_list_append)         \
-  each(g_list_free) each(g_object_unref) each(g_str_equal) each(g_str_hash)                        \
+  each(g_list_free) each(g_object_set) each(g_object_unref) each(g_str_equal) each(g_str_hash)     \
+  each(g_type_class_peek) each(g_type_register_static_simple)                                      \
   each(secret_collection_for_alias_sync) each(secret_collection_get_locked)                        \
   each(secret_error_get_quark) each(secret_item_delete_sync) each(secret_item_get_locked)          \
   each(secret_item_get_secret) each(secret_item_load_secret_sync)                                  \
@@ -58,6 +59,24 @@ struct Library {
 const Library& library() {
   static const Library loaded;
   return loaded;
+}
+
+/// libsecret's service object, but on the connection it is given: its own constructor always asks
+/// for the process's shared connection to the session bus, which ends the process when the bus goes
+/// away and cannot be had anew.
+GType serviceType() {
+  constexpr auto construct = [](GType type, guint count, GObjectConstructParam* properties) {
+    const Library& lib = library();
+    auto* parent = static_cast<GObjectClass*>(lib.g_type_class_peek(lib.secret_service_get_type()));
+    GObject* object = parent->constructor(type, count, properties);
+    lib.g_object_set(object, "g-bus-type", G_BUS_TYPE_NONE, nullptr);
+    return object;
+  };
+  static const GType type = library().g_type_register_static_simple(
+      library().secret_service_get_type(), "VantrellSecretService", sizeof(SecretServiceClass),
+      [](void* all, void*) { static_cast<GObjectClass*>(all)->constructor = construct; },
+      sizeof(SecretService), nullptr, GTypeFlags{});
+  return type;
 }
 
 struct Release {
@@ -228,11 +247,9 @@ class Operation {
       return failure(kind == Kind::failed ? Kind::missing : kind, deadline_.limit(),
                      error.get() ? error.get()->message : "the bus refused");
     }
-    service_.reset(static_cast<SecretService*>(lib.g_initable_new(
-        lib.secret_service_get_type(), cancellable(), &error, "g-connection", connection_.get(),
-        "g-bus-type", G_BUS_TYPE_NONE, "g-flags", G_DBUS_PROXY_FLAGS_NONE, "g-name",
-        "org.freedesktop.secrets", "g-object-path", "/org/freedesktop/secrets", "g-interface-name",
-        "org.freedesktop.Secret.Service", "flags", SECRET_SERVICE_OPEN_SESSION, nullptr)));
+    service_.reset(static_cast<SecretService*>(
+        lib.g_initable_new(serviceType(), cancellable(), &error, "g-connection", connection_.get(),
+                           "flags", SECRET_SERVICE_OPEN_SESSION, nullptr)));
     if (!service_) return failure(error, deadline_);
     return {};
   }

@@ -5,9 +5,11 @@
 #include <csignal>
 #include <filesystem>
 #include <fmt/format.h>
+#include <poll.h>
 #include <stdexcept>
 #include <string>
 #include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -94,9 +96,15 @@ class PrivateKeyring : public PrivateBus {
   }
   ~PrivateKeyring() { end(); }
 
-  /// Ends the service; the next call starts it again.
+  /// Ends the service and waits for that; the next call starts it again.
   void end() {
+    const std::string pid = TemporaryFolder::contentOf(folder() / "pid");
+    if (pid.empty()) return;
+    const int process = static_cast<int>(syscall(SYS_pidfd_open, std::stoi(pid), 0));
     signal(SIGKILL);
+    pollfd ended{process, POLLIN, 0};
+    poll(&ended, 1, -1);
+    close(process);
     std::filesystem::remove(folder() / "pid");
   }
   /// To the service, which must have been spoken to.
