@@ -12,6 +12,7 @@ namespace {
 
 constexpr const Command* table[] = {
     &runCommand,
+    &settingsCommand,
 };
 
 bool asksForHelp(std::string_view argument) {

@@ -11,6 +11,7 @@
 namespace vantrell::shell {
 
 extern const Command runCommand;
+extern const Command settingsCommand;
 
 std::span<const Command* const> allCommands();
 
