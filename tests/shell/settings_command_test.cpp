@@ -46,8 +46,10 @@ TEST(SettingTable, ChecksValuesBeforeTheyAreStored) {
     ASSERT_TRUE(row) << name;
     const auto checked = shell::checkedValue(**row, text);
     EXPECT_EQ(checked.value_or(""), stored) << name << " " << text;
-    if (!checked) EXPECT_FALSE(checked.error().text.empty());
-    if (!checked) continue;
+    if (!checked) {
+      EXPECT_FALSE(checked.error().text.empty());
+      continue;
+    }
     const auto defaults = UserDefaults::inMemory();
     ASSERT_TRUE(shell::storeSetting(**row, *checked, *defaults)) << name;
     const auto value = shell::readSetting(**row, *defaults);
@@ -70,7 +72,7 @@ TEST(SettingTable, EachRowHasANameAndAKeyOfItsOwn) {
 
 class SettingsCommand : public tests::TerminalProgram {
  protected:
-  std::shared_ptr<Record> settings(std::vector<std::string> words, std::string bus = {}) {
+  std::shared_ptr<tests::Record> settings(std::vector<std::string> words, std::string bus = {}) {
     words.insert(words.begin(), "settings");
     auto options = vantrell(std::move(words));
     options.standardInput = ProcessOptions::Input::null;
