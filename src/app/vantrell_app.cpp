@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include "app/ports.h"
-#include "app/state_folders.h"
 #include "records/application.h"
 #include "runtimes/acp/acp_client.h"
 #include "runtimes/runtime_locator.h"
@@ -42,22 +41,16 @@ ProviderConnector practiceConnector(MainQueue& main, BackgroundPool& pool, std::
 
 std::expected<std::unique_ptr<VantrellApp>, std::string> VantrellApp::start(
     MainQueue& main, VantrellOptions options) {
-  auto folders = StateFolders::make(options.supportFolder, options.configFolder);
-  if (!folders) return std::unexpected(std::move(folders.error()));
-  auto lock = lockState(*folders);
-  if (!lock) return std::unexpected(std::move(lock.error()));
-  auto defaults = UserDefaults::open(folders->settingsFile());
-  if (!defaults) return std::unexpected(std::move(defaults.error()));
-  return std::unique_ptr<VantrellApp>(new VantrellApp(main, std::move(options), std::move(*lock),
-                                                      std::move(*defaults), folders->support));
+  auto state = UserState::open({options.supportFolder, options.configFolder}, main.now());
+  if (!state) return std::unexpected(std::move(state.error()));
+  return std::unique_ptr<VantrellApp>(new VantrellApp(main, std::move(options), std::move(*state)));
 }
 
-VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, files::LockFile lock,
-                         std::unique_ptr<UserDefaults> defaults, std::string supportFolder)
+VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, UserState state)
     : main_(main),
-      lock_(std::move(lock)),
-      defaults_(std::move(defaults)),
-      store_(*defaults_, std::move(supportFolder)),
+      state_(std::move(state)),
+      store_(*state_.defaults, state_.folders.support),
+      secrets_(state_.folders.secretStore(), main, pool_),
       connectors_(
           main, pool_,
           options.customExecutable
@@ -66,8 +59,10 @@ VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, files::LockFi
   if (options.practiceAgent) {
     connectors_.replace(practiceConnector(main_, pool_, *options.practiceAgent));
   }
-  model_ = std::make_unique<AppModel>(main_, *defaults_, store_,
+  model_ = std::make_unique<AppModel>(main_, *state_.defaults, store_,
                                       enginePorts(connectors_, frontDoorProvider), &writer_);
+  notice_ = std::move(state_.notice);
+  if (const auto& met = store_.notice()) notice_ = notice_ ? *notice_ + " " + *met : *met;
 }
 
 // The model first: it ends the clients, which need all the rest.
