@@ -3,13 +3,16 @@
 #include <fmt/format.h>
 
 #include "app/ports.h"
+#include "app/runtime_means.h"
 #include "records/application.h"
 #include "runtimes/acp/acp_client.h"
-#include "runtimes/runtime_locator.h"
+#include "runtimes/locators.h"
 
 namespace vantrell {
 
 namespace {
+
+constexpr std::string_view defaultsName = "defaults.sqlite";
 
 /// The practice agent in the place of local models: like them it needs no subscription.
 ProviderConnector practiceConnector(MainQueue& main, BackgroundPool& pool, std::string executable) {
@@ -63,7 +66,7 @@ std::expected<std::unique_ptr<VantrellApp>, std::string> VantrellApp::start(
         "Vantrell is already running{}. Nothing was changed; use that one, or end it first.",
         holder ? fmt::format(" (process {})", *holder) : ""));
   }
-  auto defaults = UserDefaults::open(config + "/defaults.sqlite");
+  auto defaults = UserDefaults::open(config + "/" + std::string(defaultsName));
   if (!defaults) return std::unexpected(std::move(defaults.error()));
   return std::unique_ptr<VantrellApp>(
       new VantrellApp(main, std::move(options), std::move(*lock), std::move(*defaults), support));
@@ -75,21 +78,29 @@ VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, files::LockFi
       lock_(std::move(lock)),
       defaults_(std::move(defaults)),
       store_(*defaults_, std::move(supportFolder)),
-      connectors_(
-          main, pool_,
-          options.customExecutable
-              ? std::move(options.customExecutable)
-              : [](AgentProvider) -> std::optional<std::string> { return std::nullopt; }) {
+      runner_(std::make_shared<ProgramRunner>(main, pool_)),
+      connectors_(main, pool_, *defaults_, executableChoice(options.customExecutable, *defaults_)) {
   if (options.practiceAgent) {
     connectors_.replace(practiceConnector(main_, pool_, *options.practiceAgent));
   }
-  model_ = std::make_unique<AppModel>(main_, *defaults_, store_,
-                                      enginePorts(connectors_, frontDoorProvider));
+  EnginePorts ports = enginePorts(connectors_, frontDoorProvider);
+  ports.runtimes = runtimeMeans(runner_, executableChoice(options.customExecutable, *defaults_));
+  if (options.desktop) ports.runtimes.desktop = std::move(options.desktop);
+  ports.runtimes.refreshesAtStart = options.refreshesRuntimes;
+  model_ = std::make_unique<AppModel>(main_, *defaults_, store_, std::move(ports));
 }
 
 // The model first: it ends the clients, which need all the rest.
 VantrellApp::~VantrellApp() {
   model_.reset();
+}
+
+std::unique_ptr<UserDefaults> VantrellApp::defaultsForReading() {
+  const std::string path =
+      files::standardized(applicationName, files::configFolder()) + "/" + std::string(defaultsName);
+  if (!files::exists(path)) return UserDefaults::inMemory();
+  auto opened = UserDefaults::open(path);
+  return opened ? std::move(*opened) : UserDefaults::inMemory();
 }
 
 bool VantrellApp::isAvailable(AgentProvider provider) const {

@@ -29,6 +29,7 @@ struct Change {
     selectionChanged,
     settingsChanged,
     modelOptionsChanged,  // what a provider offers
+    runtimesChanged,      // what is installed, a log-in
     saveFailed,           // `text` says why
   };
 
