@@ -7,6 +7,7 @@
 #include "records/application.h"
 #include "runtimes/acp/acp_client.h"
 #include "runtimes/locators.h"
+#include "runtimes/runtime_locator.h"
 
 namespace vantrell {
 
@@ -101,6 +102,13 @@ std::unique_ptr<UserDefaults> VantrellApp::defaultsForReading() {
   if (!files::exists(path)) return UserDefaults::inMemory();
   auto opened = UserDefaults::open(path);
   return opened ? std::move(*opened) : UserDefaults::inMemory();
+}
+
+std::optional<std::string> VantrellApp::setCustomExecutable(AgentProvider provider,
+                                                            const std::string& path) {
+  const auto key = customPathKey(provider);
+  const bool isStored = path.empty() ? defaults_->remove(key) : defaults_->setText(key, path);
+  return isStored ? std::nullopt : std::optional(defaults_->lastError());
 }
 
 bool VantrellApp::isAvailable(AgentProvider provider) const {

@@ -46,6 +46,11 @@ bool RuntimeDesk::isAsking() const {
          std::ranges::any_of(entries_, [](const auto& each) { return each.second.isAsking; });
 }
 
+bool RuntimeDesk::isAsking(AgentProvider provider) const {
+  const auto found = entries_.find(provider);
+  return found != entries_.end() && found->second.isAsking;
+}
+
 RuntimeDesk::Entry* RuntimeDesk::find(AgentProvider provider) {
   const auto found = entries_.find(provider);
   return found == entries_.end() ? nullptr : &found->second;
@@ -106,6 +111,7 @@ void RuntimeDesk::userPathRead() {
   for (const auto provider : ownPrograms) {
     if (!status(provider).isInstalled()) refresh(provider);
   }
+  announce();
 }
 
 void RuntimeDesk::noteMissing(AgentProvider provider) {
@@ -148,7 +154,7 @@ void RuntimeDesk::loginEnded(AgentProvider provider, int status, const std::stri
 void RuntimeDesk::logInInTerminal(AgentProvider provider) {
   const auto path = executable(provider);
   if (!path) return noteMissing(provider);
-  copyCommandAndOpenTerminal(loginCommand(*loginFlow(provider), *path));
+  copyCommandAndOpenTerminal(loginCommandLine(*loginFlow(provider), *path));
 }
 
 // ---- the user's terminal ------------------------------------------------------------------------

@@ -49,6 +49,8 @@ class RuntimeDesk : public std::enable_shared_from_this<RuntimeDesk> {
   const RuntimeLogin& login(AgentProvider provider) const;
   /// Whether some answer of a program is still awaited.
   bool isAsking() const;
+  bool isAsking(AgentProvider provider) const;
+  bool isReadingUserPath() const { return userPath_ == UserPath::reading; }
 
   /// Looks for the program, says at once whether it is there, and asks it in the background for the
   /// rest. What an earlier refresh still brings is dropped.

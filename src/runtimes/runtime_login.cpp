@@ -41,7 +41,7 @@ std::string shellQuoted(std::string_view text) {
   return quoted + "'";
 }
 
-std::string loginCommand(const RuntimeLoginFlow& flow, std::string_view executable) {
+std::string loginCommandLine(const RuntimeLoginFlow& flow, std::string_view executable) {
   std::string command = shellQuoted(executable);
   // The arguments are plain words.
   for (const auto& argument : flow.arguments) command += " " + argument;

@@ -28,6 +28,6 @@ const RuntimeLoginFlow* loginFlow(AgentProvider provider);
 std::string shellQuoted(std::string_view text);
 
 /// The flow's command line for a shell.
-std::string loginCommand(const RuntimeLoginFlow& flow, std::string_view executable);
+std::string loginCommandLine(const RuntimeLoginFlow& flow, std::string_view executable);
 
 }  // namespace vantrell

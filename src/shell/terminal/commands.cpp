@@ -4,6 +4,8 @@
 #include <fmt/ranges.h>
 
 #include "records/application.h"
+#include "shell/terminal/login_command.h"
+#include "shell/terminal/providers_command.h"
 #include "shell/terminal/run_arguments.h"
 
 namespace vantrell::shell {
@@ -12,6 +14,8 @@ namespace {
 
 constexpr const Command* table[] = {
     &runCommand,
+    &providersCommand,
+    &loginCommand,
 };
 
 bool asksForHelp(std::string_view argument) {
