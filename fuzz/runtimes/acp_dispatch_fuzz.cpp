@@ -33,7 +33,7 @@ class Driver {
     configuration.workspacePath = "/project";
     configuration.runtimeName = "Runtime";
 
-    ACPConnection::Events events;
+    AgentEvents events;
     events.sessionUpdates = [](const std::vector<JsonObject>& updates, std::size_t) {
       for (const auto& update : updates) json::write(update);
     };

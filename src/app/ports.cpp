@@ -32,7 +32,11 @@ EnginePorts neutralPorts() {
   ports.runNextQueuedPrompt = [](const auto&) {};
   ports.sendRemoteTaskEvent = [](std::string_view, std::string_view, const auto&) {};
   ports.updateRemoteSnapshot = nothing;
+
   ports.isImagineBusy = [] { return false; };
+  ports.respondToImaginePermission = [](std::int64_t, const std::string&) {};
+  ports.cancelImagine = nothing;
+  ports.resetImagine = nothing;
 
   ports.makeServers = nothing;
   ports.loadTaskletAndImagine = nothing;

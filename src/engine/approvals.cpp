@@ -38,13 +38,20 @@ void Approvals::respondToPermission(const std::string& optionID) {
   if (!request) return;
 
   const auto option = std::ranges::find(request->options, optionID, &PermissionOption::id);
-  if (mirror.client) mirror.client->respondToPermission(request->id, optionID);
+  const bool isOfImagine = mirror.permissionOwner == PermissionOwner::imagine;
+  if (isOfImagine) {
+    ports_.respondToImaginePermission(request->id, optionID);
+  } else if (mirror.client) {
+    mirror.client->respondToPermission(request->id, optionID);
+  }
   if (option != request->options.end() && option->kind == "allow_always" &&
       text::containsIgnoringCase(option->name, "always-approve")) {
     // The runtime's own always-approve choice raises the program's mode; the client at work has
     // raised its own already.
     settings_.recordPermissionMode(GrokPermissionMode::fullAccess);
   }
+  // The conversation's own question, if there is one behind it, is still to be answered.
+  if (isOfImagine) return executions_.closeImagineQuestion();
   if (!key) return;
   if (ThreadExecutionRuntime* execution = executions_.find(*key)) {
     execution->permissionRequest = nullptr;
@@ -62,7 +69,11 @@ void Approvals::rejectPermission() {
   const auto option = std::ranges::find_if(request->options, [](const PermissionOption& each) {
     return each.kind == "reject_once" || each.kind == "reject_always";
   });
-  if (option == request->options.end()) return stopTask();
+  if (option == request->options.end()) {
+    if (executions_.mirror().permissionOwner != PermissionOwner::imagine) return stopTask();
+    ports_.cancelImagine();
+    return executions_.closeImagineQuestion();
+  }
   respondToPermission(option->id);
 }
 
@@ -75,6 +86,7 @@ void Approvals::setPermissionMode(GrokPermissionMode mode) {
   if (!canChangePermissionMode() || mode == settings_.permissionMode()) return;
   settings_.recordPermissionMode(mode);
   executions_.resetConnection();
+  ports_.resetImagine();
 }
 
 void Approvals::setWorkflowMode(TaskWorkflowMode mode) {

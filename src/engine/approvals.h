@@ -23,7 +23,8 @@ class Approvals {
   /// Stops the selected conversation's task. Set once, by the owner of both desks.
   std::function<void()> stopTask;
 
-  // The rest acts on the selected conversation: the selection is how the user looks at a question.
+  // The rest acts on the selected conversation, or on the media generator while its question is the
+  // one that is shown: the selection is how the user looks at a question.
 
   /// Sends the option, also one that the question does not list. Does nothing without a question.
   void respondToPermission(const std::string& optionID);

@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 
 #include "platform/weakly.h"
-#include "runtimes/acp/acp_client.h"
+#include "runtimes/process_client.h"
 #include "runtimes/provider_registry.h"
 
 namespace vantrell {
@@ -127,9 +127,9 @@ void ClientStarter::setCallbacks(const std::shared_ptr<AgentClient>& client,
   client->onUsageUpdate = whileServing([](Self& self, Execution&, ProviderUsage usage) {
     self.ports_.usageReported(std::move(usage));
   });
-  if (const auto acp = std::dynamic_pointer_cast<ACPClient>(client)) {
+  if (const auto reporting = std::dynamic_pointer_cast<ProcessClient>(client)) {
     // The models of a provider are the same for all its conversations, so only we must be alive.
-    acp->onModelOptionsUpdate = weakly(
+    reporting->onModelOptionsUpdate = weakly(
         this,
         [provider = client->provider()](Self& self, std::vector<ProviderModelOption> options) {
           self.providerModelOptions[provider] = std::move(options);

@@ -77,8 +77,17 @@ struct EnginePorts {
       sendRemoteTaskEvent;
   /// Sends paired clients the state anew.
   std::function<void()> updateRemoteSnapshot;
-  /// Whether the media generator is connecting or working.
+
+  // The media generator, whose questions are shown in the same place.
+
+  /// It is connecting or working.
   std::function<bool()> isImagineBusy;
+  std::function<void(std::int64_t requestID, const std::string& optionID)>
+      respondToImaginePermission;
+  /// Stops what it is making.
+  std::function<void()> cancelImagine;
+  /// Ends its client, so that the next one starts under the present settings.
+  std::function<void()> resetImagine;
 
   // Start-up, in the order in which AppModel calls them.
 

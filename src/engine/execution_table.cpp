@@ -31,6 +31,7 @@ void ExecutionTable::publishExecution(const std::optional<ThreadExecutionKey>& k
     mirror_ = ExecutionFace();
     mirror_.permissionOwner = owner;
   }
+  showImagineQuestionIfFree();
   changes_.announce({.kind = Change::Kind::executionPublished, .conversation = key});
 }
 
@@ -40,6 +41,27 @@ void ExecutionTable::publishExecutionIfSelected(const ThreadExecutionKey& key) {
 
 void ExecutionTable::showError(std::string text) {
   mirror_.errorMessage = std::move(text);
+  changes_.announce({.kind = Change::Kind::executionPublished, .conversation = mirroredKey_});
+}
+
+void ExecutionTable::showImagineQuestionIfFree() {
+  if (!imagineQuestion_ || mirror_.permissionRequest) return;
+  mirror_.permissionOwner = PermissionOwner::imagine;
+  mirror_.permissionRequest = imagineQuestion_;
+}
+
+void ExecutionTable::openImagineQuestion(PermissionRequest request) {
+  imagineQuestion_ = std::make_shared<PermissionRequest>(std::move(request));
+  if (mirror_.permissionOwner == PermissionOwner::imagine) mirror_.permissionRequest = nullptr;
+  showImagineQuestionIfFree();
+  changes_.announce({.kind = Change::Kind::executionPublished, .conversation = mirroredKey_});
+}
+
+void ExecutionTable::closeImagineQuestion() {
+  imagineQuestion_ = nullptr;
+  if (mirror_.permissionOwner != PermissionOwner::imagine) return;
+  mirror_.permissionOwner = PermissionOwner::build;
+  mirror_.permissionRequest = nullptr;
   changes_.announce({.kind = Change::Kind::executionPublished, .conversation = mirroredKey_});
 }
 

@@ -35,6 +35,10 @@ class ExecutionTable {
   void publishExecutionIfSelected(const ThreadExecutionKey& key);
   /// Shows the user why something cannot be done.
   void showError(std::string text);
+  /// A question of the media generator: shown wherever the selected conversation has none of its
+  /// own, until it is closed.
+  void openImagineQuestion(PermissionRequest request);
+  void closeImagineQuestion();
   /// Writes the mirror back to the runtime that it shows. A question of the media generator stays
   /// out.
   void captureMirroredExecution();
@@ -65,7 +69,10 @@ class ExecutionTable {
   Changes& changes_;
   std::unordered_map<ThreadExecutionKey, std::unique_ptr<ThreadExecutionRuntime>, HashKey>
       executions_;
+  void showImagineQuestionIfFree();
+
   bool isReceiving_ = true;
+  std::shared_ptr<const PermissionRequest> imagineQuestion_;
   ExecutionFace mirror_;
   std::optional<ThreadExecutionKey> mirroredKey_;
 };

@@ -30,6 +30,18 @@ void ignoreBrokenPipes() {
   std::signal(SIGPIPE, SIG_IGN);
 }
 
+std::optional<std::string> readLine(int descriptor) {
+  std::string line;
+  char character = 0;
+  for (;;) {
+    const ssize_t count = ::read(descriptor, &character, 1);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return line.empty() ? std::nullopt : std::optional(line);
+    if (character == '\n') return line;
+    line.push_back(character);
+  }
+}
+
 std::string readStandardInput() {
   std::string all;
   char piece[64 << 10];

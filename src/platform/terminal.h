@@ -22,6 +22,9 @@ void discardTypedAhead(int descriptor);
 /// A write to a pipe without a reader fails with EPIPE from now on, and does not end the program.
 void ignoreBrokenPipes();
 
+/// One line without its end; absent at the end of the input. Reads no byte behind it. Blocks.
+std::optional<std::string> readLine(int descriptor);
+
 /// All that standard input holds, up to its end. Blocks.
 std::string readStandardInput();
 

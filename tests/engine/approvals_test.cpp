@@ -115,17 +115,67 @@ TEST_F(Approvals, ModeChangesOnlyBetweenTurns) {
   EXPECT_EQ(defaults->text("taskWorkflowMode.v1"), "plan");
 }
 
-TEST_F(Approvals, CaptureKeepsAMediaQuestionOutOfTheConversation) {
+class ImagineApprovals : public Approvals {
+ protected:
+  ImagineApprovals() {
+    ports.respondToImaginePermission = [this](std::int64_t id, const std::string& option) {
+      answersToImagine.emplace_back(id, option);
+    };
+    ports.cancelImagine = [this] { ++cancelsOfImagine; };
+    ports.resetImagine = [this] { ++resetsOfImagine; };
+    ports.isImagineBusy = [this] { return imagineIsBusy; };
+  }
+  const PermissionRequest* shown() { return model->executions.mirror().permissionRequest.get(); }
+
+  std::vector<std::pair<std::int64_t, std::string>> answersToImagine;
+  int cancelsOfImagine = 0;
+  int resetsOfImagine = 0;
+  bool imagineIsBusy = false;
+};
+
+TEST_F(ImagineApprovals, EachQuestionIsAnsweredWhereItWasAsked) {
   start();
   work("Go");
-  ask(usual);
-  execution().permissionOwner = PermissionOwner::imagine;
-  model->executions.publishExecution(key);
-  execution().permissionRequest = nullptr;
-  execution().permissionOwner = PermissionOwner::build;
+  model->executions.openImagineQuestion({9, "Draw", "{}", usual});
+  ASSERT_TRUE(shown());
+  EXPECT_EQ(shown()->title, "Draw");
   model->executions.captureMirroredExecution();
-  EXPECT_EQ(execution().permissionRequest, nullptr);
-  EXPECT_EQ(execution().connectionState, ConnectionState::working());
+  EXPECT_EQ(execution().permissionRequest, nullptr) << "it is no question of the conversation";
+
+  // The conversation's own question comes first; the other one is not lost behind it.
+  ask(usual);
+  EXPECT_EQ(shown()->title, "Run ls");
+  model->approvals.respondToPermission("yes");
+  EXPECT_THAT(client().answers, ElementsAre(Pair(4, "yes")));
+  ASSERT_TRUE(shown());
+  EXPECT_EQ(shown()->title, "Draw");
+  const auto status = run().statusMessage;
+  model->approvals.respondToPermission("no");
+  EXPECT_THAT(answersToImagine, ElementsAre(Pair(9, "no")));
+  EXPECT_EQ(client().answers.size(), 1u);
+  EXPECT_EQ(run().statusMessage, status) << "the conversation's run had no part in it";
+  EXPECT_FALSE(shown());
+}
+
+TEST_F(ImagineApprovals, RefusalWithoutAWayToSayNoCancelsIt) {
+  start();
+  work("Go");
+  model->executions.openImagineQuestion({9, "Draw", "{}", {{"yes", "Allow", "allow_once"}}});
+  model->approvals.rejectPermission();
+  EXPECT_EQ(cancelsOfImagine, 1);
+  EXPECT_EQ(client().cancels, 0) << "the conversation goes on";
+  EXPECT_FALSE(shown());
+}
+
+TEST_F(ImagineApprovals, ModeWaitsForItAndEndsItsClient) {
+  start();
+  imagineIsBusy = true;
+  model->approvals.setPermissionMode(GrokPermissionMode::auto_);
+  EXPECT_EQ(model->settings.permissionMode(), GrokPermissionMode::ask);
+  imagineIsBusy = false;
+  model->approvals.setPermissionMode(GrokPermissionMode::auto_);
+  EXPECT_EQ(model->settings.permissionMode(), GrokPermissionMode::auto_);
+  EXPECT_EQ(resetsOfImagine, 1);
 }
 
 }  // namespace

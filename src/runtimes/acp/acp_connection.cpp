@@ -10,12 +10,10 @@
 namespace vantrell {
 
 ACPConnection::ACPConnection(ACPConfiguration configuration, SerialQueue queue,
-                             std::shared_ptr<Mailbox> mailbox, Events events,
+                             std::shared_ptr<Mailbox> mailbox, AgentEvents events,
                              std::unique_ptr<ACPHostServices> host)
-    : configuration_(std::move(configuration)),
-      queue_(std::move(queue)),
-      mailbox_(std::move(mailbox)),
-      events_(std::move(events)),
+    : AgentConnection(std::move(queue), std::move(mailbox), std::move(events)),
+      configuration_(std::move(configuration)),
       host_(std::move(host)) {}
 
 ACPConnection::~ACPConnection() = default;
@@ -25,11 +23,11 @@ ACPConnection::~ACPConnection() = default;
 void ACPConnection::start(std::optional<std::string> existingSessionID,
                           AgentClient::StartCompletion completion) {
   if (hasEnded_) return completion(std::unexpected(AgentError(ACPClientError::disconnected())));
-  if (auto error = launch()) return completion(std::unexpected(AgentError(*error)));
+  if (auto error = launchRuntime()) return completion(std::unexpected(AgentError(*error)));
   initialize(std::move(existingSessionID), std::move(completion));
 }
 
-std::optional<ACPClientError> ACPConnection::launch() {
+std::optional<ACPClientError> ACPConnection::launchRuntime() {
   if (!files::isExecutable(configuration_.executable)) {
     return ACPClientError::executableMissing(configuration_.runtimeName);
   }
@@ -39,37 +37,13 @@ std::optional<ACPClientError> ACPConnection::launch() {
   options.environment = configuration_.processEnvironment;
   options.workingFolder = configuration_.workspacePath;
 
-  // The process may outlive this object by the moment that its end takes.
-  const auto weak = weak_from_this();
-  JsonLineProcess::Handlers handlers;
-  handlers.onMessage = [weak](JsonObject message, std::size_t bytes) {
-    if (const auto self = weak.lock()) self->handle(std::move(message), bytes);
-  };
-  handlers.onReadHandled = [weak] {
-    if (const auto self = weak.lock()) self->handOutUpdates();
-  };
-  handlers.onErrorText = [weak](std::string text) {
-    if (const auto self = weak.lock(); self && self->events_.log)
-      self->events_.log(std::move(text));
-  };
-  handlers.onWriteError = [weak](std::string description) {
-    if (const auto self = weak.lock()) self->failPending(AgentError(std::move(description)));
-  };
-  handlers.onEnd = [weak](ExitStatus status, std::string errorText) {
-    if (const auto self = weak.lock()) self->ended(status, std::move(errorText));
-  };
-
-  auto process = JsonLineProcess::start(std::move(options), queue_, mailbox_, std::move(handlers));
-  if (!process) {
-    const auto& error = process.error();
-    // Without its name the folder's error reads as if the program were missing.
-    return ACPClientError::processFailed(
-        error.step == ProcessError::Step::enterFolder
-            ? fmt::format("{}: {}", configuration_.workspacePath, error.description)
-            : error.description);
-  }
-  process_ = std::move(*process);
-  return std::nullopt;
+  const auto error = launch(std::move(options));
+  if (!error) return std::nullopt;
+  // Without its name the folder's error reads as if the program were missing.
+  return ACPClientError::processFailed(
+      error->step == ProcessError::Step::enterFolder
+          ? fmt::format("{}: {}", configuration_.workspacePath, error->description)
+          : error->description);
 }
 
 void ACPConnection::initialize(std::optional<std::string> existingSessionID,
@@ -185,11 +159,7 @@ void ACPConnection::respondToPermission(std::int64_t requestID, std::string opti
 void ACPConnection::stop() {
   hasEnded_ = true;
   if (host_) host_->releaseAll();
-  if (process_) {
-    process_->stop(pending_.empty() ? JsonLineProcess::Ending::gentle
-                                    : JsonLineProcess::Ending::prompt);
-  }
-  process_.reset();
+  endProcess(pending_.empty() ? JsonLineProcess::Ending::gentle : JsonLineProcess::Ending::prompt);
   failPending(ACPClientError::disconnected());
 }
 
@@ -198,12 +168,8 @@ void ACPConnection::ended(ExitStatus status, std::string errorText) {
   if (host_) host_->releaseAll();
   failPending(ACPClientError::disconnected());
   if (!events_.unexpectedTermination) return;
-  if (errorText.empty()) {
-    // One number for both kinds of end, a signal's number being the status of what it killed.
-    errorText = fmt::format("{} exited with status {}.", configuration_.runtimeName,
-                            status.signal != 0 ? status.signal : status.status);
-  }
-  events_.unexpectedTermination(std::move(errorText));
+  events_.unexpectedTermination(
+      textOfEnd(configuration_.runtimeName, status, std::move(errorText)));
 }
 
 // ---- messages -----------------------------------------------------------------------------------
@@ -225,13 +191,6 @@ void ACPConnection::handle(JsonObject message, std::size_t bytes) {
   }
 }
 
-void ACPConnection::handOutUpdates() {
-  if (updates_.empty()) return;
-  auto updates = std::exchange(updates_, {});
-  const auto bytes = std::exchange(updateBytes_, 0);
-  if (events_.sessionUpdates) events_.sessionUpdates(std::move(updates), bytes);
-}
-
 void ACPConnection::handleResponse(std::int64_t id, const JsonObject& message) {
   const auto completion = pending_.take(id);
   if (!completion) return;
@@ -251,19 +210,18 @@ void ACPConnection::handleNotification(std::string_view method, JsonObject& para
   if (method != "session/update") return;
   Json* update = params.find("update");
   if (!update || !update->asObject()) return;
-  updates_.push_back(std::move(*update->asObject()));
-  updateBytes_ += bytes;
+  gatherUpdate(std::move(*update->asObject()), bytes);
 }
 
 void ACPConnection::handleRequest(std::int64_t id, const std::string& method,
                                   const JsonObject& params, std::size_t bytes) {
   if (method == "session/request_permission") return handlePermissionRequest(id, params, bytes);
-  const auto reply = [weak = weak_from_this(), id](ACPHostServices::Answer answer) {
+  const auto reply = [weak = weak_from_this(), this, id](ACPHostServices::Answer answer) {
     const auto self = weak.lock();
     if (!self) return;
-    self->send(
-        answer ? acp::response(id, std::move(*answer))
-               : acp::errorResponse(id, acp::internalError, answer.error().localizedDescription()));
+    send(answer
+             ? acp::response(id, std::move(*answer))
+             : acp::errorResponse(id, acp::internalError, answer.error().localizedDescription()));
   };
   if (host_ && host_->handle(method, params, reply)) return;
   send(acp::errorResponse(id, acp::methodNotFound, "Unsupported ACP method: " + method));
@@ -294,10 +252,6 @@ void ACPConnection::request(std::string_view method, JsonObject params,
   if (hasEnded_) return completion(std::unexpected(AgentError(ACPClientError::disconnected())));
   const std::int64_t id = pending_.add(std::move(completion));
   send(acp::request(id, method, std::move(params)));
-}
-
-void ACPConnection::send(const JsonObject& message) {
-  if (process_) process_->send(message);
 }
 
 void ACPConnection::failPending(const AgentError& error) {

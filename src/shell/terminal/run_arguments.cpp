@@ -15,7 +15,7 @@ constexpr CommandOption options[] = {
     {"--practice", "", "use the practice agent: no model, no account, no cost"},
     {"--model", "M", "model, kept with the task"},
     {"--effort", "E", "reasoning effort, kept with the task"},
-    {"--mode", "MODE", "ask (before acting) or auto, for this run"},
+    {"--mode", "MODE", "ask (before acting), auto or full_access (to be confirmed), for this run"},
     {"--workflow", "FLOW", "build, plan or review, for this run"},
     {"--attach", "PATH", "a file or folder to look at; may be given several times"},
     {"--answer", "KIND", "answer every question: allow_once, allow_always or reject_once"},
@@ -36,18 +36,6 @@ std::optional<E> choice(const CommandArguments& arguments, std::string_view opti
         fmt::format("{} takes one of {}, not \"{}\".", option, fmt::join(words, ", "), *value);
   }
   return known;
-}
-
-std::optional<std::string> whatIsWrongWithMode(const std::optional<std::string>& mode) {
-  if (!mode || fromRawText<GrokPermissionMode>(*mode).value_or(GrokPermissionMode::fullAccess) !=
-                   GrokPermissionMode::fullAccess) {
-    return std::nullopt;
-  }
-  if (*mode == rawText(GrokPermissionMode::fullAccess)) {
-    return "Full Access takes a confirmation that this version of the terminal does not have yet. "
-           "Use --mode ask or --mode auto.";
-  }
-  return fmt::format("--mode takes ask or auto, not \"{}\".", *mode);
 }
 
 std::optional<std::string> whatIsWrongWithAnswer(const std::optional<std::string>& answer) {
@@ -74,6 +62,10 @@ std::optional<std::string> contradiction(const CommandArguments& arguments) {
   if (arguments.has("--task") && arguments.has("--project")) {
     return "--task goes on in the task's own project. Leave out --project.";
   }
+  if (arguments.value("--mode") == rawText(GrokPermissionMode::fullAccess) &&
+      arguments.value("--workflow") == rawText(TaskWorkflowMode::plan)) {
+    return "A plan never runs with full access. Use --mode ask or --mode auto for it.";
+  }
   if (arguments.has("--executable") && !arguments.has("--provider") &&
       !arguments.has("--practice")) {
     return "--executable names the program of a runtime. Say of which with --provider kimi, glm "
@@ -90,8 +82,7 @@ std::span<const CommandOption> runOptions() {
 
 std::expected<RunArguments, UsageError> readRunArguments(const CommandArguments& arguments) {
   RunArguments run;
-  std::optional<std::string> failure = whatIsWrongWithMode(arguments.value("--mode"));
-  if (!failure) failure = whatIsWrongWithAnswer(arguments.value("--answer"));
+  std::optional<std::string> failure = whatIsWrongWithAnswer(arguments.value("--answer"));
   run.project = arguments.value("--project");
   run.task = arguments.value("--task");
   run.provider = choice<AgentProvider>(arguments, "--provider", failure);

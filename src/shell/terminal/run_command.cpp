@@ -5,8 +5,10 @@
 
 #include "platform/output_sink.h"
 #include "platform/terminal.h"
+#include "runtimes/permission_mode_texts.h"
 #include "runtimes/provider_registry.h"
 #include "shell/terminal/commands.h"
+#include "shell/terminal/full_access_confirmation.h"
 #include "shell/terminal/json_printer.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/run_session.h"
@@ -115,7 +117,14 @@ class Performance {
                           .runtime = plan_.practiceAgent ? "The practice agent" : label,
                           .folder = folder,
                           .earlierEntries = app_.model().tree.thread(key)->entries.size(),
+                          .freedom = freedom(provider),
                           .goingOn = optionsToGoOn(provider)});
+  }
+
+  /// Nobody should be surprised that no question comes.
+  std::string_view freedom(AgentProvider provider) const {
+    const auto mode = app_.model().settings.permissionMode();
+    return mode == GrokPermissionMode::fullAccess ? detail(mode, provider) : std::string_view();
   }
 
   /// What the next start cannot find out by itself: the program that was named for this one.
@@ -181,7 +190,13 @@ int run(const CommandArguments& arguments, const Environment& environment) {
   auto read = readRunArguments(arguments);
   if (!read) return refuse(read.error());
   const auto plan = prepareRun(std::move(*read), environment);
-  return plan ? performRun(*plan, environment) : refuse(plan.error());
+  if (!plan) return refuse(plan.error());
+  if (plan->arguments.mode == GrokPermissionMode::fullAccess) {
+    if (const auto confirmed = confirmFullAccess(Person::atTheTerminal()); !confirmed) {
+      return refuse(confirmed.error());
+    }
+  }
+  return performRun(*plan, environment);
 }
 
 }  // namespace

@@ -18,6 +18,8 @@ struct RunIntroduction {
   std::string_view runtime;  // for people
   std::string_view folder;
   std::size_t earlierEntries = 0;
+  /// What the permission mode means, where the agent may act unasked; else empty.
+  std::string_view freedom{};
   std::string goingOn = "--task";  // the options, up to the task's ID, that go on with it
 };
 

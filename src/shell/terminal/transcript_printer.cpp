@@ -95,6 +95,7 @@ void TranscriptPrinter::introduced(const RunIntroduction& introduction) {
                                  introduction.conversation.threadID.text().substr(0, taskIDShown)));
   beginBlock(Block::other);
   line(style_.dim(fmt::format("{} in {}", introduction.runtime, sanitized(introduction.folder))));
+  if (!introduction.freedom.empty()) line(style_.yellow(introduction.freedom));
   if (introduction.earlierEntries != 0) {
     line(
         style_.dim(fmt::format("Going on after {} earlier entries.", introduction.earlierEntries)));

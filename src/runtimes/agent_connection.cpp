@@ -1,0 +1,68 @@
+#include "runtimes/agent_connection.h"
+
+#include <fmt/format.h>
+
+namespace vantrell {
+
+AgentConnection::AgentConnection(SerialQueue queue, std::shared_ptr<Mailbox> mailbox,
+                                 AgentEvents events)
+    : queue_(std::move(queue)), events_(std::move(events)), mailbox_(std::move(mailbox)) {}
+
+AgentConnection::~AgentConnection() = default;
+
+std::optional<ProcessError> AgentConnection::launch(ProcessOptions options) {
+  // The process may outlive this object by the moment that its end takes.
+  const auto weak = weak_from_this();
+  JsonLineProcess::Handlers handlers;
+  handlers.onMessage = [weak](JsonObject message, std::size_t bytes) {
+    if (const auto self = weak.lock()) self->handle(std::move(message), bytes);
+  };
+  handlers.onReadHandled = [weak] {
+    if (const auto self = weak.lock()) self->handOutUpdates();
+  };
+  handlers.onErrorText = [weak](std::string text) {
+    const auto self = weak.lock();
+    if (self && self->events_.log) self->events_.log(std::move(text));
+  };
+  handlers.onWriteError = [weak](std::string description) {
+    if (const auto self = weak.lock()) self->failPending(AgentError(std::move(description)));
+  };
+  handlers.onEnd = [weak](ExitStatus status, std::string errorText) {
+    if (const auto self = weak.lock()) self->ended(status, std::move(errorText));
+  };
+  auto process = JsonLineProcess::start(std::move(options), queue_, mailbox_, std::move(handlers));
+  if (!process) return std::move(process.error());
+  process_ = std::move(*process);
+  return std::nullopt;
+}
+
+void AgentConnection::send(const JsonObject& message) {
+  if (process_) process_->send(message);
+}
+
+void AgentConnection::gatherUpdate(JsonObject update, std::size_t bytes) {
+  updates_.push_back(std::move(update));
+  updateBytes_ += bytes;
+}
+
+void AgentConnection::handOutUpdates() {
+  if (updates_.empty()) return;
+  auto updates = std::exchange(updates_, {});
+  const auto bytes = std::exchange(updateBytes_, 0);
+  if (events_.sessionUpdates) events_.sessionUpdates(std::move(updates), bytes);
+}
+
+void AgentConnection::endProcess(JsonLineProcess::Ending ending) {
+  if (process_) process_->stop(ending);
+  process_.reset();
+}
+
+std::string AgentConnection::textOfEnd(std::string_view runtimeName, ExitStatus status,
+                                       std::string errorText) {
+  if (!errorText.empty()) return errorText;
+  // One number for both kinds of end, a signal's number being the status of what it killed.
+  return fmt::format("{} exited with status {}.", runtimeName,
+                     status.signal != 0 ? status.signal : status.status);
+}
+
+}  // namespace vantrell

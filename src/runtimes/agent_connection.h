@@ -1,0 +1,83 @@
+// The protocol side of a client whose runtime is a child process that speaks JSON lines: what every
+// dialect shares. All its state lies on the client's queue; a ProcessClient owns it there and
+// carries its events to the main queue. A dialect derives from it and is little but its protocol.
+//
+// A connection without a process drops what it sends, so that a dialect can be driven by itself.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/dispatch.h"
+#include "platform/json.h"
+#include "runtimes/agent_client.h"
+#include "runtimes/json_line_process.h"
+#include "runtimes/provider_options.h"
+
+namespace vantrell {
+
+/// What a connection tells its client. Called on the client's queue; all may be unset. `bytes` is
+/// the length of the message on the wire.
+struct AgentEvents {
+  /// In the order in which they came, as many as one read brought.
+  std::function<void(std::vector<JsonObject> updates, std::size_t bytes)> sessionUpdates;
+  std::function<void(PermissionRequest, std::size_t bytes)> permissionRequest;
+  std::function<void(std::string text)> log;
+  std::function<void()> replayStarted;
+  std::function<void()> replayFailed;
+  std::function<void(std::string text)> unexpectedTermination;
+  std::function<void(std::vector<ProviderModelOption>)> modelOptions;
+  std::function<void(ProviderUsage)> usage;
+};
+
+class AgentConnection : public std::enable_shared_from_this<AgentConnection> {
+ public:
+  virtual ~AgentConnection();
+
+  // The operations of AgentClient. Completions are called here, on the client's queue.
+
+  virtual void start(std::optional<std::string> existingSessionID,
+                     AgentClient::StartCompletion completion) = 0;
+  virtual void sendPrompt(std::string prompt, AgentClient::PromptCompletion completion) = 0;
+  virtual void cancel() = 0;
+  virtual void respondToPermission(std::int64_t requestID, std::string optionID) = 0;
+  virtual void stop() = 0;
+
+  /// One message of the runtime; `bytes` is its length on the wire.
+  virtual void handle(JsonObject message, std::size_t bytes) = 0;
+  /// Session updates are gathered, and handed out when all of a read has been handled and before
+  /// anything that comes behind them.
+  void handOutUpdates();
+
+ protected:
+  /// The events deliver to the mailbox.
+  AgentConnection(SerialQueue queue, std::shared_ptr<Mailbox> mailbox, AgentEvents events);
+
+  std::optional<ProcessError> launch(ProcessOptions options);
+  void send(const JsonObject& message);
+  void gatherUpdate(JsonObject update, std::size_t bytes);
+  /// No more events of the process. A second call does nothing.
+  void endProcess(JsonLineProcess::Ending ending);
+
+  /// The runtime no longer takes input, or is gone: whatever waits for an answer gets this one.
+  virtual void failPending(const AgentError& error) = 0;
+  /// The process has ended by itself.
+  virtual void ended(ExitStatus status, std::string errorText) = 0;
+  /// What to tell the user of such an end: the runtime's own words, else its status.
+  static std::string textOfEnd(std::string_view runtimeName, ExitStatus status,
+                               std::string errorText);
+
+  const SerialQueue queue_;
+  const AgentEvents events_;
+
+ private:
+  const std::shared_ptr<Mailbox> mailbox_;
+  std::unique_ptr<JsonLineProcess> process_;
+  std::vector<JsonObject> updates_;  // gathered, not handed out yet
+  std::size_t updateBytes_ = 0;
+};
+
+}  // namespace vantrell
