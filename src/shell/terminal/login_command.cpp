@@ -72,7 +72,7 @@ int run(const CommandArguments& arguments, const Environment&) {
 
 }  // namespace
 
-const Command loginCommandOfProgram{
+const Command loginCommand{
     .name = "login",
     .parameters = "ID",
     .summary = "sign in to a provider, with the provider's own program",

@@ -5,6 +5,6 @@
 
 namespace vantrell::shell {
 
-extern const Command loginCommandOfProgram;
+extern const Command loginCommand;
 
 }  // namespace vantrell::shell
