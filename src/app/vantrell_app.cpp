@@ -4,6 +4,7 @@
 
 #include "app/ports.h"
 #include "app/runtime_means.h"
+#include "app/state_folders.h"
 #include "records/application.h"
 #include "runtimes/acp/acp_client.h"
 #include "runtimes/locators.h"
@@ -12,8 +13,6 @@
 namespace vantrell {
 
 namespace {
-
-constexpr std::string_view defaultsName = "defaults.sqlite";
 
 /// The practice agent in the place of local models: like them it needs no subscription.
 ProviderConnector practiceConnector(MainQueue& main, BackgroundPool& pool, std::string executable) {
@@ -45,32 +44,14 @@ ProviderConnector practiceConnector(MainQueue& main, BackgroundPool& pool, std::
 
 std::expected<std::unique_ptr<VantrellApp>, std::string> VantrellApp::start(
     MainQueue& main, VantrellOptions options) {
-  const std::string support = options.supportFolder.empty()
-                                  ? files::standardized(applicationName, files::dataFolder())
-                                  : options.supportFolder;
-  const std::string config = options.configFolder.empty()
-                                 ? files::standardized(applicationName, files::configFolder())
-                                 : options.configFolder;
-  for (const auto& folder : {support, config}) {
-    if (const auto made = files::createOwnerOnlyFolder(folder); !made) {
-      return std::unexpected(fmt::format(
-          "Vantrell cannot keep its state: {}. Make the folder writable, or name another one with "
-          "XDG_DATA_HOME and XDG_CONFIG_HOME.",
-          made.error().description));
-    }
-  }
-  auto lock = files::LockFile::acquire(support + "/lock");
-  if (!lock) {
-    if (lock.error().error) return std::unexpected(lock.error().error->description);
-    const auto holder = lock.error().holder;
-    return std::unexpected(fmt::format(
-        "Vantrell is already running{}. Nothing was changed; use that one, or end it first.",
-        holder ? fmt::format(" (process {})", *holder) : ""));
-  }
-  auto defaults = UserDefaults::open(config + "/" + std::string(defaultsName));
+  auto folders = StateFolders::make(options.supportFolder, options.configFolder);
+  if (!folders) return std::unexpected(std::move(folders.error()));
+  auto lock = lockState(*folders);
+  if (!lock) return std::unexpected(std::move(lock.error()));
+  auto defaults = UserDefaults::open(folders->settingsFile());
   if (!defaults) return std::unexpected(std::move(defaults.error()));
-  return std::unique_ptr<VantrellApp>(
-      new VantrellApp(main, std::move(options), std::move(*lock), std::move(*defaults), support));
+  return std::unique_ptr<VantrellApp>(new VantrellApp(main, std::move(options), std::move(*lock),
+                                                      std::move(*defaults), folders->support));
 }
 
 VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, files::LockFile lock,
@@ -88,7 +69,7 @@ VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, files::LockFi
   ports.runtimes = runtimeMeans(runner_, executableChoice(options.customExecutable, *defaults_));
   if (options.desktop) ports.runtimes.desktop = std::move(options.desktop);
   ports.runtimes.refreshesAtStart = options.refreshesRuntimes;
-  model_ = std::make_unique<AppModel>(main_, *defaults_, store_, std::move(ports));
+  model_ = std::make_unique<AppModel>(main_, *defaults_, store_, std::move(ports), &writer_);
 }
 
 // The model first: it ends the clients, which need all the rest.
@@ -97,8 +78,9 @@ VantrellApp::~VantrellApp() {
 }
 
 std::unique_ptr<UserDefaults> VantrellApp::defaultsForReading() {
-  const std::string path =
-      files::standardized(applicationName, files::configFolder()) + "/" + std::string(defaultsName);
+  const StateFolders folders{.support = files::standardized(applicationName, files::dataFolder()),
+                             .config = files::standardized(applicationName, files::configFolder())};
+  const std::string path = folders.settingsFile();
   if (!files::exists(path)) return UserDefaults::inMemory();
   auto opened = UserDefaults::open(path);
   return opened ? std::move(*opened) : UserDefaults::inMemory();

@@ -67,6 +67,7 @@ class VantrellApp {
   std::unique_ptr<UserDefaults> defaults_;
   WorkspaceStore store_;
   BackgroundPool pool_;
+  BackgroundPool writer_{1};  // a save waits for no other work
   const std::shared_ptr<ProgramRunner> runner_;
   ProviderConnectorRegistry connectors_;
   std::unique_ptr<AppModel> model_;

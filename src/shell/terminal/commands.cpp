@@ -4,8 +4,6 @@
 #include <fmt/ranges.h>
 
 #include "records/application.h"
-#include "shell/terminal/login_command.h"
-#include "shell/terminal/providers_command.h"
 #include "shell/terminal/run_arguments.h"
 
 namespace vantrell::shell {
@@ -13,9 +11,9 @@ namespace vantrell::shell {
 namespace {
 
 constexpr const Command* table[] = {
-    &runCommand,
-    &providersCommand,
-    &loginCommand,
+    &runCommand,     &providersCommand, &loginCommand,    &tasksCommand, &showCommand,
+    &searchCommand,  &newCommand,       &renameCommand,   &moveCommand,  &pinCommand,
+    &archiveCommand, &deleteCommand,    &projectsCommand,
 };
 
 bool asksForHelp(std::string_view argument) {

@@ -1,5 +1,3 @@
-#include "shell/terminal/login_command.h"
-
 #include <csignal>
 #include <fmt/format.h>
 #include <unistd.h>
@@ -9,6 +7,7 @@
 #include "runtimes/provider_registry.h"
 #include "runtimes/runtime_locator.h"
 #include "runtimes/runtime_login.h"
+#include "shell/terminal/commands.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/provider_names.h"
 #include "shell/terminal/runtime_survey.h"
@@ -49,7 +48,7 @@ int run(const CommandArguments& arguments, const Environment&) {
   RuntimeSurvey survey;
   const auto program = survey.find(*provider);
   if (!program) return notFound(*provider);
-  const std::string command = loginCommand(flow, *program);
+  const std::string command = loginCommandLine(flow, *program);
   if (flow.wantsTerminal && !terminal::isTerminal(STDIN_FILENO)) {
     complain(fmt::format("This log-in asks questions, and there is no terminal. Type in one: {}",
                          command));

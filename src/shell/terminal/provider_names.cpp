@@ -15,7 +15,7 @@ std::expected<AgentProvider, UsageError> readProgramOwner(std::string_view word)
     if (!loginFlow(provider)) {
       if (!isNamed) continue;
       return usageError(fmt::format("{} has no program of its own. {}", rawText(provider),
-                                    ProviderRegistry::descriptor(provider).setupHint));
+                                    ProviderRegistry::setupHint(provider)));
     }
     if (isNamed || word == programName(provider)) return provider;
     known.push_back(rawText(provider));

@@ -1,6 +1,3 @@
-#include "shell/terminal/providers_command.h"
-
-#include <algorithm>
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -8,18 +5,19 @@
 #include "platform/text.h"
 #include "runtimes/provider_registry.h"
 #include "runtimes/runtime_locator.h"
+#include "shell/terminal/commands.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/provider_names.h"
 #include "shell/terminal/runtime_survey.h"
+#include "shell/terminal/standard_output.h"
 #include "shell/terminal/terminal_style.h"
 #include "shell/terminal/terminal_text.h"
+#include "shell/terminal/text_table.h"
 #include "shell/terminal/with_app.h"
 
 namespace vantrell::shell {
 
 namespace {
-
-constexpr int widestVersion = 24;  // columns
 
 /// One line of the table.
 struct Row {
@@ -58,7 +56,7 @@ Row rowOf(const RuntimeSurvey& survey, AgentProvider provider) {
         fmt::format("the path that is set for it is no program: {}", shortPath(*useless)));
   }
   if (status.isInstalled()) {
-    row.version = status.version ? fitted(firstLine(*status.version), widestVersion) : "not known";
+    row.version = status.version ? firstLine(*status.version) : "not known";
     row.signIn = signInWord(status);
     row.place = shortPath(status.path);
   } else if (step.kind == NextStep::Kind::setUp) {
@@ -68,35 +66,35 @@ Row rowOf(const RuntimeSurvey& survey, AgentProvider provider) {
   return row;
 }
 
-std::string padded(std::string_view text, std::size_t width) {
-  return fmt::format("{:<{}}", text, width);
-}
-
-void print(const std::vector<Row>& rows, const TerminalStyle& style) {
-  std::size_t names = 0;
-  std::size_t versions = std::string_view("VERSION").size();
+/// One table, with what to do about each provider below its row: as a column it would leave no room
+/// for the rest.
+std::string tableOf(const std::vector<Row>& rows, const TerminalStyle& style) {
+  TextTable table({{.heading = ""},
+                   {.heading = "ID"},
+                   {.heading = "PROVIDER", .leavesAt = 1},
+                   {.heading = "VERSION", .least = 8},
+                   {.heading = "SIGN-IN"},
+                   {.heading = "PROGRAM", .least = 12, .cutsFront = true}});
   for (const auto& row : rows) {
-    names = std::max(names, ProviderRegistry::descriptor(row.provider).label.size());
-    versions = std::max(versions, row.version.size());
+    const auto place = row.isThere ? nullptr : &TerminalStyle::dim;
+    table.add({{row.isThere ? "✓" : "○", row.isThere ? &TerminalStyle::green : &TerminalStyle::dim},
+               {std::string(rawText(row.provider)), &TerminalStyle::bold},
+               {ProviderRegistry::descriptor(row.provider).label},
+               {row.version},
+               {row.signIn},
+               {row.place, place}});
   }
-  constexpr std::size_t ids = 8;
-  constexpr std::size_t signIns = 14;
-  std::string text =
-      style.dim(fmt::format("  {}{}{}{}PROGRAM", padded("ID", ids), padded("PROVIDER", names + 2),
-                            padded("VERSION", versions + 2), padded("SIGN-IN", signIns))) +
-      "\n";
-  for (const auto& row : rows) {
-    text += fmt::format("{} {}{}{}{}{}\n", row.isThere ? style.green("✓") : style.dim("○"),
-                        style.bold(padded(rawText(row.provider), ids)),
-                        padded(ProviderRegistry::descriptor(row.provider).label, names + 2),
-                        padded(row.version, versions + 2), padded(row.signIn, signIns),
-                        row.isThere ? row.place : style.dim(row.place));
-    for (const auto& remark : row.remarks) text += fmt::format("    {}\n", style.dim(remark));
+  const std::string lines = table.text(style, columnsForTables(STDOUT_FILENO));
+  const auto tableLines = text::split(lines, '\n');
+  std::string text(tableLines.front());
+  text += '\n';
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    text.append(tableLines[i + 1]).push_back('\n');
+    for (const auto& remark : rows[i].remarks) text += "     " + style.dim(remark) + "\n";
   }
-  tell(text);
-  tell(
-      "\n"
-      "A program that lies elsewhere: vantrell providers --set-path kimi=/path/to/kimi\n");
+  return text +
+         "\n"
+         "A program that lies elsewhere: vantrell providers --set-path kimi=/path/to/kimi\n";
 }
 
 JsonObject jsonOf(const RuntimeSurvey& survey, AgentProvider provider) {
@@ -172,16 +170,17 @@ int run(const CommandArguments& arguments, const Environment& environment) {
   }
   RuntimeSurvey survey;
   survey.askAll(environment);
+  StandardOutput output;
   if (arguments.has(jsonOption.name)) {
     Json::Array all;
     for (const auto provider : allAgentProviders) all.emplace_back(jsonOf(survey, provider));
-    tell(json::writePrettySorted(Json(std::move(all))) + "\n");
-    return exitStatus::completed;
+    output.write(asTyped(json::writePrettySorted(Json(std::move(all)))) + "\n");
+    return output.finish(exitStatus::completed);
   }
   std::vector<Row> rows;
   for (const auto provider : allAgentProviders) rows.push_back(rowOf(survey, provider));
-  print(rows, TerminalStyle::of(STDOUT_FILENO, environment));
-  return exitStatus::completed;
+  output.write(asTyped(tableOf(rows, TerminalStyle::of(STDOUT_FILENO, environment))));
+  return output.finish(exitStatus::completed);
 }
 
 }  // namespace

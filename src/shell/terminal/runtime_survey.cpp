@@ -127,7 +127,7 @@ std::optional<std::string> RuntimeSurvey::uselessCustomPath(AgentProvider provid
 }
 
 NextStep RuntimeSurvey::nextStep(AgentProvider provider) const {
-  const std::string hint(ProviderRegistry::descriptor(provider).setupHint);
+  const std::string hint(ProviderRegistry::setupHint(provider));
   if (!loginFlow(provider)) return {NextStep::Kind::setUp, "", hint};
   const auto& known = status(provider);
   if (!known.isInstalled()) {
