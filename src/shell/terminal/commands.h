@@ -11,6 +11,8 @@
 namespace vantrell::shell {
 
 extern const Command runCommand;
+extern const Command providersCommand;
+extern const Command loginCommand;
 extern const Command tasksCommand;
 extern const Command showCommand;
 extern const Command searchCommand;
