@@ -31,6 +31,9 @@ std::string_view encodedLastComponent(std::string_view path) {
 }  // namespace
 
 std::optional<Url> Url::parse(std::string_view text) {
+  // Boost 1.81 ends the program over some URLs without "//" ("a:\"").
+  const auto colon = text.find(':');
+  if (colon == text.npos || !text.substr(colon).starts_with("://")) return std::nullopt;
   const auto parsed = boost::urls::parse_uri({text.data(), text.size()});
   if (!parsed || !parsed->has_authority()) return std::nullopt;
   const boost::urls::url_view view = *parsed;
