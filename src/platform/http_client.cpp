@@ -238,15 +238,17 @@ class HttpClient::Transfer final : public HttpTransfer {
 HttpClient::HttpClient(MainQueue& main) : HttpClient(main, Options{}) {}
 
 HttpClient::HttpClient(MainQueue& main, Options options)
-    : impl_(std::make_shared<Impl>(main, std::move(options))) {
-  impl_->startThread();
-}
+    : main_(main), options_(std::move(options)) {}
 
 HttpClient::~HttpClient() {
-  impl_->end();
+  if (impl_) impl_->end();
 }
 
 std::shared_ptr<HttpTransfer> HttpClient::send(HttpRequest request, Completion completion) {
+  if (!impl_) {
+    impl_ = std::make_shared<Impl>(main_, std::move(options_));
+    impl_->startThread();
+  }
   const auto id = ++impl_->lastID;
   auto link = std::make_shared<HttpLink>(impl_->main, std::move(completion), request);
   auto transfer = std::make_shared<Transfer>(impl_, id, link);

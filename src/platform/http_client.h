@@ -109,7 +109,9 @@ class HttpClient {
  private:
   struct Impl;
   class Transfer;
-  std::shared_ptr<Impl> impl_;
+  MainQueue& main_;
+  Options options_;
+  std::shared_ptr<Impl> impl_;  // from the first request on: many starts of the program have none
 };
 
 }  // namespace vantrell

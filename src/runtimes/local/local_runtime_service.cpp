@@ -8,6 +8,7 @@
 #include "platform/text.h"
 #include "platform/user_defaults.h"
 #include "runtimes/grok_arguments.h"
+#include "runtimes/provider_registry.h"
 #include "runtimes/runtime_locator.h"
 
 namespace vantrell::LocalRuntimeService {
@@ -198,6 +199,22 @@ files::Result<Environment> prepareGrokEnvironment(
       files::writeAtomically(folder + "/config.toml", profileText(connection, modelID));
   if (!written) return std::unexpected(written.error());
   return harnessEnvironment(GrokLocator::augmentedEnvironment(), folder);
+}
+
+files::Result<std::optional<ACPConfiguration>> harnessConfiguration(
+    const LocalRuntimeConnection& connection, const HarnessRequest& request,
+    const std::optional<std::string>& applicationSupportRoot) {
+  const auto model = chosenModel(connection, request.selectedModel);
+  if (!model) return std::nullopt;
+  auto environment = prepareGrokEnvironment(connection, *model, applicationSupportRoot);
+  if (!environment) return std::unexpected(std::move(environment.error()));
+  return ACPConfiguration{.provider = AgentProvider::local,
+                          .executable = request.executable,
+                          .workspacePath = request.workspacePath,
+                          .permissionMode = request.permissionMode,
+                          .processArguments = harnessArguments(request.permissionMode),
+                          .processEnvironment = std::move(*environment),
+                          .runtimeName = std::string(shortLabel(AgentProvider::local))};
 }
 
 }  // namespace vantrell::LocalRuntimeService

@@ -14,6 +14,7 @@
 #include "platform/files.h"
 #include "platform/process.h"
 #include "records/task_modes.h"
+#include "runtimes/acp/acp_configuration.h"
 #include "runtimes/local/local_runtime.h"
 
 namespace vantrell {
@@ -74,6 +75,19 @@ Environment harnessEnvironment(Environment base, const std::string& profileFolde
 /// The root is the user's data folder where none is given.
 files::Result<Environment> prepareGrokEnvironment(
     const LocalRuntimeConnection& connection, std::string_view modelID,
+    const std::optional<std::string>& applicationSupportRoot = std::nullopt);
+
+/// Who asks for a client of the local provider, and for what.
+struct HarnessRequest {
+  std::string executable;  // of Grok Build
+  std::string workspacePath;
+  std::optional<std::string> selectedModel;
+  GrokPermissionMode permissionMode = GrokPermissionMode::ask;
+};
+/// Prepares the profile and gives all that the harness's client is made of. Absent when the server
+/// has no model.
+files::Result<std::optional<ACPConfiguration>> harnessConfiguration(
+    const LocalRuntimeConnection& connection, const HarnessRequest& request,
     const std::optional<std::string>& applicationSupportRoot = std::nullopt);
 
 }  // namespace LocalRuntimeService
