@@ -8,8 +8,8 @@
 #include "platform/text.h"
 #include "platform/user_defaults.h"
 #include "runtimes/grok_arguments.h"
+#include "runtimes/locators.h"
 #include "runtimes/provider_registry.h"
-#include "runtimes/runtime_locator.h"
 
 namespace vantrell::LocalRuntimeService {
 
