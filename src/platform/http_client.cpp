@@ -1,0 +1,276 @@
+#include "platform/http_client.h"
+
+#include <curl/curl.h>
+#include <fmt/format.h>
+#include <map>
+#include <mutex>
+#include <signal.h>
+#include <stdlib.h>
+#include <thread>
+
+#include "platform/http_exchange.h"
+#include "platform/text.h"
+#include "platform/timer_table.h"
+#include "platform/url.h"
+
+namespace vantrell {
+
+namespace {
+
+Duration uptime() {
+  return std::chrono::steady_clock::now().time_since_epoch();
+}
+
+void initializeLibrary() {
+  // Never undone: it is allowed once, while no other thread uses the library.
+  static const CURLcode once = curl_global_init(CURL_GLOBAL_DEFAULT);
+  (void)once;
+}
+
+/// The hosts that are reached without a proxy: what the environment says, and this machine.
+std::string hostsWithoutProxy() {
+  for (const char* name : {"no_proxy", "NO_PROXY"}) {
+    const char* value = ::getenv(name);
+    if (!value || *value == '\0') continue;
+    const auto given = text::trimmed(value);
+    if (given == "*") return "*";
+    return std::string(given) + ",localhost,127.0.0.0/8,::1";
+  }
+  return "localhost,127.0.0.0/8,::1";
+}
+
+/// What libcurl would send as it stands must not be able to add a line to the head.
+bool isOneLine(std::string_view text) {
+  return text.find_first_of(std::string_view("\r\n\0", 3)) == std::string_view::npos;
+}
+
+bool isToken(std::string_view text) {
+  const auto isAllowed = [](char c) {
+    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
+           std::string_view("!#$%&'*+-.^_`|~").contains(c);
+  };
+  return !text.empty() && std::ranges::all_of(text, isAllowed);
+}
+
+std::optional<std::string> problemOf(const HttpRequest& request) {
+  const auto url = Url::parse(request.url);
+  if (!url || (url->scheme() != "http" && url->scheme() != "https")) {
+    return "The address is not a valid HTTP URL.";
+  }
+  if (!isToken(request.method)) return "The method is not valid.";
+  for (const auto& [name, value] : request.headers) {
+    if (!isToken(name) || !isOneLine(value)) return "A header of the request is not valid.";
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+const std::string* HttpResponse::header(std::string_view name) const {
+  const auto wanted = text::lowercased(name);
+  const auto found = std::ranges::find_if(
+      headers, [&](const HttpHeader& header) { return text::lowercased(header.name) == wanted; });
+  return found == headers.end() ? nullptr : &found->value;
+}
+
+struct HttpClient::Impl : std::enable_shared_from_this<Impl> {
+  Impl(MainQueue& queue, Options options)
+      : main(queue),
+        settings{std::move(options.extraAuthorities), hostsWithoutProxy()},
+        timers(uptime, [](Duration) {}) {
+    initializeLibrary();
+    multi = curl_multi_init();
+  }
+  ~Impl() { curl_multi_cleanup(multi); }
+
+  void startThread() {
+    // Signals are the main thread's, and a write to a closed connection is then only an error.
+    sigset_t all;
+    sigset_t before;
+    ::sigfillset(&all);
+    ::pthread_sigmask(SIG_SETMASK, &all, &before);
+    thread = std::thread([this] { run(); });
+    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  }
+
+  /// Any thread.
+  void post(Work work) {
+    {
+      const std::lock_guard lock(mutex);
+      posted.push_back(std::move(work));
+    }
+    curl_multi_wakeup(multi);
+  }
+
+  void end() {
+    post([this] { isEnding = true; });
+    thread.join();
+  }
+
+  // The client's thread from here on.
+
+  void run() {
+    while (!isEnding) {
+      runPosted();
+      int running = 0;
+      curl_multi_perform(multi, &running);
+      takeFinished();
+      for (auto due = timers.next(); due && *due <= uptime(); due = timers.next()) timers.fire();
+      if (!isEnding) curl_multi_poll(multi, nullptr, 0, millisecondsToNextTimer(), nullptr);
+    }
+    while (!exchanges.empty()) cancel(exchanges.begin()->first);
+  }
+
+  void runPosted() {
+    std::vector<Work> batch;
+    {
+      const std::lock_guard lock(mutex);
+      batch.swap(posted);
+    }
+    for (auto& work : batch) work();
+  }
+
+  int millisecondsToNextTimer() const {
+    constexpr int longest = 60'000;
+    const auto due = timers.next();
+    if (!due) return longest;
+    const auto wait = std::chrono::ceil<std::chrono::milliseconds>(*due - uptime());
+    return static_cast<int>(std::clamp<std::int64_t>(wait.count(), 0, longest));
+  }
+
+  void add(std::uint64_t id, HttpRequest request, std::shared_ptr<HttpLink> link) {
+    auto exchange = std::make_unique<HttpExchange>(std::move(request), std::move(link), settings);
+    auto& added = *exchange;
+    exchanges.emplace(id, std::move(exchange));
+    ids.emplace(added.handle(), id);
+    added.wholeTimer = timers.after(added.request().resourceTimeout, [this, id] {
+      take(id)->finishOverdue();  // a finished request has no timers
+    });
+    armIdleTimer(id, added);
+    curl_multi_add_handle(multi, added.handle());
+  }
+
+  void armIdleTimer(std::uint64_t id, HttpExchange& exchange) {
+    const auto limit = exchange.lastActivity() + exchange.request().requestTimeout;
+    exchange.idleTimer = timers.after(limit - uptime(), [this, id] { checkIdle(id); });
+  }
+
+  void checkIdle(std::uint64_t id) {
+    auto& exchange = *exchanges.at(id);
+    const Duration allowed = exchange.request().requestTimeout;
+    if (exchange.isPaused()) {
+      // It is we who do not read.
+      exchange.idleTimer = timers.after(allowed, [this, id] { checkIdle(id); });
+    } else if (uptime() - exchange.lastActivity() < allowed) {
+      armIdleTimer(id, exchange);
+    } else {
+      take(id)->finishIdle();
+    }
+  }
+
+  void takeFinished() {
+    int left = 0;
+    while (const CURLMsg* message = curl_multi_info_read(multi, &left)) {
+      if (message->msg != CURLMSG_DONE) continue;
+      const CURLcode code = message->data.result;  // the message goes with the handle
+      take(ids.at(message->easy_handle))->finish(code);
+    }
+  }
+
+  /// Out of libcurl's hands and ours; null when it is gone already.
+  std::unique_ptr<HttpExchange> take(std::uint64_t id) {
+    const auto found = exchanges.find(id);
+    if (found == exchanges.end()) return nullptr;
+    auto exchange = std::move(found->second);
+    curl_multi_remove_handle(multi, exchange->handle());
+    ids.erase(exchange->handle());
+    exchanges.erase(found);
+    return exchange;
+  }
+
+  void cancel(std::uint64_t id) {
+    if (const auto exchange = take(id)) {
+      exchange->finish(HttpError::Kind::cancelled,
+                       fmt::format("The request to {} was cancelled.", exchange->server()));
+    }
+  }
+
+  void resume(std::uint64_t id) {
+    if (const auto found = exchanges.find(id); found != exchanges.end()) found->second->resume();
+  }
+
+  MainQueue& main;
+  const HttpSettings settings;
+  std::uint64_t lastID = 0;  // main queue
+
+  CURLM* multi;
+  std::mutex mutex;
+  std::vector<Work> posted;
+  TimerTable timers;  // before the exchanges, which hold timers of it
+  std::map<std::uint64_t, std::unique_ptr<HttpExchange>> exchanges;
+  std::map<void*, std::uint64_t> ids;  // by libcurl's handle
+  bool isEnding = false;
+  std::thread thread;
+};
+
+class HttpClient::Transfer final : public HttpTransfer {
+ public:
+  Transfer(std::weak_ptr<Impl> client, std::uint64_t id, std::shared_ptr<HttpLink> link)
+      : client_(std::move(client)), id_(id), link_(std::move(link)) {}
+
+  void cancel() override {
+    link_->isCancelled = true;
+    link_->mailbox->setOpen(true);
+    if (const auto client = client_.lock()) {
+      client->post([raw = client.get(), id = id_] { raw->cancel(id); });
+    }
+  }
+  void setReceiving(bool receiving) override {
+    if (!link_->isCancelled) link_->mailbox->setOpen(receiving);
+  }
+
+ private:
+  const std::weak_ptr<Impl> client_;
+  const std::uint64_t id_;
+  const std::shared_ptr<HttpLink> link_;
+};
+
+HttpClient::HttpClient(MainQueue& main) : HttpClient(main, Options{}) {}
+
+HttpClient::HttpClient(MainQueue& main, Options options)
+    : main_(main), options_(std::move(options)) {}
+
+HttpClient::~HttpClient() {
+  if (impl_) impl_->end();
+}
+
+std::shared_ptr<HttpTransfer> HttpClient::send(HttpRequest request, Completion completion) {
+  if (!impl_) {
+    impl_ = std::make_shared<Impl>(main_, std::move(options_));
+    impl_->startThread();
+  }
+  const auto id = ++impl_->lastID;
+  auto link = std::make_shared<HttpLink>(impl_->main, std::move(completion), request);
+  auto transfer = std::make_shared<Transfer>(impl_, id, link);
+  if (auto problem = problemOf(request)) {
+    HttpLink::complete(
+        link, std::unexpected(HttpError{HttpError::Kind::invalidRequest, std::move(*problem)}));
+    return transfer;
+  }
+  link->mailbox->whenFullChanges(
+      [client = std::weak_ptr(impl_), id, weak = std::weak_ptr(link)](bool isFull) {
+        const auto both = weak.lock();
+        if (!both) return;  // the mailbox may outlive it by the letters in hand
+        both->isFull = isFull;
+        if (isFull) return;
+        if (const auto strong = client.lock()) {
+          strong->post([impl = strong.get(), id] { impl->resume(id); });
+        }
+      });
+  impl_->post([impl = impl_.get(), id, request = std::move(request), link]() mutable {
+    impl->add(id, std::move(request), std::move(link));
+  });
+  return transfer;
+}
+
+}  // namespace vantrell

@@ -1,0 +1,244 @@
+// Redirects, certificates, cancelling, and bodies that are used as they come.
+#include <gmock/gmock.h>
+#include <poll.h>
+
+#include "support/http_client_fixture.h"
+#include "support/http_server.h"
+
+namespace vantrell::tests {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::HasSubstr;
+using Kind = HttpError::Kind;
+using Redirects = HttpRequest::Redirects;
+
+class HttpFlow : public HttpClientFixture {};
+
+TEST_F(HttpFlow, FollowsRedirectsAndRefusesThemWhenTold) {
+  const HttpServer server(HttpServer::answering([](auto& connection, const auto& request) {
+    if (request.target.starts_with("/to/")) {
+      const int status = std::stoi(request.target.substr(4));
+      connection.answer(status, "elsewhere", "Location: /end\r\n");
+    } else {
+      connection.answer(200, request.method + " " + request.body);
+    }
+  }));
+  struct Case {
+    std::string method;
+    int status;
+    std::string ends;
+  };
+  for (const auto& one : {Case{"GET", 301, "GET "}, Case{"GET", 308, "GET "},
+                          Case{"POST", 302, "GET "}, Case{"POST", 303, "GET "},
+                          Case{"POST", 307, "POST word"}, Case{"POST", 308, "POST word"}}) {
+    SCOPED_TRACE(one.method + " " + std::to_string(one.status));
+    HttpRequest request{.method = one.method,
+                        .url = server.url("/to/" + std::to_string(one.status)),
+                        .body = one.method == "POST" ? "word" : ""};
+    const auto followed = send(request);
+    ASSERT_TRUE(followed) << followed.error().description;
+    EXPECT_EQ(followed->status, 200);
+    EXPECT_EQ(followed->body, one.ends);
+    EXPECT_EQ(followed->header("location"), nullptr);
+    request.redirects = Redirects::refuse;
+    const auto refused = send(request);
+    ASSERT_TRUE(refused);
+    EXPECT_EQ(refused->status, one.status);
+    EXPECT_EQ(refused->body, "elsewhere");
+  }
+}
+
+TEST_F(HttpFlow, DoesNotGoRoundInCirclesNorWhereRedirectsMustNotLead) {
+  const CertificateAuthority authority;
+  std::string location;
+  const HttpServer server(HttpServer::answering([&](auto& connection, const auto&) {
+                            connection.answer(302, "", "Location: " + location + "\r\n");
+                          }),
+                          authority.server());
+  const HttpServer plain(
+      HttpServer::answering([](auto& connection, const auto&) { connection.answer(200, ""); }));
+  HttpClient client(loop_, {.extraAuthorities = authority.pem()});
+  for (const auto& target : {std::string("/again"), plain.url(), std::string("file:///etc/passwd"),
+                             std::string("http://")}) {
+    SCOPED_TRACE(target);
+    location = target;
+    const auto result = send(client, {.url = server.url()});
+    ASSERT_FALSE(result);
+    EXPECT_EQ(result.error().kind, target == "http://" ? Kind::invalidRequest : Kind::badAnswer);
+    if (target == "/again") {
+      EXPECT_THAT(result.error().description, HasSubstr("without end"));
+    }
+  }
+  EXPECT_EQ(plain.connections(), 0);
+}
+
+TEST_F(HttpFlow, TrustsOnlyCertificatesOfKnownAuthoritiesForTheRightName) {
+  const CertificateAuthority authority;
+  const CertificateAuthority other;
+  const auto answer =
+      HttpServer::answering([](auto& connection, const auto&) { connection.answer(200, "in"); });
+  const HttpServer server(answer, authority.server());
+  const HttpServer misnamed(answer, authority.server("IP:127.0.0.2"));
+  HttpClient client(loop_, {.extraAuthorities = authority.pem()});
+  HttpClient stranger(loop_, {.extraAuthorities = other.pem()});
+
+  const auto trusted = send(client, {.url = server.url()});
+  ASSERT_TRUE(trusted) << trusted.error().description;
+  EXPECT_EQ(trusted->body, "in");
+  for (const auto& refused : {send(client, {.url = misnamed.url()}),
+                              send(stranger, {.url = server.url()}), send({.url = server.url()})}) {
+    ASSERT_FALSE(refused);
+    EXPECT_EQ(refused.error().kind, Kind::notSecure);
+    EXPECT_THAT(refused.error().description, HasSubstr("No secure connection to 127.0.0.1:"));
+  }
+  // A server that speaks no TLS at all.
+  const HttpServer plain([](ServerConnection& connection) {
+    connection.answer(400, "in plain words");
+    connection.awaitClose();
+  });
+  const auto mistaken = send({.url = "https://" + plain.hostAndPort()});
+  ASSERT_FALSE(mistaken);
+  EXPECT_EQ(mistaken.error().kind, Kind::notSecure);
+}
+
+TEST_F(HttpFlow, CanBeCancelledAtEveryStage) {
+  enum class Stage { atOnce, asked, inTheHead, inTheBody };
+  for (const auto stage : {Stage::atOnce, Stage::asked, Stage::inTheHead, Stage::inTheBody}) {
+    SCOPED_TRACE(static_cast<int>(stage));
+    std::atomic<bool> wasAsked = false;
+    std::atomic<bool> sawTheClose = false;
+    const HttpServer server([&](ServerConnection& connection) {
+      if (connection.read()) {
+        wasAsked = true;
+        if (stage >= Stage::inTheHead)
+          connection.send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n");
+        if (stage >= Stage::inTheBody) connection.send("abc");
+        connection.awaitClose();
+      }
+      sawTheClose = true;
+    });
+    std::shared_ptr<HttpTransfer> transfer;
+    int completions = 0;
+    int pieces = 0;
+    HttpRequest request{.url = server.url()};
+    request.onHead = [&](const HttpResponse&) {
+      if (stage == Stage::inTheHead) transfer->cancel();
+    };
+    request.onBody = [&](const std::string&) {
+      ++pieces;
+      transfer->cancel();
+    };
+    transfer = client_.send(std::move(request), [&](HttpResult result) {
+      ++completions;
+      ASSERT_FALSE(result);
+      EXPECT_EQ(result.error().kind, Kind::cancelled);
+    });
+    if (stage == Stage::asked) runUntil([&] { return wasAsked.load(); });
+    if (stage <= Stage::asked) transfer->cancel();
+    runUntil([&] { return completions == 1; });
+    transfer->cancel();  // once more has no effect
+    EXPECT_EQ(pieces, stage == Stage::inTheBody ? 1 : 0);
+    if (stage != Stage::atOnce) runUntil([&] { return sawTheClose.load(); });
+    EXPECT_EQ(completions, 1);
+  }
+}
+
+TEST_F(HttpFlow, CompletesWhatIsUnderWayWhenTheClientGoes) {
+  std::atomic<bool> wasAsked = false;
+  const HttpServer server([&](ServerConnection& connection) {
+    connection.read();
+    wasAsked = true;
+    connection.awaitClose();
+  });
+  int cancelled = 0;
+  std::shared_ptr<HttpTransfer> transfer;
+  {
+    HttpClient client(loop_);
+    const auto count = [&](HttpResult result) {
+      ASSERT_FALSE(result);
+      if (result.error().kind == Kind::cancelled) ++cancelled;
+    };
+    transfer = client.send({.url = server.url()}, count);
+    runUntil([&] { return wasAsked.load(); });
+    client.send({.url = server.url()}, count);  // may not even have begun
+  }
+  transfer->cancel();
+  runUntil([&] { return cancelled == 2; });
+}
+
+TEST_F(HttpFlow, HandsOutABodyAsItComes) {
+  std::string sent;
+  for (int number = 0; number < 200'000; ++number) sent += std::to_string(number) + ",";
+  const HttpServer server(HttpServer::answering([&](auto& connection, const auto& request) {
+    if (request.target == "/") return (void)connection.answer(307, "no", "Location: /end\r\n");
+    connection.answer(201, sent, "X-Kind: end\r\n");
+  }));
+  std::string events;
+  std::string received;
+  HttpRequest request{.url = server.url()};
+  request.onHead = [&](const HttpResponse& head) {
+    events += "head " + std::to_string(head.status) + " " + *head.header("x-kind");
+  };
+  request.onBody = [&](std::string piece) { received += piece; };
+  const auto result = send(std::move(request));
+  ASSERT_TRUE(result) << result.error().description;
+  EXPECT_EQ(events, "head 201 end");
+  EXPECT_EQ(result->status, 201);
+  EXPECT_EQ(result->body, "");
+  EXPECT_TRUE(received == sent) << received.size() << " of " << sent.size() << " bytes";
+}
+
+TEST_F(HttpFlow, HoldsTheServerBackWhileNobodyTakesTheBody) {
+  constexpr std::size_t size = std::size_t{64} << 20;
+  std::atomic<std::size_t> sentWhenStuck = 0;
+  const HttpServer server([&](ServerConnection& connection) {
+    connection.read();
+    connection.send("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(size) + "\r\n\r\n");
+    const std::string piece(std::size_t{1} << 16, 'x');
+    for (std::size_t sent = 0; sent < size;) {
+      const auto count = std::min(piece.size(), size - sent);
+      const auto taken =
+          ::send(connection.socket(), piece.data(), count, MSG_NOSIGNAL | MSG_DONTWAIT);
+      if (taken > 0) {
+        sent += static_cast<std::size_t>(taken);
+        continue;
+      }
+      if (errno != EAGAIN) return;
+      pollfd waiting{connection.socket(), POLLOUT, 0};
+      if (::poll(&waiting, 1, 300) == 0) {
+        sentWhenStuck = sent;
+        ::poll(&waiting, 1, 20'000);
+      }
+    }
+  });
+  std::shared_ptr<HttpTransfer> transfer;
+  std::size_t received = 0;
+  bool isHeldBack = false;
+  bool isDone = false;
+  // Shorter than the server is held back: silence that we cause does not count.
+  HttpRequest request{.url = server.url(), .requestTimeout = 200ms, .longestBody = size};
+  request.onBody = [&](const std::string& piece) {
+    EXPECT_FALSE(isHeldBack);
+    received += piece.size();
+    if (received == piece.size()) {
+      isHeldBack = true;
+      transfer->setReceiving(false);
+    }
+  };
+  transfer = client_.send(std::move(request), [&](HttpResult result) {
+    isDone = true;
+    ASSERT_TRUE(result) << result.error().description;
+  });
+  runUntil([&] { return sentWhenStuck > 0; });
+  // What the sockets hold, and a MiB or so of ours.
+  EXPECT_LT(sentWhenStuck, size / 2);
+  EXPECT_FALSE(isDone);
+  isHeldBack = false;
+  transfer->setReceiving(true);
+  runUntil([&] { return isDone; });
+  EXPECT_EQ(received, size);
+}
+
+}  // namespace
+}  // namespace vantrell::tests

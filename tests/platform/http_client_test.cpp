@@ -1,0 +1,318 @@
+#include "platform/http_client.h"
+
+#include <gmock/gmock.h>
+#include <latch>
+
+#include "support/environment.h"
+#include "support/http_client_fixture.h"
+#include "support/http_server.h"
+
+namespace vantrell::tests {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::HasSubstr;
+using Kind = HttpError::Kind;
+
+class HttpClientTest : public HttpClientFixture {};
+
+/// Sends the bytes for every request, as they are, and closes.
+HttpServer::Handler sending(std::string bytes) {
+  return [bytes = std::move(bytes)](ServerConnection& connection) {
+    if (connection.read()) connection.send(bytes);
+  };
+}
+
+void expectError(const HttpResult& result, Kind kind, const std::string& words) {
+  ASSERT_FALSE(result) << "status " << result->status;
+  EXPECT_EQ(result.error().kind, kind) << result.error().description;
+  EXPECT_THAT(result.error().description, HasSubstr(words));
+}
+
+TEST_F(HttpClientTest, SendsWhatItWasGivenAndNothingOfItsOwn) {
+  std::vector<ReceivedRequest> seen;
+  const HttpServer server(HttpServer::answering([&](auto& connection, const auto& request) {
+    seen.push_back(request);
+    connection.answer(200, "");
+  }));
+  const std::string body("\0{\xC3\xA4}\xFF", 6);
+  ASSERT_TRUE(send({.method = "POST",
+                    .url = server.url("/a%20b?c=d#not-sent"),
+                    .headers = {{"X-Empty", ""}, {"X-One", "1: 2"}},
+                    .body = body}));
+  ASSERT_TRUE(send({.method = "PUT", .url = server.url("/put"), .body = "x"}));
+  ASSERT_TRUE(send({.method = "DELETE", .url = server.url("/gone")}));
+  ASSERT_TRUE(get(server.url("")));
+
+  const std::string host = server.hostAndPort();
+  using Headers = std::map<std::string, std::string>;
+  ASSERT_EQ(seen.size(), 4U);
+  EXPECT_EQ(seen[0].method + " " + seen[0].target, "POST /a%20b?c=d");
+  EXPECT_EQ(seen[0].body, body);
+  EXPECT_EQ(seen[0].headers, (Headers{{"host", host},
+                                      {"accept", "*/*"},
+                                      {"content-length", "6"},
+                                      {"x-empty", ""},
+                                      {"x-one", "1: 2"}}));
+  EXPECT_EQ(seen[1].method + " " + seen[1].target + " " + seen[1].body, "PUT /put x");
+  EXPECT_EQ(seen[2].method + " " + seen[2].target, "DELETE /gone");
+  EXPECT_EQ(seen[3].method + " " + seen[3].target, "GET /");
+  EXPECT_EQ(seen[3].headers, (Headers{{"host", host}, {"accept", "*/*"}}));
+  EXPECT_EQ(server.connections(), 1) << "a connection is used again";
+}
+
+TEST_F(HttpClientTest, ReadsEveryFormOfAnswer) {
+  struct Case {
+    std::string name, bytes;
+    int status;
+    std::string body;
+  };
+  const Case cases[]{
+      {"with a length", "HTTP/1.1 200 OK\r\nContent-Length: 3\r\n\r\nabcd", 200, "abc"},
+      {"chunked, with a trailer",
+       "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n"
+       "2\r\nab\r\n1;x=y\r\nc\r\n0\r\nX-Kind: late\r\n\r\n",
+       200, "abc"},
+      {"up to the end", "HTTP/1.0 200 OK\r\n\r\nabc", 200, "abc"},
+      {"without a body", "HTTP/1.1 204 No Content\r\n\r\n", 204, ""},
+      {"behind an interim answer",
+       "HTTP/1.1 103 Early Hints\r\nX-Kind: early\r\n\r\n"
+       "HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\na",
+       200, "a"},
+      {"of failure", "HTTP/1.1 503 Busy\r\nContent-Length: 4\r\n\r\nwait", 503, "wait"},
+      {"cut inside a character", "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\na\xC3", 200, "a\xC3"},
+      {"a redirect to nowhere", "HTTP/1.1 302 Found\r\nContent-Length: 1\r\n\r\nx", 302, "x"},
+  };
+  for (const auto& one : cases) {
+    SCOPED_TRACE(one.name);
+    const HttpServer server(sending(one.bytes));
+    const auto result = get(server.url());
+    ASSERT_TRUE(result) << result.error().description;
+    EXPECT_EQ(result->status, one.status);
+    EXPECT_EQ(result->body, one.body);
+    EXPECT_EQ(result->header("x-kind"), nullptr);
+  }
+}
+
+TEST_F(HttpClientTest, FindsHeadersInAnyCaseOfLetters) {
+  const HttpServer server(
+      sending("HTTP/1.1 200 OK\r\ncontent-TYPE:  text/plain \r\nX: 1\r\nx: 2\r\nContent-Length: "
+              "0\r\n\r\n"));
+  const auto result = get(server.url());
+  ASSERT_TRUE(result);
+  EXPECT_EQ(*result->header("Content-Type"), "text/plain");
+  EXPECT_EQ(*result->header("X"), "1");
+  EXPECT_EQ(result->headers.size(), 4U);
+}
+
+TEST_F(HttpClientTest, KnowsNoBodyBehindTheAnswerToHead) {
+  const HttpServer server(sending("HTTP/1.1 200 OK\r\nContent-Length: 900\r\n\r\n"));
+  const auto result = send({.method = "HEAD", .url = server.url()});
+  ASSERT_TRUE(result) << result.error().description;
+  EXPECT_EQ(*result->header("content-length"), "900");
+}
+
+TEST_F(HttpClientTest, SaysWhatWasWrongWithTheAnswer) {
+  struct Case {
+    std::string name;
+    HttpServer::Handler handler;
+    Kind kind;
+    std::string words;
+  };
+  const Case cases[]{
+      {"a body shorter than promised", sending("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nabc"),
+       Kind::connectionLost, "The connection to 127.0.0.1:"},
+      {"a chunk cut short",
+       sending("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nff\r\nabc"),
+       Kind::connectionLost, "was lost."},
+      {"no last chunk", sending("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n1\r\na\r\n"),
+       Kind::connectionLost, "was lost."},
+      {"closed before the answer", sending(""), Kind::connectionLost, "was lost."},
+      {"reset",
+       [](ServerConnection& connection) {
+         connection.read();
+         connection.reset();
+       },
+       Kind::connectionLost, "was lost."},
+      {"no HTTP", sending("220 mail.example ESMTP\r\n"), Kind::badAnswer, "not valid HTTP"},
+      {"an impossible chunk",
+       sending("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\nabc\r\n"),
+       Kind::connectionLost, "was lost."},
+      {"an endless head",
+       [](ServerConnection& connection) {
+         connection.read();
+         connection.send("HTTP/1.1 200 OK\r\n");
+         while (connection.send("X-Filler: " + std::string(1000, 'x') + "\r\n")) {
+         }
+       },
+       Kind::badAnswer, "too long a head"},
+  };
+  for (const auto& one : cases) {
+    SCOPED_TRACE(one.name);
+    const HttpServer server(one.handler);
+    expectError(get(server.url("/secret")), one.kind, one.words);
+  }
+}
+
+TEST_F(HttpClientTest, SaysWhyThereIsNoConnection) {
+  const auto port = std::to_string(closedPort());
+  expectError(get("http://127.0.0.1:" + port + "/secret"), Kind::cannotConnect,
+              "Could not connect to 127.0.0.1:" + port + ": Connection refused.");
+  // A label of more than 63 characters is refused before any server of names is asked.
+  const std::string name = std::string(70, 'x') + ".invalid";
+  expectError(get("http://" + name), Kind::cannotFindHost, "No server named " + name);
+}
+
+TEST_F(HttpClientTest, RefusesRequestsThatCouldNotBeSentAsTheyAre) {
+  const HttpServer server(sending("HTTP/1.1 200 OK\r\n\r\n"));
+  for (const auto& url : {std::string("ftp://127.0.0.1/"), std::string("file:///etc/passwd"),
+                          std::string("127.0.0.1"), server.url("/a b"), server.url("/\r\nX: y")}) {
+    expectError(get(url), Kind::invalidRequest, "The address is not a valid HTTP URL.");
+  }
+  const HttpHeader wrong[]{
+      {"X", "a\r\nY: b"}, {"X", std::string("a\0b", 3)}, {"X:", "a"}, {"", "a"}, {"X Y", "a"}};
+  for (const auto& header : wrong) {
+    expectError(send({.url = server.url(), .headers = {header}}), Kind::invalidRequest, "header");
+  }
+  expectError(send({.method = "GET / HTTP/1.1\r\nX:", .url = server.url()}), Kind::invalidRequest,
+              "method");
+  EXPECT_EQ(server.connections(), 0);
+}
+
+TEST_F(HttpClientTest, GivesUpOnAServerThatFallsSilent) {
+  struct Case {
+    std::string name, sent;
+  };
+  for (const auto& one :
+       {Case{"before the answer", ""}, Case{"in a header", "HTTP/1.1 200 OK\r\nContent-Le"},
+        Case{"in the body", "HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nabc"}}) {
+    SCOPED_TRACE(one.name);
+    std::atomic<bool> sawTheClose = false;
+    {
+      const HttpServer server([&](ServerConnection& connection) {
+        connection.read();
+        connection.send(one.sent);
+        connection.awaitClose();
+        sawTheClose = true;
+      });
+      const auto start = loop_.uptime();
+      expectError(send({.url = server.url(), .requestTimeout = 150ms}), Kind::timedOut,
+                  "did not answer within 0.15 seconds.");
+      EXPECT_GE(loop_.uptime() - start, 150ms);
+      runUntil([&] { return sawTheClose.load(); });
+    }
+  }
+}
+
+TEST_F(HttpClientTest, CountsSilenceAfreshFromEveryByte) {
+  std::latch* steps[6];
+  std::latch one(1), two(1), three(1), four(1), five(1), six(1);
+  int step = 0;
+  for (auto* latch : {&one, &two, &three, &four, &five, &six}) steps[step++] = latch;
+  const HttpServer server([&](ServerConnection& connection) {
+    connection.read();
+    connection.send("HTTP/1.1 200 OK\r\nContent-Length: 6\r\n\r\n");
+    for (auto* latch : steps) {
+      latch->wait();
+      connection.send("x");
+    }
+  });
+  step = 0;
+  const Timer pace = loop_.every(250ms, [&] {
+    if (step < 6) steps[step++]->count_down();
+  });
+  const auto result = send({.url = server.url(), .requestTimeout = 1s});
+  while (step < 6) steps[step++]->count_down();  // let go of the server, whatever happened
+  ASSERT_TRUE(result) << result.error().description;
+  EXPECT_EQ(result->body, "xxxxxx");
+}
+
+TEST_F(HttpClientTest, LimitsTheWholeOfARequestHoweverBusyItIs) {
+  const HttpServer server([](ServerConnection& connection) {
+    connection.read();
+    connection.send("HTTP/1.1 200 OK\r\n\r\n");
+    while (connection.send(std::string(1000, 'x'))) {
+    }
+  });
+  expectError(send({.url = server.url(),
+                    .resourceTimeout = 200ms,
+                    .longestBody = 10,
+                    .excess = HttpRequest::Excess::drop}),
+              Kind::timedOut, "did not finish within 0.2 seconds.");
+}
+
+TEST_F(HttpClientTest, BoundsTheBody) {
+  const HttpServer server(HttpServer::answering(
+      [](auto& connection, const auto&) { connection.answer(500, std::string(100'000, 'x')); }));
+  const auto whole = send({.url = server.url(), .longestBody = 100'000});
+  ASSERT_TRUE(whole);
+  EXPECT_EQ(whole->body.size(), 100'000U);
+  expectError(send({.url = server.url(), .longestBody = 99'999}), Kind::tooLarge,
+              "sent more than the 99999 bytes allowed.");
+  const auto first =
+      send({.url = server.url(), .longestBody = 4'096, .excess = HttpRequest::Excess::drop});
+  ASSERT_TRUE(first) << first.error().description;
+  EXPECT_EQ(first->status, 500);
+  EXPECT_EQ(first->body, std::string(4'096, 'x'));
+}
+
+TEST_F(HttpClientTest, KeepsNoCookies) {
+  bool hadCookie = false;
+  const HttpServer server(HttpServer::answering([&](auto& connection, const auto& request) {
+    hadCookie = hadCookie || request.headers.contains("cookie");
+    connection.answer(200, "", "Set-Cookie: a=b\r\n");
+  }));
+  ASSERT_TRUE(get(server.url()));
+  ASSERT_TRUE(get(server.url()));
+  EXPECT_FALSE(hadCookie);
+}
+
+TEST_F(HttpClientTest, HasAHundredRequestsUnderWayAtOnce) {
+  constexpr int count = 100;
+  std::latch allAreHere(count);  // nobody is answered before everybody has asked
+  const HttpServer server([&](ServerConnection& connection) {
+    const auto request = connection.read();
+    allAreHere.arrive_and_wait();
+    connection.answer(200, "answer to " + request->target);
+  });
+  int done = 0;
+  for (int number = 0; number < count; ++number) {
+    const std::string path = "/" + std::to_string(number);
+    client_.send({.url = server.url(path)}, [&done, path](HttpResult result) {
+      ++done;
+      ASSERT_TRUE(result) << result.error().description;
+      EXPECT_EQ(result->body, "answer to " + path);
+    });
+  }
+  runUntil([&] { return done == count; });
+}
+
+TEST_F(HttpClientTest, UsesTheProxyOfTheEnvironmentButNeverForThisMachine) {
+  std::string seen;
+  const HttpServer proxy(HttpServer::answering([&](auto& connection, const auto& request) {
+    seen = request.target;
+    connection.answer(200, "proxy");
+  }));
+  const HttpServer server(HttpServer::answering(
+      [](auto& connection, const auto&) { connection.answer(200, "server"); }));
+  Environment environment;
+  environment.set("http_proxy", proxy.url());
+  environment.set("NO_PROXY", std::nullopt);
+  for (const auto& exceptions : {std::optional<std::string>(), std::optional<std::string>("a.b")}) {
+    environment.set("no_proxy", exceptions);
+    HttpClient client(loop_);
+    const auto outside = send(client, {.url = "http://somewhere.invalid/x"});
+    ASSERT_TRUE(outside) << outside.error().description;
+    EXPECT_EQ(outside->body, "proxy");
+    EXPECT_EQ(seen, "http://somewhere.invalid/x");
+    for (const std::string host : {"127.0.0.1", "localhost"}) {
+      const auto inside =
+          send(client, {.url = "http://" + host + ":" + std::to_string(server.port()) + "/"});
+      ASSERT_TRUE(inside) << inside.error().description;
+      EXPECT_EQ(inside->body, "server") << host;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace vantrell::tests

@@ -1,0 +1,179 @@
+#include "runtimes/local/local_runtime_detector.h"
+
+#include <gmock/gmock.h>
+
+#include "platform/user_defaults.h"
+#include "support/http_client_fixture.h"
+#include "support/http_server.h"
+
+namespace vantrell::tests {
+namespace {
+
+using LocalRuntimeService::Probe;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+/// A model server: answers its list's path with the body, everything else with 404.
+HttpServer::Handler listing(std::string path, std::string body, int status = 200) {
+  return HttpServer::answering([=](ServerConnection& connection, const ReceivedRequest& request) {
+    const bool isList = request.method == "GET" && request.target == path;
+    connection.answer(isList ? status : 404, isList ? body : "not here");
+  });
+}
+
+class LocalRuntimeDetection : public HttpClientFixture {
+ protected:
+  void configure(const std::string& kind, const std::string& url) {
+    defaults_->setText(LocalRuntimeService::kindKey, kind);
+    defaults_->setText(LocalRuntimeService::baseURLKey, url);
+  }
+  /// The labels of the statuses that a refresh goes through.
+  std::vector<std::string> refresh() {
+    std::vector<std::string> labels;
+    detector_->onChange = [&] { labels.push_back(detector_->status().label()); };
+    detector_->refresh();
+    runUntil([&] { return !detector_->status().isChecking(); });
+    detector_->onChange = nullptr;
+    return labels;
+  }
+  std::string reasonAfterRefresh() {
+    refresh();
+    const auto* reason = detector_->status().reason();
+    return reason ? *reason : "ready";
+  }
+  std::string reasonOf(std::vector<Probe> probes) {
+    std::optional<LocalRuntimeStatus> end;
+    detectLocalRuntime(client_, std::move(probes), [&](auto status) { end = std::move(status); });
+    runUntil([&] { return end.has_value(); });
+    return end->reason() ? *end->reason() : end->label();
+  }
+
+  std::unique_ptr<UserDefaults> defaults_ = UserDefaults::inMemory();
+  std::shared_ptr<LocalRuntimeDetector> detector_ = LocalRuntimeDetector::make(*defaults_, client_);
+};
+
+TEST_F(LocalRuntimeDetection, FindsEachKindOfServer) {
+  const HttpServer ollama(
+      listing("/api/tags", R"({"models":[{"name":"qwen:7b"},{"name":"llama"},{"name":"llama"}]})"));
+  const HttpServer openAI(listing("/v1/models", R"({"data":[{"id":"only"}]})"));
+  struct Case {
+    std::string kind, url, label, name, baseURL;
+  };
+  for (const auto& one :
+       {Case{"ollama", ollama.url("/v1"), "Ollama · 2 models", "Ollama", ollama.url("/v1")},
+        Case{"lm_studio", openAI.url(""), "LM Studio · 1 model", "LM Studio", openAI.url("/v1")},
+        Case{"custom", openAI.url("/v1"), "Local runtime · 1 model", "Local runtime",
+             openAI.url("/v1")}}) {
+    SCOPED_TRACE(one.kind);
+    configure(one.kind, one.url);
+    EXPECT_THAT(refresh(), ElementsAre("Looking for runtimes…", one.label));
+    const auto* connection = detector_->status().connection();
+    ASSERT_TRUE(connection);
+    EXPECT_EQ(rawText(connection->kind), one.kind);
+    EXPECT_EQ(connection->name, one.name);
+    EXPECT_EQ(connection->baseURL.text(), one.baseURL);
+    auto options = detector_->modelOptions();
+    EXPECT_EQ(options.front().id, "default");
+    options.erase(options.begin());
+    EXPECT_EQ(options, connection->models);
+  }
+}
+
+TEST_F(LocalRuntimeDetection, AsksWithoutHeadersOfItsOwn) {
+  std::map<std::string, std::string> headers;
+  const HttpServer server(HttpServer::answering([&](auto& connection, const auto& request) {
+    headers = request.headers;
+    connection.answer(200, R"({"data":[{"id":"m"}]})");
+  }));
+  configure("custom", server.url());
+  refresh();
+  EXPECT_EQ(headers, (std::map<std::string, std::string>{{"host", server.hostAndPort()},
+                                                         {"accept", "*/*"}}));
+}
+
+TEST_F(LocalRuntimeDetection, SaysWhyNothingWasFound) {
+  struct Case {
+    std::string kind, body;
+    int status;
+    std::string reason;
+  };
+  const std::string noModels = "The runtime answered, but it did not report any loaded models.";
+  for (const auto& one :
+       {Case{"custom", R"({"data":[]})", 200, noModels}, Case{"custom", "[]", 200, noModels},
+        Case{"custom", "<html>", 200, "Local runtime returned HTTP 200."},
+        Case{"lm_studio", "", 204, "LM Studio returned HTTP 204."},
+        Case{"lm_studio", R"({"data":[{"id":"m"}]})", 500, "LM Studio returned HTTP 500."},
+        Case{"ollama", "{}", 200, "Ollama returned HTTP 404."}}) {
+    SCOPED_TRACE(one.reason);
+    const HttpServer server(listing("/v1/models", one.body, one.status));
+    configure(one.kind, server.url());
+    EXPECT_EQ(reasonAfterRefresh(), one.reason);
+    EXPECT_EQ(detector_->modelOptions().size(), 1U);
+  }
+  const auto port = std::to_string(closedPort());
+  configure("custom", "http://127.0.0.1:" + port);
+  EXPECT_EQ(reasonAfterRefresh(),
+            "Could not connect to 127.0.0.1:" + port + ": Connection refused.");
+}
+
+TEST_F(LocalRuntimeDetection, EndsAtOnceWhenTheSettingsAreWrong) {
+  configure("custom", "");
+  detector_->refresh();
+  ASSERT_TRUE(detector_->status().reason());
+  EXPECT_EQ(*detector_->status().reason(), "Enter a valid local runtime URL.");
+}
+
+TEST_F(LocalRuntimeDetection, GivesUpOnASilentServer) {
+  const HttpServer server([](ServerConnection& connection) { connection.awaitClose(); });
+  configure("custom", server.url());
+  const auto start = loop_.uptime();
+  EXPECT_THAT(reasonAfterRefresh(), HasSubstr("did not answer within 2.5 seconds."));
+  EXPECT_GE(loop_.uptime() - start, std::chrono::milliseconds(2'500));
+}
+
+TEST_F(LocalRuntimeDetection, TakesTheFirstPlaceThatHasModelsAndTheLastMessageOtherwise) {
+  const HttpServer full(listing("/full", R"({"data":[{"id":"m"}]})"));
+  const auto probe = [&](const std::string& name, const std::string& path) {
+    return Probe{LocalRuntimeKind::lmStudio, name, *Url::parse(full.url(path)),
+                 *Url::parse(full.url())};
+  };
+  EXPECT_EQ(reasonOf({probe("First", "/gone"), probe("Second", "/full"), probe("Third", "/full")}),
+            "Second · 1 model");
+  EXPECT_EQ(reasonOf({probe("First", "/gone"), probe("Second", "/gone")}),
+            "Second returned HTTP 404.");
+}
+
+TEST_F(LocalRuntimeDetection, LetsTheDetectionThatEndsLastDecide) {
+  std::atomic<ServerConnection*> slow = nullptr;
+  const HttpServer first([&](ServerConnection& connection) {
+    connection.read();
+    slow = &connection;
+    connection.awaitClose();
+  });
+  const HttpServer second(listing("/v1/models", R"({"data":[{"id":"m"}]})"));
+  configure("lm_studio", first.url());
+  detector_->refresh();
+  runUntil([&] { return slow.load() != nullptr; });
+  configure("custom", second.url());
+  refresh();
+  EXPECT_EQ(detector_->status().label(), "Local runtime · 1 model");
+  slow.load()->answer(503, "");
+  runUntil([&] { return detector_->status().reason() != nullptr; });
+  EXPECT_EQ(*detector_->status().reason(), "LM Studio returned HTTP 503.");
+}
+
+TEST_F(LocalRuntimeDetection, EndsWithItsClient) {
+  const HttpServer server([](ServerConnection& connection) { connection.awaitClose(); });
+  const auto url = *Url::parse(server.url());
+  std::optional<LocalRuntimeStatus> end;
+  {
+    HttpClient client(loop_);
+    const Probe probe{LocalRuntimeKind::custom, "x", url, url};
+    detectLocalRuntime(client, {probe, probe}, [&](auto status) { end = std::move(status); });
+  }
+  runUntil([&] { return end.has_value(); });
+  EXPECT_THAT(*end->reason(), HasSubstr("was cancelled."));
+}
+
+}  // namespace
+}  // namespace vantrell::tests

@@ -1,0 +1,286 @@
+#include "runtimes/local/local_runtime_service.h"
+
+#include <array>
+#include <cstdio>
+#include <gmock/gmock.h>
+
+#include "platform/json.h"
+#include "platform/user_defaults.h"
+#include "support/temporary_folder.h"
+
+namespace vantrell {
+namespace {
+
+using namespace LocalRuntimeService;
+using testing::ElementsAre;
+using enum LocalRuntimeKind;
+
+TEST(LocalRuntimeService, ReadsTheChoiceFromTheDefaults) {
+  const auto defaults = UserDefaults::inMemory();
+  EXPECT_EQ(configuredKind(*defaults), automatic);
+  EXPECT_EQ(configuredURL(*defaults), "");
+  for (const auto& [stored, kind] : {std::pair{"automatic", automatic},
+                                     {"ollama", ollama},
+                                     {"lm_studio", lmStudio},
+                                     {"custom", custom},
+                                     {"LM Studio", automatic},
+                                     {"", automatic}}) {
+    defaults->setText("localRuntimeKind.v1", stored);
+    EXPECT_EQ(configuredKind(*defaults), kind) << stored;
+  }
+  defaults->setText("localRuntimeBaseURL.v1", " http://x ");
+  EXPECT_EQ(configuredURL(*defaults), " http://x ");
+}
+
+TEST(LocalRuntimeService, AllowsPlainHttpOnlyToThisMachineAndPrivateNetworks) {
+  const auto well = std::optional<LocalRuntimeError>();
+  const auto invalid = std::optional(LocalRuntimeError::invalidURL);
+  const auto insecure = std::optional(LocalRuntimeError::insecureRemoteURL);
+  const std::pair<std::string, std::optional<LocalRuntimeError>> cases[]{
+      {"http://localhost:11434", well},
+      {"HTTP://LocalHost", well},
+      {"http://[::1]:1234/v1", well},
+      {"http://127.0.0.1", well},
+      {"http://127.9.9.9", well},
+      {"http://10.1.2.3", well},
+      {"http://192.168.0.7", well},
+      {"http://192.169.0.7", insecure},
+      {"http://172.16.0.1", well},
+      {"http://172.31.255.255", well},
+      {"http://172.15.0.1", insecure},
+      {"http://172.32.0.1", insecure},
+      {"http://172.x.0.1", insecure},
+      {"http://172.", insecure},
+      {"http://1720.16.0.1", insecure},
+      {"http://box.local", well},
+      {"http://box.local.example.com", insecure},
+      {"http://localhost.example.com", insecure},
+      {"http://example.com", insecure},
+      {"http://127.0.0.1@example.com", insecure},
+      {"http://[::ffff:8.8.8.8]", insecure},
+      {"https://example.com", well},
+      {" \n https://example.com/v1 \n", well},
+      {"", invalid},
+      {"localhost:11434", invalid},
+      {"http:///v1", invalid},
+      {"ftp://localhost", invalid},
+      {"http://local host", invalid},
+      {"file:///tmp", invalid},
+  };
+  for (const auto& [text, expected] : cases) {
+    const auto result = validatedBaseURL(text);
+    EXPECT_EQ(result ? std::nullopt : std::optional(result.error()), expected) << text;
+  }
+}
+
+std::vector<std::string> shown(LocalRuntimeKind kind, std::string_view configured) {
+  const auto probes = candidateProbes(kind, configured);
+  if (!probes) return {std::string(description(probes.error()))};
+  std::vector<std::string> lines;
+  for (const auto& probe : *probes) {
+    lines.push_back(std::string(rawText(probe.kind)) + ", " + probe.name + ": " +
+                    probe.discoveryURL.text() + " " + probe.apiBaseURL.text());
+  }
+  return lines;
+}
+
+TEST(LocalRuntimeService, LooksInTheRightPlaces) {
+  const std::string ollamaThere =
+      "ollama, Ollama: http://127.0.0.1:11434/api/tags http://127.0.0.1:11434/v1";
+  const std::string lmStudioThere =
+      "lm_studio, LM Studio: http://127.0.0.1:1234/v1/models http://127.0.0.1:1234/v1";
+  const std::string invalid = "Enter a valid local runtime URL.";
+
+  EXPECT_THAT(shown(automatic, ""), ElementsAre(ollamaThere, lmStudioThere));
+  EXPECT_THAT(shown(automatic, "no URL at all"), ElementsAre(ollamaThere, lmStudioThere));
+  EXPECT_THAT(shown(ollama, ""), ElementsAre(ollamaThere));
+  EXPECT_THAT(shown(lmStudio, ""), ElementsAre(lmStudioThere));
+  // The text as it is stored decides whether there is one.
+  EXPECT_THAT(shown(ollama, " "), ElementsAre(invalid));
+  EXPECT_THAT(shown(lmStudio, " "), ElementsAre(invalid));
+  EXPECT_THAT(shown(custom, ""), ElementsAre(invalid));
+  EXPECT_THAT(shown(custom, " \n"), ElementsAre(invalid));
+  EXPECT_THAT(shown(custom, "http://example.com"),
+              ElementsAre("Non-HTTPS runtimes must use localhost or a private-network address."));
+
+  for (const std::string base : {"http://box.local:1", "http://box.local:1/",
+                                 "http://box.local:1/v1", "http://box.local:1/V1/"}) {
+    EXPECT_THAT(shown(ollama, base), ElementsAre("ollama, Ollama: http://box.local:1/api/tags "
+                                                 "http://box.local:1/v1"));
+  }
+  EXPECT_THAT(shown(ollama, "https://h/proxy/v1?key=1"),
+              ElementsAre("ollama, Ollama: https://h/proxy/api/tags?key=1 "
+                          "https://h/proxy/v1?key=1"));
+  EXPECT_THAT(shown(lmStudio, "http://10.0.0.1"),
+              ElementsAre("lm_studio, LM Studio: http://10.0.0.1/v1/models http://10.0.0.1/v1"));
+  EXPECT_THAT(shown(custom, " http://10.0.0.1/ "),
+              ElementsAre("custom, Local runtime: http://10.0.0.1/v1/models http://10.0.0.1/v1"));
+  EXPECT_THAT(shown(custom, "https://h/openai/"),
+              ElementsAre("custom, Local runtime: https://h/openai/models https://h/openai/"));
+}
+
+TEST(LocalRuntimeService, ReadsTheModelsThatAServerLists) {
+  const std::string notJson = "no JSON";
+  const std::string none = "none";
+  struct Case {
+    LocalRuntimeKind kind;
+    std::string body;
+    std::vector<std::string> models;
+  };
+  const Case cases[]{
+      {ollama,
+       R"({"models":[{"name":" b "},{"name":"a","model":"x"},{"name":"b\n"}]})",
+       {"a", "b"}},
+      {lmStudio, R"({"object":"list","data":[{"id":"qwen","object":"model"}]})", {"qwen"}},
+      {custom, R"({"data":[{"id":"i","model":"m"},{"model":"n","id":"x"}]})", {"m", "n"}},
+      {custom,
+       R"({"data":[{"name":7,"model":null,"id":"i"},{"name":" ","id":"lost"},{},3]})",
+       {"i"}},
+      {custom, R"({"data":[{"id":"Z"},{"id":"a"},{"id":"ä"}]})", {"Z", "a", "ä"}},
+      {ollama, R"({"data":[{"id":"wrong list"}]})", {none}},
+      {lmStudio, R"({"models":[{"name":"wrong list"}]})", {none}},
+      {lmStudio, R"({"data":{"id":"no list"}})", {none}},
+      {lmStudio, R"({"data":[]})", {none}},
+      {lmStudio, R"([{"id":"no object"}])", {none}},
+      {lmStudio, "7", {none}},
+      {lmStudio, "", {notJson}},
+      {lmStudio, "<html>", {notJson}},
+      {lmStudio, R"({"data":[{"id":"cut)", {notJson}},
+  };
+  for (const auto& one : cases) {
+    SCOPED_TRACE(one.body);
+    const auto models = parseModels(one.body, one.kind);
+    std::vector<std::string> ids;
+    if (models) {
+      for (const auto& model : *models) ids.push_back(model.id);
+    } else {
+      ids = {std::holds_alternative<NotJson>(models.error()) ? notJson : none};
+    }
+    EXPECT_EQ(ids, one.models);
+  }
+}
+
+TEST(LocalRuntimeService, DescribesAModelByTheKindOfItsServer) {
+  const auto models = parseModels(R"({"data":[{"id":"m"}]})", custom);
+  ASSERT_TRUE(models);
+  EXPECT_EQ(models->front(), (ProviderModelOption{"m",
+                                                  "m",
+                                                  "Served locally through OpenAI-compatible.",
+                                                  false,
+                                                  {ProviderEffortOption::defaultOption()}}));
+}
+
+LocalRuntimeConnection connection(const std::string& url, const std::vector<std::string>& models) {
+  LocalRuntimeConnection made{lmStudio, "LM Studio", *Url::parse(url), {}};
+  for (const auto& id : models) made.models.push_back({id, id, "", false, {}});
+  return made;
+}
+
+TEST(LocalRuntimeService, LabelsEveryStatus) {
+  EXPECT_EQ(LocalRuntimeStatus::checking().label(), "Looking for runtimes…");
+  EXPECT_EQ(LocalRuntimeStatus::unavailable("why").label(), "Not detected");
+  const auto ready = [](const std::vector<std::string>& models) {
+    return LocalRuntimeStatus::ready(connection("http://h.local", models)).label();
+  };
+  EXPECT_EQ(ready({"a"}), "LM Studio · 1 model");
+  EXPECT_EQ(ready({"a", "b"}), "LM Studio · 2 models");
+}
+
+TEST(LocalRuntimeService, ChoosesTheSelectedModelWhileTheServerHasIt) {
+  const auto two = connection("http://h.local", {"a", "b"});
+  EXPECT_EQ(chosenModel(two, "b"), "b");
+  EXPECT_EQ(chosenModel(two, "gone"), "a");
+  EXPECT_EQ(chosenModel(two, std::nullopt), "a");
+  EXPECT_EQ(chosenModel(connection("http://h.local", {}), "a"), std::nullopt);
+}
+
+TEST(LocalRuntimeService, StartsTheHarnessWithoutWebSearch) {
+  EXPECT_THAT(harnessArguments(GrokPermissionMode::auto_),
+              ElementsAre("--disable-web-search", "--permission-mode", "auto", "agent", "--model",
+                          "vantrell-local", "stdio"));
+  EXPECT_THAT(harnessArguments(GrokPermissionMode::fullAccess),
+              ElementsAre("--disable-web-search", "agent", "--model", "vantrell-local",
+                          "--always-approve", "stdio"));
+}
+
+TEST(LocalRuntimeService, WritesAProfileOfItsOwnAnewForEveryClient) {
+  const tests::TemporaryFolder root;
+  const std::string folder = root / "vantrell/local-agent/grok";
+  const auto server = connection("http://127.0.0.1:1234/v1", {"first"});
+  ASSERT_TRUE(prepareGrokEnvironment(server, "first", root.path()));
+  const auto environment = prepareGrokEnvironment(server, "qwen/2.5", root.path());
+  ASSERT_TRUE(environment);
+  EXPECT_EQ(tests::TemporaryFolder::contentOf(folder + "/config.toml"),
+            "# Generated by vantrell. This isolated GROK_HOME never changes ~/.grok/config.toml.\n"
+            "[model.vantrell-local]\n"
+            "model = \"qwen/2.5\"\n"
+            "base_url = \"http://127.0.0.1:1234/v1\"\n"
+            "name = \"vantrell Local\"\n"
+            "env_key = \"VANTRELL_LOCAL_TOKEN\"\n"
+            "api_backend = \"chat_completions\"\n"
+            "\n"
+            "[models]\n"
+            "default = \"vantrell-local\"");
+  EXPECT_EQ(environment->at("GROK_HOME"), folder);
+  EXPECT_EQ(environment->at("VANTRELL_LOCAL_TOKEN"), "stub-bearer-for-offline-route");
+  EXPECT_THAT(environment->at("PATH"), testing::HasSubstr("/.grok/bin:"));
+  EXPECT_THAT(root.names("vantrell/local-agent/grok"), ElementsAre("config.toml"));
+}
+
+TEST(LocalRuntimeService, TellsWhenTheProfileCannotBeWritten) {
+  const tests::TemporaryFolder root;
+  root.file("vantrell", "a file in the way");
+  const auto environment =
+      prepareGrokEnvironment(connection("http://h.local", {"m"}), "m", root.path());
+  ASSERT_FALSE(environment);
+  EXPECT_THAT(environment.error().description, testing::HasSubstr(root / "vantrell"));
+}
+
+/// What another reader of the format finds in the files: a JSON array, or nothing when one is
+/// ill-formed.
+std::string readByPython(const std::vector<std::string>& paths) {
+  std::string command =
+      "python3 -c 'import json, sys, tomllib; "
+      "print(json.dumps([tomllib.load(open(path, \"rb\")) for path in sys.argv[1:]]))'";
+  for (const auto& path : paths) command += " " + path;
+  std::string out;
+  FILE* pipe = ::popen(command.c_str(), "r");
+  std::array<char, 4096> bytes{};
+  while (const auto count = std::fread(bytes.data(), 1, bytes.size(), pipe)) {
+    out.append(bytes.data(), count);
+  }
+  ::pclose(pipe);
+  return out;
+}
+
+TEST(LocalRuntimeService, LeavesTheProfileWellFormedWhateverTheModelIsCalled) {
+  const tests::TemporaryFolder root;
+  const auto server = connection("http://127.0.0.1:1234/v1?a='b'", {});
+  const std::vector<std::string> models{"plain",
+                                        R"(a "quoted" \ name)",
+                                        "\\",
+                                        "\"\n[models]\ndefault = \"other",
+                                        "\r\n\t\b\x1F\x7F",
+                                        std::string("a\0b", 3),
+                                        "größe 🙂",
+                                        "\\n\\u0041"};
+  std::vector<std::string> paths;
+  for (const auto& model : models) {
+    paths.push_back(root.file(std::to_string(paths.size()), profileText(server, model)));
+  }
+  const auto read = json::parse(readByPython(paths));
+  ASSERT_TRUE(read);
+  ASSERT_EQ(read->asArray()->size(), models.size());
+  for (std::size_t index = 0; index < models.size(); ++index) {
+    SCOPED_TRACE(testing::PrintToString(models[index]));
+    const auto& content = *(*read->asArray())[index].asObject();
+    const auto* profile = json::object(*json::object(content, "model"), "vantrell-local");
+    ASSERT_TRUE(profile);
+    EXPECT_EQ(*json::text(*profile, "model"), models[index]);
+    EXPECT_EQ(*json::text(*profile, "base_url"), "http://127.0.0.1:1234/v1?a='b'");
+    EXPECT_EQ(*json::text(*json::object(content, "models"), "default"), "vantrell-local");
+  }
+}
+
+}  // namespace
+}  // namespace vantrell
