@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "app/ports.h"
+#include "app/state_folders.h"
 #include "records/application.h"
 #include "runtimes/acp/acp_client.h"
 #include "runtimes/runtime_locator.h"
@@ -41,32 +42,14 @@ ProviderConnector practiceConnector(MainQueue& main, BackgroundPool& pool, std::
 
 std::expected<std::unique_ptr<VantrellApp>, std::string> VantrellApp::start(
     MainQueue& main, VantrellOptions options) {
-  const std::string support = options.supportFolder.empty()
-                                  ? files::standardized(applicationName, files::dataFolder())
-                                  : options.supportFolder;
-  const std::string config = options.configFolder.empty()
-                                 ? files::standardized(applicationName, files::configFolder())
-                                 : options.configFolder;
-  for (const auto& folder : {support, config}) {
-    if (const auto made = files::createOwnerOnlyFolder(folder); !made) {
-      return std::unexpected(fmt::format(
-          "Vantrell cannot keep its state: {}. Make the folder writable, or name another one with "
-          "XDG_DATA_HOME and XDG_CONFIG_HOME.",
-          made.error().description));
-    }
-  }
-  auto lock = files::LockFile::acquire(support + "/lock");
-  if (!lock) {
-    if (lock.error().error) return std::unexpected(lock.error().error->description);
-    const auto holder = lock.error().holder;
-    return std::unexpected(fmt::format(
-        "Vantrell is already running{}. Nothing was changed; use that one, or end it first.",
-        holder ? fmt::format(" (process {})", *holder) : ""));
-  }
-  auto defaults = UserDefaults::open(config + "/defaults.sqlite");
+  auto folders = StateFolders::make(options.supportFolder, options.configFolder);
+  if (!folders) return std::unexpected(std::move(folders.error()));
+  auto lock = lockState(*folders);
+  if (!lock) return std::unexpected(std::move(lock.error()));
+  auto defaults = UserDefaults::open(folders->settingsFile());
   if (!defaults) return std::unexpected(std::move(defaults.error()));
-  return std::unique_ptr<VantrellApp>(
-      new VantrellApp(main, std::move(options), std::move(*lock), std::move(*defaults), support));
+  return std::unique_ptr<VantrellApp>(new VantrellApp(main, std::move(options), std::move(*lock),
+                                                      std::move(*defaults), folders->support));
 }
 
 VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, files::LockFile lock,
@@ -84,7 +67,7 @@ VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, files::LockFi
     connectors_.replace(practiceConnector(main_, pool_, *options.practiceAgent));
   }
   model_ = std::make_unique<AppModel>(main_, *defaults_, store_,
-                                      enginePorts(connectors_, frontDoorProvider));
+                                      enginePorts(connectors_, frontDoorProvider), &writer_);
 }
 
 // The model first: it ends the clients, which need all the rest.

@@ -54,6 +54,7 @@ class VantrellApp {
   std::unique_ptr<UserDefaults> defaults_;
   WorkspaceStore store_;
   BackgroundPool pool_;
+  BackgroundPool writer_{1};  // a save waits for no other work
   ProviderConnectorRegistry connectors_;
   std::unique_ptr<AppModel> model_;
 };

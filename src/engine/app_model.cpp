@@ -3,11 +3,11 @@
 namespace vantrell {
 
 AppModel::AppModel(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore& store,
-                   EnginePorts ports)
+                   EnginePorts ports, Executor* writer)
     : main(mainQueue),
       ports_(std::move(ports)),
       settings(defaults, changes),
-      tree(main, store, changes),
+      tree(main, store, changes, writer),
       selection(defaults),
       executions(main, selection, changes),
       intake(main, tree, executions, changes),
@@ -32,6 +32,7 @@ void AppModel::startUp() {
   tree.load();
   tree.settleRunsLeftOpen();
   selection.restore(tree.workspaces());
+  operations.settleSelection();
   executions.publishExecution(selection.key());
   settings.load();
   ports_.loadTaskletAndImagine();
@@ -49,6 +50,8 @@ void AppModel::startUp() {
 
 void AppModel::endAllWork() {
   executions.removeAll();
+  tree.save();
+  tree.flush();
 }
 
 }  // namespace vantrell

@@ -21,14 +21,17 @@ namespace vantrell {
 
 class AppModel {
  public:
-  /// Everything given must outlive the model. Making it performs the whole start-up.
-  AppModel(MainQueue& main, UserDefaults& defaults, WorkspaceStore& store, EnginePorts ports);
+  /// Everything given must outlive the model. Making it performs the whole start-up. Conversations
+  /// are written on `writer`; without one, on the main queue.
+  AppModel(MainQueue& main, UserDefaults& defaults, WorkspaceStore& store, EnginePorts ports,
+           Executor* writer = nullptr);
   /// endAllWork().
   ~AppModel();
   AppModel(const AppModel&) = delete;
   AppModel& operator=(const AppModel&) = delete;
 
-  /// Ends every client. What the transcripts were before an unfinished replay, they are again.
+  /// Ends every client. What the transcripts were before an unfinished replay, they are again. All
+  /// of it is on the disk when this returns; a failure to save is announced as always.
   void endAllWork();
 
   MainQueue& main;

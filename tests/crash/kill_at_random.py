@@ -96,11 +96,11 @@ class Home:
                     return {}, {}  # killed while the store was made
                 entries = {
                     record["id"]: record
-                    for (record,) in self.records(database, "SELECT json FROM entries")
+                    for (record,) in self.records(database, "SELECT record FROM entries")
                 }
                 runs = {
                     record["id"]: record
-                    for (record,) in self.records(database, "SELECT json FROM runs")
+                    for (record,) in self.records(database, "SELECT record FROM runs")
                 }
                 return entries, runs
             finally:

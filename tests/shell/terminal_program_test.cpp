@@ -290,13 +290,13 @@ TEST_F(TerminalProgram, ReaderThatGoesAwayStopsTheTaskQuietly) {
 }
 
 TEST_F(TerminalProgram, SaveThatFailsIsToldOnceAndTheRunDoesNotCountAsCompleted) {
-  home.folder("config");
+  home.folder("data");
   auto options = vantrell({});
   options.arguments = {"-m",
                        "-r",
                        "/bin/bash",
                        "-c",
-                       "mount -t tmpfs -o size=512k none \"$XDG_CONFIG_HOME\" || exit 77;"
+                       "mount -t tmpfs -o size=512k none \"$XDG_DATA_HOME\" || exit 77;"
                        "exec \"$0\" run --practice -",
                        options.executable};
   options.executable = "/usr/bin/unshare";
