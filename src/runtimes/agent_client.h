@@ -65,7 +65,8 @@ class AgentClient {
   std::function<void(ProviderUsage)> onUsageUpdate;
 
   /// Brings the runtime up, resuming the session when it can. A resume that fails leads to a new
-  /// session, not to an error. The completion is called exactly once.
+  /// session, not to an error, but with Claude Code, which ends over it. The completion is called
+  /// exactly once.
   virtual void start(std::optional<std::string> existingSessionID, StartCompletion completion) = 0;
   /// Runs one turn with the complete prompt. Completes when the turn has ended, after its last
   /// update; a cancelled turn ends so too. One turn at a time.

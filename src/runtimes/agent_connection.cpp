@@ -17,6 +17,9 @@ std::optional<ProcessError> AgentConnection::launch(ProcessOptions options) {
   handlers.onMessage = [weak](JsonObject message, std::size_t bytes) {
     if (const auto self = weak.lock()) self->handle(std::move(message), bytes);
   };
+  handlers.onOtherLine = [weak](std::string_view line) {
+    if (const auto self = weak.lock()) self->handleOtherLine(line);
+  };
   handlers.onReadHandled = [weak] {
     if (const auto self = weak.lock()) self->handOutUpdates();
   };

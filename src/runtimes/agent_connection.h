@@ -48,6 +48,9 @@ class AgentConnection : public std::enable_shared_from_this<AgentConnection> {
 
   /// One message of the runtime; `bytes` is its length on the wire.
   virtual void handle(JsonObject message, std::size_t bytes) = 0;
+  /// One line of its output that is no message, without its line feed. Dropped unless a dialect has
+  /// a use for it.
+  virtual void handleOtherLine(std::string_view /*line*/) {}
   /// Session updates are gathered, and handed out when all of a read has been handled and before
   /// anything that comes behind them.
   void handOutUpdates();

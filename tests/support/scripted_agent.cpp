@@ -16,10 +16,10 @@
 //   exit N             exits with the status N
 //   signal N           kills itself with the signal N
 //
-// In TEXT, ${id} is the number "id" and ${terminalId} the text "terminalId" of the last line read
-// that had one, ${pid} the process id, ${folder} the working folder. Empty lines and those that
-// begin with # are skipped. A line that was not expected ends the agent with status 97 and a word
-// on standard error.
+// In TEXT, ${id} is the number "id", and ${terminalId}, ${request_id} and ${session_id} are the
+// texts of these names, of the last line read that had one, ${pid} the process id, ${folder} the
+// working folder. Empty lines and those that begin with # are skipped. A line that was not expected
+// ends the agent with status 97 and a word on standard error.
 
 #include <csignal>
 #include <cstdio>
@@ -63,6 +63,8 @@ std::string nextLine(const std::string& command) {
   if (!std::getline(std::cin, line)) fail(command, "the input has ended");
   capture(line, "id");
   capture(line, "terminalId");
+  capture(line, "request_id");
+  capture(line, "session_id");
   return line;
 }
 

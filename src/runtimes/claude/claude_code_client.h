@@ -1,0 +1,19 @@
+// Claude Code, driven as one long-lived process in its stream-JSON mode. ClaudeConnection is the
+// protocol.
+#pragma once
+
+#include "runtimes/claude/claude_configuration.h"
+#include "runtimes/process_client.h"
+
+namespace vantrell {
+
+class ClaudeCodeClient final : public ProcessClient {
+ public:
+  static std::shared_ptr<ClaudeCodeClient> make(ClaudeConfiguration configuration, MainQueue& main,
+                                                BackgroundPool& pool);
+
+ private:
+  using ProcessClient::ProcessClient;
+};
+
+}  // namespace vantrell

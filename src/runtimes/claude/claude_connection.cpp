@@ -1,0 +1,224 @@
+#include "runtimes/claude/claude_connection.h"
+
+#include <fmt/format.h>
+
+#include "platform/files.h"
+#include "platform/text.h"
+#include "platform/uuid.h"
+#include "runtimes/claude/claude_messages.h"
+
+namespace vantrell {
+
+ClaudeConnection::ClaudeConnection(ClaudeConfiguration configuration, SerialQueue queue,
+                                   std::shared_ptr<Mailbox> mailbox, AgentEvents events)
+    : AgentConnection(std::move(queue), std::move(mailbox), std::move(events)),
+      configuration_(std::move(configuration)) {}
+
+// ---- start --------------------------------------------------------------------------------------
+
+void ClaudeConnection::start(std::optional<std::string> existingSessionID,
+                             AgentClient::StartCompletion completion) {
+  if (hasEnded_ || sessionID_) {
+    return completion(std::unexpected(
+        AgentError(ClaudeCodeClientError::disconnected("Claude Code is not connected."))));
+  }
+  AgentStartResult session;
+  session.replayedSession = existingSessionID.has_value();
+  session.sessionId =
+      existingSessionID ? std::move(*existingSessionID) : text::lowercased(Uuid::random().text());
+  if (auto error = launchRuntime(session)) return completion(std::unexpected(AgentError(*error)));
+  initialize(std::move(session), std::move(completion));
+}
+
+std::optional<ClaudeCodeClientError> ClaudeConnection::launchRuntime(
+    const AgentStartResult& session) {
+  if (!files::isExecutable(configuration_.executable)) {
+    return ClaudeCodeClientError::executableMissing();
+  }
+  ProcessOptions options;
+  options.executable = configuration_.executable;
+  options.arguments =
+      claude::processArguments(configuration_, session.sessionId, session.replayedSession);
+  options.environment = configuration_.processEnvironment;
+  options.workingFolder = configuration_.workspacePath;
+
+  const auto error = launch(std::move(options));
+  if (!error) return std::nullopt;
+  // Without its name the folder's error reads as if the program were missing.
+  return ClaudeCodeClientError::processFailed(
+      error->step == ProcessError::Step::enterFolder
+          ? fmt::format("{}: {}", configuration_.workspacePath, error->description)
+          : error->description);
+}
+
+void ClaudeConnection::initialize(AgentStartResult session,
+                                  AgentClient::StartCompletion completion) {
+  sessionID_ = session.sessionId;
+  const auto number = controlRequests_.add(
+      [session = std::move(session), completion = std::move(completion)](const Answer& answer) {
+        if (!answer) return completion(std::unexpected(answer.error()));
+        completion(session);
+      });
+  send(claude::initializeRequest(number));
+}
+
+// ---- turns --------------------------------------------------------------------------------------
+
+void ClaudeConnection::sendPrompt(std::string prompt, AgentClient::PromptCompletion completion) {
+  if (!isConnected()) {
+    return completion(std::unexpected(
+        AgentError(ClaudeCodeClientError::disconnected("Claude Code is not connected."))));
+  }
+  if (promptCompletion_) {
+    return completion(std::unexpected(AgentError(
+        ClaudeCodeClientError::protocolError("Claude Code is already handling a prompt."))));
+  }
+  promptCompletion_ = std::move(completion);
+  isPromptCancelled_ = false;
+  // The prompt waits behind a turn of Claude Code's own, whose words are still to come.
+  if (!isTurnRunning_) turn_.beginTurn();
+  isTurnRunning_ = true;
+  send(claude::userMessage(std::move(prompt), *sessionID_));
+}
+
+void ClaudeConnection::cancel() {
+  if (!isConnected()) return;
+  isPromptCancelled_ = promptCompletion_ != nullptr;
+  interrupt();
+  for (const JsonObject& denial : permissions_.denyAll()) send(denial);
+}
+
+void ClaudeConnection::interrupt() {
+  // The "result" of the turn tells what came of it.
+  send(claude::interruptRequest(controlRequests_.add([](const Answer&) {})));
+}
+
+void ClaudeConnection::respondToPermission(std::int64_t requestID, std::string optionID) {
+  if (const auto answer = permissions_.answer(requestID, optionID)) send(*answer);
+}
+
+void ClaudeConnection::stop() {
+  hasEnded_ = true;
+  permissions_.clear();
+  endProcess(isTurnRunning_ || !controlRequests_.empty() ? JsonLineProcess::Ending::prompt
+                                                         : JsonLineProcess::Ending::gentle);
+  failPending(ClaudeCodeClientError::disconnected("Claude Code stopped."));
+}
+
+void ClaudeConnection::ended(ExitStatus status, std::string errorText) {
+  hasEnded_ = true;
+  permissions_.clear();
+  std::string text = textOfEnd("Claude Code", status, std::move(errorText));
+  failPending(ClaudeCodeClientError::disconnected(text));
+  if (events_.unexpectedTermination) events_.unexpectedTermination(std::move(text));
+}
+
+void ClaudeConnection::failPending(const AgentError& error) {
+  handOutUpdates();
+  const auto prompt = std::exchange(promptCompletion_, nullptr);
+  controlRequests_.finishAll(std::unexpected(error));
+  if (prompt) prompt(std::unexpected(error));
+}
+
+// ---- messages -----------------------------------------------------------------------------------
+
+void ClaudeConnection::handle(JsonObject message, std::size_t bytes) {
+  const std::string type = json::textOr(message, "type", "");
+  if (type == "stream_event") {
+    gather(turn_.streamEvent(message), bytes);
+  } else if (type == "assistant") {
+    gather(turn_.assistantMessage(message), bytes);
+  } else if (type == "user") {
+    gather(turn_.userMessage(message), bytes);
+  } else if (type == "system") {
+    handleSystem(message, bytes);
+  } else if (type == "control_response") {
+    handleControlResponse(message);
+  } else if (type == "control_request") {
+    handleControlRequest(message, bytes);
+  } else if (type == "control_cancel_request") {
+    permissions_.withdraw(json::textOr(message, "request_id", ""));
+  } else if (type == "result") {
+    handleResult(std::move(message), bytes);
+  } else if (type == "rate_limit_event") {
+    handleRateLimit(message);
+  }
+}
+
+void ClaudeConnection::handleOtherLine(std::string_view line) {
+  if (events_.log) events_.log(text::repaired(line) + "\n");
+}
+
+void ClaudeConnection::gather(ClaudeEvents::Updates updates, std::size_t bytes) {
+  for (JsonObject& update : updates) {
+    gatherUpdate(std::move(update), std::exchange(bytes, 0));
+  }
+}
+
+void ClaudeConnection::handleSystem(const JsonObject& message, std::size_t bytes) {
+  if (json::textOr(message, "subtype", "") != "init") {
+    return gather(turn_.systemEvent(message), bytes);
+  }
+  if (const std::string* session = json::text(message, "session_id")) sessionID_ = *session;
+  // Each turn begins so, Claude Code's own ones too.
+  isTurnRunning_ = true;
+  if (isPromptCancelled_) interrupt();
+}
+
+void ClaudeConnection::handleControlResponse(const JsonObject& message) {
+  const JsonObject* response = json::object(message, "response");
+  const std::string* id = response ? json::text(*response, "request_id") : nullptr;
+  const auto number = id ? claude::numberOfControlRequest(*id) : std::nullopt;
+  const auto completion = number ? controlRequests_.take(*number) : std::nullopt;
+  if (!completion) return;
+  handOutUpdates();
+  if (json::textOr(*response, "subtype", "") == "error") {
+    return (*completion)(std::unexpected(AgentError(ClaudeCodeClientError::protocolError(
+        json::textOr(*response, "error", "Claude Code rejected a control request.")))));
+  }
+  const JsonObject* answer = json::object(*response, "response");
+  (*completion)(answer ? *answer : JsonObject{});
+}
+
+void ClaudeConnection::handleControlRequest(const JsonObject& message, std::size_t bytes) {
+  const std::string* id = json::text(message, "request_id");
+  const JsonObject* request = json::object(message, "request");
+  if (!id || !request) return;
+  if (json::textOr(*request, "subtype", "") != "can_use_tool") {
+    return send(claude::errorAnswer(*id, "vantrell does not support this Claude control request."));
+  }
+  // Its own mode keeps most questions away already; a configured rule may still ask.
+  if (configuration_.permissionMode == GrokPermissionMode::fullAccess) {
+    return send(claude::allowAnswer(*id, ClaudePermissions::inputOf(*request)));
+  }
+  handOutUpdates();
+  PermissionRequest question = permissions_.ask(*id, *request);
+  if (events_.permissionRequest) events_.permissionRequest(std::move(question), bytes);
+}
+
+void ClaudeConnection::handleResult(JsonObject message, std::size_t bytes) {
+  if (const std::string* session = json::text(message, "session_id")) sessionID_ = *session;
+  auto failure = claude::failureOf(message);
+  gather(turn_.endTurn(failure.has_value()), bytes);
+
+  if (claude::endsTurnOfItsOwn(message)) {
+    isTurnRunning_ = promptCompletion_ != nullptr;
+    return;
+  }
+  isTurnRunning_ = false;
+  isPromptCancelled_ = false;
+  const auto completion = std::exchange(promptCompletion_, nullptr);
+  if (!completion) return;
+  handOutUpdates();
+  if (failure) return completion(std::unexpected(AgentError(std::move(*failure))));
+  completion(std::move(message));
+}
+
+void ClaudeConnection::handleRateLimit(const JsonObject& message) {
+  const JsonObject* info = json::object(message, "rate_limit_info");
+  if (!info || !events_.usage) return;
+  handOutUpdates();
+  events_.usage(claude::usage(*info));
+}
+
+}  // namespace vantrell

@@ -1,0 +1,69 @@
+// Claude Code's stream-JSON mode, as the host speaks it. On the client's queue.
+#pragma once
+
+#include <expected>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "runtimes/agent_connection.h"
+#include "runtimes/claude/claude_client_error.h"
+#include "runtimes/claude/claude_configuration.h"
+#include "runtimes/claude/claude_events.h"
+#include "runtimes/claude/claude_permissions.h"
+#include "runtimes/pending_requests.h"
+
+namespace vantrell {
+
+class ClaudeConnection final : public AgentConnection {
+ public:
+  ClaudeConnection(ClaudeConfiguration configuration, SerialQueue queue,
+                   std::shared_ptr<Mailbox> mailbox, AgentEvents events);
+
+  /// A session that cannot be resumed is an error: Claude Code says so and ends.
+  void start(std::optional<std::string> existingSessionID,
+             AgentClient::StartCompletion completion) override;
+  void sendPrompt(std::string prompt, AgentClient::PromptCompletion completion) override;
+  void cancel() override;
+  void respondToPermission(std::int64_t requestID, std::string optionID) override;
+  void stop() override;
+  void handle(JsonObject message, std::size_t bytes) override;
+  void handleOtherLine(std::string_view line) override;
+
+  /// The part of start() behind the launch. The id is the session's, new or resumed.
+  void initialize(AgentStartResult session, AgentClient::StartCompletion completion);
+
+ private:
+  using Answer = std::expected<JsonObject, AgentError>;
+
+  std::optional<ClaudeCodeClientError> launchRuntime(const AgentStartResult& session);
+  bool isConnected() const { return sessionID_ && !hasEnded_; }
+
+  void handleControlResponse(const JsonObject& message);
+  void handleControlRequest(const JsonObject& message, std::size_t bytes);
+  void handleSystem(const JsonObject& message, std::size_t bytes);
+  void handleResult(JsonObject message, std::size_t bytes);
+  void handleRateLimit(const JsonObject& message);
+  void gather(ClaudeEvents::Updates updates, std::size_t bytes);
+
+  void interrupt();
+  void failPending(const AgentError& error) override;
+  void ended(ExitStatus status, std::string errorText) override;
+
+  const ClaudeConfiguration configuration_;
+
+  std::optional<std::string> sessionID_;  // from the launch on
+  bool hasEnded_ = false;                 // stopped, or the process died
+  PendingRequests<Answer> controlRequests_;
+  ClaudePermissions permissions_;
+  ClaudeEvents turn_;
+
+  AgentClient::PromptCompletion promptCompletion_;  // of the prompt that has no result yet
+  bool isTurnRunning_ = false;                      // the prompt's, or one of Claude Code's own
+  // An interrupt ends only a turn that runs: the prompt's may not have begun, or one of Claude
+  // Code's own stands in front of it.
+  bool isPromptCancelled_ = false;
+};
+
+}  // namespace vantrell

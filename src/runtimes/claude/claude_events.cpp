@@ -1,0 +1,188 @@
+#include "runtimes/claude/claude_events.h"
+
+#include "platform/uuid.h"
+
+namespace vantrell {
+
+namespace {
+
+constexpr const char* inProgress = "in_progress";
+constexpr const char* completed = "completed";
+constexpr const char* failed = "failed";
+
+JsonObject chunk(const char* kind, std::string messageID, const std::string& words) {
+  return {{"sessionUpdate", kind},
+          {"messageId", std::move(messageID)},
+          {"content", JsonObject{{"type", "text"}, {"text", words}}}};
+}
+
+JsonObject toolStatus(std::string id, std::string title, std::string status,
+                      const char* kind = "tool_call_update") {
+  return {{"sessionUpdate", kind},
+          {"toolCallId", std::move(id)},
+          {"title", std::move(title)},
+          {"status", std::move(status)}};
+}
+
+/// The text under the key, when it is not empty.
+const std::string* words(const JsonObject& object, std::string_view key) {
+  const std::string* found = json::text(object, key);
+  return found && !found->empty() ? found : nullptr;
+}
+
+/// The blocks of a message's "content"; none when it is not a list.
+std::vector<const JsonObject*> blocksOf(const JsonObject& message) {
+  std::vector<const JsonObject*> blocks;
+  const JsonObject* inner = json::object(message, "message");
+  const Json::Array* content = inner ? json::array(*inner, "content") : nullptr;
+  if (!content) return blocks;
+  for (const Json& each : *content) {
+    if (const JsonObject* block = each.asObject()) blocks.push_back(block);
+  }
+  return blocks;
+}
+
+std::string statusOfTask(const JsonObject& message, bool begins) {
+  if (const std::string* status = json::text(message, "status")) return *status;
+  // Claude Code 2 tells a change of a task under "patch"; a patch without a status left it as it
+  // was.
+  if (const JsonObject* patch = json::object(message, "patch")) {
+    const std::string status = json::textOr(*patch, "status", inProgress);
+    return status == "running" ? inProgress : status;
+  }
+  return begins ? inProgress : completed;
+}
+
+}  // namespace
+
+ClaudeEvents::ClaudeEvents() {
+  beginTurn();
+}
+
+// ---- turns --------------------------------------------------------------------------------------
+
+void ClaudeEvents::beginTurn() {
+  messageID_ = Uuid::random().text();
+  streamedText_ = false;
+  streamedThinking_ = false;
+}
+
+ClaudeEvents::Updates ClaudeEvents::endTurn(bool turnFailed) {
+  Updates updates;
+  for (auto& [id, title] : std::exchange(openTools_, {})) {
+    if (turnFailed) updates.push_back(toolStatus(id, std::move(title), failed));
+  }
+  // Claude Code may go on with a turn of its own.
+  beginTurn();
+  return updates;
+}
+
+// ---- messages -----------------------------------------------------------------------------------
+
+ClaudeEvents::Updates ClaudeEvents::streamEvent(const JsonObject& message) {
+  const JsonObject* event = json::object(message, "event");
+  const std::string* type = event ? json::text(*event, "type") : nullptr;
+  if (!type) return {};
+  if (*type == "content_block_start") {
+    const JsonObject* block = json::object(*event, "content_block");
+    if (block && json::textOr(*block, "type", "") == "tool_use") return {toolUse(*block)};
+    return {};
+  }
+  const JsonObject* delta =
+      *type == "content_block_delta" ? json::object(*event, "delta") : nullptr;
+  if (!delta) return {};
+  const std::string kind = json::textOr(*delta, "type", "");
+  if (kind == "text_delta") {
+    if (const std::string* piece = words(*delta, "text")) {
+      streamedText_ = true;
+      return {textChunk(*piece)};
+    }
+  } else if (kind == "thinking_delta") {
+    if (const std::string* piece = words(*delta, "thinking")) {
+      streamedThinking_ = true;
+      return {thoughtChunk(*piece)};
+    }
+  }
+  return {};
+}
+
+ClaudeEvents::Updates ClaudeEvents::assistantMessage(const JsonObject& message) {
+  Updates updates;
+  for (const JsonObject* block : blocksOf(message)) {
+    const std::string type = json::textOr(*block, "type", "");
+    if (type == "text" && !streamedText_) {
+      if (const std::string* whole = words(*block, "text")) updates.push_back(textChunk(*whole));
+    } else if (type == "thinking" && !streamedThinking_) {
+      if (const std::string* whole = words(*block, "thinking")) {
+        updates.push_back(thoughtChunk(*whole));
+      }
+    } else if (type == "tool_use") {
+      updates.push_back(toolUse(*block));
+    }
+  }
+  return updates;
+}
+
+ClaudeEvents::Updates ClaudeEvents::userMessage(const JsonObject& message) {
+  Updates updates;
+  for (const JsonObject* block : blocksOf(message)) {
+    if (json::textOr(*block, "type", "") != "tool_result") continue;
+    // A tool that was never announced has no entry that could end.
+    auto tool = openTools_.extract(json::textOr(*block, "tool_use_id", ""));
+    if (tool.empty()) continue;
+    const bool hasFailed = json::boolean(*block, "is_error").value_or(false);
+    updates.push_back(
+        toolStatus(tool.key(), std::move(tool.mapped()), hasFailed ? failed : completed));
+  }
+  return updates;
+}
+
+ClaudeEvents::Updates ClaudeEvents::systemEvent(const JsonObject& message) {
+  const std::string subtype = json::textOr(message, "subtype", "");
+  const bool begins = subtype == "task_started";
+  if (!begins && subtype != "task_notification" && subtype != "task_updated") return {};
+
+  const std::string id =
+      json::textOr(message, "task_id", json::textOr(message, "uuid", Uuid::random().text()));
+  std::string title = "Claude background task";
+  if (const std::string* summary = json::text(message, "summary")) {
+    title = *summary;
+  } else if (const std::string* description = json::text(message, "description")) {
+    title = *description;  // Claude Code 2 says so what it starts
+  } else if (const auto known = openTasks_.find(id); known != openTasks_.end()) {
+    title = known->second;
+  }
+  std::string status = statusOfTask(message, begins);
+  // Only a task that runs has more to say.
+  if (status == inProgress) {
+    openTasks_.insert_or_assign(id, title);
+  } else {
+    openTasks_.erase(id);
+  }
+  return {toolStatus(id, std::move(title), std::move(status),
+                     begins ? "tool_call" : "tool_call_update")};
+}
+
+// ---- updates ------------------------------------------------------------------------------------
+
+JsonObject ClaudeEvents::textChunk(const std::string& text) const {
+  return chunk("agent_message_chunk", messageID_, text);
+}
+
+JsonObject ClaudeEvents::thoughtChunk(const std::string& text) const {
+  return chunk("agent_thought_chunk", "thought-" + messageID_, text);
+}
+
+JsonObject ClaudeEvents::toolUse(const JsonObject& block) {
+  const std::string* given = json::text(block, "id");
+  std::string id = given ? *given : Uuid::random().text();
+  std::string title = json::textOr(block, "name", "Claude tool");
+  // Nothing can tell the end of a call without an id.
+  if (given) openTools_.insert_or_assign(id, title);
+  JsonObject update = toolStatus(std::move(id), std::move(title), inProgress);
+  const Json* input = block.find("input");
+  update.set("rawInput", input ? *input : Json(JsonObject{}));
+  return update;
+}
+
+}  // namespace vantrell

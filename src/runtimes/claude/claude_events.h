@@ -1,0 +1,45 @@
+// Turns what Claude Code tells of its work into session updates. Each call gives the updates of one
+// message, in order. Owned by the connection, on its queue; it needs neither process nor client.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "platform/json.h"
+
+namespace vantrell {
+
+class ClaudeEvents {
+ public:
+  using Updates = std::vector<JsonObject>;
+
+  ClaudeEvents();
+
+  /// What comes now belongs to another message than what came before.
+  void beginTurn();
+  /// The turn is over. Of one that failed or was stopped, tools that have not ended never will.
+  Updates endTurn(bool failed);
+
+  Updates streamEvent(const JsonObject& message);
+  /// The whole of what was streamed; only what was not streamed is told.
+  Updates assistantMessage(const JsonObject& message);
+  /// The messages of the type "user" carry the results of tools.
+  Updates userMessage(const JsonObject& message);
+  /// Background tasks.
+  Updates systemEvent(const JsonObject& message);
+
+ private:
+  JsonObject textChunk(const std::string& words) const;
+  JsonObject thoughtChunk(const std::string& words) const;
+  JsonObject toolUse(const JsonObject& block);
+
+  std::string messageID_;
+  bool streamedText_ = false;
+  bool streamedThinking_ = false;
+  // The transcript takes the title of every update, and only the first ones of Claude Code have it.
+  std::map<std::string, std::string> openTools_;  // title by id
+  std::map<std::string, std::string> openTasks_;  // title by id
+};
+
+}  // namespace vantrell

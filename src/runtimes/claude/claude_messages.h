@@ -1,0 +1,54 @@
+// The command line and the messages of Claude Code's stream-JSON mode, as this program writes and
+// reads them. Pure functions.
+//
+// Claude Code renames things between its releases. The older name is read first and the newer one
+// only where that is absent, so that both work.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/json.h"
+#include "runtimes/agent_error.h"
+#include "runtimes/claude/claude_configuration.h"
+#include "runtimes/provider_usage.h"
+
+namespace vantrell::claude {
+
+// ---- written ------------------------------------------------------------------------------------
+
+/// A session has the id that it is given here, a new one too.
+std::vector<std::string> processArguments(const ClaudeConfiguration& configuration,
+                                          const std::string& sessionID, bool resumes);
+
+/// The id on the wire of the control request with this number, and back; absent for any text that
+/// is not such an id.
+std::string controlRequestID(std::int64_t number);
+std::optional<std::int64_t> numberOfControlRequest(std::string_view id);
+
+JsonObject initializeRequest(std::int64_t number);
+JsonObject interruptRequest(std::int64_t number);
+JsonObject userMessage(std::string prompt, const std::string& sessionID);
+
+// Answers to control requests of Claude Code.
+JsonObject allowAnswer(std::string requestID, JsonObject input);
+JsonObject denyAnswer(std::string requestID);
+JsonObject errorAnswer(std::string requestID, std::string text);
+
+// ---- read ---------------------------------------------------------------------------------------
+
+/// Whether the "result" ends a turn that Claude Code began by itself, as it does to report that a
+/// background task has ended. It answers no prompt, though one may be waiting behind it.
+bool endsTurnOfItsOwn(const JsonObject& result);
+/// What went wrong in the turn, or absent when it went well.
+std::optional<AgentRuntimeError> failureOf(const JsonObject& result);
+/// `status` is the HTTP status of the model's answer.
+AgentRuntimeError::Kind errorKind(std::string_view message, std::optional<std::int64_t> status);
+
+/// The "rate_limit_info" of a "rate_limit_event".
+ProviderUsage usage(const JsonObject& rateLimitInfo);
+
+}  // namespace vantrell::claude

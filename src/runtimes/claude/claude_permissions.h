@@ -1,0 +1,41 @@
+// The questions of Claude Code that wait for the user: what is shown, and what each one needs for
+// its answer. Owned by the connection, on its queue.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/json.h"
+#include "runtimes/agent_client.h"
+
+namespace vantrell {
+
+class ClaudePermissions {
+ public:
+  /// Enters a "can_use_tool" request and gives what the user is shown.
+  PermissionRequest ask(std::string controlRequestID, const JsonObject& request);
+  /// The answer for Claude Code; absent for a question that is unknown, answered or withdrawn.
+  std::optional<JsonObject> answer(std::int64_t id, std::string_view optionID);
+  /// A denial of each open question, oldest first; none is open then.
+  std::vector<JsonObject> denyAll();
+  /// Claude Code no longer waits for the answer.
+  void withdraw(std::string_view controlRequestID);
+  void clear() { pending_.clear(); }
+
+  /// What a "can_use_tool" request would do: its "input", or an empty one.
+  static JsonObject inputOf(const JsonObject& request);
+
+ private:
+  struct Pending {
+    std::string controlRequestID;
+    JsonObject input;
+  };
+  std::int64_t nextID_ = 100000;
+  std::map<std::int64_t, Pending> pending_;
+};
+
+}  // namespace vantrell

@@ -1,0 +1,144 @@
+#include "platform/text.h"
+#include "platform/uuid.h"
+#include "runtimes/claude_client_fixture.h"
+
+namespace vantrell {
+namespace {
+
+using tests::ClaudeAgentScript;
+using ClaudeClientStart = tests::ClaudeClientTest;
+
+TEST_F(ClaudeClientStart, NewSessionHasAnIdFromTheStart) {
+  make(ClaudeAgentScript()
+           .expectLine(R"({"type":"control_request","request_id":"vantrell_1",)"
+                       R"("request":{"subtype":"initialize","hooks":null}})")
+           .answer(R"({"commands":[],"models":[]})")
+           .line("hang"));
+  listen();
+  start();
+  expectNotes({"started"});
+  EXPECT_TRUE(Uuid::parse(session_)) << session_;
+  EXPECT_EQ(session_, text::lowercased(session_));
+  EXPECT_TRUE(arguments().ends_with("\n--session-id=" + session_ + "\n")) << arguments();
+  EXPECT_EQ(client_->provider(), AgentProvider::claude);
+}
+
+TEST_F(ClaudeClientStart, StoredSessionIsResumedWithoutAReplay) {
+  configuration_.permissionMode = GrokPermissionMode::auto_;
+  configuration_.effort = "high";
+  make(ClaudeAgentScript().open().line("hang"));
+  listen();
+  start("Old one");
+  expectNotes({"started replayed"});
+  EXPECT_EQ(session_, "Old one");
+  EXPECT_TRUE(arguments().ends_with(
+      "\n--permission-mode\nauto\n--model\nsonnet\n--effort\nhigh\n--resume=Old one\n"))
+      << arguments();
+}
+
+TEST_F(ClaudeClientStart, RunsInTheProjectWithExactlyItsEnvironment) {
+  configuration_.processEnvironment["CLAUDE_CODE_ENTRYPOINT"] = "vantrell";
+  make(ClaudeAgentScript());
+  configuration_.executable =
+      folder_.file("claude", "#!/bin/sh\npwd >&2; /usr/bin/env >&2; exit 1\n");
+  std::filesystem::permissions(configuration_.executable, std::filesystem::perms::owner_all);
+  client_ = ClaudeCodeClient::make(configuration_, main_, pool_);
+  listen();
+  start();
+  ASSERT_TRUE(main_.runUntil([&] { return notes_.size() == 2; }));
+  EXPECT_TRUE(log_.starts_with(configuration_.workspacePath + "\n")) << log_;
+  EXPECT_TRUE(log_.contains("CLAUDE_CODE_ENTRYPOINT=vantrell\n"));
+  EXPECT_FALSE(log_.contains("HOME=")) << "nothing is inherited";
+}
+
+TEST_F(ClaudeClientStart, RefusalOfTheInitializationFailsIt) {
+  const std::string front =
+      R"(send {"type":"control_response","response":{"request_id":"vantrell_1","subtype":"error")";
+  for (const auto& [rest, text] :
+       {std::pair{R"(,"error":"Not now"}})", "Not now"},
+        std::pair{R"(,"error":{"a":1}}})", "Claude Code rejected a control request."},
+        std::pair{"}}", "Claude Code rejected a control request."}}) {
+    notes_.clear();
+    make(ClaudeAgentScript().expect("initialize").line(front + rest).line("hang"));
+    listen();
+    start();
+    expectNotes({std::string("not started: ") + text});
+  }
+}
+
+TEST_F(ClaudeClientStart, AnswerOfAnyOtherFormIsNotItsAnswer) {
+  make(ClaudeAgentScript()
+           .expect("initialize")
+           .send(R"({"type":"control_response"})")
+           .send(R"({"type":"control_response","response":{"subtype":"error"}})")
+           .send(R"({"type":"control_response","response":{"request_id":1}})")
+           .send(R"({"type":"control_response","response":{"request_id":"vantrell_2"}})")
+           .send(R"({"type":"control_response","response":{"request_id":"vantrell_01"}})")
+           .send(R"({"type":"control_response","response":{"request_id":"vantrell_1"}})")
+           // A second answer to the same request.
+           .send(R"({"type":"control_response","response":{"request_id":"vantrell_1",)"
+                 R"("subtype":"error"}})")
+           .say("x")
+           .line("hang"));
+  listen();
+  start();
+  expectNotes({"started", "says x"});
+}
+
+TEST_F(ClaudeClientStart, ThatCannotBeMadeSaysWhy) {
+  make(ClaudeAgentScript());
+  const std::string program = configuration_.executable;
+  const auto failsWith = [&](const std::string& text) {
+    notes_.clear();
+    client_ = ClaudeCodeClient::make(configuration_, main_, pool_);
+    listen();
+    start();
+    expectNotes({"not started: " + text});
+  };
+  configuration_.executable = folder_ / "none";
+  failsWith("The Claude Code CLI is not installed.");
+  configuration_.executable = folder_.file("plain", "x");
+  failsWith("The Claude Code CLI is not installed.");
+  configuration_.executable = folder_.folder("folder");
+  failsWith("The Claude Code CLI is not installed.");
+  configuration_.executable = program;
+  configuration_.workspacePath = folder_ / "gone";
+  failsWith(folder_ / "gone" + ": No such file or directory");
+}
+
+TEST_F(ClaudeClientStart, SessionThatCannotBeResumedFailsInClaudeCodesWords) {
+  make(ClaudeAgentScript()
+           .expect("initialize")
+           .line(R"(error No conversation found with session ID: old\n)")
+           .send(tests::claude_frames::resumeFailed)
+           .line("exit 1"));
+  listen();
+  start("old");
+  expectNotes({"not started: No conversation found with session ID: old",
+               "terminated: No conversation found with session ID: old"});
+  EXPECT_EQ(log_, "No conversation found with session ID: old\n");
+}
+
+TEST_F(ClaudeClientStart, StopInItFailsIt) {
+  make(ClaudeAgentScript().expect("initialize").line("error here").line("hang"));
+  listen();
+  start();
+  ASSERT_TRUE(main_.runUntil([&] { return log_ == "here"; }));
+  client_->stop();
+  expectNotes({"not started: Claude Code stopped."});
+  start();
+  expectNotes({"not started: Claude Code stopped.", "not started: Claude Code is not connected."});
+}
+
+TEST_F(ClaudeClientStart, SecondOneIsRefusedAndTheFirstGoesOn) {
+  make(ClaudeAgentScript().expect("initialize").expectPrompt().answer().line("hang"));
+  listen();
+  start();
+  start();
+  expectNotes({"not started: Claude Code is not connected."});
+  prompt();
+  expectNotes({"not started: Claude Code is not connected.", "started"});
+}
+
+}  // namespace
+}  // namespace vantrell

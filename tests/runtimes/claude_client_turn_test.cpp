@@ -1,0 +1,362 @@
+#include "runtimes/claude_client_fixture.h"
+
+namespace vantrell {
+namespace {
+
+namespace frames = tests::claude_frames;
+using tests::ClaudeAgentScript;
+using ClaudeClientTurn = tests::ClaudeClientTest;
+
+std::string decision(const std::string& requestID, const std::string& decision) {
+  return R"({"type":"control_response","response":{"subtype":"success","request_id":")" +
+         requestID + R"(","response":)" + decision + "}}";
+}
+std::string denial(const std::string& requestID) {
+  return decision(requestID, R"({"behavior":"deny","message":"Denied by the user in vantrell."})");
+}
+
+TEST_F(ClaudeClientTurn, StreamsAndEndsAsTheRealOneDoes) {
+  open(ClaudeAgentScript()
+           .open()
+           .expect(R"({"type":"user","message":{"role":"user","content":"line one\nline \"two\""},)"
+                   R"("parent_tool_use_id":null,"session_id":")")
+           .send(frames::initOfATurn)
+           .send(frames::thinkingDelta)
+           .send(frames::thinkingWhole)
+           .send(frames::textDelta)
+           .send(frames::textWhole)
+           .send(frames::limitNear)
+           .send(frames::turnResult)
+           // It has told its id of the session.
+           .expectLine(R"({"type":"user","message":{"role":"user","content":"next"},)"
+                       R"("parent_tool_use_id":null,"session_id":"s1"})")
+           .say("b")
+           .endTurn()
+           .line("hang"));
+  prompt("line one\nline \"two\"");
+  expectNotes({"thinks hm", "says hello ", "usage", "turn ended hello there my friend"});
+  notes_.clear();
+  prompt("next");
+  expectNotes({"says b", "turn ended done"});
+  EXPECT_EQ(json::textOr(updates_[0], "messageId", ""),
+            "thought-" + json::textOr(updates_[1], "messageId", ""));
+  EXPECT_NE(json::textOr(updates_[1], "messageId", ""), json::textOr(updates_[2], "messageId", ""));
+}
+
+TEST_F(ClaudeClientTurn, SecondPromptIsRefusedAndTheFirstGoesOn) {
+  open(ClaudeAgentScript()
+           .open()
+           .expectPrompt()
+           .say("a")
+           .expect("interrupt")
+           .endTurn()
+           .line("hang"));
+  prompt();
+  await("says a");
+  prompt("second");
+  await("turn failed: Claude Code is already handling a prompt.");
+  EXPECT_FALSE(failures_[0].isDisconnection());
+  client_->cancel();
+  await("turn ended done");
+  EXPECT_EQ(notes_.size(), 3u);
+}
+
+TEST_F(ClaudeClientTurn, FailureArrivesClassified) {
+  open(ClaudeAgentScript()
+           .open()
+           .expectPrompt()
+           .send(frames::limitReached)
+           .send(frames::limitText)
+           .send(frames::limitResult)
+           .expectPrompt()
+           .send(frames::loginResult)
+           .line("hang"));
+  prompt();
+  const std::string words = "You've hit your session limit · resets 1:40am (UTC)";
+  expectNotes({"usage exhausted", "says " + words, "turn failed: " + words});
+  EXPECT_TRUE(isUsageLimitFailure(failures_[0]));
+  prompt();
+  await("turn failed: Failed to authenticate. API Error: 401 Invalid bearer token");
+  ASSERT_TRUE(failures_[1].runtimeError());
+  EXPECT_EQ(failures_[1].runtimeError()->kind, AgentRuntimeError::Kind::authentication);
+  EXPECT_FALSE(isUsageLimitFailure(failures_[1]));
+}
+
+TEST_F(ClaudeClientTurn, ErrorsOfATurnThatWentWellAreNoFailure) {
+  open(ClaudeAgentScript()
+           .open()
+           .expectPrompt()
+           .send(R"({"type":"result","is_error":false,"errors":["x"],"result":"fine"})")
+           .line("hang"));
+  prompt();
+  expectNotes({"turn ended fine"});
+}
+
+// ---- turns that Claude Code begins by itself ----------------------------------------------------
+
+TEST_F(ClaudeClientTurn, TurnOfItsOwnDoesNotAnswerThePromptBehindIt) {
+  open(ClaudeAgentScript()
+           .open()
+           .expectPrompt()
+           .send(frames::backgroundStarted)
+           .send(frames::turnResult)
+           .send(frames::backgroundNotified)
+           .send(frames::initOfATurn)
+           .send(frames::textDelta)
+           .expectPrompt()
+           .send(frames::textDelta)
+           .send(frames::textWhole)
+           .send(frames::resultOfItsOwn)
+           .send(frames::initOfATurn)
+           .send(frames::textWhole)
+           .endTurn()
+           .line("hang"));
+  prompt();
+  await("says hello ");
+  notes_.clear();
+  const std::string ofItsOwn = json::textOr(updates_.back(), "messageId", "");
+  updates_.clear();
+  prompt();
+  expectNotes({"says hello ", "says hello there my friend", "turn ended done"});
+  EXPECT_EQ(json::textOr(updates_[0], "messageId", ""), ofItsOwn);
+  EXPECT_NE(json::textOr(updates_[1], "messageId", ""), ofItsOwn);
+}
+
+TEST_F(ClaudeClientTurn, StopOfAPromptBehindATurnOfItsOwnReachesThePrompt) {
+  open(ClaudeAgentScript()
+           .open()
+           .send(frames::initOfATurn)
+           .send(frames::textDelta)
+           .expectPrompt()
+           .expectInterrupt()
+           .answer()
+           .send(frames::resultOfItsOwn)
+           .send(frames::initOfATurn)
+           .expectInterrupt()
+           .answer()
+           .send(frames::interruptedResult)
+           .expectPrompt()
+           .send(frames::initOfATurn)
+           .endTurn()
+           .line("hang"));
+  await("says hello ");
+  prompt();
+  client_->cancel();
+  await("turn failed: [ede_diagnostic] result_type=user last_content_type=n/a stop_reason=null");
+  prompt();
+  await("turn ended done");
+}
+
+// ---- cancelling ---------------------------------------------------------------------------------
+
+TEST_F(ClaudeClientTurn, CancelWritesTheInterruptAndThenTheDenials) {
+  open(ClaudeAgentScript()
+           .open()
+           .expectPrompt()
+           .ask("q1", R"({"subtype":"can_use_tool","tool_name":"A","input":{"x":1}})")
+           .ask("q2", R"({"subtype":"can_use_tool","tool_name":"B","input":{"x":2}})")
+           .expectLine(R"({"type":"control_request","request_id":"vantrell_2",)"
+                       R"("request":{"subtype":"interrupt"}})")
+           .expectLine(denial("q1"))
+           .expectLine(denial("q2"))
+           .send(frames::toolWhole)
+           .send(frames::interruptedResult)
+           .expectPrompt()
+           .endTurn()
+           .line("hang"));
+  prompt();
+  await("asks 100001 B");
+  client_->cancel();
+  client_->respondToPermission(100000, "claude-allow-once");
+  expectNotes(
+      {"asks 100000 A", "asks 100001 B", "Bash in_progress", "Bash failed",
+       "turn failed: [ede_diagnostic] result_type=user last_content_type=n/a stop_reason=null"});
+  EXPECT_FALSE(isUsageLimitFailure(failures_[0]));
+  EXPECT_FALSE(failures_[0].isDisconnection());
+  prompt();
+  await("turn ended done");
+}
+
+TEST_F(ClaudeClientTurn, RefusedInterruptLeavesTheTurnAlone) {
+  open(ClaudeAgentScript()
+           .open()
+           .expectPrompt()
+           .say("a")
+           .expectInterrupt()
+           .send(R"({"type":"control_response","response":{"request_id":"${request_id}",)"
+                 R"("subtype":"error","error":"no"}})")
+           .say("b")
+           .endTurn()
+           .line("hang"));
+  prompt();
+  await("says a");
+  client_->cancel();
+  expectNotes({"says a", "says b", "turn ended done"});
+}
+
+TEST_F(ClaudeClientTurn, CancelWithoutAProcessWritesNothing) {
+  make(ClaudeAgentScript().open().expectPrompt().endTurn().line("hang"));
+  listen();
+  client_->cancel();
+  start();
+  await("started");
+  prompt();
+  await("turn ended done");
+}
+
+// ---- questions ----------------------------------------------------------------------------------
+
+TEST_F(ClaudeClientTurn, RealQuestionIsAllowedWithItsInputUnchanged) {
+  open(ClaudeAgentScript()
+           .open()
+           .expectPrompt()
+           .send(frames::toolStart)
+           .send(frames::toolWhole)
+           .send(frames::toolQuestion)
+           .expectLine(decision("683e17bd-2054-4404-b19e-4a7def42338f",
+                                R"({"behavior":"allow","updatedInput":{"command":"touch yes.txt",)"
+                                R"("description":"run a command"}})"))
+           .send(frames::toolResult)
+           .endTurn()
+           .line("hang"));
+  prompt();
+  await("asks 100000 Bash");
+  EXPECT_EQ(questions_[0].detail,
+            "{\n  \"command\": \"touch yes.txt\",\n  \"description\": \"run a command\"\n}");
+  client_->respondToPermission(100000, "claude-allow-once");
+  expectNotes({"Bash in_progress", "Bash in_progress", "asks 100000 Bash", "Bash completed",
+               "turn ended done"});
+}
+
+TEST_F(ClaudeClientTurn, AnswerCountsOnceAndForItsOwnQuestion) {
+  open(ClaudeAgentScript()
+           .open()
+           .ask("q1", R"({"subtype":"can_use_tool","title":"A"})")
+           .expectLine(denial("q1"))
+           .ask("q2", R"({"subtype":"can_use_tool","title":"B"})")
+           .expectLine(decision("q2", R"({"behavior":"allow","updatedInput":{}})"))
+           .say("done")
+           .line("hang"));
+  await("asks 100000 A");
+  client_->respondToPermission(99, "claude-allow-once");
+  client_->respondToPermission(100000, "something else");
+  client_->respondToPermission(100000, "claude-allow-once");
+  await("asks 100001 B");
+  client_->respondToPermission(100001, "claude-allow-once");
+  await("says done");
+}
+
+TEST_F(ClaudeClientTurn, WithdrawnQuestionIsNotAnswered) {
+  open(ClaudeAgentScript()
+           .open()
+           .send(frames::toolQuestion)
+           .send(frames::questionWithdrawn)
+           .ask("q2", R"({"subtype":"can_use_tool","title":"B"})")
+           .expectLine(denial("q2"))
+           .say("done")
+           .line("hang"));
+  await("asks 100001 B");
+  client_->respondToPermission(100000, "claude-allow-once");
+  client_->respondToPermission(100001, "claude-deny");
+  await("says done");
+}
+
+TEST_F(ClaudeClientTurn, FullAccessAnswersByItself) {
+  configuration_.permissionMode = GrokPermissionMode::fullAccess;
+  open(ClaudeAgentScript()
+           .open()
+           .ask("q1", R"({"subtype":"can_use_tool","input":{"z":1,"a":2}})")
+           .expectLine(decision("q1", R"({"behavior":"allow","updatedInput":{"z":1,"a":2}})"))
+           .ask("q2", R"({"subtype":"can_use_tool","input":"x"})")
+           .expectLine(decision("q2", R"({"behavior":"allow","updatedInput":{}})"))
+           .say("done")
+           .line("hang"));
+  expectNotes({"says done"});
+}
+
+TEST_F(ClaudeClientTurn, OtherControlRequestsAreRefused) {
+  const auto refusal = [](const std::string& id) {
+    return R"({"type":"control_response","response":{"subtype":"error","request_id":")" + id +
+           R"(","error":"vantrell does not support this Claude control request."}})";
+  };
+  open(ClaudeAgentScript()
+           .open()
+           .send(R"({"type":"control_request","request":{"subtype":"can_use_tool"}})")
+           .send(R"({"type":"control_request","request_id":7,"request":{}})")
+           .send(R"({"type":"control_request","request_id":"q","request":[]})")
+           .ask("q1", R"({"subtype":"hook_callback"})")
+           .expectLine(refusal("q1"))
+           .ask("q2", R"({"subtype":5})")
+           .expectLine(refusal("q2"))
+           .say("done")
+           .line("hang"));
+  expectNotes({"says done"});
+}
+
+// ---- anything else ------------------------------------------------------------------------------
+
+TEST_F(ClaudeClientTurn, WhatIsNoMessageGoesToTheLog) {
+  open(ClaudeAgentScript()
+           .open()
+           .line("send not json")
+           .line("send [1,2]")
+           .line(R"(raw a\xFFb\n\n)")
+           .send(R"({"type":"future","x":1})")
+           .send(R"({"type":7})")
+           .send("{}")
+           .send(R"({"type":"rate_limit_event","rate_limit_info":[]})")
+           .send(R"({"type":"result"})")
+           .say("after")
+           .line("hang"));
+  expectNotes({"says after"});
+  EXPECT_EQ(log_,
+            "not json\n[1,2]\na\xEF\xBF\xBD"
+            "b\n");
+}
+
+TEST_F(ClaudeClientTurn, SecondResultAnswersNothing) {
+  open(ClaudeAgentScript().open().expectPrompt().endTurn().endTurn().say("after").line("hang"));
+  prompt();
+  expectNotes({"turn ended done", "says after"});
+}
+
+TEST_F(ClaudeClientTurn, FloodArrivesWholeAndInOrder) {
+  constexpr int count = 5000;
+  std::string flood;
+  for (int i = 0; i < count; ++i) {
+    flood += R"(raw {"type":"stream_event","event":{"type":"content_block_delta","delta":{)"
+             R"("type":"text_delta","text":"w)" +
+             std::to_string(i) + R"("}}}\n)" + "\n";
+  }
+  ClaudeAgentScript script;
+  script.open().expectPrompt().line(flood + "bytes 3000000").line(R"(raw \n)").endTurn();
+  open(script.line("hang"));
+  prompt();
+  await("turn ended done");
+  ASSERT_EQ(notes_.size(), count + 1u);
+  for (int i = 0; i < count; ++i) ASSERT_EQ(notes_[i], "says w" + std::to_string(i));
+  EXPECT_EQ(log_.size(), 3000001u);
+}
+
+TEST_F(ClaudeClientTurn, ClientWithoutCallbacksRunsATurnToItsEnd) {
+  make(ClaudeAgentScript()
+           .open()
+           .expectPrompt()
+           .say("x")
+           .line("send loose words")
+           .line("error words")
+           .send(frames::limitReached)
+           .send(frames::toolQuestion)
+           .endTurn()
+           .line("exit 1"));
+  start();
+  await("started");
+  prompt();
+  await("turn ended done");
+  client_->start({}, nullptr);
+  client_->sendPrompt("x", nullptr);
+  main_.runReady();
+}
+
+}  // namespace
+}  // namespace vantrell

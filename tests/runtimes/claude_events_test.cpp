@@ -1,0 +1,228 @@
+#include "runtimes/claude/claude_events.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/uuid.h"
+#include "support/claude_frames.h"
+
+namespace vantrell {
+namespace {
+
+namespace frames = tests::claude_frames;
+using Updates = ClaudeEvents::Updates;
+
+JsonObject parsed(std::string_view text) {
+  auto object = json::parseObject(text);
+  EXPECT_TRUE(object) << text;
+  return object.value_or(JsonObject{});
+}
+
+/// What the events give for a message, by its type.
+Updates tell(ClaudeEvents& events, std::string_view text) {
+  const JsonObject message = parsed(text);
+  const std::string type = json::textOr(message, "type", "");
+  if (type == "stream_event") return events.streamEvent(message);
+  if (type == "assistant") return events.assistantMessage(message);
+  if (type == "user") return events.userMessage(message);
+  return events.systemEvent(message);
+}
+
+std::string written(const Updates& updates) {
+  std::string lines;
+  for (const auto& update : updates) lines += json::write(update) + "\n";
+  return lines;
+}
+
+std::string textOf(const Updates& updates) {
+  std::string text;
+  for (const auto& update : updates) {
+    if (const auto* content = json::object(update, "content")) {
+      text += json::textOr(*content, "text", "");
+    }
+  }
+  return text;
+}
+
+std::string titleAndStatus(const Updates& updates) {
+  if (updates.size() != 1) return written(updates);
+  return json::textOr(updates[0], "title", "") + ": " + json::textOr(updates[0], "status", "");
+}
+
+TEST(ClaudeEvents, StreamedTextIsNotToldAgainWhole) {
+  ClaudeEvents events;
+  EXPECT_EQ(textOf(tell(events, frames::thinkingDelta)), "hm");
+  EXPECT_TRUE(tell(events, frames::thinkingWhole).empty());
+  EXPECT_EQ(textOf(tell(events, frames::textDelta)), "hello ");
+  EXPECT_TRUE(tell(events, frames::textWhole).empty());
+}
+
+TEST(ClaudeEvents, TextThatOnlyComesWholeIsTold) {
+  ClaudeEvents events;
+  EXPECT_EQ(textOf(tell(events, frames::textWhole)), "hello there my friend");
+  EXPECT_EQ(textOf(tell(events, frames::thinkingWhole)), "hm hm");
+  // Streamed thinking says nothing about text.
+  tell(events, frames::thinkingDelta);
+  EXPECT_EQ(textOf(tell(events, frames::limitText)),
+            "You've hit your session limit · resets 1:40am (UTC)");
+}
+
+TEST(ClaudeEvents, ChunksOfATurnAreOneMessageAndItsThought) {
+  ClaudeEvents events;
+  const auto idOf = [&](const char* frame) {
+    return json::textOr(tell(events, frame).at(0), "messageId", "");
+  };
+  const std::string id = idOf(frames::textDelta);
+  EXPECT_TRUE(Uuid::parse(id)) << id;
+  EXPECT_EQ(idOf(frames::textDelta), id);
+  EXPECT_EQ(idOf(frames::thinkingDelta), "thought-" + id);
+  EXPECT_EQ(written(tell(events, frames::textDelta)),
+            R"({"sessionUpdate":"agent_message_chunk","messageId":")" + id +
+                R"(","content":{"type":"text","text":"hello "}})" + "\n");
+
+  events.beginTurn();
+  const std::string next = idOf(frames::textWhole);
+  EXPECT_NE(next, id);
+  events.endTurn(false);
+  EXPECT_NE(idOf(frames::textWhole), next) << "what it says of its own is no part of the answer";
+}
+
+TEST(ClaudeEvents, ToolIsTwiceTheSameCallAndThenItsEnd) {
+  ClaudeEvents events;
+  const std::string front =
+      R"({"sessionUpdate":"tool_call_update","toolCallId":"toolu_abd0b272c8414e45","title":"Bash",)";
+  EXPECT_EQ(written(tell(events, frames::toolStart)),
+            front + R"("status":"in_progress","rawInput":{}})" + "\n");
+  EXPECT_TRUE(tell(events, frames::inputDelta).empty());
+  EXPECT_EQ(written(tell(events, frames::toolWhole)),
+            front + R"("status":"in_progress","rawInput":{"command":"touch yes.txt",)" +
+                R"("description":"run a command"}})" + "\n");
+  EXPECT_EQ(written(tell(events, frames::toolResult)), front + R"("status":"completed"})" + "\n");
+  EXPECT_TRUE(tell(events, frames::toolResult).empty()) << "an end comes once";
+}
+
+TEST(ClaudeEvents, DeniedToolHasFailed) {
+  ClaudeEvents events;
+  EXPECT_TRUE(tell(events, frames::toolDenied).empty()) << "nobody knows this call";
+  tell(events, frames::toolWhole);
+  EXPECT_EQ(titleAndStatus(tell(events, frames::toolDenied)), "Bash: failed");
+}
+
+TEST(ClaudeEvents, FailedTurnLeavesNoToolInProgress) {
+  ClaudeEvents events;
+  tell(events, frames::toolWhole);
+  EXPECT_TRUE(events.endTurn(false).empty());
+  EXPECT_TRUE(events.endTurn(true).empty()) << "it belonged to the turn before";
+  tell(events, frames::toolWhole);
+  EXPECT_EQ(titleAndStatus(events.endTurn(true)), "Bash: failed");
+}
+
+TEST(ClaudeEvents, ToolUseIsToldAsFarAsItIsKnown) {
+  ClaudeEvents events;
+  const auto whole = [&](const std::string& block) {
+    return tell(events, R"({"type":"assistant","message":{"content":[)" + block + "]}}");
+  };
+  const Updates nameless = whole(R"({"type":"tool_use","input":[1,null]})");
+  ASSERT_EQ(nameless.size(), 1u);
+  EXPECT_EQ(titleAndStatus(nameless), "Claude tool: in_progress");
+  EXPECT_TRUE(Uuid::parse(json::textOr(nameless[0], "toolCallId", "")));
+  EXPECT_EQ(json::write(*nameless[0].find("rawInput")), "[1,null]");
+  const Updates inputless = whole(R"({"type":"tool_use","id":"x","name":"N"})");
+  EXPECT_EQ(json::write(*inputless.at(0).find("rawInput")), "{}");
+}
+
+TEST(ClaudeEvents, BlocksAreToldInTheirOrder) {
+  ClaudeEvents events;
+  const Updates updates = tell(
+      events,
+      R"({"type":"assistant","message":{"content":[{"type":"text","text":"a"},5,{"type":"text",)"
+      R"("text":""},{"type":"image"},{"type":"tool_use","id":"t","name":"N"},{"type":"thinking",)"
+      R"("thinking":"b"},{"type":"text","text":"c"}]}})");
+  ASSERT_EQ(updates.size(), 4u) << written(updates);
+  EXPECT_EQ(textOf(updates), "abc");
+  EXPECT_EQ(json::textOr(updates[1], "toolCallId", ""), "t");
+  EXPECT_EQ(json::textOr(updates[2], "sessionUpdate", ""), "agent_thought_chunk");
+}
+
+TEST(ClaudeEvents, BackgroundTaskIsToldWithoutTheNewNames) {
+  const std::string generic = "Claude background task: ";
+  struct Case {
+    std::string keys;
+    std::string told;
+  };
+  for (const Case& each : {
+           Case{R"("task_started")", generic + "in_progress"},
+           Case{R"("task_notification")", generic + "completed"},
+           Case{R"("task_updated")", generic + "completed"},
+           Case{R"("task_started","summary":"S","status":"pending")", "S: pending"},
+           Case{R"("task_updated","summary":"S","description":"d","status":"failed",)"
+                R"("patch":{"status":"completed"})",
+                "S: failed"},
+           Case{R"("task_updated","patch":{"status":"running"})", generic + "in_progress"},
+           Case{R"("task_updated","patch":{"end_time":1})", generic + "in_progress"},
+           Case{R"("task_progress","summary":"S")", ""},
+           Case{"5", ""},
+       }) {
+    ClaudeEvents events;
+    EXPECT_EQ(titleAndStatus(
+                  tell(events, R"({"type":"system","task_id":"t","subtype":)" + each.keys + "}")),
+              each.told)
+        << each.keys;
+  }
+}
+
+TEST(ClaudeEvents, BackgroundTaskHasAnIdInAnyCase) {
+  ClaudeEvents events;
+  const auto idOf = [&](const std::string& keys) {
+    const auto updates = tell(events, R"({"type":"system","subtype":"task_started")" + keys + "}");
+    return json::textOr(updates.at(0), "toolCallId", "");
+  };
+  EXPECT_EQ(idOf(R"(,"uuid":"u","task_id":"t")"), "t");
+  EXPECT_EQ(idOf(R"(,"uuid":"u","task_id":4)"), "u");
+  const std::string fresh = idOf("");
+  EXPECT_TRUE(Uuid::parse(fresh));
+  EXPECT_NE(idOf(""), fresh);
+}
+
+TEST(ClaudeEvents, RealBackgroundTaskKeepsItsName) {
+  ClaudeEvents events;
+  const Updates started = tell(events, frames::backgroundStarted);
+  EXPECT_EQ(json::textOr(started.at(0), "sessionUpdate", ""), "tool_call");
+  EXPECT_EQ(titleAndStatus(started), "slow thing: in_progress");
+  const Updates updated = tell(events, frames::backgroundUpdated);
+  EXPECT_EQ(json::textOr(updated.at(0), "sessionUpdate", ""), "tool_call_update");
+  EXPECT_EQ(titleAndStatus(updated), "slow thing: completed");
+  EXPECT_EQ(titleAndStatus(tell(events, frames::backgroundNotified)),
+            R"(Background command "slow thing" completed (exit code 0): completed)");
+}
+
+TEST(ClaudeEvents, WhatIsNotUnderstoodIsIgnored) {
+  ClaudeEvents events;
+  for (
+      const char* frame : {
+          frames::initOfATurn,
+          frames::interruptedText,
+          R"({"type":"stream_event"})",
+          R"({"type":"stream_event","event":[]})",
+          R"({"type":"stream_event","event":{"type":7}})",
+          R"({"type":"stream_event","event":{"type":"content_block_start"}})",
+          R"({"type":"stream_event","event":{"type":"content_block_start","content_block":{"type":"text","text":"x"}}})",
+          R"({"type":"stream_event","event":{"type":"content_block_delta","delta":"x"}})",
+          R"({"type":"stream_event","event":{"type":"content_block_delta","delta":{"type":"text_delta","text":""}}})",
+          R"({"type":"stream_event","event":{"type":"content_block_delta","delta":{"type":"text_delta","text":5}}})",
+          R"({"type":"stream_event","event":{"type":"content_block_delta","delta":{"type":"thinking_delta","text":"x"}}})",
+          R"({"type":"stream_event","event":{"type":"message_stop","delta":{"type":"text_delta","text":"x"}}})",
+          R"({"type":"assistant"})",
+          R"({"type":"assistant","message":"x"})",
+          R"({"type":"assistant","message":{"content":"x"}})",
+          R"({"type":"assistant","message":{"content":[["x"],{"text":"x"}]}})",
+          R"({"type":"user","message":{"content":"x"}})",
+          R"({"type":"user","message":{"content":[{"type":"tool_result"}]}})",
+      }) {
+    EXPECT_TRUE(tell(events, frame).empty()) << frame;
+  }
+  EXPECT_EQ(textOf(tell(events, frames::textWhole)), "hello there my friend")
+      << "an empty piece is not the text";
+}
+
+}  // namespace
+}  // namespace vantrell

@@ -1,0 +1,191 @@
+#include "runtimes/claude/claude_messages.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/text.h"
+#include "support/claude_frames.h"
+
+namespace vantrell {
+namespace {
+
+namespace frames = tests::claude_frames;
+using Kind = AgentRuntimeError::Kind;
+
+JsonObject parsed(std::string_view text) {
+  auto object = json::parseObject(text);
+  EXPECT_TRUE(object) << text;
+  return object.value_or(JsonObject{});
+}
+
+TEST(ClaudeMessages, ArgumentsTellModeModelEffortAndSession) {
+  const std::string front =
+      "--output-format stream-json --verbose --input-format stream-json "
+      "--include-partial-messages --permission-prompt-tool stdio "
+      "--setting-sources=user,project,local --permission-mode ";
+  struct Case {
+    GrokPermissionMode mode;
+    std::optional<std::string> effort;
+    bool resumes;
+    std::string rest;
+  };
+  for (const Case& each : {
+           Case{GrokPermissionMode::ask, {}, false, "default --model opus --session-id=s1"},
+           Case{GrokPermissionMode::auto_, "", false, "auto --model opus --session-id=s1"},
+           Case{GrokPermissionMode::fullAccess, "default", true,
+                "bypassPermissions --model opus --resume=s1"},
+           Case{GrokPermissionMode::ask, "xhigh", true,
+                "default --model opus --effort xhigh --resume=s1"},
+       }) {
+    ClaudeConfiguration configuration;
+    configuration.model = "opus";
+    configuration.permissionMode = each.mode;
+    configuration.effort = each.effort;
+    EXPECT_EQ(text::joined(claude::processArguments(configuration, "s1", each.resumes), " "),
+              front + each.rest);
+  }
+}
+
+TEST(ClaudeMessages, AreWrittenAsClaudeCodeReadsThem) {
+  EXPECT_EQ(json::write(claude::initializeRequest(1)),
+            R"({"type":"control_request","request_id":"vantrell_1",)"
+            R"("request":{"subtype":"initialize","hooks":null}})");
+  EXPECT_EQ(json::write(claude::interruptRequest(12)),
+            R"({"type":"control_request","request_id":"vantrell_12",)"
+            R"("request":{"subtype":"interrupt"}})");
+  EXPECT_EQ(json::write(claude::userMessage("a\n\"b\"", "s1")),
+            R"({"type":"user","message":{"role":"user","content":"a\n\"b\""},)"
+            R"("parent_tool_use_id":null,"session_id":"s1"})");
+  EXPECT_EQ(json::write(claude::allowAnswer("r", {{"z", 1}, {"a", 0.1}})),
+            R"({"type":"control_response","response":{"subtype":"success","request_id":"r",)"
+            R"("response":{"behavior":"allow","updatedInput":{"z":1,"a":0.1}}}})");
+  EXPECT_EQ(json::write(claude::denyAnswer("r")),
+            R"({"type":"control_response","response":{"subtype":"success","request_id":"r",)"
+            R"("response":{"behavior":"deny","message":"Denied by the user in vantrell."}}})");
+  EXPECT_EQ(json::write(claude::errorAnswer("r", "no")),
+            R"({"type":"control_response","response":{"subtype":"error","request_id":"r",)"
+            R"("error":"no"}})");
+}
+
+TEST(ClaudeMessages, OnlyAnIdOfOursHasANumber) {
+  EXPECT_EQ(claude::numberOfControlRequest(claude::controlRequestID(71)), 71);
+  for (const char* other : {"", "1", "vantrell_", "vantrell_01", "vantrell_+1", "vantrell_1 ",
+                            "vantrell_99999999999999999999", "Vantrell_1", "vantrell_x"}) {
+    EXPECT_FALSE(claude::numberOfControlRequest(other)) << other;
+  }
+}
+
+TEST(ClaudeMessages, FailureIsClassedByStatusAndWords) {
+  struct Case {
+    const char* message;
+    std::optional<std::int64_t> status;
+    Kind kind;
+  };
+  for (const Case& each : {
+           Case{"Try later", 429, Kind::usageLimit},
+           Case{"Please login", 429, Kind::usageLimit},
+           Case{"RATE LIMIT reached", {}, Kind::usageLimit},
+           Case{"Usage limit", 500, Kind::usageLimit},
+           Case{"Quota used up", 401, Kind::usageLimit},
+           Case{"No", 401, Kind::authentication},
+           Case{"No", 403, Kind::authentication},
+           Case{"Run /Login first", {}, Kind::authentication},
+           Case{"Authentication failed", 500, Kind::authentication},
+           Case{"UNAUTHORIZED", {}, Kind::authentication},
+           Case{"Limits of the rate", 400, Kind::protocolError},
+           Case{"", {}, Kind::protocolError},
+       }) {
+    EXPECT_EQ(claude::errorKind(each.message, each.status), each.kind) << each.message;
+  }
+}
+
+TEST(ClaudeMessages, FailureIsToldInClaudeCodesWords) {
+  struct Case {
+    const char* result;
+    const char* message;  // null: the turn went well
+    Kind kind = Kind::protocolError;
+  };
+  for (const Case& each : {
+           Case{R"({"is_error":false,"errors":["x"],"result":"r"})", nullptr},
+           Case{R"({"errors":["x"]})", nullptr},
+           Case{R"({"is_error":"true","errors":["x"]})", nullptr},
+           Case{R"({"is_error":true,"errors":["a","b"],"result":"r","subtype":"s"})", "a; b"},
+           Case{R"({"is_error":true,"errors":[],"result":"r","subtype":"s"})", "r"},
+           Case{R"({"is_error":true,"errors":["a",1],"result":"r","subtype":"s"})", "r"},
+           Case{R"({"is_error":true,"errors":"a","result":{},"subtype":"s"})", "s"},
+           Case{R"({"is_error":true})", "Claude Code could not complete the turn."},
+           Case{R"({"is_error":true,"result":"x","api_error_status":429})", "x", Kind::usageLimit},
+           Case{R"({"is_error":true,"result":"x","api_error_status":"429"})", "x"},
+           Case{frames::turnResult, nullptr},
+           Case{frames::limitResult, "You've hit your session limit · resets 1:40am (UTC)",
+                Kind::usageLimit},
+           Case{frames::loginResult, "Failed to authenticate. API Error: 401 Invalid bearer token",
+                Kind::authentication},
+           Case{frames::interruptedResult,
+                "[ede_diagnostic] result_type=user last_content_type=n/a stop_reason=null"},
+       }) {
+    const auto failure = claude::failureOf(parsed(each.result));
+    ASSERT_EQ(failure.has_value(), each.message != nullptr) << each.result;
+    if (!failure) continue;
+    EXPECT_EQ(failure->message, each.message);
+    EXPECT_EQ(failure->kind, each.kind) << each.result;
+    EXPECT_EQ(failure->provider, AgentProvider::claude);
+  }
+}
+
+TEST(ClaudeMessages, OnlyAnOriginOfItsOwnKeepsAResultFromThePrompt) {
+  EXPECT_TRUE(claude::endsTurnOfItsOwn(parsed(frames::resultOfItsOwn)));
+  for (const char* result :
+       {frames::turnResult, frames::interruptedResult, "{}", R"({"origin":"task"})",
+        R"({"origin":{}})", R"({"origin":null})", R"({"origin":{"kind":"human"}})"}) {
+    EXPECT_FALSE(claude::endsTurnOfItsOwn(parsed(result))) << result;
+  }
+}
+
+TEST(ClaudeMessages, UsageIsReadInBothSpellings) {
+  struct Case {
+    const char* info;
+    std::optional<double> percent;
+    std::optional<double> resetsAt;
+    std::optional<std::string> plan;
+    bool exhausted;
+  };
+  for (const Case& each : {
+           Case{R"({"utilization":0.5,"resets_at":1700000000,"rate_limit_type":"five_hour",)"
+                R"("status":"rejected","resetsAt":1,"rateLimitType":"x"})",
+                50.0, 1700000000.0, "five_hour", true},
+           Case{R"({"utilization":1,"resetsAt":1700000000.5,"rateLimitType":"seven_day",)"
+                R"("status":"allowed"})",
+                100.0, 1700000000.5, "seven_day", false},
+           Case{R"({"utilization":"0.5","resets_at":null,"rate_limit_type":5})", {}, {}, {}, false},
+           Case{R"({"status":"Rejected"})", {}, {}, {}, false},
+       }) {
+    const ProviderUsage usage = claude::usage(parsed(each.info));
+    EXPECT_EQ(usage.provider, AgentProvider::claude);
+    EXPECT_EQ(usage.primaryUsedPercent, each.percent) << each.info;
+    EXPECT_FALSE(usage.secondaryUsedPercent);
+    EXPECT_EQ(usage.resetsAt.has_value(), each.resetsAt.has_value()) << each.info;
+    if (usage.resetsAt) {
+      EXPECT_DOUBLE_EQ(usage.resetsAt->secondsSinceUnixEpoch(), *each.resetsAt);
+    }
+    EXPECT_EQ(usage.planType, each.plan) << each.info;
+    EXPECT_EQ(usage.exhausted, each.exhausted) << each.info;
+    EXPECT_FALSE(usage.manualResetCredits || usage.manualResetCreditID);
+  }
+}
+
+TEST(ClaudeMessages, UsageOfRealFrames) {
+  const auto usageOf = [](const char* frame) {
+    return claude::usage(*json::object(parsed(frame), "rate_limit_info"));
+  };
+  EXPECT_FALSE(usageOf(frames::limitAllowed).exhausted)
+      << "only what is beyond the plan is used up";
+  EXPECT_FALSE(usageOf(frames::limitAllowed).primaryUsedPercent);
+  EXPECT_DOUBLE_EQ(usageOf(frames::limitNear).primaryUsedPercent.value(), 91.0);
+  EXPECT_FALSE(usageOf(frames::limitNear).exhausted);
+  EXPECT_TRUE(usageOf(frames::limitReached).exhausted);
+  EXPECT_EQ(usageOf(frames::limitReached).planType, "five_hour");
+  EXPECT_DOUBLE_EQ(usageOf(frames::limitReached).resetsAt->secondsSinceUnixEpoch(), 1795398054);
+}
+
+}  // namespace
+}  // namespace vantrell

@@ -1,0 +1,101 @@
+#include "runtimes/claude/claude_permissions.h"
+
+#include <gtest/gtest.h>
+
+#include "support/claude_frames.h"
+
+namespace vantrell {
+namespace {
+
+namespace frames = tests::claude_frames;
+
+PermissionRequest ask(ClaudePermissions& permissions, const char* request,
+                      const std::string& id = "r") {
+  return permissions.ask(id, json::parseObject(request).value());
+}
+
+TEST(ClaudePermissions, ShowWhatTheToolWouldDo) {
+  struct Case {
+    const char* request;
+    const char* title;
+    const char* detail;
+  };
+  const char* nothingToSee = "Claude Code needs permission to continue.";
+  for (const Case& each : {
+           Case{R"({"display_name":"D","title":"T","tool_name":"N","input":{"b":1,"a":[]}})", "D",
+                "{\n  \"a\": [],\n  \"b\": 1\n}"},
+           Case{R"({"title":"T","tool_name":"N","input":{"a":1},"description":"d"})", "T",
+                "{\n  \"a\": 1\n}"},
+           Case{R"({"display_name":5,"tool_name":"N","description":"d"})", "N", "d"},
+           Case{R"({"input":[1],"description":"d"})", "Use a tool", "d"},
+           Case{R"({"input":{}})", "Use a tool", nothingToSee},
+           Case{R"({"description":7})", "Use a tool", nothingToSee},
+       }) {
+    ClaudePermissions permissions;
+    const PermissionRequest shown = ask(permissions, each.request);
+    EXPECT_EQ(shown.title, each.title) << each.request;
+    EXPECT_EQ(shown.detail, each.detail) << each.request;
+  }
+}
+
+TEST(ClaudePermissions, OfferToDenyAndToAllowOnce) {
+  ClaudePermissions permissions;
+  const PermissionRequest shown = ask(permissions, "{}");
+  ASSERT_EQ(shown.options.size(), 2u);
+  EXPECT_EQ(shown.options[0].id, "claude-deny");
+  EXPECT_EQ(shown.options[0].name, "Deny");
+  EXPECT_EQ(shown.options[0].kind, "reject_once");
+  EXPECT_EQ(shown.options[1].id, "claude-allow-once");
+  EXPECT_EQ(shown.options[1].name, "Allow once");
+  EXPECT_EQ(shown.options[1].kind, "allow_once");
+}
+
+TEST(ClaudePermissions, AreAnsweredOnceAndByTheirOwnNumber) {
+  ClaudePermissions permissions;
+  EXPECT_EQ(ask(permissions, R"({"input":{"n":1}})", "a").id, 100000);
+  EXPECT_EQ(ask(permissions, R"({"input":{"n":2}})", "b").id, 100001);
+  const auto answer = permissions.answer(100001, "claude-allow-once");
+  ASSERT_TRUE(answer);
+  EXPECT_TRUE(json::write(*answer).contains(
+      R"("request_id":"b","response":{"behavior":"allow","updatedInput":{"n":2}})"));
+  EXPECT_FALSE(permissions.answer(100001, "claude-deny"));
+  EXPECT_FALSE(permissions.answer(100002, "claude-deny"));
+  EXPECT_EQ(ask(permissions, "{}", "c").id, 100002) << "no number comes twice";
+}
+
+TEST(ClaudePermissions, OnlyOneOptionAllows) {
+  for (const char* option : {"claude-deny", "", "allow_once", "Claude-allow-once", "reject"}) {
+    ClaudePermissions permissions;
+    const auto id = ask(permissions, "{}").id;
+    EXPECT_TRUE(json::write(*permissions.answer(id, option)).contains(R"("behavior":"deny")"))
+        << option;
+  }
+}
+
+TEST(ClaudePermissions, DenyAllAnswersTheOldestFirst) {
+  ClaudePermissions permissions;
+  ask(permissions, "{}", "a");
+  ask(permissions, "{}", "b");
+  const auto denials = permissions.denyAll();
+  ASSERT_EQ(denials.size(), 2u);
+  EXPECT_TRUE(json::write(denials[0]).contains(R"("request_id":"a")"));
+  EXPECT_TRUE(json::write(denials[1]).contains(R"("request_id":"b")"));
+  EXPECT_TRUE(permissions.denyAll().empty());
+}
+
+TEST(ClaudePermissions, WithdrawnQuestionTakesNoAnswer) {
+  ClaudePermissions permissions;
+  const auto question = json::parseObject(frames::toolQuestion).value();
+  const auto withdrawal = json::parseObject(frames::questionWithdrawn).value();
+  const auto withdrawn =
+      permissions.ask(*json::text(question, "request_id"), *json::object(question, "request"));
+  EXPECT_EQ(withdrawn.title, "Bash");
+  EXPECT_TRUE(withdrawn.detail.contains("touch yes.txt"));
+  const auto other = ask(permissions, "{}", "other");
+  permissions.withdraw(*json::text(withdrawal, "request_id"));
+  EXPECT_FALSE(permissions.answer(withdrawn.id, "claude-allow-once"));
+  EXPECT_TRUE(permissions.answer(other.id, "claude-allow-once"));
+}
+
+}  // namespace
+}  // namespace vantrell

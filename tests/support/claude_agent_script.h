@@ -1,0 +1,48 @@
+// Writes scripts for the scripted agent that speak Claude Code's stream-JSON mode.
+#pragma once
+
+#include <string>
+
+#include "support/acp_agent_script.h"
+#include "support/claude_frames.h"
+
+namespace vantrell::tests {
+
+class ClaudeAgentScript {
+ public:
+  ClaudeAgentScript& line(const std::string& command) {
+    text_ += command + "\n";
+    return *this;
+  }
+  ClaudeAgentScript& expect(const std::string& part) { return line("expect " + part); }
+  ClaudeAgentScript& expectLine(const std::string& whole) { return line("expect-line " + whole); }
+  ClaudeAgentScript& send(const std::string& frame) { return line("send " + frame); }
+
+  /// Answers the control request that was read last.
+  ClaudeAgentScript& answer(const std::string& response = "{}") {
+    return send(R"({"type":"control_response","response":{"subtype":"success",)"
+                R"("request_id":"${request_id}","response":)" +
+                response + "}}");
+  }
+  /// Answers the "initialize".
+  ClaudeAgentScript& open() { return expect(R"("subtype":"initialize")").answer(); }
+  ClaudeAgentScript& expectPrompt() { return expect(R"({"type":"user")"); }
+  ClaudeAgentScript& expectInterrupt() { return expect(R"("subtype":"interrupt")"); }
+  ClaudeAgentScript& say(const std::string& text) {
+    return send(R"({"type":"stream_event","event":{"type":"content_block_delta",)"
+                R"("delta":{"type":"text_delta","text":")" +
+                text + R"("}}})");
+  }
+  ClaudeAgentScript& ask(const std::string& requestID, const std::string& request) {
+    return send(R"({"type":"control_request","request_id":")" + requestID + R"(","request":)" +
+                request + "}");
+  }
+  ClaudeAgentScript& endTurn() { return send(R"({"type":"result","result":"done"})"); }
+
+  const std::string& text() const { return text_; }
+
+ private:
+  std::string text_;
+};
+
+}  // namespace vantrell::tests
