@@ -129,7 +129,11 @@ void CodexConnection::cancel() {
 
 void CodexConnection::interrupt(const std::string& turnId) {
   if (!sessionId_) return;
-  request("turn/interrupt", codex::turnInterruptParams(*sessionId_, turnId), [](const Answer&) {});
+  turnToInterrupt_ = turnId;
+  request("turn/interrupt", codex::turnInterruptParams(*sessionId_, turnId),
+          [this, turnId](const Answer& answer) {
+            if (answer && turnToInterrupt_ == turnId) turnToInterrupt_.reset();
+          });
 }
 
 void CodexConnection::respondToPermission(std::int64_t requestID, std::string optionID) {
@@ -220,6 +224,7 @@ void CodexConnection::handleNotification(std::string_view method, JsonObject& pa
   if (method == "item/started") return handleItem(params, false, bytes);
   if (method == "item/completed") return handleItem(params, true, bytes);
   if (method == "turn/plan/updated") return gatherUpdate(codex::planUpdate(params), bytes);
+  if (method == "turn/started") return handleTurnStarted(params);
   if (method == "turn/completed") return handleTurnCompleted(params);
   if (method == "error") return handleError(params);
   if (method == "account/rateLimits/updated" && json::object(params, "rateLimits")) {
@@ -269,11 +274,20 @@ void CodexConnection::handleError(const JsonObject& params) {
                      codex::runtimeError(error ? *error : JsonObject{}, "Codex turn failed."));
 }
 
+void CodexConnection::handleTurnStarted(const JsonObject& params) {
+  // Between the answer to "turn/start" and this word Codex refuses an interruption with "no active
+  // turn to interrupt", and would run the turn that was cancelled to its end.
+  const JsonObject* turn = json::object(params, "turn");
+  const std::string* id = turn ? json::text(*turn, "id") : nullptr;
+  if (id && turnToInterrupt_ == *id) interrupt(*id);
+}
+
 void CodexConnection::handleTurnCompleted(const JsonObject& params) {
   const JsonObject* turn = json::object(params, "turn");
   const std::string* id = turn ? json::text(*turn, "id") : nullptr;
   if (!id) return;
   handOutUpdates();
+  if (turnToInterrupt_ == *id) turnToInterrupt_.reset();
   turns_.ended(*id, *turn);
   if (!turns_.isBusy()) openItems_.clear();
   refreshUsage();

@@ -57,6 +57,7 @@ class CodexConnection final : public AgentConnection {
   void handleDelta(JsonObject& params, bool isReasoning, std::size_t bytes);
   void handleItem(const JsonObject& params, bool isCompleted, std::size_t bytes);
   void handleError(const JsonObject& params);
+  void handleTurnStarted(const JsonObject& params);
   void handleTurnCompleted(const JsonObject& params);
   void handleRequest(codex::RPCID id, const std::string& method, const JsonObject& params,
                      std::size_t bytes);
@@ -73,6 +74,7 @@ class CodexConnection final : public AgentConnection {
   CodexTurns turns_;
   std::int64_t promptCount_ = 0;
   std::int64_t cancelledPrompts_ = 0;  // those up to this one are to be interrupted once they run
+  std::optional<std::string> turnToInterrupt_;             // asked for, not confirmed
   std::unordered_set<std::string> streamedItems_;          // with a delta in this turn
   std::unordered_map<std::string, JsonObject> openItems_;  // that an approval may be about
   std::int64_t nextApprovalID_ = 1;
