@@ -131,9 +131,10 @@ TEST_F(CodexClientEnd, TurnsThatNobodyWaitsForAreForgotten) {
     script.notify("error", R"({"turnId":")" + turn + R"(","error":{"message":"early"}})");
     script.endTurn(turn, "failed").expectUsageRead();
   }
-  open(script.startTurn("u7").endTurn("u7", "failed").hang());
+  open(script.say("m", "ready").startTurn("u7").endTurn("u7", "failed").hang());
+  await("says m ready");
   prompt();
-  expectNotes({"turn failed: protocolError Codex turn failed."});
+  expectNotes({"says m ready", "turn failed: protocolError Codex turn failed."});
 }
 
 }  // namespace

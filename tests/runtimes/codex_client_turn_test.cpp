@@ -114,7 +114,7 @@ TEST_F(CodexClientTurn, FailedTurnsAndTheirWords) {
       {reported(R"("error":{"message":"first"})") + reported(R"("error":{"message":"last"})"),
        "failed", "", "protocolError last"},
       {reported(R"("message":"no error")"), "failed", R"(,"error":{"message":"own"})",
-       "protocolError no error"},
+       "protocolError Codex turn failed."},
       {reported(R"("error":7)"), "failed", "", "protocolError Codex turn failed."},
       {reported(R"("willRetry":true,"error":{"message":"Reconnecting... 1/1"})"), "failed",
        R"(,"error":{"message":"own"})", "protocolError own"},
