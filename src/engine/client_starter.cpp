@@ -150,6 +150,7 @@ void ClientStarter::startCompleted(const std::shared_ptr<AgentClient>& client,
     });
     execution->connectionState = ConnectionState::ready();
     tree_.save();
+    if (result->notice) tree_.appendSystemEntry(*result->notice, attempt.key);
     executions_.publishExecutionIfSelected(attempt.key);
     return attempt.afterReady();
   }

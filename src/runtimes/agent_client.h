@@ -23,6 +23,8 @@ namespace vantrell {
 struct AgentStartResult {
   std::string sessionId;         // the session now open
   bool replayedSession = false;  // resumed, its history replayed or restored by the runtime
+  /// What the user should know about the session: a setting that the runtime did not take.
+  std::optional<std::string> notice{};
 };
 
 struct PermissionOption {

@@ -49,7 +49,6 @@ ProviderConnectorRegistry::ProviderConnectorRegistry(
     MainQueue& main, BackgroundPool& pool,
     std::function<std::optional<std::string>(AgentProvider)> customExecutable) {
   for (const auto provider : allAgentProviders) {
-    const auto& descriptor = ProviderRegistry::descriptor(provider);
     const auto executable = [provider, customExecutable]() -> std::optional<std::string> {
       const auto custom = customExecutable(provider);
       return findExecutable(provider, custom, currentEnvironment());
@@ -69,7 +68,7 @@ ProviderConnectorRegistry::ProviderConnectorRegistry(
       return ACPClient::make(std::move(configuration), main, pool);
     };
     replace({provider,
-             std::string(descriptor.setupHint),
+             std::string(ProviderRegistry::setupHint(provider)),
              [provider, executable](const ProviderConnectorContext&) {
                return speaksACP(provider) && executable().has_value();
              },

@@ -1,44 +1,131 @@
 #include "runtimes/provider_registry.h"
 
-#include <array>
+#include <vector>
 
-namespace vantrell::ProviderRegistry {
+#include "records/json_fields.h"
+
+namespace vantrell {
+
+static constexpr auto fieldsOf(const ProviderCapabilities*) {
+  using R = ProviderCapabilities;
+  return fields(field("chat", &R::chat), field("tools", &R::tools), field("images", &R::images),
+                field("reasoningEffort", &R::reasoningEffort),
+                field("usageReporting", &R::usageReporting),
+                field("manualUsageReset", &R::manualUsageReset),
+                field("resumableSessions", &R::resumableSessions),
+                field("backgroundExecution", &R::backgroundExecution));
+}
+
+static constexpr auto fieldsOf(const ProviderDescriptor*) {
+  using R = ProviderDescriptor;
+  return fields(field("id", &R::id), field("label", &R::label), field("shortLabel", &R::shortLabel),
+                field("systemImage", &R::systemImage), field("category", &R::category),
+                field("executionLocation", &R::executionLocation),
+                field("billingMode", &R::billingMode), field("capabilities", &R::capabilities),
+                field("summary", &R::summary));
+}
+
+void writeJson(JsonWriter& writer, const ProviderDescriptor& descriptor, const JsonPolicy& policy) {
+  writeJson<ProviderDescriptor>(writer, descriptor, policy);
+}
+
+std::expected<ProviderDescriptor, DecodeError> decodeDescriptor(const Json& json,
+                                                                const JsonPolicy& policy) {
+  ProviderDescriptor descriptor;
+  JsonReading reading{policy};
+  if (!readJson(json, descriptor, reading)) return std::unexpected(std::move(reading.error));
+  return descriptor;
+}
 
 namespace {
-constexpr std::array<ProviderDescriptor, allAgentProviders.size()> descriptors{{
-    {AgentProvider::grok, "Grok", "Grok",
-     "Install the Grok CLI, then sign in with your SuperGrok account."},
-    {AgentProvider::codex, "ChatGPT / Codex", "Codex",
-     "Install Codex (or the ChatGPT Mac app), then sign in with your ChatGPT account."},
-    {AgentProvider::kimi, "Kimi Code", "Kimi",
-     "Install Kimi Code, then sign in with your Kimi membership."},
-    {AgentProvider::glm, "GLM Coding Plan", "GLM",
-     "Install OpenCode, configure Z.AI Coding Plan, and choose a zai-coding-plan/GLM model in "
-     "Settings."},
-    {AgentProvider::claude, "Claude", "Claude",
-     "Install Claude Code, then sign in with your Claude subscription."},
-    {AgentProvider::local, "Local Models", "Local",
-     "Start Ollama or LM Studio, load a model, and install Grok Build as the local ACP tool "
-     "harness."},
-    {AgentProvider::tasklet, "Tasklet", "Tasklet",
-     "Add an HTTPS inbound webhook for Tasklet in Settings."},
-}};
 
-constexpr bool isInOrder() {
-  for (std::size_t i = 0; i < descriptors.size(); ++i) {
-    if (descriptors[i].provider != allAgentProviders[i]) return false;
-  }
-  return true;
+using Category = ProviderCategory;
+using Location = ProviderExecutionLocation;
+using Billing = ProviderBillingMode;
+
+struct Row {
+  ProviderDescriptor descriptor;
+  std::string_view setupHint;
+};
+
+/// What the five runtimes of a subscription have in common.
+constexpr ProviderCapabilities agent{.chat = true,
+                                     .tools = true,
+                                     .reasoningEffort = true,
+                                     .usageReporting = true,
+                                     .resumableSessions = true};
+
+ProviderCapabilities agentWithUsageReset() {
+  auto capabilities = agent;
+  capabilities.manualUsageReset = true;
+  return capabilities;
 }
-static_assert(isInOrder(), "descriptor() finds a row by its place");
+
+const std::vector<Row>& rows() {
+  static const std::vector<Row> table{
+      {{AgentProvider::grok, "Grok", "Grok", "xmark", Category::subscription, Location::thisMac,
+        Billing::subscription, agent,
+        "Grok Build using the SuperGrok account signed in on this Mac."},
+       "Install the Grok CLI, then sign in with your SuperGrok account."},
+      {{AgentProvider::codex, "ChatGPT / Codex", "Codex", "sparkles", Category::subscription,
+        Location::thisMac, Billing::subscription, agentWithUsageReset(),
+        "Codex using the ChatGPT account signed in on this Mac."},
+       "Install Codex (or the ChatGPT Mac app), then sign in with your ChatGPT account."},
+      {{AgentProvider::kimi, "Kimi Code", "Kimi", "moon.stars.fill", Category::subscription,
+        Location::thisMac, Billing::subscription, agent,
+        "Kimi Code ACP using the membership signed in on this Mac."},
+       "Install Kimi Code, then sign in with your Kimi membership."},
+      {{AgentProvider::glm, "GLM Coding Plan", "GLM", "cube.transparent.fill",
+        Category::subscription, Location::thisMac, Billing::subscription, agent,
+        "A guarded Z.AI Coding Plan model through OpenCode ACP."},
+       "Install OpenCode, configure Z.AI Coding Plan, and choose a zai-coding-plan/GLM model in "
+       "Settings."},
+      {{AgentProvider::claude, "Claude", "Claude", "circle.hexagongrid.fill",
+        Category::subscription, Location::thisMac, Billing::subscription, agent,
+        "Claude Code using the Claude account signed in on this Mac."},
+       "Install Claude Code, then sign in with your Claude subscription."},
+      {{AgentProvider::local,
+        "Local Models",
+        "Local",
+        "desktopcomputer",
+        Category::local,
+        Location::localNetwork,
+        Billing::localCompute,
+        {.chat = true, .tools = true, .resumableSessions = true},
+        "Ollama, LM Studio, or another OpenAI-compatible runtime without metered API billing."},
+       "Start Ollama or LM Studio, load a model, and install Grok Build as the local ACP tool "
+       "harness."},
+      {{AgentProvider::tasklet,
+        "Tasklet",
+        "Tasklet",
+        "cloud.fill",
+        Category::cloud,
+        Location::cloud,
+        Billing::externalPlan,
+        {.chat = true, .backgroundExecution = true},
+        "Dispatch work to a Tasklet workflow through its inbound webhook."},
+       "Add an HTTPS inbound webhook for Tasklet in Settings."},
+  };
+  return table;
+}
+
 }  // namespace
 
-std::span<const ProviderDescriptor> all() {
+std::span<const ProviderDescriptor> ProviderRegistry::all() {
+  static const std::vector<ProviderDescriptor> descriptors = [] {
+    std::vector<ProviderDescriptor> list;
+    for (const auto& row : rows()) list.push_back(row.descriptor);
+    return list;
+  }();
   return descriptors;
 }
 
-const ProviderDescriptor& descriptor(AgentProvider provider) {
-  return descriptors[static_cast<std::size_t>(provider)];
+const ProviderDescriptor& ProviderRegistry::descriptor(AgentProvider provider) {
+  return all()[static_cast<std::size_t>(provider)];
 }
 
-}  // namespace vantrell::ProviderRegistry
+std::string_view ProviderRegistry::setupHint(AgentProvider provider) {
+  return rows()[static_cast<std::size_t>(provider)].setupHint;
+}
+
+}  // namespace vantrell

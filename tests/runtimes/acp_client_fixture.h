@@ -62,7 +62,8 @@ class ACPClientTest : public testing::Test {
 
   void start(std::optional<std::string> session = std::nullopt) {
     client_->start(std::move(session), [this](std::expected<AgentStartResult, AgentError> result) {
-      note(result ? "started " + result->sessionId + (result->replayedSession ? " replayed" : "")
+      note(result ? "started " + result->sessionId + (result->replayedSession ? " replayed" : "") +
+                        (result->notice ? "; " + *result->notice : "")
                   : "not started: " + result.error().localizedDescription());
     });
   }

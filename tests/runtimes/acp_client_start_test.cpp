@@ -200,7 +200,10 @@ TEST_F(ACPClientStart, KimiIsToldModeAndModelAndForgivesBoth) {
     make(script.line("hang"));
     listen();
     start();
-    expectNotes({"models default a", "models default a", "started s1"});
+    expectNotes({"models default a", "models default a",
+                 fails ? "started s1; Grok did not take the permission mode that is set (no mode). "
+                         "It works under its own rules."
+                       : "started s1"});
   }
 }
 
@@ -216,6 +219,28 @@ TEST_F(ACPClientStart, KimiWithoutAModelIsToldTheModeAlone) {
     listen();
     start();
     expectNotes({"models default a", "started s1"});
+  }
+}
+
+// As Kimi Code 2.1 answers. A session that has run unasked must not go on so in silence.
+TEST_F(ACPClientStart, ModeThatKimiDoesNotKnowIsSetByItsOwnWordOrTold) {
+  configuration_.provider = AgentProvider::kimi;
+  const std::string told =
+      "; Kimi did not take the permission mode that is set (Unknown modeId: default). It works "
+      "under its own rules, and may act without asking.";
+  for (const bool knowsDefault : {true, false}) {
+    notes_.clear();
+    configuration_.runtimeName = "Kimi";
+    auto script = optionScript(R"({"sessionId":"s1"})")
+                      .expectLine(optionLine(3, "mode", "manual"))
+                      .error("Unknown modeId: manual")
+                      .expectLine(optionLine(4, "mode", "default"));
+    knowsDefault ? script.result("{}") : script.error("Unknown modeId: default");
+    make(script.line("hang"));
+    listen();
+    start();
+    expectNotes({"models default a", "started s1" + (knowsDefault ? "" : told)});
+    EXPECT_EQ(log_.contains("permission mode"), !knowsDefault);
   }
 }
 

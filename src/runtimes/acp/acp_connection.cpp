@@ -102,12 +102,30 @@ void ACPConnection::applyRuntimeConfiguration(AgentStartResult result,
   if (configuration_.provider != AgentProvider::kimi) {
     return applyModel(std::move(result), std::move(completion));
   }
-  auto params = acp::configOptionParams(
-      result.sessionId, "mode", std::string(acp::modeOption(configuration_.permissionMode)));
-  // A runtime that does not know the mode still works, under its own rules.
+  applyMode(acp::modeOption(configuration_.permissionMode), std::move(result),
+            std::move(completion));
+}
+
+void ACPConnection::applyMode(std::string_view mode, AgentStartResult result,
+                              AgentClient::StartCompletion completion) {
+  auto params = acp::configOptionParams(result.sessionId, "mode", std::string(mode));
   request("session/set_config_option", std::move(params),
-          [this, result, completion = std::move(completion)](const Answer&) {
-            applyModel(result, completion);
+          [this, mode, result = std::move(result),
+           completion = std::move(completion)](const Answer& answer) mutable {
+            if (answer) return applyModel(std::move(result), std::move(completion));
+            // Kimi Code 2 has no mode "manual"; its own word for one that asks is "default". A
+            // session that ran with full access keeps that mode when it is opened again.
+            if (mode == acp::modeOption(GrokPermissionMode::ask)) {
+              return applyMode(acp::ownModeThatAsks, std::move(result), std::move(completion));
+            }
+            // The runtime still works, but under rules that nobody has chosen here.
+            result.notice = fmt::format(
+                "{} did not take the permission mode that is set ({}). It works under its own "
+                "rules{}.",
+                configuration_.runtimeName, answer.error().localizedDescription(),
+                mode == acp::ownModeThatAsks ? ", and may act without asking" : "");
+            if (events_.log) events_.log(*result.notice + "\n");
+            applyModel(std::move(result), std::move(completion));
           });
 }
 

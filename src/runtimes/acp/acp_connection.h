@@ -43,6 +43,8 @@ class ACPConnection final : public AgentConnection {
   void loadSession(std::string sessionId, AgentClient::StartCompletion completion);
   void newSession(AgentClient::StartCompletion completion);
   void applyRuntimeConfiguration(AgentStartResult result, AgentClient::StartCompletion completion);
+  void applyMode(std::string_view mode, AgentStartResult result,
+                 AgentClient::StartCompletion completion);
   void applyModel(AgentStartResult result, AgentClient::StartCompletion completion);
   void publishModelOptions(const JsonObject& result);
 

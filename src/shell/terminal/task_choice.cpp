@@ -55,11 +55,10 @@ std::expected<AgentProvider, UsageError> chooseProvider(const VantrellApp& app, 
                       rawText(*wanted)));
     }
     if (app.isAvailable(*wanted)) return *wanted;
-    return usageError(
-        fmt::format("{} is not installed. {} Or say where its program is with --executable, "
-                    "or try vantrell run --practice \"SAY:hello\".",
-                    ProviderRegistry::descriptor(*wanted).label,
-                    ProviderRegistry::descriptor(*wanted).setupHint));
+    return usageError(fmt::format(
+        "{} is not installed. {} Or say where its program is with --executable, "
+        "or try vantrell run --practice \"SAY:hello\".",
+        ProviderRegistry::descriptor(*wanted).label, ProviderRegistry::setupHint(*wanted)));
   }
   for (const auto provider : runnableProviders) {
     if (app.isAvailable(provider)) return provider;
