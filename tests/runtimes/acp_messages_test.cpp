@@ -37,15 +37,7 @@ TEST(AgentArguments, PutTheModeInFrontAndFullAccessBehind) {
   }
 }
 
-TEST(ACPMessages, FramesAreByteForByteThoseOfTheProtocol) {
-  const JsonObject params{{"a", 1}};
-  EXPECT_EQ(json::write(acp::request(7, "m", params)),
-            R"({"jsonrpc":"2.0","id":7,"method":"m","params":{"a":1}})");
-  EXPECT_EQ(json::write(acp::notification("m", params)),
-            R"({"jsonrpc":"2.0","method":"m","params":{"a":1}})");
-  EXPECT_EQ(json::write(acp::response(7, {})), R"({"jsonrpc":"2.0","id":7,"result":{}})");
-  EXPECT_EQ(json::write(acp::errorResponse(7, -32601, "no")),
-            R"({"jsonrpc":"2.0","id":7,"error":{"code":-32601,"message":"no"}})");
+TEST(ACPMessages, OutcomesOfAQuestion) {
   EXPECT_EQ(json::write(acp::selectedOutcome("o")),
             R"({"outcome":{"outcome":"selected","optionId":"o"}})");
   EXPECT_EQ(json::write(acp::cancelledOutcome()), R"({"outcome":{"outcome":"cancelled"}})");

@@ -5,6 +5,7 @@
 #include "platform/files.h"
 #include "runtimes/acp/acp_host_services.h"
 #include "runtimes/acp/acp_messages.h"
+#include "runtimes/json_rpc.h"
 #include "runtimes/provider_registry.h"
 
 namespace vantrell {
@@ -163,15 +164,15 @@ void ACPConnection::sendPrompt(std::string prompt, AgentClient::PromptCompletion
 
 void ACPConnection::cancel() {
   if (!sessionId_) return;
-  send(acp::notification("session/cancel", {{"sessionId", *sessionId_}}));
+  send(jsonrpc::notification("session/cancel", {{"sessionId", *sessionId_}}));
   for (const std::int64_t id : std::exchange(pendingPermissionIDs_, {})) {
-    send(acp::response(id, acp::cancelledOutcome()));
+    send(jsonrpc::response(id, acp::cancelledOutcome()));
   }
 }
 
 void ACPConnection::respondToPermission(std::int64_t requestID, std::string optionID) {
   if (pendingPermissionIDs_.erase(requestID) == 0) return;
-  send(acp::response(requestID, acp::selectedOutcome(std::move(optionID))));
+  send(jsonrpc::response(requestID, acp::selectedOutcome(std::move(optionID))));
 }
 
 void ACPConnection::stop() {
@@ -237,12 +238,12 @@ void ACPConnection::handleRequest(std::int64_t id, const std::string& method,
   const auto reply = [weak = weak_from_this(), this, id](ACPHostServices::Answer answer) {
     const auto self = weak.lock();
     if (!self) return;
-    send(answer
-             ? acp::response(id, std::move(*answer))
-             : acp::errorResponse(id, acp::internalError, answer.error().localizedDescription()));
+    send(answer ? jsonrpc::response(id, std::move(*answer))
+                : jsonrpc::errorResponse(id, jsonrpc::internalError,
+                                         answer.error().localizedDescription()));
   };
   if (host_ && host_->handle(method, params, reply)) return;
-  send(acp::errorResponse(id, acp::methodNotFound, "Unsupported ACP method: " + method));
+  send(jsonrpc::errorResponse(id, jsonrpc::methodNotFound, "Unsupported ACP method: " + method));
 }
 
 void ACPConnection::handlePermissionRequest(std::int64_t id, const JsonObject& params,
@@ -256,7 +257,7 @@ void ACPConnection::handlePermissionRequest(std::int64_t id, const JsonObject& p
     for (const std::string_view kind : {"allow_always", "allow_once"}) {
       const auto option = std::ranges::find(question.options, kind, &PermissionOption::kind);
       if (option == question.options.end()) continue;
-      return send(acp::response(id, acp::selectedOutcome(option->id)));
+      return send(jsonrpc::response(id, acp::selectedOutcome(option->id)));
     }
   }
   handOutUpdates();
@@ -269,7 +270,7 @@ void ACPConnection::request(std::string_view method, JsonObject params,
   // Nobody is left to answer, and a request that nobody answers would wait for ever.
   if (hasEnded_) return completion(std::unexpected(AgentError(ACPClientError::disconnected())));
   const std::int64_t id = pending_.add(std::move(completion));
-  send(acp::request(id, method, std::move(params)));
+  send(jsonrpc::request(id, method, std::move(params)));
 }
 
 void ACPConnection::failPending(const AgentError& error) {

@@ -9,24 +9,6 @@ namespace vantrell {
 
 namespace acp {
 
-JsonObject request(std::int64_t id, std::string_view method, JsonObject params) {
-  return {{"jsonrpc", "2.0"}, {"id", id}, {"method", method}, {"params", std::move(params)}};
-}
-
-JsonObject notification(std::string_view method, JsonObject params) {
-  return {{"jsonrpc", "2.0"}, {"method", method}, {"params", std::move(params)}};
-}
-
-JsonObject response(std::int64_t id, JsonObject result) {
-  return {{"jsonrpc", "2.0"}, {"id", id}, {"result", std::move(result)}};
-}
-
-JsonObject errorResponse(std::int64_t id, int code, std::string message) {
-  return {{"jsonrpc", "2.0"},
-          {"id", id},
-          {"error", JsonObject{{"code", code}, {"message", std::move(message)}}}};
-}
-
 JsonObject initializeParams() {
   return {{"protocolVersion", 1},
           {"clientCapabilities",

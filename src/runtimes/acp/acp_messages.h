@@ -14,15 +14,6 @@
 
 namespace vantrell::acp {
 
-// JSON-RPC 2.0 frames.
-JsonObject request(std::int64_t id, std::string_view method, JsonObject params);
-JsonObject notification(std::string_view method, JsonObject params);
-JsonObject response(std::int64_t id, JsonObject result);
-JsonObject errorResponse(std::int64_t id, int code, std::string message);
-
-inline constexpr int methodNotFound = -32601;  // JSON-RPC 2.0
-inline constexpr int internalError = -32603;   // JSON-RPC 2.0
-
 // Params of the requests.
 JsonObject initializeParams();
 JsonObject newSessionParams(const ACPConfiguration& configuration);

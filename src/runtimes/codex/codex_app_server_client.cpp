@@ -1,0 +1,34 @@
+#include "runtimes/codex/codex_app_server_client.h"
+
+#include "runtimes/codex/codex_connection.h"
+#include "runtimes/on_main.h"
+
+namespace vantrell {
+
+std::shared_ptr<CodexAppServerClient> CodexAppServerClient::make(CodexConfiguration configuration,
+                                                                 MainQueue& main,
+                                                                 BackgroundPool& pool) {
+  std::shared_ptr<CodexAppServerClient> client(new CodexAppServerClient(
+      AgentProvider::codex, "com.local.vantrell.codex-app-server", main, pool));
+  client->connect([&](SerialQueue queue, std::shared_ptr<Mailbox> mailbox,
+                      AgentEvents events) -> std::shared_ptr<AgentConnection> {
+    client->codex_ = std::make_shared<CodexConnection>(std::move(configuration), std::move(queue),
+                                                       std::move(mailbox), std::move(events));
+    return client->codex_;
+  });
+  return client;
+}
+
+void CodexAppServerClient::refreshUsage() {
+  queue().post([connection = codex_] { connection->refreshUsage(); });
+}
+
+void CodexAppServerClient::consumeUsageReset(
+    std::function<void(std::expected<std::string, AgentError>)> completion) {
+  queue().post(
+      [connection = codex_, completion = onMain(mailbox(), std::move(completion))]() mutable {
+        connection->consumeUsageReset(std::move(completion));
+      });
+}
+
+}  // namespace vantrell

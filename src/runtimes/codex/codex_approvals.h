@@ -1,0 +1,41 @@
+// The questions that Codex asks before it goes beyond its sandbox, and the answers in its words.
+// Pure functions.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include "platform/json.h"
+#include "runtimes/agent_client.h"
+
+namespace vantrell::codex {
+
+/// The id of a request of Codex, which the response repeats in the same form.
+using RPCID = std::variant<std::int64_t, std::string>;
+/// The key "id" of a message; absent when it has none that could be repeated.
+std::optional<RPCID> rpcID(const JsonObject& message);
+Json toJson(const RPCID& id);
+
+/// A question that waits for its answer.
+struct PendingApproval {
+  RPCID rpcID;
+  std::string method;
+  std::optional<JsonObject> requestedPermissions;
+};
+
+/// The answer that withdraws a question. It is no option: nobody is offered it.
+inline constexpr std::string_view cancelOption = "codex-cancel";
+
+/// Whether the method asks for an approval.
+bool isApproval(std::string_view method);
+/// What the user is asked. `item` is the item that the question is about, as "item/started" brought
+/// it, or null: Codex does not repeat there what it has said before.
+PermissionRequest approvalQuestion(std::int64_t id, std::string_view method,
+                                   const JsonObject& params, const JsonObject* item);
+/// The result of the request.
+JsonObject approvalAnswer(const PendingApproval& approval, std::string_view optionID);
+
+}  // namespace vantrell::codex

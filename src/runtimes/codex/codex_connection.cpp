@@ -1,0 +1,337 @@
+#include "runtimes/codex/codex_connection.h"
+
+#include <fmt/format.h>
+
+#include "platform/files.h"
+#include "records/application.h"
+#include "runtimes/codex/codex_items.h"
+#include "runtimes/codex/codex_messages.h"
+#include "runtimes/json_rpc.h"
+
+namespace vantrell {
+
+using Kind = AgentRuntimeError::Kind;
+
+CodexConnection::CodexConnection(CodexConfiguration configuration, SerialQueue queue,
+                                 std::shared_ptr<Mailbox> mailbox, AgentEvents events)
+    : AgentConnection(std::move(queue), std::move(mailbox), std::move(events)),
+      configuration_(std::move(configuration)) {}
+
+// ---- start --------------------------------------------------------------------------------------
+
+void CodexConnection::start(std::optional<std::string> existingSessionID,
+                            AgentClient::StartCompletion completion) {
+  if (hasEnded_) return completion(std::unexpected(AgentError(codex::disconnected())));
+  if (auto error = launchRuntime()) return completion(std::unexpected(std::move(*error)));
+  initialize(std::move(existingSessionID), std::move(completion));
+}
+
+std::optional<AgentError> CodexConnection::launchRuntime() {
+  if (!files::isExecutable(configuration_.executable)) {
+    return codex::failure(Kind::protocolError, "The Codex executable is not installed.");
+  }
+  ProcessOptions options;
+  options.executable = configuration_.executable;
+  options.arguments = {"app-server"};
+  options.environment = configuration_.processEnvironment;
+  options.workingFolder = configuration_.workspacePath;
+
+  auto error = launch(std::move(options));
+  if (!error) return std::nullopt;
+  // Without its name the folder's error reads as if the program were missing.
+  return codex::failure(
+      Kind::protocolError,
+      error->step == ProcessError::Step::enterFolder
+          ? fmt::format("{}: {}", configuration_.workspacePath, error->description)
+          : std::move(error->description));
+}
+
+void CodexConnection::initialize(std::optional<std::string> existingSessionID,
+                                 AgentClient::StartCompletion completion) {
+  isOpen_ = true;
+  request("initialize", codex::initializeParams(applicationVersion),
+          [this, existingSessionID = std::move(existingSessionID),
+           completion = std::move(completion)](const Answer& answer) {
+            if (!answer) return completion(std::unexpected(answer.error()));
+            send(jsonrpc::notification("initialized"));
+            refreshUsage();
+            openThread(existingSessionID, completion);
+          });
+}
+
+void CodexConnection::openThread(std::optional<std::string> existingSessionID,
+                                 AgentClient::StartCompletion completion) {
+  if (!existingSessionID) return startThread(std::move(completion));
+  request("thread/resume", codex::threadResumeParams(configuration_, *existingSessionID),
+          [this, completion = std::move(completion)](const Answer& answer) {
+            // Codex has lost or never had that thread: a new one serves as well.
+            if (!answer) return startThread(completion);
+            finishStart(*answer, true, completion);
+          });
+}
+
+void CodexConnection::startThread(AgentClient::StartCompletion completion) {
+  request("thread/start", codex::threadStartParams(configuration_),
+          [this, completion = std::move(completion)](const Answer& answer) {
+            if (!answer) return completion(std::unexpected(answer.error()));
+            finishStart(*answer, false, completion);
+          });
+}
+
+void CodexConnection::finishStart(const JsonObject& result, bool isReplayed,
+                                  const AgentClient::StartCompletion& completion) {
+  const JsonObject* thread = json::object(result, "thread");
+  const std::string* id = thread ? json::text(*thread, "id") : nullptr;
+  if (!id) {
+    return completion(std::unexpected(
+        AgentError(codex::failure(Kind::protocolError, "Codex did not return a thread ID."))));
+  }
+  sessionId_ = *id;
+  completion(AgentStartResult{*id, isReplayed});
+}
+
+// ---- turns --------------------------------------------------------------------------------------
+
+void CodexConnection::sendPrompt(std::string prompt, AgentClient::PromptCompletion completion) {
+  if (!sessionId_) {
+    return completion(
+        std::unexpected(AgentError(codex::failure(Kind::disconnected, "Codex is not connected."))));
+  }
+  streamedItems_.clear();
+  turns_.startSent();
+  request(
+      "turn/start", codex::turnStartParams(configuration_, *sessionId_, std::move(prompt)),
+      [this, number = ++promptCount_, completion = std::move(completion)](const Answer& answer) {
+        const JsonObject* turn = answer ? json::object(*answer, "turn") : nullptr;
+        const std::string* id = turn ? json::text(*turn, "id") : nullptr;
+        if (id) {
+          turns_.started(*id, completion);
+          if (number <= cancelledPrompts_ && turns_.currentTurnID() == *id) interrupt(*id);
+          return;
+        }
+        turns_.startFailed();
+        completion(std::unexpected(
+            answer
+                ? AgentError(codex::failure(Kind::protocolError, "Codex did not return a turn ID."))
+                : answer.error()));
+      });
+}
+
+void CodexConnection::cancel() {
+  // A turn can be interrupted once its id is known.
+  if (turns_.isStarting()) cancelledPrompts_ = promptCount_;
+  if (turns_.currentTurnID()) interrupt(*turns_.currentTurnID());
+  for (const auto& [id, approval] : std::exchange(pendingApprovals_, {})) {
+    send(jsonrpc::response(codex::toJson(approval.rpcID),
+                           codex::approvalAnswer(approval, codex::cancelOption)));
+  }
+}
+
+void CodexConnection::interrupt(const std::string& turnId) {
+  if (!sessionId_) return;
+  turnToInterrupt_ = turnId;
+  request("turn/interrupt", codex::turnInterruptParams(*sessionId_, turnId),
+          [this, turnId](const Answer& answer) {
+            if (answer && turnToInterrupt_ == turnId) turnToInterrupt_.reset();
+          });
+}
+
+void CodexConnection::respondToPermission(std::int64_t requestID, std::string optionID) {
+  const auto found = pendingApprovals_.extract(requestID);
+  if (found.empty()) return;
+  const auto& approval = found.mapped();
+  send(jsonrpc::response(codex::toJson(approval.rpcID), codex::approvalAnswer(approval, optionID)));
+}
+
+void CodexConnection::stop() {
+  const auto ending =
+      turns_.isBusy() ? JsonLineProcess::Ending::prompt : JsonLineProcess::Ending::gentle;
+  hasEnded_ = true;
+  isOpen_ = false;
+  endProcess(ending);
+  failPending(codex::disconnected());
+}
+
+void CodexConnection::ended(ExitStatus status, std::string errorText) {
+  hasEnded_ = true;
+  isOpen_ = false;
+  failPending(codex::disconnected());
+  if (!events_.unexpectedTermination) return;
+  events_.unexpectedTermination(textOfEnd("Codex", status, std::move(errorText)));
+}
+
+// ---- usage --------------------------------------------------------------------------------------
+
+void CodexConnection::refreshUsage() {
+  request("account/rateLimits/read", {}, [this](const Answer& answer) {
+    if (answer) publishUsage(allowance_.read(*answer));
+  });
+}
+
+void CodexConnection::consumeUsageReset(
+    std::function<void(std::expected<std::string, AgentError>)> completion) {
+  request("account/rateLimitResetCredit/consume", codex::consumeResetCreditParams(),
+          [this, completion = std::move(completion)](const Answer& answer) {
+            if (!answer) return completion(std::unexpected(answer.error()));
+            refreshUsage();
+            completion(json::textOr(*answer, "outcome", "nothingToReset"));
+          });
+}
+
+void CodexConnection::publishUsage(ProviderUsage usage) {
+  handOutUpdates();
+  if (events_.usage) events_.usage(std::move(usage));
+}
+
+// ---- messages -----------------------------------------------------------------------------------
+
+void CodexConnection::handle(JsonObject message, std::size_t bytes) {
+  const std::string* method = json::text(message, "method");
+  if (!method) {
+    // Codex leaves "jsonrpc" out of what it sends, so that cannot tell a message from others.
+    const auto id = json::integer(message, "id");
+    if (id && !message.find("method")) handleResponse(*id, message);
+    return;
+  }
+  Json* given = message.find("params");
+  JsonObject none;
+  JsonObject& params = given && given->asObject() ? *given->asObject() : none;
+  if (auto id = codex::rpcID(message)) {
+    handleRequest(std::move(*id), *method, params, bytes);
+  } else {
+    handleNotification(*method, params, bytes);
+  }
+}
+
+void CodexConnection::handleResponse(std::int64_t id, const JsonObject& message) {
+  const auto completion = pending_.take(id);
+  if (!completion) return;
+  handOutUpdates();
+  if (const JsonObject* error = json::object(message, "error")) {
+    return (*completion)(std::unexpected(
+        AgentError(codex::runtimeError(*error, "Codex returned an unknown error."))));
+  }
+  const JsonObject* result = json::object(message, "result");
+  (*completion)(result ? *result : JsonObject{});
+}
+
+void CodexConnection::handleNotification(std::string_view method, JsonObject& params,
+                                         std::size_t bytes) {
+  if (method == "item/agentMessage/delta") return handleDelta(params, false, bytes);
+  if (method == "item/reasoning/summaryTextDelta" || method == "item/reasoning/textDelta") {
+    return handleDelta(params, true, bytes);
+  }
+  if (method == "item/started") return handleItem(params, false, bytes);
+  if (method == "item/completed") return handleItem(params, true, bytes);
+  if (method == "turn/plan/updated") return gatherUpdate(codex::planUpdate(params), bytes);
+  if (method == "turn/started") return handleTurnStarted(params);
+  if (method == "turn/completed") return handleTurnCompleted(params);
+  if (method == "error") return handleError(params);
+  if (method == "account/rateLimits/updated" && json::object(params, "rateLimits")) {
+    publishUsage(allowance_.update(params));
+  }
+}
+
+void CodexConnection::handleDelta(JsonObject& params, bool isReasoning, std::size_t bytes) {
+  Json* delta = params.find("delta");
+  const std::string* itemId = json::text(params, "itemId");
+  if (!delta || !delta->asText() || !itemId) return;
+  streamedItems_.insert(*itemId);
+  std::string text = std::move(*delta->asText());
+  gatherUpdate(isReasoning ? codex::thoughtChunk(*itemId, std::move(text))
+                           : codex::messageChunk(*itemId, std::move(text)),
+               bytes);
+}
+
+void CodexConnection::handleItem(const JsonObject& params, bool isCompleted, std::size_t bytes) {
+  const JsonObject* item = json::object(params, "item");
+  if (!item) return;
+  keepForApproval(*item, isCompleted);
+  const bool wasStreamed = streamedItems_.contains(json::textOr(*item, "id", ""));
+  if (auto update =
+          codex::itemUpdate(*item, isCompleted, wasStreamed, configuration_.workspacePath)) {
+    gatherUpdate(std::move(*update), bytes);
+  }
+}
+
+void CodexConnection::keepForApproval(const JsonObject& item, bool isCompleted) {
+  const std::string* id = json::text(item, "id");
+  if (!id) return;
+  const std::string type = json::textOr(item, "type", "");
+  if (isCompleted) {
+    openItems_.erase(*id);
+  } else if (type == "fileChange" || type == "commandExecution") {
+    openItems_.insert_or_assign(*id, item);
+  }
+}
+
+void CodexConnection::handleError(const JsonObject& params) {
+  if (json::boolean(params, "willRetry").value_or(false)) return;
+  const std::string* turnId = json::text(params, "turnId");
+  if (!turnId) return;
+  const JsonObject* error = json::object(params, "error");
+  turns_.reportError(*turnId,
+                     codex::runtimeError(error ? *error : JsonObject{}, "Codex turn failed."));
+}
+
+void CodexConnection::handleTurnStarted(const JsonObject& params) {
+  // Between the answer to "turn/start" and this word Codex refuses an interruption with "no active
+  // turn to interrupt", and would run the turn that was cancelled to its end.
+  const JsonObject* turn = json::object(params, "turn");
+  const std::string* id = turn ? json::text(*turn, "id") : nullptr;
+  if (id && turnToInterrupt_ == *id) interrupt(*id);
+}
+
+void CodexConnection::handleTurnCompleted(const JsonObject& params) {
+  const JsonObject* turn = json::object(params, "turn");
+  const std::string* id = turn ? json::text(*turn, "id") : nullptr;
+  if (!id) return;
+  handOutUpdates();
+  if (turnToInterrupt_ == *id) turnToInterrupt_.reset();
+  turns_.ended(*id, *turn);
+  if (!turns_.isBusy()) openItems_.clear();
+  refreshUsage();
+}
+
+void CodexConnection::handleRequest(codex::RPCID id, const std::string& method,
+                                    const JsonObject& params, std::size_t bytes) {
+  if (!codex::isApproval(method)) {
+    return send(jsonrpc::errorResponse(
+        codex::toJson(id), jsonrpc::methodNotFound,
+        fmt::format("{} does not support Codex request {}.", applicationName, method)));
+  }
+  codex::PendingApproval approval{std::move(id), method, std::nullopt};
+  if (const JsonObject* asked = json::object(params, "permissions")) {
+    approval.requestedPermissions = *asked;
+  }
+  const std::int64_t approvalID = nextApprovalID_++;
+  const auto item = openItems_.find(json::textOr(params, "itemId", ""));
+  auto question = codex::approvalQuestion(approvalID, method, params,
+                                          item == openItems_.end() ? nullptr : &item->second);
+  pendingApprovals_.emplace(approvalID, std::move(approval));
+  handOutUpdates();
+  if (events_.permissionRequest) events_.permissionRequest(std::move(question), bytes);
+}
+
+void CodexConnection::request(std::string_view method, JsonObject params,
+                              std::function<void(Answer)> completion) {
+  // Nobody is there to answer, and a request that nobody answers would wait for ever.
+  if (!isOpen_) return completion(std::unexpected(AgentError(codex::disconnected())));
+  const std::int64_t id = pending_.add(std::move(completion));
+  send(jsonrpc::request(id, method, std::move(params)));
+}
+
+void CodexConnection::failPending(const AgentError& error) {
+  // A write error is known by the system's words alone.
+  const AgentError reason =
+      error.runtimeError()
+          ? error
+          : AgentError(codex::failure(Kind::protocolError, error.localizedDescription()));
+  handOutUpdates();
+  const auto turns = turns_.takeAll();
+  pendingApprovals_.clear();
+  pending_.finishAll(std::unexpected(reason));
+  for (const auto& completion : turns) completion(std::unexpected(reason));
+}
+
+}  // namespace vantrell

@@ -1,0 +1,88 @@
+// The dialect of "codex app-server": JSON-RPC 2.0 in both directions. A conversation is a thread, a
+// prompt is a turn, the work of a turn arrives as items, and approvals are requests of the server.
+// On the client's queue.
+#pragma once
+
+#include <expected>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "runtimes/agent_connection.h"
+#include "runtimes/codex/codex_approvals.h"
+#include "runtimes/codex/codex_configuration.h"
+#include "runtimes/codex/codex_turns.h"
+#include "runtimes/codex/codex_usage.h"
+#include "runtimes/pending_requests.h"
+
+namespace vantrell {
+
+class CodexConnection final : public AgentConnection {
+ public:
+  CodexConnection(CodexConfiguration configuration, SerialQueue queue,
+                  std::shared_ptr<Mailbox> mailbox, AgentEvents events);
+
+  void start(std::optional<std::string> existingSessionID,
+             AgentClient::StartCompletion completion) override;
+  void sendPrompt(std::string prompt, AgentClient::PromptCompletion completion) override;
+  void cancel() override;
+  void respondToPermission(std::int64_t requestID, std::string optionID) override;
+  void stop() override;
+  void handle(JsonObject message, std::size_t bytes) override;
+
+  /// The part of start() behind the launch: "initialize", then the thread.
+  void initialize(std::optional<std::string> existingSessionID,
+                  AgentClient::StartCompletion completion);
+  /// Asks for the allowance, which comes as an event. A failure is not told.
+  void refreshUsage();
+  /// Spends a reset credit; completes with the runtime's word for the outcome.
+  void consumeUsageReset(std::function<void(std::expected<std::string, AgentError>)> completion);
+
+ private:
+  using Answer = std::expected<JsonObject, AgentError>;
+
+  std::optional<AgentError> launchRuntime();
+  void openThread(std::optional<std::string> existingSessionID,
+                  AgentClient::StartCompletion completion);
+  void startThread(AgentClient::StartCompletion completion);
+  void finishStart(const JsonObject& result, bool isReplayed,
+                   const AgentClient::StartCompletion& completion);
+  void interrupt(const std::string& turnId);
+
+  void handleResponse(std::int64_t id, const JsonObject& message);
+  void handleNotification(std::string_view method, JsonObject& params, std::size_t bytes);
+  void handleDelta(JsonObject& params, bool isReasoning, std::size_t bytes);
+  void handleItem(const JsonObject& params, bool isCompleted, std::size_t bytes);
+  void handleError(const JsonObject& params);
+  void handleTurnStarted(const JsonObject& params);
+  void handleTurnCompleted(const JsonObject& params);
+  void handleRequest(codex::RPCID id, const std::string& method, const JsonObject& params,
+                     std::size_t bytes);
+  void keepForApproval(const JsonObject& item, bool isCompleted);
+  void publishUsage(ProviderUsage usage);
+
+  void request(std::string_view method, JsonObject params, std::function<void(Answer)> completion);
+  void failPending(const AgentError& error) override;
+  void ended(ExitStatus status, std::string errorText) override;
+
+  const CodexConfiguration configuration_;
+
+  PendingRequests<Answer> pending_;  // its completions live no longer than this object
+  CodexTurns turns_;
+  std::int64_t promptCount_ = 0;
+  std::int64_t cancelledPrompts_ = 0;  // those up to this one are to be interrupted once they run
+  std::optional<std::string> turnToInterrupt_;             // asked for, not confirmed
+  std::unordered_set<std::string> streamedItems_;          // with a delta in this turn
+  std::unordered_map<std::string, JsonObject> openItems_;  // that an approval may be about
+  std::int64_t nextApprovalID_ = 1;
+  std::map<std::int64_t, codex::PendingApproval> pendingApprovals_;
+  codex::CodexAllowance allowance_;
+  bool isOpen_ = false;    // there is somebody to ask
+  bool hasEnded_ = false;  // stopped, or the process died
+  std::optional<std::string> sessionId_;
+};
+
+}  // namespace vantrell

@@ -1,0 +1,32 @@
+// What the client says to "codex app-server", and how the failures that it reports are understood.
+// Pure functions.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "platform/json.h"
+#include "runtimes/agent_error.h"
+#include "runtimes/codex/codex_configuration.h"
+
+namespace vantrell::codex {
+
+// Params of the requests.
+/// `version` is how the client describes itself, mostly the version of the program.
+JsonObject initializeParams(std::string_view version);
+JsonObject threadStartParams(const CodexConfiguration& configuration);
+JsonObject threadResumeParams(const CodexConfiguration& configuration, const std::string& threadId);
+JsonObject turnStartParams(const CodexConfiguration& configuration, const std::string& threadId,
+                           std::string prompt);
+JsonObject turnInterruptParams(const std::string& threadId, const std::string& turnId);
+/// A fresh key each time: one call spends at most one credit, two calls may spend two.
+JsonObject consumeResetCreditParams();
+
+AgentRuntimeError failure(AgentRuntimeError::Kind kind, std::string message);
+/// The runtime has gone.
+AgentRuntimeError disconnected();
+/// Classifies an error that the runtime reported: that of a response, of a turn or of an "error"
+/// notification. `fallback` is its text when it has none of its own.
+AgentRuntimeError runtimeError(const JsonObject& from, std::string_view fallback);
+
+}  // namespace vantrell::codex

@@ -1,0 +1,136 @@
+#include "runtimes/codex/codex_approvals.h"
+
+#include <gtest/gtest.h>
+
+namespace vantrell {
+namespace {
+
+const std::string command = "item/commandExecution/requestApproval";
+const std::string files = "item/fileChange/requestApproval";
+const std::string permissions = "item/permissions/requestApproval";
+
+PermissionRequest question(const std::string& method, const std::string& params,
+                           const std::string& item = "") {
+  const auto known = json::parseObject(item);
+  return codex::approvalQuestion(5, method, *json::parseObject(params), known ? &*known : nullptr);
+}
+
+TEST(CodexApprovals, TitleAndDetailSayWhatIsAsked) {
+  struct Case {
+    std::string method;
+    std::string params;
+    std::string title;
+    std::string detail;
+  };
+  const std::string unknown = "Codex is requesting permission to continue.";
+  const Case cases[] = {
+      {command, R"({"command":"rm x","reason":"tidy"})", "Run command", "rm x\n\ntidy"},
+      {command, R"({"command":"rm x","reason":null})", "Run command", "rm x"},
+      {command, R"({"command":"","reason":"tidy"})", "Run command", "tidy"},
+      {command, R"({"reason":"tidy"})", "Grant access", "tidy"},
+      {command, "{}", "Grant access", unknown},
+      {files, R"({"reason":"tidy"})", "Edit files", "tidy"},
+      {files, R"({"reason":""})", "Edit files", unknown},
+      {files, R"({"command":"patch"})", "Run command", "patch"},
+      {permissions, R"({"reason":"need"})", "Grant access", "need"},
+      {permissions, "{}", "Grant access", unknown},
+  };
+  for (const auto& [method, params, title, detail] : cases) {
+    const auto made = question(method, params);
+    EXPECT_EQ(made.id, 5);
+    EXPECT_EQ(made.title, title) << params;
+    EXPECT_EQ(made.detail, detail) << params;
+  }
+}
+
+TEST(CodexApprovals, DetailShowsWhatCodexSaysElsewhere) {
+  struct Case {
+    std::string method;
+    std::string params;
+    std::string item;
+    std::string detail;
+  };
+  const Case cases[] = {
+      // The changes of a file stand only in the item that was announced before.
+      {files, R"({"itemId":"c","reason":null,"grantRoot":null})",
+       R"({"type":"fileChange","id":"c","changes":[)"
+       R"({"path":"/out.txt","kind":{"type":"add"},"diff":"text\n"},)"
+       R"({"path":"/a","kind":{"type":"update","move_path":"/b"},"diff":"@@ -1 +1 @@\n-x\n+y\n"},)"
+       R"({"path":"/c","kind":"delete"},7,{}]})",
+       "Codex is requesting permission to continue.\n\nadd /out.txt\ntext\n\n"
+       "update /a -> /b\n@@ -1 +1 @@\n-x\n+y\n\ndelete /c\n\nchange a file"},
+      {files, R"({"reason":"tidy","grantRoot":"/etc"})", "", "tidy\n\nWrite access to /etc"},
+      {command, R"({"reason":"tidy"})", R"({"command":"rm x"})", "rm x\n\ntidy"},
+      {command, R"({"command":"rm y"})", R"({"command":"rm x"})", "rm y"},
+      {command, R"({"command":"curl h","networkApprovalContext":{"host":"h","protocol":"https"}})",
+       "", "curl h\n\nNetwork access to h (https)"},
+      {command, R"({"command":"x","additionalPermissions":{"network":{"enabled":true}}})", "",
+       "x\n\n{\n  \"network\": {\n    \"enabled\": true\n  }\n}"},
+      {permissions,
+       R"({"reason":"why","permissions":{"network":{"enabled":true},)"
+       R"("fileSystem":null}})",
+       "", "why\n\n{\n  \"network\": {\n    \"enabled\": true\n  }\n}"},
+      {permissions, R"({"reason":"why","permissions":{"network":null}})", "", "why"},
+  };
+  for (const auto& [method, params, item, detail] : cases) {
+    EXPECT_EQ(question(method, params, item).detail, detail);
+  }
+}
+
+TEST(CodexApprovals, OptionsAreAlwaysTheSameThree) {
+  const auto options = question(files, "{}").options;
+  ASSERT_EQ(options.size(), 3U);
+  std::string told;
+  for (const auto& [id, name, kind] : options) told += id + "|" + name + "|" + kind + "\n";
+  EXPECT_EQ(told,
+            "codex-allow-once|Allow once|allow_once\n"
+            "codex-allow-session|Allow for this task|allow_always\n"
+            "codex-reject|Deny|reject_once\n");
+}
+
+TEST(CodexApprovals, AnswersOfEachKind) {
+  struct Case {
+    std::string option;
+    std::string decision;
+    std::string permissions;  // with {"network":true} asked for
+  };
+  const Case cases[] = {
+      {"codex-allow-once", "accept", R"({"permissions":{"network":true},"scope":"turn"})"},
+      {"codex-allow-session", "acceptForSession",
+       R"({"permissions":{"network":true},"scope":"session"})"},
+      {"codex-reject", "decline", R"({"permissions":{},"scope":"turn"})"},
+      {"codex-cancel", "cancel", R"({"permissions":{},"scope":"turn"})"},
+      {"made up", "decline", R"({"permissions":{},"scope":"turn"})"},
+      {"", "decline", R"({"permissions":{},"scope":"turn"})"},
+  };
+  for (const auto& [option, decision, granted] : cases) {
+    for (const auto& method : {command, files}) {
+      EXPECT_EQ(json::write(codex::approvalAnswer({1, method, std::nullopt}, option)),
+                R"({"decision":")" + decision + R"("})");
+    }
+    EXPECT_EQ(
+        json::write(codex::approvalAnswer({1, permissions, JsonObject{{"network", true}}}, option)),
+        granted);
+  }
+  EXPECT_EQ(json::write(codex::approvalAnswer({1, permissions, std::nullopt}, "codex-allow-once")),
+            R"({"permissions":{},"scope":"turn"})");
+}
+
+TEST(CodexApprovals, IdIsRepeatedInTheFormInWhichItCame) {
+  const std::pair<std::string, std::string> cases[] = {{R"({"id":0})", "0"},
+                                                       {R"({"id":-3})", "-3"},
+                                                       {R"({"id":4.0})", "4"},
+                                                       {R"({"id":"7"})", R"("7")"},
+                                                       {R"({"id":""})", R"("")"}};
+  for (const auto& [message, expected] : cases) {
+    const auto id = codex::rpcID(*json::parseObject(message));
+    ASSERT_TRUE(id) << message;
+    EXPECT_EQ(json::write(codex::toJson(*id)), expected);
+  }
+  for (const std::string message : {"{}", R"({"id":null})", R"({"id":true})", R"({"id":[1]})"}) {
+    EXPECT_FALSE(codex::rpcID(*json::parseObject(message))) << message;
+  }
+}
+
+}  // namespace
+}  // namespace vantrell

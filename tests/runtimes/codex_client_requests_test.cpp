@@ -1,0 +1,182 @@
+// What Codex asks of the client, and what the client asks of it beside turns.
+#include <gtest/gtest.h>
+
+#include "runtimes/codex_client_fixture.h"
+
+namespace vantrell {
+namespace {
+
+using tests::CodexAgentScript;
+using CodexClientRequests = tests::CodexClientTest;
+
+std::string answered(const std::string& id, const std::string& result) {
+  return R"({"jsonrpc":"2.0","id":)" + id + R"(,"result":)" + result + "}";
+}
+
+TEST_F(CodexClientRequests, ApprovalOfEachKindGoesBackUnderItsOwnId) {
+  open(CodexAgentScript()
+           .openThread()
+           .startTurn("u1")
+           .request("0", "item/commandExecution/requestApproval", R"({"command":"rm"})")
+           .expectLine(answered("0", R"({"decision":"accept"})"))
+           .request(R"("text id")", "item/fileChange/requestApproval", "{}")
+           .expectLine(answered(R"("text id")", R"({"decision":"acceptForSession"})"))
+           .request(R"("0")", "item/permissions/requestApproval",
+                    R"({"permissions":{"network":{"enabled":true},"fileSystem":null}})")
+           .expectLine(answered(R"("0")", R"({"permissions":{"network":{"enabled":true},)"
+                                          R"("fileSystem":null},"scope":"session"})"))
+           .request("7", "item/fileChange/requestApproval", "{}")
+           .expectLine(answered("7", R"({"decision":"decline"})"))
+           .say("m", "done")
+           .hang());
+  prompt();
+  await("asks 1 Run command");
+  client_->respondToPermission(0, "codex-reject");
+  client_->respondToPermission(1, "codex-allow-once");
+  client_->respondToPermission(1, "codex-reject");
+  await("asks 2 Edit files");
+  client_->respondToPermission(2, "codex-allow-session");
+  await("asks 3 Grant access");
+  client_->respondToPermission(3, "codex-allow-session");
+  await("asks 4 Edit files");
+  client_->respondToPermission(4, "codex-reject");
+  await("says m done");
+}
+
+TEST_F(CodexClientRequests, QuestionAboutFilesShowsTheChangesOfItsItem) {
+  const std::string item =
+      R"({"item":{"type":"fileChange","id":"c","changes":[{"path":"/out","kind":{"type":"add"},)"
+      R"("diff":"new\n"}]}})";
+  const auto ask = [](CodexAgentScript& script) {
+    script.request("0", "item/fileChange/requestApproval", R"({"itemId":"c","reason":null})");
+  };
+  CodexAgentScript script;
+  script.openThread().startTurn("u1").notify("item/started", item);
+  ask(script);
+  script.notify("item/completed", item);
+  ask(script);
+  script.notify("item/started", item).endTurn("u1").expectUsageRead();
+  ask(script);
+  open(script.hang());
+  prompt();
+  await("asks 3 Edit files");
+  const std::string nothing = "Codex is requesting permission to continue.";
+  EXPECT_EQ(questions_[0].detail, nothing + "\n\nadd /out\nnew");
+  EXPECT_EQ(questions_[1].detail, nothing) << "the item has ended";
+  EXPECT_EQ(questions_[2].detail, nothing) << "the turn has ended";
+}
+
+TEST_F(CodexClientRequests, QuestionComesBehindTheUpdatesBeforeIt) {
+  open(
+      CodexAgentScript()
+          .openThread()
+          .startTurn("u1")
+          .line(
+              R"(raw {"method":"item/agentMessage/delta","params":{"itemId":"m","delta":"a"}}\n{"id":1,"method":"item/fileChange/requestApproval"}\n{"method":"item/agentMessage/delta","params":{"itemId":"m","delta":"b"}}\n{"method":"account/rateLimits/updated","params":{"rateLimits":{}}}\n)")
+          .hang());
+  prompt();
+  expectNotes({"says m a", "asks 1 Edit files", "says m b", "usage"});
+}
+
+TEST_F(CodexClientRequests, OtherRequestsAreRefused) {
+  const auto refused = [](const std::string& id, const std::string& method) {
+    return R"({"jsonrpc":"2.0","id":)" + id +
+           R"(,"error":{"code":-32601,"message":"vantrell does not support Codex request )" +
+           method + R"(."}})";
+  };
+  open(CodexAgentScript()
+           .openThread()
+           .request("0", "item/tool/requestUserInput", R"({"questions":[]})")
+           .expectLine(refused("0", "item/tool/requestUserInput"))
+           .request(R"("q")", "turn/completed", R"({"turn":{"id":"u1"}})")
+           .expectLine(refused(R"("q")", "turn/completed"))
+           .say("m", "refused")
+           .hang());
+  expectNotes({"says m refused"});
+}
+
+TEST_F(CodexClientRequests, FloodOfQuestionsIsAskedAndWithdrawnWhole) {
+  constexpr int count = 2000;
+  CodexAgentScript script;
+  script.openThread().startTurn("u1");
+  for (int i = 0; i < count; ++i) {
+    script.request(std::to_string(i), "item/fileChange/requestApproval", "{}");
+  }
+  script.expect("turn/interrupt");
+  for (int i = 0; i < count; ++i) {
+    script.expectLine(answered(std::to_string(i), R"({"decision":"cancel"})"));
+  }
+  open(script.endTurn("u1", "interrupted").hang());
+  prompt();
+  awaitCount(count);
+  client_->cancel();
+  await("turn failed: protocolError Codex turn interrupted.");
+}
+
+TEST_F(CodexClientRequests, AllowanceIsPushedAndAskedFor) {
+  open(CodexAgentScript()
+           .openThread()
+           .send(R"({"id":2,"result":{"rateLimits":{"primary":{"usedPercent":13},)"
+                 R"("planType":"plus"},"rateLimitResetCredits":{"availableCount":1}}})")
+           .notify("account/rateLimits/updated",
+                   R"({"rateLimits":{"primary":{"usedPercent":15},"planType":null}})")
+           .expectUsageRead()
+           .result(R"({"rateLimits":{"rateLimitReachedType":"primary"}})")
+           .expectUsageRead()
+           .error("not now")
+           .say("m", "end")
+           .hang());
+  awaitCount(2);
+  EXPECT_EQ(usages_[0].primaryUsedPercent, 13);
+  EXPECT_EQ(usages_[1].primaryUsedPercent, 15);
+  EXPECT_EQ(usages_[1].planType, "plus");
+  EXPECT_EQ(usages_[1].manualResetCredits, 1);
+  client_->refreshUsage();
+  awaitCount(3);
+  EXPECT_TRUE(usages_[2].exhausted);
+  client_->refreshUsage();
+  expectNotes({"usage", "usage", "usage", "says m end"});
+}
+
+TEST_F(CodexClientRequests, ResetOfTheAllowance) {
+  const std::string consume =
+      R"("method":"account/rateLimitResetCredit/consume","params":{"idempotencyKey":")";
+  open(CodexAgentScript()
+           .openThread()
+           .expect(consume)
+           .result(R"({"outcome":"reset"})")
+           .expectUsageRead()
+           .result(R"({"rateLimits":{}})")
+           .expect(consume)
+           .result(R"({"outcome":7})")
+           .expectUsageRead()
+           .expect(consume)
+           .error("no network")
+           .hang());
+  consumeReset();
+  expectNotes({"reset reset", "usage"});
+  consumeReset();
+  awaitCount(3);
+  EXPECT_EQ(notes_.back(), "reset nothingToReset");
+  consumeReset();
+  awaitCount(4);
+  EXPECT_EQ(notes_.back(), "reset protocolError no network");
+  client_->stop();
+  consumeReset();
+  awaitCount(5);
+  EXPECT_EQ(notes_.back(), "reset disconnected Codex disconnected.");
+}
+
+TEST_F(CodexClientRequests, NothingIsAskedOfARuntimeThatHasNotStarted) {
+  make(CodexAgentScript().openThread().hang());
+  listen();
+  client_->refreshUsage();
+  client_->respondToPermission(1, "codex-allow-once");
+  consumeReset();
+  expectNotes({"reset disconnected Codex disconnected."});
+  start();
+  await("started t1");
+}
+
+}  // namespace
+}  // namespace vantrell

@@ -1,0 +1,171 @@
+#include "runtimes/codex/codex_discovery.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/manual_main_queue.h"
+#include "runtimes/codex/codex_models.h"
+#include "support/codex_agent_script.h"
+#include "support/temporary_folder.h"
+
+namespace vantrell {
+namespace {
+
+using tests::CodexAgentScript;
+
+std::string told(const std::vector<ProviderModelOption>& models) {
+  std::string lines;
+  for (const auto& [id, label, detail, isDefault, efforts] : models) {
+    lines += id + "|" + label + "|" + detail + (isDefault ? "|default:" : "|:");
+    for (const auto& effort : efforts) lines += " " + effort.id;
+    lines += "\n";
+  }
+  return lines;
+}
+
+const std::string ownChoice = "default|Default|Use the provider's recommended model.|default:";
+
+TEST(CodexModels, OwnChoiceLeadsWithTheEffortsOfTheDefaultModel) {
+  struct Case {
+    std::string result;
+    std::string expected;
+  };
+  const Case cases[] = {
+      {R"({"data":[{"id":"x","model":"a","displayName":"A","description":"first"},)"
+       R"({"model":"b","isDefault":true,"supportedReasoningEfforts":[)"
+       R"({"reasoningEffort":"low","description":"quick"},{"description":"none"},7,)"
+       R"({"reasoningEffort":"xhigh"}]},{"model":"c","isDefault":true}]})",
+       ownChoice + " default low xhigh\na|A|first|: default\nb|b||default: default low xhigh\n"
+                   "c|c||default: default\n"},
+      {R"({"data":[{"model":"a"}]})", ownChoice + " default\na|a||: default\n"},
+      {R"({"data":[{"model":"h","hidden":true},{"model":""},{"id":"x"},{"model":7},7,)"
+       R"({"model":"a","hidden":false}]})",
+       ownChoice + " default\na|a||: default\n"},
+      {R"({"data":[{"model":"h","hidden":true}]})", ""},
+      {R"({"data":{}})", ""},
+      {"{}", ""},
+  };
+  for (const auto& [result, expected] : cases) {
+    EXPECT_EQ(told(codex::modelOptions(*json::parseObject(result))), expected) << result;
+  }
+}
+
+TEST(CodexModels, EffortsHaveALabelAndADetail) {
+  const auto models = codex::modelOptions(
+      *json::parseObject(R"({"data":[{"model":"a","supportedReasoningEfforts":[)"
+                         R"({"reasoningEffort":"low","description":"quick"},)"
+                         R"({"reasoningEffort":"xhigh"}]}]})"));
+  ASSERT_EQ(models.size(), 2U);
+  EXPECT_EQ(models[1].efforts[1], (ProviderEffortOption{"low", "Low", "quick"}));
+  EXPECT_EQ(models[1].efforts[2],
+            (ProviderEffortOption{"xhigh", "Extra high",
+                                  "Use xhigh reasoning effort for this session."}));
+}
+
+class CodexDiscoveryRun : public testing::Test {
+ protected:
+  ~CodexDiscoveryRun() override {
+    EXPECT_TRUE(Process::waitForAll(std::chrono::seconds(20)));
+    main_.runReady();
+    EXPECT_EQ(results_.size(), runs_) << "one answer each";
+  }
+
+  void run(const CodexAgentScript& script) {
+    folder_.file("project/app-server", script.text());
+    ++runs_;
+    CodexDiscovery::run(place_, main_, pool_, [this](CodexDiscoveryResult result) {
+      results_.push_back(std::move(result));
+    });
+  }
+  void await() {
+    ASSERT_TRUE(main_.runUntil([this] { return results_.size() == runs_; }));
+  }
+  static CodexAgentScript introduced() {
+    return CodexAgentScript()
+        .expectLine(R"({"jsonrpc":"2.0","id":1,"method":"initialize","params":{"clientInfo":)"
+                    R"({"name":"vantrell","title":"vantrell","version":"discovery"},)"
+                    R"("capabilities":{"experimentalApi":true}}})")
+        .result("{}")
+        .expectLine(R"({"jsonrpc":"2.0","method":"initialized"})")
+        .expectLine(
+            R"({"jsonrpc":"2.0","id":2,"method":"model/list","params":{"includeHidden":false}})")
+        .expectLine(R"({"jsonrpc":"2.0","id":3,"method":"account/rateLimits/read","params":{}})");
+  }
+
+  tests::TemporaryFolder folder_;
+  ManualMainQueue main_;
+  BackgroundPool pool_{2};
+  CodexDiscovery::Place place_{
+      CodexAgentScript::program(), folder_.folder("project"), {{"PATH", "/usr/bin:/bin"}}};
+  std::vector<CodexDiscoveryResult> results_;
+  std::size_t runs_ = 0;
+};
+
+const std::string models = R"({"id":2,"result":{"data":[{"model":"a"}]}})";
+const std::string usage = R"({"id":3,"result":{"rateLimits":{"planType":"plus"}}})";
+const std::string refusedModels = R"({"id":2,"error":{"message":"no"}})";
+const std::string refusedUsage = R"({"id":3,"error":{"message":"no"}})";
+
+TEST_F(CodexDiscoveryRun, ResultIsWhatCameOfBothAnswers) {
+  struct Case {
+    std::vector<std::string> messages;
+    std::string models;
+    bool hasUsage;
+  };
+  const std::string unknown = ownChoice + " default\n";
+  const std::string known = unknown + "a|a||: default\n";
+  const Case cases[] = {
+      {{models, usage}, known, true},
+      {{usage, R"({"method":"configWarning","params":{}})", "garbage", models}, known, true},
+      {{refusedModels, usage}, unknown, true},
+      {{models, refusedUsage}, known, false},
+      {{R"({"id":2,"result":{"data":[{"model":"a","hidden":true}]}})", usage}, unknown, true},
+      {{R"({"id":2,"result":7})", R"({"id":9,"result":{}})", usage}, unknown, true},
+  };
+  for (const auto& each : cases) {
+    auto script = introduced();
+    for (const auto& message : each.messages) script.send(message);
+    run(script.hang());
+    await();
+    EXPECT_EQ(told(results_.back().models), each.models);
+    EXPECT_EQ(results_.back().usage.has_value(), each.hasUsage);
+  }
+}
+
+TEST_F(CodexDiscoveryRun, EndOfTheProcessIsTheEnd) {
+  run(introduced().send(models).line("exit 1"));
+  await();
+  EXPECT_EQ(results_.back().models.size(), 2U);
+  EXPECT_FALSE(results_.back().usage);
+  run(CodexAgentScript().line("exit 0"));
+  await();
+  EXPECT_EQ(told(results_.back().models), ownChoice + " default\n");
+}
+
+TEST_F(CodexDiscoveryRun, ProgramThatCannotBeStartedIsTheEnd) {
+  place_.executable = "/nowhere/codex";
+  run({});
+  await();
+  EXPECT_EQ(told(results_.back().models), ownChoice + " default\n");
+  EXPECT_FALSE(results_.back().usage);
+}
+
+TEST_F(CodexDiscoveryRun, SilenceEndsAfterEightSeconds) {
+  const std::string seen = folder_ / "project/seen";
+  const std::string program =
+      folder_.file("codex", "#!/bin/sh\nread line\necho x > seen\nwhile read line; do :; done\n");
+  std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+  place_.executable = program;
+  run({});
+  ASSERT_TRUE(main_.runUntil([&] {
+    main_.post([] {});
+    return std::filesystem::exists(seen);
+  }));
+  main_.advance(std::chrono::milliseconds(7999));
+  EXPECT_TRUE(results_.empty());
+  main_.advance(std::chrono::milliseconds(1));
+  await();
+  EXPECT_EQ(told(results_.back().models), ownChoice + " default\n");
+}
+
+}  // namespace
+}  // namespace vantrell

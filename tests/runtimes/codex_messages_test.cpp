@@ -1,0 +1,115 @@
+#include "runtimes/codex/codex_messages.h"
+
+#include <gtest/gtest.h>
+
+namespace vantrell {
+namespace {
+
+using enum GrokPermissionMode;
+using Kind = AgentRuntimeError::Kind;
+
+CodexConfiguration configuration(GrokPermissionMode mode) {
+  CodexConfiguration made;
+  made.workspacePath = "/w \"x\"";
+  made.permissionMode = mode;
+  return made;
+}
+
+TEST(CodexMessages, ThreadAndTurnSayWhatTheModeAllows) {
+  struct Case {
+    GrokPermissionMode mode;
+    std::string thread;
+    std::string turn;
+  };
+  const std::string inWorkspace =
+      R"({"type":"workspaceWrite","writableRoots":["/w \"x\""],"networkAccess":false})";
+  const Case cases[] = {
+      {ask,
+       R"("approvalPolicy":"on-request","approvalsReviewer":"user","sandbox":"workspace-write")",
+       R"("approvalPolicy":"on-request","approvalsReviewer":"user","sandboxPolicy":)" +
+           inWorkspace},
+      {auto_,
+       R"("approvalPolicy":"on-request","approvalsReviewer":"auto_review",)"
+       R"("sandbox":"workspace-write")",
+       R"("approvalPolicy":"on-request","approvalsReviewer":"auto_review","sandboxPolicy":)" +
+           inWorkspace},
+      {fullAccess,
+       R"("approvalPolicy":"never","approvalsReviewer":"user","sandbox":"danger-full-access")",
+       R"("approvalPolicy":"never","approvalsReviewer":"user",)"
+       R"("sandboxPolicy":{"type":"dangerFullAccess"})"},
+  };
+  for (const auto& [mode, thread, turn] : cases) {
+    const auto made = configuration(mode);
+    EXPECT_EQ(json::write(codex::threadStartParams(made)), R"({"cwd":"/w \"x\"",)" + thread + "}");
+    EXPECT_EQ(json::write(codex::threadResumeParams(made, "t")),
+              R"({"threadId":"t","cwd":"/w \"x\"",)" + thread + "}");
+    EXPECT_EQ(json::write(codex::turnStartParams(made, "t", "do\nit")),
+              R"({"threadId":"t","input":[{"type":"text","text":"do\nit"}],)" + turn + "}");
+  }
+}
+
+TEST(CodexMessages, ModelAndEffortAreNamedOnlyWhenChosen) {
+  auto made = configuration(ask);
+  made.model = "gpt-5.5";
+  made.effort = "high";
+  EXPECT_EQ(json::textOr(codex::threadStartParams(made), "model", ""), "gpt-5.5");
+  EXPECT_EQ(codex::threadStartParams(made).find("effort"), nullptr);
+  EXPECT_EQ(json::textOr(codex::threadResumeParams(made, "t"), "model", ""), "gpt-5.5");
+  const auto turn = codex::turnStartParams(made, "t", "x");
+  EXPECT_EQ(json::textOr(turn, "model", ""), "gpt-5.5");
+  EXPECT_EQ(json::textOr(turn, "effort", ""), "high");
+}
+
+TEST(CodexMessages, IntroductionAndInterruption) {
+  EXPECT_EQ(json::write(codex::initializeParams("1.2")),
+            R"({"clientInfo":{"name":"vantrell","title":"vantrell","version":"1.2"},)"
+            R"("capabilities":{"experimentalApi":true}})");
+  EXPECT_EQ(json::write(codex::turnInterruptParams("t", "u")), R"({"threadId":"t","turnId":"u"})");
+}
+
+TEST(CodexMessages, EachResetOfTheAllowanceHasAKeyOfItsOwn) {
+  const auto first = codex::consumeResetCreditParams();
+  const auto second = codex::consumeResetCreditParams();
+  EXPECT_EQ(json::textOr(first, "idempotencyKey", "").size(), 36U);
+  EXPECT_EQ(first.size(), 1U);
+  EXPECT_FALSE(first == second);
+}
+
+TEST(CodexMessages, FailuresAreClassifiedByTheirInfoAndElseByTheirWords) {
+  struct Case {
+    std::string error;
+    Kind kind;
+    std::string message;
+  };
+  const Case cases[] = {
+      {"{}", Kind::protocolError, "fallback"},
+      {R"({"message":"boom"})", Kind::protocolError, "boom"},
+      {R"({"error":{"message":"inner"}})", Kind::protocolError, "inner"},
+      {R"({"message":"outer","error":{"message":"inner"}})", Kind::protocolError, "outer"},
+      {R"({"message":7,"error":{"message":"inner"}})", Kind::protocolError, "inner"},
+      {R"({"message":"x","codexErrorInfo":"usageLimitExceeded"})", Kind::usageLimit, "x"},
+      {R"({"message":"x","error":{"codexErrorInfo":"usageLimitExceeded"}})", Kind::usageLimit, "x"},
+      {R"({"message":"You hit your Usage LIMIT."})", Kind::usageLimit, "You hit your Usage LIMIT."},
+      // The words of a limit count for more than a word about the account.
+      {R"({"message":"usage limit","codexErrorInfo":"unauthorized"})", Kind::usageLimit,
+       "usage limit"},
+      {R"({"message":"x","codexErrorInfo":"unauthorized"})", Kind::authentication, "x"},
+      {R"({"message":"401 Unauthorized"})", Kind::authentication, "401 Unauthorized"},
+      {R"({"message":"Please LOGIN"})", Kind::authentication, "Please LOGIN"},
+      {R"({"message":"rate limit and quota","codexErrorInfo":"rateLimitExceeded"})",
+       Kind::protocolError, "rate limit and quota"},
+      {R"({"message":"x","codexErrorInfo":{"usageLimitExceeded":{}}})", Kind::protocolError, "x"},
+      {R"({"message":"x","codexErrorInfo":{},"error":{"codexErrorInfo":"unauthorized"}})",
+       Kind::authentication, "x"},
+      {R"({"error":"text"})", Kind::protocolError, "fallback"},
+  };
+  for (const auto& [text, kind, message] : cases) {
+    const auto error = codex::runtimeError(*json::parseObject(text), "fallback");
+    EXPECT_EQ(error.provider, AgentProvider::codex);
+    EXPECT_EQ(error.kind, kind) << text;
+    EXPECT_EQ(error.message, message) << text;
+  }
+}
+
+}  // namespace
+}  // namespace vantrell

@@ -1,0 +1,76 @@
+// Writes scripts for the scripted agent that speak the dialect of "codex app-server". Like the real
+// one it leaves "jsonrpc" out of what it sends. The client's ids come back as ${id}.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+namespace vantrell::tests {
+
+class CodexAgentScript {
+ public:
+  CodexAgentScript& line(const std::string& command) {
+    text_ += command + "\n";
+    return *this;
+  }
+  CodexAgentScript& send(const std::string& message) { return line("send " + message); }
+  CodexAgentScript& expect(const std::string& part) { return line("expect " + part); }
+  CodexAgentScript& expectLine(const std::string& whole) { return line("expect-line " + whole); }
+  CodexAgentScript& hang() { return line("hang"); }
+  CodexAgentScript& result(const std::string& object) {
+    return send(R"({"id":${id},"result":)" + object + "}");
+  }
+  CodexAgentScript& error(const std::string& message) {
+    return send(R"({"error":{"code":-32600,"message":")" + message + R"("},"id":${id}})");
+  }
+  CodexAgentScript& notify(const std::string& method, const std::string& params) {
+    return send(R"({"method":")" + method + R"(","params":)" + params + "}");
+  }
+  CodexAgentScript& request(const std::string& id, const std::string& method,
+                            const std::string& params) {
+    return send(R"({"method":")" + method + R"(","id":)" + id + R"(,"params":)" + params + "}");
+  }
+
+  /// Answers "initialize" and leaves the first question for the allowance without an answer.
+  CodexAgentScript& initialize() {
+    return expect(R"("id":1,"method":"initialize")")
+        .result(R"({"userAgent":"codex"})")
+        .expectLine(R"({"jsonrpc":"2.0","method":"initialized"})")
+        .expectLine(R"({"jsonrpc":"2.0","id":2,"method":"account/rateLimits/read","params":{}})");
+  }
+  /// Up to the open thread "t1"; the next request of the client has the id 4.
+  CodexAgentScript& openThread() {
+    return initialize().expect(R"("id":3,"method":"thread/start")").result(thread("t1"));
+  }
+  CodexAgentScript& expectPrompt() { return expect(R"("method":"turn/start")"); }
+  CodexAgentScript& startTurn(const std::string& turn) {
+    return expectPrompt().result(R"({"turn":{"id":")" + turn + R"(","status":"inProgress"}})");
+  }
+  CodexAgentScript& say(const std::string& item, const std::string& text) {
+    return notify("item/agentMessage/delta",
+                  R"({"itemId":")" + item + R"(","delta":")" + text + R"("})");
+  }
+  /// Ends the turn; `rest` is more of its dictionary, with a comma in front.
+  CodexAgentScript& endTurn(const std::string& turn, const std::string& status = "completed",
+                            const std::string& rest = "") {
+    return notify("turn/completed",
+                  R"({"turn":{"id":")" + turn + R"(","status":")" + status + "\"" + rest + "}}");
+  }
+  CodexAgentScript& expectUsageRead() { return expect(R"("method":"account/rateLimits/read")"); }
+
+  static std::string thread(const std::string& id) {
+    return R"({"thread":{"id":")" + id + R"("}})";
+  }
+
+  const std::string& text() const { return text_; }
+
+  /// The program, which lies beside this one.
+  static std::string program() {
+    return std::filesystem::read_symlink("/proc/self/exe").parent_path() / "scripted_agent";
+  }
+
+ private:
+  std::string text_;
+};
+
+}  // namespace vantrell::tests
