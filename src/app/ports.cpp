@@ -7,6 +7,8 @@ EnginePorts neutralPorts() {
   EnginePorts ports;
 
   ports.providerForNextTurn = [](const auto&, const auto&) { return std::nullopt; };
+  ports.localRuntimeStatus = [] { return LocalRuntimeStatus::checking(); };
+  ports.isTaskletConfigured = [] { return false; };
   ports.routingReason = [](AgentProvider, const auto&) { return std::nullopt; };
   ports.nextAutomaticProvider = [](AgentProvider, const auto&, const auto&) {
     return std::nullopt;

@@ -54,8 +54,14 @@ VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, UserState sta
       store_(*state_.defaults, state_.folders.support),
       secrets_(state_.folders.secretStore(), main, pool_),
       runner_(std::make_shared<ProgramRunner>(main, pool_)),
-      connectors_(main, pool_, *state_.defaults,
-                  executableChoice(options.customExecutable, *state_.defaults)) {
+      services_(main, *state_.defaults, secrets_),
+      connectors_({.main = main,
+                   .pool = pool_,
+                   .defaults = *state_.defaults,
+                   .http = services_.http(),
+                   .webhook = services_.webhook(),
+                   .customExecutable =
+                       executableChoice(options.customExecutable, *state_.defaults)}) {
   if (options.practiceAgent) {
     connectors_.replace(practiceConnector(main_, pool_, *options.practiceAgent));
   }
@@ -64,6 +70,8 @@ VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, UserState sta
       runtimeMeans(runner_, executableChoice(options.customExecutable, *state_.defaults));
   if (options.desktop) ports.runtimes.desktop = std::move(options.desktop);
   ports.runtimes.refreshesAtStart = options.refreshesRuntimes;
+  ports.localRuntimeStatus = [this] { return services_.localRuntime().status(); };
+  ports.isTaskletConfigured = [this] { return services_.webhook()->isConfigured(); };
   model_ = std::make_unique<AppModel>(main_, *state_.defaults, store_, std::move(ports), &writer_);
   notice_ = std::move(state_.notice);
   if (const auto& met = store_.notice()) notice_ = notice_ ? *notice_ + " " + *met : *met;
@@ -90,7 +98,10 @@ std::optional<std::string> VantrellApp::setCustomExecutable(AgentProvider provid
 }
 
 bool VantrellApp::isAvailable(AgentProvider provider) const {
-  return connectors_.connector(provider).isAvailable({});
+  ProviderConnectorContext context;
+  context.localRuntimeStatus = services_.localRuntime().status();
+  context.taskletConfigured = services_.webhook()->isConfigured();
+  return connectors_.connector(provider).isAvailable(context);
 }
 
 }  // namespace vantrell

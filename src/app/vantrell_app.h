@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "app/provider_services.h"
 #include "app/user_state.h"
 #include "engine/app_model.h"
 #include "platform/dispatch.h"
@@ -57,7 +58,10 @@ class VantrellApp {
   /// or nothing.
   std::optional<std::string> setCustomExecutable(AgentProvider provider, const std::string& path);
 
-  /// Whether a client for this provider could be made now.
+  ProviderServices& services() { return services_; }
+  const ProviderServices& services() const { return services_; }
+  /// Whether a client for this provider could be made now, as far as services().prepare() has found
+  /// out.
   bool isAvailable(AgentProvider provider) const;
 
  private:
@@ -70,6 +74,7 @@ class VantrellApp {
   BackgroundPool writer_{1};  // a save waits for no other work
   SecretQueue secrets_;
   const std::shared_ptr<ProgramRunner> runner_;
+  ProviderServices services_;
   ProviderConnectorRegistry connectors_;
   std::unique_ptr<AppModel> model_;
   std::optional<std::string> notice_;

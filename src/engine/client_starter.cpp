@@ -65,6 +65,8 @@ std::shared_ptr<AgentClient> ClientStarter::makeClient(const Attempt& attempt,
   context.selectedModel = thread.modelID(attempt.provider);
   context.selectedEffort = thread.effort(attempt.provider);
   context.permissionMode = settings_.permissionMode();
+  context.localRuntimeStatus = ports_.localRuntimeStatus();
+  context.taskletConfigured = ports_.isTaskletConfigured();
   return ports_.connector(attempt.provider).makeClient(context);
 }
 

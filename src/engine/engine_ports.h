@@ -32,6 +32,9 @@ struct EnginePorts {
   /// The provider of a turn, `attempted` left out; absent when none can take it.
   std::function<std::optional<AgentProvider>(const std::set<AgentProvider>& attempted, const Key&)>
       providerForNextTurn;
+  /// What is known of the local model server, and whether a Tasklet webhook is stored.
+  std::function<LocalRuntimeStatus()> localRuntimeStatus;
+  std::function<bool()> isTaskletConfigured;
   /// Why that provider runs, for the run record.
   std::function<std::optional<std::string>(AgentProvider, const Key&)> routingReason;
   /// The provider to hand a task on to after an exhausted allowance; absent when nothing is left.

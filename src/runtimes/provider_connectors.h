@@ -1,5 +1,5 @@
-// The means of using a provider: whether it can be used now, and how a client of it is made.
-// Main queue.
+// The means of using a provider: whether it can be used now, how a client of it is made, and which
+// models it offers before its runtime has been asked. Main queue.
 #pragma once
 
 #include <functional>
@@ -7,23 +7,30 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/dispatch.h"
 #include "records/agent_provider.h"
 #include "records/task_modes.h"
+#include "runtimes/local/local_runtime.h"
+#include "runtimes/provider_options.h"
 
 namespace vantrell {
 
 class AgentClient;
+class HttpClient;
+class TaskletWebhook;
 class UserDefaults;
 
-/// What a connector is told about the conversation that wants a client.
+/// What a connector is told about the conversation that wants a client, and about the moment.
 struct ProviderConnectorContext {
   std::string workspacePath;
   std::string workspaceName;
   std::optional<std::string> selectedModel;
   std::optional<std::string> selectedEffort;
   GrokPermissionMode permissionMode = GrokPermissionMode::ask;
+  LocalRuntimeStatus localRuntimeStatus = LocalRuntimeStatus::checking();
+  bool taskletConfigured = false;
 };
 
 struct ProviderConnector {
@@ -32,17 +39,25 @@ struct ProviderConnector {
   std::function<bool(const ProviderConnectorContext&)> isAvailable;
   /// Null when no client can be made; the setup hint then tells what to do.
   std::function<std::shared_ptr<AgentClient>(const ProviderConnectorContext&)> makeClient;
+  std::function<std::vector<ProviderModelOption>(const ProviderConnectorContext&)> modelOptions;
   /// What to tell the user for a failure's words; unset: the provider's usual advice.
   std::function<std::string(const std::string& description)> advice;
 };
 
+/// What connectors work with. All references must outlive the registry and the clients.
+struct ConnectorMeans {
+  MainQueue& main;
+  BackgroundPool& pool;
+  const UserDefaults& defaults;
+  HttpClient& http;
+  std::shared_ptr<const TaskletWebhook> webhook;
+  /// The path that the user has set for a provider's program, or absent.
+  std::function<std::optional<std::string>(AgentProvider)> customExecutable;
+};
+
 class ProviderConnectorRegistry {
  public:
-  /// `customExecutable` gives the path that the user has set for a provider's program, or absent.
-  /// All references must outlive the registry.
-  ProviderConnectorRegistry(
-      MainQueue& main, BackgroundPool& pool, const UserDefaults& defaults,
-      std::function<std::optional<std::string>(AgentProvider)> customExecutable);
+  explicit ProviderConnectorRegistry(ConnectorMeans means);
 
   const ProviderConnector& connector(AgentProvider provider) const;
   /// Puts another connector in a provider's place, for this process.

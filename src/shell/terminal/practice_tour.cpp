@@ -37,7 +37,7 @@ constexpr std::string_view givenAnswers =
 constexpr std::string_view farewell =
     "\n"
     "That was a whole task: the › line was the prompt, ? was a question to you, ✓ a step done.\n"
-    "With a real agent installed (Kimi Code, OpenCode or the Grok CLI), go to a project and try\n"
+    "With a real agent installed (vantrell providers tells how), go to a project and try\n"
     "    vantrell run \"explain this project\"\n"
     "All options: vantrell run --help\n";
 

@@ -91,10 +91,11 @@ class Performance {
       if (!last) {
         return usageError(
             "Nobody has worked on this task yet. Say whose program --executable names with "
-            "--provider kimi, glm or grok.");
+            "--provider, as in --provider kimi.");
       }
       executableOwner_ = last;
     }
+    findOutAbout(plan_.arguments.provider ? plan_.arguments.provider : last);
     const auto provider = chooseProvider(app_, plan_, last);
     if (!provider) return std::unexpected(provider.error());
     const auto key = openTask(app_.model(), plan_, *provider);
@@ -124,6 +125,17 @@ class Performance {
   bool wasAbandoned = false;
 
  private:
+  /// A local model server is asked and a stored webhook read, where one of them is to do the task.
+  void findOutAbout(std::optional<AgentProvider> provider) {
+    if (!provider || plan_.practiceAgent) return;
+    bool isKnown = false;
+    app_.services().prepare(*provider, [this, &isKnown] {
+      isKnown = true;
+      loop_.quit();
+    });
+    if (!isKnown) loop_.run();
+  }
+
   void introduce(const ThreadExecutionKey& key, AgentProvider provider) {
     const auto folder = app_.model().tree.executionPath(key).value_or("");
     const auto label = ProviderRegistry::descriptor(provider).label;

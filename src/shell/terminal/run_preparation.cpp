@@ -67,10 +67,6 @@ std::expected<ChatAttachment, UsageError> attachmentFor(std::string_view given) 
 
 }  // namespace
 
-bool isRunnable(AgentProvider provider) {
-  return std::ranges::find(runnableProviders, provider) != std::end(runnableProviders);
-}
-
 std::string practiceAgentPath(const Environment& environment) {
   const auto named = environment.find(practiceVariable);
   if (named != environment.end() && !named->second.empty()) return absolute(named->second);
@@ -80,12 +76,6 @@ std::string practiceAgentPath(const Environment& environment) {
 std::expected<RunPlan, UsageError> prepareRun(RunArguments arguments,
                                               const Environment& environment) {
   RunPlan plan;
-  if (arguments.provider && !isRunnable(*arguments.provider)) {
-    return usageError(
-        fmt::format("This version cannot run {} yet. Use --provider kimi, glm or grok, or "
-                    "try --practice.",
-                    rawText(*arguments.provider)));
-  }
   plan.folder = absolute(arguments.project.value_or("."));
   if (!arguments.task && !files::isFolder(plan.folder)) {
     return usageError(

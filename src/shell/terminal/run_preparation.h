@@ -25,10 +25,11 @@ struct RunPlan {
 std::expected<RunPlan, UsageError> prepareRun(RunArguments arguments,
                                               const Environment& environment);
 
-/// The providers that this version can run, in the order in which it tries them.
-inline constexpr AgentProvider runnableProviders[] = {AgentProvider::kimi, AgentProvider::glm,
-                                                      AgentProvider::grok};
-bool isRunnable(AgentProvider provider);
+/// The providers whose program does the work, in the order in which one is looked for when none is
+/// named.
+inline constexpr AgentProvider agentsToTry[] = {AgentProvider::grok, AgentProvider::codex,
+                                                AgentProvider::kimi, AgentProvider::glm,
+                                                AgentProvider::claude};
 
 /// The practice agent beside this program, or where the environment says.
 std::string practiceAgentPath(const Environment& environment);

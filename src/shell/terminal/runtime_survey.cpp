@@ -136,10 +136,8 @@ NextStep RuntimeSurvey::nextStep(AgentProvider provider) const {
   }
   auto step = signInStep(provider, known);
   if (step.kind == NextStep::Kind::logIn) return step;
-  if (!isRunnable(provider)) {
-    step.words += " (\"vantrell run\" of this version cannot use it yet)";
-  } else if (provider == AgentProvider::glm &&
-             !OpenCodeLocator::isPlanModel(OpenCodeLocator::configuredModel(*defaults_))) {
+  if (provider == AgentProvider::glm &&
+      !OpenCodeLocator::isPlanModel(OpenCodeLocator::configuredModel(*defaults_))) {
     return {NextStep::Kind::setUp, "", hint};
   }
   return step;

@@ -96,11 +96,8 @@ std::string footOf(const ChatThread& thread, const TerminalStyle& style) {
     foot += fmt::format("{} {}\n", style.yellow("draft:"), onOneLine(*thread.draftText));
   }
   if (terminal::isTerminal(STDOUT_FILENO)) {
-    // What this version cannot run as a local model was the practice agent.
-    const bool isPractice =
-        thread.lastProvider == AgentProvider::local && !isRunnable(AgentProvider::local);
-    foot += style.dim(asTyped(fmt::format("To go on: vantrell run {}--task {} \"...\"",
-                                          isPractice ? "--practice " : "", shortID(thread.id)))) +
+    foot += style.dim(asTyped(
+                fmt::format("To go on: vantrell run --task {} \"...\"", shortID(thread.id)))) +
             "\n";
   }
   return foot.empty() ? foot : "\n" + foot;

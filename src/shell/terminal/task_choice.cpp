@@ -15,6 +15,22 @@ bool isUntouched(const ChatThread& thread) {
          (thread.title == newTaskTitle || thread.title == newChatTitle);
 }
 
+/// Why a provider cannot be used now, and what helps.
+std::string whatToDoFor(const VantrellApp& app, AgentProvider provider) {
+  const auto label = ProviderRegistry::descriptor(provider).label;
+  const auto hint = ProviderRegistry::setupHint(provider);
+  if (provider == AgentProvider::tasklet) return fmt::format("{} is not set up. {}", label, hint);
+  if (provider == AgentProvider::local) {
+    const auto status = app.services().localRuntime().status();
+    return fmt::format("{} cannot be used: {} {} If it was the practice agent: --practice.", label,
+                       status.reason() ? *status.reason() : "the harness is missing.", hint);
+  }
+  return fmt::format(
+      "{} is not installed. {} Or say where its program is with --executable, or try vantrell run "
+      "--practice \"SAY:hello\".",
+      label, hint);
+}
+
 }  // namespace
 
 std::expected<AgentProvider, UsageError> chooseProvider(const VantrellApp& app, const RunPlan& plan,
@@ -23,25 +39,15 @@ std::expected<AgentProvider, UsageError> chooseProvider(const VantrellApp& app, 
   const auto& named = plan.arguments.provider;
   const auto wanted = named ? named : last;
   if (wanted) {
-    if (!isRunnable(*wanted)) {
-      return usageError(
-          fmt::format("This task was last worked on by {}, which this version cannot run "
-                      "yet. Go on with --provider kimi, glm or grok, or with --practice if "
-                      "it was the practice agent.",
-                      rawText(*wanted)));
-    }
     if (app.isAvailable(*wanted)) return *wanted;
-    return usageError(fmt::format(
-        "{} is not installed. {} Or say where its program is with --executable, "
-        "or try vantrell run --practice \"SAY:hello\".",
-        ProviderRegistry::descriptor(*wanted).label, ProviderRegistry::setupHint(*wanted)));
+    return usageError(whatToDoFor(app, *wanted));
   }
-  for (const auto provider : runnableProviders) {
+  for (const auto provider : agentsToTry) {
     if (app.isAvailable(provider)) return provider;
   }
   return usageError(
-      "No runtime is installed that this version can run. Install one of Kimi Code, OpenCode (for "
-      "GLM) or the Grok CLI, or try vantrell run --practice \"SAY:hello\".");
+      "No agent is installed. \"vantrell providers\" tells how to get one; or try vantrell run "
+      "--practice \"SAY:hello\".");
 }
 
 std::expected<ThreadExecutionKey, UsageError> openTask(AppModel& model, const RunPlan& plan,

@@ -20,7 +20,7 @@ int welcome(const Environment& environment) {
                   style.bold("Vantrell")));
   const RuntimeSurvey survey;
   bool foundOne = false;
-  for (const auto provider : runnableProviders) {
+  for (const auto provider : agentsToTry) {
     const auto label = ProviderRegistry::descriptor(provider).label;
     const auto program = survey.findAtOnce(provider);
     foundOne = foundOne || program;

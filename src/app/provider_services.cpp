@@ -1,0 +1,59 @@
+#include "app/provider_services.h"
+
+#include "platform/secret_queue.h"
+
+namespace vantrell {
+
+namespace {
+
+/// The one secret of Tasklet, with errors as sentences.
+TaskletSecret taskletSecret(SecretQueue& secrets) {
+  const std::string service(TaskletConfiguration::secretService);
+  const std::string account(TaskletConfiguration::secretAccount);
+  const auto told = [](auto result) {
+    return std::move(result).transform_error(
+        [](const SecretError& error) { return error.description; });
+  };
+  return {.read =
+              [&secrets, service, account, told](auto answer) {
+                secrets.read(service, account, [told, answer = std::move(answer)](auto result) mutable {
+                  answer(told(std::move(result)));
+                });
+              },
+          .write =
+              [&secrets, service, account, told](std::string value, auto answer) {
+                secrets.write(service, account, std::move(value),
+                              [told, answer = std::move(answer)](auto result) mutable {
+                                answer(told(std::move(result)));
+                              });
+              },
+          .remove =
+              [&secrets, service, account, told](auto answer) {
+                secrets.remove(service, account,
+                               [told, answer = std::move(answer)](auto result) mutable {
+                                 answer(told(std::move(result)));
+                               });
+              }};
+}
+
+}  // namespace
+
+ProviderServices::ProviderServices(MainQueue& main, const UserDefaults& defaults,
+                                   SecretQueue& secrets)
+    : http_(main),
+      detector_(LocalRuntimeDetector::make(defaults, http_)),
+      webhook_(TaskletWebhook::make(taskletSecret(secrets))) {}
+
+void ProviderServices::prepare(AgentProvider provider, std::function<void()> ready) {
+  if (provider == AgentProvider::tasklet) return webhook_->load(std::move(ready));
+  if (provider != AgentProvider::local || !detector_->status().isChecking()) return ready();
+  detector_->onChange = [this, ready = std::move(ready)] {
+    if (detector_->status().isChecking()) return;
+    const auto done = std::move(ready);
+    detector_->onChange = nullptr;
+    done();
+  };
+  detector_->refresh();
+}
+
+}  // namespace vantrell

@@ -1,0 +1,37 @@
+// What the connectors of providers stand on beside programs: HTTP, the detected local runtime, the
+// webhook in the secret store. Main queue.
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include "platform/http_client.h"
+#include "records/agent_provider.h"
+#include "runtimes/local/local_runtime_detector.h"
+#include "runtimes/tasklet/tasklet_webhook.h"
+
+namespace vantrell {
+
+class SecretQueue;
+class UserDefaults;
+
+class ProviderServices {
+ public:
+  /// What is given must outlive it.
+  ProviderServices(MainQueue& main, const UserDefaults& defaults, SecretQueue& secrets);
+
+  HttpClient& http() { return http_; }
+  LocalRuntimeDetector& localRuntime() const { return *detector_; }
+  const std::shared_ptr<TaskletWebhook>& webhook() const { return webhook_; }
+
+  /// Finds out what must be known before the provider can be used: whether a model server answers,
+  /// which webhook is stored. Replies on the main queue, at once where there is nothing to ask.
+  void prepare(AgentProvider provider, std::function<void()> ready);
+
+ private:
+  HttpClient http_;
+  const std::shared_ptr<LocalRuntimeDetector> detector_;
+  const std::shared_ptr<TaskletWebhook> webhook_;
+};
+
+}  // namespace vantrell
