@@ -10,9 +10,13 @@ namespace {
 TaskletSecret taskletSecret(SecretQueue& secrets) {
   const std::string service(TaskletConfiguration::secretService);
   const std::string account(TaskletConfiguration::secretAccount);
-  const auto told = [](auto result) {
-    return std::move(result).transform_error(
-        [](const SecretError& error) { return error.description; });
+  const auto told = []<typename T>(SecretStore::Result<T> result) -> std::expected<T, std::string> {
+    if (!result) return std::unexpected(std::move(result.error().description));
+    if constexpr (std::is_void_v<T>) {
+      return {};
+    } else {
+      return *std::move(result);
+    }
   };
   return {.read =
               [&secrets, service, account, told](auto answer) {
