@@ -1,5 +1,6 @@
 #include "platform/http_client.h"
 
+#include <condition_variable>
 #include <curl/curl.h>
 #include <fmt/format.h>
 #include <map>
@@ -8,6 +9,7 @@
 #include <stdlib.h>
 #include <thread>
 
+#include "platform/dynamic_library.h"
 #include "platform/http_exchange.h"
 #include "platform/text.h"
 #include "platform/timer_table.h"
@@ -21,9 +23,21 @@ Duration uptime() {
   return std::chrono::steady_clock::now().time_since_epoch();
 }
 
-void initializeLibrary() {
+/// What is called here; http_exchange.cpp has the functions of one request.
+struct Library : DynamicLibrary {
+  using DynamicLibrary::DynamicLibrary;
+  // clang-format off
+  VANTRELL_FUNCTION(curl_global_init) VANTRELL_FUNCTION(curl_multi_add_handle)
+  VANTRELL_FUNCTION(curl_multi_cleanup) VANTRELL_FUNCTION(curl_multi_info_read)
+  VANTRELL_FUNCTION(curl_multi_init) VANTRELL_FUNCTION(curl_multi_perform)
+  VANTRELL_FUNCTION(curl_multi_poll) VANTRELL_FUNCTION(curl_multi_remove_handle)
+  VANTRELL_FUNCTION(curl_multi_wakeup)
+  // clang-format on
+};
+
+void initialize(const Library& library) {
   // Never undone: it is allowed once, while no other thread uses the library.
-  static const CURLcode once = curl_global_init(CURL_GLOBAL_DEFAULT);
+  static const CURLcode once = library.curl_global_init(CURL_GLOBAL_DEFAULT);
   (void)once;
 }
 
@@ -77,11 +91,11 @@ struct HttpClient::Impl : std::enable_shared_from_this<Impl> {
   Impl(MainQueue& queue, Options options)
       : main(queue),
         settings{std::move(options.extraAuthorities), hostsWithoutProxy()},
-        timers(uptime, [](Duration) {}) {
-    initializeLibrary();
-    multi = curl_multi_init();
+        libraryName(std::move(options.library)),
+        timers(uptime, [](Duration) {}) {}
+  ~Impl() {
+    if (multi) curl->curl_multi_cleanup(multi);
   }
-  ~Impl() { curl_multi_cleanup(multi); }
 
   void startThread() {
     // Signals are the main thread's, and a write to a closed connection is then only an error.
@@ -95,11 +109,17 @@ struct HttpClient::Impl : std::enable_shared_from_this<Impl> {
 
   /// Any thread.
   void post(Work work) {
+    CURLM* waiting = nullptr;
     {
       const std::lock_guard lock(mutex);
       posted.push_back(std::move(work));
+      waiting = multi;
     }
-    curl_multi_wakeup(multi);
+    if (waiting) {
+      curl->curl_multi_wakeup(waiting);
+    } else {
+      hasPosted.notify_one();
+    }
   }
 
   void end() {
@@ -110,15 +130,34 @@ struct HttpClient::Impl : std::enable_shared_from_this<Impl> {
   // The client's thread from here on.
 
   void run() {
+    loadLibrary();
     while (!isEnding) {
       runPosted();
+      if (!multi) {
+        std::unique_lock lock(mutex);
+        hasPosted.wait(lock, [this] { return isEnding || !posted.empty(); });
+        continue;
+      }
       int running = 0;
-      curl_multi_perform(multi, &running);
+      curl->curl_multi_perform(multi, &running);
       takeFinished();
       for (auto due = timers.next(); due && *due <= uptime(); due = timers.next()) timers.fire();
-      if (!isEnding) curl_multi_poll(multi, nullptr, 0, millisecondsToNextTimer(), nullptr);
+      if (!isEnding) curl->curl_multi_poll(multi, nullptr, 0, millisecondsToNextTimer(), nullptr);
     }
     while (!exchanges.empty()) cancel(exchanges.begin()->first);
+  }
+
+  /// Here, since reading some twenty files would hold up the main queue. Without the library this
+  /// thread answers every request with what is wrong.
+  void loadLibrary() {
+    curl.emplace(libraryName);
+    problem = curl->isComplete() ? HttpExchange::libraryProblem() : curl->problem();
+    if (!problem.empty()) return;
+    initialize(*curl);
+    CURLM* const made = curl->curl_multi_init();
+    if (!made) problem = "libcurl did not start";
+    const std::lock_guard lock(mutex);
+    multi = made;
   }
 
   void runPosted() {
@@ -139,6 +178,14 @@ struct HttpClient::Impl : std::enable_shared_from_this<Impl> {
   }
 
   void add(std::uint64_t id, HttpRequest request, std::shared_ptr<HttpLink> link) {
+    if (!multi) {
+      HttpLink::complete(link, std::unexpected(HttpError{
+                                   HttpError::Kind::noLibrary,
+                                   fmt::format("HTTP requests need the library libcurl, which "
+                                               "cannot be used: {}.",
+                                               problem)}));
+      return;
+    }
     auto exchange = std::make_unique<HttpExchange>(std::move(request), std::move(link), settings);
     auto& added = *exchange;
     exchanges.emplace(id, std::move(exchange));
@@ -147,7 +194,7 @@ struct HttpClient::Impl : std::enable_shared_from_this<Impl> {
       take(id)->finishOverdue();  // a finished request has no timers
     });
     armIdleTimer(id, added);
-    curl_multi_add_handle(multi, added.handle());
+    curl->curl_multi_add_handle(multi, added.handle());
   }
 
   void armIdleTimer(std::uint64_t id, HttpExchange& exchange) {
@@ -170,7 +217,7 @@ struct HttpClient::Impl : std::enable_shared_from_this<Impl> {
 
   void takeFinished() {
     int left = 0;
-    while (const CURLMsg* message = curl_multi_info_read(multi, &left)) {
+    while (const CURLMsg* message = curl->curl_multi_info_read(multi, &left)) {
       if (message->msg != CURLMSG_DONE) continue;
       const CURLcode code = message->data.result;  // the message goes with the handle
       take(ids.at(message->easy_handle))->finish(code);
@@ -182,7 +229,7 @@ struct HttpClient::Impl : std::enable_shared_from_this<Impl> {
     const auto found = exchanges.find(id);
     if (found == exchanges.end()) return nullptr;
     auto exchange = std::move(found->second);
-    curl_multi_remove_handle(multi, exchange->handle());
+    curl->curl_multi_remove_handle(multi, exchange->handle());
     ids.erase(exchange->handle());
     exchanges.erase(found);
     return exchange;
@@ -203,10 +250,14 @@ struct HttpClient::Impl : std::enable_shared_from_this<Impl> {
   const HttpSettings settings;
   std::uint64_t lastID = 0;  // main queue
 
-  CURLM* multi;
+  const std::string libraryName;
+  std::optional<Library> curl;
+  std::string problem;  // of the library
   std::mutex mutex;
+  std::condition_variable hasPosted;  // only without a multi handle, which has a way of its own
   std::vector<Work> posted;
-  TimerTable timers;  // before the exchanges, which hold timers of it
+  CURLM* multi = nullptr;  // made by the client's thread, which alone reads it without the mutex
+  TimerTable timers;       // before the exchanges, which hold timers of it
   std::map<std::uint64_t, std::unique_ptr<HttpExchange>> exchanges;
   std::map<void*, std::uint64_t> ids;  // by libcurl's handle
   bool isEnding = false;

@@ -45,7 +45,8 @@ struct HttpError {
     badAnswer,       // not HTTP, or a redirect to what may not be followed
     tooLarge,
     timedOut,
-    cancelled
+    cancelled,
+    noLibrary  // libcurl is not installed, or too old
   };
   Kind kind = Kind::connectionLost;
   /// A sentence for people. It names host and port at most: paths may be secrets.
@@ -94,6 +95,8 @@ class HttpClient {
   struct Options {
     /// Certificates (PEM) that are trusted beside the system's.
     std::string extraAuthorities;
+    /// Loaded at the first request, since linked it would take longer than the rest of a start.
+    std::string library = "libcurl.so.4";
   };
   explicit HttpClient(MainQueue& main);
   HttpClient(MainQueue& main, Options options);

@@ -4,6 +4,7 @@
 #include <curl/curl.h>
 #include <fmt/format.h>
 
+#include "platform/dynamic_library.h"
 #include "platform/text.h"
 #include "platform/url.h"
 
@@ -14,6 +15,22 @@ namespace {
 /// Of all header lines of one answer; far above what servers send.
 constexpr std::size_t longestHead = std::size_t{256} << 10;
 constexpr long mostRedirects = 10;
+
+/// The functions of one request; http_client.cpp has the rest of libcurl.
+struct Library : DynamicLibrary {
+  Library() : DynamicLibrary("libcurl.so.4") {}
+  // clang-format off
+  VANTRELL_FUNCTION(curl_easy_cleanup) VANTRELL_FUNCTION(curl_easy_getinfo)
+  VANTRELL_FUNCTION(curl_easy_init) VANTRELL_FUNCTION(curl_easy_pause)
+  VANTRELL_FUNCTION(curl_easy_setopt) VANTRELL_FUNCTION(curl_easy_strerror)
+  VANTRELL_FUNCTION(curl_slist_append) VANTRELL_FUNCTION(curl_slist_free_all)
+  // clang-format on
+};
+
+const Library& library() {
+  static const Library loaded;
+  return loaded;
+}
 
 static_assert(sizeof(curl_off_t) == sizeof(std::int64_t));
 
@@ -52,15 +69,19 @@ HttpError::Kind kindOf(CURLcode code) {
 
 struct HttpExchange::HeaderList {
   curl_slist* first = nullptr;
-  void add(const std::string& line) { first = curl_slist_append(first, line.c_str()); }
-  ~HeaderList() { curl_slist_free_all(first); }
+  void add(const std::string& line) { first = library().curl_slist_append(first, line.c_str()); }
+  ~HeaderList() { library().curl_slist_free_all(first); }
 };
+
+const std::string& HttpExchange::libraryProblem() {
+  return library().problem();
+}
 
 HttpExchange::HttpExchange(HttpRequest request, std::shared_ptr<HttpLink> link,
                            const HttpSettings& settings)
     : request_(std::move(request)),
       link_(std::move(link)),
-      easy_(curl_easy_init()),
+      easy_(library().curl_easy_init()),
       headers_(std::make_unique<HeaderList>()),
       lastActivity_(uptime()) {
   static_assert(std::tuple_size_v<decltype(words_)> >= CURL_ERROR_SIZE);
@@ -68,12 +89,12 @@ HttpExchange::HttpExchange(HttpRequest request, std::shared_ptr<HttpLink> link,
 }
 
 HttpExchange::~HttpExchange() {
-  curl_easy_cleanup(easy_);
+  library().curl_easy_cleanup(easy_);
 }
 
 void HttpExchange::configure(const HttpSettings& settings) {
   const auto set = [this](CURLoption option, auto value) {
-    curl_easy_setopt(easy_, option, value);
+    library().curl_easy_setopt(easy_, option, value);
   };
   set(CURLOPT_PRIVATE, static_cast<void*>(this));
   set(CURLOPT_ERRORBUFFER, words_.data());
@@ -110,15 +131,15 @@ void HttpExchange::configureMethod() {
   const auto& method = request_.method;
   const bool hasBody = !request_.body.empty() || method == "POST";
   if (hasBody) {
-    curl_easy_setopt(easy_, CURLOPT_POST, 1L);
-    curl_easy_setopt(easy_, CURLOPT_POSTFIELDS, request_.body.data());
-    curl_easy_setopt(easy_, CURLOPT_POSTFIELDSIZE_LARGE,
-                     static_cast<curl_off_t>(request_.body.size()));
+    library().curl_easy_setopt(easy_, CURLOPT_POST, 1L);
+    library().curl_easy_setopt(easy_, CURLOPT_POSTFIELDS, request_.body.data());
+    library().curl_easy_setopt(easy_, CURLOPT_POSTFIELDSIZE_LARGE,
+                               static_cast<curl_off_t>(request_.body.size()));
   }
   if (method == "HEAD") {
-    curl_easy_setopt(easy_, CURLOPT_NOBODY, 1L);
+    library().curl_easy_setopt(easy_, CURLOPT_NOBODY, 1L);
   } else if (method != (hasBody ? "POST" : "GET")) {
-    curl_easy_setopt(easy_, CURLOPT_CUSTOMREQUEST, method.c_str());
+    library().curl_easy_setopt(easy_, CURLOPT_CUSTOMREQUEST, method.c_str());
   }
   bool hasType = false;
   for (const auto& [name, value] : request_.headers) {
@@ -129,7 +150,7 @@ void HttpExchange::configureMethod() {
   // What libcurl would add of its own: the type of a form, and a second of waiting before a body.
   if (hasBody && !hasType) headers_->add("Content-Type:");
   headers_->add("Expect:");
-  curl_easy_setopt(easy_, CURLOPT_HTTPHEADER, headers_->first);
+  library().curl_easy_setopt(easy_, CURLOPT_HTTPHEADER, headers_->first);
 }
 
 std::size_t HttpExchange::onHeaderLine(char* bytes, std::size_t size, std::size_t count,
@@ -177,7 +198,7 @@ std::size_t HttpExchange::takeHeaderLine(std::string_view line) {
 
 void HttpExchange::headIsComplete() {
   long status = 0;
-  curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &status);
+  library().curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &status);
   response_.status = static_cast<int>(status);
   const bool isInterim = status < 200;
   const bool isFollowed = request_.redirects == HttpRequest::Redirects::follow && status >= 300 &&
@@ -219,12 +240,12 @@ std::size_t HttpExchange::takeBody(std::string_view bytes) {
 void HttpExchange::resume() {
   if (!std::exchange(isPaused_, false)) return;
   lastActivity_ = uptime();
-  curl_easy_pause(easy_, CURLPAUSE_CONT);
+  library().curl_easy_pause(easy_, CURLPAUSE_CONT);
 }
 
 std::string HttpExchange::server() const {
   const char* last = nullptr;
-  curl_easy_getinfo(easy_, CURLINFO_EFFECTIVE_URL, &last);
+  library().curl_easy_getinfo(easy_, CURLINFO_EFFECTIVE_URL, &last);
   auto url = Url::parse(last ? last : "");
   if (!url) url = Url::parse(request_.url);
   return url->hostAndPort();
@@ -234,14 +255,14 @@ HttpError HttpExchange::errorOf(int number) const {
   if (failure_) return *failure_;
   const auto code = static_cast<CURLcode>(number);
   const auto kind = kindOf(code);
-  const std::string words = words_[0] != '\0' ? words_.data() : curl_easy_strerror(code);
+  const std::string words = words_[0] != '\0' ? words_.data() : library().curl_easy_strerror(code);
   const auto sentence = [&]() -> std::string {
     switch (kind) {
       using enum HttpError::Kind;
       case cannotFindHost: return fmt::format("No server named {} was found.", server());
       case cannotConnect: {
         long systemError = 0;
-        curl_easy_getinfo(easy_, CURLINFO_OS_ERRNO, &systemError);
+        library().curl_easy_getinfo(easy_, CURLINFO_OS_ERRNO, &systemError);
         return fmt::format("Could not connect to {}: {}.", server(),
                            systemError == 0 ? words : std::strerror(static_cast<int>(systemError)));
       }

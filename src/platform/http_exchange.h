@@ -54,6 +54,9 @@ struct HttpLink {
 
 class HttpExchange {
  public:
+  /// Loads libcurl. Unless it is empty there must be no exchange.
+  static const std::string& libraryProblem();
+
   HttpExchange(HttpRequest request, std::shared_ptr<HttpLink> link, const HttpSettings& settings);
   ~HttpExchange();
   HttpExchange(const HttpExchange&) = delete;

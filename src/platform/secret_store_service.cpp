@@ -1,12 +1,12 @@
 // The Secret Service of the session, through libsecret. Its calls that wait for an answer run a
 // loop of their own, so they need no loop of ours; a second thread cancels them when time is up.
 #include <condition_variable>
-#include <dlfcn.h>
 #include <fmt/format.h>
 #include <libsecret/secret.h>
 #include <mutex>
 #include <thread>
 
+#include "platform/dynamic_library.h"
 #include "platform/secret_service_words.h"
 #include "platform/secret_store.h"
 
@@ -26,45 +26,27 @@ namespace {
 
 using Kind = SecretError::Kind;
 
-/// Everything that is called of libsecret and what it stands on, found by name at the first use.
-struct Library {
+/// Everything that is called of libsecret and what it stands on.
+struct Library : DynamicLibrary {
+  Library() : DynamicLibrary("libsecret-1.so.0") {}
   // clang-format off
-#define VANTRELL_SYMBOLS(each)                                                                     \
-  each(g_cancellable_cancel) each(g_cancellable_new) each(g_dbus_connection_new_for_address_sync)  \
-  each(g_dbus_error_quark) each(g_error_free) each(g_hash_table_insert) each(g_hash_table_new)     \
-  each(g_hash_table_unref) each(g_initable_new) each(g_io_error_quark) each(g_list_append)         \
-  each(g_list_free) each(g_object_set) each(g_object_unref) each(g_str_equal) each(g_str_hash)     \
-  each(g_type_class_peek) each(g_type_register_static_simple)                                      \
-  each(secret_collection_for_alias_sync) each(secret_collection_get_locked)                        \
-  each(secret_error_get_quark) each(secret_item_delete_sync) each(secret_item_get_locked)          \
-  each(secret_item_get_secret) each(secret_item_load_secret_sync)                                  \
-  each(secret_item_set_secret_sync) each(secret_service_get_type) each(secret_service_search_sync) \
-  each(secret_service_store_sync) each(secret_service_unlock_sync) each(secret_value_get)          \
-  each(secret_value_new) each(secret_value_unref)
-#define VANTRELL_DECLARE(name) decltype(&::name) name = nullptr;
-  VANTRELL_SYMBOLS(VANTRELL_DECLARE)
-
-  Library() {
-    // Never closed: its types and threads stay.
-    void* const handle = dlopen("libsecret-1.so.0", RTLD_NOW | RTLD_LOCAL);
-    isComplete = handle != nullptr;
-    if (!handle) return;
-#define VANTRELL_FIND(name) find(handle, #name, name);
-    VANTRELL_SYMBOLS(VANTRELL_FIND)
-#undef VANTRELL_FIND
-#undef VANTRELL_DECLARE
-#undef VANTRELL_SYMBOLS
-  }
+  VANTRELL_FUNCTION(g_cancellable_cancel) VANTRELL_FUNCTION(g_cancellable_new)
+  VANTRELL_FUNCTION(g_dbus_connection_new_for_address_sync) VANTRELL_FUNCTION(g_dbus_error_quark)
+  VANTRELL_FUNCTION(g_error_free) VANTRELL_FUNCTION(g_hash_table_insert)
+  VANTRELL_FUNCTION(g_hash_table_new) VANTRELL_FUNCTION(g_hash_table_unref)
+  VANTRELL_FUNCTION(g_initable_new) VANTRELL_FUNCTION(g_io_error_quark)
+  VANTRELL_FUNCTION(g_list_append) VANTRELL_FUNCTION(g_list_free) VANTRELL_FUNCTION(g_object_set)
+  VANTRELL_FUNCTION(g_object_unref) VANTRELL_FUNCTION(g_str_equal) VANTRELL_FUNCTION(g_str_hash)
+  VANTRELL_FUNCTION(g_type_class_peek) VANTRELL_FUNCTION(g_type_register_static_simple)
+  VANTRELL_FUNCTION(secret_collection_for_alias_sync)
+  VANTRELL_FUNCTION(secret_collection_get_locked) VANTRELL_FUNCTION(secret_error_get_quark)
+  VANTRELL_FUNCTION(secret_item_delete_sync) VANTRELL_FUNCTION(secret_item_get_locked)
+  VANTRELL_FUNCTION(secret_item_get_secret) VANTRELL_FUNCTION(secret_item_load_secret_sync)
+  VANTRELL_FUNCTION(secret_item_set_secret_sync) VANTRELL_FUNCTION(secret_service_get_type)
+  VANTRELL_FUNCTION(secret_service_search_sync) VANTRELL_FUNCTION(secret_service_store_sync)
+  VANTRELL_FUNCTION(secret_service_unlock_sync) VANTRELL_FUNCTION(secret_value_get)
+  VANTRELL_FUNCTION(secret_value_new) VANTRELL_FUNCTION(secret_value_unref)
   // clang-format on
-
-  bool isComplete = false;
-
- private:
-  template <typename Function>
-  void find(void* handle, const char* name, Function& function) {
-    function = reinterpret_cast<Function>(dlsym(handle, name));
-    if (!function) isComplete = false;
-  }
 };
 
 const Library& library() {
@@ -446,7 +428,7 @@ class ServiceSecrets final : public SecretStore {
   static Result<std::unique_ptr<Operation>> begin(std::chrono::milliseconds limit) {
     const auto address = sessionBusAddress();
     if (!address) return failure(SecretError::Kind::missing, limit, "there is no session bus");
-    if (!library().isComplete) {
+    if (!library().isComplete()) {
       return failure(SecretError::Kind::missing, limit, "the library libsecret is not installed");
     }
     auto operation = std::make_unique<Operation>(limit);

@@ -240,5 +240,23 @@ TEST_F(HttpFlow, HoldsTheServerBackWhileNobodyTakesTheBody) {
   EXPECT_EQ(received, size);
 }
 
+TEST_F(HttpFlow, SaysSoWhenTheLibraryIsNotThere) {
+  int requests = 0;
+  const HttpServer server(HttpServer::answering([&](auto& connection, const auto&) {
+    ++requests;
+    connection.answer(200, "");
+  }));
+  const auto expectSentence = [](const HttpResult& result) {
+    ASSERT_FALSE(result);
+    EXPECT_EQ(result.error().kind, Kind::noLibrary);
+    EXPECT_THAT(result.error().description, testing::StartsWith("HTTP requests need the library"));
+    EXPECT_THAT(result.error().description, testing::HasSubstr("libvantrell-none.so"));
+  };
+  HttpClient client(loop_, {.library = "libvantrell-none.so"});
+  expectSentence(send(client, {.url = server.url("/")}));
+  expectSentence(send(client, {.url = server.url("/again")}));
+  EXPECT_EQ(requests, 0);
+}
+
 }  // namespace
 }  // namespace vantrell::tests
