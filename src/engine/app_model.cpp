@@ -32,6 +32,7 @@ void AppModel::startUp() {
   tree.load();
   tree.settleRunsLeftOpen();
   selection.restore(tree.workspaces());
+  operations.settleSelection();
   executions.publishExecution(selection.key());
   settings.load();
   ports_.loadTaskletAndImagine();

@@ -26,7 +26,7 @@ struct Change {
     executionPublished,  // connection state, open question, error, log
     threadChanged,       // title, queue, choices
     workspacesChanged,   // threads or workspaces came, went or moved
-    selectionChanged,
+    selectionChanged,    // with `entryID`: bring that one into view
     settingsChanged,
     modelOptionsChanged,  // what a provider offers
     saveFailed,           // `text` says why

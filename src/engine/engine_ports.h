@@ -71,7 +71,7 @@ struct EnginePorts {
   std::function<void(const Key&)> runNextQueuedPrompt;
   std::function<void(std::string_view kind, std::string_view message, const Key&)>
       sendRemoteTaskEvent;
-  /// Sends paired clients the state anew.
+  /// Sends paired clients the state anew, when remote control is on.
   std::function<void()> updateRemoteSnapshot;
 
   // The media generator, whose questions are shown in the same place.

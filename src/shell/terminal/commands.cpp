@@ -11,7 +11,8 @@ namespace vantrell::shell {
 namespace {
 
 constexpr const Command* table[] = {
-    &runCommand,
+    &runCommand,  &tasksCommand, &showCommand,    &searchCommand, &newCommand,      &renameCommand,
+    &moveCommand, &pinCommand,   &archiveCommand, &deleteCommand, &projectsCommand,
 };
 
 bool asksForHelp(std::string_view argument) {
