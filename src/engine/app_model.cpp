@@ -10,6 +10,7 @@ AppModel::AppModel(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore&
       tree(main, store, changes, writer),
       selection(defaults),
       executions(main, selection, changes),
+      runtimes(std::make_shared<RuntimeDesk>(changes, ports_.runtimes)),
       intake(main, tree, executions, changes),
       approvals(main, settings, tree, selection, executions, ports_),
       operations(main, tree, selection, executions, ports_),
@@ -19,6 +20,12 @@ AppModel::AppModel(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore&
       driver(std::make_shared<TaskDriver>(main, settings, tree, selection, executions, *starter,
                                           failures, ports_)) {
   approvals.stopTask = [this] { driver->stopWorking(); };
+  runtimes->showError = [this](std::string text) { executions.showError(std::move(text)); };
+  runtimes->selectedProject = [this]() -> std::optional<std::string> {
+    const auto id = selection.workspaceID();
+    const Workspace* workspace = id ? tree.workspace(*id) : nullptr;
+    return workspace ? std::optional(workspace->path) : std::nullopt;
+  };
   startUp();
 }
 
@@ -39,6 +46,7 @@ void AppModel::startUp() {
   ports_.loadOrchestration();
   ports_.loadProjectContext();
   ports_.configureRemoteHost();
+  if (ports_.runtimes.refreshesAtStart) runtimes->refreshAll();
   ports_.refreshRuntimes();
   ports_.refreshGitSnapshot();
   ports_.configureExternalSessionImport();

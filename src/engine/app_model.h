@@ -10,6 +10,7 @@
 #include "engine/engine_ports.h"
 #include "engine/execution_table.h"
 #include "engine/operations.h"
+#include "engine/runtime_desk.h"
 #include "engine/selection.h"
 #include "engine/session_intake.h"
 #include "engine/settings.h"
@@ -45,6 +46,7 @@ class AppModel {
   WorkspaceTree tree;
   Selection selection;
   ExecutionTable executions;
+  const std::shared_ptr<RuntimeDesk> runtimes;
   SessionIntake intake;
   Approvals approvals;
   Operations operations;

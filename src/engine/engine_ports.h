@@ -9,6 +9,7 @@
 #include <set>
 #include <string>
 
+#include "engine/runtime_desk.h"
 #include "records/chat_thread.h"
 #include "runtimes/agent_error.h"
 #include "runtimes/provider_connectors.h"
@@ -45,6 +46,9 @@ struct EnginePorts {
   std::function<void(AgentProvider)> allowanceExhausted;
   /// A client of this provider could not be made or started: a usage reset that waited for it ends.
   std::function<void(AgentProvider)> startFailed;
+
+  /// What the desk of the runtimes' programs works with.
+  RuntimeMeans runtimes;
 
   // The project.
 
@@ -91,6 +95,7 @@ struct EnginePorts {
   std::function<void()> loadTaskletAndImagine;
   std::function<void()> loadOrchestration;
   std::function<void()> configureRemoteHost;
+  /// What there is to ask beside the runtimes' programs (a local server, the session controls).
   std::function<void()> refreshRuntimes;
   std::function<void()> configureExternalSessionImport;
   std::function<void()> configureAutomationScheduler;

@@ -8,6 +8,7 @@
 
 #include "platform/process.h"
 #include "platform/text.h"
+#include "runtimes/locators.h"
 #include "support/environment.h"
 #include "support/temporary_folder.h"
 

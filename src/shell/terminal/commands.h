@@ -11,6 +11,8 @@
 namespace vantrell::shell {
 
 extern const Command runCommand;
+extern const Command providersCommand;
+extern const Command loginCommand;
 extern const Command tasksCommand;
 extern const Command showCommand;
 extern const Command searchCommand;
@@ -21,6 +23,7 @@ extern const Command pinCommand;
 extern const Command archiveCommand;
 extern const Command deleteCommand;
 extern const Command projectsCommand;
+extern const Command settingsCommand;
 
 std::span<const Command* const> allCommands();
 
