@@ -149,6 +149,8 @@ TEST_F(BillingGuarantee, TerminalsThatARuntimeOpensAreTheUsersOwn) {
   // They belong to the project, not to the runtime: a test suite may need a key.
   tests::ACPAgentScript script;
   script.openSession()
+      .expect("session/set_config_option")
+      .result("{}")
       .request(71, "terminal/create",
                R"({"sessionId":"s1","command":"/bin/sh","args":["-c","/usr/bin/env -0 > )" +
                    (home_ / "programs/kimi.seen.terminal") + R"("]})")
@@ -162,10 +164,15 @@ TEST_F(BillingGuarantee, TerminalsThatARuntimeOpensAreTheUsersOwn) {
       {.workspacePath = home_.folder("project"), .workspaceName = "project"});
   ASSERT_TRUE(client);
   bool hasEnded = false;
-  client->onUnexpectedTermination = [&](const std::string&) { hasEnded = true; };
+  std::string ending;
+  client->onUnexpectedTermination = [&](const std::string& text) {
+    ending = text;
+    hasEnded = true;
+  };
   client->start(std::nullopt, [](const auto&) {});
   EXPECT_TRUE(main_.runUntil([&] { return hasEnded; }));
   const auto terminal = environmentIn(home_ / "programs/kimi.seen.terminal");
+  ASSERT_FALSE(terminal.empty()) << ending;
   std::filesystem::remove(home_ / "programs/kimi.seen.terminal");
   for (const auto& name : keys_) EXPECT_TRUE(terminal.contains(name)) << name;
   EXPECT_TRUE(terminal.contains("PATH") && terminal.at("PATH").starts_with(home_ / ".grok/bin:"));
