@@ -4,7 +4,6 @@
 
 #include "app/ports.h"
 #include "app/runtime_means.h"
-#include "app/state_folders.h"
 #include "records/application.h"
 #include "runtimes/acp/acp_client.h"
 #include "runtimes/locators.h"
@@ -44,32 +43,30 @@ ProviderConnector practiceConnector(MainQueue& main, BackgroundPool& pool, std::
 
 std::expected<std::unique_ptr<VantrellApp>, std::string> VantrellApp::start(
     MainQueue& main, VantrellOptions options) {
-  auto folders = StateFolders::make(options.supportFolder, options.configFolder);
-  if (!folders) return std::unexpected(std::move(folders.error()));
-  auto lock = lockState(*folders);
-  if (!lock) return std::unexpected(std::move(lock.error()));
-  auto defaults = UserDefaults::open(folders->settingsFile());
-  if (!defaults) return std::unexpected(std::move(defaults.error()));
-  return std::unique_ptr<VantrellApp>(new VantrellApp(main, std::move(options), std::move(*lock),
-                                                      std::move(*defaults), folders->support));
+  auto state = UserState::open({options.supportFolder, options.configFolder}, main.now());
+  if (!state) return std::unexpected(std::move(state.error()));
+  return std::unique_ptr<VantrellApp>(new VantrellApp(main, std::move(options), std::move(*state)));
 }
 
-VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, files::LockFile lock,
-                         std::unique_ptr<UserDefaults> defaults, std::string supportFolder)
+VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, UserState state)
     : main_(main),
-      lock_(std::move(lock)),
-      defaults_(std::move(defaults)),
-      store_(*defaults_, std::move(supportFolder)),
+      state_(std::move(state)),
+      store_(*state_.defaults, state_.folders.support),
+      secrets_(state_.folders.secretStore(), main, pool_),
       runner_(std::make_shared<ProgramRunner>(main, pool_)),
-      connectors_(main, pool_, *defaults_, executableChoice(options.customExecutable, *defaults_)) {
+      connectors_(main, pool_, *state_.defaults,
+                  executableChoice(options.customExecutable, *state_.defaults)) {
   if (options.practiceAgent) {
     connectors_.replace(practiceConnector(main_, pool_, *options.practiceAgent));
   }
   EnginePorts ports = enginePorts(connectors_, frontDoorProvider);
-  ports.runtimes = runtimeMeans(runner_, executableChoice(options.customExecutable, *defaults_));
+  ports.runtimes =
+      runtimeMeans(runner_, executableChoice(options.customExecutable, *state_.defaults));
   if (options.desktop) ports.runtimes.desktop = std::move(options.desktop);
   ports.runtimes.refreshesAtStart = options.refreshesRuntimes;
-  model_ = std::make_unique<AppModel>(main_, *defaults_, store_, std::move(ports), &writer_);
+  model_ = std::make_unique<AppModel>(main_, *state_.defaults, store_, std::move(ports), &writer_);
+  notice_ = std::move(state_.notice);
+  if (const auto& met = store_.notice()) notice_ = notice_ ? *notice_ + " " + *met : *met;
 }
 
 // The model first: it ends the clients, which need all the rest.
@@ -78,9 +75,7 @@ VantrellApp::~VantrellApp() {
 }
 
 std::unique_ptr<UserDefaults> VantrellApp::defaultsForReading() {
-  const StateFolders folders{.support = files::standardized(applicationName, files::dataFolder()),
-                             .config = files::standardized(applicationName, files::configFolder())};
-  const std::string path = folders.settingsFile();
+  const std::string path = UserFolders{}.orOwn().defaultsPath();
   if (!files::exists(path)) return UserDefaults::inMemory();
   auto opened = UserDefaults::open(path);
   return opened ? std::move(*opened) : UserDefaults::inMemory();
@@ -89,8 +84,9 @@ std::unique_ptr<UserDefaults> VantrellApp::defaultsForReading() {
 std::optional<std::string> VantrellApp::setCustomExecutable(AgentProvider provider,
                                                             const std::string& path) {
   const auto key = customPathKey(provider);
-  const bool isStored = path.empty() ? defaults_->remove(key) : defaults_->setText(key, path);
-  return isStored ? std::nullopt : std::optional(defaults_->lastError());
+  const bool isStored =
+      path.empty() ? state_.defaults->remove(key) : state_.defaults->setText(key, path);
+  return isStored ? std::nullopt : std::optional(state_.defaults->lastError());
 }
 
 bool VantrellApp::isAvailable(AgentProvider provider) const {

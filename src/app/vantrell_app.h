@@ -8,11 +8,11 @@
 #include <optional>
 #include <string>
 
+#include "app/user_state.h"
 #include "engine/app_model.h"
 #include "platform/dispatch.h"
-#include "platform/files.h"
 #include "platform/program_runner.h"
-#include "platform/user_defaults.h"
+#include "platform/secret_queue.h"
 #include "records/workspace_store.h"
 #include "runtimes/provider_connectors.h"
 
@@ -45,8 +45,10 @@ class VantrellApp {
 
   AppModel& model() { return *model_; }
   ProviderConnectorRegistry& connectors() { return connectors_; }
+  /// The user's keyring, or the files in its place; chosen at the first use.
+  SecretQueue& secrets() { return secrets_; }
   /// Something that the user should know about the start, or absent.
-  const std::optional<std::string>& notice() const { return store_.notice(); }
+  const std::optional<std::string>& notice() const { return notice_; }
 
   /// The provider that takes every turn: the one that the front door names.
   std::optional<AgentProvider> frontDoorProvider;
@@ -59,18 +61,18 @@ class VantrellApp {
   bool isAvailable(AgentProvider provider) const;
 
  private:
-  VantrellApp(MainQueue& main, VantrellOptions options, files::LockFile lock,
-              std::unique_ptr<UserDefaults> defaults, std::string supportFolder);
+  VantrellApp(MainQueue& main, VantrellOptions options, UserState state);
 
   MainQueue& main_;
-  files::LockFile lock_;
-  std::unique_ptr<UserDefaults> defaults_;
+  UserState state_;
   WorkspaceStore store_;
   BackgroundPool pool_;
   BackgroundPool writer_{1};  // a save waits for no other work
+  SecretQueue secrets_;
   const std::shared_ptr<ProgramRunner> runner_;
   ProviderConnectorRegistry connectors_;
   std::unique_ptr<AppModel> model_;
+  std::optional<std::string> notice_;
 };
 
 }  // namespace vantrell

@@ -23,6 +23,7 @@ extern const Command pinCommand;
 extern const Command archiveCommand;
 extern const Command deleteCommand;
 extern const Command projectsCommand;
+extern const Command settingsCommand;
 
 std::span<const Command* const> allCommands();
 

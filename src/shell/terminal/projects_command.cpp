@@ -167,9 +167,15 @@ struct Action {
 };
 constexpr Action actions[] = {{"remove", remove}, {"pin", pin}, {"archive", archive}};
 
+/// A view of the arguments' own word.
+std::string_view actionOf(const CommandArguments& arguments) {
+  if (arguments.words.empty()) return "list";
+  return arguments.words.front();
+}
+
 std::optional<std::string> whatIsWrong(const CommandArguments& arguments) {
   static constexpr std::string_view known[] = {"list", "add", "remove", "pin", "archive"};
-  const std::string_view action = arguments.words.empty() ? "list" : arguments.words.front();
+  const std::string_view action = actionOf(arguments);
   if (std::ranges::find(known, action) == std::end(known)) {
     return fmt::format(
         "There is no \"projects {}\".{} \"vantrell projects --help\" lists what there is.",
@@ -190,7 +196,7 @@ std::optional<std::string> whatIsWrong(const CommandArguments& arguments) {
 
 int projects(const CommandArguments& arguments, const Environment& environment) {
   if (auto wrong = whatIsWrong(arguments)) return refuse({*std::move(wrong)});
-  const std::string_view action = arguments.words.empty() ? "list" : arguments.words.front();
+  const std::string_view action = actionOf(arguments);
   if (action == "list") return list(arguments, environment);
   if (action == "add") return add(arguments);
   const Change change = std::ranges::find(actions, action, &Action::name)->change;

@@ -5,7 +5,7 @@
 #include <iostream>
 #include <iterator>
 
-#include "app/state_folders.h"
+#include "app/user_state.h"
 #include "platform/run_loop.h"
 #include "platform/user_defaults.h"
 #include "records/workspace_store.h"
@@ -37,9 +37,9 @@ std::expected<std::string, std::string> readDocument(const std::string& file) {
 }  // namespace
 
 int exportConversations(const VantrellOptions& options, const std::optional<std::string>& file) {
-  const auto folders = StateFolders::make(options.supportFolder, options.configFolder);
+  const auto folders = UserFolders{options.supportFolder, options.configFolder}.made();
   if (!folders) return failed(folders.error());
-  const auto defaults = UserDefaults::open(folders->settingsFile());
+  const auto defaults = UserDefaults::open(folders->defaultsPath());
   if (!defaults) return failed(defaults.error());
   const auto exported = WorkspaceStore(**defaults, folders->support).exportDocument();
   if (!exported) {
@@ -61,14 +61,12 @@ int exportConversations(const VantrellOptions& options, const std::optional<std:
 int importConversations(const VantrellOptions& options, const std::string& file) {
   const auto document = readDocument(file);
   if (!document) return failed(fmt::format("{}. Nothing was changed.", document.error()));
-  const auto folders = StateFolders::make(options.supportFolder, options.configFolder);
-  if (!folders) return failed(folders.error());
-  const auto lock = lockState(*folders);
-  if (!lock) return failed(lock.error());
-  const auto defaults = UserDefaults::open(folders->settingsFile());
-  if (!defaults) return failed(defaults.error());
-  WorkspaceStore store(**defaults, folders->support);
-  const auto imported = store.importDocument(*document, RunLoop().now());
+  const Date now = RunLoop().now();
+  const auto state = UserState::open({options.supportFolder, options.configFolder}, now);
+  if (!state) return failed(state.error());
+  if (state->notice) complain(*state->notice);
+  WorkspaceStore store(*state->defaults, state->folders.support);
+  const auto imported = store.importDocument(*document, now);
   if (store.notice()) complain(*store.notice());
   if (!imported) return failed(fmt::format("{}. Nothing was imported.", imported.error()));
   tell(fmt::format("{} in {} imported. The conversations of before are in \"{}\".\n",
