@@ -53,10 +53,6 @@ class VantrellApp {
   /// The provider that takes every turn: the one that the front door names.
   std::optional<AgentProvider> frontDoorProvider;
 
-  /// Stores where a provider's program lies; empty forgets it. Answers why it could not be stored,
-  /// or nothing.
-  std::optional<std::string> setCustomExecutable(AgentProvider provider, const std::string& path);
-
   /// Whether a client for this provider could be made now.
   bool isAvailable(AgentProvider provider) const;
 
