@@ -2,8 +2,8 @@
 #include <vector>
 
 #include "app/ports.h"
+#include "bench_folder.h"
 #include "engine/app_model.h"
-#include "platform/files.h"
 #include "platform/manual_main_queue.h"
 #include "platform/user_defaults.h"
 #include "ratio.h"
@@ -17,7 +17,7 @@ class Conversation {
  public:
   explicit Conversation(int entries)
       : defaults_(UserDefaults::inMemory()),
-        store_(*defaults_, files::temporaryFolder()),
+        store_(*defaults_, folder_.path()),
         model_(main_, *defaults_, store_, neutralPorts()),
         key_(*model_.selection.key()) {
     model_.executions.execution(key_);
@@ -46,6 +46,7 @@ class Conversation {
   }
   void chunk(const std::string& id) { model_.intake.handle(made(id), key_); }
 
+  bench::Folder folder_;
   ManualMainQueue main_;
   std::unique_ptr<UserDefaults> defaults_;
   WorkspaceStore store_;

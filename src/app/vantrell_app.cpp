@@ -3,9 +3,10 @@
 #include <fmt/format.h>
 
 #include "app/ports.h"
+#include "app/runtime_means.h"
 #include "records/application.h"
 #include "runtimes/acp/acp_client.h"
-#include "runtimes/runtime_locator.h"
+#include "runtimes/locators.h"
 
 namespace vantrell {
 
@@ -41,55 +42,42 @@ ProviderConnector practiceConnector(MainQueue& main, BackgroundPool& pool, std::
 
 std::expected<std::unique_ptr<VantrellApp>, std::string> VantrellApp::start(
     MainQueue& main, VantrellOptions options) {
-  const std::string support = options.supportFolder.empty()
-                                  ? files::standardized(applicationName, files::dataFolder())
-                                  : options.supportFolder;
-  const std::string config = options.configFolder.empty()
-                                 ? files::standardized(applicationName, files::configFolder())
-                                 : options.configFolder;
-  for (const auto& folder : {support, config}) {
-    if (const auto made = files::createOwnerOnlyFolder(folder); !made) {
-      return std::unexpected(fmt::format(
-          "Vantrell cannot keep its state: {}. Make the folder writable, or name another one with "
-          "XDG_DATA_HOME and XDG_CONFIG_HOME.",
-          made.error().description));
-    }
-  }
-  auto lock = files::LockFile::acquire(support + "/lock");
-  if (!lock) {
-    if (lock.error().error) return std::unexpected(lock.error().error->description);
-    const auto holder = lock.error().holder;
-    return std::unexpected(fmt::format(
-        "Vantrell is already running{}. Nothing was changed; use that one, or end it first.",
-        holder ? fmt::format(" (process {})", *holder) : ""));
-  }
-  auto defaults = UserDefaults::open(config + "/defaults.sqlite");
-  if (!defaults) return std::unexpected(std::move(defaults.error()));
-  return std::unique_ptr<VantrellApp>(
-      new VantrellApp(main, std::move(options), std::move(*lock), std::move(*defaults), support));
+  auto state = UserState::open({options.supportFolder, options.configFolder}, main.now());
+  if (!state) return std::unexpected(std::move(state.error()));
+  return std::unique_ptr<VantrellApp>(new VantrellApp(main, std::move(options), std::move(*state)));
 }
 
-VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, files::LockFile lock,
-                         std::unique_ptr<UserDefaults> defaults, std::string supportFolder)
+VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, UserState state)
     : main_(main),
-      lock_(std::move(lock)),
-      defaults_(std::move(defaults)),
-      store_(*defaults_, std::move(supportFolder)),
-      connectors_(
-          main, pool_,
-          options.customExecutable
-              ? std::move(options.customExecutable)
-              : [](AgentProvider) -> std::optional<std::string> { return std::nullopt; }) {
+      state_(std::move(state)),
+      store_(*state_.defaults, state_.folders.support),
+      secrets_(state_.folders.secretStore(), main, pool_),
+      runner_(std::make_shared<ProgramRunner>(main, pool_)),
+      connectors_(main, pool_, *state_.defaults,
+                  executableChoice(options.customExecutable, *state_.defaults)) {
   if (options.practiceAgent) {
     connectors_.replace(practiceConnector(main_, pool_, *options.practiceAgent));
   }
-  model_ = std::make_unique<AppModel>(main_, *defaults_, store_,
-                                      enginePorts(connectors_, frontDoorProvider));
+  EnginePorts ports = enginePorts(connectors_, frontDoorProvider);
+  ports.runtimes =
+      runtimeMeans(runner_, executableChoice(options.customExecutable, *state_.defaults));
+  if (options.desktop) ports.runtimes.desktop = std::move(options.desktop);
+  ports.runtimes.refreshesAtStart = options.refreshesRuntimes;
+  model_ = std::make_unique<AppModel>(main_, *state_.defaults, store_, std::move(ports), &writer_);
+  notice_ = std::move(state_.notice);
+  if (const auto& met = store_.notice()) notice_ = notice_ ? *notice_ + " " + *met : *met;
 }
 
 // The model first: it ends the clients, which need all the rest.
 VantrellApp::~VantrellApp() {
   model_.reset();
+}
+
+std::unique_ptr<UserDefaults> VantrellApp::defaultsForReading() {
+  const std::string path = UserFolders{}.orOwn().defaultsPath();
+  if (!files::exists(path)) return UserDefaults::inMemory();
+  auto opened = UserDefaults::open(path);
+  return opened ? std::move(*opened) : UserDefaults::inMemory();
 }
 
 bool VantrellApp::isAvailable(AgentProvider provider) const {

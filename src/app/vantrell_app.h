@@ -8,18 +8,24 @@
 #include <optional>
 #include <string>
 
+#include "app/user_state.h"
 #include "engine/app_model.h"
 #include "platform/dispatch.h"
-#include "platform/files.h"
-#include "platform/user_defaults.h"
+#include "platform/program_runner.h"
+#include "platform/secret_queue.h"
 #include "records/workspace_store.h"
 #include "runtimes/provider_connectors.h"
 
 namespace vantrell {
 
 struct VantrellOptions {
-  /// Path of a provider's program for this process, from the front door.
+  /// Path of a provider's program for this process, from the front door; where it is absent, the
+  /// path that the user has stored counts.
   std::function<std::optional<std::string>(AgentProvider)> customExecutable;
+  /// Whether the start asks every runtime about itself, for a front door that shows the answers.
+  bool refreshesRuntimes = false;
+  /// The clipboard and the terminal of the front door; null: those of the session.
+  std::shared_ptr<Desktop> desktop;
   /// Path of the practice agent, which then stands in for local models in this process.
   std::optional<std::string> practiceAgent;
   /// Folders; empty ones are the user's own.
@@ -33,11 +39,16 @@ class VantrellApp {
   static std::expected<std::unique_ptr<VantrellApp>, std::string> start(MainQueue& main,
                                                                         VantrellOptions options);
   ~VantrellApp();
+  /// The user's settings for a command that only looks: it needs no lock, and creates nothing. None
+  /// are there when they cannot be read.
+  static std::unique_ptr<UserDefaults> defaultsForReading();
 
   AppModel& model() { return *model_; }
   ProviderConnectorRegistry& connectors() { return connectors_; }
+  /// The user's keyring, or the files in its place; chosen at the first use.
+  SecretQueue& secrets() { return secrets_; }
   /// Something that the user should know about the start, or absent.
-  const std::optional<std::string>& notice() const { return store_.notice(); }
+  const std::optional<std::string>& notice() const { return notice_; }
 
   /// The provider that takes every turn: the one that the front door names.
   std::optional<AgentProvider> frontDoorProvider;
@@ -46,16 +57,18 @@ class VantrellApp {
   bool isAvailable(AgentProvider provider) const;
 
  private:
-  VantrellApp(MainQueue& main, VantrellOptions options, files::LockFile lock,
-              std::unique_ptr<UserDefaults> defaults, std::string supportFolder);
+  VantrellApp(MainQueue& main, VantrellOptions options, UserState state);
 
   MainQueue& main_;
-  files::LockFile lock_;
-  std::unique_ptr<UserDefaults> defaults_;
+  UserState state_;
   WorkspaceStore store_;
   BackgroundPool pool_;
+  BackgroundPool writer_{1};  // a save waits for no other work
+  SecretQueue secrets_;
+  const std::shared_ptr<ProgramRunner> runner_;
   ProviderConnectorRegistry connectors_;
   std::unique_ptr<AppModel> model_;
+  std::optional<std::string> notice_;
 };
 
 }  // namespace vantrell

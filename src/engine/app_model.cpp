@@ -3,13 +3,14 @@
 namespace vantrell {
 
 AppModel::AppModel(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore& store,
-                   EnginePorts ports)
+                   EnginePorts ports, Executor* writer)
     : main(mainQueue),
       ports_(std::move(ports)),
       settings(defaults, changes),
-      tree(main, store, changes),
+      tree(main, store, changes, writer),
       selection(defaults),
       executions(main, selection, changes),
+      runtimes(std::make_shared<RuntimeDesk>(changes, ports_.runtimes)),
       intake(main, tree, executions, changes),
       approvals(main, settings, tree, selection, executions, ports_),
       operations(main, tree, selection, executions, ports_),
@@ -19,6 +20,12 @@ AppModel::AppModel(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore&
       driver(std::make_shared<TaskDriver>(main, settings, tree, selection, executions, *starter,
                                           failures, ports_)) {
   approvals.stopTask = [this] { driver->stopWorking(); };
+  runtimes->showError = [this](std::string text) { executions.showError(std::move(text)); };
+  runtimes->selectedProject = [this]() -> std::optional<std::string> {
+    const auto id = selection.workspaceID();
+    const Workspace* workspace = id ? tree.workspace(*id) : nullptr;
+    return workspace ? std::optional(workspace->path) : std::nullopt;
+  };
   startUp();
 }
 
@@ -32,12 +39,14 @@ void AppModel::startUp() {
   tree.load();
   tree.settleRunsLeftOpen();
   selection.restore(tree.workspaces());
+  operations.settleSelection();
   executions.publishExecution(selection.key());
   settings.load();
   ports_.loadTaskletAndImagine();
   ports_.loadOrchestration();
   ports_.loadProjectContext();
   ports_.configureRemoteHost();
+  if (ports_.runtimes.refreshesAtStart) runtimes->refreshAll();
   ports_.refreshRuntimes();
   ports_.refreshGitSnapshot();
   ports_.configureExternalSessionImport();
@@ -49,6 +58,8 @@ void AppModel::startUp() {
 
 void AppModel::endAllWork() {
   executions.removeAll();
+  tree.save();
+  tree.flush();
 }
 
 }  // namespace vantrell

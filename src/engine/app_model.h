@@ -10,6 +10,7 @@
 #include "engine/engine_ports.h"
 #include "engine/execution_table.h"
 #include "engine/operations.h"
+#include "engine/runtime_desk.h"
 #include "engine/selection.h"
 #include "engine/session_intake.h"
 #include "engine/settings.h"
@@ -21,14 +22,17 @@ namespace vantrell {
 
 class AppModel {
  public:
-  /// Everything given must outlive the model. Making it performs the whole start-up.
-  AppModel(MainQueue& main, UserDefaults& defaults, WorkspaceStore& store, EnginePorts ports);
+  /// Everything given must outlive the model. Making it performs the whole start-up. Conversations
+  /// are written on `writer`; without one, on the main queue.
+  AppModel(MainQueue& main, UserDefaults& defaults, WorkspaceStore& store, EnginePorts ports,
+           Executor* writer = nullptr);
   /// endAllWork().
   ~AppModel();
   AppModel(const AppModel&) = delete;
   AppModel& operator=(const AppModel&) = delete;
 
-  /// Ends every client. What the transcripts were before an unfinished replay, they are again.
+  /// Ends every client. What the transcripts were before an unfinished replay, they are again. All
+  /// of it is on the disk when this returns; a failure to save is announced as always.
   void endAllWork();
 
   MainQueue& main;
@@ -42,6 +46,7 @@ class AppModel {
   WorkspaceTree tree;
   Selection selection;
   ExecutionTable executions;
+  const std::shared_ptr<RuntimeDesk> runtimes;
   SessionIntake intake;
   Approvals approvals;
   Operations operations;

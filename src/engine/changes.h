@@ -26,10 +26,12 @@ struct Change {
     executionPublished,  // connection state, open question, error, log
     threadChanged,       // title, queue, choices
     workspacesChanged,   // threads or workspaces came, went or moved
-    selectionChanged,
+    selectionChanged,    // with `entryID`: bring that one into view
     settingsChanged,
     modelOptionsChanged,  // what a provider offers
+    runtimesChanged,      // what is installed, a log-in
     saveFailed,           // `text` says why
+    noticeRaised,         // `text` is for the user: stored conversations are damaged
   };
 
   Kind kind;

@@ -9,6 +9,7 @@
 #include <set>
 #include <string>
 
+#include "engine/runtime_desk.h"
 #include "records/chat_thread.h"
 #include "runtimes/agent_error.h"
 #include "runtimes/provider_connectors.h"
@@ -46,6 +47,9 @@ struct EnginePorts {
   /// A client of this provider could not be made or started: a usage reset that waited for it ends.
   std::function<void(AgentProvider)> startFailed;
 
+  /// What the desk of the runtimes' programs works with.
+  RuntimeMeans runtimes;
+
   // The project.
 
   std::function<void(const Key&, std::string label, WorkspaceCheckpointKind, Done)>
@@ -71,7 +75,7 @@ struct EnginePorts {
   std::function<void(const Key&)> runNextQueuedPrompt;
   std::function<void(std::string_view kind, std::string_view message, const Key&)>
       sendRemoteTaskEvent;
-  /// Sends paired clients the state anew.
+  /// Sends paired clients the state anew, when remote control is on.
   std::function<void()> updateRemoteSnapshot;
 
   // The media generator, whose questions are shown in the same place.
@@ -91,6 +95,7 @@ struct EnginePorts {
   std::function<void()> loadTaskletAndImagine;
   std::function<void()> loadOrchestration;
   std::function<void()> configureRemoteHost;
+  /// What there is to ask beside the runtimes' programs (a local server, the session controls).
   std::function<void()> refreshRuntimes;
   std::function<void()> configureExternalSessionImport;
   std::function<void()> configureAutomationScheduler;

@@ -76,11 +76,13 @@ void ExecutionTable::captureMirroredExecution() {
   static_cast<ExecutionFace&>(*runtime) = std::move(face);
 }
 
-void ExecutionTable::selectExecution(std::optional<Uuid> workspaceID,
-                                     std::optional<Uuid> threadID) {
-  selection_.select(workspaceID, threadID);
+void ExecutionTable::selectExecution(std::optional<Uuid> workspaceID, std::optional<Uuid> threadID,
+                                     std::optional<std::string> entryID) {
+  selection_.select(workspaceID, threadID, std::move(entryID));
   publishExecution(selection_.key());
-  changes_.announce({.kind = Change::Kind::selectionChanged, .conversation = selection_.key()});
+  const std::string entry = selection_.entryID().value_or("");
+  changes_.announce(
+      {.kind = Change::Kind::selectionChanged, .conversation = selection_.key(), .entryID = entry});
 }
 
 void ExecutionTable::resetConnection() {

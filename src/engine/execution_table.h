@@ -42,8 +42,10 @@ class ExecutionTable {
   /// Writes the mirror back to the runtime that it shows. A question of the media generator stays
   /// out.
   void captureMirroredExecution();
-  /// Selects, stores the selection and publishes it.
-  void selectExecution(std::optional<Uuid> workspaceID, std::optional<Uuid> threadID);
+  /// Selects, stores the selection and publishes it. Observers hear of the entry, where one is to
+  /// be brought into view.
+  void selectExecution(std::optional<Uuid> workspaceID, std::optional<Uuid> threadID,
+                       std::optional<std::string> entryID = std::nullopt);
   /// Stops the selected conversation's client and forgets its live state, so that the next turn
   /// starts a new client under the present settings.
   void resetConnection();

@@ -12,11 +12,6 @@ Operations::Operations(MainQueue& main, WorkspaceTree& tree, Selection& selectio
 
 namespace {
 
-std::optional<Uuid> firstThread(const Workspace& workspace) {
-  if (workspace.threads.empty()) return std::nullopt;
-  return workspace.threads.front().id;
-}
-
 bool hasActiveRun(const ChatThread& thread) {
   const RunRecord* run = thread.latestRun();
   return run && isActive(run->status);
@@ -34,16 +29,43 @@ ChatThread Operations::replacementFor(const Uuid& workspaceID) const {
                           main_.now());
 }
 
-void Operations::show(std::optional<Uuid> workspaceID, std::optional<Uuid> threadID) {
-  executions_.selectExecution(workspaceID, threadID);
+Uuid Operations::visibleThread(const Uuid& workspaceID) {
+  const auto& threads = tree_.workspace(workspaceID)->threads;
+  const auto visible = std::ranges::find(threads, false, &ChatThread::isArchived);
+  if (visible != threads.end()) return visible->id;
+  ChatThread fresh = replacementFor(workspaceID);
+  const Uuid id = fresh.id;
+  tree_.addThread(std::move(fresh), workspaceID);
+  tree_.save();
+  return id;
+}
+
+void Operations::fillIfSelected(const Uuid& workspaceID) {
+  if (selection_.workspaceID() == workspaceID) visibleThread(workspaceID);
+}
+
+void Operations::show(const Uuid& workspaceID, const Uuid& threadID,
+                      std::optional<std::string> entryID) {
+  visibleThread(workspaceID);  // the one to show may be an archived one
+  executions_.selectExecution(workspaceID, threadID, std::move(entryID));
   ports_.loadProjectContext();
   ports_.refreshGitSnapshot();
+}
+
+void Operations::showInItsSection(const ThreadExecutionKey& key,
+                                  std::optional<std::string> entryID) {
+  selection_.section = isGeneral(key.workspaceID) ? AppSection::chat : AppSection::build;
+  show(key.workspaceID, key.threadID, std::move(entryID));
 }
 
 void Operations::addAndSelect(ChatThread thread, const Uuid& workspaceID) {
   const Uuid id = thread.id;
   tree_.addThread(std::move(thread), workspaceID);
-  executions_.selectExecution(workspaceID, id);
+  if (selection_.workspaceID() == workspaceID) {
+    executions_.selectExecution(workspaceID, id);
+  } else {
+    show(workspaceID, id);
+  }
 }
 
 // ---- selection ----------------------------------------------------------------------------------
@@ -55,7 +77,29 @@ void Operations::selectThread(const Uuid& id, const Uuid& workspaceID) {
 }
 
 void Operations::selectWorkspace(const Uuid& id) {
-  if (const Workspace* workspace = tree_.workspace(id)) show(id, firstThread(*workspace));
+  if (tree_.workspace(id)) selectThread(visibleThread(id), id);
+}
+
+void Operations::selectActivity(const RunActivity& activity) {
+  const ThreadExecutionKey key{activity.workspaceID, activity.threadID};
+  if (tree_.thread(key)) showInItsSection(key, std::nullopt);
+}
+
+void Operations::openSearchResult(const Uuid& workspaceID, const Uuid& threadID,
+                                  std::string_view entryID) {
+  const ThreadExecutionKey key{workspaceID, threadID};
+  const ChatThread* found = tree_.thread(key);
+  if (!found) return;
+  const bool isThere = found->entries.find(entryID) != nullptr;
+  showInItsSection(key, isThere ? std::optional<std::string>(entryID) : std::nullopt);
+}
+
+void Operations::settleSelection() {
+  const auto workspaceID = selection_.workspaceID();
+  if (!workspaceID || !tree_.workspace(*workspaceID)) return;
+  const auto& threads = tree_.workspace(*workspaceID)->threads;
+  if (!std::ranges::all_of(threads, &ChatThread::isArchived)) return;
+  selection_.select(workspaceID, visibleThread(*workspaceID));
 }
 
 std::vector<RecentTaskReference> Operations::recentTaskReferences() const {
@@ -73,15 +117,15 @@ std::vector<RecentTaskReference> Operations::recentTaskReferences() const {
 
 void Operations::selectAdjacentRecentTask(int offset) {
   const auto references = recentTaskReferences();
-  const auto count = static_cast<int>(references.size());
+  const auto count = static_cast<std::int64_t>(references.size());
   if (count < 2 || offset == 0) return;
   const auto selected = selection_.key();
   const auto found = std::ranges::find_if(
       references, [&](const auto& each) { return selected && each.key == *selected; });
-  int position = static_cast<int>(found - references.begin());
+  std::int64_t position = found - references.begin();
   // From outside the list, one step forward leads to its first, one step back to its last.
   if (found == references.end()) position = offset > 0 ? -1 : 0;
-  const int next = ((position + offset) % count + count) % count;
+  const std::int64_t next = ((position + offset) % count + count) % count;
   const auto& key = references[static_cast<std::size_t>(next)].key;
   selectThread(key.threadID, key.workspaceID);
 }
@@ -123,9 +167,8 @@ void Operations::removeWorkspace(const Uuid& id) {
   tree_.removeWorkspace(id);
   if (selection_.workspaceID() == id) {
     executions_.publishExecution(std::nullopt);
-    const Workspace* first = generalWorkspace();
-    executions_.selectExecution(first->id, firstThread(*first));
-    ports_.refreshGitSnapshot();
+    const Uuid first = generalWorkspace()->id;
+    show(first, visibleThread(first));
   }
   tree_.save();
 }
@@ -205,8 +248,9 @@ void Operations::deleteThread(const Uuid& id, const Uuid& workspaceID) {
   }
   if (wasSelected) {
     executions_.publishExecution(std::nullopt);
-    executions_.selectExecution(workspaceID, firstThread(*tree_.workspace(workspaceID)));
+    executions_.selectExecution(workspaceID, visibleThread(workspaceID));
   }
+  fillIfSelected(workspaceID);
   tree_.save();
 }
 
@@ -236,6 +280,7 @@ void Operations::moveThread(const Uuid& id, const Uuid& from, const Uuid& to) {
   tree_.addThread(std::move(*moved), to);
   if (tree_.workspace(from)->threads.empty()) tree_.addThread(replacementFor(from), from);
   if (wasSelected) show(to, id);
+  fillIfSelected(from);
   tree_.save();
   ports_.updateRemoteSnapshot();
 }
@@ -259,14 +304,9 @@ void Operations::setThreadArchived(const Uuid& id, const Uuid& workspaceID, bool
     if (archived) thread.isPinned = false;
   });
   if (archived && selection_.key() == key) {
-    const auto& threads = tree_.workspace(workspaceID)->threads;
-    const auto visible = std::ranges::find(threads, false, &ChatThread::isArchived);
-    if (visible != threads.end()) {
-      executions_.selectExecution(workspaceID, visible->id);
-    } else {
-      addAndSelect(replacementFor(workspaceID), workspaceID);
-    }
+    executions_.selectExecution(workspaceID, visibleThread(workspaceID));
   }
+  fillIfSelected(workspaceID);
   tree_.save();
 }
 

@@ -1,7 +1,8 @@
 // The user's operations on workspaces and conversations. They keep two things true: the General
-// workspace is there and first, and a selected workspace without a visible conversation gets a new
-// one at once, so that nobody stands in an empty project. An operation on an id that no longer
-// exists does nothing. Main queue.
+// workspace is there and first, and a selected workspace without a visible conversation (one that
+// is not archived) gets a new one at once, so that nobody stands in an empty project. An archived
+// conversation is selected only where it is asked for by its id. An operation on an id that no
+// longer exists does nothing. Main queue.
 #pragma once
 
 #include <functional>
@@ -12,6 +13,7 @@
 
 #include "engine/engine_ports.h"
 #include "engine/execution_table.h"
+#include "engine/run_activity.h"
 #include "engine/selection.h"
 #include "engine/workspace_tree.h"
 
@@ -31,15 +33,26 @@ class Operations {
   // Selection.
 
   void selectThread(const Uuid& id, const Uuid& workspaceID);
-  /// Selects the workspace and its first conversation.
+  /// Selects the workspace and its first visible conversation.
   void selectWorkspace(const Uuid& id);
+  /// Selects the conversation of a row of the activity list, as openSearchResult() does: the row
+  /// may belong to the other half of the application.
+  void selectActivity(const RunActivity& activity);
+  /// Selects the conversation and asks the interface to bring the entry into view, also when the
+  /// conversation is selected already. The section becomes the one that shows it: `chat` for the
+  /// General workspace, `build` for a project. An archived conversation opens as it is. Where the
+  /// entry has gone, the conversation opens as ever.
+  void openSearchResult(const Uuid& workspaceID, const Uuid& threadID, std::string_view entryID);
   /// Conversations that are not archived, newest first: in the chat section those of the General
   /// workspace, elsewhere those of all projects.
   std::vector<RecentTaskReference> recentTaskReferences() const;
-  /// Moves the selection along the recent tasks, round the ends.
+  /// Moves the selection along the recent tasks, past the last one to the first and back.
   void selectAdjacentRecentTask(int offset);
   /// Where the selected conversation works; with no conversation, the selected workspace's folder.
   std::optional<std::string> effectiveWorkspacePath() const;
+
+  /// For start-up: the restored workspace gets a conversation where it has none to show.
+  void settleSelection();
 
   // Projects.
 
@@ -67,6 +80,7 @@ class Operations {
   void toggleThreadPin(const Uuid& id, const Uuid& workspaceID);
   void setThreadArchived(const Uuid& id, const Uuid& workspaceID, bool archived);
   /// Changes the selected conversation's record.
+  /// It must not change what is visible (`isArchived`).
   void updateActiveThread(const std::function<void(ChatThread&)>& mutate);
 
   // Drafts. Keeping one does not count as a change of the conversation.
@@ -81,8 +95,14 @@ class Operations {
   bool isGeneral(const Uuid& workspaceID) const;
   /// A fresh conversation for a workspace that has just become empty.
   ChatThread replacementFor(const Uuid& workspaceID) const;
+  /// The first visible conversation; added, and saved, when there was none.
+  Uuid visibleThread(const Uuid& workspaceID);
+  /// Where a selected workspace has just lost its last visible conversation, it gets a new one.
+  void fillIfSelected(const Uuid& workspaceID);
   /// Selects, and shows what belongs to the project.
-  void show(std::optional<Uuid> workspaceID, std::optional<Uuid> threadID);
+  void show(const Uuid& workspaceID, const Uuid& threadID,
+            std::optional<std::string> entryID = std::nullopt);
+  void showInItsSection(const ThreadExecutionKey& key, std::optional<std::string> entryID);
   void addAndSelect(ChatThread thread, const Uuid& workspaceID);
 
   MainQueue& main_;

@@ -6,12 +6,11 @@ namespace vantrell {
 
 Replay::Replay(WorkspaceTree& tree, const ThreadExecutionKey& key)
     : tree_(tree), key_(key), savesHeld_(tree.holdSaves()) {
-  const ChatThread* thread = tree.thread(key);
-  backup_ = std::make_shared<Transcript>(thread ? thread->entries : Transcript());
+  backup_ = std::make_shared<Transcript>(tree.takeTranscript(key));
 }
 
 Replay::~Replay() {
-  if (!isKept_) tree_.replaceTranscript(*backup_, key_);
+  if (!isKept_) tree_.replaceTranscript(std::move(*backup_), key_);
 }
 
 }  // namespace vantrell

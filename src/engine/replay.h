@@ -13,19 +13,21 @@ class WorkspaceTree;
 
 class Replay {
  public:
-  /// The tree must outlive it.
+  /// Leaves the conversation without entries, untold. The tree must outlive it.
   Replay(WorkspaceTree& tree, const ThreadExecutionKey& key);
   ~Replay();
   Replay(const Replay&) = delete;
   Replay& operator=(const Replay&) = delete;
 
-  const std::shared_ptr<const Transcript>& backup() const { return backup_; }
+  /// To look into while the replay goes on; empty when the old transcript has gone back.
+  std::shared_ptr<const Transcript> backup() const { return backup_; }
   void keepRebuilt() { isKept_ = true; }
 
  private:
   WorkspaceTree& tree_;
   const ThreadExecutionKey key_;
-  std::shared_ptr<const Transcript> backup_;
+  // Moved here and back, never copied: to bring it back then writes nothing.
+  std::shared_ptr<Transcript> backup_;
   std::shared_ptr<void> savesHeld_;
   bool isKept_ = false;
 };

@@ -27,6 +27,7 @@ Selection::Selection(UserDefaults& defaults) : defaults_(defaults) {}
 void Selection::restore(const std::vector<Workspace>& workspaces) {
   workspaceID_.reset();
   threadID_.reset();
+  entryID_.reset();
   if (workspaces.empty()) return;
   const auto wantedWorkspace = stored(defaults_, workspaceKey);
   const auto found = wantedWorkspace
@@ -43,9 +44,11 @@ void Selection::restore(const std::vector<Workspace>& workspaces) {
   }
 }
 
-void Selection::select(std::optional<Uuid> workspaceID, std::optional<Uuid> threadID) {
+void Selection::select(std::optional<Uuid> workspaceID, std::optional<Uuid> threadID,
+                       std::optional<std::string> entryID) {
   workspaceID_ = workspaceID;
   threadID_ = threadID;
+  entryID_ = std::move(entryID);
   store(defaults_, workspaceKey, workspaceID_);
   store(defaults_, threadKey, threadID_);
 }

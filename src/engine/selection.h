@@ -3,6 +3,7 @@
 #pragma once
 
 #include <optional>
+#include <string>
 
 #include "records/chat_thread.h"
 
@@ -19,11 +20,15 @@ class Selection {
   /// The stored selection as far as it still exists, else the first workspace and its first thread.
   void restore(const std::vector<Workspace>& workspaces);
   /// Sets and stores both; an absent id is removed from the store. ExecutionTable::selectExecution
-  /// is what shows the selection, too.
-  void select(std::optional<Uuid> workspaceID, std::optional<Uuid> threadID);
+  /// is what shows the selection, too. The entry is not stored.
+  void select(std::optional<Uuid> workspaceID, std::optional<Uuid> threadID,
+              std::optional<std::string> entryID = std::nullopt);
 
   const std::optional<Uuid>& workspaceID() const { return workspaceID_; }
   const std::optional<Uuid>& threadID() const { return threadID_; }
+  /// The entry that an interface should bring into view, as the place of a search result; absent
+  /// when the conversation is looked at as ever, at its end.
+  const std::optional<std::string>& entryID() const { return entryID_; }
   /// The selected conversation; absent without a thread.
   std::optional<ThreadExecutionKey> key() const;
 
@@ -33,6 +38,7 @@ class Selection {
   UserDefaults& defaults_;
   std::optional<Uuid> workspaceID_;
   std::optional<Uuid> threadID_;
+  std::optional<std::string> entryID_;
 };
 
 }  // namespace vantrell

@@ -21,16 +21,35 @@ Mode stored(const UserDefaults& defaults, std::string_view key, Mode fallback) {
   return text ? fromRawText<Mode>(*text).value_or(fallback) : fallback;
 }
 
+/// A value of another type is left alone: it counts as true, but is not this program's to replace.
 bool storedOrTrue(UserDefaults& defaults, std::string_view key) {
   const auto value = defaults.boolean(key);
-  if (!value) defaults.setBoolean(key, true);
+  const bool isMissing =
+      !value && !defaults.text(key) && !defaults.number(key) && !defaults.data(key);
+  if (isMissing) defaults.setBoolean(key, true);
   return value.value_or(true);
+}
+
+constexpr double smallestScale = 0.8;
+constexpr double largestScale = 1.5;
+
+double scaleStep(double value, int direction) {
+  const double tenths = std::round(VantrellInterfaceScale::snapped(value) * 10) + direction;
+  return std::clamp(tenths / 10, smallestScale, largestScale);
 }
 }  // namespace
 
 double VantrellInterfaceScale::snapped(double value) {
   if (value == 0 || std::isnan(value)) return 1.0;
-  return std::round(std::clamp(value, 0.8, 1.5) * 10) / 10;
+  return std::round(std::clamp(value, smallestScale, largestScale) * 10) / 10;
+}
+
+double VantrellInterfaceScale::increased(double from) {
+  return scaleStep(from, 1);
+}
+
+double VantrellInterfaceScale::decreased(double from) {
+  return scaleStep(from, -1);
 }
 
 Settings::Settings(UserDefaults& defaults, Changes& changes)
@@ -57,6 +76,24 @@ void Settings::recordWorkflowMode(TaskWorkflowMode mode) {
   workflowMode_ = mode;
   announce();
   defaults_.setText(workflowModeKey, rawText(mode));
+}
+
+void Settings::recordNoMeteredAPIs(bool value) {
+  noMeteredAPIs_ = value;
+  announce();
+  defaults_.setBoolean(noMeteredAPIsKey, value);
+}
+
+void Settings::recordExternalSessionImport(bool value) {
+  importsExternalSessions_ = value;
+  announce();
+  defaults_.setBoolean(sessionImportKey, value);
+}
+
+void Settings::setInterfaceScale(double value) {
+  interfaceScale_ = VantrellInterfaceScale::snapped(value);
+  announce();
+  defaults_.setNumber(interfaceScaleKey, interfaceScale_);
 }
 
 void Settings::chooseForThisProcess(GrokPermissionMode permissionMode,

@@ -12,6 +12,9 @@ class UserDefaults;
 namespace VantrellInterfaceScale {
 /// The step nearest to any value; 0 counts as not chosen and gives 1.0.
 double snapped(double value);
+/// The step above or below the nearest one; the ends stay. From 0.8 to 1.5, in tenths.
+double increased(double from);
+double decreased(double from);
 }  // namespace VantrellInterfaceScale
 
 class Settings {
@@ -19,7 +22,8 @@ class Settings {
   Settings(UserDefaults& defaults, Changes& changes);
 
   /// Reads what is stored; missing and unknown values give the defaults. The two guards that are on
-  /// by default are written at once, so that a later default cannot turn them off.
+  /// by default are written at once where they are missing, so that a later default cannot turn
+  /// them off.
   void load();
 
   GrokPermissionMode permissionMode() const { return permissionMode_; }
@@ -35,6 +39,10 @@ class Settings {
   /// Publishes and stores the mode, with no other effect.
   void recordPermissionMode(GrokPermissionMode mode);
   void recordWorkflowMode(TaskWorkflowMode mode);
+  void recordNoMeteredAPIs(bool value);
+  void recordExternalSessionImport(bool value);
+  /// Publishes and stores the nearest step.
+  void setInterfaceScale(double value);
 
   /// The choices of a front door that holds for this process only: nothing is stored.
   void chooseForThisProcess(GrokPermissionMode permissionMode, TaskWorkflowMode workflowMode);

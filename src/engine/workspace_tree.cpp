@@ -1,25 +1,99 @@
 #include "engine/workspace_tree.h"
 
+#include <semaphore>
+
 #include "platform/dispatch.h"
 #include "platform/files.h"
 #include "records/workspace_store.h"
 
 namespace vantrell {
 
-WorkspaceTree::WorkspaceTree(MainQueue& main, WorkspaceStore& store, Changes& changes)
-    : main_(main), store_(store), changes_(changes) {}
+namespace {
+/// How many batches may wait for the writer; more changes gather until one is written. A disk that
+/// is slower than the stream so gets fewer and larger ones.
+constexpr std::size_t writesUnderWay = 2;
+}  // namespace
+
+/// A batch on its way to the disk.
+struct WorkspaceTree::Write {
+  SaveBatch batch;
+  std::expected<void, std::string> result;
+  std::binary_semaphore isDone{0};
+};
+
+WorkspaceTree::WorkspaceTree(MainQueue& main, WorkspaceStore& store, Changes& changes,
+                             Executor* writer)
+    : main_(main), store_(store), changes_(changes), writer_(writer) {
+  store_.onNotice = [this](std::string_view sentence) {
+    changes_.announce({.kind = Change::Kind::noticeRaised, .text = sentence});
+  };
+}
+
+WorkspaceTree::~WorkspaceTree() {
+  flush();
+  store_.onNotice = nullptr;
+}
 
 void WorkspaceTree::load() {
   workspaces_ = store_.load(main_.now());
+  unsaved_ = {};
+  lastWriteFailed_ = !store_.lastError().empty();
 }
 
+// ---- saving -------------------------------------------------------------------------------------
+
 void WorkspaceTree::save() {
-  if (!saveHold_.expired()) {
+  if (!saveHold_.expired() || writes_.size() >= writesUnderWay) {
     saveIsDue_ = true;
     return;
   }
-  if (store_.save(workspaces_)) return;
-  changes_.announce({.kind = Change::Kind::saveFailed, .text = store_.lastError()});
+  handOver();
+}
+
+void WorkspaceTree::handOver() {
+  saveIsDue_ = false;
+  const auto write = std::make_shared<Write>();
+  write->batch = store_.collect(workspaces_, std::exchange(unsaved_, {}));
+  if (write->batch.empty() && !lastWriteFailed_) return;
+  writes_.push_back(write);
+  if (!writer_) {
+    write->result = store_.write(std::move(write->batch));
+    return finished(write);
+  }
+  writer_->post([this, write, life = std::weak_ptr(life_), &store = store_, &main = main_] {
+    write->result = store.write(std::move(write->batch));
+    main.post([this, write, life] {
+      if (!life.expired()) finished(write);
+    });
+    // Last: the tree may go from here on, and with it all but the write.
+    write->isDone.release();
+  });
+}
+
+void WorkspaceTree::finished(const std::shared_ptr<Write>& write) {
+  // flush() may have been faster.
+  if (std::erase(writes_, write) == 0) return;
+  lastWriteFailed_ = !write->result;
+  if (!write->result) {
+    changes_.announce({.kind = Change::Kind::saveFailed, .text = write->result.error()});
+  }
+  if (saveIsDue_) save();
+}
+
+bool WorkspaceTree::flush() {
+  const auto await = [this] {
+    while (!writes_.empty()) {
+      const auto write = writes_.front();
+      write->isDone.acquire();
+      finished(write);
+    }
+  };
+  await();
+  if (lastWriteFailed_ && saveHold_.expired()) {
+    handOver();  // a last try
+    await();
+  }
+  return !lastWriteFailed_;
 }
 
 std::shared_ptr<void> WorkspaceTree::holdSaves() {
@@ -39,6 +113,7 @@ void WorkspaceTree::settleRunsLeftOpen() {
     for (auto& thread : workspace.threads) {
       for (auto& run : thread.runs) {
         if (!isActive(run.status)) continue;
+        touch({workspace.id, thread.id}).runs.insert(run.id);
         run.status = RunRecordStatus::interrupted;
         run.statusMessage = "vantrell restarted before this run reported completion.";
         run.updatedAt = now;
@@ -88,36 +163,40 @@ std::optional<std::string> WorkspaceTree::executionPath(const ThreadExecutionKey
 
 void WorkspaceTree::addWorkspace(Workspace workspace) {
   workspaces_.push_back(std::move(workspace));
-  changes_.announce({.kind = Change::Kind::workspacesChanged});
+  structureChanged();
 }
 
 void WorkspaceTree::addThread(ChatThread thread, const Uuid& workspaceID) {
   const auto owner = std::ranges::find(workspaces_, workspaceID, &Workspace::id);
   if (owner == workspaces_.end()) return;
   owner->threads.insert(owner->threads.begin(), std::move(thread));
-  changes_.announce({.kind = Change::Kind::workspacesChanged});
+  structureChanged();
+  // It may be one that was taken from elsewhere and changed on the way.
+  touch({workspaceID, owner->threads.front().id}) = {.head = true, .allRuns = true, .runs = {}};
 }
 
 std::optional<ChatThread> WorkspaceTree::takeThread(const ThreadExecutionKey& key) {
   ChatThread* found = find(key);
   if (!found) return std::nullopt;
+  // Should a save come while it is nowhere, its rows go: what is not read by then is lost.
+  (void)std::as_const(found->entries).begin();
   auto& threads = std::ranges::find(workspaces_, key.workspaceID, &Workspace::id)->threads;
   std::optional<ChatThread> taken = std::move(*found);
   threads.erase(threads.begin() + (found - threads.data()));
-  changes_.announce({.kind = Change::Kind::workspacesChanged});
+  structureChanged();
   return taken;
 }
 
 void WorkspaceTree::removeWorkspace(const Uuid& id) {
   std::erase_if(workspaces_, [&id](const Workspace& each) { return each.id == id; });
-  changes_.announce({.kind = Change::Kind::workspacesChanged});
+  structureChanged();
 }
 
 void WorkspaceTree::setWorkspacePinned(const Uuid& id, bool pinned) {
   const auto found = std::ranges::find(workspaces_, id, &Workspace::id);
   if (found == workspaces_.end()) return;
   found->isPinned = pinned;
-  changes_.announce({.kind = Change::Kind::workspacesChanged});
+  structureChanged();
 }
 
 void WorkspaceTree::updateThread(const ThreadExecutionKey& key,
@@ -125,6 +204,8 @@ void WorkspaceTree::updateThread(const ThreadExecutionKey& key,
   ChatThread* found = find(key);
   if (!found) return;
   mutate(*found);
+  auto& marks = touch(key);
+  marks.head = marks.allRuns = true;
   changed(Change::Kind::threadChanged, key);
 }
 
@@ -139,6 +220,7 @@ void WorkspaceTree::appendEntry(ChatEntry entry, const ThreadExecutionKey& key) 
   found->updatedAt = main_.now();
   const std::string id = entry.id;
   found->entries.append(std::move(entry));
+  touch(key);
   changed(Change::Kind::entryAdded, key, id);
 }
 
@@ -160,6 +242,7 @@ bool WorkspaceTree::appendText(std::string_view chunk, std::string_view entryID,
   if (!entry) return false;
   entry->text.append(chunk);
   found->updatedAt = main_.now();
+  touch(key);
   changed(Change::Kind::textAdded, key, entryID, chunk);
   return true;
 }
@@ -171,6 +254,7 @@ bool WorkspaceTree::updateEntry(std::string_view entryID, const ThreadExecutionK
   if (!entry) return false;
   mutate(*entry);
   found->updatedAt = main_.now();
+  touch(key);
   changed(Change::Kind::entryReplaced, key, entryID);
   return true;
 }
@@ -179,6 +263,7 @@ void WorkspaceTree::replaceTranscript(Transcript entries, const ThreadExecutionK
   ChatThread* found = find(key);
   if (!found) return;
   found->entries = std::move(entries);
+  touch(key);
   changed(Change::Kind::transcriptReplaced, key);
 }
 
@@ -191,8 +276,15 @@ Uuid WorkspaceTree::beginRun(std::string prompt, const ThreadExecutionKey& key) 
   const Uuid id = run.id;
   if (ChatThread* found = find(key)) {
     found->runs.push_back(std::move(run));
+    touch(key).runs.insert(id);
     changed(Change::Kind::runChanged, key, {}, {}, id);
-    save();
+    // The prompt and its run are on their way to the disk before a runtime hears of them, however
+    // much is on its way already.
+    if (saveHold_.expired()) {
+      handOver();
+    } else {
+      saveIsDue_ = true;
+    }
   }
   return id;
 }
@@ -213,6 +305,7 @@ void WorkspaceTree::updateRun(const std::optional<Uuid>& runID, const ThreadExec
   if (!found) return;
   mutate(*found);
   found->updatedAt = main_.now();
+  touch(key).runs.insert(*runID);
   changed(Change::Kind::runChanged, key, {}, {}, runID);
   save();
 }
@@ -220,6 +313,19 @@ void WorkspaceTree::updateRun(const std::optional<Uuid>& runID, const ThreadExec
 const RunRecord* WorkspaceTree::latestRun(const ThreadExecutionKey& key) const {
   const ChatThread* found = thread(key);
   return found ? found->latestRun() : nullptr;
+}
+
+Transcript WorkspaceTree::takeTranscript(const ThreadExecutionKey& key) {
+  ChatThread* found = find(key);
+  if (!found) return {};
+  Transcript taken = std::move(found->entries);
+  touch(key);
+  return taken;
+}
+
+void WorkspaceTree::structureChanged() {
+  unsaved_.structure = true;
+  changes_.announce({.kind = Change::Kind::workspacesChanged});
 }
 
 void WorkspaceTree::changed(Change::Kind kind, const ThreadExecutionKey& key,

@@ -1,8 +1,10 @@
 // The tree of workspaces and conversations, and the operations through which everything changes a
 // conversation. Every change that matters is saved when it is made. An operation on an id that no
-// longer exists does nothing. Main queue.
+// longer exists does nothing. A save collects here what changed, which costs as much as the change;
+// the writer makes it durable. Main queue.
 #pragma once
 
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -11,18 +13,32 @@
 
 #include "engine/changes.h"
 #include "records/chat_thread.h"
+#include "records/tree_changes.h"
 
 namespace vantrell {
 
+class Executor;
 class MainQueue;
 class WorkspaceStore;
 
 class WorkspaceTree {
  public:
-  WorkspaceTree(MainQueue& main, WorkspaceStore& store, Changes& changes);
+  /// Saves are written on `writer`, a thread of their own; without one, on the main queue at once.
+  /// What is given must outlive the tree.
+  WorkspaceTree(MainQueue& main, WorkspaceStore& store, Changes& changes,
+                Executor* writer = nullptr);
+  /// flush().
+  ~WorkspaceTree();
+  WorkspaceTree(const WorkspaceTree&) = delete;
+  WorkspaceTree& operator=(const WorkspaceTree&) = delete;
 
   void load();
+  /// Hands what changed to the writer. A failure is announced when it is known; what could not be
+  /// written goes with the next save.
   void save();
+  /// Waits until all that was saved is on the disk; false when some of it could not be written. For
+  /// the end of the process: it blocks. What saves are held back for waits for its end.
+  bool flush();
   /// Marks every run that an earlier process left open as interrupted, and saves if there was one.
   void settleRunsLeftOpen();
 
@@ -36,7 +52,7 @@ class WorkspaceTree {
   // Structure.
 
   void addWorkspace(Workspace workspace);
-  /// A new conversation in front of the workspace's others.
+  /// A new conversation in front of the workspace's others. Ids are unique in the whole tree.
   void addThread(ChatThread thread, const Uuid& workspaceID);
   /// Takes a conversation out of its workspace; absent when it has gone.
   std::optional<ChatThread> takeThread(const ThreadExecutionKey& key);
@@ -58,6 +74,9 @@ class WorkspaceTree {
   bool updateEntry(std::string_view entryID, const ThreadExecutionKey& key,
                    const std::function<void(ChatEntry&)>& mutate);
   void replaceTranscript(Transcript entries, const ThreadExecutionKey& key);
+  /// Takes the entries away, to be brought back or replaced by replaceTranscript(); nobody is told
+  /// before that. Empty when the conversation has gone.
+  Transcript takeTranscript(const ThreadExecutionKey& key);
 
   // Runs.
 
@@ -76,7 +95,14 @@ class WorkspaceTree {
   [[nodiscard]] std::shared_ptr<void> holdSaves();
 
  private:
+  struct Write;
+
   ChatThread* find(const ThreadExecutionKey& key);
+  /// Marks for the next save.
+  TreeChanges::Thread& touch(const ThreadExecutionKey& key) { return unsaved_.threads[key]; }
+  void structureChanged();
+  void handOver();
+  void finished(const std::shared_ptr<Write>& write);
   void changed(Change::Kind kind, const ThreadExecutionKey& key, std::string_view entryID = {},
                std::string_view text = {}, std::optional<Uuid> runID = std::nullopt);
 
@@ -84,6 +110,11 @@ class WorkspaceTree {
   WorkspaceStore& store_;
   Changes& changes_;
   std::vector<Workspace> workspaces_;
+  Executor* const writer_;
+  TreeChanges unsaved_;
+  std::deque<std::shared_ptr<Write>> writes_;  // handed over, oldest first
+  bool lastWriteFailed_ = false;
+  std::shared_ptr<void> life_ = std::make_shared<int>();  // what the writer posts ends with us
   std::weak_ptr<void> saveHold_;
   bool saveIsDue_ = false;
   // Where the last look-up found its thread: streams look the same one up thousands of times.

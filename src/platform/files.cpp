@@ -50,16 +50,6 @@ std::string temporaryNameFor(const std::string& path) {
   return (target.parent_path() / fmt::format(".{}.{:016x}.tmp", name, number)).native();
 }
 
-/// Makes the rename survive a power loss. A folder that may be written but not read cannot be
-/// synced, and some file systems do not know how: neither is a failure.
-bool syncFolderOf(const std::string& path) {
-  const std::string folder = std::filesystem::path(path).parent_path().native();
-  const Descriptor descriptor(
-      open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!descriptor) return errno == EACCES;
-  return fsync(descriptor.number()) == 0 || errno == EINVAL || errno == ENOTSUP;
-}
-
 /// Removes the temporary file unless the write came to its end.
 class TemporaryFile {
  public:
@@ -114,6 +104,14 @@ std::unexpected<FileError> failure(std::string_view action, std::string_view pat
   const std::error_code error(code, std::generic_category());
   return std::unexpected(
       FileError{error, fmt::format("Could not {} {}: {}", action, path, error.message())});
+}
+
+bool syncFolderOf(const std::string& path) {
+  const std::string folder = std::filesystem::path(path).parent_path().native();
+  const Descriptor descriptor(
+      open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!descriptor) return errno == EACCES;
+  return fsync(descriptor.number()) == 0 || errno == EINVAL || errno == ENOTSUP;
 }
 
 bool writeAll(int descriptor, std::string_view content) {

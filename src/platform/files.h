@@ -9,6 +9,8 @@
 #include <sys/types.h>
 #include <system_error>
 
+#include "platform/date.h"
+
 namespace vantrell::files {
 
 /// What the system said, with the path: "Could not write /x/y: No space left on device".
@@ -55,6 +57,12 @@ Result<std::string> read(const std::string& path);
 /// less the umask. After a failure the old file is untouched and nothing is left beside it.
 Result<> writeAtomically(const std::string& path, std::string_view content,
                          std::optional<mode_t> mode = std::nullopt);
+/// Where something unreadable at `path` can be kept, in the same folder and with the same
+/// extension:
+/// "/x/fleet that could not be read 2026-11-22 21.08.00Z.json". Nothing has that name yet.
+std::string asideName(const std::string& path, Date date);
+/// Moves the file (or link) to such a name in one step, and answers it. Nothing is ever replaced.
+Result<std::string> keepAside(const std::string& path, Date date);
 /// Creates the folder and its parents with the mode for those it makes.
 Result<> createFolders(const std::string& path, mode_t mode = 0777);
 /// createFolders, and mode 0700 on the last one even when it was there before.
@@ -63,6 +71,10 @@ Result<> createOwnerOnlyFolder(const std::string& path);
 Result<> remove(const std::string& path);
 /// The same with all that a folder contains.
 Result<> removeTree(const std::string& path);
+/// Moves a folder (or file) to a name that must be free, also to another volume: then it is copied,
+/// and the old one goes when the copy is complete. After a failure the old one is whole, or nothing
+/// of it is missing in the new one.
+Result<> move(const std::string& from, const std::string& to);
 /// Moves to the freedesktop.org Trash: the home trash, or the trash of the file's own volume; never
 /// copies between volumes. A link is moved as such. Answers where the file now is.
 Result<std::string> moveToTrash(const std::string& path);

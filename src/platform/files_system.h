@@ -34,6 +34,10 @@ std::unexpected<FileError> failure(std::string_view action, std::string_view pat
 
 /// Writes all of it. False with errno.
 bool writeAll(int descriptor, std::string_view content);
+/// Makes a new name in the folder of `path` survive a power loss. False with errno; a folder that
+/// may be written but not read cannot be synced, and some file systems do not know how: neither is
+/// a failure.
+bool syncFolderOf(const std::string& path);
 /// Reads to the end and appends. False with errno.
 bool readAll(int descriptor, std::string& content);
 

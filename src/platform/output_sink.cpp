@@ -23,11 +23,11 @@ struct OutputSink::Impl {
       if (ending) return;
       std::string piece = std::exchange(waiting, {});
       lock.unlock();
-      const bool written = writeAll(piece);
+      const int failure = writeAll(piece);
       lock.lock();
       unwritten -= piece.size();
-      if (!written && !ending) {
-        broken = true;
+      if (failure != 0 && !ending) {
+        broken = failure;
         unwritten = 0;
         waiting.clear();
         if (whenBroken) whenBroken();
@@ -37,18 +37,19 @@ struct OutputSink::Impl {
         whenRoomAgain();
       }
       changed.notify_all();
-      if (broken) return;
+      if (broken != 0) return;
     }
   }
 
   /// In pieces that a pipe with any room takes whole, so that the thread is never stuck in write().
-  bool writeAll(std::string_view bytes) {
+  /// Answers 0 or what went wrong.
+  int writeAll(std::string_view bytes) {
     while (!bytes.empty()) {
       pollfd ready{.fd = descriptor, .events = POLLOUT, .revents = 0};
       const int answer = ::poll(&ready, 1, lookAtEnding);
       {
         const std::lock_guard lock(mutex);
-        if (ending) return false;
+        if (ending) return ECANCELED;
       }
       if (answer == 0 || (answer < 0 && errno == EINTR)) continue;
       const ssize_t count =
@@ -56,10 +57,10 @@ struct OutputSink::Impl {
       if (count >= 0) {
         bytes.remove_prefix(static_cast<std::size_t>(count));
       } else if (errno != EINTR && errno != EAGAIN) {
-        return false;
+        return errno;
       }
     }
-    return true;
+    return 0;
   }
 
   static constexpr int lookAtEnding = 50;  // milliseconds
@@ -73,7 +74,7 @@ struct OutputSink::Impl {
   std::size_t unwritten = 0;  // bytes, those that the thread is writing included
   bool full = false;
   bool ending = false;
-  bool broken = false;
+  int broken = 0;  // errno
   std::thread thread;
 };
 
@@ -114,7 +115,7 @@ void OutputSink::write(std::string_view bytes) {
   bool isFullNow = false;
   {
     const std::lock_guard lock(impl_->mutex);
-    if (impl_->broken) return;
+    if (impl_->broken != 0) return;
     impl_->waiting += bytes;
     impl_->unwritten += bytes.size();
     isFullNow = impl_->unwritten > bound && !std::exchange(impl_->full, true);
@@ -126,10 +127,10 @@ void OutputSink::write(std::string_view bytes) {
 bool OutputSink::flush(std::chrono::milliseconds limit) {
   std::unique_lock lock(impl_->mutex);
   impl_->changed.wait_for(lock, limit, [this] { return impl_->unwritten == 0; });
-  return impl_->unwritten == 0 && !impl_->broken;
+  return impl_->unwritten == 0 && impl_->broken == 0;
 }
 
-bool OutputSink::isBroken() const {
+int OutputSink::error() const {
   const std::lock_guard lock(impl_->mutex);
   return impl_->broken;
 }

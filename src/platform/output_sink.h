@@ -20,7 +20,8 @@ class OutputSink {
   OutputSink(const OutputSink&) = delete;
   OutputSink& operator=(const OutputSink&) = delete;
 
-  /// Called once, on the main queue, when the descriptor takes no more: its reader is gone.
+  /// Called once, on the main queue, when the descriptor takes no more: its reader is gone, or the
+  /// disk is full.
   std::function<void()> onBroken;
 
   /// Called on the main queue with true when more than `bound` bytes wait for the reader (within
@@ -31,7 +32,9 @@ class OutputSink {
   void write(std::string_view bytes);
   /// Waits until everything is written. False when it is not: the limit ran out, or nobody reads.
   bool flush(std::chrono::milliseconds limit);
-  bool isBroken() const;
+  bool isBroken() const { return error() != 0; }
+  /// The errno of the write that failed (EPIPE: the reader is gone), or 0.
+  int error() const;
 
   static constexpr std::size_t bound = 1 << 20;  // bytes
 

@@ -117,6 +117,7 @@ std::expected<void, ProcessError> ProcessChild::launch(const ProcessOptions& opt
   request.arguments = argumentPointers.data();
   request.environment = variablePointers.data();
   request.folder = options.workingFolder.empty() ? nullptr : options.workingFolder.c_str();
+  request.ownSession = options.ownSession;
   request.input = request.output = request.error = supervisor_.nullDevice();
 
   Descriptor childInput;

@@ -71,6 +71,7 @@ void ProcessGuard::start() {
   request.output = null.get();
   request.error = null.get();
   request.ownSession = true;
+  request.diesWithParent = false;
   // What a predecessor knew waits in the pipe before the guard is there: this program may be
   // killed at any moment.
   std::string known;

@@ -76,8 +76,10 @@ VANTRELL_IN_CHILD bool prepare(Plan& plan) {
   const SpawnRequest& request = *plan.request;
   if (request.ownSession) {
     if (call(SYS_setsid) < 0) return false;
-  } else {
-    if (call(SYS_setpgid, 0, 0) < 0) return false;
+  } else if (call(SYS_setpgid, 0, 0) < 0) {
+    return false;
+  }
+  if (request.diesWithParent) {
     call(SYS_prctl, PR_SET_PDEATHSIG, SIGTERM);
     if (call(SYS_getppid) != plan.parent) return false;  // it died just before
   }

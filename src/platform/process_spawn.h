@@ -22,9 +22,10 @@ struct SpawnRequest {
   int error = -1;
   /// A pipe to which the child writes "+<process id>\n" before it runs the program, or -1.
   int guard = -1;
-  /// A session of its own (the guard), or else a process group of its own that gets SIGTERM when
-  /// the spawning thread dies.
+  /// A session of its own, and not just a process group.
   bool ownSession = false;
+  /// Gets SIGTERM when the spawning thread dies: all but the guard.
+  bool diesWithParent = true;
 };
 
 struct Spawned {

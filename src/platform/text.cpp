@@ -1,11 +1,9 @@
 #include "platform/text.h"
 
-#include <cstring>
 #include <limits>
 #include <unicode/bytestream.h>
 #include <unicode/casemap.h>
 #include <unicode/coll.h>
-#include <unicode/normalizer2.h>
 #include <unicode/ubrk.h>
 #include <unicode/uchar.h>
 #include <unicode/utext.h>
@@ -132,23 +130,6 @@ std::size_t walkCharacters(std::string_view text, std::size_t& limit) {
   return at;
 }
 
-/// Case folded and composed, so that what a person takes for the same text has the same bytes.
-std::string foldedForSearch(std::string_view text) {
-  if (isAscii(text)) return lowercasedAscii(text);
-  std::string storage;
-  text = validated(text, storage);
-  UErrorCode status = U_ZERO_ERROR;
-  std::string folded;
-  icu::StringByteSink<std::string> foldedSink(&folded);
-  icu::CaseMap::utf8Fold(0, pieceOf(text), foldedSink, nullptr, status);
-  const icu::Normalizer2* composer = icu::Normalizer2::getNFCInstance(status);
-  if (U_FAILURE(status)) return lowercasedAscii(text);
-  std::string composed;
-  icu::StringByteSink<std::string> composedSink(&composed);
-  composer->normalizeUTF8(0, pieceOf(folded), composedSink, nullptr, status);
-  return U_SUCCESS(status) ? composed : folded;
-}
-
 /// The order of the user's locale. Without one ("C"), ICU would order by code point, capitals
 /// first, which no person expects: the root order serves there.
 const icu::Collator* presentCollator() {
@@ -244,15 +225,6 @@ std::vector<std::string_view> lines(std::string_view text) {
   }
   lines.push_back(text.substr(begin));
   return lines;
-}
-
-bool containsIgnoringCase(std::string_view haystack, std::string_view needle) {
-  if (needle.empty()) return true;
-  if (!fitsIcu(haystack) || !fitsIcu(needle)) return false;
-  const std::string where = foldedForSearch(haystack);
-  const std::string what = foldedForSearch(needle);
-  // Not std::string::find, which is quadratic in the worst case.
-  return memmem(where.data(), where.size(), what.data(), what.size()) != nullptr;
 }
 
 int localizedCompare(std::string_view left, std::string_view right) {

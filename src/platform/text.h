@@ -22,6 +22,11 @@ std::string_view firstCharacters(std::string_view text, std::size_t count);
 std::string_view lastCharacters(std::string_view text, std::size_t count);
 /// Number of user-perceived characters.
 std::size_t characterCount(std::string_view text);
+/// The columns that a terminal gives a text without control characters: none for combining marks,
+/// two for wide characters (Unicode's East Asian Width W and F).
+std::size_t columnCount(std::string_view text);
+/// As much as fits into `columns`, which then says how many of them it fills.
+std::string_view firstColumns(std::string_view text, std::size_t& columns);
 /// Lower-cased by the Unicode rules, independent of the locale.
 std::string lowercased(std::string_view text);
 /// Splits at every member of the newline set (LF, VT, FF, CR, NEL, U+2028, U+2029), each of which

@@ -1,20 +1,15 @@
 #include "platform/user_defaults.h"
 
-#include <cerrno>
 #include <cmath>
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <map>
-#include <sqlite3.h>
-#include <system_error>
-#include <unistd.h>
 #include <variant>
+
+#include "platform/database.h"
 
 namespace vantrell {
 namespace {
 
-/// How long a write waits for another process that holds the file. It blocks the main queue.
-constexpr int busyTimeoutMilliseconds = 1000;
 /// Kept in the file's user_version.
 constexpr int formatVersion = 1;
 
@@ -79,191 +74,92 @@ class Defaults : public UserDefaults {
   }
 };
 
-struct CloseDatabase {
-  void operator()(sqlite3* database) const { sqlite3_close_v2(database); }
-};
-struct CloseStatement {
-  void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
-};
-using Database = std::unique_ptr<sqlite3, CloseDatabase>;
-using Statement = std::unique_ptr<sqlite3_stmt, CloseStatement>;
-
-Statement prepare(sqlite3* database, const char* sql) {
-  sqlite3_stmt* statement = nullptr;
-  sqlite3_prepare_v2(database, sql, -1, &statement, nullptr);
-  return Statement(statement);
-}
-
-/// A bound view must outlive the step. The literal gives an empty view a place, which tells SQLite
-/// an empty value from an absent one.
-const char* placeOf(std::string_view bytes) {
-  return bytes.empty() ? "" : bytes.data();
-}
-
-void bindText(sqlite3_stmt* statement, int index, std::string_view text) {
-  sqlite3_bind_text64(statement, index, placeOf(text), text.size(), SQLITE_STATIC, SQLITE_UTF8);
-}
-
-std::string bytesOf(sqlite3_stmt* statement, int column) {
-  const auto* bytes = static_cast<const char*>(sqlite3_column_blob(statement, column));
-  const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement, column));
-  return bytes ? std::string(bytes, size) : std::string();
-}
-
 class FileDefaults final : public Defaults {
  public:
-  /// Empty, or one line for people.
+  /// Empty, or what is wrong.
   std::string open(const std::string& path) {
     path_ = path;
-    if (!createOwnerOnly()) {
-      return fmt::format("Could not open the settings in {}: {}", path,
-                         std::generic_category().message(errno));
-    }
-    if (connect(path.c_str(), SQLITE_OPEN_READWRITE) && enableLog() && load()) return {};
-    if (isOnReadOnlyPlace() &&
-        connect(immutableUri().c_str(), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI) && load()) {
-      return {};
-    }
-    return describe("open");
+    auto opened = Database::open(path);
+    if (!opened) return describe("open", opened.error());
+    database_.emplace(std::move(*opened));
+    return load();
   }
 
  protected:
   bool store(std::string_view key, const Value& value) override {
-    sqlite3_stmt* statement = store_.get();
-    bindText(statement, 1, key);
+    store_.bindText(1, key);
     if (const auto* text = std::get_if<std::string>(&value)) {
-      bindText(statement, 2, "text");
-      bindText(statement, 3, *text);
+      store_.bindText(2, "text").bindText(3, *text);
     } else if (const bool* boolean = std::get_if<bool>(&value)) {
-      bindText(statement, 2, "boolean");
-      sqlite3_bind_int(statement, 3, *boolean);
+      store_.bindText(2, "boolean").bind(3, std::int64_t{*boolean});
     } else if (const double* number = std::get_if<double>(&value)) {
-      bindText(statement, 2, "number");
-      sqlite3_bind_double(statement, 3, *number);
+      store_.bindText(2, "number").bind(3, *number);
     } else {
-      const std::string& bytes = std::get<Data>(value).bytes;
-      bindText(statement, 2, "data");
-      sqlite3_bind_blob64(statement, 3, placeOf(bytes), bytes.size(), SQLITE_STATIC);
+      store_.bindText(2, "data").bindBytes(3, std::get<Data>(value).bytes);
     }
-    return change(statement);
+    return change(store_);
   }
 
   bool erase(std::string_view key) override {
-    bindText(erase_.get(), 1, key);
-    return change(erase_.get());
+    erase_.bindText(1, key);
+    return change(erase_);
   }
 
  private:
-  /// SQLite would create the file readable by all; its -wal and -shm files take after it.
-  bool createOwnerOnly() const {
-    const int created = ::open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    if (created >= 0) ::close(created);
-    return created >= 0 || access(path_.c_str(), F_OK) == 0;
-  }
-
-  bool connect(const char* name, int flags) {
-    sqlite3* opened = nullptr;
-    const int status = sqlite3_open_v2(name, &opened, flags, nullptr);
-    database_.reset(opened);
-    if (status == SQLITE_OK) sqlite3_busy_timeout(opened, busyTimeoutMilliseconds);
-    return status == SQLITE_OK;
-  }
-
-  /// FULL syncs the log at each commit: with NORMAL a power loss could take the last ones.
-  bool enableLog() {
-    return execute("PRAGMA journal_mode = WAL") && execute("PRAGMA synchronous = FULL");
-  }
-
-  /// Where SQLite cannot make its log, nobody changes the file: it can be read as it stands, unless
-  /// an old log is beside it, whose commits that would miss.
-  bool isOnReadOnlyPlace() const {
-    const int code = sqlite3_errcode(database_.get());
-    return (code == SQLITE_CANTOPEN || code == SQLITE_READONLY) &&
-           access((path_ + "-wal").c_str(), F_OK) != 0;
-  }
-
-  std::string immutableUri() const {
-    std::string uri = "file:";
-    for (const char c : path_) {
-      if (c == '%' || c == '?' || c == '#') {
-        uri += fmt::format("%{:02X}", c);
-      } else {
-        uri += c;
-      }
+  std::string load() {
+    const auto version = database_->number("PRAGMA user_version");
+    if (version > formatVersion) {
+      return describe("open", {.text = "a newer version of this program wrote them."});
     }
-    return uri + "?immutable=1";
-  }
-
-  bool load() {
-    sqlite3* database = database_.get();
-    const Statement version = prepare(database, "PRAGMA user_version");
-    if (!version || sqlite3_step(version.get()) != SQLITE_ROW) return false;
-    if (sqlite3_column_int(version.get(), 0) > formatVersion) {
-      reason_ = "a newer version of this program wrote them.";
-      return false;
-    }
-    if (sqlite3_column_int(version.get(), 0) < formatVersion && !create()) return false;
-    store_ = prepare(database, "INSERT OR REPLACE INTO settings (key, type, value) VALUES (?,?,?)");
-    erase_ = prepare(database, "DELETE FROM settings WHERE key = ?");
-    return store_ && erase_ && readAll();
+    if (version < formatVersion && !create()) return describe("open", database_->error());
+    store_ =
+        database_->prepare("INSERT OR REPLACE INTO settings (key, type, value) VALUES (?,?,?)");
+    erase_ = database_->prepare("DELETE FROM settings WHERE key = ?");
+    return store_ && erase_ && readAll() ? "" : describe("open", database_->error());
   }
 
   bool create() {
-    return execute(fmt::format("BEGIN IMMEDIATE;"
-                               "CREATE TABLE IF NOT EXISTS settings (key TEXT PRIMARY KEY NOT NULL,"
-                               " type TEXT NOT NULL, value NOT NULL) WITHOUT ROWID;"
-                               "PRAGMA user_version = {};"
-                               "COMMIT",
-                               formatVersion)
-                       .c_str());
+    Transaction transaction(*database_);
+    return database_->execute(
+               fmt::format("CREATE TABLE IF NOT EXISTS settings (key TEXT PRIMARY KEY NOT NULL,"
+                           " type TEXT NOT NULL, value NOT NULL) WITHOUT ROWID;"
+                           "PRAGMA user_version = {}",
+                           formatVersion)) &&
+           transaction.commit();
   }
 
   bool readAll() {
-    const Statement rows = prepare(database_.get(), "SELECT key, type, value FROM settings");
+    Statement rows = database_->prepare("SELECT key, type, value FROM settings");
     if (!rows) return false;
-    int status = SQLITE_ROW;
-    while ((status = sqlite3_step(rows.get())) == SQLITE_ROW) {
-      const std::string type = bytesOf(rows.get(), 1);
+    auto step = Statement::Step::row;
+    while ((step = rows.step()) == Statement::Step::row) {
+      const std::string_view type = rows.bytes(1);
       std::optional<Value> value;
-      if (type == "text") value = bytesOf(rows.get(), 2);
-      if (type == "boolean") value = sqlite3_column_int(rows.get(), 2) != 0;
-      if (type == "number") value = sqlite3_column_double(rows.get(), 2);
-      if (type == "data") value = Data{bytesOf(rows.get(), 2)};
-      if (value) values_.insert_or_assign(bytesOf(rows.get(), 0), std::move(*value));
+      if (type == "text") value = std::string(rows.bytes(2));
+      if (type == "boolean") value = rows.integer(2) != 0;
+      if (type == "number") value = rows.number(2);
+      if (type == "data") value = Data{std::string(rows.bytes(2))};
+      if (value) values_.insert_or_assign(std::string(rows.bytes(0)), std::move(*value));
     }
-    return status == SQLITE_DONE;
-  }
-
-  bool execute(const char* sql) {
-    return sqlite3_exec(database_.get(), sql, nullptr, nullptr, nullptr) == SQLITE_OK;
+    return step == Statement::Step::done;
   }
 
   /// Runs a bound statement, which commits by itself.
-  bool change(sqlite3_stmt* statement) {
-    const bool done = sqlite3_step(statement) == SQLITE_DONE;
-    lastError_ = done ? "" : describe("change");
-    sqlite3_reset(statement);
-    sqlite3_clear_bindings(statement);
+  bool change(Statement& statement) {
+    const bool done = statement.run();
+    lastError_ = done ? "" : describe("change", database_->error());
     return done;
   }
 
-  std::string describe(std::string_view action) const {
-    sqlite3* database = database_.get();
-    const int code = sqlite3_errcode(database);
-    std::string reason = reason_;
-    if (reason.empty() && code == SQLITE_NOTADB) {
-      reason = "it is not a settings file. Move it away to start with new settings.";
-    } else if (reason.empty() && (code == SQLITE_BUSY || code == SQLITE_LOCKED)) {
-      reason = "another program is using it.";
-    } else if (reason.empty()) {
-      reason = sqlite3_errmsg(database);
-    }
-    return fmt::format("Could not {} the settings in {}: {}", action, path_, reason);
+  std::string describe(std::string_view action, const DatabaseError& error) const {
+    return fmt::format("Could not {} the settings in {}: {}", action, path_,
+                       error.kind == DatabaseError::Kind::notADatabase
+                           ? "it is not a settings file. Move it away to start with new settings."
+                           : error.text);
   }
 
   std::string path_;
-  std::string reason_;
-  Database database_;  // before the statements, which must go first
+  std::optional<Database> database_;  // before the statements, which must go first
   Statement store_;
   Statement erase_;
 };

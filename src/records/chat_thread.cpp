@@ -31,11 +31,13 @@ void store(std::optional<ChatThread::PerProvider>& values, std::optional<std::st
   }
 }
 
+bool isRelative(const ChatAttachment& attachment) {
+  return !attachment.path.starts_with('/');
+}
+
 void makeAbsolute(std::vector<ChatAttachment>& attachments, std::string_view folder) {
   for (auto& attachment : attachments) {
-    if (!attachment.path.starts_with('/')) {
-      attachment.path = files::standardized(attachment.path, folder);
-    }
+    if (isRelative(attachment)) attachment.path = files::standardized(attachment.path, folder);
   }
 }
 
@@ -95,7 +97,11 @@ void ChatThread::moveQueuedPromptToFront(const Uuid& promptID, Date now) {
 void ChatThread::prepareForWorkspaceMove(std::string_view sourceFolder, std::string_view sourceName,
                                          std::string_view destinationName, Date now) {
   for (std::size_t i = 0; i < entries.size(); ++i) {
-    makeAbsolute(entries[i].attachments, sourceFolder);
+    // Only an entry that changes is touched: each that is touched is stored again.
+    const auto& attachments = std::as_const(entries)[i].attachments;
+    if (std::ranges::any_of(attachments, isRelative)) {
+      makeAbsolute(entries[i].attachments, sourceFolder);
+    }
   }
   for (auto& prompt : queuedPrompts) makeAbsolute(prompt.attachments, sourceFolder);
   makeAbsolute(draftAttachments, sourceFolder);

@@ -56,30 +56,53 @@ static constexpr auto fieldsOf(const ImportedSessionReference*) {
                 field("importedAt", &R::importedAt), field("lastSeenAt", &R::lastSeenAt));
 }
 
+// In three parts, since a store keeps the entries and the runs apart from all the rest.
+
+static constexpr auto fieldsBeforeEntries() {
+  using R = ChatThread;
+  return fields(field("id", &R::id), field("title", &R::title), field("sessionId", &R::sessionId),
+                field("providerSessionIDs", &R::providerSessionIDs),
+                field("providerModelIDs", &R::providerModelIDs),
+                field("providerEfforts", &R::providerEfforts),
+                field("lastProvider", &R::lastProvider),
+                field("importedSession", &R::importedSession), field("draftText", &R::draftText),
+                field("draftAttachments", &R::draftAttachments, orDefault),
+                field("workspaceMode", &R::workspaceMode, orDefault),
+                field("isolatedWorkspacePath", &R::isolatedWorkspacePath),
+                field("checkpoints", &R::checkpoints, orDefault),
+                field("preferredProvider", &R::preferredProvider),
+                field("nextMessageProvider", &R::nextMessageProvider),
+                field("comparisonGroupID", &R::comparisonGroupID));
+}
+static constexpr auto fieldOfQueue() {
+  return fields(field("queuedPrompts", &ChatThread::queuedPrompts, orDefault));
+}
+static constexpr auto fieldsAfterRuns() {
+  using R = ChatThread;
+  return fields(field("createdAt", &R::createdAt), field("updatedAt", &R::updatedAt),
+                field("isPinned", &R::isPinned, orDefault),
+                field("isArchived", &R::isArchived, orDefault));
+}
+
 static constexpr auto fieldsOf(const ChatThread*) {
   using R = ChatThread;
-  return fields(
-      field("id", &R::id), field("title", &R::title), field("sessionId", &R::sessionId),
-      field("providerSessionIDs", &R::providerSessionIDs),
-      field("providerModelIDs", &R::providerModelIDs),
-      field("providerEfforts", &R::providerEfforts), field("lastProvider", &R::lastProvider),
-      field("importedSession", &R::importedSession), field("draftText", &R::draftText),
-      field("draftAttachments", &R::draftAttachments, orDefault),
-      field("workspaceMode", &R::workspaceMode, orDefault),
-      field("isolatedWorkspacePath", &R::isolatedWorkspacePath),
-      field("checkpoints", &R::checkpoints, orDefault),
-      field("preferredProvider", &R::preferredProvider),
-      field("nextMessageProvider", &R::nextMessageProvider),
-      field("comparisonGroupID", &R::comparisonGroupID), field("entries", &R::entries),
-      field("queuedPrompts", &R::queuedPrompts, orDefault), field("runs", &R::runs, orDefault),
-      field("createdAt", &R::createdAt), field("updatedAt", &R::updatedAt),
-      field("isPinned", &R::isPinned, orDefault), field("isArchived", &R::isArchived, orDefault));
+  return std::tuple_cat(fieldsBeforeEntries(), fields(field("entries", &R::entries)),
+                        fieldOfQueue(), fields(field("runs", &R::runs, orDefault)),
+                        fieldsAfterRuns());
+}
+static constexpr auto headFields(const ChatThread*) {
+  return std::tuple_cat(fieldsBeforeEntries(), fieldOfQueue(), fieldsAfterRuns());
 }
 
 static constexpr auto fieldsOf(const Workspace*) {
   using R = Workspace;
   return fields(field("id", &R::id), field("name", &R::name), field("path", &R::path),
                 field("threads", &R::threads), field("isPinned", &R::isPinned, orDefault));
+}
+static constexpr auto headFields(const Workspace*) {
+  using R = Workspace;
+  return fields(field("id", &R::id), field("name", &R::name), field("path", &R::path),
+                field("isPinned", &R::isPinned, orDefault));
 }
 
 static bool readJson(const Json& json, Transcript& transcript, JsonReading& reading) {
@@ -129,6 +152,66 @@ std::expected<std::vector<Workspace>, DecodeError> decodeWorkspaces(std::string_
 
 std::expected<ChatThread, DecodeError> decodeThread(const Json& json, const JsonPolicy& policy) {
   return decode<ChatThread>(json, policy);
+}
+
+// ---- the pieces that a store keeps on rows of their own -----------------------------------------
+
+namespace {
+
+template <typename Record>
+std::string encodeHeadOf(const Record& record) {
+  std::string out;
+  JsonWriter writer(out);
+  writeFields(writer, record, headFields(&record), conversationJson);
+  return out;
+}
+
+template <typename Record>
+std::string encodeWhole(const Record& record) {
+  std::string out;
+  JsonWriter writer(out);
+  writeJson(writer, record, conversationJson);
+  return out;
+}
+
+template <typename Record, typename Fields>
+std::expected<Record, DecodeError> decodeRow(std::string_view text, const Fields& described) {
+  const auto json = json::parse(text);
+  if (!json) return std::unexpected(DecodeError{"", json.error().message});
+  Record record{};
+  JsonReading reading{conversationJson};
+  if (!readFields(*json, record, described, reading)) {
+    return std::unexpected(std::move(reading.error));
+  }
+  return record;
+}
+
+}  // namespace
+
+std::string encodeHead(const ChatThread& thread) {
+  return encodeHeadOf(thread);
+}
+std::string encodeHead(const Workspace& workspace) {
+  return encodeHeadOf(workspace);
+}
+std::string encodeRow(const RunRecord& run) {
+  return encodeWhole(run);
+}
+std::string encodeRow(const ChatEntry& entry) {
+  return encodeWhole(entry);
+}
+
+std::expected<ChatThread, DecodeError> decodeThreadHead(std::string_view text) {
+  return decodeRow<ChatThread>(text, headFields(static_cast<const ChatThread*>(nullptr)));
+}
+std::expected<Workspace, DecodeError> decodeWorkspaceHead(std::string_view text) {
+  return decodeRow<Workspace>(text, headFields(static_cast<const Workspace*>(nullptr)));
+}
+std::expected<RunRecord, DecodeError> decodeRun(std::string_view text) {
+  return decodeRow<RunRecord>(text, fieldsOf(static_cast<const RunRecord*>(nullptr)));
+}
+std::expected<ChatEntry, DecodeError> decodeEntry(std::string_view text) {
+  return decodeRow<ChatEntry>(text, fieldsOf(static_cast<const ChatEntry*>(nullptr)));
 }
 
 }  // namespace vantrell

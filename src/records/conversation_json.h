@@ -23,4 +23,17 @@ std::expected<std::vector<Workspace>, DecodeError> decodeWorkspaces(std::string_
                                                                     const JsonPolicy& policy);
 std::expected<ChatThread, DecodeError> decodeThread(const Json& json, const JsonPolicy& policy);
 
+// The pieces that the store keeps on rows of their own, as `conversationJson` has them. A head is
+// its record without the lists that grow: a workspace without threads, a thread without entries and
+// runs.
+
+std::string encodeHead(const ChatThread& thread);
+std::string encodeHead(const Workspace& workspace);
+std::string encodeRow(const RunRecord& run);
+std::string encodeRow(const ChatEntry& entry);
+std::expected<ChatThread, DecodeError> decodeThreadHead(std::string_view text);
+std::expected<Workspace, DecodeError> decodeWorkspaceHead(std::string_view text);
+std::expected<RunRecord, DecodeError> decodeRun(std::string_view text);
+std::expected<ChatEntry, DecodeError> decodeEntry(std::string_view text);
+
 }  // namespace vantrell

@@ -107,27 +107,34 @@ template <typename T>
 inline constexpr bool isOptional<std::optional<T>> = true;
 }  // namespace detail
 
-template <DescribedRecord Record>
-void writeJson(JsonWriter& writer, const Record& record, const JsonPolicy& policy) {
+/// The fields of `described`, which may be fewer than the record has.
+template <typename Record, typename Fields>
+void writeFields(JsonWriter& writer, const Record& record, const Fields& described,
+                 const JsonPolicy& policy) {
   writer.beginObject();
   std::apply(
       [&](const auto&... each) {
-        const auto write = [&](const auto& described) {
-          const auto& value = record.*(described.member);
+        const auto write = [&](const auto& one) {
+          const auto& value = record.*(one.member);
           using Value = std::remove_cvref_t<decltype(value)>;
           if constexpr (detail::isOptional<Value>) {
             if (!value) return;
-            writer.key(described.key);
+            writer.key(one.key);
             writeJson(writer, *value, policy);
           } else {
-            writer.key(described.key);
+            writer.key(one.key);
             writeJson(writer, value, policy);
           }
         };
         (write(each), ...);
       },
-      fieldsOf(static_cast<const Record*>(nullptr)));
+      described);
   writer.endObject();
+}
+
+template <DescribedRecord Record>
+void writeJson(JsonWriter& writer, const Record& record, const JsonPolicy& policy) {
+  writeFields(writer, record, fieldsOf(static_cast<const Record*>(nullptr)), policy);
 }
 
 // ---- reading ------------------------------------------------------------------------------------
@@ -211,15 +218,20 @@ bool readField(const JsonObject& object, const JsonField<Record, Value>& describ
 }
 }  // namespace detail
 
-template <DescribedRecord Record>
-bool readJson(const Json& json, Record& record, JsonReading& reading) {
+template <typename Record, typename Fields>
+bool readFields(const Json& json, Record& record, const Fields& described, JsonReading& reading) {
   const JsonObject* object = json.asObject();
   if (!object) return reading.fail("expected an object");
   return std::apply(
       [&](const auto&... each) {
         return (detail::readField(*object, each, record, reading) && ...);
       },
-      fieldsOf(static_cast<const Record*>(nullptr)));
+      described);
+}
+
+template <DescribedRecord Record>
+bool readJson(const Json& json, Record& record, JsonReading& reading) {
+  return readFields(json, record, fieldsOf(static_cast<const Record*>(nullptr)), reading);
 }
 
 }  // namespace vantrell

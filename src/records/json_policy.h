@@ -16,6 +16,8 @@ struct JsonPolicy {
 
 inline constexpr JsonPolicy conversationJson{JsonPolicy::DateForm::secondsSinceReference};
 
+inline constexpr JsonPolicy orchestrationJson{JsonPolicy::DateForm::iso8601};
+
 /// Why a document could not be read: the way to the value and what is wrong with it.
 struct DecodeError {
   std::string path;     // "0.threads.3.title"

@@ -12,8 +12,32 @@ std::size_t hashOf(std::string_view id) {
 constexpr std::size_t smallestTable = 16;
 }  // namespace
 
+Transcript::Transcript(std::size_t count, Loader load)
+    : unread_(count == 0 ? nullptr : std::make_unique<Unread>(count, std::move(load))) {
+  journal_.take(count);
+}
+
+Transcript::Transcript(const Transcript& other) : entries_(other.entries()) {}
+
+Transcript& Transcript::operator=(const Transcript& other) {
+  if (this != &other) *this = Transcript(other);
+  return *this;
+}
+
+void Transcript::readNow() const {
+  // Away first: a loader that looks back here must not begin again.
+  const auto unread = std::move(unread_);
+  entries_ = unread->load();
+}
+
+ChatEntry& Transcript::operator[](std::size_t index) {
+  if (unread_) readNow();
+  journal_.changed(index);
+  return entries_[index];
+}
+
 std::optional<std::size_t> Transcript::indexOf(std::string_view id) const {
-  if (indexed_ != entries_.size() || slots_.empty()) rebuildIndex();
+  if (indexed_ != entries().size() || slots_.empty()) rebuildIndex();
   const std::size_t mask = slots_.size() - 1;
   for (std::size_t slot = hashOf(id) & mask; slots_[slot] != 0; slot = (slot + 1) & mask) {
     const std::size_t position = slots_[slot] - 1;
@@ -29,10 +53,13 @@ const ChatEntry* Transcript::find(std::string_view id) const {
 
 ChatEntry* Transcript::find(std::string_view id) {
   const auto position = indexOf(id);
-  return position ? &entries_[*position] : nullptr;
+  if (!position) return nullptr;
+  journal_.changed(*position);
+  return &entries_[*position];
 }
 
-ChatEntry& Transcript::append(ChatEntry entry) {
+const ChatEntry& Transcript::append(ChatEntry entry) {
+  if (unread_) readNow();
   const bool indexIsCurrent = !slots_.empty() && indexed_ == entries_.size();
   entries_.push_back(std::move(entry));
   if (indexIsCurrent && entries_.size() * 2 <= slots_.size()) addToIndex(entries_.size() - 1);
@@ -40,8 +67,10 @@ ChatEntry& Transcript::append(ChatEntry entry) {
 }
 
 void Transcript::truncate(std::size_t count) {
-  if (count >= entries_.size()) return;
+  if (count >= size()) return;
+  if (unread_) readNow();
   entries_.resize(count);
+  journal_.shortenedTo(count);
   slots_.clear();
   indexed_ = 0;
 }

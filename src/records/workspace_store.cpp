@@ -1,69 +1,416 @@
 #include "records/workspace_store.h"
 
+#include <filesystem>
 #include <fmt/format.h>
+#include <set>
 
 #include "platform/files.h"
 #include "platform/user_defaults.h"
 #include "records/conversation_json.h"
+#include "records/kept_aside.h"
+#include "records/tree_reader.h"
 
 namespace vantrell {
 
 namespace {
+
 constexpr std::string_view documentKey = "savedWorkspaces.v1";
+constexpr std::string_view unreadable = "conversations that could not be read";
+/// Note: which document of an earlier version this file has taken over.
+constexpr std::string_view documentNote = "document";
+
+/// FNV-1a, 64 bits: tells a document that was taken over from another one.
+std::string fingerprint(std::string_view bytes) {
+  std::uint64_t hash = 14695981039346656037U;
+  for (const char byte : bytes) hash = (hash ^ static_cast<unsigned char>(byte)) * 1099511628211U;
+  return fmt::format("{:016x} {}", hash, bytes.size());
 }
+
+/// Rows and live state are found by id, so each id names one thing.
+void makeIDsUnique(std::vector<Workspace>& workspaces) {
+  std::set<Uuid> seen;
+  for (auto& workspace : workspaces) {
+    if (!seen.insert(workspace.id).second) workspace.id = Uuid::random();
+  }
+  seen.clear();
+  for (auto& workspace : workspaces) {
+    for (auto& thread : workspace.threads) {
+      if (!seen.insert(thread.id).second) thread.id = Uuid::random();
+    }
+  }
+}
+
+TreeChanges everything(const std::vector<Workspace>& workspaces) {
+  TreeChanges changes{.structure = true, .threads = {}};
+  for (const auto& workspace : workspaces) {
+    for (const auto& thread : workspace.threads) {
+      changes.threads[{workspace.id, thread.id}] = {.head = true, .allRuns = true, .runs = {}};
+    }
+  }
+  return changes;
+}
+
+}  // namespace
 
 WorkspaceStore::WorkspaceStore(UserDefaults& defaults, std::string supportFolder)
     : defaults_(defaults),
       supportFolder_(std::move(supportFolder)),
-      generalPath_(files::standardized("General Chats", supportFolder_)) {}
+      generalPath_(files::standardized("General Chats", supportFolder_)),
+      path_(supportFolder_ + "/conversations.sqlite") {}
+
+WorkspaceStore::~WorkspaceStore() {
+  if (reader_) reader_->onDamage = nullptr;  // transcripts may outlive us, and with them the reader
+}
+
+// ---- loading ------------------------------------------------------------------------------------
 
 std::vector<Workspace> WorkspaceStore::load(Date now) {
   // Without the folder the General workspace is of little use, but nothing else depends on it.
   (void)files::createFolders(generalPath_);
+  std::vector<Workspace> workspaces = readTree(now);
+  applyLoadRules(workspaces);
+  lastError_.clear();
+  // What comes from the file is there already; what does not is new.
+  const auto stored = commit(workspaces, {.structure = true, .threads = {}});
+  if (!stored) lastError_ = stored.error();
+  isLoaded_ = true;
+  return workspaces;
+}
 
-  std::vector<Workspace> workspaces = readDocument(now);
+void WorkspaceStore::applyLoadRules(std::vector<Workspace>& workspaces) const {
   std::erase_if(workspaces, [](const Workspace& each) { return !files::exists(each.path); });
-
   const auto general = std::ranges::find_if(workspaces, [this](const Workspace& each) {
     return files::standardized(each.path) == generalPath_;
   });
   if (general == workspaces.end()) {
-    workspaces.insert(workspaces.begin(), Workspace::makeGeneral(generalPath_, now));
+    workspaces.insert(workspaces.begin(), Workspace::makeGeneral(generalPath_, now_));
   } else {
     general->name = "General";
     std::rotate(workspaces.begin(), general, general + 1);
   }
-  save(workspaces);
+}
+
+/// Conversations whose project could not be read are shown in General.
+void WorkspaceStore::adoptStrays(TreeReader& reader, std::vector<Workspace>& workspaces,
+                                 Date now) const {
+  if (reader.strays.empty()) return;
+  auto general = std::ranges::find(workspaces, generalPath_, &Workspace::path);
+  if (general == workspaces.end()) {
+    general = workspaces.insert(workspaces.begin(), Workspace::makeGeneral(generalPath_, now));
+    general->threads.clear();
+  }
+  std::ranges::move(std::exchange(reader.strays, {}), std::back_inserter(general->threads));
+}
+
+std::vector<Workspace> WorkspaceStore::readTree(Date now) {
+  now_ = now;
+  stored_ = {};
+  unwritten_ = {};
+  notes_.clear();
+  notice_.reset();
+  refusal_.reset();
+  writer_.reset();
+  if (reader_) reader_->onDamage = nullptr;
+  reader_.reset();
+  isLoaded_ = documentMayGo_ = false;
+  return readDocument(readFile());
+}
+
+std::vector<Workspace> WorkspaceStore::readFile() {
+  const auto look = ConversationFile::lookAt(path_);
+  if (look.damage) return salvage(*look.damage);
+  auto opened = ConversationFile::open(path_);
+  if (!opened) {
+    const auto& error = opened.error();
+    using enum DatabaseError::Kind;
+    if (error.kind == notADatabase || error.kind == damaged) return salvage(error.text);
+    refusal_ = fmt::format("The conversations in {} could not be opened: {}", path_, error.text);
+    tell(fmt::format("{}. Nothing is saved until that is mended and Vantrell starts again.",
+                     *refusal_));
+    return {};
+  }
+  if (look.isDoubtful && !opened->isSound()) {
+    opened = std::unexpected(DatabaseError{});
+    return salvage("it is cut short");
+  }
+  const auto contents = opened->readContents();
+  if (contents.damage) {
+    const std::string reason = contents.damage->text;
+    opened = std::unexpected(DatabaseError{});
+    return salvage(reason);
+  }
+  auto reading = ConversationFile::open(path_);
+  if (!reading) {
+    refusal_ =
+        fmt::format("The conversations in {} could not be opened: {}", path_, reading.error().text);
+    tell(*refusal_ + ".");
+    return {};
+  }
+  writer_.emplace(std::move(*opened));
+  notes_ = contents.notes;
+  reader_ = std::make_shared<TreeReader>(std::move(*reading));
+  reader_->onDamage = [this](const std::string& piece, const std::string& sentence) {
+    damageMet(piece, sentence);
+  };
+  auto workspaces = reader_->read(contents, stored_);
+  adoptStrays(*reader_, workspaces, now_);
   return workspaces;
 }
 
-std::vector<Workspace> WorkspaceStore::readDocument(Date now) {
-  const auto document = defaults_.data(documentKey);
-  if (!document) return {};
-  auto decoded = decodeWorkspaces(*document, conversationJson);
-  if (decoded) return std::move(*decoded);
+// The damaged file goes out of the way whole; what can be read of a copy becomes the new one.
+std::vector<Workspace> WorkspaceStore::salvage(const std::string& reason) {
+  const auto kept = keptAside::moveDatabase(path_, unreadable, now_);
+  if (!kept) {
+    refusal_ = fmt::format(
+        "The stored conversations could not be read ({}). {}; so that nothing is lost, no change "
+        "is saved until a copy can be kept.",
+        reason, kept.error().description);
+    tell(*refusal_);
+    return {};
+  }
+  std::vector<Workspace> workspaces;
+  const std::string scratch = path_ + ".salvage";
+  if (keptAside::copyForReading(*kept, scratch)) {
+    if (auto file = ConversationFile::open(scratch)) {
+      const auto reader = std::make_shared<TreeReader>(std::move(*file));
+      StoredTree nowhere;
+      workspaces = reader->read(reader->file().readContents(), nowhere);
+      adoptStrays(*reader, workspaces, now_);
+      for (auto& workspace : workspaces) {
+        for (auto& thread : workspace.threads) (void)thread.entries.begin();  // reads it
+      }
+    }
+  }
+  for (const char* suffix : {"", "-wal", "-shm"}) (void)files::remove(scratch + suffix);
+  std::size_t count = 0;
+  for (const auto& workspace : workspaces) count += workspace.threads.size();
+  tell(fmt::format(
+      "The stored conversations could not be read ({}). The file was kept in \"{}\"; {}", reason,
+      *kept,
+      count == 0 ? std::string("a new list begins.")
+                 : fmt::format("{} conversations could be saved from it, in full or "
+                               "in part.",
+                               count)));
+  makeIDsUnique(workspaces);
+  if (auto fresh = ConversationFile::open(path_)) {
+    writer_.emplace(std::move(*fresh));
+  } else {
+    refusal_ = fmt::format("A new store of conversations could not be made in {}: {}", path_,
+                           fresh.error().text);
+    tell(*refusal_ + ".");
+  }
+  return workspaces;
+}
 
-  const std::string aside =
-      fmt::format("{}/conversations that could not be read {}.json", supportFolder_, iso8601(now));
-  const auto kept = files::writeAtomically(aside, *document, 0600);
-  mayOverwrite_ = kept.has_value();
-  notice_ =
-      fmt::format("The stored conversations could not be read ({}). {}", decoded.error().text(),
-                  kept ? fmt::format("They were kept in \"{}\"; a new list begins.", aside)
-                       : fmt::format("{}; so that nothing is lost, no change is saved until "
-                                     "a copy can be kept.",
-                                     kept.error().description));
-  return {};
+/// Whatever lies under the document's key, of any type.
+std::optional<std::string> WorkspaceStore::valueOfDocument() const {
+  if (auto data = defaults_.data(documentKey)) return data;
+  if (auto text = defaults_.text(documentKey)) return text;
+  if (const auto number = defaults_.number(documentKey)) return fmt::format("{}", *number);
+  if (const auto boolean = defaults_.boolean(documentKey)) return *boolean ? "true" : "false";
+  return std::nullopt;
+}
+
+// Earlier versions kept the tree as one document in the defaults. It goes from there when all of it
+// is in the file, or kept aside.
+std::vector<Workspace> WorkspaceStore::readDocument(std::vector<Workspace> fromFile) {
+  const auto document = valueOfDocument();
+  if (!document) return fromFile;
+  const std::string mark = fingerprint(*document);
+  const auto taken = notes_.find(std::string(documentNote));
+  if (taken != notes_.end() && taken->second == mark) {
+    documentMayGo_ = true;  // the end came between the two steps
+    return fromFile;
+  }
+  auto decoded = defaults_.data(documentKey) ? decodeWorkspaces(*document, conversationJson)
+                                             : std::unexpected(DecodeError{"", "it is not data"});
+  const bool fileIsNew = fromFile.empty() && !notice_ && !refusal_;
+  if (decoded && fileIsNew) {
+    makeIDsUnique(*decoded);
+    newNotes_[std::string(documentNote)] = mark;
+    documentMayGo_ = true;
+    return std::move(*decoded);
+  }
+  const std::string_view name =
+      decoded ? std::string_view("conversations from the settings") : unreadable;
+  const auto kept = keptAside::write(supportFolder_, name, now_, *document);
+  documentMayGo_ = kept.has_value();
+  if (kept && decoded) {
+    tell(
+        fmt::format("The settings hold conversations of an earlier version beside the present "
+                    "ones. They were kept in \"{}\"; \"vantrell settings import\" takes them.",
+                    *kept));
+  } else if (kept) {
+    tell(fmt::format("The stored conversations could not be read ({}). They were kept in \"{}\"{}",
+                     decoded.error().text(), *kept,
+                     fromFile.empty() ? "; a new list begins." : "."));
+  } else if (fromFile.empty()) {
+    const std::string problem =
+        decoded ? std::string("The conversations of an earlier version are not taken over")
+                : fmt::format("The stored conversations could not be read ({})",
+                              decoded.error().text());
+    refusal_ =
+        fmt::format("{}. {}; so that nothing is lost, no change is saved until a copy can be kept.",
+                    problem, kept.error().description);
+    tell(*refusal_);
+    if (decoded) {
+      // The file could not be opened: at least they can be looked at.
+      makeIDsUnique(*decoded);
+      return std::move(*decoded);
+    }
+  } else {
+    tell(
+        fmt::format("The settings hold conversations of an earlier version beside the present "
+                    "ones, and they could not be kept elsewhere: {}. They stay there.",
+                    kept.error().description));
+  }
+  return fromFile;
+}
+
+void WorkspaceStore::tell(std::string_view sentence) {
+  if (isLoaded_) {
+    if (onNotice) onNotice(sentence);
+    return;
+  }
+  notice_ = notice_ ? fmt::format("{} {}", *notice_, sentence) : std::string(sentence);
+}
+
+void WorkspaceStore::damageMet(const std::string& piece, const std::string& sentence) {
+  const std::string note = "copy of damaged " + piece;
+  if (const auto known = notes_.find(note); known != notes_.end() && files::exists(known->second)) {
+    return tell(fmt::format("{} A copy of the file is in \"{}\".", sentence, known->second));
+  }
+  if (!copy_) {
+    const std::string path =
+        keptAside::freeName(supportFolder_, "conversations with damage", now_, ".sqlite");
+    if (reader_ && reader_->file().copyTo(path)) copy_ = path;
+  }
+  if (!copy_) {
+    return tell(
+        fmt::format("{} No copy of the file could be kept; it is not written over as long "
+                    "as that part of the conversation is not changed.",
+                    sentence));
+  }
+  notes_[note] = newNotes_[note] = *copy_;
+  tell(fmt::format("{} A copy of the file was kept in \"{}\".", sentence, *copy_));
+}
+
+// ---- saving -------------------------------------------------------------------------------------
+
+SaveBatch WorkspaceStore::collect(const std::vector<Workspace>& workspaces,
+                                  const TreeChanges& changes) {
+  if (refusal_ || !writer_) return {};  // nothing counts as stored
+  SaveBatch batch = stored_.collect(workspaces, changes);
+  batch.notes = std::exchange(newNotes_, {});
+  return batch;
+}
+
+std::expected<void, std::string> WorkspaceStore::write(SaveBatch batch) {
+  if (refusal_) return std::unexpected(*refusal_);
+  if (!writer_) return std::unexpected("The conversations were not loaded");
+  unwritten_.add(std::move(batch));
+  if (unwritten_.empty()) return {};
+  const auto written = writer_->write(unwritten_);
+  if (written) {
+    unwritten_ = {};
+    return {};
+  }
+  if (written.error().kind == DatabaseError::Kind::damaged) writeWhatIsSound();
+  return std::unexpected(
+      fmt::format("Could not save the conversations in {}: {}", path_, written.error().text));
+}
+
+/// A damaged page must hurt no conversation but its own.
+void WorkspaceStore::writeWhatIsSound() {
+  SaveBatch left;
+  for (auto& part : unwritten_.byThread()) {
+    if (!writer_->write(part)) left.add(std::move(part));
+  }
+  unwritten_ = std::move(left);
 }
 
 bool WorkspaceStore::save(const std::vector<Workspace>& workspaces) {
-  if (!mayOverwrite_) {
-    lastError_ = *notice_;
-    return false;
+  const auto stored = commit(workspaces, everything(workspaces));
+  if (!stored) lastError_ = stored.error();
+  return stored.has_value();
+}
+
+std::expected<void, std::string> WorkspaceStore::commit(const std::vector<Workspace>& workspaces,
+                                                        const TreeChanges& changes) {
+  auto written = write(collect(workspaces, changes));
+  if (written && std::exchange(documentMayGo_, false)) (void)defaults_.remove(documentKey);
+  return written;
+}
+
+// ---- the whole tree -----------------------------------------------------------------------------
+
+std::expected<WorkspaceStore::Peek, std::string> WorkspaceStore::peek() {
+  const auto unreadableFile = [this](std::string_view reason) {
+    return std::unexpected(
+        fmt::format("The conversations in {} could not be read: {}", path_, reason));
+  };
+  if (!files::exists(path_)) {
+    const auto document = valueOfDocument();
+    if (!document) return Peek{};
+    auto decoded = decodeWorkspaces(*document, conversationJson);
+    if (!decoded) return unreadableFile(decoded.error().text());
+    return Peek{std::move(*decoded)};
   }
-  if (defaults_.setData(documentKey, encodeWorkspaces(workspaces, conversationJson))) return true;
-  lastError_ = defaults_.lastError();
-  return false;
+  if (const auto look = ConversationFile::lookAt(path_); look.damage) {
+    return unreadableFile(*look.damage);
+  }
+  auto opened = ConversationFile::open(path_);
+  if (!opened) return unreadableFile(opened.error().text);
+  if (!opened->holdStill()) return unreadableFile("another program is using it");
+  Peek result;
+  const auto reader = std::make_shared<TreeReader>(std::move(*opened));
+  reader->onDamage = [problems = result.problems](const std::string&, const std::string& sentence) {
+    *problems += (problems->empty() ? "" : " ") + sentence;
+  };
+  const auto contents = reader->file().readContents();
+  if (contents.damage) return unreadableFile(contents.damage->text);
+  StoredTree nowhere;
+  result.workspaces = reader->read(contents, nowhere);
+  adoptStrays(*reader, result.workspaces, Date());
+  return result;
+}
+
+std::expected<WorkspaceStore::Export, std::string> WorkspaceStore::exportDocument() {
+  auto seen = peek();
+  if (!seen) return std::unexpected(std::move(seen.error()));
+  Export result{encodeWorkspaces(seen->workspaces, conversationJson), std::nullopt};
+  if (!seen->problems->empty()) result.notice = *seen->problems;
+  return result;
+}
+
+std::expected<WorkspaceStore::Import, std::string> WorkspaceStore::importDocument(
+    std::string_view document, Date now) {
+  auto decoded = decodeWorkspaces(document, conversationJson);
+  if (!decoded) {
+    return std::unexpected(fmt::format("The document cannot be read: {}", decoded.error().text()));
+  }
+  makeIDsUnique(*decoded);
+  const auto present = readTree(now);
+  if (refusal_) return std::unexpected(*refusal_);
+  const auto kept = keptAside::write(supportFolder_, "conversations replaced by an import", now,
+                                     encodeWorkspaces(present, conversationJson));
+  if (!kept) {
+    return std::unexpected(
+        fmt::format("The present conversations could not be kept, so nothing was imported. {}",
+                    kept.error().description));
+  }
+  if (const auto stored = commit(*decoded, everything(*decoded)); !stored) {
+    unwritten_ = {};
+    return std::unexpected(stored.error());
+  }
+  Import result{.keptAside = *kept};
+  result.workspaces = decoded->size();
+  for (const auto& workspace : *decoded) {
+    result.threads += workspace.threads.size();
+    // That of General is made at the next start.
+    if (!files::exists(workspace.path) && workspace.path != generalPath_) ++result.withoutFolder;
+  }
+  return result;
 }
 
 }  // namespace vantrell

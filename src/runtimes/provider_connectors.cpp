@@ -1,9 +1,9 @@
 #include "runtimes/provider_connectors.h"
 
-#include "platform/process.h"
-#include "platform/text.h"
+#include "platform/user_defaults.h"
 #include "runtimes/acp/acp_client.h"
 #include "runtimes/grok_arguments.h"
+#include "runtimes/locators.h"
 #include "runtimes/provider_registry.h"
 #include "runtimes/runtime_locator.h"
 
@@ -11,13 +11,10 @@ namespace vantrell {
 
 namespace {
 
-constexpr std::string_view defaultGLMModel = "zai-coding-plan/glm-4.7";
-/// Only models of the coding plan are covered by its subscription.
-constexpr std::string_view guardedGLMPrefix = "zai-coding-plan/glm-";
-
 /// Fills in what the provider's dialect needs beside the common part; false when the context does
 /// not allow a client.
-bool configure(ACPConfiguration& configuration, const ProviderConnectorContext& context) {
+bool configure(ACPConfiguration& configuration, const ProviderConnectorContext& context,
+               const UserDefaults& defaults) {
   switch (configuration.provider) {
     case AgentProvider::grok:
       configuration.model = context.selectedModel;
@@ -30,10 +27,11 @@ bool configure(ACPConfiguration& configuration, const ProviderConnectorContext& 
       configuration.processArguments = {"acp"};
       return true;
     case AgentProvider::glm:
-      configuration.model = context.selectedModel.value_or(std::string(defaultGLMModel));
+      configuration.model =
+          context.selectedModel.value_or(OpenCodeLocator::configuredModel(defaults));
       configuration.effort = context.selectedEffort;
       configuration.processArguments = {"acp", "--cwd", context.workspacePath};
-      return text::lowercased(*configuration.model).starts_with(guardedGLMPrefix);
+      return OpenCodeLocator::isPlanModel(*configuration.model);
     default: return false;
   }
 }
@@ -46,15 +44,15 @@ bool speaksACP(AgentProvider provider) {
 }  // namespace
 
 ProviderConnectorRegistry::ProviderConnectorRegistry(
-    MainQueue& main, BackgroundPool& pool,
+    MainQueue& main, BackgroundPool& pool, const UserDefaults& defaults,
     std::function<std::optional<std::string>(AgentProvider)> customExecutable) {
   for (const auto provider : allAgentProviders) {
     const auto executable = [provider, customExecutable]() -> std::optional<std::string> {
       const auto custom = customExecutable(provider);
-      return findExecutable(provider, custom, currentEnvironment());
+      return findRuntime(provider, custom);
     };
     const auto makeClient =
-        [&main, &pool, provider,
+        [&main, &pool, &defaults, provider,
          executable](const ProviderConnectorContext& context) -> std::shared_ptr<AgentClient> {
       ACPConfiguration configuration;
       configuration.provider = provider;
@@ -62,15 +60,17 @@ ProviderConnectorRegistry::ProviderConnectorRegistry(
       configuration.permissionMode = context.permissionMode;
       configuration.runtimeName = shortLabel(provider);
       const auto program = executable();
-      if (!program || !configure(configuration, context)) return nullptr;
+      if (!program || !configure(configuration, context, defaults)) return nullptr;
       configuration.executable = *program;
-      configuration.processEnvironment = runtimeEnvironment(provider, currentEnvironment());
+      configuration.processEnvironment = runtimeEnvironment(provider);
       return ACPClient::make(std::move(configuration), main, pool);
     };
     replace({provider,
              std::string(ProviderRegistry::setupHint(provider)),
-             [provider, executable](const ProviderConnectorContext&) {
-               return speaksACP(provider) && executable().has_value();
+             [&defaults, provider, executable](const ProviderConnectorContext&) {
+               return speaksACP(provider) && executable().has_value() &&
+                      (provider != AgentProvider::glm ||
+                       OpenCodeLocator::isPlanModel(OpenCodeLocator::configuredModel(defaults)));
              },
              makeClient,
              {}});

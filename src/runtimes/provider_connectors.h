@@ -15,6 +15,7 @@
 namespace vantrell {
 
 class AgentClient;
+class UserDefaults;
 
 /// What a connector is told about the conversation that wants a client.
 struct ProviderConnectorContext {
@@ -38,8 +39,9 @@ struct ProviderConnector {
 class ProviderConnectorRegistry {
  public:
   /// `customExecutable` gives the path that the user has set for a provider's program, or absent.
+  /// All references must outlive the registry.
   ProviderConnectorRegistry(
-      MainQueue& main, BackgroundPool& pool,
+      MainQueue& main, BackgroundPool& pool, const UserDefaults& defaults,
       std::function<std::optional<std::string>(AgentProvider)> customExecutable);
 
   const ProviderConnector& connector(AgentProvider provider) const;

@@ -4,7 +4,9 @@
 #include <vector>
 
 #include "platform/files.h"
+#include "platform/login_shell.h"
 #include "platform/text.h"
+#include "platform/user_defaults.h"
 
 namespace vantrell {
 
@@ -21,6 +23,8 @@ struct RuntimeLocation {
   std::string_view missingPath;  // what a missing PATH counts as
   Texts removed;                 // variables that would lead to metered billing
   std::vector<std::pair<std::string_view, std::string_view>> set;
+  std::string_view customPathKey;   // in the user defaults
+  std::string_view installCommand;  // the vendor's own, as the vendor publishes it
 };
 
 const RuntimeLocation* locationOf(AgentProvider provider) {
@@ -31,7 +35,9 @@ const RuntimeLocation* locationOf(AgentProvider provider) {
        {"~/.grok/bin", "/opt/homebrew/bin", "/usr/local/bin", "/usr/bin", "/bin"},
        "",
        {},
-       {}},
+       {},
+       "grokExecutablePath",
+       "curl -fsSL https://x.ai/cli/install.sh | bash"},
       {AgentProvider::codex,
        "codex",
        {"/Applications/ChatGPT.app/Contents/Resources/codex", "/opt/homebrew/bin/codex",
@@ -39,7 +45,9 @@ const RuntimeLocation* locationOf(AgentProvider provider) {
        {"/opt/homebrew/bin", "/usr/local/bin", "~/.local/bin"},
        "/usr/bin:/bin:/usr/sbin:/sbin",
        {"OPENAI_API_KEY", "CODEX_API_KEY"},
-       {}},
+       {},
+       "codexExecutablePath",
+       "npm install -g @openai/codex"},
       {AgentProvider::kimi,
        "kimi",
        {"~/.local/bin/kimi", "~/.npm-global/bin/kimi", "/opt/homebrew/bin/kimi",
@@ -48,7 +56,9 @@ const RuntimeLocation* locationOf(AgentProvider provider) {
         "/bin"},
        "",
        {"KIMI_API_KEY", "MOONSHOT_API_KEY", "OPENAI_API_KEY", "ANTHROPIC_API_KEY"},
-       {}},
+       {},
+       "kimiExecutablePath",
+       "curl -LsSf https://code.kimi.com/install.sh | bash"},
       {AgentProvider::glm,
        "opencode",
        {"~/.opencode/bin/opencode", "~/.local/bin/opencode", "~/.npm-global/bin/opencode",
@@ -57,7 +67,9 @@ const RuntimeLocation* locationOf(AgentProvider provider) {
         "/usr/local/bin", "/usr/bin", "/bin"},
        "",
        {"OPENAI_API_KEY", "ANTHROPIC_API_KEY", "XAI_API_KEY", "KIMI_API_KEY", "MOONSHOT_API_KEY"},
-       {}},
+       {},
+       "openCodeExecutablePath",
+       "curl -fsSL https://opencode.ai/install | bash"},
       {AgentProvider::claude,
        "claude",
        {"~/.local/bin/claude", "~/.claude/local/claude", "~/.npm-global/bin/claude",
@@ -69,7 +81,9 @@ const RuntimeLocation* locationOf(AgentProvider provider) {
        {"ANTHROPIC_API_KEY", "ANTHROPIC_AUTH_TOKEN", "ANTHROPIC_BASE_URL",
         "CLAUDE_CODE_USE_BEDROCK", "CLAUDE_CODE_USE_VERTEX", "CLAUDE_CODE_USE_FOUNDRY",
         "CLAUDECODE"},
-       {{"CLAUDE_CODE_ENTRYPOINT", "vantrell"}}},
+       {{"CLAUDE_CODE_ENTRYPOINT", "vantrell"}},
+       "claudeExecutablePath",
+       "curl -fsSL https://claude.ai/install.sh | bash"},
   };
   // Local models are reached through Grok's program.
   const auto owner = provider == AgentProvider::local ? AgentProvider::grok : provider;
@@ -79,7 +93,8 @@ const RuntimeLocation* locationOf(AgentProvider provider) {
 
 std::vector<std::string> candidatePaths(const RuntimeLocation& location,
                                         std::optional<std::string_view> customPath,
-                                        const Environment& environment) {
+                                        const Environment& environment,
+                                        const std::vector<std::string>& moreFolders) {
   std::vector<std::string> paths;
   if (customPath) {
     const std::string_view custom = text::trimmed(*customPath);
@@ -88,29 +103,49 @@ std::vector<std::string> candidatePaths(const RuntimeLocation& location,
   for (const auto candidate : location.candidates) {
     paths.push_back(files::expandingTilde(candidate));
   }
+  const auto addIn = [&](std::string_view folder) {
+    if (!folder.empty()) paths.push_back(std::string(folder) + "/" + std::string(location.name));
+  };
   if (const auto path = environment.find("PATH"); path != environment.end()) {
-    for (const auto entry : text::split(path->second, ':')) {
-      if (!entry.empty()) paths.push_back(std::string(entry) + "/" + std::string(location.name));
-    }
+    for (const auto entry : text::split(path->second, ':')) addIn(entry);
   }
+  for (const auto& folder : moreFolders) addIn(folder);
   return paths;
+}
+
+/// Behind PATH, what is not in it yet.
+std::string extended(std::string path, const std::vector<std::string>& folders) {
+  for (const auto& folder : folders) {
+    const auto present = text::split(path, ':');
+    if (std::ranges::find(present, folder) != present.end()) continue;
+    if (!path.empty()) path += ':';
+    path += folder;
+  }
+  return path;
 }
 
 }  // namespace
 
 std::optional<std::string> findExecutable(AgentProvider provider,
                                           std::optional<std::string_view> customPath,
-                                          const Environment& environment) {
+                                          const Environment& environment,
+                                          const std::vector<std::string>& moreFolders) {
   const RuntimeLocation* location = locationOf(provider);
   if (!location) return std::nullopt;
   std::set<std::string> seen;
-  for (auto& path : candidatePaths(*location, customPath, environment)) {
+  for (auto& path : candidatePaths(*location, customPath, environment, moreFolders)) {
     if (seen.insert(path).second && files::isExecutable(path)) return path;
   }
   return std::nullopt;
 }
 
-Environment runtimeEnvironment(AgentProvider provider, Environment base) {
+std::optional<std::string> findRuntime(AgentProvider provider,
+                                       std::optional<std::string_view> customPath) {
+  return findExecutable(provider, customPath, currentEnvironment(), loginShell::keptFolders());
+}
+
+Environment runtimeEnvironment(AgentProvider provider, Environment base,
+                               const std::vector<std::string>& moreFolders) {
   const RuntimeLocation* location = locationOf(provider);
   if (!location) return base;
   std::vector<std::string> entries;
@@ -120,7 +155,7 @@ Environment runtimeEnvironment(AgentProvider provider, Environment base) {
       present == base.end() ? location->missingPath : std::string_view(present->second);
   // An empty entry would mean the working folder, which is the project's to fill.
   if (!rest.empty()) entries.emplace_back(rest);
-  base["PATH"] = text::joined(entries, ":");
+  base["PATH"] = extended(text::joined(entries, ":"), moreFolders);
   for (const auto name : location->removed) {
     if (const auto found = base.find(name); found != base.end()) base.erase(found);
   }
@@ -128,8 +163,30 @@ Environment runtimeEnvironment(AgentProvider provider, Environment base) {
   return base;
 }
 
-Environment GrokLocator::augmentedEnvironment() {
-  return runtimeEnvironment(AgentProvider::grok, currentEnvironment());
+Environment runtimeEnvironment(AgentProvider provider) {
+  return runtimeEnvironment(provider, currentEnvironment(), loginShell::keptFolders());
+}
+
+std::string_view programName(AgentProvider provider) {
+  const RuntimeLocation* location = locationOf(provider);
+  return location ? location->name : std::string_view();
+}
+
+std::string_view customPathKey(AgentProvider provider) {
+  const RuntimeLocation* location = locationOf(provider);
+  return location ? location->customPathKey : std::string_view();
+}
+
+std::optional<std::string> customExecutablePath(const UserDefaults& defaults,
+                                                AgentProvider provider) {
+  const auto key = customPathKey(provider);
+  if (key.empty()) return std::nullopt;
+  return defaults.text(key);
+}
+
+std::string_view installCommand(AgentProvider provider) {
+  const RuntimeLocation* location = locationOf(provider);
+  return location ? location->installCommand : std::string_view();
 }
 
 }  // namespace vantrell

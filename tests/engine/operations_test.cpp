@@ -127,6 +127,99 @@ TEST_F(Operations, ArchivingTheLastVisibleTaskMakesANewOne) {
   EXPECT_EQ(error(), "This project has no active conversations to archive.");
 }
 
+TEST_F(Operations, SelectingAProjectShowsAVisibleTask) {
+  start();
+  const Uuid second = addTask();
+  operations().selectWorkspace(general().id);
+  operations().setThreadArchived(second, key.workspaceID, true);
+  operations().selectWorkspace(key.workspaceID);
+  EXPECT_EQ(selected(), key.threadID) << "the first is archived";
+
+  operations().selectWorkspace(general().id);
+  operations().setThreadArchived(key.threadID, key.workspaceID, true);
+  EXPECT_EQ(project().threads.size(), 2U) << "nobody looks at it";
+  operations().selectWorkspace(key.workspaceID);
+  EXPECT_EQ(project().threads.size(), 3U);
+  EXPECT_EQ(selected(), project().threads[0].id);
+  EXPECT_EQ(saved()[1].threads.size(), 3U);
+}
+
+TEST_F(Operations, LookingAtAnArchivedTaskLeavesItArchivedAndTheProjectFilled) {
+  start();
+  const Uuid second = addTask();
+  operations().setThreadArchived(key.threadID, key.workspaceID, true);
+  operations().selectThread(key.threadID, key.workspaceID);
+  EXPECT_EQ(selected(), key.threadID);
+  operations().deleteThread(second, key.workspaceID);
+  EXPECT_EQ(selected(), key.threadID) << "what is looked at stays";
+  EXPECT_EQ(project().threads.size(), 2U) << "the last visible one has gone";
+  EXPECT_FALSE(project().threads[0].isArchived);
+}
+
+TEST_F(Operations, AWorkspaceRestoredWithoutAVisibleTaskGetsOne) {
+  start();
+  operations().removeWorkspace(key.workspaceID);
+  model->tree.updateThread({general().id, selected()}, [](ChatThread& t) { t.isArchived = true; });
+  model->tree.save();
+  model.reset();
+  model = std::make_unique<AppModel>(main, *defaults, store, ports);
+  EXPECT_EQ(general().threads.size(), 2U);
+  EXPECT_FALSE(general().thread(selected())->isArchived);
+  EXPECT_EQ(model->executions.mirroredExecutionKey(), model->selection.key());
+}
+
+TEST_F(Operations, SearchResultBringsItsEntryIntoView) {
+  start();
+  model->tree.appendSystemEntry("found", key);
+  const std::string entry = thread().entries.back().id;
+  operations().selectWorkspace(general().id);
+  model->selection.section = AppSection::imagine;
+  std::vector<std::string> heard;
+  const auto observation = model->changes.observe([&](const Change& change) {
+    if (change.kind == Change::Kind::selectionChanged) heard.emplace_back(change.entryID);
+  });
+  operations().openSearchResult(key.workspaceID, key.threadID, entry);
+  EXPECT_EQ(model->selection.key(), key);
+  EXPECT_EQ(model->selection.section, AppSection::build);
+  EXPECT_EQ(model->selection.entryID(), entry);
+  operations().openSearchResult(key.workspaceID, key.threadID, entry);
+  EXPECT_EQ(heard, (std::vector<std::string>{entry, entry})) << "again, though it is selected";
+
+  operations().openSearchResult(key.workspaceID, key.threadID, "gone");
+  EXPECT_EQ(model->selection.entryID(), std::nullopt);
+  operations().openSearchResult(general().id, general().threads[0].id, "gone");
+  EXPECT_EQ(model->selection.section, AppSection::chat);
+  operations().openSearchResult(general().id, key.threadID, entry);
+  EXPECT_EQ(model->selection.key()->workspaceID, general().id) << "no such conversation there";
+}
+
+TEST_F(Operations, ActivitySelectsItsTask) {
+  start();
+  operations().selectWorkspace(general().id);
+  model->selection.section = AppSection::chat;
+  operations().selectActivity({.workspaceID = key.workspaceID, .threadID = key.threadID});
+  EXPECT_EQ(model->selection.key(), key);
+  EXPECT_EQ(model->selection.section, AppSection::build);
+  operations().selectActivity({.workspaceID = key.workspaceID, .threadID = Uuid::random()});
+  EXPECT_EQ(model->selection.key(), key);
+}
+
+TEST_F(Operations, WhatBelongsToTheProjectIsLoadedForTheOneThatIsSelected) {
+  std::vector<std::string> loaded;
+  ports.loadProjectContext = [&] {
+    if (model && model->selection.workspaceID()) {
+      loaded.push_back(model->tree.workspace(*model->selection.workspaceID())->name);
+    }
+  };
+  start();
+  addTask();
+  operations().newThread(general().id);
+  operations().selectThread(key.threadID, key.workspaceID);
+  operations().selectThread(key.threadID, key.workspaceID);
+  operations().removeWorkspace(key.workspaceID);
+  EXPECT_THAT(loaded, ElementsAre("project", "General", "project", "General"));
+}
+
 TEST_F(Operations, RecentTasksAreWalkedRoundTheEnds) {
   start();
   std::vector<Uuid> newestFirst{key.threadID};

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include "platform/files.h"
 #include "support/engine_fixture.h"
 
 namespace vantrell::tests {
@@ -269,7 +270,8 @@ TEST_F(Replay, FailureBringsTheTranscriptBack) {
   for (const auto& each : cases) {
     SCOPED_TRACE(each.name);
     clients.clear();
-    defaults->remove("savedWorkspaces.v1");
+    model.reset();
+    (void)files::remove(folder / "conversations.sqlite");
     resume();
     client().chunk("user_message_chunk", "On", "u1");
     each.end(*this);

@@ -52,6 +52,21 @@ TEST_F(OutputSinkTest, WritesEverythingInOrder) {
   EXPECT_EQ(read(expected.size()), expected);
 }
 
+TEST_F(OutputSinkTest, TellsAReaderWhoHasGoneFromADiskThatIsFull) {
+  const Descriptor full(::open("/dev/full", O_WRONLY | O_CLOEXEC));
+  OutputSink onDisk(main, full.get());
+  EXPECT_EQ(onDisk.error(), 0);
+  onDisk.write("x");
+  EXPECT_FALSE(onDisk.flush(20s));
+  EXPECT_EQ(onDisk.error(), ENOSPC);
+
+  reading.reset();
+  OutputSink toNobody(main, writing.get());
+  toNobody.write("x");
+  EXPECT_FALSE(toNobody.flush(20s));
+  EXPECT_EQ(toNobody.error(), EPIPE);
+}
+
 TEST_F(OutputSinkTest, TellsWhenItIsFullAndWhenThereIsRoomAgain) {
   OutputSink sink(main, writing.get());
   std::vector<bool> told;

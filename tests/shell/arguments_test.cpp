@@ -26,6 +26,8 @@ TEST(Arguments, RunTakesOptionsInAnyOrderAndEitherSpelling) {
       {{"run", "--attach", "a", "--attach=b", "x"}, {.attachments = {"a", "b"}, .prompt = "x"}},
       {{"run", "--task", "12AB", "--answer", "reject_once", "--practice", "x"},
        {.task = "12AB", .answer = "reject_once", .practice = true, .prompt = "x"}},
+      {{"run", "--task", "12AB", "--executable", "./k", "x"},
+       {.executable = "./k", .task = "12AB", .prompt = "x"}},
       {{"run", "-"}, {.prompt = "-"}},
       {{"run", "--json", "--", "--help"}, {.json = true, .prompt = "--help"}},
       {{"run", "--model", "--json", "x"}, {.model = "--json", .prompt = "x"}},

@@ -2,7 +2,7 @@
 
 #include "runtimes/acp/acp_connection.h"
 #include "runtimes/acp/acp_host_services.h"
-#include "runtimes/runtime_locator.h"
+#include "runtimes/locators.h"
 
 namespace vantrell {
 

@@ -13,6 +13,10 @@ void ChangeFeed::changed(const Change& change) {
     if (onSaveFailed) onSaveFailed(change.text);
     return;
   }
+  if (change.kind == Change::Kind::noticeRaised) {
+    if (onNotice) onNotice(change.text);
+    return;
+  }
   if (change.conversation != key_) return;
   const ChatThread* thread = model_.tree.thread(key_);
   if (!thread) return;

@@ -23,6 +23,8 @@ class ChangeFeed {
   /// Something about the conversation's execution or run has changed.
   std::function<void()> onProgress;
   std::function<void(std::string_view reason)> onSaveFailed;
+  /// Something that the user should know about what is stored.
+  std::function<void(std::string_view text)> onNotice;
 
  private:
   void changed(const Change& change);

@@ -1,5 +1,6 @@
 #include "shell/terminal/command.h"
 
+#include <charconv>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
@@ -130,6 +131,17 @@ std::string helpOf(const Command& command) {
 
 std::unexpected<UsageError> usageError(std::string text) {
   return std::unexpected(UsageError{std::move(text)});
+}
+
+std::expected<std::optional<std::size_t>, UsageError> countOption(const CommandArguments& arguments,
+                                                                  std::string_view option) {
+  const auto value = arguments.value(option);
+  if (!value) return std::nullopt;
+  std::size_t count = 0;
+  const char* const end = value->data() + value->size();
+  const auto read = std::from_chars(value->data(), end, count);
+  if (read.ec == std::errc() && read.ptr == end && count > 0) return count;
+  return usageError(fmt::format("{} takes a whole number from 1, not \"{}\".", option, *value));
 }
 
 std::string suggestion(std::string_view word, std::span<const std::string_view> known) {

@@ -79,6 +79,9 @@ std::expected<std::optional<CommandArguments>, UsageError> readCommandArguments(
 std::string helpOf(const Command& command);
 
 std::unexpected<UsageError> usageError(std::string text);
+/// The value of an option that takes a count of 1 or more.
+std::expected<std::optional<std::size_t>, UsageError> countOption(const CommandArguments& arguments,
+                                                                  std::string_view option);
 /// " Did you mean run?", or nothing.
 std::string suggestion(std::string_view word, std::span<const std::string_view> known);
 /// Says it on standard error; the status of wrong usage.

@@ -11,7 +11,9 @@ namespace vantrell::shell {
 namespace {
 
 constexpr const Command* table[] = {
-    &runCommand,
+    &runCommand,     &providersCommand, &loginCommand,    &tasksCommand,    &showCommand,
+    &searchCommand,  &newCommand,       &renameCommand,   &moveCommand,     &pinCommand,
+    &archiveCommand, &deleteCommand,    &projectsCommand, &settingsCommand,
 };
 
 bool asksForHelp(std::string_view argument) {

@@ -11,6 +11,19 @@
 namespace vantrell::shell {
 
 extern const Command runCommand;
+extern const Command providersCommand;
+extern const Command loginCommand;
+extern const Command tasksCommand;
+extern const Command showCommand;
+extern const Command searchCommand;
+extern const Command newCommand;
+extern const Command renameCommand;
+extern const Command moveCommand;
+extern const Command pinCommand;
+extern const Command archiveCommand;
+extern const Command deleteCommand;
+extern const Command projectsCommand;
+extern const Command settingsCommand;
 
 std::span<const Command* const> allCommands();
 

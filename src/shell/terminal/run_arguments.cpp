@@ -67,7 +67,7 @@ std::optional<std::string> contradiction(const CommandArguments& arguments) {
     return "A plan never runs with full access. Use --mode ask or --mode auto for it.";
   }
   if (arguments.has("--executable") && !arguments.has("--provider") &&
-      !arguments.has("--practice")) {
+      !arguments.has("--practice") && !arguments.has("--task")) {
     return "--executable names the program of a runtime. Say of which with --provider kimi, glm "
            "or grok.";
   }

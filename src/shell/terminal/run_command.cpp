@@ -12,7 +12,9 @@
 #include "shell/terminal/json_printer.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/run_session.h"
+#include "shell/terminal/standard_output.h"
 #include "shell/terminal/task_choice.h"
+#include "shell/terminal/task_lookup.h"
 #include "shell/terminal/transcript_printer.h"
 
 namespace vantrell::shell {
@@ -39,13 +41,16 @@ AnswerSource::Kind answerKind(bool inputIsUsedUp) {
                                             : AnswerSource::Kind::stream;
 }
 
-VantrellOptions optionsFor(const RunPlan& plan) {
+/// `executableOwner` is read whenever a program is needed: whose program was named may only be
+/// known when the task has been looked up.
+VantrellOptions optionsFor(const RunPlan& plan,
+                           const std::optional<AgentProvider>& executableOwner) {
   VantrellOptions options;
   options.practiceAgent = plan.practiceAgent;
   if (plan.executable) {
-    options.customExecutable = [provider = plan.arguments.provider, path = *plan.executable](
+    options.customExecutable = [&executableOwner, path = *plan.executable](
                                    AgentProvider asked) -> std::optional<std::string> {
-      return asked == provider ? std::optional(path) : std::nullopt;
+      return asked == executableOwner ? std::optional(path) : std::nullopt;
     };
   }
   return options;
@@ -65,11 +70,12 @@ void chooseModes(Settings& settings, const RunArguments& arguments) {
 class Performance {
  public:
   Performance(RunLoop& loop, VantrellApp& app, const RunPlan& plan, const Environment& environment,
-              OutputSink& sink)
+              OutputSink& sink, std::optional<AgentProvider>& executableOwner)
       : loop_(loop),
         app_(app),
         plan_(plan),
         sink_(sink),
+        executableOwner_(executableOwner),
         source_(answerKind(plan.promptWasRead)),
         answersAreTyped_(source_ == AnswerSource::Kind::terminal && !plan.arguments.answer),
         printer_(makePrinter(plan, environment, sink, answersAreTyped_)) {}
@@ -77,9 +83,17 @@ class Performance {
   std::expected<int, UsageError> run() {
     std::optional<AgentProvider> last;
     if (plan_.arguments.task) {
-      const auto found = findTask(app_.model().tree, *plan_.arguments.task);
+      const auto found = findTask(app_.model().tree.workspaces(), *plan_.arguments.task);
       if (!found) return std::unexpected(found.error());
       last = app_.model().tree.thread(*found)->lastProvider;
+    }
+    if (plan_.executable && !executableOwner_) {
+      if (!last) {
+        return usageError(
+            "Nobody has worked on this task yet. Say whose program --executable names with "
+            "--provider kimi, glm or grok.");
+      }
+      executableOwner_ = last;
     }
     const auto provider = chooseProvider(app_, plan_, last);
     if (!provider) return std::unexpected(provider.error());
@@ -149,6 +163,7 @@ class Performance {
   VantrellApp& app_;
   const RunPlan& plan_;
   OutputSink& sink_;
+  std::optional<AgentProvider>& executableOwner_;
   const AnswerSource::Kind source_;
   const bool answersAreTyped_;
   std::unique_ptr<RunObserver> printer_;
@@ -161,14 +176,15 @@ int performRun(const RunPlan& plan, const Environment& environment) {
   OutputSink sink(loop, STDOUT_FILENO);
   int status = exitStatus::failed;
   bool wasAbandoned = false;
+  std::optional<AgentProvider> executableOwner = plan.arguments.provider;
   {
-    auto app = VantrellApp::start(loop, optionsFor(plan));
+    auto app = VantrellApp::start(loop, optionsFor(plan, executableOwner));
     if (!app) {
       complain(app.error());
       return exitStatus::failed;
     }
     if (const auto& notice = (*app)->notice()) complain(*notice);
-    Performance performance(loop, **app, plan, environment, sink);
+    Performance performance(loop, **app, plan, environment, sink, executableOwner);
     const auto result = performance.run();
     if (!result) {
       complain(result.error().text);
@@ -181,7 +197,10 @@ int performRun(const RunPlan& plan, const Environment& environment) {
   // to leave at once leaves: what still runs ends with this program.
   Process::waitForAll(wasAbandoned ? momentToFlush : endOfChildren);
   sink.flush(wasAbandoned ? momentToFlush : readersTime);
-  return status;
+  const auto why = whyOutputFailed(sink.error());
+  if (why.empty()) return status;
+  complain(why);
+  return exitStatus::failed;
 }
 
 namespace {

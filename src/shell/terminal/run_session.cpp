@@ -11,11 +11,12 @@ RunSession::RunSession(Parts parts, ThreadExecutionKey key)
     : parts_(std::move(parts)), key_(key), feed_(parts_.model, key, parts_.observer) {
   feed_.onProgress = [this] { lookAtProgress(); };
   feed_.onQuestion = [this](const auto& question) { questionChanged(question); };
+  feed_.onNotice = [this](std::string_view text) { parts_.complain(text); };
   feed_.onSaveFailed = [this](std::string_view reason) {
     if (std::exchange(saveFailed_, true)) return;
     parts_.complain(fmt::format(
-        "The conversation could not be saved: {}. Free some space or make the folder of "
-        "the settings writable; what happens now may be lost.",
+        "The conversation could not be saved: {}. Free some space or make the folder writable; "
+        "what happens now may be lost.",
         reason));
   };
 }

@@ -1,45 +1,21 @@
 #include "shell/terminal/task_choice.h"
 
-#include <cctype>
 #include <fmt/format.h>
 
 #include "runtimes/provider_registry.h"
-#include "shell/terminal/terminal_text.h"
+#include "shell/terminal/task_lookup.h"
 
 namespace vantrell::shell {
 
 namespace {
 
-constexpr std::size_t shortestPrefix = 4;  // characters
-}  // namespace
-
-std::expected<ThreadExecutionKey, UsageError> findTask(const WorkspaceTree& tree,
-                                                       std::string_view idOrPrefix) {
-  std::string prefix(idOrPrefix);
-  for (char& letter : prefix) {
-    letter = static_cast<char>(std::toupper(static_cast<unsigned char>(letter)));
-  }
-  if (prefix.size() < shortestPrefix) {
-    return usageError(
-        fmt::format("--task needs at least {} characters of a task's ID.", shortestPrefix));
-  }
-  std::optional<ThreadExecutionKey> found;
-  for (const auto& workspace : tree.workspaces()) {
-    for (const auto& thread : workspace.threads) {
-      if (!thread.id.text().starts_with(prefix)) continue;
-      if (found) {
-        return usageError(
-            fmt::format("Several tasks begin with {}. Give more of the ID.", onOneLine(prefix)));
-      }
-      found = ThreadExecutionKey{workspace.id, thread.id};
-    }
-  }
-  if (found) return *found;
-  return usageError(
-      fmt::format("There is no task {}. The ID of a task is printed at the end of its run, "
-                  "and by the task event of --json.",
-                  onOneLine(prefix)));
+/// Nobody has made anything of it: not even a title, as a task has that waits for its first run.
+bool isUntouched(const ChatThread& thread) {
+  return thread.runs.empty() && thread.entries.empty() && !thread.draftText &&
+         (thread.title == newTaskTitle || thread.title == newChatTitle);
 }
+
+}  // namespace
 
 std::expected<AgentProvider, UsageError> chooseProvider(const VantrellApp& app, const RunPlan& plan,
                                                         std::optional<AgentProvider> last) {
@@ -71,14 +47,14 @@ std::expected<AgentProvider, UsageError> chooseProvider(const VantrellApp& app, 
 std::expected<ThreadExecutionKey, UsageError> openTask(AppModel& model, const RunPlan& plan,
                                                        AgentProvider provider) {
   if (plan.arguments.task) {
-    const auto found = findTask(model.tree, *plan.arguments.task);
+    const auto found = findTask(model.tree.workspaces(), *plan.arguments.task);
     if (!found) return found;
     model.operations.selectThread(found->threadID, found->workspaceID);
   } else {
     model.operations.addWorkspace(plan.folder);
     const auto key = model.selection.key();
     const ChatThread* thread = key ? model.tree.thread(*key) : nullptr;
-    if (!thread || !thread->entries.empty()) {
+    if (!thread || !isUntouched(*thread)) {
       if (const auto workspace = model.selection.workspaceID()) {
         model.operations.newThread(*workspace);
       }

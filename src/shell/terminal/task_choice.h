@@ -6,10 +6,6 @@
 
 namespace vantrell::shell {
 
-/// The conversation whose id begins with the given text, in any workspace.
-std::expected<ThreadExecutionKey, UsageError> findTask(const WorkspaceTree& tree,
-                                                       std::string_view idOrPrefix);
-
 /// `last` is the provider that worked on the task before.
 std::expected<AgentProvider, UsageError> chooseProvider(const VantrellApp& app, const RunPlan& plan,
                                                         std::optional<AgentProvider> last);

@@ -67,6 +67,14 @@ int TranscriptPrinter::usableColumns() const {
   return style_.isLive() ? std::max(style_.size().columns - 1, 20) : 1000;
 }
 
+std::vector<std::string> TranscriptPrinter::linesOf(std::string_view text, std::size_t most) const {
+  if (!isReview) return boundedLines(text, most);
+  std::vector<std::string> lines;
+  const std::string clean = sanitized(text::trimmed(text));
+  for (const auto each : text::split(clean, '\n')) lines.emplace_back(each);
+  return lines;
+}
+
 void TranscriptPrinter::draw(std::string_view id, Block block,
                              const std::vector<std::string>& lines) {
   const auto size = style_.size();
@@ -110,9 +118,9 @@ void TranscriptPrinter::entryAdded(const ChatEntry& entry) {
     case ChatEntryKind::thought: return stream(entry, entry.text);
     case ChatEntryKind::tool: return showTool(entry);
     case ChatEntryKind::system:
-      if (entry.text == stoppedText) return;  // the last line says it
+      if (entry.text == stoppedText && !isReview) return;  // the last line says it
       beginBlock(Block::other);
-      for (const auto& each : boundedLines(entry.text, systemLinesShown)) {
+      for (const auto& each : linesOf(entry.text, systemLinesShown)) {
         line(style_.yellow(fmt::format("• {}", each)));
       }
   }
@@ -136,7 +144,7 @@ void TranscriptPrinter::transcriptReplaced(const Transcript&) {
 void TranscriptPrinter::showUser(const ChatEntry& entry) {
   beginBlock(Block::other);
   std::string_view mark = "› ";
-  for (const auto& each : boundedLines(entry.text, promptLinesShown)) {
+  for (const auto& each : linesOf(entry.text, promptLinesShown)) {
     line(style_.bold(std::string(std::exchange(mark, "  ")) + each));
   }
   for (const auto& attachment : entry.attachments) {
@@ -202,7 +210,7 @@ void TranscriptPrinter::showTool(const ChatEntry& entry) {
   }
   openTools_.insert_or_assign(entry.id, text);
   // A line that cannot change comes only once, at the end state.
-  if (!style_.isLive()) return;
+  if (!style_.isLive() && !isReview) return;
   if (isNew || isLast) return draw(entry.id, Block::tool, {text});
   if (status == "in_progress") showStatus(fmt::format("▸ {}", title));
 }

@@ -20,6 +20,9 @@ class TranscriptPrinter final : public RunObserver {
 
   /// Where a typed answer is read from a terminal, a question ends with a prompt for it.
   bool showsAnswerPrompt = false;
+  /// What is shown has been before: prompts and notes come whole, and a tool call that never ended
+  /// as it is.
+  bool isReview = false;
 
   void introduced(const RunIntroduction& introduction) override;
   void entryAdded(const ChatEntry& entry) override;
@@ -64,6 +67,8 @@ class TranscriptPrinter final : public RunObserver {
   std::string toolLine(const ChatEntry& entry, std::string_view title) const;
   std::string planLine(const PlanEntry& entry) const;
   int usableColumns() const;
+  /// Sanitized, at most so many unless this is a review.
+  std::vector<std::string> linesOf(std::string_view text, std::size_t most) const;
 
   Write write_;
   TerminalStyle style_;

@@ -17,6 +17,7 @@ int withApp(VantrellOptions options, const std::function<int(RunLoop&, VantrellA
   if (const auto& notice = (*app)->notice()) complain(*notice);
   bool isSaved = true;
   const auto observation = (*app)->model().changes.observe([&](const Change& change) {
+    if (change.kind == Change::Kind::noticeRaised) complain(change.text);
     if (change.kind != Change::Kind::saveFailed || !std::exchange(isSaved, false)) return;
     complain(fmt::format(
         "The change could not be saved: {}. Free some space or make the folder writable, then do "
@@ -24,6 +25,7 @@ int withApp(VantrellOptions options, const std::function<int(RunLoop&, VantrellA
         change.text));
   });
   const int status = work(loop, **app);
+  (*app)->model().tree.flush();
   return isSaved ? status : exitStatus::failed;
 }
 

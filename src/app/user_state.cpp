@@ -1,0 +1,83 @@
+#include "app/user_state.h"
+
+#include <fmt/format.h>
+
+#include "platform/user_defaults_damage.h"
+#include "records/application.h"
+
+namespace vantrell {
+
+namespace {
+
+/// With the logs beside it, the file itself last: a log left alone would be played into the new
+/// file. Answers the new name of the file.
+files::Result<std::string> keepDefaultsAside(const std::string& path, Date now) {
+  for (const char* log : {"-wal", "-shm"}) {
+    const auto kept = files::keepAside(path + log, now);
+    if (!kept && kept.error().code != std::errc::no_such_file_or_directory) return kept;
+  }
+  return files::keepAside(path, now);
+}
+
+}  // namespace
+
+UserFolders UserFolders::orOwn() const {
+  return {support.empty() ? files::standardized(applicationName, files::dataFolder()) : support,
+          config.empty() ? files::standardized(applicationName, files::configFolder()) : config};
+}
+
+std::expected<UserFolders, std::string> UserFolders::made() const {
+  UserFolders folders = orOwn();
+  for (const auto& folder : {folders.support, folders.config}) {
+    if (const auto made = files::createOwnerOnlyFolder(folder); !made) {
+      return std::unexpected(fmt::format(
+          "Vantrell cannot keep its state: {}. Make the folder writable, or name another one with "
+          "XDG_DATA_HOME and XDG_CONFIG_HOME.",
+          made.error().description));
+    }
+  }
+  return folders;
+}
+
+bool UserFolders::areInUse() const {
+  const auto lock = files::LockFile::acquire(support + "/lock");
+  return !lock && !lock.error().error;
+}
+
+std::unique_ptr<SecretStore> UserFolders::secretStore() const {
+  return SecretStore::chosen(support + "/secrets", {.labelPrefix = std::string(applicationName)});
+}
+
+std::expected<UserState, std::string> UserState::open(UserFolders given, Date now) {
+  auto made = given.made();
+  if (!made) return std::unexpected(std::move(made.error()));
+  const UserFolders folders = std::move(*made);
+  auto lock = files::LockFile::acquire(folders.support + "/lock");
+  if (!lock) {
+    if (lock.error().error) return std::unexpected(lock.error().error->description);
+    const auto holder = lock.error().holder;
+    return std::unexpected(fmt::format(
+        "Vantrell is already running{}. Nothing was changed; use that one, or end it first.",
+        holder ? fmt::format(" (process {})", *holder) : ""));
+  }
+
+  const std::string path = folders.defaultsPath();
+  std::optional<std::string> notice;
+  auto defaults = UserDefaults::open(path);
+  if (!defaults && isDamagedSettingsFile(path)) {
+    const auto kept = keepDefaultsAside(path, now);
+    if (!kept) {
+      return std::unexpected(fmt::format("{} Putting it aside failed: {}.", defaults.error(),
+                                         kept.error().description));
+    }
+    notice = fmt::format(
+        "The settings in {} could not be read: the file is damaged. It was kept as \"{}\"; new "
+        "ones begin.",
+        path, *kept);
+    defaults = UserDefaults::open(path);
+  }
+  if (!defaults) return std::unexpected(std::move(defaults.error()));
+  return UserState{folders, std::move(*lock), std::move(*defaults), std::move(notice)};
+}
+
+}  // namespace vantrell

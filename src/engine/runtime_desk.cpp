@@ -1,0 +1,182 @@
+#include "engine/runtime_desk.h"
+
+#include <fmt/format.h>
+
+#include "platform/program_runner.h"
+#include "platform/weakly.h"
+#include "runtimes/runtime_information.h"
+#include "runtimes/runtime_locator.h"
+#include "runtimes/runtime_login.h"
+
+namespace vantrell {
+
+namespace {
+
+/// Those with a program of their own, in the order of the table of providers.
+constexpr AgentProvider ownPrograms[] = {AgentProvider::grok, AgentProvider::codex,
+                                         AgentProvider::kimi, AgentProvider::glm,
+                                         AgentProvider::claude};
+
+const auto ignoreResult = [](const std::expected<void, std::string>&) {};
+
+}  // namespace
+
+RuntimeDesk::RuntimeDesk(Changes& changes, RuntimeMeans means)
+    : changes_(changes), means_(std::move(means)) {
+  for (const auto provider : ownPrograms) entries_[provider];
+  if (means_.readUserPath) userPath_ = UserPath::unread;
+}
+
+// ---- what is known ------------------------------------------------------------------------------
+
+const RuntimeInstallStatus& RuntimeDesk::status(AgentProvider provider) const {
+  static const RuntimeInstallStatus none = RuntimeInstallStatus::missing();
+  const auto found = entries_.find(provider);
+  return found == entries_.end() ? none : found->second.status;
+}
+
+const RuntimeLogin& RuntimeDesk::login(AgentProvider provider) const {
+  static const RuntimeLogin none;
+  const auto found = entries_.find(provider);
+  return found == entries_.end() ? none : found->second.login;
+}
+
+bool RuntimeDesk::isAsking() const {
+  return userPath_ == UserPath::reading ||
+         std::ranges::any_of(entries_, [](const auto& each) { return each.second.isAsking; });
+}
+
+bool RuntimeDesk::isAsking(AgentProvider provider) const {
+  const auto found = entries_.find(provider);
+  return found != entries_.end() && found->second.isAsking;
+}
+
+RuntimeDesk::Entry* RuntimeDesk::find(AgentProvider provider) {
+  const auto found = entries_.find(provider);
+  return found == entries_.end() ? nullptr : &found->second;
+}
+
+std::optional<std::string> RuntimeDesk::executable(AgentProvider provider) const {
+  const auto custom = means_.customExecutable(provider);
+  return findRuntime(provider, custom);
+}
+
+void RuntimeDesk::publish(AgentProvider provider, RuntimeInstallStatus status) {
+  entries_.at(provider).status = std::move(status);
+  announce();
+}
+
+void RuntimeDesk::announce() {
+  changes_.announce({Change::Kind::runtimesChanged});
+}
+
+// ---- looking ------------------------------------------------------------------------------------
+
+void RuntimeDesk::refresh(AgentProvider provider) {
+  Entry* entry = find(provider);
+  if (!entry) return;
+  const int refresh = ++entry->refreshes;
+  entry->isAsking = false;
+  const auto path = executable(provider);
+  if (!path) {
+    return publish(provider, userPath_ == UserPath::reading ? RuntimeInstallStatus()
+                                                            : RuntimeInstallStatus::missing());
+  }
+  entry->isAsking = means_.runner != nullptr;
+  publish(provider, RuntimeInstallStatus::installed(*path));
+  if (!means_.runner) return;
+  inspectRuntime(*means_.runner, provider, *path,
+                 weakly(this, [provider, refresh, path = *path](
+                                  RuntimeDesk& self, const RuntimeInspection& inspection) {
+                   Entry& current = self.entries_.at(provider);
+                   if (current.refreshes != refresh) return;
+                   current.isAsking = false;
+                   auto status = RuntimeInstallStatus::installed(path);
+                   status.version = inspection.version;
+                   status.signedIn = inspection.signedIn;
+                   self.publish(provider, std::move(status));
+                 }));
+}
+
+void RuntimeDesk::refreshAll() {
+  if (userPath_ == UserPath::unread) {
+    userPath_ = UserPath::reading;
+    means_.readUserPath(weakly(this, [](RuntimeDesk& self) { self.userPathRead(); }));
+  }
+  for (const auto provider : ownPrograms) refresh(provider);
+}
+
+void RuntimeDesk::userPathRead() {
+  userPath_ = UserPath::known;
+  // The user's own folders are searched last, so they change nothing for those that were found.
+  for (const auto provider : ownPrograms) {
+    if (!status(provider).isInstalled()) refresh(provider);
+  }
+  announce();
+}
+
+void RuntimeDesk::noteMissing(AgentProvider provider) {
+  Entry* entry = find(provider);
+  if (!entry) return;
+  ++entry->refreshes;
+  entry->isAsking = false;
+  publish(provider, RuntimeInstallStatus::missing());
+}
+
+// ---- signing in ---------------------------------------------------------------------------------
+
+void RuntimeDesk::logInInBackground(AgentProvider provider) {
+  Entry& entry = entries_.at(provider);
+  if (entry.login.isRunning || !means_.runner) return;
+  const auto path = executable(provider);
+  if (!path) return noteMissing(provider);
+  entry.login = {.isRunning = true, .failure = {}};
+  announce();
+  runRuntime(*means_.runner, provider, *path, loginFlow(provider)->arguments, std::nullopt,
+             weakly(this, [provider](RuntimeDesk& self, const RuntimeAnswer& answer) {
+               self.loginEnded(provider, answer.status, answer.text);
+             }));
+}
+
+void RuntimeDesk::loginEnded(AgentProvider provider, int status, const std::string& output) {
+  const RuntimeLoginFlow& flow = *loginFlow(provider);
+  RuntimeLogin login;
+  if (status != 0) {
+    // A program that could not be started has said nothing: the output is the system's word.
+    const bool quotes = !output.empty() && (flow.saysWhy || status < 0);
+    login.failure = quotes ? output : std::string(flow.failure);
+  }
+  entries_.at(provider).login = login;
+  announce();
+  if (login.failure) showError(*login.failure);
+  refresh(provider);
+}
+
+void RuntimeDesk::logInInTerminal(AgentProvider provider) {
+  const auto path = executable(provider);
+  if (!path) return noteMissing(provider);
+  copyCommandAndOpenTerminal(loginCommandLine(*loginFlow(provider), *path));
+}
+
+// ---- the user's terminal ------------------------------------------------------------------------
+
+void RuntimeDesk::copyCommandAndOpenTerminal(const std::string& command) {
+  means_.desktop->copy(command);
+  // The command lies on the clipboard, whatever became of the window.
+  means_.desktop->openTerminal("", ignoreResult);
+}
+
+void RuntimeDesk::copyInstallCommandAndOpenTerminal() {
+  copyCommandAndOpenTerminal(std::string(installCommand(AgentProvider::grok)));
+}
+
+void RuntimeDesk::openProjectInTerminal() {
+  const auto folder = selectedProject();
+  if (!folder) return;
+  means_.desktop->openTerminal(
+      *folder, weakly(this, [](RuntimeDesk& self, const std::expected<void, std::string>& opened) {
+        if (!opened) self.showError(fmt::format("Could not open Terminal: {}", opened.error()));
+      }));
+}
+
+}  // namespace vantrell

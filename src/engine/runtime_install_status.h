@@ -1,0 +1,46 @@
+// What is known of a runtime on this machine: a plain value.
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace vantrell {
+
+struct RuntimeInstallStatus {
+  enum class State {
+    checking,   // nobody has looked yet, or not everywhere
+    installed,  // with `path`
+    missing,
+  };
+
+  State state = State::checking;
+  std::string path;
+  std::optional<std::string> version;
+  /// Absent when it is not known. Codex and Claude alone can tell.
+  std::optional<bool> signedIn;
+
+  static RuntimeInstallStatus installed(std::string path) {
+    return {.state = State::installed, .path = std::move(path), .version = {}, .signedIn = {}};
+  }
+  static RuntimeInstallStatus missing() {
+    return {.state = State::missing, .path = {}, .version = {}, .signedIn = {}};
+  }
+  bool isInstalled() const { return state == State::installed; }
+  bool operator==(const RuntimeInstallStatus&) const = default;
+};
+
+using GrokInstallStatus = RuntimeInstallStatus;
+using CodexInstallStatus = RuntimeInstallStatus;
+using KimiInstallStatus = RuntimeInstallStatus;
+using OpenCodeInstallStatus = RuntimeInstallStatus;
+using ClaudeInstallStatus = RuntimeInstallStatus;
+
+/// The log-in that the user has started.
+struct RuntimeLogin {
+  bool isRunning = false;
+  /// Why the last one did not succeed.
+  std::optional<std::string> failure;
+  bool operator==(const RuntimeLogin&) const = default;
+};
+
+}  // namespace vantrell

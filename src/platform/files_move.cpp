@@ -1,0 +1,86 @@
+#include <cerrno>
+#include <fcntl.h>
+#include <filesystem>
+#include <fmt/format.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/files.h"
+#include "platform/files_system.h"
+
+namespace vantrell::files {
+namespace {
+
+/// More copies of one second than this are a loop, not a user.
+constexpr int namesToTry = 1000;
+
+/// False with errno; EEXIST when the name is taken.
+bool renameToFreeName(const std::string& from, const std::string& to) {
+  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
+  if (errno != EINVAL) return false;
+  // A file system without that flag. Only another program of the same user could come between.
+  struct stat info{};
+  if (lstat(to.c_str(), &info) == 0) {
+    errno = EEXIST;
+    return false;
+  }
+  return rename(from.c_str(), to.c_str()) == 0;
+}
+
+}  // namespace
+
+std::string asideName(const std::string& path, Date date) {
+  const std::string folder = parent(path);
+  const std::string name = lastComponent(path);
+  std::size_t dot = name.rfind('.');
+  if (dot == 0) dot = name.npos;
+  const std::string stem = name.substr(0, dot);
+  const std::string extension = dot == name.npos ? "" : name.substr(dot);
+  // Colons are not for every file system.
+  std::string day = iso8601(date);
+  for (char& c : day) c = c == ':' ? '.' : c == 'T' ? ' ' : c;
+  const std::string base = fmt::format("{}/{} that could not be read {}", folder, stem, day);
+  std::string candidate = base + extension;
+  struct stat info{};
+  for (int i = 2; i < namesToTry && lstat(candidate.c_str(), &info) == 0; ++i) {
+    candidate = fmt::format("{} ({}){}", base, i, extension);
+  }
+  return candidate;
+}
+
+Result<std::string> keepAside(const std::string& path, Date date) {
+  std::string aside = asideName(path, date);
+  if (!renameToFreeName(path, aside)) return failure("put aside", path);
+  if (!syncFolderOf(aside)) return failure("make durable", aside);
+  return aside;
+}
+
+Result<> move(const std::string& from, const std::string& to) {
+  if (renameToFreeName(from, to)) {
+    if (!syncFolderOf(to) || !syncFolderOf(from)) return failure("make durable", to);
+    return {};
+  }
+  if (errno != EXDEV) return failure("move", from);
+  // Under a name of its own until it is whole, so that half a copy is never taken for the folder.
+  const std::string copy = fmt::format("{}.moving", to);
+  std::error_code code;
+  std::filesystem::remove_all(copy, code);
+  using std::filesystem::copy_options;
+  std::filesystem::copy(from, copy, copy_options::recursive | copy_options::copy_symlinks, code);
+  // The old one goes for good, so all of the new one must be on the disk first.
+  if (!code) {
+    const Descriptor volume(open(copy.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!volume || syncfs(volume.number()) != 0) code = {errno, std::generic_category()};
+  }
+  if (!code && !renameToFreeName(copy, to)) code = {errno, std::generic_category()};
+  if (code) {
+    std::error_code ignored;
+    std::filesystem::remove_all(copy, ignored);
+    return failure("move", from, code.value());
+  }
+  if (!syncFolderOf(to)) return failure("make durable", to);
+  return removeTree(from);
+}
+
+}  // namespace vantrell::files

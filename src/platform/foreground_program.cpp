@@ -1,0 +1,101 @@
+#include "platform/foreground_program.h"
+
+#include <cerrno>
+#include <csignal>
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include "platform/process_spawn.h"
+
+namespace vantrell {
+
+namespace {
+
+volatile std::sig_atomic_t childInFront = 0;
+
+void passOn(int signal) {
+  const int previous = errno;
+  if (childInFront > 0) ::kill(childInFront, signal);
+  errno = previous;
+}
+
+/// What this program does with a signal, until the end of the scope.
+class Disposition {
+ public:
+  Disposition(int signal, void (*handler)(int)) : signal_(signal) {
+    struct sigaction action{};
+    action.sa_handler = handler;
+    sigemptyset(&action.sa_mask);
+    ::sigaction(signal, &action, &previous_);
+  }
+  ~Disposition() { ::sigaction(signal_, &previous_, nullptr); }
+  Disposition(const Disposition&) = delete;
+  Disposition& operator=(const Disposition&) = delete;
+
+ private:
+  int signal_;
+  struct sigaction previous_{};
+};
+
+std::vector<char*> pointers(std::vector<std::string>& texts) {
+  std::vector<char*> result;
+  for (auto& text : texts) result.push_back(text.data());
+  result.push_back(nullptr);
+  return result;
+}
+
+/// The child begins with the usual signals, whatever this program does with them.
+class Attributes {
+ public:
+  Attributes() {
+    ::posix_spawnattr_init(&attributes_);
+    sigset_t all;
+    sigfillset(&all);
+    ::posix_spawnattr_setsigdefault(&attributes_, &all);
+    sigset_t none;
+    sigemptyset(&none);
+    ::posix_spawnattr_setsigmask(&attributes_, &none);
+    ::posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+  }
+  ~Attributes() { ::posix_spawnattr_destroy(&attributes_); }
+  Attributes(const Attributes&) = delete;
+  Attributes& operator=(const Attributes&) = delete;
+  const posix_spawnattr_t* get() const { return &attributes_; }
+
+ private:
+  posix_spawnattr_t attributes_;
+};
+
+}  // namespace
+
+std::expected<ExitStatus, ProcessError> runInForeground(const std::string& executable,
+                                                        const std::vector<std::string>& arguments,
+                                                        const Environment& environment) {
+  std::vector<std::string> words{executable};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  std::vector<std::string> variables;
+  for (const auto& [name, value] : environment) variables.push_back(name + "=" + value);
+  const auto wordPointers = pointers(words);
+  const auto variablePointers = pointers(variables);
+
+  const Disposition interrupt(SIGINT, SIG_IGN);
+  const Disposition quit(SIGQUIT, SIG_IGN);
+  const Attributes attributes;
+  pid_t child = 0;
+  const int error = ::posix_spawn(&child, executable.c_str(), nullptr, attributes.get(),
+                                  wordPointers.data(), variablePointers.data());
+  if (error != 0) return std::unexpected(processError(ProcessError::Step::execute, error));
+  childInFront = child;
+  int status = 0;
+  {
+    const Disposition end(SIGTERM, passOn);
+    const Disposition hangUp(SIGHUP, passOn);
+    while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+  }
+  childInFront = 0;
+  if (WIFSIGNALED(status)) return ExitStatus{.status = 0, .signal = WTERMSIG(status)};
+  return ExitStatus{.status = WEXITSTATUS(status), .signal = 0};
+}
+
+}  // namespace vantrell

@@ -1,0 +1,83 @@
+#include "records/kept_aside.h"
+
+#include <filesystem>
+#include <fmt/format.h>
+
+namespace vantrell::keptAside {
+
+namespace {
+
+/// SQLite's largest page: a file that ends between two pages is opened.
+constexpr std::uintmax_t largestPage = 65536;
+
+std::unexpected<files::FileError> failure(std::string_view action, const std::string& path,
+                                          std::error_code code) {
+  return std::unexpected(
+      files::FileError{code, fmt::format("Could not {} {}: {}", action, path, code.message())});
+}
+
+/// The length that the first page promises, or that of the file.
+std::uintmax_t promisedLength(const std::string& path, std::uintmax_t length) {
+  const auto content = files::read(path);
+  if (!content || content->size() < 100) return length;
+  const auto byte = [&](std::size_t place) {
+    return std::uintmax_t{static_cast<unsigned char>((*content)[place])};
+  };
+  std::uintmax_t page = byte(16) << 8 | byte(17);
+  if (page == 1) page = largestPage;
+  const auto pages = byte(28) << 24 | byte(29) << 16 | byte(30) << 8 | byte(31);
+  // No more than the file plus as much again: a damaged header promises anything.
+  return std::min(std::max(page * pages, length), length * 2 + largestPage);
+}
+
+}  // namespace
+
+std::string freeName(const std::string& folder, std::string_view what, Date now,
+                     std::string_view extension) {
+  for (int attempt = 1;; ++attempt) {
+    std::string path = fmt::format("{}/{} {}{}{}", folder, what, iso8601(now),
+                                   attempt == 1 ? "" : fmt::format(" {}", attempt), extension);
+    if (!files::exists(path)) return path;
+  }
+}
+
+files::Result<std::string> write(const std::string& folder, std::string_view what, Date now,
+                                 std::string_view content) {
+  std::string path = freeName(folder, what, now, ".json");
+  if (auto written = files::writeAtomically(path, content, 0600); !written) {
+    return std::unexpected(std::move(written.error()));
+  }
+  return path;
+}
+
+files::Result<std::string> moveDatabase(const std::string& path, std::string_view what, Date now) {
+  const std::string place = freeName(files::parent(path), what, now, ".sqlite");
+  std::error_code code;
+  if (files::exists(path + "-wal")) {
+    std::filesystem::rename(path + "-wal", place + "-wal", code);
+    if (code) return failure("move away", path, code);
+  }
+  std::filesystem::rename(path, place, code);
+  if (code) return failure("move away", path, code);
+  // Only an index of the log, made anew when it is needed.
+  std::filesystem::remove(path + "-shm", code);
+  return place;
+}
+
+files::Result<> copyForReading(const std::string& from, const std::string& to) {
+  std::error_code code;
+  const auto options = std::filesystem::copy_options::overwrite_existing;
+  std::filesystem::copy_file(from, to, options, code);
+  if (code) return failure("copy", from, code);
+  std::filesystem::remove(to + "-wal", code);
+  if (files::exists(from + "-wal")) {
+    std::filesystem::copy_file(from + "-wal", to + "-wal", options, code);
+    if (code) return failure("copy", from, code);
+  }
+  const auto length = std::filesystem::file_size(to, code);
+  if (!code) std::filesystem::resize_file(to, promisedLength(to, length), code);
+  if (code) return failure("copy", from, code);
+  return {};
+}
+
+}  // namespace vantrell::keptAside

@@ -1,0 +1,26 @@
+// Puts what could not be read under a name with the date, before anything takes its place. Blocks;
+// a start does it, when something is wrong.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "platform/date.h"
+#include "platform/files.h"
+
+namespace vantrell::keptAside {
+
+/// A path in the folder that is not taken yet: "conversations that could not be read DATE.json".
+std::string freeName(const std::string& folder, std::string_view what, Date now,
+                     std::string_view extension);
+/// Writes a new owner-only file and answers its path.
+files::Result<std::string> write(const std::string& folder, std::string_view what, Date now,
+                                 std::string_view content);
+/// Moves an SQLite file with its log and answers its new path. The log first: without it the file
+/// would still be found damaged.
+files::Result<std::string> moveDatabase(const std::string& path, std::string_view what, Date now);
+/// A copy of an SQLite file and its log that may be opened and changed: one that was cut short gets
+/// its length back, in zeros, since SQLite opens no other.
+files::Result<> copyForReading(const std::string& from, const std::string& to);
+
+}  // namespace vantrell::keptAside

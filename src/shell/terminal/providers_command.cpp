@@ -1,0 +1,147 @@
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include "platform/files.h"
+#include "platform/json.h"
+#include "platform/text.h"
+#include "runtimes/provider_registry.h"
+#include "runtimes/runtime_locator.h"
+#include "shell/terminal/commands.h"
+#include "shell/terminal/plain_words.h"
+#include "shell/terminal/runtime_survey.h"
+#include "shell/terminal/standard_output.h"
+#include "shell/terminal/terminal_style.h"
+#include "shell/terminal/terminal_text.h"
+#include "shell/terminal/text_table.h"
+
+namespace vantrell::shell {
+
+namespace {
+
+/// One line of the table.
+struct Row {
+  AgentProvider provider;
+  bool isThere = false;
+  std::string version, signIn, place;
+  std::vector<std::string> remarks;  // a line each
+};
+
+std::string firstLine(std::string_view text) {
+  return onOneLine(text.substr(0, text.find('\n')));
+}
+
+/// As a person writes it.
+std::string shortPath(const std::string& path) {
+  const std::string home = files::homeFolder() + "/";
+  return onOneLine(path.starts_with(home) ? "~/" + path.substr(home.size()) : path);
+}
+
+std::string signInWord(const RuntimeInstallStatus& status) {
+  if (!status.signedIn) return "not known";
+  return *status.signedIn ? "signed in" : "not signed in";
+}
+
+Row rowOf(const RuntimeSurvey& survey, AgentProvider provider) {
+  const auto& status = survey.status(provider);
+  const auto step = survey.nextStep(provider);
+  Row row{.provider = provider,
+          .isThere = status.isInstalled(),
+          .version = "-",
+          .signIn = "-",
+          .place = "not found",
+          .remarks = {}};
+  if (const auto useless = survey.uselessCustomPath(provider)) {
+    row.remarks.push_back(
+        fmt::format("the path that is set for it is no program: {}", shortPath(*useless)));
+  }
+  if (status.isInstalled()) {
+    row.version = status.version ? firstLine(*status.version) : "not known";
+    row.signIn = signInWord(status);
+    row.place = shortPath(status.path);
+  } else if (step.kind == NextStep::Kind::setUp) {
+    row.place = "no program of its own";
+  }
+  row.remarks.push_back(step.words);
+  return row;
+}
+
+/// One table, with what to do about each provider below its row: as a column it would leave no room
+/// for the rest.
+std::string tableOf(const std::vector<Row>& rows, const TerminalStyle& style) {
+  TextTable table({{.heading = ""},
+                   {.heading = "ID"},
+                   {.heading = "PROVIDER", .leavesAt = 1},
+                   {.heading = "VERSION", .least = 8},
+                   {.heading = "SIGN-IN"},
+                   {.heading = "PROGRAM", .least = 12, .cutsFront = true}});
+  for (const auto& row : rows) {
+    const auto place = row.isThere ? nullptr : &TerminalStyle::dim;
+    table.add({{row.isThere ? "✓" : "○", row.isThere ? &TerminalStyle::green : &TerminalStyle::dim},
+               {std::string(rawText(row.provider)), &TerminalStyle::bold},
+               {ProviderRegistry::descriptor(row.provider).label},
+               {row.version},
+               {row.signIn},
+               {row.place, place}});
+  }
+  const std::string lines = table.text(style, columnsForTables(STDOUT_FILENO));
+  const auto tableLines = text::split(lines, '\n');
+  std::string text(tableLines.front());
+  text += '\n';
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    text.append(tableLines[i + 1]).push_back('\n');
+    for (const auto& remark : rows[i].remarks) text += "     " + style.dim(remark) + "\n";
+  }
+  return text +
+         "\n"
+         "A program that lies elsewhere: vantrell settings kimi-path /path/to/kimi\n";
+}
+
+JsonObject jsonOf(const RuntimeSurvey& survey, AgentProvider provider) {
+  static constexpr std::string_view kinds[] = {"ready", "install", "login", "login_if_needed",
+                                               "set_up"};
+  const auto& status = survey.status(provider);
+  const auto step = survey.nextStep(provider);
+  const auto orNull = [](const auto& value) { return value ? Json(*value) : Json(); };
+  JsonObject next{{"kind", kinds[static_cast<std::size_t>(step.kind)]}, {"text", step.words}};
+  if (!step.command.empty()) next.set("command", step.command);
+  JsonObject object{
+      {"id", rawText(provider)},
+      {"label", ProviderRegistry::descriptor(provider).label},
+      {"installed", status.isInstalled()},
+      {"path", orNull(status.isInstalled() ? std::optional(status.path) : std::nullopt)},
+      {"version", orNull(status.version)},
+      {"signedIn", orNull(status.signedIn)},
+      {"uselessCustomPath", orNull(survey.uselessCustomPath(provider))},
+      {"next", std::move(next)}};
+  return object;
+}
+
+int run(const CommandArguments& arguments, const Environment& environment) {
+  RuntimeSurvey survey;
+  survey.askAll(environment);
+  StandardOutput output;
+  if (arguments.has(jsonOption.name)) {
+    Json::Array all;
+    for (const auto provider : allAgentProviders) all.emplace_back(jsonOf(survey, provider));
+    output.write(asTyped(json::writePrettySorted(Json(std::move(all)))) + "\n");
+    return output.finish(exitStatus::completed);
+  }
+  std::vector<Row> rows;
+  for (const auto provider : allAgentProviders) rows.push_back(rowOf(survey, provider));
+  output.write(asTyped(tableOf(rows, TerminalStyle::of(STDOUT_FILENO, environment))));
+  return output.finish(exitStatus::completed);
+}
+
+}  // namespace
+
+const Command providersCommand{
+    .name = "providers",
+    .summary = "which agents are installed and signed in, and what to do next",
+    .options = std::span(&jsonOption, 1),
+    .introduction =
+        "Looks for the program of every provider and asks it for its version and whether it is\n"
+        "signed in. Install commands are the vendors' own; they are shown for you to run.",
+    .run = run,
+};
+
+}  // namespace vantrell::shell

@@ -1,0 +1,148 @@
+#include "shell/terminal/runtime_survey.h"
+
+#include <cstdio>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <unistd.h>
+
+#include "app/vantrell_app.h"
+#include "platform/text.h"
+#include "runtimes/locators.h"
+#include "runtimes/provider_registry.h"
+#include "runtimes/runtime_locator.h"
+#include "runtimes/runtime_login.h"
+#include "shell/terminal/run_preparation.h"
+#include "shell/terminal/terminal_style.h"
+
+namespace vantrell::shell {
+
+namespace {
+
+/// A wait that is over sooner needs no word.
+constexpr std::chrono::seconds momentToWait{1};
+
+/// One line on standard error that says who has not answered yet, and goes away by itself.
+class WaitingLine {
+ public:
+  WaitingLine(MainQueue& main, const Environment& environment)
+      : style_(TerminalStyle::of(STDERR_FILENO, environment)) {
+    if (style_.isLive()) {
+      start_ = main.after(momentToWait, [this] {
+        isShown_ = true;
+        show();
+      });
+    }
+  }
+  ~WaitingLine() { erase(); }
+  WaitingLine(const WaitingLine&) = delete;
+  WaitingLine& operator=(const WaitingLine&) = delete;
+
+  void waitFor(std::vector<std::string> names) {
+    names_ = std::move(names);
+    if (isShown_) show();
+  }
+
+ private:
+  void show() {
+    erase();
+    std::fputs(style_.dim(fmt::format("Waiting for {} …", fmt::join(names_, ", "))).c_str(),
+               stderr);
+    std::fflush(stderr);
+  }
+  void erase() {
+    if (isShown_) std::fputs("\r\x1b[K", stderr);
+  }
+
+  TerminalStyle style_;
+  Timer start_;
+  std::vector<std::string> names_;
+  bool isShown_ = false;
+};
+
+NextStep signInStep(AgentProvider provider, const RuntimeInstallStatus& status) {
+  const std::string command = fmt::format("vantrell login {}", rawText(provider));
+  if (status.signedIn == false) {
+    return {NextStep::Kind::logIn, command, fmt::format("sign in: {}", command)};
+  }
+  if (!status.signedIn) {
+    return {NextStep::Kind::logInPerhaps, command,
+            fmt::format("ready, if it is signed in; else: {}", command)};
+  }
+  return {NextStep::Kind::nothing, "", "ready"};
+}
+
+}  // namespace
+
+RuntimeSurvey::RuntimeSurvey()
+    : defaults_(VantrellApp::defaultsForReading()),
+      runner_(std::make_shared<ProgramRunner>(loop_, pool_)),
+      means_(runtimeMeans(runner_, executableChoice({}, *defaults_))),
+      desk_(std::make_shared<RuntimeDesk>(changes_, means_)) {}
+
+void RuntimeSurvey::waitForAnswers() {
+  const auto watch = changes_.observe([this](const Change&) {
+    if (!desk_->isAsking()) loop_.quit();
+  });
+  if (desk_->isAsking()) loop_.run();
+}
+
+void RuntimeSurvey::askAll(const Environment& environment) {
+  WaitingLine line(loop_, environment);
+  const auto update = [&] {
+    std::vector<std::string> names;
+    if (desk_->isReadingUserPath()) names.emplace_back("the PATH of your shell");
+    for (const auto provider : allAgentProviders) {
+      if (desk_->isAsking(provider)) names.emplace_back(programName(provider));
+    }
+    line.waitFor(std::move(names));
+  };
+  const auto watch = changes_.observe([&](const Change&) { update(); });
+  desk_->refreshAll();
+  waitForAnswers();
+}
+
+void RuntimeSurvey::ask(AgentProvider provider) {
+  desk_->refresh(provider);
+  waitForAnswers();
+}
+
+std::optional<std::string> RuntimeSurvey::findAtOnce(AgentProvider provider) const {
+  const auto custom = means_.customExecutable(provider);
+  return findRuntime(provider, custom);
+}
+
+std::optional<std::string> RuntimeSurvey::find(AgentProvider provider) {
+  if (auto path = findAtOnce(provider)) return path;
+  means_.readUserPath([this] { loop_.quit(); });
+  loop_.run();
+  return findAtOnce(provider);
+}
+
+std::optional<std::string> RuntimeSurvey::uselessCustomPath(AgentProvider provider) const {
+  const auto custom = means_.customExecutable(provider);
+  if (!custom) return std::nullopt;
+  std::string path = files::expandingTilde(text::trimmed(*custom));
+  if (path.empty() || files::isExecutable(path)) return std::nullopt;
+  return path;
+}
+
+NextStep RuntimeSurvey::nextStep(AgentProvider provider) const {
+  const std::string hint(ProviderRegistry::setupHint(provider));
+  if (!loginFlow(provider)) return {NextStep::Kind::setUp, "", hint};
+  const auto& known = status(provider);
+  if (!known.isInstalled()) {
+    const std::string command(installCommand(provider));
+    return {NextStep::Kind::install, command, fmt::format("install it: {}", command)};
+  }
+  auto step = signInStep(provider, known);
+  if (step.kind == NextStep::Kind::logIn) return step;
+  if (!isRunnable(provider)) {
+    step.words += " (\"vantrell run\" of this version cannot use it yet)";
+  } else if (provider == AgentProvider::glm &&
+             !OpenCodeLocator::isPlanModel(OpenCodeLocator::configuredModel(*defaults_))) {
+    return {NextStep::Kind::setUp, "", hint};
+  }
+  return step;
+}
+
+}  // namespace vantrell::shell

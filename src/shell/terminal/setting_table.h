@@ -1,0 +1,49 @@
+// The settings as a person at the terminal names, reads and changes them; one table serves the
+// display, the changes and the help. Pure but for the file system; any thread.
+#pragma once
+
+#include <expected>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "engine/settings.h"
+#include "platform/user_defaults.h"
+#include "shell/terminal/command.h"
+
+namespace vantrell::shell {
+
+struct SettingRow {
+  enum class Type { choice, toggle, scale, program, text };
+  std::string_view name;  // "workflow"
+  std::string_view key;   // of the user defaults
+  std::string_view meaning;
+  Type type = Type::text;
+  std::span<const std::string_view> choices{};
+  /// Absent where the stored text is the value.
+  std::string (*read)(const Settings& settings) = nullptr;
+  /// Of a checked value. Absent for programs, whose text is stored as it stands, and for what
+  /// cannot be changed here.
+  void (*record)(Settings& settings, std::string_view value) = nullptr;
+
+  bool isSettable() const { return record || type == Type::program; }
+  /// "ask, auto or full_access".
+  std::string accepted() const;
+};
+
+std::span<const SettingRow> settingRows();
+/// The error has a suggestion.
+std::expected<const SettingRow*, UsageError> findSetting(std::string_view name);
+
+struct SettingValue {
+  std::string text;       // as the program takes it; empty: none
+  bool isStored = false;  // else it is what holds when nothing is stored
+};
+SettingValue readSetting(const SettingRow& row, const UserDefaults& defaults);
+
+/// The value in the form in which it is stored, or what is wrong with it.
+std::expected<std::string, UsageError> checkedValue(const SettingRow& row, std::string_view text);
+/// False when it could not be stored; the defaults say why.
+bool storeSetting(const SettingRow& row, const std::string& checked, UserDefaults& defaults);
+
+}  // namespace vantrell::shell

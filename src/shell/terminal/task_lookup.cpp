@@ -1,0 +1,148 @@
+#include "shell/terminal/task_lookup.h"
+
+#include <cctype>
+#include <fmt/format.h>
+
+#include "platform/files.h"
+#include "platform/text.h"
+#include "shell/terminal/task_words.h"
+#include "shell/terminal/terminal_text.h"
+
+namespace vantrell::shell {
+
+namespace {
+
+constexpr std::size_t shortestPrefix = 4;  // characters
+constexpr std::size_t candidatesShown = 8;
+/// Of the ID of a candidate: some more than lists show, for those that begin alike.
+constexpr std::size_t shownOfCandidate = 13;
+
+/// Upper case, without dashes.
+std::string plainID(std::string_view text) {
+  std::string plain;
+  for (const char letter : text) {
+    if (letter != '-') {
+      plain += static_cast<char>(std::toupper(static_cast<unsigned char>(letter)));
+    }
+  }
+  return plain;
+}
+
+bool isPartOfID(std::string_view plain) {
+  return plain.size() >= shortestPrefix && std::ranges::all_of(plain, [](char letter) {
+           return std::isxdigit(static_cast<unsigned char>(letter)) != 0;
+         });
+}
+
+struct Candidate {
+  Uuid id;
+  std::string what;
+};
+
+std::string listed(const std::vector<Candidate>& candidates) {
+  std::string list;
+  for (std::size_t i = 0; i < std::min(candidates.size(), candidatesShown); ++i) {
+    list += fmt::format("\n  {}  {}", candidates[i].id.text().substr(0, shownOfCandidate),
+                        candidates[i].what);
+  }
+  if (candidates.size() > candidatesShown) {
+    list += fmt::format("\n  ... and {} more", candidates.size() - candidatesShown);
+  }
+  return list;
+}
+
+bool isPath(std::string_view word) {
+  return word == "." || word == ".." || word.starts_with('~') ||
+         word.find('/') != std::string_view::npos;
+}
+
+}  // namespace
+
+std::expected<ThreadExecutionKey, UsageError> findTask(const std::vector<Workspace>& workspaces,
+                                                       std::string_view idOrPrefix) {
+  const std::string prefix = plainID(idOrPrefix);
+  const std::string shown = onOneLine(idOrPrefix);
+  if (!isPartOfID(prefix)) {
+    return usageError(fmt::format(
+        "\"{}\" is no ID of a task: that is at least {} of the digits 0-9 and A-F. \"vantrell "
+        "tasks\" lists the tasks with their IDs.",
+        shown, shortestPrefix));
+  }
+  std::vector<ThreadExecutionKey> found;
+  std::vector<Candidate> candidates;
+  for (const auto& workspace : workspaces) {
+    for (const auto& thread : workspace.threads) {
+      if (!plainID(thread.id.text()).starts_with(prefix)) continue;
+      found.push_back({workspace.id, thread.id});
+      candidates.push_back(
+          {thread.id, fmt::format("{} ({})", titleOf(thread), onOneLine(workspace.name))});
+    }
+  }
+  if (found.size() == 1) return found.front();
+  if (found.empty()) {
+    return usageError(fmt::format(
+        "There is no task {}. \"vantrell tasks --all\" lists the tasks with their IDs.", shown));
+  }
+  return usageError(fmt::format("Several tasks begin with {}. Give more of the ID:{}", shown,
+                                listed(candidates)));
+}
+
+std::expected<std::vector<ThreadExecutionKey>, UsageError> findTasks(
+    const std::vector<Workspace>& workspaces, std::span<const std::string> idsOrPrefixes) {
+  std::vector<ThreadExecutionKey> all;
+  for (const auto& each : idsOrPrefixes) {
+    const auto found = findTask(workspaces, each);
+    if (!found) return std::unexpected(found.error());
+    if (std::ranges::find(all, *found) == all.end()) all.push_back(*found);
+  }
+  return all;
+}
+
+std::expected<Uuid, UsageError> findProject(const std::vector<Workspace>& workspaces,
+                                            std::string_view named) {
+  const std::string path = files::standardized(files::expandingTilde(named));
+  const std::string shown = onOneLine(named);
+  std::vector<Candidate> candidates;
+  const auto collect = [&](auto&& matches) {
+    for (const auto& each : workspaces) {
+      if (matches(each)) {
+        candidates.push_back({each.id, onOneLine(fmt::format("{}  {}", each.name, each.path))});
+      }
+    }
+    return !candidates.empty();
+  };
+  const auto hasPath = [&](const Workspace& each) { return each.path == path; };
+  const auto hasName = [&, name = text::lowercased(named)](const Workspace& each) {
+    return text::lowercased(each.name) == name;
+  };
+  const auto hasID = [&, prefix = plainID(named)](const Workspace& each) {
+    return isPartOfID(prefix) && plainID(each.id.text()).starts_with(prefix);
+  };
+  if (isPath(named)) {
+    if (!collect(hasPath)) {
+      return usageError(fmt::format(
+          "{} is no project of Vantrell's. \"vantrell projects\" lists them; to add the folder: "
+          "vantrell projects add \"{}\"",
+          onOneLine(path), shown));
+    }
+  } else if (!collect(hasName) && !collect(hasID) && !collect(hasPath)) {
+    return usageError(fmt::format(
+        "There is no project {}. Give its name, its folder or the first {} characters of its ID; "
+        "\"vantrell projects\" lists them.",
+        shown, shortestPrefix));
+  }
+  if (candidates.size() == 1) return candidates.front().id;
+  return usageError(fmt::format("Several projects are meant by {}. Give the folder, or the ID:{}",
+                                shown, listed(candidates)));
+}
+
+const Workspace& workspaceOf(const std::vector<Workspace>& workspaces, const Uuid& id) {
+  return *std::ranges::find(workspaces, id, &Workspace::id);
+}
+
+const ChatThread& threadOf(const std::vector<Workspace>& workspaces,
+                           const ThreadExecutionKey& key) {
+  return *workspaceOf(workspaces, key.workspaceID).thread(key.threadID);
+}
+
+}  // namespace vantrell::shell

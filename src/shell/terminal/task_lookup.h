@@ -1,0 +1,31 @@
+// Finds the task or the project that a word of a command line means. One way for every command.
+// Pure functions, any thread.
+#pragma once
+
+#include <expected>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "records/chat_thread.h"
+#include "shell/terminal/command.h"
+
+namespace vantrell::shell {
+
+/// The task whose ID begins with the text, of which 4 characters are the least; dashes and the case
+/// of letters do not count. The error says what there is to choose from.
+std::expected<ThreadExecutionKey, UsageError> findTask(const std::vector<Workspace>& workspaces,
+                                                       std::string_view idOrPrefix);
+/// Several at once; each is in the answer once.
+std::expected<std::vector<ThreadExecutionKey>, UsageError> findTasks(
+    const std::vector<Workspace>& workspaces, std::span<const std::string> idsOrPrefixes);
+
+/// The project with this folder, this name (in any case of letters) or this beginning of an ID, in
+/// this order. Where two have the name, the error lists them.
+std::expected<Uuid, UsageError> findProject(const std::vector<Workspace>& workspaces,
+                                            std::string_view named);
+
+const Workspace& workspaceOf(const std::vector<Workspace>& workspaces, const Uuid& id);
+const ChatThread& threadOf(const std::vector<Workspace>& workspaces, const ThreadExecutionKey& key);
+
+}  // namespace vantrell::shell

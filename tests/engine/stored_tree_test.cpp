@@ -1,0 +1,308 @@
+// Whatever is done to the tree: after each save, a restart finds what is in memory; and a save
+// writes what changed and nothing else.
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <random>
+
+#include "engine/changes.h"
+#include "engine/replay.h"
+#include "engine/workspace_tree.h"
+#include "platform/manual_main_queue.h"
+#include "platform/user_defaults.h"
+#include "records/workspace_store.h"
+#include "support/temporary_folder.h"
+
+namespace vantrell::tests {
+namespace {
+
+ChatEntry entryWith(std::string id, std::string text) {
+  ChatEntry entry;
+  entry.id = std::move(id);
+  entry.kind = ChatEntryKind::assistant;
+  entry.text = std::move(text);
+  entry.createdAt = Date(1);
+  return entry;
+}
+
+/// A tree with its store, and random operations on it.
+class StoredTreeUnderTest {
+ public:
+  explicit StoredTreeUnderTest(unsigned seed) : random_(seed) {
+    for (const char* name : {"a", "b", "c"}) folder_.folder(name);
+    tree_.load();
+  }
+
+  void change() {
+    main_.advance(std::chrono::seconds(1));
+    const auto key = anyThread();
+    const std::string fresh = "id-" + std::to_string(++lastID_);
+    switch (below(20)) {
+      case 0: {
+        const std::string name(1, static_cast<char>('a' + below(3)));
+        return tree_.addWorkspace(Workspace::makeProject(folder_ / name, main_.now()));
+      }
+      case 1:
+        if (below(4) == 0 && tree_.workspaces().size() > 2) {
+          tree_.removeWorkspace(tree_.workspaces()[1 + below(tree_.workspaces().size() - 1)].id);
+        }
+        return;
+      case 2: return tree_.setWorkspacePinned(anyWorkspace(), below(2) == 0);
+      case 3:
+      case 4: return tree_.addThread(ChatThread::make("New task", main_.now()), anyWorkspace());
+      case 5:
+        if (key && below(3) == 0) (void)tree_.takeThread(*key);
+        return;
+      case 6:
+        if (!key) return;
+        if (auto taken = tree_.takeThread(*key)) {
+          if (below(3) == 0) tree_.save();  // while it is nowhere
+          taken->prepareForWorkspaceMove("/from", "from", "to", main_.now());
+          tree_.addThread(std::move(*taken), anyWorkspace());
+        }
+        return;
+      default: break;
+    }
+    if (key) changeThread(*key, fresh);
+  }
+
+  void save() { tree_.save(); }
+
+  /// As if the program had been ended and started.
+  void restart() {
+    tree_.flush();
+    tree_.load();
+  }
+
+  void expectStored() {
+    WorkspaceStore again(*defaults_, folder_.path());
+    ASSERT_EQ(again.load(main_.now()), tree_.workspaces());
+    ASSERT_EQ(again.notice(), std::nullopt);
+    ASSERT_EQ(again.lastError(), "");
+  }
+
+ private:
+  std::size_t below(std::size_t end) {
+    return std::uniform_int_distribution<std::size_t>(0, end - 1)(random_);
+  }
+  Uuid anyWorkspace() { return tree_.workspaces()[below(tree_.workspaces().size())].id; }
+  std::optional<ThreadExecutionKey> anyThread() {
+    const Workspace& workspace = tree_.workspaces()[below(tree_.workspaces().size())];
+    if (workspace.threads.empty()) return std::nullopt;
+    return ThreadExecutionKey{workspace.id, workspace.threads[below(workspace.threads.size())].id};
+  }
+
+  void changeThread(const ThreadExecutionKey& key, const std::string& fresh) {
+    const ChatThread& thread = *tree_.thread(key);
+    const bool hasEntries = !thread.entries.empty();
+    switch (below(12)) {
+      case 0: return tree_.updateThread(key, [&](ChatThread& each) { each.title = fresh; });
+      case 1:
+        return tree_.updateThread(key, [&](ChatThread& each) {
+          each.entries.truncate(below(each.entries.size() + 2));
+          each.checkpoints.resize(below(3));
+        });
+      case 2:
+        return tree_.updateThread(key, [&](ChatThread& each) {
+          if (!each.runs.empty()) each.runs.erase(each.runs.begin());
+        });
+      case 3: {
+        const Uuid run = tree_.beginRun(fresh, key);
+        return tree_.updateRun(run, key, [](RunRecord& each) { each.statusMessage = "runs"; });
+      }
+      case 4:
+        if (thread.runs.empty()) return;
+        return tree_.updateRun(thread.runs[below(thread.runs.size())].id, key,
+                               [&](RunRecord& each) { each.statusMessage = fresh; });
+      case 5: {
+        Replay replay(tree_, key);
+        tree_.replaceTranscript({}, key);
+        for (std::size_t i = below(4); i > 0; --i) {
+          tree_.appendEntry(entryWith(fresh + std::to_string(i), "again"), key);
+        }
+        tree_.save();
+        if (below(2) == 0) replay.keepRebuilt();
+        return;
+      }
+      case 6: return tree_.replaceTranscript(Transcript(thread.entries), key);  // a copy
+      case 7:
+        if (!hasEntries) return;
+        return (void)tree_.updateEntry(thread.entries[below(thread.entries.size())].id, key,
+                                       [&](ChatEntry& each) { each.status = fresh; });
+      case 8:
+      case 9:
+        if (!hasEntries) return;
+        return (void)tree_.appendText("more", thread.entries.back().id, key);
+      default:
+        for (std::size_t i = 1 + below(5); i > 0; --i) {
+          tree_.appendEntry(entryWith(fresh + "-" + std::to_string(i), "text"), key);
+        }
+    }
+  }
+
+  TemporaryFolder folder_;
+  ManualMainQueue main_;
+  std::unique_ptr<UserDefaults> defaults_ = UserDefaults::inMemory();
+  WorkspaceStore store_{*defaults_, folder_.path()};
+  Changes changes_;
+  WorkspaceTree tree_{main_, store_, changes_};
+  std::mt19937 random_;
+  int lastID_ = 0;
+};
+
+TEST(StoredTree, IsTheTreeInMemoryAfterEachSave) {
+  // What is tested is what is written, not that it stays: without a disk this is twenty times as
+  // fast.
+  if (std::filesystem::is_directory("/dev/shm")) setenv("TMPDIR", "/dev/shm", 1);
+  for (unsigned seed = 0; seed < 250; ++seed) {
+    SCOPED_TRACE(seed);
+    StoredTreeUnderTest tree(seed);
+    for (int round = 0; round < 12; ++round) {
+      for (unsigned i = 0; i < 1 + seed % 7; ++i) tree.change();
+      tree.save();
+      ASSERT_NO_FATAL_FAILURE(tree.expectStored());
+      if (round % 4 == 3) tree.restart();
+    }
+  }
+  unsetenv("TMPDIR");
+}
+
+/// Three hundred tasks in a project; the last has ten thousand entries and a thousand runs.
+class LargeTree : public testing::Test {
+ protected:
+  LargeTree() {
+    Workspace project = Workspace::makeProject(folder_.folder("project"), Date(1));
+    for (int i = 0; i < 300; ++i) project.threads.push_back(ChatThread::make("T", Date(1)));
+    ChatThread& large = project.threads.back();
+    for (int i = 0; i < 10'000; ++i) large.entries.append(entryWith(std::to_string(i), "text"));
+    for (int i = 0; i < 1'000; ++i) {
+      large.runs.emplace_back().id = Uuid::random();
+    }
+    owner_ = project.id;
+    key_ = {project.id, large.id};
+    workspaces_ = store_.load(Date(1));
+    workspaces_.push_back(std::move(project));
+    EXPECT_TRUE(store_.save(workspaces_)) << store_.lastError();
+    workspaces_ = store_.load(Date(2));
+  }
+  ChatThread& large() { return *workspaces_[1].thread(key_.threadID); }
+  std::size_t rows(const TreeChanges& changes) {
+    batch_ = store_.collect(workspaces_, changes);
+    EXPECT_TRUE(store_.write(batch_));
+    return batch_.rowCount();
+  }
+
+  TemporaryFolder folder_;
+  std::unique_ptr<UserDefaults> defaults_ = UserDefaults::inMemory();
+  WorkspaceStore store_{*defaults_, folder_.path()};
+  std::vector<Workspace> workspaces_;
+  Uuid owner_;
+  ThreadExecutionKey key_;
+  SaveBatch batch_;
+};
+
+TEST_F(LargeTree, SaveWritesWhatChangedAndNothingElse) {
+  EXPECT_EQ(rows({.structure = true}), 0U) << "what was loaded is stored";
+  EXPECT_EQ(rows({.threads = {{key_, {.head = true, .allRuns = true}}}}), 0U);
+  EXPECT_FALSE(large().entries.isRead()) << "nothing so far needed the entries";
+
+  large().entries.find("9999")->text += "chunk";
+  large().updatedAt = Date(3);
+  EXPECT_EQ(rows({.threads = {{key_, {}}}}), 2U) << "a chunk: the entry, the thread's own row";
+  EXPECT_EQ(batch_.entries.size(), 1U);
+  EXPECT_LT(batch_.byteCount(), 500U);
+
+  large().runs[500].statusMessage = "x";
+  EXPECT_EQ(rows({.threads = {{key_, {.runs = {large().runs[500].id}}}}}), 1U);
+
+  large().title = "Renamed";
+  EXPECT_EQ(rows({.threads = {{key_, {.head = true, .allRuns = true}}}}), 1U);
+
+  auto& threads = workspaces_[1].threads;
+  threads.insert(threads.begin(), ChatThread::make("New", Date(4)));
+  EXPECT_EQ(rows({.structure = true}), 2U) << "its row and its head";
+  std::rotate(threads.begin(), threads.end() - 1, threads.end());
+  EXPECT_EQ(rows({.structure = true}), 1U) << "one place";
+  threads.erase(threads.begin() + 1);
+  EXPECT_EQ(rows({.structure = true}), 1U);
+
+  Transcript aside = std::move(threads.front().entries);
+  threads.front().entries = Transcript{entryWith("other", "x")};
+  threads.front().entries = std::move(aside);
+  EXPECT_EQ(rows({.threads = {{key_, {}}}}), 0U) << "put aside and brought back";
+
+  threads.front().entries.truncate(5);
+  threads.front().entries.append(entryWith("n", "x"));
+  EXPECT_EQ(rows({.threads = {{key_, {}}}}), 2U) << "the one that is new, and the count";
+  EXPECT_EQ(WorkspaceStore(*defaults_, folder_.path()).load(Date(9)), workspaces_);
+}
+
+/// Keeps work until told.
+class ManualExecutor final : public Executor {
+ public:
+  void post(Work work) override { works.push_back(std::move(work)); }
+  void runOne() {
+    auto work = std::move(works.front());
+    works.pop_front();
+    work();
+  }
+  std::deque<Work> works;
+};
+
+class SlowWriter : public testing::Test {
+ protected:
+  SlowWriter() {
+    tree_.load();
+    key_ = {tree_.workspaces()[0].id, tree_.workspaces()[0].threads[0].id};
+  }
+  ~SlowWriter() override {
+    while (!writer_.works.empty()) writer_.runOne();
+    main_.runReady();
+  }
+  std::vector<RunRecord> storedRuns() {
+    return WorkspaceStore(*defaults_, folder_.path()).load(Date(1))[0].threads[0].runs;
+  }
+
+  TemporaryFolder folder_;
+  ManualMainQueue main_;
+  std::unique_ptr<UserDefaults> defaults_ = UserDefaults::inMemory();
+  WorkspaceStore store_{*defaults_, folder_.path()};
+  Changes changes_;
+  ManualExecutor writer_;
+  WorkspaceTree tree_{main_, store_, changes_, &writer_};
+  ThreadExecutionKey key_;
+};
+
+TEST_F(SlowWriter, SavesGatherWhileItWorks) {
+  for (int i = 0; i < 100; ++i) {
+    tree_.appendSystemEntry("text", key_);
+  }
+  EXPECT_LE(writer_.works.size(), 2U);
+  while (!writer_.works.empty()) {
+    writer_.runOne();
+    main_.runReady();
+  }
+  EXPECT_EQ(WorkspaceStore(*defaults_, folder_.path()).load(Date(1)), tree_.workspaces());
+}
+
+TEST_F(SlowWriter, PromptIsHandedOverHoweverMuchIsOnItsWay) {
+  for (int i = 0; i < 10; ++i) tree_.appendSystemEntry("text", key_);
+  const auto before = writer_.works.size();
+  tree_.beginRun("prompt", key_);
+  EXPECT_EQ(writer_.works.size(), before + 1);
+  while (!writer_.works.empty()) writer_.runOne();  // the main queue has not been told yet
+  ASSERT_EQ(storedRuns().size(), 1U);
+  EXPECT_EQ(storedRuns()[0].prompt, "prompt");
+}
+
+TEST_F(SlowWriter, FlushOnAThreadOfItsOwnLeavesAllOnTheDisk) {
+  BackgroundPool pool(1);
+  WorkspaceStore store(*defaults_, folder_.path());
+  WorkspaceTree tree(main_, store, changes_, &pool);
+  tree.load();
+  for (int i = 0; i < 50; ++i) tree.appendSystemEntry("text", key_);
+  EXPECT_TRUE(tree.flush());
+  EXPECT_EQ(WorkspaceStore(*defaults_, folder_.path()).load(Date(1)), tree.workspaces());
+}
+
+}  // namespace
+}  // namespace vantrell::tests

@@ -1,0 +1,130 @@
+#include "platform/program_runner.h"
+
+#include "platform/process_fixture.h"
+#include "support/temporary_folder.h"
+
+namespace vantrell {
+namespace {
+
+using namespace std::chrono_literals;
+using tests::TemporaryFolder;
+
+class ProgramRunnerTest : public tests::ProcessTest {
+ protected:
+  static ProgramRunner::Program script(std::string text) {
+    return {.options =
+                [text = std::move(text)] {
+                  ProcessOptions options = shell(text);
+                  options.mergeErrorIntoOutput = true;
+                  return options;
+                },
+            .limit = {},
+            .input = {}};
+  }
+  void run(ProgramRunner::Program program) {
+    runner_->run(std::move(program), [this](ProgramRunner::Outcome outcome) {
+      outcomes_.push_back(std::move(outcome));
+    });
+  }
+  ProgramRunner::Outcome outcomeOf(ProgramRunner::Program program) {
+    run(std::move(program));
+    EXPECT_TRUE(outcomes_.empty());
+    EXPECT_TRUE(main_.runUntil([&] { return !outcomes_.empty(); }));
+    return std::exchange(outcomes_, {}).at(0);
+  }
+
+  TemporaryFolder folder_;
+  std::shared_ptr<ProgramRunner> runner_ = std::make_shared<ProgramRunner>(main_, pool_);
+  std::vector<ProgramRunner::Outcome> outcomes_;
+};
+
+TEST_F(ProgramRunnerTest, GivesOutputAndErrorInOrderWithTheStatus) {
+  const auto outcome = outcomeOf(script("echo one; echo two >&2; echo three; exit 7"));
+  EXPECT_EQ(outcome.output, "one\ntwo\nthree\n");
+  EXPECT_EQ(outcome.status, 7);
+  EXPECT_FALSE(outcome.hasRunOut);
+  EXPECT_EQ(outcomeOf(script("kill -9 $$")).status, 128 + 9);
+}
+
+TEST_F(ProgramRunnerTest, SaysWhatTheSystemSaysOfAProgramThatCannotBeStarted) {
+  const auto outcome = outcomeOf({.options =
+                                      [] {
+                                        ProcessOptions options;
+                                        options.executable = "/nowhere/program";
+                                        return options;
+                                      },
+                                  .limit = {},
+                                  .input = {}});
+  EXPECT_EQ(outcome.output, "No such file or directory");
+  EXPECT_EQ(outcome.status, -1);
+}
+
+TEST_F(ProgramRunnerTest, InputIsEmptyUnlessGiven) {
+  EXPECT_EQ(outcomeOf(script("cat; echo end")).output, "end\n");
+  auto program = script("cat; echo end");
+  program.input = "given ";
+  EXPECT_EQ(outcomeOf(std::move(program)).output, "given end\n");
+}
+
+TEST_F(ProgramRunnerTest, EndsWhatTakesTooLongAndItsChildren) {
+  auto program = script("sleep 1000 & echo $! > '" + (folder_ / "id") + "'; echo begun; wait");
+  program.limit = 10s;
+  run(std::move(program));
+  const auto id = [&] { return std::atoi(TemporaryFolder::contentOf(folder_ / "id").c_str()); };
+  ASSERT_TRUE(main_.runUntil([&] {
+    main_.post([] {});
+    return id() > 0;
+  }));
+  main_.advance(9s);
+  EXPECT_TRUE(outcomes_.empty());
+  main_.advance(1s);
+  ASSERT_TRUE(main_.runUntil([&] { return !outcomes_.empty(); }));
+  EXPECT_TRUE(outcomes_[0].hasRunOut);
+  EXPECT_EQ(outcomes_[0].status, -1);
+  EXPECT_TRUE(tests::waitForEnd(id()));
+  // The end that the program then comes to is no second outcome.
+  EXPECT_TRUE(Process::waitForAll(20s));
+  awaitQueue();
+  main_.runReady();
+  EXPECT_EQ(outcomes_.size(), 1U);
+}
+
+TEST_F(ProgramRunnerTest, KeepsTheBeginningOfEndlessOutputAndLetsTheProgramFinish) {
+  const auto outcome = outcomeOf(script("echo first; head -c 8000000 /dev/zero; exit 3"));
+  EXPECT_EQ(outcome.output.size(), ProgramRunner::keptOutput);
+  EXPECT_TRUE(outcome.output.starts_with("first\n"));
+  EXPECT_EQ(outcome.status, 3);
+}
+
+TEST_F(ProgramRunnerTest, ItsEndEndsTheProgramsWithoutAWord) {
+  run(script("echo $$ > '" + (folder_ / "id") + "'; exec sleep 1000"));
+  const auto id = [&] { return std::atoi(TemporaryFolder::contentOf(folder_ / "id").c_str()); };
+  ASSERT_TRUE(main_.runUntil([&] {
+    main_.post([] {});
+    return id() > 0;
+  }));
+  runner_.reset();
+  EXPECT_TRUE(tests::waitForEnd(id()));
+  EXPECT_TRUE(Process::waitForAll(20s));
+  main_.runReady();
+  EXPECT_TRUE(outcomes_.empty());
+}
+
+TEST_F(ProgramRunnerTest, WhatAProgramLeavesLivesUntilTheRunnersEndWhenItMay) {
+  const auto program = [this](bool endsGroup) {
+    auto leaving = script("sleep 1000 </dev/null >/dev/null 2>&1 & echo $!");
+    leaving.options = [options = leaving.options(), endsGroup]() mutable {
+      options.endGroupWithLeader = endsGroup;
+      return options;
+    };
+    return std::atoi(outcomeOf(std::move(leaving)).output.c_str());
+  };
+  EXPECT_TRUE(tests::waitForEnd(program(true)));
+  const pid_t left = program(false);
+  EXPECT_EQ(::kill(left, 0), 0);
+  runner_.reset();
+  EXPECT_TRUE(tests::waitForEnd(left));
+}
+
+}  // namespace
+}  // namespace vantrell

@@ -1,0 +1,278 @@
+#include "platform/secret_store.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include "platform/manual_main_queue.h"
+#include "platform/run_loop.h"
+#include "platform/secret_queue.h"
+#include "support/in_child.h"
+#include "support/private_keyring.h"
+
+namespace vantrell {
+namespace {
+
+using testing::HasSubstr;
+using tests::Environment;
+using tests::PrivateKeyring;
+using tests::TemporaryFolder;
+using Kind = SecretError::Kind;
+
+const SecretServiceOptions quick{.timeLimit = std::chrono::seconds(10), .labelPrefix = "example"};
+
+mode_t modeOf(const std::string& path) {
+  struct stat info{};
+  return stat(path.c_str(), &info) == 0 ? info.st_mode & 07777 : 0;
+}
+
+enum class Place { memory, files };
+
+class SecretsIn : public testing::TestWithParam<Place> {
+ protected:
+  TemporaryFolder folder_;
+  std::unique_ptr<SecretStore> secrets_ = GetParam() == Place::memory
+                                              ? SecretStore::inMemory()
+                                              : SecretStore::files(folder_ / "secrets");
+};
+INSTANTIATE_TEST_SUITE_P(, SecretsIn, testing::Values(Place::memory, Place::files),
+                         [](const auto& place) {
+                           return place.param == Place::memory ? "Memory" : "Files";
+                         });
+
+TEST_P(SecretsIn, AreToldApartByEveryCharacterOfTheirNames) {
+  const std::pair<std::string, std::string> names[] = {
+      {"service", "account"},
+      {"servic", "eaccount"},
+      {"service@account", ""},
+      {"service", "@account"},
+      {"service@", "account"},
+      {"Service", "account"},
+      {"../../service", "a"},
+      {"..", ".."},
+      {"", ""},
+      {"%2e%2e", ".."},
+      {".hidden", "a/b"},
+      {"gr\u00f6\u00dfe", "\u96EA\n"},
+  };
+  for (const auto& [service, account] : names) {
+    const auto absent = secrets_->read(service, account);
+    ASSERT_TRUE(absent) << absent.error().description;
+    EXPECT_FALSE(*absent) << service << " " << account;
+    ASSERT_TRUE(secrets_->write(service, account, service + "|" + account));
+  }
+  for (const auto& [service, account] : names) {
+    EXPECT_EQ(secrets_->read(service, account).value(), service + "|" + account);
+  }
+  if (GetParam() == Place::files) {
+    EXPECT_EQ(folder_.names("secrets").size(), std::size(names));
+    EXPECT_EQ(folder_.names(), std::set<std::string>{"secrets"}) << "nothing left the folder";
+  }
+}
+
+TEST_P(SecretsIn, AreAnyBytesAndCanBeReplacedAndRemoved) {
+  const std::string bytes("\0\xFF\n\0", 4);
+  ASSERT_TRUE(secrets_->write("service", "account", "old"));
+  ASSERT_TRUE(secrets_->write("service", "account", bytes));
+  EXPECT_EQ(secrets_->read("service", "account").value(), bytes);
+  ASSERT_TRUE(secrets_->write("service", "account", ""));
+  EXPECT_EQ(secrets_->read("service", "account").value(), "") << "empty is not absent";
+  ASSERT_TRUE(secrets_->remove("service", "account"));
+  EXPECT_EQ(secrets_->read("service", "account").value(), std::nullopt);
+  EXPECT_TRUE(secrets_->remove("service", "account"));
+}
+
+TEST_P(SecretsIn, RefuseWhatNotEveryStoreCouldKeep) {
+  const std::string longest(SecretStore::longestName, '@');
+  EXPECT_TRUE(secrets_->write(longest, "", std::string(SecretStore::longestValue, 'x')));
+  EXPECT_TRUE(secrets_->read(longest, "").value());
+  const std::tuple<std::string, std::string, std::string> cases[] = {
+      {longest, "x", "value"},
+      {std::string("a\0b", 3), "x", "value"},
+      {"a", "\xFF", "value"},
+      {"a", "b", std::string(SecretStore::longestValue + 1, 'x')},
+  };
+  for (const auto& [service, account, value] : cases) {
+    const auto written = secrets_->write(service, account, value);
+    ASSERT_FALSE(written) << service;
+    EXPECT_EQ(written.error().kind, Kind::failed);
+    EXPECT_THAT(written.error().description, HasSubstr("stored"));
+  }
+}
+
+TEST(SecretFiles, AreForTheirOwnerOnly) {
+  const TemporaryFolder folder;
+  const std::string place = folder.folder("secrets");
+  ASSERT_EQ(chmod(place.c_str(), 0755), 0);
+  const mode_t mask = umask(0);
+  ASSERT_TRUE(SecretStore::files(place)->write("service", "account", "value"));
+  umask(mask);
+  EXPECT_EQ(modeOf(place), 0700u);
+  EXPECT_EQ(folder.names("secrets"), std::set<std::string>{"service@account.secret"});
+  EXPECT_EQ(modeOf(place + "/service@account.secret"), 0600u);
+}
+
+TEST(SecretFiles, KeepTheOldValueWhenTheDiskIsFull) {
+  const TemporaryFolder folder;
+  const auto secrets = SecretStore::files(folder.path());
+  ASSERT_TRUE(secrets->write("service", "account", "old"));
+  const int status = tests::inChild([&] {
+    signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit{1024, 1024};
+    if (setrlimit(RLIMIT_FSIZE, &limit) != 0) return 1;
+    const auto written = secrets->write("service", "account", std::string(2000, 'x'));
+    return !written && written.error().kind == Kind::failed ? 0 : 2;
+  });
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(secrets->read("service", "account").value(), "old");
+  EXPECT_EQ(folder.names().size(), 1u) << "a temporary file was left";
+}
+
+TEST(SecretFiles, SayWhenTheFolderDeniesThem) {
+  const TemporaryFolder folder;
+  const int status = tests::inChild([&] {
+    if (!tests::mountSmallVolume(folder.path(), "1m")) return tests::childCannot;
+    if (mount(nullptr, folder.path().c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) != 0) {
+      return 1;
+    }
+    const auto written = SecretStore::files(folder / "secrets")->write("service", "account", "x");
+    return !written && written.error().kind == Kind::denied ? 0 : 2;
+  });
+  if (status == tests::childCannot) GTEST_SKIP() << "no private mounts here";
+  EXPECT_EQ(status, 0);
+}
+
+TEST(SecretFiles, AFolderInTheirPlaceIsNoAbsence) {
+  const TemporaryFolder folder;
+  folder.folder("service@account.secret");
+  EXPECT_FALSE(SecretStore::files(folder.path())->read("service", "account"));
+}
+
+// ---- the choice ---------------------------------------------------------------------------------
+
+class ChosenSecretStore : public testing::Test {
+ protected:
+  /// As a new start of the program would have it.
+  std::unique_ptr<SecretStore> started() { return SecretStore::chosen(folder_ / "secrets", quick); }
+  void withoutBus() {
+    environment_.set("DBUS_SESSION_BUS_ADDRESS", std::nullopt);
+    environment_.set("XDG_RUNTIME_DIR", folder_.path());
+  }
+  bool hasFiles() const {
+    for (const std::string& name : folder_.names("secrets")) {
+      if (name.ends_with(".secret")) return true;
+    }
+    return false;
+  }
+  TemporaryFolder folder_;
+  Environment environment_;
+};
+
+TEST_F(ChosenSecretStore, IsTheKeyringWhereOneAnswersAndStaysIt) {
+  {
+    PrivateKeyring keyring;
+    ASSERT_TRUE(started()->write("service", "account", "value"));
+    EXPECT_EQ(started()->read("service", "account").value(), "value");
+    EXPECT_FALSE(hasFiles());
+  }
+  withoutBus();
+  const auto later = started();
+  EXPECT_EQ(later->status().kind, SecretStore::Kind::secretService);
+  for (const auto& error : {later->read("service", "account").error(),
+                            later->write("service", "account", "other").error()}) {
+    EXPECT_EQ(error.kind, Kind::missing) << error.description;
+  }
+  EXPECT_FALSE(hasFiles()) << "a second secret was made";
+}
+
+TEST_F(ChosenSecretStore, IsTheFilesWhereNoneAnswersAndStaysThem) {
+  withoutBus();
+  ASSERT_TRUE(started()->write("service", "account", "value"));
+  EXPECT_TRUE(hasFiles());
+  PrivateKeyring keyring;
+  EXPECT_EQ(started()->read("service", "account").value(), "value");
+  EXPECT_EQ(started()->status().kind, SecretStore::Kind::files);
+}
+
+TEST_F(ChosenSecretStore, IsOpenUntilTheFirstSecretIsWritten) {
+  withoutBus();
+  const auto first = started();
+  EXPECT_EQ(first->read("service", "account").value(), std::nullopt);
+  EXPECT_TRUE(first->remove("service", "account"));
+  EXPECT_EQ(folder_.names().count("secrets"), 0u);
+  PrivateKeyring keyring;
+  EXPECT_EQ(started()->status().kind, SecretStore::Kind::secretService);
+  EXPECT_EQ(first->status().kind, SecretStore::Kind::files) << "a choice holds for the process";
+}
+
+TEST_F(ChosenSecretStore, ALockedKeyringIsAnAnswer) {
+  PrivateKeyring keyring;
+  ASSERT_TRUE(SecretStore::secretService(quick)->write("another", "program", "value"));
+  keyring.endLocked();
+  const auto secrets = started();
+  const auto written = secrets->write("service", "account", "value");
+  ASSERT_FALSE(written);
+  EXPECT_EQ(written.error().kind, Kind::locked) << written.error().description;
+  EXPECT_EQ(secrets->status().kind, SecretStore::Kind::secretService);
+  EXPECT_FALSE(hasFiles());
+}
+
+TEST_F(ChosenSecretStore, StoresNothingWhenTheChoiceCannotBeKeptOrTold) {
+  withoutBus();
+  folder_.file("secrets/store", "nonsense");
+  const auto untold = started()->write("service", "account", "value");
+  ASSERT_FALSE(untold);
+  EXPECT_THAT(untold.error().description, HasSubstr(folder_ / "secrets/store"));
+  EXPECT_TRUE(started()->status().problem);
+  EXPECT_FALSE(hasFiles());
+
+  std::filesystem::remove_all(folder_ / "secrets");
+  folder_.file("secrets", "a file where the folder should be");
+  EXPECT_FALSE(started()->write("service", "account", "value"));
+}
+
+// ---- on the main queue --------------------------------------------------------------------------
+
+TEST(SecretQueue, AnswersOnTheMainQueueInOrder) {
+  RunLoop main;
+  BackgroundPool pool;
+  SecretQueue secrets(SecretStore::inMemory(), main, pool);
+  const auto mainThread = std::this_thread::get_id();
+  std::vector<std::string> answers;
+  secrets.write("service", "account", "value", [&](const auto& written) {
+    EXPECT_EQ(std::this_thread::get_id(), mainThread);
+    answers.push_back(written ? "written" : "not written");
+  });
+  secrets.read("service", "account",
+               [&](const auto& read) { answers.push_back(read.value().value_or("absent")); });
+  secrets.remove("service", "account", [&](const auto&) { answers.push_back("removed"); });
+  secrets.read("service", "account",
+               [&](const auto& read) { answers.push_back(read.value().value_or("absent")); });
+  secrets.unlock([&](const auto&) { answers.push_back("unlocked"); });
+  secrets.status([&](const SecretStore::Status& status) {
+    answers.push_back(status.place);
+    main.quit();
+  });
+  EXPECT_TRUE(answers.empty()) << "an answer came before the caller was ready";
+  main.run();
+  EXPECT_EQ(answers, (std::vector<std::string>{"written", "value", "removed", "absent", "unlocked",
+                                               "memory"}));
+}
+
+TEST(SecretQueue, DropsAnswersWhenItIsGone) {
+  ManualMainQueue main;
+  const std::shared_ptr<SecretStore> store = SecretStore::inMemory();
+  bool isAnswered = false;
+  {
+    BackgroundPool pool;
+    SecretQueue secrets(store, main, pool);
+    secrets.write("service", "account", "value", [&](const auto&) { isAnswered = true; });
+  }
+  main.runReady();
+  EXPECT_FALSE(isAnswered);
+  EXPECT_EQ(store->read("service", "account").value(), "value") << "the work itself was done";
+}
+
+}  // namespace
+}  // namespace vantrell

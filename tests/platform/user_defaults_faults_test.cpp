@@ -1,0 +1,161 @@
+#include <csignal>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <sys/resource.h>
+
+#include "platform/user_defaults.h"
+#include "platform/user_defaults_damage.h"
+#include "support/in_child.h"
+#include "support/temporary_folder.h"
+
+namespace vantrell {
+namespace {
+
+using tests::TemporaryFolder;
+
+/// What is stored, read by a fresh start.
+std::optional<std::string> storedText(const std::string& path, const char* key) {
+  const auto defaults = UserDefaults::open(path);
+  EXPECT_TRUE(defaults) << defaults.error();
+  return defaults ? (*defaults)->text(key) : std::nullopt;
+}
+
+TEST(UserDefaultsFaults, AFullDiskLeavesEveryKindOfValueAndSaysSo) {
+  const TemporaryFolder folder;
+  const std::string path = folder / "settings";
+  const int status = tests::inChild([&] {
+    auto defaults = UserDefaults::open(path);
+    if (!defaults || !(*defaults)->setText("k", "old") || !(*defaults)->setText("gone", "x")) {
+      return 1;
+    }
+    signal(SIGXFSZ, SIG_IGN);
+    const rlimit nothing{1, 1};
+    if (setrlimit(RLIMIT_FSIZE, &nothing) != 0) return 2;
+    for (const auto& change : std::initializer_list<std::function<bool()>>{
+             [&] { return (*defaults)->setText("k", "new"); },
+             [&] { return (*defaults)->setData("k", "new"); },
+             [&] { return (*defaults)->setBoolean("k", true); },
+             [&] { return (*defaults)->setNumber("k", 1); },
+             [&] { return (*defaults)->remove("gone"); }}) {
+      if (change()) return 3;
+      if (!(*defaults)->lastError().contains(path)) return 4;
+    }
+    return (*defaults)->text("k") == "old" && (*defaults)->text("gone") == "x" ? 0 : 5;
+  });
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(storedText(path, "k"), "old");
+  EXPECT_EQ(storedText(path, "gone"), "x");
+}
+
+TEST(UserDefaultsFaults, AReadOnlyFolderIsReadAndNotChanged) {
+  const TemporaryFolder folder;
+  const std::string volume = folder.folder("volume");
+  const int status = tests::inChild([&] {
+    if (!tests::mountSmallVolume(volume, "1m")) return tests::childCannot;
+    if (!(*UserDefaults::open(volume + "/settings"))->setText("k", "old")) return 1;
+    if (mount(nullptr, volume.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) != 0) return 2;
+    const auto defaults = UserDefaults::open(volume + "/settings");
+    if (!defaults || (*defaults)->remove("k") || (*defaults)->setBoolean("k", true)) return 3;
+    if (!(*defaults)->lastError().contains(volume + "/settings")) return 4;
+    return (*defaults)->text("k") == "old" ? 0 : 5;
+  });
+  if (status == tests::childCannot) GTEST_SKIP() << "no private mounts here";
+  EXPECT_EQ(status, 0);
+}
+
+TEST(UserDefaultsFaults, AValueOfAnotherTypeIsAbsentUntilItIsReplaced) {
+  const TemporaryFolder folder;
+  const std::string path = folder / "settings";
+  EXPECT_TRUE((*UserDefaults::open(path))->setText("k", "1.3"));
+  {
+    const auto defaults = UserDefaults::open(path);
+    EXPECT_FALSE((*defaults)->number("k"));
+    EXPECT_FALSE((*defaults)->boolean("k"));
+    EXPECT_FALSE((*defaults)->data("k"));
+  }
+  EXPECT_EQ(storedText(path, "k"), "1.3") << "reading it as another type changed it";
+  EXPECT_TRUE((*UserDefaults::open(path))->setNumber("k", 1.3));
+  EXPECT_EQ((*UserDefaults::open(path))->number("k"), 1.3);
+}
+
+TEST(UserDefaultsFaults, ATypeOfALaterVersionIsPassedOverAndKept) {
+  const TemporaryFolder folder;
+  const std::string path = folder / "settings";
+  EXPECT_TRUE((*UserDefaults::open(path))->setText("k", "old"));
+  sqlite3* database = nullptr;
+  ASSERT_EQ(sqlite3_open(path.c_str(), &database), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(database, "INSERT INTO settings VALUES ('later', 'list', 'a,b')", nullptr,
+                         nullptr, nullptr),
+            SQLITE_OK);
+  {
+    const auto defaults = UserDefaults::open(path);
+    EXPECT_FALSE((*defaults)->text("later"));
+    EXPECT_TRUE((*defaults)->setText("k", "new"));
+  }
+  int rows = 0;
+  sqlite3_exec(
+      database, "SELECT * FROM settings WHERE key = 'later' AND type = 'list'",
+      [](void* count, int, char**, char**) { return ++*static_cast<int*>(count), 0; }, &rows,
+      nullptr);
+  EXPECT_EQ(rows, 1);
+  sqlite3_close(database);
+}
+
+TEST(UserDefaultsFaults, AProgramKilledInItsWritesLosesNoneThatWasAnswered) {
+  const TemporaryFolder folder;
+  const std::string path = folder / "settings";
+  for (int round = 0; round < 8; ++round) {
+    int answered[2];
+    ASSERT_EQ(pipe(answered), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+      const auto defaults = UserDefaults::open(path);
+      // Large enough that a write takes several pages, and so can be cut in two.
+      for (std::uint32_t i = 0;; ++i) {
+        const std::string value = std::to_string(i) + "," + std::string(20'000, 'x');
+        if (!(*defaults)->setText("k", value) || write(answered[1], &i, sizeof i) < 0) _exit(1);
+      }
+    }
+    close(answered[1]);
+    std::uint32_t last = 0;
+    const std::uint32_t enough = static_cast<std::uint32_t>(3 + 5 * round);
+    while (read(answered[0], &last, sizeof last) == sizeof last && last < enough) {
+    }
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    while (read(answered[0], &last, sizeof last) == sizeof last) {
+    }
+    close(answered[0]);
+    const auto value = storedText(path, "k");
+    ASSERT_TRUE(value);
+    EXPECT_GE(std::stoul(*value), last);
+    EXPECT_EQ(value->size(), std::to_string(std::stoul(*value)).size() + 20'001) << "half a write";
+    EXPECT_FALSE(isDamagedSettingsFile(path));
+  }
+}
+
+TEST(UserDefaultsFaults, DamageIsToldFromWhatOnlyCannotBeOpenedNow) {
+  const TemporaryFolder folder;
+  const std::string path = folder / "settings";
+  EXPECT_TRUE((*UserDefaults::open(path))->setText("k", std::string(50'000, 'x')));
+  const std::string sound = TemporaryFolder::contentOf(path);
+  EXPECT_FALSE(isDamagedSettingsFile(path));
+  EXPECT_FALSE(isDamagedSettingsFile(folder / "absent"));
+  EXPECT_FALSE(isDamagedSettingsFile(folder.path()));
+  sqlite3* holder = nullptr;
+  sqlite3_open(path.c_str(), &holder);
+  ASSERT_EQ(sqlite3_exec(holder, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
+  EXPECT_FALSE(isDamagedSettingsFile(path)) << "in use";
+  sqlite3_close(holder);
+  for (const std::string& damaged :
+       {std::string(5000, 'x'), sound.substr(0, 5000), sound.substr(0, 90),
+        sound.substr(0, 4096) + std::string(sound.size() - 4096, '\xFF')}) {
+    EXPECT_TRUE(isDamagedSettingsFile(folder.file("damaged", damaged))) << damaged.size();
+    const auto refused = UserDefaults::open(folder / "damaged");
+    ASSERT_FALSE(refused);
+    EXPECT_NE(refused.error().find(folder / "damaged"), std::string::npos);
+  }
+}
+
+}  // namespace
+}  // namespace vantrell

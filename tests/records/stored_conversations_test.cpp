@@ -1,0 +1,450 @@
+// What becomes of stored conversations when things go wrong: full disks, damaged files, sudden
+// ends, documents of earlier versions.
+#include <csignal>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include "platform/user_defaults.h"
+#include "records/conversation_json.h"
+#include "records/workspace_store.h"
+#include "support/in_child.h"
+#include "support/temporary_folder.h"
+
+namespace vantrell {
+namespace {
+
+using tests::TemporaryFolder;
+
+constexpr std::string_view documentKey = "savedWorkspaces.v1";
+constexpr Date now(1000);
+
+ChatEntry entryWith(std::string id, std::string text) {
+  ChatEntry entry;
+  entry.id = std::move(id);
+  entry.text = std::move(text);
+  return entry;
+}
+
+class StoredConversations : public testing::Test {
+ protected:
+  StoredConversations() { folder_.folder("project"); }
+
+  /// A project with tasks of three entries each.
+  std::vector<Workspace> project(int tasks) {
+    std::vector<Workspace> workspaces{Workspace::makeProject(folder_ / "project", now)};
+    workspaces[0].threads.clear();
+    for (int i = 0; i < tasks; ++i) {
+      ChatThread thread = ChatThread::make("Task " + std::to_string(i), now);
+      for (const char* id : {"a", "b", "c"}) {
+        thread.entries.append(entryWith(id, std::string(300, 't')));
+      }
+      thread.runs.emplace_back().id = Uuid::random();
+      workspaces[0].threads.push_back(std::move(thread));
+    }
+    return workspaces;
+  }
+  /// Stores that project and closes the file, so that all of it is in one piece.
+  std::vector<Workspace> makeStore(int tasks) {
+    WorkspaceStore store(*defaults_, folder_.path());
+    auto workspaces = store.load(now);
+    workspaces.push_back(project(tasks)[0]);
+    EXPECT_TRUE(store.save(workspaces)) << store.lastError();
+    return workspaces;
+  }
+  std::vector<Workspace> load(std::optional<std::string>* notice = nullptr) {
+    WorkspaceStore store(*defaults_, folder_.path());
+    auto workspaces = store.load(now);
+    for (const auto& each : workspaces) {
+      for (const auto& thread : each.threads) (void)thread.entries.begin();
+    }
+    if (notice) *notice = store.notice();
+    return workspaces;
+  }
+  std::string file() { return folder_ / "conversations.sqlite"; }
+  std::vector<std::string> keptAside() {
+    std::vector<std::string> kept;
+    for (const auto& name : folder_.names()) {
+      if (name.starts_with("conversations ")) kept.push_back(folder_ / name);
+    }
+    return kept;
+  }
+  void run(const std::string& sql) {
+    sqlite3* database = nullptr;
+    sqlite3_open(file().c_str(), &database);
+    EXPECT_EQ(sqlite3_exec(database, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sql;
+    sqlite3_close(database);
+  }
+
+  TemporaryFolder folder_;
+  std::unique_ptr<UserDefaults> defaults_ = UserDefaults::inMemory();
+};
+
+// ---- damage -------------------------------------------------------------------------------------
+
+TEST_F(StoredConversations, FileCutAnywhereInItsLastPageIsKeptAndWhatCanBeReadIsShown) {
+  makeStore(20);
+  const std::string whole = TemporaryFolder::contentOf(file());
+  ASSERT_GT(whole.size(), 4096U * 4);
+  // Every byte; each takes some milliseconds, so most of them in steps.
+  for (std::size_t cut = 1; cut <= 4096; cut += cut < 8 || cut > 4088 ? 1 : 311) {
+    SCOPED_TRACE(cut);
+    for (const auto& each : keptAside()) std::filesystem::remove(each);
+    std::filesystem::remove(file() + "-wal");
+    const std::string damaged = whole.substr(0, whole.size() - cut);
+    folder_.file("conversations.sqlite", damaged);
+    std::optional<std::string> notice;
+    const auto loaded = load(&notice);
+    const auto kept = keptAside();
+    ASSERT_EQ(kept.size(), 1U);
+    EXPECT_EQ(TemporaryFolder::contentOf(kept[0]), damaged);
+    ASSERT_TRUE(notice);
+    EXPECT_TRUE(notice->contains(kept[0])) << *notice;
+    std::size_t threads = 0;
+    for (const auto& each : loaded) threads += each.threads.size();
+    EXPECT_GE(threads, 21U) << "the last page holds entries or runs, which have placeholders";
+    std::optional<std::string> second;
+    EXPECT_EQ(load(&second).size(), loaded.size());
+    EXPECT_EQ(second, std::nullopt) << "told once";
+  }
+}
+
+TEST_F(StoredConversations, WhatIsNoStoreIsKeptAsideUnchanged) {
+  const std::string header = "SQLite format 3";
+  for (const std::string& content :
+       {std::string("x"), std::string(5000, 'x'), header + std::string(4081, '\xFF')}) {
+    for (const auto& each : keptAside()) std::filesystem::remove(each);
+    for (const char* suffix : {"-wal", "-shm"}) std::filesystem::remove(file() + suffix);
+    folder_.file("conversations.sqlite", content);
+    std::optional<std::string> notice;
+    EXPECT_EQ(load(&notice).size(), 1U);
+    const auto kept = keptAside();
+    ASSERT_EQ(kept.size(), 1U);
+    EXPECT_EQ(TemporaryFolder::contentOf(kept[0]), content);
+    ASSERT_TRUE(notice);
+    EXPECT_TRUE(notice->contains(kept[0])) << *notice;
+  }
+}
+
+TEST_F(StoredConversations, FileOfANewerVersionIsKeptAside) {
+  makeStore(1);
+  run("PRAGMA user_version = 99");
+  std::optional<std::string> notice;
+  EXPECT_EQ(load(&notice).size(), 1U);
+  ASSERT_EQ(keptAside().size(), 1U);
+  ASSERT_TRUE(notice);
+  EXPECT_TRUE(notice->contains("a newer version")) << *notice;
+}
+
+TEST_F(StoredConversations, DamagedPiecesHurtNothingElse) {
+  struct Case {
+    const char* what;
+    std::string sql;
+  } cases[] = {
+      {"entry", "UPDATE entries SET record = '{' WHERE number = (SELECT min(number) FROM entries)"},
+      {"lost entry", "DELETE FROM entries WHERE number = (SELECT min(number) FROM entries)"},
+      {"unknown kind",
+       "UPDATE entries SET record = replace(record, 'user', 'martian')"
+       " WHERE number = (SELECT min(number) FROM entries)"},
+      {"head", "UPDATE heads SET record = '' WHERE number = (SELECT max(number) FROM heads)"},
+      {"lost head", "DELETE FROM heads WHERE number = (SELECT max(number) FROM heads)"},
+      {"lost row", "DELETE FROM threads WHERE number = (SELECT max(number) FROM threads)"},
+      {"run", "UPDATE runs SET record = 'x' WHERE number = (SELECT max(number) FROM runs)"},
+      {"project", "UPDATE workspaces SET head = '[]' WHERE head LIKE '%project%'"},
+  };
+  const auto whole = makeStore(3);
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.what);
+    std::filesystem::copy_file(file(), folder_ / "whole",
+                               std::filesystem::copy_options::skip_existing);
+    std::filesystem::copy_file(folder_ / "whole", file(),
+                               std::filesystem::copy_options::overwrite_existing);
+    for (const auto& kept : keptAside()) std::filesystem::remove(kept);
+    run(each.sql);
+    WorkspaceStore store(*defaults_, folder_.path());
+    std::string told;
+    store.onNotice = [&](std::string_view sentence) { told += sentence; };
+    auto loaded = store.load(now);
+    told = store.notice().value_or("");
+    std::size_t threads = 0, entries = 0, same = 0;
+    for (const auto& workspace : loaded) {
+      for (const auto& thread : workspace.threads) {
+        ++threads;
+        entries +=
+            static_cast<std::size_t>(std::distance(thread.entries.begin(), thread.entries.end()));
+        same += std::ranges::count(whole[1].threads, thread) > 0 ? 1U : 0U;
+      }
+    }
+    EXPECT_GE(threads, 4U);
+    EXPECT_EQ(entries, 9U);
+    EXPECT_GE(same, 2U) << "the others are as they were";
+    const bool isTold = !told.empty() || std::string_view(each.what) == "lost row";
+    EXPECT_TRUE(isTold);
+    EXPECT_EQ(keptAside().size(), told.empty() ? 0U : 1U);
+    for (const auto& kept : keptAside()) EXPECT_TRUE(told.contains(kept)) << told;
+
+    // Life goes on, and nothing of the damaged piece is written over by that.
+    loaded[0].threads[0].title = "Another";
+    EXPECT_TRUE(store.save(loaded)) << store.lastError();
+    WorkspaceStore again(*defaults_, folder_.path());
+    EXPECT_EQ(again.load(now)[0].threads[0].title, "Another");
+    for (const auto& workspace : again.load(now)) {
+      for (const auto& thread : workspace.threads) (void)thread.entries.begin();
+    }
+    EXPECT_LE(keptAside().size(), 1U) << "one copy, however often it is met";
+  }
+}
+
+TEST_F(StoredConversations, DamagedPageKeepsNoOtherConversationFromBeingSaved) {
+  auto tree = project(20);
+  tree[0].threads[10].entries[1].text = std::string(9000, '%');
+  {
+    WorkspaceStore store(*defaults_, folder_.path());
+    store.load(now);
+    ASSERT_TRUE(store.save(tree));
+  }
+  std::string content = TemporaryFolder::contentOf(file());
+  for (std::size_t page = 4096; page < content.size(); page += 4096) {
+    // The page with the beginning of that entry: the rest lies in pages of its own.
+    if (content.substr(page, 4096).contains("{\"id\":\"b\",\"kind\":\"user\",\"text\":\"%")) {
+      content.replace(page, 4096, std::string(4096, '\xFF'));
+    }
+  }
+  folder_.file("conversations.sqlite", content);
+  WorkspaceStore store(*defaults_, folder_.path());
+  auto loaded = store.load(now);
+  for (auto& thread : loaded[1].threads) thread.entries[1].text = "changed";
+  EXPECT_FALSE(store.save(loaded));
+  EXPECT_FALSE(store.lastError().empty());
+  EXPECT_EQ(keptAside().size(), 1U) << "before anything of it was written over";
+  std::size_t changed = 0;
+  const auto again = load();
+  for (const auto& thread : again[1].threads) changed += thread.entries[1].text == "changed";
+  EXPECT_GE(changed, 10U);
+}
+
+TEST_F(StoredConversations, WhatCannotBeKeptAsideIsNeverWrittenOver) {
+  if (geteuid() == 0) {
+    const int status = tests::inChild([&] {
+      const std::string volume = folder_.folder("volume");
+      if (!tests::mountSmallVolume(volume, "1m")) return tests::childCannot;
+      folder_.file("volume/conversations.sqlite", "precious");
+      if (mount(nullptr, volume.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) != 0) return 1;
+      WorkspaceStore store(*defaults_, volume);
+      auto loaded = store.load(now);
+      if (loaded.size() != 1 || !store.notice() || store.lastError().empty()) return 2;
+      if (store.save(loaded) || store.lastError().empty()) return 3;
+      return TemporaryFolder::contentOf(volume + "/conversations.sqlite") == "precious" ? 0 : 4;
+    });
+    if (status == tests::childCannot) GTEST_SKIP() << "no private mounts here";
+    EXPECT_EQ(status, 0);
+    return;
+  }
+  folder_.file("closed/conversations.sqlite", "precious");
+  chmod((folder_ / "closed").c_str(), 0500);
+  WorkspaceStore store(*defaults_, folder_ / "closed");
+  EXPECT_FALSE(store.save(store.load(now)));
+  EXPECT_TRUE(store.notice());
+  EXPECT_EQ(TemporaryFolder::contentOf(folder_ / "closed/conversations.sqlite"), "precious");
+  chmod((folder_ / "closed").c_str(), 0700);
+}
+
+// ---- failing and dying --------------------------------------------------------------------------
+
+TEST_F(StoredConversations, SaveThatFailsIsMadeUpForByTheNext) {
+  const int status = tests::inChild([&] {
+    WorkspaceStore store(*defaults_, folder_.path());
+    auto tree = store.load(now);
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    const rlim_t enough = limit.rlim_cur;
+    limit.rlim_cur = 300'000;
+    if (setrlimit(RLIMIT_FSIZE, &limit) != 0) return 1;
+    ChatThread& thread = tree[0].threads[0];
+    thread.entries.append(entryWith("large", std::string(2'000'000, 'x')));
+    if (store.save(tree)) return 2;
+    if (store.lastError().empty() || store.lastError().contains('\n')) return 3;
+    thread.entries.append(entryWith("small", "y"));
+    if (store.save(tree)) return 4;
+    limit.rlim_cur = enough;
+    if (setrlimit(RLIMIT_FSIZE, &limit) != 0) return 5;
+    thread.entries.find("small")->text = "z";
+    if (!store.save(tree)) return 6;
+    return WorkspaceStore(*defaults_, folder_.path()).load(now) == tree ? 0 : 7;
+  });
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(load()[0].threads[0].entries.size(), 2U);
+}
+
+TEST_F(StoredConversations, AreForTheirOwnerOnly) {
+  const mode_t mask = umask(0);
+  WorkspaceStore store(*defaults_, folder_.path());
+  EXPECT_TRUE(store.save(store.load(now)));
+  for (const auto& name : folder_.names()) {
+    if (!name.starts_with("conversations")) continue;
+    struct stat info{};
+    ASSERT_EQ(stat((folder_ / name).c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777, 0600U) << name;
+  }
+  umask(mask);
+}
+
+TEST_F(StoredConversations, SuddenDeathLeavesTheLastSaveOrTheOneUnderWay) {
+  for (int round = 0; round < 12; ++round) {
+    int toTest[2];
+    ASSERT_EQ(pipe(toTest), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+      // Counts up in several places at once, and says which saves have returned.
+      WorkspaceStore store(*defaults_, folder_.path());
+      auto tree = store.load(now);
+      ChatThread& thread = tree[0].threads[0];
+      if (thread.entries.empty()) thread.entries.append(entryWith("0", ""));
+      int count = 0;
+      while (true) {
+        const std::string text = std::to_string(round) + "." + std::to_string(++count);
+        thread.title = text;
+        thread.entries[0].text = text + std::string(20'000, '.');
+        thread.entries.append(entryWith(text, text));
+        if (!store.save(tree)) _exit(1);
+        if (write(toTest[1], &count, sizeof count) != sizeof count) _exit(2);
+      }
+    }
+    int saved = 0;
+    for (int i = 0; i < 3 + round * 4; ++i) {
+      ASSERT_EQ(read(toTest[0], &saved, sizeof saved), static_cast<ssize_t>(sizeof saved));
+    }
+    kill(child, SIGKILL);
+    int status = 0;
+    waitpid(child, &status, 0);
+    close(toTest[1]);
+    while (read(toTest[0], &saved, sizeof saved) == static_cast<ssize_t>(sizeof saved)) {
+    }
+    close(toTest[0]);
+    std::optional<std::string> notice;
+    const ChatThread thread = load(&notice)[0].threads[0];
+    EXPECT_EQ(notice, std::nullopt);
+    const std::string last = std::to_string(round) + "." + std::to_string(saved);
+    const std::string next = std::to_string(round) + "." + std::to_string(saved + 1);
+    EXPECT_TRUE(thread.title == last || thread.title == next) << thread.title << " " << last;
+    EXPECT_EQ(thread.entries.back().text, thread.title) << "never half";
+    EXPECT_TRUE(thread.entries[0].text.starts_with(thread.title + "."));
+  }
+}
+
+// ---- documents ----------------------------------------------------------------------------------
+
+TEST_F(StoredConversations, DocumentOfAnEarlierVersionIsTakenOver) {
+  const auto tree = project(3);
+  defaults_->setData(documentKey, encodeWorkspaces(tree, conversationJson));
+  std::optional<std::string> notice;
+  const auto loaded = load(&notice);
+  ASSERT_EQ(loaded.size(), 2U);
+  EXPECT_EQ(loaded[1], tree[0]);
+  EXPECT_EQ(notice, std::nullopt);
+  EXPECT_FALSE(defaults_->data(documentKey)) << "it has one place";
+  EXPECT_EQ(load(), loaded);
+}
+
+TEST_F(StoredConversations, EndBetweenTheTwoStepsOfTakingOverCostsNothing) {
+  const std::string document = encodeWorkspaces(project(3), conversationJson);
+  defaults_->setData(documentKey, document);
+  const auto loaded = load();
+  defaults_->setData(documentKey, document);
+  std::optional<std::string> notice;
+  EXPECT_EQ(load(&notice), loaded);
+  EXPECT_EQ(notice, std::nullopt);
+  EXPECT_FALSE(defaults_->data(documentKey));
+  EXPECT_TRUE(keptAside().empty());
+}
+
+TEST_F(StoredConversations, ValuesThatCannotBeTakenOverAreKeptAside) {
+  const std::string document = encodeWorkspaces(project(1), conversationJson);
+  struct Case {
+    const char* what;
+    std::function<bool(UserDefaults&)> set;
+    std::string kept;
+    bool storeIsThere;
+  } cases[] = {
+      {"text", [&](auto& d) { return d.setText(documentKey, document); }, document, false},
+      {"number", [](auto& d) { return d.setNumber(documentKey, 1.5); }, "1.5", false},
+      {"boolean", [](auto& d) { return d.setBoolean(documentKey, true); }, "true", false},
+      {"damaged", [](auto& d) { return d.setData(documentKey, "[{"); }, "[{", false},
+      {"damaged, beside a store", [](auto& d) { return d.setData(documentKey, "[{"); }, "[{", true},
+      {"whole, beside a store", [&](auto& d) { return d.setData(documentKey, document); }, document,
+       true},
+  };
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.what);
+    for (const auto& kept : keptAside()) std::filesystem::remove(kept);
+    for (const char* suffix : {"", "-wal", "-shm"}) std::filesystem::remove(file() + suffix);
+    const auto before = each.storeIsThere ? makeStore(2) : std::vector<Workspace>();
+    ASSERT_TRUE(each.set(*defaults_));
+    std::optional<std::string> notice;
+    const auto loaded = load(&notice);
+    EXPECT_EQ(loaded.size(), each.storeIsThere ? 2U : 1U);
+    EXPECT_TRUE(!each.storeIsThere || loaded == before);
+    const auto kept = keptAside();
+    ASSERT_EQ(kept.size(), 1U);
+    EXPECT_EQ(TemporaryFolder::contentOf(kept[0]), each.kept);
+    ASSERT_TRUE(notice);
+    EXPECT_TRUE(notice->contains(kept[0])) << *notice;
+    EXPECT_FALSE(defaults_->text(documentKey) || defaults_->data(documentKey) ||
+                 defaults_->number(documentKey) || defaults_->boolean(documentKey));
+  }
+}
+
+TEST_F(StoredConversations, SecondUseOfAnIdGetsAFreshOne) {
+  auto tree = project(2);
+  tree[0].threads[1].id = tree[0].threads[0].id;
+  defaults_->setData(documentKey, encodeWorkspaces(tree, conversationJson));
+  const auto loaded = load();
+  EXPECT_EQ(loaded[1].threads[0], tree[0].threads[0]);
+  EXPECT_NE(loaded[1].threads[1].id, tree[0].threads[1].id);
+  EXPECT_EQ(loaded[1].threads[1].entries, tree[0].threads[1].entries);
+  EXPECT_EQ(load(), loaded);
+}
+
+TEST_F(StoredConversations, ExportIsTheDocumentAndImportTakesIt) {
+  const auto tree = makeStore(5);
+  WorkspaceStore store(*defaults_, folder_.path());
+  const auto exported = store.exportDocument();
+  ASSERT_TRUE(exported) << exported.error();
+  EXPECT_EQ(exported->document, encodeWorkspaces(tree, conversationJson));
+  EXPECT_EQ(exported->notice, std::nullopt);
+
+  auto other = tree;
+  other[1].threads.erase(other[1].threads.begin());
+  other[1].threads[0].entries.append(entryWith("d", "other"));
+  other.push_back(Workspace::makeProject("/nowhere", now));
+  const auto imported = store.importDocument(encodeWorkspaces(other, conversationJson), now);
+  ASSERT_TRUE(imported) << imported.error();
+  EXPECT_EQ(imported->workspaces, 3U);
+  EXPECT_EQ(imported->threads, 6U);
+  EXPECT_EQ(imported->withoutFolder, 1U);
+  EXPECT_EQ(TemporaryFolder::contentOf(imported->keptAside), exported->document);
+  other.pop_back();  // whose folder is not there
+  EXPECT_EQ(load(), other);
+
+  // And back.
+  ASSERT_TRUE(WorkspaceStore(*defaults_, folder_.path()).importDocument(exported->document, now));
+  EXPECT_EQ(load(), tree);
+}
+
+TEST_F(StoredConversations, ImportThatIsRefusedChangesNothing) {
+  const auto tree = makeStore(2);
+  for (const char* document : {"", "{}", "[{}]", "[1", R"([{"id":"x"}])"}) {
+    SCOPED_TRACE(document);
+    const auto refused = WorkspaceStore(*defaults_, folder_.path()).importDocument(document, now);
+    ASSERT_FALSE(refused);
+    EXPECT_TRUE(refused.error().starts_with("The document cannot be read: ")) << refused.error();
+    EXPECT_EQ(load(), tree);
+    EXPECT_TRUE(keptAside().empty());
+  }
+}
+
+}  // namespace
+}  // namespace vantrell

@@ -1,0 +1,154 @@
+#include <gmock/gmock.h>
+
+#include "shell/program_fixture.h"
+#include "shell/terminal/setting_table.h"
+#include "support/private_keyring.h"
+
+namespace vantrell {
+namespace {
+
+using testing::HasSubstr;
+using tests::PrivateKeyring;
+
+TEST(SettingTable, ChecksValuesBeforeTheyAreStored) {
+  struct Case {
+    std::string_view name;
+    std::string_view text;
+    std::string_view stored;  // empty: refused
+  };
+  const Case cases[] = {
+      {"mode", "auto", "auto"},
+      {"mode", "AUTO", ""},
+      {"mode", "", ""},
+      {"workflow", "review", "review"},
+      {"workflow", "reviews", ""},
+      {"no-metered", "off", "off"},
+      {"no-metered", "no", "off"},
+      {"no-metered", "true", "on"},
+      {"no-metered", "0", ""},
+      {"scale", "1.26", "1.3"},
+      {"scale", "0.8", "0.8"},
+      {"scale", "0.79", ""},
+      {"scale", "nan", ""},
+      {"scale", "1e308", ""},
+      {"scale", "1.2x", ""},
+      {"scale", " 1", ""},
+      {"grok-path", "/bin/../bin/true", "/bin/true"},
+      {"grok-path", "/bin", ""},
+      {"grok-path", "/absent", ""},
+      {"grok-path", "", ""},
+      {"route", "kimi", ""},
+      {"remote-host", "on", ""},
+      {"update-feed", "https://example.org", ""},
+  };
+  for (const auto& [name, text, stored] : cases) {
+    const auto row = shell::findSetting(name);
+    ASSERT_TRUE(row) << name;
+    const auto checked = shell::checkedValue(**row, text);
+    EXPECT_EQ(checked.value_or(""), stored) << name << " " << text;
+    if (!checked) {
+      EXPECT_FALSE(checked.error().text.empty());
+      continue;
+    }
+    const auto defaults = UserDefaults::inMemory();
+    ASSERT_TRUE(shell::storeSetting(**row, *checked, *defaults)) << name;
+    const auto value = shell::readSetting(**row, *defaults);
+    EXPECT_EQ(value.text, stored) << name;
+    EXPECT_TRUE(value.isStored) << name;
+  }
+}
+
+TEST(SettingTable, EachRowHasANameAndAKeyOfItsOwn) {
+  std::set<std::string_view> names;
+  for (const auto& row : shell::settingRows()) {
+    EXPECT_TRUE(names.insert(row.name).second) << row.name;
+    EXPECT_TRUE(names.insert(row.key).second) << row.key;
+    EXPECT_EQ(shell::findSetting(row.key).value(), &row);
+    const auto value = shell::readSetting(row, *UserDefaults::inMemory());
+    EXPECT_FALSE(value.isStored) << row.name;
+    EXPECT_EQ(value.text.empty(), row.read == nullptr) << row.name;
+  }
+}
+
+class SettingsCommand : public tests::TerminalProgram {
+ protected:
+  std::shared_ptr<tests::Record> settings(std::vector<std::string> words, std::string bus = {}) {
+    words.insert(words.begin(), "settings");
+    auto options = vantrell(std::move(words));
+    options.standardInput = ProcessOptions::Input::null;
+    if (!bus.empty()) options.environment["DBUS_SESSION_BUS_ADDRESS"] = std::move(bus);
+    return run(std::move(options));
+  }
+};
+
+TEST_F(SettingsCommand, ShowsWithoutMakingAnything) {
+  const auto shown = settings({});
+  EXPECT_EQ(code(shown), 0) << shown->error;
+  EXPECT_THAT(shown->output, HasSubstr("workflow"));
+  EXPECT_THAT(shown->output, HasSubstr(home / "config/vantrell/defaults.sqlite"));
+  EXPECT_FALSE(files::exists(home / "config"));
+  EXPECT_FALSE(files::exists(home / "data"));
+}
+
+TEST_F(SettingsCommand, ChangesAndForgets) {
+  EXPECT_EQ(code(settings({"workflow", "plan"})), 0);
+  EXPECT_EQ(settings({"workflow"})->output, "plan\n");
+  EXPECT_EQ(code(settings({"set", "workflow", "review"})), 0);
+  EXPECT_EQ(settings({"taskWorkflowMode.v1"})->output, "review\n");
+  EXPECT_EQ(code(settings({"reset", "workflow"})), 0);
+  EXPECT_EQ(settings({"workflow"})->output, "build\n");
+}
+
+TEST_F(SettingsCommand, TellsMistakesApartAndChangesNothing) {
+  const std::tuple<std::vector<std::string>, int, std::string_view> cases[] = {
+      {{"workflw"}, 2, "Did you mean workflow?"},
+      {{"workflow", "plann"}, 2, "Did you mean plan?"},
+      {{"set", "workflow"}, 2, "vantrell settings set NAME VALUE"},
+      {{"reset"}, 2, "vantrell settings reset NAME"},
+      {{"reset", "route"}, 2, "not changed"},
+      {{"mode", "full_access"}, 2, "person"},
+      {{"workflow", "plan", "now"}, 2, "in quotes"},
+      {{"--json", "workflow", "plan"}, 2, "Leave it out"},
+  };
+  for (const auto& [words, status, text] : cases) {
+    const auto record = settings(words);
+    EXPECT_EQ(code(record), status) << words[0];
+    EXPECT_THAT(record->error, HasSubstr(std::string(text)));
+    EXPECT_EQ(record->output, "");
+  }
+  EXPECT_FALSE(files::exists(home / "config"));
+}
+
+TEST_F(SettingsCommand, ShowsButDoesNotChangeWhileTheProgramRuns) {
+  ASSERT_EQ(code(settings({"workflow", "plan"})), 0);
+  const auto lock = files::LockFile::acquire(home / "data/vantrell/lock");
+  ASSERT_TRUE(lock);
+  EXPECT_EQ(settings({"workflow"})->output, "plan\n");
+  const auto refused = settings({"workflow", "review"});
+  EXPECT_EQ(code(refused), 1);
+  EXPECT_THAT(refused->error, HasSubstr("already running"));
+  EXPECT_EQ(settings({"workflow"})->output, "plan\n");
+}
+
+TEST_F(SettingsCommand, TellsWhichSecretStoreIsInUseAndHowItIs) {
+  const auto secretsOf = [](const auto& record) {
+    const auto all = json::parseObject(record->output);
+    EXPECT_TRUE(all) << record->output << record->error;
+    const JsonObject* secrets = all ? json::object(*all, "secrets") : nullptr;
+    return secrets ? json::textOr(*secrets, "kind", "") + " " + json::textOr(*secrets, "state", "")
+                   : "";
+  };
+  EXPECT_EQ(secretsOf(settings({"--json"})), "files ok");
+  PrivateKeyring keyring;
+  const std::string bus = getenv("DBUS_SESSION_BUS_ADDRESS");
+  EXPECT_EQ(secretsOf(settings({"--json"}, bus)), "keyring ok");
+  EXPECT_EQ(code(settings({"unlock"}, bus)), 0);
+  keyring.endLocked();
+  EXPECT_EQ(secretsOf(settings({"--json"}, bus)), "keyring locked");
+  const auto unlock = settings({"unlock"}, bus);
+  EXPECT_EQ(code(unlock), 1);
+  EXPECT_THAT(unlock->error, HasSubstr("The keyring is locked."));
+}
+
+}  // namespace
+}  // namespace vantrell

@@ -1,0 +1,102 @@
+#include "shell/terminal/task_lookup.h"
+
+#include <gtest/gtest.h>
+
+#include "shell/task_records.h"
+
+namespace vantrell::shell {
+namespace {
+
+using tests::projectWith;
+using tests::taskWithID;
+
+class TaskLookup : public ::testing::Test {
+ protected:
+  TaskLookup() {
+    workspaces[2].id = *Uuid::parse("ABCDEF00-2222-4222-8222-222222222222");
+    workspaces[3].id = *Uuid::parse("ABCDEF11-2222-4222-8222-222222222222");
+  }
+  /// The title of what is found, or the error.
+  std::string task(std::string_view named) {
+    const auto found = findTask(workspaces, named);
+    return found ? threadOf(workspaces, *found).title : "error: " + found.error().text;
+  }
+  std::string project(std::string_view named) {
+    const auto found = findProject(workspaces, named);
+    return found ? workspaceOf(workspaces, *found).path : "error: " + found.error().text;
+  }
+
+  std::vector<Workspace> workspaces = {
+      projectWith("/state/General Chats", {taskWithID("0A0A0A0A", "chat")}),
+      projectWith("/home/ada/web",
+                  {taskWithID("3F2A91C0", "first"), taskWithID("3F2B0000", "second")}),
+      projectWith("/home/ada/Größe", {}),
+      projectWith("/home/bob/web", {taskWithID("12345678", "third")}),
+  };
+};
+
+TEST_F(TaskLookup, AnyBeginningOfAnIDThatNoOtherTaskHasNamesIt) {
+  const std::vector<std::pair<std::string_view, std::string_view>> cases = {
+      {"3F2A", "first"},
+      {"3f2b", "second"},
+      {"3f2a-91c0", "first"},
+      {"3F2A91C0-1111", "first"},
+      {"3F2A91C01111411", "first"},
+      {"12345678-1111-4111-8111-111111111111", "third"},
+  };
+  for (const auto& [named, title] : cases) EXPECT_EQ(task(named), title) << named;
+}
+
+TEST_F(TaskLookup, WhatNamesNoTaskOrSeveralSaysWhatToDo) {
+  const std::vector<std::pair<std::string_view, std::vector<std::string_view>>> cases = {
+      {"3F2", {"at least 4", "vantrell tasks"}},
+      {"-3-F-2", {"at least 4"}},
+      {"first", {"\"first\" is no ID"}},
+      {"", {"is no ID"}},
+      {"FFFF", {"There is no task FFFF", "vantrell tasks --all"}},
+      {"3F2A91C0-1111-4111-8111-1111111111110", {"There is no task"}},
+  };
+  for (const auto& [named, parts] : cases) {
+    for (const auto part : parts) EXPECT_TRUE(task(named).contains(part)) << task(named);
+  }
+  workspaces[3].threads.push_back(taskWithID("3F2A91C1", "fourth\x1b[31m"));
+  const auto several = task("3F2A");
+  EXPECT_TRUE(several.contains("Several tasks begin with 3F2A")) << several;
+  EXPECT_TRUE(several.contains("\n  3F2A91C0-1111  first (web)")) << several;
+  EXPECT_TRUE(several.contains("\n  3F2A91C1-1111  fourth")) << several;
+  EXPECT_FALSE(several.contains("second") || several.contains('\x1b')) << several;
+}
+
+TEST_F(TaskLookup, SeveralTasksAreEachFoundOnce) {
+  const std::vector<std::string> names = {"3F2A", "1234", "3f2a91"};
+  const auto found = findTasks(workspaces, names);
+  ASSERT_TRUE(found);
+  EXPECT_EQ(found->size(), 2U);
+  const std::vector<std::string> wrong = {"3F2A", "FFFF"};
+  EXPECT_FALSE(findTasks(workspaces, wrong));
+}
+
+TEST_F(TaskLookup, ProjectsGoByFolderNameAndID) {
+  const std::vector<std::pair<std::string_view, std::string_view>> cases = {
+      {"/home/ada/web", "/home/ada/web"},
+      {"/home/ada/./x/../web/", "/home/ada/web"},
+      {"general chats", "/state/General Chats"},
+      {"GRÖSSE", "error: There is no project GRÖSSE"},
+      {"grÖße", "/home/ada/Größe"},
+      {"abcdef0", "/home/ada/Größe"},
+      {"ABCDEF11-2222", "/home/bob/web"},
+      {"./nowhere", "error: "},
+      {"nowhere", "error: There is no project nowhere"},
+      {"abc", "error: There is no project abc"},
+      {"web", "error: Several projects are meant by web"},
+      {"abcdef", "error: Several projects"},
+  };
+  for (const auto& [named, path] : cases) {
+    EXPECT_TRUE(project(named).starts_with(path)) << named << ": " << project(named);
+  }
+  EXPECT_TRUE(project("web").contains("/home/bob/web")) << project("web");
+  EXPECT_TRUE(project("./nowhere").contains("vantrell projects add \"./nowhere\""));
+}
+
+}  // namespace
+}  // namespace vantrell::shell
