@@ -7,7 +7,6 @@
 #include "records/application.h"
 #include "runtimes/acp/acp_client.h"
 #include "runtimes/locators.h"
-#include "runtimes/runtime_locator.h"
 
 namespace vantrell {
 
@@ -87,14 +86,6 @@ std::unique_ptr<UserDefaults> VantrellApp::defaultsForReading() {
   if (!files::exists(path)) return UserDefaults::inMemory();
   auto opened = UserDefaults::open(path);
   return opened ? std::move(*opened) : UserDefaults::inMemory();
-}
-
-std::optional<std::string> VantrellApp::setCustomExecutable(AgentProvider provider,
-                                                            const std::string& path) {
-  const auto key = customPathKey(provider);
-  const bool isStored =
-      path.empty() ? state_.defaults->remove(key) : state_.defaults->setText(key, path);
-  return isStored ? std::nullopt : std::optional(state_.defaults->lastError());
 }
 
 bool VantrellApp::isAvailable(AgentProvider provider) const {

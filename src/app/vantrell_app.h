@@ -54,10 +54,6 @@ class VantrellApp {
   /// The provider that takes every turn: the one that the front door names.
   std::optional<AgentProvider> frontDoorProvider;
 
-  /// Stores where a provider's program lies; empty forgets it. Answers why it could not be stored,
-  /// or nothing.
-  std::optional<std::string> setCustomExecutable(AgentProvider provider, const std::string& path);
-
   ProviderServices& services() { return services_; }
   const ProviderServices& services() const { return services_; }
   /// Whether a client for this provider could be made now, as far as services().prepare() has found

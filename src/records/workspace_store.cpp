@@ -310,12 +310,23 @@ std::expected<void, std::string> WorkspaceStore::write(SaveBatch batch) {
   if (!writer_) return std::unexpected("The conversations were not loaded");
   unwritten_.add(std::move(batch));
   if (unwritten_.empty()) return {};
-  if (const auto written = writer_->write(unwritten_); !written) {
-    return std::unexpected(
-        fmt::format("Could not save the conversations in {}: {}", path_, written.error().text));
+  const auto written = writer_->write(unwritten_);
+  if (written) {
+    unwritten_ = {};
+    return {};
   }
-  unwritten_ = {};
-  return {};
+  if (written.error().kind == DatabaseError::Kind::damaged) writeWhatIsSound();
+  return std::unexpected(
+      fmt::format("Could not save the conversations in {}: {}", path_, written.error().text));
+}
+
+/// A damaged page must hurt no conversation but its own.
+void WorkspaceStore::writeWhatIsSound() {
+  SaveBatch left;
+  for (auto& part : unwritten_.byThread()) {
+    if (!writer_->write(part)) left.add(std::move(part));
+  }
+  unwritten_ = std::move(left);
 }
 
 bool WorkspaceStore::save(const std::vector<Workspace>& workspaces) {

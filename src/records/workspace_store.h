@@ -53,8 +53,9 @@ class WorkspaceStore {
   /// What a save must write for these changes. It counts as stored from now on: write() keeps what
   /// it could not write for the next time.
   SaveBatch collect(const std::vector<Workspace>& workspaces, const TreeChanges& changes);
-  /// Makes the batch durable, with what earlier calls could not write: all of it or nothing. The
-  /// error is one line for people. Any thread, one call at a time.
+  /// Makes the batch durable, with what earlier calls could not write: all of it or nothing; but
+  /// where a page of the file is damaged, all conversations that have no part in it. The error is
+  /// one line for people. Any thread, one call at a time.
   std::expected<void, std::string> write(SaveBatch batch);
   /// Compares the whole tree and writes what differs. False when that failed; the former tree
   /// stands.
@@ -94,6 +95,7 @@ class WorkspaceStore {
   void adoptStrays(TreeReader& reader, std::vector<Workspace>& workspaces, Date now) const;
   std::expected<void, std::string> commit(const std::vector<Workspace>& workspaces,
                                           const TreeChanges& changes);
+  void writeWhatIsSound();
   void tell(std::string_view sentence);
   /// Keeps a copy of the file, once for each piece that is damaged, and tells.
   void damageMet(const std::string& piece, const std::string& sentence);

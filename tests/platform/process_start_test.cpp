@@ -17,6 +17,15 @@ TEST_F(ProcessStart, GivesExactlyTheEnvironment) {
   EXPECT_EQ(record->output, "A=1 = 2\nEMPTY=\nLINES=x\ny\n");
 }
 
+TEST_F(ProcessStart, GivesASessionOfItsOwnWhenAsked) {
+  for (const bool isAsked : {false, true}) {
+    // The sixth field is the session.
+    auto options = shell("read -r a b c d e session rest < /proc/$$/stat; [ $session = $$ ]");
+    options.ownSession = isAsked;
+    EXPECT_EQ(run(std::move(options))->exits.at(0).code(), isAsked ? 0 : 1);
+  }
+}
+
 TEST_F(ProcessStart, PassesArgumentsUntouched) {
   auto options = shell(R"(for a in "$@"; do printf '<%s>' "$a"; done)");
   options.arguments.insert(options.arguments.end(), {"sh", "", "a b", "'\"$HOME", "*", "\n"});

@@ -197,6 +197,34 @@ TEST_F(StoredConversations, DamagedPiecesHurtNothingElse) {
   }
 }
 
+TEST_F(StoredConversations, DamagedPageKeepsNoOtherConversationFromBeingSaved) {
+  auto tree = project(20);
+  tree[0].threads[10].entries[1].text = std::string(9000, '%');
+  {
+    WorkspaceStore store(*defaults_, folder_.path());
+    store.load(now);
+    ASSERT_TRUE(store.save(tree));
+  }
+  std::string content = TemporaryFolder::contentOf(file());
+  for (std::size_t page = 4096; page < content.size(); page += 4096) {
+    // The page with the beginning of that entry: the rest lies in pages of its own.
+    if (content.substr(page, 4096).contains("{\"id\":\"b\",\"kind\":\"user\",\"text\":\"%")) {
+      content.replace(page, 4096, std::string(4096, '\xFF'));
+    }
+  }
+  folder_.file("conversations.sqlite", content);
+  WorkspaceStore store(*defaults_, folder_.path());
+  auto loaded = store.load(now);
+  for (auto& thread : loaded[1].threads) thread.entries[1].text = "changed";
+  EXPECT_FALSE(store.save(loaded));
+  EXPECT_FALSE(store.lastError().empty());
+  EXPECT_EQ(keptAside().size(), 1U) << "before anything of it was written over";
+  std::size_t changed = 0;
+  const auto again = load();
+  for (const auto& thread : again[1].threads) changed += thread.entries[1].text == "changed";
+  EXPECT_GE(changed, 10U);
+}
+
 TEST_F(StoredConversations, WhatCannotBeKeptAsideIsNeverWrittenOver) {
   if (geteuid() == 0) {
     const int status = tests::inChild([&] {

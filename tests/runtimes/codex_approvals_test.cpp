@@ -54,10 +54,10 @@ TEST(CodexApprovals, DetailShowsWhatCodexSaysElsewhere) {
       // The changes of a file stand only in the item that was announced before.
       {files, R"({"itemId":"c","reason":null,"grantRoot":null})",
        R"({"type":"fileChange","id":"c","changes":[)"
-       R"({"path":"/out.txt","kind":{"type":"add"},"diff":"text\n"},)"
+       R"({"path":"/out.txt","kind":{"type":"add"},"diff":"  text\n\n"},)"
        R"({"path":"/a","kind":{"type":"update","move_path":"/b"},"diff":"@@ -1 +1 @@\n-x\n+y\n"},)"
        R"({"path":"/c","kind":"delete"},7,{}]})",
-       "Codex is requesting permission to continue.\n\nadd /out.txt\ntext\n\n"
+       "Codex is requesting permission to continue.\n\nadd /out.txt\n  text\n\n"
        "update /a -> /b\n@@ -1 +1 @@\n-x\n+y\n\ndelete /c\n\nchange a file"},
       {files, R"({"reason":"tidy","grantRoot":"/etc"})", "", "tidy\n\nWrite access to /etc"},
       {command, R"({"reason":"tidy"})", R"({"command":"rm x"})", "rm x\n\ntidy"},

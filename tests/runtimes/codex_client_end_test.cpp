@@ -68,14 +68,15 @@ TEST_F(CodexClientEnd, StopWhileStartingFailsTheStart) {
   await("not started: disconnected Codex disconnected.");
 }
 
-// A thread whose last turn was never interrupted is written down when the input ends.
+// Storing its thread takes a runtime a moment after the end of its input.
 TEST_F(CodexClientEnd, RuntimeAtRestMayFinishItsWorkAndOneAtWorkMayNot) {
   for (const bool isAtRest : {true, false}) {
     notes_.clear();
     const std::string file = configuration_.workspacePath + "/stored";
     std::filesystem::remove(file);
-    configuration_.executable = folder_.file(
-        "codex", "#!/bin/sh\n" + CodexAgentScript::program() + " \"$1\"\necho done > stored\n");
+    configuration_.executable =
+        folder_.file("codex", "#!/bin/sh\n" + CodexAgentScript::program() +
+                                  " \"$1\"\nsleep 0.3\necho done > stored\n");
     std::filesystem::permissions(configuration_.executable, std::filesystem::perms::owner_all);
     CodexAgentScript script;
     script.openThread().startTurn("u1").say("m", "x");

@@ -53,17 +53,22 @@ TEST_F(CodexClientRequests, QuestionAboutFilesShowsTheChangesOfItsItem) {
   CodexAgentScript script;
   script.openThread().startTurn("u1").notify("item/started", item);
   ask(script);
+  script.notify("item/fileChange/patchUpdated",
+                R"({"itemId":"c","changes":[{"path":"/more","kind":{"type":"delete"}}]})");
+  script.notify("item/fileChange/patchUpdated", R"({"itemId":"unknown","changes":[]})");
+  ask(script);
   script.notify("item/completed", item);
   ask(script);
   script.notify("item/started", item).endTurn("u1").expectUsageRead();
   ask(script);
   open(script.hang());
   prompt();
-  await("asks 3 Edit files");
+  await("asks 4 Edit files");
   const std::string nothing = "Codex is requesting permission to continue.";
   EXPECT_EQ(questions_[0].detail, nothing + "\n\nadd /out\nnew");
-  EXPECT_EQ(questions_[1].detail, nothing) << "the item has ended";
-  EXPECT_EQ(questions_[2].detail, nothing) << "the turn has ended";
+  EXPECT_EQ(questions_[1].detail, nothing + "\n\ndelete /more") << "what the patch has become";
+  EXPECT_EQ(questions_[2].detail, nothing) << "the item has ended";
+  EXPECT_EQ(questions_[3].detail, nothing) << "the turn has ended";
 }
 
 TEST_F(CodexClientRequests, QuestionComesBehindTheUpdatesBeforeIt) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "runtimes/codex_client_fixture.h"
+#include "support/environment.h"
 
 namespace vantrell {
 namespace {
@@ -156,7 +157,8 @@ TEST_F(CodexClientStart, ProgramThatCannotBeStarted) {
 }
 
 TEST_F(CodexClientStart, EnvironmentIsTheGivenOneAndNothingElse) {
-  setenv("OPENAI_API_KEY", "key", 1);
+  tests::Environment environment;
+  environment.set("OPENAI_API_KEY", "key");
   configuration_.processEnvironment = {{"ONLY", "this one"}};
   configuration_.executable = folder_.file("env", "#!/bin/sh\n/usr/bin/env >&2\necho \"$@\" >&2\n");
   std::filesystem::permissions(configuration_.executable, std::filesystem::perms::owner_all);
@@ -164,7 +166,6 @@ TEST_F(CodexClientStart, EnvironmentIsTheGivenOneAndNothingElse) {
   listen();
   start();
   await("not started: disconnected Codex disconnected.");
-  unsetenv("OPENAI_API_KEY");
   EXPECT_TRUE(main_.runUntil([this] { return log_.ends_with("app-server\n"); })) << log_;
   EXPECT_TRUE(log_.contains("ONLY=this one\n")) << log_;
   EXPECT_FALSE(log_.contains("OPENAI_API_KEY")) << log_;

@@ -89,19 +89,17 @@ TEST_F(ProvidersProgram, ProgramInTheLoginShellsPathIsFound) {
   EXPECT_EQ(json::textOr(provider("kimi"), "path", ""), path);
 }
 
-TEST_F(ProvidersProgram, StoredPathCountsUntilItIsForgottenAndAWrongOneIsRefused) {
+TEST_F(ProvidersProgram, StoredPathCountsAndAUselessOneIsTold) {
   const auto path = install("my/kimi", "echo 4");
-  EXPECT_EQ(code(command({"providers", "--set-path", "kimi=" + path})), 0);
+  EXPECT_EQ(code(command({"settings", "kimi-path", path})), 0);
   EXPECT_EQ(json::textOr(provider("kimi"), "path", ""), path);
-  EXPECT_EQ(code(command({"providers", "--set-path", "kimi=" + project})), 2);
-  EXPECT_EQ(code(command({"providers", "--set-path", "kimi"})), 2);
-  EXPECT_EQ(code(command({"providers", "--set-path", "tasklet=" + path})), 2);
-  EXPECT_EQ(json::textOr(provider("kimi"), "path", ""), path) << "nothing was changed";
   std::filesystem::remove(path);
   EXPECT_EQ(json::textOr(provider("kimi"), "uselessCustomPath", ""), path);
-  EXPECT_EQ(code(command({"providers", "--set-path", "opencode="})), 0);
-  EXPECT_EQ(code(command({"providers", "--set-path", "kimi="})), 0);
-  EXPECT_EQ(json::text(provider("kimi"), "uselessCustomPath"), nullptr);
+  install(".local/bin/kimi", "echo 5");
+  EXPECT_EQ(json::textOr(provider("kimi"), "version", ""), "5") << "the usual places follow";
+  // What every message says about it can be typed.
+  EXPECT_TRUE(command({"providers"})->output.contains("vantrell settings kimi-path "));
+  EXPECT_TRUE(command({"login", "grok"})->error.contains("vantrell settings grok-path "));
 }
 
 TEST_F(ProvidersProgram, LookingCreatesNothing) {

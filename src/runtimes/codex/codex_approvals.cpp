@@ -26,8 +26,7 @@ std::string describeChange(const JsonObject& change) {
     shown += " -> " + *target;
   }
   if (const std::string* diff = json::text(change, "diff")) {
-    shown += "\n";
-    shown += text::trimmed(*diff);
+    shown += "\n" + diff->substr(0, diff->find_last_not_of('\n') + 1);
   }
   return shown;
 }

@@ -223,6 +223,7 @@ void CodexConnection::handleNotification(std::string_view method, JsonObject& pa
   }
   if (method == "item/started") return handleItem(params, false, bytes);
   if (method == "item/completed") return handleItem(params, true, bytes);
+  if (method == "item/fileChange/patchUpdated") return handlePatchUpdated(params);
   if (method == "turn/plan/updated") return gatherUpdate(codex::planUpdate(params), bytes);
   if (method == "turn/started") return handleTurnStarted(params);
   if (method == "turn/completed") return handleTurnCompleted(params);
@@ -263,6 +264,12 @@ void CodexConnection::keepForApproval(const JsonObject& item, bool isCompleted) 
   } else if (type == "fileChange" || type == "commandExecution") {
     openItems_.insert_or_assign(*id, item);
   }
+}
+
+void CodexConnection::handlePatchUpdated(const JsonObject& params) {
+  const auto item = openItems_.find(json::textOr(params, "itemId", ""));
+  const Json::Array* changes = json::array(params, "changes");
+  if (item != openItems_.end() && changes) item->second.set("changes", *changes);
 }
 
 void CodexConnection::handleError(const JsonObject& params) {

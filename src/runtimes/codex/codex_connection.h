@@ -56,6 +56,8 @@ class CodexConnection final : public AgentConnection {
   void handleNotification(std::string_view method, JsonObject& params, std::size_t bytes);
   void handleDelta(JsonObject& params, bool isReasoning, std::size_t bytes);
   void handleItem(const JsonObject& params, bool isCompleted, std::size_t bytes);
+  /// The patch of an open item has grown: a question about it shows all of it.
+  void handlePatchUpdated(const JsonObject& params);
   void handleError(const JsonObject& params);
   void handleTurnStarted(const JsonObject& params);
   void handleTurnCompleted(const JsonObject& params);

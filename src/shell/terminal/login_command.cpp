@@ -19,9 +19,9 @@ namespace {
 int notFound(AgentProvider provider) {
   complain(
       fmt::format("{} is not installed, or lies where it is not looked for. To install it: {}\n"
-                  "If it lies elsewhere: vantrell providers --set-path {}=/path/to/{}",
+                  "If it lies elsewhere: vantrell settings {}-path /path/to/{}",
                   ProviderRegistry::descriptor(provider).label, installCommand(provider),
-                  rawText(provider), programName(provider)));
+                  programName(provider), programName(provider)));
   return exitStatus::failed;
 }
 

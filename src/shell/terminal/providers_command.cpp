@@ -1,19 +1,18 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include "platform/files.h"
 #include "platform/json.h"
 #include "platform/text.h"
 #include "runtimes/provider_registry.h"
 #include "runtimes/runtime_locator.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/plain_words.h"
-#include "shell/terminal/provider_names.h"
 #include "shell/terminal/runtime_survey.h"
 #include "shell/terminal/standard_output.h"
 #include "shell/terminal/terminal_style.h"
 #include "shell/terminal/terminal_text.h"
 #include "shell/terminal/text_table.h"
-#include "shell/terminal/with_app.h"
 
 namespace vantrell::shell {
 
@@ -94,7 +93,7 @@ std::string tableOf(const std::vector<Row>& rows, const TerminalStyle& style) {
   }
   return text +
          "\n"
-         "A program that lies elsewhere: vantrell providers --set-path kimi=/path/to/kimi\n";
+         "A program that lies elsewhere: vantrell settings kimi-path /path/to/kimi\n";
 }
 
 JsonObject jsonOf(const RuntimeSurvey& survey, AgentProvider provider) {
@@ -117,57 +116,7 @@ JsonObject jsonOf(const RuntimeSurvey& survey, AgentProvider provider) {
   return object;
 }
 
-std::unexpected<UsageError> noSuchPath() {
-  return usageError(
-      "--set-path takes a provider and a path, as in --set-path kimi=/path/to/kimi. Without the "
-      "path, the usual places count again: --set-path kimi=");
-}
-
-struct PathChoice {
-  AgentProvider provider;
-  std::string path;  // absolute; empty: none
-};
-std::expected<PathChoice, UsageError> readPathChoice(std::string_view given) {
-  const auto equals = given.find('=');
-  if (equals == std::string_view::npos) return noSuchPath();
-  const auto provider = readProgramOwner(given.substr(0, equals));
-  if (!provider) return std::unexpected(provider.error());
-  PathChoice choice{.provider = *provider, .path = {}};
-  const auto path = given.substr(equals + 1);
-  if (path.empty()) return choice;
-  choice.path = files::standardized(files::expandingTilde(path));
-  if (!files::isExecutable(choice.path)) {
-    return usageError(
-        fmt::format("{} is no program that can be started. Nothing was changed.", choice.path));
-  }
-  return choice;
-}
-
-/// Under the lock: a running Vantrell would not see the change, and write over it.
-int setPath(const PathChoice& choice) {
-  return withApp({}, [&](RunLoop&, VantrellApp& app) {
-    const auto problem = app.setCustomExecutable(choice.provider, choice.path);
-    if (problem) {
-      complain(fmt::format("The path could not be stored: {}", *problem));
-      return exitStatus::failed;
-    }
-    const auto label = ProviderRegistry::descriptor(choice.provider).label;
-    tell(choice.path.empty() ? fmt::format("{} is looked for in the usual places again.\n", label)
-                             : fmt::format("{} is run from {} from now on.\n", label, choice.path));
-    return exitStatus::completed;
-  });
-}
-
-constexpr CommandOption options[] = {
-    {"--set-path", "ID=PATH", "where the program of a provider lies; ID= forgets it"},
-    jsonOption,
-};
-
 int run(const CommandArguments& arguments, const Environment& environment) {
-  if (const auto given = arguments.value("--set-path")) {
-    const auto choice = readPathChoice(*given);
-    return choice ? setPath(*choice) : refuse(choice.error());
-  }
   RuntimeSurvey survey;
   survey.askAll(environment);
   StandardOutput output;
@@ -188,7 +137,7 @@ int run(const CommandArguments& arguments, const Environment& environment) {
 const Command providersCommand{
     .name = "providers",
     .summary = "which agents are installed and signed in, and what to do next",
-    .options = options,
+    .options = std::span(&jsonOption, 1),
     .introduction =
         "Looks for the program of every provider and asks it for its version and whether it is\n"
         "signed in. Install commands are the vendors' own; they are shown for you to run.",
