@@ -39,6 +39,11 @@ std::expected<UserFolders, std::string> UserFolders::made() const {
   return folders;
 }
 
+bool UserFolders::areInUse() const {
+  const auto lock = files::LockFile::acquire(support + "/lock");
+  return !lock && !lock.error().error;
+}
+
 std::unique_ptr<SecretStore> UserFolders::secretStore() const {
   return SecretStore::chosen(support + "/secrets", {.labelPrefix = std::string(applicationName)});
 }

@@ -82,8 +82,9 @@ void RuntimeDesk::refresh(AgentProvider provider) {
     return publish(provider, userPath_ == UserPath::reading ? RuntimeInstallStatus()
                                                             : RuntimeInstallStatus::missing());
   }
-  entry->isAsking = true;
+  entry->isAsking = means_.runner != nullptr;
   publish(provider, RuntimeInstallStatus::installed(*path));
+  if (!means_.runner) return;
   inspectRuntime(*means_.runner, provider, *path,
                  weakly(this, [provider, refresh, path = *path](
                                   RuntimeDesk& self, const RuntimeInspection& inspection) {
@@ -126,7 +127,7 @@ void RuntimeDesk::noteMissing(AgentProvider provider) {
 
 void RuntimeDesk::logInInBackground(AgentProvider provider) {
   Entry& entry = entries_.at(provider);
-  if (entry.login.isRunning) return;
+  if (entry.login.isRunning || !means_.runner) return;
   const auto path = executable(provider);
   if (!path) return noteMissing(provider);
   entry.login = {.isRunning = true, .failure = {}};

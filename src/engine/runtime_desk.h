@@ -21,7 +21,7 @@ class ProgramRunner;
 
 /// What the desk works with, from the composition root.
 struct RuntimeMeans {
-  std::shared_ptr<ProgramRunner> runner;
+  std::shared_ptr<ProgramRunner> runner;  // unset: programs are looked for, and none is started
   std::shared_ptr<Desktop> desktop = Desktop::none();
   /// The path that the user has set for a provider's program.
   std::function<std::optional<std::string>(AgentProvider)> customExecutable =

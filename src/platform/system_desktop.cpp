@@ -16,8 +16,10 @@ constexpr std::string_view usualTerminals[] = {
     "mate-terminal",     "tilix",          "kitty",     "foot",    "alacritty",
     "wezterm",           "lxterminal",     "qterminal", "xterm"};
 
-/// Puts what stands behind it into a session of its own, so that it does not end with this program.
-constexpr const char* detacher = "/usr/bin/setsid";
+/// Starts its arguments in a session of their own, so that they do not end with this program. It
+/// waits until that session is there: what is left of this script's group is killed at its end.
+constexpr std::string_view startDetached =
+    "setsid --fork sh -c 'echo; exec \"$@\" >/dev/null 2>&1 </dev/null' sh \"$@\" | read -r begun";
 
 struct ClipboardTool {
   std::string_view session;  // the variable that says that it can work
@@ -119,9 +121,9 @@ void SystemDesktop::openTerminal(const std::string& folder, Completion completio
         std::unexpected("No terminal program was found. Name yours in the variable TERMINAL."));
   }
   ProcessOptions options;
-  options.executable = detacher;
-  options.arguments = std::move(command);
-  options.arguments.insert(options.arguments.begin(), "--fork");
+  options.executable = "/bin/sh";
+  options.arguments = {"-c", std::string(startDetached), "sh"};
+  std::ranges::move(command, std::back_inserter(options.arguments));
   options.environment = environment_;
   options.workingFolder = folder.empty() ? files::homeFolder() : folder;
   options.standardOutput = options.standardError = ProcessOptions::Output::null;

@@ -333,17 +333,17 @@ std::expected<void, std::string> WorkspaceStore::commit(const std::vector<Worksp
 
 // ---- the whole tree -----------------------------------------------------------------------------
 
-std::expected<WorkspaceStore::Export, std::string> WorkspaceStore::exportDocument() {
+std::expected<WorkspaceStore::Peek, std::string> WorkspaceStore::peek() {
   const auto unreadableFile = [this](std::string_view reason) {
     return std::unexpected(
         fmt::format("The conversations in {} could not be read: {}", path_, reason));
   };
   if (!files::exists(path_)) {
     const auto document = valueOfDocument();
-    if (!document) return Export{"[]", std::nullopt};
-    const auto decoded = decodeWorkspaces(*document, conversationJson);
+    if (!document) return Peek{};
+    auto decoded = decodeWorkspaces(*document, conversationJson);
     if (!decoded) return unreadableFile(decoded.error().text());
-    return Export{encodeWorkspaces(*decoded, conversationJson), std::nullopt};
+    return Peek{std::move(*decoded)};
   }
   if (const auto look = ConversationFile::lookAt(path_); look.damage) {
     return unreadableFile(*look.damage);
@@ -351,18 +351,24 @@ std::expected<WorkspaceStore::Export, std::string> WorkspaceStore::exportDocumen
   auto opened = ConversationFile::open(path_);
   if (!opened) return unreadableFile(opened.error().text);
   if (!opened->holdStill()) return unreadableFile("another program is using it");
-  Export result;
+  Peek result;
   const auto reader = std::make_shared<TreeReader>(std::move(*opened));
-  reader->onDamage = [&result](const std::string&, const std::string& sentence) {
-    result.notice = result.notice ? *result.notice + " " + sentence : sentence;
+  reader->onDamage = [problems = result.problems](const std::string&, const std::string& sentence) {
+    *problems += (problems->empty() ? "" : " ") + sentence;
   };
   const auto contents = reader->file().readContents();
   if (contents.damage) return unreadableFile(contents.damage->text);
   StoredTree nowhere;
-  auto workspaces = reader->read(contents, nowhere);
-  adoptStrays(*reader, workspaces, Date());
-  result.document = encodeWorkspaces(workspaces, conversationJson);
-  reader->onDamage = nullptr;
+  result.workspaces = reader->read(contents, nowhere);
+  adoptStrays(*reader, result.workspaces, Date());
+  return result;
+}
+
+std::expected<WorkspaceStore::Export, std::string> WorkspaceStore::exportDocument() {
+  auto seen = peek();
+  if (!seen) return std::unexpected(std::move(seen.error()));
+  Export result{encodeWorkspaces(seen->workspaces, conversationJson), std::nullopt};
+  if (!seen->problems->empty()) result.notice = *seen->problems;
   return result;
 }
 

@@ -40,6 +40,16 @@ class WorkspaceStore {
   /// `notice` says where; when even that fails, nothing is ever written over it.
   std::vector<Workspace> load(Date now);
 
+  struct Peek {
+    std::vector<Workspace> workspaces;
+    /// Sentences about what could not be read, so far: transcripts are read at the first look.
+    std::shared_ptr<std::string> problems = std::make_shared<std::string>();
+  };
+  /// The tree as it is stored at this moment, whatever is written meanwhile: the rules of load()
+  /// are not applied and nothing is changed, so that it may be called beside the program that owns
+  /// the store.
+  std::expected<Peek, std::string> peek();
+
   /// What a save must write for these changes. It counts as stored from now on: write() keeps what
   /// it could not write for the next time.
   SaveBatch collect(const std::vector<Workspace>& workspaces, const TreeChanges& changes);
@@ -62,8 +72,7 @@ class WorkspaceStore {
     std::string document;
     std::optional<std::string> notice;  // what of it could not be read
   };
-  /// As stored: the rules of load() are not applied and nothing is changed, so that it may be
-  /// called beside the program that owns the store.
+  /// As peek() sees it.
   std::expected<Export, std::string> exportDocument();
   struct Import {
     std::string keptAside;  // where the replaced tree is

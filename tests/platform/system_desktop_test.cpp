@@ -33,11 +33,15 @@ class SystemDesktopTest : public tests::ProcessTest {
     return result;
   }
   std::string awaited(const std::string& name) {
-    EXPECT_TRUE(main_.runUntil([&] {
-      main_.post([] {});
-      return !TemporaryFolder::contentOf(folder_ / name).empty();
-    }));
-    return TemporaryFolder::contentOf(folder_ / name);
+    // Nobody tells of what a program on its own has done, so this looks again and again.
+    const auto deadline = std::chrono::steady_clock::now() + 20s;
+    std::string content;
+    while (content.empty() && std::chrono::steady_clock::now() < deadline) {
+      main_.runUntil([] { return false; }, 1ms);
+      content = TemporaryFolder::contentOf(folder_ / name);
+    }
+    EXPECT_NE(content, "") << name;
+    return content;
   }
 
   TemporaryFolder folder_;

@@ -1,5 +1,5 @@
-// The conversations for a command that only looks. It gets plain records and changes nothing, so
-// that it does not matter to it how they were opened. Blocks; main thread.
+// The conversations for a command that only looks, also while another process owns them and works.
+// It gets plain records and changes nothing. Blocks; main thread.
 #pragma once
 
 #include <functional>

@@ -1,0 +1,160 @@
+// The commands that look at the agents' programs, with programs of the test's own in the home.
+#include <sys/stat.h>
+
+#include "shell/program_fixture.h"
+
+namespace vantrell {
+namespace {
+
+class ProvidersProgram : public tests::TerminalProgram {
+ protected:
+  std::string install(const std::string& place, const std::string& script) const {
+    const auto path = home.file(place, "#!/bin/sh\n" + script + "\n");
+    ::chmod(path.c_str(), 0755);
+    return path;
+  }
+  std::shared_ptr<tests::Record> command(std::vector<std::string> arguments) {
+    auto options = vantrell(std::move(arguments));
+    options.standardInput = ProcessOptions::Input::null;
+    options.environment["OPENAI_API_KEY"] = options.environment["ANTHROPIC_API_KEY"] = "secret";
+    options.environment["SHELL"] = shell;
+    return run(std::move(options));
+  }
+  /// The command at a terminal of its own, which util-linux makes.
+  std::shared_ptr<tests::Record> atATerminal(const std::string& commandLine) {
+    auto options = vantrell({});
+    const std::string program = options.executable;
+    options.executable = "/usr/bin/script";
+    options.arguments = {"-qec", "'" + program + "' " + commandLine, "/dev/null"};
+    options.environment["ANTHROPIC_API_KEY"] = "secret";
+    options.environment["SHELL"] = "/bin/sh";
+    options.standardInput = ProcessOptions::Input::null;
+    return run(std::move(options));
+  }
+  JsonObject provider(const std::string& id) {
+    const auto record = command({"providers", "--json"});
+    EXPECT_EQ(code(record), 0) << record->error;
+    const auto all = json::parse(record->output);
+    EXPECT_TRUE(all && all->asArray()) << record->output;
+    for (const auto& each : *all->asArray()) {
+      if (json::textOr(*each.asObject(), "id", "") == id) return *each.asObject();
+    }
+    ADD_FAILURE() << "no " << id;
+    return {};
+  }
+  static std::string next(const JsonObject& provider) {
+    return json::textOr(*json::object(provider, "next"), "kind", "?");
+  }
+
+  std::string shell = "/bin/sh";
+};
+
+TEST_F(ProvidersProgram, TableSaysWhatIsThereAndWhatToDo) {
+  install(".local/bin/claude", "[ $1 = auth ] && exit 1; echo '2.1 (Claude Code)'; echo more");
+  const auto record = command({"providers"});
+  EXPECT_EQ(code(record), 0);
+  EXPECT_EQ(record->error, "");
+  EXPECT_TRUE(record->output.contains("2.1 (Claude Code)  not signed in")) << record->output;
+  EXPECT_TRUE(record->output.contains("sign in: vantrell login claude")) << record->output;
+  EXPECT_FALSE(record->output.contains("more"));
+  EXPECT_FALSE(record->output.contains('\x1b')) << "no colours for a pipe";
+  for (const std::string_view id : {"grok", "codex", "kimi", "glm", "local", "tasklet"}) {
+    EXPECT_TRUE(record->output.contains("○  " + std::string(id))) << id;
+  }
+}
+
+TEST_F(ProvidersProgram, JsonNamesTheNextStep) {
+  EXPECT_EQ(next(provider("codex")), "install");
+  const auto path =
+      install(".local/bin/codex", "[ $1 = login ] && echo 'Not logged in' >&2 && exit 1; echo 1");
+  auto codex = provider("codex");
+  EXPECT_EQ(json::textOr(codex, "path", ""), path);
+  EXPECT_EQ(json::textOr(codex, "version", ""), "1");
+  EXPECT_EQ(json::boolean(codex, "signedIn"), false);
+  EXPECT_EQ(next(codex), "login");
+  install(".local/bin/codex", "exit 0");
+  codex = provider("codex");
+  EXPECT_EQ(json::boolean(codex, "signedIn"), true);
+  EXPECT_EQ(json::text(codex, "version"), nullptr);
+  EXPECT_EQ(next(codex), "ready");
+  install(".local/bin/kimi", "echo 2");
+  EXPECT_EQ(next(provider("kimi")), "login_if_needed");
+  EXPECT_EQ(next(provider("tasklet")), "set_up");
+}
+
+TEST_F(ProvidersProgram, ProgramInTheLoginShellsPathIsFound) {
+  const auto path = install("tools/kimi", "echo 3");
+  shell =
+      install("shell", "exec env PATH=" + (home / "tools") + ":/usr/bin:/bin /bin/sh -c \"$4\"");
+  EXPECT_EQ(json::textOr(provider("kimi"), "path", ""), path);
+}
+
+TEST_F(ProvidersProgram, StoredPathCountsUntilItIsForgottenAndAWrongOneIsRefused) {
+  const auto path = install("my/kimi", "echo 4");
+  EXPECT_EQ(code(command({"providers", "--set-path", "kimi=" + path})), 0);
+  EXPECT_EQ(json::textOr(provider("kimi"), "path", ""), path);
+  EXPECT_EQ(code(command({"providers", "--set-path", "kimi=" + project})), 2);
+  EXPECT_EQ(code(command({"providers", "--set-path", "kimi"})), 2);
+  EXPECT_EQ(code(command({"providers", "--set-path", "tasklet=" + path})), 2);
+  EXPECT_EQ(json::textOr(provider("kimi"), "path", ""), path) << "nothing was changed";
+  std::filesystem::remove(path);
+  EXPECT_EQ(json::textOr(provider("kimi"), "uselessCustomPath", ""), path);
+  EXPECT_EQ(code(command({"providers", "--set-path", "opencode="})), 0);
+  EXPECT_EQ(code(command({"providers", "--set-path", "kimi="})), 0);
+  EXPECT_EQ(json::text(provider("kimi"), "uselessCustomPath"), nullptr);
+}
+
+TEST_F(ProvidersProgram, LookingCreatesNothing) {
+  command({"providers"});
+  EXPECT_FALSE(std::filesystem::exists(home / "config"));
+  EXPECT_FALSE(std::filesystem::exists(home / "data"));
+}
+
+// ---- log-in -------------------------------------------------------------------------------------
+
+TEST_F(ProvidersProgram, LogInShowsWhatTheProgramSaysAndItsFailure) {
+  install(".local/bin/codex",
+          "[ \"$*\" = login ] || exit 0; echo \"open this link, key ${OPENAI_API_KEY-none}\"; exit "
+          "${FAIL-0}");
+  auto record = command({"login", "codex"});
+  EXPECT_EQ(code(record), 0);
+  EXPECT_TRUE(record->output.contains("open this link, key none\n")) << record->output;
+  EXPECT_TRUE(record->output.contains("ChatGPT / Codex is signed in.")) << record->output;
+  install(".local/bin/codex", "exit 9");
+  record = command({"login", "codex"});
+  EXPECT_EQ(code(record), 1);
+  EXPECT_EQ(record->error, "vantrell: Codex login did not complete.\n");
+  install(".local/bin/kimi", "kill -INT $$");
+  record = command({"login", "kimi"});
+  EXPECT_EQ(code(record), 130);
+  EXPECT_EQ(record->error, "vantrell: Kimi login did not complete.\n");
+}
+
+TEST_F(ProvidersProgram, LogInWithQuestionsWantsATerminalAndGetsThisOne) {
+  const auto path =
+      install(".local/bin/claude",
+              "[ \"$*\" = 'auth login' ] || exit 0\n"
+              "test -t 0 && test -t 1 && echo \"at a terminal, key ${ANTHROPIC_API_KEY-none}, "
+              "as ${CLAUDE_CODE_ENTRYPOINT}\"");
+  auto record = command({"login", "claude"});
+  EXPECT_EQ(code(record), 1);
+  EXPECT_TRUE(record->error.contains("'" + path + "' auth login")) << record->error;
+  if (::access("/usr/bin/script", X_OK) != 0) GTEST_SKIP() << "no program to make a terminal";
+  record = atATerminal("login claude");
+  EXPECT_EQ(code(record), 0) << record->output;
+  EXPECT_TRUE(record->output.contains("at a terminal, key none, as vantrell")) << record->output;
+}
+
+TEST_F(ProvidersProgram, LogInOfAMissingOrUnknownProviderSaysWhatToDo) {
+  auto record = command({"login", "grok"});
+  EXPECT_EQ(code(record), 1);
+  EXPECT_TRUE(record->error.contains("https://x.ai/cli/install.sh")) << record->error;
+  record = command({"login", "codx"});
+  EXPECT_EQ(code(record), 2);
+  EXPECT_TRUE(record->error.contains("Did you mean codex?")) << record->error;
+  EXPECT_EQ(code(command({"login", "tasklet"})), 2);
+  EXPECT_EQ(code(command({"login"})), 2);
+}
+
+}  // namespace
+}  // namespace vantrell
