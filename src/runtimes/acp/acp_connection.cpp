@@ -164,6 +164,7 @@ void ACPConnection::sendPrompt(std::string prompt, AgentClient::PromptCompletion
 void ACPConnection::cancel() {
   if (!sessionId_) return;
   send(acp::notification("session/cancel", {{"sessionId", *sessionId_}}));
+  allQuestionsEnded();
   for (const std::int64_t id : std::exchange(pendingPermissionIDs_, {})) {
     send(acp::response(id, acp::cancelledOutcome()));
   }
@@ -172,6 +173,7 @@ void ACPConnection::cancel() {
 void ACPConnection::respondToPermission(std::int64_t requestID, std::string optionID) {
   if (pendingPermissionIDs_.erase(requestID) == 0) return;
   send(acp::response(requestID, acp::selectedOutcome(std::move(optionID))));
+  questionEnded(requestID);
 }
 
 void ACPConnection::stop() {
@@ -259,9 +261,8 @@ void ACPConnection::handlePermissionRequest(std::int64_t id, const JsonObject& p
       return send(acp::response(id, acp::selectedOutcome(option->id)));
     }
   }
-  handOutUpdates();
   pendingPermissionIDs_.insert(id);
-  if (events_.permissionRequest) events_.permissionRequest(std::move(question), bytes);
+  ask(std::move(question), bytes);
 }
 
 void ACPConnection::request(std::string_view method, JsonObject params,
