@@ -31,7 +31,7 @@ void Approvals::requestArrived(PermissionRequest request, const ThreadExecutionK
   ports_.sendRemoteTaskEvent("needs_attention", title, key);
 }
 
-void Approvals::respondToPermission(const std::string& optionID) {
+void Approvals::respondToPermission(const std::string& optionID, Answerer answerer) {
   const ExecutionFace& mirror = executions_.mirror();
   const auto request = mirror.permissionRequest;
   const auto key = selection_.key();
@@ -44,10 +44,11 @@ void Approvals::respondToPermission(const std::string& optionID) {
   } else if (mirror.client) {
     mirror.client->respondToPermission(request->id, optionID);
   }
-  if (option != request->options.end() && option->kind == "allow_always" &&
+  if (answerer == Answerer::person && option != request->options.end() &&
+      option->kind == "allow_always" &&
       text::containsIgnoringCase(option->name, "always-approve")) {
     // The runtime's own always-approve choice raises the program's mode; the client at work has
-    // raised its own already.
+    // raised its own already. A flag or a script that answers for a person raises only the latter.
     settings_.recordPermissionMode(GrokPermissionMode::fullAccess);
   }
   // The conversation's own question, if there is one behind it, is still to be answered.
@@ -92,11 +93,7 @@ void Approvals::setPermissionMode(GrokPermissionMode mode) {
 void Approvals::setWorkflowMode(TaskWorkflowMode mode) {
   if (!canChangePermissionMode() || mode == settings_.workflowMode()) return;
   settings_.recordWorkflowMode(mode);
-  if (mode == TaskWorkflowMode::plan &&
-      settings_.permissionMode() == GrokPermissionMode::fullAccess) {
-    settings_.recordPermissionMode(GrokPermissionMode::ask);
-    executions_.resetConnection();
-  }
+  if (settings_.lowerForPlan()) executions_.resetConnection();
 }
 
 }  // namespace vantrell

@@ -26,8 +26,10 @@ class Approvals {
   // The rest acts on the selected conversation, or on the media generator while its question is the
   // one that is shown: the selection is how the user looks at a question.
 
+  /// Who chose the answer: Full Access always takes a person at this machine.
+  enum class Answerer { person, standingOrder };
   /// Sends the option, also one that the question does not list. Does nothing without a question.
-  void respondToPermission(const std::string& optionID);
+  void respondToPermission(const std::string& optionID, Answerer answerer = Answerer::person);
   /// Answers with the first option that rejects, or stops the task when the runtime offers no way
   /// to say no.
   void rejectPermission();

@@ -69,31 +69,40 @@ void Settings::load() {
 void Settings::recordPermissionMode(GrokPermissionMode mode) {
   permissionMode_ = mode;
   announce();
-  defaults_.setText(permissionModeKey, rawText(mode));
+  tellUnlessStored(defaults_.setText(permissionModeKey, rawText(mode)));
 }
 
 void Settings::recordWorkflowMode(TaskWorkflowMode mode) {
   workflowMode_ = mode;
   announce();
-  defaults_.setText(workflowModeKey, rawText(mode));
+  tellUnlessStored(defaults_.setText(workflowModeKey, rawText(mode)));
+}
+
+bool Settings::lowerForPlan() {
+  if (workflowMode_ != TaskWorkflowMode::plan ||
+      permissionMode_ != GrokPermissionMode::fullAccess) {
+    return false;
+  }
+  recordPermissionMode(GrokPermissionMode::ask);
+  return true;
 }
 
 void Settings::recordNoMeteredAPIs(bool value) {
   noMeteredAPIs_ = value;
   announce();
-  defaults_.setBoolean(noMeteredAPIsKey, value);
+  tellUnlessStored(defaults_.setBoolean(noMeteredAPIsKey, value));
 }
 
 void Settings::recordExternalSessionImport(bool value) {
   importsExternalSessions_ = value;
   announce();
-  defaults_.setBoolean(sessionImportKey, value);
+  tellUnlessStored(defaults_.setBoolean(sessionImportKey, value));
 }
 
 void Settings::setInterfaceScale(double value) {
   interfaceScale_ = VantrellInterfaceScale::snapped(value);
   announce();
-  defaults_.setNumber(interfaceScaleKey, interfaceScale_);
+  tellUnlessStored(defaults_.setNumber(interfaceScaleKey, interfaceScale_));
 }
 
 void Settings::chooseForThisProcess(GrokPermissionMode permissionMode,
@@ -101,6 +110,12 @@ void Settings::chooseForThisProcess(GrokPermissionMode permissionMode,
   permissionMode_ = permissionMode;
   workflowMode_ = workflowMode;
   announce();
+}
+
+/// A choice that holds now and is gone at the next start must not go unnoticed.
+void Settings::tellUnlessStored(bool isStored) {
+  if (isStored) return;
+  changes_.announce({.kind = Change::Kind::saveFailed, .text = defaults_.lastError()});
 }
 
 void Settings::announce() {

@@ -39,6 +39,9 @@ class Settings {
   /// Publishes and stores the mode, with no other effect.
   void recordPermissionMode(GrokPermissionMode mode);
   void recordWorkflowMode(TaskWorkflowMode mode);
+  /// A plan never begins with full access: while planning is the kind of work, full access falls
+  /// back to asking. Answers whether it did.
+  bool lowerForPlan();
   void recordNoMeteredAPIs(bool value);
   void recordExternalSessionImport(bool value);
   /// Publishes and stores the nearest step.
@@ -49,6 +52,7 @@ class Settings {
 
  private:
   void announce();
+  void tellUnlessStored(bool isStored);
 
   UserDefaults& defaults_;
   Changes& changes_;

@@ -171,11 +171,12 @@ Result<std::string> read(const std::string& path) {
 }
 
 Result<> writeAtomically(const std::string& path, std::string_view content,
-                         std::optional<mode_t> mode) {
+                         std::optional<mode_t> mode, Links links) {
   std::string target = path;
-  if (!followLinks(target)) return failure("write", path);
+  if (links == Links::follow && !followLinks(target)) return failure("write", path);
   struct stat old{};
-  const bool isReplacement = stat(target.c_str(), &old) == 0;
+  const bool isReplacement =
+      lstat(target.c_str(), &old) == 0 && !S_ISLNK(old.st_mode);  // a link that is replaced is none
   if (isReplacement && S_ISDIR(old.st_mode)) return failure("write", path, EISDIR);
   // Replacing a device or a pipe by a file is never what was meant.
   if (isReplacement && !S_ISREG(old.st_mode)) return failure("write", path, EINVAL);

@@ -53,10 +53,12 @@ bool isExecutable(const std::string& path);
 Result<std::string> read(const std::string& path);
 /// Replaces the file in one step: readers see the old content or the new one, also after a power
 /// loss (the data and the folder are synced). The parent folder must exist. A symbolic link at
-/// `path` is followed. An existing file keeps its mode when no mode is given; a new one gets 0666
-/// less the umask. After a failure the old file is untouched and nothing is left beside it.
+/// `path` is followed, or replaced itself. An existing file keeps its mode when no mode is given; a
+/// new one gets 0666 less the umask. After a failure the old file is untouched and nothing is left
+/// beside it.
+enum class Links { follow, replace };
 Result<> writeAtomically(const std::string& path, std::string_view content,
-                         std::optional<mode_t> mode = std::nullopt);
+                         std::optional<mode_t> mode = std::nullopt, Links links = Links::follow);
 /// Where something unreadable at `path` can be kept, in the same folder and with the same
 /// extension:
 /// "/x/fleet that could not be read 2026-11-22 21.08.00Z.json". Nothing has that name yet.

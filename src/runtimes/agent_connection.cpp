@@ -55,6 +55,26 @@ void AgentConnection::handOutUpdates() {
   if (events_.sessionUpdates) events_.sessionUpdates(std::move(updates), bytes);
 }
 
+void AgentConnection::ask(PermissionRequest request, std::size_t bytes) {
+  questions_.push_back({std::move(request), bytes});
+  if (questions_.size() == 1) deliverFirstQuestion();
+}
+
+void AgentConnection::questionEnded(std::int64_t id) {
+  const auto found =
+      std::ranges::find(questions_, id, [](const Question& each) { return each.request.id; });
+  if (found == questions_.end()) return;
+  const bool wasShown = found == questions_.begin();
+  questions_.erase(found);
+  if (wasShown && !questions_.empty()) deliverFirstQuestion();
+}
+
+void AgentConnection::deliverFirstQuestion() {
+  handOutUpdates();
+  const Question& first = questions_.front();
+  if (events_.permissionRequest) events_.permissionRequest(first.request, first.bytes);
+}
+
 void AgentConnection::endProcess(JsonLineProcess::Ending ending) {
   if (process_) process_->stop(ending);
   process_.reset();

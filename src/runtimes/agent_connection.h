@@ -5,6 +5,7 @@
 // A connection without a process drops what it sends, so that a dialect can be driven by itself.
 #pragma once
 
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -62,6 +63,12 @@ class AgentConnection : public std::enable_shared_from_this<AgentConnection> {
   std::optional<ProcessError> launch(ProcessOptions options);
   void send(const JsonObject& message);
   void gatherUpdate(JsonObject update, std::size_t bytes);
+  /// One question at a time reaches the user; those behind it wait, so that none is lost behind
+  /// another. Hands out the updates that came before it.
+  void ask(PermissionRequest request, std::size_t bytes);
+  /// The question with this id has its answer or is withdrawn: the next one may be asked.
+  void questionEnded(std::int64_t id);
+  void allQuestionsEnded() { questions_.clear(); }
   /// No more events of the process. A second call does nothing.
   void endProcess(JsonLineProcess::Ending ending);
 
@@ -81,6 +88,12 @@ class AgentConnection : public std::enable_shared_from_this<AgentConnection> {
   std::unique_ptr<JsonLineProcess> process_;
   std::vector<JsonObject> updates_;  // gathered, not handed out yet
   std::size_t updateBytes_ = 0;
+  struct Question {
+    PermissionRequest request;
+    std::size_t bytes;
+  };
+  void deliverFirstQuestion();
+  std::deque<Question> questions_;  // the first one is with the user
 };
 
 }  // namespace vantrell

@@ -82,6 +82,16 @@ TEST_F(Approvals, OnlyTheRuntimesOwnAlwaysApproveRaisesTheMode) {
   }
 }
 
+TEST_F(Approvals, AnswerThatNoPersonGaveRaisesNothing) {
+  start();
+  work("Go");
+  ask({{"a", "Always-Approve", "allow_always"}});
+  model->approvals.respondToPermission("a", vantrell::Approvals::Answerer::standingOrder);
+  EXPECT_THAT(client().answers, ElementsAre(Pair(4, "a")));
+  EXPECT_EQ(model->settings.permissionMode(), GrokPermissionMode::ask);
+  EXPECT_NE(defaults->text("grokPermissionMode.v1"), "full_access");
+}
+
 TEST_F(Approvals, QuestionOfAnotherConversationIsShownWhenItIsSelected) {
   start();
   work("Go");

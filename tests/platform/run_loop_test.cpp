@@ -229,7 +229,7 @@ TEST_F(RunLoopTest, LineWatchEndsAtOnceThoughOthersFlushItsTerminal) {
     while (!stop.stop_requested()) ::tcflush(terminal.program.get(), TCIFLUSH);
   });
   auto ended = std::async(std::launch::async, [&] {
-    for (int round = 0; round < 3000; ++round) {
+    for (int round = 0; round < 1000; ++round) {
       const auto watch = loop_.watchLines(terminal.program.get(), [](std::string) {}, [] {});
       std::this_thread::yield();
       press();

@@ -127,6 +127,30 @@ TEST_F(ACPClientTurn, PermissionIsAnsweredOnce) {
   await("says done");
 }
 
+TEST_F(ACPClientTurn, QuestionsAtOnceAreAskedOneAfterTheOther) {
+  const auto selected = [](int id) {
+    return R"({"jsonrpc":"2.0","id":)" + std::to_string(id) +
+           R"(,"result":{"outcome":{"outcome":"selected","optionId":"y"}}})";
+  };
+  open(ACPAgentScript()
+           .openSession()
+           .expectPrompt()
+           .request(90, "session/request_permission", question("A"))
+           .request(91, "session/request_permission", question("B"))
+           .say("both asked")
+           .expectLine(selected(90))
+           .expectLine(selected(91))
+           .say("both answered")
+           .line("hang"));
+  prompt();
+  await("says both asked");
+  EXPECT_EQ(questions_.size(), 1U) << "the second waits, so that it does not hide the first";
+  client_->respondToPermission(90, "y");
+  await("asks 91 B");
+  client_->respondToPermission(91, "y");
+  await("says both answered");
+}
+
 TEST_F(ACPClientTurn, CancelTellsTheRuntimeAndWithdrawsOpenQuestions) {
   const std::string withdrawn = R"(,"result":{"outcome":{"outcome":"cancelled"}}})";
   open(ACPAgentScript()
@@ -134,6 +158,7 @@ TEST_F(ACPClientTurn, CancelTellsTheRuntimeAndWithdrawsOpenQuestions) {
            .expectPrompt()
            .request(81, "session/request_permission", question("A"))
            .request(80, "session/request_permission", question("B"))
+           .say("both asked")
            .expectLine(R"({"jsonrpc":"2.0","method":"session/cancel","params":{"sessionId":"s1"}})")
            .expectLine(R"({"jsonrpc":"2.0","id":80)" + withdrawn)
            .expectLine(R"({"jsonrpc":"2.0","id":81)" + withdrawn)
@@ -142,7 +167,7 @@ TEST_F(ACPClientTurn, CancelTellsTheRuntimeAndWithdrawsOpenQuestions) {
            .say("cancelled again")
            .line("hang"));
   prompt();
-  await("asks 80 B");
+  await("says both asked");
   client_->cancel();
   await(R"(turn ended {"stopReason":"cancelled"})");
   client_->respondToPermission(80, "y");

@@ -218,6 +218,20 @@ TEST_F(ACPHostServicesTest, FileIsReplacedNotWrittenInto) {
   EXPECT_EQ(tests::TemporaryFolder::contentOf(path), "new content");
 }
 
+TEST_F(ACPHostServicesTest, LinkThatLeadsOutIsReplacedAndOneThatStaysInIsFollowed) {
+  const std::string outside = folder_.file("outside", "mine");
+  const std::string inside = folder_.file("project/inside", "old");
+  std::filesystem::create_symlink(outside, folder_ / "project/out");
+  std::filesystem::create_symlink("inside", folder_ / "project/in");
+  EXPECT_EQ(write(folder_ / "project/out", "new"), "{}");
+  EXPECT_EQ(write(folder_ / "project/in", "new"), "{}");
+  EXPECT_EQ(tests::TemporaryFolder::contentOf(outside), "mine");
+  EXPECT_EQ(tests::TemporaryFolder::contentOf(folder_ / "project/out"), "new");
+  EXPECT_FALSE(std::filesystem::is_symlink(folder_ / "project/out"));
+  EXPECT_EQ(tests::TemporaryFolder::contentOf(inside), "new");
+  EXPECT_TRUE(std::filesystem::is_symlink(folder_ / "project/in"));
+}
+
 TEST_F(ACPHostServicesTest, FailedWriteLeavesWhatWasThere) {
   folder_.file("project/f", "file");
   EXPECT_TRUE(write(root_ + "/f/below", "x").starts_with("error: "));

@@ -165,6 +165,7 @@ void ACPConnection::sendPrompt(std::string prompt, AgentClient::PromptCompletion
 void ACPConnection::cancel() {
   if (!sessionId_) return;
   send(jsonrpc::notification("session/cancel", {{"sessionId", *sessionId_}}));
+  allQuestionsEnded();
   for (const std::int64_t id : std::exchange(pendingPermissionIDs_, {})) {
     send(jsonrpc::response(id, acp::cancelledOutcome()));
   }
@@ -173,6 +174,7 @@ void ACPConnection::cancel() {
 void ACPConnection::respondToPermission(std::int64_t requestID, std::string optionID) {
   if (pendingPermissionIDs_.erase(requestID) == 0) return;
   send(jsonrpc::response(requestID, acp::selectedOutcome(std::move(optionID))));
+  questionEnded(requestID);
 }
 
 void ACPConnection::stop() {
@@ -260,9 +262,8 @@ void ACPConnection::handlePermissionRequest(std::int64_t id, const JsonObject& p
       return send(jsonrpc::response(id, acp::selectedOutcome(option->id)));
     }
   }
-  handOutUpdates();
   pendingPermissionIDs_.insert(id);
-  if (events_.permissionRequest) events_.permissionRequest(std::move(question), bytes);
+  ask(std::move(question), bytes);
 }
 
 void ACPConnection::request(std::string_view method, JsonObject params,

@@ -1,5 +1,6 @@
 #include "runtimes/acp/acp_host_services.h"
 
+#include <filesystem>
 #include <limits>
 
 #include "platform/files.h"
@@ -57,6 +58,16 @@ bool ACPHostServices::isInsideProject(std::string_view path) const {
   return candidate.starts_with(root_) && candidate[root_.size()] == '/';
 }
 
+bool ACPHostServices::leadsOutside(const std::string& target) const {
+  std::error_code unknown;
+  if (!std::filesystem::is_symlink(target, unknown)) return false;
+  const auto root = std::filesystem::weakly_canonical(root_, unknown);
+  const auto place = std::filesystem::weakly_canonical(target, unknown);
+  if (unknown) return true;
+  const auto relative = place.lexically_relative(root);
+  return relative.empty() || *relative.begin() == "..";
+}
+
 ACPHostServices::Answer ACPHostServices::readTextFile(const JsonObject& params) const {
   const std::string* path = json::text(params, "path");
   if (!path) return refuse("fs/read_text_file is missing path");
@@ -95,7 +106,11 @@ ACPHostServices::Answer ACPHostServices::writeTextFile(const JsonObject& params)
   if (const auto made = files::createFolders(files::parent(target)); !made) {
     return refuse(made.error().description);
   }
-  if (const auto written = files::writeAtomically(target, *content); !written) {
+  // The new file takes the place of a link that leads out of the project: what it leads to is none
+  // of the agent's.
+  const auto links = leadsOutside(target) ? files::Links::replace : files::Links::follow;
+  if (const auto written = files::writeAtomically(target, *content, std::nullopt, links);
+      !written) {
     return refuse(written.error().description);
   }
   return JsonObject{};

@@ -37,6 +37,8 @@ class ACPHostServices {
   Answer readTextFile(const JsonObject& params) const;
   Answer writeTextFile(const JsonObject& params) const;
   bool isInsideProject(std::string_view path) const;
+  /// A link that stands in the project and leads out of it.
+  bool leadsOutside(const std::string& target) const;
 
   std::string root_;
   std::unique_ptr<TerminalManager> terminals_;

@@ -85,6 +85,7 @@ void ClaudeConnection::cancel() {
   if (!isConnected()) return;
   isPromptCancelled_ = promptCompletion_ != nullptr;
   interrupt();
+  allQuestionsEnded();
   for (const JsonObject& denial : permissions_.denyAll()) send(denial);
 }
 
@@ -94,7 +95,10 @@ void ClaudeConnection::interrupt() {
 }
 
 void ClaudeConnection::respondToPermission(std::int64_t requestID, std::string optionID) {
-  if (const auto answer = permissions_.answer(requestID, optionID)) send(*answer);
+  const auto answer = permissions_.answer(requestID, optionID);
+  if (!answer) return;
+  send(*answer);
+  questionEnded(requestID);
 }
 
 void ClaudeConnection::stop() {
@@ -137,7 +141,8 @@ void ClaudeConnection::handle(JsonObject message, std::size_t bytes) {
   } else if (type == "control_request") {
     handleControlRequest(message, bytes);
   } else if (type == "control_cancel_request") {
-    permissions_.withdraw(json::textOr(message, "request_id", ""));
+    const auto withdrawn = permissions_.withdraw(json::textOr(message, "request_id", ""));
+    if (withdrawn) questionEnded(*withdrawn);
   } else if (type == "result") {
     handleResult(std::move(message), bytes);
   } else if (type == "rate_limit_event") {
@@ -191,9 +196,7 @@ void ClaudeConnection::handleControlRequest(const JsonObject& message, std::size
   if (configuration_.permissionMode == GrokPermissionMode::fullAccess) {
     return send(claude::allowAnswer(*id, ClaudePermissions::inputOf(*request)));
   }
-  handOutUpdates();
-  PermissionRequest question = permissions_.ask(*id, *request);
-  if (events_.permissionRequest) events_.permissionRequest(std::move(question), bytes);
+  ask(permissions_.ask(*id, *request), bytes);
 }
 
 void ClaudeConnection::handleResult(JsonObject message, std::size_t bytes) {

@@ -60,10 +60,14 @@ std::vector<JsonObject> ClaudePermissions::denyAll() {
   return denials;
 }
 
-void ClaudePermissions::withdraw(std::string_view controlRequestID) {
-  std::erase_if(pending_, [controlRequestID](const auto& entry) {
+std::optional<std::int64_t> ClaudePermissions::withdraw(std::string_view controlRequestID) {
+  const auto found = std::ranges::find_if(pending_, [controlRequestID](const auto& entry) {
     return entry.second.controlRequestID == controlRequestID;
   });
+  if (found == pending_.end()) return std::nullopt;
+  const auto id = found->first;
+  pending_.erase(found);
+  return id;
 }
 
 }  // namespace vantrell

@@ -22,8 +22,8 @@ class ClaudePermissions {
   std::optional<JsonObject> answer(std::int64_t id, std::string_view optionID);
   /// A denial of each open question, oldest first; none is open then.
   std::vector<JsonObject> denyAll();
-  /// Claude Code no longer waits for the answer.
-  void withdraw(std::string_view controlRequestID);
+  /// Claude Code no longer waits for the answer to the question, which is named.
+  std::optional<std::int64_t> withdraw(std::string_view controlRequestID);
   void clear() { pending_.clear(); }
 
   /// What a "can_use_tool" request would do: its "input", or an empty one.

@@ -121,6 +121,7 @@ void CodexConnection::cancel() {
   // A turn can be interrupted once its id is known.
   if (turns_.isStarting()) cancelledPrompts_ = promptCount_;
   if (turns_.currentTurnID()) interrupt(*turns_.currentTurnID());
+  allQuestionsEnded();
   for (const auto& [id, approval] : std::exchange(pendingApprovals_, {})) {
     send(jsonrpc::response(codex::toJson(approval.rpcID),
                            codex::approvalAnswer(approval, codex::cancelOption)));
@@ -141,6 +142,7 @@ void CodexConnection::respondToPermission(std::int64_t requestID, std::string op
   if (found.empty()) return;
   const auto& approval = found.mapped();
   send(jsonrpc::response(codex::toJson(approval.rpcID), codex::approvalAnswer(approval, optionID)));
+  questionEnded(requestID);
 }
 
 void CodexConnection::stop() {
@@ -316,8 +318,7 @@ void CodexConnection::handleRequest(codex::RPCID id, const std::string& method,
   auto question = codex::approvalQuestion(approvalID, method, params,
                                           item == openItems_.end() ? nullptr : &item->second);
   pendingApprovals_.emplace(approvalID, std::move(approval));
-  handOutUpdates();
-  if (events_.permissionRequest) events_.permissionRequest(std::move(question), bytes);
+  ask(std::move(question), bytes);
 }
 
 void CodexConnection::request(std::string_view method, JsonObject params,
@@ -337,6 +338,7 @@ void CodexConnection::failPending(const AgentError& error) {
   handOutUpdates();
   const auto turns = turns_.takeAll();
   pendingApprovals_.clear();
+  allQuestionsEnded();
   pending_.finishAll(std::unexpected(reason));
   for (const auto& completion : turns) completion(std::unexpected(reason));
 }

@@ -29,14 +29,14 @@ std::expected<void, UsageError> confirmFullAccess(const Person& person) {
   if (!person.isPresent) {
     return usageError(
         "Full Access is only turned on by a person who confirms it at a terminal. Nothing was "
-        "done; use --mode ask or --mode auto.");
+        "done. The other modes are ask and auto.");
   }
   person.show(fmt::format("{}\n{}\nType \"{}\" to confirm; anything else means \"{}\": ",
                           words::title, words::text, words::enable, words::cancel));
   const auto line = person.readLine();
   if (!line) person.show("\n");
   if (line && text::trimmed(*line) == words::enable) return {};
-  return usageError("Full Access stays off. Nothing was done.");
+  return usageError("Full Access was not confirmed. Nothing was done.");
 }
 
 }  // namespace vantrell::shell

@@ -155,8 +155,17 @@ void RunSession::readAnswerLine(const std::optional<std::string>& line) {
 
 void RunSession::respond(const PermissionOption& option) {
   const auto question = question_;  // holds the option
+  using Answerer = Approvals::Answerer;
+  const bool isPerson = parts_.answers.isTerminal() && !parts_.answerKind;
+  const auto mode = parts_.model.settings.permissionMode();
   parts_.observer.permissionAnswered(&option);
-  parts_.model.approvals.respondToPermission(option.id);
+  parts_.model.approvals.respondToPermission(option.id,
+                                             isPerson ? Answerer::person : Answerer::standingOrder);
+  if (parts_.model.settings.permissionMode() != mode) {
+    parts_.complain(
+        "With this answer Full Access is on, for later runs as well. To have agents ask again: "
+        "vantrell settings mode ask");
+  }
 }
 
 void RunSession::refuse() {

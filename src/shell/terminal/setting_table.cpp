@@ -5,6 +5,8 @@
 #include <fmt/ranges.h>
 
 #include "platform/files.h"
+#include "platform/text.h"
+#include "runtimes/locators.h"
 
 namespace vantrell::shell {
 
@@ -29,8 +31,9 @@ constexpr SettingRow rows[] = {
     {"workflow", "taskWorkflowMode.v1", "what kind of work new turns are", Type::choice, workflows,
      [](const Settings& settings) { return std::string(rawText(settings.workflowMode())); },
      [](Settings& settings, std::string_view value) {
-       settings.recordWorkflowMode(
-           fromRawText<TaskWorkflowMode>(value).value_or(TaskWorkflowMode::build));
+       const auto mode = fromRawText<TaskWorkflowMode>(value).value_or(TaskWorkflowMode::build);
+       settings.recordWorkflowMode(mode);
+       settings.lowerForPlan();
      }},
     {"route", "providerRoutingMode.v1", "which provider takes a turn", Type::choice, routes,
      [](const Settings& settings) { return std::string(rawText(settings.routingMode())); }},
@@ -68,6 +71,8 @@ constexpr SettingRow rows[] = {
     {"kimi-path", "kimiExecutablePath", "program of Kimi Code", Type::program},
     {"opencode-path", "openCodeExecutablePath", "program of OpenCode", Type::program},
     {"claude-path", "claudeExecutablePath", "program of Claude Code", Type::program},
+    {"glm-model", "openCodeGLMModel", "model of the GLM Coding Plan in OpenCode", Type::model},
+    {"claude-model", "claudeModel", "model of Claude Code", Type::model},
     {"local-runtime", "localRuntimeKind.v1", "kind of the local model server"},
     {"local-url", "localRuntimeBaseURL.v1", "address of the local model server"},
     {"remote-host",
@@ -111,6 +116,7 @@ std::string SettingRow::accepted() const {
     case Type::toggle: return "on or off";
     case Type::scale: return "a number from 0.8 to 1.5, in tenths";
     case Type::program: return "the path of a program";
+    case Type::model: return "the ID of a model";
     case Type::text: break;
   }
   return "a text";
@@ -167,13 +173,23 @@ std::expected<std::string, UsageError> checkedValue(const SettingRow& row, std::
       }
       return path;
     }
+    case Type::model:
+      if (text::trimmed(text).empty()) return refused(row, text);
+      if (row.name == "glm-model" && !OpenCodeLocator::isPlanModel(text)) {
+        return usageError(
+            fmt::format("\"{}\" is no model of the coding plan, which begin with "
+                        "zai-coding-plan/glm-. Others may "
+                        "be billed per use.",
+                        text));
+      }
+      return std::string(text::trimmed(text));
     case Type::text: break;
   }
   return std::string(text);
 }
 
 bool storeSetting(const SettingRow& row, const std::string& checked, UserDefaults& defaults) {
-  if (row.type == Type::program) return defaults.setText(row.key, checked);
+  if (!row.record) return defaults.setText(row.key, checked);
   Changes changes;
   Settings settings(defaults, changes);
   settings.load();

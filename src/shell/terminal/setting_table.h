@@ -14,7 +14,7 @@
 namespace vantrell::shell {
 
 struct SettingRow {
-  enum class Type { choice, toggle, scale, program, text };
+  enum class Type { choice, toggle, scale, program, model, text };
   std::string_view name;  // "workflow"
   std::string_view key;   // of the user defaults
   std::string_view meaning;
@@ -22,11 +22,11 @@ struct SettingRow {
   std::span<const std::string_view> choices{};
   /// Absent where the stored text is the value.
   std::string (*read)(const Settings& settings) = nullptr;
-  /// Of a checked value. Absent for programs, whose text is stored as it stands, and for what
-  /// cannot be changed here.
+  /// Of a checked value. Absent for programs and models, whose text is stored as it stands, and for
+  /// what cannot be changed here.
   void (*record)(Settings& settings, std::string_view value) = nullptr;
 
-  bool isSettable() const { return record || type == Type::program; }
+  bool isSettable() const { return record || type == Type::program || type == Type::model; }
   /// "ask, auto or full_access".
   std::string accepted() const;
 };

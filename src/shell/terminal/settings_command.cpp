@@ -134,14 +134,25 @@ int set(std::string_view name, std::string_view text) {
   if (!row) return refuse(row.error());
   const auto value = checkedValue(**row, text);
   if (!value) return refuse(value.error());
-  if ((*row)->name == "mode" && *value == rawText(GrokPermissionMode::fullAccess)) {
+  const auto isSetAlready = [&] {
+    const auto defaults = storedDefaults(UserFolders{}.orOwn());
+    return defaults && readSetting(**row, **defaults).text == *value;
+  };
+  if ((*row)->name == "mode" && *value == rawText(GrokPermissionMode::fullAccess) &&
+      !isSetAlready()) {
     if (const auto confirmed = confirmFullAccess(Person::atTheTerminal()); !confirmed) {
       return refuse(confirmed.error());
     }
   }
   return withState([&](UserState& state) {
+    const bool lowersFullAccess =
+        *value == rawText(TaskWorkflowMode::plan) &&
+        state.defaults->text("grokPermissionMode.v1") == rawText(GrokPermissionMode::fullAccess);
     if (!storeSetting(**row, *value, *state.defaults)) return failed(state.defaults->lastError());
     tell(fmt::format("{} is {} now.\n", (*row)->name, *value));
+    if ((*row)->name == "workflow" && lowersFullAccess) {
+      tell("A plan never begins with full access: mode is ask now.\n");
+    }
     return exitStatus::completed;
   });
 }
