@@ -1,5 +1,6 @@
 #include "records/workspace_store.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fmt/format.h>
 #include <set>
@@ -40,6 +41,13 @@ void makeIDsUnique(std::vector<Workspace>& workspaces) {
   }
 }
 
+/// More than an empty task, or a title.
+bool holdsConversations(const Workspace& workspace) {
+  return std::ranges::any_of(workspace.threads, [](const ChatThread& thread) {
+    return !thread.entries.empty() || !thread.runs.empty() || !thread.queuedPrompts.empty();
+  });
+}
+
 TreeChanges everything(const std::vector<Workspace>& workspaces) {
   TreeChanges changes{.structure = true, .threads = {}};
   for (const auto& workspace : workspaces) {
@@ -77,8 +85,40 @@ std::vector<Workspace> WorkspaceStore::load(Date now) {
   return workspaces;
 }
 
-void WorkspaceStore::applyLoadRules(std::vector<Workspace>& workspaces) const {
-  std::erase_if(workspaces, [](const Workspace& each) { return !files::exists(each.path); });
+// The folder may be on a disk that is not there today, so its conversations must outlive the rule.
+void WorkspaceStore::dropWithoutFolder(std::vector<Workspace>& workspaces) {
+  const auto isGone = [](const Workspace& each) { return !files::exists(each.path); };
+  std::vector<Workspace> gone;
+  std::ranges::copy_if(workspaces, std::back_inserter(gone), [&](const Workspace& each) {
+    return isGone(each) && holdsConversations(each);
+  });
+  // Where nothing may be written, nothing is lost.
+  if (gone.empty() || refusal_) {
+    std::erase_if(workspaces, isGone);
+    return;
+  }
+  std::string named;
+  for (const auto& each : gone) {
+    named += fmt::format("{}\"{}\" ({})", named.empty() ? "" : ", ", each.name, each.path);
+  }
+  const bool isOne = gone.size() == 1;
+  const std::string missing = fmt::format("The {} of {} {} missing", isOne ? "folder" : "folders",
+                                          named, isOne ? "is" : "are");
+  const auto kept = keptAside::write(supportFolder_, "conversations of missing folders", now_,
+                                     encodeWorkspaces(gone, conversationJson));
+  if (kept) {
+    std::erase_if(workspaces, isGone);
+    return tell(fmt::format(
+        "{}. The conversations there are no longer listed; they were kept in \"{}\", in "
+        "the form that \"vantrell settings import\" takes.",
+        missing, *kept));
+  }
+  tell(fmt::format("{}. The conversations there could not be kept elsewhere, so they stay: {}.",
+                   missing, kept.error().description));
+}
+
+void WorkspaceStore::applyLoadRules(std::vector<Workspace>& workspaces) {
+  dropWithoutFolder(workspaces);
   const auto general = std::ranges::find_if(workspaces, [this](const Workspace& each) {
     return files::standardized(each.path) == generalPath_;
   });

@@ -75,7 +75,8 @@ int importConversations(const VantrellOptions& options, const std::string& file)
   if (imported->withoutFolder > 0) {
     complain(fmt::format(
         "{} of the imported projects {} no folder on this machine. The next start of Vantrell "
-        "drops them with their conversations: make the folders before, at the same paths.",
+        "drops them, and keeps their conversations aside: make the folders before, at the same "
+        "paths.",
         imported->withoutFolder, imported->withoutFolder == 1 ? "has" : "have"));
   }
   return exitStatus::completed;
