@@ -112,9 +112,16 @@ TEST_F(StoredConversations, FileCutAnywhereInItsLastPageIsKeptAndWhatCanBeReadIs
 }
 
 TEST_F(StoredConversations, WhatIsNoStoreIsKeptAsideUnchanged) {
-  const std::string header = "SQLite format 3";
-  for (const std::string& content :
-       {std::string("x"), std::string(5000, 'x'), header + std::string(4081, '\xFF')}) {
+  const std::string header("SQLite format 3\0", 16);
+  const std::pair<std::string, std::string_view> cases[] = {
+      {"x", "not a store"},
+      {std::string(5000, 'x'), "not a store"},
+      {header.substr(0, 15) + std::string(4081, '\xFF'), "not a store"},
+      {header + std::string(4080, '\xFF'), "cut short"},
+      {header.substr(0, 7), "cut short"},
+      {header + std::string(20, '\0'), "cut short"},
+  };
+  for (const auto& [content, reason] : cases) {
     for (const auto& each : keptAside()) std::filesystem::remove(each);
     for (const char* suffix : {"-wal", "-shm"}) std::filesystem::remove(file() + suffix);
     folder_.file("conversations.sqlite", content);
@@ -125,6 +132,7 @@ TEST_F(StoredConversations, WhatIsNoStoreIsKeptAsideUnchanged) {
     EXPECT_EQ(TemporaryFolder::contentOf(kept[0]), content);
     ASSERT_TRUE(notice);
     EXPECT_TRUE(notice->contains(kept[0])) << *notice;
+    EXPECT_TRUE(notice->contains(reason)) << *notice;
   }
 }
 
