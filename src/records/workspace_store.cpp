@@ -418,7 +418,9 @@ std::expected<WorkspaceStore::Peek, std::string> WorkspaceStore::peek() {
 std::expected<WorkspaceStore::Export, std::string> WorkspaceStore::exportDocument() {
   auto seen = peek();
   if (!seen) return std::unexpected(std::move(seen.error()));
-  Export result{encodeWorkspaces(seen->workspaces, conversationJson), std::nullopt};
+  Export result{.document = encodeWorkspaces(seen->workspaces, conversationJson)};
+  result.workspaces = seen->workspaces.size();
+  for (const auto& workspace : seen->workspaces) result.threads += workspace.threads.size();
   if (!seen->problems->empty()) result.notice = *seen->problems;
   return result;
 }
