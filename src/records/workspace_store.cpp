@@ -432,6 +432,10 @@ std::expected<WorkspaceStore::Import, std::string> WorkspaceStore::importDocumen
     return std::unexpected(fmt::format("The document cannot be read: {}", decoded.error().text()));
   }
   makeIDsUnique(*decoded);
+  // As the program writes paths: a folder is found by the text of its path.
+  for (auto& workspace : *decoded) {
+    if (workspace.path.starts_with('/')) workspace.path = files::standardized(workspace.path);
+  }
   const auto present = readTree(now);
   if (refusal_) return std::unexpected(*refusal_);
   const auto kept = keptAside::write(supportFolder_, "conversations replaced by an import", now,

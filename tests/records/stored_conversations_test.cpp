@@ -463,6 +463,18 @@ TEST_F(StoredConversations, ExportIsTheDocumentAndImportTakesIt) {
   EXPECT_EQ(load(), tree);
 }
 
+TEST_F(StoredConversations, ImportedPathsAreWrittenAsThePrograms) {
+  auto tree = project(1);
+  const std::string folder = tree[0].path;
+  tree[0].path += "/./";
+  ASSERT_TRUE(WorkspaceStore(*defaults_, folder_.path())
+                  .importDocument(encodeWorkspaces(tree, conversationJson), now));
+  const auto loaded = load();
+  ASSERT_EQ(loaded.size(), 2U);
+  EXPECT_EQ(loaded[1].path, folder);
+  EXPECT_EQ(loaded[1].threads, tree[0].threads);
+}
+
 TEST_F(StoredConversations, ImportThatIsRefusedChangesNothing) {
   const auto tree = makeStore(2);
   for (const char* document : {"", "{}", "[{}]", "[1", R"([{"id":"x"}])"}) {
