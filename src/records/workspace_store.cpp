@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 #include <set>
 
+#include "platform/dated_name.h"
 #include "platform/files.h"
 #include "platform/user_defaults.h"
 #include "records/conversation_json.h"
@@ -322,7 +323,7 @@ void WorkspaceStore::damageMet(const std::string& piece, const std::string& sent
   }
   if (!copy_) {
     const std::string path =
-        keptAside::freeName(supportFolder_, "conversations with damage", now_, ".sqlite");
+        files::datedName(supportFolder_, "conversations with damage", now_, ".sqlite");
     if (reader_ && reader_->file().copyTo(path)) copy_ = path;
   }
   if (!copy_) {

@@ -98,7 +98,7 @@ TEST_F(WorkspaceStoreTest, ConversationsOfMissingFoldersAreKeptAsideAndTold) {
     EXPECT_EQ(loaded[1], there);
     ASSERT_EQ(keptFiles().size(), 1U);
     const std::string name = *keptFiles().begin();
-    EXPECT_TRUE(name.starts_with("conversations of missing folders 2001-01-01")) << name;
+    EXPECT_TRUE(name.starts_with("conversations of missing folders 2001-01-01 00.16.40Z")) << name;
     ASSERT_TRUE(store.notice());
     for (const auto& part : {spoken.path, run.path, "\"" + folder + "/" + name + "\""}) {
       EXPECT_TRUE(store.notice()->contains(part)) << *store.notice();
