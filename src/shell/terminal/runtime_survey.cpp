@@ -13,6 +13,7 @@
 #include "runtimes/runtime_login.h"
 #include "shell/terminal/run_preparation.h"
 #include "shell/terminal/terminal_style.h"
+#include "shell/terminal/user_path.h"
 
 namespace vantrell::shell {
 
@@ -106,16 +107,9 @@ void RuntimeSurvey::ask(AgentProvider provider) {
   waitForAnswers();
 }
 
-std::optional<std::string> RuntimeSurvey::findAtOnce(AgentProvider provider) const {
-  const auto custom = means_.customExecutable(provider);
-  return findRuntime(provider, custom);
-}
-
 std::optional<std::string> RuntimeSurvey::find(AgentProvider provider) {
-  if (auto path = findAtOnce(provider)) return path;
-  means_.readUserPath([this] { loop_.quit(); });
-  loop_.run();
-  return findAtOnce(provider);
+  return findWithUserPath(loop_, *desk_,
+                          [&] { return findRuntime(provider, means_.customExecutable(provider)); });
 }
 
 std::optional<std::string> RuntimeSurvey::uselessCustomPath(AgentProvider provider) const {

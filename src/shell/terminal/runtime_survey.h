@@ -33,10 +33,8 @@ class RuntimeSurvey {
   void askAll(const Environment& environment);
   /// The same for one.
   void ask(AgentProvider provider);
-  /// Looks for the program, also where the login shell would; waits for that shell at most.
+  /// Looks for the program, also where the login shell would; waits for that shell at most, once.
   std::optional<std::string> find(AgentProvider provider);
-  /// The program, without waiting for anything.
-  std::optional<std::string> findAtOnce(AgentProvider provider) const;
 
   const RuntimeInstallStatus& status(AgentProvider provider) const {
     return desk_->status(provider);
