@@ -95,6 +95,7 @@ void RuntimeDesk::refresh(AgentProvider provider) {
                    auto status = RuntimeInstallStatus::installed(path);
                    status.version = inspection.version;
                    status.signedIn = inspection.signedIn;
+                   status.hasRunOut = inspection.hasRunOut;
                    self.publish(provider, std::move(status));
                  }));
 }

@@ -93,7 +93,15 @@ TEST_F(RuntimeDeskTest, ProgramThatHangsEndsTheQuestionAtItsLimit) {
     main_.post([] {});
     return !desk_->isAsking();
   }));
-  EXPECT_EQ(desk_->codexInstallStatus(), RuntimeInstallStatus::installed(custom_[codex]));
+  auto expected = RuntimeInstallStatus::installed(custom_[codex]);
+  expected.hasRunOut = true;
+  EXPECT_EQ(desk_->codexInstallStatus(), expected);
+  // Its next answer takes that back.
+  install(codex, "echo 1");
+  desk_->refreshCodexInstallStatus();
+  awaitAnswers();
+  EXPECT_EQ(desk_->codexInstallStatus().version, "1");
+  EXPECT_FALSE(desk_->codexInstallStatus().hasRunOut);
 }
 
 TEST_F(RuntimeDeskTest, AnswerOfAnEarlierRefreshIsDropped) {

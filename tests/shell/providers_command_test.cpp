@@ -71,6 +71,7 @@ TEST_F(ProvidersProgram, TableSaysWhatIsThereAndWhatToDo) {
   EXPECT_EQ(record->error, "");
   EXPECT_TRUE(record->output.contains("2.1 (Claude Code)  not signed in")) << record->output;
   EXPECT_TRUE(record->output.contains("sign in: vantrell login claude")) << record->output;
+  EXPECT_TRUE(record->output.contains("!  claude")) << record->output;
   EXPECT_FALSE(record->output.contains("more"));
   EXPECT_FALSE(record->output.contains('\x1b')) << "no colours for a pipe";
   for (const std::string_view id : {"grok", "codex", "kimi", "glm", "local", "tasklet"}) {
@@ -86,6 +87,7 @@ TEST_F(ProvidersProgram, JsonNamesTheNextStep) {
   EXPECT_EQ(json::textOr(codex, "path", ""), path);
   EXPECT_EQ(json::textOr(codex, "version", ""), "1");
   EXPECT_EQ(json::boolean(codex, "signedIn"), false);
+  EXPECT_EQ(json::boolean(codex, "answered"), true);
   EXPECT_EQ(next(codex), "login");
   install(".local/bin/codex", "exit 0");
   codex = provider("codex");
@@ -159,12 +161,31 @@ TEST_F(ProvidersProgram, WelcomeShowsWhatTheLoginShellKnows) {
   EXPECT_EQ(timesAsked(), 1U);
 }
 
+TEST_F(ProvidersProgram, DamagedSettingsAreToldAndKeepNobodyFromLooking) {
+  EXPECT_EQ(code(command({"settings", "kimi-path", install("my/kimi", "echo 4")})), 0);
+  const std::string settings = "config/vantrell/defaults.sqlite";
+  ASSERT_TRUE(std::filesystem::exists(home / settings));
+  home.file(settings, std::string(5000, 'x'));
+  for (const auto& arguments :
+       {std::vector<std::string>{"providers"}, std::vector<std::string>{"providers", "--json"},
+        std::vector<std::string>{"login", "kimi"}}) {
+    const auto record = command(arguments);
+    EXPECT_TRUE(
+        record->error.starts_with("vantrell: The paths that are set for programs do not "
+                                  "count now. "))
+        << record->error;
+    EXPECT_TRUE(record->error.contains(home / settings)) << record->error;
+    EXPECT_EQ(code(record), arguments[0] == "login" ? 1 : 0);
+  }
+  EXPECT_EQ(tests::TemporaryFolder::contentOf(home / settings), std::string(5000, 'x'));
+}
+
 TEST_F(ProvidersProgram, StoredPathCountsAndAUselessOneIsTold) {
   const auto path = install("my/kimi", "echo 4");
   EXPECT_EQ(code(command({"settings", "kimi-path", path})), 0);
   EXPECT_EQ(json::textOr(provider("kimi"), "path", ""), path);
   std::filesystem::remove(path);
-  EXPECT_EQ(json::textOr(provider("kimi"), "uselessCustomPath", ""), path);
+  EXPECT_EQ(json::textOr(provider("kimi"), "unusableCustomPath", ""), path);
   install(".local/bin/kimi", "echo 5");
   EXPECT_EQ(json::textOr(provider("kimi"), "version", ""), "5") << "the usual places follow";
   // What every message says about it can be typed.

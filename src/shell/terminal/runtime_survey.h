@@ -13,16 +13,9 @@
 #include "platform/program_runner.h"
 #include "platform/run_loop.h"
 #include "platform/user_defaults.h"
+#include "shell/terminal/next_step.h"
 
 namespace vantrell::shell {
-
-/// What there is to do next about a provider.
-struct NextStep {
-  enum class Kind { nothing, install, logIn, logInPerhaps, setUp };
-  Kind kind = Kind::nothing;
-  std::string command;  // to type; empty where there is none
-  std::string words;    // one line for people
-};
 
 class RuntimeSurvey {
  public:
@@ -40,7 +33,7 @@ class RuntimeSurvey {
     return desk_->status(provider);
   }
   /// A path that the user has set and that is no program.
-  std::optional<std::string> uselessCustomPath(AgentProvider provider) const;
+  std::optional<std::string> unusableCustomPath(AgentProvider provider) const;
   NextStep nextStep(AgentProvider provider) const;
 
  private:
