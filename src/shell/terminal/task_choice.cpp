@@ -4,6 +4,7 @@
 
 #include "runtimes/provider_registry.h"
 #include "shell/terminal/task_lookup.h"
+#include "shell/terminal/user_path.h"
 
 namespace vantrell::shell {
 
@@ -17,27 +18,32 @@ bool isUntouched(const ChatThread& thread) {
 
 }  // namespace
 
-std::expected<AgentProvider, UsageError> chooseProvider(const VantrellApp& app, const RunPlan& plan,
+std::expected<AgentProvider, UsageError> chooseProvider(RunLoop& loop, VantrellApp& app,
+                                                        const RunPlan& plan,
                                                         std::optional<AgentProvider> last) {
   if (plan.practiceAgent) return AgentProvider::local;
   const auto& named = plan.arguments.provider;
   const auto wanted = named ? named : last;
+  if (wanted && !isRunnable(*wanted)) {
+    return usageError(
+        fmt::format("This task was last worked on by {}, which this version cannot run "
+                    "yet. Go on with --provider kimi, glm or grok, or with --practice if "
+                    "it was the practice agent.",
+                    rawText(*wanted)));
+  }
+  const auto found =
+      findWithUserPath(loop, *app.model().runtimes, [&]() -> std::optional<AgentProvider> {
+        for (const auto provider : runnableProviders) {
+          if (wanted.value_or(provider) == provider && app.isAvailable(provider)) return provider;
+        }
+        return std::nullopt;
+      });
+  if (found) return *found;
   if (wanted) {
-    if (!isRunnable(*wanted)) {
-      return usageError(
-          fmt::format("This task was last worked on by {}, which this version cannot run "
-                      "yet. Go on with --provider kimi, glm or grok, or with --practice if "
-                      "it was the practice agent.",
-                      rawText(*wanted)));
-    }
-    if (app.isAvailable(*wanted)) return *wanted;
     return usageError(fmt::format(
         "{} is not installed. {} Or say where its program is with --executable, "
         "or try vantrell run --practice \"SAY:hello\".",
         ProviderRegistry::descriptor(*wanted).label, ProviderRegistry::setupHint(*wanted)));
-  }
-  for (const auto provider : runnableProviders) {
-    if (app.isAvailable(provider)) return provider;
   }
   return usageError(
       "No runtime is installed that this version can run. Install one of Kimi Code, OpenCode (for "
