@@ -81,11 +81,10 @@ VantrellApp::~VantrellApp() {
   model_.reset();
 }
 
-std::unique_ptr<UserDefaults> VantrellApp::defaultsForReading() {
+std::expected<std::unique_ptr<UserDefaults>, std::string> VantrellApp::defaultsForReading() {
   const std::string path = UserFolders{}.orOwn().defaultsPath();
   if (!files::exists(path)) return UserDefaults::inMemory();
-  auto opened = UserDefaults::open(path);
-  return opened ? std::move(*opened) : UserDefaults::inMemory();
+  return UserDefaults::open(path);
 }
 
 bool VantrellApp::isAvailable(AgentProvider provider) const {

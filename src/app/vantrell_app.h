@@ -40,9 +40,9 @@ class VantrellApp {
   static std::expected<std::unique_ptr<VantrellApp>, std::string> start(MainQueue& main,
                                                                         VantrellOptions options);
   ~VantrellApp();
-  /// The user's settings for a command that only looks: it needs no lock, and creates nothing. None
-  /// are there when they cannot be read.
-  static std::unique_ptr<UserDefaults> defaultsForReading();
+  /// The user's settings for a command that only looks: it needs no lock, and creates nothing. The
+  /// error is a sentence for the user.
+  static std::expected<std::unique_ptr<UserDefaults>, std::string> defaultsForReading();
 
   AppModel& model() { return *model_; }
   ProviderConnectorRegistry& connectors() { return connectors_; }

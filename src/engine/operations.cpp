@@ -151,7 +151,7 @@ void Operations::chooseProject() {
 void Operations::addWorkspace(std::string_view path) {
   const std::string folder = files::standardized(path);
   for (const auto& workspace : tree_.workspaces()) {
-    if (workspace.path == folder) return selectWorkspace(workspace.id);
+    if (files::standardized(workspace.path) == folder) return selectWorkspace(workspace.id);
   }
   Workspace workspace = Workspace::makeProject(folder, main_.now());
   const ThreadExecutionKey key{workspace.id, workspace.threads.front().id};

@@ -1,6 +1,7 @@
 #include "engine/runtime_desk.h"
 
 #include <fmt/format.h>
+#include <utility>
 
 #include "platform/program_runner.h"
 #include "platform/weakly.h"
@@ -94,24 +95,41 @@ void RuntimeDesk::refresh(AgentProvider provider) {
                    auto status = RuntimeInstallStatus::installed(path);
                    status.version = inspection.version;
                    status.signedIn = inspection.signedIn;
+                   status.hasRunOut = inspection.hasRunOut;
                    self.publish(provider, std::move(status));
                  }));
 }
 
+void RuntimeDesk::refresh(const std::vector<AgentProvider>& providers) {
+  // Before the first announcement, or it would look as if the last answer had come.
+  for (const auto provider : providers) entries_.at(provider).isAsking = true;
+  for (const auto provider : providers) refresh(provider);
+}
+
 void RuntimeDesk::refreshAll() {
-  if (userPath_ == UserPath::unread) {
-    userPath_ = UserPath::reading;
-    means_.readUserPath(weakly(this, [](RuntimeDesk& self) { self.userPathRead(); }));
+  if (userPath_ != UserPath::known) {
+    readUserPath(weakly(this, [](RuntimeDesk& self) {
+      // The user's own folders are searched last, so they change nothing for those that were found.
+      std::vector<AgentProvider> rest;
+      for (const auto provider : ownPrograms) {
+        if (!self.status(provider).isInstalled()) rest.push_back(provider);
+      }
+      self.refresh(rest);
+    }));
   }
-  for (const auto provider : ownPrograms) refresh(provider);
+  refresh({std::begin(ownPrograms), std::end(ownPrograms)});
+}
+
+void RuntimeDesk::readUserPath(std::function<void()> done) {
+  if (userPath_ == UserPath::known) return done();
+  whenUserPathIsKnown_.push_back(std::move(done));
+  if (std::exchange(userPath_, UserPath::reading) == UserPath::reading) return;
+  means_.readUserPath(weakly(this, [](RuntimeDesk& self) { self.userPathRead(); }));
 }
 
 void RuntimeDesk::userPathRead() {
   userPath_ = UserPath::known;
-  // The user's own folders are searched last, so they change nothing for those that were found.
-  for (const auto provider : ownPrograms) {
-    if (!status(provider).isInstalled()) refresh(provider);
-  }
+  for (const auto& done : std::exchange(whenUserPathIsKnown_, {})) done();
   announce();
 }
 

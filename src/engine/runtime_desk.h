@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "engine/changes.h"
 #include "engine/runtime_install_status.h"
@@ -51,6 +52,10 @@ class RuntimeDesk : public std::enable_shared_from_this<RuntimeDesk> {
   bool isAsking() const;
   bool isAsking(AgentProvider provider) const;
   bool isReadingUserPath() const { return userPath_ == UserPath::reading; }
+
+  /// Gets the folders of the user's own PATH into the search, which takes the login shell's time.
+  /// It is asked once; calls back when the answer is there, within this call if it is already.
+  void readUserPath(std::function<void()> done);
 
   /// Looks for the program, says at once whether it is there, and asks it in the background for the
   /// rest. What an earlier refresh still brings is dropped.
@@ -98,6 +103,7 @@ class RuntimeDesk : public std::enable_shared_from_this<RuntimeDesk> {
   void publish(AgentProvider provider, RuntimeInstallStatus status);
   void announce();
   void userPathRead();
+  void refresh(const std::vector<AgentProvider>& providers);
   void logInInBackground(AgentProvider provider);
   void logInInTerminal(AgentProvider provider);
   void loginEnded(AgentProvider provider, int status, const std::string& output);
@@ -108,6 +114,7 @@ class RuntimeDesk : public std::enable_shared_from_this<RuntimeDesk> {
   RuntimeMeans means_;
   std::map<AgentProvider, Entry> entries_;
   UserPath userPath_ = UserPath::known;
+  std::vector<std::function<void()>> whenUserPathIsKnown_;
 };
 
 }  // namespace vantrell

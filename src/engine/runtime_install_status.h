@@ -18,12 +18,19 @@ struct RuntimeInstallStatus {
   std::optional<std::string> version;
   /// Absent when it is not known. Codex and Claude alone can tell.
   std::optional<bool> signedIn;
+  /// It is there, but left a question unanswered for the time limit.
+  bool hasRunOut = false;
 
   static RuntimeInstallStatus installed(std::string path) {
-    return {.state = State::installed, .path = std::move(path), .version = {}, .signedIn = {}};
+    RuntimeInstallStatus status;
+    status.state = State::installed;
+    status.path = std::move(path);
+    return status;
   }
   static RuntimeInstallStatus missing() {
-    return {.state = State::missing, .path = {}, .version = {}, .signedIn = {}};
+    RuntimeInstallStatus status;
+    status.state = State::missing;
+    return status;
   }
   bool isInstalled() const { return state == State::installed; }
   bool operator==(const RuntimeInstallStatus&) const = default;

@@ -6,14 +6,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/dated_name.h"
 #include "platform/files.h"
 #include "platform/files_system.h"
 
 namespace vantrell::files {
 namespace {
-
-/// More copies of one second than this are a loop, not a user.
-constexpr int namesToTry = 1000;
 
 /// False with errno; EEXIST when the name is taken.
 bool renameToFreeName(const std::string& from, const std::string& to) {
@@ -31,22 +29,11 @@ bool renameToFreeName(const std::string& from, const std::string& to) {
 }  // namespace
 
 std::string asideName(const std::string& path, Date date) {
-  const std::string folder = parent(path);
   const std::string name = lastComponent(path);
   std::size_t dot = name.rfind('.');
   if (dot == 0) dot = name.npos;
-  const std::string stem = name.substr(0, dot);
-  const std::string extension = dot == name.npos ? "" : name.substr(dot);
-  // Colons are not for every file system.
-  std::string day = iso8601(date);
-  for (char& c : day) c = c == ':' ? '.' : c == 'T' ? ' ' : c;
-  const std::string base = fmt::format("{}/{} that could not be read {}", folder, stem, day);
-  std::string candidate = base + extension;
-  struct stat info{};
-  for (int i = 2; i < namesToTry && lstat(candidate.c_str(), &info) == 0; ++i) {
-    candidate = fmt::format("{} ({}){}", base, i, extension);
-  }
-  return candidate;
+  return datedName(parent(path), name.substr(0, dot) + " that could not be read", date,
+                   dot == name.npos ? "" : name.substr(dot));
 }
 
 Result<std::string> keepAside(const std::string& path, Date date) {

@@ -1,5 +1,6 @@
 #include "records/conversation_file.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <fmt/format.h>
 #include <memory>
@@ -71,6 +72,7 @@ std::expected<ConversationFile, DatabaseError> ConversationFile::open(const std:
 ConversationFile::FirstLook ConversationFile::lookAt(const std::string& path) {
   constexpr std::size_t headerLength = 100;
   constexpr std::size_t logHeaderLength = 32;
+  constexpr std::string_view magic("SQLite format 3\0", 16);
   const bool hasLog = sizeOf(path + "-wal") > logHeaderLength;
   const std::size_t size = sizeOf(path);  // 0 for what is no file: to open it will tell
   // SQLite drops the log of an empty file.
@@ -80,10 +82,11 @@ ConversationFile::FirstLook ConversationFile::lookAt(const std::string& path) {
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"),
                                                              std::fclose);
   if (!file) return {};  // to open it will tell why
-  if (std::fread(header, 1, headerLength, file.get()) != headerLength) return {"it is cut short"};
-  if (std::string_view(reinterpret_cast<const char*>(header), 15) != "SQLite format 3") {
-    return {"it is not a store of conversations"};
-  }
+  const std::size_t length = std::fread(header, 1, headerLength, file.get());
+  const std::string_view begin(reinterpret_cast<const char*>(header),
+                               std::min(length, magic.size()));
+  if (begin != magic.substr(0, begin.size())) return {"it is not a store of conversations"};
+  if (length != headerLength) return {"it is cut short"};
   std::size_t pageSize = bigEndian(header + 16, 2);
   if (pageSize == 1) pageSize = 65536;
   const std::size_t pages = bigEndian(header + 28, 4);

@@ -3,6 +3,8 @@
 #include <filesystem>
 #include <fmt/format.h>
 
+#include "platform/dated_name.h"
+
 namespace vantrell::keptAside {
 
 namespace {
@@ -32,18 +34,9 @@ std::uintmax_t promisedLength(const std::string& path, std::uintmax_t length) {
 
 }  // namespace
 
-std::string freeName(const std::string& folder, std::string_view what, Date now,
-                     std::string_view extension) {
-  for (int attempt = 1;; ++attempt) {
-    std::string path = fmt::format("{}/{} {}{}{}", folder, what, iso8601(now),
-                                   attempt == 1 ? "" : fmt::format(" {}", attempt), extension);
-    if (!files::exists(path)) return path;
-  }
-}
-
 files::Result<std::string> write(const std::string& folder, std::string_view what, Date now,
                                  std::string_view content) {
-  std::string path = freeName(folder, what, now, ".json");
+  std::string path = files::datedName(folder, what, now, ".json");
   if (auto written = files::writeAtomically(path, content, 0600); !written) {
     return std::unexpected(std::move(written.error()));
   }
@@ -51,7 +44,7 @@ files::Result<std::string> write(const std::string& folder, std::string_view wha
 }
 
 files::Result<std::string> moveDatabase(const std::string& path, std::string_view what, Date now) {
-  const std::string place = freeName(files::parent(path), what, now, ".sqlite");
+  const std::string place = files::datedName(files::parent(path), what, now, ".sqlite");
   std::error_code code;
   if (files::exists(path + "-wal")) {
     std::filesystem::rename(path + "-wal", place + "-wal", code);

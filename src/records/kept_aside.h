@@ -10,10 +10,7 @@
 
 namespace vantrell::keptAside {
 
-/// A path in the folder that is not taken yet: "conversations that could not be read DATE.json".
-std::string freeName(const std::string& folder, std::string_view what, Date now,
-                     std::string_view extension);
-/// Writes a new owner-only file and answers its path.
+/// Writes a new owner-only file under a `files::datedName` and answers its path.
 files::Result<std::string> write(const std::string& folder, std::string_view what, Date now,
                                  std::string_view content);
 /// Moves an SQLite file with its log and answers its new path. The log first: without it the file

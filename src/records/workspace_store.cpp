@@ -1,9 +1,11 @@
 #include "records/workspace_store.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fmt/format.h>
 #include <set>
 
+#include "platform/dated_name.h"
 #include "platform/files.h"
 #include "platform/user_defaults.h"
 #include "records/conversation_json.h"
@@ -38,6 +40,13 @@ void makeIDsUnique(std::vector<Workspace>& workspaces) {
       if (!seen.insert(thread.id).second) thread.id = Uuid::random();
     }
   }
+}
+
+/// More than an empty task, or a title.
+bool holdsConversations(const Workspace& workspace) {
+  return std::ranges::any_of(workspace.threads, [](const ChatThread& thread) {
+    return !thread.entries.empty() || !thread.runs.empty() || !thread.queuedPrompts.empty();
+  });
 }
 
 TreeChanges everything(const std::vector<Workspace>& workspaces) {
@@ -77,8 +86,40 @@ std::vector<Workspace> WorkspaceStore::load(Date now) {
   return workspaces;
 }
 
-void WorkspaceStore::applyLoadRules(std::vector<Workspace>& workspaces) const {
-  std::erase_if(workspaces, [](const Workspace& each) { return !files::exists(each.path); });
+// The folder may be on a disk that is not there today, so its conversations must outlive the rule.
+void WorkspaceStore::dropWithoutFolder(std::vector<Workspace>& workspaces) {
+  const auto isGone = [](const Workspace& each) { return !files::exists(each.path); };
+  std::vector<Workspace> gone;
+  std::ranges::copy_if(workspaces, std::back_inserter(gone), [&](const Workspace& each) {
+    return isGone(each) && holdsConversations(each);
+  });
+  // Where nothing may be written, nothing is lost.
+  if (gone.empty() || refusal_) {
+    std::erase_if(workspaces, isGone);
+    return;
+  }
+  std::string named;
+  for (const auto& each : gone) {
+    named += fmt::format("{}\"{}\" ({})", named.empty() ? "" : ", ", each.name, each.path);
+  }
+  const bool isOne = gone.size() == 1;
+  const std::string missing = fmt::format("The {} of {} {} missing", isOne ? "folder" : "folders",
+                                          named, isOne ? "is" : "are");
+  const auto kept = keptAside::write(supportFolder_, "conversations of missing folders", now_,
+                                     encodeWorkspaces(gone, conversationJson));
+  if (kept) {
+    std::erase_if(workspaces, isGone);
+    return tell(fmt::format(
+        "{}. The conversations there are no longer listed; they were kept in \"{}\", in "
+        "the form that \"vantrell settings import\" takes.",
+        missing, *kept));
+  }
+  tell(fmt::format("{}. The conversations there could not be kept elsewhere, so they stay: {}.",
+                   missing, kept.error().description));
+}
+
+void WorkspaceStore::applyLoadRules(std::vector<Workspace>& workspaces) {
+  dropWithoutFolder(workspaces);
   const auto general = std::ranges::find_if(workspaces, [this](const Workspace& each) {
     return files::standardized(each.path) == generalPath_;
   });
@@ -282,7 +323,7 @@ void WorkspaceStore::damageMet(const std::string& piece, const std::string& sent
   }
   if (!copy_) {
     const std::string path =
-        keptAside::freeName(supportFolder_, "conversations with damage", now_, ".sqlite");
+        files::datedName(supportFolder_, "conversations with damage", now_, ".sqlite");
     if (reader_ && reader_->file().copyTo(path)) copy_ = path;
   }
   if (!copy_) {
@@ -378,7 +419,9 @@ std::expected<WorkspaceStore::Peek, std::string> WorkspaceStore::peek() {
 std::expected<WorkspaceStore::Export, std::string> WorkspaceStore::exportDocument() {
   auto seen = peek();
   if (!seen) return std::unexpected(std::move(seen.error()));
-  Export result{encodeWorkspaces(seen->workspaces, conversationJson), std::nullopt};
+  Export result{.document = encodeWorkspaces(seen->workspaces, conversationJson)};
+  result.workspaces = seen->workspaces.size();
+  for (const auto& workspace : seen->workspaces) result.threads += workspace.threads.size();
   if (!seen->problems->empty()) result.notice = *seen->problems;
   return result;
 }
@@ -390,6 +433,10 @@ std::expected<WorkspaceStore::Import, std::string> WorkspaceStore::importDocumen
     return std::unexpected(fmt::format("The document cannot be read: {}", decoded.error().text()));
   }
   makeIDsUnique(*decoded);
+  // As the program writes paths: a folder is found by the text of its path.
+  for (auto& workspace : *decoded) {
+    if (workspace.path.starts_with('/')) workspace.path = files::standardized(workspace.path);
+  }
   const auto present = readTree(now);
   if (refusal_) return std::unexpected(*refusal_);
   const auto kept = keptAside::write(supportFolder_, "conversations replaced by an import", now,

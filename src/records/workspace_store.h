@@ -34,10 +34,11 @@ class WorkspaceStore {
   /// Working folder of the General workspace.
   const std::string& generalWorkspacePath() const { return generalPath_; }
 
-  /// The stored tree, without the workspaces whose folder has gone, with the General workspace in
-  /// front (made when there is none). Stores what it answers; `lastError` says when it could not.
-  /// Transcripts are read at the first look into them. What cannot be read is kept aside first, and
-  /// `notice` says where; when even that fails, nothing is ever written over it.
+  /// The stored tree, without the workspaces whose folder has gone (their conversations are kept
+  /// aside first, or they stay), with the General workspace in front (made when there is none).
+  /// Stores what it answers; `lastError` says when it could not. Transcripts are read at the first
+  /// look into them. What cannot be read is kept aside first, and `notice` says where; when even
+  /// that fails, nothing is ever written over it.
   std::vector<Workspace> load(Date now);
 
   struct Peek {
@@ -72,6 +73,7 @@ class WorkspaceStore {
   struct Export {
     std::string document;
     std::optional<std::string> notice;  // what of it could not be read
+    std::size_t workspaces = 0, threads = 0;
   };
   /// As peek() sees it.
   std::expected<Export, std::string> exportDocument();
@@ -91,7 +93,8 @@ class WorkspaceStore {
   std::vector<Workspace> salvage(const std::string& reason);
   std::vector<Workspace> readDocument(std::vector<Workspace> fromFile);
   std::optional<std::string> valueOfDocument() const;
-  void applyLoadRules(std::vector<Workspace>& workspaces) const;
+  void dropWithoutFolder(std::vector<Workspace>& workspaces);
+  void applyLoadRules(std::vector<Workspace>& workspaces);
   void adoptStrays(TreeReader& reader, std::vector<Workspace>& workspaces, Date now) const;
   std::expected<void, std::string> commit(const std::vector<Workspace>& workspaces,
                                           const TreeChanges& changes);

@@ -70,7 +70,7 @@ void runRuntime(ProgramRunner& runner, AgentProvider provider, const std::string
               .input = std::nullopt},
              [completion = std::move(completion)](const ProgramRunner::Outcome& outcome) {
                const std::string output = text::repaired(outcome.output);
-               completion({std::string(text::trimmed(output)), outcome.status});
+               completion({std::string(text::trimmed(output)), outcome.status, outcome.hasRunOut});
              });
 }
 
@@ -79,13 +79,15 @@ void inspectRuntime(ProgramRunner& runner, AgentProvider provider, const std::st
   runRuntime(runner, provider, executable, {"--version"}, informationLimit,
              [weak = runner.weak_from_this(), provider, executable,
               completion = std::move(completion)](const RuntimeAnswer& answer) {
-               RuntimeInspection inspection{.version = versionIn(answer), .signedIn = {}};
+               RuntimeInspection inspection{
+                   .version = versionIn(answer), .signedIn = {}, .hasRunOut = answer.hasRunOut};
                const auto* question = signInQuestionOf(provider);
                const auto strong = weak.lock();
                if (!question || !strong) return completion(std::move(inspection));
                runRuntime(*strong, provider, executable, question->arguments, informationLimit,
                           [question, inspection, completion](const RuntimeAnswer& status) mutable {
                             inspection.signedIn = question->reading(status);
+                            inspection.hasRunOut = inspection.hasRunOut || status.hasRunOut;
                             completion(std::move(inspection));
                           });
              });

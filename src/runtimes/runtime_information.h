@@ -21,6 +21,7 @@ inline constexpr std::chrono::seconds informationLimit{15};
 struct RuntimeAnswer {
   std::string text;
   int status = -1;
+  bool hasRunOut = false;  // of time
 };
 
 /// Runs the provider's program in the environment of its runtime, without input, with standard
@@ -33,6 +34,7 @@ void runRuntime(ProgramRunner& runner, AgentProvider provider, const std::string
 struct RuntimeInspection {
   std::optional<std::string> version;
   std::optional<bool> signedIn;  // absent when not known, or when the runtime has no word for it
+  bool hasRunOut = false;        // some question was not answered in time
 };
 /// Asks for the version and, where the runtime can tell, whether it is signed in. Each question has
 /// the limit above. Main queue.

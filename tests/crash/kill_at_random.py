@@ -151,7 +151,7 @@ class Rounds:
             ["pin", thread],
             ["archive", thread],
             ["archive", "--off", thread],
-            ["new", "--project", str(self.home.project), "New one"],
+            ["new", "--project", str(self.home.project), f"New {self.random.random()}"],
             ["tasks"],
         ])
 
@@ -177,8 +177,11 @@ class Rounds:
         entries, runs = self.home.committed()
         after = self.home.export()
         self.check(entries, runs, after)
-        if ended_well and arguments[0] == "run":
-            self.check_done(arguments[-1], output, after)
+        if ended_well:
+            if arguments[0] == "run":
+                self.check_run(arguments[-1], output, after)
+            else:
+                self.check_change(arguments, tree, after)
         return after
 
     def check(self, entries, runs, after):
@@ -203,7 +206,26 @@ class Rounds:
         identifiers = [thread["id"] for thread in threads]
         demand(len(identifiers) == len(set(identifiers)), "a task stands twice")
 
-    def check_done(self, prompt, output, after):
+    def check_change(self, arguments, before, after):
+        """The command ended well, so what it was told to do is stored."""
+        command, *words = arguments
+        threads = {thread["id"]: thread for thread in threads_of(after)}
+        if command == "rename":
+            demand(threads[words[0]]["title"] == words[1], f"{arguments} is not stored")
+        elif command == "pin":
+            demand(threads[words[0]]["isPinned"], f"{arguments} is not stored")
+        elif command == "archive":
+            wanted = words[0] != "--off"
+            demand(threads[words[-1]]["isArchived"] == wanted, f"{arguments} is not stored")
+        elif command == "new":
+            known = {thread["id"] for thread in threads_of(before)}
+            titles = [thread["title"] for thread in threads.values()]
+            demand(titles.count(words[-1]) == 1, f"{arguments} is not stored, or not once")
+            demand(known <= threads.keys(), f"{arguments} took a task away")
+        else:
+            demand(command == "tasks", f"nobody checks what {arguments} did")
+
+    def check_run(self, prompt, output, after):
         """The command said that it was done, so it is stored."""
         entries = {e["id"]: e for thread in threads_of(after) for e in thread["entries"]}
         runs = {r["prompt"]: r for thread in threads_of(after) for r in thread["runs"]}

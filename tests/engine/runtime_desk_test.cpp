@@ -93,7 +93,15 @@ TEST_F(RuntimeDeskTest, ProgramThatHangsEndsTheQuestionAtItsLimit) {
     main_.post([] {});
     return !desk_->isAsking();
   }));
-  EXPECT_EQ(desk_->codexInstallStatus(), RuntimeInstallStatus::installed(custom_[codex]));
+  auto expected = RuntimeInstallStatus::installed(custom_[codex]);
+  expected.hasRunOut = true;
+  EXPECT_EQ(desk_->codexInstallStatus(), expected);
+  // Its next answer takes that back.
+  install(codex, "echo 1");
+  desk_->refreshCodexInstallStatus();
+  awaitAnswers();
+  EXPECT_EQ(desk_->codexInstallStatus().version, "1");
+  EXPECT_FALSE(desk_->codexInstallStatus().hasRunOut);
 }
 
 TEST_F(RuntimeDeskTest, AnswerOfAnEarlierRefreshIsDropped) {
@@ -148,6 +156,49 @@ TEST_F(RuntimeDeskTest, WhatIsNotFoundWaitsForTheUsersOwnPathWhichIsReadOnce) {
   EXPECT_EQ(desk_->kimiInstallStatus().version, "7");
   EXPECT_EQ(desk_->installStatus().version, "8");
   EXPECT_NE(desk_->claudeInstallStatus().state, State::checking);
+}
+
+TEST_F(RuntimeDeskTest, ToAskSeveralIsNotOverBeforeTheLastHasAnswered) {
+  std::function<void()> pathIsRead;
+  means_.readUserPath = [&](std::function<void()> done) { pathIsRead = std::move(done); };
+  makeDesk();
+  // The others are missing, and say so before it is asked and while it is.
+  program("tools/claude", "[ $1 = auth ] && exit 1; echo 7");
+  std::vector<bool> signedInWhenOver;
+  const auto watch = changes_.observe([&](const Change&) {
+    if (!desk_->isAsking()) {
+      signedInWhenOver.push_back(desk_->claudeInstallStatus().signedIn.has_value());
+    }
+  });
+  desk_->refreshAll();
+  loginShell::keepFolders({home_ / "tools"});
+  pathIsRead();
+  awaitAnswers();
+  EXPECT_EQ(signedInWhenOver, std::vector{true});
+  signedInWhenOver.clear();
+  desk_->refreshAll();
+  awaitAnswers();
+  EXPECT_EQ(signedInWhenOver, std::vector{true}) << "also when the PATH is known";
+}
+
+TEST_F(RuntimeDeskTest, UsersPathIsReadOnceForAllWhoWaitAndStartsNoProgram) {
+  std::vector<std::function<void()>> readings;
+  means_.readUserPath = [&](std::function<void()> done) { readings.push_back(std::move(done)); };
+  makeDesk();
+  install(kimi, logging + std::string("echo 1"));
+  int known = 0;
+  desk_->readUserPath([&] { ++known; });
+  desk_->readUserPath([&] { ++known; });
+  ASSERT_EQ(readings.size(), 1U);
+  EXPECT_EQ(known, 0);
+  EXPECT_TRUE(desk_->isReadingUserPath());
+  readings[0]();
+  EXPECT_EQ(known, 2);
+  desk_->readUserPath([&] { ++known; });
+  EXPECT_EQ(known, 3);
+  EXPECT_EQ(readings.size(), 1U);
+  EXPECT_FALSE(desk_->isAsking());
+  EXPECT_EQ(starts(kimi, "--version"), 0U);
 }
 
 // ---- signing in ---------------------------------------------------------------------------------

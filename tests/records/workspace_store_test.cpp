@@ -1,11 +1,14 @@
 #include "records/workspace_store.h"
 
+#include <csignal>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include "platform/user_defaults.h"
 #include "records/conversation_json.h"
+#include "support/in_child.h"
 #include "support/temporary_folder.h"
 
 namespace vantrell {
@@ -60,6 +63,90 @@ TEST_F(WorkspaceStoreTest, DropsWorkspacesWhoseFolderHasGone) {
   EXPECT_EQ(loaded[0].name, "General");
   EXPECT_EQ(loaded[1], kept);
   EXPECT_EQ(stored(), loaded);
+}
+
+TEST_F(WorkspaceStoreTest, ConversationsOfMissingFoldersAreKeptAsideAndTold) {
+  const auto withRun = [](Workspace workspace) {
+    workspace.threads[0].runs.emplace_back().id = Uuid::random();
+    return workspace;
+  };
+  Workspace spoken = project("spoken");
+  ChatEntry entry;
+  entry.id = "e";
+  entry.text = "precious";
+  spoken.threads[0].entries.append(std::move(entry));
+  const Workspace run = withRun(project("run"));
+  const Workspace empty = project("empty");
+  const Workspace there = withRun(project("there"));
+  const std::string folder = support();
+  {
+    WorkspaceStore store(*defaults_, folder);
+    store.load(now);
+    ASSERT_TRUE(store.save({spoken, there, empty, run})) << store.lastError();
+  }
+  for (const auto& path : {spoken.path, run.path, empty.path}) std::filesystem::remove(path);
+
+  const auto keptFiles = [&] {
+    auto names = folder_.names("support");
+    std::erase_if(names, [](const std::string& each) { return !each.ends_with(".json"); });
+    return names;
+  };
+  {
+    WorkspaceStore store(*defaults_, folder);
+    const auto loaded = store.load(now);
+    ASSERT_EQ(loaded.size(), 2U);
+    EXPECT_EQ(loaded[1], there);
+    ASSERT_EQ(keptFiles().size(), 1U);
+    const std::string name = *keptFiles().begin();
+    EXPECT_TRUE(name.starts_with("conversations of missing folders 2001-01-01 00.16.40Z")) << name;
+    ASSERT_TRUE(store.notice());
+    for (const auto& part : {spoken.path, run.path, "\"" + folder + "/" + name + "\""}) {
+      EXPECT_TRUE(store.notice()->contains(part)) << *store.notice();
+    }
+    EXPECT_FALSE(store.notice()->contains(empty.path)) << "nothing of it is lost";
+    const auto kept =
+        decodeWorkspaces(tests::TemporaryFolder::contentOf(folder + "/" + name), conversationJson);
+    ASSERT_TRUE(kept);
+    EXPECT_EQ(*kept, (std::vector{spoken, run}));
+  }
+  WorkspaceStore again(*defaults_, folder);
+  EXPECT_EQ(again.load(now).size(), 2U);
+  EXPECT_EQ(again.notice(), std::nullopt) << "told once";
+  EXPECT_EQ(keptFiles().size(), 1U);
+}
+
+TEST_F(WorkspaceStoreTest, ConversationsOfMissingFoldersStayWhenTheyCannotBeKeptAside) {
+  Workspace gone = project("gone");
+  gone.threads[0].runs.emplace_back().id = Uuid::random();
+  const std::string folder = support();
+  const auto large = [&] {
+    WorkspaceStore store(*defaults_, folder);
+    store.load(now);
+    // More text than the limit below leaves room for in one file.
+    ChatEntry entry;
+    entry.id = "e";
+    entry.text = std::string(2'000'000, 'x');
+    gone.threads[0].entries.append(std::move(entry));
+    return store.save({gone});
+  }();
+  ASSERT_TRUE(large);
+  std::filesystem::remove(gone.path);
+  const int status = tests::inChild([&] {
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    limit.rlim_cur = 1'000'000;
+    if (setrlimit(RLIMIT_FSIZE, &limit) != 0) return 1;
+    WorkspaceStore store(*defaults_, folder);
+    const auto loaded = store.load(now);
+    if (loaded.size() != 2 || loaded[1] != gone) return 2;
+    return store.notice() && store.notice()->contains(gone.path) ? 0 : 3;
+  });
+  EXPECT_EQ(status, 0);
+  WorkspaceStore store(*defaults_, folder);
+  EXPECT_EQ(store.load(now).size(), 1U) << "with room for the copy they go";
+  ASSERT_TRUE(store.notice());
+  EXPECT_TRUE(store.notice()->contains("kept in")) << *store.notice();
 }
 
 TEST_F(WorkspaceStoreTest, GeneralWorkspaceMovesToTheFrontUnderItsOwnName) {

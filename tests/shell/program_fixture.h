@@ -22,6 +22,7 @@ class TerminalProgram : public ProcessTest {
     return {.executable = terminal::programFolder() + "/vantrell",
             .arguments = std::move(arguments),
             .environment = {{"PATH", "/usr/bin:/bin"},
+                            {"SHELL", "/bin/sh"},
                             {"HOME", home.path()},
                             {"TERM", "xterm"},
                             {"XDG_DATA_HOME", home / "data"},

@@ -25,9 +25,10 @@ class ProvidersProgram : public tests::TerminalProgram {
     auto options = vantrell({});
     const std::string program = options.executable;
     options.executable = "/usr/bin/script";
-    options.arguments = {"-qec", "'" + program + "' " + commandLine, "/dev/null"};
+    // Its $SHELL runs the command, so the one to be asked is named behind it.
+    options.arguments = {"-qec", "SHELL='" + shell + "' '" + program + "' " + commandLine,
+                         "/dev/null"};
     options.environment["ANTHROPIC_API_KEY"] = "secret";
-    options.environment["SHELL"] = "/bin/sh";
     options.standardInput = ProcessOptions::Input::null;
     return run(std::move(options));
   }
@@ -46,6 +47,20 @@ class ProvidersProgram : public tests::TerminalProgram {
     return json::textOr(*json::object(provider, "next"), "kind", "?");
   }
 
+  /// The login shell knows the folder "tools", and notes that it was asked.
+  void useShellWithTools() {
+    shell = install("shell", "echo asked >> \"$0.log\"\nexec env PATH=" + (home / "tools") +
+                                 ":/usr/bin:/bin /bin/sh -c \"$4\"");
+  }
+  std::size_t timesAsked() const {
+    return std::ranges::count(tests::TemporaryFolder::contentOf(shell + ".log"), '\n');
+  }
+  /// An agent that lies at this place.
+  std::string installAgent(const std::string& place) const {
+    return install(place,
+                   "exec '" + terminal::programFolder() + "/vantrell-practice-agent' \"$@\"");
+  }
+
   std::string shell = "/bin/sh";
 };
 
@@ -56,6 +71,7 @@ TEST_F(ProvidersProgram, TableSaysWhatIsThereAndWhatToDo) {
   EXPECT_EQ(record->error, "");
   EXPECT_TRUE(record->output.contains("2.1 (Claude Code)  not signed in")) << record->output;
   EXPECT_TRUE(record->output.contains("sign in: vantrell login claude")) << record->output;
+  EXPECT_TRUE(record->output.contains("!  claude")) << record->output;
   EXPECT_FALSE(record->output.contains("more"));
   EXPECT_FALSE(record->output.contains('\x1b')) << "no colours for a pipe";
   for (const std::string_view id : {"grok", "codex", "kimi", "glm", "local", "tasklet"}) {
@@ -71,6 +87,7 @@ TEST_F(ProvidersProgram, JsonNamesTheNextStep) {
   EXPECT_EQ(json::textOr(codex, "path", ""), path);
   EXPECT_EQ(json::textOr(codex, "version", ""), "1");
   EXPECT_EQ(json::boolean(codex, "signedIn"), false);
+  EXPECT_EQ(json::boolean(codex, "answered"), true);
   EXPECT_EQ(next(codex), "login");
   install(".local/bin/codex", "exit 0");
   codex = provider("codex");
@@ -82,11 +99,85 @@ TEST_F(ProvidersProgram, JsonNamesTheNextStep) {
   EXPECT_EQ(next(provider("tasklet")), "set_up");
 }
 
-TEST_F(ProvidersProgram, ProgramInTheLoginShellsPathIsFound) {
+TEST_F(ProvidersProgram, ProgramsInTheLoginShellsPathAreFoundAndAsked) {
   const auto path = install("tools/kimi", "echo 3");
-  shell =
-      install("shell", "exec env PATH=" + (home / "tools") + ":/usr/bin:/bin /bin/sh -c \"$4\"");
-  EXPECT_EQ(json::textOr(provider("kimi"), "path", ""), path);
+  install("tools/claude", "[ $1 = auth ] && exit 1; echo 4");
+  useShellWithTools();
+  const auto kimi = provider("kimi");
+  EXPECT_EQ(json::textOr(kimi, "path", ""), path);
+  EXPECT_EQ(json::textOr(kimi, "version", ""), "3");
+  const auto claude = provider("claude");
+  EXPECT_EQ(json::textOr(claude, "version", ""), "4");
+  EXPECT_EQ(json::boolean(claude, "signedIn"), false);
+}
+
+TEST_F(ProvidersProgram, RunFromAMenuFindsWhatTheLoginShellKnows) {
+  installAgent("tools/kimi");
+  auto record = command({"run", "--provider", "kimi", "SAY:hi"});
+  EXPECT_EQ(code(record), 2);
+  EXPECT_TRUE(record->error.contains("Kimi Code is not installed.")) << record->error;
+  useShellWithTools();
+  for (const auto& arguments : {std::vector<std::string>{"run", "--provider", "kimi", "SAY:hi"},
+                                std::vector<std::string>{"run", "SAY:hi"}}) {
+    record = command(arguments);
+    EXPECT_EQ(code(record), 0) << record->error;
+    EXPECT_TRUE(record->output.contains("✓ Kimi finished the task.")) << record->output;
+  }
+  EXPECT_EQ(timesAsked(), 2U) << "once for each start";
+}
+
+TEST_F(ProvidersProgram, RunFromAMenuStartsAProgramWhoseInterpreterTheLoginShellKnows) {
+  install(".local/bin/kimi", "");
+  home.file(".local/bin/kimi", "#!/usr/bin/env tool-interpreter\n");
+  install("tools/tool-interpreter",
+          "shift; exec '" + terminal::programFolder() + "/vantrell-practice-agent' \"$@\"");
+  useShellWithTools();
+  const auto record = command({"run", "--provider", "kimi", "SAY:hi"});
+  EXPECT_EQ(code(record), 0) << record->output << record->error;
+}
+
+TEST_F(ProvidersProgram, RunAtATerminalAsksTheLoginShellOnlyForWhatItDoesNotFind) {
+  if (::access("/usr/bin/script", X_OK) != 0) GTEST_SKIP() << "no program to make a terminal";
+  useShellWithTools();
+  installAgent(".local/bin/kimi");
+  auto record = atATerminal("run SAY:hi");
+  EXPECT_EQ(code(record), 0) << record->output;
+  EXPECT_EQ(timesAsked(), 0U);
+  installAgent("tools/grok");
+  record = atATerminal("run --provider grok SAY:hi");
+  EXPECT_EQ(code(record), 0) << record->output;
+  EXPECT_EQ(timesAsked(), 1U);
+  EXPECT_EQ(code(atATerminal("run --practice SAY:hi")), 0);
+  EXPECT_EQ(timesAsked(), 1U) << "the practice agent needs no PATH";
+}
+
+TEST_F(ProvidersProgram, WelcomeShowsWhatTheLoginShellKnows) {
+  const auto path = installAgent("tools/opencode");
+  useShellWithTools();
+  const auto record = command({});
+  EXPECT_EQ(code(record), 0) << record->error;
+  EXPECT_TRUE(record->output.contains(path)) << record->output;
+  EXPECT_TRUE(record->output.contains("vantrell run \"explain this project\"")) << record->output;
+  EXPECT_EQ(timesAsked(), 1U);
+}
+
+TEST_F(ProvidersProgram, DamagedSettingsAreToldAndKeepNobodyFromLooking) {
+  EXPECT_EQ(code(command({"settings", "kimi-path", install("my/kimi", "echo 4")})), 0);
+  const std::string settings = "config/vantrell/defaults.sqlite";
+  ASSERT_TRUE(std::filesystem::exists(home / settings));
+  home.file(settings, std::string(5000, 'x'));
+  for (const auto& arguments :
+       {std::vector<std::string>{"providers"}, std::vector<std::string>{"providers", "--json"},
+        std::vector<std::string>{"login", "kimi"}}) {
+    const auto record = command(arguments);
+    EXPECT_TRUE(
+        record->error.starts_with("vantrell: The paths that are set for programs do not "
+                                  "count now. "))
+        << record->error;
+    EXPECT_TRUE(record->error.contains(home / settings)) << record->error;
+    EXPECT_EQ(code(record), arguments[0] == "login" ? 1 : 0);
+  }
+  EXPECT_EQ(tests::TemporaryFolder::contentOf(home / settings), std::string(5000, 'x'));
 }
 
 TEST_F(ProvidersProgram, StoredPathCountsAndAUselessOneIsTold) {
@@ -94,7 +185,7 @@ TEST_F(ProvidersProgram, StoredPathCountsAndAUselessOneIsTold) {
   EXPECT_EQ(code(command({"settings", "kimi-path", path})), 0);
   EXPECT_EQ(json::textOr(provider("kimi"), "path", ""), path);
   std::filesystem::remove(path);
-  EXPECT_EQ(json::textOr(provider("kimi"), "uselessCustomPath", ""), path);
+  EXPECT_EQ(json::textOr(provider("kimi"), "unusableCustomPath", ""), path);
   install(".local/bin/kimi", "echo 5");
   EXPECT_EQ(json::textOr(provider("kimi"), "version", ""), "5") << "the usual places follow";
   // What every message says about it can be typed.

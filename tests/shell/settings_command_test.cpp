@@ -109,6 +109,7 @@ TEST_F(SettingsCommand, TellsMistakesApartAndChangesNothing) {
       {{"mode", "full_access"}, 2, "person"},
       {{"workflow", "plan", "now"}, 2, "in quotes"},
       {{"--json", "workflow", "plan"}, 2, "Leave it out"},
+      {{"--yes", "workflow", "plan"}, 2, "--yes is for import"},
   };
   for (const auto& [words, status, text] : cases) {
     const auto record = settings(words);
@@ -117,6 +118,32 @@ TEST_F(SettingsCommand, TellsMistakesApartAndChangesNothing) {
     EXPECT_EQ(record->output, "");
   }
   EXPECT_FALSE(files::exists(home / "config"));
+}
+
+TEST_F(SettingsCommand, ImportReplacesOnlyWhatItMay) {
+  const std::string file = home / "all.json";
+  const auto titles = [&] { return run(vantrell({"tasks", "--json"}))->output; };
+  ASSERT_EQ(code(run(vantrell({"new", "First"}))), 0);
+  const auto exported = settings({"export", file});
+  EXPECT_EQ(code(exported), 0) << exported->error;
+  EXPECT_EQ(exported->output, "2 conversations in 2 projects written to \"" + file + "\".\n");
+  ASSERT_EQ(code(run(vantrell({"new", "Second"}))), 0);
+  const auto before = titles();
+
+  const auto unasked = settings({"import", file});
+  EXPECT_EQ(code(unasked), 2);
+  EXPECT_THAT(unasked->error, HasSubstr("--yes"));
+  EXPECT_EQ(titles(), before);
+
+  const auto imported = settings({"import", "--yes", file});
+  EXPECT_EQ(code(imported), 0) << imported->error;
+  EXPECT_THAT(imported->output, HasSubstr("2 conversations in 2 projects imported."));
+  EXPECT_THAT(titles(), HasSubstr("First"));
+  EXPECT_THAT(titles(), testing::Not(HasSubstr("Second")));
+
+  std::filesystem::remove_all(home / "data");
+  EXPECT_EQ(code(settings({"import", file})), 0) << "there is nothing to replace";
+  EXPECT_THAT(titles(), HasSubstr("First"));
 }
 
 TEST_F(SettingsCommand, ShowsButDoesNotChangeWhileTheProgramRuns) {

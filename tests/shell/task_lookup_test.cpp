@@ -13,6 +13,8 @@ using tests::taskWithID;
 class TaskLookup : public ::testing::Test {
  protected:
   TaskLookup() {
+    workspaces[0].id = *Uuid::parse("00000000-2222-4222-8222-222222222222");
+    workspaces[1].id = *Uuid::parse("11111111-2222-4222-8222-222222222222");
     workspaces[2].id = *Uuid::parse("ABCDEF00-2222-4222-8222-222222222222");
     workspaces[3].id = *Uuid::parse("ABCDEF11-2222-4222-8222-222222222222");
   }
@@ -37,6 +39,10 @@ class TaskLookup : public ::testing::Test {
 
 TEST_F(TaskLookup, AnyBeginningOfAnIDThatNoOtherTaskHasNamesIt) {
   const std::vector<std::pair<std::string_view, std::string_view>> cases = {
+      {"0", "chat"},
+      {"1", "third"},
+      {"-1-", "third"},
+      {"123", "third"},
       {"3F2A", "first"},
       {"3f2b", "second"},
       {"3f2a-91c0", "first"},
@@ -49,9 +55,10 @@ TEST_F(TaskLookup, AnyBeginningOfAnIDThatNoOtherTaskHasNamesIt) {
 
 TEST_F(TaskLookup, WhatNamesNoTaskOrSeveralSaysWhatToDo) {
   const std::vector<std::pair<std::string_view, std::vector<std::string_view>>> cases = {
-      {"3F2", {"at least 4", "vantrell tasks"}},
-      {"-3-F-2", {"at least 4"}},
-      {"first", {"\"first\" is no ID"}},
+      {"3", {"Several tasks begin with 3.", "  first (web)", "  second (web)"}},
+      {"-3-F-2", {"Several tasks begin with -3-F-2."}},
+      {"first", {"\"first\" is no ID", "vantrell tasks"}},
+      {"-", {"is no ID"}},
       {"", {"is no ID"}},
       {"FFFF", {"There is no task FFFF", "vantrell tasks --all"}},
       {"3F2A91C0-1111-4111-8111-1111111111110", {"There is no task"}},
@@ -87,7 +94,9 @@ TEST_F(TaskLookup, ProjectsGoByFolderNameAndID) {
       {"ABCDEF11-2222", "/home/bob/web"},
       {"./nowhere", "error: "},
       {"nowhere", "error: There is no project nowhere"},
-      {"abc", "error: There is no project abc"},
+      {"abd", "error: There is no project abd"},
+      {"a", "error: Several projects"},
+      {"1", "/home/ada/web"},
       {"web", "error: Several projects are meant by web"},
       {"abcdef", "error: Several projects"},
   };

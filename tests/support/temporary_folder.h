@@ -14,11 +14,10 @@ namespace vantrell::tests {
 
 class TemporaryFolder {
  public:
-  TemporaryFolder() {
+  TemporaryFolder() : TemporaryFolder(std::filesystem::temp_directory_path()) {}
+  explicit TemporaryFolder(const std::filesystem::path& base) {
     // Canonical, so that a test can compare paths that the system resolved.
-    std::string pattern =
-        (std::filesystem::canonical(std::filesystem::temp_directory_path()) / "vantrell-XXXXXX")
-            .native();
+    std::string pattern = (std::filesystem::canonical(base) / "vantrell-XXXXXX").native();
     if (!mkdtemp(pattern.data())) throw std::runtime_error("no temporary folder: " + pattern);
     path_ = pattern;
   }

@@ -22,6 +22,7 @@ namespace {
 struct Row {
   AgentProvider provider;
   bool isThere = false;
+  std::string_view mark;
   std::string version, signIn, place;
   std::vector<std::string> remarks;  // a line each
 };
@@ -46,23 +47,31 @@ Row rowOf(const RuntimeSurvey& survey, AgentProvider provider) {
   const auto step = survey.nextStep(provider);
   Row row{.provider = provider,
           .isThere = status.isInstalled(),
+          .mark = mark(status, step),
           .version = "-",
           .signIn = "-",
           .place = "not found",
           .remarks = {}};
-  if (const auto useless = survey.uselessCustomPath(provider)) {
+  if (const auto unusable = survey.unusableCustomPath(provider)) {
     row.remarks.push_back(
-        fmt::format("the path that is set for it is no program: {}", shortPath(*useless)));
+        fmt::format("the path that is set for it is no program: {}", shortPath(*unusable)));
   }
   if (status.isInstalled()) {
-    row.version = status.version ? firstLine(*status.version) : "not known";
+    row.version = status.version     ? firstLine(*status.version)
+                  : status.hasRunOut ? "no answer"
+                                     : "not known";
     row.signIn = signInWord(status);
     row.place = shortPath(status.path);
   } else if (step.kind == NextStep::Kind::setUp) {
     row.place = "no program of its own";
   }
-  row.remarks.push_back(step.words);
+  row.remarks.push_back(onOneLine(step.words));
   return row;
+}
+
+auto styleOfMark(std::string_view mark) {
+  if (mark == "✓") return &TerminalStyle::green;
+  return mark == "○" ? &TerminalStyle::dim : &TerminalStyle::yellow;
 }
 
 /// One table, with what to do about each provider below its row: as a column it would leave no room
@@ -76,7 +85,7 @@ std::string tableOf(const std::vector<Row>& rows, const TerminalStyle& style) {
                    {.heading = "PROGRAM", .least = 12, .cutsFront = true}});
   for (const auto& row : rows) {
     const auto place = row.isThere ? nullptr : &TerminalStyle::dim;
-    table.add({{row.isThere ? "✓" : "○", row.isThere ? &TerminalStyle::green : &TerminalStyle::dim},
+    table.add({{std::string(row.mark), styleOfMark(row.mark)},
                {std::string(rawText(row.provider)), &TerminalStyle::bold},
                {ProviderRegistry::descriptor(row.provider).label},
                {row.version},
@@ -97,8 +106,8 @@ std::string tableOf(const std::vector<Row>& rows, const TerminalStyle& style) {
 }
 
 JsonObject jsonOf(const RuntimeSurvey& survey, AgentProvider provider) {
-  static constexpr std::string_view kinds[] = {"ready", "install", "login", "login_if_needed",
-                                               "set_up"};
+  static constexpr std::string_view kinds[] = {"ready",           "install", "login",
+                                               "login_if_needed", "set_up",  "try"};
   const auto& status = survey.status(provider);
   const auto step = survey.nextStep(provider);
   const auto orNull = [](const auto& value) { return value ? Json(*value) : Json(); };
@@ -111,7 +120,8 @@ JsonObject jsonOf(const RuntimeSurvey& survey, AgentProvider provider) {
       {"path", orNull(status.isInstalled() ? std::optional(status.path) : std::nullopt)},
       {"version", orNull(status.version)},
       {"signedIn", orNull(status.signedIn)},
-      {"uselessCustomPath", orNull(survey.uselessCustomPath(provider))},
+      {"answered", orNull(status.isInstalled() ? std::optional(!status.hasRunOut) : std::nullopt)},
+      {"unusableCustomPath", orNull(survey.unusableCustomPath(provider))},
       {"next", std::move(next)}};
   return object;
 }

@@ -96,7 +96,7 @@ class Performance {
       executableOwner_ = last;
     }
     findOutAbout(plan_.arguments.provider ? plan_.arguments.provider : last);
-    const auto provider = chooseProvider(app_, plan_, last);
+    const auto provider = chooseProvider(loop_, app_, plan_, last);
     if (!provider) return std::unexpected(provider.error());
     const auto key = openTask(app_.model(), plan_, *provider);
     if (!key) return std::unexpected(key.error());

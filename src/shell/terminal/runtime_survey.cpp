@@ -8,11 +8,10 @@
 #include "app/vantrell_app.h"
 #include "platform/text.h"
 #include "runtimes/locators.h"
-#include "runtimes/provider_registry.h"
 #include "runtimes/runtime_locator.h"
-#include "runtimes/runtime_login.h"
-#include "shell/terminal/run_preparation.h"
+#include "shell/terminal/plain_words.h"
 #include "shell/terminal/terminal_style.h"
+#include "shell/terminal/user_path.h"
 
 namespace vantrell::shell {
 
@@ -59,22 +58,18 @@ class WaitingLine {
   bool isShown_ = false;
 };
 
-NextStep signInStep(AgentProvider provider, const RuntimeInstallStatus& status) {
-  const std::string command = fmt::format("vantrell login {}", rawText(provider));
-  if (status.signedIn == false) {
-    return {NextStep::Kind::logIn, command, fmt::format("sign in: {}", command)};
-  }
-  if (!status.signedIn) {
-    return {NextStep::Kind::logInPerhaps, command,
-            fmt::format("ready, if it is signed in; else: {}", command)};
-  }
-  return {NextStep::Kind::nothing, "", "ready"};
+/// What cannot be read is told, and does not keep anybody from looking.
+std::unique_ptr<UserDefaults> storedOrNone() {
+  auto stored = VantrellApp::defaultsForReading();
+  if (stored) return std::move(*stored);
+  complain(fmt::format("The paths that are set for programs do not count now. {}", stored.error()));
+  return UserDefaults::inMemory();
 }
 
 }  // namespace
 
 RuntimeSurvey::RuntimeSurvey()
-    : defaults_(VantrellApp::defaultsForReading()),
+    : defaults_(storedOrNone()),
       runner_(std::make_shared<ProgramRunner>(loop_, pool_)),
       means_(runtimeMeans(runner_, executableChoice({}, *defaults_))),
       desk_(std::make_shared<RuntimeDesk>(changes_, means_)) {}
@@ -106,19 +101,12 @@ void RuntimeSurvey::ask(AgentProvider provider) {
   waitForAnswers();
 }
 
-std::optional<std::string> RuntimeSurvey::findAtOnce(AgentProvider provider) const {
-  const auto custom = means_.customExecutable(provider);
-  return findRuntime(provider, custom);
-}
-
 std::optional<std::string> RuntimeSurvey::find(AgentProvider provider) {
-  if (auto path = findAtOnce(provider)) return path;
-  means_.readUserPath([this] { loop_.quit(); });
-  loop_.run();
-  return findAtOnce(provider);
+  return findWithUserPath(loop_, *desk_,
+                          [&] { return findRuntime(provider, means_.customExecutable(provider)); });
 }
 
-std::optional<std::string> RuntimeSurvey::uselessCustomPath(AgentProvider provider) const {
+std::optional<std::string> RuntimeSurvey::unusableCustomPath(AgentProvider provider) const {
   const auto custom = means_.customExecutable(provider);
   if (!custom) return std::nullopt;
   std::string path = files::expandingTilde(text::trimmed(*custom));
@@ -127,20 +115,7 @@ std::optional<std::string> RuntimeSurvey::uselessCustomPath(AgentProvider provid
 }
 
 NextStep RuntimeSurvey::nextStep(AgentProvider provider) const {
-  const std::string hint(ProviderRegistry::setupHint(provider));
-  if (!loginFlow(provider)) return {NextStep::Kind::setUp, "", hint};
-  const auto& known = status(provider);
-  if (!known.isInstalled()) {
-    const std::string command(installCommand(provider));
-    return {NextStep::Kind::install, command, fmt::format("install it: {}", command)};
-  }
-  auto step = signInStep(provider, known);
-  if (step.kind == NextStep::Kind::logIn) return step;
-  if (provider == AgentProvider::glm &&
-      !OpenCodeLocator::isPlanModel(OpenCodeLocator::configuredModel(*defaults_))) {
-    return {NextStep::Kind::setUp, "", hint};
-  }
-  return step;
+  return shell::nextStep(provider, status(provider), OpenCodeLocator::configuredModel(*defaults_));
 }
 
 }  // namespace vantrell::shell

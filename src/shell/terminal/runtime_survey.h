@@ -13,16 +13,9 @@
 #include "platform/program_runner.h"
 #include "platform/run_loop.h"
 #include "platform/user_defaults.h"
+#include "shell/terminal/next_step.h"
 
 namespace vantrell::shell {
-
-/// What there is to do next about a provider.
-struct NextStep {
-  enum class Kind { nothing, install, logIn, logInPerhaps, setUp };
-  Kind kind = Kind::nothing;
-  std::string command;  // to type; empty where there is none
-  std::string words;    // one line for people
-};
 
 class RuntimeSurvey {
  public:
@@ -33,16 +26,14 @@ class RuntimeSurvey {
   void askAll(const Environment& environment);
   /// The same for one.
   void ask(AgentProvider provider);
-  /// Looks for the program, also where the login shell would; waits for that shell at most.
+  /// Looks for the program, also where the login shell would; waits for that shell at most, once.
   std::optional<std::string> find(AgentProvider provider);
-  /// The program, without waiting for anything.
-  std::optional<std::string> findAtOnce(AgentProvider provider) const;
 
   const RuntimeInstallStatus& status(AgentProvider provider) const {
     return desk_->status(provider);
   }
   /// A path that the user has set and that is no program.
-  std::optional<std::string> uselessCustomPath(AgentProvider provider) const;
+  std::optional<std::string> unusableCustomPath(AgentProvider provider) const;
   NextStep nextStep(AgentProvider provider) const;
 
  private:

@@ -10,6 +10,7 @@
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/setting_table.h"
 #include "shell/terminal/settings_transfer.h"
+#include "shell/terminal/task_change.h"
 #include "shell/terminal/terminal_style.h"
 
 namespace vantrell::shell {
@@ -184,21 +185,21 @@ struct Action {
   std::size_t fewestWords;
   std::size_t mostWords;
   std::string_view usage;
-  int (*perform)(const std::vector<std::string>& words);
+  int (*perform)(const CommandArguments& arguments);
 };
-using Words = std::vector<std::string>;
 constexpr Action actions[] = {
     {"set", 3, 3, "vantrell settings set NAME VALUE",
-     [](const Words& words) { return set(words[1], words[2]); }},
+     [](const CommandArguments& given) { return set(given.words[1], given.words[2]); }},
     {"reset", 2, 2, "vantrell settings reset NAME",
-     [](const Words& words) { return reset(words[1]); }},
-    {"unlock", 1, 1, "vantrell settings unlock", [](const Words&) { return unlock(); }},
+     [](const CommandArguments& given) { return reset(given.words[1]); }},
+    {"unlock", 1, 1, "vantrell settings unlock", [](const CommandArguments&) { return unlock(); }},
     {"export", 1, 2, "vantrell settings export [FILE]",
-     [](const Words& words) {
+     [](const CommandArguments& given) {
+       const auto& words = given.words;
        return exportConversations({}, words.size() > 1 ? std::optional(words[1]) : std::nullopt);
      }},
     {"import", 2, 2, "vantrell settings import FILE",
-     [](const Words& words) { return importConversations({}, words[1]); }},
+     [](const CommandArguments& given) { return importConversations({}, given.words[1], given); }},
 };
 
 int run(const CommandArguments& arguments, const Environment& environment) {
@@ -210,6 +211,9 @@ int run(const CommandArguments& arguments, const Environment& environment) {
   if (asksForJson && (isAction || words.size() > 1)) {
     return refuse({"--json shows settings. Leave it out to change one."});
   }
+  if (arguments.has(yesOption.name) && (!isAction || action->name != "import")) {
+    return refuse({"--yes is for import."});
+  }
   if (!isAction && words.size() < 2) return show(words, asksForJson, environment);
   if (!isAction && words.size() == 2) return set(words[0], words[1]);
   if (!isAction) {
@@ -219,10 +223,11 @@ int run(const CommandArguments& arguments, const Environment& environment) {
   if (words.size() < action->fewestWords || words.size() > action->mostWords) {
     return refuse({fmt::format("Type: {}", action->usage)});
   }
-  return action->perform(words);
+  return action->perform(arguments);
 }
 
-constexpr CommandOption options[] = {jsonOption};
+constexpr CommandOption options[] = {jsonOption,
+                                     {yesOption.name, "", "import without being asked"}};
 
 }  // namespace
 
@@ -242,8 +247,9 @@ const Command settingsCommand{
         "export writes all conversations as one JSON document, to standard output without a FILE;\n"
         "import replaces them by such a document (- is standard input) and keeps the former ones "
         "aside.\n"
+        "At a terminal it asks first; elsewhere it takes --yes.\n"
         "\n"
-        "Exit status: 0 done, 1 failed, 2 wrong usage.\n"
+        "Exit status: 0 done, 1 failed, 2 wrong usage, 130 not wanted after all.\n"
         "\n"
         "Examples:\n"
         "  vantrell settings workflow plan\n"

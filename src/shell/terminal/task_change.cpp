@@ -25,9 +25,8 @@ std::expected<bool, UsageError> confirmed(const CommandArguments& arguments,
   if (arguments.has(yesOption.name)) return true;
   if (!person.isPresent) {
     return usageError(
-        "This cannot be taken back, and there is no terminal to ask at. Give --yes to do it "
-        "without "
-        "being asked. Nothing was changed.");
+        "There is no terminal to ask at. Give --yes to do it without being asked. Nothing was "
+        "changed.");
   }
   person.show(fmt::format("{} [y/N] ", question));
   const auto line = person.readLine();

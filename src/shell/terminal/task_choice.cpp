@@ -4,6 +4,7 @@
 
 #include "runtimes/provider_registry.h"
 #include "shell/terminal/task_lookup.h"
+#include "shell/terminal/user_path.h"
 
 namespace vantrell::shell {
 
@@ -33,17 +34,23 @@ std::string whatToDoFor(const VantrellApp& app, AgentProvider provider) {
 
 }  // namespace
 
-std::expected<AgentProvider, UsageError> chooseProvider(const VantrellApp& app, const RunPlan& plan,
+std::expected<AgentProvider, UsageError> chooseProvider(RunLoop& loop, VantrellApp& app,
+                                                        const RunPlan& plan,
                                                         std::optional<AgentProvider> last) {
   if (plan.practiceAgent) return AgentProvider::local;
   const auto& named = plan.arguments.provider;
   const auto wanted = named ? named : last;
+  const auto found =
+      findWithUserPath(loop, *app.model().runtimes, [&]() -> std::optional<AgentProvider> {
+        if (wanted) return app.isAvailable(*wanted) ? wanted : std::nullopt;
+        for (const auto provider : agentsToTry) {
+          if (app.isAvailable(provider)) return provider;
+        }
+        return std::nullopt;
+      });
+  if (found) return *found;
   if (wanted) {
-    if (app.isAvailable(*wanted)) return *wanted;
     return usageError(whatToDoFor(app, *wanted));
-  }
-  for (const auto provider : agentsToTry) {
-    if (app.isAvailable(provider)) return provider;
   }
   return usageError(
       "No agent is installed. \"vantrell providers\" tells how to get one; or try vantrell run "

@@ -2,12 +2,15 @@
 #pragma once
 
 #include "app/vantrell_app.h"
+#include "platform/run_loop.h"
 #include "shell/terminal/run_preparation.h"
 
 namespace vantrell::shell {
 
-/// `last` is the provider that worked on the task before.
-std::expected<AgentProvider, UsageError> chooseProvider(const VantrellApp& app, const RunPlan& plan,
+/// `last` is the provider that worked on the task before. May wait for the login shell's PATH, and
+/// runs the loop meanwhile, which must not be running already.
+std::expected<AgentProvider, UsageError> chooseProvider(RunLoop& loop, VantrellApp& app,
+                                                        const RunPlan& plan,
                                                         std::optional<AgentProvider> last);
 
 /// Selects the conversation that the plan names, else an untouched one in the plan's folder.

@@ -41,7 +41,12 @@ std::expected<ThreadExecutionKey, UsageError> makeTask(ChangeContext& context,
   const auto named = findProject(context.workspaces(), project);
   const std::string folder = files::standardized(files::expandingTilde(project));
   const auto there = std::ranges::find(context.workspaces(), folder, &Workspace::path);
-  if (named) {
+  // A short name of a folder may also be the beginning of the ID of some project.
+  const bool isOnlyID = named &&
+                        text::lowercased(workspaceOf(context.workspaces(), *named).name) !=
+                            text::lowercased(project) &&
+                        there == context.workspaces().end();
+  if (named && !(isOnlyID && files::isFolder(folder))) {
     operations.newThread(*named);
   } else if (there != context.workspaces().end()) {
     operations.newThread(there->id);  // other projects have the same name
@@ -227,9 +232,7 @@ const Command pinCommand{
     .mostWords = std::string_view::npos,
     .introduction =
         "Lists tasks before all others.\n"
-        "ID is any beginning of a task's ID (at least 4 characters) that no other task has. "
-        "Several may\n"
-        "be given.",
+        "ID is any beginning of a task's ID that no other task has. Several may be given.",
     .closing = statuses,
     .run = pin,
 };
@@ -243,9 +246,7 @@ const Command archiveCommand{
     .mostWords = std::string_view::npos,
     .introduction =
         "Puts tasks out of sight, or takes them back with --off.\n"
-        "ID is any beginning of a task's ID (at least 4 characters) that no other task has. "
-        "Several may\n"
-        "be given.",
+        "ID is any beginning of a task's ID that no other task has. Several may be given.",
     .closing =
         "An archived task keeps everything; \"vantrell tasks --archived\" lists it. It is no "
         "longer\n"
@@ -264,9 +265,7 @@ const Command deleteCommand{
     .mostWords = std::string_view::npos,
     .introduction =
         "Deletes tasks with all that was said in them.\n"
-        "ID is any beginning of a task's ID (at least 4 characters) that no other task has. "
-        "Several may\n"
-        "be given.",
+        "ID is any beginning of a task's ID that no other task has. Several may be given.",
     .closing =
         "At a terminal it asks first; elsewhere it takes --yes. Files of the project stay.\n"
         "\n"

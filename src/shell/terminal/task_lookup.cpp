@@ -12,7 +12,6 @@ namespace vantrell::shell {
 
 namespace {
 
-constexpr std::size_t shortestPrefix = 4;  // characters
 constexpr std::size_t candidatesShown = 8;
 /// Of the ID of a candidate: some more than lists show, for those that begin alike.
 constexpr std::size_t shownOfCandidate = 13;
@@ -29,9 +28,9 @@ std::string plainID(std::string_view text) {
 }
 
 bool isPartOfID(std::string_view plain) {
-  return plain.size() >= shortestPrefix && std::ranges::all_of(plain, [](char letter) {
-           return std::isxdigit(static_cast<unsigned char>(letter)) != 0;
-         });
+  return !plain.empty() && std::ranges::all_of(plain, [](char letter) {
+    return std::isxdigit(static_cast<unsigned char>(letter)) != 0;
+  });
 }
 
 struct Candidate {
@@ -64,9 +63,9 @@ std::expected<ThreadExecutionKey, UsageError> findTask(const std::vector<Workspa
   const std::string shown = onOneLine(idOrPrefix);
   if (!isPartOfID(prefix)) {
     return usageError(fmt::format(
-        "\"{}\" is no ID of a task: that is at least {} of the digits 0-9 and A-F. \"vantrell "
-        "tasks\" lists the tasks with their IDs.",
-        shown, shortestPrefix));
+        "\"{}\" is no ID of a task, nor the beginning of one: those are of the digits 0-9 and A-F. "
+        "\"vantrell tasks\" lists the tasks with their IDs.",
+        shown));
   }
   std::vector<ThreadExecutionKey> found;
   std::vector<Candidate> candidates;
@@ -125,11 +124,11 @@ std::expected<Uuid, UsageError> findProject(const std::vector<Workspace>& worksp
           "vantrell projects add \"{}\"",
           onOneLine(path), shown));
     }
-  } else if (!collect(hasName) && !collect(hasID) && !collect(hasPath)) {
-    return usageError(fmt::format(
-        "There is no project {}. Give its name, its folder or the first {} characters of its ID; "
-        "\"vantrell projects\" lists them.",
-        shown, shortestPrefix));
+  } else if (!collect(hasName) && !collect(hasPath) && !collect(hasID)) {
+    return usageError(
+        fmt::format("There is no project {}. Give its name, its folder or the beginning of its ID; "
+                    "\"vantrell projects\" lists them.",
+                    shown));
   }
   if (candidates.size() == 1) return candidates.front().id;
   return usageError(fmt::format("Several projects are meant by {}. Give the folder, or the ID:{}",

@@ -12,16 +12,17 @@
 
 namespace vantrell::shell {
 
-/// The task whose ID begins with the text, of which 4 characters are the least; dashes and the case
-/// of letters do not count. The error says what there is to choose from.
+/// The one task whose ID begins with the text, however short; dashes and the case of letters do not
+/// count. The error says what there is to choose from.
 std::expected<ThreadExecutionKey, UsageError> findTask(const std::vector<Workspace>& workspaces,
                                                        std::string_view idOrPrefix);
 /// Several at once; each is in the answer once.
 std::expected<std::vector<ThreadExecutionKey>, UsageError> findTasks(
     const std::vector<Workspace>& workspaces, std::span<const std::string> idsOrPrefixes);
 
-/// The project with this folder, this name (in any case of letters) or this beginning of an ID, in
-/// this order. Where two have the name, the error lists them.
+/// The project with this name (in any case of letters), this folder or this beginning of an ID, in
+/// this order; what looks like a path is only a folder. Where two have the name, the error lists
+/// them.
 std::expected<Uuid, UsageError> findProject(const std::vector<Workspace>& workspaces,
                                             std::string_view named);
 

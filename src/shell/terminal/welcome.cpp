@@ -18,11 +18,11 @@ int welcome(const Environment& environment) {
       fmt::format("{} is a workspace for software work with coding agents: it drives the\n"
                   "agents that you already use, shows what they do, and asks before they act.\n\n",
                   style.bold("Vantrell")));
-  const RuntimeSurvey survey;
+  RuntimeSurvey survey;
   bool foundOne = false;
   for (const auto provider : agentsToTry) {
     const auto label = ProviderRegistry::descriptor(provider).label;
-    const auto program = survey.findAtOnce(provider);
+    const auto program = survey.find(provider);
     foundOne = foundOne || program;
     tell(fmt::format("  {} {:<16} {}\n", program ? style.green("✓") : style.dim("○"), label,
                      program ? *program : style.dim("not found")));

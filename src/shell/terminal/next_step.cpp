@@ -1,0 +1,62 @@
+#include "shell/terminal/next_step.h"
+
+#include <fmt/format.h>
+
+#include "runtimes/locators.h"
+#include "runtimes/provider_registry.h"
+#include "runtimes/runtime_information.h"
+#include "runtimes/runtime_locator.h"
+#include "runtimes/runtime_login.h"
+#include "shell/terminal/run_preparation.h"
+
+namespace vantrell::shell {
+
+namespace {
+
+NextStep stepOfAnInstalledOne(AgentProvider provider, const RuntimeInstallStatus& status) {
+  const std::string logIn = fmt::format("vantrell login {}", rawText(provider));
+  if (status.signedIn == false) {
+    return {NextStep::Kind::logIn, logIn, fmt::format("sign in: {}", logIn)};
+  }
+  if (status.hasRunOut) {
+    const std::string command = shellQuoted(status.path) + " --version";
+    return {NextStep::Kind::tryIt, command,
+            fmt::format("it did not answer within {} seconds; see what it says: {}",
+                        informationLimit.count(), command)};
+  }
+  if (!status.signedIn) {
+    return {NextStep::Kind::logInPerhaps, logIn,
+            fmt::format("ready, if it is signed in; else: {}", logIn)};
+  }
+  return {NextStep::Kind::nothing, "", "ready"};
+}
+
+}  // namespace
+
+NextStep nextStep(AgentProvider provider, const RuntimeInstallStatus& status,
+                  std::string_view glmModel) {
+  const std::string hint(ProviderRegistry::setupHint(provider));
+  if (!loginFlow(provider)) return {NextStep::Kind::setUp, "", hint};
+  if (!status.isInstalled()) {
+    const std::string command(installCommand(provider));
+    return {NextStep::Kind::install, command, fmt::format("install it: {}", command)};
+  }
+  auto step = stepOfAnInstalledOne(provider, status);
+  if (step.kind == NextStep::Kind::logIn || step.kind == NextStep::Kind::tryIt) return step;
+  if (provider == AgentProvider::glm && !OpenCodeLocator::isPlanModel(glmModel)) {
+    return {NextStep::Kind::setUp, "", hint};
+  }
+  return step;
+}
+
+std::string_view mark(const RuntimeInstallStatus& status, const NextStep& step) {
+  if (!status.isInstalled()) return "○";
+  switch (step.kind) {
+    case NextStep::Kind::tryIt: return "?";
+    case NextStep::Kind::logIn:
+    case NextStep::Kind::setUp: return "!";
+    default: return "✓";
+  }
+}
+
+}  // namespace vantrell::shell

@@ -1,0 +1,19 @@
+#include "shell/terminal/user_path.h"
+
+#include <unistd.h>
+
+#include "platform/terminal.h"
+
+namespace vantrell::shell {
+
+bool wasStartedInATerminal() {
+  return terminal::isTerminal(STDIN_FILENO) || terminal::isTerminal(STDOUT_FILENO) ||
+         terminal::isTerminal(STDERR_FILENO);
+}
+
+void awaitUserPath(RunLoop& loop, RuntimeDesk& desk) {
+  desk.readUserPath([&loop] { loop.quit(); });
+  loop.run();
+}
+
+}  // namespace vantrell::shell
