@@ -20,9 +20,10 @@ TaskletSecret taskletSecret(SecretQueue& secrets) {
   };
   return {.read =
               [&secrets, service, account, told](auto answer) {
-                secrets.read(service, account, [told, answer = std::move(answer)](auto result) mutable {
-                  answer(told(std::move(result)));
-                });
+                secrets.read(service, account,
+                             [told, answer = std::move(answer)](auto result) mutable {
+                               answer(told(std::move(result)));
+                             });
               },
           .write =
               [&secrets, service, account, told](std::string value, auto answer) {

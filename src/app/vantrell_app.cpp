@@ -54,13 +54,13 @@ VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, UserState sta
       secrets_(state_.folders.secretStore(), main, pool_),
       runner_(std::make_shared<ProgramRunner>(main, pool_)),
       services_(main, *state_.defaults, secrets_),
-      connectors_({.main = main,
-                   .pool = pool_,
-                   .defaults = *state_.defaults,
-                   .http = services_.http(),
-                   .webhook = services_.webhook(),
-                   .customExecutable =
-                       executableChoice(options.customExecutable, *state_.defaults)}) {
+      connectors_(
+          {.main = main,
+           .pool = pool_,
+           .defaults = *state_.defaults,
+           .http = services_.http(),
+           .webhook = services_.webhook(),
+           .customExecutable = executableChoice(options.customExecutable, *state_.defaults)}) {
   if (options.practiceAgent) {
     connectors_.replace(practiceConnector(main_, pool_, *options.practiceAgent));
   }

@@ -170,34 +170,34 @@ constexpr ProgramRow programRows[] = {
 };
 
 ProviderConnector programConnector(const ProgramRow& row, const Means& means) {
-  return {.provider = row.provider,
-          .setupHint = std::string(ProviderRegistry::setupHint(row.provider)),
-          .isAvailable =
-              [row, means](const Context& context) {
-                return row.isReady(*means, context) && executable(*means, row.provider).has_value();
-              },
-          .makeClient =
-              [row, means](const Context& context) {
-                const auto program = executable(*means, row.provider);
-                return program ? row.make(*means, context, *program) : Client();
-              },
-          .modelOptions = [row, means](const Context& context) {
-            return row.models(*means, context);
+  return {
+      .provider = row.provider,
+      .setupHint = std::string(ProviderRegistry::setupHint(row.provider)),
+      .isAvailable =
+          [row, means](const Context& context) {
+            return row.isReady(*means, context) && executable(*means, row.provider).has_value();
           },
-          .advice = {}};
+      .makeClient =
+          [row, means](const Context& context) {
+            const auto program = executable(*means, row.provider);
+            return program ? row.make(*means, context, *program) : Client();
+          },
+      .modelOptions = [row, means](const Context& context) { return row.models(*means, context); },
+      .advice = {}};
 }
 
 ProviderConnector taskletConnector(const Means& means) {
-  return {.provider = AgentProvider::tasklet,
-          .setupHint = std::string(ProviderRegistry::setupHint(AgentProvider::tasklet)),
-          .isAvailable = [](const Context& context) { return context.taskletConfigured; },
-          .makeClient = [means](const Context& context) -> Client {
-            const auto url = context.taskletConfigured ? means->webhook->url() : std::nullopt;
-            if (!url) return nullptr;
-            return TaskletClient::make(*url, context.workspaceName, means->main, means->http);
-          },
-          .modelOptions = [means](const Context& context) { return taskletModels(*means, context); },
-          .advice = {}};
+  return {
+      .provider = AgentProvider::tasklet,
+      .setupHint = std::string(ProviderRegistry::setupHint(AgentProvider::tasklet)),
+      .isAvailable = [](const Context& context) { return context.taskletConfigured; },
+      .makeClient = [means](const Context& context) -> Client {
+        const auto url = context.taskletConfigured ? means->webhook->url() : std::nullopt;
+        if (!url) return nullptr;
+        return TaskletClient::make(*url, context.workspaceName, means->main, means->http);
+      },
+      .modelOptions = [means](const Context& context) { return taskletModels(*means, context); },
+      .advice = {}};
 }
 
 }  // namespace

@@ -3,11 +3,11 @@
 // write down what they see.
 #include <set>
 
+#include "platform/http_client.h"
 #include "platform/text.h"
 #include "platform/user_defaults.h"
 #include "runtimes/agent_client.h"
 #include "runtimes/locators.h"
-#include "platform/http_client.h"
 #include "runtimes/provider_connectors.h"
 #include "support/acp_agent_script.h"
 #include "support/runtime_programs.h"
@@ -101,15 +101,14 @@ class BillingGuarantee : public tests::RuntimePrograms {
   Names keys_;
   std::unique_ptr<UserDefaults> defaults_ = UserDefaults::inMemory();
   HttpClient http_{main_};
-  ProviderConnectorRegistry connectors_{
-      {.main = main_,
-       .pool = pool_,
-       .defaults = *defaults_,
-       .http = http_,
-       .webhook = nullptr,
-       .customExecutable = [this](AgentProvider provider) {
-         return means_.customExecutable(provider);
-       }}};
+  ProviderConnectorRegistry connectors_{{.main = main_,
+                                         .pool = pool_,
+                                         .defaults = *defaults_,
+                                         .http = http_,
+                                         .webhook = nullptr,
+                                         .customExecutable = [this](AgentProvider provider) {
+                                           return means_.customExecutable(provider);
+                                         }}};
 };
 
 TEST_F(BillingGuarantee, HoldsForTheClientOfATurn) {

@@ -72,7 +72,7 @@ TEST_F(TerminalProgram, WrongUsageIsToldBeforeAnythingIsChanged) {
   const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
       {{"run", "--practice", "--project", "/nowhere", "x"}, "There is no folder /nowhere"},
       {{"run", "--practice", "--attach", "missing.txt", "x"}, "/project/missing.txt"},
-      {{"run", "--provider", "codex", "x"}, "cannot run codex yet"},
+      {{"run", "--provider", "codecs", "x"}, "codex"},
       {{"run", "--provider", "kimi", "--executable", "no-such-program", "x"}, "in PATH"},
       {{"run", "--provider", "kimi", "--executable", "./none", "x"}, "/project/none is no program"},
       {{"run", "--practice", " \n "}, "The prompt is empty"},
@@ -94,6 +94,15 @@ TEST_F(TerminalProgram, NoRuntimeAndUnknownTaskSayWhatToDo) {
   const auto none = run(without);
   EXPECT_EQ(code(none), 2);
   EXPECT_TRUE(none->error.contains("vantrell run --practice")) << none->error;
+  const std::vector<std::pair<std::string, std::string>> hints = {
+      {"codex", "Install Codex (or the ChatGPT Mac app)"},
+      {"local", "Start Ollama or LM Studio"},
+      {"tasklet", "Add an HTTPS inbound webhook for Tasklet"}};
+  for (const auto& [provider, hint] : hints) {
+    const auto refused = run(vantrell({"run", "--provider", provider, "x"}));
+    EXPECT_EQ(code(refused), 2);
+    EXPECT_TRUE(refused->error.contains(hint)) << refused->error;
+  }
   const auto unknown = runPractice({"--task", "ABCD", "x"});
   EXPECT_EQ(code(unknown), 2);
   EXPECT_TRUE(unknown->error.contains("There is no task ABCD")) << unknown->error;

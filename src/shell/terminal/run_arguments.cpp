@@ -10,7 +10,8 @@ namespace {
 constexpr CommandOption options[] = {
     {"--project", "DIR", "work in this folder (default: the current one)"},
     {"--task", "ID", "go on with this task; any beginning of its ID that no other has"},
-    {"--provider", "ID", "who does it, as in codex (default: the task's last one, or the first found)"},
+    {"--provider", "ID",
+     "who does it, as in codex (default: the task's last one, or the first found)"},
     {"--executable", "PATH", "the runtime's program, when it is not in a usual place"},
     {"--practice", "", "use the practice agent: no model, no account, no cost"},
     {"--model", "M", "model, kept with the task"},
