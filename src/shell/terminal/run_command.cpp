@@ -129,10 +129,12 @@ class Performance {
   void findOutAbout(std::optional<AgentProvider> provider) {
     if (!provider || plan_.practiceAgent) return;
     bool isKnown = false;
-    app_.services().prepare(*provider, [this, &isKnown] {
+    bool isRunning = false;
+    app_.services().prepare(*provider, [&] {
       isKnown = true;
-      loop_.quit();
+      if (isRunning) loop_.quit();
     });
+    isRunning = true;
     if (!isKnown) loop_.run();
   }
 
