@@ -1,4 +1,5 @@
 // What Codex asks of the client, and what the client asks of it beside turns.
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include "runtimes/codex_client_fixture.h"
@@ -61,9 +62,13 @@ TEST_F(CodexClientRequests, QuestionAboutFilesShowsTheChangesOfItsItem) {
   ask(script);
   script.notify("item/started", item).endTurn("u1").expectUsageRead();
   ask(script);
-  open(script.hang());
+  open(script.say("m", "all asked").hang());
   prompt();
-  await("asks 4 Edit files");
+  await("says m all asked");
+  for (std::int64_t id = 1; id <= 4; ++id) {
+    await(fmt::format("asks {} Edit files", id));
+    client_->respondToPermission(id, "codex-allow-once");
+  }
   const std::string nothing = "Codex is requesting permission to continue.";
   EXPECT_EQ(questions_[0].detail, nothing + "\n\nadd /out\nnew");
   EXPECT_EQ(questions_[1].detail, nothing + "\n\ndelete /more") << "what the patch has become";
@@ -107,13 +112,14 @@ TEST_F(CodexClientRequests, FloodOfQuestionsIsAskedAndWithdrawnWhole) {
   for (int i = 0; i < count; ++i) {
     script.request(std::to_string(i), "item/fileChange/requestApproval", "{}");
   }
-  script.expect("turn/interrupt");
+  script.say("m", "all asked").expect("turn/interrupt");
   for (int i = 0; i < count; ++i) {
     script.expectLine(answered(std::to_string(i), R"({"decision":"cancel"})"));
   }
   open(script.endTurn("u1", "interrupted").hang());
   prompt();
-  awaitCount(count);
+  await("says m all asked");
+  EXPECT_EQ(questions_.size(), 1U) << "the user has one before him";
   client_->cancel();
   await("turn failed: protocolError Codex turn interrupted.");
 }

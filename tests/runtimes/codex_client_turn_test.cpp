@@ -225,6 +225,7 @@ TEST_F(CodexClientTurn, CancelInterruptsAndWithdrawsOpenQuestions) {
            .startTurn("u1")
            .request("0", "item/commandExecution/requestApproval", R"({"command":"a"})")
            .request(R"("p")", "item/permissions/requestApproval", R"({"permissions":{"x":1}})")
+           .say("m", "both asked")
            .expectLine(R"({"jsonrpc":"2.0","id":5,"method":"turn/interrupt",)"
                        R"("params":{"threadId":"t1","turnId":"u1"}})")
            .expectLine(R"({"jsonrpc":"2.0","id":0,"result":{"decision":"cancel"}})")
@@ -235,7 +236,7 @@ TEST_F(CodexClientTurn, CancelInterruptsAndWithdrawsOpenQuestions) {
            .startTurn("u2")
            .hang());
   prompt();
-  await("asks 2 Grant access");
+  await("says m both asked");
   client_->cancel();
   await("turn failed: protocolError Codex turn interrupted.");
   client_->respondToPermission(1, "codex-allow-once");
