@@ -117,7 +117,7 @@ class ServerConnection {
   int socket_;
   std::unique_ptr<SSL, Release<SSL_free>> tls_;
   std::string buffer_;
-  bool isOpen_ = true;
+  std::atomic<bool> isOpen_ = true;  // a test may send while the connection is read
 };
 
 class HttpServer {
