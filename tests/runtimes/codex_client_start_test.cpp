@@ -160,7 +160,9 @@ TEST_F(CodexClientStart, EnvironmentIsTheGivenOneAndNothingElse) {
   tests::Environment environment;
   environment.set("OPENAI_API_KEY", "key");
   configuration_.processEnvironment = {{"ONLY", "this one"}};
-  configuration_.executable = folder_.file("env", "#!/bin/sh\n/usr/bin/env >&2\necho \"$@\" >&2\n");
+  // It takes the first request: an end before that is another failure.
+  configuration_.executable =
+      folder_.file("env", "#!/bin/sh\nread -r request\n/usr/bin/env >&2\necho \"$@\" >&2\n");
   std::filesystem::permissions(configuration_.executable, std::filesystem::perms::owner_all);
   client_ = CodexAppServerClient::make(configuration_, main_, pool_);
   listen();
