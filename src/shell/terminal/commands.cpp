@@ -11,9 +11,9 @@ namespace vantrell::shell {
 namespace {
 
 constexpr const Command* table[] = {
-    &runCommand,     &providersCommand, &loginCommand,    &tasksCommand,    &showCommand,
+    &runCommand,     &providersCommand, &loginCommand, &routeCommand, &handoffCommand,   &tasksCommand,    &showCommand,
     &searchCommand,  &newCommand,       &renameCommand,   &moveCommand,     &pinCommand,
-    &archiveCommand, &deleteCommand,    &projectsCommand, &settingsCommand,
+    &archiveCommand, &deleteCommand,    &projectsCommand, &contextCommand, &settingsCommand,
 };
 
 bool asksForHelp(std::string_view argument) {
