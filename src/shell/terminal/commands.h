@@ -13,8 +13,9 @@ namespace vantrell::shell {
 extern const Command runCommand;
 extern const Command providersCommand;
 extern const Command loginCommand;
-extern const Command routeCommand;
-extern const Command handoffCommand;
+extern const Command modelsCommand;
+extern const Command effortCommand;
+extern const Command usageCommand;
 extern const Command tasksCommand;
 extern const Command showCommand;
 extern const Command searchCommand;
@@ -25,7 +26,6 @@ extern const Command pinCommand;
 extern const Command archiveCommand;
 extern const Command deleteCommand;
 extern const Command projectsCommand;
-extern const Command contextCommand;
 extern const Command settingsCommand;
 
 std::span<const Command* const> allCommands();
