@@ -1,5 +1,7 @@
 #include "engine/app_model.h"
 
+#include "engine/open_tools.h"
+
 namespace vantrell {
 
 AppModel::AppModel(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore& store,
@@ -19,6 +21,9 @@ AppModel::AppModel(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore&
                                               failures, changes, ports_)),
       driver(std::make_shared<TaskDriver>(main, settings, tree, selection, executions, *starter,
                                           failures, ports_)) {
+  executions.onEnded = [this](ThreadExecutionRuntime& execution, const ThreadExecutionKey& key) {
+    endOpenTools(execution, key, tree);
+  };
   approvals.stopTask = [this] { driver->stopWorking(); };
   runtimes->showError = [this](std::string text) { executions.showError(std::move(text)); };
   runtimes->selectedProject = [this]() -> std::optional<std::string> {
