@@ -20,6 +20,11 @@ INSTALL_SECONDS = 600
 ARCHITECTURE = {"x86_64": "x64", "aarch64": "arm64"}.get(platform.machine(), platform.machine())
 
 
+def cache_folder():
+    cache = Path(os.environ.get("XDG_CACHE_HOME") or Path.home() / ".cache")
+    return cache / "vantrell" / "real-programs"
+
+
 class Unavailable(Exception):
     """A program that could not be installed; the text is why."""
 
@@ -37,9 +42,8 @@ class Program:
         self.configure = configure
 
     def folder(self):
-        cache = Path(os.environ.get("XDG_CACHE_HOME") or Path.home() / ".cache")
         name = "+".join(each.replace("/", "-").lstrip("@") for each in self.packages)
-        return cache / "vantrell" / "real-programs" / name
+        return cache_folder() / name
 
     def is_installed(self):
         return (self.folder() / self.entry).exists()

@@ -18,10 +18,10 @@ from pathlib import Path
 
 from cases import CASES
 from model_server import ModelServer
-from programs import PROGRAMS, Unavailable
+from programs import PROGRAMS, Unavailable, cache_folder
 from vantrell import Failure, Home
 
-TOTAL_SECONDS = 600  # of all cases; what does not fit has failed
+TOTAL_SECONDS = 900  # of all cases; what does not fit has failed
 
 
 class Runner:
@@ -34,6 +34,8 @@ class Runner:
         self.failed = []
         self.passed = 0
         self.unavailable = {}
+        self.homes = {}
+        self.end = None
 
     def install(self, providers):
         for provider in providers:
@@ -54,18 +56,22 @@ class Runner:
         problem = self.unavailable.get(provider)
         if problem:
             problem = f"{PROGRAMS[provider].packages[0]} is not there: {problem}"
+        elif begun > self.end:
+            problem = "there was no time left for it"
         else:
             home = None
             try:
                 home = Home(self.folder / f"{number:03}", PROGRAMS[provider], self.vantrell,
                             self.server.port)
+                self.homes[number] = home
                 function(home)
                 home.leaves_no_process()
             except Failure as failure:
                 problem = str(failure)
             except Exception:  # a fault of the case is a failure like any other
-                problem = traceback.format_exc()
+                problem = traceback.format_exc(limit=-3)
             finally:
+                self.homes.pop(number, None)
                 if home and not (problem and self.keep):
                     home.remove()
         took = time.monotonic() - begun
@@ -78,10 +84,16 @@ class Runner:
                 print(f"passed  {provider}: {name} ({took:.1f} s)", flush=True)
 
 
+    def stop(self):
+        """What has not begun does not begin, and what runs ends soon."""
+        self.end = 0
+        for home in list(self.homes.values()):
+            home.deadline = 0
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
     parser.add_argument("--programs", type=Path, required=True, help="folder of the built programs")
-    parser.add_argument("--scratch", type=Path, required=True, help="folder for the homes")
     parser.add_argument("--only", default="", help="only cases whose provider or name holds this")
     parser.add_argument("--jobs", type=int, default=max(2, os.cpu_count() or 2))
     parser.add_argument("--keep", action="store_true", help="keep the homes of failed cases")
@@ -90,9 +102,10 @@ def main():
     chosen = [each for each in CASES if arguments.only in f"{each[0]}: {each[1]}"]
     if not chosen:
         sys.exit(f"No case is named like '{arguments.only}'.")
-    # Not below /tmp, where Codex lets a command write without a question.
-    arguments.scratch.mkdir(parents=True, exist_ok=True)
-    folder = Path(tempfile.mkdtemp(prefix="run-", dir=arguments.scratch.resolve()))
+    # Not below /tmp, where Codex lets a command write without a question, nor in a checkout, where
+    # Kimi Code writes files without one.
+    cache_folder().mkdir(parents=True, exist_ok=True)
+    folder = Path(tempfile.mkdtemp(prefix="run-", dir=cache_folder()))
     runner = Runner(arguments, folder)
     begun = time.monotonic()
     try:
@@ -100,9 +113,13 @@ def main():
         # The ones with the longest waits first.
         chosen.sort(key=lambda each: not (each[0] == "glm" and "fails the run" in each[1]))
         with concurrent.futures.ThreadPoolExecutor(arguments.jobs) as pool:
+            runner.end = time.monotonic() + TOTAL_SECONDS
             waiting = [pool.submit(runner.perform, number, *each)
                        for number, each in enumerate(chosen)]
-            concurrent.futures.wait(waiting)
+            try:
+                concurrent.futures.wait(waiting)
+            except KeyboardInterrupt:
+                runner.stop()
     finally:
         if not arguments.keep:
             shutil.rmtree(folder, ignore_errors=True)

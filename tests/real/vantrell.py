@@ -9,7 +9,8 @@ import subprocess
 import threading
 import time
 
-STEP_SECONDS = 60  # for anything that is waited for; the machine may be busy
+STEP_SECONDS = 90  # for anything that is waited for; the machine may be busy
+CASE_SECONDS = 240  # for all of a case
 END_SECONDS = 6  # in which all processes of a home are gone
 
 
@@ -43,6 +44,7 @@ class Home:
         self.outside = folder / "outside"
         self.outside.mkdir()
         self.runs = []
+        self.deadline = time.monotonic() + CASE_SECONDS
         self.environment = {
             "PATH": os.environ["PATH"],
             "LANG": "C.UTF-8",
@@ -145,7 +147,8 @@ class Run:
     def take(self, end):
         """The next event; None at the end of the output."""
         try:
-            line = self.lines.get(timeout=max(0.01, end - time.monotonic()))
+            left = min(end, self.home.deadline) - time.monotonic()
+            line = self.lines.get(timeout=max(0.01, left))
         except queue.Empty:
             raise Failure(f"nothing more came; so far: {self.summary()}") from None
         if line is None:
