@@ -1,22 +1,27 @@
 """What must hold with each of the real programs. A case gets a home of its own."""
 
+import json
 import os
 import shutil
 import signal
 
+from model_server import USED_PERCENT
 from vantrell import END_SECONDS, STEP_SECONDS, demand, wait_until
 
 OPEN = {"pending", "in_progress"}
 
 CASES = []  # (provider, name, function)
+NEEDS = {}  # function to the command of Vantrell that it uses, where older ones have none
 
 
-def case(name, *providers):
+def case(name, *providers, needs=None):
     """The function below is a case of these providers, or of all four."""
 
     def add(function):
         for provider in providers or ("codex", "claude", "glm", "kimi"):
             CASES.append((provider, name, function))
+        if needs:
+            NEEDS[function] = needs
         return function
 
     return add
@@ -66,14 +71,14 @@ def agent_process(home):
 
 @case("a turn streams its answer, once")
 def turn(home):
-    run = home.turn("SAY:the quick brown fox jumps over the lazy dog")
-    demand(run.said() == "the quick brown fox jumps over the lazy dog", run.summary())
+    run = home.turn("SAY:the größer quick brown fox 🦊 jumps over the lazy dog")
+    demand(run.said() == "the größer quick brown fox 🦊 jumps over the lazy dog", run.summary())
     chunks = [event for event in run.events if event["event"] == "chunk"]
     demand(len(chunks) >= 2, f"it came in {len(chunks)} chunks: {run.summary()}")
     demand_run(run, "completed", f"{home.program.label} finished the task.")
     stored = demand_settled(home, run.task)
     demand([(entry["kind"], entry["text"]) for entry in stored["entries"]] ==
-           [("user", "SAY:the quick brown fox jumps over the lazy dog"), ("assistant", run.said())],
+           [("user", "SAY:the größer quick brown fox 🦊 jumps over the lazy dog"), ("assistant", run.said())],
            f"the stored transcript differs: {stored['entries']}")
     demand(stored["providerSessionIDs"].get(home.program.provider), "no session was stored")
 
@@ -157,6 +162,15 @@ def cancel(home):
     demand_settled(home, run.task)
 
 
+@case("SIGTERM ends the turn and the agent at once")
+def terminated(home):
+    run = home.start("SLOW:0.2")
+    run.until_text("tick 2")
+    run.signal(signal.SIGTERM)
+    run.ends(143)
+    demand_settled(home, run.task)
+
+
 @case("Ctrl-C at a question withdraws it")
 def cancel_at_question(home):
     prompt, made = work_of(home, "command")
@@ -209,6 +223,19 @@ def resume(home):
            [("user", "SAY:the word is heron"), ("assistant", "the word is heron"),
             ("user", "RECALL"), ("assistant", "RECALLED: SAY:the word is heron")],
            f"the transcript is not that of two turns: {stored['entries']}")
+
+
+@case("a session with a tool comes back as it was")
+def resume_with_tool(home):
+    prompt, made = work_of(home, "command")
+    first = home.start(prompt)
+    first.answer("allow_once")
+    first.ends(0)
+    second = home.turn("SAY:on we go", "--task", first.task)
+    kinds = [(entry["kind"], entry.get("status"))
+             for entry in demand_settled(home, first.task)["entries"]]
+    demand(kinds == [("user", None), ("tool", "completed"), ("assistant", None), ("user", None),
+                     ("assistant", None)], f"it came back as {kinds}: {second.summary()}")
 
 
 @case("a turn that was stopped is no obstacle to the next")
@@ -270,6 +297,30 @@ def limit(home):
     run = failed_turn(home, "LIMIT", LIMIT_TEXTS[home.program.provider])
     again = home.turn("SAY:there is more", "--task", run.task)
     demand("there is more" in again.said(), again.summary())
+
+
+@case("a spent allowance is remembered", "codex", "claude", needs="usage")
+def limit_remembered(home):
+    home.turn("LIMIT", status=1)
+    reported = json.loads(home.command("usage", home.program.provider, "--json"))[0]["lastReported"]
+    demand(reported and reported["exhausted"], f"the ledger does not know it: {reported}")
+
+
+@case("the program tells its allowance", "codex", needs="usage")
+def allowance(home):
+    now = json.loads(home.command("usage", "codex", "--json"))[0]["now"]
+    demand(now and (now["usedPercent"], now["longerUsedPercent"], now["plan"], now["exhausted"]) ==
+           (USED_PERCENT["primary"], USED_PERCENT["secondary"], "plus", False),
+           f"not what the server told: {now}")
+
+
+@case("the program tells its models", "codex", needs="models")
+def models(home):
+    told = json.loads(home.command("models", "codex", "--json"))
+    demand(told["areReported"], f"nothing was reported: {told['origin']}")
+    own = [model for model in told["models"] if model["id"] != "default"]
+    demand(own and all(model["label"] for model in own), f"no models with names: {own}")
+    demand(sum(model["isDefault"] for model in own) == 1, f"one is the recommended one: {own}")
 
 
 @case("a model that fails fails the run with its words", "codex", "claude", "glm")

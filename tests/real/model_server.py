@@ -18,139 +18,16 @@ their proxy it refuses every outside host.
 
 import gzip
 import json
-import re
 import threading
 import time
 import uuid
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 
+from conversation import read_completions, read_messages, read_responses
+
 TICKS = 100
 PIECES = 4  # of a text
 PAUSE = 0.02  # seconds between the pieces
-
-DIRECTIVE = re.compile(r"^(SAY|RUN|WRITE|BOTH|RECALL|SLOW|LIMIT|FAIL)(?::(.*))?$", re.M)
-# Behind it stand the user's own words, once for each request, also where an agent has joined two.
-REQUEST_MARK = "USER REQUEST:\n"
-
-
-# ---- a request, whatever its dialect ------------------------------------------------------------
-
-
-def text_of(content):
-    if isinstance(content, str):
-        return content
-    blocks = content if isinstance(content, list) else []
-    return "\n".join(text_of(block.get("text") or block.get("content") or "")
-                     for block in blocks if isinstance(block, dict))
-
-
-class Conversation:
-    """What an agent has sent: its items as (kind, text), kind being user, call, result or other."""
-
-    def __init__(self, items, tools):
-        self.items = items
-        self.tools = tools  # name to parameters; None for a tool that takes a bare text
-        self.requests = []  # (index of the item, the user's words)
-        for index, (kind, text) in enumerate(items):
-            if kind == "user" and REQUEST_MARK in text:
-                self.requests += [(index, words) for words in text.split(REQUEST_MARK)[1:]]
-
-    def steps(self):
-        """What to do: a list of ("say", text), ("slow", seconds), ("call", name, arguments) and
-        ("fail", status)."""
-        if not self.requests:
-            return [("say", "A title")]  # agents ask for one by themselves
-        index, words = self.requests[-1]
-        behind = [item for item in self.items[index + 1:] if item[0] in ("call", "result")]
-        directives = DIRECTIVE.findall(words)
-        calls = [call for name, argument in directives for call in self.calls(name, argument)]
-        called = sum(kind == "call" for kind, _ in behind)
-        if calls and called >= len(calls):
-            return [("say", "DONE: " + " ".join(behind[-1][1].split())[:300])]
-        steps = []
-        for name, argument in directives:
-            if name in ("RUN", "WRITE", "BOTH"):
-                wanted = self.calls(name, argument)
-                if called < len(wanted):
-                    return steps + wanted[called:]
-                called -= len(wanted)
-            elif behind:
-                continue  # said before the call
-            elif name == "SAY":
-                steps.append(("say", argument))
-            elif name == "RECALL":
-                steps.append(("say", "RECALLED: " + "; ".join(
-                    " ".join(earlier.split()) for _, earlier in self.requests[:-1])))
-            elif name == "SLOW":
-                steps.append(("slow", float(argument)))
-            else:
-                return [("fail", 429 if name == "LIMIT" else int(argument))]
-        return steps or [("say", "There is nothing to do.")]
-
-    def calls(self, name, argument):
-        if name == "RUN":
-            return [self.shell_call(argument)]
-        if name == "BOTH":
-            return [self.shell_call(command) for command in argument.split(";")]
-        if name == "WRITE":
-            return [self.write_call(*argument.split("=", 1))]
-        return []
-
-    def shell_call(self, command):
-        if "exec_command" in self.tools:  # Codex asks when a command is to leave its sandbox
-            return ("call", "exec_command", {"cmd": command,
-                                             "sandbox_permissions": "require_escalated",
-                                             "justification": "The test asks for it."})
-        name = "Bash" if "Bash" in self.tools else "bash"
-        return ("call", name, {"command": command, "description": "Run a command"})
-
-    def write_call(self, path, content):
-        if "apply_patch" in self.tools:
-            patch = f"*** Begin Patch\n*** Add File: {path}\n+{content}\n*** End Patch\n"
-            isText = self.tools["apply_patch"] is None
-            return ("call", "apply_patch", patch if isText else {"input": patch})
-        name = "Write" if "Write" in self.tools else "write"
-        properties = self.tools.get(name, {}).get("properties", {})
-        key = next((each for each in ("file_path", "filePath") if each in properties), "path")
-        return ("call", name, {key: path, "content": content})
-
-
-def read_responses(body):
-    items = []
-    for item in body.get("input") or []:
-        kind = item.get("type", "message")
-        if kind == "message":
-            items.append((item.get("role"), text_of(item.get("content"))))
-        elif kind.endswith("_output"):
-            items.append(("result", text_of(item.get("output"))))
-        elif kind.endswith("_call"):
-            items.append(("call", ""))
-    tools = {tool.get("name"): tool.get("parameters") for tool in body.get("tools") or []}
-    return Conversation(items, tools)
-
-
-def read_messages(body):
-    items = []
-    for message in body.get("messages") or []:
-        content = message.get("content")
-        for block in [{"type": "text", "text": content}] if isinstance(content, str) else content:
-            kind = {"tool_use": "call", "tool_result": "result"}.get(block.get("type"))
-            text = block.get("content") if kind == "result" else block.get("text")
-            items.append((kind or message.get("role"), text_of(text or "")))
-    tools = {tool.get("name"): tool.get("input_schema") or {} for tool in body.get("tools") or []}
-    return Conversation(items, tools)
-
-
-def read_completions(body):
-    items = []
-    for message in body.get("messages") or []:
-        items += [("call", "")] * len(message.get("tool_calls") or [])
-        role = message.get("role")
-        items.append(("result" if role == "tool" else role, text_of(message.get("content"))))
-    functions = [tool.get("function") or {} for tool in body.get("tools") or []]
-    tools = {each.get("name"): each.get("parameters") or {} for each in functions}
-    return Conversation(items, tools)
-
 
 # ---- answers: each dialect is given the steps, and an object that sends events ------------------
 
@@ -219,13 +96,13 @@ def answer_messages(steps, model, send):
         "id": new_id("msg"), "type": "message", "role": "assistant", "model": model, "content": [],
         "stop_reason": None, "stop_sequence": None, "usage": usage}})
     for index, step in enumerate(steps):
-        isCall = step[0] == "call"
+        is_call = step[0] == "call"
         block = ({"type": "tool_use", "id": new_id("toolu"), "name": step[1], "input": {}}
-                 if isCall else {"type": "text", "text": ""})
+                 if is_call else {"type": "text", "text": ""})
         send({"type": "content_block_start", "index": index, "content_block": block})
-        for piece in pieces(json.dumps(step[2])) if isCall else words_of(step):
+        for piece in pieces(json.dumps(step[2])) if is_call else words_of(step):
             delta = ({"type": "input_json_delta", "partial_json": piece}
-                     if isCall else {"type": "text_delta", "text": piece})
+                     if is_call else {"type": "text_delta", "text": piece})
             send({"type": "content_block_delta", "index": index, "delta": delta})
         send({"type": "content_block_stop", "index": index})
     reason = "tool_use" if any(step[0] == "call" for step in steps) else "end_turn"
@@ -309,13 +186,13 @@ def claude_headers(status):
 
 def failure(dialect, status):
     """The headers and the body of a failed answer."""
-    isLimit = status == 429
+    is_limit = status == 429
     if dialect == "/messages":
         kind = {429: "rate_limit_error", 401: "authentication_error"}.get(status, "api_error")
-        text = "The usage limit is reached." if isLimit else "The stand-in fails on purpose."
-        headers = {"x-should-retry": "false"} | (claude_headers("rejected") if isLimit else {})
+        text = "The usage limit is reached." if is_limit else "The stand-in fails on purpose."
+        headers = {"x-should-retry": "false"} | (claude_headers("rejected") if is_limit else {})
         return headers, {"type": "error", "error": {"type": kind, "message": text}}
-    if isLimit:
+    if is_limit:
         error = {"type": "usage_limit_reached", "code": "usage_limit_reached", "plan_type": "plus",
                  "message": "The usage limit has been reached", "resets_in_seconds": 3600,
                  "resets_at": int(time.time()) + 3600}
@@ -348,7 +225,7 @@ class Handler(BaseHTTPRequestHandler):
         self.close_connection = True
         self.reply(403, {"error": {"message": "Outside hosts are refused."}})
 
-    def isForOthers(self):
+    def is_for_others(self):
         if self.path.startswith("/"):
             return False
         self.do_CONNECT()
@@ -360,7 +237,7 @@ class Handler(BaseHTTPRequestHandler):
         self.end_headers()
 
     def do_GET(self):
-        if self.isForOthers():
+        if self.is_for_others():
             return
         path = self.path.split("?")[0]
         if path.endswith("/wham/usage"):
@@ -372,7 +249,7 @@ class Handler(BaseHTTPRequestHandler):
 
     def do_POST(self):
         data = self.read_body()
-        if self.isForOthers():
+        if self.is_for_others():
             return
         path = self.path.split("?")[0]
         dialect = next((each for each in DIALECTS if path.endswith(each)), None)

@@ -9,6 +9,7 @@ import argparse
 import concurrent.futures
 import os
 import shutil
+import subprocess
 import sys
 import tempfile
 import threading
@@ -16,7 +17,7 @@ import time
 import traceback
 from pathlib import Path
 
-from cases import CASES
+from cases import CASES, NEEDS
 from model_server import ModelServer
 from programs import PROGRAMS, Unavailable, cache_folder
 from vantrell import Failure, Home
@@ -33,6 +34,7 @@ class Runner:
         self.printing = threading.Lock()
         self.failed = []
         self.passed = 0
+        self.left_out = 0
         self.unavailable = {}
         self.homes = {}
         self.end = None
@@ -50,6 +52,20 @@ class Runner:
     def say(self, text):
         with self.printing:
             print(text, flush=True)
+
+    def leave_out(self, chosen):
+        """Cases for commands that this Vantrell does not have yet are told, and left out."""
+        text = subprocess.run([self.vantrell, "--help"], capture_output=True, text=True).stdout
+        commands = {line.split()[0] for line in text.splitlines() if line.startswith("  ")}
+        rest = []
+        for provider, name, function in chosen:
+            needed = NEEDS.get(function)
+            if needed and needed not in commands:
+                self.left_out += 1
+                self.say(f"left out  {provider}: {name} (there is no \"vantrell {needed}\")")
+            else:
+                rest.append((provider, name, function))
+        return rest
 
     def perform(self, number, provider, name, function):
         begun = time.monotonic()
@@ -95,7 +111,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
     parser.add_argument("--programs", type=Path, required=True, help="folder of the built programs")
     parser.add_argument("--only", default="", help="only cases whose provider or name holds this")
-    parser.add_argument("--jobs", type=int, default=max(2, os.cpu_count() or 2))
+    parser.add_argument("--jobs", type=int, default=(os.cpu_count() or 2) + 1)
     parser.add_argument("--keep", action="store_true", help="keep the homes of failed cases")
     arguments = parser.parse_args()
 
@@ -109,6 +125,7 @@ def main():
     runner = Runner(arguments, folder)
     begun = time.monotonic()
     try:
+        chosen = runner.leave_out(chosen)
         runner.install(dict.fromkeys(provider for provider, _, _ in chosen))
         # The ones with the longest waits first.
         chosen.sort(key=lambda each: not (each[0] == "glm" and "fails the run" in each[1]))
@@ -126,7 +143,8 @@ def main():
     print(f"\n{time.monotonic() - begun:.0f} seconds")
     for provider, name in runner.failed:
         print(f"failed: {provider}: {name}")
-    print(f"{runner.passed} passed, {len(runner.failed)} failed")
+    rest = f", {runner.left_out} left out" if runner.left_out else ""
+    print(f"{runner.passed} passed, {len(runner.failed)} failed{rest}")
     return 1 if runner.failed else 0
 
 

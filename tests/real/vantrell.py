@@ -90,12 +90,12 @@ class Home:
         for name in filter(str.isdigit, os.listdir("/proc")):
             try:
                 with open(f"/proc/{name}/environ", "rb") as environment:
-                    isOurs = mark in environment.read()
+                    is_ours = mark in environment.read()
                 with open(f"/proc/{name}/cmdline", "rb") as command:
                     text = command.read().replace(b"\0", b" ").decode(errors="replace").strip()
             except OSError:
                 continue
-            if isOurs and text:  # what has ended and was not waited for has no command line
+            if is_ours and text:  # what has ended and was not waited for has no command line
                 found[int(name)] = text
         return found
 
