@@ -272,6 +272,39 @@ def replaced_session(home):
            texts[-1] == "second", f"the transcript is not whole: {texts} {second.summary()}")
 
 
+# ---- models -------------------------------------------------------------------------------------
+
+# What is chosen, and what the model's server is then asked for.
+CHOICES = {
+    "codex": (["--model", "gpt-5.5", "--effort", "low"], "gpt-5.5, effort low"),
+    "claude": (["--model", "opus", "--effort", "low"], "claude-opus"),
+    "glm": (["--model", "zai-coding-plan/glm-4.5-air"], "glm-4.5-air"),
+    "kimi": (["--model", "second"], "kimi-second"),
+}
+
+
+@case("the chosen model does the work")
+def chosen_model(home):
+    options, expected = CHOICES[home.program.provider]
+    run = home.turn("MODEL", *options)
+    demand(run.said().startswith("MODEL: " + expected), run.summary())
+    demand(not run.of_kind("system"), run.summary())
+
+
+@case("a model that it does not take is told", "kimi")
+def model_not_taken(home):
+    run = home.turn("MODEL", "--model", "none-such")
+    notes = [entry["text"] for entry in run.of_kind("system")]
+    demand(len(notes) == 1 and "none-such" in notes[0], f"not told: {run.summary()}")
+
+
+@case("a model outside the plan is refused", "glm")
+def model_outside_plan(home):
+    for model in ("zai-coding-plan/none-such", "openai/gpt-5.5"):
+        run = home.turn("MODEL", "--model", model, status=1)
+        demand(not run.said(), f"it worked with another model: {run.summary()}")
+
+
 # ---- failures -----------------------------------------------------------------------------------
 
 LIMIT_TEXTS = {"codex": "usage limit", "claude": "limit", "glm": "usage limit"}

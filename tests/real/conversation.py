@@ -3,7 +3,7 @@
 import json
 import re
 
-DIRECTIVE = re.compile(r"^(SAY|RUN|WRITE|BOTH|RECALL|SLOW|LIMIT|FAIL)(?::(.*))?$", re.M)
+DIRECTIVE = re.compile(r"^(SAY|RUN|WRITE|BOTH|RECALL|MODEL|SLOW|LIMIT|FAIL)(?::(.*))?$", re.M)
 # Behind it stand the user's own words, once for each request, also where an agent has joined two.
 REQUEST_MARK = "USER REQUEST:\n"
 
@@ -19,8 +19,11 @@ def text_of(content):
 class Conversation:
     """What an agent has sent: its items as (kind, text), kind being user, call, result or other."""
 
-    def __init__(self, items, tools):
+    def __init__(self, items, tools, body):
         self.items = items
+        self.model = body.get("model")
+        settings = body.get("reasoning") or body.get("output_config") or {}
+        self.effort = settings.get("effort") or "default"
         self.tools = tools  # name to parameters; None for a tool that takes a bare text
         self.requests = []  # (index of the item, the user's words)
         for index, (kind, text) in enumerate(items):
@@ -53,6 +56,8 @@ class Conversation:
             elif name == "RECALL":
                 steps.append(("say", "RECALLED: " + "; ".join(
                     " ".join(earlier.split()) for _, earlier in self.requests[:-1])))
+            elif name == "MODEL":
+                steps.append(("say", f"MODEL: {self.model}, effort {self.effort}"))
             elif name == "SLOW":
                 steps.append(("slow", float(argument)))
             else:
@@ -98,7 +103,7 @@ def read_responses(body):
         elif kind.endswith("_call"):
             items.append(("call", ""))
     tools = {tool.get("name"): tool.get("parameters") for tool in body.get("tools") or []}
-    return Conversation(items, tools)
+    return Conversation(items, tools, body)
 
 
 def read_messages(body):
@@ -110,7 +115,7 @@ def read_messages(body):
             text = block.get("content") if kind == "result" else block.get("text")
             items.append((kind or message.get("role"), text_of(text or "")))
     tools = {tool.get("name"): tool.get("input_schema") or {} for tool in body.get("tools") or []}
-    return Conversation(items, tools)
+    return Conversation(items, tools, body)
 
 
 def read_completions(body):
@@ -121,4 +126,4 @@ def read_completions(body):
         items.append(("result" if role == "tool" else role, text_of(message.get("content"))))
     functions = [tool.get("function") or {} for tool in body.get("tools") or []]
     tools = {each.get("name"): each.get("parameters") or {} for each in functions}
-    return Conversation(items, tools)
+    return Conversation(items, tools, body)

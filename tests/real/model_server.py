@@ -7,6 +7,7 @@ What it does is written in the user's latest request, each directive at the star
   WRITE:path=content  has the agent write a file, then the same
   BOTH:one;two        two shell commands in one answer
   RECALL              says which requests the conversation had before this one
+  MODEL               says which model and effort it was asked for
   SLOW:seconds        a tick every so many seconds, 100 times
   LIMIT               the vendor's answer when the allowance is spent
   FAIL:status         that HTTP status

@@ -168,6 +168,8 @@ def configure_opencode(home, model):
     models = {
         "glm-4.7": {"name": "GLM-4.7", "tool_call": True,
                     "limit": {"context": 200000, "output": 32000}},
+        "glm-4.5-air": {"name": "GLM-4.5-Air", "tool_call": True,
+                        "limit": {"context": 128000, "output": 32000}},
     }
     write(home / ".config/opencode/opencode.json", {
         "autoupdate": False,
@@ -200,6 +202,11 @@ api_key = "none"
 [models.stand-in]
 provider = "stand-in"
 model = "kimi-for-coding"
+max_context_size = 200000
+
+[models.second]
+provider = "stand-in"
+model = "kimi-second"
 max_context_size = 200000
 """)
     return {"KIMI_CODE_NO_AUTO_UPDATE": "1"}

@@ -133,12 +133,19 @@ void ACPConnection::applyModel(AgentStartResult result, AgentClient::StartComple
   if (!configuration_.model || configuration_.model->empty()) return completion(std::move(result));
   auto params = acp::configOptionParams(result.sessionId, "model", *configuration_.model);
   request("session/set_config_option", std::move(params),
-          [this, result, completion = std::move(completion)](Answer answer) {
+          [this, result, completion = std::move(completion)](Answer answer) mutable {
+            if (answer) return completion(std::move(result));
             // Only a GLM model is guarded: another model of OpenCode may be billed per use.
-            if (!answer && configuration_.provider == AgentProvider::glm) {
+            if (configuration_.provider == AgentProvider::glm) {
               return completion(std::unexpected(answer.error()));
             }
-            completion(result);
+            std::string notice =
+                fmt::format("{} did not take the chosen model {} ({}). It works with another one.",
+                            configuration_.runtimeName, *configuration_.model,
+                            answer.error().localizedDescription());
+            if (events_.log) events_.log(notice + "\n");
+            result.notice = result.notice ? *result.notice + " " + notice : std::move(notice);
+            completion(std::move(result));
           });
 }
 
