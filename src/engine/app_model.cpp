@@ -1,5 +1,6 @@
 #include "engine/app_model.h"
 
+#include "engine/open_tools.h"
 #include "records/orchestration_store.h"
 #include "records/workspace_store.h"
 
@@ -32,6 +33,9 @@ AppModel::AppModel(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore&
       usageReset(std::make_shared<UsageReset>(selection, executions, usage, controls, *starter)),
       driver(std::make_shared<TaskDriver>(main, settings, tree, selection, executions, *starter,
                                           failures, usage, ports_)) {
+  executions.onEnded = [this](ThreadExecutionRuntime& execution, const ThreadExecutionKey& key) {
+    endOpenTools(execution, key, tree);
+  };
   approvals.stopTask = [this] { driver->stopWorking(); };
   runtimes->showError = [this](std::string text) { executions.showError(std::move(text)); };
   runtimes->selectedProject = [this]() -> std::optional<std::string> {

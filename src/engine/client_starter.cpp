@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "engine/open_tools.h"
 #include "platform/weakly.h"
 #include "runtimes/process_client.h"
 #include "runtimes/provider_registry.h"
@@ -58,6 +59,7 @@ void ClientStarter::startClient(AgentProvider provider, const ThreadExecutionKey
 void ClientStarter::attach(const std::shared_ptr<AgentClient>& client, const Attempt& attempt) {
   ThreadExecutionRuntime& execution = executions_.execution(attempt.key);
   execution.endClient();
+  endOpenTools(execution, attempt.key, tree_);
   const Date now = main_.now();
   execution.connectionState = ConnectionState::connecting();
   execution.cliLog.clear();
@@ -120,6 +122,10 @@ void ClientStarter::setCallbacks(const std::shared_ptr<AgentClient>& client,
         [provider = client->provider()](Self& self, std::vector<ProviderModelOption> options) {
           self.catalog_.reported(provider, std::move(options));
         });
+    reporting->onPermissionWithdrawn =
+        whileServing([key](Self& self, Execution&, std::int64_t requestID) {
+          self.approvals_.requestWithdrawn(requestID, key);
+        });
   }
 }
 
@@ -144,6 +150,23 @@ void ClientStarter::startCompleted(const std::shared_ptr<AgentClient>& client,
   failures_.fail(
       attempt.key, attempt.runID,
       {.description = description, .text = failures_.advice(description, attempt.provider)});
+  forgetLostSession(attempt, description);
+}
+
+// The failure was told. Were the session kept, each later prompt of the task would end like this
+// one.
+void ClientStarter::forgetLostSession(const Attempt& attempt, const std::string& description) {
+  const auto& isSessionLost = ports_.connector(attempt.provider).isSessionLost;
+  const ChatThread* thread = tree_.thread(attempt.key);
+  if (!isSessionLost || !thread || !thread->sessionID(attempt.provider)) return;
+  if (!isSessionLost(description)) return;
+  tree_.updateThread(
+      attempt.key, [&attempt](ChatThread& changed) { changed.forgetSessionID(attempt.provider); });
+  tree_.appendSystemEntry(
+      fmt::format("{} no longer has the session of this task. The next prompt begins a new one, "
+                  "which does not know what was said before.",
+                  shortLabel(attempt.provider)),
+      attempt.key);
 }
 
 void ClientStarter::watchdogFired(const std::shared_ptr<AgentClient>& client,

@@ -48,6 +48,7 @@ class ClientStarter : public std::enable_shared_from_this<ClientStarter> {
   void setCallbacks(const std::shared_ptr<AgentClient>& client, const ThreadExecutionKey& key);
   void startCompleted(const std::shared_ptr<AgentClient>& client, const Attempt& attempt,
                       StartResult result);
+  void forgetLostSession(const Attempt& attempt, const std::string& description);
   void watchdogFired(const std::shared_ptr<AgentClient>& client, const Attempt& attempt);
   void terminated(AgentProvider provider, const std::string& text, const ThreadExecutionKey& key,
                   ThreadExecutionRuntime& execution);

@@ -98,7 +98,12 @@ void ExecutionTable::resetConnection() {
 
 void ExecutionTable::remove(const ThreadExecutionKey& key) {
   const auto node = executions_.extract(key);
-  if (!node.empty()) node.mapped()->endClient();
+  if (!node.empty()) end(*node.mapped(), key);
+}
+
+void ExecutionTable::end(ThreadExecutionRuntime& runtime, const ThreadExecutionKey& key) {
+  runtime.endClient();
+  if (onEnded) onEnded(runtime, key);
 }
 
 void ExecutionTable::setReceiving(bool receiving) {
@@ -109,7 +114,7 @@ void ExecutionTable::setReceiving(bool receiving) {
 }
 
 void ExecutionTable::removeAll() {
-  for (auto& [key, runtime] : std::exchange(executions_, {})) runtime->endClient();
+  for (auto& [key, runtime] : std::exchange(executions_, {})) end(*runtime, key);
   publishExecution(selection_.key());
 }
 

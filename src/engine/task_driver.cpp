@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "engine/handoff_capsule.h"
+#include "engine/open_tools.h"
 #include "engine/prompt_assembly.h"
 #include "platform/text.h"
 #include "platform/weakly.h"
@@ -202,6 +203,7 @@ void TaskDriver::performSend(const std::string& prompt, const Turn& turn, AgentP
         if (!serving) return;
         --serving->unansweredPrompts;
         if (serving->activeRunID != turn.runID) {
+          if (serving->unansweredPrompts == 0) endOpenTools(*serving, turn.key, self.tree_);
           return self.executions_.publishExecutionIfSelected(turn.key);
         }
         if (result) {
@@ -258,7 +260,9 @@ void TaskDriver::turnFailed(const AgentError& error, const Turn& turn, AgentProv
 
 void TaskDriver::handOff(Turn turn, AgentProvider from, AgentProvider to) {
   // What the old client still says is no part of the turn any more.
-  executions_.execution(turn.key).endClient();
+  ThreadExecutionRuntime& execution = executions_.execution(turn.key);
+  execution.endClient();
+  endOpenTools(execution, turn.key, tree_);
   buildCapsule(turn, from, to, [turn, from, to](TaskDriver& self, std::string capsule) mutable {
     self.tree_.appendSystemEntry(
         fmt::format("{} allowance reached. Automatically handed this task to {}.", shortLabel(from),

@@ -106,6 +106,20 @@ std::shared_ptr<void> WorkspaceTree::holdSaves() {
   return hold;
 }
 
+namespace {
+
+/// Only an entry that changes is touched: each that is touched is stored again.
+void endOpenTools(Transcript& entries) {
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    const ChatEntry& entry = std::as_const(entries)[i];
+    if (entry.kind == ChatEntryKind::tool && entry.status && isOpenToolStatus(*entry.status)) {
+      entries[i].status = "failed";
+    }
+  }
+}
+
+}  // namespace
+
 void WorkspaceTree::settleRunsLeftOpen() {
   const Date now = main_.now();
   bool anyWasOpen = false;
@@ -119,6 +133,7 @@ void WorkspaceTree::settleRunsLeftOpen() {
         run.updatedAt = now;
         run.completedAt = now;
         anyWasOpen = true;
+        endOpenTools(thread.entries);
       }
     }
   }

@@ -65,6 +65,11 @@ void ChatThread::setSessionID(std::string session, AgentProvider provider) {
   lastProvider = provider;
 }
 
+void ChatThread::forgetSessionID(AgentProvider provider) {
+  if (provider == AgentProvider::grok) sessionId.reset();
+  if (providerSessionIDs) providerSessionIDs->erase(std::string(rawText(provider)));
+}
+
 std::optional<std::string> ChatThread::modelID(AgentProvider provider) const {
   return lookUp(providerModelIDs, provider);
 }

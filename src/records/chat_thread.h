@@ -60,6 +60,8 @@ struct ChatThread {
   std::optional<std::string> sessionID(AgentProvider provider) const;
   /// Also makes the provider `lastProvider`. Leaves `updatedAt` alone.
   void setSessionID(std::string session, AgentProvider provider);
+  /// The provider's next start begins a new session. It stays `lastProvider`.
+  void forgetSessionID(AgentProvider provider);
 
   std::optional<std::string> modelID(AgentProvider provider) const;
   std::optional<std::string> effort(AgentProvider provider) const;

@@ -4,6 +4,26 @@
 
 namespace vantrell {
 
+namespace {
+
+/// Some runtimes colour what they write to standard error (Codex does), terminal or not. The codes
+/// are noise wherever the text is shown.
+std::string withoutColors(const std::string& text) {
+  std::string plain;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (text.compare(at, 2, "\x1b[") != 0) {
+      plain += text[at];
+      continue;
+    }
+    // The parameters end with a letter or one of a few signs.
+    at += 2;
+    while (at < text.size() && (text[at] < '@' || text[at] > '~')) ++at;
+  }
+  return plain;
+}
+
+}  // namespace
+
 AgentConnection::AgentConnection(SerialQueue queue, std::shared_ptr<Mailbox> mailbox,
                                  AgentEvents events)
     : queue_(std::move(queue)), events_(std::move(events)), mailbox_(std::move(mailbox)) {}
@@ -69,6 +89,15 @@ void AgentConnection::questionEnded(std::int64_t id) {
   if (wasShown && !questions_.empty()) deliverFirstQuestion();
 }
 
+void AgentConnection::questionWithdrawn(std::int64_t id) {
+  const bool wasShown = !questions_.empty() && questions_.front().request.id == id;
+  if (wasShown && events_.permissionWithdrawn) {
+    handOutUpdates();
+    events_.permissionWithdrawn(id);
+  }
+  questionEnded(id);
+}
+
 void AgentConnection::deliverFirstQuestion() {
   handOutUpdates();
   const Question& first = questions_.front();
@@ -82,7 +111,7 @@ void AgentConnection::endProcess(JsonLineProcess::Ending ending) {
 
 std::string AgentConnection::textOfEnd(std::string_view runtimeName, ExitStatus status,
                                        std::string errorText) {
-  if (!errorText.empty()) return errorText;
+  if (!errorText.empty()) return withoutColors(errorText);
   // One number for both kinds of end, a signal's number being the status of what it killed.
   return fmt::format("{} exited with status {}.", runtimeName,
                      status.signal != 0 ? status.signal : status.status);

@@ -26,6 +26,7 @@ struct AgentEvents {
   /// In the order in which they came, as many as one read brought.
   std::function<void(std::vector<JsonObject> updates, std::size_t bytes)> sessionUpdates;
   std::function<void(PermissionRequest, std::size_t bytes)> permissionRequest;
+  std::function<void(std::int64_t requestID)> permissionWithdrawn;
   std::function<void(std::string text)> log;
   std::function<void()> replayStarted;
   std::function<void()> replayFailed;
@@ -66,8 +67,10 @@ class AgentConnection : public std::enable_shared_from_this<AgentConnection> {
   /// One question at a time reaches the user; those behind it wait, so that none is lost behind
   /// another. Hands out the updates that came before it.
   void ask(PermissionRequest request, std::size_t bytes);
-  /// The question with this id has its answer or is withdrawn: the next one may be asked.
+  /// The question with this id has its answer: the next one may be asked.
   void questionEnded(std::int64_t id);
+  /// The runtime no longer waits for the answer. The user is told if it was shown.
+  void questionWithdrawn(std::int64_t id);
   void allQuestionsEnded() { questions_.clear(); }
   /// No more events of the process. A second call does nothing.
   void endProcess(JsonLineProcess::Ending ending);

@@ -2,6 +2,7 @@
 
 #include "runtimes/acp/acp_client.h"
 #include "runtimes/claude/claude_code_client.h"
+#include "runtimes/claude/claude_messages.h"
 #include "runtimes/codex/codex_app_server_client.h"
 #include "runtimes/grok_arguments.h"
 #include "runtimes/local/local_runtime_service.h"
@@ -191,7 +192,8 @@ ProviderConnector programConnector(const ProgramRow& row, const Means& means) {
             return program ? row.make(*means, withoutDefaultIds(context), *program) : Client();
           },
       .modelOptions = [row, means](const Context& context) { return row.models(*means, context); },
-      .advice = {}};
+      .advice = {},
+      .isSessionLost = row.provider == AgentProvider::claude ? claude::isSessionLost : nullptr};
 }
 
 ProviderConnector taskletConnector(const Means& means) {

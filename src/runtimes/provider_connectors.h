@@ -42,6 +42,9 @@ struct ProviderConnector {
   std::function<std::vector<ProviderModelOption>(const ProviderConnectorContext&)> modelOptions;
   /// What to tell the user for a failure's words; unset: the provider's usual advice.
   std::function<std::string(const std::string& description)> advice;
+  /// Whether a failed start says that the runtime no longer has the session; unset: it would have
+  /// begun a new one by itself.
+  std::function<bool(std::string_view description)> isSessionLost{};
 };
 
 /// What connectors work with. All references must outlive the registry and the clients.

@@ -6,6 +6,7 @@
 namespace vantrell::tests {
 namespace {
 
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
@@ -356,6 +357,27 @@ TEST_F(TaskDriver, StartFailureDropsTheClientAndKeepsTheSession) {
   EXPECT_EQ(run().statusMessage, "quota exceeded");
   EXPECT_EQ(thread().sessionID(AgentProvider::kimi), "session");
   EXPECT_EQ(clients.size(), 2u) << "a limit at the start hands nothing on";
+}
+
+TEST_F(TaskDriver, SessionThatTheRuntimeHasLostIsToldAndForgotten) {
+  connectors[AgentProvider::kimi].isSessionLost = [](std::string_view words) {
+    return words == "no such session";
+  };
+  start();
+  work("One");
+  client().finishes();
+  for (const char* words : {"no network", "no such session"}) {
+    client().onUnexpectedTermination("gone");
+    send("Next");
+    EXPECT_EQ(client().existingSession, "session") << words;
+    client().failsToOpen(words);
+    EXPECT_EQ(run().statusMessage, words);
+    send("Once more");
+  }
+  EXPECT_EQ(client().existingSession, std::nullopt);
+  EXPECT_THAT(texts(),
+              Contains("Kimi no longer has the session of this task. The next prompt begins "
+                       "a new one, which does not know what was said before."));
 }
 
 TEST_F(TaskDriver, NoClientShowsTheSetupHintWithoutARemoteEvent) {

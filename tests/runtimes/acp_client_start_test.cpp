@@ -202,7 +202,8 @@ TEST_F(ACPClientStart, KimiIsToldModeAndModelAndForgivesBoth) {
     start();
     expectNotes({"models default a", "models default a",
                  fails ? "started s1; Grok did not take the permission mode that is set (no mode). "
-                         "It works under its own rules."
+                         "It works under its own rules. Grok did not take the chosen model k2 (no "
+                         "model). It works with another one."
                        : "started s1"});
   }
 }

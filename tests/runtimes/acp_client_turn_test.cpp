@@ -162,6 +162,8 @@ TEST_F(ACPClientTurn, CancelTellsTheRuntimeAndWithdrawsOpenQuestions) {
            .expectLine(R"({"jsonrpc":"2.0","method":"session/cancel","params":{"sessionId":"s1"}})")
            .expectLine(R"({"jsonrpc":"2.0","id":80)" + withdrawn)
            .expectLine(R"({"jsonrpc":"2.0","id":81)" + withdrawn)
+           .request(82, "session/request_permission", question("crossed the stop"))
+           .expectLine(R"({"jsonrpc":"2.0","id":82)" + withdrawn)
            .line(R"(send {"id":3,"result":{"stopReason":"cancelled"}})")
            .expectLine(R"({"jsonrpc":"2.0","method":"session/cancel","params":{"sessionId":"s1"}})")
            .say("cancelled again")

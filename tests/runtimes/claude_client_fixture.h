@@ -50,6 +50,9 @@ class ClaudeClientTest : public testing::Test {
       note("asks " + std::to_string(request.id) + " " + request.title);
       questions_.push_back(std::move(request));
     };
+    client_->onPermissionWithdrawn = [this](std::int64_t id) {
+      note("withdrawn " + std::to_string(id));
+    };
     client_->onLog = [this](std::string_view text) {
       checkThread();
       log_ += text;

@@ -160,6 +160,8 @@ TEST_F(ClaudeClientTurn, CancelWritesTheInterruptAndThenTheDenials) {
                        R"("request":{"subtype":"interrupt"}})")
            .expectLine(denial("q1"))
            .expectLine(denial("q2"))
+           .ask("q3", R"({"subtype":"can_use_tool","tool_name":"crossed the stop"})")
+           .expectLine(denial("q3"))
            .send(frames::toolWhole)
            .send(frames::interruptedResult)
            .expectPrompt()
@@ -257,6 +259,7 @@ TEST_F(ClaudeClientTurn, WithdrawnQuestionIsNotAnswered) {
            .say("done")
            .line("hang"));
   await("asks 100001 B");
+  EXPECT_EQ(notes_, (Lines{"asks 100000 Bash", "withdrawn 100000", "asks 100001 B"}));
   client_->respondToPermission(100000, "claude-allow-once");
   client_->respondToPermission(100001, "claude-deny");
   await("says done");

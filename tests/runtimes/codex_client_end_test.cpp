@@ -23,7 +23,7 @@ TEST_F(CodexClientEnd, DeathFailsWhatIsPendingAndThenSaysWhy) {
              .expectPrompt()
              .line(answer)
              .say("m", "a")
-             .line("error  gone \\n")
+             .line("error  \x1b[2mgo\x1b[0;31mne\x1b[0m \\n")  // it colours its words
              .line("exit 3"));
     prompt();
     expectNotes({"says m a", expected, "terminated: gone"});

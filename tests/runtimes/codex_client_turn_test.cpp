@@ -230,6 +230,8 @@ TEST_F(CodexClientTurn, CancelInterruptsAndWithdrawsOpenQuestions) {
                        R"("params":{"threadId":"t1","turnId":"u1"}})")
            .expectLine(R"({"jsonrpc":"2.0","id":0,"result":{"decision":"cancel"}})")
            .expectLine(R"({"jsonrpc":"2.0","id":"p","result":{"permissions":{},"scope":"turn"}})")
+           .request("1", "item/fileChange/requestApproval", R"({"reason":"crossed the stop"})")
+           .expectLine(R"({"jsonrpc":"2.0","id":1,"result":{"decision":"cancel"}})")
            .line(R"(send {"id":5,"error":{"message":"no such turn"}})")
            .endTurn("u1", "interrupted")
            .expectUsageRead()
@@ -239,6 +241,7 @@ TEST_F(CodexClientTurn, CancelInterruptsAndWithdrawsOpenQuestions) {
   await("says m both asked");
   client_->cancel();
   await("turn failed: protocolError Codex turn interrupted.");
+  EXPECT_EQ(questions_.size(), 1U);
   client_->respondToPermission(1, "codex-allow-once");
   client_->cancel();
   prompt();  // would not be what the counterpart expects if either had said anything

@@ -133,12 +133,19 @@ void ACPConnection::applyModel(AgentStartResult result, AgentClient::StartComple
   if (!configuration_.model || configuration_.model->empty()) return completion(std::move(result));
   auto params = acp::configOptionParams(result.sessionId, "model", *configuration_.model);
   request("session/set_config_option", std::move(params),
-          [this, result, completion = std::move(completion)](Answer answer) {
+          [this, result, completion = std::move(completion)](Answer answer) mutable {
+            if (answer) return completion(std::move(result));
             // Only a GLM model is guarded: another model of OpenCode may be billed per use.
-            if (!answer && configuration_.provider == AgentProvider::glm) {
+            if (configuration_.provider == AgentProvider::glm) {
               return completion(std::unexpected(answer.error()));
             }
-            completion(result);
+            std::string notice =
+                fmt::format("{} did not take the chosen model {} ({}). It works with another one.",
+                            configuration_.runtimeName, *configuration_.model,
+                            answer.error().localizedDescription());
+            if (events_.log) events_.log(notice + "\n");
+            result.notice = result.notice ? *result.notice + " " + notice : std::move(notice);
+            completion(std::move(result));
           });
 }
 
@@ -158,12 +165,18 @@ void ACPConnection::publishModelOptions(const JsonObject& result) {
 
 void ACPConnection::sendPrompt(std::string prompt, AgentClient::PromptCompletion completion) {
   if (!sessionId_) return completion(std::unexpected(AgentError(ACPClientError::disconnected())));
+  ++promptsInFlight_;
+  isTurnCancelled_ = false;
   request("session/prompt", acp::promptParams(*sessionId_, std::move(prompt)),
-          std::move(completion));
+          [this, completion = std::move(completion)](Answer answer) {
+            if (--promptsInFlight_ == 0) isTurnCancelled_ = false;
+            completion(std::move(answer));
+          });
 }
 
 void ACPConnection::cancel() {
   if (!sessionId_) return;
+  isTurnCancelled_ = promptsInFlight_ > 0;
   send(jsonrpc::notification("session/cancel", {{"sessionId", *sessionId_}}));
   allQuestionsEnded();
   for (const std::int64_t id : std::exchange(pendingPermissionIDs_, {})) {
@@ -250,6 +263,9 @@ void ACPConnection::handleRequest(std::int64_t id, const std::string& method,
 
 void ACPConnection::handlePermissionRequest(std::int64_t id, const JsonObject& params,
                                             std::size_t bytes) {
+  // OpenCode and Kimi Code still ask what was on its way when they were told to stop. The user has
+  // been told that all has stopped, so nobody is asked and nothing is allowed.
+  if (isTurnCancelled_) return send(jsonrpc::response(id, acp::cancelledOutcome()));
   PermissionRequest question = acp::permissionRequest(id, params, configuration_.runtimeName);
 
   // OpenCode has no full-access mode of its own, so its questions are answered here. The other

@@ -64,8 +64,10 @@ class ACPConnection final : public AgentConnection {
 
   PendingRequests<Answer> pending_;              // its completions live no longer than this object
   std::set<std::int64_t> pendingPermissionIDs_;  // JSON-RPC ids of open questions
-  bool supportsConfigOptions_ = false;           // known after "initialize"
-  bool hasEnded_ = false;                        // stopped, or the process died
+  int promptsInFlight_ = 0;
+  bool isTurnCancelled_ = false;        // and its prompt not answered yet
+  bool supportsConfigOptions_ = false;  // known after "initialize"
+  bool hasEnded_ = false;               // stopped, or the process died
   std::optional<std::string> sessionId_;
 };
 

@@ -142,7 +142,7 @@ void ClaudeConnection::handle(JsonObject message, std::size_t bytes) {
     handleControlRequest(message, bytes);
   } else if (type == "control_cancel_request") {
     const auto withdrawn = permissions_.withdraw(json::textOr(message, "request_id", ""));
-    if (withdrawn) questionEnded(*withdrawn);
+    if (withdrawn) questionWithdrawn(*withdrawn);
   } else if (type == "result") {
     handleResult(std::move(message), bytes);
   } else if (type == "rate_limit_event") {
@@ -192,6 +192,8 @@ void ClaudeConnection::handleControlRequest(const JsonObject& message, std::size
   if (json::textOr(*request, "subtype", "") != "can_use_tool") {
     return send(claude::errorAnswer(*id, "vantrell does not support this Claude control request."));
   }
+  // A question that crossed the interrupt on its way: the user has been told that all has stopped.
+  if (isPromptCancelled_) return send(claude::denyAnswer(*id));
   // Its own mode keeps most questions away already; a configured rule may still ask.
   if (configuration_.permissionMode == GrokPermissionMode::fullAccess) {
     return send(claude::allowAnswer(*id, ClaudePermissions::inputOf(*request)));

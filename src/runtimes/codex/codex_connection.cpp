@@ -99,6 +99,7 @@ void CodexConnection::sendPrompt(std::string prompt, AgentClient::PromptCompleti
   }
   streamedItems_.clear();
   turns_.startSent();
+  isTurnCancelled_ = false;
   request(
       "turn/start", codex::turnStartParams(configuration_, *sessionId_, std::move(prompt)),
       [this, number = ++promptCount_, completion = std::move(completion)](const Answer& answer) {
@@ -118,6 +119,7 @@ void CodexConnection::sendPrompt(std::string prompt, AgentClient::PromptCompleti
 }
 
 void CodexConnection::cancel() {
+  isTurnCancelled_ = turns_.isBusy();
   // A turn can be interrupted once its id is known.
   if (turns_.isStarting()) cancelledPrompts_ = promptCount_;
   if (turns_.currentTurnID()) interrupt(*turns_.currentTurnID());
@@ -298,7 +300,10 @@ void CodexConnection::handleTurnCompleted(const JsonObject& params) {
   handOutUpdates();
   if (turnToInterrupt_ == *id) turnToInterrupt_.reset();
   turns_.ended(*id, *turn);
-  if (!turns_.isBusy()) openItems_.clear();
+  if (!turns_.isBusy()) {
+    openItems_.clear();
+    isTurnCancelled_ = false;
+  }
   refreshUsage();
 }
 
@@ -312,6 +317,12 @@ void CodexConnection::handleRequest(codex::RPCID id, const std::string& method,
   codex::PendingApproval approval{std::move(id), method, std::nullopt};
   if (const JsonObject* asked = json::object(params, "permissions")) {
     approval.requestedPermissions = *asked;
+  }
+  // A question that crossed the interruption on its way: the user has been told that all has
+  // stopped.
+  if (isTurnCancelled_) {
+    return send(jsonrpc::response(codex::toJson(approval.rpcID),
+                                  codex::approvalAnswer(approval, codex::cancelOption)));
   }
   const std::int64_t approvalID = nextApprovalID_++;
   const auto item = openItems_.find(json::textOr(params, "itemId", ""));

@@ -77,6 +77,7 @@ class CodexConnection final : public AgentConnection {
   std::int64_t promptCount_ = 0;
   std::int64_t cancelledPrompts_ = 0;  // those up to this one are to be interrupted once they run
   std::optional<std::string> turnToInterrupt_;             // asked for, not confirmed
+  bool isTurnCancelled_ = false;                           // and not at its end yet
   std::unordered_set<std::string> streamedItems_;          // with a delta in this turn
   std::unordered_map<std::string, JsonObject> openItems_;  // that an approval may be about
   std::int64_t nextApprovalID_ = 1;
