@@ -11,17 +11,14 @@ from vantrell import END_SECONDS, STEP_SECONDS, demand, wait_until
 OPEN = {"pending", "in_progress"}
 
 CASES = []  # (provider, name, function)
-NEEDS = {}  # function to the command of Vantrell that it uses, where older ones have none
 
 
-def case(name, *providers, needs=None):
+def case(name, *providers):
     """The function below is a case of these providers, or of all four."""
 
     def add(function):
         for provider in providers or ("codex", "claude", "glm", "kimi"):
             CASES.append((provider, name, function))
-        if needs:
-            NEEDS[function] = needs
         return function
 
     return add
@@ -332,14 +329,14 @@ def limit(home):
     demand("there is more" in again.said(), again.summary())
 
 
-@case("a spent allowance is remembered", "codex", "claude", needs="usage")
+@case("a spent allowance is remembered", "codex", "claude")
 def limit_remembered(home):
     home.turn("LIMIT", status=1)
     reported = json.loads(home.command("usage", home.program.provider, "--json"))[0]["lastReported"]
     demand(reported and reported["exhausted"], f"the ledger does not know it: {reported}")
 
 
-@case("the program tells its allowance", "codex", needs="usage")
+@case("the program tells its allowance", "codex")
 def allowance(home):
     now = json.loads(home.command("usage", "codex", "--json"))[0]["now"]
     demand(now and (now["usedPercent"], now["longerUsedPercent"], now["plan"], now["exhausted"]) ==
@@ -347,7 +344,7 @@ def allowance(home):
            f"not what the server told: {now}")
 
 
-@case("the program tells its models", "codex", needs="models")
+@case("the program tells its models", "codex")
 def models(home):
     told = json.loads(home.command("models", "codex", "--json"))
     demand(told["areReported"], f"nothing was reported: {told['origin']}")

@@ -9,7 +9,6 @@ import argparse
 import concurrent.futures
 import os
 import shutil
-import subprocess
 import sys
 import tempfile
 import threading
@@ -17,7 +16,7 @@ import time
 import traceback
 from pathlib import Path
 
-from cases import CASES, NEEDS
+from cases import CASES
 from model_server import ModelServer
 from programs import PROGRAMS, Unavailable, cache_folder
 from vantrell import Failure, Home
@@ -34,7 +33,6 @@ class Runner:
         self.printing = threading.Lock()
         self.failed = []
         self.passed = 0
-        self.left_out = 0
         self.unavailable = {}
         self.homes = {}
         self.end = None
@@ -52,20 +50,6 @@ class Runner:
     def say(self, text):
         with self.printing:
             print(text, flush=True)
-
-    def leave_out(self, chosen):
-        """Cases for commands that this Vantrell does not have yet are told, and left out."""
-        text = subprocess.run([self.vantrell, "--help"], capture_output=True, text=True).stdout
-        commands = {line.split()[0] for line in text.splitlines() if line.startswith("  ")}
-        rest = []
-        for provider, name, function in chosen:
-            needed = NEEDS.get(function)
-            if needed and needed not in commands:
-                self.left_out += 1
-                self.say(f"left out  {provider}: {name} (there is no \"vantrell {needed}\")")
-            else:
-                rest.append((provider, name, function))
-        return rest
 
     def perform(self, number, provider, name, function):
         begun = time.monotonic()
@@ -99,7 +83,6 @@ class Runner:
                 self.passed += 1
                 print(f"passed  {provider}: {name} ({took:.1f} s)", flush=True)
 
-
     def stop(self):
         """What has not begun does not begin, and what runs ends soon."""
         self.end = 0
@@ -125,7 +108,6 @@ def main():
     runner = Runner(arguments, folder)
     begun = time.monotonic()
     try:
-        chosen = runner.leave_out(chosen)
         runner.install(dict.fromkeys(provider for provider, _, _ in chosen))
         # The ones with the longest waits first.
         chosen.sort(key=lambda each: not (each[0] == "glm" and "fails the run" in each[1]))
@@ -143,8 +125,7 @@ def main():
     print(f"\n{time.monotonic() - begun:.0f} seconds")
     for provider, name in runner.failed:
         print(f"failed: {provider}: {name}")
-    rest = f", {runner.left_out} left out" if runner.left_out else ""
-    print(f"{runner.passed} passed, {len(runner.failed)} failed{rest}")
+    print(f"{runner.passed} passed, {len(runner.failed)} failed")
     return 1 if runner.failed else 0
 
 
