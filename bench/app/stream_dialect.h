@@ -27,6 +27,10 @@ struct StreamDialect {
   std::vector<Step> untilTheTurn;
   std::string endOfTurn;
   std::string (*update)(const std::string& messageID, const std::string& text);
+  /// Of the time to the observer against parsing alone. A throughput of half of parsing alone is
+  /// twice its time. What ACP sends is handed on as it came; of Codex and Claude Code each update
+  /// is made anew, which allocates as much again as reading it.
+  double limit;
   std::shared_ptr<AgentClient> (*makeClient)(std::string executable, std::string folder,
                                              Environment environment, MainQueue& main,
                                              BackgroundPool& pool);
@@ -47,6 +51,7 @@ inline const std::array<StreamDialect, 3>& streamDialects() {
                     R"({{"jsonrpc":"2.0","method":"session/update","params":{{"sessionId":"9a0d2c1e-5b1f-4d55-8e3a-0f6f3c2b7a11","update":{{"sessionUpdate":"agent_message_chunk","messageId":"{}","content":{{"type":"text","text":"{}"}}}}}}}})",
                     messageID, text);
               },
+          .limit = 2.0,
           .makeClient = [](std::string executable, std::string folder, Environment environment,
                            MainQueue& main, BackgroundPool& pool) -> std::shared_ptr<AgentClient> {
             return ACPClient::make({.executable = std::move(executable),
@@ -70,6 +75,7 @@ inline const std::array<StreamDialect, 3>& streamDialects() {
                     R"({{"method":"item/agentMessage/delta","params":{{"threadId":"01a205da-58bd-7c31-b07d-005a2664c499","turnId":"u","itemId":"{}","delta":"{}"}},"emittedAtMs":1795394475614}})",
                     messageID, text);
               },
+          .limit = 3.0,
           .makeClient = [](std::string executable, std::string folder, Environment environment,
                            MainQueue& main, BackgroundPool& pool) -> std::shared_ptr<AgentClient> {
             return CodexAppServerClient::make({.executable = std::move(executable),
@@ -92,6 +98,7 @@ inline const std::array<StreamDialect, 3>& streamDialects() {
                     R"({{"type":"stream_event","event":{{"index":1,"delta":{{"type":"text_delta","text":"{}"}},"type":"content_block_delta"}},"session_id":"9a0d2c1e-5b1f-4d55-8e3a-0f6f3c2b7a11","parent_tool_use_id":null}})",
                     text);
               },
+          .limit = 3.0,
           .makeClient = [](std::string executable, std::string folder, Environment environment,
                            MainQueue& main, BackgroundPool& pool) -> std::shared_ptr<AgentClient> {
             return ClaudeCodeClient::make({.executable = std::move(executable),

@@ -26,7 +26,8 @@ class StreamFixture {
   explicit StreamFixture(std::vector<StreamPart> parts) : parts_(std::move(parts)) {}
   /// One conversation, whose runtime sends these lines in the turn.
   StreamFixture(const StreamDialect& dialect, const std::string& lines)
-      : StreamFixture({{&dialect, folder_.path() + "/lines"}}) {
+      : StreamFixture({{&dialect}}) {
+    parts_[0].linesFile = folder_.path() + "/lines";
     std::ofstream(parts_[0].linesFile) << lines;
   }
 
