@@ -89,6 +89,7 @@ void AgentConnection::stop() {
   const auto ending =
       isAtWork() ? JsonLineProcess::Ending::prompt : JsonLineProcess::Ending::gentle;
   state_ = State::ended;
+  allQuestionsEnded();
   release();
   if (process_) process_->stop(ending);
   process_.reset();
@@ -97,6 +98,7 @@ void AgentConnection::stop() {
 
 void AgentConnection::ended(ExitStatus status, std::string errorText) {
   state_ = State::ended;
+  allQuestionsEnded();
   release();
   // One number for both kinds of end, a signal's number being the status of what it killed.
   std::string text = !errorText.empty()

@@ -76,7 +76,8 @@ class AgentConnection : public std::enable_shared_from_this<AgentConnection> {
   virtual std::string runtimeName() const = 0;
   /// There is work in hand that must not go on behind a stop().
   virtual bool isAtWork() const = 0;
-  /// Lets go of what the runtime has open here: questions, terminals. No answer can reach it.
+  /// Lets go of what the runtime has open here: questions to answer, terminals. Nothing can reach
+  /// it.
   virtual void release() = 0;
   /// The runtime no longer takes input, or is gone: whatever waits for an answer gets this one.
   virtual void failPending(const AgentError& error) = 0;

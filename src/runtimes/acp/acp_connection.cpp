@@ -170,7 +170,6 @@ void ACPConnection::respondToPermission(std::int64_t requestID, std::string opti
 void ACPConnection::release() {
   if (host_) host_->releaseAll();
   pendingPermissionIDs_.clear();
-  allQuestionsEnded();
 }
 
 AgentError ACPConnection::disconnected(const std::string& /*text*/) const {

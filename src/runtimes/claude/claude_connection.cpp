@@ -86,11 +86,6 @@ void ClaudeConnection::respondToPermission(std::int64_t requestID, std::string o
   questionEnded(requestID);
 }
 
-void ClaudeConnection::release() {
-  permissions_.clear();
-  allQuestionsEnded();
-}
-
 AgentError ClaudeConnection::disconnected(const std::string& text) const {
   return ClaudeCodeClientError::disconnected(text);
 }

@@ -49,7 +49,7 @@ class ClaudeConnection final : public AgentConnection {
 
   std::string runtimeName() const override { return "Claude Code"; }
   bool isAtWork() const override { return isTurnRunning_ || !controlRequests_.empty(); }
-  void release() override;
+  void release() override { permissions_.clear(); }
   void failPending(const AgentError& error) override;
   AgentError disconnected(const std::string& text) const override;
 

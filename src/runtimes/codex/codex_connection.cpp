@@ -133,11 +133,6 @@ void CodexConnection::respondToPermission(std::int64_t requestID, std::string op
   questionEnded(requestID);
 }
 
-void CodexConnection::release() {
-  pendingApprovals_.clear();
-  allQuestionsEnded();
-}
-
 AgentError CodexConnection::disconnected(const std::string& /*text*/) const {
   return codex::disconnected();
 }

@@ -64,7 +64,7 @@ class CodexConnection final : public JsonRpcConnection {
 
   std::string runtimeName() const override { return "Codex"; }
   bool isAtWork() const override { return turns_.isBusy(); }
-  void release() override;
+  void release() override { pendingApprovals_.clear(); }
   void failPending(const AgentError& error) override;
   AgentError disconnected(const std::string& text) const override;
   AgentError systemFailure(std::string text) const override;
