@@ -42,6 +42,10 @@ struct Dialect {
   bool logsOtherLines = false;
 };
 
+void PrintTo(const Dialect& dialect, std::ostream* out) {
+  *out << dialect.runtimeName;
+}
+
 const Dialect dialects[] = {
     {.runtimeName = "Grok",
      .handshake = ACPAgentScript().openSession().text(),
