@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include "platform/files.h"
+
 namespace vantrell {
 
 namespace {
@@ -30,7 +32,8 @@ AgentConnection::AgentConnection(SerialQueue queue, std::shared_ptr<Mailbox> mai
 
 AgentConnection::~AgentConnection() = default;
 
-std::optional<ProcessError> AgentConnection::launch(ProcessOptions options) {
+std::optional<AgentError> AgentConnection::launch(ProcessOptions options, AgentError missing) {
+  if (!files::isExecutable(options.executable)) return missing;
   // The process may outlive this object by the moment that its end takes.
   const auto weak = weak_from_this();
   JsonLineProcess::Handlers handlers;
@@ -48,13 +51,20 @@ std::optional<ProcessError> AgentConnection::launch(ProcessOptions options) {
     if (self && self->events_.log) self->events_.log(std::move(text));
   };
   handlers.onWriteError = [weak](std::string description) {
-    if (const auto self = weak.lock()) self->failPending(AgentError(std::move(description)));
+    if (const auto self = weak.lock())
+      self->failPending(self->systemFailure(std::move(description)));
   };
   handlers.onEnd = [weak](ExitStatus status, std::string errorText) {
     if (const auto self = weak.lock()) self->ended(status, std::move(errorText));
   };
+  const std::string folder = options.workingFolder;
   auto process = JsonLineProcess::start(std::move(options), queue_, mailbox_, std::move(handlers));
-  if (!process) return std::move(process.error());
+  if (!process) {
+    auto& [step, number, description] = process.error();
+    // Without its name the folder's error reads as if the program were missing.
+    return systemFailure(step == ProcessError::Step::enterFolder ? folder + ": " + description
+                                                                 : std::move(description));
+  }
   process_ = std::move(*process);
   return std::nullopt;
 }
@@ -104,17 +114,28 @@ void AgentConnection::deliverFirstQuestion() {
   if (events_.permissionRequest) events_.permissionRequest(first.request, first.bytes);
 }
 
-void AgentConnection::endProcess(JsonLineProcess::Ending ending) {
+void AgentConnection::stop() {
+  const auto ending =
+      isAtWork() ? JsonLineProcess::Ending::prompt : JsonLineProcess::Ending::gentle;
+  state_ = State::ended;
+  allQuestionsEnded();
+  release();
   if (process_) process_->stop(ending);
   process_.reset();
+  failPending(disconnected(runtimeName() + " stopped."));
 }
 
-std::string AgentConnection::textOfEnd(std::string_view runtimeName, ExitStatus status,
-                                       std::string errorText) {
-  if (!errorText.empty()) return withoutColors(errorText);
+void AgentConnection::ended(ExitStatus status, std::string errorText) {
+  state_ = State::ended;
+  allQuestionsEnded();
+  release();
   // One number for both kinds of end, a signal's number being the status of what it killed.
-  return fmt::format("{} exited with status {}.", runtimeName,
-                     status.signal != 0 ? status.signal : status.status);
+  std::string text = !errorText.empty()
+                         ? std::move(errorText)
+                         : fmt::format("{} exited with status {}.", runtimeName(),
+                                       status.signal != 0 ? status.signal : status.status);
+  failPending(disconnected(text));
+  if (events_.unexpectedTermination) events_.unexpectedTermination(std::move(text));
 }
 
 }  // namespace vantrell

@@ -197,16 +197,6 @@ TEST_F(ClaudeClientTurn, RefusedInterruptLeavesTheTurnAlone) {
   expectNotes({"says a", "says b", "turn ended done"});
 }
 
-TEST_F(ClaudeClientTurn, CancelWithoutAProcessWritesNothing) {
-  make(ClaudeAgentScript().open().expectPrompt().endTurn().line("hang"));
-  listen();
-  client_->cancel();
-  start();
-  await("started");
-  prompt();
-  await("turn ended done");
-}
-
 // ---- questions ----------------------------------------------------------------------------------
 
 TEST_F(ClaudeClientTurn, RealQuestionIsAllowedWithItsInputUnchanged) {
@@ -316,50 +306,6 @@ TEST_F(ClaudeClientTurn, WhatIsNoMessageGoesToTheLog) {
   EXPECT_EQ(log_,
             "not json\n[1,2]\na\xEF\xBF\xBD"
             "b\n");
-}
-
-TEST_F(ClaudeClientTurn, SecondResultAnswersNothing) {
-  open(ClaudeAgentScript().open().expectPrompt().endTurn().endTurn().say("after").line("hang"));
-  prompt();
-  expectNotes({"turn ended done", "says after"});
-}
-
-TEST_F(ClaudeClientTurn, FloodArrivesWholeAndInOrder) {
-  constexpr int count = 5000;
-  std::string flood;
-  for (int i = 0; i < count; ++i) {
-    flood += R"(raw {"type":"stream_event","event":{"type":"content_block_delta","delta":{)"
-             R"("type":"text_delta","text":"w)" +
-             std::to_string(i) + R"("}}}\n)" + "\n";
-  }
-  ClaudeAgentScript script;
-  script.open().expectPrompt().line(flood + "bytes 3000000").line(R"(raw \n)").endTurn();
-  open(script.line("hang"));
-  prompt();
-  await("turn ended done");
-  ASSERT_EQ(notes_.size(), count + 1u);
-  for (int i = 0; i < count; ++i) ASSERT_EQ(notes_[i], "says w" + std::to_string(i));
-  EXPECT_EQ(log_.size(), 3000001u);
-}
-
-TEST_F(ClaudeClientTurn, ClientWithoutCallbacksRunsATurnToItsEnd) {
-  make(ClaudeAgentScript()
-           .open()
-           .expectPrompt()
-           .say("x")
-           .line("send loose words")
-           .line("error words")
-           .send(frames::limitReached)
-           .send(frames::toolQuestion)
-           .endTurn()
-           .line("exit 1"));
-  start();
-  await("started");
-  prompt();
-  await("turn ended done");
-  client_->start({}, nullptr);
-  client_->sendPrompt("x", nullptr);
-  main_.runReady();
 }
 
 }  // namespace

@@ -112,10 +112,18 @@ TEST_F(LocalRuntimeDetection, SaysWhyNothingWasFound) {
 }
 
 TEST_F(LocalRuntimeDetection, EndsAtOnceWhenTheSettingsAreWrong) {
-  configure("custom", "");
-  detector_->refresh();
-  ASSERT_TRUE(detector_->status().reason());
-  EXPECT_EQ(*detector_->status().reason(), "Enter a valid local runtime URL.");
+  const std::string invalid = "Enter a valid local runtime URL.";
+  for (const auto& [address, reason] :
+       {std::pair<std::string, std::string>{"", invalid},
+        {"http://", invalid},
+        {"ftp://127.0.0.1", invalid},
+        {"http://models.example/v1",
+         "Non-HTTPS runtimes must use localhost or a private-network address."}}) {
+    configure("custom", address);
+    detector_->refresh();
+    ASSERT_TRUE(detector_->status().reason());
+    EXPECT_EQ(*detector_->status().reason(), reason);
+  }
 }
 
 TEST_F(LocalRuntimeDetection, GivesUpOnASilentServer) {
