@@ -9,14 +9,13 @@ EnginePorts neutralPorts() {
   ports.providerForNextTurn = [](const auto&, const auto&) { return std::nullopt; };
   ports.localRuntimeStatus = [] { return LocalRuntimeStatus::checking(); };
   ports.isTaskletConfigured = [] { return false; };
+  ports.refreshLocalRuntime = nothing;
+  ports.saveTaskletWebhook = [](const std::string&, const auto& reply) { reply(false); };
   ports.routingReason = [](AgentProvider, const auto&) { return std::nullopt; };
   ports.nextAutomaticProvider = [](AgentProvider, const auto&, const auto&) {
     return std::nullopt;
   };
   ports.repositoryState = [](const std::string&, const auto& reply) { reply(""); };
-  ports.usageReported = [](const ProviderUsage&) {};
-  ports.allowanceExhausted = [](AgentProvider) {};
-  ports.startFailed = [](AgentProvider) {};
 
   ports.captureCheckpoint = [](const auto&, const std::string&, WorkspaceCheckpointKind,
                                const EnginePorts::Done& done) { done(); };
@@ -44,7 +43,6 @@ EnginePorts neutralPorts() {
   ports.loadTaskletAndImagine = nothing;
   ports.loadOrchestration = nothing;
   ports.configureRemoteHost = nothing;
-  ports.refreshRuntimes = nothing;
   ports.configureExternalSessionImport = nothing;
   ports.configureAutomationScheduler = nothing;
   ports.configureExecutionMonitor = nothing;

@@ -66,18 +66,30 @@ VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, UserState sta
   }
   EnginePorts ports = enginePorts(connectors_, frontDoorProvider);
   ports.runtimes =
-      runtimeMeans(runner_, executableChoice(options.customExecutable, *state_.defaults));
+      runtimeMeans(runner_, pool_, executableChoice(options.customExecutable, *state_.defaults));
   if (options.desktop) ports.runtimes.desktop = std::move(options.desktop);
   ports.runtimes.refreshesAtStart = options.refreshesRuntimes;
   ports.localRuntimeStatus = [this] { return services_.localRuntime().status(); };
   ports.isTaskletConfigured = [this] { return services_.webhook()->isConfigured(); };
+  ports.refreshLocalRuntime = [this] { services_.localRuntime().refresh(); };
+  ports.saveTaskletWebhook = [this](const std::string& text, std::function<void(bool)> reply) {
+    services_.webhook()->save(text, std::move(reply));
+  };
+  if (ports.runtimes.refreshesAtStart) {
+    ports.loadTaskletAndImagine = [this] {
+      services_.webhook()->load(
+          [this] { model_->changes.announce({.kind = Change::Kind::runtimesChanged}); });
+    };
+  }
   model_ = std::make_unique<AppModel>(main_, *state_.defaults, store_, std::move(ports), &writer_);
+  services_.onLocalRuntimeChanged = [this] { model_->catalog->localRuntimeChanged(); };
   notice_ = std::move(state_.notice);
   if (const auto& met = store_.notice()) notice_ = notice_ ? *notice_ + " " + *met : *met;
 }
 
 // The model first: it ends the clients, which need all the rest.
 VantrellApp::~VantrellApp() {
+  services_.onLocalRuntimeChanged = nullptr;
   model_.reset();
 }
 

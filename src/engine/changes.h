@@ -29,6 +29,7 @@ struct Change {
     selectionChanged,    // with `entryID`: bring that one into view
     settingsChanged,
     modelOptionsChanged,  // what a provider offers
+    usageChanged,         // what is known of an allowance
     runtimesChanged,      // what is installed, a log-in
     saveFailed,           // `text` says why
     noticeRaised,         // `text` is for the user: stored conversations are damaged

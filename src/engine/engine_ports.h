@@ -14,7 +14,6 @@
 #include "records/project_hook.h"
 #include "runtimes/agent_error.h"
 #include "runtimes/provider_connectors.h"
-#include "runtimes/provider_usage.h"
 
 namespace vantrell {
 
@@ -31,6 +30,12 @@ struct EnginePorts {
   /// What is known of the local model server, and whether a Tasklet webhook is stored.
   std::function<LocalRuntimeStatus()> localRuntimeStatus;
   std::function<bool()> isTaskletConfigured;
+  /// Starts a detection of the local model server.
+  std::function<void()> refreshLocalRuntime;
+  /// Stores the webhook as a secret, or forgets it where the text is empty. Replies on the main
+  /// queue.
+  std::function<void(const std::string& text, std::function<void(bool isSaved)> reply)>
+      saveTaskletWebhook;
   /// Why that provider runs, for the run record.
   std::function<std::optional<std::string>(AgentProvider, const Key&)> routingReason;
   /// The provider to hand a task on to after an exhausted allowance; absent when nothing is left.
@@ -41,11 +46,6 @@ struct EnginePorts {
   /// the main queue.
   std::function<void(std::string workspacePath, std::function<void(std::string)> reply)>
       repositoryState;
-  std::function<void(ProviderUsage)> usageReported;
-  std::function<void(AgentProvider)> allowanceExhausted;
-  /// A client of this provider could not be made or started: a usage reset that waited for it ends.
-  std::function<void(AgentProvider)> startFailed;
-
   /// What the desk of the runtimes' programs works with.
   RuntimeMeans runtimes;
 
@@ -94,8 +94,6 @@ struct EnginePorts {
   std::function<void()> loadTaskletAndImagine;
   std::function<void()> loadOrchestration;
   std::function<void()> configureRemoteHost;
-  /// What there is to ask beside the runtimes' programs (a local server, the session controls).
-  std::function<void()> refreshRuntimes;
   std::function<void()> configureExternalSessionImport;
   std::function<void()> configureAutomationScheduler;
   std::function<void()> configureExecutionMonitor;

@@ -16,7 +16,7 @@ constexpr std::size_t checkpointLabelLength = 48;  // user-perceived characters 
 
 TaskDriver::TaskDriver(MainQueue& main, Settings& settings, WorkspaceTree& tree,
                        Selection& selection, ExecutionTable& executions, ClientStarter& starter,
-                       TurnFailures& failures, const EnginePorts& ports)
+                       TurnFailures& failures, UsageDesk& usage, const EnginePorts& ports)
     : main_(main),
       settings_(settings),
       tree_(tree),
@@ -24,6 +24,7 @@ TaskDriver::TaskDriver(MainQueue& main, Settings& settings, WorkspaceTree& tree,
       executions_(executions),
       starter_(starter),
       failures_(failures),
+      usage_(usage),
       ports_(ports) {}
 
 bool TaskDriver::canSend() const {
@@ -238,7 +239,7 @@ void TaskDriver::turnCompleted(const Turn& turn, AgentProvider provider) {
 
 void TaskDriver::turnFailed(const AgentError& error, const Turn& turn, AgentProvider provider) {
   if (isUsageLimitFailure(error)) {
-    ports_.allowanceExhausted(provider);
+    usage_.markExhausted(provider);
     const auto next = allowsAutomaticHandoff(settings_.routingMode())
                           ? ports_.nextAutomaticProvider(provider, turn.attempted, turn.key)
                           : std::nullopt;

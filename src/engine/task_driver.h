@@ -12,6 +12,7 @@
 #include "engine/execution_table.h"
 #include "engine/settings.h"
 #include "engine/turn_failures.h"
+#include "engine/usage_desk.h"
 #include "engine/workspace_tree.h"
 
 namespace vantrell {
@@ -20,7 +21,7 @@ class TaskDriver : public std::enable_shared_from_this<TaskDriver> {
  public:
   TaskDriver(MainQueue& main, Settings& settings, WorkspaceTree& tree, Selection& selection,
              ExecutionTable& executions, ClientStarter& starter, TurnFailures& failures,
-             const EnginePorts& ports);
+             UsageDesk& usage, const EnginePorts& ports);
 
   /// A workspace is selected and its conversation is not busy.
   bool canSend() const;
@@ -68,6 +69,7 @@ class TaskDriver : public std::enable_shared_from_this<TaskDriver> {
   ExecutionTable& executions_;
   ClientStarter& starter_;
   TurnFailures& failures_;
+  UsageDesk& usage_;
   const EnginePorts& ports_;
 };
 
