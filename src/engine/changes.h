@@ -29,6 +29,7 @@ struct Change {
     selectionChanged,    // with `entryID`: bring that one into view
     settingsChanged,
     modelOptionsChanged,  // what a provider offers
+    projectContextChanged,  // what is known about the selected project
     usageChanged,         // what is known of an allowance
     runtimesChanged,      // what is installed, a log-in
     saveFailed,           // `text` says why

@@ -86,14 +86,16 @@ std::vector<AgentProvider> Router::order(std::optional<AgentProvider> active) co
   return ProviderRegistry::routingOrder(settings_.routingMode(), active);
 }
 
-std::optional<AgentProvider> Router::choiceOf(const ThreadExecutionKey& key) const {
-  const ChatThread* thread = tree_.thread(key);
+std::optional<AgentProvider> Router::choiceOf(
+    const std::optional<ThreadExecutionKey>& key) const {
+  const ChatThread* thread = key ? tree_.thread(*key) : nullptr;
   if (!thread || fixed_) return std::nullopt;
   return thread->nextMessageProvider ? thread->nextMessageProvider : thread->preferredProvider;
 }
 
-std::vector<AgentProvider> Router::orderFor(const ThreadExecutionKey& key) const {
-  const auto* execution = executions_.find(key);
+std::vector<AgentProvider> Router::orderFor(
+    const std::optional<ThreadExecutionKey>& key) const {
+  const auto* execution = key ? executions_.find(*key) : nullptr;
   auto providers = order(execution ? execution->activeProvider : std::nullopt);
   if (const auto choice = choiceOf(key)) {
     std::erase(providers, *choice);
@@ -104,7 +106,8 @@ std::vector<AgentProvider> Router::orderFor(const ThreadExecutionKey& key) const
 
 // ---- decisions ----------------------------------------------------------------------------------
 
-void Router::findOut(std::vector<AgentProvider> order, const ThreadExecutionKey& key,
+void Router::findOut(std::vector<AgentProvider> order,
+                     const std::optional<ThreadExecutionKey>& key,
                      std::function<void()> done) {
   for (auto each = order.begin(); each != order.end(); ++each) {
     const auto category = ProviderRegistry::descriptor(*each).category;
@@ -116,12 +119,13 @@ void Router::findOut(std::vector<AgentProvider> order, const ThreadExecutionKey&
             self.findOut(std::move(order), key, std::move(done));
           }));
     }
-    if (providerAvailable(*each, key) && !isExhausted(*each)) break;
+    if (Look(*this, key).isAvailable(*each) && !isExhausted(*each)) break;
   }
   done();
 }
 
-void Router::findOutForNextTurn(const Providers& excluded, const ThreadExecutionKey& key,
+void Router::findOutForNextTurn(const Providers& excluded,
+                                const std::optional<ThreadExecutionKey>& key,
                                 std::function<void()> done) {
   auto providers = orderFor(key);
   std::erase_if(providers, [&](AgentProvider each) { return excluded.contains(each); });
@@ -136,8 +140,8 @@ void Router::findOutForHandoff(AgentProvider after, const Providers& attempted,
   findOut(std::move(providers), key, std::move(done));
 }
 
-std::optional<AgentProvider> Router::expectedProvider(const Providers& excluded,
-                                                      const ThreadExecutionKey& key) {
+std::optional<AgentProvider> Router::expectedProvider(
+    const Providers& excluded, const std::optional<ThreadExecutionKey>& key) {
   const auto providers = orderFor(key);
   Look look(*this, key);
   const auto first = [&](bool evenExhausted) -> std::optional<AgentProvider> {
@@ -213,7 +217,7 @@ RoutingPreview Router::routingPreviewFor(const ThreadExecutionKey& key) const {
 RoutingPreview Router::routingPreview() const {
   const auto active = executions_.mirror().activeProvider;
   const auto preferred =
-      fixed_.value_or(ProviderRegistry::firstProvider(settings_.routingMode()));
+      fixed_.value_or(firstChoice(settings_.routingMode()));
   Look look(*this, std::nullopt);
   const auto candidateOf = [&](AgentProvider each) {
     RoutingCandidate candidate{each, look.isAvailable(each), hasFlag(each), {}, {}};
@@ -236,8 +240,7 @@ RoutingPreview Router::routingPreview() const {
 
   RoutingPreview preview;
   for (const auto each : order(active)) preview.candidates.push_back(candidateOf(each));
-  const auto key = selection_.key();
-  if (const auto choice = key ? choiceOf(*key) : std::nullopt) {
+  if (const auto choice = choiceOf(selection_.key())) {
     const auto* listed = preview.find(*choice);
     preview.provider = choice;
     preview.reason = listed ? listed->reason : candidateOf(*choice).reason;

@@ -45,7 +45,8 @@ class Router : public std::enable_shared_from_this<Router> {
 
   /// Whether a model server answers and a webhook is stored is only known once it was asked for.
   /// Asks what the next decision depends on, and nothing more: at once where that is nothing.
-  void findOutForNextTurn(const Providers& excluded, const ThreadExecutionKey& key,
+  /// Without a key: for a conversation that is still to be made.
+  void findOutForNextTurn(const Providers& excluded, const std::optional<ThreadExecutionKey>& key,
                           std::function<void()> done);
   void findOutForHandoff(AgentProvider after, const Providers& attempted,
                          const ThreadExecutionKey& key, std::function<void()> done);
@@ -55,7 +56,7 @@ class Router : public std::enable_shared_from_this<Router> {
                                                    const ThreadExecutionKey& key);
   /// The same decision, with nothing used up.
   std::optional<AgentProvider> expectedProvider(const Providers& excluded,
-                                                const ThreadExecutionKey& key);
+                                                const std::optional<ThreadExecutionKey>& key);
   /// Who goes on with the task after an exhausted allowance; absent when nobody is left.
   std::optional<AgentProvider> nextAutomaticProvider(AgentProvider after,
                                                      const Providers& attempted,
@@ -84,10 +85,10 @@ class Router : public std::enable_shared_from_this<Router> {
   class Look;
 
   std::vector<AgentProvider> order(std::optional<AgentProvider> active) const;
-  std::vector<AgentProvider> orderFor(const ThreadExecutionKey& key) const;
-  std::optional<AgentProvider> choiceOf(const ThreadExecutionKey& key) const;
+  std::vector<AgentProvider> orderFor(const std::optional<ThreadExecutionKey>& key) const;
+  std::optional<AgentProvider> choiceOf(const std::optional<ThreadExecutionKey>& key) const;
   bool hasFlag(AgentProvider provider) const;
-  void findOut(std::vector<AgentProvider> order, const ThreadExecutionKey& key,
+  void findOut(std::vector<AgentProvider> order, const std::optional<ThreadExecutionKey>& key,
                std::function<void()> done);
 
   MainQueue& main_;

@@ -35,8 +35,8 @@ struct RoutingPreview {
   std::string reason;
   std::vector<RoutingCandidate> candidates;  // in routing order
 
-  const RoutingCandidate* find(AgentProvider provider) const {
-    const auto found = std::ranges::find(candidates, provider, &RoutingCandidate::provider);
+  const RoutingCandidate* find(AgentProvider wanted) const {
+    const auto found = std::ranges::find(candidates, wanted, &RoutingCandidate::provider);
     return found == candidates.end() ? nullptr : &*found;
   }
 };

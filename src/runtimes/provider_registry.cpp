@@ -128,24 +128,9 @@ std::string_view ProviderRegistry::setupHint(AgentProvider provider) {
   return rows()[static_cast<std::size_t>(provider)].setupHint;
 }
 
-AgentProvider ProviderRegistry::firstProvider(ProviderRoutingMode mode) {
-  switch (mode) {
-    case ProviderRoutingMode::automatic:
-    case ProviderRoutingMode::grok: return AgentProvider::grok;
-    case ProviderRoutingMode::codex: return AgentProvider::codex;
-    case ProviderRoutingMode::kimi: return AgentProvider::kimi;
-    case ProviderRoutingMode::glm: return AgentProvider::glm;
-    case ProviderRoutingMode::claude: return AgentProvider::claude;
-    case ProviderRoutingMode::localFirst:
-    case ProviderRoutingMode::local: return AgentProvider::local;
-    case ProviderRoutingMode::tasklet: return AgentProvider::tasklet;
-  }
-  return AgentProvider::grok;
-}
-
 std::vector<AgentProvider> ProviderRegistry::routingOrder(ProviderRoutingMode mode,
                                                           std::optional<AgentProvider> active) {
-  if (!allowsAutomaticHandoff(mode)) return {firstProvider(mode)};
+  if (!allowsAutomaticHandoff(mode)) return {firstChoice(mode)};
   std::vector<AgentProvider> order;
   for (const auto& each : all()) {
     if (each.category == ProviderCategory::subscription) order.push_back(each.id);

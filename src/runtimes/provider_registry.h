@@ -73,8 +73,6 @@ std::span<const ProviderDescriptor> all();
 const ProviderDescriptor& descriptor(AgentProvider provider);
 /// What to do when no client can be made.
 std::string_view setupHint(AgentProvider provider);
-/// The provider that a route is named after, or asks first.
-AgentProvider firstProvider(ProviderRoutingMode mode);
 /// Who is asked for a turn, in this order. On an automatic route the active provider comes first;
 /// Tasklet stands in none, so that only a choice reaches it. A fixed route has one provider.
 std::vector<AgentProvider> routingOrder(ProviderRoutingMode mode,

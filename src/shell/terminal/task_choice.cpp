@@ -74,7 +74,7 @@ std::expected<AgentProvider, UsageError> chooseProvider(
   if (!allowsAutomaticHandoff(route)) {
     return usageError(fmt::format("{} The route leads to it alone; to take another: vantrell route "
                                   "automatic",
-                                  whatToDoFor(app, ProviderRegistry::firstProvider(route))));
+                                  whatToDoFor(app, firstChoice(route))));
   }
   return usageError(
       "No agent is installed. \"vantrell providers\" tells how to get one; or try vantrell run "
