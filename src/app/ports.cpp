@@ -70,12 +70,13 @@ EnginePorts enginePorts(MainQueue& main, BackgroundPool& pool,
   };
   // Both read from a disk that may be slow.
   ports.repositoryState = [&main, &pool](std::string path, auto reply) {
-    answerFrom(pool, main, [path = std::move(path)] { return repositoryState(path); },
-               std::move(reply));
+    answerFrom(
+        pool, main, [path = std::move(path)] { return repositoryState(path); }, std::move(reply));
   };
   ports.discoverContextSources = [&main, &pool](std::string folder, auto reply) {
-    answerFrom(pool, main, [folder = std::move(folder)] { return discoverContextSources(folder); },
-               std::move(reply));
+    answerFrom(
+        pool, main, [folder = std::move(folder)] { return discoverContextSources(folder); },
+        std::move(reply));
   };
   return ports;
 }

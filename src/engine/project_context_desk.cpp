@@ -90,9 +90,9 @@ void ProjectContextDesk::projectContextPrompt(const ThreadExecutionKey& key,
         }));
   }
   ports_.discoverContextSources(
-      workspace->path, weakly(this, [id = workspace->id, reply = std::move(reply)](
-                                        ProjectContextDesk& self,
-                                        std::vector<ProjectContextSource> sources) {
+      workspace->path,
+      weakly(this, [id = workspace->id, reply = std::move(reply)](
+                       ProjectContextDesk& self, std::vector<ProjectContextSource> sources) {
         ProjectContextProfile profile = self.profile(id);
         profile.discoveredSources = std::move(sources);
         reply(block(profile));

@@ -38,8 +38,7 @@ class Router::Look {
   }
 
  private:
-  static const ChatThread* threadOf(const Router& router,
-                                    std::optional<ThreadExecutionKey> key) {
+  static const ChatThread* threadOf(const Router& router, std::optional<ThreadExecutionKey> key) {
     if (!key) key = router.selection_.key();
     return key ? router.tree_.thread(*key) : nullptr;
   }
@@ -86,15 +85,13 @@ std::vector<AgentProvider> Router::order(std::optional<AgentProvider> active) co
   return ProviderRegistry::routingOrder(settings_.routingMode(), active);
 }
 
-std::optional<AgentProvider> Router::choiceOf(
-    const std::optional<ThreadExecutionKey>& key) const {
+std::optional<AgentProvider> Router::choiceOf(const std::optional<ThreadExecutionKey>& key) const {
   const ChatThread* thread = key ? tree_.thread(*key) : nullptr;
   if (!thread || fixed_) return std::nullopt;
   return thread->nextMessageProvider ? thread->nextMessageProvider : thread->preferredProvider;
 }
 
-std::vector<AgentProvider> Router::orderFor(
-    const std::optional<ThreadExecutionKey>& key) const {
+std::vector<AgentProvider> Router::orderFor(const std::optional<ThreadExecutionKey>& key) const {
   const auto* execution = key ? executions_.find(*key) : nullptr;
   auto providers = order(execution ? execution->activeProvider : std::nullopt);
   if (const auto choice = choiceOf(key)) {
@@ -106,18 +103,18 @@ std::vector<AgentProvider> Router::orderFor(
 
 // ---- decisions ----------------------------------------------------------------------------------
 
-void Router::findOut(std::vector<AgentProvider> order,
-                     const std::optional<ThreadExecutionKey>& key,
+void Router::findOut(std::vector<AgentProvider> order, const std::optional<ThreadExecutionKey>& key,
                      std::function<void()> done) {
   for (auto each = order.begin(); each != order.end(); ++each) {
     const auto category = ProviderRegistry::descriptor(*each).category;
     if (category != ProviderCategory::subscription && !ports_.isSetupKnown(*each)) {
-      return ports_.findOutSetup(
-          *each, weakly(this, [order = std::vector(each, order.end()), key,
-                               done = std::move(done)](Router& self) mutable {
-            // What has just been asked for is looked at again, and known now at the latest.
-            self.findOut(std::move(order), key, std::move(done));
-          }));
+      return ports_.findOutSetup(*each,
+                                 weakly(this, [order = std::vector(each, order.end()), key,
+                                               done = std::move(done)](Router& self) mutable {
+                                   // What has just been asked for is looked at again, and known now
+                                   // at the latest.
+                                   self.findOut(std::move(order), key, std::move(done));
+                                 }));
     }
     if (Look(*this, key).isAvailable(*each) && !isExhausted(*each)) break;
   }
@@ -200,10 +197,10 @@ RoutingPreview Router::routingPreviewFor(const ThreadExecutionKey& key) const {
   Look look(*this, key);
   for (const auto each : orderFor(key)) {
     RoutingCandidate candidate{each, look.isAvailable(each), hasFlag(each), {}, {}};
-    candidate.reason = !candidate.available          ? unavailable
-                       : candidate.exhausted         ? reached
-                       : preview.candidates.empty()  ? "Selected for this turn"
-                                                     : fallback;
+    candidate.reason = !candidate.available         ? unavailable
+                       : candidate.exhausted        ? reached
+                       : preview.candidates.empty() ? "Selected for this turn"
+                                                    : fallback;
     if (const auto* known = usage_.usage(each)) candidate.usageLabel = known->compactLabel();
     preview.candidates.push_back(std::move(candidate));
   }
@@ -216,8 +213,7 @@ RoutingPreview Router::routingPreviewFor(const ThreadExecutionKey& key) const {
 
 RoutingPreview Router::routingPreview() const {
   const auto active = executions_.mirror().activeProvider;
-  const auto preferred =
-      fixed_.value_or(firstChoice(settings_.routingMode()));
+  const auto preferred = fixed_.value_or(firstChoice(settings_.routingMode()));
   Look look(*this, std::nullopt);
   const auto candidateOf = [&](AgentProvider each) {
     RoutingCandidate candidate{each, look.isAvailable(each), hasFlag(each), {}, {}};

@@ -179,10 +179,10 @@ void TaskDriver::buildCapsule(const Turn& turn, AgentProvider from, AgentProvide
                                         TaskDriver& driver, const std::string& context) {
               // Reading both takes a while: the turn may have been stopped meanwhile.
               if (!driver.isLive(turn)) return;
-              then(driver, HandoffCapsule::build({from, to, turn.originalPrompt,
-                                                  driver.tree_.thread(turn.key)->entries,
-                                                  *driver.executions_.find(turn.key)->plan, path,
-                                                  repositoryState, context}));
+              then(driver,
+                   HandoffCapsule::build(
+                       {from, to, turn.originalPrompt, driver.tree_.thread(turn.key)->entries,
+                        *driver.executions_.find(turn.key)->plan, path, repositoryState, context}));
             }));
       }));
 }
@@ -270,15 +270,15 @@ void TaskDriver::turnFailed(const AgentError& error, const Turn& turn, AgentProv
   usage_.markExhausted(provider);
   if (!router_.allowsAutomaticHandoff()) return fail(error, turn, provider);
   const auto isDecided = std::make_shared<bool>(false);
-  router_.findOutForHandoff(
-      provider, turn.attempted, turn.key,
-      weakly(this, [error, turn, provider, isDecided](TaskDriver& self) {
-        *isDecided = true;
-        if (!self.isLive(turn)) return;
-        const auto next = self.router_.nextAutomaticProvider(provider, turn.attempted, turn.key);
-        if (next) return self.handOff(turn, provider, *next);
-        self.fail(error, turn, provider);
-      }));
+  router_.findOutForHandoff(provider, turn.attempted, turn.key,
+                            weakly(this, [error, turn, provider, isDecided](TaskDriver& self) {
+                              *isDecided = true;
+                              if (!self.isLive(turn)) return;
+                              const auto next = self.router_.nextAutomaticProvider(
+                                  provider, turn.attempted, turn.key);
+                              if (next) return self.handOff(turn, provider, *next);
+                              self.fail(error, turn, provider);
+                            }));
   // A runtime that ends after its last word must not end the turn while somebody else is looked
   // for.
   const auto& client = executions_.execution(turn.key).client;

@@ -1,7 +1,7 @@
 // Whether a runtime's program is there, for whoever asks often: a routing decision asks for every
-// provider. A program that was found is only looked at again (it may have gone); one that was not is
-// searched anew after a moment, or when what the search depends on has changed. What is started is
-// always searched anew. Main queue.
+// provider. A program that was found is only looked at again (it may have gone); one that was not
+// is searched anew after a moment, or when what the search depends on has changed. What is started
+// is always searched anew. Main queue.
 #pragma once
 
 #include <chrono>

@@ -215,7 +215,8 @@ TEST_F(Operations, WhatBelongsToTheProjectIsLoadedForTheOneThatIsSelected) {
   operations().selectThread(key.threadID, key.workspaceID);
   operations().selectThread(key.threadID, key.workspaceID);
   operations().removeWorkspace(key.workspaceID);
-  EXPECT_THAT(loaded, ElementsAre("General Chats", "project", "General Chats", "project", "General Chats"));
+  EXPECT_THAT(loaded,
+              ElementsAre("General Chats", "project", "General Chats", "project", "General Chats"));
 }
 
 TEST_F(Operations, RecentTasksAreWalkedRoundTheEnds) {

@@ -131,8 +131,8 @@ TEST_F(ProjectContextDesk, UnreadableProfileIsKeptAsideAndAFailedSaveIsKnown) {
   const auto observation = model->changes.observe([&](const Change& change) {
     if (change.kind == Change::Kind::noticeRaised) notices.emplace_back(change.text);
   });
-  const std::string file = folder / "Orchestration/contexts/" +
-                           text::lowercased(key.workspaceID.text()) + ".json";
+  const std::string file =
+      folder / "Orchestration/contexts/" + text::lowercased(key.workspaceID.text()) + ".json";
   desk().setProjectInstructions("First.");
   ASSERT_TRUE(files::writeAtomically(file, R"({"instructions":"no date"})"));
   desk().load();

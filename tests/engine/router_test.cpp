@@ -231,8 +231,7 @@ TEST_F(Router, OnlyAnExhaustedAllowanceHandsOnAndOnlyOnAnAutomaticRoute) {
     client().fails(AgentError(each.failure));
     main.runReady();
     EXPECT_EQ(clients.size(), each.handsOn ? 2U : 1U) << each.failure << " " << rawText(each.mode);
-    EXPECT_EQ(run().status,
-              each.handsOn ? RunRecordStatus::starting : RunRecordStatus::failed);
+    EXPECT_EQ(run().status, each.handsOn ? RunRecordStatus::starting : RunRecordStatus::failed);
     model->operations.newThread(key.workspaceID);
   }
 }

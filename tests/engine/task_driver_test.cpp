@@ -73,13 +73,14 @@ TEST_F(TaskDriver, StepsOfATurnKeepTheirOrder) {
   steps.clear();
   const std::string prompt = "0123456789012345678901234567890123456789abcdefghij";
   work(prompt);
-  EXPECT_THAT(client().prompts[0], StartsWith("VANTRELL PROJECT CONTEXT\nPROJECT INSTRUCTIONS\nKeep to it.\n\nRESPONSE STYLE"));
+  EXPECT_THAT(
+      client().prompts[0],
+      StartsWith("VANTRELL PROJECT CONTEXT\nPROJECT INSTRUCTIONS\nKeep to it.\n\nRESPONSE STYLE"));
   client().finishes();
   main.runReady();
-  EXPECT_THAT(
-      steps,
-      ElementsAre("notifications", "Before: 0123456789012345678901234567890123456789abcdefgh",
-                  "beforeTask", "git", "completed", "queue", "afterTask"));
+  EXPECT_THAT(steps, ElementsAre("notifications",
+                                 "Before: 0123456789012345678901234567890123456789abcdefgh",
+                                 "beforeTask", "git", "completed", "queue", "afterTask"));
 }
 
 TEST_F(TaskDriver, WhiteSpaceAloneIsNoPromptWhateverItsAttachments) {

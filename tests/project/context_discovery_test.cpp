@@ -1,8 +1,8 @@
 #include "project/context_discovery.h"
 
 #include <filesystem>
-#include <sys/stat.h>
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include "platform/text.h"
 #include "support/temporary_folder.h"
@@ -39,8 +39,8 @@ TEST(ContextDiscovery, TakesTheFilesThatAreKnownToGuide) {
 
 TEST(ContextDiscovery, TakesRulesByTheirExtensionAndNotFromSubfolders) {
   TemporaryFolder folder;
-  for (const char* name : {"a.md", "B.MDC", "c.txt", ".hidden.md", "d.rst", "noextension", ".md",
-                           "inner/e.md"}) {
+  for (const char* name :
+       {"a.md", "B.MDC", "c.txt", ".hidden.md", "d.rst", "noextension", ".md", "inner/e.md"}) {
     folder.file(std::string(".cursor/rules/") + name, "text");
   }
   EXPECT_THAT(pathsIn(folder.path()),

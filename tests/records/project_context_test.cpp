@@ -48,7 +48,8 @@ TEST(ProjectContextProfile, PromptHasTheSectionsThatHaveContent) {
   const std::string last20 = profile(0, 25, 0).promptContext(10'000);
   EXPECT_THAT(last20, StartsWith("PROJECT DECISIONS\n- D6: so it is\n- D7"));
   EXPECT_THAT(last20, EndsWith("- D25: so it is"));
-  EXPECT_EQ(profile(0, 0, 0, "aé👨‍👩‍👧‍👦b").promptContext(24), "PROJECT INSTRUCTIONS\naé👨‍👩‍👧‍👦")
+  EXPECT_EQ(profile(0, 0, 0, "aé👨‍👩‍👧‍👦b").promptContext(24),
+            "PROJECT INSTRUCTIONS\naé👨‍👩‍👧‍👦")
       << "cut between characters as people see them";
 }
 
@@ -63,9 +64,9 @@ TEST(ProjectContextStore, KeepsTheProfileAndTakesAnIncompleteOneForNone) {
   ASSERT_TRUE(saveProjectContext(store, kept, id));
   EXPECT_EQ(loadStoredProjectContext(store, id, Date(3)), kept);
 
-  constexpr std::string_view keys[] = {
-      R"("instructions":"x",)",       R"("pinnedFiles":[],)", R"("decisions":[],)",
-      R"("discoveredSources":[],)", R"("updatedAt":"2026-01-01T00:00:00Z",)"};
+  constexpr std::string_view keys[] = {R"("instructions":"x",)", R"("pinnedFiles":[],)",
+                                       R"("decisions":[],)", R"("discoveredSources":[],)",
+                                       R"("updatedAt":"2026-01-01T00:00:00Z",)"};
   for (std::size_t missing = 0; missing <= std::size(keys); ++missing) {
     std::string text = "{";
     for (std::size_t i = 0; i < std::size(keys); ++i) {

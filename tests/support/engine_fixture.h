@@ -27,13 +27,15 @@ class EngineFixture : public ::testing::Test {
   EngineFixture() : store(*defaults, folder.path()) {
     ports = neutralPorts();
     for (const auto each : allAgentProviders) {
-      connectors[each] = {each, "Install it.", [this, each](const auto&) { return provider == each || others.contains(each); },
-                          [this, each](const ProviderConnectorContext& context) {
-                            contexts.push_back(context);
-                            if (noClientFor == each) return std::shared_ptr<AgentClient>();
-                            clients.push_back(std::make_shared<FakeAgentClient>(each));
-                            return std::shared_ptr<AgentClient>(clients.back());
-                          }};
+      connectors[each] = {
+          each, "Install it.",
+          [this, each](const auto&) { return provider == each || others.contains(each); },
+          [this, each](const ProviderConnectorContext& context) {
+            contexts.push_back(context);
+            if (noClientFor == each) return std::shared_ptr<AgentClient>();
+            clients.push_back(std::make_shared<FakeAgentClient>(each));
+            return std::shared_ptr<AgentClient>(clients.back());
+          }};
     }
     ports.connector = [this](AgentProvider each) -> const ProviderConnector& {
       return connectors[each];

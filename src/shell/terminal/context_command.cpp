@@ -19,6 +19,7 @@
 #include "shell/terminal/task_words.h"
 #include "shell/terminal/terminal_style.h"
 #include "shell/terminal/terminal_text.h"
+#include "shell/terminal/text_table.h"
 
 namespace vantrell::shell {
 
@@ -129,9 +130,10 @@ int change(const CommandArguments& arguments,
     const auto sentence = work(desk, workspace);
     if (!sentence) return std::unexpected(sentence.error());
     if (!desk.saveFailure().empty()) {
-      complain(fmt::format("The change could not be saved: {}. Free some space or make the folder "
-                           "writable, then do it again.",
-                           desk.saveFailure()));
+      complain(
+          fmt::format("The change could not be saved: {}. Free some space or make the folder "
+                      "writable, then do it again.",
+                      desk.saveFailure()));
       return exitStatus::failed;
     }
     context.out.write(arguments.has("--json") ? asJson({workspace, desk.profile(*id)})
@@ -143,17 +145,20 @@ int change(const CommandArguments& arguments,
 int setInstructions(const CommandArguments& arguments, std::string_view given) {
   const std::string text =
       text::repaired(given == "-" ? terminal::readStandardInput() : std::string(given));
-  return change(arguments, [&](ProjectContextDesk& desk, const Workspace& workspace)
-                               -> std::expected<std::string, UsageError> {
-    desk.setProjectInstructions(text, workspace.id);
-    const std::string kept = desk.projectInstructions(workspace.id);
-    if (kept != text::trimmed(text)) {
-      return usageError("General has no instructions: they belong to a project. Name one with "
+  return change(arguments,
+                [&](ProjectContextDesk& desk,
+                    const Workspace& workspace) -> std::expected<std::string, UsageError> {
+                  desk.setProjectInstructions(text, workspace.id);
+                  const std::string kept = desk.projectInstructions(workspace.id);
+                  if (kept != text::trimmed(text)) {
+                    return usageError(
+                        "General has no instructions: they belong to a project. Name one with "
                         "--project.");
-    }
-    return fmt::format("{}: {}", onOneLine(workspace.name),
-                       kept.empty() ? "there are no instructions now." : "the instructions are set.");
-  });
+                  }
+                  return fmt::format("{}: {}", onOneLine(workspace.name),
+                                     kept.empty() ? "there are no instructions now."
+                                                  : "the instructions are set.");
+                });
 }
 
 int addDecision(const CommandArguments& arguments) {
@@ -162,12 +167,13 @@ int addDecision(const CommandArguments& arguments) {
   if (text::trimmed(title).empty() || text::trimmed(detail).empty()) {
     return refuse({"A decision has a title and a text; one of them is empty."});
   }
-  return change(arguments, [&](ProjectContextDesk& desk, const Workspace& workspace)
-                               -> std::expected<std::string, UsageError> {
-    desk.addProjectDecision(title, detail, workspace.id);
-    return fmt::format("{}: decision {} is kept.", onOneLine(workspace.name),
-                       desk.profile(workspace.id).decisions.size());
-  });
+  return change(arguments,
+                [&](ProjectContextDesk& desk,
+                    const Workspace& workspace) -> std::expected<std::string, UsageError> {
+                  desk.addProjectDecision(title, detail, workspace.id);
+                  return fmt::format("{}: decision {} is kept.", onOneLine(workspace.name),
+                                     desk.profile(workspace.id).decisions.size());
+                });
 }
 
 int run(const CommandArguments& arguments, const Environment& environment) {
@@ -201,9 +207,10 @@ int run(const CommandArguments& arguments, const Environment& environment) {
   if (is("decisions", 4) && words[1] == "add") return addDecision(arguments);
   static constexpr std::string_view known[] = {"instructions", "clear", "decisions", "sources",
                                                "block"};
-  return refuse({fmt::format("\"context {}\" is nothing to do.{} \"vantrell context --help\" lists "
-                             "what there is.",
-                             words[0], suggestion(words[0], known))});
+  return refuse(
+      {fmt::format("\"context {}\" is nothing to do.{} \"vantrell context --help\" lists "
+                   "what there is.",
+                   words[0], suggestion(words[0], known))});
 }
 
 }  // namespace
@@ -215,12 +222,14 @@ const Command contextCommand{
     .options = options,
     .mostWords = 4,
     .introduction =
-        "Without words: all that is known about the project. It stands in front of every prompt, so\n"
+        "Without words: all that is known about the project. It stands in front of every prompt, "
+        "so\n"
         "that all agents keep to the same standing orders.",
     .closing =
         "instructions TEXT sets the standing instructions (- reads them from standard input), "
         "clear\n"
-        "removes them. decisions add keeps a decision; the last 20 are told. sources are the files\n"
+        "removes them. decisions add keeps a decision; the last 20 are told. sources are the "
+        "files\n"
         "of the project that guide agents, such as AGENTS.md: they are read, never changed. block\n"
         "is what an agent gets, word by word; at most 18,000 characters of it.\n"
         "\n"

@@ -25,12 +25,10 @@ constexpr CommandOption options[] = {
 
 bool isAvailable(RunLoop& loop, VantrellApp& app, AgentProvider provider,
                  const ThreadExecutionKey& task) {
-  await(loop, [&](std::function<void()> done) {
-    app.services().prepare(provider, std::move(done));
-  });
-  return findWithUserPath(loop, *app.model().runtimes, [&] {
-    return app.model().router->providerAvailable(provider, task);
-  });
+  await(loop,
+        [&](std::function<void()> done) { app.services().prepare(provider, std::move(done)); });
+  return findWithUserPath(loop, *app.model().runtimes,
+                          [&] { return app.model().router->providerAvailable(provider, task); });
 }
 
 int run(const CommandArguments& arguments, const Environment&) {
@@ -60,8 +58,8 @@ int run(const CommandArguments& arguments, const Environment&) {
                                        {"scope", rawText(scope)}}) +
                 "\n");
     } else {
-      out.write(fmt::format("{}  {}: {}\n", shortID(task->threadID), thread.entries.back().text,
-                            titleOf(thread)));
+      out.write(fmt::format("{}  {}\n{}\n", shortID(task->threadID), titleOf(thread),
+                            thread.entries.back().text));
     }
     return out.finish(exitStatus::completed);
   });

@@ -80,7 +80,9 @@ std::string inWords(const Settings& settings, const RoutingPreview& preview,
 RoutingPreview previewOf(RunLoop& loop, VantrellApp& app,
                          const std::optional<ThreadExecutionKey>& task) {
   Router& router = *app.model().router;
-  const auto look = [&] { return task ? router.routingPreviewFor(*task) : router.routingPreview(); };
+  const auto look = [&] {
+    return task ? router.routingPreviewFor(*task) : router.routingPreview();
+  };
   for (const auto& each : look().candidates) {
     await(loop, [&](std::function<void()> done) {
       app.services().prepare(each.provider, std::move(done));
@@ -99,13 +101,14 @@ int show(const CommandArguments& arguments, const Environment& environment) {
       if (!found) return refuse(found.error());
       task = *found;
     }
-    if (const auto key = task ? task : model.selection.key()) countLastProviderAsActive(model, *key);
+    if (const auto key = task ? task : model.selection.key())
+      countLastProviderAsActive(model, *key);
     const auto preview = previewOf(loop, app, task);
     StandardOutput out;
-    out.write(arguments.has(jsonOption.name)
-                  ? json::write(asJson(model.settings, preview)) + "\n"
-                  : inWords(model.settings, preview,
-                            TerminalStyle::of(STDOUT_FILENO, environment)));
+    out.write(
+        arguments.has(jsonOption.name)
+            ? json::write(asJson(model.settings, preview)) + "\n"
+            : inWords(model.settings, preview, TerminalStyle::of(STDOUT_FILENO, environment)));
     return out.finish(exitStatus::completed);
   });
 }
@@ -147,7 +150,8 @@ const Command routeCommand{
         "ROUTE is automatic, local_first, or the ID of one provider (grok, codex, kimi, glm, "
         "claude,\n"
         "local, tasklet). On the first two, a task goes to the next provider by itself when an\n"
-        "allowance is exhausted; on a fixed one it never does. What is chosen for a task (vantrell\n"
+        "allowance is exhausted; on a fixed one it never does. What is chosen for a task "
+        "(vantrell\n"
         "handoff) comes before the route.\n"
         "\n"
         "Exit status: 0 done, 1 failed, 2 wrong usage.",

@@ -72,9 +72,10 @@ std::expected<AgentProvider, UsageError> chooseProvider(
   if (named) return usageError(whatToDoFor(app, *named));
   const auto route = model.settings.routingMode();
   if (!allowsAutomaticHandoff(route)) {
-    return usageError(fmt::format("{} The route leads to it alone; to take another: vantrell route "
-                                  "automatic",
-                                  whatToDoFor(app, firstChoice(route))));
+    return usageError(
+        fmt::format("{} The route leads to it alone; to take another: vantrell route "
+                    "automatic",
+                    whatToDoFor(app, firstChoice(route))));
   }
   return usageError(
       "No agent is installed. \"vantrell providers\" tells how to get one; or try vantrell run "
