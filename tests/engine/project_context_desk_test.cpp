@@ -35,8 +35,8 @@ class ProjectContextDesk : public EngineFixture {
     return told;
   }
   ProjectContextProfile stored(const Uuid& id) {
-    OrchestrationStore store(folder.path(), [] { return Date(1); }, [](const auto&) {});
-    return loadStoredProjectContext(store, id, Date(1));
+    OrchestrationStore records(folder.path(), [] { return Date(1); }, [](const auto&) {});
+    return loadStoredProjectContext(records, id, Date(1));
   }
   void selectGeneral() {
     model->operations.selectWorkspace(model->operations.generalWorkspace()->id);

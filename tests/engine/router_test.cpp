@@ -100,7 +100,7 @@ TEST_F(Router, ChoiceForTheTaskBeatsTheRouteAndOneForAMessageIsUsedUp) {
   router->handoff(codex, Scope::continueTask);
   router->handoff(kimi, Scope::nextMessage);
   EXPECT_EQ(router->expectedProvider({}, key), kimi);
-  EXPECT_EQ(next({kimi}), codex) << "Kimi has not taken it";
+  EXPECT_EQ(next({kimi}), glm) << "one choice counts, and then the route";
   EXPECT_EQ(thread().nextMessageProvider, kimi);
   EXPECT_EQ(next(), kimi);
   EXPECT_EQ(next(), codex);

@@ -37,7 +37,8 @@ TEST(SettingTable, ChecksValuesBeforeTheyAreStored) {
       {"grok-path", "/bin", ""},
       {"grok-path", "/absent", ""},
       {"grok-path", "", ""},
-      {"route", "kimi", ""},
+      {"route", "kimi", "kimi"},
+      {"route", "kimmy", ""},
       {"remote-host", "on", ""},
       {"update-feed", "https://example.org", ""},
   };
@@ -105,7 +106,7 @@ TEST_F(SettingsCommand, TellsMistakesApartAndChangesNothing) {
       {{"workflow", "plann"}, 2, "Did you mean plan?"},
       {{"set", "workflow"}, 2, "vantrell settings set NAME VALUE"},
       {{"reset"}, 2, "vantrell settings reset NAME"},
-      {{"reset", "route"}, 2, "not changed"},
+      {{"reset", "remote-host"}, 2, "not changed"},
       {{"mode", "full_access"}, 2, "person"},
       {{"workflow", "plan", "now"}, 2, "in quotes"},
       {{"--json", "workflow", "plan"}, 2, "Leave it out"},
