@@ -60,6 +60,7 @@ class StreamFixture {
     WorkspaceStore store(*defaults, folder_);
     ProviderConnector connector;
     connector.provider = AgentProvider::grok;
+    connector.isAvailable = [](const auto&) { return true; };
     connector.makeClient = [&](const ProviderConnectorContext& context) {
       ACPConfiguration configuration;
       configuration.executable = folder_ + "/agent";
@@ -70,7 +71,6 @@ class StreamFixture {
     };
     EnginePorts ports = neutralPorts();
     ports.connector = [&](AgentProvider) -> const ProviderConnector& { return connector; };
-    ports.providerForNextTurn = [](const auto&, const auto&) { return AgentProvider::grok; };
     AppModel model(main, *defaults, store, ports);
     const auto key = *model.selection.key();
     const auto observation = model.changes.observe([&](const Change& change) {

@@ -33,6 +33,9 @@ ProviderConnector practiceConnector(MainQueue& main, BackgroundPool& pool, std::
     configuration.runtimeName = "The practice agent";
     return ACPClient::make(std::move(configuration), main, pool);
   };
+  connector.modelOptions = [](const auto&) {
+    return std::vector{ProviderModelOption::defaultOption({ProviderEffortOption::defaultOption()})};
+  };
   // What helps with local models is no help with this one.
   connector.advice = [](const std::string& description) { return description; };
   return connector;

@@ -6,11 +6,14 @@
 
 namespace vantrell {
 
+bool tellsModels(AgentProvider provider) {
+  return provider == AgentProvider::grok || provider == AgentProvider::codex;
+}
+
 bool discoverModels(AgentProvider provider, MainQueue& main, const RuntimeMeans& means,
                     const std::string& workspacePath,
                     std::function<void(DiscoveredModels)> completion) {
-  if (provider != AgentProvider::grok && provider != AgentProvider::codex) return false;
-  if (!means.runner || !means.pool) return false;
+  if (!tellsModels(provider) || !means.runner || !means.pool) return false;
   const auto program = findRuntime(provider, means.customExecutable(provider));
   if (!program) return false;
   if (provider == AgentProvider::grok) {

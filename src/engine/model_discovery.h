@@ -20,6 +20,9 @@ struct DiscoveredModels {
   std::optional<ProviderUsage> usage;
 };
 
+/// Whether the provider's program can tell its models without a task.
+bool tellsModels(AgentProvider provider);
+
 /// False, and no completion, where the provider has nothing to ask or its program is not found. The
 /// completion comes once, on the main queue, in 15 seconds at the latest.
 bool discoverModels(AgentProvider provider, MainQueue& main, const RuntimeMeans& means,

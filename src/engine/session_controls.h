@@ -26,7 +26,7 @@ class SessionControls {
   AgentProvider sessionConfigurationProvider() const;
   ModelOptions sessionModelOptions() const;
   EffortOptions sessionEffortOptions() const;
-  /// Of what is chosen, "default" where nothing is; empty where that is not offered.
+  /// Of what is chosen, "default" where nothing is; the ID itself where that is not offered.
   std::string sessionModelLabel() const;
   std::string sessionEffortLabel() const;
 

@@ -25,6 +25,14 @@ std::optional<std::string> executable(const ConnectorMeans& means, AgentProvider
   return findRuntime(provider, means.customExecutable(provider));
 }
 
+/// The runtime's own choice goes by that id in every list; no runtime knows it as a model or
+/// effort.
+Context withoutDefaultIds(Context context) {
+  if (context.selectedModel == "default") context.selectedModel.reset();
+  if (context.selectedEffort == "default") context.selectedEffort.reset();
+  return context;
+}
+
 // ---- clients: each is given the program that was found -----------------------------------------
 
 ACPConfiguration acpConfiguration(AgentProvider provider, const Context& context,
@@ -183,7 +191,7 @@ ProviderConnector programConnector(const ProgramRow& row, const Means& means,
       .makeClient =
           [row, means](const Context& context) {
             const auto program = executable(*means, row.provider);
-            return program ? row.make(*means, context, *program) : Client();
+            return program ? row.make(*means, withoutDefaultIds(context), *program) : Client();
           },
       .modelOptions = [row, means](const Context& context) { return row.models(*means, context); },
       .advice = {},

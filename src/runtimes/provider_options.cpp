@@ -38,7 +38,7 @@ const Option* find(const std::vector<Option>& options, std::string_view id) {
 template <typename Option>
 std::string label(const std::vector<Option>& options, const std::optional<std::string>& id) {
   const auto* chosen = find(options, id.value_or("default"));
-  return chosen ? chosen->label : "";
+  return chosen ? chosen->label : id.value_or("");
 }
 
 }  // namespace

@@ -41,7 +41,7 @@ bool offers(const std::vector<ProviderEffortOption>& efforts, std::string_view i
 /// The efforts of the chosen model, of "default" where that is not offered; never empty.
 std::vector<ProviderEffortOption> effortsOf(const std::vector<ProviderModelOption>& models,
                                             const std::optional<std::string>& modelID);
-/// Empty where the choice is not offered.
+/// The choice itself where it is not offered.
 std::string labelOf(const std::vector<ProviderModelOption>& models,
                     const std::optional<std::string>& id);
 std::string labelOf(const std::vector<ProviderEffortOption>& efforts,

@@ -176,7 +176,7 @@ void CodexConnection::consumeUsageReset(
           [this, completion = std::move(completion)](const Answer& answer) {
             if (!answer) return completion(std::unexpected(answer.error()));
             refreshUsage();
-            completion(json::textOr(*answer, "outcome", "nothingToReset"));
+            completion(codex::resetOutcome(*answer));
           });
 }
 

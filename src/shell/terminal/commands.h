@@ -13,6 +13,9 @@ namespace vantrell::shell {
 extern const Command runCommand;
 extern const Command providersCommand;
 extern const Command loginCommand;
+extern const Command modelsCommand;
+extern const Command effortCommand;
+extern const Command usageCommand;
 extern const Command routeCommand;
 extern const Command handoffCommand;
 extern const Command tasksCommand;

@@ -43,7 +43,12 @@ void countLastProviderAsActive(AppModel& model, const ThreadExecutionKey& task) 
 std::string whatToDoFor(const VantrellApp& app, AgentProvider provider) {
   const auto label = ProviderRegistry::descriptor(provider).label;
   const auto hint = ProviderRegistry::setupHint(provider);
-  if (provider == AgentProvider::tasklet) return fmt::format("{} is not set up. {}", label, hint);
+  if (provider == AgentProvider::tasklet) {
+    const auto& problem = app.services().webhook()->problem();
+    if (!problem.empty()) return fmt::format("{} cannot be used: {}", label, problem);
+    return fmt::format("{} is not set up. {} Type: vantrell settings set tasklet-webhook", label,
+                       hint);
+  }
   if (provider == AgentProvider::local) {
     const auto status = app.services().localRuntime().status();
     return fmt::format("{} cannot be used: {} {} If it was the practice agent: --practice.", label,
