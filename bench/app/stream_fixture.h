@@ -41,11 +41,11 @@ class StreamFixture {
     auto defaults = UserDefaults::inMemory();
     WorkspaceStore store(*defaults, folder_.path());
 
-    std::map<ThreadExecutionKey, const StreamPart*> partOf;
     std::map<AgentProvider, ProviderConnector> connectors;
     for (const StreamPart& part : parts_) {
       ProviderConnector& connector = connectors[part.dialect->provider];
       connector.provider = part.dialect->provider;
+      connector.isAvailable = [](const auto&) { return true; };
       connector.makeClient = [&](const ProviderConnectorContext& context) {
         return part.dialect->makeClient("/proc/self/exe", context.workspacePath, part.environment(),
                                         main, pool);
@@ -55,15 +55,12 @@ class StreamFixture {
     ports.connector = [&](AgentProvider provider) -> const ProviderConnector& {
       return connectors.at(provider);
     };
-    ports.providerForNextTurn = [&](const auto&, const ThreadExecutionKey& key) {
-      return partOf.at(key)->dialect->provider;
-    };
     AppModel model(main, *defaults, store, ports);
 
     const Uuid workspace = model.selection.key()->workspaceID;
     for (const StreamPart& part : parts_) {
       ChatThread thread = ChatThread::make("A task", main.now());
-      partOf[{workspace, thread.id}] = &part;
+      thread.preferredProvider = part.dialect->provider;
       model.tree.addThread(std::move(thread), workspace);
     }
     std::size_t ended = 0;

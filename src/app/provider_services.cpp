@@ -55,9 +55,19 @@ ProviderServices::ProviderServices(MainQueue& main, const UserDefaults& defaults
   };
 }
 
+bool ProviderServices::isKnown(AgentProvider provider) const {
+  if (provider == AgentProvider::tasklet) return webhookIsKnown_ || webhook_->isConfigured();
+  return provider != AgentProvider::local || !detector_->status().isChecking();
+}
+
 void ProviderServices::prepare(AgentProvider provider, std::function<void()> ready) {
-  if (provider == AgentProvider::tasklet) return webhook_->load(std::move(ready));
-  if (provider != AgentProvider::local || !detector_->status().isChecking()) return ready();
+  if (isKnown(provider)) return ready();
+  if (provider == AgentProvider::tasklet) {
+    return webhook_->load([this, ready = std::move(ready)] {
+      webhookIsKnown_ = true;
+      ready();
+    });
+  }
   waiting_.push_back(std::move(ready));
   detector_->refresh();
 }

@@ -28,6 +28,8 @@ class ProviderServices {
   /// Finds out what must be known before the provider can be used: whether a model server answers,
   /// which webhook is stored. Replies on the main queue, at once where there is nothing to ask.
   void prepare(AgentProvider provider, std::function<void()> ready);
+  /// Whether there is nothing to ask.
+  bool isKnown(AgentProvider provider) const;
   /// A detection of the local runtime has begun or ended. Unset: nobody wants to know.
   std::function<void()> onLocalRuntimeChanged;
 
@@ -35,6 +37,7 @@ class ProviderServices {
   HttpClient http_;
   const std::shared_ptr<LocalRuntimeDetector> detector_;
   const std::shared_ptr<TaskletWebhook> webhook_;
+  bool webhookIsKnown_ = false;
   std::vector<std::function<void()>> waiting_;  // for the end of a detection
 };
 

@@ -51,14 +51,10 @@ class VantrellApp {
   /// Something that the user should know about the start, or absent.
   const std::optional<std::string>& notice() const { return notice_; }
 
-  /// The provider that takes every turn: the one that the front door names.
-  std::optional<AgentProvider> frontDoorProvider;
-
   ProviderServices& services() { return services_; }
   const ProviderServices& services() const { return services_; }
-  /// Whether a client for this provider could be made now, as far as services().prepare() has found
-  /// out.
-  bool isAvailable(AgentProvider provider) const;
+  /// The practice agent stands in for local models.
+  bool practices() const { return practices_; }
 
  private:
   VantrellApp(MainQueue& main, VantrellOptions options, UserState state);
@@ -74,6 +70,7 @@ class VantrellApp {
   ProviderConnectorRegistry connectors_;
   std::unique_ptr<AppModel> model_;
   std::optional<std::string> notice_;
+  const bool practices_;
 };
 
 }  // namespace vantrell

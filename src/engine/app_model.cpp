@@ -26,13 +26,17 @@ AppModel::AppModel(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore&
       intake(main, tree, executions, changes),
       approvals(main, settings, tree, selection, executions, ports_),
       controls(main, settings, tree, selection, executions, approvals, *catalog),
-      operations(main, tree, selection, executions, ports_),
+      router(std::make_shared<Router>(main, settings, tree, selection, executions, approvals, setup,
+                                      usage, ports_)),
+      context(std::make_shared<ProjectContextDesk>(main, tree, selection, changes, *orchestration,
+                                                   ports_)),
+      operations(main, tree, selection, executions, *context, ports_),
       failures(main, tree, executions, ports_),
       starter(std::make_shared<ClientStarter>(main, tree, executions, intake, approvals, failures,
                                               setup, *catalog, usage)),
       usageReset(std::make_shared<UsageReset>(selection, executions, usage, controls, *starter)),
       driver(std::make_shared<TaskDriver>(main, settings, tree, selection, executions, *starter,
-                                          failures, usage, ports_)) {
+                                          failures, usage, *router, *context, ports_)) {
   executions.onEnded = [this](ThreadExecutionRuntime& execution, const ThreadExecutionKey& key) {
     endOpenTools(execution, key, tree);
   };
@@ -62,7 +66,7 @@ void AppModel::startUp() {
   ports_.loadTaskletAndImagine();
   usage.load();
   ports_.loadOrchestration();
-  ports_.loadProjectContext();
+  context->load();
   ports_.configureRemoteHost();
   if (ports_.runtimes.refreshesAtStart) {
     runtimes->refreshAll();

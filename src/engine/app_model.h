@@ -11,7 +11,9 @@
 #include "engine/execution_table.h"
 #include "engine/model_catalog.h"
 #include "engine/operations.h"
+#include "engine/project_context_desk.h"
 #include "engine/provider_setup.h"
+#include "engine/router.h"
 #include "engine/runtime_desk.h"
 #include "engine/selection.h"
 #include "engine/session_controls.h"
@@ -62,6 +64,8 @@ class AppModel {
   SessionIntake intake;
   Approvals approvals;
   SessionControls controls;
+  const std::shared_ptr<Router> router;
+  const std::shared_ptr<ProjectContextDesk> context;
   Operations operations;
   TurnFailures failures;
   const std::shared_ptr<ClientStarter> starter;

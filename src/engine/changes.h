@@ -28,11 +28,12 @@ struct Change {
     workspacesChanged,   // threads or workspaces came, went or moved
     selectionChanged,    // with `entryID`: bring that one into view
     settingsChanged,
-    modelOptionsChanged,  // what a provider offers
-    usageChanged,         // what is known of an allowance
-    runtimesChanged,      // what is installed, a log-in
-    saveFailed,           // `text` says why
-    noticeRaised,         // `text` is for the user: stored conversations are damaged
+    modelOptionsChanged,    // what a provider offers
+    projectContextChanged,  // what is known about the selected project
+    usageChanged,           // what is known of an allowance
+    runtimesChanged,        // what is installed, a log-in
+    saveFailed,             // `text` says why
+    noticeRaised,           // `text` is for the user: stored conversations are damaged
   };
 
   Kind kind;

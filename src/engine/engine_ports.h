@@ -6,20 +6,17 @@
 
 #include <functional>
 #include <optional>
-#include <set>
 #include <string>
+#include <vector>
 
 #include "engine/runtime_desk.h"
 #include "records/chat_thread.h"
+#include "records/project_context.h"
+#include "records/project_hook.h"
 #include "runtimes/agent_error.h"
 #include "runtimes/provider_connectors.h"
 
 namespace vantrell {
-
-enum class ProjectHookEvent { beforeTask, afterTask, taskFailed };
-constexpr auto rawTexts(ProjectHookEvent) {
-  return std::to_array<std::string_view>({"beforeTask", "afterTask", "taskFailed"});
-}
 
 struct EnginePorts {
   using Key = ThreadExecutionKey;
@@ -28,9 +25,6 @@ struct EnginePorts {
   // Providers.
 
   std::function<const ProviderConnector&(AgentProvider)> connector;
-  /// The provider of a turn, `attempted` left out; absent when none can take it.
-  std::function<std::optional<AgentProvider>(const std::set<AgentProvider>& attempted, const Key&)>
-      providerForNextTurn;
   /// What is known of the local model server, and whether a Tasklet webhook is stored.
   std::function<LocalRuntimeStatus()> localRuntimeStatus;
   std::function<bool()> isTaskletConfigured;
@@ -40,12 +34,10 @@ struct EnginePorts {
   /// queue.
   std::function<void(const std::string& text, std::function<void(bool isSaved)> reply)>
       saveTaskletWebhook;
-  /// Why that provider runs, for the run record.
-  std::function<std::optional<std::string>(AgentProvider, const Key&)> routingReason;
-  /// The provider to hand a task on to after an exhausted allowance; absent when nothing is left.
-  std::function<std::optional<AgentProvider>(AgentProvider after,
-                                             const std::set<AgentProvider>& attempted, const Key&)>
-      nextAutomaticProvider;
+  /// Whether the above is known for the provider, and the way to find it out: done on the main
+  /// queue, and known then.
+  std::function<bool(AgentProvider)> isSetupKnown;
+  std::function<void(AgentProvider, Done)> findOutSetup;
   /// What the repository looks like, for a hand-off; empty when there is nothing to say. Replies on
   /// the main queue.
   std::function<void(std::string workspacePath, std::function<void(std::string)> reply)>
@@ -58,11 +50,11 @@ struct EnginePorts {
   std::function<void(const Key&, std::string label, WorkspaceCheckpointKind, Done)>
       captureCheckpoint;
   std::function<void(ProjectHookEvent, const Key&, Done)> runProjectHooks;
-  /// The block that every provider is told about the project; empty when there is none.
-  std::function<std::string(const Key&)> projectContextPrompt;
+  /// Reads the files of the project's folder that guide agents. Replies on the main queue.
+  std::function<void(std::string folder,
+                     std::function<void(std::vector<ProjectContextSource>)> reply)>
+      discoverContextSources;
   std::function<void()> refreshGitSnapshot;
-  /// Loads what is known about the selected workspace's project.
-  std::function<void()> loadProjectContext;
   /// Asks the user for a folder; the reply comes only when one was chosen.
   std::function<void(std::string_view title, std::string_view prompt,
                      std::function<void(const std::string& path)> reply)>

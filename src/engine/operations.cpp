@@ -7,8 +7,14 @@
 namespace vantrell {
 
 Operations::Operations(MainQueue& main, WorkspaceTree& tree, Selection& selection,
-                       ExecutionTable& executions, const EnginePorts& ports)
-    : main_(main), tree_(tree), selection_(selection), executions_(executions), ports_(ports) {}
+                       ExecutionTable& executions, ProjectContextDesk& context,
+                       const EnginePorts& ports)
+    : main_(main),
+      tree_(tree),
+      selection_(selection),
+      executions_(executions),
+      context_(context),
+      ports_(ports) {}
 
 namespace {
 
@@ -48,7 +54,7 @@ void Operations::show(const Uuid& workspaceID, const Uuid& threadID,
                       std::optional<std::string> entryID) {
   visibleThread(workspaceID);  // the one to show may be an archived one
   executions_.selectExecution(workspaceID, threadID, std::move(entryID));
-  ports_.loadProjectContext();
+  context_.load();
   ports_.refreshGitSnapshot();
 }
 

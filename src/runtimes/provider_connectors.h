@@ -14,6 +14,7 @@
 #include "records/task_modes.h"
 #include "runtimes/local/local_runtime.h"
 #include "runtimes/provider_options.h"
+#include "runtimes/provider_registry.h"
 
 namespace vantrell {
 
@@ -45,6 +46,10 @@ struct ProviderConnector {
   /// Whether a failed start says that the runtime no longer has the session; unset: it would have
   /// begun a new one by itself.
   std::function<bool(std::string_view description)> isSessionLost{};
+  /// Who pays for a turn; absent: what the provider's descriptor says.
+  std::optional<ProviderBillingMode> billingMode{};
+
+  bool isMetered() const;
 };
 
 /// What connectors work with. All references must outlive the registry and the clients.

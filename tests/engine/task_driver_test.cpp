@@ -64,26 +64,24 @@ TEST_F(TaskDriver, StepsOfATurnKeepTheirOrder) {
     step(std::string(rawText(event)));
     done();
   };
-  ports.projectContextPrompt = [&](const auto&) {
-    step("context");
-    return "PROJECT";
-  };
   ports.refreshGitSnapshot = [&] { step("git"); };
   ports.sendRemoteTaskEvent = [&](std::string_view kind, auto, const auto&) {
     step(std::string(kind));
   };
   ports.runNextQueuedPrompt = [&](const auto&) { step("queue"); };
   start();
+  model->context->setProjectInstructions("Keep to it.");
   steps.clear();
   const std::string prompt = "0123456789012345678901234567890123456789abcdefghij";
   work(prompt);
-  EXPECT_THAT(client().prompts[0], StartsWith("PROJECT\n\nRESPONSE STYLE"));
+  EXPECT_THAT(
+      client().prompts[0],
+      StartsWith("VANTRELL PROJECT CONTEXT\nPROJECT INSTRUCTIONS\nKeep to it.\n\nRESPONSE STYLE"));
   client().finishes();
   main.runReady();
-  EXPECT_THAT(
-      steps,
-      ElementsAre("notifications", "Before: 0123456789012345678901234567890123456789abcdefgh",
-                  "beforeTask", "context", "git", "completed", "queue", "afterTask"));
+  EXPECT_THAT(steps, ElementsAre("notifications",
+                                 "Before: 0123456789012345678901234567890123456789abcdefgh",
+                                 "beforeTask", "git", "completed", "queue", "afterTask"));
 }
 
 TEST_F(TaskDriver, WhiteSpaceAloneIsNoPromptWhateverItsAttachments) {
@@ -328,9 +326,7 @@ TEST_F(TaskDriver, KeptClientThatDiesBeforeItIsUsedIsReplaced) {
 TEST_F(TaskDriver, HandOffSurvivesTheEndOfTheExhaustedClient) {
   std::function<void(std::string)> repositoryRead;
   ports.repositoryState = [&](const std::string&, const auto& reply) { repositoryRead = reply; };
-  ports.nextAutomaticProvider = [](auto, const auto&, const auto&) {
-    return std::optional(AgentProvider::glm);
-  };
+  others = {AgentProvider::glm};
   start();
   work("Go");
   const auto kimi = clients.back();
@@ -425,10 +421,7 @@ TEST_F(TaskDriver, ChangeOfProviderSendsACapsuleOnce) {
 }
 
 TEST_F(TaskDriver, ExhaustedAllowanceHandsTheRunOn) {
-  ports.nextAutomaticProvider = [](AgentProvider, const auto& attempted, const auto&) {
-    return attempted.contains(AgentProvider::glm) ? std::nullopt
-                                                  : std::optional(AgentProvider::glm);
-  };
+  others = {AgentProvider::glm};
   start();
   work("Go");
   const Uuid runID = run().id;

@@ -11,10 +11,10 @@ namespace vantrell::shell {
 namespace {
 
 constexpr const Command* table[] = {
-    &runCommand,      &providersCommand, &loginCommand, &modelsCommand,  &effortCommand,
-    &usageCommand,    &tasksCommand,     &showCommand,  &searchCommand,  &newCommand,
-    &renameCommand,   &moveCommand,      &pinCommand,   &archiveCommand, &deleteCommand,
-    &projectsCommand, &settingsCommand,
+    &runCommand,     &providersCommand, &loginCommand,    &modelsCommand,  &effortCommand,
+    &usageCommand,   &routeCommand,     &handoffCommand,  &tasksCommand,   &showCommand,
+    &searchCommand,  &newCommand,       &renameCommand,   &moveCommand,    &pinCommand,
+    &archiveCommand, &deleteCommand,    &projectsCommand, &contextCommand, &settingsCommand,
 };
 
 bool asksForHelp(std::string_view argument) {

@@ -16,6 +16,8 @@ extern const Command loginCommand;
 extern const Command modelsCommand;
 extern const Command effortCommand;
 extern const Command usageCommand;
+extern const Command routeCommand;
+extern const Command handoffCommand;
 extern const Command tasksCommand;
 extern const Command showCommand;
 extern const Command searchCommand;
@@ -26,6 +28,7 @@ extern const Command pinCommand;
 extern const Command archiveCommand;
 extern const Command deleteCommand;
 extern const Command projectsCommand;
+extern const Command contextCommand;
 extern const Command settingsCommand;
 
 std::span<const Command* const> allCommands();
