@@ -16,11 +16,11 @@ constexpr std::size_t stagedDiffLimit = 120'000;
 /// What the readers of the answers rely on, whatever the user likes to see in his own terminal.
 const std::vector<std::pair<std::string, std::string>>& plainForms() {
   static const std::vector<std::pair<std::string, std::string>> forms = {
-      {"color.ui", "false"},           {"core.quotePath", "false"},
-      {"diff.noprefix", "false"},      {"diff.mnemonicPrefix", "false"},
-      {"diff.srcPrefix", "a/"},        {"diff.dstPrefix", "b/"},
-      {"diff.relative", "false"},      {"diff.submodule", "short"},
-      {"diff.interHunkContext", "0"},  {"diff.suppressBlankEmpty", "false"},
+      {"color.ui", "false"},          {"core.quotePath", "false"},
+      {"diff.noprefix", "false"},     {"diff.mnemonicPrefix", "false"},
+      {"diff.srcPrefix", "a/"},       {"diff.dstPrefix", "b/"},
+      {"diff.relative", "false"},     {"diff.submodule", "short"},
+      {"diff.interHunkContext", "0"}, {"diff.suppressBlankEmpty", "false"},
   };
   return forms;
 }

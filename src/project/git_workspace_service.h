@@ -29,9 +29,9 @@ struct LineCounts {
   std::map<std::string, std::string, std::less<>> newNames;  // by the old ones
 };
 
-/// Asks /usr/bin/git about the folder. Blocks until it has ended, or is ended by `stop`; all that it
-/// writes is read, the first `outputLimit` bytes are kept. Absent when it could not be started or was
-/// stopped. Any thread but the main one.
+/// Asks /usr/bin/git about the folder. Blocks until it has ended, or is ended by `stop`; all that
+/// it writes is read, the first `outputLimit` bytes are kept. Absent when it could not be started
+/// or was stopped. Any thread but the main one.
 std::optional<GitAnswer> runGit(const std::vector<std::string>& arguments, const std::string& path,
                                 std::size_t outputLimit, std::stop_token stop = {});
 
