@@ -154,11 +154,7 @@ ChatThread* WorkspaceTree::find(const ThreadExecutionKey& key) {
 std::optional<std::string> WorkspaceTree::executionPath(const ThreadExecutionKey& key) const {
   const ChatThread* found = thread(key);
   if (!found) return std::nullopt;
-  if (found->workspaceMode == TaskWorkspaceMode::isolated && found->isolatedWorkspacePath &&
-      files::isFolder(*found->isolatedWorkspacePath)) {
-    return found->isolatedWorkspacePath;
-  }
-  return workspace(key.workspaceID)->path;
+  return vantrell::executionPath(*workspace(key.workspaceID), *found);
 }
 
 void WorkspaceTree::addWorkspace(Workspace workspace) {

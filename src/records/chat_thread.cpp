@@ -154,4 +154,11 @@ ChatThread* Workspace::thread(const Uuid& threadID) {
   return found == threads.end() ? nullptr : &*found;
 }
 
+std::string executionPath(const Workspace& workspace, const ChatThread& thread) {
+  const bool isApart = thread.workspaceMode == TaskWorkspaceMode::isolated &&
+                       thread.isolatedWorkspacePath &&
+                       files::isFolder(*thread.isolatedWorkspacePath);
+  return isApart ? *thread.isolatedWorkspacePath : workspace.path;
+}
+
 }  // namespace vantrell

@@ -100,4 +100,8 @@ struct Workspace {
   bool operator==(const Workspace&) const = default;
 };
 
+/// Where the conversation's agent works: its own worktree when it has one, else the project folder.
+/// Looks at the disk.
+std::string executionPath(const Workspace& workspace, const ChatThread& thread);
+
 }  // namespace vantrell
