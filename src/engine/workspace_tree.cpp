@@ -3,7 +3,6 @@
 #include <semaphore>
 
 #include "platform/dispatch.h"
-#include "platform/files.h"
 #include "records/workspace_store.h"
 
 namespace vantrell {
