@@ -14,30 +14,29 @@ void noteProvider(RunRecord& run, AgentProvider provider, const ChatThread& thre
   run.effort = thread.effort(provider);
 }
 
-ClientStarter::ClientStarter(MainQueue& main, Settings& settings, WorkspaceTree& tree,
-                             ExecutionTable& executions, SessionIntake& intake,
-                             Approvals& approvals, TurnFailures& failures, Changes& changes,
-                             const EnginePorts& ports)
+ClientStarter::ClientStarter(MainQueue& main, WorkspaceTree& tree, ExecutionTable& executions,
+                             SessionIntake& intake, Approvals& approvals, TurnFailures& failures,
+                             ProviderSetup& setup, ModelCatalog& catalog, UsageDesk& usage)
     : main_(main),
-      settings_(settings),
       tree_(tree),
       executions_(executions),
       intake_(intake),
       approvals_(approvals),
       failures_(failures),
-      changes_(changes),
-      ports_(ports) {}
+      setup_(setup),
+      catalog_(catalog),
+      usage_(usage) {}
 
 void ClientStarter::startClient(AgentProvider provider, const ThreadExecutionKey& key,
-                                const Uuid& runID, std::function<void()> afterReady,
+                                const std::optional<Uuid>& runID, std::function<void()> afterReady,
                                 int startupAttempt) {
-  const auto path = tree_.executionPath(key);
-  if (!path) return;
+  const auto context = setup_.connectorContext(provider, key);
+  if (!context) return;
   const Attempt attempt{provider, key, runID, startupAttempt, std::move(afterReady)};
-  const auto client = makeClient(attempt, *path);
+  const ProviderConnector& connector = setup_.connector(provider);
+  const auto client = connector.makeClient(*context);
   if (!client) {
-    ports_.startFailed(provider);
-    const std::string& hint = ports_.connector(provider).setupHint;
+    const std::string& hint = connector.setupHint;
     return failures_.fail(key, runID,
                           {.description = hint, .text = hint, .isToldToClients = false});
   }
@@ -54,20 +53,6 @@ void ClientStarter::startClient(AgentProvider provider, const ThreadExecutionKey
                 weakly(this, [weakClient, attempt](ClientStarter& self, StartResult result) {
                   self.startCompleted(weakClient.lock(), attempt, std::move(result));
                 }));
-}
-
-std::shared_ptr<AgentClient> ClientStarter::makeClient(const Attempt& attempt,
-                                                       const std::string& path) const {
-  const ChatThread& thread = *tree_.thread(attempt.key);
-  ProviderConnectorContext context;
-  context.workspacePath = path;
-  context.workspaceName = tree_.workspace(attempt.key.workspaceID)->name;
-  context.selectedModel = thread.modelID(attempt.provider);
-  context.selectedEffort = thread.effort(attempt.provider);
-  context.permissionMode = settings_.permissionMode();
-  context.localRuntimeStatus = ports_.localRuntimeStatus();
-  context.taskletConfigured = ports_.isTaskletConfigured();
-  return ports_.connector(attempt.provider).makeClient(context);
 }
 
 void ClientStarter::attach(const std::shared_ptr<AgentClient>& client, const Attempt& attempt) {
@@ -126,16 +111,14 @@ void ClientStarter::setCallbacks(const std::shared_ptr<AgentClient>& client,
                                                         const std::string& text) {
         self.terminated(provider, text, key, execution);
       });
-  client->onUsageUpdate = whileServing([](Self& self, Execution&, ProviderUsage usage) {
-    self.ports_.usageReported(std::move(usage));
-  });
+  client->onUsageUpdate = whileServing(
+      [](Self& self, Execution&, const ProviderUsage& usage) { self.usage_.reported(usage); });
   if (const auto reporting = std::dynamic_pointer_cast<ProcessClient>(client)) {
     // The models of a provider are the same for all its conversations, so only we must be alive.
     reporting->onModelOptionsUpdate = weakly(
         this,
         [provider = client->provider()](Self& self, std::vector<ProviderModelOption> options) {
-          self.providerModelOptions[provider] = std::move(options);
-          self.changes_.announce({.kind = Change::Kind::modelOptionsChanged});
+          self.catalog_.reported(provider, std::move(options));
         });
   }
 }
@@ -156,7 +139,6 @@ void ClientStarter::startCompleted(const std::shared_ptr<AgentClient>& client,
     executions_.publishExecutionIfSelected(attempt.key);
     return attempt.afterReady();
   }
-  ports_.startFailed(attempt.provider);
   execution->endClient();
   const std::string& description = result.error().localizedDescription();
   failures_.fail(

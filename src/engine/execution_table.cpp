@@ -44,6 +44,11 @@ void ExecutionTable::showError(std::string text) {
   changes_.announce({.kind = Change::Kind::executionPublished, .conversation = mirroredKey_});
 }
 
+void ExecutionTable::clearError() {
+  if (!std::exchange(mirror_.errorMessage, std::nullopt)) return;
+  changes_.announce({.kind = Change::Kind::executionPublished, .conversation = mirroredKey_});
+}
+
 void ExecutionTable::showImagineQuestionIfFree() {
   if (!imagineQuestion_ || mirror_.permissionRequest) return;
   mirror_.permissionOwner = PermissionOwner::imagine;

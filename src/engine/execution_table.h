@@ -35,6 +35,7 @@ class ExecutionTable {
   void publishExecutionIfSelected(const ThreadExecutionKey& key);
   /// Shows the user why something cannot be done.
   void showError(std::string text);
+  void clearError();
   /// A question of the media generator: shown wherever the selected conversation has none of its
   /// own, until it is closed.
   void openImagineQuestion(PermissionRequest request);

@@ -4,24 +4,30 @@
 
 namespace vantrell {
 
-GitDesk::GitDesk(const Operations& operations, Changes& changes, const EnginePorts& ports)
-    : operations_(operations), changes_(changes), ports_(ports) {}
+GitDesk::GitDesk(const WorkspaceTree& tree, const Selection& selection, Changes& changes,
+                 const EnginePorts& ports)
+    : tree_(tree), selection_(selection), changes_(changes), ports_(ports) {}
 
 GitDesk::~GitDesk() {
   reading_.request_stop();
 }
 
+std::optional<std::string> GitDesk::path() const {
+  return tree_.executionPath(selection_.workspaceID(), selection_.threadID());
+}
+
 void GitDesk::refreshGitSnapshot() {
   reading_.request_stop();
   reading_ = {};
-  const auto path = operations_.effectiveWorkspacePath();
-  if (!path) return publish(GitWorkspaceSnapshot::unavailable());
+  const auto folder = path();
+  if (!folder) return publish(GitWorkspaceSnapshot::unavailable());
   const std::stop_token stop = reading_.get_token();
   ports_.gitSnapshot(
-      *path, stop, weakly(this, [path = *path, stop](GitDesk& self, GitWorkspaceSnapshot snapshot) {
+      *folder, stop,
+      weakly(this, [folder = *folder, stop](GitDesk& self, GitWorkspaceSnapshot snapshot) {
         if (stop.stop_requested()) return;
         // A new task of the same project may work elsewhere.
-        if (self.operations_.effectiveWorkspacePath() != path) return self.refreshGitSnapshot();
+        if (self.path() != folder) return self.refreshGitSnapshot();
         self.publish(std::move(snapshot));
       }));
 }

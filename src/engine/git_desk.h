@@ -8,14 +8,16 @@
 
 #include "engine/changes.h"
 #include "engine/engine_ports.h"
-#include "engine/operations.h"
+#include "engine/selection.h"
+#include "engine/workspace_tree.h"
 #include "records/git_workspace_snapshot.h"
 
 namespace vantrell {
 
 class GitDesk : public std::enable_shared_from_this<GitDesk> {
  public:
-  GitDesk(const Operations& operations, Changes& changes, const EnginePorts& ports);
+  GitDesk(const WorkspaceTree& tree, const Selection& selection, Changes& changes,
+          const EnginePorts& ports);
   /// Ends what is being read.
   ~GitDesk();
   GitDesk(const GitDesk&) = delete;
@@ -28,9 +30,12 @@ class GitDesk : public std::enable_shared_from_this<GitDesk> {
   const GitWorkspaceSnapshot& gitSnapshot() const { return snapshot_; }
 
  private:
+  /// Of what is looked at.
+  std::optional<std::string> path() const;
   void publish(GitWorkspaceSnapshot snapshot);
 
-  const Operations& operations_;
+  const WorkspaceTree& tree_;
+  const Selection& selection_;
   Changes& changes_;
   const EnginePorts& ports_;
   GitWorkspaceSnapshot snapshot_;

@@ -37,8 +37,8 @@ class HookDesk : public std::enable_shared_from_this<HookDesk> {
   /// those of several calls.
   void runProjectHooks(ProjectHookEvent event, const ThreadExecutionKey& key,
                        std::function<void()> done);
-  /// Once no hook of the conversation is at work or waits; at once where none does. For the end of a
-  /// process, which ends its hooks.
+  /// Once no hook of the conversation is at work or waits; at once where none does. For the end of
+  /// a process, which ends its hooks.
   void whenDone(const ThreadExecutionKey& key, std::function<void()> done);
 
  private:

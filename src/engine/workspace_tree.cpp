@@ -156,6 +156,13 @@ std::optional<std::string> WorkspaceTree::executionPath(const ThreadExecutionKey
   return vantrell::executionPath(*workspace(key.workspaceID), *found);
 }
 
+std::optional<std::string> WorkspaceTree::executionPath(const std::optional<Uuid>& workspaceID,
+                                                        const std::optional<Uuid>& threadID) const {
+  if (workspaceID && threadID) return executionPath({*workspaceID, *threadID});
+  const Workspace* found = workspaceID ? workspace(*workspaceID) : nullptr;
+  return found ? std::optional(found->path) : std::nullopt;
+}
+
 void WorkspaceTree::addWorkspace(Workspace workspace) {
   workspaces_.push_back(std::move(workspace));
   structureChanged();

@@ -1,6 +1,7 @@
 #include "records/chat_thread.h"
 
 #include <fmt/format.h>
+#include <set>
 
 #include "platform/files.h"
 #include "platform/text.h"
@@ -159,6 +160,19 @@ std::string executionPath(const Workspace& workspace, const ChatThread& thread) 
                        thread.isolatedWorkspacePath &&
                        files::isFolder(*thread.isolatedWorkspacePath);
   return isApart ? *thread.isolatedWorkspacePath : workspace.path;
+}
+
+void makeIDsUnique(std::vector<Workspace>& workspaces) {
+  std::set<Uuid> seen;
+  for (auto& workspace : workspaces) {
+    if (!seen.insert(workspace.id).second) workspace.id = Uuid::random();
+  }
+  seen.clear();
+  for (auto& workspace : workspaces) {
+    for (auto& thread : workspace.threads) {
+      if (!seen.insert(thread.id).second) thread.id = Uuid::random();
+    }
+  }
 }
 
 }  // namespace vantrell

@@ -104,4 +104,7 @@ struct Workspace {
 /// Looks at the disk.
 std::string executionPath(const Workspace& workspace, const ChatThread& thread);
 
+/// Gives what bears an id a second time a new one: rows and live state are found by id.
+void makeIDsUnique(std::vector<Workspace>& workspaces);
+
 }  // namespace vantrell

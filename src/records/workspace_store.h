@@ -31,6 +31,7 @@ class WorkspaceStore {
   WorkspaceStore(const WorkspaceStore&) = delete;
   WorkspaceStore& operator=(const WorkspaceStore&) = delete;
 
+  const std::string& supportFolder() const { return supportFolder_; }
   /// Working folder of the General workspace.
   const std::string& generalWorkspacePath() const { return generalPath_; }
 
@@ -93,6 +94,7 @@ class WorkspaceStore {
   std::vector<Workspace> salvage(const std::string& reason);
   std::vector<Workspace> readDocument(std::vector<Workspace> fromFile);
   std::optional<std::string> valueOfDocument() const;
+  void forgetDocument();
   void dropWithoutFolder(std::vector<Workspace>& workspaces);
   void applyLoadRules(std::vector<Workspace>& workspaces);
   void adoptStrays(TreeReader& reader, std::vector<Workspace>& workspaces, Date now) const;

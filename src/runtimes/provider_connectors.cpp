@@ -3,6 +3,7 @@
 #include "runtimes/acp/acp_client.h"
 #include "runtimes/claude/claude_code_client.h"
 #include "runtimes/codex/codex_app_server_client.h"
+#include "runtimes/found_programs.h"
 #include "runtimes/grok_arguments.h"
 #include "runtimes/local/local_runtime_service.h"
 #include "runtimes/locators.h"
@@ -169,13 +170,15 @@ constexpr ProgramRow programRows[] = {
     {AgentProvider::local, hasLocalServer, makeLocal, localModels},
 };
 
-ProviderConnector programConnector(const ProgramRow& row, const Means& means) {
+ProviderConnector programConnector(const ProgramRow& row, const Means& means,
+                                   const std::shared_ptr<FoundPrograms>& found) {
   return {
       .provider = row.provider,
       .setupHint = std::string(ProviderRegistry::setupHint(row.provider)),
       .isAvailable =
-          [row, means](const Context& context) {
-            return row.isReady(*means, context) && executable(*means, row.provider).has_value();
+          [row, means, found](const Context& context) {
+            return row.isReady(*means, context) &&
+                   found->has(row.provider, means->customExecutable(row.provider));
           },
       .makeClient =
           [row, means](const Context& context) {
@@ -183,7 +186,8 @@ ProviderConnector programConnector(const ProgramRow& row, const Means& means) {
             return program ? row.make(*means, context, *program) : Client();
           },
       .modelOptions = [row, means](const Context& context) { return row.models(*means, context); },
-      .advice = {}};
+      .advice = {},
+      .billingMode = {}};
 }
 
 ProviderConnector taskletConnector(const Means& means) {
@@ -197,14 +201,21 @@ ProviderConnector taskletConnector(const Means& means) {
         return TaskletClient::make(*url, context.workspaceName, means->main, means->http);
       },
       .modelOptions = [means](const Context& context) { return taskletModels(*means, context); },
-      .advice = {}};
+      .advice = {},
+      .billingMode = {}};
 }
 
 }  // namespace
 
+bool ProviderConnector::isMetered() const {
+  return billingMode.value_or(ProviderRegistry::descriptor(provider).billingMode) ==
+         ProviderBillingMode::meteredAPI;
+}
+
 ProviderConnectorRegistry::ProviderConnectorRegistry(ConnectorMeans given) {
   const auto means = std::make_shared<const ConnectorMeans>(std::move(given));
-  for (const auto& row : programRows) replace(programConnector(row, means));
+  const auto found = std::make_shared<FoundPrograms>(means->main);
+  for (const auto& row : programRows) replace(programConnector(row, means, found));
   replace(taskletConnector(means));
 }
 

@@ -56,7 +56,8 @@ TEST_F(HookDesk, KeepsTheHooksOfAProject) {
   }
   add(ProjectHookEvent::afterTask, " .vantrell/hooks/after-task\n");
   const Uuid second = add(ProjectHookEvent::taskFailed, "../outside");
-  EXPECT_THAT(hooks(), ElementsAre("afterTask .vantrell/hooks/after-task", "taskFailed ../outside"));
+  EXPECT_THAT(hooks(),
+              ElementsAre("afterTask .vantrell/hooks/after-task", "taskFailed ../outside"));
 
   model.reset();
   start();
@@ -75,7 +76,8 @@ TEST_F(HookDesk, RunsThoseOfTheEventOneAfterTheOther) {
   add(ProjectHookEvent::taskFailed, "other");
   add(ProjectHookEvent::afterTask, "off");
   add(ProjectHookEvent::afterTask, "b");
-  model->context->update(key.workspaceID, [](auto& profile) { (*profile.hooks)[2].enabled = false; });
+  model->context->update(key.workspaceID,
+                         [](auto& profile) { (*profile.hooks)[2].enabled = false; });
   run(ProjectHookEvent::beforeTask, "none");
   EXPECT_THAT(done, ElementsAre("none")) << "at once";
   run(ProjectHookEvent::afterTask, "first");

@@ -37,9 +37,8 @@ TEST_F(ReviewDesk, NotesBelongToTheirTaskAndOutliveTheProcess) {
 
   model.reset();
   start();
-  model->executions.selectExecution(key.workspaceID, model->tree.workspace(key.workspaceID)
-                                                         ->threads.back()
-                                                         .id);
+  model->executions.selectExecution(key.workspaceID,
+                                    model->tree.workspace(key.workspaceID)->threads.back().id);
   EXPECT_THAT(selectedBodies(), ElementsAre("leaks", "fine", "of the first"));
   EXPECT_EQ(model->reviews.reviewAnnotations()[0], first);
 }

@@ -11,7 +11,16 @@ using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-class TaskDriver : public EngineFixture {};
+class TaskDriver : public EngineFixture {
+ public:
+  /// One for each event.
+  void addHooks() {
+    for (const auto event : {ProjectHookEvent::beforeTask, ProjectHookEvent::afterTask,
+                             ProjectHookEvent::taskFailed}) {
+      model->hooks->addProjectHook(event, "hook");
+    }
+  }
+};
 
 constexpr std::string_view requestHeading = "USER REQUEST:\n";
 
@@ -59,30 +68,29 @@ TEST_F(TaskDriver, StepsOfATurnKeepTheirOrder) {
     step(label);
     done();
   };
-  ports.runProjectHooks = [&](ProjectHookEvent event, const auto&, const auto& done) {
-    step(std::string(rawText(event)));
-    done();
+  ports.runProjectHook = [&](const ProjectHook& hook, const auto&, const auto& reply) {
+    step(std::string(rawText(hook.event)));
+    reply("");
   };
-  ports.projectContextPrompt = [&](const auto&) {
-    step("context");
-    return "PROJECT";
-  };
-  ports.refreshGitSnapshot = [&] { step("git"); };
+  ports.gitSnapshot = [&](const auto&, const auto&, const auto&) { step("git"); };
   ports.sendRemoteTaskEvent = [&](std::string_view kind, auto, const auto&) {
     step(std::string(kind));
   };
   ports.runNextQueuedPrompt = [&](const auto&) { step("queue"); };
   start();
+  model->context->setProjectInstructions("Keep to it.");
+  addHooks();
   steps.clear();
   const std::string prompt = "0123456789012345678901234567890123456789abcdefghij";
   work(prompt);
-  EXPECT_THAT(client().prompts[0], StartsWith("PROJECT\n\nRESPONSE STYLE"));
+  EXPECT_THAT(
+      client().prompts[0],
+      StartsWith("VANTRELL PROJECT CONTEXT\nPROJECT INSTRUCTIONS\nKeep to it.\n\nRESPONSE STYLE"));
   client().finishes();
   main.runReady();
-  EXPECT_THAT(
-      steps,
-      ElementsAre("notifications", "Before: 0123456789012345678901234567890123456789abcdefgh",
-                  "beforeTask", "context", "git", "completed", "queue", "afterTask"));
+  EXPECT_THAT(steps, ElementsAre("notifications",
+                                 "Before: 0123456789012345678901234567890123456789abcdefgh",
+                                 "beforeTask", "git", "completed", "queue", "afterTask"));
 }
 
 TEST_F(TaskDriver, WhiteSpaceAloneIsNoPromptWhateverItsAttachments) {
@@ -251,11 +259,12 @@ TEST_F(TaskDriver, FailureIsToldAndTheQueueWaits) {
   int advances = 0;
   ports.runNextQueuedPrompt = [&](const auto&) { ++advances; };
   std::vector<ProjectHookEvent> hooks;
-  ports.runProjectHooks = [&](ProjectHookEvent event, const auto&, const auto& done) {
-    hooks.push_back(event);
-    done();
+  ports.runProjectHook = [&](const ProjectHook& hook, const auto&, const auto& reply) {
+    hooks.push_back(hook.event);
+    reply("Hook completed.");
   };
   start();
+  addHooks();
   work("One");
   send("Two");
   client().fails(AgentError("Login required: unauthorized"));
@@ -266,7 +275,9 @@ TEST_F(TaskDriver, FailureIsToldAndTheQueueWaits) {
   EXPECT_EQ(state(), ConnectionState::failed("Login required: unauthorized"));
   EXPECT_EQ(execution().errorMessage, advice);
   EXPECT_EQ(run().statusMessage, advice);
-  EXPECT_EQ(texts().back(), "Error from Kimi: Login required: unauthorized");
+  EXPECT_THAT(texts(),
+              ElementsAre("One", "Hook completed.", "Error from Kimi: Login required: unauthorized",
+                          "Hook completed."));
   EXPECT_EQ(events.back().kind, "needs_attention");
   EXPECT_EQ(events.back().message, advice);
   EXPECT_THAT(hooks, ElementsAre(ProjectHookEvent::beforeTask, ProjectHookEvent::taskFailed));
@@ -327,9 +338,7 @@ TEST_F(TaskDriver, KeptClientThatDiesBeforeItIsUsedIsReplaced) {
 TEST_F(TaskDriver, HandOffSurvivesTheEndOfTheExhaustedClient) {
   std::function<void(std::string)> repositoryRead;
   ports.repositoryState = [&](const std::string&, const auto& reply) { repositoryRead = reply; };
-  ports.nextAutomaticProvider = [](auto, const auto&, const auto&) {
-    return std::optional(AgentProvider::glm);
-  };
+  others = {AgentProvider::glm};
   start();
   work("Go");
   const auto kimi = clients.back();
@@ -403,12 +412,7 @@ TEST_F(TaskDriver, ChangeOfProviderSendsACapsuleOnce) {
 }
 
 TEST_F(TaskDriver, ExhaustedAllowanceHandsTheRunOn) {
-  std::vector<AgentProvider> exhausted;
-  ports.allowanceExhausted = [&](AgentProvider each) { exhausted.push_back(each); };
-  ports.nextAutomaticProvider = [](AgentProvider, const auto& attempted, const auto&) {
-    return attempted.contains(AgentProvider::glm) ? std::nullopt
-                                                  : std::optional(AgentProvider::glm);
-  };
+  others = {AgentProvider::glm};
   start();
   work("Go");
   const Uuid runID = run().id;
@@ -425,7 +429,9 @@ TEST_F(TaskDriver, ExhaustedAllowanceHandsTheRunOn) {
 
   client().fails(AgentError("quota exceeded"));
   EXPECT_EQ(run().status, RunRecordStatus::failed) << "nothing is left to hand on to";
-  EXPECT_THAT(exhausted, ElementsAre(AgentProvider::kimi, AgentProvider::glm));
+  for (const auto each : {AgentProvider::kimi, AgentProvider::glm}) {
+    EXPECT_TRUE(model->usage.isExhausted(each));
+  }
 }
 
 TEST_F(TaskDriver, EngineThatGoesWhileATurnStartsBeginsNothing) {

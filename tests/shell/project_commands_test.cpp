@@ -27,9 +27,10 @@ class ProjectCommands : public TerminalProgram {
   }
   void git(Words words) {
     words.insert(words.begin(), {"-C", project, "-c", "user.name=Ada", "-c", "user.email=a@b.c"});
-    const auto done = run({.executable = "/usr/bin/git",
-                           .arguments = std::move(words),
-                           .environment = {{"HOME", home.path()}, {"GIT_CONFIG_SYSTEM", "/dev/null"}}});
+    const auto done =
+        run({.executable = "/usr/bin/git",
+             .arguments = std::move(words),
+             .environment = {{"HOME", home.path()}, {"GIT_CONFIG_SYSTEM", "/dev/null"}}});
     EXPECT_EQ(code(done), 0) << done->error;
   }
   void hook(const std::string& name, const std::string& script) {
@@ -94,9 +95,9 @@ TEST_F(ProjectCommands, NotesAreWrittenAndListed) {
     words.insert(words.end(), wrong.begin(), wrong.end());
     EXPECT_EQ(code(does(words)), 2) << wrong.back();
   }
-  EXPECT_EQ(code(does({"review", id, "a.cpp", "leaks\nhere", "--line", "12", "--decision",
-                       "rejected"})),
-            0);
+  EXPECT_EQ(
+      code(does({"review", id, "a.cpp", "leaks\nhere", "--line", "12", "--decision", "rejected"})),
+      0);
   EXPECT_EQ(code(does({"review", id, "b.cpp", "fine"})), 0);
   EXPECT_EQ(does({"review", id})->output,
             "a.cpp:12  rejected  just now\n  leaks\n  here\nb.cpp  pending  just now\n  fine\n");
@@ -137,9 +138,9 @@ TEST_F(ProjectCommands, HooksRunAroundATaskAndByHand) {
   const auto tried = does({"hooks", "run", "before"});
   EXPECT_EQ(code(tried), 1);
   EXPECT_EQ(tried->output, "Hook exited with status 3.\nbeforeTask in " + project + "\n");
-  EXPECT_EQ(does({"hooks", "run", json::textOr(hooks[1], "id", "").substr(0, 8), "--task", id})
-                ->output,
-            "what the project holds\n");
+  EXPECT_EQ(
+      does({"hooks", "run", json::textOr(hooks[1], "id", "").substr(0, 8), "--task", id})->output,
+      "what the project holds\n");
   EXPECT_EQ(code(does({"hooks", "run", "after"})), 2) << "two hooks run that file";
   EXPECT_EQ(toolsOf(id).size(), 4U);
 }

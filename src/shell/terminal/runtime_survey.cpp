@@ -71,7 +71,7 @@ std::unique_ptr<UserDefaults> storedOrNone() {
 RuntimeSurvey::RuntimeSurvey()
     : defaults_(storedOrNone()),
       runner_(std::make_shared<ProgramRunner>(loop_, pool_)),
-      means_(runtimeMeans(runner_, executableChoice({}, *defaults_))),
+      means_(runtimeMeans(runner_, pool_, executableChoice({}, *defaults_))),
       desk_(std::make_shared<RuntimeDesk>(changes_, means_)) {}
 
 void RuntimeSurvey::waitForAnswers() {

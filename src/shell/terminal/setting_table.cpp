@@ -36,7 +36,11 @@ constexpr SettingRow rows[] = {
        settings.lowerForPlan();
      }},
     {"route", "providerRoutingMode.v1", "which provider takes a turn", Type::choice, routes,
-     [](const Settings& settings) { return std::string(rawText(settings.routingMode())); }},
+     [](const Settings& settings) { return std::string(rawText(settings.routingMode())); },
+     [](Settings& settings, std::string_view value) {
+       settings.recordRoutingMode(
+           fromRawText<ProviderRoutingMode>(value).value_or(ProviderRoutingMode::automatic));
+     }},
     {"no-metered",
      "noMeteredAPIs.v1",
      "never use a provider that is billed per use",
