@@ -49,7 +49,8 @@ void HookDesk::runProjectHooks(ProjectHookEvent event, const ThreadExecutionKey&
   const auto path = tree_.executionPath(key);
   if (!path) return done();
   Round round{.key = key, .hooks = {}, .done = std::move(done)};
-  for (const auto& hook : contexts_.profile(key.workspaceID).hooks.value_or({})) {
+  for (const auto& hook :
+       contexts_.profile(key.workspaceID).hooks.value_or(std::vector<ProjectHook>())) {
     if (hook.enabled && hook.event == event) round.hooks.push_back(hook);
   }
   if (round.hooks.empty()) return round.done();

@@ -27,12 +27,13 @@ class HookDesk : public EngineFixture {
   /// Those of the selected project.
   std::vector<std::string> hooks() {
     std::vector<std::string> all;
-    for (const auto& each : model->context->profile(key.workspaceID).hooks.value_or({})) {
+    for (const auto& each :
+         model->context->profile(key.workspaceID).hooks.value_or(std::vector<ProjectHook>())) {
       all.push_back(std::string(rawText(each.event)) + " " + each.relativeExecutablePath);
     }
     return all;
   }
-  void run(ProjectHookEvent event, const std::string& name) {
+  void runHooks(ProjectHookEvent event, const std::string& name) {
     model->hooks->runProjectHooks(event, key, [this, name] { done.push_back(name); });
   }
   std::vector<std::string> started() {
@@ -78,10 +79,10 @@ TEST_F(HookDesk, RunsThoseOfTheEventOneAfterTheOther) {
   add(ProjectHookEvent::afterTask, "b");
   model->context->update(key.workspaceID,
                          [](auto& profile) { (*profile.hooks)[2].enabled = false; });
-  run(ProjectHookEvent::beforeTask, "none");
+  runHooks(ProjectHookEvent::beforeTask, "none");
   EXPECT_THAT(done, ElementsAre("none")) << "at once";
-  run(ProjectHookEvent::afterTask, "first");
-  run(ProjectHookEvent::afterTask, "second");
+  runHooks(ProjectHookEvent::afterTask, "first");
+  runHooks(ProjectHookEvent::afterTask, "second");
   EXPECT_THAT(started(), ElementsAre("a"));
   EXPECT_EQ(runs[0].path, folder / "project");
 
@@ -108,12 +109,12 @@ TEST_F(HookDesk, RunsThemWhereTheTaskWorksAndNoLongerThanThereIsATask) {
   start();
   add(ProjectHookEvent::beforeTask, "a");
   add(ProjectHookEvent::beforeTask, "b");
-  run(ProjectHookEvent::beforeTask, "shared");
+  runHooks(ProjectHookEvent::beforeTask, "shared");
   model->tree.updateThread(key, [&](ChatThread& each) {
     each.workspaceMode = TaskWorkspaceMode::isolated;
     each.isolatedWorkspacePath = folder.folder("worktree");
   });
-  run(ProjectHookEvent::beforeTask, "isolated");
+  runHooks(ProjectHookEvent::beforeTask, "isolated");
   ASSERT_EQ(runs.size(), 2U) << "another folder needs not wait";
   EXPECT_EQ(runs[1].path, folder / "worktree");
 
@@ -122,7 +123,7 @@ TEST_F(HookDesk, RunsThemWhereTheTaskWorksAndNoLongerThanThereIsATask) {
   runs[1].reply("late");
   EXPECT_EQ(runs.size(), 2U);
   EXPECT_THAT(done, ElementsAre("shared", "isolated"));
-  run(ProjectHookEvent::beforeTask, "gone");
+  runHooks(ProjectHookEvent::beforeTask, "gone");
   EXPECT_THAT(done, ElementsAre("shared", "isolated", "gone"));
 }
 
@@ -147,7 +148,7 @@ TEST_F(HookDesk, StandsAroundATurnAndCannotStopIt) {
 
   send("Again");
   runs.at(2).reply("");
-  client().fails("it broke");
+  client().fails(AgentError("it broke"));
   main.runReady();
   EXPECT_THAT(started(), ElementsAre("before", "after", "before", "failed"));
   EXPECT_EQ(run().status, RunRecordStatus::failed);

@@ -4,6 +4,7 @@
 #include "app/user_state.h"
 #include "platform/files.h"
 #include "platform/json.h"
+#include "platform/run_loop.h"
 #include "platform/text.h"
 #include "project/project_hook_service.h"
 #include "records/orchestration_store.h"
