@@ -45,8 +45,9 @@ std::string headOf(const GitWorkspaceSnapshot& picture, const std::string& folde
 
 /// The letter of the index as what is safe, that of the working tree as what is not.
 std::string statusOf(const GitChangedFile& file, const TerminalStyle& style) {
-  const std::string status = onOneLine(file.status);
-  if (status.size() != 2) return status;
+  const std::string& status = file.status;
+  const auto isLetter = [](char each) { return each >= ' ' && each <= '~'; };
+  if (status.size() != 2 || !std::ranges::all_of(status, isLetter)) return onOneLine(status);
   if (status == "??") return style.yellow(status);
   return style.green(status.substr(0, 1)) + style.red(status.substr(1));
 }
