@@ -58,9 +58,11 @@ class StreamFixture {
     AppModel model(main, *defaults, store, ports);
 
     const Uuid workspace = model.selection.key()->workspaceID;
+    std::vector<ThreadExecutionKey> keys;
     for (const StreamPart& part : parts_) {
       ChatThread thread = ChatThread::make("A task", main.now());
       thread.preferredProvider = part.dialect->provider;
+      keys.push_back({workspace, thread.id});
       model.tree.addThread(std::move(thread), workspace);
     }
     std::size_t ended = 0;
@@ -74,7 +76,7 @@ class StreamFixture {
       streamed(model.tree.thread(*change.conversation)->entries);
       if (++ended == parts_.size()) main.quit();
     });
-    for (const auto& [key, part] : partOf) model.driver->sendNow("Go", {}, key);
+    for (const auto& key : keys) model.driver->sendNow("Go", {}, key);
     main.run();
     model.endAllWork();
     Process::waitForAll(std::chrono::seconds(5));

@@ -1,6 +1,8 @@
 #include "app/ports.h"
 
 #include "project/context_discovery.h"
+#include "project/git_workspace_service.h"
+#include "project/project_hook_service.h"
 #include "project/repository_state.h"
 
 namespace vantrell {
@@ -31,11 +33,11 @@ EnginePorts neutralPorts() {
 
   ports.captureCheckpoint = [](const auto&, const std::string&, WorkspaceCheckpointKind,
                                const EnginePorts::Done& done) { done(); };
-  ports.runProjectHooks = [](ProjectHookEvent, const auto&, const EnginePorts::Done& done) {
-    done();
-  };
+  ports.runProjectHook = [](const auto&, const auto&, const auto& reply) { reply(""); };
   ports.discoverContextSources = [](const std::string&, const auto& reply) { reply({}); };
-  ports.refreshGitSnapshot = nothing;
+  ports.gitSnapshot = [](const auto&, const auto&, const auto& reply) {
+    reply(GitWorkspaceSnapshot::unavailable());
+  };
   ports.chooseFolder = [](std::string_view, std::string_view, const auto&) {};
 
   ports.prepareNotifications = nothing;
@@ -77,6 +79,15 @@ EnginePorts enginePorts(MainQueue& main, BackgroundPool& pool,
     answerFrom(
         pool, main, [folder = std::move(folder)] { return discoverContextSources(folder); },
         std::move(reply));
+  };
+  ports.gitSnapshot = [&main, &pool](const std::string& folder, std::stop_token stop, auto reply) {
+    GitWorkspaceService::snapshot(folder, std::move(stop), main, pool, std::move(reply));
+  };
+  ports.runProjectHook = [service = std::make_shared<ProjectHookService>(main, pool)](
+                             const ProjectHook& hook, const std::string& folder, auto reply) {
+    service->run(hook, folder, [reply = std::move(reply)](ProjectHookOutcome outcome) {
+      reply(std::move(outcome.text));
+    });
   };
   return ports;
 }

@@ -73,6 +73,7 @@ VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, UserState sta
       runtimeMeans(runner_, pool_, executableChoice(options.customExecutable, *state_.defaults));
   if (options.desktop) ports.runtimes.desktop = std::move(options.desktop);
   ports.runtimes.refreshesAtStart = options.refreshesRuntimes;
+  if (!options.keepsGitPicture) ports.gitSnapshot = neutralPorts().gitSnapshot;
   ports.localRuntimeStatus = [this] { return services_.localRuntime().status(); };
   ports.isTaskletConfigured = [this] { return services_.webhook()->isConfigured(); };
   ports.isSetupKnown = [this](AgentProvider provider) {

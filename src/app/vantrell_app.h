@@ -25,6 +25,9 @@ struct VantrellOptions {
   std::function<std::optional<std::string>(AgentProvider)> customExecutable;
   /// Whether the start asks every runtime about itself, for a front door that shows the answers.
   bool refreshesRuntimes = false;
+  /// Whether the Git picture of what is looked at is read, at the start and whenever it may have
+  /// changed, for a front door that shows it.
+  bool keepsGitPicture = false;
   /// The clipboard and the terminal of the front door; null: those of the session.
   std::shared_ptr<Desktop> desktop;
   /// Path of the practice agent, which then stands in for local models in this process.

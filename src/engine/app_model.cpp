@@ -30,13 +30,17 @@ AppModel::AppModel(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore&
                                       usage, ports_)),
       context(std::make_shared<ProjectContextDesk>(main, tree, selection, changes, *orchestration,
                                                    ports_)),
-      operations(main, tree, selection, executions, *context, ports_),
+      git(std::make_shared<GitDesk>(tree, selection, changes, ports_)),
+      hooks(std::make_shared<HookDesk>(main, tree, selection, executions, *context, ports_)),
+      reviews(main, selection, changes, *orchestration),
+      operations(main, tree, selection, executions, *context, *git, ports_),
       failures(main, tree, executions, ports_),
       starter(std::make_shared<ClientStarter>(main, tree, executions, intake, approvals, failures,
                                               setup, *catalog, usage)),
       usageReset(std::make_shared<UsageReset>(selection, executions, usage, controls, *starter)),
       driver(std::make_shared<TaskDriver>(main, settings, tree, selection, executions, *starter,
-                                          failures, usage, *router, *context, ports_)) {
+                                          failures, usage, *router, *context, *git, *hooks,
+                                          ports_)) {
   executions.onEnded = [this](ThreadExecutionRuntime& execution, const ThreadExecutionKey& key) {
     endOpenTools(execution, key, tree);
   };
@@ -65,6 +69,7 @@ void AppModel::startUp() {
   settings.load();
   ports_.loadTaskletAndImagine();
   usage.load();
+  reviews.load();
   ports_.loadOrchestration();
   context->load();
   ports_.configureRemoteHost();
@@ -72,7 +77,7 @@ void AppModel::startUp() {
     runtimes->refreshAll();
     catalog->refreshSessionControls();  // the local runtime's with it
   }
-  ports_.refreshGitSnapshot();
+  git->refreshGitSnapshot();
   ports_.configureExternalSessionImport();
   ports_.configureAutomationScheduler();
   ports_.configureExecutionMonitor();

@@ -9,10 +9,13 @@
 #include "engine/client_starter.h"
 #include "engine/engine_ports.h"
 #include "engine/execution_table.h"
+#include "engine/git_desk.h"
+#include "engine/hook_desk.h"
 #include "engine/model_catalog.h"
 #include "engine/operations.h"
 #include "engine/project_context_desk.h"
 #include "engine/provider_setup.h"
+#include "engine/review_desk.h"
 #include "engine/router.h"
 #include "engine/runtime_desk.h"
 #include "engine/selection.h"
@@ -66,6 +69,9 @@ class AppModel {
   SessionControls controls;
   const std::shared_ptr<Router> router;
   const std::shared_ptr<ProjectContextDesk> context;
+  const std::shared_ptr<GitDesk> git;
+  const std::shared_ptr<HookDesk> hooks;
+  ReviewDesk reviews;
   Operations operations;
   TurnFailures failures;
   const std::shared_ptr<ClientStarter> starter;

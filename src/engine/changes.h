@@ -30,6 +30,8 @@ struct Change {
     settingsChanged,
     modelOptionsChanged,    // what a provider offers
     projectContextChanged,  // what is known about the selected project
+    gitSnapshotChanged,     // the Git picture of what is looked at
+    reviewChanged,          // a note came
     usageChanged,           // what is known of an allowance
     runtimesChanged,        // what is installed, a log-in
     saveFailed,             // `text` says why

@@ -6,11 +6,13 @@
 
 #include <functional>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
 #include "engine/runtime_desk.h"
 #include "records/chat_thread.h"
+#include "records/git_workspace_snapshot.h"
 #include "records/project_context.h"
 #include "records/project_hook.h"
 #include "runtimes/agent_error.h"
@@ -49,12 +51,18 @@ struct EnginePorts {
 
   std::function<void(const Key&, std::string label, WorkspaceCheckpointKind, Done)>
       captureCheckpoint;
-  std::function<void(ProjectHookEvent, const Key&, Done)> runProjectHooks;
+  /// Runs one hook in the folder. Replies on the main queue with what the conversation shows of it.
+  std::function<void(const ProjectHook&, const std::string& folder,
+                     std::function<void(std::string text)> reply)>
+      runProjectHook;
   /// Reads the files of the project's folder that guide agents. Replies on the main queue.
   std::function<void(std::string folder,
                      std::function<void(std::vector<ProjectContextSource>)> reply)>
       discoverContextSources;
-  std::function<void()> refreshGitSnapshot;
+  /// Reads the Git picture of the folder. Replies on the main queue, unless it is stopped.
+  std::function<void(const std::string& folder, std::stop_token stop,
+                     std::function<void(GitWorkspaceSnapshot)> reply)>
+      gitSnapshot;
   /// Asks the user for a folder; the reply comes only when one was chosen.
   std::function<void(std::string_view title, std::string_view prompt,
                      std::function<void(const std::string& path)> reply)>

@@ -13,6 +13,7 @@
 
 #include "engine/engine_ports.h"
 #include "engine/execution_table.h"
+#include "engine/git_desk.h"
 #include "engine/project_context_desk.h"
 #include "engine/run_activity.h"
 #include "engine/selection.h"
@@ -29,7 +30,7 @@ struct RecentTaskReference {
 class Operations {
  public:
   Operations(MainQueue& main, WorkspaceTree& tree, Selection& selection, ExecutionTable& executions,
-             ProjectContextDesk& context, const EnginePorts& ports);
+             ProjectContextDesk& context, GitDesk& git, const EnginePorts& ports);
 
   // Selection.
 
@@ -111,6 +112,7 @@ class Operations {
   Selection& selection_;
   ExecutionTable& executions_;
   ProjectContextDesk& context_;
+  GitDesk& git_;
   const EnginePorts& ports_;
 };
 

@@ -18,7 +18,8 @@ constexpr std::size_t checkpointLabelLength = 48;  // user-perceived characters 
 TaskDriver::TaskDriver(MainQueue& main, Settings& settings, WorkspaceTree& tree,
                        Selection& selection, ExecutionTable& executions, ClientStarter& starter,
                        TurnFailures& failures, UsageDesk& usage, Router& router,
-                       ProjectContextDesk& context, const EnginePorts& ports)
+                       ProjectContextDesk& context, GitDesk& git, HookDesk& hooks,
+                       const EnginePorts& ports)
     : main_(main),
       settings_(settings),
       tree_(tree),
@@ -29,6 +30,8 @@ TaskDriver::TaskDriver(MainQueue& main, Settings& settings, WorkspaceTree& tree,
       usage_(usage),
       router_(router),
       context_(context),
+      git_(git),
+      hooks_(hooks),
       ports_(ports) {}
 
 bool TaskDriver::canSend() const {
@@ -114,7 +117,7 @@ void TaskDriver::beginTurn(const std::string& text, const std::vector<ChatAttach
         }));
   });
   const auto runHooks = weakly(this, [key, startRun](TaskDriver& self) {
-    self.ports_.runProjectHooks(ProjectHookEvent::beforeTask, key, startRun);
+    self.hooks_.runProjectHooks(ProjectHookEvent::beforeTask, key, startRun);
   });
   ports_.captureCheckpoint(
       key, fmt::format("Before: {}", text::firstCharacters(text, checkpointLabelLength)),
@@ -258,11 +261,11 @@ void TaskDriver::turnCompleted(const Turn& turn, AgentProvider provider) {
     run.lastActivityAt = now;
     run.completedAt = now;
   });
-  if (selection_.key() == turn.key) ports_.refreshGitSnapshot();
+  if (selection_.key() == turn.key) git_.refreshGitSnapshot();
   executions_.publishExecutionIfSelected(turn.key);
   ports_.sendRemoteTaskEvent("completed", text, turn.key);
   main_.post(weakly(this, [key = turn.key](TaskDriver& self) {
-    self.ports_.runProjectHooks(ProjectHookEvent::afterTask, key, [] {});
+    self.hooks_.runProjectHooks(ProjectHookEvent::afterTask, key, [] {});
   }));
   ports_.runNextQueuedPrompt(turn.key);
 }
@@ -295,7 +298,7 @@ void TaskDriver::fail(const AgentError& error, const Turn& turn, AgentProvider p
                   .text = failures_.advice(description, provider),
                   .entry = fmt::format("Error from {}: {}", shortLabel(provider), description)});
   main_.post(weakly(this, [key = turn.key](TaskDriver& self) {
-    self.ports_.runProjectHooks(ProjectHookEvent::taskFailed, key, [] {});
+    self.hooks_.runProjectHooks(ProjectHookEvent::taskFailed, key, [] {});
   }));
 }
 

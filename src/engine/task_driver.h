@@ -10,6 +10,8 @@
 #include "engine/client_starter.h"
 #include "engine/engine_ports.h"
 #include "engine/execution_table.h"
+#include "engine/git_desk.h"
+#include "engine/hook_desk.h"
 #include "engine/project_context_desk.h"
 #include "engine/router.h"
 #include "engine/settings.h"
@@ -23,8 +25,8 @@ class TaskDriver : public std::enable_shared_from_this<TaskDriver> {
  public:
   TaskDriver(MainQueue& main, Settings& settings, WorkspaceTree& tree, Selection& selection,
              ExecutionTable& executions, ClientStarter& starter, TurnFailures& failures,
-             UsageDesk& usage, Router& router, ProjectContextDesk& context,
-             const EnginePorts& ports);
+             UsageDesk& usage, Router& router, ProjectContextDesk& context, GitDesk& git,
+             HookDesk& hooks, const EnginePorts& ports);
 
   /// A workspace is selected and its conversation is not busy.
   bool canSend() const;
@@ -78,6 +80,8 @@ class TaskDriver : public std::enable_shared_from_this<TaskDriver> {
   UsageDesk& usage_;
   Router& router_;
   ProjectContextDesk& context_;
+  GitDesk& git_;
+  HookDesk& hooks_;
   const EnginePorts& ports_;
 };
 

@@ -3,7 +3,6 @@
 #include <semaphore>
 
 #include "platform/dispatch.h"
-#include "platform/files.h"
 #include "records/workspace_store.h"
 
 namespace vantrell {
@@ -169,11 +168,14 @@ ChatThread* WorkspaceTree::find(const ThreadExecutionKey& key) {
 std::optional<std::string> WorkspaceTree::executionPath(const ThreadExecutionKey& key) const {
   const ChatThread* found = thread(key);
   if (!found) return std::nullopt;
-  if (found->workspaceMode == TaskWorkspaceMode::isolated && found->isolatedWorkspacePath &&
-      files::isFolder(*found->isolatedWorkspacePath)) {
-    return found->isolatedWorkspacePath;
-  }
-  return workspace(key.workspaceID)->path;
+  return vantrell::executionPath(*workspace(key.workspaceID), *found);
+}
+
+std::optional<std::string> WorkspaceTree::executionPath(const std::optional<Uuid>& workspaceID,
+                                                        const std::optional<Uuid>& threadID) const {
+  if (workspaceID && threadID) return executionPath({*workspaceID, *threadID});
+  const Workspace* found = workspaceID ? workspace(*workspaceID) : nullptr;
+  return found ? std::optional(found->path) : std::nullopt;
 }
 
 void WorkspaceTree::addWorkspace(Workspace workspace) {

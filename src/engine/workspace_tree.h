@@ -49,6 +49,10 @@ class WorkspaceTree {
   /// Where the conversation's agent works: its own worktree when it has one, else the project
   /// folder. Absent when the conversation has gone.
   std::optional<std::string> executionPath(const ThreadExecutionKey& key) const;
+  /// The same for what may be selected: without a conversation the workspace's folder, without
+  /// either absent.
+  std::optional<std::string> executionPath(const std::optional<Uuid>& workspaceID,
+                                           const std::optional<Uuid>& threadID) const;
 
   // Structure.
 

@@ -118,6 +118,7 @@ GitResult runGit(const std::string& path, std::vector<std::string> arguments, Gi
   process.ownSession = true;
 
   const auto limit = options.limit;
+  const std::stop_token stop = options.stop;
   auto input = std::exchange(options.input, std::nullopt);
   const auto command = std::make_shared<Command>();
   command->options = std::move(options);
@@ -137,10 +138,14 @@ GitResult runGit(const std::string& path, std::vector<std::string> arguments, Gi
     (*started)->closeInput();
   }
 
-  if (!limit) {
-    ended.wait();
-  } else {
-    ended.wait_for(*limit);
+  {
+    const std::stop_callback whenStopped(stop,
+                                         [&] { queue.post([command] { command->finish(-1); }); });
+    if (!limit) {
+      ended.wait();
+    } else {
+      ended.wait_for(*limit);
+    }
   }
   (*started)->stop(std::chrono::milliseconds::zero());
   // Behind this, no handler touches the command any more.

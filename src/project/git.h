@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <functional>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -29,6 +30,8 @@ struct GitOptions {
   std::function<bool(std::string_view bytes)> onOutput;
   /// From the start; then git is ended.
   std::optional<std::chrono::milliseconds> limit;
+  /// Ends git when that is requested, from any thread.
+  std::stop_token stop;
   /// On standard input, which then ends.
   std::optional<std::string> input;
   /// Configuration that counts more than the user's, the repository's included: name and value.

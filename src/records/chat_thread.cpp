@@ -160,6 +160,13 @@ ChatThread* Workspace::thread(const Uuid& threadID) {
   return found == threads.end() ? nullptr : &*found;
 }
 
+std::string executionPath(const Workspace& workspace, const ChatThread& thread) {
+  const bool isApart = thread.workspaceMode == TaskWorkspaceMode::isolated &&
+                       thread.isolatedWorkspacePath &&
+                       files::isFolder(*thread.isolatedWorkspacePath);
+  return isApart ? *thread.isolatedWorkspacePath : workspace.path;
+}
+
 void makeIDsUnique(std::vector<Workspace>& workspaces) {
   std::set<Uuid> seen;
   for (auto& workspace : workspaces) {

@@ -102,6 +102,10 @@ struct Workspace {
   bool operator==(const Workspace&) const = default;
 };
 
+/// Where the conversation's agent works: its own worktree when it has one, else the project folder.
+/// Looks at the disk.
+std::string executionPath(const Workspace& workspace, const ChatThread& thread);
+
 /// Gives what bears an id a second time a new one: rows and live state are found by id.
 void makeIDsUnique(std::vector<Workspace>& workspaces);
 

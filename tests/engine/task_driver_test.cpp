@@ -12,7 +12,16 @@ using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-class TaskDriver : public EngineFixture {};
+class TaskDriver : public EngineFixture {
+ public:
+  /// One for each event.
+  void addHooks() {
+    for (const auto event : {ProjectHookEvent::beforeTask, ProjectHookEvent::afterTask,
+                             ProjectHookEvent::taskFailed}) {
+      model->hooks->addProjectHook(event, "hook");
+    }
+  }
+};
 
 constexpr std::string_view requestHeading = "USER REQUEST:\n";
 
@@ -60,17 +69,18 @@ TEST_F(TaskDriver, StepsOfATurnKeepTheirOrder) {
     step(label);
     done();
   };
-  ports.runProjectHooks = [&](ProjectHookEvent event, const auto&, const auto& done) {
-    step(std::string(rawText(event)));
-    done();
+  ports.runProjectHook = [&](const ProjectHook& hook, const auto&, const auto& reply) {
+    step(std::string(rawText(hook.event)));
+    reply("");
   };
-  ports.refreshGitSnapshot = [&] { step("git"); };
+  ports.gitSnapshot = [&](const auto&, const auto&, const auto&) { step("git"); };
   ports.sendRemoteTaskEvent = [&](std::string_view kind, auto, const auto&) {
     step(std::string(kind));
   };
   ports.runNextQueuedPrompt = [&](const auto&) { step("queue"); };
   start();
   model->context->setProjectInstructions("Keep to it.");
+  addHooks();
   steps.clear();
   const std::string prompt = "0123456789012345678901234567890123456789abcdefghij";
   work(prompt);
@@ -250,11 +260,12 @@ TEST_F(TaskDriver, FailureIsToldAndTheQueueWaits) {
   int advances = 0;
   ports.runNextQueuedPrompt = [&](const auto&) { ++advances; };
   std::vector<ProjectHookEvent> hooks;
-  ports.runProjectHooks = [&](ProjectHookEvent event, const auto&, const auto& done) {
-    hooks.push_back(event);
-    done();
+  ports.runProjectHook = [&](const ProjectHook& hook, const auto&, const auto& reply) {
+    hooks.push_back(hook.event);
+    reply("Hook completed.");
   };
   start();
+  addHooks();
   work("One");
   send("Two");
   client().fails(AgentError("Login required: unauthorized"));
@@ -265,7 +276,9 @@ TEST_F(TaskDriver, FailureIsToldAndTheQueueWaits) {
   EXPECT_EQ(state(), ConnectionState::failed("Login required: unauthorized"));
   EXPECT_EQ(execution().errorMessage, advice);
   EXPECT_EQ(run().statusMessage, advice);
-  EXPECT_EQ(texts().back(), "Error from Kimi: Login required: unauthorized");
+  EXPECT_THAT(texts(),
+              ElementsAre("One", "Hook completed.", "Error from Kimi: Login required: unauthorized",
+                          "Hook completed."));
   EXPECT_EQ(events.back().kind, "needs_attention");
   EXPECT_EQ(events.back().message, advice);
   EXPECT_THAT(hooks, ElementsAre(ProjectHookEvent::beforeTask, ProjectHookEvent::taskFailed));

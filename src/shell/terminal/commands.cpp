@@ -14,7 +14,8 @@ constexpr const Command* table[] = {
     &runCommand,     &providersCommand, &loginCommand,    &modelsCommand,  &effortCommand,
     &usageCommand,   &routeCommand,     &handoffCommand,  &tasksCommand,   &showCommand,
     &searchCommand,  &newCommand,       &renameCommand,   &moveCommand,    &pinCommand,
-    &archiveCommand, &deleteCommand,    &projectsCommand, &contextCommand, &settingsCommand,
+    &archiveCommand, &deleteCommand,    &projectsCommand, &contextCommand, &diffCommand,
+    &reviewCommand,  &hooksCommand,     &settingsCommand,
 };
 
 bool asksForHelp(std::string_view argument) {

@@ -29,6 +29,9 @@ extern const Command archiveCommand;
 extern const Command deleteCommand;
 extern const Command projectsCommand;
 extern const Command contextCommand;
+extern const Command diffCommand;
+extern const Command reviewCommand;
+extern const Command hooksCommand;
 extern const Command settingsCommand;
 
 std::span<const Command* const> allCommands();
