@@ -71,6 +71,11 @@ VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, UserState sta
   ports.runtimes.refreshesAtStart = options.refreshesRuntimes;
   ports.localRuntimeStatus = [this] { return services_.localRuntime().status(); };
   ports.isTaskletConfigured = [this] { return services_.webhook()->isConfigured(); };
+  ports.taskSafety = {.background = &pool_, .supportFolder = state_.folders.support};
+  ports.captureCheckpoint = [this](const ThreadExecutionKey& key, std::string label,
+                                   WorkspaceCheckpointKind, EnginePorts::Done done) {
+    model_->safety->captureBeforePrompt(key, std::move(label), std::move(done));
+  };
   model_ = std::make_unique<AppModel>(main_, *state_.defaults, store_, std::move(ports), &writer_);
   notice_ = std::move(state_.notice);
   if (const auto& met = store_.notice()) notice_ = notice_ ? *notice_ + " " + *met : *met;

@@ -18,7 +18,8 @@ AppModel::AppModel(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore&
       starter(std::make_shared<ClientStarter>(main, settings, tree, executions, intake, approvals,
                                               failures, changes, ports_)),
       driver(std::make_shared<TaskDriver>(main, settings, tree, selection, executions, *starter,
-                                          failures, ports_)) {
+                                          failures, ports_)),
+      safety(std::make_shared<TaskSafety>(main, tree, selection, executions, ports_)) {
   approvals.stopTask = [this] { driver->stopWorking(); };
   runtimes->showError = [this](std::string text) { executions.showError(std::move(text)); };
   runtimes->selectedProject = [this]() -> std::optional<std::string> {

@@ -15,6 +15,7 @@
 #include "engine/session_intake.h"
 #include "engine/settings.h"
 #include "engine/task_driver.h"
+#include "engine/task_safety.h"
 #include "engine/turn_failures.h"
 #include "engine/workspace_tree.h"
 
@@ -53,6 +54,7 @@ class AppModel {
   TurnFailures failures;
   const std::shared_ptr<ClientStarter> starter;
   const std::shared_ptr<TaskDriver> driver;
+  const std::shared_ptr<TaskSafety> safety;
 
  private:
   void startUp();

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "engine/runtime_desk.h"
+#include "engine/task_safety_means.h"
 #include "records/chat_thread.h"
 #include "runtimes/agent_error.h"
 #include "runtimes/provider_connectors.h"
@@ -52,6 +53,8 @@ struct EnginePorts {
 
   /// What the desk of the runtimes' programs works with.
   RuntimeMeans runtimes;
+  /// And that of checkpoints and worktrees.
+  TaskSafetyMeans taskSafety;
 
   // The project.
 

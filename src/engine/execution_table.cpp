@@ -41,6 +41,10 @@ void ExecutionTable::publishExecutionIfSelected(const ThreadExecutionKey& key) {
 
 void ExecutionTable::showError(std::string text) {
   mirror_.errorMessage = std::move(text);
+  announceMirror();
+}
+
+void ExecutionTable::announceMirror() {
   changes_.announce({.kind = Change::Kind::executionPublished, .conversation = mirroredKey_});
 }
 
@@ -54,7 +58,7 @@ void ExecutionTable::openImagineQuestion(PermissionRequest request) {
   imagineQuestion_ = std::make_shared<PermissionRequest>(std::move(request));
   if (mirror_.permissionOwner == PermissionOwner::imagine) mirror_.permissionRequest = nullptr;
   showImagineQuestionIfFree();
-  changes_.announce({.kind = Change::Kind::executionPublished, .conversation = mirroredKey_});
+  announceMirror();
 }
 
 void ExecutionTable::closeImagineQuestion() {
@@ -62,7 +66,7 @@ void ExecutionTable::closeImagineQuestion() {
   if (mirror_.permissionOwner != PermissionOwner::imagine) return;
   mirror_.permissionOwner = PermissionOwner::build;
   mirror_.permissionRequest = nullptr;
-  changes_.announce({.kind = Change::Kind::executionPublished, .conversation = mirroredKey_});
+  announceMirror();
 }
 
 void ExecutionTable::captureMirroredExecution() {

@@ -35,6 +35,8 @@ class ExecutionTable {
   void publishExecutionIfSelected(const ThreadExecutionKey& key);
   /// Shows the user why something cannot be done.
   void showError(std::string text);
+  /// Says that what the interface shows of the selected conversation has changed.
+  void announceMirror();
   /// A question of the media generator: shown wherever the selected conversation has none of its
   /// own, until it is closed.
   void openImagineQuestion(PermissionRequest request);

@@ -83,7 +83,6 @@ TaskSafetyResult<> RestoreGuard::prepare() {
   auto paths = pathsOfCheckpoint();
   if (!paths) return std::unexpected(paths.error());
   for (const auto& path : *paths) {
-    if (tracked_.contains(path)) continue;
     if (auto saved = saveObstacle(path); !saved) return saved;
   }
   return writeExcludes();
