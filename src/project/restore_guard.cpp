@@ -75,11 +75,6 @@ TaskSafetyResult<> RestoreGuard::prepare() {
       git_.need({"ls-files", "--others", "--ignored", "--exclude-standard", "--directory", "-z"});
   if (!ignored) return std::unexpected(ignored.error());
   ignored_ = ignored->parts();
-  const auto others = git_.need({"ls-files", "--others", "--exclude-standard", "-z"});
-  if (!others) return std::unexpected(others.error());
-  nested_ = others->parts();
-  std::erase_if(nested_, [](const std::string& path) { return !path.ends_with('/'); });
-
   auto paths = pathsOfCheckpoint();
   if (!paths) return std::unexpected(paths.error());
   for (const auto& path : *paths) {
@@ -150,11 +145,20 @@ TaskSafetyResult<> RestoreGuard::saveObstacle(const std::string& path) {
 }
 
 bool RestoreGuard::holdsUnsaved(const std::string& folder) const {
-  const std::string start = folder + "/";
-  const auto touches = [&](const std::string& path) {
-    return path.starts_with(start) || (path.ends_with('/') && start.starts_with(path));
-  };
-  return std::ranges::any_of(ignored_, touches) || std::ranges::any_of(nested_, touches);
+  const std::string root = fmt::format("{}/{}", git_.path(), folder);
+  std::error_code code;
+  for (fs::recursive_directory_iterator entry(root, code), end; !code && entry != end;
+       entry.increment(code)) {
+    if (entry->symlink_status(code).type() == fs::file_type::directory) continue;
+    const std::string path = folder + entry->path().native().substr(root.size());
+    if (tracked_.contains(path)) continue;
+    if (recovery_ ? !standsAt(keptAt(path)) : isIgnored(path)) return true;
+  }
+  return static_cast<bool>(code);
+}
+
+std::string RestoreGuard::keptAt(const std::string& path) const {
+  return fmt::format("{}/{}/{}", *recovery_, changes::untrackedFolder, path);
 }
 
 bool RestoreGuard::isIgnored(const std::string& path) const {
@@ -169,7 +173,7 @@ TaskSafetyResult<> RestoreGuard::save(const std::string& path) {
     return std::unexpected(refusal(path, "would be lost: it is in no checkpoint"));
   }
   const std::string kept = fmt::format("{}/{}", *recovery_, changes::untrackedFolder);
-  const std::string target = fmt::format("{}/{}", kept, path);
+  const std::string target = keptAt(path);
   if (standsAt(target)) return {};
   if (auto made = secureDirectory(kept); !made) return made;
   if (auto made = makeParents(kept, path, false); !made) return made;

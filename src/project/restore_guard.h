@@ -46,6 +46,8 @@ class RestoreGuard {
   TaskSafetyResult<> saveObstacle(const std::string& path);
   TaskSafetyResult<> save(const std::string& path);
   TaskSafetyResult<> writeExcludes();
+  /// Where the recovery checkpoint has it.
+  std::string keptAt(const std::string& path) const;
   bool holdsUnsaved(const std::string& folder) const;
   bool isIgnored(const std::string& path) const;
 
@@ -57,7 +59,6 @@ class RestoreGuard {
   bool hasTrackedFiles_ = false;
   std::unordered_set<std::string> tracked_;
   std::vector<std::string> ignored_;     // folders end with a slash
-  std::vector<std::string> nested_;      // repositories, likewise
   std::vector<std::string> inRevision_;  // sorted
   std::vector<std::string> obstacles_;
 };
