@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 #include <ranges>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "platform/files.h"
 #include "platform/text.h"
@@ -117,7 +118,11 @@ TaskSafetyResult<std::vector<std::string>> RestoreGuard::pathsOfCheckpoint() {
   std::error_code code;
   for (fs::recursive_directory_iterator entry(untracked, code), end; !code && entry != end;
        entry.increment(code)) {
-    if (entry->symlink_status(code).type() == fs::file_type::directory) continue;
+    if (entry->symlink_status(code).type() == fs::file_type::directory) {
+      // A repository that still stands is left alone.
+      if (isRepository(entry->path())) entry.disable_recursion_pending();
+      continue;
+    }
     all.push_back(entry->path().native().substr(untracked.size() + 1));
   }
   return all;
@@ -136,11 +141,14 @@ TaskSafetyResult<> RestoreGuard::saveObstacle(const std::string& path) {
     }
     if (slash == path.npos) break;
   }
+  // Of a submodule nothing but its place is restored.
+  if (tracked_.contains(path) && isRepository(fmt::format("{}/{}", git_.path(), path))) return {};
   if (holdsUnsaved(path)) {
     return std::unexpected(refusal(path,
                                    "has to become a file again, but it is a folder with "
                                    "ignored files or a repository in it"));
   }
+  obstacles_.push_back(path);
   return {};
 }
 
@@ -196,14 +204,43 @@ TaskSafetyResult<> RestoreGuard::clearTheWay() const {
   for (const auto& each : obstacles_) {
     const std::string path = fmt::format("{}/{}", git_.path(), each);
     struct stat info{};
-    if (::lstat(path.c_str(), &info) != 0 || S_ISDIR(info.st_mode)) continue;
+    if (::lstat(path.c_str(), &info) != 0) continue;
+    if (S_ISDIR(info.st_mode)) {
+      clearFolder(each);
+      continue;
+    }
     // What the revision has there is in its place already.
-    if (std::ranges::binary_search(inRevision_, each)) continue;
+    if (isInRevision(each)) continue;
     if (auto removed = files::remove(path); !removed) {
       return std::unexpected(TaskSafetyError::filesFailed(removed.error().description));
     }
   }
   return {};
+}
+
+bool RestoreGuard::isInRevision(const std::string& path) const {
+  return std::ranges::binary_search(inRevision_, path);
+}
+
+/// Removes what has been saved, and the folders that are empty then.
+void RestoreGuard::clearFolder(const std::string& folder) const {
+  std::error_code code;
+  const std::string path = fmt::format("{}/{}", git_.path(), folder);
+  std::vector<std::string> names;
+  for (fs::directory_iterator entry(path, code), end; !code && entry != end;
+       entry.increment(code)) {
+    names.push_back(entry->path().filename().native());
+  }
+  for (const auto& name : names) {
+    const std::string inside = fmt::format("{}/{}", folder, name);
+    const auto type = fs::symlink_status(fmt::format("{}/{}", git_.path(), inside), code).type();
+    if (type == fs::file_type::directory) {
+      if (!isRepository(fmt::format("{}/{}", git_.path(), inside))) clearFolder(inside);
+    } else if (!isInRevision(inside) && recovery_ && standsAt(keptAt(inside))) {
+      fs::remove(fmt::format("{}/{}", git_.path(), inside), code);
+    }
+  }
+  ::rmdir(path.c_str());
 }
 
 std::vector<std::string> RestoreGuard::notes() const {
@@ -237,9 +274,8 @@ TaskSafetyResult<> RestoreGuard::bringBackIgnored() const {
   const GitResult ignored = git_.look({"check-ignore", "-z", "--stdin"}, {.input = missing});
   for (const auto& path : ignored.parts()) {
     const bool isFolder = std::ranges::find(folders, path) != folders.end();
-    if (auto made = makeParents(git_.path(), isFolder ? path + "/" : path, false); !made) {
-      return made;
-    }
+    // A file of the checkpoint may stand in the place of a folder above it; that one counts.
+    if (!makeParents(git_.path(), isFolder ? path + "/" : path, false)) continue;
     WorkBudget budget;
     const std::string target = fmt::format("{}/{}", git_.path(), path);
     if (isFolder || standsAt(target)) continue;
@@ -253,15 +289,28 @@ PatchGit::Configuration RestoreGuard::cleaningConfiguration() const {
   return {{"core.excludesFile", temporary_ + "/excludes"}};
 }
 
-TaskSafetyResult<> RestoreGuard::saveBeforeCleaning() {
+TaskSafetyResult<std::vector<std::string>> RestoreGuard::untracked() const {
   const auto listed = git_.need({"ls-files", "--others", "--exclude-standard", "-z"},
                                 {.configuration = cleaningConfiguration()});
   if (!listed) return std::unexpected(listed.error());
-  for (const auto& path : listed->parts()) {
-    if (path.ends_with('/')) continue;  // a repository, which cleaning spares
+  auto paths = listed->parts();
+  // Repositories, which cleaning spares.
+  std::erase_if(paths, [](const std::string& path) { return path.ends_with('/'); });
+  return paths;
+}
+
+TaskSafetyResult<> RestoreGuard::saveBeforeCleaning() {
+  const auto paths = untracked();
+  if (!paths) return std::unexpected(paths.error());
+  for (const auto& path : *paths) {
     if (auto saved = save(path); !saved) return saved;
   }
   return {};
+}
+
+bool RestoreGuard::isClean() const {
+  const auto paths = untracked();
+  return paths && paths->empty();
 }
 
 }  // namespace vantrell

@@ -31,6 +31,8 @@ class RestoreGuard {
   /// Between restoring the tracked files and cleaning: the rules of what is ignored may have
   /// changed, so that files which no checkpoint holds would count as untracked.
   TaskSafetyResult<> saveBeforeCleaning();
+  /// Whether nothing is left that is untracked.
+  bool isClean() const;
   /// Before patches are applied: removes what is in their way. It has been saved.
   TaskSafetyResult<> clearTheWay() const;
   /// At the end: what the checkpoint's own rules ignore is none of its business, so where cleaning
@@ -43,6 +45,9 @@ class RestoreGuard {
 
  private:
   TaskSafetyResult<std::vector<std::string>> pathsOfCheckpoint();
+  TaskSafetyResult<std::vector<std::string>> untracked() const;
+  bool isInRevision(const std::string& path) const;
+  void clearFolder(const std::string& folder) const;
   TaskSafetyResult<> saveObstacle(const std::string& path);
   TaskSafetyResult<> save(const std::string& path);
   TaskSafetyResult<> writeExcludes();

@@ -163,7 +163,8 @@ TaskSafetyResult<SafetyNotes> TaskSafetyService::restore(
   }
   if (auto saved = guard.saveBeforeCleaning(); !saved) return halfWay(saved.error());
   auto cleaned = git.change({"clean", "-fd"}, {.configuration = guard.cleaningConfiguration()});
-  if (!cleaned) return halfWay(cleaned.error());
+  // Git cannot remove the folder that it works in, where all of that is untracked.
+  if (!cleaned && !guard.isClean()) return halfWay(cleaned.error());
   if (auto cleared = guard.clearTheWay(); !cleared) return halfWay(cleared.error());
   if (auto applied = changes::applyPatches(git, archive); !applied) return halfWay(applied.error());
   SafetyNotes notes = submoduleNotes(git);

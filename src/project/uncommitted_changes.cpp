@@ -85,14 +85,17 @@ TaskSafetyResult<Unstaged> unstagedKinds(const PatchGit& git) {
     const std::string& path = parts[i + 1];
     if (parts[i] == "A") kinds.announced.push_back(path);
     if (parts[i] != "D") continue;
-    // A folder in the place of the file, or one that the file was the last of.
+    // A folder in the place of the file, or the nearest one above it, where it is empty by now.
     std::error_code code;
-    const std::string full = inFolder(git.path(), path);
-    const std::string parent = files::parent(path);
-    if (fs::symlink_status(full, code).type() == fs::file_type::directory) {
-      kinds.foldersOfDeleted.push_back(path + "/");
-    } else if (!parent.empty() && fs::is_empty(files::parent(full), code) && !code) {
-      kinds.foldersOfDeleted.push_back(parent + "/");
+    const auto isFolder = [&](const std::string& name) {
+      return fs::symlink_status(inFolder(git.path(), name), code).type() ==
+             fs::file_type::directory;
+    };
+    std::string folder = path;
+    while (!folder.empty() && !isFolder(folder)) folder = files::parent(folder);
+    if (folder.empty()) continue;
+    if (folder == path || fs::is_empty(inFolder(git.path(), folder), code)) {
+      kinds.foldersOfDeleted.push_back(folder + "/");
     }
   }
   return kinds;
@@ -225,7 +228,9 @@ TaskSafetyResult<std::size_t> copyUntracked(const PatchGit& git, const std::stri
                     paths.size())));
   }
   if (auto made = secureDirectory(target); !made) return std::unexpected(made.error());
-  for (const auto& relative : paths) {
+  for (const auto& each : paths) {
+    const bool isNested = each.ends_with('/');
+    const std::string relative = isNested ? each.substr(0, each.size() - 1) : each;
     const auto from = pathInside(git.path(), relative);
     const auto to = pathInside(target, relative);
     if (!from || !to) continue;
@@ -233,7 +238,7 @@ TaskSafetyResult<std::size_t> copyUntracked(const PatchGit& git, const std::stri
       return std::unexpected(made.error());
     }
     if (standsAt(*to)) continue;
-    if (!relative.ends_with('/')) {
+    if (!isNested) {
       if (auto copied = copyItem(*from, *to, budget); !copied) {
         return std::unexpected(copied.error());
       }
