@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 
+#include "platform/json.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/safety_work.h"
@@ -11,7 +12,23 @@ namespace vantrell::shell {
 
 namespace {
 
-constexpr CommandOption options[] = {changedJsonOption};
+constexpr CommandOption options[] = {
+    {"--json", "", "for scripts: where it works, as a JSON object"},
+};
+
+std::string asJson(const ThreadExecutionKey& key, const std::string& path) {
+  std::string line;
+  JsonWriter writer(line);
+  writer.beginObject();
+  writer.key("workspaceID");
+  writer.value(key.workspaceID.text());
+  writer.key("threadID");
+  writer.value(key.threadID.text());
+  writer.key("path");
+  writer.value(path);
+  writer.endObject();
+  return line + "\n";
+}
 
 int isolate(const CommandArguments& arguments, const Environment&) {
   return withSafetyWork(
@@ -21,10 +38,9 @@ int isolate(const CommandArguments& arguments, const Environment&) {
         return true;
       },
       [&](ChangeContext& context, const ThreadExecutionKey& key) {
-        const auto& thread = threadOf(context.workspaces(), key);
         const auto& workspace = workspaceOf(context.workspaces(), key.workspaceID);
         const auto path = context.model.tree.executionPath(key).value_or("");
-        if (arguments.has("--json")) return context.out.write(taskAsJson(workspace, thread));
+        if (arguments.has("--json")) return context.out.write(asJson(key, path));
         context.out.write(fmt::format("{}  works in {}\n", shortID(key.threadID), onOneLine(path)));
         if (path == workspace.path) {
           complain("Its worktree is gone, so it works in the project's folder again.");
