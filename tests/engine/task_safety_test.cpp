@@ -58,7 +58,7 @@ TEST_F(TaskSafetyTest, EachPromptTakesACheckpointThatLeadsBack) {
   finishTurn();
   ASSERT_EQ(thread().checkpoints.size(), 1);
   const auto checkpoint = thread().checkpoints.front();
-  EXPECT_EQ(checkpoint.label, "Before: first prompt, which is longer than the forty-eight ");
+  EXPECT_EQ(checkpoint.label, "Before: first prompt, which is longer than the forty-eig");
   EXPECT_EQ(checkpoint.kind, WorkspaceCheckpointKind::automatic);
   EXPECT_EQ(checkpoint.conversationEntryCount, 1) << "the prompt stands already";
   EXPECT_EQ(checkpoint.sourceMessageID, thread().entries[0].id);
