@@ -40,7 +40,7 @@ int main() {
   runGit(project.path(), {"init", "--quiet"});
   runGit(project.path(), {"add", "--all"});
   if (!runGit(project.path(), {"commit", "--quiet", "-m", "All"}).succeeded()) return EXIT_FAILURE;
-  for (int i = 0; i < changed; ++i) write(pathOf(project.path(), i * 997), -i);
+  for (int i = 0; i < changed; ++i) write(pathOf(project.path(), i * 997), -i - 1);
 
   const TaskSafetyService service(support.path());
   bool isDone = true;

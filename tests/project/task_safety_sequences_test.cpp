@@ -119,7 +119,7 @@ class Sequence {
       const auto found = back.find(path);
       // Git does not list an empty folder that its rules ignore.
       if (found == back.end() && what == "folder" &&
-          runGit(project_, {"check-ignore", "-q", "--no-index", path}).succeeded()) {
+          runGit(project_, {"check-ignore", "-q", "--no-index", "--", path}).succeeded()) {
         continue;
       }
       EXPECT_TRUE(found != back.end() && found->second == what)
