@@ -92,6 +92,11 @@ VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, UserState sta
           [this] { model_->changes.announce({.kind = Change::Kind::runtimesChanged}); });
     };
   }
+  ports.taskSafety = {.background = &pool_, .supportFolder = state_.folders.support};
+  ports.captureCheckpoint = [this](const ThreadExecutionKey& key, std::string label,
+                                   WorkspaceCheckpointKind, EnginePorts::Done done) {
+    model_->safety->captureBeforePrompt(key, std::move(label), std::move(done));
+  };
   model_ = std::make_unique<AppModel>(main_, *state_.defaults, store_, std::move(ports), &writer_);
   services_.onLocalRuntimeChanged = [this] { model_->catalog->localRuntimeChanged(); };
   notice_ = std::move(state_.notice);

@@ -40,7 +40,8 @@ AppModel::AppModel(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore&
       usageReset(std::make_shared<UsageReset>(selection, executions, usage, controls, *starter)),
       driver(std::make_shared<TaskDriver>(main, settings, tree, selection, executions, *starter,
                                           failures, usage, *router, *context, *git, *hooks,
-                                          ports_)) {
+                                          ports_)),
+      safety(std::make_shared<TaskSafety>(main, tree, selection, executions, *git, ports_)) {
   executions.onEnded = [this](ThreadExecutionRuntime& execution, const ThreadExecutionKey& key) {
     endOpenTools(execution, key, tree);
   };

@@ -23,6 +23,7 @@
 #include "engine/session_intake.h"
 #include "engine/settings.h"
 #include "engine/task_driver.h"
+#include "engine/task_safety.h"
 #include "engine/turn_failures.h"
 #include "engine/usage_desk.h"
 #include "engine/usage_reset.h"
@@ -77,6 +78,7 @@ class AppModel {
   const std::shared_ptr<ClientStarter> starter;
   const std::shared_ptr<UsageReset> usageReset;
   const std::shared_ptr<TaskDriver> driver;
+  const std::shared_ptr<TaskSafety> safety;
 
  private:
   void startUp();

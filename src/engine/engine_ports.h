@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "engine/runtime_desk.h"
+#include "engine/task_safety_means.h"
 #include "records/chat_thread.h"
 #include "records/git_workspace_snapshot.h"
 #include "records/project_context.h"
@@ -46,6 +47,8 @@ struct EnginePorts {
       repositoryState;
   /// What the desk of the runtimes' programs works with.
   RuntimeMeans runtimes;
+  /// And that of checkpoints and worktrees.
+  TaskSafetyMeans taskSafety;
 
   // The project.
 

@@ -41,6 +41,10 @@ void ExecutionTable::publishExecutionIfSelected(const ThreadExecutionKey& key) {
 
 void ExecutionTable::showError(std::string text) {
   mirror_.errorMessage = std::move(text);
+  announceMirror();
+}
+
+void ExecutionTable::announceMirror() {
   changes_.announce({.kind = Change::Kind::executionPublished, .conversation = mirroredKey_});
 }
 
@@ -59,7 +63,7 @@ void ExecutionTable::openImagineQuestion(PermissionRequest request) {
   imagineQuestion_ = std::make_shared<PermissionRequest>(std::move(request));
   if (mirror_.permissionOwner == PermissionOwner::imagine) mirror_.permissionRequest = nullptr;
   showImagineQuestionIfFree();
-  changes_.announce({.kind = Change::Kind::executionPublished, .conversation = mirroredKey_});
+  announceMirror();
 }
 
 void ExecutionTable::closeImagineQuestion() {
@@ -67,7 +71,7 @@ void ExecutionTable::closeImagineQuestion() {
   if (mirror_.permissionOwner != PermissionOwner::imagine) return;
   mirror_.permissionOwner = PermissionOwner::build;
   mirror_.permissionRequest = nullptr;
-  changes_.announce({.kind = Change::Kind::executionPublished, .conversation = mirroredKey_});
+  announceMirror();
 }
 
 void ExecutionTable::captureMirroredExecution() {

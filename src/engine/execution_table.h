@@ -37,6 +37,8 @@ class ExecutionTable {
   /// Shows the user why something cannot be done.
   void showError(std::string text);
   void clearError();
+  /// Says that what the interface shows of the selected conversation has changed.
+  void announceMirror();
   /// A question of the media generator: shown wherever the selected conversation has none of its
   /// own, until it is closed.
   void openImagineQuestion(PermissionRequest request);

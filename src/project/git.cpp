@@ -147,7 +147,7 @@ GitResult runGit(const std::string& path, std::vector<std::string> arguments, Gi
       ended.wait_for(*limit);
     }
   }
-  (*started)->stop(std::chrono::milliseconds::zero());
+  (*started)->stop();
   // Behind this, no handler touches the command any more.
   std::promise<void> quiet;
   queue.post([&] {

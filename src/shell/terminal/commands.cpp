@@ -11,11 +11,11 @@ namespace vantrell::shell {
 namespace {
 
 constexpr const Command* table[] = {
-    &runCommand,     &providersCommand, &loginCommand,    &modelsCommand,  &effortCommand,
-    &usageCommand,   &routeCommand,     &handoffCommand,  &tasksCommand,   &showCommand,
-    &searchCommand,  &newCommand,       &renameCommand,   &moveCommand,    &pinCommand,
-    &archiveCommand, &deleteCommand,    &projectsCommand, &contextCommand, &diffCommand,
-    &reviewCommand,  &hooksCommand,     &settingsCommand,
+    &runCommand,     &providersCommand, &loginCommand,      &modelsCommand,  &effortCommand,
+    &usageCommand,   &routeCommand,     &handoffCommand,    &tasksCommand,   &showCommand,
+    &searchCommand,  &newCommand,       &renameCommand,     &moveCommand,    &pinCommand,
+    &archiveCommand, &deleteCommand,    &checkpointCommand, &isolateCommand, &projectsCommand,
+    &contextCommand, &diffCommand,      &reviewCommand,     &hooksCommand,   &settingsCommand,
 };
 
 bool asksForHelp(std::string_view argument) {

@@ -27,6 +27,8 @@ extern const Command moveCommand;
 extern const Command pinCommand;
 extern const Command archiveCommand;
 extern const Command deleteCommand;
+extern const Command checkpointCommand;
+extern const Command isolateCommand;
 extern const Command projectsCommand;
 extern const Command contextCommand;
 extern const Command diffCommand;
