@@ -20,7 +20,6 @@ TaskSafety::TaskSafety(MainQueue& main, WorkspaceTree& tree, Selection& selectio
       selection_(selection),
       executions_(executions),
       git_(git),
-      ports_(ports),
       background_(ports.taskSafety.background),
       service_(ports.taskSafety.supportFolder) {}
 

@@ -68,7 +68,6 @@ class TaskSafety : public std::enable_shared_from_this<TaskSafety> {
   Selection& selection_;
   ExecutionTable& executions_;
   GitDesk& git_;
-  const EnginePorts& ports_;
   Executor* const background_;
   const TaskSafetyService service_;
   bool isWorking_ = false;
