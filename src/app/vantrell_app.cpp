@@ -69,6 +69,7 @@ VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, UserState sta
       runtimeMeans(runner_, executableChoice(options.customExecutable, *state_.defaults));
   if (options.desktop) ports.runtimes.desktop = std::move(options.desktop);
   ports.runtimes.refreshesAtStart = options.refreshesRuntimes;
+  ports.imagine = {.supportFolder = state_.folders.support, .background = &pool_};
   ports.localRuntimeStatus = [this] { return services_.localRuntime().status(); };
   ports.isTaskletConfigured = [this] { return services_.webhook()->isConfigured(); };
   model_ = std::make_unique<AppModel>(main_, *state_.defaults, store_, std::move(ports), &writer_);

@@ -11,8 +11,10 @@ AppModel::AppModel(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore&
       selection(defaults),
       executions(main, selection, changes),
       runtimes(std::make_shared<RuntimeDesk>(changes, ports_.runtimes)),
+      imagine(
+          std::make_shared<ImagineDesk>(main, settings, executions, *runtimes, changes, ports_)),
       intake(main, tree, executions, changes),
-      approvals(main, settings, tree, selection, executions, ports_),
+      approvals(main, settings, tree, selection, executions, *imagine, ports_),
       operations(main, tree, selection, executions, ports_),
       failures(main, tree, executions, ports_),
       starter(std::make_shared<ClientStarter>(main, settings, tree, executions, intake, approvals,
@@ -42,7 +44,8 @@ void AppModel::startUp() {
   operations.settleSelection();
   executions.publishExecution(selection.key());
   settings.load();
-  ports_.loadTaskletAndImagine();
+  ports_.loadTasklet();
+  imagine->load();
   ports_.loadOrchestration();
   ports_.loadProjectContext();
   ports_.configureRemoteHost();
@@ -58,6 +61,7 @@ void AppModel::startUp() {
 
 void AppModel::endAllWork() {
   executions.removeAll();
+  imagine->reset();
   tree.save();
   tree.flush();
 }

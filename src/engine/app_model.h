@@ -9,6 +9,7 @@
 #include "engine/client_starter.h"
 #include "engine/engine_ports.h"
 #include "engine/execution_table.h"
+#include "engine/imagine_desk.h"
 #include "engine/operations.h"
 #include "engine/runtime_desk.h"
 #include "engine/selection.h"
@@ -47,6 +48,7 @@ class AppModel {
   Selection selection;
   ExecutionTable executions;
   const std::shared_ptr<RuntimeDesk> runtimes;
+  const std::shared_ptr<ImagineDesk> imagine;
   SessionIntake intake;
   Approvals approvals;
   Operations operations;

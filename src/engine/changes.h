@@ -30,6 +30,7 @@ struct Change {
     settingsChanged,
     modelOptionsChanged,  // what a provider offers
     runtimesChanged,      // what is installed, a log-in
+    imagineChanged,       // the media library, its generator's state and progress
     saveFailed,           // `text` says why
     noticeRaised,         // `text` is for the user: stored conversations are damaged
   };

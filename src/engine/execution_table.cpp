@@ -44,6 +44,11 @@ void ExecutionTable::showError(std::string text) {
   changes_.announce({.kind = Change::Kind::executionPublished, .conversation = mirroredKey_});
 }
 
+void ExecutionTable::appendToShownLog(std::string_view text) {
+  mirror_.cliLog.append(text);
+  changes_.announce({.kind = Change::Kind::executionPublished, .conversation = mirroredKey_});
+}
+
 void ExecutionTable::showImagineQuestionIfFree() {
   if (!imagineQuestion_ || mirror_.permissionRequest) return;
   mirror_.permissionOwner = PermissionOwner::imagine;

@@ -35,6 +35,8 @@ class ExecutionTable {
   void publishExecutionIfSelected(const ThreadExecutionKey& key);
   /// Shows the user why something cannot be done.
   void showError(std::string text);
+  /// Adds to the log that is shown: words of the media generator, which belongs to no conversation.
+  void appendToShownLog(std::string_view text);
   /// A question of the media generator: shown wherever the selected conversation has none of its
   /// own, until it is closed.
   void openImagineQuestion(PermissionRequest request);
