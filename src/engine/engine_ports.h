@@ -11,16 +11,12 @@
 
 #include "engine/runtime_desk.h"
 #include "records/chat_thread.h"
+#include "records/project_hook.h"
 #include "runtimes/agent_error.h"
 #include "runtimes/provider_connectors.h"
 #include "runtimes/provider_usage.h"
 
 namespace vantrell {
-
-enum class ProjectHookEvent { beforeTask, afterTask, taskFailed };
-constexpr auto rawTexts(ProjectHookEvent) {
-  return std::to_array<std::string_view>({"beforeTask", "afterTask", "taskFailed"});
-}
 
 /// What the desk of the media generator works with.
 struct ImagineMeans {
