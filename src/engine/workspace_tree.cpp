@@ -154,11 +154,14 @@ ChatThread* WorkspaceTree::find(const ThreadExecutionKey& key) {
 std::optional<std::string> WorkspaceTree::executionPath(const ThreadExecutionKey& key) const {
   const ChatThread* found = thread(key);
   if (!found) return std::nullopt;
-  if (found->workspaceMode == TaskWorkspaceMode::isolated && found->isolatedWorkspacePath &&
-      files::isFolder(*found->isolatedWorkspacePath)) {
-    return found->isolatedWorkspacePath;
-  }
-  return workspace(key.workspaceID)->path;
+  return executionPath(*workspace(key.workspaceID), *found);
+}
+
+std::string WorkspaceTree::executionPath(const Workspace& workspace, const ChatThread& thread) {
+  const bool hasItsOwn = thread.workspaceMode == TaskWorkspaceMode::isolated &&
+                         thread.isolatedWorkspacePath &&
+                         files::isFolder(*thread.isolatedWorkspacePath);
+  return hasItsOwn ? *thread.isolatedWorkspacePath : workspace.path;
 }
 
 void WorkspaceTree::addWorkspace(Workspace workspace) {

@@ -48,6 +48,7 @@ class WorkspaceTree {
   /// Where the conversation's agent works: its own worktree when it has one, else the project
   /// folder. Absent when the conversation has gone.
   std::optional<std::string> executionPath(const ThreadExecutionKey& key) const;
+  static std::string executionPath(const Workspace& workspace, const ChatThread& thread);
 
   // Structure.
 
