@@ -11,9 +11,10 @@ namespace vantrell::shell {
 namespace {
 
 constexpr const Command* table[] = {
-    &runCommand,     &providersCommand, &loginCommand,    &tasksCommand,    &showCommand,
-    &searchCommand,  &newCommand,       &renameCommand,   &moveCommand,     &pinCommand,
-    &archiveCommand, &deleteCommand,    &projectsCommand, &settingsCommand,
+    &runCommand,    &providersCommand, &loginCommand,   &tasksCommand,
+    &showCommand,   &artifactsCommand, &searchCommand,  &newCommand,
+    &renameCommand, &moveCommand,      &pinCommand,     &archiveCommand,
+    &deleteCommand, &projectsCommand,  &imagineCommand, &settingsCommand,
 };
 
 bool asksForHelp(std::string_view argument) {

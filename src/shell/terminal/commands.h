@@ -15,6 +15,7 @@ extern const Command providersCommand;
 extern const Command loginCommand;
 extern const Command tasksCommand;
 extern const Command showCommand;
+extern const Command artifactsCommand;
 extern const Command searchCommand;
 extern const Command newCommand;
 extern const Command renameCommand;
@@ -23,6 +24,7 @@ extern const Command pinCommand;
 extern const Command archiveCommand;
 extern const Command deleteCommand;
 extern const Command projectsCommand;
+extern const Command imagineCommand;
 extern const Command settingsCommand;
 
 std::span<const Command* const> allCommands();
