@@ -79,7 +79,7 @@ TEST_F(ImagineCommand, InterruptStopsTheAgentAndKeepsWhatWasMade) {
   options.standardInput = ProcessOptions::Input::null;
   const auto record = start(std::move(options));
   awaitOutput(*record, "\"item\"");
-  record->process->signal(SIGINT);
+  ::kill(static_cast<pid_t>(record->process->processID()), SIGINT);
   finish(record);
   EXPECT_EQ(code(record), 130);
   EXPECT_EQ(json::textOr(events(record).back(), "outcome", ""), "stopped");
@@ -98,11 +98,16 @@ TEST_F(ImagineCommand, SaysWhyThereIsNoPicture) {
        "✗ out of paint"},
       {"a death at the start", ACPAgentScript().line("error no display\\n").line("exit 4"),
        "✗ no display"},
-      {"an error", ACPAgentScript().openSession().expectPrompt().error("quota exceeded").line("hang"),
+      {"an error",
+       ACPAgentScript().openSession().expectPrompt().error("quota exceeded").line("hang"),
        "quota exceeded"},
       {"a turn without a file",
-       ACPAgentScript().openSession().expectPrompt().say("I do not paint.").line(
-           R"(send {"jsonrpc":"2.0","id":3,"result":{"stopReason":"end_turn"}})").line("hang"),
+       ACPAgentScript()
+           .openSession()
+           .expectPrompt()
+           .say("I do not paint.")
+           .line(R"(send {"jsonrpc":"2.0","id":3,"result":{"stopReason":"end_turn"}})")
+           .line("hang"),
        "I do not paint."},
   };
   for (const auto& each : cases) {
