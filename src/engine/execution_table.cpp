@@ -49,6 +49,11 @@ void ExecutionTable::appendToShownLog(std::string_view text) {
   changes_.announce({.kind = Change::Kind::executionPublished, .conversation = mirroredKey_});
 }
 
+void ExecutionTable::clearError() {
+  if (!std::exchange(mirror_.errorMessage, std::nullopt)) return;
+  changes_.announce({.kind = Change::Kind::executionPublished, .conversation = mirroredKey_});
+}
+
 void ExecutionTable::showImagineQuestionIfFree() {
   if (!imagineQuestion_ || mirror_.permissionRequest) return;
   mirror_.permissionOwner = PermissionOwner::imagine;
@@ -98,7 +103,12 @@ void ExecutionTable::resetConnection() {
 
 void ExecutionTable::remove(const ThreadExecutionKey& key) {
   const auto node = executions_.extract(key);
-  if (!node.empty()) node.mapped()->endClient();
+  if (!node.empty()) end(*node.mapped(), key);
+}
+
+void ExecutionTable::end(ThreadExecutionRuntime& runtime, const ThreadExecutionKey& key) {
+  runtime.endClient();
+  if (onEnded) onEnded(runtime, key);
 }
 
 void ExecutionTable::setReceiving(bool receiving) {
@@ -109,7 +119,7 @@ void ExecutionTable::setReceiving(bool receiving) {
 }
 
 void ExecutionTable::removeAll() {
-  for (auto& [key, runtime] : std::exchange(executions_, {})) runtime->endClient();
+  for (auto& [key, runtime] : std::exchange(executions_, {})) end(*runtime, key);
   publishExecution(selection_.key());
 }
 

@@ -20,7 +20,7 @@ std::optional<std::int64_t> number(std::string_view digits) {
   std::int64_t value = 0;
   const char* end = digits.data() + digits.size();
   const auto read = std::from_chars(digits.data(), end, value);
-  if (read.ec != std::errc() || read.ptr != end) return std::nullopt;
+  if (read.ec != std::errc() || read.ptr != end || value < 0) return std::nullopt;
   return value;
 }
 

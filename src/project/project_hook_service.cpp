@@ -59,12 +59,12 @@ class HookOutput {
   std::uint64_t total_ = 0;  // bytes
 };
 
-std::string outcome(ExitStatus status, bool hasRunOut, const std::string& output) {
-  if (hasRunOut) return "Hook timed out after 30 seconds.\n" + output;
+ProjectHookOutcome outcomeOf(ExitStatus status, bool hasRunOut, const std::string& output) {
+  if (hasRunOut) return {.text = "Hook timed out after 30 seconds.\n" + output};
   if (status.code() != 0) {
-    return fmt::format("Hook exited with status {}.\n{}", status.code(), output);
+    return {.text = fmt::format("Hook exited with status {}.\n{}", status.code(), output)};
   }
-  return output.empty() ? "Hook completed." : output;
+  return {.text = output.empty() ? "Hook completed." : output, .succeeded = true};
 }
 
 }  // namespace
@@ -85,19 +85,20 @@ struct ProjectHookService::Run : std::enable_shared_from_this<Run> {
     const std::string root = files::standardized(workspacePath);
     auto executable = executableOf(hook, root);
     if (!executable) {
-      return end(fmt::format("Hook skipped: {} is not an executable file inside the project.",
-                             hook.relativeExecutablePath));
+      return end(
+          {.text = fmt::format("Hook skipped: {} is not an executable file inside the project.",
+                               hook.relativeExecutablePath)});
     }
     Process::Handlers handlers;
     handlers.onOutput = [self = shared_from_this()](std::string_view bytes) {
       self->output.append(bytes);
     };
     handlers.onExit = [self = shared_from_this(), end](ExitStatus status) {
-      end(outcome(status, self->hasRunOut, self->output.text()));
+      end(outcomeOf(status, self->hasRunOut, self->output.text()));
     };
     auto child =
         Process::start(optionsFor(hook, *std::move(executable), root), queue, std::move(handlers));
-    if (!child) return end("Hook failed to start: " + child.error().description);
+    if (!child) return end({.text = "Hook failed to start: " + child.error().description});
     process = std::move(*child);
     didStart();
   }
@@ -130,9 +131,9 @@ void ProjectHookService::run(const ProjectHook& hook, const std::string& workspa
       if (const auto self = weak.lock()) self->started(id);
     });
   };
-  const auto end = [&main = main_, weak, id](std::string text) {
-    main.post([weak, id, text = std::move(text)]() mutable {
-      if (const auto self = weak.lock()) self->ended(id, std::move(text));
+  const auto end = [&main = main_, weak, id](ProjectHookOutcome outcome) {
+    main.post([weak, id, outcome = std::move(outcome)]() mutable {
+      if (const auto self = weak.lock()) self->ended(id, std::move(outcome));
     });
   };
   run->queue.post([run, hook, workspacePath, didStart, end] {
@@ -148,9 +149,9 @@ void ProjectHookService::started(int id) {
       timeLimit, [run = place->second.run] { run->queue.post([run] { run->runOut(); }); });
 }
 
-void ProjectHookService::ended(int id, std::string text) {
+void ProjectHookService::ended(int id, ProjectHookOutcome outcome) {
   auto node = runs_.extract(id);
-  if (!node.empty()) node.mapped().reply(std::move(text));
+  if (!node.empty()) node.mapped().reply(std::move(outcome));
 }
 
 }  // namespace vantrell

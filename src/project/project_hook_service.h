@@ -14,10 +14,14 @@
 
 namespace vantrell {
 
+struct ProjectHookOutcome {
+  std::string text;        // what the conversation shows: the output, or why there is none
+  bool succeeded = false;  // it ran and ended with status 0
+};
+
 class ProjectHookService : public std::enable_shared_from_this<ProjectHookService> {
  public:
-  /// What the conversation shows of the hook: its output, or why there is none.
-  using Reply = std::function<void(std::string text)>;
+  using Reply = std::function<void(ProjectHookOutcome)>;
 
   /// From the start of the program; then its process group is terminated, and what has not ended
   /// after Process::defaultGrace is killed.
@@ -45,7 +49,7 @@ class ProjectHookService : public std::enable_shared_from_this<ProjectHookServic
     Timer limit;
   };
   void started(int id);
-  void ended(int id, std::string text);
+  void ended(int id, ProjectHookOutcome outcome);
 
   MainQueue& main_;
   BackgroundPool& pool_;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
@@ -43,7 +44,11 @@ struct GitWorkspaceSnapshot {
  private:
   std::int64_t sum(std::optional<std::int64_t> GitChangedFile::* count) const {
     std::int64_t total = 0;
-    for (const auto& file : files) total += (file.*count).value_or(0);
+    for (const auto& file : files) {
+      if (__builtin_add_overflow(total, (file.*count).value_or(0), &total)) {
+        return std::numeric_limits<std::int64_t>::max();
+      }
+    }
     return total;
   }
 };

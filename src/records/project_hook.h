@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "platform/uuid.h"
 #include "records/raw_text.h"
@@ -15,6 +16,9 @@ enum class ProjectHookEvent { beforeTask, afterTask, taskFailed };
 constexpr auto rawTexts(ProjectHookEvent) {
   return std::to_array<std::string_view>({"beforeTask", "afterTask", "taskFailed"});
 }
+
+/// How the title of a conversation's entry about a hook begins; its path follows.
+inline constexpr std::string_view hookEntryTitle = "Hook · ";
 
 struct ProjectHook {
   Uuid id;

@@ -16,6 +16,15 @@ namespace {
 constexpr std::string_view fileName = "review-annotations.json";
 }
 
+std::vector<ReviewAnnotation> annotationsOf(const ThreadExecutionKey& key,
+                                            const std::vector<ReviewAnnotation>& annotations) {
+  std::vector<ReviewAnnotation> all;
+  for (const auto& each : annotations) {
+    if (ThreadExecutionKey{each.workspaceID, each.threadID} == key) all.push_back(each);
+  }
+  return all;
+}
+
 std::vector<ReviewAnnotation> loadReviewAnnotations(OrchestrationStore& store) {
   return store.load(fileName, std::vector<ReviewAnnotation>());
 }

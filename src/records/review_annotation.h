@@ -9,6 +9,7 @@
 #include "platform/date.h"
 #include "platform/files.h"
 #include "platform/uuid.h"
+#include "records/chat_thread.h"
 #include "records/raw_text.h"
 
 namespace vantrell {
@@ -33,6 +34,10 @@ struct ReviewAnnotation {
 
   bool operator==(const ReviewAnnotation&) const = default;
 };
+
+/// Those of one conversation, in their order.
+std::vector<ReviewAnnotation> annotationsOf(const ThreadExecutionKey& key,
+                                            const std::vector<ReviewAnnotation>& annotations);
 
 /// All that are stored ("review-annotations.json"), oldest first; none where the file cannot be
 /// read.

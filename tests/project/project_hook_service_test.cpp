@@ -23,9 +23,10 @@ class ProjectHookRun : public ProcessTest {
   }
   void begin(const std::string& path) {
     service->run({.event = ProjectHookEvent::afterTask, .relativeExecutablePath = path},
-                 folder / "project/", [this](std::string text) { replies.push_back(text); });
+                 folder / "project/",
+                 [this](ProjectHookOutcome outcome) { replies.push_back(std::move(outcome)); });
   }
-  std::string outcome(const std::string& path) {
+  ProjectHookOutcome outcome(const std::string& path) {
     begin(path);
     EXPECT_TRUE(replies.empty());
     EXPECT_TRUE(main_.runUntil([&] { return !replies.empty(); }));
@@ -41,7 +42,7 @@ class ProjectHookRun : public ProcessTest {
 
   TemporaryFolder folder;
   std::shared_ptr<ProjectHookService> service = std::make_shared<ProjectHookService>(main_, pool_);
-  std::vector<std::string> replies;
+  std::vector<ProjectHookOutcome> replies;
 };
 
 TEST_F(ProjectHookRun, SaysHowItEnded) {
@@ -59,18 +60,19 @@ TEST_F(ProjectHookRun, SaysHowItEnded) {
   };
   const struct {
     std::string path, outcome;
+    bool succeeded = false;
   } cases[] = {
-      {hook("silent", "#!/bin/sh\n"), "Hook completed."},
+      {hook("silent", "#!/bin/sh\n"), "Hook completed.", true},
       {hook("fails", "#!/bin/sh\necho ' out '; echo err >&2; exit 3\n"),
        "Hook exited with status 3.\nout \nerr"},
       {hook("is killed", "#!/bin/sh\nkill -9 $$\n"), "Hook exited with status 137.\n"},
-      {hook("binary", "#!/bin/sh\nprintf 'a\\377b'\n"), "a\xEF\xBF\xBD\x62"},
+      {hook("binary", "#!/bin/sh\nprintf 'a\\377b'\n"), "a\xEF\xBF\xBD\x62", true},
       {hook("no program", "echo it is no shell that starts it\n"),
        "Hook failed to start: Exec format error"},
       {hook("$(touch x);|", "#!/bin/sh\nprintf '%s.' $# \"$0\"\n"),
-       "0." + folder.path() + "/project/$(touch x);|."},
-      {"sub/../run", "here"},
-      {"leads in", "here"},
+       "0." + folder.path() + "/project/$(touch x);|.", true},
+      {"sub/../run", "here", true},
+      {"leads in", "here", true},
       {"plain", skipped("plain")},
       {"missing", skipped("missing")},
       {".", skipped(".")},
@@ -80,7 +82,11 @@ TEST_F(ProjectHookRun, SaysHowItEnded) {
       {"up/outside", skipped("up/outside")},
       {"/bin/true", skipped("/bin/true")},
   };
-  for (const auto& each : cases) EXPECT_EQ(outcome(each.path), each.outcome) << each.path;
+  for (const auto& each : cases) {
+    const auto found = outcome(each.path);
+    EXPECT_EQ(found.text, each.outcome) << each.path;
+    EXPECT_EQ(found.succeeded, each.succeeded) << each.path;
+  }
   EXPECT_FALSE(std::filesystem::exists(folder / "project/x"));
 }
 
@@ -91,7 +97,7 @@ TEST_F(ProjectHookRun, RunsInTheProjectWithTheApplicationsEnvironmentAndNoTermin
        "#!/bin/sh\necho \"$PWD $SOME_KEY $VANTRELL_HOOK_EVENT $VANTRELL_WORKSPACE\"\n"
        "cat; (: </dev/tty) 2>/dev/null || echo none\n");
   const std::string project = folder / "project";
-  EXPECT_EQ(outcome("tells"), project + " of the user afterTask " + project + "\nnone");
+  EXPECT_EQ(outcome("tells").text, project + " of the user afterTask " + project + "\nnone");
 }
 
 TEST_F(ProjectHookRun, EndsWithItsWholeGroupWhenItsTimeIsUp) {
@@ -103,7 +109,7 @@ TEST_F(ProjectHookRun, EndsWithItsWholeGroupWhenItsTimeIsUp) {
   EXPECT_TRUE(replies.empty());
   main_.advance(1s);
   ASSERT_TRUE(main_.runUntil([&] { return !replies.empty(); }));
-  EXPECT_EQ(replies[0], "Hook timed out after 30 seconds.\nbegun\nasked to end");
+  EXPECT_EQ(replies[0].text, "Hook timed out after 30 seconds.\nbegun\nasked to end");
   const auto id = std::atoi(TemporaryFolder::contentOf(folder / "project/id").c_str());
   ASSERT_GT(id, 0);
   EXPECT_TRUE(waitForEnd(id));
@@ -111,19 +117,20 @@ TEST_F(ProjectHookRun, EndsWithItsWholeGroupWhenItsTimeIsUp) {
 
 TEST_F(ProjectHookRun, WritesAsMuchAsItLikesAndItsEndIsKept) {
   const std::string text =
-      outcome(hook("chatty", "#!/bin/sh\nyes 'a line' | head -n 1000000; echo the end\n"));
+      outcome(hook("chatty", "#!/bin/sh\nyes 'a line' | head -n 1000000; echo the end\n")).text;
   EXPECT_THAT(text, StartsWith("[The last 64 KiB of 7000008 bytes of output:]\n"));
   EXPECT_THAT(text, EndsWith("a line\nthe end"));
   EXPECT_LT(text.size(), ProjectHookService::keptOutput + 100);
 }
 
 TEST_F(ProjectHookRun, IsNotWaitedForByWhatItLeavesBehind) {
-  EXPECT_EQ(outcome(hook("leaves", "#!/bin/sh\nsleep 1000 &\necho done\n")), "done");
+  EXPECT_EQ(outcome(hook("leaves", "#!/bin/sh\nsleep 1000 &\necho done\n")).text, "done");
   // Out of its group, with the output still open.
   EXPECT_EQ(outcome(hook("escapes",
                          "#!/bin/sh\nsetsid sleep 1000 &\n"
                          "until [ \"$(ps -o sid= $!)\" -eq $! ]; do :; done\n"
-                         "echo $! > id; echo done\n")),
+                         "echo $! > id; echo done\n"))
+                .text,
             "done");
   const auto id = std::atoi(TemporaryFolder::contentOf(folder / "project/id").c_str());
   ASSERT_GT(id, 0);

@@ -2,7 +2,6 @@
 #include <unistd.h>
 
 #include "app/user_state.h"
-#include "engine/workspace_tree.h"
 #include "platform/dispatch.h"
 #include "platform/json.h"
 #include "platform/run_loop.h"
@@ -75,8 +74,7 @@ int listArtifacts(const CommandArguments& arguments, const Environment& environm
     const auto key = findTask(state.workspaces, arguments.words.front());
     if (!key) return std::unexpected(key.error());
     const ChatThread& thread = threadOf(state.workspaces, *key);
-    const std::string root =
-        WorkspaceTree::executionPath(workspaceOf(state.workspaces, key->workspaceID), thread);
+    const std::string root = executionPath(workspaceOf(state.workspaces, key->workspaceID), thread);
     const auto artifacts =
         ArtifactDiscovery::artifacts(root, changedFiles(root), thread.entries,
                                      ImagineStore::peek(UserFolders{}.orOwn().support));

@@ -11,10 +11,11 @@ namespace vantrell::shell {
 namespace {
 
 constexpr const Command* table[] = {
-    &runCommand,    &providersCommand, &loginCommand,   &tasksCommand,
-    &showCommand,   &artifactsCommand, &searchCommand,  &newCommand,
-    &renameCommand, &moveCommand,      &pinCommand,     &archiveCommand,
-    &deleteCommand, &projectsCommand,  &imagineCommand, &settingsCommand,
+    &runCommand,       &providersCommand, &loginCommand,   &modelsCommand,   &effortCommand,
+    &usageCommand,     &routeCommand,     &handoffCommand, &tasksCommand,    &showCommand,
+    &artifactsCommand, &searchCommand,    &newCommand,     &renameCommand,   &moveCommand,
+    &pinCommand,       &archiveCommand,   &deleteCommand,  &projectsCommand, &contextCommand,
+    &diffCommand,      &reviewCommand,    &hooksCommand,   &imagineCommand,  &settingsCommand,
 };
 
 bool asksForHelp(std::string_view argument) {

@@ -59,6 +59,7 @@ class TranscriptPrinter final : public RunObserver {
   void line(std::string_view styled);
   void stream(const ChatEntry& entry, std::string_view text);
   void showTool(const ChatEntry& entry);
+  void showHook(const ChatEntry& entry);
   void showUser(const ChatEntry& entry);
   /// Draws over what `id` has on the screen if that is the last thing there, else a new block.
   void draw(std::string_view id, Block block, const std::vector<std::string>& lines);
