@@ -47,13 +47,10 @@ EnginePorts neutralPorts() {
   ports.sendRemoteTaskEvent = [](std::string_view, std::string_view, const auto&) {};
   ports.updateRemoteSnapshot = nothing;
 
-  ports.isImagineBusy = [] { return false; };
-  ports.respondToImaginePermission = [](std::int64_t, const std::string&) {};
-  ports.cancelImagine = nothing;
-  ports.resetImagine = nothing;
+  ports.sendRemoteImagineEvent = [](std::string_view, std::string_view) {};
 
   ports.makeServers = nothing;
-  ports.loadTaskletAndImagine = nothing;
+  ports.loadTasklet = nothing;
   ports.loadOrchestration = nothing;
   ports.configureRemoteHost = nothing;
   ports.configureExternalSessionImport = nothing;

@@ -73,6 +73,7 @@ VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, UserState sta
       runtimeMeans(runner_, pool_, executableChoice(options.customExecutable, *state_.defaults));
   if (options.desktop) ports.runtimes.desktop = std::move(options.desktop);
   ports.runtimes.refreshesAtStart = options.refreshesRuntimes;
+  ports.imagine = {.supportFolder = state_.folders.support, .background = &pool_};
   if (!options.keepsGitPicture) ports.gitSnapshot = neutralPorts().gitSnapshot;
   ports.localRuntimeStatus = [this] { return services_.localRuntime().status(); };
   ports.isTaskletConfigured = [this] { return services_.webhook()->isConfigured(); };
@@ -87,7 +88,7 @@ VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, UserState sta
     services_.webhook()->save(text, std::move(reply));
   };
   if (ports.runtimes.refreshesAtStart) {
-    ports.loadTaskletAndImagine = [this] {
+    ports.loadTasklet = [this] {
       services_.webhook()->load(
           [this] { model_->changes.announce({.kind = Change::Kind::runtimesChanged}); });
     };

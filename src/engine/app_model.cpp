@@ -21,10 +21,12 @@ AppModel::AppModel(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore&
           })),
       usage(main, changes, *orchestration),
       runtimes(std::make_shared<RuntimeDesk>(changes, ports_.runtimes)),
+      imagine(
+          std::make_shared<ImagineDesk>(main, settings, executions, *runtimes, changes, ports_)),
       setup(settings, tree, selection, executions, ports_),
       catalog(std::make_shared<ModelCatalog>(main, setup, usage, changes, ports_)),
       intake(main, tree, executions, changes),
-      approvals(main, settings, tree, selection, executions, ports_),
+      approvals(main, settings, tree, selection, executions, *imagine, ports_),
       controls(main, settings, tree, selection, executions, approvals, *catalog),
       router(std::make_shared<Router>(main, settings, tree, selection, executions, approvals, setup,
                                       usage, ports_)),
@@ -68,7 +70,8 @@ void AppModel::startUp() {
   operations.settleSelection();
   executions.publishExecution(selection.key());
   settings.load();
-  ports_.loadTaskletAndImagine();
+  ports_.loadTasklet();
+  imagine->load();
   usage.load();
   reviews.load();
   ports_.loadOrchestration();
@@ -88,6 +91,7 @@ void AppModel::startUp() {
 
 void AppModel::endAllWork() {
   executions.removeAll();
+  imagine->reset();
   usage.flush();
   tree.save();
   tree.flush();

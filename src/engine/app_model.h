@@ -11,6 +11,7 @@
 #include "engine/execution_table.h"
 #include "engine/git_desk.h"
 #include "engine/hook_desk.h"
+#include "engine/imagine_desk.h"
 #include "engine/model_catalog.h"
 #include "engine/operations.h"
 #include "engine/project_context_desk.h"
@@ -63,6 +64,7 @@ class AppModel {
   const std::unique_ptr<OrchestrationStore> orchestration;
   UsageDesk usage;
   const std::shared_ptr<RuntimeDesk> runtimes;
+  const std::shared_ptr<ImagineDesk> imagine;
   ProviderSetup setup;
   const std::shared_ptr<ModelCatalog> catalog;
   SessionIntake intake;

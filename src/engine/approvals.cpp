@@ -8,12 +8,13 @@
 namespace vantrell {
 
 Approvals::Approvals(MainQueue& main, Settings& settings, WorkspaceTree& tree, Selection& selection,
-                     ExecutionTable& executions, const EnginePorts& ports)
+                     ExecutionTable& executions, ImagineDesk& imagine, const EnginePorts& ports)
     : main_(main),
       settings_(settings),
       tree_(tree),
       selection_(selection),
       executions_(executions),
+      imagine_(imagine),
       ports_(ports) {}
 
 void Approvals::requestArrived(PermissionRequest request, const ThreadExecutionKey& key) {
@@ -57,7 +58,7 @@ void Approvals::respondToPermission(const std::string& optionID, Answerer answer
   const auto option = std::ranges::find(request->options, optionID, &PermissionOption::id);
   const bool isOfImagine = mirror.permissionOwner == PermissionOwner::imagine;
   if (isOfImagine) {
-    ports_.respondToImaginePermission(request->id, optionID);
+    imagine_.respondToPermission(request->id, optionID);
   } else if (mirror.client) {
     mirror.client->respondToPermission(request->id, optionID);
   }
@@ -89,22 +90,22 @@ void Approvals::rejectPermission() {
   });
   if (option == request->options.end()) {
     if (executions_.mirror().permissionOwner != PermissionOwner::imagine) return stopTask();
-    ports_.cancelImagine();
-    return executions_.closeImagineQuestion();
+    return imagine_.cancelImagine();
   }
   respondToPermission(option->id);
 }
 
 bool Approvals::canChangePermissionMode() const {
   const ExecutionFace& mirror = executions_.mirror();
-  return !mirror.connectionState.isBusy() && !ports_.isImagineBusy() && !mirror.permissionRequest;
+  return !mirror.connectionState.isBusy() && !imagine_.imagineState().isBusy() &&
+         !mirror.permissionRequest;
 }
 
 void Approvals::setPermissionMode(GrokPermissionMode mode) {
   if (!canChangePermissionMode() || mode == settings_.permissionMode()) return;
   settings_.recordPermissionMode(mode);
   executions_.resetConnection();
-  ports_.resetImagine();
+  imagine_.reset();
 }
 
 void Approvals::setWorkflowMode(TaskWorkflowMode mode) {

@@ -7,6 +7,7 @@
 
 #include "engine/engine_ports.h"
 #include "engine/execution_table.h"
+#include "engine/imagine_desk.h"
 #include "engine/settings.h"
 #include "engine/workspace_tree.h"
 
@@ -15,7 +16,7 @@ namespace vantrell {
 class Approvals {
  public:
   Approvals(MainQueue& main, Settings& settings, WorkspaceTree& tree, Selection& selection,
-            ExecutionTable& executions, const EnginePorts& ports);
+            ExecutionTable& executions, ImagineDesk& imagine, const EnginePorts& ports);
 
   /// A question of the conversation's client; it replaces one that is still open.
   void requestArrived(PermissionRequest request, const ThreadExecutionKey& key);
@@ -50,6 +51,7 @@ class Approvals {
   WorkspaceTree& tree_;
   Selection& selection_;
   ExecutionTable& executions_;
+  ImagineDesk& imagine_;
   const EnginePorts& ports_;
 };
 

@@ -34,6 +34,7 @@ struct Change {
     reviewChanged,          // a note came
     usageChanged,           // what is known of an allowance
     runtimesChanged,        // what is installed, a log-in
+    imagineChanged,         // the media library, its generator's state and progress
     saveFailed,             // `text` says why
     noticeRaised,           // `text` is for the user: stored conversations are damaged
   };

@@ -21,6 +21,14 @@
 
 namespace vantrell {
 
+/// What the desk of the media generator works with.
+struct ImagineMeans {
+  /// The program's own data folder, which holds the library.
+  std::string supportFolder;
+  /// Copies files; unset: the main queue does.
+  Executor* background = nullptr;
+};
+
 struct EnginePorts {
   using Key = ThreadExecutionKey;
   using Done = std::function<void()>;
@@ -84,21 +92,17 @@ struct EnginePorts {
   /// Sends paired clients the state anew, when remote control is on.
   std::function<void()> updateRemoteSnapshot;
 
-  // The media generator, whose questions are shown in the same place.
+  // The media generator.
 
-  /// It is connecting or working.
-  std::function<bool()> isImagineBusy;
-  std::function<void(std::int64_t requestID, const std::string& optionID)>
-      respondToImaginePermission;
-  /// Stops what it is making.
-  std::function<void()> cancelImagine;
-  /// Ends its client, so that the next one starts under the present settings.
-  std::function<void()> resetImagine;
+  /// What its desk works with.
+  ImagineMeans imagine;
+  /// "imagine_completed" or "imagine_attention".
+  std::function<void(std::string_view kind, std::string_view message)> sendRemoteImagineEvent;
 
   // Start-up, in the order in which AppModel calls them.
 
   std::function<void()> makeServers;
-  std::function<void()> loadTaskletAndImagine;
+  std::function<void()> loadTasklet;
   std::function<void()> loadOrchestration;
   std::function<void()> configureRemoteHost;
   std::function<void()> configureExternalSessionImport;

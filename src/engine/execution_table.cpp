@@ -48,6 +48,11 @@ void ExecutionTable::announceMirror() {
   changes_.announce({.kind = Change::Kind::executionPublished, .conversation = mirroredKey_});
 }
 
+void ExecutionTable::appendToShownLog(std::string_view text) {
+  mirror_.cliLog.append(text);
+  changes_.announce({.kind = Change::Kind::executionPublished, .conversation = mirroredKey_});
+}
+
 void ExecutionTable::clearError() {
   if (!std::exchange(mirror_.errorMessage, std::nullopt)) return;
   changes_.announce({.kind = Change::Kind::executionPublished, .conversation = mirroredKey_});

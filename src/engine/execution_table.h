@@ -36,6 +36,8 @@ class ExecutionTable {
   void publishExecutionIfSelected(const ThreadExecutionKey& key);
   /// Shows the user why something cannot be done.
   void showError(std::string text);
+  /// Adds to the log that is shown: words of the media generator, which belongs to no conversation.
+  void appendToShownLog(std::string_view text);
   void clearError();
   /// Says that what the interface shows of the selected conversation has changed.
   void announceMirror();

@@ -79,6 +79,9 @@ Result<> removeTree(const std::string& path);
 /// and the old one goes when the copy is complete. After a failure the old one is whole, or nothing
 /// of it is missing in the new one.
 Result<> move(const std::string& from, const std::string& to);
+/// Copies the content and the mode of a regular file to a name that must be free; a link is
+/// followed. Durable when it answers; after a failure nothing is left at `to`.
+Result<> copyFile(const std::string& from, const std::string& to);
 /// Moves to the freedesktop.org Trash: the home trash, or the trash of the file's own volume; never
 /// copies between volumes. A link is moved as such. Answers where the file now is.
 Result<std::string> moveToTrash(const std::string& path);

@@ -70,4 +70,20 @@ Result<> move(const std::string& from, const std::string& to) {
   return removeTree(from);
 }
 
+Result<> copyFile(const std::string& from, const std::string& to) {
+  std::error_code code;
+  // Refuses pipes and devices, which could block for ever, and a name that is taken.
+  std::filesystem::copy_file(from, to, code);
+  if (code == std::errc::file_exists) return failure("copy", from, code.value());
+  if (!code) {
+    const Descriptor copy(open(to.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!copy || fsync(copy.number()) != 0) code = {errno, std::generic_category()};
+  }
+  if (!code && !syncFolderOf(to)) code = {errno, std::generic_category()};
+  if (!code) return {};
+  std::error_code ignored;
+  std::filesystem::remove(to, ignored);
+  return failure("copy", from, code.value());
+}
+
 }  // namespace vantrell::files

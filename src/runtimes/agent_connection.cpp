@@ -131,7 +131,7 @@ void AgentConnection::ended(ExitStatus status, std::string errorText) {
   release();
   // One number for both kinds of end, a signal's number being the status of what it killed.
   std::string text = !errorText.empty()
-                         ? std::move(errorText)
+                         ? withoutColors(errorText)
                          : fmt::format("{} exited with status {}.", runtimeName(),
                                        status.signal != 0 ? status.signal : status.status);
   failPending(disconnected(text));

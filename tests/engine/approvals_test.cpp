@@ -140,26 +140,23 @@ TEST_F(Approvals, ModeChangesOnlyBetweenTurns) {
 
 class ImagineApprovals : public Approvals {
  protected:
-  ImagineApprovals() {
-    ports.respondToImaginePermission = [this](std::int64_t id, const std::string& option) {
-      answersToImagine.emplace_back(id, option);
-    };
-    ports.cancelImagine = [this] { ++cancelsOfImagine; };
-    ports.resetImagine = [this] { ++resetsOfImagine; };
-    ports.isImagineBusy = [this] { return imagineIsBusy; };
+  /// A turn and a picture at work, the latter with a question.
+  void askFromImagine(std::vector<PermissionOption> options) {
+    work("Go");
+    model->imagine->generateImagine("a fox", ImagineKind::image);
+    generator = clients.back();
+    clients.pop_back();  // client() stays the conversation's
+    generator->opens("media");
+    generator->onPermissionRequest({9, "Draw", "{}", std::move(options)});
   }
   const PermissionRequest* shown() { return model->executions.mirror().permissionRequest.get(); }
 
-  std::vector<std::pair<std::int64_t, std::string>> answersToImagine;
-  int cancelsOfImagine = 0;
-  int resetsOfImagine = 0;
-  bool imagineIsBusy = false;
+  std::shared_ptr<FakeAgentClient> generator;
 };
 
 TEST_F(ImagineApprovals, EachQuestionIsAnsweredWhereItWasAsked) {
   start();
-  work("Go");
-  model->executions.openImagineQuestion({9, "Draw", "{}", usual});
+  askFromImagine(usual);
   ASSERT_TRUE(shown());
   EXPECT_EQ(shown()->title, "Draw");
   model->executions.captureMirroredExecution();
@@ -174,7 +171,7 @@ TEST_F(ImagineApprovals, EachQuestionIsAnsweredWhereItWasAsked) {
   EXPECT_EQ(shown()->title, "Draw");
   const auto status = run().statusMessage;
   model->approvals.respondToPermission("no");
-  EXPECT_THAT(answersToImagine, ElementsAre(Pair(9, "no")));
+  EXPECT_THAT(generator->answers, ElementsAre(Pair(9, "no")));
   EXPECT_EQ(client().answers.size(), 1u);
   EXPECT_EQ(run().statusMessage, status) << "the conversation's run had no part in it";
   EXPECT_FALSE(shown());
@@ -182,23 +179,27 @@ TEST_F(ImagineApprovals, EachQuestionIsAnsweredWhereItWasAsked) {
 
 TEST_F(ImagineApprovals, RefusalWithoutAWayToSayNoCancelsIt) {
   start();
-  work("Go");
-  model->executions.openImagineQuestion({9, "Draw", "{}", {{"yes", "Allow", "allow_once"}}});
+  askFromImagine({{"yes", "Allow", "allow_once"}});
   model->approvals.rejectPermission();
-  EXPECT_EQ(cancelsOfImagine, 1);
+  EXPECT_EQ(generator->cancels, 1);
+  EXPECT_EQ(model->imagine->imagineProgress(), "Stopped");
   EXPECT_EQ(client().cancels, 0) << "the conversation goes on";
   EXPECT_FALSE(shown());
 }
 
 TEST_F(ImagineApprovals, ModeWaitsForItAndEndsItsClient) {
   start();
-  imagineIsBusy = true;
+  askFromImagine(usual);
+  client().finishes();
+  model->approvals.respondToPermission("yes");
   model->approvals.setPermissionMode(GrokPermissionMode::auto_);
-  EXPECT_EQ(model->settings.permissionMode(), GrokPermissionMode::ask);
-  imagineIsBusy = false;
+  EXPECT_EQ(model->settings.permissionMode(), GrokPermissionMode::ask) << "it is at work";
+  generator->finishes();
   model->approvals.setPermissionMode(GrokPermissionMode::auto_);
   EXPECT_EQ(model->settings.permissionMode(), GrokPermissionMode::auto_);
-  EXPECT_EQ(resetsOfImagine, 1);
+  EXPECT_EQ(generator->stops, 1);
+  EXPECT_EQ(model->imagine->imagineState(), ConnectionState::idle());
+  EXPECT_EQ(model->imagine->imagineProgress(), "");
 }
 
 }  // namespace

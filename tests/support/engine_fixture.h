@@ -44,6 +44,10 @@ class EngineFixture : public ::testing::Test {
                                        const auto&) {
       events.push_back({std::string(kind), std::string(message)});
     };
+    ports.imagine.supportFolder = folder.path();
+    ports.sendRemoteImagineEvent = [this](std::string_view kind, std::string_view message) {
+      events.push_back({std::string(kind), std::string(message)});
+    };
   }
 
   /// Makes the model, with a project folder opened. Ports may be set before.

@@ -11,11 +11,39 @@ namespace vantrell::shell {
 namespace {
 
 constexpr const Command* table[] = {
-    &runCommand,     &providersCommand, &loginCommand,      &modelsCommand,  &effortCommand,
-    &usageCommand,   &routeCommand,     &handoffCommand,    &tasksCommand,   &showCommand,
-    &searchCommand,  &newCommand,       &renameCommand,     &moveCommand,    &pinCommand,
-    &archiveCommand, &deleteCommand,    &checkpointCommand, &isolateCommand, &projectsCommand,
-    &contextCommand, &diffCommand,      &reviewCommand,     &hooksCommand,   &settingsCommand,
+    // Working.
+    &runCommand,
+    &imagineCommand,
+    // Who works: programs, models, allowances, routes.
+    &providersCommand,
+    &loginCommand,
+    &modelsCommand,
+    &effortCommand,
+    &usageCommand,
+    &routeCommand,
+    &handoffCommand,
+    // Tasks.
+    &tasksCommand,
+    &showCommand,
+    &artifactsCommand,
+    &searchCommand,
+    &newCommand,
+    &renameCommand,
+    &moveCommand,
+    &pinCommand,
+    &archiveCommand,
+    &deleteCommand,
+    // What they change, and the way back.
+    &diffCommand,
+    &reviewCommand,
+    &checkpointCommand,
+    &isolateCommand,
+    // Projects.
+    &projectsCommand,
+    &contextCommand,
+    &hooksCommand,
+    // The program.
+    &settingsCommand,
 };
 
 bool asksForHelp(std::string_view argument) {

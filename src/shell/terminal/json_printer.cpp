@@ -13,7 +13,7 @@ void member(JsonWriter& writer, std::string_view key, std::string_view text) {
 
 }  // namespace
 
-void JsonPrinter::event(std::string_view name, const std::function<void(JsonWriter&)>& members) {
+std::string eventLine(std::string_view name, const std::function<void(JsonWriter&)>& members) {
   std::string line;
   JsonWriter writer(line);
   writer.beginObject();
@@ -21,7 +21,11 @@ void JsonPrinter::event(std::string_view name, const std::function<void(JsonWrit
   members(writer);
   writer.endObject();
   line += '\n';
-  write_(line);
+  return line;
+}
+
+void JsonPrinter::event(std::string_view name, const std::function<void(JsonWriter&)>& members) {
+  write_(eventLine(name, members));
 }
 
 void JsonPrinter::introduced(const RunIntroduction& introduction) {
@@ -70,7 +74,11 @@ void JsonPrinter::planReplaced(const std::vector<PlanEntry>& plan) {
 }
 
 void JsonPrinter::permissionAsked(const PermissionRequest& request) {
-  event("permission", [&](JsonWriter& writer) {
+  write_(permissionEvent(request));
+}
+
+std::string permissionEvent(const PermissionRequest& request) {
+  return eventLine("permission", [&](JsonWriter& writer) {
     writer.key("request");
     writer.beginObject();
     writer.key("id");

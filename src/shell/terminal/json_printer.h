@@ -12,6 +12,11 @@ class JsonWriter;
 
 namespace vantrell::shell {
 
+/// An object with the member "event" and others, as a line.
+std::string eventLine(std::string_view name, const std::function<void(JsonWriter&)>& members);
+/// The event of a question.
+std::string permissionEvent(const PermissionRequest& request);
+
 class JsonPrinter final : public RunObserver {
  public:
   using Write = std::function<void(std::string_view)>;

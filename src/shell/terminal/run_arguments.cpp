@@ -39,14 +39,6 @@ std::optional<E> choice(const CommandArguments& arguments, std::string_view opti
   return known;
 }
 
-std::optional<std::string> whatIsWrongWithAnswer(const std::optional<std::string>& answer) {
-  if (!answer || answer == "allow_once" || answer == "allow_always" || answer == "reject_once") {
-    return std::nullopt;
-  }
-  return fmt::format("--answer takes allow_once, allow_always or reject_once, not \"{}\".",
-                     *answer);
-}
-
 /// What does not go together, or is missing.
 std::optional<std::string> contradiction(const CommandArguments& arguments) {
   if (arguments.words.empty()) {
@@ -79,6 +71,14 @@ std::optional<std::string> contradiction(const CommandArguments& arguments) {
 
 std::span<const CommandOption> runOptions() {
   return options;
+}
+
+std::optional<std::string> whatIsWrongWithAnswer(const std::optional<std::string>& answer) {
+  if (!answer || answer == "allow_once" || answer == "allow_always" || answer == "reject_once") {
+    return std::nullopt;
+  }
+  return fmt::format("--answer takes allow_once, allow_always or reject_once, not \"{}\".",
+                     *answer);
 }
 
 std::expected<RunArguments, UsageError> readRunArguments(const CommandArguments& arguments) {

@@ -33,6 +33,9 @@ struct RunArguments {
 /// The options that readRunArguments() knows.
 std::span<const CommandOption> runOptions();
 
+/// What is wrong with the value of `--answer`, if there is one.
+std::optional<std::string> whatIsWrongWithAnswer(const std::optional<std::string>& answer);
+
 std::expected<RunArguments, UsageError> readRunArguments(const CommandArguments& arguments);
 
 }  // namespace vantrell::shell

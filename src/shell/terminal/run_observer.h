@@ -23,17 +23,11 @@ struct RunIntroduction {
   std::string goingOn = "--task";  // the options, up to the task's ID, that go on with it
 };
 
-class RunObserver {
+/// Shows an agent's questions and what comes of them.
+class QuestionObserver {
  public:
-  virtual ~RunObserver() = default;
+  virtual ~QuestionObserver() = default;
 
-  virtual void introduced(const RunIntroduction& introduction) = 0;
-  virtual void entryAdded(const ChatEntry& entry) = 0;
-  virtual void entryReplaced(const ChatEntry& entry) = 0;
-  virtual void textAdded(const ChatEntry& entry, std::string_view text) = 0;
-  /// A stored session was played back: these entries stand now.
-  virtual void transcriptReplaced(const Transcript& entries) = 0;
-  virtual void planReplaced(const std::vector<PlanEntry>& plan) = 0;
   virtual void permissionAsked(const PermissionRequest& request) = 0;
   /// The user ended a line at the terminal.
   virtual void lineTyped() = 0;
@@ -41,6 +35,17 @@ class RunObserver {
   virtual void permissionStillOpen(const PermissionRequest& request) = 0;
   /// The option chosen, or null for a refusal that the request has no option for.
   virtual void permissionAnswered(const PermissionOption* option) = 0;
+};
+
+class RunObserver : public QuestionObserver {
+ public:
+  virtual void introduced(const RunIntroduction& introduction) = 0;
+  virtual void entryAdded(const ChatEntry& entry) = 0;
+  virtual void entryReplaced(const ChatEntry& entry) = 0;
+  virtual void textAdded(const ChatEntry& entry, std::string_view text) = 0;
+  /// A stored session was played back: these entries stand now.
+  virtual void transcriptReplaced(const Transcript& entries) = 0;
+  virtual void planReplaced(const std::vector<PlanEntry>& plan) = 0;
   virtual void runChanged(const RunRecord& run) = 0;
   /// Somebody else writes to the terminal: a message, or a key that it shows.
   virtual void interrupted() = 0;

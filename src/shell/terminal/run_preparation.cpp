@@ -19,30 +19,6 @@ std::string absolute(std::string_view path) {
   return files::standardized(files::expandingTilde(path));
 }
 
-/// As a shell finds it: a name without a slash lies in one of the folders of PATH.
-std::expected<std::string, UsageError> findProgram(std::string_view name,
-                                                   const Environment& environment) {
-  if (name.find('/') != std::string_view::npos || name.starts_with('~')) {
-    std::string path = absolute(name);
-    if (files::isExecutable(path)) return path;
-    return usageError(
-        fmt::format("{} is no program that can be started. Give --executable the path of "
-                    "the runtime's program.",
-                    path));
-  }
-  const auto folders = environment.find("PATH");
-  if (folders != environment.end()) {
-    for (const auto folder : text::split(folders->second, ':')) {
-      std::string path = absolute(fmt::format("{}/{}", folder.empty() ? "." : folder, name));
-      if (files::isExecutable(path)) return path;
-    }
-  }
-  return usageError(
-      fmt::format("There is no program {} in PATH. Give --executable a path, as in "
-                  "--executable ./{}.",
-                  name, name));
-}
-
 std::expected<ChatAttachment, UsageError> attachmentFor(std::string_view given) {
   ChatAttachment attachment;
   attachment.id = Uuid::random();
@@ -66,6 +42,29 @@ std::expected<ChatAttachment, UsageError> attachmentFor(std::string_view given) 
 }
 
 }  // namespace
+
+std::expected<std::string, UsageError> findProgram(std::string_view name,
+                                                   const Environment& environment) {
+  if (name.find('/') != std::string_view::npos || name.starts_with('~')) {
+    std::string path = absolute(name);
+    if (files::isExecutable(path)) return path;
+    return usageError(
+        fmt::format("{} is no program that can be started. Give --executable the path of "
+                    "the runtime's program.",
+                    path));
+  }
+  const auto folders = environment.find("PATH");
+  if (folders != environment.end()) {
+    for (const auto folder : text::split(folders->second, ':')) {
+      std::string path = absolute(fmt::format("{}/{}", folder.empty() ? "." : folder, name));
+      if (files::isExecutable(path)) return path;
+    }
+  }
+  return usageError(
+      fmt::format("There is no program {} in PATH. Give --executable a path, as in "
+                  "--executable ./{}.",
+                  name, name));
+}
 
 std::string practiceAgentPath(const Environment& environment) {
   const auto named = environment.find(practiceVariable);

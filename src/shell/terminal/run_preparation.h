@@ -25,6 +25,11 @@ struct RunPlan {
 std::expected<RunPlan, UsageError> prepareRun(RunArguments arguments,
                                               const Environment& environment);
 
+/// The program that `--executable` names, as a shell finds it: a name without a slash lies in one
+/// of the folders of PATH.
+std::expected<std::string, UsageError> findProgram(std::string_view name,
+                                                   const Environment& environment);
+
 /// The providers whose program does the work, in the order in which one is looked for when none is
 /// named.
 inline constexpr AgentProvider agentsToTry[] = {AgentProvider::grok, AgentProvider::codex,

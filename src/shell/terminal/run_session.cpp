@@ -3,14 +3,20 @@
 #include <csignal>
 #include <fmt/format.h>
 
-#include "shell/terminal/permission_prompt.h"
-
 namespace vantrell::shell {
 
 RunSession::RunSession(Parts parts, ThreadExecutionKey key)
-    : parts_(std::move(parts)), key_(key), feed_(parts_.model, key, parts_.observer) {
+    : parts_(std::move(parts)),
+      key_(key),
+      feed_(parts_.model, key, parts_.observer),
+      questions_({.loop = parts_.loop,
+                  .model = parts_.model,
+                  .observer = parts_.observer,
+                  .answers = parts_.answers,
+                  .complain = parts_.complain,
+                  .answerKind = parts_.answerKind}) {
   feed_.onProgress = [this] { lookAtProgress(); };
-  feed_.onQuestion = [this](const auto& question) { questionChanged(question); };
+  feed_.onQuestion = [this](const auto& question) { questions_.questionChanged(question); };
   feed_.onNotice = [this](std::string_view text) { parts_.complain(text); };
   feed_.onSaveFailed = [this](std::string_view reason) {
     if (std::exchange(saveFailed_, true)) return;
@@ -89,6 +95,7 @@ void RunSession::lookAtProgress() {
 /// come right behind the failure of its prompt.
 void RunSession::endSoon() {
   if (std::exchange(ending_, true)) return;
+  questions_.close();
   parts_.loop.post([this] {
     parts_.loop.post([this] {
       if (stopped_) return end();
@@ -101,6 +108,7 @@ void RunSession::endSoon() {
 void RunSession::end() {
   if (std::exchange(ended_, true)) return;
   ending_ = true;
+  questions_.close();
   farewell_.cancel();
   parts_.model.endAllWork();
   parts_.observer.ended(currentRun());
@@ -113,73 +121,6 @@ int RunSession::statusOfEnd() const {
   if (stopped_ || (run && run->status == RunRecordStatus::cancelled)) return exitStatus::stopped;
   if (run && run->status != RunRecordStatus::completed) return exitStatus::failed;
   return saveFailed_ ? exitStatus::failed : exitStatus::completed;
-}
-
-// ---- questions ----------------------------------------------------------------------------------
-
-void RunSession::questionChanged(const std::shared_ptr<const PermissionRequest>& question) {
-  question_ = question;
-  parts_.answers.withdraw();
-  if (!question) return;
-  // The engine is at work; it gets the answer when it is done.
-  parts_.loop.post([this, question] {
-    if (question_ == question && !ending_) answerQuestion();
-  });
-}
-
-void RunSession::answerQuestion() {
-  if (parts_.answerKind) {
-    if (const auto* option = optionOfKind(*question_, *parts_.answerKind)) return respond(*option);
-    parts_.complain(fmt::format("The agent offers no answer of the kind {}, so it was refused.",
-                                *parts_.answerKind));
-    return refuse();
-  }
-  if (question_->options.empty()) {
-    parts_.complain("The agent offers no answer to choose from, so it was refused.");
-    return refuse();
-  }
-  parts_.answers.ask([this](const std::optional<std::string>& line) { readAnswerLine(line); });
-}
-
-void RunSession::readAnswerLine(const std::optional<std::string>& line) {
-  if (!question_ || ending_) return;
-  if (!line && parts_.answers.isTerminal()) return refuse();  // Ctrl-D
-  if (!line) {
-    parts_.complain(
-        "There is no answer on standard input, so the request was refused. Answer with a line "
-        "there, "
-        "or use --answer allow_once.");
-    return refuse();
-  }
-  parts_.observer.lineTyped();
-  const auto answer = readAnswer(*question_, *line);
-  if (answer) return respond(**answer);
-  parts_.complain(answer.error());
-  parts_.observer.permissionStillOpen(*question_);
-  parts_.answers.ask([this](const std::optional<std::string>& next) { readAnswerLine(next); });
-}
-
-void RunSession::respond(const PermissionOption& option) {
-  const auto question = question_;  // holds the option
-  using Answerer = Approvals::Answerer;
-  const bool isPerson = parts_.answers.isTerminal() && !parts_.answerKind;
-  const auto mode = parts_.model.settings.permissionMode();
-  parts_.observer.permissionAnswered(&option);
-  parts_.model.approvals.respondToPermission(option.id,
-                                             isPerson ? Answerer::person : Answerer::standingOrder);
-  if (parts_.model.settings.permissionMode() != mode) {
-    parts_.complain(
-        "With this answer Full Access is on, for later runs as well. To have agents ask again: "
-        "vantrell settings mode ask");
-  }
-}
-
-void RunSession::refuse() {
-  const auto question = question_;
-  const PermissionOption* option = optionOfKind(*question, "reject_once");
-  if (!option) option = optionOfKind(*question, "reject_always");
-  parts_.observer.permissionAnswered(option);
-  parts_.model.approvals.rejectPermission();
 }
 
 }  // namespace vantrell::shell

@@ -13,6 +13,7 @@
 #include "shell/terminal/answer_source.h"
 #include "shell/terminal/change_feed.h"
 #include "shell/terminal/command.h"
+#include "shell/terminal/permission_answers.h"
 
 namespace vantrell::shell {
 
@@ -48,17 +49,11 @@ class RunSession {
   void end();
   int statusOfEnd() const;
 
-  void questionChanged(const std::shared_ptr<const PermissionRequest>& question);
-  void answerQuestion();
-  void readAnswerLine(const std::optional<std::string>& line);
-  void respond(const PermissionOption& option);
-  void refuse();
-
   Parts parts_;
   const ThreadExecutionKey key_;
   ChangeFeed feed_;
   std::size_t runsBefore_ = 0;
-  std::shared_ptr<const PermissionRequest> question_;
+  PermissionAnswers questions_;
   std::shared_ptr<RunLoop::SignalWatch> signals_;
   Timer farewell_;
   bool hasSent_ = false;

@@ -27,12 +27,6 @@ std::string plainID(std::string_view text) {
   return plain;
 }
 
-bool isPartOfID(std::string_view plain) {
-  return !plain.empty() && std::ranges::all_of(plain, [](char letter) {
-    return std::isxdigit(static_cast<unsigned char>(letter)) != 0;
-  });
-}
-
 struct Candidate {
   Uuid id;
   std::string what;
@@ -57,11 +51,23 @@ bool isPath(std::string_view word) {
 
 }  // namespace
 
+std::optional<std::string> idPrefix(std::string_view word) {
+  std::string plain = plainID(word);
+  const bool isPossible = !plain.empty() && std::ranges::all_of(plain, [](char letter) {
+    return std::isxdigit(static_cast<unsigned char>(letter)) != 0;
+  });
+  return isPossible ? std::optional(std::move(plain)) : std::nullopt;
+}
+
+bool beginsWith(const Uuid& id, std::string_view prefix) {
+  return plainID(id.text()).starts_with(prefix);
+}
+
 std::expected<ThreadExecutionKey, UsageError> findTask(const std::vector<Workspace>& workspaces,
                                                        std::string_view idOrPrefix) {
-  const std::string prefix = plainID(idOrPrefix);
+  const auto prefix = idPrefix(idOrPrefix);
   const std::string shown = onOneLine(idOrPrefix);
-  if (!isPartOfID(prefix)) {
+  if (!prefix) {
     return usageError(fmt::format(
         "\"{}\" is no ID of a task, nor the beginning of one: those are of the digits 0-9 and A-F. "
         "\"vantrell tasks\" lists the tasks with their IDs.",
@@ -71,7 +77,7 @@ std::expected<ThreadExecutionKey, UsageError> findTask(const std::vector<Workspa
   std::vector<Candidate> candidates;
   for (const auto& workspace : workspaces) {
     for (const auto& thread : workspace.threads) {
-      if (!plainID(thread.id.text()).starts_with(prefix)) continue;
+      if (!beginsWith(thread.id, *prefix)) continue;
       found.push_back({workspace.id, thread.id});
       candidates.push_back(
           {thread.id, fmt::format("{} ({})", titleOf(thread), onOneLine(workspace.name))});
@@ -114,8 +120,8 @@ std::expected<Uuid, UsageError> findProject(const std::vector<Workspace>& worksp
   const auto hasName = [&, name = text::lowercased(named)](const Workspace& each) {
     return text::lowercased(each.name) == name;
   };
-  const auto hasID = [&, prefix = plainID(named)](const Workspace& each) {
-    return isPartOfID(prefix) && plainID(each.id.text()).starts_with(prefix);
+  const auto hasID = [&, prefix = idPrefix(named)](const Workspace& each) {
+    return prefix && beginsWith(each.id, *prefix);
   };
   if (isPath(named)) {
     if (!collect(hasPath)) {

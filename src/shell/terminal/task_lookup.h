@@ -3,6 +3,7 @@
 #pragma once
 
 #include <expected>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -11,6 +12,11 @@
 #include "shell/terminal/command.h"
 
 namespace vantrell::shell {
+
+/// An ID or its beginning as it is compared: upper case, without dashes. Absent for what cannot be
+/// one.
+std::optional<std::string> idPrefix(std::string_view word);
+bool beginsWith(const Uuid& id, std::string_view prefix);
 
 /// The one task whose ID begins with the text, however short; dashes and the case of letters do not
 /// count. The error says what there is to choose from.

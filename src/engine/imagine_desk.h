@@ -1,0 +1,99 @@
+// Makes pictures and films through Grok Build, apart from any project and conversation: it has a
+// client of its own, which works in the folder of the media library and stays for the next prompt.
+// The agent tells of its results only as paths somewhere in its updates; each new file is copied
+// into the library. Main queue; files are copied in the background.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "engine/connection_state.h"
+#include "engine/engine_ports.h"
+#include "engine/execution_table.h"
+#include "engine/settings.h"
+#include "records/imagine_store.h"
+
+namespace vantrell {
+
+class ImagineDesk : public std::enable_shared_from_this<ImagineDesk> {
+ public:
+  ImagineDesk(MainQueue& main, Settings& settings, ExecutionTable& executions,
+              RuntimeDesk& runtimes, Changes& changes, const EnginePorts& ports);
+  ~ImagineDesk();
+
+  /// Reads the library.
+  void load();
+
+  /// Newest first: in the order in which their copies were done.
+  const std::vector<ImagineItem>& imagineItems() const { return items_; }
+  const ConnectionState& imagineState() const { return state_; }
+  /// One line for the user.
+  const std::string& imagineProgress() const { return progress_; }
+  /// What the agent has said about the prompt at hand: why there is no picture. Its beginning only.
+  const std::string& imagineAnswer() const { return answer_; }
+  /// A prompt that the client has not answered (a cancelled one is, when the agent has ended it),
+  /// or a copy under way.
+  bool hasUnfinishedWork() const { return isPromptOpen_ || importsUnderWay_ > 0; }
+
+  /// Makes what the prompt says. Where the client is at work or has failed, a new one takes its
+  /// place. An empty prompt does nothing.
+  void generateImagine(const std::string& prompt, ImagineKind kind);
+  /// Stops what is being made; what was copied stays.
+  void cancelImagine();
+  /// Moves the file to the Trash and forgets the item, which goes even where its file stays.
+  void deleteImagineItem(const Uuid& id);
+  void respondToPermission(std::int64_t requestID, const std::string& optionID);
+  /// Ends the client: the next one starts under the present settings.
+  void reset();
+
+  static constexpr std::size_t keptOfAnswer = 4096;  // bytes, about
+
+ private:
+  using StartResult = std::expected<AgentStartResult, AgentError>;
+  using PromptResult = std::expected<JsonObject, AgentError>;
+
+  /// For everything that a client calls: one that was replaced has nothing to say any more.
+  template <typename Body>
+  auto whileServing(Body body);
+  void startClient();
+  void setCallbacks();
+  void endClient();
+  void startCompleted(const StartResult& result);
+  void performImagineSend();
+  void promptCompleted(const PromptResult& result);
+  void handleImagine(const JsonObject& update);
+  void importLater(const std::string& path);
+  void imported(std::optional<ImagineItem> item);
+  void fail(const std::string& description);
+  void save();
+  void announce();
+  std::string_view kindWord() const;
+
+  MainQueue& main_;
+  Settings& settings_;
+  ExecutionTable& executions_;
+  RuntimeDesk& runtimes_;
+  Changes& changes_;
+  const EnginePorts& ports_;
+  ImagineStore store_;
+
+  std::vector<ImagineItem> items_;
+  ConnectionState state_;
+  std::string progress_;
+  std::string answer_;
+  std::shared_ptr<AgentClient> client_;  // kept between prompts
+  bool isStarting_ = false;              // its start has not completed
+  bool isSessionOpen_ = false;           // its start has succeeded
+  bool isPromptOpen_ = false;            // it has a prompt that it has not answered
+  bool wasCancelled_ = false;            // the prompt at hand
+  bool isSendDue_ = false;               // it waits for the end of a cancelled one
+  std::string currentImaginePrompt_;
+  ImagineKind currentImagineKind_ = ImagineKind::image;
+  std::set<std::string> seenImaginePaths_;  // handled for the prompt at hand
+  int importsUnderWay_ = 0;
+};
+
+}  // namespace vantrell

@@ -1,0 +1,110 @@
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include "app/user_state.h"
+#include "platform/dispatch.h"
+#include "platform/json.h"
+#include "platform/run_loop.h"
+#include "project/artifact_discovery.h"
+#include "project/git_workspace_service.h"
+#include "records/imagine_store.h"
+#include "shell/terminal/commands.h"
+#include "shell/terminal/standard_output.h"
+#include "shell/terminal/state_view.h"
+#include "shell/terminal/task_lookup.h"
+#include "shell/terminal/task_words.h"
+
+namespace vantrell::shell {
+
+namespace {
+
+using Source = ProjectArtifact::Source;
+
+constexpr CommandOption options[] = {
+    {"--json", "", "for scripts: the files, one JSON object a line"},
+};
+
+std::string_view wordFor(Source source) {
+  switch (source) {
+    case Source::agent: return "tool call";
+    case Source::changed: return "changed";
+    case Source::project: return "project";
+    case Source::imagine: return "imagine";
+  }
+  return "";
+}
+
+std::vector<GitChangedFile> changedFiles(const std::string& folder) {
+  RunLoop loop;
+  BackgroundPool pool(1);
+  std::vector<GitChangedFile> changed;
+  GitWorkspaceService::snapshot(folder, {}, loop, pool, [&](GitWorkspaceSnapshot snapshot) {
+    changed = std::move(snapshot.files);
+    loop.quit();
+  });
+  loop.run();
+  return changed;
+}
+
+std::string asJson(const ProjectArtifact& artifact) {
+  std::string line;
+  JsonWriter writer(line);
+  const auto member = [&writer](std::string_view key, std::string_view value) {
+    writer.key(key);
+    writer.value(value);
+  };
+  writer.beginObject();
+  member("path", artifact.path);
+  member("displayPath", artifact.displayPath());
+  member("source", rawText(artifact.source));
+  writer.endObject();
+  return line + "\n";
+}
+
+std::string tableOf(const std::vector<ProjectArtifact>& artifacts, const TerminalStyle& style) {
+  TextTable table({{"FROM"}, {.heading = "FILE", .least = 20, .cutsFront = true}});
+  for (const auto& each : artifacts) {
+    table.add({{std::string(wordFor(each.source)), &TerminalStyle::dim}, {each.displayPath()}});
+  }
+  return table.text(style, columnsForTables(STDOUT_FILENO));
+}
+
+int listArtifacts(const CommandArguments& arguments, const Environment& environment) {
+  return withStateView([&](const StateView& state) -> std::expected<int, UsageError> {
+    const auto key = findTask(state.workspaces, arguments.words.front());
+    if (!key) return std::unexpected(key.error());
+    const ChatThread& thread = threadOf(state.workspaces, *key);
+    const std::string root = executionPath(workspaceOf(state.workspaces, key->workspaceID), thread);
+    const auto artifacts =
+        ArtifactDiscovery::artifacts(root, changedFiles(root), thread.entries,
+                                     ImagineStore::peek(UserFolders{}.orOwn().support));
+    StandardOutput out;
+    if (arguments.has("--json")) {
+      for (const auto& each : artifacts) out.write(asJson(each));
+      return out.finish(exitStatus::completed);
+    }
+    const auto style = TerminalStyle::of(STDOUT_FILENO, environment);
+    out.write(artifacts.empty() ? style.dim("This task has made no files.\n")
+                                : tableOf(artifacts, style));
+    return out.finish(exitStatus::completed);
+  });
+}
+
+}  // namespace
+
+const Command artifactsCommand{
+    .name = "artifacts",
+    .parameters = "ID",
+    .summary = "list the files that a task has made",
+    .options = options,
+    .fewestWords = 1,
+    .mostWords = 1,
+    .introduction =
+        "Lists the files that are there and that the task's tool calls have named, then those "
+        "that\n"
+        "git sees as changed in its folder, then the pictures and films of \"vantrell imagine\".",
+    .closing = "Exit status: 0 done, 1 failed, 2 wrong usage.",
+    .run = listArtifacts,
+};
+
+}  // namespace vantrell::shell
