@@ -72,8 +72,4 @@ const ProviderDescriptor& descriptor(AgentProvider provider);
 std::string_view setupHint(AgentProvider provider);
 }  // namespace ProviderRegistry
 
-inline std::string_view shortLabel(AgentProvider provider) {
-  return ProviderRegistry::descriptor(provider).shortLabel;
-}
-
 }  // namespace vantrell
