@@ -42,11 +42,13 @@ void BlockList::takeIDs(const std::vector<ResponseBlock>& earlier) {
   const auto differs = std::ranges::mismatch(blocks, earlier, same).in1 - blocks.begin();
   const auto alike = std::min(static_cast<std::size_t>(differs), shorter);
   std::size_t behind = 0;
-  while (behind < shorter - alike && same(blocks[blocks.size() - 1 - behind],
-                                          earlier[earlier.size() - 1 - behind])) {
+  while (behind < shorter - alike &&
+         same(blocks[blocks.size() - 1 - behind], earlier[earlier.size() - 1 - behind])) {
     ++behind;
   }
-  for (std::size_t i = 0; i < alike; ++i) blocks[i].id = earlier[i].id;
+  for (std::size_t i = 0; i < shorter - behind; ++i) {
+    if (i < alike || same(blocks[i], earlier[i])) blocks[i].id = earlier[i].id;
+  }
   for (std::size_t i = 1; i <= behind; ++i) {
     blocks[blocks.size() - i].id = earlier[earlier.size() - i].id;
   }

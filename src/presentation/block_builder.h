@@ -21,8 +21,8 @@ class BlockList {
 
   ResponseBlock& add(ResponseBlock::Kind kind);
   void truncate(std::size_t count);
-  /// Takes over the ids of an earlier list for blocks that are in both, at its beginning and at its
-  /// end.
+  /// Takes over the ids of an earlier list for blocks that are in both, at the same place or in
+  /// what the lists end with.
   void takeIDs(const std::vector<ResponseBlock>& earlier);
 
  private:

@@ -11,7 +11,8 @@ namespace {
 std::string_view roleOf(const ChatEntry& entry) {
   switch (entry.kind) {
     case ChatEntryKind::user: return "You";
-    case ChatEntryKind::assistant: return entry.provider ? shortLabel(*entry.provider) : "Assistant";
+    case ChatEntryKind::assistant:
+      return entry.provider ? shortLabel(*entry.provider) : "Assistant";
     default: return entry.title ? std::string_view(*entry.title) : "Status";
   }
 }
@@ -20,8 +21,8 @@ std::string bodyOf(const ChatEntry& entry) {
   std::string body(text::trimmed(entry.text));
   std::string_view between = body.empty() ? "" : "\n\n";
   for (const auto& attachment : entry.attachments) {
-    body += fmt::format("{}- Attachment: `{}`", std::exchange(between, "\n"),
-                        attachment.displayName);
+    body +=
+        fmt::format("{}- Attachment: `{}`", std::exchange(between, "\n"), attachment.displayName);
   }
   return body;
 }

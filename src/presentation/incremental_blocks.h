@@ -46,7 +46,7 @@ class IncrementalBlocks {
   /// Until the text shows structure, all of it is kept: it may have to be read in the other way.
   bool isStructured_ = false;
   std::string source_;
-  std::size_t end_ = 0;       // without white space at the end
+  std::size_t end_ = 0;  // without white space at the end
   denseProse::StructureSearch structure_;
   std::size_t counted_ = 0;
   CharacterCounter counter_;

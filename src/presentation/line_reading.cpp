@@ -31,8 +31,8 @@ void LineReader::read(std::string_view text, std::size_t end) {
     contentAt_ = white::skip(known, contentAt_ == unknown ? begin_ : contentAt_, white::blankAt);
     if (contentAt_ >= end) return;
     contentBegin_ = marksAt_ = pipesAt_ = contentAt_;
-    isUniform_ = known[contentBegin_] == '-' || known[contentBegin_] == '*' ||
-                 known[contentBegin_] == '_';
+    isUniform_ =
+        known[contentBegin_] == '-' || known[contentBegin_] == '*' || known[contentBegin_] == '_';
   }
   contentEnd_ = white::trimEnd(known, contentBegin_, end, white::blankAt);
   if (isUniform_) {
@@ -166,8 +166,8 @@ LineReading LineReader::reading(std::string_view text, bool opensParagraph) {
   return reading;
 }
 
-/// "^(\d+)[.)]\s+(.+)$", where no dot matches a line break and "$" also matches before one that ends
-/// the line. Digits of other scripts make no item: the number would lose them.
+/// "^(\d+)[.)]\s+(.+)$", where no dot matches a line break and "$" also matches before one that
+/// ends the line. Digits of other scripts make no item: the number would lose them.
 bool LineReader::readNumber(std::string_view text, LineReading& reading) {
   constexpr auto largest = std::numeric_limits<std::int64_t>::max();
   const std::string_view known = text.substr(0, contentEnd_);

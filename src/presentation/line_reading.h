@@ -125,9 +125,9 @@ class SeparatorReader {
   enum class Part { colonsBefore, dashes, colonsAfter };
   std::size_t at_;
   bool isHopeless_ = false;
-  bool begun_ = false;        // something but pipes was read
-  bool isInCell_ = false;     // since the last pipe
-  bool hasGap_ = false;       // white space behind it, which only the end of the cell may follow
+  bool begun_ = false;     // something but pipes was read
+  bool isInCell_ = false;  // since the last pipe
+  bool hasGap_ = false;    // white space behind it, which only the end of the cell may follow
   bool hasLeadingPipe_ = false;
   bool hasEmptyCell_ = false;  // "||", which is none at the end of the line
   Part part_ = Part::colonsBefore;

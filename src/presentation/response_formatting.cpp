@@ -44,7 +44,8 @@ std::vector<ResponseBlock> blocks(std::string_view text) {
 std::string structureDenseResponse(std::string_view text) {
   std::string storage;
   const std::string_view normalized = text::trimmed(withLineFeeds(text, storage));
-  if (normalized.size() <= denseProse::longestPlain || denseProse::StructureSearch().finds(normalized) ||
+  if (normalized.size() <= denseProse::longestPlain ||
+      denseProse::StructureSearch().finds(normalized) ||
       text::firstCharacters(normalized, denseProse::longestPlain).size() == normalized.size()) {
     return std::string(normalized);
   }

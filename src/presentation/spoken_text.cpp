@@ -57,8 +57,7 @@ std::string withoutLinks(std::string_view text, std::string_view opening, std::s
     const std::size_t label = at + opening.size();
     const std::size_t labelEnd = labelEnds.from(label);
     if (labelEnd == none) break;
-    const bool isLink =
-        labelEnd >= label + shortest && text.substr(labelEnd + 1).starts_with('(');
+    const bool isLink = labelEnd >= label + shortest && text.substr(labelEnd + 1).starts_with('(');
     const std::size_t end = isLink ? ends.from(labelEnd + 2) : none;
     if (end == none) {
       ++at;
