@@ -11,8 +11,9 @@ namespace vantrell::shell {
 namespace {
 
 constexpr const Command* table[] = {
-    &runCommand,     &providersCommand, &loginCommand,    &tasksCommand,    &showCommand,
-    &searchCommand,  &newCommand,       &renameCommand,   &moveCommand,     &pinCommand,
+    &runCommand,     &providersCommand, &loginCommand,    &tasksCommand,
+    &showCommand,    &searchCommand,    &exportCommand,   &sayCommand,
+    &newCommand,     &renameCommand,    &moveCommand,     &pinCommand,
     &archiveCommand, &deleteCommand,    &projectsCommand, &settingsCommand,
 };
 

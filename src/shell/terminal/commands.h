@@ -16,6 +16,8 @@ extern const Command loginCommand;
 extern const Command tasksCommand;
 extern const Command showCommand;
 extern const Command searchCommand;
+extern const Command exportCommand;
+extern const Command sayCommand;
 extern const Command newCommand;
 extern const Command renameCommand;
 extern const Command moveCommand;
