@@ -1,6 +1,7 @@
 #include "records/chat_thread.h"
 
 #include <fmt/format.h>
+#include <set>
 
 #include "platform/files.h"
 #include "platform/text.h"
@@ -152,6 +153,19 @@ const ChatThread* Workspace::thread(const Uuid& threadID) const {
 ChatThread* Workspace::thread(const Uuid& threadID) {
   const auto found = std::ranges::find(threads, threadID, &ChatThread::id);
   return found == threads.end() ? nullptr : &*found;
+}
+
+void makeIDsUnique(std::vector<Workspace>& workspaces) {
+  std::set<Uuid> seen;
+  for (auto& workspace : workspaces) {
+    if (!seen.insert(workspace.id).second) workspace.id = Uuid::random();
+  }
+  seen.clear();
+  for (auto& workspace : workspaces) {
+    for (auto& thread : workspace.threads) {
+      if (!seen.insert(thread.id).second) thread.id = Uuid::random();
+    }
+  }
 }
 
 }  // namespace vantrell

@@ -100,4 +100,7 @@ struct Workspace {
   bool operator==(const Workspace&) const = default;
 };
 
+/// Gives what bears an id a second time a new one: rows and live state are found by id.
+void makeIDsUnique(std::vector<Workspace>& workspaces);
+
 }  // namespace vantrell

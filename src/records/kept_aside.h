@@ -10,6 +10,9 @@
 
 namespace vantrell::keptAside {
 
+/// How files are named that hold such conversations.
+inline constexpr std::string_view unreadable = "conversations that could not be read";
+
 /// Writes a new owner-only file under a `files::datedName` and answers its path.
 files::Result<std::string> write(const std::string& folder, std::string_view what, Date now,
                                  std::string_view content);

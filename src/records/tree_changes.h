@@ -21,6 +21,8 @@ struct TreeChanges {
   bool structure = false;  // workspaces and threads came, went, moved; a workspace's own fields
   std::map<ThreadExecutionKey, Thread> threads;
 
+  /// A mark on every part of the tree.
+  static TreeChanges everywhere(const std::vector<Workspace>& workspaces);
   bool empty() const { return !structure && threads.empty(); }
 };
 

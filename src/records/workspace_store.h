@@ -93,6 +93,7 @@ class WorkspaceStore {
   std::vector<Workspace> salvage(const std::string& reason);
   std::vector<Workspace> readDocument(std::vector<Workspace> fromFile);
   std::optional<std::string> valueOfDocument() const;
+  void forgetDocument();
   void dropWithoutFolder(std::vector<Workspace>& workspaces);
   void applyLoadRules(std::vector<Workspace>& workspaces);
   void adoptStrays(TreeReader& reader, std::vector<Workspace>& workspaces, Date now) const;
