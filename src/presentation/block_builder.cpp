@@ -71,6 +71,13 @@ void BlockBuilder::append(std::string_view text) {
   update();
 }
 
+void BlockBuilder::take(std::string text) {
+  if (white::at(text, 0) != 0) return append(text);
+  text_ = std::move(text);
+  end_ = endOfInk(text_, 0, 0);
+  if (end_ != 0) update();
+}
+
 void BlockBuilder::rewind(const Mark& mark) {
   text_.resize(mark.size);
   end_ = mark.end;

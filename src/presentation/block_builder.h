@@ -38,6 +38,8 @@ class BlockBuilder {
   /// Adds text whose line ends are line feeds. White space at both ends of the whole text does not
   /// count. A character is never cut between two calls.
   void append(std::string_view text);
+  /// The same as the first and only call, with a text that is not needed any more.
+  void take(std::string text);
   /// How many blocks of the list can no longer change.
   std::size_t settledCount() const;
 

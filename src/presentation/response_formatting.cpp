@@ -37,7 +37,7 @@ Line read(std::string_view line) {
 
 std::vector<ResponseBlock> blocks(std::string_view text) {
   BlockList list;
-  BlockBuilder(list).append(structureDenseResponse(text));
+  BlockBuilder(list).take(structureDenseResponse(text));
   return std::move(list.blocks);
 }
 
