@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <fmt/format.h>
 #include <string_view>
+#include <sys/resource.h>
 #include <vector>
 
 namespace vantrell::bench {
@@ -39,6 +40,16 @@ Clock::duration timed(Body&& body) {
   const auto start = Clock::now();
   body();
   return Clock::now() - start;
+}
+
+/// The processor time of this program so far, that of all its threads and not of its children.
+inline std::chrono::nanoseconds processorTime() {
+  rusage used{};
+  getrusage(RUSAGE_SELF, &used);
+  const auto of = [](const timeval& time) {
+    return std::chrono::seconds(time.tv_sec) + std::chrono::microseconds(time.tv_usec);
+  };
+  return of(used.ru_utime) + of(used.ru_stime);
 }
 
 /// Measures both by turns, so that the noise of the machine hits both alike. Each body does one

@@ -60,7 +60,7 @@ function(vantrell_tests folder)
                        PROPERTIES TIMEOUT 300)
 endfunction()
 
-# vantrell_small_programs(bench benchmark::benchmark_main): every <kind>/<folder>/<name>_<kind>.cpp
+# vantrell_small_programs(bench): every <kind>/<folder>/<name>_<kind>.cpp
 # becomes a program <name>_<kind> that stands on src/<folder>.
 function(vantrell_small_programs kind)
   file(GLOB_RECURSE sources RELATIVE ${CMAKE_SOURCE_DIR}/${kind} CONFIGURE_DEPENDS

@@ -21,6 +21,8 @@ double memory(const std::string& name) {
 }  // namespace
 
 int main() {
+  if (bench::wasStreamAgent()) return 0;
+  const auto& dialect = bench::streamDialects()[0];
   double before = 0, peak = 0, kept = 0, sent = 0;
   {
     constexpr int messages = 1'000;
@@ -28,11 +30,11 @@ int main() {
     std::string lines;
     for (int message = 0; message < messages; ++message) {
       const std::string line =
-          bench::updateLine(fmt::format("msg-{}", message), "twenty bytes of text") + "\n";
+          dialect.update(fmt::format("msg-{}", message), "twenty bytes of text") + "\n";
       for (int i = 0; i < linesOfAMessage; ++i) lines += line;
     }
     sent = static_cast<double>(lines.size());
-    bench::StreamFixture fixture(lines);
+    bench::StreamFixture fixture(dialect, lines);
     std::string().swap(lines);
     bool isStreaming = false;
     fixture.run(

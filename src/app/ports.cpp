@@ -1,31 +1,43 @@
 #include "app/ports.h"
 
+#include "project/context_discovery.h"
+#include "project/git_workspace_service.h"
+#include "project/project_hook_service.h"
+#include "project/repository_state.h"
+
 namespace vantrell {
+
+namespace {
+
+/// Finds the answer on the pool and gives it on the main queue.
+template <typename Find, typename Reply>
+void answerFrom(BackgroundPool& pool, MainQueue& main, Find find, Reply reply) {
+  pool.post([&main, find = std::move(find), reply = std::move(reply)]() mutable {
+    main.post([answer = find(), reply = std::move(reply)]() mutable { reply(std::move(answer)); });
+  });
+}
+
+}  // namespace
 
 EnginePorts neutralPorts() {
   const auto nothing = [] {};
   EnginePorts ports;
 
-  ports.providerForNextTurn = [](const auto&, const auto&) { return std::nullopt; };
   ports.localRuntimeStatus = [] { return LocalRuntimeStatus::checking(); };
   ports.isTaskletConfigured = [] { return false; };
-  ports.routingReason = [](AgentProvider, const auto&) { return std::nullopt; };
-  ports.nextAutomaticProvider = [](AgentProvider, const auto&, const auto&) {
-    return std::nullopt;
-  };
+  ports.refreshLocalRuntime = nothing;
+  ports.saveTaskletWebhook = [](const std::string&, const auto& reply) { reply(false); };
+  ports.isSetupKnown = [](AgentProvider) { return true; };
+  ports.findOutSetup = [](AgentProvider, const EnginePorts::Done& done) { done(); };
   ports.repositoryState = [](const std::string&, const auto& reply) { reply(""); };
-  ports.usageReported = [](const ProviderUsage&) {};
-  ports.allowanceExhausted = [](AgentProvider) {};
-  ports.startFailed = [](AgentProvider) {};
 
   ports.captureCheckpoint = [](const auto&, const std::string&, WorkspaceCheckpointKind,
                                const EnginePorts::Done& done) { done(); };
-  ports.runProjectHooks = [](ProjectHookEvent, const auto&, const EnginePorts::Done& done) {
-    done();
+  ports.runProjectHook = [](const auto&, const auto&, const auto& reply) { reply(""); };
+  ports.discoverContextSources = [](const std::string&, const auto& reply) { reply({}); };
+  ports.gitSnapshot = [](const auto&, const auto&, const auto& reply) {
+    reply(GitWorkspaceSnapshot::unavailable());
   };
-  ports.projectContextPrompt = [](const auto&) { return std::string(); };
-  ports.refreshGitSnapshot = nothing;
-  ports.loadProjectContext = nothing;
   ports.chooseFolder = [](std::string_view, std::string_view, const auto&) {};
 
   ports.prepareNotifications = nothing;
@@ -44,7 +56,6 @@ EnginePorts neutralPorts() {
   ports.loadTaskletAndImagine = nothing;
   ports.loadOrchestration = nothing;
   ports.configureRemoteHost = nothing;
-  ports.refreshRuntimes = nothing;
   ports.configureExternalSessionImport = nothing;
   ports.configureAutomationScheduler = nothing;
   ports.configureExecutionMonitor = nothing;
@@ -53,18 +64,30 @@ EnginePorts neutralPorts() {
   return ports;
 }
 
-EnginePorts enginePorts(const ProviderConnectorRegistry& connectors,
-                        const std::optional<AgentProvider>& frontDoorProvider) {
+EnginePorts enginePorts(MainQueue& main, BackgroundPool& pool,
+                        const ProviderConnectorRegistry& connectors) {
   EnginePorts ports = neutralPorts();
   ports.connector = [&connectors](AgentProvider provider) -> const ProviderConnector& {
     return connectors.connector(provider);
   };
-  // Until there is routing, every turn goes where the front door says.
-  ports.providerForNextTurn = [&frontDoorProvider](
-                                  const std::set<AgentProvider>& attempted,
-                                  const ThreadExecutionKey&) -> std::optional<AgentProvider> {
-    if (!frontDoorProvider || attempted.contains(*frontDoorProvider)) return std::nullopt;
-    return frontDoorProvider;
+  // Both read from a disk that may be slow.
+  ports.repositoryState = [&main, &pool](std::string path, auto reply) {
+    answerFrom(
+        pool, main, [path = std::move(path)] { return repositoryState(path); }, std::move(reply));
+  };
+  ports.discoverContextSources = [&main, &pool](std::string folder, auto reply) {
+    answerFrom(
+        pool, main, [folder = std::move(folder)] { return discoverContextSources(folder); },
+        std::move(reply));
+  };
+  ports.gitSnapshot = [&main, &pool](const std::string& folder, std::stop_token stop, auto reply) {
+    GitWorkspaceService::snapshot(folder, std::move(stop), main, pool, std::move(reply));
+  };
+  ports.runProjectHook = [service = std::make_shared<ProjectHookService>(main, pool)](
+                             const ProjectHook& hook, const std::string& folder, auto reply) {
+    service->run(hook, folder, [reply = std::move(reply)](ProjectHookOutcome outcome) {
+      reply(std::move(outcome.text));
+    });
   };
   return ports;
 }

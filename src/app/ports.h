@@ -1,8 +1,6 @@
 // Every upward call of the engine, and who answers it. The one place where ports are set.
 #pragma once
 
-#include <optional>
-
 #include "engine/engine_ports.h"
 
 namespace vantrell {
@@ -12,7 +10,7 @@ namespace vantrell {
 EnginePorts neutralPorts();
 
 /// The ports of the program. What is given must outlive them.
-EnginePorts enginePorts(const ProviderConnectorRegistry& connectors,
-                        const std::optional<AgentProvider>& frontDoorProvider);
+EnginePorts enginePorts(MainQueue& main, BackgroundPool& pool,
+                        const ProviderConnectorRegistry& connectors);
 
 }  // namespace vantrell

@@ -47,17 +47,28 @@ ProviderServices::ProviderServices(MainQueue& main, const UserDefaults& defaults
                                    SecretQueue& secrets)
     : http_(main),
       detector_(LocalRuntimeDetector::make(defaults, http_)),
-      webhook_(TaskletWebhook::make(taskletSecret(secrets))) {}
+      webhook_(TaskletWebhook::make(taskletSecret(secrets))) {
+  detector_->onChange = [this] {
+    if (onLocalRuntimeChanged) onLocalRuntimeChanged();
+    if (detector_->status().isChecking()) return;
+    for (const auto& ready : std::exchange(waiting_, {})) ready();
+  };
+}
+
+bool ProviderServices::isKnown(AgentProvider provider) const {
+  if (provider == AgentProvider::tasklet) return webhookIsKnown_ || webhook_->isConfigured();
+  return provider != AgentProvider::local || !detector_->status().isChecking();
+}
 
 void ProviderServices::prepare(AgentProvider provider, std::function<void()> ready) {
-  if (provider == AgentProvider::tasklet) return webhook_->load(std::move(ready));
-  if (provider != AgentProvider::local || !detector_->status().isChecking()) return ready();
-  detector_->onChange = [this, ready = std::move(ready)] {
-    if (detector_->status().isChecking()) return;
-    const auto done = std::move(ready);
-    detector_->onChange = nullptr;
-    done();
-  };
+  if (isKnown(provider)) return ready();
+  if (provider == AgentProvider::tasklet) {
+    return webhook_->load([this, ready = std::move(ready)] {
+      webhookIsKnown_ = true;
+      ready();
+    });
+  }
+  waiting_.push_back(std::move(ready));
   detector_->refresh();
 }
 

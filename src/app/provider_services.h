@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <memory>
+#include <vector>
 
 #include "platform/http_client.h"
 #include "records/agent_provider.h"
@@ -27,11 +28,17 @@ class ProviderServices {
   /// Finds out what must be known before the provider can be used: whether a model server answers,
   /// which webhook is stored. Replies on the main queue, at once where there is nothing to ask.
   void prepare(AgentProvider provider, std::function<void()> ready);
+  /// Whether there is nothing to ask.
+  bool isKnown(AgentProvider provider) const;
+  /// A detection of the local runtime has begun or ended. Unset: nobody wants to know.
+  std::function<void()> onLocalRuntimeChanged;
 
  private:
   HttpClient http_;
   const std::shared_ptr<LocalRuntimeDetector> detector_;
   const std::shared_ptr<TaskletWebhook> webhook_;
+  bool webhookIsKnown_ = false;
+  std::vector<std::function<void()>> waiting_;  // for the end of a detection
 };
 
 }  // namespace vantrell

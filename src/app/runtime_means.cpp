@@ -14,9 +14,11 @@ ExecutableChoice executableChoice(ExecutableChoice named, const UserDefaults& de
   };
 }
 
-RuntimeMeans runtimeMeans(std::shared_ptr<ProgramRunner> runner, ExecutableChoice choice) {
+RuntimeMeans runtimeMeans(std::shared_ptr<ProgramRunner> runner, BackgroundPool& pool,
+                          ExecutableChoice choice) {
   RuntimeMeans means;
   means.runner = runner;
+  means.pool = &pool;
   means.desktop = SystemDesktop::ofThisSession(runner);
   means.customExecutable = std::move(choice);
   means.readUserPath = [runner](std::function<void()> done) {

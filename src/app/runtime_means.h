@@ -15,6 +15,7 @@ using ExecutableChoice = std::function<std::optional<std::string>(AgentProvider)
 ExecutableChoice executableChoice(ExecutableChoice named, const UserDefaults& defaults);
 
 /// With the login shell's PATH and the desktop of this session.
-RuntimeMeans runtimeMeans(std::shared_ptr<ProgramRunner> runner, ExecutableChoice choice);
+RuntimeMeans runtimeMeans(std::shared_ptr<ProgramRunner> runner, BackgroundPool& pool,
+                          ExecutableChoice choice);
 
 }  // namespace vantrell

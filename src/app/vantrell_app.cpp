@@ -33,6 +33,9 @@ ProviderConnector practiceConnector(MainQueue& main, BackgroundPool& pool, std::
     configuration.runtimeName = "The practice agent";
     return ACPClient::make(std::move(configuration), main, pool);
   };
+  connector.modelOptions = [](const auto&) {
+    return std::vector{ProviderModelOption::defaultOption({ProviderEffortOption::defaultOption()})};
+  };
   // What helps with local models is no help with this one.
   connector.advice = [](const std::string& description) { return description; };
   return connector;
@@ -60,24 +63,49 @@ VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, UserState sta
            .defaults = *state_.defaults,
            .http = services_.http(),
            .webhook = services_.webhook(),
-           .customExecutable = executableChoice(options.customExecutable, *state_.defaults)}) {
+           .customExecutable = executableChoice(options.customExecutable, *state_.defaults)}),
+      practices_(options.practiceAgent.has_value()) {
   if (options.practiceAgent) {
     connectors_.replace(practiceConnector(main_, pool_, *options.practiceAgent));
   }
-  EnginePorts ports = enginePorts(connectors_, frontDoorProvider);
+  EnginePorts ports = enginePorts(main_, pool_, connectors_);
   ports.runtimes =
-      runtimeMeans(runner_, executableChoice(options.customExecutable, *state_.defaults));
+      runtimeMeans(runner_, pool_, executableChoice(options.customExecutable, *state_.defaults));
   if (options.desktop) ports.runtimes.desktop = std::move(options.desktop);
   ports.runtimes.refreshesAtStart = options.refreshesRuntimes;
+  if (!options.keepsGitPicture) ports.gitSnapshot = neutralPorts().gitSnapshot;
   ports.localRuntimeStatus = [this] { return services_.localRuntime().status(); };
   ports.isTaskletConfigured = [this] { return services_.webhook()->isConfigured(); };
+  ports.isSetupKnown = [this](AgentProvider provider) {
+    return (practices_ && provider == AgentProvider::local) || services_.isKnown(provider);
+  };
+  ports.findOutSetup = [this](AgentProvider provider, EnginePorts::Done done) {
+    services_.prepare(provider, std::move(done));
+  };
+  ports.refreshLocalRuntime = [this] { services_.localRuntime().refresh(); };
+  ports.saveTaskletWebhook = [this](const std::string& text, std::function<void(bool)> reply) {
+    services_.webhook()->save(text, std::move(reply));
+  };
+  if (ports.runtimes.refreshesAtStart) {
+    ports.loadTaskletAndImagine = [this] {
+      services_.webhook()->load(
+          [this] { model_->changes.announce({.kind = Change::Kind::runtimesChanged}); });
+    };
+  }
+  ports.taskSafety = {.background = &pool_, .supportFolder = state_.folders.support};
+  ports.captureCheckpoint = [this](const ThreadExecutionKey& key, std::string label,
+                                   WorkspaceCheckpointKind, EnginePorts::Done done) {
+    model_->safety->captureBeforePrompt(key, std::move(label), std::move(done));
+  };
   model_ = std::make_unique<AppModel>(main_, *state_.defaults, store_, std::move(ports), &writer_);
+  services_.onLocalRuntimeChanged = [this] { model_->catalog->localRuntimeChanged(); };
   notice_ = std::move(state_.notice);
   if (const auto& met = store_.notice()) notice_ = notice_ ? *notice_ + " " + *met : *met;
 }
 
 // The model first: it ends the clients, which need all the rest.
 VantrellApp::~VantrellApp() {
+  services_.onLocalRuntimeChanged = nullptr;
   model_.reset();
 }
 
@@ -85,13 +113,6 @@ std::expected<std::unique_ptr<UserDefaults>, std::string> VantrellApp::defaultsF
   const std::string path = UserFolders{}.orOwn().defaultsPath();
   if (!files::exists(path)) return UserDefaults::inMemory();
   return UserDefaults::open(path);
-}
-
-bool VantrellApp::isAvailable(AgentProvider provider) const {
-  ProviderConnectorContext context;
-  context.localRuntimeStatus = services_.localRuntime().status();
-  context.taskletConfigured = services_.webhook()->isConfigured();
-  return connectors_.connector(provider).isAvailable(context);
 }
 
 }  // namespace vantrell

@@ -25,6 +25,9 @@ struct VantrellOptions {
   std::function<std::optional<std::string>(AgentProvider)> customExecutable;
   /// Whether the start asks every runtime about itself, for a front door that shows the answers.
   bool refreshesRuntimes = false;
+  /// Whether the Git picture of what is looked at is read, at the start and whenever it may have
+  /// changed, for a front door that shows it.
+  bool keepsGitPicture = false;
   /// The clipboard and the terminal of the front door; null: those of the session.
   std::shared_ptr<Desktop> desktop;
   /// Path of the practice agent, which then stands in for local models in this process.
@@ -51,14 +54,10 @@ class VantrellApp {
   /// Something that the user should know about the start, or absent.
   const std::optional<std::string>& notice() const { return notice_; }
 
-  /// The provider that takes every turn: the one that the front door names.
-  std::optional<AgentProvider> frontDoorProvider;
-
   ProviderServices& services() { return services_; }
   const ProviderServices& services() const { return services_; }
-  /// Whether a client for this provider could be made now, as far as services().prepare() has found
-  /// out.
-  bool isAvailable(AgentProvider provider) const;
+  /// The practice agent stands in for local models.
+  bool practices() const { return practices_; }
 
  private:
   VantrellApp(MainQueue& main, VantrellOptions options, UserState state);
@@ -74,6 +73,7 @@ class VantrellApp {
   ProviderConnectorRegistry connectors_;
   std::unique_ptr<AppModel> model_;
   std::optional<std::string> notice_;
+  const bool practices_;
 };
 
 }  // namespace vantrell

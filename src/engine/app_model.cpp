@@ -1,5 +1,9 @@
 #include "engine/app_model.h"
 
+#include "engine/open_tools.h"
+#include "records/orchestration_store.h"
+#include "records/workspace_store.h"
+
 namespace vantrell {
 
 AppModel::AppModel(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore& store,
@@ -10,15 +14,37 @@ AppModel::AppModel(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore&
       tree(main, store, changes, writer),
       selection(defaults),
       executions(main, selection, changes),
+      orchestration(std::make_unique<OrchestrationStore>(
+          store.supportFolder(), [this] { return main.now(); },
+          [this](const std::string& notice) {
+            changes.announce({.kind = Change::Kind::noticeRaised, .text = notice});
+          })),
+      usage(main, changes, *orchestration),
       runtimes(std::make_shared<RuntimeDesk>(changes, ports_.runtimes)),
+      setup(settings, tree, selection, executions, ports_),
+      catalog(std::make_shared<ModelCatalog>(main, setup, usage, changes, ports_)),
       intake(main, tree, executions, changes),
       approvals(main, settings, tree, selection, executions, ports_),
-      operations(main, tree, selection, executions, ports_),
+      controls(main, settings, tree, selection, executions, approvals, *catalog),
+      router(std::make_shared<Router>(main, settings, tree, selection, executions, approvals, setup,
+                                      usage, ports_)),
+      context(std::make_shared<ProjectContextDesk>(main, tree, selection, changes, *orchestration,
+                                                   ports_)),
+      git(std::make_shared<GitDesk>(tree, selection, changes, ports_)),
+      hooks(std::make_shared<HookDesk>(main, tree, selection, executions, *context, ports_)),
+      reviews(main, selection, changes, *orchestration),
+      operations(main, tree, selection, executions, *context, *git, ports_),
       failures(main, tree, executions, ports_),
-      starter(std::make_shared<ClientStarter>(main, settings, tree, executions, intake, approvals,
-                                              failures, changes, ports_)),
+      starter(std::make_shared<ClientStarter>(main, tree, executions, intake, approvals, failures,
+                                              setup, *catalog, usage)),
+      usageReset(std::make_shared<UsageReset>(selection, executions, usage, controls, *starter)),
       driver(std::make_shared<TaskDriver>(main, settings, tree, selection, executions, *starter,
-                                          failures, ports_)) {
+                                          failures, usage, *router, *context, *git, *hooks,
+                                          ports_)),
+      safety(std::make_shared<TaskSafety>(main, tree, selection, executions, *git, ports_)) {
+  executions.onEnded = [this](ThreadExecutionRuntime& execution, const ThreadExecutionKey& key) {
+    endOpenTools(execution, key, tree);
+  };
   approvals.stopTask = [this] { driver->stopWorking(); };
   runtimes->showError = [this](std::string text) { executions.showError(std::move(text)); };
   runtimes->selectedProject = [this]() -> std::optional<std::string> {
@@ -43,12 +69,16 @@ void AppModel::startUp() {
   executions.publishExecution(selection.key());
   settings.load();
   ports_.loadTaskletAndImagine();
+  usage.load();
+  reviews.load();
   ports_.loadOrchestration();
-  ports_.loadProjectContext();
+  context->load();
   ports_.configureRemoteHost();
-  if (ports_.runtimes.refreshesAtStart) runtimes->refreshAll();
-  ports_.refreshRuntimes();
-  ports_.refreshGitSnapshot();
+  if (ports_.runtimes.refreshesAtStart) {
+    runtimes->refreshAll();
+    catalog->refreshSessionControls();  // the local runtime's with it
+  }
+  git->refreshGitSnapshot();
   ports_.configureExternalSessionImport();
   ports_.configureAutomationScheduler();
   ports_.configureExecutionMonitor();
@@ -58,6 +88,7 @@ void AppModel::startUp() {
 
 void AppModel::endAllWork() {
   executions.removeAll();
+  usage.flush();
   tree.save();
   tree.flush();
 }

@@ -9,16 +9,29 @@
 #include "engine/client_starter.h"
 #include "engine/engine_ports.h"
 #include "engine/execution_table.h"
+#include "engine/git_desk.h"
+#include "engine/hook_desk.h"
+#include "engine/model_catalog.h"
 #include "engine/operations.h"
+#include "engine/project_context_desk.h"
+#include "engine/provider_setup.h"
+#include "engine/review_desk.h"
+#include "engine/router.h"
 #include "engine/runtime_desk.h"
 #include "engine/selection.h"
+#include "engine/session_controls.h"
 #include "engine/session_intake.h"
 #include "engine/settings.h"
 #include "engine/task_driver.h"
+#include "engine/task_safety.h"
 #include "engine/turn_failures.h"
+#include "engine/usage_desk.h"
+#include "engine/usage_reset.h"
 #include "engine/workspace_tree.h"
 
 namespace vantrell {
+
+class OrchestrationStore;
 
 class AppModel {
  public:
@@ -46,13 +59,26 @@ class AppModel {
   WorkspaceTree tree;
   Selection selection;
   ExecutionTable executions;
+  /// Keeps the small records; for .cpp files, which include its header.
+  const std::unique_ptr<OrchestrationStore> orchestration;
+  UsageDesk usage;
   const std::shared_ptr<RuntimeDesk> runtimes;
+  ProviderSetup setup;
+  const std::shared_ptr<ModelCatalog> catalog;
   SessionIntake intake;
   Approvals approvals;
+  SessionControls controls;
+  const std::shared_ptr<Router> router;
+  const std::shared_ptr<ProjectContextDesk> context;
+  const std::shared_ptr<GitDesk> git;
+  const std::shared_ptr<HookDesk> hooks;
+  ReviewDesk reviews;
   Operations operations;
   TurnFailures failures;
   const std::shared_ptr<ClientStarter> starter;
+  const std::shared_ptr<UsageReset> usageReset;
   const std::shared_ptr<TaskDriver> driver;
+  const std::shared_ptr<TaskSafety> safety;
 
  private:
   void startUp();

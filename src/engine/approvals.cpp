@@ -1,6 +1,9 @@
 #include "engine/approvals.h"
 
+#include <fmt/format.h>
+
 #include "platform/text.h"
+#include "runtimes/provider_registry.h"
 
 namespace vantrell {
 
@@ -29,6 +32,20 @@ void Approvals::requestArrived(PermissionRequest request, const ThreadExecutionK
   });
   executions_.publishExecutionIfSelected(key);
   ports_.sendRemoteTaskEvent("needs_attention", title, key);
+}
+
+void Approvals::requestWithdrawn(std::int64_t requestID, const ThreadExecutionKey& key) {
+  ThreadExecutionRuntime* execution = executions_.find(key);
+  if (!execution || !execution->permissionRequest ||
+      execution->permissionRequest->id != requestID) {
+    return;
+  }
+  execution->permissionRequest = nullptr;
+  tree_.updateRun(execution->activeRunID, key, [&](RunRecord& run) {
+    run.status = RunRecordStatus::running;
+    if (run.provider) run.statusMessage = fmt::format("{} is working", shortLabel(*run.provider));
+  });
+  executions_.publishExecutionIfSelected(key);
 }
 
 void Approvals::respondToPermission(const std::string& optionID, Answerer answerer) {

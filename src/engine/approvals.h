@@ -20,6 +20,9 @@ class Approvals {
   /// A question of the conversation's client; it replaces one that is still open.
   void requestArrived(PermissionRequest request, const ThreadExecutionKey& key);
 
+  /// The runtime no longer waits for an answer to this one, which may have been replaced.
+  void requestWithdrawn(std::int64_t requestID, const ThreadExecutionKey& key);
+
   /// Stops the selected conversation's task. Set once, by the owner of both desks.
   std::function<void()> stopTask;
 

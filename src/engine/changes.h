@@ -28,10 +28,14 @@ struct Change {
     workspacesChanged,   // threads or workspaces came, went or moved
     selectionChanged,    // with `entryID`: bring that one into view
     settingsChanged,
-    modelOptionsChanged,  // what a provider offers
-    runtimesChanged,      // what is installed, a log-in
-    saveFailed,           // `text` says why
-    noticeRaised,         // `text` is for the user: stored conversations are damaged
+    modelOptionsChanged,    // what a provider offers
+    projectContextChanged,  // what is known about the selected project
+    gitSnapshotChanged,     // the Git picture of what is looked at
+    reviewChanged,          // a note came
+    usageChanged,           // what is known of an allowance
+    runtimesChanged,        // what is installed, a log-in
+    saveFailed,             // `text` says why
+    noticeRaised,           // `text` is for the user: stored conversations are damaged
   };
 
   Kind kind;

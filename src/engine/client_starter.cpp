@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "engine/open_tools.h"
 #include "platform/weakly.h"
 #include "runtimes/process_client.h"
 #include "runtimes/provider_registry.h"
@@ -14,30 +15,29 @@ void noteProvider(RunRecord& run, AgentProvider provider, const ChatThread& thre
   run.effort = thread.effort(provider);
 }
 
-ClientStarter::ClientStarter(MainQueue& main, Settings& settings, WorkspaceTree& tree,
-                             ExecutionTable& executions, SessionIntake& intake,
-                             Approvals& approvals, TurnFailures& failures, Changes& changes,
-                             const EnginePorts& ports)
+ClientStarter::ClientStarter(MainQueue& main, WorkspaceTree& tree, ExecutionTable& executions,
+                             SessionIntake& intake, Approvals& approvals, TurnFailures& failures,
+                             ProviderSetup& setup, ModelCatalog& catalog, UsageDesk& usage)
     : main_(main),
-      settings_(settings),
       tree_(tree),
       executions_(executions),
       intake_(intake),
       approvals_(approvals),
       failures_(failures),
-      changes_(changes),
-      ports_(ports) {}
+      setup_(setup),
+      catalog_(catalog),
+      usage_(usage) {}
 
 void ClientStarter::startClient(AgentProvider provider, const ThreadExecutionKey& key,
-                                const Uuid& runID, std::function<void()> afterReady,
+                                const std::optional<Uuid>& runID, std::function<void()> afterReady,
                                 int startupAttempt) {
-  const auto path = tree_.executionPath(key);
-  if (!path) return;
+  const auto context = setup_.connectorContext(provider, key);
+  if (!context) return;
   const Attempt attempt{provider, key, runID, startupAttempt, std::move(afterReady)};
-  const auto client = makeClient(attempt, *path);
+  const ProviderConnector& connector = setup_.connector(provider);
+  const auto client = connector.makeClient(*context);
   if (!client) {
-    ports_.startFailed(provider);
-    const std::string& hint = ports_.connector(provider).setupHint;
+    const std::string& hint = connector.setupHint;
     return failures_.fail(key, runID,
                           {.description = hint, .text = hint, .isToldToClients = false});
   }
@@ -56,23 +56,10 @@ void ClientStarter::startClient(AgentProvider provider, const ThreadExecutionKey
                 }));
 }
 
-std::shared_ptr<AgentClient> ClientStarter::makeClient(const Attempt& attempt,
-                                                       const std::string& path) const {
-  const ChatThread& thread = *tree_.thread(attempt.key);
-  ProviderConnectorContext context;
-  context.workspacePath = path;
-  context.workspaceName = tree_.workspace(attempt.key.workspaceID)->name;
-  context.selectedModel = thread.modelID(attempt.provider);
-  context.selectedEffort = thread.effort(attempt.provider);
-  context.permissionMode = settings_.permissionMode();
-  context.localRuntimeStatus = ports_.localRuntimeStatus();
-  context.taskletConfigured = ports_.isTaskletConfigured();
-  return ports_.connector(attempt.provider).makeClient(context);
-}
-
 void ClientStarter::attach(const std::shared_ptr<AgentClient>& client, const Attempt& attempt) {
   ThreadExecutionRuntime& execution = executions_.execution(attempt.key);
   execution.endClient();
+  endOpenTools(execution, attempt.key, tree_);
   const Date now = main_.now();
   execution.connectionState = ConnectionState::connecting();
   execution.cliLog.clear();
@@ -126,16 +113,18 @@ void ClientStarter::setCallbacks(const std::shared_ptr<AgentClient>& client,
                                                         const std::string& text) {
         self.terminated(provider, text, key, execution);
       });
-  client->onUsageUpdate = whileServing([](Self& self, Execution&, ProviderUsage usage) {
-    self.ports_.usageReported(std::move(usage));
-  });
+  client->onUsageUpdate = whileServing(
+      [](Self& self, Execution&, const ProviderUsage& usage) { self.usage_.reported(usage); });
   if (const auto reporting = std::dynamic_pointer_cast<ProcessClient>(client)) {
     // The models of a provider are the same for all its conversations, so only we must be alive.
     reporting->onModelOptionsUpdate = weakly(
         this,
         [provider = client->provider()](Self& self, std::vector<ProviderModelOption> options) {
-          self.providerModelOptions[provider] = std::move(options);
-          self.changes_.announce({.kind = Change::Kind::modelOptionsChanged});
+          self.catalog_.reported(provider, std::move(options));
+        });
+    reporting->onPermissionWithdrawn =
+        whileServing([key](Self& self, Execution&, std::int64_t requestID) {
+          self.approvals_.requestWithdrawn(requestID, key);
         });
   }
 }
@@ -156,12 +145,28 @@ void ClientStarter::startCompleted(const std::shared_ptr<AgentClient>& client,
     executions_.publishExecutionIfSelected(attempt.key);
     return attempt.afterReady();
   }
-  ports_.startFailed(attempt.provider);
   execution->endClient();
   const std::string& description = result.error().localizedDescription();
   failures_.fail(
       attempt.key, attempt.runID,
       {.description = description, .text = failures_.advice(description, attempt.provider)});
+  forgetLostSession(attempt, description);
+}
+
+// The failure was told. Were the session kept, each later prompt of the task would end like this
+// one.
+void ClientStarter::forgetLostSession(const Attempt& attempt, const std::string& description) {
+  const auto& isSessionLost = ports_.connector(attempt.provider).isSessionLost;
+  const ChatThread* thread = tree_.thread(attempt.key);
+  if (!isSessionLost || !thread || !thread->sessionID(attempt.provider)) return;
+  if (!isSessionLost(description)) return;
+  tree_.updateThread(
+      attempt.key, [&attempt](ChatThread& changed) { changed.forgetSessionID(attempt.provider); });
+  tree_.appendSystemEntry(
+      fmt::format("{} no longer has the session of this task. The next prompt begins a new one, "
+                  "which does not know what was said before.",
+                  shortLabel(attempt.provider)),
+      attempt.key);
 }
 
 void ClientStarter::watchdogFired(const std::shared_ptr<AgentClient>& client,

@@ -7,12 +7,11 @@
 #include <string>
 
 #include "engine/approvals.h"
-#include "engine/engine_ports.h"
 #include "engine/execution_table.h"
+#include "engine/model_catalog.h"
 #include "engine/session_intake.h"
 #include "engine/turn_failures.h"
 #include "engine/workspace_tree.h"
-#include "runtimes/provider_options.h"
 
 namespace vantrell {
 
@@ -22,17 +21,15 @@ void noteProvider(RunRecord& run, AgentProvider provider, const ChatThread& thre
 
 class ClientStarter : public std::enable_shared_from_this<ClientStarter> {
  public:
-  ClientStarter(MainQueue& main, Settings& settings, WorkspaceTree& tree,
-                ExecutionTable& executions, SessionIntake& intake, Approvals& approvals,
-                TurnFailures& failures, Changes& changes, const EnginePorts& ports);
+  ClientStarter(MainQueue& main, WorkspaceTree& tree, ExecutionTable& executions,
+                SessionIntake& intake, Approvals& approvals, TurnFailures& failures,
+                ProviderSetup& setup, ModelCatalog& catalog, UsageDesk& usage);
 
-  /// Makes and starts a client for the run; `afterReady` follows when its session is open. Every
-  /// failure ends the run with its text.
-  void startClient(AgentProvider provider, const ThreadExecutionKey& key, const Uuid& runID,
-                   std::function<void()> afterReady, int startupAttempt = 1);
-
-  /// The models and efforts that runtimes have reported in this process.
-  std::map<AgentProvider, std::vector<ProviderModelOption>> providerModelOptions;
+  /// Makes and starts a client for the run (absent: for no run); `afterReady` follows when its
+  /// session is open. Every failure ends the run with its text.
+  void startClient(AgentProvider provider, const ThreadExecutionKey& key,
+                   const std::optional<Uuid>& runID, std::function<void()> afterReady,
+                   int startupAttempt = 1);
 
   static constexpr std::chrono::seconds connectTimeout{30};
   static constexpr std::chrono::milliseconds pauseBeforeRetry{500};
@@ -41,30 +38,30 @@ class ClientStarter : public std::enable_shared_from_this<ClientStarter> {
   struct Attempt {
     AgentProvider provider;
     ThreadExecutionKey key;
-    Uuid runID;
+    std::optional<Uuid> runID;
     int number;
     std::function<void()> afterReady;
   };
   using StartResult = std::expected<AgentStartResult, AgentError>;
 
-  std::shared_ptr<AgentClient> makeClient(const Attempt& attempt, const std::string& path) const;
   void attach(const std::shared_ptr<AgentClient>& client, const Attempt& attempt);
   void setCallbacks(const std::shared_ptr<AgentClient>& client, const ThreadExecutionKey& key);
   void startCompleted(const std::shared_ptr<AgentClient>& client, const Attempt& attempt,
                       StartResult result);
+  void forgetLostSession(const Attempt& attempt, const std::string& description);
   void watchdogFired(const std::shared_ptr<AgentClient>& client, const Attempt& attempt);
   void terminated(AgentProvider provider, const std::string& text, const ThreadExecutionKey& key,
                   ThreadExecutionRuntime& execution);
 
   MainQueue& main_;
-  Settings& settings_;
   WorkspaceTree& tree_;
   ExecutionTable& executions_;
   SessionIntake& intake_;
   Approvals& approvals_;
   TurnFailures& failures_;
-  Changes& changes_;
-  const EnginePorts& ports_;
+  ProviderSetup& setup_;
+  ModelCatalog& catalog_;
+  UsageDesk& usage_;
 };
 
 }  // namespace vantrell

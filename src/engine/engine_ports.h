@@ -6,21 +6,20 @@
 
 #include <functional>
 #include <optional>
-#include <set>
+#include <stop_token>
 #include <string>
+#include <vector>
 
 #include "engine/runtime_desk.h"
+#include "engine/task_safety_means.h"
 #include "records/chat_thread.h"
+#include "records/git_workspace_snapshot.h"
+#include "records/project_context.h"
+#include "records/project_hook.h"
 #include "runtimes/agent_error.h"
 #include "runtimes/provider_connectors.h"
-#include "runtimes/provider_usage.h"
 
 namespace vantrell {
-
-enum class ProjectHookEvent { beforeTask, afterTask, taskFailed };
-constexpr auto rawTexts(ProjectHookEvent) {
-  return std::to_array<std::string_view>({"beforeTask", "afterTask", "taskFailed"});
-}
 
 struct EnginePorts {
   using Key = ThreadExecutionKey;
@@ -29,40 +28,44 @@ struct EnginePorts {
   // Providers.
 
   std::function<const ProviderConnector&(AgentProvider)> connector;
-  /// The provider of a turn, `attempted` left out; absent when none can take it.
-  std::function<std::optional<AgentProvider>(const std::set<AgentProvider>& attempted, const Key&)>
-      providerForNextTurn;
   /// What is known of the local model server, and whether a Tasklet webhook is stored.
   std::function<LocalRuntimeStatus()> localRuntimeStatus;
   std::function<bool()> isTaskletConfigured;
-  /// Why that provider runs, for the run record.
-  std::function<std::optional<std::string>(AgentProvider, const Key&)> routingReason;
-  /// The provider to hand a task on to after an exhausted allowance; absent when nothing is left.
-  std::function<std::optional<AgentProvider>(AgentProvider after,
-                                             const std::set<AgentProvider>& attempted, const Key&)>
-      nextAutomaticProvider;
+  /// Starts a detection of the local model server.
+  std::function<void()> refreshLocalRuntime;
+  /// Stores the webhook as a secret, or forgets it where the text is empty. Replies on the main
+  /// queue.
+  std::function<void(const std::string& text, std::function<void(bool isSaved)> reply)>
+      saveTaskletWebhook;
+  /// Whether the above is known for the provider, and the way to find it out: done on the main
+  /// queue, and known then.
+  std::function<bool(AgentProvider)> isSetupKnown;
+  std::function<void(AgentProvider, Done)> findOutSetup;
   /// What the repository looks like, for a hand-off; empty when there is nothing to say. Replies on
   /// the main queue.
   std::function<void(std::string workspacePath, std::function<void(std::string)> reply)>
       repositoryState;
-  std::function<void(ProviderUsage)> usageReported;
-  std::function<void(AgentProvider)> allowanceExhausted;
-  /// A client of this provider could not be made or started: a usage reset that waited for it ends.
-  std::function<void(AgentProvider)> startFailed;
-
   /// What the desk of the runtimes' programs works with.
   RuntimeMeans runtimes;
+  /// And that of checkpoints and worktrees.
+  TaskSafetyMeans taskSafety;
 
   // The project.
 
   std::function<void(const Key&, std::string label, WorkspaceCheckpointKind, Done)>
       captureCheckpoint;
-  std::function<void(ProjectHookEvent, const Key&, Done)> runProjectHooks;
-  /// The block that every provider is told about the project; empty when there is none.
-  std::function<std::string(const Key&)> projectContextPrompt;
-  std::function<void()> refreshGitSnapshot;
-  /// Loads what is known about the selected workspace's project.
-  std::function<void()> loadProjectContext;
+  /// Runs one hook in the folder. Replies on the main queue with what the conversation shows of it.
+  std::function<void(const ProjectHook&, const std::string& folder,
+                     std::function<void(std::string text)> reply)>
+      runProjectHook;
+  /// Reads the files of the project's folder that guide agents. Replies on the main queue.
+  std::function<void(std::string folder,
+                     std::function<void(std::vector<ProjectContextSource>)> reply)>
+      discoverContextSources;
+  /// Reads the Git picture of the folder. Replies on the main queue, unless it is stopped.
+  std::function<void(const std::string& folder, std::stop_token stop,
+                     std::function<void(GitWorkspaceSnapshot)> reply)>
+      gitSnapshot;
   /// Asks the user for a folder; the reply comes only when one was chosen.
   std::function<void(std::string_view title, std::string_view prompt,
                      std::function<void(const std::string& path)> reply)>
@@ -98,8 +101,6 @@ struct EnginePorts {
   std::function<void()> loadTaskletAndImagine;
   std::function<void()> loadOrchestration;
   std::function<void()> configureRemoteHost;
-  /// What there is to ask beside the runtimes' programs (a local server, the session controls).
-  std::function<void()> refreshRuntimes;
   std::function<void()> configureExternalSessionImport;
   std::function<void()> configureAutomationScheduler;
   std::function<void()> configureExecutionMonitor;

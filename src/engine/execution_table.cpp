@@ -41,6 +41,15 @@ void ExecutionTable::publishExecutionIfSelected(const ThreadExecutionKey& key) {
 
 void ExecutionTable::showError(std::string text) {
   mirror_.errorMessage = std::move(text);
+  announceMirror();
+}
+
+void ExecutionTable::announceMirror() {
+  changes_.announce({.kind = Change::Kind::executionPublished, .conversation = mirroredKey_});
+}
+
+void ExecutionTable::clearError() {
+  if (!std::exchange(mirror_.errorMessage, std::nullopt)) return;
   changes_.announce({.kind = Change::Kind::executionPublished, .conversation = mirroredKey_});
 }
 
@@ -54,7 +63,7 @@ void ExecutionTable::openImagineQuestion(PermissionRequest request) {
   imagineQuestion_ = std::make_shared<PermissionRequest>(std::move(request));
   if (mirror_.permissionOwner == PermissionOwner::imagine) mirror_.permissionRequest = nullptr;
   showImagineQuestionIfFree();
-  changes_.announce({.kind = Change::Kind::executionPublished, .conversation = mirroredKey_});
+  announceMirror();
 }
 
 void ExecutionTable::closeImagineQuestion() {
@@ -62,7 +71,7 @@ void ExecutionTable::closeImagineQuestion() {
   if (mirror_.permissionOwner != PermissionOwner::imagine) return;
   mirror_.permissionOwner = PermissionOwner::build;
   mirror_.permissionRequest = nullptr;
-  changes_.announce({.kind = Change::Kind::executionPublished, .conversation = mirroredKey_});
+  announceMirror();
 }
 
 void ExecutionTable::captureMirroredExecution() {
@@ -93,7 +102,12 @@ void ExecutionTable::resetConnection() {
 
 void ExecutionTable::remove(const ThreadExecutionKey& key) {
   const auto node = executions_.extract(key);
-  if (!node.empty()) node.mapped()->endClient();
+  if (!node.empty()) end(*node.mapped(), key);
+}
+
+void ExecutionTable::end(ThreadExecutionRuntime& runtime, const ThreadExecutionKey& key) {
+  runtime.endClient();
+  if (onEnded) onEnded(runtime, key);
 }
 
 void ExecutionTable::setReceiving(bool receiving) {
@@ -104,7 +118,7 @@ void ExecutionTable::setReceiving(bool receiving) {
 }
 
 void ExecutionTable::removeAll() {
-  for (auto& [key, runtime] : std::exchange(executions_, {})) runtime->endClient();
+  for (auto& [key, runtime] : std::exchange(executions_, {})) end(*runtime, key);
   publishExecution(selection_.key());
 }
 

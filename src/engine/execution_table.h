@@ -3,6 +3,7 @@
 // touches the mirror. Main queue.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <unordered_map>
@@ -35,6 +36,9 @@ class ExecutionTable {
   void publishExecutionIfSelected(const ThreadExecutionKey& key);
   /// Shows the user why something cannot be done.
   void showError(std::string text);
+  void clearError();
+  /// Says that what the interface shows of the selected conversation has changed.
+  void announceMirror();
   /// A question of the media generator: shown wherever the selected conversation has none of its
   /// own, until it is closed.
   void openImagineQuestion(PermissionRequest request);
@@ -54,6 +58,8 @@ class ExecutionTable {
   void remove(const ThreadExecutionKey& key);
   /// The same for every conversation, for the end of the program.
   void removeAll();
+  /// A conversation's client has been ended for good. Set once, by the owner of the transcripts.
+  std::function<void(ThreadExecutionRuntime&, const ThreadExecutionKey&)> onEnded;
   /// Holds back all that clients hand out, those that start later included, or lets it flow again:
   /// for an interface that cannot take more at the moment.
   void setReceiving(bool receiving);
@@ -71,6 +77,7 @@ class ExecutionTable {
   Changes& changes_;
   std::unordered_map<ThreadExecutionKey, std::unique_ptr<ThreadExecutionRuntime>, HashKey>
       executions_;
+  void end(ThreadExecutionRuntime& runtime, const ThreadExecutionKey& key);
   void showImagineQuestionIfFree();
 
   bool isReceiving_ = true;

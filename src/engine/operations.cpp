@@ -7,8 +7,15 @@
 namespace vantrell {
 
 Operations::Operations(MainQueue& main, WorkspaceTree& tree, Selection& selection,
-                       ExecutionTable& executions, const EnginePorts& ports)
-    : main_(main), tree_(tree), selection_(selection), executions_(executions), ports_(ports) {}
+                       ExecutionTable& executions, ProjectContextDesk& context, GitDesk& git,
+                       const EnginePorts& ports)
+    : main_(main),
+      tree_(tree),
+      selection_(selection),
+      executions_(executions),
+      context_(context),
+      git_(git),
+      ports_(ports) {}
 
 namespace {
 
@@ -48,8 +55,8 @@ void Operations::show(const Uuid& workspaceID, const Uuid& threadID,
                       std::optional<std::string> entryID) {
   visibleThread(workspaceID);  // the one to show may be an archived one
   executions_.selectExecution(workspaceID, threadID, std::move(entryID));
-  ports_.loadProjectContext();
-  ports_.refreshGitSnapshot();
+  context_.load();
+  git_.refreshGitSnapshot();
 }
 
 void Operations::showInItsSection(const ThreadExecutionKey& key,
@@ -131,10 +138,7 @@ void Operations::selectAdjacentRecentTask(int offset) {
 }
 
 std::optional<std::string> Operations::effectiveWorkspacePath() const {
-  if (const auto key = selection_.key()) return tree_.executionPath(*key);
-  const Workspace* workspace =
-      selection_.workspaceID() ? tree_.workspace(*selection_.workspaceID()) : nullptr;
-  return workspace ? std::optional(workspace->path) : std::nullopt;
+  return tree_.executionPath(selection_.workspaceID(), selection_.threadID());
 }
 
 // ---- projects -----------------------------------------------------------------------------------

@@ -13,6 +13,8 @@
 
 #include "engine/engine_ports.h"
 #include "engine/execution_table.h"
+#include "engine/git_desk.h"
+#include "engine/project_context_desk.h"
 #include "engine/run_activity.h"
 #include "engine/selection.h"
 #include "engine/workspace_tree.h"
@@ -28,7 +30,7 @@ struct RecentTaskReference {
 class Operations {
  public:
   Operations(MainQueue& main, WorkspaceTree& tree, Selection& selection, ExecutionTable& executions,
-             const EnginePorts& ports);
+             ProjectContextDesk& context, GitDesk& git, const EnginePorts& ports);
 
   // Selection.
 
@@ -109,6 +111,8 @@ class Operations {
   WorkspaceTree& tree_;
   Selection& selection_;
   ExecutionTable& executions_;
+  ProjectContextDesk& context_;
+  GitDesk& git_;
   const EnginePorts& ports_;
 };
 

@@ -18,11 +18,13 @@
 
 namespace vantrell {
 
+class BackgroundPool;
 class ProgramRunner;
 
 /// What the desk works with, from the composition root.
 struct RuntimeMeans {
   std::shared_ptr<ProgramRunner> runner;  // unset: programs are looked for, and none is started
+  BackgroundPool* pool = nullptr;         // for longer talks with a program; set with the runner
   std::shared_ptr<Desktop> desktop = Desktop::none();
   /// The path that the user has set for a provider's program.
   std::function<std::optional<std::string>(AgentProvider)> customExecutable =

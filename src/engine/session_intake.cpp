@@ -2,10 +2,24 @@
 
 #include <fmt/format.h>
 
+#include "engine/open_tools.h"
 #include "engine/prompt_assembly.h"
+#include "platform/text.h"
 #include "runtimes/provider_registry.h"
 
 namespace vantrell {
+
+namespace {
+
+/// Kimi Code 2 plays back, as the user's, reminders that it has given its model itself.
+bool isReminder(const JsonObject& update) {
+  const JsonObject* content = json::object(update, "content");
+  const std::string* words = content ? json::text(*content, "text") : nullptr;
+  const std::string_view trimmed = words ? text::trimmed(*words) : std::string_view();
+  return trimmed.starts_with("<system-reminder>") && trimmed.ends_with("</system-reminder>");
+}
+
+}  // namespace
 
 SessionIntake::SessionIntake(MainQueue& main, WorkspaceTree& tree, ExecutionTable& executions,
                              Changes& changes)
@@ -37,6 +51,7 @@ SessionIntake::Outcome SessionIntake::dispatch(std::string_view kind, const Json
   } else if (kind == "user_message_chunk") {
     // The user's own prompts are entered when they are sent; an echo of one is no sign of life.
     if (!execution.isReplaying) return Outcome::ignored;
+    if (isReminder(update)) return Outcome::handled;
     const std::string fallbackID = "replay-user-" + Uuid::random().text();
     if (upsertTextEntry(update, ChatEntryKind::user, fallbackID, key, execution)) {
       // A turn of the history begins: its answers without ids are no part of the last one's.
@@ -69,11 +84,16 @@ bool SessionIntake::upsertTextEntry(const JsonObject& update, ChatEntryKind kind
 }
 
 void SessionIntake::upsertToolEntry(const JsonObject& update, const ThreadExecutionKey& key,
-                                    const ThreadExecutionRuntime& execution) {
+                                    ThreadExecutionRuntime& execution) {
   const std::string* id = json::text(update, "toolCallId");
   if (!id) return;
   std::string title = json::textOr(update, "title", "Using a tool");
   std::string status = json::textOr(update, "status", "pending");
+  if (isOpenToolStatus(status)) {
+    execution.openTools.insert(*id);
+  } else {
+    execution.openTools.erase(*id);
+  }
   const Json* input = update.find("rawInput");
   const bool isShown = input && (input->asObject() || input->asArray());
   std::string detail = isShown ? json::writePrettySorted(*input) : std::string();
@@ -152,6 +172,7 @@ void SessionIntake::replayFailed(const ThreadExecutionKey& key) {
   ThreadExecutionRuntime* execution = executions_.find(key);
   if (!execution) return;
   execution->endReplay();
+  execution->openTools.clear();  // of what was played back and is gone again
   executions_.publishExecutionIfSelected(key);
 }
 
@@ -161,6 +182,7 @@ void SessionIntake::startSucceeded(const ThreadExecutionKey& key) {
   if (!execution || !execution->replay) return;
   if (!thread || thread->entries.empty()) return execution->endReplay();
 
+  endOpenTools(*execution, key, tree_);  // of turns that ended long ago
   const auto backup = execution->replay->backup();
   restoreUserWords(*backup, key);
   const auto turnStart =

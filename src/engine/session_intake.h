@@ -40,7 +40,7 @@ class SessionIntake {
   bool upsertTextEntry(const JsonObject& update, ChatEntryKind kind, const std::string& fallbackID,
                        const ThreadExecutionKey& key, const ThreadExecutionRuntime& execution);
   void upsertToolEntry(const JsonObject& update, const ThreadExecutionKey& key,
-                       const ThreadExecutionRuntime& execution);
+                       ThreadExecutionRuntime& execution);
   void rebuildPlan(const JsonObject& update, const ThreadExecutionKey& key,
                    ThreadExecutionRuntime& execution);
   void restoreUserWords(const Transcript& before, const ThreadExecutionKey& key);

@@ -87,6 +87,12 @@ bool Settings::lowerForPlan() {
   return true;
 }
 
+void Settings::recordRoutingMode(ProviderRoutingMode mode) {
+  routingMode_ = mode;
+  announce();
+  tellUnlessStored(defaults_.setText(routingModeKey, rawText(mode)));
+}
+
 void Settings::recordNoMeteredAPIs(bool value) {
   noMeteredAPIs_ = value;
   announce();

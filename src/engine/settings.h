@@ -42,6 +42,7 @@ class Settings {
   /// A plan never begins with full access: while planning is the kind of work, full access falls
   /// back to asking. Answers whether it did.
   bool lowerForPlan();
+  void recordRoutingMode(ProviderRoutingMode mode);
   void recordNoMeteredAPIs(bool value);
   void recordExternalSessionImport(bool value);
   /// Publishes and stores the nearest step.

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "engine/handoff_capsule.h"
+#include "engine/open_tools.h"
 #include "engine/prompt_assembly.h"
 #include "platform/text.h"
 #include "platform/weakly.h"
@@ -16,7 +17,9 @@ constexpr std::size_t checkpointLabelLength = 48;  // user-perceived characters 
 
 TaskDriver::TaskDriver(MainQueue& main, Settings& settings, WorkspaceTree& tree,
                        Selection& selection, ExecutionTable& executions, ClientStarter& starter,
-                       TurnFailures& failures, const EnginePorts& ports)
+                       TurnFailures& failures, UsageDesk& usage, Router& router,
+                       ProjectContextDesk& context, GitDesk& git, HookDesk& hooks,
+                       const EnginePorts& ports)
     : main_(main),
       settings_(settings),
       tree_(tree),
@@ -24,6 +27,11 @@ TaskDriver::TaskDriver(MainQueue& main, Settings& settings, WorkspaceTree& tree,
       executions_(executions),
       starter_(starter),
       failures_(failures),
+      usage_(usage),
+      router_(router),
+      context_(context),
+      git_(git),
+      hooks_(hooks),
       ports_(ports) {}
 
 bool TaskDriver::canSend() const {
@@ -98,12 +106,18 @@ void TaskDriver::beginTurn(const std::string& text, const std::vector<ChatAttach
     if (wasStopped(self)) return;
     const Uuid runID = self.tree_.beginRun(text, key);
     self.executions_.execution(key).activeRunID = runID;
-    std::string prompt = assemblePrompt(text, attachments, self.settings_.workflowMode(),
-                                        self.ports_.projectContextPrompt(key));
-    self.routePrompt({key, runID, std::move(prompt), {}, clientWasReady});
+    Turn turn{key, runID, {}, {}, clientWasReady};
+    self.context_.projectContextPrompt(
+        key, weakly(&self, [turn, text, attachments, mode = self.settings_.workflowMode()](
+                               TaskDriver& driver, const std::string& block) mutable {
+          // Reading the project's guidance may have taken a while.
+          if (!driver.isLive(turn)) return;
+          turn.originalPrompt = assemblePrompt(text, attachments, mode, block);
+          driver.routePrompt(std::move(turn));
+        }));
   });
   const auto runHooks = weakly(this, [key, startRun](TaskDriver& self) {
-    self.ports_.runProjectHooks(ProjectHookEvent::beforeTask, key, startRun);
+    self.hooks_.runProjectHooks(ProjectHookEvent::beforeTask, key, startRun);
   });
   ports_.captureCheckpoint(
       key, fmt::format("Before: {}", text::firstCharacters(text, checkpointLabelLength)),
@@ -112,16 +126,32 @@ void TaskDriver::beginTurn(const std::string& text, const std::vector<ChatAttach
 
 // ---- to a provider ------------------------------------------------------------------------------
 
-void TaskDriver::routePrompt(Turn turn) {
-  const auto provider = ports_.providerForNextTurn(turn.attempted, turn.key);
+/// Whether the run is still the one that the conversation is at: it may have been stopped, or have
+/// gone with its conversation, during a wait.
+bool TaskDriver::isLive(const Turn& turn) const {
+  const auto* execution = executions_.find(turn.key);
+  return tree_.thread(turn.key) && execution && execution->activeRunID == turn.runID;
+}
+
+void TaskDriver::routePrompt(const Turn& turn) {
+  router_.findOutForNextTurn(turn.attempted, turn.key, weakly(this, [turn](TaskDriver& self) {
+                               if (self.isLive(turn)) self.takeRoute(turn);
+                             }));
+}
+
+void TaskDriver::takeRoute(Turn turn) {
+  const auto provider = router_.providerForNextTurn(turn.attempted, turn.key);
   if (!provider) {
     const std::string text =
         "No allowed runtime is ready. Connect a subscription, start a local runtime, or configure "
         "Tasklet in Settings.";
     return failures_.fail(turn.key, turn.runID, {.description = text, .text = text});
   }
-  const auto reason = ports_.routingReason(*provider, turn.key);
-  tree_.updateRun(turn.runID, turn.key, [&](RunRecord& run) { run.routingReason = reason; });
+  const auto preview = router_.routingPreviewFor(turn.key);
+  const auto* candidate = preview.find(*provider);
+  tree_.updateRun(turn.runID, turn.key, [&](RunRecord& run) {
+    run.routingReason = candidate ? std::optional(candidate->reason) : std::nullopt;
+  });
   const ChatThread* thread = tree_.thread(turn.key);
   const auto last = thread ? thread->lastProvider : std::nullopt;
   if (turn.attempted.empty() && last && *last != *provider) {
@@ -148,13 +178,16 @@ void TaskDriver::buildCapsule(const Turn& turn, AgentProvider from, AgentProvide
   ports_.repositoryState(
       *path, weakly(this, [turn, from, to, path = *path, then = std::move(then)](
                               TaskDriver& self, const std::string& repositoryState) {
-        const ChatThread* thread = self.tree_.thread(turn.key);
-        const auto* execution = self.executions_.find(turn.key);
-        // Reading the repository takes a while: the turn may have been stopped meanwhile.
-        if (!thread || !execution || execution->activeRunID != turn.runID) return;
-        then(self, HandoffCapsule::build({from, to, turn.originalPrompt, thread->entries,
-                                          *execution->plan, path, repositoryState,
-                                          self.ports_.projectContextPrompt(turn.key)}));
+        self.context_.projectContextPrompt(
+            turn.key, weakly(&self, [turn, from, to, path, then, repositoryState](
+                                        TaskDriver& driver, const std::string& context) {
+              // Reading both takes a while: the turn may have been stopped meanwhile.
+              if (!driver.isLive(turn)) return;
+              then(driver,
+                   HandoffCapsule::build(
+                       {from, to, turn.originalPrompt, driver.tree_.thread(turn.key)->entries,
+                        *driver.executions_.find(turn.key)->plan, path, repositoryState, context}));
+            }));
       }));
 }
 
@@ -201,6 +234,7 @@ void TaskDriver::performSend(const std::string& prompt, const Turn& turn, AgentP
         if (!serving) return;
         --serving->unansweredPrompts;
         if (serving->activeRunID != turn.runID) {
+          if (serving->unansweredPrompts == 0) endOpenTools(*serving, turn.key, self.tree_);
           return self.executions_.publishExecutionIfSelected(turn.key);
         }
         if (result) {
@@ -227,23 +261,36 @@ void TaskDriver::turnCompleted(const Turn& turn, AgentProvider provider) {
     run.lastActivityAt = now;
     run.completedAt = now;
   });
-  if (selection_.key() == turn.key) ports_.refreshGitSnapshot();
+  if (selection_.key() == turn.key) git_.refreshGitSnapshot();
   executions_.publishExecutionIfSelected(turn.key);
   ports_.sendRemoteTaskEvent("completed", text, turn.key);
   main_.post(weakly(this, [key = turn.key](TaskDriver& self) {
-    self.ports_.runProjectHooks(ProjectHookEvent::afterTask, key, [] {});
+    self.hooks_.runProjectHooks(ProjectHookEvent::afterTask, key, [] {});
   }));
   ports_.runNextQueuedPrompt(turn.key);
 }
 
 void TaskDriver::turnFailed(const AgentError& error, const Turn& turn, AgentProvider provider) {
-  if (isUsageLimitFailure(error)) {
-    ports_.allowanceExhausted(provider);
-    const auto next = allowsAutomaticHandoff(settings_.routingMode())
-                          ? ports_.nextAutomaticProvider(provider, turn.attempted, turn.key)
-                          : std::nullopt;
-    if (next && tree_.workspace(turn.key.workspaceID)) return handOff(turn, provider, *next);
-  }
+  if (!isUsageLimitFailure(error)) return fail(error, turn, provider);
+  usage_.markExhausted(provider);
+  if (!router_.allowsAutomaticHandoff()) return fail(error, turn, provider);
+  const auto isDecided = std::make_shared<bool>(false);
+  router_.findOutForHandoff(provider, turn.attempted, turn.key,
+                            weakly(this, [error, turn, provider, isDecided](TaskDriver& self) {
+                              *isDecided = true;
+                              if (!self.isLive(turn)) return;
+                              const auto next = self.router_.nextAutomaticProvider(
+                                  provider, turn.attempted, turn.key);
+                              if (next) return self.handOff(turn, provider, *next);
+                              self.fail(error, turn, provider);
+                            }));
+  // A runtime that ends after its last word must not end the turn while somebody else is looked
+  // for.
+  const auto& client = executions_.execution(turn.key).client;
+  if (!*isDecided && client) client->onUnexpectedTermination = nullptr;
+}
+
+void TaskDriver::fail(const AgentError& error, const Turn& turn, AgentProvider provider) {
   if (error.isDisconnection()) executions_.execution(turn.key).runLostWithClient = turn.runID;
   const std::string& description = error.localizedDescription();
   failures_.fail(turn.key, turn.runID,
@@ -251,13 +298,15 @@ void TaskDriver::turnFailed(const AgentError& error, const Turn& turn, AgentProv
                   .text = failures_.advice(description, provider),
                   .entry = fmt::format("Error from {}: {}", shortLabel(provider), description)});
   main_.post(weakly(this, [key = turn.key](TaskDriver& self) {
-    self.ports_.runProjectHooks(ProjectHookEvent::taskFailed, key, [] {});
+    self.hooks_.runProjectHooks(ProjectHookEvent::taskFailed, key, [] {});
   }));
 }
 
 void TaskDriver::handOff(Turn turn, AgentProvider from, AgentProvider to) {
   // What the old client still says is no part of the turn any more.
-  executions_.execution(turn.key).endClient();
+  ThreadExecutionRuntime& execution = executions_.execution(turn.key);
+  execution.endClient();
+  endOpenTools(execution, turn.key, tree_);
   buildCapsule(turn, from, to, [turn, from, to](TaskDriver& self, std::string capsule) mutable {
     self.tree_.appendSystemEntry(
         fmt::format("{} allowance reached. Automatically handed this task to {}.", shortLabel(from),

@@ -10,8 +10,13 @@
 #include "engine/client_starter.h"
 #include "engine/engine_ports.h"
 #include "engine/execution_table.h"
+#include "engine/git_desk.h"
+#include "engine/hook_desk.h"
+#include "engine/project_context_desk.h"
+#include "engine/router.h"
 #include "engine/settings.h"
 #include "engine/turn_failures.h"
+#include "engine/usage_desk.h"
 #include "engine/workspace_tree.h"
 
 namespace vantrell {
@@ -20,7 +25,8 @@ class TaskDriver : public std::enable_shared_from_this<TaskDriver> {
  public:
   TaskDriver(MainQueue& main, Settings& settings, WorkspaceTree& tree, Selection& selection,
              ExecutionTable& executions, ClientStarter& starter, TurnFailures& failures,
-             const EnginePorts& ports);
+             UsageDesk& usage, Router& router, ProjectContextDesk& context, GitDesk& git,
+             HookDesk& hooks, const EnginePorts& ports);
 
   /// A workspace is selected and its conversation is not busy.
   bool canSend() const;
@@ -51,12 +57,15 @@ class TaskDriver : public std::enable_shared_from_this<TaskDriver> {
 
   void beginTurn(const std::string& text, const std::vector<ChatAttachment>& attachments,
                  const ThreadExecutionKey& key, bool clientWasReady, int stopCount);
-  void routePrompt(Turn turn);
+  bool isLive(const Turn& turn) const;
+  void routePrompt(const Turn& turn);
+  void takeRoute(Turn turn);
   void switchProvider(Turn turn, AgentProvider from, AgentProvider to);
   void deliver(std::string prompt, Turn turn, AgentProvider provider);
   void performSend(const std::string& prompt, const Turn& turn, AgentProvider provider);
   void turnCompleted(const Turn& turn, AgentProvider provider);
   void turnFailed(const AgentError& error, const Turn& turn, AgentProvider provider);
+  void fail(const AgentError& error, const Turn& turn, AgentProvider provider);
   void handOff(Turn turn, AgentProvider from, AgentProvider to);
   void buildCapsule(const Turn& turn, AgentProvider from, AgentProvider to,
                     std::function<void(TaskDriver&, std::string capsule)> then);
@@ -68,6 +77,11 @@ class TaskDriver : public std::enable_shared_from_this<TaskDriver> {
   ExecutionTable& executions_;
   ClientStarter& starter_;
   TurnFailures& failures_;
+  UsageDesk& usage_;
+  Router& router_;
+  ProjectContextDesk& context_;
+  GitDesk& git_;
+  HookDesk& hooks_;
   const EnginePorts& ports_;
 };
 

@@ -6,6 +6,7 @@ void ThreadExecutionRuntime::endClient() {
   connectTimer.cancel();
   const auto ended = std::exchange(client, nullptr);
   unansweredPrompts = 0;
+  if (isReplaying) openTools.clear();  // they go with the transcript that was being rebuilt
   endReplay();
   if (ended) ended->stop();
 }

@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -54,6 +55,8 @@ struct ThreadExecutionRuntime : ExecutionFace {
   /// Prompts that its client has not answered yet; a stopped turn's counts until the runtime ends
   /// it.
   int unansweredPrompts = 0;
+  /// Entries of tools that its client has told of and not ended.
+  std::set<std::string, std::less<>> openTools;
   /// How often the user has stopped a turn here: a turn that was begun before a stop ends at it.
   int stopCount = 0;
   /// The run that failed because its client went away: when the client tells how it ended, that is

@@ -1,6 +1,7 @@
 #include "engine/turn_failures.h"
 
 #include "engine/friendly_error.h"
+#include "engine/open_tools.h"
 #include "platform/dispatch.h"
 
 namespace vantrell {
@@ -15,6 +16,7 @@ void TurnFailures::fail(const ThreadExecutionKey& key, const std::optional<Uuid>
   ThreadExecutionRuntime& execution = executions_.execution(key);
   execution.connectionState = ConnectionState::failed(failure.description);
   execution.errorMessage = failure.text;
+  endOpenTools(execution, key, tree_);
   if (execution.activeRunID == runID) execution.activeRunID.reset();
   tree_.updateRun(runID, key, [&](RunRecord& run) {
     run.status = RunRecordStatus::failed;

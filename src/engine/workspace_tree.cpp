@@ -3,7 +3,6 @@
 #include <semaphore>
 
 #include "platform/dispatch.h"
-#include "platform/files.h"
 #include "records/workspace_store.h"
 
 namespace vantrell {
@@ -106,6 +105,20 @@ std::shared_ptr<void> WorkspaceTree::holdSaves() {
   return hold;
 }
 
+namespace {
+
+/// Only an entry that changes is touched: each that is touched is stored again.
+void endOpenTools(Transcript& entries) {
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    const ChatEntry& entry = std::as_const(entries)[i];
+    if (entry.kind == ChatEntryKind::tool && entry.status && isOpenToolStatus(*entry.status)) {
+      entries[i].status = "failed";
+    }
+  }
+}
+
+}  // namespace
+
 void WorkspaceTree::settleRunsLeftOpen() {
   const Date now = main_.now();
   bool anyWasOpen = false;
@@ -119,6 +132,7 @@ void WorkspaceTree::settleRunsLeftOpen() {
         run.updatedAt = now;
         run.completedAt = now;
         anyWasOpen = true;
+        endOpenTools(thread.entries);
       }
     }
   }
@@ -154,11 +168,14 @@ ChatThread* WorkspaceTree::find(const ThreadExecutionKey& key) {
 std::optional<std::string> WorkspaceTree::executionPath(const ThreadExecutionKey& key) const {
   const ChatThread* found = thread(key);
   if (!found) return std::nullopt;
-  if (found->workspaceMode == TaskWorkspaceMode::isolated && found->isolatedWorkspacePath &&
-      files::isFolder(*found->isolatedWorkspacePath)) {
-    return found->isolatedWorkspacePath;
-  }
-  return workspace(key.workspaceID)->path;
+  return vantrell::executionPath(*workspace(key.workspaceID), *found);
+}
+
+std::optional<std::string> WorkspaceTree::executionPath(const std::optional<Uuid>& workspaceID,
+                                                        const std::optional<Uuid>& threadID) const {
+  if (workspaceID && threadID) return executionPath({*workspaceID, *threadID});
+  const Workspace* found = workspaceID ? workspace(*workspaceID) : nullptr;
+  return found ? std::optional(found->path) : std::nullopt;
 }
 
 void WorkspaceTree::addWorkspace(Workspace workspace) {

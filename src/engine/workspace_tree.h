@@ -39,7 +39,8 @@ class WorkspaceTree {
   /// Waits until all that was saved is on the disk; false when some of it could not be written. For
   /// the end of the process: it blocks. What saves are held back for waits for its end.
   bool flush();
-  /// Marks every run that an earlier process left open as interrupted, and saves if there was one.
+  /// Marks every run that an earlier process left open as interrupted, the tools of its task that
+  /// were under way as failed, and saves if there was one.
   void settleRunsLeftOpen();
 
   const std::vector<Workspace>& workspaces() const { return workspaces_; }
@@ -48,6 +49,10 @@ class WorkspaceTree {
   /// Where the conversation's agent works: its own worktree when it has one, else the project
   /// folder. Absent when the conversation has gone.
   std::optional<std::string> executionPath(const ThreadExecutionKey& key) const;
+  /// The same for what may be selected: without a conversation the workspace's folder, without
+  /// either absent.
+  std::optional<std::string> executionPath(const std::optional<Uuid>& workspaceID,
+                                           const std::optional<Uuid>& threadID) const;
 
   // Structure.
 

@@ -46,7 +46,9 @@ class Date {
 /// "2026-11-22T21:08:00Z": UTC, whole seconds (the fraction is dropped), the form of the
 /// orchestration files. Years outside 1 to 9999 are clamped to them.
 std::string iso8601(Date date);
-/// Reads the above, also with a fraction of a second and with "+hh:mm" or "-hh:mm" in place of "Z".
+/// "Nov 22, 2026, 9:08 PM": in the user's language and time zone.
+std::string mediumDateAndTime(Date date);
+/// Reads iso8601(), also with a fraction of a second and with "+hh:mm" or "-hh:mm" in place of "Z".
 /// Absent for anything else, dates that no calendar has and leap seconds included.
 std::optional<Date> dateFromIso8601(std::string_view text);
 

@@ -124,7 +124,7 @@ bool writeAll(int descriptor, std::string_view content) {
   return true;
 }
 
-bool readAll(int descriptor, std::string& content) {
+bool readAll(int descriptor, std::string& content, std::size_t most) {
   constexpr std::size_t step = std::size_t{64} * 1024;
   struct stat info{};
   const bool hasSize = fstat(descriptor, &info) == 0 && S_ISREG(info.st_mode);
@@ -132,6 +132,11 @@ bool readAll(int descriptor, std::string& content) {
   std::size_t room = hasSize ? static_cast<std::size_t>(info.st_size) + 1 : step;
   while (true) {
     const std::size_t filled = content.size();
+    if (filled > most) {
+      errno = EFBIG;
+      return false;
+    }
+    if (most - filled < room) room = most - filled + 1;  // the one too many is seen
     content.resize(filled + room);
     const ssize_t count = ::read(descriptor, content.data() + filled, room);
     content.resize(filled + static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
@@ -156,7 +161,7 @@ bool isExecutable(const std::string& path) {
          access(path.c_str(), X_OK) == 0;
 }
 
-Result<std::string> read(const std::string& path) {
+Result<std::string> read(const std::string& path, std::size_t most) {
   // The open of a pipe would wait for its other end, and what is no file may never come to an end.
   const Descriptor descriptor(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   if (!descriptor && errno == ENXIO)
@@ -165,8 +170,9 @@ Result<std::string> read(const std::string& path) {
   if (!descriptor || fstat(descriptor.number(), &info) != 0) return failure("read", path);
   if (S_ISDIR(info.st_mode)) return failure("read", path, EISDIR);
   if (!S_ISREG(info.st_mode)) return notRegular(path);
+  if (static_cast<std::size_t>(info.st_size) > most) return failure("read", path, EFBIG);
   std::string content;
-  if (!readAll(descriptor.number(), content)) return failure("read", path);
+  if (!readAll(descriptor.number(), content, most)) return failure("read", path);
   return content;
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <expected>
+#include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -49,8 +50,9 @@ bool isFolder(const std::string& path);
 bool isExecutable(const std::string& path);
 
 /// The whole content of a regular file. Pipes, sockets and devices are refused: they could block
-/// for ever.
-Result<std::string> read(const std::string& path);
+/// for ever. A file of more than `most` bytes is refused as well, and not read.
+Result<std::string> read(const std::string& path,
+                         std::size_t most = std::numeric_limits<std::size_t>::max());
 /// Replaces the file in one step: readers see the old content or the new one, also after a power
 /// loss (the data and the folder are synced). The parent folder must exist. A symbolic link at
 /// `path` is followed, or replaced itself. An existing file keeps its mode when no mode is given; a

@@ -39,6 +39,7 @@ bool writeAll(int descriptor, std::string_view content);
 /// a failure.
 bool syncFolderOf(const std::string& path);
 /// Reads to the end and appends. False with errno.
-bool readAll(int descriptor, std::string& content);
+bool readAll(int descriptor, std::string& content,
+             std::size_t most = std::numeric_limits<std::size_t>::max());
 
 }  // namespace vantrell::files

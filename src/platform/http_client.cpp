@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "platform/dynamic_library.h"
+#include "platform/files.h"
 #include "platform/http_exchange.h"
 #include "platform/text.h"
 #include "platform/timer_table.h"
@@ -53,6 +54,13 @@ std::string hostsWithoutProxy() {
   return "localhost,127.0.0.0/8,::1";
 }
 
+/// Certificates of a network's own authority, as other programs take them too.
+std::string authoritiesOfTheEnvironment() {
+  const char* path = ::getenv("SSL_CERT_FILE");
+  if (!path || *path == '\0') return {};
+  return files::read(path).value_or("");
+}
+
 /// What libcurl would send as it stands must not be able to add a line to the head.
 bool isOneLine(std::string_view text) {
   return text.find_first_of(std::string_view("\r\n\0", 3)) == std::string_view::npos;
@@ -90,7 +98,9 @@ const std::string* HttpResponse::header(std::string_view name) const {
 struct HttpClient::Impl : std::enable_shared_from_this<Impl> {
   Impl(MainQueue& queue, Options options)
       : main(queue),
-        settings{std::move(options.extraAuthorities), hostsWithoutProxy()},
+        settings{options.extraAuthorities.empty() ? authoritiesOfTheEnvironment()
+                                                  : std::move(options.extraAuthorities),
+                 hostsWithoutProxy()},
         libraryName(std::move(options.library)),
         timers(uptime, [](Duration) {}) {}
   ~Impl() {

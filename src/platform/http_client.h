@@ -93,7 +93,8 @@ class HttpClient {
   using Completion = std::move_only_function<void(std::expected<HttpResponse, HttpError>)>;
 
   struct Options {
-    /// Certificates (PEM) that are trusted beside the system's.
+    /// Certificates (PEM) that are trusted beside the system's; where it is empty, those of the
+    /// file that the environment names in SSL_CERT_FILE, if it does.
     std::string extraAuthorities;
     /// Loaded at the first request, since linked it would take longer than the rest of a start.
     std::string library = "libcurl.so.4";

@@ -34,9 +34,15 @@ JsonObject& JsonObject::operator=(const JsonObject&) = default;
 JsonObject& JsonObject::operator=(JsonObject&&) noexcept = default;
 JsonObject::~JsonObject() = default;
 
-JsonObject::JsonObject(std::initializer_list<JsonMember> members) {
+JsonObject::JsonObject(std::initializer_list<JsonGiven> members) {
   members_.reserve(members.size());
-  for (const JsonMember& member : members) set(member.key, member.value);
+  for (const JsonGiven& member : members) {
+    if (Json* present = find(member.key)) {
+      *present = std::move(member.value);
+    } else {
+      members_.emplace_back(std::move(member.key), std::move(member.value));
+    }
+  }
 }
 
 const Json* JsonObject::find(std::string_view key) const {

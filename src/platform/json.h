@@ -20,13 +20,14 @@ namespace vantrell {
 
 class Json;
 struct JsonMember;
+struct JsonGiven;
 
 /// A dictionary that keeps insertion order. Keys are unique: setting or reading one twice keeps the
 /// last value at the first place. Look-ups scan, which is fastest for the sizes that occur.
 class JsonObject {
  public:
   JsonObject();
-  JsonObject(std::initializer_list<JsonMember> members);
+  JsonObject(std::initializer_list<JsonGiven> members);
   JsonObject(const JsonObject&);
   JsonObject(JsonObject&&) noexcept;
   JsonObject& operator=(const JsonObject&);
@@ -92,6 +93,12 @@ class Json {
 struct JsonMember {
   std::string key;
   Json value;
+};
+/// A member in the braces of an object that is being made. It is moved out of there: what such a
+/// list holds is constant otherwise, and every level of a message would be copied once more.
+struct JsonGiven {
+  mutable std::string key;
+  mutable Json value;
 };
 
 namespace json {

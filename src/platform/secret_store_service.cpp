@@ -58,7 +58,7 @@ const Library& library() {
 /// for the process's shared connection to the session bus, which ends the process when the bus goes
 /// away and cannot be had anew.
 GType serviceType() {
-  constexpr auto construct = [](GType type, guint count, GObjectConstructParam* properties) {
+  static constexpr auto construct = [](GType type, guint count, GObjectConstructParam* properties) {
     const Library& lib = library();
     auto* parent = static_cast<GObjectClass*>(lib.g_type_class_peek(lib.secret_service_get_type()));
     GObject* object = parent->constructor(type, count, properties);

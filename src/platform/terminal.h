@@ -25,6 +25,10 @@ void ignoreBrokenPipes();
 /// One line without its end; absent at the end of the input. Reads no byte behind it. Blocks.
 std::optional<std::string> readLine(int descriptor);
 
+/// The same from a terminal, for a secret: nothing of it is shown. Backspace and Ctrl-U correct;
+/// Ctrl-C and Ctrl-D give it up. The terminal is as before when this returns. Blocks.
+std::optional<std::string> readHiddenLine(int descriptor);
+
 /// All that standard input holds, up to its end. Blocks.
 std::string readStandardInput();
 

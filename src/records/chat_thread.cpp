@@ -65,6 +65,11 @@ void ChatThread::setSessionID(std::string session, AgentProvider provider) {
   lastProvider = provider;
 }
 
+void ChatThread::forgetSessionID(AgentProvider provider) {
+  if (provider == AgentProvider::grok) sessionId.reset();
+  if (providerSessionIDs) providerSessionIDs->erase(std::string(rawText(provider)));
+}
+
 std::optional<std::string> ChatThread::modelID(AgentProvider provider) const {
   return lookUp(providerModelIDs, provider);
 }
@@ -153,6 +158,13 @@ const ChatThread* Workspace::thread(const Uuid& threadID) const {
 ChatThread* Workspace::thread(const Uuid& threadID) {
   const auto found = std::ranges::find(threads, threadID, &ChatThread::id);
   return found == threads.end() ? nullptr : &*found;
+}
+
+std::string executionPath(const Workspace& workspace, const ChatThread& thread) {
+  const bool isApart = thread.workspaceMode == TaskWorkspaceMode::isolated &&
+                       thread.isolatedWorkspacePath &&
+                       files::isFolder(*thread.isolatedWorkspacePath);
+  return isApart ? *thread.isolatedWorkspacePath : workspace.path;
 }
 
 void makeIDsUnique(std::vector<Workspace>& workspaces) {

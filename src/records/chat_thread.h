@@ -60,6 +60,8 @@ struct ChatThread {
   std::optional<std::string> sessionID(AgentProvider provider) const;
   /// Also makes the provider `lastProvider`. Leaves `updatedAt` alone.
   void setSessionID(std::string session, AgentProvider provider);
+  /// The provider's next start begins a new session. It stays `lastProvider`.
+  void forgetSessionID(AgentProvider provider);
 
   std::optional<std::string> modelID(AgentProvider provider) const;
   std::optional<std::string> effort(AgentProvider provider) const;
@@ -99,6 +101,10 @@ struct Workspace {
 
   bool operator==(const Workspace&) const = default;
 };
+
+/// Where the conversation's agent works: its own worktree when it has one, else the project folder.
+/// Looks at the disk.
+std::string executionPath(const Workspace& workspace, const ChatThread& thread);
 
 /// Gives what bears an id a second time a new one: rows and live state are found by id.
 void makeIDsUnique(std::vector<Workspace>& workspaces);

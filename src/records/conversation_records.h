@@ -36,6 +36,11 @@ constexpr auto rawTexts(ChatEntryKind) {
   return std::to_array<std::string_view>({"user", "assistant", "thought", "tool", "system"});
 }
 
+/// Whether a tool's entry with this status waits for more to come.
+constexpr bool isOpenToolStatus(std::string_view status) {
+  return status == "pending" || status == "in_progress";
+}
+
 /// One element of a transcript.
 struct ChatEntry {
   /// Unique within the thread: a runtime's message or tool-call id, or a fresh UUID's text.

@@ -2,6 +2,7 @@
 // work it is asked for.
 #pragma once
 
+#include "records/agent_provider.h"
 #include "records/raw_text.h"
 
 namespace vantrell {
@@ -41,6 +42,22 @@ constexpr auto rawTexts(ProviderRoutingMode) {
 /// Whether an exhausted allowance may hand the task on by itself.
 constexpr bool allowsAutomaticHandoff(ProviderRoutingMode mode) {
   return mode == ProviderRoutingMode::automatic || mode == ProviderRoutingMode::localFirst;
+}
+
+/// The provider that the route prefers; on a fixed one the only one.
+constexpr AgentProvider firstChoice(ProviderRoutingMode mode) {
+  switch (mode) {
+    case ProviderRoutingMode::automatic:
+    case ProviderRoutingMode::grok: break;
+    case ProviderRoutingMode::codex: return AgentProvider::codex;
+    case ProviderRoutingMode::kimi: return AgentProvider::kimi;
+    case ProviderRoutingMode::glm: return AgentProvider::glm;
+    case ProviderRoutingMode::claude: return AgentProvider::claude;
+    case ProviderRoutingMode::localFirst:
+    case ProviderRoutingMode::local: return AgentProvider::local;
+    case ProviderRoutingMode::tasklet: return AgentProvider::tasklet;
+  }
+  return AgentProvider::grok;
 }
 
 }  // namespace vantrell

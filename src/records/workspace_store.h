@@ -31,6 +31,7 @@ class WorkspaceStore {
   WorkspaceStore(const WorkspaceStore&) = delete;
   WorkspaceStore& operator=(const WorkspaceStore&) = delete;
 
+  const std::string& supportFolder() const { return supportFolder_; }
   /// Working folder of the General workspace.
   const std::string& generalWorkspacePath() const { return generalPath_; }
 

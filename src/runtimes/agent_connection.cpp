@@ -2,7 +2,29 @@
 
 #include <fmt/format.h>
 
+#include "platform/files.h"
+
 namespace vantrell {
+
+namespace {
+
+/// Some runtimes colour what they write to standard error (Codex does), terminal or not. The codes
+/// are noise wherever the text is shown.
+std::string withoutColors(const std::string& text) {
+  std::string plain;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (text.compare(at, 2, "\x1b[") != 0) {
+      plain += text[at];
+      continue;
+    }
+    // The parameters end with a letter or one of a few signs.
+    at += 2;
+    while (at < text.size() && (text[at] < '@' || text[at] > '~')) ++at;
+  }
+  return plain;
+}
+
+}  // namespace
 
 AgentConnection::AgentConnection(SerialQueue queue, std::shared_ptr<Mailbox> mailbox,
                                  AgentEvents events)
@@ -10,7 +32,8 @@ AgentConnection::AgentConnection(SerialQueue queue, std::shared_ptr<Mailbox> mai
 
 AgentConnection::~AgentConnection() = default;
 
-std::optional<ProcessError> AgentConnection::launch(ProcessOptions options) {
+std::optional<AgentError> AgentConnection::launch(ProcessOptions options, AgentError missing) {
+  if (!files::isExecutable(options.executable)) return missing;
   // The process may outlive this object by the moment that its end takes.
   const auto weak = weak_from_this();
   JsonLineProcess::Handlers handlers;
@@ -28,13 +51,20 @@ std::optional<ProcessError> AgentConnection::launch(ProcessOptions options) {
     if (self && self->events_.log) self->events_.log(std::move(text));
   };
   handlers.onWriteError = [weak](std::string description) {
-    if (const auto self = weak.lock()) self->failPending(AgentError(std::move(description)));
+    if (const auto self = weak.lock())
+      self->failPending(self->systemFailure(std::move(description)));
   };
   handlers.onEnd = [weak](ExitStatus status, std::string errorText) {
     if (const auto self = weak.lock()) self->ended(status, std::move(errorText));
   };
+  const std::string folder = options.workingFolder;
   auto process = JsonLineProcess::start(std::move(options), queue_, mailbox_, std::move(handlers));
-  if (!process) return std::move(process.error());
+  if (!process) {
+    auto& [step, number, description] = process.error();
+    // Without its name the folder's error reads as if the program were missing.
+    return systemFailure(step == ProcessError::Step::enterFolder ? folder + ": " + description
+                                                                 : std::move(description));
+  }
   process_ = std::move(*process);
   return std::nullopt;
 }
@@ -69,23 +99,43 @@ void AgentConnection::questionEnded(std::int64_t id) {
   if (wasShown && !questions_.empty()) deliverFirstQuestion();
 }
 
+void AgentConnection::questionWithdrawn(std::int64_t id) {
+  const bool wasShown = !questions_.empty() && questions_.front().request.id == id;
+  if (wasShown && events_.permissionWithdrawn) {
+    handOutUpdates();
+    events_.permissionWithdrawn(id);
+  }
+  questionEnded(id);
+}
+
 void AgentConnection::deliverFirstQuestion() {
   handOutUpdates();
   const Question& first = questions_.front();
   if (events_.permissionRequest) events_.permissionRequest(first.request, first.bytes);
 }
 
-void AgentConnection::endProcess(JsonLineProcess::Ending ending) {
+void AgentConnection::stop() {
+  const auto ending =
+      isAtWork() ? JsonLineProcess::Ending::prompt : JsonLineProcess::Ending::gentle;
+  state_ = State::ended;
+  allQuestionsEnded();
+  release();
   if (process_) process_->stop(ending);
   process_.reset();
+  failPending(disconnected(runtimeName() + " stopped."));
 }
 
-std::string AgentConnection::textOfEnd(std::string_view runtimeName, ExitStatus status,
-                                       std::string errorText) {
-  if (!errorText.empty()) return errorText;
+void AgentConnection::ended(ExitStatus status, std::string errorText) {
+  state_ = State::ended;
+  allQuestionsEnded();
+  release();
   // One number for both kinds of end, a signal's number being the status of what it killed.
-  return fmt::format("{} exited with status {}.", runtimeName,
-                     status.signal != 0 ? status.signal : status.status);
+  std::string text = !errorText.empty()
+                         ? std::move(errorText)
+                         : fmt::format("{} exited with status {}.", runtimeName(),
+                                       status.signal != 0 ? status.signal : status.status);
+  failPending(disconnected(text));
+  if (events_.unexpectedTermination) events_.unexpectedTermination(std::move(text));
 }
 
 }  // namespace vantrell

@@ -26,6 +26,7 @@ struct AgentEvents {
   /// In the order in which they came, as many as one read brought.
   std::function<void(std::vector<JsonObject> updates, std::size_t bytes)> sessionUpdates;
   std::function<void(PermissionRequest, std::size_t bytes)> permissionRequest;
+  std::function<void(std::int64_t requestID)> permissionWithdrawn;
   std::function<void(std::string text)> log;
   std::function<void()> replayStarted;
   std::function<void()> replayFailed;
@@ -45,7 +46,7 @@ class AgentConnection : public std::enable_shared_from_this<AgentConnection> {
   virtual void sendPrompt(std::string prompt, AgentClient::PromptCompletion completion) = 0;
   virtual void cancel() = 0;
   virtual void respondToPermission(std::int64_t requestID, std::string optionID) = 0;
-  virtual void stop() = 0;
+  void stop();
 
   /// One message of the runtime; `bytes` is its length on the wire.
   virtual void handle(JsonObject message, std::size_t bytes) = 0;
@@ -60,30 +61,42 @@ class AgentConnection : public std::enable_shared_from_this<AgentConnection> {
   /// The events deliver to the mailbox.
   AgentConnection(SerialQueue queue, std::shared_ptr<Mailbox> mailbox, AgentEvents events);
 
-  std::optional<ProcessError> launch(ProcessOptions options);
+  /// Starts the runtime; absent when it runs. `missing` is told of a program that is not there.
+  std::optional<AgentError> launch(ProcessOptions options, AgentError missing);
   void send(const JsonObject& message);
   void gatherUpdate(JsonObject update, std::size_t bytes);
   /// One question at a time reaches the user; those behind it wait, so that none is lost behind
   /// another. Hands out the updates that came before it.
   void ask(PermissionRequest request, std::size_t bytes);
-  /// The question with this id has its answer or is withdrawn: the next one may be asked.
+  /// The question with this id has its answer: the next one may be asked.
   void questionEnded(std::int64_t id);
+  /// The runtime no longer waits for the answer. The user is told if it was shown.
+  void questionWithdrawn(std::int64_t id);
   void allQuestionsEnded() { questions_.clear(); }
-  /// No more events of the process. A second call does nothing.
-  void endProcess(JsonLineProcess::Ending ending);
 
+  // What a dialect has to say about the end of its runtime, and to do.
+
+  virtual std::string runtimeName() const = 0;
+  /// There is work in hand that must not go on behind a stop().
+  virtual bool isAtWork() const = 0;
+  /// Lets go of what the runtime has open here: questions to answer, terminals. Nothing can reach
+  /// it.
+  virtual void release() = 0;
   /// The runtime no longer takes input, or is gone: whatever waits for an answer gets this one.
   virtual void failPending(const AgentError& error) = 0;
-  /// The process has ended by itself.
-  virtual void ended(ExitStatus status, std::string errorText) = 0;
-  /// What to tell the user of such an end: the runtime's own words, else its status.
-  static std::string textOfEnd(std::string_view runtimeName, ExitStatus status,
-                               std::string errorText);
+  /// The error of what waits when the runtime goes. `text` says how it went.
+  virtual AgentError disconnected(const std::string& text) const = 0;
+  /// A failure that is known by the system's words alone.
+  virtual AgentError systemFailure(std::string text) const { return AgentError(std::move(text)); }
 
+  enum class State { unused, open, ended };
+  State state_ = State::unused;  // open from the handshake on, ended by stop() or the process
   const SerialQueue queue_;
   const AgentEvents events_;
 
  private:
+  void ended(ExitStatus status, std::string errorText);
+
   const std::shared_ptr<Mailbox> mailbox_;
   std::unique_ptr<JsonLineProcess> process_;
   std::vector<JsonObject> updates_;  // gathered, not handed out yet

@@ -31,9 +31,18 @@ class AgentError {
     return error;
   }
 
+  /// The way to the runtime failed: no word of the text is the runtime's, whatever names of servers
+  /// stand in it.
+  static AgentError transport(std::string description) {
+    AgentError error(std::move(description));
+    error.isOfTransport_ = true;
+    return error;
+  }
+
   /// The sentence for people.
   const std::string& localizedDescription() const { return description_; }
   const std::optional<AgentRuntimeError>& runtimeError() const { return runtimeError_; }
+  bool isOfTransport() const { return isOfTransport_; }
   bool isDisconnection() const {
     return isDisconnection_ ||
            (runtimeError_ && runtimeError_->kind == AgentRuntimeError::Kind::disconnected);
@@ -43,6 +52,7 @@ class AgentError {
   std::string description_;
   std::optional<AgentRuntimeError> runtimeError_;
   bool isDisconnection_ = false;
+  bool isOfTransport_ = false;
 };
 
 /// Whether the provider says that its allowance is used up: the one failure that hands a task on to

@@ -30,6 +30,7 @@ struct JsonLineProcess::State {
   TailBuffer errorText{keptErrorText};
   std::string errorTail;  // of a character cut in two
   std::optional<std::string> writeError;
+  bool wasGivenUp = false;  // for a reason that `writeError` says
   bool isStopped = false;
 
   void consume(std::string_view bytes) {
@@ -68,12 +69,14 @@ std::expected<std::unique_ptr<JsonLineProcess>, ProcessError> JsonLineProcess::s
   events.onOutput = [state](std::string_view bytes) { state->consume(bytes); };
   events.onError = [state](std::string_view bytes) { state->consumeError(bytes); };
   events.onWriteError = [state](ProcessError error) {
+    if (state->writeError) return;
     state->writeError = error.description;
     if (state->handlers.onWriteError) state->handlers.onWriteError(std::move(error.description));
   };
   events.onExit = [state](ExitStatus status) {
     const Mailbox::Hold together(*state->mailbox);
-    const std::string words = state->errorText.contents();
+    std::string words = state->errorText.contents();
+    if (state->wasGivenUp) words += "\n" + *state->writeError;
     if (state->handlers.onEnd) state->handlers.onEnd(status, std::string(text::trimmed(words)));
   };
 
@@ -99,6 +102,11 @@ JsonLineProcess::~JsonLineProcess() {
 }
 
 void JsonLineProcess::send(const JsonObject& message) {
+  if (!state_->writeError && process_->unsentBytes() > unreadLimit) {
+    state_->writeError = "The runtime no longer reads what it is sent, and was ended.";
+    state_->wasGivenUp = true;
+    process_->terminate();
+  }
   if (state_->writeError && !state_->isStopped) {
     if (state_->handlers.onWriteError) state_->handlers.onWriteError(*state_->writeError);
     return;

@@ -43,7 +43,8 @@ class JsonLineProcess {
       Handlers handlers);
   ~JsonLineProcess();
 
-  /// Writes the object and a line feed.
+  /// Writes the object and a line feed. A runtime that lets more than `unreadLimit` wait does not
+  /// read its input: that counts as a write error, and it is ended.
   void send(const JsonObject& message);
   enum class Ending {
     prompt,  // at once: it has work in hand that must not go on
@@ -55,6 +56,10 @@ class JsonLineProcess {
   /// How long a gentle end waits before it becomes a prompt one. Kimi Code takes a quarter of a
   /// second to store the last answer of a turn; terminated before, it has lost it.
   static constexpr std::chrono::milliseconds patience{2000};
+
+  /// A prompt with its attachments, or the files that a runtime asks for at once, stay far below.
+  /// One message may be larger: what counts is what waits in front of it.
+  static constexpr std::size_t unreadLimit = 64 << 20;
 
   /// How much standard error is kept for the message of an unexpected end.
   static constexpr std::size_t keptErrorText = 1 << 20;

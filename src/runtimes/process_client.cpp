@@ -48,6 +48,11 @@ void ProcessClient::connect(
         },
         bytes);
   };
+  events.permissionWithdrawn = [tell](std::int64_t requestID) {
+    tell([requestID](ProcessClient& client) {
+      if (client.onPermissionWithdrawn) client.onPermissionWithdrawn(requestID);
+    });
+  };
   events.log = [tell](std::string text) {
     const std::size_t bytes = text.size();
     tell(

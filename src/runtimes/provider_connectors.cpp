@@ -2,7 +2,9 @@
 
 #include "runtimes/acp/acp_client.h"
 #include "runtimes/claude/claude_code_client.h"
+#include "runtimes/claude/claude_messages.h"
 #include "runtimes/codex/codex_app_server_client.h"
+#include "runtimes/found_programs.h"
 #include "runtimes/grok_arguments.h"
 #include "runtimes/local/local_runtime_service.h"
 #include "runtimes/locators.h"
@@ -22,6 +24,14 @@ using Means = std::shared_ptr<const ConnectorMeans>;
 
 std::optional<std::string> executable(const ConnectorMeans& means, AgentProvider provider) {
   return findRuntime(provider, means.customExecutable(provider));
+}
+
+/// The runtime's own choice goes by that id in every list; no runtime knows it as a model or
+/// effort.
+Context withoutDefaultIds(Context context) {
+  if (context.selectedModel == "default") context.selectedModel.reset();
+  if (context.selectedEffort == "default") context.selectedEffort.reset();
+  return context;
 }
 
 // ---- clients: each is given the program that was found -----------------------------------------
@@ -169,21 +179,25 @@ constexpr ProgramRow programRows[] = {
     {AgentProvider::local, hasLocalServer, makeLocal, localModels},
 };
 
-ProviderConnector programConnector(const ProgramRow& row, const Means& means) {
+ProviderConnector programConnector(const ProgramRow& row, const Means& means,
+                                   const std::shared_ptr<FoundPrograms>& found) {
   return {
       .provider = row.provider,
       .setupHint = std::string(ProviderRegistry::setupHint(row.provider)),
       .isAvailable =
-          [row, means](const Context& context) {
-            return row.isReady(*means, context) && executable(*means, row.provider).has_value();
+          [row, means, found](const Context& context) {
+            return row.isReady(*means, context) &&
+                   found->has(row.provider, means->customExecutable(row.provider));
           },
       .makeClient =
           [row, means](const Context& context) {
             const auto program = executable(*means, row.provider);
-            return program ? row.make(*means, context, *program) : Client();
+            return program ? row.make(*means, withoutDefaultIds(context), *program) : Client();
           },
       .modelOptions = [row, means](const Context& context) { return row.models(*means, context); },
-      .advice = {}};
+      .advice = {},
+      .isSessionLost = row.provider == AgentProvider::claude ? claude::isSessionLost : nullptr,
+      .billingMode = {}};
 }
 
 ProviderConnector taskletConnector(const Means& means) {
@@ -197,14 +211,21 @@ ProviderConnector taskletConnector(const Means& means) {
         return TaskletClient::make(*url, context.workspaceName, means->main, means->http);
       },
       .modelOptions = [means](const Context& context) { return taskletModels(*means, context); },
-      .advice = {}};
+      .advice = {},
+      .billingMode = {}};
 }
 
 }  // namespace
 
+bool ProviderConnector::isMetered() const {
+  return billingMode.value_or(ProviderRegistry::descriptor(provider).billingMode) ==
+         ProviderBillingMode::meteredAPI;
+}
+
 ProviderConnectorRegistry::ProviderConnectorRegistry(ConnectorMeans given) {
   const auto means = std::make_shared<const ConnectorMeans>(std::move(given));
-  for (const auto& row : programRows) replace(programConnector(row, means));
+  const auto found = std::make_shared<FoundPrograms>(means->main);
+  for (const auto& row : programRows) replace(programConnector(row, means, found));
   replace(taskletConnector(means));
 }
 

@@ -14,6 +14,7 @@
 #include "records/task_modes.h"
 #include "runtimes/local/local_runtime.h"
 #include "runtimes/provider_options.h"
+#include "runtimes/provider_registry.h"
 
 namespace vantrell {
 
@@ -42,6 +43,13 @@ struct ProviderConnector {
   std::function<std::vector<ProviderModelOption>(const ProviderConnectorContext&)> modelOptions;
   /// What to tell the user for a failure's words; unset: the provider's usual advice.
   std::function<std::string(const std::string& description)> advice;
+  /// Whether a failed start says that the runtime no longer has the session; unset: it would have
+  /// begun a new one by itself.
+  std::function<bool(std::string_view description)> isSessionLost{};
+  /// Who pays for a turn; absent: what the provider's descriptor says.
+  std::optional<ProviderBillingMode> billingMode{};
+
+  bool isMetered() const;
 };
 
 /// What connectors work with. All references must outlive the registry and the clients.

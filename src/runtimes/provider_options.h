@@ -1,6 +1,7 @@
 // What the session controls offer for a provider: its models and the efforts of each.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,5 +32,19 @@ struct ProviderModelOption {
 
   bool operator==(const ProviderModelOption&) const = default;
 };
+
+bool offers(const std::vector<ProviderModelOption>& models, std::string_view id);
+bool offers(const std::vector<ProviderEffortOption>& efforts, std::string_view id);
+
+// What a conversation's choice means among the options; an absent choice is "default".
+
+/// The efforts of the chosen model, of "default" where that is not offered; never empty.
+std::vector<ProviderEffortOption> effortsOf(const std::vector<ProviderModelOption>& models,
+                                            const std::optional<std::string>& modelID);
+/// The choice itself where it is not offered.
+std::string labelOf(const std::vector<ProviderModelOption>& models,
+                    const std::optional<std::string>& id);
+std::string labelOf(const std::vector<ProviderEffortOption>& efforts,
+                    const std::optional<std::string>& id);
 
 }  // namespace vantrell

@@ -130,4 +130,18 @@ std::string_view ProviderRegistry::setupHint(AgentProvider provider) {
   return rows()[static_cast<std::size_t>(provider)].setupHint;
 }
 
+std::vector<AgentProvider> ProviderRegistry::routingOrder(ProviderRoutingMode mode,
+                                                          std::optional<AgentProvider> active) {
+  if (!allowsAutomaticHandoff(mode)) return {firstChoice(mode)};
+  std::vector<AgentProvider> order;
+  for (const auto& each : all()) {
+    if (each.category == ProviderCategory::subscription) order.push_back(each.id);
+  }
+  order.insert(mode == ProviderRoutingMode::localFirst ? order.begin() : order.end(),
+               AgentProvider::local);
+  const auto place = active ? std::ranges::find(order, *active) : order.end();
+  if (place != order.end()) std::rotate(order.begin(), place, place + 1);
+  return order;
+}
+
 }  // namespace vantrell

@@ -3,14 +3,17 @@
 #pragma once
 
 #include <expected>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/json.h"
 #include "records/agent_provider.h"
 #include "records/json_policy.h"
 #include "records/raw_text.h"
+#include "records/task_modes.h"
 
 namespace vantrell {
 
@@ -70,6 +73,10 @@ std::span<const ProviderDescriptor> all();
 const ProviderDescriptor& descriptor(AgentProvider provider);
 /// What to do when no client can be made.
 std::string_view setupHint(AgentProvider provider);
+/// Who is asked for a turn, in this order. On an automatic route the active provider comes first;
+/// Tasklet stands in none, so that only a choice reaches it. A fixed route has one provider.
+std::vector<AgentProvider> routingOrder(ProviderRoutingMode mode,
+                                        std::optional<AgentProvider> active);
 }  // namespace ProviderRegistry
 
 }  // namespace vantrell

@@ -19,6 +19,14 @@ struct ProviderUsage {
   bool exhausted = false;                      // the provider has said that nothing is left
   std::optional<std::int64_t> manualResetCredits;
   std::optional<std::string> manualResetCreditID;
+
+  /// This, with the manual reset credits of `earlier` where it does not tell any: a runtime names
+  /// them in some of its reports only.
+  ProviderUsage mergingMissingValues(const ProviderUsage& earlier) const;
+  /// "42% used", or what else is known in two words.
+  std::string compactLabel() const;
+
+  bool operator==(const ProviderUsage&) const = default;
 };
 
 }  // namespace vantrell

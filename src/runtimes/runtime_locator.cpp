@@ -1,5 +1,6 @@
 #include "runtimes/runtime_locator.h"
 
+#include <cstdlib>
 #include <set>
 #include <vector>
 
@@ -141,7 +142,9 @@ std::optional<std::string> findExecutable(AgentProvider provider,
 
 std::optional<std::string> findRuntime(AgentProvider provider,
                                        std::optional<std::string_view> customPath) {
-  return findExecutable(provider, customPath, currentEnvironment(), loginShell::keptFolders());
+  Environment searched;  // nothing but PATH counts; all of it would be copied for each search
+  if (const char* path = std::getenv("PATH")) searched.emplace("PATH", path);
+  return findExecutable(provider, customPath, searched, loginShell::keptFolders());
 }
 
 Environment runtimeEnvironment(AgentProvider provider, Environment base,

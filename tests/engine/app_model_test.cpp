@@ -26,6 +26,12 @@ TEST_F(AppModelStart, RunsLeftOpenAreInterrupted) {
     const Uuid id = model->tree.beginRun("p", key);
     model->tree.updateRun(id, key, [&](RunRecord& each) { each.status = status; });
   }
+  ChatEntry tool;
+  tool.id = "tool";
+  tool.kind = ChatEntryKind::tool;
+  tool.status = "in_progress";
+  model->tree.appendEntry(tool, key);
+  model->tree.save();
   model.reset();
   main.advance(std::chrono::hours(1));
   model = std::make_unique<AppModel>(main, *defaults, store, ports);
@@ -37,7 +43,9 @@ TEST_F(AppModelStart, RunsLeftOpenAreInterrupted) {
     EXPECT_EQ(runs[i].completedAt, main.now());
   }
   EXPECT_EQ(runs[3].status, RunRecordStatus::completed);
-  EXPECT_EQ(saved()[1].threads[0].runs[0].status, RunRecordStatus::interrupted);
+  const auto stored = saved()[1].threads[0];
+  EXPECT_EQ(stored.runs[0].status, RunRecordStatus::interrupted);
+  EXPECT_EQ(stored.entries.back().status, "failed") << "nothing is under way any more";
 }
 
 TEST_F(AppModelStart, SelectionAndSettingsComeBack) {

@@ -36,6 +36,19 @@ TEST_F(Approvals, QuestionWaitsForTheUserAndTheAnswerGoesBack) {
   EXPECT_EQ(client().answers.size(), 1u) << "one question, one answer";
 }
 
+TEST_F(Approvals, WithdrawnQuestionGoesAndTheRunGoesOn) {
+  start();
+  work("Go");
+  ask(usual);
+  model->approvals.requestWithdrawn(3, key);
+  EXPECT_NE(model->executions.mirror().permissionRequest, nullptr) << "that was another one";
+  model->approvals.requestWithdrawn(4, key);
+  EXPECT_EQ(model->executions.mirror().permissionRequest, nullptr);
+  EXPECT_EQ(run().status, RunRecordStatus::running);
+  EXPECT_EQ(run().statusMessage, "Kimi is working");
+  EXPECT_TRUE(client().answers.empty());
+}
+
 TEST_F(Approvals, UnlistedOptionIsPassedOn) {
   start();
   work("Go");

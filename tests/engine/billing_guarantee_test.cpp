@@ -3,6 +3,7 @@
 // write down what they see.
 #include <set>
 
+#include "engine/model_discovery.h"
 #include "platform/http_client.h"
 #include "platform/text.h"
 #include "platform/user_defaults.h"
@@ -129,10 +130,13 @@ TEST_F(BillingGuarantee, HoldsForQuestionsToTheProgram) {
     awaitAnswers();
     expectKept(provider, provider == codex || provider == claude ? 2 : 1);
   }
-  bool isAnswered = false;
-  GrokLocator::availableModels(*runner_, custom_[grok], [&](const auto&) { isAnswered = true; });
-  EXPECT_TRUE(main_.runUntil([&] { return isAnswered; }));
-  expectKept(grok, 1);
+  for (const auto provider : {grok, codex}) {
+    bool isAnswered = false;
+    EXPECT_TRUE(discoverModels(provider, main_, means_, home_.path(),
+                               [&](const auto&) { isAnswered = true; }));
+    EXPECT_TRUE(main_.runUntil([&] { return isAnswered; }));
+    expectKept(provider, 1);
+  }
 }
 
 TEST_F(BillingGuarantee, HoldsForLogInsInTheBackground) {

@@ -206,10 +206,8 @@ TEST_F(Operations, ActivitySelectsItsTask) {
 
 TEST_F(Operations, WhatBelongsToTheProjectIsLoadedForTheOneThatIsSelected) {
   std::vector<std::string> loaded;
-  ports.loadProjectContext = [&] {
-    if (model && model->selection.workspaceID()) {
-      loaded.push_back(model->tree.workspace(*model->selection.workspaceID())->name);
-    }
+  ports.discoverContextSources = [&](const std::string& path, const auto&) {
+    loaded.push_back(files::lastComponent(path));
   };
   start();
   addTask();
@@ -217,7 +215,8 @@ TEST_F(Operations, WhatBelongsToTheProjectIsLoadedForTheOneThatIsSelected) {
   operations().selectThread(key.threadID, key.workspaceID);
   operations().selectThread(key.threadID, key.workspaceID);
   operations().removeWorkspace(key.workspaceID);
-  EXPECT_THAT(loaded, ElementsAre("project", "General", "project", "General"));
+  EXPECT_THAT(loaded,
+              ElementsAre("General Chats", "project", "General Chats", "project", "General Chats"));
 }
 
 TEST_F(Operations, RecentTasksAreWalkedRoundTheEnds) {

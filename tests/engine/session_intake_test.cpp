@@ -77,6 +77,48 @@ TEST_F(SessionIntake, ToolUpdatesChangeOneEntry) {
   EXPECT_EQ(last().text, "{\n  \"a\": {},\n  \"z\": 1\n}") << "input shown once stays shown";
 }
 
+TEST_F(SessionIntake, NoToolStaysOpenBehindTheEndOfItsTurnOrItsRuntime) {
+  using Run = std::function<void()>;
+  const std::pair<const char*, Run> ends[] = {
+      {"the runtime ends a stopped turn",
+       [&] { model->driver->stopWorking(), client().finishes(); }},
+      {"the turn fails", [&] { client().fails(AgentError("no")); }},
+      {"the runtime dies", [&] { client().onUnexpectedTermination("gone"); }},
+      {"the connection is reset", [&] { model->executions.resetConnection(); }},
+      {"the program ends", [&] { model->endAllWork(); }},
+  };
+  start();
+  for (const auto& [name, end] : ends) {
+    work("Go");
+    for (const char* status : {"pending", "in_progress", "completed"}) {
+      auto update = tool(std::string(name) + status);
+      update.set("status", status);
+      client().updates(update);
+    }
+    end();
+    const auto& entries = thread().entries;
+    const auto statusOf = [&](const char* id) {
+      return entries.find(name + std::string(id))->status;
+    };
+    EXPECT_EQ(statusOf("pending"), "failed") << name;
+    EXPECT_EQ(statusOf("in_progress"), "failed") << name;
+    EXPECT_EQ(statusOf("completed"), "completed") << name;
+    model->executions.resetConnection();
+  }
+}
+
+TEST_F(SessionIntake, ToolOfTheBackgroundOutlivesItsTurn) {
+  start();
+  work("Go");
+  auto task = tool("t1");
+  task.set("status", "in_progress");
+  client().updates(task);
+  client().finishes();
+  EXPECT_EQ(last().status, "in_progress");
+  client().onUnexpectedTermination("gone");
+  EXPECT_EQ(last().status, "failed");
+}
+
 TEST_F(SessionIntake, PlanIsReplacedWholeAndFilledWithDefaults) {
   start();
   work("Go");
@@ -157,6 +199,17 @@ TEST_F(Replay, RebuildsTheTranscriptAndKeepsTheTurnAtItsEnd) {
   client().says("Answer two", "a2");
   client().finishes();
   EXPECT_THAT(texts(), ElementsAre("One", "Answer one", "Two", "Answer two"));
+}
+
+TEST_F(Replay, LeavesOutWhatTheUserNeverSaidAndEndsOldTools) {
+  resume();
+  client().chunk("user_message_chunk", "One", "u1");
+  client().chunk("user_message_chunk", "<system-reminder>\nIt is Monday.\n</system-reminder>",
+                 "u2");
+  client().updates(tool("t1"));
+  client().opens("session", true);
+  EXPECT_THAT(texts(), ElementsAre("One", "", "Two"));
+  EXPECT_EQ(thread().entries[1].status, "failed");
 }
 
 TEST_F(Replay, AnswersWithoutIdsStayWithTheirTurns) {

@@ -6,12 +6,22 @@
 namespace vantrell::tests {
 namespace {
 
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-class TaskDriver : public EngineFixture {};
+class TaskDriver : public EngineFixture {
+ public:
+  /// One for each event.
+  void addHooks() {
+    for (const auto event : {ProjectHookEvent::beforeTask, ProjectHookEvent::afterTask,
+                             ProjectHookEvent::taskFailed}) {
+      model->hooks->addProjectHook(event, "hook");
+    }
+  }
+};
 
 constexpr std::string_view requestHeading = "USER REQUEST:\n";
 
@@ -59,30 +69,29 @@ TEST_F(TaskDriver, StepsOfATurnKeepTheirOrder) {
     step(label);
     done();
   };
-  ports.runProjectHooks = [&](ProjectHookEvent event, const auto&, const auto& done) {
-    step(std::string(rawText(event)));
-    done();
+  ports.runProjectHook = [&](const ProjectHook& hook, const auto&, const auto& reply) {
+    step(std::string(rawText(hook.event)));
+    reply("");
   };
-  ports.projectContextPrompt = [&](const auto&) {
-    step("context");
-    return "PROJECT";
-  };
-  ports.refreshGitSnapshot = [&] { step("git"); };
+  ports.gitSnapshot = [&](const auto&, const auto&, const auto&) { step("git"); };
   ports.sendRemoteTaskEvent = [&](std::string_view kind, auto, const auto&) {
     step(std::string(kind));
   };
   ports.runNextQueuedPrompt = [&](const auto&) { step("queue"); };
   start();
+  model->context->setProjectInstructions("Keep to it.");
+  addHooks();
   steps.clear();
   const std::string prompt = "0123456789012345678901234567890123456789abcdefghij";
   work(prompt);
-  EXPECT_THAT(client().prompts[0], StartsWith("PROJECT\n\nRESPONSE STYLE"));
+  EXPECT_THAT(
+      client().prompts[0],
+      StartsWith("VANTRELL PROJECT CONTEXT\nPROJECT INSTRUCTIONS\nKeep to it.\n\nRESPONSE STYLE"));
   client().finishes();
   main.runReady();
-  EXPECT_THAT(
-      steps,
-      ElementsAre("notifications", "Before: 0123456789012345678901234567890123456789abcdefgh",
-                  "beforeTask", "context", "git", "completed", "queue", "afterTask"));
+  EXPECT_THAT(steps, ElementsAre("notifications",
+                                 "Before: 0123456789012345678901234567890123456789abcdefgh",
+                                 "beforeTask", "git", "completed", "queue", "afterTask"));
 }
 
 TEST_F(TaskDriver, WhiteSpaceAloneIsNoPromptWhateverItsAttachments) {
@@ -251,11 +260,12 @@ TEST_F(TaskDriver, FailureIsToldAndTheQueueWaits) {
   int advances = 0;
   ports.runNextQueuedPrompt = [&](const auto&) { ++advances; };
   std::vector<ProjectHookEvent> hooks;
-  ports.runProjectHooks = [&](ProjectHookEvent event, const auto&, const auto& done) {
-    hooks.push_back(event);
-    done();
+  ports.runProjectHook = [&](const ProjectHook& hook, const auto&, const auto& reply) {
+    hooks.push_back(hook.event);
+    reply("Hook completed.");
   };
   start();
+  addHooks();
   work("One");
   send("Two");
   client().fails(AgentError("Login required: unauthorized"));
@@ -266,7 +276,9 @@ TEST_F(TaskDriver, FailureIsToldAndTheQueueWaits) {
   EXPECT_EQ(state(), ConnectionState::failed("Login required: unauthorized"));
   EXPECT_EQ(execution().errorMessage, advice);
   EXPECT_EQ(run().statusMessage, advice);
-  EXPECT_EQ(texts().back(), "Error from Kimi: Login required: unauthorized");
+  EXPECT_THAT(texts(),
+              ElementsAre("One", "Hook completed.", "Error from Kimi: Login required: unauthorized",
+                          "Hook completed."));
   EXPECT_EQ(events.back().kind, "needs_attention");
   EXPECT_EQ(events.back().message, advice);
   EXPECT_THAT(hooks, ElementsAre(ProjectHookEvent::beforeTask, ProjectHookEvent::taskFailed));
@@ -327,9 +339,7 @@ TEST_F(TaskDriver, KeptClientThatDiesBeforeItIsUsedIsReplaced) {
 TEST_F(TaskDriver, HandOffSurvivesTheEndOfTheExhaustedClient) {
   std::function<void(std::string)> repositoryRead;
   ports.repositoryState = [&](const std::string&, const auto& reply) { repositoryRead = reply; };
-  ports.nextAutomaticProvider = [](auto, const auto&, const auto&) {
-    return std::optional(AgentProvider::glm);
-  };
+  others = {AgentProvider::glm};
   start();
   work("Go");
   const auto kimi = clients.back();
@@ -356,6 +366,27 @@ TEST_F(TaskDriver, StartFailureDropsTheClientAndKeepsTheSession) {
   EXPECT_EQ(run().statusMessage, "quota exceeded");
   EXPECT_EQ(thread().sessionID(AgentProvider::kimi), "session");
   EXPECT_EQ(clients.size(), 2u) << "a limit at the start hands nothing on";
+}
+
+TEST_F(TaskDriver, SessionThatTheRuntimeHasLostIsToldAndForgotten) {
+  connectors[AgentProvider::kimi].isSessionLost = [](std::string_view words) {
+    return words == "no such session";
+  };
+  start();
+  work("One");
+  client().finishes();
+  for (const char* words : {"no network", "no such session"}) {
+    client().onUnexpectedTermination("gone");
+    send("Next");
+    EXPECT_EQ(client().existingSession, "session") << words;
+    client().failsToOpen(words);
+    EXPECT_EQ(run().statusMessage, words);
+    send("Once more");
+  }
+  EXPECT_EQ(client().existingSession, std::nullopt);
+  EXPECT_THAT(texts(),
+              Contains("Kimi no longer has the session of this task. The next prompt begins "
+                       "a new one, which does not know what was said before."));
 }
 
 TEST_F(TaskDriver, NoClientShowsTheSetupHintWithoutARemoteEvent) {
@@ -403,12 +434,7 @@ TEST_F(TaskDriver, ChangeOfProviderSendsACapsuleOnce) {
 }
 
 TEST_F(TaskDriver, ExhaustedAllowanceHandsTheRunOn) {
-  std::vector<AgentProvider> exhausted;
-  ports.allowanceExhausted = [&](AgentProvider each) { exhausted.push_back(each); };
-  ports.nextAutomaticProvider = [](AgentProvider, const auto& attempted, const auto&) {
-    return attempted.contains(AgentProvider::glm) ? std::nullopt
-                                                  : std::optional(AgentProvider::glm);
-  };
+  others = {AgentProvider::glm};
   start();
   work("Go");
   const Uuid runID = run().id;
@@ -425,7 +451,9 @@ TEST_F(TaskDriver, ExhaustedAllowanceHandsTheRunOn) {
 
   client().fails(AgentError("quota exceeded"));
   EXPECT_EQ(run().status, RunRecordStatus::failed) << "nothing is left to hand on to";
-  EXPECT_THAT(exhausted, ElementsAre(AgentProvider::kimi, AgentProvider::glm));
+  for (const auto each : {AgentProvider::kimi, AgentProvider::glm}) {
+    EXPECT_TRUE(model->usage.isExhausted(each));
+  }
 }
 
 TEST_F(TaskDriver, EngineThatGoesWhileATurnStartsBeginsNothing) {

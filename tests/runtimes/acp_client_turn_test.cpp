@@ -9,7 +9,6 @@ namespace {
 using tests::ACPAgentScript;
 using ACPClientTurn = tests::ACPClientTest;
 
-const std::string disconnected = "turn failed: The model runtime disconnected.";
 const std::string twoOptions =
     R"([{"optionId":"y","name":"Yes"},{"optionId":"n","name":"No","kind":"reject_once"}])";
 
@@ -162,6 +161,8 @@ TEST_F(ACPClientTurn, CancelTellsTheRuntimeAndWithdrawsOpenQuestions) {
            .expectLine(R"({"jsonrpc":"2.0","method":"session/cancel","params":{"sessionId":"s1"}})")
            .expectLine(R"({"jsonrpc":"2.0","id":80)" + withdrawn)
            .expectLine(R"({"jsonrpc":"2.0","id":81)" + withdrawn)
+           .request(82, "session/request_permission", question("crossed the stop"))
+           .expectLine(R"({"jsonrpc":"2.0","id":82)" + withdrawn)
            .line(R"(send {"id":3,"result":{"stopReason":"cancelled"}})")
            .expectLine(R"({"jsonrpc":"2.0","method":"session/cancel","params":{"sessionId":"s1"}})")
            .say("cancelled again")
@@ -173,22 +174,6 @@ TEST_F(ACPClientTurn, CancelTellsTheRuntimeAndWithdrawsOpenQuestions) {
   client_->respondToPermission(80, "y");
   client_->cancel();
   await("says cancelled again");
-}
-
-TEST_F(ACPClientTurn, CancelBeforeASessionSaysNothing) {
-  make(ACPAgentScript().openSession().line("hang"));
-  listen();
-  client_->cancel();
-  start();
-  client_->cancel();
-  expectNotes({"started s1"});
-}
-
-TEST_F(ACPClientTurn, PromptBeforeASessionFails) {
-  make(ACPAgentScript().line("hang"));
-  listen();
-  prompt();
-  expectNotes({disconnected});
 }
 
 TEST_F(ACPClientTurn, FullAccessOfOpenCodeIsGivenHere) {
@@ -247,30 +232,66 @@ TEST_F(ACPClientTurn, HostServicesAnswerOverThePipes) {
   expectNotes({"says served"});
 }
 
-TEST_F(ACPClientTurn, ClientWithoutCallbacksRunsATurnToItsEnd) {
+// ---- the end ------------------------------------------------------------------------------------
+
+TEST_F(ACPClientTurn, StopInAReplayFailsTheStart) {
   make(ACPAgentScript()
-           .openSession()
-           .expectPrompt()
+           .expect("initialize")
+           .result(R"({"agentCapabilities":{"loadSession":true}})")
+           .expect("session/load")
            .say("x")
-           .line("error words")
-           .request(1, "session/request_permission", question("A"))
-           .endTurn()
-           .line("exit 1"));
-  start();
-  await("started s1");
-  prompt();
-  await(R"(turn ended {"stopReason":"end_turn"})");
-  client_->start({}, nullptr);
-  client_->sendPrompt("x", nullptr);
-  main_.runReady();
+           .line("hang"));
+  listen();
+  start("old");
+  await("says x");
+  client_->stop();
+  await("not started: The model runtime disconnected.");
 }
 
-TEST_F(ACPClientTurn, LostClientDeliversNothingButItsCompletions) {
-  open(ACPAgentScript().openSession().expectPrompt().say("x").line("hang"));
+TEST_F(ACPClientTurn, NothingOfARuntimeIsLeftBehind) {
+  open(ACPAgentScript()
+           .openSession()
+           .request(1, "terminal/create",
+                    R"({"command":"sh","args":["-c","sleep 1000 & sleep 1000"]})")
+           .expect("terminalId")
+           .say("${pid}")
+           .line("hang")
+           .line("hang"));
+  awaitCount(1);
+  const pid_t agent = std::stoi(notes_[0].substr(5));
+  EXPECT_EQ(kill(agent, 0), 0);
+  client_->stop();
+  EXPECT_TRUE(Process::waitForAll(std::chrono::seconds(20)));
+  EXPECT_NE(kill(agent, 0), 0);
+}
+
+TEST_F(ACPClientTurn, TerminalsOfADeadRuntimeEnd) {
+  open(ACPAgentScript()
+           .openSession()
+           .request(1, "terminal/create", R"({"command":"sleep","args":["1000"]})")
+           .expect("terminalId")
+           .line("exit 1"));
+  await("terminated: Grok exited with status 1.");
+  EXPECT_TRUE(Process::waitForAll(std::chrono::seconds(20)));
+}
+
+TEST_F(ACPClientTurn, ErrorTextIsLoggedAsItComesAndBytesThatAreNoTextAreNot) {
+  open(ACPAgentScript()
+           .openSession()
+           .line(R"(error caf\xC3)")
+           .say("half")
+           .expectPrompt()
+           .line(R"(error \xA9 )")
+           .expectPrompt()
+           .line(R"(error \xFF\xFE)")
+           .line("exit 1"));
+  await("says half");
   prompt();
-  await("says x");
-  client_.reset();
-  expectNotes({"says x", disconnected});
+  // Standard error is another pipe than that of the messages, and is waited for by itself.
+  EXPECT_TRUE(main_.runUntil([this] { return log_ == "caf\xC3\xA9 "; })) << log_;
+  prompt();
+  await("terminated: caf\xC3\xA9");
+  EXPECT_EQ(log_, "caf\xC3\xA9 ");
 }
 
 }  // namespace

@@ -27,6 +27,7 @@ TEST(AgentError, UsageLimitIsToldByTheWordsOfAnUnclassifiedError) {
   for (const auto& [text, expected] : cases) {
     EXPECT_EQ(isUsageLimitFailure(AgentError(text)), expected) << text;
     EXPECT_EQ(isUsageLimitFailure(ACPClientError::invalidResponse(text)), expected) << text;
+    EXPECT_FALSE(isUsageLimitFailure(AgentError::transport(text))) << "the name of a server";
   }
 }
 

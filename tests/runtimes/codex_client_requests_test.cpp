@@ -142,11 +142,11 @@ TEST_F(CodexClientRequests, AllowanceIsPushedAndAskedFor) {
   EXPECT_EQ(usages_[1].primaryUsedPercent, 15);
   EXPECT_EQ(usages_[1].planType, "plus");
   EXPECT_EQ(usages_[1].manualResetCredits, 1);
-  client_->refreshUsage();
+  codex().refreshUsage();
   awaitCount(3);
   EXPECT_TRUE(usages_[2].exhausted);
-  client_->refreshUsage();
-  expectNotes({"usage", "usage", "usage", "says m end"});
+  codex().refreshUsage();
+  expectNotes({"usage", "usage", "usage exhausted", "says m end"});
 }
 
 TEST_F(CodexClientRequests, ResetOfTheAllowance) {
@@ -181,7 +181,7 @@ TEST_F(CodexClientRequests, ResetOfTheAllowance) {
 TEST_F(CodexClientRequests, NothingIsAskedOfARuntimeThatHasNotStarted) {
   make(CodexAgentScript().openThread().hang());
   listen();
-  client_->refreshUsage();
+  codex().refreshUsage();
   client_->respondToPermission(1, "codex-allow-once");
   consumeReset();
   expectNotes({"reset disconnected Codex disconnected."});

@@ -125,45 +125,13 @@ TEST_F(CodexClientStart, FailuresAndTheirWords) {
   }
 }
 
-TEST_F(CodexClientStart, ProgramThatCannotBeStarted) {
-  struct Case {
-    std::string executable;
-    std::string workspacePath;
-    std::string expected;
-  };
-  const std::string project = configuration_.workspacePath;
-  const std::string script = folder_.file("no-format",
-                                          "\x7f"
-                                          "ELF");
-  std::filesystem::permissions(script, std::filesystem::perms::owner_all);
-  const Case cases[] = {
-      {"/nowhere/codex", project, "The Codex executable is not installed."},
-      {folder_.file("plain", "x"), project, "The Codex executable is not installed."},
-      {project, project, "The Codex executable is not installed."},
-      {script, project, "Exec format error"},
-      {configuration_.executable, "/nowhere", "/nowhere: No such file or directory"},
-  };
-  for (const auto& [executable, workspacePath, expected] : cases) {
-    notes_.clear();
-    make({});
-    configuration_.executable = executable;
-    configuration_.workspacePath = workspacePath;
-    client_ = CodexAppServerClient::make(configuration_, main_, pool_);
-    configuration_.workspacePath = project;
-    listen();
-    start();
-    expectNotes({"not started: protocolError " + expected});
-  }
-}
-
 TEST_F(CodexClientStart, EnvironmentIsTheGivenOneAndNothingElse) {
   tests::Environment environment;
   environment.set("OPENAI_API_KEY", "key");
   configuration_.processEnvironment = {{"ONLY", "this one"}};
   // It takes the first request: an end before that is another failure.
   configuration_.executable =
-      folder_.file("env", "#!/bin/sh\nread -r request\n/usr/bin/env >&2\necho \"$@\" >&2\n");
-  std::filesystem::permissions(configuration_.executable, std::filesystem::perms::owner_all);
+      program("env", "read -r request\n/usr/bin/env >&2\necho \"$@\" >&2\n");
   client_ = CodexAppServerClient::make(configuration_, main_, pool_);
   listen();
   start();

@@ -167,5 +167,26 @@ TEST_F(CodexDiscoveryRun, SilenceEndsAfterEightSeconds) {
   EXPECT_EQ(told(results_.back().models), ownChoice + " default\n");
 }
 
+TEST_F(CodexDiscoveryRun, ResetIsToldInTheRuntimesWordOrAsAFailure) {
+  const std::pair<std::string, std::string> cases[] = {
+      {R"(send {"id":2,"result":{"outcome":"noCredit"}})", "noCredit"},
+      {R"(send {"id":2,"result":{}})", "nothingToReset"},
+      {R"(send {"id":2,"error":{"message":"not now"}})", "failed: not now"},
+      {"exit 1", "failed: Codex did not say what came of it."},
+  };
+  for (const auto& [line, expected] : cases) {
+    CodexAgentScript script;
+    script.expect("initialize").result("{}").expect("initialized");
+    script.expect(R"("id":2,"method":"account/rateLimitResetCredit/consume")").line(line).hang();
+    folder_.file("project/app-server", script.text());
+    std::string told;
+    CodexDiscovery::consumeUsageReset(place_, main_, pool_, [&](const auto& outcome) {
+      told = outcome ? *outcome : "failed: " + outcome.error().localizedDescription();
+    });
+    ASSERT_TRUE(main_.runUntil([&] { return !told.empty(); }));
+    EXPECT_EQ(told, expected);
+  }
+}
+
 }  // namespace
 }  // namespace vantrell

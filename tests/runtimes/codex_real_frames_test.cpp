@@ -141,7 +141,7 @@ TEST_F(CodexRealFrames, AllowanceUsedUpInATurn) {
   open(script);
   prompt();
   expectNotes(
-      {"usage", "usage",
+      {"usage", "usage exhausted",
        "turn failed: usageLimit You’ve hit your usage limit. Upgrade to Pro or try again at "
        "1:41 AM."});
   EXPECT_FALSE(usages_[0].exhausted);

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/manual_main_queue.h"
-#include "support/acp_agent_script.h"
+#include "support/agent_script.h"
 #include "support/temporary_folder.h"
 
 namespace vantrell {
@@ -40,7 +40,7 @@ class JsonLineProcessTest : public testing::Test {
   std::unique_ptr<JsonLineProcess> start(const std::string& script,
                                          JsonLineProcess::Handlers handlers) {
     ProcessOptions options;
-    options.executable = tests::ACPAgentScript::program();
+    options.executable = tests::AgentScriptText::program();
     options.arguments = {folder_.file("script", script)};
     auto process =
         JsonLineProcess::start(std::move(options), queue_, mailbox_, std::move(handlers));

@@ -215,6 +215,7 @@ TEST_F(TaskletClientTest, ReportsThatTheHookIsOutOfReach) {
     ASSERT_FALSE(result);
     EXPECT_THAT(result.error().localizedDescription(), HasSubstr(one.words));
     EXPECT_THAT(result.error().localizedDescription(), Not(HasSubstr("secret")));
+    EXPECT_FALSE(result.error().runtimeError()) << "it is the way that failed, not the webhook";
     EXPECT_FALSE(isUsageLimitFailure(result.error()));
     EXPECT_FALSE(result.error().isDisconnection());
     EXPECT_THAT(told(), ElementsAre(begins_, failed_));

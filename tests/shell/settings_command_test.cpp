@@ -37,7 +37,14 @@ TEST(SettingTable, ChecksValuesBeforeTheyAreStored) {
       {"grok-path", "/bin", ""},
       {"grok-path", "/absent", ""},
       {"grok-path", "", ""},
-      {"route", "kimi", ""},
+      {"route", "kimi", "kimi"},
+      {"route", "kimmy", ""},
+      {"claude-model", "default", ""},
+      {"local-runtime", "lm_studio", "lm_studio"},
+      {"local-runtime", "LM Studio", ""},
+      {"local-url", " http://10.0.0.1:8080/v1\n", "http://10.0.0.1:8080/v1"},
+      {"local-url", "http://example.org", ""},
+      {"local-url", "", ""},
       {"remote-host", "on", ""},
       {"update-feed", "https://example.org", ""},
   };
@@ -62,11 +69,13 @@ TEST(SettingTable, EachRowHasANameAndAKeyOfItsOwn) {
   std::set<std::string_view> names;
   for (const auto& row : shell::settingRows()) {
     EXPECT_TRUE(names.insert(row.name).second) << row.name;
+    EXPECT_EQ(shell::findSetting(row.name).value(), &row);
+    if (row.isSecret()) continue;
     EXPECT_TRUE(names.insert(row.key).second) << row.key;
     EXPECT_EQ(shell::findSetting(row.key).value(), &row);
     const auto value = shell::readSetting(row, *UserDefaults::inMemory());
     EXPECT_FALSE(value.isStored) << row.name;
-    EXPECT_EQ(value.text.empty(), row.read == nullptr) << row.name;
+    EXPECT_EQ(value.text.empty(), !row.read && row.choices.empty()) << row.name;
   }
 }
 
@@ -105,7 +114,7 @@ TEST_F(SettingsCommand, TellsMistakesApartAndChangesNothing) {
       {{"workflow", "plann"}, 2, "Did you mean plan?"},
       {{"set", "workflow"}, 2, "vantrell settings set NAME VALUE"},
       {{"reset"}, 2, "vantrell settings reset NAME"},
-      {{"reset", "route"}, 2, "not changed"},
+      {{"reset", "remote-host"}, 2, "not changed"},
       {{"mode", "full_access"}, 2, "person"},
       {{"workflow", "plan", "now"}, 2, "in quotes"},
       {{"--json", "workflow", "plan"}, 2, "Leave it out"},

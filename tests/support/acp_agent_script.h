@@ -2,20 +2,12 @@
 // its own requests are the caller's; the client's come back as ${id}.
 #pragma once
 
-#include <filesystem>
-#include <string>
-#include <vector>
+#include "support/agent_script.h"
 
 namespace vantrell::tests {
 
-class ACPAgentScript {
+class ACPAgentScript : public AgentScript<ACPAgentScript> {
  public:
-  ACPAgentScript& line(const std::string& command) {
-    text_ += command + "\n";
-    return *this;
-  }
-  ACPAgentScript& expect(const std::string& part) { return line("expect " + part); }
-  ACPAgentScript& expectLine(const std::string& whole) { return line("expect-line " + whole); }
   ACPAgentScript& result(const std::string& object) {
     return line(R"(send {"jsonrpc":"2.0","id":${id},"result":)" + object + "}");
   }
@@ -44,16 +36,6 @@ class ACPAgentScript {
   }
   ACPAgentScript& expectPrompt() { return expect(R"("method":"session/prompt")"); }
   ACPAgentScript& endTurn() { return result(R"({"stopReason":"end_turn"})"); }
-
-  const std::string& text() const { return text_; }
-
-  /// The program, which lies beside this one.
-  static std::string program() {
-    return std::filesystem::read_symlink("/proc/self/exe").parent_path() / "scripted_agent";
-  }
-
- private:
-  std::string text_;
 };
 
 }  // namespace vantrell::tests

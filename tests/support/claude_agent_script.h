@@ -1,23 +1,13 @@
 // Writes scripts for the scripted agent that speak Claude Code's stream-JSON mode.
 #pragma once
 
-#include <string>
-
-#include "support/acp_agent_script.h"
+#include "support/agent_script.h"
 #include "support/claude_frames.h"
 
 namespace vantrell::tests {
 
-class ClaudeAgentScript {
+class ClaudeAgentScript : public AgentScript<ClaudeAgentScript> {
  public:
-  ClaudeAgentScript& line(const std::string& command) {
-    text_ += command + "\n";
-    return *this;
-  }
-  ClaudeAgentScript& expect(const std::string& part) { return line("expect " + part); }
-  ClaudeAgentScript& expectLine(const std::string& whole) { return line("expect-line " + whole); }
-  ClaudeAgentScript& send(const std::string& frame) { return line("send " + frame); }
-
   /// Answers the control request that was read last.
   ClaudeAgentScript& answer(const std::string& response = "{}") {
     return send(R"({"type":"control_response","response":{"subtype":"success",)"
@@ -38,11 +28,6 @@ class ClaudeAgentScript {
                 request + "}");
   }
   ClaudeAgentScript& endTurn() { return send(R"({"type":"result","result":"done"})"); }
-
-  const std::string& text() const { return text_; }
-
- private:
-  std::string text_;
 };
 
 }  // namespace vantrell::tests

@@ -2,21 +2,12 @@
 // one it leaves "jsonrpc" out of what it sends. The client's ids come back as ${id}.
 #pragma once
 
-#include <filesystem>
-#include <string>
+#include "support/agent_script.h"
 
 namespace vantrell::tests {
 
-class CodexAgentScript {
+class CodexAgentScript : public AgentScript<CodexAgentScript> {
  public:
-  CodexAgentScript& line(const std::string& command) {
-    text_ += command + "\n";
-    return *this;
-  }
-  CodexAgentScript& send(const std::string& message) { return line("send " + message); }
-  CodexAgentScript& expect(const std::string& part) { return line("expect " + part); }
-  CodexAgentScript& expectLine(const std::string& whole) { return line("expect-line " + whole); }
-  CodexAgentScript& hang() { return line("hang"); }
   CodexAgentScript& result(const std::string& object) {
     return send(R"({"id":${id},"result":)" + object + "}");
   }
@@ -61,16 +52,6 @@ class CodexAgentScript {
   static std::string thread(const std::string& id) {
     return R"({"thread":{"id":")" + id + R"("}})";
   }
-
-  const std::string& text() const { return text_; }
-
-  /// The program, which lies beside this one.
-  static std::string program() {
-    return std::filesystem::read_symlink("/proc/self/exe").parent_path() / "scripted_agent";
-  }
-
- private:
-  std::string text_;
 };
 
 }  // namespace vantrell::tests

@@ -27,19 +27,18 @@ class EngineFixture : public ::testing::Test {
   EngineFixture() : store(*defaults, folder.path()) {
     ports = neutralPorts();
     for (const auto each : allAgentProviders) {
-      connectors[each] = {each, "Install it.", [](const auto&) { return true; },
-                          [this, each](const ProviderConnectorContext& context) {
-                            contexts.push_back(context);
-                            if (noClientFor == each) return std::shared_ptr<AgentClient>();
-                            clients.push_back(std::make_shared<FakeAgentClient>(each));
-                            return std::shared_ptr<AgentClient>(clients.back());
-                          }};
+      connectors[each] = {
+          each, "Install it.",
+          [this, each](const auto&) { return provider == each || others.contains(each); },
+          [this, each](const ProviderConnectorContext& context) {
+            contexts.push_back(context);
+            if (noClientFor == each) return std::shared_ptr<AgentClient>();
+            clients.push_back(std::make_shared<FakeAgentClient>(each));
+            return std::shared_ptr<AgentClient>(clients.back());
+          }};
     }
     ports.connector = [this](AgentProvider each) -> const ProviderConnector& {
       return connectors[each];
-    };
-    ports.providerForNextTurn = [this](const auto& attempted, const auto&) {
-      return provider && attempted.contains(*provider) ? std::nullopt : provider;
     };
     ports.sendRemoteTaskEvent = [this](std::string_view kind, std::string_view message,
                                        const auto&) {
@@ -88,7 +87,9 @@ class EngineFixture : public ::testing::Test {
   WorkspaceStore store;
   std::map<AgentProvider, ProviderConnector> connectors;
   EnginePorts ports;
+  /// Whose runtimes are there: one, and any others.
   std::optional<AgentProvider> provider = AgentProvider::kimi;
+  std::set<AgentProvider> others;
   std::optional<AgentProvider> noClientFor;
   std::vector<std::shared_ptr<FakeAgentClient>> clients;
   std::vector<ProviderConnectorContext> contexts;

@@ -46,6 +46,7 @@ class RuntimePrograms : public testing::Test {
 
   void makeDesk() {
     means_.runner = runner_;
+    means_.pool = &pool_;
     means_.desktop = desktop_;
     means_.customExecutable = [this](AgentProvider provider) -> std::optional<std::string> {
       const auto found = custom_.find(provider);

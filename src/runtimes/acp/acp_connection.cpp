@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include "platform/files.h"
 #include "runtimes/acp/acp_host_services.h"
 #include "runtimes/acp/acp_messages.h"
 #include "runtimes/json_rpc.h"
@@ -13,7 +12,7 @@ namespace vantrell {
 ACPConnection::ACPConnection(ACPConfiguration configuration, SerialQueue queue,
                              std::shared_ptr<Mailbox> mailbox, AgentEvents events,
                              std::unique_ptr<ACPHostServices> host)
-    : AgentConnection(std::move(queue), std::move(mailbox), std::move(events)),
+    : JsonRpcConnection(std::move(queue), std::move(mailbox), std::move(events)),
       configuration_(std::move(configuration)),
       host_(std::move(host)) {}
 
@@ -23,32 +22,23 @@ ACPConnection::~ACPConnection() = default;
 
 void ACPConnection::start(std::optional<std::string> existingSessionID,
                           AgentClient::StartCompletion completion) {
-  if (hasEnded_) return completion(std::unexpected(AgentError(ACPClientError::disconnected())));
-  if (auto error = launchRuntime()) return completion(std::unexpected(AgentError(*error)));
+  if (state_ != State::unused) return completion(std::unexpected(ACPClientError::disconnected()));
+  if (auto error = launchRuntime()) return completion(std::unexpected(std::move(*error)));
   initialize(std::move(existingSessionID), std::move(completion));
 }
 
-std::optional<ACPClientError> ACPConnection::launchRuntime() {
-  if (!files::isExecutable(configuration_.executable)) {
-    return ACPClientError::executableMissing(configuration_.runtimeName);
-  }
+std::optional<AgentError> ACPConnection::launchRuntime() {
   ProcessOptions options;
   options.executable = configuration_.executable;
   options.arguments = configuration_.processArguments;
   options.environment = configuration_.processEnvironment;
   options.workingFolder = configuration_.workspacePath;
-
-  const auto error = launch(std::move(options));
-  if (!error) return std::nullopt;
-  // Without its name the folder's error reads as if the program were missing.
-  return ACPClientError::processFailed(
-      error->step == ProcessError::Step::enterFolder
-          ? fmt::format("{}: {}", configuration_.workspacePath, error->description)
-          : error->description);
+  return launch(std::move(options), ACPClientError::executableMissing(configuration_.runtimeName));
 }
 
 void ACPConnection::initialize(std::optional<std::string> existingSessionID,
                                AgentClient::StartCompletion completion) {
+  state_ = State::open;
   request("initialize", acp::initializeParams(),
           [this, existingSessionID = std::move(existingSessionID),
            completion = std::move(completion)](Answer answer) {
@@ -88,8 +78,8 @@ void ACPConnection::newSession(AgentClient::StartCompletion completion) {
             publishModelOptions(*answer);
             const std::string* sessionId = json::text(*answer, "sessionId");
             if (!sessionId) {
-              return completion(std::unexpected(AgentError(ACPClientError::invalidResponse(
-                  fmt::format("{} did not return a session ID.", configuration_.runtimeName)))));
+              return completion(std::unexpected(ACPClientError::invalidResponse(
+                  fmt::format("{} did not return a session ID.", configuration_.runtimeName))));
             }
             sessionId_ = *sessionId;
             applyRuntimeConfiguration({*sessionId, false}, completion);
@@ -133,12 +123,19 @@ void ACPConnection::applyModel(AgentStartResult result, AgentClient::StartComple
   if (!configuration_.model || configuration_.model->empty()) return completion(std::move(result));
   auto params = acp::configOptionParams(result.sessionId, "model", *configuration_.model);
   request("session/set_config_option", std::move(params),
-          [this, result, completion = std::move(completion)](Answer answer) {
+          [this, result, completion = std::move(completion)](Answer answer) mutable {
+            if (answer) return completion(std::move(result));
             // Only a GLM model is guarded: another model of OpenCode may be billed per use.
-            if (!answer && configuration_.provider == AgentProvider::glm) {
+            if (configuration_.provider == AgentProvider::glm) {
               return completion(std::unexpected(answer.error()));
             }
-            completion(result);
+            std::string notice =
+                fmt::format("{} did not take the chosen model {} ({}). It works with another one.",
+                            configuration_.runtimeName, *configuration_.model,
+                            answer.error().localizedDescription());
+            if (events_.log) events_.log(notice + "\n");
+            result.notice = result.notice ? *result.notice + " " + notice : std::move(notice);
+            completion(std::move(result));
           });
 }
 
@@ -157,13 +154,19 @@ void ACPConnection::publishModelOptions(const JsonObject& result) {
 // ---- turns --------------------------------------------------------------------------------------
 
 void ACPConnection::sendPrompt(std::string prompt, AgentClient::PromptCompletion completion) {
-  if (!sessionId_) return completion(std::unexpected(AgentError(ACPClientError::disconnected())));
+  if (!sessionId_) return completion(std::unexpected(ACPClientError::disconnected()));
+  ++promptsInFlight_;
+  isTurnCancelled_ = false;
   request("session/prompt", acp::promptParams(*sessionId_, std::move(prompt)),
-          std::move(completion));
+          [this, completion = std::move(completion)](Answer answer) {
+            if (--promptsInFlight_ == 0) isTurnCancelled_ = false;
+            completion(std::move(answer));
+          });
 }
 
 void ACPConnection::cancel() {
   if (!sessionId_) return;
+  isTurnCancelled_ = promptsInFlight_ > 0;
   send(jsonrpc::notification("session/cancel", {{"sessionId", *sessionId_}}));
   allQuestionsEnded();
   for (const std::int64_t id : std::exchange(pendingPermissionIDs_, {})) {
@@ -177,53 +180,29 @@ void ACPConnection::respondToPermission(std::int64_t requestID, std::string opti
   questionEnded(requestID);
 }
 
-void ACPConnection::stop() {
-  hasEnded_ = true;
+void ACPConnection::release() {
   if (host_) host_->releaseAll();
-  endProcess(pending_.empty() ? JsonLineProcess::Ending::gentle : JsonLineProcess::Ending::prompt);
-  failPending(ACPClientError::disconnected());
+  pendingPermissionIDs_.clear();
 }
 
-void ACPConnection::ended(ExitStatus status, std::string errorText) {
-  hasEnded_ = true;
-  if (host_) host_->releaseAll();
-  failPending(ACPClientError::disconnected());
-  if (!events_.unexpectedTermination) return;
-  events_.unexpectedTermination(
-      textOfEnd(configuration_.runtimeName, status, std::move(errorText)));
+AgentError ACPConnection::disconnected(const std::string& /*text*/) const {
+  return ACPClientError::disconnected();
 }
 
 // ---- messages -----------------------------------------------------------------------------------
 
-void ACPConnection::handle(JsonObject message, std::size_t bytes) {
-  const auto id = json::integer(message, "id");
-  const std::string* method = json::text(message, "method");
-  if (!method) {
-    if (id && !message.find("method")) handleResponse(*id, message);
-    return;
-  }
-  Json* given = message.find("params");
-  JsonObject none;
-  JsonObject& params = given && given->asObject() ? *given->asObject() : none;
-  if (id) {
-    handleRequest(*id, *method, params, bytes);
+void ACPConnection::handleCall(const JsonObject& message, const std::string& method,
+                               JsonObject& params, std::size_t bytes) {
+  if (const auto id = json::integer(message, "id")) {
+    handleRequest(*id, method, params, bytes);
   } else {
-    handleNotification(*method, params, bytes);
+    handleNotification(method, params, bytes);
   }
 }
 
-void ACPConnection::handleResponse(std::int64_t id, const JsonObject& message) {
-  const auto completion = pending_.take(id);
-  if (!completion) return;
-  handOutUpdates();
-  if (const JsonObject* error = json::object(message, "error")) {
-    const std::string unknown =
-        fmt::format("{} returned an unknown error.", configuration_.runtimeName);
-    return (*completion)(std::unexpected(
-        AgentError(ACPClientError::invalidResponse(json::textOr(*error, "message", unknown)))));
-  }
-  const JsonObject* result = json::object(message, "result");
-  (*completion)(result ? *result : JsonObject{});
+AgentError ACPConnection::errorOfResponse(const JsonObject& error) const {
+  return ACPClientError::invalidResponse(json::textOr(
+      error, "message", fmt::format("{} returned an unknown error.", configuration_.runtimeName)));
 }
 
 void ACPConnection::handleNotification(std::string_view method, JsonObject& params,
@@ -250,6 +229,9 @@ void ACPConnection::handleRequest(std::int64_t id, const std::string& method,
 
 void ACPConnection::handlePermissionRequest(std::int64_t id, const JsonObject& params,
                                             std::size_t bytes) {
+  // OpenCode and Kimi Code still ask what was on its way when they were told to stop. The user has
+  // been told that all has stopped, so nobody is asked and nothing is allowed.
+  if (isTurnCancelled_) return send(jsonrpc::response(id, acp::cancelledOutcome()));
   PermissionRequest question = acp::permissionRequest(id, params, configuration_.runtimeName);
 
   // OpenCode has no full-access mode of its own, so its questions are answered here. The other
@@ -264,19 +246,6 @@ void ACPConnection::handlePermissionRequest(std::int64_t id, const JsonObject& p
   }
   pendingPermissionIDs_.insert(id);
   ask(std::move(question), bytes);
-}
-
-void ACPConnection::request(std::string_view method, JsonObject params,
-                            std::function<void(Answer)> completion) {
-  // Nobody is left to answer, and a request that nobody answers would wait for ever.
-  if (hasEnded_) return completion(std::unexpected(AgentError(ACPClientError::disconnected())));
-  const std::int64_t id = pending_.add(std::move(completion));
-  send(jsonrpc::request(id, method, std::move(params)));
-}
-
-void ACPConnection::failPending(const AgentError& error) {
-  handOutUpdates();
-  pending_.finishAll(std::unexpected(error));
 }
 
 }  // namespace vantrell

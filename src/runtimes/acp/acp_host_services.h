@@ -18,7 +18,7 @@ class TerminalManager;
 
 class ACPHostServices {
  public:
-  using Answer = std::expected<JsonObject, ACPClientError>;
+  using Answer = std::expected<JsonObject, AgentError>;
   using Reply = std::function<void(Answer)>;
 
   /// `terminalEnvironment` is the complete environment of terminals before a request's own

@@ -126,7 +126,7 @@ TerminalManager::Answer TerminalManager::create(const JsonObject& params) {
   return JsonObject{{"terminalId", id}};
 }
 
-std::expected<std::shared_ptr<ManagedTerminal>, ACPClientError> TerminalManager::find(
+std::expected<std::shared_ptr<ManagedTerminal>, AgentError> TerminalManager::find(
     const JsonObject& params) const {
   const std::string* id = json::text(params, "terminalId");
   if (!id) {

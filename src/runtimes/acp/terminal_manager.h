@@ -18,7 +18,7 @@ class ManagedTerminal;
 
 class TerminalManager {
  public:
-  using Answer = std::expected<JsonObject, ACPClientError>;
+  using Answer = std::expected<JsonObject, AgentError>;
 
   TerminalManager(Environment environment, SerialQueue queue);
   ~TerminalManager();
@@ -36,8 +36,7 @@ class TerminalManager {
   void releaseAll();
 
  private:
-  std::expected<std::shared_ptr<ManagedTerminal>, ACPClientError> find(
-      const JsonObject& params) const;
+  std::expected<std::shared_ptr<ManagedTerminal>, AgentError> find(const JsonObject& params) const;
 
   Environment environment_;
   SerialQueue queue_;

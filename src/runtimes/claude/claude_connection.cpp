@@ -1,8 +1,5 @@
 #include "runtimes/claude/claude_connection.h"
 
-#include <fmt/format.h>
-
-#include "platform/files.h"
 #include "platform/text.h"
 #include "platform/uuid.h"
 #include "runtimes/claude/claude_messages.h"
@@ -18,41 +15,30 @@ ClaudeConnection::ClaudeConnection(ClaudeConfiguration configuration, SerialQueu
 
 void ClaudeConnection::start(std::optional<std::string> existingSessionID,
                              AgentClient::StartCompletion completion) {
-  if (hasEnded_ || sessionID_) {
-    return completion(std::unexpected(
-        AgentError(ClaudeCodeClientError::disconnected("Claude Code is not connected."))));
+  if (state_ != State::unused) {
+    return completion(std::unexpected(disconnected("Claude Code is not connected.")));
   }
   AgentStartResult session;
   session.replayedSession = existingSessionID.has_value();
   session.sessionId =
       existingSessionID ? std::move(*existingSessionID) : text::lowercased(Uuid::random().text());
-  if (auto error = launchRuntime(session)) return completion(std::unexpected(AgentError(*error)));
+  if (auto error = launchRuntime(session)) return completion(std::unexpected(std::move(*error)));
   initialize(std::move(session), std::move(completion));
 }
 
-std::optional<ClaudeCodeClientError> ClaudeConnection::launchRuntime(
-    const AgentStartResult& session) {
-  if (!files::isExecutable(configuration_.executable)) {
-    return ClaudeCodeClientError::executableMissing();
-  }
+std::optional<AgentError> ClaudeConnection::launchRuntime(const AgentStartResult& session) {
   ProcessOptions options;
   options.executable = configuration_.executable;
   options.arguments =
       claude::processArguments(configuration_, session.sessionId, session.replayedSession);
   options.environment = configuration_.processEnvironment;
   options.workingFolder = configuration_.workspacePath;
-
-  const auto error = launch(std::move(options));
-  if (!error) return std::nullopt;
-  // Without its name the folder's error reads as if the program were missing.
-  return ClaudeCodeClientError::processFailed(
-      error->step == ProcessError::Step::enterFolder
-          ? fmt::format("{}: {}", configuration_.workspacePath, error->description)
-          : error->description);
+  return launch(std::move(options), ClaudeCodeClientError::executableMissing());
 }
 
 void ClaudeConnection::initialize(AgentStartResult session,
                                   AgentClient::StartCompletion completion) {
+  state_ = State::open;
   sessionID_ = session.sessionId;
   const auto number = controlRequests_.add(
       [session = std::move(session), completion = std::move(completion)](const Answer& answer) {
@@ -65,24 +51,23 @@ void ClaudeConnection::initialize(AgentStartResult session,
 // ---- turns --------------------------------------------------------------------------------------
 
 void ClaudeConnection::sendPrompt(std::string prompt, AgentClient::PromptCompletion completion) {
-  if (!isConnected()) {
-    return completion(std::unexpected(
-        AgentError(ClaudeCodeClientError::disconnected("Claude Code is not connected."))));
+  if (state_ != State::open) {
+    return completion(std::unexpected(disconnected("Claude Code is not connected.")));
   }
   if (promptCompletion_) {
-    return completion(std::unexpected(AgentError(
-        ClaudeCodeClientError::protocolError("Claude Code is already handling a prompt."))));
+    return completion(std::unexpected(
+        ClaudeCodeClientError::protocolError("Claude Code is already handling a prompt.")));
   }
   promptCompletion_ = std::move(completion);
   isPromptCancelled_ = false;
   // The prompt waits behind a turn of Claude Code's own, whose words are still to come.
   if (!isTurnRunning_) turn_.beginTurn();
   isTurnRunning_ = true;
-  send(claude::userMessage(std::move(prompt), *sessionID_));
+  send(claude::userMessage(std::move(prompt), sessionID_));
 }
 
 void ClaudeConnection::cancel() {
-  if (!isConnected()) return;
+  if (state_ != State::open) return;
   isPromptCancelled_ = promptCompletion_ != nullptr;
   interrupt();
   allQuestionsEnded();
@@ -101,20 +86,8 @@ void ClaudeConnection::respondToPermission(std::int64_t requestID, std::string o
   questionEnded(requestID);
 }
 
-void ClaudeConnection::stop() {
-  hasEnded_ = true;
-  permissions_.clear();
-  endProcess(isTurnRunning_ || !controlRequests_.empty() ? JsonLineProcess::Ending::prompt
-                                                         : JsonLineProcess::Ending::gentle);
-  failPending(ClaudeCodeClientError::disconnected("Claude Code stopped."));
-}
-
-void ClaudeConnection::ended(ExitStatus status, std::string errorText) {
-  hasEnded_ = true;
-  permissions_.clear();
-  std::string text = textOfEnd("Claude Code", status, std::move(errorText));
-  failPending(ClaudeCodeClientError::disconnected(text));
-  if (events_.unexpectedTermination) events_.unexpectedTermination(std::move(text));
+AgentError ClaudeConnection::disconnected(const std::string& text) const {
+  return ClaudeCodeClientError::disconnected(text);
 }
 
 void ClaudeConnection::failPending(const AgentError& error) {
@@ -142,7 +115,7 @@ void ClaudeConnection::handle(JsonObject message, std::size_t bytes) {
     handleControlRequest(message, bytes);
   } else if (type == "control_cancel_request") {
     const auto withdrawn = permissions_.withdraw(json::textOr(message, "request_id", ""));
-    if (withdrawn) questionEnded(*withdrawn);
+    if (withdrawn) questionWithdrawn(*withdrawn);
   } else if (type == "result") {
     handleResult(std::move(message), bytes);
   } else if (type == "rate_limit_event") {
@@ -178,8 +151,8 @@ void ClaudeConnection::handleControlResponse(const JsonObject& message) {
   if (!completion) return;
   handOutUpdates();
   if (json::textOr(*response, "subtype", "") == "error") {
-    return (*completion)(std::unexpected(AgentError(ClaudeCodeClientError::protocolError(
-        json::textOr(*response, "error", "Claude Code rejected a control request.")))));
+    return (*completion)(std::unexpected(ClaudeCodeClientError::protocolError(
+        json::textOr(*response, "error", "Claude Code rejected a control request."))));
   }
   const JsonObject* answer = json::object(*response, "response");
   (*completion)(answer ? *answer : JsonObject{});
@@ -192,6 +165,8 @@ void ClaudeConnection::handleControlRequest(const JsonObject& message, std::size
   if (json::textOr(*request, "subtype", "") != "can_use_tool") {
     return send(claude::errorAnswer(*id, "vantrell does not support this Claude control request."));
   }
+  // A question that crossed the interrupt on its way: the user has been told that all has stopped.
+  if (isPromptCancelled_) return send(claude::denyAnswer(*id));
   // Its own mode keeps most questions away already; a configured rule may still ask.
   if (configuration_.permissionMode == GrokPermissionMode::fullAccess) {
     return send(claude::allowAnswer(*id, ClaudePermissions::inputOf(*request)));

@@ -27,7 +27,6 @@ class ClaudeConnection final : public AgentConnection {
   void sendPrompt(std::string prompt, AgentClient::PromptCompletion completion) override;
   void cancel() override;
   void respondToPermission(std::int64_t requestID, std::string optionID) override;
-  void stop() override;
   void handle(JsonObject message, std::size_t bytes) override;
   void handleOtherLine(std::string_view line) override;
 
@@ -37,8 +36,7 @@ class ClaudeConnection final : public AgentConnection {
  private:
   using Answer = std::expected<JsonObject, AgentError>;
 
-  std::optional<ClaudeCodeClientError> launchRuntime(const AgentStartResult& session);
-  bool isConnected() const { return sessionID_ && !hasEnded_; }
+  std::optional<AgentError> launchRuntime(const AgentStartResult& session);
 
   void handleControlResponse(const JsonObject& message);
   void handleControlRequest(const JsonObject& message, std::size_t bytes);
@@ -48,13 +46,16 @@ class ClaudeConnection final : public AgentConnection {
   void gather(ClaudeEvents::Updates updates, std::size_t bytes);
 
   void interrupt();
+
+  std::string runtimeName() const override { return "Claude Code"; }
+  bool isAtWork() const override { return isTurnRunning_ || !controlRequests_.empty(); }
+  void release() override { permissions_.clear(); }
   void failPending(const AgentError& error) override;
-  void ended(ExitStatus status, std::string errorText) override;
+  AgentError disconnected(const std::string& text) const override;
 
   const ClaudeConfiguration configuration_;
 
-  std::optional<std::string> sessionID_;  // from the launch on
-  bool hasEnded_ = false;                 // stopped, or the process died
+  std::string sessionID_;
   PendingRequests<Answer> controlRequests_;
   ClaudePermissions permissions_;
   ClaudeEvents turn_;

@@ -1,6 +1,7 @@
 #include "runtimes/claude/claude_events.h"
 
 #include "platform/uuid.h"
+#include "runtimes/session_updates.h"
 
 namespace vantrell {
 
@@ -10,18 +11,19 @@ constexpr const char* inProgress = "in_progress";
 constexpr const char* completed = "completed";
 constexpr const char* failed = "failed";
 
-JsonObject chunk(const char* kind, std::string messageID, const std::string& words) {
-  return {{"sessionUpdate", kind},
-          {"messageId", std::move(messageID)},
-          {"content", JsonObject{{"type", "text"}, {"text", words}}}};
-}
-
 JsonObject toolStatus(std::string id, std::string title, std::string status,
                       const char* kind = "tool_call_update") {
   return {{"sessionUpdate", kind},
           {"toolCallId", std::move(id)},
           {"title", std::move(title)},
           {"status", std::move(status)}};
+}
+
+/// Without the copy that braces would make.
+ClaudeEvents::Updates one(JsonObject update) {
+  ClaudeEvents::Updates updates;
+  updates.push_back(std::move(update));
+  return updates;
 }
 
 /// The text under the key, when it is not empty.
@@ -85,7 +87,7 @@ ClaudeEvents::Updates ClaudeEvents::streamEvent(const JsonObject& message) {
   if (!type) return {};
   if (*type == "content_block_start") {
     const JsonObject* block = json::object(*event, "content_block");
-    if (block && json::textOr(*block, "type", "") == "tool_use") return {toolUse(*block)};
+    if (block && json::textOr(*block, "type", "") == "tool_use") return one(toolUse(*block));
     return {};
   }
   const JsonObject* delta =
@@ -95,12 +97,12 @@ ClaudeEvents::Updates ClaudeEvents::streamEvent(const JsonObject& message) {
   if (kind == "text_delta") {
     if (const std::string* piece = words(*delta, "text")) {
       streamedText_ = true;
-      return {textChunk(*piece)};
+      return one(textChunk(*piece));
     }
   } else if (kind == "thinking_delta") {
     if (const std::string* piece = words(*delta, "thinking")) {
       streamedThinking_ = true;
-      return {thoughtChunk(*piece)};
+      return one(thoughtChunk(*piece));
     }
   }
   return {};
@@ -159,18 +161,18 @@ ClaudeEvents::Updates ClaudeEvents::systemEvent(const JsonObject& message) {
   } else {
     openTasks_.erase(id);
   }
-  return {toolStatus(id, std::move(title), std::move(status),
-                     begins ? "tool_call" : "tool_call_update")};
+  return one(toolStatus(id, std::move(title), std::move(status),
+                        begins ? "tool_call" : "tool_call_update"));
 }
 
 // ---- updates ------------------------------------------------------------------------------------
 
 JsonObject ClaudeEvents::textChunk(const std::string& text) const {
-  return chunk("agent_message_chunk", messageID_, text);
+  return sessionUpdates::messageChunk(messageID_, text);
 }
 
 JsonObject ClaudeEvents::thoughtChunk(const std::string& text) const {
-  return chunk("agent_thought_chunk", "thought-" + messageID_, text);
+  return sessionUpdates::thoughtChunk("thought-" + messageID_, text);
 }
 
 JsonObject ClaudeEvents::toolUse(const JsonObject& block) {

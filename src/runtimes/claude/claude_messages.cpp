@@ -159,6 +159,10 @@ AgentRuntimeError::Kind errorKind(std::string_view message, std::optional<std::i
   return Kind::protocolError;
 }
 
+bool isSessionLost(std::string_view lastWords) {
+  return lastWords.contains("No conversation found with session ID");
+}
+
 ProviderUsage usage(const JsonObject& rateLimitInfo) {
   ProviderUsage made;
   made.provider = AgentProvider::claude;

@@ -48,6 +48,10 @@ std::optional<AgentRuntimeError> failureOf(const JsonObject& result);
 /// `status` is the HTTP status of the model's answer.
 AgentRuntimeError::Kind errorKind(std::string_view message, std::optional<std::int64_t> status);
 
+/// Whether these last words say that there is no session to resume: it was removed, or never
+/// written, which Claude Code does only when it has read the first prompt.
+bool isSessionLost(std::string_view lastWords);
+
 /// The "rate_limit_info" of a "rate_limit_event".
 ProviderUsage usage(const JsonObject& rateLimitInfo);
 

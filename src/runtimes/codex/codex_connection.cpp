@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include "platform/files.h"
 #include "records/application.h"
 #include "runtimes/codex/codex_items.h"
 #include "runtimes/codex/codex_messages.h"
@@ -14,41 +13,30 @@ using Kind = AgentRuntimeError::Kind;
 
 CodexConnection::CodexConnection(CodexConfiguration configuration, SerialQueue queue,
                                  std::shared_ptr<Mailbox> mailbox, AgentEvents events)
-    : AgentConnection(std::move(queue), std::move(mailbox), std::move(events)),
+    : JsonRpcConnection(std::move(queue), std::move(mailbox), std::move(events)),
       configuration_(std::move(configuration)) {}
 
 // ---- start --------------------------------------------------------------------------------------
 
 void CodexConnection::start(std::optional<std::string> existingSessionID,
                             AgentClient::StartCompletion completion) {
-  if (hasEnded_) return completion(std::unexpected(AgentError(codex::disconnected())));
+  if (state_ != State::unused) return completion(std::unexpected(disconnected({})));
   if (auto error = launchRuntime()) return completion(std::unexpected(std::move(*error)));
   initialize(std::move(existingSessionID), std::move(completion));
 }
 
 std::optional<AgentError> CodexConnection::launchRuntime() {
-  if (!files::isExecutable(configuration_.executable)) {
-    return codex::failure(Kind::protocolError, "The Codex executable is not installed.");
-  }
   ProcessOptions options;
   options.executable = configuration_.executable;
   options.arguments = {"app-server"};
   options.environment = configuration_.processEnvironment;
   options.workingFolder = configuration_.workspacePath;
-
-  auto error = launch(std::move(options));
-  if (!error) return std::nullopt;
-  // Without its name the folder's error reads as if the program were missing.
-  return codex::failure(
-      Kind::protocolError,
-      error->step == ProcessError::Step::enterFolder
-          ? fmt::format("{}: {}", configuration_.workspacePath, error->description)
-          : std::move(error->description));
+  return launch(std::move(options), systemFailure("The Codex executable is not installed."));
 }
 
 void CodexConnection::initialize(std::optional<std::string> existingSessionID,
                                  AgentClient::StartCompletion completion) {
-  isOpen_ = true;
+  state_ = State::open;
   request("initialize", codex::initializeParams(applicationVersion),
           [this, existingSessionID = std::move(existingSessionID),
            completion = std::move(completion)](const Answer& answer) {
@@ -99,6 +87,7 @@ void CodexConnection::sendPrompt(std::string prompt, AgentClient::PromptCompleti
   }
   streamedItems_.clear();
   turns_.startSent();
+  isTurnCancelled_ = false;
   request(
       "turn/start", codex::turnStartParams(configuration_, *sessionId_, std::move(prompt)),
       [this, number = ++promptCount_, completion = std::move(completion)](const Answer& answer) {
@@ -118,6 +107,7 @@ void CodexConnection::sendPrompt(std::string prompt, AgentClient::PromptCompleti
 }
 
 void CodexConnection::cancel() {
+  isTurnCancelled_ = turns_.isBusy();
   // A turn can be interrupted once its id is known.
   if (turns_.isStarting()) cancelledPrompts_ = promptCount_;
   if (turns_.currentTurnID()) interrupt(*turns_.currentTurnID());
@@ -145,21 +135,12 @@ void CodexConnection::respondToPermission(std::int64_t requestID, std::string op
   questionEnded(requestID);
 }
 
-void CodexConnection::stop() {
-  const auto ending =
-      turns_.isBusy() ? JsonLineProcess::Ending::prompt : JsonLineProcess::Ending::gentle;
-  hasEnded_ = true;
-  isOpen_ = false;
-  endProcess(ending);
-  failPending(codex::disconnected());
+AgentError CodexConnection::disconnected(const std::string& /*text*/) const {
+  return codex::disconnected();
 }
 
-void CodexConnection::ended(ExitStatus status, std::string errorText) {
-  hasEnded_ = true;
-  isOpen_ = false;
-  failPending(codex::disconnected());
-  if (!events_.unexpectedTermination) return;
-  events_.unexpectedTermination(textOfEnd("Codex", status, std::move(errorText)));
+AgentError CodexConnection::systemFailure(std::string text) const {
+  return codex::failure(Kind::protocolError, std::move(text));
 }
 
 // ---- usage --------------------------------------------------------------------------------------
@@ -176,7 +157,7 @@ void CodexConnection::consumeUsageReset(
           [this, completion = std::move(completion)](const Answer& answer) {
             if (!answer) return completion(std::unexpected(answer.error()));
             refreshUsage();
-            completion(json::textOr(*answer, "outcome", "nothingToReset"));
+            completion(codex::resetOutcome(*answer));
           });
 }
 
@@ -187,34 +168,17 @@ void CodexConnection::publishUsage(ProviderUsage usage) {
 
 // ---- messages -----------------------------------------------------------------------------------
 
-void CodexConnection::handle(JsonObject message, std::size_t bytes) {
-  const std::string* method = json::text(message, "method");
-  if (!method) {
-    // Codex leaves "jsonrpc" out of what it sends, so that cannot tell a message from others.
-    const auto id = json::integer(message, "id");
-    if (id && !message.find("method")) handleResponse(*id, message);
-    return;
-  }
-  Json* given = message.find("params");
-  JsonObject none;
-  JsonObject& params = given && given->asObject() ? *given->asObject() : none;
+void CodexConnection::handleCall(const JsonObject& message, const std::string& method,
+                                 JsonObject& params, std::size_t bytes) {
   if (auto id = codex::rpcID(message)) {
-    handleRequest(std::move(*id), *method, params, bytes);
+    handleRequest(std::move(*id), method, params, bytes);
   } else {
-    handleNotification(*method, params, bytes);
+    handleNotification(method, params, bytes);
   }
 }
 
-void CodexConnection::handleResponse(std::int64_t id, const JsonObject& message) {
-  const auto completion = pending_.take(id);
-  if (!completion) return;
-  handOutUpdates();
-  if (const JsonObject* error = json::object(message, "error")) {
-    return (*completion)(std::unexpected(
-        AgentError(codex::runtimeError(*error, "Codex returned an unknown error."))));
-  }
-  const JsonObject* result = json::object(message, "result");
-  (*completion)(result ? *result : JsonObject{});
+AgentError CodexConnection::errorOfResponse(const JsonObject& error) const {
+  return codex::runtimeError(error, "Codex returned an unknown error.");
 }
 
 void CodexConnection::handleNotification(std::string_view method, JsonObject& params,
@@ -298,7 +262,10 @@ void CodexConnection::handleTurnCompleted(const JsonObject& params) {
   handOutUpdates();
   if (turnToInterrupt_ == *id) turnToInterrupt_.reset();
   turns_.ended(*id, *turn);
-  if (!turns_.isBusy()) openItems_.clear();
+  if (!turns_.isBusy()) {
+    openItems_.clear();
+    isTurnCancelled_ = false;
+  }
   refreshUsage();
 }
 
@@ -313,6 +280,12 @@ void CodexConnection::handleRequest(codex::RPCID id, const std::string& method,
   if (const JsonObject* asked = json::object(params, "permissions")) {
     approval.requestedPermissions = *asked;
   }
+  // A question that crossed the interruption on its way: the user has been told that all has
+  // stopped.
+  if (isTurnCancelled_) {
+    return send(jsonrpc::response(codex::toJson(approval.rpcID),
+                                  codex::approvalAnswer(approval, codex::cancelOption)));
+  }
   const std::int64_t approvalID = nextApprovalID_++;
   const auto item = openItems_.find(json::textOr(params, "itemId", ""));
   auto question = codex::approvalQuestion(approvalID, method, params,
@@ -321,26 +294,10 @@ void CodexConnection::handleRequest(codex::RPCID id, const std::string& method,
   ask(std::move(question), bytes);
 }
 
-void CodexConnection::request(std::string_view method, JsonObject params,
-                              std::function<void(Answer)> completion) {
-  // Nobody is there to answer, and a request that nobody answers would wait for ever.
-  if (!isOpen_) return completion(std::unexpected(AgentError(codex::disconnected())));
-  const std::int64_t id = pending_.add(std::move(completion));
-  send(jsonrpc::request(id, method, std::move(params)));
-}
-
 void CodexConnection::failPending(const AgentError& error) {
-  // A write error is known by the system's words alone.
-  const AgentError reason =
-      error.runtimeError()
-          ? error
-          : AgentError(codex::failure(Kind::protocolError, error.localizedDescription()));
-  handOutUpdates();
   const auto turns = turns_.takeAll();
-  pendingApprovals_.clear();
-  allQuestionsEnded();
-  pending_.finishAll(std::unexpected(reason));
-  for (const auto& completion : turns) completion(std::unexpected(reason));
+  JsonRpcConnection::failPending(error);
+  for (const auto& completion : turns) completion(std::unexpected(error));
 }
 
 }  // namespace vantrell

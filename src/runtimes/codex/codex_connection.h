@@ -11,16 +11,15 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "runtimes/agent_connection.h"
 #include "runtimes/codex/codex_approvals.h"
 #include "runtimes/codex/codex_configuration.h"
 #include "runtimes/codex/codex_turns.h"
 #include "runtimes/codex/codex_usage.h"
-#include "runtimes/pending_requests.h"
+#include "runtimes/json_rpc_connection.h"
 
 namespace vantrell {
 
-class CodexConnection final : public AgentConnection {
+class CodexConnection final : public JsonRpcConnection {
  public:
   CodexConnection(CodexConfiguration configuration, SerialQueue queue,
                   std::shared_ptr<Mailbox> mailbox, AgentEvents events);
@@ -30,8 +29,6 @@ class CodexConnection final : public AgentConnection {
   void sendPrompt(std::string prompt, AgentClient::PromptCompletion completion) override;
   void cancel() override;
   void respondToPermission(std::int64_t requestID, std::string optionID) override;
-  void stop() override;
-  void handle(JsonObject message, std::size_t bytes) override;
 
   /// The part of start() behind the launch: "initialize", then the thread.
   void initialize(std::optional<std::string> existingSessionID,
@@ -42,8 +39,6 @@ class CodexConnection final : public AgentConnection {
   void consumeUsageReset(std::function<void(std::expected<std::string, AgentError>)> completion);
 
  private:
-  using Answer = std::expected<JsonObject, AgentError>;
-
   std::optional<AgentError> launchRuntime();
   void openThread(std::optional<std::string> existingSessionID,
                   AgentClient::StartCompletion completion);
@@ -52,7 +47,8 @@ class CodexConnection final : public AgentConnection {
                    const AgentClient::StartCompletion& completion);
   void interrupt(const std::string& turnId);
 
-  void handleResponse(std::int64_t id, const JsonObject& message);
+  void handleCall(const JsonObject& message, const std::string& method, JsonObject& params,
+                  std::size_t bytes) override;
   void handleNotification(std::string_view method, JsonObject& params, std::size_t bytes);
   void handleDelta(JsonObject& params, bool isReasoning, std::size_t bytes);
   void handleItem(const JsonObject& params, bool isCompleted, std::size_t bytes);
@@ -66,24 +62,26 @@ class CodexConnection final : public AgentConnection {
   void keepForApproval(const JsonObject& item, bool isCompleted);
   void publishUsage(ProviderUsage usage);
 
-  void request(std::string_view method, JsonObject params, std::function<void(Answer)> completion);
+  std::string runtimeName() const override { return "Codex"; }
+  bool isAtWork() const override { return turns_.isBusy(); }
+  void release() override { pendingApprovals_.clear(); }
   void failPending(const AgentError& error) override;
-  void ended(ExitStatus status, std::string errorText) override;
+  AgentError disconnected(const std::string& text) const override;
+  AgentError systemFailure(std::string text) const override;
+  AgentError errorOfResponse(const JsonObject& error) const override;
 
   const CodexConfiguration configuration_;
 
-  PendingRequests<Answer> pending_;  // its completions live no longer than this object
   CodexTurns turns_;
   std::int64_t promptCount_ = 0;
   std::int64_t cancelledPrompts_ = 0;  // those up to this one are to be interrupted once they run
   std::optional<std::string> turnToInterrupt_;             // asked for, not confirmed
+  bool isTurnCancelled_ = false;                           // and not at its end yet
   std::unordered_set<std::string> streamedItems_;          // with a delta in this turn
   std::unordered_map<std::string, JsonObject> openItems_;  // that an approval may be about
   std::int64_t nextApprovalID_ = 1;
   std::map<std::int64_t, codex::PendingApproval> pendingApprovals_;
   codex::CodexAllowance allowance_;
-  bool isOpen_ = false;    // there is somebody to ask
-  bool hasEnded_ = false;  // stopped, or the process died
   std::optional<std::string> sessionId_;
 };
 

@@ -11,26 +11,36 @@ namespace vantrell::CodexDiscovery {
 
 namespace {
 
-class Runner : public std::enable_shared_from_this<Runner> {
+/// One process: it is introduced to us, asked, and ended. Derived classes ask.
+class Talk : public std::enable_shared_from_this<Talk> {
  public:
-  Runner(Place place, MainQueue& main, BackgroundPool& pool,
-         std::function<void(CodexDiscoveryResult)> completion)
-      : place_(std::move(place)),
-        main_(main),
-        queue_(pool, "com.local.vantrell.codex-discovery"),
-        completion_(std::move(completion)) {}
+  virtual ~Talk() = default;
 
-  void start() {
-    timer_ = main_.after(timeLimit, [this, weak = weak_from_this()] {
+  void start(std::chrono::seconds limit) {
+    timer_ = main_.after(limit, [this, weak = weak_from_this()] {
       if (const auto self = weak.lock()) queue_.post([self] { self->finish(); });
     });
     queue_.post([self = shared_from_this()] { self->launch(); });
   }
 
- private:
-  /// Absent for an error.
-  using Answer = std::optional<JsonObject>;
+ protected:
+  using Answer = std::expected<JsonObject, AgentError>;
 
+  Talk(Place place, MainQueue& main, BackgroundPool& pool)
+      : place_(std::move(place)), main_(main), queue_(pool, "com.local.vantrell.codex-discovery") {}
+
+  // On the talk's queue.
+  virtual void ask() = 0;
+  virtual bool isAnswered() const = 0;
+  // Once, on the main queue.
+  virtual void complete() = 0;
+
+  void request(std::string_view method, JsonObject params, std::function<void(Answer)> completion) {
+    const std::int64_t id = pending_.add(std::move(completion));
+    process_->send(jsonrpc::request(id, method, std::move(params)));
+  }
+
+ private:
   void launch() {
     ProcessOptions options;
     options.executable = place_.executable;
@@ -53,7 +63,53 @@ class Runner : public std::enable_shared_from_this<Runner> {
     });
   }
 
-  void ask() {
+  void handle(const JsonObject& message) {
+    const auto id = json::integer(message, "id");
+    if (!id || message.find("method") || isFinished_) return;
+    const auto completion = pending_.take(*id);
+    if (!completion) return;
+    const JsonObject* result = json::object(message, "result");
+    if (const JsonObject* error = json::object(message, "error")) {
+      (*completion)(std::unexpected(codex::runtimeError(*error, "Codex refused the request.")));
+    } else {
+      (*completion)(result ? *result : JsonObject{});
+    }
+    if (isAnswered()) finish();
+  }
+
+  void finish() {
+    if (std::exchange(isFinished_, true)) return;
+    if (process_) {
+      process_->stop(JsonLineProcess::Ending::prompt);
+      // This may be a call from within the process.
+      queue_.post([process = std::move(process_)] {});
+    }
+    main_.post([self = shared_from_this()] {
+      self->timer_.cancel();
+      self->complete();
+    });
+  }
+
+  const Place place_;
+  MainQueue& main_;
+  const SerialQueue queue_;
+  Timer timer_;  // the main queue's
+
+  // The talk's queue's.
+  std::unique_ptr<JsonLineProcess> process_;
+  PendingRequests<Answer> pending_;
+  bool isFinished_ = false;
+};
+
+class Discovery final : public Talk {
+ public:
+  using Completion = std::function<void(CodexDiscoveryResult)>;
+
+  Discovery(Place place, MainQueue& main, BackgroundPool& pool, Completion completion)
+      : Talk(std::move(place), main, pool), completion_(std::move(completion)) {}
+
+ private:
+  void ask() override {
     request("model/list", {{"includeHidden", false}}, [this](const Answer& answer) {
       auto models = answer ? codex::modelOptions(*answer) : std::vector<ProviderModelOption>();
       if (!models.empty()) result_.models = std::move(models);
@@ -64,63 +120,58 @@ class Runner : public std::enable_shared_from_this<Runner> {
       receivedUsage_ = true;
     });
   }
+  bool isAnswered() const override { return receivedModels_ && receivedUsage_; }
+  void complete() override { std::exchange(completion_, nullptr)(std::move(result_)); }
 
-  void request(std::string_view method, JsonObject params, std::function<void(Answer)> completion) {
-    const std::int64_t id = pending_.add(std::move(completion));
-    process_->send(jsonrpc::request(id, method, std::move(params)));
-  }
-
-  void handle(const JsonObject& message) {
-    const auto id = json::integer(message, "id");
-    if (!id || message.find("method") || isFinished_) return;
-    const auto completion = pending_.take(*id);
-    if (!completion) return;
-    const JsonObject* result = json::object(message, "result");
-    if (json::object(message, "error")) {
-      (*completion)(std::nullopt);
-    } else {
-      (*completion)(result ? *result : JsonObject{});
-    }
-    if (receivedModels_ && receivedUsage_) finish();
-  }
-
-  void finish() {
-    if (std::exchange(isFinished_, true)) return;
-    if (process_) {
-      process_->stop(JsonLineProcess::Ending::prompt);
-      // This may be a call from within the process.
-      queue_.post([process = std::move(process_)] {});
-    }
-    main_.post([self = shared_from_this(), result = std::move(result_)]() mutable {
-      self->timer_.cancel();
-      if (const auto completion = std::exchange(self->completion_, nullptr)) {
-        completion(std::move(result));
-      }
-    });
-  }
-
-  const Place place_;
-  MainQueue& main_;
-  const SerialQueue queue_;
-
-  // The main queue's.
-  Timer timer_;
-  std::function<void(CodexDiscoveryResult)> completion_;
-
-  // The runner's queue's.
-  std::unique_ptr<JsonLineProcess> process_;
-  PendingRequests<Answer> pending_;
+  Completion completion_;
   CodexDiscoveryResult result_{codex::unknownModels(), std::nullopt};
   bool receivedModels_ = false;
   bool receivedUsage_ = false;
-  bool isFinished_ = false;
+};
+
+class Reset final : public Talk {
+ public:
+  using Outcome = std::expected<std::string, AgentError>;
+  using Completion = std::function<void(Outcome)>;
+
+  Reset(Place place, MainQueue& main, BackgroundPool& pool, Completion completion)
+      : Talk(std::move(place), main, pool), completion_(std::move(completion)) {}
+
+ private:
+  void ask() override {
+    isAsked_ = true;
+    request("account/rateLimitResetCredit/consume", codex::consumeResetCreditParams(),
+            [this](const Answer& answer) {
+              outcome_ =
+                  answer ? Outcome(codex::resetOutcome(*answer)) : std::unexpected(answer.error());
+            });
+  }
+  bool isAnswered() const override { return outcome_.has_value(); }
+  void complete() override {
+    // Who asked and was not answered cannot know whether a credit is gone.
+    if (!outcome_) {
+      outcome_ = std::unexpected(
+          AgentError(isAsked_ ? "Codex did not say what came of it." : "Codex did not answer."));
+    }
+    std::exchange(completion_, nullptr)(*std::move(outcome_));
+  }
+
+  Completion completion_;
+  std::optional<Outcome> outcome_;
+  bool isAsked_ = false;
 };
 
 }  // namespace
 
 void run(Place place, MainQueue& main, BackgroundPool& pool,
          std::function<void(CodexDiscoveryResult)> completion) {
-  std::make_shared<Runner>(std::move(place), main, pool, std::move(completion))->start();
+  std::make_shared<Discovery>(std::move(place), main, pool, std::move(completion))
+      ->start(timeLimit);
+}
+
+void consumeUsageReset(Place place, MainQueue& main, BackgroundPool& pool,
+                       std::function<void(std::expected<std::string, AgentError>)> completion) {
+  std::make_shared<Reset>(std::move(place), main, pool, std::move(completion))->start(resetLimit);
 }
 
 }  // namespace vantrell::CodexDiscovery

@@ -1,8 +1,9 @@
-// Asks Codex for its models and the allowance without opening a thread: a process of its own, two
-// questions, the end. It holds itself alive until it has answered.
+// Talks with Codex without opening a thread: a process of its own asks for the models and the
+// allowance, or spends a reset credit, and ends. It holds itself alive until it has answered.
 #pragma once
 
 #include <chrono>
+#include <expected>
 #include <functional>
 #include <optional>
 #include <string>
@@ -10,6 +11,7 @@
 
 #include "platform/dispatch.h"
 #include "platform/process.h"
+#include "runtimes/agent_error.h"
 #include "runtimes/provider_options.h"
 #include "runtimes/provider_usage.h"
 
@@ -36,6 +38,14 @@ inline constexpr std::chrono::seconds timeLimit{8};
 /// leaves a part of the result as it is when nothing is known.
 void run(Place place, MainQueue& main, BackgroundPool& pool,
          std::function<void(CodexDiscoveryResult)> completion);
+
+/// A reset may take Codex longer than a question.
+inline constexpr std::chrono::seconds resetLimit{30};
+
+/// Spends a manual reset credit, for who has no task open. As run(), with the runtime's word for
+/// what came of it, as of CodexAppServerClient::consumeUsageReset().
+void consumeUsageReset(Place place, MainQueue& main, BackgroundPool& pool,
+                       std::function<void(std::expected<std::string, AgentError>)> completion);
 
 }  // namespace CodexDiscovery
 

@@ -4,6 +4,7 @@
 
 #include "platform/text.h"
 #include "platform/uuid.h"
+#include "runtimes/session_updates.h"
 
 namespace vantrell::codex {
 
@@ -14,12 +15,6 @@ std::string_view status(std::string_view theirs) {
   if (theirs == "inProgress") return "in_progress";
   if (theirs == "declined") return "failed";
   return theirs;
-}
-
-JsonObject chunk(std::string_view kind, std::string messageId, std::string text) {
-  return {{"sessionUpdate", kind},
-          {"messageId", std::move(messageId)},
-          {"content", JsonObject{{"type", "text"}, {"text", std::move(text)}}}};
 }
 
 struct Tool {
@@ -74,11 +69,11 @@ std::string summaryOf(const JsonObject& reasoning) {
 }  // namespace
 
 JsonObject messageChunk(std::string itemId, std::string text) {
-  return chunk("agent_message_chunk", std::move(itemId), std::move(text));
+  return sessionUpdates::messageChunk(std::move(itemId), std::move(text));
 }
 
 JsonObject thoughtChunk(std::string_view itemId, std::string text) {
-  return chunk("agent_thought_chunk", fmt::format("reasoning-{}", itemId), std::move(text));
+  return sessionUpdates::thoughtChunk(fmt::format("reasoning-{}", itemId), std::move(text));
 }
 
 std::optional<JsonObject> itemUpdate(const JsonObject& item, bool isCompleted, bool wasStreamed,

@@ -83,6 +83,10 @@ JsonObject consumeResetCreditParams() {
   return {{"idempotencyKey", Uuid::random().text()}};
 }
 
+std::string resetOutcome(const JsonObject& result) {
+  return json::textOr(result, "outcome", "nothingToReset");
+}
+
 AgentRuntimeError failure(Kind kind, std::string message) {
   return {AgentProvider::codex, kind, std::move(message)};
 }

@@ -21,6 +21,8 @@ JsonObject turnStartParams(const CodexConfiguration& configuration, const std::s
 JsonObject turnInterruptParams(const std::string& threadId, const std::string& turnId);
 /// A fresh key each time: one call spends at most one credit, two calls may spend two.
 JsonObject consumeResetCreditParams();
+/// The word for what came of it: "reset", "noCredit", "nothingToReset" or another.
+std::string resetOutcome(const JsonObject& result);
 
 AgentRuntimeError failure(AgentRuntimeError::Kind kind, std::string message);
 /// The runtime has gone.

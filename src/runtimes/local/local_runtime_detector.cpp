@@ -96,13 +96,4 @@ void LocalRuntimeDetector::become(LocalRuntimeStatus status) {
   if (onChange) onChange();
 }
 
-std::vector<ProviderModelOption> LocalRuntimeDetector::modelOptions() const {
-  std::vector<ProviderModelOption> options{
-      ProviderModelOption::defaultOption({ProviderEffortOption::defaultOption()})};
-  if (const auto* connection = status_.connection()) {
-    options.insert(options.end(), connection->models.begin(), connection->models.end());
-  }
-  return options;
-}
-
 }  // namespace vantrell

@@ -25,15 +25,13 @@ class LocalRuntimeDetector : public std::enable_shared_from_this<LocalRuntimeDet
   static std::shared_ptr<LocalRuntimeDetector> make(const UserDefaults& defaults,
                                                     HttpClient& client);
 
-  /// The status, and with it modelOptions(), has changed.
+  /// The status has changed.
   std::function<void()> onChange;
 
   /// Starts a detection with the settings as they are now. Two may overlap: the one that ends last
   /// sets the status.
   void refresh();
   const LocalRuntimeStatus& status() const { return status_; }
-  /// For the session controls: the default, then what the server has while one is ready.
-  std::vector<ProviderModelOption> modelOptions() const;
 
  private:
   LocalRuntimeDetector(const UserDefaults& defaults, HttpClient& client)

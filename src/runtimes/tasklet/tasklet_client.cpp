@@ -15,7 +15,7 @@ namespace {
 constexpr std::size_t longestExcerpt = 4096;
 
 AgentError protocolError(std::string message) {
-  // Classified, so that no word of a server or of its name can pass for a used-up allowance.
+  // Classified, so that no word of a server can pass for a used-up allowance.
   return AgentRuntimeError{AgentProvider::tasklet, AgentRuntimeError::Kind::protocolError,
                            std::move(message)};
 }
@@ -137,7 +137,7 @@ std::expected<JsonObject, AgentError> TaskletClient::conclude(
 
 AgentError TaskletClient::errorOf(const HttpError& error) const {
   if (isStopped_) return AgentError::disconnection(error.description);
-  return protocolError(error.description);
+  return AgentError::transport(error.description);
 }
 
 void TaskletClient::cancel() {

@@ -11,10 +11,12 @@ namespace vantrell::shell {
 namespace {
 
 constexpr const Command* table[] = {
-    &runCommand,     &providersCommand, &loginCommand,    &tasksCommand,
-    &showCommand,    &searchCommand,    &exportCommand,   &sayCommand,
-    &newCommand,     &renameCommand,    &moveCommand,     &pinCommand,
-    &archiveCommand, &deleteCommand,    &projectsCommand, &settingsCommand,
+    &runCommand,     &providersCommand, &loginCommand,   &modelsCommand, &effortCommand,
+    &usageCommand,   &routeCommand,     &handoffCommand, &tasksCommand,  &showCommand,
+    &searchCommand,  &exportCommand,    &sayCommand,     &newCommand,    &renameCommand,
+    &moveCommand,    &pinCommand,       &archiveCommand, &deleteCommand, &checkpointCommand,
+    &isolateCommand, &projectsCommand,  &contextCommand, &diffCommand,   &reviewCommand,
+    &hooksCommand,   &settingsCommand,
 };
 
 bool asksForHelp(std::string_view argument) {

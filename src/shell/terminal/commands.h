@@ -13,6 +13,11 @@ namespace vantrell::shell {
 extern const Command runCommand;
 extern const Command providersCommand;
 extern const Command loginCommand;
+extern const Command modelsCommand;
+extern const Command effortCommand;
+extern const Command usageCommand;
+extern const Command routeCommand;
+extern const Command handoffCommand;
 extern const Command tasksCommand;
 extern const Command showCommand;
 extern const Command searchCommand;
@@ -24,7 +29,13 @@ extern const Command moveCommand;
 extern const Command pinCommand;
 extern const Command archiveCommand;
 extern const Command deleteCommand;
+extern const Command checkpointCommand;
+extern const Command isolateCommand;
 extern const Command projectsCommand;
+extern const Command contextCommand;
+extern const Command diffCommand;
+extern const Command reviewCommand;
+extern const Command hooksCommand;
 extern const Command settingsCommand;
 
 std::span<const Command* const> allCommands();

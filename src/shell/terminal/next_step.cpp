@@ -49,8 +49,28 @@ NextStep nextStep(AgentProvider provider, const RuntimeInstallStatus& status,
   return step;
 }
 
+NextStep nextStepOfLocal(const LocalRuntimeStatus& status, bool hasHarness) {
+  if (!status.connection()) {
+    const std::string reason = status.reason() ? *status.reason() + " " : "";
+    return {NextStep::Kind::setUp, "",
+            reason + std::string(ProviderRegistry::setupHint(AgentProvider::local))};
+  }
+  if (hasHarness) return {NextStep::Kind::nothing, "", fmt::format("ready: {}", status.label())};
+  const std::string command(installCommand(AgentProvider::grok));
+  return {NextStep::Kind::install, command,
+          fmt::format("{}; install Grok Build as the tool harness: {}", status.label(), command)};
+}
+
+NextStep nextStepOfTasklet(bool isConfigured) {
+  if (isConfigured) return {NextStep::Kind::nothing, "", "ready: a webhook is set"};
+  const std::string command = "vantrell settings set tasklet-webhook";
+  return {NextStep::Kind::setUp, command,
+          fmt::format("{} Type: {}", ProviderRegistry::setupHint(AgentProvider::tasklet), command)};
+}
+
 std::string_view mark(const RuntimeInstallStatus& status, const NextStep& step) {
-  if (!status.isInstalled()) return "○";
+  // A provider without a program is ready by what is set up for it.
+  if (!status.isInstalled()) return step.kind == NextStep::Kind::nothing ? "✓" : "○";
   switch (step.kind) {
     case NextStep::Kind::tryIt: return "?";
     case NextStep::Kind::logIn:

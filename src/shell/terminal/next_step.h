@@ -7,6 +7,7 @@
 
 #include "engine/runtime_install_status.h"
 #include "records/agent_provider.h"
+#include "runtimes/local/local_runtime.h"
 
 namespace vantrell::shell {
 
@@ -20,6 +21,10 @@ struct NextStep {
 /// `glmModel` is the one that OpenCode is to use.
 NextStep nextStep(AgentProvider provider, const RuntimeInstallStatus& status,
                   std::string_view glmModel);
+
+/// Of the providers without a program of their own: what a model server or the webhook lacks.
+NextStep nextStepOfLocal(const LocalRuntimeStatus& status, bool hasHarness);
+NextStep nextStepOfTasklet(bool isConfigured);
 
 /// One sign: ✓ can be used, as far as is known; ! something is left to do; ? it did not answer;
 /// ○ it is not there.

@@ -26,4 +26,17 @@ std::expected<AgentProvider, UsageError> readProgramOwner(std::string_view word)
                   word, suggestion(word, known)));
 }
 
+std::expected<AgentProvider, UsageError> readProvider(std::string_view word) {
+  std::vector<std::string_view> known;
+  for (const auto provider : allAgentProviders) {
+    const bool isNamedByProgram = loginFlow(provider) && word == programName(provider);
+    if (word == rawText(provider) || isNamedByProgram) return provider;
+    known.push_back(rawText(provider));
+    if (loginFlow(provider)) known.push_back(programName(provider));
+  }
+  return usageError(fmt::format(
+      "There is no provider \"{}\".{} There are grok, codex, kimi, glm, claude, local and tasklet.",
+      word, suggestion(word, known)));
+}
+
 }  // namespace vantrell::shell

@@ -9,5 +9,7 @@ namespace vantrell::shell {
 /// One of the five providers that have a program of their own, by the provider's id or the
 /// program's name ("glm" or "opencode").
 std::expected<AgentProvider, UsageError> readProgramOwner(std::string_view word);
+/// Any of the seven, likewise.
+std::expected<AgentProvider, UsageError> readProvider(std::string_view word);
 
 }  // namespace vantrell::shell

@@ -4,6 +4,7 @@
 #include "platform/files.h"
 #include "platform/json.h"
 #include "platform/text.h"
+#include "runtimes/local/local_runtime_service.h"
 #include "runtimes/provider_registry.h"
 #include "runtimes/runtime_locator.h"
 #include "shell/terminal/commands.h"
@@ -42,6 +43,41 @@ std::string signInWord(const RuntimeInstallStatus& status) {
   return *status.signedIn ? "signed in" : "not signed in";
 }
 
+/// Where the work of a provider without a program of its own goes.
+std::string placeOfService(const RuntimeSurvey& survey, AgentProvider provider) {
+  const auto* connection = survey.localRuntime().connection();
+  if (provider == AgentProvider::local && connection) return connection->baseURL.text();
+  return "no program of its own";
+}
+
+/// What the user has set for it, where that is not told along with the next step.
+std::string whatIsSet(const RuntimeSurvey& survey, AgentProvider provider) {
+  if (provider == AgentProvider::tasklet) return survey.webhook().problem();
+  const auto kind = LocalRuntimeService::configuredKind(survey.defaults());
+  const auto url = LocalRuntimeService::configuredURL(survey.defaults());
+  return fmt::format("set: {}{}", displayName(kind), url.empty() ? "" : " at " + onOneLine(url));
+}
+
+/// The same for scripts; null for a provider that has a program.
+Json serviceOf(const RuntimeSurvey& survey, AgentProvider provider) {
+  if (provider == AgentProvider::tasklet) {
+    const auto& problem = survey.webhook().problem();
+    return JsonObject{{"webhookIsSet", survey.webhook().isConfigured()},
+                      {"problem", problem.empty() ? Json() : Json(problem)}};
+  }
+  if (provider != AgentProvider::local) return {};
+  const auto url = LocalRuntimeService::configuredURL(survey.defaults());
+  const auto& status = survey.localRuntime();
+  const auto* connection = status.connection();
+  return JsonObject{
+      {"kind", rawText(LocalRuntimeService::configuredKind(survey.defaults()))},
+      {"url", url.empty() ? Json() : Json(url)},
+      {"found", connection ? Json(connection->name) : Json()},
+      {"baseURL", connection ? Json(connection->baseURL.text()) : Json()},
+      {"models", connection ? Json(static_cast<std::int64_t>(connection->models.size())) : Json()},
+      {"problem", status.reason() ? Json(*status.reason()) : Json()}};
+}
+
 Row rowOf(const RuntimeSurvey& survey, AgentProvider provider) {
   const auto& status = survey.status(provider);
   const auto step = survey.nextStep(provider);
@@ -56,14 +92,16 @@ Row rowOf(const RuntimeSurvey& survey, AgentProvider provider) {
     row.remarks.push_back(
         fmt::format("the path that is set for it is no program: {}", shortPath(*unusable)));
   }
-  if (status.isInstalled()) {
+  if (provider == AgentProvider::local || provider == AgentProvider::tasklet) {
+    row.place = placeOfService(survey, provider);
+    row.isThere = step.kind == NextStep::Kind::nothing;
+    if (auto set = whatIsSet(survey, provider); !set.empty()) row.remarks.push_back(std::move(set));
+  } else if (status.isInstalled()) {
     row.version = status.version     ? firstLine(*status.version)
                   : status.hasRunOut ? "no answer"
                                      : "not known";
     row.signIn = signInWord(status);
     row.place = shortPath(status.path);
-  } else if (step.kind == NextStep::Kind::setUp) {
-    row.place = "no program of its own";
   }
   row.remarks.push_back(onOneLine(step.words));
   return row;
@@ -102,7 +140,9 @@ std::string tableOf(const std::vector<Row>& rows, const TerminalStyle& style) {
   }
   return text +
          "\n"
-         "A program that lies elsewhere: vantrell settings kimi-path /path/to/kimi\n";
+         "A program that lies elsewhere: vantrell settings kimi-path /path/to/kimi\n"
+         "A model server elsewhere: vantrell settings local-runtime custom, and local-url "
+         "ADDRESS\n";
 }
 
 JsonObject jsonOf(const RuntimeSurvey& survey, AgentProvider provider) {
@@ -122,6 +162,7 @@ JsonObject jsonOf(const RuntimeSurvey& survey, AgentProvider provider) {
       {"signedIn", orNull(status.signedIn)},
       {"answered", orNull(status.isInstalled() ? std::optional(!status.hasRunOut) : std::nullopt)},
       {"unusableCustomPath", orNull(survey.unusableCustomPath(provider))},
+      {"service", serviceOf(survey, provider)},
       {"next", std::move(next)}};
   return object;
 }
@@ -150,7 +191,9 @@ const Command providersCommand{
     .options = std::span(&jsonOption, 1),
     .introduction =
         "Looks for the program of every provider and asks it for its version and whether it is\n"
-        "signed in. Install commands are the vendors' own; they are shown for you to run.",
+        "signed in. Install commands are the vendors' own; they are shown for you to run. For "
+        "local\n"
+        "models it looks for a server, and for Tasklet whether a webhook is stored.",
     .run = run,
 };
 

@@ -81,26 +81,23 @@ class Performance {
         printer_(makePrinter(plan, environment, sink, answersAreTyped_)) {}
 
   std::expected<int, UsageError> run() {
-    std::optional<AgentProvider> last;
-    if (plan_.arguments.task) {
-      const auto found = findTask(app_.model().tree.workspaces(), *plan_.arguments.task);
-      if (!found) return std::unexpected(found.error());
-      last = app_.model().tree.thread(*found)->lastProvider;
-    }
+    AppModel& model = app_.model();
+    const auto task = taskAtHand(model, plan_);
+    if (!task) return std::unexpected(task.error());
     if (plan_.executable && !executableOwner_) {
-      if (!last) {
+      const ChatThread* thread = *task ? model.tree.thread(**task) : nullptr;
+      if (!thread || !thread->lastProvider) {
         return usageError(
             "Nobody has worked on this task yet. Say whose program --executable names with "
             "--provider, as in --provider kimi.");
       }
-      executableOwner_ = last;
+      executableOwner_ = thread->lastProvider;
     }
-    findOutAbout(plan_.arguments.provider ? plan_.arguments.provider : last);
-    const auto provider = chooseProvider(loop_, app_, plan_, last);
+    const auto named = plan_.practiceAgent ? std::optional(AgentProvider::local) : executableOwner_;
+    const auto provider = chooseProvider(loop_, app_, named, *task);
     if (!provider) return std::unexpected(provider.error());
-    const auto key = openTask(app_.model(), plan_, *provider);
+    const auto key = openTask(model, plan_, *provider);
     if (!key) return std::unexpected(key.error());
-    app_.frontDoorProvider = *provider;
     chooseModes(app_.model().settings, plan_.arguments);
     introduce(*key, *provider);
 
@@ -125,19 +122,6 @@ class Performance {
   bool wasAbandoned = false;
 
  private:
-  /// A local model server is asked and a stored webhook read, where one of them is to do the task.
-  void findOutAbout(std::optional<AgentProvider> provider) {
-    if (!provider || plan_.practiceAgent) return;
-    bool isKnown = false;
-    bool isRunning = false;
-    app_.services().prepare(*provider, [&] {
-      isKnown = true;
-      if (isRunning) loop_.quit();
-    });
-    isRunning = true;
-    if (!isKnown) loop_.run();
-  }
-
   void introduce(const ThreadExecutionKey& key, AgentProvider provider) {
     const auto folder = app_.model().tree.executionPath(key).value_or("");
     const auto label = ProviderRegistry::descriptor(provider).label;

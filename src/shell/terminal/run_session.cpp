@@ -89,7 +89,13 @@ void RunSession::lookAtProgress() {
 /// come right behind the failure of its prompt.
 void RunSession::endSoon() {
   if (std::exchange(ending_, true)) return;
-  parts_.loop.post([this] { parts_.loop.post([this] { end(); }); });
+  parts_.loop.post([this] {
+    parts_.loop.post([this] {
+      if (stopped_) return end();
+      // Those behind the task have begun by now; they would end with this program.
+      parts_.model.hooks->whenDone(key_, [this] { end(); });
+    });
+  });
 }
 
 void RunSession::end() {

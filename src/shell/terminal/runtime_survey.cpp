@@ -5,8 +5,11 @@
 #include <fmt/ranges.h>
 #include <unistd.h>
 
+#include "app/user_state.h"
 #include "app/vantrell_app.h"
+#include "engine/model_discovery.h"
 #include "platform/text.h"
+#include "runtimes/codex/codex_discovery.h"
 #include "runtimes/locators.h"
 #include "runtimes/runtime_locator.h"
 #include "shell/terminal/plain_words.h"
@@ -71,14 +74,38 @@ std::unique_ptr<UserDefaults> storedOrNone() {
 RuntimeSurvey::RuntimeSurvey()
     : defaults_(storedOrNone()),
       runner_(std::make_shared<ProgramRunner>(loop_, pool_)),
-      means_(runtimeMeans(runner_, executableChoice({}, *defaults_))),
-      desk_(std::make_shared<RuntimeDesk>(changes_, means_)) {}
+      means_(runtimeMeans(runner_, pool_, executableChoice({}, *defaults_))),
+      desk_(std::make_shared<RuntimeDesk>(changes_, means_)),
+      secrets_(UserFolders{}.orOwn().secretStore(), loop_, pool_),
+      services_(loop_, *defaults_, secrets_),
+      connectors_({.main = loop_,
+                   .pool = pool_,
+                   .defaults = *defaults_,
+                   .http = services_.http(),
+                   .webhook = services_.webhook(),
+                   .customExecutable = means_.customExecutable}) {}
 
 void RuntimeSurvey::waitForAnswers() {
   const auto watch = changes_.observe([this](const Change&) {
-    if (!desk_->isAsking()) loop_.quit();
+    if (isRunning_ && !isWaiting()) loop_.quit();
   });
-  if (desk_->isAsking()) loop_.run();
+  if (!isWaiting()) return;
+  isRunning_ = true;
+  loop_.run();
+  isRunning_ = false;
+}
+
+std::function<void()> RuntimeSurvey::question(std::string name) {
+  waitsFor_.insert(name);
+  return [this, name = std::move(name)] {
+    waitsFor_.erase(waitsFor_.find(name));
+    changes_.announce({.kind = Change::Kind::runtimesChanged});
+  };
+}
+
+void RuntimeSurvey::askServices() {
+  services_.prepare(AgentProvider::local, question("model servers"));
+  services_.prepare(AgentProvider::tasklet, question("the keyring"));
 }
 
 void RuntimeSurvey::askAll(const Environment& environment) {
@@ -89,9 +116,11 @@ void RuntimeSurvey::askAll(const Environment& environment) {
     for (const auto provider : allAgentProviders) {
       if (desk_->isAsking(provider)) names.emplace_back(programName(provider));
     }
+    names.insert(names.end(), waitsFor_.begin(), waitsFor_.end());
     line.waitFor(std::move(names));
   };
   const auto watch = changes_.observe([&](const Change&) { update(); });
+  askServices();
   desk_->refreshAll();
   waitForAnswers();
 }
@@ -115,7 +144,58 @@ std::optional<std::string> RuntimeSurvey::unusableCustomPath(AgentProvider provi
 }
 
 NextStep RuntimeSurvey::nextStep(AgentProvider provider) const {
+  if (provider == AgentProvider::local) {
+    return nextStepOfLocal(localRuntime(), status(AgentProvider::grok).isInstalled());
+  }
+  if (provider == AgentProvider::tasklet) return nextStepOfTasklet(webhook().isConfigured());
   return shell::nextStep(provider, status(provider), OpenCodeLocator::configuredModel(*defaults_));
+}
+
+RuntimeSurvey::Models RuntimeSurvey::askModels(AgentProvider provider) {
+  Models models;
+  ProviderConnectorContext context;
+  context.workspacePath = files::homeFolder();
+  if (provider == AgentProvider::local) {
+    services_.prepare(provider, question("model servers"));
+    waitForAnswers();
+    context.localRuntimeStatus = localRuntime();
+    models.areReported = localRuntime().connection() != nullptr;
+  } else if (tellsModels(provider) && find(provider)) {
+    auto answered = question(std::string(programName(provider)));
+    const bool isAsked = discoverModels(provider, loop_, means_, context.workspacePath,
+                                        [&models, answered](DiscoveredModels found) {
+                                          // The provider's own choice alone is what is known when
+                                          // the program did not tell.
+                                          models.areReported = found.models.size() > 1;
+                                          if (models.areReported)
+                                            models.options = std::move(found.models);
+                                          models.usage = std::move(found.usage);
+                                          answered();
+                                        });
+    if (!isAsked) answered();
+    waitForAnswers();
+  }
+  if (models.options.empty()) {
+    models.options = connectors_.connector(provider).modelOptions(context);
+  }
+  return models;
+}
+
+std::expected<std::string, AgentError> RuntimeSurvey::resetCodexUsage() {
+  const auto program = find(AgentProvider::codex);
+  std::expected<std::string, AgentError> outcome =
+      std::unexpected(AgentError("The Codex CLI is not installed."));
+  if (!program) return outcome;
+  CodexDiscovery::consumeUsageReset({.executable = *program,
+                                     .workspacePath = files::homeFolder(),
+                                     .environment = CodexLocator::subscriptionEnvironment()},
+                                    loop_, pool_,
+                                    [&outcome, answered = question("codex")](auto result) {
+                                      outcome = std::move(result);
+                                      answered();
+                                    });
+  waitForAnswers();
+  return outcome;
 }
 
 }  // namespace vantrell::shell

@@ -2,17 +2,25 @@
 // the rest of the program, without its lock, and changing nothing that is stored. Main thread.
 #pragma once
 
+#include <expected>
+#include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 
+#include "app/provider_services.h"
 #include "app/runtime_means.h"
 #include "engine/changes.h"
 #include "platform/dispatch.h"
 #include "platform/process.h"
 #include "platform/program_runner.h"
 #include "platform/run_loop.h"
+#include "platform/secret_queue.h"
 #include "platform/user_defaults.h"
+#include "runtimes/agent_error.h"
+#include "runtimes/provider_connectors.h"
+#include "runtimes/provider_usage.h"
 #include "shell/terminal/next_step.h"
 
 namespace vantrell::shell {
@@ -36,8 +44,28 @@ class RuntimeSurvey {
   std::optional<std::string> unusableCustomPath(AgentProvider provider) const;
   NextStep nextStep(AgentProvider provider) const;
 
+  /// What was found of a model server and of the webhook by askAll() or askModels().
+  const LocalRuntimeStatus& localRuntime() const { return services_.localRuntime().status(); }
+  const TaskletWebhook& webhook() const { return *services_.webhook(); }
+  const UserDefaults& defaults() const { return *defaults_; }
+
+  struct Models {
+    std::vector<ProviderModelOption> options;
+    std::optional<ProviderUsage> usage;  // where the program tells it along with its models
+    bool areReported = false;            // by the runtime itself; else they are what is built in
+  };
+  /// Asks the provider's runtime for its models, where it can tell, and waits for the answer.
+  Models askModels(AgentProvider provider);
+  /// Spends a reset credit of Codex and waits for the outcome.
+  std::expected<std::string, AgentError> resetCodexUsage();
+
  private:
+  /// Runs the loop until everything that was asked has answered.
   void waitForAnswers();
+  bool isWaiting() const { return !waitsFor_.empty() || desk_->isAsking(); }
+  /// For a question that is no program's: names it for who waits, and gives what its answer calls.
+  std::function<void()> question(std::string name);
+  void askServices();
 
   RunLoop loop_;
   const std::unique_ptr<UserDefaults> defaults_;
@@ -46,6 +74,11 @@ class RuntimeSurvey {
   const RuntimeMeans means_;
   Changes changes_;
   const std::shared_ptr<RuntimeDesk> desk_;
+  SecretQueue secrets_;
+  ProviderServices services_;
+  const ProviderConnectorRegistry connectors_;
+  std::multiset<std::string> waitsFor_;
+  bool isRunning_ = false;  // the loop
 };
 
 }  // namespace vantrell::shell

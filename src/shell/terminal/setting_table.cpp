@@ -6,6 +6,7 @@
 
 #include "platform/files.h"
 #include "platform/text.h"
+#include "runtimes/local/local_runtime_service.h"
 #include "runtimes/locators.h"
 
 namespace vantrell::shell {
@@ -15,6 +16,8 @@ namespace {
 constexpr auto modes = rawTexts(GrokPermissionMode{});
 constexpr auto workflows = rawTexts(TaskWorkflowMode{});
 constexpr auto routes = rawTexts(ProviderRoutingMode{});
+constexpr auto localKinds =
+    std::to_array<std::string_view>({"automatic", "ollama", "lm_studio", "custom"});
 
 std::string toggled(bool value) {
   return value ? "on" : "off";
@@ -36,7 +39,11 @@ constexpr SettingRow rows[] = {
        settings.lowerForPlan();
      }},
     {"route", "providerRoutingMode.v1", "which provider takes a turn", Type::choice, routes,
-     [](const Settings& settings) { return std::string(rawText(settings.routingMode())); }},
+     [](const Settings& settings) { return std::string(rawText(settings.routingMode())); },
+     [](Settings& settings, std::string_view value) {
+       settings.recordRoutingMode(
+           fromRawText<ProviderRoutingMode>(value).value_or(ProviderRoutingMode::automatic));
+     }},
     {"no-metered",
      "noMeteredAPIs.v1",
      "never use a provider that is billed per use",
@@ -73,16 +80,35 @@ constexpr SettingRow rows[] = {
     {"claude-path", "claudeExecutablePath", "program of Claude Code", Type::program},
     {"glm-model", "openCodeGLMModel", "model of the GLM Coding Plan in OpenCode", Type::model},
     {"claude-model", "claudeModel", "model of Claude Code", Type::model},
-    {"local-runtime", "localRuntimeKind.v1", "kind of the local model server"},
-    {"local-url", "localRuntimeBaseURL.v1", "address of the local model server"},
+    {"local-runtime", LocalRuntimeService::kindKey, "kind of the local model server", Type::choice,
+     localKinds},
+    {"local-url", LocalRuntimeService::baseURLKey, "address of the local model server",
+     Type::address},
+    {"tasklet-webhook", "", "where Tasklet takes tasks; a secret", Type::secret},
     {"remote-host",
      "remoteHostEnabled.v1",
      "whether other devices may control this one",
      Type::toggle,
      {},
-     [](const Settings& settings) { return toggled(settings.isRemoteHostEnabled()); }},
-    {"remote-address", "remoteAdvertisedHost.v1", "address that those devices are told"},
-    {"update-feed", "updateFeedURL.v1", "where updates are looked for"},
+     [](const Settings& settings) { return toggled(settings.isRemoteHostEnabled()); },
+     nullptr,
+     true},
+    {"remote-address",
+     "remoteAdvertisedHost.v1",
+     "address that those devices are told",
+     Type::text,
+     {},
+     nullptr,
+     nullptr,
+     true},
+    {"update-feed",
+     "updateFeedURL.v1",
+     "where updates are looked for",
+     Type::text,
+     {},
+     nullptr,
+     nullptr,
+     true},
 };
 
 bool isStored(const UserDefaults& defaults, std::string_view key) {
@@ -117,6 +143,8 @@ std::string SettingRow::accepted() const {
     case Type::scale: return "a number from 0.8 to 1.5, in tenths";
     case Type::program: return "the path of a program";
     case Type::model: return "the ID of a model";
+    case Type::address: return "an address such as http://127.0.0.1:8080/v1";
+    case Type::secret: return "an address that begins with https://";
     case Type::text: break;
   }
   return "a text";
@@ -128,7 +156,7 @@ std::span<const SettingRow> settingRows() {
 
 std::expected<const SettingRow*, UsageError> findSetting(std::string_view name) {
   for (const SettingRow& row : rows) {
-    if (row.name == name || row.key == name) return &row;
+    if (row.name == name || (!row.key.empty() && row.key == name)) return &row;
   }
   std::vector<std::string_view> names;
   for (const SettingRow& row : rows) names.push_back(row.name);
@@ -137,6 +165,10 @@ std::expected<const SettingRow*, UsageError> findSetting(std::string_view name) 
 }
 
 SettingValue readSetting(const SettingRow& row, const UserDefaults& defaults) {
+  if (row.key == LocalRuntimeService::kindKey) {
+    return {std::string(rawText(LocalRuntimeService::configuredKind(defaults))),
+            isStored(defaults, row.key)};
+  }
   return {row.read ? readByRule(row, defaults) : defaults.text(row.key).value_or(""),
           isStored(defaults, row.key)};
 }
@@ -175,6 +207,10 @@ std::expected<std::string, UsageError> checkedValue(const SettingRow& row, std::
     }
     case Type::model:
       if (text::trimmed(text).empty()) return refused(row, text);
+      if (text::trimmed(text) == "default") {
+        return usageError(
+            fmt::format("To go by the usual model: vantrell settings reset {}", row.name));
+      }
       if (row.name == "glm-model" && !OpenCodeLocator::isPlanModel(text)) {
         return usageError(
             fmt::format("\"{}\" is no model of the coding plan, which begin with "
@@ -183,6 +219,18 @@ std::expected<std::string, UsageError> checkedValue(const SettingRow& row, std::
                         text));
       }
       return std::string(text::trimmed(text));
+    case Type::address: {
+      if (text::trimmed(text).empty()) {
+        return usageError(
+            fmt::format("To go without an address of your own: vantrell settings "
+                        "reset {}",
+                        row.name));
+      }
+      const auto url = LocalRuntimeService::validatedBaseURL(text);
+      if (!url) return usageError(std::string(description(url.error())));
+      return std::string(text::trimmed(text));
+    }
+    case Type::secret:  // never stored among the settings
     case Type::text: break;
   }
   return std::string(text);

@@ -14,19 +14,22 @@
 namespace vantrell::shell {
 
 struct SettingRow {
-  enum class Type { choice, toggle, scale, program, model, text };
+  enum class Type { choice, toggle, scale, program, model, address, secret, text };
   std::string_view name;  // "workflow"
-  std::string_view key;   // of the user defaults
+  std::string_view key;   // of the user defaults; empty: a secret, see webhook_setting.h
   std::string_view meaning;
   Type type = Type::text;
   std::span<const std::string_view> choices{};
   /// Absent where the stored text is the value.
   std::string (*read)(const Settings& settings) = nullptr;
-  /// Of a checked value. Absent for programs and models, whose text is stored as it stands, and for
-  /// what cannot be changed here.
+  /// Of a checked value. Absent where the text is stored as it stands, and for what cannot be
+  /// changed here.
   void (*record)(Settings& settings, std::string_view value) = nullptr;
+  /// Changed elsewhere.
+  bool isForShow = false;
 
-  bool isSettable() const { return record || type == Type::program || type == Type::model; }
+  bool isSettable() const { return !isForShow; }
+  bool isSecret() const { return type == Type::secret; }
   /// "ask, auto or full_access".
   std::string accepted() const;
 };

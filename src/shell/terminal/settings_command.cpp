@@ -5,6 +5,7 @@
 
 #include "app/user_state.h"
 #include "platform/json.h"
+#include "runtimes/local/local_runtime_service.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/full_access_confirmation.h"
 #include "shell/terminal/plain_words.h"
@@ -12,6 +13,7 @@
 #include "shell/terminal/settings_transfer.h"
 #include "shell/terminal/task_change.h"
 #include "shell/terminal/terminal_style.h"
+#include "shell/terminal/webhook_setting.h"
 
 namespace vantrell::shell {
 
@@ -62,10 +64,23 @@ Json asJson(const SettingRow& row, const SettingValue& value) {
   return object;
 }
 
+/// Its value is nobody's to see.
+Json secretAsJson(const SettingRow& row, const UserFolders& folders) {
+  const auto state = webhookState(folders);
+  JsonObject object;
+  object.set("name", std::string(row.name));
+  object.set("key", nullptr);
+  object.set("value", nullptr);
+  object.set("isStored", state ? Json(*state != "not set") : Json(nullptr));
+  object.set("canBeSet", true);
+  return object;
+}
+
 int showAllAsJson(const UserFolders& folders, const UserDefaults& defaults) {
   Json::Array settings;
   for (const SettingRow& row : settingRows()) {
-    settings.push_back(asJson(row, readSetting(row, defaults)));
+    settings.push_back(row.isSecret() ? secretAsJson(row, folders)
+                                      : asJson(row, readSetting(row, defaults)));
   }
   const auto status = folders.secretStore()->status();
   JsonObject secrets;
@@ -87,6 +102,7 @@ int showAll(const UserFolders& folders, const UserDefaults& defaults,
   const auto style = TerminalStyle::of(STDOUT_FILENO, environment);
   std::string text = style.bold("Settings") + "\n";
   for (const SettingRow& row : settingRows()) {
+    if (row.isSecret()) continue;  // below: its store may take its time
     const auto [value, isStored] = readSetting(row, defaults);
     text += fmt::format("  {:<15} {} {}\n", row.name,
                         isStored ? fmt::format("{:<12}", value)
@@ -102,7 +118,17 @@ int showAll(const UserFolders& folders, const UserDefaults& defaults,
                    status.kind == SecretStore::Kind::files
                        ? fmt::format("{} (owner-only files)", status.place)
                        : status.place));
-  if (status.problem) tell(fmt::format("  {:<15} {}\n", "", status.problem->description));
+  if (status.problem) {
+    tell(fmt::format("  {:<15} {}\n", "", status.problem->description));
+    return exitStatus::completed;
+  }
+  tell(fmt::format("\n{}\n", style.bold("Secrets")));
+  for (const SettingRow& row : settingRows()) {
+    if (!row.isSecret()) continue;
+    const auto state = webhookState(folders);
+    tell(fmt::format("  {:<15} {:<12} {}\n", row.name, state ? *state : state.error(),
+                     style.dim(row.meaning)));
+  }
   return exitStatus::completed;
 }
 
@@ -116,6 +142,12 @@ int show(const std::vector<std::string>& words, bool asksForJson, const Environm
   }
   const auto row = findSetting(words.front());
   if (!row) return refuse(row.error());
+  if ((*row)->isSecret()) {
+    const auto state = webhookState(folders);
+    if (!state) return failed(state.error());
+    tell((asksForJson ? json::write(secretAsJson(**row, folders)) : *state) + "\n");
+    return exitStatus::completed;
+  }
   const auto value = readSetting(**row, **defaults);
   tell((asksForJson ? json::write(asJson(**row, value)) : value.text) + "\n");
   return exitStatus::completed;
@@ -130,9 +162,40 @@ int withState(const std::function<int(UserState&)>& work) {
   return work(*state);
 }
 
+/// The two settings of the local server count together.
+void tellOfLocalRuntime(const SettingRow& row, const UserDefaults& defaults) {
+  const auto kind = LocalRuntimeService::configuredKind(defaults);
+  const bool hasURL = !LocalRuntimeService::configuredURL(defaults).empty();
+  if (row.key == LocalRuntimeService::baseURLKey && kind == LocalRuntimeKind::automatic) {
+    tell(
+        "It counts once local-runtime is ollama, lm_studio or custom: automatic looks at the "
+        "usual places only.\n");
+  } else if (row.key == LocalRuntimeService::kindKey && kind == LocalRuntimeKind::custom &&
+             !hasURL) {
+    tell(fmt::format("It needs an address: vantrell settings local-url {}\n",
+                     LocalRuntimeService::baseURLPlaceholder));
+  }
+}
+
+/// Of what is asked for, since a command line is no place for it.
+int setSecret(std::string_view name) {
+  const auto row = findSetting(name);
+  if (!row) return refuse(row.error());
+  if ((*row)->isSecret()) return setWebhook();
+  return refuse({"Type: vantrell settings set NAME VALUE"});
+}
+
 int set(std::string_view name, std::string_view text) {
   const auto row = findSetting(name);
   if (!row) return refuse(row.error());
+  if ((*row)->isSecret()) {
+    return refuse(
+        {fmt::format("{0} is a secret, which a command line would tell to other programs "
+                     "and to the history of your shell. Type \"vantrell settings set "
+                     "{0}\": it asks for the address, or reads it from standard input. "
+                     "Nothing was stored.",
+                     (*row)->name)});
+  }
   const auto value = checkedValue(**row, text);
   if (!value) return refuse(value.error());
   const auto isSetAlready = [&] {
@@ -151,6 +214,7 @@ int set(std::string_view name, std::string_view text) {
         state.defaults->text("grokPermissionMode.v1") == rawText(GrokPermissionMode::fullAccess);
     if (!storeSetting(**row, *value, *state.defaults)) return failed(state.defaults->lastError());
     tell(fmt::format("{} is {} now.\n", (*row)->name, *value));
+    tellOfLocalRuntime(**row, *state.defaults);
     if ((*row)->name == "workflow" && lowersFullAccess) {
       tell("A plan never begins with full access: mode is ask now.\n");
     }
@@ -164,6 +228,7 @@ int reset(std::string_view name) {
   if (!(*row)->isSettable()) {
     return refuse({fmt::format("{} can be seen here, not changed.", (*row)->name)});
   }
+  if ((*row)->isSecret()) return forgetWebhook();
   return withState([&](UserState& state) {
     if (!state.defaults->remove((*row)->key)) return failed(state.defaults->lastError());
     const auto value = readSetting(**row, *state.defaults).text;
@@ -188,8 +253,11 @@ struct Action {
   int (*perform)(const CommandArguments& arguments);
 };
 constexpr Action actions[] = {
-    {"set", 3, 3, "vantrell settings set NAME VALUE",
-     [](const CommandArguments& given) { return set(given.words[1], given.words[2]); }},
+    {"set", 2, 3, "vantrell settings set NAME VALUE",
+     [](const CommandArguments& given) {
+       const auto& words = given.words;
+       return words.size() == 2 ? setSecret(words[1]) : set(words[1], words[2]);
+     }},
     {"reset", 2, 2, "vantrell settings reset NAME",
      [](const CommandArguments& given) { return reset(given.words[1]); }},
     {"unlock", 1, 1, "vantrell settings unlock", [](const CommandArguments&) { return unlock(); }},
@@ -233,7 +301,7 @@ constexpr CommandOption options[] = {jsonOption,
 
 const Command settingsCommand{
     .name = "settings",
-    .parameters = "[NAME [VALUE] | reset NAME | unlock | export [FILE] | import FILE]",
+    .parameters = "[NAME [VALUE] | set SECRET | reset NAME | unlock | export [FILE] | import FILE]",
     .summary = "show or change what is set, and where it is kept",
     .options = options,
     .mostWords = 3,
@@ -241,6 +309,7 @@ const Command settingsCommand{
         "Without a name: all settings, the folders and the state of the secrets. With a name: its\n"
         "value. With a value: stores it. What a setting takes is told when it is given another.",
     .closing =
+        "A secret is asked for, or read from standard input: set tasklet-webhook.\n"
         "reset NAME takes the stored value away. unlock lets the desktop ask for the password of "
         "a\n"
         "locked keyring. Full Access takes a person at the terminal who types the words for it.\n"
@@ -255,6 +324,8 @@ const Command settingsCommand{
         "  vantrell settings workflow plan\n"
         "  vantrell settings kimi-path ~/bin/kimi\n"
         "  vantrell settings reset kimi-path\n"
+        "  vantrell settings local-runtime ollama\n"
+        "  vantrell settings set tasklet-webhook < file-with-the-address\n"
         "  vantrell settings --json | jq -r .secrets.state",
     .run = run,
 };

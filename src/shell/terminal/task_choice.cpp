@@ -2,7 +2,9 @@
 
 #include <fmt/format.h>
 
+#include "platform/files.h"
 #include "runtimes/provider_registry.h"
+#include "shell/terminal/awaiting.h"
 #include "shell/terminal/task_lookup.h"
 #include "shell/terminal/user_path.h"
 
@@ -16,11 +18,37 @@ bool isUntouched(const ChatThread& thread) {
          (thread.title == newTaskTitle || thread.title == newChatTitle);
 }
 
-/// Why a provider cannot be used now, and what helps.
+}  // namespace
+
+std::expected<std::optional<ThreadExecutionKey>, UsageError> taskAtHand(const AppModel& model,
+                                                                        const RunPlan& plan) {
+  const auto& workspaces = model.tree.workspaces();
+  if (plan.arguments.task) return findTask(workspaces, *plan.arguments.task);
+  const auto project = std::ranges::find_if(workspaces, [&](const Workspace& each) {
+    return files::standardized(each.path) == plan.folder;
+  });
+  if (project == workspaces.end()) return std::nullopt;
+  const auto first = std::ranges::find(project->threads, false, &ChatThread::isArchived);
+  if (first == project->threads.end() || !isUntouched(*first)) return std::nullopt;
+  return ThreadExecutionKey{project->id, first->id};
+}
+
+void countLastProviderAsActive(AppModel& model, const ThreadExecutionKey& task) {
+  const ChatThread* thread = model.tree.thread(task);
+  if (!thread || !thread->lastProvider) return;
+  model.executions.execution(task).activeProvider = thread->lastProvider;
+  model.executions.publishExecutionIfSelected(task);
+}
+
 std::string whatToDoFor(const VantrellApp& app, AgentProvider provider) {
   const auto label = ProviderRegistry::descriptor(provider).label;
   const auto hint = ProviderRegistry::setupHint(provider);
-  if (provider == AgentProvider::tasklet) return fmt::format("{} is not set up. {}", label, hint);
+  if (provider == AgentProvider::tasklet) {
+    const auto& problem = app.services().webhook()->problem();
+    if (!problem.empty()) return fmt::format("{} cannot be used: {}", label, problem);
+    return fmt::format("{} is not set up. {} Type: vantrell settings set tasklet-webhook", label,
+                       hint);
+  }
   if (provider == AgentProvider::local) {
     const auto status = app.services().localRuntime().status();
     return fmt::format("{} cannot be used: {} {} If it was the practice agent: --practice.", label,
@@ -32,25 +60,27 @@ std::string whatToDoFor(const VantrellApp& app, AgentProvider provider) {
       label, hint);
 }
 
-}  // namespace
-
-std::expected<AgentProvider, UsageError> chooseProvider(RunLoop& loop, VantrellApp& app,
-                                                        const RunPlan& plan,
-                                                        std::optional<AgentProvider> last) {
-  if (plan.practiceAgent) return AgentProvider::local;
-  const auto& named = plan.arguments.provider;
-  const auto wanted = named ? named : last;
-  const auto found =
-      findWithUserPath(loop, *app.model().runtimes, [&]() -> std::optional<AgentProvider> {
-        if (wanted) return app.isAvailable(*wanted) ? wanted : std::nullopt;
-        for (const auto provider : agentsToTry) {
-          if (app.isAvailable(provider)) return provider;
-        }
-        return std::nullopt;
-      });
+std::expected<AgentProvider, UsageError> chooseProvider(
+    RunLoop& loop, VantrellApp& app, std::optional<AgentProvider> named,
+    const std::optional<ThreadExecutionKey>& task) {
+  AppModel& model = app.model();
+  if (named) model.router->fixForThisProcess(*named);
+  if (task) countLastProviderAsActive(model, *task);
+  const auto look = [&] {
+    await(loop, [&](std::function<void()> done) {
+      model.router->findOutForNextTurn({}, task, std::move(done));
+    });
+    return model.router->expectedProvider({}, task);
+  };
+  const auto found = app.practices() ? look() : findWithUserPath(loop, *model.runtimes, look);
   if (found) return *found;
-  if (wanted) {
-    return usageError(whatToDoFor(app, *wanted));
+  if (named) return usageError(whatToDoFor(app, *named));
+  const auto route = model.settings.routingMode();
+  if (!allowsAutomaticHandoff(route)) {
+    return usageError(
+        fmt::format("{} The route leads to it alone; to take another: vantrell route "
+                    "automatic",
+                    whatToDoFor(app, firstChoice(route))));
   }
   return usageError(
       "No agent is installed. \"vantrell providers\" tells how to get one; or try vantrell run "

@@ -4,6 +4,7 @@
 
 #include "platform/text.h"
 #include "presentation/response_formatting.h"
+#include "records/project_hook.h"
 #include "shell/terminal/answer_lines.h"
 #include "shell/terminal/permission_prompt.h"
 #include "shell/terminal/plain_words.h"
@@ -15,6 +16,7 @@ namespace {
 
 constexpr std::size_t promptLinesShown = 6;
 constexpr std::size_t systemLinesShown = 40;
+constexpr std::size_t hookLinesShown = 12;
 constexpr std::size_t taskIDShown = 8;  // characters, plenty to tell tasks apart
 constexpr std::string_view stoppedText = "Stopped by you.";
 constexpr std::string_view thoughtBar = "│ ";
@@ -23,6 +25,11 @@ constexpr std::string_view namelessTool = "Using a tool";
 
 bool hasEnded(std::string_view status) {
   return status != "pending" && status != "in_progress";
+}
+
+/// What it says is for people, where other tools have their input.
+bool isHook(const ChatEntry& entry) {
+  return entry.kind == ChatEntryKind::tool && entry.title.value_or("").starts_with(hookEntryTitle);
 }
 
 std::string_view sign(std::string_view status) {
@@ -113,7 +120,7 @@ void TranscriptPrinter::introduced(const RunIntroduction& introduction) {
 }
 
 void TranscriptPrinter::entryAdded(const ChatEntry& entry) {
-  if (entry.kind != ChatEntryKind::user) agentWasHeard_ = true;
+  if (entry.kind != ChatEntryKind::user && !isHook(entry)) agentWasHeard_ = true;
   switch (entry.kind) {
     case ChatEntryKind::user: return showUser(entry);
     case ChatEntryKind::assistant:
@@ -209,7 +216,16 @@ std::string TranscriptPrinter::toolLine(const ChatEntry& entry, std::string_view
   return hasEnded(status) ? style_.red(text) : style_.cyan(text);
 }
 
+void TranscriptPrinter::showHook(const ChatEntry& entry) {
+  std::vector<std::string> lines = {toolLine(entry, onOneLine(*entry.title))};
+  for (const auto& each : linesOf(entry.text, hookLinesShown)) {
+    lines.push_back(style_.dim(fmt::format("    {}", each)));
+  }
+  draw(entry.id, Block::tool, lines);
+}
+
 void TranscriptPrinter::showTool(const ChatEntry& entry) {
+  if (isHook(entry)) return showHook(entry);
   const std::string status = entry.status.value_or("pending");
   const std::string title = bestTitle(entry);
   const std::string text = toolLine(entry, title);

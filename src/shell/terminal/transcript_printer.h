@@ -61,6 +61,7 @@ class TranscriptPrinter final : public RunObserver {
   /// One that is whole, laid out.
   void showAnswer(const ChatEntry& entry);
   void showTool(const ChatEntry& entry);
+  void showHook(const ChatEntry& entry);
   void showUser(const ChatEntry& entry);
   /// Draws over what `id` has on the screen if that is the last thing there, else a new block.
   void draw(std::string_view id, Block block, const std::vector<std::string>& lines);

@@ -1,0 +1,108 @@
+// What it costs to decide who takes a turn: with every provider's program found, a local server and
+// usage of all known, as a window has it at every turn. 50 microseconds are the limit.
+#include <filesystem>
+#include <fstream>
+
+#include "bench_folder.h"
+#include "engine/router.h"
+#include "platform/http_client.h"
+#include "platform/manual_main_queue.h"
+#include "platform/process.h"
+#include "platform/user_defaults.h"
+#include "ratio.h"
+#include "records/orchestration_store.h"
+#include "records/workspace_store.h"
+#include "runtimes/tasklet/tasklet_webhook.h"
+
+using namespace vantrell;
+
+namespace {
+
+constexpr std::chrono::microseconds limit{50};
+constexpr int decisionsOfARound = 100;
+
+LocalRuntimeStatus serverWithModels() {
+  LocalRuntimeConnection connection{
+      LocalRuntimeKind::ollama, "Ollama", *Url::parse("http://127.0.0.1:11434/v1"), {}};
+  for (int i = 0; i < 20; ++i) connection.models.push_back({fmt::format("model-{}", i)});
+  return LocalRuntimeStatus::ready(connection);
+}
+
+}  // namespace
+
+int main() {
+  const bench::Folder folder;
+  ManualMainQueue main;
+  BackgroundPool pool{1};
+  HttpClient http(main);
+  const auto defaults = UserDefaults::inMemory();
+  const auto program = [&](AgentProvider each) {
+    return fmt::format("{}/{}", folder.path(), rawText(each));
+  };
+  for (const auto each : allAgentProviders) {
+    std::ofstream(program(each)) << "#!/bin/sh\n";
+    std::filesystem::permissions(program(each), std::filesystem::perms::owner_all);
+  }
+  const ProviderConnectorRegistry connectors({.main = main,
+                                              .pool = pool,
+                                              .defaults = *defaults,
+                                              .http = http,
+                                              .webhook = nullptr,
+                                              .customExecutable = program});
+  const auto status = serverWithModels();
+  EnginePorts ports;
+  ports.connector = [&](AgentProvider each) -> const ProviderConnector& {
+    return connectors.connector(each);
+  };
+  ports.localRuntimeStatus = [&] { return status; };
+  ports.isTaskletConfigured = [] { return true; };
+  ports.isImagineBusy = [] { return false; };
+
+  WorkspaceStore store(*defaults, folder.path());
+  OrchestrationStore records(folder.path(), [&] { return main.now(); }, [](const auto&) {});
+  Changes changes;
+  Settings settings(*defaults, changes);
+  WorkspaceTree tree(main, store, changes);
+  tree.load();
+  Selection selection(*defaults);
+  ExecutionTable executions(main, selection, changes);
+  UsageDesk usage(main, changes, records);
+  ProviderSetup setup(settings, tree, selection, executions, ports);
+  Approvals approvals(main, settings, tree, selection, executions, ports);
+  Router router(main, settings, tree, selection, executions, approvals, setup, usage, ports);
+
+  const Workspace& general = tree.workspaces().front();
+  const ThreadExecutionKey key{general.id, general.threads.front().id};
+  selection.select(key.workspaceID, key.threadID);
+  executions.execution(key).activeProvider = AgentProvider::local;
+  // All but the last of the order are used up, so that all are looked at.
+  for (const auto each : allAgentProviders) {
+    usage.discovered({.provider = each,
+                      .primaryUsedPercent = 100,
+                      .resetsAt = main.now() + Seconds(3600),
+                      .exhausted = each != AgentProvider::claude});
+  }
+
+  std::size_t seen = 0;
+  const auto found = bench::compare(
+      201,
+      [&] {
+        return bench::timed([&] {
+          for (int i = 0; i < decisionsOfARound; ++i) {
+            if (router.providerForNextTurn({}, key) != AgentProvider::claude) std::abort();
+          }
+        });
+      },
+      [&] {
+        return bench::timed([&] {
+          for (int i = 0; i < decisionsOfARound; ++i) seen += currentEnvironment().size();
+        });
+      });
+  if (seen == 0) std::abort();
+  const double each =
+      std::chrono::duration<double, std::micro>(found.ours).count() / decisionsOfARound;
+  fmt::print("{:.1f} µs a decision\n", each);
+  return bench::report({"a routing decision", "50 µs", 1},
+                       each / static_cast<double>(limit.count())) |
+         bench::report({"a routing decision", "one copy of the environment", 5}, found);
+}

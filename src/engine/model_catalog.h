@@ -1,0 +1,48 @@
+// Which models and efforts each provider offers: what its connector says, until its runtime has
+// told of itself. Main queue; runtimes are asked in the background.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "engine/provider_setup.h"
+#include "engine/usage_desk.h"
+#include "runtimes/provider_options.h"
+
+namespace vantrell {
+
+class ModelCatalog : public std::enable_shared_from_this<ModelCatalog> {
+ public:
+  using ModelOptions = std::vector<ProviderModelOption>;
+
+  ModelCatalog(MainQueue& main, ProviderSetup& setup, UsageDesk& usage, Changes& changes,
+               const EnginePorts& ports);
+
+  /// What is known by now; a provider that nobody has asked about is absent.
+  const std::map<AgentProvider, ModelOptions>& providerModelOptions() const { return options_; }
+  /// That, or what the connector says for the moment.
+  ModelOptions options(AgentProvider provider) const;
+  /// A client, or a question to the program, has told the provider's models.
+  void reported(AgentProvider provider, ModelOptions options);
+  /// A detection of the local runtime has begun or ended.
+  void localRuntimeChanged();
+
+  /// Asks every runtime that can tell for its models, and Codex for its allowance.
+  void refreshSessionControls();
+  /// Asks this one's program. False where there is nothing to ask, or no program.
+  bool ask(AgentProvider provider);
+  /// Whether the answer of some program is still awaited.
+  bool isAsking() const { return asked_ > 0; }
+
+ private:
+  MainQueue& main_;
+  ProviderSetup& setup_;
+  UsageDesk& usage_;
+  Changes& changes_;
+  const EnginePorts& ports_;
+  std::map<AgentProvider, ModelOptions> options_;
+  int asked_ = 0;
+};
+
+}  // namespace vantrell

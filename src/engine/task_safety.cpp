@@ -1,0 +1,258 @@
+#include "engine/task_safety.h"
+
+#include <fmt/format.h>
+#include <utility>
+
+#include "platform/weakly.h"
+
+namespace vantrell {
+
+namespace {
+
+constexpr std::size_t keptCheckpoints = 50;  // of one task, in its list
+
+}  // namespace
+
+TaskSafety::TaskSafety(MainQueue& main, WorkspaceTree& tree, Selection& selection,
+                       ExecutionTable& executions, GitDesk& git, const EnginePorts& ports)
+    : main_(main),
+      tree_(tree),
+      selection_(selection),
+      executions_(executions),
+      git_(git),
+      ports_(ports),
+      background_(ports.taskSafety.background),
+      service_(ports.taskSafety.supportFolder) {}
+
+// ---- the background -----------------------------------------------------------------------------
+
+void TaskSafety::inBackground(const std::string& folder, Work work) {
+  auto& queue = waiting_[folder];
+  queue.push_back(std::move(work));
+  if (queue.size() == 1) background_->post(std::exchange(queue.front(), nullptr));
+}
+
+void TaskSafety::runNext(const std::string& folder) {
+  auto& queue = waiting_[folder];
+  queue.pop_front();
+  if (queue.empty()) {
+    waiting_.erase(folder);
+  } else {
+    background_->post(std::exchange(queue.front(), nullptr));
+  }
+}
+
+template <typename Answer>
+void TaskSafety::ask(const std::string& folder, std::function<Answer()> work,
+                     std::function<void(TaskSafety&, Answer)> reply) {
+  if (!background_) {
+    return main_.post(weakly(this, [reply = std::move(reply)](TaskSafety& self) {
+      reply(self, std::unexpected(TaskSafetyError::notRepository()));
+    }));
+  }
+  const std::weak_ptr weak = weak_from_this();
+  inBackground(folder,
+               [&main = main_, weak, folder, work = std::move(work), reply = std::move(reply)] {
+                 main.post([weak, folder, reply, answer = work()]() mutable {
+                   const auto self = weak.lock();
+                   if (!self) return;
+                   self->runNext(folder);
+                   reply(*self, std::move(answer));
+                 });
+               });
+}
+
+// ---- checkpoints --------------------------------------------------------------------------------
+
+void TaskSafety::captureCheckpoint(const ThreadExecutionKey& key, std::string label,
+                                   WorkspaceCheckpointKind kind,
+                                   std::function<void(Captured)> reply) {
+  const auto path = tree_.executionPath(key);
+  const ChatThread* thread = tree_.thread(key);
+  if (!path || !thread) return reply(std::unexpected(TaskSafetyError::invalidArchive()));
+  TaskSafetyService::Request request{
+      .workspaceID = key.workspaceID,
+      .threadID = key.threadID,
+      .workspacePath = *path,
+      .label = std::move(label),
+      .kind = kind,
+      .entryCount = static_cast<std::int64_t>(thread->entries.size()),
+      .sourceMessageID = std::nullopt,
+      .now = main_.now()};
+  if (!thread->entries.empty()) request.sourceMessageID = thread->entries.back().id;
+  using Answer = TaskSafetyResult<TaskSafetyService::Captured>;
+  ask<Answer>(
+      *path, [service = service_, request] { return service.captureCheckpoint(request); },
+      [key, kind, reply = std::move(reply)](TaskSafety& self, Answer captured) {
+        if (!captured) return reply(std::unexpected(captured.error()));
+        self.tree_.updateThread(key, [&](ChatThread& each) {
+          each.checkpoints.insert(each.checkpoints.begin(), captured->checkpoint);
+          if (each.checkpoints.size() > keptCheckpoints) each.checkpoints.resize(keptCheckpoints);
+        });
+        self.tree_.save();
+        if (kind == WorkspaceCheckpointKind::manual) self.notes_ = std::move(captured->notes);
+        reply(std::move(captured->checkpoint));
+      });
+}
+
+void TaskSafety::captureBeforePrompt(const ThreadExecutionKey& key, std::string label,
+                                     std::function<void()> done) {
+  captureCheckpoint(
+      key, std::move(label), WorkspaceCheckpointKind::automatic,
+      [weak = weak_from_this(), key, done = std::move(done)](const Captured& captured) {
+        const auto self = weak.lock();
+        if (!self) return;
+        const ChatThread* thread = self->tree_.thread(key);
+        using Case = TaskSafetyError::Case;
+        if (!captured && thread && captured.error().kind != Case::notRepository &&
+            captured.error().kind != Case::invalidArchive) {
+          const std::string text = fmt::format("No checkpoint was taken before this prompt. {}",
+                                               captured.error().description());
+          const bool isSaid = std::ranges::any_of(thread->entries, [&](const ChatEntry& entry) {
+            return entry.kind == ChatEntryKind::system && entry.text == text;
+          });
+          if (!isSaid) self->tree_.appendSystemEntry(text, key);
+        }
+        done();
+      });
+}
+
+void TaskSafety::createCheckpoint(std::string label) {
+  const auto key = selection_.key();
+  if (!key || isWorking_) return;
+  begin();
+  captureCheckpoint(*key, std::move(label), WorkspaceCheckpointKind::manual,
+                    [weak = weak_from_this()](const Captured& captured) {
+                      const auto self = weak.lock();
+                      if (!self) return;
+                      if (!captured) self->fail("create a checkpoint", captured.error());
+                      self->end();
+                    });
+}
+
+// ---- going back ---------------------------------------------------------------------------------
+
+void TaskSafety::restoreCheckpoint(const WorkspaceCheckpoint& checkpoint) {
+  const auto key = selection_.key();
+  const auto path = key ? tree_.executionPath(*key) : std::nullopt;
+  if (!path || isWorking_) return;
+  // A turn that is about to begin is as much in the way as one that works.
+  const auto* execution = executions_.find(*key);
+  if (execution && execution->connectionState.isBusy()) return;
+  begin();
+  captureCheckpoint(
+      *key, "Before rewind", WorkspaceCheckpointKind::recovery,
+      [weak = weak_from_this(), key = *key, path = *path, checkpoint](const Captured& recovery) {
+        const auto self = weak.lock();
+        if (!self) return;
+        if (!recovery) {
+          self->fail("restore the checkpoint", recovery.error());
+          return self->end();
+        }
+        using Answer = TaskSafetyResult<SafetyNotes>;
+        self->ask<Answer>(
+            path,
+            [service = self->service_, checkpoint, path, saved = *recovery] {
+              return service.restore(checkpoint, path, &saved);
+            },
+            [key, checkpoint](TaskSafety& desk, Answer restored) {
+              if (restored) {
+                desk.notes_ = std::move(*restored);
+                desk.restored(key, checkpoint);
+              } else {
+                desk.fail("restore the checkpoint", restored.error());
+              }
+              desk.end();
+            });
+      });
+}
+
+void TaskSafety::restored(const ThreadExecutionKey& key, const WorkspaceCheckpoint& checkpoint) {
+  const ChatThread* thread = tree_.thread(key);
+  const auto count =
+      static_cast<std::size_t>(std::max<std::int64_t>(checkpoint.conversationEntryCount, 0));
+  if (thread && count < thread->entries.size()) {
+    Transcript entries = tree_.takeTranscript(key);
+    entries.truncate(count);
+    tree_.replaceTranscript(std::move(entries), key);
+  }
+  tree_.updateThread(key, [&](ChatThread& each) { each.updatedAt = main_.now(); });
+  tree_.save();
+  git_.refreshGitSnapshot();
+}
+
+// ---- working apart ------------------------------------------------------------------------------
+
+void TaskSafety::setTaskWorkspaceMode(TaskWorkspaceMode mode) {
+  const auto key = selection_.key();
+  const Workspace* workspace = key ? tree_.workspace(key->workspaceID) : nullptr;
+  if (!workspace || isWorking_) return;
+  const ChatThread* thread = tree_.thread(*key);
+  if (thread && thread->workspaceMode == mode) return;
+  if (mode == TaskWorkspaceMode::shared) {
+    return executions_.showError(
+        "This task stays isolated so its changes cannot be lost. Open a new shared task, or merge "
+        "the worktree from Terminal after reviewing its changes.");
+  }
+  begin();
+  using Answer = TaskSafetyResult<TaskSafetyService::Worktree>;
+  ask<Answer>(
+      workspace->path,
+      [service = service_, key = *key, path = workspace->path] {
+        return service.createIsolatedWorktree(key.workspaceID, key.threadID, path);
+      },
+      [key = *key](TaskSafety& self, Answer worktree) {
+        if (worktree) {
+          self.isolated(key, std::move(*worktree));
+        } else {
+          self.fail("isolate this task", worktree.error());
+        }
+        self.end();
+      });
+}
+
+void TaskSafety::isolated(const ThreadExecutionKey& key, TaskSafetyService::Worktree worktree) {
+  notes_ = std::move(worktree.notes);
+  if (const auto* execution = executions_.find(key); execution && execution->activeRunID) {
+    const Date now = main_.now();
+    tree_.updateRun(execution->activeRunID, key, [&](RunRecord& run) {
+      run.status = RunRecordStatus::cancelled;
+      run.statusMessage = "Stopped: the task moved to a worktree of its own.";
+      run.completedAt = now;
+    });
+  }
+  // The next prompt starts a client in the new folder.
+  executions_.remove(key);
+  tree_.updateThread(key, [&](ChatThread& thread) {
+    thread.workspaceMode = TaskWorkspaceMode::isolated;
+    thread.isolatedWorkspacePath = std::move(worktree.path);
+  });
+  tree_.save();
+  executions_.publishExecutionIfSelected(key);
+  git_.refreshGitSnapshot();
+}
+
+// ---- telling ------------------------------------------------------------------------------------
+
+void TaskSafety::begin() {
+  isWorking_ = true;
+  notes_.clear();
+  executions_.announceMirror();
+}
+
+void TaskSafety::end() {
+  isWorking_ = false;
+  executions_.announceMirror();
+}
+
+void TaskSafety::fail(std::string_view what, const TaskSafetyError& error) {
+  std::string text = fmt::format("Could not {}: {}", what, error.description());
+  if (error.mayHaveChangedFiles) {
+    text +=
+        " Some files may have been put back already. The checkpoint \"Before rewind\", taken just "
+        "now, has everything as it was before: restore that one to go back.";
+  }
+  executions_.showError(std::move(text));
+}
+
+}  // namespace vantrell

@@ -1,0 +1,79 @@
+// The user's safety net: checkpoints before each prompt and by hand, going back to one, and tasks
+// that work in a worktree of their own. One piece of work at a time in each folder, in the
+// background; every result is applied after its conversation has been looked up again. Main queue.
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "engine/engine_ports.h"
+#include "engine/execution_table.h"
+#include "engine/git_desk.h"
+#include "engine/task_safety_means.h"
+#include "engine/workspace_tree.h"
+#include "project/task_safety_service.h"
+
+namespace vantrell {
+
+class TaskSafety : public std::enable_shared_from_this<TaskSafety> {
+ public:
+  TaskSafety(MainQueue& main, WorkspaceTree& tree, Selection& selection, ExecutionTable& executions,
+             GitDesk& git, const EnginePorts& ports);
+
+  using Captured = TaskSafetyResult<WorkspaceCheckpoint>;
+  /// Takes a checkpoint and puts it in front of the conversation's, of which the newest 50 are kept
+  /// in the list.
+  void captureCheckpoint(const ThreadExecutionKey& key, std::string label,
+                         WorkspaceCheckpointKind kind, std::function<void(Captured)> reply);
+  /// The one before a prompt, which goes on in any case. Why there is none is said in the
+  /// conversation, once; nothing is said where there is no repository.
+  void captureBeforePrompt(const ThreadExecutionKey& key, std::string label,
+                           std::function<void()> done);
+
+  // The user's operations, on the selected conversation. What goes wrong is in the interface's
+  // error message. While one of them works, the others do nothing.
+
+  void createCheckpoint(std::string label);
+  /// First takes a recovery checkpoint, without which nothing is restored; then puts files and
+  /// conversation back. Does nothing while the agent works.
+  void restoreCheckpoint(const WorkspaceCheckpoint& checkpoint);
+  /// One way only: a task in a worktree stays there, since nothing flows back by itself.
+  void setTaskWorkspaceMode(TaskWorkspaceMode mode);
+
+  /// A checkpoint by hand, a restore or an isolation is under way.
+  bool taskSafetyWorking() const { return isWorking_; }
+  /// What the last of these did not keep, put back or copy, in sentences.
+  const SafetyNotes& notes() const { return notes_; }
+
+ private:
+  void begin();
+  void end();
+  void fail(std::string_view what, const TaskSafetyError& error);
+  void isolated(const ThreadExecutionKey& key, TaskSafetyService::Worktree worktree);
+  void restored(const ThreadExecutionKey& key, const WorkspaceCheckpoint& checkpoint);
+  /// Runs behind what is under way in the same folder.
+  void inBackground(const std::string& folder, Work work);
+  void runNext(const std::string& folder);
+  /// Work there, then `reply` here with what it answered.
+  template <typename Answer>
+  void ask(const std::string& folder, std::function<Answer()> work,
+           std::function<void(TaskSafety&, Answer)> reply);
+
+  MainQueue& main_;
+  WorkspaceTree& tree_;
+  Selection& selection_;
+  ExecutionTable& executions_;
+  GitDesk& git_;
+  const EnginePorts& ports_;
+  Executor* const background_;
+  const TaskSafetyService service_;
+  bool isWorking_ = false;
+  SafetyNotes notes_;
+  std::map<std::string, std::deque<Work>> waiting_;  // by folder, the first is under way
+};
+
+}  // namespace vantrell

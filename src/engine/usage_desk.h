@@ -1,0 +1,59 @@
+// How much of each provider's allowance is used, as far as providers and failures have told in this
+// process, and the ledger that outlives it. One account serves all conversations, so one that is
+// exhausted is so for all of them. Main queue.
+#pragma once
+
+#include <map>
+#include <vector>
+
+#include "engine/changes.h"
+#include "platform/dispatch.h"
+#include "records/usage_ledger.h"
+#include "runtimes/provider_usage.h"
+
+namespace vantrell {
+
+class UsageDesk {
+ public:
+  UsageDesk(MainQueue& main, Changes& changes, OrchestrationStore& store);
+  /// flush().
+  ~UsageDesk();
+  UsageDesk(const UsageDesk&) = delete;
+  UsageDesk& operator=(const UsageDesk&) = delete;
+
+  /// Reads the ledger. Usage itself is not stored: a restart forgets every exhausted mark.
+  void load();
+
+  const std::map<AgentProvider, ProviderUsage>& providerUsage() const { return usage_; }
+  /// Null where nothing is known.
+  const ProviderUsage* usage(AgentProvider provider) const;
+  /// Nothing is left now. An allowance comes back by itself: at its reset time what is known of it
+  /// is forgotten.
+  bool isExhausted(AgentProvider provider);
+
+  /// A client's report: taken over and written to the ledger.
+  void reported(const ProviderUsage& usage);
+  /// What was found out without a turn: taken over, with no entry in the ledger.
+  void discovered(const ProviderUsage& usage);
+  /// A turn has failed on the allowance.
+  void markExhausted(AgentProvider provider);
+
+  /// Oldest first.
+  const std::vector<UsageLedgerEvent>& ledger() const { return ledger_; }
+  /// Writes what is not written yet. A failure is not told: the ledger in memory stands.
+  void flush();
+
+ private:
+  void take(const ProviderUsage& usage);
+  void save();
+
+  MainQueue& main_;
+  Changes& changes_;
+  OrchestrationStore& store_;
+  std::map<AgentProvider, ProviderUsage> usage_;
+  std::vector<UsageLedgerEvent> ledger_;
+  bool hasUnsaved_ = false;
+  Timer pause_;  // while it runs, reports gather
+};
+
+}  // namespace vantrell

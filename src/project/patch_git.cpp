@@ -1,0 +1,131 @@
+#include "project/patch_git.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include "platform/descriptor.h"
+#include "platform/text.h"
+
+namespace vantrell {
+
+namespace {
+
+/// Each of these would make a patch that does not go back on, or shift what a command is about.
+const PatchGit::Configuration& neutralConfiguration() {
+  static const PatchGit::Configuration configuration{
+      {"color.ui", "false"},
+      {"color.diff", "false"},
+      {"color.status", "false"},
+      {"diff.noprefix", "false"},
+      {"diff.mnemonicPrefix", "false"},
+      {"diff.srcPrefix", "a/"},
+      {"diff.dstPrefix", "b/"},
+      {"diff.relative", "false"},
+      // A rename into the project's part of a repository names a file outside it, which is not
+      // ours.
+      {"diff.renames", "false"},
+      {"diff.context", "3"},
+      {"diff.interHunkContext", "0"},
+      {"diff.suppressBlankEmpty", "false"},
+      {"diff.submodule", "short"},
+      // "-dirty" is no commit.
+      {"diff.ignoreSubmodules", "dirty"},
+      {"apply.whitespace", "nowarn"},
+      {"apply.ignoreWhitespace", "false"},
+      {"status.branch", "false"},
+      {"status.showStash", "false"},
+      {"status.showUntrackedFiles", "normal"},
+      {"status.submoduleSummary", "false"},
+      {"core.quotePath", "true"},
+      {"core.safecrlf", "false"},
+      {"core.fsmonitor", "false"},
+      // What is inside a submodule is in no checkpoint, so a restore must not touch it.
+      {"submodule.recurse", "false"},
+  };
+  return configuration;
+}
+
+}  // namespace
+
+PatchGit::PatchGit(std::string path, const WorkBudget& budget)
+    : path_(std::move(path)), budget_(budget) {}
+
+GitOptions PatchGit::with(GitOptions options) const {
+  options.configuration.insert(options.configuration.begin(), neutralConfiguration().begin(),
+                               neutralConfiguration().end());
+  options.limit = budget_.timeLeft();
+  options.keptOutput = std::size_t{1} << 30;  // lists of paths: half a list is worse than none
+  return options;
+}
+
+GitResult PatchGit::look(std::vector<std::string> arguments, GitOptions options) const {
+  options.errorsApart = true;
+  options.isReadOnly = true;
+  return runGit(path_, std::move(arguments), with(std::move(options)));
+}
+
+TaskSafetyResult<GitResult> PatchGit::need(std::vector<std::string> arguments,
+                                           GitOptions options) const {
+  GitResult result = look(std::move(arguments), std::move(options));
+  if (!result.succeeded()) return std::unexpected(gitError(result));
+  if (result.wasCut) {
+    return std::unexpected(TaskSafetyError::commandFailed("The project has too many files."));
+  }
+  return result;
+}
+
+TaskSafetyResult<> PatchGit::change(std::vector<std::string> arguments, GitOptions options) const {
+  const GitResult result = runGit(path_, std::move(arguments), with(std::move(options)));
+  if (!result.succeeded()) return std::unexpected(gitError(result));
+  return {};
+}
+
+TaskSafetyResult<> PatchGit::write(std::vector<std::string> arguments,
+                                   const std::string& file) const {
+  const std::string partial = file + ".partial";
+  const auto failed = [&](std::string_view what) {
+    const int code = errno;
+    ::unlink(partial.c_str());
+    return std::unexpected(TaskSafetyError::filesFailed(
+        fmt::format("Could not {} {}: {}", what, file, std::generic_category().message(code))));
+  };
+  Descriptor target(
+      ::open(partial.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!target) return failed("create");
+  int writeError = 0;
+  const auto take = [&](std::string_view bytes) {
+    while (!bytes.empty()) {
+      const ssize_t written = ::write(target.get(), bytes.data(), bytes.size());
+      if (written < 0 && errno == EINTR) continue;
+      if (written < 0) {
+        writeError = errno;
+        return false;
+      }
+      bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+  };
+  const GitResult result = look(std::move(arguments), {.onOutput = take});
+  errno = writeError;
+  if (writeError != 0) return failed("write");
+  if (!result.succeeded()) {
+    ::unlink(partial.c_str());
+    return std::unexpected(gitError(result));
+  }
+  if (::close(target.release()) != 0) return failed("write");
+  if (::rename(partial.c_str(), file.c_str()) != 0) return failed("write");
+  return {};
+}
+
+TaskSafetyError gitError(const GitResult& result) {
+  if (result.hasRunOut) return TaskSafetyError::commandFailed("Git took too long.");
+  std::string message = result.text();
+  const std::string errors(text::trimmed(text::repaired(result.errors)));
+  if (!errors.empty()) message = errors;
+  if (message.empty()) message = fmt::format("Git ended with status {}.", result.status);
+  return TaskSafetyError::commandFailed(std::move(message));
+}
+
+}  // namespace vantrell

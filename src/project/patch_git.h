@@ -1,0 +1,45 @@
+// git for one project as checkpoints need it: what the user has configured about the looks of a
+// diff does not reach the patches, which must go back on byte for byte. What the user has
+// configured about content (line ends, filters, ignored files) stays. Blocks: never on the main
+// queue.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "project/git.h"
+#include "project/task_safety_error.h"
+#include "project/tree_copy.h"
+
+namespace vantrell {
+
+class PatchGit {
+ public:
+  explicit PatchGit(std::string path, const WorkBudget& budget = {});
+
+  const std::string& path() const { return path_; }
+
+  using Configuration = std::vector<std::pair<std::string, std::string>>;
+
+  /// A command that only looks; its errors are apart.
+  GitResult look(std::vector<std::string> arguments, GitOptions options = {}) const;
+  /// The same, where anything but success is a failure.
+  TaskSafetyResult<GitResult> need(std::vector<std::string> arguments,
+                                   GitOptions options = {}) const;
+  /// A command that changes something; a failure carries what git printed.
+  TaskSafetyResult<> change(std::vector<std::string> arguments, GitOptions options = {}) const;
+
+  /// The output of a command, written to a file that is there whole or not at all.
+  TaskSafetyResult<> write(std::vector<std::string> arguments, const std::string& file) const;
+
+ private:
+  GitOptions with(GitOptions options) const;
+
+  std::string path_;
+  WorkBudget budget_;
+};
+
+/// What to say of a command that went wrong.
+TaskSafetyError gitError(const GitResult& result);
+
+}  // namespace vantrell

@@ -1,0 +1,35 @@
+#include "project/repository_state.h"
+
+#include "platform/text.h"
+#include "project/git.h"
+
+namespace vantrell {
+
+namespace {
+
+using Arguments = std::vector<std::string>;
+
+/// A folder that does not answer must not hold a task up for ever.
+constexpr std::chrono::seconds longestQuestion{30};
+
+const std::vector<Arguments>& questions() {
+  static const std::vector<Arguments> all{
+      {"status", "--short", "--branch"}, {"diff", "--stat"}, {"diff", "--cached", "--stat"}};
+  return all;
+}
+
+}  // namespace
+
+std::string repositoryState(const std::string& path) {
+  std::vector<std::string> blocks;
+  for (const auto& question : questions()) {
+    const GitResult result = runGit(path, question, {.isReadOnly = true, .limit = longestQuestion});
+    const std::string answer = result.succeeded() ? result.text() : "";
+    if (!answer.empty()) {
+      blocks.push_back("$ git " + text::joined(question, " ") + "\n" + answer);
+    }
+  }
+  return text::joined(blocks, "\n\n");
+}
+
+}  // namespace vantrell

@@ -1,0 +1,316 @@
+#include "project/restore_guard.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fmt/format.h>
+#include <ranges>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/files.h"
+#include "platform/text.h"
+#include "platform/uuid.h"
+#include "project/uncommitted_changes.h"
+
+namespace vantrell {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/// A line of an exclude file that matches this one path, seen from the top of the repository. A
+/// line feed has no spelling there; the wild card for one character takes it in.
+std::string excludeLine(std::string_view path) {
+  std::string line = "/";
+  for (const char each : path) {
+    if (each == '\n') {
+      line += '?';
+    } else if (std::string_view("\\*?[] ").contains(each)) {
+      line += '\\';
+      line += each;
+    } else {
+      line += each;
+    }
+  }
+  return line + "\n";
+}
+
+std::string usersExcludes(const PatchGit& git) {
+  std::string path = git.look({"config", "--type=path", "core.excludesFile"}).output;
+  while (path.ends_with('\n')) path.pop_back();
+  if (path.empty()) path = files::configFolder() + "/git/ignore";
+  return files::read(path).value_or("");
+}
+
+std::uint64_t sizeOf(const std::string& path) {
+  struct stat info{};
+  return ::stat(path.c_str(), &info) == 0 ? static_cast<std::uint64_t>(info.st_size) : 0;
+}
+
+TaskSafetyError refusal(const std::string& path, std::string_view why) {
+  return TaskSafetyError::commandFailed(fmt::format(
+      "\"{}\" {}. Move it away first. Nothing was changed.", text::repaired(path), why));
+}
+
+}  // namespace
+
+RestoreGuard::RestoreGuard(const PatchGit& git, std::string archive, std::string baseRevision,
+                           std::optional<std::string> recovery)
+    : git_(git),
+      archive_(std::move(archive)),
+      base_(std::move(baseRevision)),
+      recovery_(std::move(recovery)),
+      temporary_(files::temporaryFolder() + "/" + Uuid::random().text()) {}
+
+RestoreGuard::~RestoreGuard() {
+  std::error_code ignored;
+  fs::remove_all(temporary_, ignored);
+}
+
+TaskSafetyResult<> RestoreGuard::prepare() {
+  if (auto made = secureDirectory(temporary_); !made) return made;
+  const auto tracked = git_.need({"ls-files", "-z"});
+  if (!tracked) return std::unexpected(tracked.error());
+  for (auto& each : tracked->parts()) tracked_.insert(std::move(each));
+  const auto ignored =
+      git_.need({"ls-files", "--others", "--ignored", "--exclude-standard", "--directory", "-z"});
+  if (!ignored) return std::unexpected(ignored.error());
+  ignored_ = ignored->parts();
+  auto paths = pathsOfCheckpoint();
+  if (!paths) return std::unexpected(paths.error());
+  for (const auto& path : *paths) {
+    if (auto saved = saveObstacle(path); !saved) return saved;
+  }
+  return writeExcludes();
+}
+
+/// All paths that the restore may write, by way of an index of our own; so a damaged archive is
+/// found out as well.
+TaskSafetyResult<std::vector<std::string>> RestoreGuard::pathsOfCheckpoint() {
+  const GitOptions ownIndex{.environment = {{"GIT_INDEX_FILE", temporary_ + "/index"}}};
+  std::vector<std::string> all;
+  const auto list = [&]() -> TaskSafetyResult<> {
+    const auto listed = git_.need({"ls-files", "-z"}, ownIndex);
+    if (!listed) return std::unexpected(listed.error());
+    std::ranges::move(listed->parts(), std::back_inserter(all));
+    return {};
+  };
+  if (auto read = git_.change({"read-tree", base_}, ownIndex); !read) {
+    return std::unexpected(read.error());
+  }
+  if (auto listed = list(); !listed) return std::unexpected(listed.error());
+  hasTrackedFiles_ = !all.empty() || !tracked_.empty();
+  inRevision_ = all;
+  std::ranges::sort(inRevision_);
+  for (const auto name : {changes::stagedPatch, changes::workingPatch}) {
+    const std::string patch = fmt::format("{}/{}", archive_, name);
+    if (sizeOf(patch) == 0) continue;
+    auto applied = git_.change({"apply", "--cached", "--whitespace=nowarn", patch}, ownIndex);
+    if (!applied) {
+      applied.error().message =
+          fmt::format("The checkpoint does not fit its revision; nothing was changed. {}",
+                      applied.error().message);
+      return std::unexpected(applied.error());
+    }
+    if (auto listed = list(); !listed) return std::unexpected(listed.error());
+  }
+  const std::string untracked = fmt::format("{}/{}", archive_, changes::untrackedFolder);
+  std::error_code code;
+  for (fs::recursive_directory_iterator entry(untracked, code), end; !code && entry != end;
+       entry.increment(code)) {
+    if (entry->symlink_status(code).type() == fs::file_type::directory) {
+      // A repository that still stands is left alone.
+      if (isRepository(entry->path())) entry.disable_recursion_pending();
+      continue;
+    }
+    all.push_back(entry->path().native().substr(untracked.size() + 1));
+  }
+  return all;
+}
+
+/// What stands at the path or in the place of a folder above it.
+TaskSafetyResult<> RestoreGuard::saveObstacle(const std::string& path) {
+  for (auto slash = path.find('/');; slash = path.find('/', slash + 1)) {
+    const std::string part = path.substr(0, slash);
+    struct stat info{};
+    if (::lstat(fmt::format("{}/{}", git_.path(), part).c_str(), &info) != 0) return {};
+    if (!S_ISDIR(info.st_mode)) {
+      if (tracked_.contains(part)) return {};
+      obstacles_.push_back(part);
+      return save(part);
+    }
+    if (slash == path.npos) break;
+  }
+  // Of a submodule nothing but its place is restored.
+  if (tracked_.contains(path) && isRepository(fmt::format("{}/{}", git_.path(), path))) return {};
+  if (holdsUnsaved(path)) {
+    return std::unexpected(refusal(path,
+                                   "has to become a file again, but it is a folder with "
+                                   "ignored files or a repository in it"));
+  }
+  obstacles_.push_back(path);
+  return {};
+}
+
+bool RestoreGuard::holdsUnsaved(const std::string& folder) const {
+  const std::string root = fmt::format("{}/{}", git_.path(), folder);
+  std::error_code code;
+  for (fs::recursive_directory_iterator entry(root, code), end; !code && entry != end;
+       entry.increment(code)) {
+    if (entry->symlink_status(code).type() == fs::file_type::directory) continue;
+    const std::string path = folder + entry->path().native().substr(root.size());
+    if (tracked_.contains(path)) continue;
+    if (recovery_ ? !standsAt(keptAt(path)) : isIgnored(path)) return true;
+  }
+  return static_cast<bool>(code);
+}
+
+std::string RestoreGuard::keptAt(const std::string& path) const {
+  return fmt::format("{}/{}/{}", *recovery_, changes::untrackedFolder, path);
+}
+
+bool RestoreGuard::isIgnored(const std::string& path) const {
+  return std::ranges::any_of(ignored_, [&](const std::string& each) {
+    return each.ends_with('/') ? path.starts_with(each) : path == each;
+  });
+}
+
+TaskSafetyResult<> RestoreGuard::save(const std::string& path) {
+  if (!recovery_) {
+    if (!isIgnored(path)) return {};
+    return std::unexpected(refusal(path, "would be lost: it is in no checkpoint"));
+  }
+  const std::string kept = fmt::format("{}/{}", *recovery_, changes::untrackedFolder);
+  const std::string target = keptAt(path);
+  if (standsAt(target)) return {};
+  if (auto made = secureDirectory(kept); !made) return made;
+  if (auto made = makeParents(kept, path, false); !made) return made;
+  WorkBudget budget;
+  return copyItem(fmt::format("{}/{}", git_.path(), path), target, budget);
+}
+
+TaskSafetyResult<> RestoreGuard::writeExcludes() {
+  std::string content = usersExcludes(git_);
+  if (!content.empty() && !content.ends_with('\n')) content += '\n';
+  std::string prefix = git_.look({"rev-parse", "--show-prefix"}).output;
+  if (prefix.ends_with('\n')) prefix.pop_back();
+  for (const auto& each : ignored_) content += excludeLine(prefix + each);
+  const auto written = files::writeAtomically(temporary_ + "/excludes", content, 0600);
+  if (!written) return std::unexpected(TaskSafetyError::filesFailed(written.error().description));
+  return {};
+}
+
+TaskSafetyResult<> RestoreGuard::clearTheWay() const {
+  for (const auto& each : obstacles_) {
+    const std::string path = fmt::format("{}/{}", git_.path(), each);
+    struct stat info{};
+    if (::lstat(path.c_str(), &info) != 0) continue;
+    if (S_ISDIR(info.st_mode)) {
+      clearFolder(each);
+      continue;
+    }
+    // What the revision has there is in its place already.
+    if (isInRevision(each)) continue;
+    if (auto removed = files::remove(path); !removed) {
+      return std::unexpected(TaskSafetyError::filesFailed(removed.error().description));
+    }
+  }
+  return {};
+}
+
+bool RestoreGuard::isInRevision(const std::string& path) const {
+  return std::ranges::binary_search(inRevision_, path);
+}
+
+/// Removes what has been saved, and the folders that are empty then.
+void RestoreGuard::clearFolder(const std::string& folder) const {
+  std::error_code code;
+  const std::string path = fmt::format("{}/{}", git_.path(), folder);
+  std::vector<std::string> names;
+  for (fs::directory_iterator entry(path, code), end; !code && entry != end;
+       entry.increment(code)) {
+    names.push_back(entry->path().filename().native());
+  }
+  for (const auto& name : names) {
+    const std::string inside = fmt::format("{}/{}", folder, name);
+    const auto type = fs::symlink_status(fmt::format("{}/{}", git_.path(), inside), code).type();
+    if (type == fs::file_type::directory) {
+      if (!isRepository(fmt::format("{}/{}", git_.path(), inside))) clearFolder(inside);
+    } else if (!isInRevision(inside) && recovery_ && standsAt(keptAt(inside))) {
+      fs::remove(fmt::format("{}/{}", git_.path(), inside), code);
+    }
+  }
+  ::rmdir(path.c_str());
+}
+
+std::vector<std::string> RestoreGuard::notes() const {
+  constexpr std::size_t shown = 5;
+  if (ignored_.empty()) return {};
+  std::vector<std::string> names;
+  for (const auto& each : ignored_ | std::views::take(shown)) names.push_back(text::repaired(each));
+  const std::size_t more = ignored_.size() - names.size();
+  return {fmt::format("Ignored files stay as they are: {}{}.", text::joined(names, ", "),
+                      more > 0 ? fmt::format(" and {} more", more) : "")};
+}
+
+TaskSafetyResult<> RestoreGuard::bringBackIgnored() const {
+  if (!recovery_) return {};
+  const std::string kept = fmt::format("{}/{}", *recovery_, changes::untrackedFolder);
+  const auto folders = changes::emptyFolders(*recovery_);
+  std::string missing;
+  const auto look = [&](const std::string& path) {
+    if (standsAt(fmt::format("{}/{}", git_.path(), path))) return;
+    missing.append(path).push_back('\0');
+  };
+  std::ranges::for_each(folders, look);
+  std::error_code code;
+  for (fs::recursive_directory_iterator entry(kept, code), end; !code && entry != end;
+       entry.increment(code)) {
+    if (entry->symlink_status(code).type() == fs::file_type::directory) continue;
+    look(entry->path().native().substr(kept.size() + 1));
+  }
+  if (missing.empty()) return {};
+  // Its status says only whether there was one.
+  const GitResult ignored = git_.look({"check-ignore", "-z", "--stdin"}, {.input = missing});
+  for (const auto& path : ignored.parts()) {
+    const bool isFolder = std::ranges::find(folders, path) != folders.end();
+    // A file of the checkpoint may stand in the place of a folder above it; that one counts.
+    if (!makeParents(git_.path(), isFolder ? path + "/" : path, false)) continue;
+    WorkBudget budget;
+    const std::string target = fmt::format("{}/{}", git_.path(), path);
+    if (isFolder || standsAt(target)) continue;
+    auto copied = copyItem(fmt::format("{}/{}", kept, path), target, budget);
+    if (!copied) return copied;
+  }
+  return {};
+}
+
+PatchGit::Configuration RestoreGuard::cleaningConfiguration() const {
+  return {{"core.excludesFile", temporary_ + "/excludes"}};
+}
+
+TaskSafetyResult<std::vector<std::string>> RestoreGuard::untracked() const {
+  const auto listed = git_.need({"ls-files", "--others", "--exclude-standard", "-z"},
+                                {.configuration = cleaningConfiguration()});
+  if (!listed) return std::unexpected(listed.error());
+  auto paths = listed->parts();
+  // Repositories, which cleaning spares.
+  std::erase_if(paths, [](const std::string& path) { return path.ends_with('/'); });
+  return paths;
+}
+
+TaskSafetyResult<> RestoreGuard::saveBeforeCleaning() {
+  const auto paths = untracked();
+  if (!paths) return std::unexpected(paths.error());
+  for (const auto& path : *paths) {
+    if (auto saved = save(path); !saved) return saved;
+  }
+  return {};
+}
+
+bool RestoreGuard::isClean() const {
+  const auto paths = untracked();
+  return paths && paths->empty();
+}
+
+}  // namespace vantrell

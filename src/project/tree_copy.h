@@ -1,0 +1,48 @@
+// Copies files between a project, a checkpoint's archive and a worktree. Symbolic links are copied
+// as links and never followed, so that nothing is read or written outside the folders that are
+// named. Blocks: never on the main queue.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "project/task_safety_error.h"
+
+namespace vantrell {
+
+/// What a piece of work may still take. What is absent has no bound.
+struct WorkBudget {
+  std::optional<std::chrono::steady_clock::time_point> deadline;
+  std::optional<std::uint64_t> files;
+  std::optional<std::uint64_t> bytes;
+
+  /// The time that is left; absent without a deadline.
+  std::optional<std::chrono::milliseconds> timeLeft() const;
+  bool isOutOfTime() const;
+};
+
+/// Creates the folder and its parents with mode 0700, and sets that mode on it if it was there.
+TaskSafetyResult<> secureDirectory(const std::string& path);
+
+/// root + "/" + relative, standardized; absent when that leaves the root.
+std::optional<std::string> pathInside(std::string_view root, std::string_view relative);
+
+/// Whether anything, also a dangling link, stands there.
+bool standsAt(const std::string& path);
+/// Whether the folder is the top of a Git repository of its own.
+bool isRepository(const std::string& folder);
+
+/// Makes the folders above `relative` under the root, one by one. A file or link in the place of
+/// one is removed when `replaces`, else that is a failure: no path leads out through a link.
+TaskSafetyResult<> makeParents(const std::string& root, std::string_view relative, bool replaces);
+
+/// Copies a file, a link or a folder with all that is in it to a name that is free, with modes and
+/// times. Pipes, sockets and devices are left out, and what has gone meanwhile. Takes from the
+/// budget; a failure when it is used up.
+TaskSafetyResult<> copyItem(const std::string& source, const std::string& target,
+                            WorkBudget& budget);
+
+}  // namespace vantrell

@@ -1,0 +1,323 @@
+#include "project/uncommitted_changes.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/files.h"
+#include "platform/text.h"
+
+namespace vantrell::changes {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// Beside the patches; lists are paths that end with NUL.
+constexpr std::string_view announcedList = "announced.list";
+constexpr std::string_view emptyFolderList = "empty-folders.list";
+constexpr std::string_view exactFolder = "exact";
+
+/// A repository inside the project is somebody's work of its own; it comes along while it is small.
+constexpr std::uint64_t nestedFiles = 5'000;
+constexpr std::uint64_t nestedBytes = std::uint64_t{64} << 20;
+/// Entries of untracked folders that are looked at for empty folders.
+constexpr std::size_t entriesToVisit = 200'000;
+/// Paths that one command line takes.
+constexpr std::size_t pathsAtOnce = 500;
+
+std::string inFolder(const std::string& folder, std::string_view name) {
+  return fmt::format("{}/{}", folder, name);
+}
+
+/// 0 also where the size cannot be read.
+std::uint64_t sizeOf(const std::string& path) {
+  struct stat info{};
+  return ::stat(path.c_str(), &info) == 0 ? static_cast<std::uint64_t>(info.st_size) : 0;
+}
+
+TaskSafetyResult<> writeList(const std::string& path, const std::vector<std::string>& paths) {
+  if (paths.empty()) return {};
+  std::string content;
+  for (const auto& each : paths) content.append(each).push_back('\0');
+  const auto written = files::writeAtomically(path, content, 0600);
+  if (!written) return std::unexpected(TaskSafetyError::filesFailed(written.error().description));
+  return {};
+}
+
+std::vector<std::string> readList(const std::string& path) {
+  GitResult list;
+  if (auto content = files::read(path)) list.output = std::move(*content);
+  return list.parts();
+}
+
+/// Commands of the user's own would make of a diff what no patch is. There is no configuration that
+/// takes them back, so where there are some they are refused by option.
+std::vector<std::string> diffCommand(const PatchGit& git) {
+  std::vector<std::string> command{"diff", "--binary"};
+  const GitResult found = git.look(
+      {"config", "--name-only", "--get-regexp", R"(^diff\.(external|.*\.(command|textconv))$)"});
+  if (!found.output.empty()) {
+    command.insert(command.end(), {"--no-ext-diff", "--no-textconv"});
+  }
+  return command;
+}
+
+std::string shown(const std::string& path) {
+  return fmt::format("\"{}\"", text::repaired(path));
+}
+
+// ---- what patches do not say --------------------------------------------------------------------
+
+struct Unstaged {
+  std::vector<std::string> announced;
+  std::vector<std::string> foldersOfDeleted;  // that still stand
+};
+
+TaskSafetyResult<Unstaged> unstagedKinds(const PatchGit& git) {
+  const auto listed = git.need({"diff", "--name-status", "--no-ext-diff", "--relative", "-z"});
+  if (!listed) return std::unexpected(listed.error());
+  Unstaged kinds;
+  const auto parts = listed->parts();  // a letter and a path by turns
+  for (std::size_t i = 0; i + 1 < parts.size(); i += 2) {
+    const std::string& path = parts[i + 1];
+    if (parts[i] == "A") kinds.announced.push_back(path);
+    if (parts[i] != "D") continue;
+    // A folder in the place of the file, or the nearest one above it, where it is empty by now.
+    std::error_code code;
+    const auto isFolder = [&](const std::string& name) {
+      return fs::symlink_status(inFolder(git.path(), name), code).type() ==
+             fs::file_type::directory;
+    };
+    std::string folder = path;
+    while (!folder.empty() && !isFolder(folder)) folder = files::parent(folder);
+    if (folder.empty()) continue;
+    if (folder == path || fs::is_empty(inFolder(git.path(), folder), code)) {
+      kinds.foldersOfDeleted.push_back(folder + "/");
+    }
+  }
+  return kinds;
+}
+
+/// Whether git converts line ends of a file on its way in or out; a line of "ls-files --eol".
+bool isConverted(std::string_view line, bool byDefault) {
+  const auto attributes = line.find("attr/");
+  const auto end = line.find('\t');
+  if (attributes == line.npos || end == line.npos) return false;
+  const auto attribute = text::trimmed(line.substr(attributes + 5, end - attributes - 5));
+  if (line.substr(0, attributes).contains("w/-text")) return false;
+  return attribute.empty() ? byDefault : attribute != "-text";
+}
+
+/// Of changed files, those that go through a conversion of line ends: mixed ones, or those that are
+/// not as git would write them, would come back different. So their bytes are kept.
+TaskSafetyResult<> recordExactBytes(const PatchGit& git, const std::string& folder,
+                                    WorkBudget& budget) {
+  const auto changed = git.need({"diff", "--name-only", "--no-ext-diff", "--diff-filter=d",
+                                 "--ignore-submodules=all", "--relative", "-z", "HEAD"});
+  if (!changed) return std::unexpected(changed.error());
+  const auto paths = changed->parts();
+  const std::string automatic = git.look({"config", "core.autocrlf"}).text();
+  const bool byDefault = automatic == "true" || automatic == "input";
+  for (std::size_t from = 0; from < paths.size(); from += pathsAtOnce) {
+    std::vector<std::string> command{"ls-files", "--eol", "-z", "--"};
+    const std::size_t to = std::min(from + pathsAtOnce, paths.size());
+    for (std::size_t i = from; i < to; ++i) command.push_back(":(literal)" + paths[i]);
+    const auto lines = git.need(std::move(command));
+    if (!lines) return std::unexpected(lines.error());
+    for (const auto& line : lines->parts()) {
+      const auto tab = line.find('\t');
+      if (!isConverted(line, byDefault) || tab == line.npos) continue;
+      const std::string path = line.substr(tab + 1);
+      const std::string kept = inFolder(folder, exactFolder);
+      if (auto made = secureDirectory(kept); !made) return made;
+      if (auto made = makeParents(kept, path, false); !made) return made;
+      auto copied = copyItem(inFolder(git.path(), path), inFolder(kept, path), budget);
+      if (!copied) return copied;
+    }
+  }
+  return {};
+}
+
+/// Collects the empty folders in and below `folder`, and says what is no file.
+void findEmptyFolders(const std::string& root, const std::string& folder, std::size_t& left,
+                      std::vector<std::string>& found, SafetyNotes& notes) {
+  std::error_code code;
+  bool isEmpty = true;
+  const std::string path = inFolder(root, folder);
+  for (fs::directory_iterator entry(path, code), end; !code && entry != end;
+       entry.increment(code)) {
+    isEmpty = false;
+    if (left == 0) return;
+    if (--left == 0) {
+      notes.emplace_back("There are too many files to note all empty folders.");
+      return;
+    }
+    const std::string name = inFolder(folder, entry->path().filename().native());
+    const auto type = entry->symlink_status(code).type();
+    if (type == fs::file_type::directory && !isRepository(entry->path())) {
+      findEmptyFolders(root, name, left, found, notes);
+    } else if (type == fs::file_type::fifo || type == fs::file_type::socket) {
+      notes.push_back(fmt::format("{} is no file and is not kept.", shown(name)));
+    }
+  }
+  if (isEmpty && !code) found.push_back(folder);
+}
+
+TaskSafetyResult<> recordEmptyFolders(const PatchGit& git, const std::string& folder,
+                                      std::vector<std::string> folders, SafetyNotes& notes) {
+  const auto listed = git.need({"ls-files", "--others", "--directory", "--exclude-standard", "-z"});
+  if (!listed) return std::unexpected(listed.error());
+  std::ranges::move(listed->parts(), std::back_inserter(folders));
+  std::vector<std::string> empty;
+  std::size_t left = entriesToVisit;
+  for (const auto& each : folders) {
+    if (!each.ends_with('/')) continue;
+    const std::string name = each == "./" ? "." : each.substr(0, each.size() - 1);
+    if (name != "." && isRepository(inFolder(git.path(), name))) continue;
+    findEmptyFolders(git.path(), name, left, empty, notes);
+  }
+  std::erase(empty, ".");
+  return writeList(inFolder(folder, emptyFolderList), empty);
+}
+
+}  // namespace
+
+// ---- recording ----------------------------------------------------------------------------------
+
+TaskSafetyResult<> recordPatches(const PatchGit& git, const std::string& folder) {
+  auto command = diffCommand(git);
+  if (auto written = git.write(command, inFolder(folder, workingPatch)); !written) return written;
+  command.insert(command.begin() + 2, {"--cached", "HEAD"});
+  return git.write(command, inFolder(folder, stagedPatch));
+}
+
+TaskSafetyResult<> recordRest(const PatchGit& git, const std::string& folder, WorkBudget& budget,
+                              SafetyNotes& notes) {
+  const bool hasUnstaged = sizeOf(inFolder(folder, workingPatch)) > 0;
+  Unstaged unstaged;
+  if (hasUnstaged) {
+    auto kinds = unstagedKinds(git);
+    if (!kinds) return std::unexpected(kinds.error());
+    unstaged = std::move(*kinds);
+    auto kept = writeList(inFolder(folder, announcedList), unstaged.announced);
+    if (!kept) return kept;
+  }
+  if (hasUnstaged || sizeOf(inFolder(folder, stagedPatch)) > 0) {
+    if (auto kept = recordExactBytes(git, folder, budget); !kept) return kept;
+  }
+  return recordEmptyFolders(git, folder, std::move(unstaged.foldersOfDeleted), notes);
+}
+
+std::vector<std::string> emptyFolders(const std::string& folder) {
+  return readList(inFolder(folder, emptyFolderList));
+}
+
+TaskSafetyResult<std::size_t> copyUntracked(const PatchGit& git, const std::string& target,
+                                            WorkBudget& budget, SafetyNotes& notes) {
+  const auto listed = git.need({"ls-files", "--others", "--exclude-standard", "-z"});
+  if (!listed) return std::unexpected(listed.error());
+  const auto paths = listed->parts();
+  if (paths.empty()) return 0;
+  if (budget.files && *budget.files < paths.size()) {
+    return std::unexpected(TaskSafetyError::filesFailed(
+        fmt::format("There are {} untracked files. List in .gitignore what is not part of the "
+                    "project.",
+                    paths.size())));
+  }
+  if (auto made = secureDirectory(target); !made) return std::unexpected(made.error());
+  for (const auto& each : paths) {
+    const bool isNested = each.ends_with('/');
+    const std::string relative = isNested ? each.substr(0, each.size() - 1) : each;
+    const auto from = pathInside(git.path(), relative);
+    const auto to = pathInside(target, relative);
+    if (!from || !to) continue;
+    if (auto made = makeParents(target, relative, false); !made) {
+      return std::unexpected(made.error());
+    }
+    if (standsAt(*to)) continue;
+    if (!isNested) {
+      if (auto copied = copyItem(*from, *to, budget); !copied) {
+        return std::unexpected(copied.error());
+      }
+      continue;
+    }
+    // Cleaning spares a repository of its own, so nothing is lost where it does not come along.
+    WorkBudget nested{.deadline = budget.deadline, .files = nestedFiles, .bytes = nestedBytes};
+    if (!copyItem(*from, *to, nested)) {
+      std::error_code ignored;
+      fs::remove_all(*to, ignored);
+      notes.push_back(
+          fmt::format("{} is a repository of its own and is not kept.", shown(relative)));
+    }
+  }
+  return paths.size();
+}
+
+// ---- and back -----------------------------------------------------------------------------------
+
+TaskSafetyResult<> applyPatches(const PatchGit& git, const std::string& folder) {
+  const std::string staged = inFolder(folder, stagedPatch);
+  if (sizeOf(staged) > 0) {
+    auto applied = git.change({"apply", "--index", "--whitespace=nowarn", staged});
+    if (!applied) return applied;
+  }
+  const std::string working = inFolder(folder, workingPatch);
+  if (sizeOf(working) == 0) return {};
+  return git.change({"apply", "--whitespace=nowarn", working});
+}
+
+TaskSafetyResult<> copyDirectoryContents(const std::string& source, const std::string& target,
+                                         SafetyNotes& notes) {
+  std::error_code code;
+  WorkBudget budget;
+  fs::recursive_directory_iterator entry(source, code);
+  if (code) return {};
+  for (const fs::recursive_directory_iterator end; !code && entry != end; entry.increment(code)) {
+    const std::string relative = entry->path().native().substr(source.size() + 1);
+    const std::string place = inFolder(target, relative);
+    std::error_code ignored;
+    const bool isFolder = entry->symlink_status(ignored).type() == fs::file_type::directory;
+    if (auto made = makeParents(target, relative + (isFolder ? "/" : ""), true); !made) return made;
+    if (isFolder && !isRepository(entry->path())) continue;
+    if (isFolder) {
+      entry.disable_recursion_pending();
+      if (isRepository(place)) {
+        notes.push_back(
+            fmt::format("{} is a repository of its own and stays as it is.", shown(relative)));
+        continue;
+      }
+    }
+    fs::remove_all(place, ignored);
+    if (auto copied = copyItem(entry->path(), place, budget); !copied) return copied;
+  }
+  if (code) {
+    return std::unexpected(TaskSafetyError::filesFailed(
+        fmt::format("Could not read the folder {}: {}", source, code.message())));
+  }
+  return {};
+}
+
+TaskSafetyResult<> applyRest(const PatchGit& git, const std::string& folder) {
+  SafetyNotes notes;
+  const std::string exact = inFolder(folder, exactFolder);
+  if (standsAt(exact)) {
+    if (auto copied = copyDirectoryContents(exact, git.path(), notes); !copied) return copied;
+  }
+  for (const auto& each : emptyFolders(folder)) {
+    if (!pathInside(git.path(), each)) continue;
+    if (auto made = makeParents(git.path(), each + "/", false); !made) return made;
+  }
+  const auto announced = readList(inFolder(folder, announcedList));
+  for (std::size_t from = 0; from < announced.size(); from += pathsAtOnce) {
+    std::vector<std::string> command{"add", "--intent-to-add", "--force", "--"};
+    const std::size_t to = std::min(from + pathsAtOnce, announced.size());
+    for (std::size_t i = from; i < to; ++i) command.push_back(":(literal)" + announced[i]);
+    if (auto added = git.change(std::move(command)); !added) return added;
+  }
+  return {};
+}
+
+}  // namespace vantrell::changes

@@ -1,0 +1,50 @@
+// The uncommitted state of a project, in files of a folder: what is staged, what is not, and what
+// patches cannot say. From there it goes back to where it came from, or into a worktree. Blocks:
+// never on the main queue.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "project/patch_git.h"
+#include "project/task_safety_error.h"
+#include "project/tree_copy.h"
+
+namespace vantrell {
+
+/// Sentences for the user about what a checkpoint does not hold.
+using SafetyNotes = std::vector<std::string>;
+
+namespace changes {
+
+inline constexpr std::string_view workingPatch = "working.patch";
+inline constexpr std::string_view stagedPatch = "staged.patch";
+inline constexpr std::string_view untrackedFolder = "untracked";
+
+/// Writes both patches.
+TaskSafetyResult<> recordPatches(const PatchGit& git, const std::string& folder);
+/// Writes what patches do not say, each only where there is some: files that were announced but not
+/// staged (git add -N), empty folders, and changed files whose line ends git would not bring back.
+TaskSafetyResult<> recordRest(const PatchGit& git, const std::string& folder, WorkBudget& budget,
+                              SafetyNotes& notes);
+
+/// The empty folders that recordRest() noted.
+std::vector<std::string> emptyFolders(const std::string& folder);
+
+/// Copies the untracked, not ignored files. Answers how many there are, those left out included.
+/// The target folder is made when there is one. A file that is there already stays as it is.
+TaskSafetyResult<std::size_t> copyUntracked(const PatchGit& git, const std::string& target,
+                                            WorkBudget& budget, SafetyNotes& notes);
+
+/// Applies the patches, the staged one first: the other is relative to it. Empty ones are skipped.
+TaskSafetyResult<> applyPatches(const PatchGit& git, const std::string& folder);
+/// Copies what is below `source` over what stands at its places in `target`. A repository below it
+/// is left as it is where it still stands.
+TaskSafetyResult<> copyDirectoryContents(const std::string& source, const std::string& target,
+                                         SafetyNotes& notes);
+/// What recordRest() wrote.
+TaskSafetyResult<> applyRest(const PatchGit& git, const std::string& folder);
+
+}  // namespace changes
+}  // namespace vantrell

@@ -1,0 +1,28 @@
+#include "records/usage_ledger.h"
+
+#include "records/orchestration_store.h"
+
+namespace vantrell {
+
+static constexpr auto fieldsOf(const UsageLedgerEvent*) {
+  return fields(field("id", &UsageLedgerEvent::id), field("provider", &UsageLedgerEvent::provider),
+                field("usedPercent", &UsageLedgerEvent::usedPercent),
+                field("exhausted", &UsageLedgerEvent::exhausted),
+                field("resetAt", &UsageLedgerEvent::resetAt),
+                field("recordedAt", &UsageLedgerEvent::recordedAt));
+}
+
+namespace {
+constexpr std::string_view fileName = "usage-ledger.json";
+}
+
+std::vector<UsageLedgerEvent> UsageLedger::load(OrchestrationStore& store) {
+  return store.load(fileName, std::vector<UsageLedgerEvent>());
+}
+
+files::Result<> UsageLedger::save(const std::vector<UsageLedgerEvent>& events,
+                                  OrchestrationStore& store) {
+  return store.save(events, fileName);
+}
+
+}  // namespace vantrell

@@ -1,0 +1,39 @@
+// What providers have reported of their allowances over time: the records of "usage-ledger.json",
+// oldest first. The desk of usage adds to it; a restart knows the past from here alone. Plain
+// values.
+#pragma once
+
+#include <optional>
+#include <vector>
+
+#include "platform/date.h"
+#include "platform/files.h"
+#include "platform/uuid.h"
+#include "records/agent_provider.h"
+
+namespace vantrell {
+
+class OrchestrationStore;
+
+struct UsageLedgerEvent {
+  Uuid id;
+  AgentProvider provider = AgentProvider::grok;
+  std::optional<double> usedPercent;  // of the shorter window, 0 to 100
+  bool exhausted = false;
+  std::optional<Date> resetAt;
+  Date recordedAt;
+
+  bool operator==(const UsageLedgerEvent&) const = default;
+};
+
+namespace UsageLedger {
+
+/// More than these are cut from the front.
+inline constexpr std::size_t mostEvents = 1000;
+
+/// Empty where nothing is stored, or nothing that can be read. Main queue, as the store.
+std::vector<UsageLedgerEvent> load(OrchestrationStore& store);
+files::Result<> save(const std::vector<UsageLedgerEvent>& events, OrchestrationStore& store);
+
+}  // namespace UsageLedger
+}  // namespace vantrell

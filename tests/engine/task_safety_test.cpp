@@ -1,0 +1,180 @@
+#include "engine/task_safety.h"
+
+#include "support/engine_fixture.h"
+#include "support/git_repository.h"
+
+namespace vantrell::tests {
+
+namespace {
+
+/// Work in the background is done at once; its answers wait for the main queue all the same.
+struct AtOnce final : Executor {
+  void post(Work work) override {
+    if (isHeld) {
+      held.push_back(std::move(work));
+    } else {
+      work();
+    }
+  }
+  bool isHeld = false;
+  std::vector<Work> held;
+};
+
+}  // namespace
+
+class TaskSafetyTest : public EngineFixture {
+ protected:
+  TaskSafetyTest() {
+    ports.taskSafety = {.background = &background, .supportFolder = folder / "support"};
+    ports.captureCheckpoint = [this](const auto& task, const std::string& label, auto, auto done) {
+      model->safety->captureBeforePrompt(task, label, done);
+    };
+    ports.gitSnapshot = [this](const auto&, auto, const auto& reply) {
+      ++refreshes;
+      reply({});
+    };
+  }
+  void startInRepository() {
+    repository.file("a.txt", "one\n");
+    repository.commit();
+    start();
+    model->operations.addWorkspace(repository.path());
+    key = *model->selection.key();
+    main.runReady();
+  }
+  std::string content() const { return TemporaryFolder::contentOf(repository / "a.txt"); }
+  std::optional<std::string> error() const { return model->executions.mirror().errorMessage; }
+  void finishTurn() {
+    client().finishes();
+    main.runReady();
+  }
+
+  GitRepository repository;
+  AtOnce background;
+  int refreshes = 0;
+};
+
+TEST_F(TaskSafetyTest, EachPromptTakesACheckpointThatLeadsBack) {
+  startInRepository();
+  work("first prompt, which is longer than the forty-eight characters of a label");
+  repository.file("a.txt", "of the agent\n");
+  finishTurn();
+  ASSERT_EQ(thread().checkpoints.size(), 1);
+  const auto checkpoint = thread().checkpoints.front();
+  EXPECT_EQ(checkpoint.label, "Before: first prompt, which is longer than the forty-eig");
+  EXPECT_EQ(checkpoint.kind, WorkspaceCheckpointKind::automatic);
+  EXPECT_EQ(checkpoint.conversationEntryCount, 1) << "the prompt stands already";
+  EXPECT_EQ(checkpoint.sourceMessageID, thread().entries[0].id);
+  model->tree.appendSystemEntry("later", key);
+
+  const int before = refreshes;
+  model->safety->restoreCheckpoint(checkpoint);
+  EXPECT_TRUE(model->safety->taskSafetyWorking());
+  main.runReady();
+  EXPECT_FALSE(model->safety->taskSafetyWorking());
+  EXPECT_EQ(error(), std::nullopt);
+  EXPECT_EQ(content(), "one\n");
+  EXPECT_EQ(thread().entries.size(), 1);
+  EXPECT_EQ(thread().checkpoints.front().label, "Before rewind");
+  EXPECT_EQ(refreshes, before + 1);
+  EXPECT_EQ(saved().back().thread(key.threadID)->checkpoints.size(), 2);
+
+  // And forward again. The conversation is shorter than it was then, and stays so.
+  model->safety->restoreCheckpoint(thread().checkpoints.front());
+  main.runReady();
+  EXPECT_EQ(content(), "of the agent\n");
+  EXPECT_EQ(thread().entries.size(), 1);
+}
+
+TEST_F(TaskSafetyTest, RestoresNothingWhileTheAgentWorksOrWithoutARecoveryCheckpoint) {
+  startInRepository();
+  work("prompt");
+  const auto checkpoint = thread().checkpoints.front();
+  model->safety->restoreCheckpoint(checkpoint);
+  EXPECT_FALSE(model->safety->taskSafetyWorking());
+  EXPECT_EQ(error(), std::nullopt);
+  finishTurn();
+  repository.file("a.txt", "precious\n");
+  std::filesystem::rename(repository / ".git", repository / "git");
+  model->safety->restoreCheckpoint(checkpoint);
+  main.runReady();
+  EXPECT_EQ(error(), "Could not restore the checkpoint: This project is not a Git repository.");
+  EXPECT_EQ(content(), "precious\n");
+  EXPECT_EQ(thread().checkpoints.size(), 1);
+}
+
+TEST_F(TaskSafetyTest, KeepsTheNewestFiftyInTheListAndAllArchives) {
+  startInRepository();
+  for (int i = 1; i <= 51; ++i) {
+    model->safety->createCheckpoint(std::to_string(i));
+    main.runReady();
+  }
+  ASSERT_EQ(thread().checkpoints.size(), 50);
+  EXPECT_EQ(thread().checkpoints.front().label, "51");
+  EXPECT_EQ(thread().checkpoints.back().label, "2");
+  const auto archives = std::filesystem::path(thread().checkpoints.front().archivePath);
+  EXPECT_EQ(folder.names(archives.parent_path().native().substr(folder.path().size() + 1)).size(),
+            51);
+}
+
+TEST_F(TaskSafetyTest, SaysOnceWhyAPromptHadNoCheckpointAndNothingWithoutARepository) {
+  start();
+  work("prompt");
+  EXPECT_EQ(texts(), std::vector<std::string>{"prompt"});
+  model->safety->createCheckpoint("Manual checkpoint");
+  main.runReady();
+  EXPECT_EQ(error(), "Could not create a checkpoint: This project is not a Git repository.");
+
+  model->operations.addWorkspace(repository.path());  // without a commit
+  key = *model->selection.key();
+  for (const auto* prompt : {"one", "two"}) {
+    work(prompt);
+    finishTurn();
+  }
+  EXPECT_EQ(std::ranges::count(thread().entries, ChatEntryKind::system, &ChatEntry::kind), 1);
+  EXPECT_EQ(client().prompts.size(), 2) << "the prompts went on";
+}
+
+TEST_F(TaskSafetyTest, MovesATaskIntoAWorktreeAndNeverBack) {
+  startInRepository();
+  work("prompt");
+  finishTurn();
+  repository.file("a.txt", "not committed\n");
+  const auto session = thread().providerSessionIDs;
+  model->safety->setTaskWorkspaceMode(TaskWorkspaceMode::isolated);
+  main.runReady();
+  EXPECT_EQ(error(), std::nullopt);
+  EXPECT_EQ(client().stops, 1);
+  EXPECT_EQ(thread().providerSessionIDs, session);
+  const std::string path = *model->tree.executionPath(key);
+  EXPECT_EQ(path, thread().isolatedWorkspacePath);
+  EXPECT_EQ(TemporaryFolder::contentOf(path + "/a.txt"), "not committed\n");
+
+  work("in the worktree");
+  EXPECT_EQ(contexts.back().workspacePath, path);
+  finishTurn();
+  model->safety->setTaskWorkspaceMode(TaskWorkspaceMode::shared);
+  EXPECT_EQ(thread().workspaceMode, TaskWorkspaceMode::isolated);
+  EXPECT_EQ(error(),
+            "This task stays isolated so its changes cannot be lost. Open a new shared task, or "
+            "merge the worktree from Terminal after reviewing its changes.");
+  std::filesystem::remove_all(path);
+  EXPECT_EQ(model->tree.executionPath(key), repository.path());
+}
+
+TEST_F(TaskSafetyTest, DoesOnePieceOfWorkAtATimeInAFolder) {
+  startInRepository();
+  background.isHeld = true;
+  model->safety->createCheckpoint("Manual checkpoint");
+  send("prompt");
+  EXPECT_EQ(background.held.size(), 1);
+  std::exchange(background.held, {}).front()();
+  EXPECT_TRUE(clients.empty());
+  main.runReady();
+  ASSERT_EQ(background.held.size(), 1) << "that of the prompt";
+  std::exchange(background.held, {}).front()();
+  main.runReady();
+  EXPECT_EQ(clients.size(), 1);
+}
+
+}  // namespace vantrell::tests

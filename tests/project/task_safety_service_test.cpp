@@ -1,0 +1,281 @@
+#include "project/task_safety_service.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "platform/files.h"
+#include "support/git_repository.h"
+
+namespace vantrell::tests {
+
+namespace fs = std::filesystem;
+
+class TaskSafetyServiceTest : public testing::Test {
+ protected:
+  TaskSafetyServiceTest() {
+    repository.file("a.txt", "one\n");
+    repository.file("part/b.txt", "one\n");
+    repository.file(".gitignore", "*.log\n");
+    repository.commit();
+  }
+
+  TaskSafetyResult<TaskSafetyService::Captured> capture(
+      const std::string& folder, WorkspaceCheckpointKind kind = WorkspaceCheckpointKind::manual) {
+    return service.captureCheckpoint({.workspaceID = workspace,
+                                      .threadID = thread,
+                                      .workspacePath = folder,
+                                      .label = "Here",
+                                      .kind = kind,
+                                      .entryCount = 3,
+                                      .sourceMessageID = "m",
+                                      .now = Date(5)});
+  }
+  WorkspaceCheckpoint taken() {
+    auto captured = capture(repository.path());
+    EXPECT_TRUE(captured) << captured.error().description();
+    return captured ? captured->checkpoint : WorkspaceCheckpoint();
+  }
+  std::string content(std::string_view name) const {
+    return TemporaryFolder::contentOf(repository / name);
+  }
+  std::size_t archives() const {
+    std::error_code code;
+    return static_cast<std::size_t>(std::distance(
+        fs::directory_iterator(support / ("TaskSafety/checkpoints/" + ids), code), {}));
+  }
+
+  GitRepository repository;
+  TemporaryFolder support;
+  TaskSafetyService service{support.path()};
+  const Uuid workspace = *Uuid::parse("AAAAAAAA-0000-4000-8000-000000000001");
+  const Uuid thread = *Uuid::parse("BBBBBBBB-0000-4000-8000-000000000002");
+  const std::string ids =
+      "aaaaaaaa-0000-4000-8000-000000000001/bbbbbbbb-0000-4000-8000-000000000002";
+};
+
+TEST_F(TaskSafetyServiceTest, ArchivesNothingOfACleanRepository) {
+  const auto made = taken();
+  EXPECT_EQ(made.archivePath, support / ("TaskSafety/checkpoints/" + ids + "/") +
+                                  fs::path(made.archivePath).filename().native());
+  EXPECT_EQ(Uuid::parse(fs::path(made.archivePath).filename().native()), made.id);
+  EXPECT_EQ(support.names("TaskSafety/checkpoints/" + ids + "/" +
+                          fs::path(made.archivePath).filename().native()),
+            (std::set<std::string>{"staged.patch", "working.patch"}));
+  struct stat info{};
+  ASSERT_EQ(stat(made.archivePath.c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 0777, 0700);
+  EXPECT_EQ(fs::file_size(made.archivePath + "/working.patch"), 0);
+  EXPECT_EQ(made.changedFileCount, 0);
+  EXPECT_EQ(made.baseRevision, runGit(repository.path(), {"rev-parse", "HEAD"}).text());
+  EXPECT_EQ(made.conversationEntryCount, 3);
+  EXPECT_TRUE(service.restore(made, repository.path()));
+}
+
+TEST_F(TaskSafetyServiceTest, CountsLinesOfTheStatusOrUntrackedFilesWhicheverAreMore) {
+  repository.file("a.txt", "two\n");
+  for (const auto* name : {"x", "y", "z"}) repository.file(name, "new");
+  EXPECT_EQ(taken().changedFileCount, 4);
+  for (const auto* name : {"folder/1", "folder/2", "folder/3"}) repository.file(name, "new");
+  EXPECT_EQ(taken().changedFileCount, 6) << "the status has one line for the folder";
+}
+
+TEST_F(TaskSafetyServiceTest, RefusesWhatIsNoArchiveOfOursBeforeItTouchesAnything) {
+  auto made = taken();
+  repository.file("a.txt", "precious");
+  auto elsewhere = made;
+  elsewhere.archivePath = support.folder("TaskSafety/checkpoints") + "/../../mine";
+  support.folder("mine");
+  auto gone = made;
+  gone.archivePath += "0";
+  auto unborn = made;
+  unborn.baseRevision.reset();
+  auto odd = made;
+  odd.baseRevision = "--staged";
+  for (const auto& each : {elsewhere, gone, unborn, odd}) {
+    const auto restored = service.restore(each, repository.path());
+    ASSERT_FALSE(restored);
+    EXPECT_EQ(restored.error().description(),
+              "The checkpoint archive is missing or is not owned by vantrell.");
+  }
+  // Half a patch is found out beforehand as well.
+  repository.file("a.txt", "changed\n");
+  made = taken();
+  fs::resize_file(made.archivePath + "/working.patch", 100);
+  repository.file("a.txt", "precious");
+  const auto restored = service.restore(made, repository.path());
+  ASSERT_FALSE(restored);
+  EXPECT_FALSE(restored.error().mayHaveChangedFiles);
+  EXPECT_EQ(content("a.txt"), "precious");
+}
+
+TEST_F(TaskSafetyServiceTest, SaysWhyThereIsNoCheckpointAndLeavesNothing) {
+  const TemporaryFolder plain;
+  const auto none = capture(plain.path());
+  ASSERT_FALSE(none);
+  EXPECT_EQ(none.error().description(), "This project is not a Git repository.");
+
+  const GitRepository unborn;
+  const auto early = capture(unborn.path());
+  ASSERT_FALSE(early);
+  EXPECT_TRUE(early.error().description().contains("no commit yet"));
+
+  repository.git({"checkout", "--quiet", "-b", "other"});
+  repository.file("a.txt", "theirs\n");
+  repository.commit();
+  repository.git({"checkout", "--quiet", "main"});
+  repository.file("a.txt", "ours\n");
+  repository.commit();
+  runGit(repository.path(), {"merge", "other"});
+  const auto merging = capture(repository.path());
+  ASSERT_FALSE(merging);
+  EXPECT_TRUE(merging.error().description().contains("merge conflicts"));
+  EXPECT_EQ(archives(), 0);
+}
+
+TEST_F(TaskSafetyServiceTest, BoundsWhatStandsBetweenTheUserAndTheAnswer) {
+  const std::string big = repository.file("big", "");
+  fs::resize_file(big, TaskSafetyService::automaticBytes + 1);  // all holes
+  EXPECT_FALSE(capture(repository.path(), WorkspaceCheckpointKind::automatic));
+  EXPECT_EQ(archives(), 0);
+}
+
+TEST_F(TaskSafetyServiceTest, KeepsIgnoredFilesWhateverTheRulesBecome) {
+  const auto made = taken();
+  // Ignored by a rule that the restore takes back; in no checkpoint.
+  repository.file(".gitignore", "*.log\nsecret\nout/\n");
+  repository.file("secret", "key");
+  repository.file("out/made", "long work");
+  // Untracked now, and ignored: the restore has to write over it.
+  repository.git({"rm", "--quiet", "--cached", "a.txt"});
+  repository.file(".git/info/exclude", "a.txt\n");
+  repository.file("a.txt", "mine");
+  const auto recovery = taken();
+  const auto restored = service.restore(made, repository.path(), &recovery);
+  ASSERT_TRUE(restored) << restored.error().description();
+  EXPECT_EQ(content("secret"), "key");
+  EXPECT_EQ(content("out/made"), "long work");
+  EXPECT_EQ(content("a.txt"), "one\n");
+  EXPECT_TRUE(restored->back().contains("secret")) << "what stayed is named";
+  const auto before = taken();
+  ASSERT_TRUE(service.restore(recovery, repository.path(), &before));
+  EXPECT_EQ(content("a.txt"), "mine");
+}
+
+TEST_F(TaskSafetyServiceTest, LeavesSubmodulesAndRepositoriesInsideAlone) {
+  const GitRepository library;
+  library.file("lib", "1\n");
+  library.commit();
+  repository.git({"-c", "protocol.file.allow=always", "submodule", "--quiet", "add", library.path(),
+                  "module"});
+  repository.commit();
+  GitRepository::git(repository.folder("nested"), {"init", "--quiet"});
+  repository.file("nested/n", "1\n");
+  repository.file("module/lib", "2\n");
+  const auto made = taken();
+  repository.file("nested/n", "2\n");
+  repository.file("module/lib", "3\n");
+  const auto recovery = taken();
+  const auto restored = service.restore(made, repository.path(), &recovery);
+  ASSERT_TRUE(restored) << restored.error().description();
+  EXPECT_EQ(content("module/lib"), "3\n");
+  EXPECT_EQ(content("nested/n"), "2\n");
+  EXPECT_EQ(restored->size(), 2);
+
+  fs::remove_all(repository / "nested");
+  const auto again = taken();
+  ASSERT_TRUE(service.restore(made, repository.path(), &again));
+  EXPECT_EQ(content("nested/n"), "1\n") << "one that has gone comes back";
+}
+
+TEST_F(TaskSafetyServiceTest, BringsBackTheBytesOfChangedFilesThatGitConverts) {
+  repository.git({"config", "core.autocrlf", "true"});
+  const std::string mixed = "one\r\ntwo\nthree\r\n";
+  repository.file("a.txt", mixed);
+  repository.file("staged", mixed);
+  repository.git({"add", "staged"});
+  const auto made = taken();
+  repository.file("a.txt", "other\n");
+  repository.file("staged", "other\n");
+  ASSERT_TRUE(service.restore(made, repository.path()));
+  EXPECT_EQ(content("a.txt"), mixed);
+  EXPECT_EQ(content("staged"), mixed);
+}
+
+TEST_F(TaskSafetyServiceTest, FollowsNoLinkOutOfTheProject) {
+  const TemporaryFolder outside;
+  outside.file("theirs", "untouched");
+  repository.file("room/theirs", "ours");  // untracked
+  const auto made = taken();
+  fs::remove_all(repository / "room");
+  fs::create_directory_symlink(outside.path(), repository / "room");
+  repository.file(".git/info/exclude", "room\n");
+  const auto recovery = taken();
+  const auto restored = service.restore(made, repository.path(), &recovery);
+  ASSERT_TRUE(restored) << restored.error().description();
+  EXPECT_EQ(TemporaryFolder::contentOf(outside / "theirs"), "untouched");
+  EXPECT_FALSE(fs::is_symlink(repository / "room"));
+  EXPECT_EQ(content("room/theirs"), "ours");
+}
+
+// ---- worktrees ----------------------------------------------------------------------------------
+
+TEST_F(TaskSafetyServiceTest, CopiesUncommittedWorkOfEveryKindIntoAWorktree) {
+  repository.file("a.txt", "staged\n");
+  repository.git({"add", "a.txt"});
+  repository.file("a.txt", "unstaged\n");
+  fs::remove(repository / "part/b.txt");
+  repository.file("new\nfile", "untracked");
+  repository.file("tool", "#!\n");
+  fs::permissions(repository / "tool", fs::perms::owner_all);
+  fs::create_symlink("nowhere", repository / "dangling");
+  repository.folder("empty/inside");
+  repository.file("announced", "soon");
+  repository.git({"add", "-N", "announced"});
+  repository.file("kept.log", "ignored");
+  const std::string before = repository.git({"status", "--porcelain=v2", "--untracked-files=all"});
+
+  const auto made = service.createIsolatedWorktree(workspace, thread, repository.path());
+  ASSERT_TRUE(made) << made.error().description();
+  EXPECT_EQ(made->path, support / ("TaskSafety/worktrees/" + ids));
+  const auto status = {"status", "--porcelain=v2", "--untracked-files=all"};
+  EXPECT_EQ(GitRepository::git(made->path, {status.begin(), status.end()}), before);
+  EXPECT_EQ(repository.git({status.begin(), status.end()}), before) << "the project keeps its own";
+  EXPECT_EQ(TemporaryFolder::contentOf(made->path + "/a.txt"), "unstaged\n");
+  EXPECT_EQ(fs::read_symlink(made->path + "/dangling"), "nowhere");
+  EXPECT_TRUE(files::isExecutable(made->path + "/tool"));
+  EXPECT_TRUE(files::isFolder(made->path + "/empty/inside"));
+  EXPECT_FALSE(files::exists(made->path + "/kept.log"));
+
+  // A second call changes nothing; another task does not see the first.
+  std::ofstream(made->path + "/a.txt") << "work of the task\n";
+  EXPECT_EQ(service.createIsolatedWorktree(workspace, thread, repository.path())->path, made->path);
+  EXPECT_EQ(TemporaryFolder::contentOf(made->path + "/a.txt"), "work of the task\n");
+  const auto other = service.createIsolatedWorktree(workspace, Uuid::random(), repository.path());
+  EXPECT_EQ(TemporaryFolder::contentOf(other->path + "/a.txt"), "unstaged\n");
+}
+
+TEST_F(TaskSafetyServiceTest, GivesAPartOfARepositoryTheSamePartOfTheWorktree) {
+  repository.file("part/b.txt", "two\n");
+  repository.file("part/new", "untracked");
+  const auto made = service.createIsolatedWorktree(workspace, thread, repository / "part");
+  ASSERT_TRUE(made) << made.error().description();
+  EXPECT_EQ(made->path, support / ("TaskSafety/worktrees/" + ids + "/part"));
+  EXPECT_EQ(TemporaryFolder::contentOf(made->path + "/b.txt"), "two\n");
+  EXPECT_EQ(TemporaryFolder::contentOf(made->path + "/new"), "untracked");
+  EXPECT_EQ(service.createIsolatedWorktree(workspace, thread, repository / "part")->path,
+            made->path);
+}
+
+TEST_F(TaskSafetyServiceTest, RestoresAPartWithoutAnyTrackedFile) {
+  repository.file("fresh/x", "1");
+  const auto captured = capture(repository / "fresh");
+  ASSERT_TRUE(captured);
+  repository.file("fresh/x", "2");
+  repository.file("a.txt", "not ours\n");
+  const auto restored = service.restore(captured->checkpoint, repository / "fresh");
+  ASSERT_TRUE(restored) << restored.error().description();
+  EXPECT_EQ(content("fresh/x"), "1");
+  EXPECT_EQ(content("a.txt"), "not ours\n");
+}
+
+}  // namespace vantrell::tests

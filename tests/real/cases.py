@@ -1,0 +1,423 @@
+"""What must hold with each of the real programs. A case gets a home of its own."""
+
+import json
+import os
+import shutil
+import signal
+
+from model_server import USED_PERCENT
+from vantrell import END_SECONDS, STEP_SECONDS, demand, wait_until
+
+OPEN = {"pending", "in_progress"}
+
+CASES = []  # (provider, name, function)
+
+
+def case(name, *providers):
+    """The function below is a case of these providers, or of all four."""
+
+    def add(function):
+        for provider in providers or ("codex", "claude", "glm", "kimi"):
+            CASES.append((provider, name, function))
+        return function
+
+    return add
+
+
+# ---- what many cases demand ---------------------------------------------------------------------
+
+
+def demand_run(run, status, text=None):
+    last = run.last_run()
+    demand(last["status"] == status and (text is None or text in last["statusMessage"]),
+           f"the run should be {status} ({text}): {run.summary()}")
+
+
+def demand_settled(home, task):
+    """Nothing in the stored transcript is still under way."""
+    stored = home.stored(task)
+    still = [entry for entry in stored["entries"] if entry.get("status") in OPEN]
+    demand(not still, f"tools are still under way: {still}")
+    demand(all(run["status"] not in ("starting", "running", "waitingApproval")
+               for run in stored["runs"]), f"a run is still open: {stored['runs']}")
+    return stored
+
+
+def tool_statuses(run):
+    return [entry["status"] for entry in run.of_kind("tool")]
+
+
+def work_of(home, what):
+    """A prompt that the agent must ask for, and the file that it makes."""
+    if what == "command":
+        return "RUN:printf made > made.txt", home.project / "made.txt"
+    # Codex edits files of its project without a question.
+    path = (home.outside if home.program.provider == "codex" else home.project) / "written.txt"
+    return f"WRITE:{path}=made", path
+
+
+def agent_process(home):
+    """The agent itself: of its processes the one that was started first."""
+    agents = home.agents()
+    demand(agents, "no agent is running")
+    return min(agents)
+
+
+# ---- turns --------------------------------------------------------------------------------------
+
+
+@case("a turn streams its answer, once")
+def turn(home):
+    run = home.turn("SAY:the größer quick brown fox 🦊 jumps over the lazy dog")
+    demand(run.said() == "the größer quick brown fox 🦊 jumps over the lazy dog", run.summary())
+    chunks = [event for event in run.events if event["event"] == "chunk"]
+    demand(len(chunks) >= 2, f"it came in {len(chunks)} chunks: {run.summary()}")
+    demand_run(run, "completed", f"{home.program.label} finished the task.")
+    stored = demand_settled(home, run.task)
+    demand([(entry["kind"], entry["text"]) for entry in stored["entries"]] ==
+           [("user", "SAY:the größer quick brown fox 🦊 jumps over the lazy dog"), ("assistant", run.said())],
+           f"the stored transcript differs: {stored['entries']}")
+    demand(stored["providerSessionIDs"].get(home.program.provider), "no session was stored")
+
+
+@case("a command runs once it is allowed")
+def command_allowed(home):
+    prompt, made = work_of(home, "command")
+    run = home.start(prompt)
+    question = run.answer("allow_once")
+    demand("made.txt" in question["detail"], f"the question does not show it: {question}")
+    run.ends(0)
+    demand(made.is_file() and made.read_text() == "made", f"not made: {run.summary()}")
+    demand(tool_statuses(run) == ["completed"] and "DONE:" in run.said(), run.summary())
+    demand_run(run, "completed")
+    demand_settled(home, run.task)
+
+
+@case("a command that is refused does not run")
+def command_refused(home):
+    prompt, made = work_of(home, "command")
+    run = home.start(prompt)
+    run.answer("reject_once")
+    run.ends(0)
+    demand(not made.exists(), "the command has run")
+    demand(tool_statuses(run) == ["failed"], run.summary())
+    demand_run(run, "completed")
+    demand_settled(home, run.task)
+
+
+@case("a file is written once it is allowed")
+def file_allowed(home):
+    prompt, made = work_of(home, "file")
+    run = home.start(prompt)
+    run.answer("allow_once")
+    run.ends(0)
+    demand(made.is_file() and made.read_text().strip() == "made", f"not made: {run.summary()}")
+    demand(tool_statuses(run) == ["completed"], run.summary())
+
+
+@case("a file that is refused is not written")
+def file_refused(home):
+    prompt, made = work_of(home, "file")
+    run = home.start(prompt)
+    run.answer("reject_once")
+    run.ends(0)
+    demand(not made.exists(), "the file was written")
+    demand(tool_statuses(run) == ["failed"], run.summary())
+    demand_settled(home, run.task)
+
+
+@case("a file of the project is written without a question", "codex")
+def file_in_project(home):
+    run = home.turn("WRITE:written.txt=made")
+    demand((home.project / "written.txt").read_text().strip() == "made", run.summary())
+    demand("written.txt" in run.of_kind("tool")[0]["text"], run.summary())
+
+
+@case("two questions of one answer come one after the other")
+def two_questions(home):
+    run = home.start("BOTH:printf one > one.txt;printf two > two.txt")
+    first = run.answer("allow_once")
+    second = run.answer("allow_once")
+    run.ends(0)
+    demand(first["id"] != second["id"], f"the same question came twice: {first}")
+    demand((home.project / "one.txt").exists() and (home.project / "two.txt").exists(),
+           f"both were allowed: {run.summary()}")
+    demand(tool_statuses(run) == ["completed"] * 2, run.summary())
+
+
+# ---- stopping -----------------------------------------------------------------------------------
+
+
+@case("Ctrl-C stops a turn, which is no failure")
+def cancel(home):
+    run = home.start("SLOW:0.2")
+    run.until_text("tick 2")
+    run.signal(signal.SIGINT)
+    run.ends(130)
+    demand_run(run, "cancelled", "Stopped by you.")
+    demand([entry["text"] for entry in run.of_kind("system")] == ["Stopped by you."], run.summary())
+    demand_settled(home, run.task)
+
+
+@case("SIGTERM ends the turn and the agent at once")
+def terminated(home):
+    run = home.start("SLOW:0.2")
+    run.until_text("tick 2")
+    run.signal(signal.SIGTERM)
+    run.ends(143)
+    demand_settled(home, run.task)
+
+
+@case("Ctrl-C at a question withdraws it")
+def cancel_at_question(home):
+    prompt, made = work_of(home, "command")
+    run = home.start(prompt)
+    run.until_question()
+    run.signal(signal.SIGINT)
+    run.ends(130)
+    demand(not made.exists(), "the command has run")
+    demand_run(run, "cancelled", "Stopped by you.")
+    demand_settled(home, run.task)
+
+
+@case("Ctrl-C while a command runs ends it and its entry")
+def cancel_in_command(home):
+    run = home.start("RUN:touch begun.txt; sleep 300", "--answer", "allow_once")
+    run.until_question()
+    demand(wait_until(lambda: (home.project / "begun.txt").exists(), STEP_SECONDS),
+           "the command did not begin")
+    run.signal(signal.SIGINT)
+    run.ends(130)
+    demand_run(run, "cancelled")
+    demand_settled(home, run.task)
+    demand(wait_until(lambda: not any("sleep 300" in text for text in home.processes().values()),
+                      END_SECONDS),
+           f"the command is still there: {home.processes()}")
+
+
+@case("no question is asked or answered behind a Ctrl-C")
+def cancel_before_question(home):
+    run = home.start("SLOW:0.01\nRUN:printf made > made.txt", "--answer", "allow_once")
+    run.until_text("tick 95")
+    run.signal(signal.SIGINT)
+    run.ends(130)
+    questions = [event for event in run.events if event["event"] == "permission"]
+    demand(not questions, f"it asked behind the end: {questions}")
+    demand(not (home.project / "made.txt").exists(), "the command has run")
+    demand_settled(home, run.task)
+
+
+# ---- sessions -----------------------------------------------------------------------------------
+
+
+@case("a second process goes on with the session")
+def resume(home):
+    first = home.turn("SAY:the word is heron")
+    second = home.turn("RECALL", "--task", first.task)
+    demand(second.said().split("\n")[-1] == "RECALLED: SAY:the word is heron", second.summary())
+    stored = demand_settled(home, first.task)
+    demand([(entry["kind"], entry["text"]) for entry in stored["entries"]] ==
+           [("user", "SAY:the word is heron"), ("assistant", "the word is heron"),
+            ("user", "RECALL"), ("assistant", "RECALLED: SAY:the word is heron")],
+           f"the transcript is not that of two turns: {stored['entries']}")
+
+
+@case("a session with a tool comes back as it was")
+def resume_with_tool(home):
+    prompt, made = work_of(home, "command")
+    first = home.start(prompt)
+    first.answer("allow_once")
+    first.ends(0)
+    second = home.turn("SAY:on we go", "--task", first.task)
+    kinds = [(entry["kind"], entry.get("status"))
+             for entry in demand_settled(home, first.task)["entries"]]
+    demand(kinds == [("user", None), ("tool", "completed"), ("assistant", None), ("user", None),
+                     ("assistant", None)], f"it came back as {kinds}: {second.summary()}")
+
+
+@case("a turn that was stopped is no obstacle to the next")
+def resume_after_cancel(home):
+    run = home.start("SLOW:0.2")
+    run.until_text("tick 1")
+    run.signal(signal.SIGINT)
+    run.ends(130)
+    second = home.turn("SAY:on we go", "--task", run.task)
+    demand("on we go" in second.said(), second.summary())
+    demand_run(second, "completed")
+
+
+@case("a session that is lost is told once, then a new one begins", "claude")
+def lost_session(home):
+    first = home.turn("SAY:the word is heron")
+    shutil.rmtree(home.folder / "agent-home/.claude/projects")
+    second = home.turn("SAY:second", "--task", first.task, status=1)
+    demand_run(second, "failed", "No conversation found")
+    third = home.turn("SAY:third", "--task", first.task)
+    demand("third" in third.said(), third.summary())
+
+
+@case("a session that is lost is replaced", "codex", "glm", "kimi")
+def replaced_session(home):
+    first = home.turn("SAY:the word is heron")
+    for folder in (".codex/sessions", ".local/share/opencode", ".kimi-code/sessions"):
+        shutil.rmtree(home.folder / "agent-home" / folder, ignore_errors=True)
+    for rest in (home.folder / "agent-home/.codex").glob("*.sqlite*"):
+        rest.unlink()
+    second = home.turn("SAY:second", "--task", first.task)
+    texts = [entry["text"] for entry in home.stored(first.task)["entries"]]
+    demand(texts[0] == "SAY:the word is heron" and "the word is heron" in texts and
+           texts[-1] == "second", f"the transcript is not whole: {texts} {second.summary()}")
+
+
+# ---- models -------------------------------------------------------------------------------------
+
+# What is chosen, and what the model's server is then asked for.
+CHOICES = {
+    "codex": (["--model", "gpt-5.5", "--effort", "low"], "gpt-5.5, effort low"),
+    "claude": (["--model", "opus", "--effort", "low"], "claude-opus"),
+    "glm": (["--model", "zai-coding-plan/glm-4.5-air"], "glm-4.5-air"),
+    "kimi": (["--model", "second"], "kimi-second"),
+}
+
+
+@case("the chosen model does the work")
+def chosen_model(home):
+    options, expected = CHOICES[home.program.provider]
+    run = home.turn("MODEL", *options)
+    demand(run.said().startswith("MODEL: " + expected), run.summary())
+    demand(not run.of_kind("system"), run.summary())
+
+
+@case("a model that it does not take is told", "kimi")
+def model_not_taken(home):
+    run = home.turn("MODEL", "--model", "none-such")
+    notes = [entry["text"] for entry in run.of_kind("system")]
+    demand(len(notes) == 1 and "none-such" in notes[0], f"not told: {run.summary()}")
+
+
+@case("a model outside the plan is refused", "glm")
+def model_outside_plan(home):
+    for model in ("zai-coding-plan/none-such", "openai/gpt-5.5"):
+        run = home.turn("MODEL", "--model", model, status=1)
+        demand(not run.said(), f"it worked with another model: {run.summary()}")
+
+
+# ---- failures -----------------------------------------------------------------------------------
+
+LIMIT_TEXTS = {"codex": "usage limit", "claude": "limit", "glm": "usage limit"}
+FAILURE_TEXTS = {"codex": "", "claude": "500", "glm": "fails on purpose"}
+SIGN_IN_TEXTS = {"codex": "sign in", "claude": "sign in", "glm": "Incorrect API key",
+                 "kimi": "sign in"}
+PATIENT_SECONDS = 150  # OpenCode tries again for more than a minute before it gives up
+
+
+def failed_turn(home, prompt, text):
+    run = home.start(prompt)
+    run.ends(1, PATIENT_SECONDS)
+    demand_run(run, "failed", text)
+    errors = [entry["text"] for entry in run.of_kind("system")]
+    demand(len(errors) == 1 and errors[0].startswith(f"Error from {home.program.label}: "),
+           f"the failure stands in the transcript once: {run.summary()}")
+    demand_settled(home, run.task)
+    return run
+
+
+@case("a spent allowance fails the run with its words", "codex", "claude", "glm")
+def limit(home):
+    run = failed_turn(home, "LIMIT", LIMIT_TEXTS[home.program.provider])
+    again = home.turn("SAY:there is more", "--task", run.task)
+    demand("there is more" in again.said(), again.summary())
+
+
+@case("a spent allowance is remembered", "codex", "claude")
+def limit_remembered(home):
+    home.turn("LIMIT", status=1)
+    reported = json.loads(home.command("usage", home.program.provider, "--json"))[0]["lastReported"]
+    demand(reported and reported["exhausted"], f"the ledger does not know it: {reported}")
+
+
+@case("the program tells its allowance", "codex")
+def allowance(home):
+    now = json.loads(home.command("usage", "codex", "--json"))[0]["now"]
+    demand(now and (now["usedPercent"], now["longerUsedPercent"], now["plan"], now["exhausted"]) ==
+           (USED_PERCENT["primary"], USED_PERCENT["secondary"], "plus", False),
+           f"not what the server told: {now}")
+
+
+@case("the program tells its models", "codex")
+def models(home):
+    told = json.loads(home.command("models", "codex", "--json"))
+    demand(told["areReported"], f"nothing was reported: {told['origin']}")
+    own = [model for model in told["models"] if model["id"] != "default"]
+    demand(own and all(model["label"] for model in own), f"no models with names: {own}")
+    demand(sum(model["isDefault"] for model in own) == 1, f"one is the recommended one: {own}")
+
+
+@case("a model that fails fails the run with its words", "codex", "claude", "glm")
+def model_failure(home):
+    failed_turn(home, "FAIL:500", FAILURE_TEXTS[home.program.provider])
+
+
+@case("a failure that the agent keeps to itself is marked", "kimi")
+def swallowed_failure(home):
+    for prompt in ("LIMIT", "FAIL:500"):
+        run = home.turn(prompt, json_lines=False)
+        demand("without a word" in run.output, f"not marked: {run.output}")
+
+
+@case("a rejected sign-in says what to do")
+def sign_in(home):
+    failed_turn(home, "FAIL:401", SIGN_IN_TEXTS[home.program.provider])
+
+
+# ---- deaths -------------------------------------------------------------------------------------
+
+
+@case("an agent that is killed fails the run; the next turn goes on")
+def agent_killed(home):
+    run = home.start("SLOW:0.2")
+    run.until_text("tick 2")
+    os.kill(agent_process(home), signal.SIGKILL)
+    run.ends(1)
+    demand_run(run, "failed")
+    demand("\x1b" not in run.last_run()["statusMessage"], run.summary())
+    demand_settled(home, run.task)
+    home.leaves_no_process()
+    again = home.turn("SAY:still here", "--task", run.task)
+    demand("still here" in again.said(), again.summary())
+
+
+@case("an agent that is killed at a question leaves nothing open")
+def agent_killed_at_question(home):
+    prompt, made = work_of(home, "command")
+    run = home.start(prompt)
+    run.until_question()
+    os.kill(agent_process(home), signal.SIGKILL)
+    run.ends(1)
+    demand_run(run, "failed")
+    demand(not made.exists(), "the command has run")
+    demand_settled(home, run.task)
+
+
+@case("when Vantrell is killed its agent ends; the next start settles it")
+def vantrell_killed(home):
+    run = home.start("SLOW:0.2")
+    run.until_text("tick 2")
+    agent_process(home)
+    run.kill()
+    home.leaves_no_process()
+    again = home.turn("SAY:still here", "--task", run.task)
+    demand("still here" in again.said(), again.summary())
+    stored = demand_settled(home, run.task)
+    demand([each["status"] for each in stored["runs"]] == ["interrupted", "completed"],
+           f"the runs are not as they went: {stored['runs']}")
+
+
+@case("when Vantrell is killed while a tool runs, the next start settles it")
+def vantrell_killed_in_tool(home):
+    run = home.start("RUN:printf made > made.txt")
+    run.until_question()
+    run.kill()
+    home.leaves_no_process()
+    home.command("tasks")
+    demand_settled(home, run.task)
