@@ -42,6 +42,11 @@ bool containsIgnoringCase(std::string_view haystack, std::string_view needle);
 /// Orders as a person expects in the present locale: negative, 0 or positive.
 int localizedCompare(std::string_view left, std::string_view right);
 
+/// Whether a word that ends before `rest` would go on in it: where "\b" of Pattern finds no end.
+bool continuesWord(std::string_view rest);
+/// Bytes of the decimal digit (of any script, as "\d" of Pattern) at `at`; 0 where there is none.
+std::size_t decimalDigitAt(std::string_view text, std::size_t at);
+
 bool isValidUtf8(std::string_view bytes);
 /// Replaces each invalid sequence by U+FFFD, as the WHATWG decoder does.
 std::string repaired(std::string_view bytes);

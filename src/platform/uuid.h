@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -17,6 +18,8 @@ class Uuid {
   constexpr Uuid() = default;
   /// A fresh random (version 4) UUID from the system's generator. Any thread.
   static Uuid random();
+  /// Fills all of them with fresh ones, in few calls of the generator. Any thread.
+  static void random(std::span<Uuid> ids);
   /// Reads the 36-character form in either case of letters; absent for anything else.
   static std::optional<Uuid> parse(std::string_view text);
   /// The 36-character upper-case form.

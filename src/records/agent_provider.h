@@ -16,6 +16,13 @@ constexpr auto rawTexts(AgentProvider) {
       {"grok", "codex", "kimi", "glm", "claude", "local", "tasklet"});
 }
 
+/// Its name for tight places and status lines.
+constexpr std::string_view shortLabel(AgentProvider provider) {
+  constexpr auto labels = std::to_array<std::string_view>(
+      {"Grok", "Codex", "Kimi", "GLM", "Claude", "Local", "Tasklet"});
+  return labels[static_cast<std::size_t>(provider)];
+}
+
 inline constexpr std::array allAgentProviders = {
     AgentProvider::grok,   AgentProvider::codex, AgentProvider::kimi,   AgentProvider::glm,
     AgentProvider::claude, AgentProvider::local, AgentProvider::tasklet};

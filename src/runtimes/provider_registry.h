@@ -79,8 +79,4 @@ std::vector<AgentProvider> routingOrder(ProviderRoutingMode mode,
                                         std::optional<AgentProvider> active);
 }  // namespace ProviderRegistry
 
-inline std::string_view shortLabel(AgentProvider provider) {
-  return ProviderRegistry::descriptor(provider).shortLabel;
-}
-
 }  // namespace vantrell

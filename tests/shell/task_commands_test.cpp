@@ -71,6 +71,27 @@ TEST_F(TaskCommands, ATaskIsListedShownFoundAndGoneOnWith) {
   EXPECT_EQ(texts({"tasks", "--project", "."}, "threadID"), Words{id});
 }
 
+TEST_F(TaskCommands, AConversationIsExportedAndItsAnswerSpoken) {
+  const auto done = runPractice({"--json", "SAY:**Done**, see `a.cpp`"});
+  const std::string id = threadOf(done);
+  const auto exported = does({"export", id});
+  EXPECT_EQ(code(exported), 0);
+  const std::string document = exported->output;
+  EXPECT_TRUE(
+      document.ends_with("_Workspace: project_\n\n## You\n\nSAY:**Done**, see `a.cpp`\n\n"
+                         "## Local\n\n**Done**, see `a.cpp`\n"))
+      << document;
+  const std::string file = home.folder("papers") + "/talk.md";
+  EXPECT_EQ(code(does({"export", id, file})), 0);
+  EXPECT_EQ(files::read(file).value_or(""), document);
+  EXPECT_EQ(code(does({"export", id, file})), 2) << "it would write over a file";
+  EXPECT_EQ(code(does({"export", "--replace", id, file})), 0);
+  EXPECT_EQ(does({"say", id})->output, "Done, see a.cpp\n");
+  const auto nothing = does({"say", newTask("Silent")});
+  EXPECT_EQ(code(nothing), 1);
+  EXPECT_EQ(nothing->error, "vantrell: There is no answer in this task yet.\n");
+}
+
 TEST_F(TaskCommands, NewTasksAreSelectedAndNamed) {
   const std::string first = newTask("  First ");
   const std::string second = newTask("Second");

@@ -26,6 +26,8 @@ constexpr const Command* table[] = {
     &tasksCommand,
     &showCommand,
     &artifactsCommand,
+    &exportCommand,
+    &sayCommand,
     &searchCommand,
     &newCommand,
     &renameCommand,

@@ -22,6 +22,8 @@ extern const Command tasksCommand;
 extern const Command showCommand;
 extern const Command artifactsCommand;
 extern const Command searchCommand;
+extern const Command exportCommand;
+extern const Command sayCommand;
 extern const Command newCommand;
 extern const Command renameCommand;
 extern const Command moveCommand;

@@ -3,7 +3,9 @@
 #include <fmt/format.h>
 
 #include "platform/text.h"
+#include "presentation/response_formatting.h"
 #include "records/project_hook.h"
+#include "shell/terminal/answer_lines.h"
 #include "shell/terminal/permission_prompt.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/terminal_text.h"
@@ -122,6 +124,8 @@ void TranscriptPrinter::entryAdded(const ChatEntry& entry) {
   switch (entry.kind) {
     case ChatEntryKind::user: return showUser(entry);
     case ChatEntryKind::assistant:
+      if (isReview && style_.isLive()) return showAnswer(entry);
+      [[fallthrough]];
     case ChatEntryKind::thought: return stream(entry, entry.text);
     case ChatEntryKind::tool: return showTool(entry);
     case ChatEntryKind::system:
@@ -156,6 +160,14 @@ void TranscriptPrinter::showUser(const ChatEntry& entry) {
   }
   for (const auto& attachment : entry.attachments) {
     line(style_.dim(fmt::format("  @{}", onOneLine(attachment.path))));
+  }
+}
+
+void TranscriptPrinter::showAnswer(const ChatEntry& entry) {
+  beginBlock(Block::text);
+  const auto blocks = ResponseFormatting::blocks(entry.text);
+  for (const auto& each : answerLines(blocks, style_, static_cast<std::size_t>(usableColumns()))) {
+    line(each);
   }
 }
 

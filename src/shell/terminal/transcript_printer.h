@@ -58,6 +58,8 @@ class TranscriptPrinter final : public RunObserver {
   void endLine();
   void line(std::string_view styled);
   void stream(const ChatEntry& entry, std::string_view text);
+  /// One that is whole, laid out.
+  void showAnswer(const ChatEntry& entry);
   void showTool(const ChatEntry& entry);
   void showHook(const ChatEntry& entry);
   void showUser(const ChatEntry& entry);

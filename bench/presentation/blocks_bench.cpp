@@ -1,0 +1,162 @@
+// Answers into blocks: a long one against cmark on the same bytes, one that streams against one
+// that comes at once, and hostile ones of twice the length against those of the length.
+#include <cmark.h>
+#include <ctime>
+#include <string>
+
+#include "presentation/incremental_blocks.h"
+#include "presentation/response_formatting.h"
+#include "presentation/spoken_text.h"
+#include "ratio.h"
+
+namespace {
+
+using namespace vantrell;
+
+/// About 700 bytes as agents write them.
+constexpr std::string_view section =
+    "## How the reader works\n\n"
+    "The reader takes the **bytes** as they come and keeps what it knows of the line, so that "
+    "`append` "
+    "costs what the chunk costs.\nA second line of the same paragraph follows here.\n\n"
+    "- It finds the end of the line, and reads on from there\n"
+    "- It never goes back, see [the notes](notes.md)\n"
+    "  - but for the header of a table\n"
+    "1. Build the program\n2. Run the tests\n\n"
+    "| Step | Cost | Note |\n|------|-----:|------|\n| read | 3 ns | a byte |\n| show | 80 ns | a "
+    "block |\n\n"
+    "```cpp\nvoid append(std::string_view text) {\n  buffer += text;  // grows\n\n  "
+    "update();\n}\n```\n\n"
+    "> What is settled never changes.\n\n"
+    "- [x] Größe und Maß geprüft\n- [ ] 文書を書く\n\n---\n\n";
+
+std::string answer(std::size_t bytes) {
+  std::string text;
+  while (text.size() < bytes) text += section;
+  text.resize(bytes);
+  return text;
+}
+
+std::string prose(std::size_t bytes) {
+  std::string text;
+  while (text.size() < bytes) {
+    text +=
+        "The reader takes the bytes as they come. It keeps what it knows of the line!Then it reads "
+        "on. ";
+  }
+  text.resize(bytes);
+  return text;
+}
+
+void stream(std::string_view text, std::size_t chunks) {
+  IncrementalBlocks growing;
+  for (std::size_t i = 0; i < chunks; ++i) {
+    const std::size_t from = text.size() * i / chunks;
+    growing.append(text.substr(from, text.size() * (i + 1) / chunks - from));
+    if (growing.settledCount() > growing.blocks().size()) std::abort();
+  }
+  growing.finish();
+}
+
+auto whole(const std::string& text) {
+  return [&text] {
+    std::vector<ResponseBlock> blocks;
+    const auto time = bench::timed([&] { blocks = ResponseFormatting::blocks(text); });
+    if (blocks.empty()) std::abort();
+    return time;
+  };
+}
+
+int againstCmark() {
+  const std::string text = answer(1 << 20);
+  const auto found = bench::compare(40, whole(text), [&text] {
+    cmark_node* document = nullptr;
+    const auto time = bench::timed(
+        [&] { document = cmark_parse_document(text.data(), text.size(), CMARK_OPT_DEFAULT); });
+    cmark_node_free(document);
+    return time;
+  });
+  fmt::print("blocks of 1 MiB: {} us\n",
+             std::chrono::duration_cast<std::chrono::microseconds>(found.ours).count());
+  return bench::report({"blocks of 1 MiB of answer", "cmark's parse", 1}, found);
+}
+
+int streamed(std::string_view what, const std::string& text, double limit) {
+  constexpr std::size_t chunks = 500;
+  const auto found =
+      bench::compare(400, [&] { return bench::timed([&] { stream(text, chunks); }); }, whole(text));
+  return bench::report({what, "one parse of the whole", limit}, found);
+}
+
+/// Of this thread: what else the machine does would fall on the longer work alone.
+template <typename Work>
+bench::Clock::duration processorTimeOf(Work work) {
+  const auto now = [] {
+    timespec time{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+  };
+  const auto start = now();
+  work();
+  return now() - start;
+}
+
+/// Twice as long may take twice as long, and not four times.
+template <typename Work>
+int growsAsItsInput(std::string_view what, std::string_view beginning, std::string_view piece,
+                    Work work) {
+  const auto of = [&](std::size_t pieces) {
+    std::string text(beginning);
+    for (std::size_t i = 0; i < pieces; ++i) text += piece;
+    return text;
+  };
+  constexpr std::size_t bytes = 256 << 10;
+  const std::string once = of(bytes / piece.size());
+  const std::string twice = of(2 * bytes / piece.size());
+  const auto timing = [&work](const std::string& text) {
+    return [&] { return processorTimeOf([&] { work(text); }); };
+  };
+  const auto found = bench::compare(5, timing(twice), timing(once));
+  // Quadratic would be 4; the rest is for caches and the noise of the machine.
+  constexpr double limit = 3;
+  if (found.bestRatio() <= limit) return EXIT_SUCCESS;
+  return bench::report(
+      {fmt::format("{} of \"{}\" and twice as many \"{}\"", what, beginning, piece), "half of it",
+       limit},
+      found.bestRatio());
+}
+
+int linear() {
+  const std::string_view beginnings[] = {"",      "x\n\n", "a|b\n",  "a|b\n---|---\nx|", "1. ",
+                                         "```\n", "```",   "- [x] ", "a|b|c\n"};
+  const std::string_view pieces[] = {
+      "aaaaaaaa",  "--------",          "00000000",
+      "        x", "e\xCC\x81\xCC\x81", "\xCC\x81\xCC\x81\xCC\x81\xCC\x81",
+      "a|a|a|a|",  ".The9 ab",          "\n\n\n\n\n\n\nx",
+      "- - - - ",  ".Abcdefg",          "Abc. Def"};
+  const auto inChunks = [](const std::string& text) { stream(text, text.size() / 16); };
+  int missed = 0;
+  for (const auto beginning : beginnings) {
+    for (const auto piece : pieces) missed |= growsAsItsInput("chunks", beginning, piece, inChunks);
+  }
+  const auto speak = [](const std::string& text) {
+    // Six signs of code become a sentence of 21.
+    if (SpokenText::render(text).size() > 4 * text.size()) std::abort();
+  };
+  for (const std::string_view piece : {"```", "![", "[", "](", "[a](", "`", "<", "<>", "#", "1",
+                                       "\n ", "   ", "|", "``` ", "![a]"}) {
+    missed |= growsAsItsInput("speech", "", piece, speak);
+  }
+  fmt::print("hostile texts: {}\n", missed == 0 ? "time grows as the text does" : "MISSED");
+  return missed;
+}
+
+}  // namespace
+
+int main() {
+  int status = againstCmark();
+  status |= streamed("8 KiB of answer in 500 chunks", answer(8 << 10), 3);
+  // A sentence may still join the one before it: the open paragraph is made anew.
+  status |= streamed("8 KiB of dense prose in 500 chunks", prose(8 << 10), 4);
+  return status | linear();
+}

@@ -1,0 +1,82 @@
+// Any text, cut anywhere: the blocks that grow are those of the whole, blocks that are settled
+// stay, and speech is one line. The first bytes of an input choose the cuts.
+#include <cstdint>
+#include <cstdlib>
+
+#include "platform/text.h"
+#include "presentation/incremental_blocks.h"
+#include "presentation/response_formatting.h"
+#include "presentation/spoken_text.h"
+#include "presentation/tool_grouping.h"
+
+using namespace vantrell;
+
+namespace {
+
+void require(bool holds) {
+  if (!holds) std::abort();
+}
+
+bool areAlike(const std::vector<ResponseBlock>& one, const std::vector<ResponseBlock>& other) {
+  return std::ranges::equal(one, other, &ResponseBlock::looksLike);
+}
+
+void growInChunks(std::string_view cuts, std::string_view text) {
+  IncrementalBlocks growing;
+  std::vector<ResponseBlock> settled;
+  std::string_view rest = text;
+  for (std::size_t i = 0; !rest.empty(); ++i) {
+    const std::size_t length =
+        std::min<std::size_t>(rest.size(), 1 + static_cast<unsigned char>(cuts[i % cuts.size()]));
+    growing.append(rest.substr(0, length));
+    rest.remove_prefix(length);
+    const auto& blocks = growing.blocks();
+    require(growing.settledCount() >= settled.size() && growing.settledCount() <= blocks.size());
+    for (std::size_t k = 0; k < settled.size(); ++k) {
+      require(settled[k].looksLike(blocks[k]) && settled[k].id == blocks[k].id);
+    }
+    settled.assign(blocks.begin(),
+                   blocks.begin() + static_cast<std::ptrdiff_t>(growing.settledCount()));
+    const std::string_view now = text.substr(0, text.size() - rest.size());
+    if (text.size() < 1000 && text::isValidUtf8(now)) {
+      require(areAlike(blocks, ResponseFormatting::blocks(now)));
+    }
+  }
+  growing.finish();
+  require(areAlike(growing.blocks(), ResponseFormatting::blocks(text)));
+}
+
+void group(std::string_view text) {
+  std::vector<ChatEntry> entries;
+  for (const auto line : text::split(text, '\n')) {
+    ChatEntry entry;
+    entry.kind = line.starts_with(' ') ? ChatEntryKind::assistant : ChatEntryKind::tool;
+    const std::size_t colon = std::min(line.find(':'), line.size());
+    entry.title = std::string(line.substr(0, colon));
+    entry.text = line.substr(colon);
+    require(!ToolGrouping::summary(entry).contains('\n'));
+    entries.push_back(std::move(entry));
+  }
+  std::size_t grouped = 0;
+  for (const auto& item : ToolGrouping::transcriptItems(entries)) {
+    const auto* tools = std::get_if<ToolEntryGroup>(&item);
+    require(!tools || tools->entries.size() > 1);
+    for (std::size_t i = 0; i < (tools ? tools->entries.size() : 1); ++i, ++grouped) {
+      require((tools ? tools->entries[i] : std::get<ChatEntry>(item)) == entries[grouped]);
+    }
+  }
+  require(grouped == entries.size());
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string_view input(reinterpret_cast<const char*>(data), size);
+  const std::string_view cuts = input.substr(0, std::min<std::size_t>(4, size));
+  const std::string_view text = input.substr(cuts.size());
+  growInChunks(cuts, text);
+  const std::string spoken = SpokenText::render(text);
+  require(text::isValidUtf8(spoken) && !spoken.contains('\n') && !spoken.contains("  "));
+  group(text);
+  return 0;
+}

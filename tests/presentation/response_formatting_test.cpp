@@ -1,0 +1,172 @@
+#include "presentation/response_formatting.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "presentation/answer_texts.h"
+
+namespace vantrell {
+namespace {
+
+using ::testing::ElementsAreArray;
+using namespace vantrell::testing;
+
+/// What is asked: the blocks of a text, one line each.
+struct Case {
+  std::string text;
+  std::vector<std::string> blocks;
+};
+
+TEST(ResponseFormatting, TakesLinesAsTheirMarksSay) {
+  const Case cases[] = {
+      {"", {}},
+      {" \r\n\t\n", {}},
+      {"one\r\ntwo\rthree\n\nfour", {"p: one two three", "p: four"}},
+      {"# One\n###### Six\n####### Seven\n#None\n#  wide",
+       {"h1: One", "h6: Six", "p: ####### Seven #None", "h1:  wide"}},
+      {"- a\n   * b\n\t+ c\n                    \xE2\x80\xA2 d\n-e",
+       {"bullet0: a", "bullet1: b", "bullet2: c", "bullet6: d", "p: -e"}},
+      {"- [ ] open\n  - [x]  done\n- [X] Done\n- [x]none\n- [ ]\n- [y] no",
+       {"open0: open", "done1: done", "done0: Done", "bullet0: [x]none", "bullet0: [ ]",
+        "bullet0: [y] no"}},
+      {"1. one\n  22)  two\n3.none\n9223372036854775807. last\n9223372036854775808. more",
+       {"number0 1: one", "number1 22: two", "p: 3.none", "number0 9223372036854775807: last",
+        "p: 9223372036854775808. more"}},
+      {"> said\n>\n>>twice", {"quote: said", "quote: ", "quote: >twice"}},
+      {"---\n- - -\n***\n_ _ _\n- -\n--\n*-*",
+       {"divider: ", "divider: ", "divider: ", "divider: ", "bullet0: -", "p: -- *-*"}},
+      {"```cpp\n  a;  \n\n# b\n``` end\nc", {"code(cpp):   a;  \n\n# b", "p: c"}},
+      {"text\n```\nnever closed", {"p: text", "code: never closed"}},
+      {"a\n```", {"p: a", "code: "}},
+      {"before\n| a | b |\n|:---:|---|\n| 1 | |\n|2|3|4|\nbehind",
+       {"p: before", "table a|b / 1|", "p: |2|3|4| behind"}},
+      {"a | b\n--- | ---\n``` | x", {"table a|b / ```|x"}},
+      {"a|b\n--|---\n1|2", {"p: a|b --|--- 1|2"}},
+      {"a|b\n---|---|---", {"p: a|b ---|---|---"}},
+      {"# a | b\n---|---", {"table # a|b"}},
+      {"a|b\n---|---||\n", {"table a|b"}},
+      {"a|b|\n---|  |---", {"p: a|b| ---|  |---"}},
+      {"a|b\nc|d\n---|---\n1|2", {"p: a|b", "table c|d / 1|2"}},
+      {"x\n\f\n1. \f", {"p: x \f 1."}},
+  };
+  for (auto [text, blocks] : cases) {
+    for (auto& block : blocks) {
+      if (block.starts_with("table")) block += ": ";
+    }
+    EXPECT_THAT(described(ResponseFormatting::blocks(text)), ElementsAreArray(blocks)) << text;
+  }
+}
+
+TEST(ResponseFormatting, GivesEachBlockAFreshID) {
+  const auto blocks = ResponseFormatting::blocks("a\n\nb");
+  ASSERT_EQ(blocks.size(), 2u);
+  EXPECT_NE(blocks[0].id, blocks[1].id);
+  EXPECT_NE(blocks[0].id, ResponseFormatting::blocks("a\n\nb")[0].id);
+}
+
+std::string sentence(std::size_t length) {
+  std::string text = "The ";
+  text.resize(length - 1, 'x');
+  return text + ".";
+}
+
+TEST(ResponseFormatting, BreaksUpDenseProseAtItsSentences) {
+  const auto joined = [](std::vector<std::string> parts) { return text::joined(parts, "\n\n"); };
+  const struct {
+    std::string text;
+    std::string structured;
+  } cases[] = {
+      // Up to 340 characters nothing happens, however many bytes they take.
+      {sentence(60) + " " + sentence(279), sentence(60) + " " + sentence(279)},
+      {sentence(60) + " \xC3\xA9" + std::string(278, 'x'),
+       sentence(60) + " \xC3\xA9" + std::string(278, 'x')},
+      {sentence(60) + " " + sentence(139) + " " + sentence(140),
+       joined({sentence(60), sentence(139) + " " + sentence(140)})},
+      {sentence(180) + " " + sentence(160), joined({sentence(180), sentence(160)})},
+      // A longer first sentence is no lead; paragraphs go to 320 without the blank between.
+      {sentence(181) + " " + sentence(139) + " " + sentence(60),
+       joined({sentence(181) + " " + sentence(139), sentence(60)})},
+      {sentence(181) + " " + sentence(140) + " " + sentence(60),
+       joined({sentence(181), sentence(140) + " " + sentence(60)})},
+      {sentence(300) + sentence(60), joined({sentence(300), sentence(60)})},
+      {sentence(340) + "Th9 x", sentence(340) + "Th9 x"},
+      {sentence(300) + " " + sentence(40) + "\n# x", sentence(300) + " " + sentence(40) + "\n# x"},
+      {sentence(300) + "\n\n" + sentence(40), sentence(300) + "\n\n" + sentence(40)},
+      {sentence(300) + "\na\nb\n" + sentence(40), sentence(300) + "\na\nb\n" + sentence(40)},
+      {sentence(300) + "\n-\n" + sentence(40), sentence(300) + "\n-\n" + sentence(40)},
+  };
+  for (const auto& [text, structured] : cases) {
+    EXPECT_EQ(ResponseFormatting::structureDenseResponse(text), structured) << text;
+  }
+}
+
+TEST(ResponseFormatting, CutsSentencesWhereTheExpressionsDo) {
+  const auto breaks = *text::Pattern::compile(R"(([.!?])([A-Z][a-z]{2,}\b))");
+  const auto ends = *text::Pattern::compile(R"((?<=[.!?])\s+(?=[A-Z0-9]))");
+  for (unsigned seed = 0; seed < 400; ++seed) {
+    AnswerMaker maker(seed);
+    const std::string text(text::trimmed(maker.prose(350 + maker.below(400))));
+    const auto result = ResponseFormatting::structureDenseResponse(text);
+    if (result == text) continue;
+    std::string broken = text;
+    const auto matches = breaks.findAll(text);
+    for (auto match = matches.rbegin(); match != matches.rend(); ++match)
+      broken.insert(match->offset + 1, " ");
+    std::vector<std::string> sentences;
+    std::size_t begin = 0;
+    for (const auto& end : ends.findAll(broken)) {
+      sentences.push_back(broken.substr(begin, end.offset - begin));
+      begin = end.offset + end.length;
+    }
+    sentences.push_back(broken.substr(begin));
+    // Each paragraph is some sentences in a row, and all of them come once.
+    std::string gathered = text::joined(sentences, " ");
+    std::string paragraphs;
+    for (std::size_t at = 0, next; at < result.size(); at = next + 2) {
+      next = std::min(result.find("\n\n", at), result.size());
+      paragraphs += (at == 0 ? "" : " ") + result.substr(at, next - at);
+    }
+    EXPECT_EQ(paragraphs, gathered) << seed;
+  }
+}
+
+TEST(ResponseFormatting, TakesNumbersAsTheExpressionDoes) {
+  const auto expression = *text::Pattern::compile(R"(^(\d+)[.)]\s+(.+)$)");
+  static constexpr std::string_view pieces[] = {
+      "1",        "23",           ".",        ")",       " ", "\t", "a", "b c", "\f", "\v",
+      "\xC2\x85", "\xE2\x80\xA8", "\xC2\xA0", "\xC3\xA9"};
+  int items = 0;
+  for (unsigned seed = 0; seed < 3000; ++seed) {
+    AnswerMaker maker(seed);
+    const std::string line = "1" + maker.of(pieces, 1 + maker.below(7));
+    const auto item = ResponseFormatting::numberedItem(line);
+    // White space within a line is trimmed first; line breaks of other kinds are not.
+    std::string trimmed = line;
+    while (trimmed.ends_with(' ') || trimmed.ends_with('\t') || trimmed.ends_with("\xC2\xA0"))
+      trimmed.resize(trimmed.size() - (trimmed.ends_with("\xC2\xA0") ? 2 : 1));
+    const auto match = expression.find(trimmed);
+    ASSERT_EQ(item.has_value(), match.has_value()) << seed << ": " << line;
+    if (!item) continue;
+    ++items;
+    EXPECT_EQ(item->text, match->groups[2]) << line;
+    EXPECT_EQ(std::to_string(item->number), match->groups[1]) << line;
+  }
+  EXPECT_GT(items, 100);
+}
+
+TEST(ResponseFormatting, TestsLinesAlone) {
+  using namespace ResponseFormatting;
+  EXPECT_EQ(tableCells(" ||a| b ||"), (std::vector<std::string>{"a", "b"}));
+  EXPECT_EQ(tableCells("| |a"), (std::vector<std::string>{"", "a"}));
+  EXPECT_EQ(tableCells("|a|"), std::nullopt);
+  EXPECT_EQ(tableCells("||"), std::nullopt);
+  EXPECT_EQ(heading("### a "), (Heading{3, "a"}));
+  EXPECT_EQ(bullet("   - - -"), (Bullet{1, "- -"}));
+  EXPECT_EQ(checklist("[x]\xC2\xA0 a"), (Checklist{true, "a"}));
+  EXPECT_EQ(checklist("[ ]"), std::nullopt);
+  EXPECT_EQ(indentationDepth("\t \t\t\t\t"), 6);
+  EXPECT_EQ(indentationDepth("\xC2\xA0\xC2\xA0 a"), 0);
+}
+
+}  // namespace
+}  // namespace vantrell
