@@ -81,6 +81,11 @@ TaskSafetyResult<> RestoreGuard::prepare() {
   for (const auto& path : *paths) {
     if (auto saved = saveObstacle(path); !saved) return saved;
   }
+  // A folder that was empty needs its place as well.
+  for (const auto& folder : changes::emptyFolders(archive_)) {
+    if (files::isFolder(fmt::format("{}/{}", git_.path(), folder))) continue;
+    if (auto saved = saveObstacle(folder); !saved) return saved;
+  }
   return writeExcludes();
 }
 
