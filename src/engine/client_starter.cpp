@@ -156,7 +156,7 @@ void ClientStarter::startCompleted(const std::shared_ptr<AgentClient>& client,
 // The failure was told. Were the session kept, each later prompt of the task would end like this
 // one.
 void ClientStarter::forgetLostSession(const Attempt& attempt, const std::string& description) {
-  const auto& isSessionLost = ports_.connector(attempt.provider).isSessionLost;
+  const auto& isSessionLost = setup_.connector(attempt.provider).isSessionLost;
   const ChatThread* thread = tree_.thread(attempt.key);
   if (!isSessionLost || !thread || !thread->sessionID(attempt.provider)) return;
   if (!isSessionLost(description)) return;
