@@ -28,6 +28,7 @@ TEST(AgentError, UsageLimitIsToldByTheWordsOfAnUnclassifiedError) {
     EXPECT_EQ(isUsageLimitFailure(AgentError(text)), expected) << text;
     EXPECT_EQ(isUsageLimitFailure(ACPClientError::invalidResponse(text)), expected) << text;
     EXPECT_FALSE(isUsageLimitFailure(AgentError::transport(text))) << "the name of a server";
+    EXPECT_FALSE(isUsageLimitFailure(AgentError::disconnection(text))) << "last words of a crash";
   }
 }
 
