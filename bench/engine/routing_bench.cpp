@@ -4,7 +4,9 @@
 #include <fstream>
 
 #include "bench_folder.h"
+#include "engine/imagine_desk.h"
 #include "engine/router.h"
+#include "engine/runtime_desk.h"
 #include "platform/http_client.h"
 #include "platform/manual_main_queue.h"
 #include "platform/process.h"
@@ -56,7 +58,6 @@ int main() {
   };
   ports.localRuntimeStatus = [&] { return status; };
   ports.isTaskletConfigured = [] { return true; };
-  ports.isImagineBusy = [] { return false; };
 
   WorkspaceStore store(*defaults, folder.path());
   OrchestrationStore records(folder.path(), [&] { return main.now(); }, [](const auto&) {});
@@ -68,7 +69,10 @@ int main() {
   ExecutionTable executions(main, selection, changes);
   UsageDesk usage(main, changes, records);
   ProviderSetup setup(settings, tree, selection, executions, ports);
-  Approvals approvals(main, settings, tree, selection, executions, ports);
+  RuntimeDesk runtimes(changes, {});
+  const auto imagine =
+      std::make_shared<ImagineDesk>(main, settings, executions, runtimes, changes, ports);
+  Approvals approvals(main, settings, tree, selection, executions, *imagine, ports);
   Router router(main, settings, tree, selection, executions, approvals, setup, usage, ports);
 
   const Workspace& general = tree.workspaces().front();
