@@ -71,7 +71,10 @@ TEST_F(RoutingCommands, TaskGoesWhereItIsHandedAndElseStaysWithItsLastProvider) 
 TEST_F(RoutingCommands, ContextIsShownAsAnAgentGetsIt) {
   does({"projects", "add", "."});
   home.file("project/AGENTS.md", "Use tabs.");
-  does({"context", "decisions", "add", "Store", "SQLite"});
+  const auto added = events(does({"context", "decisions", "add", "Store", "SQLite", "--json"}));
+  ASSERT_EQ(added.size(), 1U);
+  EXPECT_EQ(json::textOr(added[0], "summary", ""), "1 decision · 1 guidance file")
+      << "a change tells of the guidance as a look does";
   EXPECT_EQ(does({"context", "block"})->output,
             "VANTRELL PROJECT CONTEXT\nPROJECT DECISIONS\n- Store: SQLite\n\n"
             "DISCOVERED PROJECT GUIDANCE\n- AGENTS.md: Use tabs.\n");

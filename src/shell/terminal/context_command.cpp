@@ -32,8 +32,14 @@ constexpr CommandOption options[] = {
 
 /// What is looked at.
 struct Known {
+  /// With the guidance as it is now, whatever was stored.
+  Known(const Workspace& its, ProjectContextProfile kept)
+      : workspace(its), profile(std::move(kept)) {
+    profile.discoveredSources = discoverContextSources(workspace.path);
+  }
+
   const Workspace& workspace;
-  ProjectContextProfile profile;  // with the guidance as it is now
+  ProjectContextProfile profile;
 };
 
 std::expected<Uuid, UsageError> projectIn(const std::vector<Workspace>& workspaces,
@@ -108,8 +114,7 @@ int look(const CommandArguments& arguments, const Environment& environment,
     if (!id) return std::unexpected(id.error());
     OrchestrationStore store(UserFolders{}.orOwn().support, Date::current, complain);
     const Workspace& workspace = workspaceOf(state.workspaces, *id);
-    Known known{workspace, loadStoredProjectContext(store, *id, state.now)};
-    known.profile.discoveredSources = discoverContextSources(workspace.path);
+    const Known known(workspace, loadStoredProjectContext(store, *id, state.now));
     StandardOutput out;
     out.write(arguments.has("--json")
                   ? asJson(known)
@@ -136,7 +141,7 @@ int change(const CommandArguments& arguments,
                       desk.saveFailure()));
       return exitStatus::failed;
     }
-    context.out.write(arguments.has("--json") ? asJson({workspace, desk.profile(*id)})
+    context.out.write(arguments.has("--json") ? asJson(Known(workspace, desk.profile(*id)))
                                               : *sentence + "\n");
     return exitStatus::completed;
   });
