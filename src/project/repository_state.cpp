@@ -18,12 +18,22 @@ const std::vector<Arguments>& questions() {
   return all;
 }
 
+/// As for a pipe, whatever the user likes to see: an agent reads no colors.
+GitOptions plainAnswers() {
+  GitOptions options{.isReadOnly = true, .limit = longestQuestion};
+  for (const char* name : {"color.ui", "color.status", "color.diff"}) {
+    options.configuration.emplace_back(name, "false");
+  }
+  return options;
+}
+
 }  // namespace
 
 std::string repositoryState(const std::string& path) {
   std::vector<std::string> blocks;
   for (const auto& question : questions()) {
-    const GitResult result = runGit(path, question, {.isReadOnly = true, .limit = longestQuestion});
+    const GitResult result = runGit(path, question, plainAnswers());
+    if (result.hasRunOut) break;  // nor would it answer the next one
     const std::string answer = result.succeeded() ? result.text() : "";
     if (!answer.empty()) {
       blocks.push_back("$ git " + text::joined(question, " ") + "\n" + answer);

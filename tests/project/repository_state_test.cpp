@@ -9,6 +9,9 @@ namespace {
 
 TEST(RepositoryState, HasABlockForEachQuestionThatGitAnswers) {
   GitRepository repository;
+  for (const char* name : {"color.ui", "color.status", "color.diff"}) {
+    repository.git({"config", name, "always"});
+  }
   repository.file("a.txt", "one\n");
   repository.commit();
   EXPECT_EQ(repositoryState(repository.path()), "$ git status --short --branch\n## main");
