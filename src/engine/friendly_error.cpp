@@ -7,8 +7,7 @@ namespace vantrell {
 std::string friendlyError(std::string_view message, AgentProvider provider) {
   if (provider == AgentProvider::local) {
     return "The local runtime could not start. Confirm Ollama or LM Studio is running, the "
-           "selected "
-           "model is loaded, and refresh Local Models in Settings.";
+           "selected model is loaded, and refresh Local Models in Settings.";
   }
   if (provider == AgentProvider::tasklet) {
     return "Tasklet could not accept the handoff. Verify the HTTPS inbound webhook in Settings and "

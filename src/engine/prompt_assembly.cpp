@@ -14,18 +14,16 @@ constexpr std::string_view attachmentMark = "- @";
 
 constexpr std::string_view style =
     "RESPONSE STYLE\nWrite for easy scanning in readable Markdown. Lead with the direct answer. "
-    "Use "
-    "short paragraphs, descriptive headings only when useful, and bullets or numbered steps for "
-    "multiple points. Put commands and code in fenced blocks. Never return a long wall of prose.";
+    "Use short paragraphs, descriptive headings only when useful, and bullets or numbered steps "
+    "for multiple points. Put commands and code in fenced blocks. Never return a long wall of "
+    "prose.";
 
 constexpr std::string_view requestHeading = "\n\nUSER REQUEST:\n";
 
 constexpr std::string_view planInstructions =
     "WORKFLOW MODE: PLAN\nInvestigate the project and produce a concrete, reviewable "
-    "implementation "
-    "plan. Do not edit files or run mutating commands. Call out assumptions, risks, affected "
-    "files, "
-    "and verification. Wait for approval before implementation.";
+    "implementation plan. Do not edit files or run mutating commands. Call out assumptions, "
+    "risks, affected files, and verification. Wait for approval before implementation.";
 
 constexpr std::string_view reviewInstructions =
     "WORKFLOW MODE: REVIEW\nReview the current project state and uncommitted changes for "
