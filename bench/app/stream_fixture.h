@@ -41,10 +41,15 @@ class StreamFixture {
     auto defaults = UserDefaults::inMemory();
     WorkspaceStore store(*defaults, folder_.path());
 
+    // Routing looks at all of them, to give the reason for its choice.
     std::map<AgentProvider, ProviderConnector> connectors;
+    for (const auto each : allAgentProviders) {
+      ProviderConnector& connector = connectors[each];
+      connector.provider = each;
+      connector.isAvailable = [](const auto&) { return false; };
+    }
     for (const StreamPart& part : parts_) {
       ProviderConnector& connector = connectors[part.dialect->provider];
-      connector.provider = part.dialect->provider;
       connector.isAvailable = [](const auto&) { return true; };
       connector.makeClient = [&](const ProviderConnectorContext& context) {
         return part.dialect->makeClient("/proc/self/exe", context.workspacePath, part.environment(),
