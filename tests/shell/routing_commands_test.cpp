@@ -55,6 +55,10 @@ TEST_F(RoutingCommands, TaskGoesWhereItIsHandedAndElseStaysWithItsLastProvider) 
   EXPECT_TRUE(shows(other, "Switched this task from Kimi to GLM")) << other->output;
   const auto same = does({"run", "--task", task, "SAY:three"});
   EXPECT_FALSE(shows(same, "Switched")) << same->output;
+  does({"handoff", task, "glm"});
+  does({"settings", "reset", "opencode-path"});
+  const auto elsewhere = does({"route"});
+  EXPECT_TRUE(shows(elsewhere, "goes to Kimi Code. GLM")) << elsewhere->output;
   const auto missing = does({"handoff", task, "codex"});
   EXPECT_EQ(code(missing), 1);
   EXPECT_TRUE(missing->error.contains("is not installed")) << missing->error;

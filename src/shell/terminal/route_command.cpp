@@ -52,14 +52,29 @@ Json asJson(const Settings& settings, const RoutingPreview& preview) {
   return all;
 }
 
+/// A choice for the task is shown as such even where it cannot be used; the turn goes elsewhere
+/// then.
+std::string whereTo(const RoutingPreview& preview, std::optional<AgentProvider> next) {
+  const auto label = [](AgentProvider each) { return ProviderRegistry::descriptor(each).label; };
+  if (!next) return fmt::format("{}. \"vantrell providers\" tells what to do.", preview.reason);
+  if (next == preview.provider) {
+    return fmt::format("The next turn goes to {}: {}.", label(*next), preview.reason);
+  }
+  std::string text = fmt::format("The next turn goes to {}.", label(*next));
+  if (preview.provider) {
+    text += fmt::format(" {} was chosen for it, but cannot be used now.", label(*preview.provider));
+  }
+  return text;
+}
+
 std::string inWords(const Settings& settings, const RoutingPreview& preview,
-                    const TerminalStyle& style) {
+                    std::optional<AgentProvider> next, const TerminalStyle& style) {
   const auto mode = settings.routingMode();
   std::string text =
       fmt::format("{} {}: {}\n\n", style.bold("Route"), rawText(mode), meaning(mode));
   TextTable table({{""}, {"ID"}, {"PROVIDER"}, {.heading = "WHY", .least = 20}, {"ALLOWANCE"}});
   for (const auto& each : preview.candidates) {
-    const bool isNext = each.provider == preview.provider;
+    const bool isNext = each.provider == next;
     const bool isReady = each.available && !each.exhausted;
     table.add({{isNext ? "▸" : "", &TerminalStyle::green},
                {std::string(rawText(each.provider)), &TerminalStyle::bold},
@@ -68,10 +83,7 @@ std::string inWords(const Settings& settings, const RoutingPreview& preview,
                {each.usageLabel.value_or("-"), &TerminalStyle::dim}});
   }
   text += table.text(style, columnsForTables(STDOUT_FILENO));
-  text += preview.provider
-              ? fmt::format("\nThe next turn goes to {}: {}.\n",
-                            ProviderRegistry::descriptor(*preview.provider).label, preview.reason)
-              : fmt::format("\n{}. \"vantrell providers\" tells what to do.\n", preview.reason);
+  text += fmt::format("\n{}\n", whereTo(preview, next));
   if (!settings.noMeteredAPIs()) text += "Providers that are billed per use may be chosen.\n";
   return text;
 }
@@ -101,14 +113,15 @@ int show(const CommandArguments& arguments, const Environment& environment) {
       if (!found) return refuse(found.error());
       task = *found;
     }
-    if (const auto key = task ? task : model.selection.key())
-      countLastProviderAsActive(model, *key);
+    const auto key = task ? task : model.selection.key();
+    if (key) countLastProviderAsActive(model, *key);
     const auto preview = previewOf(loop, app, task);
+    const auto next = model.router->expectedProvider({}, key);
     StandardOutput out;
-    out.write(
-        arguments.has(jsonOption.name)
-            ? json::write(asJson(model.settings, preview)) + "\n"
-            : inWords(model.settings, preview, TerminalStyle::of(STDOUT_FILENO, environment)));
+    out.write(arguments.has(jsonOption.name)
+                  ? json::write(asJson(model.settings, preview)) + "\n"
+                  : inWords(model.settings, preview, next,
+                            TerminalStyle::of(STDOUT_FILENO, environment)));
     return out.finish(exitStatus::completed);
   });
 }
