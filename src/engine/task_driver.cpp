@@ -196,13 +196,37 @@ void TaskDriver::deliver(std::string prompt, Turn turn, AgentProvider provider) 
   const ThreadExecutionRuntime& execution = executions_.execution(turn.key);
   const bool isKept =
       execution.client && execution.client->provider() == provider && turn.clientWasReady;
-  if (isKept) return performSend(prompt, turn, provider);
+  if (!isKept) return startAndSend(std::move(prompt), std::move(turn), provider);
+  if (execution.unansweredPrompts == 0) return performSend(prompt, turn, provider);
+  sendBehindStoppedTurn(std::move(prompt), std::move(turn), provider);
+}
+
+void TaskDriver::startAndSend(std::string prompt, Turn turn, AgentProvider provider) {
   const auto key = turn.key;
   const auto runID = turn.runID;
   starter_.startClient(
       provider, key, runID,
       weakly(this, [prompt = std::move(prompt), turn = std::move(turn),
                     provider](TaskDriver& self) { self.performSend(prompt, turn, provider); }));
+}
+
+// A turn that was stopped ends when its runtime says so, and a runtime works on one prompt at a
+// time: Claude Code refuses a second one, and Codex takes it into the turn that is being stopped.
+void TaskDriver::sendBehindStoppedTurn(std::string prompt, Turn turn, AgentProvider provider) {
+  const auto key = turn.key;
+  ThreadExecutionRuntime& execution = executions_.execution(key);
+  execution.stoppedTurnEnded = weakly(this, [prompt = std::move(prompt), turn = std::move(turn),
+                                             provider](TaskDriver& self, bool isClientUsable) {
+    if (!self.isLive(turn)) return;
+    self.executions_.execution(turn.key).connectTimer.cancel();
+    if (isClientUsable) return self.performSend(prompt, turn, provider);
+    self.startAndSend(prompt, turn, provider);
+  });
+  execution.connectTimer = main_.after(stopPatience, weakly(this, [key](TaskDriver& self) {
+                                         if (auto* waiting = self.executions_.find(key)) {
+                                           waiting->tellStoppedTurnEnded(false);
+                                         }
+                                       }));
 }
 
 void TaskDriver::performSend(const std::string& prompt, const Turn& turn, AgentProvider provider) {
@@ -235,7 +259,9 @@ void TaskDriver::performSend(const std::string& prompt, const Turn& turn, AgentP
         --serving->unansweredPrompts;
         if (serving->activeRunID != turn.runID) {
           if (serving->unansweredPrompts == 0) endOpenTools(*serving, turn.key, self.tree_);
-          return self.executions_.publishExecutionIfSelected(turn.key);
+          self.executions_.publishExecutionIfSelected(turn.key);
+          if (serving->unansweredPrompts > 0) return;
+          return serving->tellStoppedTurnEnded(result || !result.error().isDisconnection());
         }
         if (result) {
           self.turnCompleted(turn, provider);

@@ -44,6 +44,10 @@ class TaskDriver : public std::enable_shared_from_this<TaskDriver> {
   /// nothing queued starts.
   void stopWorking();
 
+  /// How long the next prompt waits for the end of a turn that was stopped; then its client is
+  /// replaced by another in the same session.
+  static constexpr std::chrono::seconds stopPatience{10};
+
  private:
   /// What one turn carries along.
   struct Turn {
@@ -62,6 +66,8 @@ class TaskDriver : public std::enable_shared_from_this<TaskDriver> {
   void takeRoute(Turn turn);
   void switchProvider(Turn turn, AgentProvider from, AgentProvider to);
   void deliver(std::string prompt, Turn turn, AgentProvider provider);
+  void startAndSend(std::string prompt, Turn turn, AgentProvider provider);
+  void sendBehindStoppedTurn(std::string prompt, Turn turn, AgentProvider provider);
   void performSend(const std::string& prompt, const Turn& turn, AgentProvider provider);
   void turnCompleted(const Turn& turn, AgentProvider provider);
   void turnFailed(const AgentError& error, const Turn& turn, AgentProvider provider);

@@ -2,6 +2,7 @@
 // ExecutionTable, changed by the desks of the engine, never written to disk. Main queue.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <set>
@@ -48,6 +49,8 @@ struct ThreadExecutionRuntime : ExecutionFace {
   /// Ends a replay: the rebuilt transcript stays when that was decided, else the old one comes
   /// back.
   void endReplay();
+  /// Lets the prompt go on that waits for the end of a stopped turn, if there is one.
+  void tellStoppedTurnEnded(bool isClientUsable);
 
   std::optional<Uuid> activeRunID;  // while the run is live
   /// The user entry of the turn at hand; with what follows it, it survives a replay.
@@ -55,6 +58,8 @@ struct ThreadExecutionRuntime : ExecutionFace {
   /// Prompts that its client has not answered yet; a stopped turn's counts until the runtime ends
   /// it.
   int unansweredPrompts = 0;
+  /// What the next prompt does once those are answered; unset where none waits.
+  std::function<void(bool isClientUsable)> stoppedTurnEnded;
   /// Entries of tools that its client has told of and not ended.
   std::set<std::string, std::less<>> openTools;
   /// How often the user has stopped a turn here: a turn that was begun before a stop ends at it.
@@ -66,7 +71,8 @@ struct ThreadExecutionRuntime : ExecutionFace {
   Date lastPersistedActivityAt = Date::distantPast();
   bool stallWarningSent = false;
   std::unique_ptr<Replay> replay;  // while replayBackup is shown
-  Timer connectTimer;              // the connect watchdog, or the pause before the second attempt
+  /// The connect watchdog, the pause before the second attempt, or the wait for a stopped turn.
+  Timer connectTimer;
 };
 
 }  // namespace vantrell

@@ -241,6 +241,57 @@ TEST_F(TaskDriver, StopWhileWorkingCancelsAndKeepsTheClient) {
   EXPECT_EQ(client().prompts.size(), 2u);
 }
 
+TEST_F(TaskDriver, PromptBehindAStoppedTurnWaitsForItsEnd) {
+  const struct {
+    const char* name;
+    std::function<void(TaskDriver&)> end;
+    bool isClientKept;
+  } cases[] = {
+      {"it ends", [](TaskDriver& t) { t.client().finishes(); }, true},
+      {"it ends as an error", [](TaskDriver& t) { t.client().fails(AgentError("aborted")); }, true},
+      {"its client goes",
+       [](TaskDriver& t) { t.client().fails(AgentError::disconnection("gone")); }, false},
+      {"it never ends", [](TaskDriver& t) { t.main.advance(std::chrono::seconds(10)); }, false},
+  };
+  start();
+  for (const auto& [name, end, isClientKept] : cases) {
+    SCOPED_TRACE(name);
+    work("Go");
+    const auto stopped = clients.back();
+    model->driver->stopWorking();
+    send("More");
+    EXPECT_EQ(stopped->prompts.size(), 1U) << "a runtime takes one prompt at a time";
+    EXPECT_EQ(state(), ConnectionState::connecting()) << "a further prompt is queued";
+    end(*this);
+    if (!isClientKept) {
+      ASSERT_NE(clients.back(), stopped);
+      EXPECT_EQ(stopped->stops, 1);
+      client().opens("session");
+    }
+    EXPECT_EQ(clients.back() == stopped, isClientKept);
+    EXPECT_EQ(client().prompts.size(), isClientKept ? 2U : 1U);
+    EXPECT_EQ(run().status, RunRecordStatus::running);
+    client().finishes();
+    EXPECT_EQ(run().status, RunRecordStatus::completed);
+    model->executions.resetConnection();
+  }
+}
+
+TEST_F(TaskDriver, StopOfAPromptThatWaitsForAStoppedTurnSendsNothing) {
+  start();
+  work("Go");
+  const auto stopped = clients.back();
+  model->driver->stopWorking();
+  send("More");
+  model->driver->stopWorking();
+  stopped->finishes();
+  main.advance(std::chrono::minutes(1));
+  EXPECT_EQ(stopped->prompts.size(), 1U);
+  EXPECT_EQ(stopped->stops, 1);
+  EXPECT_EQ(clients.size(), 1U);
+  EXPECT_EQ(run().status, RunRecordStatus::cancelled);
+}
+
 TEST_F(TaskDriver, LateAnswerOfAReplacedClientChangesNothing) {
   start();
   work("Go");

@@ -34,8 +34,8 @@ class FakeAgentClient final : public AgentClient {
     startCompletion(AgentStartResult{std::move(session), replayed});
   }
   void failsToOpen(const std::string& text) { startCompletion(std::unexpected(AgentError(text))); }
-  void finishes() { promptCompletions.back()(JsonObject{{"stopReason", "end_turn"}}); }
-  void fails(AgentError error) { promptCompletions.back()(std::unexpected(std::move(error))); }
+  void finishes() { answer(JsonObject{{"stopReason", "end_turn"}}); }
+  void fails(AgentError error) { answer(std::unexpected(std::move(error))); }
   void updates(JsonObject update) { onSessionUpdate(update); }
   void says(std::string text, std::optional<std::string> messageID = std::nullopt) {
     chunk("agent_message_chunk", std::move(text), std::move(messageID));
@@ -58,6 +58,12 @@ class FakeAgentClient final : public AgentClient {
   int stops = 0;
 
  private:
+  /// A copy: the answer may bring the next prompt, whose completion makes the list grow.
+  void answer(std::expected<JsonObject, AgentError> result) {
+    const PromptCompletion completion = promptCompletions.back();
+    completion(std::move(result));
+  }
+
   AgentProvider provider_;
 };
 
