@@ -88,6 +88,26 @@ TEST_F(CodexClientRequests, QuestionComesBehindTheUpdatesBeforeIt) {
   expectNotes({"says m a", "asks 1 Edit files", "says m b", "usage"});
 }
 
+TEST_F(CodexClientRequests, QuestionThatIsResolvedElsewhereMakesRoomForTheNext) {
+  open(CodexAgentScript()
+           .openThread()
+           .startTurn("u1")
+           .request("0", "item/commandExecution/requestApproval", R"({"command":"rm"})")
+           .request(R"("0")", "item/fileChange/requestApproval", "{}")
+           .notify("serverRequest/resolved", R"({"threadId":"t1","requestId":7})")
+           .notify("serverRequest/resolved", R"({"threadId":"t1"})")
+           .notify("serverRequest/resolved", R"({"threadId":"t1","requestId":0})")
+           .expectLine(answered(R"("0")", R"({"decision":"accept"})"))
+           .notify("serverRequest/resolved", R"({"threadId":"t1","requestId":"0"})")
+           .say("m", "done")
+           .hang());
+  prompt();
+  await("asks 2 Edit files");
+  client_->respondToPermission(1, "codex-allow-once");
+  client_->respondToPermission(2, "codex-allow-once");
+  expectNotes({"asks 1 Run command", "withdrawn 1", "asks 2 Edit files", "says m done"});
+}
+
 TEST_F(CodexClientRequests, OtherRequestsAreRefused) {
   const auto refused = [](const std::string& id, const std::string& method) {
     return R"({"jsonrpc":"2.0","id":)" + id +

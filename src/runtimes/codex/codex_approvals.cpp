@@ -67,9 +67,9 @@ std::vector<std::string> describeObject(const JsonObject& params, const JsonObje
 
 }  // namespace
 
-std::optional<RPCID> rpcID(const JsonObject& message) {
-  if (const std::string* words = json::text(message, "id")) return *words;
-  if (const auto number = json::integer(message, "id")) return *number;
+std::optional<RPCID> rpcID(const JsonObject& message, std::string_view key) {
+  if (const std::string* words = json::text(message, key)) return *words;
+  if (const auto number = json::integer(message, key)) return *number;
   return std::nullopt;
 }
 

@@ -15,8 +15,8 @@ namespace vantrell::codex {
 
 /// The id of a request of Codex, which the response repeats in the same form.
 using RPCID = std::variant<std::int64_t, std::string>;
-/// The key "id" of a message; absent when it has none that could be repeated.
-std::optional<RPCID> rpcID(const JsonObject& message);
+/// Under "id" of a message, or under another key; absent when it has none that could be repeated.
+std::optional<RPCID> rpcID(const JsonObject& message, std::string_view key = "id");
 Json toJson(const RPCID& id);
 
 /// A question that waits for its answer.

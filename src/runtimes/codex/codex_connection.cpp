@@ -1,5 +1,6 @@
 #include "runtimes/codex/codex_connection.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 
 #include "records/application.h"
@@ -194,6 +195,7 @@ void CodexConnection::handleNotification(std::string_view method, JsonObject& pa
   if (method == "turn/started") return handleTurnStarted(params);
   if (method == "turn/completed") return handleTurnCompleted(params);
   if (method == "error") return handleError(params);
+  if (method == "serverRequest/resolved") return handleResolved(params);
   if (method == "account/rateLimits/updated" && json::object(params, "rateLimits")) {
     publishUsage(allowance_.update(params));
   }
@@ -292,6 +294,19 @@ void CodexConnection::handleRequest(codex::RPCID id, const std::string& method,
                                           item == openItems_.end() ? nullptr : &item->second);
   pendingApprovals_.emplace(approvalID, std::move(approval));
   ask(std::move(question), bytes);
+}
+
+// Codex no longer waits for the answer: its own reviewer has decided, or the turn has ended over
+// the question, which would otherwise stay on the screen and in front of those behind it. Of a
+// question that was answered here nothing is left.
+void CodexConnection::handleResolved(const JsonObject& params) {
+  const auto resolved = codex::rpcID(params, "requestId");
+  const auto found = std::ranges::find_if(
+      pendingApprovals_, [&](const auto& each) { return each.second.rpcID == resolved; });
+  if (found == pendingApprovals_.end()) return;
+  const std::int64_t approvalID = found->first;
+  pendingApprovals_.erase(found);
+  questionWithdrawn(approvalID);
 }
 
 void CodexConnection::failPending(const AgentError& error) {

@@ -59,6 +59,7 @@ class CodexConnection final : public JsonRpcConnection {
   void handleTurnCompleted(const JsonObject& params);
   void handleRequest(codex::RPCID id, const std::string& method, const JsonObject& params,
                      std::size_t bytes);
+  void handleResolved(const JsonObject& params);
   void keepForApproval(const JsonObject& item, bool isCompleted);
   void publishUsage(ProviderUsage usage);
 
