@@ -1,0 +1,161 @@
+// How a turn ends before its time: the user stops it, or its client goes.
+#include "support/engine_fixture.h"
+
+namespace vantrell::tests {
+namespace {
+
+using TurnEnds = EngineFixture;
+
+TEST_F(TurnEnds, StopWhileConnectingEndsTheClientAndTheRetry) {
+  for (const bool inPause : {false, true}) {
+    SCOPED_TRACE(inPause ? "in the pause" : "in the attempt");
+    start();
+    clients.clear();
+    send("Go");
+    if (inPause) main.advance(std::chrono::seconds(30));
+    const auto stopped = clients.back();
+    model->driver->stopWorking();
+    EXPECT_EQ(stopped->stops, 1);
+    EXPECT_EQ(state(), ConnectionState::ready());
+    EXPECT_EQ(run().status, RunRecordStatus::cancelled);
+    EXPECT_EQ(run().statusMessage, "Stopped by you.");
+    EXPECT_EQ(texts().back(), "Stopped by you.");
+    main.advance(std::chrono::minutes(2));
+    EXPECT_EQ(clients.size(), 1u);
+    send("Again");
+    EXPECT_EQ(clients.size(), 2u) << "the next prompt starts a new client";
+  }
+}
+
+TEST_F(TurnEnds, StopBeforeTheRunHasBegunEndsTheTurn) {
+  std::function<void()> checkpointTaken;
+  ports.captureCheckpoint = [&](const auto&, const auto&, auto, const auto& done) {
+    checkpointTaken = done;
+  };
+  start();
+  send("Go");
+  model->driver->stopWorking();
+  checkpointTaken();
+  main.runReady();
+  EXPECT_TRUE(thread().runs.empty());
+  EXPECT_TRUE(clients.empty());
+}
+
+TEST_F(TurnEnds, StopWhileWorkingCancelsAndKeepsTheClient) {
+  start();
+  work("Go");
+  model->driver->stopWorking();
+  EXPECT_EQ(client().cancels, 1);
+  EXPECT_EQ(client().stops, 0);
+  EXPECT_EQ(run().status, RunRecordStatus::cancelled);
+
+  client().finishes();  // the runtime's answer to the cancelled turn
+  EXPECT_EQ(run().status, RunRecordStatus::cancelled) << "what the user stopped stays stopped";
+
+  send("More");
+  EXPECT_EQ(clients.size(), 1u);
+  EXPECT_EQ(client().prompts.size(), 2u);
+}
+
+TEST_F(TurnEnds, PromptBehindAStoppedTurnWaitsForItsEnd) {
+  const struct {
+    const char* name;
+    std::function<void(TurnEnds&)> end;
+    bool isClientKept;
+  } cases[] = {
+      {"it ends", [](TurnEnds& t) { t.client().finishes(); }, true},
+      {"it ends as an error", [](TurnEnds& t) { t.client().fails(AgentError("aborted")); }, true},
+      {"its client goes", [](TurnEnds& t) { t.client().fails(AgentError::disconnection("gone")); },
+       false},
+      {"it never ends", [](TurnEnds& t) { t.main.advance(std::chrono::seconds(10)); }, false},
+  };
+  start();
+  for (const auto& [name, end, isClientKept] : cases) {
+    SCOPED_TRACE(name);
+    work("Go");
+    const auto stopped = clients.back();
+    model->driver->stopWorking();
+    send("More");
+    EXPECT_EQ(stopped->prompts.size(), 1U) << "a runtime takes one prompt at a time";
+    EXPECT_EQ(state(), ConnectionState::connecting()) << "a further prompt is queued";
+    end(*this);
+    if (!isClientKept) {
+      ASSERT_NE(clients.back(), stopped);
+      EXPECT_EQ(stopped->stops, 1);
+      client().opens("session");
+    }
+    EXPECT_EQ(clients.back() == stopped, isClientKept);
+    EXPECT_EQ(client().prompts.size(), isClientKept ? 2U : 1U);
+    EXPECT_EQ(run().status, RunRecordStatus::running);
+    client().finishes();
+    EXPECT_EQ(run().status, RunRecordStatus::completed);
+    model->executions.resetConnection();
+  }
+}
+
+TEST_F(TurnEnds, StopOfAPromptThatWaitsForAStoppedTurnSendsNothing) {
+  start();
+  work("Go");
+  const auto stopped = clients.back();
+  model->driver->stopWorking();
+  send("More");
+  model->driver->stopWorking();
+  stopped->finishes();
+  main.advance(std::chrono::minutes(1));
+  EXPECT_EQ(stopped->prompts.size(), 1U);
+  EXPECT_EQ(stopped->stops, 1);
+  EXPECT_EQ(clients.size(), 1U);
+  EXPECT_EQ(run().status, RunRecordStatus::cancelled);
+}
+
+TEST_F(TurnEnds, DyingClientGivesTheRunItsText) {
+  start();
+  work("Go");
+  client().fails(AgentError::disconnection("The model runtime disconnected."));
+  client().onUnexpectedTermination("Kimi exited with status 9.");
+  EXPECT_EQ(run().status, RunRecordStatus::failed);
+  EXPECT_EQ(run().statusMessage, "Kimi exited with status 9.");
+  EXPECT_EQ(state(), ConnectionState::failed("Kimi exited with status 9."));
+}
+
+TEST_F(TurnEnds, ClientThatDiesIdleLeavesTheCompletedRunAlone) {
+  start();
+  work("Go");
+  client().finishes();
+  client().onUnexpectedTermination("Kimi exited with status 0.");
+  EXPECT_EQ(run().status, RunRecordStatus::completed);
+  EXPECT_EQ(state().kind, ConnectionState::Kind::failed);
+  send("Next");
+  EXPECT_EQ(clients.size(), 2u);
+  EXPECT_EQ(client().existingSession, "session");
+}
+
+TEST_F(TurnEnds, EndedRunIsLeftAloneByWhatComesLater) {
+  start();
+  work("Go");
+  client().fails(AgentError("quota exceeded"));
+  main.runReady();
+  client().onPermissionRequest({1, "Late", "", {}});
+  model->approvals.respondToPermission("x");
+  model->driver->stopWorking();
+  client().onUnexpectedTermination("Kimi exited with status 0.");
+  EXPECT_EQ(run().status, RunRecordStatus::failed);
+  EXPECT_EQ(run().statusMessage, "quota exceeded");
+}
+
+TEST_F(TurnEnds, KeptClientThatDiesBeforeItIsUsedIsReplaced) {
+  start();
+  work("One");
+  client().finishes();
+  model->driver->send("Two", {});
+  client().onUnexpectedTermination("gone");  // the turn is on its way to it
+  EXPECT_EQ(state(), ConnectionState::connecting()) << "a further prompt is queued";
+  main.runReady();
+  ASSERT_EQ(clients.size(), 2U);
+  client().opens("session");
+  EXPECT_EQ(client().prompts.size(), 1U);
+  EXPECT_EQ(run().status, RunRecordStatus::running);
+}
+
+}  // namespace
+}  // namespace vantrell::tests
