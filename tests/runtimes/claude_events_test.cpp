@@ -188,6 +188,9 @@ TEST(ClaudeEvents, RealBackgroundTaskKeepsItsName) {
   const Updates started = tell(events, frames::backgroundStarted);
   EXPECT_EQ(json::textOr(started.at(0), "sessionUpdate", ""), "tool_call");
   EXPECT_EQ(titleAndStatus(started), "slow thing: in_progress");
+  const std::string waits = R"({"type":"system","subtype":"task_updated","task_id":"bs25dsxhs",)"
+                            R"("patch":{"status":"pending"}})";
+  EXPECT_EQ(titleAndStatus(tell(events, waits)), "slow thing: pending");
   const Updates updated = tell(events, frames::backgroundUpdated);
   EXPECT_EQ(json::textOr(updated.at(0), "sessionUpdate", ""), "tool_call_update");
   EXPECT_EQ(titleAndStatus(updated), "slow thing: completed");

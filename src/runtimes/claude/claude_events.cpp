@@ -1,6 +1,7 @@
 #include "runtimes/claude/claude_events.h"
 
 #include "platform/uuid.h"
+#include "records/conversation_records.h"
 #include "runtimes/session_updates.h"
 
 namespace vantrell {
@@ -155,8 +156,8 @@ ClaudeEvents::Updates ClaudeEvents::systemEvent(const JsonObject& message) {
     title = known->second;
   }
   std::string status = statusOfTask(message, begins);
-  // Only a task that runs has more to say.
-  if (status == inProgress) {
+  // Only a task that has not ended has more to say.
+  if (isOpenToolStatus(status)) {
     openTasks_.insert_or_assign(id, title);
   } else {
     openTasks_.erase(id);
