@@ -1,5 +1,6 @@
 #include "engine/task_safety.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 #include <utility>
 
@@ -25,9 +26,10 @@ TaskSafety::TaskSafety(MainQueue& main, WorkspaceTree& tree, Selection& selectio
 
 // ---- the background -----------------------------------------------------------------------------
 
-void TaskSafety::inBackground(const std::string& folder, Work work) {
+void TaskSafety::inBackground(const std::string& folder, Work work, Turn turn) {
   auto& queue = waiting_[folder];
-  queue.push_back(std::move(work));
+  const bool isNext = turn == Turn::next && !queue.empty();
+  queue.insert(isNext ? queue.begin() + 1 : queue.end(), std::move(work));
   if (queue.size() == 1) background_->post(std::exchange(queue.front(), nullptr));
 }
 
@@ -43,22 +45,25 @@ void TaskSafety::runNext(const std::string& folder) {
 
 template <typename Answer>
 void TaskSafety::ask(const std::string& folder, std::function<Answer()> work,
-                     std::function<void(TaskSafety&, Answer)> reply) {
+                     std::function<void(TaskSafety&, Answer)> reply, Turn turn) {
   if (!background_) {
     return main_.post(weakly(this, [reply = std::move(reply)](TaskSafety& self) {
       reply(self, std::unexpected(TaskSafetyError::notRepository()));
     }));
   }
   const std::weak_ptr weak = weak_from_this();
-  inBackground(folder,
-               [&main = main_, weak, folder, work = std::move(work), reply = std::move(reply)] {
-                 main.post([weak, folder, reply, answer = work()]() mutable {
-                   const auto self = weak.lock();
-                   if (!self) return;
-                   self->runNext(folder);
-                   reply(*self, std::move(answer));
-                 });
-               });
+  inBackground(
+      folder,
+      [&main = main_, weak, folder, work = std::move(work), reply = std::move(reply)] {
+        main.post([weak, folder, reply, answer = work()]() mutable {
+          const auto self = weak.lock();
+          if (!self) return;
+          // First the reply: what it asks for may have to be next in this folder.
+          reply(*self, std::move(answer));
+          self->runNext(folder);
+        });
+      },
+      turn);
 }
 
 // ---- checkpoints --------------------------------------------------------------------------------
@@ -154,25 +159,35 @@ void TaskSafety::restoreCheckpoint(const WorkspaceCheckpoint& checkpoint) {
             [service = self->service_, checkpoint, path, saved = *recovery] {
               return service.restore(checkpoint, path, &saved);
             },
-            [key, checkpoint](TaskSafety& desk, Answer restored) {
+            [key, checkpoint, saved = *recovery](TaskSafety& desk, Answer restored) {
               if (restored) {
                 desk.notes_ = std::move(*restored);
-                desk.restored(key, checkpoint);
+                desk.restored(key, checkpoint, saved);
               } else {
                 desk.fail("restore the checkpoint", restored.error());
               }
               desk.end();
-            });
+            },
+            // A prompt that waits here would begin to change what has just been saved.
+            Turn::next);
       });
 }
 
-void TaskSafety::restored(const ThreadExecutionKey& key, const WorkspaceCheckpoint& checkpoint) {
+void TaskSafety::restored(const ThreadExecutionKey& key, const WorkspaceCheckpoint& checkpoint,
+                          const WorkspaceCheckpoint& recovery) {
   const ChatThread* thread = tree_.thread(key);
   const auto count =
       static_cast<std::size_t>(std::max<std::int64_t>(checkpoint.conversationEntryCount, 0));
   if (thread && count < thread->entries.size()) {
     Transcript entries = tree_.takeTranscript(key);
+    // A prompt that was sent meanwhile is about what stands now.
+    const auto before = static_cast<std::size_t>(recovery.conversationEntryCount);
+    std::vector<ChatEntry> since;
+    for (std::size_t i = std::max(count, before); i < entries.size(); ++i) {
+      since.push_back(std::as_const(entries)[i]);
+    }
     entries.truncate(count);
+    for (auto& each : since) entries.append(std::move(each));
     tree_.replaceTranscript(std::move(entries), key);
   }
   tree_.updateThread(key, [&](ChatThread& each) { each.updatedAt = main_.now(); });

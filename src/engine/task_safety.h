@@ -54,14 +54,17 @@ class TaskSafety : public std::enable_shared_from_this<TaskSafety> {
   void end();
   void fail(std::string_view what, const TaskSafetyError& error);
   void isolated(const ThreadExecutionKey& key, TaskSafetyService::Worktree worktree);
-  void restored(const ThreadExecutionKey& key, const WorkspaceCheckpoint& checkpoint);
-  /// Runs behind what is under way in the same folder.
-  void inBackground(const std::string& folder, Work work);
+  void restored(const ThreadExecutionKey& key, const WorkspaceCheckpoint& checkpoint,
+                const WorkspaceCheckpoint& recovery);
+  enum class Turn { last, next };
+  /// Runs behind what is under way in the same folder. The next one is before all that waits there:
+  /// for a reply that has to go on before anybody else.
+  void inBackground(const std::string& folder, Work work, Turn turn);
   void runNext(const std::string& folder);
   /// Work there, then `reply` here with what it answered.
   template <typename Answer>
   void ask(const std::string& folder, std::function<Answer()> work,
-           std::function<void(TaskSafety&, Answer)> reply);
+           std::function<void(TaskSafety&, Answer)> reply, Turn turn = Turn::last);
 
   MainQueue& main_;
   WorkspaceTree& tree_;

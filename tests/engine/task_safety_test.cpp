@@ -177,4 +177,30 @@ TEST_F(TaskSafetyTest, DoesOnePieceOfWorkAtATimeInAFolder) {
   EXPECT_EQ(clients.size(), 1);
 }
 
+TEST_F(TaskSafetyTest, LetsAPromptWaitForARestoreAndKeepsIt) {
+  startInRepository();
+  work("prompt");
+  repository.file("a.txt", "of the agent\n");
+  finishTurn();
+  const auto before = clients.size();
+  const auto prompts = client().prompts.size();
+  background.isHeld = true;
+  model->safety->restoreCheckpoint(thread().checkpoints.front());
+  send("go on");
+  main.runReady();
+  ASSERT_EQ(background.held.size(), 1) << "the recovery checkpoint";
+  std::exchange(background.held, {}).front()();
+  main.runReady();
+  ASSERT_EQ(background.held.size(), 1);
+  std::exchange(background.held, {}).front()();
+  EXPECT_EQ(content(), "one\n") << "the restore goes before the checkpoint of the prompt";
+  main.runReady();
+  EXPECT_EQ(clients.size(), before);
+  EXPECT_EQ(client().prompts.size(), prompts) << "the agent waits";
+  EXPECT_EQ(texts(), (std::vector<std::string>{"prompt", "go on"}));
+  std::exchange(background.held, {}).front()();
+  main.runReady();
+  EXPECT_EQ(client().prompts.size(), prompts + 1);
+}
+
 }  // namespace vantrell::tests
