@@ -123,12 +123,14 @@ TaskSafetyResult<std::vector<std::string>> RestoreGuard::pathsOfCheckpoint() {
   std::error_code code;
   for (fs::recursive_directory_iterator entry(untracked, code), end; !code && entry != end;
        entry.increment(code)) {
+    std::string path = entry->path().native().substr(untracked.size() + 1);
     if (entry->symlink_status(code).type() == fs::file_type::directory) {
-      // A repository that still stands is left alone.
-      if (isRepository(entry->path())) entry.disable_recursion_pending();
-      continue;
+      if (!isRepository(entry->path())) continue;
+      entry.disable_recursion_pending();
+      // One that still stands is left alone; anything else there has to make room.
+      if (isRepository(fmt::format("{}/{}", git_.path(), path))) continue;
     }
-    all.push_back(entry->path().native().substr(untracked.size() + 1));
+    all.push_back(std::move(path));
   }
   return all;
 }
@@ -150,8 +152,8 @@ TaskSafetyResult<> RestoreGuard::saveObstacle(const std::string& path) {
   if (tracked_.contains(path) && isRepository(fmt::format("{}/{}", git_.path(), path))) return {};
   if (holdsUnsaved(path)) {
     return std::unexpected(refusal(path,
-                                   "has to become a file again, but it is a folder with "
-                                   "ignored files or a repository in it"));
+                                   "has to make room, but it is a folder with ignored files or "
+                                   "a repository in it"));
   }
   obstacles_.push_back(path);
   return {};

@@ -142,8 +142,8 @@ TaskSafetyResult<> recordExactBytes(const PatchGit& git, const std::string& fold
 }
 
 /// Collects the empty folders in and below `folder`, and says what is no file.
-void findEmptyFolders(const std::string& root, const std::string& folder, std::size_t& left,
-                      std::vector<std::string>& found, SafetyNotes& notes) {
+void findEmptyFolders(const std::string& root, const std::string& folder, const WorkBudget& budget,
+                      std::size_t& left, std::vector<std::string>& found, SafetyNotes& notes) {
   std::error_code code;
   bool isEmpty = true;
   const std::string path = inFolder(root, folder);
@@ -151,14 +151,15 @@ void findEmptyFolders(const std::string& root, const std::string& folder, std::s
        entry.increment(code)) {
     isEmpty = false;
     if (left == 0) return;
-    if (--left == 0) {
+    if (--left == 0 || budget.isOutOfTime()) {
+      left = 0;
       notes.emplace_back("There are too many files to note all empty folders.");
       return;
     }
     const std::string name = inFolder(folder, entry->path().filename().native());
     const auto type = entry->symlink_status(code).type();
     if (type == fs::file_type::directory && !isRepository(entry->path())) {
-      findEmptyFolders(root, name, left, found, notes);
+      findEmptyFolders(root, name, budget, left, found, notes);
     } else if (type == fs::file_type::fifo || type == fs::file_type::socket) {
       notes.push_back(fmt::format("{} is no file and is not kept.", shown(name)));
     }
@@ -167,7 +168,8 @@ void findEmptyFolders(const std::string& root, const std::string& folder, std::s
 }
 
 TaskSafetyResult<> recordEmptyFolders(const PatchGit& git, const std::string& folder,
-                                      std::vector<std::string> folders, SafetyNotes& notes) {
+                                      std::vector<std::string> folders, const WorkBudget& budget,
+                                      SafetyNotes& notes) {
   const auto listed = git.need({"ls-files", "--others", "--directory", "--exclude-standard", "-z"});
   if (!listed) return std::unexpected(listed.error());
   std::ranges::move(listed->parts(), std::back_inserter(folders));
@@ -177,7 +179,7 @@ TaskSafetyResult<> recordEmptyFolders(const PatchGit& git, const std::string& fo
     if (!each.ends_with('/')) continue;
     const std::string name = each == "./" ? "." : each.substr(0, each.size() - 1);
     if (name != "." && isRepository(inFolder(git.path(), name))) continue;
-    findEmptyFolders(git.path(), name, left, empty, notes);
+    findEmptyFolders(git.path(), name, budget, left, empty, notes);
   }
   std::erase(empty, ".");
   return writeList(inFolder(folder, emptyFolderList), empty);
@@ -208,7 +210,7 @@ TaskSafetyResult<> recordRest(const PatchGit& git, const std::string& folder, Wo
   if (hasUnstaged || sizeOf(inFolder(folder, stagedPatch)) > 0) {
     if (auto kept = recordExactBytes(git, folder, budget); !kept) return kept;
   }
-  return recordEmptyFolders(git, folder, std::move(unstaged.foldersOfDeleted), notes);
+  return recordEmptyFolders(git, folder, std::move(unstaged.foldersOfDeleted), budget, notes);
 }
 
 std::vector<std::string> emptyFolders(const std::string& folder) {
@@ -245,13 +247,19 @@ TaskSafetyResult<std::size_t> copyUntracked(const PatchGit& git, const std::stri
       continue;
     }
     // Cleaning spares a repository of its own, so nothing is lost where it does not come along.
-    WorkBudget nested{.deadline = budget.deadline, .files = nestedFiles, .bytes = nestedBytes};
-    if (!copyItem(*from, *to, nested)) {
+    const WorkBudget most{.deadline = budget.deadline,
+                          .files = std::min(nestedFiles, budget.files.value_or(nestedFiles)),
+                          .bytes = std::min(nestedBytes, budget.bytes.value_or(nestedBytes))};
+    WorkBudget left = most;
+    if (!copyItem(*from, *to, left)) {
       std::error_code ignored;
       fs::remove_all(*to, ignored);
       notes.push_back(
           fmt::format("{} is a repository of its own and is not kept.", shown(relative)));
+      continue;
     }
+    if (budget.files) *budget.files -= *most.files - *left.files;
+    if (budget.bytes) *budget.bytes -= *most.bytes - *left.bytes;
   }
   return paths.size();
 }
@@ -290,7 +298,8 @@ TaskSafetyResult<> copyDirectoryContents(const std::string& source, const std::s
         continue;
       }
     }
-    fs::remove_all(place, ignored);
+    // Not what is in a folder there: it has been cleared of what is saved, the rest is not ours.
+    fs::remove(place, ignored);
     if (auto copied = copyItem(entry->path(), place, budget); !copied) return copied;
   }
   if (code) {

@@ -39,8 +39,8 @@ TaskSafetyResult<std::size_t> copyUntracked(const PatchGit& git, const std::stri
 
 /// Applies the patches, the staged one first: the other is relative to it. Empty ones are skipped.
 TaskSafetyResult<> applyPatches(const PatchGit& git, const std::string& folder);
-/// Copies what is below `source` over what stands at its places in `target`. A repository below it
-/// is left as it is where it still stands.
+/// Copies what is below `source` over the files and empty folders that stand at its places in
+/// `target`. A repository below it is left as it is where it still stands.
 TaskSafetyResult<> copyDirectoryContents(const std::string& source, const std::string& target,
                                          SafetyNotes& notes);
 /// What recordRest() wrote.

@@ -185,6 +185,14 @@ TEST_F(TaskSafetyServiceTest, LeavesSubmodulesAndRepositoriesInsideAlone) {
   const auto again = taken();
   ASSERT_TRUE(service.restore(made, repository.path(), &again));
   EXPECT_EQ(content("nested/n"), "1\n") << "one that has gone comes back";
+
+  fs::remove_all(repository / "nested/.git");
+  repository.file("nested/own.log", "ignored, so in no checkpoint");
+  const auto last = taken();
+  const auto refused = service.restore(made, repository.path(), &last);
+  ASSERT_FALSE(refused);
+  EXPECT_TRUE(refused.error().message.contains("Nothing was changed"));
+  EXPECT_EQ(content("nested/own.log"), "ignored, so in no checkpoint");
 }
 
 TEST_F(TaskSafetyServiceTest, BringsBackTheBytesOfChangedFilesThatGitConverts) {
