@@ -47,6 +47,18 @@ std::uint64_t sizeOf(const std::string& path) {
   return ::stat(path.c_str(), &info) == 0 ? static_cast<std::uint64_t>(info.st_size) : 0;
 }
 
+std::string leftAlone(std::string_view what, const std::vector<std::string>& paths) {
+  constexpr std::size_t shown = 5;
+  std::vector<std::string> names;
+  for (const auto& each : paths | std::views::take(shown)) names.push_back(text::repaired(each));
+  const std::size_t more = paths.size() - names.size();
+  return fmt::format("{} stay as they are: {}{}.", what, text::joined(names, ", "),
+                     more > 0 ? fmt::format(" and {} more", more) : "");
+}
+
+/// Each is compared with each tracked file.
+constexpr std::size_t mostSpared = 5'000;
+
 TaskSafetyError refusal(const std::string& path, std::string_view why) {
   return TaskSafetyError::commandFailed(fmt::format(
       "\"{}\" {}. Move it away first. Nothing was changed.", text::repaired(path), why));
@@ -86,21 +98,26 @@ TaskSafetyResult<> RestoreGuard::prepare() {
     if (files::isFolder(fmt::format("{}/{}", git_.path(), folder))) continue;
     if (auto saved = saveObstacle(folder); !saved) return saved;
   }
-  return writeExcludes();
+  if (auto spared = spareUnwatched(); !spared) return spared;
+  if (auto written = writeExcludes(); !written) return written;
+  return compareWithRecovery();
+}
+
+GitOptions RestoreGuard::ownIndex() const {
+  return {.environment = {{"GIT_INDEX_FILE", temporary_ + "/index"}}};
 }
 
 /// All paths that the restore may write, by way of an index of our own; so a damaged archive is
 /// found out as well.
 TaskSafetyResult<std::vector<std::string>> RestoreGuard::pathsOfCheckpoint() {
-  const GitOptions ownIndex{.environment = {{"GIT_INDEX_FILE", temporary_ + "/index"}}};
   std::vector<std::string> all;
   const auto list = [&]() -> TaskSafetyResult<> {
-    const auto listed = git_.need({"ls-files", "-z"}, ownIndex);
+    const auto listed = git_.need({"ls-files", "-z"}, ownIndex());
     if (!listed) return std::unexpected(listed.error());
     std::ranges::move(listed->parts(), std::back_inserter(all));
     return {};
   };
-  if (auto read = git_.change({"read-tree", base_}, ownIndex); !read) {
+  if (auto read = git_.change({"read-tree", base_}, ownIndex()); !read) {
     return std::unexpected(read.error());
   }
   if (auto listed = list(); !listed) return std::unexpected(listed.error());
@@ -110,7 +127,7 @@ TaskSafetyResult<std::vector<std::string>> RestoreGuard::pathsOfCheckpoint() {
   for (const auto name : {changes::stagedPatch, changes::workingPatch}) {
     const std::string patch = fmt::format("{}/{}", archive_, name);
     if (sizeOf(patch) == 0) continue;
-    auto applied = git_.change({"apply", "--cached", "--whitespace=nowarn", patch}, ownIndex);
+    auto applied = git_.change({"apply", "--cached", "--whitespace=nowarn", patch}, ownIndex());
     if (!applied) {
       applied.error().message =
           fmt::format("The checkpoint does not fit its revision; nothing was changed. {}",
@@ -167,13 +184,29 @@ bool RestoreGuard::holdsUnsaved(const std::string& folder) const {
     if (entry->symlink_status(code).type() == fs::file_type::directory) continue;
     const std::string path = folder + entry->path().native().substr(root.size());
     if (tracked_.contains(path)) continue;
-    if (recovery_ ? !standsAt(keptAt(path)) : isIgnored(path)) return true;
+    if (recovery_ ? !isKept(path) : isIgnored(path)) return true;
   }
   return static_cast<bool>(code);
 }
 
 std::string RestoreGuard::keptAt(const std::string& path) const {
   return fmt::format("{}/{}/{}", *recovery_, changes::untrackedFolder, path);
+}
+
+std::string RestoreGuard::placeOf(const std::string& path) const {
+  return fmt::format("{}/{}", git_.path(), path);
+}
+
+/// As it is now: a copy has the times of its original.
+bool RestoreGuard::isKept(const std::string& path) const {
+  struct stat kept{};
+  struct stat now{};
+  if (::lstat(keptAt(path).c_str(), &kept) != 0) return false;
+  if (::lstat(placeOf(path).c_str(), &now) != 0) return true;
+  if ((now.st_mode & S_IFMT) != (kept.st_mode & S_IFMT)) return false;
+  return !S_ISREG(now.st_mode) ||
+         (now.st_size == kept.st_size && now.st_mtim.tv_sec == kept.st_mtim.tv_sec &&
+          now.st_mtim.tv_nsec == kept.st_mtim.tv_nsec);
 }
 
 bool RestoreGuard::isIgnored(const std::string& path) const {
@@ -188,12 +221,87 @@ TaskSafetyResult<> RestoreGuard::save(const std::string& path) {
     return std::unexpected(refusal(path, "would be lost: it is in no checkpoint"));
   }
   const std::string kept = fmt::format("{}/{}", *recovery_, changes::untrackedFolder);
-  const std::string target = keptAt(path);
-  if (standsAt(target)) return {};
+  if (isKept(path)) return {};
   if (auto made = secureDirectory(kept); !made) return made;
   if (auto made = makeParents(kept, path, false); !made) return made;
+  // An older state of it, from when the checkpoint was taken.
+  std::error_code ignored;
+  fs::remove(keptAt(path), ignored);
   WorkBudget budget;
-  return copyItem(fmt::format("{}/{}", git_.path(), path), target, budget);
+  return copyItem(placeOf(path), keptAt(path), budget);
+}
+
+/// Git can be told to take a tracked file for unchanged ("update-index --assume-unchanged",
+/// "--skip-worktree", a sparse checkout); what stands there is in no patch. Such a file is spared,
+/// or saved where the checkpoint has changes of it.
+TaskSafetyResult<> RestoreGuard::spareUnwatched() {
+  const auto tagged = git_.need({"ls-files", "-v", "-z"});  // a letter, a blank and a path each
+  if (!tagged) return std::unexpected(tagged.error());
+  std::vector<std::string> unwatched;
+  std::unordered_set<std::string> isSkipped;
+  for (const auto& each : tagged->parts()) {
+    const bool isAssumed = each.front() >= 'a' && each.front() <= 'z';
+    if (!isAssumed && each.front() != 'S') continue;
+    unwatched.push_back(each.substr(2));
+    if (!isAssumed) isSkipped.insert(unwatched.back());
+  }
+  if (unwatched.empty()) return {};
+  const auto changedFrom =
+      [&](const GitOptions& index) -> TaskSafetyResult<std::unordered_set<std::string>> {
+    const auto listed =
+        git_.need({"diff-index", "--cached", "--name-only", "--relative", "-z", base_}, index);
+    if (!listed) return std::unexpected(listed.error());
+    const auto paths = listed->parts();
+    return std::unordered_set<std::string>(paths.begin(), paths.end());
+  };
+  const auto ofCheckpoint = changedFrom(ownIndex());
+  if (!ofCheckpoint) return std::unexpected(ofCheckpoint.error());
+  const auto ofIndex = changedFrom({});
+  if (!ofIndex) return std::unexpected(ofIndex.error());
+  for (const auto& path : unwatched) {
+    if (isRepository(placeOf(path))) continue;
+    if (!ofCheckpoint->contains(path)) {
+      // One that is skipped and as the revision has it is left alone by git itself.
+      if (!isSkipped.contains(path) || ofIndex->contains(path)) spared_.push_back(path);
+      continue;
+    }
+    if (!standsAt(placeOf(path))) continue;
+    if (!recovery_) {
+      return std::unexpected(refusal(path, "would be lost: it is in no checkpoint"));
+    }
+    if (auto saved = save(path); !saved) return saved;
+  }
+  if (spared_.size() <= mostSpared) return {};
+  return std::unexpected(TaskSafetyError::commandFailed(
+      fmt::format("Git has been told not to look at {} files, which are too many to work around. "
+                  "Nothing was changed.",
+                  spared_.size())));
+}
+
+std::string RestoreGuard::pathspecs() const {
+  if (spared_.empty()) return {};
+  std::string all(".");
+  all += '\0';
+  for (const auto& each : spared_) {
+    all += ":(exclude,literal)" + each;
+    all += '\0';
+  }
+  return all;
+}
+
+/// What somebody changed in tracked files after the recovery checkpoint is in none.
+TaskSafetyResult<> RestoreGuard::compareWithRecovery() const {
+  if (!recovery_) return {};
+  if (auto recorded = changes::recordPatches(git_, temporary_); !recorded) return recorded;
+  for (const auto name : {changes::stagedPatch, changes::workingPatch}) {
+    const auto now = files::read(fmt::format("{}/{}", temporary_, name));
+    const auto kept = files::read(fmt::format("{}/{}", *recovery_, name));
+    if (now && kept && *now == *kept) continue;
+    return std::unexpected(TaskSafetyError::commandFailed(
+        "The project has changed since its recovery checkpoint was taken. Nothing was changed by "
+        "the restore. Try again."));
+  }
+  return {};
 }
 
 TaskSafetyResult<> RestoreGuard::writeExcludes() {
@@ -243,7 +351,7 @@ void RestoreGuard::clearFolder(const std::string& folder) const {
     const auto type = fs::symlink_status(fmt::format("{}/{}", git_.path(), inside), code).type();
     if (type == fs::file_type::directory) {
       if (!isRepository(fmt::format("{}/{}", git_.path(), inside))) clearFolder(inside);
-    } else if (!isInRevision(inside) && recovery_ && standsAt(keptAt(inside))) {
+    } else if (!isInRevision(inside) && recovery_ && isKept(inside)) {
       fs::remove(fmt::format("{}/{}", git_.path(), inside), code);
     }
   }
@@ -251,13 +359,10 @@ void RestoreGuard::clearFolder(const std::string& folder) const {
 }
 
 std::vector<std::string> RestoreGuard::notes() const {
-  constexpr std::size_t shown = 5;
-  if (ignored_.empty()) return {};
-  std::vector<std::string> names;
-  for (const auto& each : ignored_ | std::views::take(shown)) names.push_back(text::repaired(each));
-  const std::size_t more = ignored_.size() - names.size();
-  return {fmt::format("Ignored files stay as they are: {}{}.", text::joined(names, ", "),
-                      more > 0 ? fmt::format(" and {} more", more) : "")};
+  std::vector<std::string> notes;
+  if (!spared_.empty()) notes.push_back(leftAlone("Files that Git does not look at", spared_));
+  if (!ignored_.empty()) notes.push_back(leftAlone("Ignored files", ignored_));
+  return notes;
 }
 
 TaskSafetyResult<> RestoreGuard::bringBackIgnored() const {

@@ -1,6 +1,7 @@
 // Sees to it, before a restore touches anything, that nothing is lost by it: that the archive fits
-// its revision, and that what is in the way and in no checkpoint (ignored files, repositories) is
-// saved first or makes us refuse. Blocks: never on the main queue.
+// its revision, that the recovery checkpoint is what stands, and that what is in the way and in no
+// checkpoint (ignored files, repositories, files that git does not look at) is saved first, spared
+// or makes us refuse. Blocks: never on the main queue.
 #pragma once
 
 #include <optional>
@@ -38,6 +39,8 @@ class RestoreGuard {
   /// At the end: what the checkpoint's own rules ignore is none of its business, so where cleaning
   /// took some of it, it comes back.
   TaskSafetyResult<> bringBackIgnored() const;
+  /// For restoring the tracked files, each ending with NUL; empty when that is all of them.
+  std::string pathspecs() const;
   /// What a restore leaves alone.
   std::vector<std::string> notes() const;
   /// For cleaning: spares what was ignored before.
@@ -50,9 +53,14 @@ class RestoreGuard {
   void clearFolder(const std::string& folder) const;
   TaskSafetyResult<> saveObstacle(const std::string& path);
   TaskSafetyResult<> save(const std::string& path);
+  TaskSafetyResult<> spareUnwatched();
   TaskSafetyResult<> writeExcludes();
+  TaskSafetyResult<> compareWithRecovery() const;
+  GitOptions ownIndex() const;
+  std::string placeOf(const std::string& path) const;
   /// Where the recovery checkpoint has it.
   std::string keptAt(const std::string& path) const;
+  bool isKept(const std::string& path) const;
   bool holdsUnsaved(const std::string& folder) const;
   bool isIgnored(const std::string& path) const;
 
@@ -64,6 +72,7 @@ class RestoreGuard {
   bool hasTrackedFiles_ = false;
   std::unordered_set<std::string> tracked_;
   std::vector<std::string> ignored_;     // folders end with a slash
+  std::vector<std::string> spared_;      // tracked
   std::vector<std::string> inRevision_;  // sorted
   std::vector<std::string> obstacles_;
 };

@@ -158,7 +158,15 @@ TaskSafetyResult<SafetyNotes> TaskSafetyService::restore(
     return std::unexpected(std::move(error));
   };
   if (guard.hasTrackedFiles()) {
-    auto restored = git.change({"restore", "--source", base, "--staged", "--worktree", "--", "."});
+    std::vector<std::string> command{"restore", "--source", base, "--staged", "--worktree"};
+    GitOptions options;
+    if (std::string pathspecs = guard.pathspecs(); pathspecs.empty()) {
+      command.insert(command.end(), {"--", "."});
+    } else {
+      command.insert(command.end(), {"--pathspec-from-file=-", "--pathspec-file-nul"});
+      options.input = std::move(pathspecs);
+    }
+    auto restored = git.change(std::move(command), std::move(options));
     if (!restored) return halfWay(restored.error());
   }
   if (auto saved = guard.saveBeforeCleaning(); !saved) return halfWay(saved.error());

@@ -195,6 +195,45 @@ TEST_F(TaskSafetyServiceTest, LeavesSubmodulesAndRepositoriesInsideAlone) {
   EXPECT_EQ(content("nested/own.log"), "ignored, so in no checkpoint");
 }
 
+TEST_F(TaskSafetyServiceTest, SparesWhatGitWasToldNotToLookAt) {
+  repository.file("c.txt", "one\n");
+  repository.commit();
+  const auto made = taken();
+  repository.file("part/b.txt", "two\n");
+  repository.file("c.txt", "two\n");
+  repository.commit();
+  repository.git({"update-index", "--assume-unchanged", "a.txt"});
+  repository.git({"update-index", "--skip-worktree", "part/b.txt"});
+  repository.file("a.txt", "mine\n");
+  repository.file("part/b.txt", "mine\n");
+  const auto recovery = taken();
+  const auto restored = service.restore(made, repository.path(), &recovery);
+  ASSERT_TRUE(restored) << restored.error().description();
+  EXPECT_EQ(content("a.txt"), "mine\n");
+  EXPECT_EQ(content("part/b.txt"), "mine\n");
+  EXPECT_EQ(content("c.txt"), "one\n");
+  ASSERT_EQ(restored->size(), 1);
+  EXPECT_TRUE(restored->front().contains("a.txt, part/b.txt"));
+}
+
+TEST_F(TaskSafetyServiceTest, LosesNothingThatChangedAfterTheRecoveryCheckpoint) {
+  repository.file("new", "one\n");
+  const auto made = taken();
+  const auto stale = taken();
+  repository.file("a.txt", "just now\n");
+  const auto refused = service.restore(made, repository.path(), &stale);
+  ASSERT_FALSE(refused);
+  EXPECT_FALSE(refused.error().mayHaveChangedFiles);
+  EXPECT_EQ(content("a.txt"), "just now\n");
+
+  const auto recovery = taken();
+  repository.file("new", "of this moment\n");
+  ASSERT_TRUE(service.restore(made, repository.path(), &recovery));
+  EXPECT_EQ(content("new"), "one\n");
+  EXPECT_EQ(TemporaryFolder::contentOf(recovery.archivePath + "/untracked/new"),
+            "of this moment\n");
+}
+
 TEST_F(TaskSafetyServiceTest, BringsBackTheBytesOfChangedFilesThatGitConverts) {
   repository.git({"config", "core.autocrlf", "true"});
   const std::string mixed = "one\r\ntwo\nthree\r\n";
