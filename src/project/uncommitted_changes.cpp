@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fmt/format.h>
+#include <set>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -111,14 +112,33 @@ bool isConverted(std::string_view line, bool byDefault) {
   return attribute.empty() ? byDefault : attribute != "-text";
 }
 
-/// Of changed files, those that go through a conversion of line ends: mixed ones, or those that are
-/// not as git would write them, would come back different. So their bytes are kept.
+/// Those of the paths that a filter of the user's goes over. One that leaves something out on the
+/// way in, as the outputs of a notebook, leaves it out of a patch too.
+TaskSafetyResult<std::set<std::string, std::less<>>> filteredFiles(
+    const PatchGit& git, const std::vector<std::string>& paths) {
+  std::string input;
+  for (const auto& each : paths) input.append(each).push_back('\0');
+  const auto found = git.need({"check-attr", "-z", "--stdin", "filter"}, {.input = input});
+  if (!found) return std::unexpected(found.error());
+  std::set<std::string, std::less<>> filtered;
+  const auto parts = text::split(found->output, '\0');  // path, attribute and value by turns
+  for (std::size_t i = 0; i + 2 < parts.size(); i += 3) {
+    if (parts[i + 2] != "unspecified" && parts[i + 2] != "unset") filtered.emplace(parts[i]);
+  }
+  return filtered;
+}
+
+/// Of changed files, those that go through a filter or a conversion of line ends: mixed ones, or
+/// those that are not as git would write them, would come back different. So their bytes are kept.
 TaskSafetyResult<> recordExactBytes(const PatchGit& git, const std::string& folder,
                                     WorkBudget& budget) {
   const auto changed = git.need({"diff", "--name-only", "--no-ext-diff", "--diff-filter=d",
                                  "--ignore-submodules=all", "--relative", "-z", "HEAD"});
   if (!changed) return std::unexpected(changed.error());
   const auto paths = changed->parts();
+  if (paths.empty()) return {};
+  const auto filtered = filteredFiles(git, paths);
+  if (!filtered) return std::unexpected(filtered.error());
   const std::string automatic = git.look({"config", "core.autocrlf"}).text();
   const bool byDefault = automatic == "true" || automatic == "input";
   for (std::size_t from = 0; from < paths.size(); from += pathsAtOnce) {
@@ -129,8 +149,9 @@ TaskSafetyResult<> recordExactBytes(const PatchGit& git, const std::string& fold
     if (!lines) return std::unexpected(lines.error());
     for (const auto& line : lines->parts()) {
       const auto tab = line.find('\t');
-      if (!isConverted(line, byDefault) || tab == line.npos) continue;
+      if (tab == line.npos) continue;
       const std::string path = line.substr(tab + 1);
+      if (!isConverted(line, byDefault) && !filtered->contains(path)) continue;
       const std::string kept = inFolder(folder, exactFolder);
       if (auto made = secureDirectory(kept); !made) return made;
       if (auto made = makeParents(kept, path, false); !made) return made;

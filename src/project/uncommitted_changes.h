@@ -25,7 +25,7 @@ inline constexpr std::string_view untrackedFolder = "untracked";
 /// Writes both patches.
 TaskSafetyResult<> recordPatches(const PatchGit& git, const std::string& folder);
 /// Writes what patches do not say, each only where there is some: files that were announced but not
-/// staged (git add -N), empty folders, and changed files whose line ends git would not bring back.
+/// staged (git add -N), empty folders, and changed files whose bytes git would not bring back.
 TaskSafetyResult<> recordRest(const PatchGit& git, const std::string& folder, WorkBudget& budget,
                               SafetyNotes& notes);
 

@@ -248,6 +248,19 @@ TEST_F(TaskSafetyServiceTest, BringsBackTheBytesOfChangedFilesThatGitConverts) {
   EXPECT_EQ(content("staged"), mixed);
 }
 
+TEST_F(TaskSafetyServiceTest, BringsBackWhatAFilterKeepsOutOfPatches) {
+  repository.git({"config", "filter.strip.clean", "sed /output/d"});
+  repository.file(".gitattributes", "*.book filter=strip\n");
+  repository.file("my.book", "one\n");
+  repository.commit();
+  const std::string written = "two\noutput of a long night\n";
+  repository.file("my.book", written);
+  const auto made = taken();
+  repository.file("my.book", "three\n");
+  ASSERT_TRUE(service.restore(made, repository.path()));
+  EXPECT_EQ(content("my.book"), written);
+}
+
 TEST_F(TaskSafetyServiceTest, FollowsNoLinkOutOfTheProject) {
   const TemporaryFolder outside;
   outside.file("theirs", "untouched");
