@@ -165,6 +165,7 @@ void TaskSafety::restoreCheckpoint(const WorkspaceCheckpoint& checkpoint) {
                 desk.restored(key, checkpoint, saved);
               } else {
                 desk.fail("restore the checkpoint", restored.error());
+                if (restored.error().mayHaveChangedFiles) desk.git_.refreshGitSnapshot();
               }
               desk.end();
             },
