@@ -245,10 +245,10 @@ TaskSafetyResult<std::size_t> copyUntracked(const PatchGit& git, const std::stri
   const auto paths = listed->parts();
   if (paths.empty()) return 0;
   if (budget.files && *budget.files < paths.size()) {
-    return std::unexpected(TaskSafetyError::filesFailed(
-        fmt::format("There are {} untracked files. List in .gitignore what is not part of the "
-                    "project.",
-                    paths.size())));
+    return std::unexpected(TaskSafetyError::filesFailed(fmt::format(
+        "There are more than {} untracked files. List in .gitignore what is not part of "
+        "the project.",
+        *budget.files)));
   }
   if (auto made = secureDirectory(target); !made) return std::unexpected(made.error());
   for (const auto& each : paths) {
