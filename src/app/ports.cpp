@@ -17,6 +17,12 @@ void answerFrom(BackgroundPool& pool, MainQueue& main, Find find, Reply reply) {
   });
 }
 
+/// Ends what was asked of git when the ports end, so that nobody who leaves waits for it.
+struct StopAtEnd {
+  std::stop_source source;
+  ~StopAtEnd() { source.request_stop(); }
+};
+
 }  // namespace
 
 EnginePorts neutralPorts() {
@@ -68,9 +74,14 @@ EnginePorts enginePorts(MainQueue& main, BackgroundPool& pool,
     return connectors.connector(provider);
   };
   // Both read from a disk that may be slow.
-  ports.repositoryState = [&main, &pool](std::string path, auto reply) {
+  ports.repositoryState = [&main, &pool, ending = std::make_shared<StopAtEnd>()](std::string path,
+                                                                                 auto reply) {
     answerFrom(
-        pool, main, [path = std::move(path)] { return repositoryState(path); }, std::move(reply));
+        pool, main,
+        [path = std::move(path), stop = ending->source.get_token()] {
+          return repositoryState(path, stop);
+        },
+        std::move(reply));
   };
   ports.discoverContextSources = [&main, &pool](std::string folder, auto reply) {
     answerFrom(

@@ -19,6 +19,14 @@ bool isReminder(const JsonObject& update) {
   return trimmed.starts_with("<system-reminder>") && trimmed.ends_with("</system-reminder>");
 }
 
+/// A session knows its own provider's turns alone: of a conversation that went from provider to
+/// provider, a transcript rebuilt from it would lose the rest.
+bool holdsWorkOfOthers(const Transcript& transcript, std::optional<AgentProvider> provider) {
+  return std::ranges::any_of(transcript, [provider](const ChatEntry& entry) {
+    return entry.provider && entry.provider != provider;
+  });
+}
+
 }  // namespace
 
 SessionIntake::SessionIntake(MainQueue& main, WorkspaceTree& tree, ExecutionTable& executions,
@@ -182,8 +190,13 @@ void SessionIntake::startSucceeded(const ThreadExecutionKey& key) {
   if (!execution || !execution->replay) return;
   if (!thread || thread->entries.empty()) return execution->endReplay();
 
-  endOpenTools(*execution, key, tree_);  // of turns that ended long ago
   const auto backup = execution->replay->backup();
+  if (holdsWorkOfOthers(*backup, execution->activeProvider)) {
+    execution->endReplay();
+    execution->openTools.clear();
+    return;
+  }
+  endOpenTools(*execution, key, tree_);  // of turns that ended long ago
   restoreUserWords(*backup, key);
   const auto turnStart =
       execution->turnEntryID ? backup->indexOf(*execution->turnEntryID) : std::nullopt;

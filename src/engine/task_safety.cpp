@@ -136,6 +136,20 @@ void TaskSafety::createCheckpoint(std::string label) {
 
 // ---- going back ---------------------------------------------------------------------------------
 
+/// What a task writes between the recovery checkpoint and the restore would be in neither.
+bool TaskSafety::isAtWorkIn(const std::string& folder) {
+  for (const auto& workspace : tree_.workspaces()) {
+    for (const auto& thread : workspace.threads) {
+      const auto* execution = executions_.find({workspace.id, thread.id});
+      if (execution && execution->connectionState.isBusy() &&
+          executionPath(workspace, thread) == folder) {
+        return true;
+      }
+    }
+  }
+  return false;
+}
+
 void TaskSafety::restoreCheckpoint(const WorkspaceCheckpoint& checkpoint) {
   const auto key = selection_.key();
   const auto path = key ? tree_.executionPath(*key) : std::nullopt;
@@ -143,6 +157,10 @@ void TaskSafety::restoreCheckpoint(const WorkspaceCheckpoint& checkpoint) {
   // A turn that is about to begin is as much in the way as one that works.
   const auto* execution = executions_.find(*key);
   if (execution && execution->connectionState.isBusy()) return;
+  if (isAtWorkIn(*path)) {
+    return fail("restore the checkpoint",
+                TaskSafetyError::commandFailed("Another task is at work in this folder."));
+  }
   begin();
   captureCheckpoint(
       *key, "Before rewind", WorkspaceCheckpointKind::recovery,

@@ -54,6 +54,7 @@ class TaskSafety : public std::enable_shared_from_this<TaskSafety> {
   void end();
   void fail(std::string_view what, const TaskSafetyError& error);
   void isolated(const ThreadExecutionKey& key, TaskSafetyService::Worktree worktree);
+  bool isAtWorkIn(const std::string& folder);
   void restored(const ThreadExecutionKey& key, const WorkspaceCheckpoint& checkpoint,
                 const WorkspaceCheckpoint& recovery);
   enum class Turn { last, next };

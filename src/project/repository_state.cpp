@@ -11,6 +11,8 @@ using Arguments = std::vector<std::string>;
 
 /// A folder that does not answer must not hold a task up for ever.
 constexpr std::chrono::seconds longestQuestion{30};
+/// Bytes of one answer: some hundred files. Whoever takes over can ask git for the rest.
+constexpr std::size_t keptOfAnswer = 16 << 10;
 
 const std::vector<Arguments>& questions() {
   static const std::vector<Arguments> all{
@@ -20,7 +22,7 @@ const std::vector<Arguments>& questions() {
 
 /// As for a pipe, whatever the user likes to see: an agent reads no colors.
 GitOptions plainAnswers() {
-  GitOptions options{.isReadOnly = true, .limit = longestQuestion};
+  GitOptions options{.isReadOnly = true, .keptOutput = keptOfAnswer, .limit = longestQuestion};
   for (const char* name : {"color.ui", "color.status", "color.diff"}) {
     options.configuration.emplace_back(name, "false");
   }
@@ -29,11 +31,13 @@ GitOptions plainAnswers() {
 
 }  // namespace
 
-std::string repositoryState(const std::string& path) {
+std::string repositoryState(const std::string& path, std::stop_token stop) {
   std::vector<std::string> blocks;
   for (const auto& question : questions()) {
-    const GitResult result = runGit(path, question, plainAnswers());
-    if (result.hasRunOut) break;  // nor would it answer the next one
+    GitOptions options = plainAnswers();
+    options.stop = stop;
+    const GitResult result = runGit(path, question, std::move(options));
+    if (result.hasRunOut || stop.stop_requested()) break;  // nor would it answer the next one
     const std::string answer = result.succeeded() ? result.text() : "";
     if (!answer.empty()) {
       blocks.push_back("$ git " + text::joined(question, " ") + "\n" + answer);

@@ -38,7 +38,8 @@ constexpr auto rawTexts(ChatEntryKind) {
 
 /// Whether a tool's entry with this status waits for more to come.
 constexpr bool isOpenToolStatus(std::string_view status) {
-  return status == "pending" || status == "in_progress";
+  // "running" is a word of Claude Code's background tasks.
+  return status == "pending" || status == "in_progress" || status == "running";
 }
 
 /// One element of a transcript.

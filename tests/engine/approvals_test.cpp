@@ -143,6 +143,7 @@ class ImagineApprovals : public Approvals {
   /// A turn and a picture at work, the latter with a question.
   void askFromImagine(std::vector<PermissionOption> options) {
     work("Go");
+    others.insert(AgentProvider::grok);
     model->imagine->generateImagine("a fox", ImagineKind::image);
     generator = clients.back();
     clients.pop_back();  // client() stays the conversation's

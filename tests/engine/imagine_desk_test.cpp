@@ -14,7 +14,10 @@ using State = ConnectionState;
 
 class ImagineDeskTest : public EngineFixture {
  protected:
-  ImagineDeskTest() { start(); }
+  ImagineDeskTest() {
+    others.insert(AgentProvider::grok);
+    start();
+  }
 
   ImagineDesk& desk() { return *model->imagine; }
   void generate(const std::string& prompt, ImagineKind kind = ImagineKind::image) {

@@ -7,6 +7,7 @@ namespace vantrell::tests {
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 
 class SessionIntake : public EngineFixture {
  protected:
@@ -300,6 +301,28 @@ TEST_F(Replay, KeepsTheEntryThatTellsOfASwitch) {
   EXPECT_THAT(texts(),
               ElementsAre("One", "Three",
                           "Switched this task from GLM to Kimi with visible context attached."));
+}
+
+TEST_F(Replay, LosesNothingThatAnotherProviderDid) {
+  start();
+  work("One");
+  client().finishes();
+  provider = AgentProvider::glm;
+  work("Two");
+  client().says("Two is done.");
+  client().finishes();
+  provider = AgentProvider::kimi;
+  send("Three");
+  client().onReplayStarted();
+  client().chunk("user_message_chunk", "One", std::nullopt);
+  client().updates({{"sessionUpdate", "tool_call"}, {"toolCallId", "t"}, {"status", "pending"}});
+  client().opens("session", true);
+  EXPECT_THAT(texts(),
+              ElementsAre("One", "Two",
+                          "Switched this task from Kimi to GLM with visible context attached.",
+                          "Two is done.", "Three",
+                          "Switched this task from GLM to Kimi with visible context attached."));
+  EXPECT_THAT(client().prompts.at(0), HasSubstr("Two is done."));
 }
 
 TEST_F(Replay, FailureBringsTheTranscriptBack) {

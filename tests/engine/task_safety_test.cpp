@@ -93,6 +93,11 @@ TEST_F(TaskSafetyTest, RestoresNothingWhileTheAgentWorksOrWithoutARecoveryCheckp
   model->safety->restoreCheckpoint(checkpoint);
   EXPECT_FALSE(model->safety->taskSafetyWorking());
   EXPECT_EQ(error(), std::nullopt);
+  const auto first = key;
+  model->operations.newThread(key.workspaceID);
+  model->safety->restoreCheckpoint(checkpoint);
+  EXPECT_EQ(error(), "Could not restore the checkpoint: Another task is at work in this folder.");
+  model->operations.selectThread(first.threadID, first.workspaceID);
   finishTurn();
   repository.file("a.txt", "precious\n");
   std::filesystem::rename(repository / ".git", repository / "git");

@@ -175,6 +175,7 @@ TEST_F(UsageResetTest, StartThatFailsOrIsStoppedEndsTheReset) {
 TEST_F(UsageResetTest, NeedsCodexACreditAndAnIdleConversation) {
   startWith(CodexAgentScript().hang());
   provider = kimi;
+  model->router->handoff(kimi, ProviderHandoffScope::nextMessage, key);
   work("Go");
   model->usageReset->resetSessionUsage();
   EXPECT_EQ(clientsMade, 0) << "a turn keeps its client";

@@ -162,7 +162,8 @@ int perform(RunLoop& loop, VantrellApp& app, const Wish& wish, const CommandArgu
             const Environment& environment, OutputSink& sink, bool& wasAbandoned) {
   // Where Grok is found only there, its program and its interpreter need the login shell's PATH.
   findWithUserPath(loop, *app.model().runtimes, [&] {
-    return app.model().router->providerAvailable(AgentProvider::grok) ? std::optional(true) : std::nullopt;
+    return app.model().router->providerAvailable(AgentProvider::grok) ? std::optional(true)
+                                                                      : std::nullopt;
   });
   const bool isTerminal = terminal::isTerminal(STDIN_FILENO);
   const auto kind = wish.wasRead ? AnswerSource::Kind::none
