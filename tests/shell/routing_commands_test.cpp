@@ -5,8 +5,8 @@
 namespace vantrell::tests {
 namespace {
 
-/// Routing, hand-off and project context as a user meets them. The practice agent plays Kimi and
-/// GLM, which speak its protocol.
+/// Routing, hand-off and project context as a user meets them. The practice agent plays Grok and
+/// Kimi, which speak its protocol.
 class RoutingCommands : public TerminalProgram {
  protected:
   using Words = std::vector<std::string>;
@@ -16,7 +16,7 @@ class RoutingCommands : public TerminalProgram {
                                                      "/vantrell-practice-agent' acp\n");
     chmod(agent.c_str(), 0755);
     does({"settings", "kimi-path", agent});
-    does({"settings", "opencode-path", agent});
+    does({"settings", "grok-path", agent});
   }
   /// Without any input.
   std::shared_ptr<Record> does(Words words) {
@@ -29,19 +29,21 @@ class RoutingCommands : public TerminalProgram {
   }
 };
 
-TEST_F(RoutingCommands, ExhaustedAllowanceHandsTheRunToTheNextProvider) {
+TEST_F(RoutingCommands, ExhaustedAllowanceHandsTheRunOnUntilNobodyIsLeft) {
   does({"context", "instructions", "SAY:said by the next one"});
   EXPECT_EQ(code(does({"context", "instructions"})), 2) << "the folder is no project yet";
   EXPECT_EQ(code(does({"projects", "add", "."})), 0);
   EXPECT_EQ(does({"context", "instructions", "SAY:said by the next one"})->output,
             "project: the instructions are set.\n");
-  EXPECT_TRUE(shows(does({"route"}), "The next turn goes to Kimi Code: Ready fallback."));
+  EXPECT_TRUE(shows(does({"route"}), "The next turn goes to Grok: Preferred by this route."));
 
   const auto done = does({"run", "--json", "FAIL:usage limit reached"});
   const std::string task = threadOf(done);
   const auto shown = does({"show", task});
-  EXPECT_TRUE(shows(shown, "Kimi allowance reached. Automatically handed this task to GLM."))
+  EXPECT_TRUE(shows(shown, "Grok allowance reached. Automatically handed this task to Kimi."))
       << shown->output << done->error;
+  EXPECT_TRUE(shows(shown, "Error from Kimi: usage limit reached"))
+      << "its prompt holds the first one's, and then nobody is left: " << shown->output;
 
   const auto fixed = does({"run", "--provider", "kimi", "FAIL:usage limit reached"});
   EXPECT_EQ(code(fixed), 1);
@@ -50,21 +52,21 @@ TEST_F(RoutingCommands, ExhaustedAllowanceHandsTheRunToTheNextProvider) {
 
 TEST_F(RoutingCommands, TaskGoesWhereItIsHandedAndElseStaysWithItsLastProvider) {
   const std::string task = threadOf(does({"run", "--json", "SAY:one"}));
-  EXPECT_TRUE(shows(does({"handoff", "--next", task, "glm"}), "GLM · Next message only."));
+  EXPECT_TRUE(shows(does({"handoff", "--next", task, "kimi"}), "Kimi · Next message only."));
   const auto other = does({"run", "--task", task, "SAY:two"});
-  EXPECT_TRUE(shows(other, "Switched this task from Kimi to GLM")) << other->output;
+  EXPECT_TRUE(shows(other, "Switched this task from Grok to Kimi")) << other->output;
   const auto same = does({"run", "--task", task, "SAY:three"});
   EXPECT_FALSE(shows(same, "Switched")) << same->output;
-  does({"handoff", task, "glm"});
-  does({"settings", "reset", "opencode-path"});
+  does({"handoff", task, "kimi"});
+  does({"settings", "reset", "kimi-path"});
   const auto elsewhere = does({"route"});
-  EXPECT_TRUE(shows(elsewhere, "goes to Kimi Code. GLM")) << elsewhere->output;
+  EXPECT_TRUE(shows(elsewhere, "goes to Grok. Kimi")) << elsewhere->output;
   const auto missing = does({"handoff", task, "codex"});
   EXPECT_EQ(code(missing), 1);
   EXPECT_TRUE(missing->error.contains("is not installed")) << missing->error;
 
-  EXPECT_EQ(code(does({"route", "kimi"})), 0);
-  EXPECT_TRUE(shows(does({"run", "--task", task, "SAY:four"}), "from GLM to Kimi"));
+  EXPECT_EQ(code(does({"route", "grok"})), 0);
+  EXPECT_TRUE(shows(does({"run", "--task", task, "SAY:four"}), "from Kimi to Grok"));
   EXPECT_EQ(code(does({"route", "claude"})), 0);
   const auto nobody = does({"run", "SAY:five"});
   EXPECT_EQ(code(nobody), 2);
