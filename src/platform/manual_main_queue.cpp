@@ -86,6 +86,8 @@ Duration ManualMainQueue::uptime() const {
   return impl_->passed;
 }
 
+bool ManualMainQueue::hasTimers() const { return impl_->timers.next().has_value(); }
+
 Timer ManualMainQueue::after(Duration delay, Work work) {
   return impl_->timers.after(delay, std::move(work));
 }

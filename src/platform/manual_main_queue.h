@@ -17,6 +17,8 @@ class ManualMainQueue final : public MainQueue {
   void runReady();
   /// Lets virtual time pass, firing each timer at its own instant and running ready work between.
   void advance(Duration by);
+  /// Whether something waits for time to pass.
+  bool hasTimers() const;
   /// Waits (real time, at most `limit`) for another thread to post, then runs what is ready, until
   /// the condition holds. False when the limit ran out.
   bool runUntil(const std::function<bool()>& condition, Duration limit = std::chrono::seconds(20));
