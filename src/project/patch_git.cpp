@@ -82,8 +82,8 @@ TaskSafetyResult<> PatchGit::change(std::vector<std::string> arguments, GitOptio
   return {};
 }
 
-TaskSafetyResult<> PatchGit::write(std::vector<std::string> arguments,
-                                   const std::string& file) const {
+TaskSafetyResult<> PatchGit::write(std::vector<std::string> arguments, const std::string& file,
+                                   GitOptions options) const {
   const std::string partial = file + ".partial";
   const auto failed = [&](std::string_view what) {
     const int code = errno;
@@ -107,7 +107,8 @@ TaskSafetyResult<> PatchGit::write(std::vector<std::string> arguments,
     }
     return true;
   };
-  const GitResult result = look(std::move(arguments), {.onOutput = take});
+  options.onOutput = take;
+  const GitResult result = look(std::move(arguments), std::move(options));
   errno = writeError;
   if (writeError != 0) return failed("write");
   if (!result.succeeded()) {

@@ -30,7 +30,8 @@ class PatchGit {
   TaskSafetyResult<> change(std::vector<std::string> arguments, GitOptions options = {}) const;
 
   /// The output of a command, written to a file that is there whole or not at all.
-  TaskSafetyResult<> write(std::vector<std::string> arguments, const std::string& file) const;
+  TaskSafetyResult<> write(std::vector<std::string> arguments, const std::string& file,
+                           GitOptions options = {}) const;
 
  private:
   GitOptions with(GitOptions options) const;

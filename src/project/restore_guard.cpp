@@ -42,11 +42,6 @@ std::string usersExcludes(const PatchGit& git) {
   return files::read(path).value_or("");
 }
 
-std::uint64_t sizeOf(const std::string& path) {
-  struct stat info{};
-  return ::stat(path.c_str(), &info) == 0 ? static_cast<std::uint64_t>(info.st_size) : 0;
-}
-
 std::string leftAlone(std::string_view what, const std::vector<std::string>& paths) {
   constexpr std::size_t shown = 5;
   std::vector<std::string> names;
@@ -117,25 +112,19 @@ TaskSafetyResult<std::vector<std::string>> RestoreGuard::pathsOfCheckpoint() {
     std::ranges::move(listed->parts(), std::back_inserter(all));
     return {};
   };
-  if (auto read = git_.change({"read-tree", base_}, ownIndex()); !read) {
-    return std::unexpected(read.error());
+  bool isRevision = true;
+  auto tried = changes::tryPatches(git_, archive_, base_, ownIndex(), [&]() -> TaskSafetyResult<> {
+    if (auto listed = list(); !listed) return listed;
+    if (std::exchange(isRevision, false)) inRevision_ = all;
+    return {};
+  });
+  if (!tried) {
+    tried.error().message = fmt::format(
+        "The checkpoint does not fit its revision; nothing was changed. {}", tried.error().message);
+    return std::unexpected(tried.error());
   }
-  if (auto listed = list(); !listed) return std::unexpected(listed.error());
-  hasTrackedFiles_ = !all.empty() || !tracked_.empty();
-  inRevision_ = all;
   std::ranges::sort(inRevision_);
-  for (const auto name : {changes::stagedPatch, changes::workingPatch}) {
-    const std::string patch = fmt::format("{}/{}", archive_, name);
-    if (sizeOf(patch) == 0) continue;
-    auto applied = git_.change({"apply", "--cached", "--whitespace=nowarn", patch}, ownIndex());
-    if (!applied) {
-      applied.error().message =
-          fmt::format("The checkpoint does not fit its revision; nothing was changed. {}",
-                      applied.error().message);
-      return std::unexpected(applied.error());
-    }
-    if (auto listed = list(); !listed) return std::unexpected(listed.error());
-  }
+  hasTrackedFiles_ = !inRevision_.empty() || !tracked_.empty();
   const std::string untracked = fmt::format("{}/{}", archive_, changes::untrackedFolder);
   std::error_code code;
   for (fs::recursive_directory_iterator entry(untracked, code), end; !code && entry != end;

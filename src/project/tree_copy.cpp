@@ -11,6 +11,7 @@
 
 #include "platform/descriptor.h"
 #include "platform/files.h"
+#include "platform/uuid.h"
 
 namespace vantrell {
 
@@ -123,6 +124,14 @@ std::optional<std::chrono::milliseconds> WorkBudget::timeLeft() const {
 
 bool WorkBudget::isOutOfTime() const {
   return deadline && std::chrono::steady_clock::now() >= *deadline;
+}
+
+OwnFolder::OwnFolder() : path_(files::temporaryFolder() + "/" + Uuid::random().text()) {}
+
+OwnFolder::~OwnFolder() {
+  if (isKept_) return;
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
 }
 
 TaskSafetyResult<> secureDirectory(const std::string& path) {

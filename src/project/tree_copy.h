@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "project/task_safety_error.h"
 
@@ -26,6 +27,23 @@ struct WorkBudget {
 
 /// Creates the folder and its parents with mode 0700, and sets that mode on it if it was there.
 TaskSafetyResult<> secureDirectory(const std::string& path);
+
+/// A folder of ours, to be made by secureDirectory(), that is removed at the end unless it is kept.
+class OwnFolder {
+ public:
+  /// A new name among the temporary files.
+  OwnFolder();
+  explicit OwnFolder(std::string path) : path_(std::move(path)) {}
+  ~OwnFolder();
+  OwnFolder(const OwnFolder&) = delete;
+  OwnFolder& operator=(const OwnFolder&) = delete;
+  const std::string& path() const { return path_; }
+  void keep() { isKept_ = true; }
+
+ private:
+  std::string path_;
+  bool isKept_ = false;
+};
 
 /// root + "/" + relative, standardized; absent when that leaves the root.
 std::optional<std::string> pathInside(std::string_view root, std::string_view relative);
