@@ -99,6 +99,7 @@ TaskSafetyResult<> announce(const PatchGit& git, const std::vector<AnnouncedFile
       repositories.push_back(each.path);
       continue;
     }
+    if (!pathInside(tree.path(), prefix + each.path)) continue;
     paths.push_back(prefix + each.path);
     auto placed = placeholder(tree.path(), {each.mode, paths.back()});
     if (!placed) return placed;

@@ -1,5 +1,6 @@
 #include "project/patch_git.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -118,6 +119,24 @@ TaskSafetyResult<> PatchGit::write(std::vector<std::string> arguments, const std
   if (::close(target.release()) != 0) return failed("write");
   if (::rename(partial.c_str(), file.c_str()) != 0) return failed("write");
   return {};
+}
+
+std::vector<std::string> ignoredOf(const PatchGit& git, std::span<const std::string> paths) {
+  if (paths.empty()) return {};
+  std::string input;
+  // A colon at the beginning would mean something to it.
+  constexpr std::string_view here = "./";
+  for (const auto& each : paths) input.append(here).append(each).push_back('\0');
+  const GitResult found = git.look({"check-ignore", "-z", "--stdin"}, {.input = std::move(input)});
+  if (found.status == 0 || found.status == 1) {  // 1: there is none
+    auto parts = found.parts();
+    for (auto& each : parts) each.erase(0, here.size());
+    return parts;
+  }
+  if (paths.size() == 1) return {};
+  auto ignored = ignoredOf(git, paths.first(paths.size() / 2));
+  std::ranges::move(ignoredOf(git, paths.subspan(paths.size() / 2)), std::back_inserter(ignored));
+  return ignored;
 }
 
 TaskSafetyError gitError(const GitResult& result) {

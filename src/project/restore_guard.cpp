@@ -54,6 +54,13 @@ std::string leftAlone(std::string_view what, const std::vector<std::string>& pat
 /// Each is compared with each tracked file.
 constexpr std::size_t mostSpared = 5'000;
 
+bool isAtOrBelow(const std::unordered_set<std::string>& names, const std::string& path) {
+  for (auto slash = path.find('/'); slash != path.npos; slash = path.find('/', slash + 1)) {
+    if (names.contains(path.substr(0, slash))) return true;
+  }
+  return names.contains(path);
+}
+
 TaskSafetyError refusal(const std::string& path, std::string_view why) {
   return TaskSafetyError::commandFailed(fmt::format(
       "\"{}\" {}. Move it away first. Nothing was changed.", text::repaired(path), why));
@@ -358,24 +365,31 @@ TaskSafetyResult<> RestoreGuard::bringBackIgnored() const {
   if (!recovery_) return {};
   const std::string kept = fmt::format("{}/{}", *recovery_, changes::untrackedFolder);
   const auto folders = changes::emptyFolders(*recovery_);
-  std::string missing;
+  std::vector<std::string> missing;
   const auto look = [&](const std::string& path) {
     if (standsAt(fmt::format("{}/{}", git_.path(), path))) return;
-    missing.append(path).push_back('\0');
+    // A file of the checkpoint may stand in the place of a folder above it; that one counts.
+    if (!isBelowFile(git_.path(), path)) missing.push_back(path);
   };
-  std::ranges::for_each(folders, look);
+  if (!folders.empty()) {
+    const auto tracked = git_.need({"ls-files", "-z"});
+    if (!tracked) return std::unexpected(tracked.error());
+    const auto parts = tracked->parts();
+    const std::unordered_set<std::string> names(parts.begin(), parts.end());
+    // What is tracked is not ignored; an empty folder in the place of such a file goes with it.
+    for (const auto& each : folders) {
+      if (!isAtOrBelow(names, each)) look(each);
+    }
+  }
   std::error_code code;
   for (fs::recursive_directory_iterator entry(kept, code), end; !code && entry != end;
        entry.increment(code)) {
     if (entry->symlink_status(code).type() == fs::file_type::directory) continue;
     look(entry->path().native().substr(kept.size() + 1));
   }
-  if (missing.empty()) return {};
-  // Its status says only whether there was one.
-  const GitResult ignored = git_.look({"check-ignore", "-z", "--stdin"}, {.input = missing});
-  for (const auto& path : ignored.parts()) {
+  for (const auto& path : ignoredOf(git_, missing)) {
     const bool isFolder = std::ranges::find(folders, path) != folders.end();
-    // A file of the checkpoint may stand in the place of a folder above it; that one counts.
+    // One that was brought back may be in the way of another.
     if (!makeParents(git_.path(), isFolder ? path + "/" : path, false)) continue;
     WorkBudget budget;
     const std::string target = fmt::format("{}/{}", git_.path(), path);

@@ -157,6 +157,16 @@ bool isRepository(const std::string& folder) {
   return standsAt(folder + "/.git");
 }
 
+bool isBelowFile(const std::string& root, const std::string& path) {
+  for (auto slash = path.find('/'); slash != path.npos; slash = path.find('/', slash + 1)) {
+    struct stat info{};
+    if (::lstat(fmt::format("{}/{}", root, path.substr(0, slash)).c_str(), &info) != 0)
+      return false;
+    if (!S_ISDIR(info.st_mode)) return true;
+  }
+  return false;
+}
+
 TaskSafetyResult<> makeParents(const std::string& root, std::string_view relative, bool replaces) {
   for (auto slash = relative.find('/'); slash != relative.npos;
        slash = relative.find('/', slash + 1)) {

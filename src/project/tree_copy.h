@@ -53,6 +53,9 @@ bool standsAt(const std::string& path);
 /// Whether the folder is the top of a Git repository of its own.
 bool isRepository(const std::string& folder);
 
+/// Whether a file or a link stands in the place of a folder above the path.
+bool isBelowFile(const std::string& root, const std::string& path);
+
 /// Makes the folders above `relative` under the root, one by one. A file or link in the place of
 /// one is removed when `replaces`, else that is a failure: no path leads out through a link.
 TaskSafetyResult<> makeParents(const std::string& root, std::string_view relative, bool replaces);

@@ -83,7 +83,8 @@ TaskSafetyResult<> recordAnnounced(const std::string& folder,
 std::vector<AnnouncedFile> readAnnounced(const std::string& folder) {
   std::vector<AnnouncedFile> files;
   for (const auto& each : readList(inFolder(folder, announcedList))) {
-    const auto blank = std::min(each.find(' '), each.size() - 1);
+    const auto blank = each.find_first_not_of("01234567");
+    if (blank == each.npos || each[blank] != ' ') continue;
     files.push_back({each.substr(0, blank), each.substr(blank + 1)});
   }
   return files;

@@ -290,7 +290,12 @@ TEST_F(TaskSafetyServiceTest, CopiesUncommittedWorkOfEveryKindIntoAWorktree) {
   fs::create_symlink("nowhere", repository / "dangling");
   repository.folder("empty/inside");
   repository.file("announced", "soon");
-  repository.git({"add", "-N", "announced"});
+  repository.file("gone", "never");
+  repository.file("now a link", "never");
+  repository.git({"add", "-N", "announced", "gone", "now a link"});
+  fs::remove(repository / "gone");
+  fs::remove(repository / "now a link");
+  fs::create_symlink("a.txt", repository / "now a link");
   repository.file("kept.log", "ignored");
   const std::string before = repository.git({"status", "--porcelain=v2", "--untracked-files=all"});
 
@@ -300,6 +305,8 @@ TEST_F(TaskSafetyServiceTest, CopiesUncommittedWorkOfEveryKindIntoAWorktree) {
   const auto status = {"status", "--porcelain=v2", "--untracked-files=all"};
   EXPECT_EQ(GitRepository::git(made->path, {status.begin(), status.end()}), before);
   EXPECT_EQ(repository.git({status.begin(), status.end()}), before) << "the project keeps its own";
+  EXPECT_EQ(GitRepository::git(made->path, {"ls-files", "--stage"}),
+            repository.git({"ls-files", "--stage"}));
   EXPECT_EQ(TemporaryFolder::contentOf(made->path + "/a.txt"), "unstaged\n");
   EXPECT_EQ(fs::read_symlink(made->path + "/dangling"), "nowhere");
   EXPECT_TRUE(files::isExecutable(made->path + "/tool"));
