@@ -161,6 +161,26 @@ TEST_F(TaskSafetyServiceTest, KeepsIgnoredFilesWhateverTheRulesBecome) {
   EXPECT_EQ(content("a.txt"), "mine");
 }
 
+TEST_F(TaskSafetyServiceTest, BringsIgnoredFilesBackBesideWhatGitCannotJudge) {
+  // One below a link by then, one that looks like an option of git's own paths.
+  repository.file(".gitignore", "kept\n");
+  fs::create_symlink("part", repository / "room");
+  const auto made = taken();
+  repository.file(".gitignore", "");
+  fs::remove(repository / "room");
+  repository.folder("room/empty");
+  repository.file("room/kept", "below");
+  repository.file(":(top)odd/kept", "odd");
+  repository.file("kept", "plain");
+  const auto recovery = taken();
+  const auto restored = service.restore(made, repository.path(), &recovery);
+  ASSERT_TRUE(restored) << restored.error().description();
+  EXPECT_EQ(fs::read_symlink(repository / "room"), "part");
+  EXPECT_FALSE(files::exists(repository / "part/kept"));
+  EXPECT_EQ(content(":(top)odd/kept"), "odd");
+  EXPECT_EQ(content("kept"), "plain");
+}
+
 TEST_F(TaskSafetyServiceTest, LeavesSubmodulesAndRepositoriesInsideAlone) {
   const GitRepository library;
   library.file("lib", "1\n");
@@ -170,6 +190,10 @@ TEST_F(TaskSafetyServiceTest, LeavesSubmodulesAndRepositoriesInsideAlone) {
   repository.commit();
   GitRepository::git(repository.folder("nested"), {"init", "--quiet"});
   repository.file("nested/n", "1\n");
+  GitRepository::git(repository.folder("told"), {"init", "--quiet"});
+  GitRepository::git(repository / "told", {"commit", "--quiet", "--allow-empty", "-m", "A commit"});
+  repository.git({"add", "-N", "told"});
+  const std::string index = repository.git({"ls-files", "--stage"});
   repository.file("module/lib", "2\n");
   const auto made = taken();
   repository.file("nested/n", "2\n");
@@ -179,7 +203,11 @@ TEST_F(TaskSafetyServiceTest, LeavesSubmodulesAndRepositoriesInsideAlone) {
   ASSERT_TRUE(restored) << restored.error().description();
   EXPECT_EQ(content("module/lib"), "3\n");
   EXPECT_EQ(content("nested/n"), "2\n");
+  EXPECT_EQ(repository.git({"ls-files", "--stage"}), index);
   EXPECT_EQ(restored->size(), 2);
+  const auto worktree = service.createIsolatedWorktree(workspace, thread, repository.path());
+  ASSERT_TRUE(worktree) << worktree.error().description();
+  EXPECT_EQ(GitRepository::git(worktree->path, {"ls-files", "--stage"}), index);
 
   fs::remove_all(repository / "nested");
   const auto again = taken();
