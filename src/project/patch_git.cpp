@@ -124,10 +124,11 @@ TaskSafetyResult<> PatchGit::write(std::vector<std::string> arguments, const std
 std::vector<std::string> ignoredOf(const PatchGit& git, std::span<const std::string> paths) {
   if (paths.empty()) return {};
   std::string input;
-  // A colon at the beginning would mean something to it.
+  // A colon at the beginning would mean something to it, and a wild card takes in tracked files.
   constexpr std::string_view here = "./";
   for (const auto& each : paths) input.append(here).append(each).push_back('\0');
-  const GitResult found = git.look({"check-ignore", "-z", "--stdin"}, {.input = std::move(input)});
+  const GitResult found =
+      git.look({"check-ignore", "--no-index", "-z", "--stdin"}, {.input = std::move(input)});
   if (found.status == 0 || found.status == 1) {  // 1: there is none
     auto parts = found.parts();
     for (auto& each : parts) each.erase(0, here.size());

@@ -41,8 +41,8 @@ class PatchGit {
   WorkBudget budget_;
 };
 
-/// Those of the paths that the rules ignore. Git gives up on all of them for one that it cannot
-/// judge, as below a link or in a submodule; such a one is not ignored.
+/// Those of the paths that the rules ignore, tracked or not. Git gives up on all of them for one
+/// that it cannot judge, as below a link or in a submodule; such a one is not ignored.
 std::vector<std::string> ignoredOf(const PatchGit& git, std::span<const std::string> paths);
 
 /// What to say of a command that went wrong.

@@ -371,24 +371,25 @@ TaskSafetyResult<> RestoreGuard::bringBackIgnored() const {
     // A file of the checkpoint may stand in the place of a folder above it; that one counts.
     if (!isBelowFile(git_.path(), path)) missing.push_back(path);
   };
-  if (!folders.empty()) {
-    const auto tracked = git_.need({"ls-files", "-z"});
-    if (!tracked) return std::unexpected(tracked.error());
-    const auto parts = tracked->parts();
-    const std::unordered_set<std::string> names(parts.begin(), parts.end());
-    // What is tracked is not ignored; an empty folder in the place of such a file goes with it.
-    for (const auto& each : folders) {
-      if (!isAtOrBelow(names, each)) look(each);
-    }
-  }
+  std::ranges::for_each(folders, look);
   std::error_code code;
   for (fs::recursive_directory_iterator entry(kept, code), end; !code && entry != end;
        entry.increment(code)) {
     if (entry->symlink_status(code).type() == fs::file_type::directory) continue;
     look(entry->path().native().substr(kept.size() + 1));
   }
+  if (missing.empty()) return {};
+  const auto tracked = git_.need({"ls-files", "-z"});
+  if (!tracked) return std::unexpected(tracked.error());
+  const auto parts = tracked->parts();
+  const std::unordered_set<std::string> names(parts.begin(), parts.end());
+  const std::unordered_set<std::string> isEmptyFolder(folders.begin(), folders.end());
+  // What is tracked is not ignored; an empty folder in the place of such a file goes with it.
+  std::erase_if(missing, [&](const std::string& path) {
+    return isEmptyFolder.contains(path) ? isAtOrBelow(names, path) : names.contains(path);
+  });
   for (const auto& path : ignoredOf(git_, missing)) {
-    const bool isFolder = std::ranges::find(folders, path) != folders.end();
+    const bool isFolder = isEmptyFolder.contains(path);
     // One that was brought back may be in the way of another.
     if (!makeParents(git_.path(), isFolder ? path + "/" : path, false)) continue;
     WorkBudget budget;
