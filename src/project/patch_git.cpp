@@ -1,5 +1,6 @@
 #include "project/patch_git.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -82,8 +83,8 @@ TaskSafetyResult<> PatchGit::change(std::vector<std::string> arguments, GitOptio
   return {};
 }
 
-TaskSafetyResult<> PatchGit::write(std::vector<std::string> arguments,
-                                   const std::string& file) const {
+TaskSafetyResult<> PatchGit::write(std::vector<std::string> arguments, const std::string& file,
+                                   GitOptions options) const {
   const std::string partial = file + ".partial";
   const auto failed = [&](std::string_view what) {
     const int code = errno;
@@ -107,7 +108,8 @@ TaskSafetyResult<> PatchGit::write(std::vector<std::string> arguments,
     }
     return true;
   };
-  const GitResult result = look(std::move(arguments), {.onOutput = take});
+  options.onOutput = take;
+  const GitResult result = look(std::move(arguments), std::move(options));
   errno = writeError;
   if (writeError != 0) return failed("write");
   if (!result.succeeded()) {
@@ -117,6 +119,25 @@ TaskSafetyResult<> PatchGit::write(std::vector<std::string> arguments,
   if (::close(target.release()) != 0) return failed("write");
   if (::rename(partial.c_str(), file.c_str()) != 0) return failed("write");
   return {};
+}
+
+std::vector<std::string> ignoredOf(const PatchGit& git, std::span<const std::string> paths) {
+  if (paths.empty()) return {};
+  std::string input;
+  // A colon at the beginning would mean something to it, and a wild card takes in tracked files.
+  constexpr std::string_view here = "./";
+  for (const auto& each : paths) input.append(here).append(each).push_back('\0');
+  const GitResult found =
+      git.look({"check-ignore", "--no-index", "-z", "--stdin"}, {.input = std::move(input)});
+  if (found.status == 0 || found.status == 1) {  // 1: there is none
+    auto parts = found.parts();
+    for (auto& each : parts) each.erase(0, here.size());
+    return parts;
+  }
+  if (paths.size() == 1) return {};
+  auto ignored = ignoredOf(git, paths.first(paths.size() / 2));
+  std::ranges::move(ignoredOf(git, paths.subspan(paths.size() / 2)), std::back_inserter(ignored));
+  return ignored;
 }
 
 TaskSafetyError gitError(const GitResult& result) {

@@ -4,6 +4,7 @@
 // queue.
 #pragma once
 
+#include <span>
 #include <string>
 #include <vector>
 
@@ -30,7 +31,8 @@ class PatchGit {
   TaskSafetyResult<> change(std::vector<std::string> arguments, GitOptions options = {}) const;
 
   /// The output of a command, written to a file that is there whole or not at all.
-  TaskSafetyResult<> write(std::vector<std::string> arguments, const std::string& file) const;
+  TaskSafetyResult<> write(std::vector<std::string> arguments, const std::string& file,
+                           GitOptions options = {}) const;
 
  private:
   GitOptions with(GitOptions options) const;
@@ -38,6 +40,10 @@ class PatchGit {
   std::string path_;
   WorkBudget budget_;
 };
+
+/// Those of the paths that the rules ignore, tracked or not. Git gives up on all of them for one
+/// that it cannot judge, as below a link or in a submodule; such a one is not ignored.
+std::vector<std::string> ignoredOf(const PatchGit& git, std::span<const std::string> paths);
 
 /// What to say of a command that went wrong.
 TaskSafetyError gitError(const GitResult& result);

@@ -42,11 +42,6 @@ std::string usersExcludes(const PatchGit& git) {
   return files::read(path).value_or("");
 }
 
-std::uint64_t sizeOf(const std::string& path) {
-  struct stat info{};
-  return ::stat(path.c_str(), &info) == 0 ? static_cast<std::uint64_t>(info.st_size) : 0;
-}
-
 std::string leftAlone(std::string_view what, const std::vector<std::string>& paths) {
   constexpr std::size_t shown = 5;
   std::vector<std::string> names;
@@ -58,6 +53,13 @@ std::string leftAlone(std::string_view what, const std::vector<std::string>& pat
 
 /// Each is compared with each tracked file.
 constexpr std::size_t mostSpared = 5'000;
+
+bool isAtOrBelow(const std::unordered_set<std::string>& names, const std::string& path) {
+  for (auto slash = path.find('/'); slash != path.npos; slash = path.find('/', slash + 1)) {
+    if (names.contains(path.substr(0, slash))) return true;
+  }
+  return names.contains(path);
+}
 
 TaskSafetyError refusal(const std::string& path, std::string_view why) {
   return TaskSafetyError::commandFailed(fmt::format(
@@ -117,25 +119,19 @@ TaskSafetyResult<std::vector<std::string>> RestoreGuard::pathsOfCheckpoint() {
     std::ranges::move(listed->parts(), std::back_inserter(all));
     return {};
   };
-  if (auto read = git_.change({"read-tree", base_}, ownIndex()); !read) {
-    return std::unexpected(read.error());
+  bool isRevision = true;
+  auto tried = changes::tryPatches(git_, archive_, base_, ownIndex(), [&]() -> TaskSafetyResult<> {
+    if (auto listed = list(); !listed) return listed;
+    if (std::exchange(isRevision, false)) inRevision_ = all;
+    return {};
+  });
+  if (!tried) {
+    tried.error().message = fmt::format(
+        "The checkpoint does not fit its revision; nothing was changed. {}", tried.error().message);
+    return std::unexpected(tried.error());
   }
-  if (auto listed = list(); !listed) return std::unexpected(listed.error());
-  hasTrackedFiles_ = !all.empty() || !tracked_.empty();
-  inRevision_ = all;
   std::ranges::sort(inRevision_);
-  for (const auto name : {changes::stagedPatch, changes::workingPatch}) {
-    const std::string patch = fmt::format("{}/{}", archive_, name);
-    if (sizeOf(patch) == 0) continue;
-    auto applied = git_.change({"apply", "--cached", "--whitespace=nowarn", patch}, ownIndex());
-    if (!applied) {
-      applied.error().message =
-          fmt::format("The checkpoint does not fit its revision; nothing was changed. {}",
-                      applied.error().message);
-      return std::unexpected(applied.error());
-    }
-    if (auto listed = list(); !listed) return std::unexpected(listed.error());
-  }
+  hasTrackedFiles_ = !inRevision_.empty() || !tracked_.empty();
   const std::string untracked = fmt::format("{}/{}", archive_, changes::untrackedFolder);
   std::error_code code;
   for (fs::recursive_directory_iterator entry(untracked, code), end; !code && entry != end;
@@ -369,10 +365,11 @@ TaskSafetyResult<> RestoreGuard::bringBackIgnored() const {
   if (!recovery_) return {};
   const std::string kept = fmt::format("{}/{}", *recovery_, changes::untrackedFolder);
   const auto folders = changes::emptyFolders(*recovery_);
-  std::string missing;
+  std::vector<std::string> missing;
   const auto look = [&](const std::string& path) {
     if (standsAt(fmt::format("{}/{}", git_.path(), path))) return;
-    missing.append(path).push_back('\0');
+    // A file of the checkpoint may stand in the place of a folder above it; that one counts.
+    if (!isBelowFile(git_.path(), path)) missing.push_back(path);
   };
   std::ranges::for_each(folders, look);
   std::error_code code;
@@ -382,11 +379,18 @@ TaskSafetyResult<> RestoreGuard::bringBackIgnored() const {
     look(entry->path().native().substr(kept.size() + 1));
   }
   if (missing.empty()) return {};
-  // Its status says only whether there was one.
-  const GitResult ignored = git_.look({"check-ignore", "-z", "--stdin"}, {.input = missing});
-  for (const auto& path : ignored.parts()) {
-    const bool isFolder = std::ranges::find(folders, path) != folders.end();
-    // A file of the checkpoint may stand in the place of a folder above it; that one counts.
+  const auto tracked = git_.need({"ls-files", "-z"});
+  if (!tracked) return std::unexpected(tracked.error());
+  const auto parts = tracked->parts();
+  const std::unordered_set<std::string> names(parts.begin(), parts.end());
+  const std::unordered_set<std::string> isEmptyFolder(folders.begin(), folders.end());
+  // What is tracked is not ignored; an empty folder in the place of such a file goes with it.
+  std::erase_if(missing, [&](const std::string& path) {
+    return isEmptyFolder.contains(path) ? isAtOrBelow(names, path) : names.contains(path);
+  });
+  for (const auto& path : ignoredOf(git_, missing)) {
+    const bool isFolder = isEmptyFolder.contains(path);
+    // One that was brought back may be in the way of another.
     if (!makeParents(git_.path(), isFolder ? path + "/" : path, false)) continue;
     WorkBudget budget;
     const std::string target = fmt::format("{}/{}", git_.path(), path);

@@ -1,7 +1,6 @@
 #include "project/task_safety_service.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <fmt/format.h>
 
 #include "platform/files.h"
@@ -14,30 +13,9 @@ namespace vantrell {
 
 namespace {
 
-namespace fs = std::filesystem;
-
 std::string lowerCase(const Uuid& id) {
   return text::lowercased(id.text());
 }
-
-/// Removes a folder of ours at the end, unless it is kept.
-class OwnFolder {
- public:
-  explicit OwnFolder(std::string path) : path_(std::move(path)) {}
-  ~OwnFolder() {
-    if (isKept_) return;
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-  }
-  OwnFolder(const OwnFolder&) = delete;
-  OwnFolder& operator=(const OwnFolder&) = delete;
-  const std::string& path() const { return path_; }
-  void keep() { isKept_ = true; }
-
- private:
-  std::string path_;
-  bool isKept_ = false;
-};
 
 WorkBudget budgetFor(WorkspaceCheckpointKind kind) {
   if (kind != WorkspaceCheckpointKind::automatic) return {};
@@ -125,6 +103,8 @@ TaskSafetyResult<TaskSafetyService::Captured> TaskSafetyService::captureCheckpoi
   }
   if (auto clean = refuseConflicts(git); !clean) return fail(clean.error());
   if (auto kept = changes::recordPatches(git, archive.path()); !kept) return fail(kept.error());
+  auto proven = changes::provePatches(git, archive.path(), *checkpoint.baseRevision);
+  if (!proven) return fail(proven.error());
   const auto untracked = changes::copyUntracked(
       git, fmt::format("{}/{}", archive.path(), changes::untrackedFolder), budget, captured.notes);
   if (!untracked) return fail(untracked.error());
@@ -222,7 +202,7 @@ TaskSafetyResult<SafetyNotes> TaskSafetyService::copyCurrentChanges(
     const PatchGit& source, const std::string& target) const {
   SafetyNotes notes;
   WorkBudget budget;
-  const OwnFolder folder(files::temporaryFolder() + "/" + Uuid::random().text());
+  const OwnFolder folder;
   if (auto made = secureDirectory(folder.path()); !made) return std::unexpected(made.error());
   if (auto kept = changes::recordPatches(source, folder.path()); !kept) {
     return std::unexpected(kept.error());

@@ -11,6 +11,7 @@
 
 #include "platform/descriptor.h"
 #include "platform/files.h"
+#include "platform/uuid.h"
 
 namespace vantrell {
 
@@ -125,6 +126,14 @@ bool WorkBudget::isOutOfTime() const {
   return deadline && std::chrono::steady_clock::now() >= *deadline;
 }
 
+OwnFolder::OwnFolder() : path_(files::temporaryFolder() + "/" + Uuid::random().text()) {}
+
+OwnFolder::~OwnFolder() {
+  if (isKept_) return;
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
 TaskSafetyResult<> secureDirectory(const std::string& path) {
   const auto made = files::createOwnerOnlyFolder(path);
   if (!made) return std::unexpected(TaskSafetyError::filesFailed(made.error().description));
@@ -146,6 +155,16 @@ bool standsAt(const std::string& path) {
 
 bool isRepository(const std::string& folder) {
   return standsAt(folder + "/.git");
+}
+
+bool isBelowFile(const std::string& root, const std::string& path) {
+  for (auto slash = path.find('/'); slash != path.npos; slash = path.find('/', slash + 1)) {
+    struct stat info{};
+    if (::lstat(fmt::format("{}/{}", root, path.substr(0, slash)).c_str(), &info) != 0)
+      return false;
+    if (!S_ISDIR(info.st_mode)) return true;
+  }
+  return false;
 }
 
 TaskSafetyResult<> makeParents(const std::string& root, std::string_view relative, bool replaces) {

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "project/task_safety_error.h"
 
@@ -27,6 +28,23 @@ struct WorkBudget {
 /// Creates the folder and its parents with mode 0700, and sets that mode on it if it was there.
 TaskSafetyResult<> secureDirectory(const std::string& path);
 
+/// A folder of ours, to be made by secureDirectory(), that is removed at the end unless it is kept.
+class OwnFolder {
+ public:
+  /// A new name among the temporary files.
+  OwnFolder();
+  explicit OwnFolder(std::string path) : path_(std::move(path)) {}
+  ~OwnFolder();
+  OwnFolder(const OwnFolder&) = delete;
+  OwnFolder& operator=(const OwnFolder&) = delete;
+  const std::string& path() const { return path_; }
+  void keep() { isKept_ = true; }
+
+ private:
+  std::string path_;
+  bool isKept_ = false;
+};
+
 /// root + "/" + relative, standardized; absent when that leaves the root.
 std::optional<std::string> pathInside(std::string_view root, std::string_view relative);
 
@@ -34,6 +52,9 @@ std::optional<std::string> pathInside(std::string_view root, std::string_view re
 bool standsAt(const std::string& path);
 /// Whether the folder is the top of a Git repository of its own.
 bool isRepository(const std::string& folder);
+
+/// Whether a file or a link stands in the place of a folder above the path.
+bool isBelowFile(const std::string& root, const std::string& path);
 
 /// Makes the folders above `relative` under the root, one by one. A file or link in the place of
 /// one is removed when `replaces`, else that is a failure: no path leads out through a link.

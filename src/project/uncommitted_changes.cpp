@@ -9,6 +9,7 @@
 
 #include "platform/files.h"
 #include "platform/text.h"
+#include "project/announced_files.h"
 
 namespace vantrell::changes {
 
@@ -16,7 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Beside the patches; lists are paths that end with NUL.
+// Beside the patches; lists are entries that end with NUL: paths, or a mode, a blank and a path.
 constexpr std::string_view announcedList = "announced.list";
 constexpr std::string_view emptyFolderList = "empty-folders.list";
 constexpr std::string_view exactFolder = "exact";
@@ -39,10 +40,10 @@ std::uint64_t sizeOf(const std::string& path) {
   return ::stat(path.c_str(), &info) == 0 ? static_cast<std::uint64_t>(info.st_size) : 0;
 }
 
-TaskSafetyResult<> writeList(const std::string& path, const std::vector<std::string>& paths) {
-  if (paths.empty()) return {};
+TaskSafetyResult<> writeList(const std::string& path, const std::vector<std::string>& entries) {
+  if (entries.empty()) return {};
   std::string content;
-  for (const auto& each : paths) content.append(each).push_back('\0');
+  for (const auto& each : entries) content.append(each).push_back('\0');
   const auto written = files::writeAtomically(path, content, 0600);
   if (!written) return std::unexpected(TaskSafetyError::filesFailed(written.error().description));
   return {};
@@ -72,20 +73,30 @@ std::string shown(const std::string& path) {
 
 // ---- what patches do not say --------------------------------------------------------------------
 
-struct Unstaged {
-  std::vector<std::string> announced;
-  std::vector<std::string> foldersOfDeleted;  // that still stand
-};
+TaskSafetyResult<> recordAnnounced(const std::string& folder,
+                                   const std::vector<AnnouncedFile>& files) {
+  std::vector<std::string> entries;
+  for (const auto& each : files) entries.push_back(fmt::format("{} {}", each.mode, each.path));
+  return writeList(inFolder(folder, announcedList), entries);
+}
 
-TaskSafetyResult<Unstaged> unstagedKinds(const PatchGit& git) {
-  const auto listed = git.need({"diff", "--name-status", "--no-ext-diff", "--relative", "-z"});
-  if (!listed) return std::unexpected(listed.error());
-  Unstaged kinds;
-  const auto parts = listed->parts();  // a letter and a path by turns
-  for (std::size_t i = 0; i + 1 < parts.size(); i += 2) {
-    const std::string& path = parts[i + 1];
-    if (parts[i] == "A") kinds.announced.push_back(path);
-    if (parts[i] != "D") continue;
+std::vector<AnnouncedFile> readAnnounced(const std::string& folder) {
+  std::vector<AnnouncedFile> files;
+  for (const auto& each : readList(inFolder(folder, announcedList))) {
+    const auto blank = each.find_first_not_of("01234567");
+    if (blank == each.npos || each[blank] != ' ') continue;
+    files.push_back({each.substr(0, blank), each.substr(blank + 1)});
+  }
+  return files;
+}
+
+/// Folders that files were deleted from and that are empty now.
+TaskSafetyResult<std::vector<std::string>> foldersOfDeleted(const PatchGit& git) {
+  const auto deleted =
+      git.need({"diff", "--name-only", "--diff-filter=D", "--no-ext-diff", "--relative", "-z"});
+  if (!deleted) return std::unexpected(deleted.error());
+  std::vector<std::string> folders;
+  for (const auto& path : deleted->parts()) {
     // A folder in the place of the file, or the nearest one above it, where it is empty by now.
     std::error_code code;
     const auto isFolder = [&](const std::string& name) {
@@ -96,10 +107,10 @@ TaskSafetyResult<Unstaged> unstagedKinds(const PatchGit& git) {
     while (!folder.empty() && !isFolder(folder)) folder = files::parent(folder);
     if (folder.empty()) continue;
     if (folder == path || fs::is_empty(inFolder(git.path(), folder), code)) {
-      kinds.foldersOfDeleted.push_back(folder + "/");
+      folders.push_back(folder + "/");
     }
   }
-  return kinds;
+  return folders;
 }
 
 /// Whether git converts line ends of a file on its way in or out; a line of "ls-files --eol".
@@ -211,27 +222,72 @@ TaskSafetyResult<> recordEmptyFolders(const PatchGit& git, const std::string& fo
 // ---- recording ----------------------------------------------------------------------------------
 
 TaskSafetyResult<> recordPatches(const PatchGit& git, const std::string& folder) {
-  auto command = diffCommand(git);
-  if (auto written = git.write(command, inFolder(folder, workingPatch)); !written) return written;
-  command.insert(command.begin() + 2, {"--cached", "HEAD"});
-  return git.write(command, inFolder(folder, stagedPatch));
+  const auto diff = diffCommand(git);
+  auto stagedDiff = diff;
+  stagedDiff.insert(stagedDiff.begin() + 2, {"--cached", "HEAD"});
+  const std::string working = inFolder(folder, workingPatch);
+  if (auto written = git.write(diff, working); !written) return written;
+  if (auto written = git.write(stagedDiff, inFolder(folder, stagedPatch)); !written) return written;
+  if (sizeOf(working) == 0) return {};
+
+  const auto announced = announcedFiles(git);
+  if (!announced) return std::unexpected(announced.error());
+  if (auto kept = recordAnnounced(folder, *announced); !kept) return kept;
+  const auto gone = goneFiles(git, *announced);
+  if (!gone) return std::unexpected(gone.error());
+  if (gone->empty()) return {};
+  const OwnFolder scratch;
+  if (auto made = secureDirectory(scratch.path()); !made) return made;
+  const std::string index = inFolder(scratch.path(), "index");
+  if (auto copied = writeIndexWithout(git, *gone, index); !copied) return copied;
+  return git.write(diff, working, {.environment = {{"GIT_INDEX_FILE", index}}});
+}
+
+TaskSafetyResult<> tryPatches(const PatchGit& git, const std::string& folder,
+                              const std::string& revision, const GitOptions& ownIndex,
+                              const std::function<TaskSafetyResult<>()>& afterEach) {
+  if (auto read = git.change({"read-tree", revision}, ownIndex); !read) return read;
+  if (auto done = afterEach(); !done) return done;
+  for (const auto name : {stagedPatch, workingPatch}) {
+    const std::string patch = inFolder(folder, name);
+    if (sizeOf(patch) == 0) continue;
+    auto applied = git.change({"apply", "--cached", "--whitespace=nowarn", patch}, ownIndex);
+    if (!applied) return applied;
+    if (auto done = afterEach(); !done) return done;
+  }
+  return {};
+}
+
+TaskSafetyResult<> provePatches(const PatchGit& git, const std::string& folder,
+                                const std::string& revision) {
+  if (sizeOf(inFolder(folder, stagedPatch)) + sizeOf(inFolder(folder, workingPatch)) == 0) {
+    return {};
+  }
+  const OwnFolder scratch;
+  if (auto made = secureDirectory(scratch.path()); !made) return made;
+  auto fits = tryPatches(git, folder, revision,
+                         {.environment = {{"GIT_INDEX_FILE", inFolder(scratch.path(), "index")}}},
+                         [] { return TaskSafetyResult<>(); });
+  if (!fits) {
+    fits.error().message =
+        fmt::format("The changes could not be brought back: {}", fits.error().message);
+  }
+  return fits;
 }
 
 TaskSafetyResult<> recordRest(const PatchGit& git, const std::string& folder, WorkBudget& budget,
                               SafetyNotes& notes) {
   const bool hasUnstaged = sizeOf(inFolder(folder, workingPatch)) > 0;
-  Unstaged unstaged;
+  std::vector<std::string> folders;
   if (hasUnstaged) {
-    auto kinds = unstagedKinds(git);
-    if (!kinds) return std::unexpected(kinds.error());
-    unstaged = std::move(*kinds);
-    auto kept = writeList(inFolder(folder, announcedList), unstaged.announced);
-    if (!kept) return kept;
+    auto found = foldersOfDeleted(git);
+    if (!found) return std::unexpected(found.error());
+    folders = std::move(*found);
   }
   if (hasUnstaged || sizeOf(inFolder(folder, stagedPatch)) > 0) {
     if (auto kept = recordExactBytes(git, folder, budget); !kept) return kept;
   }
-  return recordEmptyFolders(git, folder, std::move(unstaged.foldersOfDeleted), budget, notes);
+  return recordEmptyFolders(git, folder, std::move(folders), budget, notes);
 }
 
 std::vector<std::string> emptyFolders(const std::string& folder) {
@@ -340,14 +396,7 @@ TaskSafetyResult<> applyRest(const PatchGit& git, const std::string& folder) {
     if (!pathInside(git.path(), each)) continue;
     if (auto made = makeParents(git.path(), each + "/", false); !made) return made;
   }
-  const auto announced = readList(inFolder(folder, announcedList));
-  for (std::size_t from = 0; from < announced.size(); from += pathsAtOnce) {
-    std::vector<std::string> command{"add", "--intent-to-add", "--force", "--"};
-    const std::size_t to = std::min(from + pathsAtOnce, announced.size());
-    for (std::size_t i = from; i < to; ++i) command.push_back(":(literal)" + announced[i]);
-    if (auto added = git.change(std::move(command)); !added) return added;
-  }
-  return {};
+  return announce(git, readAnnounced(folder));
 }
 
 }  // namespace vantrell::changes

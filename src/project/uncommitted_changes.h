@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -22,10 +23,18 @@ inline constexpr std::string_view workingPatch = "working.patch";
 inline constexpr std::string_view stagedPatch = "staged.patch";
 inline constexpr std::string_view untrackedFolder = "untracked";
 
-/// Writes both patches.
+/// Writes both patches, and where there are some, the files that were announced and not staged.
 TaskSafetyResult<> recordPatches(const PatchGit& git, const std::string& folder);
-/// Writes what patches do not say, each only where there is some: files that were announced but not
-/// staged (git add -N), empty folders, and changed files whose bytes git would not bring back.
+/// Applies the patches to an index of the caller's own, that of the revision, which `ownIndex`
+/// names; touches nothing else. `afterEach` runs on the revision's index and after each patch.
+TaskSafetyResult<> tryPatches(const PatchGit& git, const std::string& folder,
+                              const std::string& revision, const GitOptions& ownIndex,
+                              const std::function<TaskSafetyResult<>()>& afterEach);
+/// Whether the patches go onto the revision: what does not come back is no checkpoint.
+TaskSafetyResult<> provePatches(const PatchGit& git, const std::string& folder,
+                                const std::string& revision);
+/// Writes what else patches do not say, each only where there is some: empty folders, and changed
+/// files whose bytes git would not bring back.
 TaskSafetyResult<> recordRest(const PatchGit& git, const std::string& folder, WorkBudget& budget,
                               SafetyNotes& notes);
 
@@ -43,7 +52,7 @@ TaskSafetyResult<> applyPatches(const PatchGit& git, const std::string& folder);
 /// `target`. A repository below it is left as it is where it still stands.
 TaskSafetyResult<> copyDirectoryContents(const std::string& source, const std::string& target,
                                          SafetyNotes& notes);
-/// What recordRest() wrote.
+/// What recordRest() wrote, and the announced files.
 TaskSafetyResult<> applyRest(const PatchGit& git, const std::string& folder);
 
 }  // namespace changes

@@ -1,7 +1,6 @@
 // Random edits, a checkpoint, more edits, a restore: everything is as it was. And back again, by
 // the recovery checkpoint. The number of sequences and the first seed come from the environment,
-// for
-// ./test safety.
+// for ./test safety.
 #include <gtest/gtest.h>
 #include <map>
 #include <random>
@@ -103,6 +102,7 @@ class Sequence {
       EXPECT_EQ(index(), secondIndex);
       return;
     }
+    show("restored");
     EXPECT_EQ(index(), firstIndex);
     Paths leftOver = ignored();
     leftOver.insert(secondIgnored.begin(), secondIgnored.end());
@@ -113,6 +113,7 @@ class Sequence {
     const auto undone = service().restore(recovery, project_, &before);
     ASSERT_TRUE(undone || !undone.error().mayHaveChangedFiles) << undone.error().description();
     if (!undone) return;
+    show("undone");
     EXPECT_EQ(index(), secondIndex);
     const Tree back = tree();
     for (const auto& [path, what] : second) {

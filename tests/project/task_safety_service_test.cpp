@@ -161,6 +161,28 @@ TEST_F(TaskSafetyServiceTest, KeepsIgnoredFilesWhateverTheRulesBecome) {
   EXPECT_EQ(content("a.txt"), "mine");
 }
 
+TEST_F(TaskSafetyServiceTest, BringsIgnoredFilesBackBesideWhatGitCannotJudge) {
+  // One below a link by then, and names that mean something in git's own paths.
+  repository.file(".gitignore", "kept\n\\[part*\n");
+  fs::create_symlink("part", repository / "room");
+  const auto made = taken();
+  repository.file(".gitignore", "");
+  fs::remove(repository / "room");
+  repository.folder("room/empty");
+  repository.file("room/kept", "below");
+  repository.file(":(top)odd/kept", "odd");
+  repository.file("kept", "plain");
+  repository.file("[part]*", "no wild card");
+  const auto recovery = taken();
+  const auto restored = service.restore(made, repository.path(), &recovery);
+  ASSERT_TRUE(restored) << restored.error().description();
+  EXPECT_EQ(fs::read_symlink(repository / "room"), "part");
+  EXPECT_FALSE(files::exists(repository / "part/kept"));
+  EXPECT_EQ(content(":(top)odd/kept"), "odd");
+  EXPECT_EQ(content("kept"), "plain");
+  EXPECT_EQ(content("[part]*"), "no wild card");
+}
+
 TEST_F(TaskSafetyServiceTest, LeavesSubmodulesAndRepositoriesInsideAlone) {
   const GitRepository library;
   library.file("lib", "1\n");
@@ -170,6 +192,10 @@ TEST_F(TaskSafetyServiceTest, LeavesSubmodulesAndRepositoriesInsideAlone) {
   repository.commit();
   GitRepository::git(repository.folder("nested"), {"init", "--quiet"});
   repository.file("nested/n", "1\n");
+  GitRepository::git(repository.folder("told"), {"init", "--quiet"});
+  GitRepository::git(repository / "told", {"commit", "--quiet", "--allow-empty", "-m", "A commit"});
+  repository.git({"add", "-N", "told"});
+  const std::string index = repository.git({"ls-files", "--stage"});
   repository.file("module/lib", "2\n");
   const auto made = taken();
   repository.file("nested/n", "2\n");
@@ -179,7 +205,9 @@ TEST_F(TaskSafetyServiceTest, LeavesSubmodulesAndRepositoriesInsideAlone) {
   ASSERT_TRUE(restored) << restored.error().description();
   EXPECT_EQ(content("module/lib"), "3\n");
   EXPECT_EQ(content("nested/n"), "2\n");
+  EXPECT_EQ(repository.git({"ls-files", "--stage"}), index);
   EXPECT_EQ(restored->size(), 2);
+  EXPECT_TRUE(service.createIsolatedWorktree(workspace, thread, repository.path()));
 
   fs::remove_all(repository / "nested");
   const auto again = taken();
@@ -290,7 +318,12 @@ TEST_F(TaskSafetyServiceTest, CopiesUncommittedWorkOfEveryKindIntoAWorktree) {
   fs::create_symlink("nowhere", repository / "dangling");
   repository.folder("empty/inside");
   repository.file("announced", "soon");
-  repository.git({"add", "-N", "announced"});
+  repository.file("gone", "never");
+  repository.file("now a link", "never");
+  repository.git({"add", "-N", "announced", "gone", "now a link"});
+  fs::remove(repository / "gone");
+  fs::remove(repository / "now a link");
+  fs::create_symlink("a.txt", repository / "now a link");
   repository.file("kept.log", "ignored");
   const std::string before = repository.git({"status", "--porcelain=v2", "--untracked-files=all"});
 
@@ -300,6 +333,8 @@ TEST_F(TaskSafetyServiceTest, CopiesUncommittedWorkOfEveryKindIntoAWorktree) {
   const auto status = {"status", "--porcelain=v2", "--untracked-files=all"};
   EXPECT_EQ(GitRepository::git(made->path, {status.begin(), status.end()}), before);
   EXPECT_EQ(repository.git({status.begin(), status.end()}), before) << "the project keeps its own";
+  EXPECT_EQ(GitRepository::git(made->path, {"ls-files", "--stage"}),
+            repository.git({"ls-files", "--stage"}));
   EXPECT_EQ(TemporaryFolder::contentOf(made->path + "/a.txt"), "unstaged\n");
   EXPECT_EQ(fs::read_symlink(made->path + "/dangling"), "nowhere");
   EXPECT_TRUE(files::isExecutable(made->path + "/tool"));

@@ -1,0 +1,148 @@
+#include "project/announced_files.h"
+
+#include <algorithm>
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <map>
+#include <set>
+#include <unistd.h>
+
+#include "platform/descriptor.h"
+#include "platform/files.h"
+#include "platform/text.h"
+
+namespace vantrell {
+
+namespace {
+
+constexpr std::string_view program = "100755";
+constexpr std::string_view link = "120000";
+constexpr std::string_view repository = "160000";
+/// Paths that one command line takes.
+constexpr std::size_t pathsAtOnce = 500;
+
+/// Path to ":old-mode new-mode old-object new-object letter", for what is staged.
+TaskSafetyResult<std::map<std::string, std::string>> stagedRecords(const PatchGit& git,
+                                                                   std::string how) {
+  const auto listed = git.need({"diff", "--cached", "--raw", "--no-abbrev", "--no-ext-diff",
+                                "--relative", std::move(how), "-z", "HEAD"});
+  if (!listed) return std::unexpected(listed.error());
+  std::map<std::string, std::string> records;
+  const auto parts = listed->parts();  // a record and a path by turns
+  for (std::size_t i = 0; i + 1 < parts.size(); i += 2) records.emplace(parts[i + 1], parts[i]);
+  return records;
+}
+
+std::string oldMode(const std::string& record) {
+  return record.substr(1, 6);
+}
+std::string newMode(const std::string& record) {
+  return record.substr(8, 6);
+}
+
+/// Runs git with these words and then the paths, as often as it takes.
+TaskSafetyResult<> changeAll(const PatchGit& git, const std::vector<std::string>& words,
+                             const std::vector<std::string>& paths, const GitOptions& options) {
+  for (std::size_t from = 0; from < paths.size(); from += pathsAtOnce) {
+    std::vector<std::string> command = words;
+    const std::size_t to = std::min(from + pathsAtOnce, paths.size());
+    for (std::size_t i = from; i < to; ++i) command.push_back(":(literal)" + paths[i]);
+    if (auto changed = git.change(std::move(command), options); !changed) return changed;
+  }
+  return {};
+}
+
+/// An empty file or a link of that mode.
+TaskSafetyResult<> placeholder(const std::string& root, const AnnouncedFile& file) {
+  if (auto made = makeParents(root, file.path, false); !made) return made;
+  const std::string path = fmt::format("{}/{}", root, file.path);
+  const bool done = file.mode == link ? ::symlink("announced", path.c_str()) == 0
+                                      : static_cast<bool>(Descriptor(::open(
+                                            path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC,
+                                            file.mode == program ? 0700 : 0600)));
+  if (done) return {};
+  return std::unexpected(TaskSafetyError::filesFailed(fmt::format("Could not create {}", path)));
+}
+
+}  // namespace
+
+TaskSafetyResult<std::vector<AnnouncedFile>> announcedFiles(const PatchGit& git) {
+  // Git shows them as empty files or not at all; what differs is one.
+  const auto shown = stagedRecords(git, "--ita-visible-in-index");
+  if (!shown) return std::unexpected(shown.error());
+  const auto hidden = stagedRecords(git, "--ita-invisible-in-index");
+  if (!hidden) return std::unexpected(hidden.error());
+  std::vector<AnnouncedFile> files;
+  for (const auto& [path, record] : *shown) {
+    const auto other = hidden->find(path);
+    if (other == hidden->end() || other->second != record) files.push_back({newMode(record), path});
+  }
+  for (const auto& [path, record] : *hidden) {
+    // The commit has an empty file there as well.
+    if (!shown->contains(path)) files.push_back({oldMode(record), path});
+  }
+  return files;
+}
+
+TaskSafetyResult<> announce(const PatchGit& git, const std::vector<AnnouncedFile>& files) {
+  if (files.empty()) return {};
+  const std::vector<std::string> add{"add", "--intent-to-add", "--force", "--sparse", "--"};
+  // Git takes the modes from files, so it gets a work tree of such.
+  const OwnFolder tree;
+  if (auto made = secureDirectory(tree.path()); !made) return made;
+  std::string prefix = git.look({"rev-parse", "--show-prefix"}).output;
+  if (prefix.ends_with('\n')) prefix.pop_back();
+  std::vector<std::string> paths;
+  std::vector<std::string> repositories;
+  for (const auto& each : files) {
+    if (each.mode == repository) {
+      repositories.push_back(each.path);
+      continue;
+    }
+    if (!pathInside(tree.path(), prefix + each.path)) continue;
+    paths.push_back(prefix + each.path);
+    auto placed = placeholder(tree.path(), {each.mode, paths.back()});
+    if (!placed) return placed;
+  }
+  const GitOptions elsewhere{
+      .configuration = {{"core.fileMode", "true"}, {"core.symlinks", "true"}},
+      .environment = {{"GIT_WORK_TREE", tree.path()}}};
+  if (auto added = changeAll(git, add, paths, elsewhere); !added) return added;
+  return changeAll(git, add, repositories, {});
+}
+
+TaskSafetyResult<std::vector<AnnouncedFile>> goneFiles(const PatchGit& git,
+                                                       std::vector<AnnouncedFile> files) {
+  if (files.empty()) return files;
+  const auto listed =
+      git.need({"diff", "--name-only", "--diff-filter=D", "--no-ext-diff", "--relative", "-z"});
+  if (!listed) return std::unexpected(listed.error());
+  const auto parts = listed->parts();
+  const std::set<std::string> deleted(parts.begin(), parts.end());
+  std::erase_if(files, [&](const auto& file) { return !deleted.contains(file.path); });
+  for (const auto& each : files) {
+    if (each.mode != repository) continue;
+    return std::unexpected(TaskSafetyError::commandFailed(
+        fmt::format("\"{}\" is in the index as a repository that is gone. Remove it with "
+                    "\"git rm --cached\" first.",
+                    text::repaired(each.path))));
+  }
+  return files;
+}
+
+TaskSafetyResult<> writeIndexWithout(const PatchGit& git, const std::vector<AnnouncedFile>& files,
+                                     const std::string& copy) {
+  std::string index = git.look({"rev-parse", "--git-path", "index"}).output;
+  if (index.ends_with('\n')) index.pop_back();
+  if (!index.starts_with('/')) index = fmt::format("{}/{}", git.path(), index);
+  WorkBudget budget;
+  if (auto copied = copyItem(index, copy, budget); !copied) return copied;
+  std::string paths;
+  for (const auto& each : files) paths.append(each.path).push_back('\0');
+  return git.change({"update-index", "--force-remove", "-z", "--stdin"},
+                    {.input = std::move(paths),
+                     .configuration = {{"core.splitIndex", "false"}},
+                     .environment = {{"GIT_INDEX_FILE", copy}}});
+}
+
+}  // namespace vantrell
