@@ -6,6 +6,7 @@ import shutil
 import signal
 
 from model_server import USED_PERCENT
+from programs import PROGRAMS
 from vantrell import END_SECONDS, STEP_SECONDS, demand, wait_until
 
 OPEN = {"pending", "in_progress"}
@@ -260,7 +261,7 @@ def lost_session(home):
 def replaced_session(home):
     first = home.turn("SAY:the word is heron")
     for folder in (".codex/sessions", ".local/share/opencode", ".kimi-code/sessions"):
-        shutil.rmtree(home.folder / "agent-home" / folder, ignore_errors=True)
+        shutil.rmtree(home.agent_home / folder, ignore_errors=True)
     for rest in (home.folder / "agent-home/.codex").glob("*.sqlite*"):
         rest.unlink()
     second = home.turn("SAY:second", "--task", first.task)
@@ -334,6 +335,38 @@ def limit_remembered(home):
     home.turn("LIMIT", status=1)
     reported = json.loads(home.command("usage", home.program.provider, "--json"))[0]["lastReported"]
     demand(reported and reported["exhausted"], f"the ledger does not know it: {reported}")
+
+
+@case("one task goes on from program to program", "codex")
+def handed_on(home):
+    task = home.turn("SAY:first words", routed=True).task
+    session = home.stored(task)["providerSessionIDs"]["codex"]
+
+    home.add(PROGRAMS["claude"])
+    run = home.turn("LIMIT:responses\nSAY:done by the next", "--task", task, routed=True)
+    system = [entry["text"] for entry in run.of_kind("system")]
+    demand(system == ["Codex allowance reached. Automatically handed this task to Claude."],
+           run.summary())
+    demand("done by the next" in run.said(), run.summary())
+    last = run.last_run()
+    demand((last["provider"], last["status"], last["routingReason"]) ==
+           ("claude", "completed", "Codex allowance reached; continued with Claude."), f"{last}")
+
+    home.add(PROGRAMS["kimi"])
+    home.command("handoff", "--next", task, "kimi")
+    run = home.turn("SAY:by choice", "--task", task, routed=True)
+    system = [entry["text"] for entry in run.of_kind("system")]
+    demand("Switched this task from Claude to Kimi with visible context attached." in system,
+           run.summary())
+
+    home.command("handoff", task, "codex")
+    run = home.turn("RECALL", "--task", task, routed=True)
+    demand("RECALLED: SAY:first words" in run.said(), f"not its own session: {run.summary()}")
+    stored = home.stored(task)
+    demand(stored["providerSessionIDs"]["codex"] == session, "it has another session now")
+    said = "\n".join(entry["text"] for entry in stored["entries"])
+    for text in ("first words", "done by the next", "by choice"):
+        demand(text in said, f"'{text}' is lost: {said}")
 
 
 @case("the program tells its allowance", "codex")

@@ -19,7 +19,8 @@ def text_of(content):
 class Conversation:
     """What an agent has sent: its items as (kind, text), kind being user, call, result or other."""
 
-    def __init__(self, items, tools, body):
+    def __init__(self, dialect, items, tools, body):
+        self.dialect = dialect
         self.items = items
         self.model = body.get("model")
         settings = body.get("reasoning") or body.get("output_config") or {}
@@ -58,6 +59,8 @@ class Conversation:
                     " ".join(earlier.split()) for _, earlier in self.requests[:-1])))
             elif name == "MODEL":
                 steps.append(("say", f"MODEL: {self.model}, effort {self.effort}"))
+            elif name == "LIMIT" and argument and argument != self.dialect:
+                continue  # somebody else's
             elif name == "SLOW":
                 steps.append(("slow", float(argument)))
             else:
@@ -103,7 +106,7 @@ def read_responses(body):
         elif kind.endswith("_call"):
             items.append(("call", ""))
     tools = {tool.get("name"): tool.get("parameters") for tool in body.get("tools") or []}
-    return Conversation(items, tools, body)
+    return Conversation("responses", items, tools, body)
 
 
 def read_messages(body):
@@ -115,7 +118,7 @@ def read_messages(body):
             text = block.get("content") if kind == "result" else block.get("text")
             items.append((kind or message.get("role"), text_of(text or "")))
     tools = {tool.get("name"): tool.get("input_schema") or {} for tool in body.get("tools") or []}
-    return Conversation(items, tools, body)
+    return Conversation("messages", items, tools, body)
 
 
 def read_completions(body):
@@ -126,4 +129,4 @@ def read_completions(body):
         items.append(("result" if role == "tool" else role, text_of(message.get("content"))))
     functions = [tool.get("function") or {} for tool in body.get("tools") or []]
     tools = {each.get("name"): each.get("parameters") or {} for each in functions}
-    return Conversation(items, tools, body)
+    return Conversation("completions", items, tools, body)

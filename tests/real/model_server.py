@@ -9,7 +9,8 @@ What it does is written in the user's latest request, each directive at the star
   RECALL              says which requests the conversation had before this one
   MODEL               says which model and effort it was asked for
   SLOW:seconds        a tick every so many seconds, 100 times
-  LIMIT               the vendor's answer when the allowance is spent
+  LIMIT               the vendor's answer when the allowance is spent; LIMIT:responses only in that
+                      dialect (responses, messages or completions)
   FAIL:status         that HTTP status
 
 It speaks the streaming dialects of the OpenAI Responses API (Codex), of Anthropic Messages (Claude

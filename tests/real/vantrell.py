@@ -54,7 +54,14 @@ class Home:
             "XDG_STATE_HOME": str(folder / "state"),
             "IS_SANDBOX": "1",  # as root, Claude Code starts in no freer mode without it
         }
-        starter = program.home(folder, port)
+        self.port = port
+        self.agent_home = folder / program.provider / "agent-home"
+        self.add(program)
+
+    def add(self, program):
+        """Tells Vantrell of one more program."""
+        program.install()
+        starter = program.home(self.folder / program.provider, self.port)
         self.command("settings", program.setting, str(starter))
 
     def command(self, *arguments, status=0):
@@ -65,16 +72,17 @@ class Home:
                f"{arguments} ended with {done.returncode}: {done.stdout}{done.stderr}")
         return done.stdout
 
-    def start(self, prompt, *options, json_lines=True):
+    def start(self, prompt, *options, json_lines=True, routed=False):
+        """With the home's program, or with whom the route takes."""
+        choice = [] if routed else ["--provider", self.program.provider]
         format_options = ["--json"] if json_lines else []
-        run = Run(self, ["run", "--provider", self.program.provider, *format_options, *options,
-                         "--", prompt])
+        run = Run(self, ["run", *choice, *format_options, *options, "--", prompt])
         self.runs.append(run)
         return run
 
-    def turn(self, prompt, *options, status=0, json_lines=True):
+    def turn(self, prompt, *options, status=0, json_lines=True, routed=False):
         """A run from beginning to end."""
-        run = self.start(prompt, *options, json_lines=json_lines)
+        run = self.start(prompt, *options, json_lines=json_lines, routed=routed)
         run.ends(status)
         return run
 

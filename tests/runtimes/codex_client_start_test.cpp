@@ -111,7 +111,7 @@ TEST_F(CodexClientStart, FailuresAndTheirWords) {
        noThread},
       {CodexAgentScript().initialize().expect("thread/resume").result(R"({"thread":"old"})").hang(),
        "old", noThread},
-      {CodexAgentScript().initialize().line("exit 0"),
+      {CodexAgentScript().initialize().expect("thread/start").line("exit 0"),
        {},
        "not started: disconnected Codex disconnected."},
   };
