@@ -250,7 +250,7 @@ def resume_after_cancel(home):
 @case("a session that is lost is told once, then a new one begins", "claude")
 def lost_session(home):
     first = home.turn("SAY:the word is heron")
-    shutil.rmtree(home.folder / "agent-home/.claude/projects")
+    shutil.rmtree(home.agent_home / ".claude/projects")
     second = home.turn("SAY:second", "--task", first.task, status=1)
     demand_run(second, "failed", "No conversation found")
     third = home.turn("SAY:third", "--task", first.task)
@@ -262,7 +262,7 @@ def replaced_session(home):
     first = home.turn("SAY:the word is heron")
     for folder in (".codex/sessions", ".local/share/opencode", ".kimi-code/sessions"):
         shutil.rmtree(home.agent_home / folder, ignore_errors=True)
-    for rest in (home.folder / "agent-home/.codex").glob("*.sqlite*"):
+    for rest in (home.agent_home / ".codex").glob("*.sqlite*"):
         rest.unlink()
     second = home.turn("SAY:second", "--task", first.task)
     texts = [entry["text"] for entry in home.stored(first.task)["entries"]]
