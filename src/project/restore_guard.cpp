@@ -329,6 +329,29 @@ TaskSafetyResult<> RestoreGuard::clearTheWay() const {
   return {};
 }
 
+TaskSafetyResult<> RestoreGuard::clearPlacesOfUntracked() const {
+  const std::string untracked = fmt::format("{}/{}", archive_, changes::untrackedFolder);
+  std::error_code code;
+  for (fs::recursive_directory_iterator entry(untracked, code), end; !code && entry != end;
+       entry.increment(code)) {
+    if (entry->symlink_status(code).type() != fs::file_type::symlink) continue;
+    const std::string path = entry->path().native().substr(untracked.size() + 1);
+    struct stat info{};
+    if (::lstat(placeOf(path).c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) continue;
+    const auto below = git_.need({"ls-files", "-z", "--", ":(literal)" + path + "/"});
+    if (!below) return std::unexpected(below.error());
+    for (const auto& each : below->parts()) {
+      if (std::ranges::find(spared_, each) != spared_.end()) continue;
+      ::unlink(placeOf(each).c_str());
+      for (auto folder = files::parent(each); folder.size() >= path.size();
+           folder = files::parent(folder)) {
+        if (::rmdir(placeOf(folder).c_str()) != 0) break;
+      }
+    }
+  }
+  return {};
+}
+
 bool RestoreGuard::isInRevision(const std::string& path) const {
   return std::ranges::binary_search(inRevision_, path);
 }

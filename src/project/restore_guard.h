@@ -36,6 +36,9 @@ class RestoreGuard {
   bool isClean() const;
   /// Before patches are applied: removes what is in their way. It has been saved.
   TaskSafetyResult<> clearTheWay() const;
+  /// After that: git's diff does not delete the files of a folder that has become a link to itself,
+  /// so they still stand in the way of that link.
+  TaskSafetyResult<> clearPlacesOfUntracked() const;
   /// At the end: what the checkpoint's own rules ignore is none of its business, so where cleaning
   /// took some of it, it comes back.
   TaskSafetyResult<> bringBackIgnored() const;

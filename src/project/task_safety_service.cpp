@@ -155,6 +155,7 @@ TaskSafetyResult<SafetyNotes> TaskSafetyService::restore(
   if (!cleaned && !guard.isClean()) return halfWay(cleaned.error());
   if (auto cleared = guard.clearTheWay(); !cleared) return halfWay(cleared.error());
   if (auto applied = changes::applyPatches(git, archive); !applied) return halfWay(applied.error());
+  if (auto cleared = guard.clearPlacesOfUntracked(); !cleared) return halfWay(cleared.error());
   SafetyNotes notes = submoduleNotes(git);
   const std::string untracked = fmt::format("{}/{}", archive, changes::untrackedFolder);
   if (standsAt(untracked)) {
