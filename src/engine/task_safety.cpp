@@ -70,7 +70,7 @@ void TaskSafety::ask(const std::string& folder, std::function<Answer()> work,
 
 void TaskSafety::captureCheckpoint(const ThreadExecutionKey& key, std::string label,
                                    WorkspaceCheckpointKind kind,
-                                   std::function<void(Captured)> reply) {
+                                   std::function<void(Captured)> reply, WaitingFlag waiting) {
   const auto path = tree_.executionPath(key);
   const ChatThread* thread = tree_.thread(key);
   if (!path || !thread) return reply(std::unexpected(TaskSafetyError::invalidArchive()));
@@ -86,7 +86,14 @@ void TaskSafety::captureCheckpoint(const ThreadExecutionKey& key, std::string la
   if (!thread->entries.empty()) request.sourceMessageID = thread->entries.back().id;
   using Answer = TaskSafetyResult<TaskSafetyService::Captured>;
   ask<Answer>(
-      *path, [service = service_, request] { return service.captureCheckpoint(request); },
+      *path,
+      [service = service_, request, waiting = std::move(waiting)]() -> Answer {
+        auto expected = Waiting::yes;
+        if (waiting && !waiting->compare_exchange_strong(expected, Waiting::itsTurnHasCome)) {
+          return std::unexpected(TaskSafetyError::commandFailed("called off"));
+        }
+        return service.captureCheckpoint(request);
+      },
       [key, kind, reply = std::move(reply)](TaskSafety& self, Answer captured) {
         if (!captured) return reply(std::unexpected(captured.error()));
         self.tree_.updateThread(key, [&](ChatThread& each) {
@@ -101,24 +108,44 @@ void TaskSafety::captureCheckpoint(const ThreadExecutionKey& key, std::string la
 
 void TaskSafety::captureBeforePrompt(const ThreadExecutionKey& key, std::string label,
                                      std::function<void()> done) {
+  const auto waiting = std::make_shared<std::atomic<Waiting>>(Waiting::yes);
+  const auto limit = std::make_shared<Timer>();
+  const auto path = tree_.executionPath(key);
+  if (path && waiting_.contains(*path) && restoredFolder_ != *path) {
+    *limit = main_.after(TaskSafetyService::automaticTime,
+                         weakly(this, [key, waiting, done](TaskSafety& self) {
+                           auto expected = Waiting::yes;
+                           if (!waiting->compare_exchange_strong(expected, Waiting::calledOff)) {
+                             return;  // it has a limit of its own
+                           }
+                           self.sayWhyNone(key, "Other work in this folder took too long.");
+                           done();
+                         }));
+  }
   captureCheckpoint(
       key, std::move(label), WorkspaceCheckpointKind::automatic,
-      [weak = weak_from_this(), key, done = std::move(done)](const Captured& captured) {
+      [weak = weak_from_this(), key, done, waiting, limit](const Captured& captured) {
+        *limit = {};
         const auto self = weak.lock();
-        if (!self) return;
-        const ChatThread* thread = self->tree_.thread(key);
+        if (!self || *waiting == Waiting::calledOff) return;
         using Case = TaskSafetyError::Case;
-        if (!captured && thread && captured.error().kind != Case::notRepository &&
+        if (!captured && captured.error().kind != Case::notRepository &&
             captured.error().kind != Case::invalidArchive) {
-          const std::string text = fmt::format("No checkpoint was taken before this prompt. {}",
-                                               captured.error().description());
-          const bool isSaid = std::ranges::any_of(thread->entries, [&](const ChatEntry& entry) {
-            return entry.kind == ChatEntryKind::system && entry.text == text;
-          });
-          if (!isSaid) self->tree_.appendSystemEntry(text, key);
+          self->sayWhyNone(key, captured.error().description());
         }
         done();
-      });
+      },
+      waiting);
+}
+
+void TaskSafety::sayWhyNone(const ThreadExecutionKey& key, const std::string& reason) {
+  const ChatThread* thread = tree_.thread(key);
+  if (!thread) return;
+  const std::string text = fmt::format("No checkpoint was taken before this prompt. {}", reason);
+  const bool isSaid = std::ranges::any_of(thread->entries, [&](const ChatEntry& entry) {
+    return entry.kind == ChatEntryKind::system && entry.text == text;
+  });
+  if (!isSaid) tree_.appendSystemEntry(text, key);
 }
 
 void TaskSafety::createCheckpoint(std::string label) {
@@ -162,6 +189,7 @@ void TaskSafety::restoreCheckpoint(const WorkspaceCheckpoint& checkpoint) {
                 TaskSafetyError::commandFailed("Another task is at work in this folder."));
   }
   begin();
+  restoredFolder_ = *path;
   captureCheckpoint(
       *key, "Before rewind", WorkspaceCheckpointKind::recovery,
       [weak = weak_from_this(), key = *key, path = *path, checkpoint](const Captured& recovery) {
@@ -275,6 +303,7 @@ void TaskSafety::begin() {
 
 void TaskSafety::end() {
   isWorking_ = false;
+  restoredFolder_.clear();
   executions_.announceMirror();
 }
 

@@ -3,6 +3,7 @@
 // background; every result is applied after its conversation has been looked up again. Main queue.
 #pragma once
 
+#include <atomic>
 #include <deque>
 #include <functional>
 #include <map>
@@ -28,8 +29,11 @@ class TaskSafety : public std::enable_shared_from_this<TaskSafety> {
   /// Takes a checkpoint and puts it in front of the conversation's, of which the newest 50 are kept
   /// in the list.
   void captureCheckpoint(const ThreadExecutionKey& key, std::string label,
-                         WorkspaceCheckpointKind kind, std::function<void(Captured)> reply);
-  /// The one before a prompt, which goes on in any case. Why there is none is said in the
+                         WorkspaceCheckpointKind kind, std::function<void(Captured)> reply) {
+    captureCheckpoint(key, std::move(label), kind, std::move(reply), nullptr);
+  }
+  /// The one before a prompt, which goes on in any case: it waits for a restore in its folder, for
+  /// anything else there no longer than for the checkpoint itself. Why there is none is said in the
   /// conversation, once; nothing is said where there is no repository.
   void captureBeforePrompt(const ThreadExecutionKey& key, std::string label,
                            std::function<void()> done);
@@ -50,6 +54,14 @@ class TaskSafety : public std::enable_shared_from_this<TaskSafety> {
   const SafetyNotes& notes() const { return notes_; }
 
  private:
+  /// Whether a piece of work still waits for its turn: the first to change it decides.
+  enum class Waiting { yes, itsTurnHasCome, calledOff };
+  using WaitingFlag = std::shared_ptr<std::atomic<Waiting>>;
+
+  void captureCheckpoint(const ThreadExecutionKey& key, std::string label,
+                         WorkspaceCheckpointKind kind, std::function<void(Captured)> reply,
+                         WaitingFlag waiting);
+  void sayWhyNone(const ThreadExecutionKey& key, const std::string& reason);
   void begin();
   void end();
   void fail(std::string_view what, const TaskSafetyError& error);
@@ -75,6 +87,7 @@ class TaskSafety : public std::enable_shared_from_this<TaskSafety> {
   Executor* const background_;
   const TaskSafetyService service_;
   bool isWorking_ = false;
+  std::string restoredFolder_;  // empty: nothing is being restored
   SafetyNotes notes_;
   std::map<std::string, std::deque<Work>> waiting_;  // by folder, the first is under way
 };

@@ -86,7 +86,9 @@ Duration ManualMainQueue::uptime() const {
   return impl_->passed;
 }
 
-bool ManualMainQueue::hasTimers() const { return impl_->timers.next().has_value(); }
+bool ManualMainQueue::hasTimers() const {
+  return impl_->timers.next().has_value();
+}
 
 Timer ManualMainQueue::after(Duration delay, Work work) {
   return impl_->timers.after(delay, std::move(work));

@@ -72,7 +72,7 @@ TaskSafetyResult<> copyFile(const std::string& source, const std::string& target
   if (!S_ISREG(info.st_mode)) return {};
   const auto size = static_cast<std::uint64_t>(info.st_size);
   if (budget.bytes && *budget.bytes < size) {
-    return std::unexpected(TaskSafetyError::filesFailed("The untracked files are too large."));
+    return std::unexpected(TaskSafetyError::filesFailed("The files to be copied are too large."));
   }
   if (budget.bytes) *budget.bytes -= size;
   Descriptor to(::open(target.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));

@@ -3,6 +3,8 @@
 #include "support/engine_fixture.h"
 #include "support/git_repository.h"
 
+using namespace std::chrono_literals;
+
 namespace vantrell::tests {
 
 namespace {
@@ -180,6 +182,24 @@ TEST_F(TaskSafetyTest, DoesOnePieceOfWorkAtATimeInAFolder) {
   std::exchange(background.held, {}).front()();
   main.runReady();
   EXPECT_EQ(clients.size(), 1);
+}
+
+TEST_F(TaskSafetyTest, HoldsNoPromptUpForLongBehindOtherWork) {
+  startInRepository();
+  background.isHeld = true;
+  model->safety->createCheckpoint("Manual checkpoint");  // has no limit
+  send("prompt");
+  main.advance(TaskSafetyService::automaticTime - 1s);
+  EXPECT_TRUE(clients.empty());
+  main.advance(1s);
+  ASSERT_EQ(clients.size(), 1);
+  EXPECT_EQ(texts().back(),
+            "No checkpoint was taken before this prompt. Other work in this folder took too long.");
+  background.isHeld = false;
+  std::exchange(background.held, {}).front()();
+  main.runReady();
+  ASSERT_EQ(thread().checkpoints.size(), 1) << "none of what the agent is changing";
+  EXPECT_EQ(thread().checkpoints[0].label, "Manual checkpoint");
 }
 
 TEST_F(TaskSafetyTest, LetsAPromptWaitForARestoreAndKeepsIt) {
