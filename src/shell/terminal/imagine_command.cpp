@@ -229,7 +229,7 @@ int make(const CommandArguments& arguments, const Environment& environment) {
 
 std::optional<std::string> whatIsWrong(const CommandArguments& arguments) {
   static constexpr std::string_view known[] = {"list", "image", "video", "path", "remove"};
-  const std::string_view action = arguments.words.empty() ? "list" : arguments.words.front();
+  const std::string action = arguments.words.empty() ? "list" : arguments.words.front();
   const std::size_t more = arguments.words.empty() ? 0 : arguments.words.size() - 1;
   const bool makes = fromRawText<ImagineKind>(action).has_value();
   if (std::ranges::find(known, action) == std::end(known)) {
