@@ -207,7 +207,7 @@ TEST_P(HostileRuntime, BeforeItsStartNothingIsSaid) {
 }
 
 TEST_P(HostileRuntime, ThatEndsAtOnceFailsTheStart) {
-  for (const std::string end : {"exit 0", "exit 3", "signal 11", "close-input"}) {
+  for (const std::string end : {"exit 0", "exit 3", "signal 9", "close-input"}) {
     notes_.clear();
     make(script().line("error  gone \\n").line(end));
     listen();
