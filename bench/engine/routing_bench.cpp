@@ -108,5 +108,5 @@ int main() {
   fmt::print("{:.1f} µs a decision\n", each);
   return bench::report({"a routing decision", "50 µs", 1},
                        each / static_cast<double>(limit.count())) |
-         bench::report({"a routing decision", "one copy of the environment", 5}, found);
+         bench::report({"a routing decision", "one copy of the environment", 10}, found);
 }
