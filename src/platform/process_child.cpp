@@ -190,8 +190,7 @@ void ProcessChild::readChunk(Stream stream) {
     channel_->deliver(stream, std::string(buffer.data(), static_cast<std::size_t>(count)));
     updateReading(stream);
   } else if (count == 0 || (errno != EAGAIN && errno != EINTR)) {
-    from.watch.reset();
-    from.pipe.reset();
+    from.close();
     if (leaderExited_ && outputEnded()) channel_->finish();
   }
 }
@@ -293,8 +292,8 @@ void ProcessChild::onLeaderExit() {
   }
   closeInput();
   if (endsGroupWithLeader_) {
-    output_ = {};
-    error_ = {};
+    output_.close();
+    error_.close();
     // Nothing of the child is left when its exit is reported, and its exit is on its way when
     // nobody waits for it any more.
     bury();

@@ -34,6 +34,12 @@ class ProcessChild : public std::enable_shared_from_this<ProcessChild> {
   struct Source {
     Descriptor pipe;
     ProcessReactor::Watch watch;
+
+    /// The watch goes first: the number of a closed pipe may be another thread's file already.
+    void close() {
+      watch.reset();
+      pipe.reset();
+    }
   };
 
   Source& source(ProcessChannel::Stream stream);
