@@ -18,9 +18,12 @@ class ACPClientTest : public AgentClientTest {
   }
 
   void make(const AgentScriptText& script) override {
-    configuration_.processArguments = {folder_.file("script", script.text())};
+    configuration_.processArguments = {folder_.file("script", script.withWaitAtTheEnd())};
     client_ = ACPClient::make(configuration_, main_, pool_);
   }
+
+  std::string opening() const override { return ACPAgentScript().openSession().text(); }
+  std::string beginningOfATurn() const override { return ACPAgentScript().expectPrompt().text(); }
 
   ACPConfiguration configuration_;
 };

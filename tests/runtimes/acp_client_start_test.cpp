@@ -12,53 +12,43 @@ const std::string handshake =
     R"({"jsonrpc":"2.0","id":1,"method":"initialize","params":{"protocolVersion":1,)"
     R"("clientCapabilities":{"fs":{"readTextFile":true,"writeTextFile":true},"terminal":true},)"
     R"("clientInfo":{"name":"vantrell","version":")" VANTRELL_VERSION R"("}}})";
+ACPAgentScript introduced(const std::string& answer) {
+  return ACPAgentScript().expectLine(handshake).result(answer);
+}
 const std::string canLoad = R"({"agentCapabilities":{"loadSession":true}})";
 const std::string models = R"("configOptions":[{"id":"model","options":[{"value":"a"}]}])";
 
 TEST_F(ACPClientStart, OpensANewSessionInTheProjectFolder) {
-  make(ACPAgentScript()
-           .expectLine(handshake)
-           .result("{}")
-           .expectLine(
-               R"({"jsonrpc":"2.0","id":2,"method":"session/new","params":{"cwd":"${folder}",)"
-               R"("mcpServers":[]}})")
-           .result(R"({"sessionId":"s1"})")
-           .say("in ${folder}")
-           .line("hang"));
-  listen();
-  start();
+  begin(introduced("{}")
+            .expectLine(
+                R"({"jsonrpc":"2.0","id":2,"method":"session/new","params":{"cwd":"${folder}",)"
+                R"("mcpServers":[]}})")
+            .result(R"({"sessionId":"s1"})")
+            .say("in ${folder}"));
   expectNotes({"started s1", "says in " + configuration_.workspacePath});
   EXPECT_EQ(client_->provider(), AgentProvider::grok);
 }
 
 TEST_F(ACPClientStart, ReplaysAStoredSessionBeforeItCompletes) {
-  make(ACPAgentScript()
-           .expectLine(handshake)
-           .result(canLoad)
-           .expectLine(
-               R"({"jsonrpc":"2.0","id":2,"method":"session/load","params":{"sessionId":"old",)"
-               R"("cwd":"${folder}","mcpServers":[]}})")
-           .say("one")
-           .say("two")
-           .result("{}")
-           .line("hang"));
-  listen();
-  start("old");
+  begin(introduced(canLoad)
+            .expectLine(
+                R"({"jsonrpc":"2.0","id":2,"method":"session/load","params":{"sessionId":"old",)"
+                R"("cwd":"${folder}","mcpServers":[]}})")
+            .say("one")
+            .say("two")
+            .result("{}"),
+        "old");
   expectNotes({"replay started", "says one", "says two", "started old replayed"});
 }
 
 TEST_F(ACPClientStart, FailedReplayGoesOnToANewSession) {
-  make(ACPAgentScript()
-           .expectLine(handshake)
-           .result(canLoad)
-           .expect("session/load")
-           .say("half")
-           .error("no such session")
-           .expect("session/new")
-           .result(R"({"sessionId":"s2"})")
-           .line("hang"));
-  listen();
-  start("old");
+  begin(introduced(canLoad)
+            .expect("session/load")
+            .say("half")
+            .error("no such session")
+            .expect("session/new")
+            .result(R"({"sessionId":"s2"})"),
+        "old");
   expectNotes({"replay started", "says half", "replay failed", "started s2"});
 }
 
@@ -67,15 +57,7 @@ TEST_F(ACPClientStart, RuntimeThatCannotLoadGetsANewSessionAndNoReplay) {
        {"{}", R"({"agentCapabilities":{}})", R"({"agentCapabilities":{"loadSession":"true"}})",
         R"({"agentCapabilities":{"loadSession":1}})", R"({"agentCapabilities":[true]})"}) {
     SCOPED_TRACE(capabilities);
-    notes_.clear();
-    make(ACPAgentScript()
-             .expectLine(handshake)
-             .result(capabilities)
-             .expect("session/new")
-             .result(R"({"sessionId":"s1"})")
-             .line("hang"));
-    listen();
-    start("old");
+    begin(introduced(capabilities).expect("session/new").result(R"({"sessionId":"s1"})"), "old");
     expectNotes({"started s1"});
   }
 }
@@ -84,37 +66,26 @@ TEST_F(ACPClientStart, ErrorAnswersFailIt) {
   const std::tuple<std::string, ACPAgentScript, std::string> cases[] = {
       {"initialize", ACPAgentScript().expectLine(handshake).error("Please sign in"),
        "Please sign in"},
-      {"session/new",
-       ACPAgentScript().expectLine(handshake).result("{}").expect("session/new").error("Quota"),
-       "Quota"},
+      {"session/new", introduced("{}").expect("session/new").error("Quota"), "Quota"},
       {"no text",
-       ACPAgentScript().expectLine(handshake).line(R"(send {"id":${id},"error":{"message":1}})"),
+       ACPAgentScript().expectLine(handshake).send(R"({"id":${id},"error":{"message":1}})"),
        "Grok returned an unknown error."},
-      {"no session",
-       ACPAgentScript()
-           .expectLine(handshake)
-           .result("{}")
-           .expect("session/new")
-           .result(R"({"sessionId":5})"),
+      {"no session", introduced("{}").expect("session/new").result(R"({"sessionId":5})"),
        "Grok did not return a session ID."},
-      {"result is no object",
-       ACPAgentScript().expectLine(handshake).result("[]").expect("session/new").result("7"),
+      {"result is no object", introduced("[]").expect("session/new").result("7"),
        "Grok did not return a session ID."},
       // An error that is no object is no error.
       {"odd error",
        ACPAgentScript()
            .expectLine(handshake)
-           .line(R"(send {"id":${id},"error":"x"})")
+           .send(R"({"id":${id},"error":"x"})")
            .expect("session/new")
            .error("end"),
        "end"},
   };
   for (const auto& [name, script, expected] : cases) {
     SCOPED_TRACE(name);
-    notes_.clear();
-    make(ACPAgentScript(script).line("hang"));
-    listen();
-    start();
+    begin(ACPAgentScript(script));
     expectNotes({"not started: " + expected});
     // The process stays up; there is no session, or the one that could not be opened.
     prompt();
@@ -142,11 +113,7 @@ TEST_F(ACPClientStart, ArgumentsAndEnvironmentAreExactlyThoseGiven) {
 // ---- Kimi and OpenCode --------------------------------------------------------------------------
 
 ACPAgentScript optionScript(const std::string& sessionResult) {
-  return ACPAgentScript()
-      .expectLine(handshake)
-      .result("{" + models + "}")
-      .expect("session/new")
-      .result(sessionResult);
+  return introduced("{" + models + "}").expect("session/new").result(sessionResult);
 }
 std::string optionLine(int id, const std::string& option, const std::string& value) {
   return R"({"jsonrpc":"2.0","id":)" + std::to_string(id) +
@@ -159,15 +126,12 @@ TEST_F(ACPClientStart, KimiIsToldModeAndModelAndForgivesBoth) {
   configuration_.permissionMode = GrokPermissionMode::fullAccess;
   configuration_.model = "k2";
   for (const bool fails : {false, true}) {
-    notes_.clear();
     auto script = optionScript(R"({"sessionId":"s1","session":{)" + models + "}}")
                       .expectLine(optionLine(3, "mode", "yolo"));
     fails ? script.error("no mode") : script.result("{}");
     script.expectLine(optionLine(4, "model", "k2"));
     fails ? script.error("no model") : script.result("{}");
-    make(script.line("hang"));
-    listen();
-    start();
+    begin(script);
     expectNotes({"models default a", "models default a",
                  fails ? "started s1; Grok did not take the permission mode that is set (no mode). "
                          "It works under its own rules. Grok did not take the chosen model k2 (no "
@@ -180,13 +144,9 @@ TEST_F(ACPClientStart, KimiWithoutAModelIsToldTheModeAlone) {
   configuration_.provider = AgentProvider::kimi;
   for (const auto& model : {std::optional<std::string>(), std::optional<std::string>("")}) {
     configuration_.model = model;
-    notes_.clear();
-    make(optionScript(R"({"sessionId":"s1"})")
-             .expectLine(optionLine(3, "mode", "manual"))
-             .result("{}")
-             .line("hang"));
-    listen();
-    start();
+    begin(optionScript(R"({"sessionId":"s1"})")
+              .expectLine(optionLine(3, "mode", "manual"))
+              .result("{}"));
     expectNotes({"models default a", "started s1"});
   }
 }
@@ -198,16 +158,13 @@ TEST_F(ACPClientStart, ModeThatKimiDoesNotKnowIsSetByItsOwnWordOrTold) {
       "; Kimi did not take the permission mode that is set (Unknown modeId: default). It works "
       "under its own rules, and may act without asking.";
   for (const bool knowsDefault : {true, false}) {
-    notes_.clear();
     configuration_.runtimeName = "Kimi";
     auto script = optionScript(R"({"sessionId":"s1"})")
                       .expectLine(optionLine(3, "mode", "manual"))
                       .error("Unknown modeId: manual")
                       .expectLine(optionLine(4, "mode", "default"));
     knowsDefault ? script.result("{}") : script.error("Unknown modeId: default");
-    make(script.line("hang"));
-    listen();
-    start();
+    begin(script);
     expectNotes({"models default a", "started s1" + (knowsDefault ? "" : told)});
     EXPECT_EQ(log_.contains("permission mode"), !knowsDefault);
   }
@@ -218,13 +175,10 @@ TEST_F(ACPClientStart, ModelOfOpenCodeMustBeAccepted) {
   configuration_.permissionMode = GrokPermissionMode::auto_;
   configuration_.model = "zai-coding-plan/glm-4.7";
   for (const bool fails : {false, true}) {
-    notes_.clear();
     auto script = optionScript(R"({"sessionId":"s1"})")
                       .expectLine(optionLine(3, "model", "zai-coding-plan/glm-4.7"));
     fails ? script.error("no such model") : script.result("{}");
-    make(script.line("hang"));
-    listen();
-    start();
+    begin(script);
     expectNotes({"models default a", fails ? "not started: no such model" : "started s1"});
   }
 }
@@ -232,18 +186,14 @@ TEST_F(ACPClientStart, ModelOfOpenCodeMustBeAccepted) {
 TEST_F(ACPClientStart, OptionsFollowAReplayToo) {
   configuration_.provider = AgentProvider::kimi;
   configuration_.model = "k2";
-  make(ACPAgentScript()
-           .expectLine(handshake)
-           .result(canLoad)
-           .expect("session/load")
-           .result("{" + models + "}")
-           .expect(R"("configId":"mode")")
-           .result("{}")
-           .expect(R"({"sessionId":"old","configId":"model","value":"k2"})")
-           .result("{}")
-           .line("hang"));
-  listen();
-  start("old");
+  begin(introduced(canLoad)
+            .expect("session/load")
+            .result("{" + models + "}")
+            .expect(R"("configId":"mode")")
+            .result("{}")
+            .expect(R"({"sessionId":"old","configId":"model","value":"k2"})")
+            .result("{}"),
+        "old");
   expectNotes({"replay started", "models default a", "started old replayed"});
 }
 
@@ -251,18 +201,14 @@ TEST_F(ACPClientStart, GrokIsToldNoOptionsAndReportsNone) {
   configuration_.model = "grok-4";
   for (const auto provider : {AgentProvider::grok, AgentProvider::local}) {
     configuration_.provider = provider;
-    notes_.clear();
-    open(optionScript(R"({"sessionId":"s1"})").expectPrompt().endTurn().line("hang"));
+    openBy(optionScript(R"({"sessionId":"s1"})").expectPrompt().endTurn());
     prompt();
     expectNotes({R"(turn ended {"stopReason":"end_turn"})"});
   }
 }
 
 TEST_F(ACPClientStart, RuntimeThatDiesInAReplayFailsTheStartOnce) {
-  make(
-      ACPAgentScript().expectLine(handshake).result(canLoad).expect("session/load").line("exit 4"));
-  listen();
-  start("old");
+  begin(introduced(canLoad).expect("session/load").line("exit 4"), "old");
   expectNotes({"replay started", "replay failed", "not started: The model runtime disconnected.",
                "terminated: Grok exited with status 4."});
 }

@@ -56,10 +56,24 @@ void AgentClientTest::prompt(const std::string& text) {
   });
 }
 
-void AgentClientTest::open(const AgentScriptText& script) {
+void AgentClientTest::begin(const AgentScriptText& script, std::optional<std::string> session) {
+  notes_.clear();
   make(script);
   listen();
-  start();
+  start(std::move(session));
+}
+
+void AgentClientTest::open(const AgentScriptText& script) {
+  openBy(AgentScriptText(opening() + script.text()));
+}
+
+void AgentClientTest::openTurn(const AgentScriptText& script) {
+  open(AgentScriptText(beginningOfATurn() + script.text()));
+  prompt();
+}
+
+void AgentClientTest::openBy(const AgentScriptText& script) {
+  begin(script);
   const auto started = [this] {
     return std::ranges::find_if(notes_, [](auto& line) { return line.starts_with("started"); });
   };

@@ -22,8 +22,16 @@ class AgentClientTest : public testing::Test {
   void listen();
   void start(std::optional<std::string> session = std::nullopt);
   void prompt(const std::string& text = "hello");
-  /// make, listen and start, up to the open session.
+  /// make, listen and start.
+  void begin(const AgentScriptText& script, std::optional<std::string> session = std::nullopt);
+  /// The same up to the session that the script opens.
+  void openBy(const AgentScriptText& script);
+  /// The same for a script that says only what comes behind the usual opening.
   void open(const AgentScriptText& script);
+  /// The same, and behind the beginning of a turn.
+  void openTurn(const AgentScriptText& script);
+  virtual std::string opening() const = 0;
+  virtual std::string beginningOfATurn() const = 0;
 
   // How things are noted.
   virtual std::string describe(const JsonObject& update) const;

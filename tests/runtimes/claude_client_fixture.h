@@ -21,8 +21,12 @@ class ClaudeClientTest : public AgentClientTest {
     configuration_.executable =
         program("claude", "printf '%s\\n' \"$@\" > '" + folder_ / "arguments" + "'\nexec '" +
                               AgentScriptText::program() + "' '" +
-                              folder_.file("script", script.text()) + "'\n");
+                              folder_.file("script", script.withWaitAtTheEnd()) + "'\n");
     client_ = ClaudeCodeClient::make(configuration_, main_, pool_);
+  }
+  std::string opening() const override { return ClaudeAgentScript().open().text(); }
+  std::string beginningOfATurn() const override {
+    return ClaudeAgentScript().expectPrompt().text();
   }
   std::string arguments() const { return TemporaryFolder::contentOf(folder_ / "arguments"); }
 

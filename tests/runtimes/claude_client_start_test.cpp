@@ -9,13 +9,10 @@ using tests::ClaudeAgentScript;
 using ClaudeClientStart = tests::ClaudeClientTest;
 
 TEST_F(ClaudeClientStart, NewSessionHasAnIdFromTheStart) {
-  make(ClaudeAgentScript()
-           .expectLine(R"({"type":"control_request","request_id":"vantrell_1",)"
-                       R"("request":{"subtype":"initialize","hooks":null}})")
-           .answer(R"({"commands":[],"models":[]})")
-           .line("hang"));
-  listen();
-  start();
+  begin(ClaudeAgentScript()
+            .expectLine(R"({"type":"control_request","request_id":"vantrell_1",)"
+                        R"("request":{"subtype":"initialize","hooks":null}})")
+            .answer(R"({"commands":[],"models":[]})"));
   expectNotes({"started"});
   EXPECT_TRUE(Uuid::parse(session_)) << session_;
   EXPECT_EQ(session_, text::lowercased(session_));
@@ -26,9 +23,7 @@ TEST_F(ClaudeClientStart, NewSessionHasAnIdFromTheStart) {
 TEST_F(ClaudeClientStart, StoredSessionIsResumedWithoutAReplay) {
   configuration_.permissionMode = GrokPermissionMode::auto_;
   configuration_.effort = "high";
-  make(ClaudeAgentScript().open().line("hang"));
-  listen();
-  start("Old one");
+  begin(ClaudeAgentScript().open(), "Old one");
   expectNotes({"started replayed"});
   EXPECT_EQ(session_, "Old one");
   EXPECT_TRUE(arguments().ends_with(
@@ -55,50 +50,41 @@ TEST_F(ClaudeClientStart, RefusalOfTheInitializationFailsIt) {
        {std::pair{R"(,"error":"Not now"}})", "Not now"},
         std::pair{R"(,"error":{"a":1}}})", "Claude Code rejected a control request."},
         std::pair{"}}", "Claude Code rejected a control request."}}) {
-    notes_.clear();
-    make(ClaudeAgentScript().expect("initialize").line(front + rest).line("hang"));
-    listen();
-    start();
+    begin(ClaudeAgentScript().expect("initialize").line(front + rest));
     expectNotes({std::string("not started: ") + text});
   }
 }
 
 TEST_F(ClaudeClientStart, AnswerOfAnyOtherFormIsNotItsAnswer) {
-  make(ClaudeAgentScript()
-           .expect("initialize")
-           .send(R"({"type":"control_response"})")
-           .send(R"({"type":"control_response","response":{"subtype":"error"}})")
-           .send(R"({"type":"control_response","response":{"request_id":1}})")
-           .send(R"({"type":"control_response","response":{"request_id":"vantrell_2"}})")
-           .send(R"({"type":"control_response","response":{"request_id":"vantrell_01"}})")
-           .send(R"({"type":"control_response","response":{"request_id":"vantrell_1"}})")
-           // A second answer to the same request.
-           .send(R"({"type":"control_response","response":{"request_id":"vantrell_1",)"
-                 R"("subtype":"error"}})")
-           .say("x")
-           .line("hang"));
-  listen();
-  start();
+  begin(ClaudeAgentScript()
+            .expect("initialize")
+            .send(R"({"type":"control_response"})")
+            .send(R"({"type":"control_response","response":{"subtype":"error"}})")
+            .send(R"({"type":"control_response","response":{"request_id":1}})")
+            .send(R"({"type":"control_response","response":{"request_id":"vantrell_2"}})")
+            .send(R"({"type":"control_response","response":{"request_id":"vantrell_01"}})")
+            .send(R"({"type":"control_response","response":{"request_id":"vantrell_1"}})")
+            // A second answer to the same request.
+            .send(R"({"type":"control_response","response":{"request_id":"vantrell_1",)"
+                  R"("subtype":"error"}})")
+            .say("x"));
   expectNotes({"started", "says x"});
 }
 
 TEST_F(ClaudeClientStart, SessionThatCannotBeResumedFailsInClaudeCodesWords) {
-  make(ClaudeAgentScript()
-           .expect("initialize")
-           .line(R"(error No conversation found with session ID: old\n)")
-           .send(tests::claude_frames::resumeFailed)
-           .line("exit 1"));
-  listen();
-  start("old");
+  begin(ClaudeAgentScript()
+            .expect("initialize")
+            .line(R"(error No conversation found with session ID: old\n)")
+            .send(tests::claude_frames::resumeFailed)
+            .line("exit 1"),
+        "old");
   expectNotes({"not started: No conversation found with session ID: old",
                "terminated: No conversation found with session ID: old"});
   EXPECT_EQ(log_, "No conversation found with session ID: old\n");
 }
 
 TEST_F(ClaudeClientStart, SecondOneIsRefusedAndTheFirstGoesOn) {
-  make(ClaudeAgentScript().expect("initialize").expectPrompt().answer().line("hang"));
-  listen();
-  start();
+  begin(ClaudeAgentScript().expect("initialize").expectPrompt().answer());
   start();
   expectNotes({"not started: Claude Code is not connected."});
   prompt();

@@ -7,17 +7,8 @@ namespace frames = tests::claude_frames;
 using tests::ClaudeAgentScript;
 using ClaudeClientTurn = tests::ClaudeClientTest;
 
-std::string decision(const std::string& requestID, const std::string& decision) {
-  return R"({"type":"control_response","response":{"subtype":"success","request_id":")" +
-         requestID + R"(","response":)" + decision + "}}";
-}
-std::string denial(const std::string& requestID) {
-  return decision(requestID, R"({"behavior":"deny","message":"Denied by the user in vantrell."})");
-}
-
 TEST_F(ClaudeClientTurn, StreamsAndEndsAsTheRealOneDoes) {
   open(ClaudeAgentScript()
-           .open()
            .expect(R"({"type":"user","message":{"role":"user","content":"line one\nline \"two\""},)"
                    R"("parent_tool_use_id":null,"session_id":")")
            .send(frames::initOfATurn)
@@ -31,8 +22,7 @@ TEST_F(ClaudeClientTurn, StreamsAndEndsAsTheRealOneDoes) {
            .expectLine(R"({"type":"user","message":{"role":"user","content":"next"},)"
                        R"("parent_tool_use_id":null,"session_id":"s1"})")
            .say("b")
-           .endTurn()
-           .line("hang"));
+           .endTurn());
   prompt("line one\nline \"two\"");
   expectNotes({"thinks hm", "says hello ", "usage", "turn ended hello there my friend"});
   notes_.clear();
@@ -44,14 +34,7 @@ TEST_F(ClaudeClientTurn, StreamsAndEndsAsTheRealOneDoes) {
 }
 
 TEST_F(ClaudeClientTurn, SecondPromptIsRefusedAndTheFirstGoesOn) {
-  open(ClaudeAgentScript()
-           .open()
-           .expectPrompt()
-           .say("a")
-           .expect("interrupt")
-           .endTurn()
-           .line("hang"));
-  prompt();
+  openTurn(ClaudeAgentScript().say("a").expect("interrupt").endTurn());
   await("says a");
   prompt("second");
   await("turn failed: Claude Code is already handling a prompt.");
@@ -62,16 +45,12 @@ TEST_F(ClaudeClientTurn, SecondPromptIsRefusedAndTheFirstGoesOn) {
 }
 
 TEST_F(ClaudeClientTurn, FailureArrivesClassified) {
-  open(ClaudeAgentScript()
-           .open()
-           .expectPrompt()
-           .send(frames::limitReached)
-           .send(frames::limitText)
-           .send(frames::limitResult)
-           .expectPrompt()
-           .send(frames::loginResult)
-           .line("hang"));
-  prompt();
+  openTurn(ClaudeAgentScript()
+               .send(frames::limitReached)
+               .send(frames::limitText)
+               .send(frames::limitResult)
+               .expectPrompt()
+               .send(frames::loginResult));
   const std::string words = "You've hit your session limit · resets 1:40am (UTC)";
   expectNotes({"usage exhausted", "says " + words, "turn failed: " + words});
   EXPECT_TRUE(isUsageLimitFailure(failures_[0]));
@@ -82,36 +61,22 @@ TEST_F(ClaudeClientTurn, FailureArrivesClassified) {
   EXPECT_FALSE(isUsageLimitFailure(failures_[1]));
 }
 
-TEST_F(ClaudeClientTurn, ErrorsOfATurnThatWentWellAreNoFailure) {
-  open(ClaudeAgentScript()
-           .open()
-           .expectPrompt()
-           .send(R"({"type":"result","is_error":false,"errors":["x"],"result":"fine"})")
-           .line("hang"));
-  prompt();
-  expectNotes({"turn ended fine"});
-}
-
 // ---- turns that Claude Code begins by itself ----------------------------------------------------
 
 TEST_F(ClaudeClientTurn, TurnOfItsOwnDoesNotAnswerThePromptBehindIt) {
-  open(ClaudeAgentScript()
-           .open()
-           .expectPrompt()
-           .send(frames::backgroundStarted)
-           .send(frames::turnResult)
-           .send(frames::backgroundNotified)
-           .send(frames::initOfATurn)
-           .send(frames::textDelta)
-           .expectPrompt()
-           .send(frames::textDelta)
-           .send(frames::textWhole)
-           .send(frames::resultOfItsOwn)
-           .send(frames::initOfATurn)
-           .send(frames::textWhole)
-           .endTurn()
-           .line("hang"));
-  prompt();
+  openTurn(ClaudeAgentScript()
+               .send(frames::backgroundStarted)
+               .send(frames::turnResult)
+               .send(frames::backgroundNotified)
+               .send(frames::initOfATurn)
+               .send(frames::textDelta)
+               .expectPrompt()
+               .send(frames::textDelta)
+               .send(frames::textWhole)
+               .send(frames::resultOfItsOwn)
+               .send(frames::initOfATurn)
+               .send(frames::textWhole)
+               .endTurn());
   await("says hello ");
   notes_.clear();
   const std::string ofItsOwn = json::textOr(updates_.back(), "messageId", "");
@@ -124,7 +89,6 @@ TEST_F(ClaudeClientTurn, TurnOfItsOwnDoesNotAnswerThePromptBehindIt) {
 
 TEST_F(ClaudeClientTurn, StopOfAPromptBehindATurnOfItsOwnReachesThePrompt) {
   open(ClaudeAgentScript()
-           .open()
            .send(frames::initOfATurn)
            .send(frames::textDelta)
            .expectPrompt()
@@ -137,8 +101,7 @@ TEST_F(ClaudeClientTurn, StopOfAPromptBehindATurnOfItsOwnReachesThePrompt) {
            .send(frames::interruptedResult)
            .expectPrompt()
            .send(frames::initOfATurn)
-           .endTurn()
-           .line("hang"));
+           .endTurn());
   await("says hello ");
   prompt();
   client_->cancel();
@@ -150,24 +113,20 @@ TEST_F(ClaudeClientTurn, StopOfAPromptBehindATurnOfItsOwnReachesThePrompt) {
 // ---- cancelling ---------------------------------------------------------------------------------
 
 TEST_F(ClaudeClientTurn, CancelWritesTheInterruptAndThenTheDenials) {
-  open(ClaudeAgentScript()
-           .open()
-           .expectPrompt()
-           .ask("q1", R"({"subtype":"can_use_tool","tool_name":"A","input":{"x":1}})")
-           .ask("q2", R"({"subtype":"can_use_tool","tool_name":"B","input":{"x":2}})")
-           .say("both asked")
-           .expectLine(R"({"type":"control_request","request_id":"vantrell_2",)"
-                       R"("request":{"subtype":"interrupt"}})")
-           .expectLine(denial("q1"))
-           .expectLine(denial("q2"))
-           .ask("q3", R"({"subtype":"can_use_tool","tool_name":"crossed the stop"})")
-           .expectLine(denial("q3"))
-           .send(frames::toolWhole)
-           .send(frames::interruptedResult)
-           .expectPrompt()
-           .endTurn()
-           .line("hang"));
-  prompt();
+  openTurn(ClaudeAgentScript()
+               .ask("q1", R"({"subtype":"can_use_tool","tool_name":"A","input":{"x":1}})")
+               .ask("q2", R"({"subtype":"can_use_tool","tool_name":"B","input":{"x":2}})")
+               .say("both asked")
+               .expectLine(R"({"type":"control_request","request_id":"vantrell_2",)"
+                           R"("request":{"subtype":"interrupt"}})")
+               .expectDenied("q1")
+               .expectDenied("q2")
+               .ask("q3", R"({"subtype":"can_use_tool","tool_name":"crossed the stop"})")
+               .expectDenied("q3")
+               .send(frames::toolWhole)
+               .send(frames::interruptedResult)
+               .expectPrompt()
+               .endTurn());
   await("says both asked");
   client_->cancel();
   client_->respondToPermission(100000, "claude-allow-once");
@@ -181,17 +140,13 @@ TEST_F(ClaudeClientTurn, CancelWritesTheInterruptAndThenTheDenials) {
 }
 
 TEST_F(ClaudeClientTurn, RefusedInterruptLeavesTheTurnAlone) {
-  open(ClaudeAgentScript()
-           .open()
-           .expectPrompt()
-           .say("a")
-           .expectInterrupt()
-           .send(R"({"type":"control_response","response":{"request_id":"${request_id}",)"
-                 R"("subtype":"error","error":"no"}})")
-           .say("b")
-           .endTurn()
-           .line("hang"));
-  prompt();
+  openTurn(ClaudeAgentScript()
+               .say("a")
+               .expectInterrupt()
+               .send(R"({"type":"control_response","response":{"request_id":"${request_id}",)"
+                     R"("subtype":"error","error":"no"}})")
+               .say("b")
+               .endTurn());
   await("says a");
   client_->cancel();
   expectNotes({"says a", "says b", "turn ended done"});
@@ -200,19 +155,14 @@ TEST_F(ClaudeClientTurn, RefusedInterruptLeavesTheTurnAlone) {
 // ---- questions ----------------------------------------------------------------------------------
 
 TEST_F(ClaudeClientTurn, RealQuestionIsAllowedWithItsInputUnchanged) {
-  open(ClaudeAgentScript()
-           .open()
-           .expectPrompt()
-           .send(frames::toolStart)
-           .send(frames::toolWhole)
-           .send(frames::toolQuestion)
-           .expectLine(decision("683e17bd-2054-4404-b19e-4a7def42338f",
-                                R"({"behavior":"allow","updatedInput":{"command":"touch yes.txt",)"
-                                R"("description":"run a command"}})"))
-           .send(frames::toolResult)
-           .endTurn()
-           .line("hang"));
-  prompt();
+  openTurn(ClaudeAgentScript()
+               .send(frames::toolStart)
+               .send(frames::toolWhole)
+               .send(frames::toolQuestion)
+               .expectAllowed("683e17bd-2054-4404-b19e-4a7def42338f",
+                              R"({"command":"touch yes.txt","description":"run a command"})")
+               .send(frames::toolResult)
+               .endTurn());
   await("asks 100000 Bash");
   EXPECT_EQ(questions_[0].detail,
             "{\n  \"command\": \"touch yes.txt\",\n  \"description\": \"run a command\"\n}");
@@ -223,13 +173,11 @@ TEST_F(ClaudeClientTurn, RealQuestionIsAllowedWithItsInputUnchanged) {
 
 TEST_F(ClaudeClientTurn, AnswerCountsOnceAndForItsOwnQuestion) {
   open(ClaudeAgentScript()
-           .open()
            .ask("q1", R"({"subtype":"can_use_tool","title":"A"})")
-           .expectLine(denial("q1"))
+           .expectDenied("q1")
            .ask("q2", R"({"subtype":"can_use_tool","title":"B"})")
-           .expectLine(decision("q2", R"({"behavior":"allow","updatedInput":{}})"))
-           .say("done")
-           .line("hang"));
+           .expectAllowed("q2", "{}")
+           .say("done"));
   await("asks 100000 A");
   client_->respondToPermission(99, "claude-allow-once");
   client_->respondToPermission(100000, "something else");
@@ -241,13 +189,11 @@ TEST_F(ClaudeClientTurn, AnswerCountsOnceAndForItsOwnQuestion) {
 
 TEST_F(ClaudeClientTurn, WithdrawnQuestionIsNotAnswered) {
   open(ClaudeAgentScript()
-           .open()
            .send(frames::toolQuestion)
            .send(frames::questionWithdrawn)
            .ask("q2", R"({"subtype":"can_use_tool","title":"B"})")
-           .expectLine(denial("q2"))
-           .say("done")
-           .line("hang"));
+           .expectDenied("q2")
+           .say("done"));
   await("asks 100001 B");
   EXPECT_EQ(notes_, (Lines{"asks 100000 Bash", "withdrawn 100000", "asks 100001 B"}));
   client_->respondToPermission(100000, "claude-allow-once");
@@ -258,13 +204,11 @@ TEST_F(ClaudeClientTurn, WithdrawnQuestionIsNotAnswered) {
 TEST_F(ClaudeClientTurn, FullAccessAnswersByItself) {
   configuration_.permissionMode = GrokPermissionMode::fullAccess;
   open(ClaudeAgentScript()
-           .open()
            .ask("q1", R"({"subtype":"can_use_tool","input":{"z":1,"a":2}})")
-           .expectLine(decision("q1", R"({"behavior":"allow","updatedInput":{"z":1,"a":2}})"))
+           .expectAllowed("q1", R"({"z":1,"a":2})")
            .ask("q2", R"({"subtype":"can_use_tool","input":"x"})")
-           .expectLine(decision("q2", R"({"behavior":"allow","updatedInput":{}})"))
-           .say("done")
-           .line("hang"));
+           .expectAllowed("q2", "{}")
+           .say("done"));
   expectNotes({"says done"});
 }
 
@@ -274,7 +218,6 @@ TEST_F(ClaudeClientTurn, OtherControlRequestsAreRefused) {
            R"(","error":"vantrell does not support this Claude control request."}})";
   };
   open(ClaudeAgentScript()
-           .open()
            .send(R"({"type":"control_request","request":{"subtype":"can_use_tool"}})")
            .send(R"({"type":"control_request","request_id":7,"request":{}})")
            .send(R"({"type":"control_request","request_id":"q","request":[]})")
@@ -282,30 +225,23 @@ TEST_F(ClaudeClientTurn, OtherControlRequestsAreRefused) {
            .expectLine(refusal("q1"))
            .ask("q2", R"({"subtype":5})")
            .expectLine(refusal("q2"))
-           .say("done")
-           .line("hang"));
+           .say("done"));
   expectNotes({"says done"});
 }
 
 // ---- anything else ------------------------------------------------------------------------------
 
 TEST_F(ClaudeClientTurn, WhatIsNoMessageGoesToTheLog) {
-  open(ClaudeAgentScript()
-           .open()
-           .line("send not json")
-           .line("send [1,2]")
-           .line(R"(raw a\xFFb\n\n)")
-           .send(R"({"type":"future","x":1})")
-           .send(R"({"type":7})")
-           .send("{}")
-           .send(R"({"type":"rate_limit_event","rate_limit_info":[]})")
-           .send(R"({"type":"result"})")
-           .say("after")
-           .line("hang"));
+  ClaudeAgentScript script;
+  script.line(R"(raw not json\n[1,2]\na\xFFb\n\n)");
+  for (const std::string line :
+       {R"({"type":"future","x":1})", R"({"type":7})", "{}",
+        R"({"type":"rate_limit_event","rate_limit_info":[]})", R"({"type":"result"})"}) {
+    script.send(line);
+  }
+  open(script.say("after"));
   expectNotes({"says after"});
-  EXPECT_EQ(log_,
-            "not json\n[1,2]\na\xEF\xBF\xBD"
-            "b\n");
+  EXPECT_EQ(log_, "not json\n[1,2]\na\uFFFDb\n");
 }
 
 }  // namespace

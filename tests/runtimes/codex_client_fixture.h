@@ -17,8 +17,12 @@ class CodexClientTest : public AgentClientTest {
 
   /// The counterpart takes the client's only argument, "app-server", for the name of its script.
   void make(const AgentScriptText& script) override {
-    folder_.file("project/app-server", script.text());
+    folder_.file("project/app-server", script.withWaitAtTheEnd());
     client_ = CodexAppServerClient::make(configuration_, main_, pool_);
+  }
+  std::string opening() const override { return CodexAgentScript().openThread().text(); }
+  std::string beginningOfATurn() const override {
+    return CodexAgentScript().startTurn("u1").text();
   }
   CodexAppServerClient& codex() { return static_cast<CodexAppServerClient&>(*client_); }
   void consumeReset() {

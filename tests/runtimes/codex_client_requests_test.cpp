@@ -10,27 +10,19 @@ namespace {
 using tests::CodexAgentScript;
 using CodexClientRequests = tests::CodexClientTest;
 
-std::string answered(const std::string& id, const std::string& result) {
-  return R"({"jsonrpc":"2.0","id":)" + id + R"(,"result":)" + result + "}";
-}
-
 TEST_F(CodexClientRequests, ApprovalOfEachKindGoesBackUnderItsOwnId) {
-  open(CodexAgentScript()
-           .openThread()
-           .startTurn("u1")
-           .request("0", "item/commandExecution/requestApproval", R"({"command":"rm"})")
-           .expectLine(answered("0", R"({"decision":"accept"})"))
-           .request(R"("text id")", "item/fileChange/requestApproval", "{}")
-           .expectLine(answered(R"("text id")", R"({"decision":"acceptForSession"})"))
-           .request(R"("0")", "item/permissions/requestApproval",
+  openTurn(CodexAgentScript()
+               .ask("0", "commandExecution", R"({"command":"rm"})")
+               .expectDecision("0", "accept")
+               .ask(R"("text id")", "fileChange")
+               .expectDecision(R"("text id")", "acceptForSession")
+               .ask(R"("0")", "permissions",
                     R"({"permissions":{"network":{"enabled":true},"fileSystem":null}})")
-           .expectLine(answered(R"("0")", R"({"permissions":{"network":{"enabled":true},)"
-                                          R"("fileSystem":null},"scope":"session"})"))
-           .request("7", "item/fileChange/requestApproval", "{}")
-           .expectLine(answered("7", R"({"decision":"decline"})"))
-           .say("m", "done")
-           .hang());
-  prompt();
+               .expectAnswer(R"("0")", R"({"permissions":{"network":{"enabled":true},)"
+                                       R"("fileSystem":null},"scope":"session"})")
+               .ask("7", "fileChange")
+               .expectDecision("7", "decline")
+               .say("m", "done"));
   await("asks 1 Run command");
   client_->respondToPermission(0, "codex-reject");
   client_->respondToPermission(1, "codex-allow-once");
@@ -48,22 +40,22 @@ TEST_F(CodexClientRequests, QuestionAboutFilesShowsTheChangesOfItsItem) {
   const std::string item =
       R"({"item":{"type":"fileChange","id":"c","changes":[{"path":"/out","kind":{"type":"add"},)"
       R"("diff":"new\n"}]}})";
-  const auto ask = [](CodexAgentScript& script) {
-    script.request("0", "item/fileChange/requestApproval", R"({"itemId":"c","reason":null})");
-  };
-  CodexAgentScript script;
-  script.openThread().startTurn("u1").notify("item/started", item);
-  ask(script);
-  script.notify("item/fileChange/patchUpdated",
-                R"({"itemId":"c","changes":[{"path":"/more","kind":{"type":"delete"}}]})");
-  script.notify("item/fileChange/patchUpdated", R"({"itemId":"unknown","changes":[]})");
-  ask(script);
-  script.notify("item/completed", item);
-  ask(script);
-  script.notify("item/started", item).endTurn("u1").expectUsageRead();
-  ask(script);
-  open(script.say("m", "all asked").hang());
-  prompt();
+  const std::string patched = "item/fileChange/patchUpdated";
+  const std::string asked = R"({"itemId":"c","reason":null})";
+  openTurn(CodexAgentScript()
+               .notify("item/started", item)
+               .ask("0", "fileChange", asked)
+               .notify(patched,
+                       R"({"itemId":"c","changes":[{"path":"/more","kind":{"type":"delete"}}]})")
+               .notify(patched, R"({"itemId":"unknown","changes":[]})")
+               .ask("0", "fileChange", asked)
+               .notify("item/completed", item)
+               .ask("0", "fileChange", asked)
+               .notify("item/started", item)
+               .endTurn("u1")
+               .expectUsageRead()
+               .ask("0", "fileChange", asked)
+               .say("m", "all asked"));
   await("says m all asked");
   for (std::int64_t id = 1; id <= 4; ++id) {
     await(fmt::format("asks {} Edit files", id));
@@ -77,31 +69,24 @@ TEST_F(CodexClientRequests, QuestionAboutFilesShowsTheChangesOfItsItem) {
 }
 
 TEST_F(CodexClientRequests, QuestionComesBehindTheUpdatesBeforeIt) {
-  open(
-      CodexAgentScript()
-          .openThread()
-          .startTurn("u1")
-          .line(
-              R"(raw {"method":"item/agentMessage/delta","params":{"itemId":"m","delta":"a"}}\n{"id":1,"method":"item/fileChange/requestApproval"}\n{"method":"item/agentMessage/delta","params":{"itemId":"m","delta":"b"}}\n{"method":"account/rateLimits/updated","params":{"rateLimits":{}}}\n)")
-          .hang());
-  prompt();
+  const std::string delta =
+      R"({"method":"item/agentMessage/delta","params":{"itemId":"m","delta":)";
+  openTurn(CodexAgentScript().line(
+      "raw " + delta + R"("a"}}\n{"id":1,"method":"item/fileChange/requestApproval"}\n)" + delta +
+      R"("b"}}\n{"method":"account/rateLimits/updated","params":{"rateLimits":{}}}\n)"));
   expectNotes({"says m a", "asks 1 Edit files", "says m b", "usage"});
 }
 
 TEST_F(CodexClientRequests, QuestionThatIsResolvedElsewhereMakesRoomForTheNext) {
-  open(CodexAgentScript()
-           .openThread()
-           .startTurn("u1")
-           .request("0", "item/commandExecution/requestApproval", R"({"command":"rm"})")
-           .request(R"("0")", "item/fileChange/requestApproval", "{}")
-           .notify("serverRequest/resolved", R"({"threadId":"t1","requestId":7})")
-           .notify("serverRequest/resolved", R"({"threadId":"t1"})")
-           .notify("serverRequest/resolved", R"({"threadId":"t1","requestId":0})")
-           .expectLine(answered(R"("0")", R"({"decision":"accept"})"))
-           .notify("serverRequest/resolved", R"({"threadId":"t1","requestId":"0"})")
-           .say("m", "done")
-           .hang());
-  prompt();
+  openTurn(CodexAgentScript()
+               .ask("0", "commandExecution", R"({"command":"rm"})")
+               .ask(R"("0")", "fileChange")
+               .notify("serverRequest/resolved", R"({"threadId":"t1","requestId":7})")
+               .notify("serverRequest/resolved", R"({"threadId":"t1"})")
+               .notify("serverRequest/resolved", R"({"threadId":"t1","requestId":0})")
+               .expectDecision(R"("0")", "accept")
+               .notify("serverRequest/resolved", R"({"threadId":"t1","requestId":"0"})")
+               .say("m", "done"));
   await("asks 2 Edit files");
   client_->respondToPermission(1, "codex-allow-once");
   client_->respondToPermission(2, "codex-allow-once");
@@ -115,29 +100,21 @@ TEST_F(CodexClientRequests, OtherRequestsAreRefused) {
            method + R"(."}})";
   };
   open(CodexAgentScript()
-           .openThread()
            .request("0", "item/tool/requestUserInput", R"({"questions":[]})")
            .expectLine(refused("0", "item/tool/requestUserInput"))
            .request(R"("q")", "turn/completed", R"({"turn":{"id":"u1"}})")
            .expectLine(refused(R"("q")", "turn/completed"))
-           .say("m", "refused")
-           .hang());
+           .say("m", "refused"));
   expectNotes({"says m refused"});
 }
 
 TEST_F(CodexClientRequests, FloodOfQuestionsIsAskedAndWithdrawnWhole) {
   constexpr int count = 2000;
   CodexAgentScript script;
-  script.openThread().startTurn("u1");
-  for (int i = 0; i < count; ++i) {
-    script.request(std::to_string(i), "item/fileChange/requestApproval", "{}");
-  }
+  for (int i = 0; i < count; ++i) script.ask(std::to_string(i), "fileChange");
   script.say("m", "all asked").expect("turn/interrupt");
-  for (int i = 0; i < count; ++i) {
-    script.expectLine(answered(std::to_string(i), R"({"decision":"cancel"})"));
-  }
-  open(script.endTurn("u1", "interrupted").hang());
-  prompt();
+  for (int i = 0; i < count; ++i) script.expectDecision(std::to_string(i), "cancel");
+  openTurn(script.endTurn("u1", "interrupted"));
   await("says m all asked");
   EXPECT_EQ(questions_.size(), 1U) << "the user has one before him";
   client_->cancel();
@@ -146,7 +123,6 @@ TEST_F(CodexClientRequests, FloodOfQuestionsIsAskedAndWithdrawnWhole) {
 
 TEST_F(CodexClientRequests, AllowanceIsPushedAndAskedFor) {
   open(CodexAgentScript()
-           .openThread()
            .send(R"({"id":2,"result":{"rateLimits":{"primary":{"usedPercent":13},)"
                  R"("planType":"plus"},"rateLimitResetCredits":{"availableCount":1}}})")
            .notify("account/rateLimits/updated",
@@ -155,8 +131,7 @@ TEST_F(CodexClientRequests, AllowanceIsPushedAndAskedFor) {
            .result(R"({"rateLimits":{"rateLimitReachedType":"primary"}})")
            .expectUsageRead()
            .error("not now")
-           .say("m", "end")
-           .hang());
+           .say("m", "end"));
   awaitCount(2);
   EXPECT_EQ(usages_[0].primaryUsedPercent, 13);
   EXPECT_EQ(usages_[1].primaryUsedPercent, 15);
@@ -173,7 +148,6 @@ TEST_F(CodexClientRequests, ResetOfTheAllowance) {
   const std::string consume =
       R"("method":"account/rateLimitResetCredit/consume","params":{"idempotencyKey":")";
   open(CodexAgentScript()
-           .openThread()
            .expect(consume)
            .result(R"({"outcome":"reset"})")
            .expectUsageRead()
@@ -182,8 +156,7 @@ TEST_F(CodexClientRequests, ResetOfTheAllowance) {
            .result(R"({"outcome":7})")
            .expectUsageRead()
            .expect(consume)
-           .error("no network")
-           .hang());
+           .error("no network"));
   consumeReset();
   expectNotes({"reset reset", "usage"});
   consumeReset();
@@ -199,7 +172,7 @@ TEST_F(CodexClientRequests, ResetOfTheAllowance) {
 }
 
 TEST_F(CodexClientRequests, NothingIsAskedOfARuntimeThatHasNotStarted) {
-  make(CodexAgentScript().openThread().hang());
+  make(CodexAgentScript().openThread());
   listen();
   codex().refreshUsage();
   client_->respondToPermission(1, "codex-allow-once");

@@ -11,7 +11,6 @@ using CodexClientTurn = tests::CodexClientTest;
 TEST_F(CodexClientTurn, EndsAfterItsLastUpdateAndAsksForTheAllowance) {
   configuration_.effort = "high";
   open(CodexAgentScript()
-           .openThread()
            .expectLine(R"({"jsonrpc":"2.0","id":4,"method":"turn/start","params":{"threadId":"t1",)"
                        R"("input":[{"type":"text","text":"line one\nline \"two\""}],)"
                        R"("approvalPolicy":"on-request","approvalsReviewer":"user",)"
@@ -26,8 +25,7 @@ TEST_F(CodexClientTurn, EndsAfterItsLastUpdateAndAsksForTheAllowance) {
            .expectLine(R"({"jsonrpc":"2.0","id":5,"method":"account/rateLimits/read","params":{}})")
            .result(R"({"rateLimits":{"primary":{"usedPercent":14}}})")
            .expectPrompt()
-           .error("Usage limit reached")
-           .hang());
+           .error("Usage limit reached"));
   prompt("line one\nline \"two\"");
   expectNotes({"thinks reasoning-r hm", "thinks reasoning-r m", "says m a", "says m b",
                "turn ended completed", "usage"});
@@ -38,15 +36,13 @@ TEST_F(CodexClientTurn, EndsAfterItsLastUpdateAndAsksForTheAllowance) {
 
 TEST_F(CodexClientTurn, EndMayComeBeforeTheAnswerToItsStart) {
   open(CodexAgentScript()
-           .openThread()
            .expectPrompt()
            .say("m", "quick")
            .endTurn("u1")
-           .line(R"(send {"id":4,"result":{"turn":{"id":"u1"}}})")
+           .send(R"({"id":4,"result":{"turn":{"id":"u1"}}})")
            .expectUsageRead()
            .startTurn("u2")
-           .endTurn("u2")
-           .hang());
+           .endTurn("u2"));
   prompt();
   expectNotes({"says m quick", "turn ended completed"});
   client_->cancel();  // there is nothing that could be interrupted
@@ -57,10 +53,8 @@ TEST_F(CodexClientTurn, EndMayComeBeforeTheAnswerToItsStart) {
 
 TEST_F(CodexClientTurn, TextThatWasStreamedIsNotRepeatedAndOtherTextComesOnce) {
   const std::string message = R"({"item":{"type":"agentMessage","id":")";
-  open(
+  openTurn(
       CodexAgentScript()
-          .openThread()
-          .startTurn("u1")
           .notify("item/started", message + R"(m","text":""}})")
           .say("m", "streamed")
           .notify("item/completed", message + R"(m","text":"streamed"}})")
@@ -70,9 +64,7 @@ TEST_F(CodexClientTurn, TextThatWasStreamedIsNotRepeatedAndOtherTextComesOnce) {
           .expectUsageRead()
           .startTurn("u2")
           .notify("item/completed", message + R"(m","text":"of the next turn"}})")
-          .endTurn("u2")
-          .hang());
-  prompt();
+          .endTurn("u2"));
   expectNotes(
       {"says m streamed", "says n whole", "thinks reasoning-r a\nb", "turn ended completed"});
   notes_.clear();
@@ -82,11 +74,9 @@ TEST_F(CodexClientTurn, TextThatWasStreamedIsNotRepeatedAndOtherTextComesOnce) {
 
 TEST_F(CodexClientTurn, ToolsAndThePlanAreUpdates) {
   open(CodexAgentScript()
-           .openThread()
            .notify("item/started",
                    R"({"item":{"type":"webSearch","id":"w","query":"q","status":"inProgress"}})")
-           .notify("turn/plan/updated", R"({"plan":[{"step":"one"}]})")
-           .hang());
+           .notify("turn/plan/updated", R"({"plan":[{"step":"one"}]})"));
   expectNotes({R"({"sessionUpdate":"tool_call_update","toolCallId":"w","title":"Search the web",)"
                R"("status":"in_progress","rawInput":{"query":"q"}})",
                R"({"sessionUpdate":"plan","entries":[{"id":"codex-plan-0","content":"one",)"
@@ -94,17 +84,18 @@ TEST_F(CodexClientTurn, ToolsAndThePlanAreUpdates) {
 }
 
 TEST_F(CodexClientTurn, FailedTurnsAndTheirWords) {
-  const auto reported = [](const std::string& rest) {
-    return CodexAgentScript().notify("error", R"({"turnId":"u1",)" + rest + "}").text();
+  const auto error = [](const std::string& params) {
+    return CodexAgentScript().notify("error", params).text();
   };
+  const auto reported = [&](const std::string& rest) {
+    return error(R"({"turnId":"u1",)" + rest + "}");
+  };
+  const std::string failed = "protocolError Codex turn failed.";
   struct Case {
-    std::string before;
-    std::string status;
-    std::string rest;
-    std::string expected;
+    std::string before, status, rest, expected;
   };
   const Case cases[] = {
-      {"", "failed", "", "protocolError Codex turn failed."},
+      {"", "failed", "", failed},
       {"", "interrupted", R"(,"error":null)", "protocolError Codex turn interrupted."},
       {"", "failed", R"(,"error":{"message":"own"})", "protocolError own"},
       {"", "failed", R"(,"error":{"message":"x","codexErrorInfo":"usageLimitExceeded"})",
@@ -113,79 +104,45 @@ TEST_F(CodexClientTurn, FailedTurnsAndTheirWords) {
        R"(,"error":{"message":"own"})", "authentication told before"},
       {reported(R"("error":{"message":"first"})") + reported(R"("error":{"message":"last"})"),
        "failed", "", "protocolError last"},
-      {reported(R"("message":"no error")"), "failed", R"(,"error":{"message":"own"})",
-       "protocolError Codex turn failed."},
-      {reported(R"("error":7)"), "failed", "", "protocolError Codex turn failed."},
+      {reported(R"("message":"no error")"), "failed", R"(,"error":{"message":"own"})", failed},
+      {reported(R"("error":7)"), "failed", "", failed},
       {reported(R"("willRetry":true,"error":{"message":"Reconnecting... 1/1"})"), "failed",
        R"(,"error":{"message":"own"})", "protocolError own"},
-      {CodexAgentScript().notify("error", R"({"error":{"message":"of no turn"}})").text(), "failed",
-       "", "protocolError Codex turn failed."},
-      {CodexAgentScript()
-           .notify("error", R"({"turnId":"other","error":{"message":"of another turn"}})")
-           .text(),
-       "failed", "", "protocolError Codex turn failed."},
+      {error(R"({"error":{"message":"of no turn"}})"), "failed", "", failed},
+      {error(R"({"turnId":"other","error":{"message":"of another turn"}})"), "failed", "", failed},
   };
   for (const auto& [before, status, rest, expected] : cases) {
-    notes_.clear();
-    open(CodexAgentScript()
-             .openThread()
-             .startTurn("u1")
-             .line(before)
-             .endTurn("u1", status, rest)
-             .hang());
-    prompt();
+    openTurn(CodexAgentScript().line(before).endTurn("u1", status, rest));
     expectNotes({"turn failed: " + expected});
   }
 }
 
 TEST_F(CodexClientTurn, ErrorDoesNotEndTheTurn) {
-  open(CodexAgentScript()
-           .openThread()
-           .startTurn("u1")
-           .notify("error", R"({"turnId":"u1","error":{"message":"trouble"},"willRetry":false})")
-           .say("m", "going on")
-           .endTurn("u1")
-           .hang());
-  prompt();
+  const std::string error = R"({"turnId":"u1","error":{"message":"trouble"},"willRetry":false})";
+  openTurn(CodexAgentScript().notify("error", error).say("m", "going on").endTurn("u1"));
   expectNotes({"says m going on", "turn ended completed"});
 }
 
 TEST_F(CodexClientTurn, TurnWithoutAnIdFails) {
   for (const std::string result :
        {"{}", R"({"turn":{}})", R"({"turn":{"id":7}})", R"({"turn":"u1"})"}) {
-    notes_.clear();
-    open(CodexAgentScript().openThread().expectPrompt().result(result).hang());
+    open(CodexAgentScript().expectPrompt().result(result));
     prompt();
     expectNotes({"turn failed: protocolError Codex did not return a turn ID."});
   }
 }
 
 TEST_F(CodexClientTurn, PromptsThatRunIntoOneTurnBothEndWithIt) {
-  open(CodexAgentScript()
-           .openThread()
-           .startTurn("u1")
-           .startTurn("u1")
-           .endTurn("u1")
-           .endTurn("u1")
-           .say("m", "end")
-           .hang());
-  prompt();
+  openTurn(CodexAgentScript().startTurn("u1").endTurn("u1").endTurn("u1").say("m", "end"));
   prompt();
   expectNotes({"turn ended completed", "turn ended completed", "says m end"});
 }
 
 TEST_F(CodexClientTurn, WhatIsNoMessageIsDropped) {
   CodexAgentScript script;
-  script.openThread();
   for (const std::string line :
-       {"not json",
-        "[1,2]",
-        R"({"id":99,"result":{}})",
-        R"({"id":true,"result":{}})",
-        R"({"id":"3","result":{"thread":{"id":"t9"}}})",
-        R"({"id":3,"result":{}})",
-        R"({"jsonrpc":"2.0"})",
-        R"({"id":5,"method":7})",
+       {R"({"id":true,"result":{}})", R"({"id":"3","result":{"thread":{"id":"t9"}}})",
+        R"({"id":3,"result":{}})", R"({"jsonrpc":"2.0"})", R"({"id":5,"method":7})",
         R"({"method":"turn/completed"})",
         R"({"method":"turn/completed","params":{"turn":{"id":7}}})",
         R"({"method":"turn/completed","params":{"turn":[]}})",
@@ -194,50 +151,42 @@ TEST_F(CodexClientTurn, WhatIsNoMessageIsDropped) {
         R"({"method":"item/agentMessage/delta","params":{"delta":"x"}})",
         R"({"method":"item/agentMessage/delta","params":{"delta":7,"itemId":"m"}})",
         R"({"method":"item/agentMessage/delta","params":[]})",
-        R"({"method":"item/started","params":{"item":7}})",
-        R"({"method":"item/completed"})",
+        R"({"method":"item/started","params":{"item":7}})", R"({"method":"item/completed"})",
         R"({"method":"error","params":{"turnId":7}})",
         R"({"method":"account/rateLimits/updated","params":{"rateLimits":[]}})",
-        R"({"method":"thread/status/changed","params":{}})",
         R"({"id":null,"method":"item/fileChange/requestApproval","params":{}})"}) {
     script.send(line);
   }
-  open(script.line(R"(raw {"method":"\xFF"}\n)").say("m", "end").hang());
+  open(script.say("m", "end"));
   expectNotes({"says m end"});
 }
 
 TEST_F(CodexClientTurn, ResponseIsTakenOnce) {
   open(CodexAgentScript()
-           .openThread()
            .expectPrompt()
-           .line(R"(send {"id":4.0,"result":{"turn":{"id":"u1"}}})")
-           .line(R"(send {"id":4,"result":{"turn":{"id":"u2"}}})")
+           .send(R"({"id":4.0,"result":{"turn":{"id":"u1"}}})")
+           .send(R"({"id":4,"result":{"turn":{"id":"u2"}}})")
            .endTurn("u2")
-           .endTurn("u1")
-           .hang());
+           .endTurn("u1"));
   prompt();
   expectNotes({"turn ended completed"});
 }
 
 TEST_F(CodexClientTurn, CancelInterruptsAndWithdrawsOpenQuestions) {
-  open(CodexAgentScript()
-           .openThread()
-           .startTurn("u1")
-           .request("0", "item/commandExecution/requestApproval", R"({"command":"a"})")
-           .request(R"("p")", "item/permissions/requestApproval", R"({"permissions":{"x":1}})")
-           .say("m", "both asked")
-           .expectLine(R"({"jsonrpc":"2.0","id":5,"method":"turn/interrupt",)"
-                       R"("params":{"threadId":"t1","turnId":"u1"}})")
-           .expectLine(R"({"jsonrpc":"2.0","id":0,"result":{"decision":"cancel"}})")
-           .expectLine(R"({"jsonrpc":"2.0","id":"p","result":{"permissions":{},"scope":"turn"}})")
-           .request("1", "item/fileChange/requestApproval", R"({"reason":"crossed the stop"})")
-           .expectLine(R"({"jsonrpc":"2.0","id":1,"result":{"decision":"cancel"}})")
-           .line(R"(send {"id":5,"error":{"message":"no such turn"}})")
-           .endTurn("u1", "interrupted")
-           .expectUsageRead()
-           .startTurn("u2")
-           .hang());
-  prompt();
+  openTurn(CodexAgentScript()
+               .ask("0", "commandExecution", R"({"command":"a"})")
+               .ask(R"("p")", "permissions", R"({"permissions":{"x":1}})")
+               .say("m", "both asked")
+               .expectLine(R"({"jsonrpc":"2.0","id":5,"method":"turn/interrupt",)"
+                           R"("params":{"threadId":"t1","turnId":"u1"}})")
+               .expectDecision("0", "cancel")
+               .expectAnswer(R"("p")", R"({"permissions":{},"scope":"turn"})")
+               .ask("1", "fileChange", R"({"reason":"crossed the stop"})")
+               .expectDecision("1", "cancel")
+               .send(R"({"id":5,"error":{"message":"no such turn"}})")
+               .endTurn("u1", "interrupted")
+               .expectUsageRead()
+               .startTurn("u2"));
   await("says m both asked");
   client_->cancel();
   await("turn failed: protocolError Codex turn interrupted.");
@@ -250,11 +199,9 @@ TEST_F(CodexClientTurn, CancelInterruptsAndWithdrawsOpenQuestions) {
 
 TEST_F(CodexClientTurn, CancelWithoutATurnStillWithdrawsQuestions) {
   open(CodexAgentScript()
-           .openThread()
-           .request("8", "item/fileChange/requestApproval", "{}")
-           .expectLine(R"({"jsonrpc":"2.0","id":8,"result":{"decision":"cancel"}})")
-           .say("m", "withdrawn")
-           .hang());
+           .ask("8", "fileChange")
+           .expectDecision("8", "cancel")
+           .say("m", "withdrawn"));
   await("asks 1 Edit files");
   client_->cancel();
   await("says m withdrawn");
@@ -265,11 +212,10 @@ TEST_F(CodexClientTurn, CancelIsNotLostWhileTheTurnStarts) {
   const std::string interruption = R"("method":"turn/interrupt","params":{"threadId":"t1",)"
                                    R"("turnId":"u1"})";
   open(CodexAgentScript()
-           .openThread()
            .expectPrompt()
            .say("m", "thinking")
            .expectUsageRead()  // by which the test knows that the cancellation went first
-           .line(R"(send {"id":4,"result":{"turn":{"id":"u1"}}})")
+           .send(R"({"id":4,"result":{"turn":{"id":"u1"}}})")
            .expect(interruption)
            .error("no active turn to interrupt")
            .notify("turn/started", R"({"turn":{"id":"other"}})")
@@ -283,8 +229,7 @@ TEST_F(CodexClientTurn, CancelIsNotLostWhileTheTurnStarts) {
            .notify("turn/started", R"({"turn":{"id":"u2"}})")
            .endTurn("u2")
            .expectUsageRead()
-           .say("m", "end")
-           .hang());
+           .say("m", "end"));
   prompt();
   await("says m thinking");
   client_->cancel();
@@ -296,7 +241,7 @@ TEST_F(CodexClientTurn, CancelIsNotLostWhileTheTurnStarts) {
 }
 
 TEST_F(CodexClientTurn, DeathWhileATurnStartsFailsIt) {
-  open(CodexAgentScript().openThread().expectPrompt().say("m", "a").line("exit 3"));
+  open(CodexAgentScript().expectPrompt().say("m", "a").line("exit 3"));
   prompt();
   expectNotes({"says m a", "turn failed: disconnected Codex disconnected.",
                "terminated: Codex exited with status 3."});
@@ -304,13 +249,12 @@ TEST_F(CodexClientTurn, DeathWhileATurnStartsFailsIt) {
 
 TEST_F(CodexClientTurn, TurnsThatNobodyWaitsForAreForgotten) {
   CodexAgentScript script;
-  script.openThread();
   for (int i = 0; i < 500; ++i) {
     const std::string turn = "u" + std::to_string(i);
     script.notify("error", R"({"turnId":")" + turn + R"(","error":{"message":"early"}})");
     script.endTurn(turn, "failed").expectUsageRead();
   }
-  open(script.say("m", "ready").startTurn("u7").endTurn("u7", "failed").hang());
+  open(script.say("m", "ready").startTurn("u7").endTurn("u7", "failed"));
   await("says m ready");
   prompt();
   expectNotes({"says m ready", "turn failed: protocolError Codex turn failed."});

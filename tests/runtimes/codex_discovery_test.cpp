@@ -124,7 +124,7 @@ TEST_F(CodexDiscoveryRun, ResultIsWhatCameOfBothAnswers) {
   for (const auto& each : cases) {
     auto script = introduced();
     for (const auto& message : each.messages) script.send(message);
-    run(script.hang());
+    run(script);
     await();
     EXPECT_EQ(told(results_.back().models), each.models);
     EXPECT_EQ(results_.back().usage.has_value(), each.hasUsage);

@@ -62,9 +62,8 @@ TEST_F(CodexRealFrames, CommandThatIsRefused) {
           R"({"method":"serverRequest/resolved","params":{"threadId":"t1","requestId":0},"emittedAtMs":1795394475616})")
       .send(
           R"({"method":"item/completed","params":{"item":{"type":"commandExecution","id":"call_7d645e9746a84472","command":"/bin/bash -lc 'touch y'","cwd":"/project","status":"declined","aggregatedOutput":null,"exitCode":null}},"emittedAtMs":1795394475617})")
-      .send(ended("completed"))
-      .hang();
-  open(script);
+      .send(ended("completed"));
+  openBy(script);
   prompt();
   await("asks 1 Run command");
   EXPECT_EQ(questions_[0].detail,
@@ -89,9 +88,8 @@ TEST_F(CodexRealFrames, FileChangeWhoseQuestionNamesNoFileAndATurnCancelledOverI
       .expect("turn/interrupt")
       .expectLine(R"({"jsonrpc":"2.0","id":2,"result":{"decision":"cancel"}})")
       .send(R"({"id":5,"result":{}})")
-      .send(ended("interrupted"))
-      .hang();
-  open(script);
+      .send(ended("interrupted"));
+  openBy(script);
   prompt();
   await("asks 1 Edit files");
   EXPECT_EQ(questions_[0].detail,
@@ -113,9 +111,8 @@ TEST_F(CodexRealFrames, PermissionsAreGrantedAsTheyWereAsked) {
       .send(
           R"({"method":"item/tool/requestUserInput","id":7,"params":{"threadId":"t1","turnId":"u","itemId":"call_3ad11639aa8446e7","questions":[{"id":"q","header":"h","question":"which?","isOther":true,"isSecret":false,"options":[{"label":"A","description":"a"}]}],"isBlocking":false,"autoResolutionMs":null}})")
       .expect(R"("id":7,"error":{"code":-32601)")
-      .send(ended("completed"))
-      .hang();
-  open(script);
+      .send(ended("completed"));
+  openBy(script);
   prompt();
   await("asks 1 Grant access");
   EXPECT_TRUE(questions_[0].detail.starts_with("why\n\n{"));
@@ -136,9 +133,8 @@ TEST_F(CodexRealFrames, AllowanceUsedUpInATurn) {
       .send(R"({"method":"error","params":{"error":)" + error +
             R"(,"willRetry":false,"threadId":"t1","turnId":")" + turn +
             R"("},"emittedAtMs":1795394476853})")
-      .send(ended("failed", error))
-      .hang();
-  open(script);
+      .send(ended("failed", error));
+  openBy(script);
   prompt();
   expectNotes(
       {"usage", "usage exhausted",
@@ -164,9 +160,8 @@ TEST_F(CodexRealFrames, FailureThatWasRetriedIsToldOnce) {
           R"({"method":"error","params":{"error":{"message":")" + words +
           R"(","codexErrorInfo":"internalServerError","additionalDetails":null,"misalignment":null},"willRetry":false,"threadId":"t1","turnId":")" +
           turn + R"("},"emittedAtMs":1795394477642})")
-      .send(ended("failed"))
-      .hang();
-  open(script);
+      .send(ended("failed"));
+  openBy(script);
   prompt();
   expectNotes({"turn failed: protocolError " + words});
 }

@@ -121,12 +121,13 @@ class HostileRuntime : public tests::AgentClientTest, public testing::WithParamI
 
   const Dialect& dialect() const { return GetParam(); }
   Script script() const { return Script(dialect()); }
-  Script opened() const { return script().piece(dialect().handshake); }
-  Script inTurn() const { return opened().piece(dialect().beginTurn); }
+  Script inTurn() const { return script().piece(opening() + beginningOfATurn()); }
+  std::string opening() const override { return dialect().handshake; }
+  std::string beginningOfATurn() const override { return dialect().beginTurn; }
 
   void make(const AgentScriptText& script) override {
     executable_ = program("runtime", "exec '" + AgentScriptText::program() + "' '" +
-                                         folder_.file("script", script.text()) + "'\n");
+                                         folder_.file("script", script.withWaitAtTheEnd()) + "'\n");
     makeClient();
   }
   void makeClient() {
@@ -195,7 +196,7 @@ TEST_P(HostileRuntime, ThatCannotBeStartedSaysWhy) {
 }
 
 TEST_P(HostileRuntime, BeforeItsStartNothingIsSaid) {
-  make(opened().piece(dialect().beginTurn).say("a").hang());
+  make(inTurn().say("a"));
   listen();
   client_->cancel();
   client_->respondToPermission(1, "x");
@@ -208,10 +209,7 @@ TEST_P(HostileRuntime, BeforeItsStartNothingIsSaid) {
 
 TEST_P(HostileRuntime, ThatEndsAtOnceFailsTheStart) {
   for (const std::string end : {"exit 0", "exit 3", "signal 9", "close-input"}) {
-    notes_.clear();
-    make(script().line("error  gone \\n").line(end));
-    listen();
-    start();
+    begin(script().line("error  gone \\n").line(end));
     // The handshake met an end, or already a closed pipe.
     awaitCount(2);
     EXPECT_TRUE(notes_[0] == "not started: " + lost("gone") ||
@@ -231,9 +229,7 @@ TEST_P(HostileRuntime, ThatDiesInATurnFailsItAndThenSaysWhyWithNothingBetween) {
       {"signal 15", name + " exited with status 15."},
   };
   for (const auto& [end, words] : cases) {
-    notes_.clear();
-    open(inTurn().piece(dialect().question).say("a").line(end));
-    prompt();
+    openTurn(script().piece(dialect().question).say("a").line(end));
     // Work of others keeps the main queue busy, and must not come between the two.
     bool isOver = false;
     std::function<void()> busybody = [&] {
@@ -261,8 +257,7 @@ TEST_P(HostileRuntime, ThatDiesInATurnFailsItAndThenSaysWhyWithNothingBetween) {
 // ---- that is stopped ----------------------------------------------------------------------------
 
 TEST_P(HostileRuntime, StopFailsTheTurnWithoutATermination) {
-  open(inTurn().say("x").hang().line("exit 1"));
-  prompt();
+  openTurn(script().say("x").hang().line("exit 1"));
   await("says x");
   client_->stop();
   client_->stop();
@@ -276,30 +271,21 @@ TEST_P(HostileRuntime, StopFailsTheTurnWithoutATermination) {
 }
 
 TEST_P(HostileRuntime, SilenceLastsUntilTheStop) {
-  for (const std::string& before : {std::string(), dialect().handshake + dialect().beginTurn}) {
-    notes_.clear();
-    const bool starts = before.empty();
-    starts ? make(script().line("expect initialize").line("error ready").hang())
-           : open(script().piece(before).line("error ready").hang());
-    if (starts) {
-      listen();
-      start();
-    } else {
-      prompt();
-    }
+  for (const bool starts : {true, false}) {
+    log_.clear();
+    starts ? begin(script().line("expect initialize").line("error ready"))
+           : openTurn(script().line("error ready"));
     ASSERT_TRUE(main_.runUntil([&] { return log_.contains("ready"); }));
     main_.advance(std::chrono::hours(1));
     EXPECT_EQ(notes_, Lines{});
     client_->stop();
     expectNotes({(starts ? "not started: " : "turn failed: ") + dialect().stopped});
     EXPECT_TRUE(Process::waitForAll(aWhile));
-    log_.clear();
   }
 }
 
 TEST_P(HostileRuntime, LostClientDeliversNothingButItsCompletions) {
-  open(inTurn().say("x").hang());
-  prompt();
+  openTurn(script().say("x"));
   await("says x");
   client_.reset();
   expectNotes({"says x", "turn failed: " + dialect().stopped});
@@ -312,9 +298,11 @@ TEST_P(HostileRuntime, AtRestMayFinishItsWorkAndAtWorkMayNot) {
     std::filesystem::remove(project_ + "/stored");
     auto turn = inTurn();
     if (isAtRest) turn.piece(dialect().endTurn);
-    const std::string path = folder_.file("script", turn.say("end").hang().text());
-    executable_ = program("runtime", "'" + AgentScriptText::program() + "' '" + path +
-                                         "'\nsleep 0.3\necho done > stored\n");
+    const std::string path = folder_.file("script", turn.say("end").withWaitAtTheEnd());
+    // Far from the two seconds of patience at one side, and at the other from the signal at once.
+    const std::string moment = isAtRest ? "0.05" : "1";
+    executable_ = program("runtime", "'" + AgentScriptText::program() + "' '" + path + "'\nsleep " +
+                                         moment + "\necho done > stored\n");
     makeClient();
     listen();
     start();
@@ -347,7 +335,7 @@ TEST_P(HostileRuntime, ClientWithoutCallbacksRunsATurnToItsEnd) {
 // ---- that talks nonsense ------------------------------------------------------------------------
 
 TEST_P(HostileRuntime, GarbageIsNoMessage) {
-  auto garbage = inTurn();
+  auto garbage = script();
   for (const std::string bytes : {"\\x00\\x01\\xFE\\xFF", "[1,2]", "7", "null", "{", "}{", " ",
                                   R"({"method":"\xFF"})", R"({"type":"result)"}) {
     garbage.line("raw " + bytes + "\\n");
@@ -360,29 +348,25 @@ TEST_P(HostileRuntime, GarbageIsNoMessage) {
         R"({"type":"assistant","message":[]})"}) {
     garbage.send(object);
   }
-  open(garbage.piece(dialect().answerToNothing).say("after").piece(dialect().endTurn).hang());
-  prompt();
+  openTurn(garbage.piece(dialect().answerToNothing).say("after").piece(dialect().endTurn));
   expectNotes({"says after", "turn ended well"});
   EXPECT_EQ(log_.contains("[1,2]\n7\nnull\n"), dialect().logsOtherLines) << log_.substr(0, 200);
   EXPECT_EQ(log_.empty(), !dialect().logsOtherLines);
 }
 
 TEST_P(HostileRuntime, SecondAnswerIsNobodys) {
-  open(inTurn()
-           .piece(dialect().endTurn)
-           .piece(dialect().endTurn)
-           .piece(dialect().answerToNothing)
-           .say("after")
-           .hang());
-  prompt();
+  openTurn(script()
+               .piece(dialect().endTurn)
+               .piece(dialect().endTurn)
+               .piece(dialect().answerToNothing)
+               .say("after"));
   expectNotes({"turn ended well", "says after"});
 }
 
 TEST_P(HostileRuntime, HalfALineAtTheEndIsNeitherMessageNorLog) {
-  open(inTurn()
-           .line("raw " + dialect().update.first + "x" + dialect().update.second)
-           .line("exit 1"));
-  prompt();
+  openTurn(script()
+               .line("raw " + dialect().update.first + "x" + dialect().update.second)
+               .line("exit 1"));
   const std::string words = dialect().runtimeName + " exited with status 1.";
   expectNotes({"turn failed: " + lost(words), "terminated: " + words});
   EXPECT_EQ(log_, "");
@@ -392,7 +376,7 @@ TEST_P(HostileRuntime, HalfALineAtTheEndIsNeitherMessageNorLog) {
 
 TEST_P(HostileRuntime, LineOf64MebibytesArrivesWhole) {
   constexpr std::size_t size = 64U << 20;
-  open(opened().large(dialect().update, size).say("after").hang());
+  open(script().large(dialect().update, size).say("after"));
   await("says after");
   ASSERT_EQ(notes_.size(), 2U);
   EXPECT_EQ(notes_[0].size(), size + 5);
@@ -400,11 +384,10 @@ TEST_P(HostileRuntime, LineOf64MebibytesArrivesWhole) {
 
 TEST_P(HostileRuntime, FloodOfUpdatesArrivesWholeAndInOrder) {
   constexpr int count = 5000;
-  auto flood = inTurn();
+  auto flood = script();
   for (int i = 0; i < count; ++i) flood.say("w" + std::to_string(i));
   // More than may be under way to the main queue at once.
-  open(flood.large(dialect().update, 3'000'000).piece(dialect().endTurn).line("exit 0"));
-  prompt();
+  openTurn(flood.large(dialect().update, 3'000'000).piece(dialect().endTurn).line("exit 0"));
   await("terminated: " + dialect().runtimeName + " exited with status 0.");
   ASSERT_EQ(notes_.size(), count + 3U);
   for (int i = 0; i < count; ++i) ASSERT_EQ(notes_[i], "says w" + std::to_string(i));
@@ -414,7 +397,7 @@ TEST_P(HostileRuntime, FloodOfUpdatesArrivesWholeAndInOrder) {
 
 TEST_P(HostileRuntime, FloodOfErrorTextIsBounded) {
   constexpr std::size_t flood = 20'000'000;
-  open(opened()
+  open(script()
            .line("error-bytes " + std::to_string(flood))
            .line("error \\nlast words")
            .line("exit 1"));
@@ -428,11 +411,10 @@ TEST_P(HostileRuntime, FloodOfErrorTextIsBounded) {
 // ---- that does not listen -----------------------------------------------------------------------
 
 TEST_P(HostileRuntime, ThatNeverReadsItsInputIsEnded) {
-  auto deaf = inTurn();
+  auto deaf = script();
   // The answers to these repeat their text.
   for (int i = 0; i < 40; ++i) deaf.large(dialect().request, 4'000'000);
-  open(deaf.line("signal 19"));
-  prompt();
+  openTurn(deaf.line("signal 19"));
   const std::string words = "The runtime no longer reads what it is sent, and was ended.";
   expectNotes({"turn failed: " + words, "terminated: " + words});
   EXPECT_TRUE(Process::waitForAll(aWhile));
@@ -440,7 +422,7 @@ TEST_P(HostileRuntime, ThatNeverReadsItsInputIsEnded) {
 
 TEST_P(HostileRuntime, ThatClosesItsInputFailsEachRequestAndLivesOn) {
   // Nothing can be waited for any more but a signal.
-  open(opened()
+  open(script()
            .line("close-input")
            .say("deaf")
            .line("error-bytes 1")
@@ -460,10 +442,7 @@ TEST_P(HostileRuntime, ThatClosesItsInputFailsEachRequestAndLivesOn) {
 
 TEST_P(HostileRuntime, ThatClosesItsOutputLeavesTheTurnOpenUntilItsEnd) {
   for (const bool isStopped : {true, false}) {
-    notes_.clear();
-    auto closing = inTurn().line("close-output").line("error mute");
-    open(isStopped ? closing.hang() : closing.line("exit 5"));
-    prompt();
+    openTurn(script().line("close-output").line("error mute").line(isStopped ? "hang" : "exit 5"));
     if (isStopped) {
       ASSERT_TRUE(main_.runUntil([&] { return log_ == "mute"; }));
       EXPECT_EQ(notes_, Lines{});

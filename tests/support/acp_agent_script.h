@@ -19,6 +19,19 @@ class ACPAgentScript : public AgentScript<ACPAgentScript> {
     return line(R"(send {"jsonrpc":"2.0","id":)" + std::to_string(id) + R"(,"method":")" + method +
                 R"(","params":)" + params + "}");
   }
+  ACPAgentScript& ask(int id, const std::string& title) {
+    return request(id, "session/request_permission",
+                   R"({"toolCall":{"title":")" + title +
+                       R"("},"options":[{"optionId":"y","name":"Yes"},)"
+                       R"({"optionId":"n","name":"No","kind":"reject_once"}]})");
+  }
+  ACPAgentScript& expectAnswer(int id, const std::string& result) {
+    return expectLine(R"({"jsonrpc":"2.0","id":)" + std::to_string(id) + R"(,"result":)" + result +
+                      "}");
+  }
+  ACPAgentScript& expectChoice(int id, const std::string& option) {
+    return expectAnswer(id, R"({"outcome":{"outcome":"selected","optionId":")" + option + R"("}})");
+  }
   /// A session update whose text is `text`.
   ACPAgentScript& say(const std::string& text) {
     return line(

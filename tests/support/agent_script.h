@@ -8,7 +8,11 @@ namespace vantrell::tests {
 
 class AgentScriptText {
  public:
+  AgentScriptText() = default;
+  explicit AgentScriptText(std::string text) : text_(std::move(text)) {}
   const std::string& text() const { return text_; }
+  /// What the program follows: behind the script it waits until its input ends.
+  std::string withWaitAtTheEnd() const { return text_ + "hang\n"; }
 
   /// The program that follows it, which lies beside this one.
   static std::string program() {

@@ -23,11 +23,25 @@ class ClaudeAgentScript : public AgentScript<ClaudeAgentScript> {
                 R"("delta":{"type":"text_delta","text":")" +
                 text + R"("}}})");
   }
+  ClaudeAgentScript& expectAllowed(const std::string& requestID, const std::string& input) {
+    return expectDecision(requestID, R"({"behavior":"allow","updatedInput":)" + input + "}");
+  }
+  ClaudeAgentScript& expectDenied(const std::string& requestID) {
+    return expectDecision(requestID,
+                          R"({"behavior":"deny","message":"Denied by the user in vantrell."})");
+  }
   ClaudeAgentScript& ask(const std::string& requestID, const std::string& request) {
     return send(R"({"type":"control_request","request_id":")" + requestID + R"(","request":)" +
                 request + "}");
   }
   ClaudeAgentScript& endTurn() { return send(R"({"type":"result","result":"done"})"); }
+
+ private:
+  ClaudeAgentScript& expectDecision(const std::string& requestID, const std::string& decision) {
+    return expectLine(R"({"type":"control_response","response":{"subtype":"success",)"
+                      R"("request_id":")" +
+                      requestID + R"(","response":)" + decision + "}}");
+  }
 };
 
 }  // namespace vantrell::tests

@@ -22,6 +22,18 @@ class CodexAgentScript : public AgentScript<CodexAgentScript> {
     return send(R"({"method":")" + method + R"(","id":)" + id + R"(,"params":)" + params + "}");
   }
 
+  /// Asks for approval of a "commandExecution", a "fileChange" or of "permissions".
+  CodexAgentScript& ask(const std::string& id, const std::string& what,
+                        const std::string& params = "{}") {
+    return request(id, "item/" + what + "/requestApproval", params);
+  }
+  CodexAgentScript& expectAnswer(const std::string& id, const std::string& result) {
+    return expectLine(R"({"jsonrpc":"2.0","id":)" + id + R"(,"result":)" + result + "}");
+  }
+  CodexAgentScript& expectDecision(const std::string& id, const std::string& decision) {
+    return expectAnswer(id, R"({"decision":")" + decision + R"("})");
+  }
+
   /// Answers "initialize" and leaves the first question for the allowance without an answer.
   CodexAgentScript& initialize() {
     return expect(R"("id":1,"method":"initialize")")
