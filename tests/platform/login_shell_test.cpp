@@ -1,7 +1,5 @@
 #include "platform/login_shell.h"
 
-#include <sys/stat.h>
-
 #include "platform/process_fixture.h"
 #include "platform/program_runner.h"
 #include "support/environment.h"
@@ -32,9 +30,7 @@ class LoginShellTest : public tests::ProcessTest {
   }
   /// A shell of our own making, which gets what a real one gets.
   std::string fakeShell(const std::string& script) const {
-    const auto path = home_.file("shell", "#!/bin/sh\n" + script);
-    ::chmod(path.c_str(), 0755);
-    return path;
+    return home_.program("shell", "#!/bin/sh\n" + script);
   }
 
   tests::TemporaryFolder home_;
@@ -94,18 +90,12 @@ TEST_F(LoginShellTest, ShellThatIsOfNoUseGivesNothing) {
 TEST_F(LoginShellTest, ShellThatHangsCostsTheLimitAndEnds) {
   const auto hanging = fakeShell("echo $$ > " + (home_ / "id") + "; exec sleep 1000");
   ask(question(hanging));
-  const auto id = [&] {
-    return std::atoi(tests::TemporaryFolder::contentOf(home_ / "id").c_str());
-  };
-  ASSERT_TRUE(main_.runUntil([&] {
-    main_.post([] {});
-    return id() > 0;
-  }));
+  const pid_t id = awaitIdIn(home_ / "id");
   EXPECT_FALSE(answer_);
   main_.advance(3s);
   ASSERT_TRUE(main_.runUntil([&] { return answer_.has_value(); }));
   EXPECT_EQ(*answer_, Folders());
-  EXPECT_TRUE(tests::waitForEnd(id()));
+  EXPECT_TRUE(tests::waitForEnd(id));
 }
 
 TEST_F(LoginShellTest, ShellHasNoTerminalAndNothingToRead) {

@@ -17,6 +17,7 @@
 #include "platform/descriptor.h"
 #include "platform/manual_main_queue.h"
 #include "platform/process.h"
+#include "support/temporary_folder.h"
 
 namespace vantrell::tests {
 
@@ -107,6 +108,18 @@ class ProcessTest : public testing::Test {
   pid_t idIn(const Record& record) {
     awaitOutput(record, "\n");
     return static_cast<pid_t>(std::strtol(record.output.c_str(), nullptr, 10));
+  }
+
+  /// The process id that a program writes to the file, once it has.
+  pid_t awaitIdIn(const std::string& path) {
+    pid_t id = 0;
+    EXPECT_TRUE(main_.runUntil([&] {
+      main_.post([] {});  // nobody tells of the file, so this looks again and again
+      const std::string text = TemporaryFolder::contentOf(path);
+      if (text.ends_with('\n')) id = static_cast<pid_t>(std::atoi(text.c_str()));
+      return id > 0;
+    }));
+    return id;
   }
 
   /// Waits until the handlers' queue has done what it holds now.

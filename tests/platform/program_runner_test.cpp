@@ -47,14 +47,9 @@ TEST_F(ProgramRunnerTest, GivesOutputAndErrorInOrderWithTheStatus) {
 }
 
 TEST_F(ProgramRunnerTest, SaysWhatTheSystemSaysOfAProgramThatCannotBeStarted) {
-  const auto outcome = outcomeOf({.options =
-                                      [] {
-                                        ProcessOptions options;
-                                        options.executable = "/nowhere/program";
-                                        return options;
-                                      },
-                                  .limit = {},
-                                  .input = {}});
+  auto program = script("");
+  program.options = [] { return ProcessOptions{.executable = "/nowhere/program"}; };
+  const auto outcome = outcomeOf(std::move(program));
   EXPECT_EQ(outcome.output, "No such file or directory");
   EXPECT_EQ(outcome.status, -1);
 }
@@ -70,18 +65,14 @@ TEST_F(ProgramRunnerTest, EndsWhatTakesTooLongAndItsChildren) {
   auto program = script("sleep 1000 & echo $! > '" + (folder_ / "id") + "'; echo begun; wait");
   program.limit = 10s;
   run(std::move(program));
-  const auto id = [&] { return std::atoi(TemporaryFolder::contentOf(folder_ / "id").c_str()); };
-  ASSERT_TRUE(main_.runUntil([&] {
-    main_.post([] {});
-    return id() > 0;
-  }));
+  const pid_t id = awaitIdIn(folder_ / "id");
   main_.advance(9s);
   EXPECT_TRUE(outcomes_.empty());
   main_.advance(1s);
   ASSERT_TRUE(main_.runUntil([&] { return !outcomes_.empty(); }));
   EXPECT_TRUE(outcomes_[0].hasRunOut);
   EXPECT_EQ(outcomes_[0].status, -1);
-  EXPECT_TRUE(tests::waitForEnd(id()));
+  EXPECT_TRUE(tests::waitForEnd(id));
   // The end that the program then comes to is no second outcome.
   EXPECT_TRUE(Process::waitForAll(20s));
   awaitQueue();
@@ -98,13 +89,9 @@ TEST_F(ProgramRunnerTest, KeepsTheBeginningOfEndlessOutputAndLetsTheProgramFinis
 
 TEST_F(ProgramRunnerTest, ItsEndEndsTheProgramsWithoutAWord) {
   run(script("echo $$ > '" + (folder_ / "id") + "'; exec sleep 1000"));
-  const auto id = [&] { return std::atoi(TemporaryFolder::contentOf(folder_ / "id").c_str()); };
-  ASSERT_TRUE(main_.runUntil([&] {
-    main_.post([] {});
-    return id() > 0;
-  }));
+  const pid_t id = awaitIdIn(folder_ / "id");
   runner_.reset();
-  EXPECT_TRUE(tests::waitForEnd(id()));
+  EXPECT_TRUE(tests::waitForEnd(id));
   EXPECT_TRUE(Process::waitForAll(20s));
   main_.runReady();
   EXPECT_TRUE(outcomes_.empty());

@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include "platform/manual_main_queue.h"
@@ -21,11 +20,6 @@ using tests::TemporaryFolder;
 using Kind = SecretError::Kind;
 
 const SecretServiceOptions quick{.timeLimit = std::chrono::seconds(10), .labelPrefix = "example"};
-
-mode_t modeOf(const std::string& path) {
-  struct stat info{};
-  return stat(path.c_str(), &info) == 0 ? info.st_mode & 07777 : 0;
-}
 
 enum class Place { memory, files };
 
@@ -108,9 +102,9 @@ TEST(SecretFiles, AreForTheirOwnerOnly) {
   const mode_t mask = umask(0);
   ASSERT_TRUE(SecretStore::files(place)->write("service", "account", "value"));
   umask(mask);
-  EXPECT_EQ(modeOf(place), 0700u);
+  EXPECT_EQ(TemporaryFolder::modeOf(place), 0700u);
   EXPECT_EQ(folder.names("secrets"), std::set<std::string>{"service@account.secret"});
-  EXPECT_EQ(modeOf(place + "/service@account.secret"), 0600u);
+  EXPECT_EQ(TemporaryFolder::modeOf(place + "/service@account.secret"), 0600u);
 }
 
 TEST(SecretFiles, KeepTheOldValueWhenTheDiskIsFull) {
@@ -118,9 +112,7 @@ TEST(SecretFiles, KeepTheOldValueWhenTheDiskIsFull) {
   const auto secrets = SecretStore::files(folder.path());
   ASSERT_TRUE(secrets->write("service", "account", "old"));
   const int status = tests::inChild([&] {
-    signal(SIGXFSZ, SIG_IGN);
-    const rlimit limit{1024, 1024};
-    if (setrlimit(RLIMIT_FSIZE, &limit) != 0) return 1;
+    if (!tests::limitFileSize(1024)) return 1;
     const auto written = secrets->write("service", "account", std::string(2000, 'x'));
     return !written && written.error().kind == Kind::failed ? 0 : 2;
   });
@@ -131,16 +123,11 @@ TEST(SecretFiles, KeepTheOldValueWhenTheDiskIsFull) {
 
 TEST(SecretFiles, SayWhenTheFolderDeniesThem) {
   const TemporaryFolder folder;
-  const int status = tests::inChild([&] {
-    if (!tests::mountSmallVolume(folder.path(), "1m")) return tests::childCannot;
-    if (mount(nullptr, folder.path().c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) != 0) {
-      return 1;
-    }
+  tests::expectOnSmallVolume(folder.path(), "1m", [&] {
+    if (!tests::makeReadOnly(folder.path())) return 1;
     const auto written = SecretStore::files(folder / "secrets")->write("service", "account", "x");
     return !written && written.error().kind == Kind::denied ? 0 : 2;
   });
-  if (status == tests::childCannot) GTEST_SKIP() << "no private mounts here";
-  EXPECT_EQ(status, 0);
 }
 
 TEST(SecretFiles, AFolderInTheirPlaceIsNoAbsence) {

@@ -1,7 +1,5 @@
 #include "platform/system_desktop.h"
 
-#include <sys/stat.h>
-
 #include "platform/process_fixture.h"
 #include "platform/program_runner.h"
 #include "support/temporary_folder.h"
@@ -17,8 +15,7 @@ class SystemDesktopTest : public tests::ProcessTest {
  protected:
   /// A program on PATH that notes how it was started, by writing to a file of its name.
   void program(const std::string& name, const std::string& script) {
-    const auto path = folder_.file("bin/" + name, "#!/bin/sh\n" + script + "\n");
-    ::chmod(path.c_str(), 0755);
+    folder_.program("bin/" + name, "#!/bin/sh\n" + script + "\n");
   }
   void terminal(const std::string& name) {
     program(name, "printf '%s\\n' \"" + name + "\" \"$(pwd)\" \"$*\" > " + (folder_ / "new") +

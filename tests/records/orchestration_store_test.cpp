@@ -27,11 +27,6 @@ using testing::HasSubstr;
 using tests::TemporaryFolder;
 using Notes = std::vector<StoredNote>;
 
-mode_t modeOf(const std::string& path) {
-  struct stat info{};
-  return stat(path.c_str(), &info) == 0 ? info.st_mode & 07777 : 0;
-}
-
 class OrchestrationFiles : public testing::Test {
  protected:
   OrchestrationStore store() {
@@ -67,10 +62,10 @@ TEST_F(OrchestrationFiles, AreForTheirOwnerOnly) {
   ASSERT_TRUE(store().save(notes_, "notes.json"));
   ASSERT_TRUE(store().save(notes_, "contexts/notes.json"));
   umask(mask);
-  EXPECT_EQ(modeOf(orchestration), 0700u);
-  EXPECT_EQ(modeOf(orchestration + "/notes.json"), 0600u);
-  EXPECT_EQ(modeOf(orchestration + "/contexts"), 0700u);
-  EXPECT_EQ(modeOf(orchestration + "/contexts/notes.json"), 0600u);
+  EXPECT_EQ(TemporaryFolder::modeOf(orchestration), 0700u);
+  EXPECT_EQ(TemporaryFolder::modeOf(orchestration + "/notes.json"), 0600u);
+  EXPECT_EQ(TemporaryFolder::modeOf(orchestration + "/contexts"), 0700u);
+  EXPECT_EQ(TemporaryFolder::modeOf(orchestration + "/contexts/notes.json"), 0600u);
 }
 
 TEST_F(OrchestrationFiles, MissingIsTheDefaultAndNotWorthANotice) {
@@ -115,20 +110,15 @@ TEST_F(OrchestrationFiles, AFolderInTheWayIsKeptToo) {
 }
 
 TEST_F(OrchestrationFiles, AreNotReplacedWhenTheUnreadableOneCannotBeKept) {
-  const int status = tests::inChild([&] {
-    if (!tests::mountSmallVolume(folder_.path(), "1m")) return tests::childCannot;
+  tests::expectOnSmallVolume(folder_.path(), "1m", [&] {
     folder_.file("Orchestration/notes.json", "[{");
-    if (mount(nullptr, folder_.path().c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) != 0) {
-      return 1;
-    }
+    if (!tests::makeReadOnly(folder_.path())) return 1;
     auto files = store();
     if (files.load("notes.json", notes_) != notes_ || files.save(none_, "notes.json")) return 2;
     if (mount(nullptr, folder_.path().c_str(), nullptr, MS_REMOUNT, nullptr) != 0) return 3;
     if (!files.save(none_, "notes.json")) return 4;
     return folder_.names("Orchestration").size() == 2 && notices_.size() == 1 ? 0 : 5;
   });
-  if (status == tests::childCannot) GTEST_SKIP() << "no private mounts here";
-  EXPECT_EQ(status, 0);
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include "platform/user_defaults.h"
@@ -43,7 +42,8 @@ class StoredConversations : public testing::Test {
     for (int i = 0; i < tasks; ++i) {
       ChatThread thread = ChatThread::make("Task " + std::to_string(i), now);
       for (const char* id : {"a", "b", "c"}) {
-        thread.entries.append(entryWith(id, std::string(300, 't')));
+        thread.entries.append(
+            entryWith(id, std::string("a\0b\n\xC3\xA9", 6) + std::string(294, 't')));
       }
       thread.runs.emplace_back().id = Uuid::random();
       workspaces[0].threads.push_back(std::move(thread));
@@ -74,6 +74,12 @@ class StoredConversations : public testing::Test {
       if (name.starts_with("conversations ")) kept.push_back(folder_ / name);
     }
     return kept;
+  }
+  /// As if there had never been a store.
+  void clear() {
+    for (const auto& name : folder_.names()) {
+      if (name.starts_with("conversations")) std::filesystem::remove(folder_ / name);
+    }
   }
   void run(const std::string& sql) {
     sqlite3* database = nullptr;
@@ -111,8 +117,7 @@ TEST_F(StoredConversationsInMemory, FileCutAtAnyByteOfItsLastPageIsKeptAndWhatCa
   ASSERT_GT(whole.size(), page * 4);
   for (std::size_t cut = 1; cut <= page; cut += cut == page ? 1 : std::min(cutStep, page - cut)) {
     SCOPED_TRACE(cut);
-    for (const auto& each : keptAside()) std::filesystem::remove(each);
-    std::filesystem::remove(file() + "-wal");
+    clear();
     const std::string damaged = whole.substr(0, whole.size() - cut);
     folder_.file("conversations.sqlite", damaged);
     std::optional<std::string> notice;
@@ -143,8 +148,7 @@ TEST_F(StoredConversations, WhatIsNoStoreIsKeptAsideUnchanged) {
       {header + std::string(20, '\0'), "cut short"},
   };
   for (const auto& [content, reason] : cases) {
-    for (const auto& each : keptAside()) std::filesystem::remove(each);
-    for (const char* suffix : {"-wal", "-shm"}) std::filesystem::remove(file() + suffix);
+    clear();
     folder_.file("conversations.sqlite", content);
     std::optional<std::string> notice;
     EXPECT_EQ(load(&notice).size(), 1U);
@@ -184,13 +188,11 @@ TEST_F(StoredConversations, DamagedPiecesHurtNothingElse) {
       {"project", "UPDATE workspaces SET head = '[]' WHERE head LIKE '%project%'"},
   };
   const auto whole = makeStore(3);
+  const std::string stored = TemporaryFolder::contentOf(file());
   for (const auto& each : cases) {
     SCOPED_TRACE(each.what);
-    std::filesystem::copy_file(file(), folder_ / "whole",
-                               std::filesystem::copy_options::skip_existing);
-    std::filesystem::copy_file(folder_ / "whole", file(),
-                               std::filesystem::copy_options::overwrite_existing);
-    for (const auto& kept : keptAside()) std::filesystem::remove(kept);
+    clear();
+    folder_.file("conversations.sqlite", stored);
     run(each.sql);
     WorkspaceStore store(*defaults_, folder_.path());
     std::string told;
@@ -256,19 +258,16 @@ TEST_F(StoredConversations, DamagedPageKeepsNoOtherConversationFromBeingSaved) {
 
 TEST_F(StoredConversations, WhatCannotBeKeptAsideIsNeverWrittenOver) {
   if (geteuid() == 0) {
-    const int status = tests::inChild([&] {
-      const std::string volume = folder_.folder("volume");
-      if (!tests::mountSmallVolume(volume, "1m")) return tests::childCannot;
+    const std::string volume = folder_.folder("volume");
+    tests::expectOnSmallVolume(volume, "1m", [&] {
       folder_.file("volume/conversations.sqlite", "precious");
-      if (mount(nullptr, volume.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) != 0) return 1;
+      if (!tests::makeReadOnly(volume)) return 1;
       WorkspaceStore store(*defaults_, volume);
       auto loaded = store.load(now);
       if (loaded.size() != 1 || !store.notice() || store.lastError().empty()) return 2;
       if (store.save(loaded) || store.lastError().empty()) return 3;
       return TemporaryFolder::contentOf(volume + "/conversations.sqlite") == "precious" ? 0 : 4;
     });
-    if (status == tests::childCannot) GTEST_SKIP() << "no private mounts here";
-    EXPECT_EQ(status, 0);
     return;
   }
   folder_.file("closed/conversations.sqlite", "precious");
@@ -286,20 +285,14 @@ TEST_F(StoredConversations, SaveThatFailsIsMadeUpForByTheNext) {
   const int status = tests::inChild([&] {
     WorkspaceStore store(*defaults_, folder_.path());
     auto tree = store.load(now);
-    signal(SIGXFSZ, SIG_IGN);
-    rlimit limit{};
-    getrlimit(RLIMIT_FSIZE, &limit);
-    const rlim_t enough = limit.rlim_cur;
-    limit.rlim_cur = 300'000;
-    if (setrlimit(RLIMIT_FSIZE, &limit) != 0) return 1;
+    if (!tests::limitFileSize(300'000)) return 1;
     ChatThread& thread = tree[0].threads[0];
     thread.entries.append(entryWith("large", std::string(2'000'000, 'x')));
     if (store.save(tree)) return 2;
     if (store.lastError().empty() || store.lastError().contains('\n')) return 3;
     thread.entries.append(entryWith("small", "y"));
     if (store.save(tree)) return 4;
-    limit.rlim_cur = enough;
-    if (setrlimit(RLIMIT_FSIZE, &limit) != 0) return 5;
+    if (!tests::limitFileSize(100'000'000)) return 5;
     thread.entries.find("small")->text = "z";
     if (!store.save(tree)) return 6;
     return WorkspaceStore(*defaults_, folder_.path()).load(now) == tree ? 0 : 7;
@@ -314,9 +307,7 @@ TEST_F(StoredConversations, AreForTheirOwnerOnly) {
   EXPECT_TRUE(store.save(store.load(now)));
   for (const auto& name : folder_.names()) {
     if (!name.starts_with("conversations")) continue;
-    struct stat info{};
-    ASSERT_EQ(stat((folder_ / name).c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 07777, 0600U) << name;
+    EXPECT_EQ(TemporaryFolder::modeOf(folder_ / name), 0600U) << name;
   }
   umask(mask);
 }
@@ -408,8 +399,7 @@ TEST_F(StoredConversations, ValuesThatCannotBeTakenOverAreKeptAside) {
   };
   for (const auto& each : cases) {
     SCOPED_TRACE(each.what);
-    for (const auto& kept : keptAside()) std::filesystem::remove(kept);
-    for (const char* suffix : {"", "-wal", "-shm"}) std::filesystem::remove(file() + suffix);
+    clear();
     const auto before = each.storeIsThere ? makeStore(2) : std::vector<Workspace>();
     ASSERT_TRUE(each.set(*defaults_));
     std::optional<std::string> notice;

@@ -1,10 +1,7 @@
 #include "records/workspace_store.h"
 
-#include <csignal>
 #include <filesystem>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
 
 #include "platform/user_defaults.h"
 #include "records/conversation_json.h"
@@ -31,6 +28,14 @@ class WorkspaceStoreTest : public testing::Test {
     EXPECT_TRUE(document) << document.error();
     return decodeWorkspaces(document->document, conversationJson).value();
   }
+  /// The files in the support folder that hold what was kept aside.
+  std::vector<std::string> keptFiles() {
+    std::vector<std::string> paths;
+    for (const auto& name : folder_.names("support")) {
+      if (name.ends_with(".json")) paths.push_back(support() + "/" + name);
+    }
+    return paths;
+  }
   std::string support() { return folder_.folder("support"); }
 
   tests::TemporaryFolder folder_;
@@ -50,19 +55,6 @@ TEST_F(WorkspaceStoreTest, FirstStartGivesTheGeneralWorkspaceAndItsFolder) {
   EXPECT_EQ(stored(), loaded) << "a load ends with a save";
   EXPECT_EQ(store.notice(), std::nullopt);
   EXPECT_EQ(store.load(Date(2000)), loaded) << "the second start finds what the first one made";
-}
-
-TEST_F(WorkspaceStoreTest, DropsWorkspacesWhoseFolderHasGone) {
-  const Workspace kept = project("kept");
-  const Workspace gone = project("gone");
-  store({gone, kept});
-  std::filesystem::remove(gone.path);
-  WorkspaceStore store(*defaults_, support());
-  const auto loaded = store.load(now);
-  ASSERT_EQ(loaded.size(), 2U);
-  EXPECT_EQ(loaded[0].name, "General");
-  EXPECT_EQ(loaded[1], kept);
-  EXPECT_EQ(stored(), loaded);
 }
 
 TEST_F(WorkspaceStoreTest, ConversationsOfMissingFoldersAreKeptAsideAndTold) {
@@ -86,26 +78,20 @@ TEST_F(WorkspaceStoreTest, ConversationsOfMissingFoldersAreKeptAsideAndTold) {
   }
   for (const auto& path : {spoken.path, run.path, empty.path}) std::filesystem::remove(path);
 
-  const auto keptFiles = [&] {
-    auto names = folder_.names("support");
-    std::erase_if(names, [](const std::string& each) { return !each.ends_with(".json"); });
-    return names;
-  };
   {
     WorkspaceStore store(*defaults_, folder);
     const auto loaded = store.load(now);
     ASSERT_EQ(loaded.size(), 2U);
     EXPECT_EQ(loaded[1], there);
     ASSERT_EQ(keptFiles().size(), 1U);
-    const std::string name = *keptFiles().begin();
-    EXPECT_TRUE(name.starts_with("conversations of missing folders 2001-01-01 00.16.40Z")) << name;
+    const std::string path = keptFiles()[0];
+    EXPECT_TRUE(path.contains("/conversations of missing folders 2001-01-01 00.16.40Z")) << path;
     ASSERT_TRUE(store.notice());
-    for (const auto& part : {spoken.path, run.path, "\"" + folder + "/" + name + "\""}) {
+    for (const auto& part : {spoken.path, run.path, "\"" + path + "\""}) {
       EXPECT_TRUE(store.notice()->contains(part)) << *store.notice();
     }
     EXPECT_FALSE(store.notice()->contains(empty.path)) << "nothing of it is lost";
-    const auto kept =
-        decodeWorkspaces(tests::TemporaryFolder::contentOf(folder + "/" + name), conversationJson);
+    const auto kept = decodeWorkspaces(tests::TemporaryFolder::contentOf(path), conversationJson);
     ASSERT_TRUE(kept);
     EXPECT_EQ(*kept, (std::vector{spoken, run}));
   }
@@ -119,24 +105,18 @@ TEST_F(WorkspaceStoreTest, ConversationsOfMissingFoldersStayWhenTheyCannotBeKept
   Workspace gone = project("gone");
   gone.threads[0].runs.emplace_back().id = Uuid::random();
   const std::string folder = support();
-  const auto large = [&] {
+  // More text than the limit below leaves room for in one file.
+  ChatEntry entry;
+  entry.text = std::string(2'000'000, 'x');
+  gone.threads[0].entries.append(std::move(entry));
+  {
     WorkspaceStore store(*defaults_, folder);
     store.load(now);
-    // More text than the limit below leaves room for in one file.
-    ChatEntry entry;
-    entry.id = "e";
-    entry.text = std::string(2'000'000, 'x');
-    gone.threads[0].entries.append(std::move(entry));
-    return store.save({gone});
-  }();
-  ASSERT_TRUE(large);
+    ASSERT_TRUE(store.save({gone}));
+  }
   std::filesystem::remove(gone.path);
   const int status = tests::inChild([&] {
-    signal(SIGXFSZ, SIG_IGN);
-    rlimit limit{};
-    getrlimit(RLIMIT_FSIZE, &limit);
-    limit.rlim_cur = 1'000'000;
-    if (setrlimit(RLIMIT_FSIZE, &limit) != 0) return 1;
+    if (!tests::limitFileSize(1'000'000)) return 1;
     WorkspaceStore store(*defaults_, folder);
     const auto loaded = store.load(now);
     if (loaded.size() != 2 || loaded[1] != gone) return 2;
@@ -175,14 +155,11 @@ TEST_F(WorkspaceStoreTest, DocumentThatCannotBeReadIsKeptAside) {
   EXPECT_EQ(stored(), loaded);
   EXPECT_FALSE(defaults_->data(key)) << "it has one place";
 
-  auto names = folder_.names("support");
-  std::erase_if(names, [](const std::string& each) { return !each.ends_with(".json"); });
-  ASSERT_EQ(names.size(), 1U);
-  const std::string kept = support() + "/" + *names.begin();
+  ASSERT_EQ(keptFiles().size(), 1U);
+  const std::string kept = keptFiles()[0];
   EXPECT_EQ(tests::TemporaryFolder::contentOf(kept), broken);
-  struct stat info{};
-  ASSERT_EQ(stat(kept.c_str(), &info), 0);
-  EXPECT_EQ(info.st_mode & 0777U, 0600U) << "conversations are for their owner alone";
+  EXPECT_EQ(tests::TemporaryFolder::modeOf(kept), 0600U)
+      << "conversations are for their owner alone";
   ASSERT_TRUE(store.notice());
   EXPECT_TRUE(store.notice()->contains(kept)) << *store.notice();
   EXPECT_TRUE(store.notice()->contains("0.id")) << *store.notice();
@@ -201,38 +178,6 @@ TEST_F(WorkspaceStoreTest, DocumentThatCannotEvenBeKeptAsideIsNeverOverwritten) 
   EXPECT_FALSE(store.lastError().empty());
   EXPECT_EQ(defaults_->data(key), broken);
   EXPECT_TRUE(store.notice());
-}
-
-TEST_F(WorkspaceStoreTest, OldDocumentWithOnlyASessionIdDecodesFully) {
-  const Workspace kept = project("kept");
-  defaults_->setData(
-      key, R"([{"id":"00000000-0000-0000-0000-000000000001","name":"kept","path":")" + kept.path +
-               R"(","threads":[{"id":"00000000-0000-0000-0000-000000000002",)"
-               R"("title":"T","sessionId":"s","entries":[],"createdAt":1,)"
-               R"("updatedAt":2}]}])");
-  const auto loaded = WorkspaceStore(*defaults_, support()).load(now);
-  ASSERT_EQ(loaded.size(), 2U);
-  EXPECT_EQ(loaded[1].threads[0].sessionID(AgentProvider::grok), "s");
-}
-
-TEST_F(WorkspaceStoreTest, TreeSurvivesARestartInARealStore) {
-  const std::string file = folder_ / "settings.sqlite";
-  std::vector<Workspace> tree;
-  {
-    auto defaults = UserDefaults::open(file);
-    ASSERT_TRUE(defaults) << defaults.error();
-    WorkspaceStore store(**defaults, support());
-    tree = store.load(now);
-    tree.push_back(project("p"));
-    ChatEntry entry;
-    entry.id = "e";
-    entry.text = std::string("a\0b\n\xC3\xA9", 6);
-    tree.back().threads[0].entries.append(std::move(entry));
-    ASSERT_TRUE(store.save(tree));
-  }
-  auto defaults = UserDefaults::open(file);
-  ASSERT_TRUE(defaults) << defaults.error();
-  EXPECT_EQ(WorkspaceStore(**defaults, support()).load(now), tree);
 }
 
 }  // namespace

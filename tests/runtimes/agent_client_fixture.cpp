@@ -125,9 +125,7 @@ void AgentClientTest::note(std::string line) {
 
 std::string AgentClientTest::program(const std::string& name,
                                      const std::string& shellScript) const {
-  const std::string path = folder_.file(name, "#!/bin/sh\n" + shellScript);
-  std::filesystem::permissions(path, std::filesystem::perms::owner_all);
-  return path;
+  return folder_.program(name, "#!/bin/sh\n" + shellScript);
 }
 
 }  // namespace vantrell::tests

@@ -151,9 +151,8 @@ TEST_F(CodexDiscoveryRun, ProgramThatCannotBeStartedIsTheEnd) {
 
 TEST_F(CodexDiscoveryRun, SilenceEndsAfterEightSeconds) {
   const std::string seen = folder_ / "project/seen";
-  const std::string program =
-      folder_.file("codex", "#!/bin/sh\nread line\necho x > seen\nwhile read line; do :; done\n");
-  std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+  const std::string program = folder_.program(
+      "codex", "#!/bin/sh\nread line\necho x > seen\nwhile read line; do :; done\n");
   place_.executable = program;
   run({});
   ASSERT_TRUE(main_.runUntil([&] {

@@ -60,13 +60,6 @@ TEST(CodexMessages, ModelAndEffortAreNamedOnlyWhenChosen) {
   EXPECT_EQ(json::textOr(turn, "effort", ""), "high");
 }
 
-TEST(CodexMessages, IntroductionAndInterruption) {
-  EXPECT_EQ(json::write(codex::initializeParams("1.2")),
-            R"({"clientInfo":{"name":"vantrell","title":"vantrell","version":"1.2"},)"
-            R"("capabilities":{"experimentalApi":true}})");
-  EXPECT_EQ(json::write(codex::turnInterruptParams("t", "u")), R"({"threadId":"t","turnId":"u"})");
-}
-
 TEST(CodexMessages, EachResetOfTheAllowanceHasAKeyOfItsOwn) {
   const auto first = codex::consumeResetCreditParams();
   const auto second = codex::consumeResetCreditParams();

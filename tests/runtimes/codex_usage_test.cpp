@@ -55,14 +55,7 @@ TEST(CodexUsage, ReadsWhateverIsThere) {
                R"(,"spendControlReached":false,"rateLimitReachedType":null)"),
        "9 40 @100 left - - -"},
       {windows(R"({"usedPercent":"9"})", "[]", R"(,"planType":7)"), "- - - left - - -"},
-  };
-  for (const auto& [reading, expected] : cases) {
-    EXPECT_EQ(told(codex::parseRateLimits(object(reading))), expected) << reading;
-  }
-}
-
-TEST(CodexUsage, ResetCreditsStandBesideTheLimitsNotInThem) {
-  const std::pair<std::string, std::string> cases[] = {
+      // The credits for a reset stand beside the limits, not in them.
       {R"({"rateLimits":{},"rateLimitResetCredits":{"availableCount":2,"credits":[)"
        R"({"id":"a","status":"used"},{"id":"b","status":"available"},)"
        R"({"id":"c","status":"available"}]}})",

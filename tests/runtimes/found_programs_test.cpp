@@ -1,7 +1,6 @@
 #include "runtimes/found_programs.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include "platform/manual_main_queue.h"
 #include "support/environment.h"
@@ -16,11 +15,7 @@ TEST(FoundPrograms, AnswersStayTrueAndAreNotSearchedForEachTime) {
   Environment process;
   process.set("HOME", home.path());
   process.set("PATH", home.folder("bin"));
-  const auto install = [&](const std::string& name) {
-    const std::string path = home.file(name, "#!/bin/sh\n");
-    chmod(path.c_str(), 0755);
-    return path;
-  };
+  const auto install = [&](const std::string& name) { return home.program(name, "#!/bin/sh\n"); };
   ManualMainQueue main;
   FoundPrograms programs(main);
   const auto has = [&](std::optional<std::string> custom = std::nullopt) {

@@ -16,12 +16,11 @@ namespace {
 
 TEST(LocalHarness, RunsInTheProjectFromItsOwnHomeAgainstTheChosenModel) {
   const TemporaryFolder folder;
-  const auto program = folder.file("grok",
-                                   "#!/bin/sh\n"
-                                   "printf '%s\\n' \"$@\" > \"$GROK_HOME/arguments\"\n"
-                                   "printf '%s\\n' \"$PWD\" \"$VANTRELL_LOCAL_TOKEN\" \"$KEPT\" "
-                                   "> \"$GROK_HOME/surroundings\"\n");
-  std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+  const auto program = folder.program("grok",
+                                      "#!/bin/sh\n"
+                                      "printf '%s\\n' \"$@\" > \"$GROK_HOME/arguments\"\n"
+                                      "printf '%s\\n' \"$PWD\" \"$VANTRELL_LOCAL_TOKEN\" \"$KEPT\" "
+                                      "> \"$GROK_HOME/surroundings\"\n");
   const auto project = folder.folder("project");
   Environment environment;
   environment.set("KEPT", "as it was");
@@ -32,7 +31,7 @@ TEST(LocalHarness, RunsInTheProjectFromItsOwnHomeAgainstTheChosenModel) {
   const LocalRuntimeService::HarnessRequest request{.executable = program,
                                                     .workspacePath = project,
                                                     .selectedModel = "second",
-                                                    .permissionMode = GrokPermissionMode::ask};
+                                                    .permissionMode = GrokPermissionMode::auto_};
   const auto none = LocalRuntimeService::harnessConfiguration(connection, request, folder.path());
   ASSERT_TRUE(none);
   EXPECT_FALSE(*none) << "no model, no client";
@@ -53,7 +52,7 @@ TEST(LocalHarness, RunsInTheProjectFromItsOwnHomeAgainstTheChosenModel) {
 
   const std::string home = folder / "vantrell/local-agent/grok";
   EXPECT_EQ(TemporaryFolder::contentOf(home + "/arguments"),
-            "--disable-web-search\n--permission-mode\ndefault\nagent\n--model\nvantrell-local\n"
+            "--disable-web-search\n--permission-mode\nauto\nagent\n--model\nvantrell-local\n"
             "stdio\n");
   EXPECT_EQ(TemporaryFolder::contentOf(home + "/surroundings"),
             project + "\nstub-bearer-for-offline-route\nas it was\n");

@@ -104,6 +104,7 @@ TEST_F(LocalRuntimeDetection, SaysWhyNothingWasFound) {
     const HttpServer server(listing("/v1/models", one.body, one.status));
     configure(one.kind, server.url());
     EXPECT_EQ(reasonAfterRefresh(), one.reason);
+    EXPECT_EQ(detector_->status().label(), "Not detected");
   }
   const auto port = std::to_string(closedPort());
   configure("custom", "http://127.0.0.1:" + port);

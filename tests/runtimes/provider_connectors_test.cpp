@@ -1,7 +1,6 @@
 #include "runtimes/provider_connectors.h"
 
 #include <gmock/gmock.h>
-#include <sys/stat.h>
 
 #include "platform/http_client.h"
 #include "platform/manual_main_queue.h"
@@ -24,9 +23,8 @@ class ProviderConnectorsTest : public testing::Test {
 
   /// Notes its arguments and its input beside itself.
   void install(const std::string& rest) {
-    program_ = folder_.file("program",
-                            "#!/bin/sh\nprintf '%s\\n' \"$@\" > \"$0.arguments\"\n" + rest + "\n");
-    ::chmod(program_.c_str(), 0755);
+    program_ = folder_.program(
+        "program", "#!/bin/sh\nprintf '%s\\n' \"$@\" > \"$0.arguments\"\n" + rest + "\n");
   }
   /// Sends a prompt through a client that is made for this choice of model and effort, until the
   /// program has noted the text.

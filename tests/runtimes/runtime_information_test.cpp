@@ -70,22 +70,18 @@ TEST(RuntimeInformation, GrokModelsAreTheItemsOfItsList) {
       "* grok-code\n"
       "-\n"
       "\n");
-  ASSERT_EQ(options.size(), 4U);
-  EXPECT_EQ(options[0].id, "default");
-  EXPECT_EQ(options[0].detail, "Use the provider's recommended model.");
-  EXPECT_EQ(options[1].id, "grok-5");
-  EXPECT_EQ(options[1].label, "grok-5");
-  EXPECT_EQ(options[1].detail, "Recommended by Grok.");
-  EXPECT_TRUE(options[1].isDefault);
-  EXPECT_EQ(options[2].id, "grok-5-fast");
-  EXPECT_EQ(options[2].detail, "Available through this Grok subscription.");
-  EXPECT_FALSE(options[2].isDefault);
-  EXPECT_EQ(options[3].id, "grok-code");
-  for (const auto& option : options) {
-    ASSERT_EQ(option.efforts.size(), 4U);
-    EXPECT_EQ(option.efforts[0].id, "default");
-    EXPECT_EQ(option.efforts[3].label, "High");
+  std::string told;
+  for (const auto& [id, label, detail, isDefault, efforts] : options) {
+    told += id + "|" + label + "|" + detail + (isDefault ? "|default\n" : "\n");
+    ASSERT_EQ(efforts.size(), 4U);
+    EXPECT_EQ(efforts[0].id, "default");
+    EXPECT_EQ(efforts[3].label, "High");
   }
+  EXPECT_EQ(told,
+            "default|Default|Use the provider's recommended model.|default\n"
+            "grok-5|grok-5|Recommended by Grok.|default\n"
+            "grok-5-fast|grok-5-fast|Available through this Grok subscription.\n"
+            "grok-code|grok-code|Available through this Grok subscription.\n");
   EXPECT_EQ(grokModelsIn("").size(), 1U);
 }
 

@@ -3,7 +3,6 @@
 #include <future>
 #include <gtest/gtest.h>
 #include <set>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "platform/process.h"
@@ -22,11 +21,7 @@ class RuntimeLocatorTest : public testing::Test {
  protected:
   RuntimeLocatorTest() { process_.set("HOME", home_.path()); }
 
-  std::string program(const std::string& name) const {
-    const std::string path = home_.file(name, "#!/bin/sh\n");
-    chmod(path.c_str(), 0755);
-    return path;
-  }
+  std::string program(const std::string& name) const { return home_.program(name, "#!/bin/sh\n"); }
 
   tests::TemporaryFolder home_;
   tests::Environment process_;

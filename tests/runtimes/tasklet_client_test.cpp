@@ -197,7 +197,6 @@ TEST_F(TaskletClientTest, ReportsThatTheHookIsOutOfReach) {
     HttpServer::Handler handler;
     std::string words;
   };
-  limits_.request = 200ms;
   for (const auto& one : {
            Case{"hangs", [](ServerConnection& connection) { connection.awaitClose(); },
                 " did not answer within 0.2 seconds."},
@@ -210,6 +209,8 @@ TEST_F(TaskletClientTest, ReportsThatTheHookIsOutOfReach) {
                 " was lost."},
        }) {
     SCOPED_TRACE(one.name);
+    // Short only for the one that is silent: on a busy machine the others take their time.
+    limits_.request = one.name == "hangs" ? 200ms : TaskletClient::Limits().request;
     serve(one.handler);
     const auto result = prompt();
     ASSERT_FALSE(result);

@@ -1,13 +1,16 @@
 // Runs a part of a test in a forked child, for what changes a whole process: limits, mounts, death.
 #pragma once
 
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <fstream>
 #include <functional>
+#include <gtest/gtest.h>
 #include <sched.h>
 #include <string>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -48,6 +51,27 @@ inline bool mountSmallVolume(const std::string& folder, const std::string& size)
   }
   return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
          mount("tmpfs", folder.c_str(), "tmpfs", 0, ("size=" + size).c_str()) == 0;
+}
+
+inline bool makeReadOnly(const std::string& volume) {
+  return mount(nullptr, volume.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) == 0;
+}
+
+/// Runs `part` in a child that sees a small volume at `folder`. It should give zero.
+inline void expectOnSmallVolume(const std::string& folder, const std::string& size,
+                                const std::function<int()>& part) {
+  const int status = inChild([&] { return mountSmallVolume(folder, size) ? part() : childCannot; });
+  if (status == childCannot) GTEST_SKIP() << "no private mounts here";
+  EXPECT_EQ(status, 0);
+}
+
+/// From here on a write that makes a file of this process larger fails, as on a full disk.
+inline bool limitFileSize(rlim_t bytes) {
+  std::signal(SIGXFSZ, SIG_IGN);
+  rlimit limit{};
+  if (getrlimit(RLIMIT_FSIZE, &limit) != 0) return false;
+  limit.rlim_cur = bytes;
+  return setrlimit(RLIMIT_FSIZE, &limit) == 0;
 }
 
 }  // namespace vantrell::tests

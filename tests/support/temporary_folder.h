@@ -9,6 +9,7 @@
 #include <stdlib.h>
 #include <string>
 #include <string_view>
+#include <sys/stat.h>
 
 namespace vantrell::tests {
 
@@ -38,6 +39,12 @@ class TemporaryFolder {
     std::ofstream(path, std::ios::binary) << content;
     return path;
   }
+  /// The same with a program.
+  std::string program(std::string_view name, std::string_view content) const {
+    const std::string path = file(name, content);
+    std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+    return path;
+  }
   std::string folder(std::string_view name) const {
     std::filesystem::create_directories(*this / name);
     return *this / name;
@@ -45,6 +52,11 @@ class TemporaryFolder {
   static std::string contentOf(const std::string& path) {
     std::ifstream stream(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(stream), {}};
+  }
+  /// Zero where there is nothing.
+  static mode_t modeOf(const std::string& path) {
+    struct stat info{};
+    return stat(path.c_str(), &info) == 0 ? info.st_mode & 07777 : 0;
   }
   /// The names in a folder, by default in this one, hidden ones too.
   std::set<std::string> names(std::string_view folder = ".") const {
