@@ -25,9 +25,7 @@ ino_t inodeOf(const std::string& path) {
 
 TEST(FilePaths, StandardizesByTextAlone) {
   struct Case {
-    std::string_view path;
-    std::string_view base;
-    std::string_view result;
+    std::string_view path, base, result;
   };
   const Case cases[] = {
       {"/", "", "/"},
@@ -49,9 +47,7 @@ TEST(FilePaths, StandardizesByTextAlone) {
 
 TEST(FilePaths, TakesPathsApart) {
   struct Case {
-    std::string_view path;
-    std::string_view parent;
-    std::string_view last;
+    std::string_view path, parent, last;
   };
   const Case cases[] = {
       {"/", "/", "/"}, {"/a", "/", "a"},  {"/a/b", "/a", "b"}, {"/a/b/", "/a", "b"},

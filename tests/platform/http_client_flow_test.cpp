@@ -206,7 +206,7 @@ TEST_F(HttpFlow, HoldsTheServerBackWhileNobodyTakesTheBody) {
       }
       if (errno != EAGAIN) return;
       pollfd waiting{connection.socket(), POLLOUT, 0};
-      if (::poll(&waiting, 1, 300) == 0) {
+      if (::poll(&waiting, 1, 2500) == 0) {
         sentWhenStuck = sent;
         ::poll(&waiting, 1, 20'000);
       }
@@ -217,7 +217,7 @@ TEST_F(HttpFlow, HoldsTheServerBackWhileNobodyTakesTheBody) {
   bool isHeldBack = false;
   bool isDone = false;
   // Shorter than the server is held back: silence that we cause does not count.
-  HttpRequest request{.url = server.url(), .requestTimeout = 200ms, .longestBody = size};
+  HttpRequest request{.url = server.url(), .requestTimeout = 2s, .longestBody = size};
   request.onBody = [&](const std::string& piece) {
     EXPECT_FALSE(isHeldBack);
     received += piece.size();

@@ -12,12 +12,19 @@ namespace {
 
 using ProcessEnd = ProcessTest;
 
+Descriptor makePipe(const std::string& path) {
+  EXPECT_EQ(::mkfifo(path.c_str(), 0600), 0);
+  return Descriptor(::open(path.c_str(), O_RDWR | O_CLOEXEC));
+}
+bool hasByte(const Descriptor& pipe, std::chrono::milliseconds limit) {
+  pollfd wait{pipe.get(), POLLIN, 0};
+  return ::poll(&wait, 1, static_cast<int>(limit.count())) == 1;
+}
+
 TEST_F(ProcessEnd, TellsStatusAndSignalApartAndOnce) {
   struct Case {
     const char* script;
-    int status;
-    int signal;
-    int code;
+    int status, signal, code;
   };
   for (const auto& each :
        {Case{"exit 0", 0, 0, 0}, Case{"exit 3", 3, 0, 3}, Case{"exit 255", 255, 0, 255},
@@ -77,16 +84,11 @@ class ProcessLeftBehind : public ProcessTest {
     options.endGroupWithLeader = false;
     return options;
   }
-  Descriptor makePipe(const char* name) const {
-    EXPECT_EQ(::mkfifo((folder_ / name).c_str(), 0600), 0);
-    return Descriptor(::open((folder_ / name).c_str(), O_RDWR | O_CLOEXEC));
-  }
   void go() const {
     const Descriptor pipe(::open((folder_ / "go").c_str(), O_RDWR | O_CLOEXEC));
     EXPECT_EQ(::write(pipe.get(), "\n", 1), 1);
     // Kept open until it was read.
-    pollfd wait{pipe.get(), POLLIN, 0};
-    while (::poll(&wait, 1, 0) == 1) std::this_thread::yield();
+    while (hasByte(pipe, 0ms)) std::this_thread::yield();
   }
   TemporaryFolder folder_;
 };
@@ -120,13 +122,12 @@ TEST_F(ProcessLeftBehind, IsReadToItsEndAfterTheExit) {
 
 TEST_F(ProcessLeftBehind, IsHeldBackByAPause) {
   const auto record = finish(start(leaving("seq 200000; echo > done")));
-  const Descriptor done = makePipe("done");
+  const Descriptor done = makePipe(folder_ / "done");
   record->process->pauseReading();
   go();
-  pollfd wait{done.get(), POLLIN, 0};
-  EXPECT_EQ(::poll(&wait, 1, 20), 0) << "a pipe takes only a part of it";
+  EXPECT_FALSE(hasByte(done, 20ms)) << "a pipe takes only a part of it";
   record->process->resumeReading();
-  EXPECT_EQ(::poll(&wait, 1, 20'000), 1);
+  EXPECT_TRUE(hasByte(done, 20s));
   awaitOutput(*record, "\n200000\n");
 }
 
@@ -145,11 +146,10 @@ TEST_F(ProcessLeftBehind, MayStillWriteWithinTheGraceOfAStop) {
 
 TEST_F(ProcessLeftBehind, IsReadToItsEndWhenItWasKilledToo) {
   const auto record = finish(start(leaving("echo last; echo > done; exec sleep 1000")));
-  const Descriptor done = makePipe("done");
+  const Descriptor done = makePipe(folder_ / "done");
   record->process->pauseReading();
   go();
-  pollfd wait{done.get(), POLLIN, 0};
-  EXPECT_EQ(::poll(&wait, 1, 20'000), 1);
+  EXPECT_TRUE(hasByte(done, 20s));
   record->process->terminate(0ms);
   record->process->resumeReading();
   awaitOutput(*record, "last");
@@ -174,15 +174,9 @@ TEST_F(ProcessEnd, PatientStopLetsTheChildEndByItself) {
 
 TEST_F(ProcessEnd, UnsentBytesAreCountedToTheEndOfAPatientStop) {
   const TemporaryFolder folder;
-  for (const auto* name : {"read", "done", "end"}) {
-    ASSERT_EQ(::mkfifo((folder / name).c_str(), 0600), 0);
-  }
-  const auto open = [&](const char* name) {
-    return Descriptor(::open((folder / name).c_str(), O_RDWR | O_CLOEXEC));
-  };
-  const Descriptor read = open("read");
-  const Descriptor done = open("done");
-  const Descriptor end = open("end");
+  const Descriptor read = makePipe(folder / "read");
+  const Descriptor done = makePipe(folder / "done");
+  const Descriptor end = makePipe(folder / "end");
   auto options = shell("read x < read; cat > /dev/null; echo > done; read x < end");
   options.workingFolder = folder.path();
   const auto record = start(options);
@@ -191,8 +185,7 @@ TEST_F(ProcessEnd, UnsentBytesAreCountedToTheEndOfAPatientStop) {
   record->process->stop(20s, 20s);
   EXPECT_GT(record->process->unsentBytes(), 0U);
   EXPECT_EQ(::write(read.get(), "\n", 1), 1);
-  pollfd wait{done.get(), POLLIN, 0};
-  ASSERT_EQ(::poll(&wait, 1, 20'000), 1);
+  ASSERT_TRUE(hasByte(done, 20s));
   EXPECT_EQ(record->process->unsentBytes(), 0U);
   EXPECT_EQ(::write(end.get(), "\n", 1), 1);
   EXPECT_TRUE(Process::waitForAll(20s));
@@ -300,13 +293,6 @@ TEST_F(ProcessEnd, HandlersThatHoldTheirProcessDoNotKeepItForEver) {
   EXPECT_TRUE(main_.runUntil([&] { return exited; }));
   awaitQueue();
   EXPECT_TRUE(watched.expired());
-}
-
-TEST_F(ProcessEnd, WaitForAllHasALimit) {
-  const auto record = start(shell("sleep 100"));
-  EXPECT_FALSE(Process::waitForAll(20ms));
-  record->process->stop();
-  EXPECT_TRUE(Process::waitForAll(20s));
 }
 
 TEST_F(ProcessEnd, AThousandStartsAndStopsLeaveNothing) {

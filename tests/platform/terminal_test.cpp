@@ -2,30 +2,20 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <termios.h>
 #include <thread>
 #include <unistd.h>
 
 #include "platform/descriptor.h"
+#include "support/pseudo_terminal.h"
 
 namespace vantrell {
 namespace {
 
-/// A terminal, and the end at which its user sits.
-struct Pair {
-  Pair() : user(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
-    ::grantpt(user.get());
-    ::unlockpt(user.get());
-    terminal = Descriptor(::open(::ptsname(user.get()), O_RDWR | O_NOCTTY | O_CLOEXEC));
-  }
-  bool isMute() const {
-    termios state{};
-    return ::tcgetattr(terminal.get(), &state) == 0 && !(state.c_lflag & ECHO);
-  }
-  Descriptor user;
-  Descriptor terminal;
-};
+bool isMute(const tests::PseudoTerminal& terminal) {
+  termios state{};
+  return ::tcgetattr(terminal.program.get(), &state) == 0 && !(state.c_lflag & ECHO);
+}
 
 TEST(Terminal, HiddenLineIsReadAsItIsTypedAndShownNowhere) {
   const std::pair<std::string, std::optional<std::string>> cases[] = {
@@ -39,15 +29,14 @@ TEST(Terminal, HiddenLineIsReadAsItIsTypedAndShownNowhere) {
       {"secret\x04", std::nullopt},
   };
   for (const auto& [keys, expected] : cases) {
-    const Pair pair;
+    const tests::PseudoTerminal pair;
     std::thread person([&] {
-      while (!pair.isMute()) std::this_thread::yield();
-      EXPECT_EQ(::write(pair.user.get(), keys.data(), keys.size()),
-                static_cast<ssize_t>(keys.size()));
+      while (!isMute(pair)) std::this_thread::yield();
+      pair.press(keys);
     });
-    EXPECT_EQ(terminal::readHiddenLine(pair.terminal.get()), expected) << keys;
+    EXPECT_EQ(terminal::readHiddenLine(pair.program.get()), expected) << keys;
     person.join();
-    EXPECT_FALSE(pair.isMute()) << "as before";
+    EXPECT_FALSE(isMute(pair)) << "as before";
     ::fcntl(pair.user.get(), F_SETFL, O_NONBLOCK);
     char shown[64];
     EXPECT_EQ(::read(pair.user.get(), shown, sizeof shown), -1) << "something was shown";

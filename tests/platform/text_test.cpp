@@ -14,8 +14,7 @@ constexpr std::string_view flag = "\U0001F1E9\U0001F1EA";
 
 TEST(Text, TrimsUnicodeWhiteSpaceAtBothEnds) {
   struct Case {
-    std::string_view text;
-    std::string_view trimmed;
+    std::string_view text, trimmed;
   };
   const Case cases[] = {
       {"", ""},
@@ -34,35 +33,26 @@ TEST(Text, TrimsUnicodeWhiteSpaceAtBothEnds) {
 }
 
 TEST(Text, CountsUserPerceivedCharacters) {
-  struct Case {
-    std::string text;
-    std::size_t count;
+  const std::string flags = std::string(flag) + std::string(flag);
+  const std::pair<std::size_t, std::vector<std::string_view>> cases[] = {
+      {0, {""}},
+      {1,
+       {"\r", "e\u0301", family,
+        "\u0915\u094D\u0937",  // a conjunct of two consonants
+        "\u0600a",             // a prepended mark takes the ASCII letter behind it
+        "1\uFE0F\u20E3"}},
+      {2, {"\r\n\r\n", "\n\r", "\r\n\u0301", "\u00e9\r\n", flags}},
+      {3,
+       {"abc", "a\r\nb", "ae\u0301b",
+        "a\xFF"
+        "b",
+        "a\xE2\x82"
+        "b"}},
+      {22, {"caf\u00e9 au lait, d\u00e9j\u00e0 vu\r\n"}},
   };
-  const Case cases[] = {
-      {"", 0},
-      {"abc", 3},
-      {"a\r\nb", 3},
-      {"\r\n\r\n", 2},
-      {"\n\r", 2},
-      {"\r", 1},
-      {"e\u0301", 1},
-      {"ae\u0301b", 3},
-      {"\r\n\u0301", 2},
-      {"\u00e9\r\n", 2},
-      {std::string(family), 1},
-      {std::string(flag) + std::string(flag), 2},
-      {"\u0915\u094D\u0937", 1},  // a conjunct of two consonants
-      {"\u0600a", 1},             // a prepended mark takes the ASCII letter behind it
-      {"1\uFE0F\u20E3", 1},
-      {"a\xFF"
-       "b",
-       3},
-      {"a\xE2\x82"
-       "b",
-       3},
-      {"caf\u00e9 au lait, d\u00e9j\u00e0 vu\r\n", 22},
-  };
-  for (const Case& c : cases) EXPECT_EQ(text::characterCount(c.text), c.count) << c.text;
+  for (const auto& [count, texts] : cases) {
+    for (const auto text : texts) EXPECT_EQ(text::characterCount(text), count) << text;
+  }
 }
 
 TEST(Text, CutsBetweenCharactersOnly) {
@@ -137,8 +127,7 @@ TEST(Text, ComparesAsPeopleSort) {
 
 TEST(Text, RepairsAsBrowsersDo) {
   struct Case {
-    std::string_view bytes;
-    std::string_view repaired;
+    std::string_view bytes, repaired;
   };
   const Case cases[] = {
       {"", ""},

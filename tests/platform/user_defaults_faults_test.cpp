@@ -65,21 +65,6 @@ TEST(UserDefaultsFaults, AReadOnlyFolderIsReadAndNotChanged) {
   });
 }
 
-TEST(UserDefaultsFaults, AValueOfAnotherTypeIsAbsentUntilItIsReplaced) {
-  const TemporaryFolder folder;
-  const std::string path = folder / "settings";
-  EXPECT_TRUE((*UserDefaults::open(path))->setText("k", "1.3"));
-  {
-    const auto defaults = UserDefaults::open(path);
-    EXPECT_FALSE((*defaults)->number("k"));
-    EXPECT_FALSE((*defaults)->boolean("k"));
-    EXPECT_FALSE((*defaults)->data("k"));
-  }
-  EXPECT_EQ(storedText(path, "k"), "1.3") << "reading it as another type changed it";
-  EXPECT_TRUE((*UserDefaults::open(path))->setNumber("k", 1.3));
-  EXPECT_EQ((*UserDefaults::open(path))->number("k"), 1.3);
-}
-
 TEST(UserDefaultsFaults, ATypeOfALaterVersionIsPassedOverAndKept) {
   const TemporaryFolder folder;
   const std::string path = folder / "settings";

@@ -54,14 +54,14 @@ TEST_P(UserDefaultsIn, TellTheTypesApart) {
   EXPECT_TRUE(defaults->setBoolean("b", true));
   EXPECT_TRUE(defaults->setNumber("n", 1));
   EXPECT_TRUE(defaults->setData("d", "1"));
-  EXPECT_EQ(defaults->text("t"), "1");
-  EXPECT_EQ(defaults->boolean("b"), true);
-  EXPECT_EQ(defaults->number("n"), 1);
-  EXPECT_EQ(defaults->data("d"), "1");
   for (const char* key : {"b", "n", "d", "absent"}) EXPECT_FALSE(defaults->text(key)) << key;
   for (const char* key : {"t", "n", "d", "absent"}) EXPECT_FALSE(defaults->boolean(key)) << key;
   for (const char* key : {"t", "b", "d", "absent"}) EXPECT_FALSE(defaults->number(key)) << key;
   for (const char* key : {"t", "b", "n", "absent"}) EXPECT_FALSE(defaults->data(key)) << key;
+  EXPECT_EQ(defaults->text("t"), "1");
+  EXPECT_EQ(defaults->boolean("b"), true);
+  EXPECT_EQ(defaults->number("n"), 1);
+  EXPECT_EQ(defaults->data("d"), "1");
   EXPECT_TRUE(defaults->setBoolean("t", false));
   EXPECT_FALSE(defaults->text("t")) << "the new type takes the place of the old";
   EXPECT_EQ(defaults->boolean("t"), false);

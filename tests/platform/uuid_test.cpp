@@ -15,18 +15,14 @@ TEST(Uuid, ReadsEitherCaseAndShowsUpperCase) {
 }
 
 TEST(Uuid, RefusesEveryOtherForm) {
-  const std::string_view bad[] = {
-      "",
-      "0198C1F07D1E4C3C9F7B2F7A4D0B6AFF",
-      "{0198C1F0-7D1E-4C3C-9F7B-2F7A4D0B6AFF}",
-      "0198C1F0-7D1E-4C3C-9F7B-2F7A4D0B6AF",
-      "0198C1F0-7D1E-4C3C-9F7B-2F7A4D0B6AFF0",
-      "0198C1F0-7D1E-4C3C-9F7B-2F7A4D0B6AFG",
-      "0198C1F0-7D1E-4C3C-9F7B_2F7A4D0B6AFF",
-      "0198C1F-07D1E-4C3C-9F7B-2F7A4D0B6AFF",
-      "0198C1F0--D1E-4C3C-9F7B-2F7A4D0B6AFF",
-  };
-  for (const std::string_view text : bad) EXPECT_FALSE(Uuid::parse(text)) << text;
+  using Views = std::vector<std::string_view>;
+  for (const auto text :
+       Views{"", "0198C1F07D1E4C3C9F7B2F7A4D0B6AFF", "{0198C1F0-7D1E-4C3C-9F7B-2F7A4D0B6AFF}",
+             "0198C1F0-7D1E-4C3C-9F7B-2F7A4D0B6AF", "0198C1F0-7D1E-4C3C-9F7B-2F7A4D0B6AFF0",
+             "0198C1F0-7D1E-4C3C-9F7B-2F7A4D0B6AFG", "0198C1F0-7D1E-4C3C-9F7B_2F7A4D0B6AFF",
+             "0198C1F-07D1E-4C3C-9F7B-2F7A4D0B6AFF", "0198C1F0--D1E-4C3C-9F7B-2F7A4D0B6AFF"}) {
+    EXPECT_FALSE(Uuid::parse(text)) << text;
+  }
 }
 
 TEST(Uuid, RandomOnesAreOfVersionFourAndDiffer) {

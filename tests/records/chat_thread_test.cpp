@@ -35,16 +35,6 @@ QueuedPrompt promptWith(std::vector<ChatAttachment> attachments = {}) {
   return prompt;
 }
 
-TEST(ChatThread, StartsEmptyAndShared) {
-  const ChatThread made = thread();
-  EXPECT_NE(made.id, Uuid{});
-  EXPECT_NE(made.id, thread().id);
-  EXPECT_EQ(made.createdAt, before);
-  EXPECT_EQ(made.updatedAt, before);
-  EXPECT_EQ(made.workspaceMode, TaskWorkspaceMode::shared);
-  EXPECT_EQ(made.latestRun(), nullptr);
-}
-
 TEST(ChatThread, OldDocumentKeepsItsSessionForGrokAlone) {
   ChatThread old = thread();
   old.sessionId = "g1";

@@ -146,8 +146,7 @@ TEST(ClaudeEvents, BlocksAreToldInTheirOrder) {
 TEST(ClaudeEvents, BackgroundTaskIsToldWithoutTheNewNames) {
   const std::string generic = "Claude background task: ";
   struct Case {
-    std::string keys;
-    std::string told;
+    std::string keys, told;
   };
   for (const Case& each : {
            Case{R"("task_started")", generic + "in_progress"},

@@ -54,26 +54,26 @@ TEST(ClaudeMessages, OnlyAnIdOfOursHasANumber) {
 }
 
 TEST(ClaudeMessages, FailureIsClassedByStatusAndWords) {
-  struct Case {
-    const char* message;
-    std::optional<std::int64_t> status;
-    Kind kind;
+  using Said = std::pair<const char*, std::optional<std::int64_t>>;
+  const std::pair<Kind, std::vector<Said>> cases[] = {
+      {Kind::usageLimit,
+       {{"Try later", 429},
+        {"Please login", 429},
+        {"RATE LIMIT reached", {}},
+        {"Usage limit", 500},
+        {"Quota used up", 401}}},
+      {Kind::authentication,
+       {{"No", 401},
+        {"No", 403},
+        {"Run /Login first", {}},
+        {"Authentication failed", 500},
+        {"UNAUTHORIZED", {}}}},
+      {Kind::protocolError, {{"Limits of the rate", 400}, {"", {}}}},
   };
-  for (const Case& each : {
-           Case{"Try later", 429, Kind::usageLimit},
-           Case{"Please login", 429, Kind::usageLimit},
-           Case{"RATE LIMIT reached", {}, Kind::usageLimit},
-           Case{"Usage limit", 500, Kind::usageLimit},
-           Case{"Quota used up", 401, Kind::usageLimit},
-           Case{"No", 401, Kind::authentication},
-           Case{"No", 403, Kind::authentication},
-           Case{"Run /Login first", {}, Kind::authentication},
-           Case{"Authentication failed", 500, Kind::authentication},
-           Case{"UNAUTHORIZED", {}, Kind::authentication},
-           Case{"Limits of the rate", 400, Kind::protocolError},
-           Case{"", {}, Kind::protocolError},
-       }) {
-    EXPECT_EQ(claude::errorKind(each.message, each.status), each.kind) << each.message;
+  for (const auto& [kind, said] : cases) {
+    for (const auto& [message, status] : said) {
+      EXPECT_EQ(claude::errorKind(message, status), kind) << message;
+    }
   }
 }
 
@@ -123,8 +123,7 @@ TEST(ClaudeMessages, OnlyAnOriginOfItsOwnKeepsAResultFromThePrompt) {
 TEST(ClaudeMessages, UsageIsReadInBothSpellings) {
   struct Case {
     const char* info;
-    std::optional<double> percent;
-    std::optional<double> resetsAt;
+    std::optional<double> percent, resetsAt;
     std::optional<std::string> plan;
     bool exhausted;
   };

@@ -17,10 +17,7 @@ PermissionRequest question(const std::string& method, const std::string& params,
 
 TEST(CodexApprovals, TitleAndDetailSayWhatIsAsked) {
   struct Case {
-    std::string method;
-    std::string params;
-    std::string title;
-    std::string detail;
+    std::string method, params, title, detail;
   };
   const std::string unknown = "Codex is requesting permission to continue.";
   const Case cases[] = {
@@ -45,10 +42,7 @@ TEST(CodexApprovals, TitleAndDetailSayWhatIsAsked) {
 
 TEST(CodexApprovals, DetailShowsWhatCodexSaysElsewhere) {
   struct Case {
-    std::string method;
-    std::string params;
-    std::string item;
-    std::string detail;
+    std::string method, params, item, detail;
   };
   const Case cases[] = {
       // The changes of a file stand only in the item that was announced before.
@@ -90,8 +84,7 @@ TEST(CodexApprovals, OptionsAreAlwaysTheSameThree) {
 
 TEST(CodexApprovals, AnswersOfEachKind) {
   struct Case {
-    std::string option;
-    std::string decision;
+    std::string option, decision;
     std::string permissions;  // with {"network":true} asked for
   };
   const Case cases[] = {

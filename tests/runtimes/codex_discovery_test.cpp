@@ -26,8 +26,7 @@ const std::string ownChoice = "default|Default|Use the provider's recommended mo
 
 TEST(CodexModels, OwnChoiceLeadsWithTheEffortsOfTheDefaultModel) {
   struct Case {
-    std::string result;
-    std::string expected;
+    std::string result, expected;
   };
   const Case cases[] = {
       {R"({"data":[{"id":"x","model":"a","displayName":"A","description":"first"},)"

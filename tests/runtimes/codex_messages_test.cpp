@@ -18,8 +18,7 @@ CodexConfiguration configuration(GrokPermissionMode mode) {
 TEST(CodexMessages, ThreadAndTurnSayWhatTheModeAllows) {
   struct Case {
     GrokPermissionMode mode;
-    std::string thread;
-    std::string turn;
+    std::string thread, turn;
   };
   const std::string inWorkspace =
       R"({"type":"workspaceWrite","writableRoots":["/w \"x\""],"networkAccess":false})";

@@ -167,9 +167,7 @@ class HostileRuntime : public tests::AgentClientTest, public testing::WithParamI
 
 TEST_P(HostileRuntime, ThatCannotBeStartedSaysWhy) {
   struct Case {
-    std::string executable;
-    std::string workspace;
-    std::string expected;
+    std::string executable, workspace, expected;
   };
   const std::string good = program("good", "");
   const std::string noFormat = program("no-format", "");

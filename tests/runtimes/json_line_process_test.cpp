@@ -79,20 +79,6 @@ TEST_F(JsonLineProcessTest, ErrorTextIsTrimmedForTheEndAndWholeForTheLog) {
   EXPECT_EQ(errors_, " \n words\n\n");
 }
 
-TEST_F(JsonLineProcessTest, SendWritesOneLine) {
-  std::promise<std::string> answer;
-  JsonLineProcess::Handlers handlers;
-  handlers.onMessage = [&](const JsonObject& message, std::size_t) {
-    answer.set_value(json::textOr(message, "said", "?"));
-  };
-  auto process =
-      start("expect-line {\"id\":5,\"text\":\"a\\nb\"}\nsend {\"said\":\"${id}\"}\nhang\n",
-            std::move(handlers));
-  onQueue([&] { process->send({{"id", 5}, {"text", "a\nb"}}); });
-  EXPECT_EQ(answer.get_future().get(), "5");
-  onQueue([&] { process.reset(); });
-}
-
 TEST_F(JsonLineProcessTest, StopInAHandlerIsTheLastThatIsHeard) {
   std::unique_ptr<JsonLineProcess> process;
   int heard = 0;

@@ -236,17 +236,6 @@ TEST_F(TaskletClientTest, LimitsTheWholeHandOver) {
   EXPECT_THAT(result.error().localizedDescription(), HasSubstr("did not finish within 0.3 sec"));
 }
 
-TEST_F(TaskletClientTest, TrustsNoStranger) {
-  const CertificateAuthority stranger;
-  serveAnswer(200, "");
-  HttpClient suspicious(loop_, {.extraAuthorities = stranger.pem()});
-  tasklet_ = TaskletClient::make(*Url::parse(server_->url()), "P", loop_, suspicious);
-  const auto result = prompt();
-  ASSERT_FALSE(result);
-  EXPECT_THAT(result.error().localizedDescription(), HasSubstr("No secure connection"));
-  tasklet_.reset();
-}
-
 TEST_F(TaskletClientTest, EndsATurnThatIsCancelledAndTakesAnother) {
   std::atomic<int> asked = 0;
   serve([&](ServerConnection& connection) {
