@@ -38,6 +38,18 @@ TEST_F(ImagineStoreTest, CopiesAMediumByWhatItIs) {
   EXPECT_EQ(import(folder.file("x/fox.webm", ""))->kind, ImagineKind::video);
 }
 
+TEST_F(ImagineStoreTest, KnowsAFileHoweverItsPathIsWritten) {
+  const auto plain = folder.file("a fox.png", "1");
+  const auto percent = folder.file("a%20hare.png", "2");
+  for (const auto& written : {plain, "//" + plain, "//" + folder.path() + "/x/..//a%20fox.png"}) {
+    EXPECT_EQ(ImagineStore::sourceOf(written), plain) << written;
+  }
+  EXPECT_EQ(ImagineStore::sourceOf("//" + percent), percent) << "a name with a percent sign";
+  EXPECT_EQ(ImagineStore::sourceOf(folder / "a%20fox.png"), folder / "a%20fox.png") << "no URL";
+  EXPECT_EQ(ImagineStore::sourceOf("///x%zz.png"), "/x%zz.png");
+  EXPECT_FALSE(import(plain + std::string("\0.png", 5))) << "no file has such a name";
+}
+
 TEST_F(ImagineStoreTest, PassesOverWhatIsNoMedium) {
   folder.folder("folder.png");
   ASSERT_EQ(::mkfifo((folder / "pipe.png").c_str(), 0600), 0);

@@ -1,0 +1,187 @@
+// The media generator with a real child process in Grok's place, over real pipes.
+#include <gmock/gmock.h>
+
+#include "engine/imagine_desk.h"
+#include "runtimes/acp/acp_client.h"
+#include "runtimes/locators.h"
+#include "support/acp_agent_script.h"
+#include "support/engine_fixture.h"
+
+namespace vantrell::tests {
+namespace {
+
+class ImaginePipes : public EngineFixture {
+ protected:
+  ImaginePipes() {
+    others.insert(AgentProvider::grok);
+    ports.imagine.background = &pool_;
+    connectors[AgentProvider::grok].makeClient = [this](const ProviderConnectorContext& context) {
+      const auto number = std::to_string(clientCount_);
+      const auto script = folder.file("script" + number, scripts_.at(clientCount_++).text());
+      return ACPClient::make({.executable = AgentScriptText::program(),
+                              .workspacePath = context.workspacePath,
+                              .processArguments = {script},
+                              .processEnvironment = GrokLocator::augmentedEnvironment(),
+                              .runtimeName = "Grok"},
+                             main, pool_);
+    };
+  }
+  ~ImaginePipes() override {
+    model.reset();
+    EXPECT_TRUE(Process::waitForAll(std::chrono::seconds(20)));
+  }
+
+  ImagineDesk& desk() { return *model->imagine; }
+  bool isOver() { return !desk().imagineState().isBusy() && !desk().hasUnfinishedWork(); }
+  void generate(const std::string& prompt, ImagineKind kind = ImagineKind::image) {
+    desk().generateImagine(prompt, kind);
+  }
+  void await(const std::function<bool()>& condition) {
+    EXPECT_TRUE(main.runUntil(condition)) << desk().imagineProgress() << desk().imagineState().text;
+  }
+  void awaitProgress(const std::string& text) {
+    await([&] { return desk().imagineProgress() == text; });
+  }
+  /// Of every item, newest first: "prompt: content".
+  std::vector<std::string> made() {
+    std::vector<std::string> all;
+    for (const auto& item : desk().imagineItems()) {
+      all.push_back(item.prompt + ": " + folder.contentOf(item.localPath));
+    }
+    return all;
+  }
+  static ACPAgentScript opened() { return ACPAgentScript().openSession(); }
+  /// The answer to the first prompt, the client's third request, when others came since.
+  static std::string firstPromptEnds(const std::string& reason) {
+    return R"({"jsonrpc":"2.0","id":3,"result":{"stopReason":")" + reason + "\"}}";
+  }
+
+  std::vector<ACPAgentScript> scripts_;
+
+ private:
+  std::size_t clientCount_ = 0;
+  BackgroundPool pool_{2};
+};
+
+TEST_F(ImaginePipes, FilesAreFoundHoweverTheyAreNamed) {
+  const auto fox = folder.file("out/red fox.png", "fox");
+  const auto half = fox.size() - 7;
+  const std::string update =
+      R"(send {"jsonrpc":"2.0","method":"session/update","params":{"sessionId":"s1","update":)";
+  const auto tool = [&](const Json& output) {
+    return update +
+           json::write(JsonObject{
+               {"sessionUpdate", "tool_call_update"}, {"toolCallId", "t"}, {"rawOutput", output}}) +
+           "}}";
+  };
+  // Must be decoded for its path to be seen.
+  const auto document = "{\"file\":\"" + files::parent(fox) + "\\/red\\u0020fox.png\"}";
+  const auto encoded = files::parent(fox) + "/red%20fox.png";
+  const struct {
+    const char* what;
+    ACPAgentScript naming;
+  } cases[] = {
+      {"prose", ACPAgentScript().say("Saved to " + fox + ", enjoy.")},
+      {"twice", ACPAgentScript().say(fox).line(tool("At " + fox))},
+      {"JSON", ACPAgentScript().line(tool(JsonObject{{"files", Json::Array{fox}}}))},
+      {"JSON in a text", ACPAgentScript().line(tool(document))},
+      {"in two pieces",
+       ACPAgentScript().say("It's at " + fox.substr(0, half)).say(fox.substr(half) + " now.")},
+      {"in three",
+       ACPAgentScript().say(fox.substr(0, 3)).say(fox.substr(3, half)).say(fox.substr(3 + half))},
+      {"a file URL, and the path",
+       ACPAgentScript().line(tool(JsonObject{{"uri", "file://" + encoded}})).say(fox)},
+  };
+  for (const auto& each : cases) {
+    scripts_.push_back(opened()
+                           .expect(R"("text":"/imagine-video a fox")")
+                           .line(each.naming.text())
+                           .endTurn()
+                           .hang());
+  }
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.what);
+    start();
+    generate("a fox", ImagineKind::video);
+    await([this] { return isOver(); });
+    ASSERT_EQ(made(), std::vector<std::string>{"a fox: fox"});
+    EXPECT_EQ(desk().imagineItems().front().kind, ImagineKind::image) << "the file says what it is";
+    EXPECT_EQ(events.back().message, "Your video is ready.");
+    desk().deleteImagineItem(desk().imagineItems().front().id);
+  }
+}
+
+TEST_F(ImaginePipes, QuestionIsAnsweredThroughThePipe) {
+  scripts_ = {opened()
+                  .expectPrompt()
+                  .request(7, "session/request_permission",
+                           R"({"sessionId":"s1","toolCall":{"title":"Draw"},"options":[)"
+                           R"({"optionId":"yes","name":"Allow","kind":"allow_once"}]})")
+                  .expect(R"("optionId":"yes")")
+                  .send(firstPromptEnds("end_turn"))
+                  .hang()};
+  start();
+  generate("a fox");
+  await([this] { return model->executions.mirror().permissionRequest != nullptr; });
+  EXPECT_EQ(model->executions.mirror().permissionOwner, PermissionOwner::imagine);
+  EXPECT_FALSE(model->approvals.canChangePermissionMode());
+  model->approvals.respondToPermission("yes");
+  EXPECT_EQ(model->executions.mirror().permissionRequest, nullptr);
+  await([this] { return isOver(); });
+  EXPECT_EQ(desk().imagineState(), ConnectionState::ready());
+}
+
+TEST_F(ImaginePipes, PromptAtOnceBehindACancelledOneWaitsForItsEnd) {
+  const auto fox = folder.file("fox.png", "fox");
+  const auto owl = folder.file("owl.png", "owl");
+  scripts_ = {opened()
+                  .expectPrompt()
+                  .say("Drawing")
+                  .expect(R"("method":"session/cancel")")
+                  .say("Late: " + fox)
+                  .send(firstPromptEnds("cancelled"))
+                  .expect(R"("text":"/imagine an owl")")
+                  .say(owl)
+                  .endTurn()
+                  .hang()};
+  start();
+  generate("a fox");
+  awaitProgress("Drawing");
+  desk().cancelImagine();
+  generate("an owl");
+  EXPECT_EQ(desk().imagineState(), ConnectionState::working());
+  await([this] { return isOver(); });
+  EXPECT_THAT(made(), ::testing::UnorderedElementsAre("a fox: fox", "an owl: owl"));
+}
+
+TEST_F(ImaginePipes, AgentThatEndsWhenItIsStoppedIsReplacedForTheNextPrompt) {
+  const auto owl = folder.file("owl.png", "owl");
+  scripts_ = {
+      opened().expectPrompt().say("Drawing").expect(R"("method":"session/cancel")").line("exit 3"),
+      opened().expect(R"("text":"/imagine an owl")").say(owl).endTurn().hang()};
+  start();
+  generate("a fox");
+  awaitProgress("Drawing");
+  desk().cancelImagine();
+  generate("an owl");
+  await([this] { return isOver(); });
+  EXPECT_EQ(desk().imagineState(), ConnectionState::ready());
+  EXPECT_EQ(made(), std::vector<std::string>{"an owl: owl"});
+}
+
+TEST_F(ImaginePipes, DeathInTheMiddleKeepsWhatWasMadeAndTheNextPromptHasAnotherAgent) {
+  const auto fox = folder.file("fox.png", "fox");
+  scripts_ = {opened().expectPrompt().say(fox).line("error out of paint\\n").line("exit 3"),
+              opened().expectPrompt().endTurn().hang()};
+  start();
+  generate("a fox");
+  await([this] { return desk().imagineState().text == "out of paint" && isOver(); });
+  EXPECT_EQ(made(), std::vector<std::string>{"a fox: fox"});
+  EXPECT_EQ(model->executions.mirror().errorMessage, "out of paint");
+  generate("an owl");
+  await([this] { return isOver(); });
+  EXPECT_EQ(desk().imagineState(), ConnectionState::ready());
+}
+
+}  // namespace
+}  // namespace vantrell::tests
