@@ -73,6 +73,13 @@ std::vector<ImagineItem> ImagineStore::peek(const std::string& supportFolder) {
   return folder ? readHistory(*folder).items : std::vector<ImagineItem>();
 }
 
+std::optional<std::string> ImagineStore::problem(const std::string& supportFolder) {
+  const auto folder = existingImagineDirectory(supportFolder);
+  const auto why = folder ? readHistory(*folder).whyUnreadable : std::nullopt;
+  if (!why) return std::nullopt;
+  return fmt::format("{} could not be read ({}).", files::standardized(historyName, *folder), *why);
+}
+
 files::Result<> ImagineStore::save(const std::vector<ImagineItem>& items) {
   const auto folder = directory();
   if (!folder) return std::unexpected(folder.error());

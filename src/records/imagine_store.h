@@ -33,6 +33,8 @@ class ImagineStore {
 
   /// What load() would find, for a process that does not own the library: changes nothing.
   static std::vector<ImagineItem> peek(const std::string& supportFolder);
+  /// Why that is nothing, where the history is there and cannot be read.
+  static std::optional<std::string> problem(const std::string& supportFolder);
   /// The one file that is meant by a path, however it is written. What begins with "///" is the
   /// rest of a file URL, in which blanks and the like may be encoded.
   static std::string sourceOf(const std::string& path);

@@ -111,26 +111,6 @@ TEST_F(ImaginePipes, FilesAreFoundHoweverTheyAreNamed) {
   }
 }
 
-TEST_F(ImaginePipes, QuestionIsAnsweredThroughThePipe) {
-  scripts_ = {opened()
-                  .expectPrompt()
-                  .request(7, "session/request_permission",
-                           R"({"sessionId":"s1","toolCall":{"title":"Draw"},"options":[)"
-                           R"({"optionId":"yes","name":"Allow","kind":"allow_once"}]})")
-                  .expect(R"("optionId":"yes")")
-                  .send(firstPromptEnds("end_turn"))
-                  .hang()};
-  start();
-  generate("a fox");
-  await([this] { return model->executions.mirror().permissionRequest != nullptr; });
-  EXPECT_EQ(model->executions.mirror().permissionOwner, PermissionOwner::imagine);
-  EXPECT_FALSE(model->approvals.canChangePermissionMode());
-  model->approvals.respondToPermission("yes");
-  EXPECT_EQ(model->executions.mirror().permissionRequest, nullptr);
-  await([this] { return isOver(); });
-  EXPECT_EQ(desk().imagineState(), ConnectionState::ready());
-}
-
 TEST_F(ImaginePipes, PromptAtOnceBehindACancelledOneWaitsForItsEnd) {
   const auto fox = folder.file("fox.png", "fox");
   const auto owl = folder.file("owl.png", "owl");

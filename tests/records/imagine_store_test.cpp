@@ -97,6 +97,7 @@ TEST_F(ImagineStoreTest, KeepsAHistoryThatItCannotReadAside) {
   const auto fox = *import(folder.file("fox.png", "1"));
   const std::string broken = R"([{"id":"?"}])";
   folder.file("data/vantrell/Imagine/history.json", broken);
+  EXPECT_TRUE(ImagineStore::problem(support)->contains("history.json could not be read"));
   auto damaged = store();
   EXPECT_TRUE(damaged.load().empty());
   EXPECT_EQ(folder.contentOf(support + "/Imagine/history.json"), broken)
@@ -104,6 +105,7 @@ TEST_F(ImagineStoreTest, KeepsAHistoryThatItCannotReadAside) {
   ASSERT_TRUE(damaged.save({fox}));
   ASSERT_EQ(notices.size(), 1u);
   EXPECT_EQ(folder.names("data/vantrell/Imagine").size(), 3u) << "picture, history, what was kept";
+  EXPECT_FALSE(ImagineStore::problem(support));
   EXPECT_EQ(store().load(), std::vector{fox});
 }
 
