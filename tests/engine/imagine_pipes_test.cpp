@@ -16,8 +16,9 @@ class ImaginePipes : public EngineFixture {
     others.insert(AgentProvider::grok);
     ports.imagine.background = &pool_;
     connectors[AgentProvider::grok].makeClient = [this](const ProviderConnectorContext& context) {
-      const auto number = std::to_string(clientCount_);
-      const auto script = folder.file("script" + number, scripts_.at(clientCount_++).text());
+      const auto script =
+          folder.file("script" + std::to_string(++clientCount_), scripts_.at(0).text());
+      scripts_.erase(scripts_.begin());
       return ACPClient::make({.executable = AgentScriptText::program(),
                               .workspacePath = context.workspacePath,
                               .processArguments = {script},
@@ -39,9 +40,6 @@ class ImaginePipes : public EngineFixture {
   void await(const std::function<bool()>& condition) {
     EXPECT_TRUE(main.runUntil(condition)) << desk().imagineProgress() << desk().imagineState().text;
   }
-  void awaitProgress(const std::string& text) {
-    await([&] { return desk().imagineProgress() == text; });
-  }
   /// Of every item, newest first: "prompt: content".
   std::vector<std::string> made() {
     std::vector<std::string> all;
@@ -51,15 +49,18 @@ class ImaginePipes : public EngineFixture {
     return all;
   }
   static ACPAgentScript opened() { return ACPAgentScript().openSession(); }
-  /// The answer to the first prompt, the client's third request, when others came since.
-  static std::string firstPromptEnds(const std::string& reason) {
-    return R"({"jsonrpc":"2.0","id":3,"result":{"stopReason":")" + reason + "\"}}";
+  /// With an empty library.
+  void startAnew() {
+    model.reset();
+    std::filesystem::remove_all(folder / "Imagine");
+    start();
   }
 
+  /// Of the clients to come, in turn.
   std::vector<ACPAgentScript> scripts_;
 
  private:
-  std::size_t clientCount_ = 0;
+  int clientCount_ = 0;
   BackgroundPool pool_{2};
 };
 
@@ -101,52 +102,48 @@ TEST_F(ImaginePipes, FilesAreFoundHoweverTheyAreNamed) {
   }
   for (const auto& each : cases) {
     SCOPED_TRACE(each.what);
-    start();
+    startAnew();
     generate("a fox", ImagineKind::video);
     await([this] { return isOver(); });
     ASSERT_EQ(made(), std::vector<std::string>{"a fox: fox"});
     EXPECT_EQ(desk().imagineItems().front().kind, ImagineKind::image) << "the file says what it is";
     EXPECT_EQ(events.back().message, "Your video is ready.");
-    desk().deleteImagineItem(desk().imagineItems().front().id);
   }
 }
 
-TEST_F(ImaginePipes, PromptAtOnceBehindACancelledOneWaitsForItsEnd) {
+TEST_F(ImaginePipes, PromptAtOnceBehindACancelledOneIsServedWhenThatHasEnded) {
   const auto fox = folder.file("fox.png", "fox");
   const auto owl = folder.file("owl.png", "owl");
-  scripts_ = {opened()
-                  .expectPrompt()
-                  .say("Drawing")
-                  .expect(R"("method":"session/cancel")")
-                  .say("Late: " + fox)
-                  .send(firstPromptEnds("cancelled"))
-                  .expect(R"("text":"/imagine an owl")")
-                  .say(owl)
-                  .endTurn()
-                  .hang()};
-  start();
-  generate("a fox");
-  awaitProgress("Drawing");
-  desk().cancelImagine();
-  generate("an owl");
-  EXPECT_EQ(desk().imagineState(), ConnectionState::working());
-  await([this] { return isOver(); });
-  EXPECT_THAT(made(), ::testing::UnorderedElementsAre("a fox: fox", "an owl: owl"));
-}
-
-TEST_F(ImaginePipes, AgentThatEndsWhenItIsStoppedIsReplacedForTheNextPrompt) {
-  const auto owl = folder.file("owl.png", "owl");
-  scripts_ = {
-      opened().expectPrompt().say("Drawing").expect(R"("method":"session/cancel")").line("exit 3"),
-      opened().expect(R"("text":"/imagine an owl")").say(owl).endTurn().hang()};
-  start();
-  generate("a fox");
-  awaitProgress("Drawing");
-  desk().cancelImagine();
-  generate("an owl");
-  await([this] { return isOver(); });
-  EXPECT_EQ(desk().imagineState(), ConnectionState::ready());
-  EXPECT_EQ(made(), std::vector<std::string>{"an owl: owl"});
+  const auto drawing = opened().expectPrompt().say("Drawing").expect("\"session/cancel\"");
+  const auto drawOwl = [&](ACPAgentScript script) {
+    return script.expect(R"("text":"/imagine an owl")").say(owl).endTurn().hang();
+  };
+  auto late = drawing;
+  late.say("Late: " + fox);
+  // The answer to the first prompt, the client's third request: others have come since.
+  late.send(R"({"jsonrpc":"2.0","id":3,"result":{"stopReason":"cancelled"}})");
+  auto ends = drawing;
+  const struct {
+    const char* what;
+    std::vector<ACPAgentScript> scripts;
+    std::vector<std::string> made;
+  } cases[] = {
+      {"an agent that ends the turn", {drawOwl(late)}, {"a fox: fox", "an owl: owl"}},
+      {"one that ends as a whole", {ends.line("exit 3"), drawOwl(opened())}, {"an owl: owl"}},
+  };
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.what);
+    scripts_ = each.scripts;
+    startAnew();
+    generate("a fox");
+    await([this] { return desk().imagineProgress() == "Drawing"; });
+    desk().cancelImagine();
+    generate("an owl");
+    EXPECT_EQ(desk().imagineState(), ConnectionState::working());
+    await([this] { return isOver(); });
+    EXPECT_EQ(desk().imagineState(), ConnectionState::ready());
+    EXPECT_THAT(made(), ::testing::UnorderedElementsAreArray(each.made));
+  }
 }
 
 TEST_F(ImaginePipes, DeathInTheMiddleKeepsWhatWasMadeAndTheNextPromptHasAnotherAgent) {
