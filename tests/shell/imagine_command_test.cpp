@@ -140,8 +140,11 @@ TEST_F(ImagineCommand, ArtifactsOfATaskAreListed) {
   const auto done = run(std::move(options));
   EXPECT_EQ(code(done), 0) << done->error;
   std::vector<std::string> shown;
-  for (const auto& each : events(done)) shown.push_back(json::textOr(each, "displayPath", ""));
-  EXPECT_EQ(shown, (std::vector<std::string>{"b.txt", "staged.txt"}));
+  for (const auto& each : events(done)) {
+    shown.push_back(json::textOr(each, "source", "") + " " + json::textOr(each, "displayPath", ""));
+  }
+  EXPECT_EQ(shown,
+            (std::vector<std::string>{"agent b.txt", "changed notes.txt", "changed staged.txt"}));
 }
 
 }  // namespace
