@@ -1,6 +1,6 @@
 // Text as users see it. All text of the program is UTF-8; "character" here means a user-perceived
 // one (a grapheme cluster), never a byte. Pure functions, any thread. Input that is not valid UTF-8
-// is treated as if repair() had been called on it.
+// is treated as if repaired() had been called on it.
 #pragma once
 
 #include <concepts>
