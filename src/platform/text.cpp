@@ -265,10 +265,6 @@ std::string repaired(std::string_view bytes) {
   return text;
 }
 
-bool startsWith(std::string_view text, std::string_view prefix) {
-  return text.starts_with(prefix);
-}
-
 std::vector<std::string_view> split(std::string_view text, char separator) {
   std::vector<std::string_view> parts;
   std::size_t begin = 0;

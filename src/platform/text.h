@@ -51,7 +51,6 @@ bool isValidUtf8(std::string_view bytes);
 /// Replaces each invalid sequence by U+FFFD, as the WHATWG decoder does.
 std::string repaired(std::string_view bytes);
 
-bool startsWith(std::string_view text, std::string_view prefix);
 /// Text without the separator is one part, also when it is empty.
 std::vector<std::string_view> split(std::string_view text, char separator);
 template <typename Text>
