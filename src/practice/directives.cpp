@@ -1,7 +1,6 @@
 #include "practice/directives.h"
 
 #include <charconv>
-#include <cmath>
 #include <expected>
 #include <fmt/format.h>
 #include <optional>

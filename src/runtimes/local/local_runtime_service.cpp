@@ -9,7 +9,6 @@
 #include "platform/user_defaults.h"
 #include "runtimes/grok_arguments.h"
 #include "runtimes/locators.h"
-#include "runtimes/provider_registry.h"
 
 namespace vantrell::LocalRuntimeService {
 
