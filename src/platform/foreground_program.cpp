@@ -78,6 +78,8 @@ std::expected<ExitStatus, ProcessError> runInForeground(const std::string& execu
   const auto wordPointers = pointers(words);
   const auto variablePointers = pointers(variables);
 
+  // Ignored, as some parents leave it, it would take the child's status away before the wait.
+  const Disposition childEnd(SIGCHLD, SIG_DFL);
   const Disposition interrupt(SIGINT, SIG_IGN);
   const Disposition quit(SIGQUIT, SIG_IGN);
   const Attributes attributes;
