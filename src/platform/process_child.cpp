@@ -52,14 +52,6 @@ void setNonBlocking(const Descriptor& descriptor) {
   ::fcntl(descriptor.get(), F_SETFL, O_NONBLOCK);  // a fresh pipe has no other flags
 }
 
-std::vector<char*> pointers(std::vector<std::string>& texts) {
-  std::vector<char*> result;
-  result.reserve(texts.size() + 1);
-  for (auto& text : texts) result.push_back(text.data());
-  result.push_back(nullptr);
-  return result;
-}
-
 /// The state and the group of a process, from its /proc/<id>/stat.
 struct ProcessState {
   char letter = 'X';
@@ -104,18 +96,11 @@ ProcessChild::ProcessChild(ProcessSupervisor& supervisor, std::shared_ptr<Proces
     : supervisor_(supervisor), channel_(std::move(channel)), groupCheck_(firstGroupCheck) {}
 
 std::expected<void, ProcessError> ProcessChild::launch(const ProcessOptions& options) {
-  std::vector<std::string> arguments{options.executable};
-  arguments.insert(arguments.end(), options.arguments.begin(), options.arguments.end());
-  std::vector<std::string> variables;
-  for (const auto& [name, value] : options.environment)
-    variables.push_back(fmt::format("{}={}", name, value));
-  const auto argumentPointers = pointers(arguments);
-  const auto variablePointers = pointers(variables);
-
+  const ProgramWords words(options.executable, options.arguments, options.environment);
   SpawnRequest request;
   request.executable = options.executable.c_str();
-  request.arguments = argumentPointers.data();
-  request.environment = variablePointers.data();
+  request.arguments = words.arguments();
+  request.environment = words.environment();
   request.folder = options.workingFolder.empty() ? nullptr : options.workingFolder.c_str();
   request.ownSession = options.ownSession;
   request.input = request.output = request.error = supervisor_.nullDevice();

@@ -1,6 +1,6 @@
 // Keeps the orchestration records (usage, review notes, project contexts and the like), each as one
-// JSON file in an owner-only folder: pretty printed, keys sorted, dates in ISO 8601. Main queue; the
-// files are small. There is one reader and writer.
+// JSON file in an owner-only folder: pretty printed, keys sorted, dates in ISO 8601. Main queue;
+// the files are small. There is one reader and writer.
 //
 // Heavy with templates: include it in the .cpp files that load and save.
 #pragma once
