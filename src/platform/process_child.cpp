@@ -29,10 +29,6 @@ constexpr int outputPipeBytes = 512 * 1024;
 constexpr std::chrono::milliseconds firstGroupCheck{20};
 constexpr std::chrono::milliseconds lastGroupCheck{640};
 
-Duration steadyNow() {
-  return std::chrono::steady_clock::now().time_since_epoch();
-}
-
 struct Pipe {
   Descriptor reading;
   Descriptor writing;
@@ -297,7 +293,7 @@ void ProcessChild::terminate(Duration grace) {
   if (grace <= Duration::zero()) return killGroup();
   ::kill(-id_, SIGTERM);
   ::kill(-id_, SIGCONT);  // one that is suspended could not even die
-  killBy(steadyNow() + grace);
+  killBy(steadyUptime() + grace);
 }
 
 void ProcessChild::stop(Duration grace, Duration patience) {
@@ -322,7 +318,7 @@ void ProcessChild::stop(Duration grace, Duration patience) {
 void ProcessChild::killBy(Duration instant) {
   if (killInstant_ && *killInstant_ <= instant) return;
   killInstant_ = instant;
-  killTimer_ = supervisor_.reactor().after(instant - steadyNow(), [this] { killGroup(); });
+  killTimer_ = supervisor_.reactor().after(instant - steadyUptime(), [this] { killGroup(); });
 }
 
 void ProcessChild::killGroup() {
