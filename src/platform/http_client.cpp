@@ -9,6 +9,7 @@
 #include <stdlib.h>
 #include <thread>
 
+#include "platform/ascii.h"
 #include "platform/dynamic_library.h"
 #include "platform/files.h"
 #include "platform/http_exchange.h"
@@ -64,8 +65,7 @@ bool isOneLine(std::string_view text) {
 
 bool isToken(std::string_view text) {
   const auto isAllowed = [](char c) {
-    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
-           std::string_view("!#$%&'*+-.^_`|~").contains(c);
+    return ascii::isAlphanumeric(c) || std::string_view("!#$%&'*+-.^_`|~").contains(c);
   };
   return !text.empty() && std::ranges::all_of(text, isAllowed);
 }
