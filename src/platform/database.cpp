@@ -8,6 +8,8 @@
 #include <system_error>
 #include <unistd.h>
 
+#include "platform/url.h"
+
 namespace vantrell {
 
 namespace {
@@ -28,15 +30,7 @@ bool createOwnerOnly(const std::string& path) {
 }
 
 std::string immutableUri(const std::string& path) {
-  std::string uri = "file:";
-  for (const char c : path) {
-    if (c == '%' || c == '?' || c == '#') {
-      uri += fmt::format("%{:02X}", c);
-    } else {
-      uri += c;
-    }
-  }
-  return uri + "?immutable=1";
+  return "file:" + percentEncoded(path, "-_.~/") + "?immutable=1";
 }
 
 DatabaseError::Kind kindOf(int code) {
