@@ -43,6 +43,18 @@ files::Result<std::string> write(const std::string& folder, std::string_view wha
   return path;
 }
 
+files::Result<> makeWay(const std::string& path, std::string_view reason, Date now,
+                        const std::function<void(const std::string&)>& notice) {
+  const auto kept = files::keepAside(path, now);
+  if (kept) {
+    notice(fmt::format("{} could not be read ({}). It was kept as \"{}\"; a new one begins.", path,
+                       reason, *kept));
+  } else if (kept.error().code != std::errc::no_such_file_or_directory) {
+    return std::unexpected(kept.error());
+  }
+  return {};
+}
+
 files::Result<std::string> moveDatabase(const std::string& path, std::string_view what, Date now) {
   const std::string place = files::datedName(files::parent(path), what, now, ".sqlite");
   std::error_code code;
