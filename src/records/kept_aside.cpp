@@ -2,7 +2,9 @@
 
 #include <filesystem>
 #include <fmt/format.h>
+#include <fstream>
 
+#include "platform/database.h"
 #include "platform/dated_name.h"
 
 namespace vantrell::keptAside {
@@ -20,16 +22,13 @@ std::unexpected<files::FileError> failure(std::string_view action, const std::st
 
 /// The length that the first page promises, or that of the file.
 std::uintmax_t promisedLength(const std::string& path, std::uintmax_t length) {
-  const auto content = files::read(path);
-  if (!content || content->size() < 100) return length;
-  const auto byte = [&](std::size_t place) {
-    return std::uintmax_t{static_cast<unsigned char>((*content)[place])};
-  };
-  std::uintmax_t page = byte(16) << 8 | byte(17);
-  if (page == 1) page = largestPage;
-  const auto pages = byte(28) << 24 | byte(29) << 16 | byte(30) << 8 | byte(31);
+  char bytes[DatabaseHeader::length];
+  std::ifstream file(path, std::ios::binary);
+  if (!file.read(bytes, sizeof bytes)) return length;
+  const auto header = DatabaseHeader::read({bytes, sizeof bytes});
+  const std::uintmax_t promised = std::uintmax_t{header.pageSize} * header.pages;
   // No more than the file plus as much again: a damaged header promises anything.
-  return std::min(std::max(page * pages, length), length * 2 + largestPage);
+  return std::min(std::max(promised, length), length * 2 + largestPage);
 }
 
 }  // namespace
