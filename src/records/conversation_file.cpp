@@ -93,7 +93,8 @@ bool ConversationFile::isSound() {
 
 bool ConversationFile::createTables() {
   Transaction transaction(database_);
-  return database_.execute(fmt::format("{} PRAGMA user_version = {}", tables, formatVersion)) &&
+  return transaction.isOpen() &&
+         database_.execute(fmt::format("{} PRAGMA user_version = {}", tables, formatVersion)) &&
          transaction.commit();
 }
 
