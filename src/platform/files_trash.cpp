@@ -10,6 +10,7 @@
 
 #include "platform/files_system.h"
 #include "platform/url.h"
+#include "platform/utf8.h"
 
 namespace vantrell::files {
 namespace {
@@ -90,7 +91,7 @@ std::string numbered(const std::string& name, int number) {
 std::string shortened(std::string name) {
   if (name.size() <= longestName) return name;
   std::size_t length = longestName;
-  while (length > 0 && (name[length] & 0xC0) == 0x80) --length;
+  while (length > 0 && utf8::isContinuation(name[length])) --length;
   name.resize(length);
   return name;
 }
