@@ -62,7 +62,12 @@ files::Result<std::string> moveDatabase(const std::string& path, std::string_vie
     if (code) return failure("move away", path, code);
   }
   std::filesystem::rename(path, place, code);
-  if (code) return failure("move away", path, code);
+  if (code) {
+    // The file stays, and so must what its log alone holds.
+    std::error_code ignored;
+    std::filesystem::rename(place + "-wal", path + "-wal", ignored);
+    return failure("move away", path, code);
+  }
   // Only an index of the log, made anew when it is needed.
   std::filesystem::remove(path + "-shm", code);
   return place;
