@@ -235,7 +235,7 @@ TEST_F(RunLoopTest, LineWatchEndsAtOnceThoughOthersFlushItsTerminal) {
       press();
     }
   });
-  EXPECT_EQ(ended.wait_for(20s), std::future_status::ready);
+  EXPECT_EQ(ended.wait_for(2min), std::future_status::ready);
   flusher.request_stop();
   while (ended.wait_for(1ms) != std::future_status::ready) press();  // releases one that waits
   EXPECT_EQ(::fcntl(terminal.program.get(), F_GETFL) & O_NONBLOCK, 0)
