@@ -1,5 +1,4 @@
 // What one chunk of a stream costs in transcripts of different lengths: it must not depend on them.
-#include <vector>
 
 #include "app/ports.h"
 #include "bench_folder.h"

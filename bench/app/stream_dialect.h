@@ -4,7 +4,6 @@
 
 #include <array>
 #include <fmt/format.h>
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>

@@ -2,7 +2,6 @@
 // cost on their way from the pipe to the observers.
 #pragma once
 
-#include <algorithm>
 #include <cstdlib>
 #include <functional>
 #include <map>

@@ -3,22 +3,10 @@
 #include <fstream>
 
 #include "app/stream_fixture.h"
+#include "process_memory.h"
 #include "ratio.h"
 
 using namespace vantrell;
-
-namespace {
-
-/// A value of /proc/self/status in bytes: "VmRSS" is the memory now, "VmHWM" its peak.
-double memory(const std::string& name) {
-  std::ifstream status("/proc/self/status");
-  for (std::string line; std::getline(status, line);) {
-    if (line.starts_with(name + ":")) return std::stod(line.substr(name.size() + 1)) * 1024;
-  }
-  std::abort();
-}
-
-}  // namespace
 
 int main() {
   if (bench::wasStreamAgent()) return 0;
@@ -40,13 +28,13 @@ int main() {
     fixture.run(
         [&] {
           if (std::exchange(isStreaming, true)) return;
-          before = memory("VmRSS");
+          before = bench::memory("VmRSS");
           std::ofstream("/proc/self/clear_refs") << "5";  // the peak starts anew
         },
         [](const Change&) {},
         [&](const Transcript& entries) {
           // Before the end of the run is stored: storing is measured with the store.
-          peak = memory("VmHWM");
+          peak = bench::memory("VmHWM");
           for (const auto& entry : entries) kept += static_cast<double>(entry.text.size());
         });
   }

@@ -1,7 +1,6 @@
 // What a large tree of conversations costs: to save a chunk in it, to start with it, to have it in
 // memory. A thousand tasks with a hundred megabytes of text.
 #include <deque>
-#include <fstream>
 #include <malloc.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,6 +11,7 @@
 #include "platform/json.h"
 #include "platform/manual_main_queue.h"
 #include "platform/user_defaults.h"
+#include "process_memory.h"
 #include "ratio.h"
 #include "records/workspace_store.h"
 
@@ -61,10 +61,7 @@ void makeStore(const std::string& folder, int tasks) {
 
 double residentBytes() {
   malloc_trim(0);
-  std::ifstream statm("/proc/self/statm");
-  double total = 0, resident = 0;
-  statm >> total >> resident;
-  return resident * static_cast<double>(sysconf(_SC_PAGESIZE));
+  return bench::memory("VmRSS");
 }
 
 /// Keeps the writes apart from what the main queue does for them.

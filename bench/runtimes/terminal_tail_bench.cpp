@@ -11,6 +11,7 @@
 
 #include "platform/files.h"
 #include "platform/process.h"
+#include "process_memory.h"
 #include "ratio.h"
 #include "runtimes/acp/acp_host_services.h"
 
@@ -99,15 +100,6 @@ bench::Clock::duration readWithTerminal(Host& host, const std::string& path) {
   });
 }
 
-std::size_t peakMemory() {
-  std::ifstream status("/proc/self/status");
-  std::string line;
-  while (std::getline(status, line)) {
-    if (line.starts_with("VmHWM:")) return std::stoul(line.substr(6)) << 10;
-  }
-  std::abort();
-}
-
 }  // namespace
 
 int main() {
@@ -115,15 +107,14 @@ int main() {
   int status = EXIT_SUCCESS;
   {
     Host host(files::temporaryFolder());
-    const std::size_t before = peakMemory();
+    const double before = bench::memory("VmHWM");
     const auto found = bench::compare(
         5, [&] { return readWithTerminal(host, path); }, [&] { return readBare(path); });
     status |= bench::report({"1 GiB of a terminal's output into its tail", "cat into a pipe", 2.0},
                             found);
     // The pipe's buffers and the tail, whatever goes through.
-    status |=
-        bench::report({"growth of memory meanwhile", "the tail that is kept", 8.0},
-                      static_cast<double>(peakMemory() - before) / static_cast<double>(keptBytes));
+    status |= bench::report({"growth of memory meanwhile", "the tail that is kept", 8.0},
+                            (bench::memory("VmHWM") - before) / static_cast<double>(keptBytes));
   }
   std::filesystem::remove(path);
   return status;

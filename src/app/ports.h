@@ -1,4 +1,5 @@
-// Every upward call of the engine, and who answers it. The one place where ports are set.
+// Every upward call of the engine, and who answers those that need the queues alone. VantrellApp
+// sets the others, behind which a part of its own stands.
 #pragma once
 
 #include "engine/engine_ports.h"
@@ -9,7 +10,8 @@ namespace vantrell {
 /// `connector`, which has none.
 EnginePorts neutralPorts();
 
-/// The ports of the program. What is given must outlive them.
+/// The ports of the program, as far as they are answered from what is given, which must outlive
+/// them.
 EnginePorts enginePorts(MainQueue& main, BackgroundPool& pool,
                         const ProviderConnectorRegistry& connectors);
 

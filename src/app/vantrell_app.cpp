@@ -4,7 +4,6 @@
 
 #include "app/ports.h"
 #include "app/runtime_means.h"
-#include "records/application.h"
 #include "runtimes/acp/acp_client.h"
 #include "runtimes/locators.h"
 

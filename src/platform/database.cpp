@@ -8,6 +8,8 @@
 #include <system_error>
 #include <unistd.h>
 
+#include "platform/url.h"
+
 namespace vantrell {
 
 namespace {
@@ -28,15 +30,7 @@ bool createOwnerOnly(const std::string& path) {
 }
 
 std::string immutableUri(const std::string& path) {
-  std::string uri = "file:";
-  for (const char c : path) {
-    if (c == '%' || c == '?' || c == '#') {
-      uri += fmt::format("%{:02X}", c);
-    } else {
-      uri += c;
-    }
-  }
-  return uri + "?immutable=1";
+  return "file:" + percentEncoded(path, "-_.~/") + "?immutable=1";
 }
 
 DatabaseError::Kind kindOf(int code) {
@@ -55,7 +49,20 @@ DatabaseError::Kind kindOf(int code) {
   }
 }
 
+std::size_t bigEndian(std::string_view bytes) {
+  std::size_t value = 0;
+  for (const char byte : bytes) value = value << 8 | static_cast<unsigned char>(byte);
+  return value;
+}
+
 }  // namespace
+
+// SQLite's file format: the page size is at byte 16, where 1 stands for 65536, the number of pages
+// at 28.
+DatabaseHeader DatabaseHeader::read(std::string_view bytes) {
+  const std::size_t pageSize = bigEndian(bytes.substr(16, 2));
+  return {.pageSize = pageSize == 1 ? 65536 : pageSize, .pages = bigEndian(bytes.substr(28, 4))};
+}
 
 // ---- statements ---------------------------------------------------------------------------------
 

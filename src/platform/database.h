@@ -27,6 +27,18 @@ struct DatabaseError {
   std::string text;  // one line for people, without the file's name
 };
 
+/// What the beginning of a file says of its length, for those who must not open it: to open a
+/// damaged file may change it.
+struct DatabaseHeader {
+  static constexpr std::size_t length = 100;  // bytes
+
+  std::size_t pageSize = 0;  // bytes
+  std::size_t pages = 0;
+
+  /// Of at least `length` bytes.
+  static DatabaseHeader read(std::string_view bytes);
+};
+
 /// A prepared statement. It must go before its database does.
 class Statement {
  public:

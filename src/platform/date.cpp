@@ -6,6 +6,8 @@
 #include <ctime>
 #include <fmt/format.h>
 
+#include "platform/ascii.h"
+
 namespace vantrell {
 namespace {
 
@@ -27,7 +29,7 @@ class Scanner {
     if (rest_.size() < count) return -1;
     int value = 0;
     for (const char c : rest_.substr(0, count)) {
-      if (c < '0' || c > '9') return -1;
+      if (!ascii::isDigit(c)) return -1;
       value = value * 10 + (c - '0');
     }
     rest_.remove_prefix(count);

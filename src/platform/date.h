@@ -21,11 +21,11 @@ class Date {
 
   /// The wall clock. Engine code asks its MainQueue instead.
   static Date current();
-  /// 0001-01-01 of the Julian calendar, two days before that of the Gregorian one; iso8601() shows
-  /// it as the first day that it can.
   /// The same, up to a tick of the kernel (4 ms) behind, for those who ask for every piece of a
   /// stream: in a virtual machine the exact time costs more than the piece.
   static Date currentCoarse();
+  /// 0001-01-01 of the Julian calendar, two days before that of the Gregorian one; iso8601() shows
+  /// it as the first day that it can.
   static constexpr Date distantPast() { return Date(-63114076800.0); }
   static constexpr Date sinceUnixEpoch(double seconds) { return Date(seconds - unixOffset); }
 

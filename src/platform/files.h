@@ -25,13 +25,17 @@ using Result = std::expected<T, FileError>;
 
 /// The user's home folder: $HOME, else what the user database says.
 std::string homeFolder();
-/// $XDG_DATA_HOME/vantrell-like folders: the base folder for `name`, `$XDG_DATA_HOME` or
-/// ~/.local/share, not created. A relative value of the variable counts as unset, as XDG demands.
+// The base folders of XDG, not created. A relative value of the variable counts as unset, as XDG
+// demands.
+
+/// $XDG_DATA_HOME or ~/.local/share.
 std::string dataFolder();
 /// $XDG_CONFIG_HOME or ~/.config.
 std::string configFolder();
 /// $XDG_STATE_HOME or ~/.local/state.
 std::string stateFolder();
+
+/// $TMPDIR when that is absolute, else /tmp.
 std::string temporaryFolder();
 
 /// An absolute path without ".", ".." and doubled or trailing slashes, by text alone: symbolic

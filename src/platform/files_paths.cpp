@@ -1,12 +1,9 @@
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
-#include <pwd.h>
-#include <unistd.h>
-#include <vector>
 
 #include "platform/files.h"
+#include "platform/user_entry.h"
 
 namespace vantrell::files {
 namespace {
@@ -33,14 +30,9 @@ std::string_view withoutTrailingSlashes(std::string_view path) {
 std::string homeFolder() {
   const std::string home = environmentValue("HOME");
   if (home.starts_with('/')) return standardized(home);
-  std::vector<char> buffer(std::size_t{16} * 1024);
-  passwd entry{};
-  passwd* found = nullptr;
-  while (getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found) == ERANGE) {
-    buffer.resize(buffer.size() * 2);
-  }
+  const auto entry = userEntry();
   // A user whom the database does not know has no home; the root is where the system starts them.
-  return found && found->pw_dir[0] == '/' ? standardized(found->pw_dir) : "/";
+  return entry && entry->home.starts_with('/') ? standardized(entry->home) : "/";
 }
 
 std::string dataFolder() {

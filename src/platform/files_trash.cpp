@@ -9,6 +9,8 @@
 #include <unistd.h>
 
 #include "platform/files_system.h"
+#include "platform/url.h"
+#include "platform/utf8.h"
 
 namespace vantrell::files {
 namespace {
@@ -63,21 +65,6 @@ Result<TrashFolder> volumeTrash(const std::string& path) {
   return TrashFolder{own, top};
 }
 
-std::string percentEncoded(std::string_view path) {
-  constexpr std::string_view unreserved = "-_.~/";
-  std::string encoded;
-  for (const char c : path) {
-    const bool isPlain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-                         (c >= '0' && c <= '9') || unreserved.find(c) != unreserved.npos;
-    if (isPlain) {
-      encoded += c;
-    } else {
-      encoded += fmt::format("%{:02X}", static_cast<unsigned char>(c));
-    }
-  }
-  return encoded;
-}
-
 std::string infoFor(const std::string& path, const TrashFolder& trash) {
   std::string_view recorded = path;
   if (!trash.topFolder.empty()) {
@@ -88,7 +75,8 @@ std::string infoFor(const std::string& path, const TrashFolder& trash) {
   localtime_r(&now, &local);
   char date[32];
   std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &local);
-  return fmt::format("[Trash Info]\nPath={}\nDeletionDate={}\n", percentEncoded(recorded), date);
+  return fmt::format("[Trash Info]\nPath={}\nDeletionDate={}\n", percentEncoded(recorded, "-_.~/"),
+                     date);
 }
 
 /// "report.txt", "report.2.txt", "report.3.txt" and so on.
@@ -103,7 +91,7 @@ std::string numbered(const std::string& name, int number) {
 std::string shortened(std::string name) {
   if (name.size() <= longestName) return name;
   std::size_t length = longestName;
-  while (length > 0 && (name[length] & 0xC0) == 0x80) --length;
+  while (length > 0 && utf8::isContinuation(name[length])) --length;
   name.resize(length);
   return name;
 }

@@ -37,13 +37,6 @@ class Disposition {
   struct sigaction previous_{};
 };
 
-std::vector<char*> pointers(std::vector<std::string>& texts) {
-  std::vector<char*> result;
-  for (auto& text : texts) result.push_back(text.data());
-  result.push_back(nullptr);
-  return result;
-}
-
 /// The child begins with the usual signals, whatever this program does with them.
 class Attributes {
  public:
@@ -71,19 +64,15 @@ class Attributes {
 std::expected<ExitStatus, ProcessError> runInForeground(const std::string& executable,
                                                         const std::vector<std::string>& arguments,
                                                         const Environment& environment) {
-  std::vector<std::string> words{executable};
-  words.insert(words.end(), arguments.begin(), arguments.end());
-  std::vector<std::string> variables;
-  for (const auto& [name, value] : environment) variables.push_back(name + "=" + value);
-  const auto wordPointers = pointers(words);
-  const auto variablePointers = pointers(variables);
-
+  const ProgramWords words(executable, arguments, environment);
+  // Ignored, as some parents leave it, it would take the child's status away before the wait.
+  const Disposition childEnd(SIGCHLD, SIG_DFL);
   const Disposition interrupt(SIGINT, SIG_IGN);
   const Disposition quit(SIGQUIT, SIG_IGN);
   const Attributes attributes;
   pid_t child = 0;
   const int error = ::posix_spawn(&child, executable.c_str(), nullptr, attributes.get(),
-                                  wordPointers.data(), variablePointers.data());
+                                  words.arguments(), words.environment());
   if (error != 0) return std::unexpected(processError(ProcessError::Step::execute, error));
   childInFront = child;
   int status = 0;

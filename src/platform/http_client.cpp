@@ -9,6 +9,7 @@
 #include <stdlib.h>
 #include <thread>
 
+#include "platform/ascii.h"
 #include "platform/dynamic_library.h"
 #include "platform/files.h"
 #include "platform/http_exchange.h"
@@ -19,10 +20,6 @@
 namespace vantrell {
 
 namespace {
-
-Duration uptime() {
-  return std::chrono::steady_clock::now().time_since_epoch();
-}
 
 /// What is called here; http_exchange.cpp has the functions of one request.
 struct Library : DynamicLibrary {
@@ -68,8 +65,7 @@ bool isOneLine(std::string_view text) {
 
 bool isToken(std::string_view text) {
   const auto isAllowed = [](char c) {
-    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
-           std::string_view("!#$%&'*+-.^_`|~").contains(c);
+    return ascii::isAlphanumeric(c) || std::string_view("!#$%&'*+-.^_`|~").contains(c);
   };
   return !text.empty() && std::ranges::all_of(text, isAllowed);
 }
@@ -102,7 +98,7 @@ struct HttpClient::Impl : std::enable_shared_from_this<Impl> {
                                                   : std::move(options.extraAuthorities),
                  hostsWithoutProxy()},
         libraryName(std::move(options.library)),
-        timers(uptime, [](Duration) {}) {}
+        timers(steadyUptime, [](Duration) {}) {}
   ~Impl() {
     if (multi) curl->curl_multi_cleanup(multi);
   }
@@ -151,7 +147,9 @@ struct HttpClient::Impl : std::enable_shared_from_this<Impl> {
       int running = 0;
       curl->curl_multi_perform(multi, &running);
       takeFinished();
-      for (auto due = timers.next(); due && *due <= uptime(); due = timers.next()) timers.fire();
+      for (auto due = timers.next(); due && *due <= steadyUptime(); due = timers.next()) {
+        timers.fire();
+      }
       if (!isEnding) curl->curl_multi_poll(multi, nullptr, 0, millisecondsToNextTimer(), nullptr);
     }
     while (!exchanges.empty()) cancel(exchanges.begin()->first);
@@ -183,7 +181,7 @@ struct HttpClient::Impl : std::enable_shared_from_this<Impl> {
     constexpr int longest = 60'000;
     const auto due = timers.next();
     if (!due) return longest;
-    const auto wait = std::chrono::ceil<std::chrono::milliseconds>(*due - uptime());
+    const auto wait = std::chrono::ceil<std::chrono::milliseconds>(*due - steadyUptime());
     return static_cast<int>(std::clamp<std::int64_t>(wait.count(), 0, longest));
   }
 
@@ -209,7 +207,7 @@ struct HttpClient::Impl : std::enable_shared_from_this<Impl> {
 
   void armIdleTimer(std::uint64_t id, HttpExchange& exchange) {
     const auto limit = exchange.lastActivity() + exchange.request().requestTimeout;
-    exchange.idleTimer = timers.after(limit - uptime(), [this, id] { checkIdle(id); });
+    exchange.idleTimer = timers.after(limit - steadyUptime(), [this, id] { checkIdle(id); });
   }
 
   void checkIdle(std::uint64_t id) {
@@ -218,7 +216,7 @@ struct HttpClient::Impl : std::enable_shared_from_this<Impl> {
     if (exchange.isPaused()) {
       // It is we who do not read.
       exchange.idleTimer = timers.after(allowed, [this, id] { checkIdle(id); });
-    } else if (uptime() - exchange.lastActivity() < allowed) {
+    } else if (steadyUptime() - exchange.lastActivity() < allowed) {
       armIdleTimer(id, exchange);
     } else {
       take(id)->finishIdle();

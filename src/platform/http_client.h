@@ -11,7 +11,6 @@
 #include <expected>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>

@@ -6,6 +6,7 @@
 
 #include "platform/dynamic_library.h"
 #include "platform/text.h"
+#include "platform/timer_table.h"
 #include "platform/url.h"
 
 namespace vantrell {
@@ -33,10 +34,6 @@ const Library& library() {
 }
 
 static_assert(sizeof(curl_off_t) == sizeof(std::int64_t));
-
-Duration uptime() {
-  return std::chrono::steady_clock::now().time_since_epoch();
-}
 
 double seconds(std::chrono::milliseconds time) {
   return std::chrono::duration<double>(time).count();
@@ -83,7 +80,7 @@ HttpExchange::HttpExchange(HttpRequest request, std::shared_ptr<HttpLink> link,
       link_(std::move(link)),
       easy_(library().curl_easy_init()),
       headers_(std::make_unique<HeaderList>()),
-      lastActivity_(uptime()) {
+      lastActivity_(steadyUptime()) {
   static_assert(std::tuple_size_v<decltype(words_)> >= CURL_ERROR_SIZE);
   configure(settings);
 }
@@ -168,13 +165,13 @@ int HttpExchange::onProgress(void* self, std::int64_t, std::int64_t down, std::i
   auto& exchange = *static_cast<HttpExchange*>(self);
   if (down + up != exchange.bytesMoved_) {
     exchange.bytesMoved_ = down + up;
-    exchange.lastActivity_ = uptime();
+    exchange.lastActivity_ = steadyUptime();
   }
   return 0;
 }
 
 std::size_t HttpExchange::takeHeaderLine(std::string_view line) {
-  lastActivity_ = uptime();
+  lastActivity_ = steadyUptime();
   if (line.starts_with("HTTP/")) {  // another answer: after a redirect or an interim one
     response_.headers.clear();
     isHeadComplete_ = false;
@@ -212,7 +209,7 @@ void HttpExchange::headIsComplete() {
 }
 
 std::size_t HttpExchange::takeBody(std::string_view bytes) {
-  lastActivity_ = uptime();
+  lastActivity_ = steadyUptime();
   if (link_->isStreamed && link_->isFull) {
     isPaused_ = true;
     return CURL_WRITEFUNC_PAUSE;
@@ -239,7 +236,7 @@ std::size_t HttpExchange::takeBody(std::string_view bytes) {
 
 void HttpExchange::resume() {
   if (!std::exchange(isPaused_, false)) return;
-  lastActivity_ = uptime();
+  lastActivity_ = steadyUptime();
   library().curl_easy_pause(easy_, CURLPAUSE_CONT);
 }
 

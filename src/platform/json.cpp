@@ -9,14 +9,6 @@ namespace {
 /// quadratic.
 constexpr std::size_t membersToScan = 16;
 
-std::vector<const JsonMember*> sortedByKey(const JsonObject& object) {
-  std::vector<const JsonMember*> members;
-  members.reserve(object.size());
-  for (const JsonMember& member : object) members.push_back(&member);
-  std::ranges::sort(members, {}, [](const JsonMember* member) -> auto& { return member->key; });
-  return members;
-}
-
 /// Converting the integer instead would round it: 2^53 + 1 would equal 2^53.
 bool equalExactly(std::int64_t integer, double number) {
   constexpr double limit = 9223372036854775808.0;  // 2^63
@@ -84,8 +76,8 @@ const JsonMember* JsonObject::end() const {
 bool JsonObject::operator==(const JsonObject& other) const {
   if (size() != other.size()) return false;
   if (size() > membersToScan) {
-    const auto left = sortedByKey(*this);
-    const auto right = sortedByKey(other);
+    const auto left = json::sortedByKey(*this);
+    const auto right = json::sortedByKey(other);
     return std::ranges::equal(left, right, [](const JsonMember* a, const JsonMember* b) {
       return a->key == b->key && a->value == b->value;
     });
@@ -105,6 +97,14 @@ bool Json::operator==(const Json& other) const {
 }
 
 namespace json {
+
+std::vector<const JsonMember*> sortedByKey(const JsonObject& object) {
+  std::vector<const JsonMember*> members;
+  members.reserve(object.size());
+  for (const JsonMember& member : object) members.push_back(&member);
+  std::ranges::sort(members, {}, [](const JsonMember* member) -> auto& { return member->key; });
+  return members;
+}
 
 const std::string* text(const JsonObject& object, std::string_view key) {
   const Json* value = object.find(key);

@@ -123,6 +123,9 @@ std::string writePrettySorted(const Json& value);
 /// Appends a JSON string literal. Invalid UTF-8 is repaired.
 void appendQuoted(std::string& out, std::string_view text);
 
+/// The members in the order of their keys' bytes; valid until the object changes.
+std::vector<const JsonMember*> sortedByKey(const JsonObject& object);
+
 // Typed look-ups in loosely typed answers: absent when the key is missing or of another kind.
 const std::string* text(const JsonObject& object, std::string_view key);
 std::string textOr(const JsonObject& object, std::string_view key, std::string_view fallback);

@@ -3,11 +3,15 @@
 #include <cstring>
 #include <numeric>
 
+#include "platform/ascii.h"
 #include "platform/json.h"
 #include "platform/utf8.h"
 
 namespace vantrell {
 namespace {
+
+using ascii::hexDigit;
+using ascii::isDigit;
 
 /// Nesting beyond this is refused: everything that handles a value recurses.
 constexpr int depthLimit = 512;
@@ -16,17 +20,6 @@ constexpr int depthLimit = 512;
 constexpr std::size_t membersToPair = 16;
 /// Any number of this many decimal digits fits in 64 bits.
 constexpr std::ptrdiff_t digitsThatAlwaysFit = 18;
-
-bool isDigit(char c) {
-  return c >= '0' && c <= '9';
-}
-
-int hexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
 
 bool isHighSurrogate(std::uint32_t unit) {
   return unit >= 0xD800 && unit <= 0xDBFF;

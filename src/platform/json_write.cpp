@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <charconv>
 #include <cmath>
 
@@ -74,12 +73,8 @@ void appendPretty(std::string& out, const JsonObject& object, std::size_t level)
     out += "{}";
     return;
   }
-  std::vector<const JsonMember*> members;
-  members.reserve(object.size());
-  for (const JsonMember& member : object) members.push_back(&member);
-  std::ranges::sort(members, {}, [](const JsonMember* member) -> auto& { return member->key; });
   char before = '{';
-  for (const JsonMember* member : members) {
+  for (const JsonMember* member : json::sortedByKey(object)) {
     out += before;
     before = ',';
     appendNewLine(out, level + 1);

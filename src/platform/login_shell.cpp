@@ -1,15 +1,13 @@
 #include "platform/login_shell.h"
 
 #include <algorithm>
-#include <array>
 #include <fmt/format.h>
 #include <mutex>
-#include <pwd.h>
-#include <unistd.h>
 
 #include "platform/files.h"
 #include "platform/program_runner.h"
 #include "platform/text.h"
+#include "platform/user_entry.h"
 #include "platform/uuid.h"
 
 namespace vantrell::loginShell {
@@ -31,23 +29,14 @@ std::string commandWith(const std::string& marker) {
   return fmt::format("echo {0}; /usr/bin/printenv PATH; echo {0}", marker);
 }
 
-std::string shellOfUserDatabase() {
-  std::array<char, 4096> buffer{};
-  passwd entry{};
-  passwd* found = nullptr;
-  if (::getpwuid_r(::geteuid(), &entry, buffer.data(), buffer.size(), &found) != 0 || !found) {
-    return {};
-  }
-  return found->pw_shell ? found->pw_shell : "";
-}
-
 }  // namespace
 
 Question usersOwn() {
   Question question{.shell = {}, .environment = currentEnvironment()};
   const auto named = question.environment.find("SHELL");
   if (named != question.environment.end()) question.shell = named->second;
-  if (!files::isExecutable(question.shell)) question.shell = shellOfUserDatabase();
+  if (!files::isExecutable(question.shell))
+    question.shell = userEntry().value_or(UserEntry{}).shell;
   return question;
 }
 

@@ -32,7 +32,6 @@ class OutputSink {
   void write(std::string_view bytes);
   /// Waits until everything is written. False when it is not: the limit ran out, or nobody reads.
   bool flush(std::chrono::milliseconds limit);
-  bool isBroken() const { return error() != 0; }
   /// The errno of the write that failed (EPIPE: the reader is gone), or 0.
   int error() const;
 

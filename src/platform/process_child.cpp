@@ -29,10 +29,6 @@ constexpr int outputPipeBytes = 512 * 1024;
 constexpr std::chrono::milliseconds firstGroupCheck{20};
 constexpr std::chrono::milliseconds lastGroupCheck{640};
 
-Duration steadyNow() {
-  return std::chrono::steady_clock::now().time_since_epoch();
-}
-
 struct Pipe {
   Descriptor reading;
   Descriptor writing;
@@ -50,14 +46,6 @@ std::expected<Pipe, ProcessError> makePipe() {
 
 void setNonBlocking(const Descriptor& descriptor) {
   ::fcntl(descriptor.get(), F_SETFL, O_NONBLOCK);  // a fresh pipe has no other flags
-}
-
-std::vector<char*> pointers(std::vector<std::string>& texts) {
-  std::vector<char*> result;
-  result.reserve(texts.size() + 1);
-  for (auto& text : texts) result.push_back(text.data());
-  result.push_back(nullptr);
-  return result;
 }
 
 /// The state and the group of a process, from its /proc/<id>/stat.
@@ -104,18 +92,11 @@ ProcessChild::ProcessChild(ProcessSupervisor& supervisor, std::shared_ptr<Proces
     : supervisor_(supervisor), channel_(std::move(channel)), groupCheck_(firstGroupCheck) {}
 
 std::expected<void, ProcessError> ProcessChild::launch(const ProcessOptions& options) {
-  std::vector<std::string> arguments{options.executable};
-  arguments.insert(arguments.end(), options.arguments.begin(), options.arguments.end());
-  std::vector<std::string> variables;
-  for (const auto& [name, value] : options.environment)
-    variables.push_back(fmt::format("{}={}", name, value));
-  const auto argumentPointers = pointers(arguments);
-  const auto variablePointers = pointers(variables);
-
+  const ProgramWords words(options.executable, options.arguments, options.environment);
   SpawnRequest request;
   request.executable = options.executable.c_str();
-  request.arguments = argumentPointers.data();
-  request.environment = variablePointers.data();
+  request.arguments = words.arguments();
+  request.environment = words.environment();
   request.folder = options.workingFolder.empty() ? nullptr : options.workingFolder.c_str();
   request.ownSession = options.ownSession;
   request.input = request.output = request.error = supervisor_.nullDevice();
@@ -312,7 +293,7 @@ void ProcessChild::terminate(Duration grace) {
   if (grace <= Duration::zero()) return killGroup();
   ::kill(-id_, SIGTERM);
   ::kill(-id_, SIGCONT);  // one that is suspended could not even die
-  killBy(steadyNow() + grace);
+  killBy(steadyUptime() + grace);
 }
 
 void ProcessChild::stop(Duration grace, Duration patience) {
@@ -337,7 +318,7 @@ void ProcessChild::stop(Duration grace, Duration patience) {
 void ProcessChild::killBy(Duration instant) {
   if (killInstant_ && *killInstant_ <= instant) return;
   killInstant_ = instant;
-  killTimer_ = supervisor_.reactor().after(instant - steadyNow(), [this] { killGroup(); });
+  killTimer_ = supervisor_.reactor().after(instant - steadyUptime(), [this] { killGroup(); });
 }
 
 void ProcessChild::killGroup() {

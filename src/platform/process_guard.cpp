@@ -36,10 +36,6 @@ for group in $left; do kill -s KILL -- "-$group" 2>/dev/null; done
 exit 0
 )";
 
-Duration steadyNow() {
-  return std::chrono::steady_clock::now().time_since_epoch();
-}
-
 /// The reactor's thread blocks SIGPIPE, so that a guard that is gone is only an error.
 bool writeAll(const Descriptor& pipe, const std::string& text) {
   return ::write(pipe.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
@@ -48,12 +44,12 @@ bool writeAll(const Descriptor& pipe, const std::string& text) {
 }  // namespace
 
 int ProcessGuard::descriptor() {
-  if (!pipe_ && steadyNow() - restartPause >= lastStart_) start();
+  if (!pipe_ && steadyUptime() - restartPause >= lastStart_) start();
   return pipe_.get();
 }
 
 void ProcessGuard::start() {
-  lastStart_ = steadyNow();
+  lastStart_ = steadyUptime();
   int ends[2];
   if (::pipe2(ends, O_CLOEXEC) != 0) return;
   const auto theirs = aboveStandard(Descriptor(ends[0]));

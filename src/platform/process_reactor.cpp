@@ -9,18 +9,10 @@
 
 namespace vantrell {
 
-namespace {
-
-Duration steadyNow() {
-  return std::chrono::steady_clock::now().time_since_epoch();
-}
-
-}  // namespace
-
 ProcessReactor::ProcessReactor()
     : epoll_(::epoll_create1(EPOLL_CLOEXEC)),
       wake_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      timers_(steadyNow, [](Duration) {}) {
+      timers_(steadyUptime, [](Duration) {}) {
   epoll_event event{};
   event.events = EPOLLIN;
   event.data.u64 = 0;  // no watch has this number
@@ -59,7 +51,7 @@ void ProcessReactor::run() {
       registration->handler();
     }
     runPosted();
-    for (auto due = timers_.next(); due && *due <= steadyNow(); due = timers_.next()) {
+    for (auto due = timers_.next(); due && *due <= steadyUptime(); due = timers_.next()) {
       timers_.fire();
     }
   }
@@ -80,7 +72,7 @@ void ProcessReactor::runPosted() {
 int ProcessReactor::millisecondsToNextTimer() const {
   const auto due = timers_.next();
   if (!due) return -1;
-  const auto wait = std::chrono::ceil<std::chrono::milliseconds>(*due - steadyNow());
+  const auto wait = std::chrono::ceil<std::chrono::milliseconds>(*due - steadyUptime());
   return static_cast<int>(std::clamp<std::int64_t>(wait.count(), 0, 60'000));
 }
 

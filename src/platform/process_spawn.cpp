@@ -112,10 +112,27 @@ VANTRELL_IN_CHILD int runChild(void* argument) {
   __builtin_unreachable();
 }
 
+std::vector<char*> pointersTo(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  pointers.reserve(texts.size() + 1);
+  for (auto& text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
 /// The child's stack until the exec. One is enough: all spawning is done by one thread.
 alignas(64) std::array<std::byte, std::size_t{64} * 1024> childStack;
 
 }  // namespace
+
+ProgramWords::ProgramWords(const std::string& executable, const std::vector<std::string>& arguments,
+                           const Environment& environment) {
+  arguments_.push_back(executable);
+  arguments_.insert(arguments_.end(), arguments.begin(), arguments.end());
+  for (const auto& [name, value] : environment) variables_.push_back(name + "=" + value);
+  argumentPointers_ = pointersTo(arguments_);
+  variablePointers_ = pointersTo(variables_);
+}
 
 std::expected<Spawned, SpawnFailure> spawn(const SpawnRequest& request) {
   Plan plan{.request = &request, .parent = ::getpid()};

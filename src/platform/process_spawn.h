@@ -4,12 +4,34 @@
 #pragma once
 
 #include <expected>
+#include <string>
 #include <sys/types.h>
+#include <vector>
 
 #include "platform/descriptor.h"
 #include "platform/process.h"
 
 namespace vantrell {
+
+/// The words and variables of a program as the kernel takes them: lists of pointers that end with
+/// null, valid as long as this object.
+class ProgramWords {
+ public:
+  ProgramWords(const std::string& executable, const std::vector<std::string>& arguments,
+               const Environment& environment);
+  ProgramWords(const ProgramWords&) = delete;
+  ProgramWords& operator=(const ProgramWords&) = delete;
+
+  /// The executable first.
+  char* const* arguments() const { return argumentPointers_.data(); }
+  char* const* environment() const { return variablePointers_.data(); }
+
+ private:
+  std::vector<std::string> arguments_;
+  std::vector<std::string> variables_;
+  std::vector<char*> argumentPointers_;
+  std::vector<char*> variablePointers_;
+};
 
 /// All pointers must stay valid during the call. Descriptors must be above 2.
 struct SpawnRequest {

@@ -21,15 +21,12 @@
 namespace vantrell {
 
 namespace asio = boost::asio;
-using std::chrono::steady_clock;
 
 struct RunLoop::Impl {
-  Impl()
-      : timers([] { return steady_clock::now().time_since_epoch(); },
-               [this](Duration due) { wakeAt(due); }) {}
+  Impl() : timers(steadyUptime, [this](Duration due) { wakeAt(due); }) {}
 
   void wakeAt(Duration due) {
-    alarm.expires_at(steady_clock::time_point(due));
+    alarm.expires_at(std::chrono::steady_clock::time_point(due));
     alarm.async_wait([this](const boost::system::error_code& error) {
       if (!error) timers.fire();
     });
@@ -68,7 +65,7 @@ Date RunLoop::now() const {
 }
 
 Duration RunLoop::uptime() const {
-  return steady_clock::now().time_since_epoch();
+  return steadyUptime();
 }
 
 Timer RunLoop::after(Duration delay, Work work) {

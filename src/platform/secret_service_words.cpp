@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include "platform/files.h"
+#include "platform/url.h"
 
 namespace vantrell {
 
@@ -41,13 +42,7 @@ std::optional<std::string> sessionBusAddress() {
   if (!runtime || *runtime != '/') return std::nullopt;
   const std::string path = fmt::format("{}/bus", runtime);
   if (!files::exists(path)) return std::nullopt;
-  std::string escaped;
-  for (const char c : path) {
-    const bool isPlain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-                         (c >= '0' && c <= '9') || c == '/' || c == '-' || c == '_' || c == '.';
-    escaped += isPlain ? std::string(1, c) : fmt::format("%{:02x}", static_cast<unsigned char>(c));
-  }
-  return "unix:path=" + escaped;
+  return "unix:path=" + percentEncoded(path, "-_./");
 }
 
 }  // namespace vantrell

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "platform/utf8.h"
+
 namespace vantrell {
 
 void TailBuffer::append(std::string_view bytes) {
@@ -27,7 +29,7 @@ std::string TailBuffer::contents() const {
   if (!wasTruncated_) return whole;
   std::size_t cut = 0;
   // A UTF-8 character has at most three continuation bytes.
-  while (cut < 3 && cut < whole.size() && (static_cast<unsigned char>(whole[cut]) & 0xC0) == 0x80) {
+  while (cut < 3 && cut < whole.size() && utf8::isContinuation(whole[cut])) {
     ++cut;
   }
   whole.erase(0, cut);

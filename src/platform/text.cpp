@@ -13,22 +13,12 @@
 namespace vantrell::text {
 namespace {
 
-bool isAscii(std::string_view text) {
-  const char* const begin = text.data();
-  const char* const end = begin + text.size();
-  return utf8::endOfAscii(begin, end) == end;
-}
-
 bool isAsciiAt(std::string_view text, std::size_t i) {
   return static_cast<unsigned char>(text[i]) < 0x80;
 }
 
 bool isAsciiSpace(char c) {
   return c == ' ' || (c >= '\t' && c <= '\r');
-}
-
-bool isContinuation(char c) {
-  return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
 }
 
 /// Whether the bytes are one character beyond ASCII that has Unicode's White_Space property. None
@@ -166,7 +156,7 @@ std::string_view trimmed(std::string_view text) {
       continue;
     }
     std::size_t last = end - 1;
-    while (end - last < 3 && last > begin && isContinuation(text[last])) --last;
+    while (end - last < 3 && last > begin && utf8::isContinuation(text[last])) --last;
     if (!isWhiteSpace(text.substr(last, end - last))) break;
     end = last;
   }
@@ -191,7 +181,7 @@ std::size_t characterCount(std::string_view text) {
 }
 
 std::string lowercased(std::string_view text) {
-  if (isAscii(text) || !fitsIcu(text)) return lowercasedAscii(text);
+  if (utf8::isAscii(text) || !fitsIcu(text)) return lowercasedAscii(text);
   std::string storage;
   text = validated(text, storage);
   UErrorCode status = U_ZERO_ERROR;
@@ -263,10 +253,6 @@ std::string repaired(std::string_view bytes) {
   }
   text.append(run, end);
   return text;
-}
-
-bool startsWith(std::string_view text, std::string_view prefix) {
-  return text.starts_with(prefix);
 }
 
 std::vector<std::string_view> split(std::string_view text, char separator) {

@@ -1,6 +1,6 @@
 // Text as users see it. All text of the program is UTF-8; "character" here means a user-perceived
 // one (a grapheme cluster), never a byte. Pure functions, any thread. Input that is not valid UTF-8
-// is treated as if repair() had been called on it.
+// is treated as if repaired() had been called on it.
 #pragma once
 
 #include <concepts>
@@ -51,7 +51,6 @@ bool isValidUtf8(std::string_view bytes);
 /// Replaces each invalid sequence by U+FFFD, as the WHATWG decoder does.
 std::string repaired(std::string_view bytes);
 
-bool startsWith(std::string_view text, std::string_view prefix);
 /// Text without the separator is one part, also when it is empty.
 std::vector<std::string_view> split(std::string_view text, char separator);
 template <typename Text>

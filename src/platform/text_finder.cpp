@@ -13,10 +13,6 @@
 namespace vantrell::text {
 namespace {
 
-bool isAscii(std::string_view text) {
-  return utf8::endOfAscii(text.data(), text.data() + text.size()) == text.data() + text.size();
-}
-
 /// ICU counts in 32 bits, and folding can make a text three times as long.
 bool fitsIcu(std::string_view text) {
   return text.size() <= static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max()) / 3;
@@ -91,7 +87,7 @@ std::optional<std::size_t> Finder::findSought(std::string_view where) const {
 
 std::optional<Finder::Hit> Finder::find(std::string_view text) {
   if (sought_.empty()) return std::nullopt;
-  if (case_ == Case::ignored && !isAscii(text) && isValidUtf8(text)) return findFolded(text);
+  if (case_ == Case::ignored && !utf8::isAscii(text) && isValidUtf8(text)) return findFolded(text);
   if (case_ == Case::ignored) lower(text, lowered_);
   const auto at = findSought(case_ == Case::ignored ? lowered_ : text);
   return at ? std::optional(Hit{*at, sought_.size()}) : std::nullopt;
@@ -108,9 +104,9 @@ std::optional<Finder::Hit> Finder::findFolded(std::string_view text) {
   std::size_t begin = sourceIndex(how, *at);
   const std::size_t end = std::max(begin, sourceIndex(how, *at + sought_.size()));
   // A hit within what one character became, as an s in a sharp s, is that character.
-  while (begin > 0 && (begin == end || (static_cast<unsigned char>(text[begin]) & 0xC0) == 0x80)) {
+  while (begin > 0 && (begin == end || utf8::isContinuation(text[begin]))) {
     --begin;
-    if (begin < end && (static_cast<unsigned char>(text[begin]) & 0xC0) != 0x80) break;
+    if (begin < end && !utf8::isContinuation(text[begin])) break;
   }
   return Hit{begin, end - begin};
 }

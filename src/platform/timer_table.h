@@ -3,6 +3,7 @@
 // its queue's thread; a body only has to wake up in time and call fire().
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -13,6 +14,11 @@
 #include "platform/dispatch.h"
 
 namespace vantrell {
+
+/// The clock of every body with real time: monotonic, since some fixed instant. Any thread.
+inline Duration steadyUptime() {
+  return std::chrono::steady_clock::now().time_since_epoch();
+}
 
 class TimerTable {
  public:

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <fmt/format.h>
 
+#include "platform/ascii.h"
 #include "platform/text.h"
 
 namespace vantrell {
@@ -29,6 +30,18 @@ std::string_view encodedLastComponent(std::string_view path) {
 }
 
 }  // namespace
+
+std::string percentEncoded(std::string_view text, std::string_view plain) {
+  std::string encoded;
+  for (const char c : text) {
+    if (ascii::isAlphanumeric(c) || plain.contains(c)) {
+      encoded += c;
+    } else {
+      encoded += fmt::format("%{:02X}", static_cast<unsigned char>(c));
+    }
+  }
+  return encoded;
+}
 
 std::optional<Url> Url::parse(std::string_view text) {
   // Boost 1.81 ends the program over some URLs without "//" ("a:\"").

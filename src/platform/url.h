@@ -10,6 +10,10 @@
 
 namespace vantrell {
 
+/// The text with each byte as "%2F" that is no letter or digit of ASCII and does not stand in
+/// `plain`.
+std::string percentEncoded(std::string_view text, std::string_view plain);
+
 class Url {
  public:
   /// Absent for what is no URL or lacks a scheme or a host. White space around it is the caller's

@@ -120,7 +120,8 @@ class FileDefaults final : public Defaults {
 
   bool create() {
     Transaction transaction(*database_);
-    return database_->execute(
+    return transaction.isOpen() &&
+           database_->execute(
                fmt::format("CREATE TABLE IF NOT EXISTS settings (key TEXT PRIMARY KEY NOT NULL,"
                            " type TEXT NOT NULL, value NOT NULL) WITHOUT ROWID;"
                            "PRAGMA user_version = {}",

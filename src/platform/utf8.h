@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 
 namespace vantrell::utf8 {
 
@@ -52,6 +53,16 @@ inline const char* endOfPlainText(const char* from, const char* end) {
     ++from;
   }
   return from;
+}
+
+inline bool isAscii(std::string_view text) {
+  const char* const end = text.data() + text.size();
+  return endOfAscii(text.data(), end) == end;
+}
+
+/// Whether the byte goes on with a character and begins none.
+constexpr bool isContinuation(char byte) {
+  return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
 }
 
 struct Sequence {

@@ -5,6 +5,8 @@
 #include <cstring>
 #include <sys/random.h>
 
+#include "platform/ascii.h"
+
 namespace vantrell {
 namespace {
 
@@ -12,13 +14,6 @@ constexpr std::size_t textLength = 36;
 
 constexpr bool isDashPlace(std::size_t i) {
   return i == 8 || i == 13 || i == 18 || i == 23;
-}
-
-int hexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
 }
 
 }  // namespace
@@ -58,7 +53,7 @@ std::optional<Uuid> Uuid::parse(std::string_view text) {
       if (text[i] != '-') return std::nullopt;
       continue;
     }
-    const int digit = hexDigit(text[i]);
+    const int digit = ascii::hexDigit(text[i]);
     if (digit < 0) return std::nullopt;
     std::uint8_t& byte = id.bytes_[nibble / 2];
     byte = static_cast<std::uint8_t>(byte << 4 | digit);

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "platform/files.h"
-#include "platform/text.h"
 #include "platform/uuid.h"
 
 namespace vantrell::practice {
@@ -77,8 +76,7 @@ RpcAnswer PracticeAgent::initialize(const JsonObject& params) {
 
 RpcAnswer PracticeAgent::newSession(const JsonObject& params) {
   const auto* folder = json::text(params, "cwd");
-  if (!folder || !text::startsWith(*folder, "/"))
-    return invalid("\"cwd\" must be an absolute path.");
+  if (!folder || !folder->starts_with('/')) return invalid("\"cwd\" must be an absolute path.");
   Session session{.id = Uuid::random().text(), .folder = *folder, .mode = options_.mode};
   if (const auto* meta = json::object(params, "_meta")) {
     if (json::boolean(*meta, "autoMode").value_or(false)) session.mode = "auto";

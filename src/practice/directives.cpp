@@ -1,7 +1,6 @@
 #include "practice/directives.h"
 
 #include <charconv>
-#include <cmath>
 #include <expected>
 #include <fmt/format.h>
 #include <optional>
@@ -97,7 +96,7 @@ Reading readHang(std::string_view) {
 
 /// A number of bytes behind `name=`; absent when the argument is for another name.
 std::optional<Reading> bytesFor(std::string_view argument, std::string_view name, Kind kind) {
-  if (!text::startsWith(argument, name)) return std::nullopt;
+  if (!argument.starts_with(name)) return std::nullopt;
   auto bytes = numberFrom<std::int64_t>(argument.substr(name.size()));
   if (!bytes || *bytes < 1 || *bytes > largestFlood) {
     return std::unexpected(fmt::format("needs 1 to {} bytes behind \"{}\"", largestFlood, name));
@@ -162,7 +161,7 @@ constexpr Row table[] = {
 /// The line as a directive; absent when it does not begin with a directive word.
 std::optional<Directive> readLine(std::string_view line) {
   for (const Row& row : table) {
-    if (!text::startsWith(line, row.word)) continue;
+    if (!line.starts_with(row.word)) continue;
     auto rest = line.substr(row.word.size());
     if (rest.empty() ? !row.standsAlone : rest.front() != ':') continue;
     auto reading = row.read(rest.empty() ? rest : rest.substr(1));

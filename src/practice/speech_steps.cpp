@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 #include <utility>
 
+#include "platform/utf8.h"
 #include "platform/uuid.h"
 #include "platform/weakly.h"
 
@@ -18,10 +19,6 @@ constexpr std::size_t piecesOfText = 8;
 constexpr std::size_t smallestPiece = 4;  // bytes
 constexpr int mostTicks = 60;
 
-bool startsCharacter(char byte) {
-  return (static_cast<unsigned char>(byte) & 0xC0) != 0x80;
-}
-
 /// Where the piece that begins at `start` ends: behind a space where one is near, and never inside
 /// a character.
 std::size_t endOfPiece(std::string_view text, std::size_t start) {
@@ -29,7 +26,7 @@ std::size_t endOfPiece(std::string_view text, std::size_t start) {
   auto hardEnd = start + 3 * size;
   for (auto end = start + size; end < text.size(); ++end) {
     if (text[end - 1] == ' ' || text[end - 1] == '\n') return end;
-    if (end >= hardEnd && startsCharacter(text[end])) return end;
+    if (end >= hardEnd && !utf8::isContinuation(text[end])) return end;
   }
   return text.size();
 }

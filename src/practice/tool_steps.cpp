@@ -28,7 +28,7 @@ constexpr PermissionChoice permissionChoices[] = {
 };
 
 bool isAllowance(std::string_view optionId) {
-  return text::startsWith(optionId, "allow");
+  return optionId.starts_with("allow");
 }
 
 std::string nameOfChoice(const std::string& optionId) {

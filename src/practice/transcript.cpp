@@ -1,6 +1,5 @@
 #include "practice/transcript.h"
 
-#include <algorithm>
 #include <ranges>
 #include <utility>
 

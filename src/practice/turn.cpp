@@ -1,6 +1,5 @@
 #include "practice/turn.h"
 
-#include <fmt/format.h>
 #include <utility>
 
 #include "platform/weakly.h"

@@ -39,12 +39,6 @@ void readAll(Database& database, const std::string& query, const char* key,
   }
 }
 
-std::size_t bigEndian(const unsigned char* bytes, int count) {
-  std::size_t value = 0;
-  for (int i = 0; i < count; ++i) value = value << 8 | bytes[i];
-  return value;
-}
-
 std::size_t sizeOf(const std::string& path) {
   struct stat info{};
   const bool isFile = stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
@@ -68,9 +62,7 @@ std::expected<ConversationFile, DatabaseError> ConversationFile::open(const std:
   return file;
 }
 
-// The header of SQLite's file format: the page size is at byte 16, the number of pages at 28.
 ConversationFile::FirstLook ConversationFile::lookAt(const std::string& path) {
-  constexpr std::size_t headerLength = 100;
   constexpr std::size_t logHeaderLength = 32;
   constexpr std::string_view magic("SQLite format 3\0", 16);
   const bool hasLog = sizeOf(path + "-wal") > logHeaderLength;
@@ -78,18 +70,15 @@ ConversationFile::FirstLook ConversationFile::lookAt(const std::string& path) {
   // SQLite drops the log of an empty file.
   if (size == 0 && hasLog) return {"it is empty, but its log is not"};
   if (size == 0) return {};
-  unsigned char header[headerLength] = {};
+  char bytes[DatabaseHeader::length] = {};
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"),
                                                              std::fclose);
   if (!file) return {};  // to open it will tell why
-  const std::size_t length = std::fread(header, 1, headerLength, file.get());
-  const std::string_view begin(reinterpret_cast<const char*>(header),
-                               std::min(length, magic.size()));
+  const std::size_t length = std::fread(bytes, 1, sizeof bytes, file.get());
+  const std::string_view begin(bytes, std::min(length, magic.size()));
   if (begin != magic.substr(0, begin.size())) return {"it is not a store of conversations"};
-  if (length != headerLength) return {"it is cut short"};
-  std::size_t pageSize = bigEndian(header + 16, 2);
-  if (pageSize == 1) pageSize = 65536;
-  const std::size_t pages = bigEndian(header + 28, 4);
+  if (length != sizeof bytes) return {"it is cut short"};
+  const auto [pageSize, pages] = DatabaseHeader::read({bytes, sizeof bytes});
   const bool isShort = pageSize == 0 || size % pageSize != 0 || size / pageSize < pages;
   if (!isShort) return {};
   // While its log is there the file may lag behind: a checkpoint that was cut off is done again.
@@ -104,7 +93,8 @@ bool ConversationFile::isSound() {
 
 bool ConversationFile::createTables() {
   Transaction transaction(database_);
-  return database_.execute(fmt::format("{} PRAGMA user_version = {}", tables, formatVersion)) &&
+  return transaction.isOpen() &&
+         database_.execute(fmt::format("{} PRAGMA user_version = {}", tables, formatVersion)) &&
          transaction.commit();
 }
 

@@ -47,6 +47,7 @@ class ConversationFile {
 
   /// All of the batch is on the disk, or nothing.
   std::expected<void, DatabaseError> write(const SaveBatch& batch);
+  /// To a new owner-only file, whatever the pages hold. Blocks for as long as that takes.
   bool copyTo(const std::string& path) { return database_.copyTo(path); }
   /// All further reading is of this moment, whatever others write.
   bool holdStill() {

@@ -5,6 +5,7 @@
 #include "platform/url.h"
 #include "records/imagine_directory.h"
 #include "records/json_fields.h"
+#include "records/kept_aside.h"
 
 namespace vantrell {
 
@@ -85,15 +86,7 @@ files::Result<> ImagineStore::save(const std::vector<ImagineItem>& items) {
   if (!folder) return std::unexpected(folder.error());
   const std::string path = files::standardized(historyName, *folder);
   if (whyUnreadable_) {
-    const auto kept = files::keepAside(path, now_());
-    // Somebody may have taken it away since.
-    if (!kept && kept.error().code != std::errc::no_such_file_or_directory) {
-      return std::unexpected(kept.error());
-    }
-    if (kept) {
-      notice_(fmt::format("{} could not be read ({}). It was kept as \"{}\"; a new one begins.",
-                          path, *whyUnreadable_, *kept));
-    }
+    if (auto free = keptAside::makeWay(path, *whyUnreadable_, now_(), notice_); !free) return free;
     whyUnreadable_.reset();
   }
   std::string text;

@@ -2,7 +2,9 @@
 
 #include <filesystem>
 #include <fmt/format.h>
+#include <fstream>
 
+#include "platform/database.h"
 #include "platform/dated_name.h"
 
 namespace vantrell::keptAside {
@@ -20,16 +22,13 @@ std::unexpected<files::FileError> failure(std::string_view action, const std::st
 
 /// The length that the first page promises, or that of the file.
 std::uintmax_t promisedLength(const std::string& path, std::uintmax_t length) {
-  const auto content = files::read(path);
-  if (!content || content->size() < 100) return length;
-  const auto byte = [&](std::size_t place) {
-    return std::uintmax_t{static_cast<unsigned char>((*content)[place])};
-  };
-  std::uintmax_t page = byte(16) << 8 | byte(17);
-  if (page == 1) page = largestPage;
-  const auto pages = byte(28) << 24 | byte(29) << 16 | byte(30) << 8 | byte(31);
+  char bytes[DatabaseHeader::length];
+  std::ifstream file(path, std::ios::binary);
+  if (!file.read(bytes, sizeof bytes)) return length;
+  const auto header = DatabaseHeader::read({bytes, sizeof bytes});
+  const std::uintmax_t promised = std::uintmax_t{header.pageSize} * header.pages;
   // No more than the file plus as much again: a damaged header promises anything.
-  return std::min(std::max(page * pages, length), length * 2 + largestPage);
+  return std::min(std::max(promised, length), length * 2 + largestPage);
 }
 
 }  // namespace
@@ -43,6 +42,18 @@ files::Result<std::string> write(const std::string& folder, std::string_view wha
   return path;
 }
 
+files::Result<> makeWay(const std::string& path, std::string_view reason, Date now,
+                        const std::function<void(const std::string&)>& notice) {
+  const auto kept = files::keepAside(path, now);
+  if (kept) {
+    notice(fmt::format("{} could not be read ({}). It was kept as \"{}\"; a new one begins.", path,
+                       reason, *kept));
+  } else if (kept.error().code != std::errc::no_such_file_or_directory) {
+    return std::unexpected(kept.error());
+  }
+  return {};
+}
+
 files::Result<std::string> moveDatabase(const std::string& path, std::string_view what, Date now) {
   const std::string place = files::datedName(files::parent(path), what, now, ".sqlite");
   std::error_code code;
@@ -51,7 +62,12 @@ files::Result<std::string> moveDatabase(const std::string& path, std::string_vie
     if (code) return failure("move away", path, code);
   }
   std::filesystem::rename(path, place, code);
-  if (code) return failure("move away", path, code);
+  if (code) {
+    // The file stays, and so must what its log alone holds.
+    std::error_code ignored;
+    std::filesystem::rename(place + "-wal", path + "-wal", ignored);
+    return failure("move away", path, code);
+  }
   // Only an index of the log, made anew when it is needed.
   std::filesystem::remove(path + "-shm", code);
   return place;

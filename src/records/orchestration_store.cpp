@@ -1,6 +1,6 @@
 #include "records/orchestration_store.h"
 
-#include <fmt/format.h>
+#include "records/kept_aside.h"
 
 namespace vantrell {
 
@@ -34,15 +34,7 @@ files::Result<> OrchestrationStore::saveText(std::string_view text, std::string_
   const std::string path = url(name);
   if (auto made = files::createOwnerOnlyFolder(files::parent(path)); !made) return made;
   if (const auto unread = unreadable_.find(name); unread != unreadable_.end()) {
-    const auto kept = files::keepAside(path, now_());
-    // Somebody may have taken it away since.
-    if (!kept && kept.error().code != std::errc::no_such_file_or_directory) {
-      return std::unexpected(kept.error());
-    }
-    if (kept) {
-      notice_(fmt::format("{} could not be read ({}). It was kept as \"{}\"; a new one begins.",
-                          path, unread->second, *kept));
-    }
+    if (auto free = keptAside::makeWay(path, unread->second, now_(), notice_); !free) return free;
     unreadable_.erase(unread);
   }
   const auto json = json::parse(text);

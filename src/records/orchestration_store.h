@@ -1,6 +1,6 @@
-// Keeps the orchestration records (fleet, automations, usage, review notes, project contexts), each
-// as one JSON file in an owner-only folder: pretty printed, keys sorted, dates in ISO 8601. Main
-// queue; the files are small. There is one reader and writer.
+// Keeps the orchestration records (usage, review notes, project contexts and the like), each as one
+// JSON file in an owner-only folder: pretty printed, keys sorted, dates in ISO 8601. Main queue;
+// the files are small. There is one reader and writer.
 //
 // Heavy with templates: include it in the .cpp files that load and save.
 #pragma once
@@ -59,7 +59,7 @@ class OrchestrationStore {
   std::string folder_;
   std::function<Date()> now_;
   std::function<void(const std::string&)> notice_;
-  /// Names of files that only exist once and could not be read, with the reason.
+  /// Names of files that load() could not read and that have no copy yet, with the reason.
   std::map<std::string, std::string, std::less<>> unreadable_;
 };
 

@@ -1,6 +1,5 @@
 #include "records/stored_tree.h"
 
-#include <limits>
 #include <optional>
 
 #include "records/conversation_json.h"

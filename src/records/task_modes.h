@@ -1,5 +1,5 @@
-// The two global choices that shape a turn: how much the agent may do unasked, and what kind of
-// work it is asked for.
+// The global choices that shape a turn: how much the agent may do unasked, what kind of work it is
+// asked for, and who does it.
 #pragma once
 
 #include "records/agent_provider.h"

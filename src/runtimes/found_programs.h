@@ -19,6 +19,7 @@ class FoundPrograms {
  public:
   explicit FoundPrograms(const MainQueue& main) : main_(main) {}
 
+  /// Whether the provider's program is found; the custom path is the user's own, or absent.
   bool has(AgentProvider provider, const std::optional<std::string>& customPath);
 
   /// How long a program that is installed meanwhile may go unnoticed.

@@ -9,6 +9,7 @@
 #include "runtimes/local/local_runtime_service.h"
 #include "runtimes/locators.h"
 #include "runtimes/provider_registry.h"
+#include "runtimes/runtime_information.h"
 #include "runtimes/runtime_locator.h"
 #include "runtimes/tasklet/tasklet_client.h"
 #include "runtimes/tasklet/tasklet_webhook.h"
@@ -127,7 +128,7 @@ std::vector<ProviderEffortOption> effortOptions(std::initializer_list<const char
 }
 
 Options grokModels(const ConnectorMeans&, const Context&) {
-  return {ProviderModelOption::defaultOption(effortOptions({"low", "medium", "high"}))};
+  return grokModelsIn("");
 }
 Options codexModels(const ConnectorMeans&, const Context&) {
   return {ProviderModelOption::defaultOption(

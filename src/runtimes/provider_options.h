@@ -33,6 +33,7 @@ struct ProviderModelOption {
   bool operator==(const ProviderModelOption&) const = default;
 };
 
+/// Whether one of them has this id.
 bool offers(const std::vector<ProviderModelOption>& models, std::string_view id);
 bool offers(const std::vector<ProviderEffortOption>& efforts, std::string_view id);
 

@@ -63,6 +63,7 @@ struct ProviderDescriptor {
   bool operator==(const ProviderDescriptor&) const = default;
 };
 
+/// All of the descriptor, as one object.
 void writeJson(JsonWriter& writer, const ProviderDescriptor& descriptor, const JsonPolicy& policy);
 std::expected<ProviderDescriptor, DecodeError> decodeDescriptor(const Json& json,
                                                                 const JsonPolicy& policy);

@@ -94,7 +94,7 @@ TEST_F(OutputSinkTest, TellsOnceThatItsReaderIsGoneAndDropsTheRest) {
   reading.reset();
   sink.write("nobody");
   EXPECT_TRUE(main.runUntil([&] { return broken > 0; }));
-  EXPECT_TRUE(sink.isBroken());
+  EXPECT_EQ(sink.error(), EPIPE);
   sink.write("more");
   EXPECT_FALSE(sink.flush(20s));
   main.runReady();

@@ -34,9 +34,6 @@ inline constexpr const char* toolResult =
     R"frame({"type":"user","message":{"role":"user","content":[{"tool_use_id":"toolu_abd0b272c8414e45","type":"tool_result","content":"(Bash completed with no output)","is_error":false}]},"parent_tool_use_id":null,"session_id":"s1","tool_use_result":{"stdout":"","stderr":"","interrupted":false,"isImage":false,"noOutputExpected":true}})frame";
 inline constexpr const char* toolDenied =
     R"frame({"type":"user","message":{"role":"user","content":[{"type":"tool_result","content":"Denied by the user in vantrell.","is_error":true,"tool_use_id":"toolu_abd0b272c8414e45"}]},"parent_tool_use_id":null,"session_id":"s1","tool_use_result":"Error: Denied by the user in vantrell."})frame";
-/// The end of plan mode.
-inline constexpr const char* questionWithoutInput =
-    R"frame({"type":"control_request","request_id":"e815060c-7ad8-4d8b-8ad4-1e58419c6f83","request":{"subtype":"can_use_tool","tool_name":"ExitPlanMode","display_name":"ExitPlanMode","input":{},"tool_use_id":"toolu_a69649b2a57a4a24"}})frame";
 /// Claude Code no longer waits for an answer.
 inline constexpr const char* questionWithdrawn =
     R"frame({"type":"control_cancel_request","request_id":"683e17bd-2054-4404-b19e-4a7def42338f"})frame";

@@ -1,7 +1,6 @@
 // An agent client without a runtime behind it: a test holds it and plays the runtime's part.
 #pragma once
 
-#include <memory>
 #include <string>
 #include <vector>
 

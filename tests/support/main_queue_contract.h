@@ -6,7 +6,6 @@
 // which lets the queue work, and time pass, until the condition holds, for at most a few seconds.
 #pragma once
 
-#include <atomic>
 #include <gtest/gtest.h>
 #include <memory>
 #include <thread>

@@ -1,8 +1,6 @@
 // The Agent Client Protocol, as the host speaks it. On the client's queue.
 #pragma once
 
-#include <expected>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <set>

@@ -49,10 +49,10 @@ bool ACPHostServices::handle(std::string_view method, const JsonObject& params, 
 }
 
 bool ACPHostServices::isInsideProject(std::string_view path) const {
-  // Bytes are compared, and a slash is demanded behind the root, so that a sibling whose name
-  // begins with the root's name is outside. Symbolic links are not resolved.
   // A path that the system would read only in part names nothing.
   if (path.contains('\0')) return false;
+  // Bytes are compared, and a slash is demanded behind the root, so that a sibling whose name
+  // begins with the root's name is outside. Symbolic links are not resolved.
   const std::string candidate = files::standardized(path);
   if (candidate == root_ || root_ == "/") return true;
   return candidate.starts_with(root_) && candidate[root_.size()] == '/';

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <expected>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>

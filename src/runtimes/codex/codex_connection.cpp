@@ -7,6 +7,7 @@
 #include "runtimes/codex/codex_items.h"
 #include "runtimes/codex/codex_messages.h"
 #include "runtimes/json_rpc.h"
+#include "runtimes/session_updates.h"
 
 namespace vantrell {
 
@@ -208,7 +209,7 @@ void CodexConnection::handleDelta(JsonObject& params, bool isReasoning, std::siz
   streamedItems_.insert(*itemId);
   std::string text = std::move(*delta->asText());
   gatherUpdate(isReasoning ? codex::thoughtChunk(*itemId, std::move(text))
-                           : codex::messageChunk(*itemId, std::move(text)),
+                           : sessionUpdates::messageChunk(*itemId, std::move(text)),
                bytes);
 }
 

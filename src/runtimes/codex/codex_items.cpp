@@ -68,10 +68,6 @@ std::string summaryOf(const JsonObject& reasoning) {
 
 }  // namespace
 
-JsonObject messageChunk(std::string itemId, std::string text) {
-  return sessionUpdates::messageChunk(std::move(itemId), std::move(text));
-}
-
 JsonObject thoughtChunk(std::string_view itemId, std::string text) {
   return sessionUpdates::thoughtChunk(fmt::format("reasoning-{}", itemId), std::move(text));
 }
@@ -87,7 +83,7 @@ std::optional<JsonObject> itemUpdate(const JsonObject& item, bool isCompleted, b
     const bool isAnswer = type == "agentMessage";
     std::string words = isAnswer ? json::textOr(item, "text", "") : summaryOf(item);
     if (words.empty()) return std::nullopt;
-    return isAnswer ? messageChunk(std::move(id), std::move(words))
+    return isAnswer ? sessionUpdates::messageChunk(std::move(id), std::move(words))
                     : thoughtChunk(id, std::move(words));
   }
 

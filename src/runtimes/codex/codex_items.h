@@ -9,9 +9,7 @@
 
 namespace vantrell::codex {
 
-/// A piece of an answer ("agent_message_chunk").
-JsonObject messageChunk(std::string itemId, std::string text);
-/// A piece of the reasoning ("agent_thought_chunk").
+/// A piece of the reasoning ("agent_thought_chunk"), under an id of its own.
 JsonObject thoughtChunk(std::string_view itemId, std::string text);
 
 /// How an item that has begun or ended is shown; absent for a kind that is not shown. `wasStreamed`

@@ -3,7 +3,6 @@
 // client's queue; completions are called where the end is found out.
 #pragma once
 
-#include <cstdint>
 #include <expected>
 #include <map>
 #include <optional>

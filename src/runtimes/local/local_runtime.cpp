@@ -4,23 +4,6 @@
 
 namespace vantrell {
 
-std::string_view rawText(LocalRuntimeKind kind) {
-  switch (kind) {
-    case LocalRuntimeKind::automatic: return "automatic";
-    case LocalRuntimeKind::ollama: return "ollama";
-    case LocalRuntimeKind::lmStudio: return "lm_studio";
-    case LocalRuntimeKind::custom: return "custom";
-  }
-  return {};
-}
-
-std::optional<LocalRuntimeKind> localRuntimeKindFrom(std::string_view raw) {
-  for (const auto kind : allLocalRuntimeKinds) {
-    if (rawText(kind) == raw) return kind;
-  }
-  return std::nullopt;
-}
-
 std::string_view displayName(LocalRuntimeKind kind) {
   switch (kind) {
     case LocalRuntimeKind::automatic: return "Auto-detect";

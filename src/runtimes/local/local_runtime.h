@@ -3,13 +3,13 @@
 #pragma once
 
 #include <array>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <variant>
 #include <vector>
 
 #include "platform/url.h"
+#include "records/raw_text.h"
 #include "runtimes/provider_options.h"
 
 namespace vantrell {
@@ -20,9 +20,9 @@ inline constexpr std::array allLocalRuntimeKinds{
     LocalRuntimeKind::automatic, LocalRuntimeKind::ollama, LocalRuntimeKind::lmStudio,
     LocalRuntimeKind::custom};
 
-/// As it is stored: "lm_studio".
-std::string_view rawText(LocalRuntimeKind kind);
-std::optional<LocalRuntimeKind> localRuntimeKindFrom(std::string_view rawText);
+constexpr auto rawTexts(LocalRuntimeKind) {
+  return std::to_array<std::string_view>({"automatic", "ollama", "lm_studio", "custom"});
+}
 /// For people: "LM Studio".
 std::string_view displayName(LocalRuntimeKind kind);
 

@@ -4,8 +4,6 @@
 
 #include <functional>
 #include <memory>
-#include <optional>
-#include <string>
 #include <vector>
 
 #include "platform/http_client.h"

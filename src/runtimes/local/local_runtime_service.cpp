@@ -9,7 +9,6 @@
 #include "platform/user_defaults.h"
 #include "runtimes/grok_arguments.h"
 #include "runtimes/locators.h"
-#include "runtimes/provider_registry.h"
 
 namespace vantrell::LocalRuntimeService {
 
@@ -76,7 +75,7 @@ std::string escaped(std::string_view value) {
 
 LocalRuntimeKind configuredKind(const UserDefaults& defaults) {
   const auto stored = defaults.text(kindKey);
-  return stored ? localRuntimeKindFrom(*stored).value_or(automatic) : automatic;
+  return stored ? fromRawText<LocalRuntimeKind>(*stored).value_or(automatic) : automatic;
 }
 
 std::string configuredURL(const UserDefaults& defaults) {
