@@ -7,6 +7,7 @@
 #include "platform/terminal.h"
 #include "records/conversation_json.h"
 #include "shell/terminal/commands.h"
+#include "shell/terminal/json_member.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/standard_output.h"
 #include "shell/terminal/state_view.h"
@@ -19,15 +20,11 @@ namespace {
 std::string asJson(const RunActivity& activity) {
   std::string line;
   JsonWriter writer(line);
-  const auto member = [&writer](std::string_view key, std::string_view text) {
-    writer.key(key);
-    writer.value(text);
-  };
   writer.beginObject();
-  member("workspaceID", activity.workspaceID.text());
-  member("project", activity.workspaceName);
-  member("threadID", activity.threadID.text());
-  member("title", activity.threadTitle);
+  member(writer, "workspaceID", activity.workspaceID.text());
+  member(writer, "project", activity.workspaceName);
+  member(writer, "threadID", activity.threadID.text());
+  member(writer, "title", activity.threadTitle);
   writer.key("run");
   writeJson(writer, activity.run, conversationJson);
   writer.endObject();
@@ -109,18 +106,15 @@ const Command activityCommand{
     .summary = "what is at work, waits for you, or has just ended",
     .options = options,
     .introduction =
-        "Lists, over all projects, the tasks whose latest run is at work, waits for an answer, "
-        "failed or\n"
-        "was interrupted, and those that completed in the last five minutes; the one that changed "
-        "last\n"
-        "comes first. One that failed stays until its next run.",
+        "Lists, over all projects, the tasks whose latest run is at work, waits for an answer,\n"
+        "failed or was interrupted, and those that completed in the last five minutes; the one\n"
+        "that changed last comes first. One that failed stays until its next run.",
     .closing =
         "Exit status: 0 done, 1 failed, 2 wrong usage.\n"
         "\n"
         "Examples:\n"
         "  watch vantrell activity\n"
-        "  vantrell activity --json | jq -r 'select(.run.status == "
-        "\"waitingApproval\").threadID'",
+        "  vantrell activity --json | jq -r 'select(.run.status == \"failed\").threadID'",
     .run = listActivity,
 };
 

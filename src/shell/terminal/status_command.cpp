@@ -6,6 +6,7 @@
 #include "presentation/response_formatting.h"
 #include "shell/terminal/answer_lines.h"
 #include "shell/terminal/commands.h"
+#include "shell/terminal/json_member.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/standard_output.h"
 #include "shell/terminal/state_view.h"
@@ -36,25 +37,21 @@ std::string asJson(const Workspace& workspace, const ChatThread& thread,
                    const SessionStatusReport& report, Date now) {
   std::string line;
   JsonWriter writer(line);
-  const auto member = [&writer](std::string_view key, const auto& value) {
-    writer.key(key);
-    writer.value(value);
-  };
   writer.beginObject();
-  member("workspaceID", workspace.id.text());
-  member("project", workspace.name);
-  member("path", workspace.path);
-  member("threadID", thread.id.text());
-  member("title", thread.title);
-  member("phase", rawText(report.phase));
-  if (const auto provider = providerOf(thread)) member("provider", rawText(*provider));
-  if (report.startedAt) member("startedAt", report.startedAt->secondsSinceReference());
+  member(writer, "workspaceID", workspace.id.text());
+  member(writer, "project", workspace.name);
+  member(writer, "path", workspace.path);
+  member(writer, "threadID", thread.id.text());
+  member(writer, "title", thread.title);
+  member(writer, "phase", rawText(report.phase));
+  if (const auto provider = providerOf(thread)) member(writer, "provider", rawText(*provider));
+  if (report.startedAt) member(writer, "startedAt", report.startedAt->secondsSinceReference());
   if (report.lastActivityAt) {
-    member("lastActivityAt", report.lastActivityAt->secondsSinceReference());
+    member(writer, "lastActivityAt", report.lastActivityAt->secondsSinceReference());
   }
-  member("queuedPromptCount", static_cast<std::int64_t>(report.queuedPromptCount));
-  if (report.detail) member("detail", *report.detail);
-  member("message", report.message(now));
+  member(writer, "queuedPromptCount", static_cast<std::int64_t>(report.queuedPromptCount));
+  if (report.detail) member(writer, "detail", *report.detail);
+  member(writer, "message", report.message(now));
   writer.endObject();
   return line + "\n";
 }
@@ -110,12 +107,11 @@ const Command statusCommand{
     .options = options,
     .mostWords = 1,
     .introduction =
-        "Says whether a task is at work, for how long, when its agent was last heard, what it "
-        "waits\n"
-        "for and how many prompts wait. Without an ID, of the task that ran last. It is told from\n"
-        "what is stored, also while Vantrell works on it: no agent is asked, nothing is added to "
-        "the\n"
-        "conversation. ID is any beginning of the task's ID that no other task has.",
+        "Says whether a task is at work, for how long, when its agent was last heard, what it\n"
+        "waits for and how many prompts wait. Without an ID, of the task that ran last. It is\n"
+        "told from what is stored, also while Vantrell works on it: no agent is asked, nothing\n"
+        "is added to the conversation. ID is any beginning of the task's ID that no other task\n"
+        "has.",
     .closing =
         "A task whose Vantrell has ended without a word counts as interrupted.\n"
         "\n"
