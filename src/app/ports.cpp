@@ -47,8 +47,6 @@ EnginePorts neutralPorts() {
   ports.chooseFolder = [](std::string_view, std::string_view, const auto&) {};
 
   ports.prepareNotifications = nothing;
-  ports.isSessionStatusQuestion = [](std::string_view) { return false; };
-  ports.respondToSessionStatus = [](const std::string&, const auto&) {};
   ports.runNextQueuedPrompt = [](const auto&) {};
   ports.sendRemoteTaskEvent = [](std::string_view, std::string_view, const auto&) {};
   ports.updateRemoteSnapshot = nothing;
@@ -61,7 +59,6 @@ EnginePorts neutralPorts() {
   ports.configureRemoteHost = nothing;
   ports.configureExternalSessionImport = nothing;
   ports.configureAutomationScheduler = nothing;
-  ports.configureExecutionMonitor = nothing;
   ports.refreshFleet = nothing;
   ports.startPersonalGateway = nothing;
   return ports;

@@ -25,8 +25,10 @@ AppModel::AppModel(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore&
       starter(std::make_shared<ClientStarter>(*this, intake, approvals, failures, setup, *catalog,
                                               usage)),
       usageReset(std::make_shared<UsageReset>(*this, usage, controls, *starter)),
+      status(*this),
       driver(std::make_shared<TaskDriver>(*this, *starter, failures, usage, *router, *context, *git,
-                                          *hooks)),
+                                          *hooks, status)),
+      monitor(std::make_shared<ExecutionMonitor>(*this)),
       safety(std::make_shared<TaskSafety>(*this, *git)) {
   executions.onEnded = [this](ThreadExecutionRuntime& execution, const ThreadExecutionKey& key) {
     endOpenTools(execution, key, tree);
@@ -68,7 +70,7 @@ void AppModel::startUp() {
   git->refreshGitSnapshot();
   ports.configureExternalSessionImport();
   ports.configureAutomationScheduler();
-  ports.configureExecutionMonitor();
+  monitor->configureExecutionMonitor();
   ports.refreshFleet();
   ports.startPersonalGateway();
 }

@@ -7,6 +7,7 @@
 #include "engine/approvals.h"
 #include "engine/client_starter.h"
 #include "engine/engine_core.h"
+#include "engine/execution_monitor.h"
 #include "engine/git_desk.h"
 #include "engine/hook_desk.h"
 #include "engine/imagine_desk.h"
@@ -19,6 +20,7 @@
 #include "engine/runtime_desk.h"
 #include "engine/session_controls.h"
 #include "engine/session_intake.h"
+#include "engine/status_desk.h"
 #include "engine/task_driver.h"
 #include "engine/task_safety.h"
 #include "engine/turn_failures.h"
@@ -57,7 +59,9 @@ class AppModel : public EngineCore {
   TurnFailures failures;
   const std::shared_ptr<ClientStarter> starter;
   const std::shared_ptr<UsageReset> usageReset;
+  StatusDesk status;
   const std::shared_ptr<TaskDriver> driver;
+  const std::shared_ptr<ExecutionMonitor> monitor;
   const std::shared_ptr<TaskSafety> safety;
 
  private:

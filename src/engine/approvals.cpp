@@ -41,8 +41,10 @@ void Approvals::requestWithdrawn(std::int64_t requestID, const ThreadExecutionKe
     return;
   }
   execution->permissionRequest = nullptr;
+  execution->lastActivityAt = main_.now();
   tree_.updateRun(execution->activeRunID, key, [&](RunRecord& run) {
     run.status = RunRecordStatus::running;
+    run.lastActivityAt = main_.now();
     if (run.provider) run.statusMessage = fmt::format("{} is working", shortLabel(*run.provider));
   });
   executions_.publishExecutionIfSelected(key);
@@ -73,9 +75,12 @@ void Approvals::respondToPermission(const std::string& optionID, Answerer answer
   if (!key) return;
   if (ThreadExecutionRuntime* execution = executions_.find(*key)) {
     execution->permissionRequest = nullptr;
-    tree_.updateRun(execution->activeRunID, *key, [](RunRecord& run) {
+    // The silence until now was the user's.
+    execution->lastActivityAt = main_.now();
+    tree_.updateRun(execution->activeRunID, *key, [this](RunRecord& run) {
       run.status = RunRecordStatus::running;
       run.statusMessage = "Continuing after your decision";
+      run.lastActivityAt = main_.now();
     });
   }
   executions_.publishExecutionIfSelected(*key);

@@ -83,9 +83,6 @@ struct EnginePorts {
 
   /// Asks for the right to notify, once.
   std::function<void()> prepareNotifications;
-  /// Whether the text asks for the state of the session, which the program answers itself.
-  std::function<bool(std::string_view text)> isSessionStatusQuestion;
-  std::function<void(std::string text, const Key&)> respondToSessionStatus;
   std::function<void(const Key&)> runNextQueuedPrompt;
   std::function<void(std::string_view kind, std::string_view message, const Key&)>
       sendRemoteTaskEvent;
@@ -107,7 +104,6 @@ struct EnginePorts {
   std::function<void()> configureRemoteHost;
   std::function<void()> configureExternalSessionImport;
   std::function<void()> configureAutomationScheduler;
-  std::function<void()> configureExecutionMonitor;
   std::function<void()> refreshFleet;
   std::function<void()> startPersonalGateway;
 };

@@ -22,6 +22,13 @@ ThreadExecutionRuntime* ExecutionTable::findServedBy(const std::shared_ptr<Agent
   return runtime && client && runtime->client == client ? runtime : nullptr;
 }
 
+std::vector<ThreadExecutionKey> ExecutionTable::keys() const {
+  std::vector<ThreadExecutionKey> all;
+  all.reserve(executions_.size());
+  for (const auto& [key, runtime] : executions_) all.push_back(key);
+  return all;
+}
+
 void ExecutionTable::publishExecution(const std::optional<ThreadExecutionKey>& key) {
   mirroredKey_ = key;
   if (const ThreadExecutionRuntime* runtime = key ? find(*key) : nullptr) {

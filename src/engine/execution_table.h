@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <unordered_map>
+#include <vector>
 
 #include "engine/changes.h"
 #include "engine/selection.h"
@@ -26,6 +27,9 @@ class ExecutionTable {
   /// events of a client that was replaced.
   ThreadExecutionRuntime* findServedBy(const std::shared_ptr<AgentClient>& client,
                                        const ThreadExecutionKey& key);
+
+  /// Of every conversation that has run something since start-up, in no order.
+  std::vector<ThreadExecutionKey> keys() const;
 
   /// What the interface sees.
   const ExecutionFace& mirror() const { return mirror_; }

@@ -21,6 +21,8 @@ class Replay {
 
   /// To look into while the replay goes on; empty when the old transcript has gone back.
   std::shared_ptr<const Transcript> backup() const { return backup_; }
+  /// Adds to what was put aside, whichever transcript is to stand.
+  void append(ChatEntry entry) { backup_->append(std::move(entry)); }
   void keepRebuilt() { isKept_ = true; }
 
  private:

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "records/chat_thread.h"
 
@@ -17,5 +18,13 @@ struct RunActivity {
 
   bool operator==(const RunActivity&) const = default;
 };
+
+/// A completed run leaves the list so long after its last change.
+inline constexpr Seconds completedRunIsListedFor{300.0};
+
+/// The list over all conversations: the latest run of each, where that is under way, failed or
+/// interrupted, or has just completed. The one that changed last comes first. Reads no transcript.
+/// Pure, any thread.
+std::vector<RunActivity> activities(const std::vector<Workspace>& workspaces, Date now);
 
 }  // namespace vantrell

@@ -17,7 +17,7 @@ constexpr std::size_t checkpointLabelLength = 48;  // user-perceived characters 
 
 TaskDriver::TaskDriver(EngineCore& core, ClientStarter& starter, TurnFailures& failures,
                        UsageDesk& usage, Router& router, ProjectContextDesk& context, GitDesk& git,
-                       HookDesk& hooks)
+                       HookDesk& hooks, StatusDesk& status)
     : main_(core.main),
       settings_(core.settings),
       tree_(core.tree),
@@ -30,6 +30,7 @@ TaskDriver::TaskDriver(EngineCore& core, ClientStarter& starter, TurnFailures& f
       context_(context),
       git_(git),
       hooks_(hooks),
+      status_(status),
       ports_(core.ports) {}
 
 bool TaskDriver::canSend() const {
@@ -46,8 +47,9 @@ void TaskDriver::send(std::string_view text, std::vector<ChatAttachment> attachm
   std::string prompt(text::trimmed(text));
   const auto key = selection_.key();
   if (prompt.empty() || !selection_.workspaceID() || !key) return;
-  if (attachments.empty() && ports_.isSessionStatusQuestion(prompt)) {
-    return ports_.respondToSessionStatus(std::move(prompt), *key);
+  // Before a busy state counts: the answer does not wait for the agent.
+  if (attachments.empty() && SessionStatusQuery::matches(prompt)) {
+    return status_.respondToSessionStatus(std::move(prompt), *key);
   }
   const auto* execution = executions_.find(*key);
   if (execution && execution->connectionState.isBusy()) {
@@ -85,6 +87,9 @@ void TaskDriver::sendNow(std::string text, std::vector<ChatAttachment> attachmen
 
   const bool clientWasReady = execution.connectionState == ConnectionState::ready();
   execution.connectionState = ConnectionState::connecting();
+  // Checkpoint and hooks may take a while, and the silence since the last turn was none.
+  execution.lastActivityAt = main_.now();
+  execution.stallWarningSent = false;
   executions_.publishExecutionIfSelected(key);
   main_.post(weakly(this, [text = std::move(text), attachments = std::move(attachments), key,
                            clientWasReady, stopCount = execution.stopCount](TaskDriver& self) {

@@ -13,6 +13,7 @@
 #include "engine/hook_desk.h"
 #include "engine/project_context_desk.h"
 #include "engine/router.h"
+#include "engine/status_desk.h"
 #include "engine/turn_failures.h"
 #include "engine/usage_desk.h"
 
@@ -21,7 +22,8 @@ namespace vantrell {
 class TaskDriver : public std::enable_shared_from_this<TaskDriver> {
  public:
   TaskDriver(EngineCore& core, ClientStarter& starter, TurnFailures& failures, UsageDesk& usage,
-             Router& router, ProjectContextDesk& context, GitDesk& git, HookDesk& hooks);
+             Router& router, ProjectContextDesk& context, GitDesk& git, HookDesk& hooks,
+             StatusDesk& status);
 
   /// A workspace is selected and its conversation is not busy.
   bool canSend() const;
@@ -83,6 +85,7 @@ class TaskDriver : public std::enable_shared_from_this<TaskDriver> {
   ProjectContextDesk& context_;
   GitDesk& git_;
   HookDesk& hooks_;
+  StatusDesk& status_;
   const EnginePorts& ports_;
 };
 

@@ -9,8 +9,7 @@ namespace vantrell {
 TurnFailures::TurnFailures(EngineCore& core)
     : main_(core.main), tree_(core.tree), executions_(core.executions), ports_(core.ports) {}
 
-void TurnFailures::fail(const ThreadExecutionKey& key, const std::optional<Uuid>& runID,
-                        Failure failure) {
+void TurnFailures::fail(const ThreadExecutionKey& key, std::optional<Uuid> runID, Failure failure) {
   const Date now = main_.now();
   ThreadExecutionRuntime& execution = executions_.execution(key);
   execution.connectionState = ConnectionState::failed(failure.description);

@@ -21,8 +21,9 @@ class TurnFailures {
     bool isActivity = false;                          // the conversation's last sign of life
     bool isToldToClients = true;                      // paired remote clients
   };
-  /// Ends the run (if there is one) as failed. The conversation's client stays as it is.
-  void fail(const ThreadExecutionKey& key, const std::optional<Uuid>& runID, Failure failure);
+  /// Ends the run (if there is one) as failed. The conversation's client stays as it is. The id is
+  /// a copy: it may be the live state's own, which is cleared on the way.
+  void fail(const ThreadExecutionKey& key, std::optional<Uuid> runID, Failure failure);
 
   /// What to tell the user for a provider's words.
   std::string advice(const std::string& description, AgentProvider provider) const;

@@ -87,7 +87,7 @@ Duration ManualMainQueue::uptime() const {
 }
 
 bool ManualMainQueue::hasTimers() const {
-  return impl_->timers.next().has_value();
+  return impl_->timers.hasOneShot();
 }
 
 Timer ManualMainQueue::after(Duration delay, Work work) {

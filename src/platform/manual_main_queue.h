@@ -17,7 +17,8 @@ class ManualMainQueue final : public MainQueue {
   void runReady();
   /// Lets virtual time pass, firing each timer at its own instant and running ready work between.
   void advance(Duration by);
-  /// Whether something waits for time to pass.
+  /// Whether something waits for time to pass. What repeats does not count: it runs as long as its
+  /// owner, and waits for nothing.
   bool hasTimers() const;
   /// Waits (real time, at most `limit`) for another thread to post, then runs what is ready, until
   /// the condition holds. False when the limit ran out.

@@ -7,6 +7,7 @@
 #include <unicode/ubrk.h>
 #include <unicode/uchar.h>
 #include <unicode/utext.h>
+#include <unicode/utf8.h>
 
 #include "platform/utf8.h"
 
@@ -30,6 +31,14 @@ bool isWhiteSpace(std::string_view bytes) {
   UChar32 point = bytes[0] & (bytes.size() == 3 ? 0x0F : 0x1F);
   for (const char c : bytes.substr(1)) point = point << 6 | (c & 0x3F);
   return u_isUWhiteSpace(point);
+}
+
+/// Whether the bytes are one valid character that belongs to a word.
+bool isWordCharacter(std::string_view bytes) {
+  std::int32_t at = 0;
+  UChar32 point = 0;
+  U8_NEXT(bytes.data(), at, static_cast<std::int32_t>(bytes.size()), point);
+  return point >= 0 && (U_GET_GC_MASK(point) & (U_GC_L_MASK | U_GC_M_MASK | U_GC_N_MASK)) != 0;
 }
 
 std::string lowercasedAscii(std::string_view text) {
@@ -215,6 +224,21 @@ std::vector<std::string_view> lines(std::string_view text) {
   }
   lines.push_back(text.substr(begin));
   return lines;
+}
+
+std::vector<std::string_view> words(std::string_view text, std::size_t most) {
+  std::vector<std::string_view> words;
+  std::size_t begin = 0;
+  for (std::size_t at = 0; at < text.size() && words.size() < most;) {
+    const std::size_t length = utf8::sequenceAt(text.data() + at, text.data() + text.size()).length;
+    const std::size_t next = at + length;
+    const bool isInWord = isWordCharacter(text.substr(at, length));
+    if (!isInWord && begin < at) words.push_back(text.substr(begin, at - begin));
+    if (!isInWord) begin = next;
+    at = next;
+  }
+  if (begin < text.size() && words.size() < most) words.push_back(text.substr(begin));
+  return words;
 }
 
 int localizedCompare(std::string_view left, std::string_view right) {

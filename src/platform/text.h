@@ -36,6 +36,12 @@ std::vector<std::string_view> lines(std::string_view text);
 template <typename Text>
   requires std::same_as<Text, std::string>
 void lines(Text&& text) = delete;
+/// The first `most` words: the longest stretches of letters, marks and numbers (Unicode's general
+/// categories L, M and N) of any script. All else only separates them.
+std::vector<std::string_view> words(std::string_view text, std::size_t most);
+template <typename Text>
+  requires std::same_as<Text, std::string>
+void words(Text&& text, std::size_t most) = delete;
 /// Whether `needle` occurs in `haystack` when case and the locale's conventions are ignored.
 /// An empty needle occurs everywhere.
 bool containsIgnoringCase(std::string_view haystack, std::string_view needle);

@@ -85,6 +85,11 @@ std::optional<Duration> TimerTable::next() const {
   return state_->entries.begin()->first.first;
 }
 
+bool TimerTable::hasOneShot() const {
+  return std::ranges::any_of(
+      state_->entries, [](const auto& each) { return each.second->period == Duration::zero(); });
+}
+
 void TimerTable::fire() {
   armed_.reset();
   const auto due = next();

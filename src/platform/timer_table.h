@@ -40,6 +40,8 @@ class TimerTable {
   void fire();
   /// The uptime at which the next timer is due.
   std::optional<Duration> next() const;
+  /// Whether one waits that fires once.
+  bool hasOneShot() const;
 
  private:
   /// Due instant, then order of setting.

@@ -104,23 +104,6 @@ TEST_F(TaskDriver, WhiteSpaceAloneIsNoPromptWhateverItsAttachments) {
   EXPECT_TRUE(clients.empty());
 }
 
-TEST_F(TaskDriver, StatusQuestionIsAnsweredAtOnceButNotWithAnAttachment) {
-  std::vector<std::string> questions;
-  ports.isSessionStatusQuestion = [](std::string_view text) { return text == "status"; };
-  ports.respondToSessionStatus = [&](std::string text, const auto&) { questions.push_back(text); };
-  start();
-  work("Go");
-  model->driver->send("status", {});
-  EXPECT_THAT(questions, ElementsAre("status"));
-  EXPECT_TRUE(thread().queuedPrompts.empty());
-
-  ChatAttachment file;
-  file.path = "a.txt";
-  model->driver->send("status", {file});
-  EXPECT_EQ(questions.size(), 1u);
-  EXPECT_EQ(thread().queuedPrompts.size(), 1u);
-}
-
 TEST_F(TaskDriver, SecondTurnUsesTheKeptClientAndFillsItsRun) {
   start();
   model->tree.updateThread(key, [&](ChatThread& each) {

@@ -92,6 +92,22 @@ TEST(Text, LowersCaseByUnicodeRules) {
   EXPECT_EQ(text::lowercased("A\xFF\u00c9"), "a\uFFFD\u00e9");
 }
 
+TEST(Text, WordsAreOfLettersMarksAndNumbersOfAnyScript) {
+  const std::pair<std::string_view, std::vector<std::string_view>> cases[] = {
+      {"", {}},
+      {" -- ", {}},
+      {"what's up", {"what", "s", "up"}},
+      {"what\u2019s", {"what", "s"}},
+      {"no_word 4x\u00b2", {"no", "word", "4x\u00b2"}},  // an exponent is a number
+      {"e\u0301te\u0301|\u0441\u0442\u0430\u0442", {"e\u0301te\u0301", "\u0441\u0442\u0430\u0442"}},
+      {"a\xFF"
+       "b\U0001F600c\U0001D504",
+       {"a", "b", "c\U0001D504"}},
+  };
+  for (const auto& [text, words] : cases) EXPECT_EQ(text::words(text, 9), words) << text;
+  EXPECT_EQ(text::words("a b c", 2), (std::vector<std::string_view>{"a", "b"}));
+}
+
 TEST(Text, SplitsLinesAtEveryNewline) {
   EXPECT_EQ(text::lines(""), (Views{""}));
   EXPECT_EQ(text::lines("one"), (Views{"one"}));

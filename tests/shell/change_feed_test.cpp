@@ -7,6 +7,7 @@
 #include "platform/user_defaults.h"
 #include "records/workspace_store.h"
 #include "shell/terminal/json_printer.h"
+#include "shell/terminal/transcript_printer.h"
 #include "support/temporary_folder.h"
 
 namespace vantrell::shell {
@@ -76,6 +77,34 @@ TEST_F(ChangeFeedTest, IsSilentDuringAPlaybackAndThenTellsTheWholeOnce) {
   model.executions.publishExecution(key);
   add("answer");
   EXPECT_EQ(told(), "transcript entry:played entry:prompt entry:answer ");
+}
+
+TEST_F(ChangeFeedTest, TellsSilenceAndItsEndOnceEach) {
+  std::string page;
+  TranscriptPrinter person([&](std::string_view bytes) { page += bytes; }, TerminalStyle::plain());
+  feed.emplace(model, key, person);
+  const auto said = [&] { return std::exchange(page, ""); };
+  const auto update = [&] {
+    model.intake.handle({{"sessionUpdate", "plan"}, {"entries", Json::Array{}}}, key);
+  };
+  auto& execution = model.executions.execution(key);
+  execution.activeRunID = model.tree.beginRun("Go", key);
+  execution.connectionState = ConnectionState::working();
+  model.tree.updateRun(execution.activeRunID, key,
+                       [](RunRecord& run) { run.status = RunRecordStatus::running; });
+  main.advance(std::chrono::minutes(11));
+  EXPECT_EQ(said(),
+            "• The agent has produced no new activity for 10m 0s. It may still be working; you can "
+            "keep waiting or stop the task.\n");
+  update();
+  EXPECT_EQ(said(), "\n• The agent resumed activity.\n");
+  main.advance(std::chrono::seconds(20));
+  update();
+  EXPECT_EQ(said(), "");
+  main.advance(std::chrono::minutes(11));
+  said();
+  model.approvals.requestArrived({7, "Run it", "", {}}, key);
+  EXPECT_FALSE(said().contains("•")) << "the question itself ends the silence";
 }
 
 TEST_F(ChangeFeedTest, FailedPlaybackTellsTheEntriesThatCameBack) {

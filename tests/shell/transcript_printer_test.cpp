@@ -60,6 +60,19 @@ TEST_F(TranscriptPrinterTest, PlainOutputHasNoEscapeAndOneLineATool) {
   EXPECT_EQ(plainOutput, "✓ Read x\n✗ Write ␛[31mx (failed)\n▸ Hang\n\n■ Stopped by you.\n");
 }
 
+TEST_F(TranscriptPrinterTest, SilenceIsToldOnALineOfItsOwnInTheMidstOfAnAnswer) {
+  for (RunObserver* printer :
+       {static_cast<RunObserver*>(&plain), static_cast<RunObserver*>(&live)}) {
+    const auto silent = run(RunRecordStatus::running, "Kimi is silent.");
+    stream(ChatEntryKind::assistant, "a", {"One"}, *printer);
+    printer->runChanged(silent);
+    printer->livenessChanged(silent);
+    stream(ChatEntryKind::assistant, "a", {" two"}, *printer);
+  }
+  EXPECT_EQ(plainOutput, "One\n\n• Kimi is silent.\n\n two");
+  EXPECT_EQ(screen.text(), plainOutput + "\n");
+}
+
 TEST_F(TranscriptPrinterTest, LiveToolChangesInPlaceWhileItIsLast) {
   live.entryAdded(tool("1", "Read x", "pending"));
   EXPECT_EQ(screen.text(), "○ Read x\n");

@@ -33,12 +33,23 @@ void ChangeFeed::changed(const Change& change) {
     case Change::Kind::runChanged: {
       const auto run = std::find_if(thread->runs.rbegin(), thread->runs.rend(),
                                     [&](const RunRecord& each) { return each.id == change.runID; });
-      if (run != thread->runs.rend()) observer_.runChanged(*run);
+      if (run != thread->runs.rend()) runChanged(*run);
       if (onProgress) onProgress();
       return;
     }
     case Change::Kind::executionPublished: return executionChanged();
     default: return;
+  }
+}
+
+void ChangeFeed::runChanged(const RunRecord& run) {
+  observer_.runChanged(run);
+  const auto* execution = model_.executions.find(key_);
+  const bool isStalled = execution && execution->stallWarningSent;
+  const bool isNews = std::exchange(wasStalled_, isStalled) != isStalled;
+  // A question, another client and the end of the turn break the silence too, and are told as such.
+  if (isNews && (isStalled || run.status == RunRecordStatus::running)) {
+    observer_.livenessChanged(run);
   }
 }
 

@@ -30,6 +30,7 @@ class ChangeFeed {
   void changed(const Change& change);
   void transcriptChanged(const Change& change);
   void executionChanged();
+  void runChanged(const RunRecord& run);
   /// Whether a playback is going on. At its end the transcript is reported, and `justEnded` is set.
   bool isReplaying(bool& justEnded);
 
@@ -37,6 +38,7 @@ class ChangeFeed {
   const ThreadExecutionKey key_;
   RunObserver& observer_;
   bool wasReplaying_ = false;
+  bool wasStalled_ = false;
   std::shared_ptr<const PermissionRequest> question_;
   Changes::Observation observation_;
 };

@@ -23,6 +23,8 @@ constexpr const Command* table[] = {
     &routeCommand,
     &handoffCommand,
     // Tasks.
+    &activityCommand,
+    &statusCommand,
     &tasksCommand,
     &showCommand,
     &artifactsCommand,

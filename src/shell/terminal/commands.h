@@ -18,6 +18,8 @@ extern const Command effortCommand;
 extern const Command usageCommand;
 extern const Command routeCommand;
 extern const Command handoffCommand;
+extern const Command activityCommand;
+extern const Command statusCommand;
 extern const Command tasksCommand;
 extern const Command showCommand;
 extern const Command artifactsCommand;

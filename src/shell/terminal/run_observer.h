@@ -47,6 +47,8 @@ class RunObserver : public QuestionObserver {
   virtual void transcriptReplaced(const Transcript& entries) = 0;
   virtual void planReplaced(const std::vector<PlanEntry>& plan) = 0;
   virtual void runChanged(const RunRecord& run) = 0;
+  /// The agent has been silent for long, or is heard again: the run's message says so, once.
+  virtual void livenessChanged(const RunRecord&) {}
   /// Somebody else writes to the terminal: a message, or a key that it shows.
   virtual void interrupted() = 0;
   /// Nothing comes after this. No record when no run was begun.

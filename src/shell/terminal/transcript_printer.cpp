@@ -313,6 +313,11 @@ void TranscriptPrinter::runChanged(const RunRecord& run) {
   if (isUnderWay && run.statusMessage) showStatus(*run.statusMessage);
 }
 
+void TranscriptPrinter::livenessChanged(const RunRecord& run) {
+  beginBlock(Block::other);
+  line(style_.yellow(fmt::format("• {}", onOneLine(run.statusMessage.value_or("")))));
+}
+
 void TranscriptPrinter::ended(const RunRecord* run) {
   endLine();
   if (!run) return;

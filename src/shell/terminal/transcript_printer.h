@@ -35,6 +35,7 @@ class TranscriptPrinter final : public RunObserver {
   void permissionStillOpen(const PermissionRequest& request) override;
   void permissionAnswered(const PermissionOption* option) override;
   void runChanged(const RunRecord& run) override;
+  void livenessChanged(const RunRecord& run) override;
   void interrupted() override;
   void ended(const RunRecord* run) override;
 
