@@ -49,7 +49,6 @@ EnginePorts neutralPorts() {
   ports.prepareNotifications = nothing;
   ports.isSessionStatusQuestion = [](std::string_view) { return false; };
   ports.respondToSessionStatus = [](const std::string&, const auto&) {};
-  ports.runNextQueuedPrompt = [](const auto&) {};
   ports.sendRemoteTaskEvent = [](std::string_view, std::string_view, const auto&) {};
   ports.updateRemoteSnapshot = nothing;
 

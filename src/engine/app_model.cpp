@@ -36,16 +36,23 @@ AppModel::AppModel(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore&
       hooks(std::make_shared<HookDesk>(main, tree, selection, executions, *context, ports_)),
       reviews(main, selection, changes, *orchestration),
       operations(main, tree, selection, executions, *context, *git, ports_),
+      queue(main, tree, selection, executions),
       failures(main, tree, executions, ports_),
       starter(std::make_shared<ClientStarter>(main, tree, executions, intake, approvals, failures,
                                               setup, *catalog, usage)),
       usageReset(std::make_shared<UsageReset>(selection, executions, usage, controls, *starter)),
-      driver(std::make_shared<TaskDriver>(main, settings, tree, selection, executions, *starter,
-                                          failures, usage, *router, *context, *git, *hooks,
-                                          ports_)),
-      safety(std::make_shared<TaskSafety>(main, tree, selection, executions, *git, ports_)) {
+      driver(std::make_shared<TaskDriver>(main, settings, tree, selection, executions, queue,
+                                          *starter, failures, usage, *router, *context, *git,
+                                          *hooks, ports_)),
+      safety(std::make_shared<TaskSafety>(main, tree, selection, executions, *git, ports_)),
+      branches(std::make_shared<TaskBranches>(main, tree, selection, executions, changes,
+                                              operations, *router, *driver, *safety)) {
   executions.onEnded = [this](ThreadExecutionRuntime& execution, const ThreadExecutionKey& key) {
     endOpenTools(execution, key, tree);
+  };
+  queue.sendNow = [this](std::string text, std::vector<ChatAttachment> attachments,
+                         const ThreadExecutionKey& key) {
+    driver->sendNow(std::move(text), std::move(attachments), key);
   };
   approvals.stopTask = [this] { driver->stopWorking(); };
   runtimes->showError = [this](std::string text) { executions.showError(std::move(text)); };
@@ -90,6 +97,7 @@ void AppModel::startUp() {
 }
 
 void AppModel::endAllWork() {
+  branches->keepUnsent();
   executions.removeAll();
   imagine->reset();
   usage.flush();

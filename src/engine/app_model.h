@@ -15,6 +15,7 @@
 #include "engine/model_catalog.h"
 #include "engine/operations.h"
 #include "engine/project_context_desk.h"
+#include "engine/prompt_queue.h"
 #include "engine/provider_setup.h"
 #include "engine/review_desk.h"
 #include "engine/router.h"
@@ -23,6 +24,7 @@
 #include "engine/session_controls.h"
 #include "engine/session_intake.h"
 #include "engine/settings.h"
+#include "engine/task_branches.h"
 #include "engine/task_driver.h"
 #include "engine/task_safety.h"
 #include "engine/turn_failures.h"
@@ -76,11 +78,13 @@ class AppModel {
   const std::shared_ptr<HookDesk> hooks;
   ReviewDesk reviews;
   Operations operations;
+  PromptQueue queue;
   TurnFailures failures;
   const std::shared_ptr<ClientStarter> starter;
   const std::shared_ptr<UsageReset> usageReset;
   const std::shared_ptr<TaskDriver> driver;
   const std::shared_ptr<TaskSafety> safety;
+  const std::shared_ptr<TaskBranches> branches;
 
  private:
   void startUp();

@@ -86,7 +86,6 @@ struct EnginePorts {
   /// Whether the text asks for the state of the session, which the program answers itself.
   std::function<bool(std::string_view text)> isSessionStatusQuestion;
   std::function<void(std::string text, const Key&)> respondToSessionStatus;
-  std::function<void(const Key&)> runNextQueuedPrompt;
   std::function<void(std::string_view kind, std::string_view message, const Key&)>
       sendRemoteTaskEvent;
   /// Sends paired clients the state anew, when remote control is on.

@@ -13,6 +13,7 @@
 #include "engine/git_desk.h"
 #include "engine/hook_desk.h"
 #include "engine/project_context_desk.h"
+#include "engine/prompt_queue.h"
 #include "engine/router.h"
 #include "engine/settings.h"
 #include "engine/turn_failures.h"
@@ -24,9 +25,9 @@ namespace vantrell {
 class TaskDriver : public std::enable_shared_from_this<TaskDriver> {
  public:
   TaskDriver(MainQueue& main, Settings& settings, WorkspaceTree& tree, Selection& selection,
-             ExecutionTable& executions, ClientStarter& starter, TurnFailures& failures,
-             UsageDesk& usage, Router& router, ProjectContextDesk& context, GitDesk& git,
-             HookDesk& hooks, const EnginePorts& ports);
+             ExecutionTable& executions, PromptQueue& queue, ClientStarter& starter,
+             TurnFailures& failures, UsageDesk& usage, Router& router, ProjectContextDesk& context,
+             GitDesk& git, HookDesk& hooks, const EnginePorts& ports);
 
   /// A workspace is selected and its conversation is not busy.
   bool canSend() const;
@@ -61,6 +62,7 @@ class TaskDriver : public std::enable_shared_from_this<TaskDriver> {
 
   void beginTurn(const std::string& text, const std::vector<ChatAttachment>& attachments,
                  const ThreadExecutionKey& key, bool clientWasReady, int stopCount);
+  void replaceRun(const ThreadExecutionKey& key);
   bool isLive(const Turn& turn) const;
   void routePrompt(const Turn& turn);
   void takeRoute(Turn turn);
@@ -81,6 +83,7 @@ class TaskDriver : public std::enable_shared_from_this<TaskDriver> {
   WorkspaceTree& tree_;
   Selection& selection_;
   ExecutionTable& executions_;
+  PromptQueue& queue_;
   ClientStarter& starter_;
   TurnFailures& failures_;
   UsageDesk& usage_;

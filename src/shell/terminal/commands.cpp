@@ -13,6 +13,10 @@ namespace {
 constexpr const Command* table[] = {
     // Working.
     &runCommand,
+    &queueCommand,
+    &retryCommand,
+    &branchCommand,
+    &compareCommand,
     &imagineCommand,
     // Who works: programs, models, allowances, routes.
     &providersCommand,
@@ -30,6 +34,7 @@ constexpr const Command* table[] = {
     &sayCommand,
     &searchCommand,
     &newCommand,
+    &forkCommand,
     &renameCommand,
     &moveCommand,
     &pinCommand,

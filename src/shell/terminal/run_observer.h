@@ -47,6 +47,8 @@ class RunObserver : public QuestionObserver {
   virtual void transcriptReplaced(const Transcript& entries) = 0;
   virtual void planReplaced(const std::vector<PlanEntry>& plan) = 0;
   virtual void runChanged(const RunRecord& run) = 0;
+  /// The user has typed a prompt, which waits; so many do now.
+  virtual void promptQueued(std::size_t waiting) = 0;
   /// Somebody else writes to the terminal: a message, or a key that it shows.
   virtual void interrupted() = 0;
   /// Nothing comes after this. No record when no run was begun.
