@@ -7,9 +7,11 @@
 
 namespace vantrell {
 
-PromptQueue::PromptQueue(MainQueue& main, WorkspaceTree& tree, Selection& selection,
-                         ExecutionTable& executions)
-    : main_(main), tree_(tree), selection_(selection), executions_(executions) {}
+PromptQueue::PromptQueue(EngineCore& core)
+    : main_(core.main),
+      tree_(core.tree),
+      selection_(core.selection),
+      executions_(core.executions) {}
 
 void PromptQueue::enqueuePrompt(std::string text, std::vector<ChatAttachment> attachments,
                                 const ThreadExecutionKey& key) {

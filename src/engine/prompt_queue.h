@@ -6,15 +6,13 @@
 #include <string>
 #include <vector>
 
-#include "engine/execution_table.h"
-#include "engine/workspace_tree.h"
+#include "engine/engine_core.h"
 
 namespace vantrell {
 
 class PromptQueue {
  public:
-  PromptQueue(MainQueue& main, WorkspaceTree& tree, Selection& selection,
-              ExecutionTable& executions);
+  explicit PromptQueue(EngineCore& core);
 
   /// Adds a prompt at the end.
   void enqueuePrompt(std::string text, std::vector<ChatAttachment> attachments,

@@ -28,14 +28,13 @@ std::string comparisonTitle(std::string_view title, AgentProvider provider) {
 
 }  // namespace
 
-TaskBranches::TaskBranches(MainQueue& main, WorkspaceTree& tree, Selection& selection,
-                           ExecutionTable& executions, Changes& changes, Operations& operations,
-                           Router& router, TaskDriver& driver, TaskSafety& safety)
-    : main_(main),
-      tree_(tree),
-      selection_(selection),
-      executions_(executions),
-      changes_(changes),
+TaskBranches::TaskBranches(EngineCore& core, Operations& operations, Router& router,
+                           TaskDriver& driver, TaskSafety& safety)
+    : main_(core.main),
+      tree_(core.tree),
+      selection_(core.selection),
+      executions_(core.executions),
+      changes_(core.changes),
       operations_(operations),
       router_(router),
       driver_(driver),

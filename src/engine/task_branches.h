@@ -19,9 +19,8 @@ namespace vantrell {
 
 class TaskBranches : public std::enable_shared_from_this<TaskBranches> {
  public:
-  TaskBranches(MainQueue& main, WorkspaceTree& tree, Selection& selection,
-               ExecutionTable& executions, Changes& changes, Operations& operations, Router& router,
-               TaskDriver& driver, TaskSafety& safety);
+  TaskBranches(EngineCore& core, Operations& operations, Router& router, TaskDriver& driver,
+               TaskSafety& safety);
 
   /// A copy of the conversation through that entry, or of all of it where there is no such entry.
   /// It begins sessions of its own. One that is selected is ready to be typed in. Answers its id;

@@ -15,16 +15,14 @@ namespace {
 constexpr std::size_t checkpointLabelLength = 48;  // user-perceived characters of the prompt
 }
 
-TaskDriver::TaskDriver(MainQueue& main, Settings& settings, WorkspaceTree& tree,
-                       Selection& selection, ExecutionTable& executions, PromptQueue& queue,
-                       ClientStarter& starter, TurnFailures& failures, UsageDesk& usage,
-                       Router& router, ProjectContextDesk& context, GitDesk& git, HookDesk& hooks,
-                       const EnginePorts& ports)
-    : main_(main),
-      settings_(settings),
-      tree_(tree),
-      selection_(selection),
-      executions_(executions),
+TaskDriver::TaskDriver(EngineCore& core, PromptQueue& queue, ClientStarter& starter,
+                       TurnFailures& failures, UsageDesk& usage, Router& router,
+                       ProjectContextDesk& context, GitDesk& git, HookDesk& hooks)
+    : main_(core.main),
+      settings_(core.settings),
+      tree_(core.tree),
+      selection_(core.selection),
+      executions_(core.executions),
       queue_(queue),
       starter_(starter),
       failures_(failures),
@@ -33,7 +31,7 @@ TaskDriver::TaskDriver(MainQueue& main, Settings& settings, WorkspaceTree& tree,
       context_(context),
       git_(git),
       hooks_(hooks),
-      ports_(ports) {}
+      ports_(core.ports) {}
 
 bool TaskDriver::canSend() const {
   return selection_.workspaceID() && !executions_.mirror().connectionState.isBusy();
