@@ -192,7 +192,7 @@ class RunLoop::LineWatch : public std::enable_shared_from_this<LineWatch> {
   /// A job that reads its terminal while it is in the background is stopped.
   bool mayRead() const {
     const pid_t foreground = ::tcgetpgrp(source_.get());
-    return foreground < 0 || foreground == ::getpgrp();
+    return foreground <= 0 || foreground == ::getpgrp();
   }
 
   /// One chunk at a time: input that comes faster than it is used waits where it is. No bytes mean

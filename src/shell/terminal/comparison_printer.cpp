@@ -10,6 +10,11 @@
 
 namespace vantrell::shell {
 
+namespace {
+/// Of a stop; the line of the run's end says it as well.
+constexpr std::string_view stoppedText = "Stopped by you.";
+}  // namespace
+
 // ---- the screen ---------------------------------------------------------------------------------
 
 void ComparisonSheet::put(std::string_view lines) {
@@ -53,6 +58,7 @@ void ComparisonPrinter::introduced(const RunIntroduction& introduction) {
 
 void ComparisonPrinter::entryAdded(const ChatEntry& entry) {
   const auto& style = sheet_.style();
+  if (entry.text == stoppedText) return;
   if (entry.kind == ChatEntryKind::system) {
     return tell(style.yellow(fmt::format("• {}", onOneLine(entry.text))));
   }
@@ -100,7 +106,7 @@ void ComparisonPrinter::ended(const RunRecord* run) {
   printer.isReview = true;
   for (std::size_t i = known_; i < thread->entries.size(); ++i) {
     const ChatEntry& entry = thread->entries[i];
-    if (entry.kind != ChatEntryKind::user) printer.entryAdded(entry);
+    if (entry.kind != ChatEntryKind::user && entry.text != stoppedText) printer.entryAdded(entry);
   }
   printer.ended(run);
   sheet_.put(page + "\n");

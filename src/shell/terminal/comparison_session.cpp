@@ -111,18 +111,23 @@ const RunRecord* ComparisonSession::runOf(const Running& running) const {
 
 // ---- questions ----------------------------------------------------------------------------------
 
-/// Shows one question at a time: the answer goes to the selected conversation.
+/// Shows one question at a time, since the answer goes to the selected conversation. Who has asked
+/// waits for the other.
 void ComparisonSession::askNext() {
   if (ended_ || stopped_) return;
-  if (asking_ && asking_->question) return;
-  if (asking_) std::exchange(asking_, nullptr)->questions.questionChanged(nullptr);
-  const auto next =
-      std::ranges::find_if(sides_, [](const Running& each) { return each.question != nullptr; });
-  if (next == sides_.end()) return;
-  asking_ = &*next;
-  select(next->side.key);
-  next->side.observer.permissionAsked(*next->question);
-  next->questions.questionChanged(next->question);
+  if (shown_ && sides_[asking_].question == shown_) return;
+  if (std::exchange(shown_, nullptr)) sides_[asking_].questions.questionChanged(nullptr);
+  for (std::size_t i = 1; i <= sides_.size(); ++i) {
+    const std::size_t place = (asking_ + i) % sides_.size();
+    if (!sides_[place].question) continue;
+    Running& next = sides_[place];
+    asking_ = place;
+    shown_ = next.question;
+    select(next.side.key);
+    next.side.observer.permissionAsked(*shown_);
+    next.questions.questionChanged(shown_);
+    return;
+  }
 }
 
 void ComparisonSession::select(const ThreadExecutionKey& key) {

@@ -72,7 +72,8 @@ class ComparisonSession {
   Parts parts_;
   Changes::Observation observation_;  // before the feeds: an introduction comes first
   std::deque<Running> sides_;
-  Running* asking_ = nullptr;  // whose question is shown
+  std::size_t asking_ = 0;  // whose question is, or was last, shown
+  std::shared_ptr<const PermissionRequest> shown_;
   std::shared_ptr<RunLoop::SignalWatch> signals_;
   Timer farewell_;
   bool willLook_ = false;
