@@ -47,7 +47,6 @@ EnginePorts neutralPorts() {
   ports.chooseFolder = [](std::string_view, std::string_view, const auto&) {};
 
   ports.prepareNotifications = nothing;
-  ports.runNextQueuedPrompt = [](const auto&) {};
   ports.sendRemoteTaskEvent = [](std::string_view, std::string_view, const auto&) {};
   ports.updateRemoteSnapshot = nothing;
 

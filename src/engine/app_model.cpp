@@ -21,17 +21,23 @@ AppModel::AppModel(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore&
       hooks(std::make_shared<HookDesk>(*this, *context)),
       reviews(*this),
       operations(*this, *context, *git),
+      queue(*this),
       failures(*this),
       starter(std::make_shared<ClientStarter>(*this, intake, approvals, failures, setup, *catalog,
                                               usage)),
       usageReset(std::make_shared<UsageReset>(*this, usage, controls, *starter)),
       status(*this),
-      driver(std::make_shared<TaskDriver>(*this, *starter, failures, usage, *router, *context, *git,
-                                          *hooks, status)),
+      driver(std::make_shared<TaskDriver>(*this, queue, *starter, failures, usage, *router,
+                                          *context, *git, *hooks, status)),
       monitor(std::make_shared<ExecutionMonitor>(*this)),
-      safety(std::make_shared<TaskSafety>(*this, *git)) {
+      safety(std::make_shared<TaskSafety>(*this, *git)),
+      branches(std::make_shared<TaskBranches>(*this, operations, *router, *driver, *safety)) {
   executions.onEnded = [this](ThreadExecutionRuntime& execution, const ThreadExecutionKey& key) {
     endOpenTools(execution, key, tree);
+  };
+  queue.sendNow = [this](std::string text, std::vector<ChatAttachment> attachments,
+                         const ThreadExecutionKey& key) {
+    driver->sendNow(std::move(text), std::move(attachments), key);
   };
   approvals.stopTask = [this] { driver->stopWorking(); };
   runtimes->showError = [this](std::string text) { executions.showError(std::move(text)); };
@@ -76,6 +82,7 @@ void AppModel::startUp() {
 }
 
 void AppModel::endAllWork() {
+  branches->keepUnsent();
   executions.removeAll();
   imagine->reset();
   usage.flush();

@@ -14,6 +14,7 @@
 #include "engine/model_catalog.h"
 #include "engine/operations.h"
 #include "engine/project_context_desk.h"
+#include "engine/prompt_queue.h"
 #include "engine/provider_setup.h"
 #include "engine/review_desk.h"
 #include "engine/router.h"
@@ -21,6 +22,7 @@
 #include "engine/session_controls.h"
 #include "engine/session_intake.h"
 #include "engine/status_desk.h"
+#include "engine/task_branches.h"
 #include "engine/task_driver.h"
 #include "engine/task_safety.h"
 #include "engine/turn_failures.h"
@@ -56,6 +58,7 @@ class AppModel : public EngineCore {
   const std::shared_ptr<HookDesk> hooks;
   ReviewDesk reviews;
   Operations operations;
+  PromptQueue queue;
   TurnFailures failures;
   const std::shared_ptr<ClientStarter> starter;
   const std::shared_ptr<UsageReset> usageReset;
@@ -63,6 +66,7 @@ class AppModel : public EngineCore {
   const std::shared_ptr<TaskDriver> driver;
   const std::shared_ptr<ExecutionMonitor> monitor;
   const std::shared_ptr<TaskSafety> safety;
+  const std::shared_ptr<TaskBranches> branches;
 
  private:
   void startUp();

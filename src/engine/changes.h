@@ -23,6 +23,7 @@ struct Change {
     transcriptReplaced,  // read it anew
     planReplaced,
     runChanged,          // `runID`
+    composerWanted,      // the user is about to type here: "vantrell.focusComposer"
     executionPublished,  // connection state, open question, error, log
     threadChanged,       // title, queue, choices
     workspacesChanged,   // threads or workspaces came, went or moved

@@ -83,7 +83,6 @@ struct EnginePorts {
 
   /// Asks for the right to notify, once.
   std::function<void()> prepareNotifications;
-  std::function<void(const Key&)> runNextQueuedPrompt;
   std::function<void(std::string_view kind, std::string_view message, const Key&)>
       sendRemoteTaskEvent;
   /// Sends paired clients the state anew, when remote control is on.

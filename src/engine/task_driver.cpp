@@ -15,14 +15,16 @@ namespace {
 constexpr std::size_t checkpointLabelLength = 48;  // user-perceived characters of the prompt
 }
 
-TaskDriver::TaskDriver(EngineCore& core, ClientStarter& starter, TurnFailures& failures,
-                       UsageDesk& usage, Router& router, ProjectContextDesk& context, GitDesk& git,
-                       HookDesk& hooks, StatusDesk& status)
+TaskDriver::TaskDriver(EngineCore& core, PromptQueue& queue, ClientStarter& starter,
+                       TurnFailures& failures, UsageDesk& usage, Router& router,
+                       ProjectContextDesk& context, GitDesk& git, HookDesk& hooks,
+                       StatusDesk& status)
     : main_(core.main),
       settings_(core.settings),
       tree_(core.tree),
       selection_(core.selection),
       executions_(core.executions),
+      queue_(queue),
       starter_(starter),
       failures_(failures),
       usage_(usage),
@@ -53,12 +55,7 @@ void TaskDriver::send(std::string_view text, std::vector<ChatAttachment> attachm
   }
   const auto* execution = executions_.find(*key);
   if (execution && execution->connectionState.isBusy()) {
-    tree_.updateThread(*key, [&](ChatThread& thread) {
-      thread.queuedPrompts.push_back(
-          {Uuid::random(), std::move(prompt), std::move(attachments), main_.now()});
-      thread.updatedAt = main_.now();
-    });
-    return tree_.save();
+    return queue_.enqueuePrompt(std::move(prompt), std::move(attachments), *key);
   }
   sendNow(std::move(prompt), std::move(attachments), *key);
 }
@@ -72,7 +69,6 @@ void TaskDriver::sendNow(std::string text, std::vector<ChatAttachment> attachmen
   if (!tree_.thread(key)) return;
   ports_.prepareNotifications();
   tree_.updateThreadTitleIfNeeded(text, key);
-  tree_.save();
 
   ChatEntry entry;
   entry.id = Uuid::random().text();
@@ -84,6 +80,7 @@ void TaskDriver::sendNow(std::string text, std::vector<ChatAttachment> attachmen
   execution.turnEntryID = entry.id;
   execution.runLostWithClient.reset();
   tree_.appendEntry(std::move(entry), key);
+  tree_.save();
 
   const bool clientWasReady = execution.connectionState == ConnectionState::ready();
   execution.connectionState = ConnectionState::connecting();
@@ -107,6 +104,7 @@ void TaskDriver::beginTurn(const std::string& text, const std::vector<ChatAttach
   const auto startRun = weakly(this, [=](TaskDriver& self) {
     // Checkpoint and hooks may have taken a while.
     if (wasStopped(self)) return;
+    self.replaceRun(key);
     const Uuid runID = self.tree_.beginRun(text, key);
     self.executions_.execution(key).activeRunID = runID;
     Turn turn{key, runID, {}, {}, clientWasReady};
@@ -125,6 +123,20 @@ void TaskDriver::beginTurn(const std::string& text, const std::vector<ChatAttach
   ports_.captureCheckpoint(
       key, fmt::format("Before: {}", text::firstCharacters(text, checkpointLabelLength)),
       WorkspaceCheckpointKind::automatic, runHooks);
+}
+
+/// Whoever sends without a look at the state takes the place of the turn that is under way, whose
+/// client is replaced.
+void TaskDriver::replaceRun(const ThreadExecutionKey& key) {
+  ThreadExecutionRuntime& execution = executions_.execution(key);
+  const auto replaced = std::exchange(execution.activeRunID, std::nullopt);
+  if (!replaced) return;
+  execution.permissionRequest = nullptr;
+  tree_.updateRun(replaced, key, [&](RunRecord& run) {
+    run.status = RunRecordStatus::cancelled;
+    run.statusMessage = "Replaced by a newer prompt.";
+    run.completedAt = main_.now();
+  });
 }
 
 // ---- to a provider ------------------------------------------------------------------------------
@@ -296,7 +308,7 @@ void TaskDriver::turnCompleted(const Turn& turn, AgentProvider provider) {
   main_.post(weakly(this, [key = turn.key](TaskDriver& self) {
     self.hooks_.runProjectHooks(ProjectHookEvent::afterTask, key, [] {});
   }));
-  ports_.runNextQueuedPrompt(turn.key);
+  queue_.runNextQueuedPrompt(turn.key);
 }
 
 void TaskDriver::turnFailed(const AgentError& error, const Turn& turn, AgentProvider provider) {

@@ -12,6 +12,7 @@
 #include "engine/git_desk.h"
 #include "engine/hook_desk.h"
 #include "engine/project_context_desk.h"
+#include "engine/prompt_queue.h"
 #include "engine/router.h"
 #include "engine/status_desk.h"
 #include "engine/turn_failures.h"
@@ -21,9 +22,9 @@ namespace vantrell {
 
 class TaskDriver : public std::enable_shared_from_this<TaskDriver> {
  public:
-  TaskDriver(EngineCore& core, ClientStarter& starter, TurnFailures& failures, UsageDesk& usage,
-             Router& router, ProjectContextDesk& context, GitDesk& git, HookDesk& hooks,
-             StatusDesk& status);
+  TaskDriver(EngineCore& core, PromptQueue& queue, ClientStarter& starter, TurnFailures& failures,
+             UsageDesk& usage, Router& router, ProjectContextDesk& context, GitDesk& git,
+             HookDesk& hooks, StatusDesk& status);
 
   /// A workspace is selected and its conversation is not busy.
   bool canSend() const;
@@ -58,6 +59,7 @@ class TaskDriver : public std::enable_shared_from_this<TaskDriver> {
 
   void beginTurn(const std::string& text, const std::vector<ChatAttachment>& attachments,
                  const ThreadExecutionKey& key, bool clientWasReady, int stopCount);
+  void replaceRun(const ThreadExecutionKey& key);
   bool isLive(const Turn& turn) const;
   void routePrompt(const Turn& turn);
   void takeRoute(Turn turn);
@@ -78,6 +80,7 @@ class TaskDriver : public std::enable_shared_from_this<TaskDriver> {
   WorkspaceTree& tree_;
   Selection& selection_;
   ExecutionTable& executions_;
+  PromptQueue& queue_;
   ClientStarter& starter_;
   TurnFailures& failures_;
   UsageDesk& usage_;

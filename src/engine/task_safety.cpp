@@ -255,23 +255,33 @@ void TaskSafety::setTaskWorkspaceMode(TaskWorkspaceMode mode) {
         "the worktree from Terminal after reviewing its changes.");
   }
   begin();
-  using Answer = TaskSafetyResult<TaskSafetyService::Worktree>;
-  ask<Answer>(
-      workspace->path,
-      [service = service_, key = *key, path = workspace->path] {
-        return service.createIsolatedWorktree(key.workspaceID, key.threadID, path);
-      },
-      [key = *key](TaskSafety& self, Answer worktree) {
-        if (worktree) {
-          self.isolated(key, std::move(*worktree));
-        } else {
-          self.fail("isolate this task", worktree.error());
-        }
-        self.end();
-      });
+  createIsolatedWorktree(*key, [weak = weak_from_this(), key = *key](auto worktree) {
+    const auto self = weak.lock();
+    if (!self) return;
+    if (worktree) {
+      self->moveToWorktree(key, std::move(*worktree));
+    } else {
+      self->fail("isolate this task", worktree.error());
+    }
+    self->end();
+  });
 }
 
-void TaskSafety::isolated(const ThreadExecutionKey& key, TaskSafetyService::Worktree worktree) {
+void TaskSafety::createIsolatedWorktree(const ThreadExecutionKey& key,
+                                        std::function<void(TaskSafetyResult<Worktree>)> reply) {
+  const Workspace* workspace = tree_.workspace(key.workspaceID);
+  if (!workspace) return;
+  using Answer = TaskSafetyResult<Worktree>;
+  ask<Answer>(
+      workspace->path,
+      [service = service_, key, path = workspace->path] {
+        return service.createIsolatedWorktree(key.workspaceID, key.threadID, path);
+      },
+      [reply = std::move(reply)](TaskSafety&, Answer worktree) { reply(std::move(worktree)); });
+}
+
+void TaskSafety::moveToWorktree(const ThreadExecutionKey& key, Worktree worktree) {
+  if (!tree_.thread(key)) return;
   notes_ = std::move(worktree.notes);
   if (const auto* execution = executions_.find(key); execution && execution->activeRunID) {
     const Date now = main_.now();

@@ -45,6 +45,16 @@ class TaskSafety : public std::enable_shared_from_this<TaskSafety> {
   /// One way only: a task in a worktree stays there, since nothing flows back by itself.
   void setTaskWorkspaceMode(TaskWorkspaceMode mode);
 
+  // For conversations that begin in a worktree.
+
+  using Worktree = TaskSafetyService::Worktree;
+  /// Makes the conversation's worktree of its project, behind what is under way there. Replies on
+  /// the main queue; the conversation stays as it is, and may have gone.
+  void createIsolatedWorktree(const ThreadExecutionKey& key,
+                              std::function<void(TaskSafetyResult<Worktree>)> reply);
+  /// Lets the conversation work there: its client, and a turn that it is at, end.
+  void moveToWorktree(const ThreadExecutionKey& key, Worktree worktree);
+
   /// A checkpoint by hand, a restore or an isolation is under way.
   bool taskSafetyWorking() const { return isWorking_; }
   /// What the last of these did not keep, put back or copy, in sentences.
@@ -62,7 +72,6 @@ class TaskSafety : public std::enable_shared_from_this<TaskSafety> {
   void begin();
   void end();
   void fail(std::string_view what, const TaskSafetyError& error);
-  void isolated(const ThreadExecutionKey& key, TaskSafetyService::Worktree worktree);
   bool isAtWorkIn(const std::string& folder);
   void restored(const ThreadExecutionKey& key, const WorkspaceCheckpoint& checkpoint,
                 const WorkspaceCheckpoint& recovery);

@@ -35,7 +35,8 @@ class RunLoop final : public MainQueue {
 
   /// Reads lines (without their line feed) from a descriptor, on this queue, until end of file or
   /// until the returned watch is destroyed. `onEnd` is called once at end of file or error; a last
-  /// line without a line feed is delivered before it. The descriptor stays the caller's.
+  /// line without a line feed is delivered before it. A terminal is read only while this process
+  /// is in its foreground. The descriptor stays the caller's.
   class LineWatch;
   [[nodiscard]] std::shared_ptr<LineWatch> watchLines(int descriptor,
                                                       std::function<void(std::string)> onLine,

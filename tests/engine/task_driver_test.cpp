@@ -77,7 +77,6 @@ TEST_F(TaskDriver, StepsOfATurnKeepTheirOrder) {
   ports.sendRemoteTaskEvent = [&](std::string_view kind, auto, const auto&) {
     step(std::string(kind));
   };
-  ports.runNextQueuedPrompt = [&](const auto&) { step("queue"); };
   start();
   model->context->setProjectInstructions("Keep to it.");
   addHooks();
@@ -87,11 +86,13 @@ TEST_F(TaskDriver, StepsOfATurnKeepTheirOrder) {
   EXPECT_THAT(
       client().prompts[0],
       StartsWith("VANTRELL PROJECT CONTEXT\nPROJECT INSTRUCTIONS\nKeep to it.\n\nRESPONSE STYLE"));
+  send("Next");
   client().finishes();
   main.runReady();
   EXPECT_THAT(steps, ElementsAre("notifications",
                                  "Before: 0123456789012345678901234567890123456789abcdefgh",
-                                 "beforeTask", "git", "completed", "queue", "afterTask"));
+                                 "beforeTask", "git", "completed", "notifications", "afterTask",
+                                 "Before: Next", "beforeTask"));
 }
 
 TEST_F(TaskDriver, WhiteSpaceAloneIsNoPromptWhateverItsAttachments) {
@@ -189,8 +190,6 @@ TEST_F(TaskDriver, LateAnswerOfAReplacedClientChangesNothing) {
 }
 
 TEST_F(TaskDriver, FailureIsToldAndTheQueueWaits) {
-  int advances = 0;
-  ports.runNextQueuedPrompt = [&](const auto&) { ++advances; };
   std::vector<ProjectHookEvent> hooks;
   ports.runProjectHook = [&](const ProjectHook& hook, const auto&, const auto& reply) {
     hooks.push_back(hook.event);
@@ -214,7 +213,6 @@ TEST_F(TaskDriver, FailureIsToldAndTheQueueWaits) {
   EXPECT_EQ(events.back().kind, "needs_attention");
   EXPECT_EQ(events.back().message, advice);
   EXPECT_THAT(hooks, ElementsAre(ProjectHookEvent::beforeTask, ProjectHookEvent::taskFailed));
-  EXPECT_EQ(advances, 0);
   EXPECT_EQ(thread().queuedPrompts.size(), 1u);
   EXPECT_NE(execution().client, nullptr) << "the client stays attached";
 }

@@ -2,27 +2,11 @@
 
 #include "support/engine_fixture.h"
 #include "support/git_repository.h"
+#include "support/held_executor.h"
 
 using namespace std::chrono_literals;
 
 namespace vantrell::tests {
-
-namespace {
-
-/// Work in the background is done at once; its answers wait for the main queue all the same.
-struct AtOnce final : Executor {
-  void post(Work work) override {
-    if (isHeld) {
-      held.push_back(std::move(work));
-    } else {
-      work();
-    }
-  }
-  bool isHeld = false;
-  std::vector<Work> held;
-};
-
-}  // namespace
 
 class TaskSafetyTest : public EngineFixture {
  protected:
@@ -52,7 +36,7 @@ class TaskSafetyTest : public EngineFixture {
   }
 
   GitRepository repository;
-  AtOnce background;
+  HeldExecutor background;
   int refreshes = 0;
 };
 

@@ -4,6 +4,8 @@ import json
 import os
 import shutil
 import signal
+import subprocess
+from pathlib import Path
 
 from model_server import USED_PERCENT
 from programs import PROGRAMS
@@ -367,6 +369,59 @@ def handed_on(home):
     said = "\n".join(entry["text"] for entry in stored["entries"])
     for text in ("first words", "done by the next", "by choice"):
         demand(text in said, f"'{text}' is lost: {said}")
+
+
+# ---- several prompts, several tasks -------------------------------------------------------------
+
+
+@case("prompts that wait go out one after the other, in one session", "codex", "claude")
+def queued(home):
+    task = home.turn("SAY:one").task
+    home.command("queue", "add", task, "SAY:two")
+    home.command("queue", "add", task, "RECALL")
+    run = home.begin("queue", "run", task, "--json", "--provider", home.program.provider)
+    run.ends(0)
+    demand("two" in run.said() and "RECALLED: SAY:one" in run.said(), run.summary())
+    stored = demand_settled(home, task)
+    demand([each["status"] for each in stored["runs"]] == ["completed"] * 3, f"{stored['runs']}")
+    demand(not stored.get("queuedPrompts"), f"something waits: {stored['queuedPrompts']}")
+
+
+def commit_project(home):
+    (home.project / "a.txt").write_text("one\n")
+    for words in (["init", "--quiet"], ["add", "--all"],
+                  ["-c", "user.name=Ada", "-c", "user.email=ada@example.invalid", "commit",
+                   "--quiet", "--message", "A commit"]):
+        subprocess.run(["git", *words], cwd=home.project, check=True,
+                       env={**home.environment, "GIT_CONFIG_GLOBAL": "/dev/null"})
+
+
+@case("one prompt goes to two programs side by side, each in a worktree of its own", "codex")
+def compared(home):
+    home.add(PROGRAMS["claude"])
+    commit_project(home)
+    run = home.begin("compare", "--json", "--with", "codex", "--with", "claude", "--answer",
+                     "allow_once", "SLOW:0.05\nRUN:printf made > made.txt")
+    run.ends(0)
+    results = [event for event in run.events if event["event"] == "result"]
+    demand([(each["provider"], each["status"]) for each in results] ==
+           [("codex", "completed"), ("claude", "completed")], f"{results} {run.summary()}")
+    demand(len({each["comparisonGroupID"] for each in results}) == 1, f"{results}")
+    demand(len({each["path"] for each in results}) == 2, f"one worktree for both: {results}")
+    spoke, ended = {}, {}  # when each one spoke first, and ended, by the order of the events
+    for place, event in enumerate(run.events):
+        if event["event"] == "chunk":
+            spoke.setdefault(event["threadID"], place)
+        if event["event"] == "run" and event["run"]["status"] == "completed":
+            ended[event["threadID"]] = place
+    demand(max(spoke.values()) < min(ended.values()), f"not at the same time: {spoke} {ended}")
+    for each in results:
+        demand((Path(each["path"]) / "made.txt").read_text() == "made", f"not made: {each}")
+        demand([file["path"] for file in each["files"]] == ["made.txt"], f"{each}")
+        stored = demand_settled(home, each["threadID"])
+        demand(stored["comparisonGroupID"] == each["comparisonGroupID"] and
+               stored["isolatedWorkspacePath"] == each["path"], f"{stored}")
+    demand(not (home.project / "made.txt").exists(), "the project itself was changed")
 
 
 @case("the program tells its allowance", "codex")

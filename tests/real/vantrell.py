@@ -76,7 +76,11 @@ class Home:
         """With the home's program, or with whom the route takes."""
         choice = [] if routed else ["--provider", self.program.provider]
         format_options = ["--json"] if json_lines else []
-        run = Run(self, ["run", *choice, *format_options, *options, "--", prompt])
+        return self.begin("run", *choice, *format_options, *options, "--", prompt)
+
+    def begin(self, *arguments):
+        """A command that works for a while."""
+        run = Run(self, arguments)
         self.runs.append(run)
         return run
 
@@ -128,7 +132,7 @@ class Home:
 
 
 class Run:
-    """One `vantrell run`, its events as they come, and its end."""
+    """One `vantrell run`, or a command like it, its events as they come, and its end."""
 
     def __init__(self, home, arguments):
         self.home = home

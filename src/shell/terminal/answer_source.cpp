@@ -9,6 +9,7 @@ AnswerSource::AnswerSource(RunLoop& loop, int descriptor, Kind kind)
 
 void AnswerSource::ask(std::function<void(std::optional<std::string>)> reply) {
   reply_ = std::move(reply);
+  if (std::exchange(watchHasEnded_, false)) watch_.reset();
   if (kind_ == Kind::terminal) {
     lines_.clear();
     if (watch_) {
@@ -17,21 +18,35 @@ void AnswerSource::ask(std::function<void(std::optional<std::string>)> reply) {
       terminal::discardTypedAhead(descriptor_);
     }
   }
-  if (!watch_ && !hasEnded_) {
-    watch_ = loop_.watchLines(
-        descriptor_,
-        [this](std::string line) {
-          // Typed while nothing was asked.
-          if (kind_ == Kind::terminal && !reply_) return;
-          lines_.push_back(std::move(line));
-          deliver();
-        },
-        [this] {
-          hasEnded_ = true;
-          deliver();
-        });
-  }
+  if (!watch_ && !hasEnded_) watch();
   delivery_ = loop_.after(Duration::zero(), [this] { deliver(); });
+}
+
+void AnswerSource::listen(std::function<void(std::string)> onUnasked) {
+  onUnasked_ = std::move(onUnasked);
+  terminal::discardTypedAhead(descriptor_);
+  watch();
+}
+
+void AnswerSource::watch() {
+  watch_ = loop_.watchLines(
+      descriptor_,
+      [this](std::string line) {
+        if (kind_ == Kind::terminal && !reply_) {
+          if (onUnasked_) onUnasked_(std::move(line));
+          return;
+        }
+        lines_.push_back(std::move(line));
+        deliver();
+      },
+      [this] {
+        if (kind_ == Kind::terminal && !reply_) {
+          watchHasEnded_ = true;
+          return;
+        }
+        hasEnded_ = true;
+        deliver();
+      });
 }
 
 void AnswerSource::deliver() {

@@ -1,6 +1,6 @@
 // The lines that a person or a script gives as answers. Standard input is not touched before the
-// first question. At a terminal only what is typed after a question counts; of a pipe every line is
-// kept for the question that it answers. Main queue.
+// first question, unless listen() says so. At a terminal only what is typed after a question counts
+// as its answer; of a pipe every line is kept for the question that it answers. Main queue.
 #pragma once
 
 #include <deque>
@@ -23,10 +23,14 @@ class AnswerSource {
   /// Replies with the next line, or with nothing at the end of the input, never within the call.
   /// Replaces an earlier request.
   void ask(std::function<void(std::optional<std::string>)> reply);
+  /// From now on a person's lines that answer nothing go there; what was typed before is forgotten.
+  /// Not for use without a terminal.
+  void listen(std::function<void(std::string line)> onUnasked);
   /// The question was withdrawn.
   void withdraw() { reply_ = nullptr; }
 
  private:
+  void watch();
   void deliver();
 
   RunLoop& loop_;
@@ -35,6 +39,8 @@ class AnswerSource {
   bool hasEnded_;
   std::deque<std::string> lines_;
   std::function<void(std::optional<std::string>)> reply_;
+  std::function<void(std::string)> onUnasked_;
+  bool watchHasEnded_ = false;  // by a Ctrl-D that answered nothing
   Timer delivery_;
   std::shared_ptr<RunLoop::LineWatch> watch_;
 };

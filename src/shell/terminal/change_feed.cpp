@@ -34,8 +34,7 @@ void ChangeFeed::changed(const Change& change) {
       const auto run = std::find_if(thread->runs.rbegin(), thread->runs.rend(),
                                     [&](const RunRecord& each) { return each.id == change.runID; });
       if (run != thread->runs.rend()) runChanged(*run);
-      if (onProgress) onProgress();
-      return;
+      return executionChanged();
     }
     case Change::Kind::executionPublished: return executionChanged();
     default: return;
@@ -84,7 +83,6 @@ void ChangeFeed::executionChanged() {
   const auto question = execution ? execution->permissionRequest : nullptr;
   if (question != question_) {
     question_ = question;
-    if (question) observer_.permissionAsked(*question);
     if (onQuestion) onQuestion(question);
   }
   if (onProgress) onProgress();

@@ -18,7 +18,8 @@ class ChangeFeed {
 
   // Called in the midst of the engine's work: whoever wants to answer posts.
 
-  /// The open question has changed; null when there is none any more.
+  /// The open question has changed; null when there is none any more. Whether it is shown now is
+  /// the listener's choice.
   std::function<void(std::shared_ptr<const PermissionRequest>)> onQuestion;
   /// Something about the conversation's execution or run has changed.
   std::function<void()> onProgress;

@@ -13,6 +13,10 @@ namespace {
 constexpr const Command* table[] = {
     // Working.
     &runCommand,
+    &queueCommand,
+    &retryCommand,
+    &branchCommand,
+    &compareCommand,
     &imagineCommand,
     // Who works: programs, models, allowances, routes.
     &providersCommand,
@@ -32,6 +36,7 @@ constexpr const Command* table[] = {
     &sayCommand,
     &searchCommand,
     &newCommand,
+    &forkCommand,
     &renameCommand,
     &moveCommand,
     &pinCommand,

@@ -5,7 +5,28 @@
 
 namespace vantrell::shell {
 
-namespace {}  // namespace
+namespace {
+
+void writeRequest(JsonWriter& writer, const PermissionRequest& request) {
+  writer.key("request");
+  writer.beginObject();
+  member(writer, "id", request.id);
+  member(writer, "title", request.title);
+  member(writer, "detail", request.detail);
+  writer.key("options");
+  writer.beginArray();
+  for (const auto& option : request.options) {
+    writer.beginObject();
+    member(writer, "id", option.id);
+    member(writer, "name", option.name);
+    member(writer, "kind", option.kind);
+    writer.endObject();
+  }
+  writer.endArray();
+  writer.endObject();
+}
+
+}  // namespace
 
 std::string eventLine(std::string_view name, const std::function<void(JsonWriter&)>& members) {
   std::string line;
@@ -19,13 +40,17 @@ std::string eventLine(std::string_view name, const std::function<void(JsonWriter
 }
 
 void JsonPrinter::event(std::string_view name, const std::function<void(JsonWriter&)>& members) {
-  write_(eventLine(name, members));
+  write_(eventLine(name, [&](JsonWriter& writer) {
+    if (!threadID_.empty()) member(writer, "threadID", threadID_);
+    members(writer);
+  }));
 }
 
 void JsonPrinter::introduced(const RunIntroduction& introduction) {
   event("task", [&](JsonWriter& writer) {
     member(writer, "workspaceID", introduction.conversation.workspaceID.text());
-    member(writer, "threadID", introduction.conversation.threadID.text());
+    if (threadID_.empty()) member(writer, "threadID", introduction.conversation.threadID.text());
+    if (!threadID_.empty()) member(writer, "path", introduction.folder);
   });
 }
 
@@ -67,27 +92,17 @@ void JsonPrinter::planReplaced(const std::vector<PlanEntry>& plan) {
 }
 
 void JsonPrinter::permissionAsked(const PermissionRequest& request) {
-  write_(permissionEvent(request));
+  event("permission", [&](JsonWriter& writer) { writeRequest(writer, request); });
 }
 
 std::string permissionEvent(const PermissionRequest& request) {
-  return eventLine("permission", [&](JsonWriter& writer) {
-    writer.key("request");
-    writer.beginObject();
-    member(writer, "id", request.id);
-    member(writer, "title", request.title);
-    member(writer, "detail", request.detail);
-    writer.key("options");
-    writer.beginArray();
-    for (const auto& option : request.options) {
-      writer.beginObject();
-      member(writer, "id", option.id);
-      member(writer, "name", option.name);
-      member(writer, "kind", option.kind);
-      writer.endObject();
-    }
-    writer.endArray();
-    writer.endObject();
+  return eventLine("permission", [&](JsonWriter& writer) { writeRequest(writer, request); });
+}
+
+void JsonPrinter::promptQueued(std::size_t waiting) {
+  event("queued", [&](JsonWriter& writer) {
+    writer.key("waiting");
+    writer.value(static_cast<std::int64_t>(waiting));
   });
 }
 

@@ -21,6 +21,9 @@ class JsonPrinter final : public RunObserver {
  public:
   using Write = std::function<void(std::string_view)>;
   explicit JsonPrinter(Write write) : write_(std::move(write)) {}
+  /// Each line says which conversation it is about.
+  JsonPrinter(Write write, const Uuid& threadID)
+      : write_(std::move(write)), threadID_(threadID.text()) {}
 
   void introduced(const RunIntroduction& introduction) override;
   void entryAdded(const ChatEntry& entry) override;
@@ -33,6 +36,7 @@ class JsonPrinter final : public RunObserver {
   void permissionStillOpen(const PermissionRequest&) override {}
   void permissionAnswered(const PermissionOption*) override {}  // the run says that it goes on
   void runChanged(const RunRecord& run) override;
+  void promptQueued(std::size_t waiting) override;
   void interrupted() override {}
   void ended(const RunRecord*) override {}
 
@@ -40,6 +44,7 @@ class JsonPrinter final : public RunObserver {
   void event(std::string_view name, const std::function<void(JsonWriter&)>& members);
 
   Write write_;
+  std::string threadID_;  // where lines of several conversations come
 };
 
 }  // namespace vantrell::shell

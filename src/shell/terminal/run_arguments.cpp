@@ -10,17 +10,16 @@ namespace {
 constexpr CommandOption options[] = {
     {"--project", "DIR", "work in this folder (default: the current one)"},
     {"--task", "ID", "go on with this task; any beginning of its ID that no other has"},
-    {"--provider", "ID",
-     "who does it, as in codex (default: the task's last one, or the first found)"},
-    {"--executable", "PATH", "the runtime's program, when it is not in a usual place"},
-    {"--practice", "", "use the practice agent: no model, no account, no cost"},
+    providerOption,
+    executableOption,
+    practiceOption,
     {"--model", "M", "model, kept with the task"},
     {"--effort", "E", "reasoning effort, kept with the task"},
-    {"--mode", "MODE", "ask (before acting), auto or full_access (to be confirmed), for this run"},
-    {"--workflow", "FLOW", "build, plan or review, for this run"},
+    modeOption,
+    workflowOption,
     {"--attach", "PATH", "a file or folder to look at; may be given several times"},
-    {"--answer", "KIND", "answer every question: allow_once, allow_always or reject_once"},
-    {"--json", "", "one JSON object a line, for scripts"},
+    answerOption,
+    runJsonOption,
 };
 
 /// The value of an option that takes one of some words; the sentence of a wrong one is put in
@@ -39,8 +38,8 @@ std::optional<E> choice(const CommandArguments& arguments, std::string_view opti
   return known;
 }
 
-/// What does not go together, or is missing.
-std::optional<std::string> contradiction(const CommandArguments& arguments) {
+/// What is wrong with the prompt.
+std::optional<std::string> wrongPrompt(const CommandArguments& arguments) {
   if (arguments.words.empty()) {
     return "What should be done? Give a prompt: vantrell run \"explain this project\" (or - to "
            "read it from standard input).";
@@ -49,6 +48,11 @@ std::optional<std::string> contradiction(const CommandArguments& arguments) {
     return fmt::format("The prompt is one argument. Put it in quotes: vantrell run \"{}\"",
                        fmt::join(arguments.words, " "));
   }
+  return std::nullopt;
+}
+
+/// What does not go together.
+std::optional<std::string> contradiction(const CommandArguments& arguments, bool hasTask) {
   if (arguments.has("--practice") && arguments.has("--provider")) {
     return "--practice and --provider each say who does the task. Give one of them.";
   }
@@ -60,7 +64,7 @@ std::optional<std::string> contradiction(const CommandArguments& arguments) {
     return "A plan never runs with full access. Use --mode ask or --mode auto for it.";
   }
   if (arguments.has("--executable") && !arguments.has("--provider") &&
-      !arguments.has("--practice") && !arguments.has("--task")) {
+      !arguments.has("--practice") && !hasTask) {
     return "--executable names the program of a runtime. Say of which with --provider kimi, glm "
            "or grok.";
   }
@@ -82,10 +86,21 @@ std::optional<std::string> whatIsWrongWithAnswer(const std::optional<std::string
 }
 
 std::expected<RunArguments, UsageError> readRunArguments(const CommandArguments& arguments) {
+  auto run = readTurnOptions(arguments, arguments.value("--task"));
+  if (!run) return run;
+  if (auto wrong = wrongPrompt(arguments)) return usageError(*std::move(wrong));
+  run->prompt = arguments.words.front();
+  run->takesPrompt = true;
+  return run;
+}
+
+std::expected<RunArguments, UsageError> readTurnOptions(const CommandArguments& arguments,
+                                                        std::optional<std::string> task) {
   RunArguments run;
+  run.takesPrompt = false;
   std::optional<std::string> failure = whatIsWrongWithAnswer(arguments.value("--answer"));
   run.project = arguments.value("--project");
-  run.task = arguments.value("--task");
+  run.task = std::move(task);
   run.provider = choice<AgentProvider>(arguments, "--provider", failure);
   run.executable = arguments.value("--executable");
   run.practice = arguments.has("--practice");
@@ -96,9 +111,8 @@ std::expected<RunArguments, UsageError> readRunArguments(const CommandArguments&
   run.attachments = arguments.values("--attach");
   run.answer = arguments.value("--answer");
   run.json = arguments.has("--json");
-  if (!failure) failure = contradiction(arguments);
+  if (!failure) failure = contradiction(arguments, run.task.has_value());
   if (failure) return usageError(std::move(*failure));
-  run.prompt = arguments.words.front();
   return run;
 }
 

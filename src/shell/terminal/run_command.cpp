@@ -15,6 +15,8 @@
 #include "shell/terminal/standard_output.h"
 #include "shell/terminal/task_choice.h"
 #include "shell/terminal/task_lookup.h"
+#include "shell/terminal/task_words.h"
+#include "shell/terminal/terminal_text.h"
 #include "shell/terminal/transcript_printer.h"
 
 namespace vantrell::shell {
@@ -56,7 +58,8 @@ VantrellOptions optionsFor(const RunPlan& plan,
   return options;
 }
 
-/// What holds for this process only. Planning never begins with full access.
+}  // namespace
+
 void chooseModes(Settings& settings, const RunArguments& arguments) {
   auto mode = arguments.mode.value_or(settings.permissionMode());
   const auto workflow = arguments.workflow.value_or(settings.workflowMode());
@@ -65,6 +68,8 @@ void chooseModes(Settings& settings, const RunArguments& arguments) {
   }
   settings.chooseForThisProcess(mode, workflow);
 }
+
+namespace {
 
 /// Opens the task and runs the turn in it.
 class Performance {
@@ -99,7 +104,17 @@ class Performance {
     const auto key = openTask(model, plan_, *provider);
     if (!key) return std::unexpected(key.error());
     chooseModes(app_.model().settings, plan_.arguments);
-    introduce(*key, *provider);
+    const auto conversation =
+        plan_.beginning.conversation
+            ? plan_.beginning.conversation(app_.model(), *key, plan_.arguments.prompt)
+            : std::expected<ThreadExecutionKey, UsageError>(*key);
+    if (!conversation) return std::unexpected(conversation.error());
+    Changes::Observation introduction;
+    if (*conversation == *key) {
+      introduce(*key, *provider, 0);
+    } else {
+      introduction = introduceWithFirstEntry(*conversation, *provider);
+    }
 
     AnswerSource answers(loop_, STDIN_FILENO, source_);
     RunSession session({.loop = loop_,
@@ -107,30 +122,60 @@ class Performance {
                         .observer = *printer_,
                         .answers = answers,
                         .complain = [this](std::string_view text) { say(text); },
-                        .answerKind = plan_.arguments.answer},
-                       *key);
+                        .answerKind = plan_.arguments.answer,
+                        .hearsPrompts = source_ == AnswerSource::Kind::terminal &&
+                                        terminal::isTerminal(STDOUT_FILENO)},
+                       *conversation);
     sink_.onBroken = [&session] { session.stop(); };
     // Somebody who reads slowly holds the agent back, and nothing else.
     sink_.onFullChanged = [this](bool isFull) { app_.model().executions.setReceiving(!isFull); };
-    const int status = session.run(plan_.arguments.prompt, plan_.attachments);
+    const int status = session.run([this] {
+      if (plan_.beginning.start) return plan_.beginning.start(app_.model());
+      app_.model().driver->send(plan_.arguments.prompt, plan_.attachments);
+    });
     sink_.onBroken = nullptr;
     sink_.onFullChanged = nullptr;
     wasAbandoned = session.wasAbandoned();
+    const ChatThread* thread = app_.model().tree.thread(*conversation);
+    if (*conversation != *key && thread && thread->runs.empty() && thread->draftText) {
+      say(fmt::format(
+          "The prompt did not go out. It is kept as the draft of the new task: vantrell "
+          "show {}",
+          shortID(thread->id)));
+    }
     return status;
   }
 
   bool wasAbandoned = false;
 
  private:
-  void introduce(const ThreadExecutionKey& key, AgentProvider provider) {
+  /// Where a new conversation works is known when its prompt goes out.
+  Changes::Observation introduceWithFirstEntry(const ThreadExecutionKey& key,
+                                               AgentProvider provider) {
+    return app_.model().changes.observe(
+        [this, key, provider, isDone = false](const Change& change) mutable {
+          const bool isIt = change.kind == Change::Kind::entryAdded && change.conversation == key;
+          if (!isIt || std::exchange(isDone, true)) return;
+          introduce(key, provider, 1);
+          const AppModel& model = app_.model();
+          for (const auto& note : model.safety->notes()) say(onOneLine(note));
+          if (const auto& why = model.branches->whyShared()) {
+            say(fmt::format("It works in the project's own folder, not in a worktree. {}",
+                            onOneLine(*why)));
+          }
+        });
+  }
+
+  void introduce(const ThreadExecutionKey& key, AgentProvider provider, std::size_t newEntries) {
     const auto folder = app_.model().tree.executionPath(key).value_or("");
     const auto label = ProviderRegistry::descriptor(provider).label;
-    printer_->introduced({.conversation = key,
-                          .runtime = plan_.practiceAgent ? "The practice agent" : label,
-                          .folder = folder,
-                          .earlierEntries = app_.model().tree.thread(key)->entries.size(),
-                          .freedom = freedom(provider),
-                          .goingOn = optionsToGoOn(provider)});
+    printer_->introduced(
+        {.conversation = key,
+         .runtime = plan_.practiceAgent ? "The practice agent" : label,
+         .folder = folder,
+         .earlierEntries = app_.model().tree.thread(key)->entries.size() - newEntries,
+         .freedom = freedom(provider),
+         .goingOn = optionsToGoOn(provider)});
   }
 
   /// Nobody should be surprised that no question comes.
@@ -201,19 +246,24 @@ int performRun(const RunPlan& plan, const Environment& environment) {
   return exitStatus::failed;
 }
 
-namespace {
-
-int run(const CommandArguments& arguments, const Environment& environment) {
-  auto read = readRunArguments(arguments);
-  if (!read) return refuse(read.error());
-  const auto plan = prepareRun(std::move(*read), environment);
+int performRun(std::expected<RunArguments, UsageError> arguments, RunBeginning beginning,
+               const Environment& environment) {
+  if (!arguments) return refuse(arguments.error());
+  auto plan = prepareRun(std::move(*arguments), environment);
   if (!plan) return refuse(plan.error());
+  plan->beginning = std::move(beginning);
   if (plan->arguments.mode == GrokPermissionMode::fullAccess) {
     if (const auto confirmed = confirmFullAccess(Person::atTheTerminal()); !confirmed) {
       return refuse(confirmed.error());
     }
   }
   return performRun(*plan, environment);
+}
+
+namespace {
+
+int run(const CommandArguments& arguments, const Environment& environment) {
+  return performRun(readRunArguments(arguments), {}, environment);
 }
 
 }  // namespace

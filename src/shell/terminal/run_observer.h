@@ -49,6 +49,8 @@ class RunObserver : public QuestionObserver {
   virtual void runChanged(const RunRecord& run) = 0;
   /// The agent has been silent for long, or is heard again: the run's message says so, once.
   virtual void livenessChanged(const RunRecord&) {}
+  /// The user has typed a prompt, which waits; so many do now.
+  virtual void promptQueued(std::size_t waiting) = 0;
   /// Somebody else writes to the terminal: a message, or a key that it shows.
   virtual void interrupted() = 0;
   /// Nothing comes after this. No record when no run was begun.

@@ -102,6 +102,10 @@ std::expected<RunPlan, UsageError> prepareRun(RunArguments arguments,
   } else {
     plan.executable = std::move(executable);
   }
+  if (!arguments.takesPrompt) {
+    plan.arguments = std::move(arguments);
+    return plan;
+  }
   plan.promptWasRead = arguments.prompt == "-";
   if (plan.promptWasRead) arguments.prompt = terminal::readStandardInput();
   arguments.prompt = text::repaired(arguments.prompt);

@@ -3,15 +3,30 @@
 #pragma once
 
 #include <expected>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/process.h"
-#include "records/conversation_records.h"
+#include "records/chat_thread.h"
 #include "shell/terminal/run_arguments.h"
 
+namespace vantrell {
+class AppModel;
+}
+
 namespace vantrell::shell {
+
+/// How a run begins that is more than a prompt to its task. Main queue.
+struct RunBeginning {
+  /// The conversation in which it runs, made of the task and the prompt; unset: the task's own.
+  std::function<std::expected<ThreadExecutionKey, UsageError>(AppModel&, const ThreadExecutionKey&,
+                                                              const std::string& prompt)>
+      conversation;
+  /// Sends what it is about, unless that is under way already; unset: the prompt.
+  std::function<void(AppModel&)> start;
+};
 
 struct RunPlan {
   RunArguments arguments;
@@ -20,6 +35,7 @@ struct RunPlan {
   bool promptWasRead = false;                // from standard input, which is used up then
   std::optional<std::string> executable;     // absolute; of the provider that was named
   std::optional<std::string> practiceAgent;  // absolute, when it is asked for
+  RunBeginning beginning;
 };
 
 std::expected<RunPlan, UsageError> prepareRun(RunArguments arguments,

@@ -1,12 +1,12 @@
-// One turn of one conversation, from its prompt to its end: sends it, answers the agent's
-// questions, hears Ctrl-C, and knows when it is over. Main queue; everything given must outlive it.
+// One conversation at work, from a prompt until it rests: begins it, answers the agent's questions,
+// hears Ctrl-C, follows the prompts that wait in its queue, and knows when it is over. Main queue;
+// everything given must outlive it.
 #pragma once
 
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "app/vantrell_app.h"
 #include "platform/run_loop.h"
@@ -16,6 +16,9 @@
 #include "shell/terminal/permission_answers.h"
 
 namespace vantrell::shell {
+
+/// Nothing of the conversation is under way. What the program answers by itself begins no run.
+bool isAtRest(AppModel& model, const ThreadExecutionKey& key);
 
 class RunSession {
  public:
@@ -28,11 +31,14 @@ class RunSession {
     std::function<void(std::string_view)> complain;
     /// Answers every question with the option of this kind, when given.
     std::optional<std::string> answerKind;
+    /// A person may type further prompts. Not where a pager reads the same keyboard.
+    bool hearsPrompts = false;
   };
   RunSession(Parts parts, ThreadExecutionKey key);
 
-  /// Runs the loop until the turn has ended. Answers the exit status.
-  int run(const std::string& prompt, const std::vector<ChatAttachment>& attachments);
+  /// Calls `begin`, which sends something, and runs the loop until the conversation rests. Answers
+  /// the exit status, that of the last run.
+  int run(std::function<void()> begin);
   /// Stops the turn: once and it ends with its runtime, twice and it ends at once.
   void stop();
   /// The user would not wait.
@@ -42,10 +48,13 @@ class RunSession {
   static constexpr std::chrono::milliseconds patience{2000};
 
  private:
-  const RunRecord* currentRun() const;
+  const RunRecord* lastRun() const;
+  bool isAtRest() const { return shell::isAtRest(parts_.model, key_); }
   void handleSignal(int signal);
+  void typed(std::string_view line);
   void lookAtProgress();
-  void endSoon();
+  void settle();
+  void tellWhatWaits() const;
   void end();
   int statusOfEnd() const;
 
@@ -56,9 +65,10 @@ class RunSession {
   PermissionAnswers questions_;
   std::shared_ptr<RunLoop::SignalWatch> signals_;
   Timer farewell_;
-  bool hasSent_ = false;
+  bool hasBegun_ = false;
   bool stopped_ = false;
-  bool ending_ = false;
+  bool settling_ = false;
+  bool ending_ = false;  // nothing but hooks is waited for
   bool ended_ = false;
   bool abandoned_ = false;
   bool saveFailed_ = false;

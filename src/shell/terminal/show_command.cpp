@@ -23,6 +23,7 @@ constexpr CommandOption options[] = {
     {"--last", "N", "only the last N entries (or runs)"},
     {"--entry", "ENTRY", "only from this entry on, as search names it"},
     {"--runs", "", "the runs, in place of what was said"},
+    {"--entries", "", "what was said, one line an entry, with the entries' IDs"},
     {"--json", "", "for scripts: the record as it is stored, one JSON object"},
 };
 
@@ -82,6 +83,39 @@ std::string runsOf(const ChatThread& thread, std::size_t most, Date now,
                {run.completedAt ? duration(*run.completedAt - run.startedAt) : ""},
                {run.prompt},
                {run.statusMessage.value_or(""), &TerminalStyle::dim}});
+  }
+  return table.text(style, columnsForTables(STDOUT_FILENO));
+}
+
+/// As much of each entry's ID as tells it from the others, 8 characters at least. Those of a
+/// runtime often begin alike.
+std::vector<std::string> shortEntryIDs(const Transcript& entries) {
+  std::vector<std::string> sorted;
+  for (const auto& entry : entries) sorted.push_back(entry.id);
+  std::ranges::sort(sorted);
+  const auto common = [](std::string_view a, std::string_view b) {
+    return static_cast<std::size_t>(std::ranges::mismatch(a, b).in1 - a.begin());
+  };
+  std::vector<std::string> ids;
+  for (const auto& entry : entries) {
+    const auto place = std::ranges::lower_bound(sorted, entry.id);
+    std::size_t length = 7;
+    if (place != sorted.begin()) length = std::max(length, common(*(place - 1), entry.id));
+    if (place + 1 != sorted.end()) length = std::max(length, common(*(place + 1), entry.id));
+    ids.push_back(entry.id.substr(0, length + 1));
+  }
+  return ids;
+}
+
+std::string entriesOf(const ChatThread& thread, std::size_t most, const TerminalStyle& style) {
+  TextTable table({{"ENTRY"}, {"KIND"}, {.heading = "TEXT", .least = 20}});
+  const auto ids = shortEntryIDs(thread.entries);
+  for (std::size_t i = ids.size() - std::min(ids.size(), most); i < ids.size(); ++i) {
+    const ChatEntry& entry = thread.entries[i];
+    const bool isTool = entry.kind == ChatEntryKind::tool;
+    table.add({{ids[i], &TerminalStyle::cyan},
+               {std::string(rawText(entry.kind)), &TerminalStyle::dim},
+               {isTool ? entry.title.value_or("") : entry.text}});
   }
   return table.text(style, columnsForTables(STDOUT_FILENO));
 }
@@ -148,8 +182,12 @@ int show(const CommandArguments& arguments, const Environment& environment) {
   if (arguments.has("--runs") && arguments.has("--json")) {
     return refuse({"--json has the runs in it. Leave out --runs."});
   }
-  if (arguments.has("--entry") && (arguments.has("--last") || arguments.has("--runs"))) {
-    return refuse({"--entry says where to begin. Leave out --last and --runs."});
+  if (arguments.has("--entries") && (arguments.has("--runs") || arguments.has("--json"))) {
+    return refuse({"--entries is a list of its own. Leave out --runs and --json."});
+  }
+  if (arguments.has("--entry") &&
+      (arguments.has("--last") || arguments.has("--runs") || arguments.has("--entries"))) {
+    return refuse({"--entry says where to begin. Leave out --last, --runs and --entries."});
   }
   const auto last = countOption(arguments, "--last");
   if (!last) return refuse(last.error());
@@ -165,6 +203,11 @@ int show(const CommandArguments& arguments, const Environment& environment) {
       out.write(headOf(workspace, thread, state.now, style) + "\n");
       out.write(thread.runs.empty() ? "It has not run yet.\n"
                                     : runsOf(thread, most, state.now, style));
+      return out.finish(exitStatus::completed);
+    }
+    if (arguments.has("--entries")) {
+      out.write(thread.entries.empty() ? "Nothing was said yet.\n"
+                                       : entriesOf(thread, most, style));
       return out.finish(exitStatus::completed);
     }
     const auto first = firstEntry(thread, most, arguments.value("--entry"));

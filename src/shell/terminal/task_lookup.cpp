@@ -141,6 +141,20 @@ std::expected<Uuid, UsageError> findProject(const std::vector<Workspace>& worksp
                                 shown, listed(candidates)));
 }
 
+std::expected<std::size_t, UsageError> findEntry(const ChatThread& thread,
+                                                 std::string_view idOrPrefix) {
+  if (const auto exact = thread.entries.indexOf(idOrPrefix)) return *exact;
+  std::vector<std::size_t> found;
+  for (std::size_t i = 0; i < thread.entries.size(); ++i) {
+    if (!idOrPrefix.empty() && thread.entries[i].id.starts_with(idOrPrefix)) found.push_back(i);
+  }
+  if (found.size() == 1) return found.front();
+  return usageError(fmt::format(
+      "{} entry of this task begins with \"{}\". To see them: vantrell show {} --entries",
+      found.empty() ? "No" : "More than one", onOneLine(idOrPrefix),
+      thread.id.text().substr(0, 8)));
+}
+
 const Workspace& workspaceOf(const std::vector<Workspace>& workspaces, const Uuid& id) {
   return *std::ranges::find(workspaces, id, &Workspace::id);
 }

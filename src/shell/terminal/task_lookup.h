@@ -32,6 +32,10 @@ std::expected<std::vector<ThreadExecutionKey>, UsageError> findTasks(
 std::expected<Uuid, UsageError> findProject(const std::vector<Workspace>& workspaces,
                                             std::string_view named);
 
+/// The entry with this id or, where no other has it, this beginning of one: its place.
+std::expected<std::size_t, UsageError> findEntry(const ChatThread& thread,
+                                                 std::string_view idOrPrefix);
+
 const Workspace& workspaceOf(const std::vector<Workspace>& workspaces, const Uuid& id);
 const ChatThread& threadOf(const std::vector<Workspace>& workspaces, const ThreadExecutionKey& key);
 

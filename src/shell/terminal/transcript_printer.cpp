@@ -153,6 +153,12 @@ void TranscriptPrinter::transcriptReplaced(const Transcript&) {
 }
 
 void TranscriptPrinter::showUser(const ChatEntry& entry) {
+  if (const auto earlier = std::exchange(outcome_, std::nullopt)) {
+    showOutcome(*earlier);
+    remark("From the queue:");
+    agentWasHeard_ = false;
+    block_ = Block::none;
+  }
   beginBlock(Block::other);
   std::string_view mark = "› ";
   for (const auto& each : linesOf(entry.text, promptLinesShown)) {
@@ -297,6 +303,16 @@ void TranscriptPrinter::permissionAnswered(const PermissionOption* option) {
   line(style_.dim(fmt::format("→ {}", option ? onOneLine(option->name) : "Refused")));
 }
 
+void TranscriptPrinter::lineTyped() {
+  atLineStart_ = true;
+  drawn_.reset();  // it has moved up
+}
+
+void TranscriptPrinter::promptQueued(std::size_t waiting) {
+  remark(waiting == 1 ? "Queued: it is sent when this turn has gone well."
+                      : fmt::format("Queued: {} prompts wait now.", waiting));
+}
+
 void TranscriptPrinter::interrupted() {
   if (!style_.isLive()) return;
   if (atLineStart_) {
@@ -311,6 +327,7 @@ void TranscriptPrinter::runChanged(const RunRecord& run) {
   const bool isUnderWay =
       run.status == RunRecordStatus::starting || run.status == RunRecordStatus::running;
   if (isUnderWay && run.statusMessage) showStatus(*run.statusMessage);
+  if (!isActive(run.status)) outcome_ = run;
 }
 
 void TranscriptPrinter::livenessChanged(const RunRecord& run) {
@@ -321,24 +338,29 @@ void TranscriptPrinter::livenessChanged(const RunRecord& run) {
 void TranscriptPrinter::ended(const RunRecord* run) {
   endLine();
   if (!run) return;
+  showOutcome(*run);
+  if (!goingOn_.empty()) line(style_.dim(fmt::format("To go on: {} \"...\"", goingOn_)));
+}
+
+void TranscriptPrinter::showOutcome(const RunRecord& run) {
+  endLine();
   for (const auto& [id, text] : std::exchange(openTools_, {})) {
     // On a live terminal the line stands already.
     if (style_.isLive()) continue;
     beginBlock(Block::tool);
     line(text);
   }
-  const std::string words = onOneLine(run->statusMessage.value_or(""));
+  const std::string words = onOneLine(run.statusMessage.value_or(""));
   beginBlock(Block::other);
-  if (run->status == RunRecordStatus::completed && !agentWasHeard_) {
+  if (run.status == RunRecordStatus::completed && !agentWasHeard_) {
     // Some runtimes end a turn that failed for them as if it had gone well.
     line(style_.yellow("• The agent ended its turn without a word."));
   }
-  switch (run->status) {
+  switch (run.status) {
     case RunRecordStatus::completed: line(style_.green(fmt::format("✓ {}", words))); break;
     case RunRecordStatus::cancelled: line(style_.yellow(fmt::format("■ {}", words))); break;
     default: line(style_.red(fmt::format("✗ {}", words)));
   }
-  if (!goingOn_.empty()) line(style_.dim(fmt::format("To go on: {} \"...\"", goingOn_)));
 }
 
 }  // namespace vantrell::shell

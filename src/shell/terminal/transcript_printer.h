@@ -31,11 +31,12 @@ class TranscriptPrinter final : public RunObserver {
   void transcriptReplaced(const Transcript& entries) override;
   void planReplaced(const std::vector<PlanEntry>& plan) override;
   void permissionAsked(const PermissionRequest& request) override;
-  void lineTyped() override { atLineStart_ = true; }
+  void lineTyped() override;
   void permissionStillOpen(const PermissionRequest& request) override;
   void permissionAnswered(const PermissionOption* option) override;
   void runChanged(const RunRecord& run) override;
   void livenessChanged(const RunRecord& run) override;
+  void promptQueued(std::size_t waiting) override;
   void interrupted() override;
   void ended(const RunRecord* run) override;
 
@@ -64,6 +65,7 @@ class TranscriptPrinter final : public RunObserver {
   void showTool(const ChatEntry& entry);
   void showHook(const ChatEntry& entry);
   void showUser(const ChatEntry& entry);
+  void showOutcome(const RunRecord& run);
   /// Draws over what `id` has on the screen if that is the last thing there, else a new block.
   void draw(std::string_view id, Block block, const std::vector<std::string>& lines);
   /// The latest title that names the tool call: some agents give it once and leave it out later.
@@ -87,6 +89,8 @@ class TranscriptPrinter final : public RunObserver {
   std::map<std::string, std::string, std::less<>> toolTitles_;  // by entry, see bestTitle
   std::vector<PlanEntry> plan_;
   std::string goingOn_;  // the command, up to the prompt
+  /// A run that has ended, until that is shown: at the end, or when the queue goes on.
+  std::optional<RunRecord> outcome_;
 };
 
 }  // namespace vantrell::shell
