@@ -2,7 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "shell/screen.h"
+#include "platform/manual_main_queue.h"
+#include "support/terminal_screen.h"
 
 namespace vantrell::shell {
 namespace {
@@ -35,7 +36,7 @@ class TranscriptPrinterTest : public testing::Test {
   std::string plainOutput;
   TranscriptPrinter plain{[this](std::string_view bytes) { plainOutput += bytes; },
                           TerminalStyle::plain()};
-  tests::Screen screen;
+  tests::TerminalScreen screen;
   TranscriptPrinter live{[this](std::string_view bytes) { screen.write(bytes); },
                          TerminalStyle::live(-1)};
 };
