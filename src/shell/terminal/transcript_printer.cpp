@@ -40,7 +40,7 @@ void TranscriptPrinter::put(std::string_view bytes) {
 
 void TranscriptPrinter::endLine() {
   if (answer_) {
-    put(answer_->leave(style_.size()));
+    putAnswer(answer_->leave(style_.size()));
     answer_.reset();
     nextDraw_.cancel();
     atLineStart_ = true;
@@ -171,9 +171,9 @@ void TranscriptPrinter::showAnswer(const ChatEntry& entry) {
 
 void TranscriptPrinter::streamAnswer(const ChatEntry& entry, std::string_view text) {
   if (!answer_ || streaming_ != entry.id) {
-    beginBlock(Block::text);
+    endLine();
     streaming_ = entry.id;
-    atLineStart_ = false;
+    isAnswerShown_ = false;
     answer_.emplace(style_);
     answerText_.clear();
     if (std::string_view(entry.text).ends_with(text)) {
@@ -188,9 +188,21 @@ void TranscriptPrinter::streamAnswer(const ChatEntry& entry, std::string_view te
   if (!nextDraw_.isActive()) drawAnswer();
 }
 
+/// Its block begins with the first of it that can be seen.
+void TranscriptPrinter::putAnswer(std::string_view bytes) {
+  if (bytes.empty()) return;
+  if (!std::exchange(isAnswerShown_, true)) {
+    if (block_ != Block::none) put("\n");
+    block_ = Block::text;
+    drawn_.reset();
+    atLineStart_ = false;
+  }
+  put(bytes);
+}
+
 void TranscriptPrinter::drawAnswer() {
   const std::string bytes = answer_->draw(style_.size());
-  put(bytes);
+  putAnswer(bytes);
   if (!queue_ || bytes.empty()) return;
   nextDraw_ = queue_->after(betweenDraws, [this] { drawAnswer(); });
 }

@@ -65,6 +65,7 @@ class TranscriptPrinter final : public RunObserver {
   void stream(const ChatEntry& entry, std::string_view text);
   void streamAnswer(const ChatEntry& entry, std::string_view text);
   void drawAnswer();
+  void putAnswer(std::string_view bytes);
   /// One that is whole, laid out.
   void showAnswer(const ChatEntry& entry);
   void showTool(const ChatEntry& entry);
@@ -85,8 +86,9 @@ class TranscriptPrinter final : public RunObserver {
   bool agentWasHeard_ = false;          // anything at all but the prompt has come
   std::string streaming_;               // id of the text entry whose text stands last
   std::optional<AnswerStream> answer_;  // of that entry, while it can be drawn over
-  std::string answerText_;              // all that it was given
-  Timer nextDraw_;                      // until then text gathers
+  bool isAnswerShown_ = false;
+  std::string answerText_;  // all that it was given
+  Timer nextDraw_;          // until then text gathers
   std::optional<Drawn> drawn_;
   /// Tool calls that have not ended, and what their line said last.
   std::map<std::string, std::string, std::less<>> openTools_;
