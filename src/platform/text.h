@@ -23,7 +23,7 @@ std::string_view lastCharacters(std::string_view text, std::size_t count);
 /// Number of user-perceived characters.
 std::size_t characterCount(std::string_view text);
 /// The columns that a terminal gives a text without control characters: none for combining marks,
-/// two for wide characters (Unicode's East Asian Width W and F).
+/// two for wide characters (Unicode's East Asian Width W and F) and those that are shown as emoji.
 std::size_t columnCount(std::string_view text);
 /// As much as fits into `columns`, which then says how many of them it fills.
 std::string_view firstColumns(std::string_view text, std::size_t& columns);

@@ -24,6 +24,9 @@ int columnsOf(UChar32 point) {
   return width == U_EA_WIDE || width == U_EA_FULLWIDTH ? 2 : 1;
 }
 
+/// A character that is followed by this one is shown as an emoji, and wide.
+constexpr std::string_view emojiSelector = "\xEF\xB8\x8F";  // U+FE0F
+
 }  // namespace
 
 std::string_view firstColumns(std::string_view text, std::size_t& columns) {
@@ -31,7 +34,8 @@ std::string_view firstColumns(std::string_view text, std::size_t& columns) {
   std::size_t at = 0;
   while (at < text.size()) {
     const auto sequence = utf8::sequenceAt(text.data() + at, text.data() + text.size());
-    const int width = sequence.valid ? columnsOf(pointOf(text.substr(at, sequence.length))) : 1;
+    int width = sequence.valid ? columnsOf(pointOf(text.substr(at, sequence.length))) : 1;
+    if (width == 1 && text.substr(at + sequence.length).starts_with(emojiSelector)) width = 2;
     if (used + static_cast<std::size_t>(width) > columns) break;
     used += static_cast<std::size_t>(width);
     at += sequence.length;

@@ -136,6 +136,9 @@ struct Row {
 constexpr Row table[] = {
     {"SAY", ":text", false, "streams the text; \\n in it is a line feed", readText<Kind::say>},
     {"THINK", ":text", false, "streams the text as a thought", readText<Kind::think>},
+    {"STREAM", ":path", false,
+     "streams the text of a file of the project in pieces of a few letters",
+     readName<Kind::stream>},
     {"PLAN", ":a;b;c", false, "shows a plan; each directive that follows completes a step",
      readPlan},
     {"ASK", ":question", false, "asks for permission and says what was answered",

@@ -14,6 +14,7 @@ struct Directive {
   enum class Kind {
     say,
     think,
+    stream,
     plan,
     ask,
     read,

@@ -5,6 +5,8 @@
 #include <fmt/format.h>
 #include <utility>
 
+#include "platform/files.h"
+#include "platform/text.h"
 #include "platform/utf8.h"
 #include "platform/uuid.h"
 #include "platform/weakly.h"
@@ -21,8 +23,7 @@ constexpr int mostTicks = 60;
 
 /// Where the piece that begins at `start` ends: behind a space where one is near, and never inside
 /// a character.
-std::size_t endOfPiece(std::string_view text, std::size_t start) {
-  auto size = std::max(smallestPiece, text.size() / piecesOfText);
+std::size_t endOfPiece(std::string_view text, std::size_t start, std::size_t size) {
   auto hardEnd = start + 3 * size;
   for (auto end = start + size; end < text.size(); ++end) {
     if (text[end - 1] == ' ' || text[end - 1] == '\n') return end;
@@ -39,14 +40,30 @@ SpeechStep::SpeechStep(StepContext context, Finish finish, HistoryItem::Kind kin
       kind_(kind),
       messageId_(Uuid::random().text()),
       text_(std::move(text)),
+      pieceSize_(std::max(smallestPiece, text_.size() / piecesOfText)),
       end_(std::move(end)) {}
+
+std::shared_ptr<SpeechStep> SpeechStep::ofFile(StepContext context, Finish finish,
+                                               const std::string& path) {
+  const auto whole = files::standardized(path, context.transcript.session().folder);
+  auto text = files::read(whole);
+  if (!text) {
+    return std::make_shared<SpeechStep>(std::move(context), std::move(finish),
+                                        HistoryItem::Kind::agent,
+                                        fmt::format("STREAM: {}.", text.error().description));
+  }
+  auto step = std::make_shared<SpeechStep>(std::move(context), std::move(finish),
+                                           HistoryItem::Kind::agent, text::repaired(*text));
+  step->pieceSize_ = smallestPiece;
+  return step;
+}
 
 void SpeechStep::start() {
   sendPiece();
 }
 
 void SpeechStep::sendPiece() {
-  auto end = endOfPiece(text_, sent_);
+  auto end = endOfPiece(text_, sent_, pieceSize_);
   transcript().speak(kind_, messageId_, std::string_view(text_).substr(sent_, end - sent_));
   sent_ = end;
   if (sent_ == text_.size()) return finish(end_);

@@ -13,6 +13,10 @@ class SpeechStep final : public Step {
  public:
   SpeechStep(StepContext context, Finish finish, HistoryItem::Kind kind, std::string text,
              StepEnd end = {});
+  /// Streams a file of the project as a message, piece by piece as models do. The agent reads it
+  /// itself: the host sees nothing but the text.
+  static std::shared_ptr<SpeechStep> ofFile(StepContext context, Finish finish,
+                                            const std::string& path);
   void start() override;
 
  private:
@@ -21,7 +25,8 @@ class SpeechStep final : public Step {
   HistoryItem::Kind kind_;
   std::string messageId_;
   std::string text_;
-  std::size_t sent_ = 0;  // bytes
+  std::size_t sent_ = 0;   // bytes
+  std::size_t pieceSize_;  // bytes; a piece ends behind a word
   StepEnd end_;
   Timer timer_;
 };

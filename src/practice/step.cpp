@@ -17,6 +17,7 @@ std::shared_ptr<Step> makeStep(const Directive& directive, const StepContext& co
   switch (directive.kind) {
     case Kind::say:
     case Kind::unclear: return speech(HistoryItem::Kind::agent, {});
+    case Kind::stream: return SpeechStep::ofFile(context, finish, directive.text);
     case Kind::think: return speech(HistoryItem::Kind::thought, {});
     case Kind::refuse: return speech(HistoryItem::Kind::agent, {StepEnd::Kind::refused, {}});
     case Kind::fail:

@@ -63,7 +63,7 @@ TEST(TextFinder, OneFinderServesManyTexts) {
 TEST(TextColumns, CountWhatATerminalShows) {
   const std::vector<std::pair<std::string_view, std::size_t>> cases = {
       {"", 0},       {"plain", 5}, {"é", 1}, {"e\xCC\x81", 1}, {"日本", 4},
-      {"▸ Read", 6}, {"🚀", 2},    {"…", 1}, {"\xFF", 1},
+      {"▸ Read", 6}, {"🚀", 2},    {"…", 1}, {"\xFF", 1},      {"⚠\uFE0F", 2},
   };
   for (const auto& [text, columns] : cases) EXPECT_EQ(columnCount(text), columns) << text;
   std::size_t columns = 3;

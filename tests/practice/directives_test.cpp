@@ -28,6 +28,7 @@ TEST(Directives, ReadEachWordWithItsArgument) {
       {"SAY:one\\ntwo", {.kind = Kind::say, .text = "one\ntwo"}},
       {"SAY: C:\\dir", {.kind = Kind::say, .text = " C:\\dir"}},
       {"THINK:hm", {.kind = Kind::think, .text = "hm"}},
+      {"STREAM: answer.md", {.kind = Kind::stream, .text = "answer.md"}},
       {"PLAN:look; change ;;test", {.kind = Kind::plan, .items = {"look", "change", "test"}}},
       {"ASK: May I? ", {.kind = Kind::ask, .text = "May I?"}},
       {"READ:src/a b.txt", {.kind = Kind::read, .text = "src/a b.txt"}},
@@ -88,8 +89,9 @@ TEST(Directives, HelpIsARequestOfItsOwn) {
 
 TEST(Directives, HelpHasALineForEachWord) {
   auto help = directiveHelp();
-  for (const char* word : {"SAY:", "THINK:", "PLAN:", "ASK:", "READ:", "WRITE:", "RUN:", "SLOW:",
-                           "FAIL:", "REFUSE:", "HANG", "DIE", "FLOOD:", "GARBAGE:", "CLOSE:"}) {
+  for (const char* word :
+       {"SAY:", "THINK:", "STREAM:", "PLAN:", "ASK:", "READ:", "WRITE:", "RUN:", "SLOW:", "FAIL:",
+        "REFUSE:", "HANG", "DIE", "FLOOD:", "GARBAGE:", "CLOSE:"}) {
     EXPECT_THAT("\n" + help, HasSubstr(std::string("\n  ") + word));
   }
 }

@@ -2,7 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "shell/screen.h"
+#include "platform/manual_main_queue.h"
+#include "support/terminal_screen.h"
 
 namespace vantrell::shell {
 namespace {
@@ -35,7 +36,7 @@ class TranscriptPrinterTest : public testing::Test {
   std::string plainOutput;
   TranscriptPrinter plain{[this](std::string_view bytes) { plainOutput += bytes; },
                           TerminalStyle::plain()};
-  tests::Screen screen;
+  tests::TerminalScreen screen;
   TranscriptPrinter live{[this](std::string_view bytes) { screen.write(bytes); },
                          TerminalStyle::live(-1)};
 };
@@ -136,6 +137,56 @@ TEST_F(TranscriptPrinterTest, PassingStatusLeavesNothingBehind) {
   EXPECT_EQ(screen.text(), "Hi\n");
   live.runChanged(run(RunRecordStatus::running, "Kimi resumed activity."));
   EXPECT_EQ(screen.text(), "Hi\n") << "in the middle of a text it would tear it";
+}
+
+TEST_F(TranscriptPrinterTest, LiveAnswerIsLaidOutAroundWhatComesBetween) {
+  auto answer = entry("a", ChatEntryKind::assistant, "## Look\n\n- one\n- tw");
+  live.entryAdded(answer);
+  EXPECT_EQ(screen.text(), "Look\n\n• one\n• tw\n");
+  live.entryAdded(tool("1", "Read x", "pending"));
+  live.entryReplaced(tool("1", "Read x", "completed"));
+  const auto add = [&](const std::string& text) {
+    answer.text += text;
+    live.textAdded(answer, text);
+  };
+  add("o\n- three\n\n```\nma");
+  live.remark("Saved.");
+  add("ke\n");
+  screen.write("^C");
+  live.interrupted();
+  add("```\n");
+  live.ended(nullptr);
+  EXPECT_EQ(screen.text(),
+            "Look\n\n• one\n• tw\n\n✓ Read x\n\n  o\n• three\n\n  ma\n\nSaved.\n\n  ke\n");
+}
+
+TEST_F(TranscriptPrinterTest, RepairedAnswerGoesOnOrComesAnew) {
+  live.entryAdded(entry("a", ChatEntryKind::assistant, "One"));
+  live.entryReplaced(entry("a", ChatEntryKind::assistant, "One two"));
+  EXPECT_EQ(screen.text(), "One two\n");
+  live.entryReplaced(entry("a", ChatEntryKind::assistant, "Three"));
+  EXPECT_EQ(screen.text(), "One two\n\nThree\n");
+}
+
+TEST_F(TranscriptPrinterTest, AnswerIsDrawnAtMostSoOftenAndWholeAtTheEnd) {
+  ManualMainQueue queue;
+  int writes = 0;
+  TranscriptPrinter paced([&](std::string_view bytes) { screen.write(bytes), ++writes; },
+                          TerminalStyle::live(-1), &queue);
+  stream(ChatEntryKind::assistant, "a", {"One", " two", " three"}, paced);
+  EXPECT_EQ(screen.text(), "One\n") << "the first words at once";
+  queue.advance(std::chrono::milliseconds(30));
+  EXPECT_EQ(screen.text(), "One two three\n");
+  auto streamed = entry("a", ChatEntryKind::assistant, "One two three");
+  for (int i = 0; i < 500; ++i) {
+    paced.textAdded(streamed, " x");
+    queue.advance(std::chrono::milliseconds(1));
+  }
+  EXPECT_LT(writes, 25);
+  paced.textAdded(streamed, " end");
+  paced.ended(nullptr);
+  EXPECT_TRUE(screen.text().ends_with(" x end\n"));
+  EXPECT_FALSE(queue.hasTimers());
 }
 
 TEST_F(TranscriptPrinterTest, QuestionStandsWhereItIsAnswered) {

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include "platform/text.h"
+#include "shell/terminal/terminal_pieces.h"
 #include "shell/terminal/terminal_text.h"
 #include "shell/terminal/text_table.h"
 
@@ -17,6 +18,8 @@ constexpr std::size_t columnsPerDepth = 2;
 constexpr std::size_t narrowest = 20;
 constexpr std::size_t leastOfCell = 5;
 constexpr std::size_t widestRule = 40;
+constexpr std::size_t codeIndent = 2;
+constexpr std::size_t columnsPerTab = 8;
 
 /// Items stand close together, and so do lines of one quote; everything else stands apart.
 bool isListItem(const B& block) {
@@ -31,113 +34,270 @@ bool standsApart(const B& block, const B& before) {
   return !isQuote && !(isListItem(block) && isListItem(before));
 }
 
+/// Part of a text that stands on one line; `begin` is where it begins in the text.
+struct TextLine {
+  std::string text;
+  std::size_t begin;
+};
+
+void dropBlanks(std::string_view& text) {
+  text.remove_prefix(std::min(text.find_first_not_of(" \t\n"), text.size()));
+}
+
+/// Takes the first line off a text that does not begin with a blank.
+std::string takeLine(std::string_view& rest, std::size_t columns) {
+  struct End {
+    std::size_t shown;
+    std::size_t source;
+  };
+  std::string line;
+  std::size_t used = 0;
+  std::size_t read = 0;
+  std::optional<End> lastBlank;
+  PieceReader reader(rest);
+  for (ShownPiece piece; reader.next(piece); read += piece.source.size()) {
+    const bool isBlank = piece.shown == " " || piece.shown == "\t" || piece.shown == "\n";
+    if (used + piece.columns > columns) {
+      // A character wider than the line would never leave it.
+      End end =
+          line.empty() ? End{piece.shown.size(), piece.source.size()} : End{line.size(), read};
+      if (line.empty()) line = piece.shown;
+      if (!isBlank && lastBlank) end = *lastBlank;
+      line.resize(end.shown);
+      while (line.ends_with(' ')) line.pop_back();
+      rest.remove_prefix(end.source);
+      dropBlanks(rest);
+      return line;
+    }
+    if (isBlank) lastBlank = End{line.size(), read};
+    used += piece.columns;
+    line += isBlank ? " " : piece.shown;
+  }
+  rest = {};
+  return line;
+}
+
+/// The lines of the text from `from` on; one, which is empty, where nothing is there.
+std::vector<TextLine> wrappedFrom(std::string_view text, std::size_t from, std::size_t columns) {
+  std::string_view rest = text::trimmed(text.substr(std::min(from, text.size())));
+  std::vector<TextLine> lines;
+  do {
+    const auto begin = rest.empty() ? from : static_cast<std::size_t>(rest.data() - text.data());
+    std::string line = takeLine(rest, columns);
+    lines.push_back({std::move(line), begin});
+  } while (!rest.empty());
+  return lines;
+}
+
+/// Where the next tab stop is, behind `column` of a line of code.
+std::size_t tabStop(std::size_t column) {
+  return (column / columnsPerTab + 1) * columnsPerTab;
+}
+
 /// Lays out one block after the other.
 class Layout {
  public:
-  Layout(const TerminalStyle& style, std::size_t columns)
-      : style_(style), columns_(std::max(columns, narrowest)) {}
+  using Stage = AnswerPlace::Stage;
 
-  void add(const B& block) {
-    text_ = &block.text;
+  Layout(const TerminalStyle& style, std::size_t columns, TableMeasure& measure)
+      : style_(style), columns_(std::max(columns, narrowest)), measure_(measure) {}
+
+  void add(const B& block, const AnswerPlace& from) {
+    block_ = &block;
+    from_ = from;
     std::visit(*this, block.kind);
   }
-  void addEmptyLine() { lines_.emplace_back(); }
-  std::vector<std::string> lines() && { return std::move(lines_); }
+  void addGap(std::size_t block) { lines_.push_back({.begin = {.block = block}}); }
+  std::vector<AnswerLine> lines() && { return std::move(lines_); }
 
-  void operator()(const B::Heading&) {
-    for (const auto& line : wrapped(*text_, columns_)) lines_.push_back(style_.bold(line));
-  }
+  void operator()(const B::Heading&) { addText("", "", columns_, &TerminalStyle::bold); }
   void operator()(const B::Bullet& item) { addItem("•", item.depth); }
   void operator()(const B::Numbered& item) { addItem(fmt::format("{}.", item.number), item.depth); }
   void operator()(const B::Checklist& item) { addItem(item.checked ? "✓" : "○", item.depth); }
+  void operator()(const B::Paragraph&) { addText("", "", columns_, nullptr); }
+  void operator()(const B::Quote&) { addText("│ ", "│ ", columns_ - 2, &TerminalStyle::dim); }
+  void operator()(const B::Divider&) {
+    if (from_.stage == Stage::end) return;
+    std::string rule;
+    for (std::size_t i = 0; i < std::min(columns_, widestRule); ++i) rule += "─";
+    addLine(std::move(rule), &TerminalStyle::dim, 0);
+  }
   void operator()(const B::Code& code) {
-    if (code.language) lines_.push_back(style_.dim("  " + onOneLine(*code.language)));
-    const std::string clean = sanitized(*text_);
-    for (const auto line : text::split(clean, '\n')) {
-      lines_.push_back(line.empty() ? "" : style_.cyan(fmt::format("  {}", line)));
+    const std::string_view text = block_->text;
+    std::size_t offset = std::min(from_.offset, text.size());
+    if (from_.stage == Stage::block && code.language) {
+      addLine("  " + onOneLine(*code.language), &TerminalStyle::dim, 0);
+      from_.stage = Stage::line;
+    }
+    if (from_.stage == Stage::end) {
+      if (offset == text.size()) return;
+      // The end of a line that has been shown says nothing new.
+      if (text[offset] == '\n' && (offset == 0 || text[offset - 1] != '\n')) ++offset;
+    }
+    for (;;) {
+      const std::size_t end = std::min(text.find('\n', offset), text.size());
+      const auto line = text.substr(offset, end - offset);
+      addLine(codeLine(line), line.empty() ? nullptr : &TerminalStyle::cyan, offset);
+      if (end == text.size()) return;
+      offset = end + 1;
     }
   }
   void operator()(const ResponseTable& table) {
+    measure(table);
     std::vector<std::string> headings;
     for (const auto& header : table.headers) headings.push_back(onOneLine(header));
     std::vector<TableColumn> columns;
-    for (const auto& heading : headings)
-      columns.push_back({.heading = heading, .least = leastOfCell});
+    for (std::size_t i = 0; i < headings.size(); ++i) {
+      const bool isShown = from_.stage == Stage::block;
+      columns.push_back({.heading = isShown ? std::string_view(headings[i]) : "",
+                         .least = leastOfCell,
+                         .wanted = measure_.widths[i]});
+    }
     TextTable shown(std::move(columns));
-    for (const auto& row : table.rows) {
+    std::size_t row = from_.offset == 0 ? 0 : from_.offset - 1;
+    for (std::size_t i = row; i < table.rows.size(); ++i) {
       std::vector<TableCell> cells;
-      for (const auto& cell : row) cells.push_back({cell});
+      for (const auto& cell : table.rows[i]) cells.push_back({cell});
       shown.add(std::move(cells));
     }
     std::string text = shown.text(style_, columns_);
+    if (from_.stage != Stage::block && text.empty()) return;
     if (text.ends_with('\n')) text.pop_back();
-    for (const auto line : text::split(text, '\n')) lines_.emplace_back(line);
-  }
-  void operator()(const B::Paragraph&) {
-    for (auto& line : wrapped(*text_, columns_)) lines_.push_back(std::move(line));
-  }
-  void operator()(const B::Quote&) {
-    for (const auto& line : wrapped(*text_, columns_ - 2))
-      lines_.push_back(style_.dim("│ " + line));
-  }
-  void operator()(const B::Divider&) {
-    std::string rule;
-    for (std::size_t i = 0; i < std::min(columns_, widestRule); ++i) rule += "─";
-    lines_.push_back(style_.dim(rule));
+    const auto lines = text::split(text, '\n');
+    const bool hasHeadings = table.rows.size() - std::min(row, table.rows.size()) < lines.size();
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+      addLine(std::string(lines[i]), nullptr, row + i + (hasHeadings ? 0 : 1));
+    }
   }
 
  private:
+  void addLine(std::string text, AnswerLine::Look look, std::size_t offset) {
+    AnswerPlace begin = from_;
+    begin.offset = offset;
+    lines_.push_back({.text = std::move(text), .look = look, .begin = begin});
+    from_.stage = Stage::line;
+    from_.column = 0;
+  }
+  void addText(std::string_view first, std::string_view others, std::size_t room,
+               AnswerLine::Look look) {
+    const std::string_view text = block_->text;
+    const bool isBegun = from_.stage != Stage::block;
+    const std::size_t offset = std::min(from_.offset, text.size());
+    if (isBegun && text::trimmed(text.substr(offset)).empty()) return;
+    for (const auto& line : wrappedFrom(text, offset, room)) {
+      const bool opens = from_.stage == Stage::block;
+      addLine(std::string(opens ? first : others) + line.text, look, line.begin);
+    }
+  }
   void addItem(const std::string& mark, int depth) {
     const std::size_t indent = static_cast<std::size_t>(depth) * columnsPerDepth;
     const std::size_t hanging = indent + text::columnCount(mark) + 1;
     const std::size_t room =
         columns_ > hanging + narrowest / 2 ? columns_ - hanging : narrowest / 2;
-    std::string before = std::string(indent, ' ') + mark + " ";
-    for (const auto& line : wrapped(*text_, room)) {
-      lines_.push_back(std::exchange(before, std::string(hanging, ' ')) + line);
+    addText(std::string(indent, ' ') + mark + " ", std::string(hanging, ' '), room, nullptr);
+  }
+  std::string codeLine(std::string_view source) const {
+    std::string shown;
+    if (from_.stage != Stage::row && !source.empty()) shown.append(codeIndent, ' ');
+    std::size_t column = from_.column;
+    PieceReader reader(source);
+    for (ShownPiece piece; reader.next(piece);) {
+      const std::size_t next = piece.shown == "\t" ? tabStop(column) : column + piece.columns;
+      if (piece.shown == "\t") {
+        shown.append(next - column, ' ');
+      } else {
+        shown += piece.shown;
+      }
+      column = next;
+    }
+    return shown;
+  }
+  /// The last row may still grow.
+  void measure(const ResponseTable& table) {
+    const std::size_t whole = table.rows.empty() ? 0 : table.rows.size() - 1;
+    if (measure_.table != block_->id || measure_.rows > whole ||
+        measure_.widths.size() != table.headers.size()) {
+      measure_ = {.table = block_->id, .rows = 0, .widths = {}};
+      for (const auto& header : table.headers) {
+        measure_.widths.push_back(text::columnCount(onOneLine(header)));
+      }
+    }
+    for (; measure_.rows < whole; ++measure_.rows) {
+      for (std::size_t i = 0; i < measure_.widths.size(); ++i) {
+        const auto width = text::columnCount(onOneLine(table.rows[measure_.rows][i]));
+        measure_.widths[i] = std::max(measure_.widths[i], width);
+      }
     }
   }
 
   const TerminalStyle& style_;
   std::size_t columns_;
-  const std::string* text_ = nullptr;
-  std::vector<std::string> lines_;
+  TableMeasure& measure_;
+  const B* block_ = nullptr;
+  AnswerPlace from_;  // where the next line begins
+  std::vector<AnswerLine> lines_;
 };
 
 }  // namespace
 
 std::vector<std::string> wrapped(std::string_view text, std::size_t columns) {
-  const std::string line = onOneLine(text);
   std::vector<std::string> lines;
-  std::string_view rest = line;
-  while (true) {
-    std::size_t filled = columns;
-    std::string_view part = text::firstColumns(rest, filled);
-    if (part.size() == rest.size()) {
-      lines.emplace_back(rest);
-      return lines;
-    }
-    const bool endsAtBlank = rest[part.size()] == ' ';
-    const std::size_t blank = endsAtBlank ? part.size() : part.rfind(' ');
-    if (blank != part.npos && blank > 0) part = part.substr(0, blank);
-    // A character wider than the line would never leave it.
-    if (part.empty()) part = text::firstCharacters(rest, 1);
-    rest.remove_prefix(part.size());
-    while (part.ends_with(' ')) part.remove_suffix(1);
-    lines.emplace_back(part);
-    rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
-    if (rest.empty()) return lines;
-  }
+  for (auto& line : wrappedFrom(text, 0, columns)) lines.push_back(std::move(line.text));
+  return lines;
 }
 
 std::vector<std::string> answerLines(const std::vector<ResponseBlock>& blocks,
                                      const TerminalStyle& style, std::size_t columns) {
-  Layout layout(style, columns);
-  for (std::size_t i = 0; i < blocks.size(); ++i) {
-    if (i > 0 && standsApart(blocks[i], blocks[i - 1])) layout.addEmptyLine();
-    layout.add(blocks[i]);
+  TableMeasure measure;
+  std::vector<std::string> lines;
+  for (auto& line : answerLinesFrom({}, blocks, style, columns, measure)) {
+    lines.push_back(line.look ? (style.*line.look)(line.text) : std::move(line.text));
+  }
+  return lines;
+}
+
+std::vector<AnswerLine> answerLinesFrom(AnswerPlace place, const std::vector<ResponseBlock>& blocks,
+                                        const TerminalStyle& style, std::size_t columns,
+                                        TableMeasure& measure) {
+  Layout layout(style, columns, measure);
+  for (; place.block < blocks.size(); place = {.block = place.block + 1}) {
+    const std::size_t i = place.block;
+    if (place.stage == AnswerPlace::Stage::gap) {
+      if (i > 0 && standsApart(blocks[i], blocks[i - 1])) layout.addGap(i);
+      place.stage = AnswerPlace::Stage::block;
+    }
+    layout.add(blocks[i], place);
   }
   return std::move(layout).lines();
+}
+
+std::optional<AnswerPlace> placeAfterRows(std::size_t rows, const AnswerLine& line,
+                                          const ResponseBlock& code, std::size_t columns) {
+  const std::string_view text = code.text;
+  const std::size_t begin = std::min(line.begin.offset, text.size());
+  const auto source = text.substr(begin, std::min(text.find('\n', begin), text.size()) - begin);
+  std::optional<AnswerPlace> place;
+  std::size_t column = line.begin.column;                                             // of the line
+  std::size_t filled = line.begin.stage == AnswerPlace::Stage::row ? 0 : codeIndent;  // of the row
+  std::size_t read = begin;
+  PieceReader reader(source);
+  for (ShownPiece piece; reader.next(piece); read += piece.source.size()) {
+    const bool isTab = piece.shown == "\t";
+    const std::size_t width = isTab ? tabStop(column) - column : piece.columns;
+    if (filled + width > columns) {
+      if (rows-- == 0) return place;
+      // The blanks of a tab may stand on both rows, which cannot be parted there.
+      const bool isParted = isTab && filled < columns;
+      if (!isParted) {
+        place = AnswerPlace{line.begin.block, AnswerPlace::Stage::row, read, column};
+      }
+      filled = isParted ? filled + width - columns : width;
+    } else {
+      filled += width;
+    }
+    column += width;
+  }
+  return place;
 }
 
 }  // namespace vantrell::shell

@@ -46,8 +46,7 @@ void ImaginePrinter::progressed(ConnectionState::Kind state, std::string_view pr
     if (isNews) line(onOneLine(progress));
     return;
   }
-  // The last column stays free: some terminals wrap when it is written.
-  const int columns = std::max(style_.size().columns - 1, 20);
+  const int columns = TerminalStyle::usable(style_.size().columns);
   write_(fmt::format("\r\x1b[K{}\r", style_.dim(fitted(onOneLine(progress), columns))));
   isStatusShown_ = true;
 }

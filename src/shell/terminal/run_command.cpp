@@ -27,12 +27,13 @@ constexpr std::chrono::milliseconds endOfChildren{5000};
 constexpr std::chrono::milliseconds momentToFlush{200};
 constexpr std::chrono::hours readersTime{24};  // to read what is left
 
-std::unique_ptr<RunObserver> makePrinter(const RunPlan& plan, const Environment& environment,
-                                         OutputSink& sink, bool answersAreTyped) {
+std::unique_ptr<RunObserver> makePrinter(RunLoop& loop, const RunPlan& plan,
+                                         const Environment& environment, OutputSink& sink,
+                                         bool answersAreTyped) {
   const auto write = [&sink](std::string_view bytes) { sink.write(bytes); };
   if (plan.arguments.json) return std::make_unique<JsonPrinter>(write);
-  auto printer =
-      std::make_unique<TranscriptPrinter>(write, TerminalStyle::of(STDOUT_FILENO, environment));
+  auto printer = std::make_unique<TranscriptPrinter>(
+      write, TerminalStyle::of(STDOUT_FILENO, environment), &loop);
   printer->showsAnswerPrompt = answersAreTyped;
   return printer;
 }
@@ -83,7 +84,7 @@ class Performance {
         executableOwner_(executableOwner),
         source_(answerKind(plan.promptWasRead)),
         answersAreTyped_(source_ == AnswerSource::Kind::terminal && !plan.arguments.answer),
-        printer_(makePrinter(plan, environment, sink, answersAreTyped_)) {}
+        printer_(makePrinter(loop, plan, environment, sink, answersAreTyped_)) {}
 
   std::expected<int, UsageError> run() {
     AppModel& model = app_.model();

@@ -2,6 +2,7 @@
 // file, a dumb terminal and a user who set NO_COLOR get plain lines. Any thread.
 #pragma once
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 
@@ -21,6 +22,10 @@ class TerminalStyle {
   bool isLive() const { return isLive_; }
   /// The present size; 80 by 24 where there is none to ask for.
   terminal::Size size() const;
+  /// The columns that lines are made for on a terminal of so many. The last one stays free, since
+  /// some terminals wrap when it is written; of a very narrow one the lines are wrapped.
+  static int usable(int columns) { return std::max(columns - 1, narrowest); }
+  static constexpr int narrowest = 20;
 
   // Each gives the text back unchanged when the style is plain.
   std::string dim(std::string_view text) const { return wrapped("2", text); }

@@ -51,7 +51,7 @@ void TextTable::add(std::vector<TableCell> row) {
 std::vector<std::size_t> TextTable::widths(std::size_t columns) const {
   std::vector<std::size_t> natural;
   for (std::size_t i = 0; i < columns_.size(); ++i) {
-    std::size_t width = text::columnCount(columns_[i].heading);
+    std::size_t width = std::max(columns_[i].wanted, text::columnCount(columns_[i].heading));
     for (const auto& row : rows_) width = std::max(width, text::columnCount(row[i].text));
     natural.push_back(width);
   }

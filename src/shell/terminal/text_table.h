@@ -18,6 +18,8 @@ struct TableColumn {
   int leavesAt = 0;
   /// The beginning of a text is cut, not its end: for paths.
   bool cutsFront = false;
+  /// What texts take that stand elsewhere in the same table.
+  std::size_t wanted = 0;
 };
 
 struct TableCell {

@@ -5,6 +5,7 @@
 #include "platform/text.h"
 #include "presentation/response_formatting.h"
 #include "records/project_hook.h"
+#include "shell/terminal/activity_lines.h"
 #include "shell/terminal/answer_lines.h"
 #include "shell/terminal/permission_prompt.h"
 #include "shell/terminal/plain_words.h"
@@ -20,23 +21,11 @@ constexpr std::size_t hookLinesShown = 12;
 constexpr std::size_t taskIDShown = 8;  // characters, plenty to tell tasks apart
 constexpr std::string_view stoppedText = "Stopped by you.";
 constexpr std::string_view thoughtBar = "│ ";
-/// What the record of a tool call says when an update came without a title.
-constexpr std::string_view namelessTool = "Using a tool";
-
-bool hasEnded(std::string_view status) {
-  return status != "pending" && status != "in_progress";
-}
-
+/// Faster than this nobody reads, and a terminal should not have to draw.
+constexpr std::chrono::milliseconds betweenDraws{30};
 /// What it says is for people, where other tools have their input.
 bool isHook(const ChatEntry& entry) {
   return entry.kind == ChatEntryKind::tool && entry.title.value_or("").starts_with(hookEntryTitle);
-}
-
-std::string_view sign(std::string_view status) {
-  if (status == "completed") return "✓";
-  if (status == "failed" || status == "cancelled") return "✗";
-  if (status == "in_progress") return "▸";
-  return "○";
 }
 
 }  // namespace
@@ -44,11 +33,18 @@ std::string_view sign(std::string_view status) {
 // ---- blocks -------------------------------------------------------------------------------------
 
 void TranscriptPrinter::put(std::string_view bytes) {
+  if (bytes.empty()) return;
   if (std::exchange(statusShown_, false)) write_("\r\x1b[K");
   write_(bytes);
 }
 
 void TranscriptPrinter::endLine() {
+  if (answer_) {
+    putAnswer(answer_->leave(style_.size()));
+    answer_.reset();
+    nextDraw_.cancel();
+    atLineStart_ = true;
+  }
   if (!std::exchange(atLineStart_, true)) put("\n");
 }
 
@@ -72,8 +68,7 @@ void TranscriptPrinter::line(std::string_view styled) {
 }
 
 int TranscriptPrinter::usableColumns() const {
-  // The last column stays free: some terminals wrap when it is written.
-  return style_.isLive() ? std::max(style_.size().columns - 1, 20) : 1000;
+  return style_.isLive() ? TerminalStyle::usable(style_.size().columns) : 1000;
 }
 
 std::vector<std::string> TranscriptPrinter::linesOf(std::string_view text, std::size_t most) const {
@@ -140,6 +135,9 @@ void TranscriptPrinter::entryAdded(const ChatEntry& entry) {
 void TranscriptPrinter::entryReplaced(const ChatEntry& entry) {
   if (entry.kind == ChatEntryKind::tool) return showTool(entry);
   if (entry.kind == ChatEntryKind::user) return;  // the person knows these words
+  if (answer_ && streaming_ == entry.id && entry.text.starts_with(answerText_)) {
+    return textAdded(entry, std::string_view(entry.text).substr(answerText_.size()));
+  }
   streaming_.clear();
   entryAdded(entry);
 }
@@ -177,7 +175,46 @@ void TranscriptPrinter::showAnswer(const ChatEntry& entry) {
   }
 }
 
+void TranscriptPrinter::streamAnswer(const ChatEntry& entry, std::string_view text) {
+  if (!answer_ || streaming_ != entry.id) {
+    endLine();
+    streaming_ = entry.id;
+    isAnswerShown_ = false;
+    answer_.emplace(style_);
+    answerText_.clear();
+    if (std::string_view(entry.text).ends_with(text)) {
+      // What stands further up decides how the rest is to be read.
+      answerText_ = entry.text.substr(0, entry.text.size() - text.size());
+      answer_->append(answerText_);
+      answer_->skip();
+    }
+  }
+  answerText_ += text;
+  answer_->append(text);
+  if (!nextDraw_.isActive()) drawAnswer();
+}
+
+/// Its block begins with the first of it that can be seen.
+void TranscriptPrinter::putAnswer(std::string_view bytes) {
+  if (bytes.empty()) return;
+  if (!std::exchange(isAnswerShown_, true)) {
+    if (block_ != Block::none) put("\n");
+    block_ = Block::text;
+    drawn_.reset();
+    atLineStart_ = false;
+  }
+  put(bytes);
+}
+
+void TranscriptPrinter::drawAnswer() {
+  const std::string bytes = answer_->draw(style_.size());
+  putAnswer(bytes);
+  if (!queue_ || bytes.empty()) return;
+  nextDraw_ = queue_->after(betweenDraws, [this] { drawAnswer(); });
+}
+
 void TranscriptPrinter::stream(const ChatEntry& entry, std::string_view text) {
+  if (entry.kind == ChatEntryKind::assistant && style_.isLive()) return streamAnswer(entry, text);
   if (streaming_ != entry.id) {
     beginBlock(Block::text);
     streaming_ = entry.id;
@@ -202,28 +239,9 @@ void TranscriptPrinter::stream(const ChatEntry& entry, std::string_view text) {
   }
 }
 
-std::string TranscriptPrinter::bestTitle(const ChatEntry& entry) {
-  std::string title = onOneLine(entry.title.value_or(""));
-  if (title.empty() || title == namelessTool) {
-    const auto known = toolTitles_.find(entry.id);
-    return known == toolTitles_.end() ? std::string(namelessTool) : known->second;
-  }
-  toolTitles_.insert_or_assign(entry.id, title);
-  return title;
-}
-
-std::string TranscriptPrinter::toolLine(const ChatEntry& entry, std::string_view title) const {
-  const std::string status = entry.status.value_or("pending");
-  const bool needsWord = status != "completed" && hasEnded(status);
-  const std::string word = needsWord ? fmt::format(" ({})", onOneLine(status)) : std::string();
-  const int room = usableColumns() - 3 - static_cast<int>(word.size());
-  const std::string text = fmt::format("{} {}{}", sign(status), fitted(title, room), word);
-  if (status == "completed") return style_.green(text);
-  return hasEnded(status) ? style_.red(text) : style_.cyan(text);
-}
-
 void TranscriptPrinter::showHook(const ChatEntry& entry) {
-  std::vector<std::string> lines = {toolLine(entry, onOneLine(*entry.title))};
+  std::vector<std::string> lines = {
+      toolLine(entry, onOneLine(*entry.title), style_, usableColumns())};
   for (const auto& each : linesOf(entry.text, hookLinesShown)) {
     lines.push_back(style_.dim(fmt::format("    {}", each)));
   }
@@ -233,8 +251,8 @@ void TranscriptPrinter::showHook(const ChatEntry& entry) {
 void TranscriptPrinter::showTool(const ChatEntry& entry) {
   if (isHook(entry)) return showHook(entry);
   const std::string status = entry.status.value_or("pending");
-  const std::string title = bestTitle(entry);
-  const std::string text = toolLine(entry, title);
+  const std::string title = toolTitles_.best(entry);
+  const std::string text = toolLine(entry, title, style_, usableColumns());
   const auto known = openTools_.find(entry.id);
   const bool isNew = known == openTools_.end();
   const bool isLast = drawn_ && drawn_->entryID == entry.id;
@@ -251,13 +269,6 @@ void TranscriptPrinter::showTool(const ChatEntry& entry) {
 
 // ---- the plan -----------------------------------------------------------------------------------
 
-std::string TranscriptPrinter::planLine(const PlanEntry& entry) const {
-  const std::string text = fmt::format("  {} {}", sign(entry.status),
-                                       fitted(onOneLine(entry.content), usableColumns() - 5));
-  if (entry.status == "completed") return style_.green(text);
-  return entry.status == "in_progress" ? style_.cyan(text) : text;
-}
-
 void TranscriptPrinter::planReplaced(const std::vector<PlanEntry>& plan) {
   if (plan == plan_) return;
   agentWasHeard_ = true;
@@ -270,7 +281,7 @@ void TranscriptPrinter::planReplaced(const std::vector<PlanEntry>& plan) {
     std::vector<std::string> done;
     for (std::size_t i = 0; i < plan.size(); ++i) {
       const bool isNews = plan[i].status != earlier[i].status && hasEnded(plan[i].status);
-      if (isNews) done.push_back(planLine(plan[i]));
+      if (isNews) done.push_back(planLine(plan[i], style_, usableColumns()));
     }
     if (done.empty()) return;
     beginBlock(Block::plan);
@@ -279,7 +290,7 @@ void TranscriptPrinter::planReplaced(const std::vector<PlanEntry>& plan) {
   }
   if (plan.empty()) return;
   std::vector<std::string> lines = {style_.bold("Plan")};
-  for (const auto& entry : plan) lines.push_back(planLine(entry));
+  for (const auto& entry : plan) lines.push_back(planLine(entry, style_, usableColumns()));
   draw("", Block::plan, lines);
 }
 
@@ -315,6 +326,7 @@ void TranscriptPrinter::promptQueued(std::size_t waiting) {
 
 void TranscriptPrinter::interrupted() {
   if (!style_.isLive()) return;
+  if (answer_) put(answer_->mend());
   if (atLineStart_) {
     put("\r\x1b[K");
   } else {

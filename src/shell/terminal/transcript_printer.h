@@ -1,6 +1,6 @@
-// A run as a person wants to read it. Text streams; a tool call is one line and the plan one list,
-// which change in place while they are the last thing on a live terminal, and otherwise come again
-// at their end. Main queue.
+// A run as a person wants to read it. Text streams, and answers are laid out meanwhile on a live
+// terminal; a tool call is one line and the plan one list, which change in place while they are the
+// last thing on a live terminal, and otherwise come again at their end. Main queue.
 #pragma once
 
 #include <functional>
@@ -8,6 +8,9 @@
 #include <optional>
 #include <string>
 
+#include "platform/dispatch.h"
+#include "shell/terminal/activity_lines.h"
+#include "shell/terminal/answer_stream.h"
 #include "shell/terminal/run_observer.h"
 #include "shell/terminal/terminal_style.h"
 
@@ -16,7 +19,9 @@ namespace vantrell::shell {
 class TranscriptPrinter final : public RunObserver {
  public:
   using Write = std::function<void(std::string_view)>;
-  TranscriptPrinter(Write write, TerminalStyle style) : write_(std::move(write)), style_(style) {}
+  /// With a queue, the drawing of an answer that comes in many pieces is spread over time.
+  TranscriptPrinter(Write write, TerminalStyle style, MainQueue* queue = nullptr)
+      : write_(std::move(write)), style_(style), queue_(queue) {}
 
   /// Where a typed answer is read from a terminal, a question ends with a prompt for it.
   bool showsAnswerPrompt = false;
@@ -60,6 +65,9 @@ class TranscriptPrinter final : public RunObserver {
   void endLine();
   void line(std::string_view styled);
   void stream(const ChatEntry& entry, std::string_view text);
+  void streamAnswer(const ChatEntry& entry, std::string_view text);
+  void drawAnswer();
+  void putAnswer(std::string_view bytes);
   /// One that is whole, laid out.
   void showAnswer(const ChatEntry& entry);
   void showTool(const ChatEntry& entry);
@@ -68,25 +76,26 @@ class TranscriptPrinter final : public RunObserver {
   void showOutcome(const RunRecord& run);
   /// Draws over what `id` has on the screen if that is the last thing there, else a new block.
   void draw(std::string_view id, Block block, const std::vector<std::string>& lines);
-  /// The latest title that names the tool call: some agents give it once and leave it out later.
-  std::string bestTitle(const ChatEntry& entry);
-  std::string toolLine(const ChatEntry& entry, std::string_view title) const;
-  std::string planLine(const PlanEntry& entry) const;
   int usableColumns() const;
   /// Sanitized, at most so many unless this is a review.
   std::vector<std::string> linesOf(std::string_view text, std::size_t most) const;
 
   Write write_;
   TerminalStyle style_;
+  MainQueue* queue_;
   Block block_ = Block::none;
   bool atLineStart_ = true;
   bool statusShown_ = false;
-  bool agentWasHeard_ = false;  // anything at all but the prompt has come
-  std::string streaming_;       // id of the text entry whose text stands last
+  bool agentWasHeard_ = false;          // anything at all but the prompt has come
+  std::string streaming_;               // id of the text entry whose text stands last
+  std::optional<AnswerStream> answer_;  // of that entry, while it can be drawn over
+  bool isAnswerShown_ = false;
+  std::string answerText_;  // all that it was given
+  Timer nextDraw_;          // until then text gathers
   std::optional<Drawn> drawn_;
   /// Tool calls that have not ended, and what their line said last.
   std::map<std::string, std::string, std::less<>> openTools_;
-  std::map<std::string, std::string, std::less<>> toolTitles_;  // by entry, see bestTitle
+  ToolTitles toolTitles_;
   std::vector<PlanEntry> plan_;
   std::string goingOn_;  // the command, up to the prompt
   /// A run that has ended, until that is shown: at the end, or when the queue goes on.
