@@ -39,9 +39,11 @@ int main() {
       10,
       [&] {
         auto copy = entries;
-        return bench::timed([&] {
-          if (ToolGrouping::transcriptItems(std::move(copy)).empty()) std::abort();
-        });
+        std::vector<TranscriptItem> items;
+        const auto time =
+            bench::timed([&] { items = ToolGrouping::transcriptItems(std::move(copy)); });
+        if (items.empty()) std::abort();
+        return time;
       },
       [&] {
         std::vector<ChatEntry> copy;
