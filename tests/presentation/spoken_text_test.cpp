@@ -68,5 +68,15 @@ TEST(SpokenText, IsWhatTheExpressionsGive) {
   }
 }
 
+/// Going back to each beginning takes minutes for one of these.
+TEST(SpokenText, ReadsBeginningsWithoutAnEndOnce) {
+  for (const std::string_view piece : {"\n", "\r\n", "![", "[", "<", "`", "1", "#", "   \n"}) {
+    std::string text;
+    while (text.size() < 512 << 10) text += piece;
+    // Six signs of code become a sentence of 21.
+    EXPECT_LE(SpokenText::render(text).size(), 4 * text.size()) << piece;
+  }
+}
+
 }  // namespace
 }  // namespace vantrell
