@@ -14,15 +14,14 @@ constexpr std::size_t keptCheckpoints = 50;  // of one task, in its list
 
 }  // namespace
 
-TaskSafety::TaskSafety(MainQueue& main, WorkspaceTree& tree, Selection& selection,
-                       ExecutionTable& executions, GitDesk& git, const EnginePorts& ports)
-    : main_(main),
-      tree_(tree),
-      selection_(selection),
-      executions_(executions),
+TaskSafety::TaskSafety(EngineCore& core, GitDesk& git)
+    : main_(core.main),
+      tree_(core.tree),
+      selection_(core.selection),
+      executions_(core.executions),
       git_(git),
-      background_(ports.taskSafety.background),
-      service_(ports.taskSafety.supportFolder) {}
+      background_(core.ports.taskSafety.background),
+      service_(core.ports.taskSafety.supportFolder) {}
 
 // ---- the background -----------------------------------------------------------------------------
 

@@ -9,8 +9,8 @@ namespace {
 constexpr std::chrono::seconds pauseBetweenSaves{1};
 }  // namespace
 
-UsageDesk::UsageDesk(MainQueue& main, Changes& changes, OrchestrationStore& store)
-    : main_(main), changes_(changes), store_(store) {}
+UsageDesk::UsageDesk(EngineCore& core)
+    : main_(core.main), changes_(core.changes), store_(*core.orchestration) {}
 
 UsageDesk::~UsageDesk() {
   flush();

@@ -6,7 +6,7 @@
 #include <map>
 #include <vector>
 
-#include "engine/changes.h"
+#include "engine/engine_core.h"
 #include "platform/dispatch.h"
 #include "records/usage_ledger.h"
 #include "runtimes/provider_usage.h"
@@ -15,7 +15,7 @@ namespace vantrell {
 
 class UsageDesk {
  public:
-  UsageDesk(MainQueue& main, Changes& changes, OrchestrationStore& store);
+  explicit UsageDesk(EngineCore& core);
   /// flush().
   ~UsageDesk();
   UsageDesk(const UsageDesk&) = delete;

@@ -1,0 +1,24 @@
+#include "engine/engine_core.h"
+
+#include "records/orchestration_store.h"
+#include "records/workspace_store.h"
+
+namespace vantrell {
+
+EngineCore::EngineCore(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore& store,
+                       EnginePorts enginePorts, Executor* writer)
+    : main(mainQueue),
+      ports(std::move(enginePorts)),
+      settings(defaults, changes),
+      tree(main, store, changes, writer),
+      selection(defaults),
+      executions(main, selection, changes),
+      orchestration(std::make_unique<OrchestrationStore>(
+          store.supportFolder(), [this] { return main.now(); },
+          [this](const std::string& notice) {
+            changes.announce({.kind = Change::Kind::noticeRaised, .text = notice});
+          })) {}
+
+EngineCore::~EngineCore() = default;
+
+}  // namespace vantrell
