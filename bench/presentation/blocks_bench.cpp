@@ -1,7 +1,6 @@
 // Answers into blocks: a long one against cmark on the same bytes, one that streams against one
 // that comes at once, and hostile ones of twice the length against those of the length.
 #include <cmark.h>
-#include <ctime>
 #include <string>
 
 #include "presentation/incremental_blocks.h"
@@ -58,35 +57,13 @@ void stream(std::string_view text, std::size_t chunks) {
   growing.finish();
 }
 
-/// Of this thread: what else the machine does would fall on the longer work alone.
-template <typename Work>
-bench::Clock::duration processorTimeOf(Work work) {
-  const auto now = [] {
-    timespec time{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
-  };
-  const auto start = now();
-  work();
-  return now() - start;
-}
-
 auto whole(const std::string& text) {
   return [&text] {
     std::vector<ResponseBlock> blocks;
-    const auto time = processorTimeOf([&] { blocks = ResponseFormatting::blocks(text); });
+    bench::joinFreedMemory();
+    const auto time = bench::processorTimed([&] { blocks = ResponseFormatting::blocks(text); });
     if (blocks.empty()) std::abort();
     return time;
-  };
-}
-
-/// The second of two rounds: the first one pays for the memory that the other side has left in
-/// pieces (the allocator joins tens of thousands of freed nodes at the next large request).
-template <typename Round>
-auto settled(Round round) {
-  return [round] {
-    round();
-    return round();
   };
 }
 
@@ -94,12 +71,13 @@ int againstCmark() {
   const std::string text = answer(1 << 20);
   const auto parsed = [&text] {
     cmark_node* document = nullptr;
-    const auto time = processorTimeOf(
+    bench::joinFreedMemory();
+    const auto time = bench::processorTimed(
         [&] { document = cmark_parse_document(text.data(), text.size(), CMARK_OPT_DEFAULT); });
     cmark_node_free(document);
     return time;
   };
-  const auto found = bench::compare(40, settled(whole(text)), settled(parsed));
+  const auto found = bench::compare(40, whole(text), parsed);
   fmt::print("blocks of 1 MiB: {} us\n",
              std::chrono::duration_cast<std::chrono::microseconds>(found.ours).count());
   return bench::report({"blocks of 1 MiB of answer", "cmark's parse", 0.7}, found);
@@ -108,7 +86,7 @@ int againstCmark() {
 int streamed(std::string_view what, const std::string& text, double limit) {
   constexpr std::size_t chunks = 500;
   const auto found = bench::compare(
-      400, [&] { return processorTimeOf([&] { stream(text, chunks); }); }, whole(text));
+      400, [&] { return bench::processorTimed([&] { stream(text, chunks); }); }, whole(text));
   return bench::report({what, "one parse of the whole", limit}, found);
 }
 
@@ -125,7 +103,7 @@ int growsAsItsInput(std::string_view what, std::string_view beginning, std::stri
   const std::string once = of(bytes);
   const std::string twice = of(2 * bytes);
   const auto timing = [&work](const std::string& text) {
-    return [&] { return processorTimeOf([&] { work(text); }); };
+    return [&] { return bench::processorTimed([&] { work(text); }); };
   };
   // Quadratic would be 4; the rest is for caches and the noise of the machine, of which a second
   // look gets rid.
@@ -197,6 +175,7 @@ int linear() {
 }  // namespace
 
 int main() {
+  bench::keepFreedMemory();
   int status = againstCmark();
   status |= streamed("8 KiB of answer in 500 chunks", answer(8 << 10), 3);
   // A sentence may still join the one before it: the open paragraph is made anew.
