@@ -10,7 +10,9 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <ctime>
 #include <fmt/format.h>
+#include <malloc.h>
 #include <string_view>
 #include <sys/resource.h>
 #include <vector>
@@ -40,6 +42,37 @@ Clock::duration timed(Body&& body) {
   const auto start = Clock::now();
   body();
   return Clock::now() - start;
+}
+
+/// The processor time of this thread that one call takes: what else the machine does would fall on
+/// the longer of two works alone.
+template <typename Body>
+Clock::duration processorTimed(Body&& body) {
+  const auto now = [] {
+    timespec time{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+  };
+  const auto start = now();
+  body();
+  return now() - start;
+}
+
+/// For what allocates much: from here on freed memory stays with the program. Otherwise each round
+/// has the kernel clear new pages for it, at a price that has to do with the machine and its load
+/// and nothing with the work.
+inline void keepFreedMemory() {
+  constexpr int all = 1 << 30;  // bytes
+  mallopt(M_TRIM_THRESHOLD, all);
+  mallopt(M_MMAP_THRESHOLD, all);
+}
+
+/// Has the allocator join now what was freed in small pieces. It does so at the next large request,
+/// and then one work pays for what the other one has freed.
+inline void joinFreedMemory() {
+  constexpr std::size_t large = 1 << 20;  // bytes
+  void* volatile memory = std::malloc(large);
+  std::free(memory);
 }
 
 /// The processor time of this program so far, that of all its threads and not of its children.

@@ -26,21 +26,17 @@ Uuid Uuid::random() {
 
 void Uuid::random(std::span<Uuid> ids) {
   static_assert(sizeof(Uuid) == 16);
-  constexpr std::size_t idsAtOnce = 256 / sizeof(Uuid);
-  while (!ids.empty()) {
-    const auto some = ids.first(std::min(ids.size(), idsAtOnce));
-    // Up to 256 bytes come whole once the system's generator is seeded; before that the call waits
-    // and a signal may interrupt it.
-    while (getrandom(some.data(), some.size_bytes(), 0) !=
-           static_cast<ssize_t>(some.size_bytes())) {
-      // Without the generator there are no unique identifiers, and records would overwrite others.
-      if (errno != EINTR) std::abort();
-    }
-    for (Uuid& id : some) {
-      id.bytes_[6] = static_cast<std::uint8_t>((id.bytes_[6] & 0x0F) | 0x40);  // version 4
-      id.bytes_[8] = static_cast<std::uint8_t>((id.bytes_[8] & 0x3F) | 0x80);  // RFC 9562 variant
-    }
-    ids = ids.subspan(some.size());
+  std::span<std::byte> rest = std::as_writable_bytes(ids);
+  while (!rest.empty()) {
+    const ssize_t got = getrandom(rest.data(), rest.size(), 0);
+    // Without the generator there are no unique identifiers, and records would overwrite others.
+    if (got < 0 && errno != EINTR) std::abort();
+    // A signal may cut short what is longer than 256 bytes.
+    if (got > 0) rest = rest.subspan(static_cast<std::size_t>(got));
+  }
+  for (Uuid& id : ids) {
+    id.bytes_[6] = static_cast<std::uint8_t>((id.bytes_[6] & 0x0F) | 0x40);  // version 4
+    id.bytes_[8] = static_cast<std::uint8_t>((id.bytes_[8] & 0x3F) | 0x80);  // RFC 9562 variant
   }
 }
 

@@ -9,6 +9,7 @@ namespace vantrell {
 
 namespace {
 
+constexpr std::size_t lowestLevel = 6;  // of headings
 constexpr int deepest = 6;
 constexpr int columnsPerDepth = 2;
 constexpr int columnsPerTab = 4;
@@ -124,8 +125,9 @@ LineReading LineReader::reading(std::string_view text, bool opensParagraph) {
     return reading;
   }
   if (line[0] == '#') {
-    const std::size_t level = std::min(line.find_first_not_of('#'), line.size());
-    if (level <= 6 && level < line.size() && line[level] == ' ') {
+    std::size_t level = 1;
+    while (level <= lowestLevel && level < line.size() && line[level] == '#') ++level;
+    if (level <= lowestLevel && level < line.size() && line[level] == ' ') {
       reading.kind = Kind::heading;
       reading.level = static_cast<int>(level);
       reading.begin = contentBegin_ + level + 1;

@@ -112,8 +112,8 @@ std::string withoutLineMarks(std::string_view text) {
     std::size_t mark = line;
     for (int i = 0; i < mostBlanks; ++i) mark += white::at(text, mark);
     const std::size_t markEnd = endOfLineMark(text, mark);
-    const std::size_t end = white::skip(text, markEnd, white::at);
-    if (markEnd > mark && end > markEnd) {
+    const std::size_t end = markEnd > mark ? white::skip(text, markEnd, white::at) : mark;
+    if (end > markEnd) {
       out.append(text, copied, line - copied);
       copied = end;
       // The next beginning of a line may be right here.

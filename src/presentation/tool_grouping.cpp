@@ -24,6 +24,7 @@ constexpr std::string_view summaryKeys[] = {"command", "file_path", "path", "que
 std::string normalized(std::string_view title) {
   const std::string lower = text::lowercased(title);
   std::string normal;
+  normal.reserve(lower.size());
   bool isInBlank = false;
   for (std::size_t at = 0; at < lower.size();) {
     const bool isDash = lower[at] == '_' || lower[at] == '-';

@@ -61,86 +61,36 @@ class AnswerMaker {
 
   /// As agents write, with lines that are almost something else now and then.
   std::string answer() {
-    static constexpr std::string_view pieces[] = {"# Title\n",
-                                                  "## Two  words ##\n",
-                                                  "- one\n",
-                                                  "  * two\n",
-                                                  "\t\t+ deep\n",
-                                                  "\xE2\x80\xA2 round\n",
-                                                  "- [ ] open\n",
-                                                  "- [x] done\n",
-                                                  "- [X]none\n",
-                                                  "1. first\n",
-                                                  "  12) second\n",
-                                                  "007. agent\n",
-                                                  "> quoted\n",
-                                                  ">\n",
-                                                  "---\n",
-                                                  "* * *\n",
-                                                  "- -\n",
-                                                  "```cpp\nint a;\n",
-                                                  "```\n",
-                                                  "  x = 1;  \n\n",
-                                                  "a | b\n",
-                                                  "|---|:---:|\n",
-                                                  "---|---\n",
-                                                  "| 1 | 2 |\n",
-                                                  "|1|2|3|\n",
-                                                  "--|---\n",
-                                                  "\n",
-                                                  "\n\n",
-                                                  "\r\n",
-                                                  "\r",
-                                                  "text",
-                                                  " and more",
-                                                  ". Then it ends",
-                                                  "!Now",
-                                                  " \xF0\x9F\x91\xA9\xE2\x80\x8D\xF0\x9F\x92\xBB ",
-                                                  "e\xCC\x81",
-                                                  "\xE6\xBC\xA2\xE5\xAD\x97",
-                                                  "\xC2\xA0",
-                                                  "\xE3\x80\x80",
-                                                  "\f",
-                                                  "1. \f",
-                                                  "\xE2\x80\xA8",
-                                                  "   ",
-                                                  "-",
-                                                  "|",
-                                                  ":",
-                                                  "`",
-                                                  "#",
-                                                  "9",
-                                                  "*",
-                                                  "\n- "};
+    // A "~" ends each.
+    static const auto pieces = text::split(
+        std::string_view(
+            "# Title\n~## Two  words ##\n~- one\n~  * two\n~\t\t+ deep\n~\xE2\x80\xA2 round\n~"
+            "- [ ] open\n~- [x] done\n~- [X]none\n~1. first\n~  12) second\n~007. agent\n~0) \n~"
+            "> quoted\n~>\n~---\n~* * *\n~- -\n~```cpp\nint a;\n~```\n~``` end\n~  x = 1;  \n\n~"
+            "a | b\n~|---|:---:|\n~---|---\n~| 1 | 2 |\n~|1|2|3|\n~| |\n~--|---\n~\n~\n\n~\r\n~\r~"
+            "text~ and more~. Then it ends~!Now~ \xF0\x9F\x91\xA9\xE2\x80\x8D\xF0\x9F\x92\xBB ~"
+            "e\xCC\x81~\xE6\xBC\xA2\xE5\xAD\x97~\xC2\xA0~\xE3\x80\x80~\f~1. \f~\xE2\x80\xA8~   ~-~"
+            "|~:~`~#~9~*~\n- ~"),
+        '~');
+    static constexpr std::string_view broken[] = {"\xE6\xBC", "\xFF", std::string_view("\0", 1),
+                                                  "\xF0\x9F\x91", "\xA8"};
     std::string text;
     if (below(3) == 0) text += prose(300 + below(300));
-    text += of(pieces, below(40));
+    const bool isBroken = below(8) == 0;
+    for (std::size_t i = below(40); i > 0; --i) {
+      text += isBroken && below(6) == 0 ? pick(broken) : pick(pieces);
+    }
     if (below(4) == 0) text += prose(below(500));
     return text;
   }
 
   /// Sentences on one line (with few breaks).
   std::string prose(std::size_t bytes) {
-    static constexpr std::string_view words[] = {"the ",
-                                                 "parser ",
-                                                 "reads. ",
-                                                 "It ",
-                                                 "works.Then ",
-                                                 "stops! ",
-                                                 "Why?",
-                                                 "Abc",
-                                                 "9 ",
-                                                 "\xC3\xA9t\xC3\xA9 ",
-                                                 "see e.g.Foo9 ",
-                                                 "a | b ",
-                                                 "quickly ",
-                                                 "over ",
-                                                 "all of the lines ",
-                                                 ".T",
-                                                 ".Th",
-                                                 ".The",
-                                                 "\xCC\x81",
-                                                 "\xE3\x80\x82"};
+    static const auto words = text::split(
+        std::string_view("the ~parser ~reads. ~It ~works.Then ~stops! ~Why?~Abc~9 ~"
+                         "\xC3\xA9t\xC3\xA9 ~see e.g.Foo9 ~a | b ~quickly ~over ~all of the lines ~"
+                         ".T~.Th~.The~\xCC\x81~\xE3\x80\x82"),
+        '~');
     std::string text;
     while (text.size() < bytes) text += below(150) == 0 ? "\n" : pick(words);
     return text;

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "presentation/answer_texts.h"
+#include "presentation/kept_text.h"
 
 namespace vantrell {
 namespace {
@@ -54,6 +55,13 @@ TEST(ResponseFormatting, TakesLinesAsTheirMarksSay) {
       if (block.starts_with("table")) block += ": ";
     }
     EXPECT_THAT(described(ResponseFormatting::blocks(text)), ElementsAreArray(blocks)) << text;
+  }
+}
+
+TEST(ResponseFormatting, LosesNothingButTheMarksOfTheLayout) {
+  for (unsigned seed = 0; seed < 5000; ++seed) {
+    const std::string text = AnswerMaker(seed).answer();
+    ASSERT_EQ(lostOf(text), "") << "seed " << seed << " of:\n" << text;
   }
 }
 
