@@ -85,7 +85,7 @@ class Sequence {
       repository_.file("outside/kept", "two\n");
       if (below(2) == 0) repository_.git({"add", "outside"});
     }
-    const Tree second = tree();
+    const Tree second = treeOf(project_, false);
     const auto secondIndex = index();
     const auto secondIgnored = ignored();
     const auto everything = outside();
@@ -98,7 +98,7 @@ class Sequence {
       EXPECT_FALSE(restored.error().mayHaveChangedFiles) << restored.error().description();
       EXPECT_TRUE(restored.error().message.contains("Nothing was changed"))
           << restored.error().description();
-      EXPECT_EQ(tree(), second);
+      EXPECT_EQ(treeOf(project_, false), second);
       EXPECT_EQ(index(), secondIndex);
       return;
     }
@@ -115,7 +115,7 @@ class Sequence {
     if (!undone) return;
     show("undone");
     EXPECT_EQ(index(), secondIndex);
-    const Tree back = tree();
+    const Tree back = treeOf(project_, false);
     for (const auto& [path, what] : second) {
       const auto found = back.find(path);
       // Git does not list an empty folder that its rules ignore.
@@ -143,7 +143,8 @@ class Sequence {
 
   // What there is.
 
-  /// A file that git takes for unchanged comes back as git writes it, with its line ends.
+  /// A file that git took for unchanged comes back as git writes it, with its line ends; only what
+  /// a restore writes over is saved with its own.
   Tree tree() const { return treeOf(project_, convertsLineEnds_); }
   /// To find out about a sequence that failed.
   void show(std::string_view when) const {
