@@ -61,11 +61,14 @@ TaskSafetyResult<> recordExactBytes(const PatchGit& git, const std::vector<std::
       if (tab == line.npos) continue;
       const std::string path = line.substr(tab + 1);
       if (!isConverted(line, byDefault) && !filtered->contains(path)) continue;
+      const std::string place = fmt::format("{}/{}", git.path(), path);
+      // A folder that is there for nothing would take the place of a file when it goes back.
+      if (!standsAt(place)) continue;
       if (auto made = secureDirectory(folder); !made) return made;
       if (auto made = makeParents(folder, path, false, git.path()); !made) return made;
       const std::string copy = fmt::format("{}/{}", folder, path);
       ::unlink(copy.c_str());
-      auto copied = copyItem(fmt::format("{}/{}", git.path(), path), copy, budget);
+      auto copied = copyItem(place, copy, budget);
       if (!copied) return copied;
     }
   }
