@@ -1,6 +1,7 @@
 #include "engine/app_model.h"
 
 #include "engine/open_tools.h"
+#include "platform/weakly.h"
 #include "records/orchestration_store.h"
 #include "records/workspace_store.h"
 
@@ -19,7 +20,7 @@ AppModel::AppModel(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore&
           [this](const std::string& notice) {
             changes.announce({.kind = Change::Kind::noticeRaised, .text = notice});
           })),
-      usage(main, changes, *orchestration),
+      usage(main, changes, *orchestration, writer),
       runtimes(std::make_shared<RuntimeDesk>(changes, ports_.runtimes)),
       imagine(
           std::make_shared<ImagineDesk>(main, settings, executions, *runtimes, changes, ports_)),
@@ -46,6 +47,14 @@ AppModel::AppModel(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore&
       safety(std::make_shared<TaskSafety>(main, tree, selection, executions, *git, ports_)) {
   executions.onEnded = [this](ThreadExecutionRuntime& execution, const ThreadExecutionKey& key) {
     endOpenTools(execution, key, tree);
+  };
+  executions.onRunAbandoned = [this](const Uuid& runID, const ThreadExecutionKey& key) {
+    tree.updateRun(runID, key, [this](RunRecord& run) {
+      if (!isActive(run.status)) return;
+      run.status = RunRecordStatus::cancelled;
+      run.statusMessage = "Stopped: the connection to the agent was reset.";
+      run.completedAt = main.now();
+    });
   };
   approvals.stopTask = [this] { driver->stopWorking(); };
   runtimes->showError = [this](std::string text) { executions.showError(std::move(text)); };
@@ -79,7 +88,9 @@ void AppModel::startUp() {
   ports_.configureRemoteHost();
   if (ports_.runtimes.refreshesAtStart) {
     runtimes->refreshAll();
-    catalog->refreshSessionControls();  // the local runtime's with it
+    setup.refreshLocalRuntime();
+    // A program that only the user's own PATH leads to, or to its interpreter, is asked as well.
+    runtimes->readUserPath(weakly(catalog.get(), [](ModelCatalog& self) { self.askPrograms(); }));
   }
   git->refreshGitSnapshot();
   ports_.configureExternalSessionImport();

@@ -30,24 +30,30 @@ std::optional<Json> OrchestrationStore::loadJson(std::string_view name) {
   return std::nullopt;
 }
 
-files::Result<> OrchestrationStore::saveText(std::string_view text, std::string_view name) {
+OrchestrationStore::Write OrchestrationStore::prepareText(std::string text, std::string_view name) {
+  if (auto kept = keepUnreadable(name); !kept) return [kept] { return kept; };
+  return [path = url(name), text = std::move(text)]() -> files::Result<> {
+    if (auto made = files::createOwnerOnlyFolder(files::parent(path)); !made) return made;
+    const auto json = json::parse(text);
+    return files::writeAtomically(path, json ? json::writePrettySorted(*json) : text, 0600);
+  };
+}
+
+files::Result<> OrchestrationStore::keepUnreadable(std::string_view name) {
+  const auto unread = unreadable_.find(name);
+  if (unread == unreadable_.end()) return {};
   const std::string path = url(name);
-  if (auto made = files::createOwnerOnlyFolder(files::parent(path)); !made) return made;
-  if (const auto unread = unreadable_.find(name); unread != unreadable_.end()) {
-    const auto kept = files::keepAside(path, now_());
-    // Somebody may have taken it away since.
-    if (!kept && kept.error().code != std::errc::no_such_file_or_directory) {
-      return std::unexpected(kept.error());
-    }
-    if (kept) {
-      notice_(fmt::format("{} could not be read ({}). It was kept as \"{}\"; a new one begins.",
-                          path, unread->second, *kept));
-    }
-    unreadable_.erase(unread);
+  const auto kept = files::keepAside(path, now_());
+  // Somebody may have taken it away since.
+  if (!kept && kept.error().code != std::errc::no_such_file_or_directory) {
+    return std::unexpected(kept.error());
   }
-  const auto json = json::parse(text);
-  return files::writeAtomically(path, json ? json::writePrettySorted(*json) : std::string(text),
-                                0600);
+  if (kept) {
+    notice_(fmt::format("{} could not be read ({}). It was kept as \"{}\"; a new one begins.", path,
+                        unread->second, *kept));
+  }
+  unreadable_.erase(unread);
+  return {};
 }
 
 void OrchestrationStore::markUnreadable(std::string_view name, std::string reason) {
