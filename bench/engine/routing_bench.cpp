@@ -12,7 +12,6 @@
 #include "platform/process.h"
 #include "platform/user_defaults.h"
 #include "ratio.h"
-#include "records/orchestration_store.h"
 #include "records/workspace_store.h"
 #include "runtimes/tasklet/tasklet_webhook.h"
 
@@ -60,25 +59,19 @@ int main() {
   ports.isTaskletConfigured = [] { return true; };
 
   WorkspaceStore store(*defaults, folder.path());
-  OrchestrationStore records(folder.path(), [&] { return main.now(); }, [](const auto&) {});
-  Changes changes;
-  Settings settings(*defaults, changes);
-  WorkspaceTree tree(main, store, changes);
-  tree.load();
-  Selection selection(*defaults);
-  ExecutionTable executions(main, selection, changes);
-  UsageDesk usage(main, changes, records);
-  ProviderSetup setup(settings, tree, selection, executions, ports);
-  RuntimeDesk runtimes(changes, {});
-  const auto imagine =
-      std::make_shared<ImagineDesk>(main, settings, executions, runtimes, changes, ports);
-  Approvals approvals(main, settings, tree, selection, executions, *imagine, ports);
-  Router router(main, settings, tree, selection, executions, approvals, setup, usage, ports);
+  EngineCore core(main, *defaults, store, ports);
+  core.tree.load();
+  UsageDesk usage(core);
+  ProviderSetup setup(core);
+  RuntimeDesk runtimes(core.changes, {});
+  const auto imagine = std::make_shared<ImagineDesk>(core, runtimes);
+  Approvals approvals(core, *imagine);
+  Router router(core, approvals, setup, usage);
 
-  const Workspace& general = tree.workspaces().front();
+  const Workspace& general = core.tree.workspaces().front();
   const ThreadExecutionKey key{general.id, general.threads.front().id};
-  selection.select(key.workspaceID, key.threadID);
-  executions.execution(key).activeProvider = AgentProvider::local;
+  core.selection.select(key.workspaceID, key.threadID);
+  core.executions.execution(key).activeProvider = AgentProvider::local;
   // All but the last of the order are used up, so that all are looked at.
   for (const auto each : allAgentProviders) {
     usage.discovered({.provider = each,

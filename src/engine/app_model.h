@@ -1,14 +1,12 @@
-// The owner of application state: it makes the desks that work on it, in the order of their
-// dependencies, and brings them up. It has no rules of its own. Main queue.
+// The owner of application state: the core, and the desks that work on it, made in the order of
+// their dependencies and brought up. It has no rules of its own. Main queue.
 #pragma once
 
 #include <memory>
 
 #include "engine/approvals.h"
-#include "engine/changes.h"
 #include "engine/client_starter.h"
-#include "engine/engine_ports.h"
-#include "engine/execution_table.h"
+#include "engine/engine_core.h"
 #include "engine/git_desk.h"
 #include "engine/hook_desk.h"
 #include "engine/imagine_desk.h"
@@ -19,22 +17,17 @@
 #include "engine/review_desk.h"
 #include "engine/router.h"
 #include "engine/runtime_desk.h"
-#include "engine/selection.h"
 #include "engine/session_controls.h"
 #include "engine/session_intake.h"
-#include "engine/settings.h"
 #include "engine/task_driver.h"
 #include "engine/task_safety.h"
 #include "engine/turn_failures.h"
 #include "engine/usage_desk.h"
 #include "engine/usage_reset.h"
-#include "engine/workspace_tree.h"
 
 namespace vantrell {
 
-class OrchestrationStore;
-
-class AppModel {
+class AppModel : public EngineCore {
  public:
   /// Everything given must outlive the model. Making it performs the whole start-up. Conversations
   /// are written on `writer`; without one, on the main queue.
@@ -42,26 +35,11 @@ class AppModel {
            Executor* writer = nullptr);
   /// endAllWork().
   ~AppModel();
-  AppModel(const AppModel&) = delete;
-  AppModel& operator=(const AppModel&) = delete;
 
   /// Ends every client. What the transcripts were before an unfinished replay, they are again. All
   /// of it is on the disk when this returns; a failure to save is announced as always.
   void endAllWork();
 
-  MainQueue& main;
-
- private:
-  const EnginePorts ports_;  // before the desks: they hold it
-
- public:
-  Changes changes;
-  Settings settings;
-  WorkspaceTree tree;
-  Selection selection;
-  ExecutionTable executions;
-  /// Keeps the small records; for .cpp files, which include its header.
-  const std::unique_ptr<OrchestrationStore> orchestration;
   UsageDesk usage;
   const std::shared_ptr<RuntimeDesk> runtimes;
   const std::shared_ptr<ImagineDesk> imagine;

@@ -7,15 +7,14 @@
 
 namespace vantrell {
 
-Approvals::Approvals(MainQueue& main, Settings& settings, WorkspaceTree& tree, Selection& selection,
-                     ExecutionTable& executions, ImagineDesk& imagine, const EnginePorts& ports)
-    : main_(main),
-      settings_(settings),
-      tree_(tree),
-      selection_(selection),
-      executions_(executions),
+Approvals::Approvals(EngineCore& core, ImagineDesk& imagine)
+    : main_(core.main),
+      settings_(core.settings),
+      tree_(core.tree),
+      selection_(core.selection),
+      executions_(core.executions),
       imagine_(imagine),
-      ports_(ports) {}
+      ports_(core.ports) {}
 
 void Approvals::requestArrived(PermissionRequest request, const ThreadExecutionKey& key) {
   ThreadExecutionRuntime& execution = executions_.execution(key);

@@ -5,18 +5,14 @@
 
 #include <string>
 
-#include "engine/engine_ports.h"
-#include "engine/execution_table.h"
+#include "engine/engine_core.h"
 #include "engine/imagine_desk.h"
-#include "engine/settings.h"
-#include "engine/workspace_tree.h"
 
 namespace vantrell {
 
 class Approvals {
  public:
-  Approvals(MainQueue& main, Settings& settings, WorkspaceTree& tree, Selection& selection,
-            ExecutionTable& executions, ImagineDesk& imagine, const EnginePorts& ports);
+  Approvals(EngineCore& core, ImagineDesk& imagine);
 
   /// A question of the conversation's client; it replaces one that is still open.
   void requestArrived(PermissionRequest request, const ThreadExecutionKey& key);

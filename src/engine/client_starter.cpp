@@ -15,12 +15,12 @@ void noteProvider(RunRecord& run, AgentProvider provider, const ChatThread& thre
   run.effort = thread.effort(provider);
 }
 
-ClientStarter::ClientStarter(MainQueue& main, WorkspaceTree& tree, ExecutionTable& executions,
-                             SessionIntake& intake, Approvals& approvals, TurnFailures& failures,
-                             ProviderSetup& setup, ModelCatalog& catalog, UsageDesk& usage)
-    : main_(main),
-      tree_(tree),
-      executions_(executions),
+ClientStarter::ClientStarter(EngineCore& core, SessionIntake& intake, Approvals& approvals,
+                             TurnFailures& failures, ProviderSetup& setup, ModelCatalog& catalog,
+                             UsageDesk& usage)
+    : main_(core.main),
+      tree_(core.tree),
+      executions_(core.executions),
       intake_(intake),
       approvals_(approvals),
       failures_(failures),

@@ -7,11 +7,10 @@
 #include <string>
 
 #include "engine/approvals.h"
-#include "engine/execution_table.h"
+#include "engine/engine_core.h"
 #include "engine/model_catalog.h"
 #include "engine/session_intake.h"
 #include "engine/turn_failures.h"
-#include "engine/workspace_tree.h"
 
 namespace vantrell {
 
@@ -21,9 +20,9 @@ void noteProvider(RunRecord& run, AgentProvider provider, const ChatThread& thre
 
 class ClientStarter : public std::enable_shared_from_this<ClientStarter> {
  public:
-  ClientStarter(MainQueue& main, WorkspaceTree& tree, ExecutionTable& executions,
-                SessionIntake& intake, Approvals& approvals, TurnFailures& failures,
-                ProviderSetup& setup, ModelCatalog& catalog, UsageDesk& usage);
+  ClientStarter(EngineCore& core, SessionIntake& intake, Approvals& approvals,
+                TurnFailures& failures, ProviderSetup& setup, ModelCatalog& catalog,
+                UsageDesk& usage);
 
   /// Makes and starts a client for the run (absent: for no run); `afterReady` follows when its
   /// session is open. Every failure ends the run with its text.

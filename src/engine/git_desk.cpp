@@ -4,9 +4,8 @@
 
 namespace vantrell {
 
-GitDesk::GitDesk(const WorkspaceTree& tree, const Selection& selection, Changes& changes,
-                 const EnginePorts& ports)
-    : tree_(tree), selection_(selection), changes_(changes), ports_(ports) {}
+GitDesk::GitDesk(EngineCore& core)
+    : tree_(core.tree), selection_(core.selection), changes_(core.changes), ports_(core.ports) {}
 
 GitDesk::~GitDesk() {
   reading_.request_stop();

@@ -6,18 +6,14 @@
 #include <memory>
 #include <stop_token>
 
-#include "engine/changes.h"
-#include "engine/engine_ports.h"
-#include "engine/selection.h"
-#include "engine/workspace_tree.h"
+#include "engine/engine_core.h"
 #include "records/git_workspace_snapshot.h"
 
 namespace vantrell {
 
 class GitDesk : public std::enable_shared_from_this<GitDesk> {
  public:
-  GitDesk(const WorkspaceTree& tree, const Selection& selection, Changes& changes,
-          const EnginePorts& ports);
+  explicit GitDesk(EngineCore& core);
   /// Ends what is being read.
   ~GitDesk();
   GitDesk(const GitDesk&) = delete;

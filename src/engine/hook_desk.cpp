@@ -6,15 +6,13 @@
 
 namespace vantrell {
 
-HookDesk::HookDesk(MainQueue& main, WorkspaceTree& tree, Selection& selection,
-                   ExecutionTable& executions, ProjectContextDesk& contexts,
-                   const EnginePorts& ports)
-    : main_(main),
-      tree_(tree),
-      selection_(selection),
-      executions_(executions),
+HookDesk::HookDesk(EngineCore& core, ProjectContextDesk& contexts)
+    : main_(core.main),
+      tree_(core.tree),
+      selection_(core.selection),
+      executions_(core.executions),
       contexts_(contexts),
-      ports_(ports) {}
+      ports_(core.ports) {}
 
 std::optional<Uuid> HookDesk::addProjectHook(ProjectHookEvent event,
                                              std::string_view relativeExecutablePath,

@@ -10,18 +10,14 @@
 #include <string>
 #include <string_view>
 
-#include "engine/engine_ports.h"
-#include "engine/execution_table.h"
+#include "engine/engine_core.h"
 #include "engine/project_context_desk.h"
-#include "engine/selection.h"
-#include "engine/workspace_tree.h"
 
 namespace vantrell {
 
 class HookDesk : public std::enable_shared_from_this<HookDesk> {
  public:
-  HookDesk(MainQueue& main, WorkspaceTree& tree, Selection& selection, ExecutionTable& executions,
-           ProjectContextDesk& contexts, const EnginePorts& ports);
+  HookDesk(EngineCore& core, ProjectContextDesk& contexts);
 
   /// Adds a hook to the selected project, or to the one that is given. Whether there is such a file
   /// is seen when it runs. A path that is empty or absolute is refused in the interface's error

@@ -13,17 +13,16 @@ namespace {
 constexpr AgentProvider provider = AgentProvider::grok;
 }
 
-ImagineDesk::ImagineDesk(MainQueue& main, Settings& settings, ExecutionTable& executions,
-                         RuntimeDesk& runtimes, Changes& changes, const EnginePorts& ports)
-    : main_(main),
-      settings_(settings),
-      executions_(executions),
+ImagineDesk::ImagineDesk(EngineCore& core, RuntimeDesk& runtimes)
+    : main_(core.main),
+      settings_(core.settings),
+      executions_(core.executions),
       runtimes_(runtimes),
-      changes_(changes),
-      ports_(ports),
+      changes_(core.changes),
+      ports_(core.ports),
       store_(
-          ports.imagine.supportFolder, [&main] { return main.now(); },
-          [&changes](const std::string& text) {
+          core.ports.imagine.supportFolder, [&main = core.main] { return main.now(); },
+          [&changes = core.changes](const std::string& text) {
             changes.announce({.kind = Change::Kind::noticeRaised, .text = text});
           }) {}
 

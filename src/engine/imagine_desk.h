@@ -11,17 +11,14 @@
 #include <vector>
 
 #include "engine/connection_state.h"
-#include "engine/engine_ports.h"
-#include "engine/execution_table.h"
-#include "engine/settings.h"
+#include "engine/engine_core.h"
 #include "records/imagine_store.h"
 
 namespace vantrell {
 
 class ImagineDesk : public std::enable_shared_from_this<ImagineDesk> {
  public:
-  ImagineDesk(MainQueue& main, Settings& settings, ExecutionTable& executions,
-              RuntimeDesk& runtimes, Changes& changes, const EnginePorts& ports);
+  ImagineDesk(EngineCore& core, RuntimeDesk& runtimes);
   ~ImagineDesk();
 
   /// Reads the library.

@@ -5,9 +5,8 @@
 
 namespace vantrell {
 
-ModelCatalog::ModelCatalog(MainQueue& main, ProviderSetup& setup, UsageDesk& usage,
-                           Changes& changes, const EnginePorts& ports)
-    : main_(main), setup_(setup), usage_(usage), changes_(changes), ports_(ports) {}
+ModelCatalog::ModelCatalog(EngineCore& core, ProviderSetup& setup, UsageDesk& usage)
+    : main_(core.main), setup_(setup), usage_(usage), changes_(core.changes), ports_(core.ports) {}
 
 ModelCatalog::ModelOptions ModelCatalog::options(AgentProvider provider) const {
   const auto known = options_.find(provider);

@@ -6,6 +6,7 @@
 #include <memory>
 #include <vector>
 
+#include "engine/engine_core.h"
 #include "engine/provider_setup.h"
 #include "engine/usage_desk.h"
 #include "runtimes/provider_options.h"
@@ -16,8 +17,7 @@ class ModelCatalog : public std::enable_shared_from_this<ModelCatalog> {
  public:
   using ModelOptions = std::vector<ProviderModelOption>;
 
-  ModelCatalog(MainQueue& main, ProviderSetup& setup, UsageDesk& usage, Changes& changes,
-               const EnginePorts& ports);
+  ModelCatalog(EngineCore& core, ProviderSetup& setup, UsageDesk& usage);
 
   /// What is known by now; a provider that nobody has asked about is absent.
   const std::map<AgentProvider, ModelOptions>& providerModelOptions() const { return options_; }

@@ -6,16 +6,14 @@
 
 namespace vantrell {
 
-Operations::Operations(MainQueue& main, WorkspaceTree& tree, Selection& selection,
-                       ExecutionTable& executions, ProjectContextDesk& context, GitDesk& git,
-                       const EnginePorts& ports)
-    : main_(main),
-      tree_(tree),
-      selection_(selection),
-      executions_(executions),
+Operations::Operations(EngineCore& core, ProjectContextDesk& context, GitDesk& git)
+    : main_(core.main),
+      tree_(core.tree),
+      selection_(core.selection),
+      executions_(core.executions),
       context_(context),
       git_(git),
-      ports_(ports) {}
+      ports_(core.ports) {}
 
 namespace {
 

@@ -11,13 +11,10 @@
 #include <string_view>
 #include <vector>
 
-#include "engine/engine_ports.h"
-#include "engine/execution_table.h"
+#include "engine/engine_core.h"
 #include "engine/git_desk.h"
 #include "engine/project_context_desk.h"
 #include "engine/run_activity.h"
-#include "engine/selection.h"
-#include "engine/workspace_tree.h"
 
 namespace vantrell {
 
@@ -29,8 +26,7 @@ struct RecentTaskReference {
 
 class Operations {
  public:
-  Operations(MainQueue& main, WorkspaceTree& tree, Selection& selection, ExecutionTable& executions,
-             ProjectContextDesk& context, GitDesk& git, const EnginePorts& ports);
+  Operations(EngineCore& core, ProjectContextDesk& context, GitDesk& git);
 
   // Selection.
 

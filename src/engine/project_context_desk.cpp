@@ -14,15 +14,13 @@ namespace {
 constexpr std::size_t longestBody = 18'000;  // user-perceived characters
 }
 
-ProjectContextDesk::ProjectContextDesk(MainQueue& main, WorkspaceTree& tree, Selection& selection,
-                                       Changes& changes, OrchestrationStore& store,
-                                       const EnginePorts& ports)
-    : main_(main),
-      tree_(tree),
-      selection_(selection),
-      changes_(changes),
-      store_(store),
-      ports_(ports) {}
+ProjectContextDesk::ProjectContextDesk(EngineCore& core)
+    : main_(core.main),
+      tree_(core.tree),
+      selection_(core.selection),
+      changes_(core.changes),
+      store_(*core.orchestration),
+      ports_(core.ports) {}
 
 bool ProjectContextDesk::isSelected(const Uuid& workspaceID) const {
   return selection_.workspaceID() == workspaceID && workspaceID_ == workspaceID;

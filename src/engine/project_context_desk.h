@@ -11,9 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "engine/engine_ports.h"
-#include "engine/selection.h"
-#include "engine/workspace_tree.h"
+#include "engine/engine_core.h"
 #include "records/project_context.h"
 
 namespace vantrell {
@@ -22,8 +20,7 @@ class OrchestrationStore;
 
 class ProjectContextDesk : public std::enable_shared_from_this<ProjectContextDesk> {
  public:
-  ProjectContextDesk(MainQueue& main, WorkspaceTree& tree, Selection& selection, Changes& changes,
-                     OrchestrationStore& store, const EnginePorts& ports);
+  explicit ProjectContextDesk(EngineCore& core);
 
   /// Loads what is known about the selected workspace's project, and looks for its guidance anew.
   void load();

@@ -5,13 +5,12 @@
 
 namespace vantrell {
 
-ProviderSetup::ProviderSetup(Settings& settings, WorkspaceTree& tree, Selection& selection,
-                             ExecutionTable& executions, const EnginePorts& ports)
-    : settings_(settings),
-      tree_(tree),
-      selection_(selection),
-      executions_(executions),
-      ports_(ports) {}
+ProviderSetup::ProviderSetup(EngineCore& core)
+    : settings_(core.settings),
+      tree_(core.tree),
+      selection_(core.selection),
+      executions_(core.executions),
+      ports_(core.ports) {}
 
 const ProviderConnector& ProviderSetup::connector(AgentProvider provider) const {
   return ports_.connector(provider);

@@ -7,17 +7,13 @@
 #include <optional>
 #include <string>
 
-#include "engine/engine_ports.h"
-#include "engine/execution_table.h"
-#include "engine/settings.h"
-#include "engine/workspace_tree.h"
+#include "engine/engine_core.h"
 
 namespace vantrell {
 
 class ProviderSetup {
  public:
-  ProviderSetup(Settings& settings, WorkspaceTree& tree, Selection& selection,
-                ExecutionTable& executions, const EnginePorts& ports);
+  explicit ProviderSetup(EngineCore& core);
 
   const ProviderConnector& connector(AgentProvider provider) const;
   /// For the selected conversation; without a path, in the selected workspace's folder, else in the

@@ -5,9 +5,11 @@
 
 namespace vantrell {
 
-ReviewDesk::ReviewDesk(MainQueue& main, Selection& selection, Changes& changes,
-                       OrchestrationStore& store)
-    : main_(main), selection_(selection), changes_(changes), store_(store) {}
+ReviewDesk::ReviewDesk(EngineCore& core)
+    : main_(core.main),
+      selection_(core.selection),
+      changes_(core.changes),
+      store_(*core.orchestration) {}
 
 void ReviewDesk::load() {
   annotations_ = loadReviewAnnotations(store_);

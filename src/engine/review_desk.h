@@ -6,8 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "engine/changes.h"
-#include "engine/selection.h"
+#include "engine/engine_core.h"
 #include "records/review_annotation.h"
 
 namespace vantrell {
@@ -18,7 +17,7 @@ class OrchestrationStore;
 class ReviewDesk {
  public:
   /// What is given must outlive it.
-  ReviewDesk(MainQueue& main, Selection& selection, Changes& changes, OrchestrationStore& store);
+  explicit ReviewDesk(EngineCore& core);
 
   /// For start-up.
   void load();

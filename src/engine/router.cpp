@@ -7,18 +7,16 @@
 
 namespace vantrell {
 
-Router::Router(MainQueue& main, Settings& settings, WorkspaceTree& tree, Selection& selection,
-               ExecutionTable& executions, Approvals& approvals, ProviderSetup& setup,
-               UsageDesk& usage, const EnginePorts& ports)
-    : main_(main),
-      settings_(settings),
-      tree_(tree),
-      selection_(selection),
-      executions_(executions),
+Router::Router(EngineCore& core, Approvals& approvals, ProviderSetup& setup, UsageDesk& usage)
+    : main_(core.main),
+      settings_(core.settings),
+      tree_(core.tree),
+      selection_(core.selection),
+      executions_(core.executions),
       approvals_(approvals),
       setup_(setup),
       usage_(usage),
-      ports_(ports) {}
+      ports_(core.ports) {}
 
 /// Who is available to a conversation. What is the same for all providers is collected once.
 class Router::Look {

@@ -10,12 +10,9 @@
 #include <vector>
 
 #include "engine/approvals.h"
-#include "engine/engine_ports.h"
-#include "engine/execution_table.h"
+#include "engine/engine_core.h"
 #include "engine/provider_setup.h"
-#include "engine/settings.h"
 #include "engine/usage_desk.h"
-#include "engine/workspace_tree.h"
 #include "records/routing.h"
 
 namespace vantrell {
@@ -24,9 +21,7 @@ class Router : public std::enable_shared_from_this<Router> {
  public:
   using Providers = std::set<AgentProvider>;
 
-  Router(MainQueue& main, Settings& settings, WorkspaceTree& tree, Selection& selection,
-         ExecutionTable& executions, Approvals& approvals, ProviderSetup& setup, UsageDesk& usage,
-         const EnginePorts& ports);
+  Router(EngineCore& core, Approvals& approvals, ProviderSetup& setup, UsageDesk& usage);
 
   // Guards.
 

@@ -4,14 +4,12 @@
 
 namespace vantrell {
 
-SessionControls::SessionControls(MainQueue& main, Settings& settings, WorkspaceTree& tree,
-                                 Selection& selection, ExecutionTable& executions,
-                                 Approvals& approvals, ModelCatalog& catalog)
-    : main_(main),
-      settings_(settings),
-      tree_(tree),
-      selection_(selection),
-      executions_(executions),
+SessionControls::SessionControls(EngineCore& core, Approvals& approvals, ModelCatalog& catalog)
+    : main_(core.main),
+      settings_(core.settings),
+      tree_(core.tree),
+      selection_(core.selection),
+      executions_(core.executions),
       approvals_(approvals),
       catalog_(catalog) {}
 

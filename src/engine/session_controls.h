@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "engine/approvals.h"
+#include "engine/engine_core.h"
 #include "engine/model_catalog.h"
 
 namespace vantrell {
@@ -16,8 +17,7 @@ class SessionControls {
   using ModelOptions = std::vector<ProviderModelOption>;
   using EffortOptions = std::vector<ProviderEffortOption>;
 
-  SessionControls(MainQueue& main, Settings& settings, WorkspaceTree& tree, Selection& selection,
-                  ExecutionTable& executions, Approvals& approvals, ModelCatalog& catalog);
+  SessionControls(EngineCore& core, Approvals& approvals, ModelCatalog& catalog);
 
   // The controls of the selected conversation.
 

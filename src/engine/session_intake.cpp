@@ -29,9 +29,8 @@ bool holdsWorkOfOthers(const Transcript& transcript, std::optional<AgentProvider
 
 }  // namespace
 
-SessionIntake::SessionIntake(MainQueue& main, WorkspaceTree& tree, ExecutionTable& executions,
-                             Changes& changes)
-    : main_(main), tree_(tree), executions_(executions), changes_(changes) {}
+SessionIntake::SessionIntake(EngineCore& core)
+    : main_(core.main), tree_(core.tree), executions_(core.executions), changes_(core.changes) {}
 
 void SessionIntake::handle(const JsonObject& update, const ThreadExecutionKey& key) {
   ThreadExecutionRuntime* execution = executions_.find(key);

@@ -7,15 +7,14 @@
 #include <string>
 #include <string_view>
 
-#include "engine/execution_table.h"
-#include "engine/workspace_tree.h"
+#include "engine/engine_core.h"
 #include "platform/json.h"
 
 namespace vantrell {
 
 class SessionIntake {
  public:
-  SessionIntake(MainQueue& main, WorkspaceTree& tree, ExecutionTable& executions, Changes& changes);
+  explicit SessionIntake(EngineCore& core);
 
   /// One update of the conversation's client. A malformed one is dropped.
   void handle(const JsonObject& update, const ThreadExecutionKey& key);

@@ -15,16 +15,14 @@ namespace {
 constexpr std::size_t checkpointLabelLength = 48;  // user-perceived characters of the prompt
 }
 
-TaskDriver::TaskDriver(MainQueue& main, Settings& settings, WorkspaceTree& tree,
-                       Selection& selection, ExecutionTable& executions, ClientStarter& starter,
-                       TurnFailures& failures, UsageDesk& usage, Router& router,
-                       ProjectContextDesk& context, GitDesk& git, HookDesk& hooks,
-                       const EnginePorts& ports)
-    : main_(main),
-      settings_(settings),
-      tree_(tree),
-      selection_(selection),
-      executions_(executions),
+TaskDriver::TaskDriver(EngineCore& core, ClientStarter& starter, TurnFailures& failures,
+                       UsageDesk& usage, Router& router, ProjectContextDesk& context, GitDesk& git,
+                       HookDesk& hooks)
+    : main_(core.main),
+      settings_(core.settings),
+      tree_(core.tree),
+      selection_(core.selection),
+      executions_(core.executions),
       starter_(starter),
       failures_(failures),
       usage_(usage),
@@ -32,7 +30,7 @@ TaskDriver::TaskDriver(MainQueue& main, Settings& settings, WorkspaceTree& tree,
       context_(context),
       git_(git),
       hooks_(hooks),
-      ports_(ports) {}
+      ports_(core.ports) {}
 
 bool TaskDriver::canSend() const {
   return selection_.workspaceID() && !executions_.mirror().connectionState.isBusy();

@@ -8,25 +8,20 @@
 #include <vector>
 
 #include "engine/client_starter.h"
-#include "engine/engine_ports.h"
-#include "engine/execution_table.h"
+#include "engine/engine_core.h"
 #include "engine/git_desk.h"
 #include "engine/hook_desk.h"
 #include "engine/project_context_desk.h"
 #include "engine/router.h"
-#include "engine/settings.h"
 #include "engine/turn_failures.h"
 #include "engine/usage_desk.h"
-#include "engine/workspace_tree.h"
 
 namespace vantrell {
 
 class TaskDriver : public std::enable_shared_from_this<TaskDriver> {
  public:
-  TaskDriver(MainQueue& main, Settings& settings, WorkspaceTree& tree, Selection& selection,
-             ExecutionTable& executions, ClientStarter& starter, TurnFailures& failures,
-             UsageDesk& usage, Router& router, ProjectContextDesk& context, GitDesk& git,
-             HookDesk& hooks, const EnginePorts& ports);
+  TaskDriver(EngineCore& core, ClientStarter& starter, TurnFailures& failures, UsageDesk& usage,
+             Router& router, ProjectContextDesk& context, GitDesk& git, HookDesk& hooks);
 
   /// A workspace is selected and its conversation is not busy.
   bool canSend() const;

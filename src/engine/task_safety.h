@@ -11,19 +11,16 @@
 #include <string>
 #include <vector>
 
-#include "engine/engine_ports.h"
-#include "engine/execution_table.h"
+#include "engine/engine_core.h"
 #include "engine/git_desk.h"
 #include "engine/task_safety_means.h"
-#include "engine/workspace_tree.h"
 #include "project/task_safety_service.h"
 
 namespace vantrell {
 
 class TaskSafety : public std::enable_shared_from_this<TaskSafety> {
  public:
-  TaskSafety(MainQueue& main, WorkspaceTree& tree, Selection& selection, ExecutionTable& executions,
-             GitDesk& git, const EnginePorts& ports);
+  TaskSafety(EngineCore& core, GitDesk& git);
 
   using Captured = TaskSafetyResult<WorkspaceCheckpoint>;
   /// Takes a checkpoint and puts it in front of the conversation's, of which the newest 50 are kept

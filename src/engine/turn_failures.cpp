@@ -6,9 +6,8 @@
 
 namespace vantrell {
 
-TurnFailures::TurnFailures(MainQueue& main, WorkspaceTree& tree, ExecutionTable& executions,
-                           const EnginePorts& ports)
-    : main_(main), tree_(tree), executions_(executions), ports_(ports) {}
+TurnFailures::TurnFailures(EngineCore& core)
+    : main_(core.main), tree_(core.tree), executions_(core.executions), ports_(core.ports) {}
 
 void TurnFailures::fail(const ThreadExecutionKey& key, const std::optional<Uuid>& runID,
                         Failure failure) {

@@ -6,16 +6,13 @@
 #include <optional>
 #include <string>
 
-#include "engine/engine_ports.h"
-#include "engine/execution_table.h"
-#include "engine/workspace_tree.h"
+#include "engine/engine_core.h"
 
 namespace vantrell {
 
 class TurnFailures {
  public:
-  TurnFailures(MainQueue& main, WorkspaceTree& tree, ExecutionTable& executions,
-               const EnginePorts& ports);
+  explicit TurnFailures(EngineCore& core);
 
   struct Failure {
     std::string description;                          // as the state of the connection holds it

@@ -9,8 +9,8 @@ namespace {
 constexpr std::chrono::seconds pauseBetweenSaves{1};
 }  // namespace
 
-UsageDesk::UsageDesk(MainQueue& main, Changes& changes, OrchestrationStore& store, Executor* writer)
-    : main_(main), changes_(changes), store_(store), writer_(writer) {}
+UsageDesk::UsageDesk(EngineCore& core)
+    : main_(core.main), changes_(core.changes), store_(*core.orchestration), writer_(core.writer) {}
 
 UsageDesk::~UsageDesk() {
   flush();

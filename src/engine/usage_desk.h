@@ -7,7 +7,7 @@
 #include <map>
 #include <vector>
 
-#include "engine/changes.h"
+#include "engine/engine_core.h"
 #include "platform/dispatch.h"
 #include "records/usage_ledger.h"
 #include "runtimes/provider_usage.h"
@@ -16,9 +16,7 @@ namespace vantrell {
 
 class UsageDesk {
  public:
-  /// Without a writer, the ledger is written on the main queue. It must run its work in order and
-  /// outlive the desk.
-  UsageDesk(MainQueue& main, Changes& changes, OrchestrationStore& store, Executor* writer);
+  explicit UsageDesk(EngineCore& core);
   /// flush().
   ~UsageDesk();
   UsageDesk(const UsageDesk&) = delete;

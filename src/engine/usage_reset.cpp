@@ -18,10 +18,10 @@ std::optional<std::string> usageResetMessage(
                      outcome ? *outcome : outcome.error().localizedDescription());
 }
 
-UsageReset::UsageReset(Selection& selection, ExecutionTable& executions, UsageDesk& usage,
-                       SessionControls& controls, ClientStarter& starter)
-    : selection_(selection),
-      executions_(executions),
+UsageReset::UsageReset(EngineCore& core, UsageDesk& usage, SessionControls& controls,
+                       ClientStarter& starter)
+    : selection_(core.selection),
+      executions_(core.executions),
       usage_(usage),
       controls_(controls),
       starter_(starter) {}

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "engine/client_starter.h"
+#include "engine/engine_core.h"
 #include "engine/session_controls.h"
 
 namespace vantrell {
@@ -18,8 +19,7 @@ std::optional<std::string> usageResetMessage(const std::expected<std::string, Ag
 
 class UsageReset : public std::enable_shared_from_this<UsageReset> {
  public:
-  UsageReset(Selection& selection, ExecutionTable& executions, UsageDesk& usage,
-             SessionControls& controls, ClientStarter& starter);
+  UsageReset(EngineCore& core, UsageDesk& usage, SessionControls& controls, ClientStarter& starter);
 
   /// Only where Codex is the provider of the session controls, a credit is known to be there and no
   /// reset runs. A client is started where none is there.

@@ -76,9 +76,8 @@ TEST_F(UsageDeskTest, LedgerWaitsForTheDiskElsewhereAndOneWriteAtATime) {
     void post(Work work) override { works.push_back(std::move(work)); }
     std::vector<Work> works;
   } disk;
-  Changes changes;
-  OrchestrationStore files(folder.path(), [] { return Date(0); }, [](const auto&) {});
-  UsageDesk desk(main, changes, files, &disk);
+  EngineCore core(main, *defaults, store, ports, &disk);
+  UsageDesk desk(core);
   desk.reported(usageOf(claude, 1));
   desk.reported(usageOf(claude, 2));
   main.advance(5s);
