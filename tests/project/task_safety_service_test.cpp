@@ -375,31 +375,21 @@ TEST_F(TaskSafetyServiceTest, GivesBackTheBytesThatARestoreTookForUnchanged) {
   }
 }
 
-TEST_F(TaskSafetyServiceTest, BringsBackTheBytesOfChangedFilesThatGitConverts) {
-  repository.git({"config", "core.autocrlf", "true"});
-  const std::string mixed = "one\r\ntwo\nthree\r\n";
-  repository.file("a.txt", mixed);
-  repository.file("staged", mixed);
-  repository.git({"add", "staged"});
-  const auto made = taken();
-  repository.file("a.txt", "other\n");
-  repository.file("staged", "other\n");
-  ASSERT_TRUE(service.restore(made, repository.path()));
-  EXPECT_EQ(content("a.txt"), mixed);
-  EXPECT_EQ(content("staged"), mixed);
-}
-
-TEST_F(TaskSafetyServiceTest, BringsBackWhatAFilterKeepsOutOfPatches) {
+TEST_F(TaskSafetyServiceTest, BringsBackTheBytesOfChangedFilesThatNoPatchSays) {
   repository.git({"config", "filter.strip.clean", "sed /output/d"});
-  repository.file(".gitattributes", "*.book filter=strip\n");
+  repository.git({"config", "core.autocrlf", "true"});
+  repository.file(".gitattributes", "*.book filter=strip -text\n");
   repository.file("my.book", "one\n");
   repository.commit();
-  const std::string written = "two\noutput of a long night\n";
-  repository.file("my.book", written);
+  const std::map<std::string, std::string> written{{"my.book", "two\noutput of a long night\n"},
+                                                   {"a.txt", "one\r\ntwo\nthree\r\n"},
+                                                   {"staged", "one\r\ntwo\nthree\r\n"}};
+  for (const auto& [name, bytes] : written) repository.file(name, bytes);
+  repository.git({"add", "staged"});
   const auto made = taken();
-  repository.file("my.book", "three\n");
+  for (const auto& [name, bytes] : written) repository.file(name, "other\n");
   ASSERT_TRUE(service.restore(made, repository.path()));
-  EXPECT_EQ(content("my.book"), written);
+  for (const auto& [name, bytes] : written) EXPECT_EQ(content(name), bytes) << name;
 }
 
 TEST_F(TaskSafetyServiceTest, FollowsNoLinkOutOfTheProject) {
