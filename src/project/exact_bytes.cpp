@@ -62,8 +62,9 @@ TaskSafetyResult<> recordExactBytes(const PatchGit& git, const std::vector<std::
       const std::string path = line.substr(tab + 1);
       if (!isConverted(line, byDefault) && !filtered->contains(path)) continue;
       const std::string place = fmt::format("{}/{}", git.path(), path);
-      // A folder that is there for nothing would take the place of a file when it goes back.
-      if (!standsAt(place)) continue;
+      // A folder that is there for nothing would take the place of a file when it goes back; and
+      // what is in a submodule is not ours.
+      if (!standsAt(place) || isRealFolder(place)) continue;
       if (auto made = secureDirectory(folder); !made) return made;
       if (auto made = makeParents(folder, path, false, git.path()); !made) return made;
       const std::string copy = fmt::format("{}/{}", folder, path);

@@ -3,6 +3,7 @@
 // values.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <vector>
 

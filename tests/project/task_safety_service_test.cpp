@@ -242,6 +242,7 @@ TEST_F(TaskSafetyServiceTest, BringsStagedSubmodulesBackWhateverDiffsLeaveOut) {
   const std::string second = library.commit("Another");
   repository.git({"-c", "protocol.file.allow=always", "submodule", "--quiet", "add", library.path(),
                   "module"});
+  repository.git({"config", "core.autocrlf", "true"});
   const auto staged = [&] { return repository.git({"ls-files", "--stage", "module"}); };
   const auto stage = [&](const std::string& revision) {
     repository.git({"update-index", "--cacheinfo", "160000," + revision + ",module"});
@@ -260,6 +261,7 @@ TEST_F(TaskSafetyServiceTest, BringsStagedSubmodulesBackWhateverDiffsLeaveOut) {
     const auto before = taken();
     ASSERT_TRUE(service.restore(recovery, repository.path(), &before));
     EXPECT_EQ(staged(), now) << where;
+    EXPECT_FALSE(files::exists(recovery.archivePath + "/exact/module")) << "it is not ours";
     repository.git({"config", "-f", where, "--unset", "submodule.module.ignore"});
   }
 }
