@@ -1,12 +1,13 @@
 #include "engine/app_model.h"
 
 #include "engine/open_tools.h"
+#include "platform/weakly.h"
 
 namespace vantrell {
 
 AppModel::AppModel(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore& store,
-                   EnginePorts enginePorts, Executor* writer)
-    : EngineCore(mainQueue, defaults, store, std::move(enginePorts), writer),
+                   EnginePorts enginePorts, Executor* saver)
+    : EngineCore(mainQueue, defaults, store, std::move(enginePorts), saver),
       usage(*this),
       runtimes(std::make_shared<RuntimeDesk>(changes, ports.runtimes)),
       imagine(std::make_shared<ImagineDesk>(*this, *runtimes)),
@@ -38,6 +39,14 @@ AppModel::AppModel(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore&
   queue.sendNow = [this](std::string text, std::vector<ChatAttachment> attachments,
                          const ThreadExecutionKey& key) {
     driver->sendNow(std::move(text), std::move(attachments), key);
+  };
+  executions.onRunAbandoned = [this](const Uuid& runID, const ThreadExecutionKey& key) {
+    tree.updateRun(runID, key, [this](RunRecord& run) {
+      if (!isActive(run.status)) return;
+      run.status = RunRecordStatus::cancelled;
+      run.statusMessage = "Stopped: the connection to the agent was reset.";
+      run.completedAt = main.now();
+    });
   };
   approvals.stopTask = [this] { driver->stopWorking(); };
   runtimes->showError = [this](std::string text) { executions.showError(std::move(text)); };
@@ -71,7 +80,9 @@ void AppModel::startUp() {
   ports.configureRemoteHost();
   if (ports.runtimes.refreshesAtStart) {
     runtimes->refreshAll();
-    catalog->refreshSessionControls();  // the local runtime's with it
+    setup.refreshLocalRuntime();
+    // A program that only the user's own PATH leads to, or to its interpreter, is asked as well.
+    runtimes->readUserPath(weakly(catalog.get(), [](ModelCatalog& self) { self.askPrograms(); }));
   }
   git->refreshGitSnapshot();
   ports.configureExternalSessionImport();

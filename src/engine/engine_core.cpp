@@ -6,9 +6,10 @@
 namespace vantrell {
 
 EngineCore::EngineCore(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore& store,
-                       EnginePorts enginePorts, Executor* writer)
+                       EnginePorts enginePorts, Executor* saver)
     : main(mainQueue),
       ports(std::move(enginePorts)),
+      writer(saver),
       settings(defaults, changes),
       tree(main, store, changes, writer),
       selection(defaults),

@@ -18,8 +18,9 @@ namespace vantrell {
 class OrchestrationStore;
 
 struct EngineCore {
-  /// Everything given must outlive it. Nothing is loaded yet. Conversations are written on
-  /// `writer`; without one, on the main queue.
+  /// Everything given must outlive it. Nothing is loaded yet. What is saved often (conversations,
+  /// the ledger of usage) is written on `writer`, which runs its work in order; without one, on the
+  /// main queue.
   EngineCore(MainQueue& main, UserDefaults& defaults, WorkspaceStore& store, EnginePorts ports,
              Executor* writer = nullptr);
   ~EngineCore();
@@ -28,6 +29,7 @@ struct EngineCore {
 
   MainQueue& main;
   const EnginePorts ports;
+  Executor* const writer;
   Changes changes;
   Settings settings;
   WorkspaceTree tree;

@@ -114,7 +114,11 @@ void ExecutionTable::resetConnection() {
 
 void ExecutionTable::remove(const ThreadExecutionKey& key) {
   const auto node = executions_.extract(key);
-  if (!node.empty()) end(*node.mapped(), key);
+  if (node.empty()) return;
+  end(*node.mapped(), key);
+  if (const auto runID = node.mapped()->activeRunID; runID && onRunAbandoned) {
+    onRunAbandoned(*runID, key);
+  }
 }
 
 void ExecutionTable::end(ThreadExecutionRuntime& runtime, const ThreadExecutionKey& key) {

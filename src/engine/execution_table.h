@@ -57,7 +57,7 @@ class ExecutionTable {
   void selectExecution(std::optional<Uuid> workspaceID, std::optional<Uuid> threadID,
                        std::optional<std::string> entryID = std::nullopt);
   /// Stops the selected conversation's client and forgets its live state, so that the next turn
-  /// starts a new client under the present settings.
+  /// starts a new client under the present settings. A turn that is under way ends with it.
   void resetConnection();
   /// Ends the client of the conversation and forgets its live state. What the transcript was before
   /// an unfinished replay, it is again.
@@ -66,6 +66,9 @@ class ExecutionTable {
   void removeAll();
   /// A conversation's client has been ended for good. Set once, by the owner of the transcripts.
   std::function<void(ThreadExecutionRuntime&, const ThreadExecutionKey&)> onEnded;
+  /// A run was under way in a live state that is forgotten, and nobody would ever end it. Not at
+  /// the end of the program: the next start tells of those. Set once, by the owner of the runs.
+  std::function<void(const Uuid& runID, const ThreadExecutionKey&)> onRunAbandoned;
   /// Holds back all that clients hand out, those that start later included, or lets it flow again:
   /// for an interface that cannot take more at the moment.
   void setReceiving(bool receiving);

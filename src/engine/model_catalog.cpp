@@ -30,12 +30,16 @@ void ModelCatalog::localRuntimeChanged() {
 }
 
 void ModelCatalog::refreshSessionControls() {
+  askPrograms();
+  setup_.refreshLocalRuntime();
+}
+
+void ModelCatalog::askPrograms() {
   for (const auto provider : allAgentProviders) {
     if (!options_.contains(provider)) options_[provider] = options(provider);
   }
   ask(AgentProvider::grok);
   ask(AgentProvider::codex);
-  setup_.refreshLocalRuntime();
 }
 
 bool ModelCatalog::ask(AgentProvider provider) {

@@ -30,6 +30,8 @@ class ModelCatalog : public std::enable_shared_from_this<ModelCatalog> {
 
   /// Asks every runtime that can tell for its models, and Codex for its allowance.
   void refreshSessionControls();
+  /// The same without the local runtime.
+  void askPrograms();
   /// Asks this one's program. False where there is nothing to ask, or no program.
   bool ask(AgentProvider provider);
   /// Whether the answer of some program is still awaited.

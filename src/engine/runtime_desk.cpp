@@ -96,6 +96,7 @@ void RuntimeDesk::refresh(AgentProvider provider) {
                    status.version = inspection.version;
                    status.signedIn = inspection.signedIn;
                    status.hasRunOut = inspection.hasRunOut;
+                   status.hasFailed = inspection.hasFailed;
                    self.publish(provider, std::move(status));
                  }));
 }

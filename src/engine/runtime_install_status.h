@@ -20,6 +20,8 @@ struct RuntimeInstallStatus {
   std::optional<bool> signedIn;
   /// It is there, but left a question unanswered for the time limit.
   bool hasRunOut = false;
+  /// It is there, but failed when it was asked for its version.
+  bool hasFailed = false;
 
   static RuntimeInstallStatus installed(std::string path) {
     RuntimeInstallStatus status;

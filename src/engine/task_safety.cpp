@@ -204,9 +204,16 @@ void TaskSafety::restoreCheckpoint(const WorkspaceCheckpoint& checkpoint) {
             [service = self->service_, checkpoint, path, saved = *recovery] {
               return service.restore(checkpoint, path, &saved);
             },
-            [key, checkpoint, saved = *recovery](TaskSafety& desk, Answer restored) {
+            [key, path, checkpoint, saved = *recovery](TaskSafety& desk, Answer restored) {
               if (restored) {
                 desk.notes_ = std::move(*restored);
+                // A task without its worktree works in the project, and so is restored there.
+                const ChatThread* thread = desk.tree_.thread(key);
+                if (thread && thread->workspaceMode == TaskWorkspaceMode::isolated &&
+                    thread->isolatedWorkspacePath != path) {
+                  desk.notes_.push_back(
+                      fmt::format("The task's worktree is gone: {} was restored.", path));
+                }
                 desk.restored(key, checkpoint, saved);
               } else {
                 desk.fail("restore the checkpoint", restored.error());

@@ -10,7 +10,7 @@ constexpr std::chrono::seconds pauseBetweenSaves{1};
 }  // namespace
 
 UsageDesk::UsageDesk(EngineCore& core)
-    : main_(core.main), changes_(core.changes), store_(*core.orchestration) {}
+    : main_(core.main), changes_(core.changes), store_(*core.orchestration), writer_(core.writer) {}
 
 UsageDesk::~UsageDesk() {
   flush();
@@ -68,15 +68,31 @@ void UsageDesk::take(const ProviderUsage& usage) {
 
 void UsageDesk::save() {
   hasUnsaved_ = true;
-  if (pause_.isActive()) return;
-  flush();
-  pause_ = main_.after(pauseBetweenSaves, [this] { flush(); });
+  if (!pause_.isActive()) write();
+}
+
+bool UsageDesk::isWriting() const {
+  return written_.valid() && written_.wait_for(Duration::zero()) != std::future_status::ready;
+}
+
+void UsageDesk::write() {
+  if (!hasUnsaved_) return;
+  pause_ = main_.after(pauseBetweenSaves, [this] { write(); });
+  // A disk that is slow gets the newest state when it has the last one.
+  if (isWriting()) return;
+  hasUnsaved_ = false;
+  // The ledger in memory stands when this fails, and the next save writes all of it.
+  const auto write = std::make_shared<std::packaged_task<void()>>(
+      [write = UsageLedger::prepareSave(ledger_, store_)] { static_cast<void>(write()); });
+  written_ = write->get_future();
+  if (!writer_) return (*write)();
+  writer_->post([write] { (*write)(); });
 }
 
 void UsageDesk::flush() {
-  if (!std::exchange(hasUnsaved_, false)) return;
-  // The ledger in memory stands, and the next save writes all of it.
-  static_cast<void>(UsageLedger::save(ledger_, store_));
+  if (written_.valid()) written_.wait();
+  write();
+  if (written_.valid()) written_.wait();
 }
 
 }  // namespace vantrell

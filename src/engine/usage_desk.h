@@ -3,6 +3,7 @@
 // exhausted is so for all of them. Main queue.
 #pragma once
 
+#include <future>
 #include <map>
 #include <vector>
 
@@ -40,18 +41,23 @@ class UsageDesk {
 
   /// Oldest first.
   const std::vector<UsageLedgerEvent>& ledger() const { return ledger_; }
-  /// Writes what is not written yet. A failure is not told: the ledger in memory stands.
+  /// Writes what is not written yet, and waits for it. A failure is not told: the ledger in memory
+  /// stands.
   void flush();
 
  private:
   void take(const ProviderUsage& usage);
   void save();
+  void write();
+  bool isWriting() const;
 
   MainQueue& main_;
   Changes& changes_;
   OrchestrationStore& store_;
   std::map<AgentProvider, ProviderUsage> usage_;
   std::vector<UsageLedgerEvent> ledger_;
+  Executor* const writer_;
+  std::future<void> written_;  // of the last that the writer got
   bool hasUnsaved_ = false;
   Timer pause_;  // while it runs, reports gather
 };

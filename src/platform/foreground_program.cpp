@@ -79,10 +79,15 @@ std::expected<ExitStatus, ProcessError> runInForeground(const std::string& execu
   {
     const Disposition end(SIGTERM, passOn);
     const Disposition hangUp(SIGHUP, passOn);
+    siginfo_t info{};
+    while (::waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT) != 0 &&
+           errno == EINTR) {
+    }
+    // Before it is reaped: from then on the number may be somebody else's.
+    childInFront = 0;
     while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
   }
-  childInFront = 0;
   if (WIFSIGNALED(status)) return ExitStatus{.status = 0, .signal = WTERMSIG(status)};
   return ExitStatus{.status = WEXITSTATUS(status), .signal = 0};
 }

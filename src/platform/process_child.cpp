@@ -342,12 +342,13 @@ void ProcessChild::bury() {
   patienceTimer_.cancel();
   killTimer_.cancel();
   groupTimer_.cancel();
+  // While the id is still taken: the guard must never end a group that has it after this one.
+  supervisor_.guard().remove(id_);
   siginfo_t info{};
   while (::waitid(P_PIDFD, static_cast<id_t>(handle_.get()), &info, WEXITED) != 0 &&
          errno == EINTR) {
   }
   handle_.reset();
-  supervisor_.guard().remove(id_);
 }
 
 void ProcessChild::retire() {

@@ -62,6 +62,11 @@ GitOptions PatchGit::with(GitOptions options) const {
 }
 
 GitResult PatchGit::look(std::vector<std::string> arguments, GitOptions options) const {
+  // Each submodule can ask to be left out, which counts more than "diff.ignoreSubmodules": a
+  // pointer that is staged would be in no patch.
+  if (arguments.front().starts_with("diff")) {
+    arguments.insert(arguments.begin() + 1, "--ignore-submodules=dirty");
+  }
   options.errorsApart = true;
   options.isReadOnly = true;
   return runGit(path_, std::move(arguments), with(std::move(options)));

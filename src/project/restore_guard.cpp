@@ -54,13 +54,6 @@ std::string leftAlone(std::string_view what, const std::vector<std::string>& pat
 /// Each is compared with each tracked file.
 constexpr std::size_t mostSpared = 5'000;
 
-bool isAtOrBelow(const std::unordered_set<std::string>& names, const std::string& path) {
-  for (auto slash = path.find('/'); slash != path.npos; slash = path.find('/', slash + 1)) {
-    if (names.contains(path.substr(0, slash))) return true;
-  }
-  return names.contains(path);
-}
-
 TaskSafetyError refusal(const std::string& path, std::string_view why) {
   return TaskSafetyError::commandFailed(fmt::format(
       "\"{}\" {}. Move it away first. Nothing was changed.", text::repaired(path), why));
@@ -73,8 +66,9 @@ RestoreGuard::RestoreGuard(const PatchGit& git, std::string archive, std::string
     : git_(git),
       archive_(std::move(archive)),
       base_(std::move(baseRevision)),
-      recovery_(std::move(recovery)),
-      temporary_(files::temporaryFolder() + "/" + Uuid::random().text()) {}
+      temporary_(files::temporaryFolder() + "/" + Uuid::random().text()) {
+  if (recovery) recovery_.emplace(git, *std::move(recovery));
+}
 
 RestoreGuard::~RestoreGuard() {
   std::error_code ignored;
@@ -102,7 +96,10 @@ TaskSafetyResult<> RestoreGuard::prepare() {
   }
   if (auto spared = spareUnwatched(); !spared) return spared;
   if (auto written = writeExcludes(); !written) return written;
-  return compareWithRecovery();
+  if (!recovery_) return {};
+  if (auto added = recovery_->addOverwritten(base_, patched_, spared_); !added) return added;
+  if (auto compared = recovery_->compare(temporary_); !compared) return compared;
+  return recovery_->settle();
 }
 
 GitOptions RestoreGuard::ownIndex() const {
@@ -122,7 +119,13 @@ TaskSafetyResult<std::vector<std::string>> RestoreGuard::pathsOfCheckpoint() {
   bool isRevision = true;
   auto tried = changes::tryPatches(git_, archive_, base_, ownIndex(), [&]() -> TaskSafetyResult<> {
     if (auto listed = list(); !listed) return listed;
-    if (std::exchange(isRevision, false)) inRevision_ = all;
+    if (std::exchange(isRevision, false)) {
+      inRevision_ = all;
+      return {};
+    }
+    const auto changed = changedFrom(ownIndex());
+    if (!changed) return std::unexpected(changed.error());
+    patched_.insert(changed->begin(), changed->end());
     return {};
   });
   if (!tried) {
@@ -180,29 +183,13 @@ bool RestoreGuard::holdsUnsaved(const std::string& folder) const {
     if (entry->symlink_status(code).type() == fs::file_type::directory) continue;
     const std::string path = folder + entry->path().native().substr(root.size());
     if (tracked_.contains(path)) continue;
-    if (recovery_ ? !isKept(path) : isIgnored(path)) return true;
+    if (recovery_ ? !recovery_->has(path) : isIgnored(path)) return true;
   }
   return static_cast<bool>(code);
 }
 
-std::string RestoreGuard::keptAt(const std::string& path) const {
-  return fmt::format("{}/{}/{}", *recovery_, changes::untrackedFolder, path);
-}
-
 std::string RestoreGuard::placeOf(const std::string& path) const {
   return fmt::format("{}/{}", git_.path(), path);
-}
-
-/// As it is now: a copy has the times of its original.
-bool RestoreGuard::isKept(const std::string& path) const {
-  struct stat kept{};
-  struct stat now{};
-  if (::lstat(keptAt(path).c_str(), &kept) != 0) return false;
-  if (::lstat(placeOf(path).c_str(), &now) != 0) return true;
-  if ((now.st_mode & S_IFMT) != (kept.st_mode & S_IFMT)) return false;
-  return !S_ISREG(now.st_mode) ||
-         (now.st_size == kept.st_size && now.st_mtim.tv_sec == kept.st_mtim.tv_sec &&
-          now.st_mtim.tv_nsec == kept.st_mtim.tv_nsec);
 }
 
 bool RestoreGuard::isIgnored(const std::string& path) const {
@@ -212,19 +199,19 @@ bool RestoreGuard::isIgnored(const std::string& path) const {
 }
 
 TaskSafetyResult<> RestoreGuard::save(const std::string& path) {
-  if (!recovery_) {
-    if (!isIgnored(path)) return {};
-    return std::unexpected(refusal(path, "would be lost: it is in no checkpoint"));
-  }
-  const std::string kept = fmt::format("{}/{}", *recovery_, changes::untrackedFolder);
-  if (isKept(path)) return {};
-  if (auto made = secureDirectory(kept); !made) return made;
-  if (auto made = makeParents(kept, path, false); !made) return made;
-  // An older state of it, from when the checkpoint was taken.
-  std::error_code ignored;
-  fs::remove(keptAt(path), ignored);
-  WorkBudget budget;
-  return copyItem(placeOf(path), keptAt(path), budget);
+  if (recovery_) return recovery_->add(path);
+  if (!isIgnored(path)) return {};
+  return std::unexpected(refusal(path, "would be lost: it is in no checkpoint"));
+}
+
+/// What the index has otherwise than the revision.
+TaskSafetyResult<std::unordered_set<std::string>> RestoreGuard::changedFrom(
+    const GitOptions& index) const {
+  const auto listed =
+      git_.need({"diff-index", "--cached", "--name-only", "--relative", "-z", base_}, index);
+  if (!listed) return std::unexpected(listed.error());
+  const auto paths = listed->parts();
+  return std::unordered_set<std::string>(paths.begin(), paths.end());
 }
 
 /// Git can be told to take a tracked file for unchanged ("update-index --assume-unchanged",
@@ -242,21 +229,11 @@ TaskSafetyResult<> RestoreGuard::spareUnwatched() {
     if (!isAssumed) isSkipped.insert(unwatched.back());
   }
   if (unwatched.empty()) return {};
-  const auto changedFrom =
-      [&](const GitOptions& index) -> TaskSafetyResult<std::unordered_set<std::string>> {
-    const auto listed =
-        git_.need({"diff-index", "--cached", "--name-only", "--relative", "-z", base_}, index);
-    if (!listed) return std::unexpected(listed.error());
-    const auto paths = listed->parts();
-    return std::unordered_set<std::string>(paths.begin(), paths.end());
-  };
-  const auto ofCheckpoint = changedFrom(ownIndex());
-  if (!ofCheckpoint) return std::unexpected(ofCheckpoint.error());
   const auto ofIndex = changedFrom({});
   if (!ofIndex) return std::unexpected(ofIndex.error());
   for (const auto& path : unwatched) {
     if (isRepository(placeOf(path))) continue;
-    if (!ofCheckpoint->contains(path)) {
+    if (!patched_.contains(path)) {
       // One that is skipped and as the revision has it is left alone by git itself.
       if (!isSkipped.contains(path) || ofIndex->contains(path)) spared_.push_back(path);
       continue;
@@ -283,21 +260,6 @@ std::string RestoreGuard::pathspecs() const {
     all += '\0';
   }
   return all;
-}
-
-/// What somebody changed in tracked files after the recovery checkpoint is in none.
-TaskSafetyResult<> RestoreGuard::compareWithRecovery() const {
-  if (!recovery_) return {};
-  if (auto recorded = changes::recordPatches(git_, temporary_); !recorded) return recorded;
-  for (const auto name : {changes::stagedPatch, changes::workingPatch}) {
-    const auto now = files::read(fmt::format("{}/{}", temporary_, name));
-    const auto kept = files::read(fmt::format("{}/{}", *recovery_, name));
-    if (now && kept && *now == *kept) continue;
-    return std::unexpected(TaskSafetyError::commandFailed(
-        "The project has changed since its recovery checkpoint was taken. Nothing was changed by "
-        "the restore. Try again."));
-  }
-  return {};
 }
 
 TaskSafetyResult<> RestoreGuard::writeExcludes() {
@@ -336,8 +298,7 @@ TaskSafetyResult<> RestoreGuard::clearPlacesOfUntracked() const {
        entry.increment(code)) {
     if (entry->symlink_status(code).type() != fs::file_type::symlink) continue;
     const std::string path = entry->path().native().substr(untracked.size() + 1);
-    struct stat info{};
-    if (::lstat(placeOf(path).c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) continue;
+    if (!isRealFolder(placeOf(path))) continue;
     const auto below = git_.need({"ls-files", "-z", "--", ":(literal)" + path + "/"});
     if (!below) return std::unexpected(below.error());
     for (const auto& each : below->parts()) {
@@ -370,7 +331,7 @@ void RestoreGuard::clearFolder(const std::string& folder) const {
     const auto type = fs::symlink_status(fmt::format("{}/{}", git_.path(), inside), code).type();
     if (type == fs::file_type::directory) {
       if (!isRepository(fmt::format("{}/{}", git_.path(), inside))) clearFolder(inside);
-    } else if (!isInRevision(inside) && recovery_ && isKept(inside)) {
+    } else if (!isInRevision(inside) && recovery_ && recovery_->has(inside)) {
       fs::remove(fmt::format("{}/{}", git_.path(), inside), code);
     }
   }
@@ -382,46 +343,6 @@ std::vector<std::string> RestoreGuard::notes() const {
   if (!spared_.empty()) notes.push_back(leftAlone("Files that Git does not look at", spared_));
   if (!ignored_.empty()) notes.push_back(leftAlone("Ignored files", ignored_));
   return notes;
-}
-
-TaskSafetyResult<> RestoreGuard::bringBackIgnored() const {
-  if (!recovery_) return {};
-  const std::string kept = fmt::format("{}/{}", *recovery_, changes::untrackedFolder);
-  const auto folders = changes::emptyFolders(*recovery_);
-  std::vector<std::string> missing;
-  const auto look = [&](const std::string& path) {
-    if (standsAt(fmt::format("{}/{}", git_.path(), path))) return;
-    // A file of the checkpoint may stand in the place of a folder above it; that one counts.
-    if (!isBelowFile(git_.path(), path)) missing.push_back(path);
-  };
-  std::ranges::for_each(folders, look);
-  std::error_code code;
-  for (fs::recursive_directory_iterator entry(kept, code), end; !code && entry != end;
-       entry.increment(code)) {
-    if (entry->symlink_status(code).type() == fs::file_type::directory) continue;
-    look(entry->path().native().substr(kept.size() + 1));
-  }
-  if (missing.empty()) return {};
-  const auto tracked = git_.need({"ls-files", "-z"});
-  if (!tracked) return std::unexpected(tracked.error());
-  const auto parts = tracked->parts();
-  const std::unordered_set<std::string> names(parts.begin(), parts.end());
-  const std::unordered_set<std::string> isEmptyFolder(folders.begin(), folders.end());
-  // What is tracked is not ignored; an empty folder in the place of such a file goes with it.
-  std::erase_if(missing, [&](const std::string& path) {
-    return isEmptyFolder.contains(path) ? isAtOrBelow(names, path) : names.contains(path);
-  });
-  for (const auto& path : ignoredOf(git_, missing)) {
-    const bool isFolder = isEmptyFolder.contains(path);
-    // One that was brought back may be in the way of another.
-    if (!makeParents(git_.path(), isFolder ? path + "/" : path, false)) continue;
-    WorkBudget budget;
-    const std::string target = fmt::format("{}/{}", git_.path(), path);
-    if (isFolder || standsAt(target)) continue;
-    auto copied = copyItem(fmt::format("{}/{}", kept, path), target, budget);
-    if (!copied) return copied;
-  }
-  return {};
 }
 
 PatchGit::Configuration RestoreGuard::cleaningConfiguration() const {
@@ -444,7 +365,7 @@ TaskSafetyResult<> RestoreGuard::saveBeforeCleaning() {
   for (const auto& path : *paths) {
     if (auto saved = save(path); !saved) return saved;
   }
-  return {};
+  return recovery_ ? recovery_->settle() : TaskSafetyResult<>();
 }
 
 bool RestoreGuard::isClean() const {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "project/patch_git.h"
+#include "project/recovery_archive.h"
 #include "project/task_safety_error.h"
 
 namespace vantrell {
@@ -41,7 +42,9 @@ class RestoreGuard {
   TaskSafetyResult<> clearPlacesOfUntracked() const;
   /// At the end: what the checkpoint's own rules ignore is none of its business, so where cleaning
   /// took some of it, it comes back.
-  TaskSafetyResult<> bringBackIgnored() const;
+  TaskSafetyResult<> bringBackIgnored() const {
+    return recovery_ ? recovery_->bringBackIgnored() : TaskSafetyResult<>();
+  }
   /// For restoring the tracked files, each ending with NUL; empty when that is all of them.
   std::string pathspecs() const;
   /// What a restore leaves alone.
@@ -58,25 +61,23 @@ class RestoreGuard {
   TaskSafetyResult<> save(const std::string& path);
   TaskSafetyResult<> spareUnwatched();
   TaskSafetyResult<> writeExcludes();
-  TaskSafetyResult<> compareWithRecovery() const;
   GitOptions ownIndex() const;
+  TaskSafetyResult<std::unordered_set<std::string>> changedFrom(const GitOptions& index) const;
   std::string placeOf(const std::string& path) const;
-  /// Where the recovery checkpoint has it.
-  std::string keptAt(const std::string& path) const;
-  bool isKept(const std::string& path) const;
   bool holdsUnsaved(const std::string& folder) const;
   bool isIgnored(const std::string& path) const;
 
   const PatchGit& git_;
   const std::string archive_;
   const std::string base_;
-  const std::optional<std::string> recovery_;
+  std::optional<RecoveryArchive> recovery_;
   const std::string temporary_;
   bool hasTrackedFiles_ = false;
   std::unordered_set<std::string> tracked_;
-  std::vector<std::string> ignored_;     // folders end with a slash
-  std::vector<std::string> spared_;      // tracked
-  std::vector<std::string> inRevision_;  // sorted
+  std::vector<std::string> ignored_;         // folders end with a slash
+  std::unordered_set<std::string> patched_;  // what the checkpoint's patches change
+  std::vector<std::string> spared_;          // tracked
+  std::vector<std::string> inRevision_;      // sorted
   std::vector<std::string> obstacles_;
 };
 

@@ -153,6 +153,11 @@ bool standsAt(const std::string& path) {
   return ::lstat(path.c_str(), &info) == 0;
 }
 
+bool isRealFolder(const std::string& path) {
+  struct stat info{};
+  return ::lstat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
 bool isRepository(const std::string& folder) {
   return standsAt(folder + "/.git");
 }
@@ -167,18 +172,28 @@ bool isBelowFile(const std::string& root, const std::string& path) {
   return false;
 }
 
-TaskSafetyResult<> makeParents(const std::string& root, std::string_view relative, bool replaces) {
+TaskSafetyResult<> makeParents(const std::string& root, std::string_view relative, bool replaces,
+                               std::string_view like) {
   for (auto slash = relative.find('/'); slash != relative.npos;
        slash = relative.find('/', slash + 1)) {
-    const std::string folder = fmt::format("{}/{}", root, relative.substr(0, slash));
+    const std::string_view part = relative.substr(0, slash);
+    const std::string folder = fmt::format("{}/{}", root, part);
     struct stat info{};
     if (::lstat(folder.c_str(), &info) == 0) {
       if (S_ISDIR(info.st_mode)) continue;
       if (!replaces) return failure("create the folder", folder, ENOTDIR);
       if (::unlink(folder.c_str()) != 0) return failure("remove", folder);
     }
-    if (::mkdir(folder.c_str(), 0777) != 0 && errno != EEXIST) {
+    const bool hasModel = !like.empty() &&
+                          ::lstat(fmt::format("{}/{}", like, part).c_str(), &info) == 0 &&
+                          S_ISDIR(info.st_mode);
+    // Closed to others from the first moment, where they may not look into it.
+    if (::mkdir(folder.c_str(), hasModel ? ownerOnly : 0777) != 0) {
+      if (errno == EEXIST) continue;
       return failure("create the folder", folder);
+    }
+    if (hasModel && ::chmod(folder.c_str(), (info.st_mode & permissionBits) | ownerOnly) != 0) {
+      return failure("change", folder);
     }
   }
   return {};

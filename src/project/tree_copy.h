@@ -50,6 +50,8 @@ std::optional<std::string> pathInside(std::string_view root, std::string_view re
 
 /// Whether anything, also a dangling link, stands there.
 bool standsAt(const std::string& path);
+/// Whether it is a folder itself, not a link to one.
+bool isRealFolder(const std::string& path);
 /// Whether the folder is the top of a Git repository of its own.
 bool isRepository(const std::string& folder);
 
@@ -57,8 +59,11 @@ bool isRepository(const std::string& folder);
 bool isBelowFile(const std::string& root, const std::string& path);
 
 /// Makes the folders above `relative` under the root, one by one. A file or link in the place of
-/// one is removed when `replaces`, else that is a failure: no path leads out through a link.
-TaskSafetyResult<> makeParents(const std::string& root, std::string_view relative, bool replaces);
+/// one is removed when `replaces`, else that is a failure: no path leads out through a link. A
+/// folder that is made gets the mode of the one below `like`, where there is one, but stays its
+/// owner's.
+TaskSafetyResult<> makeParents(const std::string& root, std::string_view relative, bool replaces,
+                               std::string_view like = {});
 
 /// Copies a file, a link or a folder with all that is in it to a name that is free, with modes and
 /// times. Pipes, sockets and devices are left out, and what has gone meanwhile. Takes from the

@@ -10,6 +10,7 @@
 #include "platform/files.h"
 #include "platform/text.h"
 #include "project/announced_files.h"
+#include "project/exact_bytes.h"
 
 namespace vantrell::changes {
 
@@ -19,16 +20,13 @@ namespace fs = std::filesystem;
 
 // Beside the patches; lists are entries that end with NUL: paths, or a mode, a blank and a path.
 constexpr std::string_view announcedList = "announced.list";
-constexpr std::string_view emptyFolderList = "empty-folders.list";
-constexpr std::string_view exactFolder = "exact";
+constexpr std::string_view earlierEmptyFolderList = "empty-folders.list";  // without their modes
 
 /// A repository inside the project is somebody's work of its own; it comes along while it is small.
 constexpr std::uint64_t nestedFiles = 5'000;
 constexpr std::uint64_t nestedBytes = std::uint64_t{64} << 20;
 /// Entries of untracked folders that are looked at for empty folders.
 constexpr std::size_t entriesToVisit = 200'000;
-/// Paths that one command line takes.
-constexpr std::size_t pathsAtOnce = 500;
 
 std::string inFolder(const std::string& folder, std::string_view name) {
   return fmt::format("{}/{}", folder, name);
@@ -113,66 +111,6 @@ TaskSafetyResult<std::vector<std::string>> foldersOfDeleted(const PatchGit& git)
   return folders;
 }
 
-/// Whether git converts line ends of a file on its way in or out; a line of "ls-files --eol".
-bool isConverted(std::string_view line, bool byDefault) {
-  const auto attributes = line.find("attr/");
-  const auto end = line.find('\t');
-  if (attributes == line.npos || end == line.npos) return false;
-  const auto attribute = text::trimmed(line.substr(attributes + 5, end - attributes - 5));
-  if (line.substr(0, attributes).contains("w/-text")) return false;
-  return attribute.empty() ? byDefault : attribute != "-text";
-}
-
-/// Those of the paths that a filter of the user's goes over. One that leaves something out on the
-/// way in, as the outputs of a notebook, leaves it out of a patch too.
-TaskSafetyResult<std::set<std::string, std::less<>>> filteredFiles(
-    const PatchGit& git, const std::vector<std::string>& paths) {
-  std::string input;
-  for (const auto& each : paths) input.append(each).push_back('\0');
-  const auto found = git.need({"check-attr", "-z", "--stdin", "filter"}, {.input = input});
-  if (!found) return std::unexpected(found.error());
-  std::set<std::string, std::less<>> filtered;
-  const auto parts = text::split(found->output, '\0');  // path, attribute and value by turns
-  for (std::size_t i = 0; i + 2 < parts.size(); i += 3) {
-    if (parts[i + 2] != "unspecified" && parts[i + 2] != "unset") filtered.emplace(parts[i]);
-  }
-  return filtered;
-}
-
-/// Of changed files, those that go through a filter or a conversion of line ends: mixed ones, or
-/// those that are not as git would write them, would come back different. So their bytes are kept.
-TaskSafetyResult<> recordExactBytes(const PatchGit& git, const std::string& folder,
-                                    WorkBudget& budget) {
-  const auto changed = git.need({"diff", "--name-only", "--no-ext-diff", "--diff-filter=d",
-                                 "--ignore-submodules=all", "--relative", "-z", "HEAD"});
-  if (!changed) return std::unexpected(changed.error());
-  const auto paths = changed->parts();
-  if (paths.empty()) return {};
-  const auto filtered = filteredFiles(git, paths);
-  if (!filtered) return std::unexpected(filtered.error());
-  const std::string automatic = git.look({"config", "core.autocrlf"}).text();
-  const bool byDefault = automatic == "true" || automatic == "input";
-  for (std::size_t from = 0; from < paths.size(); from += pathsAtOnce) {
-    std::vector<std::string> command{"ls-files", "--eol", "-z", "--"};
-    const std::size_t to = std::min(from + pathsAtOnce, paths.size());
-    for (std::size_t i = from; i < to; ++i) command.push_back(":(literal)" + paths[i]);
-    const auto lines = git.need(std::move(command));
-    if (!lines) return std::unexpected(lines.error());
-    for (const auto& line : lines->parts()) {
-      const auto tab = line.find('\t');
-      if (tab == line.npos) continue;
-      const std::string path = line.substr(tab + 1);
-      if (!isConverted(line, byDefault) && !filtered->contains(path)) continue;
-      const std::string kept = inFolder(folder, exactFolder);
-      if (auto made = secureDirectory(kept); !made) return made;
-      if (auto made = makeParents(kept, path, false); !made) return made;
-      auto copied = copyItem(inFolder(git.path(), path), inFolder(kept, path), budget);
-      if (!copied) return copied;
-    }
-  }
-  return {};
-}
-
 /// Collects the empty folders in and below `folder`, and says what is no file.
 void findEmptyFolders(const std::string& root, const std::string& folder, const WorkBudget& budget,
                       std::size_t& left, std::vector<std::string>& found, SafetyNotes& notes) {
@@ -214,7 +152,14 @@ TaskSafetyResult<> recordEmptyFolders(const PatchGit& git, const std::string& fo
     findEmptyFolders(git.path(), name, budget, left, empty, notes);
   }
   std::erase(empty, ".");
-  return writeList(inFolder(folder, emptyFolderList), empty);
+  const std::string kept = inFolder(folder, emptyFolderTree);
+  if (empty.empty()) return {};
+  if (auto made = secureDirectory(kept); !made) return made;
+  for (const auto& each : empty) {
+    auto made = makeParents(kept, each + "/", false, git.path());
+    if (!made) return made;
+  }
+  return {};
 }
 
 }  // namespace
@@ -285,13 +230,26 @@ TaskSafetyResult<> recordRest(const PatchGit& git, const std::string& folder, Wo
     folders = std::move(*found);
   }
   if (hasUnstaged || sizeOf(inFolder(folder, stagedPatch)) > 0) {
-    if (auto kept = recordExactBytes(git, folder, budget); !kept) return kept;
+    const auto changed = git.need({"diff", "--name-only", "--no-ext-diff", "--diff-filter=d",
+                                   "--ignore-submodules=all", "--relative", "-z", "HEAD"});
+    if (!changed) return std::unexpected(changed.error());
+    auto kept = recordExactBytes(git, changed->parts(), inFolder(folder, exactFolder), budget);
+    if (!kept) return kept;
   }
   return recordEmptyFolders(git, folder, std::move(folders), budget, notes);
 }
 
 std::vector<std::string> emptyFolders(const std::string& folder) {
-  return readList(inFolder(folder, emptyFolderList));
+  auto folders = readList(inFolder(folder, earlierEmptyFolderList));
+  const std::string kept = inFolder(folder, emptyFolderTree);
+  std::error_code code;
+  for (fs::recursive_directory_iterator entry(kept, code), end; !code && entry != end;
+       entry.increment(code)) {
+    std::error_code ignored;
+    if (!fs::is_empty(entry->path(), ignored)) continue;
+    folders.push_back(entry->path().native().substr(kept.size() + 1));
+  }
+  return folders;
 }
 
 TaskSafetyResult<std::size_t> copyUntracked(const PatchGit& git, const std::string& target,
@@ -307,14 +265,18 @@ TaskSafetyResult<std::size_t> copyUntracked(const PatchGit& git, const std::stri
         *budget.files)));
   }
   if (auto made = secureDirectory(target); !made) return std::unexpected(made.error());
+  std::error_code ignored;
   for (const auto& each : paths) {
     const bool isNested = each.ends_with('/');
     const std::string relative = isNested ? each.substr(0, each.size() - 1) : each;
     const auto from = pathInside(git.path(), relative);
     const auto to = pathInside(target, relative);
     if (!from || !to) continue;
-    if (auto made = makeParents(target, relative, false); !made) {
+    if (auto made = makeParents(target, relative, false, git.path()); !made) {
       return std::unexpected(made.error());
+    }
+    if (isRealFolder(*to) && fs::is_symlink(fs::symlink_status(*from, ignored))) {
+      fs::remove_all(*to, ignored);
     }
     if (standsAt(*to)) continue;
     if (!isNested) {
@@ -329,7 +291,6 @@ TaskSafetyResult<std::size_t> copyUntracked(const PatchGit& git, const std::stri
                           .bytes = std::min(nestedBytes, budget.bytes.value_or(nestedBytes))};
     WorkBudget left = most;
     if (!copyItem(*from, *to, left)) {
-      std::error_code ignored;
       fs::remove_all(*to, ignored);
       notes.push_back(
           fmt::format("{} is a repository of its own and is not kept.", shown(relative)));
@@ -365,7 +326,8 @@ TaskSafetyResult<> copyDirectoryContents(const std::string& source, const std::s
     const std::string place = inFolder(target, relative);
     std::error_code ignored;
     const bool isFolder = entry->symlink_status(ignored).type() == fs::file_type::directory;
-    if (auto made = makeParents(target, relative + (isFolder ? "/" : ""), true); !made) return made;
+    auto made = makeParents(target, relative + (isFolder ? "/" : ""), true, source);
+    if (!made) return made;
     if (isFolder && !isRepository(entry->path())) continue;
     if (isFolder) {
       entry.disable_recursion_pending();
@@ -394,7 +356,8 @@ TaskSafetyResult<> applyRest(const PatchGit& git, const std::string& folder) {
   }
   for (const auto& each : emptyFolders(folder)) {
     if (!pathInside(git.path(), each)) continue;
-    if (auto made = makeParents(git.path(), each + "/", false); !made) return made;
+    const std::string kept = inFolder(folder, emptyFolderTree);
+    if (auto made = makeParents(git.path(), each + "/", false, kept); !made) return made;
   }
   return announce(git, readAnnounced(folder));
 }

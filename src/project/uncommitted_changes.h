@@ -22,6 +22,9 @@ namespace changes {
 inline constexpr std::string_view workingPatch = "working.patch";
 inline constexpr std::string_view stagedPatch = "staged.patch";
 inline constexpr std::string_view untrackedFolder = "untracked";
+inline constexpr std::string_view exactFolder = "exact";  // see exact_bytes.h
+/// The empty folders, with their modes.
+inline constexpr std::string_view emptyFolderTree = "empty-folders";
 
 /// Writes both patches, and where there are some, the files that were announced and not staged.
 TaskSafetyResult<> recordPatches(const PatchGit& git, const std::string& folder);

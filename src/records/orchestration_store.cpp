@@ -30,16 +30,23 @@ std::optional<Json> OrchestrationStore::loadJson(std::string_view name) {
   return std::nullopt;
 }
 
-files::Result<> OrchestrationStore::saveText(std::string_view text, std::string_view name) {
-  const std::string path = url(name);
-  if (auto made = files::createOwnerOnlyFolder(files::parent(path)); !made) return made;
-  if (const auto unread = unreadable_.find(name); unread != unreadable_.end()) {
-    if (auto free = keptAside::makeWay(path, unread->second, now_(), notice_); !free) return free;
-    unreadable_.erase(unread);
+OrchestrationStore::Write OrchestrationStore::prepareText(std::string text, std::string_view name) {
+  if (auto kept = keepUnreadable(name); !kept) return [kept] { return kept; };
+  return [path = url(name), text = std::move(text)]() -> files::Result<> {
+    if (auto made = files::createOwnerOnlyFolder(files::parent(path)); !made) return made;
+    const auto json = json::parse(text);
+    return files::writeAtomically(path, json ? json::writePrettySorted(*json) : text, 0600);
+  };
+}
+
+files::Result<> OrchestrationStore::keepUnreadable(std::string_view name) {
+  const auto unread = unreadable_.find(name);
+  if (unread == unreadable_.end()) return {};
+  if (auto free = keptAside::makeWay(url(name), unread->second, now_(), notice_); !free) {
+    return free;
   }
-  const auto json = json::parse(text);
-  return files::writeAtomically(path, json ? json::writePrettySorted(*json) : std::string(text),
-                                0600);
+  unreadable_.erase(unread);
+  return {};
 }
 
 void OrchestrationStore::markUnreadable(std::string_view name, std::string reason) {

@@ -45,15 +45,24 @@ class OrchestrationStore {
   /// read is kept beside it first, under a name with the date; when that fails nothing is written.
   template <typename Value>
   files::Result<> save(const Value& value, std::string_view name) {
+    return prepareSave(value, name)();
+  }
+
+  /// The same in two steps: what is answered waits for the disk, on any thread. Those of one file
+  /// are called one after the other, in their order.
+  using Write = std::function<files::Result<>()>;
+  template <typename Value>
+  Write prepareSave(const Value& value, std::string_view name) {
     std::string text;
     JsonWriter writer(text);
     writeJson(writer, value, orchestrationJson);
-    return saveText(text, name);
+    return prepareText(std::move(text), name);
   }
 
  private:
   std::optional<Json> loadJson(std::string_view name);
-  files::Result<> saveText(std::string_view text, std::string_view name);
+  Write prepareText(std::string text, std::string_view name);
+  files::Result<> keepUnreadable(std::string_view name);
   void markUnreadable(std::string_view name, std::string reason);
 
   std::string folder_;

@@ -20,9 +20,9 @@ std::vector<UsageLedgerEvent> UsageLedger::load(OrchestrationStore& store) {
   return store.load(fileName, std::vector<UsageLedgerEvent>());
 }
 
-files::Result<> UsageLedger::save(const std::vector<UsageLedgerEvent>& events,
-                                  OrchestrationStore& store) {
-  return store.save(events, fileName);
+std::function<files::Result<>()> UsageLedger::prepareSave(
+    const std::vector<UsageLedgerEvent>& events, OrchestrationStore& store) {
+  return store.prepareSave(events, fileName);
 }
 
 }  // namespace vantrell

@@ -3,6 +3,7 @@
 // values.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -33,7 +34,9 @@ inline constexpr std::size_t mostEvents = 1000;
 
 /// Empty where nothing is stored, or nothing that can be read. Main queue, as the store.
 std::vector<UsageLedgerEvent> load(OrchestrationStore& store);
-files::Result<> save(const std::vector<UsageLedgerEvent>& events, OrchestrationStore& store);
+/// What is answered writes it, on any thread: those in their order.
+std::function<files::Result<>()> prepareSave(const std::vector<UsageLedgerEvent>& events,
+                                             OrchestrationStore& store);
 
 }  // namespace UsageLedger
 }  // namespace vantrell

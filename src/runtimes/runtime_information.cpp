@@ -79,8 +79,10 @@ void inspectRuntime(ProgramRunner& runner, AgentProvider provider, const std::st
   runRuntime(runner, provider, executable, {"--version"}, informationLimit,
              [weak = runner.weak_from_this(), provider, executable,
               completion = std::move(completion)](const RuntimeAnswer& answer) {
-               RuntimeInspection inspection{
-                   .version = versionIn(answer), .signedIn = {}, .hasRunOut = answer.hasRunOut};
+               RuntimeInspection inspection{.version = versionIn(answer),
+                                            .signedIn = {},
+                                            .hasRunOut = answer.hasRunOut,
+                                            .hasFailed = answer.status != 0 && !answer.hasRunOut};
                const auto* question = signInQuestionOf(provider);
                const auto strong = weak.lock();
                if (!question || !strong) return completion(std::move(inspection));

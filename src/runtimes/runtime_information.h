@@ -35,6 +35,7 @@ struct RuntimeInspection {
   std::optional<std::string> version;
   std::optional<bool> signedIn;  // absent when not known, or when the runtime has no word for it
   bool hasRunOut = false;        // some question was not answered in time
+  bool hasFailed = false;        // the question for the version ended in an error
 };
 /// Asks for the version and, where the runtime can tell, whether it is signed in. Each question has
 /// the limit above. Main queue.

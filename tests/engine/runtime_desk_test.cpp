@@ -77,7 +77,9 @@ TEST_F(RuntimeDeskTest, ProgramThatFailsOrIsNoneIsInstalledWithoutAVersion) {
   for (const auto provider : {grok, claude}) {
     desk_->refresh(provider);
     awaitAnswers();
-    EXPECT_EQ(desk_->status(provider), RuntimeInstallStatus::installed(custom_[provider]));
+    auto expected = RuntimeInstallStatus::installed(custom_[provider]);
+    expected.hasFailed = true;
+    EXPECT_EQ(desk_->status(provider), expected);
   }
 }
 

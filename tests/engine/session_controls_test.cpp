@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include "platform/program_runner.h"
 #include "support/engine_fixture.h"
 
 namespace vantrell {
@@ -142,6 +143,27 @@ TEST_F(SessionControlsTest, ModelsOfTheLocalServerFollowADetection) {
   EXPECT_EQ(model->controls.sessionModelOptions().size(), 1U);
 }
 
+TEST_F(SessionControlsTest, ProgramsAreAskedForModelsWhenTheUsersPathIsKnown) {
+  BackgroundPool pool{1};
+  ports.runtimes.runner = std::make_shared<ProgramRunner>(main, pool);
+  ports.runtimes.pool = &pool;
+  ports.runtimes.refreshesAtStart = true;
+  int lookedForServers = 0;
+  ports.refreshLocalRuntime = [&] { ++lookedForServers; };
+  std::function<void()> pathIsKnown;
+  ports.runtimes.readUserPath = [&](std::function<void()> done) { pathIsKnown = std::move(done); };
+  ports.runtimes.customExecutable = [](AgentProvider) { return std::optional("/bin/true"); };
+  start();
+  EXPECT_FALSE(model->catalog->isAsking());
+  EXPECT_EQ(lookedForServers, 1);
+  pathIsKnown();
+  EXPECT_TRUE(model->catalog->isAsking());
+  EXPECT_TRUE(main.runUntil([&] { return !model->catalog->isAsking(); }));
+  EXPECT_EQ(lookedForServers, 1);
+  model.reset();
+  ports.runtimes = {};
+}
+
 TEST_F(SessionControlsTest, WebhookOfAConversationThatTaskletServesCountsAtOnce) {
   bool isStored = true;
   std::string saved;
@@ -163,6 +185,16 @@ TEST_F(SessionControlsTest, WebhookOfAConversationThatTaskletServesCountsAtOnce)
   EXPECT_EQ(saved, "https://b");
   EXPECT_EQ(client().stops, 1) << "the next turn uses the new address";
   EXPECT_FALSE(model->executions.mirror().errorMessage);
+  EXPECT_EQ(run().status, RunRecordStatus::completed);
+
+  work("Again");
+  model->setup.configureTaskletWebhookURL("https://c");
+  EXPECT_EQ(run().status, RunRecordStatus::cancelled) << "nobody is left who could end the turn";
+  EXPECT_EQ(run().completedAt, main.now());
+  work("Once more");
+  model.reset();
+  EXPECT_EQ(this->saved()[1].threads[0].runs.back().status, RunRecordStatus::running)
+      << "the end of the program ends no run: the next start tells of it";
 }
 
 }  // namespace

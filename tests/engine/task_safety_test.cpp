@@ -151,6 +151,11 @@ TEST_F(TaskSafetyTest, MovesATaskIntoAWorktreeAndNeverBack) {
             "merge the worktree from Terminal after reviewing its changes.");
   std::filesystem::remove_all(path);
   EXPECT_EQ(model->tree.executionPath(key), repository.path());
+  model->safety->restoreCheckpoint(thread().checkpoints.back());
+  main.runReady();
+  EXPECT_EQ(content(), "one\n");
+  EXPECT_EQ(model->safety->notes().back(),
+            "The task's worktree is gone: " + repository.path() + " was restored.");
 }
 
 TEST_F(TaskSafetyTest, DoesOnePieceOfWorkAtATimeInAFolder) {

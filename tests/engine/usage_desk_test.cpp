@@ -71,6 +71,26 @@ TEST_F(UsageDeskTest, ReportsOfAClientReachTheLedgerAndKeepEarlierCredits) {
   EXPECT_EQ(stored().size(), 2U);
 }
 
+TEST_F(UsageDeskTest, LedgerWaitsForTheDiskElsewhereAndOneWriteAtATime) {
+  struct Disk : Executor {
+    void post(Work work) override { works.push_back(std::move(work)); }
+    std::vector<Work> works;
+  } disk;
+  EngineCore core(main, *defaults, store, ports, &disk);
+  UsageDesk desk(core);
+  desk.reported(usageOf(claude, 1));
+  desk.reported(usageOf(claude, 2));
+  main.advance(5s);
+  ASSERT_EQ(disk.works.size(), 1U);
+  EXPECT_TRUE(stored().empty());
+  disk.works[0]();
+  EXPECT_EQ(stored().size(), 1U);
+  main.advance(1s);
+  ASSERT_EQ(disk.works.size(), 2U);
+  disk.works[1]();
+  EXPECT_EQ(stored().size(), 2U);
+}
+
 TEST_F(UsageDeskTest, LedgerOutlivesTheProgramAndDropsItsOldest) {
   start();
   for (int i = 0; i < 1003; ++i) model->usage.reported(usageOf(claude, i));

@@ -1,10 +1,23 @@
 #include "project/task_safety_service.h"
 
+#include <fmt/format.h>
+#include <functional>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include "platform/files.h"
 #include "support/git_repository.h"
+
+namespace {
+
+/// What stands when somebody waits for the disk.
+std::function<int()> onSync;  // NOLINT
+
+}  // namespace
+
+extern "C" int syncfs(int) noexcept {
+  return onSync ? onSync() : 0;
+}
 
 namespace vantrell::tests {
 
@@ -223,6 +236,36 @@ TEST_F(TaskSafetyServiceTest, LeavesSubmodulesAndRepositoriesInsideAlone) {
   EXPECT_EQ(content("nested/own.log"), "ignored, so in no checkpoint");
 }
 
+TEST_F(TaskSafetyServiceTest, BringsStagedSubmodulesBackWhateverDiffsLeaveOut) {
+  const GitRepository library;
+  const std::string first = library.commit();
+  const std::string second = library.commit("Another");
+  repository.git({"-c", "protocol.file.allow=always", "submodule", "--quiet", "add", library.path(),
+                  "module"});
+  repository.git({"config", "core.autocrlf", "true"});
+  const auto staged = [&] { return repository.git({"ls-files", "--stage", "module"}); };
+  const auto stage = [&](const std::string& revision) {
+    repository.git({"update-index", "--cacheinfo", "160000," + revision + ",module"});
+  };
+  for (const auto* where : {".gitmodules", ".git/config"}) {
+    repository.git({"config", "-f", where, "submodule.module.ignore", "all"});
+    repository.commit();
+    stage(first);
+    const std::string then = staged();
+    const auto made = taken();
+    stage(second);
+    const std::string now = staged();
+    const auto recovery = taken();
+    ASSERT_TRUE(service.restore(made, repository.path(), &recovery));
+    EXPECT_EQ(staged(), then) << where;
+    const auto before = taken();
+    ASSERT_TRUE(service.restore(recovery, repository.path(), &before));
+    EXPECT_EQ(staged(), now) << where;
+    EXPECT_FALSE(files::exists(recovery.archivePath + "/exact/module")) << "it is not ours";
+    repository.git({"config", "-f", where, "--unset", "submodule.module.ignore"});
+  }
+}
+
 TEST_F(TaskSafetyServiceTest, SparesWhatGitWasToldNotToLookAt) {
   repository.file("c.txt", "one\n");
   repository.commit();
@@ -262,31 +305,93 @@ TEST_F(TaskSafetyServiceTest, LosesNothingThatChangedAfterTheRecoveryCheckpoint)
             "of this moment\n");
 }
 
-TEST_F(TaskSafetyServiceTest, BringsBackTheBytesOfChangedFilesThatGitConverts) {
-  repository.git({"config", "core.autocrlf", "true"});
-  const std::string mixed = "one\r\ntwo\nthree\r\n";
-  repository.file("a.txt", mixed);
-  repository.file("staged", mixed);
-  repository.git({"add", "staged"});
+TEST_F(TaskSafetyServiceTest, HasTheRecoveryCheckpointOnTheDiskBeforeAnythingGoes) {
   const auto made = taken();
-  repository.file("a.txt", "other\n");
-  repository.file("staged", "other\n");
-  ASSERT_TRUE(service.restore(made, repository.path()));
-  EXPECT_EQ(content("a.txt"), mixed);
-  EXPECT_EQ(content("staged"), mixed);
+  repository.file("a.txt", "two\n");
+  repository.file("new", "here");
+  const auto recovery = taken();
+  std::vector<std::string> seen;
+  onSync = [&] {
+    std::string all = content("a.txt");
+    for (const auto* name : {"new", "late"}) {
+      const auto saved = fmt::format("{}/untracked/{}", recovery.archivePath, name);
+      all += fmt::format("{} {} {}, ", name, content(name), TemporaryFolder::contentOf(saved));
+    }
+    seen.push_back(all);
+    errno = EIO;
+    if (seen.size() == 1) return -1;
+    repository.file("late", "too");  // made by somebody just now
+    return 0;
+  };
+  const auto failed = service.restore(made, repository.path(), &recovery);
+  ASSERT_FALSE(failed);
+  EXPECT_FALSE(failed.error().mayHaveChangedFiles);
+  EXPECT_TRUE(failed.error().description().contains("Input/output error"));
+  const auto restored = service.restore(made, repository.path(), &recovery);
+  onSync = nullptr;
+  ASSERT_TRUE(restored) << restored.error().description();
+  const std::string before = "two\nnew here here, late  , ";
+  EXPECT_EQ(seen, (std::vector<std::string>{before, before, "one\nnew here here, late too too, "}));
+  EXPECT_FALSE(files::exists(repository / "new"));
 }
 
-TEST_F(TaskSafetyServiceTest, BringsBackWhatAFilterKeepsOutOfPatches) {
+TEST_F(TaskSafetyServiceTest, KeepsTheModesOfFoldersThatOnlyItsOwnerMayLookInto) {
+  const std::vector<std::string> folders{"private", "private/empty", "private/with file", "empty"};
+  const auto close = [&](const std::string& name) {
+    fs::permissions(repository.folder(name), fs::perms::owner_all);
+  };
+  std::ranges::for_each(folders, close);
+  repository.file("private/with file/key", "secret");
+  const auto made = taken();
+  for (const auto* name : {"private", "empty"}) fs::remove_all(repository / name);
+  ASSERT_TRUE(service.restore(made, repository.path()));
+  const auto worktree = service.createIsolatedWorktree(workspace, thread, repository.path());
+  ASSERT_TRUE(worktree);
+  for (const auto& name : folders) {
+    EXPECT_EQ(fs::status(repository / name).permissions(), fs::perms::owner_all) << name;
+    EXPECT_EQ(fs::status(worktree->path + "/" + name).permissions(), fs::perms::owner_all) << name;
+  }
+}
+
+TEST_F(TaskSafetyServiceTest, GivesBackTheBytesThatARestoreTookForUnchanged) {
+  repository.git({"config", "core.autocrlf", "true"});
+  const auto made = taken();
+  // For git, the ends of lines are no change: "by a commit" differs from the revision alone, "by a
+  // patch" is changed in the checkpoint, and "touched" is as it was.
+  const std::vector<std::string> names{"by a commit", "by a patch", "touched"};
+  const std::string mixed = "one\r\ntwo\nthree\r\n";
+  repository.git({"checkout", "--quiet", "-b", "earlier"});
+  for (const auto& name : names) repository.file(name, mixed);
+  repository.commit();
+  repository.file("by a patch", "changed\n");
+  const auto changed = taken();
+  for (const auto& name : names) repository.file(name, mixed);
+  for (const auto& each : {made, changed}) {
+    // Git looks into all others, as it does not know yet that they are unchanged.
+    repository.git({"add", "by a commit", "by a patch"});
+    const auto recovery = taken();
+    ASSERT_TRUE(service.restore(each, repository.path(), &recovery));
+    const auto before = taken();
+    ASSERT_TRUE(service.restore(recovery, repository.path(), &before));
+    for (const auto& name : names) EXPECT_EQ(content(name), mixed) << name;
+  }
+}
+
+TEST_F(TaskSafetyServiceTest, BringsBackTheBytesOfChangedFilesThatNoPatchSays) {
   repository.git({"config", "filter.strip.clean", "sed /output/d"});
-  repository.file(".gitattributes", "*.book filter=strip\n");
+  repository.git({"config", "core.autocrlf", "true"});
+  repository.file(".gitattributes", "*.book filter=strip -text\n");
   repository.file("my.book", "one\n");
   repository.commit();
-  const std::string written = "two\noutput of a long night\n";
-  repository.file("my.book", written);
+  const std::map<std::string, std::string> written{{"my.book", "two\noutput of a long night\n"},
+                                                   {"a.txt", "one\r\ntwo\nthree\r\n"},
+                                                   {"staged", "one\r\ntwo\nthree\r\n"}};
+  for (const auto& [name, bytes] : written) repository.file(name, bytes);
+  repository.git({"add", "staged"});
   const auto made = taken();
-  repository.file("my.book", "three\n");
+  for (const auto& [name, bytes] : written) repository.file(name, "other\n");
   ASSERT_TRUE(service.restore(made, repository.path()));
-  EXPECT_EQ(content("my.book"), written);
+  for (const auto& [name, bytes] : written) EXPECT_EQ(content(name), bytes) << name;
 }
 
 TEST_F(TaskSafetyServiceTest, FollowsNoLinkOutOfTheProject) {
@@ -308,6 +413,10 @@ TEST_F(TaskSafetyServiceTest, FollowsNoLinkOutOfTheProject) {
 // ---- worktrees ----------------------------------------------------------------------------------
 
 TEST_F(TaskSafetyServiceTest, CopiesUncommittedWorkOfEveryKindIntoAWorktree) {
+  repository.file("loop/x", "one\n");
+  repository.commit();
+  fs::remove_all(repository / "loop");
+  fs::create_symlink("loop", repository / "loop");
   repository.file("a.txt", "staged\n");
   repository.git({"add", "a.txt"});
   repository.file("a.txt", "unstaged\n");
@@ -337,6 +446,7 @@ TEST_F(TaskSafetyServiceTest, CopiesUncommittedWorkOfEveryKindIntoAWorktree) {
             repository.git({"ls-files", "--stage"}));
   EXPECT_EQ(TemporaryFolder::contentOf(made->path + "/a.txt"), "unstaged\n");
   EXPECT_EQ(fs::read_symlink(made->path + "/dangling"), "nowhere");
+  EXPECT_EQ(fs::read_symlink(made->path + "/loop"), "loop");
   EXPECT_TRUE(files::isExecutable(made->path + "/tool"));
   EXPECT_TRUE(files::isFolder(made->path + "/empty/inside"));
   EXPECT_FALSE(files::exists(made->path + "/kept.log"));

@@ -106,6 +106,12 @@ TEST_F(LocalRuntimeDetection, SaysWhyNothingWasFound) {
     EXPECT_EQ(reasonAfterRefresh(), one.reason);
     EXPECT_EQ(detector_->status().label(), "Not detected");
   }
+  const HttpServer models(listing("/v1/models", R"({"data":[{"id":"m"}]})"));
+  const HttpServer elsewhere(HttpServer::answering([&](auto& connection, const auto&) {
+    connection.answer(307, "", "Location: " + models.url() + "/v1/models\r\n");
+  }));
+  configure("custom", elsewhere.url());
+  EXPECT_EQ(reasonAfterRefresh(), "Local runtime returned HTTP 307.");
   const auto port = std::to_string(closedPort());
   configure("custom", "http://127.0.0.1:" + port);
   EXPECT_EQ(reasonAfterRefresh(),

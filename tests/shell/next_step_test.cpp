@@ -50,10 +50,17 @@ TEST(NextStep, FollowsFromWhatIsKnownAndOnlyWhatCanBeUsedIsTicked) {
   EXPECT_EQ(mark(missing, absent), "○");
 }
 
-TEST(NextStep, HangingProgramIsNeitherReadyNorUnknown) {
-  const auto step = nextStep(kimi, installed({}, true), "");
-  EXPECT_TRUE(step.words.contains("did not answer within 15 seconds")) << step.words;
-  EXPECT_FALSE(step.words.contains("ready")) << step.words;
+TEST(NextStep, ProgramThatHangsOrFailsIsNeitherReadyNorUnknown) {
+  auto failed = installed({});
+  failed.hasFailed = true;
+  for (const auto& [status, why] :
+       {std::pair(installed({}, true), "did not answer within 15 seconds"),
+        std::pair(failed, "failed when it was asked")}) {
+    const auto step = nextStep(kimi, status, "");
+    EXPECT_TRUE(step.words.contains(why)) << step.words;
+    EXPECT_FALSE(step.words.contains("ready")) << step.words;
+    EXPECT_EQ(mark(status, step), "?");
+  }
 }
 
 TEST(NextStep, ModelOutsideThePlanIsToBeSetUp) {

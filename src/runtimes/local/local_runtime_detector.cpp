@@ -46,7 +46,9 @@ class Detection : public std::enable_shared_from_this<Detection> {
     }
     HttpRequest request{.url = probes_[index].discoveryURL.text(),
                         .requestTimeout = probeTimeout,
-                        .resourceTimeout = longestProbe};
+                        .resourceTimeout = longestProbe,
+                        // To where the rules for addresses might not let us go.
+                        .redirects = HttpRequest::Redirects::refuse};
     client_.send(std::move(request), [self = shared_from_this(), index](auto result) {
       // Only the end of the client cancels: it must not be asked again.
       const bool isOver = !result && result.error().kind == HttpError::Kind::cancelled;

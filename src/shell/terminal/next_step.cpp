@@ -18,11 +18,12 @@ NextStep stepOfAnInstalledOne(AgentProvider provider, const RuntimeInstallStatus
   if (status.signedIn == false) {
     return {NextStep::Kind::logIn, logIn, fmt::format("sign in: {}", logIn)};
   }
-  if (status.hasRunOut) {
+  if (status.hasRunOut || status.hasFailed) {
     const std::string command = shellQuoted(status.path) + " --version";
-    return {NextStep::Kind::tryIt, command,
-            fmt::format("it did not answer within {} seconds; see what it says: {}",
-                        informationLimit.count(), command)};
+    const std::string what = status.hasRunOut ? fmt::format("it did not answer within {} seconds",
+                                                            informationLimit.count())
+                                              : "it failed when it was asked for its version";
+    return {NextStep::Kind::tryIt, command, fmt::format("{}; see what it says: {}", what, command)};
   }
   if (!status.signedIn) {
     return {NextStep::Kind::logInPerhaps, logIn,

@@ -26,8 +26,8 @@ NextStep nextStep(AgentProvider provider, const RuntimeInstallStatus& status,
 NextStep nextStepOfLocal(const LocalRuntimeStatus& status, bool hasHarness);
 NextStep nextStepOfTasklet(bool isConfigured);
 
-/// One sign: ✓ can be used, as far as is known; ! something is left to do; ? it did not answer;
-/// ○ it is not there.
+/// One sign: ✓ can be used, as far as is known; ! something is left to do; ? it did not answer
+/// or failed; ○ it is not there.
 std::string_view mark(const RuntimeInstallStatus& status, const NextStep& step);
 
 }  // namespace vantrell::shell

@@ -99,6 +99,7 @@ Row rowOf(const RuntimeSurvey& survey, AgentProvider provider) {
   } else if (status.isInstalled()) {
     row.version = status.version     ? firstLine(*status.version)
                   : status.hasRunOut ? "no answer"
+                  : status.hasFailed ? "failed"
                                      : "not known";
     row.signIn = signInWord(status);
     row.place = shortPath(status.path);

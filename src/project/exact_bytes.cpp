@@ -1,0 +1,79 @@
+#include "project/exact_bytes.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <functional>
+#include <set>
+#include <unistd.h>
+
+#include "platform/text.h"
+
+namespace vantrell {
+
+namespace {
+
+/// Paths that one command line takes.
+constexpr std::size_t pathsAtOnce = 500;
+
+/// Whether git converts line ends of a file on its way in or out; a line of "ls-files --eol".
+bool isConverted(std::string_view line, bool byDefault) {
+  const auto attributes = line.find("attr/");
+  const auto end = line.find('\t');
+  if (attributes == line.npos || end == line.npos) return false;
+  const auto attribute = text::trimmed(line.substr(attributes + 5, end - attributes - 5));
+  if (line.substr(0, attributes).contains("w/-text")) return false;
+  return attribute.empty() ? byDefault : attribute != "-text";
+}
+
+/// Those of the paths that a filter of the user's goes over. One that leaves something out on the
+/// way in, as the outputs of a notebook, leaves it out of a patch too.
+TaskSafetyResult<std::set<std::string, std::less<>>> filteredFiles(
+    const PatchGit& git, const std::vector<std::string>& paths) {
+  std::string input;
+  for (const auto& each : paths) input.append(each).push_back('\0');
+  const auto found = git.need({"check-attr", "-z", "--stdin", "filter"}, {.input = input});
+  if (!found) return std::unexpected(found.error());
+  std::set<std::string, std::less<>> filtered;
+  const auto parts = text::split(found->output, '\0');  // path, attribute and value by turns
+  for (std::size_t i = 0; i + 2 < parts.size(); i += 3) {
+    if (parts[i + 2] != "unspecified" && parts[i + 2] != "unset") filtered.emplace(parts[i]);
+  }
+  return filtered;
+}
+
+}  // namespace
+
+TaskSafetyResult<> recordExactBytes(const PatchGit& git, const std::vector<std::string>& paths,
+                                    const std::string& folder, WorkBudget& budget) {
+  if (paths.empty()) return {};
+  const auto filtered = filteredFiles(git, paths);
+  if (!filtered) return std::unexpected(filtered.error());
+  const std::string automatic = git.look({"config", "core.autocrlf"}).text();
+  const bool byDefault = automatic == "true" || automatic == "input";
+  for (std::size_t from = 0; from < paths.size(); from += pathsAtOnce) {
+    std::vector<std::string> command{"ls-files", "--eol", "-z", "--"};
+    const std::size_t to = std::min(from + pathsAtOnce, paths.size());
+    for (std::size_t i = from; i < to; ++i) command.push_back(":(literal)" + paths[i]);
+    const auto lines = git.need(std::move(command));
+    if (!lines) return std::unexpected(lines.error());
+    for (const auto& line : lines->parts()) {
+      const auto tab = line.find('\t');
+      if (tab == line.npos) continue;
+      const std::string path = line.substr(tab + 1);
+      if (!isConverted(line, byDefault) && !filtered->contains(path)) continue;
+      const std::string place = fmt::format("{}/{}", git.path(), path);
+      // A folder that is there for nothing would take the place of a file when it goes back; and
+      // what is in a submodule is not ours.
+      if (!standsAt(place) || isRealFolder(place)) continue;
+      if (auto made = secureDirectory(folder); !made) return made;
+      if (auto made = makeParents(folder, path, false, git.path()); !made) return made;
+      const std::string copy = fmt::format("{}/{}", folder, path);
+      ::unlink(copy.c_str());
+      auto copied = copyItem(place, copy, budget);
+      if (!copied) return copied;
+    }
+  }
+  return {};
+}
+
+}  // namespace vantrell
