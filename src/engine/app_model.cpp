@@ -28,8 +28,10 @@ AppModel::AppModel(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore&
                                               usage)),
       usageReset(std::make_shared<UsageReset>(*this, usage, controls, *starter)),
       status(*this),
-      driver(std::make_shared<TaskDriver>(*this, queue, *starter, failures, usage, *router,
-                                          *context, *git, *hooks, status)),
+      ends(std::make_shared<TurnEnds>(*this, queue, failures, *git, *hooks)),
+      delivery(std::make_shared<TurnDelivery>(*this, *router, *context, usage, *starter, failures,
+                                              *ends)),
+      driver(std::make_shared<TaskDriver>(*this, status, queue, *context, *hooks, *delivery)),
       monitor(std::make_shared<ExecutionMonitor>(*this)),
       safety(std::make_shared<TaskSafety>(*this, *git)),
       branches(std::make_shared<TaskBranches>(*this, operations, *router, *driver, *safety)) {

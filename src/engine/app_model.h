@@ -25,6 +25,8 @@
 #include "engine/task_branches.h"
 #include "engine/task_driver.h"
 #include "engine/task_safety.h"
+#include "engine/turn_delivery.h"
+#include "engine/turn_ends.h"
 #include "engine/turn_failures.h"
 #include "engine/usage_desk.h"
 #include "engine/usage_reset.h"
@@ -63,6 +65,8 @@ class AppModel : public EngineCore {
   const std::shared_ptr<ClientStarter> starter;
   const std::shared_ptr<UsageReset> usageReset;
   StatusDesk status;
+  const std::shared_ptr<TurnEnds> ends;
+  const std::shared_ptr<TurnDelivery> delivery;
   const std::shared_ptr<TaskDriver> driver;
   const std::shared_ptr<ExecutionMonitor> monitor;
   const std::shared_ptr<TaskSafety> safety;

@@ -1,30 +1,25 @@
-// Drives every task: how a prompt becomes a run, reaches a client, and ends. The steps of a turn
-// stand in one function each, in their fixed order. Main queue.
+// The composer's way in: a prompt is answered, queued, or becomes the run of a turn, which
+// TurnDelivery takes on; and the user's way to end one. The steps up to there stand in one function
+// each, in their fixed order. Main queue.
 #pragma once
 
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
-#include "engine/client_starter.h"
 #include "engine/engine_core.h"
-#include "engine/git_desk.h"
 #include "engine/hook_desk.h"
 #include "engine/project_context_desk.h"
 #include "engine/prompt_queue.h"
-#include "engine/router.h"
 #include "engine/status_desk.h"
-#include "engine/turn_failures.h"
-#include "engine/usage_desk.h"
+#include "engine/turn_delivery.h"
 
 namespace vantrell {
 
 class TaskDriver : public std::enable_shared_from_this<TaskDriver> {
  public:
-  TaskDriver(EngineCore& core, PromptQueue& queue, ClientStarter& starter, TurnFailures& failures,
-             UsageDesk& usage, Router& router, ProjectContextDesk& context, GitDesk& git,
-             HookDesk& hooks, StatusDesk& status);
+  TaskDriver(EngineCore& core, StatusDesk& status, PromptQueue& queue, ProjectContextDesk& context,
+             HookDesk& hooks, TurnDelivery& delivery);
 
   /// A workspace is selected and its conversation is not busy.
   bool canSend() const;
@@ -42,53 +37,21 @@ class TaskDriver : public std::enable_shared_from_this<TaskDriver> {
   /// nothing queued starts.
   void stopWorking();
 
-  /// How long the next prompt waits for the end of a turn that was stopped; then its client is
-  /// replaced by another in the same session.
-  static constexpr std::chrono::seconds stopPatience{10};
-
  private:
-  /// What one turn carries along.
-  struct Turn {
-    ThreadExecutionKey key;
-    Uuid runID;
-    std::string originalPrompt;  // as assembled
-    std::set<AgentProvider> attempted;
-    bool clientWasReady = false;  // when the turn began
-  };
-  using PromptResult = std::expected<JsonObject, AgentError>;
-
   void beginTurn(const std::string& text, const std::vector<ChatAttachment>& attachments,
                  const ThreadExecutionKey& key, bool clientWasReady, int stopCount);
   void replaceRun(const ThreadExecutionKey& key);
-  bool isLive(const Turn& turn) const;
-  void routePrompt(const Turn& turn);
-  void takeRoute(Turn turn);
-  void switchProvider(Turn turn, AgentProvider from, AgentProvider to);
-  void deliver(std::string prompt, Turn turn, AgentProvider provider);
-  void startAndSend(std::string prompt, Turn turn, AgentProvider provider);
-  void sendBehindStoppedTurn(std::string prompt, Turn turn, AgentProvider provider);
-  void performSend(const std::string& prompt, const Turn& turn, AgentProvider provider);
-  void turnCompleted(const Turn& turn, AgentProvider provider);
-  void turnFailed(const AgentError& error, const Turn& turn, AgentProvider provider);
-  void fail(const AgentError& error, const Turn& turn, AgentProvider provider);
-  void handOff(Turn turn, AgentProvider from, AgentProvider to);
-  void buildCapsule(const Turn& turn, AgentProvider from, AgentProvider to,
-                    std::function<void(TaskDriver&, std::string capsule)> then);
 
   MainQueue& main_;
   Settings& settings_;
   WorkspaceTree& tree_;
   Selection& selection_;
   ExecutionTable& executions_;
-  PromptQueue& queue_;
-  ClientStarter& starter_;
-  TurnFailures& failures_;
-  UsageDesk& usage_;
-  Router& router_;
-  ProjectContextDesk& context_;
-  GitDesk& git_;
-  HookDesk& hooks_;
   StatusDesk& status_;
+  PromptQueue& queue_;
+  ProjectContextDesk& context_;
+  HookDesk& hooks_;
+  TurnDelivery& delivery_;
   const EnginePorts& ports_;
 };
 
