@@ -23,12 +23,9 @@ SessionStatusReport StatusDesk::report(const ThreadExecutionKey& key) {
   if (!provider) provider = thread->lastProvider;
   if (provider) report.providerLabel = shortLabel(*provider);
   report.queuedPromptCount = thread->queuedPrompts.size();
-  // A turn has no run yet while its checkpoint is taken and its hooks run: what the last one had
-  // is no news of it.
-  const RunRecord* const current = state.isBusy() ? tree_.run(execution->activeRunID, key) : run;
-  if (current) {
-    report.startedAt = current->startedAt;
-    report.lastActivityAt = current->lastActivityAt;
+  if (run) {
+    report.startedAt = run->startedAt;
+    report.lastActivityAt = run->lastActivityAt;
   }
   if (state.isBusy() && !report.lastActivityAt) report.lastActivityAt = execution->lastActivityAt;
 

@@ -61,15 +61,6 @@ TEST_F(StatusDeskTest, FollowsATaskThroughItsPhases) {
   EXPECT_EQ(saved().back().threads.front().entries.size(), thread().entries.size());
 }
 
-TEST_F(StatusDeskTest, QuestionWhileATurnIsPreparedTellsNothingOfTheLastTurn) {
-  start();
-  work("Go");
-  client().finishes();
-  main.advance(std::chrono::hours(2));
-  model->driver->send("Next", {});  // no checkpoint is taken and no hook runs before we return
-  EXPECT_EQ(ask(), "The session is starting Kimi.");
-}
-
 TEST_F(StatusDeskTest, FirstQuestionNamesATaskWithoutATitleOfItsOwn) {
   start();
   for (const std::string title : {"New task", "New chat", "My title"}) {
