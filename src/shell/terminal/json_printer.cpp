@@ -1,17 +1,11 @@
 #include "shell/terminal/json_printer.h"
 
 #include "records/conversation_json.h"
+#include "shell/terminal/json_member.h"
 
 namespace vantrell::shell {
 
-namespace {
-
-void member(JsonWriter& writer, std::string_view key, std::string_view text) {
-  writer.key(key);
-  writer.value(text);
-}
-
-}  // namespace
+namespace {}  // namespace
 
 std::string eventLine(std::string_view name, const std::function<void(JsonWriter&)>& members) {
   std::string line;
@@ -51,8 +45,7 @@ void JsonPrinter::textAdded(const ChatEntry& entry, std::string_view text) {
 
 void JsonPrinter::transcriptReplaced(const Transcript& entries) {
   event("transcript", [&](JsonWriter& writer) {
-    writer.key("count");
-    writer.value(static_cast<std::int64_t>(entries.size()));
+    member(writer, "count", static_cast<std::int64_t>(entries.size()));
   });
   for (const auto& entry : entries) entryAdded(entry);
 }
@@ -81,8 +74,7 @@ std::string permissionEvent(const PermissionRequest& request) {
   return eventLine("permission", [&](JsonWriter& writer) {
     writer.key("request");
     writer.beginObject();
-    writer.key("id");
-    writer.value(request.id);
+    member(writer, "id", request.id);
     member(writer, "title", request.title);
     member(writer, "detail", request.detail);
     writer.key("options");
