@@ -67,7 +67,8 @@ class AnswerMaker {
             "# Title\n~## Two  words ##\n~- one\n~  * two\n~\t\t+ deep\n~\xE2\x80\xA2 round\n~"
             "- [ ] open\n~- [x] done\n~- [X]none\n~1. first\n~  12) second\n~007. agent\n~0) \n~"
             "> quoted\n~>\n~---\n~* * *\n~- -\n~```cpp\nint a;\n~```\n~``` end\n~  x = 1;  \n\n~"
-            "a | b\n~|---|:---:|\n~---|---\n~| 1 | 2 |\n~|1|2|3|\n~| |\n~--|---\n~\n~\n\n~\r\n~\r~"
+            "a | b\n~a|b\n---|---~|---|:---:|\n~---|---\n~| 1 | 2 |\n~|1|2|3|\n~| "
+            "|\n~--|---\n~\n~\n\n~\r\n~\r~"
             "text~ and more~. Then it ends~!Now~ \xF0\x9F\x91\xA9\xE2\x80\x8D\xF0\x9F\x92\xBB ~"
             "e\xCC\x81~\xE6\xBC\xA2\xE5\xAD\x97~\xC2\xA0~\xE3\x80\x80~\f~1. \f~\xE2\x80\xA8~   ~-~"
             "|~:~`~#~9~*~\n- ~"),

@@ -50,10 +50,7 @@ TEST(IncrementalBlocks, AreThoseOfTheWholeTextAfterEachChunk) {
 }
 
 TEST(IncrementalBlocks, SettleOnceTheNextLineIsThere) {
-  const struct {
-    std::string text;
-    std::size_t settled;
-  } cases[] = {
+  const std::pair<std::string, std::size_t> cases[] = {
       {"one", 0},
       {"one\n\n", 0},
       {"one\n\ntwo", 1},

@@ -71,10 +71,9 @@ class KeptText {
   }
   bool keeps(const B::Numbered& item, std::string_view text) {
     const std::string line = ink();
-    const std::size_t digits = std::min(line.find_first_not_of('0'), line.size());
-    const std::string number = item.number == 0 ? "" : std::to_string(item.number);
-    const std::string zeros = line.substr(0, digits);
-    return takes(zeros + number + "." + inkOf(text)) || takes(zeros + number + ")" + inkOf(text));
+    std::string number = line.substr(0, line.find_first_not_of('0'));
+    if (item.number != 0) number += std::to_string(item.number);
+    return takes(number + "." + inkOf(text)) || takes(number + ")" + inkOf(text));
   }
   bool keeps(const B::Quote&, std::string_view text) { return takes(">" + inkOf(text)); }
   bool keeps(const B::Divider&, std::string_view) {
@@ -93,16 +92,15 @@ class KeptText {
     return true;
   }
   bool keeps(const ResponseTable& table, std::string_view) {
-    const auto isRow = [this](const std::vector<std::string>& cells) {
+    const auto isRow = [&](const std::vector<std::string>& cells) {
       const std::string line = ink();
       const std::string row = inkOf(text::joined(cells, "|"));
-      const std::size_t at = line.find(row);
-      const auto arePipes = [](std::string_view marks) {
-        return marks.find_first_not_of('|') == marks.npos;
-      };
+      const std::size_t at = std::min(line.find(row), line.size());
+      const std::string around =
+          line.substr(0, at) + line.substr(std::min(at + row.size(), line.size()));
       ++at_;
-      return cells.size() == cellsOf(row) && at != line.npos && arePipes(line.substr(0, at)) &&
-             arePipes(line.substr(at + row.size()));
+      return at < line.size() && cells.size() == table.headers.size() &&
+             around.find_first_not_of('|') == around.npos;
     };
     if (!isRow(table.headers) || ink().find_first_not_of("-:|") != std::string::npos) return false;
     ++at_;
@@ -119,9 +117,6 @@ class KeptText {
     }
     at_ += at_ < lines_.size();  // the fence at the end, with what stands behind it
     return inside == text;
-  }
-  static std::size_t cellsOf(std::string_view row) {
-    return static_cast<std::size_t>(std::ranges::count(row, '|')) + 1;
   }
 
   const std::vector<std::string_view> lines_;

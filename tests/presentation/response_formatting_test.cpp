@@ -80,10 +80,7 @@ std::string sentence(std::size_t length) {
 
 TEST(ResponseFormatting, BreaksUpDenseProseAtItsSentences) {
   const auto joined = [](std::vector<std::string> parts) { return text::joined(parts, "\n\n"); };
-  const struct {
-    std::string text;
-    std::string structured;
-  } cases[] = {
+  const std::pair<std::string, std::string> cases[] = {
       // Up to 340 characters nothing happens, however many bytes they take.
       {sentence(60) + " " + sentence(279), sentence(60) + " " + sentence(279)},
       {sentence(60) + " \xC3\xA9" + std::string(278, 'x'),

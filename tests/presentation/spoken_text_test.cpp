@@ -8,10 +8,7 @@ namespace vantrell {
 namespace {
 
 TEST(SpokenText, LeavesOutMarkupAndCode) {
-  const struct {
-    std::string text;
-    std::string spoken;
-  } cases[] = {
+  const std::pair<std::string, std::string> cases[] = {
       {"", ""},
       {"Look:\n```cpp\nint a;\n```\nDone.", "Look: Code block omitted. Done."},
       {"```\nopen", "``` open"},
