@@ -10,8 +10,12 @@
 namespace vantrell {
 
 namespace {
+
 constexpr AgentProvider provider = AgentProvider::grok;
-}
+/// Bytes of a line that are kept for a path that comes in pieces; no path is longer.
+constexpr std::size_t keptOfLine = 4096;
+
+}  // namespace
 
 ImagineDesk::ImagineDesk(EngineCore& core, RuntimeDesk& runtimes)
     : main_(core.main),
@@ -27,15 +31,13 @@ ImagineDesk::ImagineDesk(EngineCore& core, RuntimeDesk& runtimes)
           }) {}
 
 ImagineDesk::~ImagineDesk() {
+  // Nobody is left to list what they would give.
+  stopCopies_.request_stop();
   endClient();
 }
 
 void ImagineDesk::load() {
   items_ = store_.load();
-}
-
-std::string_view ImagineDesk::kindWord() const {
-  return rawText(currentImagineKind_);
 }
 
 void ImagineDesk::announce() {
@@ -45,32 +47,48 @@ void ImagineDesk::announce() {
 // ---- a prompt, from the user to its end ---------------------------------------------------------
 
 void ImagineDesk::generateImagine(const std::string& prompt, ImagineKind kind) {
-  const auto trimmed = text::trimmed(prompt);
+  const std::string trimmed(text::trimmed(prompt));
   if (trimmed.empty()) return;
   if (!ports_.connector(provider).isAvailable({})) {
     runtimes_.noteMissing(provider);
     return executions_.showError("Install and log in to Grok Build before using Imagine.");
   }
-  currentImaginePrompt_ = trimmed;
-  currentImagineKind_ = kind;
-  progress_ = fmt::format("Preparing {} generation…", kindWord());
+  progress_ = fmt::format("Preparing {} generation…", rawText(kind));
+  const bool isUsable = client_ && (isStarting_ || isSessionOpen_);
+  const bool isReplaced = !isUsable || state_ != ConnectionState::ready();
+  if (!isReplaced && isPromptOpen_) {
+    // The agent is still ending what was cancelled, and takes one prompt at a time. What it names
+    // until then belongs to that one.
+    due_ = Wish{trimmed, kind};
+    state_ = ConnectionState::working();
+    return waitForStoppedClient();
+  }
+  begin({trimmed, kind});
+  if (isReplaced) return startClient();
+  if (!isStarting_) return performImagineSend();
+  // Cancelled while it was connecting; that goes on.
+  state_ = ConnectionState::connecting();
+  waitForStoppedClient();
+}
+
+void ImagineDesk::begin(Wish wish) {
+  currentImaginePrompt_ = std::move(wish.prompt);
+  currentImagineKind_ = wish.kind;
   answer_.clear();
+  openLine_.clear();
+  copyError_.clear();
   seenImaginePaths_.clear();
   wasCancelled_ = false;
-  const bool isUsable = client_ && (isStarting_ || isSessionOpen_);
-  if (!isUsable || state_ != ConnectionState::ready()) return startClient();
-  if (isStarting_) {
-    // Cancelled while it was connecting; that goes on.
-    state_ = ConnectionState::connecting();
-    return announce();
-  }
-  if (isPromptOpen_) {
-    // The agent is still ending what was cancelled, and takes one prompt at a time.
-    state_ = ConnectionState::working();
-    isSendDue_ = true;
-    return announce();
-  }
-  performImagineSend();
+}
+
+void ImagineDesk::waitForStoppedClient() {
+  patience_ = main_.after(stopPatience, weakly(this, [](ImagineDesk& self) {
+                            if (auto due = std::exchange(self.due_, {})) {
+                              self.begin(*std::move(due));
+                            }
+                            self.startClient();
+                          }));
+  announce();
 }
 
 template <typename Body>
@@ -124,12 +142,15 @@ void ImagineDesk::setCallbacks() {
 
 void ImagineDesk::endClient() {
   const auto client = std::exchange(client_, nullptr);
-  isStarting_ = isSessionOpen_ = isPromptOpen_ = isSendDue_ = false;
+  isStarting_ = isSessionOpen_ = isPromptOpen_ = false;
+  due_.reset();
+  patience_.cancel();
   if (client) client->stop();
 }
 
 void ImagineDesk::startCompleted(const StartResult& result) {
   isStarting_ = false;
+  patience_.cancel();
   // The client stays until the next prompt: how its process ended, if it did, is still to come.
   if (!result) return fail(result.error().localizedDescription());
   isSessionOpen_ = true;
@@ -153,7 +174,13 @@ void ImagineDesk::performImagineSend() {
 
 void ImagineDesk::promptCompleted(const PromptResult& result) {
   isPromptOpen_ = false;
-  if (std::exchange(isSendDue_, false)) return performImagineSend();
+  patience_.cancel();
+  if (auto due = std::exchange(due_, {})) {
+    begin(*std::move(due));
+    // Some agents end as a whole when they are told to stop.
+    const bool isGone = !result && result.error().isDisconnection();
+    return isGone ? startClient() : performImagineSend();
+  }
   // The user has been told that it was stopped, and how it ended is no news.
   if (wasCancelled_) return announce();
   if (!result) {
@@ -166,7 +193,8 @@ void ImagineDesk::promptCompleted(const PromptResult& result) {
   state_ = ConnectionState::ready();
   if (progress_.contains("generating")) progress_ = "Generation finished";
   announce();
-  ports_.sendRemoteImagineEvent("imagine_completed", fmt::format("Your {} is ready.", kindWord()));
+  ports_.sendRemoteImagineEvent("imagine_completed",
+                                fmt::format("Your {} is ready.", rawText(currentImagineKind_)));
 }
 
 void ImagineDesk::fail(const std::string& description) {
@@ -178,7 +206,8 @@ void ImagineDesk::fail(const std::string& description) {
 void ImagineDesk::cancelImagine() {
   if (client_) client_->cancel();
   wasCancelled_ = true;
-  isSendDue_ = false;
+  due_.reset();
+  patience_.cancel();
   state_ = ConnectionState::ready();
   progress_ = "Stopped";
   executions_.closeImagineQuestion();
@@ -201,47 +230,67 @@ void ImagineDesk::reset() {
 
 void ImagineDesk::handleImagine(const JsonObject& update) {
   const std::string kind = json::textOr(update, "sessionUpdate", "");
+  const std::string* said = nullptr;
   if (kind == "agent_message_chunk") {
     const JsonObject* content = json::object(update, "content");
-    if (const std::string* said = content ? json::text(*content, "text") : nullptr) {
-      progress_ = text::trimmed(*said);
-      if (answer_.size() < keptOfAnswer) answer_ += *said;
-      announce();
-    }
-  } else if (kind == "tool_call" || kind == "tool_call_update") {
-    const std::string* title = json::text(update, "title");
-    if (title && !title->empty()) {
-      progress_ = *title;
-      announce();
-    }
+    said = content ? json::text(*content, "text") : nullptr;
   }
-  for (const auto& path : ImagineMediaExtractor::paths(update)) {
-    if (seenImaginePaths_.insert(path).second) importLater(path);
+  const std::string* title =
+      kind == "tool_call" || kind == "tool_call_update" ? json::text(update, "title") : nullptr;
+  // The user has been told that it was stopped; files still count.
+  if (!wasCancelled_ && (said || (title && !title->empty()))) {
+    progress_ = said ? text::trimmed(*said) : *title;
+    if (said && answer_.size() < keptOfAnswer) answer_ += *said;
+    announce();
   }
+  for (const auto& path : pathsIn(update, said)) {
+    std::string source = ImagineStore::sourceOf(path);
+    if (!seenImaginePaths_.insert(source).second) continue;
+    copiesWaiting_.push_back({std::move(source), currentImaginePrompt_});
+  }
+  startCopies();
 }
 
-void ImagineDesk::importLater(const std::string& path) {
-  ++importsUnderWay_;
-  auto done = weakly(this, [](ImagineDesk& self, std::optional<ImagineItem> item) {
-    self.imported(std::move(item));
-  });
+/// Those of the update, and those that end in it: an agent that streams its words sends a path in
+/// pieces.
+std::set<std::string> ImagineDesk::pathsIn(const JsonObject& update, const std::string* said) {
+  auto paths = ImagineMediaExtractor::paths(update);
+  if (!said) return paths;
+  if (!openLine_.empty()) {
+    paths.merge(ImagineMediaExtractor::paths({{"text", openLine_ + *said}}));
+  }
+  openLine_ += *said;
+  openLine_.erase(0, openLine_.find_last_of(ImagineMediaExtractor::endsOfPaths) + 1);
+  if (openLine_.size() > keptOfLine) openLine_.erase(0, openLine_.size() - keptOfLine);
+  return paths;
+}
+
+void ImagineDesk::startCopies() {
   Executor& background =
       ports_.imagine.background ? *ports_.imagine.background : static_cast<Executor&>(main_);
-  background.post([&main = main_, done = std::move(done), folder = ports_.imagine.supportFolder,
-                   path, prompt = currentImaginePrompt_, now = main_.now()]() mutable {
-    auto item = ImagineStore::importMedia(folder, path, prompt, now);
-    main.post([done = std::move(done), item = std::move(item).value_or(std::nullopt)]() mutable {
-      done(std::move(item));
+  for (; copiesUnderWay_ < copiesAtOnce && !copiesWaiting_.empty(); copiesWaiting_.pop_front()) {
+    ++copiesUnderWay_;
+    auto done = weakly(this, [](ImagineDesk& self, files::Result<std::optional<ImagineItem>> item) {
+      self.imported(std::move(item));
     });
-  });
+    background.post([&main = main_, done = std::move(done), folder = ports_.imagine.supportFolder,
+                     copy = std::move(copiesWaiting_.front()), now = main_.now(),
+                     stop = stopCopies_.get_token()]() mutable {
+      auto item = ImagineStore::importMedia(folder, copy.path, copy.prompt, now, stop);
+      main.post(
+          [done = std::move(done), item = std::move(item)]() mutable { done(std::move(item)); });
+    });
+  }
 }
 
-void ImagineDesk::imported(std::optional<ImagineItem> item) {
-  --importsUnderWay_;
+void ImagineDesk::imported(files::Result<std::optional<ImagineItem>> item) {
+  --copiesUnderWay_;
+  startCopies();
+  if (!item) copyError_ = item.error().description;
   // What cannot be copied is passed over.
-  if (!item) return announce();
-  progress_ = item->kind == ImagineKind::video ? "Video ready" : "Image ready";
-  items_.insert(items_.begin(), *std::move(item));
+  if (!item || !*item) return announce();
+  progress_ = (*item)->kind == ImagineKind::video ? "Video ready" : "Image ready";
+  items_.insert(items_.begin(), **std::move(item));
   save();
   announce();
 }

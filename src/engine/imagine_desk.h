@@ -4,9 +4,12 @@
 // into the library. Main queue; files are copied in the background.
 #pragma once
 
+#include <chrono>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <set>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -31,9 +34,12 @@ class ImagineDesk : public std::enable_shared_from_this<ImagineDesk> {
   const std::string& imagineProgress() const { return progress_; }
   /// What the agent has said about the prompt at hand: why there is no picture. Its beginning only.
   const std::string& imagineAnswer() const { return answer_; }
+  /// Why a file that the agent named could not be copied into the library: the last such failure
+  /// since the prompt at hand began. Empty when there was none.
+  const std::string& imagineCopyError() const { return copyError_; }
   /// A prompt that the client has not answered (a cancelled one is, when the agent has ended it),
   /// or a copy under way.
-  bool hasUnfinishedWork() const { return isPromptOpen_ || importsUnderWay_ > 0; }
+  bool hasUnfinishedWork() const { return isPromptOpen_ || copiesUnderWay_ > 0; }
 
   /// Makes what the prompt says. Where the client is at work or has failed, a new one takes its
   /// place. An empty prompt does nothing.
@@ -47,27 +53,41 @@ class ImagineDesk : public std::enable_shared_from_this<ImagineDesk> {
   void reset();
 
   static constexpr std::size_t keptOfAnswer = 4096;  // bytes, about
+  /// How long a prompt waits for an agent that was stopped; then another client takes it.
+  static constexpr std::chrono::seconds stopPatience{10};
+  /// More would keep the background from what the agents of other tasks say.
+  static constexpr int copiesAtOnce = 2;
 
  private:
+  struct Wish {
+    std::string prompt;
+    ImagineKind kind = ImagineKind::image;
+  };
+  struct Copy {
+    std::string path;
+    std::string prompt;
+  };
   using StartResult = std::expected<AgentStartResult, AgentError>;
   using PromptResult = std::expected<JsonObject, AgentError>;
 
   /// For everything that a client calls: one that was replaced has nothing to say any more.
   template <typename Body>
   auto whileServing(Body body);
+  void begin(Wish wish);
   void startClient();
+  void waitForStoppedClient();
   void setCallbacks();
   void endClient();
   void startCompleted(const StartResult& result);
   void performImagineSend();
   void promptCompleted(const PromptResult& result);
   void handleImagine(const JsonObject& update);
-  void importLater(const std::string& path);
-  void imported(std::optional<ImagineItem> item);
+  std::set<std::string> pathsIn(const JsonObject& update, const std::string* said);
+  void startCopies();
+  void imported(files::Result<std::optional<ImagineItem>> item);
   void fail(const std::string& description);
   void save();
   void announce();
-  std::string_view kindWord() const;
 
   MainQueue& main_;
   Settings& settings_;
@@ -81,16 +101,21 @@ class ImagineDesk : public std::enable_shared_from_this<ImagineDesk> {
   ConnectionState state_;
   std::string progress_;
   std::string answer_;
+  std::string copyError_;
   std::shared_ptr<AgentClient> client_;  // kept between prompts
   bool isStarting_ = false;              // its start has not completed
   bool isSessionOpen_ = false;           // its start has succeeded
   bool isPromptOpen_ = false;            // it has a prompt that it has not answered
   bool wasCancelled_ = false;            // the prompt at hand
-  bool isSendDue_ = false;               // it waits for the end of a cancelled one
+  std::optional<Wish> due_;              // waits for the end of a cancelled one
+  Timer patience_;                       // of one that waits
   std::string currentImaginePrompt_;
   ImagineKind currentImagineKind_ = ImagineKind::image;
   std::set<std::string> seenImaginePaths_;  // handled for the prompt at hand
-  int importsUnderWay_ = 0;
+  std::string openLine_;                    // the end of what the agent says: a path may go on
+  std::deque<Copy> copiesWaiting_;
+  int copiesUnderWay_ = 0;
+  std::stop_source stopCopies_;
 };
 
 }  // namespace vantrell

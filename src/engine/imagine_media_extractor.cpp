@@ -10,7 +10,6 @@ using Paths = std::set<std::string>;
 
 constexpr std::string_view extensions[] = {".jpg", ".jpeg", ".png", ".webp", ".gif",
                                            ".mp4", ".mov",  ".m4v", ".webm"};
-constexpr std::string_view endsOfPaths = "\n\r\"'";
 
 char lowered(char letter) {
   return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
@@ -26,8 +25,8 @@ std::size_t extensionLength(std::string_view text) {
   return 0;
 }
 
-/// In a stretch that holds none of `endsOfPaths`. Where no extension follows the first slash, none
-/// follows a later one, so that every byte is looked at once.
+/// In a stretch that holds none of ImagineMediaExtractor::endsOfPaths. Where no extension follows
+/// the first slash, none follows a later one, so that every byte is looked at once.
 void searchStretch(std::string_view stretch, Paths& found) {
   for (auto slash = stretch.find('/'); slash != stretch.npos; slash = stretch.find('/')) {
     stretch.remove_prefix(slash);
@@ -46,7 +45,7 @@ void searchStretch(std::string_view stretch, Paths& found) {
 
 void searchText(std::string_view text, Paths& found) {
   while (!text.empty()) {
-    const auto end = std::min(text.find_first_of(endsOfPaths), text.size());
+    const auto end = std::min(text.find_first_of(ImagineMediaExtractor::endsOfPaths), text.size());
     searchStretch(text.substr(0, end), found);
     text.remove_prefix(std::min(end + 1, text.size()));
   }

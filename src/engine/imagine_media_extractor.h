@@ -5,6 +5,7 @@
 
 #include <set>
 #include <string>
+#include <string_view>
 
 #include "platform/json.h"
 
@@ -18,6 +19,9 @@ class ImagineMediaExtractor {
   /// /(?:[^\n\r"']+?)\.(?:jpe?g|png|webp|gif|mp4|mov|m4v|webm)
   /// matches.
   static std::set<std::string> paths(const JsonObject& update);
+
+  /// No path goes on behind one of these.
+  static constexpr std::string_view endsOfPaths = "\n\r\"'";
 };
 
 }  // namespace vantrell

@@ -147,7 +147,7 @@ bool readAll(int descriptor, std::string& content, std::size_t most) {
 }
 
 bool exists(const std::string& path) {
-  return access(path.c_str(), F_OK) == 0;
+  return !path.contains('\0') && access(path.c_str(), F_OK) == 0;
 }
 
 bool isFolder(const std::string& path) {

@@ -5,6 +5,7 @@
 #include <expected>
 #include <limits>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <sys/types.h>
@@ -44,6 +45,7 @@ std::string lastComponent(std::string_view path);
 /// The part before that slash; "/" for the root, empty when there is none.
 std::string parent(std::string_view path);
 
+/// No file has a name with a zero byte, as texts of other programs may.
 bool exists(const std::string& path);
 bool isFolder(const std::string& path);
 /// Exists, is no folder, and this user may execute it.
@@ -80,8 +82,9 @@ Result<> removeTree(const std::string& path);
 /// of it is missing in the new one.
 Result<> move(const std::string& from, const std::string& to);
 /// Copies the content and the mode of a regular file to a name that must be free; a link is
-/// followed. Durable when it answers; after a failure nothing is left at `to`.
-Result<> copyFile(const std::string& from, const std::string& to);
+/// followed. Pipes and devices are refused: they could block for ever. Durable when it answers;
+/// after a failure nothing is left at `to`. A stop is one, of a copy that has lost its purpose.
+Result<> copyFile(const std::string& from, const std::string& to, const std::stop_token& stop = {});
 /// Moves to the freedesktop.org Trash: the home trash, or the trash of the file's own volume; never
 /// copies between volumes. A link is moved as such. Answers where the file now is.
 Result<std::string> moveToTrash(const std::string& path);

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <fmt/format.h>
 #include <stdio.h>
+#include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -24,6 +25,23 @@ bool renameToFreeName(const std::string& from, const std::string& to) {
     return false;
   }
   return rename(from.c_str(), to.c_str()) == 0;
+}
+
+/// To the end that the file has when it is reached: it may grow and shrink meanwhile. False with
+/// errno.
+bool copyContent(int from, int to, const std::stop_token& stop) {
+  constexpr std::size_t step = 16 << 20;  // bytes between two looks at `stop`
+  // Costs no room where the file system can share blocks; some cannot, or answer 0.
+  bool sharesBlocks = true;
+  while (!stop.stop_requested()) {
+    ssize_t count = sharesBlocks ? copy_file_range(from, nullptr, to, nullptr, step, 0) : 0;
+    if (count <= 0 && sharesBlocks) sharesBlocks = false;
+    if (count <= 0) count = sendfile(to, from, nullptr, step);
+    if (count == 0) return true;
+    if (count < 0 && errno != EINTR) return false;
+  }
+  errno = ECANCELED;
+  return false;
 }
 
 }  // namespace
@@ -70,20 +88,21 @@ Result<> move(const std::string& from, const std::string& to) {
   return removeTree(from);
 }
 
-Result<> copyFile(const std::string& from, const std::string& to) {
-  std::error_code code;
-  // Refuses pipes and devices, which could block for ever, and a name that is taken.
-  std::filesystem::copy_file(from, to, code);
-  if (code == std::errc::file_exists) return failure("copy", from, code.value());
-  if (!code) {
-    const Descriptor copy(open(to.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!copy || fsync(copy.number()) != 0) code = {errno, std::generic_category()};
-  }
-  if (!code && !syncFolderOf(to)) code = {errno, std::generic_category()};
-  if (!code) return {};
-  std::error_code ignored;
-  std::filesystem::remove(to, ignored);
-  return failure("copy", from, code.value());
+Result<> copyFile(const std::string& from, const std::string& to, const std::stop_token& stop) {
+  // The open of a pipe would wait for its other end.
+  const Descriptor source(open(from.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  struct stat info{};
+  if (!source || fstat(source.number(), &info) != 0) return failure("copy", from);
+  if (!S_ISREG(info.st_mode)) return failure("copy", from, EINVAL);
+  Descriptor copy(open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+  if (!copy) return failure("copy", from);
+  const bool isWhole = copyContent(source.number(), copy.number(), stop) &&
+                       fchmod(copy.number(), info.st_mode & 07777) == 0 &&
+                       fsync(copy.number()) == 0 && copy.close() && syncFolderOf(to);
+  if (isWhole) return {};
+  const int code = errno;
+  unlink(to.c_str());
+  return failure("copy", from, code);
 }
 
 }  // namespace vantrell::files

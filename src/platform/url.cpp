@@ -90,4 +90,9 @@ Url Url::deletingLastPathComponent() const {
   return shorter;
 }
 
+std::string percentDecoded(std::string_view text) {
+  const auto encoded = boost::urls::make_pct_string_view({text.data(), text.size()});
+  return encoded ? encoded->decode() : std::string(text);
+}
+
 }  // namespace vantrell

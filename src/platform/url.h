@@ -48,4 +48,8 @@ class Url {
   std::optional<std::uint16_t> port_;
 };
 
+/// With every "%41" replaced by the byte that it stands for; a text in which a percent sign stands
+/// for itself comes back as it is.
+std::string percentDecoded(std::string_view text);
+
 }  // namespace vantrell

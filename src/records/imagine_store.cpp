@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "platform/url.h"
 #include "records/imagine_directory.h"
 #include "records/json_fields.h"
 
@@ -72,6 +73,13 @@ std::vector<ImagineItem> ImagineStore::peek(const std::string& supportFolder) {
   return folder ? readHistory(*folder).items : std::vector<ImagineItem>();
 }
 
+std::optional<std::string> ImagineStore::problem(const std::string& supportFolder) {
+  const auto folder = existingImagineDirectory(supportFolder);
+  const auto why = folder ? readHistory(*folder).whyUnreadable : std::nullopt;
+  if (!why) return std::nullopt;
+  return fmt::format("{} could not be read ({}).", files::standardized(historyName, *folder), *why);
+}
+
 files::Result<> ImagineStore::save(const std::vector<ImagineItem>& items) {
   const auto folder = directory();
   if (!folder) return std::unexpected(folder.error());
@@ -94,10 +102,16 @@ files::Result<> ImagineStore::save(const std::vector<ImagineItem>& items) {
   return files::writeAtomically(path, text, 0600);
 }
 
+std::string ImagineStore::sourceOf(const std::string& path) {
+  std::string asWritten = files::standardized(path);
+  if (!path.starts_with("///") || files::exists(asWritten)) return asWritten;
+  return files::standardized(percentDecoded(asWritten));
+}
+
 files::Result<std::optional<ImagineItem>> ImagineStore::importMedia(
-    const std::string& supportFolder, const std::string& path, const std::string& prompt,
-    Date now) {
-  const std::string source = files::standardized(path);
+    const std::string& supportFolder, const std::string& path, const std::string& prompt, Date now,
+    const std::stop_token& stop) {
+  const std::string source = sourceOf(path);
   if (!files::exists(source) || files::isFolder(source)) return std::nullopt;
   const std::string extension = mediaExtension(source);
   const auto kind = kindOfExtension(extension);
@@ -106,7 +120,7 @@ files::Result<std::optional<ImagineItem>> ImagineStore::importMedia(
   if (!folder) return std::unexpected(folder.error());
   const std::string name = fmt::format("{}.{}", Uuid::random().text(), extension);
   const std::string copy = files::standardized(name, *folder);
-  if (const auto copied = files::copyFile(source, copy); !copied) {
+  if (const auto copied = files::copyFile(source, copy, stop); !copied) {
     return std::unexpected(copied.error());
   }
   return ImagineItem{.id = Uuid::random(),

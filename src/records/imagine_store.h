@@ -33,11 +33,17 @@ class ImagineStore {
 
   /// What load() would find, for a process that does not own the library: changes nothing.
   static std::vector<ImagineItem> peek(const std::string& supportFolder);
+  /// Why that is nothing, where the history is there and cannot be read.
+  static std::optional<std::string> problem(const std::string& supportFolder);
+  /// The one file that is meant by a path, however it is written. What begins with "///" is the
+  /// rest of a file URL, in which blanks and the like may be encoded.
+  static std::string sourceOf(const std::string& path);
   /// Copies the file into the library; it stays where it is. Absent where there is no such file, or
-  /// it is no medium. Takes as long as the copy: any thread.
+  /// it is no medium. Takes as long as the copy, or until it is stopped: any thread.
   static files::Result<std::optional<ImagineItem>> importMedia(const std::string& supportFolder,
                                                                const std::string& path,
-                                                               const std::string& prompt, Date now);
+                                                               const std::string& prompt, Date now,
+                                                               const std::stop_token& stop = {});
 
  private:
   const std::string supportFolder_;

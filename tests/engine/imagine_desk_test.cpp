@@ -162,6 +162,79 @@ TEST_F(ImagineDeskTest, CancelKeepsWhatWasCopiedAndIsNoSuccess) {
   EXPECT_EQ(events.back().message, "Your image is ready.");
 }
 
+TEST_F(ImagineDeskTest, WhatAStoppedAgentStillSaysBelongsToTheStoppedPrompt) {
+  work("a fox");
+  desk().cancelImagine();
+  client().says("late");
+  EXPECT_EQ(desk().imagineProgress(), "Stopped");
+  generate("an owl", ImagineKind::video);
+  client().says("later");
+  EXPECT_EQ(desk().imagineProgress(), "Preparing video generation…");
+  names(folder.file("fox.png", "1"));
+  EXPECT_EQ(desk().imagineItems().front().prompt, "a fox");
+  client().finishes();
+  EXPECT_EQ(client().prompts.back(), "/imagine-video an owl");
+  EXPECT_EQ(desk().imagineAnswer(), "");
+}
+
+TEST_F(ImagineDeskTest, AgentThatDoesNotEndWhatWasStoppedIsReplaced) {
+  const struct {
+    const char* what;
+    bool isOpen;
+  } cases[] = {{"at work", true}, {"connecting", false}};
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.what);
+    desk().reset();
+    generate("a fox");
+    if (each.isOpen) client().opens("media");
+    const auto first = clients.back();
+    desk().cancelImagine();
+    generate("an owl");
+    main.advance(ImagineDesk::stopPatience);
+    EXPECT_NE(clients.back(), first);
+    EXPECT_EQ(first->stops, 1);
+    client().opens("media");
+    EXPECT_THAT(client().prompts, ElementsAre("/imagine an owl"));
+    main.advance(ImagineDesk::stopPatience);
+    EXPECT_EQ(client().stops, 0) << "it is at work, and takes its time";
+  }
+}
+
+TEST_F(ImagineDeskTest, CopiesFewFilesAtOnceAndNoneBehindItsEnd) {
+  struct Held final : Executor {
+    void post(Work work) override { all.push_back(std::move(work)); }
+    std::vector<Work> all;
+  } held;
+  model.reset();
+  ports.imagine.background = &held;
+  start();
+  work("foxes");
+  const auto named = [this](const char* name) { return folder.file(name, name); };
+  names(named("a.png") + "\n" + named("b.png") + "\n" + named("c.png"));
+  client().finishes();
+  ASSERT_EQ(held.all.size(), 2u);
+  held.all[0]();
+  main.runReady();
+  EXPECT_EQ(held.all.size(), 3u);
+  EXPECT_EQ(desk().imagineItems().size(), 1u);
+  EXPECT_TRUE(desk().hasUnfinishedWork());
+  const auto files = folder.names("Imagine");
+  model.reset();
+  held.all[1]();
+  EXPECT_EQ(folder.names("Imagine"), files) << "nobody would list it";
+}
+
+TEST_F(ImagineDeskTest, SaysWhyAFileCouldNotBeCopied) {
+  work("a fox");
+  names(folder / "missing.png");
+  EXPECT_EQ(desk().imagineCopyError(), "");
+  std::filesystem::remove_all(library());
+  folder.file("Imagine", "a file in its place");
+  names(folder.file("fox.png", "1"));
+  EXPECT_TRUE(desk().imagineItems().empty());
+  EXPECT_TRUE(desk().imagineCopyError().contains(library())) << desk().imagineCopyError();
+}
+
 TEST_F(ImagineDeskTest, CancelBeforeTheSessionIsOpenSendsNothing) {
   generate("a fox");
   desk().cancelImagine();

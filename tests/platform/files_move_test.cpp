@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "platform/files.h"
 #include "support/temporary_folder.h"
@@ -40,6 +41,32 @@ TEST(Move, NeverReplaces) {
   ASSERT_TRUE(files::remove(to));
   EXPECT_TRUE(files::move(from, to));
   EXPECT_EQ(folder.names(), std::set<std::string>{"to"});
+}
+
+TEST(CopyFile, CopiesAllOfAFileOrLeavesNothing) {
+  const TemporaryFolder folder;
+  // More than one step of the copy.
+  const std::string whole(40'000'000, 'x');
+  const std::string from = folder.file("from", whole);
+  std::filesystem::create_symlink("from", folder / "link");
+  ASSERT_EQ(::chmod(from.c_str(), 0640), 0);
+  ASSERT_TRUE(files::copyFile(folder / "link", folder / "copy"));
+  EXPECT_EQ(TemporaryFolder::contentOf(folder / "copy"), whole);
+  struct stat info{};
+  ASSERT_EQ(::stat((folder / "copy").c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 07777, 0640u);
+
+  std::stop_source stop;
+  stop.request_stop();
+  ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
+  const auto names = folder.names();
+  EXPECT_EQ(files::copyFile(from, folder / "stopped", stop.get_token()).error().code,
+            std::errc::operation_canceled);
+  EXPECT_FALSE(files::copyFile(folder / "pipe", folder / "none"));
+  EXPECT_FALSE(files::copyFile(folder / "absent", folder / "none"));
+  EXPECT_EQ(files::copyFile(folder / "pipe", from).error().code, std::errc::invalid_argument);
+  EXPECT_EQ(files::copyFile(folder / "copy", from).error().code, std::errc::file_exists);
+  EXPECT_EQ(folder.names(), names);
 }
 
 }  // namespace

@@ -38,6 +38,18 @@ TEST_F(ImagineStoreTest, CopiesAMediumByWhatItIs) {
   EXPECT_EQ(import(folder.file("x/fox.webm", ""))->kind, ImagineKind::video);
 }
 
+TEST_F(ImagineStoreTest, KnowsAFileHoweverItsPathIsWritten) {
+  const auto plain = folder.file("a fox.png", "1");
+  const auto percent = folder.file("a%20hare.png", "2");
+  for (const auto& written : {plain, "//" + plain, "//" + folder.path() + "/x/..//a%20fox.png"}) {
+    EXPECT_EQ(ImagineStore::sourceOf(written), plain) << written;
+  }
+  EXPECT_EQ(ImagineStore::sourceOf("//" + percent), percent) << "a name with a percent sign";
+  EXPECT_EQ(ImagineStore::sourceOf(folder / "a%20fox.png"), folder / "a%20fox.png") << "no URL";
+  EXPECT_EQ(ImagineStore::sourceOf("///x%zz.png"), "/x%zz.png");
+  EXPECT_FALSE(import(plain + std::string("\0.png", 5))) << "no file has such a name";
+}
+
 TEST_F(ImagineStoreTest, PassesOverWhatIsNoMedium) {
   folder.folder("folder.png");
   ASSERT_EQ(::mkfifo((folder / "pipe.png").c_str(), 0600), 0);
@@ -85,6 +97,7 @@ TEST_F(ImagineStoreTest, KeepsAHistoryThatItCannotReadAside) {
   const auto fox = *import(folder.file("fox.png", "1"));
   const std::string broken = R"([{"id":"?"}])";
   folder.file("data/vantrell/Imagine/history.json", broken);
+  EXPECT_TRUE(ImagineStore::problem(support)->contains("history.json could not be read"));
   auto damaged = store();
   EXPECT_TRUE(damaged.load().empty());
   EXPECT_EQ(folder.contentOf(support + "/Imagine/history.json"), broken)
@@ -92,6 +105,7 @@ TEST_F(ImagineStoreTest, KeepsAHistoryThatItCannotReadAside) {
   ASSERT_TRUE(damaged.save({fox}));
   ASSERT_EQ(notices.size(), 1u);
   EXPECT_EQ(folder.names("data/vantrell/Imagine").size(), 3u) << "picture, history, what was kept";
+  EXPECT_FALSE(ImagineStore::problem(support));
   EXPECT_EQ(store().load(), std::vector{fox});
 }
 

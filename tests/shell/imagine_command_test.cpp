@@ -3,6 +3,7 @@
 
 #include "program_fixture.h"
 #include "support/acp_agent_script.h"
+#include "support/git_repository.h"
 
 namespace vantrell::tests {
 namespace {
@@ -126,6 +127,12 @@ TEST_F(ImagineCommand, SaysWhyThereIsNoPicture) {
 }
 
 TEST_F(ImagineCommand, ArtifactsOfATaskAreListed) {
+  // The project lies below the root of its repository, from which git names what has changed.
+  Environment isolated;
+  isolated.set("GIT_CONFIG_GLOBAL", "/dev/null");
+  home.file("project/staged.txt", "");
+  GitRepository::git(home.path(), {"init", "--quiet"});
+  GitRepository::git(home.path(), {"add", "project/staged.txt"});
   ASSERT_EQ(code(runPractice({"--answer", "allow_once", "WRITE:notes.txt=hello"})), 0);
   const auto task = threadOf(runPractice({"--json", "--answer", "allow_once", "WRITE:b.txt=1"}));
   auto options = vantrell({"artifacts", task, "--json"});
@@ -133,8 +140,11 @@ TEST_F(ImagineCommand, ArtifactsOfATaskAreListed) {
   const auto done = run(std::move(options));
   EXPECT_EQ(code(done), 0) << done->error;
   std::vector<std::string> shown;
-  for (const auto& each : events(done)) shown.push_back(json::textOr(each, "displayPath", ""));
-  EXPECT_EQ(shown, std::vector<std::string>{"b.txt"});
+  for (const auto& each : events(done)) {
+    shown.push_back(json::textOr(each, "source", "") + " " + json::textOr(each, "displayPath", ""));
+  }
+  EXPECT_EQ(shown,
+            (std::vector<std::string>{"agent b.txt", "changed notes.txt", "changed staged.txt"}));
 }
 
 }  // namespace

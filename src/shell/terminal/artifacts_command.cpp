@@ -5,10 +5,12 @@
 #include "platform/dispatch.h"
 #include "platform/json.h"
 #include "platform/run_loop.h"
+#include "platform/text.h"
 #include "project/artifact_discovery.h"
 #include "project/git_workspace_service.h"
 #include "records/imagine_store.h"
 #include "shell/terminal/commands.h"
+#include "shell/terminal/json_member.h"
 #include "shell/terminal/standard_output.h"
 #include "shell/terminal/state_view.h"
 #include "shell/terminal/task_lookup.h"
@@ -34,13 +36,26 @@ std::string_view wordFor(Source source) {
   return "";
 }
 
+/// Named from the folder, which may lie below the root of its repository: git names them from
+/// there.
+std::vector<GitChangedFile> readChangedFiles(const std::string& folder) {
+  constexpr std::size_t longestPath = 4096;  // bytes
+  auto changed = GitWorkspaceService::read(folder).files;
+  // "../../", or nothing at the root.
+  const auto toRoot =
+      GitWorkspaceService::runGit({"rev-parse", "--show-cdup"}, folder, longestPath);
+  if (!toRoot || toRoot->status != 0) return changed;
+  for (auto& file : changed) file.path.insert(0, text::trimmed(toRoot->text));
+  return changed;
+}
+
 std::vector<GitChangedFile> changedFiles(const std::string& folder) {
   RunLoop loop;
   BackgroundPool pool(1);
   std::vector<GitChangedFile> changed;
-  GitWorkspaceService::snapshot(folder, {}, loop, pool, [&](GitWorkspaceSnapshot snapshot) {
-    changed = std::move(snapshot.files);
-    loop.quit();
+  pool.post([&] {
+    changed = readChangedFiles(folder);
+    loop.post([&loop] { loop.quit(); });
   });
   loop.run();
   return changed;
@@ -49,14 +64,10 @@ std::vector<GitChangedFile> changedFiles(const std::string& folder) {
 std::string asJson(const ProjectArtifact& artifact) {
   std::string line;
   JsonWriter writer(line);
-  const auto member = [&writer](std::string_view key, std::string_view value) {
-    writer.key(key);
-    writer.value(value);
-  };
   writer.beginObject();
-  member("path", artifact.path);
-  member("displayPath", artifact.displayPath());
-  member("source", rawText(artifact.source));
+  member(writer, "path", artifact.path);
+  member(writer, "displayPath", artifact.displayPath());
+  member(writer, "source", rawText(artifact.source));
   writer.endObject();
   return line + "\n";
 }
@@ -100,9 +111,9 @@ const Command artifactsCommand{
     .fewestWords = 1,
     .mostWords = 1,
     .introduction =
-        "Lists the files that are there and that the task's tool calls have named, then those "
-        "that\n"
-        "git sees as changed in its folder, then the pictures and films of \"vantrell imagine\".",
+        "Lists the files that are there and that the task's tool calls have named, then those\n"
+        "that git sees as changed in its folder, then the pictures and films of \"vantrell\n"
+        "imagine\".",
     .closing = "Exit status: 0 done, 1 failed, 2 wrong usage.",
     .run = listArtifacts,
 };

@@ -4,6 +4,7 @@
 #include "platform/json.h"
 #include "platform/text.h"
 #include "shell/terminal/commands.h"
+#include "shell/terminal/json_member.h"
 #include "shell/terminal/safety_work.h"
 #include "shell/terminal/state_view.h"
 #include "shell/terminal/task_lookup.h"
@@ -22,19 +23,15 @@ constexpr CommandOption options[] = {
 std::string asJson(const WorkspaceCheckpoint& checkpoint) {
   std::string line;
   JsonWriter writer(line);
-  const auto member = [&writer](std::string_view key, const auto& value) {
-    writer.key(key);
-    writer.value(value);
-  };
   writer.beginObject();
-  member("id", checkpoint.id.text());
-  member("label", checkpoint.label);
-  member("kind", rawText(checkpoint.kind));
-  member("createdAt", checkpoint.createdAt.secondsSinceReference());
-  if (checkpoint.baseRevision) member("baseRevision", *checkpoint.baseRevision);
-  member("archivePath", checkpoint.archivePath);
-  member("conversationEntryCount", checkpoint.conversationEntryCount);
-  member("changedFileCount", checkpoint.changedFileCount);
+  member(writer, "id", checkpoint.id.text());
+  member(writer, "label", checkpoint.label);
+  member(writer, "kind", rawText(checkpoint.kind));
+  member(writer, "createdAt", checkpoint.createdAt.secondsSinceReference());
+  if (checkpoint.baseRevision) member(writer, "baseRevision", *checkpoint.baseRevision);
+  member(writer, "archivePath", checkpoint.archivePath);
+  member(writer, "conversationEntryCount", checkpoint.conversationEntryCount);
+  member(writer, "changedFileCount", checkpoint.changedFileCount);
   writer.endObject();
   return line + "\n";
 }
@@ -183,9 +180,8 @@ const Command checkpointCommand{
         "\n"
         "  list ID                  the task's checkpoints, newest first\n"
         "  make ID [LABEL]          take one now\n"
-        "  restore ID CHECKPOINT    put files and conversation back; CHECKPOINT is any beginning "
-        "of\n"
-        "                           its ID",
+        "  restore ID CHECKPOINT    put files and conversation back; CHECKPOINT is any\n"
+        "                           beginning of its ID",
     .closing =
         "restore first takes a recovery checkpoint, which leads back. It asks at a terminal;\n"
         "elsewhere it takes --yes. Ignored files and submodules stay as they are.\n"

@@ -227,16 +227,13 @@ const Command contextCommand{
     .options = options,
     .mostWords = 4,
     .introduction =
-        "Without words: all that is known about the project. It stands in front of every prompt, "
-        "so\n"
-        "that all agents keep to the same standing orders.",
+        "Without words: all that is known about the project. It stands in front of every\n"
+        "prompt, so that all agents keep to the same standing orders.",
     .closing =
-        "instructions TEXT sets the standing instructions (- reads them from standard input), "
-        "clear\n"
-        "removes them. decisions add keeps a decision; the last 20 are told. sources are the "
-        "files\n"
-        "of the project that guide agents, such as AGENTS.md: they are read, never changed. block\n"
-        "is what an agent gets, word by word; at most 18,000 characters of it.\n"
+        "instructions TEXT sets the standing instructions (- reads them from standard input),\n"
+        "clear removes them. decisions add keeps a decision; the last 20 are told. sources are\n"
+        "the files of the project that guide agents, such as AGENTS.md: they are read, never\n"
+        "changed. block is what an agent gets, word by word; at most 18,000 characters of it.\n"
         "\n"
         "Exit status: 0 done, 1 failed, 2 wrong usage.\n"
         "\n"

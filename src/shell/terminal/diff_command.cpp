@@ -7,6 +7,7 @@
 #include "project/git_workspace_service.h"
 #include "project/unified_diff_parser.h"
 #include "shell/terminal/commands.h"
+#include "shell/terminal/json_member.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/standard_output.h"
 #include "shell/terminal/state_view.h"
@@ -98,25 +99,21 @@ void writeDiff(std::string_view diff, const TerminalStyle& style, StandardOutput
 std::string asJson(const GitWorkspaceSnapshot& picture, const std::string& folder) {
   std::string text;
   JsonWriter writer(text);
-  const auto member = [&writer](std::string_view key, const auto& value) {
-    writer.key(key);
-    writer.value(value);
-  };
   writer.beginObject();
-  member("path", text::repaired(folder));
-  member("isRepository", picture.isRepository);
-  member("branch", picture.branch);
-  member("additions", picture.additions());
-  member("deletions", picture.deletions());
-  if (picture.error) member("error", *picture.error);
+  member(writer, "path", text::repaired(folder));
+  member(writer, "isRepository", picture.isRepository);
+  member(writer, "branch", picture.branch);
+  member(writer, "additions", picture.additions());
+  member(writer, "deletions", picture.deletions());
+  if (picture.error) member(writer, "error", *picture.error);
   writer.key("files");
   writer.beginArray();
   for (const auto& file : picture.files) {
     writer.beginObject();
-    member("path", file.path);
-    member("status", file.status);
-    if (file.additions) member("additions", *file.additions);
-    if (file.deletions) member("deletions", *file.deletions);
+    member(writer, "path", file.path);
+    member(writer, "status", file.status);
+    if (file.additions) member(writer, "additions", *file.additions);
+    if (file.deletions) member(writer, "deletions", *file.deletions);
     writer.endObject();
   }
   writer.endArray();
@@ -124,15 +121,15 @@ std::string asJson(const GitWorkspaceSnapshot& picture, const std::string& folde
   writer.beginArray();
   for (const auto& hunk : UnifiedDiffParser::parse(picture.diff)) {
     writer.beginObject();
-    member("filePath", hunk.filePath);
-    member("header", hunk.header);
-    member("body", hunk.body);
-    member("additions", hunk.additions);
-    member("deletions", hunk.deletions);
+    member(writer, "filePath", hunk.filePath);
+    member(writer, "header", hunk.header);
+    member(writer, "body", hunk.body);
+    member(writer, "additions", hunk.additions);
+    member(writer, "deletions", hunk.deletions);
     writer.endObject();
   }
   writer.endArray();
-  member("diff", picture.diff);
+  member(writer, "diff", picture.diff);
   writer.endObject();
   return text + "\n";
 }
@@ -189,12 +186,9 @@ const Command diffCommand{
     .options = options,
     .mostWords = 1,
     .introduction =
-        "Shows the Git picture of the folder in which a task works, of a project, or of the "
-        "current\n"
-        "folder: the branch, the changed files with their lines, and the hunks. ID is any "
-        "beginning "
-        "of\n"
-        "a task's ID that no other task has. Nothing is changed.",
+        "Shows the Git picture of the folder in which a task works, of a project, or of the\n"
+        "current folder: the branch, the changed files with their lines, and the hunks. ID is\n"
+        "any beginning of a task's ID that no other task has. Nothing is changed.",
     .closing =
         "The two letters before a file are those of git status: index, then working tree.\n"
         "\n"

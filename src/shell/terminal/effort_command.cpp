@@ -25,14 +25,9 @@ int run(const CommandArguments& arguments, const Environment& environment) {
   const auto efforts = effortsOf(models.options, session->modelID);
   StandardOutput output;
   if (arguments.has(jsonOption.name)) {
-    Json::Array all;
-    for (const auto& effort : efforts) {
-      all.emplace_back(
-          JsonObject{{"id", effort.id}, {"label", effort.label}, {"detail", effort.detail}});
-    }
     output.write(json::writePrettySorted(JsonObject{{"provider", rawText(session->provider)},
                                                     {"model", session->modelID.value_or("default")},
-                                                    {"efforts", std::move(all)},
+                                                    {"efforts", effortsAsJson(efforts)},
                                                     {"chosen", asJson(*session)}}) +
                  "\n");
     return output.finish(exitStatus::completed);
@@ -51,11 +46,7 @@ int run(const CommandArguments& arguments, const Environment& environment) {
   }
   std::string text = style.bold(ProviderRegistry::descriptor(session->provider).label) + "\n" +
                      table.text(style, columnsForTables(STDOUT_FILENO)) + "\n";
-  text += session->task ? wordsFor(*session) + "\n"
-                        : fmt::format(
-                              "To choose one for a task: vantrell effort {} --task ID "
-                              "--use EFFORT\n",
-                              rawText(session->provider));
+  text += closingLine(*session, "effort", "EFFORT");
   output.write(asTyped(text));
   return output.finish(exitStatus::completed);
 }
@@ -75,10 +66,9 @@ const Command effortCommand{
     .options = options,
     .mostWords = 1,
     .introduction =
-        "Lists the reasoning efforts of the model that a task has chosen with a provider, or of "
-        "the\n"
-        "provider's usual model, and marks the chosen one. ID is the provider's; without it, the\n"
-        "provider that works on the task.",
+        "Lists the reasoning efforts of the model that a task has chosen with a provider, or of\n"
+        "the provider's usual model, and marks the chosen one. ID is the provider's; without\n"
+        "it, the provider that works on the task.",
     .closing =
         "A choice is kept with the task, for that provider.\n"
         "\n"

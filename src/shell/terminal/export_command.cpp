@@ -61,9 +61,9 @@ const Command exportCommand{
     .fewestWords = 1,
     .mostWords = 2,
     .introduction =
-        "Writes what was said in a task as Markdown, to standard output or to FILE. Thoughts and "
-        "tool\n"
-        "calls are left out. ID is any beginning of the task's ID that no other task has.",
+        "Writes what was said in a task as Markdown, to standard output or to FILE. Thoughts\n"
+        "and tool calls are left out. ID is any beginning of the task's ID that no other task\n"
+        "has.",
     .closing =
         "Exit status: 0 done, 1 the document could not be written, 2 wrong usage.\n"
         "\n"

@@ -79,9 +79,9 @@ const Command handoffCommand{
         "what was said so far and the state of the repository; a session that it has of the task\n"
         "goes on.",
     .closing =
-        "ID is any beginning of a task's ID that no other task has. PROVIDER is an ID as "
-        "\"vantrell\n"
-        "providers\" lists them. The choice comes before the route, also a fixed one.\n"
+        "ID is any beginning of a task's ID that no other task has. PROVIDER is an ID as\n"
+        "\"vantrell providers\" lists them. The choice comes before the route, also a fixed\n"
+        "one.\n"
         "\n"
         "Exit status: 0 done, 1 failed or the provider cannot be used now, 2 wrong usage.",
     .run = run,

@@ -10,6 +10,7 @@
 #include "records/orchestration_store.h"
 #include "records/project_context_store.h"
 #include "shell/terminal/commands.h"
+#include "shell/terminal/json_member.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/state_view.h"
 #include "shell/terminal/task_change.h"
@@ -74,16 +75,12 @@ bool isThere(const ProjectHook& hook, const std::string& folder) {
 std::string asJson(const ProjectHook& hook, const Uuid& workspaceID) {
   std::string line;
   JsonWriter writer(line);
-  const auto member = [&writer](std::string_view key, const auto& value) {
-    writer.key(key);
-    writer.value(value);
-  };
   writer.beginObject();
-  member("workspaceID", workspaceID.text());
-  member("id", hook.id.text());
-  member("event", rawText(hook.event));
-  member("relativeExecutablePath", hook.relativeExecutablePath);
-  member("enabled", hook.enabled);
+  member(writer, "workspaceID", workspaceID.text());
+  member(writer, "id", hook.id.text());
+  member(writer, "event", rawText(hook.event));
+  member(writer, "relativeExecutablePath", hook.relativeExecutablePath);
+  member(writer, "enabled", hook.enabled);
   writer.endObject();
   return line + "\n";
 }
@@ -268,24 +265,21 @@ const Command hooksCommand{
     .options = options,
     .mostWords = 3,
     .introduction =
-        "Alone: lists the hooks of the project. EVENT is beforeTask, afterTask or taskFailed; PATH "
-        "is\n"
-        "an executable file inside the project, relative to its folder; HOOK is the beginning of "
-        "a\n"
-        "hook's ID, or its path.\n"
+        "Alone: lists the hooks of the project. EVENT is beforeTask, afterTask or taskFailed;\n"
+        "PATH is an executable file inside the project, relative to its folder; HOOK is the\n"
+        "beginning of a hook's ID, or its path.\n"
         "\n"
         "  add EVENT PATH     run that file at every such event\n"
         "  remove HOOK        run it no longer; the file is not touched\n"
         "  run HOOK           run it now, to try it; no task hears of it",
     .closing =
-        "A hook runs in the project's folder (or the task's worktree), without arguments and "
-        "input, "
-        "for\n"
-        "30 seconds at most, with this environment and VANTRELL_HOOK_EVENT and VANTRELL_WORKSPACE. "
-        "What\n"
-        "it prints becomes an entry of the conversation. It cannot stop a task.\n"
+        "A hook runs in the project's folder (or the task's worktree), without arguments and\n"
+        "input, for 30 seconds at most, with this environment and VANTRELL_HOOK_EVENT and\n"
+        "VANTRELL_WORKSPACE. What it prints becomes an entry of the conversation. It cannot\n"
+        "stop a task.\n"
         "\n"
-        "Exit status: 0 done, 1 failed or refused (run: also when the hook failed), 2 wrong usage.",
+        "Exit status: 0 done, 1 failed or refused (run: also when the hook failed), 2 wrong\n"
+        "usage.",
     .run = hooks,
 };
 

@@ -71,6 +71,12 @@ std::expected<Items, UsageError> findItems(const Items& items, std::span<const s
 
 int list(const CommandArguments& arguments, const Environment& environment) {
   const Items items = storedItems();
+  if (const auto problem = ImagineStore::problem(UserFolders{}.orOwn().support)) {
+    complain(*problem +
+             " Its files are beside it. The next picture that is made begins a new list and keeps "
+             "this one.");
+    return exitStatus::failed;
+  }
   StandardOutput out;
   if (arguments.has("--json")) {
     for (const auto& item : items) out.write(asJson(item));

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "records/imagine_store.h"
+#include "shell/terminal/json_member.h"
 #include "shell/terminal/json_printer.h"
 #include "shell/terminal/permission_prompt.h"
 #include "shell/terminal/task_words.h"
@@ -99,10 +100,8 @@ void ImagineJsonPrinter::permissionAsked(const PermissionRequest& request) {
 
 void ImagineJsonPrinter::progressed(ConnectionState::Kind state, std::string_view progress) {
   write_(eventLine("progress", [&](JsonWriter& writer) {
-    writer.key("state");
-    writer.value(wordFor(state));
-    writer.key("text");
-    writer.value(progress);
+    member(writer, "state", wordFor(state));
+    member(writer, "text", progress);
   }));
 }
 
@@ -115,12 +114,9 @@ void ImagineJsonPrinter::itemAdded(const ImagineItem& item) {
 
 void ImagineJsonPrinter::ended(const ImagineEnd& end) {
   write_(eventLine("end", [&](JsonWriter& writer) {
-    writer.key("outcome");
-    writer.value(rawText(end.kind));
-    writer.key("text");
-    writer.value(end.words);
-    writer.key("answer");
-    writer.value(end.answer);
+    member(writer, "outcome", rawText(end.kind));
+    member(writer, "text", end.words);
+    member(writer, "answer", end.answer);
   }));
 }
 

@@ -129,9 +129,18 @@ void ImagineSession::end() {
             : hasSaveFailed_     ? exitStatus::failed
                                  : exitStatus::completed;
   if (signal_ != 0) status_ = 128 + signal_;
+  if (how.kind == completed && !parts_.model.imagine->imagineCopyError().empty()) {
+    parts_.complain(copyFailure());
+  }
   parts_.model.endAllWork();
   parts_.observer.ended(how);
   parts_.loop.quit();
+}
+
+std::string ImagineSession::copyFailure() const {
+  return fmt::format(
+      "A file that Grok made is not in the library: {}. It is where Grok has put it.",
+      parts_.model.imagine->imagineCopyError());
 }
 
 ImagineEnd ImagineSession::howItEnded() const {
@@ -144,11 +153,13 @@ ImagineEnd ImagineSession::howItEnded() const {
             {}};
   }
   if (itemsTold_ > itemsBefore_) return {completed, desk.imagineProgress(), {}};
+  if (!desk.imagineCopyError().empty()) return {failed, copyFailure(), {}};
   // Some agents end a turn that failed for them as if it had gone well.
   const std::string answer(text::trimmed(desk.imagineAnswer()));
   return {failed,
-          answer.empty() ? "Grok ended its turn without naming a file, and without a word."
-                         : "Grok ended its turn without naming a file. It said:",
+          answer.empty()
+              ? "Grok ended its turn without naming a file that is there, and without a word."
+              : "Grok ended its turn without naming a file that is there. It said:",
           answer};
 }
 

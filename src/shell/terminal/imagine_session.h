@@ -47,6 +47,7 @@ class ImagineSession {
   void handleSignal(int signal);
   void endSoon();
   void end();
+  std::string copyFailure() const;
   ImagineEnd howItEnded() const;
 
   Parts parts_;

@@ -58,9 +58,9 @@ const Command isolateCommand{
     .fewestWords = 1,
     .mostWords = 1,
     .introduction =
-        "Gives a task a Git worktree outside the project, with a copy of all that is not "
-        "committed,\n"
-        "and shows where it is. The project keeps everything. ID is any beginning of a task's ID.",
+        "Gives a task a Git worktree outside the project, with a copy of all that is not\n"
+        "committed, and shows where it is. The project keeps everything. ID is any beginning of\n"
+        "a task's ID.",
     .closing =
         "There is no way back: what the task changes reaches the project only by your own Git\n"
         "work. Ignored files are not copied.\n"

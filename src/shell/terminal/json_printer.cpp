@@ -1,21 +1,16 @@
 #include "shell/terminal/json_printer.h"
 
 #include "records/conversation_json.h"
+#include "shell/terminal/json_member.h"
 
 namespace vantrell::shell {
 
 namespace {
 
-void member(JsonWriter& writer, std::string_view key, std::string_view text) {
-  writer.key(key);
-  writer.value(text);
-}
-
 void writeRequest(JsonWriter& writer, const PermissionRequest& request) {
   writer.key("request");
   writer.beginObject();
-  writer.key("id");
-  writer.value(request.id);
+  member(writer, "id", request.id);
   member(writer, "title", request.title);
   member(writer, "detail", request.detail);
   writer.key("options");
@@ -75,8 +70,7 @@ void JsonPrinter::textAdded(const ChatEntry& entry, std::string_view text) {
 
 void JsonPrinter::transcriptReplaced(const Transcript& entries) {
   event("transcript", [&](JsonWriter& writer) {
-    writer.key("count");
-    writer.value(static_cast<std::int64_t>(entries.size()));
+    member(writer, "count", static_cast<std::int64_t>(entries.size()));
   });
   for (const auto& entry : entries) entryAdded(entry);
 }
@@ -106,10 +100,8 @@ std::string permissionEvent(const PermissionRequest& request) {
 }
 
 void JsonPrinter::promptQueued(std::size_t waiting) {
-  event("queued", [&](JsonWriter& writer) {
-    writer.key("waiting");
-    writer.value(static_cast<std::int64_t>(waiting));
-  });
+  event("queued",
+        [&](JsonWriter& writer) { member(writer, "waiting", static_cast<std::int64_t>(waiting)); });
 }
 
 void JsonPrinter::runChanged(const RunRecord& run) {

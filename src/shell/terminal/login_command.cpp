@@ -34,10 +34,8 @@ void tellResult(RuntimeSurvey& survey, AgentProvider provider) {
   } else if (*signedIn) {
     tell(fmt::format("{} is signed in.\n", label));
   } else {
-    tell(
-        fmt::format("The log-in of {} ended without an error, but it says that it is not signed "
-                    "in.\n",
-                    label));
+    tell(fmt::format(
+        "The log-in of {} ended without an error, but it says that it is not signed in.\n", label));
   }
 }
 

@@ -59,16 +59,11 @@ std::string tableOf(const SessionChoice& session, const std::vector<ProviderMode
 }
 
 Json asJson(const ProviderModelOption& model) {
-  Json::Array efforts;
-  for (const auto& effort : model.efforts) {
-    efforts.emplace_back(
-        JsonObject{{"id", effort.id}, {"label", effort.label}, {"detail", effort.detail}});
-  }
   return JsonObject{{"id", model.id},
                     {"label", model.label},
                     {"detail", model.detail},
                     {"isDefault", model.isDefault},
-                    {"efforts", std::move(efforts)}};
+                    {"efforts", effortsAsJson(model.efforts)}};
 }
 
 int run(const CommandArguments& arguments, const Environment& environment) {
@@ -97,11 +92,7 @@ int run(const CommandArguments& arguments, const Environment& environment) {
   const auto label = ProviderRegistry::descriptor(session->provider).label;
   std::string text = style.bold(label) + (origin.empty() ? "" : style.dim(" · " + origin)) + "\n" +
                      tableOf(*session, models.options, style) + "\n";
-  text += session->task ? wordsFor(*session) + "\n"
-                        : fmt::format(
-                              "To choose one for a task: vantrell models {} --task ID "
-                              "--use MODEL\n",
-                              rawText(session->provider));
+  text += closingLine(*session, "models", "MODEL");
   output.write(asTyped(text));
   return output.finish(exitStatus::completed);
 }
@@ -121,16 +112,13 @@ const Command modelsCommand{
     .options = options,
     .mostWords = 1,
     .introduction =
-        "Lists the models of a provider, with the reasoning efforts of each, and marks the one "
-        "that\n"
-        "a task has chosen. ID is grok, codex, kimi, glm, claude, local or tasklet; without it, "
-        "the\n"
-        "provider that works on the task. Grok, Codex and a server of local models are asked for\n"
-        "theirs.",
+        "Lists the models of a provider, with the reasoning efforts of each, and marks the one\n"
+        "that a task has chosen. ID is grok, codex, kimi, glm, claude, local or tasklet;\n"
+        "without it, the provider that works on the task. Grok, Codex and a server of local\n"
+        "models are asked for theirs.",
     .closing =
-        "A choice is kept with the task, for that provider. An effort that the model does not "
-        "have\n"
-        "is forgotten with it.\n"
+        "A choice is kept with the task, for that provider. An effort that the model does not\n"
+        "have is forgotten with it.\n"
         "\n"
         "Exit status: 0 done, 1 failed, 2 wrong usage, or no such model.\n"
         "\n"

@@ -4,6 +4,7 @@
 #include "platform/files.h"
 #include "platform/json.h"
 #include "shell/terminal/commands.h"
+#include "shell/terminal/json_member.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/state_view.h"
 #include "shell/terminal/task_change.h"
@@ -40,18 +41,15 @@ std::size_t archivedIn(const Workspace& workspace) {
 std::string asJson(const Workspace& workspace, bool isGeneral) {
   std::string line;
   JsonWriter writer(line);
-  const auto member = [&writer](std::string_view key, const auto& value) {
-    writer.key(key);
-    writer.value(value);
-  };
   writer.beginObject();
-  member("workspaceID", workspace.id.text());
-  member("name", workspace.name);
-  member("path", workspace.path);
-  member("isGeneral", isGeneral);
-  member("isPinned", workspace.isPinned);
-  member("tasks", static_cast<std::int64_t>(workspace.threads.size() - archivedIn(workspace)));
-  member("archivedTasks", static_cast<std::int64_t>(archivedIn(workspace)));
+  member(writer, "workspaceID", workspace.id.text());
+  member(writer, "name", workspace.name);
+  member(writer, "path", workspace.path);
+  member(writer, "isGeneral", isGeneral);
+  member(writer, "isPinned", workspace.isPinned);
+  member(writer, "tasks",
+         static_cast<std::int64_t>(workspace.threads.size() - archivedIn(workspace)));
+  member(writer, "archivedTasks", static_cast<std::int64_t>(archivedIn(workspace)));
   writer.endObject();
   return line + "\n";
 }
@@ -216,8 +214,8 @@ const Command projectsCommand{
     .options = options,
     .mostWords = 2,
     .introduction =
-        "Alone: lists the projects. PROJECT is the name of one, its folder, or a beginning of its "
-        "ID.\n"
+        "Alone: lists the projects. PROJECT is the name of one, its folder, or a beginning of\n"
+        "its ID.\n"
         "\n"
         "  add DIR            make a folder a project, and select it\n"
         "  remove PROJECT     forget a project and delete its tasks; its folder is not touched\n"

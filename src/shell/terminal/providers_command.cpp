@@ -141,8 +141,8 @@ std::string tableOf(const std::vector<Row>& rows, const TerminalStyle& style) {
   return text +
          "\n"
          "A program that lies elsewhere: vantrell settings kimi-path /path/to/kimi\n"
-         "A model server elsewhere: vantrell settings local-runtime custom, and local-url "
-         "ADDRESS\n";
+         "A model server elsewhere: vantrell settings local-runtime custom, and "
+         "local-url ADDRESS\n";
 }
 
 JsonObject jsonOf(const RuntimeSurvey& survey, AgentProvider provider) {
@@ -191,9 +191,8 @@ const Command providersCommand{
     .options = std::span(&jsonOption, 1),
     .introduction =
         "Looks for the program of every provider and asks it for its version and whether it is\n"
-        "signed in. Install commands are the vendors' own; they are shown for you to run. For "
-        "local\n"
-        "models it looks for a server, and for Tasklet whether a webhook is stored.",
+        "signed in. Install commands are the vendors' own; they are shown for you to run. For\n"
+        "local models it looks for a server, and for Tasklet whether a webhook is stored.",
     .run = run,
 };
 

@@ -160,12 +160,10 @@ const Command routeCommand{
         "Without a ROUTE: which providers could take the next turn, in their order, and which one\n"
         "will. Agents and servers are looked for; nothing is sent to any of them.",
     .closing =
-        "ROUTE is automatic, local_first, or the ID of one provider (grok, codex, kimi, glm, "
-        "claude,\n"
-        "local, tasklet). On the first two, a task goes to the next provider by itself when an\n"
-        "allowance is exhausted; on a fixed one it never does. What is chosen for a task "
-        "(vantrell\n"
-        "handoff) comes before the route.\n"
+        "ROUTE is automatic, local_first, or the ID of one provider (grok, codex, kimi, glm,\n"
+        "claude, local, tasklet). On the first two, a task goes to the next provider by itself\n"
+        "when an allowance is exhausted; on a fixed one it never does. What is chosen for a\n"
+        "task (vantrell handoff) comes before the route.\n"
         "\n"
         "Exit status: 0 done, 1 failed, 2 wrong usage.",
     .run = run,

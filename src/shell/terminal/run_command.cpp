@@ -275,9 +275,8 @@ const Command runCommand{
     .options = runOptions(),
     .mostWords = std::string_view::npos,
     .introduction =
-        "Does one task with a coding agent and shows what it says and does. It asks before the "
-        "agent\n"
-        "acts, as far as the mode says so. A prompt of - is read from standard input.",
+        "Does one task with a coding agent and shows what it says and does. It asks before the\n"
+        "agent acts, as far as the mode says so. A prompt of - is read from standard input.",
     .closing =
         "Behind -- stands the prompt, even if it begins with a dash.\n"
         "Ctrl-C stops the task, a second one leaves at once.\n"

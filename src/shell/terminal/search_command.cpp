@@ -4,6 +4,7 @@
 #include "platform/json.h"
 #include "platform/text.h"
 #include "shell/terminal/commands.h"
+#include "shell/terminal/json_member.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/standard_output.h"
 #include "shell/terminal/state_view.h"
@@ -80,24 +81,19 @@ class HitPrinter {
 std::string asJson(const SearchHit& hit) {
   std::string line;
   JsonWriter writer(line);
-  const auto member = [&writer](std::string_view key, std::string_view text) {
-    writer.key(key);
-    writer.value(text);
-  };
   writer.beginObject();
-  member("workspaceID", hit.workspace.id.text());
-  member("threadID", hit.thread.id.text());
-  if (hit.entry) member("entryID", hit.entry->id);
-  member("kind", hit.entry ? rawText(hit.entry->kind) : "title");
-  member("project", hit.workspace.name);
-  member("title", hit.thread.title);
-  writer.key("isArchived");
-  writer.value(hit.thread.isArchived);
-  writer.key("createdAt");
-  writer.value((hit.entry ? hit.entry->createdAt : hit.thread.createdAt).secondsSinceReference());
-  member("before", hit.before);
-  member("hit", hit.hit);
-  member("after", hit.after);
+  member(writer, "workspaceID", hit.workspace.id.text());
+  member(writer, "threadID", hit.thread.id.text());
+  if (hit.entry) member(writer, "entryID", hit.entry->id);
+  member(writer, "kind", hit.entry ? rawText(hit.entry->kind) : "title");
+  member(writer, "project", hit.workspace.name);
+  member(writer, "title", hit.thread.title);
+  member(writer, "isArchived", hit.thread.isArchived);
+  member(writer, "createdAt",
+         (hit.entry ? hit.entry->createdAt : hit.thread.createdAt).secondsSinceReference());
+  member(writer, "before", hit.before);
+  member(writer, "hit", hit.hit);
+  member(writer, "after", hit.after);
   writer.endObject();
   return line + "\n";
 }
@@ -172,9 +168,9 @@ const Command searchCommand{
     .fewestWords = 1,
     .mostWords = 1,
     .introduction =
-        "Looks for a text in the titles and transcripts of all tasks, archived ones included; the\n"
-        "case of letters does not count. Shows the first place in each entry, with the entry's "
-        "ID:\n"
+        "Looks for a text in the titles and transcripts of all tasks, archived ones included;\n"
+        "the case of letters does not count. Shows the first place in each entry, with the\n"
+        "entry's ID:\n"
         "\"vantrell show ID --entry ENTRY\" begins there.",
     .closing =
         "Exit status: 0 found, 1 nothing found (or failed), 2 wrong usage.\n"

@@ -73,6 +73,14 @@ UsageError notOffered(const SessionChoice& session, SessionControl control, cons
   return {text};
 }
 
+/// "3F2A91C0: gpt-5, effort high", or "the usual model".
+std::string wordsFor(const SessionChoice& session) {
+  return fmt::format("{} with {}: {}, {}", shortID(session.task->threadID),
+                     ProviderRegistry::descriptor(session.provider).label,
+                     session.modelID ? "model " + onOneLine(*session.modelID) : "the usual model",
+                     session.effort ? "effort " + onOneLine(*session.effort) : "the usual effort");
+}
+
 }  // namespace
 
 std::expected<SessionChoice, UsageError> readSessionChoice(const CommandArguments& arguments) {
@@ -124,11 +132,20 @@ std::expected<int, UsageError> choose(const SessionChoice& session, SessionContr
   return status;
 }
 
-std::string wordsFor(const SessionChoice& session) {
-  return fmt::format("{} with {}: {}, {}", shortID(session.task->threadID),
-                     ProviderRegistry::descriptor(session.provider).label,
-                     session.modelID ? "model " + onOneLine(*session.modelID) : "the usual model",
-                     session.effort ? "effort " + onOneLine(*session.effort) : "the usual effort");
+std::string closingLine(const SessionChoice& session, std::string_view command,
+                        std::string_view what) {
+  if (session.task) return wordsFor(session) + "\n";
+  return fmt::format("To choose one for a task: vantrell {} {} --task ID --use {}\n", command,
+                     rawText(session.provider), what);
+}
+
+Json effortsAsJson(const std::vector<ProviderEffortOption>& efforts) {
+  Json::Array all;
+  for (const auto& effort : efforts) {
+    all.emplace_back(
+        JsonObject{{"id", effort.id}, {"label", effort.label}, {"detail", effort.detail}});
+  }
+  return all;
 }
 
 Json asJson(const SessionChoice& session) {

@@ -34,8 +34,10 @@ enum class SessionControl { model, effort };
 std::expected<int, UsageError> choose(const SessionChoice& session, SessionControl control,
                                       const std::string& id, const RuntimeSurvey::Models& models);
 
-/// "3F2A91C0: gpt-5, effort high", or "the usual model".
-std::string wordsFor(const SessionChoice& session);
+/// A line for below a list: what is chosen or, without a task, how `command` chooses a `what`.
+std::string closingLine(const SessionChoice& session, std::string_view command,
+                        std::string_view what);
+Json effortsAsJson(const std::vector<ProviderEffortOption>& efforts);
 /// The members of what is chosen, or null without a task.
 Json asJson(const SessionChoice& session);
 

@@ -78,8 +78,8 @@ std::expected<AgentProvider, UsageError> chooseProvider(
   const auto route = model.settings.routingMode();
   if (!allowsAutomaticHandoff(route)) {
     return usageError(
-        fmt::format("{} The route leads to it alone; to take another: vantrell route "
-                    "automatic",
+        fmt::format("{} The route leads to it alone; to take another: "
+                    "vantrell route automatic",
                     whatToDoFor(app, firstChoice(route))));
   }
   return usageError(

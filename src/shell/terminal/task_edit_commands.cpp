@@ -189,9 +189,8 @@ const Command newCommand{
     .options = newOptions,
     .mostWords = 1,
     .introduction =
-        "Makes a new task and selects it. Without a title, its first prompt names it. A folder "
-        "that\n"
-        "is no project yet becomes one.",
+        "Makes a new task and selects it. Without a title, its first prompt names it. A folder\n"
+        "that is no project yet becomes one.",
     .closing = statuses,
     .run = makeNewTask,
 };
@@ -216,9 +215,9 @@ const Command moveCommand{
     .fewestWords = 2,
     .mostWords = 2,
     .introduction =
-        "Moves a task to another project, named by its name, folder or ID. Sessions and "
-        "checkpoints\n"
-        "are bound to the old folder and do not come along: the next run begins a new session.",
+        "Moves a task to another project, named by its name, folder or ID. Sessions and\n"
+        "checkpoints are bound to the old folder and do not come along: the next run begins a\n"
+        "new session.",
     .closing = statuses,
     .run = move,
 };
@@ -248,9 +247,8 @@ const Command archiveCommand{
         "Puts tasks out of sight, or takes them back with --off.\n"
         "ID is any beginning of a task's ID that no other task has. Several may be given.",
     .closing =
-        "An archived task keeps everything; \"vantrell tasks --archived\" lists it. It is no "
-        "longer\n"
-        "pinned.\n"
+        "An archived task keeps everything; \"vantrell tasks --archived\" lists it. It is no\n"
+        "longer pinned.\n"
         "\n"
         "Exit status: 0 done, 1 failed or refused, 2 wrong usage.",
     .run = archive,

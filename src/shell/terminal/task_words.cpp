@@ -7,6 +7,7 @@
 #include "platform/json.h"
 #include "platform/text.h"
 #include "runtimes/provider_registry.h"
+#include "shell/terminal/json_member.h"
 #include "shell/terminal/terminal_text.h"
 
 namespace vantrell::shell {
@@ -15,11 +16,6 @@ namespace {
 
 constexpr std::size_t shownOfID = 8;                                // characters
 constexpr double minute = 60, hour = 60 * minute, day = 24 * hour;  // seconds
-
-void member(JsonWriter& writer, std::string_view key, std::string_view text) {
-  writer.key(key);
-  writer.value(text);
-}
 
 }  // namespace
 
@@ -105,14 +101,10 @@ std::string taskAsJson(const Workspace& workspace, const ChatThread& thread) {
   member(writer, "title", thread.title);
   if (const RunRecord* run = thread.latestRun()) member(writer, "status", rawText(run->status));
   if (const auto provider = providerOf(thread)) member(writer, "provider", rawText(*provider));
-  writer.key("isPinned");
-  writer.value(thread.isPinned);
-  writer.key("isArchived");
-  writer.value(thread.isArchived);
-  writer.key("createdAt");
-  writer.value(thread.createdAt.secondsSinceReference());
-  writer.key("updatedAt");
-  writer.value(thread.updatedAt.secondsSinceReference());
+  member(writer, "isPinned", thread.isPinned);
+  member(writer, "isArchived", thread.isArchived);
+  member(writer, "createdAt", thread.createdAt.secondsSinceReference());
+  member(writer, "updatedAt", thread.updatedAt.secondsSinceReference());
   writer.endObject();
   return line + "\n";
 }

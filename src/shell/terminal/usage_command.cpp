@@ -201,13 +201,12 @@ const Command usageCommand{
     .options = options,
     .mostWords = 1,
     .introduction =
-        "Shows what is known of the providers' allowances, of all or of one. Codex is asked; the\n"
-        "others tell nothing, or only during a task. What was reported last in a task stands "
-        "beside\n"
-        "it, with its date.",
+        "Shows what is known of the providers' allowances, of all or of one. Codex is asked;\n"
+        "the others tell nothing, or only during a task. What was reported last in a task\n"
+        "stands beside it, with its date.",
     .closing =
-        "Exit status: 0 done, 1 failed, or no credit to spend, 2 wrong usage, 130 not wanted after "
-        "all.\n"
+        "Exit status: 0 done, 1 failed, or no credit to spend, 2 wrong usage, 130 not wanted\n"
+        "after all.\n"
         "\n"
         "Examples:\n"
         "  vantrell usage\n"

@@ -1,0 +1,164 @@
+// The media generator with a real child process in Grok's place, over real pipes.
+#include <gmock/gmock.h>
+
+#include "engine/imagine_desk.h"
+#include "runtimes/acp/acp_client.h"
+#include "runtimes/locators.h"
+#include "support/acp_agent_script.h"
+#include "support/engine_fixture.h"
+
+namespace vantrell::tests {
+namespace {
+
+class ImaginePipes : public EngineFixture {
+ protected:
+  ImaginePipes() {
+    others.insert(AgentProvider::grok);
+    ports.imagine.background = &pool_;
+    connectors[AgentProvider::grok].makeClient = [this](const ProviderConnectorContext& context) {
+      const auto script =
+          folder.file("script" + std::to_string(++clientCount_), scripts_.at(0).text());
+      scripts_.erase(scripts_.begin());
+      return ACPClient::make({.executable = AgentScriptText::program(),
+                              .workspacePath = context.workspacePath,
+                              .processArguments = {script},
+                              .processEnvironment = GrokLocator::augmentedEnvironment(),
+                              .runtimeName = "Grok"},
+                             main, pool_);
+    };
+  }
+  ~ImaginePipes() override {
+    model.reset();
+    EXPECT_TRUE(Process::waitForAll(std::chrono::seconds(20)));
+  }
+
+  ImagineDesk& desk() { return *model->imagine; }
+  bool isOver() { return !desk().imagineState().isBusy() && !desk().hasUnfinishedWork(); }
+  void generate(const std::string& prompt, ImagineKind kind = ImagineKind::image) {
+    desk().generateImagine(prompt, kind);
+  }
+  void await(const std::function<bool()>& condition) {
+    EXPECT_TRUE(main.runUntil(condition)) << desk().imagineProgress() << desk().imagineState().text;
+  }
+  /// Of every item, newest first: "prompt: content".
+  std::vector<std::string> made() {
+    std::vector<std::string> all;
+    for (const auto& item : desk().imagineItems()) {
+      all.push_back(item.prompt + ": " + folder.contentOf(item.localPath));
+    }
+    return all;
+  }
+  static ACPAgentScript opened() { return ACPAgentScript().openSession(); }
+  /// With an empty library.
+  void startAnew() {
+    model.reset();
+    std::filesystem::remove_all(folder / "Imagine");
+    start();
+  }
+
+  /// Of the clients to come, in turn.
+  std::vector<ACPAgentScript> scripts_;
+
+ private:
+  int clientCount_ = 0;
+  BackgroundPool pool_{2};
+};
+
+TEST_F(ImaginePipes, FilesAreFoundHoweverTheyAreNamed) {
+  const auto fox = folder.file("out/red fox.png", "fox");
+  const auto half = fox.size() - 7;
+  const std::string update =
+      R"(send {"jsonrpc":"2.0","method":"session/update","params":{"sessionId":"s1","update":)";
+  const auto tool = [&](const Json& output) {
+    return update +
+           json::write(JsonObject{
+               {"sessionUpdate", "tool_call_update"}, {"toolCallId", "t"}, {"rawOutput", output}}) +
+           "}}";
+  };
+  // Must be decoded for its path to be seen.
+  const auto document = "{\"file\":\"" + files::parent(fox) + "\\/red\\u0020fox.png\"}";
+  const auto encoded = files::parent(fox) + "/red%20fox.png";
+  const struct {
+    const char* what;
+    ACPAgentScript naming;
+  } cases[] = {
+      {"prose", ACPAgentScript().say("Saved to " + fox + ", enjoy.")},
+      {"twice", ACPAgentScript().say(fox).line(tool("At " + fox))},
+      {"JSON", ACPAgentScript().line(tool(JsonObject{{"files", Json::Array{fox}}}))},
+      {"JSON in a text", ACPAgentScript().line(tool(document))},
+      {"in two pieces",
+       ACPAgentScript().say("It's at " + fox.substr(0, half)).say(fox.substr(half) + " now.")},
+      {"in three",
+       ACPAgentScript().say(fox.substr(0, 3)).say(fox.substr(3, half)).say(fox.substr(3 + half))},
+      {"a file URL, and the path",
+       ACPAgentScript().line(tool(JsonObject{{"uri", "file://" + encoded}})).say(fox)},
+  };
+  for (const auto& each : cases) {
+    scripts_.push_back(opened()
+                           .expect(R"("text":"/imagine-video a fox")")
+                           .line(each.naming.text())
+                           .endTurn()
+                           .hang());
+  }
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.what);
+    startAnew();
+    generate("a fox", ImagineKind::video);
+    await([this] { return isOver(); });
+    ASSERT_EQ(made(), std::vector<std::string>{"a fox: fox"});
+    EXPECT_EQ(desk().imagineItems().front().kind, ImagineKind::image) << "the file says what it is";
+    EXPECT_EQ(events.back().message, "Your video is ready.");
+  }
+}
+
+TEST_F(ImaginePipes, PromptAtOnceBehindACancelledOneIsServedWhenThatHasEnded) {
+  const auto fox = folder.file("fox.png", "fox");
+  const auto owl = folder.file("owl.png", "owl");
+  const auto drawing = opened().expectPrompt().say("Drawing").expect("\"session/cancel\"");
+  const auto drawOwl = [&](ACPAgentScript script) {
+    return script.expect(R"("text":"/imagine an owl")").say(owl).endTurn().hang();
+  };
+  auto late = drawing;
+  late.say("Late: " + fox);
+  // The answer to the first prompt, the client's third request: others have come since.
+  late.send(R"({"jsonrpc":"2.0","id":3,"result":{"stopReason":"cancelled"}})");
+  auto ends = drawing;
+  const struct {
+    const char* what;
+    std::vector<ACPAgentScript> scripts;
+    std::vector<std::string> made;
+  } cases[] = {
+      {"an agent that ends the turn", {drawOwl(late)}, {"a fox: fox", "an owl: owl"}},
+      {"one that ends as a whole", {ends.line("exit 3"), drawOwl(opened())}, {"an owl: owl"}},
+  };
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.what);
+    scripts_ = each.scripts;
+    startAnew();
+    generate("a fox");
+    await([this] { return desk().imagineProgress() == "Drawing"; });
+    desk().cancelImagine();
+    generate("an owl");
+    EXPECT_EQ(desk().imagineState(), ConnectionState::working());
+    await([this] { return isOver(); });
+    EXPECT_EQ(desk().imagineState(), ConnectionState::ready());
+    EXPECT_THAT(made(), ::testing::UnorderedElementsAreArray(each.made));
+  }
+}
+
+TEST_F(ImaginePipes, DeathInTheMiddleKeepsWhatWasMadeAndTheNextPromptHasAnotherAgent) {
+  const auto fox = folder.file("fox.png", "fox");
+  scripts_ = {opened().expectPrompt().say(fox).line("error out of paint\\n").line("exit 3"),
+              opened().expectPrompt().endTurn().hang()};
+  start();
+  generate("a fox");
+  await([this] { return desk().imagineState().text == "out of paint" && isOver(); });
+  EXPECT_EQ(made(), std::vector<std::string>{"a fox: fox"});
+  EXPECT_EQ(model->executions.mirror().errorMessage, "out of paint");
+  generate("an owl");
+  await([this] { return isOver(); });
+  EXPECT_EQ(desk().imagineState(), ConnectionState::ready());
+}
+
+}  // namespace
+}  // namespace vantrell::tests
