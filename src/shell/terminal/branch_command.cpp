@@ -50,15 +50,11 @@ const Command branchCommand{
     .fewestWords = 2,
     .mostWords = 2,
     .introduction =
-        "Makes a task with what was said before a prompt of another one, and sends the new prompt "
-        "in\n"
-        "its place, with the same attachments. It works in a Git worktree of its own, with a copy "
-        "of\n"
-        "all that is not committed in the project; where that cannot be made, in the project's "
-        "folder.\n"
-        "The other task stays as it is. ID is any beginning of a task's ID; a prompt of - is read "
-        "from\n"
-        "standard input.",
+        "Makes a task with what was said before a prompt of another one, and sends the new\n"
+        "prompt in its place, with the same attachments. It works in a Git worktree of its own,\n"
+        "with a copy of all that is not committed in the project; where that cannot be made, in\n"
+        "the project's folder. The other task stays as it is. ID is any beginning of a task's\n"
+        "ID; a prompt of - is read from standard input.",
     .closing =
         "Ctrl-C stops the task, a second one leaves at once.\n"
         "\n"

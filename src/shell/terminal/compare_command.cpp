@@ -308,25 +308,20 @@ const Command compareCommand{
     .fewestWords = 1,
     .mostWords = 1,
     .introduction =
-        "Makes two tasks out of one, a new one in the project or that of --task, and sends the "
-        "prompt\n"
-        "to a provider in each, at the same time. Each works in a Git worktree with a copy of all "
-        "that\n"
-        "is not committed; without Git there is no comparison. While they work, each tells what "
-        "it\n"
-        "does in single lines; what it said comes when it has ended, and at last where its work "
-        "lies\n"
-        "and which files differ there from the last commit.",
+        "Makes two tasks out of one, a new one in the project or that of --task, and sends the\n"
+        "prompt to a provider in each, at the same time. Each works in a Git worktree with a\n"
+        "copy of all that is not committed; without Git there is no comparison. While they\n"
+        "work, each tells what it does in single lines; what it said comes when it has ended,\n"
+        "and at last where its work lies and which files differ there from the last commit.",
     .closing =
-        "Ctrl-C stops both, a second one leaves at once. A prompt of - is read from standard "
+        "Ctrl-C stops both, a second one leaves at once. A prompt of - is read from standard\n"
         "input.\n"
         "\n"
         "Exit status: 0 both completed, 1 one failed, 2 wrong usage, 130 stopped.\n"
         "\n"
         "Examples:\n"
         "  vantrell compare \"find out why the tests fail\" --with codex --with claude\n"
-        "  vantrell compare --task 3F2A \"now fix it\" --with kimi --with codex --answer "
-        "allow_once",
+        "  vantrell compare --task 3F2A \"now fix it\" --with kimi --with codex",
     .run = compare,
 };
 

@@ -57,11 +57,9 @@ const Command forkCommand{
     .fewestWords = 1,
     .mostWords = 1,
     .introduction =
-        "Makes a task with what was said in another one, and its choices. It works in the "
-        "project's\n"
-        "folder and begins sessions of its own; the other one stays as it is. ID is any beginning "
-        "of\n"
-        "a task's ID.",
+        "Makes a task with what was said in another one, and its choices. It works in the\n"
+        "project's folder and begins sessions of its own; the other one stays as it is. ID is\n"
+        "any beginning of a task's ID.",
     .closing =
         "To say a prompt in other words: vantrell branch ID --from ENTRY \"prompt\"\n"
         "\n"

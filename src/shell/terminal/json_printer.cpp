@@ -100,10 +100,8 @@ std::string permissionEvent(const PermissionRequest& request) {
 }
 
 void JsonPrinter::promptQueued(std::size_t waiting) {
-  event("queued", [&](JsonWriter& writer) {
-    writer.key("waiting");
-    writer.value(static_cast<std::int64_t>(waiting));
-  });
+  event("queued",
+        [&](JsonWriter& writer) { member(writer, "waiting", static_cast<std::int64_t>(waiting)); });
 }
 
 void JsonPrinter::runChanged(const RunRecord& run) {

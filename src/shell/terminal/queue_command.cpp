@@ -216,20 +216,18 @@ const Command queueCommand{
     .mostWords = std::string_view::npos,
     .introduction =
         "Prompts that wait in a task are sent one after the other, each when the one before has\n"
-        "gone well. After a failure, a stop or a restart they wait for you, or for the next run "
-        "of\n"
-        "the task that goes well. ID is any beginning of a task's ID.\n"
+        "gone well. After a failure, a stop or a restart they wait for you, or for the next run\n"
+        "of the task that goes well. ID is any beginning of a task's ID.\n"
         "\n"
         "  queue ID                     what waits, the next one first\n"
         "  queue add ID \"prompt\"        one more, at the end; - reads it from standard input\n"
         "  queue front ID PROMPT        that one next; PROMPT is any beginning of its ID\n"
         "  queue remove ID PROMPT ...   without sending them\n"
         "  queue clear ID               all of them\n"
-        "  queue run ID                 send the first and go on as run does, to the end of the "
-        "queue",
+        "  queue run ID                 send the first, and go on to the end of the queue",
     .closing =
-        "Exit status: 0 done, 1 failed, 2 wrong usage or nothing to run; of run that of its last "
-        "prompt.\n"
+        "Exit status: 0 done, 1 failed, 2 wrong usage or nothing to run; of run that of its\n"
+        "last prompt.\n"
         "\n"
         "Examples:\n"
         "  vantrell queue add 3F2A91C0 \"now write the changelog\"\n"

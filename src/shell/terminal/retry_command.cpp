@@ -36,9 +36,8 @@ const Command retryCommand{
     .fewestWords = 1,
     .mostWords = 1,
     .introduction =
-        "A branch with no new words: a task with what was said before the latest prompt of "
-        "another\n"
-        "one, and that prompt once more. See \"vantrell branch --help\".",
+        "A branch with no new words: a task with what was said before the latest prompt of\n"
+        "another one, and that prompt once more. See \"vantrell branch --help\".",
     .closing = "Exit status: 0 completed, 1 failed, 2 wrong usage, 130 stopped.",
     .run = retry,
 };
