@@ -219,6 +219,24 @@ TEST_F(TaskBranchesTest, WhatHappensWhileTheWorktreeIsMade) {
   }
 }
 
+TEST_F(TaskBranchesTest, PromptTypedMeanwhileDoesNotTakeThePlaceOfTheBranchsOwn) {
+  ports.captureCheckpoint = [this](const auto& task, const std::string& label, auto, auto done) {
+    model->safety->captureBeforePrompt(task, label, done);
+  };
+  startInRepository();
+  converse();
+  background.isHeld = true;
+  model->branches->branchAndSend("u2", "Again");
+  send("Typed");  // its checkpoint waits behind the worktree, and so its run has not begun
+  background.release();
+  main.runReady();
+  ASSERT_EQ(selected().runs.size(), 1u);
+  EXPECT_EQ(selected().runs[0].prompt, "Again");
+  EXPECT_EQ(selected().runs[0].status, RunRecordStatus::starting);
+  ASSERT_EQ(clients.size(), 1u);
+  EXPECT_EQ(contexts.back().workspacePath, selected().isolatedWorkspacePath);
+}
+
 TEST_F(TaskBranchesTest, ComparisonRunsBothAtOnceInWorktreesOfTheirOwn) {
   startInRepository();
   converse();
