@@ -174,7 +174,7 @@ void TaskBranches::prepared(const ThreadExecutionKey& key,
   const auto* execution = executions_.find(key);
   const bool wasStopped = execution && execution->stopCount > 0;
   if (worktree) safety_.moveToWorktree(key, std::move(*worktree));
-  if (wasStopped) return keepAsDraft(key, std::move(unsent));
+  if (wasStopped) return keepForUser(key, std::move(unsent));
   if (worktree || !unsent.needsWorktree) {
     if (!worktree) whyShared_ = worktree.error().description();
     return driver_.sendNow(std::move(unsent.prompt), std::move(unsent.attachments), key);
@@ -185,9 +185,15 @@ void TaskBranches::prepared(const ThreadExecutionKey& key,
   executions_.publishExecutionIfSelected(key);
 }
 
-void TaskBranches::keepAsDraft(const ThreadExecutionKey& key, Unsent unsent) {
+void TaskBranches::keepForUser(const ThreadExecutionKey& key, Unsent unsent) {
   tree_.updateThread(key, [&](ChatThread& thread) {
-    if (thread.draftText) return;  // newer words of the user
+    if (thread.draftText) {
+      // Newer words of the user stand there: it waits where the user finds it, too.
+      thread.queuedPrompts.insert(thread.queuedPrompts.begin(),
+                                  QueuedPrompt{Uuid::random(), std::move(unsent.prompt),
+                                               std::move(unsent.attachments), main_.now()});
+      return;
+    }
     thread.draftText = std::move(unsent.prompt);
     thread.draftAttachments = std::move(unsent.attachments);
   });
@@ -196,7 +202,7 @@ void TaskBranches::keepAsDraft(const ThreadExecutionKey& key, Unsent unsent) {
 }
 
 void TaskBranches::keepUnsent() {
-  for (auto& [key, unsent] : std::exchange(unsent_, {})) keepAsDraft(key, std::move(unsent));
+  for (auto& [key, unsent] : std::exchange(unsent_, {})) keepForUser(key, std::move(unsent));
 }
 
 }  // namespace vantrell

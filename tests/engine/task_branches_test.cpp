@@ -182,9 +182,9 @@ TEST_F(TaskBranchesTest, RetryIsABranchWithTheLatestPromptAndItsFiles) {
 }
 
 TEST_F(TaskBranchesTest, WhatHappensWhileTheWorktreeIsMade) {
-  enum What { deleted, stopped, typed, ended, removed };
+  enum What { deleted, stopped, typed, ended, drafted, removed };
   startInRepository();
-  for (const auto what : {deleted, stopped, typed, ended, removed}) {
+  for (const auto what : {deleted, stopped, typed, ended, drafted, removed}) {
     SCOPED_TRACE(what);
     model->operations.newThread(key.workspaceID);
     key = *model->selection.key();
@@ -198,7 +198,10 @@ TEST_F(TaskBranchesTest, WhatHappensWhileTheWorktreeIsMade) {
     if (what == deleted) model->operations.deleteThread(branch.threadID, branch.workspaceID);
     if (what == removed) model->operations.removeWorkspace(branch.workspaceID);
     if (what == stopped) model->driver->stopWorking();
-    if (what == ended) model->endAllWork();
+    if (what == drafted) {
+      model->operations.saveComposerDraft("Newer", {}, branch.threadID, branch.workspaceID);
+    }
+    if (what == ended || what == drafted) model->endAllWork();
     if (what == typed) work("Typed");
     background.release();
     main.runReady();
@@ -208,6 +211,11 @@ TEST_F(TaskBranchesTest, WhatHappensWhileTheWorktreeIsMade) {
     EXPECT_EQ(clients.size(), what == typed ? 2u : 0u);
     if (what == stopped || what == ended) {
       EXPECT_EQ(made->draftText, "Again");
+    }
+    if (what == drafted) {
+      EXPECT_EQ(made->draftText, "Newer");
+      ASSERT_EQ(made->queuedPrompts.size(), 1u);
+      EXPECT_EQ(made->queuedPrompts[0].text, "Again");
     }
     if (what == typed) {
       EXPECT_EQ(clients.front()->stops, 1) << "it worked in the project's folder";
