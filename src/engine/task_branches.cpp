@@ -169,8 +169,9 @@ void TaskBranches::prepare(const ThreadExecutionKey& key, Unsent unsent) {
 void TaskBranches::prepared(const ThreadExecutionKey& key,
                             TaskSafetyResult<TaskSafetyService::Worktree> worktree) {
   auto node = unsent_.extract(key);
-  if (node.empty() || !tree_.thread(key)) return;
+  if (node.empty()) return;
   Unsent unsent = std::move(node.mapped());
+  if (!tree_.thread(key)) return keepForUser(key, std::move(unsent));
   const auto* execution = executions_.find(key);
   const bool wasStopped = execution && execution->stopCount > 0;
   if (worktree) safety_.moveToWorktree(key, std::move(*worktree));
@@ -185,7 +186,13 @@ void TaskBranches::prepared(const ThreadExecutionKey& key,
   executions_.publishExecutionIfSelected(key);
 }
 
-void TaskBranches::keepForUser(const ThreadExecutionKey& key, Unsent unsent) {
+void TaskBranches::keepForUser(const ThreadExecutionKey& begun, Unsent unsent) {
+  // The user may have moved it to another project, which the worktree is not of.
+  const auto owner = std::ranges::find_if(tree_.workspaces(), [&](const Workspace& each) {
+    return each.thread(begun.threadID) != nullptr;
+  });
+  if (owner == tree_.workspaces().end()) return;
+  const ThreadExecutionKey key{owner->id, begun.threadID};
   tree_.updateThread(key, [&](ChatThread& thread) {
     if (thread.draftText) {
       // Newer words of the user stand there: it waits where the user finds it, too.

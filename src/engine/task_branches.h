@@ -62,7 +62,7 @@ class TaskBranches : public std::enable_shared_from_this<TaskBranches> {
   void prepare(const ThreadExecutionKey& key, Unsent unsent);
   void prepared(const ThreadExecutionKey& key,
                 TaskSafetyResult<TaskSafetyService::Worktree> worktree);
-  void keepForUser(const ThreadExecutionKey& key, Unsent unsent);
+  void keepForUser(const ThreadExecutionKey& begun, Unsent unsent);
 
   MainQueue& main_;
   WorkspaceTree& tree_;

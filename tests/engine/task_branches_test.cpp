@@ -182,9 +182,9 @@ TEST_F(TaskBranchesTest, RetryIsABranchWithTheLatestPromptAndItsFiles) {
 }
 
 TEST_F(TaskBranchesTest, WhatHappensWhileTheWorktreeIsMade) {
-  enum What { deleted, stopped, typed, ended, drafted, removed };
+  enum What { deleted, stopped, typed, ended, drafted, moved, removed };
   startInRepository();
-  for (const auto what : {deleted, stopped, typed, ended, drafted, removed}) {
+  for (const auto what : {deleted, stopped, typed, ended, drafted, moved, removed}) {
     SCOPED_TRACE(what);
     model->operations.newThread(key.workspaceID);
     key = *model->selection.key();
@@ -197,6 +197,8 @@ TEST_F(TaskBranchesTest, WhatHappensWhileTheWorktreeIsMade) {
     EXPECT_TRUE(model->branches->isPreparing(branch));
     if (what == deleted) model->operations.deleteThread(branch.threadID, branch.workspaceID);
     if (what == removed) model->operations.removeWorkspace(branch.workspaceID);
+    const Uuid general = model->operations.generalWorkspace()->id;
+    if (what == moved) model->operations.moveThread(branch.threadID, branch.workspaceID, general);
     if (what == stopped) model->driver->stopWorking();
     if (what == drafted) {
       model->operations.saveComposerDraft("Newer", {}, branch.threadID, branch.workspaceID);
@@ -207,7 +209,13 @@ TEST_F(TaskBranchesTest, WhatHappensWhileTheWorktreeIsMade) {
     main.runReady();
     EXPECT_FALSE(model->branches->isPreparing(branch));
     const ChatThread* made = model->tree.thread(branch);
-    EXPECT_EQ(made == nullptr, what == deleted || what == removed);
+    EXPECT_EQ(made == nullptr, what == deleted || what == moved || what == removed);
+    if (what == moved) {
+      const ChatThread* there = model->tree.thread({general, branch.threadID});
+      ASSERT_TRUE(there);
+      EXPECT_EQ(there->draftText, "Again");
+      EXPECT_EQ(there->workspaceMode, TaskWorkspaceMode::shared);
+    }
     EXPECT_EQ(clients.size(), what == typed ? 2u : 0u);
     if (what == stopped || what == ended) {
       EXPECT_EQ(made->draftText, "Again");
