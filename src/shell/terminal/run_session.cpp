@@ -3,6 +3,7 @@
 #include <csignal>
 #include <fmt/format.h>
 
+#include "engine/session_status.h"
 #include "platform/text.h"
 #include "shell/terminal/task_words.h"
 
