@@ -159,7 +159,8 @@ void ComparisonSession::stop() {
   }
   for (auto& each : sides_) {
     each.questions.close();
-    if (each.hasEnded) continue;
+    // One that only waits for hooks has done its work, and keeps no word of a stop.
+    if (each.hasEnded || isAtRest(parts_.model, each.side.key)) continue;
     select(each.side.key);
     parts_.model.driver->stopWorking();
   }
