@@ -169,12 +169,13 @@ void TaskBranches::prepare(const ThreadExecutionKey& key, Unsent unsent) {
 void TaskBranches::prepared(const ThreadExecutionKey& key,
                             TaskSafetyResult<TaskSafetyService::Worktree> worktree) {
   auto node = unsent_.extract(key);
-  if (node.empty() || !tree_.thread(key)) return;
+  if (node.empty()) return;
   Unsent unsent = std::move(node.mapped());
+  if (!tree_.thread(key)) return keepForUser(key, std::move(unsent));
   const auto* execution = executions_.find(key);
   const bool wasStopped = execution && execution->stopCount > 0;
   if (worktree) safety_.moveToWorktree(key, std::move(*worktree));
-  if (wasStopped) return keepAsDraft(key, std::move(unsent));
+  if (wasStopped) return keepForUser(key, std::move(unsent));
   if (worktree || !unsent.needsWorktree) {
     if (!worktree) whyShared_ = worktree.error().description();
     return driver_.sendNow(std::move(unsent.prompt), std::move(unsent.attachments), key);
@@ -185,9 +186,21 @@ void TaskBranches::prepared(const ThreadExecutionKey& key,
   executions_.publishExecutionIfSelected(key);
 }
 
-void TaskBranches::keepAsDraft(const ThreadExecutionKey& key, Unsent unsent) {
+void TaskBranches::keepForUser(const ThreadExecutionKey& begun, Unsent unsent) {
+  // The user may have moved it to another project, which the worktree is not of.
+  const auto owner = std::ranges::find_if(tree_.workspaces(), [&](const Workspace& each) {
+    return each.thread(begun.threadID) != nullptr;
+  });
+  if (owner == tree_.workspaces().end()) return;
+  const ThreadExecutionKey key{owner->id, begun.threadID};
   tree_.updateThread(key, [&](ChatThread& thread) {
-    if (thread.draftText) return;  // newer words of the user
+    if (thread.draftText) {
+      // Newer words of the user stand there: it waits where the user finds it, too.
+      thread.queuedPrompts.insert(thread.queuedPrompts.begin(),
+                                  QueuedPrompt{Uuid::random(), std::move(unsent.prompt),
+                                               std::move(unsent.attachments), main_.now()});
+      return;
+    }
     thread.draftText = std::move(unsent.prompt);
     thread.draftAttachments = std::move(unsent.attachments);
   });
@@ -196,7 +209,7 @@ void TaskBranches::keepAsDraft(const ThreadExecutionKey& key, Unsent unsent) {
 }
 
 void TaskBranches::keepUnsent() {
-  for (auto& [key, unsent] : std::exchange(unsent_, {})) keepAsDraft(key, std::move(unsent));
+  for (auto& [key, unsent] : std::exchange(unsent_, {})) keepForUser(key, std::move(unsent));
 }
 
 }  // namespace vantrell

@@ -46,7 +46,8 @@ class TaskBranches : public std::enable_shared_from_this<TaskBranches> {
   bool isPreparing(const ThreadExecutionKey& key) const { return unsent_.contains(key); }
   /// Why the latest branch works in the project's own folder; absent where it does not.
   const std::optional<std::string>& whyShared() const { return whyShared_; }
-  /// For the end of the program: prompts that have not gone out become drafts.
+  /// For the end of the program: prompts that have not gone out become drafts, or wait in the queue
+  /// where the user has begun another one.
   void keepUnsent();
 
  private:
@@ -61,7 +62,7 @@ class TaskBranches : public std::enable_shared_from_this<TaskBranches> {
   void prepare(const ThreadExecutionKey& key, Unsent unsent);
   void prepared(const ThreadExecutionKey& key,
                 TaskSafetyResult<TaskSafetyService::Worktree> worktree);
-  void keepAsDraft(const ThreadExecutionKey& key, Unsent unsent);
+  void keepForUser(const ThreadExecutionKey& begun, Unsent unsent);
 
   MainQueue& main_;
   WorkspaceTree& tree_;

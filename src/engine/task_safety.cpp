@@ -290,7 +290,9 @@ void TaskSafety::createIsolatedWorktree(const ThreadExecutionKey& key,
 void TaskSafety::moveToWorktree(const ThreadExecutionKey& key, Worktree worktree) {
   if (!tree_.thread(key)) return;
   notes_ = std::move(worktree.notes);
-  if (const auto* execution = executions_.find(key); execution && execution->activeRunID) {
+  const auto* execution = executions_.find(key);
+  const auto stopCount = execution ? std::optional(execution->stopCount) : std::nullopt;
+  if (execution && execution->activeRunID) {
     const Date now = main_.now();
     tree_.updateRun(execution->activeRunID, key, [&](RunRecord& run) {
       run.status = RunRecordStatus::cancelled;
@@ -300,6 +302,8 @@ void TaskSafety::moveToWorktree(const ThreadExecutionKey& key, Worktree worktree
   }
   // The next prompt starts a client in the new folder.
   executions_.remove(key);
+  // A turn whose run has not begun ends as well: it must not wake up behind the next one.
+  if (stopCount) executions_.execution(key).stopCount = *stopCount + 1;
   tree_.updateThread(key, [&](ChatThread& thread) {
     thread.workspaceMode = TaskWorkspaceMode::isolated;
     thread.isolatedWorkspacePath = std::move(worktree.path);

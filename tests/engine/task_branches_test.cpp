@@ -182,9 +182,9 @@ TEST_F(TaskBranchesTest, RetryIsABranchWithTheLatestPromptAndItsFiles) {
 }
 
 TEST_F(TaskBranchesTest, WhatHappensWhileTheWorktreeIsMade) {
-  enum What { deleted, stopped, typed, ended, removed };
+  enum What { deleted, stopped, typed, ended, drafted, moved, removed };
   startInRepository();
-  for (const auto what : {deleted, stopped, typed, ended, removed}) {
+  for (const auto what : {deleted, stopped, typed, ended, drafted, moved, removed}) {
     SCOPED_TRACE(what);
     model->operations.newThread(key.workspaceID);
     key = *model->selection.key();
@@ -197,17 +197,33 @@ TEST_F(TaskBranchesTest, WhatHappensWhileTheWorktreeIsMade) {
     EXPECT_TRUE(model->branches->isPreparing(branch));
     if (what == deleted) model->operations.deleteThread(branch.threadID, branch.workspaceID);
     if (what == removed) model->operations.removeWorkspace(branch.workspaceID);
+    const Uuid general = model->operations.generalWorkspace()->id;
+    if (what == moved) model->operations.moveThread(branch.threadID, branch.workspaceID, general);
     if (what == stopped) model->driver->stopWorking();
-    if (what == ended) model->endAllWork();
+    if (what == drafted) {
+      model->operations.saveComposerDraft("Newer", {}, branch.threadID, branch.workspaceID);
+    }
+    if (what == ended || what == drafted) model->endAllWork();
     if (what == typed) work("Typed");
     background.release();
     main.runReady();
     EXPECT_FALSE(model->branches->isPreparing(branch));
     const ChatThread* made = model->tree.thread(branch);
-    EXPECT_EQ(made == nullptr, what == deleted || what == removed);
+    EXPECT_EQ(made == nullptr, what == deleted || what == moved || what == removed);
+    if (what == moved) {
+      const ChatThread* there = model->tree.thread({general, branch.threadID});
+      ASSERT_TRUE(there);
+      EXPECT_EQ(there->draftText, "Again");
+      EXPECT_EQ(there->workspaceMode, TaskWorkspaceMode::shared);
+    }
     EXPECT_EQ(clients.size(), what == typed ? 2u : 0u);
     if (what == stopped || what == ended) {
       EXPECT_EQ(made->draftText, "Again");
+    }
+    if (what == drafted) {
+      EXPECT_EQ(made->draftText, "Newer");
+      ASSERT_EQ(made->queuedPrompts.size(), 1u);
+      EXPECT_EQ(made->queuedPrompts[0].text, "Again");
     }
     if (what == typed) {
       EXPECT_EQ(clients.front()->stops, 1) << "it worked in the project's folder";
@@ -217,6 +233,24 @@ TEST_F(TaskBranchesTest, WhatHappensWhileTheWorktreeIsMade) {
       EXPECT_EQ(contexts.back().workspacePath, made->isolatedWorkspacePath);
     }
   }
+}
+
+TEST_F(TaskBranchesTest, PromptTypedMeanwhileDoesNotTakeThePlaceOfTheBranchsOwn) {
+  ports.captureCheckpoint = [this](const auto& task, const std::string& label, auto, auto done) {
+    model->safety->captureBeforePrompt(task, label, done);
+  };
+  startInRepository();
+  converse();
+  background.isHeld = true;
+  model->branches->branchAndSend("u2", "Again");
+  send("Typed");  // its checkpoint waits behind the worktree, and so its run has not begun
+  background.release();
+  main.runReady();
+  ASSERT_EQ(selected().runs.size(), 1u);
+  EXPECT_EQ(selected().runs[0].prompt, "Again");
+  EXPECT_EQ(selected().runs[0].status, RunRecordStatus::starting);
+  ASSERT_EQ(clients.size(), 1u);
+  EXPECT_EQ(contexts.back().workspacePath, selected().isolatedWorkspacePath);
 }
 
 TEST_F(TaskBranchesTest, ComparisonRunsBothAtOnceInWorktreesOfTheirOwn) {

@@ -222,6 +222,22 @@ TEST_F(TranscriptPrinterTest, SilentTurnIsNotTakenForAnAnswer) {
   EXPECT_EQ(plainOutput, "So.\n\n✓ Kimi finished the task.\n");
 }
 
+TEST_F(TranscriptPrinterTest, StopBeforeTheRunHasBegunIsNotTakenForTheEndOfTheRunBefore) {
+  auto before = run(RunRecordStatus::completed, "Kimi finished the task.");
+  before.id = Uuid::random();
+  const auto stop = entry("s", ChatEntryKind::system, "Stopped by you.");
+  stream(ChatEntryKind::assistant, "a", {"So."}, plain);
+  plain.runChanged(before);
+  plain.entryAdded(entry("u2", ChatEntryKind::user, "Two"));
+  plain.entryAdded(stop);
+  plain.ended(&before);
+  EXPECT_TRUE(plainOutput.ends_with("› Two\n\n■ Stopped by you.\n")) << plainOutput;
+  live.entryAdded(entry("u1", ChatEntryKind::user, "One"));
+  live.entryAdded(stop);
+  live.ended(nullptr);
+  EXPECT_EQ(screen.text(), "› One\n\n■ Stopped by you.\n");
+}
+
 TEST_F(TranscriptPrinterTest, EndSaysHowItWentAndHowToGoOn) {
   ThreadExecutionKey key;
   key.threadID = *Uuid::parse("3F2A91C0-0000-4000-8000-000000000000");

@@ -111,6 +111,12 @@ class Comparison {
     sink_.onBroken = nullptr;
     sink_.onFullChanged = nullptr;
     wasAbandoned = session.wasAbandoned();
+    for (const auto& side : sides) {
+      const ChatThread& thread = *model_.tree.thread(side.key);
+      if (!thread.draftText) continue;
+      say(fmt::format("{}: the prompt did not go out. It is kept as the draft of task {}.",
+                      side.name, shortID(thread.id)));
+    }
     if (!wasAbandoned) summarize(sides);
     return status;
   }

@@ -23,6 +23,10 @@ ComparisonSession::Running::Running(ComparisonSession& session, const Side& whic
                  .answerKind = session.parts_.answerKind}) {
   feed.onQuestion = [this, &session](const auto& now) {
     question = now;
+    // An answer that is on its way must not meet the question behind it.
+    if (session.shown_ && session.shown_ != now && &session.sides_[session.asking_] == this) {
+      questions.questionChanged(nullptr);
+    }
     // The engine is at work, and to show a question selects its conversation.
     session.parts_.loop.post([&session] { session.askNext(); });
   };
@@ -155,7 +159,8 @@ void ComparisonSession::stop() {
   }
   for (auto& each : sides_) {
     each.questions.close();
-    if (each.hasEnded) continue;
+    // One that only waits for hooks has done its work, and keeps no word of a stop.
+    if (each.hasEnded || isAtRest(parts_.model, each.side.key)) continue;
     select(each.side.key);
     parts_.model.driver->stopWorking();
   }

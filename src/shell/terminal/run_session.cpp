@@ -3,6 +3,7 @@
 #include <csignal>
 #include <fmt/format.h>
 
+#include "engine/session_status.h"
 #include "platform/text.h"
 #include "shell/terminal/task_words.h"
 
@@ -77,7 +78,13 @@ void RunSession::typed(std::string_view line) {
     return thread ? thread->queuedPrompts.size() : 0;
   };
   const std::size_t before = waiting();
-  parts_.model.driver->send(prompt, {});
+  AppModel& model = parts_.model;
+  if (model.branches->isPreparing(key_) && !SessionStatusQuery::matches(prompt)) {
+    // Sent now, it would work in the project's folder until the worktree is there.
+    model.queue.enqueuePrompt(prompt, {}, key_);
+  } else {
+    model.driver->send(prompt, {});
+  }
   if (waiting() > before) parts_.observer.promptQueued(waiting());
 }
 

@@ -124,7 +124,10 @@ void TranscriptPrinter::entryAdded(const ChatEntry& entry) {
     case ChatEntryKind::thought: return stream(entry, entry.text);
     case ChatEntryKind::tool: return showTool(entry);
     case ChatEntryKind::system:
-      if (entry.text == stoppedText && !isReview) return;  // the last line says it
+      if (entry.text == stoppedText && !isReview) {
+        stopIsUntold_ = true;  // the last line says it
+        return;
+      }
       beginBlock(Block::other);
       for (const auto& each : linesOf(entry.text, systemLinesShown)) {
         line(style_.yellow(fmt::format("• {}", each)));
@@ -153,6 +156,7 @@ void TranscriptPrinter::transcriptReplaced(const Transcript&) {
 void TranscriptPrinter::showUser(const ChatEntry& entry) {
   if (const auto earlier = std::exchange(outcome_, std::nullopt)) {
     showOutcome(*earlier);
+    toldRun_ = earlier->id;
     remark("From the queue:");
     agentWasHeard_ = false;
     block_ = Block::none;
@@ -349,13 +353,21 @@ void TranscriptPrinter::livenessChanged(const RunRecord& run) {
 
 void TranscriptPrinter::ended(const RunRecord* run) {
   endLine();
-  if (!run) return;
-  showOutcome(*run);
+  // A prompt that was stopped before its run began leaves the run before it as the last one.
+  if (run && run->id != toldRun_) {
+    showOutcome(*run);
+  } else if (stopIsUntold_) {
+    beginBlock(Block::other);
+    line(style_.yellow(fmt::format("■ {}", stoppedText)));
+  } else if (!run) {
+    return;
+  }
   if (!goingOn_.empty()) line(style_.dim(fmt::format("To go on: {} \"...\"", goingOn_)));
 }
 
 void TranscriptPrinter::showOutcome(const RunRecord& run) {
   endLine();
+  stopIsUntold_ = false;
   for (const auto& [id, text] : std::exchange(openTools_, {})) {
     // On a live terminal the line stands already.
     if (style_.isLive()) continue;

@@ -100,6 +100,8 @@ class TranscriptPrinter final : public RunObserver {
   std::string goingOn_;  // the command, up to the prompt
   /// A run that has ended, until that is shown: at the end, or when the queue goes on.
   std::optional<RunRecord> outcome_;
+  std::optional<Uuid> toldRun_;  // whose end was shown when the queue went on
+  bool stopIsUntold_ = false;
 };
 
 }  // namespace vantrell::shell
