@@ -44,6 +44,7 @@ TEST_F(StatusDeskTest, FollowsATaskThroughItsPhases) {
   EXPECT_EQ(thread().queuedPrompts.size(), 1U);
 
   model->approvals.respondToPermission("y");
+  model->queue.clearQueuedPrompts();
   client().finishes();
   EXPECT_EQ(phase(), Phase::completed);
   work("More");
@@ -51,6 +52,7 @@ TEST_F(StatusDeskTest, FollowsATaskThroughItsPhases) {
   EXPECT_EQ(phase(), Phase::idle) << "what was stopped is not told of";
   client().finishes();
   work("Again");
+  model->driver->send("Later", {});
   client().fails(AgentError("no more disk"));
   EXPECT_EQ(ask(),
             "No—the session needs attention.\n\n- **Attention:** no more disk\n"

@@ -71,7 +71,7 @@ TEST_F(TranscriptPrinterTest, SilenceIsToldOnALineOfItsOwnInTheMidstOfAnAnswer) 
     stream(ChatEntryKind::assistant, "a", {" two"}, *printer);
   }
   EXPECT_EQ(plainOutput, "One\n\n• Kimi is silent.\n\n two");
-  EXPECT_EQ(screen.text(), plainOutput + "\n");
+  EXPECT_EQ(screen.text(), "One\n\n• Kimi is silent.\n\ntwo\n") << "laid out";
 }
 
 TEST_F(TranscriptPrinterTest, LiveToolChangesInPlaceWhileItIsLast) {
