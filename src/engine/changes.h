@@ -37,7 +37,7 @@ struct Change {
     runtimesChanged,        // what is installed, a log-in
     imagineChanged,         // the media library, its generator's state and progress
     saveFailed,             // `text` says why
-    noticeRaised,           // `text` is for the user: stored conversations are damaged
+    noticeRaised,           // `text` is for the user: what is stored could not be read
   };
 
   Kind kind;

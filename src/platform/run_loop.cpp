@@ -171,7 +171,7 @@ class RunLoop::LineWatch : public std::enable_shared_from_this<LineWatch> {
       // A bad descriptor is not waited for: the read says so.
       if (source_ && ::poll(waits, 2, -1) < 0 && errno == EINTR) continue;
       if (waits[1].revents != 0) return;
-      if (source_ && !mayRead()) {
+      if (source_ && !terminal::isInForeground(source_.get())) {
         // What is typed is for the shell, or whoever is in the foreground.
         ::poll(&waits[1], 1, backgroundWait);
         continue;
@@ -184,12 +184,6 @@ class RunLoop::LineWatch : public std::enable_shared_from_this<LineWatch> {
       const auto length = static_cast<std::size_t>(std::max<ssize_t>(count, 0));
       if (!handOver(lock, weak, chunk.substr(0, length)) || count <= 0) return;
     }
-  }
-
-  /// A job that reads its terminal while it is in the background is stopped.
-  bool mayRead() const {
-    const pid_t foreground = ::tcgetpgrp(source_.get());
-    return foreground <= 0 || foreground == ::getpgrp();
   }
 
   /// One chunk at a time: input that comes faster than it is used waits where it is. No bytes mean

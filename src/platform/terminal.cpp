@@ -22,8 +22,13 @@ std::optional<Size> size(int descriptor) {
   return Size{window.ws_col, window.ws_row};
 }
 
+bool isInForeground(int descriptor) {
+  const pid_t foreground = ::tcgetpgrp(descriptor);
+  return foreground <= 0 || foreground == ::getpgrp();
+}
+
 void discardTypedAhead(int descriptor) {
-  ::tcflush(descriptor, TCIFLUSH);
+  if (isInForeground(descriptor)) ::tcflush(descriptor, TCIFLUSH);
 }
 
 void ignoreBrokenPipes() {

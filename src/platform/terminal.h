@@ -15,8 +15,12 @@ struct Size {
 /// Absent when the descriptor is no terminal, or one that does not know its size.
 std::optional<Size> size(int descriptor);
 
-/// Forgets what has been typed and not read yet, so that keys pressed earlier answer no question.
-/// Of a terminal that a RunLoop watches, its discardPending() does it.
+/// Whether what is typed there is for this process: a job in the background is stopped when it
+/// reads its terminal or flushes it. Also true of what is not the terminal of this process.
+bool isInForeground(int descriptor);
+
+/// Forgets what has been typed and not read yet, so that keys pressed earlier answer no question;
+/// in the background nothing. Of a terminal that a RunLoop watches, its discardPending() does it.
 void discardTypedAhead(int descriptor);
 
 /// A write to a pipe without a reader fails with EPIPE from now on, and does not end the program.

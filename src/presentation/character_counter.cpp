@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "platform/text.h"
+#include "platform/utf8.h"
 
 namespace vantrell {
 
@@ -13,10 +14,6 @@ namespace {
 /// stand upon), so no more of it is kept.
 constexpr std::size_t longestKept = 64;  // bytes
 
-bool isContinuation(char c) {
-  return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
-}
-
 bool isPlain(std::string_view text) {
   return std::ranges::all_of(
       text, [](char c) { return c != '\r' && static_cast<unsigned char>(c) < 0x80; });
@@ -25,9 +22,9 @@ bool isPlain(std::string_view text) {
 std::string shortened(std::string_view character) {
   if (character.size() <= longestKept) return std::string(character);
   std::size_t first = 1;
-  while (isContinuation(character[first])) ++first;
+  while (utf8::isContinuation(character[first])) ++first;
   std::size_t rest = character.size() - longestKept + first;
-  while (rest < character.size() && isContinuation(character[rest])) ++rest;
+  while (rest < character.size() && utf8::isContinuation(character[rest])) ++rest;
   return std::string(character.substr(0, first)) + std::string(character.substr(rest));
 }
 

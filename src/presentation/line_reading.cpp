@@ -3,6 +3,7 @@
 #include <cstring>
 #include <limits>
 
+#include "platform/utf8.h"
 #include "presentation/white_space.h"
 
 namespace vantrell {
@@ -196,7 +197,7 @@ bool LineReader::readNumber(std::string_view text, LineReading& reading) {
       // Nothing but white space, whose end is a line break: the text is the character before that.
       const auto before = [&](std::size_t end) {
         std::size_t at = end - 1;
-        while (at > behind && (known[at] & 0xC0) == 0x80) --at;
+        while (at > behind && utf8::isContinuation(known[at])) --at;
         return at;
       };
       const std::size_t last = before(contentEnd_);

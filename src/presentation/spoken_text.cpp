@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "platform/text.h"
+#include "platform/utf8.h"
 #include "presentation/white_space.h"
 
 // Each step is one replacement of a regular expression, which stands above it. They are written out
@@ -119,7 +120,7 @@ std::string withoutLineMarks(std::string_view text) {
       // The next beginning of a line may be right here.
       line = end;
       std::size_t last = 1;
-      while (last < 3 && (text[end - last] & 0xC0) == 0x80) ++last;
+      while (last < 3 && utf8::isContinuation(text[end - last])) ++last;
       if (white::breakAt(text, end - last) == last) continue;
     }
     std::size_t next = 0;

@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <string_view>
 
+#include "platform/utf8.h"
+
 namespace vantrell::white {
 
 constexpr unsigned char byteAt(std::string_view text, std::size_t at) {
@@ -65,7 +67,9 @@ constexpr std::size_t trimEnd(std::string_view text, std::size_t begin, std::siz
     std::size_t length = 1;
     if (static_cast<unsigned char>(text[end - 1]) >= 0x80) {
       // No white space has more than three bytes.
-      while (length < 3 && end - length > begin && (text[end - length] & 0xC0) == 0x80) ++length;
+      while (length < 3 && end - length > begin && utf8::isContinuation(text[end - length])) {
+        ++length;
+      }
     }
     if (kind(text.substr(0, end), end - length) != length) break;
     end -= length;

@@ -63,7 +63,11 @@ std::vector<ImagineItem> ImagineStore::load() {
   whyUnreadable_.reset();
   if (!existingImagineDirectory(supportFolder_)) return {};
   const auto folder = directory();
-  if (!folder) return {};
+  if (!folder) {
+    // A later save may reach it, and must not take the place of a history that nobody has read.
+    whyUnreadable_ = folder.error().description;
+    return {};
+  }
   History history = readHistory(*folder);
   whyUnreadable_ = std::move(history.whyUnreadable);
   return std::move(history.items);

@@ -109,5 +109,16 @@ TEST_F(ImagineStoreTest, KeepsAHistoryThatItCannotReadAside) {
   EXPECT_EQ(store().load(), std::vector{fox});
 }
 
+TEST_F(ImagineStoreTest, KeepsAHistoryAsideThatItCouldNotReach) {
+  folder.file("data/Larkmoor/Imagine/history.json", "[]");
+  folder.file("data/vantrell", "a file in its place");
+  auto unreached = store();
+  EXPECT_TRUE(unreached.load().empty());
+  std::filesystem::remove(support);
+  ASSERT_TRUE(unreached.save({}));
+  ASSERT_EQ(notices.size(), 1u);
+  EXPECT_EQ(folder.names("data/vantrell/Imagine").size(), 2u) << "the history, what was kept";
+}
+
 }  // namespace
 }  // namespace vantrell

@@ -1,5 +1,6 @@
 #include "shell/terminal/task_search.h"
 
+#include "platform/utf8.h"
 #include "shell/terminal/task_list.h"
 #include "shell/terminal/terminal_text.h"
 
@@ -11,10 +12,6 @@ constexpr std::size_t aroundHit = 300;    // bytes on either side, more than a l
 constexpr std::size_t longestHit = 1000;  // bytes
 constexpr std::size_t shortestEntryID = 8;
 
-bool isContinuation(char byte) {
-  return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
-}
-
 /// On one line; the blanks at the ends stay, since something follows there.
 std::string flat(std::string_view text) {
   std::string line = sanitized(text);
@@ -25,7 +22,7 @@ std::string flat(std::string_view text) {
 
 /// The place at or before `at` where a character begins.
 std::size_t characterStart(std::string_view text, std::size_t at) {
-  while (at > 0 && at < text.size() && isContinuation(text[at])) --at;
+  while (at > 0 && at < text.size() && utf8::isContinuation(text[at])) --at;
   return at;
 }
 
