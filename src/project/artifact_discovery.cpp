@@ -6,6 +6,7 @@
 #include "platform/files.h"
 #include "platform/json.h"
 #include "platform/text.h"
+#include "records/project_hook.h"
 
 namespace vantrell {
 
@@ -93,7 +94,7 @@ std::vector<ProjectArtifact> ArtifactDiscovery::artifacts(
   Table table(workspacePath);
   for (const auto& file : changedFiles) table.addOfProject(file.path, Source::changed);
   for (const auto& entry : entries) {
-    if (entry.kind != ChatEntryKind::tool) continue;
+    if (entry.kind != ChatEntryKind::tool || isHookEntry(entry)) continue;
     const auto input = json::parse(entry.text);
     if (!input) continue;
     std::vector<std::string> paths;

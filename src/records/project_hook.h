@@ -10,6 +10,8 @@
 
 namespace vantrell {
 
+struct ChatEntry;
+
 /// When a hook runs: before the prompt goes out, after a task ended well, after it failed.
 enum class ProjectHookEvent { beforeTask, afterTask, taskFailed };
 
@@ -19,6 +21,9 @@ constexpr auto rawTexts(ProjectHookEvent) {
 
 /// How the title of a conversation's entry about a hook begins; its path follows.
 inline constexpr std::string_view hookEntryTitle = "Hook · ";
+/// Whether the entry tells of a hook: what it says is for people, where tool calls have their
+/// input.
+bool isHookEntry(const ChatEntry& entry);
 
 struct ProjectHook {
   Uuid id;

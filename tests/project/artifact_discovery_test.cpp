@@ -23,7 +23,12 @@ class ArtifactDiscoveryTest : public testing::Test {
               const std::vector<ImagineItem>& items = {}) {
     const ChatEntry entries[] = {
         {.id = "1", .kind = ChatEntryKind::tool, .text = input},
-        {.id = "2", .kind = ChatEntryKind::user, .text = R"({"path":"d.txt"})"}};
+        {.id = "2", .kind = ChatEntryKind::user, .text = R"({"path":"d.txt"})"},
+        // What a hook has said is no input.
+        {.id = "3",
+         .kind = ChatEntryKind::tool,
+         .title = "Hook · x",
+         .text = R"({"path":"d.txt"})"}};
     Shown shown;
     for (const auto& each : ArtifactDiscovery::artifacts(root, changed, entries, items)) {
       shown.emplace_back(each.displayPath(), each.source);

@@ -23,10 +23,6 @@ constexpr std::string_view stoppedText = "Stopped by you.";
 constexpr std::string_view thoughtBar = "│ ";
 /// Faster than this nobody reads, and a terminal should not have to draw.
 constexpr std::chrono::milliseconds betweenDraws{30};
-/// What it says is for people, where other tools have their input.
-bool isHook(const ChatEntry& entry) {
-  return entry.kind == ChatEntryKind::tool && entry.title.value_or("").starts_with(hookEntryTitle);
-}
 
 }  // namespace
 
@@ -115,7 +111,7 @@ void TranscriptPrinter::introduced(const RunIntroduction& introduction) {
 }
 
 void TranscriptPrinter::entryAdded(const ChatEntry& entry) {
-  if (entry.kind != ChatEntryKind::user && !isHook(entry)) agentWasHeard_ = true;
+  if (entry.kind != ChatEntryKind::user && !isHookEntry(entry)) agentWasHeard_ = true;
   switch (entry.kind) {
     case ChatEntryKind::user: return showUser(entry);
     case ChatEntryKind::assistant:
@@ -253,7 +249,7 @@ void TranscriptPrinter::showHook(const ChatEntry& entry) {
 }
 
 void TranscriptPrinter::showTool(const ChatEntry& entry) {
-  if (isHook(entry)) return showHook(entry);
+  if (isHookEntry(entry)) return showHook(entry);
   const std::string status = entry.status.value_or("pending");
   const std::string title = toolTitles_.best(entry);
   const std::string text = toolLine(entry, title, style_, usableColumns());
