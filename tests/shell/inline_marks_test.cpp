@@ -69,7 +69,7 @@ std::vector<std::size_t> marksBehind(std::size_t offset, const InlineMarks& mark
 TEST(InlineMarks, AreTheSameFromAReadingPointWhenTheTextHasGrown) {
   const std::string pieces[] = {"**", "**", "`", "``", "*",  "a",
                                 " ",  ".",  "(", "/",  "\"", std::string(700, 'x')};
-  for (unsigned seed = 0; seed < 400; ++seed) {
+  for (unsigned seed = 0; seed < 150; ++seed) {
     std::mt19937 random(seed);
     std::string text;
     for (int i = 0; i < 80; ++i) text += pieces[random() % std::size(pieces)];
@@ -78,6 +78,7 @@ TEST(InlineMarks, AreTheSameFromAReadingPointWhenTheTextHasGrown) {
     const InlineMarks whole(text);
     // Of what stands at the end nobody knows yet how it goes on.
     for (std::size_t offset = 0; offset + 3 < before; ++offset) {
+      if (text[offset] == 'x' && offset % 50 != 0) continue;
       const std::size_t point = early.readingPoint(offset);
       ASSERT_LE(point, offset);
       ASSERT_LE(offset - point, 2 * InlineMarks::longestSpan + 4);

@@ -136,8 +136,7 @@ InlineMarks::InlineMarks(std::string_view text, std::size_t from) {
       openers_[*bold].end = run.end();
       bold.reset();
     } else if (run.opensBold()) {
-      // The one before it will never have a partner.
-      if (bold) openers_[*bold].end = 0;
+      // The one before it gets a partner only if this one turns out to be code.
       bold = openers_.size();
       openers_.push_back({run.begin(), none, run.begin()});
     }
@@ -189,7 +188,8 @@ std::string InlineText::styled(Around around) const {
 InlineText withoutMarks(std::string_view line) {
   InlineText shown;
   std::size_t at = 0;
-  for (const auto& mark : InlineMarks(line).marks()) {
+  const InlineMarks marks(line);
+  for (const auto& mark : marks.marks()) {
     shown.text += line.substr(at, mark.begin - at);
     shown.changes.push_back({shown.text.size(), mark.after});
     at = mark.end;
