@@ -71,7 +71,7 @@ class AnswerMaker {
             "|\n~--|---\n~\n~\n\n~\r\n~\r~"
             "text~ and more~. Then it ends~!Now~ \xF0\x9F\x91\xA9\xE2\x80\x8D\xF0\x9F\x92\xBB ~"
             "e\xCC\x81~\xE6\xBC\xA2\xE5\xAD\x97~\xC2\xA0~\xE3\x80\x80~\f~1. \f~\xE2\x80\xA8~   ~-~"
-            "|~:~`~#~9~*~\n- ~"),
+            "|~:~`~#~9~*~\n- ~**~`~**bold** ~`code`~(**two `words`**)~``~| **a** | `b` |\n~"),
         '~');
     static constexpr std::string_view broken[] = {"\xE6\xBC", "\xFF", std::string_view("\0", 1),
                                                   "\xF0\x9F\x91", "\xA8"};
@@ -87,11 +87,12 @@ class AnswerMaker {
 
   /// Sentences on one line (with few breaks).
   std::string prose(std::size_t bytes) {
-    static const auto words = text::split(
-        std::string_view("the ~parser ~reads. ~It ~works.Then ~stops! ~Why?~Abc~9 ~"
-                         "\xC3\xA9t\xC3\xA9 ~see e.g.Foo9 ~a | b ~quickly ~over ~all of the lines ~"
-                         ".T~.Th~.The~\xCC\x81~\xE3\x80\x82"),
-        '~');
+    static const auto words =
+        text::split(std::string_view("the ~parser ~reads. ~It ~works.Then ~stops! ~Why?~Abc~9 ~"
+                                     "\xC3\xA9t\xC3\xA9 ~**so ~it** ~`code ~of`, ~see e.g.Foo9 ~a "
+                                     "| b ~quickly ~over ~all of the lines ~"
+                                     ".T~.Th~.The~\xCC\x81~\xE3\x80\x82"),
+                    '~');
     std::string text;
     while (text.size() < bytes) text += below(150) == 0 ? "\n" : pick(words);
     return text;

@@ -25,6 +25,22 @@ TEST(AnswerLines, LayBlocksOutForTheWidth) {
                           "│ so", "", "────────────────────", "", "a  b", "1  a cell with far…"));
 }
 
+TEST(AnswerLines, CarryLooksOverLineBreaksWhereTheStyleHasAny) {
+  const auto blocks = ResponseFormatting::blocks(
+      "Some **bold words, `code` too** end\n# A `b` **c**\n> so **it** goes\n```\n**a**\n```\n"
+      "a|b\n---|---\n**1**|`x` and *.txt\n\x1b[1m **\x1b[2J**");
+  EXPECT_THAT(
+      answerLines(blocks, TerminalStyle::live(-1), 20),
+      ElementsAre("Some \x1b[1mbold words,\x1b[22m",
+                  "\x1b[1m\x1b[36mcode\x1b[39m\x1b[22m\x1b[1m too\x1b[22m end", "",
+                  "\x1b[1mA \x1b[36mb\x1b[39m c\x1b[0m", "",
+                  "\x1b[2m│ so \x1b[22;1mit\x1b[22;2m goes\x1b[0m", "", "\x1b[36m  **a**\x1b[0m",
+                  "", "\x1b[2ma\x1b[0m  \x1b[2mb\x1b[0m",
+                  "\x1b[1m1\x1b[22m  \x1b[36mx\x1b[39m and *.txt", "", "␛[1m \x1b[1m␛[2J\x1b[22m"));
+  const auto plain = answerLines(blocks, TerminalStyle::plain(), 40);
+  EXPECT_EQ(plain.front(), "Some **bold words, `code` too** end");
+}
+
 TEST(AnswerLines, WrapAtBlanksAndElseAnywhere) {
   EXPECT_THAT(wrapped("", 5), ElementsAre(""));
   EXPECT_THAT(wrapped("ab cd ef", 5), ElementsAre("ab cd", "ef"));

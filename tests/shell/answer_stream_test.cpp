@@ -12,14 +12,18 @@ namespace {
 
 using tests::TerminalScreen;
 
-/// What a terminal of so many columns shows of a text that is whole.
-std::string laidOut(std::string_view text, int columns) {
+/// A terminal of so many columns that shows a text that is whole.
+TerminalScreen screenOf(std::string_view text, int columns) {
   TerminalScreen screen(static_cast<std::size_t>(columns), 1);
   const auto blocks = ResponseFormatting::blocks(text);
   const auto style = TerminalStyle::live(-1);
   const auto usable = static_cast<std::size_t>(TerminalStyle::usable(columns));
   for (const auto& line : answerLines(blocks, style, usable)) screen.write(line + "\n");
-  return screen.text();
+  return screen;
+}
+
+std::string laidOut(std::string_view text, int columns) {
+  return screenOf(text, columns).text();
 }
 
 std::size_t bytesOf(std::string_view text, int columns) {
@@ -32,10 +36,11 @@ std::size_t bytesOf(std::string_view text, int columns) {
   return bytes;
 }
 
+/// Without marks, which stay where they scroll away before their partner comes.
 std::string inked(std::string_view text) {
   std::string ink;
   for (const char byte : text) {
-    if (byte != ' ' && byte != '\n') ink += byte;
+    if (!std::string_view(" \n*`").contains(byte)) ink += byte;
   }
   return ink;
 }
@@ -81,9 +86,11 @@ TEST(AnswerStream, ScreenIsTheLayoutOfTheTextSoFarAfterEachChunk) {
       terminal.add(chunk);
       const auto now = std::string_view(text).substr(0, text.size() - rest.size());
       const auto decided = now.substr(0, now.size() - terminal.stream.heldBack());
-      ASSERT_EQ(ended(terminal.screen.text()), ended(laidOut(decided, terminal.size.columns)))
+      const auto whole = screenOf(decided, terminal.size.columns);
+      ASSERT_EQ(ended(terminal.screen.text()), ended(whole.text()))
           << "seed " << seed << " at " << now.size() << " of:\n"
           << text;
+      ASSERT_EQ(ended(terminal.screen.looks()), ended(whole.looks())) << "seed " << seed;
     }
     terminal.leave();
     ASSERT_EQ(ended(terminal.screen.text()), ended(laidOut(text, terminal.size.columns)))
@@ -154,7 +161,9 @@ TEST(AnswerStream, TakesLongAnswersOfAnyKind) {
                {"```\n", "code_without_a_line_end;"},
                {"```\n", "a line of code\n"},
                {"a | b\n---|---\n", "one | two and more\n"},
-               {"", "It ends here. Then it goes. "}};
+               {"", "It ends here. Then it goes. "},
+               {"", "**stars and `ticks "},
+               {"", "**"}};
   for (const auto& [beginning, piece] : cases) {
     Terminal terminal({80, 24});
     AnswerStream& stream = terminal.stream;
@@ -182,6 +191,7 @@ TEST(AnswerStream, GoesOnWhereItWasLeft) {
       {"```\nls -", "l\n```", "  ls -\nX\n  l\n"},
       {"a|b\n---|---\n1|2\n", "3|4\n", "a  b\n1  2\nX\n3  4\n"},
       {"Then:\n-", " one\n", "Then: -\nX\n• one\n"},
+      {"**bo", "ld** `x`", "**bo\nX\nld x\n"},
   };
   for (const bool isRebuilt : {false, true}) {
     for (const auto& [before, after, shown] : cases) {

@@ -45,14 +45,14 @@ class TerminalScreen {
 
   /// All lines without empty ones at the end; rows that the terminal has wrapped are one line.
   std::string text() const {
-    std::string all;
-    for (const auto& row : rows_) {
-      for (const auto& cell : row.cells) all += cell;
-      while (!row.wraps && all.ends_with(' ')) all.pop_back();
-      if (!row.wraps) all += '\n';
-    }
-    while (all.ends_with("\n\n")) all.pop_back();
-    return all;
+    return joined([](const Row& row, std::size_t i) { return row.cells[i]; });
+  }
+  /// The same with a digit for each character: 1 for bold, 2 for dim and 4 for cyan, added up.
+  std::string looks() const {
+    return joined([](const Row& row, std::size_t i) {
+      const bool isInked = !row.cells[i].empty() && row.cells[i] != " ";
+      return isInked ? std::to_string(row.looks[i]) : row.cells[i];
+    });
   }
   /// How often somebody tried to move above the top.
   int missedMoves() const { return missedMoves_; }
@@ -61,15 +61,44 @@ class TerminalScreen {
  private:
   struct Row {
     std::vector<std::string> cells;  // the second column of a wide character is empty
+    std::vector<int> looks;          // of the cells
     bool wraps = false;
+
+    void resize(std::size_t size) {
+      cells.resize(size, " ");
+      looks.resize(size);
+    }
   };
 
+  template <typename CellOf>
+  std::string joined(CellOf cellOf) const {
+    std::string all;
+    for (const auto& row : rows_) {
+      for (std::size_t i = 0; i < row.cells.size(); ++i) all += cellOf(row, i);
+      while (!row.wraps && all.ends_with(' ')) all.pop_back();
+      if (!row.wraps) all += '\n';
+    }
+    while (all.ends_with("\n\n")) all.pop_back();
+    return all;
+  }
+
+  void takeLook(std::string_view argument) {
+    for (const auto each : text::split(argument, ';')) {
+      if (each == "0") look_ = 0;
+      if (each == "1") look_ |= 1;
+      if (each == "2") look_ |= 2;
+      if (each == "36") look_ |= 4;
+      if (each == "22") look_ &= ~3;
+      if (each == "39") look_ &= ~4;
+    }
+  }
   bool perform(std::string_view& bytes) {
     const auto last = bytes.find_first_not_of("0123456789;", 2);
     if (last == bytes.npos || !std::string_view("ACJKm").contains(bytes[last])) return false;
     const std::string argument(bytes.substr(2, last - 2));
     const char command = bytes[last];
     bytes.remove_prefix(last + 1);
+    if (command == 'm') takeLook(argument);
     if (command == 'A') {
       const std::size_t up = std::stoul(argument);
       if (up > row_ - top_) ++missedMoves_;
@@ -80,7 +109,7 @@ class TerminalScreen {
       // A cursor that waits to wrap stands on the last column.
       const std::size_t from = std::min(column_, columns_ - 1);
       Row& row = line();
-      row.cells.resize(std::min(row.cells.size(), from));
+      row.resize(std::min(row.cells.size(), from));
       row.wraps = false;
       if (command == 'J') rows_.resize(row_ + 1);
     }
@@ -103,7 +132,7 @@ class TerminalScreen {
         line().cells[i] += character;
         return;
       }
-      line().cells.resize(std::max<std::size_t>(line().cells.size(), 1));
+      line().resize(std::max<std::size_t>(line().cells.size(), 1));
       line().cells[0] += character;
       return;
     }
@@ -113,8 +142,9 @@ class TerminalScreen {
       column_ = 0;
     }
     auto& cells = line().cells;
-    if (cells.size() < column_ + width) cells.resize(column_ + width, " ");
+    if (cells.size() < column_ + width) line().resize(column_ + width);
     cells[column_] = character;
+    line().looks[column_] = look_;
     if (width == 2) cells[column_ + 1] = "";
     column_ += width;
   }
@@ -125,6 +155,7 @@ class TerminalScreen {
   std::size_t top_ = 0;  // the first that is on the screen
   std::size_t row_ = 0;
   std::size_t column_ = 0;
+  int look_ = 0;
   int missedMoves_ = 0;
   std::size_t written_ = 0;
 };

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include "platform/text.h"
+#include "shell/terminal/inline_marks.h"
 #include "shell/terminal/terminal_pieces.h"
 #include "shell/terminal/terminal_text.h"
 #include "shell/terminal/text_table.h"
@@ -36,57 +37,93 @@ bool standsApart(const B& block, const B& before) {
 
 /// Part of a text that stands on one line; `begin` is where it begins in the text.
 struct TextLine {
-  std::string text;
+  InlineText shown;
   std::size_t begin;
+  std::size_t readFrom;
 };
 
-void dropBlanks(std::string_view& text) {
-  text.remove_prefix(std::min(text.find_first_not_of(" \t\n"), text.size()));
-}
+/// Breaks a text into lines; its marks take up no room.
+class LineBreaker {
+ public:
+  LineBreaker(std::string_view text, std::size_t from, InlineMarks marks)
+      : text_(text), marks_(std::move(marks)) {
+    const std::string_view rest = text::trimmed(text.substr(std::min(from, text.size())));
+    begin_ = rest.empty() ? from : static_cast<std::size_t>(rest.data() - text.data());
+    end_ = begin_ + rest.size();
+    while (mark() && mark()->begin < begin_) {
+      // Half of a mark may stand on the line before, from when it had no partner.
+      begin_ = std::max(begin_, mark()->end);
+      ++mark_;
+    }
+  }
 
-/// Takes the first line off a text that does not begin with a blank.
-std::string takeLine(std::string_view& rest, std::size_t columns) {
+  bool isAtEnd() const { return begin_ >= end_; }
+
+  TextLine take(std::size_t columns) {
+    TextLine line{.shown = {}, .begin = begin_, .readFrom = marks_.readingPoint(begin_)};
+    if (mark_ > 0) line.shown.changes.push_back({0, marks_.marks()[mark_ - 1].after});
+    std::string& shown = line.shown.text;
+    std::size_t used = 0;
+    std::size_t read = begin_;
+    std::optional<End> lastBlank;
+    PieceReader reader(rest(read));
+    for (ShownPiece piece;;) {
+      if (mark() && mark()->begin == read) {
+        line.shown.changes.push_back({shown.size(), mark()->after});
+        read = mark()->end;
+        reader = PieceReader(rest(read));
+        ++mark_;
+        continue;
+      }
+      if (!reader.next(piece)) break;
+      const bool isBlank = piece.shown == " " || piece.shown == "\t" || piece.shown == "\n";
+      if (used + piece.columns > columns) {
+        End end{shown.size(), read, mark_};
+        if (shown.empty()) {
+          // A character wider than the line would never leave it.
+          end = {piece.shown.size(), read + piece.source.size(), mark_};
+          shown = piece.shown;
+        }
+        breakAt(!isBlank && lastBlank ? *lastBlank : end, shown);
+        return line;
+      }
+      if (isBlank) lastBlank = End{shown.size(), read, mark_};
+      used += piece.columns;
+      shown += isBlank ? " " : piece.shown;
+      read += piece.source.size();
+    }
+    begin_ = end_;
+    return line;
+  }
+
+ private:
   struct End {
     std::size_t shown;
     std::size_t source;
+    std::size_t mark;
   };
-  std::string line;
-  std::size_t used = 0;
-  std::size_t read = 0;
-  std::optional<End> lastBlank;
-  PieceReader reader(rest);
-  for (ShownPiece piece; reader.next(piece); read += piece.source.size()) {
-    const bool isBlank = piece.shown == " " || piece.shown == "\t" || piece.shown == "\n";
-    if (used + piece.columns > columns) {
-      // A character wider than the line would never leave it.
-      End end =
-          line.empty() ? End{piece.shown.size(), piece.source.size()} : End{line.size(), read};
-      if (line.empty()) line = piece.shown;
-      if (!isBlank && lastBlank) end = *lastBlank;
-      line.resize(end.shown);
-      while (line.ends_with(' ')) line.pop_back();
-      rest.remove_prefix(end.source);
-      dropBlanks(rest);
-      return line;
-    }
-    if (isBlank) lastBlank = End{line.size(), read};
-    used += piece.columns;
-    line += isBlank ? " " : piece.shown;
-  }
-  rest = {};
-  return line;
-}
 
-/// The lines of the text from `from` on; one, which is empty, where nothing is there.
-std::vector<TextLine> wrappedFrom(std::string_view text, std::size_t from, std::size_t columns) {
-  std::string_view rest = text::trimmed(text.substr(std::min(from, text.size())));
-  std::vector<TextLine> lines;
-  do {
-    const auto begin = rest.empty() ? from : static_cast<std::size_t>(rest.data() - text.data());
-    std::string line = takeLine(rest, columns);
-    lines.push_back({std::move(line), begin});
-  } while (!rest.empty());
-  return lines;
+  const InlineMark* mark() const {
+    return mark_ < marks_.marks().size() ? &marks_.marks()[mark_] : nullptr;
+  }
+  std::string_view rest(std::size_t from) const { return text_.substr(from, end_ - from); }
+  void breakAt(const End& end, std::string& shown) {
+    shown.resize(end.shown);
+    while (shown.ends_with(' ')) shown.pop_back();
+    begin_ = std::min(text_.find_first_not_of(" \t\n", end.source), end_);
+    mark_ = end.mark;
+  }
+
+  std::string_view text_;
+  InlineMarks marks_;
+  std::size_t begin_ = 0;  // of the next line
+  std::size_t end_ = 0;
+  std::size_t mark_ = 0;  // the next one
+};
+
+InlineText::Around around(AnswerLine::Look look) {
+  if (look == &TerminalStyle::bold) return InlineText::Around::bold;
+  return look == &TerminalStyle::dim ? InlineText::Around::dim : InlineText::Around::plain;
 }
 
 /// Where the next tab stop is, behind `column` of a line of code.
@@ -157,7 +194,7 @@ class Layout {
     std::size_t row = from_.offset == 0 ? 0 : from_.offset - 1;
     for (std::size_t i = row; i < table.rows.size(); ++i) {
       std::vector<TableCell> cells;
-      for (const auto& cell : table.rows[i]) cells.push_back({cell});
+      for (const auto& cell : table.rows[i]) cells.push_back({.text = cell, .mayHaveMarks = true});
       shown.add(std::move(cells));
     }
     std::string text = shown.text(style_, columns_);
@@ -171,9 +208,11 @@ class Layout {
   }
 
  private:
-  void addLine(std::string text, AnswerLine::Look look, std::size_t offset) {
+  void addLine(std::string text, AnswerLine::Look look, std::size_t offset,
+               std::size_t readFrom = 0) {
     AnswerPlace begin = from_;
     begin.offset = offset;
+    begin.readFrom = readFrom;
     lines_.push_back({.text = std::move(text), .look = look, .begin = begin});
     from_.stage = Stage::line;
     from_.column = 0;
@@ -184,10 +223,15 @@ class Layout {
     const bool isBegun = from_.stage != Stage::block;
     const std::size_t offset = std::min(from_.offset, text.size());
     if (isBegun && text::trimmed(text.substr(offset)).empty()) return;
-    for (const auto& line : wrappedFrom(text, offset, room)) {
+    const std::size_t readFrom = std::min(from_.readFrom, offset);
+    LineBreaker breaker(text, offset,
+                        style_.isLive() ? InlineMarks(text, readFrom) : InlineMarks());
+    do {
+      const TextLine line = breaker.take(room);
       const bool opens = from_.stage == Stage::block;
-      addLine(std::string(opens ? first : others) + line.text, look, line.begin);
-    }
+      addLine(std::string(opens ? first : others) + line.shown.styled(around(look)), look,
+              line.begin, line.readFrom);
+    } while (!breaker.isAtEnd());
   }
   void addItem(const std::string& mark, int depth) {
     const std::size_t indent = static_cast<std::size_t>(depth) * columnsPerDepth;
@@ -212,6 +256,10 @@ class Layout {
     }
     return shown;
   }
+  std::size_t widthOf(std::string_view cell) const {
+    const std::string line = onOneLine(cell);
+    return text::columnCount(style_.isLive() ? withoutMarks(line).text : line);
+  }
   /// The last row may still grow.
   void measure(const ResponseTable& table) {
     const std::size_t whole = table.rows.empty() ? 0 : table.rows.size() - 1;
@@ -224,7 +272,7 @@ class Layout {
     }
     for (; measure_.rows < whole; ++measure_.rows) {
       for (std::size_t i = 0; i < measure_.widths.size(); ++i) {
-        const auto width = text::columnCount(onOneLine(table.rows[measure_.rows][i]));
+        const auto width = widthOf(table.rows[measure_.rows][i]);
         measure_.widths[i] = std::max(measure_.widths[i], width);
       }
     }
@@ -241,8 +289,11 @@ class Layout {
 }  // namespace
 
 std::vector<std::string> wrapped(std::string_view text, std::size_t columns) {
+  LineBreaker breaker(text, 0, {});
   std::vector<std::string> lines;
-  for (auto& line : wrappedFrom(text, 0, columns)) lines.push_back(std::move(line.text));
+  do {
+    lines.push_back(breaker.take(columns).shown.text);
+  } while (!breaker.isAtEnd());
   return lines;
 }
 

@@ -13,7 +13,8 @@ namespace vantrell::shell {
 
 /// The lines of all blocks, with empty ones between those that belong apart. Texts are of an agent:
 /// they are made fit for a terminal here. Code is never wrapped, so that it can be copied; its tabs
-/// become blanks, which stand where the indentation puts them.
+/// become blanks, which stand where the indentation puts them. Inline marks become looks if the
+/// style has any; each look ends with its line.
 std::vector<std::string> answerLines(const std::vector<ResponseBlock>& blocks,
                                      const TerminalStyle& style, std::size_t columns);
 
@@ -33,15 +34,16 @@ struct AnswerPlace {
   };
   std::size_t block = 0;
   Stage stage = Stage::gap;
-  std::size_t offset = 0;  // within the block: bytes of its text, or lines of a table
-  std::size_t column = 0;  // of a row: within the line of code
+  std::size_t offset = 0;    // within the block: bytes of its text, or lines of a table
+  std::size_t column = 0;    // of a row: within the line of code
+  std::size_t readFrom = 0;  // of a text: where its inline marks are read from
 };
 
 struct AnswerLine {
   using Look = std::string (TerminalStyle::*)(std::string_view) const;
 
   std::string text;
-  Look look = nullptr;  // of the whole line; a line of a table brings its own
+  Look look = nullptr;  // of the whole line; parts of it may bring their own
   AnswerPlace begin;
 
   bool looksLike(const AnswerLine& other) const { return text == other.text && look == other.look; }

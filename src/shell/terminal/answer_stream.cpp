@@ -235,6 +235,7 @@ void AnswerStream::findPlace() {
       inkOfBlock_ = inkBetween(*block, 0, endOf(*block));
       ink_ += inkOfBlock_;
       place_.offset = endOf(*block);
+      place_.readFrom = 0;
       return;
     }
   } else if (now.block == around_.block && now.before == around_.before) {

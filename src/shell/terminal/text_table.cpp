@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "platform/text.h"
+#include "shell/terminal/inline_marks.h"
 #include "shell/terminal/terminal_text.h"
 
 namespace vantrell::shell {
@@ -22,6 +23,11 @@ std::string_view lastColumns(std::string_view text, std::size_t columns) {
     const auto rest = text.substr(text::firstColumns(text, filled).size());
     if (text::columnCount(rest) <= columns) return rest;
   }
+}
+
+InlineText shownOf(const TableCell& cell, const TerminalStyle& style) {
+  if (cell.mayHaveMarks && style.isLive()) return withoutMarks(cell.text);
+  return {.text = cell.text, .changes = {}};
 }
 
 }  // namespace
@@ -48,11 +54,13 @@ void TextTable::add(std::vector<TableCell> row) {
   rows_.push_back(std::move(row));
 }
 
-std::vector<std::size_t> TextTable::widths(std::size_t columns) const {
+std::vector<std::size_t> TextTable::widths(const TerminalStyle& style, std::size_t columns) const {
   std::vector<std::size_t> natural;
   for (std::size_t i = 0; i < columns_.size(); ++i) {
     std::size_t width = std::max(columns_[i].wanted, text::columnCount(columns_[i].heading));
-    for (const auto& row : rows_) width = std::max(width, text::columnCount(row[i].text));
+    for (const auto& row : rows_) {
+      width = std::max(width, text::columnCount(shownOf(row[i], style).text));
+    }
     natural.push_back(width);
   }
   std::vector<bool> stays;
@@ -98,7 +106,7 @@ std::vector<std::size_t> TextTable::widths(std::size_t columns) const {
 }
 
 std::string TextTable::text(const TerminalStyle& style, std::size_t columns) const {
-  const auto width = widths(columns);
+  const auto width = widths(style, columns);
   std::string all;
   const auto addLine = [&](const auto& cellAt) {
     std::string line;
@@ -106,13 +114,15 @@ std::string TextTable::text(const TerminalStyle& style, std::size_t columns) con
     for (std::size_t i = 0; i < columns_.size(); ++i) {
       if (width[i] == leftOut) continue;
       const TableCell cell = cellAt(i);
-      const std::string text = cutTo(cell.text, width[i], columns_[i].cutsFront);
-      if (!text.empty()) {
+      InlineText shown = shownOf(cell, style);
+      shown.text = cutTo(shown.text, width[i], columns_[i].cutsFront);
+      if (!shown.text.empty()) {
         line.append(blanks, ' ');
         blanks = 0;
+        const std::string text = shown.styled(InlineText::Around::plain);
         line += cell.look ? (style.*cell.look)(text) : text;
       }
-      blanks += width[i] - std::min(width[i], text::columnCount(text)) + gap;
+      blanks += width[i] - std::min(width[i], text::columnCount(shown.text)) + gap;
     }
     all += line + "\n";
   };

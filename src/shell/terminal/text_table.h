@@ -27,6 +27,9 @@ struct TableCell {
   /// Of an agent or a user: it is made fit for one line here.
   std::string text;
   Look look = nullptr;
+  /// Inline marks of Markdown become looks if the style has any. Not beside a look, nor where the
+  /// beginning is cut.
+  bool mayHaveMarks = false;
 };
 
 class TextTable {
@@ -39,7 +42,7 @@ class TextTable {
   std::string text(const TerminalStyle& style, std::size_t columns) const;
 
  private:
-  std::vector<std::size_t> widths(std::size_t columns) const;
+  std::vector<std::size_t> widths(const TerminalStyle& style, std::size_t columns) const;
 
   std::vector<TableColumn> columns_;
   std::vector<std::vector<TableCell>> rows_;
