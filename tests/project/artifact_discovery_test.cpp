@@ -27,8 +27,8 @@ class ArtifactDiscoveryTest : public testing::Test {
         // What a hook has said is no input.
         {.id = "3",
          .kind = ChatEntryKind::tool,
-         .title = "Hook · x",
-         .text = R"({"path":"d.txt"})"}};
+         .text = R"({"path":"d.txt"})",
+         .title = "Hook · x"}};
     Shown shown;
     for (const auto& each : ArtifactDiscovery::artifacts(root, changed, entries, items)) {
       shown.emplace_back(each.displayPath(), each.source);
