@@ -183,7 +183,8 @@ TEST_F(QueueCommands, ComparisonIsStoppedWhole) {
   main_.runUntil(
       [&] {
         std::set<std::string> heard;
-        std::string_view rest = record->output.substr(0, record->output.rfind('\n') + 1);
+        std::string_view rest = record->output;
+        rest = rest.substr(0, rest.rfind('\n') + 1);
         for (auto end = rest.find('\n'); end != std::string_view::npos; end = rest.find('\n')) {
           const auto event = json::parseObject(rest.substr(0, end));
           if (event && kindOf(*event) == "chunk") heard.insert(*json::text(*event, "threadID"));
