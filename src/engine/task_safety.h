@@ -55,6 +55,8 @@ class TaskSafety : public std::enable_shared_from_this<TaskSafety> {
   /// Lets the conversation work there: its client, and a turn that it is at, end.
   void moveToWorktree(const ThreadExecutionKey& key, Worktree worktree);
 
+  /// Anything at all is under way in any folder, or waits for its turn there.
+  bool isAtWork() const { return !waiting_.empty(); }
   /// A checkpoint by hand, a restore or an isolation is under way.
   bool taskSafetyWorking() const { return isWorking_; }
   /// What the last of these did not keep, put back or copy, in sentences.

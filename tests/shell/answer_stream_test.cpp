@@ -36,8 +36,12 @@ std::size_t bytesOf(std::string_view text, int columns) {
   return bytes;
 }
 
-/// Without marks, which stay where they scroll away before their partner comes.
-std::string inked(std::string_view text) {
+/// Without marks, which stay where they scroll away before their partner comes, and without white
+/// space, also where a terminal is shown its number.
+std::string inked(std::string text) {
+  constexpr std::string_view number = "<U+2028>";
+  for (std::size_t at = 0; (at = text.find(number, at)) != text.npos;)
+    text.erase(at, number.size());
   std::string ink;
   for (const char byte : text) {
     if (!std::string_view(" \n*`").contains(byte)) ink += byte;

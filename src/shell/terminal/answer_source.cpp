@@ -1,8 +1,15 @@
 #include "shell/terminal/answer_source.h"
 
+#include <unistd.h>
+
 #include "platform/terminal.h"
 
 namespace vantrell::shell {
+
+AnswerSource::Kind AnswerSource::kindOfInput(bool wasUsedUp) {
+  if (wasUsedUp) return Kind::none;
+  return terminal::isTerminal(STDIN_FILENO) ? Kind::terminal : Kind::stream;
+}
 
 AnswerSource::AnswerSource(RunLoop& loop, int descriptor, Kind kind)
     : loop_(loop), descriptor_(descriptor), kind_(kind), hasEnded_(kind == Kind::none) {}

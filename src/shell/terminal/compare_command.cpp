@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include "platform/json.h"
-#include "platform/output_sink.h"
 #include "platform/terminal.h"
 #include "project/git_workspace_service.h"
 #include "runtimes/permission_mode_texts.h"
@@ -15,6 +14,7 @@
 #include "shell/terminal/comparison_session.h"
 #include "shell/terminal/full_access_confirmation.h"
 #include "shell/terminal/json_printer.h"
+#include "shell/terminal/long_work.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/run_command.h"
 #include "shell/terminal/standard_output.h"
@@ -27,10 +27,7 @@ namespace vantrell::shell {
 
 namespace {
 
-constexpr std::chrono::milliseconds endOfChildren{5000};
-constexpr std::chrono::milliseconds momentToFlush{200};
-constexpr std::chrono::hours readersTime{24};  // to read what is left
-constexpr std::size_t filesShown = 20;         // of each of the two
+constexpr std::size_t filesShown = 20;  // of each of the two
 constexpr std::string_view withOption = "--with";
 
 constexpr CommandOption options[] = {
@@ -78,9 +75,7 @@ class Comparison {
         plan_(plan),
         providers_(providers),
         sink_(sink),
-        source_(plan.promptWasRead                   ? AnswerSource::Kind::none
-                : terminal::isTerminal(STDIN_FILENO) ? AnswerSource::Kind::terminal
-                                                     : AnswerSource::Kind::stream),
+        source_(AnswerSource::kindOfInput(plan.promptWasRead)),
         sheet_([&sink](std::string_view bytes) { sink.write(bytes); },
                TerminalStyle::of(STDOUT_FILENO, environment)) {}
 
@@ -260,31 +255,14 @@ class Comparison {
 
 int perform(const RunPlan& plan, const std::vector<AgentProvider>& providers,
             const Environment& environment) {
-  RunLoop loop;
-  OutputSink sink(loop, STDOUT_FILENO);
-  int status = exitStatus::failed;
-  bool wasAbandoned = false;
-  {
-    VantrellOptions vantrell;
-    vantrell.practiceAgent = plan.practiceAgent;
-    auto app = VantrellApp::start(loop, std::move(vantrell));
-    if (!app) {
-      complain(app.error());
-      return exitStatus::failed;
-    }
-    if (const auto& notice = (*app)->notice()) complain(*notice);
-    Comparison comparison(loop, **app, plan, providers, environment, sink);
+  VantrellOptions vantrell;
+  vantrell.practiceAgent = plan.practiceAgent;
+  return performLongWork(std::move(vantrell), [&](LongWork& work) {
+    Comparison comparison(work.loop, work.app, plan, providers, environment, work.output);
     const auto result = comparison.run();
-    if (!result) return refuse(result.error());
-    status = *result;
-    wasAbandoned = comparison.wasAbandoned;
-  }
-  Process::waitForAll(wasAbandoned ? momentToFlush : endOfChildren);
-  sink.flush(wasAbandoned ? momentToFlush : readersTime);
-  const auto why = whyOutputFailed(sink.error());
-  if (why.empty()) return status;
-  complain(why);
-  return exitStatus::failed;
+    work.wasAbandoned = comparison.wasAbandoned;
+    return result ? *result : refuse(result.error());
+  });
 }
 
 int compare(const CommandArguments& arguments, const Environment& environment) {

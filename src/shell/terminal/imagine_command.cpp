@@ -2,12 +2,12 @@
 #include <fmt/ranges.h>
 #include <unistd.h>
 
-#include "platform/output_sink.h"
 #include "platform/terminal.h"
 #include "platform/text.h"
 #include "records/imagine_store.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/imagine_session.h"
+#include "shell/terminal/long_work.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/run_preparation.h"
 #include "shell/terminal/standard_output.h"
@@ -26,10 +26,6 @@ constexpr CommandOption options[] = {
     {"--executable", "PATH", "Grok's program, when it is not in a usual place"},
     {"--json", "", "for scripts: one JSON object a line"},
 };
-
-constexpr std::chrono::milliseconds endOfChildren{5000};
-constexpr std::chrono::milliseconds momentToFlush{200};
-constexpr std::chrono::hours readersTime{24};  // to read what is left
 
 // ---- what there is ------------------------------------------------------------------------------
 
@@ -164,17 +160,15 @@ std::expected<Wish, UsageError> readWish(const CommandArguments& arguments,
   return wish;
 }
 
-int perform(RunLoop& loop, VantrellApp& app, const Wish& wish, const CommandArguments& arguments,
-            const Environment& environment, OutputSink& sink, bool& wasAbandoned) {
+int perform(LongWork& work, const Wish& wish, const CommandArguments& arguments,
+            const Environment& environment) {
+  auto& [loop, app, sink, wasAbandoned] = work;
   // Where Grok is found only there, its program and its interpreter need the login shell's PATH.
   findWithUserPath(loop, *app.model().runtimes, [&] {
     return app.model().router->providerAvailable(AgentProvider::grok) ? std::optional(true)
                                                                       : std::nullopt;
   });
-  const bool isTerminal = terminal::isTerminal(STDIN_FILENO);
-  const auto kind = wish.wasRead ? AnswerSource::Kind::none
-                    : isTerminal ? AnswerSource::Kind::terminal
-                                 : AnswerSource::Kind::stream;
+  const auto kind = AnswerSource::kindOfInput(wish.wasRead);
   const auto write = [&sink](std::string_view bytes) { sink.write(bytes); };
   const bool answersAreTyped = kind == AnswerSource::Kind::terminal && !arguments.has("--answer");
   std::unique_ptr<ImagineObserver> printer;
@@ -210,25 +204,9 @@ int make(const CommandArguments& arguments, const Environment& environment) {
   vantrell.customExecutable = [&wish](AgentProvider asked) {
     return asked == AgentProvider::grok ? wish->executable : std::nullopt;
   };
-  RunLoop loop;
-  OutputSink sink(loop, STDOUT_FILENO);
-  int status = exitStatus::failed;
-  bool wasAbandoned = false;
-  {
-    const auto app = VantrellApp::start(loop, std::move(vantrell));
-    if (!app) {
-      complain(app.error());
-      return exitStatus::failed;
-    }
-    if (const auto& notice = (*app)->notice()) complain(*notice);
-    status = perform(loop, **app, *wish, arguments, environment, sink, wasAbandoned);
-  }
-  Process::waitForAll(wasAbandoned ? momentToFlush : endOfChildren);
-  sink.flush(wasAbandoned ? momentToFlush : readersTime);
-  const auto why = whyOutputFailed(sink.error());
-  if (why.empty()) return status;
-  complain(why);
-  return exitStatus::failed;
+  return performLongWork(std::move(vantrell), [&](LongWork& work) {
+    return perform(work, *wish, arguments, environment);
+  });
 }
 
 // ---- which of them ------------------------------------------------------------------------------

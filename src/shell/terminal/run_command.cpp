@@ -3,13 +3,13 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include "platform/output_sink.h"
 #include "platform/terminal.h"
 #include "runtimes/permission_mode_texts.h"
 #include "runtimes/provider_registry.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/full_access_confirmation.h"
 #include "shell/terminal/json_printer.h"
+#include "shell/terminal/long_work.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/run_session.h"
 #include "shell/terminal/standard_output.h"
@@ -23,10 +23,6 @@ namespace vantrell::shell {
 
 namespace {
 
-constexpr std::chrono::milliseconds endOfChildren{5000};
-constexpr std::chrono::milliseconds momentToFlush{200};
-constexpr std::chrono::hours readersTime{24};  // to read what is left
-
 std::unique_ptr<RunObserver> makePrinter(RunLoop& loop, const RunPlan& plan,
                                          const Environment& environment, OutputSink& sink,
                                          bool answersAreTyped) {
@@ -36,12 +32,6 @@ std::unique_ptr<RunObserver> makePrinter(RunLoop& loop, const RunPlan& plan,
       write, TerminalStyle::of(STDOUT_FILENO, environment), &loop);
   printer->showsAnswerPrompt = answersAreTyped;
   return printer;
-}
-
-AnswerSource::Kind answerKind(bool inputIsUsedUp) {
-  if (inputIsUsedUp) return AnswerSource::Kind::none;
-  return terminal::isTerminal(STDIN_FILENO) ? AnswerSource::Kind::terminal
-                                            : AnswerSource::Kind::stream;
 }
 
 /// `executableOwner` is read whenever a program is needed: whose program was named may only be
@@ -82,7 +72,7 @@ class Performance {
         plan_(plan),
         sink_(sink),
         executableOwner_(executableOwner),
-        source_(answerKind(plan.promptWasRead)),
+        source_(AnswerSource::kindOfInput(plan.promptWasRead)),
         answersAreTyped_(source_ == AnswerSource::Kind::terminal && !plan.arguments.answer),
         printer_(makePrinter(loop, plan, environment, sink, answersAreTyped_)) {}
 
@@ -216,35 +206,13 @@ class Performance {
 }  // namespace
 
 int performRun(const RunPlan& plan, const Environment& environment) {
-  RunLoop loop;
-  OutputSink sink(loop, STDOUT_FILENO);
-  int status = exitStatus::failed;
-  bool wasAbandoned = false;
   std::optional<AgentProvider> executableOwner = plan.arguments.provider;
-  {
-    auto app = VantrellApp::start(loop, optionsFor(plan, executableOwner));
-    if (!app) {
-      complain(app.error());
-      return exitStatus::failed;
-    }
-    if (const auto& notice = (*app)->notice()) complain(*notice);
-    Performance performance(loop, **app, plan, environment, sink, executableOwner);
+  return performLongWork(optionsFor(plan, executableOwner), [&](LongWork& work) {
+    Performance performance(work.loop, work.app, plan, environment, work.output, executableOwner);
     const auto result = performance.run();
-    if (!result) {
-      complain(result.error().text);
-      return exitStatus::usage;
-    }
-    status = *result;
-    wasAbandoned = performance.wasAbandoned;
-  }
-  // The state is free for the next start; the rest is only about reading and cleaning up. Who wants
-  // to leave at once leaves: what still runs ends with this program.
-  Process::waitForAll(wasAbandoned ? momentToFlush : endOfChildren);
-  sink.flush(wasAbandoned ? momentToFlush : readersTime);
-  const auto why = whyOutputFailed(sink.error());
-  if (why.empty()) return status;
-  complain(why);
-  return exitStatus::failed;
+    work.wasAbandoned = performance.wasAbandoned;
+    return result ? *result : refuse(result.error());
+  });
 }
 
 int performRun(std::expected<RunArguments, UsageError> arguments, RunBeginning beginning,
