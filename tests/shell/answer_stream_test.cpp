@@ -55,6 +55,14 @@ std::string ended(std::string text) {
   return text;
 }
 
+/// A chunk of whole characters from the front of the rest.
+std::string taken(std::string_view& rest, vantrell::testing::AnswerMaker& maker) {
+  std::string chunk = maker.chunkOf(rest);
+  while (!text::isValidUtf8(chunk)) chunk = rest.substr(0, chunk.size() + 1);
+  rest.remove_prefix(chunk.size());
+  return chunk;
+}
+
 class Terminal {
  public:
   explicit Terminal(terminal::Size its)
@@ -84,10 +92,7 @@ TEST(AnswerStream, ScreenIsTheLayoutOfTheTextSoFarAfterEachChunk) {
     Terminal terminal(sizes[seed % std::size(sizes)]);
     std::string_view rest = text;
     while (!rest.empty()) {
-      std::string chunk = maker.chunkOf(rest);
-      while (!text::isValidUtf8(chunk)) chunk = rest.substr(0, chunk.size() + 1);
-      rest.remove_prefix(chunk.size());
-      terminal.add(chunk);
+      terminal.add(taken(rest, maker));
       const auto now = std::string_view(text).substr(0, text.size() - rest.size());
       const auto decided = now.substr(0, now.size() - terminal.stream.heldBack());
       const auto whole = screenOf(decided, terminal.size.columns);
@@ -113,10 +118,7 @@ TEST(AnswerStream, LowTerminalHasAllTheInkInOrder) {
     Terminal terminal({30, 2 + static_cast<int>(seed % 5)});
     std::string_view rest = text;
     while (!rest.empty()) {
-      std::string chunk = maker.chunkOf(rest);
-      while (!text::isValidUtf8(chunk)) chunk = rest.substr(0, chunk.size() + 1);
-      rest.remove_prefix(chunk.size());
-      terminal.add(chunk);
+      terminal.add(taken(rest, maker));
     }
     terminal.leave();
     ASSERT_EQ(inked(terminal.screen.text()), inked(laidOut(text, 30)))

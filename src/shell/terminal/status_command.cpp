@@ -38,11 +38,7 @@ std::string asJson(const Workspace& workspace, const ChatThread& thread,
   std::string line;
   JsonWriter writer(line);
   writer.beginObject();
-  member(writer, "workspaceID", workspace.id.text());
-  member(writer, "project", workspace.name);
-  member(writer, "path", workspace.path);
-  member(writer, "threadID", thread.id.text());
-  member(writer, "title", thread.title);
+  writeTaskMembers(writer, workspace, thread);
   member(writer, "phase", rawText(report.phase));
   if (const auto provider = providerOf(thread)) member(writer, "provider", rawText(*provider));
   if (report.startedAt) member(writer, "startedAt", report.startedAt->secondsSinceReference());

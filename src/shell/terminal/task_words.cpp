@@ -90,15 +90,19 @@ std::string titleOf(const ChatThread& thread) {
   return title.empty() ? "(untitled)" : title;
 }
 
-std::string taskAsJson(const Workspace& workspace, const ChatThread& thread) {
-  std::string line;
-  JsonWriter writer(line);
-  writer.beginObject();
+void writeTaskMembers(JsonWriter& writer, const Workspace& workspace, const ChatThread& thread) {
   member(writer, "workspaceID", workspace.id.text());
   member(writer, "project", workspace.name);
   member(writer, "path", workspace.path);
   member(writer, "threadID", thread.id.text());
   member(writer, "title", thread.title);
+}
+
+std::string taskAsJson(const Workspace& workspace, const ChatThread& thread) {
+  std::string line;
+  JsonWriter writer(line);
+  writer.beginObject();
+  writeTaskMembers(writer, workspace, thread);
   if (const RunRecord* run = thread.latestRun()) member(writer, "status", rawText(run->status));
   if (const auto provider = providerOf(thread)) member(writer, "provider", rawText(*provider));
   member(writer, "isPinned", thread.isPinned);

@@ -7,6 +7,10 @@
 #include "records/chat_thread.h"
 #include "shell/terminal/text_table.h"
 
+namespace vantrell {
+class JsonWriter;
+}  // namespace vantrell
+
 namespace vantrell::shell {
 
 /// As much of an ID as tells tasks apart: 8 characters.
@@ -29,6 +33,8 @@ std::string duration(Seconds length);
 /// `path` with the home folder as "~".
 std::string withTilde(const std::string& path);
 
+/// The members that say which task of which project an object is about.
+void writeTaskMembers(JsonWriter& writer, const Workspace& workspace, const ChatThread& thread);
 /// What tells about a task without its transcript, as one JSON object on a line.
 std::string taskAsJson(const Workspace& workspace, const ChatThread& thread);
 
