@@ -3,10 +3,10 @@
 #include "app/ports.h"
 #include "bench_folder.h"
 #include "engine/app_model.h"
-#include "platform/manual_main_queue.h"
-#include "platform/user_defaults.h"
+#include "platform/queues/manual_main_queue.h"
+#include "platform/storage/user_defaults.h"
 #include "ratio.h"
-#include "records/workspace_store.h"
+#include "records/stores/workspace_store.h"
 
 using namespace vantrell;
 

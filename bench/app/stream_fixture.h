@@ -12,10 +12,10 @@
 #include "app/stream_agent.h"
 #include "bench_folder.h"
 #include "engine/app_model.h"
-#include "platform/process.h"
-#include "platform/run_loop.h"
-#include "platform/user_defaults.h"
-#include "records/workspace_store.h"
+#include "platform/process/process.h"
+#include "platform/queues/run_loop.h"
+#include "platform/storage/user_defaults.h"
+#include "records/stores/workspace_store.h"
 
 namespace vantrell::bench {
 

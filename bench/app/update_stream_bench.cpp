@@ -2,7 +2,7 @@
 // observer, against parsing the same lines and nothing else. Takes the name of a dialect to measure
 // that one alone.
 #include "app/stream_fixture.h"
-#include "platform/text.h"
+#include "platform/text/text.h"
 #include "ratio.h"
 
 using namespace vantrell;

@@ -4,8 +4,8 @@
 #include <fstream>
 
 #include "bench_folder.h"
-#include "engine/project_context_desk.h"
-#include "platform/files.h"
+#include "engine/projects/project_context_service.h"
+#include "platform/files/files.h"
 #include "project/context_discovery.h"
 #include "ratio.h"
 
@@ -30,7 +30,7 @@ int main() {
           ProjectContextProfile profile;
           profile.discoveredSources = discoverContextSources(folder.path());
           if (profile.discoveredSources.size() != guidanceFiles) std::abort();
-          told += ProjectContextDesk::block(profile).size();
+          told += ProjectContextService::block(profile).size();
         });
       },
       [&] {

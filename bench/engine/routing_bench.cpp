@@ -4,15 +4,15 @@
 #include <fstream>
 
 #include "bench_folder.h"
-#include "engine/imagine_desk.h"
-#include "engine/router.h"
-#include "engine/runtime_desk.h"
-#include "platform/http_client.h"
-#include "platform/manual_main_queue.h"
-#include "platform/process.h"
-#include "platform/user_defaults.h"
+#include "engine/imagine/imagine_controller.h"
+#include "engine/providers/installed_runtimes.h"
+#include "engine/providers/router.h"
+#include "platform/http/http_client.h"
+#include "platform/process/process.h"
+#include "platform/queues/manual_main_queue.h"
+#include "platform/storage/user_defaults.h"
 #include "ratio.h"
-#include "records/workspace_store.h"
+#include "records/stores/workspace_store.h"
 #include "runtimes/tasklet/tasklet_webhook.h"
 
 using namespace vantrell;
@@ -61,10 +61,10 @@ int main() {
   WorkspaceStore store(*defaults, folder.path());
   EngineCore core(main, *defaults, store, ports);
   core.tree.load();
-  UsageDesk usage(core);
+  UsageTracker usage(core);
   ProviderSetup setup(core);
-  RuntimeDesk runtimes(core.changes, {});
-  const auto imagine = std::make_shared<ImagineDesk>(core, runtimes);
+  InstalledRuntimes runtimes(core.changes, {});
+  const auto imagine = std::make_shared<ImagineController>(core, runtimes);
   Approvals approvals(core, *imagine);
   Router router(core, approvals, setup, usage);
 

@@ -1,6 +1,6 @@
 // The activity list over ten thousand tasks: what it costs where few are in it, as ever, and where
 // all are, against the least that could be done.
-#include "engine/run_activity.h"
+#include "engine/tasks/run_activity.h"
 #include "ratio.h"
 
 using namespace vantrell;

@@ -6,14 +6,14 @@
 #include <unistd.h>
 
 #include "bench_folder.h"
-#include "engine/workspace_tree.h"
-#include "platform/dispatch.h"
-#include "platform/json.h"
-#include "platform/manual_main_queue.h"
-#include "platform/user_defaults.h"
+#include "engine/core/workspace_tree.h"
+#include "platform/queues/dispatch.h"
+#include "platform/queues/manual_main_queue.h"
+#include "platform/storage/user_defaults.h"
+#include "platform/values/json.h"
 #include "process_memory.h"
 #include "ratio.h"
-#include "records/workspace_store.h"
+#include "records/stores/workspace_store.h"
 
 using namespace vantrell;
 

@@ -6,7 +6,7 @@
 #include <mutex>
 #include <thread>
 
-#include "platform/run_loop.h"
+#include "platform/queues/run_loop.h"
 #include "ratio.h"
 
 using namespace vantrell;

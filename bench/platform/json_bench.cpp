@@ -3,7 +3,7 @@
 // Every line of every agent passes here.
 #include <fmt/format.h>
 
-#include "platform/json.h"
+#include "platform/values/json.h"
 #include "ratio.h"
 
 using namespace vantrell;

@@ -6,7 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "platform/process.h"
+#include "platform/process/process.h"
 #include "ratio.h"
 
 using namespace vantrell;

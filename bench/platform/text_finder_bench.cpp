@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/text_finder.h"
+#include "platform/text/text_finder.h"
 #include "ratio.h"
 
 namespace {

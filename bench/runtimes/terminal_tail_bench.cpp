@@ -9,8 +9,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "platform/files.h"
-#include "platform/process.h"
+#include "platform/files/files.h"
+#include "platform/process/process.h"
 #include "process_memory.h"
 #include "ratio.h"
 #include "runtimes/acp/acp_host_services.h"

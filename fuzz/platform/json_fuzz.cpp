@@ -2,7 +2,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "platform/json.h"
+#include "platform/values/json.h"
 
 using namespace vantrell;
 

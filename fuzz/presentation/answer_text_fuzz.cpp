@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "platform/text.h"
+#include "platform/text/text.h"
 #include "presentation/conversation_markdown.h"
 #include "presentation/incremental_blocks.h"
 #include "presentation/kept_text.h"

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/text.h"
+#include "platform/text/text.h"
 #include "project/git_workspace_service.h"
 #include "project/unified_diff_parser.h"
 

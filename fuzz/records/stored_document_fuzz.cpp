@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "records/conversation_json.h"
+#include "records/stores/conversation_json.h"
 
 using namespace vantrell;
 

@@ -10,10 +10,10 @@
 #include <cstdlib>
 #include <memory>
 
-#include "platform/mailbox.h"
-#include "platform/manual_main_queue.h"
-#include "runtimes/agent_connection.h"
-#include "runtimes/line_buffer.h"
+#include "platform/queues/mailbox.h"
+#include "platform/queues/manual_main_queue.h"
+#include "runtimes/wire/agent_connection.h"
+#include "runtimes/wire/line_buffer.h"
 
 namespace vantrell::fuzz {
 

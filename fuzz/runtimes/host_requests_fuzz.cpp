@@ -11,10 +11,10 @@
 #include <future>
 #include <unistd.h>
 
-#include "platform/files.h"
-#include "platform/text.h"
+#include "platform/files/files.h"
+#include "platform/text/text.h"
 #include "runtimes/acp/acp_host_services.h"
-#include "runtimes/line_buffer.h"
+#include "runtimes/wire/line_buffer.h"
 
 namespace {
 

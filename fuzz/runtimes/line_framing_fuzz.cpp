@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "runtimes/line_buffer.h"
+#include "runtimes/wire/line_buffer.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 #include <curl/curl.h>
 #include <memory>
 
-#include "platform/json.h"
-#include "platform/text.h"
+#include "platform/text/text.h"
+#include "platform/values/json.h"
 #include "runtimes/local/local_runtime_service.h"
 
 namespace {

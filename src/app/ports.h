@@ -2,7 +2,7 @@
 // sets the others, behind which a part of its own stands.
 #pragma once
 
-#include "engine/engine_ports.h"
+#include "engine/core/engine_ports.h"
 
 namespace vantrell {
 

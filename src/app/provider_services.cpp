@@ -1,6 +1,6 @@
 #include "app/provider_services.h"
 
-#include "platform/secret_queue.h"
+#include "platform/secrets/secret_queue.h"
 
 namespace vantrell {
 

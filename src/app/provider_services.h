@@ -6,8 +6,8 @@
 #include <memory>
 #include <vector>
 
-#include "platform/http_client.h"
-#include "records/agent_provider.h"
+#include "platform/http/http_client.h"
+#include "records/values/agent_provider.h"
 #include "runtimes/local/local_runtime_detector.h"
 #include "runtimes/tasklet/tasklet_webhook.h"
 

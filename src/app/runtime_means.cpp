@@ -1,9 +1,9 @@
 #include "app/runtime_means.h"
 
-#include "platform/login_shell.h"
-#include "platform/program_runner.h"
-#include "platform/system_desktop.h"
-#include "runtimes/runtime_locator.h"
+#include "platform/desktop/system_desktop.h"
+#include "platform/process/login_shell.h"
+#include "platform/process/program_runner.h"
+#include "runtimes/catalog/runtime_locator.h"
 
 namespace vantrell {
 

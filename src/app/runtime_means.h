@@ -2,7 +2,7 @@
 // for a command that only looks at them.
 #pragma once
 
-#include "engine/runtime_desk.h"
+#include "engine/providers/installed_runtimes.h"
 
 namespace vantrell {
 

@@ -2,8 +2,8 @@
 
 #include <fmt/format.h>
 
-#include "platform/user_defaults_damage.h"
-#include "records/application.h"
+#include "platform/storage/user_defaults_damage.h"
+#include "records/values/application.h"
 
 namespace vantrell {
 

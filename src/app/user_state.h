@@ -7,10 +7,10 @@
 #include <optional>
 #include <string>
 
-#include "platform/date.h"
-#include "platform/files.h"
-#include "platform/secret_store.h"
-#include "platform/user_defaults.h"
+#include "platform/files/files.h"
+#include "platform/secrets/secret_store.h"
+#include "platform/storage/user_defaults.h"
+#include "platform/values/date.h"
 
 namespace vantrell {
 

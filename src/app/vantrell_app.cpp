@@ -5,7 +5,7 @@
 #include "app/ports.h"
 #include "app/runtime_means.h"
 #include "runtimes/acp/acp_client.h"
-#include "runtimes/locators.h"
+#include "runtimes/catalog/locators.h"
 
 namespace vantrell {
 

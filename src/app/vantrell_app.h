@@ -11,11 +11,11 @@
 #include "app/provider_services.h"
 #include "app/user_state.h"
 #include "engine/app_model.h"
-#include "platform/dispatch.h"
-#include "platform/program_runner.h"
-#include "platform/secret_queue.h"
-#include "records/workspace_store.h"
-#include "runtimes/provider_connectors.h"
+#include "platform/process/program_runner.h"
+#include "platform/queues/dispatch.h"
+#include "platform/secrets/secret_queue.h"
+#include "records/stores/workspace_store.h"
+#include "runtimes/catalog/provider_connectors.h"
 
 namespace vantrell {
 

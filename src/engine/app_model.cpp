@@ -1,7 +1,7 @@
 #include "engine/app_model.h"
 
-#include "engine/open_tools.h"
-#include "platform/weakly.h"
+#include "engine/core/open_tools.h"
+#include "platform/queues/weakly.h"
 
 namespace vantrell {
 
@@ -9,29 +9,29 @@ AppModel::AppModel(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore&
                    EnginePorts enginePorts, Executor* saver)
     : EngineCore(mainQueue, defaults, store, std::move(enginePorts), saver),
       usage(*this),
-      runtimes(std::make_shared<RuntimeDesk>(changes, ports.runtimes)),
-      imagine(std::make_shared<ImagineDesk>(*this, *runtimes)),
+      runtimes(std::make_shared<InstalledRuntimes>(changes, ports.runtimes)),
+      imagine(std::make_shared<ImagineController>(*this, *runtimes)),
       setup(*this),
       catalog(std::make_shared<ModelCatalog>(*this, setup, usage)),
       intake(*this),
       approvals(*this, *imagine),
       controls(*this, approvals, *catalog),
       router(std::make_shared<Router>(*this, approvals, setup, usage)),
-      context(std::make_shared<ProjectContextDesk>(*this)),
-      git(std::make_shared<GitDesk>(*this)),
-      hooks(std::make_shared<HookDesk>(*this, *context)),
+      context(std::make_shared<ProjectContextService>(*this)),
+      git(std::make_shared<GitSnapshotService>(*this)),
+      hooks(std::make_shared<HookRunner>(*this, *context)),
       reviews(*this),
       operations(*this, *context, *git),
       queue(*this),
       failures(*this),
-      starter(std::make_shared<ClientStarter>(*this, intake, approvals, failures, setup, *catalog,
+      starter(std::make_shared<AgentLauncher>(*this, intake, approvals, failures, setup, *catalog,
                                               usage)),
       usageReset(std::make_shared<UsageReset>(*this, usage, controls, *starter)),
       status(*this),
       ends(std::make_shared<TurnEnds>(*this, queue, failures, *git, *hooks)),
-      delivery(std::make_shared<TurnDelivery>(*this, *router, *context, usage, *starter, failures,
-                                              *ends)),
-      driver(std::make_shared<TaskDriver>(*this, status, queue, *context, *hooks, *delivery)),
+      delivery(
+          std::make_shared<TurnRunner>(*this, *router, *context, usage, *starter, failures, *ends)),
+      driver(std::make_shared<Composer>(*this, status, queue, *context, *hooks, *delivery)),
       monitor(std::make_shared<ExecutionMonitor>(*this)),
       safety(std::make_shared<TaskSafety>(*this, *git)),
       branches(std::make_shared<TaskBranches>(*this, operations, *router, *driver, *safety)) {

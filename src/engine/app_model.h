@@ -4,32 +4,32 @@
 
 #include <memory>
 
-#include "engine/approvals.h"
-#include "engine/client_starter.h"
-#include "engine/engine_core.h"
-#include "engine/execution_monitor.h"
-#include "engine/git_desk.h"
-#include "engine/hook_desk.h"
-#include "engine/imagine_desk.h"
-#include "engine/model_catalog.h"
-#include "engine/operations.h"
-#include "engine/project_context_desk.h"
-#include "engine/prompt_queue.h"
-#include "engine/provider_setup.h"
-#include "engine/review_desk.h"
-#include "engine/router.h"
-#include "engine/runtime_desk.h"
-#include "engine/session_controls.h"
-#include "engine/session_intake.h"
-#include "engine/status_desk.h"
-#include "engine/task_branches.h"
-#include "engine/task_driver.h"
-#include "engine/task_safety.h"
-#include "engine/turn_delivery.h"
-#include "engine/turn_ends.h"
-#include "engine/turn_failures.h"
-#include "engine/usage_desk.h"
-#include "engine/usage_reset.h"
+#include "engine/core/engine_core.h"
+#include "engine/imagine/imagine_controller.h"
+#include "engine/projects/git_snapshot_service.h"
+#include "engine/projects/hook_runner.h"
+#include "engine/projects/project_context_service.h"
+#include "engine/projects/review_notes.h"
+#include "engine/providers/installed_runtimes.h"
+#include "engine/providers/model_catalog.h"
+#include "engine/providers/provider_setup.h"
+#include "engine/providers/router.h"
+#include "engine/providers/session_controls.h"
+#include "engine/providers/usage_tracker.h"
+#include "engine/tasks/task_branches.h"
+#include "engine/tasks/task_safety.h"
+#include "engine/tasks/workspace_operations.h"
+#include "engine/turns/agent_launcher.h"
+#include "engine/turns/approvals.h"
+#include "engine/turns/composer.h"
+#include "engine/turns/execution_monitor.h"
+#include "engine/turns/prompt_queue.h"
+#include "engine/turns/session_intake.h"
+#include "engine/turns/session_status_service.h"
+#include "engine/turns/turn_ends.h"
+#include "engine/turns/turn_failures.h"
+#include "engine/turns/turn_runner.h"
+#include "engine/turns/usage_reset.h"
 
 namespace vantrell {
 
@@ -46,28 +46,28 @@ class AppModel : public EngineCore {
   /// of it is on the disk when this returns; a failure to save is announced as always.
   void endAllWork();
 
-  UsageDesk usage;
-  const std::shared_ptr<RuntimeDesk> runtimes;
-  const std::shared_ptr<ImagineDesk> imagine;
+  UsageTracker usage;
+  const std::shared_ptr<InstalledRuntimes> runtimes;
+  const std::shared_ptr<ImagineController> imagine;
   ProviderSetup setup;
   const std::shared_ptr<ModelCatalog> catalog;
   SessionIntake intake;
   Approvals approvals;
   SessionControls controls;
   const std::shared_ptr<Router> router;
-  const std::shared_ptr<ProjectContextDesk> context;
-  const std::shared_ptr<GitDesk> git;
-  const std::shared_ptr<HookDesk> hooks;
-  ReviewDesk reviews;
-  Operations operations;
+  const std::shared_ptr<ProjectContextService> context;
+  const std::shared_ptr<GitSnapshotService> git;
+  const std::shared_ptr<HookRunner> hooks;
+  ReviewNotes reviews;
+  WorkspaceOperations operations;
   PromptQueue queue;
   TurnFailures failures;
-  const std::shared_ptr<ClientStarter> starter;
+  const std::shared_ptr<AgentLauncher> starter;
   const std::shared_ptr<UsageReset> usageReset;
-  StatusDesk status;
+  SessionStatusService status;
   const std::shared_ptr<TurnEnds> ends;
-  const std::shared_ptr<TurnDelivery> delivery;
-  const std::shared_ptr<TaskDriver> driver;
+  const std::shared_ptr<TurnRunner> delivery;
+  const std::shared_ptr<Composer> driver;
   const std::shared_ptr<ExecutionMonitor> monitor;
   const std::shared_ptr<TaskSafety> safety;
   const std::shared_ptr<TaskBranches> branches;

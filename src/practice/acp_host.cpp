@@ -3,7 +3,7 @@
 #include <unistd.h>
 #include <utility>
 
-#include "platform/text.h"
+#include "platform/text/text.h"
 
 namespace vantrell::practice {
 

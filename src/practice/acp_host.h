@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/json.h"
+#include "platform/values/json.h"
 #include "practice/output_writer.h"
 
 namespace vantrell::practice {

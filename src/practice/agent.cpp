@@ -4,8 +4,8 @@
 #include <unistd.h>
 #include <utility>
 
-#include "platform/files.h"
-#include "platform/uuid.h"
+#include "platform/files/files.h"
+#include "platform/values/uuid.h"
 
 namespace vantrell::practice {
 namespace {

@@ -5,7 +5,7 @@
 #include <fmt/format.h>
 #include <optional>
 
-#include "platform/text.h"
+#include "platform/text/text.h"
 
 namespace vantrell::practice {
 namespace {

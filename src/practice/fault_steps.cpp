@@ -8,8 +8,8 @@
 #include <unistd.h>
 #include <utility>
 
-#include "platform/uuid.h"
-#include "platform/weakly.h"
+#include "platform/queues/weakly.h"
+#include "platform/values/uuid.h"
 
 namespace vantrell::practice {
 namespace {

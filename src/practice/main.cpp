@@ -12,8 +12,8 @@
 #include <utility>
 #include <vector>
 
-#include "platform/files.h"
-#include "platform/run_loop.h"
+#include "platform/files/files.h"
+#include "platform/queues/run_loop.h"
 #include "practice/agent.h"
 #include "practice/directives.h"
 

@@ -5,7 +5,7 @@
 #include <functional>
 #include <string>
 
-#include "platform/dispatch.h"
+#include "platform/queues/dispatch.h"
 
 namespace vantrell::practice {
 

@@ -5,8 +5,8 @@
 #include <optional>
 #include <span>
 
-#include "platform/files.h"
-#include "platform/uuid.h"
+#include "platform/files/files.h"
+#include "platform/values/uuid.h"
 
 namespace vantrell::practice {
 namespace {

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/json.h"
+#include "platform/values/json.h"
 #include "practice/acp_host.h"
 
 namespace vantrell::practice {

@@ -5,11 +5,11 @@
 #include <fmt/format.h>
 #include <utility>
 
-#include "platform/files.h"
-#include "platform/text.h"
-#include "platform/utf8.h"
-#include "platform/uuid.h"
-#include "platform/weakly.h"
+#include "platform/files/files.h"
+#include "platform/queues/weakly.h"
+#include "platform/text/text.h"
+#include "platform/text/utf8.h"
+#include "platform/values/uuid.h"
 
 namespace vantrell::practice {
 namespace {

@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/dispatch.h"
+#include "platform/queues/dispatch.h"
 #include "practice/directives.h"
 #include "practice/transcript.h"
 

@@ -5,10 +5,10 @@
 #include <iterator>
 #include <utility>
 
-#include "platform/files.h"
-#include "platform/text.h"
-#include "platform/uuid.h"
-#include "platform/weakly.h"
+#include "platform/files/files.h"
+#include "platform/queues/weakly.h"
+#include "platform/text/text.h"
+#include "platform/values/uuid.h"
 
 namespace vantrell::practice {
 namespace {

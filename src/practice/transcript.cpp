@@ -3,7 +3,7 @@
 #include <ranges>
 #include <utility>
 
-#include "platform/uuid.h"
+#include "platform/values/uuid.h"
 
 namespace vantrell::practice {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "platform/weakly.h"
+#include "platform/queues/weakly.h"
 
 namespace vantrell::practice {
 namespace {

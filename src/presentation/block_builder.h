@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/uuid.h"
+#include "platform/values/uuid.h"
 #include "presentation/line_reading.h"
 #include "presentation/response_block.h"
 

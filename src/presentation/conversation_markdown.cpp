@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "platform/text.h"
+#include "platform/text/text.h"
 
 namespace vantrell::ConversationMarkdown {
 

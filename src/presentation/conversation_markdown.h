@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
-#include "records/conversation_records.h"
-#include "records/transcript.h"
+#include "records/values/conversation_records.h"
+#include "records/values/transcript.h"
 
 namespace vantrell::ConversationMarkdown {
 

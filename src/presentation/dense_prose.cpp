@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "platform/text.h"
+#include "platform/text/text.h"
 #include "presentation/white_space.h"
 
 namespace vantrell {

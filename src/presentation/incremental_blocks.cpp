@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "platform/utf8.h"
+#include "platform/text/utf8.h"
 #include "presentation/white_space.h"
 
 namespace vantrell {

@@ -3,7 +3,7 @@
 #include <cstring>
 #include <limits>
 
-#include "platform/utf8.h"
+#include "platform/text/utf8.h"
 #include "presentation/white_space.h"
 
 namespace vantrell {

@@ -8,7 +8,7 @@
 #include <variant>
 #include <vector>
 
-#include "platform/uuid.h"
+#include "platform/values/uuid.h"
 
 namespace vantrell {
 

@@ -1,6 +1,6 @@
 #include "presentation/response_formatting.h"
 
-#include "platform/text.h"
+#include "platform/text/text.h"
 #include "presentation/block_builder.h"
 #include "presentation/dense_prose.h"
 #include "presentation/line_reading.h"

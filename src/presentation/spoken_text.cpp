@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "platform/text.h"
-#include "platform/utf8.h"
+#include "platform/text/text.h"
+#include "platform/text/utf8.h"
 #include "presentation/white_space.h"
 
 // Each step is one replacement of a regular expression, which stands above it. They are written out

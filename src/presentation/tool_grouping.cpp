@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <optional>
 
-#include "platform/json.h"
-#include "platform/text.h"
+#include "platform/text/text.h"
+#include "platform/values/json.h"
 #include "presentation/white_space.h"
 
 namespace vantrell {

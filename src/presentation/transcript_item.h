@@ -6,7 +6,7 @@
 #include <variant>
 #include <vector>
 
-#include "records/conversation_records.h"
+#include "records/values/conversation_records.h"
 
 namespace vantrell {
 

@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <string_view>
 
-#include "platform/utf8.h"
+#include "platform/text/utf8.h"
 
 namespace vantrell::white {
 

@@ -7,9 +7,9 @@
 #include <set>
 #include <unistd.h>
 
-#include "platform/descriptor.h"
-#include "platform/files.h"
-#include "platform/text.h"
+#include "platform/files/descriptor.h"
+#include "platform/files/files.h"
+#include "platform/text/text.h"
 
 namespace vantrell {
 

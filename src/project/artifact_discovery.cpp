@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <map>
 
-#include "platform/files.h"
-#include "platform/json.h"
-#include "platform/text.h"
-#include "records/project_hook.h"
+#include "platform/files/files.h"
+#include "platform/text/text.h"
+#include "platform/values/json.h"
+#include "records/values/project_hook.h"
 
 namespace vantrell {
 

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "records/conversation_records.h"
-#include "records/git_workspace_snapshot.h"
-#include "records/imagine_item.h"
+#include "records/values/conversation_records.h"
+#include "records/values/git_workspace_snapshot.h"
+#include "records/values/imagine_item.h"
 
 namespace vantrell {
 

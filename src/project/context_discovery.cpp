@@ -3,8 +3,8 @@
 #include <filesystem>
 #include <sys/stat.h>
 
-#include "platform/files.h"
-#include "platform/text.h"
+#include "platform/files/files.h"
+#include "platform/text/text.h"
 
 namespace vantrell {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "records/project_context.h"
+#include "records/values/project_context.h"
 
 namespace vantrell {
 

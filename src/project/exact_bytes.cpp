@@ -6,7 +6,7 @@
 #include <set>
 #include <unistd.h>
 
-#include "platform/text.h"
+#include "platform/text/text.h"
 
 namespace vantrell {
 

@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/process.h"
+#include "platform/process/process.h"
 
 namespace vantrell {
 

@@ -1,8 +1,8 @@
 #include <charconv>
 #include <limits>
 
-#include "platform/text.h"
-#include "platform/utf8.h"
+#include "platform/text/text.h"
+#include "platform/text/utf8.h"
 #include "project/git_workspace_service.h"
 
 namespace vantrell::GitWorkspaceService {

@@ -11,8 +11,8 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/dispatch.h"
-#include "records/git_workspace_snapshot.h"
+#include "platform/queues/dispatch.h"
+#include "records/values/git_workspace_snapshot.h"
 
 namespace vantrell::GitWorkspaceService {
 

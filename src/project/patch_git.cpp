@@ -6,8 +6,8 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include "platform/descriptor.h"
-#include "platform/text.h"
+#include "platform/files/descriptor.h"
+#include "platform/text/text.h"
 
 namespace vantrell {
 

@@ -3,10 +3,10 @@
 #include <filesystem>
 #include <fmt/format.h>
 
-#include "platform/files.h"
-#include "platform/process.h"
-#include "platform/tail_buffer.h"
-#include "platform/text.h"
+#include "platform/files/files.h"
+#include "platform/process/process.h"
+#include "platform/text/tail_buffer.h"
+#include "platform/text/text.h"
 
 namespace vantrell {
 

@@ -9,8 +9,8 @@
 #include <memory>
 #include <string>
 
-#include "platform/dispatch.h"
-#include "records/project_hook.h"
+#include "platform/queues/dispatch.h"
+#include "records/values/project_hook.h"
 
 namespace vantrell {
 

@@ -9,8 +9,8 @@
 #include <unistd.h>
 #include <unordered_set>
 
-#include "platform/descriptor.h"
-#include "platform/files.h"
+#include "platform/files/descriptor.h"
+#include "platform/files/files.h"
 #include "project/exact_bytes.h"
 #include "project/uncommitted_changes.h"
 

@@ -1,6 +1,6 @@
 #include "project/repository_state.h"
 
-#include "platform/text.h"
+#include "platform/text/text.h"
 #include "project/git.h"
 
 namespace vantrell {

@@ -7,9 +7,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "platform/files.h"
-#include "platform/text.h"
-#include "platform/uuid.h"
+#include "platform/files/files.h"
+#include "platform/text/text.h"
+#include "platform/values/uuid.h"
 #include "project/uncommitted_changes.h"
 
 namespace vantrell {

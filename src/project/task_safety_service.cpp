@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <fmt/format.h>
 
-#include "platform/files.h"
-#include "platform/text.h"
+#include "platform/files/files.h"
+#include "platform/text/text.h"
 #include "project/patch_git.h"
 #include "project/restore_guard.h"
 #include "project/tree_copy.h"

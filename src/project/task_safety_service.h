@@ -8,11 +8,11 @@
 #include <optional>
 #include <string>
 
-#include "platform/date.h"
-#include "platform/uuid.h"
+#include "platform/values/date.h"
+#include "platform/values/uuid.h"
 #include "project/task_safety_error.h"
 #include "project/uncommitted_changes.h"
-#include "records/conversation_records.h"
+#include "records/values/conversation_records.h"
 
 namespace vantrell {
 

@@ -9,9 +9,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "platform/descriptor.h"
-#include "platform/files.h"
-#include "platform/uuid.h"
+#include "platform/files/descriptor.h"
+#include "platform/files/files.h"
+#include "platform/values/uuid.h"
 
 namespace vantrell {
 

@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/text.h"
+#include "platform/text/text.h"
 
 namespace vantrell::UnifiedDiffParser {
 

@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "records/git_workspace_snapshot.h"
+#include "records/values/git_workspace_snapshot.h"
 
 namespace vantrell::UnifiedDiffParser {
 

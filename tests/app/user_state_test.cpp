@@ -5,7 +5,7 @@
 #include <sqlite3.h>
 
 #include "app/vantrell_app.h"
-#include "platform/manual_main_queue.h"
+#include "platform/queues/manual_main_queue.h"
 #include "support/temporary_folder.h"
 
 namespace vantrell {

@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 
-#include "engine/handoff_capsule.h"
-#include "engine/prompt_assembly.h"
+#include "engine/turns/handoff_capsule.h"
+#include "engine/turns/prompt_assembly.h"
 #include "support/engine_fixture.h"
 
 namespace vantrell::tests {

@@ -3,13 +3,13 @@
 // write down what they see.
 #include <set>
 
-#include "engine/model_discovery.h"
-#include "platform/http_client.h"
-#include "platform/text.h"
-#include "platform/user_defaults.h"
-#include "runtimes/agent_client.h"
-#include "runtimes/locators.h"
-#include "runtimes/provider_connectors.h"
+#include "engine/providers/model_discovery.h"
+#include "platform/http/http_client.h"
+#include "platform/storage/user_defaults.h"
+#include "platform/text/text.h"
+#include "runtimes/catalog/locators.h"
+#include "runtimes/catalog/provider_connectors.h"
+#include "runtimes/wire/agent_client.h"
 #include "support/acp_agent_script.h"
 #include "support/runtime_programs.h"
 
@@ -140,10 +140,10 @@ TEST_F(BillingGuarantee, HoldsForQuestionsToTheProgram) {
 }
 
 TEST_F(BillingGuarantee, HoldsForLogInsInTheBackground) {
-  const std::pair<AgentProvider, void (RuntimeDesk::*)()> logIns[] = {
-      {grok, &RuntimeDesk::logIn},
-      {codex, &RuntimeDesk::logInCodex},
-      {kimi, &RuntimeDesk::logInKimi}};
+  const std::pair<AgentProvider, void (InstalledRuntimes::*)()> logIns[] = {
+      {grok, &InstalledRuntimes::logIn},
+      {codex, &InstalledRuntimes::logInCodex},
+      {kimi, &InstalledRuntimes::logInKimi}};
   for (const auto& [provider, logIn] : logIns) {
     SCOPED_TRACE(rawText(provider));
     installWitness(provider);

@@ -1,11 +1,11 @@
 // Silence and its end, with a real agent at the other end of pipes and virtual time on ours.
-#include "engine/execution_monitor.h"
+#include "engine/turns/execution_monitor.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "platform/process.h"
+#include "platform/process/process.h"
 #include "runtimes/acp/acp_client.h"
 #include "support/acp_agent_script.h"
 #include "support/engine_fixture.h"

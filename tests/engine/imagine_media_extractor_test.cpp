@@ -1,9 +1,9 @@
-#include "engine/imagine_media_extractor.h"
+#include "engine/imagine/imagine_media_extractor.h"
 
 #include <gtest/gtest.h>
 #include <random>
 
-#include "platform/text.h"
+#include "platform/text/text.h"
 
 namespace vantrell {
 namespace {

@@ -1,9 +1,9 @@
 // The media generator with a real child process in Grok's place, over real pipes.
 #include <gmock/gmock.h>
 
-#include "engine/imagine_desk.h"
+#include "engine/imagine/imagine_controller.h"
 #include "runtimes/acp/acp_client.h"
-#include "runtimes/locators.h"
+#include "runtimes/catalog/locators.h"
 #include "support/acp_agent_script.h"
 #include "support/engine_fixture.h"
 
@@ -32,7 +32,7 @@ class ImaginePipes : public EngineFixture {
     EXPECT_TRUE(Process::waitForAll(std::chrono::seconds(20)));
   }
 
-  ImagineDesk& desk() { return *model->imagine; }
+  ImagineController& desk() { return *model->imagine; }
   bool isOver() { return !desk().imagineState().isBusy() && !desk().hasUnfinishedWork(); }
   void generate(const std::string& prompt, ImagineKind kind = ImagineKind::image) {
     desk().generateImagine(prompt, kind);

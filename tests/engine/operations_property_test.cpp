@@ -9,7 +9,7 @@ namespace {
 /// Does whatever a user could do, in any order, and looks after each step at what must always hold.
 class AnyOperations : public EngineFixture {
  public:
-  vantrell::Operations& operations() { return model->operations; }
+  vantrell::WorkspaceOperations& operations() { return model->operations; }
 
   /// A number below `count`.
   std::size_t any(std::size_t count) {

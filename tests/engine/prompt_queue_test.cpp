@@ -1,4 +1,4 @@
-#include "engine/prompt_queue.h"
+#include "engine/turns/prompt_queue.h"
 
 #include <gmock/gmock.h>
 

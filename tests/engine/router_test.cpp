@@ -1,4 +1,4 @@
-#include "engine/router.h"
+#include "engine/providers/router.h"
 
 #include <gmock/gmock.h>
 

@@ -1,6 +1,6 @@
 #include <gmock/gmock.h>
 
-#include "platform/program_runner.h"
+#include "platform/process/program_runner.h"
 #include "support/engine_fixture.h"
 
 namespace vantrell {

@@ -1,6 +1,6 @@
 #include <gmock/gmock.h>
 
-#include "platform/files.h"
+#include "platform/files/files.h"
 #include "support/engine_fixture.h"
 
 namespace vantrell::tests {

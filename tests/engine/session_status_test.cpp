@@ -1,9 +1,9 @@
-#include "engine/session_status.h"
+#include "engine/turns/session_status.h"
 
 #include <gtest/gtest.h>
 
-#include "engine/run_activity.h"
-#include "engine/run_activity_timing.h"
+#include "engine/tasks/run_activity.h"
+#include "engine/turns/run_activity_timing.h"
 
 namespace vantrell {
 namespace {

@@ -1,9 +1,9 @@
-#include "engine/settings.h"
+#include "engine/core/settings.h"
 
 #include <gtest/gtest.h>
 #include <limits>
 
-#include "platform/user_defaults.h"
+#include "platform/storage/user_defaults.h"
 
 namespace vantrell {
 namespace {

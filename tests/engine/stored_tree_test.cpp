@@ -4,12 +4,12 @@
 #include <gtest/gtest.h>
 #include <random>
 
-#include "engine/changes.h"
-#include "engine/replay.h"
-#include "engine/workspace_tree.h"
-#include "platform/manual_main_queue.h"
-#include "platform/user_defaults.h"
-#include "records/workspace_store.h"
+#include "engine/core/changes.h"
+#include "engine/core/replay.h"
+#include "engine/core/workspace_tree.h"
+#include "platform/queues/manual_main_queue.h"
+#include "platform/storage/user_defaults.h"
+#include "records/stores/workspace_store.h"
 #include "support/temporary_folder.h"
 
 namespace vantrell::tests {

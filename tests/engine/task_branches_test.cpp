@@ -1,4 +1,4 @@
-#include "engine/task_branches.h"
+#include "engine/tasks/task_branches.h"
 
 #include <gmock/gmock.h>
 

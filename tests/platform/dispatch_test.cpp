@@ -1,4 +1,4 @@
-#include "platform/dispatch.h"
+#include "platform/queues/dispatch.h"
 
 #include <atomic>
 #include <future>

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "platform/files.h"
+#include "platform/files/files.h"
 #include "support/temporary_folder.h"
 
 namespace vantrell {

@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "platform/files.h"
+#include "platform/files/files.h"
 #include "support/environment.h"
 #include "support/in_child.h"
 #include "support/temporary_folder.h"

@@ -1,4 +1,4 @@
-#include "platform/foreground_program.h"
+#include "platform/process/foreground_program.h"
 
 #include <csignal>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "platform/http_client.h"
+#include "platform/http/http_client.h"
 
 #include <gmock/gmock.h>
 #include <latch>

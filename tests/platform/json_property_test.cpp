@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 #include <random>
 
-#include "platform/json.h"
+#include "platform/values/json.h"
 
 namespace vantrell {
 namespace {

@@ -1,4 +1,4 @@
-#include "platform/json.h"
+#include "platform/values/json.h"
 
 #include <algorithm>
 #include <cmath>

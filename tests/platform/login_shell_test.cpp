@@ -1,7 +1,7 @@
-#include "platform/login_shell.h"
+#include "platform/process/login_shell.h"
 
+#include "platform/process/program_runner.h"
 #include "platform/process_fixture.h"
-#include "platform/program_runner.h"
 #include "support/environment.h"
 #include "support/temporary_folder.h"
 

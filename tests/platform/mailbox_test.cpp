@@ -1,9 +1,9 @@
-#include "platform/mailbox.h"
+#include "platform/queues/mailbox.h"
 
 #include <gtest/gtest.h>
 #include <thread>
 
-#include "platform/manual_main_queue.h"
+#include "platform/queues/manual_main_queue.h"
 
 namespace vantrell {
 namespace {

@@ -1,5 +1,5 @@
-#include "platform/manual_main_queue.h"
-#include "platform/run_loop.h"
+#include "platform/queues/manual_main_queue.h"
+#include "platform/queues/run_loop.h"
 #include "support/main_queue_contract.h"
 
 namespace vantrell {

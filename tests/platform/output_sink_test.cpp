@@ -1,13 +1,13 @@
-#include "platform/output_sink.h"
+#include "platform/queues/output_sink.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <string>
 #include <unistd.h>
 
-#include "platform/descriptor.h"
-#include "platform/manual_main_queue.h"
-#include "platform/terminal.h"
+#include "platform/files/descriptor.h"
+#include "platform/queues/manual_main_queue.h"
+#include "platform/terminal/terminal.h"
 
 namespace vantrell::tests {
 namespace {

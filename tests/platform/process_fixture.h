@@ -14,9 +14,9 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include "platform/descriptor.h"
-#include "platform/manual_main_queue.h"
-#include "platform/process.h"
+#include "platform/files/descriptor.h"
+#include "platform/process/process.h"
+#include "platform/queues/manual_main_queue.h"
 #include "support/temporary_folder.h"
 
 namespace vantrell::tests {

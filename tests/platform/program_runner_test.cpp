@@ -1,4 +1,4 @@
-#include "platform/program_runner.h"
+#include "platform/process/program_runner.h"
 
 #include "platform/process_fixture.h"
 #include "support/temporary_folder.h"

@@ -1,4 +1,4 @@
-#include "platform/run_loop.h"
+#include "platform/queues/run_loop.h"
 
 #include <atomic>
 #include <csignal>
@@ -10,7 +10,7 @@
 #include <thread>
 #include <unistd.h>
 
-#include "platform/descriptor.h"
+#include "platform/files/descriptor.h"
 #include "support/pseudo_terminal.h"
 #include "support/temporary_folder.h"
 

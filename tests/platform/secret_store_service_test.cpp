@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "platform/secret_store.h"
+#include "platform/secrets/secret_store.h"
 #include "support/private_keyring.h"
 
 namespace vantrell {

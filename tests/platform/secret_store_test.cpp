@@ -1,12 +1,12 @@
-#include "platform/secret_store.h"
+#include "platform/secrets/secret_store.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "platform/manual_main_queue.h"
-#include "platform/run_loop.h"
-#include "platform/secret_queue.h"
+#include "platform/queues/manual_main_queue.h"
+#include "platform/queues/run_loop.h"
+#include "platform/secrets/secret_queue.h"
 #include "support/in_child.h"
 #include "support/private_keyring.h"
 

@@ -1,7 +1,7 @@
-#include "platform/system_desktop.h"
+#include "platform/desktop/system_desktop.h"
 
+#include "platform/process/program_runner.h"
 #include "platform/process_fixture.h"
-#include "platform/program_runner.h"
 #include "support/temporary_folder.h"
 
 namespace vantrell {

@@ -1,4 +1,4 @@
-#include "platform/tail_buffer.h"
+#include "platform/text/tail_buffer.h"
 
 #include <gtest/gtest.h>
 #include <random>

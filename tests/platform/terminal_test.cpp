@@ -1,4 +1,4 @@
-#include "platform/terminal.h"
+#include "platform/terminal/terminal.h"
 
 #include <csignal>
 #include <fcntl.h>
@@ -9,7 +9,7 @@
 #include <thread>
 #include <unistd.h>
 
-#include "platform/descriptor.h"
+#include "platform/files/descriptor.h"
 #include "support/in_child.h"
 #include "support/pseudo_terminal.h"
 

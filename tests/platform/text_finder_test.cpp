@@ -1,10 +1,10 @@
-#include "platform/text_finder.h"
+#include "platform/text/text_finder.h"
 
 #include <gtest/gtest.h>
 #include <optional>
 #include <vector>
 
-#include "platform/text.h"
+#include "platform/text/text.h"
 
 namespace vantrell::text {
 namespace {

@@ -1,4 +1,4 @@
-#include "platform/url.h"
+#include "platform/values/url.h"
 
 #include <gtest/gtest.h>
 

@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
-#include "platform/user_defaults.h"
-#include "platform/user_defaults_damage.h"
+#include "platform/storage/user_defaults.h"
+#include "platform/storage/user_defaults_damage.h"
 #include "support/in_child.h"
 #include "support/temporary_folder.h"
 

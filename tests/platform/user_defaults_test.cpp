@@ -1,4 +1,4 @@
-#include "platform/user_defaults.h"
+#include "platform/storage/user_defaults.h"
 
 #include <cmath>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "platform/weakly.h"
+#include "platform/queues/weakly.h"
 
 #include <functional>
 #include <gtest/gtest.h>

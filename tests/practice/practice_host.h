@@ -11,9 +11,9 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/json.h"
-#include "platform/manual_main_queue.h"
-#include "platform/process.h"
+#include "platform/process/process.h"
+#include "platform/queues/manual_main_queue.h"
+#include "platform/values/json.h"
 
 namespace vantrell::practice {
 

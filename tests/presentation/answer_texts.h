@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/text.h"
+#include "platform/text/text.h"
 #include "presentation/response_block.h"
 
 namespace vantrell::testing {

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 #include <sstream>
 
-#include "platform/json.h"
+#include "platform/values/json.h"
 #include "presentation/answer_texts.h"
 #include "presentation/incremental_blocks.h"
 #include "presentation/kept_text.h"

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/text.h"
+#include "platform/text/text.h"
 #include "presentation/response_block.h"
 #include "presentation/response_formatting.h"
 #include "presentation/white_space.h"

@@ -4,7 +4,7 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
-#include "platform/text.h"
+#include "platform/text/text.h"
 #include "support/temporary_folder.h"
 
 namespace vantrell::tests {

@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <gmock/gmock.h>
 
-#include "platform/manual_main_queue.h"
+#include "platform/queues/manual_main_queue.h"
 #include "support/git_repository.h"
 
 namespace vantrell::tests {

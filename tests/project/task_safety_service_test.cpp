@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "platform/files.h"
+#include "platform/files/files.h"
 #include "support/git_repository.h"
 
 namespace {

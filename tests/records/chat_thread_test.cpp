@@ -1,8 +1,8 @@
-#include "records/chat_thread.h"
+#include "records/values/chat_thread.h"
 
 #include <gtest/gtest.h>
 
-#include "records/conversation_json.h"
+#include "records/stores/conversation_json.h"
 
 namespace vantrell {
 namespace {

@@ -1,9 +1,9 @@
-#include "records/conversation_json.h"
+#include "records/stores/conversation_json.h"
 
 #include <gtest/gtest.h>
 #include <set>
 
-#include "platform/text.h"
+#include "platform/text/text.h"
 
 namespace vantrell {
 namespace {

@@ -1,4 +1,4 @@
-#include "records/imagine_directory.h"
+#include "records/stores/imagine_directory.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "records/imagine_store.h"
+#include "records/stores/imagine_store.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

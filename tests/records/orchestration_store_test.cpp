@@ -1,4 +1,4 @@
-#include "records/orchestration_store.h"
+#include "records/stores/orchestration_store.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,10 +1,10 @@
-#include "records/project_context.h"
+#include "records/values/project_context.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
-#include "records/orchestration_store.h"
-#include "records/project_context_store.h"
+#include "records/stores/orchestration_store.h"
+#include "records/stores/project_context_store.h"
 #include "support/temporary_folder.h"
 
 namespace vantrell::tests {

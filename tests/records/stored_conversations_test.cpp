@@ -6,9 +6,9 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
-#include "platform/user_defaults.h"
-#include "records/conversation_json.h"
-#include "records/workspace_store.h"
+#include "platform/storage/user_defaults.h"
+#include "records/stores/conversation_json.h"
+#include "records/stores/workspace_store.h"
 #include "support/in_child.h"
 #include "support/temporary_folder.h"
 

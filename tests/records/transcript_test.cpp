@@ -1,4 +1,4 @@
-#include "records/transcript.h"
+#include "records/values/transcript.h"
 
 #include <gtest/gtest.h>
 #include <random>

@@ -1,10 +1,10 @@
-#include "records/workspace_store.h"
+#include "records/stores/workspace_store.h"
 
 #include <filesystem>
 #include <gtest/gtest.h>
 
-#include "platform/user_defaults.h"
-#include "records/conversation_json.h"
+#include "platform/storage/user_defaults.h"
+#include "records/stores/conversation_json.h"
 #include "support/in_child.h"
 #include "support/temporary_folder.h"
 

@@ -6,7 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "platform/files.h"
+#include "platform/files/files.h"
 #include "support/temporary_folder.h"
 
 namespace vantrell {

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "runtimes/grok_arguments.h"
+#include "runtimes/catalog/grok_arguments.h"
 
 namespace vantrell {
 namespace {

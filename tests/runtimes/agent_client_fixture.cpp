@@ -1,6 +1,6 @@
 #include "runtimes/agent_client_fixture.h"
 
-#include "platform/process.h"
+#include "platform/process/process.h"
 
 namespace vantrell::tests {
 

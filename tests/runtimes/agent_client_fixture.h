@@ -5,8 +5,8 @@
 #include <gtest/gtest.h>
 #include <thread>
 
-#include "platform/manual_main_queue.h"
-#include "runtimes/process_client.h"
+#include "platform/queues/manual_main_queue.h"
+#include "runtimes/wire/process_client.h"
 #include "support/agent_script.h"
 #include "support/temporary_folder.h"
 

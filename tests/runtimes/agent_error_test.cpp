@@ -1,4 +1,4 @@
-#include "runtimes/agent_error.h"
+#include "runtimes/wire/agent_error.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-#include "platform/text.h"
-#include "platform/uuid.h"
+#include "platform/text/text.h"
+#include "platform/values/uuid.h"
 #include "runtimes/claude_client_fixture.h"
 
 namespace vantrell {

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/manual_main_queue.h"
+#include "platform/queues/manual_main_queue.h"
 #include "runtimes/codex/codex_models.h"
 #include "support/codex_agent_script.h"
 #include "support/temporary_folder.h"

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/uuid.h"
+#include "platform/values/uuid.h"
 
 namespace vantrell {
 namespace {

@@ -1,8 +1,8 @@
-#include "runtimes/found_programs.h"
+#include "runtimes/catalog/found_programs.h"
 
 #include <gtest/gtest.h>
 
-#include "platform/manual_main_queue.h"
+#include "platform/queues/manual_main_queue.h"
 #include "support/environment.h"
 #include "support/temporary_folder.h"
 

@@ -1,9 +1,9 @@
-#include "runtimes/json_line_process.h"
+#include "runtimes/wire/json_line_process.h"
 
 #include <future>
 #include <gtest/gtest.h>
 
-#include "platform/manual_main_queue.h"
+#include "platform/queues/manual_main_queue.h"
 #include "support/agent_script.h"
 #include "support/temporary_folder.h"
 

@@ -1,4 +1,4 @@
-#include "runtimes/json_rpc.h"
+#include "runtimes/wire/json_rpc.h"
 
 #include <gtest/gtest.h>
 

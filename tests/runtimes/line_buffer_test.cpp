@@ -1,4 +1,4 @@
-#include "runtimes/line_buffer.h"
+#include "runtimes/wire/line_buffer.h"
 
 #include <chrono>
 #include <gtest/gtest.h>

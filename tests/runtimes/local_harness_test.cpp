@@ -2,12 +2,12 @@
 #include <filesystem>
 #include <gmock/gmock.h>
 
-#include "platform/http_client.h"
-#include "platform/manual_main_queue.h"
-#include "platform/user_defaults.h"
+#include "platform/http/http_client.h"
+#include "platform/queues/manual_main_queue.h"
+#include "platform/storage/user_defaults.h"
 #include "runtimes/acp/acp_client.h"
+#include "runtimes/catalog/provider_connectors.h"
 #include "runtimes/local/local_runtime_service.h"
-#include "runtimes/provider_connectors.h"
 #include "support/environment.h"
 #include "support/temporary_folder.h"
 

@@ -2,7 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include "platform/user_defaults.h"
+#include "platform/storage/user_defaults.h"
 #include "support/http_client_fixture.h"
 #include "support/http_server.h"
 

@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <gmock/gmock.h>
 
-#include "platform/json.h"
-#include "platform/user_defaults.h"
+#include "platform/storage/user_defaults.h"
+#include "platform/values/json.h"
 #include "support/temporary_folder.h"
 
 namespace vantrell {

@@ -1,12 +1,12 @@
-#include "runtimes/provider_connectors.h"
+#include "runtimes/catalog/provider_connectors.h"
 
 #include <gmock/gmock.h>
 
-#include "platform/http_client.h"
-#include "platform/manual_main_queue.h"
-#include "platform/process.h"
-#include "platform/user_defaults.h"
-#include "runtimes/agent_client.h"
+#include "platform/http/http_client.h"
+#include "platform/process/process.h"
+#include "platform/queues/manual_main_queue.h"
+#include "platform/storage/user_defaults.h"
+#include "runtimes/wire/agent_client.h"
 #include "support/codex_agent_script.h"
 #include "support/temporary_folder.h"
 

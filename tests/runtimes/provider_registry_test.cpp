@@ -1,4 +1,4 @@
-#include "runtimes/provider_registry.h"
+#include "runtimes/catalog/provider_registry.h"
 
 #include <gtest/gtest.h>
 

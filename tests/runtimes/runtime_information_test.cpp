@@ -1,9 +1,9 @@
-#include "runtimes/runtime_information.h"
+#include "runtimes/catalog/runtime_information.h"
 
 #include <gtest/gtest.h>
 
-#include "platform/user_defaults.h"
-#include "runtimes/locators.h"
+#include "platform/storage/user_defaults.h"
+#include "runtimes/catalog/locators.h"
 
 namespace vantrell {
 namespace {

@@ -1,14 +1,14 @@
-#include "runtimes/runtime_locator.h"
+#include "runtimes/catalog/runtime_locator.h"
 
 #include <future>
 #include <gtest/gtest.h>
 #include <set>
 #include <unistd.h>
 
-#include "platform/process.h"
-#include "platform/text.h"
-#include "platform/user_defaults.h"
-#include "runtimes/locators.h"
+#include "platform/process/process.h"
+#include "platform/storage/user_defaults.h"
+#include "platform/text/text.h"
+#include "runtimes/catalog/locators.h"
 #include "support/environment.h"
 #include "support/temporary_folder.h"
 

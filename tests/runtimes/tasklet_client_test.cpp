@@ -2,7 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include "platform/uuid.h"
+#include "platform/values/uuid.h"
 #include "support/http_client_fixture.h"
 #include "support/http_server.h"
 

@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "app/ports.h"
-#include "platform/manual_main_queue.h"
-#include "platform/user_defaults.h"
-#include "records/workspace_store.h"
+#include "platform/queues/manual_main_queue.h"
+#include "platform/storage/user_defaults.h"
+#include "records/stores/workspace_store.h"
 #include "shell/terminal/json_printer.h"
 #include "shell/terminal/transcript_printer.h"
 #include "support/temporary_folder.h"

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "runtimes/permission_mode_texts.h"
+#include "runtimes/catalog/permission_mode_texts.h"
 
 namespace vantrell::shell {
 namespace {

@@ -6,10 +6,10 @@
 #include <fstream>
 #include <gtest/gtest.h>
 
-#include "platform/files.h"
-#include "platform/json.h"
+#include "platform/files/files.h"
 #include "platform/process_fixture.h"
-#include "platform/terminal.h"
+#include "platform/terminal/terminal.h"
+#include "platform/values/json.h"
 #include "support/temporary_folder.h"
 
 namespace vantrell::tests {

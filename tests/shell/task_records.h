@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "records/chat_thread.h"
+#include "records/values/chat_thread.h"
 
 namespace vantrell::tests {
 

@@ -1,6 +1,6 @@
 #include <set>
 
-#include "platform/uuid.h"
+#include "platform/values/uuid.h"
 #include "shell/program_fixture.h"
 #include "shell/terminal/run_session.h"
 

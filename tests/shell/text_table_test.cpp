@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/text.h"
+#include "platform/text/text.h"
 #include "shell/terminal/task_words.h"
 
 namespace vantrell::shell {

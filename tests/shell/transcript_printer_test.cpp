@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/manual_main_queue.h"
+#include "platform/queues/manual_main_queue.h"
 #include "support/terminal_screen.h"
 
 namespace vantrell::shell {

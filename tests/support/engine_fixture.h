@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "engine/app_model.h"
-#include "platform/manual_main_queue.h"
-#include "platform/user_defaults.h"
-#include "records/workspace_store.h"
+#include "platform/queues/manual_main_queue.h"
+#include "platform/storage/user_defaults.h"
+#include "records/stores/workspace_store.h"
 #include "support/fake_agent_client.h"
 #include "support/temporary_folder.h"
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "runtimes/agent_client.h"
+#include "runtimes/wire/agent_client.h"
 
 namespace vantrell::tests {
 

@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/dispatch.h"
+#include "platform/queues/dispatch.h"
 
 namespace vantrell::tests {
 

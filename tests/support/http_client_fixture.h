@@ -5,8 +5,8 @@
 #include <optional>
 #include <thread>
 
-#include "platform/http_client.h"
-#include "platform/run_loop.h"
+#include "platform/http/http_client.h"
+#include "platform/queues/run_loop.h"
 
 namespace vantrell::tests {
 

@@ -19,7 +19,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/descriptor.h"
+#include "platform/files/descriptor.h"
 #include "support/certificate_authority.h"
 
 namespace vantrell::tests {

@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/dispatch.h"
+#include "platform/queues/dispatch.h"
 
 namespace vantrell {
 

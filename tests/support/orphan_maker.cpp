@@ -6,7 +6,7 @@
 #include <unistd.h>
 #include <vector>
 
-#include "platform/process.h"
+#include "platform/process/process.h"
 
 using namespace vantrell;
 

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <unistd.h>
 
-#include "platform/descriptor.h"
+#include "platform/files/descriptor.h"
 
 namespace vantrell::tests {
 

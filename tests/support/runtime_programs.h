@@ -8,11 +8,11 @@
 #include <string>
 #include <sys/stat.h>
 
-#include "engine/changes.h"
-#include "engine/runtime_desk.h"
-#include "platform/login_shell.h"
-#include "platform/manual_main_queue.h"
-#include "platform/program_runner.h"
+#include "engine/core/changes.h"
+#include "engine/providers/installed_runtimes.h"
+#include "platform/process/login_shell.h"
+#include "platform/process/program_runner.h"
+#include "platform/queues/manual_main_queue.h"
 #include "support/environment.h"
 #include "support/temporary_folder.h"
 
@@ -53,7 +53,7 @@ class RuntimePrograms : public testing::Test {
       if (found == custom_.end()) return std::nullopt;
       return found->second;
     };
-    desk_ = std::make_shared<RuntimeDesk>(changes_, means_);
+    desk_ = std::make_shared<InstalledRuntimes>(changes_, means_);
     desk_->showError = [this](std::string text) { errors_.push_back(std::move(text)); };
   }
 
@@ -83,7 +83,7 @@ class RuntimePrograms : public testing::Test {
   std::map<AgentProvider, std::string> custom_;
   Changes changes_;
   RuntimeMeans means_;
-  std::shared_ptr<RuntimeDesk> desk_;
+  std::shared_ptr<InstalledRuntimes> desk_;
   std::vector<std::string> errors_;
 };
 

@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/text.h"
-#include "platform/utf8.h"
+#include "platform/text/text.h"
+#include "platform/text/utf8.h"
 
 namespace vantrell::tests {
 

@@ -2,7 +2,7 @@
 
 #include "runtimes/acp/acp_connection.h"
 #include "runtimes/acp/acp_host_services.h"
-#include "runtimes/locators.h"
+#include "runtimes/catalog/locators.h"
 
 namespace vantrell {
 

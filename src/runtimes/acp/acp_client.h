@@ -4,7 +4,7 @@
 #pragma once
 
 #include "runtimes/acp/acp_configuration.h"
-#include "runtimes/process_client.h"
+#include "runtimes/wire/process_client.h"
 
 namespace vantrell {
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "runtimes/agent_error.h"
+#include "runtimes/wire/agent_error.h"
 
 namespace vantrell::ACPClientError {
 

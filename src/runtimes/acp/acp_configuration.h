@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/process.h"
-#include "records/agent_provider.h"
-#include "records/task_modes.h"
+#include "platform/process/process.h"
+#include "records/values/agent_provider.h"
+#include "records/values/task_modes.h"
 
 namespace vantrell {
 

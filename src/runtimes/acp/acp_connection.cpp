@@ -4,8 +4,8 @@
 
 #include "runtimes/acp/acp_host_services.h"
 #include "runtimes/acp/acp_messages.h"
-#include "runtimes/json_rpc.h"
-#include "runtimes/provider_registry.h"
+#include "runtimes/catalog/provider_registry.h"
+#include "runtimes/wire/json_rpc.h"
 
 namespace vantrell {
 

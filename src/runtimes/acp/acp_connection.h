@@ -8,7 +8,7 @@
 
 #include "runtimes/acp/acp_client_error.h"
 #include "runtimes/acp/acp_configuration.h"
-#include "runtimes/json_rpc_connection.h"
+#include "runtimes/wire/json_rpc_connection.h"
 
 namespace vantrell {
 

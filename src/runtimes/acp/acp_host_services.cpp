@@ -3,8 +3,8 @@
 #include <filesystem>
 #include <limits>
 
-#include "platform/files.h"
-#include "platform/text.h"
+#include "platform/files/files.h"
+#include "platform/text/text.h"
 #include "runtimes/acp/terminal_manager.h"
 
 namespace vantrell {

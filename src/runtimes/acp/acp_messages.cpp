@@ -2,8 +2,8 @@
 
 #include <fmt/format.h>
 
-#include "platform/text.h"
-#include "records/application.h"
+#include "platform/text/text.h"
+#include "records/values/application.h"
 
 namespace vantrell {
 

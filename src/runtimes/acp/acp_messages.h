@@ -6,10 +6,10 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/json.h"
+#include "platform/values/json.h"
 #include "runtimes/acp/acp_configuration.h"
-#include "runtimes/agent_client.h"
-#include "runtimes/provider_options.h"
+#include "runtimes/wire/agent_client.h"
+#include "runtimes/wire/provider_options.h"
 
 namespace vantrell::acp {
 

@@ -2,9 +2,9 @@
 
 #include <fmt/format.h>
 
-#include "platform/tail_buffer.h"
-#include "platform/text.h"
-#include "platform/uuid.h"
+#include "platform/text/tail_buffer.h"
+#include "platform/text/text.h"
+#include "platform/values/uuid.h"
 
 namespace vantrell {
 

@@ -8,8 +8,8 @@
 #include <memory>
 #include <string>
 
-#include "platform/json.h"
-#include "platform/process.h"
+#include "platform/process/process.h"
+#include "platform/values/json.h"
 #include "runtimes/acp/acp_client_error.h"
 
 namespace vantrell {

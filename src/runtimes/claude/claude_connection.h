@@ -6,12 +6,12 @@
 #include <optional>
 #include <string>
 
-#include "runtimes/agent_connection.h"
 #include "runtimes/claude/claude_client_error.h"
 #include "runtimes/claude/claude_configuration.h"
 #include "runtimes/claude/claude_events.h"
 #include "runtimes/claude/claude_permissions.h"
-#include "runtimes/pending_requests.h"
+#include "runtimes/wire/agent_connection.h"
+#include "runtimes/wire/pending_requests.h"
 
 namespace vantrell {
 

@@ -1,8 +1,8 @@
 #include "runtimes/claude/claude_events.h"
 
-#include "platform/uuid.h"
-#include "records/conversation_records.h"
-#include "runtimes/session_updates.h"
+#include "platform/values/uuid.h"
+#include "records/values/conversation_records.h"
+#include "runtimes/wire/session_updates.h"
 
 namespace vantrell {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/json.h"
+#include "platform/values/json.h"
 
 namespace vantrell {
 

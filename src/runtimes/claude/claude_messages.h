@@ -11,10 +11,10 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/json.h"
-#include "runtimes/agent_error.h"
+#include "platform/values/json.h"
 #include "runtimes/claude/claude_configuration.h"
-#include "runtimes/provider_usage.h"
+#include "runtimes/wire/agent_error.h"
+#include "runtimes/wire/provider_usage.h"
 
 namespace vantrell::claude {
 

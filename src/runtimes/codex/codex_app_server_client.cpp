@@ -1,7 +1,7 @@
 #include "runtimes/codex/codex_app_server_client.h"
 
 #include "runtimes/codex/codex_connection.h"
-#include "runtimes/on_main.h"
+#include "runtimes/wire/on_main.h"
 
 namespace vantrell {
 

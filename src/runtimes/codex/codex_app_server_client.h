@@ -3,7 +3,7 @@
 #pragma once
 
 #include "runtimes/codex/codex_configuration.h"
-#include "runtimes/process_client.h"
+#include "runtimes/wire/process_client.h"
 
 namespace vantrell {
 

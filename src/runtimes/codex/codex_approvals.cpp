@@ -3,7 +3,7 @@
 #include <array>
 #include <fmt/format.h>
 
-#include "platform/text.h"
+#include "platform/text/text.h"
 
 namespace vantrell::codex {
 

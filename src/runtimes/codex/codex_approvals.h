@@ -8,8 +8,8 @@
 #include <string_view>
 #include <variant>
 
-#include "platform/json.h"
-#include "runtimes/agent_client.h"
+#include "platform/values/json.h"
+#include "runtimes/wire/agent_client.h"
 
 namespace vantrell::codex {
 

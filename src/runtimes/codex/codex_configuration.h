@@ -4,8 +4,8 @@
 #include <optional>
 #include <string>
 
-#include "platform/process.h"
-#include "records/task_modes.h"
+#include "platform/process/process.h"
+#include "records/values/task_modes.h"
 
 namespace vantrell {
 

@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <fmt/format.h>
 
-#include "records/application.h"
+#include "records/values/application.h"
 #include "runtimes/codex/codex_items.h"
 #include "runtimes/codex/codex_messages.h"
-#include "runtimes/json_rpc.h"
-#include "runtimes/session_updates.h"
+#include "runtimes/wire/json_rpc.h"
+#include "runtimes/wire/session_updates.h"
 
 namespace vantrell {
 

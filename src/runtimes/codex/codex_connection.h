@@ -15,7 +15,7 @@
 #include "runtimes/codex/codex_configuration.h"
 #include "runtimes/codex/codex_turns.h"
 #include "runtimes/codex/codex_usage.h"
-#include "runtimes/json_rpc_connection.h"
+#include "runtimes/wire/json_rpc_connection.h"
 
 namespace vantrell {
 

@@ -3,9 +3,9 @@
 #include "runtimes/codex/codex_messages.h"
 #include "runtimes/codex/codex_models.h"
 #include "runtimes/codex/codex_usage.h"
-#include "runtimes/json_line_process.h"
-#include "runtimes/json_rpc.h"
-#include "runtimes/pending_requests.h"
+#include "runtimes/wire/json_line_process.h"
+#include "runtimes/wire/json_rpc.h"
+#include "runtimes/wire/pending_requests.h"
 
 namespace vantrell::CodexDiscovery {
 

@@ -9,11 +9,11 @@
 #include <string>
 #include <vector>
 
-#include "platform/dispatch.h"
-#include "platform/process.h"
-#include "runtimes/agent_error.h"
-#include "runtimes/provider_options.h"
-#include "runtimes/provider_usage.h"
+#include "platform/process/process.h"
+#include "platform/queues/dispatch.h"
+#include "runtimes/wire/agent_error.h"
+#include "runtimes/wire/provider_options.h"
+#include "runtimes/wire/provider_usage.h"
 
 namespace vantrell {
 

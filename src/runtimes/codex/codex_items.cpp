@@ -2,9 +2,9 @@
 
 #include <fmt/format.h>
 
-#include "platform/text.h"
-#include "platform/uuid.h"
-#include "runtimes/session_updates.h"
+#include "platform/text/text.h"
+#include "platform/values/uuid.h"
+#include "runtimes/wire/session_updates.h"
 
 namespace vantrell::codex {
 

@@ -1,8 +1,8 @@
 #include "runtimes/codex/codex_messages.h"
 
-#include "platform/text.h"
-#include "platform/uuid.h"
-#include "records/application.h"
+#include "platform/text/text.h"
+#include "platform/values/uuid.h"
+#include "records/values/application.h"
 
 namespace vantrell::codex {
 

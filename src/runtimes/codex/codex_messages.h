@@ -5,9 +5,9 @@
 #include <string>
 #include <string_view>
 
-#include "platform/json.h"
-#include "runtimes/agent_error.h"
+#include "platform/values/json.h"
 #include "runtimes/codex/codex_configuration.h"
+#include "runtimes/wire/agent_error.h"
 
 namespace vantrell::codex {
 

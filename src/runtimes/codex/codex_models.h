@@ -3,8 +3,8 @@
 
 #include <vector>
 
-#include "platform/json.h"
-#include "runtimes/provider_options.h"
+#include "platform/values/json.h"
+#include "runtimes/wire/provider_options.h"
 
 namespace vantrell::codex {
 

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/json.h"
-#include "runtimes/agent_client.h"
+#include "platform/values/json.h"
+#include "runtimes/wire/agent_client.h"
 
 namespace vantrell {
 

@@ -1,8 +1,8 @@
 // The allowance of a Codex subscription, as its rate limits tell it.
 #pragma once
 
-#include "platform/json.h"
-#include "runtimes/provider_usage.h"
+#include "platform/values/json.h"
+#include "runtimes/wire/provider_usage.h"
 
 namespace vantrell::codex {
 

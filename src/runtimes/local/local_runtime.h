@@ -8,9 +8,9 @@
 #include <variant>
 #include <vector>
 
-#include "platform/url.h"
-#include "records/raw_text.h"
-#include "runtimes/provider_options.h"
+#include "platform/values/url.h"
+#include "records/values/raw_text.h"
+#include "runtimes/wire/provider_options.h"
 
 namespace vantrell {
 

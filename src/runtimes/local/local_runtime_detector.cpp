@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "platform/weakly.h"
+#include "platform/queues/weakly.h"
 
 namespace vantrell {
 

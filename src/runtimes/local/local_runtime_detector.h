@@ -6,7 +6,7 @@
 #include <memory>
 #include <vector>
 
-#include "platform/http_client.h"
+#include "platform/http/http_client.h"
 #include "runtimes/local/local_runtime_service.h"
 
 namespace vantrell {

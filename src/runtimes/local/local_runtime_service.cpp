@@ -4,11 +4,11 @@
 #include <fmt/format.h>
 #include <set>
 
-#include "platform/json.h"
-#include "platform/text.h"
-#include "platform/user_defaults.h"
-#include "runtimes/grok_arguments.h"
-#include "runtimes/locators.h"
+#include "platform/storage/user_defaults.h"
+#include "platform/text/text.h"
+#include "platform/values/json.h"
+#include "runtimes/catalog/grok_arguments.h"
+#include "runtimes/catalog/locators.h"
 
 namespace vantrell::LocalRuntimeService {
 

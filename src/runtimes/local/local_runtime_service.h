@@ -11,9 +11,9 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/files.h"
-#include "platform/process.h"
-#include "records/task_modes.h"
+#include "platform/files/files.h"
+#include "platform/process/process.h"
+#include "records/values/task_modes.h"
 #include "runtimes/acp/acp_configuration.h"
 #include "runtimes/local/local_runtime.h"
 

@@ -2,10 +2,10 @@
 
 #include <fmt/format.h>
 
-#include "platform/date.h"
-#include "platform/text.h"
-#include "platform/uuid.h"
-#include "platform/weakly.h"
+#include "platform/queues/weakly.h"
+#include "platform/text/text.h"
+#include "platform/values/date.h"
+#include "platform/values/uuid.h"
 
 namespace vantrell {
 

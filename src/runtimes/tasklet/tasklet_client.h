@@ -11,10 +11,10 @@
 #include <string>
 #include <string_view>
 
-#include "platform/dispatch.h"
-#include "platform/http_client.h"
-#include "platform/url.h"
-#include "runtimes/agent_client.h"
+#include "platform/http/http_client.h"
+#include "platform/queues/dispatch.h"
+#include "platform/values/url.h"
+#include "runtimes/wire/agent_client.h"
 
 namespace vantrell {
 

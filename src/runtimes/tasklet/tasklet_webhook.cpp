@@ -1,7 +1,7 @@
 #include "runtimes/tasklet/tasklet_webhook.h"
 
-#include "platform/text.h"
-#include "platform/weakly.h"
+#include "platform/queues/weakly.h"
+#include "platform/text/text.h"
 
 namespace vantrell {
 

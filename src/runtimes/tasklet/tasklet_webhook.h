@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/url.h"
+#include "platform/values/url.h"
 
 namespace vantrell {
 

@@ -7,7 +7,7 @@
 #include <deque>
 #include <mutex>
 
-#include "platform/timer_table.h"
+#include "platform/queues/timer_table.h"
 
 namespace vantrell {
 

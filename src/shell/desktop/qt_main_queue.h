@@ -5,7 +5,7 @@
 #include <functional>
 #include <memory>
 
-#include "platform/dispatch.h"
+#include "platform/queues/dispatch.h"
 
 namespace vantrell {
 

@@ -1,11 +1,11 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include "engine/run_activity.h"
-#include "engine/run_activity_timing.h"
-#include "platform/json.h"
-#include "platform/terminal.h"
-#include "records/conversation_json.h"
+#include "engine/tasks/run_activity.h"
+#include "engine/turns/run_activity_timing.h"
+#include "platform/terminal/terminal.h"
+#include "platform/values/json.h"
+#include "records/stores/conversation_json.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/json_member.h"
 #include "shell/terminal/plain_words.h"

@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "engine/plan_entry.h"
-#include "records/chat_thread.h"
+#include "engine/core/plan_entry.h"
+#include "records/values/chat_thread.h"
 #include "shell/terminal/terminal_style.h"
 
 namespace vantrell::shell {

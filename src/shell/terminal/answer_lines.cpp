@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <fmt/format.h>
 
-#include "platform/text.h"
+#include "platform/text/text.h"
 #include "shell/terminal/inline_marks.h"
 #include "shell/terminal/terminal_pieces.h"
 #include "shell/terminal/terminal_text.h"

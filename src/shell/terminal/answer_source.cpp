@@ -2,7 +2,7 @@
 
 #include <unistd.h>
 
-#include "platform/terminal.h"
+#include "platform/terminal/terminal.h"
 
 namespace vantrell::shell {
 

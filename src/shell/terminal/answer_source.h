@@ -9,7 +9,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/run_loop.h"
+#include "platform/queues/run_loop.h"
 
 namespace vantrell::shell {
 

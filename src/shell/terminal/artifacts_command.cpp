@@ -2,13 +2,13 @@
 #include <unistd.h>
 
 #include "app/user_state.h"
-#include "platform/dispatch.h"
-#include "platform/json.h"
-#include "platform/run_loop.h"
-#include "platform/text.h"
+#include "platform/queues/dispatch.h"
+#include "platform/queues/run_loop.h"
+#include "platform/text/text.h"
+#include "platform/values/json.h"
 #include "project/artifact_discovery.h"
 #include "project/git_workspace_service.h"
-#include "records/imagine_store.h"
+#include "records/stores/imagine_store.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/json_member.h"
 #include "shell/terminal/standard_output.h"

@@ -4,7 +4,7 @@
 
 #include <functional>
 
-#include "platform/run_loop.h"
+#include "platform/queues/run_loop.h"
 
 namespace vantrell::shell {
 

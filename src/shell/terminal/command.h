@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/process.h"
+#include "platform/process/process.h"
 
 namespace vantrell::shell {
 

@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include "records/application.h"
+#include "records/values/application.h"
 #include "shell/terminal/run_arguments.h"
 
 namespace vantrell::shell {

@@ -3,11 +3,11 @@
 #include <set>
 #include <unistd.h>
 
-#include "platform/json.h"
-#include "platform/terminal.h"
+#include "platform/terminal/terminal.h"
+#include "platform/values/json.h"
 #include "project/git_workspace_service.h"
-#include "runtimes/permission_mode_texts.h"
-#include "runtimes/provider_registry.h"
+#include "runtimes/catalog/permission_mode_texts.h"
+#include "runtimes/catalog/provider_registry.h"
 #include "shell/terminal/awaiting.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/comparison_printer.h"

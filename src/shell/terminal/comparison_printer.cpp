@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "platform/text.h"
+#include "platform/text/text.h"
 #include "shell/terminal/permission_prompt.h"
 #include "shell/terminal/task_words.h"
 #include "shell/terminal/terminal_text.h"

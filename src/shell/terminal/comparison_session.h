@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "engine/app_model.h"
-#include "platform/run_loop.h"
+#include "platform/queues/run_loop.h"
 #include "shell/terminal/answer_source.h"
 #include "shell/terminal/change_feed.h"
 #include "shell/terminal/permission_answers.h"

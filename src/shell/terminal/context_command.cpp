@@ -4,12 +4,12 @@
 #include <unistd.h>
 
 #include "app/user_state.h"
-#include "engine/project_context_desk.h"
-#include "platform/terminal.h"
-#include "platform/text.h"
+#include "engine/projects/project_context_service.h"
+#include "platform/terminal/terminal.h"
+#include "platform/text/text.h"
 #include "project/context_discovery.h"
-#include "records/orchestration_store.h"
-#include "records/project_context_store.h"
+#include "records/stores/orchestration_store.h"
+#include "records/stores/project_context_store.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/standard_output.h"
@@ -54,7 +54,7 @@ std::string asJson(const Known& known) {
                  {"project", workspace.name},
                  {"path", workspace.path},
                  {"summary", summary ? Json(*summary) : Json()},
-                 {"block", ProjectContextDesk::block(profile)}};
+                 {"block", ProjectContextService::block(profile)}};
   const Json stored = projectContextAsJson(profile);
   if (const JsonObject* fields = stored.asObject()) {
     for (const auto& [key, value] : *fields) all.set(key, value);
@@ -125,12 +125,12 @@ int look(const CommandArguments& arguments, const Environment& environment,
 
 /// Changes the project's context and tells the sentence, unless it could not be stored.
 int change(const CommandArguments& arguments,
-           const std::function<std::expected<std::string, UsageError>(ProjectContextDesk&,
+           const std::function<std::expected<std::string, UsageError>(ProjectContextService&,
                                                                       const Workspace&)>& work) {
   return changeTasks([&](ChangeContext& context) -> std::expected<int, UsageError> {
     const auto id = projectIn(context.workspaces(), arguments);
     if (!id) return std::unexpected(id.error());
-    ProjectContextDesk& desk = *context.model.context;
+    ProjectContextService& desk = *context.model.context;
     const Workspace& workspace = workspaceOf(context.workspaces(), *id);
     const auto sentence = work(desk, workspace);
     if (!sentence) return std::unexpected(sentence.error());
@@ -151,7 +151,7 @@ int setInstructions(const CommandArguments& arguments, std::string_view given) {
   const std::string text =
       text::repaired(given == "-" ? terminal::readStandardInput() : std::string(given));
   return change(arguments,
-                [&](ProjectContextDesk& desk,
+                [&](ProjectContextService& desk,
                     const Workspace& workspace) -> std::expected<std::string, UsageError> {
                   desk.setProjectInstructions(text, workspace.id);
                   const std::string kept = desk.projectInstructions(workspace.id);
@@ -173,7 +173,7 @@ int addDecision(const CommandArguments& arguments) {
     return refuse({"A decision has a title and a text; one of them is empty."});
   }
   return change(arguments,
-                [&](ProjectContextDesk& desk,
+                [&](ProjectContextService& desk,
                     const Workspace& workspace) -> std::expected<std::string, UsageError> {
                   desk.addProjectDecision(title, detail, workspace.id);
                   return fmt::format("{}: decision {} is kept.", onOneLine(workspace.name),
@@ -204,7 +204,7 @@ int run(const CommandArguments& arguments, const Environment& environment) {
   }
   if (is("block", 1)) {
     return look(arguments, environment, [](const Known& known, const TerminalStyle&) {
-      return forReading(ProjectContextDesk::block(known.profile));
+      return forReading(ProjectContextService::block(known.profile));
     });
   }
   if (is("clear", 1)) return setInstructions(arguments, "");

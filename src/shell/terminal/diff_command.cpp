@@ -1,9 +1,9 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include "platform/files.h"
-#include "platform/json.h"
-#include "platform/text.h"
+#include "platform/files/files.h"
+#include "platform/text/text.h"
+#include "platform/values/json.h"
 #include "project/git_workspace_service.h"
 #include "project/unified_diff_parser.h"
 #include "shell/terminal/commands.h"

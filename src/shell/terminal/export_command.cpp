@@ -1,8 +1,8 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include "platform/files.h"
-#include "platform/terminal.h"
+#include "platform/files/files.h"
+#include "platform/terminal/terminal.h"
 #include "presentation/conversation_markdown.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/plain_words.h"

@@ -2,7 +2,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include "platform/terminal.h"
+#include "platform/terminal/terminal.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/task_change.h"

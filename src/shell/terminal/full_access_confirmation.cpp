@@ -3,9 +3,9 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include "platform/terminal.h"
-#include "platform/text.h"
-#include "runtimes/permission_mode_texts.h"
+#include "platform/terminal/terminal.h"
+#include "platform/text/text.h"
+#include "runtimes/catalog/permission_mode_texts.h"
 
 namespace vantrell::shell {
 

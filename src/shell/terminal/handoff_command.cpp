@@ -1,8 +1,8 @@
 // `vantrell handoff`: gives a task to another provider, for one turn or for good.
 #include <fmt/format.h>
 
-#include "platform/json.h"
-#include "runtimes/provider_registry.h"
+#include "platform/values/json.h"
+#include "runtimes/catalog/provider_registry.h"
 #include "shell/terminal/awaiting.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/plain_words.h"

@@ -2,9 +2,9 @@
 #include <fmt/ranges.h>
 #include <unistd.h>
 
-#include "platform/terminal.h"
-#include "platform/text.h"
-#include "records/imagine_store.h"
+#include "platform/terminal/terminal.h"
+#include "platform/text/text.h"
+#include "records/stores/imagine_store.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/imagine_session.h"
 #include "shell/terminal/long_work.h"
@@ -113,7 +113,7 @@ int tellPaths(const CommandArguments& arguments) {
 
 int remove(const CommandArguments& arguments) {
   return withApp({}, [&](RunLoop&, VantrellApp& app) {
-    ImagineDesk& desk = *app.model().imagine;
+    ImagineController& desk = *app.model().imagine;
     const auto found = findItems(desk.imagineItems(), std::span(arguments.words).subspan(1));
     if (!found) return refuse(found.error());
     StandardOutput out;

@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "records/imagine_store.h"
+#include "records/stores/imagine_store.h"
 #include "shell/terminal/json_member.h"
 #include "shell/terminal/json_printer.h"
 #include "shell/terminal/permission_prompt.h"

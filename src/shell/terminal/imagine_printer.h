@@ -5,8 +5,8 @@
 #include <functional>
 #include <string>
 
-#include "engine/connection_state.h"
-#include "records/imagine_item.h"
+#include "engine/core/connection_state.h"
+#include "records/values/imagine_item.h"
 #include "shell/terminal/run_observer.h"
 #include "shell/terminal/terminal_style.h"
 

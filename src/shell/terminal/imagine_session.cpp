@@ -3,7 +3,7 @@
 #include <csignal>
 #include <fmt/format.h>
 
-#include "platform/text.h"
+#include "platform/text/text.h"
 #include "shell/terminal/command.h"
 
 namespace vantrell::shell {
@@ -52,7 +52,7 @@ void ImagineSession::changed(const Change& change) {
 
 void ImagineSession::look() {
   if (!hasBegun_ || hasEnded_) return;
-  const ImagineDesk& desk = *parts_.model.imagine;
+  const ImagineController& desk = *parts_.model.imagine;
   const auto state = desk.imagineState().kind;
   if (state != state_ || desk.imagineProgress() != progress_) {
     state_ = state;
@@ -145,7 +145,7 @@ std::string ImagineSession::copyFailure() const {
 
 ImagineEnd ImagineSession::howItEnded() const {
   using enum ImagineEnd::Kind;
-  const ImagineDesk& desk = *parts_.model.imagine;
+  const ImagineController& desk = *parts_.model.imagine;
   if (isStopped_) return {stopped, "Stopped", {}};
   if (desk.imagineState().kind != ConnectionState::Kind::ready) {
     return {failed,

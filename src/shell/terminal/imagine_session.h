@@ -9,7 +9,7 @@
 #include <string>
 
 #include "app/vantrell_app.h"
-#include "platform/run_loop.h"
+#include "platform/queues/run_loop.h"
 #include "shell/terminal/imagine_printer.h"
 #include "shell/terminal/permission_answers.h"
 

@@ -1,6 +1,6 @@
 #include <fmt/format.h>
 
-#include "platform/json.h"
+#include "platform/values/json.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/safety_work.h"

@@ -3,7 +3,7 @@
 
 #include <string_view>
 
-#include "platform/json.h"
+#include "platform/values/json.h"
 
 namespace vantrell::shell {
 

@@ -1,6 +1,6 @@
 #include "shell/terminal/json_printer.h"
 
-#include "records/conversation_json.h"
+#include "records/stores/conversation_json.h"
 #include "shell/terminal/json_member.h"
 
 namespace vantrell::shell {

@@ -2,11 +2,11 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include "platform/foreground_program.h"
-#include "platform/terminal.h"
-#include "runtimes/provider_registry.h"
-#include "runtimes/runtime_locator.h"
-#include "runtimes/runtime_login.h"
+#include "platform/process/foreground_program.h"
+#include "platform/terminal/terminal.h"
+#include "runtimes/catalog/provider_registry.h"
+#include "runtimes/catalog/runtime_locator.h"
+#include "runtimes/catalog/runtime_login.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/provider_names.h"

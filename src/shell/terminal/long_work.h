@@ -7,8 +7,8 @@
 #include <functional>
 
 #include "app/vantrell_app.h"
-#include "platform/output_sink.h"
-#include "platform/run_loop.h"
+#include "platform/queues/output_sink.h"
+#include "platform/queues/run_loop.h"
 
 namespace vantrell::shell {
 

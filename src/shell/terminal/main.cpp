@@ -3,9 +3,9 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/process.h"
-#include "platform/terminal.h"
-#include "records/application.h"
+#include "platform/process/process.h"
+#include "platform/terminal/terminal.h"
+#include "records/values/application.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/practice_tour.h"

@@ -2,8 +2,8 @@
 #include <fmt/ranges.h>
 #include <unistd.h>
 
-#include "platform/json.h"
-#include "runtimes/provider_registry.h"
+#include "platform/values/json.h"
+#include "runtimes/catalog/provider_registry.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/session_choice.h"

@@ -2,11 +2,11 @@
 
 #include <fmt/format.h>
 
-#include "runtimes/locators.h"
-#include "runtimes/provider_registry.h"
-#include "runtimes/runtime_information.h"
-#include "runtimes/runtime_locator.h"
-#include "runtimes/runtime_login.h"
+#include "runtimes/catalog/locators.h"
+#include "runtimes/catalog/provider_registry.h"
+#include "runtimes/catalog/runtime_information.h"
+#include "runtimes/catalog/runtime_locator.h"
+#include "runtimes/catalog/runtime_login.h"
 #include "shell/terminal/run_preparation.h"
 
 namespace vantrell::shell {

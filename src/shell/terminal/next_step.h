@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
-#include "engine/runtime_install_status.h"
-#include "records/agent_provider.h"
+#include "engine/providers/runtime_install_status.h"
+#include "records/values/agent_provider.h"
 #include "runtimes/local/local_runtime.h"
 
 namespace vantrell::shell {

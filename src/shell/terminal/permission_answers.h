@@ -9,7 +9,7 @@
 #include <string>
 
 #include "engine/app_model.h"
-#include "platform/run_loop.h"
+#include "platform/queues/run_loop.h"
 #include "shell/terminal/answer_source.h"
 #include "shell/terminal/run_observer.h"
 

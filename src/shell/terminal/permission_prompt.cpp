@@ -3,7 +3,7 @@
 #include <charconv>
 #include <fmt/format.h>
 
-#include "platform/text.h"
+#include "platform/text/text.h"
 #include "shell/terminal/terminal_text.h"
 
 namespace vantrell::shell {

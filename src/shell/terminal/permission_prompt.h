@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "runtimes/agent_client.h"
+#include "runtimes/wire/agent_client.h"
 #include "shell/terminal/terminal_style.h"
 
 namespace vantrell::shell {

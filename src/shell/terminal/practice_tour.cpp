@@ -3,9 +3,9 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include "platform/files.h"
-#include "platform/terminal.h"
-#include "records/application.h"
+#include "platform/files/files.h"
+#include "platform/terminal/terminal.h"
+#include "records/values/application.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/run_command.h"
 #include "shell/terminal/run_session.h"

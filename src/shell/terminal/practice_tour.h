@@ -1,7 +1,7 @@
 // The walk-through for newcomers: one whole task with the practice agent, in a folder of its own.
 #pragma once
 
-#include "platform/process.h"
+#include "platform/process/process.h"
 
 namespace vantrell::shell {
 

@@ -1,8 +1,8 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include "platform/files.h"
-#include "platform/json.h"
+#include "platform/files/files.h"
+#include "platform/values/json.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/json_member.h"
 #include "shell/terminal/plain_words.h"

@@ -2,9 +2,9 @@
 
 #include <fmt/format.h>
 
-#include "runtimes/provider_registry.h"
-#include "runtimes/runtime_locator.h"
-#include "runtimes/runtime_login.h"
+#include "runtimes/catalog/provider_registry.h"
+#include "runtimes/catalog/runtime_locator.h"
+#include "runtimes/catalog/runtime_login.h"
 
 namespace vantrell::shell {
 

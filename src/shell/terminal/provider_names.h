@@ -1,7 +1,7 @@
 // How the user names a provider's program on the command line. Pure functions, any thread.
 #pragma once
 
-#include "records/agent_provider.h"
+#include "records/values/agent_provider.h"
 #include "shell/terminal/command.h"
 
 namespace vantrell::shell {

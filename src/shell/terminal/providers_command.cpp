@@ -1,12 +1,12 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include "platform/files.h"
-#include "platform/json.h"
-#include "platform/text.h"
+#include "platform/files/files.h"
+#include "platform/text/text.h"
+#include "platform/values/json.h"
+#include "runtimes/catalog/provider_registry.h"
+#include "runtimes/catalog/runtime_locator.h"
 #include "runtimes/local/local_runtime_service.h"
-#include "runtimes/provider_registry.h"
-#include "runtimes/runtime_locator.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/runtime_survey.h"

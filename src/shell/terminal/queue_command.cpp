@@ -3,8 +3,8 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include "platform/json.h"
-#include "platform/text.h"
+#include "platform/text/text.h"
+#include "platform/values/json.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/run_command.h"
 #include "shell/terminal/standard_output.h"

@@ -2,9 +2,9 @@
 #include <unistd.h>
 
 #include "app/user_state.h"
-#include "platform/text.h"
-#include "records/orchestration_store.h"
-#include "records/review_annotation.h"
+#include "platform/text/text.h"
+#include "records/stores/orchestration_store.h"
+#include "records/stores/review_annotation.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/state_view.h"

@@ -3,8 +3,8 @@
 #include <fmt/ranges.h>
 #include <unistd.h>
 
-#include "platform/json.h"
-#include "runtimes/provider_registry.h"
+#include "platform/values/json.h"
+#include "runtimes/catalog/provider_registry.h"
 #include "shell/terminal/awaiting.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/standard_output.h"

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "records/agent_provider.h"
-#include "records/task_modes.h"
+#include "records/values/agent_provider.h"
+#include "records/values/task_modes.h"
 #include "shell/terminal/command.h"
 
 namespace vantrell::shell {

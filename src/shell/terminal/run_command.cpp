@@ -3,9 +3,9 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include "platform/terminal.h"
-#include "runtimes/permission_mode_texts.h"
-#include "runtimes/provider_registry.h"
+#include "platform/terminal/terminal.h"
+#include "runtimes/catalog/permission_mode_texts.h"
+#include "runtimes/catalog/provider_registry.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/full_access_confirmation.h"
 #include "shell/terminal/json_printer.h"

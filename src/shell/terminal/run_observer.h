@@ -6,9 +6,9 @@
 #include <string_view>
 #include <vector>
 
-#include "engine/plan_entry.h"
-#include "records/chat_thread.h"
-#include "runtimes/agent_client.h"
+#include "engine/core/plan_entry.h"
+#include "records/values/chat_thread.h"
+#include "runtimes/wire/agent_client.h"
 
 namespace vantrell::shell {
 

@@ -3,9 +3,9 @@
 #include <filesystem>
 #include <fmt/format.h>
 
-#include "platform/files.h"
-#include "platform/terminal.h"
-#include "platform/text.h"
+#include "platform/files/files.h"
+#include "platform/terminal/terminal.h"
+#include "platform/text/text.h"
 
 namespace vantrell::shell {
 

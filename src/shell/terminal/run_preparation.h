@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/process.h"
-#include "records/chat_thread.h"
+#include "platform/process/process.h"
+#include "records/values/chat_thread.h"
 #include "shell/terminal/run_arguments.h"
 
 namespace vantrell {

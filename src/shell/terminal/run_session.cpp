@@ -3,8 +3,8 @@
 #include <csignal>
 #include <fmt/format.h>
 
-#include "engine/session_status.h"
-#include "platform/text.h"
+#include "engine/turns/session_status.h"
+#include "platform/text/text.h"
 #include "shell/terminal/task_words.h"
 
 namespace vantrell::shell {

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "app/vantrell_app.h"
-#include "platform/run_loop.h"
+#include "platform/queues/run_loop.h"
 #include "shell/terminal/answer_source.h"
 #include "shell/terminal/change_feed.h"
 #include "shell/terminal/command.h"

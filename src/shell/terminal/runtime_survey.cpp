@@ -7,11 +7,11 @@
 
 #include "app/user_state.h"
 #include "app/vantrell_app.h"
-#include "engine/model_discovery.h"
-#include "platform/text.h"
+#include "engine/providers/model_discovery.h"
+#include "platform/text/text.h"
+#include "runtimes/catalog/locators.h"
+#include "runtimes/catalog/runtime_locator.h"
 #include "runtimes/codex/codex_discovery.h"
-#include "runtimes/locators.h"
-#include "runtimes/runtime_locator.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/terminal_style.h"
 #include "shell/terminal/user_path.h"
@@ -75,7 +75,7 @@ RuntimeSurvey::RuntimeSurvey()
     : defaults_(storedOrNone()),
       runner_(std::make_shared<ProgramRunner>(loop_, pool_)),
       means_(runtimeMeans(runner_, pool_, executableChoice({}, *defaults_))),
-      desk_(std::make_shared<RuntimeDesk>(changes_, means_)),
+      desk_(std::make_shared<InstalledRuntimes>(changes_, means_)),
       secrets_(UserFolders{}.orOwn().secretStore(), loop_, pool_),
       services_(loop_, *defaults_, secrets_),
       connectors_({.main = loop_,

@@ -11,16 +11,16 @@
 
 #include "app/provider_services.h"
 #include "app/runtime_means.h"
-#include "engine/changes.h"
-#include "platform/dispatch.h"
-#include "platform/process.h"
-#include "platform/program_runner.h"
-#include "platform/run_loop.h"
-#include "platform/secret_queue.h"
-#include "platform/user_defaults.h"
-#include "runtimes/agent_error.h"
-#include "runtimes/provider_connectors.h"
-#include "runtimes/provider_usage.h"
+#include "engine/core/changes.h"
+#include "platform/process/process.h"
+#include "platform/process/program_runner.h"
+#include "platform/queues/dispatch.h"
+#include "platform/queues/run_loop.h"
+#include "platform/secrets/secret_queue.h"
+#include "platform/storage/user_defaults.h"
+#include "runtimes/catalog/provider_connectors.h"
+#include "runtimes/wire/agent_error.h"
+#include "runtimes/wire/provider_usage.h"
 #include "shell/terminal/next_step.h"
 
 namespace vantrell::shell {
@@ -73,7 +73,7 @@ class RuntimeSurvey {
   const std::shared_ptr<ProgramRunner> runner_;
   const RuntimeMeans means_;
   Changes changes_;
-  const std::shared_ptr<RuntimeDesk> desk_;
+  const std::shared_ptr<InstalledRuntimes> desk_;
   SecretQueue secrets_;
   ProviderServices services_;
   const ProviderConnectorRegistry connectors_;

@@ -4,7 +4,7 @@
 
 #include <functional>
 
-#include "records/chat_thread.h"
+#include "records/values/chat_thread.h"
 #include "shell/terminal/task_change.h"
 
 namespace vantrell::shell {

@@ -1,8 +1,8 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include "platform/json.h"
-#include "platform/text.h"
+#include "platform/text/text.h"
+#include "platform/values/json.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/json_member.h"
 #include "shell/terminal/plain_words.h"

@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "runtimes/provider_registry.h"
+#include "runtimes/catalog/provider_registry.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/provider_names.h"
 #include "shell/terminal/state_view.h"

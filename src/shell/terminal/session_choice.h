@@ -6,8 +6,8 @@
 #include <optional>
 #include <string>
 
-#include "platform/json.h"
-#include "records/chat_thread.h"
+#include "platform/values/json.h"
+#include "records/values/chat_thread.h"
 #include "shell/terminal/command.h"
 #include "shell/terminal/runtime_survey.h"
 

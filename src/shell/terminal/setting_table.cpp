@@ -4,10 +4,10 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include "platform/files.h"
-#include "platform/text.h"
+#include "platform/files/files.h"
+#include "platform/text/text.h"
+#include "runtimes/catalog/locators.h"
 #include "runtimes/local/local_runtime_service.h"
-#include "runtimes/locators.h"
 
 namespace vantrell::shell {
 

@@ -7,8 +7,8 @@
 #include <string>
 #include <string_view>
 
-#include "engine/settings.h"
-#include "platform/user_defaults.h"
+#include "engine/core/settings.h"
+#include "platform/storage/user_defaults.h"
 #include "shell/terminal/command.h"
 
 namespace vantrell::shell {

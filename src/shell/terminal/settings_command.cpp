@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include "app/user_state.h"
-#include "platform/json.h"
+#include "platform/values/json.h"
 #include "runtimes/local/local_runtime_service.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/full_access_confirmation.h"

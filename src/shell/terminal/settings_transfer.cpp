@@ -6,9 +6,9 @@
 #include <iterator>
 
 #include "app/user_state.h"
-#include "platform/run_loop.h"
-#include "platform/user_defaults.h"
-#include "records/workspace_store.h"
+#include "platform/queues/run_loop.h"
+#include "platform/storage/user_defaults.h"
+#include "records/stores/workspace_store.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/task_change.h"
 #include "shell/terminal/terminal_text.h"

@@ -2,9 +2,9 @@
 #include <fmt/ranges.h>
 #include <unistd.h>
 
-#include "platform/text.h"
-#include "records/conversation_json.h"
-#include "runtimes/provider_registry.h"
+#include "platform/text/text.h"
+#include "records/stores/conversation_json.h"
+#include "runtimes/catalog/provider_registry.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/run_preparation.h"

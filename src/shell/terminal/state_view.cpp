@@ -1,7 +1,7 @@
 #include "shell/terminal/state_view.h"
 
-#include "platform/user_defaults.h"
-#include "records/workspace_store.h"
+#include "platform/storage/user_defaults.h"
+#include "records/stores/workspace_store.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/with_app.h"
 

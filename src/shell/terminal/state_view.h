@@ -5,8 +5,8 @@
 #include <functional>
 #include <vector>
 
-#include "platform/date.h"
-#include "records/chat_thread.h"
+#include "platform/values/date.h"
+#include "records/values/chat_thread.h"
 #include "shell/terminal/command.h"
 
 namespace vantrell::shell {

@@ -1,8 +1,8 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include "engine/session_status.h"
-#include "platform/json.h"
+#include "engine/turns/session_status.h"
+#include "platform/values/json.h"
 #include "presentation/response_formatting.h"
 #include "shell/terminal/answer_lines.h"
 #include "shell/terminal/commands.h"

@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "platform/text.h"
+#include "platform/text/text.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/with_app.h"
 

@@ -2,8 +2,8 @@
 
 #include <fmt/format.h>
 
-#include "platform/files.h"
-#include "runtimes/provider_registry.h"
+#include "platform/files/files.h"
+#include "runtimes/catalog/provider_registry.h"
 #include "shell/terminal/awaiting.h"
 #include "shell/terminal/task_lookup.h"
 #include "shell/terminal/user_path.h"

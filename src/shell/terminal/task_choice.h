@@ -2,7 +2,7 @@
 #pragma once
 
 #include "app/vantrell_app.h"
-#include "platform/run_loop.h"
+#include "platform/queues/run_loop.h"
 #include "shell/terminal/run_preparation.h"
 
 namespace vantrell::shell {

@@ -1,9 +1,9 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include "platform/files.h"
-#include "platform/terminal.h"
-#include "platform/text.h"
+#include "platform/files/files.h"
+#include "platform/terminal/terminal.h"
+#include "platform/text/text.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/task_change.h"

@@ -4,7 +4,7 @@
 #include <optional>
 #include <vector>
 
-#include "records/chat_thread.h"
+#include "records/values/chat_thread.h"
 
 namespace vantrell::shell {
 

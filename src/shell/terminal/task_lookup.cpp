@@ -3,8 +3,8 @@
 #include <cctype>
 #include <fmt/format.h>
 
-#include "platform/files.h"
-#include "platform/text.h"
+#include "platform/files/files.h"
+#include "platform/text/text.h"
 #include "shell/terminal/task_words.h"
 #include "shell/terminal/terminal_text.h"
 

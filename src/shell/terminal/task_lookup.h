@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "records/chat_thread.h"
+#include "records/values/chat_thread.h"
 #include "shell/terminal/command.h"
 
 namespace vantrell::shell {

@@ -1,6 +1,6 @@
 #include "shell/terminal/task_search.h"
 
-#include "platform/utf8.h"
+#include "platform/text/utf8.h"
 #include "shell/terminal/task_list.h"
 #include "shell/terminal/terminal_text.h"
 

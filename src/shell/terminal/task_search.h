@@ -1,6 +1,6 @@
 // Full-text search over the tasks, one transcript after the other, so that only one of them need be
-// in memory. A result is what Operations::openSearchResult() opens: a workspace, a conversation in
-// it, an entry of that. Pure, any thread.
+// in memory. A result is what WorkspaceOperations::openSearchResult() opens: a workspace, a
+// conversation in it, an entry of that. Pure, any thread.
 #pragma once
 
 #include <functional>
@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/text_finder.h"
-#include "records/chat_thread.h"
+#include "platform/text/text_finder.h"
+#include "records/values/chat_thread.h"
 
 namespace vantrell::shell {
 

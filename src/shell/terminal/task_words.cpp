@@ -3,10 +3,10 @@
 #include <cmath>
 #include <fmt/format.h>
 
-#include "platform/files.h"
-#include "platform/json.h"
-#include "platform/text.h"
-#include "runtimes/provider_registry.h"
+#include "platform/files/files.h"
+#include "platform/text/text.h"
+#include "platform/values/json.h"
+#include "runtimes/catalog/provider_registry.h"
 #include "shell/terminal/json_member.h"
 #include "shell/terminal/terminal_text.h"
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "records/chat_thread.h"
+#include "records/values/chat_thread.h"
 #include "shell/terminal/text_table.h"
 
 namespace vantrell {

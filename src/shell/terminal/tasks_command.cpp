@@ -1,7 +1,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include "runtimes/provider_registry.h"
+#include "runtimes/catalog/provider_registry.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/standard_output.h"

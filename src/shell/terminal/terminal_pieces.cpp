@@ -1,7 +1,7 @@
 #include "shell/terminal/terminal_pieces.h"
 
-#include "platform/text.h"
-#include "platform/utf8.h"
+#include "platform/text/text.h"
+#include "platform/text/utf8.h"
 #include "shell/terminal/terminal_text.h"
 
 namespace vantrell::shell {

@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "platform/process.h"
-#include "platform/terminal.h"
+#include "platform/process/process.h"
+#include "platform/terminal/terminal.h"
 
 namespace vantrell::shell {
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "platform/text.h"
+#include "platform/text/text.h"
 #include "shell/terminal/inline_marks.h"
 #include "shell/terminal/terminal_text.h"
 

@@ -2,9 +2,9 @@
 
 #include <fmt/format.h>
 
-#include "platform/text.h"
+#include "platform/text/text.h"
 #include "presentation/response_formatting.h"
-#include "records/project_hook.h"
+#include "records/values/project_hook.h"
 #include "shell/terminal/activity_lines.h"
 #include "shell/terminal/answer_lines.h"
 #include "shell/terminal/permission_prompt.h"

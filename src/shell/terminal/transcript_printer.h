@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/dispatch.h"
+#include "platform/queues/dispatch.h"
 #include "shell/terminal/activity_lines.h"
 #include "shell/terminal/answer_stream.h"
 #include "shell/terminal/run_observer.h"

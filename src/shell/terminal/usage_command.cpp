@@ -3,11 +3,11 @@
 #include <unistd.h>
 
 #include "app/user_state.h"
-#include "engine/usage_reset.h"
-#include "platform/json.h"
-#include "records/orchestration_store.h"
-#include "records/usage_ledger.h"
-#include "runtimes/provider_registry.h"
+#include "engine/turns/usage_reset.h"
+#include "platform/values/json.h"
+#include "records/stores/orchestration_store.h"
+#include "records/stores/usage_ledger.h"
+#include "runtimes/catalog/provider_registry.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/full_access_confirmation.h"
 #include "shell/terminal/plain_words.h"

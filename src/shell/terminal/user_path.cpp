@@ -2,7 +2,7 @@
 
 #include <unistd.h>
 
-#include "platform/terminal.h"
+#include "platform/terminal/terminal.h"
 
 namespace vantrell::shell {
 
@@ -11,7 +11,7 @@ bool wasStartedInATerminal() {
          terminal::isTerminal(STDERR_FILENO);
 }
 
-void awaitUserPath(RunLoop& loop, RuntimeDesk& desk) {
+void awaitUserPath(RunLoop& loop, InstalledRuntimes& desk) {
   desk.readUserPath([&loop] { loop.quit(); });
   loop.run();
 }

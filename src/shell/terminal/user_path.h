@@ -3,8 +3,8 @@
 // neither find every program nor start it with the interpreter that it needs. Main queue.
 #pragma once
 
-#include "engine/runtime_desk.h"
-#include "platform/run_loop.h"
+#include "engine/providers/installed_runtimes.h"
+#include "platform/queues/run_loop.h"
 
 namespace vantrell::shell {
 
@@ -13,12 +13,12 @@ bool wasStartedInATerminal();
 
 /// Runs the loop until that PATH counts in every search and start; it is asked for once. The loop
 /// must not be running already.
-void awaitUserPath(RunLoop& loop, RuntimeDesk& desk);
+void awaitUserPath(RunLoop& loop, InstalledRuntimes& desk);
 
 /// What `look` finds. That PATH is read before, where nobody sits at a terminal, else only when
 /// nothing is found without it.
 template <typename Look>
-auto findWithUserPath(RunLoop& loop, RuntimeDesk& desk, const Look& look) {
+auto findWithUserPath(RunLoop& loop, InstalledRuntimes& desk, const Look& look) {
   if (wasStartedInATerminal()) {
     if (auto found = look()) return found;
   }

@@ -4,8 +4,8 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include "platform/terminal.h"
-#include "platform/text.h"
+#include "platform/terminal/terminal.h"
+#include "platform/text/text.h"
 #include "runtimes/tasklet/tasklet_webhook.h"
 #include "shell/terminal/command.h"
 #include "shell/terminal/plain_words.h"

@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include "runtimes/provider_registry.h"
+#include "runtimes/catalog/provider_registry.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/practice_tour.h"
 #include "shell/terminal/run_preparation.h"

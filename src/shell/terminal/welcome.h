@@ -1,7 +1,7 @@
 // What `vantrell` says by itself: what it is, which runtimes it found, and how to begin.
 #pragma once
 
-#include "platform/process.h"
+#include "platform/process/process.h"
 
 namespace vantrell::shell {
 

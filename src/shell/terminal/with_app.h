@@ -5,7 +5,7 @@
 #include <functional>
 
 #include "app/vantrell_app.h"
-#include "platform/run_loop.h"
+#include "platform/queues/run_loop.h"
 
 namespace vantrell::shell {
 

@@ -1,0 +1,131 @@
+#include "engine/core/settings.h"
+
+#include <cmath>
+
+#include "platform/storage/user_defaults.h"
+
+namespace vantrell {
+
+namespace {
+constexpr std::string_view permissionModeKey = "grokPermissionMode.v1";
+constexpr std::string_view workflowModeKey = "taskWorkflowMode.v1";
+constexpr std::string_view routingModeKey = "providerRoutingMode.v1";
+constexpr std::string_view noMeteredAPIsKey = "noMeteredAPIs.v1";
+constexpr std::string_view sessionImportKey = "externalSessionImport.v1";
+constexpr std::string_view interfaceScaleKey = "interfaceScale.v1";
+constexpr std::string_view remoteHostKey = "remoteHostEnabled.v1";
+
+template <typename Mode>
+Mode stored(const UserDefaults& defaults, std::string_view key, Mode fallback) {
+  const auto text = defaults.text(key);
+  return text ? fromRawText<Mode>(*text).value_or(fallback) : fallback;
+}
+
+/// A value of another type is left alone: it counts as true, but is not this program's to replace.
+bool storedOrTrue(UserDefaults& defaults, std::string_view key) {
+  const auto value = defaults.boolean(key);
+  const bool isMissing =
+      !value && !defaults.text(key) && !defaults.number(key) && !defaults.data(key);
+  if (isMissing) defaults.setBoolean(key, true);
+  return value.value_or(true);
+}
+
+constexpr double smallestScale = 0.8;
+constexpr double largestScale = 1.5;
+
+double scaleStep(double value, int direction) {
+  const double tenths = std::round(VantrellInterfaceScale::snapped(value) * 10) + direction;
+  return std::clamp(tenths / 10, smallestScale, largestScale);
+}
+}  // namespace
+
+double VantrellInterfaceScale::snapped(double value) {
+  if (value == 0 || std::isnan(value)) return 1.0;
+  return std::round(std::clamp(value, smallestScale, largestScale) * 10) / 10;
+}
+
+double VantrellInterfaceScale::increased(double from) {
+  return scaleStep(from, 1);
+}
+
+double VantrellInterfaceScale::decreased(double from) {
+  return scaleStep(from, -1);
+}
+
+Settings::Settings(UserDefaults& defaults, Changes& changes)
+    : defaults_(defaults), changes_(changes) {}
+
+void Settings::load() {
+  permissionMode_ = stored(defaults_, permissionModeKey, GrokPermissionMode::ask);
+  routingMode_ = stored(defaults_, routingModeKey, ProviderRoutingMode::automatic);
+  workflowMode_ = stored(defaults_, workflowModeKey, TaskWorkflowMode::build);
+  noMeteredAPIs_ = storedOrTrue(defaults_, noMeteredAPIsKey);
+  importsExternalSessions_ = storedOrTrue(defaults_, sessionImportKey);
+  interfaceScale_ =
+      VantrellInterfaceScale::snapped(defaults_.number(interfaceScaleKey).value_or(1.0));
+  isRemoteHostEnabled_ = defaults_.boolean(remoteHostKey).value_or(false);
+}
+
+void Settings::recordPermissionMode(GrokPermissionMode mode) {
+  permissionMode_ = mode;
+  announce();
+  tellUnlessStored(defaults_.setText(permissionModeKey, rawText(mode)));
+}
+
+void Settings::recordWorkflowMode(TaskWorkflowMode mode) {
+  workflowMode_ = mode;
+  announce();
+  tellUnlessStored(defaults_.setText(workflowModeKey, rawText(mode)));
+}
+
+bool Settings::lowerForPlan() {
+  if (workflowMode_ != TaskWorkflowMode::plan ||
+      permissionMode_ != GrokPermissionMode::fullAccess) {
+    return false;
+  }
+  recordPermissionMode(GrokPermissionMode::ask);
+  return true;
+}
+
+void Settings::recordRoutingMode(ProviderRoutingMode mode) {
+  routingMode_ = mode;
+  announce();
+  tellUnlessStored(defaults_.setText(routingModeKey, rawText(mode)));
+}
+
+void Settings::recordNoMeteredAPIs(bool value) {
+  noMeteredAPIs_ = value;
+  announce();
+  tellUnlessStored(defaults_.setBoolean(noMeteredAPIsKey, value));
+}
+
+void Settings::recordExternalSessionImport(bool value) {
+  importsExternalSessions_ = value;
+  announce();
+  tellUnlessStored(defaults_.setBoolean(sessionImportKey, value));
+}
+
+void Settings::setInterfaceScale(double value) {
+  interfaceScale_ = VantrellInterfaceScale::snapped(value);
+  announce();
+  tellUnlessStored(defaults_.setNumber(interfaceScaleKey, interfaceScale_));
+}
+
+void Settings::chooseForThisProcess(GrokPermissionMode permissionMode,
+                                    TaskWorkflowMode workflowMode) {
+  permissionMode_ = permissionMode;
+  workflowMode_ = workflowMode;
+  announce();
+}
+
+/// A choice that holds now and is gone at the next start must not go unnoticed.
+void Settings::tellUnlessStored(bool isStored) {
+  if (isStored) return;
+  changes_.announce({.kind = Change::Kind::saveFailed, .text = defaults_.lastError()});
+}
+
+void Settings::announce() {
+  changes_.announce({.kind = Change::Kind::settingsChanged});
+}
+
+}  // namespace vantrell

@@ -1,0 +1,354 @@
+#include "engine/core/workspace_tree.h"
+
+#include <semaphore>
+
+#include "platform/queues/dispatch.h"
+#include "records/stores/workspace_store.h"
+
+namespace vantrell {
+
+namespace {
+/// How many batches may wait for the writer; more changes gather until one is written. A disk that
+/// is slower than the stream so gets fewer and larger ones.
+constexpr std::size_t writesUnderWay = 2;
+}  // namespace
+
+/// A batch on its way to the disk.
+struct WorkspaceTree::Write {
+  SaveBatch batch;
+  std::expected<void, std::string> result;
+  std::binary_semaphore isDone{0};
+};
+
+WorkspaceTree::WorkspaceTree(MainQueue& main, WorkspaceStore& store, Changes& changes,
+                             Executor* writer)
+    : main_(main), store_(store), changes_(changes), writer_(writer) {
+  store_.onNotice = [this](std::string_view sentence) {
+    changes_.announce({.kind = Change::Kind::noticeRaised, .text = sentence});
+  };
+}
+
+WorkspaceTree::~WorkspaceTree() {
+  flush();
+  store_.onNotice = nullptr;
+}
+
+void WorkspaceTree::load() {
+  workspaces_ = store_.load(main_.now());
+  unsaved_ = {};
+  lastWriteFailed_ = !store_.lastError().empty();
+}
+
+// ---- saving -------------------------------------------------------------------------------------
+
+void WorkspaceTree::save() {
+  if (!saveHold_.expired() || writes_.size() >= writesUnderWay) {
+    saveIsDue_ = true;
+    return;
+  }
+  handOver();
+}
+
+void WorkspaceTree::handOver() {
+  saveIsDue_ = false;
+  const auto write = std::make_shared<Write>();
+  write->batch = store_.collect(workspaces_, std::exchange(unsaved_, {}));
+  if (write->batch.empty() && !lastWriteFailed_) return;
+  writes_.push_back(write);
+  if (!writer_) {
+    write->result = store_.write(std::move(write->batch));
+    return finished(write);
+  }
+  writer_->post([this, write, life = std::weak_ptr(life_), &store = store_, &main = main_] {
+    write->result = store.write(std::move(write->batch));
+    main.post([this, write, life] {
+      if (!life.expired()) finished(write);
+    });
+    // Last: the tree may go from here on, and with it all but the write.
+    write->isDone.release();
+  });
+}
+
+void WorkspaceTree::finished(const std::shared_ptr<Write>& write) {
+  // flush() may have been faster.
+  if (std::erase(writes_, write) == 0) return;
+  lastWriteFailed_ = !write->result;
+  if (!write->result) {
+    changes_.announce({.kind = Change::Kind::saveFailed, .text = write->result.error()});
+  }
+  if (saveIsDue_) save();
+}
+
+bool WorkspaceTree::flush() {
+  const auto await = [this] {
+    while (!writes_.empty()) {
+      const auto write = writes_.front();
+      write->isDone.acquire();
+      finished(write);
+    }
+  };
+  await();
+  if (lastWriteFailed_ && saveHold_.expired()) {
+    handOver();  // a last try
+    await();
+  }
+  return !lastWriteFailed_;
+}
+
+std::shared_ptr<void> WorkspaceTree::holdSaves() {
+  if (auto present = saveHold_.lock()) return present;
+  std::shared_ptr<void> hold(nullptr, [this](void*) {
+    saveHold_.reset();
+    if (std::exchange(saveIsDue_, false)) save();
+  });
+  saveHold_ = hold;
+  return hold;
+}
+
+namespace {
+
+/// Only an entry that changes is touched: each that is touched is stored again.
+void endOpenTools(Transcript& entries) {
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    const ChatEntry& entry = std::as_const(entries)[i];
+    if (entry.kind == ChatEntryKind::tool && entry.status && isOpenToolStatus(*entry.status)) {
+      entries[i].status = "failed";
+    }
+  }
+}
+
+}  // namespace
+
+void WorkspaceTree::settleRunsLeftOpen() {
+  const Date now = main_.now();
+  bool anyWasOpen = false;
+  for (auto& workspace : workspaces_) {
+    for (auto& thread : workspace.threads) {
+      for (auto& run : thread.runs) {
+        if (!isActive(run.status)) continue;
+        touch({workspace.id, thread.id}).runs.insert(run.id);
+        run.status = RunRecordStatus::interrupted;
+        run.statusMessage = "vantrell restarted before this run reported completion.";
+        run.updatedAt = now;
+        run.completedAt = now;
+        anyWasOpen = true;
+        endOpenTools(thread.entries);
+      }
+    }
+  }
+  if (anyWasOpen) save();
+}
+
+const Workspace* WorkspaceTree::workspace(const Uuid& id) const {
+  const auto found = std::ranges::find(workspaces_, id, &Workspace::id);
+  return found == workspaces_.end() ? nullptr : &*found;
+}
+
+const ChatThread* WorkspaceTree::thread(const ThreadExecutionKey& key) const {
+  if (lastWorkspace_ < workspaces_.size()) {
+    const auto& threads = workspaces_[lastWorkspace_].threads;
+    if (workspaces_[lastWorkspace_].id == key.workspaceID && lastThread_ < threads.size() &&
+        threads[lastThread_].id == key.threadID) {
+      return &threads[lastThread_];
+    }
+  }
+  const Workspace* owner = workspace(key.workspaceID);
+  const ChatThread* found = owner ? owner->thread(key.threadID) : nullptr;
+  if (found) {
+    lastWorkspace_ = static_cast<std::size_t>(owner - workspaces_.data());
+    lastThread_ = static_cast<std::size_t>(found - owner->threads.data());
+  }
+  return found;
+}
+
+ChatThread* WorkspaceTree::find(const ThreadExecutionKey& key) {
+  return const_cast<ChatThread*>(thread(key));
+}
+
+std::optional<std::string> WorkspaceTree::executionPath(const ThreadExecutionKey& key) const {
+  const ChatThread* found = thread(key);
+  if (!found) return std::nullopt;
+  return vantrell::executionPath(*workspace(key.workspaceID), *found);
+}
+
+std::optional<std::string> WorkspaceTree::executionPath(const std::optional<Uuid>& workspaceID,
+                                                        const std::optional<Uuid>& threadID) const {
+  if (workspaceID && threadID) return executionPath({*workspaceID, *threadID});
+  const Workspace* found = workspaceID ? workspace(*workspaceID) : nullptr;
+  return found ? std::optional(found->path) : std::nullopt;
+}
+
+void WorkspaceTree::addWorkspace(Workspace workspace) {
+  workspaces_.push_back(std::move(workspace));
+  structureChanged();
+}
+
+void WorkspaceTree::addThread(ChatThread thread, const Uuid& workspaceID) {
+  const auto owner = std::ranges::find(workspaces_, workspaceID, &Workspace::id);
+  if (owner == workspaces_.end()) return;
+  owner->threads.insert(owner->threads.begin(), std::move(thread));
+  structureChanged();
+  // It may be one that was taken from elsewhere and changed on the way.
+  touch({workspaceID, owner->threads.front().id}) = {.head = true, .allRuns = true, .runs = {}};
+}
+
+std::optional<ChatThread> WorkspaceTree::takeThread(const ThreadExecutionKey& key) {
+  ChatThread* found = find(key);
+  if (!found) return std::nullopt;
+  // Should a save come while it is nowhere, its rows go: what is not read by then is lost.
+  (void)std::as_const(found->entries).begin();
+  auto& threads = std::ranges::find(workspaces_, key.workspaceID, &Workspace::id)->threads;
+  std::optional<ChatThread> taken = std::move(*found);
+  threads.erase(threads.begin() + (found - threads.data()));
+  structureChanged();
+  return taken;
+}
+
+void WorkspaceTree::removeWorkspace(const Uuid& id) {
+  std::erase_if(workspaces_, [&id](const Workspace& each) { return each.id == id; });
+  structureChanged();
+}
+
+void WorkspaceTree::setWorkspacePinned(const Uuid& id, bool pinned) {
+  const auto found = std::ranges::find(workspaces_, id, &Workspace::id);
+  if (found == workspaces_.end()) return;
+  found->isPinned = pinned;
+  structureChanged();
+}
+
+void WorkspaceTree::updateThread(const ThreadExecutionKey& key,
+                                 const std::function<void(ChatThread&)>& mutate) {
+  ChatThread* found = find(key);
+  if (!found) return;
+  mutate(*found);
+  auto& marks = touch(key);
+  marks.head = marks.allRuns = true;
+  changed(Change::Kind::threadChanged, key);
+}
+
+void WorkspaceTree::updateThreadTitleIfNeeded(std::string_view prompt,
+                                              const ThreadExecutionKey& key) {
+  updateThread(key, [prompt](ChatThread& thread) { thread.nameAfterPrompt(prompt); });
+}
+
+void WorkspaceTree::appendEntry(ChatEntry entry, const ThreadExecutionKey& key) {
+  ChatThread* found = find(key);
+  if (!found) return;
+  found->updatedAt = main_.now();
+  const std::string id = entry.id;
+  found->entries.append(std::move(entry));
+  touch(key);
+  changed(Change::Kind::entryAdded, key, id);
+}
+
+void WorkspaceTree::appendSystemEntry(std::string text, const ThreadExecutionKey& key) {
+  if (!thread(key)) return;
+  ChatEntry entry;
+  entry.id = Uuid::random().text();
+  entry.kind = ChatEntryKind::system;
+  entry.text = std::move(text);
+  entry.createdAt = main_.now();
+  appendEntry(std::move(entry), key);
+  save();
+}
+
+bool WorkspaceTree::appendText(std::string_view chunk, std::string_view entryID,
+                               const ThreadExecutionKey& key) {
+  ChatThread* found = find(key);
+  ChatEntry* entry = found ? found->entries.find(entryID) : nullptr;
+  if (!entry) return false;
+  entry->text.append(chunk);
+  found->updatedAt = main_.now();
+  touch(key);
+  changed(Change::Kind::textAdded, key, entryID, chunk);
+  return true;
+}
+
+bool WorkspaceTree::updateEntry(std::string_view entryID, const ThreadExecutionKey& key,
+                                const std::function<void(ChatEntry&)>& mutate) {
+  ChatThread* found = find(key);
+  ChatEntry* entry = found ? found->entries.find(entryID) : nullptr;
+  if (!entry) return false;
+  mutate(*entry);
+  found->updatedAt = main_.now();
+  touch(key);
+  changed(Change::Kind::entryReplaced, key, entryID);
+  return true;
+}
+
+void WorkspaceTree::replaceTranscript(Transcript entries, const ThreadExecutionKey& key) {
+  ChatThread* found = find(key);
+  if (!found) return;
+  found->entries = std::move(entries);
+  touch(key);
+  changed(Change::Kind::transcriptReplaced, key);
+}
+
+Uuid WorkspaceTree::beginRun(std::string prompt, const ThreadExecutionKey& key) {
+  RunRecord run;
+  run.id = Uuid::random();
+  run.prompt = std::move(prompt);
+  run.startedAt = main_.now();
+  run.updatedAt = run.startedAt;
+  const Uuid id = run.id;
+  if (ChatThread* found = find(key)) {
+    found->runs.push_back(std::move(run));
+    touch(key).runs.insert(id);
+    changed(Change::Kind::runChanged, key, {}, {}, id);
+    // The prompt and its run are on their way to the disk before a runtime hears of them, however
+    // much is on its way already.
+    if (saveHold_.expired()) {
+      handOver();
+    } else {
+      saveIsDue_ = true;
+    }
+  }
+  return id;
+}
+
+const RunRecord* WorkspaceTree::run(const std::optional<Uuid>& runID,
+                                    const ThreadExecutionKey& key) const {
+  const ChatThread* found = runID ? thread(key) : nullptr;
+  if (!found) return nullptr;
+  // From the back: the run that is asked for is nearly always the last one.
+  const auto run = std::find_if(found->runs.rbegin(), found->runs.rend(),
+                                [&](const RunRecord& each) { return each.id == *runID; });
+  return run == found->runs.rend() ? nullptr : &*run;
+}
+
+void WorkspaceTree::updateRun(const std::optional<Uuid>& runID, const ThreadExecutionKey& key,
+                              const std::function<void(RunRecord&)>& mutate) {
+  auto* const found = const_cast<RunRecord*>(run(runID, key));
+  if (!found) return;
+  mutate(*found);
+  found->updatedAt = main_.now();
+  touch(key).runs.insert(*runID);
+  changed(Change::Kind::runChanged, key, {}, {}, runID);
+  save();
+}
+
+const RunRecord* WorkspaceTree::latestRun(const ThreadExecutionKey& key) const {
+  const ChatThread* found = thread(key);
+  return found ? found->latestRun() : nullptr;
+}
+
+Transcript WorkspaceTree::takeTranscript(const ThreadExecutionKey& key) {
+  ChatThread* found = find(key);
+  if (!found) return {};
+  Transcript taken = std::move(found->entries);
+  touch(key);
+  return taken;
+}
+
+void WorkspaceTree::structureChanged() {
+  unsaved_.structure = true;
+  changes_.announce({.kind = Change::Kind::workspacesChanged});
+}
+
+void WorkspaceTree::changed(Change::Kind kind, const ThreadExecutionKey& key,
+                            std::string_view entryID, std::string_view text,
+                            std::optional<Uuid> runID) {
+  changes_.announce({kind, key, entryID, text, runID});
+}
+
+}  // namespace vantrell

@@ -1,0 +1,57 @@
+#include "engine/providers/model_catalog.h"
+
+#include "engine/providers/model_discovery.h"
+#include "platform/queues/weakly.h"
+
+namespace vantrell {
+
+ModelCatalog::ModelCatalog(EngineCore& core, ProviderSetup& setup, UsageTracker& usage)
+    : main_(core.main), setup_(setup), usage_(usage), changes_(core.changes), ports_(core.ports) {}
+
+ModelCatalog::ModelOptions ModelCatalog::options(AgentProvider provider) const {
+  const auto known = options_.find(provider);
+  if (known != options_.end()) return known->second;
+  return setup_.connector(provider).modelOptions(setup_.connectorContext(provider));
+}
+
+void ModelCatalog::reported(AgentProvider provider, ModelOptions options) {
+  options_[provider] = std::move(options);
+  changes_.announce({.kind = Change::Kind::modelOptionsChanged});
+}
+
+void ModelCatalog::localRuntimeChanged() {
+  const auto status = setup_.localRuntimeStatus();
+  if (status.isChecking()) return changes_.announce({.kind = Change::Kind::runtimesChanged});
+  ModelOptions options{ProviderModelOption::defaultOption({ProviderEffortOption::defaultOption()})};
+  if (const auto* connection = status.connection()) {
+    options.insert(options.end(), connection->models.begin(), connection->models.end());
+  }
+  reported(AgentProvider::local, std::move(options));
+}
+
+void ModelCatalog::refreshSessionControls() {
+  askPrograms();
+  setup_.refreshLocalRuntime();
+}
+
+void ModelCatalog::askPrograms() {
+  for (const auto provider : allAgentProviders) {
+    if (!options_.contains(provider)) options_[provider] = options(provider);
+  }
+  ask(AgentProvider::grok);
+  ask(AgentProvider::codex);
+}
+
+bool ModelCatalog::ask(AgentProvider provider) {
+  const bool isAsked = discoverModels(
+      provider, main_, ports_.runtimes, setup_.connectorContext(provider).workspacePath,
+      weakly(this, [provider](ModelCatalog& self, DiscoveredModels found) {
+        --self.asked_;
+        if (found.usage) self.usage_.discovered(*found.usage);
+        self.reported(provider, std::move(found.models));
+      }));
+  if (isAsked) ++asked_;
+  return isAsked;
+}
+
+}  // namespace vantrell

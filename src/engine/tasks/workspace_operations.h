@@ -1,0 +1,115 @@
+// The user's operations on workspaces and conversations. They keep two things true: the General
+// workspace is there and first, and a selected workspace without a visible conversation (one that
+// is not archived) gets a new one at once, so that nobody stands in an empty project. An archived
+// conversation is selected only where it is asked for by its id. An operation on an id that no
+// longer exists does nothing. Main queue.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "engine/core/engine_core.h"
+#include "engine/projects/git_snapshot_service.h"
+#include "engine/projects/project_context_service.h"
+#include "engine/tasks/run_activity.h"
+
+namespace vantrell {
+
+/// A conversation in the list of recent tasks.
+struct RecentTaskReference {
+  ThreadExecutionKey key;
+  Date updatedAt;
+};
+
+class WorkspaceOperations {
+ public:
+  WorkspaceOperations(EngineCore& core, ProjectContextService& context, GitSnapshotService& git);
+
+  // Selection.
+
+  void selectThread(const Uuid& id, const Uuid& workspaceID);
+  /// Selects the workspace and its first visible conversation.
+  void selectWorkspace(const Uuid& id);
+  /// Selects the conversation of a row of the activity list, as openSearchResult() does: the row
+  /// may belong to the other half of the application.
+  void selectActivity(const RunActivity& activity);
+  /// Selects the conversation and asks the interface to bring the entry into view, also when the
+  /// conversation is selected already. The section becomes the one that shows it: `chat` for the
+  /// General workspace, `build` for a project. An archived conversation opens as it is. Where the
+  /// entry has gone, the conversation opens as ever.
+  void openSearchResult(const Uuid& workspaceID, const Uuid& threadID, std::string_view entryID);
+  /// Conversations that are not archived, newest first: in the chat section those of the General
+  /// workspace, elsewhere those of all projects.
+  std::vector<RecentTaskReference> recentTaskReferences() const;
+  /// Moves the selection along the recent tasks, past the last one to the first and back.
+  void selectAdjacentRecentTask(int offset);
+  /// Where the selected conversation works; with no conversation, the selected workspace's folder.
+  std::optional<std::string> effectiveWorkspacePath() const;
+
+  /// For start-up: the restored workspace gets a conversation where it has none to show.
+  void settleSelection();
+
+  // Projects.
+
+  /// The workspace of conversations that belong to no project.
+  const Workspace* generalWorkspace() const;
+  /// Asks the user for a folder and opens it.
+  void chooseProject();
+  /// Opens a project folder: selects it when it is known, else adds it with one empty task.
+  void addWorkspace(std::string_view path);
+  /// Forgets a project and ends its clients; nothing on disk is touched. General stays.
+  void removeWorkspace(const Uuid& id);
+  void setWorkspacePinned(const Uuid& id, bool pinned);
+  /// Archives all conversations of a workspace and begins a new one.
+  void archiveWorkspaceThreads(const Uuid& id);
+
+  // Conversations. What cannot be done says why in the interface's error message.
+
+  /// A new conversation, selected; without a workspace in the one that the section is about. With
+  /// no project to put it in, the user is asked for a folder.
+  void newThread(std::optional<Uuid> workspaceID = std::nullopt);
+  void renameThread(const Uuid& id, const Uuid& workspaceID, std::string_view title);
+  /// Ends the conversation's client and deletes it.
+  void deleteThread(const Uuid& id, const Uuid& workspaceID);
+  void moveThread(const Uuid& id, const Uuid& from, const Uuid& to);
+  void toggleThreadPin(const Uuid& id, const Uuid& workspaceID);
+  void setThreadArchived(const Uuid& id, const Uuid& workspaceID, bool archived);
+  /// Changes the selected conversation's record.
+  /// It must not change what is visible (`isArchived`).
+  void updateActiveThread(const std::function<void(ChatThread&)>& mutate);
+
+  // Drafts. Keeping one does not count as a change of the conversation.
+
+  void saveComposerDraft(std::string_view text, const std::vector<ChatAttachment>& attachments,
+                         const Uuid& threadID, const Uuid& workspaceID);
+  std::string composerDraft(const Uuid& threadID, const Uuid& workspaceID) const;
+  std::vector<ChatAttachment> composerDraftAttachments(const Uuid& threadID,
+                                                       const Uuid& workspaceID) const;
+
+ private:
+  bool isGeneral(const Uuid& workspaceID) const;
+  /// A fresh conversation for a workspace that has just become empty.
+  ChatThread replacementFor(const Uuid& workspaceID) const;
+  /// The first visible conversation; added, and saved, when there was none.
+  Uuid visibleThread(const Uuid& workspaceID);
+  /// Where a selected workspace has just lost its last visible conversation, it gets a new one.
+  void fillIfSelected(const Uuid& workspaceID);
+  /// Selects, and shows what belongs to the project.
+  void show(const Uuid& workspaceID, const Uuid& threadID,
+            std::optional<std::string> entryID = std::nullopt);
+  void showInItsSection(const ThreadExecutionKey& key, std::optional<std::string> entryID);
+  void addAndSelect(ChatThread thread, const Uuid& workspaceID);
+
+  MainQueue& main_;
+  WorkspaceTree& tree_;
+  Selection& selection_;
+  ExecutionTable& executions_;
+  ProjectContextService& context_;
+  GitSnapshotService& git_;
+  const EnginePorts& ports_;
+};
+
+}  // namespace vantrell

@@ -1,0 +1,108 @@
+#include <cerrno>
+#include <fcntl.h>
+#include <filesystem>
+#include <fmt/format.h>
+#include <stdio.h>
+#include <sys/sendfile.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/files/dated_name.h"
+#include "platform/files/files.h"
+#include "platform/files/files_system.h"
+
+namespace vantrell::files {
+namespace {
+
+/// False with errno; EEXIST when the name is taken.
+bool renameToFreeName(const std::string& from, const std::string& to) {
+  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
+  if (errno != EINVAL) return false;
+  // A file system without that flag. Only another program of the same user could come between.
+  struct stat info{};
+  if (lstat(to.c_str(), &info) == 0) {
+    errno = EEXIST;
+    return false;
+  }
+  return rename(from.c_str(), to.c_str()) == 0;
+}
+
+/// To the end that the file has when it is reached: it may grow and shrink meanwhile. False with
+/// errno.
+bool copyContent(int from, int to, const std::stop_token& stop) {
+  constexpr std::size_t step = 16 << 20;  // bytes between two looks at `stop`
+  // Costs no room where the file system can share blocks; some cannot, or answer 0.
+  bool sharesBlocks = true;
+  while (!stop.stop_requested()) {
+    ssize_t count = sharesBlocks ? copy_file_range(from, nullptr, to, nullptr, step, 0) : 0;
+    if (count <= 0 && sharesBlocks) sharesBlocks = false;
+    if (count <= 0) count = sendfile(to, from, nullptr, step);
+    if (count == 0) return true;
+    if (count < 0 && errno != EINTR) return false;
+  }
+  errno = ECANCELED;
+  return false;
+}
+
+}  // namespace
+
+std::string asideName(const std::string& path, Date date) {
+  const std::string name = lastComponent(path);
+  std::size_t dot = name.rfind('.');
+  if (dot == 0) dot = name.npos;
+  return datedName(parent(path), name.substr(0, dot) + " that could not be read", date,
+                   dot == name.npos ? "" : name.substr(dot));
+}
+
+Result<std::string> keepAside(const std::string& path, Date date) {
+  std::string aside = asideName(path, date);
+  if (!renameToFreeName(path, aside)) return failure("put aside", path);
+  if (!syncFolderOf(aside)) return failure("make durable", aside);
+  return aside;
+}
+
+Result<> move(const std::string& from, const std::string& to) {
+  if (renameToFreeName(from, to)) {
+    if (!syncFolderOf(to) || !syncFolderOf(from)) return failure("make durable", to);
+    return {};
+  }
+  if (errno != EXDEV) return failure("move", from);
+  // Under a name of its own until it is whole, so that half a copy is never taken for the folder.
+  const std::string copy = fmt::format("{}.moving", to);
+  std::error_code code;
+  std::filesystem::remove_all(copy, code);
+  using std::filesystem::copy_options;
+  std::filesystem::copy(from, copy, copy_options::recursive | copy_options::copy_symlinks, code);
+  // The old one goes for good, so all of the new one must be on the disk first.
+  if (!code) {
+    const Descriptor volume(open(copy.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!volume || syncfs(volume.number()) != 0) code = {errno, std::generic_category()};
+  }
+  if (!code && !renameToFreeName(copy, to)) code = {errno, std::generic_category()};
+  if (code) {
+    std::error_code ignored;
+    std::filesystem::remove_all(copy, ignored);
+    return failure("move", from, code.value());
+  }
+  if (!syncFolderOf(to)) return failure("make durable", to);
+  return removeTree(from);
+}
+
+Result<> copyFile(const std::string& from, const std::string& to, const std::stop_token& stop) {
+  // The open of a pipe would wait for its other end.
+  const Descriptor source(open(from.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  struct stat info{};
+  if (!source || fstat(source.number(), &info) != 0) return failure("copy", from);
+  if (!S_ISREG(info.st_mode)) return failure("copy", from, EINVAL);
+  Descriptor copy(open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+  if (!copy) return failure("copy", from);
+  const bool isWhole = copyContent(source.number(), copy.number(), stop) &&
+                       fchmod(copy.number(), info.st_mode & 07777) == 0 &&
+                       fsync(copy.number()) == 0 && copy.close() && syncFolderOf(to);
+  if (isWhole) return {};
+  const int code = errno;
+  unlink(to.c_str());
+  return failure("copy", from, code);
+}
+
+}  // namespace vantrell::files

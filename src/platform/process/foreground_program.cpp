@@ -1,0 +1,95 @@
+#include "platform/process/foreground_program.h"
+
+#include <cerrno>
+#include <csignal>
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include "platform/process/process_spawn.h"
+
+namespace vantrell {
+
+namespace {
+
+volatile std::sig_atomic_t childInFront = 0;
+
+void passOn(int signal) {
+  const int previous = errno;
+  if (childInFront > 0) ::kill(childInFront, signal);
+  errno = previous;
+}
+
+/// What this program does with a signal, until the end of the scope.
+class Disposition {
+ public:
+  Disposition(int signal, void (*handler)(int)) : signal_(signal) {
+    struct sigaction action{};
+    action.sa_handler = handler;
+    sigemptyset(&action.sa_mask);
+    ::sigaction(signal, &action, &previous_);
+  }
+  ~Disposition() { ::sigaction(signal_, &previous_, nullptr); }
+  Disposition(const Disposition&) = delete;
+  Disposition& operator=(const Disposition&) = delete;
+
+ private:
+  int signal_;
+  struct sigaction previous_{};
+};
+
+/// The child begins with the usual signals, whatever this program does with them.
+class Attributes {
+ public:
+  Attributes() {
+    ::posix_spawnattr_init(&attributes_);
+    sigset_t all;
+    sigfillset(&all);
+    ::posix_spawnattr_setsigdefault(&attributes_, &all);
+    sigset_t none;
+    sigemptyset(&none);
+    ::posix_spawnattr_setsigmask(&attributes_, &none);
+    ::posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+  }
+  ~Attributes() { ::posix_spawnattr_destroy(&attributes_); }
+  Attributes(const Attributes&) = delete;
+  Attributes& operator=(const Attributes&) = delete;
+  const posix_spawnattr_t* get() const { return &attributes_; }
+
+ private:
+  posix_spawnattr_t attributes_;
+};
+
+}  // namespace
+
+std::expected<ExitStatus, ProcessError> runInForeground(const std::string& executable,
+                                                        const std::vector<std::string>& arguments,
+                                                        const Environment& environment) {
+  const ProgramWords words(executable, arguments, environment);
+  // Ignored, as some parents leave it, it would take the child's status away before the wait.
+  const Disposition childEnd(SIGCHLD, SIG_DFL);
+  const Disposition interrupt(SIGINT, SIG_IGN);
+  const Disposition quit(SIGQUIT, SIG_IGN);
+  const Attributes attributes;
+  pid_t child = 0;
+  const int error = ::posix_spawn(&child, executable.c_str(), nullptr, attributes.get(),
+                                  words.arguments(), words.environment());
+  if (error != 0) return std::unexpected(processError(ProcessError::Step::execute, error));
+  childInFront = child;
+  int status = 0;
+  {
+    const Disposition end(SIGTERM, passOn);
+    const Disposition hangUp(SIGHUP, passOn);
+    siginfo_t info{};
+    while (::waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT) != 0 &&
+           errno == EINTR) {
+    }
+    // Before it is reaped: from then on the number may be somebody else's.
+    childInFront = 0;
+    while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+  }
+  if (WIFSIGNALED(status)) return ExitStatus{.status = 0, .signal = WTERMSIG(status)};
+  return ExitStatus{.status = WEXITSTATUS(status), .signal = 0};
+}
+
+}  // namespace vantrell

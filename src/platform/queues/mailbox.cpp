@@ -1,0 +1,99 @@
+#include "platform/queues/mailbox.h"
+
+#include <iterator>
+
+namespace vantrell {
+
+void Mailbox::deliver(Work work, std::size_t bytes) {
+  bool mustSchedule = false;
+  {
+    const std::lock_guard lock(mutex_);
+    letters_.push_back({std::move(work), bytes});
+    bytes_ += bytes;
+    if (!isFull_ && bytes_ > highWater) {
+      isFull_ = true;
+      // Under the lock: outside it, this call could overtake the one that lifts the hold.
+      if (onFullChanged_) onFullChanged_(true);
+    }
+    mustSchedule = takeSchedule();
+  }
+  if (mustSchedule) main_.post([self = shared_from_this()] { self->drain(); });
+}
+
+void Mailbox::whenFullChanges(std::function<void(bool isFull)> handler) {
+  const std::lock_guard lock(mutex_);
+  onFullChanged_ = std::move(handler);
+}
+
+bool Mailbox::takeSchedule() {
+  if (!isOpen_ || holds_ > 0 || letters_.empty()) return false;
+  return !std::exchange(isScheduled_, true);
+}
+
+Mailbox::Hold::Hold(Mailbox& mailbox) : mailbox_(mailbox) {
+  const std::lock_guard lock(mailbox_.mutex_);
+  if (mailbox_.holds_++ == 0) mailbox_.freeLetters_ = mailbox_.letters_.size();
+}
+
+Mailbox::Hold::~Hold() {
+  bool mustSchedule = false;
+  {
+    const std::lock_guard lock(mailbox_.mutex_);
+    --mailbox_.holds_;
+    mustSchedule = mailbox_.takeSchedule();
+  }
+  if (mustSchedule) {
+    mailbox_.main_.post([self = mailbox_.shared_from_this()] { self->drain(); });
+  }
+}
+
+void Mailbox::setOpen(bool open) {
+  bool mustSchedule = false;
+  {
+    const std::lock_guard lock(mutex_);
+    isOpen_ = open;
+    mustSchedule = takeSchedule();
+  }
+  if (mustSchedule) main_.post([self = shared_from_this()] { self->drain(); });
+}
+
+std::vector<Mailbox::Letter> Mailbox::takeLetters() {
+  std::vector<Letter> letters;
+  const std::lock_guard lock(mutex_);
+  isScheduled_ = false;
+  if (!isOpen_) return letters;
+  if (holds_ == 0) {
+    letters.swap(letters_);
+  } else {
+    // A hop that was under way when the hold began must not tear apart what is being held.
+    const auto end = letters_.begin() + static_cast<std::ptrdiff_t>(freeLetters_);
+    letters.assign(std::make_move_iterator(letters_.begin()), std::make_move_iterator(end));
+    letters_.erase(letters_.begin(), end);
+    freeLetters_ = 0;
+  }
+  return letters;
+}
+
+void Mailbox::drain() {
+  auto letters = takeLetters();
+  std::size_t bytes = 0;
+  auto next = letters.begin();
+  // isOpen_ changes on this queue only, so it may be read here without the lock.
+  for (; next != letters.end() && isOpen_; ++next) {
+    next->work();
+    next->work = nullptr;  // what it holds goes now, not at the end of a long batch
+    bytes += next->bytes;
+  }
+  const std::lock_guard lock(mutex_);
+  const auto left = letters.end() - next;
+  letters_.insert(letters_.begin(), std::make_move_iterator(next),
+                  std::make_move_iterator(letters.end()));
+  if (holds_ > 0) freeLetters_ += static_cast<std::size_t>(left);
+  bytes_ -= bytes;
+  if (isFull_ && bytes_ <= lowWater) {
+    isFull_ = false;
+    if (onFullChanged_) onFullChanged_(false);
+  }
+}
+
+}  // namespace vantrell

@@ -1,0 +1,138 @@
+#include "platform/queues/output_sink.h"
+
+#include <cerrno>
+#include <climits>
+#include <condition_variable>
+#include <mutex>
+#include <poll.h>
+#include <string>
+#include <thread>
+#include <unistd.h>
+
+#include "platform/queues/dispatch.h"
+
+namespace vantrell {
+
+struct OutputSink::Impl {
+  explicit Impl(int number) : descriptor(number) {}
+
+  void work() {
+    std::unique_lock lock(mutex);
+    for (;;) {
+      changed.wait(lock, [this] { return ending || !waiting.empty(); });
+      if (ending) return;
+      std::string piece = std::exchange(waiting, {});
+      lock.unlock();
+      const int failure = writeAll(piece);
+      lock.lock();
+      unwritten -= piece.size();
+      if (failure != 0 && !ending) {
+        broken = failure;
+        unwritten = 0;
+        waiting.clear();
+        if (whenBroken) whenBroken();
+      }
+      if (full && unwritten <= bound / 4) {
+        full = false;
+        whenRoomAgain();
+      }
+      changed.notify_all();
+      if (broken != 0) return;
+    }
+  }
+
+  /// In pieces that a pipe with any room takes whole, so that the thread is never stuck in write().
+  /// Answers 0 or what went wrong.
+  int writeAll(std::string_view bytes) {
+    while (!bytes.empty()) {
+      pollfd ready{.fd = descriptor, .events = POLLOUT, .revents = 0};
+      const int answer = ::poll(&ready, 1, lookAtEnding);
+      {
+        const std::lock_guard lock(mutex);
+        if (ending) return ECANCELED;
+      }
+      if (answer == 0 || (answer < 0 && errno == EINTR)) continue;
+      const ssize_t count =
+          ::write(descriptor, bytes.data(), std::min<std::size_t>(bytes.size(), PIPE_BUF));
+      if (count >= 0) {
+        bytes.remove_prefix(static_cast<std::size_t>(count));
+      } else if (errno != EINTR && errno != EAGAIN) {
+        return errno;
+      }
+    }
+    return 0;
+  }
+
+  static constexpr int lookAtEnding = 50;  // milliseconds
+
+  const int descriptor;
+  std::function<void()> whenBroken;
+  std::function<void()> whenRoomAgain;
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::string waiting;
+  std::size_t unwritten = 0;  // bytes, those that the thread is writing included
+  bool full = false;
+  bool ending = false;
+  int broken = 0;  // errno
+  std::thread thread;
+};
+
+OutputSink::OutputSink(MainQueue& main, int descriptor)
+    : impl_(std::make_unique<Impl>(descriptor)) {
+  auto alive = std::make_shared<OutputSink*>(this);
+  impl_->whenBroken = [&main, alive = std::weak_ptr(alive)] {
+    main.post([alive] {
+      const auto self = alive.lock();
+      if (self && (*self)->onBroken) (*self)->onBroken();
+    });
+  };
+  impl_->whenRoomAgain = [&main, alive = std::weak_ptr(alive)] {
+    main.post([alive] {
+      const auto self = alive.lock();
+      if (self && (*self)->onFullChanged) (*self)->onFullChanged(false);
+    });
+  };
+  // The thread's function holds it, and goes with the sink.
+  impl_->thread = std::thread([impl = impl_.get(), alive = std::move(alive)] {
+    impl->work();
+    std::unique_lock lock(impl->mutex);
+    impl->changed.wait(lock, [impl] { return impl->ending; });
+  });
+}
+
+OutputSink::~OutputSink() {
+  {
+    const std::lock_guard lock(impl_->mutex);
+    impl_->ending = true;
+  }
+  impl_->changed.notify_all();
+  impl_->thread.join();
+}
+
+void OutputSink::write(std::string_view bytes) {
+  if (bytes.empty()) return;
+  bool isFullNow = false;
+  {
+    const std::lock_guard lock(impl_->mutex);
+    if (impl_->broken != 0) return;
+    impl_->waiting += bytes;
+    impl_->unwritten += bytes.size();
+    isFullNow = impl_->unwritten > bound && !std::exchange(impl_->full, true);
+  }
+  impl_->changed.notify_all();
+  if (isFullNow && onFullChanged) onFullChanged(true);
+}
+
+bool OutputSink::flush(std::chrono::milliseconds limit) {
+  std::unique_lock lock(impl_->mutex);
+  impl_->changed.wait_for(lock, limit, [this] { return impl_->unwritten == 0; });
+  return impl_->unwritten == 0 && impl_->broken == 0;
+}
+
+int OutputSink::error() const {
+  const std::lock_guard lock(impl_->mutex);
+  return impl_->broken;
+}
+
+}  // namespace vantrell

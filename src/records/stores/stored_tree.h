@@ -1,0 +1,62 @@
+// What the store holds, as far as is needed to find what differs from it: numbers, places and
+// hashes, no content. Belongs to WorkspaceStore. Main queue.
+#pragma once
+
+#include <cstdint>
+#include <unordered_map>
+#include <vector>
+
+#include "records/stores/save_batch.h"
+#include "records/values/chat_thread.h"
+#include "records/values/tree_changes.h"
+
+namespace vantrell {
+
+class StoredTree {
+ public:
+  // While the store is read.
+
+  void addWorkspace(std::int64_t number, const SaveBatch::WorkspaceRow& row,
+                    const Workspace& workspace);
+  /// The head and the runs as they lie in the store; a head that could not be read is written anew
+  /// when the thread is next changed.
+  void addThread(std::int64_t number, const SaveBatch::ThreadRow& row, const ChatThread& thread,
+                 std::string_view head, const std::vector<std::string_view>& runs);
+  /// Numbers up to this one are taken.
+  void reserve(std::int64_t number) { lastNumber_ = std::max(lastNumber_, number); }
+
+  /// What must be written so that the store holds the tree; from now on that counts as stored.
+  SaveBatch collect(const std::vector<Workspace>& workspaces, const TreeChanges& changes);
+
+ private:
+  struct StoredWorkspace {
+    std::int64_t number = 0;
+    std::int64_t place = 0;
+    std::string name, path;
+    bool isPinned = false;
+    bool isPresent = true;  // in the tree, while its structure is compared
+  };
+  struct StoredThread {
+    std::int64_t number = 0;
+    SaveBatch::ThreadRow row;
+    std::uint64_t lineage = 0;  // of the transcript whose entries are stored
+    std::size_t headHash = 0;
+    std::vector<std::size_t> runHashes;
+    bool isPresent = true;
+  };
+
+  void collectStructure(const std::vector<Workspace>& workspaces, SaveBatch& batch);
+  void collectWorkspace(const Workspace& workspace, std::int64_t place, SaveBatch& batch);
+  void collectThreadPlaces(const Workspace& workspace, SaveBatch& batch);
+  void collectRemoved(SaveBatch& batch);
+  void collectThread(const ChatThread& thread, const TreeChanges::Thread& marks, SaveBatch& batch);
+  void collectRuns(const ChatThread& thread, StoredThread& stored, const TreeChanges::Thread& marks,
+                   SaveBatch& batch);
+  void collectEntries(const ChatThread& thread, StoredThread& stored, SaveBatch& batch);
+
+  std::unordered_map<Uuid, StoredWorkspace> workspaces_;
+  std::unordered_map<Uuid, StoredThread> threads_;
+  std::int64_t lastNumber_ = 0;  // of workspaces and threads alike
+};
+
+}  // namespace vantrell

@@ -1,0 +1,282 @@
+#include "records/stores/workspace_store.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+
+#include "platform/files/dated_name.h"
+#include "platform/files/files.h"
+#include "records/stores/conversation_json.h"
+#include "records/stores/kept_aside.h"
+#include "records/stores/tree_reader.h"
+
+namespace vantrell {
+
+namespace {
+
+/// More than an empty task, or a title.
+bool holdsConversations(const Workspace& workspace) {
+  return std::ranges::any_of(workspace.threads, [](const ChatThread& thread) {
+    return !thread.entries.empty() || !thread.runs.empty() || !thread.queuedPrompts.empty();
+  });
+}
+
+}  // namespace
+
+WorkspaceStore::WorkspaceStore(UserDefaults& defaults, std::string supportFolder)
+    : defaults_(defaults),
+      supportFolder_(std::move(supportFolder)),
+      generalPath_(files::standardized("General Chats", supportFolder_)),
+      path_(supportFolder_ + "/conversations.sqlite") {}
+
+WorkspaceStore::~WorkspaceStore() {
+  if (reader_) reader_->onDamage = nullptr;  // transcripts may outlive us, and with them the reader
+}
+
+// ---- loading ------------------------------------------------------------------------------------
+
+std::vector<Workspace> WorkspaceStore::load(Date now) {
+  // Without the folder the General workspace is of little use, but nothing else depends on it.
+  (void)files::createFolders(generalPath_);
+  std::vector<Workspace> workspaces = readTree(now);
+  applyLoadRules(workspaces);
+  lastError_.clear();
+  // What comes from the file is there already; what does not is new.
+  const auto stored = commit(workspaces, {.structure = true, .threads = {}});
+  if (!stored) lastError_ = stored.error();
+  isLoaded_ = true;
+  return workspaces;
+}
+
+// The folder may be on a disk that is not there today, so its conversations must outlive the rule.
+void WorkspaceStore::dropWithoutFolder(std::vector<Workspace>& workspaces) {
+  const auto isGone = [](const Workspace& each) { return !files::exists(each.path); };
+  std::vector<Workspace> gone;
+  std::ranges::copy_if(workspaces, std::back_inserter(gone), [&](const Workspace& each) {
+    return isGone(each) && holdsConversations(each);
+  });
+  // Where nothing may be written, nothing is lost.
+  if (gone.empty() || refusal_) {
+    std::erase_if(workspaces, isGone);
+    return;
+  }
+  std::string named;
+  for (const auto& each : gone) {
+    named += fmt::format("{}\"{}\" ({})", named.empty() ? "" : ", ", each.name, each.path);
+  }
+  const bool isOne = gone.size() == 1;
+  const std::string missing = fmt::format("The {} of {} {} missing", isOne ? "folder" : "folders",
+                                          named, isOne ? "is" : "are");
+  const auto kept = keptAside::write(supportFolder_, "conversations of missing folders", now_,
+                                     encodeWorkspaces(gone, conversationJson));
+  if (kept) {
+    std::erase_if(workspaces, isGone);
+    return tell(fmt::format(
+        "{}. The conversations there are no longer listed; they were kept in \"{}\", in "
+        "the form that \"vantrell settings import\" takes.",
+        missing, *kept));
+  }
+  tell(fmt::format("{}. The conversations there could not be kept elsewhere, so they stay: {}.",
+                   missing, kept.error().description));
+}
+
+void WorkspaceStore::applyLoadRules(std::vector<Workspace>& workspaces) {
+  dropWithoutFolder(workspaces);
+  const auto general = std::ranges::find_if(workspaces, [this](const Workspace& each) {
+    return files::standardized(each.path) == generalPath_;
+  });
+  if (general == workspaces.end()) {
+    workspaces.insert(workspaces.begin(), Workspace::makeGeneral(generalPath_, now_));
+  } else {
+    general->name = "General";
+    std::rotate(workspaces.begin(), general, general + 1);
+  }
+}
+
+/// Conversations whose project could not be read are shown in General.
+void WorkspaceStore::adoptStrays(TreeReader& reader, std::vector<Workspace>& workspaces,
+                                 Date now) const {
+  if (reader.strays.empty()) return;
+  auto general = std::ranges::find(workspaces, generalPath_, &Workspace::path);
+  if (general == workspaces.end()) {
+    general = workspaces.insert(workspaces.begin(), Workspace::makeGeneral(generalPath_, now));
+    general->threads.clear();
+  }
+  std::ranges::move(std::exchange(reader.strays, {}), std::back_inserter(general->threads));
+}
+
+std::vector<Workspace> WorkspaceStore::readTree(Date now) {
+  now_ = now;
+  stored_ = {};
+  unwritten_ = {};
+  notes_.clear();
+  notice_.reset();
+  refusal_.reset();
+  writer_.reset();
+  if (reader_) reader_->onDamage = nullptr;
+  reader_.reset();
+  isLoaded_ = documentMayGo_ = false;
+  return readDocument(readFile());
+}
+
+std::vector<Workspace> WorkspaceStore::readFile() {
+  const auto look = ConversationFile::lookAt(path_);
+  if (look.damage) return salvage(*look.damage);
+  auto opened = ConversationFile::open(path_);
+  if (!opened) {
+    const auto& error = opened.error();
+    using enum DatabaseError::Kind;
+    if (error.kind == notADatabase || error.kind == damaged) return salvage(error.text);
+    refusal_ = fmt::format("The conversations in {} could not be opened: {}", path_, error.text);
+    tell(fmt::format("{}. Nothing is saved until that is mended and Vantrell starts again.",
+                     *refusal_));
+    return {};
+  }
+  if (look.isDoubtful && !opened->isSound()) {
+    opened = std::unexpected(DatabaseError{});
+    return salvage("it is cut short");
+  }
+  const auto contents = opened->readContents();
+  if (contents.damage) {
+    const std::string reason = contents.damage->text;
+    opened = std::unexpected(DatabaseError{});
+    return salvage(reason);
+  }
+  auto reading = ConversationFile::open(path_);
+  if (!reading) {
+    refusal_ =
+        fmt::format("The conversations in {} could not be opened: {}", path_, reading.error().text);
+    tell(*refusal_ + ".");
+    return {};
+  }
+  writer_.emplace(std::move(*opened));
+  notes_ = contents.notes;
+  reader_ = std::make_shared<TreeReader>(std::move(*reading));
+  reader_->onDamage = [this](const std::string& piece, const std::string& sentence) {
+    damageMet(piece, sentence);
+  };
+  auto workspaces = reader_->read(contents, stored_);
+  adoptStrays(*reader_, workspaces, now_);
+  return workspaces;
+}
+
+// The damaged file goes out of the way whole; what can be read of a copy becomes the new one.
+std::vector<Workspace> WorkspaceStore::salvage(const std::string& reason) {
+  const auto kept = keptAside::moveDatabase(path_, keptAside::unreadable, now_);
+  if (!kept) {
+    refusal_ = fmt::format(
+        "The stored conversations could not be read ({}). {}; so that nothing is lost, no change "
+        "is saved until a copy can be kept.",
+        reason, kept.error().description);
+    tell(*refusal_);
+    return {};
+  }
+  std::vector<Workspace> workspaces;
+  const std::string scratch = path_ + ".salvage";
+  if (keptAside::copyForReading(*kept, scratch)) {
+    if (auto file = ConversationFile::open(scratch)) {
+      const auto reader = std::make_shared<TreeReader>(std::move(*file));
+      StoredTree nowhere;
+      workspaces = reader->read(reader->file().readContents(), nowhere);
+      adoptStrays(*reader, workspaces, now_);
+      for (auto& workspace : workspaces) {
+        for (auto& thread : workspace.threads) (void)thread.entries.begin();  // reads it
+      }
+    }
+  }
+  for (const char* suffix : {"", "-wal", "-shm"}) (void)files::remove(scratch + suffix);
+  std::size_t count = 0;
+  for (const auto& workspace : workspaces) count += workspace.threads.size();
+  tell(fmt::format(
+      "The stored conversations could not be read ({}). The file was kept in \"{}\"; {}", reason,
+      *kept,
+      count == 0 ? std::string("a new list begins.")
+                 : fmt::format("{} conversations could be saved from it, in full or "
+                               "in part.",
+                               count)));
+  makeIDsUnique(workspaces);
+  if (auto fresh = ConversationFile::open(path_)) {
+    writer_.emplace(std::move(*fresh));
+  } else {
+    refusal_ = fmt::format("A new store of conversations could not be made in {}: {}", path_,
+                           fresh.error().text);
+    tell(*refusal_ + ".");
+  }
+  return workspaces;
+}
+
+void WorkspaceStore::tell(std::string_view sentence) {
+  if (isLoaded_) {
+    if (onNotice) onNotice(sentence);
+    return;
+  }
+  notice_ = notice_ ? fmt::format("{} {}", *notice_, sentence) : std::string(sentence);
+}
+
+void WorkspaceStore::damageMet(const std::string& piece, const std::string& sentence) {
+  const std::string note = "copy of damaged " + piece;
+  if (const auto known = notes_.find(note); known != notes_.end() && files::exists(known->second)) {
+    return tell(fmt::format("{} A copy of the file is in \"{}\".", sentence, known->second));
+  }
+  if (!copy_) {
+    const std::string path =
+        files::datedName(supportFolder_, "conversations with damage", now_, ".sqlite");
+    if (reader_ && reader_->file().copyTo(path)) copy_ = path;
+  }
+  if (!copy_) {
+    return tell(
+        fmt::format("{} No copy of the file could be kept; it is not written over as long "
+                    "as that part of the conversation is not changed.",
+                    sentence));
+  }
+  notes_[note] = newNotes_[note] = *copy_;
+  tell(fmt::format("{} A copy of the file was kept in \"{}\".", sentence, *copy_));
+}
+
+// ---- saving -------------------------------------------------------------------------------------
+
+SaveBatch WorkspaceStore::collect(const std::vector<Workspace>& workspaces,
+                                  const TreeChanges& changes) {
+  if (refusal_ || !writer_) return {};  // nothing counts as stored
+  SaveBatch batch = stored_.collect(workspaces, changes);
+  batch.notes = std::exchange(newNotes_, {});
+  return batch;
+}
+
+std::expected<void, std::string> WorkspaceStore::write(SaveBatch batch) {
+  if (refusal_) return std::unexpected(*refusal_);
+  if (!writer_) return std::unexpected("The conversations were not loaded");
+  unwritten_.add(std::move(batch));
+  if (unwritten_.empty()) return {};
+  const auto written = writer_->write(unwritten_);
+  if (written) {
+    unwritten_ = {};
+    return {};
+  }
+  if (written.error().kind == DatabaseError::Kind::damaged) writeWhatIsSound();
+  return std::unexpected(
+      fmt::format("Could not save the conversations in {}: {}", path_, written.error().text));
+}
+
+/// A damaged page must hurt no conversation but its own.
+void WorkspaceStore::writeWhatIsSound() {
+  SaveBatch left;
+  for (auto& part : unwritten_.byThread()) {
+    if (!writer_->write(part)) left.add(std::move(part));
+  }
+  unwritten_ = std::move(left);
+}
+
+bool WorkspaceStore::save(const std::vector<Workspace>& workspaces) {
+  const auto stored = commit(workspaces, TreeChanges::everywhere(workspaces));
+  if (!stored) lastError_ = stored.error();
+  return stored.has_value();
+}
+
+std::expected<void, std::string> WorkspaceStore::commit(const std::vector<Workspace>& workspaces,
+                                                        const TreeChanges& changes) {
+  auto written = write(collect(workspaces, changes));
+  if (written && std::exchange(documentMayGo_, false)) forgetDocument();
+  return written;
+}
+
+}  // namespace vantrell

@@ -1,0 +1,141 @@
+#include "runtimes/wire/agent_connection.h"
+
+#include <fmt/format.h>
+
+#include "platform/files/files.h"
+
+namespace vantrell {
+
+namespace {
+
+/// Some runtimes colour what they write to standard error (Codex does), terminal or not. The codes
+/// are noise wherever the text is shown.
+std::string withoutColors(const std::string& text) {
+  std::string plain;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (text.compare(at, 2, "\x1b[") != 0) {
+      plain += text[at];
+      continue;
+    }
+    // The parameters end with a letter or one of a few signs.
+    at += 2;
+    while (at < text.size() && (text[at] < '@' || text[at] > '~')) ++at;
+  }
+  return plain;
+}
+
+}  // namespace
+
+AgentConnection::AgentConnection(SerialQueue queue, std::shared_ptr<Mailbox> mailbox,
+                                 AgentEvents events)
+    : queue_(std::move(queue)), events_(std::move(events)), mailbox_(std::move(mailbox)) {}
+
+AgentConnection::~AgentConnection() = default;
+
+std::optional<AgentError> AgentConnection::launch(ProcessOptions options, AgentError missing) {
+  if (!files::isExecutable(options.executable)) return missing;
+  // The process may outlive this object by the moment that its end takes.
+  const auto weak = weak_from_this();
+  JsonLineProcess::Handlers handlers;
+  handlers.onMessage = [weak](JsonObject message, std::size_t bytes) {
+    if (const auto self = weak.lock()) self->handle(std::move(message), bytes);
+  };
+  handlers.onOtherLine = [weak](std::string_view line) {
+    if (const auto self = weak.lock()) self->handleOtherLine(line);
+  };
+  handlers.onReadHandled = [weak] {
+    if (const auto self = weak.lock()) self->handOutUpdates();
+  };
+  handlers.onErrorText = [weak](std::string text) {
+    const auto self = weak.lock();
+    if (self && self->events_.log) self->events_.log(std::move(text));
+  };
+  handlers.onWriteError = [weak](std::string description) {
+    if (const auto self = weak.lock())
+      self->failPending(self->systemFailure(std::move(description)));
+  };
+  handlers.onEnd = [weak](ExitStatus status, std::string errorText) {
+    if (const auto self = weak.lock()) self->ended(status, std::move(errorText));
+  };
+  const std::string folder = options.workingFolder;
+  auto process = JsonLineProcess::start(std::move(options), queue_, mailbox_, std::move(handlers));
+  if (!process) {
+    auto& [step, number, description] = process.error();
+    // Without its name the folder's error reads as if the program were missing.
+    return systemFailure(step == ProcessError::Step::enterFolder ? folder + ": " + description
+                                                                 : std::move(description));
+  }
+  process_ = std::move(*process);
+  return std::nullopt;
+}
+
+void AgentConnection::send(const JsonObject& message) {
+  if (process_) process_->send(message);
+}
+
+void AgentConnection::gatherUpdate(JsonObject update, std::size_t bytes) {
+  updates_.push_back(std::move(update));
+  updateBytes_ += bytes;
+}
+
+void AgentConnection::handOutUpdates() {
+  if (updates_.empty()) return;
+  auto updates = std::exchange(updates_, {});
+  const auto bytes = std::exchange(updateBytes_, 0);
+  if (events_.sessionUpdates) events_.sessionUpdates(std::move(updates), bytes);
+}
+
+void AgentConnection::ask(PermissionRequest request, std::size_t bytes) {
+  questions_.push_back({std::move(request), bytes});
+  if (questions_.size() == 1) deliverFirstQuestion();
+}
+
+void AgentConnection::questionEnded(std::int64_t id) {
+  const auto found =
+      std::ranges::find(questions_, id, [](const Question& each) { return each.request.id; });
+  if (found == questions_.end()) return;
+  const bool wasShown = found == questions_.begin();
+  questions_.erase(found);
+  if (wasShown && !questions_.empty()) deliverFirstQuestion();
+}
+
+void AgentConnection::questionWithdrawn(std::int64_t id) {
+  const bool wasShown = !questions_.empty() && questions_.front().request.id == id;
+  if (wasShown && events_.permissionWithdrawn) {
+    handOutUpdates();
+    events_.permissionWithdrawn(id);
+  }
+  questionEnded(id);
+}
+
+void AgentConnection::deliverFirstQuestion() {
+  handOutUpdates();
+  const Question& first = questions_.front();
+  if (events_.permissionRequest) events_.permissionRequest(first.request, first.bytes);
+}
+
+void AgentConnection::stop() {
+  const auto ending =
+      isAtWork() ? JsonLineProcess::Ending::prompt : JsonLineProcess::Ending::gentle;
+  state_ = State::ended;
+  allQuestionsEnded();
+  release();
+  if (process_) process_->stop(ending);
+  process_.reset();
+  failPending(disconnected(runtimeName() + " stopped."));
+}
+
+void AgentConnection::ended(ExitStatus status, std::string errorText) {
+  state_ = State::ended;
+  allQuestionsEnded();
+  release();
+  // One number for both kinds of end, a signal's number being the status of what it killed.
+  std::string text = !errorText.empty()
+                         ? withoutColors(errorText)
+                         : fmt::format("{} exited with status {}.", runtimeName(),
+                                       status.signal != 0 ? status.signal : status.status);
+  failPending(disconnected(text));
+  if (events_.unexpectedTermination) events_.unexpectedTermination(std::move(text));
+}
+
+}  // namespace vantrell

@@ -1,0 +1,112 @@
+// The protocol side of a client whose runtime is a child process that speaks JSON lines: what every
+// dialect shares. All its state lies on the client's queue; a ProcessClient owns it there and
+// carries its events to the main queue. A dialect derives from it and is little but its protocol.
+//
+// A connection without a process drops what it sends, so that a dialect can be driven by itself.
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/queues/dispatch.h"
+#include "platform/values/json.h"
+#include "runtimes/wire/agent_client.h"
+#include "runtimes/wire/json_line_process.h"
+#include "runtimes/wire/provider_options.h"
+
+namespace vantrell {
+
+/// What a connection tells its client. Called on the client's queue; all may be unset. `bytes` is
+/// the length of the message on the wire.
+struct AgentEvents {
+  /// In the order in which they came, as many as one read brought.
+  std::function<void(std::vector<JsonObject> updates, std::size_t bytes)> sessionUpdates;
+  std::function<void(PermissionRequest, std::size_t bytes)> permissionRequest;
+  std::function<void(std::int64_t requestID)> permissionWithdrawn;
+  std::function<void(std::string text)> log;
+  std::function<void()> replayStarted;
+  std::function<void()> replayFailed;
+  std::function<void(std::string text)> unexpectedTermination;
+  std::function<void(std::vector<ProviderModelOption>)> modelOptions;
+  std::function<void(ProviderUsage)> usage;
+};
+
+class AgentConnection : public std::enable_shared_from_this<AgentConnection> {
+ public:
+  virtual ~AgentConnection();
+
+  // The operations of AgentClient. Completions are called here, on the client's queue.
+
+  virtual void start(std::optional<std::string> existingSessionID,
+                     AgentClient::StartCompletion completion) = 0;
+  virtual void sendPrompt(std::string prompt, AgentClient::PromptCompletion completion) = 0;
+  virtual void cancel() = 0;
+  virtual void respondToPermission(std::int64_t requestID, std::string optionID) = 0;
+  void stop();
+
+  /// One message of the runtime; `bytes` is its length on the wire.
+  virtual void handle(JsonObject message, std::size_t bytes) = 0;
+  /// One line of its output that is no message, without its line feed. Dropped unless a dialect has
+  /// a use for it.
+  virtual void handleOtherLine(std::string_view /*line*/) {}
+  /// Session updates are gathered, and handed out when all of a read has been handled and before
+  /// anything that comes behind them.
+  void handOutUpdates();
+
+ protected:
+  /// The events deliver to the mailbox.
+  AgentConnection(SerialQueue queue, std::shared_ptr<Mailbox> mailbox, AgentEvents events);
+
+  /// Starts the runtime; absent when it runs. `missing` is told of a program that is not there.
+  std::optional<AgentError> launch(ProcessOptions options, AgentError missing);
+  void send(const JsonObject& message);
+  void gatherUpdate(JsonObject update, std::size_t bytes);
+  /// One question at a time reaches the user; those behind it wait, so that none is lost behind
+  /// another. Hands out the updates that came before it.
+  void ask(PermissionRequest request, std::size_t bytes);
+  /// The question with this id has its answer: the next one may be asked.
+  void questionEnded(std::int64_t id);
+  /// The runtime no longer waits for the answer. The user is told if it was shown.
+  void questionWithdrawn(std::int64_t id);
+  void allQuestionsEnded() { questions_.clear(); }
+
+  // What a dialect has to say about the end of its runtime, and to do.
+
+  virtual std::string runtimeName() const = 0;
+  /// There is work in hand that must not go on behind a stop().
+  virtual bool isAtWork() const = 0;
+  /// Lets go of what the runtime has open here: questions to answer, terminals. Nothing can reach
+  /// it.
+  virtual void release() = 0;
+  /// The runtime no longer takes input, or is gone: whatever waits for an answer gets this one.
+  virtual void failPending(const AgentError& error) = 0;
+  /// The error of what waits when the runtime goes. `text` says how it went.
+  virtual AgentError disconnected(const std::string& text) const = 0;
+  /// A failure that is known by the system's words alone.
+  virtual AgentError systemFailure(std::string text) const { return AgentError(std::move(text)); }
+
+  enum class State { unused, open, ended };
+  State state_ = State::unused;  // open from the handshake on, ended by stop() or the process
+  const SerialQueue queue_;
+  const AgentEvents events_;
+
+ private:
+  void ended(ExitStatus status, std::string errorText);
+
+  const std::shared_ptr<Mailbox> mailbox_;
+  std::unique_ptr<JsonLineProcess> process_;
+  std::vector<JsonObject> updates_;  // gathered, not handed out yet
+  std::size_t updateBytes_ = 0;
+  struct Question {
+    PermissionRequest request;
+    std::size_t bytes;
+  };
+  void deliverFirstQuestion();
+  std::deque<Question> questions_;  // the first one is with the user
+};
+
+}  // namespace vantrell

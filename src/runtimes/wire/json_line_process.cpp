@@ -1,0 +1,126 @@
+#include "runtimes/wire/json_line_process.h"
+
+#include "platform/text/tail_buffer.h"
+#include "platform/text/text.h"
+
+namespace vantrell {
+
+namespace {
+
+/// Length of an unfinished UTF-8 sequence at the end of the bytes, 0 to 3: a character that the
+/// read cut in two.
+std::size_t unfinishedTail(std::string_view bytes) {
+  const std::size_t longest = std::min<std::size_t>(3, bytes.size());
+  for (std::size_t back = 1; back <= longest; ++back) {
+    const auto byte = static_cast<unsigned char>(bytes[bytes.size() - back]);
+    if (byte < 0x80) return 0;
+    if (byte < 0xC0) continue;  // a continuation byte: its lead stands further front
+    const std::size_t wanted = byte >= 0xF0 ? 4 : byte >= 0xE0 ? 3 : 2;
+    return wanted > back ? back : 0;
+  }
+  return 0;
+}
+
+}  // namespace
+
+struct JsonLineProcess::State {
+  Handlers handlers;
+  std::shared_ptr<Mailbox> mailbox;
+  LineBuffer lines;
+  TailBuffer errorText{keptErrorText};
+  std::string errorTail;  // of a character cut in two
+  std::optional<std::string> writeError;
+  bool wasGivenUp = false;  // for a reason that `writeError` says
+  bool isStopped = false;
+
+  void consume(std::string_view bytes) {
+    const Mailbox::Hold together(*mailbox);
+    lines.consume(bytes, [this](std::string_view line) {
+      if (isStopped) return;
+      if (auto message = json::parseObject(line)) {
+        if (handlers.onMessage) handlers.onMessage(std::move(*message), line.size());
+      } else if (handlers.onOtherLine) {
+        handlers.onOtherLine(line);
+      }
+    });
+    if (!isStopped && handlers.onReadHandled) handlers.onReadHandled();
+  }
+
+  void consumeError(std::string_view bytes) {
+    std::string chunk = std::exchange(errorTail, {});
+    chunk.append(bytes);
+    const std::size_t cut = unfinishedTail(chunk);
+    errorTail = chunk.substr(chunk.size() - cut);
+    chunk.erase(chunk.size() - cut);
+    if (chunk.empty() || !text::isValidUtf8(chunk)) return;
+    errorText.append(chunk);
+    if (handlers.onErrorText) handlers.onErrorText(std::move(chunk));
+  }
+};
+
+std::expected<std::unique_ptr<JsonLineProcess>, ProcessError> JsonLineProcess::start(
+    ProcessOptions options, SerialQueue queue, std::shared_ptr<Mailbox> mailbox,
+    Handlers handlers) {
+  auto state = std::make_shared<State>();
+  state->handlers = std::move(handlers);
+  state->mailbox = mailbox;
+
+  Process::Handlers events;
+  events.onOutput = [state](std::string_view bytes) { state->consume(bytes); };
+  events.onError = [state](std::string_view bytes) { state->consumeError(bytes); };
+  events.onWriteError = [state](ProcessError error) {
+    if (state->writeError) return;
+    state->writeError = error.description;
+    if (state->handlers.onWriteError) state->handlers.onWriteError(std::move(error.description));
+  };
+  events.onExit = [state](ExitStatus status) {
+    const Mailbox::Hold together(*state->mailbox);
+    std::string words = state->errorText.contents();
+    if (state->wasGivenUp) words += "\n" + *state->writeError;
+    if (state->handlers.onEnd) state->handlers.onEnd(status, std::string(text::trimmed(words)));
+  };
+
+  auto process = Process::start(std::move(options), std::move(queue), std::move(events));
+  if (!process) return std::unexpected(std::move(process.error()));
+  mailbox->whenFullChanges([weak = std::weak_ptr(*process)](bool isFull) {
+    const auto child = weak.lock();
+    if (!child) return;
+    if (isFull) {
+      child->pauseReading();
+    } else {
+      child->resumeReading();
+    }
+  });
+  std::unique_ptr<JsonLineProcess> made(new JsonLineProcess);
+  made->state_ = std::move(state);
+  made->process_ = std::move(*process);
+  return made;
+}
+
+JsonLineProcess::~JsonLineProcess() {
+  stop(Ending::prompt);
+}
+
+void JsonLineProcess::send(const JsonObject& message) {
+  if (!state_->writeError && process_->unsentBytes() > unreadLimit) {
+    state_->writeError = "The runtime no longer reads what it is sent, and was ended.";
+    state_->wasGivenUp = true;
+    process_->terminate();
+  }
+  if (state_->writeError && !state_->isStopped) {
+    if (state_->handlers.onWriteError) state_->handlers.onWriteError(*state_->writeError);
+    return;
+  }
+  std::string line;
+  json::appendTo(line, message);
+  line.push_back('\n');
+  process_->write(std::move(line));
+}
+
+void JsonLineProcess::stop(Ending ending) {
+  state_->isStopped = true;
+  process_->stop(Process::defaultGrace,
+                 ending == Ending::gentle ? patience : std::chrono::milliseconds::zero());
+}
+
+}  // namespace vantrell

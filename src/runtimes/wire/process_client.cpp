@@ -1,0 +1,126 @@
+#include "runtimes/wire/process_client.h"
+
+#include "platform/queues/mailbox.h"
+#include "runtimes/wire/agent_connection.h"
+#include "runtimes/wire/on_main.h"
+
+namespace vantrell {
+
+ProcessClient::ProcessClient(AgentProvider provider, std::string queueLabel, MainQueue& main,
+                             BackgroundPool& pool)
+    : provider_(provider),
+      queue_(pool, std::move(queueLabel)),
+      mailbox_(std::make_shared<Mailbox>(main)) {}
+
+ProcessClient::~ProcessClient() {
+  stop();
+}
+
+void ProcessClient::connect(
+    const std::function<std::shared_ptr<AgentConnection>(SerialQueue, std::shared_ptr<Mailbox>,
+                                                         AgentEvents)>& makeConnection) {
+  const auto tell = [mailbox = mailbox_, weak = weak_from_this()](auto event,
+                                                                  std::size_t bytes = 0) {
+    mailbox->deliver(
+        [weak, event = std::move(event)]() mutable {
+          if (const auto client = weak.lock()) event(*client);
+        },
+        bytes);
+  };
+
+  AgentEvents events;
+  events.sessionUpdates = [tell](std::vector<JsonObject> updates, std::size_t bytes) {
+    tell(
+        [updates = std::move(updates)](ProcessClient& client) mutable {
+          for (const auto& update : updates) {
+            if (client.onSessionUpdate) client.onSessionUpdate(update);
+          }
+          // Their memory goes back to where it was taken: freed here, it would make this queue wait
+          // for the allocations of the next updates, and those for this queue.
+          client.queue_.post([updates = std::move(updates)] {});
+        },
+        bytes);
+  };
+  events.permissionRequest = [tell](PermissionRequest request, std::size_t bytes) {
+    tell(
+        [request = std::move(request)](ProcessClient& client) mutable {
+          if (client.onPermissionRequest) client.onPermissionRequest(std::move(request));
+        },
+        bytes);
+  };
+  events.permissionWithdrawn = [tell](std::int64_t requestID) {
+    tell([requestID](ProcessClient& client) {
+      if (client.onPermissionWithdrawn) client.onPermissionWithdrawn(requestID);
+    });
+  };
+  events.log = [tell](std::string text) {
+    const std::size_t bytes = text.size();
+    tell(
+        [text = std::move(text)](ProcessClient& client) {
+          if (client.onLog) client.onLog(text);
+        },
+        bytes);
+  };
+  events.replayStarted = [tell] {
+    tell([](ProcessClient& client) {
+      if (client.onReplayStarted) client.onReplayStarted();
+    });
+  };
+  events.replayFailed = [tell] {
+    tell([](ProcessClient& client) {
+      if (client.onReplayFailed) client.onReplayFailed();
+    });
+  };
+  events.unexpectedTermination = [tell](std::string text) {
+    tell([text = std::move(text)](ProcessClient& client) mutable {
+      if (client.onUnexpectedTermination) client.onUnexpectedTermination(std::move(text));
+    });
+  };
+  events.modelOptions = [tell](std::vector<ProviderModelOption> options) {
+    tell([options = std::move(options)](ProcessClient& client) mutable {
+      if (client.onModelOptionsUpdate) client.onModelOptionsUpdate(std::move(options));
+    });
+  };
+
+  events.usage = [tell](ProviderUsage usage) {
+    tell([usage = std::move(usage)](ProcessClient& client) mutable {
+      if (client.onUsageUpdate) client.onUsageUpdate(std::move(usage));
+    });
+  };
+  connection_ = makeConnection(queue_, mailbox_, std::move(events));
+}
+
+void ProcessClient::start(std::optional<std::string> existingSessionID,
+                          StartCompletion completion) {
+  queue_.post([connection = connection_, session = std::move(existingSessionID),
+               completion = onMain(mailbox_, std::move(completion))]() mutable {
+    connection->start(std::move(session), std::move(completion));
+  });
+}
+
+void ProcessClient::sendPrompt(std::string prompt, PromptCompletion completion) {
+  queue_.post([connection = connection_, prompt = std::move(prompt),
+               completion = onMain(mailbox_, std::move(completion))]() mutable {
+    connection->sendPrompt(std::move(prompt), std::move(completion));
+  });
+}
+
+void ProcessClient::cancel() {
+  queue_.post([connection = connection_] { connection->cancel(); });
+}
+
+void ProcessClient::respondToPermission(std::int64_t requestID, std::string optionID) {
+  queue_.post([connection = connection_, requestID, optionID = std::move(optionID)]() mutable {
+    connection->respondToPermission(requestID, std::move(optionID));
+  });
+}
+
+void ProcessClient::setReceiving(bool receiving) {
+  mailbox_->setOpen(receiving);
+}
+
+void ProcessClient::stop() {
+  queue_.post([connection = connection_] { connection->stop(); });
+}
+
+}  // namespace vantrell

@@ -1,0 +1,72 @@
+#include "runtimes/wire/provider_options.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+
+namespace vantrell {
+
+namespace {
+std::string capitalized(std::string text) {
+  // Effort ids are ASCII words in every runtime.
+  if (!text.empty() && text[0] >= 'a' && text[0] <= 'z') text[0] = static_cast<char>(text[0] - 32);
+  return text;
+}
+}  // namespace
+
+ProviderEffortOption ProviderEffortOption::named(std::string id, std::string detail) {
+  if (detail.empty()) detail = fmt::format("Use {} reasoning effort for this session.", id);
+  std::string label = id == "xhigh" ? "Extra high" : capitalized(id);
+  return {std::move(id), std::move(label), std::move(detail)};
+}
+
+ProviderEffortOption ProviderEffortOption::defaultOption() {
+  return {"default", "Default", "Use the model's recommended reasoning effort."};
+}
+
+ProviderModelOption ProviderModelOption::defaultOption(std::vector<ProviderEffortOption> efforts) {
+  return {"default", "Default", "Use the provider's recommended model.", true, std::move(efforts)};
+}
+
+namespace {
+
+template <typename Option>
+const Option* find(const std::vector<Option>& options, std::string_view id) {
+  const auto found = std::ranges::find(options, id, &Option::id);
+  return found == options.end() ? nullptr : &*found;
+}
+
+template <typename Option>
+std::string label(const std::vector<Option>& options, const std::optional<std::string>& id) {
+  const auto* chosen = find(options, id.value_or("default"));
+  return chosen ? chosen->label : id.value_or("");
+}
+
+}  // namespace
+
+bool offers(const std::vector<ProviderModelOption>& models, std::string_view id) {
+  return find(models, id);
+}
+
+bool offers(const std::vector<ProviderEffortOption>& efforts, std::string_view id) {
+  return find(efforts, id);
+}
+
+std::vector<ProviderEffortOption> effortsOf(const std::vector<ProviderModelOption>& models,
+                                            const std::optional<std::string>& modelID) {
+  const auto* model = find(models, modelID.value_or("default"));
+  if (!model) model = find(models, "default");
+  if (model && !model->efforts.empty()) return model->efforts;
+  return {ProviderEffortOption::defaultOption()};
+}
+
+std::string labelOf(const std::vector<ProviderModelOption>& models,
+                    const std::optional<std::string>& id) {
+  return label(models, id);
+}
+
+std::string labelOf(const std::vector<ProviderEffortOption>& efforts,
+                    const std::optional<std::string>& id) {
+  return label(efforts, id);
+}
+
+}  // namespace vantrell

@@ -1,0 +1,407 @@
+#include <gmock/gmock.h>
+
+#include "engine/core/friendly_error.h"
+#include "support/engine_fixture.h"
+
+namespace vantrell::tests {
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+class Composer : public EngineFixture {
+ public:
+  /// One for each event.
+  void addHooks() {
+    for (const auto event : {ProjectHookEvent::beforeTask, ProjectHookEvent::afterTask,
+                             ProjectHookEvent::taskFailed}) {
+      model->hooks->addProjectHook(event, "hook");
+    }
+  }
+};
+
+constexpr std::string_view requestHeading = "USER REQUEST:\n";
+
+TEST_F(Composer, PromptBecomesARunThatCompletes) {
+  start();
+  model->driver->send("  Fix the parser\nplease  ", {});
+  EXPECT_EQ(thread().title, "Fix the parser");
+  EXPECT_EQ(state(), ConnectionState::connecting());
+  EXPECT_TRUE(thread().runs.empty()) << "checkpoint and hooks come before the run";
+
+  main.runReady();
+  EXPECT_EQ(run().status, RunRecordStatus::starting);
+  EXPECT_EQ(run().statusMessage, "Connecting to Kimi…");
+  EXPECT_EQ(run().prompt, "Fix the parser\nplease");
+  EXPECT_EQ(run().provider, AgentProvider::kimi);
+
+  client().opens("s-1");
+  EXPECT_EQ(run().status, RunRecordStatus::running);
+  EXPECT_EQ(run().statusMessage, "Kimi is working");
+  EXPECT_EQ(state(), ConnectionState::working());
+  ASSERT_EQ(client().prompts.size(), 1u);
+  EXPECT_THAT(client().prompts[0], StartsWith("RESPONSE STYLE\nWrite for easy scanning"));
+  EXPECT_THAT(client().prompts[0],
+              EndsWith(std::string(requestHeading) + "Fix the parser\nplease"));
+
+  client().says("Done.");
+  client().finishes();
+  EXPECT_EQ(run().status, RunRecordStatus::completed);
+  EXPECT_EQ(run().statusMessage, "Kimi finished the task.");
+  EXPECT_EQ(run().completedAt, main.now());
+  EXPECT_EQ(state(), ConnectionState::ready());
+  EXPECT_EQ(thread().sessionID(AgentProvider::kimi), "s-1");
+  EXPECT_EQ(thread().lastProvider, AgentProvider::kimi);
+  EXPECT_THAT(texts(), ElementsAre("Fix the parser\nplease", "Done."));
+  ASSERT_EQ(events.size(), 1u);
+  EXPECT_EQ(events[0].kind, "completed");
+  EXPECT_EQ(saved()[1].threads[0].runs.back().status, RunRecordStatus::completed);
+}
+
+TEST_F(Composer, StepsOfATurnKeepTheirOrder) {
+  std::vector<std::string> steps;
+  const auto step = [&](std::string name) { steps.push_back(std::move(name)); };
+  ports.prepareNotifications = [&] { step("notifications"); };
+  ports.captureCheckpoint = [&](const auto&, const std::string& label, auto, const auto& done) {
+    step(label);
+    done();
+  };
+  ports.runProjectHook = [&](const ProjectHook& hook, const auto&, const auto& reply) {
+    step(std::string(rawText(hook.event)));
+    reply("");
+  };
+  ports.gitSnapshot = [&](const auto&, const auto&, const auto&) { step("git"); };
+  ports.sendRemoteTaskEvent = [&](std::string_view kind, auto, const auto&) {
+    step(std::string(kind));
+  };
+  start();
+  model->context->setProjectInstructions("Keep to it.");
+  addHooks();
+  steps.clear();
+  const std::string prompt = "0123456789012345678901234567890123456789abcdefghij";
+  work(prompt);
+  EXPECT_THAT(
+      client().prompts[0],
+      StartsWith("VANTRELL PROJECT CONTEXT\nPROJECT INSTRUCTIONS\nKeep to it.\n\nRESPONSE STYLE"));
+  send("Next");
+  client().finishes();
+  main.runReady();
+  EXPECT_THAT(steps, ElementsAre("notifications",
+                                 "Before: 0123456789012345678901234567890123456789abcdefgh",
+                                 "beforeTask", "git", "completed", "notifications", "afterTask",
+                                 "Before: Next", "beforeTask"));
+}
+
+TEST_F(Composer, WhiteSpaceAloneIsNoPromptWhateverItsAttachments) {
+  start();
+  ChatAttachment file;
+  file.path = "a.txt";
+  model->driver->send(" \n\t", {file});
+  main.runReady();
+  EXPECT_TRUE(thread().entries.empty());
+  EXPECT_TRUE(clients.empty());
+}
+
+TEST_F(Composer, SecondTurnUsesTheKeptClientAndFillsItsRun) {
+  start();
+  model->tree.updateThread(key, [&](ChatThread& each) {
+    each.setModelID("k2", AgentProvider::kimi, main.now());
+    each.setEffort("high", AgentProvider::kimi, main.now());
+  });
+  work("One");
+  const std::string firstFallback = execution().fallbackMessageID;
+  client().finishes();
+  send("Two");
+  ASSERT_EQ(clients.size(), 1u);
+  ASSERT_EQ(client().prompts.size(), 2u);
+  EXPECT_EQ(run().provider, AgentProvider::kimi);
+  EXPECT_EQ(run().modelID, "k2");
+  EXPECT_EQ(run().effort, "high");
+  EXPECT_EQ(run().statusMessage, "Kimi is working");
+  EXPECT_NE(execution().fallbackMessageID, firstFallback);
+}
+
+TEST_F(Composer, PromptWhileBusyIsQueued) {
+  start();
+  work("One");
+  send("Two");
+  ASSERT_EQ(thread().queuedPrompts.size(), 1u);
+  EXPECT_EQ(thread().queuedPrompts[0].text, "Two");
+  EXPECT_EQ(saved()[1].threads[0].queuedPrompts.size(), 1u);
+}
+
+TEST_F(Composer, ConnectionIsTriedTwiceThirtySecondsEach) {
+  start();
+  send("Go");
+  const auto first = clients.back();
+  main.advance(std::chrono::milliseconds(29'999));
+  EXPECT_EQ(first->stops, 0);
+  main.advance(std::chrono::milliseconds(1));
+  EXPECT_EQ(first->stops, 1);
+  EXPECT_EQ(state(), ConnectionState::connecting());
+  EXPECT_EQ(run().statusMessage, "Kimi did not finish connecting. Retrying once…");
+
+  send("Later");
+  EXPECT_EQ(thread().queuedPrompts.size(), 1u) << "the pause before the retry is still connecting";
+  main.advance(std::chrono::milliseconds(500));
+  ASSERT_EQ(clients.size(), 2u);
+
+  first->opens("late");
+  EXPECT_EQ(state(), ConnectionState::connecting()) << "the dropped client has no say any more";
+  EXPECT_TRUE(clients[1]->prompts.empty());
+
+  main.advance(std::chrono::seconds(30));
+  const std::string text =
+      "Kimi could not finish connecting after two attempts. The prompt was not sent. Check the "
+      "provider sign-in in Settings, then try again.";
+  EXPECT_EQ(state(), ConnectionState::failed(text));
+  EXPECT_EQ(run().status, RunRecordStatus::failed);
+  EXPECT_EQ(run().statusMessage, text);
+  EXPECT_EQ(texts().back(), text);
+  EXPECT_EQ(events.back().message, text);
+}
+
+TEST_F(Composer, SecondAttemptCanSucceed) {
+  start();
+  send("Go");
+  main.advance(std::chrono::milliseconds(30'500));
+  client().opens("s");
+  EXPECT_EQ(client().prompts.size(), 1u);
+  main.advance(std::chrono::seconds(60));
+  EXPECT_EQ(state(), ConnectionState::working()) << "the watchdog ended with the connection";
+}
+
+TEST_F(Composer, LateAnswerOfAReplacedClientChangesNothing) {
+  start();
+  work("Go");
+  const auto old = clients.back();
+  old->fails(AgentError("broken pipe"));
+  send("Again");
+  ASSERT_EQ(clients.size(), 2u);
+  EXPECT_EQ(old->stops, 1) << "a client whose turn failed is replaced";
+  old->says("from the grave");
+  old->onUnexpectedTermination("gone");
+  old->finishes();
+  EXPECT_EQ(state(), ConnectionState::connecting());
+  EXPECT_THAT(texts(), ::testing::Not(::testing::Contains("from the grave")));
+}
+
+TEST_F(Composer, FailureIsToldAndTheQueueWaits) {
+  std::vector<ProjectHookEvent> hooks;
+  ports.runProjectHook = [&](const ProjectHook& hook, const auto&, const auto& reply) {
+    hooks.push_back(hook.event);
+    reply("Hook completed.");
+  };
+  start();
+  addHooks();
+  work("One");
+  send("Two");
+  client().fails(AgentError("Login required: unauthorized"));
+  main.runReady();
+  const std::string advice =
+      "Kimi needs you to sign in again. Use Log in with Kimi in Settings; vantrell removes "
+      "pay-per-use API keys from the runtime.";
+  EXPECT_EQ(state(), ConnectionState::failed("Login required: unauthorized"));
+  EXPECT_EQ(execution().errorMessage, advice);
+  EXPECT_EQ(run().statusMessage, advice);
+  EXPECT_THAT(texts(),
+              ElementsAre("One", "Hook completed.", "Error from Kimi: Login required: unauthorized",
+                          "Hook completed."));
+  EXPECT_EQ(events.back().kind, "needs_attention");
+  EXPECT_EQ(events.back().message, advice);
+  EXPECT_THAT(hooks, ElementsAre(ProjectHookEvent::beforeTask, ProjectHookEvent::taskFailed));
+  EXPECT_EQ(thread().queuedPrompts.size(), 1u);
+  EXPECT_NE(execution().client, nullptr) << "the client stays attached";
+}
+
+TEST_F(Composer, HandOffSurvivesTheEndOfTheExhaustedClient) {
+  std::function<void(std::string)> repositoryRead;
+  ports.repositoryState = [&](const std::string&, const auto& reply) { repositoryRead = reply; };
+  others = {AgentProvider::glm};
+  start();
+  work("Go");
+  const auto kimi = clients.back();
+  kimi->fails(AgentError("usage limit"));
+  kimi->onUnexpectedTermination("Kimi exited with status 1.");
+  send("Later");
+  EXPECT_EQ(thread().queuedPrompts.size(), 1U) << "the turn goes on";
+  repositoryRead("");
+  client().opens("g");
+  EXPECT_EQ(run().status, RunRecordStatus::running);
+  EXPECT_EQ(run().provider, AgentProvider::glm);
+}
+
+TEST_F(Composer, StartFailureDropsTheClientAndKeepsTheSession) {
+  start();
+  work("One");
+  client().finishes();
+  client().onUnexpectedTermination("gone");
+  send("Two");
+  client().failsToOpen("quota exceeded");
+  EXPECT_EQ(execution().client, nullptr);
+  EXPECT_EQ(clients.back()->stops, 1);
+  EXPECT_EQ(run().status, RunRecordStatus::failed);
+  EXPECT_EQ(run().statusMessage, "quota exceeded");
+  EXPECT_EQ(thread().sessionID(AgentProvider::kimi), "session");
+  EXPECT_EQ(clients.size(), 2u) << "a limit at the start hands nothing on";
+}
+
+TEST_F(Composer, SessionThatTheRuntimeHasLostIsToldAndForgotten) {
+  connectors[AgentProvider::kimi].isSessionLost = [](std::string_view words) {
+    return words == "no such session";
+  };
+  start();
+  work("One");
+  client().finishes();
+  for (const char* words : {"no network", "no such session"}) {
+    client().onUnexpectedTermination("gone");
+    send("Next");
+    EXPECT_EQ(client().existingSession, "session") << words;
+    client().failsToOpen(words);
+    EXPECT_EQ(run().statusMessage, words);
+    send("Once more");
+  }
+  EXPECT_EQ(client().existingSession, std::nullopt);
+  EXPECT_THAT(texts(),
+              Contains("Kimi no longer has the session of this task. The next prompt begins "
+                       "a new one, which does not know what was said before."));
+}
+
+TEST_F(Composer, NoClientShowsTheSetupHintWithoutARemoteEvent) {
+  noClientFor = AgentProvider::kimi;
+  start();
+  send("Go");
+  EXPECT_EQ(state(), ConnectionState::failed("Install it."));
+  EXPECT_EQ(run().statusMessage, "Install it.");
+  EXPECT_TRUE(events.empty());
+  EXPECT_EQ(thread().entries.size(), 1u) << "the user's words stay";
+}
+
+TEST_F(Composer, NoProviderFailsTheRun) {
+  provider.reset();
+  start();
+  send("Go");
+  EXPECT_EQ(run().statusMessage,
+            "No allowed runtime is ready. Connect a subscription, start a local runtime, or "
+            "configure Tasklet in Settings.");
+  EXPECT_EQ(events.size(), 1u);
+}
+
+TEST_F(Composer, ChangeOfProviderSendsACapsuleOnce) {
+  ports.repositoryState = [](const std::string&, const auto& reply) { reply("$ git status"); };
+  start();
+  work("Write a test");
+  client().says("I have begun.");
+  client().finishes();
+  provider = AgentProvider::glm;
+  send("Go on");
+  client().opens("g-1");
+  const std::string& capsule = client().prompts.at(0);
+  EXPECT_THAT(capsule, StartsWith("Continue this coding task after an automatic provider handoff "
+                                  "from Kimi to GLM.\n\nDo not restart completed work."));
+  EXPECT_THAT(capsule, HasSubstr("ORIGINAL USER REQUEST\nRESPONSE STYLE"));
+  EXPECT_THAT(capsule, HasSubstr("ACTIVE PLAN\nNo active plan was reported.\n\n"));
+  EXPECT_THAT(capsule, HasSubstr("USER: Write a test\n\nASSISTANT [Kimi]: I have begun.\n\nUSER: "
+                                 "Go on\n\nWORKSPACE\n" +
+                                 folder / "project" + "\n\nREPOSITORY SNAPSHOT\n$ git status\n\n"));
+  EXPECT_THAT(capsule, EndsWith("PROJECT CONTEXT\nNo project-level context was configured."));
+  EXPECT_EQ(texts().back(), "Switched this task from Kimi to GLM with visible context attached.");
+  client().finishes();
+  send("And on");
+  EXPECT_THAT(client().prompts.at(1), StartsWith("RESPONSE STYLE"));
+}
+
+TEST_F(Composer, ExhaustedAllowanceHandsTheRunOn) {
+  others = {AgentProvider::glm};
+  start();
+  work("Go");
+  const Uuid runID = run().id;
+  const auto kimi = clients.back();
+  kimi->fails(AgentError("Usage limit reached"));
+  main.runReady();
+  EXPECT_EQ(kimi->stops, 1);
+  client().opens("g");
+  EXPECT_THAT(client().prompts.at(0), HasSubstr("handoff from Kimi to GLM"));
+  EXPECT_EQ(run().id, runID) << "one run, two providers";
+  EXPECT_EQ(run().provider, AgentProvider::glm);
+  EXPECT_EQ(run().routingReason, "Kimi allowance reached; continued with GLM.");
+  EXPECT_EQ(texts().back(), "Kimi allowance reached. Automatically handed this task to GLM.");
+
+  client().fails(AgentError("quota exceeded"));
+  EXPECT_EQ(run().status, RunRecordStatus::failed) << "nothing is left to hand on to";
+  for (const auto each : {AgentProvider::kimi, AgentProvider::glm}) {
+    EXPECT_TRUE(model->usage.isExhausted(each));
+  }
+}
+
+TEST_F(Composer, EngineThatGoesWhileATurnStartsBeginsNothing) {
+  std::function<void()> checkpointTaken;
+  ports.captureCheckpoint = [&](const auto&, const auto&, auto, const auto& done) {
+    checkpointTaken = done;
+  };
+  start();
+  send("Go");
+  model.reset();
+  checkpointTaken();  // into an engine that has gone
+  main.runReady();
+  EXPECT_TRUE(clients.empty());
+}
+
+TEST_F(Composer, ConversationsRunAtOnceAndBackgroundOnesLeaveTheMirrorAlone) {
+  start();
+  work("One");
+  const auto first = clients.back();
+  const auto firstKey = key;
+  model->operations.newThread(key.workspaceID);
+  key = *model->selection.key();
+  work("Two");
+  const auto second = clients.back();
+  first->says("in the background");
+  EXPECT_EQ(model->executions.mirror().client, second);
+  EXPECT_EQ(model->tree.thread(firstKey)->entries.back().text, "in the background");
+  first->finishes();
+  EXPECT_EQ(model->executions.mirror().connectionState, ConnectionState::working());
+  EXPECT_EQ(model->tree.latestRun(firstKey)->status, RunRecordStatus::completed);
+  model->operations.selectThread(firstKey.threadID, firstKey.workspaceID);
+  EXPECT_EQ(model->executions.mirror().connectionState, ConnectionState::ready());
+}
+
+TEST_F(Composer, ResetStartsANewClientInTheStoredSession) {
+  start();
+  work("One");
+  client().finishes();
+  model->approvals.setPermissionMode(GrokPermissionMode::auto_);
+  EXPECT_EQ(clients[0]->stops, 1);
+  EXPECT_EQ(model->executions.mirror().connectionState, ConnectionState::idle());
+  send("Two");
+  ASSERT_EQ(clients.size(), 2u);
+  EXPECT_EQ(client().existingSession, "session");
+  EXPECT_EQ(contexts.back().permissionMode, GrokPermissionMode::auto_);
+}
+
+TEST(FriendlyError, AdvisesOnSignInAndOnWhatHasOneAnswer) {
+  const struct {
+    std::string_view message;
+    AgentProvider provider;
+    std::string_view expected;
+  } cases[] = {
+      {"any", AgentProvider::local, "The local runtime could not start."},
+      {"any", AgentProvider::tasklet, "Tasklet could not accept the handoff."},
+      {"AUTH failed", AgentProvider::codex,
+       "Codex needs you to sign in again. Use Log in with Chat"},
+      {"please login", AgentProvider::grok,
+       "Grok needs you to sign in again. Use the Log in button"},
+      {"Unauthorized", AgentProvider::claude, "Claude needs you to sign in again."},
+      {"Unauthorized", AgentProvider::glm, "GLM needs you to sign in again."},
+      {"connection reset", AgentProvider::kimi, "connection reset"},
+  };
+  for (const auto& each : cases) {
+    EXPECT_THAT(friendlyError(each.message, each.provider), StartsWith(std::string(each.expected)));
+  }
+}
+
+}  // namespace
+}  // namespace vantrell::tests

@@ -1,0 +1,101 @@
+#include <gmock/gmock.h>
+
+#include "support/engine_fixture.h"
+
+namespace vantrell::tests {
+namespace {
+
+using ::testing::ElementsAre;
+
+class GitSnapshotService : public EngineFixture {
+ public:
+  struct Reading {
+    std::string path;
+    std::stop_token stop;
+    std::function<void(GitWorkspaceSnapshot)> reply;
+  };
+
+  GitSnapshotService() {
+    ports.gitSnapshot = [this](const std::string& path, const std::stop_token& stop,
+                               const auto& reply) { readings.push_back({path, stop, reply}); };
+    start();
+    observation = model->changes.observe([this](const Change& change) {
+      if (change.kind == Change::Kind::gitSnapshotChanged) {
+        announced.push_back(model->git->gitSnapshot().branch);
+      }
+    });
+  }
+
+  static GitWorkspaceSnapshot on(std::string branch) {
+    return {.isRepository = true, .branch = std::move(branch)};
+  }
+  std::vector<std::string> paths() {
+    std::vector<std::string> all;
+    for (const auto& each : readings) all.push_back(each.path);
+    return all;
+  }
+
+  std::vector<Reading> readings;
+  std::vector<std::string> announced;
+  Changes::Observation observation;
+};
+
+TEST_F(GitSnapshotService, ReadsWhatIsLookedAt) {
+  const std::string general = model->operations.generalWorkspace()->path;
+  EXPECT_THAT(paths(), ElementsAre(general, folder / "project")) << "the start, then the project";
+  EXPECT_EQ(model->git->gitSnapshot(), GitWorkspaceSnapshot::unavailable());
+  readings.back().reply(on("main"));
+  work("Go");
+  client().finishes();
+  EXPECT_EQ(readings.size(), 3U) << "a task that ended has changed something";
+  EXPECT_EQ(model->git->gitSnapshot().branch, "main") << "until the new one is there";
+
+  model->tree.updateThread(key, [&](ChatThread& thread) {
+    thread.workspaceMode = TaskWorkspaceMode::isolated;
+    thread.isolatedWorkspacePath = folder.folder("worktree");
+  });
+  model->git->refreshGitSnapshot();
+  EXPECT_EQ(readings.back().path, folder / "worktree");
+
+  model->executions.selectExecution(std::nullopt, std::nullopt);
+  model->git->refreshGitSnapshot();
+  EXPECT_EQ(readings.size(), 4U);
+  EXPECT_EQ(model->git->gitSnapshot(), GitWorkspaceSnapshot::unavailable());
+  EXPECT_THAT(announced, ElementsAre("main", ""));
+}
+
+TEST_F(GitSnapshotService, ANewerReadingEndsTheOlderOne) {
+  model->git->refreshGitSnapshot();
+  ASSERT_EQ(readings.size(), 3U);
+  EXPECT_TRUE(readings[1].stop.stop_requested());
+  EXPECT_FALSE(readings[2].stop.stop_requested());
+  readings[2].reply(on("new"));
+  readings[1].reply(on("old"));
+  EXPECT_THAT(announced, ElementsAre("new"));
+  model.reset();
+  EXPECT_TRUE(readings[2].stop.stop_requested()) << "nobody is left to hear of it";
+}
+
+TEST_F(GitSnapshotService, DropsWhatBelongsToAnotherFolder) {
+  model->operations.selectWorkspace(model->operations.generalWorkspace()->id);
+  readings[1].reply(on("project"));
+  EXPECT_TRUE(announced.empty());
+
+  // A new task beside one that has its own worktree: nobody has asked for a reading.
+  model->operations.selectWorkspace(key.workspaceID);
+  model->tree.updateThread(key, [&](ChatThread& thread) {
+    thread.workspaceMode = TaskWorkspaceMode::isolated;
+    thread.isolatedWorkspacePath = folder.folder("worktree");
+  });
+  model->git->refreshGitSnapshot();
+  const Reading ofWorktree = readings.back();
+  model->operations.newThread(key.workspaceID);
+  ofWorktree.reply(on("worktree"));
+  EXPECT_TRUE(announced.empty());
+  EXPECT_EQ(readings.back().path, folder / "project");
+  readings.back().reply(on("main"));
+  EXPECT_THAT(announced, ElementsAre("main"));
+}
+
+}  // namespace
+}  // namespace vantrell::tests

@@ -1,0 +1,277 @@
+#include "engine/imagine/imagine_controller.h"
+
+#include <gmock/gmock.h>
+
+#include "engine/core/friendly_error.h"
+#include "support/engine_fixture.h"
+#include "support/environment.h"
+
+namespace vantrell::tests {
+namespace {
+
+using ::testing::ElementsAre;
+using State = ConnectionState;
+
+class ImagineDeskTest : public EngineFixture {
+ protected:
+  ImagineDeskTest() {
+    others.insert(AgentProvider::grok);
+    start();
+  }
+
+  ImagineController& desk() { return *model->imagine; }
+  void generate(const std::string& prompt, ImagineKind kind = ImagineKind::image) {
+    desk().generateImagine(prompt, kind);
+  }
+  /// Up to the point where the agent is at work.
+  void work(const std::string& prompt, ImagineKind kind = ImagineKind::image) {
+    generate(prompt, kind);
+    client().opens("media");
+  }
+  void names(const std::string& path) {
+    client().updates({{"sessionUpdate", "tool_call_update"}, {"rawOutput", "Saved " + path}});
+    main.runReady();
+  }
+  std::string library() const { return folder / "Imagine"; }
+  std::optional<std::string> error() { return model->executions.mirror().errorMessage; }
+};
+
+TEST_F(ImagineDeskTest, MakesAPictureAndServesTheNextPromptWithTheSameClient) {
+  generate("  a fox \n");
+  EXPECT_EQ(desk().imagineState(), State::connecting());
+  EXPECT_EQ(desk().imagineProgress(), "Preparing image generation…");
+  EXPECT_EQ(contexts.back().workspacePath, library()) << "the agent works in the library";
+  EXPECT_FALSE(client().existingSession);
+  client().opens("media");
+  EXPECT_EQ(desk().imagineState(), State::working());
+  EXPECT_EQ(desk().imagineProgress(), "Grok is generating an image…");
+  EXPECT_THAT(client().prompts, ElementsAre("/imagine a fox"));
+  client().updates({{"sessionUpdate", "tool_call"}, {"title", "image_gen"}});
+  EXPECT_EQ(desk().imagineProgress(), "image_gen");
+  client().updates({{"sessionUpdate", "tool_call_update"}, {"title", ""}});
+  client().updates(
+      {{"sessionUpdate", "agent_thought_chunk"}, {"content", JsonObject{{"text", "hm"}}}});
+  EXPECT_EQ(desk().imagineProgress(), "image_gen");
+  client().says(" Done. ");
+  EXPECT_EQ(desk().imagineProgress(), "Done.");
+
+  const auto path = folder.file("out/fox.jpg", "pixels");
+  names(path);
+  names(path);
+  EXPECT_EQ(desk().imagineProgress(), "Image ready");
+  ASSERT_EQ(desk().imagineItems().size(), 1u) << "one file, named twice";
+  EXPECT_EQ(desk().imagineItems().front().prompt, "a fox");
+  EXPECT_EQ(ImagineStore::peek(folder.path()), desk().imagineItems()) << "stored at once";
+  client().finishes();
+  EXPECT_EQ(desk().imagineState(), State::ready());
+  EXPECT_EQ(events.back().kind, "imagine_completed");
+  EXPECT_EQ(events.back().message, "Your image is ready.");
+
+  generate("a fox in motion", ImagineKind::video);
+  EXPECT_EQ(clients.size(), 1u);
+  EXPECT_EQ(client().prompts.back(), "/imagine-video a fox in motion");
+  EXPECT_EQ(desk().imagineProgress(), "Grok is generating a video…");
+  names(path);
+  EXPECT_EQ(desk().imagineItems().size(), 2u) << "another prompt may give the same file";
+  EXPECT_EQ(desk().imagineItems().front().kind, ImagineKind::image) << "the file says what it is";
+  client().finishes();
+  EXPECT_EQ(events.back().message, "Your video is ready.");
+}
+
+TEST_F(ImagineDeskTest, SaysThatItFinishedWhereTheAgentSaidNothing) {
+  work("a fox");
+  client().finishes();
+  EXPECT_EQ(desk().imagineProgress(), "Generation finished");
+}
+
+TEST_F(ImagineDeskTest, NeedsAPromptAndTheProgram) {
+  generate(" \n");
+  EXPECT_EQ(desk().imagineState(), State::idle());
+  connectors[AgentProvider::grok].isAvailable = [](const auto&) { return false; };
+  generate("a fox");
+  EXPECT_EQ(error(), "Install and log in to Grok Build before using Imagine.");
+  EXPECT_EQ(model->runtimes->installStatus(), RuntimeInstallStatus::missing());
+  EXPECT_TRUE(clients.empty());
+}
+
+TEST_F(ImagineDeskTest, NeedsALibrary) {
+  folder.file("Imagine", "a file in its place");
+  generate("a fox");
+  EXPECT_EQ(desk().imagineState(), State::failed("Could not create the Imagine library."));
+  EXPECT_TRUE(clients.empty());
+}
+
+TEST_F(ImagineDeskTest, FailsWithAdvice) {
+  generate("a fox");
+  client().failsToOpen("not authenticated");
+  EXPECT_EQ(desk().imagineState(), State::failed("not authenticated"));
+  EXPECT_EQ(error(), friendlyError("not authenticated", AgentProvider::grok));
+  work("a fox");
+  EXPECT_EQ(clients.size(), 2u);
+  EXPECT_EQ(clients.front()->stops, 1);
+  client().fails(AgentError("quota"));
+  EXPECT_EQ(desk().imagineState(), State::failed("quota"));
+  EXPECT_EQ(desk().imagineProgress(), "Generation failed");
+  EXPECT_EQ(events.back().kind, "imagine_attention");
+  EXPECT_EQ(events.back().message, error());
+}
+
+TEST_F(ImagineDeskTest, TellsOfAClientThatDiesAndTakesAnother) {
+  work("a fox");
+  client().onUnexpectedTermination("Grok exited with status 3.");
+  EXPECT_EQ(desk().imagineState(), State::failed("Grok exited with status 3."));
+  EXPECT_EQ(error(), "Grok exited with status 3.");
+  desk().cancelImagine();
+  generate("a fox");
+  EXPECT_EQ(clients.size(), 2u) << "one that is dead serves no prompt, not even after a stop";
+}
+
+TEST_F(ImagineDeskTest, NewPromptWhileItWorksTakesTheClientsPlace) {
+  work("a fox");
+  const auto first = clients.front();
+  first->onPermissionRequest({1, "Draw", "", {}});
+  generate("an owl");
+  EXPECT_EQ(first->stops, 1);
+  EXPECT_EQ(model->executions.mirror().permissionRequest, nullptr) << "its question went with it";
+  EXPECT_EQ(desk().imagineState(), State::connecting());
+  first->says("late");
+  first->promptCompletions.back()(JsonObject{});
+  first->onUnexpectedTermination("late");
+  EXPECT_EQ(desk().imagineState(), State::connecting());
+  EXPECT_EQ(desk().imagineProgress(), "Preparing image generation…");
+}
+
+TEST_F(ImagineDeskTest, CancelKeepsWhatWasCopiedAndIsNoSuccess) {
+  work("a fox");
+  names(folder.file("fox.png", "1"));
+  desk().cancelImagine();
+  EXPECT_EQ(client().cancels, 1);
+  EXPECT_EQ(desk().imagineState(), State::ready());
+  EXPECT_EQ(desk().imagineProgress(), "Stopped");
+  EXPECT_EQ(desk().imagineItems().size(), 1u);
+  const auto told = events.size();
+
+  // The agent takes one prompt at a time: the next one waits for the end of the stopped one.
+  generate("an owl");
+  EXPECT_EQ(desk().imagineState(), State::working());
+  EXPECT_EQ(client().prompts.size(), 1u);
+  client().finishes();
+  EXPECT_EQ(events.size(), told) << "nobody hears that the stopped one is ready";
+  EXPECT_EQ(client().prompts.back(), "/imagine an owl");
+  client().finishes();
+  EXPECT_EQ(events.back().message, "Your image is ready.");
+}
+
+TEST_F(ImagineDeskTest, WhatAStoppedAgentStillSaysBelongsToTheStoppedPrompt) {
+  work("a fox");
+  desk().cancelImagine();
+  client().says("late");
+  EXPECT_EQ(desk().imagineProgress(), "Stopped");
+  generate("an owl", ImagineKind::video);
+  client().says("later");
+  EXPECT_EQ(desk().imagineProgress(), "Preparing video generation…");
+  names(folder.file("fox.png", "1"));
+  EXPECT_EQ(desk().imagineItems().front().prompt, "a fox");
+  client().finishes();
+  EXPECT_EQ(client().prompts.back(), "/imagine-video an owl");
+  EXPECT_EQ(desk().imagineAnswer(), "");
+}
+
+TEST_F(ImagineDeskTest, AgentThatDoesNotEndWhatWasStoppedIsReplaced) {
+  const struct {
+    const char* what;
+    bool isOpen;
+  } cases[] = {{"at work", true}, {"connecting", false}};
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.what);
+    desk().reset();
+    generate("a fox");
+    if (each.isOpen) client().opens("media");
+    const auto first = clients.back();
+    desk().cancelImagine();
+    generate("an owl");
+    main.advance(ImagineController::stopPatience);
+    EXPECT_NE(clients.back(), first);
+    EXPECT_EQ(first->stops, 1);
+    client().opens("media");
+    EXPECT_THAT(client().prompts, ElementsAre("/imagine an owl"));
+    main.advance(ImagineController::stopPatience);
+    EXPECT_EQ(client().stops, 0) << "it is at work, and takes its time";
+  }
+}
+
+TEST_F(ImagineDeskTest, CopiesFewFilesAtOnceAndNoneBehindItsEnd) {
+  struct Held final : Executor {
+    void post(Work work) override { all.push_back(std::move(work)); }
+    std::vector<Work> all;
+  } held;
+  model.reset();
+  ports.imagine.background = &held;
+  start();
+  work("foxes");
+  const auto named = [this](const char* name) { return folder.file(name, name); };
+  names(named("a.png") + "\n" + named("b.png") + "\n" + named("c.png"));
+  client().finishes();
+  ASSERT_EQ(held.all.size(), 2u);
+  held.all[0]();
+  main.runReady();
+  EXPECT_EQ(held.all.size(), 3u);
+  EXPECT_EQ(desk().imagineItems().size(), 1u);
+  EXPECT_TRUE(desk().hasUnfinishedWork());
+  const auto files = folder.names("Imagine");
+  model.reset();
+  held.all[1]();
+  EXPECT_EQ(folder.names("Imagine"), files) << "nobody would list it";
+}
+
+TEST_F(ImagineDeskTest, SaysWhyAFileCouldNotBeCopied) {
+  work("a fox");
+  names(folder / "missing.png");
+  EXPECT_EQ(desk().imagineCopyError(), "");
+  std::filesystem::remove_all(library());
+  folder.file("Imagine", "a file in its place");
+  names(folder.file("fox.png", "1"));
+  EXPECT_TRUE(desk().imagineItems().empty());
+  EXPECT_TRUE(desk().imagineCopyError().contains(library())) << desk().imagineCopyError();
+}
+
+TEST_F(ImagineDeskTest, CancelBeforeTheSessionIsOpenSendsNothing) {
+  generate("a fox");
+  desk().cancelImagine();
+  generate("an owl");
+  EXPECT_EQ(desk().imagineState(), State::connecting());
+  desk().cancelImagine();
+  client().opens("media");
+  EXPECT_TRUE(client().prompts.empty());
+  generate("a hare");
+  EXPECT_THAT(client().prompts, ElementsAre("/imagine a hare"));
+  EXPECT_EQ(clients.size(), 1u);
+}
+
+TEST_F(ImagineDeskTest, DeletedItemGoesWithItsFileOrWithoutIt) {
+  Environment environment;
+  environment.set("XDG_DATA_HOME", folder / "data");
+  work("a fox");
+  names(folder.file("fox.png", "1"));
+  names(folder.file("owl.png", "2"));
+  const auto items = desk().imagineItems();
+  desk().deleteImagineItem(items[0].id);
+  EXPECT_FALSE(files::exists(items[0].localPath));
+  std::filesystem::remove(items[1].localPath);
+  desk().deleteImagineItem(items[1].id);
+  EXPECT_TRUE(desk().imagineItems().empty());
+  EXPECT_TRUE(ImagineStore::peek(folder.path()).empty());
+}
+
+TEST_F(ImagineDeskTest, LibraryIsThereAfterARestart) {
+  work("a fox");
+  names(folder.file("fox.png", "1"));
+  const auto items = desk().imagineItems();
+  model.reset();
+  EXPECT_EQ(client().stops, 1);
+  start();
+  EXPECT_EQ(desk().imagineItems(), items);
+}
+
+}  // namespace
+}  // namespace vantrell::tests

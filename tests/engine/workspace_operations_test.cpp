@@ -1,0 +1,261 @@
+#include <gmock/gmock.h>
+
+#include "support/engine_fixture.h"
+
+namespace vantrell::tests {
+namespace {
+
+using ::testing::ElementsAre;
+
+class WorkspaceOperations : public EngineFixture {
+ public:
+  vantrell::WorkspaceOperations& operations() { return model->operations; }
+  const Workspace& project() { return *model->tree.workspace(key.workspaceID); }
+  const Workspace& general() { return *operations().generalWorkspace(); }
+  Uuid selected() { return model->selection.key()->threadID; }
+  std::string error() { return model->executions.mirror().errorMessage.value_or(""); }
+  Uuid addTask() {
+    operations().newThread(key.workspaceID);
+    return selected();
+  }
+};
+
+TEST_F(WorkspaceOperations, DeletingTheOnlyTaskLeavesANewOneSelected) {
+  start();
+  work("Go");
+  operations().deleteThread(key.threadID, key.workspaceID);
+  ASSERT_EQ(project().threads.size(), 1U);
+  EXPECT_NE(project().threads[0].id, key.threadID);
+  EXPECT_EQ(project().threads[0].title, "New task");
+  EXPECT_EQ(selected(), project().threads[0].id);
+  EXPECT_EQ(client().stops, 1);
+  client().says("late");  // finds no conversation
+  EXPECT_EQ(saved()[1].threads.size(), 1U);
+}
+
+TEST_F(WorkspaceOperations, RemovingAProjectEndsItsClientsAndSelectsTheFirst) {
+  start();
+  work("Go");
+  operations().removeWorkspace(general().id);
+  EXPECT_EQ(model->tree.workspaces().size(), 2U) << "General stays";
+  operations().removeWorkspace(key.workspaceID);
+  EXPECT_EQ(client().stops, 1);
+  EXPECT_EQ(model->tree.workspaces().size(), 1U);
+  EXPECT_EQ(model->selection.key()->workspaceID, general().id);
+  EXPECT_TRUE(std::filesystem::exists(folder / "project"));
+}
+
+TEST_F(WorkspaceOperations, NewTaskGoesWhereTheSectionWorks) {
+  std::string asked;
+  ports.chooseFolder = [&](std::string_view title, std::string_view prompt, const auto& reply) {
+    asked = std::string(title) + "/" + std::string(prompt);
+    reply(folder.folder("chosen"));
+  };
+  model = std::make_unique<AppModel>(main, *defaults, store, ports);
+  operations().newThread();
+  EXPECT_EQ(asked, "Choose a project/Open Project") << "there is no project yet";
+  EXPECT_EQ(model->tree.workspaces()[1].name, "chosen");
+
+  model->selection.section = AppSection::imagine;
+  operations().newThread();
+  EXPECT_EQ(model->selection.section, AppSection::chat);
+  EXPECT_EQ(model->selection.key()->workspaceID, general().id);
+  EXPECT_EQ(model->tree.thread(*model->selection.key())->title, "New chat");
+
+  model->selection.section = AppSection::build;
+  operations().newThread();
+  EXPECT_EQ(model->selection.key()->workspaceID, model->tree.workspaces()[1].id);
+  EXPECT_EQ(model->tree.thread(*model->selection.key())->title, "New task");
+}
+
+TEST_F(WorkspaceOperations, ActiveTasksAreNeitherMovedNorArchived) {
+  start();
+  work("Go");
+  operations().moveThread(key.threadID, key.workspaceID, general().id);
+  EXPECT_EQ(error(), "Stop this conversation before moving it to another project.");
+  operations().setThreadArchived(key.threadID, key.workspaceID, true);
+  EXPECT_EQ(error(), "Stop this conversation before archiving it.");
+  operations().archiveWorkspaceThreads(key.workspaceID);
+  EXPECT_EQ(error(), "Stop active tasks before archiving this project's conversations.");
+  EXPECT_FALSE(thread().isArchived);
+  operations().moveThread(Uuid::random(), key.workspaceID, general().id);
+  EXPECT_EQ(error(), "That conversation or destination project is no longer available.");
+}
+
+TEST_F(WorkspaceOperations, MovedTaskStartsAfreshInItsNewFolderAndIsFollowed) {
+  start();
+  work("Go");
+  client().finishes();
+  operations().addWorkspace(folder.folder("other"));
+  const Uuid other = model->selection.key()->workspaceID;
+  operations().selectThread(key.threadID, key.workspaceID);
+  operations().moveThread(key.threadID, key.workspaceID, other);
+  EXPECT_EQ(project().threads.size(), 1U) << "a new one is left behind";
+  EXPECT_EQ(model->selection.key(), (ThreadExecutionKey{other, key.threadID}));
+  const ChatThread& moved = model->tree.workspace(other)->threads[0];
+  EXPECT_EQ(moved.sessionID(AgentProvider::kimi), std::nullopt);
+  EXPECT_EQ(moved.entries.back().title, "Moved to other");
+  EXPECT_EQ(client().stops, 1);
+  key = *model->selection.key();
+  send("On");
+  EXPECT_EQ(contexts.back().workspacePath, folder / "other");
+  EXPECT_EQ(client().existingSession, std::nullopt);
+}
+
+TEST_F(WorkspaceOperations, ArchivingTheLastVisibleTaskMakesANewOne) {
+  start();
+  const Uuid second = addTask();
+  operations().toggleThreadPin(second, key.workspaceID);
+  operations().setThreadArchived(second, key.workspaceID, true);
+  EXPECT_EQ(selected(), key.threadID);
+  EXPECT_FALSE(project().thread(second)->isPinned);
+  operations().setThreadArchived(key.threadID, key.workspaceID, true);
+  EXPECT_EQ(project().threads.size(), 3U);
+  EXPECT_EQ(selected(), project().threads[0].id);
+  operations().setThreadArchived(second, key.workspaceID, false);
+  EXPECT_FALSE(project().thread(second)->isArchived);
+
+  operations().archiveWorkspaceThreads(key.workspaceID);
+  EXPECT_EQ(project().threads.size(), 4U);
+  EXPECT_EQ(std::ranges::count(project().threads, true, &ChatThread::isArchived), 3);
+  operations().setThreadArchived(selected(), key.workspaceID, true);
+  for (const auto& each : project().threads) {
+    model->tree.updateThread({key.workspaceID, each.id},
+                             [](ChatThread& t) { t.isArchived = true; });
+  }
+  operations().archiveWorkspaceThreads(key.workspaceID);
+  EXPECT_EQ(error(), "This project has no active conversations to archive.");
+}
+
+TEST_F(WorkspaceOperations, SelectingAProjectShowsAVisibleTask) {
+  start();
+  const Uuid second = addTask();
+  operations().selectWorkspace(general().id);
+  operations().setThreadArchived(second, key.workspaceID, true);
+  operations().selectWorkspace(key.workspaceID);
+  EXPECT_EQ(selected(), key.threadID) << "the first is archived";
+
+  operations().selectWorkspace(general().id);
+  operations().setThreadArchived(key.threadID, key.workspaceID, true);
+  EXPECT_EQ(project().threads.size(), 2U) << "nobody looks at it";
+  operations().selectWorkspace(key.workspaceID);
+  EXPECT_EQ(project().threads.size(), 3U);
+  EXPECT_EQ(selected(), project().threads[0].id);
+  EXPECT_EQ(saved()[1].threads.size(), 3U);
+}
+
+TEST_F(WorkspaceOperations, LookingAtAnArchivedTaskLeavesItArchivedAndTheProjectFilled) {
+  start();
+  const Uuid second = addTask();
+  operations().setThreadArchived(key.threadID, key.workspaceID, true);
+  operations().selectThread(key.threadID, key.workspaceID);
+  EXPECT_EQ(selected(), key.threadID);
+  operations().deleteThread(second, key.workspaceID);
+  EXPECT_EQ(selected(), key.threadID) << "what is looked at stays";
+  EXPECT_EQ(project().threads.size(), 2U) << "the last visible one has gone";
+  EXPECT_FALSE(project().threads[0].isArchived);
+}
+
+TEST_F(WorkspaceOperations, AWorkspaceRestoredWithoutAVisibleTaskGetsOne) {
+  start();
+  operations().removeWorkspace(key.workspaceID);
+  model->tree.updateThread({general().id, selected()}, [](ChatThread& t) { t.isArchived = true; });
+  model->tree.save();
+  model.reset();
+  model = std::make_unique<AppModel>(main, *defaults, store, ports);
+  EXPECT_EQ(general().threads.size(), 2U);
+  EXPECT_FALSE(general().thread(selected())->isArchived);
+  EXPECT_EQ(model->executions.mirroredExecutionKey(), model->selection.key());
+}
+
+TEST_F(WorkspaceOperations, SearchResultBringsItsEntryIntoView) {
+  start();
+  model->tree.appendSystemEntry("found", key);
+  const std::string entry = thread().entries.back().id;
+  operations().selectWorkspace(general().id);
+  model->selection.section = AppSection::imagine;
+  std::vector<std::string> heard;
+  const auto observation = model->changes.observe([&](const Change& change) {
+    if (change.kind == Change::Kind::selectionChanged) heard.emplace_back(change.entryID);
+  });
+  operations().openSearchResult(key.workspaceID, key.threadID, entry);
+  EXPECT_EQ(model->selection.key(), key);
+  EXPECT_EQ(model->selection.section, AppSection::build);
+  EXPECT_EQ(model->selection.entryID(), entry);
+  operations().openSearchResult(key.workspaceID, key.threadID, entry);
+  EXPECT_EQ(heard, (std::vector<std::string>{entry, entry})) << "again, though it is selected";
+
+  operations().openSearchResult(key.workspaceID, key.threadID, "gone");
+  EXPECT_EQ(model->selection.entryID(), std::nullopt);
+  operations().openSearchResult(general().id, general().threads[0].id, "gone");
+  EXPECT_EQ(model->selection.section, AppSection::chat);
+  operations().openSearchResult(general().id, key.threadID, entry);
+  EXPECT_EQ(model->selection.key()->workspaceID, general().id) << "no such conversation there";
+}
+
+TEST_F(WorkspaceOperations, ActivitySelectsItsTask) {
+  start();
+  operations().selectWorkspace(general().id);
+  model->selection.section = AppSection::chat;
+  operations().selectActivity({.workspaceID = key.workspaceID, .threadID = key.threadID});
+  EXPECT_EQ(model->selection.key(), key);
+  EXPECT_EQ(model->selection.section, AppSection::build);
+  operations().selectActivity({.workspaceID = key.workspaceID, .threadID = Uuid::random()});
+  EXPECT_EQ(model->selection.key(), key);
+}
+
+TEST_F(WorkspaceOperations, WhatBelongsToTheProjectIsLoadedForTheOneThatIsSelected) {
+  std::vector<std::string> loaded;
+  ports.discoverContextSources = [&](const std::string& path, const auto&) {
+    loaded.push_back(files::lastComponent(path));
+  };
+  start();
+  addTask();
+  operations().newThread(general().id);
+  operations().selectThread(key.threadID, key.workspaceID);
+  operations().selectThread(key.threadID, key.workspaceID);
+  operations().removeWorkspace(key.workspaceID);
+  EXPECT_THAT(loaded,
+              ElementsAre("General Chats", "project", "General Chats", "project", "General Chats"));
+}
+
+TEST_F(WorkspaceOperations, RecentTasksAreWalkedRoundTheEnds) {
+  start();
+  std::vector<Uuid> newestFirst{key.threadID};
+  for (int i = 0; i < 2; ++i) {
+    main.advance(std::chrono::seconds(1));
+    newestFirst.insert(newestFirst.begin(), addTask());
+  }
+  std::vector<Uuid> walked;
+  for (int i = 0; i < 3; ++i) {
+    operations().selectAdjacentRecentTask(1);
+    walked.push_back(selected());
+  }
+  EXPECT_THAT(walked, ElementsAre(newestFirst[1], newestFirst[2], newestFirst[0]));
+  operations().selectAdjacentRecentTask(-1);
+  EXPECT_EQ(selected(), newestFirst[2]);
+
+  operations().selectWorkspace(general().id);
+  operations().selectAdjacentRecentTask(1);
+  EXPECT_EQ(selected(), newestFirst[0]) << "from outside the list forward: its first";
+}
+
+TEST_F(WorkspaceOperations, RenamingTrimsAndDraftsLeaveTheOrderAlone) {
+  start();
+  operations().renameThread(key.threadID, key.workspaceID, "  ");
+  EXPECT_EQ(thread().title, "New task");
+  main.advance(std::chrono::seconds(1));
+  operations().renameThread(key.threadID, key.workspaceID, " Better ");
+  EXPECT_EQ(thread().title, "Better");
+  const Date renamed = thread().updatedAt;
+  EXPECT_EQ(renamed, main.now());
+
+  main.advance(std::chrono::seconds(1));
+  operations().saveComposerDraft("half a", {}, key.threadID, key.workspaceID);
+  EXPECT_EQ(operations().composerDraft(key.threadID, key.workspaceID), "half a");
+  EXPECT_EQ(saved()[1].threads[0].draftText, "half a");
+  EXPECT_EQ(thread().updatedAt, renamed);
+}
+
+}  // namespace
+}  // namespace vantrell::tests
