@@ -40,8 +40,7 @@ std::expected<UserFolders, std::string> UserFolders::made() const {
 }
 
 bool UserFolders::areInUse() const {
-  const auto lock = files::LockFile::acquire(support + "/lock");
-  return !lock && !lock.error().error;
+  return files::LockFile::isHeld(support + "/lock");
 }
 
 std::unique_ptr<SecretStore> UserFolders::secretStore() const {

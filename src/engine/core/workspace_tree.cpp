@@ -119,18 +119,23 @@ void endOpenTools(Transcript& entries) {
 
 }  // namespace
 
+bool interruptIfOpen(RunRecord& run, Date now) {
+  if (!isActive(run.status)) return false;
+  run.status = RunRecordStatus::interrupted;
+  run.statusMessage = "vantrell restarted before this run reported completion.";
+  run.updatedAt = now;
+  run.completedAt = now;
+  return true;
+}
+
 void WorkspaceTree::settleRunsLeftOpen() {
   const Date now = main_.now();
   bool anyWasOpen = false;
   for (auto& workspace : workspaces_) {
     for (auto& thread : workspace.threads) {
       for (auto& run : thread.runs) {
-        if (!isActive(run.status)) continue;
+        if (!interruptIfOpen(run, now)) continue;
         touch({workspace.id, thread.id}).runs.insert(run.id);
-        run.status = RunRecordStatus::interrupted;
-        run.statusMessage = "vantrell restarted before this run reported completion.";
-        run.updatedAt = now;
-        run.completedAt = now;
         anyWasOpen = true;
         endOpenTools(thread.entries);
       }

@@ -2,22 +2,7 @@
 
 namespace vantrell::shell {
 
-ChangeFeed::ChangeFeed(AppModel& model, ThreadExecutionKey key, RunObserver& observer)
-    : model_(model),
-      key_(key),
-      observer_(observer),
-      observation_(model.changes.observe([this](const Change& change) { changed(change); })) {}
-
 void ChangeFeed::changed(const Change& change) {
-  if (change.kind == Change::Kind::saveFailed) {
-    if (onSaveFailed) onSaveFailed(change.text);
-    return;
-  }
-  if (change.kind == Change::Kind::noticeRaised) {
-    if (onNotice) onNotice(change.text);
-    return;
-  }
-  if (change.conversation != key_) return;
   const ChatThread* thread = model_.tree.thread(key_);
   if (!thread) return;
   switch (change.kind) {
@@ -79,13 +64,6 @@ void ChangeFeed::executionChanged() {
   bool justEnded = false;
   isReplaying(justEnded);
   if (justEnded) observer_.transcriptReplaced(model_.tree.thread(key_)->entries);
-  const auto* execution = model_.executions.find(key_);
-  const auto question = execution ? execution->permissionRequest : nullptr;
-  if (question != question_) {
-    question_ = question;
-    if (onQuestion) onQuestion(question);
-  }
-  if (onProgress) onProgress();
 }
 
 }  // namespace vantrell::shell

@@ -3,10 +3,6 @@
 // Main queue; the model and the observer must outlive it.
 #pragma once
 
-#include <functional>
-#include <memory>
-#include <string>
-
 #include "engine/app_model.h"
 #include "shell/terminal/run_observer.h"
 
@@ -14,21 +10,13 @@ namespace vantrell::shell {
 
 class ChangeFeed {
  public:
-  ChangeFeed(AppModel& model, ThreadExecutionKey key, RunObserver& observer);
+  ChangeFeed(AppModel& model, ThreadExecutionKey key, RunObserver& observer)
+      : model_(model), key_(key), observer_(observer) {}
 
-  // Called in the midst of the engine's work: whoever wants to answer posts.
-
-  /// The open question has changed; null when there is none any more. Whether it is shown now is
-  /// the listener's choice.
-  std::function<void(std::shared_ptr<const PermissionRequest>)> onQuestion;
-  /// Something about the conversation's execution or run has changed.
-  std::function<void()> onProgress;
-  std::function<void(std::string_view reason)> onSaveFailed;
-  /// Something that the user should know about what is stored.
-  std::function<void(std::string_view text)> onNotice;
+  /// A change of this conversation. Called while the engine is at work.
+  void changed(const Change& change);
 
  private:
-  void changed(const Change& change);
   void transcriptChanged(const Change& change);
   void executionChanged();
   void runChanged(const RunRecord& run);
@@ -40,8 +28,6 @@ class ChangeFeed {
   RunObserver& observer_;
   bool wasReplaying_ = false;
   bool wasStalled_ = false;
-  std::shared_ptr<const PermissionRequest> question_;
-  Changes::Observation observation_;
 };
 
 }  // namespace vantrell::shell
