@@ -48,6 +48,7 @@ class VantrellApp {
   static std::expected<std::unique_ptr<UserDefaults>, std::string> defaultsForReading();
 
   AppModel& model() { return *model_; }
+  UserDefaults& defaults() { return *state_.defaults; }
   ProviderConnectorRegistry& connectors() { return connectors_; }
   /// The user's keyring, or the files in its place; chosen at the first use.
   SecretQueue& secrets() { return secrets_; }

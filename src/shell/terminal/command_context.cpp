@@ -5,6 +5,7 @@
 #include "engine/core/workspace_tree.h"
 #include "platform/files/files.h"
 #include "platform/text/text.h"
+#include "records/stores/orchestration_store.h"
 #include "records/stores/workspace_store.h"
 #include "runtimes/catalog/permission_mode_texts.h"
 
@@ -17,6 +18,13 @@ constexpr std::chrono::milliseconds unnoticed{1000};
 constexpr std::chrono::milliseconds betweenLooks{10};
 
 }  // namespace
+
+std::string notSaved(std::string_view what, std::string_view reason) {
+  return fmt::format(
+      "{} could not be saved: {}. Free some space or make the folder writable; until then it may be "
+      "lost.",
+      what, reason);
+}
 
 CommandContext::CommandContext(RunLoop& loop, Caller who, std::vector<std::string_view> names,
                                CommandArguments given, std::function<void(int)> ended)
@@ -80,26 +88,31 @@ void CommandContext::end(int status) {
 
 // ---- the state ----------------------------------------------------------------------------------
 
-void CommandContext::view(const std::function<Outcome(const StateView&)>& look) {
+std::expected<WorkspaceStore::Peek, std::string> CommandContext::stored() const {
   const UserFolders folders = UserFolders{}.orOwn();
-  const Date now = main.now();
-  WorkspaceStore::Peek seen;
-  if (files::exists(folders.support)) {
-    const auto defaults = UserDefaults::inMemory();
-    auto stored = WorkspaceStore(*defaults, folders.support).peek();
-    if (!stored) return fail(stored.error() + ". Nothing was changed.");
-    seen = std::move(*stored);
-    // What a process that has ended left open is over.
-    if (!folders.areInUse()) {
-      for (auto& workspace : seen.workspaces) {
-        for (auto& thread : workspace.threads) {
-          for (auto& run : thread.runs) interruptIfOpen(run, now);
-        }
-      }
+  if (!files::exists(folders.support)) return WorkspaceStore::Peek();
+  const auto defaults = UserDefaults::inMemory();
+  auto seen = WorkspaceStore(*defaults, folders.support).peek();
+  if (!seen) return std::unexpected(seen.error() + ". Nothing was changed.");
+  if (folders.areInUse()) return seen;
+  // What a process that has ended left open is over.
+  for (auto& workspace : seen->workspaces) {
+    for (auto& thread : workspace.threads) {
+      for (auto& run : thread.runs) interruptIfOpen(run, main.now());
     }
   }
-  const auto outcome = look({.workspaces = seen.workspaces, .now = now});
-  if (!seen.problems->empty()) complain(*seen.problems);
+  return seen;
+}
+
+OrchestrationStore CommandContext::storedOrchestration() const {
+  return OrchestrationStore(UserFolders{}.orOwn().support, Date::current, [](const auto&) {});
+}
+
+void CommandContext::view(const std::function<Outcome(const StateView&)>& look) {
+  const auto seen = stored();
+  if (!seen) return fail(seen.error());
+  const auto outcome = look({.workspaces = seen->workspaces, .now = main.now()});
+  if (!seen->problems->empty()) complain(*seen->problems);
   finish(outcome);
 }
 
@@ -111,9 +124,7 @@ void CommandContext::open(VantrellOptions options, const std::function<void(Vant
   notices_ = model().changes.observe([this](const Change& change) {
     if (change.kind == Change::Kind::noticeRaised) complain(change.text);
     if (change.kind != Change::Kind::saveFailed || !std::exchange(isSaved_, false)) return;
-    complain(fmt::format("What has changed could not be saved: {}. Free some space or make the "
-                         "folder writable; until then it may be lost.",
-                         change.text));
+    complain(notSaved("What has changed", change.text));
   });
   work(*app_);
 }
@@ -153,6 +164,21 @@ void CommandContext::ask(std::string_view question,
     if (!line) console.prompt("\n");
     reply(std::move(line));
   });
+}
+
+void CommandContext::askHidden(std::string_view question,
+                               std::function<void(std::optional<std::string>)> reply) {
+  const bool isTyped = terminal::isTerminal(caller.input);
+  if (isTyped) console.prompt(question);
+  const auto line = std::make_shared<std::optional<std::string>>();
+  inBackground(
+      [line, isTyped, input = caller.input] {
+        *line = isTyped ? terminal::readHiddenLine(input) : terminal::readLine(input);
+      },
+      [this, isTyped, line, reply = std::move(reply)] {
+        if (isTyped) console.prompt("\n");
+        reply(*line);
+      });
 }
 
 void CommandContext::confirm(std::string_view question, std::function<void()> then) {

@@ -12,9 +12,14 @@
 
 #include "app/vantrell_app.h"
 #include "platform/queues/run_loop.h"
+#include "records/stores/workspace_store.h"
 #include "shell/terminal/answer_source.h"
 #include "shell/terminal/command.h"
 #include "shell/terminal/console.h"
+
+namespace vantrell {
+class OrchestrationStore;
+}
 
 namespace vantrell::shell {
 
@@ -33,6 +38,9 @@ struct Caller {
   /// Hears SIGINT, SIGTERM and SIGHUP in place of their default action, while the answer lives.
   std::function<std::shared_ptr<void>(std::function<void(int signal)>)> watchSignals;
 };
+
+/// "The note could not be saved: REASON. Free some space ..."
+std::string notSaved(std::string_view what, std::string_view reason);
 
 class CommandContext {
  public:
@@ -70,8 +78,12 @@ class CommandContext {
   // The state. Each of these is called once; where the state cannot be opened, the command ends as
   // failed.
 
-  /// Looks at what is stored, whoever works on it, and ends with what `look` returns. Takes no lock
-  /// and changes nothing.
+  /// What is stored, whichever process works on it. Takes no lock and changes nothing. The error is
+  /// a sentence.
+  std::expected<WorkspaceStore::Peek, std::string> stored() const;
+  /// The files of orchestration, likewise for reading.
+  OrchestrationStore storedOrchestration() const;
+  /// Looks at the conversations and ends with what `look` returns.
   void view(const std::function<Outcome(const StateView&)>& look);
   /// Takes the state and begins `work` with it.
   void open(VantrellOptions options, const std::function<void(VantrellApp&)>& work);
@@ -90,6 +102,8 @@ class CommandContext {
   bool canAsk() const;
   /// Asks on the error output; nullopt at the end of the input.
   void ask(std::string_view question, std::function<void(std::optional<std::string>)> reply);
+  /// The same for a secret: nothing of what is typed is shown.
+  void askHidden(std::string_view question, std::function<void(std::optional<std::string>)> reply);
   /// Goes on with `then` where `--yes` is given or the user agrees; else the command ends, with
   /// nothing changed.
   void confirm(std::string_view question, std::function<void()> then);

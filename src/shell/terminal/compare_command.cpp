@@ -113,7 +113,7 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
   /// One after the other, then goes on.
   void requireProvider(std::size_t place) {
     if (place == providers_.size()) return compare();
-    whetherAvailable(context_, *app_, providers_[place], [this, place](bool isAvailable) {
+    whetherAvailable(context_, *app_, providers_[place], {}, [this, place](bool isAvailable) {
       if (isAvailable) return requireProvider(place + 1);
       context_.finish(usageError(whatToDoFor(*app_, providers_[place]) + " Nothing was changed."));
     });
@@ -221,7 +221,7 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
 
   void tell(const Side& side, const ChatThread& thread) {
     const auto& style = context_.style();
-    const auto state = stateOf(thread);
+    const auto state = stateCell(views::taskState(thread));
     const auto worker = workerOf(side);
     std::string text = fmt::format("{} {}  {}{}\n", style.bold(fmt::format("{:<8}", side.name)),
                                    style.cyan(shortID(thread.id)),

@@ -88,6 +88,10 @@ void Console::prompt(std::string_view text) {
   writeError(safeForTerminal(asTyped(text)));
 }
 
+void Console::flush() {
+  output_.flush(betweenStreams);
+}
+
 void Console::writeError(std::string_view text) {
   output_.flush(betweenStreams);
   error_.write(text);

@@ -43,6 +43,8 @@ class Console {
   /// "vantrell": a checkout is started by ./run, which says so in $VANTRELL_COMMAND.
   std::string asTyped(std::string_view text) const;
 
+  /// Waits for the reader, before something else writes to the same terminal.
+  void flush();
   /// Nothing more can be written: a caller that produces much may stop.
   bool isClosed() const { return output_.error() != 0; }
   /// For long work: when the reader is gone, and when more waits for him than he reads.

@@ -128,7 +128,7 @@ void makeItem(CommandContext& context, ImagineKind kind) {
     context.open(std::move(options), [&](VantrellApp& app) {
       const std::string prompt(text::trimmed(given));
       // Grok's program and its interpreter may only be found with the login shell's PATH.
-      whetherAvailable(context, app, AgentProvider::grok, [&context, kind, prompt](bool) {
+      whetherAvailable(context, app, AgentProvider::grok, {}, [&context, kind, prompt](bool) {
         std::vector<std::unique_ptr<Job>> jobs;
         jobs.push_back(std::make_unique<MediaJob>(context, prompt, kind));
         const auto session = std::make_shared<Session>(

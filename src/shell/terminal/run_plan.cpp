@@ -229,9 +229,10 @@ std::string_view permissionNotice(const AppModel& model, AgentProvider provider)
 }
 
 void whetherAvailable(CommandContext& context, VantrellApp& app, AgentProvider provider,
-                      std::function<void(bool)> then) {
-  const auto isAvailable = [&app, provider] {
-    return app.model().router->providerAvailable(provider);
+                      std::optional<ThreadExecutionKey> task, std::function<void(bool)> then) {
+  const auto isAvailable = [&app, provider, task] {
+    const Router& router = *app.model().router;
+    return task ? router.providerAvailable(provider, *task) : router.providerAvailable(provider);
   };
   app.services().prepare(provider, [&context, &app, isAvailable, then = std::move(then)] {
     context.withUserPath(*app.model().runtimes, isAvailable,

@@ -98,9 +98,10 @@ void countLastProviderAsActive(AppModel& model, const ThreadExecutionKey& task);
 void chooseModes(Settings& settings, const RunPlan& plan);
 /// What the permission mode means, where the agent may act unasked; else empty.
 std::string_view permissionNotice(const AppModel& model, AgentProvider provider);
-/// Goes on with whether the provider can be used, once all that depends on is known.
+/// Goes on with whether the provider can be used, for the task if there is one, once all that this
+/// depends on is known.
 void whetherAvailable(CommandContext& context, VantrellApp& app, AgentProvider provider,
-                      std::function<void(bool)> then);
+                      std::optional<ThreadExecutionKey> task, std::function<void(bool)> then);
 /// Why a provider cannot be used now, and what helps.
 std::string whatToDoFor(const VantrellApp& app, AgentProvider provider);
 

@@ -2,7 +2,6 @@
 
 #include <charconv>
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include "platform/files/files.h"
 #include "platform/text/text.h"
@@ -128,17 +127,15 @@ std::string readByRule(const SettingRow& row, const UserDefaults& defaults) {
 }
 
 std::unexpected<UsageError> refused(const SettingRow& row, std::string_view text) {
-  return usageError(fmt::format("\"{}\" is no value of {}. It takes {}.{}", text, row.name,
-                                row.accepted(), suggestion(text, row.choices)));
+  return usageError(fmt::format("{} cannot be \"{}\"; use {}.{}", row.name, text, row.accepted(),
+                                suggestion(text, row.choices)));
 }
 
 }  // namespace
 
 std::string SettingRow::accepted() const {
   switch (type) {
-    case Type::choice:
-      return fmt::format("{} or {}", fmt::join(choices.first(choices.size() - 1), ", "),
-                         choices.back());
+    case Type::choice: return alternatives(choices);
     case Type::toggle: return "on or off";
     case Type::scale: return "a number from 0.8 to 1.5, in tenths";
     case Type::program: return "the path of a program";
@@ -195,12 +192,12 @@ std::expected<std::string, UsageError> checkedValue(const SettingRow& row, std::
     case Type::program: {
       if (text.empty()) {
         return usageError(
-            fmt::format("To go without a path of your own: vantrell settings reset {}", row.name));
+            fmt::format("To use no path of your own: vantrell settings reset {}", row.name));
       }
       std::string path = files::standardized(files::expandingTilde(text));
       if (!files::isExecutable(path)) {
         return usageError(fmt::format(
-            "{} is not a program that can be run: {}.", path,
+            "{} cannot be executed: {}.", path,
             files::exists(path) ? "it is a folder, or not executable" : "there is no such file"));
       }
       return path;
@@ -209,22 +206,19 @@ std::expected<std::string, UsageError> checkedValue(const SettingRow& row, std::
       if (text::trimmed(text).empty()) return refused(row, text);
       if (text::trimmed(text) == "default") {
         return usageError(
-            fmt::format("To go by the usual model: vantrell settings reset {}", row.name));
+            fmt::format("To use the usual model: vantrell settings reset {}", row.name));
       }
       if (row.name == "glm-model" && !OpenCodeLocator::isPlanModel(text)) {
         return usageError(
-            fmt::format("\"{}\" is no model of the coding plan, which begin with "
-                        "zai-coding-plan/glm-. Others may "
-                        "be billed per use.",
-                        text));
+            fmt::format("{} cannot be \"{}\": the models of the coding plan begin with "
+                        "zai-coding-plan/glm-, and others may be billed per use.",
+                        row.name, text));
       }
       return std::string(text::trimmed(text));
     case Type::address: {
       if (text::trimmed(text).empty()) {
         return usageError(
-            fmt::format("To go without an address of your own: vantrell settings "
-                        "reset {}",
-                        row.name));
+            fmt::format("To use no address of your own: vantrell settings reset {}", row.name));
       }
       const auto url = LocalRuntimeService::validatedBaseURL(text);
       if (!url) return usageError(std::string(description(url.error())));

@@ -69,7 +69,7 @@ std::expected<ThreadExecutionKey, UsageError> findTask(const std::vector<Workspa
   const std::string shown = onOneLine(idOrPrefix);
   if (!prefix) {
     return usageError(fmt::format(
-        "\"{}\" is no ID of a task, nor the beginning of one: those are of the digits 0-9 and A-F. "
+        "\"{}\" is not the ID of a task, nor the beginning of one: those have the digits 0-9 and A-F. "
         "\"vantrell tasks\" lists the tasks with their IDs.",
         shown));
   }
@@ -104,8 +104,8 @@ std::expected<std::vector<ThreadExecutionKey>, UsageError> findTasks(
 }
 
 std::expected<Uuid, UsageError> findProject(const std::vector<Workspace>& workspaces,
-                                            std::string_view named) {
-  const std::string path = files::standardized(files::expandingTilde(named));
+                                            std::string_view named, std::string_view base) {
+  const std::string path = files::standardized(files::expandingTilde(named), base);
   const std::string shown = onOneLine(named);
   std::vector<Candidate> candidates;
   const auto collect = [&](auto&& matches) {
@@ -126,7 +126,7 @@ std::expected<Uuid, UsageError> findProject(const std::vector<Workspace>& worksp
   if (isPath(named)) {
     if (!collect(hasPath)) {
       return usageError(fmt::format(
-          "{} is no project of Vantrell's. \"vantrell projects\" lists them; to add the folder: "
+          "{} is not a project yet. \"vantrell projects\" lists them; to add the folder: "
           "vantrell projects add \"{}\"",
           onOneLine(path), shown));
     }
@@ -137,7 +137,7 @@ std::expected<Uuid, UsageError> findProject(const std::vector<Workspace>& worksp
                     shown));
   }
   if (candidates.size() == 1) return candidates.front().id;
-  return usageError(fmt::format("Several projects are meant by {}. Give the folder, or the ID:{}",
+  return usageError(fmt::format("Several projects match {}. Give the folder, or the ID:{}",
                                 shown, listed(candidates)));
 }
 

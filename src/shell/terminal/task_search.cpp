@@ -78,4 +78,22 @@ std::string shortEntryID(const ChatThread& thread, const ChatEntry& entry) {
   return entry.id.substr(0, length);
 }
 
+std::vector<std::string> shortEntryIDs(const ChatThread& thread) {
+  std::vector<std::string> sorted;
+  for (const auto& entry : thread.entries) sorted.push_back(entry.id);
+  std::ranges::sort(sorted);
+  const auto common = [](std::string_view a, std::string_view b) {
+    return static_cast<std::size_t>(std::ranges::mismatch(a, b).in1 - a.begin());
+  };
+  std::vector<std::string> ids;
+  for (const auto& entry : thread.entries) {
+    const auto place = std::ranges::lower_bound(sorted, entry.id);
+    std::size_t length = shortestEntryID - 1;
+    if (place != sorted.begin()) length = std::max(length, common(*(place - 1), entry.id));
+    if (place + 1 != sorted.end()) length = std::max(length, common(*(place + 1), entry.id));
+    ids.push_back(entry.id.substr(0, length + 1));
+  }
+  return ids;
+}
+
 }  // namespace vantrell::shell

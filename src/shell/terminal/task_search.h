@@ -39,5 +39,7 @@ void searchTasks(const std::vector<Workspace>& workspaces, const SearchRequest& 
 
 /// As much of an entry's ID as names it within its transcript, at least 8 characters.
 std::string shortEntryID(const ChatThread& thread, const ChatEntry& entry);
+/// The same of all entries, in less time.
+std::vector<std::string> shortEntryIDs(const ChatThread& thread);
 
 }  // namespace vantrell::shell
