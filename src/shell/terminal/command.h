@@ -87,12 +87,12 @@ struct Command {
   /// How many words it takes.
   std::size_t minWords = 0;
   std::size_t maxWords = 0;
-  /// Paragraphs before and after the options in its help.
-  std::string_view introduction{};
-  std::string_view closing{};
   /// Begins the command and returns; its end is reported to the context, within this call or later
   /// on the main queue. Null: only its subcommands do something.
   void (*begin)(CommandContext& context) = nullptr;
+  /// Paragraphs before and after the options in its help. Exit statuses are added if none is named.
+  std::string_view introduction{};
+  std::string_view closing{};
   std::span<const Command> subcommands{};
 };
 

@@ -5,7 +5,6 @@
 #include "engine/core/workspace_tree.h"
 #include "platform/files/files.h"
 #include "platform/text/text.h"
-#include "records/stores/orchestration_store.h"
 #include "records/stores/workspace_store.h"
 #include "runtimes/catalog/permission_mode_texts.h"
 
@@ -21,7 +20,8 @@ constexpr std::chrono::milliseconds betweenLooks{10};
 
 std::string notSaved(std::string_view what, std::string_view reason) {
   return fmt::format(
-      "{} could not be saved: {}. Free some space or make the folder writable; until then it may be "
+      "{} could not be saved: {}. Free some space or make the folder writable; until then it may "
+      "be "
       "lost.",
       what, reason);
 }
@@ -102,10 +102,6 @@ std::expected<WorkspaceStore::Peek, std::string> CommandContext::stored() const 
     }
   }
   return seen;
-}
-
-OrchestrationStore CommandContext::storedOrchestration() const {
-  return OrchestrationStore(UserFolders{}.orOwn().support, Date::current, [](const auto&) {});
 }
 
 void CommandContext::view(const std::function<Outcome(const StateView&)>& look) {
@@ -230,8 +226,7 @@ void CommandContext::inBackground(std::function<void()> work, std::function<void
   });
 }
 
-void CommandContext::withUserPath(InstalledRuntimes& runtimes,
-                                  const std::function<bool()>& isFound,
+void CommandContext::withUserPath(InstalledRuntimes& runtimes, const std::function<bool()>& isFound,
                                   std::function<void()> then) {
   if (hasTerminal() && isFound()) return then();
   runtimes.readUserPath(std::move(then));

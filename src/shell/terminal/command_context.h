@@ -17,10 +17,6 @@
 #include "shell/terminal/command.h"
 #include "shell/terminal/console.h"
 
-namespace vantrell {
-class OrchestrationStore;
-}
-
 namespace vantrell::shell {
 
 /// The conversations for a command that only looks.
@@ -81,8 +77,6 @@ class CommandContext {
   /// What is stored, whichever process works on it. Takes no lock and changes nothing. The error is
   /// a sentence.
   std::expected<WorkspaceStore::Peek, std::string> stored() const;
-  /// The files of orchestration, likewise for reading.
-  OrchestrationStore storedOrchestration() const;
   /// Looks at the conversations and ends with what `look` returns.
   void view(const std::function<Outcome(const StateView&)>& look);
   /// Takes the state and begins `work` with it.

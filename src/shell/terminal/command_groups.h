@@ -7,17 +7,17 @@
 
 namespace vantrell::shell {
 
-std::span<const Command> runCommands();        // run, queue, retry, branch
-std::span<const Command> compareCommands();    // compare
-std::span<const Command> mediaCommands();      // imagine, artifacts
-std::span<const Command> providerCommands();   // providers, login, usage
-std::span<const Command> modelCommands();      // models, effort
-std::span<const Command> routeCommands();      // route, handoff
-std::span<const Command> taskViewCommands();   // activity, status, tasks, show, export, say, search
-std::span<const Command> taskEditCommands();   // new, fork, rename, move, pin, archive, delete
-std::span<const Command> safetyCommands();     // diff, review, checkpoint, isolate
-std::span<const Command> projectCommands();    // projects, context, hooks
-std::span<const Command> settingsCommands();   // settings
+std::span<const Command> runCommands();       // run, queue, retry, branch
+std::span<const Command> compareCommands();   // compare
+std::span<const Command> mediaCommands();     // imagine, artifacts
+std::span<const Command> providerCommands();  // providers, login, usage
+std::span<const Command> modelCommands();     // models, effort
+std::span<const Command> routeCommands();     // route, handoff
+std::span<const Command> taskViewCommands();  // activity, status, tasks, show, export, say, search
+std::span<const Command> taskEditCommands();  // new, fork, rename, move, pin, archive, delete
+std::span<const Command> safetyCommands();    // diff, review, checkpoint, isolate
+std::span<const Command> projectCommands();   // projects, context, hooks
+std::span<const Command> settingsCommands();  // settings
 
 /// In the order in which help lists them.
 std::vector<const Command*> allCommands();

@@ -97,7 +97,7 @@ class Reader {
 
   /// Nullopt when help is asked for.
   std::expected<std::optional<CommandArguments>, UsageError> read() {
-    const std::vector<std::string> reversed(arguments_.rbegin(), arguments_.rend());
+    std::vector<std::string> reversed(arguments_.rbegin(), arguments_.rend());
     if (auto empty = emptyValue()) return usageError(*std::move(empty));
     try {
       app_.parse(reversed);
@@ -172,13 +172,13 @@ class Reader {
     if (!actions.empty() && !words.empty() && (isTooMuch || !command_.begin)) {
       const auto near = suggestion(words.front(), actions);
       if (!near.empty() || command_.maxWords == 0) {
-        return fmt::format("There is no \"{0} {1}\".{2} \"vantrell {0} --help\" lists what it does.",
-                           name_, onOneLine(words.front()), near);
+        return fmt::format(
+            "There is no \"{0} {1}\".{2} \"vantrell {0} --help\" lists what it does.", name_,
+            onOneLine(words.front()), near);
       }
     }
-    const std::string usage =
-        fmt::format("vantrell {}{}{}", name_, command_.parameters.empty() ? "" : " ",
-                    command_.parameters);
+    const std::string usage = fmt::format(
+        "vantrell {}{}{}", name_, command_.parameters.empty() ? "" : " ", command_.parameters);
     if (!command_.begin) {
       return fmt::format("\"{0}\" needs more: {1}. \"vantrell {0} --help\" explains them.", name_,
                          alternatives(actions));
@@ -270,10 +270,10 @@ UsageError unknownStart(std::span<const Command* const> commands, Arguments argu
   for (const Command* command : commands) known.push_back(command->name);
   const auto meant = suggestion(first, known);
   return {fmt::format("Unknown command \"{}\".{}", onOneLine(first),
-                      meant.empty() ? fmt::format(" To start a task: vantrell run \"{}\"",
-                                                  onOneLine(fmt::format(
-                                                      "{}", fmt::join(arguments, " "))))
-                                    : meant)};
+                      meant.empty()
+                          ? fmt::format(" To start a task: vantrell run \"{}\"",
+                                        onOneLine(fmt::format("{}", fmt::join(arguments, " "))))
+                          : meant)};
 }
 
 std::string usageLine(const Command& command, std::string_view name) {
@@ -392,6 +392,9 @@ std::string helpOf(const Command& command, std::string_view name) {
     help += fmt::format("  {:<{}} {}\n", lines[i].first, width, lines[i].second);
   }
   if (!command.closing.empty()) help += fmt::format("\n{}\n", command.closing);
+  if (!command.closing.contains("Exit status")) {
+    help += "\nExit status: 0 done, 1 failed, 2 wrong usage.\n";
+  }
   return help;
 }
 

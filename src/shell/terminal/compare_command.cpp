@@ -34,8 +34,7 @@ class ComparisonPrinter final : public LinePrinter<RunObserver> {
 
   void introduced(const RunIntroduction& introduction) override {
     const auto folder = onOneLine(withTilde(std::string(introduction.folder)));
-    tell(screen.style().dim(fmt::format("task {}{}{}",
-                                        shortID(introduction.conversation.threadID),
+    tell(screen.style().dim(fmt::format("task {}{}{}", shortID(introduction.conversation.threadID),
                                         folder.empty() ? "" : " in ", folder)));
     if (!introduction.freedom.empty()) tell(screen.style().yellow(introduction.freedom));
   }
@@ -68,8 +67,8 @@ class ComparisonPrinter final : public LinePrinter<RunObserver> {
   void ended(const RunRecord* run) override {
     const ChatThread* thread = thread_();
     if (!thread || !run) return;
-    std::string page =
-        fmt::format("\n{}\n\n", bold(fmt::format("━━ {} · task {} ━━", name_, shortID(thread->id))));
+    std::string page = fmt::format(
+        "\n{}\n\n", bold(fmt::format("━━ {} · task {} ━━", name_, shortID(thread->id))));
     TranscriptPrinter printer([&page](std::string_view bytes) { page += bytes; }, screen.style());
     printer.isReview = true;
     for (std::size_t i = known_; i < thread->entries.size(); ++i) {
@@ -239,9 +238,9 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
     if (files.size() > filesShown) {
       text += style.dim(fmt::format("  … {} more files\n", files.size() - filesShown));
     }
-    const auto next = context_.console.asTyped(fmt::format(
-        "  All of it: vantrell diff {0}   To continue: vantrell run --task {0} \"...\"",
-        shortID(thread.id)));
+    const auto next = context_.console.asTyped(
+        fmt::format("  All of it: vantrell diff {0}   To continue: vantrell run --task {0} \"...\"",
+                    shortID(thread.id)));
     context_.console.write(text + style.dim(next) + "\n");
   }
 
@@ -290,17 +289,18 @@ void compare(CommandContext& context) {
   }
   auto plan = readRunPlan(context, context.arguments.value(taskOption.name));
   if (!plan) return context.finish(std::unexpected(plan.error()));
-  withPrompt(context, context.word(0), [&context, providers, plan = *plan](std::string prompt) mutable {
-    plan.prompt = std::move(prompt);
-    const bool isFree = plan.mode == GrokPermissionMode::fullAccess;
-    context.confirmFullAccess(isFree, [&context, providers, plan] {
-      const auto comparison = std::make_shared<Comparison>(context, plan, providers);
-      context.keep(comparison);
-      VantrellOptions options;
-      options.practiceAgent = plan.practiceAgent;
-      context.open(std::move(options), [&](VantrellApp& app) { comparison->begin(app); });
-    });
-  });
+  withPrompt(
+      context, context.word(0), [&context, providers, plan = *plan](std::string prompt) mutable {
+        plan.prompt = std::move(prompt);
+        const bool isFree = plan.mode == GrokPermissionMode::fullAccess;
+        context.confirmFullAccess(isFree, [&context, providers, plan] {
+          const auto comparison = std::make_shared<Comparison>(context, plan, providers);
+          context.keep(comparison);
+          VantrellOptions options;
+          options.practiceAgent = plan.practiceAgent;
+          context.open(std::move(options), [&](VantrellApp& app) { comparison->begin(app); });
+        });
+      });
 }
 
 constexpr CommandOption options[] = {
@@ -314,30 +314,30 @@ constexpr CommandOption options[] = {
     {"--json", "", "for scripts: one JSON object a line, each with the task's ID"},
 };
 
-constexpr Command commands[] = {{
-    .name = "compare",
-    .parameters = "\"prompt\"",
-    .summary = "give one prompt to two providers, each in a worktree of its own",
-    .options = options,
-    .minWords = 1,
-    .maxWords = 1,
-    .introduction =
-        "Makes two tasks, in the project or out of that of --task, and sends the prompt to a\n"
-        "provider in each, at the same time. Each works in a Git worktree with a copy of all\n"
-        "that is not committed; without Git there is no comparison. While they work, each tells\n"
-        "what it does in single lines; what it said comes when it has ended, and at last where\n"
-        "its work is and which files differ there from the last commit.",
-    .closing =
-        "Ctrl-C stops both, a second one leaves at once. A prompt of - is read from standard\n"
-        "input.\n"
-        "\n"
-        "Exit status: 0 both completed, 1 one failed, 2 wrong usage, 130 stopped.\n"
-        "\n"
-        "Examples:\n"
-        "  vantrell compare \"find out why the tests fail\" --with codex --with claude\n"
-        "  vantrell compare --task 3F2A \"now fix it\" --with kimi --with codex",
-    .begin = compare,
-}};
+constexpr Command commands[] = {
+    {.name = "compare",
+     .parameters = "\"prompt\"",
+     .summary = "give one prompt to two providers, each in a worktree of its own",
+     .options = options,
+     .minWords = 1,
+     .maxWords = 1,
+     .begin = compare,
+     .introduction =
+         "Makes two tasks, in the project or out of that of --task, and sends the prompt to a\n"
+         "provider in each, at the same time. Each works in a Git worktree with a copy of all\n"
+         "that is not committed; without Git there is no comparison. While they work, each tells\n"
+         "what it does in single lines; what it said comes when it has ended, and at last where\n"
+         "its work is and which files differ there from the last commit.",
+     .closing =
+         "Ctrl-C stops both, a second one leaves at once. A prompt of - is read from standard\n"
+         "input.\n"
+         "\n"
+         "Exit status: 0 both completed, 1 one failed, 2 wrong usage, 130 stopped.\n"
+         "\n"
+         "Examples:\n"
+         "  vantrell compare \"find out why the tests fail\" --with codex --with claude\n"
+         "  vantrell compare --task 3F2A \"now fix it\" --with kimi --with codex"},
+};
 
 }  // namespace
 

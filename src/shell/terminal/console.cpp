@@ -120,8 +120,8 @@ bool Console::finish(std::chrono::milliseconds limit) {
   error_.flush(limit);
   const int error = output_.error();
   if (error == 0 || hasGone(streams_.output, error)) return true;
-  complain(fmt::format("The output could not be written: {}.",
-                       std::generic_category().message(error)));
+  complain(
+      fmt::format("The output could not be written: {}.", std::generic_category().message(error)));
   return false;
 }
 

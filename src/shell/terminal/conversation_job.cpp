@@ -9,8 +9,9 @@
 namespace vantrell::shell {
 
 ConversationJob::ConversationJob(CommandContext& context, ThreadExecutionKey key,
-                                 RunObserver& shownBy, std::function<void()> send, std::string name)
-    : Job(shownBy, std::move(name)),
+                                 RunObserver& shownBy, std::function<void()> send,
+                                 std::string itsName)
+    : Job(shownBy, std::move(itsName)),
       context_(context),
       model_(context.model()),
       key_(key),
@@ -109,9 +110,10 @@ void ConversationJob::tellEnd() {
   }
   const std::size_t count = waiting();
   if (count == 0) return;
-  context_.complain(fmt::format("{} in the queue. To send {}: vantrell queue run {}",
-                                count == 1 ? "1 prompt waits" : fmt::format("{} prompts wait", count),
-                                count == 1 ? "it" : "them", shortID(key_.threadID)));
+  context_.complain(
+      fmt::format("{} in the queue. To send {}: vantrell queue run {}",
+                  count == 1 ? "1 prompt waits" : fmt::format("{} prompts wait", count),
+                  count == 1 ? "it" : "them", shortID(key_.threadID)));
 }
 
 int ConversationJob::status() const {

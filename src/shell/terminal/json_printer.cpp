@@ -1,7 +1,7 @@
 #include "shell/terminal/json_printer.h"
 
-#include "records/stores/conversation_json.h"
 #include "platform/values/json.h"
+#include "records/stores/conversation_json.h"
 
 namespace vantrell::shell {
 

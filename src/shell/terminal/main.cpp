@@ -71,8 +71,7 @@ int main(int count, char** words) {
   loop.run();
   // The state is free for the next start; the rest is only about reading and cleaning up.
   Process::waitForAll(context.wasAbandoned ? momentToFlush : endOfChildren);
-  const bool isWritten = context.console.finish(context.wasAbandoned
-                                                    ? momentToFlush
-                                                    : std::chrono::milliseconds(readersTime));
+  const bool isWritten = context.console.finish(
+      context.wasAbandoned ? momentToFlush : std::chrono::milliseconds(readersTime));
   return isWritten ? status : exitStatus::failed;
 }

@@ -144,35 +144,15 @@ void makeItem(CommandContext& context, ImagineKind kind) {
 constexpr CommandOption listOptions[] = {jsonOption};
 constexpr CommandOption makeOptions[] = {answerOption, executableOption, jsonOption};
 constexpr Command imagineCommands[] = {
-    {.name = "list", .summary = "list the library", .options = listOptions, .begin = listItems},
-    {.name = "image",
-     .parameters = "\"PROMPT\"",
-     .summary = "make a picture; a prompt of - is read from standard input",
-     .options = makeOptions,
-     .minWords = 1,
-     .maxWords = 1,
-     .begin = [](CommandContext& context) { makeItem(context, ImagineKind::image); }},
-    {.name = "video",
-     .parameters = "\"PROMPT\"",
-     .summary = "make a film",
-     .options = makeOptions,
-     .minWords = 1,
-     .maxWords = 1,
-     .begin = [](CommandContext& context) { makeItem(context, ImagineKind::video); }},
-    {.name = "path",
-     .parameters = "ID...",
-     .summary = "print where the files are, one a line",
-     .options = listOptions,
-     .minWords = 1,
-     .maxWords = Command::anyNumber,
-     .begin = tellPaths},
-    {.name = "remove",
-     .parameters = "ID...",
-     .summary = "move the files to the Trash and forget them",
-     .options = listOptions,
-     .minWords = 1,
-     .maxWords = Command::anyNumber,
-     .begin = removeItems},
+    {"list", "", "list the library", listOptions, 0, 0, listItems},
+    {"image", "\"PROMPT\"", "make a picture; a prompt of - is read from standard input",
+     makeOptions, 1, 1, [](CommandContext& context) { makeItem(context, ImagineKind::image); }},
+    {"video", "\"PROMPT\"", "make a film", makeOptions, 1, 1,
+     [](CommandContext& context) { makeItem(context, ImagineKind::video); }},
+    {"path", "ID...", "print where the files are, one a line", listOptions, 1, Command::anyNumber,
+     tellPaths},
+    {"remove", "ID...", "move the files to the Trash and forget them", listOptions, 1,
+     Command::anyNumber, removeItems},
 };
 
 // ---- artifacts ----------------------------------------------------------------------------------
@@ -231,19 +211,19 @@ constexpr Command commands[] = {
     {.name = "imagine",
      .summary = "make pictures and films with Grok; list them",
      .options = listOptions,
+     .begin = listItems,
      .introduction =
          "Lists the library of pictures and films, newest first, or makes one. ID is a beginning\n"
          "of one's ID.",
-     .closing =
-         "Grok Build makes them, which must be installed and signed in. It may ask before it acts,\n"
-         "as far as the mode says so. Ctrl-C stops it; what was copied stays.\n"
-         "\n"
-         "Exit status: 0 done, 1 failed or nothing was made, 2 wrong usage, 130 stopped.\n"
-         "\n"
-         "Examples:\n"
-         "  vantrell imagine image \"a red fox in the snow\"\n"
-         "  xdg-open \"$(vantrell imagine path 3F2A91C0)\"",
-     .begin = listItems,
+     .closing = "Grok Build makes them, which must be installed and signed in. It may ask before "
+                "it acts,\n"
+                "as far as the mode says so. Ctrl-C stops it; what was copied stays.\n"
+                "\n"
+                "Exit status: 0 done, 1 failed or nothing was made, 2 wrong usage, 130 stopped.\n"
+                "\n"
+                "Examples:\n"
+                "  vantrell imagine image \"a red fox in the snow\"\n"
+                "  xdg-open \"$(vantrell imagine path 3F2A91C0)\"",
      .subcommands = imagineCommands},
     {.name = "artifacts",
      .parameters = "ID",
@@ -251,11 +231,10 @@ constexpr Command commands[] = {
      .options = listOptions,
      .minWords = 1,
      .maxWords = 1,
+     .begin = listArtifacts,
      .introduction =
          "Lists the existing files that the task's tool calls have named, then those that git\n"
-         "sees as changed in its folder, then the pictures and films of \"vantrell imagine\".",
-     .closing = "Exit status: 0 done, 1 failed, 2 wrong usage.",
-     .begin = listArtifacts},
+         "sees as changed in its folder, then the pictures and films of \"vantrell imagine\"."},
 };
 
 }  // namespace

@@ -27,11 +27,10 @@ std::string_view outcomeOf(int status) {
 
 class MediaJob::Printer : public LinePrinter<QuestionObserver> {
  public:
-  Printer(CommandContext& context, std::unique_ptr<LineScreen> screen)
-      : LinePrinter(*screen, "",
-                    context.answers().isTerminal() && !context.arguments.has("--answer")),
+  Printer(CommandContext& context, std::unique_ptr<LineScreen> own)
+      : LinePrinter(*own, "", context.answers().isTerminal() && !context.arguments.has("--answer")),
         context_(context),
-        own_(std::move(screen)) {}
+        own_(std::move(own)) {}
 
   void permissionAsked(const PermissionRequest& request) override {
     if (!context_.isJson()) return LinePrinter::permissionAsked(request);
@@ -46,7 +45,8 @@ class MediaJob::Printer : public LinePrinter<QuestionObserver> {
   /// Where nothing changes in place, only what the program itself says of it is shown: an agent's
   /// words come in pieces.
   void progressed(ConnectionState::Kind state, const std::string& progress, bool isNews) {
-    if (context_.isJson()) return event("progress", {{"state", wordFor(state)}, {"text", progress}});
+    if (context_.isJson())
+      return event("progress", {{"state", wordFor(state)}, {"text", progress}});
     const bool isAtWork =
         state == ConnectionState::Kind::connecting || state == ConnectionState::Kind::working;
     if (!isAtWork || progress.empty()) return;
@@ -153,7 +153,8 @@ Job::Question MediaJob::question() const {
 
 void MediaJob::answer(const PermissionOption* option, Approvals::Answerer answerer) {
   auto& approvals = context_.model().approvals;
-  return option ? approvals.respondToPermission(option->id, answerer) : approvals.rejectPermission();
+  return option ? approvals.respondToPermission(option->id, answerer)
+                : approvals.rejectPermission();
 }
 
 std::string MediaJob::copyFailure() const {

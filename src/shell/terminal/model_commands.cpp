@@ -179,9 +179,9 @@ void show(CommandContext& context) {
     }
     constexpr bool isModel = control == Control::model;
     const auto efforts = effortsOf(models.options, choice.modelID);
-    const auto origin = isModel ? views::originOfModels(choice.provider, models.areReported,
-                                                        survey->localRuntime())
-                                : std::string();
+    const auto origin =
+        isModel ? views::originOfModels(choice.provider, models.areReported, survey->localRuntime())
+                : std::string();
     if (context.isJson()) {
       const Json all = isModel ? modelsAsJson(choice, models, origin)
                                : JsonObject{{"provider", rawText(choice.provider)},
@@ -226,6 +226,7 @@ constexpr Command commands[] = {
      .summary = "the models of a provider, and which one a task uses",
      .options = modelOptions,
      .maxWords = 1,
+     .begin = show<Control::model>,
      .introduction =
          "Lists the models of a provider, with the reasoning efforts of each, and marks the one\n"
          "that a task has chosen. ID is grok, codex, kimi, glm, claude, local or tasklet;\n"
@@ -240,26 +241,24 @@ constexpr Command commands[] = {
          "Examples:\n"
          "  vantrell models codex\n"
          "  vantrell models codex --task 3F2A91C0 --use gpt-5-codex\n"
-         "  vantrell models local --json | jq -r '.models[].id'",
-     .begin = show<Control::model>},
+         "  vantrell models local --json | jq -r '.models[].id'"},
     {.name = "effort",
      .parameters = "[ID]",
      .summary = "how much a provider's model thinks, for a task",
      .options = effortOptions,
      .maxWords = 1,
+     .begin = show<Control::effort>,
      .introduction =
          "Lists the reasoning efforts of the model that a task has chosen with a provider, or of\n"
          "the provider's usual model, and marks the chosen one. ID is the provider's; without\n"
          "it, the provider that works on the task.",
-     .closing =
-         "A choice is kept with the task, for that provider.\n"
-         "\n"
-         "Exit status: 0 done, 1 failed, 2 wrong usage, or no such effort.\n"
-         "\n"
-         "Examples:\n"
-         "  vantrell effort codex\n"
-         "  vantrell effort --task 3F2A91C0 --use high",
-     .begin = show<Control::effort>},
+     .closing = "A choice is kept with the task, for that provider.\n"
+                "\n"
+                "Exit status: 0 done, 1 failed, 2 wrong usage, or no such effort.\n"
+                "\n"
+                "Examples:\n"
+                "  vantrell effort codex\n"
+                "  vantrell effort --task 3F2A91C0 --use high"},
 };
 
 }  // namespace

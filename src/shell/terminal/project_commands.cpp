@@ -7,10 +7,10 @@
 #include "platform/values/json.h"
 #include "project/context_discovery.h"
 #include "project/project_hook_service.h"
-#include "records/stores/orchestration_store.h"
 #include "records/stores/project_context_store.h"
 #include "shell/terminal/command_groups.h"
 #include "shell/terminal/run_plan.h"
+#include "shell/terminal/stored_orchestration.h"
 #include "shell/terminal/task_lookup.h"
 #include "shell/terminal/task_words.h"
 #include "shell/terminal/terminal_text.h"
@@ -22,14 +22,13 @@ namespace {
 // ---- projects -----------------------------------------------------------------------------------
 
 std::string asJson(const Workspace& workspace, const views::ProjectRow& row) {
-  return json::write(
-             JsonObject{{"workspaceID", workspace.id.text()},
-                        {"name", workspace.name},
-                        {"path", workspace.path},
-                        {"isGeneral", row.isGeneral},
-                        {"isPinned", row.isPinned},
-                        {"tasks", static_cast<std::int64_t>(row.tasks)},
-                        {"archivedTasks", static_cast<std::int64_t>(row.archivedTasks)}}) +
+  return json::write(JsonObject{{"workspaceID", workspace.id.text()},
+                                {"name", workspace.name},
+                                {"path", workspace.path},
+                                {"isGeneral", row.isGeneral},
+                                {"isPinned", row.isPinned},
+                                {"tasks", static_cast<std::int64_t>(row.tasks)},
+                                {"archivedTasks", static_cast<std::int64_t>(row.archivedTasks)}}) +
          "\n";
 }
 
@@ -61,10 +60,10 @@ void listProjects(CommandContext& context) {
 
 void report(CommandContext& context, const Workspace& workspace, std::string_view done) {
   const bool isGeneral = &workspace == context.model().tree.workspaces().data();
-  context.console.write(context.isJson()
-                            ? asJson(workspace, views::projectRow(workspace, isGeneral))
-                            : fmt::format("{}  {}: {}\n", shortID(workspace.id), done,
-                                          onOneLine(workspace.name)));
+  context.console.write(
+      context.isJson()
+          ? asJson(workspace, views::projectRow(workspace, isGeneral))
+          : fmt::format("{}  {}: {}\n", shortID(workspace.id), done, onOneLine(workspace.name)));
 }
 
 void addProject(CommandContext& context) {
@@ -153,35 +152,14 @@ constexpr CommandOption jsonOnly[] = {jsonOption};
 constexpr CommandOption removeOptions[] = {yesOption, jsonOption};
 constexpr CommandOption pinOptions[] = {{"--off", "", "no longer"}, jsonOption};
 constexpr Command projectsCommands[] = {
-    {.name = "list", .summary = "list them", .options = jsonOnly, .begin = listProjects},
-    {.name = "add",
-     .parameters = "DIR",
-     .summary = "make a folder a project, and select it",
-     .options = jsonOnly,
-     .minWords = 1,
-     .maxWords = 1,
-     .begin = addProject},
-    {.name = "remove",
-     .parameters = "PROJECT",
-     .summary = "forget a project and delete its tasks; its folder is not touched",
-     .options = removeOptions,
-     .minWords = 1,
-     .maxWords = 1,
-     .begin = removeProject},
-    {.name = "pin",
-     .parameters = "PROJECT",
-     .summary = "list it before the others; with --off no longer",
-     .options = pinOptions,
-     .minWords = 1,
-     .maxWords = 1,
-     .begin = pinProject},
-    {.name = "archive",
-     .parameters = "PROJECT",
-     .summary = "archive all its tasks, and begin a new one",
-     .options = jsonOnly,
-     .minWords = 1,
-     .maxWords = 1,
-     .begin = archiveProject},
+    {"list", "", "list them", jsonOnly, 0, 0, listProjects},
+    {"add", "DIR", "make a folder a project, and select it", jsonOnly, 1, 1, addProject},
+    {"remove", "PROJECT", "forget a project and delete its tasks; its folder is not touched",
+     removeOptions, 1, 1, removeProject},
+    {"pin", "PROJECT", "list it before the others; with --off no longer", pinOptions, 1, 1,
+     pinProject},
+    {"archive", "PROJECT", "archive all its tasks, and begin a new one", jsonOnly, 1, 1,
+     archiveProject},
 };
 
 // ---- context ------------------------------------------------------------------------------------
@@ -271,7 +249,7 @@ void showContext(CommandContext& context) {
   context.view([&](const StateView& state) -> Outcome {
     const auto id = projectNamed(context, state.workspaces);
     if (!id) return std::unexpected(id.error());
-    auto store = context.storedOrchestration();
+    auto store = storedOrchestration();
     const Known known(workspaceOf(state.workspaces, *id),
                       loadStoredProjectContext(store, *id, state.now));
     if (context.isJson()) {
@@ -348,37 +326,21 @@ void addDecision(CommandContext& context) {
 
 constexpr CommandOption contextOptions[] = {
     projectOption, {"--json", "", "for scripts: all of it as one JSON object"}};
-constexpr Command decisionCommands[] = {{.name = "add",
-                                         .parameters = "TITLE TEXT",
-                                         .summary = "keep a decision; the last 20 are told",
-                                         .options = contextOptions,
-                                         .minWords = 2,
-                                         .maxWords = 2,
-                                         .begin = addDecision}};
+constexpr Command decisionCommands[] = {
+    {"add", "TITLE TEXT", "keep a decision; the last 20 are told", contextOptions, 2, 2,
+     addDecision},
+};
 constexpr Command contextCommands[] = {
-    {.name = "instructions",
-     .parameters = "[TEXT]",
-     .summary = "show or set the standing instructions; - reads them from standard input",
-     .options = contextOptions,
-     .maxWords = 1,
-     .begin = instructions},
-    {.name = "clear",
-     .summary = "remove the instructions",
-     .options = contextOptions,
-     .begin = clearInstructions},
-    {.name = "decisions",
-     .summary = "show the decisions",
-     .options = contextOptions,
-     .begin = showContext<decisionsOf>,
-     .subcommands = decisionCommands},
-    {.name = "sources",
-     .summary = "the files of the project that guide agents, such as AGENTS.md",
-     .options = contextOptions,
-     .begin = showContext<sourcesOf>},
-    {.name = "block",
-     .summary = "what an agent gets, word by word; at most 18,000 characters",
-     .options = contextOptions,
-     .begin = showContext<blockOf>},
+    {"instructions", "[TEXT]",
+     "show or set the standing instructions; - reads them from standard input", contextOptions, 0,
+     1, instructions},
+    {"clear", "", "remove the instructions", contextOptions, 0, 0, clearInstructions},
+    {"decisions", "", "show the decisions", contextOptions, 0, 0, showContext<decisionsOf>, "", "",
+     decisionCommands},
+    {"sources", "", "the files of the project that guide agents, such as AGENTS.md", contextOptions,
+     0, 0, showContext<sourcesOf>},
+    {"block", "", "what an agent gets, word by word; at most 18,000 characters", contextOptions, 0,
+     0, showContext<blockOf>},
 };
 
 // ---- hooks --------------------------------------------------------------------------------------
@@ -387,7 +349,7 @@ using Hooks = std::vector<ProjectHook>;
 
 /// Read here, since another process may have written the file.
 Hooks storedHooks(const CommandContext& context, const Uuid& workspaceID) {
-  auto store = context.storedOrchestration();
+  auto store = storedOrchestration();
   return loadStoredProjectContext(store, workspaceID, context.main.now()).hooks.value_or(Hooks());
 }
 
@@ -401,11 +363,10 @@ std::expected<ProjectHook, UsageError> findHook(const Hooks& hooks, std::string_
     if (isMeant) found.push_back(&each);
   }
   if (found.size() == 1) return *found.front();
-  return usageError(fmt::format(found.empty()
-                                    ? "The project has no hook {}. \"vantrell hooks\" lists them."
-                                    : "Several hooks match {}. Give more of the ID; \"vantrell "
-                                      "hooks\" lists them.",
-                                onOneLine(word)));
+  return usageError(fmt::format(
+      "{} {}. \"vantrell hooks\" lists them.",
+      found.empty() ? "The project has no hook" : "Several hooks match; give more of the ID than",
+      onOneLine(word)));
 }
 
 bool isThere(const ProjectHook& hook, const std::string& folder) {
@@ -459,11 +420,10 @@ Outcome hookChanged(CommandContext& context, const ProjectHook& hook, const Uuid
     context.complain(notSaved("The hooks", failure));
     return exitStatus::failed;
   }
-  context.console.write(context.isJson()
-                            ? asJson(hook, workspaceID)
-                            : fmt::format("{}  {}: {} {}\n", shortID(hook.id), done,
-                                          rawText(hook.event),
-                                          onOneLine(hook.relativeExecutablePath)));
+  context.console.write(context.isJson() ? asJson(hook, workspaceID)
+                                         : fmt::format("{}  {}: {} {}\n", shortID(hook.id), done,
+                                                       rawText(hook.event),
+                                                       onOneLine(hook.relativeExecutablePath)));
   return exitStatus::completed;
 }
 
@@ -471,9 +431,9 @@ void addHook(CommandContext& context) {
   const auto event = fromRawText<ProjectHookEvent>(context.word(0));
   if (!event) {
     constexpr auto& events = choicesOf<ProjectHookEvent>;
-    return context.finish(usageError(fmt::format(
-        "The event cannot be \"{}\"; use {}.{}", onOneLine(context.word(0)), alternatives(events),
-        suggestion(context.word(0), events))));
+    return context.finish(
+        usageError(fmt::format("The event cannot be \"{}\"; use {}.{}", onOneLine(context.word(0)),
+                               alternatives(events), suggestion(context.word(0), events))));
   }
   context.change([&](AppModel& model) -> Outcome {
     const auto project = projectNamed(context, model.tree.workspaces());
@@ -483,9 +443,10 @@ void addHook(CommandContext& context) {
     const ProjectHook hook = model.context->profile(*project).hooks->back();
     auto outcome = hookChanged(context, hook, *project, "added");
     if (!isThere(hook, model.tree.workspace(*project)->path)) {
-      context.complain(fmt::format("{} is not an executable file yet; until it is, the hook is "
-                                   "skipped.",
-                                   hook.relativeExecutablePath));
+      context.complain(
+          fmt::format("{} is not an executable file yet; until it is, the hook is "
+                      "skipped.",
+                      hook.relativeExecutablePath));
     }
     return outcome;
   });
@@ -539,28 +500,10 @@ constexpr CommandOption hookOptions[] = {projectOption, jsonOption};
 constexpr CommandOption runHookOptions[] = {
     projectOption, {"--task", "ID", "where this task works, in its own worktree if it has one"}};
 constexpr Command hooksCommands[] = {
-    {.name = "list", .summary = "list them", .options = hookOptions, .begin = listHooks},
-    {.name = "add",
-     .parameters = "EVENT PATH",
-     .summary = "run that file at every such event",
-     .options = hookOptions,
-     .minWords = 2,
-     .maxWords = 2,
-     .begin = addHook},
-    {.name = "remove",
-     .parameters = "HOOK",
-     .summary = "run it no longer; the file is not touched",
-     .options = hookOptions,
-     .minWords = 1,
-     .maxWords = 1,
-     .begin = removeHook},
-    {.name = "run",
-     .parameters = "HOOK",
-     .summary = "run it now, to try it; no task is told",
-     .options = runHookOptions,
-     .minWords = 1,
-     .maxWords = 1,
-     .begin = runHook},
+    {"list", "", "list them", hookOptions, 0, 0, listHooks},
+    {"add", "EVENT PATH", "run that file at every such event", hookOptions, 2, 2, addHook},
+    {"remove", "HOOK", "run it no longer; the file is not touched", hookOptions, 1, 1, removeHook},
+    {"run", "HOOK", "run it now, to try it; no task is told", runHookOptions, 1, 1, runHook},
 };
 
 // ---- their help ---------------------------------------------------------------------------------
@@ -569,34 +512,31 @@ constexpr Command commands[] = {
     {.name = "projects",
      .summary = "list, add and remove project folders",
      .options = jsonOnly,
+     .begin = listProjects,
      .introduction =
          "Lists the projects, or changes one. PROJECT is the name of one, its folder, or a\n"
          "beginning of its ID.",
-     .closing =
-         "remove asks first at a terminal; elsewhere it takes --yes.\n"
-         "\n"
-         "Exit status: 0 done, 1 failed or refused, 2 wrong usage, 130 not confirmed.",
-     .begin = listProjects,
+     .closing = "remove asks first at a terminal; elsewhere it takes --yes.\n"
+                "\n"
+                "Exit status: 0 done, 1 failed or refused, 2 wrong usage, 130 not confirmed.",
      .subcommands = projectsCommands},
     {.name = "context",
      .summary = "what every agent is told about a project",
      .options = contextOptions,
+     .begin = showContext<everythingOf>,
      .introduction =
          "Shows all that is known about the project. It comes before every prompt, so that all\n"
          "agents keep to the same standing orders. Files that guide agents are read, never\n"
          "changed.",
-     .closing =
-         "Exit status: 0 done, 1 failed, 2 wrong usage.\n"
-         "\n"
-         "Examples:\n"
-         "  vantrell context instructions \"Write tests first. Never touch vendor/.\"\n"
-         "  vantrell context decisions add \"Database\" \"SQLite, one file for each user\"\n"
-         "  vantrell context block --project website",
-     .begin = showContext<everythingOf>,
+     .closing = "Examples:\n"
+                "  vantrell context instructions \"Write tests first. Never touch vendor/.\"\n"
+                "  vantrell context decisions add \"Database\" \"SQLite, one file for each user\"\n"
+                "  vantrell context block --project website",
      .subcommands = contextCommands},
     {.name = "hooks",
      .summary = "programs of a project that run around its tasks",
      .options = hookOptions,
+     .begin = listHooks,
      .introduction =
          "Lists the hooks of the project, or changes them. EVENT is beforeTask, afterTask or\n"
          "taskFailed; PATH is an executable file inside the project, relative to its folder; HOOK\n"
@@ -609,7 +549,6 @@ constexpr Command commands[] = {
          "\n"
          "Exit status: 0 done, 1 failed or refused (run: also when the hook failed), 2 wrong\n"
          "usage.",
-     .begin = listHooks,
      .subcommands = hooksCommands},
 };
 

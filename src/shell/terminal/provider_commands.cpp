@@ -6,7 +6,6 @@
 #include "platform/process/foreground_program.h"
 #include "platform/text/text.h"
 #include "platform/values/json.h"
-#include "records/stores/orchestration_store.h"
 #include "records/stores/usage_ledger.h"
 #include "runtimes/catalog/provider_registry.h"
 #include "runtimes/catalog/runtime_locator.h"
@@ -15,7 +14,9 @@
 #include "shell/terminal/command_groups.h"
 #include "shell/terminal/provider_names.h"
 #include "shell/terminal/runtime_survey.h"
+#include "shell/terminal/stored_orchestration.h"
 #include "shell/terminal/text_table.h"
+#include "views/run_rows.h"
 #include "views/usage_rows.h"
 
 namespace vantrell::shell {
@@ -151,11 +152,11 @@ void login(CommandContext& context) {
   const auto survey = surveyFor(context);
   survey->find(*named, [&context, survey = survey.get(), provider = *named](const auto& program) {
     if (!program) {
-      return context.fail(fmt::format(
-          "{} is not installed, or not where it is looked for. To install it: {}\n"
-          "If it is in another place: vantrell settings {}-path /path/to/{}",
-          ProviderRegistry::descriptor(provider).label, installCommand(provider),
-          programName(provider), programName(provider)));
+      return context.fail(
+          fmt::format("{} is not installed, or not where it is looked for. To install it: {}\n"
+                      "If it is in another place: vantrell settings {}-path /path/to/{}",
+                      ProviderRegistry::descriptor(provider).label, installCommand(provider),
+                      programName(provider), programName(provider)));
     }
     const RuntimeLoginFlow& flow = *loginFlow(provider);
     const std::string command = loginCommandLine(flow, *program);
@@ -246,10 +247,9 @@ void reset(CommandContext& context) {
                                     : "Codex did not tell what it knows of credits. \"vantrell "
                                       "providers\" says whether it is installed and signed in.");
         }
-        context.confirm(
-            fmt::format("Codex: {}. Spend a reset credit? It is gone then.",
-                        views::wordsFor(*usage)),
-            [&context, survey] { resetNow(context, *survey); });
+        context.confirm(fmt::format("Codex: {}. Spend a reset credit? It is gone then.",
+                                    views::wordsFor(*usage)),
+                        [&context, survey] { resetNow(context, *survey); });
       });
 }
 
@@ -271,15 +271,15 @@ void showUsage(CommandContext& context) {
     return reset(context);
   }
   const auto tell = [&context, named](const RuntimeSurvey::Models& codex) {
-    auto store = context.storedOrchestration();
+    auto store = storedOrchestration();
     const auto ledger = UsageLedger::load(store);
     std::vector<views::UsageRow> rows;
     Json::Array all;
     for (const auto provider : allAgentProviders) {
       if (named && *named != provider) continue;
       const bool isKnown = provider == AgentProvider::codex && codex.usage;
-      rows.push_back(views::usageRow(provider, isKnown ? &*codex.usage : nullptr, ledger,
-                                     context.main.now()));
+      rows.push_back(
+          views::usageRow(provider, isKnown ? &*codex.usage : nullptr, ledger, context.main.now()));
       all.push_back(asJson(rows.back()));
     }
     context.console.write(context.isJson() ? json::writePrettySorted(Json(std::move(all))) + "\n"
@@ -299,27 +299,29 @@ constexpr Command commands[] = {
     {.name = "providers",
      .summary = "which agents are installed and signed in, and what to do next",
      .options = listOptions,
+     .begin = listProviders,
      .introduction =
          "Looks for the program of every provider and asks it for its version and whether it is\n"
          "signed in. Install commands are the vendors' own; they are shown for you to run. For\n"
-         "local models it looks for a server, and for Tasklet whether a webhook is stored.",
-     .begin = listProviders},
+         "local models it looks for a server, and for Tasklet whether a webhook is stored."},
     {.name = "login",
      .parameters = "ID",
      .summary = "sign in to a provider, with the provider's own program",
      .minWords = 1,
      .maxWords = 1,
+     .begin = login,
      .introduction =
          "Runs the log-in of the provider's program here, so that you see its codes and links and\n"
-         "answer its questions. ID is grok, codex, kimi, glm or claude. Vantrell itself never sees\n"
+         "answer its questions. ID is grok, codex, kimi, glm or claude. Vantrell itself never "
+         "sees\n"
          "a password or a key.",
-     .closing = "Exit status: 0 it ended without an error, 1 failed, 2 wrong usage, 130 stopped.",
-     .begin = login},
+     .closing = "Exit status: 0 it ended without an error, 1 failed, 2 wrong usage, 130 stopped."},
     {.name = "usage",
      .parameters = "[ID]",
      .summary = "how much of each provider's allowance is used",
      .options = usageOptions,
      .maxWords = 1,
+     .begin = showUsage,
      .introduction =
          "Shows what is known of the providers' allowances, of all or of one. Codex is asked;\n"
          "the others report nothing, or only during a task. What was reported last in a task is\n"
@@ -330,8 +332,7 @@ constexpr Command commands[] = {
          "Examples:\n"
          "  vantrell usage\n"
          "  vantrell usage codex --json | jq '.[0].now.usedPercent'\n"
-         "  vantrell usage --reset",
-     .begin = showUsage},
+         "  vantrell usage --reset"},
 };
 
 }  // namespace

@@ -130,14 +130,13 @@ void handOff(CommandContext& context) {
           model.router->handoff(provider, scope, task);
           const ChatThread& thread = *model.tree.thread(task);
           context.console.write(
-              context.isJson()
-                  ? json::write(JsonObject{{"workspaceID", task.workspaceID.text()},
-                                           {"threadID", task.threadID.text()},
-                                           {"provider", rawText(provider)},
-                                           {"scope", rawText(scope)}}) +
-                        "\n"
-                  : fmt::format("{}  {}\n{}\n", shortID(task.threadID), titleOf(thread),
-                                thread.entries.back().text));
+              context.isJson() ? json::write(JsonObject{{"workspaceID", task.workspaceID.text()},
+                                                        {"threadID", task.threadID.text()},
+                                                        {"provider", rawText(provider)},
+                                                        {"scope", rawText(scope)}}) +
+                                     "\n"
+                               : fmt::format("{}  {}\n{}\n", shortID(task.threadID),
+                                             titleOf(thread), thread.entries.back().text));
           context.finish(exitStatus::completed);
         });
   });
@@ -158,23 +157,22 @@ constexpr Command commands[] = {
      .summary = "who takes the next turn, and why; or set the route",
      .options = routeOptions,
      .maxWords = 1,
-     .introduction =
-         "Without a ROUTE: which providers could take the next turn, in their order, and which one\n"
-         "will. Agents and servers are looked for; nothing is sent to any of them.",
+     .begin = route,
+     .introduction = "Without a ROUTE: which providers could take the next turn, in their order, "
+                     "and which one\n"
+                     "will. Agents and servers are looked for; nothing is sent to any of them.",
      .closing =
          "ROUTE is automatic, local_first, or the ID of one provider (grok, codex, kimi, glm,\n"
          "claude, local, tasklet). On the first two, a task goes to the next provider by itself\n"
          "when an allowance is exhausted; on a fixed one it never does. What is chosen for a\n"
-         "task (vantrell handoff) comes before the route.\n"
-         "\n"
-         "Exit status: 0 done, 1 failed, 2 wrong usage.",
-     .begin = route},
+         "task (vantrell handoff) comes before the route."},
     {.name = "handoff",
      .parameters = "ID PROVIDER",
      .summary = "let another provider go on with a task",
      .options = handoffOptions,
      .minWords = 2,
      .maxWords = 2,
+     .begin = handOff,
      .introduction =
          "Chooses who takes the task's next turn. A new provider is told the request, the plan,\n"
          "what was said so far and the state of the repository; a session that it has of the task\n"
@@ -184,8 +182,7 @@ constexpr Command commands[] = {
          "\"vantrell providers\" lists them. The choice comes before the route, also a fixed\n"
          "one.\n"
          "\n"
-         "Exit status: 0 done, 1 failed or the provider cannot be used now, 2 wrong usage.",
-     .begin = handOff},
+         "Exit status: 0 done, 1 failed or the provider cannot be used now, 2 wrong usage."},
 };
 
 }  // namespace

@@ -103,9 +103,9 @@ void listQueue(CommandContext& context) {
 }
 
 /// Changes the queue of the task that the first word names, and shows it.
-void changeQueue(CommandContext& context,
-                 const std::function<std::optional<UsageError>(AppModel&,
-                                                               const ThreadExecutionKey&)>& work) {
+void changeQueue(
+    CommandContext& context,
+    const std::function<std::optional<UsageError>(AppModel&, const ThreadExecutionKey&)>& work) {
   context.change([&](AppModel& model) -> Outcome {
     const auto key = findTask(model.tree.workspaces(), context.word(0));
     if (!key) return std::unexpected(key.error());
@@ -165,9 +165,8 @@ void clearQueue(CommandContext& context) {
 void runQueue(CommandContext& context) {
   withPlan(context, context.word(0), [&context](RunPlan plan) {
     RunVariant variant;
-    variant.conversation =
-        [](AppModel& model, const ThreadExecutionKey& task,
-           const std::string&) -> std::expected<ThreadExecutionKey, UsageError> {
+    variant.conversation = [](AppModel& model, const ThreadExecutionKey& task,
+                              const std::string&) -> std::expected<ThreadExecutionKey, UsageError> {
       if (!model.tree.thread(task)->queuedPrompts.empty()) return task;
       return usageError(fmt::format(
           "The queue of this task is empty. To add a prompt: vantrell queue add {} \"...\"",
@@ -181,41 +180,14 @@ void runQueue(CommandContext& context) {
 constexpr CommandOption addOptions[] = {attachOption, jsonOption};
 constexpr CommandOption queueOptions[] = {jsonOption};
 constexpr Command queueCommands[] = {
-    {.name = "add",
-     .parameters = "ID \"prompt\"",
-     .summary = "add a prompt at the end; - reads it from standard input",
-     .options = addOptions,
-     .minWords = 2,
-     .maxWords = 2,
-     .begin = addToQueue},
-    {.name = "front",
-     .parameters = "ID PROMPT",
-     .summary = "send that prompt next; PROMPT is any beginning of its ID",
-     .options = queueOptions,
-     .minWords = 2,
-     .maxWords = 2,
-     .begin = changePrompts<&PromptQueue::moveQueuedPromptToFront>},
-    {.name = "remove",
-     .parameters = "ID PROMPT...",
-     .summary = "remove prompts without sending them",
-     .options = queueOptions,
-     .minWords = 2,
-     .maxWords = Command::anyNumber,
-     .begin = changePrompts<&PromptQueue::removeQueuedPrompt>},
-    {.name = "clear",
-     .parameters = "ID",
-     .summary = "remove all of them",
-     .options = queueOptions,
-     .minWords = 1,
-     .maxWords = 1,
-     .begin = clearQueue},
-    {.name = "run",
-     .parameters = "ID",
-     .summary = "send the first, and go on to the end of the queue",
-     .options = turnOptions,
-     .minWords = 1,
-     .maxWords = 1,
-     .begin = runQueue},
+    {"add", "ID \"prompt\"", "add a prompt at the end; - reads it from standard input", addOptions,
+     2, 2, addToQueue},
+    {"front", "ID PROMPT", "send that prompt next; PROMPT is any beginning of its ID", queueOptions,
+     2, 2, changePrompts<&PromptQueue::moveQueuedPromptToFront>},
+    {"remove", "ID PROMPT...", "remove prompts without sending them", queueOptions, 2,
+     Command::anyNumber, changePrompts<&PromptQueue::removeQueuedPrompt>},
+    {"clear", "ID", "remove all of them", queueOptions, 1, 1, clearQueue},
+    {"run", "ID", "send the first, and go on to the end of the queue", turnOptions, 1, 1, runQueue},
 };
 
 // ---- branch, retry ------------------------------------------------------------------------------
@@ -295,6 +267,7 @@ constexpr Command commands[] = {
      .summary = "do one task here, in the terminal",
      .options = runOptions,
      .maxWords = Command::anyNumber,
+     .begin = run,
      .introduction =
          "Does one task with a coding agent and shows what it says and does. It asks before the\n"
          "agent acts, as far as the mode says so. A prompt of - is read from standard input.",
@@ -309,14 +282,14 @@ constexpr Command commands[] = {
          "  vantrell run \"find out why the tests fail\"\n"
          "  vantrell run --workflow plan --attach notes.txt \"plan the next release\"\n"
          "  vantrell run --task 3F2A91C0 \"now write the changelog\"\n"
-         "  vantrell run --json --answer reject_once - < prompt.txt | jq .",
-     .begin = run},
+         "  vantrell run --json --answer reject_once - < prompt.txt | jq ."},
     {.name = "queue",
      .parameters = "ID",
      .summary = "the prompts that wait in a task: add, order, send",
      .options = queueOptions,
      .minWords = 1,
      .maxWords = 1,
+     .begin = listQueue,
      .introduction =
          "Lists the prompts that wait in a task, the next one first. They are sent one after the\n"
          "other, each when the one before has completed. After a failure, a stop or a restart\n"
@@ -329,7 +302,6 @@ constexpr Command commands[] = {
          "Examples:\n"
          "  vantrell queue add 3F2A91C0 \"now write the changelog\"\n"
          "  vantrell queue run 3F2A91C0 --provider codex",
-     .begin = listQueue,
      .subcommands = queueCommands},
     {.name = "retry",
      .parameters = "ID",
@@ -337,33 +309,32 @@ constexpr Command commands[] = {
      .options = turnOptions,
      .minWords = 1,
      .maxWords = 1,
+     .begin = retry,
      .introduction =
          "A branch with the same words: a task with what was said before the latest prompt of\n"
          "another one, and that prompt once more. See \"vantrell branch --help\".",
-     .closing = "Exit status: 0 completed, 1 failed, 2 wrong usage, 130 stopped.",
-     .begin = retry},
+     .closing = "Exit status: 0 completed, 1 failed, 2 wrong usage, 130 stopped."},
     {.name = "branch",
      .parameters = "ID \"prompt\"",
      .summary = "say an earlier prompt in other words, in a worktree of its own",
      .options = branchOptions,
      .minWords = 2,
      .maxWords = 2,
+     .begin = branch,
      .introduction =
          "Makes a task with what was said before a prompt of another one, and sends the new\n"
          "prompt in its place, with the same attachments. It works in a Git worktree of its own,\n"
          "with a copy of all that is not committed in the project; if that cannot be made, in the\n"
          "project's folder. The other task stays as it is. ID is any beginning of a task's ID; a\n"
          "prompt of - is read from standard input.",
-     .closing =
-         "Ctrl-C stops the task, a second one leaves at once.\n"
-         "\n"
-         "Exit status: 0 completed, 1 failed, 2 wrong usage, 130 stopped.\n"
-         "\n"
-         "Examples:\n"
-         "  vantrell show 3F2A --entries\n"
-         "  vantrell branch 3F2A --from 9C01D2E3 \"find out why, and change nothing yet\"\n"
-         "  vantrell branch 3F2A --provider claude \"fix it in the parser\"",
-     .begin = branch},
+     .closing = "Ctrl-C stops the task, a second one leaves at once.\n"
+                "\n"
+                "Exit status: 0 completed, 1 failed, 2 wrong usage, 130 stopped.\n"
+                "\n"
+                "Examples:\n"
+                "  vantrell show 3F2A --entries\n"
+                "  vantrell branch 3F2A --from 9C01D2E3 \"find out why, and change nothing yet\"\n"
+                "  vantrell branch 3F2A --provider claude \"fix it in the parser\""},
 };
 
 }  // namespace

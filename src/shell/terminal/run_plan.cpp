@@ -347,10 +347,9 @@ class Run : public std::enable_shared_from_this<Run> {
     const auto opened = openTask(model(), plan_, provider);
     if (!opened) return opened.error();
     chooseModes(model().settings, plan_);
-    auto conversation =
-        variant_.conversation
-            ? variant_.conversation(model(), *opened, plan_.prompt)
-            : std::expected<ThreadExecutionKey, UsageError>(*opened);
+    auto conversation = variant_.conversation
+                            ? variant_.conversation(model(), *opened, plan_.prompt)
+                            : std::expected<ThreadExecutionKey, UsageError>(*opened);
     if (!conversation) return conversation.error();
     makePrinter();
     auto job = std::make_unique<ConversationJob>(context_, *conversation, *printer_, [this] {
@@ -395,12 +394,13 @@ class Run : public std::enable_shared_from_this<Run> {
   void introduce(const ThreadExecutionKey& key, AgentProvider provider, std::size_t newEntries) {
     const auto folder = model().tree.executionPath(key).value_or("");
     const auto label = ProviderRegistry::descriptor(provider).label;
-    printer_->introduced({.conversation = key,
-                          .runtime = plan_.practiceAgent ? "The practice agent" : label,
-                          .folder = folder,
-                          .earlierEntries = model().tree.thread(key)->entries.size() - newEntries,
-                          .freedom = permissionNotice(model(), provider),
-                          .goingOn = resumeOptions(provider)});
+    printer_->introduced(
+        {.conversation = key,
+         .runtime = plan_.practiceAgent ? "The practice agent" : label,
+         .folder = folder,
+         .earlierEntries = model().tree.thread(key)->entries.size() - newEntries,
+         .freedom = permissionNotice(model(), provider),
+         .goingOn = context_.console.asTyped("vantrell run " + resumeOptions(provider))});
   }
 
   /// A new conversation may work elsewhere than its source.

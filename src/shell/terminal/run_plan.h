@@ -22,7 +22,8 @@ inline constexpr CommandOption folderOption{"--project", "DIR",
 inline constexpr CommandOption taskOption{
     "--task", "ID", "go on with this task; any beginning of its ID that no other has"};
 inline constexpr CommandOption providerOption{
-    "--provider", "ID", "who does it, as in codex (default: the task's last one, or the first found)",
+    "--provider", "ID",
+    "who does it, as in codex (default: the task's last one, or the first found)",
     choicesOf<AgentProvider>};
 inline constexpr CommandOption executableOption{
     "--executable", "PATH", "the agent's program, when it is not in a usual place"};

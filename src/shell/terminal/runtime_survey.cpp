@@ -96,8 +96,9 @@ void RuntimeSurvey::find(AgentProvider provider,
   const auto look = [this, provider] {
     return findRuntime(provider, means_.customExecutable(provider));
   };
-  context_.withUserPath(*runtimes_, [look] { return look().has_value(); },
-                        [look, then = std::move(then)] { then(look()); });
+  context_.withUserPath(
+      *runtimes_, [look] { return look().has_value(); },
+      [look, then = std::move(then)] { then(look()); });
 }
 
 std::optional<std::string> RuntimeSurvey::unusableCustomPath(AgentProvider provider) const {

@@ -6,10 +6,10 @@
 #include "platform/values/json.h"
 #include "project/git_workspace_service.h"
 #include "project/unified_diff_parser.h"
-#include "records/stores/orchestration_store.h"
 #include "records/stores/review_annotation.h"
-#include "shell/terminal/command_groups.h"
 #include "shell/terminal/command_context.h"
+#include "shell/terminal/command_groups.h"
+#include "shell/terminal/stored_orchestration.h"
 #include "shell/terminal/task_lookup.h"
 #include "shell/terminal/task_words.h"
 #include "shell/terminal/terminal_text.h"
@@ -157,8 +157,8 @@ void diff(CommandContext& context) {
   }
   const auto key = findTask(workspaces, context.word(0));
   if (!key) return context.finish(std::unexpected(key.error()));
-  showChanges(context, executionPath(workspaceOf(workspaces, key->workspaceID),
-                                     threadOf(workspaces, *key)));
+  showChanges(context,
+              executionPath(workspaceOf(workspaces, key->workspaceID), threadOf(workspaces, *key)));
 }
 
 // ---- review -------------------------------------------------------------------------------------
@@ -186,7 +186,7 @@ void listNotes(CommandContext& context) {
   context.view([&](const StateView& state) -> Outcome {
     const auto key = findTask(state.workspaces, context.word(0));
     if (!key) return std::unexpected(key.error());
-    auto store = context.storedOrchestration();
+    auto store = storedOrchestration();
     const auto notes = annotationsOf(*key, loadReviewAnnotations(store));
     for (const auto& note : notes) {
       context.console.write(context.isJson() ? encodeReviewAnnotation(note) + "\n"
@@ -217,10 +217,10 @@ void addNote(CommandContext& context) {
       context.complain(notSaved("The note", model.reviews.saveFailure()));
       return exitStatus::failed;
     }
-    context.console.write(context.isJson()
-                              ? encodeReviewAnnotation(model.reviews.reviewAnnotations().back()) + "\n"
-                              : fmt::format("{}  noted: {}\n", shortID(key->threadID),
-                                            titleOf(*model.tree.thread(*key))));
+    context.console.write(
+        context.isJson() ? encodeReviewAnnotation(model.reviews.reviewAnnotations().back()) + "\n"
+                         : fmt::format("{}  noted: {}\n", shortID(key->threadID),
+                                       titleOf(*model.tree.thread(*key))));
     return exitStatus::completed;
   });
 }
@@ -408,27 +408,12 @@ constexpr CommandOption isolateOptions[] = {
     {"--json", "", "for scripts: where it works, as a JSON object"}};
 
 constexpr Command checkpointCommands[] = {
-    {.name = "list",
-     .parameters = "ID",
-     .summary = "the task's checkpoints, newest first",
-     .options = checkpointOptions,
-     .minWords = 1,
-     .maxWords = 1,
-     .begin = listCheckpoints},
-    {.name = "make",
-     .parameters = "ID [LABEL]",
-     .summary = "take one now",
-     .options = checkpointOptions,
-     .minWords = 1,
-     .maxWords = 2,
-     .begin = makeCheckpoint},
-    {.name = "restore",
-     .parameters = "ID CHECKPOINT",
-     .summary = "put files and conversation back; CHECKPOINT is any beginning of its ID",
-     .options = restoreOptions,
-     .minWords = 2,
-     .maxWords = 2,
-     .begin = restoreCheckpoint},
+    {"list", "ID", "the task's checkpoints, newest first", checkpointOptions, 1, 1,
+     listCheckpoints},
+    {"make", "ID [LABEL]", "take one now", checkpointOptions, 1, 2, makeCheckpoint},
+    {"restore", "ID CHECKPOINT",
+     "put files and conversation back; CHECKPOINT is any beginning of its ID", restoreOptions, 2, 2,
+     restoreCheckpoint},
 };
 
 constexpr Command commands[] = {
@@ -437,36 +422,33 @@ constexpr Command commands[] = {
      .summary = "show what has changed in a project or a task's worktree",
      .options = diffOptions,
      .maxWords = 1,
+     .begin = diff,
      .introduction =
          "Shows the state of Git in the folder in which a task works, of a project, or of the\n"
          "current folder: the branch, the changed files with their lines, and the hunks. ID is\n"
          "any beginning of a task's ID that no other task has. Nothing is changed.",
-     .closing =
-         "The two letters before a file are those of git status: index, then working tree.\n"
-         "\n"
-         "Exit status: 0 done, 1 failed or not a Git repository, 2 wrong usage.\n"
-         "\n"
-         "Examples:\n"
-         "  vantrell diff 3F2A91C0 | less\n"
-         "  vantrell diff --stat --project website\n"
-         "  vantrell diff --json | jq -r '.files[].path'",
-     .begin = diff},
+     .closing = "The two letters before a file are those of git status: index, then working tree.\n"
+                "\n"
+                "Exit status: 0 done, 1 failed or not a Git repository, 2 wrong usage.\n"
+                "\n"
+                "Examples:\n"
+                "  vantrell diff 3F2A91C0 | less\n"
+                "  vantrell diff --stat --project website\n"
+                "  vantrell diff --json | jq -r '.files[].path'"},
     {.name = "review",
      .parameters = "ID [FILE NOTE]",
      .summary = "list or write notes on what a task has changed",
      .options = reviewOptions,
      .minWords = 1,
      .maxWords = 3,
+     .begin = review,
      .introduction =
          "Lists the notes on what a task has changed; with a file and a text, writes one.\n"
          "ID is any beginning of a task's ID that no other task has.",
      .closing =
-         "Exit status: 0 done, 1 failed, 2 wrong usage.\n"
-         "\n"
          "Examples:\n"
          "  vantrell review 3F2A91C0\n"
-         "  vantrell review 3F2A src/main.cpp --line 40 --decision rejected \"leaks the socket\"",
-     .begin = review},
+         "  vantrell review 3F2A src/main.cpp --line 40 --decision rejected \"leaks the socket\""},
     {.name = "checkpoint",
      .summary = "go back to earlier files and an earlier conversation",
      .introduction =
@@ -484,16 +466,14 @@ constexpr Command commands[] = {
      .options = isolateOptions,
      .minWords = 1,
      .maxWords = 1,
+     .begin = isolate,
      .introduction =
          "Gives a task a Git worktree outside the project, with a copy of all that is not\n"
          "committed, and shows where it is. The project keeps everything. ID is any beginning of\n"
          "a task's ID.",
      .closing =
          "This cannot be reversed: what the task changes reaches the project only by your own Git\n"
-         "work. Ignored files are not copied.\n"
-         "\n"
-         "Exit status: 0 done, 1 failed, 2 wrong usage.",
-     .begin = isolate},
+         "work. Ignored files are not copied."},
 };
 
 }  // namespace

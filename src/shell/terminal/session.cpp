@@ -12,8 +12,7 @@ namespace vantrell::shell {
 Session::Session(CommandContext& context, std::vector<std::unique_ptr<Job>> jobs, Options options)
     : context_(context), options_(std::move(options)) {
   for (auto& job : jobs) jobs_.push_back({.job = std::move(job), .question = nullptr});
-  observation_ =
-      context.model().changes.observe([this](const Change& change) { changed(change); });
+  observation_ = context.model().changes.observe([this](const Change& change) { changed(change); });
 }
 
 void Session::begin(std::function<void(int)> ended) {
@@ -92,8 +91,8 @@ void Session::look() {
 
 void Session::settle(Followed& each) {
   if (isStopped_) {
-    const bool waits = std::ranges::any_of(
-        jobs_, [](const Followed& other) { return other.job->isStopping(); });
+    const bool waits =
+        std::ranges::any_of(jobs_, [](const Followed& other) { return other.job->isStopping(); });
     each.isSettling = false;
     return waits ? lookSoon() : end();
   }
@@ -159,8 +158,9 @@ void Session::readAnswer(const std::optional<std::string>& line) {
   if (!asking_ || hasEnded_) return;
   if (!line && context_.answers().isTerminal()) return refuse();  // Ctrl-D
   if (!line) {
-    complain("There is no answer on standard input, so the request was refused. Answer with a line "
-             "there, or use --answer allow_once.");
+    complain(
+        "There is no answer on standard input, so the request was refused. Answer with a line "
+        "there, or use --answer allow_once.");
     return refuse();
   }
   asking_->job->observer.lineTyped();
@@ -192,8 +192,9 @@ void Session::respond(const PermissionOption* option) {
   withdraw();
   job.answer(option, answerer);
   if (settings.permissionMode() == mode) return;
-  complain("With this answer Full Access is on, for later runs as well. To have agents ask again: "
-           "vantrell settings mode ask");
+  complain(
+      "With this answer Full Access is on, for later runs as well. To have agents ask again: "
+      "vantrell settings mode ask");
 }
 
 void Session::complain(std::string_view text) {

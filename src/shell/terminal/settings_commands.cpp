@@ -83,11 +83,11 @@ std::string allAsJson(const UserFolders& folders, const UserDefaults& defaults,
       {"settings", std::move(settings)},
       {"settingsFile", folders.defaultsPath()},
       {"dataFolder", folders.support},
-      {"secrets", JsonObject{{"kind", nameOf(status.kind)},
-                             {"place", status.place},
-                             {"state", stateOf(status)},
-                             {"problem", status.problem ? Json(status.problem->description)
-                                                        : Json()}}}};
+      {"secrets",
+       JsonObject{{"kind", nameOf(status.kind)},
+                  {"place", status.place},
+                  {"state", stateOf(status)},
+                  {"problem", status.problem ? Json(status.problem->description) : Json()}}}};
   return json::write(all) + "\n";
 }
 
@@ -107,9 +107,9 @@ std::string settingsInWords(const UserFolders& folders, const UserDefaults& defa
 
 std::string secretsInWords(SecretStore& secrets, const TerminalStyle& style) {
   const auto status = secrets.status();
-  std::string text = fmt::format(
-      "  {:<15} {}{}\n", "secrets", status.place,
-      status.kind == SecretStore::Kind::files ? " (owner-only files)" : "");
+  std::string text =
+      fmt::format("  {:<15} {}{}\n", "secrets", status.place,
+                  status.kind == SecretStore::Kind::files ? " (owner-only files)" : "");
   if (status.problem) return text + fmt::format("  {:<15} {}\n", "", status.problem->description);
   text += fmt::format("\n{}\n", style.bold("Secrets"));
   for (const SettingRow& row : settingRows()) {
@@ -157,9 +157,8 @@ void show(CommandContext& context) {
       return (state ? *state : state.error()) + "\n";
     });
   }
-  context.console.write((isJson ? json::write(asJson(row, *defaults))
-                                : readSetting(row, *defaults).text) +
-                        "\n");
+  context.console.write(
+      (isJson ? json::write(asJson(row, *defaults)) : readSetting(row, *defaults).text) + "\n");
   context.finish(exitStatus::completed);
 }
 
@@ -350,9 +349,9 @@ void replaceAll(CommandContext& context, Import& import) {
   const auto imported = import.store.importDocument(import.document, context.main.now());
   if (import.store.notice()) context.complain(*import.store.notice());
   if (!imported) return context.fail(fmt::format("{}. Nothing was imported.", imported.error()));
-  context.console.write(
-      fmt::format("{} imported. The conversations of before are in \"{}\".\n",
-                  countsOf(imported->threads, imported->workspaces), imported->keptAside));
+  context.console.write(fmt::format("{} imported. The conversations of before are in \"{}\".\n",
+                                    countsOf(imported->threads, imported->workspaces),
+                                    imported->keptAside));
   if (imported->withoutFolder > 0) {
     context.complain(fmt::format(
         "{} of the imported projects {} no folder on this machine. The next start of Vantrell "
@@ -367,8 +366,8 @@ void importDocument(CommandContext& context, std::string document) {
   auto state = UserState::open({}, context.main.now());
   if (!state) return context.fail(state.error());
   if (state->notice) context.complain(*state->notice);
-  const auto import =
-      std::shared_ptr<Import>(new Import{.state = std::move(*state), .document = std::move(document)});
+  const auto import = std::shared_ptr<Import>(
+      new Import{.state = std::move(*state), .document = std::move(document)});
   context.keep(import);
   const auto question = questionBefore(import->store, context.word(0));
   if (!question) return replaceAll(context, *import);
@@ -392,60 +391,52 @@ void importAll(CommandContext& context) {
 constexpr CommandOption showOptions[] = {{"--json", "", "for scripts: one JSON object"}};
 constexpr CommandOption importOptions[] = {{yesOption.name, "", "import without being asked"}};
 constexpr Command settingsSubcommands[] = {
-    {.name = "set",
-     .parameters = "NAME [VALUE]",
-     .summary = "store a value; a secret is asked for, or read from standard input",
-     .minWords = 1,
-     .maxWords = 2,
-     .begin = setNamed},
-    {.name = "reset",
-     .parameters = "NAME",
-     .summary = "remove the stored value",
-     .minWords = 1,
-     .maxWords = 1,
-     .begin = reset},
-    {.name = "unlock",
-     .summary = "let the desktop ask for the password of a locked keyring",
-     .begin = unlock},
-    {.name = "export",
-     .parameters = "[FILE]",
-     .summary = "write all conversations as one JSON document, without FILE to standard output",
-     .maxWords = 1,
-     .begin = exportAll},
-    {.name = "import",
-     .parameters = "FILE",
-     .summary = "replace the conversations by such a document; - reads standard input",
-     .options = importOptions,
-     .minWords = 1,
-     .maxWords = 1,
-     .begin = importAll},
+    {"set",
+     "NAME [VALUE]",
+     "store a value; a secret is asked for, or read from standard input",
+     {},
+     1,
+     2,
+     setNamed},
+    {"reset", "NAME", "remove the stored value", {}, 1, 1, reset},
+    {"unlock", "", "let the desktop ask for the password of a locked keyring", {}, 0, 0, unlock},
+    {"export",
+     "[FILE]",
+     "write all conversations as one JSON document, without FILE to standard output",
+     {},
+     0,
+     1,
+     exportAll},
+    {"import", "FILE", "replace the conversations by such a document; - reads standard input",
+     importOptions, 1, 1, importAll},
 };
 
-constexpr Command commands[] = {{
-    .name = "settings",
-    .parameters = "[NAME [VALUE]]",
-    .summary = "show or change what is set, and where it is kept",
-    .options = showOptions,
-    .maxWords = 2,
-    .introduction =
-        "Without a name: all settings, the folders and the state of the secrets. With a name: its\n"
-        "value. With a value: stores it. A wrong value is answered with what the setting takes.",
-    .closing =
-        "Full Access takes a person at the terminal who types the words for it. import keeps the\n"
-        "former conversations in a file; at a terminal it asks first, elsewhere it takes --yes.\n"
-        "\n"
-        "Exit status: 0 done, 1 failed, 2 wrong usage, 130 not confirmed.\n"
-        "\n"
-        "Examples:\n"
-        "  vantrell settings workflow plan\n"
-        "  vantrell settings kimi-path ~/bin/kimi\n"
-        "  vantrell settings reset kimi-path\n"
-        "  vantrell settings local-runtime ollama\n"
-        "  vantrell settings set tasklet-webhook < file-with-the-address\n"
-        "  vantrell settings --json | jq -r .secrets.state",
-    .begin = showOrSet,
-    .subcommands = settingsSubcommands,
-}};
+constexpr Command commands[] = {
+    {.name = "settings",
+     .parameters = "[NAME [VALUE]]",
+     .summary = "show or change what is set, and where it is kept",
+     .options = showOptions,
+     .maxWords = 2,
+     .begin = showOrSet,
+     .introduction =
+         "Without a name: all settings, the folders and the state of the secrets. With a name: "
+         "its\n"
+         "value. With a value: stores it. A wrong value is answered with what the setting takes.",
+     .closing =
+         "Full Access takes a person at the terminal who types the words for it. import keeps the\n"
+         "former conversations in a file; at a terminal it asks first, elsewhere it takes --yes.\n"
+         "\n"
+         "Exit status: 0 done, 1 failed, 2 wrong usage, 130 not confirmed.\n"
+         "\n"
+         "Examples:\n"
+         "  vantrell settings workflow plan\n"
+         "  vantrell settings kimi-path ~/bin/kimi\n"
+         "  vantrell settings reset kimi-path\n"
+         "  vantrell settings local-runtime ollama\n"
+         "  vantrell settings set tasklet-webhook < file-with-the-address\n"
+         "  vantrell settings --json | jq -r .secrets.state",
+     .subcommands = settingsSubcommands},
+};
 
 }  // namespace
 

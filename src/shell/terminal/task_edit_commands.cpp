@@ -15,8 +15,8 @@ namespace {
 
 constexpr std::string_view statuses = "Exit status: 0 done, 1 failed or refused, 2 wrong usage.";
 constexpr CommandOption offOption{"--off", "", "take it back"};
-constexpr CommandOption changedJsonOption{
-    "--json", "", "for scripts: what was changed, one JSON object a line"};
+constexpr CommandOption changedJsonOption{"--json", "",
+                                          "for scripts: what was changed, one JSON object a line"};
 
 /// Tells about a task that is changed: a sentence, or the object.
 void report(CommandContext& context, const std::vector<Workspace>& workspaces,
@@ -212,64 +212,62 @@ constexpr Command commands[] = {
      .summary = "make a new task, to be run later",
      .options = newOptions,
      .maxWords = 1,
+     .begin = makeNewTask,
      .introduction =
          "Makes a new task and selects it. Without a title, its first prompt names it. A folder\n"
          "that is not a project yet becomes one.",
-     .closing = statuses,
-     .begin = makeNewTask},
+     .closing = statuses},
     {.name = "fork",
      .parameters = "ID",
      .summary = "copy a task, to go on with it in another way",
      .options = forkOptions,
      .minWords = 1,
      .maxWords = 1,
+     .begin = fork,
      .introduction =
          "Makes a task with what was said in another one, and its choices. It works in the\n"
          "project's folder and begins sessions of its own; the other one stays as it is. ID is\n"
          "any beginning of a task's ID.",
-     .closing =
-         "To say a prompt in other words: vantrell branch ID --from ENTRY \"prompt\"\n"
-         "\n"
-         "Exit status: 0 done, 1 failed, 2 wrong usage.",
-     .begin = fork},
+     .closing = "To say a prompt in other words: vantrell branch ID --from ENTRY \"prompt\""},
     {.name = "rename",
      .parameters = "ID TITLE",
      .summary = "give a task another title",
      .options = jsonOnly,
      .minWords = 2,
      .maxWords = 2,
+     .begin = rename,
      .introduction = "Gives a task another title. Put a title with spaces in quotes.",
-     .closing = statuses,
-     .begin = rename},
+     .closing = statuses},
     {.name = "move",
      .parameters = "ID PROJECT",
      .summary = "move a task to another project",
      .options = jsonOnly,
      .minWords = 2,
      .maxWords = 2,
+     .begin = move,
      .introduction =
          "Moves a task to another project, named by its name, folder or ID. Sessions and\n"
          "checkpoints are bound to the old folder and do not come along: the next run begins a\n"
          "new session.",
-     .closing = statuses,
-     .begin = move},
+     .closing = statuses},
     {.name = "pin",
      .parameters = "ID...",
      .summary = "list a task before the others",
      .options = switchOptions,
      .minWords = 1,
      .maxWords = Command::anyNumber,
+     .begin = pin,
      .introduction =
          "Lists tasks before all others. ID is any beginning of a task's ID that no other task\n"
          "has. Several may be given.",
-     .closing = statuses,
-     .begin = pin},
+     .closing = statuses},
     {.name = "archive",
      .parameters = "ID...",
      .summary = "hide a task from the lists, or show it again (--off)",
      .options = switchOptions,
      .minWords = 1,
      .maxWords = Command::anyNumber,
+     .begin = archive,
      .introduction =
          "Hides tasks from the lists, or shows them again with --off. ID is any beginning of a\n"
          "task's ID that no other task has. Several may be given.",
@@ -277,22 +275,21 @@ constexpr Command commands[] = {
          "An archived task keeps everything; \"vantrell tasks --archived\" lists it. It is no\n"
          "longer pinned.\n"
          "\n"
-         "Exit status: 0 done, 1 failed or refused, 2 wrong usage.",
-     .begin = archive},
+         "Exit status: 0 done, 1 failed or refused, 2 wrong usage."},
     {.name = "delete",
      .parameters = "ID...",
      .summary = "delete a task for good",
      .options = deleteOptions,
      .minWords = 1,
      .maxWords = Command::anyNumber,
+     .begin = remove,
      .introduction =
          "Deletes tasks with all that was said in them. ID is any beginning of a task's ID that\n"
          "no other task has. Several may be given.",
      .closing =
          "At a terminal it asks first; elsewhere it takes --yes. Files of the project stay.\n"
          "\n"
-         "Exit status: 0 done, 1 failed, 2 wrong usage, 130 not confirmed.",
-     .begin = remove},
+         "Exit status: 0 done, 1 failed, 2 wrong usage, 130 not confirmed."},
 };
 
 }  // namespace

@@ -68,10 +68,11 @@ std::expected<ThreadExecutionKey, UsageError> findTask(const std::vector<Workspa
   const auto prefix = idPrefix(idOrPrefix);
   const std::string shown = onOneLine(idOrPrefix);
   if (!prefix) {
-    return usageError(fmt::format(
-        "\"{}\" is not the ID of a task, nor the beginning of one: those have the digits 0-9 and A-F. "
-        "\"vantrell tasks\" lists the tasks with their IDs.",
-        shown));
+    return usageError(
+        fmt::format("\"{}\" is not the ID of a task, nor the beginning of one: those have the "
+                    "digits 0-9 and A-F. "
+                    "\"vantrell tasks\" lists the tasks with their IDs.",
+                    shown));
   }
   std::vector<ThreadExecutionKey> found;
   std::vector<Candidate> candidates;
@@ -137,8 +138,8 @@ std::expected<Uuid, UsageError> findProject(const std::vector<Workspace>& worksp
                     shown));
   }
   if (candidates.size() == 1) return candidates.front().id;
-  return usageError(fmt::format("Several projects match {}. Give the folder, or the ID:{}",
-                                shown, listed(candidates)));
+  return usageError(fmt::format("Several projects match {}. Give the folder, or the ID:{}", shown,
+                                listed(candidates)));
 }
 
 std::expected<std::size_t, UsageError> findEntry(const ChatThread& thread,

@@ -12,8 +12,8 @@
 #include "records/stores/conversation_json.h"
 #include "runtimes/catalog/provider_registry.h"
 #include "shell/terminal/answer_lines.h"
-#include "shell/terminal/command_groups.h"
 #include "shell/terminal/command_context.h"
+#include "shell/terminal/command_groups.h"
 #include "shell/terminal/task_lookup.h"
 #include "shell/terminal/task_search.h"
 #include "shell/terminal/task_words.h"
@@ -39,8 +39,8 @@ std::string labelOf(const std::optional<AgentProvider>& provider) {
 void listActivity(CommandContext& context) {
   context.view([&](const StateView& state) -> Outcome {
     const auto all = activities(state.workspaces, state.now);
-    const auto shown =
-        std::span(all).first(std::min(all.size(), context.arguments.count("--limit").value_or(all.size())));
+    const auto shown = std::span(all).first(
+        std::min(all.size(), context.arguments.count("--limit").value_or(all.size())));
     if (context.isJson()) {
       for (const auto& each : shown) {
         std::string line = json::write(JsonObject{{"workspaceID", each.workspaceID.text()},
@@ -81,9 +81,9 @@ void listActivity(CommandContext& context) {
     context.console.write(table.text(style, context.console.columns()));
     if (!context.console.isOutputTerminal()) return exitStatus::completed;
     const std::size_t left = all.size() - shown.size();
-    context.console.say(style.dim(
-        (left > 0 ? fmt::format("... and {} more\n", left) : "") +
-        "To look at one: vantrell show ID; for its state: vantrell status ID\n"));
+    context.console.say(
+        style.dim((left > 0 ? fmt::format("... and {} more\n", left) : "") +
+                  "To look at one: vantrell show ID; for its state: vantrell status ID\n"));
     return exitStatus::completed;
   });
 }
@@ -190,8 +190,7 @@ void listTasks(CommandContext& context) {
   const bool onlyArchived = context.arguments.has("--archived");
   const bool isAll = context.arguments.has("--all");
   if (onlyArchived && isAll) {
-    return context.finish(
-        usageError("--all includes the archived tasks. Leave out --archived."));
+    return context.finish(usageError("--all includes the archived tasks. Leave out --archived."));
   }
   context.view([&](const StateView& state) -> Outcome {
     std::optional<Uuid> project;
@@ -319,8 +318,8 @@ void tellWhatWaits(Console& console, const ChatThread& thread) {
   }
   if (!foot.empty() || console.isOutputTerminal()) console.write("\n" + foot);
   if (!console.isOutputTerminal()) return;
-  console.say(style.dim(fmt::format("To go on: vantrell run --task {} \"...\"\n",
-                                    shortID(thread.id))));
+  console.say(
+      style.dim(fmt::format("To go on: vantrell run --task {} \"...\"\n", shortID(thread.id))));
 }
 
 /// Where the transcript begins to be shown.
@@ -353,9 +352,8 @@ void printTranscript(Console& console, const ChatThread& thread, std::size_t fir
   printer.isReview = true;
   if (thread.entries.empty()) console.write("\n" + style.dim("Nothing was said yet.") + "\n");
   if (first > 0) {
-    console.write(fmt::format(
-        "\n{}\n",
-        style.dim(fmt::format("... {} earlier {}", first, first == 1 ? "entry" : "entries"))));
+    console.write(fmt::format("\n{}\n", style.dim(fmt::format("... {} earlier {}", first,
+                                                              first == 1 ? "entry" : "entries"))));
   }
   if (first < thread.entries.size()) console.write("\n");
   for (std::size_t i = first; i < thread.entries.size() && !console.isClosed(); ++i) {
@@ -538,8 +536,8 @@ void search(CommandContext& context) {
   }
   if (given.has("--case")) request.letterCase = text::Finder::Case::matters;
   if (const auto scope = given.value("--in")) {
-    request.scope = static_cast<SearchRequest::Scope>(
-        std::ranges::find(searchScopes, *scope) - searchScopes.begin());
+    request.scope = static_cast<SearchRequest::Scope>(std::ranges::find(searchScopes, *scope) -
+                                                      searchScopes.begin());
   }
   context.view([&](const StateView& state) -> Outcome {
     if (const auto named = given.value("--project")) {
@@ -562,11 +560,11 @@ void search(CommandContext& context) {
       return !console.isClosed();
     });
     if (!context.isJson()) {
-      console.write(count == 0 ? "Nothing was found.\n"
-                    : count > most
-                        ? fmt::format("\n{} found, the first {} shown: --limit N shows more\n",
-                                      count, most)
-                        : fmt::format("\n{} found\n", count));
+      console.write(
+          count == 0 ? "Nothing was found.\n"
+          : count > most
+              ? fmt::format("\n{} found, the first {} shown: --limit N shows more\n", count, most)
+              : fmt::format("\n{} found\n", count));
     }
     return count > 0 ? exitStatus::completed : exitStatus::failed;
   });
@@ -603,116 +601,104 @@ constexpr Command commands[] = {
     {.name = "activity",
      .summary = "what is at work, waits for you, or has just ended",
      .options = activityOptions,
+     .begin = listActivity,
      .introduction =
          "Lists, over all projects, the tasks whose latest run is at work, waits for an answer,\n"
          "failed or was interrupted, and those that completed in the last five minutes; the one\n"
          "that changed last comes first. One that failed stays until its next run.",
-     .closing =
-         "Exit status: 0 done, 1 failed, 2 wrong usage.\n"
-         "\n"
-         "Examples:\n"
-         "  watch vantrell activity\n"
-         "  vantrell activity --json | jq -r 'select(.run.status == \"failed\").threadID'",
-     .begin = listActivity},
+     .closing = "Examples:\n"
+                "  watch vantrell activity\n"
+                "  vantrell activity --json | jq -r 'select(.run.status == \"failed\").threadID'"},
     {.name = "status",
      .parameters = "[ID]",
      .summary = "the state of a task, without asking its agent",
      .options = statusOptions,
      .maxWords = 1,
+     .begin = showStatus,
      .introduction =
          "Says whether a task is at work, for how long, when its agent was last heard, what it\n"
          "waits for and how many prompts wait. Without an ID: the task that ran last. It reads\n"
          "what is stored, also while Vantrell works on it: no agent is asked, nothing is added to\n"
          "the conversation. ID is any beginning of a task's ID that no other task has.",
-     .closing =
-         "A run whose Vantrell has ended suddenly counts as interrupted.\n"
-         "\n"
-         "Exit status: 0 done, 1 failed, or no task has run yet, 2 wrong usage.\n"
-         "\n"
-         "Examples:\n"
-         "  vantrell status\n"
-         "  vantrell status 3F2A --json | jq -r .phase",
-     .begin = showStatus},
+     .closing = "A run whose Vantrell has ended suddenly counts as interrupted.\n"
+                "\n"
+                "Exit status: 0 done, 1 failed, or no task has run yet, 2 wrong usage.\n"
+                "\n"
+                "Examples:\n"
+                "  vantrell status\n"
+                "  vantrell status 3F2A --json | jq -r .phase"},
     {.name = "tasks",
      .summary = "list the tasks, newest first",
      .options = taskOptions,
-     .introduction =
-         "Lists the tasks of all projects, pinned ones first, then the newest first. Any beginning\n"
-         "of an ID that no other task has names the task in other commands.",
-     .closing =
-         "* is pinned, - is archived.\n"
-         "\n"
-         "Exit status: 0 done, 1 failed, 2 wrong usage.\n"
-         "\n"
-         "Examples:\n"
-         "  vantrell tasks --project .\n"
-         "  vantrell tasks --json | jq -r 'select(.status == \"failed\").threadID'",
-     .begin = listTasks},
+     .begin = listTasks,
+     .introduction = "Lists the tasks of all projects, pinned ones first, then the newest first. "
+                     "Any beginning\n"
+                     "of an ID that no other task has names the task in other commands.",
+     .closing = "* is pinned, - is archived.\n"
+                "\n"
+                "Examples:\n"
+                "  vantrell tasks --project .\n"
+                "  vantrell tasks --json | jq -r 'select(.status == \"failed\").threadID'"},
     {.name = "show",
      .parameters = "ID",
      .summary = "show a task: what was said and done",
      .options = showOptions,
      .minWords = 1,
      .maxWords = 1,
+     .begin = show,
      .introduction =
          "Shows a task as run showed it. ID is any beginning of the task's ID that no other task\n"
          "has.",
      .closing =
-         "Exit status: 0 done, 1 failed, 2 wrong usage.\n"
-         "\n"
          "Examples:\n"
          "  vantrell show 3F2A91C0 | less\n"
          "  vantrell show 3F2A --last 5\n"
-         "  vantrell show 3F2A --json | jq -r '.entries[] | select(.kind == \"assistant\").text'",
-     .begin = show},
+         "  vantrell show 3F2A --json | jq -r '.entries[] | select(.kind == \"assistant\").text'"},
     {.name = "export",
      .parameters = "ID [FILE]",
      .summary = "a task's conversation as a Markdown document",
      .options = exportOptions,
      .minWords = 1,
      .maxWords = 2,
+     .begin = exportTask,
      .introduction =
          "Writes what was said in a task as Markdown, to standard output or to FILE. Thoughts\n"
          "and tool calls are left out. ID is any beginning of the task's ID that no other task\n"
          "has.",
-     .closing =
-         "Exit status: 0 done, 1 the document could not be written, 2 wrong usage.\n"
-         "\n"
-         "Examples:\n"
-         "  vantrell export 3F2A91C0 talk.md\n"
-         "  vantrell export 3F2A | less",
-     .begin = exportTask},
+     .closing = "Exit status: 0 done, 1 the document could not be written, 2 wrong usage.\n"
+                "\n"
+                "Examples:\n"
+                "  vantrell export 3F2A91C0 talk.md\n"
+                "  vantrell export 3F2A | less"},
     {.name = "say",
      .parameters = "ID",
      .summary = "the last answer of a task as text for speech",
      .minWords = 1,
      .maxWords = 1,
+     .begin = say,
      .introduction =
          "Prints the last answer of a task on one line, without markup and code, as a speech\n"
          "synthesizer wants it. ID is any beginning of the task's ID that no other task has.",
-     .closing =
-         "Exit status: 0 done, 1 there is no answer yet, 2 wrong usage.\n"
-         "\n"
-         "Example:\n"
-         "  vantrell say 3F2A | espeak-ng",
-     .begin = say},
+     .closing = "Exit status: 0 done, 1 there is no answer yet, 2 wrong usage.\n"
+                "\n"
+                "Example:\n"
+                "  vantrell say 3F2A | espeak-ng"},
     {.name = "search",
      .parameters = "TEXT",
      .summary = "find a text in all tasks",
      .options = searchOptions,
      .minWords = 1,
      .maxWords = 1,
+     .begin = search,
      .introduction =
          "Looks for a text in the titles and transcripts of all tasks, archived ones included;\n"
          "the case of letters does not count. Shows the first place in each entry, with the\n"
          "entry's ID: \"vantrell show ID --entry ENTRY\" begins there.",
-     .closing =
-         "Exit status: 0 found, 1 nothing found (or failed), 2 wrong usage.\n"
-         "\n"
-         "Examples:\n"
-         "  vantrell search \"race condition\"\n"
-         "  vantrell search --in titles --project . release",
-     .begin = search},
+     .closing = "Exit status: 0 found, 1 nothing found (or failed), 2 wrong usage.\n"
+                "\n"
+                "Examples:\n"
+                "  vantrell search \"race condition\"\n"
+                "  vantrell search --in titles --project . release"},
 };
 
 }  // namespace

@@ -92,9 +92,10 @@ void practiceTour(CommandContext& context) {
   const std::string folder =
       files::standardized("Practice", files::standardized(applicationName, files::dataFolder()));
   if (const auto made = files::createFolders(folder); !made) {
-    return context.fail(fmt::format("{}. Make the folder writable, or name another one with "
-                                    "XDG_DATA_HOME.",
-                                    made.error().description));
+    return context.fail(
+        fmt::format("{}. Make the folder writable, or name another one with "
+                    "XDG_DATA_HOME.",
+                    made.error().description));
   }
   RunPlan plan;
   plan.folder = folder;
