@@ -26,6 +26,7 @@ const std::vector<ResponseBlock>& IncrementalBlocks::blocks() {
     isStructured_ = true;
   }
   blocks_.resize(settled_);
+  const std::size_t kept = settled_;
   if (isStructured_) {
     const auto settled = ResponseFormatting::appendBlocks(text, blocks_);
     settled_ = settled.blocks;
@@ -39,7 +40,7 @@ const std::vector<ResponseBlock>& IncrementalBlocks::blocks() {
     ids_.resize(blocks_.size() + std::max<std::size_t>(16, known / 2));
     Uuid::random(std::span(ids_).subspan(known));
   }
-  for (std::size_t i = 0; i < blocks_.size(); ++i) blocks_[i].id = ids_[i];
+  for (std::size_t i = kept; i < blocks_.size(); ++i) blocks_[i].id = ids_[i];
   return blocks_;
 }
 
