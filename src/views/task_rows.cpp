@@ -26,12 +26,12 @@ TaskState taskState(RunRecordStatus status) {
   return TaskState::interrupted;
 }
 
-TaskState taskState(const ChatThread& thread, const ExecutionViewState* live) {
-  if (live && live->permissionRequest) return TaskState::waiting;
+TaskState taskState(const ChatThread& thread, const std::optional<LiveState>& live) {
+  if (live && live->isAsking) return TaskState::waiting;
   const RunRecord* run = thread.latestRun();
   const TaskState state = run ? taskState(run->status) : TaskState::fresh;
   if (!live || (run && isActive(run->status))) return state;
-  switch (live->connectionState.kind) {
+  switch (live->connection) {
     case ConnectionState::Kind::connecting: return TaskState::starting;
     case ConnectionState::Kind::working: return TaskState::working;
     default: return state;
@@ -64,7 +64,7 @@ std::string shortID(const Uuid& id) {
 }
 
 TaskRow taskRow(const Workspace& workspace, const ChatThread& thread,
-                const ExecutionViewState* live) {
+                const std::optional<LiveState>& live) {
   return {.key = {workspace.id, thread.id},
           .title = shownTitle(thread.title),
           .project = text::onOneLine(workspace.name),

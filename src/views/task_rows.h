@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "engine/core/thread_execution_runtime.h"
+#include "engine/core/connection_state.h"
 #include "records/values/chat_thread.h"
 
 namespace vantrell::views {
@@ -24,9 +24,13 @@ enum class TaskState {
   interrupted
 };
 TaskState taskState(RunRecordStatus status);
-/// By the latest run and, where the task is open in this process, its live state: a question may be
-/// open there without a run.
-TaskState taskState(const ChatThread& thread, const ExecutionViewState* live = nullptr);
+/// What is known of a task beyond its record, where it is open in this process.
+struct LiveState {
+  ConnectionState::Kind connection = ConnectionState::Kind::idle;
+  bool isAsking = false;  // a question is open, which need not belong to a run
+};
+/// By the latest run and, where there is one, the live state.
+TaskState taskState(const ChatThread& thread, const std::optional<LiveState>& live = {});
 /// "working", "waits for you", "completed".
 std::string_view word(TaskState state);
 /// The user is to look at it: it waits, failed or was interrupted.
@@ -53,7 +57,7 @@ struct TaskRow {
   bool operator==(const TaskRow&) const = default;
 };
 TaskRow taskRow(const Workspace& workspace, const ChatThread& thread,
-                const ExecutionViewState* live = nullptr);
+                const std::optional<LiveState>& live = {});
 
 enum class ArchivedTasks { leftOut, only, included };
 struct ListedTask {

@@ -63,7 +63,6 @@ TEST(ExampleTexts, LoseNothing) {
     EXPECT_EQ(testing::lostOf(text), "") << text;
     IncrementalBlocks growing;
     for (std::size_t at = 0; at < text.size(); at += 3) growing.append(text.substr(at, 3));
-    growing.finish();
     EXPECT_EQ(testing::described(growing.blocks()), testing::described(blocks)) << text;
     EXPECT_FALSE(SpokenText::render(text).contains('\n')) << text;
   }

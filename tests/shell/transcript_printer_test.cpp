@@ -69,8 +69,9 @@ TEST_F(TranscriptPrinterTest, SilenceIsToldOnALineOfItsOwnInTheMidstOfAnAnswer) 
     printer->runChanged(silent);
     printer->livenessChanged(silent);
     stream(ChatEntryKind::assistant, "a", {" two"}, *printer);
+    printer->ended(nullptr);
   }
-  EXPECT_EQ(plainOutput, "One\n\n• Kimi is silent.\n\n two");
+  EXPECT_EQ(plainOutput, "One\n\n• Kimi is silent.\n\n two\n");
   EXPECT_EQ(screen.text(), "One\n\n• Kimi is silent.\n\ntwo\n") << "laid out";
 }
 
@@ -134,15 +135,14 @@ TEST_F(TranscriptPrinterTest, PassingStatusLeavesNothingBehind) {
   live.runChanged(run(RunRecordStatus::starting, "Connecting to Kimi…"));
   EXPECT_EQ(screen.text(), "Connecting to Kimi…\n");
   stream(ChatEntryKind::assistant, "a", {"Hi"}, live);
+  live.ended(nullptr);
   EXPECT_EQ(screen.text(), "Hi\n");
-  live.runChanged(run(RunRecordStatus::running, "Kimi resumed activity."));
-  EXPECT_EQ(screen.text(), "Hi\n") << "in the middle of a text it would tear it";
 }
 
 TEST_F(TranscriptPrinterTest, LiveAnswerIsLaidOutAroundWhatComesBetween) {
   auto answer = entry("a", ChatEntryKind::assistant, "## Look\n\n- one\n- tw");
   live.entryAdded(answer);
-  EXPECT_EQ(screen.text(), "Look\n\n• one\n• tw\n");
+  EXPECT_EQ(screen.text(), "Look\n\n• one\n") << "lines that are complete";
   live.entryAdded(tool("1", "Read x", "pending"));
   live.entryReplaced(tool("1", "Read x", "completed"));
   const auto add = [&](const std::string& text) {
@@ -163,29 +163,32 @@ TEST_F(TranscriptPrinterTest, LiveAnswerIsLaidOutAroundWhatComesBetween) {
 TEST_F(TranscriptPrinterTest, RepairedAnswerGoesOnOrComesAnew) {
   live.entryAdded(entry("a", ChatEntryKind::assistant, "One"));
   live.entryReplaced(entry("a", ChatEntryKind::assistant, "One two"));
-  EXPECT_EQ(screen.text(), "One two\n");
+  live.remark("X");
+  live.entryReplaced(entry("a", ChatEntryKind::assistant, "One two"));
+  EXPECT_EQ(screen.text(), "One two\n\nX\n");
   live.entryReplaced(entry("a", ChatEntryKind::assistant, "Three"));
-  EXPECT_EQ(screen.text(), "One two\n\nThree\n");
+  live.ended(nullptr);
+  EXPECT_EQ(screen.text(), "One two\n\nX\n\nThree\n");
 }
 
-TEST_F(TranscriptPrinterTest, AnswerIsDrawnAtMostSoOftenAndWholeAtTheEnd) {
+TEST_F(TranscriptPrinterTest, AnswerIsLaidOutAtMostSoOftenAndWholeAtTheEnd) {
   ManualMainQueue queue;
   int writes = 0;
   TranscriptPrinter paced([&](std::string_view bytes) { screen.write(bytes), ++writes; },
                           TerminalStyle::live(-1), &queue);
-  stream(ChatEntryKind::assistant, "a", {"One", " two", " three"}, paced);
-  EXPECT_EQ(screen.text(), "One\n") << "the first words at once";
+  stream(ChatEntryKind::assistant, "a", {"- one\n", "- two\n"}, paced);
+  EXPECT_EQ(screen.text(), "• one\n") << "the first at once";
   queue.advance(std::chrono::milliseconds(30));
-  EXPECT_EQ(screen.text(), "One two three\n");
-  auto streamed = entry("a", ChatEntryKind::assistant, "One two three");
+  EXPECT_EQ(screen.text(), "• one\n• two\n");
+  auto streamed = entry("a", ChatEntryKind::assistant, "- one\n- two\n");
   for (int i = 0; i < 500; ++i) {
-    paced.textAdded(streamed, " x");
+    paced.textAdded(streamed, "- x\n");
     queue.advance(std::chrono::milliseconds(1));
   }
   EXPECT_LT(writes, 25);
-  paced.textAdded(streamed, " end");
+  paced.textAdded(streamed, "- end");
   paced.ended(nullptr);
-  EXPECT_TRUE(screen.text().ends_with(" x end\n"));
+  EXPECT_TRUE(screen.text().ends_with("• x\n• end\n"));
   EXPECT_FALSE(queue.hasTimers());
 }
 

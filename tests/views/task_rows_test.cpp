@@ -47,32 +47,27 @@ TEST(TaskRows, StateFollowsTheLatestRunAndWhatIsLive) {
   struct Case {
     std::string name;
     std::optional<Status> run;
-    std::optional<ConnectionState> live;
-    bool asks;
+    std::optional<LiveState> live;
     TaskState state;
   };
+  using Kind = ConnectionState::Kind;
   const Case cases[] = {
-      {"without a run", {}, {}, false, TaskState::fresh},
-      {"at work", Status::running, {}, false, TaskState::working},
-      {"stopped", Status::cancelled, {}, false, TaskState::stopped},
-      {"a question without a run", Status::completed, ConnectionState::ready(), true,
+      {"without a run", {}, {}, TaskState::fresh},
+      {"at work", Status::running, {}, TaskState::working},
+      {"stopped", Status::cancelled, {}, TaskState::stopped},
+      {"a question without a run", Status::completed, LiveState{Kind::ready, true},
        TaskState::waiting},
-      {"a turn that is beginning", Status::failed, ConnectionState::connecting(), false,
+      {"a turn that is beginning", Status::failed, LiveState{Kind::connecting},
        TaskState::starting},
-      {"at rest after a failure", Status::failed, ConnectionState::failed("x"), false,
-       TaskState::failed},
-      {"the run knows better", Status::waitingApproval, ConnectionState::working(), false,
+      {"at rest after a failure", Status::failed, LiveState{Kind::failed}, TaskState::failed},
+      {"the run knows better", Status::waitingApproval, LiveState{Kind::working},
        TaskState::waiting},
   };
   for (const auto& each : cases) {
     SCOPED_TRACE(each.name);
     auto thread = taskWithID("00000001", "x");
     if (each.run) thread.runs = {runWith(*each.run)};
-    ExecutionViewState live;
-    if (each.live) live.connectionState = *each.live;
-    if (each.asks) live.permissionRequest = std::make_shared<PermissionRequest>();
-    EXPECT_EQ(taskState(thread, each.live ? &live : nullptr), each.state)
-        << word(taskState(thread));
+    EXPECT_EQ(taskState(thread, each.live), each.state) << word(taskState(thread));
   }
 }
 
