@@ -7,7 +7,6 @@
 #include "platform/files/files.h"
 #include "platform/text/text.h"
 #include "presentation/conversation_markdown.h"
-#include "presentation/response_formatting.h"
 #include "presentation/spoken_text.h"
 #include "records/stores/conversation_json.h"
 #include "runtimes/catalog/provider_registry.h"
@@ -128,7 +127,7 @@ void tellStatus(CommandContext& context, const Workspace& workspace, const ChatT
                   style.dim(onOneLine(fmt::format("({})", workspace.name))));
   if (!style.isLive()) return context.console.write(text + sanitized(message) + "\n");
   const auto columns = static_cast<std::size_t>(std::max(style.size().columns - 1, 20));
-  for (const auto& line : answerLines(ResponseFormatting::blocks(message), style, columns)) {
+  for (const auto& line : answerLines(message, style, columns)) {
     text += line + "\n";
   }
   context.console.write(text);
