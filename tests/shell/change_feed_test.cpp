@@ -20,6 +20,9 @@ class ChangeFeedTest : public testing::Test {
     model.operations.addWorkspace(folder.path());
     key = *model.selection.key();
     feed.emplace(model, key, printer);
+    observation = model.changes.observe([this](const Change& change) {
+      if (change.conversation == key) feed->changed(change);
+    });
   }
   void add(const std::string& id) {
     ChatEntry entry;
@@ -51,6 +54,7 @@ class ChangeFeedTest : public testing::Test {
   std::vector<std::string> lines;
   JsonPrinter printer{[this](std::string_view line) { lines.emplace_back(line); }};
   std::optional<ChangeFeed> feed;
+  Changes::Observation observation;
 };
 
 TEST_F(ChangeFeedTest, TellsEntriesAndChunksOfItsConversationOnly) {
@@ -115,18 +119,6 @@ TEST_F(ChangeFeedTest, FailedPlaybackTellsTheEntriesThatCameBack) {
   add("half");
   model.intake.replayFailed(key);
   EXPECT_EQ(told(), "transcript entry:old ");
-}
-
-TEST_F(ChangeFeedTest, TellsAQuestionOnceAndItsEnd) {
-  std::vector<bool> questions;
-  feed->onQuestion = [&](const auto& question) { questions.push_back(question != nullptr); };
-  auto& execution = model.executions.execution(key);
-  execution.permissionRequest = std::make_shared<PermissionRequest>();
-  model.executions.publishExecution(key);
-  model.executions.publishExecution(key);
-  execution.permissionRequest = nullptr;
-  model.executions.publishExecution(key);
-  EXPECT_EQ(questions, (std::vector{true, false}));
 }
 
 }  // namespace

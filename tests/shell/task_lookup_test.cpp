@@ -24,7 +24,7 @@ class TaskLookup : public ::testing::Test {
     return found ? threadOf(workspaces, *found).title : "error: " + found.error().text;
   }
   std::string project(std::string_view named) {
-    const auto found = findProject(workspaces, named);
+    const auto found = findProject(workspaces, named, "/");
     return found ? workspaceOf(workspaces, *found).path : "error: " + found.error().text;
   }
 
@@ -97,7 +97,7 @@ TEST_F(TaskLookup, ProjectsGoByFolderNameAndID) {
       {"abd", "error: There is no project abd"},
       {"a", "error: Several projects"},
       {"1", "/home/ada/web"},
-      {"web", "error: Several projects are meant by web"},
+      {"web", "error: Several projects match web"},
       {"abcdef", "error: Several projects"},
   };
   for (const auto& [named, path] : cases) {

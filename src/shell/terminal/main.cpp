@@ -1,4 +1,5 @@
 // vantrell: the entry point in the terminal.
+#include <csignal>
 #include <fmt/format.h>
 #include <unistd.h>
 
