@@ -103,8 +103,8 @@ TEST(CommandLine, EveryMistakeSaysWhatToDo) {
   };
   for (const auto& [words, part] : cases) {
     const auto read = readCommandLine(allCommands(), words);
-    EXPECT_FALSE(read) << part;
-    if (!read) EXPECT_TRUE(read.error().text.contains(part)) << part << ": " << read.error().text;
+    const std::string said = read ? "" : read.error().text;
+    EXPECT_TRUE(said.contains(part)) << part << ": " << said;
   }
 }
 

@@ -284,7 +284,12 @@ std::string usageLine(const Command& command, std::string_view name) {
 void appendReference(std::string& text, const Command& command, const std::string& name) {
   text += fmt::format("\n### {}\n\n```text\n{}```\n", name, helpOf(command, name));
   for (const auto& sub : command.subcommands) {
-    appendReference(text, sub, fmt::format("{} {}", name, sub.name));
+    const bool hasOwn = std::ranges::any_of(sub.options, [&](const CommandOption& option) {
+      return option.name != jsonOption.name && !optionOf(command, option.name);
+    });
+    if (hasOwn || !sub.subcommands.empty()) {
+      appendReference(text, sub, fmt::format("{} {}", name, sub.name));
+    }
   }
 }
 
@@ -392,7 +397,7 @@ std::string helpOf(const Command& command, std::string_view name) {
     help += fmt::format("  {:<{}} {}\n", lines[i].first, width, lines[i].second);
   }
   if (!command.closing.empty()) help += fmt::format("\n{}\n", command.closing);
-  if (!command.closing.contains("Exit status")) {
+  if (!command.closing.contains("Exit status") && !name.contains(' ')) {
     help += "\nExit status: 0 done, 1 failed, 2 wrong usage.\n";
   }
   return help;

@@ -29,7 +29,7 @@ std::expected<Invocation, UsageError> readCommandLine(std::span<const Command* c
 std::string helpText(std::span<const Command* const> commands);
 /// All about one, `name` being what is typed for it.
 std::string helpOf(const Command& command, std::string_view name);
-/// The help of every command and subcommand, as Markdown.
+/// The help of every command, and of those subcommands that have options of their own, as Markdown.
 std::string referenceText(std::span<const Command* const> commands);
 
 }  // namespace vantrell::shell
