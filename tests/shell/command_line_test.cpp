@@ -110,8 +110,7 @@ TEST(CommandLine, EveryMistakeSaysWhatToDo) {
 
 // The part of the document below this line is what `vantrell help --reference` prints.
 TEST(CommandLine, ReferenceInTheDocumentIsThatOfTheCommands) {
-  const std::string folder = files::parent(files::parent(files::parent(__FILE__)));
-  const auto document = files::read(folder + "/docs/terminal.md");
+  const auto document = files::read(VANTRELL_SOURCES "/docs/terminal.md");
   ASSERT_TRUE(document);
   constexpr std::string_view mark = "<!-- reference -->\n";
   const auto place = document->find(mark);

@@ -110,8 +110,8 @@ class Reader {
     } catch (const CLI::ParseError&) {
       return usageError(wrongArgument());
     }
-    if (const auto extra = app_.remaining(); !extra.empty()) {
-      return usageError(unknownOption(optionName(extra.front())));
+    for (const auto& extra : app_.remaining()) {
+      if (extra != "--") return usageError(unknownOption(optionName(extra)));
     }
     if (auto wrong = wrongNumberOfWords()) return usageError(*std::move(wrong));
     for (const auto& option : command_.options) {
