@@ -11,7 +11,7 @@
 #include "app/ports.h"
 #include "app/stream_agent.h"
 #include "bench_folder.h"
-#include "engine/app_model.h"
+#include "app/app_model.h"
 #include "platform/process/process.h"
 #include "platform/queues/run_loop.h"
 #include "platform/storage/user_defaults.h"

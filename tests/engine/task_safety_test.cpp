@@ -1,4 +1,4 @@
-#include "engine/tasks/task_safety.h"
+#include "engine/projects/task_safety.h"
 
 #include "support/engine_fixture.h"
 #include "support/git_repository.h"

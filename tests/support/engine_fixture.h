@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/app_model.h"
+#include "app/app_model.h"
 #include "platform/queues/manual_main_queue.h"
 #include "platform/storage/user_defaults.h"
 #include "records/stores/workspace_store.h"

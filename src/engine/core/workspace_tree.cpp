@@ -24,7 +24,7 @@ WorkspaceTree::WorkspaceTree(MainQueue& main, WorkspaceStore& store, Changes& ch
                              Executor* writer)
     : main_(main), store_(store), changes_(changes), writer_(writer) {
   store_.onNotice = [this](std::string_view sentence) {
-    changes_.announce({.kind = Change::Kind::noticeRaised, .text = sentence});
+    changes_.notice(std::string(sentence));
   };
 }
 
@@ -74,7 +74,7 @@ void WorkspaceTree::finished(const std::shared_ptr<Write>& write) {
   if (std::erase(writes_, write) == 0) return;
   lastWriteFailed_ = !write->result;
   if (!write->result) {
-    changes_.announce({.kind = Change::Kind::saveFailed, .text = write->result.error()});
+    changes_.saveFailed(write->result.error());
   }
   if (saveIsDue_) save();
 }
@@ -223,7 +223,7 @@ void WorkspaceTree::updateThread(const ThreadExecutionKey& key,
   mutate(*found);
   auto& marks = touch(key);
   marks.head = marks.allRuns = true;
-  changed(Change::Kind::threadChanged, key);
+  changes_.threadChanged(key);
 }
 
 void WorkspaceTree::updateThreadTitleIfNeeded(std::string_view prompt,
@@ -238,7 +238,7 @@ void WorkspaceTree::appendEntry(ChatEntry entry, const ThreadExecutionKey& key) 
   const std::string id = entry.id;
   found->entries.append(std::move(entry));
   touch(key);
-  changed(Change::Kind::entryAdded, key, id);
+  changes_.entryAppended(key, id);
 }
 
 void WorkspaceTree::appendSystemEntry(std::string text, const ThreadExecutionKey& key) {
@@ -260,7 +260,7 @@ bool WorkspaceTree::appendText(std::string_view chunk, std::string_view entryID,
   entry->text.append(chunk);
   found->updatedAt = main_.now();
   touch(key);
-  changed(Change::Kind::textAdded, key, entryID, chunk);
+  changes_.entryChanged(key, entryID);
   return true;
 }
 
@@ -272,7 +272,7 @@ bool WorkspaceTree::updateEntry(std::string_view entryID, const ThreadExecutionK
   mutate(*entry);
   found->updatedAt = main_.now();
   touch(key);
-  changed(Change::Kind::entryReplaced, key, entryID);
+  changes_.entryChanged(key, entryID);
   return true;
 }
 
@@ -281,7 +281,7 @@ void WorkspaceTree::replaceTranscript(Transcript entries, const ThreadExecutionK
   if (!found) return;
   found->entries = std::move(entries);
   touch(key);
-  changed(Change::Kind::transcriptReplaced, key);
+  changes_.transcriptReset(key);
 }
 
 Uuid WorkspaceTree::beginRun(std::string prompt, const ThreadExecutionKey& key) {
@@ -294,7 +294,7 @@ Uuid WorkspaceTree::beginRun(std::string prompt, const ThreadExecutionKey& key) 
   if (ChatThread* found = find(key)) {
     found->runs.push_back(std::move(run));
     touch(key).runs.insert(id);
-    changed(Change::Kind::runChanged, key, {}, {}, id);
+    changes_.runChanged(key);
     // The prompt and its run are on their way to the disk before a runtime hears of them, however
     // much is on its way already.
     if (saveHold_.expired()) {
@@ -323,7 +323,7 @@ void WorkspaceTree::updateRun(const std::optional<Uuid>& runID, const ThreadExec
   mutate(*found);
   found->updatedAt = main_.now();
   touch(key).runs.insert(*runID);
-  changed(Change::Kind::runChanged, key, {}, {}, runID);
+  changes_.runChanged(key);
   save();
 }
 
@@ -342,13 +342,7 @@ Transcript WorkspaceTree::takeTranscript(const ThreadExecutionKey& key) {
 
 void WorkspaceTree::structureChanged() {
   unsaved_.structure = true;
-  changes_.announce({.kind = Change::Kind::workspacesChanged});
-}
-
-void WorkspaceTree::changed(Change::Kind kind, const ThreadExecutionKey& key,
-                            std::string_view entryID, std::string_view text,
-                            std::optional<Uuid> runID) {
-  changes_.announce({kind, key, entryID, text, runID});
+  changes_.mark(topics::workspaces);
 }
 
 }  // namespace vantrell

@@ -108,8 +108,6 @@ class WorkspaceTree {
   void structureChanged();
   void handOver();
   void finished(const std::shared_ptr<Write>& write);
-  void changed(Change::Kind kind, const ThreadExecutionKey& key, std::string_view entryID = {},
-               std::string_view text = {}, std::optional<Uuid> runID = std::nullopt);
 
   MainQueue& main_;
   WorkspaceStore& store_;

@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include "engine/core/open_tools.h"
 #include "engine/turns/prompt_assembly.h"
 #include "platform/text/text.h"
 #include "runtimes/catalog/provider_registry.h"
@@ -29,16 +28,17 @@ bool holdsWorkOfOthers(const Transcript& transcript, std::optional<AgentProvider
 
 }  // namespace
 
-SessionIntake::SessionIntake(EngineCore& core)
-    : main_(core.main), tree_(core.tree), executions_(core.executions), changes_(core.changes) {}
+SessionIntake::SessionIntake(MainQueue& main, WorkspaceTree& tree, ExecutionTable& executions,
+                             RunLifecycle& runs)
+    : main_(main), tree_(tree), executions_(executions), runs_(runs) {}
 
 void SessionIntake::handle(const JsonObject& update, const ThreadExecutionKey& key) {
   ThreadExecutionRuntime* execution = executions_.find(key);
   const std::string* kind = json::text(update, "sessionUpdate");
   if (!execution || !kind) return;
   switch (dispatch(*kind, update, key, *execution)) {
-    case Outcome::handled: return markActivity(key, *execution);
-    case Outcome::unknownKind: return executions_.publishExecutionIfSelected(key);
+    case Outcome::handled: return runs_.active(key);
+    case Outcome::unknownKind: return executions_.changed(key);
     case Outcome::ignored: return;
   }
 }
@@ -138,27 +138,7 @@ void SessionIntake::rebuildPlan(const JsonObject& update, const ThreadExecutionK
                      json::textOr(*entry, "priority", "medium")});
   }
   execution.plan = std::move(plan);
-  // The plan is the one thing of an update that the mirror holds; for the entries of a stream there
-  // is nothing to publish, thousands of times a second.
-  executions_.publishExecutionIfSelected(key);
-  changes_.announce({.kind = Change::Kind::planReplaced, .conversation = key});
-}
-
-void SessionIntake::markActivity(const ThreadExecutionKey& key, ThreadExecutionRuntime& execution) {
-  const Date now = main_.now();
-  const bool wasStalled = std::exchange(execution.stallWarningSent, false);
-  execution.lastActivityAt = now;
-  if (wasStalled || now - execution.lastPersistedActivityAt >= persistInterval) {
-    execution.lastPersistedActivityAt = now;
-    tree_.updateRun(execution.activeRunID, key, [&](RunRecord& run) {
-      run.lastActivityAt = now;
-      if (!wasStalled) return;
-      run.statusMessage = fmt::format(
-          "{} resumed activity.",
-          execution.activeProvider ? shortLabel(*execution.activeProvider) : "The agent");
-    });
-    executions_.publishExecutionIfSelected(key);
-  }
+  executions_.changed(key);
 }
 
 // ---- replay -------------------------------------------------------------------------------------
@@ -172,7 +152,7 @@ void SessionIntake::replayStarted(const ThreadExecutionKey& key) {
   execution->replayBackup = execution->replay->backup();
   execution->isReplaying = true;
   tree_.replaceTranscript({}, key);
-  executions_.publishExecutionIfSelected(key);
+  executions_.changed(key);
 }
 
 void SessionIntake::replayFailed(const ThreadExecutionKey& key) {
@@ -180,7 +160,7 @@ void SessionIntake::replayFailed(const ThreadExecutionKey& key) {
   if (!execution) return;
   execution->endReplay();
   execution->openTools.clear();  // of what was played back and is gone again
-  executions_.publishExecutionIfSelected(key);
+  executions_.changed(key);
 }
 
 void SessionIntake::startSucceeded(const ThreadExecutionKey& key) {
@@ -195,7 +175,7 @@ void SessionIntake::startSucceeded(const ThreadExecutionKey& key) {
     execution->openTools.clear();
     return;
   }
-  endOpenTools(*execution, key, tree_);  // of turns that ended long ago
+  runs_.endOpenTools(key);  // of turns that ended long ago
   restoreUserWords(*backup, key);
   const auto turnStart =
       execution->turnEntryID ? backup->indexOf(*execution->turnEntryID) : std::nullopt;

@@ -7,14 +7,15 @@
 #include <string>
 #include <string_view>
 
-#include "engine/core/engine_core.h"
+#include "engine/core/run_lifecycle.h"
 #include "platform/values/json.h"
 
 namespace vantrell {
 
 class SessionIntake {
  public:
-  explicit SessionIntake(EngineCore& core);
+  SessionIntake(MainQueue& main, WorkspaceTree& tree, ExecutionTable& executions,
+                RunLifecycle& runs);
 
   /// One update of the conversation's client. A malformed one is dropped.
   void handle(const JsonObject& update, const ThreadExecutionKey& key);
@@ -28,9 +29,6 @@ class SessionIntake {
   /// back takes nothing away. Without a replay nothing happens.
   void startSucceeded(const ThreadExecutionKey& key);
 
-  /// While a stream runs, at most one save in this time.
-  static constexpr Seconds persistInterval{15.0};
-
  private:
   enum class Outcome { handled, ignored, unknownKind };
   Outcome dispatch(std::string_view kind, const JsonObject& update, const ThreadExecutionKey& key,
@@ -43,12 +41,11 @@ class SessionIntake {
   void rebuildPlan(const JsonObject& update, const ThreadExecutionKey& key,
                    ThreadExecutionRuntime& execution);
   void restoreUserWords(const Transcript& before, const ThreadExecutionKey& key);
-  void markActivity(const ThreadExecutionKey& key, ThreadExecutionRuntime& execution);
 
   MainQueue& main_;
   WorkspaceTree& tree_;
   ExecutionTable& executions_;
-  Changes& changes_;
+  RunLifecycle& runs_;
 };
 
 }  // namespace vantrell

@@ -6,8 +6,9 @@ namespace {
 constexpr std::string_view statusTitle = "Session status";
 }
 
-SessionStatusService::SessionStatusService(EngineCore& core)
-    : main_(core.main), tree_(core.tree), executions_(core.executions), ports_(core.ports) {}
+SessionStatusService::SessionStatusService(MainQueue& main, WorkspaceTree& tree,
+                                           ExecutionTable& executions, Changes& changes)
+    : main_(main), tree_(tree), executions_(executions), changes_(changes) {}
 
 SessionStatusReport SessionStatusService::report(const ThreadExecutionKey& key) {
   using Kind = ConnectionState::Kind;
@@ -29,9 +30,9 @@ SessionStatusReport SessionStatusService::report(const ThreadExecutionKey& key) 
   }
   if (state.isBusy() && !report.lastActivityAt) report.lastActivityAt = execution->lastActivityAt;
 
-  if (execution && execution->permissionRequest) {
+  if (execution && execution->permissionRequest()) {
     report.phase = SessionStatusPhase::waitingApproval;
-    report.detail = execution->permissionRequest->title;
+    report.detail = execution->permissionRequest()->title;
     return report;
   }
   switch (state.kind) {
@@ -59,7 +60,7 @@ void SessionStatusService::respondToSessionStatus(std::string text, const Thread
   append(ChatEntryKind::user, std::move(text), key);
   append(ChatEntryKind::assistant, std::move(answer), key);
   tree_.save();
-  ports_.updateRemoteSnapshot();
+  changes_.mark(topics::remoteSnapshot);
 }
 
 void SessionStatusService::append(ChatEntryKind kind, std::string text,

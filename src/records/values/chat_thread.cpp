@@ -70,6 +70,11 @@ void ChatThread::forgetSessionID(AgentProvider provider) {
   if (providerSessionIDs) providerSessionIDs->erase(std::string(rawText(provider)));
 }
 
+void ChatThread::forgetSessions() {
+  sessionId.reset();
+  providerSessionIDs.reset();
+}
+
 std::optional<std::string> ChatThread::modelID(AgentProvider provider) const {
   return lookUp(providerModelIDs, provider);
 }

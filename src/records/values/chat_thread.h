@@ -62,6 +62,8 @@ struct ChatThread {
   void setSessionID(std::string session, AgentProvider provider);
   /// The provider's next start begins a new session. It stays `lastProvider`.
   void forgetSessionID(AgentProvider provider);
+  /// Those of all providers: none of them knows the conversation as it stands now.
+  void forgetSessions();
 
   std::optional<std::string> modelID(AgentProvider provider) const;
   std::optional<std::string> effort(AgentProvider provider) const;

@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "engine/app_model.h"
+#include "app/app_model.h"
 #include "shell/terminal/run_observer.h"
 
 namespace vantrell::shell {

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/app_model.h"
+#include "app/app_model.h"
 #include "platform/queues/run_loop.h"
 #include "shell/terminal/answer_source.h"
 #include "shell/terminal/change_feed.h"

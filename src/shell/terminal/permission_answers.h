@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "engine/app_model.h"
+#include "app/app_model.h"
 #include "platform/queues/run_loop.h"
 #include "shell/terminal/answer_source.h"
 #include "shell/terminal/run_observer.h"

@@ -3,7 +3,7 @@
 
 #include <functional>
 
-#include "engine/app_model.h"
+#include "app/app_model.h"
 #include "shell/terminal/run_preparation.h"
 
 namespace vantrell::shell {

@@ -4,7 +4,7 @@
 
 #include <functional>
 
-#include "engine/app_model.h"
+#include "app/app_model.h"
 #include "shell/terminal/command.h"
 #include "shell/terminal/full_access_confirmation.h"
 #include "shell/terminal/standard_output.h"

@@ -1,4 +1,4 @@
-#include "engine/tasks/task_safety.h"
+#include "engine/projects/task_safety.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -12,16 +12,27 @@ namespace {
 
 constexpr std::size_t keptCheckpoints = 50;  // of one task, in its list
 
+std::unexpected<Refusal> refusal(std::string_view what, const TaskSafetyError& error) {
+  std::string text = fmt::format("Could not {}: {}", what, error.description());
+  if (error.mayHaveChangedFiles) {
+    text +=
+        " Some files may have been put back already. The checkpoint \"Before rewind\", taken just "
+        "now, has everything as it was before: restore that one to go back.";
+  }
+  return refuse(std::move(text));
+}
+
 }  // namespace
 
-TaskSafety::TaskSafety(EngineCore& core, GitSnapshotService& git)
-    : main_(core.main),
-      tree_(core.tree),
-      selection_(core.selection),
-      executions_(core.executions),
-      git_(git),
-      background_(core.ports.taskSafety.background),
-      service_(core.ports.taskSafety.supportFolder) {}
+TaskSafety::TaskSafety(Dependencies dependencies)
+    : main_(dependencies.main),
+      tree_(dependencies.tree),
+      executions_(dependencies.executions),
+      runs_(dependencies.runs),
+      git_(dependencies.git),
+      changes_(dependencies.changes),
+      background_(dependencies.background),
+      service_(std::move(dependencies.supportFolder)) {}
 
 // ---- the background -----------------------------------------------------------------------------
 
@@ -147,16 +158,14 @@ void TaskSafety::sayWhyNone(const ThreadExecutionKey& key, const std::string& re
   if (!isSaid) tree_.appendSystemEntry(text, key);
 }
 
-void TaskSafety::createCheckpoint(std::string label) {
-  const auto key = selection_.key();
-  if (!key || isWorking_) return;
-  begin();
-  captureCheckpoint(*key, std::move(label), WorkspaceCheckpointKind::manual,
-                    [weak = weak_from_this()](const Captured& captured) {
+void TaskSafety::createCheckpoint(const ThreadExecutionKey& key, std::string label, Done done) {
+  if (auto begun = begin(key); !begun) return done(begun);
+  captureCheckpoint(key, std::move(label), WorkspaceCheckpointKind::manual,
+                    [weak = weak_from_this(), done = std::move(done)](const Captured& captured) {
                       const auto self = weak.lock();
                       if (!self) return;
-                      if (!captured) self->fail("create a checkpoint", captured.error());
-                      self->end();
+                      if (captured) return self->end(done, {});
+                      self->end(done, refusal("create a checkpoint", captured.error()));
                     });
 }
 
@@ -176,27 +185,28 @@ bool TaskSafety::isAtWorkIn(const std::string& folder) {
   return false;
 }
 
-void TaskSafety::restoreCheckpoint(const WorkspaceCheckpoint& checkpoint) {
-  const auto key = selection_.key();
-  const auto path = key ? tree_.executionPath(*key) : std::nullopt;
-  if (!path || isWorking_) return;
+void TaskSafety::restoreCheckpoint(const ThreadExecutionKey& key,
+                                   const WorkspaceCheckpoint& checkpoint, Done done) {
+  const auto path = tree_.executionPath(key);
+  if (!path) return done(refuseMissingConversation());
   // A turn that is about to begin is as much in the way as one that works.
-  const auto* execution = executions_.find(*key);
-  if (execution && execution->connectionState.isBusy()) return;
-  if (isAtWorkIn(*path)) {
-    return fail("restore the checkpoint",
-                TaskSafetyError::commandFailed("Another task is at work in this folder."));
+  if (executions_.isBusy(key)) {
+    return done(refuse("Stop this task before you restore one of its checkpoints."));
   }
-  begin();
+  if (isAtWorkIn(*path)) {
+    return done(refusal("restore the checkpoint", TaskSafetyError::commandFailed(
+                                                      "Another task is at work in this folder.")));
+  }
+  if (auto begun = begin(key); !begun) return done(begun);
   restoredFolder_ = *path;
   captureCheckpoint(
-      *key, "Before rewind", WorkspaceCheckpointKind::recovery,
-      [weak = weak_from_this(), key = *key, path = *path, checkpoint](const Captured& recovery) {
+      key, "Before rewind", WorkspaceCheckpointKind::recovery,
+      [weak = weak_from_this(), key, path = *path, checkpoint,
+       done = std::move(done)](const Captured& recovery) {
         const auto self = weak.lock();
         if (!self) return;
         if (!recovery) {
-          self->fail("restore the checkpoint", recovery.error());
-          return self->end();
+          return self->end(done, refusal("restore the checkpoint", recovery.error()));
         }
         using Answer = TaskSafetyResult<SafetyNotes>;
         self->ask<Answer>(
@@ -204,22 +214,21 @@ void TaskSafety::restoreCheckpoint(const WorkspaceCheckpoint& checkpoint) {
             [service = self->service_, checkpoint, path, saved = *recovery] {
               return service.restore(checkpoint, path, &saved);
             },
-            [key, path, checkpoint, saved = *recovery](TaskSafety& desk, Answer restored) {
-              if (restored) {
-                desk.notes_ = std::move(*restored);
-                // A task without its worktree works in the project, and so is restored there.
-                const ChatThread* thread = desk.tree_.thread(key);
-                if (thread && thread->workspaceMode == TaskWorkspaceMode::isolated &&
-                    thread->isolatedWorkspacePath != path) {
-                  desk.notes_.push_back(
-                      fmt::format("The task's worktree is gone: {} was restored.", path));
-                }
-                desk.restored(key, checkpoint, saved);
-              } else {
-                desk.fail("restore the checkpoint", restored.error());
-                if (restored.error().mayHaveChangedFiles) desk.git_.refreshGitSnapshot();
+            [key, path, checkpoint, saved = *recovery, done](TaskSafety& safety, Answer restored) {
+              if (!restored) {
+                if (restored.error().mayHaveChangedFiles) safety.git_.refreshGitSnapshot();
+                return safety.end(done, refusal("restore the checkpoint", restored.error()));
               }
-              desk.end();
+              safety.notes_ = std::move(*restored);
+              // A task without its worktree works in the project, and so is restored there.
+              const ChatThread* thread = safety.tree_.thread(key);
+              if (thread && thread->workspaceMode == TaskWorkspaceMode::isolated &&
+                  thread->isolatedWorkspacePath != path) {
+                safety.notes_.push_back(
+                    fmt::format("The task's worktree is gone: {} was restored.", path));
+              }
+              safety.restored(key, checkpoint, saved);
+              safety.end(done, {});
             },
             // A prompt that waits here would begin to change what has just been saved.
             Turn::next);
@@ -243,34 +252,36 @@ void TaskSafety::restored(const ThreadExecutionKey& key, const WorkspaceCheckpoi
     for (auto& each : since) entries.append(std::move(each));
     tree_.replaceTranscript(std::move(entries), key);
   }
-  tree_.updateThread(key, [&](ChatThread& each) { each.updatedAt = main_.now(); });
+  // The agents' sessions know the turns that have just been undone: each provider begins a new one,
+  // which gets the conversation as it stands now.
+  tree_.updateThread(key, [&](ChatThread& each) {
+    each.forgetSessions();
+    each.updatedAt = main_.now();
+  });
+  runs_.resetConnection(key);
   tree_.save();
   git_.refreshGitSnapshot();
 }
 
 // ---- working apart ------------------------------------------------------------------------------
 
-void TaskSafety::setTaskWorkspaceMode(TaskWorkspaceMode mode) {
-  const auto key = selection_.key();
-  const Workspace* workspace = key ? tree_.workspace(key->workspaceID) : nullptr;
-  if (!workspace || isWorking_) return;
-  const ChatThread* thread = tree_.thread(*key);
-  if (thread && thread->workspaceMode == mode) return;
+void TaskSafety::setTaskWorkspaceMode(const ThreadExecutionKey& key, TaskWorkspaceMode mode,
+                                      Done done) {
+  const ChatThread* thread = tree_.thread(key);
+  if (!thread) return done(refuseMissingConversation());
+  if (thread->workspaceMode == mode) return done({});
   if (mode == TaskWorkspaceMode::shared) {
-    return executions_.showError(
+    return done(refuse(
         "This task stays isolated so its changes cannot be lost. Open a new shared task, or merge "
-        "the worktree from Terminal after reviewing its changes.");
+        "the worktree from Terminal after reviewing its changes."));
   }
-  begin();
-  createIsolatedWorktree(*key, [weak = weak_from_this(), key = *key](auto worktree) {
+  if (auto begun = begin(key); !begun) return done(begun);
+  createIsolatedWorktree(key, [weak = weak_from_this(), key, done = std::move(done)](auto worktree) {
     const auto self = weak.lock();
     if (!self) return;
-    if (worktree) {
-      self->moveToWorktree(key, std::move(*worktree));
-    } else {
-      self->fail("isolate this task", worktree.error());
-    }
-    self->end();
+    if (!worktree) return self->end(done, refusal("isolate this task", worktree.error()));
+    self->moveToWorktree(key, std::move(*worktree));
+    self->end(done, {});
   });
 }
 
@@ -290,51 +301,32 @@ void TaskSafety::createIsolatedWorktree(const ThreadExecutionKey& key,
 void TaskSafety::moveToWorktree(const ThreadExecutionKey& key, Worktree worktree) {
   if (!tree_.thread(key)) return;
   notes_ = std::move(worktree.notes);
-  const auto* execution = executions_.find(key);
-  const auto stopCount = execution ? std::optional(execution->stopCount) : std::nullopt;
-  if (execution && execution->activeRunID) {
-    const Date now = main_.now();
-    tree_.updateRun(execution->activeRunID, key, [&](RunRecord& run) {
-      run.status = RunRecordStatus::cancelled;
-      run.statusMessage = "Stopped: the task moved to a worktree of its own.";
-      run.completedAt = now;
-    });
-  }
-  // The next prompt starts a client in the new folder.
-  executions_.remove(key);
-  // A turn whose run has not begun ends as well: it must not wake up behind the next one.
-  if (stopCount) executions_.execution(key).stopCount = *stopCount + 1;
+  // The next prompt starts a client in the new folder; a turn that is on its way ends as well.
+  runs_.resetConnection(key, "Stopped: the task moved to a worktree of its own.");
   tree_.updateThread(key, [&](ChatThread& thread) {
     thread.workspaceMode = TaskWorkspaceMode::isolated;
     thread.isolatedWorkspacePath = std::move(worktree.path);
   });
   tree_.save();
-  executions_.publishExecutionIfSelected(key);
-  git_.refreshGitSnapshot();
+  git_.refreshIfSelected(key);
 }
 
-// ---- telling ------------------------------------------------------------------------------------
+// ---- one operation at a time --------------------------------------------------------------------
 
-void TaskSafety::begin() {
+Result<> TaskSafety::begin(const ThreadExecutionKey& key) {
+  if (!tree_.thread(key)) return refuseMissingConversation();
+  if (isWorking_) return refuse("A checkpoint, restore or isolation is under way; wait for it.");
   isWorking_ = true;
   notes_.clear();
-  executions_.announceMirror();
+  changes_.mark(topics::safety);
+  return {};
 }
 
-void TaskSafety::end() {
+void TaskSafety::end(const Done& done, Result<> result) {
   isWorking_ = false;
   restoredFolder_.clear();
-  executions_.announceMirror();
-}
-
-void TaskSafety::fail(std::string_view what, const TaskSafetyError& error) {
-  std::string text = fmt::format("Could not {}: {}", what, error.description());
-  if (error.mayHaveChangedFiles) {
-    text +=
-        " Some files may have been put back already. The checkpoint \"Before rewind\", taken just "
-        "now, has everything as it was before: restore that one to go back.";
-  }
-  executions_.showError(std::move(text));
+  changes_.mark(topics::safety);
+  done(std::move(result));
 }
 
 }  // namespace vantrell

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "engine/core/engine_core.h"
-#include "engine/core/task_safety_means.h"
+#include "engine/core/refusal.h"
+#include "engine/core/run_lifecycle.h"
 #include "engine/projects/git_snapshot_service.h"
 #include "project/task_safety_service.h"
 
@@ -20,7 +20,17 @@ namespace vantrell {
 
 class TaskSafety : public std::enable_shared_from_this<TaskSafety> {
  public:
-  TaskSafety(EngineCore& core, GitSnapshotService& git);
+  struct Dependencies {
+    MainQueue& main;
+    WorkspaceTree& tree;
+    ExecutionTable& executions;
+    RunLifecycle& runs;
+    GitSnapshotService& git;
+    Changes& changes;
+    Executor* background;  // runs what blocks; null: every operation says that there is no repository
+    std::string supportFolder;
+  };
+  explicit TaskSafety(Dependencies dependencies);
 
   using Captured = TaskSafetyResult<WorkspaceCheckpoint>;
   /// Takes a checkpoint and puts it in front of the conversation's, of which the newest 50 are kept
@@ -35,15 +45,17 @@ class TaskSafety : public std::enable_shared_from_this<TaskSafety> {
   void captureBeforePrompt(const ThreadExecutionKey& key, std::string label,
                            std::function<void()> done);
 
-  // The user's operations, on the selected conversation. What goes wrong is in the interface's
-  // error message. While one of them works, the others do nothing.
+  // The user's operations. `done` comes once, on the main queue: at once where it is refused. While
+  // one of them works, the others are refused.
 
-  void createCheckpoint(std::string label);
+  using Done = std::function<void(Result<>)>;
+  void createCheckpoint(const ThreadExecutionKey& key, std::string label, Done done);
   /// First takes a recovery checkpoint, without which nothing is restored; then puts files and
-  /// conversation back. Does nothing while the agent works.
-  void restoreCheckpoint(const WorkspaceCheckpoint& checkpoint);
+  /// conversation back. Refused while an agent works in the folder.
+  void restoreCheckpoint(const ThreadExecutionKey& key, const WorkspaceCheckpoint& checkpoint,
+                         Done done);
   /// One way only: a task in a worktree stays there, since nothing flows back by itself.
-  void setTaskWorkspaceMode(TaskWorkspaceMode mode);
+  void setTaskWorkspaceMode(const ThreadExecutionKey& key, TaskWorkspaceMode mode, Done done);
 
   // For conversations that begin in a worktree.
 
@@ -71,9 +83,8 @@ class TaskSafety : public std::enable_shared_from_this<TaskSafety> {
                          WorkspaceCheckpointKind kind, std::function<void(Captured)> reply,
                          WaitingFlag waiting);
   void sayWhyNone(const ThreadExecutionKey& key, const std::string& reason);
-  void begin();
-  void end();
-  void fail(std::string_view what, const TaskSafetyError& error);
+  Result<> begin(const ThreadExecutionKey& key);
+  void end(const Done& done, Result<> result);
   bool isAtWorkIn(const std::string& folder);
   void restored(const ThreadExecutionKey& key, const WorkspaceCheckpoint& checkpoint,
                 const WorkspaceCheckpoint& recovery);
@@ -89,9 +100,10 @@ class TaskSafety : public std::enable_shared_from_this<TaskSafety> {
 
   MainQueue& main_;
   WorkspaceTree& tree_;
-  Selection& selection_;
   ExecutionTable& executions_;
+  RunLifecycle& runs_;
   GitSnapshotService& git_;
+  Changes& changes_;
   Executor* const background_;
   const TaskSafetyService service_;
   bool isWorking_ = false;
