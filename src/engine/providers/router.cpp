@@ -83,7 +83,11 @@ std::optional<AgentProvider> Router::choiceOf(const std::optional<ThreadExecutio
 std::optional<AgentProvider> Router::activeProvider(
     const std::optional<ThreadExecutionKey>& key) const {
   const auto* execution = key ? core_.executions.find(*key) : nullptr;
-  return execution ? execution->activeProvider : std::nullopt;
+  if (execution && execution->activeProvider) return execution->activeProvider;
+  // After a restart the provider that worked last goes on: another one would get a capsule in place
+  // of the session.
+  const ChatThread* thread = key ? core_.tree.thread(*key) : nullptr;
+  return thread ? thread->lastProvider : std::nullopt;
 }
 
 std::vector<AgentProvider> Router::orderFor(const std::optional<ThreadExecutionKey>& key) const {
