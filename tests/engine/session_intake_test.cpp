@@ -82,11 +82,11 @@ TEST_F(SessionIntake, NoToolStaysOpenBehindTheEndOfItsTurnOrItsRuntime) {
   using Run = std::function<void()>;
   const std::pair<const char*, Run> ends[] = {
       {"the runtime ends a stopped turn",
-       [&] { model->driver->stopWorking(), client().finishes(); }},
+       [&] { model->selected.stopWorking(), client().finishes(); }},
       {"the turn fails", [&] { client().fails(AgentError("no")); }},
       {"the runtime dies", [&] { client().onUnexpectedTermination("gone"); }},
-      {"the connection is reset", [&] { model->executions.resetConnection(); }},
-      {"the program ends", [&] { model->endAllWork(); }},
+      {"the connection is reset", [&] { model->selected.resetConnection(); }},
+      {"the program ends", [&] { app->endAllWork(); }},
   };
   start();
   for (const auto& [name, end] : ends) {
@@ -104,7 +104,7 @@ TEST_F(SessionIntake, NoToolStaysOpenBehindTheEndOfItsTurnOrItsRuntime) {
     EXPECT_EQ(statusOf("pending"), "failed") << name;
     EXPECT_EQ(statusOf("in_progress"), "failed") << name;
     EXPECT_EQ(statusOf("completed"), "completed") << name;
-    model->executions.resetConnection();
+    model->selected.resetConnection();
   }
 }
 
@@ -129,7 +129,7 @@ TEST_F(SessionIntake, PlanIsReplacedWholeAndFilledWithDefaults) {
                                JsonObject{{"id", "x"}, {"priority", "high"}}}}});
   EXPECT_THAT(*execution().plan, ElementsAre(PlanEntry{"plan-0", "One", "completed", "medium"},
                                              PlanEntry{"x", "Task", "pending", "high"}));
-  EXPECT_EQ(*model->executions.mirror().plan, *execution().plan);
+  EXPECT_EQ(*model->selected.plan(), *execution().plan);
   client().updates({{"sessionUpdate", "plan"}, {"entries", Json::Array{}}});
   EXPECT_TRUE(execution().plan->empty());
 }
@@ -228,7 +228,7 @@ TEST_F(Replay, ShowsTheUsersWordsAndNotWhatStoodRoundThem) {
   start();
   ChatAttachment file;
   file.path = "a.txt";
-  model->driver->send("Look", {file});
+  model->selected.send("Look", {file});
   main.runReady();
   client().opens("session");
   const Date asked = thread().entries[0].createdAt;
@@ -269,7 +269,7 @@ TEST_F(Replay, SameWordsTwiceKeepTheirOwnAttachments) {
   file.path = "a.txt";
   std::vector<std::string> prompts;
   for (const bool attached : {false, true}) {
-    model->driver->send("go on", attached ? std::vector{file} : std::vector<ChatAttachment>{});
+    model->selected.send("go on", attached ? std::vector{file} : std::vector<ChatAttachment>{});
     main.runReady();
     if (client().prompts.empty()) client().opens("session");
     prompts.push_back(client().prompts.back());
@@ -334,19 +334,19 @@ TEST_F(Replay, FailureBringsTheTranscriptBack) {
       {"start fails", [](Replay& t) { t.client().failsToOpen("no"); }},
       {"client dies", [](Replay& t) { t.client().onUnexpectedTermination("gone"); }},
       {"never answers", [](Replay& t) { t.main.advance(std::chrono::seconds(30)); }},
-      {"stopped by the user", [](Replay& t) { t.model->driver->stopWorking(); }},
-      {"connection reset", [](Replay& t) { t.model->executions.resetConnection(); }},
+      {"stopped by the user", [](Replay& t) { t.model->selected.stopWorking(); }},
+      {"connection reset", [](Replay& t) { t.model->selected.resetConnection(); }},
       {"another turn begins",
        [](Replay& t) {
-         t.model->driver->sendNow("Three", {});
+         t.model->selected.sendNow("Three", {});
          t.main.runReady();
        }},
-      {"program ends", [](Replay& t) { t.model->endAllWork(); }},
+      {"program ends", [](Replay& t) { t.app->endAllWork(); }},
   };
   for (const auto& each : cases) {
     SCOPED_TRACE(each.name);
     clients.clear();
-    model.reset();
+    stop();
     (void)files::remove(folder / "conversations.sqlite");
     resume();
     client().chunk("user_message_chunk", "On", "u1");
@@ -355,7 +355,7 @@ TEST_F(Replay, FailureBringsTheTranscriptBack) {
     EXPECT_EQ(thread().entries[0].text, "One");
     EXPECT_EQ(thread().entries[1].text, "Answer one");
     EXPECT_EQ(thread().entries[2].text, "Two");
-    EXPECT_FALSE(model->executions.mirror().isReplaying);
+    EXPECT_FALSE(model->selected.isReplaying());
   }
 }
 

@@ -143,7 +143,7 @@ class StoredTreeUnderTest {
   ManualMainQueue main_;
   std::unique_ptr<UserDefaults> defaults_ = UserDefaults::inMemory();
   WorkspaceStore store_{*defaults_, folder_.path()};
-  Changes changes_;
+  Changes changes_{main_};
   WorkspaceTree tree_{main_, store_, changes_};
   std::mt19937 random_;
   int lastID_ = 0;
@@ -266,7 +266,7 @@ class SlowWriter : public testing::Test {
   ManualMainQueue main_;
   std::unique_ptr<UserDefaults> defaults_ = UserDefaults::inMemory();
   WorkspaceStore store_{*defaults_, folder_.path()};
-  Changes changes_;
+  Changes changes_{main_};
   ManualExecutor writer_;
   WorkspaceTree tree_{main_, store_, changes_, &writer_};
   ThreadExecutionKey key_;

@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "platform/queues/weakly.h"
-#include "runtimes/wire/process_client.h"
 
 namespace vantrell {
 
@@ -76,14 +75,12 @@ void AgentSession::setCallbacks() {
   client_->onUsageUpdate = whileServing([](AgentSession& self, const ProviderUsage& usage) {
     if (self.listener_) self.listener_->agentReportedUsage(usage);
   });
-  const auto reporting = std::dynamic_pointer_cast<ProcessClient>(client_);
-  if (!reporting) return;
   // The models of a provider are the same for all its sessions, so only we must be alive.
-  reporting->onModelOptionsUpdate =
+  client_->onModelOptionsUpdate =
       weakly(this, [](AgentSession& self, std::vector<ProviderModelOption> options) {
         if (self.listener_) self.listener_->agentReportedModels(std::move(options));
       });
-  reporting->onPermissionWithdrawn = whileServing([](AgentSession& self, std::int64_t requestID) {
+  client_->onPermissionWithdrawn = whileServing([](AgentSession& self, std::int64_t requestID) {
     if (!self.question_ || self.question_->id != requestID) return;
     self.question_ = nullptr;
     if (self.listener_) self.listener_->agentQuestionWithdrawn();

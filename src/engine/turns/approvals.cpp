@@ -19,11 +19,10 @@ std::unexpected<Refusal> refuseWhileAtWork() {
 }  // namespace
 
 const PermissionOption* rejectingOption(const PermissionRequest& request) {
-  for (const std::string_view kind : {"reject_once", "reject_always"}) {
-    const auto found = std::ranges::find(request.options, kind, &PermissionOption::kind);
-    if (found != request.options.end()) return &*found;
-  }
-  return nullptr;
+  const auto found = std::ranges::find_if(request.options, [](const PermissionOption& each) {
+    return each.kind == "reject_once" || each.kind == "reject_always";
+  });
+  return found == request.options.end() ? nullptr : &*found;
 }
 
 Approvals::Approvals(Settings& settings, ExecutionTable& executions, RunLifecycle& runs,

@@ -13,8 +13,8 @@
 
 namespace vantrell {
 
-/// The option by which the user says no: one that rejects this time, else one that always does; null
-/// where the runtime offers none.
+/// The option by which a refusal answers: the first that rejects; null where the runtime offers
+/// none. A front end shows this one.
 const PermissionOption* rejectingOption(const PermissionRequest& request);
 
 class Approvals {

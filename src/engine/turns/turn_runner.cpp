@@ -53,7 +53,7 @@ bool TurnRunner::knowsNothing(const Turn& turn, AgentProvider provider) const {
   const auto* execution = core_.executions.find(turn.key);
   if (thread->sessionID(provider) || execution->session->isServedBy(provider)) return false;
   return std::ranges::any_of(thread->entries, [](const ChatEntry& entry) {
-    return entry.kind == ChatEntryKind::assistant || entry.kind == ChatEntryKind::tool;
+    return entry.provider && entry.kind != ChatEntryKind::thought;
   });
 }
 
