@@ -1,5 +1,6 @@
 #include "platform/queues/output_sink.h"
 
+#include <csignal>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <string>
@@ -7,7 +8,6 @@
 
 #include "platform/files/descriptor.h"
 #include "platform/queues/manual_main_queue.h"
-#include "platform/terminal/terminal.h"
 
 namespace vantrell::tests {
 namespace {

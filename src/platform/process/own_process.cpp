@@ -12,7 +12,7 @@ namespace {
 
 /// What one run with an agent, its terminals and the databases needs. When more is needed than
 /// allowed later on, that operation fails with the system's words.
-constexpr rlim_t neededFiles = 128;
+constexpr rlim_t neededFiles = 64;
 
 }  // namespace
 
