@@ -3,8 +3,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/process/own_process.h"
 #include "platform/process/process.h"
-#include "platform/terminal/terminal.h"
 #include "records/values/application.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/plain_words.h"
@@ -14,7 +14,10 @@
 int main(int count, char** arguments) {
   using namespace vantrell;
   using namespace vantrell::shell;
-  terminal::ignoreBrokenPipes();
+  if (const auto prepared = prepareOwnProcess(); !prepared) {
+    complain(prepared.error());
+    return exitStatus::failed;
+  }
   const std::vector<std::string_view> words(arguments + 1, arguments + count);
   const auto invocation = readCommandLine(words);
   if (!invocation) return refuse(invocation.error());
