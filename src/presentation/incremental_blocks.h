@@ -1,58 +1,41 @@
-// The blocks of an answer that is still being written. After each chunk they are what
-// ResponseFormatting::blocks gives for all the text so far, and making them costs what the chunk
-// costs, whatever came before. Owned by whoever shows the answer; one thread at a time.
+// The blocks of an answer that is still being written: whenever they are read, they are what
+// ResponseFormatting::blocks gives for all the text so far. Appending costs what the chunk costs. A
+// read costs a parse of the text behind the last settled block, so at most of one block and the
+// line behind it (1 MiB of one paragraph: 3 ms); of prose that may still be broken up, of all the
+// text. Read once a frame, not once a chunk. One thread at a time.
 #pragma once
 
-#include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "presentation/block_builder.h"
-#include "presentation/character_counter.h"
-#include "presentation/dense_prose.h"
+#include "presentation/response_block.h"
 
 namespace vantrell {
 
 class IncrementalBlocks {
  public:
-  IncrementalBlocks() = default;
-  IncrementalBlocks(const IncrementalBlocks&) = delete;
-  IncrementalBlocks& operator=(const IncrementalBlocks&) = delete;
+  /// `asWritten` never breaks prose up, so that no line moves to another paragraph later.
+  enum class Prose { brokenUp, asWritten };
+  explicit IncrementalBlocks(Prose prose = Prose::brokenUp) : prose_(prose) {}
 
-  /// Takes the next bytes. A code point that they cut in two is shown once it is whole.
   void append(std::string_view chunk);
-  /// Says that nothing more comes: what was cut is shown as it stands.
-  void finish();
 
-  /// A block that has not changed keeps its id, and so does one that has only grown.
-  const std::vector<ResponseBlock>& blocks() const { return list_.blocks; }
-  /// How many of them nothing that follows can change. Prose that may still have to be broken up
-  /// has none.
-  std::size_t settledCount() const;
+  /// The id belongs to the place in the list and stays while what stands there grows or changes.
+  const std::vector<ResponseBlock>& blocks();
+  /// How many of them nothing that follows can change. Prose that may still be broken up has none.
+  std::size_t settledCount();
 
  private:
-  void take(std::string_view text);
-  void takeUndecided(std::string_view text);
-  template <typename Make>
-  void remake(Make make);
-
-  BlockList list_;
-  std::string cut_;  // the beginning of a code point
+  Prose prose_;
+  std::string text_;  // behind the settled blocks; line feeds only
   bool endsInReturn_ = false;
-  std::string buffer_;
-
-  /// Until the text shows structure, all of it is kept: it may have to be read in the other way.
+  bool isAtStart_ = true;  // of the whole text
   bool isStructured_ = false;
-  std::string source_;
-  std::size_t end_ = 0;  // without white space at the end
-  denseProse::StructureSearch structure_;
-  std::size_t counted_ = 0;
-  CharacterCounter counter_;
-
-  std::optional<BlockBuilder> lines_;
-  std::optional<DenseProseBuilder> prose_;
+  bool isParsed_ = true;
+  std::vector<ResponseBlock> blocks_;
+  std::vector<Uuid> ids_;  // of the places, more than are in use
+  std::size_t settled_ = 0;
 };
 
 }  // namespace vantrell

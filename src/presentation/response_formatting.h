@@ -1,6 +1,6 @@
 // The text of an answer as blocks. Agents write Markdown loosely; these are the rules by which its
-// lines are taken, and by which a wall of prose is first broken up. Pure functions in linear time,
-// any thread. Bytes that are no UTF-8 pass through.
+// lines are read, and by which long prose without structure is first broken up. Pure functions in
+// linear time, any thread. Bytes that are not UTF-8 pass through.
 #pragma once
 
 #include <optional>
@@ -19,9 +19,28 @@ std::vector<ResponseBlock> blocks(std::string_view text);
 /// a blank line between its paragraphs.
 std::string structureDenseResponse(std::string_view text);
 
+// What a text that grows needs.
+
+/// "\r\n" and "\r" become "\n".
+std::string withLineFeeds(std::string_view text);
+/// Whether the text has blank lines, four lines, or Markdown at the beginning of a line, and so is
+/// not broken up. It has line feeds only and no white space at its ends. More text never takes the
+/// structure away.
+bool hasStructure(std::string_view text);
+
+/// A place between two blocks.
+struct Place {
+  std::size_t bytes = 0;
+  std::size_t blocks = 0;
+};
+/// Adds the blocks of these lines, without ids; prose is not broken up. The text has line feeds
+/// only and no white space at its end. What stands before the returned place cannot change when
+/// more text follows, and a parse of that longer text may begin there.
+Place appendBlocks(std::string_view text, std::vector<ResponseBlock>& blocks);
+
 // The line tests.
 
-/// Two or more cells, or none.
+/// Two or more cells, else nullopt.
 std::optional<std::vector<std::string>> tableCells(std::string_view line);
 
 struct Heading {

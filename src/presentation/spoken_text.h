@@ -1,5 +1,5 @@
-// An answer as text for a speech synthesizer: without markup, and without the code that nobody
-// wants to hear. Pure, in linear time, any thread.
+// An answer as text for a speech synthesizer: without markup, and without code, which is hard to
+// follow by ear. Pure, any thread.
 #pragma once
 
 #include <string>
@@ -7,7 +7,8 @@
 
 namespace vantrell::SpokenText {
 
-/// One line. Invalid UTF-8 becomes U+FFFD.
+/// One line. Invalid UTF-8 becomes U+FFFD. Each kind of markup is looked for during at most half a
+/// second of processor time; what a hostile text has beyond that keeps its marks.
 std::string render(std::string_view text);
 
 }  // namespace vantrell::SpokenText

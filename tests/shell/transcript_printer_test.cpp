@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/queues/manual_main_queue.h"
+#include "shell/terminal/terminal_text.h"
 #include "support/terminal_screen.h"
 
 namespace vantrell::shell {
@@ -69,18 +70,10 @@ TEST_F(TranscriptPrinterTest, SilenceIsToldOnALineOfItsOwnInTheMidstOfAnAnswer) 
     printer->runChanged(silent);
     printer->livenessChanged(silent);
     stream(ChatEntryKind::assistant, "a", {" two"}, *printer);
+    printer->ended(nullptr);
   }
-  EXPECT_EQ(plainOutput, "One\n\n• Kimi is silent.\n\n two");
+  EXPECT_EQ(plainOutput, "One\n\n• Kimi is silent.\n\n two\n");
   EXPECT_EQ(screen.text(), "One\n\n• Kimi is silent.\n\ntwo\n") << "laid out";
-}
-
-TEST_F(TranscriptPrinterTest, LiveToolChangesInPlaceWhileItIsLast) {
-  live.entryAdded(tool("1", "Read x", "pending"));
-  EXPECT_EQ(screen.text(), "○ Read x\n");
-  live.entryReplaced(tool("1", "Read x", "in_progress"));
-  EXPECT_EQ(screen.text(), "▸ Read x\n");
-  live.entryReplaced(tool("1", "Read x", "completed"));
-  EXPECT_EQ(screen.text(), "✓ Read x\n");
 }
 
 TEST_F(TranscriptPrinterTest, ToolKeepsTheBestTitleThatItsUpdatesGave) {
@@ -95,21 +88,44 @@ TEST_F(TranscriptPrinterTest, ToolKeepsTheBestTitleThatItsUpdatesGave) {
   EXPECT_EQ(screen.text(), plainOutput);
 }
 
-TEST_F(TranscriptPrinterTest, LiveToolThatIsNotLastComesAgainAtItsEnd) {
-  live.entryAdded(tool("1", "first", "pending"));
+TEST_F(TranscriptPrinterTest, LiveToolChangesInPlaceWhileItIsLastAndElseComesAgain) {
+  live.entryAdded(tool("1", std::string(500, 'x'), "pending"));
+  EXPECT_LE(screen.text().size(), 90U) << "cut, so that it can be drawn over";
+  live.entryReplaced(tool("1", "first", "in_progress"));
+  EXPECT_EQ(screen.text(), "▸ first\n");
   live.entryAdded(tool("2", "second", "pending"));
   live.entryReplaced(tool("1", "first", "in_progress"));
-  EXPECT_EQ(screen.text(), "○ first\n○ second\n▸ first\n") << "for as long as it takes";
+  EXPECT_EQ(screen.text(), "▸ first\n○ second\n▸ first\n") << "for as long as it takes";
   live.entryReplaced(tool("1", "first", "completed"));
   live.entryReplaced(tool("2", "second", "completed"));
-  EXPECT_EQ(screen.text(), "○ first\n○ second\n✓ first\n✓ second\n");
+  EXPECT_EQ(screen.text(), "▸ first\n○ second\n✓ first\n✓ second\n");
 }
 
-TEST_F(TranscriptPrinterTest, LiveLinesAreCutSoThatTheyCanBeDrawnOver) {
-  live.entryAdded(tool("1", std::string(500, 'x'), "pending"));
-  EXPECT_LE(screen.text().size(), 90U);
-  live.entryReplaced(tool("1", "short", "completed"));
-  EXPECT_EQ(screen.text(), "✓ short\n");
+/// Also where a caller has forgotten to make a text safe.
+TEST_F(TranscriptPrinterTest, NothingForeignDrivesTheTerminal) {
+  std::string bytes;
+  TranscriptPrinter printer([&](std::string_view more) { bytes += more; }, TerminalStyle::live(-1));
+  printer.introduced({.runtime = "\x1b[2J\xE2\x80\xAE\xC2\x9B"
+                                 "1A",
+                      .folder = "\x1b]0;x\x07"});
+  printer.remark("\x1b[1A\r\x1b[K");
+  stream(ChatEntryKind::assistant, "a", {"\x1b", "[1A\xE2\x80\x8E\n\n", "# \x1b[31m\b"}, printer);
+  stream(ChatEntryKind::thought, "t", {"\x1b[1A"}, printer);
+  printer.entryAdded(tool("1", "\x1b[1A", "completed"));
+  printer.entryAdded(entry("s", ChatEntryKind::system, "\x1b[1A"));
+  printer.permissionAsked({.id = 1,
+                           .title = "\x1b[1A",
+                           .detail = "\x1b[1A",
+                           .options = {{"y", "\x1b[1A", "allow_once"}}});
+  const auto end = run(RunRecordStatus::failed, "\x1b[1A");
+  printer.ended(&end);
+  std::string left = bytes;
+  for (const std::string_view look :
+       {"\x1b[0m", "\x1b[1m", "\x1b[2m", "\x1b[31m", "\x1b[32m", "\x1b[33m"}) {
+    for (std::size_t at; (at = left.find(look)) != left.npos;) left.erase(at, look.size());
+  }
+  EXPECT_EQ(left, sanitized(left)) << left;
+  EXPECT_EQ(std::ranges::count(sanitized(bytes), '\n'), std::ranges::count(bytes, '\n'));
 }
 
 TEST_F(TranscriptPrinterTest, PlanUpdatesInPlaceAndLaterTellsOnlyWhatIsDone) {
@@ -134,15 +150,14 @@ TEST_F(TranscriptPrinterTest, PassingStatusLeavesNothingBehind) {
   live.runChanged(run(RunRecordStatus::starting, "Connecting to Kimi…"));
   EXPECT_EQ(screen.text(), "Connecting to Kimi…\n");
   stream(ChatEntryKind::assistant, "a", {"Hi"}, live);
+  live.ended(nullptr);
   EXPECT_EQ(screen.text(), "Hi\n");
-  live.runChanged(run(RunRecordStatus::running, "Kimi resumed activity."));
-  EXPECT_EQ(screen.text(), "Hi\n") << "in the middle of a text it would tear it";
 }
 
 TEST_F(TranscriptPrinterTest, LiveAnswerIsLaidOutAroundWhatComesBetween) {
   auto answer = entry("a", ChatEntryKind::assistant, "## Look\n\n- one\n- tw");
   live.entryAdded(answer);
-  EXPECT_EQ(screen.text(), "Look\n\n• one\n• tw\n");
+  EXPECT_EQ(screen.text(), "Look\n\n• one\n") << "lines that are complete";
   live.entryAdded(tool("1", "Read x", "pending"));
   live.entryReplaced(tool("1", "Read x", "completed"));
   const auto add = [&](const std::string& text) {
@@ -163,29 +178,32 @@ TEST_F(TranscriptPrinterTest, LiveAnswerIsLaidOutAroundWhatComesBetween) {
 TEST_F(TranscriptPrinterTest, RepairedAnswerGoesOnOrComesAnew) {
   live.entryAdded(entry("a", ChatEntryKind::assistant, "One"));
   live.entryReplaced(entry("a", ChatEntryKind::assistant, "One two"));
-  EXPECT_EQ(screen.text(), "One two\n");
+  live.remark("X");
+  live.entryReplaced(entry("a", ChatEntryKind::assistant, "One two"));
+  EXPECT_EQ(screen.text(), "One two\n\nX\n");
   live.entryReplaced(entry("a", ChatEntryKind::assistant, "Three"));
-  EXPECT_EQ(screen.text(), "One two\n\nThree\n");
+  live.ended(nullptr);
+  EXPECT_EQ(screen.text(), "One two\n\nX\n\nThree\n");
 }
 
-TEST_F(TranscriptPrinterTest, AnswerIsDrawnAtMostSoOftenAndWholeAtTheEnd) {
+TEST_F(TranscriptPrinterTest, AnswerIsLaidOutAtMostSoOftenAndWholeAtTheEnd) {
   ManualMainQueue queue;
   int writes = 0;
   TranscriptPrinter paced([&](std::string_view bytes) { screen.write(bytes), ++writes; },
                           TerminalStyle::live(-1), &queue);
-  stream(ChatEntryKind::assistant, "a", {"One", " two", " three"}, paced);
-  EXPECT_EQ(screen.text(), "One\n") << "the first words at once";
+  stream(ChatEntryKind::assistant, "a", {"- one\n", "- two\n"}, paced);
+  EXPECT_EQ(screen.text(), "• one\n") << "the first at once";
   queue.advance(std::chrono::milliseconds(30));
-  EXPECT_EQ(screen.text(), "One two three\n");
-  auto streamed = entry("a", ChatEntryKind::assistant, "One two three");
+  EXPECT_EQ(screen.text(), "• one\n• two\n");
+  auto streamed = entry("a", ChatEntryKind::assistant, "- one\n- two\n");
   for (int i = 0; i < 500; ++i) {
-    paced.textAdded(streamed, " x");
+    paced.textAdded(streamed, "- x\n");
     queue.advance(std::chrono::milliseconds(1));
   }
   EXPECT_LT(writes, 25);
-  paced.textAdded(streamed, " end");
+  paced.textAdded(streamed, "- end");
   paced.ended(nullptr);
-  EXPECT_TRUE(screen.text().ends_with(" x end\n"));
+  EXPECT_TRUE(screen.text().ends_with("• x\n• end\n"));
   EXPECT_FALSE(queue.hasTimers());
 }
 

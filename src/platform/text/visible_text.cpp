@@ -26,11 +26,14 @@ std::uint32_t decoded(std::string_view sequence) {
 }
 
 /// C1 controls (0x9B opens an escape sequence by itself), the separators that some programs take
-/// for line breaks, and the embeddings, overrides and isolates of bidirectional text. The plain
-/// direction marks stay: they belong to the spelling of some languages.
+/// for line breaks, and all that turns the direction of text: marks, embeddings, overrides and
+/// isolates (Unicode's Bidi_Control).
 bool isHarmful(std::uint32_t character) {
-  return (character >= 0x80 && character <= 0x9F) || (character >= 0x2028 && character <= 0x202E) ||
-         (character >= 0x2066 && character <= 0x2069);
+  const auto isIn = [character](std::uint32_t first, std::uint32_t last) {
+    return character >= first && character <= last;
+  };
+  return isIn(0x80, 0x9F) || character == 0x061C || isIn(0x200E, 0x200F) || isIn(0x2028, 0x202E) ||
+         isIn(0x2066, 0x2069);
 }
 
 /// The pictures of control characters stand in their own order from U+2400.

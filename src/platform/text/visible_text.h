@@ -10,7 +10,7 @@
 namespace vantrell::text {
 
 /// Line feeds and tabs stay; other control characters become visible signs, and so do those that
-/// change the direction of what follows. Invalid UTF-8 becomes U+FFFD.
+/// change the direction of text. Invalid UTF-8 becomes U+FFFD.
 std::string sanitized(std::string_view text);
 
 /// The same on one line: line breaks and tabs become spaces.

@@ -1,85 +1,48 @@
-// An answer that is laid out on a live terminal while it comes. What can no longer change is
-// printed for good. The rest, no more of it than the terminal shows, is kept, and only lines of it
-// that differ are drawn over; what has scrolled away meanwhile stays as it was. Makes bytes and
-// writes nothing: between two draws the cursor must stay where the first has left it. One thread at
-// a time.
+// An answer that is laid out on a live terminal while it comes. A line is given out once it is
+// complete, and never again; a table once it is whole. Makes text and writes nothing. Owned by what
+// prints the transcript; one thread at a time.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "presentation/incremental_blocks.h"
-#include "shell/terminal/answer_lines.h"
 #include "shell/terminal/terminal_style.h"
-#include "shell/terminal/undecided_text.h"
 
 namespace vantrell::shell {
 
 class AnswerStream {
  public:
-  explicit AnswerStream(TerminalStyle style) : style_(style) {}
+  explicit AnswerStream(const TerminalStyle& style) : style_(style) {}
 
-  /// Takes the next text; shows nothing.
-  void append(std::string_view text);
-  /// Everything that has come counts as shown: a later draw begins with what follows.
-  void skip();
-  /// What brings the screen up to date. The cursor stands at the beginning of an empty row before
-  /// the first draw, and behind the last character after each.
-  std::string draw(terminal::Size size);
-  /// Draws, and ends the last line: what stands there stays. What follows begins a new line.
-  std::string leave(terminal::Size size);
-  /// Makes the last line good where somebody else has written behind it, if that is possible.
-  std::string mend() const;
-
-  /// Bytes that are not shown yet, since nobody can say what they begin.
-  std::size_t heldBack() const { return undecided_.size(); }
+  /// Takes the next text, as the agent sent it.
+  void append(std::string_view text) { waiting_ += text; }
+  /// The lines that are complete since the last call. Costs a parse of the open block, and the
+  /// layout of what of it was not given out.
+  std::string lines(std::size_t columns) { return take(columns, false); }
+  /// All that is left. What follows begins a new line.
+  std::string finish(std::size_t columns) { return take(columns, true); }
 
  private:
-  /// What a place is known by: its block, and the end of the one before.
-  struct Surroundings {
-    std::optional<Uuid> block;
-    std::size_t kind = 0;
-    std::size_t before = 0;
-    bool operator==(const Surroundings&) const = default;
-  };
-
-  const ResponseBlock* placeBlock() const;
-  Surroundings surroundings() const;
-  void settle(terminal::Size size);
-  void settleLines(std::size_t count);
-  void settleRows(terminal::Size size);
-  void settleAll();
-  void advance(const AnswerPlace& place);
-  void findPlace();
-  void adapt(terminal::Size size, std::string& out);
-  std::size_t rowsOf(const AnswerLine& line) const { return rowsOf(line, drawn_); }
-  static std::size_t rowsOf(const AnswerLine& line, terminal::Size size);
-  AnswerPlace endPlace() const;
-  std::string redrawn(const std::vector<AnswerLine>& lines, terminal::Size size);
-  std::string styled(std::string_view text, AnswerLine::Look look) const;
-  void replaceLine(const AnswerLine& earlier, const AnswerLine& line, std::string& out) const;
+  std::size_t decided(bool isAll);
+  std::string take(std::size_t columns, bool isAll);
+  std::string linesOf(const ResponseBlock& block, std::size_t columns, bool isOpen);
 
   TerminalStyle style_;
-  IncrementalBlocks blocks_;
-  UndecidedText undecided_;
-  TableMeasure measure_;
+  /// As written: broken up, prose would move between paragraphs that have been printed.
+  IncrementalBlocks blocks_{IncrementalBlocks::Prose::asWritten};
+  std::string waiting_;        // not in blocks_ yet: it does not say what its line is
+  bool isInLine_ = false;      // the last line in blocks_ has not ended
+  bool isAfterBlank_ = false;  // what comes next begins another block, or goes on with code
+  bool isInCode_ = false;
 
-  /// What lies before it will not be drawn over any more.
-  AnswerPlace place_;
-  Surroundings around_;  // when it was chosen
-  /// Bytes of the texts before the place, without white space. Prose that is broken up, or put
-  /// together again, has other blocks with the same ink.
-  std::size_t ink_ = 0;
-  std::size_t inkOfBlock_ = 0;  // those of them in the block of the place
-
-  std::vector<AnswerLine> shown_;  // from the place on, as it stands on the screen
-  terminal::Size drawn_;           // of the terminal then
-  AnswerPlace end_;                // of what was drawn
-  bool isDirty_ = false;
-  bool isLineOpen_ = false;  // the cursor stands behind a text
-  bool isFirst_ = true;      // no line that stands belongs to this answer, but for shown_
+  /// What of the answer was given out.
+  std::size_t block_ = 0;
+  std::size_t kind_ = 0;   // of that block, which may still become another
+  bool isBegun_ = false;   // it has lines
+  std::size_t shown_ = 0;  // where the last of them ends
+  std::size_t from_ = 0;   // where one of them ended plain, so that a layout can begin there
+  bool isFirst_ = true;    // nothing since the last finish()
 };
 
 }  // namespace vantrell::shell

@@ -1,7 +1,7 @@
 // Marks of Markdown within a text of an agent, which a terminal with styles shows as looks instead:
-// **bold** and `code`. Who is in doubt leaves them alone: a power, a glob and a mark without its
-// partner stay as they were written, and so do *these* and _these_, which names and globs have as
-// well. Pure, any thread.
+// **bold** and `code`. In doubt they are left alone: a power, a glob and a mark without a partner
+// stay as they were written, and so do *these* and _these_, which names and globs have as well.
+// Pure, any thread.
 #pragma once
 
 #include <cstddef>
@@ -18,60 +18,35 @@ struct InlineLook {
   bool operator==(const InlineLook&) const = default;
 };
 
-/// A mark that has its partner; `after` is how the text behind it looks.
-struct InlineMark {
-  std::size_t begin;
-  std::size_t end;
-  InlineLook after;
-};
-
-class InlineMarks {
- public:
-  /// Further apart, in bytes, two marks are no partners: so a text that grows has not to be read
-  /// from its beginning.
-  static constexpr std::size_t longestSpan = 2000;
-
-  /// None: all that look like marks are text.
-  InlineMarks() = default;
-  /// Those from an offset on that is 0 or a reading point of the text. The cost is that of the text
-  /// from there.
-  explicit InlineMarks(std::string_view text, std::size_t from = 0);
-
-  /// In their order.
-  const std::vector<InlineMark>& marks() const { return marks_; }
-  /// Where to begin, when the text has grown, so that all from the offset on is read as if it were
-  /// read from its beginning. Offsets must not fall from one call to the next.
-  std::size_t readingPoint(std::size_t offset);
-
- private:
-  struct Opener {
-    std::size_t begin;
-    std::size_t end;   // of the partner
-    std::size_t from;  // where to begin so that it is read
-  };
-
-  std::vector<InlineMark> marks_;
-  std::vector<Opener> openers_;
-  std::size_t firstOpener_ = 0;  // that is of use to a reading point
-};
-
-/// A line, or part of one, without its marks.
+/// A text without its marks.
 struct InlineText {
   struct Change {
     std::size_t at;
-    InlineLook look;
+    InlineLook look;      // of what follows
+    std::size_t removed;  // bytes of marks up to here
   };
-  /// How all of the line looks, whatever stands in it.
+  /// How all of the text looks, whatever stands in it.
   enum class Around { plain, bold, dim };
 
-  std::string text;             // fit for a terminal
-  std::vector<Change> changes;  // in their order; what lies behind the text does not count
+  std::string text;
+  std::vector<Change> changes;  // in their order
+  /// Bytes at the front of the source whose looks stay when more text follows.
+  std::size_t settled = 0;
 
-  /// With escape sequences. At its end the text looks as what is around it.
-  std::string styled(Around around) const;
+  /// The bytes from `begin` to `end` with escape sequences, which end with them.
+  std::string styled(Around around, std::size_t begin = 0,
+                     std::size_t end = std::string::npos) const;
+  /// Of the text behind a place.
+  InlineLook lookAt(std::size_t place) const;
+  /// The place in the source of a place in the text.
+  std::size_t sourceOf(std::size_t place) const;
 };
 
-/// A text that is one line and fit for a terminal, without its marks.
-InlineText withoutMarks(std::string_view line);
+/// Further apart, in bytes, two marks are not partners: a text that grows is decided so far.
+inline constexpr std::size_t longestSpan = 400;
+
+InlineText withoutMarks(std::string_view source);
+/// With all marks as text.
+InlineText asWritten(std::string_view source);
 
 }  // namespace vantrell::shell

@@ -3,7 +3,6 @@
 
 #include "engine/turns/session_status.h"
 #include "platform/values/json.h"
-#include "presentation/response_formatting.h"
 #include "shell/terminal/answer_lines.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/json_member.h"
@@ -60,7 +59,7 @@ std::string page(const Workspace& workspace, const ChatThread& thread, const std
                   style.dim(onOneLine(fmt::format("({})", workspace.name))));
   if (!style.isLive()) return text + sanitized(message) + "\n";
   const auto columns = static_cast<std::size_t>(std::max(style.size().columns - 1, 20));
-  for (const auto& line : answerLines(ResponseFormatting::blocks(message), style, columns)) {
+  for (const auto& line : answerLines(message, style, columns)) {
     text += line + "\n";
   }
   return text +

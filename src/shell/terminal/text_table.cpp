@@ -27,7 +27,7 @@ std::string_view lastColumns(std::string_view text, std::size_t columns) {
 
 InlineText shownOf(const TableCell& cell, const TerminalStyle& style) {
   if (cell.mayHaveMarks && style.isLive()) return withoutMarks(cell.text);
-  return {.text = cell.text, .changes = {}};
+  return asWritten(cell.text);
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include "platform/text/text.h"
-#include "presentation/response_formatting.h"
 #include "records/values/project_hook.h"
 #include "shell/terminal/activity_lines.h"
 #include "shell/terminal/answer_lines.h"
@@ -20,27 +19,27 @@ constexpr std::size_t systemLinesShown = 40;
 constexpr std::size_t hookLinesShown = 12;
 constexpr std::size_t taskIDShown = 8;  // characters, plenty to tell tasks apart
 constexpr std::string_view stoppedText = "Stopped by you.";
+constexpr std::string_view clearLine = "\r\x1b[K";
 constexpr std::string_view thoughtBar = "│ ";
-/// Faster than this nobody reads, and a terminal should not have to draw.
-constexpr std::chrono::milliseconds betweenDraws{30};
+/// Nobody reads faster, and a layout may cost a parse of the last block.
+constexpr std::chrono::milliseconds betweenLayouts{30};
 
 }  // namespace
 
 // ---- blocks -------------------------------------------------------------------------------------
 
-void TranscriptPrinter::put(std::string_view bytes) {
-  if (bytes.empty()) return;
-  if (std::exchange(statusShown_, false)) write_("\r\x1b[K");
-  write_(bytes);
+void TranscriptPrinter::put(std::string_view text) {
+  if (text.empty()) return;
+  clearStatus();
+  write_(withLooksOnly(text));
+}
+
+void TranscriptPrinter::clearStatus() {
+  if (std::exchange(statusShown_, false)) write_(clearLine);
 }
 
 void TranscriptPrinter::endLine() {
-  if (answer_) {
-    putAnswer(answer_->leave(style_.size()));
-    answer_.reset();
-    nextDraw_.cancel();
-    atLineStart_ = true;
-  }
+  endAnswer();
   if (!std::exchange(atLineStart_, true)) put("\n");
 }
 
@@ -50,12 +49,14 @@ void TranscriptPrinter::beginBlock(Block block) {
   if (block_ != Block::none && !joins) put("\n");
   block_ = block;
   streaming_.clear();
+  isAnswerOpen_ = false;
   drawn_.reset();
 }
 
 void TranscriptPrinter::showStatus(std::string_view text) {
   if (!style_.isLive() || !atLineStart_) return;
-  put(style_.dim(fitted(onOneLine(text), usableColumns())) + "\r");
+  put(style_.dim(fitted(onOneLine(text), usableColumns())));
+  write_("\r");
   statusShown_ = true;
 }
 
@@ -77,11 +78,13 @@ std::vector<std::string> TranscriptPrinter::linesOf(std::string_view text, std::
 
 void TranscriptPrinter::draw(std::string_view id, Block block,
                              const std::vector<std::string>& lines) {
+  endAnswer();
   const auto size = style_.size();
   const bool mayDrawOver =
       drawn_ && drawn_->entryID == id && drawn_->columns == size.columns && atLineStart_;
   if (mayDrawOver) {
-    put(fmt::format("\x1b[{}A\r\x1b[J", drawn_->rows));
+    clearStatus();
+    write_(fmt::format("\x1b[{}A\r\x1b[J", drawn_->rows));
   } else {
     beginBlock(block);
   }
@@ -134,8 +137,12 @@ void TranscriptPrinter::entryAdded(const ChatEntry& entry) {
 void TranscriptPrinter::entryReplaced(const ChatEntry& entry) {
   if (entry.kind == ChatEntryKind::tool) return showTool(entry);
   if (entry.kind == ChatEntryKind::user) return;  // the person knows these words
-  if (answer_ && streaming_ == entry.id && entry.text.starts_with(answerText_)) {
-    return textAdded(entry, std::string_view(entry.text).substr(answerText_.size()));
+  if (answer_ && answerID_ == entry.id) {
+    if (entry.text.starts_with(answerText_)) {
+      return textAdded(entry, std::string_view(entry.text).substr(answerText_.size()));
+    }
+    endLine();
+    answer_.reset();
   }
   streaming_.clear();
   entryAdded(entry);
@@ -169,48 +176,53 @@ void TranscriptPrinter::showUser(const ChatEntry& entry) {
 
 void TranscriptPrinter::showAnswer(const ChatEntry& entry) {
   beginBlock(Block::text);
-  const auto blocks = ResponseFormatting::blocks(entry.text);
-  for (const auto& each : answerLines(blocks, style_, static_cast<std::size_t>(usableColumns()))) {
-    line(each);
-  }
+  const auto columns = static_cast<std::size_t>(usableColumns());
+  for (const auto& each : answerLines(entry.text, style_, columns)) line(each);
 }
 
 void TranscriptPrinter::streamAnswer(const ChatEntry& entry, std::string_view text) {
-  if (!answer_ || streaming_ != entry.id) {
+  if (!answer_ || answerID_ != entry.id) {
     endLine();
-    streaming_ = entry.id;
-    isAnswerShown_ = false;
+    isAnswerOpen_ = false;
+    answerID_ = entry.id;
     answer_.emplace(style_);
     answerText_.clear();
     if (std::string_view(entry.text).ends_with(text)) {
       // What stands further up decides how the rest is to be read.
       answerText_ = entry.text.substr(0, entry.text.size() - text.size());
       answer_->append(answerText_);
-      answer_->skip();
+      (void)answer_->finish(static_cast<std::size_t>(usableColumns()));
     }
   }
   answerText_ += text;
   answer_->append(text);
-  if (!nextDraw_.isActive()) drawAnswer();
+  hasNewText_ = true;
+  if (!nextLayout_.isActive()) layOutAnswer();
+}
+
+void TranscriptPrinter::layOutAnswer() {
+  if (!std::exchange(hasNewText_, false)) return;
+  putAnswer(answer_->lines(static_cast<std::size_t>(usableColumns())));
+  if (queue_) nextLayout_ = queue_->after(betweenLayouts, [this] { layOutAnswer(); });
 }
 
 /// Its block begins with the first of it that can be seen.
-void TranscriptPrinter::putAnswer(std::string_view bytes) {
-  if (bytes.empty()) return;
-  if (!std::exchange(isAnswerShown_, true)) {
+void TranscriptPrinter::putAnswer(std::string_view lines) {
+  if (lines.empty()) return;
+  if (!std::exchange(isAnswerOpen_, true)) {
+    if (!std::exchange(atLineStart_, true)) put("\n");
     if (block_ != Block::none) put("\n");
     block_ = Block::text;
+    streaming_.clear();
     drawn_.reset();
-    atLineStart_ = false;
   }
-  put(bytes);
+  put(lines);
 }
 
-void TranscriptPrinter::drawAnswer() {
-  const std::string bytes = answer_->draw(style_.size());
-  putAnswer(bytes);
-  if (!queue_ || bytes.empty()) return;
-  nextDraw_ = queue_->after(betweenDraws, [this] { drawAnswer(); });
+void TranscriptPrinter::endAnswer() {
+  nextLayout_.cancel();
+  hasNewText_ = false;
+  if (answer_) putAnswer(answer_->finish(static_cast<std::size_t>(usableColumns())));
 }
 
 void TranscriptPrinter::stream(const ChatEntry& entry, std::string_view text) {
@@ -272,6 +284,7 @@ void TranscriptPrinter::showTool(const ChatEntry& entry) {
 void TranscriptPrinter::planReplaced(const std::vector<PlanEntry>& plan) {
   if (plan == plan_) return;
   agentWasHeard_ = true;
+  endAnswer();
   const auto earlier = std::exchange(plan_, plan);
   const bool sameSteps =
       std::ranges::equal(earlier, plan, {}, &PlanEntry::content, &PlanEntry::content);
@@ -326,9 +339,9 @@ void TranscriptPrinter::promptQueued(std::size_t waiting) {
 
 void TranscriptPrinter::interrupted() {
   if (!style_.isLive()) return;
-  if (answer_) put(answer_->mend());
   if (atLineStart_) {
-    put("\r\x1b[K");
+    statusShown_ = false;
+    write_(clearLine);
   } else {
     endLine();
   }

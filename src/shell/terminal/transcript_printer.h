@@ -1,6 +1,6 @@
-// A run as a person wants to read it. Text streams, and answers are laid out meanwhile on a live
-// terminal; a tool call is one line and the plan one list, which change in place while they are the
-// last thing on a live terminal, and otherwise come again at their end. Main queue.
+// A run as a person wants to read it. Text streams; on a live terminal answers are laid out, line
+// by line as they come. A tool call is one line and the plan one list, which change in place while
+// they are the last thing on a live terminal, and otherwise come again at their end. Main queue.
 #pragma once
 
 #include <functional>
@@ -19,7 +19,7 @@ namespace vantrell::shell {
 class TranscriptPrinter final : public RunObserver {
  public:
   using Write = std::function<void(std::string_view)>;
-  /// With a queue, the drawing of an answer that comes in many pieces is spread over time.
+  /// With a queue, the layout of an answer that comes in many pieces is spread over time.
   TranscriptPrinter(Write write, TerminalStyle style, MainQueue* queue = nullptr)
       : write_(std::move(write)), style_(style), queue_(queue) {}
 
@@ -57,8 +57,10 @@ class TranscriptPrinter final : public RunObserver {
     int columns;  // of the terminal when it was drawn
   };
 
-  /// The one way to the terminal: takes the passing status away first.
-  void put(std::string_view bytes);
+  /// The one way to the terminal for what is read: makes it safe, and takes the passing status away
+  /// first.
+  void put(std::string_view text);
+  void clearStatus();
   /// A line that the next output takes away; on a live terminal only, and not within a text.
   void showStatus(std::string_view text);
   void beginBlock(Block block);
@@ -66,8 +68,10 @@ class TranscriptPrinter final : public RunObserver {
   void line(std::string_view styled);
   void stream(const ChatEntry& entry, std::string_view text);
   void streamAnswer(const ChatEntry& entry, std::string_view text);
-  void drawAnswer();
-  void putAnswer(std::string_view bytes);
+  void layOutAnswer();
+  void putAnswer(std::string_view lines);
+  /// Shows what of an answer waits for the end of its line, before something else is shown.
+  void endAnswer();
   /// One that is whole, laid out.
   void showAnswer(const ChatEntry& entry);
   void showTool(const ChatEntry& entry);
@@ -86,12 +90,15 @@ class TranscriptPrinter final : public RunObserver {
   Block block_ = Block::none;
   bool atLineStart_ = true;
   bool statusShown_ = false;
-  bool agentWasHeard_ = false;          // anything at all but the prompt has come
-  std::string streaming_;               // id of the text entry whose text stands last
-  std::optional<AnswerStream> answer_;  // of that entry, while it can be drawn over
-  bool isAnswerShown_ = false;
-  std::string answerText_;  // all that it was given
-  Timer nextDraw_;          // until then text gathers
+  bool agentWasHeard_ = false;  // anything at all but the prompt has come
+  std::string streaming_;       // id of the text entry whose text stands last
+  /// Of the last answer that streamed, on a live terminal.
+  std::optional<AnswerStream> answer_;
+  std::string answerID_;       // of its entry
+  std::string answerText_;     // all that it was given
+  bool isAnswerOpen_ = false;  // its block stands last
+  bool hasNewText_ = false;    // since the last layout
+  Timer nextLayout_;           // until then text gathers
   std::optional<Drawn> drawn_;
   /// Tool calls that have not ended, and what their line said last.
   std::map<std::string, std::string, std::less<>> openTools_;
