@@ -79,21 +79,25 @@ std::string onOneLine(std::string_view text) {
   return line;
 }
 
-std::vector<std::string> boundedLines(std::string_view text, std::size_t most) {
+std::vector<std::string> visibleLines(std::string_view text) {
   const std::string clean = sanitized(text);
   auto lines = split(clean, '\n');
   while (!lines.empty() && trimmed(lines.back()).empty()) lines.pop_back();
+  return {lines.begin(), lines.end()};
+}
+
+std::vector<std::string> boundedLines(std::string_view text, std::size_t most) {
+  auto lines = visibleLines(text);
   // One line too many is shown rather than counted.
   const std::size_t shown = lines.size() > most + 1 ? most : lines.size();
-  std::vector<std::string> bounded;
-  for (std::size_t i = 0; i < shown; ++i) {
-    const auto part = firstCharacters(lines[i], longestLine);
-    bounded.push_back(std::string(part) + (part.size() < lines[i].size() ? "…" : ""));
+  const std::size_t left = lines.size() - shown;
+  lines.resize(shown);
+  for (auto& line : lines) {
+    const auto part = firstCharacters(line, longestLine).size();
+    if (part < line.size()) line.replace(part, std::string::npos, "…");
   }
-  if (shown < lines.size()) {
-    bounded.push_back(fmt::format("… {} more lines", lines.size() - shown));
-  }
-  return bounded;
+  if (left > 0) lines.push_back(fmt::format("… {} more lines", left));
+  return lines;
 }
 
 }  // namespace vantrell::text

@@ -16,8 +16,11 @@ std::string sanitized(std::string_view text);
 /// The same on one line: line breaks and tabs become spaces.
 std::string onOneLine(std::string_view text);
 
+/// All lines of a text, sanitized. Empty lines at the end do not count.
+std::vector<std::string> visibleLines(std::string_view text);
+
 /// The first lines of a text, sanitized; what is left out is counted in a last line "… 7 more
-/// lines". Empty lines at the end do not count.
+/// lines". Of a very long line the beginning is shown.
 std::vector<std::string> boundedLines(std::string_view text, std::size_t most);
 
 }  // namespace vantrell::text

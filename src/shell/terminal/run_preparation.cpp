@@ -1,44 +1,20 @@
 #include "shell/terminal/run_preparation.h"
 
-#include <filesystem>
 #include <fmt/format.h>
 
 #include "platform/files/files.h"
 #include "platform/terminal/terminal.h"
 #include "platform/text/text.h"
+#include "views/attachments.h"
 
 namespace vantrell::shell {
 
 namespace {
 
 constexpr std::string_view practiceVariable = "VANTRELL_PRACTICE_AGENT";
-constexpr std::string_view imageEndings[] = {".png",  ".jpg",  ".jpeg", ".gif", ".webp",
-                                             ".heic", ".tiff", ".bmp",  ".svg"};
 
 std::string absolute(std::string_view path) {
   return files::standardized(files::expandingTilde(path));
-}
-
-std::expected<ChatAttachment, UsageError> attachmentFor(std::string_view given) {
-  ChatAttachment attachment;
-  attachment.id = Uuid::random();
-  attachment.path = absolute(given);
-  attachment.displayName = files::lastComponent(attachment.path);
-  if (!files::exists(attachment.path)) {
-    return usageError(fmt::format("There is no file {}. Check --attach.", attachment.path));
-  }
-  if (files::isFolder(attachment.path)) {
-    attachment.kind = ChatAttachmentKind::directory;
-    return attachment;
-  }
-  const std::string name = text::lowercased(attachment.displayName);
-  const bool isImage = std::ranges::any_of(
-      imageEndings, [&](std::string_view ending) { return name.ends_with(ending); });
-  attachment.kind = isImage ? ChatAttachmentKind::image : ChatAttachmentKind::file;
-  std::error_code unknown;
-  const auto size = std::filesystem::file_size(attachment.path, unknown);
-  if (!unknown) attachment.byteCount = static_cast<std::int64_t>(size);
-  return attachment;
 }
 
 }  // namespace
@@ -81,8 +57,8 @@ std::expected<RunPlan, UsageError> prepareRun(RunArguments arguments,
         fmt::format("There is no folder {}. Give --project an existing one.", plan.folder));
   }
   for (const auto& path : arguments.attachments) {
-    auto attachment = attachmentFor(path);
-    if (!attachment) return std::unexpected(std::move(attachment.error()));
+    auto attachment = views::attachmentFor(absolute(path));
+    if (!attachment) return usageError(attachment.error() + " Check --attach.");
     plan.attachments.push_back(*std::move(attachment));
   }
   std::optional<std::string> executable;

@@ -12,6 +12,7 @@
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/task_change.h"
 #include "shell/terminal/terminal_text.h"
+#include "views/transfer_words.h"
 
 namespace vantrell::shell {
 
@@ -22,29 +23,12 @@ int failed(std::string_view text) {
   return exitStatus::failed;
 }
 
-std::string counted(std::size_t count, std::string_view one) {
-  return fmt::format("{} {}{}", count, one, count == 1 ? "" : "s");
-}
-
-std::string countsOf(std::size_t threads, std::size_t workspaces) {
-  return fmt::format("{} in {}", counted(threads, "conversation"), counted(workspaces, "project"));
-}
-
-/// What an import would replace, for the user to decide; absent where there is nothing.
-std::optional<std::string> questionBefore(WorkspaceStore& store, const std::string& file) {
+/// What an import would replace, for the user to decide; empty where there is nothing.
+std::string questionBefore(WorkspaceStore& store, std::string_view source) {
   const auto present = store.peek();
-  const std::string end = fmt::format("by those of \"{}\"? The present ones are kept in a file.",
-                                      onOneLine(file == "-" ? "standard input" : file));
-  if (!present) return fmt::format("{}. Replace what is there {}", present.error(), end);
-  if (present->workspaces.empty()) return std::nullopt;
-  std::string list;
-  std::size_t threads = 0;
-  for (const auto& workspace : present->workspaces) {
-    list += fmt::format("  {} ({})\n", onOneLine(workspace.name),
-                        counted(workspace.threads.size(), "conversation"));
-    threads += workspace.threads.size();
-  }
-  return fmt::format("Replace {}\n{}{}", countsOf(threads, present->workspaces.size()), list, end);
+  if (present) return views::importQuestion(present->workspaces, source);
+  return fmt::format("{}. Replace what is there by the conversations of \"{}\"?", present.error(),
+                     onOneLine(source));
 }
 
 std::expected<std::string, std::string> readDocument(const std::string& file) {
@@ -72,8 +56,8 @@ int exportConversations(const VantrellOptions& options, const std::optional<std:
   if (file && *file != "-") {
     const auto written = files::writeAtomically(files::standardized(*file), document, 0600);
     if (!written) return failed(written.error().description);
-    tell(fmt::format("{} written to \"{}\".\n", countsOf(exported->threads, exported->workspaces),
-                     onOneLine(*file)));
+    tell(fmt::format("{} written to \"{}\".\n",
+                     views::countsOf(exported->threads, exported->workspaces), onOneLine(*file)));
     return exitStatus::completed;
   }
   const bool isWritten =
@@ -92,8 +76,9 @@ int importConversations(const VantrellOptions& options, const std::string& file,
   if (!state) return failed(state.error());
   if (state->notice) complain(*state->notice);
   WorkspaceStore store(*state->defaults, state->folders.support);
-  if (const auto question = questionBefore(store, file)) {
-    const auto mayDo = confirmed(arguments, *question);
+  const auto question = questionBefore(store, file == "-" ? "standard input" : file);
+  if (!question.empty()) {
+    const auto mayDo = confirmed(arguments, question);
     if (!mayDo) return refuse(mayDo.error());
     if (!*mayDo) return exitStatus::stopped;
   }
@@ -101,14 +86,9 @@ int importConversations(const VantrellOptions& options, const std::string& file,
   if (store.notice()) complain(*store.notice());
   if (!imported) return failed(fmt::format("{}. Nothing was imported.", imported.error()));
   tell(fmt::format("{} imported. The conversations of before are in \"{}\".\n",
-                   countsOf(imported->threads, imported->workspaces), imported->keptAside));
-  if (imported->withoutFolder > 0) {
-    complain(fmt::format(
-        "{} of the imported projects {} no folder on this machine. The next start of Vantrell "
-        "drops them, and keeps their conversations aside: make the folders before, at the same "
-        "paths.",
-        imported->withoutFolder, imported->withoutFolder == 1 ? "has" : "have"));
-  }
+                   views::countsOf(imported->threads, imported->workspaces), imported->keptAside));
+  const auto warning = views::missingFoldersWarning(imported->withoutFolder);
+  if (!warning.empty()) complain(warning);
   return exitStatus::completed;
 }
 

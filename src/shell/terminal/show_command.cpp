@@ -14,6 +14,7 @@
 #include "shell/terminal/task_words.h"
 #include "shell/terminal/terminal_text.h"
 #include "shell/terminal/transcript_printer.h"
+#include "views/task_search.h"
 
 namespace vantrell::shell {
 
@@ -87,29 +88,9 @@ std::string runsOf(const ChatThread& thread, std::size_t most, Date now,
   return table.text(style, columnsForTables(STDOUT_FILENO));
 }
 
-/// As much of each entry's ID as tells it from the others, 8 characters at least. Those of a
-/// runtime often begin alike.
-std::vector<std::string> shortEntryIDs(const Transcript& entries) {
-  std::vector<std::string> sorted;
-  for (const auto& entry : entries) sorted.push_back(entry.id);
-  std::ranges::sort(sorted);
-  const auto common = [](std::string_view a, std::string_view b) {
-    return static_cast<std::size_t>(std::ranges::mismatch(a, b).in1 - a.begin());
-  };
-  std::vector<std::string> ids;
-  for (const auto& entry : entries) {
-    const auto place = std::ranges::lower_bound(sorted, entry.id);
-    std::size_t length = 7;
-    if (place != sorted.begin()) length = std::max(length, common(*(place - 1), entry.id));
-    if (place + 1 != sorted.end()) length = std::max(length, common(*(place + 1), entry.id));
-    ids.push_back(entry.id.substr(0, length + 1));
-  }
-  return ids;
-}
-
 std::string entriesOf(const ChatThread& thread, std::size_t most, const TerminalStyle& style) {
   TextTable table({{"ENTRY"}, {"KIND"}, {.heading = "TEXT", .least = 20}});
-  const auto ids = shortEntryIDs(thread.entries);
+  const auto ids = views::shortEntryIDs(thread);
   for (std::size_t i = ids.size() - std::min(ids.size(), most); i < ids.size(); ++i) {
     const ChatEntry& entry = thread.entries[i];
     const bool isTool = entry.kind == ChatEntryKind::tool;

@@ -1,43 +1,14 @@
-// Full-text search over the tasks, one transcript after the other, so that only one of them need be
-// in memory. A result is what WorkspaceOperations::openSearchResult() opens: a workspace, a
-// conversation in it, an entry of that. Pure, any thread.
+// The search over all tasks, under the names that commands use.
 #pragma once
 
-#include <functional>
-#include <optional>
-#include <string>
-#include <vector>
-
-#include "platform/text/text_finder.h"
-#include "records/values/chat_thread.h"
+#include "views/task_search.h"
 
 namespace vantrell::shell {
 
-struct SearchRequest {
-  enum class Scope { titles, entries, all };
-
-  std::string text;
-  Scope scope = Scope::all;
-  text::Finder::Case letterCase = text::Finder::Case::ignored;
-  std::optional<Uuid> project;
-};
-
-/// Valid during the call that hands it out.
-struct SearchHit {
-  const Workspace& workspace;
-  const ChatThread& thread;
-  const ChatEntry* entry;  // null: the title of the task
-  /// The first place in the title or entry, on one line and made fit for a terminal, with some of
-  /// what stands around it; an ellipsis where that was cut.
-  std::string before, hit, after;
-};
-
-/// Newest tasks first, archived ones included; entries from the oldest on, each at most once. Ends
-/// when `found` answers false.
-void searchTasks(const std::vector<Workspace>& workspaces, const SearchRequest& request,
-                 const std::function<bool(const SearchHit&)>& found);
-
-/// As much of an entry's ID as names it within its transcript, at least 8 characters.
-std::string shortEntryID(const ChatThread& thread, const ChatEntry& entry);
+using views::SearchHit;
+using views::SearchRequest;
+using views::searchTasks;
+using views::shortEntryID;
+using views::shortEntryIDs;
 
 }  // namespace vantrell::shell

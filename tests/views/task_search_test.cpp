@@ -1,10 +1,10 @@
-#include "shell/terminal/task_search.h"
+#include "views/task_search.h"
 
 #include <gmock/gmock.h>
 
 #include "support/task_records.h"
 
-namespace vantrell::shell {
+namespace vantrell::views {
 namespace {
 
 using ::testing::ElementsAre;
@@ -84,7 +84,8 @@ TEST_F(TaskSearch, EntriesGoByWhatTellsThemApart) {
   std::vector<std::string> ids;
   for (const auto& entry : task.entries) ids.push_back(shortEntryID(task, entry));
   EXPECT_THAT(ids, ElementsAre("call_abcdefg1", "call_abcdefg2", "12345678", "short"));
+  EXPECT_EQ(shortEntryIDs(task), ids);
 }
 
 }  // namespace
-}  // namespace vantrell::shell
+}  // namespace vantrell::views

@@ -1,10 +1,10 @@
-#include "shell/terminal/task_search.h"
+#include "views/task_search.h"
 
 #include "platform/text/utf8.h"
-#include "shell/terminal/terminal_text.h"
+#include "platform/text/visible_text.h"
 #include "views/task_rows.h"
 
-namespace vantrell::shell {
+namespace vantrell::views {
 
 namespace {
 
@@ -14,7 +14,7 @@ constexpr std::size_t shortestEntryID = 8;
 
 /// On one line; the blanks at the ends stay, since something follows there.
 std::string flat(std::string_view text) {
-  std::string line = sanitized(text);
+  std::string line = text::sanitized(text);
   std::ranges::replace(line, '\n', ' ');
   std::ranges::replace(line, '\t', ' ');
   return line;
@@ -45,7 +45,7 @@ void searchTasks(const std::vector<Workspace>& workspaces, const SearchRequest& 
   using Scope = SearchRequest::Scope;
   text::Finder finder(request.text, request.letterCase);
   for (const auto& [workspace, thread] :
-       views::listedTasks(workspaces, views::ArchivedTasks::included, request.project)) {
+       listedTasks(workspaces, ArchivedTasks::included, request.project)) {
     const auto isIn = [&](const ChatEntry* entry, std::string_view text, bool& goesOn) {
       const auto place = finder.find(text);
       if (!place) return false;
@@ -78,4 +78,22 @@ std::string shortEntryID(const ChatThread& thread, const ChatEntry& entry) {
   return entry.id.substr(0, length);
 }
 
-}  // namespace vantrell::shell
+std::vector<std::string> shortEntryIDs(const ChatThread& thread) {
+  std::vector<std::string> sorted;
+  for (const auto& entry : thread.entries) sorted.push_back(entry.id);
+  std::ranges::sort(sorted);
+  const auto common = [](std::string_view a, std::string_view b) {
+    return static_cast<std::size_t>(std::ranges::mismatch(a, b).in1 - a.begin());
+  };
+  std::vector<std::string> ids;
+  for (const auto& entry : thread.entries) {
+    const auto place = std::ranges::lower_bound(sorted, entry.id);
+    std::size_t length = shortestEntryID - 1;
+    if (place != sorted.begin()) length = std::max(length, common(*(place - 1), entry.id));
+    if (place + 1 != sorted.end()) length = std::max(length, common(*(place + 1), entry.id));
+    ids.push_back(entry.id.substr(0, length + 1));
+  }
+  return ids;
+}
+
+}  // namespace vantrell::views
