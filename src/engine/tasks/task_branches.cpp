@@ -177,7 +177,13 @@ void TaskBranches::prepared(const ThreadExecutionKey& key,
   if (worktree) safety_.moveToWorktree(key, std::move(*worktree));
   if (wasStopped) return keepForUser(key, std::move(unsent));
   if (worktree || !unsent.needsWorktree) {
-    if (!worktree) whyShared_ = worktree.error().description();
+    if (!worktree) {
+      whyShared_ = worktree.error().description();
+      if (worktree.error().kind != TaskSafetyError::Case::notRepository) {
+        tree_.appendSystemEntry(
+            fmt::format("This branch works in the project's own folder: {}", *whyShared_), key);
+      }
+    }
     return driver_.sendNow(std::move(unsent.prompt), std::move(unsent.attachments), key);
   }
   tree_.appendSystemEntry(fmt::format("Could not create a safe comparison worktree: {}",

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "platform/queues/weakly.h"
+#include "project/folder_identity.h"
 
 namespace vantrell {
 
@@ -25,18 +26,18 @@ TaskSafety::TaskSafety(EngineCore& core, GitSnapshotService& git)
 
 // ---- the background -----------------------------------------------------------------------------
 
-void TaskSafety::inBackground(const std::string& folder, Work work, Turn turn) {
-  auto& queue = waiting_[folder];
+void TaskSafety::inBackground(const std::string& repository, Work work, Turn turn) {
+  auto& queue = waiting_[repository];
   const bool isNext = turn == Turn::next && !queue.empty();
   queue.insert(isNext ? queue.begin() + 1 : queue.end(), std::move(work));
   if (queue.size() == 1) background_->post(std::exchange(queue.front(), nullptr));
 }
 
-void TaskSafety::runNext(const std::string& folder) {
-  auto& queue = waiting_[folder];
+void TaskSafety::runNext(const std::string& repository) {
+  auto& queue = waiting_[repository];
   queue.pop_front();
   if (queue.empty()) {
-    waiting_.erase(folder);
+    waiting_.erase(repository);
   } else {
     background_->post(std::exchange(queue.front(), nullptr));
   }
@@ -51,15 +52,16 @@ void TaskSafety::ask(const std::string& folder, std::function<Answer()> work,
     }));
   }
   const std::weak_ptr weak = weak_from_this();
+  const std::string repository = repositoryFolder(folder);
   inBackground(
-      folder,
-      [&main = main_, weak, folder, work = std::move(work), reply = std::move(reply)] {
-        main.post([weak, folder, reply, answer = work()]() mutable {
+      repository,
+      [&main = main_, weak, repository, work = std::move(work), reply = std::move(reply)] {
+        main.post([weak, repository, reply, answer = work()]() mutable {
           const auto self = weak.lock();
           if (!self) return;
           // First the reply: what it asks for may have to be next in this folder.
           reply(*self, std::move(answer));
-          self->runNext(folder);
+          self->runNext(repository);
         });
       },
       turn);
@@ -110,7 +112,8 @@ void TaskSafety::captureBeforePrompt(const ThreadExecutionKey& key, std::string 
   const auto waiting = std::make_shared<std::atomic<Waiting>>(Waiting::yes);
   const auto limit = std::make_shared<Timer>();
   const auto path = tree_.executionPath(key);
-  if (path && waiting_.contains(*path) && restoredFolder_ != *path) {
+  const std::string repository = path ? repositoryFolder(*path) : "";
+  if (waiting_.contains(repository) && restoredRepository_ != repository) {
     *limit = main_.after(TaskSafetyService::automaticTime,
                          weakly(this, [key, waiting, done](TaskSafety& self) {
                            auto expected = Waiting::yes;
@@ -140,7 +143,7 @@ void TaskSafety::captureBeforePrompt(const ThreadExecutionKey& key, std::string 
 void TaskSafety::sayWhyNone(const ThreadExecutionKey& key, const std::string& reason) {
   const ChatThread* thread = tree_.thread(key);
   if (!thread) return;
-  const std::string text = fmt::format("No checkpoint was taken before this prompt. {}", reason);
+  const std::string text = fmt::format("{} {}", missingCheckpointText, reason);
   const bool isSaid = std::ranges::any_of(thread->entries, [&](const ChatEntry& entry) {
     return entry.kind == ChatEntryKind::system && entry.text == text;
   });
@@ -168,7 +171,7 @@ bool TaskSafety::isAtWorkIn(const std::string& folder) {
     for (const auto& thread : workspace.threads) {
       const auto* execution = executions_.find({workspace.id, thread.id});
       if (execution && execution->connectionState.isBusy() &&
-          executionPath(workspace, thread) == folder) {
+          shareFiles(executionPath(workspace, thread), folder)) {
         return true;
       }
     }
@@ -188,7 +191,7 @@ void TaskSafety::restoreCheckpoint(const WorkspaceCheckpoint& checkpoint) {
                 TaskSafetyError::commandFailed("Another task is at work in this folder."));
   }
   begin();
-  restoredFolder_ = *path;
+  restoredRepository_ = repositoryFolder(*path);
   captureCheckpoint(
       *key, "Before rewind", WorkspaceCheckpointKind::recovery,
       [weak = weak_from_this(), key = *key, path = *path, checkpoint](const Captured& recovery) {
@@ -323,7 +326,7 @@ void TaskSafety::begin() {
 
 void TaskSafety::end() {
   isWorking_ = false;
-  restoredFolder_.clear();
+  restoredRepository_.clear();
   executions_.announceMirror();
 }
 
