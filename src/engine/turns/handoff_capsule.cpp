@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "platform/text/text.h"
+#include "project/task_safety_error.h"
 #include "runtimes/catalog/provider_registry.h"
 
 namespace vantrell::HandoffCapsule {

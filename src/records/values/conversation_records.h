@@ -57,10 +57,6 @@ struct ChatEntry {
   bool operator==(const ChatEntry&) const = default;
 };
 
-/// How a system entry begins that says why there is no checkpoint: for the user, not for an agent.
-inline constexpr std::string_view missingCheckpointText =
-    "No checkpoint was taken before this prompt.";
-
 /// A prompt given while the thread was busy.
 struct QueuedPrompt {
   Uuid id;
