@@ -206,6 +206,11 @@ TEST(HandoffCapsule, BoundsTheConversation) {
       entries.append(entry);
     }
   }
+  ChatEntry forUser;
+  forUser.id = "s";
+  forUser.kind = ChatEntryKind::system;
+  forUser.text = "No checkpoint was taken before this prompt. Git took too long.";
+  entries.append(forUser);
   const std::vector<PlanEntry> plan{{"1", "Read", "completed", "high"},
                                     {"2", "Write", "pending", ""}};
   const HandoffCapsule::Contents contents{

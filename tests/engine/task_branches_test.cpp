@@ -185,6 +185,21 @@ TEST_F(TaskBranchesTest, RetryIsABranchWithTheLatestPromptAndItsFiles) {
   EXPECT_EQ(model->branches->whyShared(), "This project is not a Git repository.");
 }
 
+TEST_F(TaskBranchesTest, ABranchWithoutAWorktreeSaysWhy) {
+  startInRepository();
+  converse();
+  std::filesystem::rename(repository / ".git/HEAD", repository / ".git/kept");
+  repository.file(".git/HEAD", "ref: refs/heads/unborn\n");
+  model->branches->branchAndSend("u2", "Again");
+  main.runReady();
+  const auto& entries = selected().entries;
+  EXPECT_EQ(entries[entries.size() - 2].kind, ChatEntryKind::system);
+  EXPECT_EQ(entries[entries.size() - 2].text,
+            "This branch works in the project's own folder: The repository has no commit yet that "
+            "a worktree could start from. Commit once first.");
+  EXPECT_EQ(entries.back().text, "Again");
+}
+
 TEST_F(TaskBranchesTest, WhatHappensWhileTheWorktreeIsMade) {
   enum What { deleted, stopped, typed, ended, drafted, moved, removed };
   startInRepository();

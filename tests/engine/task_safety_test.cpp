@@ -81,6 +81,18 @@ TEST_F(TaskSafetyTest, RestoresNothingWhileTheAgentWorksOrWithoutARecoveryCheckp
   model->operations->newThread(key.workspaceID);
   model->selected.restoreCheckpoint(checkpoint);
   EXPECT_EQ(error(), "Could not restore the checkpoint: Another task is at work in this folder.");
+  // The same folder by another name, and one that contains it.
+  const TemporaryFolder links;
+  std::filesystem::create_directory_symlink(repository.path(), links / "link");
+  for (const auto& [project, isShared] :
+       {std::pair(links / "link", true), std::pair(repository.folder("part"), true),
+        std::pair(links.folder("other"), false)}) {
+    model->operations->addWorkspace(project);
+    model->executions.clearError();
+    model->selected.restoreCheckpoint(checkpoint);
+    EXPECT_EQ(error().value_or("").contains("Another task"), isShared) << project;
+    main.runReady();
+  }
   model->operations->selectThread(first.threadID, first.workspaceID);
   finishTurn();
   repository.file("a.txt", "precious\n");

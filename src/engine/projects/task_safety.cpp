@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "platform/queues/weakly.h"
+#include "project/folder_identity.h"
 
 namespace vantrell {
 
@@ -36,18 +37,18 @@ TaskSafety::TaskSafety(Dependencies dependencies)
 
 // ---- the background -----------------------------------------------------------------------------
 
-void TaskSafety::inBackground(const std::string& folder, Work work, Turn turn) {
-  auto& queue = waiting_[folder];
+void TaskSafety::inBackground(const std::string& repository, Work work, Turn turn) {
+  auto& queue = waiting_[repository];
   const bool isNext = turn == Turn::next && !queue.empty();
   queue.insert(isNext ? queue.begin() + 1 : queue.end(), std::move(work));
   if (queue.size() == 1) background_->post(std::exchange(queue.front(), nullptr));
 }
 
-void TaskSafety::runNext(const std::string& folder) {
-  auto& queue = waiting_[folder];
+void TaskSafety::runNext(const std::string& repository) {
+  auto& queue = waiting_[repository];
   queue.pop_front();
   if (queue.empty()) {
-    waiting_.erase(folder);
+    waiting_.erase(repository);
   } else {
     background_->post(std::exchange(queue.front(), nullptr));
   }
@@ -62,15 +63,16 @@ void TaskSafety::ask(const std::string& folder, std::function<Answer()> work,
     }));
   }
   const std::weak_ptr weak = weak_from_this();
+  const std::string repository = repositoryFolder(folder);
   inBackground(
-      folder,
-      [&main = main_, weak, folder, work = std::move(work), reply = std::move(reply)] {
-        main.post([weak, folder, reply, answer = work()]() mutable {
+      repository,
+      [&main = main_, weak, repository, work = std::move(work), reply = std::move(reply)] {
+        main.post([weak, repository, reply, answer = work()]() mutable {
           const auto self = weak.lock();
           if (!self) return;
           // First the reply: what it asks for may have to be next in this folder.
           reply(*self, std::move(answer));
-          self->runNext(folder);
+          self->runNext(repository);
         });
       },
       turn);
@@ -121,7 +123,8 @@ void TaskSafety::captureBeforePrompt(const ThreadExecutionKey& key, std::string 
   const auto waiting = std::make_shared<std::atomic<Waiting>>(Waiting::yes);
   const auto limit = std::make_shared<Timer>();
   const auto path = tree_.executionPath(key);
-  if (path && waiting_.contains(*path) && restoredFolder_ != *path) {
+  const std::string repository = path ? repositoryFolder(*path) : "";
+  if (waiting_.contains(repository) && restoredRepository_ != repository) {
     *limit = main_.after(TaskSafetyService::automaticTime,
                          weakly(this, [key, waiting, done](TaskSafety& self) {
                            auto expected = Waiting::yes;
@@ -151,7 +154,7 @@ void TaskSafety::captureBeforePrompt(const ThreadExecutionKey& key, std::string 
 void TaskSafety::sayWhyNone(const ThreadExecutionKey& key, const std::string& reason) {
   const ChatThread* thread = tree_.thread(key);
   if (!thread) return;
-  const std::string text = fmt::format("No checkpoint was taken before this prompt. {}", reason);
+  const std::string text = fmt::format("{} {}", missingCheckpointText, reason);
   const bool isSaid = std::ranges::any_of(thread->entries, [&](const ChatEntry& entry) {
     return entry.kind == ChatEntryKind::system && entry.text == text;
   });
@@ -177,7 +180,7 @@ bool TaskSafety::isAtWorkIn(const std::string& folder) {
     for (const auto& thread : workspace.threads) {
       const auto* execution = executions_.find({workspace.id, thread.id});
       if (execution && execution->connectionState.isBusy() &&
-          executionPath(workspace, thread) == folder) {
+          shareFiles(executionPath(workspace, thread), folder)) {
         return true;
       }
     }
@@ -198,7 +201,7 @@ void TaskSafety::restoreCheckpoint(const ThreadExecutionKey& key,
                                                       "Another task is at work in this folder.")));
   }
   if (auto begun = begin(key); !begun) return done(begun);
-  restoredFolder_ = *path;
+  restoredRepository_ = repositoryFolder(*path);
   captureCheckpoint(
       key, "Before rewind", WorkspaceCheckpointKind::recovery,
       [weak = weak_from_this(), key, path = *path, checkpoint,
@@ -324,7 +327,7 @@ Result<> TaskSafety::begin(const ThreadExecutionKey& key) {
 
 void TaskSafety::end(const Done& done, Result<> result) {
   isWorking_ = false;
-  restoredFolder_.clear();
+  restoredRepository_.clear();
   changes_.mark(topics::safety);
   done(std::move(result));
 }

@@ -1,5 +1,5 @@
 // The user's safety net: checkpoints before each prompt and by hand, going back to one, and tasks
-// that work in a worktree of their own. One piece of work at a time in each folder, in the
+// that work in a worktree of their own. One piece of work at a time in each repository, in the
 // background; every result is applied after its conversation has been looked up again. Main queue.
 #pragma once
 
@@ -89,10 +89,10 @@ class TaskSafety : public std::enable_shared_from_this<TaskSafety> {
   void restored(const ThreadExecutionKey& key, const WorkspaceCheckpoint& checkpoint,
                 const WorkspaceCheckpoint& recovery);
   enum class Turn { last, next };
-  /// Runs behind what is under way in the same folder. The next one is before all that waits there:
-  /// for a reply that has to go on before anybody else.
-  void inBackground(const std::string& folder, Work work, Turn turn);
-  void runNext(const std::string& folder);
+  /// Runs after what is under way in the same repository. The next one is before all that waits
+  /// there: for a reply that has to go on before any other work.
+  void inBackground(const std::string& repository, Work work, Turn turn);
+  void runNext(const std::string& repository);
   /// Work there, then `reply` here with what it answered.
   template <typename Answer>
   void ask(const std::string& folder, std::function<Answer()> work,
@@ -107,9 +107,9 @@ class TaskSafety : public std::enable_shared_from_this<TaskSafety> {
   Executor* const background_;
   const TaskSafetyService service_;
   bool isWorking_ = false;
-  std::string restoredFolder_;  // empty: nothing is being restored
+  std::string restoredRepository_;  // its folder; empty: nothing is being restored
   SafetyNotes notes_;
-  std::map<std::string, std::deque<Work>> waiting_;  // by folder, the first is under way
+  std::map<std::string, std::deque<Work>> waiting_;  // by repository, the first is under way
 };
 
 }  // namespace vantrell

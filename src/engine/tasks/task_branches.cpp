@@ -168,7 +168,13 @@ void TaskBranches::prepared(const ThreadExecutionKey& key,
   if (worktree) core_.safety.moveToWorktree(key, std::move(*worktree));
   if (wasStopped) return keepForUser(key, std::move(unsent));
   if (worktree || !unsent.needsWorktree) {
-    if (!worktree) whyShared_ = worktree.error().description();
+    if (!worktree) {
+      whyShared_ = worktree.error().description();
+      if (worktree.error().kind != TaskSafetyError::Case::notRepository) {
+        core_.tree.appendSystemEntry(
+            fmt::format("This branch works in the project's own folder: {}", *whyShared_), key);
+      }
+    }
     static_cast<void>(
         core_.composer.sendNow(std::move(unsent.prompt), std::move(unsent.attachments), key));
     return;
