@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "runtimes/catalog/grok_arguments.h"
+#include "runtimes/acp/grok_arguments.h"
 
 namespace vantrell {
 namespace {

@@ -139,15 +139,11 @@ class HostileRuntime : public tests::AgentClientTest, public testing::WithParamI
       client_ = ClaudeCodeClient::make({executable_, workspace_, "sonnet", {}, {}, environment},
                                        main_, pool_);
     } else {
-      client_ = ACPClient::make({AgentProvider::grok,
-                                 executable_,
-                                 workspace_,
-                                 {},
-                                 {},
-                                 {},
-                                 {},
-                                 environment,
-                                 dialect().runtimeName},
+      client_ = ACPClient::make({.executable = executable_,
+                                 .workspacePath = workspace_,
+                                 .processEnvironment = environment,
+                                 .terminalEnvironment = environment,
+                                 .runtimeName = dialect().runtimeName},
                                 main_, pool_);
     }
   }

@@ -4,7 +4,6 @@
 
 #include "runtimes/acp/acp_host_services.h"
 #include "runtimes/acp/acp_messages.h"
-#include "runtimes/catalog/provider_registry.h"
 #include "runtimes/wire/json_rpc.h"
 
 namespace vantrell {
@@ -146,8 +145,7 @@ bool ACPConnection::hasConfigOptions() const {
 
 void ACPConnection::publishModelOptions(const JsonObject& result) {
   if (!hasConfigOptions() || !events_.modelOptions) return;
-  auto options =
-      acp::modelOptions(result, ProviderRegistry::descriptor(configuration_.provider).shortLabel);
+  auto options = acp::modelOptions(result, shortLabel(configuration_.provider));
   if (!options.empty()) events_.modelOptions(std::move(options));
 }
 
