@@ -11,8 +11,8 @@
 
 #include "platform/files/descriptor.h"
 #include "platform/files/files.h"
-#include "project/exact_bytes.h"
 #include "project/uncommitted_changes.h"
+#include "project/unfiltered_contents.h"
 
 namespace vantrell {
 
@@ -75,15 +75,15 @@ TaskSafetyResult<> RecoveryArchive::addOverwritten(const std::string& revision,
                               std::vector<std::string>{"diff-files"}}) {
     auto words = command;
     words.insert(words.begin() + 1, {"--name-only", "--diff-filter=d", "--relative", "-z"});
-    const auto listed = git_.need(std::move(words));
+    const auto listed = git_.queryOrFail(std::move(words));
     if (!listed) return std::unexpected(listed.error());
     std::ranges::move(listed->parts(), std::inserter(paths, paths.end()));
   }
   for (const auto& each : spared) paths.erase(each);
   isSettled_ = false;
   WorkBudget budget;
-  return recordExactBytes(git_, {paths.begin(), paths.end()},
-                          fmt::format("{}/{}", folder_, changes::exactFolder), budget);
+  return recordUnfilteredContents(git_, {paths.begin(), paths.end()},
+                                  fmt::format("{}/{}", folder_, changes::exactFolder), budget);
 }
 
 TaskSafetyResult<> RecoveryArchive::compare(const std::string& scratch) const {
@@ -128,7 +128,7 @@ TaskSafetyResult<> RecoveryArchive::bringBackIgnored() const {
     look(entry->path().native().substr(untracked_.size() + 1));
   }
   if (missing.empty()) return {};
-  const auto tracked = git_.need({"ls-files", "-z"});
+  const auto tracked = git_.queryOrFail({"ls-files", "-z"});
   if (!tracked) return std::unexpected(tracked.error());
   const auto parts = tracked->parts();
   const std::unordered_set<std::string> names(parts.begin(), parts.end());

@@ -36,7 +36,7 @@ std::string excludeLine(std::string_view path) {
 }
 
 std::string usersExcludes(const PatchGit& git) {
-  std::string path = git.look({"config", "--type=path", "core.excludesFile"}).output;
+  std::string path = git.query({"config", "--type=path", "core.excludesFile"}).output;
   while (path.ends_with('\n')) path.pop_back();
   if (path.empty()) path = files::configFolder() + "/git/ignore";
   return files::read(path).value_or("");
@@ -77,11 +77,11 @@ RestoreGuard::~RestoreGuard() {
 
 TaskSafetyResult<> RestoreGuard::prepare() {
   if (auto made = secureDirectory(temporary_); !made) return made;
-  const auto tracked = git_.need({"ls-files", "-z"});
+  const auto tracked = git_.queryOrFail({"ls-files", "-z"});
   if (!tracked) return std::unexpected(tracked.error());
   for (auto& each : tracked->parts()) tracked_.insert(std::move(each));
-  const auto ignored =
-      git_.need({"ls-files", "--others", "--ignored", "--exclude-standard", "--directory", "-z"});
+  const auto ignored = git_.queryOrFail(
+      {"ls-files", "--others", "--ignored", "--exclude-standard", "--directory", "-z"});
   if (!ignored) return std::unexpected(ignored.error());
   ignored_ = ignored->parts();
   auto paths = pathsOfCheckpoint();
@@ -111,7 +111,7 @@ GitOptions RestoreGuard::ownIndex() const {
 TaskSafetyResult<std::vector<std::string>> RestoreGuard::pathsOfCheckpoint() {
   std::vector<std::string> all;
   const auto list = [&]() -> TaskSafetyResult<> {
-    const auto listed = git_.need({"ls-files", "-z"}, ownIndex());
+    const auto listed = git_.queryOrFail({"ls-files", "-z"}, ownIndex());
     if (!listed) return std::unexpected(listed.error());
     std::ranges::move(listed->parts(), std::back_inserter(all));
     return {};
@@ -208,7 +208,7 @@ TaskSafetyResult<> RestoreGuard::save(const std::string& path) {
 TaskSafetyResult<std::unordered_set<std::string>> RestoreGuard::changedFrom(
     const GitOptions& index) const {
   const auto listed =
-      git_.need({"diff-index", "--cached", "--name-only", "--relative", "-z", base_}, index);
+      git_.queryOrFail({"diff-index", "--cached", "--name-only", "--relative", "-z", base_}, index);
   if (!listed) return std::unexpected(listed.error());
   const auto paths = listed->parts();
   return std::unordered_set<std::string>(paths.begin(), paths.end());
@@ -218,7 +218,8 @@ TaskSafetyResult<std::unordered_set<std::string>> RestoreGuard::changedFrom(
 /// "--skip-worktree", a sparse checkout); what stands there is in no patch. Such a file is spared,
 /// or saved where the checkpoint has changes of it.
 TaskSafetyResult<> RestoreGuard::spareUnwatched() {
-  const auto tagged = git_.need({"ls-files", "-v", "-z"});  // a letter, a blank and a path each
+  const auto tagged =
+      git_.queryOrFail({"ls-files", "-v", "-z"});  // a letter, a blank and a path each
   if (!tagged) return std::unexpected(tagged.error());
   std::vector<std::string> unwatched;
   std::unordered_set<std::string> isSkipped;
@@ -265,7 +266,7 @@ std::string RestoreGuard::pathspecs() const {
 TaskSafetyResult<> RestoreGuard::writeExcludes() {
   std::string content = usersExcludes(git_);
   if (!content.empty() && !content.ends_with('\n')) content += '\n';
-  std::string prefix = git_.look({"rev-parse", "--show-prefix"}).output;
+  std::string prefix = git_.query({"rev-parse", "--show-prefix"}).output;
   if (prefix.ends_with('\n')) prefix.pop_back();
   for (const auto& each : ignored_) content += excludeLine(prefix + each);
   const auto written = files::writeAtomically(temporary_ + "/excludes", content, 0600);
@@ -299,7 +300,7 @@ TaskSafetyResult<> RestoreGuard::clearPlacesOfUntracked() const {
     if (entry->symlink_status(code).type() != fs::file_type::symlink) continue;
     const std::string path = entry->path().native().substr(untracked.size() + 1);
     if (!isRealFolder(placeOf(path))) continue;
-    const auto below = git_.need({"ls-files", "-z", "--", ":(literal)" + path + "/"});
+    const auto below = git_.queryOrFail({"ls-files", "-z", "--", ":(literal)" + path + "/"});
     if (!below) return std::unexpected(below.error());
     for (const auto& each : below->parts()) {
       if (std::ranges::find(spared_, each) != spared_.end()) continue;
@@ -350,8 +351,8 @@ PatchGit::Configuration RestoreGuard::cleaningConfiguration() const {
 }
 
 TaskSafetyResult<std::vector<std::string>> RestoreGuard::untracked() const {
-  const auto listed = git_.need({"ls-files", "--others", "--exclude-standard", "-z"},
-                                {.configuration = cleaningConfiguration()});
+  const auto listed = git_.queryOrFail({"ls-files", "--others", "--exclude-standard", "-z"},
+                                       {.configuration = cleaningConfiguration()});
   if (!listed) return std::unexpected(listed.error());
   auto paths = listed->parts();
   // Repositories, which cleaning spares.

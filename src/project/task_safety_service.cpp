@@ -26,7 +26,7 @@ WorkBudget budgetFor(WorkspaceCheckpointKind kind) {
 
 /// The lines of the status.
 TaskSafetyResult<std::int64_t> countChanges(const PatchGit& git) {
-  const auto status = git.need({"status", "--porcelain=v1"});
+  const auto status = git.queryOrFail({"status", "--porcelain=v1"});
   if (!status) return std::unexpected(status.error());
   std::int64_t count = 0;
   for (const auto line : text::split(status->output, '\n')) {
@@ -37,7 +37,7 @@ TaskSafetyResult<std::int64_t> countChanges(const PatchGit& git) {
 
 /// A merge that is not resolved has states that no patch can say.
 TaskSafetyResult<> refuseConflicts(const PatchGit& git) {
-  const auto unmerged = git.need({"ls-files", "--unmerged", "-z"});
+  const auto unmerged = git.queryOrFail({"ls-files", "--unmerged", "-z"});
   if (!unmerged) return std::unexpected(unmerged.error());
   if (unmerged->output.empty()) return {};
   return std::unexpected(
@@ -50,7 +50,7 @@ bool isRevision(const std::string& text) {
 
 SafetyNotes submoduleNotes(const PatchGit& git) {
   constexpr std::size_t shown = 5;
-  const GitResult staged = git.look({"ls-files", "--stage", "-z"});
+  const GitResult staged = git.query({"ls-files", "--stage", "-z"});
   std::vector<std::string> names;
   for (const auto& line : staged.parts()) {
     if (line.starts_with("160000 "))
@@ -75,7 +75,7 @@ TaskSafetyResult<TaskSafetyService::Captured> TaskSafetyService::captureCheckpoi
   WorkBudget budget = budgetFor(request.kind);
   const PatchGit git(request.workspacePath, budget);
   const auto fail = [](const TaskSafetyError& error) { return std::unexpected(error); };
-  const GitResult inside = git.look({"rev-parse", "--is-inside-work-tree"});
+  const GitResult inside = git.query({"rev-parse", "--is-inside-work-tree"});
   if (inside.hasRunOut) return fail(gitError(inside));
   if (!inside.succeeded()) return fail(TaskSafetyError::notRepository());
 
@@ -94,7 +94,7 @@ TaskSafetyResult<TaskSafetyService::Captured> TaskSafetyService::captureCheckpoi
   OwnFolder archive(checkpoint.archivePath);
   if (auto made = secureDirectory(archive.path()); !made) return fail(made.error());
 
-  const GitResult head = git.look({"rev-parse", "HEAD"});
+  const GitResult head = git.query({"rev-parse", "HEAD"});
   if (head.hasRunOut) return fail(gitError(head));
   checkpoint.baseRevision = head.text();
   if (!head.succeeded() || checkpoint.baseRevision->empty()) {
@@ -146,11 +146,11 @@ TaskSafetyResult<SafetyNotes> TaskSafetyService::restore(
       command.insert(command.end(), {"--pathspec-from-file=-", "--pathspec-file-nul"});
       options.input = std::move(pathspecs);
     }
-    auto restored = git.change(std::move(command), std::move(options));
+    auto restored = git.modify(std::move(command), std::move(options));
     if (!restored) return halfWay(restored.error());
   }
   if (auto saved = guard.saveBeforeCleaning(); !saved) return halfWay(saved.error());
-  auto cleaned = git.change({"clean", "-fd"}, {.configuration = guard.cleaningConfiguration()});
+  auto cleaned = git.modify({"clean", "-fd"}, {.configuration = guard.cleaningConfiguration()});
   // Git cannot remove the folder that it works in, where all of that is untracked.
   if (!cleaned && !guard.isClean()) return halfWay(cleaned.error());
   if (auto cleared = guard.clearTheWay(); !cleared) return halfWay(cleared.error());
@@ -174,10 +174,10 @@ TaskSafetyResult<TaskSafetyService::Worktree> TaskSafetyService::createIsolatedW
     const Uuid& workspaceID, const Uuid& threadID, const std::string& sourcePath) const {
   const auto fail = [](const TaskSafetyError& error) { return std::unexpected(error); };
   const PatchGit source(sourcePath);
-  if (source.look({"rev-parse", "--is-inside-work-tree"}).text() != "true") {
+  if (source.query({"rev-parse", "--is-inside-work-tree"}).text() != "true") {
     return fail(TaskSafetyError::notRepository());
   }
-  std::string part = source.look({"rev-parse", "--show-prefix"}).output;
+  std::string part = source.query({"rev-parse", "--show-prefix"}).output;
   while (part.ends_with('\n') || part.ends_with('/')) part.pop_back();
 
   const std::string folder = fmt::format("{}/worktrees/{}", root_, lowerCase(workspaceID));
@@ -187,7 +187,7 @@ TaskSafetyResult<TaskSafetyService::Worktree> TaskSafetyService::createIsolatedW
   if (standsAt(top)) return Worktree{path, {}};
   // Before there is a worktree that would lack what is not committed.
   if (auto clean = refuseConflicts(source); !clean) return fail(clean.error());
-  if (auto added = source.change({"worktree", "add", "--detach", top, "HEAD"}); !added) {
+  if (auto added = source.modify({"worktree", "add", "--detach", top, "HEAD"}); !added) {
     if (added.error().message.empty()) {
       added.error().message = "Git could not create an isolated worktree.";
     }

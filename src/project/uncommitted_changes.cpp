@@ -9,8 +9,8 @@
 
 #include "platform/files/files.h"
 #include "platform/text/text.h"
-#include "project/announced_files.h"
-#include "project/exact_bytes.h"
+#include "project/intent_to_add_files.h"
+#include "project/unfiltered_contents.h"
 
 namespace vantrell::changes {
 
@@ -19,7 +19,7 @@ namespace {
 namespace fs = std::filesystem;
 
 // Beside the patches; lists are entries that end with NUL: paths, or a mode, a blank and a path.
-constexpr std::string_view announcedList = "announced.list";
+constexpr std::string_view intentToAddList = "announced.list";
 constexpr std::string_view earlierEmptyFolderList = "empty-folders.list";  // without their modes
 
 /// A repository inside the project is somebody's work of its own; it comes along while it is small.
@@ -53,34 +53,22 @@ std::vector<std::string> readList(const std::string& path) {
   return list.parts();
 }
 
-/// Commands of the user's own would make of a diff what no patch is. There is no configuration that
-/// takes them back, so where there are some they are refused by option.
-std::vector<std::string> diffCommand(const PatchGit& git) {
-  std::vector<std::string> command{"diff", "--binary"};
-  const GitResult found = git.look(
-      {"config", "--name-only", "--get-regexp", R"(^diff\.(external|.*\.(command|textconv))$)"});
-  if (!found.output.empty()) {
-    command.insert(command.end(), {"--no-ext-diff", "--no-textconv"});
-  }
-  return command;
-}
-
 std::string shown(const std::string& path) {
   return fmt::format("\"{}\"", text::repaired(path));
 }
 
 // ---- what patches do not say --------------------------------------------------------------------
 
-TaskSafetyResult<> recordAnnounced(const std::string& folder,
-                                   const std::vector<AnnouncedFile>& files) {
+TaskSafetyResult<> recordIntentsToAdd(const std::string& folder,
+                                      const std::vector<IntentToAddFile>& files) {
   std::vector<std::string> entries;
   for (const auto& each : files) entries.push_back(fmt::format("{} {}", each.mode, each.path));
-  return writeList(inFolder(folder, announcedList), entries);
+  return writeList(inFolder(folder, intentToAddList), entries);
 }
 
-std::vector<AnnouncedFile> readAnnounced(const std::string& folder) {
-  std::vector<AnnouncedFile> files;
-  for (const auto& each : readList(inFolder(folder, announcedList))) {
+std::vector<IntentToAddFile> readIntentsToAdd(const std::string& folder) {
+  std::vector<IntentToAddFile> files;
+  for (const auto& each : readList(inFolder(folder, intentToAddList))) {
     const auto blank = each.find_first_not_of("01234567");
     if (blank == each.npos || each[blank] != ' ') continue;
     files.push_back({each.substr(0, blank), each.substr(blank + 1)});
@@ -91,7 +79,7 @@ std::vector<AnnouncedFile> readAnnounced(const std::string& folder) {
 /// Folders that files were deleted from and that are empty now.
 TaskSafetyResult<std::vector<std::string>> foldersOfDeleted(const PatchGit& git) {
   const auto deleted =
-      git.need({"diff", "--name-only", "--diff-filter=D", "--no-ext-diff", "--relative", "-z"});
+      git.queryOrFail({"diff", "--name-only", "--diff-filter=D", "--relative", "-z"});
   if (!deleted) return std::unexpected(deleted.error());
   std::vector<std::string> folders;
   for (const auto& path : deleted->parts()) {
@@ -140,7 +128,8 @@ void findEmptyFolders(const std::string& root, const std::string& folder, const 
 TaskSafetyResult<> recordEmptyFolders(const PatchGit& git, const std::string& folder,
                                       std::vector<std::string> folders, const WorkBudget& budget,
                                       SafetyNotes& notes) {
-  const auto listed = git.need({"ls-files", "--others", "--directory", "--exclude-standard", "-z"});
+  const auto listed =
+      git.queryOrFail({"ls-files", "--others", "--directory", "--exclude-standard", "-z"});
   if (!listed) return std::unexpected(listed.error());
   std::ranges::move(listed->parts(), std::back_inserter(folders));
   std::vector<std::string> empty;
@@ -167,18 +156,17 @@ TaskSafetyResult<> recordEmptyFolders(const PatchGit& git, const std::string& fo
 // ---- recording ----------------------------------------------------------------------------------
 
 TaskSafetyResult<> recordPatches(const PatchGit& git, const std::string& folder) {
-  const auto diff = diffCommand(git);
-  auto stagedDiff = diff;
-  stagedDiff.insert(stagedDiff.begin() + 2, {"--cached", "HEAD"});
+  const std::vector<std::string> diff{"diff", "--binary"};
   const std::string working = inFolder(folder, workingPatch);
   if (auto written = git.write(diff, working); !written) return written;
-  if (auto written = git.write(stagedDiff, inFolder(folder, stagedPatch)); !written) return written;
+  auto written = git.write({"diff", "--binary", "--cached", "HEAD"}, inFolder(folder, stagedPatch));
+  if (!written) return written;
   if (sizeOf(working) == 0) return {};
 
-  const auto announced = announcedFiles(git);
-  if (!announced) return std::unexpected(announced.error());
-  if (auto kept = recordAnnounced(folder, *announced); !kept) return kept;
-  const auto gone = goneFiles(git, *announced);
+  const auto intended = intentToAddFiles(git);
+  if (!intended) return std::unexpected(intended.error());
+  if (auto kept = recordIntentsToAdd(folder, *intended); !kept) return kept;
+  const auto gone = goneFiles(git, *intended);
   if (!gone) return std::unexpected(gone.error());
   if (gone->empty()) return {};
   const OwnFolder scratch;
@@ -191,12 +179,12 @@ TaskSafetyResult<> recordPatches(const PatchGit& git, const std::string& folder)
 TaskSafetyResult<> tryPatches(const PatchGit& git, const std::string& folder,
                               const std::string& revision, const GitOptions& ownIndex,
                               const std::function<TaskSafetyResult<>()>& afterEach) {
-  if (auto read = git.change({"read-tree", revision}, ownIndex); !read) return read;
+  if (auto read = git.modify({"read-tree", revision}, ownIndex); !read) return read;
   if (auto done = afterEach(); !done) return done;
   for (const auto name : {stagedPatch, workingPatch}) {
     const std::string patch = inFolder(folder, name);
     if (sizeOf(patch) == 0) continue;
-    auto applied = git.change({"apply", "--cached", "--whitespace=nowarn", patch}, ownIndex);
+    auto applied = git.modify({"apply", "--cached", "--whitespace=nowarn", patch}, ownIndex);
     if (!applied) return applied;
     if (auto done = afterEach(); !done) return done;
   }
@@ -230,10 +218,11 @@ TaskSafetyResult<> recordRest(const PatchGit& git, const std::string& folder, Wo
     folders = std::move(*found);
   }
   if (hasUnstaged || sizeOf(inFolder(folder, stagedPatch)) > 0) {
-    const auto changed = git.need({"diff", "--name-only", "--no-ext-diff", "--diff-filter=d",
-                                   "--ignore-submodules=all", "--relative", "-z", "HEAD"});
+    const auto changed = git.queryOrFail({"diff", "--name-only", "--diff-filter=d",
+                                          "--ignore-submodules=all", "--relative", "-z", "HEAD"});
     if (!changed) return std::unexpected(changed.error());
-    auto kept = recordExactBytes(git, changed->parts(), inFolder(folder, exactFolder), budget);
+    auto kept =
+        recordUnfilteredContents(git, changed->parts(), inFolder(folder, exactFolder), budget);
     if (!kept) return kept;
   }
   return recordEmptyFolders(git, folder, std::move(folders), budget, notes);
@@ -254,7 +243,7 @@ std::vector<std::string> emptyFolders(const std::string& folder) {
 
 TaskSafetyResult<std::size_t> copyUntracked(const PatchGit& git, const std::string& target,
                                             WorkBudget& budget, SafetyNotes& notes) {
-  const auto listed = git.need({"ls-files", "--others", "--exclude-standard", "-z"});
+  const auto listed = git.queryOrFail({"ls-files", "--others", "--exclude-standard", "-z"});
   if (!listed) return std::unexpected(listed.error());
   const auto paths = listed->parts();
   if (paths.empty()) return 0;
@@ -307,12 +296,12 @@ TaskSafetyResult<std::size_t> copyUntracked(const PatchGit& git, const std::stri
 TaskSafetyResult<> applyPatches(const PatchGit& git, const std::string& folder) {
   const std::string staged = inFolder(folder, stagedPatch);
   if (sizeOf(staged) > 0) {
-    auto applied = git.change({"apply", "--index", "--whitespace=nowarn", staged});
+    auto applied = git.modify({"apply", "--index", "--whitespace=nowarn", staged});
     if (!applied) return applied;
   }
   const std::string working = inFolder(folder, workingPatch);
   if (sizeOf(working) == 0) return {};
-  return git.change({"apply", "--whitespace=nowarn", working});
+  return git.modify({"apply", "--whitespace=nowarn", working});
 }
 
 TaskSafetyResult<> copyDirectoryContents(const std::string& source, const std::string& target,
@@ -359,7 +348,7 @@ TaskSafetyResult<> applyRest(const PatchGit& git, const std::string& folder) {
     const std::string kept = inFolder(folder, emptyFolderTree);
     if (auto made = makeParents(git.path(), each + "/", false, kept); !made) return made;
   }
-  return announce(git, readAnnounced(folder));
+  return addIntents(git, readIntentsToAdd(folder));
 }
 
 }  // namespace vantrell::changes

@@ -22,11 +22,11 @@ namespace changes {
 inline constexpr std::string_view workingPatch = "working.patch";
 inline constexpr std::string_view stagedPatch = "staged.patch";
 inline constexpr std::string_view untrackedFolder = "untracked";
-inline constexpr std::string_view exactFolder = "exact";  // see exact_bytes.h
+inline constexpr std::string_view exactFolder = "exact";  // see unfiltered_contents.h
 /// The empty folders, with their modes.
 inline constexpr std::string_view emptyFolderTree = "empty-folders";
 
-/// Writes both patches, and where there are some, the files that were announced and not staged.
+/// Writes both patches, and where there are some, the files with an intent to add.
 TaskSafetyResult<> recordPatches(const PatchGit& git, const std::string& folder);
 /// Applies the patches to an index of the caller's own, that of the revision, which `ownIndex`
 /// names; touches nothing else. `afterEach` runs on the revision's index and after each patch.
@@ -55,7 +55,7 @@ TaskSafetyResult<> applyPatches(const PatchGit& git, const std::string& folder);
 /// `target`. A repository below it is left as it is where it still stands.
 TaskSafetyResult<> copyDirectoryContents(const std::string& source, const std::string& target,
                                          SafetyNotes& notes);
-/// What recordRest() wrote, and the announced files.
+/// What recordRest() wrote, and the intents to add.
 TaskSafetyResult<> applyRest(const PatchGit& git, const std::string& folder);
 
 }  // namespace changes

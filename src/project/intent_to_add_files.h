@@ -1,5 +1,5 @@
-// Files that were announced to the index and not staged (git add -N): it has a name and a mode for
-// each and no content, which no patch says. The mode is that of the moment; the file may have
+// Files that the index has with an intent to add only (git add -N): a name and a mode for each and
+// no content, which no patch says. The mode is that of the moment of the command; the file may have
 // another one by now, or be gone. Blocks: never on the main queue.
 #pragma once
 
@@ -11,22 +11,22 @@
 
 namespace vantrell {
 
-struct AnnouncedFile {
+struct IntentToAddFile {
   std::string mode;  // as git writes it: "100644"
   std::string path;
 };
 
 /// Those of the project, in any order.
-TaskSafetyResult<std::vector<AnnouncedFile>> announcedFiles(const PatchGit& git);
+TaskSafetyResult<std::vector<IntentToAddFile>> intentToAddFiles(const PatchGit& git);
 /// Enters them in the index, which must not have them; what stands at their places does not matter.
-TaskSafetyResult<> announce(const PatchGit& git, const std::vector<AnnouncedFile>& files);
+TaskSafetyResult<> addIntents(const PatchGit& git, const std::vector<IntentToAddFile>& files);
 
 /// Of these files, those that are gone. Git's diff deletes them, from an index that has nothing to
 /// delete, so no patch may name them.
-TaskSafetyResult<std::vector<AnnouncedFile>> goneFiles(const PatchGit& git,
-                                                       std::vector<AnnouncedFile> files);
+TaskSafetyResult<std::vector<IntentToAddFile>> goneFiles(const PatchGit& git,
+                                                         std::vector<IntentToAddFile> files);
 /// Writes a copy of the index that lacks them.
-TaskSafetyResult<> writeIndexWithout(const PatchGit& git, const std::vector<AnnouncedFile>& files,
+TaskSafetyResult<> writeIndexWithout(const PatchGit& git, const std::vector<IntentToAddFile>& files,
                                      const std::string& copy);
 
 }  // namespace vantrell

@@ -14,7 +14,8 @@ namespace vantrell {
 
 /// Copies those of the project's tracked files that go through a filter or a conversion into the
 /// folder, which is made when there is one. A copy from before is replaced.
-TaskSafetyResult<> recordExactBytes(const PatchGit& git, const std::vector<std::string>& paths,
-                                    const std::string& folder, WorkBudget& budget);
+TaskSafetyResult<> recordUnfilteredContents(const PatchGit& git,
+                                            const std::vector<std::string>& paths,
+                                            const std::string& folder, WorkBudget& budget);
 
 }  // namespace vantrell

@@ -1,4 +1,4 @@
-#include "project/exact_bytes.h"
+#include "project/unfiltered_contents.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -31,7 +31,7 @@ TaskSafetyResult<std::set<std::string, std::less<>>> filteredFiles(
     const PatchGit& git, const std::vector<std::string>& paths) {
   std::string input;
   for (const auto& each : paths) input.append(each).push_back('\0');
-  const auto found = git.need({"check-attr", "-z", "--stdin", "filter"}, {.input = input});
+  const auto found = git.queryOrFail({"check-attr", "-z", "--stdin", "filter"}, {.input = input});
   if (!found) return std::unexpected(found.error());
   std::set<std::string, std::less<>> filtered;
   const auto parts = text::split(found->output, '\0');  // path, attribute and value by turns
@@ -43,18 +43,19 @@ TaskSafetyResult<std::set<std::string, std::less<>>> filteredFiles(
 
 }  // namespace
 
-TaskSafetyResult<> recordExactBytes(const PatchGit& git, const std::vector<std::string>& paths,
-                                    const std::string& folder, WorkBudget& budget) {
+TaskSafetyResult<> recordUnfilteredContents(const PatchGit& git,
+                                            const std::vector<std::string>& paths,
+                                            const std::string& folder, WorkBudget& budget) {
   if (paths.empty()) return {};
   const auto filtered = filteredFiles(git, paths);
   if (!filtered) return std::unexpected(filtered.error());
-  const std::string automatic = git.look({"config", "core.autocrlf"}).text();
+  const std::string automatic = git.query({"config", "core.autocrlf"}).text();
   const bool byDefault = automatic == "true" || automatic == "input";
   for (std::size_t from = 0; from < paths.size(); from += pathsAtOnce) {
     std::vector<std::string> command{"ls-files", "--eol", "-z", "--"};
     const std::size_t to = std::min(from + pathsAtOnce, paths.size());
     for (std::size_t i = from; i < to; ++i) command.push_back(":(literal)" + paths[i]);
-    const auto lines = git.need(std::move(command));
+    const auto lines = git.queryOrFail(std::move(command));
     if (!lines) return std::unexpected(lines.error());
     for (const auto& line : lines->parts()) {
       const auto tab = line.find('\t');
