@@ -56,10 +56,13 @@ TEST_F(Kimi, TurnWithoutAWordHasFailed) {
 
 TEST_F(Kimi, FailureThatOnlyItsLogTellsIsTheTurns) {
   log(request);  // of an earlier turn
-  open(ACPAgentScript().expectPrompt().say("half an answer").endTurn());
-  main_.post([this] { log(request + limit); });
-  prompt();
+  openTurn(ACPAgentScript().ask(70, "A").expectChoice(70, "y").send(
+      R"({"id":4,"result":{"stopReason":"end_turn"}})"));
+  await("asks 70 A");
+  log(request + limit);
+  client_->respondToPermission(70, "y");
   await("turn failed: The model of Kimi failed: 429 The usage limit has been reached");
+  ASSERT_EQ(failures_.size(), 1U);
   EXPECT_TRUE(isUsageLimitFailure(failures_.back()));
 }
 

@@ -418,14 +418,6 @@ TEST_P(HostileRuntime, ThatNeverReadsItsInputIsEnded) {
   EXPECT_TRUE(Process::waitForAll(aWhile));
 }
 
-TEST_P(HostileRuntime, ThatClosesItsInputWithoutAWordIsEnded) {
-  open(script().line("close-input").say("deaf").line("hang"));
-  await("says deaf");
-  notes_.clear();
-  prompt();
-  expectNotes({"turn failed: Broken pipe", "terminated: Broken pipe"});
-}
-
 TEST_P(HostileRuntime, ThatClosesItsOutputLeavesTheTurnOpenUntilItsEnd) {
   for (const bool isStopped : {true, false}) {
     openTurn(script().line("close-output").line("error mute").line(isStopped ? "hang" : "exit 5"));

@@ -104,7 +104,7 @@ TEST_F(JsonLineProcessTest, RuntimeThatTakesNoInputIsEndedAndItsLastWordsAreRead
   JsonLineProcess::Handlers handlers;
   handlers.onMessage = [&](const JsonObject&, std::size_t) { deaf.set_value(); };
   handlers.onEnd = [&](JsonLineProcess::End end) { ended.set_value(std::move(end)); };
-  auto process = start("error last words\nclose-input\nsend {}\nhang\n", std::move(handlers));
+  auto process = start("error last words\nclose-input\nsend {}\nsignal 19\n", std::move(handlers));
   deaf.get_future().wait();
   onQueue([&] { process->send({}); });
   const auto end = ended.get_future().get();

@@ -5,7 +5,7 @@
 #include "engine/core/open_tools.h"
 #include "platform/queues/weakly.h"
 #include "runtimes/catalog/provider_registry.h"
-#include "runtimes/wire/process_client.h"
+#include "runtimes/wire/agent_client.h"
 
 namespace vantrell {
 
@@ -115,18 +115,20 @@ void AgentLauncher::setCallbacks(const std::shared_ptr<AgentClient>& client,
       });
   client->onUsageUpdate = whileServing(
       [](Self& self, Execution&, const ProviderUsage& usage) { self.usage_.reported(usage); });
-  if (const auto reporting = std::dynamic_pointer_cast<ProcessClient>(client)) {
-    // The models of a provider are the same for all its conversations, so only we must be alive.
-    reporting->onModelOptionsUpdate = weakly(
-        this,
-        [provider = client->provider()](Self& self, std::vector<ProviderModelOption> options) {
-          self.catalog_.reported(provider, std::move(options));
-        });
-    reporting->onPermissionWithdrawn =
-        whileServing([key](Self& self, Execution&, std::int64_t requestID) {
-          self.approvals_.requestWithdrawn(requestID, key);
-        });
-  }
+  // The models of a provider are the same for all its conversations, so only we must be alive.
+  client->onModelOptionsUpdate = weakly(
+      this, [provider = client->provider()](Self& self, std::vector<ProviderModelOption> options) {
+        self.catalog_.reported(provider, std::move(options));
+      });
+  client->onPermissionWithdrawn =
+      whileServing([key](Self& self, Execution&, std::int64_t requestID) {
+        self.approvals_.requestWithdrawn(requestID, key);
+      });
+  client->onWaiting = whileServing([key](Self& self, Execution& execution, std::string text) {
+    self.tree_.updateRun(execution.activeRunID, key,
+                         [&text](RunRecord& run) { run.statusMessage = std::move(text); });
+    self.executions_.publishExecutionIfSelected(key);
+  });
 }
 
 void AgentLauncher::startCompleted(const std::shared_ptr<AgentClient>& client,

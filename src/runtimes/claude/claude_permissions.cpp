@@ -31,7 +31,8 @@ constexpr std::string_view choicePrefix = "claude-choice-";
 std::vector<const JsonObject*> objectsIn(const JsonObject& object, std::string_view key) {
   std::vector<const JsonObject*> objects;
   const Json::Array* list = json::array(object, key);
-  for (const Json& each : list ? *list : Json::Array{}) {
+  if (!list) return objects;
+  for (const Json& each : *list) {
     if (each.asObject()) objects.push_back(each.asObject());
   }
   return objects;

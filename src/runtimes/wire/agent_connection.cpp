@@ -147,7 +147,7 @@ void AgentConnection::ended(const JsonLineProcess::End& end) {
     failPending(systemFailure(end.cause));
   } else {
     // A session that did not open has no other place where the user could read why.
-    failPending(disconnected(isStarting_ ? how : endText(how)));
+    failPending(disconnected(isStarting_ && !words.empty() ? how : endText(how)));
   }
   if (events_.unexpectedTermination) events_.unexpectedTermination(std::move(how));
 }
