@@ -41,7 +41,7 @@ std::string newMode(const std::string& record) {
 }
 
 /// Runs git with these words and then the paths, as often as it takes.
-TaskSafetyResult<> changeAll(const PatchGit& git, const std::vector<std::string>& words,
+TaskSafetyResult<> modifyAll(const PatchGit& git, const std::vector<std::string>& words,
                              const std::vector<std::string>& paths, const GitOptions& options) {
   for (std::size_t from = 0; from < paths.size(); from += pathsAtOnce) {
     std::vector<std::string> command = words;
@@ -54,7 +54,7 @@ TaskSafetyResult<> changeAll(const PatchGit& git, const std::vector<std::string>
 
 /// An empty file or a link of that mode.
 TaskSafetyResult<> placeholder(const std::string& root, const IntentToAddFile& file) {
-  if (auto made = makeParents(root, file.path, false); !made) return made;
+  if (auto made = makeParents(root, file.path); !made) return made;
   const std::string path = fmt::format("{}/{}", root, file.path);
   const bool done = file.mode == link ? ::symlink("intent", path.c_str()) == 0
                                       : static_cast<bool>(Descriptor(::open(
@@ -84,7 +84,8 @@ TaskSafetyResult<std::vector<IntentToAddFile>> intentToAddFiles(const PatchGit& 
   return files;
 }
 
-TaskSafetyResult<> addIntents(const PatchGit& git, const std::vector<IntentToAddFile>& files) {
+TaskSafetyResult<> addIntents(const PatchGit& git, const std::vector<IntentToAddFile>& files,
+                              const GitOptions& index) {
   if (files.empty()) return {};
   const std::vector<std::string> add{"add", "--intent-to-add", "--force", "--sparse", "--"};
   // Git takes the modes from files, so it gets a work tree of such.
@@ -96,7 +97,8 @@ TaskSafetyResult<> addIntents(const PatchGit& git, const std::vector<IntentToAdd
   std::vector<std::string> repositories;
   for (const auto& each : files) {
     if (each.mode == repository) {
-      repositories.push_back(each.path);
+      // Git takes the entry from the repository; without one there is nothing to add.
+      if (isRepository(git.path() + "/" + each.path)) repositories.push_back(each.path);
       continue;
     }
     if (!pathInside(tree.path(), prefix + each.path)) continue;
@@ -104,11 +106,12 @@ TaskSafetyResult<> addIntents(const PatchGit& git, const std::vector<IntentToAdd
     auto placed = placeholder(tree.path(), {each.mode, paths.back()});
     if (!placed) return placed;
   }
-  const GitOptions elsewhere{
-      .configuration = {{"core.fileMode", "true"}, {"core.symlinks", "true"}},
-      .environment = {{"GIT_WORK_TREE", tree.path()}}};
-  if (auto added = changeAll(git, add, paths, elsewhere); !added) return added;
-  return changeAll(git, add, repositories, {});
+  GitOptions elsewhere = index;
+  elsewhere.configuration.emplace_back("core.fileMode", "true");
+  elsewhere.configuration.emplace_back("core.symlinks", "true");
+  elsewhere.environment["GIT_WORK_TREE"] = tree.path();
+  if (auto added = modifyAll(git, add, paths, elsewhere); !added) return added;
+  return modifyAll(git, add, repositories, index);
 }
 
 TaskSafetyResult<std::vector<IntentToAddFile>> goneFiles(const PatchGit& git,

@@ -18,8 +18,10 @@ struct IntentToAddFile {
 
 /// Those of the project, in any order.
 TaskSafetyResult<std::vector<IntentToAddFile>> intentToAddFiles(const PatchGit& git);
-/// Enters them in the index, which must not have them; what stands at their places does not matter.
-TaskSafetyResult<> addIntents(const PatchGit& git, const std::vector<IntentToAddFile>& files);
+/// Enters them in the index that the options name, which must not have them; what stands at their
+/// places does not matter.
+TaskSafetyResult<> addIntents(const PatchGit& git, const std::vector<IntentToAddFile>& files,
+                              const GitOptions& index);
 
 /// Of these files, those that are gone. Git's diff deletes them, from an index that has nothing to
 /// delete, so no patch may name them.

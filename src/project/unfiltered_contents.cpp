@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <fmt/format.h>
-#include <functional>
-#include <set>
 #include <unistd.h>
 
 #include "platform/text/text.h"
@@ -25,23 +23,24 @@ bool isConverted(std::string_view line, bool byDefault) {
   return attribute.empty() ? byDefault : attribute != "-text";
 }
 
-/// Those of the paths that a filter of the user's goes over. One that leaves something out on the
-/// way in, as the outputs of a notebook, leaves it out of a patch too.
+}  // namespace
+
 TaskSafetyResult<std::set<std::string, std::less<>>> filteredFiles(
     const PatchGit& git, const std::vector<std::string>& paths) {
+  std::set<std::string, std::less<>> filtered;
+  if (paths.empty()) return filtered;
   std::string input;
   for (const auto& each : paths) input.append(each).push_back('\0');
-  const auto found = git.queryOrFail({"check-attr", "-z", "--stdin", "filter"}, {.input = input});
+  const auto found =
+      git.queryOrFail({"check-attr", "-z", "--stdin", "filter", "ident", "working-tree-encoding"},
+                      {.input = std::move(input)});
   if (!found) return std::unexpected(found.error());
-  std::set<std::string, std::less<>> filtered;
   const auto parts = text::split(found->output, '\0');  // path, attribute and value by turns
   for (std::size_t i = 0; i + 2 < parts.size(); i += 3) {
     if (parts[i + 2] != "unspecified" && parts[i + 2] != "unset") filtered.emplace(parts[i]);
   }
   return filtered;
 }
-
-}  // namespace
 
 TaskSafetyResult<> recordUnfilteredContents(const PatchGit& git,
                                             const std::vector<std::string>& paths,
@@ -67,7 +66,7 @@ TaskSafetyResult<> recordUnfilteredContents(const PatchGit& git,
       // what is in a submodule is not ours.
       if (!standsAt(place) || isRealFolder(place)) continue;
       if (auto made = secureDirectory(folder); !made) return made;
-      if (auto made = makeParents(folder, path, false, git.path()); !made) return made;
+      if (auto made = makeParents(folder, path, git.path()); !made) return made;
       const std::string copy = fmt::format("{}/{}", folder, path);
       ::unlink(copy.c_str());
       auto copied = copyItem(place, copy, budget);

@@ -3,6 +3,8 @@
 // main queue.
 #pragma once
 
+#include <functional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -11,6 +13,11 @@
 #include "project/tree_copy.h"
 
 namespace vantrell {
+
+/// Those of the paths whose bytes a filter, an identifier or an encoding changes on the way in or
+/// out. A filter may leave something out, as the outputs of a notebook; no patch has that.
+TaskSafetyResult<std::set<std::string, std::less<>>> filteredFiles(
+    const PatchGit& git, const std::vector<std::string>& paths);
 
 /// Copies those of the project's tracked files that go through a filter or a conversion into the
 /// folder, which is made when there is one. A copy from before is replaced.
