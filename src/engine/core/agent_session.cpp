@@ -59,6 +59,9 @@ void AgentSession::setCallbacks() {
   client_->onLog = whileServing([](AgentSession& self, std::string_view text) {
     if (self.listener_) self.listener_->agentLogged(text);
   });
+  client_->onWaiting = whileServing([](AgentSession& self, const std::string& text) {
+    if (self.listener_) self.listener_->agentWaits(text);
+  });
   client_->onReplayStarted = whileServing([](AgentSession& self) {
     if (self.listener_) self.listener_->agentReplayStarted();
   });

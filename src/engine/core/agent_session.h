@@ -31,6 +31,8 @@ class AgentSession : public std::enable_shared_from_this<AgentSession> {
     virtual void agentAsked() = 0;
     /// The question is open no longer: withdrawn by the runtime.
     virtual void agentQuestionWithdrawn() = 0;
+    /// The runtime works on, but cannot go on until something has changed: what it waits for.
+    virtual void agentWaits(const std::string& /*text*/) {}
     virtual void agentLogged(std::string_view text) = 0;
     /// The runtime went away by itself. The client still serves during the call.
     virtual void agentEnded(const std::string& text) = 0;

@@ -159,6 +159,13 @@ void RunLifecycle::active(const ThreadExecutionKey& key) {
   executions_.changed(key);
 }
 
+void RunLifecycle::waitsFor(const ThreadExecutionKey& key, const std::string& text) {
+  const auto* execution = executions_.find(key);
+  if (!execution) return;
+  tree_.updateRun(execution->activeRunID, key, [&](RunRecord& run) { run.statusMessage = text; });
+  executions_.changed(key);
+}
+
 void RunLifecycle::stalled(const ThreadExecutionKey& key, const std::string& text) {
   ThreadExecutionRuntime& execution = executions_.execution(key);
   execution.stallWarningSent = true;

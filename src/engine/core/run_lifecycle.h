@@ -44,6 +44,8 @@ class RunLifecycle {
   /// A sign of life of the agent; with a run or without one it reaches the disk at most every 15
   /// seconds, and at once after a long silence.
   void active(const ThreadExecutionKey& key);
+  /// The agent is at work, but waits for something outside, as the network: what the run says.
+  void waitsFor(const ThreadExecutionKey& key, const std::string& text);
   /// The agent has been silent for long.
   void stalled(const ThreadExecutionKey& key, const std::string& text);
 

@@ -7,7 +7,7 @@
 namespace vantrell {
 
 bool tellsModels(AgentProvider provider) {
-  return provider == AgentProvider::grok || provider == AgentProvider::codex;
+  return providerFacts(provider).models.canBeAsked;
 }
 
 bool discoverModels(AgentProvider provider, MainQueue& main, const RuntimePrograms& programs,

@@ -65,7 +65,8 @@ ProviderConnector practiceConnector(MainQueue& main, BackgroundPool& pool, std::
     configuration.workspacePath = context.workspacePath;
     configuration.permissionMode = context.permissionMode;
     configuration.processArguments = {"acp"};
-    configuration.processEnvironment = GrokLocator::augmentedEnvironment();
+    configuration.processEnvironment = configuration.terminalEnvironment =
+        GrokLocator::augmentedEnvironment();
     configuration.runtimeName = "The practice agent";
     return ACPClient::make(std::move(configuration), main, pool);
   };

@@ -17,6 +17,7 @@ class AgentLauncher::ConversationListener : public AgentSession::Listener {
   void agentUpdated(const JsonObject& update) override { core_.intake.handle(update, key_); }
   void agentAsked() override { core_.approvals.questionOpened(key_); }
   void agentQuestionWithdrawn() override { core_.runs.resumed(key_, false); }
+  void agentWaits(const std::string& text) override { core_.runs.waitsFor(key_, text); }
   void agentLogged(std::string_view text) override {
     core_.executions.execution(key_).cliLog.append(text);
     core_.executions.changed(key_);

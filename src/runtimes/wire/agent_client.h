@@ -56,6 +56,9 @@ class AgentClient {
   std::function<void(PermissionRequest)> onPermissionRequest;
   /// The runtime has withdrawn a request that it made.
   std::function<void(std::int64_t requestID)> onPermissionWithdrawn;
+  /// The runtime works on, but cannot go on until something has changed: what it waits for, in a
+  /// sentence.
+  std::function<void(std::string text)> onWaiting;
   /// The runtime reported its models and efforts.
   std::function<void(std::vector<ProviderModelOption>)> onModelOptionsUpdate;
   /// Diagnostic text from the runtime.

@@ -9,7 +9,6 @@
 
 #include "platform/queues/dispatch.h"
 #include "runtimes/wire/agent_client.h"
-#include "runtimes/wire/provider_options.h"
 
 namespace vantrell {
 

@@ -1,4 +1,4 @@
-#include "runtimes/catalog/grok_arguments.h"
+#include "runtimes/acp/grok_arguments.h"
 
 namespace vantrell {
 
