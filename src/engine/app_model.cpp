@@ -99,7 +99,6 @@ void AppModel::endAllWork() {
   executions.removeAll();
   imagine->reset();
   usage.flush();
-  tree.save();
   tree.flush();
 }
 

@@ -31,7 +31,6 @@ TEST_F(AppModelStart, RunsLeftOpenAreInterrupted) {
   tool.kind = ChatEntryKind::tool;
   tool.status = "in_progress";
   model->tree.appendEntry(tool, key);
-  model->tree.save();
   model.reset();
   main.advance(std::chrono::hours(1));
   model = std::make_unique<AppModel>(main, *defaults, store, ports);
@@ -53,6 +52,7 @@ TEST_F(AppModelStart, SelectionAndSettingsComeBack) {
   model->operations.newThread(key.workspaceID);
   const auto selected = model->selection.key();
   model->approvals.setPermissionMode(GrokPermissionMode::auto_);
+  model.reset();
   model = std::make_unique<AppModel>(main, *defaults, store, ports);
   EXPECT_EQ(model->selection.key(), selected);
   EXPECT_EQ(model->settings.permissionMode(), GrokPermissionMode::auto_);

@@ -5,7 +5,6 @@
 #include <random>
 
 #include "engine/core/changes.h"
-#include "engine/core/replay.h"
 #include "engine/core/workspace_tree.h"
 #include "platform/queues/manual_main_queue.h"
 #include "platform/storage/user_defaults.h"
@@ -55,7 +54,7 @@ class StoredTreeUnderTest {
       case 6:
         if (!key) return;
         if (auto taken = tree_.takeThread(*key)) {
-          if (below(3) == 0) tree_.save();  // while it is nowhere
+          if (below(3) == 0) tree_.flush();  // while it is nowhere
           taken->prepareForWorkspaceMove("/from", "from", "to", main_.now());
           tree_.addThread(std::move(*taken), anyWorkspace());
         }
@@ -65,7 +64,7 @@ class StoredTreeUnderTest {
     if (key) changeThread(*key, fresh);
   }
 
-  void save() { tree_.save(); }
+  void endTurn() { main_.advance(WorkspaceTree::streamInterval); }
 
   /// As if the program had been ended and started.
   void restart() {
@@ -114,14 +113,9 @@ class StoredTreeUnderTest {
         return tree_.updateRun(thread.runs[below(thread.runs.size())].id, key,
                                [&](RunRecord& each) { each.statusMessage = fresh; });
       case 5: {
-        Replay replay(tree_, key);
-        tree_.replaceTranscript({}, key);
-        for (std::size_t i = below(4); i > 0; --i) {
-          tree_.appendEntry(entryWith(fresh + std::to_string(i), "again"), key);
-        }
-        tree_.save();
-        if (below(2) == 0) replay.keepRebuilt();
-        return;
+        Transcript taken = tree_.takeTranscript(key);
+        if (below(2) == 0) taken.append(entryWith(fresh, "again"));
+        return tree_.replaceTranscript(std::move(taken), key);
       }
       case 6: return tree_.replaceTranscript(Transcript(thread.entries), key);  // a copy
       case 7:
@@ -158,7 +152,7 @@ TEST(StoredTree, IsTheTreeInMemoryAfterEachSave) {
     StoredTreeUnderTest tree(seed);
     for (int round = 0; round < 12; ++round) {
       for (unsigned i = 0; i < 1 + seed % 7; ++i) tree.change();
-      tree.save();
+      tree.endTurn();
       ASSERT_NO_FATAL_FAILURE(tree.expectStored());
       if (round % 4 == 3) tree.restart();
     }
@@ -275,6 +269,7 @@ class SlowWriter : public testing::Test {
 TEST_F(SlowWriter, SavesGatherWhileItWorks) {
   for (int i = 0; i < 100; ++i) {
     tree_.appendSystemEntry("text", key_);
+    main_.runReady();
   }
   EXPECT_LE(writer_.works.size(), 2U);
   while (!writer_.works.empty()) {
@@ -285,7 +280,10 @@ TEST_F(SlowWriter, SavesGatherWhileItWorks) {
 }
 
 TEST_F(SlowWriter, PromptIsHandedOverHoweverMuchIsOnItsWay) {
-  for (int i = 0; i < 10; ++i) tree_.appendSystemEntry("text", key_);
+  for (int i = 0; i < 10; ++i) {
+    tree_.appendSystemEntry("text", key_);
+    main_.runReady();
+  }
   const auto before = writer_.works.size();
   tree_.beginRun("prompt", key_);
   EXPECT_EQ(writer_.works.size(), before + 1);

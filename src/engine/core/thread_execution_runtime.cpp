@@ -7,7 +7,6 @@ void ThreadExecutionRuntime::endClient() {
   const auto ended = std::exchange(client, nullptr);
   unansweredPrompts = 0;
   stoppedTurnEnded = nullptr;
-  if (isReplaying) openTools.clear();  // they go with the transcript that was being rebuilt
   endReplay();
   if (ended) ended->stop();
 }
@@ -17,10 +16,15 @@ void ThreadExecutionRuntime::tellStoppedTurnEnded(bool isClientUsable) {
   if (waiting) waiting(isClientUsable);
 }
 
+void ThreadExecutionRuntime::beginReplay(std::size_t length) {
+  lengthBeforePlayback = length;
+  isReplaying = true;
+  playback = std::make_unique<Transcript>();
+}
+
 void ThreadExecutionRuntime::endReplay() {
   isReplaying = false;
-  replayBackup = nullptr;
-  replay.reset();
+  playback.reset();
 }
 
 }  // namespace vantrell

@@ -12,7 +12,6 @@
 #include "engine/core/connection_state.h"
 #include "engine/core/log_text.h"
 #include "engine/core/plan_entry.h"
-#include "engine/core/replay.h"
 #include "platform/queues/dispatch.h"
 #include "platform/values/uuid.h"
 #include "records/values/transcript.h"
@@ -33,8 +32,7 @@ struct ExecutionViewState {
   std::shared_ptr<const PermissionRequest> permissionRequest;  // the open question
   std::optional<std::string> errorMessage;                     // of the last failure
   LogText cliLog;                                              // cleared when a client starts
-  bool isReplaying = false;                        // a resumed session plays its history back
-  std::shared_ptr<const Transcript> replayBackup;  // the entries as they were before
+  bool isReplaying = false;  // a resumed session plays its history back
   /// Entry id for agent text that comes without a message id; fresh for every turn.
   std::string fallbackMessageID = Uuid::random().text();
 };
@@ -42,18 +40,18 @@ struct ExecutionViewState {
 struct ThreadExecutionRuntime : ExecutionViewState {
   explicit ThreadExecutionRuntime(Date now) : lastActivityAt(now) {}
 
-  /// Takes the client away and ends it, with what waits for it: its connection timer, and a replay,
-  /// whose transcript comes back. The client goes first, so that nothing it still says finds itself
-  /// serving.
+  /// Takes the client away and ends it, with what waits for it: its connection timer, and a replay.
+  /// The client goes first, so that nothing it still says finds itself serving.
   void endClient();
-  /// Ends a replay: the rebuilt transcript stays when that was decided, else the old one comes
-  /// back.
+  /// `length`: of the transcript.
+  void beginReplay(std::size_t length);
+  /// Drops what was played back so far.
   void endReplay();
   /// Lets the prompt go on that waits for the end of a stopped turn, if there is one.
   void tellStoppedTurnEnded(bool isClientUsable);
 
   std::optional<Uuid> activeRunID;  // while the run is live
-  /// The user entry of the turn at hand; with what follows it, it survives a replay.
+  /// The user entry of the turn at hand: a runtime that plays the session back does not know it.
   std::optional<std::string> turnEntryID;
   /// Prompts that its client has not answered yet; a stopped turn's counts until the runtime ends
   /// it.
@@ -70,7 +68,10 @@ struct ThreadExecutionRuntime : ExecutionViewState {
   Date lastActivityAt;
   Date lastPersistedActivityAt = Date::distantPast();
   bool stallWarningSent = false;
-  std::unique_ptr<Replay> replay;  // while replayBackup is shown
+  /// What was played back so far, while isReplaying. The conversation keeps its entries until the
+  /// replay has succeeded, so a replay that fails changes nothing.
+  std::unique_ptr<Transcript> playback;
+  std::size_t lengthBeforePlayback = 0;
   /// The connect watchdog, the pause before the second attempt, or the wait for a stopped turn.
   Timer connectTimer;
 };

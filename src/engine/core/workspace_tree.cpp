@@ -2,7 +2,6 @@
 
 #include <semaphore>
 
-#include "platform/queues/dispatch.h"
 #include "records/stores/workspace_store.h"
 
 namespace vantrell {
@@ -36,21 +35,44 @@ WorkspaceTree::~WorkspaceTree() {
 void WorkspaceTree::load() {
   workspaces_ = store_.load(main_.now());
   unsaved_ = {};
+  streamTimer_.cancel();
+  lastHandOver_ = main_.uptime();
   lastWriteFailed_ = !store_.lastError().empty();
 }
 
 // ---- saving -------------------------------------------------------------------------------------
 
-void WorkspaceTree::save() {
-  if (!saveHold_.expired() || writes_.size() >= writesUnderWay) {
-    saveIsDue_ = true;
-    return;
+TreeChanges::Thread& WorkspaceTree::touch(const ThreadExecutionKey& key, Urgency urgency) {
+  saveSoon(urgency);
+  return unsaved_.threads[key];
+}
+
+void WorkspaceTree::saveSoon(Urgency urgency) {
+  if (saveIsPosted_ || saveWaitsForWriter_) return;
+  if (urgency == Urgency::stream) {
+    if (streamTimer_.isActive()) return;
+    const Duration wait = lastHandOver_ + streamInterval - main_.uptime();
+    if (wait > Duration::zero()) {
+      streamTimer_ = main_.after(wait, [this] { save(); });
+      return;
+    }
   }
-  handOver();
+  saveIsPosted_ = true;
+  main_.post([this, life = std::weak_ptr(life_)] {
+    if (!life.expired() && saveIsPosted_) save();
+  });
+}
+
+void WorkspaceTree::save() {
+  if (writes_.size() < writesUnderWay) return handOver();
+  saveIsPosted_ = false;
+  saveWaitsForWriter_ = true;
 }
 
 void WorkspaceTree::handOver() {
-  saveIsDue_ = false;
+  saveIsPosted_ = saveWaitsForWriter_ = false;
+  streamTimer_.cancel();
+  lastHandOver_ = main_.uptime();
   const auto write = std::make_shared<Write>();
   write->batch = store_.collect(workspaces_, std::exchange(unsaved_, {}));
   if (write->batch.empty() && !lastWriteFailed_) return;
@@ -76,7 +98,7 @@ void WorkspaceTree::finished(const std::shared_ptr<Write>& write) {
   if (!write->result) {
     changes_.announce({.kind = Change::Kind::saveFailed, .text = write->result.error()});
   }
-  if (saveIsDue_) save();
+  if (saveWaitsForWriter_) save();
 }
 
 bool WorkspaceTree::flush() {
@@ -87,22 +109,13 @@ bool WorkspaceTree::flush() {
       finished(write);
     }
   };
+  handOver();
   await();
-  if (lastWriteFailed_ && saveHold_.expired()) {
+  if (lastWriteFailed_) {
     handOver();  // a last try
     await();
   }
   return !lastWriteFailed_;
-}
-
-std::shared_ptr<void> WorkspaceTree::holdSaves() {
-  if (auto present = saveHold_.lock()) return present;
-  std::shared_ptr<void> hold(nullptr, [this](void*) {
-    saveHold_.reset();
-    if (std::exchange(saveIsDue_, false)) save();
-  });
-  saveHold_ = hold;
-  return hold;
 }
 
 namespace {
@@ -121,7 +134,6 @@ void endOpenTools(Transcript& entries) {
 
 void WorkspaceTree::settleRunsLeftOpen() {
   const Date now = main_.now();
-  bool anyWasOpen = false;
   for (auto& workspace : workspaces_) {
     for (auto& thread : workspace.threads) {
       for (auto& run : thread.runs) {
@@ -131,12 +143,10 @@ void WorkspaceTree::settleRunsLeftOpen() {
         run.statusMessage = "vantrell restarted before this run reported completion.";
         run.updatedAt = now;
         run.completedAt = now;
-        anyWasOpen = true;
         endOpenTools(thread.entries);
       }
     }
   }
-  if (anyWasOpen) save();
 }
 
 const Workspace* WorkspaceTree::workspace(const Uuid& id) const {
@@ -236,8 +246,9 @@ void WorkspaceTree::appendEntry(ChatEntry entry, const ThreadExecutionKey& key) 
   if (!found) return;
   found->updatedAt = main_.now();
   const std::string id = entry.id;
+  const Urgency urgency = entry.provider ? Urgency::stream : Urgency::turnEnd;
   found->entries.append(std::move(entry));
-  touch(key);
+  touch(key, urgency);
   changed(Change::Kind::entryAdded, key, id);
 }
 
@@ -249,7 +260,6 @@ void WorkspaceTree::appendSystemEntry(std::string text, const ThreadExecutionKey
   entry.text = std::move(text);
   entry.createdAt = main_.now();
   appendEntry(std::move(entry), key);
-  save();
 }
 
 bool WorkspaceTree::appendText(std::string_view chunk, std::string_view entryID,
@@ -259,7 +269,7 @@ bool WorkspaceTree::appendText(std::string_view chunk, std::string_view entryID,
   if (!entry) return false;
   entry->text.append(chunk);
   found->updatedAt = main_.now();
-  touch(key);
+  touch(key, Urgency::stream);
   changed(Change::Kind::textAdded, key, entryID, chunk);
   return true;
 }
@@ -271,7 +281,7 @@ bool WorkspaceTree::updateEntry(std::string_view entryID, const ThreadExecutionK
   if (!entry) return false;
   mutate(*entry);
   found->updatedAt = main_.now();
-  touch(key);
+  touch(key, Urgency::stream);
   changed(Change::Kind::entryReplaced, key, entryID);
   return true;
 }
@@ -295,13 +305,7 @@ Uuid WorkspaceTree::beginRun(std::string prompt, const ThreadExecutionKey& key) 
     found->runs.push_back(std::move(run));
     touch(key).runs.insert(id);
     changed(Change::Kind::runChanged, key, {}, {}, id);
-    // The prompt and its run are on their way to the disk before a runtime hears of them, however
-    // much is on its way already.
-    if (saveHold_.expired()) {
-      handOver();
-    } else {
-      saveIsDue_ = true;
-    }
+    handOver();  // however much is on its way already
   }
   return id;
 }
@@ -324,7 +328,13 @@ void WorkspaceTree::updateRun(const std::optional<Uuid>& runID, const ThreadExec
   found->updatedAt = main_.now();
   touch(key).runs.insert(*runID);
   changed(Change::Kind::runChanged, key, {}, {}, runID);
-  save();
+}
+
+void WorkspaceTree::noteActivity(const std::optional<Uuid>& runID, const ThreadExecutionKey& key) {
+  auto* const found = const_cast<RunRecord*>(run(runID, key));
+  if (!found) return;
+  found->lastActivityAt = found->updatedAt = main_.now();
+  touch(key, Urgency::stream).runs.insert(*runID);
 }
 
 const RunRecord* WorkspaceTree::latestRun(const ThreadExecutionKey& key) const {
@@ -342,6 +352,7 @@ Transcript WorkspaceTree::takeTranscript(const ThreadExecutionKey& key) {
 
 void WorkspaceTree::structureChanged() {
   unsaved_.structure = true;
+  saveSoon(Urgency::turnEnd);
   changes_.announce({.kind = Change::Kind::workspacesChanged});
 }
 

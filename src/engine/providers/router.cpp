@@ -160,7 +160,6 @@ std::optional<AgentProvider> Router::providerForNextTurn(const Providers& exclud
   // Only who takes it uses it up: a choice that is not ready keeps for a later turn.
   if (provider && thread && thread->nextMessageProvider == provider && !fixed_) {
     tree_.updateThread(key, [](ChatThread& changed) { changed.nextMessageProvider.reset(); });
-    tree_.save();
   }
   return provider;
 }

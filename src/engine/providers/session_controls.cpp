@@ -100,7 +100,6 @@ void SessionControls::choose(const ThreadExecutionKey& key,
   } else {
     executions_.remove(key);
   }
-  tree_.save();
 }
 
 // ---- usage --------------------------------------------------------------------------------------

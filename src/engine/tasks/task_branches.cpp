@@ -51,13 +51,6 @@ ChatThread TaskBranches::offshoot(const ChatThread& source, std::string_view suf
   return thread;
 }
 
-/// While a session is played back, the conversation is what it was before.
-const Transcript& TaskBranches::entriesOf(const ThreadExecutionKey& key) const {
-  const auto* execution = executions_.find(key);
-  const bool isReplaying = execution && execution->isReplaying && execution->replayBackup;
-  return isReplaying ? *execution->replayBackup : tree_.thread(key)->entries;
-}
-
 // ---- forks --------------------------------------------------------------------------------------
 
 std::optional<Uuid> TaskBranches::forkThread(const Uuid& threadID, const Uuid& workspaceID,
@@ -68,13 +61,12 @@ std::optional<Uuid> TaskBranches::forkThread(const Uuid& threadID, const Uuid& w
   if (!source) return std::nullopt;
   ChatThread fork = offshoot(*source, forkSuffix);
   fork.checkpoints = source->checkpoints;
-  const Transcript& entries = entriesOf(key);
+  const Transcript& entries = source->entries;
   const auto last = throughEntryID ? entries.indexOf(*throughEntryID) : std::nullopt;
   fork.entries = firstEntries(entries, last ? *last + 1 : entries.size());
   const Uuid id = fork.id;
   tree_.addThread(std::move(fork), key.workspaceID);
   if (select) operations_.selectThread(id, key.workspaceID);
-  tree_.save();
   if (select) {
     changes_.announce({.kind = Change::Kind::composerWanted,
                        .conversation = ThreadExecutionKey{key.workspaceID, id}});
@@ -90,7 +82,7 @@ void TaskBranches::branchAndSend(std::string_view fromEntryID, std::string_view 
   const auto key = selection_.key();
   const ChatThread* source = key ? tree_.thread(*key) : nullptr;
   if (text.empty() || !source) return;
-  const Transcript& entries = entriesOf(*key);
+  const Transcript& entries = source->entries;
   auto place = entries.indexOf(fromEntryID);
   while (place && entries[*place].kind != ChatEntryKind::user) {
     place = *place == 0 ? std::nullopt : std::optional(*place - 1);
@@ -103,15 +95,15 @@ void TaskBranches::branchAndSend(std::string_view fromEntryID, std::string_view 
   const ThreadExecutionKey branchKey{key->workspaceID, branch.id};
   Unsent unsent{.prompt = std::move(text), .attachments = entries[*place].attachments};
   tree_.addThread(std::move(branch), key->workspaceID);
-  tree_.save();
   operations_.selectThread(branchKey.threadID, branchKey.workspaceID);
   prepare(branchKey, std::move(unsent));
 }
 
 void TaskBranches::retry(std::optional<AgentProvider> provider) {
   const auto key = selection_.key();
-  if (!key || !tree_.thread(*key)) return;
-  const Transcript& entries = entriesOf(*key);
+  const ChatThread* source = key ? tree_.thread(*key) : nullptr;
+  if (!source) return;
+  const Transcript& entries = source->entries;
   for (std::size_t i = entries.size(); i > 0; --i) {
     const ChatEntry& entry = entries[i - 1];
     if (entry.kind == ChatEntryKind::user) {
@@ -150,7 +142,6 @@ void TaskBranches::compareNextPrompt(std::string_view prompt,
       fork.comparisonGroupID = group;
     });
   }
-  tree_.save();
   operations_.selectThread(forks.front().threadID, forks.front().workspaceID);
   for (const auto& fork : forks) prepare(fork, {.prompt = text, .needsWorktree = true});
 }
@@ -204,7 +195,6 @@ void TaskBranches::keepForUser(const ThreadExecutionKey& begun, Unsent unsent) {
     thread.draftText = std::move(unsent.prompt);
     thread.draftAttachments = std::move(unsent.attachments);
   });
-  tree_.save();
   executions_.publishExecutionIfSelected(key);
 }
 

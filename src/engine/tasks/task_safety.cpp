@@ -99,7 +99,6 @@ void TaskSafety::captureCheckpoint(const ThreadExecutionKey& key, std::string la
           each.checkpoints.insert(each.checkpoints.begin(), captured->checkpoint);
           if (each.checkpoints.size() > keptCheckpoints) each.checkpoints.resize(keptCheckpoints);
         });
-        self.tree_.save();
         if (kind == WorkspaceCheckpointKind::manual) self.notes_ = std::move(captured->notes);
         reply(std::move(captured->checkpoint));
       });
@@ -244,7 +243,6 @@ void TaskSafety::restored(const ThreadExecutionKey& key, const WorkspaceCheckpoi
     tree_.replaceTranscript(std::move(entries), key);
   }
   tree_.updateThread(key, [&](ChatThread& each) { each.updatedAt = main_.now(); });
-  tree_.save();
   git_.refreshGitSnapshot();
 }
 
@@ -308,7 +306,6 @@ void TaskSafety::moveToWorktree(const ThreadExecutionKey& key, Worktree worktree
     thread.workspaceMode = TaskWorkspaceMode::isolated;
     thread.isolatedWorkspacePath = std::move(worktree.path);
   });
-  tree_.save();
   executions_.publishExecutionIfSelected(key);
   git_.refreshGitSnapshot();
 }

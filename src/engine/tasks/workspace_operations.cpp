@@ -42,7 +42,6 @@ Uuid WorkspaceOperations::visibleThread(const Uuid& workspaceID) {
   ChatThread fresh = replacementFor(workspaceID);
   const Uuid id = fresh.id;
   tree_.addThread(std::move(fresh), workspaceID);
-  tree_.save();
   return id;
 }
 
@@ -160,7 +159,6 @@ void WorkspaceOperations::addWorkspace(std::string_view path) {
   const ThreadExecutionKey key{workspace.id, workspace.threads.front().id};
   tree_.addWorkspace(std::move(workspace));
   show(key.workspaceID, key.threadID);
-  tree_.save();
 }
 
 void WorkspaceOperations::removeWorkspace(const Uuid& id) {
@@ -173,13 +171,11 @@ void WorkspaceOperations::removeWorkspace(const Uuid& id) {
     const Uuid first = generalWorkspace()->id;
     show(first, visibleThread(first));
   }
-  tree_.save();
 }
 
 void WorkspaceOperations::setWorkspacePinned(const Uuid& id, bool pinned) {
   if (!tree_.workspace(id) || isGeneral(id)) return;
   tree_.setWorkspacePinned(id, pinned);
-  tree_.save();
 }
 
 void WorkspaceOperations::archiveWorkspaceThreads(const Uuid& id) {
@@ -206,7 +202,6 @@ void WorkspaceOperations::archiveWorkspaceThreads(const Uuid& id) {
   } else {
     tree_.addThread(std::move(fresh), id);
   }
-  tree_.save();
   ports_.updateRemoteSnapshot();
 }
 
@@ -226,7 +221,6 @@ void WorkspaceOperations::newThread(std::optional<Uuid> workspaceID) {
   const bool isTask = !isGeneral(*workspaceID) && selection_.section != AppSection::chat;
   addAndSelect(ChatThread::make(std::string(isTask ? newTaskTitle : newChatTitle), main_.now()),
                *workspaceID);
-  tree_.save();
 }
 
 void WorkspaceOperations::renameThread(const Uuid& id, const Uuid& workspaceID,
@@ -238,7 +232,6 @@ void WorkspaceOperations::renameThread(const Uuid& id, const Uuid& workspaceID,
     thread.title = trimmed;
     thread.updatedAt = main_.now();
   });
-  tree_.save();
 }
 
 void WorkspaceOperations::deleteThread(const Uuid& id, const Uuid& workspaceID) {
@@ -255,7 +248,6 @@ void WorkspaceOperations::deleteThread(const Uuid& id, const Uuid& workspaceID) 
     executions_.selectExecution(workspaceID, visibleThread(workspaceID));
   }
   fillIfSelected(workspaceID);
-  tree_.save();
 }
 
 void WorkspaceOperations::moveThread(const Uuid& id, const Uuid& from, const Uuid& to) {
@@ -285,7 +277,6 @@ void WorkspaceOperations::moveThread(const Uuid& id, const Uuid& from, const Uui
   if (tree_.workspace(from)->threads.empty()) tree_.addThread(replacementFor(from), from);
   if (wasSelected) show(to, id);
   fillIfSelected(from);
-  tree_.save();
   ports_.updateRemoteSnapshot();
 }
 
@@ -293,7 +284,6 @@ void WorkspaceOperations::toggleThreadPin(const Uuid& id, const Uuid& workspaceI
   const ThreadExecutionKey key{workspaceID, id};
   if (!tree_.thread(key)) return;
   tree_.updateThread(key, [](ChatThread& thread) { thread.isPinned = !thread.isPinned; });
-  tree_.save();
 }
 
 void WorkspaceOperations::setThreadArchived(const Uuid& id, const Uuid& workspaceID,
@@ -312,7 +302,6 @@ void WorkspaceOperations::setThreadArchived(const Uuid& id, const Uuid& workspac
     executions_.selectExecution(workspaceID, visibleThread(workspaceID));
   }
   fillIfSelected(workspaceID);
-  tree_.save();
 }
 
 void WorkspaceOperations::updateActiveThread(const std::function<void(ChatThread&)>& mutate) {
@@ -332,7 +321,6 @@ void WorkspaceOperations::saveComposerDraft(std::string_view text,
     thread.draftText = text.empty() ? std::nullopt : std::optional<std::string>(text);
     thread.draftAttachments = attachments;
   });
-  tree_.save();
 }
 
 std::string WorkspaceOperations::composerDraft(const Uuid& threadID,

@@ -140,7 +140,6 @@ void AgentLauncher::startCompleted(const std::shared_ptr<AgentClient>& client,
       thread.setSessionID(std::move(result->sessionId), attempt.provider);
     });
     execution->connectionState = ConnectionState::ready();
-    tree_.save();
     if (result->notice) tree_.appendSystemEntry(*result->notice, attempt.key);
     executions_.publishExecutionIfSelected(attempt.key);
     return attempt.afterReady();

@@ -69,7 +69,6 @@ void Composer::sendNow(std::string text, std::vector<ChatAttachment> attachments
   execution.turnEntryID = entry.id;
   execution.runLostWithClient.reset();
   tree_.appendEntry(std::move(entry), key);
-  tree_.save();
 
   const bool clientWasReady = execution.connectionState == ConnectionState::ready();
   execution.connectionState = ConnectionState::connecting();

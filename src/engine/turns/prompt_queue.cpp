@@ -21,7 +21,6 @@ void PromptQueue::enqueuePrompt(std::string text, std::vector<ChatAttachment> at
         {Uuid::random(), std::move(text), std::move(attachments), main_.now()});
     thread.updatedAt = main_.now();
   });
-  tree_.save();
 }
 
 void PromptQueue::runNextQueuedPrompt(const ThreadExecutionKey& key) {
@@ -53,7 +52,6 @@ void PromptQueue::moveQueuedPromptToFront(const Uuid& id) {
   if (found == queue.end() || found == queue.begin()) return;
   tree_.updateThread(*key,
                      [&](ChatThread& each) { each.moveQueuedPromptToFront(id, main_.now()); });
-  tree_.save();
 }
 
 void PromptQueue::removeQueuedPrompt(const Uuid& id) {
@@ -72,7 +70,6 @@ void PromptQueue::removeWhere(const std::function<bool(const QueuedPrompt&)>& is
     std::erase_if(each.queuedPrompts, isMeant);
     each.updatedAt = main_.now();
   });
-  tree_.save();
 }
 
 }  // namespace vantrell

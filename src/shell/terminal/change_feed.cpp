@@ -52,20 +52,9 @@ void ChangeFeed::runChanged(const RunRecord& run) {
   }
 }
 
-bool ChangeFeed::isReplaying(bool& justEnded) {
-  const auto* execution = model_.executions.find(key_);
-  const bool isReplaying = execution && execution->isReplaying;
-  justEnded = std::exchange(wasReplaying_, isReplaying) && !isReplaying;
-  return isReplaying;
-}
-
 void ChangeFeed::transcriptChanged(const Change& change) {
   const Transcript& entries = model_.tree.thread(key_)->entries;
-  bool justEnded = false;
-  if (isReplaying(justEnded)) return;
-  if (justEnded || change.kind == Change::Kind::transcriptReplaced) {
-    return observer_.transcriptReplaced(entries);  // the change at hand is in it
-  }
+  if (change.kind == Change::Kind::transcriptReplaced) return observer_.transcriptReplaced(entries);
   const ChatEntry* entry = entries.find(change.entryID);
   if (!entry) return;
   switch (change.kind) {
@@ -76,9 +65,6 @@ void ChangeFeed::transcriptChanged(const Change& change) {
 }
 
 void ChangeFeed::executionChanged() {
-  bool justEnded = false;
-  isReplaying(justEnded);
-  if (justEnded) observer_.transcriptReplaced(model_.tree.thread(key_)->entries);
   const auto* execution = model_.executions.find(key_);
   const auto question = execution ? execution->permissionRequest : nullptr;
   if (question != question_) {

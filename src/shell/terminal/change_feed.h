@@ -1,6 +1,5 @@
-// Turns the engine's changes of one conversation into calls of a RunObserver. While a stored
-// session is played back it is silent; the transcript that stands afterwards is reported whole.
-// Main queue; the model and the observer must outlive it.
+// Turns the engine's changes of one conversation into calls of a RunObserver. Main queue; the model
+// and the observer must outlive it.
 #pragma once
 
 #include <functional>
@@ -32,13 +31,10 @@ class ChangeFeed {
   void transcriptChanged(const Change& change);
   void executionChanged();
   void runChanged(const RunRecord& run);
-  /// Whether a playback is going on. At its end the transcript is reported, and `justEnded` is set.
-  bool isReplaying(bool& justEnded);
 
   AppModel& model_;
   const ThreadExecutionKey key_;
   RunObserver& observer_;
-  bool wasReplaying_ = false;
   bool wasStalled_ = false;
   std::shared_ptr<const PermissionRequest> question_;
   Changes::Observation observation_;
