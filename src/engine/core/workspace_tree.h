@@ -8,6 +8,7 @@
 #include <chrono>
 #include <deque>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -41,7 +42,7 @@ class WorkspaceTree {
   /// written. It blocks: for the end of the process.
   bool flush();
   /// Marks every run that an earlier process left open as interrupted, and the tools of its task
-  /// that were under way as failed.
+  /// that were under way as failed, as soon as its transcript is read.
   void settleRunsLeftOpen();
 
   const std::vector<Workspace>& workspaces() const { return workspaces_; }
@@ -60,13 +61,15 @@ class WorkspaceTree {
   void addWorkspace(Workspace workspace);
   /// A new conversation in front of the workspace's others. Ids are unique in the whole tree.
   void addThread(ChatThread thread, const Uuid& workspaceID);
-  /// Takes a conversation out of its workspace; absent when it has gone.
-  std::optional<ChatThread> takeThread(const ThreadExecutionKey& key);
+  void removeThread(const ThreadExecutionKey& key);
+  /// To the front of another workspace, which puts an entry into it.
+  void moveThread(const ThreadExecutionKey& key, const Uuid& workspaceID);
   void removeWorkspace(const Uuid& id);
   void setWorkspacePinned(const Uuid& id, bool pinned);
 
   // One conversation.
 
+  /// Changes anything but entries and runs.
   void updateThread(const ThreadExecutionKey& key, const std::function<void(ChatThread&)>& mutate);
   /// A thread with a default title gets one from its first prompt.
   void updateThreadTitleIfNeeded(std::string_view prompt, const ThreadExecutionKey& key);
@@ -78,10 +81,18 @@ class WorkspaceTree {
   /// Changes an entry in place, as a stream does; false when the thread has no such entry.
   bool updateEntry(std::string_view entryID, const ThreadExecutionKey& key,
                    const std::function<void(ChatEntry&)>& mutate);
+  /// What is equal in both is not written again.
   void replaceTranscript(Transcript entries, const ThreadExecutionKey& key);
-  /// Takes the entries away, to be replaced by replaceTranscript() in the same turn of the queue;
-  /// announced there. Empty when the conversation has gone.
-  Transcript takeTranscript(const ThreadExecutionKey& key);
+  /// Keeps the first `count` entries.
+  void truncateTranscript(std::size_t count, const ThreadExecutionKey& key);
+
+  // Transcripts that are still on the disk. A look at what is not in memory blocks the main queue:
+  // whatever may wait asks for it first.
+
+  /// Reads the transcript off the main queue, the last entries first, and calls `then` on the main
+  /// queue when all of it is in memory, or the conversation has gone. Each part is announced; until
+  /// the last one `Transcript::isRead()` is false.
+  void loadTranscript(const ThreadExecutionKey& key, std::function<void()> then = {});
 
   // Runs.
 
@@ -108,6 +119,10 @@ class WorkspaceTree {
   void saveSoon(Urgency urgency);
   void save();
   void handOver();
+  void finishLoading(const ThreadExecutionKey& key);
+  /// Of a turn that an earlier process began.
+  void endOpenTools(const ThreadExecutionKey& key, std::size_t count);
+  void transcriptArrived(const ThreadExecutionKey& key);
   void finished(const std::shared_ptr<Write>& write);
   void changed(Change::Kind kind, const ThreadExecutionKey& key, std::string_view entryID = {},
                std::string_view text = {}, std::optional<Uuid> runID = std::nullopt);
@@ -125,6 +140,7 @@ class WorkspaceTree {
   bool saveWaitsForWriter_ = false;
   Timer streamTimer_;
   Duration lastHandOver_{};  // uptime
+  std::map<ThreadExecutionKey, std::vector<std::function<void()>>> loading_;
   // Where the last look-up found its thread: streams look the same one up thousands of times.
   mutable std::size_t lastWorkspace_ = 0;
   mutable std::size_t lastThread_ = 0;

@@ -231,16 +231,14 @@ void TaskSafety::restored(const ThreadExecutionKey& key, const WorkspaceCheckpoi
   const auto count =
       static_cast<std::size_t>(std::max<std::int64_t>(checkpoint.conversationEntryCount, 0));
   if (thread && count < thread->entries.size()) {
-    Transcript entries = tree_.takeTranscript(key);
     // A prompt that was sent meanwhile is about what stands now.
     const auto before = static_cast<std::size_t>(recovery.conversationEntryCount);
     std::vector<ChatEntry> since;
-    for (std::size_t i = std::max(count, before); i < entries.size(); ++i) {
-      since.push_back(std::as_const(entries)[i]);
+    for (std::size_t i = std::max(count, before); i < thread->entries.size(); ++i) {
+      since.push_back(thread->entries[i]);
     }
-    entries.truncate(count);
-    for (auto& each : since) entries.append(std::move(each));
-    tree_.replaceTranscript(std::move(entries), key);
+    tree_.truncateTranscript(count, key);
+    for (auto& each : since) tree_.appendEntry(std::move(each), key);
   }
   tree_.updateThread(key, [&](ChatThread& each) { each.updatedAt = main_.now(); });
   git_.refreshGitSnapshot();

@@ -239,7 +239,7 @@ void WorkspaceOperations::deleteThread(const Uuid& id, const Uuid& workspaceID) 
   if (!tree_.thread(key)) return;
   const bool wasSelected = selection_.key() == key;
   executions_.remove(key);
-  tree_.takeThread(key);
+  tree_.removeThread(key);
   if (tree_.workspace(workspaceID)->threads.empty()) {
     tree_.addThread(replacementFor(workspaceID), workspaceID);
   }
@@ -257,7 +257,6 @@ void WorkspaceOperations::moveThread(const Uuid& id, const Uuid& from, const Uui
   if ((thread && hasActiveRun(*thread)) || (execution && execution->connectionState.isBusy())) {
     return executions_.showError("Stop this conversation before moving it to another project.");
   }
-  const Workspace* source = tree_.workspace(from);
   const Workspace* destination = tree_.workspace(to);
   if (!thread || !destination) {
     return executions_.showError(
@@ -269,11 +268,7 @@ void WorkspaceOperations::moveThread(const Uuid& id, const Uuid& from, const Uui
   // Its client, if it still has one, works in the old folder.
   executions_.remove(key);
 
-  const std::string sourcePath = source->path, sourceName = source->name;
-  const std::string destinationName = destination->name;
-  auto moved = tree_.takeThread(key);
-  moved->prepareForWorkspaceMove(sourcePath, sourceName, destinationName, main_.now());
-  tree_.addThread(std::move(*moved), to);
+  tree_.moveThread(key, to);
   if (tree_.workspace(from)->threads.empty()) tree_.addThread(replacementFor(from), from);
   if (wasSelected) show(to, id);
   fillIfSelected(from);
