@@ -60,8 +60,4 @@ class Step : public std::enable_shared_from_this<Step> {
   Finish finish_;
 };
 
-/// The step for a directive.
-std::shared_ptr<Step> makeStep(const Directive& directive, const StepContext& context,
-                               const Step::Finish& finish);
-
 }  // namespace vantrell::practice

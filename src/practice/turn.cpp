@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "platform/queues/weakly.h"
+#include "practice/make_step.h"
 
 namespace vantrell::practice {
 namespace {

@@ -13,6 +13,21 @@ namespace {
 constexpr std::string_view executable = "/usr/bin/git";
 constexpr std::size_t keptErrors = 1 << 20;  // bytes
 
+/// No program of the project or of the user runs in our commands, apart from filters, which belong
+/// to the content: a hook that fails or writes would leave a restore half way, and a question could
+/// not be answered. Counts more than all other configuration.
+const std::vector<std::pair<std::string, std::string>>& withoutOtherPrograms() {
+  static const std::vector<std::pair<std::string, std::string>> configuration{
+      {"core.hooksPath", "/dev/null"},
+      {"core.fsmonitor", "false"},
+      {"core.askPass", ""},
+      {"credential.helper", ""},
+      {"gc.auto", "0"},
+      {"maintenance.auto", "false"},
+  };
+  return configuration;
+}
+
 /// Of GIT_*, what is the user's choice and not a state of some other command.
 bool isUsersChoice(std::string_view name) {
   constexpr auto choices = std::to_array<std::string_view>(
@@ -20,7 +35,7 @@ bool isUsersChoice(std::string_view name) {
        "GIT_ATTR_NOSYSTEM", "GIT_CEILING_DIRECTORIES", "GIT_DISCOVERY_ACROSS_FILESYSTEM",
        "GIT_EXEC_PATH", "GIT_SSH", "GIT_SSH_COMMAND"});
   constexpr auto families = std::to_array<std::string_view>(
-      {"GIT_CONFIG_KEY_", "GIT_CONFIG_VALUE_", "GIT_AUTHOR_", "GIT_COMMITTER_"});
+      {"GIT_CONFIG_KEY_", "GIT_CONFIG_VALUE_", "GIT_AUTHOR_", "GIT_COMMITTER_", "GIT_LFS_"});
   return std::ranges::find(choices, name) != choices.end() ||
          std::ranges::any_of(families, [&](auto family) { return name.starts_with(family); });
 }
@@ -108,10 +123,15 @@ GitResult runGit(const std::string& path, std::vector<std::string> arguments, Gi
   ProcessOptions process;
   process.executable = executable;
   process.arguments = {"-C", path};
+  // Commands of the user's that print differences cannot be taken back by configuration.
+  if (!arguments.empty() && arguments.front().starts_with("diff")) {
+    arguments.insert(arguments.begin() + 1, {"--no-ext-diff", "--no-textconv"});
+  }
   std::ranges::move(arguments, std::back_inserter(process.arguments));
   process.environment = gitEnvironment();
   if (options.isReadOnly) process.environment["GIT_OPTIONAL_LOCKS"] = "0";
   configure(process.environment, options.configuration);
+  configure(process.environment, withoutOtherPrograms());
   for (const auto& [name, value] : options.environment) process.environment[name] = value;
   process.standardInput = options.input ? ProcessOptions::Input::pipe : ProcessOptions::Input::null;
   process.mergeErrorIntoOutput = !options.errorsApart;

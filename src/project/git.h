@@ -1,6 +1,7 @@
 // Runs git for one folder and waits for it: never on the main queue. What the program inherited
-// cannot lead git to another repository, and git asks nobody anything: it has no terminal, and its
-// standard input is empty. A command without a limit may take as long as it likes.
+// cannot lead git to another repository, no hook, file system monitor or difference tool of the
+// project runs, and git asks the user nothing: it has no terminal, and its standard input is empty.
+// A command without a limit may take as long as it likes.
 #pragma once
 
 #include <chrono>

@@ -80,10 +80,9 @@ GitWorkspaceSnapshot read(const std::string& path, std::stop_token stop) {
   } else {
     snapshot.error = "Git status could not be read.";
   }
-  const auto working =
-      textOf(ask({"diff", "--no-ext-diff", "--no-color", "--unified=3"}, workingDiffLimit));
-  const auto staged = textOf(
-      ask({"diff", "--cached", "--no-ext-diff", "--no-color", "--unified=3"}, stagedDiffLimit));
+  const auto working = textOf(ask({"diff", "--no-color", "--unified=3"}, workingDiffLimit));
+  const auto staged =
+      textOf(ask({"diff", "--cached", "--no-color", "--unified=3"}, stagedDiffLimit));
   snapshot.diff = combined(staged, working);
   snapshot.refreshedAt = Date::current();
   return snapshot;

@@ -41,7 +41,6 @@ const PatchGit::Configuration& neutralConfiguration() {
       {"status.submoduleSummary", "false"},
       {"core.quotePath", "true"},
       {"core.safecrlf", "false"},
-      {"core.fsmonitor", "false"},
       // What is inside a submodule is in no checkpoint, so a restore must not touch it.
       {"submodule.recurse", "false"},
   };
@@ -61,7 +60,7 @@ GitOptions PatchGit::with(GitOptions options) const {
   return options;
 }
 
-GitResult PatchGit::look(std::vector<std::string> arguments, GitOptions options) const {
+GitResult PatchGit::query(std::vector<std::string> arguments, GitOptions options) const {
   // Each submodule can ask to be left out, which counts more than "diff.ignoreSubmodules": a
   // pointer that is staged would be in no patch.
   if (arguments.front().starts_with("diff")) {
@@ -72,9 +71,9 @@ GitResult PatchGit::look(std::vector<std::string> arguments, GitOptions options)
   return runGit(path_, std::move(arguments), with(std::move(options)));
 }
 
-TaskSafetyResult<GitResult> PatchGit::need(std::vector<std::string> arguments,
-                                           GitOptions options) const {
-  GitResult result = look(std::move(arguments), std::move(options));
+TaskSafetyResult<GitResult> PatchGit::queryOrFail(std::vector<std::string> arguments,
+                                                  GitOptions options) const {
+  GitResult result = query(std::move(arguments), std::move(options));
   if (!result.succeeded()) return std::unexpected(gitError(result));
   if (result.wasCut) {
     return std::unexpected(TaskSafetyError::commandFailed("The project has too many files."));
@@ -82,7 +81,7 @@ TaskSafetyResult<GitResult> PatchGit::need(std::vector<std::string> arguments,
   return result;
 }
 
-TaskSafetyResult<> PatchGit::change(std::vector<std::string> arguments, GitOptions options) const {
+TaskSafetyResult<> PatchGit::modify(std::vector<std::string> arguments, GitOptions options) const {
   const GitResult result = runGit(path_, std::move(arguments), with(std::move(options)));
   if (!result.succeeded()) return std::unexpected(gitError(result));
   return {};
@@ -114,7 +113,7 @@ TaskSafetyResult<> PatchGit::write(std::vector<std::string> arguments, const std
     return true;
   };
   options.onOutput = take;
-  const GitResult result = look(std::move(arguments), std::move(options));
+  const GitResult result = query(std::move(arguments), std::move(options));
   errno = writeError;
   if (writeError != 0) return failed("write");
   if (!result.succeeded()) {
@@ -133,7 +132,7 @@ std::vector<std::string> ignoredOf(const PatchGit& git, std::span<const std::str
   constexpr std::string_view here = "./";
   for (const auto& each : paths) input.append(here).append(each).push_back('\0');
   const GitResult found =
-      git.look({"check-ignore", "--no-index", "-z", "--stdin"}, {.input = std::move(input)});
+      git.query({"check-ignore", "--no-index", "-z", "--stdin"}, {.input = std::move(input)});
   if (found.status == 0 || found.status == 1) {  // 1: there is none
     auto parts = found.parts();
     for (auto& each : parts) each.erase(0, here.size());

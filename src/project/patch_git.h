@@ -23,12 +23,12 @@ class PatchGit {
   using Configuration = std::vector<std::pair<std::string, std::string>>;
 
   /// A command that only looks; its errors are apart.
-  GitResult look(std::vector<std::string> arguments, GitOptions options = {}) const;
+  GitResult query(std::vector<std::string> arguments, GitOptions options = {}) const;
   /// The same, where anything but success is a failure.
-  TaskSafetyResult<GitResult> need(std::vector<std::string> arguments,
-                                   GitOptions options = {}) const;
+  TaskSafetyResult<GitResult> queryOrFail(std::vector<std::string> arguments,
+                                          GitOptions options = {}) const;
   /// A command that changes something; a failure carries what git printed.
-  TaskSafetyResult<> change(std::vector<std::string> arguments, GitOptions options = {}) const;
+  TaskSafetyResult<> modify(std::vector<std::string> arguments, GitOptions options = {}) const;
 
   /// The output of a command, written to a file that is there whole or not at all.
   TaskSafetyResult<> write(std::vector<std::string> arguments, const std::string& file,

@@ -2,9 +2,8 @@
 // what it lacks is added to it before anything is touched. Blocks: never on the main queue.
 #pragma once
 
+#include <set>
 #include <string>
-#include <unordered_set>
-#include <vector>
 
 #include "project/patch_git.h"
 #include "project/task_safety_error.h"
@@ -19,18 +18,13 @@ class RecoveryArchive {
   bool has(const std::string& path) const;
   /// Adds such a file in its state of now; one that it has stays.
   TaskSafetyResult<> add(const std::string& path);
-  /// Adds the bytes of tracked files that git takes for unchanged and would not give back: those
-  /// that going to the revision writes over, and the `patched` ones. Not those that are spared.
-  TaskSafetyResult<> addOverwritten(const std::string& revision,
-                                    std::unordered_set<std::string> patched,
-                                    const std::vector<std::string>& spared);
+  /// Adds the bytes of those of the tracked files that git would not give back as they are.
+  TaskSafetyResult<> addUnfiltered(const std::set<std::string>& paths);
   /// Refuses where somebody changed tracked files since it was taken. Uses the folder for patches.
   TaskSafetyResult<> compare(const std::string& scratch) const;
   /// Waits until all of it is on the disk: what it saves is about to be removed, and a loss of
   /// power must not take both.
   TaskSafetyResult<> settle();
-  /// At the end: copies what cleaning took and the rules ignore now back to its place.
-  TaskSafetyResult<> bringBackIgnored() const;
 
  private:
   std::string placeOf(const std::string& path) const;

@@ -1,12 +1,15 @@
 #include "project/task_safety_service.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <fmt/format.h>
+#include <set>
+#include <unistd.h>
 
 #include "platform/files/files.h"
 #include "platform/text/text.h"
 #include "project/patch_git.h"
-#include "project/restore_guard.h"
+#include "project/restore_plan.h"
 #include "project/tree_copy.h"
 
 namespace vantrell {
@@ -26,7 +29,7 @@ WorkBudget budgetFor(WorkspaceCheckpointKind kind) {
 
 /// The lines of the status.
 TaskSafetyResult<std::int64_t> countChanges(const PatchGit& git) {
-  const auto status = git.need({"status", "--porcelain=v1"});
+  const auto status = git.queryOrFail({"status", "--porcelain=v1"});
   if (!status) return std::unexpected(status.error());
   std::int64_t count = 0;
   for (const auto line : text::split(status->output, '\n')) {
@@ -37,7 +40,7 @@ TaskSafetyResult<std::int64_t> countChanges(const PatchGit& git) {
 
 /// A merge that is not resolved has states that no patch can say.
 TaskSafetyResult<> refuseConflicts(const PatchGit& git) {
-  const auto unmerged = git.need({"ls-files", "--unmerged", "-z"});
+  const auto unmerged = git.queryOrFail({"ls-files", "--unmerged", "-z"});
   if (!unmerged) return std::unexpected(unmerged.error());
   if (unmerged->output.empty()) return {};
   return std::unexpected(
@@ -48,19 +51,54 @@ bool isRevision(const std::string& text) {
   return text.size() >= 40 && text.find_first_not_of("0123456789abcdef") == text.npos;
 }
 
-SafetyNotes submoduleNotes(const PatchGit& git) {
-  constexpr std::size_t shown = 5;
-  const GitResult staged = git.look({"ls-files", "--stage", "-z"});
-  std::vector<std::string> names;
-  for (const auto& line : staged.parts()) {
-    if (line.starts_with("160000 "))
-      names.push_back(text::repaired(line.substr(line.find('\t') + 1)));
+/// Of a folder that its repository ignores, nothing but tracked files is kept.
+TaskSafetyResult<> refuseIgnored(const PatchGit& git, SafetyNotes& notes) {
+  if (git.query({"rev-parse", "--show-prefix"}).text().empty()) return {};
+  if (!git.query({"check-ignore", "-q", "--no-index", "."}).succeeded()) return {};
+  if (git.query({"ls-files", "-z"}).output.empty()) {
+    return std::unexpected(
+        TaskSafetyError::commandFailed("The Git repository that this folder is in ignores it, so "
+                                       "none of its files would be kept."));
   }
-  if (names.empty()) return {};
-  const std::size_t more = names.size() - std::min(names.size(), shown);
-  names.resize(names.size() - more);
-  return {fmt::format("Submodules stay as they are: {}{}.", text::joined(names, ", "),
+  notes.emplace_back(
+      "The Git repository that this folder is in ignores it: only tracked files are kept.");
+  return {};
+}
+
+/// Files of the project that the worktree lacks or has otherwise.
+std::vector<std::string> missingFiles(const PatchGit& source, const std::string& worktree) {
+  const auto content = [](const std::string& path) {
+    std::error_code code;
+    auto link = std::filesystem::read_symlink(path, code);
+    return code ? files::read(path).value_or("") : link.native();
+  };
+  const auto listed =
+      source.query({"ls-files", "--cached", "--others", "--exclude-standard", "-z"}).parts();
+  std::vector<std::string> missing;
+  for (const auto& each : std::set<std::string>(listed.begin(), listed.end())) {
+    const std::string from = fmt::format("{}/{}", source.path(), each);
+    const std::string to = fmt::format("{}/{}", worktree, each);
+    if (!standsAt(from) || isRealFolder(from)) continue;
+    if (!standsAt(to) || content(from) != content(to)) missing.push_back(text::repaired(each));
+  }
+  return missing;
+}
+
+SafetyNotes notesOfBrokenTry(const std::vector<std::string>& missing) {
+  constexpr std::size_t shown = 5;
+  constexpr std::string_view what = "An earlier attempt to make this worktree did not finish.";
+  if (missing.empty()) return {fmt::format("{} It has all files of the project.", what)};
+  auto names = missing;
+  names.resize(std::min(names.size(), shown));
+  const std::size_t more = missing.size() - names.size();
+  return {fmt::format("{} These files of the project are missing in it or differ: {}{}.", what,
+                      text::joined(names, ", "),
                       more > 0 ? fmt::format(" and {} more", more) : "")};
+}
+
+TaskSafetyError noCommit(std::string_view what) {
+  return TaskSafetyError::commandFailed(
+      fmt::format("The repository has no commit yet that a {}. Commit once first.", what));
 }
 
 }  // namespace
@@ -75,7 +113,7 @@ TaskSafetyResult<TaskSafetyService::Captured> TaskSafetyService::captureCheckpoi
   WorkBudget budget = budgetFor(request.kind);
   const PatchGit git(request.workspacePath, budget);
   const auto fail = [](const TaskSafetyError& error) { return std::unexpected(error); };
-  const GitResult inside = git.look({"rev-parse", "--is-inside-work-tree"});
+  const GitResult inside = git.query({"rev-parse", "--is-inside-work-tree"});
   if (inside.hasRunOut) return fail(gitError(inside));
   if (!inside.succeeded()) return fail(TaskSafetyError::notRepository());
 
@@ -94,13 +132,13 @@ TaskSafetyResult<TaskSafetyService::Captured> TaskSafetyService::captureCheckpoi
   OwnFolder archive(checkpoint.archivePath);
   if (auto made = secureDirectory(archive.path()); !made) return fail(made.error());
 
-  const GitResult head = git.look({"rev-parse", "HEAD"});
+  const GitResult head = git.query({"rev-parse", "HEAD"});
   if (head.hasRunOut) return fail(gitError(head));
   checkpoint.baseRevision = head.text();
   if (!head.succeeded() || checkpoint.baseRevision->empty()) {
-    return fail(TaskSafetyError::commandFailed(
-        "The repository has no commit yet that a checkpoint could go back to. Commit once first."));
+    return fail(noCommit("checkpoint could go back to"));
   }
+  if (auto kept = refuseIgnored(git, captured.notes); !kept) return fail(kept.error());
   if (auto clean = refuseConflicts(git); !clean) return fail(clean.error());
   if (auto kept = changes::recordPatches(git, archive.path()); !kept) return fail(kept.error());
   auto proven = changes::provePatches(git, archive.path(), *checkpoint.baseRevision);
@@ -127,45 +165,12 @@ TaskSafetyResult<SafetyNotes> TaskSafetyService::restore(
       !isRevision(*checkpoint.baseRevision)) {
     return std::unexpected(TaskSafetyError::invalidArchive());
   }
-  const std::string& base = *checkpoint.baseRevision;
   const PatchGit git(workspacePath);
-  RestoreGuard guard(git, archive, base,
-                     recovery ? std::optional(recovery->archivePath) : std::nullopt);
-  if (auto prepared = guard.prepare(); !prepared) return std::unexpected(prepared.error());
-
-  const auto halfWay = [](TaskSafetyError error) {
-    error.mayHaveChangedFiles = true;
-    return std::unexpected(std::move(error));
-  };
-  if (guard.hasTrackedFiles()) {
-    std::vector<std::string> command{"restore", "--source", base, "--staged", "--worktree"};
-    GitOptions options;
-    if (std::string pathspecs = guard.pathspecs(); pathspecs.empty()) {
-      command.insert(command.end(), {"--", "."});
-    } else {
-      command.insert(command.end(), {"--pathspec-from-file=-", "--pathspec-file-nul"});
-      options.input = std::move(pathspecs);
-    }
-    auto restored = git.change(std::move(command), std::move(options));
-    if (!restored) return halfWay(restored.error());
-  }
-  if (auto saved = guard.saveBeforeCleaning(); !saved) return halfWay(saved.error());
-  auto cleaned = git.change({"clean", "-fd"}, {.configuration = guard.cleaningConfiguration()});
-  // Git cannot remove the folder that it works in, where all of that is untracked.
-  if (!cleaned && !guard.isClean()) return halfWay(cleaned.error());
-  if (auto cleared = guard.clearTheWay(); !cleared) return halfWay(cleared.error());
-  if (auto applied = changes::applyPatches(git, archive); !applied) return halfWay(applied.error());
-  if (auto cleared = guard.clearPlacesOfUntracked(); !cleared) return halfWay(cleared.error());
-  SafetyNotes notes = submoduleNotes(git);
-  const std::string untracked = fmt::format("{}/{}", archive, changes::untrackedFolder);
-  if (standsAt(untracked)) {
-    auto copied = changes::copyDirectoryContents(untracked, workspacePath, notes);
-    if (!copied) return halfWay(copied.error());
-  }
-  if (auto applied = changes::applyRest(git, archive); !applied) return halfWay(applied.error());
-  if (auto brought = guard.bringBackIgnored(); !brought) return halfWay(brought.error());
-  std::ranges::move(guard.notes(), std::back_inserter(notes));
-  return notes;
+  RestorePlan plan(git, archive, *checkpoint.baseRevision,
+                   recovery ? std::optional(recovery->archivePath) : std::nullopt);
+  if (auto prepared = plan.prepare(); !prepared) return std::unexpected(prepared.error());
+  if (auto done = plan.carryOut(); !done) return std::unexpected(done.error());
+  return plan.notes();
 }
 
 // ---- worktrees ----------------------------------------------------------------------------------
@@ -174,53 +179,61 @@ TaskSafetyResult<TaskSafetyService::Worktree> TaskSafetyService::createIsolatedW
     const Uuid& workspaceID, const Uuid& threadID, const std::string& sourcePath) const {
   const auto fail = [](const TaskSafetyError& error) { return std::unexpected(error); };
   const PatchGit source(sourcePath);
-  if (source.look({"rev-parse", "--is-inside-work-tree"}).text() != "true") {
+  if (source.query({"rev-parse", "--is-inside-work-tree"}).text() != "true") {
     return fail(TaskSafetyError::notRepository());
   }
-  std::string part = source.look({"rev-parse", "--show-prefix"}).output;
+  std::string part = source.query({"rev-parse", "--show-prefix"}).output;
   while (part.ends_with('\n') || part.ends_with('/')) part.pop_back();
 
   const std::string folder = fmt::format("{}/worktrees/{}", root_, lowerCase(workspaceID));
   if (auto made = secureDirectory(folder); !made) return fail(made.error());
   const std::string top = fmt::format("{}/{}", folder, lowerCase(threadID));
   const std::string path = part.empty() ? top : fmt::format("{}/{}", top, part);
-  if (standsAt(top)) return Worktree{path, {}};
+  // Stands for as long as the worktree is not complete.
+  const std::string unfinished = top + ".unfinished";
+  if (standsAt(top)) {
+    if (!standsAt(unfinished)) return Worktree{path, {}};
+    return Worktree{path, notesOfBrokenTry(missingFiles(source, path))};
+  }
+  SafetyNotes notes;
+  if (!source.query({"rev-parse", "--verify", "HEAD"}).succeeded()) {
+    return fail(noCommit("worktree could start from"));
+  }
+  if (auto kept = refuseIgnored(source, notes); !kept) return fail(kept.error());
   // Before there is a worktree that would lack what is not committed.
   if (auto clean = refuseConflicts(source); !clean) return fail(clean.error());
-  if (auto added = source.change({"worktree", "add", "--detach", top, "HEAD"}); !added) {
+  if (auto marked = files::writeAtomically(unfinished, ""); !marked) {
+    return fail(TaskSafetyError::filesFailed(marked.error().description));
+  }
+  if (auto added = source.modify({"worktree", "add", "--detach", top, "HEAD"}); !added) {
+    if (!standsAt(top)) ::unlink(unfinished.c_str());
     if (added.error().message.empty()) {
       added.error().message = "Git could not create an isolated worktree.";
     }
     return fail(added.error());
   }
-  if (auto made = makeParents(top, part + "/", false); !made) return fail(made.error());
-  auto notes = copyCurrentChanges(source, path);
-  if (!notes) return fail(notes.error());
-  return Worktree{path, std::move(*notes)};
+  if (auto made = makeParents(top, part + "/"); !made) return fail(made.error());
+  if (auto copied = copyCurrentChanges(source, path, notes); !copied) return fail(copied.error());
+  ::unlink(unfinished.c_str());
+  return Worktree{path, std::move(notes)};
 }
 
-TaskSafetyResult<SafetyNotes> TaskSafetyService::copyCurrentChanges(
-    const PatchGit& source, const std::string& target) const {
-  SafetyNotes notes;
+TaskSafetyResult<> TaskSafetyService::copyCurrentChanges(const PatchGit& source,
+                                                         const std::string& target,
+                                                         SafetyNotes& notes) const {
   WorkBudget budget;
   const OwnFolder folder;
-  if (auto made = secureDirectory(folder.path()); !made) return std::unexpected(made.error());
-  if (auto kept = changes::recordPatches(source, folder.path()); !kept) {
-    return std::unexpected(kept.error());
-  }
-  auto rest = changes::recordRest(source, folder.path(), budget, notes);
-  if (!rest) return std::unexpected(rest.error());
+  if (auto made = secureDirectory(folder.path()); !made) return made;
+  if (auto kept = changes::recordPatches(source, folder.path()); !kept) return kept;
+  if (auto kept = changes::recordRest(source, folder.path(), budget, notes); !kept) return kept;
   const PatchGit git(target);
-  if (auto applied = changes::applyPatches(git, folder.path()); !applied) {
-    return std::unexpected(applied.error());
-  }
+  RestorePlan plan(git, folder.path(), git.query({"rev-parse", "HEAD"}).text(), std::nullopt);
+  if (auto prepared = plan.prepare(); !prepared) return prepared;
+  if (auto done = plan.carryOut(); !done) return done;
   const auto copied = changes::copyUntracked(source, target, budget, notes);
   if (!copied) return std::unexpected(copied.error());
-  if (auto applied = changes::applyRest(git, folder.path()); !applied) {
-    return std::unexpected(applied.error());
-  }
-  std::ranges::move(submoduleNotes(git), std::back_inserter(notes));
-  return notes;
+  std::ranges::copy(plan.notes(), std::back_inserter(notes));
+  return {};
 }
 
 }  // namespace vantrell

@@ -58,13 +58,13 @@ class TaskSafetyService {
     SafetyNotes notes;
   };
   /// A worktree of HEAD, detached, with a copy of what is not committed. One that is there is
-  /// answered as it is.
+  /// returned as it is; if it was never completed, the notes name what is missing in it.
   TaskSafetyResult<Worktree> createIsolatedWorktree(const Uuid& workspaceID, const Uuid& threadID,
                                                     const std::string& sourcePath) const;
 
  private:
-  TaskSafetyResult<SafetyNotes> copyCurrentChanges(const PatchGit& source,
-                                                   const std::string& target) const;
+  TaskSafetyResult<> copyCurrentChanges(const PatchGit& source, const std::string& target,
+                                        SafetyNotes& notes) const;
 
   const std::string root_;
 };

@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 #include "platform/files/descriptor.h"
 #include "platform/files/files.h"
@@ -19,6 +20,8 @@ namespace {
 
 constexpr mode_t permissionBits = 07777;
 constexpr mode_t ownerOnly = 0700;
+constexpr std::string_view ownPrefix = "vantrell-safety-";
+constexpr std::string_view lockSuffix = ".lock";
 
 std::unexpected<TaskSafetyError> failure(std::string_view action, std::string_view path, int code) {
   return std::unexpected(TaskSafetyError::filesFailed(
@@ -126,12 +129,40 @@ bool WorkBudget::isOutOfTime() const {
   return deadline && std::chrono::steady_clock::now() >= *deadline;
 }
 
-OwnFolder::OwnFolder() : path_(files::temporaryFolder() + "/" + Uuid::random().text()) {}
+OwnFolder::OwnFolder(const In& in)
+    : path_(fmt::format("{}/{}{}", in.parent, ownPrefix, Uuid::random().text())) {
+  sweep(in.parent);
+  if (auto lock = files::LockFile::acquire(path_ + lockSuffix.data())) lock_ = *std::move(lock);
+}
+
+OwnFolder::OwnFolder() : OwnFolder(In{files::temporaryFolder()}) {}
 
 OwnFolder::~OwnFolder() {
   if (isKept_) return;
   std::error_code ignored;
   std::filesystem::remove_all(path_, ignored);
+  if (lock_) ::unlink((path_ + lockSuffix.data()).c_str());
+}
+
+void OwnFolder::sweep(const std::string& parent,
+                      const std::function<void(const std::string& leftover)>& first) {
+  std::error_code code;
+  std::vector<std::string> locks;
+  for (std::filesystem::directory_iterator entry(parent, code), end; !code && entry != end;
+       entry.increment(code)) {
+    const std::string name = entry->path().filename().native();
+    if (name.starts_with(ownPrefix) && name.ends_with(lockSuffix)) locks.push_back(entry->path());
+  }
+  for (const auto& each : locks) {
+    struct stat info{};
+    if (::lstat(each.c_str(), &info) != 0 || info.st_uid != ::geteuid()) continue;
+    const auto lock = files::LockFile::acquire(each);
+    if (!lock) continue;
+    const std::string folder = each.substr(0, each.size() - lockSuffix.size());
+    if (first) first(folder);
+    std::filesystem::remove_all(folder, code);
+    ::unlink(each.c_str());
+  }
 }
 
 TaskSafetyResult<> secureDirectory(const std::string& path) {
@@ -172,7 +203,7 @@ bool isBelowFile(const std::string& root, const std::string& path) {
   return false;
 }
 
-TaskSafetyResult<> makeParents(const std::string& root, std::string_view relative, bool replaces,
+TaskSafetyResult<> makeParents(const std::string& root, std::string_view relative,
                                std::string_view like) {
   for (auto slash = relative.find('/'); slash != relative.npos;
        slash = relative.find('/', slash + 1)) {
@@ -181,8 +212,7 @@ TaskSafetyResult<> makeParents(const std::string& root, std::string_view relativ
     struct stat info{};
     if (::lstat(folder.c_str(), &info) == 0) {
       if (S_ISDIR(info.st_mode)) continue;
-      if (!replaces) return failure("create the folder", folder, ENOTDIR);
-      if (::unlink(folder.c_str()) != 0) return failure("remove", folder);
+      return failure("create the folder", folder, ENOTDIR);
     }
     const bool hasModel = !like.empty() &&
                           ::lstat(fmt::format("{}/{}", like, part).c_str(), &info) == 0 &&

@@ -5,11 +5,13 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 
+#include "platform/files/files.h"
 #include "project/task_safety_error.h"
 
 namespace vantrell {
@@ -31,8 +33,14 @@ TaskSafetyResult<> secureDirectory(const std::string& path);
 /// A folder of ours, to be made by secureDirectory(), that is removed at the end unless it is kept.
 class OwnFolder {
  public:
-  /// A new name among the temporary files.
+  /// A new name in that folder, by default among the temporary files. A lock beside it shows that
+  /// it is in use; what programs that were killed have left there is removed.
+  struct In {
+    std::string parent;
+  };
+  explicit OwnFolder(const In& in);
   OwnFolder();
+  /// That folder.
   explicit OwnFolder(std::string path) : path_(std::move(path)) {}
   ~OwnFolder();
   OwnFolder(const OwnFolder&) = delete;
@@ -40,8 +48,13 @@ class OwnFolder {
   const std::string& path() const { return path_; }
   void keep() { isKept_ = true; }
 
+  /// Removes what has been left in that folder; first does something with each.
+  static void sweep(const std::string& parent,
+                    const std::function<void(const std::string& leftover)>& first = {});
+
  private:
   std::string path_;
+  std::optional<files::LockFile> lock_;
   bool isKept_ = false;
 };
 
@@ -59,10 +72,9 @@ bool isRepository(const std::string& folder);
 bool isBelowFile(const std::string& root, const std::string& path);
 
 /// Makes the folders above `relative` under the root, one by one. A file or link in the place of
-/// one is removed when `replaces`, else that is a failure: no path leads out through a link. A
-/// folder that is made gets the mode of the one below `like`, where there is one, but stays its
-/// owner's.
-TaskSafetyResult<> makeParents(const std::string& root, std::string_view relative, bool replaces,
+/// one is a failure: no path leads out through a link. A folder that is made gets the mode of the
+/// one below `like`, if there is one, but its owner can always write to it.
+TaskSafetyResult<> makeParents(const std::string& root, std::string_view relative,
                                std::string_view like = {});
 
 /// Copies a file, a link or a folder with all that is in it to a name that is free, with modes and

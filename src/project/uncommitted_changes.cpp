@@ -9,8 +9,8 @@
 
 #include "platform/files/files.h"
 #include "platform/text/text.h"
-#include "project/announced_files.h"
-#include "project/exact_bytes.h"
+#include "project/intent_to_add_files.h"
+#include "project/unfiltered_contents.h"
 
 namespace vantrell::changes {
 
@@ -19,7 +19,7 @@ namespace {
 namespace fs = std::filesystem;
 
 // Beside the patches; lists are entries that end with NUL: paths, or a mode, a blank and a path.
-constexpr std::string_view announcedList = "announced.list";
+constexpr std::string_view intentToAddList = "announced.list";
 constexpr std::string_view earlierEmptyFolderList = "empty-folders.list";  // without their modes
 
 /// A repository inside the project is somebody's work of its own; it comes along while it is small.
@@ -53,45 +53,47 @@ std::vector<std::string> readList(const std::string& path) {
   return list.parts();
 }
 
-/// Commands of the user's own would make of a diff what no patch is. There is no configuration that
-/// takes them back, so where there are some they are refused by option.
-std::vector<std::string> diffCommand(const PatchGit& git) {
-  std::vector<std::string> command{"diff", "--binary"};
-  const GitResult found = git.look(
-      {"config", "--name-only", "--get-regexp", R"(^diff\.(external|.*\.(command|textconv))$)"});
-  if (!found.output.empty()) {
-    command.insert(command.end(), {"--no-ext-diff", "--no-textconv"});
-  }
-  return command;
-}
-
 std::string shown(const std::string& path) {
   return fmt::format("\"{}\"", text::repaired(path));
 }
 
 // ---- what patches do not say --------------------------------------------------------------------
 
-TaskSafetyResult<> recordAnnounced(const std::string& folder,
-                                   const std::vector<AnnouncedFile>& files) {
-  std::vector<std::string> entries;
-  for (const auto& each : files) entries.push_back(fmt::format("{} {}", each.mode, each.path));
-  return writeList(inFolder(folder, announcedList), entries);
+/// Whether the copy of a repository has something in it whose Git folder is not in the copy: a
+/// linked worktree. What happens there would happen to the original.
+bool hasGitFolderElsewhere(const std::string& copy) {
+  std::error_code code;
+  for (fs::recursive_directory_iterator entry(copy, code), end; !code && entry != end;
+       entry.increment(code)) {
+    const fs::path& path = entry->path();
+    if (path.filename() != ".git" || isRealFolder(path)) continue;
+    std::string to;
+    if (entry->is_symlink(code)) {
+      to = fs::read_symlink(path, code);
+    } else {
+      constexpr std::string_view key = "gitdir: ";
+      to = files::read(path, 1 << 16).value_or("");
+      if (to.starts_with(key)) to.erase(0, key.size());
+    }
+    if (!pathInside(copy, path.parent_path().native().substr(copy.size()) + "/" + to) ||
+        to.starts_with('/')) {
+      return true;
+    }
+  }
+  return false;
 }
 
-std::vector<AnnouncedFile> readAnnounced(const std::string& folder) {
-  std::vector<AnnouncedFile> files;
-  for (const auto& each : readList(inFolder(folder, announcedList))) {
-    const auto blank = each.find_first_not_of("01234567");
-    if (blank == each.npos || each[blank] != ' ') continue;
-    files.push_back({each.substr(0, blank), each.substr(blank + 1)});
-  }
-  return files;
+TaskSafetyResult<> recordIntentsToAdd(const std::string& folder,
+                                      const std::vector<IntentToAddFile>& files) {
+  std::vector<std::string> entries;
+  for (const auto& each : files) entries.push_back(fmt::format("{} {}", each.mode, each.path));
+  return writeList(inFolder(folder, intentToAddList), entries);
 }
 
 /// Folders that files were deleted from and that are empty now.
 TaskSafetyResult<std::vector<std::string>> foldersOfDeleted(const PatchGit& git) {
   const auto deleted =
-      git.need({"diff", "--name-only", "--diff-filter=D", "--no-ext-diff", "--relative", "-z"});
+      git.queryOrFail({"diff", "--name-only", "--diff-filter=D", "--relative", "-z"});
   if (!deleted) return std::unexpected(deleted.error());
   std::vector<std::string> folders;
   for (const auto& path : deleted->parts()) {
@@ -112,8 +114,8 @@ TaskSafetyResult<std::vector<std::string>> foldersOfDeleted(const PatchGit& git)
 }
 
 /// Collects the empty folders in and below `folder`, and says what is no file.
-void findEmptyFolders(const std::string& root, const std::string& folder, const WorkBudget& budget,
-                      std::size_t& left, std::vector<std::string>& found, SafetyNotes& notes) {
+void addEmptyFolders(const std::string& root, const std::string& folder, const WorkBudget& budget,
+                     std::size_t& left, std::vector<std::string>& found, SafetyNotes& notes) {
   std::error_code code;
   bool isEmpty = true;
   const std::string path = inFolder(root, folder);
@@ -129,7 +131,7 @@ void findEmptyFolders(const std::string& root, const std::string& folder, const 
     const std::string name = inFolder(folder, entry->path().filename().native());
     const auto type = entry->symlink_status(code).type();
     if (type == fs::file_type::directory && !isRepository(entry->path())) {
-      findEmptyFolders(root, name, budget, left, found, notes);
+      addEmptyFolders(root, name, budget, left, found, notes);
     } else if (type == fs::file_type::fifo || type == fs::file_type::socket) {
       notes.push_back(fmt::format("{} is no file and is not kept.", shown(name)));
     }
@@ -137,48 +139,22 @@ void findEmptyFolders(const std::string& root, const std::string& folder, const 
   if (isEmpty && !code) found.push_back(folder);
 }
 
-TaskSafetyResult<> recordEmptyFolders(const PatchGit& git, const std::string& folder,
-                                      std::vector<std::string> folders, const WorkBudget& budget,
-                                      SafetyNotes& notes) {
-  const auto listed = git.need({"ls-files", "--others", "--directory", "--exclude-standard", "-z"});
-  if (!listed) return std::unexpected(listed.error());
-  std::ranges::move(listed->parts(), std::back_inserter(folders));
-  std::vector<std::string> empty;
-  std::size_t left = entriesToVisit;
-  for (const auto& each : folders) {
-    if (!each.ends_with('/')) continue;
-    const std::string name = each == "./" ? "." : each.substr(0, each.size() - 1);
-    if (name != "." && isRepository(inFolder(git.path(), name))) continue;
-    findEmptyFolders(git.path(), name, budget, left, empty, notes);
-  }
-  std::erase(empty, ".");
-  const std::string kept = inFolder(folder, emptyFolderTree);
-  if (empty.empty()) return {};
-  if (auto made = secureDirectory(kept); !made) return made;
-  for (const auto& each : empty) {
-    auto made = makeParents(kept, each + "/", false, git.path());
-    if (!made) return made;
-  }
-  return {};
-}
-
 }  // namespace
 
 // ---- recording ----------------------------------------------------------------------------------
 
 TaskSafetyResult<> recordPatches(const PatchGit& git, const std::string& folder) {
-  const auto diff = diffCommand(git);
-  auto stagedDiff = diff;
-  stagedDiff.insert(stagedDiff.begin() + 2, {"--cached", "HEAD"});
+  const std::vector<std::string> diff{"diff", "--binary"};
   const std::string working = inFolder(folder, workingPatch);
   if (auto written = git.write(diff, working); !written) return written;
-  if (auto written = git.write(stagedDiff, inFolder(folder, stagedPatch)); !written) return written;
+  auto written = git.write({"diff", "--binary", "--cached", "HEAD"}, inFolder(folder, stagedPatch));
+  if (!written) return written;
   if (sizeOf(working) == 0) return {};
 
-  const auto announced = announcedFiles(git);
-  if (!announced) return std::unexpected(announced.error());
-  if (auto kept = recordAnnounced(folder, *announced); !kept) return kept;
-  const auto gone = goneFiles(git, *announced);
+  const auto intended = intentToAddFiles(git);
+  if (!intended) return std::unexpected(intended.error());
+  if (auto kept = recordIntentsToAdd(folder, *intended); !kept) return kept;
+  const auto gone = goneFiles(git, *intended);
   if (!gone) return std::unexpected(gone.error());
   if (gone->empty()) return {};
   const OwnFolder scratch;
@@ -188,19 +164,11 @@ TaskSafetyResult<> recordPatches(const PatchGit& git, const std::string& folder)
   return git.write(diff, working, {.environment = {{"GIT_INDEX_FILE", index}}});
 }
 
-TaskSafetyResult<> tryPatches(const PatchGit& git, const std::string& folder,
-                              const std::string& revision, const GitOptions& ownIndex,
-                              const std::function<TaskSafetyResult<>()>& afterEach) {
-  if (auto read = git.change({"read-tree", revision}, ownIndex); !read) return read;
-  if (auto done = afterEach(); !done) return done;
-  for (const auto name : {stagedPatch, workingPatch}) {
-    const std::string patch = inFolder(folder, name);
-    if (sizeOf(patch) == 0) continue;
-    auto applied = git.change({"apply", "--cached", "--whitespace=nowarn", patch}, ownIndex);
-    if (!applied) return applied;
-    if (auto done = afterEach(); !done) return done;
-  }
-  return {};
+TaskSafetyResult<> applyToIndex(const PatchGit& git, const std::string& folder,
+                                std::string_view patch, const GitOptions& index) {
+  const std::string file = inFolder(folder, patch);
+  if (sizeOf(file) == 0) return {};
+  return git.modify({"apply", "--cached", "--whitespace=nowarn", file}, index);
 }
 
 TaskSafetyResult<> provePatches(const PatchGit& git, const std::string& folder,
@@ -210,9 +178,11 @@ TaskSafetyResult<> provePatches(const PatchGit& git, const std::string& folder,
   }
   const OwnFolder scratch;
   if (auto made = secureDirectory(scratch.path()); !made) return made;
-  auto fits = tryPatches(git, folder, revision,
-                         {.environment = {{"GIT_INDEX_FILE", inFolder(scratch.path(), "index")}}},
-                         [] { return TaskSafetyResult<>(); });
+  const GitOptions index{.environment = {{"GIT_INDEX_FILE", inFolder(scratch.path(), "index")}}};
+  auto fits = git.modify({"read-tree", revision}, index);
+  for (const auto patch : {stagedPatch, workingPatch}) {
+    if (fits) fits = applyToIndex(git, folder, patch, index);
+  }
   if (!fits) {
     fits.error().message =
         fmt::format("The changes could not be brought back: {}", fits.error().message);
@@ -222,21 +192,61 @@ TaskSafetyResult<> provePatches(const PatchGit& git, const std::string& folder,
 
 TaskSafetyResult<> recordRest(const PatchGit& git, const std::string& folder, WorkBudget& budget,
                               SafetyNotes& notes) {
-  const bool hasUnstaged = sizeOf(inFolder(folder, workingPatch)) > 0;
-  std::vector<std::string> folders;
-  if (hasUnstaged) {
-    auto found = foldersOfDeleted(git);
-    if (!found) return std::unexpected(found.error());
-    folders = std::move(*found);
+  // Also files that are changed for git's status and have no difference: their filter leaves out
+  // what is new.
+  std::set<std::string> changed;
+  for (const auto& command : {std::vector<std::string>{"diff-index", "--cached", "HEAD"},
+                              std::vector<std::string>{"diff-files"}}) {
+    auto words = command;
+    words.insert(words.begin() + 1,
+                 {"--name-only", "--diff-filter=d", "--ignore-submodules=all", "--relative", "-z"});
+    const auto listed = git.queryOrFail(std::move(words));
+    if (!listed) return std::unexpected(listed.error());
+    std::ranges::move(listed->parts(), std::inserter(changed, changed.end()));
   }
-  if (hasUnstaged || sizeOf(inFolder(folder, stagedPatch)) > 0) {
-    const auto changed = git.need({"diff", "--name-only", "--no-ext-diff", "--diff-filter=d",
-                                   "--ignore-submodules=all", "--relative", "-z", "HEAD"});
-    if (!changed) return std::unexpected(changed.error());
-    auto kept = recordExactBytes(git, changed->parts(), inFolder(folder, exactFolder), budget);
-    if (!kept) return kept;
+  auto kept = recordUnfilteredContents(git, {changed.begin(), changed.end()},
+                                       inFolder(folder, unfilteredFolder), budget);
+  if (!kept) return kept;
+  const auto empty = findEmptyFolders(git, budget, notes);
+  if (!empty) return std::unexpected(empty.error());
+  if (empty->empty()) return {};
+  const std::string tree = inFolder(folder, emptyFolderTree);
+  if (auto made = secureDirectory(tree); !made) return made;
+  for (const auto& each : *empty) {
+    if (auto made = makeParents(tree, each + "/", git.path()); !made) return made;
   }
-  return recordEmptyFolders(git, folder, std::move(folders), budget, notes);
+  return {};
+}
+
+TaskSafetyResult<std::vector<std::string>> findEmptyFolders(const PatchGit& git,
+                                                            const WorkBudget& budget,
+                                                            SafetyNotes& notes) {
+  auto folders = foldersOfDeleted(git);
+  if (!folders) return folders;
+  const auto listed =
+      git.queryOrFail({"ls-files", "--others", "--directory", "--exclude-standard", "-z"});
+  if (!listed) return std::unexpected(listed.error());
+  std::ranges::move(listed->parts(), std::back_inserter(*folders));
+  std::vector<std::string> empty;
+  std::size_t left = entriesToVisit;
+  for (const auto& each : *folders) {
+    if (!each.ends_with('/')) continue;
+    const std::string name = each == "./" ? "." : each.substr(0, each.size() - 1);
+    if (name != "." && isRepository(inFolder(git.path(), name))) continue;
+    addEmptyFolders(git.path(), name, budget, left, empty, notes);
+  }
+  std::erase(empty, ".");
+  return empty;
+}
+
+std::vector<IntentToAddFile> readIntentsToAdd(const std::string& folder) {
+  std::vector<IntentToAddFile> files;
+  for (const auto& each : readList(inFolder(folder, intentToAddList))) {
+    const auto blank = each.find_first_not_of("01234567");
+    if (blank == each.npos || each[blank] != ' ') continue;
+    files.push_back({each.substr(0, blank), each.substr(blank + 1)});
+  }
+  return files;
 }
 
 std::vector<std::string> emptyFolders(const std::string& folder) {
@@ -254,7 +264,7 @@ std::vector<std::string> emptyFolders(const std::string& folder) {
 
 TaskSafetyResult<std::size_t> copyUntracked(const PatchGit& git, const std::string& target,
                                             WorkBudget& budget, SafetyNotes& notes) {
-  const auto listed = git.need({"ls-files", "--others", "--exclude-standard", "-z"});
+  const auto listed = git.queryOrFail({"ls-files", "--others", "--exclude-standard", "-z"});
   if (!listed) return std::unexpected(listed.error());
   const auto paths = listed->parts();
   if (paths.empty()) return 0;
@@ -272,7 +282,7 @@ TaskSafetyResult<std::size_t> copyUntracked(const PatchGit& git, const std::stri
     const auto from = pathInside(git.path(), relative);
     const auto to = pathInside(target, relative);
     if (!from || !to) continue;
-    if (auto made = makeParents(target, relative, false, git.path()); !made) {
+    if (auto made = makeParents(target, relative, git.path()); !made) {
       return std::unexpected(made.error());
     }
     if (isRealFolder(*to) && fs::is_symlink(fs::symlink_status(*from, ignored))) {
@@ -285,12 +295,17 @@ TaskSafetyResult<std::size_t> copyUntracked(const PatchGit& git, const std::stri
       }
       continue;
     }
-    // Cleaning spares a repository of its own, so nothing is lost where it does not come along.
+    if (!isRealFolder(*from + "/.git")) {
+      notes.push_back(
+          fmt::format("{} has its Git folder elsewhere and is not kept.", shown(relative)));
+      continue;
+    }
+    // A restore spares a repository of its own, so nothing is lost if it does not come along.
     const WorkBudget most{.deadline = budget.deadline,
                           .files = std::min(nestedFiles, budget.files.value_or(nestedFiles)),
                           .bytes = std::min(nestedBytes, budget.bytes.value_or(nestedBytes))};
     WorkBudget left = most;
-    if (!copyItem(*from, *to, left)) {
+    if (!copyItem(*from, *to, left) || hasGitFolderElsewhere(*to)) {
       fs::remove_all(*to, ignored);
       notes.push_back(
           fmt::format("{} is a repository of its own and is not kept.", shown(relative)));
@@ -300,66 +315,6 @@ TaskSafetyResult<std::size_t> copyUntracked(const PatchGit& git, const std::stri
     if (budget.bytes) *budget.bytes -= *most.bytes - *left.bytes;
   }
   return paths.size();
-}
-
-// ---- and back -----------------------------------------------------------------------------------
-
-TaskSafetyResult<> applyPatches(const PatchGit& git, const std::string& folder) {
-  const std::string staged = inFolder(folder, stagedPatch);
-  if (sizeOf(staged) > 0) {
-    auto applied = git.change({"apply", "--index", "--whitespace=nowarn", staged});
-    if (!applied) return applied;
-  }
-  const std::string working = inFolder(folder, workingPatch);
-  if (sizeOf(working) == 0) return {};
-  return git.change({"apply", "--whitespace=nowarn", working});
-}
-
-TaskSafetyResult<> copyDirectoryContents(const std::string& source, const std::string& target,
-                                         SafetyNotes& notes) {
-  std::error_code code;
-  WorkBudget budget;
-  fs::recursive_directory_iterator entry(source, code);
-  if (code) return {};
-  for (const fs::recursive_directory_iterator end; !code && entry != end; entry.increment(code)) {
-    const std::string relative = entry->path().native().substr(source.size() + 1);
-    const std::string place = inFolder(target, relative);
-    std::error_code ignored;
-    const bool isFolder = entry->symlink_status(ignored).type() == fs::file_type::directory;
-    auto made = makeParents(target, relative + (isFolder ? "/" : ""), true, source);
-    if (!made) return made;
-    if (isFolder && !isRepository(entry->path())) continue;
-    if (isFolder) {
-      entry.disable_recursion_pending();
-      if (isRepository(place)) {
-        notes.push_back(
-            fmt::format("{} is a repository of its own and stays as it is.", shown(relative)));
-        continue;
-      }
-    }
-    // Not what is in a folder there: it has been cleared of what is saved, the rest is not ours.
-    fs::remove(place, ignored);
-    if (auto copied = copyItem(entry->path(), place, budget); !copied) return copied;
-  }
-  if (code) {
-    return std::unexpected(TaskSafetyError::filesFailed(
-        fmt::format("Could not read the folder {}: {}", source, code.message())));
-  }
-  return {};
-}
-
-TaskSafetyResult<> applyRest(const PatchGit& git, const std::string& folder) {
-  SafetyNotes notes;
-  const std::string exact = inFolder(folder, exactFolder);
-  if (standsAt(exact)) {
-    if (auto copied = copyDirectoryContents(exact, git.path(), notes); !copied) return copied;
-  }
-  for (const auto& each : emptyFolders(folder)) {
-    if (!pathInside(git.path(), each)) continue;
-    const std::string kept = inFolder(folder, emptyFolderTree);
-    if (auto made = makeParents(git.path(), each + "/", false, kept); !made) return made;
-  }
-  return announce(git, readAnnounced(folder));
 }
 
 }  // namespace vantrell::changes

@@ -4,10 +4,10 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <vector>
 
+#include "project/intent_to_add_files.h"
 #include "project/patch_git.h"
 #include "project/task_safety_error.h"
 #include "project/tree_copy.h"
@@ -22,17 +22,16 @@ namespace changes {
 inline constexpr std::string_view workingPatch = "working.patch";
 inline constexpr std::string_view stagedPatch = "staged.patch";
 inline constexpr std::string_view untrackedFolder = "untracked";
-inline constexpr std::string_view exactFolder = "exact";  // see exact_bytes.h
+inline constexpr std::string_view unfilteredFolder = "exact";  // see unfiltered_contents.h
 /// The empty folders, with their modes.
 inline constexpr std::string_view emptyFolderTree = "empty-folders";
 
-/// Writes both patches, and where there are some, the files that were announced and not staged.
+/// Writes both patches, and where there are some, the files with an intent to add.
 TaskSafetyResult<> recordPatches(const PatchGit& git, const std::string& folder);
-/// Applies the patches to an index of the caller's own, that of the revision, which `ownIndex`
-/// names; touches nothing else. `afterEach` runs on the revision's index and after each patch.
-TaskSafetyResult<> tryPatches(const PatchGit& git, const std::string& folder,
-                              const std::string& revision, const GitOptions& ownIndex,
-                              const std::function<TaskSafetyResult<>()>& afterEach);
+/// Applies one of the patches to an index of the caller's own, which the options name; touches
+/// nothing else.
+TaskSafetyResult<> applyToIndex(const PatchGit& git, const std::string& folder,
+                                std::string_view patch, const GitOptions& index);
 /// Whether the patches go onto the revision: what does not come back is no checkpoint.
 TaskSafetyResult<> provePatches(const PatchGit& git, const std::string& folder,
                                 const std::string& revision);
@@ -41,22 +40,20 @@ TaskSafetyResult<> provePatches(const PatchGit& git, const std::string& folder,
 TaskSafetyResult<> recordRest(const PatchGit& git, const std::string& folder, WorkBudget& budget,
                               SafetyNotes& notes);
 
+/// The folders of the project that have nothing in them and are not ignored.
+TaskSafetyResult<std::vector<std::string>> findEmptyFolders(const PatchGit& git,
+                                                            const WorkBudget& budget,
+                                                            SafetyNotes& notes);
 /// The empty folders that recordRest() noted.
 std::vector<std::string> emptyFolders(const std::string& folder);
+
+/// The files with an intent to add that recordPatches() noted.
+std::vector<IntentToAddFile> readIntentsToAdd(const std::string& folder);
 
 /// Copies the untracked, not ignored files. Answers how many there are, those left out included.
 /// The target folder is made when there is one. A file that is there already stays as it is.
 TaskSafetyResult<std::size_t> copyUntracked(const PatchGit& git, const std::string& target,
                                             WorkBudget& budget, SafetyNotes& notes);
-
-/// Applies the patches, the staged one first: the other is relative to it. Empty ones are skipped.
-TaskSafetyResult<> applyPatches(const PatchGit& git, const std::string& folder);
-/// Copies what is below `source` over the files and empty folders that stand at its places in
-/// `target`. A repository below it is left as it is where it still stands.
-TaskSafetyResult<> copyDirectoryContents(const std::string& source, const std::string& target,
-                                         SafetyNotes& notes);
-/// What recordRest() wrote, and the announced files.
-TaskSafetyResult<> applyRest(const PatchGit& git, const std::string& folder);
 
 }  // namespace changes
 }  // namespace vantrell

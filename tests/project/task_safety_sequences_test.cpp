@@ -1,16 +1,38 @@
 // Random edits, a checkpoint, more edits, a restore: everything is as it was. And back again, by
-// the recovery checkpoint. The number of sequences and the first seed come from the environment,
-// for ./test safety.
+// the recovery checkpoint, also after the restore was killed at some step. There are submodules
+// with and without content, hooks that fail or write, filters that strip or cannot run, and
+// read-only folders. The number of sequences and the first seed come from the environment, for
+// ./test safety.
+#include <array>
+#include <csignal>
+#include <dlfcn.h>
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <map>
 #include <random>
+#include <spawn.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "platform/files/files.h"
 #include "platform/text/text.h"
 #include "project/task_safety_service.h"
 #include "support/git_repository.h"
+
+namespace {
+
+/// A restore in a process of its own is killed at this one of its renames; 0 is not at all.
+int stepsToLive = 0;
+
+}  // namespace
+
+extern "C" int rename(const char* from, const char* to) noexcept {
+  if (stepsToLive > 0 && --stepsToLive == 0) raise(SIGKILL);
+  static const auto real = reinterpret_cast<int (*)(const char*, const char*)>(  // NOLINT
+      dlsym(RTLD_NEXT, "rename"));
+  return real(from, to);
+}
 
 namespace vantrell::tests {
 
@@ -51,6 +73,25 @@ Tree treeOf(const std::string& root, bool asGitSeesIt) {
   return tree;
 }
 
+/// Modes do not hold an administrator back.
+class AsOrdinaryUser {
+ public:
+  AsOrdinaryUser() {
+    if (getuid() == 0) isOrdinary_ = seteuid(65534) == 0;
+    environment_.set("HOME", "/nonexistent");
+    environment_.set("XDG_CONFIG_HOME", "/nonexistent");
+  }
+  ~AsOrdinaryUser() {
+    if (isOrdinary_) (void)!seteuid(0);
+  }
+  AsOrdinaryUser(const AsOrdinaryUser&) = delete;
+  AsOrdinaryUser& operator=(const AsOrdinaryUser&) = delete;
+
+ private:
+  Environment environment_;
+  bool isOrdinary_ = false;
+};
+
 class Sequence {
   using Paths = std::set<std::string>;
 
@@ -58,16 +99,26 @@ class Sequence {
   explicit Sequence(int seed)
       : random_(static_cast<unsigned>(seed)),
         isPart_(seed % 3 == 0),
-        convertsLineEnds_(seed % 5 == 0) {
+        convertsLineEnds_(seed % 5 == 0),
+        hasSubmodules_(seed % 4 == 0),
+        hasFilters_(seed % 7 == 0) {
     project_ = isPart_ ? repository_.folder("part of it") : repository_.path();
     if (seed % 2 == 0) configureAgainstUs();
     if (convertsLineEnds_) repository_.git({"config", "core.autocrlf", "true"});
     repository_.file(".gitignore", "*.log\nout/\n");
     repository_.file("outside/kept", "one\n");
     for (int i = 0; i < 8; ++i) writeSomething(name());
+    if (hasFilters_) addFilters();
     repository_.commit();
+    if (hasSubmodules_) addSubmodules();
     git({"config", "core.safecrlf", "false"});
+    for (const auto* hook : {"post-checkout", "post-index-change"}) {
+      repository_.program(
+          std::string(".git/hooks/") + hook,
+          seed % 3 == 1 ? "#!/bin/sh\nexit 2\n" : "#!/bin/sh\ncd \"$GIT_DIR/..\"; echo made > a\n");
+    }
   }
+  ~Sequence() { lockFolders(0755); }
 
   void run() {
     edits(6 + below(10));
@@ -91,8 +142,11 @@ class Sequence {
     const auto everything = outside();
     show("second");
     const auto recovery = capture();
-
+    if (below(5) == 0) return killAndGoBack(checkpoint, recovery, second, secondIndex);
+    const bool isMissing = hasFilters_ && below(2) == 0;
+    if (isMissing) repository_.git({"config", "filter.box.smudge", "/no/such/program"});
     const auto restored = service().restore(checkpoint, project_, &recovery);
+    if (isMissing) repository_.git({"config", "filter.box.smudge", "cat"});
     EXPECT_EQ(outside(), everything);
     if (!restored) {
       EXPECT_FALSE(restored.error().mayHaveChangedFiles) << restored.error().description();
@@ -113,7 +167,12 @@ class Sequence {
              isIgnoredFolder(entry.first, entry.second);
     });
     EXPECT_EQ(now, expected);
+    goBack(recovery, second, secondIndex);
+  }
 
+ private:
+  void goBack(const WorkspaceCheckpoint& recovery, const Tree& second,
+              const std::string& secondIndex) {
     const auto before = capture();
     const auto undone = service().restore(recovery, project_, &before);
     ASSERT_TRUE(undone || !undone.error().mayHaveChangedFiles) << undone.error().description();
@@ -129,8 +188,27 @@ class Sequence {
           << (found == back.end() ? "gone" : found->second);
     }
   }
-
- private:
+  /// In a process of its own, which dies at some step; what it leaves is in nobody's way.
+  void killAndGoBack(const WorkspaceCheckpoint& checkpoint, const WorkspaceCheckpoint& recovery,
+                     const Tree& second, const std::string& secondIndex) {
+    Environment environment;
+    environment.set("VANTRELL_KILL", fmt::format("{}\n{}\n{}\n{}\n{}\n{}", 1 + below(40),
+                                                 support_.path(), project_, checkpoint.archivePath,
+                                                 *checkpoint.baseRevision, recovery.archivePath));
+    std::array<std::string, 3> words{"sequences", "--gtest_also_run_disabled_tests",
+                                     "--gtest_filter=*DISABLED_DiesInARestore"};
+    std::array<char*, 4> arguments{words[0].data(), words[1].data(), words[2].data(), nullptr};
+    pid_t child = 0;
+    int status = 0;
+    ASSERT_EQ(posix_spawn(&child, "/proc/self/exe", nullptr, nullptr, arguments.data(), environ),
+              0);
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFSIGNALED(status) || WEXITSTATUS(status) == 0) << status;
+    goBack(recovery, second, secondIndex);
+    for (const auto& name : repository_.names(".git")) {
+      EXPECT_FALSE(name.starts_with("vantrell") || name == "index.lock") << name;
+    }
+  }
   TaskSafetyService service() const { return TaskSafetyService(support_.path()); }
   WorkspaceCheckpoint capture() const {
     const auto captured = service().captureCheckpoint({.workspaceID = Uuid::random(),
@@ -146,7 +224,15 @@ class Sequence {
 
   /// A file that git took for unchanged comes back as git writes it, with its line ends; only what
   /// a restore writes over is saved with its own.
-  Tree tree() const { return treeOf(project_, convertsLineEnds_); }
+  /// The same holds for what a filter takes out, and what is in a submodule is not ours.
+  Tree tree() const {
+    Tree tree = treeOf(project_, convertsLineEnds_);
+    std::erase_if(tree, [&](const auto& entry) {
+      return (hasFilters_ && entry.first == "a") || entry.first.starts_with("module/") ||
+             entry.first.starts_with("no module/");
+    });
+    return tree;
+  }
   /// To find out about a sequence that failed.
   void show(std::string_view when) const {
     if (!getenv("VANTRELL_SAFETY_SHOW")) return;
@@ -266,9 +352,54 @@ class Sequence {
   void tryGit(std::vector<std::string> arguments) const { runGit(project_, std::move(arguments)); }
 
   void edits(int count) {
+    lockFolders(0755);
     while (count-- > 0) edit();
+    if (below(3) == 0) lockFolders(0555);
+  }
+  void lockFolders(mode_t mode) const {
+    // From above, so that those below can be seen; a folder may still be passed when it is closed.
+    for (const auto* each : {"d", "d/e", "e", "e/m", "out"}) {
+      struct stat info{};
+      if (lstat(at(each).c_str(), &info) == 0 && S_ISDIR(info.st_mode))
+        chmod(at(each).c_str(), mode);
+    }
+  }
+  void addSubmodules() const {
+    const std::string module = project_ + "/module";
+    fs::create_directory(module);
+    git({"init", "--quiet", module});
+    std::ofstream(module + "/inside") << "theirs";
+    GitRepository::git(module, {"add", "inside"});
+    GitRepository::git(module, {"commit", "--quiet", "-m", "One"});
+    git({"add", "module"});
+    fs::create_directory(project_ + "/no module");
+    const std::string head = runGit(project_, {"rev-parse", "HEAD"}).text();
+    const std::string prefix = runGit(project_, {"rev-parse", "--show-prefix"}).text();
+    git({"update-index", "--add", "--cacheinfo", "160000," + head + "," + prefix + "no module"});
+    git({"commit", "--quiet", "-m", "Submodules"});
+  }
+  void addFilters() const {
+    repository_.file(".gitattributes", "a filter=strip -text\nlink filter=box -text\n");
+    for (const auto& [key, value] :
+         std::map<std::string, std::string>{{"strip.clean", "sed '/line 3/d'"},
+                                            {"box.clean", "cat"},
+                                            {"box.smudge", "cat"},
+                                            {"box.required", "true"}}) {
+      repository_.git({"config", "filter." + key, value});
+    }
+  }
+  void editSubmodules() {
+    const std::string one = below(2) == 0 ? "module" : "no module";
+    switch (below(5)) {
+      case 0: return remove(one);
+      case 1: remove(one); return static_cast<void>(std::ofstream(at(one)) << "a file");
+      case 2: return tryGit({"rm", "--quiet", "--cached", "--", one});
+      case 3: return tryGit({"add", "--", one});
+      default: return tryGit({"reset", "--quiet", "--", one});
+    }
   }
   void edit() {
+    if (hasSubmodules_ && below(5) == 0) return editSubmodules();
     const std::string one = name();
     switch (below(16)) {
       case 0:
@@ -329,15 +460,32 @@ class Sequence {
     repository_.file(".git/info/attributes", "a diff=up\n");
   }
 
+  AsOrdinaryUser user_;
   std::mt19937 random_;
   const bool isPart_;
   const bool convertsLineEnds_;
+  const bool hasSubmodules_;
+  const bool hasFilters_;
   GitRepository repository_;
   TemporaryFolder support_;
   std::string project_;
 };
 
 }  // namespace
+
+/// The process that killAndGoBack() starts.
+TEST(TaskSafetySequences, DISABLED_DiesInARestore) {
+  const std::string request = getenv("VANTRELL_KILL");
+  const auto parts = text::split(request, '\n');
+  const auto part = [&](std::size_t i) { return std::string(parts.at(i)); };
+  WorkspaceCheckpoint checkpoint;
+  checkpoint.archivePath = part(3);
+  checkpoint.baseRevision = part(4);
+  WorkspaceCheckpoint recovery;
+  recovery.archivePath = part(5);
+  stepsToLive = std::stoi(part(0));
+  EXPECT_TRUE(TaskSafetyService(part(1)).restore(checkpoint, part(2), &recovery));
+}
 
 TEST(TaskSafetySequences, EverythingComesBackByteForByte) {
   const int count = fromEnvironment("VANTRELL_SAFETY_SEQUENCES", 12);

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "shell/task_records.h"
+#include "support/task_records.h"
 
 namespace vantrell::shell {
 namespace {

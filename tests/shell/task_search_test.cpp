@@ -2,8 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include "shell/task_records.h"
-#include "shell/terminal/task_list.h"
+#include "support/task_records.h"
 
 namespace vantrell::shell {
 namespace {
@@ -85,27 +84,6 @@ TEST_F(TaskSearch, EntriesGoByWhatTellsThemApart) {
   std::vector<std::string> ids;
   for (const auto& entry : task.entries) ids.push_back(shortEntryID(task, entry));
   EXPECT_THAT(ids, ElementsAre("call_abcdefg1", "call_abcdefg2", "12345678", "short"));
-}
-
-TEST(TaskList, PinnedFirstThenTheNewest) {
-  auto pinned = taskWithID("00000001", "pinned", Date(1));
-  pinned.isPinned = true;
-  auto archived = taskWithID("00000002", "archived", Date(9));
-  archived.isArchived = true;
-  const std::vector<Workspace> workspaces = {
-      projectWith("/a", {taskWithID("00000003", "old", Date(2)), archived}),
-      projectWith("/b", {taskWithID("00000004", "new", Date(3)), pinned})};
-  const auto titles = [&](ArchivedTasks which, std::optional<Uuid> project = std::nullopt) {
-    std::vector<std::string> all;
-    for (const auto& each : listedTasks(workspaces, which, project)) {
-      all.push_back(each.thread->title);
-    }
-    return all;
-  };
-  EXPECT_THAT(titles(ArchivedTasks::leftOut), ElementsAre("pinned", "new", "old"));
-  EXPECT_THAT(titles(ArchivedTasks::only), ElementsAre("archived"));
-  EXPECT_THAT(titles(ArchivedTasks::included), ElementsAre("pinned", "archived", "new", "old"));
-  EXPECT_THAT(titles(ArchivedTasks::included, workspaces[0].id), ElementsAre("archived", "old"));
 }
 
 }  // namespace

@@ -2,53 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/text/text.h"
-
 namespace vantrell::shell {
 namespace {
-
-TEST(TerminalText, NothingThatDrivesATerminalGetsThrough) {
-  const std::vector<std::pair<std::string, std::string>> cases = {
-      {"plain\ttext\n", "plain\ttext\n"},
-      {"für 日本 👍🏽", "für 日本 👍🏽"},
-      {"\x1b[2J\x1b]0;title\x07", "␛[2J␛]0;title␇"},
-      {std::string("a\0b", 3), "a␀b"},
-      {"a\x7f", "a␡"},
-      {"one\r\ntwo", "one\ntwo"},
-      {"hidden\rshown", "hidden␍shown"},
-      {"back\b\b", "back␈␈"},
-      {"\xC2\x9B\x32J", "<U+009B>2J"},  // the one-character form of ESC [
-      {"\xE2\x80\xAE"
-       "evil",
-       "<U+202E>evil"},  // right-to-left override
-      {"\xE2\x81\xA6", "<U+2066>"},
-      {"\xE2\x80\xA8", "<U+2028>"},
-      {"\x9B\xFF", "\xEF\xBF\xBD\xEF\xBF\xBD"},
-  };
-  for (const auto& [given, expected] : cases) EXPECT_EQ(sanitized(given), expected);
-}
-
-TEST(TerminalText, NoByteSequenceLeavesAControlCharacter) {
-  std::string all;
-  for (int first = 0; first < 256; ++first) {
-    for (int second = 0; second < 256; ++second) {
-      all += static_cast<char>(first);
-      all += static_cast<char>(second);
-    }
-  }
-  const std::string clean = sanitized(all);
-  EXPECT_TRUE(text::isValidUtf8(clean));
-  EXPECT_FALSE(std::ranges::any_of(clean, [](char byte) {
-    return byte == '\x7f' || (byte >= 0 && byte < ' ' && byte != '\n' && byte != '\t');
-  }));
-  for (int control = 0x80; control < 0xA0; ++control) {
-    EXPECT_EQ(clean.find(std::string{'\xC2', static_cast<char>(control)}), std::string::npos);
-  }
-}
-
-TEST(TerminalText, OneLineStaysOneLine) {
-  EXPECT_EQ(onOneLine("  rm -rf\n\t/x\x1b "), "rm -rf  /x␛");
-}
 
 TEST(TerminalText, CutsToWhatSurelyFits) {
   EXPECT_EQ(fitted("exactly", 7), "exactly");
@@ -56,14 +11,6 @@ TEST(TerminalText, CutsToWhatSurelyFits) {
   EXPECT_EQ(fitted("日本語", 6), "日本語");
   EXPECT_EQ(fitted("日本語", 5), "日…");
   EXPECT_EQ(fitted("", 3), "");
-}
-
-TEST(TerminalText, CountsTheLinesThatItLeavesOut) {
-  using Lines = std::vector<std::string>;
-  EXPECT_EQ(boundedLines("", 3), Lines{});
-  EXPECT_EQ(boundedLines("a\nb\n\n", 3), (Lines{"a", "b"}));
-  EXPECT_EQ(boundedLines("a\nb\nc\nd", 3), (Lines{"a", "b", "c", "d"}));
-  EXPECT_EQ(boundedLines("a\nb\nc\nd\ne", 3), (Lines{"a", "b", "c", "… 2 more lines"}));
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "platform/text/text.h"
-#include "shell/terminal/task_words.h"
 
 namespace vantrell::shell {
 namespace {
@@ -60,19 +59,6 @@ TEST(TextTable, CutTextKeepsItsColumns) {
   for (const auto& each : cases) {
     EXPECT_EQ(cutTo(each.text, each.columns, each.cutsFront), each.cut) << each.text;
   }
-}
-
-TEST(TaskWords, TimesReadAsPeopleSayThem) {
-  const std::vector<std::pair<double, std::string>> cases = {
-      {-5, "just now"},           {59, "just now"},          {60, "1 min ago"},
-      {3599, "59 min ago"},       {3600, "1 h ago"},         {86399, "23 h ago"},
-      {86400, "1 day ago"},       {3 * 86400, "3 days ago"}, {14 * 86400, "2 weeks ago"},
-      {56 * 86400, "2000-11-06"},
-  };
-  for (const auto& [seconds, words] : cases) EXPECT_EQ(ago(Date(-seconds), Date(0)), words);
-  EXPECT_EQ(duration(Seconds(0.4)), "0 s");
-  EXPECT_EQ(duration(Seconds(185)), "3 min 5 s");
-  EXPECT_EQ(duration(Seconds(7800)), "2 h 10 min");
 }
 
 }  // namespace

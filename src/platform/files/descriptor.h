@@ -1,6 +1,7 @@
 // Owns a file descriptor.
 #pragma once
 
+#include <cerrno>
 #include <unistd.h>
 #include <utility>
 
@@ -23,8 +24,12 @@ class Descriptor {
   explicit operator bool() const { return number_ >= 0; }
   int get() const { return number_; }
   int release() { return std::exchange(number_, -1); }
-  void reset() {
-    if (number_ >= 0) ::close(std::exchange(number_, -1));
+  void reset() { close(); }
+  /// False, with errno, when the system reports a late write error.
+  bool close() {
+    const int number = release();
+    // Linux frees the number even when close() was interrupted.
+    return number < 0 || ::close(number) == 0 || errno == EINTR;
   }
 
  private:

@@ -11,6 +11,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "platform/files/descriptor.h"
 #include "platform/files/files_system.h"
 
 namespace vantrell::files {
@@ -86,66 +87,6 @@ std::unexpected<FileError> notRegular(const std::string& path) {
 
 }  // namespace
 
-bool Descriptor::close() {
-  const int number = release();
-  // Linux frees the number even when close() was interrupted.
-  return number < 0 || ::close(number) == 0 || errno == EINTR;
-}
-
-int Descriptor::release() {
-  return std::exchange(number_, -1);
-}
-
-std::unexpected<FileError> failure(std::string_view action, std::string_view path) {
-  return failure(action, path, errno);
-}
-
-std::unexpected<FileError> failure(std::string_view action, std::string_view path, int code) {
-  const std::error_code error(code, std::generic_category());
-  return std::unexpected(
-      FileError{error, fmt::format("Could not {} {}: {}", action, path, error.message())});
-}
-
-bool syncFolderOf(const std::string& path) {
-  const std::string folder = std::filesystem::path(path).parent_path().native();
-  const Descriptor descriptor(
-      open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!descriptor) return errno == EACCES;
-  return fsync(descriptor.number()) == 0 || errno == EINVAL || errno == ENOTSUP;
-}
-
-bool writeAll(int descriptor, std::string_view content) {
-  while (!content.empty()) {
-    const ssize_t written = ::write(descriptor, content.data(), content.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return false;
-    content.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
-}
-
-bool readAll(int descriptor, std::string& content, std::size_t most) {
-  constexpr std::size_t step = std::size_t{64} * 1024;
-  struct stat info{};
-  const bool hasSize = fstat(descriptor, &info) == 0 && S_ISREG(info.st_mode);
-  // One byte more than the size, so that the end is seen without growing.
-  std::size_t room = hasSize ? static_cast<std::size_t>(info.st_size) + 1 : step;
-  while (true) {
-    const std::size_t filled = content.size();
-    if (filled > most) {
-      errno = EFBIG;
-      return false;
-    }
-    if (most - filled < room) room = most - filled + 1;  // the one too many is seen
-    content.resize(filled + room);
-    const ssize_t count = ::read(descriptor, content.data() + filled, room);
-    content.resize(filled + static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return count == 0;
-    room = std::max(step, room - static_cast<std::size_t>(count));
-  }
-}
-
 bool exists(const std::string& path) {
   return !path.contains('\0') && access(path.c_str(), F_OK) == 0;
 }
@@ -167,12 +108,12 @@ Result<std::string> read(const std::string& path, std::size_t most) {
   if (!descriptor && errno == ENXIO)
     return notRegular(path);  // a socket, a device without a driver
   struct stat info{};
-  if (!descriptor || fstat(descriptor.number(), &info) != 0) return failure("read", path);
+  if (!descriptor || fstat(descriptor.get(), &info) != 0) return failure("read", path);
   if (S_ISDIR(info.st_mode)) return failure("read", path, EISDIR);
   if (!S_ISREG(info.st_mode)) return notRegular(path);
   if (static_cast<std::size_t>(info.st_size) > most) return failure("read", path, EFBIG);
   std::string content;
-  if (!readAll(descriptor.number(), content, most)) return failure("read", path);
+  if (!readAll(descriptor.get(), content, most)) return failure("read", path);
   return content;
 }
 
@@ -197,9 +138,9 @@ Result<> writeAtomically(const std::string& path, std::string_view content,
     temporary.keep();  // it is not there, or not ours
     return failure("write", path, code);
   }
-  if (!writeAll(descriptor.number(), content) ||
-      !takeOver(descriptor.number(), isReplacement ? &old : nullptr, mode) ||
-      fsync(descriptor.number()) != 0 || !descriptor.close() ||
+  if (!writeAll(descriptor.get(), content) ||
+      !takeOver(descriptor.get(), isReplacement ? &old : nullptr, mode) ||
+      fsync(descriptor.get()) != 0 || !descriptor.close() ||
       rename(temporary.path().c_str(), target.c_str()) != 0) {
     return failure("write", path);
   }

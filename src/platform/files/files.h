@@ -9,19 +9,12 @@
 #include <string>
 #include <string_view>
 #include <sys/types.h>
-#include <system_error>
 
+#include "platform/files/descriptor.h"
+#include "platform/files/file_error.h"
 #include "platform/values/date.h"
 
 namespace vantrell::files {
-
-/// What the system said, with the path: "Could not write /x/y: No space left on device".
-struct FileError {
-  std::error_code code;
-  std::string description;
-};
-template <typename T = void>
-using Result = std::expected<T, FileError>;
 
 /// The user's home folder: $HOME, else what the user database says.
 std::string homeFolder();
@@ -104,13 +97,10 @@ class LockFile {
     std::optional<FileError> error;  // set when the lock could not be tried at all
   };
   static std::expected<LockFile, Busy> acquire(const std::string& path);
-  LockFile(LockFile&& other) noexcept;
-  LockFile& operator=(LockFile&& other) noexcept;
-  ~LockFile();
 
  private:
-  explicit LockFile(int descriptor) : descriptor_(descriptor) {}
-  int descriptor_ = -1;
+  explicit LockFile(Descriptor descriptor) : descriptor_(std::move(descriptor)) {}
+  Descriptor descriptor_;
 };
 
 }  // namespace vantrell::files

@@ -6,6 +6,8 @@
 #include <unistd.h>
 #include <utility>
 
+#include "platform/files/descriptor.h"
+#include "platform/files/files.h"
 #include "platform/files/files_system.h"
 
 namespace vantrell::files {
@@ -41,32 +43,21 @@ std::expected<LockFile, LockFile::Busy> LockFile::acquire(const std::string& pat
     // A pipe at the path is an error, and not something to wait for.
     Descriptor descriptor(open(path.c_str(), O_RDWR | O_CREAT | O_NONBLOCK | O_CLOEXEC, 0600));
     if (!descriptor) return std::unexpected(cannotLock(path));
-    if (flock(descriptor.number(), LOCK_EX | LOCK_NB) != 0) {
+    if (flock(descriptor.get(), LOCK_EX | LOCK_NB) != 0) {
       if (errno == EINTR) continue;
       if (errno != EWOULDBLOCK) return std::unexpected(cannotLock(path));
-      return std::unexpected(Busy{holderNamedIn(descriptor.number()), std::nullopt});
+      return std::unexpected(Busy{holderNamedIn(descriptor.get()), std::nullopt});
     }
     // Someone removed the file between the two calls: a lock on it would exclude nobody.
-    if (!stillNamed(descriptor.number(), path)) continue;
+    if (!stillNamed(descriptor.get(), path)) continue;
     const std::string holder = std::to_string(getpid()) + "\n";
-    if (fchmod(descriptor.number(), 0600) != 0 || ftruncate(descriptor.number(), 0) != 0 ||
-        !writeAll(descriptor.number(), holder)) {
+    if (fchmod(descriptor.get(), 0600) != 0 || ftruncate(descriptor.get(), 0) != 0 ||
+        !writeAll(descriptor.get(), holder)) {
       return std::unexpected(cannotLock(path));
     }
-    return LockFile(descriptor.release());
+    // The file stays behind: removing it would let two processes lock two files of one name.
+    return LockFile(std::move(descriptor));
   }
-}
-
-LockFile::LockFile(LockFile&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
-
-LockFile& LockFile::operator=(LockFile&& other) noexcept {
-  std::swap(descriptor_, other.descriptor_);
-  return *this;
-}
-
-LockFile::~LockFile() {
-  // The file stays: removing it would let two processes lock two files of one name.
-  if (descriptor_ >= 0) ::close(descriptor_);
 }
 
 }  // namespace vantrell::files

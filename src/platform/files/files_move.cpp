@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "platform/files/dated_name.h"
+#include "platform/files/descriptor.h"
 #include "platform/files/files.h"
 #include "platform/files/files_system.h"
 
@@ -76,7 +77,7 @@ Result<> move(const std::string& from, const std::string& to) {
   // The old one goes for good, so all of the new one must be on the disk first.
   if (!code) {
     const Descriptor volume(open(copy.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!volume || syncfs(volume.number()) != 0) code = {errno, std::generic_category()};
+    if (!volume || syncfs(volume.get()) != 0) code = {errno, std::generic_category()};
   }
   if (!code && !renameToFreeName(copy, to)) code = {errno, std::generic_category()};
   if (code) {
@@ -92,13 +93,13 @@ Result<> copyFile(const std::string& from, const std::string& to, const std::sto
   // The open of a pipe would wait for its other end.
   const Descriptor source(open(from.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   struct stat info{};
-  if (!source || fstat(source.number(), &info) != 0) return failure("copy", from);
+  if (!source || fstat(source.get(), &info) != 0) return failure("copy", from);
   if (!S_ISREG(info.st_mode)) return failure("copy", from, EINVAL);
   Descriptor copy(open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   if (!copy) return failure("copy", from);
-  const bool isWhole = copyContent(source.number(), copy.number(), stop) &&
-                       fchmod(copy.number(), info.st_mode & 07777) == 0 &&
-                       fsync(copy.number()) == 0 && copy.close() && syncFolderOf(to);
+  const bool isWhole = copyContent(source.get(), copy.get(), stop) &&
+                       fchmod(copy.get(), info.st_mode & 07777) == 0 && fsync(copy.get()) == 0 &&
+                       copy.close() && syncFolderOf(to);
   if (isWhole) return {};
   const int code = errno;
   unlink(to.c_str());

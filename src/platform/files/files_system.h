@@ -1,32 +1,15 @@
-// What the parts of files.h share: descriptors that close themselves and the system's errors in
-// words. Any thread.
+// System calls with their errors in words, shared by the functions of files.h. Any thread.
 #pragma once
 
+#include <cstddef>
+#include <expected>
+#include <limits>
 #include <string>
 #include <string_view>
 
-#include "platform/files/files.h"
+#include "platform/files/file_error.h"
 
 namespace vantrell::files {
-
-/// A file descriptor, closed at the end of its life.
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() { close(); }
-
-  int number() const { return number_; }
-  explicit operator bool() const { return number_ >= 0; }
-  /// False, with errno, when the system reports a late write error.
-  bool close();
-  /// Gives the number up without closing it.
-  int release();
-
- private:
-  int number_;
-};
 
 /// "Could not write /x/y: No space left on device". The code defaults to errno.
 std::unexpected<FileError> failure(std::string_view action, std::string_view path);

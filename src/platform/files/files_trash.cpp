@@ -8,6 +8,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/files/descriptor.h"
+#include "platform/files/files.h"
 #include "platform/files/files_system.h"
 #include "platform/text/utf8.h"
 #include "platform/values/url.h"
@@ -125,7 +127,7 @@ bool moveInto(const TrashFolder& trash, const std::string& path, std::string& mo
       return false;
     }
     movedTo = fmt::format("{}/{}", filesFolder, candidate);
-    if (writeAll(info.number(), content) && info.close() && renameToFree(path, movedTo)) {
+    if (writeAll(info.get(), content) && info.close() && renameToFree(path, movedTo)) {
       return true;
     }
     const int code = errno;

@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/http/http_client.h"
+#include "platform/http/http_message.h"
 #include "platform/queues/dispatch.h"
 #include "platform/queues/mailbox.h"
 
@@ -24,7 +24,7 @@ struct HttpSettings {
 
 /// What both ends of a request see.
 struct HttpLink {
-  HttpLink(MainQueue& main, HttpClient::Completion whenComplete, HttpRequest& request)
+  HttpLink(MainQueue& main, HttpCompletion whenComplete, HttpRequest& request)
       : mailbox(std::make_shared<Mailbox>(main)),
         isStreamed(static_cast<bool>(request.onBody)),
         completion(std::move(whenComplete)),
@@ -36,7 +36,7 @@ struct HttpLink {
   std::atomic<bool> isFull = false;  // the main queue is behind
 
   // Main queue. What the callbacks hold is let go of there, too.
-  HttpClient::Completion completion;
+  HttpCompletion completion;
   std::function<void(const HttpResponse&)> onHead;
   std::function<void(std::string)> onBody;
   bool isCancelled = false;

@@ -10,9 +10,9 @@ constexpr int chunksPerStream = 2;
 
 }  // namespace
 
-ProcessChannel::ProcessChannel(SerialQueue queue, Process::Handlers handlers)
+ProcessChannel::ProcessChannel(SerialQueue queue, ProcessHandlers handlers)
     : queue_(std::move(queue)),
-      handlers_(std::make_shared<const Process::Handlers>(std::move(handlers))) {}
+      handlers_(std::make_shared<const ProcessHandlers>(std::move(handlers))) {}
 
 bool ProcessChannel::write(std::string bytes) {
   if (bytes.empty()) return false;
@@ -32,7 +32,7 @@ bool ProcessChannel::closeInput() {
 }
 
 bool ProcessChannel::stop() {
-  std::shared_ptr<const Process::Handlers> handlers;
+  std::shared_ptr<const ProcessHandlers> handlers;
   const std::lock_guard lock(mutex_);
   if (std::exchange(stopped_, true)) return false;
   inputClosed_ = true;
@@ -54,7 +54,7 @@ void ProcessChannel::inputEnded(const ProcessError& error) {
     outgoing_ = {};
   }
   if (unsent_.exchange(0) == 0) return;
-  post([error](const Process::Handlers& handlers) {
+  post([error](const ProcessHandlers& handlers) {
     if (handlers.onWriteError) handlers.onWriteError(error);
   });
 }
@@ -105,7 +105,7 @@ void ProcessChannel::finish() {
   if (handlers_) queue_.post([self = shared_from_this()] { self->releaseHandlers(); });
 }
 
-void ProcessChannel::post(std::function<void(const Process::Handlers&)> call) {
+void ProcessChannel::post(std::function<void(const ProcessHandlers&)> call) {
   const std::lock_guard lock(mutex_);
   if (!handlers_) return;
   queue_.post([self = shared_from_this(), call = std::move(call)] {
@@ -114,12 +114,12 @@ void ProcessChannel::post(std::function<void(const Process::Handlers&)> call) {
 }
 
 /// Breaks circles of handlers that hold their own Process.
-std::shared_ptr<const Process::Handlers> ProcessChannel::releaseHandlers() {
+std::shared_ptr<const ProcessHandlers> ProcessChannel::releaseHandlers() {
   const std::lock_guard lock(mutex_);
   return std::exchange(handlers_, nullptr);
 }
 
-std::shared_ptr<const Process::Handlers> ProcessChannel::liveHandlers() const {
+std::shared_ptr<const ProcessHandlers> ProcessChannel::liveHandlers() const {
   const std::lock_guard lock(mutex_);
   return handlers_;
 }

@@ -10,7 +10,8 @@
 #include <mutex>
 #include <string>
 
-#include "platform/process/process.h"
+#include "platform/process/process_options.h"
+#include "platform/queues/dispatch.h"
 
 namespace vantrell {
 
@@ -18,7 +19,7 @@ class ProcessChannel : public std::enable_shared_from_this<ProcessChannel> {
  public:
   enum class Stream { output, error };
 
-  ProcessChannel(SerialQueue queue, Process::Handlers handlers);
+  ProcessChannel(SerialQueue queue, ProcessHandlers handlers);
 
   // The owner's side. Both answer whether the reactor has to be told that there is news.
 
@@ -52,9 +53,9 @@ class ProcessChannel : public std::enable_shared_from_this<ProcessChannel> {
   void finish();
 
  private:
-  void post(std::function<void(const Process::Handlers&)> call);
-  std::shared_ptr<const Process::Handlers> liveHandlers() const;
-  std::shared_ptr<const Process::Handlers> releaseHandlers();
+  void post(std::function<void(const ProcessHandlers&)> call);
+  std::shared_ptr<const ProcessHandlers> liveHandlers() const;
+  std::shared_ptr<const ProcessHandlers> releaseHandlers();
   void handled(Stream stream);
 
   struct Flow {
@@ -66,7 +67,7 @@ class ProcessChannel : public std::enable_shared_from_this<ProcessChannel> {
   std::atomic<std::size_t> unsent_ = 0;
   std::atomic<bool> running_ = true;
   mutable std::mutex mutex_;
-  std::shared_ptr<const Process::Handlers> handlers_;  // null: stopped, or nothing more will come
+  std::shared_ptr<const ProcessHandlers> handlers_;  // null: stopped, or nothing more will come
   bool stopped_ = false;
   std::array<Flow, 2> flows_;
   Outgoing outgoing_;

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "platform/files/descriptor.h"
-#include "platform/process/process.h"
+#include "platform/process/process_options.h"
 
 namespace vantrell {
 

@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <signal.h>
 
-#include "platform/process/process_child.h"
 #include "platform/process/process_spawn.h"
 
 namespace vantrell {

@@ -2,7 +2,6 @@
 #include <unistd.h>
 
 #include "engine/tasks/run_activity.h"
-#include "engine/turns/run_activity_timing.h"
 #include "platform/terminal/terminal.h"
 #include "platform/values/json.h"
 #include "records/stores/conversation_json.h"
@@ -31,19 +30,6 @@ std::string asJson(const RunActivity& activity) {
   return line + "\n";
 }
 
-/// How long the run has lasted or did last.
-std::string lengthOf(const RunRecord& run, Date now) {
-  const Date end = isActive(run.status) ? now : run.completedAt.value_or(run.updatedAt);
-  return RunActivityTiming::elapsedLabel(run.startedAt, end);
-}
-
-/// When it was last heard of.
-std::string lastSignOf(const RunRecord& run, Date now) {
-  if (!isActive(run.status)) return ago(run.updatedAt, now);
-  const Date last = run.lastActivityAt.value_or(run.startedAt);
-  return fmt::format("{} ago", RunActivityTiming::elapsedLabel(last, now));
-}
-
 std::string tableOf(std::span<const RunActivity> rows, Date now, const TerminalStyle& style) {
   TextTable table({{"ID"},
                    {.heading = "PROJECT", .least = 8, .leavesAt = 3},
@@ -53,15 +39,15 @@ std::string tableOf(std::span<const RunActivity> rows, Date now, const TerminalS
                    {.heading = "LASTED", .leavesAt = 2},
                    {"LAST SIGN"},
                    {.heading = "MESSAGE", .least = 20, .leavesAt = 1}});
-  for (const auto& [workspaceID, workspaceName, threadID, threadTitle, run] : rows) {
-    table.add({{shortID(threadID), &TerminalStyle::cyan},
-               {workspaceName},
-               {threadTitle.empty() ? "(untitled)" : threadTitle},
-               stateCell(run.status),
+  for (const auto& [key, title, project, run] : views::activityRows(rows, now)) {
+    table.add({{shortID(key.threadID), &TerminalStyle::cyan},
+               {project},
+               {title},
+               stateCell(run.state),
                {run.provider ? std::string(shortLabel(*run.provider)) : ""},
-               {lengthOf(run, now)},
-               {lastSignOf(run, now), &TerminalStyle::dim},
-               {run.statusMessage.value_or(""), &TerminalStyle::dim}});
+               {run.lasted},
+               {run.lastSign, &TerminalStyle::dim},
+               {run.message, &TerminalStyle::dim}});
   }
   return table.text(style, columnsForTables(STDOUT_FILENO));
 }

@@ -189,7 +189,7 @@ class Comparison {
   std::string asText(const ComparisonSession::Side& side, const ChatThread& thread,
                      const GitWorkspaceSnapshot& picture) const {
     const auto& style = sheet_.style();
-    const auto state = stateOf(thread);
+    const auto state = stateCell(views::taskState(thread));
     std::string text = fmt::format("{} {}  {}\n", style.bold(fmt::format("{:<8}", side.name)),
                                    style.cyan(shortID(thread.id)),
                                    state.look ? (style.*state.look)(state.text) : state.text);

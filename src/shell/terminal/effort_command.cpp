@@ -8,6 +8,7 @@
 #include "shell/terminal/session_choice.h"
 #include "shell/terminal/standard_output.h"
 #include "shell/terminal/text_table.h"
+#include "views/session_rows.h"
 
 namespace vantrell::shell {
 
@@ -37,12 +38,11 @@ int run(const CommandArguments& arguments, const Environment& environment) {
                    {.heading = "ID"},
                    {.heading = "NAME", .leavesAt = 1},
                    {.heading = "ABOUT", .least = 12}});
-  for (const auto& effort : efforts) {
-    const bool isChosen = session->task && effort.id == session->effort.value_or("default");
-    table.add({{isChosen ? "✓" : "", &TerminalStyle::green},
-               {effort.id, &TerminalStyle::bold},
-               {effort.label},
-               {effort.detail, &TerminalStyle::dim}});
+  for (const auto& row : views::effortRows(efforts, session->effort)) {
+    table.add({{session->task && row.isChosen ? "✓" : "", &TerminalStyle::green},
+               {row.id, &TerminalStyle::bold},
+               {row.label},
+               {row.detail, &TerminalStyle::dim}});
   }
   std::string text = style.bold(ProviderRegistry::descriptor(session->provider).label) + "\n" +
                      table.text(style, columnsForTables(STDOUT_FILENO)) + "\n";

@@ -8,24 +8,13 @@
 #include "shell/terminal/permission_prompt.h"
 #include "shell/terminal/task_words.h"
 #include "shell/terminal/terminal_text.h"
+#include "views/labels.h"
 
 namespace vantrell::shell {
 
 namespace {
 
 constexpr std::size_t answerLinesShown = 12;
-
-std::string_view wordFor(ConnectionState::Kind state) {
-  using enum ConnectionState::Kind;
-  switch (state) {
-    case idle: return "idle";
-    case connecting: return "connecting";
-    case ready: return "ready";
-    case working: return "working";
-    case failed: return "failed";
-  }
-  return "";
-}
 
 }  // namespace
 
@@ -99,7 +88,7 @@ void ImagineJsonPrinter::permissionAsked(const PermissionRequest& request) {
 
 void ImagineJsonPrinter::progressed(ConnectionState::Kind state, std::string_view progress) {
   write_(eventLine("progress", [&](JsonWriter& writer) {
-    member(writer, "state", wordFor(state));
+    member(writer, "state", views::statusWord(state));
     member(writer, "text", progress);
   }));
 }

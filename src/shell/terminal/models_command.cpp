@@ -1,5 +1,4 @@
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 #include <unistd.h>
 
 #include "platform/values/json.h"
@@ -9,30 +8,11 @@
 #include "shell/terminal/session_choice.h"
 #include "shell/terminal/standard_output.h"
 #include "shell/terminal/text_table.h"
+#include "views/session_rows.h"
 
 namespace vantrell::shell {
 
 namespace {
-
-/// Where the list comes from, and why it may not be all.
-std::string originOf(const RuntimeSurvey& survey, AgentProvider provider, bool areReported) {
-  const auto label = ProviderRegistry::descriptor(provider).label;
-  if (provider == AgentProvider::local) {
-    const auto& status = survey.localRuntime();
-    if (areReported) return fmt::format("as {} tells them", status.connection()->name);
-    return status.reason() ? *status.reason() : "no server was found";
-  }
-  if (areReported) return fmt::format("as {} tells them", label);
-  switch (provider) {
-    case AgentProvider::grok:
-    case AgentProvider::codex:
-      return "its program is not installed, or did not tell; \"vantrell providers\" says more";
-    case AgentProvider::kimi:
-    case AgentProvider::glm: return "what else it has, it only tells while it works on a task";
-    case AgentProvider::claude: return "it takes full names too: vantrell run --model NAME";
-    default: return "";
-  }
-}
 
 std::string tableOf(const SessionChoice& session, const std::vector<ProviderModelOption>& models,
                     const TerminalStyle& style) {
@@ -41,19 +21,12 @@ std::string tableOf(const SessionChoice& session, const std::vector<ProviderMode
                    {.heading = "NAME", .leavesAt = 2},
                    {.heading = "EFFORTS", .least = 10},
                    {.heading = "ABOUT", .least = 12, .leavesAt = 1}});
-  for (const auto& model : models) {
-    std::vector<std::string> efforts;
-    for (const auto& effort : model.efforts) {
-      if (effort.id != "default") efforts.push_back(effort.id);
-    }
-    const bool isChosen = session.task && model.id == session.modelID.value_or("default");
-    const bool isRecommended = model.isDefault && model.id != "default";
-    table.add(
-        {{isChosen ? "✓" : "", &TerminalStyle::green},
-         {model.id, &TerminalStyle::bold},
-         {model.label},
-         {efforts.empty() ? "-" : fmt::format("{}", fmt::join(efforts, " "))},
-         {isRecommended ? "recommended; " + model.detail : model.detail, &TerminalStyle::dim}});
+  for (const auto& row : views::modelRows(models, session.modelID)) {
+    table.add({{session.task && row.isChosen ? "✓" : "", &TerminalStyle::green},
+               {row.id, &TerminalStyle::bold},
+               {row.label},
+               {row.efforts.empty() ? "-" : row.efforts},
+               {row.detail, &TerminalStyle::dim}});
   }
   return table.text(style, columnsForTables(STDOUT_FILENO));
 }
@@ -75,7 +48,8 @@ int run(const CommandArguments& arguments, const Environment& environment) {
     const auto status = choose(*session, SessionControl::model, *id, models);
     return status ? *status : refuse(status.error());
   }
-  const std::string origin = originOf(survey, session->provider, models.areReported);
+  const std::string origin =
+      views::originOfModels(session->provider, models.areReported, survey.localRuntime());
   StandardOutput output;
   if (arguments.has(jsonOption.name)) {
     Json::Array all;

@@ -22,34 +22,17 @@ constexpr CommandOption options[] = {
     {"--json", "", "for scripts: the projects, one JSON object a line"},
 };
 
-/// General first, as everywhere, then the pinned ones; else in the order in which they were added.
-std::vector<const Workspace*> inOrder(const std::vector<Workspace>& workspaces) {
-  std::vector<const Workspace*> all;
-  for (const auto& each : workspaces) all.push_back(&each);
-  if (!all.empty()) {
-    std::stable_partition(all.begin() + 1, all.end(),
-                          [](const auto* each) { return each->isPinned; });
-  }
-  return all;
-}
-
-std::size_t archivedIn(const Workspace& workspace) {
-  return static_cast<std::size_t>(
-      std::ranges::count(workspace.threads, true, &ChatThread::isArchived));
-}
-
-std::string asJson(const Workspace& workspace, bool isGeneral) {
+std::string asJson(const Workspace& workspace, const views::ProjectRow& row) {
   std::string line;
   JsonWriter writer(line);
   writer.beginObject();
   member(writer, "workspaceID", workspace.id.text());
   member(writer, "name", workspace.name);
   member(writer, "path", workspace.path);
-  member(writer, "isGeneral", isGeneral);
-  member(writer, "isPinned", workspace.isPinned);
-  member(writer, "tasks",
-         static_cast<std::int64_t>(workspace.threads.size() - archivedIn(workspace)));
-  member(writer, "archivedTasks", static_cast<std::int64_t>(archivedIn(workspace)));
+  member(writer, "isGeneral", row.isGeneral);
+  member(writer, "isPinned", row.isPinned);
+  member(writer, "tasks", static_cast<std::int64_t>(row.tasks));
+  member(writer, "archivedTasks", static_cast<std::int64_t>(row.archivedTasks));
   writer.endObject();
   return line + "\n";
 }
@@ -61,15 +44,13 @@ std::string tableOf(const StateView& state, const TerminalStyle& style) {
                    {.heading = "TASKS", .leavesAt = 1},
                    {.heading = "CHANGED", .leavesAt = 2},
                    {.heading = "FOLDER", .least = 16, .cutsFront = true}});
-  for (const Workspace* each : inOrder(state.workspaces)) {
-    const auto newest = std::ranges::max_element(each->threads, {}, &ChatThread::updatedAt);
-    table.add({{each->isPinned ? "*" : "", &TerminalStyle::yellow},
-               {shortID(each->id), &TerminalStyle::cyan},
-               {each->name},
-               {fmt::format("{}", each->threads.size() - archivedIn(*each))},
-               {newest == each->threads.end() ? "" : ago(newest->updatedAt, state.now),
-                &TerminalStyle::dim},
-               {withTilde(each->path), &TerminalStyle::dim}});
+  for (const auto& each : views::projectRows(state.workspaces)) {
+    table.add({{each.isPinned ? "*" : "", &TerminalStyle::yellow},
+               {shortID(each.id), &TerminalStyle::cyan},
+               {each.name},
+               {fmt::format("{}", each.tasks)},
+               {each.updatedAt ? ago(*each.updatedAt, state.now) : "", &TerminalStyle::dim},
+               {each.folder, &TerminalStyle::dim}});
   }
   return table.text(style, columnsForTables(STDOUT_FILENO));
 }
@@ -81,8 +62,8 @@ int list(const CommandArguments& arguments, const Environment& environment) {
       out.write(tableOf(state, TerminalStyle::of(STDOUT_FILENO, environment)));
       return out.finish(exitStatus::completed);
     }
-    for (const Workspace* each : inOrder(state.workspaces)) {
-      out.write(asJson(*each, each == state.workspaces.data()));
+    for (const auto& each : views::projectRows(state.workspaces)) {
+      out.write(asJson(workspaceOf(state.workspaces, each.id), each));
     }
     return out.finish(exitStatus::completed);
   });
@@ -90,8 +71,8 @@ int list(const CommandArguments& arguments, const Environment& environment) {
 
 void report(ChangeContext& context, const CommandArguments& arguments, const Workspace& workspace,
             std::string_view done) {
-  const bool isGeneral = &workspace == context.workspaces().data();
-  context.out.write(arguments.has("--json") ? asJson(workspace, isGeneral)
+  const auto row = views::projectRow(workspace, &workspace == context.workspaces().data());
+  context.out.write(arguments.has("--json") ? asJson(workspace, row)
                                             : fmt::format("{}  {}: {}\n", shortID(workspace.id),
                                                           done, onOneLine(workspace.name)));
 }
@@ -150,7 +131,7 @@ std::expected<int, UsageError> pin(ChangeContext& context, const CommandArgument
 
 std::expected<int, UsageError> archive(ChangeContext& context, const CommandArguments& arguments,
                                        const Workspace& workspace) {
-  const std::size_t count = workspace.threads.size() - archivedIn(workspace);
+  const std::size_t count = views::projectRow(workspace, false).tasks;
   context.model.operations.archiveWorkspaceThreads(workspace.id);
   if (!context.model.executions.mirror().errorMessage) {
     report(context, arguments, workspace,

@@ -19,46 +19,7 @@ namespace vantrell::shell {
 
 namespace {
 
-/// One line of the table.
-struct Row {
-  AgentProvider provider;
-  bool isThere = false;
-  std::string_view mark;
-  std::string version, signIn, place;
-  std::vector<std::string> remarks;  // a line each
-};
-
-std::string firstLine(std::string_view text) {
-  return onOneLine(text.substr(0, text.find('\n')));
-}
-
-/// As a person writes it.
-std::string shortPath(const std::string& path) {
-  const std::string home = files::homeFolder() + "/";
-  return onOneLine(path.starts_with(home) ? "~/" + path.substr(home.size()) : path);
-}
-
-std::string signInWord(const RuntimeInstallStatus& status) {
-  if (!status.signedIn) return "not known";
-  return *status.signedIn ? "signed in" : "not signed in";
-}
-
-/// Where the work of a provider without a program of its own goes.
-std::string placeOfService(const RuntimeSurvey& survey, AgentProvider provider) {
-  const auto* connection = survey.localRuntime().connection();
-  if (provider == AgentProvider::local && connection) return connection->baseURL.text();
-  return "no program of its own";
-}
-
-/// What the user has set for it, where that is not told along with the next step.
-std::string whatIsSet(const RuntimeSurvey& survey, AgentProvider provider) {
-  if (provider == AgentProvider::tasklet) return survey.webhook().problem();
-  const auto kind = LocalRuntimeService::configuredKind(survey.defaults());
-  const auto url = LocalRuntimeService::configuredURL(survey.defaults());
-  return fmt::format("set: {}{}", displayName(kind), url.empty() ? "" : " at " + onOneLine(url));
-}
-
-/// The same for scripts; null for a provider that has a program.
+/// What is set and found for a provider without a program; null for the others.
 Json serviceOf(const RuntimeSurvey& survey, AgentProvider provider) {
   if (provider == AgentProvider::tasklet) {
     const auto& problem = survey.webhook().problem();
@@ -78,44 +39,14 @@ Json serviceOf(const RuntimeSurvey& survey, AgentProvider provider) {
       {"problem", status.reason() ? Json(*status.reason()) : Json()}};
 }
 
-Row rowOf(const RuntimeSurvey& survey, AgentProvider provider) {
-  const auto& status = survey.status(provider);
-  const auto step = survey.nextStep(provider);
-  Row row{.provider = provider,
-          .isThere = status.isInstalled(),
-          .mark = mark(status, step),
-          .version = "-",
-          .signIn = "-",
-          .place = "not found",
-          .remarks = {}};
-  if (const auto unusable = survey.unusableCustomPath(provider)) {
-    row.remarks.push_back(
-        fmt::format("the path that is set for it is no program: {}", shortPath(*unusable)));
-  }
-  if (provider == AgentProvider::local || provider == AgentProvider::tasklet) {
-    row.place = placeOfService(survey, provider);
-    row.isThere = step.kind == NextStep::Kind::nothing;
-    if (auto set = whatIsSet(survey, provider); !set.empty()) row.remarks.push_back(std::move(set));
-  } else if (status.isInstalled()) {
-    row.version = status.version     ? firstLine(*status.version)
-                  : status.hasRunOut ? "no answer"
-                  : status.hasFailed ? "failed"
-                                     : "not known";
-    row.signIn = signInWord(status);
-    row.place = shortPath(status.path);
-  }
-  row.remarks.push_back(onOneLine(step.words));
-  return row;
-}
-
-auto styleOfMark(std::string_view mark) {
-  if (mark == "✓") return &TerminalStyle::green;
-  return mark == "○" ? &TerminalStyle::dim : &TerminalStyle::yellow;
+auto styleOf(views::ProviderMark mark) {
+  if (mark == views::ProviderMark::ready) return &TerminalStyle::green;
+  return mark == views::ProviderMark::absent ? &TerminalStyle::dim : &TerminalStyle::yellow;
 }
 
 /// One table, with what to do about each provider below its row: as a column it would leave no room
 /// for the rest.
-std::string tableOf(const std::vector<Row>& rows, const TerminalStyle& style) {
+std::string tableOf(const std::vector<views::ProviderRow>& rows, const TerminalStyle& style) {
   TextTable table({{.heading = ""},
                    {.heading = "ID"},
                    {.heading = "PROVIDER", .leavesAt = 1},
@@ -124,9 +55,9 @@ std::string tableOf(const std::vector<Row>& rows, const TerminalStyle& style) {
                    {.heading = "PROGRAM", .least = 12, .cutsFront = true}});
   for (const auto& row : rows) {
     const auto place = row.isThere ? nullptr : &TerminalStyle::dim;
-    table.add({{std::string(row.mark), styleOfMark(row.mark)},
+    table.add({{std::string(views::sign(row.mark)), styleOf(row.mark)},
                {std::string(rawText(row.provider)), &TerminalStyle::bold},
-               {ProviderRegistry::descriptor(row.provider).label},
+               {std::string(row.label)},
                {row.version},
                {row.signIn},
                {row.place, place}});
@@ -147,12 +78,10 @@ std::string tableOf(const std::vector<Row>& rows, const TerminalStyle& style) {
 }
 
 JsonObject jsonOf(const RuntimeSurvey& survey, AgentProvider provider) {
-  static constexpr std::string_view kinds[] = {"ready",           "install", "login",
-                                               "login_if_needed", "set_up",  "try"};
   const auto& status = survey.status(provider);
-  const auto step = survey.nextStep(provider);
+  const auto step = views::nextStep(survey.facts(provider));
   const auto orNull = [](const auto& value) { return value ? Json(*value) : Json(); };
-  JsonObject next{{"kind", kinds[static_cast<std::size_t>(step.kind)]}, {"text", step.words}};
+  JsonObject next{{"kind", rawText(step.kind)}, {"text", step.words}};
   if (!step.command.empty()) next.set("command", step.command);
   JsonObject object{
       {"id", rawText(provider)},
@@ -178,8 +107,10 @@ int run(const CommandArguments& arguments, const Environment& environment) {
     output.write(asTyped(json::writePrettySorted(Json(std::move(all)))) + "\n");
     return output.finish(exitStatus::completed);
   }
-  std::vector<Row> rows;
-  for (const auto provider : allAgentProviders) rows.push_back(rowOf(survey, provider));
+  std::vector<views::ProviderRow> rows;
+  for (const auto provider : allAgentProviders) {
+    rows.push_back(views::providerRow(survey.facts(provider)));
+  }
   output.write(asTyped(tableOf(rows, TerminalStyle::of(STDOUT_FILENO, environment))));
   return output.finish(exitStatus::completed);
 }

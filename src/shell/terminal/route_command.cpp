@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include "platform/values/json.h"
-#include "runtimes/catalog/provider_registry.h"
 #include "shell/terminal/awaiting.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/standard_output.h"
@@ -14,6 +13,8 @@
 #include "shell/terminal/text_table.h"
 #include "shell/terminal/user_path.h"
 #include "shell/terminal/with_app.h"
+#include "views/labels.h"
+#include "views/session_rows.h"
 
 namespace vantrell::shell {
 
@@ -25,14 +26,6 @@ constexpr CommandOption options[] = {
     {"--task", "ID", "for the next turn of this task (default: the selected one)"},
     jsonOption,
 };
-
-std::string_view meaning(ProviderRoutingMode mode) {
-  switch (mode) {
-    case ProviderRoutingMode::automatic: return "subscriptions first, then local models";
-    case ProviderRoutingMode::localFirst: return "local models first, then subscriptions";
-    default: return "this provider alone";
-  }
-}
 
 Json asJson(const Settings& settings, const RoutingPreview& preview) {
   const auto orNull = [](const auto& value) { return value ? Json(*value) : Json(); };
@@ -52,38 +45,22 @@ Json asJson(const Settings& settings, const RoutingPreview& preview) {
   return all;
 }
 
-/// A choice for the task is shown as such even where it cannot be used; the turn goes elsewhere
-/// then.
-std::string whereTo(const RoutingPreview& preview, std::optional<AgentProvider> next) {
-  const auto label = [](AgentProvider each) { return ProviderRegistry::descriptor(each).label; };
-  if (!next) return fmt::format("{}. \"vantrell providers\" tells what to do.", preview.reason);
-  if (next == preview.provider) {
-    return fmt::format("The next turn goes to {}: {}.", label(*next), preview.reason);
-  }
-  std::string text = fmt::format("The next turn goes to {}.", label(*next));
-  if (preview.provider) {
-    text += fmt::format(" {} was chosen for it, but cannot be used now.", label(*preview.provider));
-  }
-  return text;
-}
-
 std::string inWords(const Settings& settings, const RoutingPreview& preview,
                     std::optional<AgentProvider> next, const TerminalStyle& style) {
   const auto mode = settings.routingMode();
   std::string text =
-      fmt::format("{} {}: {}\n\n", style.bold("Route"), rawText(mode), meaning(mode));
+      fmt::format("{} {}: {}\n\n", style.bold("Route"), rawText(mode), views::detail(mode));
   TextTable table({{""}, {"ID"}, {"PROVIDER"}, {.heading = "WHY", .least = 20}, {"ALLOWANCE"}});
-  for (const auto& each : preview.candidates) {
-    const bool isNext = each.provider == next;
-    const bool isReady = each.available && !each.exhausted;
-    table.add({{isNext ? "▸" : "", &TerminalStyle::green},
-               {std::string(rawText(each.provider)), &TerminalStyle::bold},
-               {ProviderRegistry::descriptor(each.provider).label},
-               {each.reason, isReady ? nullptr : &TerminalStyle::dim},
-               {each.usageLabel.value_or("-"), &TerminalStyle::dim}});
+  for (const auto& row : views::routingRows(preview, next)) {
+    table.add({{row.isNext ? "▸" : "", &TerminalStyle::green},
+               {std::string(rawText(row.provider)), &TerminalStyle::bold},
+               {std::string(row.label)},
+               {row.reason, row.isReady ? nullptr : &TerminalStyle::dim},
+               {row.allowance.empty() ? "-" : row.allowance, &TerminalStyle::dim}});
   }
   text += table.text(style, columnsForTables(STDOUT_FILENO));
-  text += fmt::format("\n{}\n", whereTo(preview, next));
+  text += fmt::format("\n{}{}\n", views::routingSentence(preview, next),
+                      next ? "" : " \"vantrell providers\" says what to do.");
   if (!settings.noMeteredAPIs()) text += "Providers that are billed per use may be chosen.\n";
   return text;
 }
@@ -135,7 +112,7 @@ int set(std::string_view word) {
   return withApp({}, [&](RunLoop&, VantrellApp& app) {
     app.model().router->setRoutingMode(*mode);
     StandardOutput out;
-    out.write(fmt::format("route is {} now: {}.\n", word, meaning(*mode)));
+    out.write(fmt::format("route is {} now. {}\n", word, views::detail(*mode)));
     return out.finish(exitStatus::completed);
   });
 }

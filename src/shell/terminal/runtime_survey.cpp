@@ -12,6 +12,7 @@
 #include "runtimes/catalog/locators.h"
 #include "runtimes/catalog/runtime_locator.h"
 #include "runtimes/codex/codex_discovery.h"
+#include "runtimes/local/local_runtime_service.h"
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/terminal_style.h"
 #include "shell/terminal/user_path.h"
@@ -143,12 +144,17 @@ std::optional<std::string> RuntimeSurvey::unusableCustomPath(AgentProvider provi
   return path;
 }
 
-NextStep RuntimeSurvey::nextStep(AgentProvider provider) const {
-  if (provider == AgentProvider::local) {
-    return nextStepOfLocal(localRuntime(), status(AgentProvider::grok).isInstalled());
-  }
-  if (provider == AgentProvider::tasklet) return nextStepOfTasklet(webhook().isConfigured());
-  return shell::nextStep(provider, status(provider), OpenCodeLocator::configuredModel(*defaults_));
+views::ProviderFacts RuntimeSurvey::facts(AgentProvider provider) const {
+  return {.provider = provider,
+          .status = status(provider),
+          .unusableCustomPath = unusableCustomPath(provider),
+          .glmModel = OpenCodeLocator::configuredModel(*defaults_),
+          .local = localRuntime(),
+          .hasHarness = status(AgentProvider::grok).isInstalled(),
+          .localKind = LocalRuntimeService::configuredKind(*defaults_),
+          .localURL = LocalRuntimeService::configuredURL(*defaults_),
+          .hasWebhook = webhook().isConfigured(),
+          .webhookProblem = webhook().problem()};
 }
 
 RuntimeSurvey::Models RuntimeSurvey::askModels(AgentProvider provider) {

@@ -21,7 +21,7 @@
 #include "runtimes/catalog/provider_connectors.h"
 #include "runtimes/wire/agent_error.h"
 #include "runtimes/wire/provider_usage.h"
-#include "shell/terminal/next_step.h"
+#include "views/provider_rows.h"
 
 namespace vantrell::shell {
 
@@ -42,7 +42,8 @@ class RuntimeSurvey {
   }
   /// A path that the user has set and that is no program.
   std::optional<std::string> unusableCustomPath(AgentProvider provider) const;
-  NextStep nextStep(AgentProvider provider) const;
+  /// All that a row about it is made of.
+  views::ProviderFacts facts(AgentProvider provider) const;
 
   /// What was found of a model server and of the webhook by askAll() or askModels().
   const LocalRuntimeStatus& localRuntime() const { return services_.localRuntime().status(); }

@@ -55,7 +55,7 @@ std::string headOf(const Workspace& workspace, const ChatThread& thread, Date no
   line("Changed",
        fmt::format("{}, begun {}", ago(thread.updatedAt, now), ago(thread.createdAt, now)));
   if (const RunRecord* run = thread.latestRun()) {
-    const auto state = stateCell(run->status);
+    const auto state = stateCell(views::taskState(run->status));
     line("Runs", fmt::format("{}, the last one {}", thread.runs.size(),
                              state.look ? (style.*state.look)(state.text) : state.text));
   }
@@ -76,13 +76,13 @@ std::string runsOf(const ChatThread& thread, std::size_t most, Date now,
                    {.heading = "OUTCOME", .least = 16, .leavesAt = 1}});
   const auto& runs = thread.runs;
   for (std::size_t i = runs.size() - std::min(runs.size(), most); i < runs.size(); ++i) {
-    const RunRecord& run = runs[i];
-    table.add({{ago(run.startedAt, now)},
-               stateCell(run.status),
+    const auto run = views::runRow(runs[i], now);
+    table.add({{run.begun},
+               stateCell(run.state),
                {run.provider ? std::string(shortLabel(*run.provider)) : ""},
-               {run.completedAt ? duration(*run.completedAt - run.startedAt) : ""},
+               {runs[i].completedAt ? run.lasted : ""},
                {run.prompt},
-               {run.statusMessage.value_or(""), &TerminalStyle::dim}});
+               {run.message, &TerminalStyle::dim}});
   }
   return table.text(style, columnsForTables(STDOUT_FILENO));
 }

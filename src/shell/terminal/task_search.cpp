@@ -1,8 +1,8 @@
 #include "shell/terminal/task_search.h"
 
 #include "platform/text/utf8.h"
-#include "shell/terminal/task_list.h"
 #include "shell/terminal/terminal_text.h"
+#include "views/task_rows.h"
 
 namespace vantrell::shell {
 
@@ -45,7 +45,7 @@ void searchTasks(const std::vector<Workspace>& workspaces, const SearchRequest& 
   using Scope = SearchRequest::Scope;
   text::Finder finder(request.text, request.letterCase);
   for (const auto& [workspace, thread] :
-       listedTasks(workspaces, ArchivedTasks::included, request.project)) {
+       views::listedTasks(workspaces, views::ArchivedTasks::included, request.project)) {
     const auto isIn = [&](const ChatEntry* entry, std::string_view text, bool& goesOn) {
       const auto place = finder.find(text);
       if (!place) return false;

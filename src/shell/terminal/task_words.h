@@ -1,11 +1,11 @@
-// How lists and pages speak of tasks: short IDs, states, times. Pure functions, any thread.
+// What lists and pages of the terminal add to the rows of tasks: colours and JSON. Pure functions,
+// any thread.
 #pragma once
 
 #include <string>
-#include <string_view>
 
-#include "records/values/chat_thread.h"
 #include "shell/terminal/text_table.h"
+#include "views/run_rows.h"
 
 namespace vantrell {
 class JsonWriter;
@@ -13,25 +13,13 @@ class JsonWriter;
 
 namespace vantrell::shell {
 
-/// As much of an ID as tells tasks apart: 8 characters.
-std::string shortID(const Uuid& id);
+using views::ago;
+using views::providerOf;
+using views::shortID;
+using views::withTilde;
 
-/// A run's state in one or two words: "completed", "waits for you".
-std::string_view wordFor(RunRecordStatus status);
-/// The word with its colour; "new" for a task without a run.
-TableCell stateOf(const ChatThread& thread);
-TableCell stateCell(RunRecordStatus status);
-/// The provider of the latest run, else the one that last opened a session; absent for a new task.
-std::optional<AgentProvider> providerOf(const ChatThread& thread);
-
-/// "just now", "5 min ago", "3 h ago", "4 days ago", beyond eight weeks the day: "2026-03-01"
-/// (UTC).
-std::string ago(Date then, Date now);
-/// "45 s", "3 min 5 s", "2 h 10 min".
-std::string duration(Seconds length);
-
-/// `path` with the home folder as "~".
-std::string withTilde(const std::string& path);
+/// The state with its colour.
+TableCell stateCell(views::TaskState state);
 
 /// The members that say which task of which project an object is about.
 void writeTaskMembers(JsonWriter& writer, const Workspace& workspace, const ChatThread& thread);
@@ -39,6 +27,8 @@ void writeTaskMembers(JsonWriter& writer, const Workspace& workspace, const Chat
 std::string taskAsJson(const Workspace& workspace, const ChatThread& thread);
 
 /// The title, or what stands for an empty one.
-std::string titleOf(const ChatThread& thread);
+inline std::string titleOf(const ChatThread& thread) {
+  return views::shownTitle(thread.title);
+}
 
 }  // namespace vantrell::shell

@@ -6,11 +6,14 @@
 #include "shell/terminal/plain_words.h"
 #include "shell/terminal/standard_output.h"
 #include "shell/terminal/state_view.h"
-#include "shell/terminal/task_list.h"
 #include "shell/terminal/task_lookup.h"
 #include "shell/terminal/task_words.h"
 
 namespace vantrell::shell {
+
+using views::ArchivedTasks;
+using views::ListedTask;
+using views::listedTasks;
 
 namespace {
 
@@ -31,17 +34,17 @@ std::string tableOf(const std::vector<ListedTask>& tasks, Date now, const Termin
                    {.heading = "WITH", .leavesAt = 3},
                    {.heading = "CHANGED", .leavesAt = 1}});
   for (const auto& [workspace, thread] : tasks) {
-    const auto provider = providerOf(*thread);
-    table.add({{thread->isPinned     ? "*"
-                : thread->isArchived ? "-"
-                                     : "",
+    const auto row = views::taskRow(*workspace, *thread);
+    table.add({{row.isPinned     ? "*"
+                : row.isArchived ? "-"
+                                 : "",
                 &TerminalStyle::yellow},
-               {shortID(thread->id), &TerminalStyle::cyan},
-               {workspace->name},
-               {titleOf(*thread), thread->isArchived ? &TerminalStyle::dim : nullptr},
-               stateOf(*thread),
-               {provider ? std::string(shortLabel(*provider)) : ""},
-               {ago(thread->updatedAt, now), &TerminalStyle::dim}});
+               {shortID(row.key.threadID), &TerminalStyle::cyan},
+               {row.project},
+               {row.title, row.isArchived ? &TerminalStyle::dim : nullptr},
+               stateCell(row.state),
+               {row.provider ? std::string(shortLabel(*row.provider)) : ""},
+               {ago(row.updatedAt, now), &TerminalStyle::dim}});
   }
   return table.text(style, columnsForTables(STDOUT_FILENO));
 }

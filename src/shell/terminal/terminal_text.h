@@ -1,27 +1,19 @@
-// Text of agents made fit for a terminal. An agent must not be able to drive the user's terminal by
-// escape sequences, nor to turn a line around so that it reads as another. Pure functions, any
-// thread.
+// Text cut to the columns of a terminal. Pure functions, any thread.
 #pragma once
 
 #include <string>
 #include <string_view>
-#include <vector>
+
+#include "platform/text/visible_text.h"
 
 namespace vantrell::shell {
 
-/// Line feeds and tabs stay; other control characters become visible signs, and so do those that
-/// change the direction of what follows. Invalid UTF-8 becomes U+FFFD.
-std::string sanitized(std::string_view text);
-
-/// The same on one line: line breaks and tabs become spaces.
-std::string onOneLine(std::string_view text);
+using text::boundedLines;
+using text::onOneLine;
+using text::sanitized;
 
 /// Cut, with an ellipsis, to what surely fits into that many columns. Widths are guessed from
 /// above: every character beyond ASCII counts as two columns.
 std::string fitted(std::string_view text, int columns);
-
-/// The first lines of a text, sanitized; what is left out is counted in a last line "… 7 more
-/// lines". Empty lines at the end do not count.
-std::vector<std::string> boundedLines(std::string_view text, std::size_t most);
 
 }  // namespace vantrell::shell

@@ -1,4 +1,3 @@
-#include <cmath>
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -6,7 +5,6 @@
 #include "engine/turns/usage_reset.h"
 #include "platform/values/json.h"
 #include "records/stores/orchestration_store.h"
-#include "records/stores/usage_ledger.h"
 #include "runtimes/catalog/provider_registry.h"
 #include "shell/terminal/commands.h"
 #include "shell/terminal/full_access_confirmation.h"
@@ -15,82 +13,34 @@
 #include "shell/terminal/runtime_survey.h"
 #include "shell/terminal/standard_output.h"
 #include "shell/terminal/task_change.h"
-#include "shell/terminal/task_words.h"
 #include "shell/terminal/text_table.h"
+#include "views/run_rows.h"
+#include "views/usage_rows.h"
 
 namespace vantrell::shell {
 
 namespace {
-
-/// What is known of a provider's allowance.
-struct Row {
-  AgentProvider provider;
-  std::optional<ProviderUsage> now;
-  std::optional<UsageLedgerEvent> last;  // of the ledger
-};
 
 std::vector<UsageLedgerEvent> storedLedger() {
   OrchestrationStore store(UserFolders{}.orOwn().support, Date::current, [](const auto&) {});
   return UsageLedger::load(store);
 }
 
-std::optional<UsageLedgerEvent> lastOf(const std::vector<UsageLedgerEvent>& ledger,
-                                       AgentProvider provider) {
-  const auto found =
-      std::ranges::find(ledger.rbegin(), ledger.rend(), provider, &UsageLedgerEvent::provider);
-  return found == ledger.rend() ? std::nullopt : std::optional(*found);
-}
-
-/// Why nothing is known at this moment.
-std::string_view silenceOf(AgentProvider provider) {
-  const auto& capabilities = ProviderRegistry::descriptor(provider).capabilities;
-  if (!capabilities.usageReporting) return "has no allowance";
-  if (provider == AgentProvider::codex) return "did not tell, or is not installed";
-  if (provider == AgentProvider::claude) return "tells it while it works";
-  return "tells only when nothing is left";
-}
-
-/// "2026-11-23 05:00 UTC".
-std::string minuteOf(Date date) {
-  const std::string text = iso8601(date);
-  return text.substr(0, 10) + " " + text.substr(11, 5) + " UTC";
-}
-
-std::string wordsFor(const ProviderUsage& usage) {
-  std::string words = usage.compactLabel();
-  if (usage.secondaryUsedPercent) {
-    words += fmt::format(", {:.0f}% of the longer window", std::round(*usage.secondaryUsedPercent));
-  }
-  if (usage.exhausted && usage.primaryUsedPercent) words += ", nothing left";
-  if (usage.manualResetCredits) {
-    words += fmt::format(", {} reset credit{}", *usage.manualResetCredits,
-                         *usage.manualResetCredits == 1 ? "" : "s");
-  }
-  return words;
-}
-
-std::string wordsFor(const UsageLedgerEvent& event, Date now) {
-  const std::string used = event.usedPercent
-                               ? fmt::format("{:.0f}% used", std::round(*event.usedPercent))
-                               : std::string(event.exhausted ? "nothing left" : "in use");
-  return fmt::format("{}, {} ({})", used, ago(event.recordedAt, now), minuteOf(event.recordedAt));
-}
-
-std::string tableOf(const std::vector<Row>& rows, const TerminalStyle& style, Date now) {
+std::string tableOf(const std::vector<views::UsageRow>& rows, const TerminalStyle& style) {
   TextTable table({{.heading = "ID"},
                    {.heading = "PROVIDER", .leavesAt = 2},
                    {.heading = "NOW", .least = 12},
                    {.heading = "RESETS", .leavesAt = 1},
                    {.heading = "LAST REPORTED", .least = 12, .leavesAt = 3}});
-  for (const auto& [provider, usage, last] : rows) {
-    const auto look = !usage             ? &TerminalStyle::dim
-                      : usage->exhausted ? &TerminalStyle::yellow
-                                         : nullptr;
-    table.add({{std::string(rawText(provider)), &TerminalStyle::bold},
-               {ProviderRegistry::descriptor(provider).label},
-               {usage ? wordsFor(*usage) : std::string(silenceOf(provider)), look},
-               {usage && usage->resetsAt ? minuteOf(*usage->resetsAt) : "-"},
-               {last ? wordsFor(*last, now) : "-", &TerminalStyle::dim}});
+  for (const auto& row : rows) {
+    const auto look = !row.now             ? &TerminalStyle::dim
+                      : row.now->exhausted ? &TerminalStyle::yellow
+                                           : nullptr;
+    table.add({{std::string(rawText(row.provider)), &TerminalStyle::bold},
+               {std::string(row.label)},
+               {row.nowWords, look},
+               {row.now && row.now->resetsAt ? views::minuteOf(*row.now->resetsAt) : "-"},
+               {row.last ? row.lastWords : "-", &TerminalStyle::dim}});
   }
   return table.text(style, columnsForTables(STDOUT_FILENO));
 }
@@ -99,7 +49,7 @@ Json dateOrNull(const std::optional<Date>& date) {
   return date ? Json(iso8601(*date)) : Json();
 }
 
-Json asJson(const Row& row) {
+Json asJson(const views::UsageRow& row) {
   const auto orNull = [](const auto& value) { return value ? Json(*value) : Json(); };
   Json now;
   if (row.now) {
@@ -135,9 +85,11 @@ std::expected<int, UsageError> reset(RuntimeSurvey& survey, const Person& person
                      "whether it is installed and signed in.");
     return exitStatus::failed;
   }
-  const auto mayDo = confirmed(
-      {}, fmt::format("Codex: {}. Spend a reset credit? It cannot be had back.", wordsFor(*usage)),
-      person);
+  const auto mayDo =
+      confirmed({},
+                fmt::format("Codex: {}. Spend a reset credit? It cannot be had back.",
+                            views::wordsFor(*usage)),
+                person);
   if (!mayDo) return std::unexpected(mayDo.error());
   if (!*mayDo) return exitStatus::stopped;
   const auto problem = usageResetMessage(survey.resetCodexUsage());
@@ -147,7 +99,7 @@ std::expected<int, UsageError> reset(RuntimeSurvey& survey, const Person& person
   }
   const auto fresh = survey.askModels(AgentProvider::codex).usage;
   tell(fmt::format("Codex has reset the allowance. {}\n",
-                   fresh ? "Now: " + wordsFor(*fresh) + "." : ""));
+                   fresh ? "Now: " + views::wordsFor(*fresh) + "." : ""));
   return exitStatus::completed;
 }
 
@@ -169,12 +121,13 @@ int run(const CommandArguments& arguments, const Environment& environment) {
     return status ? *status : refuse(status.error());
   }
   const auto ledger = storedLedger();
-  std::vector<Row> rows;
+  const Date today = Date::current();
+  std::vector<views::UsageRow> rows;
   for (const auto provider : allAgentProviders) {
     if (named && *named != provider) continue;
     std::optional<ProviderUsage> now;
     if (provider == AgentProvider::codex) now = survey.askModels(provider).usage;
-    rows.push_back({provider, now, lastOf(ledger, provider)});
+    rows.push_back(views::usageRow(provider, now ? &*now : nullptr, ledger, today));
   }
   StandardOutput output;
   if (arguments.has(jsonOption.name)) {
@@ -183,7 +136,7 @@ int run(const CommandArguments& arguments, const Environment& environment) {
     output.write(json::writePrettySorted(Json(std::move(all))) + "\n");
     return output.finish(exitStatus::completed);
   }
-  output.write(tableOf(rows, TerminalStyle::of(STDOUT_FILENO, environment), Date::current()));
+  output.write(tableOf(rows, TerminalStyle::of(STDOUT_FILENO, environment)));
   return output.finish(exitStatus::completed);
 }
 

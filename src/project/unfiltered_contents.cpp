@@ -1,9 +1,7 @@
-#include "project/exact_bytes.h"
+#include "project/unfiltered_contents.h"
 
 #include <algorithm>
 #include <fmt/format.h>
-#include <functional>
-#include <set>
 #include <unistd.h>
 
 #include "platform/text/text.h"
@@ -25,15 +23,18 @@ bool isConverted(std::string_view line, bool byDefault) {
   return attribute.empty() ? byDefault : attribute != "-text";
 }
 
-/// Those of the paths that a filter of the user's goes over. One that leaves something out on the
-/// way in, as the outputs of a notebook, leaves it out of a patch too.
+}  // namespace
+
 TaskSafetyResult<std::set<std::string, std::less<>>> filteredFiles(
     const PatchGit& git, const std::vector<std::string>& paths) {
+  std::set<std::string, std::less<>> filtered;
+  if (paths.empty()) return filtered;
   std::string input;
   for (const auto& each : paths) input.append(each).push_back('\0');
-  const auto found = git.need({"check-attr", "-z", "--stdin", "filter"}, {.input = input});
+  const auto found =
+      git.queryOrFail({"check-attr", "-z", "--stdin", "filter", "ident", "working-tree-encoding"},
+                      {.input = std::move(input)});
   if (!found) return std::unexpected(found.error());
-  std::set<std::string, std::less<>> filtered;
   const auto parts = text::split(found->output, '\0');  // path, attribute and value by turns
   for (std::size_t i = 0; i + 2 < parts.size(); i += 3) {
     if (parts[i + 2] != "unspecified" && parts[i + 2] != "unset") filtered.emplace(parts[i]);
@@ -41,20 +42,19 @@ TaskSafetyResult<std::set<std::string, std::less<>>> filteredFiles(
   return filtered;
 }
 
-}  // namespace
-
-TaskSafetyResult<> recordExactBytes(const PatchGit& git, const std::vector<std::string>& paths,
-                                    const std::string& folder, WorkBudget& budget) {
+TaskSafetyResult<> recordUnfilteredContents(const PatchGit& git,
+                                            const std::vector<std::string>& paths,
+                                            const std::string& folder, WorkBudget& budget) {
   if (paths.empty()) return {};
   const auto filtered = filteredFiles(git, paths);
   if (!filtered) return std::unexpected(filtered.error());
-  const std::string automatic = git.look({"config", "core.autocrlf"}).text();
+  const std::string automatic = git.query({"config", "core.autocrlf"}).text();
   const bool byDefault = automatic == "true" || automatic == "input";
   for (std::size_t from = 0; from < paths.size(); from += pathsAtOnce) {
     std::vector<std::string> command{"ls-files", "--eol", "-z", "--"};
     const std::size_t to = std::min(from + pathsAtOnce, paths.size());
     for (std::size_t i = from; i < to; ++i) command.push_back(":(literal)" + paths[i]);
-    const auto lines = git.need(std::move(command));
+    const auto lines = git.queryOrFail(std::move(command));
     if (!lines) return std::unexpected(lines.error());
     for (const auto& line : lines->parts()) {
       const auto tab = line.find('\t');
@@ -66,7 +66,7 @@ TaskSafetyResult<> recordExactBytes(const PatchGit& git, const std::vector<std::
       // what is in a submodule is not ours.
       if (!standsAt(place) || isRealFolder(place)) continue;
       if (auto made = secureDirectory(folder); !made) return made;
-      if (auto made = makeParents(folder, path, false, git.path()); !made) return made;
+      if (auto made = makeParents(folder, path, git.path()); !made) return made;
       const std::string copy = fmt::format("{}/{}", folder, path);
       ::unlink(copy.c_str());
       auto copied = copyItem(place, copy, budget);

@@ -1,4 +1,4 @@
-#include "practice/step.h"
+#include "practice/make_step.h"
 
 #include <utility>
 

@@ -1,4 +1,4 @@
-#include "project/announced_files.h"
+#include "project/intent_to_add_files.h"
 
 #include <algorithm>
 #include <fcntl.h>
@@ -24,8 +24,8 @@ constexpr std::size_t pathsAtOnce = 500;
 /// Path to ":old-mode new-mode old-object new-object letter", for what is staged.
 TaskSafetyResult<std::map<std::string, std::string>> stagedRecords(const PatchGit& git,
                                                                    std::string how) {
-  const auto listed = git.need({"diff", "--cached", "--raw", "--no-abbrev", "--no-ext-diff",
-                                "--relative", std::move(how), "-z", "HEAD"});
+  const auto listed = git.queryOrFail(
+      {"diff", "--cached", "--raw", "--no-abbrev", "--relative", std::move(how), "-z", "HEAD"});
   if (!listed) return std::unexpected(listed.error());
   std::map<std::string, std::string> records;
   const auto parts = listed->parts();  // a record and a path by turns
@@ -41,22 +41,22 @@ std::string newMode(const std::string& record) {
 }
 
 /// Runs git with these words and then the paths, as often as it takes.
-TaskSafetyResult<> changeAll(const PatchGit& git, const std::vector<std::string>& words,
+TaskSafetyResult<> modifyAll(const PatchGit& git, const std::vector<std::string>& words,
                              const std::vector<std::string>& paths, const GitOptions& options) {
   for (std::size_t from = 0; from < paths.size(); from += pathsAtOnce) {
     std::vector<std::string> command = words;
     const std::size_t to = std::min(from + pathsAtOnce, paths.size());
     for (std::size_t i = from; i < to; ++i) command.push_back(":(literal)" + paths[i]);
-    if (auto changed = git.change(std::move(command), options); !changed) return changed;
+    if (auto changed = git.modify(std::move(command), options); !changed) return changed;
   }
   return {};
 }
 
 /// An empty file or a link of that mode.
-TaskSafetyResult<> placeholder(const std::string& root, const AnnouncedFile& file) {
-  if (auto made = makeParents(root, file.path, false); !made) return made;
+TaskSafetyResult<> placeholder(const std::string& root, const IntentToAddFile& file) {
+  if (auto made = makeParents(root, file.path); !made) return made;
   const std::string path = fmt::format("{}/{}", root, file.path);
-  const bool done = file.mode == link ? ::symlink("announced", path.c_str()) == 0
+  const bool done = file.mode == link ? ::symlink("intent", path.c_str()) == 0
                                       : static_cast<bool>(Descriptor(::open(
                                             path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC,
                                             file.mode == program ? 0700 : 0600)));
@@ -66,13 +66,13 @@ TaskSafetyResult<> placeholder(const std::string& root, const AnnouncedFile& fil
 
 }  // namespace
 
-TaskSafetyResult<std::vector<AnnouncedFile>> announcedFiles(const PatchGit& git) {
+TaskSafetyResult<std::vector<IntentToAddFile>> intentToAddFiles(const PatchGit& git) {
   // Git shows them as empty files or not at all; what differs is one.
   const auto shown = stagedRecords(git, "--ita-visible-in-index");
   if (!shown) return std::unexpected(shown.error());
   const auto hidden = stagedRecords(git, "--ita-invisible-in-index");
   if (!hidden) return std::unexpected(hidden.error());
-  std::vector<AnnouncedFile> files;
+  std::vector<IntentToAddFile> files;
   for (const auto& [path, record] : *shown) {
     const auto other = hidden->find(path);
     if (other == hidden->end() || other->second != record) files.push_back({newMode(record), path});
@@ -84,19 +84,21 @@ TaskSafetyResult<std::vector<AnnouncedFile>> announcedFiles(const PatchGit& git)
   return files;
 }
 
-TaskSafetyResult<> announce(const PatchGit& git, const std::vector<AnnouncedFile>& files) {
+TaskSafetyResult<> addIntents(const PatchGit& git, const std::vector<IntentToAddFile>& files,
+                              const GitOptions& index) {
   if (files.empty()) return {};
   const std::vector<std::string> add{"add", "--intent-to-add", "--force", "--sparse", "--"};
   // Git takes the modes from files, so it gets a work tree of such.
   const OwnFolder tree;
   if (auto made = secureDirectory(tree.path()); !made) return made;
-  std::string prefix = git.look({"rev-parse", "--show-prefix"}).output;
+  std::string prefix = git.query({"rev-parse", "--show-prefix"}).output;
   if (prefix.ends_with('\n')) prefix.pop_back();
   std::vector<std::string> paths;
   std::vector<std::string> repositories;
   for (const auto& each : files) {
     if (each.mode == repository) {
-      repositories.push_back(each.path);
+      // Git takes the entry from the repository; without one there is nothing to add.
+      if (isRepository(git.path() + "/" + each.path)) repositories.push_back(each.path);
       continue;
     }
     if (!pathInside(tree.path(), prefix + each.path)) continue;
@@ -104,18 +106,19 @@ TaskSafetyResult<> announce(const PatchGit& git, const std::vector<AnnouncedFile
     auto placed = placeholder(tree.path(), {each.mode, paths.back()});
     if (!placed) return placed;
   }
-  const GitOptions elsewhere{
-      .configuration = {{"core.fileMode", "true"}, {"core.symlinks", "true"}},
-      .environment = {{"GIT_WORK_TREE", tree.path()}}};
-  if (auto added = changeAll(git, add, paths, elsewhere); !added) return added;
-  return changeAll(git, add, repositories, {});
+  GitOptions elsewhere = index;
+  elsewhere.configuration.emplace_back("core.fileMode", "true");
+  elsewhere.configuration.emplace_back("core.symlinks", "true");
+  elsewhere.environment["GIT_WORK_TREE"] = tree.path();
+  if (auto added = modifyAll(git, add, paths, elsewhere); !added) return added;
+  return modifyAll(git, add, repositories, index);
 }
 
-TaskSafetyResult<std::vector<AnnouncedFile>> goneFiles(const PatchGit& git,
-                                                       std::vector<AnnouncedFile> files) {
+TaskSafetyResult<std::vector<IntentToAddFile>> goneFiles(const PatchGit& git,
+                                                         std::vector<IntentToAddFile> files) {
   if (files.empty()) return files;
   const auto listed =
-      git.need({"diff", "--name-only", "--diff-filter=D", "--no-ext-diff", "--relative", "-z"});
+      git.queryOrFail({"diff", "--name-only", "--diff-filter=D", "--relative", "-z"});
   if (!listed) return std::unexpected(listed.error());
   const auto parts = listed->parts();
   const std::set<std::string> deleted(parts.begin(), parts.end());
@@ -130,16 +133,16 @@ TaskSafetyResult<std::vector<AnnouncedFile>> goneFiles(const PatchGit& git,
   return files;
 }
 
-TaskSafetyResult<> writeIndexWithout(const PatchGit& git, const std::vector<AnnouncedFile>& files,
+TaskSafetyResult<> writeIndexWithout(const PatchGit& git, const std::vector<IntentToAddFile>& files,
                                      const std::string& copy) {
-  std::string index = git.look({"rev-parse", "--git-path", "index"}).output;
+  std::string index = git.query({"rev-parse", "--git-path", "index"}).output;
   if (index.ends_with('\n')) index.pop_back();
   if (!index.starts_with('/')) index = fmt::format("{}/{}", git.path(), index);
   WorkBudget budget;
   if (auto copied = copyItem(index, copy, budget); !copied) return copied;
   std::string paths;
   for (const auto& each : files) paths.append(each.path).push_back('\0');
-  return git.change({"update-index", "--force-remove", "-z", "--stdin"},
+  return git.modify({"update-index", "--force-remove", "-z", "--stdin"},
                     {.input = std::move(paths),
                      .configuration = {{"core.splitIndex", "false"}},
                      .environment = {{"GIT_INDEX_FILE", copy}}});

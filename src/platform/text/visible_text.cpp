@@ -1,0 +1,96 @@
+#include "platform/text/visible_text.h"
+
+#include <fmt/format.h>
+
+#include "platform/text/text.h"
+#include "platform/text/utf8.h"
+
+namespace vantrell::text {
+
+namespace {
+
+constexpr char deletion = 0x7F;
+
+/// A longer line is cut.
+constexpr std::size_t longestLine = 2000;  // user-perceived characters
+
+std::uint32_t decoded(std::string_view sequence) {
+  const auto at = [&](std::size_t i) { return static_cast<unsigned char>(sequence[i]); };
+  switch (sequence.size()) {
+    case 2: return (at(0) & 0x1FU) << 6 | (at(1) & 0x3FU);
+    case 3: return (at(0) & 0x0FU) << 12 | (at(1) & 0x3FU) << 6 | (at(2) & 0x3FU);
+    case 4:
+      return (at(0) & 0x07U) << 18 | (at(1) & 0x3FU) << 12 | (at(2) & 0x3FU) << 6 | (at(3) & 0x3FU);
+    default: return at(0);
+  }
+}
+
+/// C1 controls (0x9B opens an escape sequence by itself), the separators that some programs take
+/// for line breaks, and the embeddings, overrides and isolates of bidirectional text. The plain
+/// direction marks stay: they belong to the spelling of some languages.
+bool isHarmful(std::uint32_t character) {
+  return (character >= 0x80 && character <= 0x9F) || (character >= 0x2028 && character <= 0x202E) ||
+         (character >= 0x2066 && character <= 0x2069);
+}
+
+/// The pictures of control characters stand in their own order from U+2400.
+void appendPicture(std::string& out, char control) {
+  out += "\xE2\x90";
+  out += control == deletion ? '\xA1' : static_cast<char>(0x80 + control);
+}
+
+}  // namespace
+
+std::string sanitized(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  const char* const end = text.data() + text.size();
+  for (const char* at = text.data(); at != end;) {
+    const auto sequence = utf8::sequenceAt(at, end);
+    const std::string_view bytes(at, sequence.length);
+    at += sequence.length;
+    if (!sequence.valid) {
+      out += utf8::replacement;
+    } else if (bytes.size() == 1) {
+      const char byte = bytes[0];
+      if (byte == '\r' && at != end && *at == '\n') continue;
+      const bool isControl = (byte >= 0 && byte < ' ') || byte == deletion;
+      if (isControl && byte != '\n' && byte != '\t') {
+        appendPicture(out, byte);
+      } else {
+        out += byte;
+      }
+    } else if (const auto character = decoded(bytes); isHarmful(character)) {
+      out += fmt::format("<U+{:04X}>", character);
+    } else {
+      out += bytes;
+    }
+  }
+  return out;
+}
+
+std::string onOneLine(std::string_view text) {
+  std::string line = sanitized(trimmed(text));
+  std::ranges::replace(line, '\n', ' ');
+  std::ranges::replace(line, '\t', ' ');
+  return line;
+}
+
+std::vector<std::string> boundedLines(std::string_view text, std::size_t most) {
+  const std::string clean = sanitized(text);
+  auto lines = split(clean, '\n');
+  while (!lines.empty() && trimmed(lines.back()).empty()) lines.pop_back();
+  // One line too many is shown rather than counted.
+  const std::size_t shown = lines.size() > most + 1 ? most : lines.size();
+  std::vector<std::string> bounded;
+  for (std::size_t i = 0; i < shown; ++i) {
+    const auto part = firstCharacters(lines[i], longestLine);
+    bounded.push_back(std::string(part) + (part.size() < lines[i].size() ? "…" : ""));
+  }
+  if (shown < lines.size()) {
+    bounded.push_back(fmt::format("… {} more lines", lines.size() - shown));
+  }
+  return bounded;
+}
+
+}  // namespace vantrell::text

@@ -1,0 +1,23 @@
+// Text of agents, projects and documents made fit to be shown. It must not be able to drive the
+// user's terminal by escape sequences, nor to turn a line around so that it reads as another. Pure
+// functions, any thread.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vantrell::text {
+
+/// Line feeds and tabs stay; other control characters become visible signs, and so do those that
+/// change the direction of what follows. Invalid UTF-8 becomes U+FFFD.
+std::string sanitized(std::string_view text);
+
+/// The same on one line: line breaks and tabs become spaces.
+std::string onOneLine(std::string_view text);
+
+/// The first lines of a text, sanitized; what is left out is counted in a last line "… 7 more
+/// lines". Empty lines at the end do not count.
+std::vector<std::string> boundedLines(std::string_view text, std::size_t most);
+
+}  // namespace vantrell::text

@@ -1,0 +1,105 @@
+// A restore in two steps. prepare() finds out everything that can go wrong (programs of filters
+// that are missing, locks, folders that cannot be written, a full disk, files that no checkpoint
+// has and that would be lost) while it writes nothing into the work tree: the files to come are
+// written into a folder beside the index, and what the recovery checkpoint lacks is added to it.
+// carryOut() only removes and renames files, without running a program that could fail, and
+// replaces the index at the end. Blocks: never on the main queue.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "project/patch_git.h"
+#include "project/recovery_archive.h"
+#include "project/task_safety_error.h"
+#include "project/uncommitted_changes.h"
+
+namespace vantrell {
+
+class RestorePlan {
+ public:
+  /// `recovery` is the archive of the checkpoint that was taken just now, if there is one. Without
+  /// it, ignored files that are in the way make prepare() refuse.
+  RestorePlan(const PatchGit& git, std::string archive, std::string baseRevision,
+              std::optional<std::string> recovery);
+
+  /// Fails with a sentence that says that nothing was changed.
+  TaskSafetyResult<> prepare();
+  /// After a failure some files may have been put back already.
+  TaskSafetyResult<> carryOut();
+  /// After prepare(): what stays as it is.
+  const SafetyNotes& notes() const { return notes_; }
+
+ private:
+  using Paths = std::set<std::string>;  // relative to the project
+
+  TaskSafetyResult<> findRepository();
+  TaskSafetyResult<> listWhatStands();
+  TaskSafetyResult<> makeIndexes();
+  TaskSafetyResult<Paths> pathsOfPatches();
+  TaskSafetyResult<> preserveSkipWorktree();
+  TaskSafetyResult<> chooseTrackedFiles();
+  void chooseArchivedFiles(const std::string& folder, Paths& chosen);
+  TaskSafetyResult<> makeRoom(const std::string& path, bool forFolder);
+  TaskSafetyResult<> makeRoomForAll();
+  TaskSafetyResult<> clearFolderLater(const std::string& folder);
+  TaskSafetyResult<> saveWhatGoes();
+  TaskSafetyResult<> save(const std::string& path);
+  TaskSafetyResult<> findLockedFolders();
+  TaskSafetyResult<> stage();
+
+  TaskSafetyResult<> lockIndex();
+  void removeFile(const std::string& path);
+  void removeEmpty(std::string folder);
+  TaskSafetyResult<> place(const std::string& path);
+  void finish();
+
+  std::string placeOf(const std::string& path) const { return git_.path() + "/" + path; }
+  std::string stagedAt(const std::string& path) const;
+  std::string archived(std::string_view folder, const std::string& path) const;
+  bool stands(const std::string& path) const;
+  bool isSame(const std::string& kept, const std::string& path) const;
+  bool isKnown(const std::string& path) const;
+  GitOptions with(const std::string& index) const;
+  TaskSafetyResult<std::vector<std::string>> list(std::vector<std::string> command,
+                                                  GitOptions options = {}) const;
+
+  const PatchGit& git_;
+  const std::string archive_;
+  const std::string base_;
+  std::optional<RecoveryArchive> recovery_;
+  SafetyNotes notes_;
+
+  // The repository.
+  std::string prefix_;  // of the project in its repository: empty, or ends with a slash
+  std::string index_;
+  bool knowsExecutables_ = true;
+  std::optional<OwnFolder> scratch_;  // beside the index
+  std::string nextIndex_;
+  std::string targetIndex_;  // the work tree to come, as an index
+
+  // What stands.
+  Paths tracked_;  // without submodules
+  Paths submodules_;
+  Paths untracked_;                   // without repositories
+  std::vector<std::string> ignored_;  // folders end with a slash
+  std::vector<std::string> emptyFolders_;
+  Paths spared_;  // tracked files that git does not look at
+
+  // What is to come.
+  std::map<std::string, bool> target_;         // tracked path: whether it is a submodule
+  Paths fromGit_;                              // files that git writes
+  Paths unfiltered_;                           // from the archive, as the next one
+  Paths archivedUntracked_;                    // files, links and repositories
+  std::vector<std::string> targetFolders_;     // the empty ones
+  std::vector<std::string> submoduleFolders_;  // those that are missing
+
+  Paths removed_;                                // files that go in any case
+  Paths clearedFolders_;                         // that make room for a file
+  std::map<std::string, mode_t> lockedFolders_;  // absolute; are writable while it is carried out
+};
+
+}  // namespace vantrell
