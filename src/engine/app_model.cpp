@@ -57,6 +57,11 @@ AppModel::AppModel(MainQueue& mainQueue, UserDefaults& defaults, WorkspaceStore&
     const Workspace* workspace = id ? tree.workspace(*id) : nullptr;
     return workspace ? std::optional(workspace->path) : std::nullopt;
   };
+  transcriptOfSelection_ = changes.observe([this](const Change& change) {
+    if (change.kind == Change::Kind::selectionChanged && change.conversation) {
+      tree.loadTranscript(*change.conversation);
+    }
+  });
   startUp();
 }
 
@@ -72,6 +77,7 @@ void AppModel::startUp() {
   selection.restore(tree.workspaces());
   operations.settleSelection();
   executions.publishExecution(selection.key());
+  if (selection.key()) tree.loadTranscript(*selection.key());
   settings.load();
   ports.loadTasklet();
   imagine->load();

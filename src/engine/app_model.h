@@ -74,6 +74,7 @@ class AppModel : public EngineCore {
 
  private:
   void startUp();
+  Changes::Observation transcriptOfSelection_;
 };
 
 }  // namespace vantrell

@@ -300,7 +300,7 @@ TEST_F(SlowWriter, TranscriptIsReadInTheBackgroundTheEndFirst) {
   tree_.load();
   int announced = 0;
   const auto observation = changes_.observe([&](const Change& change) {
-    announced += change.kind == Change::Kind::transcriptReplaced ? 1 : 0;
+    announced += change.kind == Change::Kind::transcriptLoaded ? 1 : 0;
   });
   tree_.settleRunsLeftOpen();  // needs it too
   bool isLoaded = false;

@@ -20,7 +20,8 @@ struct Change {
     entryAdded,
     entryReplaced,
     textAdded,           // `text` at the end of the entry
-    transcriptReplaced,  // read it anew
+    transcriptReplaced,  // read it again
+    transcriptLoaded,    // more of it is in memory, unchanged
     planReplaced,
     runChanged,          // `runID`
     composerWanted,      // the user is about to type here: "vantrell.focusComposer"

@@ -180,22 +180,23 @@ void WorkspaceTree::loadTranscript(const ThreadExecutionKey& key, std::function<
   writer_->post([this, key, source, end, tail, life = std::weak_ptr(life_), &main = main_] {
     auto last = source->readInBackground(tail, end);
     main.post([this, key, life, source, last = std::move(last), end]() mutable {
-      ChatThread* const loaded = life.expired() ? nullptr : find(key);
-      if (!loaded || loaded->entries.source() != source || loaded->entries.unread() != end) return;
+      ChatThread* const present = life.expired() ? nullptr : find(key);
+      if (!present || present->entries.source() != source || present->entries.unread() != end)
+        return;
       source->reportLost(last.lost);
-      loaded->entries.prepend(std::move(last.entries));
-      transcriptArrived(key);
+      present->entries.prepend(std::move(last.entries));
+      loaded(key);
     });
     auto part = tail == 0 ? Transcript::Source::Part{} : source->readInBackground(0, tail);
     Transcript earlier(std::move(part.entries));
     earlier.makeIndex();
     main.post([this, key, life, source, earlier = std::move(earlier), lost = part.lost]() mutable {
       if (life.expired()) return;
-      ChatThread* const loaded = find(key);
-      if (loaded && loaded->entries.source() == source) {
+      ChatThread* const present = find(key);
+      if (present && present->entries.source() == source) {
         source->reportLost(lost);
-        loaded->entries.complete(std::move(earlier));
-        transcriptArrived(key);
+        present->entries.complete(std::move(earlier));
+        loaded(key);
       }
       finishLoading(key);
     });
@@ -208,8 +209,8 @@ void WorkspaceTree::finishLoading(const ThreadExecutionKey& key) {
   for (const auto& each : node.mapped()) each();
 }
 
-void WorkspaceTree::transcriptArrived(const ThreadExecutionKey& key) {
-  changed(Change::Kind::transcriptReplaced, key);
+void WorkspaceTree::loaded(const ThreadExecutionKey& key) {
+  changed(Change::Kind::transcriptLoaded, key);
 }
 
 // ---- looking ------------------------------------------------------------------------------------
@@ -374,7 +375,7 @@ void WorkspaceTree::replaceTranscript(Transcript entries, const ThreadExecutionK
   for (std::size_t i = 0; i < std::min(before.size(), found->entries.size()); ++i) {
     if (!(before[i] == std::as_const(found->entries)[i])) marks.places.insert(i);
   }
-  transcriptArrived(key);
+  changed(Change::Kind::transcriptReplaced, key);
 }
 
 void WorkspaceTree::truncateTranscript(std::size_t count, const ThreadExecutionKey& key) {
@@ -382,7 +383,7 @@ void WorkspaceTree::truncateTranscript(std::size_t count, const ThreadExecutionK
   if (!found || count >= found->entries.size()) return;
   found->entries.truncate(count);
   touch(key).entries.cutTo(count);
-  transcriptArrived(key);
+  changed(Change::Kind::transcriptReplaced, key);
 }
 
 Uuid WorkspaceTree::beginRun(std::string prompt, const ThreadExecutionKey& key) {

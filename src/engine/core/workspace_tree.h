@@ -122,7 +122,7 @@ class WorkspaceTree {
   void finishLoading(const ThreadExecutionKey& key);
   /// Of a turn that an earlier process began.
   void endOpenTools(const ThreadExecutionKey& key, std::size_t count);
-  void transcriptArrived(const ThreadExecutionKey& key);
+  void loaded(const ThreadExecutionKey& key);
   void finished(const std::shared_ptr<Write>& write);
   void changed(Change::Kind kind, const ThreadExecutionKey& key, std::string_view entryID = {},
                std::string_view text = {}, std::optional<Uuid> runID = std::nullopt);

@@ -57,6 +57,7 @@ void Composer::sendNow(std::string text, std::vector<ChatAttachment> attachments
                        const ThreadExecutionKey& key) {
   if (!tree_.thread(key)) return;
   ports_.prepareNotifications();
+  tree_.loadTranscript(key);  // a capsule may need it
   tree_.updateThreadTitleIfNeeded(text, key);
 
   ChatEntry entry;
