@@ -62,6 +62,10 @@ AppModel::Parts::Parts(Dependencies given)
           TaskBranches::Dependencies{main, tree, executions, *router, *composer, *safety})),
       selected(*this) {
   composer->setGate(branches.get());
+  selectionWatch = changes.observe([this](const ChangeBatch& batch) {
+    const auto shown = selection.key();
+    if (batch.has(topics::selection) && shown) tree.loadTranscript(*shown);
+  });
   given.providers.onLocalRuntimeChanged = [this] { catalog->localRuntimeChanged(); };
 }
 
@@ -82,6 +86,7 @@ void AppModel::startUp(bool refreshesRuntimes) {
   parts.tree.settleRunsLeftOpen();
   parts.selection.restore(parts.tree.workspaces());
   parts.operations->settleSelection();
+  if (const auto shown = parts.selection.key()) parts.tree.loadTranscript(*shown);
   parts.settings.load();
   if (refreshesRuntimes) {
     parts.setup.services().loadTasklet([&changes = parts.changes] { changes.mark(topics::runtimes); });
@@ -111,7 +116,6 @@ bool AppModel::endAllWork() {
 }
 
 bool AppModel::flush() {
-  parts_->tree.save();
   return parts_->tree.flush();
 }
 

@@ -77,6 +77,7 @@ struct AppModel::Parts {
   const std::shared_ptr<WorkspaceOperations> operations;
   const std::shared_ptr<TaskBranches> branches;
   SelectedTask selected;
+  Changes::Observation selectionWatch;  // reads the transcript of what is selected
 };
 
 }  // namespace vantrell

@@ -31,7 +31,6 @@ TEST_F(AppModelStart, RunsLeftOpenAreInterrupted) {
   tool.kind = ChatEntryKind::tool;
   tool.status = "in_progress";
   model->tree.appendEntry(tool, key);
-  model->tree.save();
   stop();
   main.advance(std::chrono::hours(1));
   restart();

@@ -78,6 +78,7 @@ std::vector<std::string> EngineFixture::texts() {
 }
 
 std::vector<Workspace> EngineFixture::saved() {
+  main.runReady();
   return WorkspaceStore(*defaults, folder.path()).load(main.now());
 }
 

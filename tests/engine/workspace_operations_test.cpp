@@ -160,7 +160,6 @@ TEST_F(WorkspaceOperations, AWorkspaceRestoredWithoutAVisibleTaskGetsOne) {
   start();
   operations().removeWorkspace(key.workspaceID);
   model->tree.updateThread({general().id, selected()}, [](ChatThread& t) { t.isArchived = true; });
-  model->tree.save();
   stop();
   restart();
   EXPECT_EQ(general().threads.size(), 2U);

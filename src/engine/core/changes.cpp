@@ -74,6 +74,10 @@ void Changes::transcriptReset(const ThreadExecutionKey& key) {
   changes.changedEntries.clear();
 }
 
+void Changes::transcriptLoaded(const ThreadExecutionKey& key) {
+  of(key).transcriptLoaded = true;
+}
+
 void Changes::runChanged(const ThreadExecutionKey& key) {
   of(key).runs = true;
 }

@@ -45,7 +45,8 @@ struct ConversationChanges {
   bool transcriptReset = false;  // read all of it; the two lists are empty then
   std::vector<std::string> appendedEntries;  // ids, in the order of the transcript
   std::vector<std::string> changedEntries;   // ids, each once; none of those that were appended
-  bool runs = false;                         // a run began or changed
+  bool transcriptLoaded = false;  // more of it is in memory, unchanged
+  bool runs = false;              // a run began or changed
   bool state = false;           // connection state, question, plan, error, log, playback
   bool thread = false;          // title, queue, draft, choices, checkpoints
   bool composerWanted = false;  // the user is about to type here
@@ -88,6 +89,7 @@ class Changes {
   void entryAppended(const ThreadExecutionKey& key, std::string_view entryID);
   void entryChanged(const ThreadExecutionKey& key, std::string_view entryID);
   void transcriptReset(const ThreadExecutionKey& key);
+  void transcriptLoaded(const ThreadExecutionKey& key);
   void runChanged(const ThreadExecutionKey& key);
   void stateChanged(const ThreadExecutionKey& key);
   void threadChanged(const ThreadExecutionKey& key);

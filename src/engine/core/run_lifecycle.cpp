@@ -145,17 +145,18 @@ void RunLifecycle::active(const ThreadExecutionKey& key) {
   const Date now = main_.now();
   const bool wasStalled = std::exchange(execution.stallWarningSent, false);
   execution.lastActivityAt = now;
-  if (!wasStalled && now - execution.lastPersistedActivityAt < persistInterval) return;
+  tree_.noteActivity(execution.activeRunID, key);
+  if (!wasStalled && now - execution.lastPersistedActivityAt < WorkspaceTree::streamInterval) {
+    return;
+  }
   execution.lastPersistedActivityAt = now;
-  tree_.updateRun(execution.activeRunID, key, [&](RunRecord& run) {
-    run.lastActivityAt = now;
-    if (!wasStalled) return;
-    run.statusMessage = fmt::format(
-        "{} resumed activity.",
-        execution.activeProvider ? shortLabel(*execution.activeProvider) : "The agent");
-  });
-  // What comes outside a run, as a turn that the runtime begins by itself, is kept as well.
-  tree_.save();
+  if (wasStalled) {
+    tree_.updateRun(execution.activeRunID, key, [&](RunRecord& run) {
+      run.statusMessage = fmt::format(
+          "{} resumed activity.",
+          execution.activeProvider ? shortLabel(*execution.activeProvider) : "The agent");
+    });
+  }
   executions_.changed(key);
 }
 

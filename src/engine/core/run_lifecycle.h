@@ -41,8 +41,7 @@ class RunLifecycle {
   void waiting(const ThreadExecutionKey& key, const std::string& title);
   /// The question is answered or withdrawn.
   void resumed(const ThreadExecutionKey& key, bool isDecided);
-  /// A sign of life of the agent; with a run or without one it reaches the disk at most every 15
-  /// seconds, and at once after a long silence.
+  /// A sign of life of the agent, with a run or without one.
   void active(const ThreadExecutionKey& key);
   /// The agent is at work, but waits for something outside, as the network: what the run says.
   void waitsFor(const ThreadExecutionKey& key, const std::string& text);
@@ -79,8 +78,6 @@ class RunLifecycle {
 
   static constexpr std::string_view connectionReset =
       "Stopped: the connection to the agent was reset.";
-  /// While a stream runs, at most one save in this time.
-  static constexpr Seconds persistInterval{15.0};
 
  private:
   void markActivity(ThreadExecutionRuntime& execution);

@@ -4,15 +4,19 @@ namespace vantrell {
 
 void ThreadExecutionRuntime::endClient() {
   retryTimer.cancel();
-  if (isReplaying) openTools.clear();  // they go with the transcript that was being rebuilt
   endReplay();
   session->end();
 }
 
+void ThreadExecutionRuntime::beginReplay(std::size_t length) {
+  lengthBeforePlayback = length;
+  isReplaying = true;
+  playback = std::make_unique<Transcript>();
+}
+
 void ThreadExecutionRuntime::endReplay() {
   isReplaying = false;
-  replayBackup = nullptr;
-  replay.reset();
+  playback.reset();
 }
 
 }  // namespace vantrell

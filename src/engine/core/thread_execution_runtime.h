@@ -12,7 +12,6 @@
 #include "engine/core/connection_state.h"
 #include "engine/core/log_text.h"
 #include "engine/core/plan_entry.h"
-#include "engine/core/replay.h"
 #include "platform/queues/dispatch.h"
 #include "platform/values/uuid.h"
 #include "records/values/task_modes.h"
@@ -31,10 +30,11 @@ struct ThreadExecutionRuntime {
   const std::shared_ptr<const PermissionRequest>& permissionRequest() const {
     return session->question();
   }
-  /// Ends the client with what waits for it, and a replay, whose transcript comes back.
+  /// Ends the client with what waits for it, and a replay.
   void endClient();
-  /// Ends a replay: the rebuilt transcript stays when that was decided, else the old one comes
-  /// back.
+  /// `length`: of the transcript.
+  void beginReplay(std::size_t length);
+  /// Drops what was played back so far.
   void endReplay();
 
   const std::shared_ptr<AgentSession> session;
@@ -47,12 +47,11 @@ struct ThreadExecutionRuntime {
   std::optional<std::string> errorMessage;  // of the last failure, until the next success
   LogText cliLog;                           // cleared when a client starts
   bool isReplaying = false;                 // a resumed session plays its history back
-  std::shared_ptr<const Transcript> replayBackup;  // the entries as they were before
   /// Entry id for agent text that comes without a message id; fresh for every turn.
   std::string fallbackMessageID = Uuid::random().text();
 
   std::optional<Uuid> activeRunID;  // while the run is live
-  /// The user entry of the turn at hand; with what follows it, it survives a replay.
+  /// The user entry of the turn at hand: a runtime that plays the session back does not know it.
   std::optional<std::string> turnEntryID;
   /// Entries of tools that its client has told of and not ended.
   std::set<std::string, std::less<>> openTools;
@@ -64,7 +63,10 @@ struct ThreadExecutionRuntime {
   Date lastActivityAt;
   Date lastPersistedActivityAt = Date::distantPast();
   bool stallWarningSent = false;
-  std::unique_ptr<Replay> replay;  // while replayBackup is shown
+  /// What was played back so far, while isReplaying. The conversation keeps its entries until the
+  /// replay has succeeded, so a replay that fails changes nothing.
+  std::unique_ptr<Transcript> playback;
+  std::size_t lengthBeforePlayback = 0;
   Timer retryTimer;                // the pause before the second attempt to start
 };
 

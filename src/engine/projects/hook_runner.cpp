@@ -94,7 +94,6 @@ void HookRunner::ended(const std::string& path, std::string text) {
   const ThreadExecutionKey key = round.key;
   round.hooks.pop_front();
   tree_.appendEntry(std::move(entry), key);
-  tree_.save();
   runNext(path);
 }
 

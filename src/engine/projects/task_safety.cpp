@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "platform/queues/weakly.h"
+#include "runtimes/catalog/provider_table.h"
 #include "project/folder_identity.h"
 
 namespace vantrell {
@@ -112,7 +113,6 @@ void TaskSafety::captureCheckpoint(const ThreadExecutionKey& key, std::string la
           each.checkpoints.insert(each.checkpoints.begin(), captured->checkpoint);
           if (each.checkpoints.size() > keptCheckpoints) each.checkpoints.resize(keptCheckpoints);
         });
-        self.tree_.save();
         if (kind == WorkspaceCheckpointKind::manual) self.notes_ = std::move(captured->notes);
         reply(std::move(captured->checkpoint));
       });
@@ -244,16 +244,14 @@ void TaskSafety::restored(const ThreadExecutionKey& key, const WorkspaceCheckpoi
   const auto count =
       static_cast<std::size_t>(std::max<std::int64_t>(checkpoint.conversationEntryCount, 0));
   if (thread && count < thread->entries.size()) {
-    Transcript entries = tree_.takeTranscript(key);
     // A prompt that was sent meanwhile is about what stands now.
     const auto before = static_cast<std::size_t>(recovery.conversationEntryCount);
     std::vector<ChatEntry> since;
-    for (std::size_t i = std::max(count, before); i < entries.size(); ++i) {
-      since.push_back(std::as_const(entries)[i]);
+    for (std::size_t i = std::max(count, before); i < thread->entries.size(); ++i) {
+      since.push_back(thread->entries[i]);
     }
-    entries.truncate(count);
-    for (auto& each : since) entries.append(std::move(each));
-    tree_.replaceTranscript(std::move(entries), key);
+    tree_.truncateTranscript(count, key);
+    for (auto& each : since) tree_.appendEntry(std::move(each), key);
   }
   // The agents' sessions know the turns that have just been undone: each provider begins a new one,
   // which gets the conversation as it stands now.
@@ -262,7 +260,6 @@ void TaskSafety::restored(const ThreadExecutionKey& key, const WorkspaceCheckpoi
     each.updatedAt = main_.now();
   });
   runs_.resetConnection(key);
-  tree_.save();
   git_.refreshGitSnapshot();
 }
 
@@ -309,8 +306,12 @@ void TaskSafety::moveToWorktree(const ThreadExecutionKey& key, Worktree worktree
   tree_.updateThread(key, [&](ChatThread& thread) {
     thread.workspaceMode = TaskWorkspaceMode::isolated;
     thread.isolatedWorkspacePath = std::move(worktree.path);
+    // Some runtimes go on working in the folder that a session was begun in: those begin a new one,
+    // with the visible conversation attached.
+    for (const auto provider : allAgentProviders) {
+      if (providerFacts(provider).sessionsAreBoundToFolder) thread.forgetSessionID(provider);
+    }
   });
-  tree_.save();
   git_.refreshIfSelected(key);
 }
 

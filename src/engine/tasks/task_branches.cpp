@@ -46,13 +46,6 @@ ChatThread TaskBranches::offshoot(const ChatThread& source, std::string_view suf
   return thread;
 }
 
-/// While a session is played back, the conversation is what it was before.
-const Transcript& TaskBranches::entriesOf(const ThreadExecutionKey& key) const {
-  const auto* execution = core_.executions.find(key);
-  const bool isReplaying = execution && execution->isReplaying && execution->replayBackup;
-  return isReplaying ? *execution->replayBackup : core_.tree.thread(key)->entries;
-}
-
 // ---- forks --------------------------------------------------------------------------------------
 
 Result<ThreadExecutionKey> TaskBranches::forkThread(
@@ -61,12 +54,11 @@ Result<ThreadExecutionKey> TaskBranches::forkThread(
   if (!thread) return refuseMissingConversation();
   ChatThread fork = offshoot(*thread, forkSuffix);
   fork.checkpoints = thread->checkpoints;
-  const Transcript& entries = entriesOf(source);
+  const Transcript& entries = thread->entries;
   const auto last = throughEntryID ? entries.indexOf(*throughEntryID) : std::nullopt;
   fork.entries = firstEntries(entries, last ? *last + 1 : entries.size());
   const ThreadExecutionKey key{source.workspaceID, fork.id};
   core_.tree.addThread(std::move(fork), key.workspaceID);
-  core_.tree.save();
   return key;
 }
 
@@ -80,7 +72,7 @@ Result<ThreadExecutionKey> TaskBranches::branchAndSend(const ThreadExecutionKey&
   const ChatThread* thread = core_.tree.thread(source);
   if (!thread) return refuseMissingConversation();
   if (text.empty()) return refuse("Type a prompt first.");
-  const Transcript& entries = entriesOf(source);
+  const Transcript& entries = thread->entries;
   auto place = entries.indexOf(fromEntryID);
   while (place && entries[*place].kind != ChatEntryKind::user) {
     place = *place == 0 ? std::nullopt : std::optional(*place - 1);
@@ -93,15 +85,15 @@ Result<ThreadExecutionKey> TaskBranches::branchAndSend(const ThreadExecutionKey&
   const ThreadExecutionKey key{source.workspaceID, branch.id};
   Unsent unsent{.prompt = std::move(text), .attachments = entries[*place].attachments};
   core_.tree.addThread(std::move(branch), key.workspaceID);
-  core_.tree.save();
   prepare(key, std::move(unsent));
   return key;
 }
 
 Result<ThreadExecutionKey> TaskBranches::retry(const ThreadExecutionKey& source,
                                                std::optional<AgentProvider> provider) {
-  if (!core_.tree.thread(source)) return refuseMissingConversation();
-  const Transcript& entries = entriesOf(source);
+  const ChatThread* thread = core_.tree.thread(source);
+  if (!thread) return refuseMissingConversation();
+  const Transcript& entries = thread->entries;
   for (std::size_t i = entries.size(); i > 0; --i) {
     const ChatEntry& entry = entries[i - 1];
     if (entry.kind == ChatEntryKind::user) {
@@ -140,7 +132,6 @@ Result<std::vector<ThreadExecutionKey>> TaskBranches::compareNextPrompt(
       thread.comparisonGroupID = group;
     });
   }
-  core_.tree.save();
   for (const auto& fork : forks) prepare(fork, {.prompt = text, .needsWorktree = true});
   return forks;
 }
@@ -202,7 +193,6 @@ void TaskBranches::keepForUser(const ThreadExecutionKey& begun, Unsent unsent) {
     thread.draftText = std::move(unsent.prompt);
     thread.draftAttachments = std::move(unsent.attachments);
   });
-  core_.tree.save();
 }
 
 void TaskBranches::keepUnsent() {

@@ -63,7 +63,6 @@ class TaskBranches : public std::enable_shared_from_this<TaskBranches>, public P
   };
 
   ChatThread offshoot(const ChatThread& source, std::string_view suffix) const;
-  const Transcript& entriesOf(const ThreadExecutionKey& key) const;
   void prepare(const ThreadExecutionKey& key, Unsent unsent);
   void prepared(const ThreadExecutionKey& key,
                 TaskSafetyResult<TaskSafetyService::Worktree> worktree);

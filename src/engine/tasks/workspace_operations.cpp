@@ -40,7 +40,6 @@ Uuid WorkspaceOperations::visibleThread(const Uuid& workspaceID) {
   ChatThread fresh = replacementFor(workspaceID);
   const Uuid id = fresh.id;
   core_.tree.addThread(std::move(fresh), workspaceID);
-  core_.tree.save();
   return id;
 }
 
@@ -169,7 +168,6 @@ Result<> WorkspaceOperations::addWorkspace(std::string_view path) {
   const ThreadExecutionKey key{workspace.id, workspace.threads.front().id};
   core_.tree.addWorkspace(std::move(workspace));
   show(key.workspaceID, key.threadID);
-  core_.tree.save();
   return {};
 }
 
@@ -183,7 +181,6 @@ Result<> WorkspaceOperations::removeWorkspace(const Uuid& id) {
     const Uuid first = generalWorkspace()->id;
     show(first, visibleThread(first));
   }
-  core_.tree.save();
   return {};
 }
 
@@ -191,7 +188,6 @@ Result<> WorkspaceOperations::setWorkspacePinned(const Uuid& id, bool pinned) {
   if (!core_.tree.workspace(id)) return refuseMissingProject();
   if (isGeneral(id)) return refuse("General is always first.");
   core_.tree.setWorkspacePinned(id, pinned);
-  core_.tree.save();
   return {};
 }
 
@@ -220,7 +216,6 @@ Result<> WorkspaceOperations::archiveWorkspaceThreads(const Uuid& id) {
   } else {
     core_.tree.addThread(std::move(fresh), id);
   }
-  core_.tree.save();
   core_.changes.mark(topics::remoteSnapshot);
   return {};
 }
@@ -246,7 +241,6 @@ Result<> WorkspaceOperations::newThread(std::optional<Uuid> workspaceID) {
   addAndSelect(ChatThread::make(std::string(isTask ? newTaskTitle : newChatTitle),
                                 core_.main.now()),
                *workspaceID);
-  core_.tree.save();
   return {};
 }
 
@@ -260,7 +254,6 @@ Result<> WorkspaceOperations::renameThread(const Uuid& id, const Uuid& workspace
     thread.title = trimmed;
     thread.updatedAt = core_.main.now();
   });
-  core_.tree.save();
   return {};
 }
 
@@ -269,13 +262,12 @@ Result<> WorkspaceOperations::deleteThread(const Uuid& id, const Uuid& workspace
   if (!core_.tree.thread(key)) return refuseMissingConversation();
   const bool wasSelected = core_.selection.key() == key;
   core_.runs.forget(key);
-  core_.tree.takeThread(key);
+  core_.tree.removeThread(key);
   if (core_.tree.workspace(workspaceID)->threads.empty()) {
     core_.tree.addThread(replacementFor(workspaceID), workspaceID);
   }
   if (wasSelected) replaceShown(workspaceID, visibleThread(workspaceID));
   fillIfSelected(workspaceID);
-  core_.tree.save();
   return {};
 }
 
@@ -284,7 +276,6 @@ Result<> WorkspaceOperations::moveThread(const Uuid& id, const Uuid& from, const
   if (isAtWork(key)) {
     return refuse("Stop this conversation before moving it to another project.");
   }
-  const Workspace* source = core_.tree.workspace(from);
   const Workspace* destination = core_.tree.workspace(to);
   if (!core_.tree.thread(key) || !destination) {
     return refuse("That conversation or destination project is no longer available.");
@@ -294,17 +285,12 @@ Result<> WorkspaceOperations::moveThread(const Uuid& id, const Uuid& from, const
   // Its client, if it still has one, works in the old folder.
   core_.runs.forget(key);
 
-  const std::string sourcePath = source->path, sourceName = source->name;
-  const std::string destinationName = destination->name;
-  auto moved = core_.tree.takeThread(key);
-  moved->prepareForWorkspaceMove(sourcePath, sourceName, destinationName, core_.main.now());
-  core_.tree.addThread(std::move(*moved), to);
+  core_.tree.moveThread(key, to);
   if (core_.tree.workspace(from)->threads.empty()) {
     core_.tree.addThread(replacementFor(from), from);
   }
   if (wasSelected) show(to, id);
   fillIfSelected(from);
-  core_.tree.save();
   core_.changes.mark(topics::remoteSnapshot);
   return {};
 }
@@ -313,7 +299,6 @@ Result<> WorkspaceOperations::toggleThreadPin(const Uuid& id, const Uuid& worksp
   const ThreadExecutionKey key{workspaceID, id};
   if (!core_.tree.thread(key)) return refuseMissingConversation();
   core_.tree.updateThread(key, [](ChatThread& thread) { thread.isPinned = !thread.isPinned; });
-  core_.tree.save();
   return {};
 }
 
@@ -330,7 +315,6 @@ Result<> WorkspaceOperations::setThreadArchived(const Uuid& id, const Uuid& work
     replaceShown(workspaceID, visibleThread(workspaceID));
   }
   fillIfSelected(workspaceID);
-  core_.tree.save();
   return {};
 }
 
@@ -347,7 +331,6 @@ Result<> WorkspaceOperations::saveComposerDraft(std::string_view text,
     thread.draftText = text.empty() ? std::nullopt : std::optional<std::string>(text);
     thread.draftAttachments = attachments;
   });
-  core_.tree.save();
   return {};
 }
 

@@ -75,7 +75,6 @@ void AgentLauncher::startCompleted(const Attempt& attempt, AgentSession::StartRe
     core_.tree.updateThread(attempt.key, [&](ChatThread& thread) {
       thread.setSessionID(std::move(result->sessionId), attempt.provider);
     });
-    core_.tree.save();
     core_.runs.connected(attempt.key);
     if (result->notice) core_.tree.appendSystemEntry(*result->notice, attempt.key);
     return attempt.afterReady();

@@ -33,6 +33,7 @@ Result<> Composer::sendNow(std::string text, std::vector<ChatAttachment> attachm
                            const ThreadExecutionKey& key) {
   if (!core_.tree.thread(key)) return refuseMissingConversation();
   core_.events.prepareNotifications();
+  core_.tree.loadTranscript(key);  // a capsule may need it
   core_.tree.updateThreadTitleIfNeeded(text, key);
 
   ChatEntry entry;
@@ -44,7 +45,6 @@ Result<> Composer::sendNow(std::string text, std::vector<ChatAttachment> attachm
   ThreadExecutionRuntime& execution = core_.executions.execution(key);
   execution.turnEntryID = entry.id;
   core_.tree.appendEntry(std::move(entry), key);
-  core_.tree.save();
 
   Prompt prompt{.key = key,
                 .text = std::move(text),

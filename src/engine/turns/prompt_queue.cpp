@@ -15,7 +15,6 @@ Result<> PromptQueue::enqueuePrompt(std::string text, std::vector<ChatAttachment
         {Uuid::random(), std::move(text), std::move(attachments), main_.now()});
     thread.updatedAt = main_.now();
   });
-  tree_.save();
   return {};
 }
 
@@ -45,7 +44,6 @@ Result<> PromptQueue::moveQueuedPromptToFront(const Uuid& id, const ThreadExecut
   if (tree_.thread(key)->queuedPrompts.front().id == id) return {};
   tree_.updateThread(key,
                      [&](ChatThread& each) { each.moveQueuedPromptToFront(id, main_.now()); });
-  tree_.save();
   return {};
 }
 
@@ -55,7 +53,6 @@ Result<> PromptQueue::removeQueuedPrompt(const Uuid& id, const ThreadExecutionKe
     std::erase_if(each.queuedPrompts, [&](const QueuedPrompt& prompt) { return prompt.id == id; });
     each.updatedAt = main_.now();
   });
-  tree_.save();
   return {};
 }
 
@@ -67,7 +64,6 @@ Result<> PromptQueue::clearQueuedPrompts(const ThreadExecutionKey& key) {
     each.queuedPrompts.clear();
     each.updatedAt = main_.now();
   });
-  tree_.save();
   return {};
 }
 

@@ -59,7 +59,6 @@ void SessionStatusService::respondToSessionStatus(std::string text, const Thread
   });
   append(ChatEntryKind::user, std::move(text), key);
   append(ChatEntryKind::assistant, std::move(answer), key);
-  tree_.save();
   changes_.mark(topics::remoteSnapshot);
 }
 
@@ -70,11 +69,7 @@ void SessionStatusService::append(ChatEntryKind kind, std::string text,
   entry.kind = kind;
   entry.text = std::move(text);
   entry.createdAt = main_.now();
-  ThreadExecutionRuntime* execution = executions_.find(key);
-  if (!execution || !execution->replay) return tree_.appendEntry(std::move(entry), key);
-  // Among the history that is being played back it would get lost or stand in the wrong place.
-  if (!execution->turnEntryID) execution->turnEntryID = entry.id;
-  execution->replay->append(std::move(entry));
+  tree_.appendEntry(std::move(entry), key);
 }
 
 }  // namespace vantrell

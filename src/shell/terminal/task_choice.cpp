@@ -111,7 +111,6 @@ std::expected<ThreadExecutionKey, UsageError> openTask(AppModel& model, const Ru
       if (plan.arguments.model) thread.setModelID(plan.arguments.model, provider, now);
       if (plan.arguments.effort) thread.setEffort(plan.arguments.effort, provider, now);
     });
-    model.tree.save();
   }
   return *key;
 }
