@@ -2,7 +2,7 @@
 
 #include "app/ports.h"
 #include "bench_folder.h"
-#include "engine/app_model.h"
+#include "app/app_model.h"
 #include "platform/queues/manual_main_queue.h"
 #include "platform/storage/user_defaults.h"
 #include "ratio.h"

@@ -11,7 +11,7 @@
 #include "app/ports.h"
 #include "app/stream_agent.h"
 #include "bench_folder.h"
-#include "engine/app_model.h"
+#include "app/app_model.h"
 #include "platform/process/process.h"
 #include "platform/queues/run_loop.h"
 #include "platform/storage/user_defaults.h"
@@ -43,12 +43,12 @@ class StreamFixture {
     // Routing looks at all of them, to give the reason for its choice.
     std::map<AgentProvider, ProviderConnector> connectors;
     for (const auto each : allAgentProviders) {
-      ProviderConnector& connector = connectors[each];
+      ProviderConnector& connector = providers.connectors[each];
       connector.provider = each;
       connector.isAvailable = [](const auto&) { return false; };
     }
     for (const StreamPart& part : parts_) {
-      ProviderConnector& connector = connectors[part.dialect->provider];
+      ProviderConnector& connector = providers.connectors[part.dialect->provider];
       connector.isAvailable = [](const auto&) { return true; };
       connector.makeClient = [&](const ProviderConnectorContext& context) {
         return part.dialect->makeClient("/proc/self/exe", context.workspacePath, part.environment(),

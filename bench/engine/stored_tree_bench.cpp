@@ -92,7 +92,7 @@ class Tree {
   /// A chunk and its save, as far as it costs the main queue.
   void saveChunk() {
     tree_.appendText("chunk ", entry_, key_);
-    tree_.save();
+    main_.advance(WorkspaceTree::streamInterval);
   }
   void settle() {
     writer_.runAll();
@@ -101,7 +101,7 @@ class Tree {
   /// The entry must not grow from round to round.
   void reset() {
     tree_.updateEntry(entry_, key_, [](ChatEntry& entry) { entry.text = words(1); });
-    tree_.save();
+    main_.advance(WorkspaceTree::streamInterval);
     settle();
   }
 

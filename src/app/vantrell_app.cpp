@@ -1,46 +1,32 @@
 #include "app/vantrell_app.h"
 
-#include <fmt/format.h>
-
-#include "app/ports.h"
-#include "app/runtime_means.h"
-#include "runtimes/acp/acp_client.h"
-#include "runtimes/catalog/locators.h"
+#include "engine/projects/local_project_services.h"
+#include "platform/desktop/system_desktop.h"
+#include "platform/files/files.h"
+#include "platform/process/login_shell.h"
+#include "platform/process/program_runner.h"
+#include "platform/storage/user_defaults.h"
 
 namespace vantrell {
 
-namespace {
-
-/// The practice agent in the place of local models: like them it needs no subscription.
-ProviderConnector practiceConnector(MainQueue& main, BackgroundPool& pool, std::string executable) {
-  ProviderConnector connector;
-  connector.provider = AgentProvider::local;
-  connector.setupHint =
-      fmt::format("The practice agent is missing: {}. Build it with ./run.", executable);
-  connector.isAvailable = [executable](const auto&) { return files::isExecutable(executable); };
-  connector.makeClient =
-      [&main, &pool,
-       executable](const ProviderConnectorContext& context) -> std::shared_ptr<AgentClient> {
-    if (!files::isExecutable(executable)) return nullptr;
-    ACPConfiguration configuration;
-    configuration.provider = AgentProvider::local;
-    configuration.executable = executable;
-    configuration.workspacePath = context.workspacePath;
-    configuration.permissionMode = context.permissionMode;
-    configuration.processArguments = {"acp"};
-    configuration.processEnvironment = GrokLocator::augmentedEnvironment();
-    configuration.runtimeName = "The practice agent";
-    return ACPClient::make(std::move(configuration), main, pool);
+RuntimePrograms VantrellApp::programsOfThisSession(MainQueue& main, BackgroundPool& pool,
+                                                   std::shared_ptr<Desktop> desktop,
+                                                   ExecutableChoice choice) {
+  const auto runner = std::make_shared<ProgramRunner>(main, pool);
+  RuntimePrograms programs;
+  programs.runner = runner;
+  programs.pool = &pool;
+  programs.desktop = desktop ? std::move(desktop) : SystemDesktop::ofThisSession(runner);
+  programs.customExecutable = std::move(choice);
+  programs.readUserPath = [runner](std::function<void()> done) {
+    loginShell::readFolders(*runner, loginShell::usersOwn(),
+                            [done = std::move(done)](std::vector<std::string> folders) {
+                              loginShell::keepFolders(std::move(folders));
+                              done();
+                            });
   };
-  connector.modelOptions = [](const auto&) {
-    return std::vector{ProviderModelOption::defaultOption({ProviderEffortOption::defaultOption()})};
-  };
-  // What helps with local models is no help with this one.
-  connector.advice = [](const std::string& description) { return description; };
-  return connector;
+  return programs;
 }
-
-}  // namespace
 
 std::expected<std::unique_ptr<VantrellApp>, std::string> VantrellApp::start(
     MainQueue& main, VantrellOptions options) {
@@ -50,62 +36,38 @@ std::expected<std::unique_ptr<VantrellApp>, std::string> VantrellApp::start(
 }
 
 VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, UserState state)
-    : main_(main),
-      state_(std::move(state)),
+    : state_(std::move(state)),
       store_(*state_.defaults, state_.folders.support),
       secrets_(state_.folders.secretStore(), main, pool_),
-      runner_(std::make_shared<ProgramRunner>(main, pool_)),
-      services_(main, *state_.defaults, secrets_),
-      connectors_(
-          {.main = main,
-           .pool = pool_,
-           .defaults = *state_.defaults,
-           .http = services_.http(),
-           .webhook = services_.webhook(),
-           .customExecutable = executableChoice(options.customExecutable, *state_.defaults)}),
-      practices_(options.practiceAgent.has_value()) {
-  if (options.practiceAgent) {
-    connectors_.replace(practiceConnector(main_, pool_, *options.practiceAgent));
-  }
-  EnginePorts ports = enginePorts(main_, pool_, connectors_);
-  ports.runtimes =
-      runtimeMeans(runner_, pool_, executableChoice(options.customExecutable, *state_.defaults));
-  if (options.desktop) ports.runtimes.desktop = std::move(options.desktop);
-  ports.runtimes.refreshesAtStart = options.refreshesRuntimes;
-  ports.imagine = {.supportFolder = state_.folders.support, .background = &pool_};
-  if (!options.keepsGitPicture) ports.gitSnapshot = neutralPorts().gitSnapshot;
-  ports.localRuntimeStatus = [this] { return services_.localRuntime().status(); };
-  ports.isTaskletConfigured = [this] { return services_.webhook()->isConfigured(); };
-  ports.isSetupKnown = [this](AgentProvider provider) {
-    return (practices_ && provider == AgentProvider::local) || services_.isKnown(provider);
-  };
-  ports.findOutSetup = [this](AgentProvider provider, EnginePorts::Done done) {
-    services_.prepare(provider, std::move(done));
-  };
-  ports.refreshLocalRuntime = [this] { services_.localRuntime().refresh(); };
-  ports.saveTaskletWebhook = [this](const std::string& text, std::function<void(bool)> reply) {
-    services_.webhook()->save(text, std::move(reply));
-  };
-  if (ports.runtimes.refreshesAtStart) {
-    ports.loadTasklet = [this] {
-      services_.webhook()->load(
-          [this] { model_->changes.announce({.kind = Change::Kind::runtimesChanged}); });
-    };
-  }
-  ports.taskSafety = {.background = &pool_, .supportFolder = state_.folders.support};
-  ports.captureCheckpoint = [this](const ThreadExecutionKey& key, std::string label,
-                                   WorkspaceCheckpointKind, EnginePorts::Done done) {
-    model_->safety->captureBeforePrompt(key, std::move(label), std::move(done));
-  };
-  model_ = std::make_unique<AppModel>(main_, *state_.defaults, store_, std::move(ports), &writer_);
-  services_.onLocalRuntimeChanged = [this] { model_->catalog->localRuntimeChanged(); };
-  notice_ = std::move(state_.notice);
+      practices_(options.practiceAgent.has_value()),
+      services_({.main = main,
+                 .pool = pool_,
+                 .defaults = *state_.defaults,
+                 .secrets = secrets_,
+                 .customExecutable = executableChoice(options.customExecutable, *state_.defaults),
+                 .practiceAgent = options.practiceAgent}),
+      projects_(std::make_unique<LocalProjectServices>(main, pool_, options.readsGitSnapshot)),
+      programs_(
+          programsOfThisSession(main, pool_, std::move(options.desktop),
+                                executableChoice(options.customExecutable, *state_.defaults))),
+      model_(std::make_unique<AppModel>(
+          AppModel::Dependencies{.main = main,
+                                 .defaults = *state_.defaults,
+                                 .store = store_,
+                                 .providers = services_,
+                                 .projects = *projects_,
+                                 .events = options.events ? *options.events : noEvents_,
+                                 .programs = programs_,
+                                 .supportFolder = state_.folders.support,
+                                 .writer = &writer_,
+                                 .background = &pool_,
+                                 .refreshesRuntimes = options.refreshesRuntimes})),
+      notice_(std::move(state_.notice)) {
   if (const auto& met = store_.notice()) notice_ = notice_ ? *notice_ + " " + *met : *met;
 }
 
 // The model first: it ends the clients, which need all the rest.
 VantrellApp::~VantrellApp() {
-  services_.onLocalRuntimeChanged = nullptr;
   model_.reset();
 }
 

@@ -1,37 +1,40 @@
-// The composition root: makes everything a process of this program is made of, in order, and ends
-// it. One process owns the user's state at a time.
+// Makes everything a process of this program is made of, in order, and ends it. One process owns
+// the user's state at a time.
 #pragma once
 
 #include <expected>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 
-#include "app/provider_services.h"
+#include "app/app_model.h"
 #include "app/user_state.h"
-#include "engine/app_model.h"
-#include "platform/process/program_runner.h"
+#include "engine/core/engine_events.h"
+#include "engine/providers/installed_runtimes.h"
+#include "engine/providers/system_provider_services.h"
 #include "platform/queues/dispatch.h"
 #include "platform/secrets/secret_queue.h"
 #include "records/stores/workspace_store.h"
-#include "runtimes/catalog/provider_connectors.h"
 
 namespace vantrell {
 
+class LocalProjectServices;
+
 struct VantrellOptions {
-  /// Path of a provider's program for this process, from the front door; where it is absent, the
+  /// Path of a provider's program for this process, from the front end; where it is nullopt, the
   /// path that the user has stored counts.
-  std::function<std::optional<std::string>(AgentProvider)> customExecutable;
-  /// Whether the start asks every runtime about itself, for a front door that shows the answers.
+  ExecutableChoice customExecutable;
+  /// Whether the start asks every runtime about itself, for a front end that shows the answers.
   bool refreshesRuntimes = false;
-  /// Whether the Git picture of what is looked at is read, at the start and whenever it may have
-  /// changed, for a front door that shows it.
-  bool keepsGitPicture = false;
-  /// The clipboard and the terminal of the front door; null: those of the session.
+  /// Whether the Git snapshot of the selected conversation is read, at the start and whenever it
+  /// may have changed, for a front end that shows it.
+  bool readsGitSnapshot = false;
+  /// The clipboard and the terminal of the front end; null: those of the session.
   std::shared_ptr<Desktop> desktop;
   /// Path of the practice agent, which then stands in for local models in this process.
   std::optional<std::string> practiceAgent;
+  /// What the engine asks of the front end; null: nothing can be asked. Must outlive the program.
+  EngineEvents* events = nullptr;
   /// Folders; empty ones are the user's own.
   std::string supportFolder;
   std::string configFolder;
@@ -47,34 +50,40 @@ class VantrellApp {
   /// error is a sentence for the user.
   static std::expected<std::unique_ptr<UserDefaults>, std::string> defaultsForReading();
 
+  /// How runtimes' programs are found and started here: with the login shell's PATH, and the
+  /// desktop of this session unless one is given. For a command that only looks at them as well.
+  static RuntimePrograms programsOfThisSession(MainQueue& main, BackgroundPool& pool,
+                                               std::shared_ptr<Desktop> desktop,
+                                               ExecutableChoice choice);
+
   AppModel& model() { return *model_; }
   UserDefaults& defaults() { return *state_.defaults; }
-  ProviderConnectorRegistry& connectors() { return connectors_; }
+  WorkspaceStore& store() { return store_; }
   /// The user's keyring, or the files in its place; chosen at the first use.
   SecretQueue& secrets() { return secrets_; }
-  /// Something that the user should know about the start, or absent.
+  /// Something that the user should know about the start.
   const std::optional<std::string>& notice() const { return notice_; }
 
-  ProviderServices& services() { return services_; }
-  const ProviderServices& services() const { return services_; }
+  SystemProviderServices& services() { return services_; }
+  const SystemProviderServices& services() const { return services_; }
   /// The practice agent stands in for local models.
   bool practices() const { return practices_; }
 
  private:
   VantrellApp(MainQueue& main, VantrellOptions options, UserState state);
 
-  MainQueue& main_;
   UserState state_;
   WorkspaceStore store_;
   BackgroundPool pool_;
   BackgroundPool writer_{1};  // a save waits for no other work
   SecretQueue secrets_;
-  const std::shared_ptr<ProgramRunner> runner_;
-  ProviderServices services_;
-  ProviderConnectorRegistry connectors_;
+  const bool practices_;
+  SystemProviderServices services_;
+  const std::unique_ptr<LocalProjectServices> projects_;
+  RuntimePrograms programs_;
+  EngineEvents noEvents_;
   std::unique_ptr<AppModel> model_;
   std::optional<std::string> notice_;
-  const bool practices_;
 };
 
 }  // namespace vantrell

@@ -12,7 +12,6 @@
 
 #include "platform/files/files.h"
 #include "platform/text/text.h"
-#include "project/intent_to_add_files.h"
 #include "project/unfiltered_contents.h"
 
 namespace vantrell {
@@ -22,9 +21,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr mode_t permissionBits = 07777;
-/// Each is compared with each tracked file.
-constexpr std::size_t mostSpared = 5'000;
-
 TaskSafetyError refusal(const std::string& path, std::string_view why) {
   return TaskSafetyError::commandFailed(fmt::format(
       "\"{}\" {}. Move it away first. Nothing was changed.", text::repaired(path), why));
@@ -45,13 +41,6 @@ void addNote(SafetyNotes& notes, std::string_view what, const auto& paths) {
                               more > 0 ? fmt::format(" and {} more", more) : ""));
 }
 
-bool isSameFile(const std::string& one, const std::string& other) {
-  struct stat a{};
-  struct stat b{};
-  return ::lstat(one.c_str(), &a) == 0 && ::lstat(other.c_str(), &b) == 0 && a.st_dev == b.st_dev &&
-         a.st_ino == b.st_ino;
-}
-
 /// The path and the folders above it, the outermost first.
 template <typename Look>
 bool anyAtOrAbove(const std::string& path, Look look) {
@@ -65,83 +54,51 @@ bool anyAtOrAbove(const std::string& path, Look look) {
 
 RestorePlan::RestorePlan(const PatchGit& git, std::string archive, std::string baseRevision,
                          std::optional<std::string> recovery)
-    : git_(git), archive_(std::move(archive)), base_(std::move(baseRevision)) {
+    : git_(git), archive_(std::move(archive)), index_(git, archive_, std::move(baseRevision)) {
   if (recovery) recovery_.emplace(git, *std::move(recovery));
 }
 
 TaskSafetyResult<> RestorePlan::prepare() {
   using Step = TaskSafetyResult<> (RestorePlan::*)();
-  for (const Step step :
-       {&RestorePlan::findRepository, &RestorePlan::listWhatStands, &RestorePlan::makeIndexes,
-        &RestorePlan::chooseTrackedFiles, &RestorePlan::makeRoomForAll, &RestorePlan::saveWhatGoes,
-        &RestorePlan::findLockedFolders, &RestorePlan::stage}) {
-    auto done = (this->*step)();
-    if (done) continue;
-    if (!done.error().message.contains("othing was changed")) {
-      auto& message = done.error().message;
+  auto done = index_.open();
+  if (done) done = index_.make();
+  for (const Step step : {&RestorePlan::listWhatStands, &RestorePlan::chooseTrackedFiles,
+                          &RestorePlan::makeRoomForAll, &RestorePlan::saveWhatGoes,
+                          &RestorePlan::findLockedFolders, &RestorePlan::stage}) {
+    if (done) done = (this->*step)();
+  }
+  if (!done) {
+    auto& message = done.error().message;
+    if (!message.contains("othing was changed")) {
       message += message.ends_with('.') ? " Nothing was changed." : ". Nothing was changed.";
     }
     return done;
   }
   addNote(notes_, "Submodules stay as they are", submodules_);
-  addNote(notes_, "Files that Git does not look at stay as they are", spared_);
+  addNote(notes_, "Files that Git does not look at stay as they are", index_.spared());
   addNote(notes_, "Ignored files stay as they are", ignored_);
   return {};
 }
 
 // ---- what stands --------------------------------------------------------------------------------
 
-TaskSafetyResult<> RestorePlan::findRepository() {
-  const auto line = [&](std::vector<std::string> arguments) {
-    std::string text = git_.query(std::move(arguments)).output;
-    if (text.ends_with('\n')) text.pop_back();
-    return text;
-  };
-  prefix_ = line({"rev-parse", "--show-prefix"});
-  index_ = files::standardized(line({"rev-parse", "--git-path", "index"}), git_.path());
-  const std::string lock = index_ + ".lock";
-  // An earlier restore that was killed leaves its folder, and maybe its lock, which is one file
-  // with the index in that folder.
-  OwnFolder::sweep(files::parent(index_), [&](const std::string& leftover) {
-    if (isSameFile(leftover + "/next", lock)) ::unlink(lock.c_str());
-  });
-  if (standsAt(lock)) {
-    return std::unexpected(TaskSafetyError::commandFailed(fmt::format(
-        "Another Git command is at work in this repository. If there is none, one was killed: "
-        "remove {}. Nothing was changed.",
-        lock)));
-  }
-  scratch_.emplace(OwnFolder::In{files::parent(index_)});
-  knowsExecutables_ = line({"config", "--type=bool", "core.fileMode"}) != "false";
-  nextIndex_ = scratch_->path() + "/next";
-  targetIndex_ = scratch_->path() + "/target";
-  if (auto made = secureDirectory(scratch_->path()); !made) return made;
-  return secureDirectory(scratch_->path() + "/tree/" + prefix_);
-}
-
-TaskSafetyResult<std::vector<std::string>> RestorePlan::list(std::vector<std::string> command,
-                                                             GitOptions options) const {
-  const auto listed = git_.queryOrFail(std::move(command), std::move(options));
-  if (!listed) return std::unexpected(listed.error());
-  return listed->parts();
-}
-
 TaskSafetyResult<> RestorePlan::listWhatStands() {
-  const auto staged = list({"ls-files", "--stage", "-z"});
+  const auto staged = index_.list({"ls-files", "--stage", "-z"});
   if (!staged) return std::unexpected(staged.error());
   for (const auto& each : *staged) {
     auto& paths = each.starts_with("160000 ") ? submodules_ : tracked_;
     paths.insert(each.substr(each.find('\t') + 1));
   }
-  auto others = list({"ls-files", "--others", "--exclude-standard", "-z"});
+  auto others = index_.list({"ls-files", "--others", "--exclude-standard", "-z"});
   if (!others) return std::unexpected(others.error());
   for (auto& each : *others) {
     if (!each.ends_with('/')) untracked_.insert(std::move(each));
   }
   auto ignored =
-      list({"ls-files", "--others", "--ignored", "--exclude-standard", "--directory", "-z"});
+      index_.list({"ls-files", "--others", "--ignored", "--exclude-standard", "--directory", "-z"});
   if (!ignored) return std::unexpected(ignored.error());
   ignored_ = *std::move(ignored);
+  knowsExecutables_ = git_.query({"config", "--type=bool", "core.fileMode"}).text() != "false";
   SafetyNotes unused;
   auto empty = changes::findEmptyFolders(git_, {}, unused);
   if (!empty) return std::unexpected(empty.error());
@@ -152,106 +109,8 @@ TaskSafetyResult<> RestorePlan::listWhatStands() {
 
 // ---- what is to come ----------------------------------------------------------------------------
 
-GitOptions RestorePlan::with(const std::string& index) const {
-  return {.configuration = {{"core.splitIndex", "false"}},
-          .environment = {{"GIT_INDEX_FILE", index}}};
-}
-
-/// The index that is to come, and one more that is the work tree to come. Both begin as copies of
-/// the index, so that git knows of most files that they have not changed. Also shows whether the
-/// archive is whole and fits its revision.
-TaskSafetyResult<> RestorePlan::makeIndexes() {
-  const auto unfit = [](TaskSafetyError error) {
-    error.message = fmt::format("The checkpoint does not fit its revision; nothing was changed. {}",
-                                error.message);
-    return std::unexpected(std::move(error));
-  };
-  if (auto spared = preserveSkipWorktree(); !spared) return unfit(spared.error());
-  WorkBudget budget;
-  if (auto copied = copyItem(index_, nextIndex_, budget); !copied) return copied;
-  const auto inBase = list({"ls-tree", "-r", "--name-only", "-z", base_});
-  if (!inBase) return unfit(inBase.error());
-  if (!inBase->empty() || !tracked_.empty() || !submodules_.empty()) {
-    std::vector<std::string> command{"restore", "--source", base_, "--staged"};
-    GitOptions options = with(nextIndex_);
-    if (spared_.empty()) {
-      command.insert(command.end(), {"--", "."});
-    } else {
-      command.insert(command.end(), {"--pathspec-from-file=-", "--pathspec-file-nul"});
-      options.input = std::string(".\0", 2);
-      for (const auto& each : spared_) {
-        options.input->append(":(exclude,literal)").append(each).push_back('\0');
-      }
-    }
-    if (auto done = git_.modify(std::move(command), std::move(options)); !done) {
-      return unfit(done.error());
-    }
-  }
-  auto applied = changes::applyToIndex(git_, archive_, changes::stagedPatch, with(nextIndex_));
-  if (!applied) return unfit(applied.error());
-  if (!standsAt(nextIndex_)) {  // a repository of which nothing was ever tracked
-    if (auto made = git_.modify({"read-tree", "--empty"}, with(nextIndex_)); !made) return made;
-  }
-  if (auto copied = copyItem(nextIndex_, targetIndex_, budget); !copied) return copied;
-  applied = changes::applyToIndex(git_, archive_, changes::workingPatch, with(targetIndex_));
-  if (!applied) return unfit(applied.error());
-  return addIntents(git_, changes::readIntentsToAdd(archive_), with(nextIndex_));
-}
-
-/// What the checkpoint's patches change.
-TaskSafetyResult<RestorePlan::Paths> RestorePlan::pathsOfPatches() {
-  Paths patched;
-  const GitOptions own = with(scratch_->path() + "/patched");
-  if (auto read = git_.modify({"read-tree", base_}, own); !read)
-    return std::unexpected(read.error());
-  for (const auto name : {changes::stagedPatch, changes::workingPatch}) {
-    if (auto done = changes::applyToIndex(git_, archive_, name, own); !done) {
-      return std::unexpected(done.error());
-    }
-    auto paths = list({"diff-index", "--cached", "--name-only", "--relative", "-z", base_}, own);
-    if (!paths) return std::unexpected(paths.error());
-    std::ranges::move(*paths, std::inserter(patched, patched.end()));
-  }
-  return patched;
-}
-
-/// Git can be told to take a tracked file for unchanged ("update-index --assume-unchanged",
-/// "--skip-worktree", a sparse checkout); what stands there is in no patch. Such a file is spared,
-/// or saved if the checkpoint has changes of it.
-TaskSafetyResult<> RestorePlan::preserveSkipWorktree() {
-  const auto tagged = list({"ls-files", "-v", "-z"});  // a letter, a blank and a path each
-  if (!tagged) return std::unexpected(tagged.error());
-  std::map<std::string, bool> unwatched;  // whether it is skipped
-  for (const auto& each : *tagged) {
-    const bool isAssumed = each.front() >= 'a' && each.front() <= 'z';
-    if (isAssumed || each.front() == 'S') unwatched.emplace(each.substr(2), !isAssumed);
-  }
-  if (unwatched.empty()) return {};
-  const auto patched = pathsOfPatches();
-  if (!patched) return std::unexpected(patched.error());
-  const auto listed = list({"diff-index", "--cached", "--name-only", "--relative", "-z", base_});
-  if (!listed) return std::unexpected(listed.error());
-  const Paths differs(listed->begin(), listed->end());
-  for (const auto& [path, isSkipped] : unwatched) {
-    if (submodules_.contains(path)) continue;
-    if (!patched->contains(path)) {
-      // One that is skipped and as the revision has it is left alone by git itself.
-      if (!isSkipped || differs.contains(path)) spared_.insert(path);
-    } else if (stands(path)) {
-      if (!recovery_) {
-        return std::unexpected(refusal(path, "would be lost: it is in no checkpoint"));
-      }
-      if (auto saved = save(path); !saved) return saved;
-    }
-  }
-  if (spared_.size() <= mostSpared) return {};
-  return std::unexpected(TaskSafetyError::commandFailed(
-      fmt::format("Git has been told not to look at {} files, which are too many to work around.",
-                  spared_.size())));
-}
-
 TaskSafetyResult<> RestorePlan::chooseTrackedFiles() {
-  const auto staged = list({"ls-files", "--stage", "-z"}, with(targetIndex_));
+  const auto staged = index_.list({"ls-files", "--stage", "-z"}, index_.target());
   if (!staged) return std::unexpected(staged.error());
   for (const auto& each : *staged) {
     target_.emplace(each.substr(each.find('\t') + 1), each.starts_with("160000 "));
@@ -259,9 +118,10 @@ TaskSafetyResult<> RestorePlan::chooseTrackedFiles() {
   chooseArchivedFiles(archived(changes::unfilteredFolder, ""), unfiltered_);
   chooseArchivedFiles(archived(changes::untrackedFolder, ""), archivedUntracked_);
 
-  const auto content = list({"diff", "--name-only", "--relative", "-z"}, with(targetIndex_));
+  const auto content = index_.list({"diff", "--name-only", "--relative", "-z"}, index_.target());
   if (!content) return std::unexpected(content.error());
-  const auto times = list({"diff-files", "--name-only", "--relative", "-z"}, with(targetIndex_));
+  const auto times =
+      index_.list({"diff-files", "--name-only", "--relative", "-z"}, index_.target());
   if (!times) return std::unexpected(times.error());
   fromGit_.insert(content->begin(), content->end());
   const auto isAttributes = [](const std::string& path) {
@@ -295,7 +155,8 @@ TaskSafetyResult<> RestorePlan::chooseTrackedFiles() {
           *filtered);
 
   for (const auto& path : tracked_) {
-    if (target_.contains(path) || spared_.contains(path) || archivedUntracked_.contains(path)) {
+    if (target_.contains(path) || index_.spared().contains(path) ||
+        archivedUntracked_.contains(path)) {
       continue;
     }
     if (stands(path)) removed_.insert(path);
@@ -326,7 +187,7 @@ void RestorePlan::chooseArchivedFiles(const std::string& folder, Paths& chosen) 
 
 /// Whether the checkpoint taken just before has it, in a patch or as a copy.
 bool RestorePlan::isKnown(const std::string& path) const {
-  return untracked_.contains(path) || (tracked_.contains(path) && !spared_.contains(path));
+  return untracked_.contains(path) || (tracked_.contains(path) && !index_.spared().contains(path));
 }
 
 TaskSafetyResult<> RestorePlan::makeRoomForAll() {
@@ -337,7 +198,7 @@ TaskSafetyResult<> RestorePlan::makeRoomForAll() {
   }
   // A file that git does not know becomes a tracked one by its name. If it is as it is to be, it
   // stays, but going back from there would remove it; if there is to be none, it goes.
-  const auto next = list({"ls-files", "-z"}, with(nextIndex_));
+  const auto next = index_.list({"ls-files", "-z"}, index_.next());
   if (!next) return std::unexpected(next.error());
   Paths named(next->begin(), next->end());
   for (const auto& [path, isSubmodule] : target_) named.insert(path);
@@ -413,16 +274,23 @@ TaskSafetyResult<> RestorePlan::save(const std::string& path) {
 
 /// Adds to the recovery checkpoint what it lacks, and waits until it is on the disk.
 TaskSafetyResult<> RestorePlan::saveWhatGoes() {
-  if (!recovery_) return {};
-  for (const auto& each : untracked_) {
-    if (auto saved = save(each); !saved) return saved;
+  if (!recovery_) {
+    const auto lost =
+        std::ranges::find_if(index_.unwatched(), [&](auto& path) { return stands(path); });
+    if (lost == index_.unwatched().end()) return {};
+    return std::unexpected(refusal(*lost, "would be lost: it is in no checkpoint"));
+  }
+  for (const Paths* paths : {&std::as_const(untracked_), &index_.unwatched()}) {
+    for (const auto& each : *paths) {
+      if (auto saved = save(each); !saved) return saved;
+    }
   }
   Paths overwritten;
   for (const auto* paths : {&fromGit_, &unfiltered_, &archivedUntracked_, &removed_}) {
     std::ranges::set_intersection(*paths, tracked_, std::inserter(overwritten, overwritten.end()));
   }
   if (auto added = recovery_->addUnfiltered(overwritten); !added) return added;
-  const std::string patches = scratch_->path() + "/patches";
+  const std::string patches = index_.folder() + "/patches";
   if (auto made = secureDirectory(patches); !made) return made;
   if (auto compared = recovery_->compare(patches); !compared) return compared;
   return recovery_->settle();
@@ -467,12 +335,14 @@ TaskSafetyResult<> RestorePlan::findLockedFolders() {
 /// Writes all that is to come beside the index: filters run here, and a full disk is found out
 /// here.
 TaskSafetyResult<> RestorePlan::stage() {
+  const std::string root = index_.folder() + "/tree/" + index_.prefix();
+  if (auto made = secureDirectory(root); !made) return made;
   std::string input;
-  for (const auto& each : fromGit_) input.append(prefix_).append(each).push_back('\0');
+  for (const auto& each : fromGit_) input.append(index_.prefix()).append(each).push_back('\0');
   if (!input.empty()) {
     // With a work tree of its own, attributes are those that are to come.
-    GitOptions options = with(targetIndex_);
-    options.environment["GIT_WORK_TREE"] = scratch_->path() + "/tree";
+    GitOptions options = index_.target();
+    options.environment["GIT_WORK_TREE"] = index_.folder() + "/tree";
     options.input = std::move(input);
     auto written = git_.modify(
         {"checkout-index", "--force", "--ignore-skip-worktree-bits", "-z", "--stdin"}, options);
@@ -484,7 +354,6 @@ TaskSafetyResult<> RestorePlan::stage() {
           fmt::format("Git could not write \"{}\".", text::repaired(each))));
     }
   }
-  const std::string root = scratch_->path() + "/tree/" + prefix_;
   for (const auto& [folder, paths] : {std::pair(changes::unfilteredFolder, &unfiltered_),
                                       std::pair(changes::untrackedFolder, &archivedUntracked_)}) {
     for (const auto& each : *paths) {
@@ -503,9 +372,8 @@ TaskSafetyResult<> RestorePlan::stage() {
 // ---- carrying it out ----------------------------------------------------------------------------
 
 TaskSafetyResult<> RestorePlan::carryOut() {
-  if (auto locked = lockIndex(); !locked) return locked;
-  const auto halfWay = [&](TaskSafetyError error) {
-    ::unlink((index_ + ".lock").c_str());
+  if (auto locked = index_.lock(); !locked) return locked;
+  const auto halfWay = [](TaskSafetyError error) {
     error.mayHaveChangedFiles = true;
     return std::unexpected(std::move(error));
   };
@@ -531,6 +399,9 @@ TaskSafetyResult<> RestorePlan::carryOut() {
     if (!staying.contains(each)) removeFile(each);
   }
   for (const auto& each : emptyFolders_) removeEmpty(each);
+  for (const auto& each : submodules_) {
+    if (!target_.contains(each)) ::rmdir(placeOf(each).c_str());  // only where nothing is in it
+  }
   for (const auto& each : targetFolders_) {
     auto made = makeParents(git_.path(), each + "/", archived(changes::emptyFolderTree, ""));
     if (!made) return halfWay(made.error());
@@ -538,25 +409,9 @@ TaskSafetyResult<> RestorePlan::carryOut() {
   for (const auto& each : submoduleFolders_) {
     if (auto made = makeParents(git_.path(), each + "/"); !made) return halfWay(made.error());
   }
-  for (const auto& each : submodules_) {
-    if (!target_.contains(each)) ::rmdir(placeOf(each).c_str());  // only where nothing is in it
-  }
-  if (::rename((index_ + ".lock").c_str(), index_.c_str()) != 0) {
-    return halfWay(failed("replace", index_));
-  }
+  if (auto replaced = index_.replace(); !replaced) return halfWay(replaced.error());
   finish();
   return {};
-}
-
-/// As git itself does it: the new index under the name that keeps other commands out.
-TaskSafetyResult<> RestorePlan::lockIndex() {
-  const std::string lock = index_ + ".lock";
-  if (::link(nextIndex_.c_str(), lock.c_str()) == 0) return {};
-  if (errno != EEXIST) {  // a file system without such links
-    WorkBudget budget;
-    return copyItem(nextIndex_, lock, budget);
-  }
-  return std::unexpected(failed("lock the index with", lock));
 }
 
 /// And the folders above that are empty then.
@@ -607,7 +462,7 @@ void RestorePlan::finish() {
 // ---- places -------------------------------------------------------------------------------------
 
 std::string RestorePlan::stagedAt(const std::string& path) const {
-  return fmt::format("{}/tree/{}{}", scratch_->path(), prefix_, path);
+  return fmt::format("{}/tree/{}{}", index_.folder(), index_.prefix(), path);
 }
 
 std::string RestorePlan::archived(std::string_view folder, const std::string& path) const {

@@ -14,6 +14,7 @@
 
 #include "project/patch_git.h"
 #include "project/recovery_archive.h"
+#include "project/restore_index.h"
 #include "project/task_safety_error.h"
 #include "project/uncommitted_changes.h"
 
@@ -34,13 +35,9 @@ class RestorePlan {
   const SafetyNotes& notes() const { return notes_; }
 
  private:
-  using Paths = std::set<std::string>;  // relative to the project
+  using Paths = RestoreIndex::Paths;
 
-  TaskSafetyResult<> findRepository();
   TaskSafetyResult<> listWhatStands();
-  TaskSafetyResult<> makeIndexes();
-  TaskSafetyResult<Paths> pathsOfPatches();
-  TaskSafetyResult<> preserveSkipWorktree();
   TaskSafetyResult<> chooseTrackedFiles();
   void chooseArchivedFiles(const std::string& folder, Paths& chosen);
   TaskSafetyResult<> makeRoom(const std::string& path, bool forFolder);
@@ -51,7 +48,6 @@ class RestorePlan {
   TaskSafetyResult<> findLockedFolders();
   TaskSafetyResult<> stage();
 
-  TaskSafetyResult<> lockIndex();
   void removeFile(const std::string& path);
   void removeEmpty(std::string folder);
   TaskSafetyResult<> place(const std::string& path);
@@ -63,31 +59,20 @@ class RestorePlan {
   bool stands(const std::string& path) const;
   bool isSame(const std::string& kept, const std::string& path) const;
   bool isKnown(const std::string& path) const;
-  GitOptions with(const std::string& index) const;
-  TaskSafetyResult<std::vector<std::string>> list(std::vector<std::string> command,
-                                                  GitOptions options = {}) const;
 
   const PatchGit& git_;
   const std::string archive_;
-  const std::string base_;
+  RestoreIndex index_;
   std::optional<RecoveryArchive> recovery_;
   SafetyNotes notes_;
 
-  // The repository.
-  std::string prefix_;  // of the project in its repository: empty, or ends with a slash
-  std::string index_;
-  bool knowsExecutables_ = true;
-  std::optional<OwnFolder> scratch_;  // beside the index
-  std::string nextIndex_;
-  std::string targetIndex_;  // the work tree to come, as an index
-
   // What stands.
-  Paths tracked_;  // without submodules
+  bool knowsExecutables_ = true;  // git does, of this repository
+  Paths tracked_;                 // without submodules
   Paths submodules_;
   Paths untracked_;                   // without repositories
   std::vector<std::string> ignored_;  // folders end with a slash
   std::vector<std::string> emptyFolders_;
-  Paths spared_;  // tracked files that git does not look at
 
   // What is to come.
   std::map<std::string, bool> target_;         // tracked path: whether it is a submodule

@@ -3,6 +3,7 @@
 
 #include <expected>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace vantrell {
@@ -35,6 +36,10 @@ struct TaskSafetyError {
     }
   }
 };
+
+/// How a system entry begins that says why there is no checkpoint: for the user, not for an agent.
+inline constexpr std::string_view missingCheckpointText =
+    "No checkpoint was taken before this prompt.";
 
 template <typename T = void>
 using TaskSafetyResult = std::expected<T, TaskSafetyError>;

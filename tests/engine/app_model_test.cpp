@@ -12,11 +12,11 @@ using ::testing::ElementsAre;
 class AppModelStart : public EngineFixture {};
 
 TEST_F(AppModelStart, FirstStartStandsInTheGeneralWorkspace) {
-  model = std::make_unique<AppModel>(main, *defaults, store, ports);
+  restart();
   ASSERT_EQ(model->tree.workspaces().size(), 1u);
   EXPECT_EQ(model->tree.workspaces()[0].name, "General");
   EXPECT_EQ(model->selection.key()->workspaceID, model->tree.workspaces()[0].id);
-  EXPECT_TRUE(model->driver->canSend());
+  EXPECT_TRUE(model->selected.canSend());
 }
 
 TEST_F(AppModelStart, RunsLeftOpenAreInterrupted) {
@@ -31,10 +31,9 @@ TEST_F(AppModelStart, RunsLeftOpenAreInterrupted) {
   tool.kind = ChatEntryKind::tool;
   tool.status = "in_progress";
   model->tree.appendEntry(tool, key);
-  model->tree.save();
-  model.reset();
+  stop();
   main.advance(std::chrono::hours(1));
-  model = std::make_unique<AppModel>(main, *defaults, store, ports);
+  restart();
   const auto& runs = thread().runs;
   ASSERT_EQ(runs.size(), 4u);
   for (int i = 0; i < 3; ++i) {
@@ -50,35 +49,35 @@ TEST_F(AppModelStart, RunsLeftOpenAreInterrupted) {
 
 TEST_F(AppModelStart, SelectionAndSettingsComeBack) {
   start();
-  model->operations.newThread(key.workspaceID);
+  model->operations->newThread(key.workspaceID);
   const auto selected = model->selection.key();
-  model->approvals.setPermissionMode(GrokPermissionMode::auto_);
-  model = std::make_unique<AppModel>(main, *defaults, store, ports);
+  model->selected.setPermissionMode(GrokPermissionMode::auto_);
+  restart();
   EXPECT_EQ(model->selection.key(), selected);
   EXPECT_EQ(model->settings.permissionMode(), GrokPermissionMode::auto_);
 
   defaults->setText("selectedThread.v1", Uuid::random().text());
   defaults->setText("grokPermissionMode.v1", "reckless");
-  model = std::make_unique<AppModel>(main, *defaults, store, ports);
+  restart();
   EXPECT_EQ(model->selection.key()->threadID, model->tree.workspaces()[1].threads[0].id);
   EXPECT_EQ(model->settings.permissionMode(), GrokPermissionMode::ask);
 }
 
 TEST_F(AppModelStart, OpeningAFolderAgainSelectsIt) {
   start();
-  model->operations.selectWorkspace(model->tree.workspaces()[0].id);
-  model->operations.addWorkspace(folder / "project/../project/");
+  model->operations->selectWorkspace(model->tree.workspaces()[0].id);
+  model->operations->addWorkspace(folder / "project/../project/");
   EXPECT_EQ(model->tree.workspaces().size(), 2u);
   EXPECT_EQ(model->selection.key(), key);
 }
 
 TEST_F(AppModelStart, FailureToSaveIsAnnouncedAndTheTurnGoesOn) {
   folder.folder("conversations.sqlite");  // in the place of the file
-  model = std::make_unique<AppModel>(main, *defaults, store, ports);
+  restart();
   key = *model->selection.key();
   std::vector<std::string> told;
-  const auto observation = model->changes.observe([&](const Change& change) {
-    if (change.kind == Change::Kind::saveFailed) told.emplace_back(change.text);
+  const auto observation = model->changes.observe([&](const ChangeBatch& batch) {
+    told.insert(told.end(), batch.saveFailures.begin(), batch.saveFailures.end());
   });
   work("Go");
   ASSERT_FALSE(told.empty());
@@ -86,37 +85,63 @@ TEST_F(AppModelStart, FailureToSaveIsAnnouncedAndTheTurnGoesOn) {
   EXPECT_EQ(run().status, RunRecordStatus::running);
 }
 
-TEST(Changes, ObserversComeAndGoDuringAnnouncements) {
-  Changes changes;
-  int first = 0, second = 0;
-  Changes::Observation late;
-  auto observation = changes.observe([&](const Change&) {
-    if (++first == 1) late = changes.observe([&](const Change&) { ++second; });
-  });
-  changes.announce({.kind = Change::Kind::settingsChanged});
-  changes.announce({.kind = Change::Kind::settingsChanged});
-  observation = {};
-  changes.announce({.kind = Change::Kind::settingsChanged});
-  EXPECT_EQ(first, 2);
-  EXPECT_GE(second, 2);
+TEST(Changes, AreAnnouncedOnceATurnByTopicAndConversation) {
+  ManualMainQueue main;
+  Changes changes(main);
+  static constexpr ChangeTopic ownTopic{"a feature's own"};
+  const ThreadExecutionKey one{Uuid::random(), Uuid::random()};
+  const ThreadExecutionKey other{Uuid::random(), Uuid::random()};
+  std::vector<ChangeBatch> batches;
+  const auto observation =
+      changes.observe([&](const ChangeBatch& batch) { batches.push_back(batch); });
+  changes.entryAppended(one, "a");
+  changes.entryChanged(one, "a");
+  changes.entryChanged(one, "b");
+  changes.entryChanged(one, "b");
+  changes.stateChanged(other);
+  changes.mark(ownTopic);
+  EXPECT_TRUE(batches.empty()) << "not in the middle of a step";
+  main.runReady();
+  ASSERT_EQ(batches.size(), 1U);
+  EXPECT_TRUE(batches[0].has(ownTopic));
+  EXPECT_FALSE(batches[0].has(topics::settings));
+  EXPECT_THAT(batches[0].of(one)->appendedEntries, ElementsAre("a"));
+  EXPECT_THAT(batches[0].of(one)->changedEntries, ElementsAre("b"));
+  EXPECT_TRUE(batches[0].of(other)->state);
+  EXPECT_EQ(batches[0].of({one.workspaceID, other.threadID}), nullptr);
+
+  changes.entryAppended(one, "c");
+  changes.transcriptReset(one);
+  changes.entryChanged(one, "d");
+  changes.deliver();
+  ASSERT_EQ(batches.size(), 2U);
+  EXPECT_TRUE(batches[1].of(one)->transcriptReset);
+  EXPECT_TRUE(batches[1].of(one)->appendedEntries.empty()) << "all of it is read again";
+  EXPECT_TRUE(batches[1].of(one)->changedEntries.empty());
+  main.runReady();
+  EXPECT_EQ(batches.size(), 2U) << "nothing is announced twice";
 }
 
-TEST(Changes, ObserverThatCausesAnotherChangeCostsNobodyTheFirst) {
-  Changes changes;
-  std::vector<Change::Kind> seen;
-  auto gone = changes.observe([](const Change&) {});
-  const auto causing = changes.observe([&](const Change& change) {
-    if (change.kind != Change::Kind::planReplaced) return;
-    gone = {};
-    changes.announce({.kind = Change::Kind::settingsChanged});
+TEST(Changes, ObserversComeAndGoDuringAnnouncements) {
+  ManualMainQueue main;
+  Changes changes(main);
+  int first = 0, second = 0;
+  Changes::Observation late;
+  Changes::Observation observation;
+  observation = changes.observe([&](const ChangeBatch&) {
+    if (++first == 1) late = changes.observe([&](const ChangeBatch&) { ++second; });
+    if (first == 2) observation = {};
+    changes.mark(topics::usage);  // in the next turn
   });
-  const auto last = changes.observe([&](const Change& change) { seen.push_back(change.kind); });
-  changes.announce({.kind = Change::Kind::planReplaced});
-  EXPECT_THAT(seen, ElementsAre(Change::Kind::settingsChanged, Change::Kind::planReplaced));
+  changes.mark(topics::settings);
+  main.runReady();
+  EXPECT_EQ(first, 2);
+  EXPECT_EQ(second, 2);
 }
 
 TEST(Settings, ReadsWhatIsStoredAndGuardsByDefault) {
-  Changes changes;
+  ManualMainQueue main;
+  Changes changes(main);
   const auto defaults = UserDefaults::inMemory();
   Settings settings(*defaults, changes);
   settings.load();
@@ -180,6 +205,11 @@ TEST(HandoffCapsule, BoundsTheConversation) {
       entries.append(entry);
     }
   }
+  ChatEntry forUser;
+  forUser.id = "s";
+  forUser.kind = ChatEntryKind::system;
+  forUser.text = "No checkpoint was taken before this prompt. Git took too long.";
+  entries.append(forUser);
   const std::vector<PlanEntry> plan{{"1", "Read", "completed", "high"},
                                     {"2", "Write", "pending", ""}};
   const HandoffCapsule::Contents contents{

@@ -24,15 +24,15 @@ TEST_F(Approvals, QuestionWaitsForTheUserAndTheAnswerGoesBack) {
   EXPECT_EQ(run().status, RunRecordStatus::waitingApproval);
   EXPECT_EQ(run().statusMessage, "Run ls");
   EXPECT_EQ(events.back().message, "Run ls");
-  EXPECT_FALSE(model->approvals.canChangePermissionMode());
-  ASSERT_NE(model->executions.mirror().permissionRequest, nullptr);
+  EXPECT_FALSE(model->selected.canChangePermissionMode());
+  ASSERT_NE(model->selected.permissionRequest(), nullptr);
 
-  model->approvals.respondToPermission("yes");
+  model->selected.respondToPermission("yes");
   EXPECT_THAT(client().answers, ElementsAre(Pair(4, "yes")));
   EXPECT_EQ(run().status, RunRecordStatus::running);
   EXPECT_EQ(run().statusMessage, "Continuing after your decision");
-  EXPECT_EQ(model->executions.mirror().permissionRequest, nullptr);
-  model->approvals.respondToPermission("yes");
+  EXPECT_EQ(model->selected.permissionRequest(), nullptr);
+  model->selected.respondToPermission("yes");
   EXPECT_EQ(client().answers.size(), 1u) << "one question, one answer";
 }
 
@@ -40,10 +40,10 @@ TEST_F(Approvals, WithdrawnQuestionGoesAndTheRunGoesOn) {
   start();
   work("Go");
   ask(usual);
-  model->approvals.requestWithdrawn(3, key);
-  EXPECT_NE(model->executions.mirror().permissionRequest, nullptr) << "that was another one";
-  model->approvals.requestWithdrawn(4, key);
-  EXPECT_EQ(model->executions.mirror().permissionRequest, nullptr);
+  client().onPermissionWithdrawn(3);
+  EXPECT_NE(model->selected.permissionRequest(), nullptr) << "that was another one";
+  client().onPermissionWithdrawn(4);
+  EXPECT_EQ(model->selected.permissionRequest(), nullptr);
   EXPECT_EQ(run().status, RunRecordStatus::running);
   EXPECT_EQ(run().statusMessage, "Kimi is working");
   EXPECT_TRUE(client().answers.empty());
@@ -53,7 +53,7 @@ TEST_F(Approvals, UnlistedOptionIsPassedOn) {
   start();
   work("Go");
   ask(usual);
-  model->approvals.respondToPermission("made-up");
+  model->selected.respondToPermission("made-up");
   EXPECT_THAT(client().answers, ElementsAre(Pair(4, "made-up")));
 }
 
@@ -63,15 +63,15 @@ TEST_F(Approvals, RefusalUsesTheFirstRejectOrStopsTheTask) {
   ask({{"yes", "Allow", "allow_once"},
        {"never", "Never", "reject_always"},
        {"no", "No", "reject_once"}});
-  model->approvals.rejectPermission();
+  model->selected.rejectPermission();
   EXPECT_THAT(client().answers, ElementsAre(Pair(4, "never")));
 
   ask({{"yes", "Allow", "allow_once"}});
-  model->approvals.rejectPermission();
+  model->selected.rejectPermission();
   EXPECT_EQ(client().answers.size(), 1u);
   EXPECT_EQ(client().cancels, 1);
   EXPECT_EQ(run().statusMessage, "Stopped by you.");
-  EXPECT_EQ(model->executions.mirror().permissionRequest, nullptr);
+  EXPECT_EQ(model->selected.permissionRequest(), nullptr);
 }
 
 TEST_F(Approvals, OnlyTheRuntimesOwnAlwaysApproveRaisesTheMode) {
@@ -89,7 +89,7 @@ TEST_F(Approvals, OnlyTheRuntimesOwnAlwaysApproveRaisesTheMode) {
     start();
     work("Go");
     ask({each.option});
-    model->approvals.respondToPermission("a");
+    model->selected.respondToPermission("a");
     EXPECT_EQ(model->settings.permissionMode() == GrokPermissionMode::fullAccess, each.raises);
     EXPECT_EQ(client().stops, 0) << "the client at work is left alone";
   }
@@ -99,7 +99,8 @@ TEST_F(Approvals, AnswerThatNoPersonGaveRaisesNothing) {
   start();
   work("Go");
   ask({{"a", "Always-Approve", "allow_always"}});
-  model->approvals.respondToPermission("a", vantrell::Approvals::Answerer::standingOrder);
+  model->approvals.respondToPermission(key, 4, "a",
+                                       vantrell::Approvals::Answerer::standingOrder);
   EXPECT_THAT(client().answers, ElementsAre(Pair(4, "a")));
   EXPECT_EQ(model->settings.permissionMode(), GrokPermissionMode::ask);
   EXPECT_NE(defaults->text("grokPermissionMode.v1"), "full_access");
@@ -109,30 +110,30 @@ TEST_F(Approvals, QuestionOfAnotherConversationIsShownWhenItIsSelected) {
   start();
   work("Go");
   const auto asking = key;
-  model->operations.newThread(key.workspaceID);
+  model->operations->newThread(key.workspaceID);
   ask(usual);
-  EXPECT_EQ(model->executions.mirror().permissionRequest, nullptr);
-  model->approvals.respondToPermission("yes");
+  EXPECT_EQ(model->selected.permissionRequest(), nullptr);
+  model->selected.respondToPermission("yes");
   EXPECT_TRUE(client().answers.empty());
-  model->operations.selectThread(asking.threadID, asking.workspaceID);
-  ASSERT_NE(model->executions.mirror().permissionRequest, nullptr);
-  model->approvals.respondToPermission("yes");
+  model->operations->selectThread(asking.threadID, asking.workspaceID);
+  ASSERT_NE(model->selected.permissionRequest(), nullptr);
+  model->selected.respondToPermission("yes");
   EXPECT_EQ(client().answers.size(), 1u);
 }
 
 TEST_F(Approvals, ModeChangesOnlyBetweenTurns) {
   start();
   work("Go");
-  model->approvals.setPermissionMode(GrokPermissionMode::auto_);
+  model->selected.setPermissionMode(GrokPermissionMode::auto_);
   EXPECT_EQ(model->settings.permissionMode(), GrokPermissionMode::ask);
   client().finishes();
-  model->approvals.setPermissionMode(GrokPermissionMode::ask);
+  model->selected.setPermissionMode(GrokPermissionMode::ask);
   EXPECT_EQ(client().stops, 0) << "the same mode resets nothing";
-  model->approvals.setPermissionMode(GrokPermissionMode::fullAccess);
+  model->selected.setPermissionMode(GrokPermissionMode::fullAccess);
   EXPECT_EQ(client().stops, 1);
   EXPECT_EQ(defaults->text("grokPermissionMode.v1"), "full_access");
 
-  model->approvals.setWorkflowMode(TaskWorkflowMode::plan);
+  model->selected.setWorkflowMode(TaskWorkflowMode::plan);
   EXPECT_EQ(model->settings.permissionMode(), GrokPermissionMode::ask)
       << "a plan never begins with full access";
   EXPECT_EQ(defaults->text("taskWorkflowMode.v1"), "plan");
@@ -150,7 +151,7 @@ class ImagineApprovals : public Approvals {
     generator->opens("media");
     generator->onPermissionRequest({9, "Draw", "{}", std::move(options)});
   }
-  const PermissionRequest* shown() { return model->executions.mirror().permissionRequest.get(); }
+  const PermissionRequest* shown() { return model->selected.permissionRequest().get(); }
 
   std::shared_ptr<FakeAgentClient> generator;
 };
@@ -160,18 +161,17 @@ TEST_F(ImagineApprovals, EachQuestionIsAnsweredWhereItWasAsked) {
   askFromImagine(usual);
   ASSERT_TRUE(shown());
   EXPECT_EQ(shown()->title, "Draw");
-  model->executions.captureMirroredExecution();
-  EXPECT_EQ(execution().permissionRequest, nullptr) << "it is no question of the conversation";
+  EXPECT_EQ(execution().permissionRequest(), nullptr) << "it is no question of the conversation";
 
   // The conversation's own question comes first; the other one is not lost behind it.
   ask(usual);
   EXPECT_EQ(shown()->title, "Run ls");
-  model->approvals.respondToPermission("yes");
+  model->selected.respondToPermission("yes");
   EXPECT_THAT(client().answers, ElementsAre(Pair(4, "yes")));
   ASSERT_TRUE(shown());
   EXPECT_EQ(shown()->title, "Draw");
   const auto status = run().statusMessage;
-  model->approvals.respondToPermission("no");
+  model->selected.respondToPermission("no");
   EXPECT_THAT(generator->answers, ElementsAre(Pair(9, "no")));
   EXPECT_EQ(client().answers.size(), 1u);
   EXPECT_EQ(run().statusMessage, status) << "the conversation's run had no part in it";
@@ -181,7 +181,7 @@ TEST_F(ImagineApprovals, EachQuestionIsAnsweredWhereItWasAsked) {
 TEST_F(ImagineApprovals, RefusalWithoutAWayToSayNoCancelsIt) {
   start();
   askFromImagine({{"yes", "Allow", "allow_once"}});
-  model->approvals.rejectPermission();
+  model->selected.rejectPermission();
   EXPECT_EQ(generator->cancels, 1);
   EXPECT_EQ(model->imagine->imagineProgress(), "Stopped");
   EXPECT_EQ(client().cancels, 0) << "the conversation goes on";
@@ -192,11 +192,11 @@ TEST_F(ImagineApprovals, ModeWaitsForItAndEndsItsClient) {
   start();
   askFromImagine(usual);
   client().finishes();
-  model->approvals.respondToPermission("yes");
-  model->approvals.setPermissionMode(GrokPermissionMode::auto_);
+  model->selected.respondToPermission("yes");
+  model->selected.setPermissionMode(GrokPermissionMode::auto_);
   EXPECT_EQ(model->settings.permissionMode(), GrokPermissionMode::ask) << "it is at work";
   generator->finishes();
-  model->approvals.setPermissionMode(GrokPermissionMode::auto_);
+  model->selected.setPermissionMode(GrokPermissionMode::auto_);
   EXPECT_EQ(model->settings.permissionMode(), GrokPermissionMode::auto_);
   EXPECT_EQ(generator->stops, 1);
   EXPECT_EQ(model->imagine->imagineState(), ConnectionState::idle());

@@ -37,7 +37,7 @@ const Names others{"GEMINI_API_KEY",     "GOOGLE_API_KEY",   "AZURE_OPENAI_API_K
                    "OPENROUTER_API_KEY", "DEEPSEEK_API_KEY", "MISTRAL_API_KEY",
                    "GROQ_API_KEY",       "ZAI_API_KEY",      "ZHIPU_API_KEY"};
 
-class BillingGuarantee : public tests::RuntimePrograms {
+class BillingGuarantee : public tests::RuntimeProgramsFixture {
  protected:
   BillingGuarantee() {
     keys_ = others;
@@ -108,7 +108,7 @@ class BillingGuarantee : public tests::RuntimePrograms {
                                          .http = http_,
                                          .webhook = nullptr,
                                          .customExecutable = [this](AgentProvider provider) {
-                                           return means_.customExecutable(provider);
+                                           return programs_.customExecutable(provider);
                                          }}};
 };
 
@@ -132,7 +132,7 @@ TEST_F(BillingGuarantee, HoldsForQuestionsToTheProgram) {
   }
   for (const auto provider : {grok, codex}) {
     bool isAnswered = false;
-    EXPECT_TRUE(discoverModels(provider, main_, means_, home_.path(),
+    EXPECT_TRUE(discoverModels(provider, main_, programs_, home_.path(),
                                [&](const auto&) { isAnswered = true; }));
     EXPECT_TRUE(main_.runUntil([&] { return isAnswered; }));
     expectKept(provider, 1);

@@ -2,6 +2,7 @@
 
 #include "engine/core/friendly_error.h"
 #include "support/engine_fixture.h"
+#include "support/held_executor.h"
 
 namespace vantrell::tests {
 namespace {
@@ -18,7 +19,7 @@ class Composer : public EngineFixture {
   void addHooks() {
     for (const auto event : {ProjectHookEvent::beforeTask, ProjectHookEvent::afterTask,
                              ProjectHookEvent::taskFailed}) {
-      model->hooks->addProjectHook(event, "hook");
+      model->hooks->addProjectHook(event, "hook", key.workspaceID);
     }
   }
 };
@@ -27,7 +28,7 @@ constexpr std::string_view requestHeading = "USER REQUEST:\n";
 
 TEST_F(Composer, PromptBecomesARunThatCompletes) {
   start();
-  model->driver->send("  Fix the parser\nplease  ", {});
+  model->selected.send("  Fix the parser\nplease  ", {});
   EXPECT_EQ(thread().title, "Fix the parser");
   EXPECT_EQ(state(), ConnectionState::connecting());
   EXPECT_TRUE(thread().runs.empty()) << "checkpoint and hooks come before the run";
@@ -64,21 +65,24 @@ TEST_F(Composer, PromptBecomesARunThatCompletes) {
 TEST_F(Composer, StepsOfATurnKeepTheirOrder) {
   std::vector<std::string> steps;
   const auto step = [&](std::string name) { steps.push_back(std::move(name)); };
-  ports.prepareNotifications = [&] { step("notifications"); };
-  ports.captureCheckpoint = [&](const auto&, const std::string& label, auto, const auto& done) {
-    step(label);
-    done();
-  };
-  ports.runProjectHook = [&](const ProjectHook& hook, const auto&, const auto& reply) {
+  whenPreparingNotifications = [&] { step("notifications"); };
+  struct NotingExecutor final : Executor {
+    explicit NotingExecutor(std::vector<std::string>& to) : steps(to) {}
+    void post(Work work) override {
+      steps.push_back("checkpoint");
+      work();
+    }
+    std::vector<std::string>& steps;
+  } checkpoints(steps);
+  backgroundExecutor = &checkpoints;
+  projects.hook = [&](const ProjectHook& hook, const auto&, const auto& reply) {
     step(std::string(rawText(hook.event)));
     reply("");
   };
-  ports.gitSnapshot = [&](const auto&, const auto&, const auto&) { step("git"); };
-  ports.sendRemoteTaskEvent = [&](std::string_view kind, auto, const auto&) {
-    step(std::string(kind));
-  };
+  projects.git = [&](const auto&, const auto&, const auto&) { step("git"); };
+  whenTaskEvent = step;
   start();
-  model->context->setProjectInstructions("Keep to it.");
+  model->context->setProjectInstructions("Keep to it.", key.workspaceID);
   addHooks();
   steps.clear();
   const std::string prompt = "0123456789012345678901234567890123456789abcdefghij";
@@ -90,16 +94,16 @@ TEST_F(Composer, StepsOfATurnKeepTheirOrder) {
   client().finishes();
   main.runReady();
   EXPECT_THAT(steps, ElementsAre("notifications",
-                                 "Before: 0123456789012345678901234567890123456789abcdefgh",
+                                 "checkpoint",
                                  "beforeTask", "git", "completed", "notifications", "afterTask",
-                                 "Before: Next", "beforeTask"));
+                                 "checkpoint", "beforeTask"));
 }
 
 TEST_F(Composer, WhiteSpaceAloneIsNoPromptWhateverItsAttachments) {
   start();
   ChatAttachment file;
   file.path = "a.txt";
-  model->driver->send(" \n\t", {file});
+  model->selected.send(" \n\t", {file});
   main.runReady();
   EXPECT_TRUE(thread().entries.empty());
   EXPECT_TRUE(clients.empty());
@@ -191,7 +195,7 @@ TEST_F(Composer, LateAnswerOfAReplacedClientChangesNothing) {
 
 TEST_F(Composer, FailureIsToldAndTheQueueWaits) {
   std::vector<ProjectHookEvent> hooks;
-  ports.runProjectHook = [&](const ProjectHook& hook, const auto&, const auto& reply) {
+  projects.hook = [&](const ProjectHook& hook, const auto&, const auto& reply) {
     hooks.push_back(hook.event);
     reply("Hook completed.");
   };
@@ -214,12 +218,12 @@ TEST_F(Composer, FailureIsToldAndTheQueueWaits) {
   EXPECT_EQ(events.back().message, advice);
   EXPECT_THAT(hooks, ElementsAre(ProjectHookEvent::beforeTask, ProjectHookEvent::taskFailed));
   EXPECT_EQ(thread().queuedPrompts.size(), 1u);
-  EXPECT_NE(execution().client, nullptr) << "the client stays attached";
+  EXPECT_NE(execution().client(), nullptr) << "the client stays attached";
 }
 
 TEST_F(Composer, HandOffSurvivesTheEndOfTheExhaustedClient) {
   std::function<void(std::string)> repositoryRead;
-  ports.repositoryState = [&](const std::string&, const auto& reply) { repositoryRead = reply; };
+  projects.repository = [&](const std::string&, const auto& reply) { repositoryRead = reply; };
   others = {AgentProvider::glm};
   start();
   work("Go");
@@ -241,7 +245,7 @@ TEST_F(Composer, StartFailureDropsTheClientAndKeepsTheSession) {
   client().onUnexpectedTermination("gone");
   send("Two");
   client().failsToOpen("quota exceeded");
-  EXPECT_EQ(execution().client, nullptr);
+  EXPECT_EQ(execution().client(), nullptr);
   EXPECT_EQ(clients.back()->stops, 1);
   EXPECT_EQ(run().status, RunRecordStatus::failed);
   EXPECT_EQ(run().statusMessage, "quota exceeded");
@@ -250,7 +254,7 @@ TEST_F(Composer, StartFailureDropsTheClientAndKeepsTheSession) {
 }
 
 TEST_F(Composer, SessionThatTheRuntimeHasLostIsToldAndForgotten) {
-  connectors[AgentProvider::kimi].isSessionLost = [](std::string_view words) {
+  providers.connectors[AgentProvider::kimi].isSessionLost = [](std::string_view words) {
     return words == "no such session";
   };
   start();
@@ -267,7 +271,7 @@ TEST_F(Composer, SessionThatTheRuntimeHasLostIsToldAndForgotten) {
   EXPECT_EQ(client().existingSession, std::nullopt);
   EXPECT_THAT(texts(),
               Contains("Kimi no longer has the session of this task. The next prompt begins "
-                       "a new one, which does not know what was said before."));
+                       "a new one, with the visible conversation attached."));
 }
 
 TEST_F(Composer, NoClientShowsTheSetupHintWithoutARemoteEvent) {
@@ -291,7 +295,7 @@ TEST_F(Composer, NoProviderFailsTheRun) {
 }
 
 TEST_F(Composer, ChangeOfProviderSendsACapsuleOnce) {
-  ports.repositoryState = [](const std::string&, const auto& reply) { reply("$ git status"); };
+  projects.repository = [](const std::string&, const auto& reply) { reply("$ git status"); };
   start();
   work("Write a test");
   client().says("I have begun.");
@@ -338,14 +342,13 @@ TEST_F(Composer, ExhaustedAllowanceHandsTheRunOn) {
 }
 
 TEST_F(Composer, EngineThatGoesWhileATurnStartsBeginsNothing) {
-  std::function<void()> checkpointTaken;
-  ports.captureCheckpoint = [&](const auto&, const auto&, auto, const auto& done) {
-    checkpointTaken = done;
-  };
+  HeldExecutor checkpoints;
+  checkpoints.isHeld = true;
+  backgroundExecutor = &checkpoints;
   start();
   send("Go");
-  model.reset();
-  checkpointTaken();  // into an engine that has gone
+  stop();
+  checkpoints.release();  // for an engine that has gone
   main.runReady();
   EXPECT_TRUE(clients.empty());
 }
@@ -355,27 +358,27 @@ TEST_F(Composer, ConversationsRunAtOnceAndBackgroundOnesLeaveTheMirrorAlone) {
   work("One");
   const auto first = clients.back();
   const auto firstKey = key;
-  model->operations.newThread(key.workspaceID);
+  model->operations->newThread(key.workspaceID);
   key = *model->selection.key();
   work("Two");
   const auto second = clients.back();
   first->says("in the background");
-  EXPECT_EQ(model->executions.mirror().client, second);
+  EXPECT_EQ(model->executions.find(key)->client(), second);
   EXPECT_EQ(model->tree.thread(firstKey)->entries.back().text, "in the background");
   first->finishes();
-  EXPECT_EQ(model->executions.mirror().connectionState, ConnectionState::working());
+  EXPECT_EQ(model->selected.connectionState(), ConnectionState::working());
   EXPECT_EQ(model->tree.latestRun(firstKey)->status, RunRecordStatus::completed);
-  model->operations.selectThread(firstKey.threadID, firstKey.workspaceID);
-  EXPECT_EQ(model->executions.mirror().connectionState, ConnectionState::ready());
+  model->operations->selectThread(firstKey.threadID, firstKey.workspaceID);
+  EXPECT_EQ(model->selected.connectionState(), ConnectionState::ready());
 }
 
 TEST_F(Composer, ResetStartsANewClientInTheStoredSession) {
   start();
   work("One");
   client().finishes();
-  model->approvals.setPermissionMode(GrokPermissionMode::auto_);
+  model->selected.setPermissionMode(GrokPermissionMode::auto_);
   EXPECT_EQ(clients[0]->stops, 1);
-  EXPECT_EQ(model->executions.mirror().connectionState, ConnectionState::idle());
+  EXPECT_EQ(model->selected.connectionState(), ConnectionState::idle());
   send("Two");
   ASSERT_EQ(clients.size(), 2u);
   EXPECT_EQ(client().existingSession, "session");

@@ -1,13 +1,10 @@
 #include "support/engine_fixture.h"
 
-#include "app/ports.h"
-
 namespace vantrell::tests {
 
-EngineFixture::EngineFixture() : store(*defaults, folder.path()) {
-  ports = neutralPorts();
+EngineFixture::EngineFixture() : store(*defaults, folder.path()), supportFolder(folder.path()) {
   for (const auto each : allAgentProviders) {
-    connectors[each] = {
+    providers.connectors[each] = {
         each, "Install it.",
         [this, each](const auto&) { return provider == each || others.contains(each); },
         [this, each](const ProviderConnectorContext& context) {
@@ -17,29 +14,54 @@ EngineFixture::EngineFixture() : store(*defaults, folder.path()) {
           return std::shared_ptr<AgentClient>(clients.back());
         }};
   }
-  ports.connector = [this](AgentProvider each) -> const ProviderConnector& {
-    return connectors[each];
-  };
-  ports.sendRemoteTaskEvent = [this](std::string_view kind, std::string_view message, const auto&) {
-    events.push_back({std::string(kind), std::string(message)});
-  };
-  ports.imagine.supportFolder = folder.path();
-  ports.sendRemoteImagineEvent = [this](std::string_view kind, std::string_view message) {
-    events.push_back({std::string(kind), std::string(message)});
-  };
 }
 
-EngineFixture::~EngineFixture() = default;
+EngineFixture::~EngineFixture() {
+  stop();
+}
+
+void EngineFixture::taskEvent(TaskEventKind kind, std::string_view message,
+                              const ThreadExecutionKey&) {
+  events.push_back({kind == TaskEventKind::completed ? "completed" : "needs_attention",
+                    std::string(message)});
+  if (whenTaskEvent) whenTaskEvent(events.back().kind);
+}
+
+void EngineFixture::imagineEvent(ImagineEventKind kind, std::string_view message) {
+  events.push_back(
+      {kind == ImagineEventKind::completed ? "imagine_completed" : "imagine_attention",
+       std::string(message)});
+}
+
+void EngineFixture::restart() {
+  stop();
+  app = std::make_unique<AppModel>(AppModel::Dependencies{.main = main,
+                                                          .defaults = *defaults,
+                                                          .store = store,
+                                                          .providers = providers,
+                                                          .projects = projects,
+                                                          .events = *this,
+                                                          .programs = programs,
+                                                          .supportFolder = supportFolder,
+                                                          .background = backgroundExecutor,
+                                                          .refreshesRuntimes = refreshesRuntimes});
+  model = &app->parts();
+}
+
+void EngineFixture::stop() {
+  model = nullptr;
+  app.reset();
+}
 
 void EngineFixture::start() {
-  model = std::make_unique<AppModel>(main, *defaults, store, ports);
-  model->operations.addWorkspace(folder.folder("project"));
+  restart();
+  model->operations->addWorkspace(folder.folder("project"));
   key = *model->selection.key();
   main.runReady();
 }
 
 void EngineFixture::send(const std::string& prompt) {
-  model->driver->send(prompt, {});
+  model->selected.send(prompt, {});
   main.runReady();
 }
 
@@ -56,6 +78,7 @@ std::vector<std::string> EngineFixture::texts() {
 }
 
 std::vector<Workspace> EngineFixture::saved() {
+  main.runReady();
   return WorkspaceStore(*defaults, folder.path()).load(main.now());
 }
 

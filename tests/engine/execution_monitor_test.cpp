@@ -23,7 +23,7 @@ class ExecutionMonitorTest : public EngineFixture {
     if (mkfifo(path.c_str(), 0600) != 0) throw std::runtime_error("no pipe");
     // Also for reading, so that opening waits for nobody.
     script_ = open(path.c_str(), O_RDWR | O_CLOEXEC);
-    connectors[AgentProvider::grok].makeClient = [this,
+    providers.connectors[AgentProvider::grok].makeClient = [this,
                                                   path](const ProviderConnectorContext& context) {
       return ACPClient::make({.provider = AgentProvider::grok,
                               .executable = ACPAgentScript::program(),
@@ -37,7 +37,7 @@ class ExecutionMonitorTest : public EngineFixture {
     start();
   }
   ~ExecutionMonitorTest() override {
-    model.reset();
+    stop();
     close(script_);
     EXPECT_TRUE(Process::waitForAll(20s));
   }
@@ -53,7 +53,7 @@ class ExecutionMonitorTest : public EngineFixture {
   /// A turn in which the agent has said one word.
   void startTurn() {
     agent(ACPAgentScript().openSession().expectPrompt().say("word "));
-    model->driver->send("Go", {});
+    model->selected.send("Go", {});
     await([this] { return texts().back() == "word "; });
     events.clear();
   }
@@ -106,13 +106,13 @@ TEST_F(ExecutionMonitorTest, WaitingForThePersonIsNoSilenceAndTheAnswerEndsIt) {
       7, "session/request_permission",
       R"({"sessionId":"s1","toolCall":{"toolCallId":"t","title":"Run npm test"},)"
       R"("options":[{"optionId":"y","name":"Yes","kind":"allow_once"}]})"));
-  await([this] { return execution().permissionRequest != nullptr; });
+  await([this] { return execution().permissionRequest() != nullptr; });
   events.clear();
   main.advance(1h);
   EXPECT_TRUE(events.empty());
   EXPECT_EQ(message(), "Run npm test");
 
-  model->approvals.respondToPermission("y");
+  model->selected.respondToPermission("y");
   main.advance(599s);
   EXPECT_EQ(message(), "Continuing after your decision") << "the hour was not the agent's";
   main.advance(30s);
@@ -124,9 +124,9 @@ TEST_F(ExecutionMonitorTest, WaitingForThePersonIsNoSilenceAndTheAnswerEndsIt) {
 
 TEST_F(ExecutionMonitorTest, StatusQuestionInATurnReachesNoAgent) {
   startTurn();
-  model->driver->send("And then this", {});
+  model->selected.send("And then this", {});
   const RunRecord before = run();
-  model->driver->send("Is it still working?", {});
+  model->selected.send("Is it still working?", {});
   EXPECT_TRUE(texts().back().starts_with("Yes—Grok is still working.\n\n- **Running:** 0s\n"))
       << texts().back();
   EXPECT_EQ(run(), before);
@@ -134,21 +134,21 @@ TEST_F(ExecutionMonitorTest, StatusQuestionInATurnReachesNoAgent) {
   EXPECT_EQ(thread().runs.size(), 1U);
   ChatAttachment file;
   file.path = "a.txt";
-  model->driver->send("status", {file});
+  model->selected.send("status", {file});
   EXPECT_EQ(thread().queuedPrompts.size(), 2U) << "with an attachment it is the agent's to answer";
 
   // The stop is the next line that the agent gets, and then the next prompt: anything else between
   // would end it.
-  model->driver->stopWorking();
+  model->selected.stopWorking();
   agent(ACPAgentScript().expect("session/cancel").result(R"({"stopReason":"cancelled"})"));
   agent(ACPAgentScript().expectPrompt().endTurn());
-  model->driver->send("Next", {});
+  model->selected.send("Next", {});
   await([this] { return run().status == RunRecordStatus::completed; });
 }
 
 TEST_F(ExecutionMonitorTest, LooksAtConversationsThatAreNotSelected) {
   startTurn();
-  model->operations.newThread(key.workspaceID);
+  model->operations->newThread(key.workspaceID);
   main.advance(600s);
   EXPECT_EQ(message(), warning);
   EXPECT_EQ(events.size(), 1U);
@@ -159,7 +159,7 @@ TEST_F(ExecutionMonitorTest, TimeBetweenTurnsIsNoSilence) {
   agent(ACPAgentScript().endTurn());
   await([this] { return run().status == RunRecordStatus::completed; });
   main.advance(1h);
-  model->driver->send("Next", {});  // its checkpoint and hooks may take a while
+  model->selected.send("Next", {});  // its checkpoint and hooks may take a while
   model->monitor->checkExecutionHealth(main.now() + 599s);
   EXPECT_FALSE(execution().stallWarningSent);
   model->monitor->checkExecutionHealth(main.now() + 600s);

@@ -16,11 +16,11 @@ class GitSnapshotService : public EngineFixture {
   };
 
   GitSnapshotService() {
-    ports.gitSnapshot = [this](const std::string& path, const std::stop_token& stop,
+    projects.git = [this](const std::string& path, const std::stop_token& stop,
                                const auto& reply) { readings.push_back({path, stop, reply}); };
     start();
-    observation = model->changes.observe([this](const Change& change) {
-      if (change.kind == Change::Kind::gitSnapshotChanged) {
+    observation = model->changes.observe([this](const ChangeBatch& batch) {
+      if (batch.has(topics::gitSnapshot)) {
         announced.push_back(model->git->gitSnapshot().branch);
       }
     });
@@ -41,10 +41,11 @@ class GitSnapshotService : public EngineFixture {
 };
 
 TEST_F(GitSnapshotService, ReadsWhatIsLookedAt) {
-  const std::string general = model->operations.generalWorkspace()->path;
+  const std::string general = model->operations->generalWorkspace()->path;
   EXPECT_THAT(paths(), ElementsAre(general, folder / "project")) << "the start, then the project";
   EXPECT_EQ(model->git->gitSnapshot(), GitWorkspaceSnapshot::unavailable());
   readings.back().reply(on("main"));
+  main.runReady();
   work("Go");
   client().finishes();
   EXPECT_EQ(readings.size(), 3U) << "a task that ended has changed something";
@@ -57,10 +58,11 @@ TEST_F(GitSnapshotService, ReadsWhatIsLookedAt) {
   model->git->refreshGitSnapshot();
   EXPECT_EQ(readings.back().path, folder / "worktree");
 
-  model->executions.selectExecution(std::nullopt, std::nullopt);
+  model->selection.select(std::nullopt, std::nullopt);
   model->git->refreshGitSnapshot();
   EXPECT_EQ(readings.size(), 4U);
   EXPECT_EQ(model->git->gitSnapshot(), GitWorkspaceSnapshot::unavailable());
+  main.runReady();
   EXPECT_THAT(announced, ElementsAre("main", ""));
 }
 
@@ -71,29 +73,31 @@ TEST_F(GitSnapshotService, ANewerReadingEndsTheOlderOne) {
   EXPECT_FALSE(readings[2].stop.stop_requested());
   readings[2].reply(on("new"));
   readings[1].reply(on("old"));
+  main.runReady();
   EXPECT_THAT(announced, ElementsAre("new"));
-  model.reset();
+  stop();
   EXPECT_TRUE(readings[2].stop.stop_requested()) << "nobody is left to hear of it";
 }
 
 TEST_F(GitSnapshotService, DropsWhatBelongsToAnotherFolder) {
-  model->operations.selectWorkspace(model->operations.generalWorkspace()->id);
+  model->operations->selectWorkspace(model->operations->generalWorkspace()->id);
   readings[1].reply(on("project"));
   EXPECT_TRUE(announced.empty());
 
   // A new task beside one that has its own worktree: nobody has asked for a reading.
-  model->operations.selectWorkspace(key.workspaceID);
+  model->operations->selectWorkspace(key.workspaceID);
   model->tree.updateThread(key, [&](ChatThread& thread) {
     thread.workspaceMode = TaskWorkspaceMode::isolated;
     thread.isolatedWorkspacePath = folder.folder("worktree");
   });
   model->git->refreshGitSnapshot();
   const Reading ofWorktree = readings.back();
-  model->operations.newThread(key.workspaceID);
+  model->operations->newThread(key.workspaceID);
   ofWorktree.reply(on("worktree"));
   EXPECT_TRUE(announced.empty());
   EXPECT_EQ(readings.back().path, folder / "project");
   readings.back().reply(on("main"));
+  main.runReady();
   EXPECT_THAT(announced, ElementsAre("main"));
 }
 

@@ -15,14 +15,14 @@ class HookRunner : public EngineFixture {
   };
 
   HookRunner() {
-    ports.runProjectHook = [this](const ProjectHook& hook, const std::string& path,
+    projects.hook = [this](const ProjectHook& hook, const std::string& path,
                                   const auto& reply) {
       runs.push_back({hook.relativeExecutablePath, path, reply});
     };
   }
 
   Uuid add(ProjectHookEvent event, std::string_view path) {
-    return model->hooks->addProjectHook(event, path).value();
+    return model->hooks->addProjectHook(event, path, key.workspaceID).value();
   }
   /// Those of the selected project.
   std::vector<std::string> hooks() {
@@ -41,7 +41,7 @@ class HookRunner : public EngineFixture {
     for (const auto& each : runs) all.push_back(each.hook);
     return all;
   }
-  std::string error() { return model->executions.mirror().errorMessage.value_or(""); }
+  std::string error() { return model->selected.errorMessage().value_or(""); }
 
   std::vector<Run> runs;
   std::vector<std::string> done;
@@ -52,21 +52,23 @@ TEST_F(HookRunner, KeepsTheHooksOfAProject) {
   constexpr auto refusal =
       "Hooks must be executable files inside the project, using a relative path.";
   for (const std::string path : {"", " \n", "/bin/true", "  /bin/true"}) {
-    EXPECT_EQ(model->hooks->addProjectHook(ProjectHookEvent::afterTask, path), std::nullopt);
-    EXPECT_EQ(error(), refusal) << path;
+    const auto added =
+        model->hooks->addProjectHook(ProjectHookEvent::afterTask, path, key.workspaceID);
+    ASSERT_FALSE(added) << path;
+    EXPECT_EQ(added.error().sentence, refusal) << path;
   }
   add(ProjectHookEvent::afterTask, " .vantrell/hooks/after-task\n");
   const Uuid second = add(ProjectHookEvent::taskFailed, "../outside");
   EXPECT_THAT(hooks(),
               ElementsAre("afterTask .vantrell/hooks/after-task", "taskFailed ../outside"));
 
-  model.reset();
+  stop();
   start();
   EXPECT_EQ(hooks().size(), 2U) << "after a restart";
-  model->hooks->removeProjectHook(Uuid::random());
-  model->hooks->removeProjectHook(second);
+  model->hooks->removeProjectHook(Uuid::random(), key.workspaceID);
+  model->hooks->removeProjectHook(second, key.workspaceID);
   EXPECT_THAT(hooks(), ElementsAre("afterTask .vantrell/hooks/after-task"));
-  model->operations.selectWorkspace(model->operations.generalWorkspace()->id);
+  model->operations->selectWorkspace(model->operations->generalWorkspace()->id);
   model->hooks->addProjectHook(ProjectHookEvent::beforeTask, "b", key.workspaceID);
   EXPECT_EQ(hooks().size(), 2U) << "of another project than the selected one";
 }
@@ -118,7 +120,7 @@ TEST_F(HookRunner, RunsThemWhereTheTaskWorksAndNoLongerThanThereIsATask) {
   ASSERT_EQ(runs.size(), 2U) << "another folder needs not wait";
   EXPECT_EQ(runs[1].path, folder / "worktree");
 
-  model->operations.deleteThread(key.threadID, key.workspaceID);
+  model->operations->deleteThread(key.threadID, key.workspaceID);
   runs[0].reply("late");
   runs[1].reply("late");
   EXPECT_EQ(runs.size(), 2U);

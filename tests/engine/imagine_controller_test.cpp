@@ -33,7 +33,7 @@ class ImagineDeskTest : public EngineFixture {
     main.runReady();
   }
   std::string library() const { return folder / "Imagine"; }
-  std::optional<std::string> error() { return model->executions.mirror().errorMessage; }
+  std::optional<std::string> error() { return model->selected.errorMessage(); }
 };
 
 TEST_F(ImagineDeskTest, MakesAPictureAndServesTheNextPromptWithTheSameClient) {
@@ -87,9 +87,9 @@ TEST_F(ImagineDeskTest, SaysThatItFinishedWhereTheAgentSaidNothing) {
 TEST_F(ImagineDeskTest, NeedsAPromptAndTheProgram) {
   generate(" \n");
   EXPECT_EQ(desk().imagineState(), State::idle());
-  connectors[AgentProvider::grok].isAvailable = [](const auto&) { return false; };
-  generate("a fox");
-  EXPECT_EQ(error(), "Install and log in to Grok Build before using Imagine.");
+  providers.connectors[AgentProvider::grok].isAvailable = [](const auto&) { return false; };
+  EXPECT_EQ(desk().generateImagine("a fox", ImagineKind::image).error().sentence,
+            "Install and log in to Grok Build before using Imagine.");
   EXPECT_EQ(model->runtimes->installStatus(), RuntimeInstallStatus::missing());
   EXPECT_TRUE(clients.empty());
 }
@@ -132,7 +132,7 @@ TEST_F(ImagineDeskTest, NewPromptWhileItWorksTakesTheClientsPlace) {
   first->onPermissionRequest({1, "Draw", "", {}});
   generate("an owl");
   EXPECT_EQ(first->stops, 1);
-  EXPECT_EQ(model->executions.mirror().permissionRequest, nullptr) << "its question went with it";
+  EXPECT_EQ(model->selected.permissionRequest(), nullptr) << "its question went with it";
   EXPECT_EQ(desk().imagineState(), State::connecting());
   first->says("late");
   first->promptCompletions.back()(JsonObject{});
@@ -190,12 +190,12 @@ TEST_F(ImagineDeskTest, AgentThatDoesNotEndWhatWasStoppedIsReplaced) {
     const auto first = clients.back();
     desk().cancelImagine();
     generate("an owl");
-    main.advance(ImagineController::stopPatience);
+    main.advance(AgentSession::stopTimeout);
     EXPECT_NE(clients.back(), first);
     EXPECT_EQ(first->stops, 1);
     client().opens("media");
     EXPECT_THAT(client().prompts, ElementsAre("/imagine an owl"));
-    main.advance(ImagineController::stopPatience);
+    main.advance(AgentSession::stopTimeout);
     EXPECT_EQ(client().stops, 0) << "it is at work, and takes its time";
   }
 }
@@ -205,8 +205,8 @@ TEST_F(ImagineDeskTest, CopiesFewFilesAtOnceAndNoneBehindItsEnd) {
     void post(Work work) override { all.push_back(std::move(work)); }
     std::vector<Work> all;
   } held;
-  model.reset();
-  ports.imagine.background = &held;
+  stop();
+  backgroundExecutor = &held;
   start();
   work("foxes");
   const auto named = [this](const char* name) { return folder.file(name, name); };
@@ -219,7 +219,7 @@ TEST_F(ImagineDeskTest, CopiesFewFilesAtOnceAndNoneBehindItsEnd) {
   EXPECT_EQ(desk().imagineItems().size(), 1u);
   EXPECT_TRUE(desk().hasUnfinishedWork());
   const auto files = folder.names("Imagine");
-  model.reset();
+  stop();
   held.all[1]();
   EXPECT_EQ(folder.names("Imagine"), files) << "nobody would list it";
 }
@@ -267,7 +267,7 @@ TEST_F(ImagineDeskTest, LibraryIsThereAfterARestart) {
   work("a fox");
   names(folder.file("fox.png", "1"));
   const auto items = desk().imagineItems();
-  model.reset();
+  stop();
   EXPECT_EQ(client().stops, 1);
   start();
   EXPECT_EQ(desk().imagineItems(), items);

@@ -14,8 +14,8 @@ class ImaginePipes : public EngineFixture {
  protected:
   ImaginePipes() {
     others.insert(AgentProvider::grok);
-    ports.imagine.background = &pool_;
-    connectors[AgentProvider::grok].makeClient = [this](const ProviderConnectorContext& context) {
+    backgroundExecutor = &pool_;
+    providers.connectors[AgentProvider::grok].makeClient = [this](const ProviderConnectorContext& context) {
       const auto script =
           folder.file("script" + std::to_string(++clientCount_), scripts_.at(0).text());
       scripts_.erase(scripts_.begin());
@@ -28,7 +28,7 @@ class ImaginePipes : public EngineFixture {
     };
   }
   ~ImaginePipes() override {
-    model.reset();
+    stop();
     EXPECT_TRUE(Process::waitForAll(std::chrono::seconds(20)));
   }
 
@@ -51,7 +51,7 @@ class ImaginePipes : public EngineFixture {
   static ACPAgentScript opened() { return ACPAgentScript().openSession(); }
   /// With an empty library.
   void startAnew() {
-    model.reset();
+    stop();
     std::filesystem::remove_all(folder / "Imagine");
     start();
   }
@@ -154,7 +154,7 @@ TEST_F(ImaginePipes, DeathInTheMiddleKeepsWhatWasMadeAndTheNextPromptHasAnotherA
   generate("a fox");
   await([this] { return desk().imagineState().text == "out of paint" && isOver(); });
   EXPECT_EQ(made(), std::vector<std::string>{"a fox: fox"});
-  EXPECT_EQ(model->executions.mirror().errorMessage, "out of paint");
+  EXPECT_EQ(model->selected.errorMessage(), "out of paint");
   generate("an owl");
   await([this] { return isOver(); });
   EXPECT_EQ(desk().imagineState(), ConnectionState::ready());

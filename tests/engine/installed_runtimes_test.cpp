@@ -15,7 +15,7 @@ using State = RuntimeInstallStatus::State;
 
 constexpr AgentProvider five[] = {grok, codex, kimi, glm, claude};
 
-class RuntimeDeskTest : public tests::RuntimePrograms {
+class RuntimeDeskTest : public tests::RuntimeProgramsFixture {
  protected:
   void logIn(AgentProvider provider) {
     switch (provider) {
@@ -51,17 +51,19 @@ TEST_F(RuntimeDeskTest, SaysWhatIsThereAtOnceAndTheRestWhenTheProgramHasAnswered
     const auto path = install(provider, "[ \"$1\" = --version ] && echo '  tool 1.2 '; exit 0");
     EXPECT_EQ(desk_->status(provider).state, State::checking);
     int announced = 0;
-    const auto watch = changes_.observe([&](const Change& change) {
-      announced += change.kind == Change::Kind::runtimesChanged ? 1 : 0;
+    const auto watch = changes_.observe([&](const ChangeBatch& batch) {
+      announced += batch.has(topics::runtimes) ? 1 : 0;
     });
     desk_->refresh(provider);
     EXPECT_EQ(desk_->status(provider), RuntimeInstallStatus::installed(path));
+    main_.runReady();
     EXPECT_EQ(announced, 1);
     awaitAnswers();
     auto expected = RuntimeInstallStatus::installed(path);
     expected.version = "tool 1.2";
     expected.signedIn = signedIn;
     EXPECT_EQ(desk_->status(provider), expected);
+    main_.runReady();
     EXPECT_EQ(announced, 2);
   }
   EXPECT_EQ(desk_->codexInstallStatus().path, custom_[codex]);
@@ -142,7 +144,7 @@ TEST_F(RuntimeDeskTest, MissingProgramIsMissingAndOthersHaveNone) {
 
 TEST_F(RuntimeDeskTest, WhatIsNotFoundWaitsForTheUsersOwnPathWhichIsReadOnce) {
   std::vector<std::function<void()>> readings;
-  means_.readUserPath = [&](std::function<void()> done) { readings.push_back(std::move(done)); };
+  programs_.readUserPath = [&](std::function<void()> done) { readings.push_back(std::move(done)); };
   makeDesk();
   program("tools/kimi", "echo 7");
   install(grok, "echo 8");
@@ -162,12 +164,12 @@ TEST_F(RuntimeDeskTest, WhatIsNotFoundWaitsForTheUsersOwnPathWhichIsReadOnce) {
 
 TEST_F(RuntimeDeskTest, ToAskSeveralIsNotOverBeforeTheLastHasAnswered) {
   std::function<void()> pathIsRead;
-  means_.readUserPath = [&](std::function<void()> done) { pathIsRead = std::move(done); };
+  programs_.readUserPath = [&](std::function<void()> done) { pathIsRead = std::move(done); };
   makeDesk();
   // The others are missing, and say so before it is asked and while it is.
   program("tools/claude", "[ $1 = auth ] && exit 1; echo 7");
   std::vector<bool> signedInWhenOver;
-  const auto watch = changes_.observe([&](const Change&) {
+  const auto watch = changes_.observe([&](const ChangeBatch&) {
     if (!desk_->isAsking()) {
       signedInWhenOver.push_back(desk_->claudeInstallStatus().signedIn.has_value());
     }
@@ -176,16 +178,18 @@ TEST_F(RuntimeDeskTest, ToAskSeveralIsNotOverBeforeTheLastHasAnswered) {
   loginShell::keepFolders({home_ / "tools"});
   pathIsRead();
   awaitAnswers();
+  main_.runReady();
   EXPECT_EQ(signedInWhenOver, std::vector{true});
   signedInWhenOver.clear();
   desk_->refreshAll();
   awaitAnswers();
+  main_.runReady();
   EXPECT_EQ(signedInWhenOver, std::vector{true}) << "also when the PATH is known";
 }
 
 TEST_F(RuntimeDeskTest, UsersPathIsReadOnceForAllWhoWaitAndStartsNoProgram) {
   std::vector<std::function<void()>> readings;
-  means_.readUserPath = [&](std::function<void()> done) { readings.push_back(std::move(done)); };
+  programs_.readUserPath = [&](std::function<void()> done) { readings.push_back(std::move(done)); };
   makeDesk();
   install(kimi, logging + std::string("echo 1"));
   int known = 0;
@@ -224,15 +228,14 @@ TEST_F(RuntimeDeskTest, LogInShowsThatItRunsThenWhyItFailedThenTheFreshStatus) {
   };
   for (const auto& [provider, script, failure] : cases) {
     SCOPED_TRACE(std::string(rawText(provider)) + ": " + script);
-    errors_.clear();
     install(provider, "if [ \"$*\" = login ]; then " + script + "; exit; fi; echo 2.0");
     logIn(provider);
     EXPECT_TRUE(desk_->login(provider).isRunning);
     awaitLogin(provider);
     EXPECT_EQ(desk_->login(provider), (RuntimeLogin{.isRunning = false, .failure = failure}));
-    EXPECT_EQ(errors_.size(), failure ? 1U : 0U);
-    if (failure && !errors_.empty()) {
-      EXPECT_EQ(errors_.at(0), *failure);
+    EXPECT_EQ(desk_->failure().has_value(), failure.has_value());
+    if (failure && desk_->failure()) {
+      EXPECT_EQ(*desk_->failure(), *failure);
     }
     EXPECT_EQ(desk_->status(provider).version, "2.0") << "the status is refreshed in any case";
   }
@@ -254,7 +257,7 @@ TEST_F(RuntimeDeskTest, LogInOfAMissingProgramOnlySaysThatItIsMissing) {
     EXPECT_EQ(desk_->status(provider), RuntimeInstallStatus::missing());
     EXPECT_EQ(desk_->login(provider), RuntimeLogin{});
   }
-  EXPECT_TRUE(errors_.empty());
+  EXPECT_EQ(desk_->failure(), std::nullopt);
   EXPECT_TRUE(desktop_->notes.empty());
 }
 
@@ -279,12 +282,11 @@ TEST_F(RuntimeDeskTest, OneLogInAtATimeAndItMayTakeAnHour) {
 TEST_F(RuntimeDeskTest, LogInEndsWithTheProgram) {
   install(grok, "exec sleep 1000");
   desk_->logIn();
-  means_ = {};
+  programs_ = {};
   desk_.reset();
   runner_.reset();
   EXPECT_TRUE(Process::waitForAll(20s));
   main_.runReady();
-  EXPECT_TRUE(errors_.empty());
 }
 
 TEST_F(RuntimeDeskTest, TwoLogInsAreCopiedForATerminalQuotedForItsShell) {
@@ -300,19 +302,16 @@ TEST_F(RuntimeDeskTest, TwoLogInsAreCopiedForATerminalQuotedForItsShell) {
   desktop_->answer = std::unexpected("no terminal");
   desk_->copyInstallCommandAndOpenTerminal();
   EXPECT_TRUE(desktop_->notes[4].starts_with("copy curl ")) << desktop_->notes[4];
-  EXPECT_TRUE(errors_.empty()) << "the command lies on the clipboard all the same";
+  EXPECT_EQ(desk_->failure(), std::nullopt) << "the command lies on the clipboard all the same";
 }
 
 TEST_F(RuntimeDeskTest, OpensTheSelectedProjectInATerminalOrSaysWhyNot) {
-  desk_->openProjectInTerminal();
-  EXPECT_TRUE(desktop_->notes.empty()) << "nothing is selected";
-  desk_->selectedProject = [] { return "/project"; };
-  desk_->openProjectInTerminal();
+  desk_->openProjectInTerminal("/project");
   EXPECT_EQ(desktop_->notes, std::vector<std::string>{"open /project"});
-  EXPECT_TRUE(errors_.empty());
+  EXPECT_EQ(desk_->failure(), std::nullopt);
   desktop_->answer = std::unexpected("no such program");
-  desk_->openProjectInTerminal();
-  EXPECT_EQ(errors_, std::vector<std::string>{"Could not open Terminal: no such program"});
+  desk_->openProjectInTerminal("/project");
+  EXPECT_EQ(desk_->failure(), "Could not open Terminal: no such program");
 }
 
 }  // namespace

@@ -18,7 +18,7 @@ using ::testing::HasSubstr;
 class ProjectContextService : public EngineFixture {
  public:
   ProjectContextService() {
-    ports.discoverContextSources = [this](std::string path, auto reply) {
+    projects.contextSources = [this](std::string path, auto reply) {
       looks.emplace_back([path = std::move(path), reply = std::move(reply)] {
         reply(discoverContextSources(path));
       });
@@ -39,7 +39,7 @@ class ProjectContextService : public EngineFixture {
     return loadStoredProjectContext(records, id, Date(1));
   }
   void selectGeneral() {
-    model->operations.selectWorkspace(model->operations.generalWorkspace()->id);
+    model->operations->selectWorkspace(model->operations->generalWorkspace()->id);
   }
 
   bool isSlow = false;
@@ -51,17 +51,19 @@ TEST_F(ProjectContextService, BlockIsEmptyOrHasABannerThatDoesNotCount) {
   EXPECT_EQ(block(key), "");
   EXPECT_EQ(block({Uuid::random(), Uuid::random()}), "");
   const std::string banner = "VANTRELL PROJECT CONTEXT\n";
-  desk().setProjectInstructions(std::string(20'000, 'x'));
+  desk().setProjectInstructions(std::string(20'000, 'x'), key.workspaceID);
   EXPECT_EQ(text::characterCount(block(key)), banner.size() + 18'000);
   EXPECT_THAT(block(key), ::testing::StartsWith(banner + "PROJECT INSTRUCTIONS\nxxx"));
 }
 
 TEST_F(ProjectContextService, InstructionsAreKeptTrimmedAndClearedByBlanks) {
   int snapshots = 0;
-  ports.updateRemoteSnapshot = [&] { ++snapshots; };
   start();
+  const auto observation = model->changes.observe([&](const ChangeBatch& batch) {
+    snapshots += batch.has(topics::remoteSnapshot) ? 1 : 0;
+  });
   main.advance(std::chrono::seconds(5));
-  desk().setProjectInstructions(" Test first.\n");
+  desk().setProjectInstructions(" Test first.\n", key.workspaceID);
   EXPECT_EQ(desk().projectInstructions(key.workspaceID), "Test first.");
   EXPECT_EQ(stored(key.workspaceID).instructions, "Test first.");
   EXPECT_EQ(iso8601(stored(key.workspaceID).updatedAt), iso8601(main.now()));
@@ -73,7 +75,7 @@ TEST_F(ProjectContextService, InstructionsAreKeptTrimmedAndClearedByBlanks) {
   EXPECT_EQ(stored(key.workspaceID).instructions, "");
   EXPECT_EQ(snapshots, 3);
 
-  desk().setProjectInstructions("General has none.");
+  desk().setProjectInstructions("General has none.", *model->selection.workspaceID());
   desk().setProjectInstructions("Nor has this.", Uuid::random());
   EXPECT_EQ(desk().projectInstructions(*model->selection.workspaceID()), "");
   EXPECT_EQ(snapshots, 3);
@@ -81,9 +83,9 @@ TEST_F(ProjectContextService, InstructionsAreKeptTrimmedAndClearedByBlanks) {
 
 TEST_F(ProjectContextService, DecisionsAreAppendedWhereNeitherTextIsBlank) {
   start();
-  desk().addProjectDecision(" Store ", " SQLite ");
-  desk().addProjectDecision("Blank", " ");
-  desk().addProjectDecision("", "Blank");
+  desk().addProjectDecision(" Store ", " SQLite ", key.workspaceID);
+  desk().addProjectDecision("Blank", " ", key.workspaceID);
+  desk().addProjectDecision("", "Blank", key.workspaceID);
   ASSERT_EQ(stored(key.workspaceID).decisions.size(), 1U);
   EXPECT_EQ(stored(key.workspaceID).decisions[0].title, "Store");
   EXPECT_EQ(block(key), "VANTRELL PROJECT CONTEXT\nPROJECT DECISIONS\n- Store: SQLite");
@@ -97,7 +99,7 @@ TEST_F(ProjectContextService, GuidanceIsReadAtEachSelectionAndForOthersAtEachPro
   EXPECT_THAT(block(key), EndsWith("- AGENTS.md: Use tabs."));
   folder.file("project/AGENTS.md", "Use blanks.");
   EXPECT_THAT(block(key), EndsWith("- AGENTS.md: Use blanks."));
-  model->operations.selectThread(key.threadID, key.workspaceID);
+  model->operations->selectThread(key.threadID, key.workspaceID);
   EXPECT_EQ(desk().projectContext().summary(), "1 guidance file");
 }
 
@@ -117,9 +119,9 @@ TEST_F(ProjectContextService, PromptWaitsForGuidanceThatIsBeingRead) {
       << "what was read for the project is not General's";
 
   client().finishes();
-  model->operations.selectThread(key.threadID, key.workspaceID);
+  model->operations->selectThread(key.threadID, key.workspaceID);
   send("Again");
-  model->driver->stopWorking();
+  model->selected.stopWorking();
   answer();
   EXPECT_EQ(run().status, RunRecordStatus::cancelled);
   EXPECT_EQ(client().prompts.size(), 1U);
@@ -128,23 +130,23 @@ TEST_F(ProjectContextService, PromptWaitsForGuidanceThatIsBeingRead) {
 TEST_F(ProjectContextService, UnreadableProfileIsKeptAsideAndAFailedSaveIsKnown) {
   start();
   std::vector<std::string> notices;
-  const auto observation = model->changes.observe([&](const Change& change) {
-    if (change.kind == Change::Kind::noticeRaised) notices.emplace_back(change.text);
+  const auto observation = model->changes.observe([&](const ChangeBatch& batch) {
+    notices.insert(notices.end(), batch.notices.begin(), batch.notices.end());
   });
   const std::string file =
       folder / "Orchestration/contexts/" + text::lowercased(key.workspaceID.text()) + ".json";
-  desk().setProjectInstructions("First.");
+  desk().setProjectInstructions("First.", key.workspaceID);
   ASSERT_TRUE(files::writeAtomically(file, R"({"instructions":"no date"})"));
   desk().load();
   EXPECT_EQ(desk().projectContext().instructions, "");
-  desk().setProjectInstructions("Second.");
+  desk().setProjectInstructions("Second.", key.workspaceID);
   EXPECT_EQ(notices.size(), 1U);
   EXPECT_EQ(stored(key.workspaceID).instructions, "Second.");
   EXPECT_EQ(desk().saveFailure(), "");
 
   ASSERT_TRUE(files::remove(file));
   ASSERT_TRUE(files::createFolders(file));
-  desk().setProjectInstructions("Third.");
+  desk().setProjectInstructions("Third.", key.workspaceID);
   EXPECT_EQ(desk().projectContext().instructions, "Third.");
   EXPECT_NE(desk().saveFailure(), "");
 }

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "support/engine_fixture.h"
+#include "support/held_executor.h"
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -33,7 +34,7 @@ TEST_F(PromptQueueTest, RunsInOrderAfterEachSuccessAndWaitsAfterAFailure) {
   work("One");
   ChatAttachment file;
   file.path = "/a.txt";
-  model->driver->send("Two", {file});
+  model->selected.send("Two", {file});
   send("Three");
   send("Four");
   EXPECT_THAT(queued(), ElementsAre("Two", "Three", "Four"));
@@ -46,20 +47,20 @@ TEST_F(PromptQueueTest, RunsInOrderAfterEachSuccessAndWaitsAfterAFailure) {
   EXPECT_EQ(thread().entries.back().attachments.size(), 1u);
   EXPECT_EQ(clients.size(), 1u) << "the client is kept";
   EXPECT_THAT(client().prompts.back(), ::testing::HasSubstr("- @/a.txt"));
-  model->queue.runNextQueuedPrompt();
+  model->selected.runNextQueuedPrompt();
   EXPECT_THAT(queued(), ElementsAre("Three", "Four")) << "not while it is busy";
 
   client().fails(AgentError("broken pipe"));
   main.runReady();
   EXPECT_THAT(queued(), ElementsAre("Three", "Four"));
   EXPECT_THAT(ran(), ElementsAre("One", "Two"));
-  model->queue.runNextQueuedPrompt();
+  model->selected.runNextQueuedPrompt();
   main.runReady();
   client().opens("again");
   main.runReady();
   finish();
   EXPECT_THAT(ran(), ElementsAre("One", "Two", "Three", "Four"));
-  model->driver->stopWorking();
+  model->selected.stopWorking();
   EXPECT_THAT(queued(), IsEmpty());
 }
 
@@ -67,12 +68,12 @@ TEST_F(PromptQueueTest, WaitsAfterAStopAndARestartForTheUserOrTheNextSuccess) {
   start();
   work("One");
   send("Two");
-  model->driver->stopWorking();
+  model->selected.stopWorking();
   main.runReady();
   EXPECT_THAT(queued(), ElementsAre("Two"));
-  model.reset();
+  stop();
   clients.clear();
-  model = std::make_unique<AppModel>(main, *defaults, store, ports);
+  restart();
   main.runReady();
   ASSERT_EQ(model->selection.key(), key);
   EXPECT_THAT(queued(), ElementsAre("Two"));
@@ -88,7 +89,7 @@ TEST_F(PromptQueueTest, GoesOnBehindAHandOffAndInAConversationThatIsNotSelected)
   work("One");
   send("Two");
   const ThreadExecutionKey worked = key;
-  model->operations.newThread(key.workspaceID);
+  model->operations->newThread(key.workspaceID);
   client().fails(AgentError("429 rate limit reached"));
   main.runReady();
   ASSERT_EQ(clients.size(), 2u);
@@ -101,10 +102,12 @@ TEST_F(PromptQueueTest, GoesOnBehindAHandOffAndInAConversationThatIsNotSelected)
 }
 
 TEST_F(PromptQueueTest, StoreHasThePromptInOneOfItsPlacesAtEveryMoment) {
-  ports.captureCheckpoint = [](const auto&, const auto&, auto, const auto&) {};  // takes for ever
+  HeldExecutor checkpoints;  // take for ever
+  checkpoints.isHeld = true;
+  backgroundExecutor = &checkpoints;
   start();
   model->queue.enqueuePrompt("Two", {}, key);
-  model->queue.runNextQueuedPrompt(key);
+  model->selected.runNextQueuedPrompt();
   main.runReady();
   const auto stored = saved()[1].threads[0];
   EXPECT_THAT(stored.queuedPrompts, IsEmpty());
@@ -117,16 +120,16 @@ TEST_F(PromptQueueTest, IsEdited) {
   for (const char* each : {"a", "b", "c"}) model->queue.enqueuePrompt(each, {}, key);
   main.advance(std::chrono::seconds(5));
   const Date before = thread().updatedAt;
-  model->queue.moveQueuedPromptToFront(id(0));
+  model->selected.moveQueuedPromptToFront(id(0));
   EXPECT_EQ(thread().updatedAt, before) << "the first is there already";
-  model->queue.moveQueuedPromptToFront(id(2));
+  model->selected.moveQueuedPromptToFront(id(2));
   EXPECT_THAT(queued(), ElementsAre("c", "a", "b"));
   EXPECT_EQ(thread().updatedAt, main.now());
-  model->queue.removeQueuedPrompt(id(1));
-  model->queue.removeQueuedPrompt(Uuid::random());
+  model->selected.removeQueuedPrompt(id(1));
+  model->selected.removeQueuedPrompt(Uuid::random());
   EXPECT_THAT(queued(), ElementsAre("c", "b"));
   EXPECT_EQ(saved()[1].threads[0].queuedPrompts.size(), 2u);
-  model->queue.clearQueuedPrompts();
+  model->selected.clearQueuedPrompts();
   EXPECT_THAT(queued(), IsEmpty());
   EXPECT_THAT(saved()[1].threads[0].queuedPrompts, IsEmpty());
 }
@@ -134,7 +137,7 @@ TEST_F(PromptQueueTest, IsEdited) {
 TEST_F(PromptQueueTest, RunThatANewerPromptReplacesHasEnded) {
   start();
   work("One");
-  model->driver->sendNow("Two", {}, key);
+  model->selected.sendNow("Two", {});
   main.runReady();
   EXPECT_EQ(thread().runs[0].status, RunRecordStatus::cancelled);
   EXPECT_EQ(thread().runs[0].statusMessage, "Replaced by a newer prompt.");

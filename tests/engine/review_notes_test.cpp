@@ -11,33 +11,33 @@ class ReviewNotes : public EngineFixture {
  public:
   std::vector<std::string> selectedBodies() {
     std::vector<std::string> bodies;
-    for (const auto& note : model->reviews.selectedReviewAnnotations()) bodies.push_back(note.body);
+    for (const auto& note : model->selected.selectedReviewAnnotations()) bodies.push_back(note.body);
     return bodies;
   }
 };
 
 TEST_F(ReviewNotes, NotesBelongToTheirTaskAndOutliveTheProcess) {
   start();
-  model->reviews.addReviewAnnotation("a.cpp", 12, "  leaks\n", ReviewDecision::rejected);
-  model->reviews.addReviewAnnotation("b.cpp", std::nullopt, "fine", ReviewDecision::accepted);
-  model->reviews.addReviewAnnotation("c.cpp", 1, " \n\t", ReviewDecision::pending);
+  model->selected.addReviewAnnotation("a.cpp", 12, "  leaks\n", ReviewDecision::rejected);
+  model->selected.addReviewAnnotation("b.cpp", std::nullopt, "fine", ReviewDecision::accepted);
+  model->selected.addReviewAnnotation("c.cpp", 1, " \n\t", ReviewDecision::pending);
   const auto first = model->reviews.reviewAnnotations().at(0);
   EXPECT_EQ(first.line, 12);
   EXPECT_EQ(first.decision, ReviewDecision::rejected);
   EXPECT_EQ(first.createdAt, main.now());
   EXPECT_THAT(selectedBodies(), ElementsAre("leaks", "fine"));
 
-  model->operations.newThread(key.workspaceID);
+  model->operations->newThread(key.workspaceID);
   EXPECT_THAT(selectedBodies(), ElementsAre());
   model->reviews.addReviewAnnotation("a.cpp", 12, "of the first", ReviewDecision::pending, key);
   EXPECT_THAT(selectedBodies(), ElementsAre());
-  model->executions.selectExecution(std::nullopt, std::nullopt);
-  model->reviews.addReviewAnnotation("a.cpp", 12, "of nobody", ReviewDecision::pending);
+  model->selection.select(std::nullopt, std::nullopt);
+  model->selected.addReviewAnnotation("a.cpp", 12, "of nobody", ReviewDecision::pending);
   EXPECT_THAT(selectedBodies(), ElementsAre());
 
-  model.reset();
+  stop();
   start();
-  model->executions.selectExecution(key.workspaceID,
+  model->selection.select(key.workspaceID,
                                     model->tree.workspace(key.workspaceID)->threads.back().id);
   EXPECT_THAT(selectedBodies(), ElementsAre("leaks", "fine", "of the first"));
   EXPECT_EQ(model->reviews.reviewAnnotations()[0], first);
@@ -46,11 +46,11 @@ TEST_F(ReviewNotes, NotesBelongToTheirTaskAndOutliveTheProcess) {
 TEST_F(ReviewNotes, SaysWhatCouldNotBeStored) {
   folder.file("Orchestration", "in the way of the folder");
   start();
-  model->reviews.addReviewAnnotation("a", 1, "note", ReviewDecision::pending);
+  model->selected.addReviewAnnotation("a", 1, "note", ReviewDecision::pending);
   EXPECT_NE(model->reviews.saveFailure(), "");
   EXPECT_THAT(selectedBodies(), ElementsAre("note"));
   std::filesystem::remove(folder / "Orchestration");
-  model->reviews.addReviewAnnotation("a", 1, "another", ReviewDecision::pending);
+  model->selected.addReviewAnnotation("a", 1, "another", ReviewDecision::pending);
   EXPECT_EQ(model->reviews.saveFailure(), "");
   const std::string stored =
       TemporaryFolder::contentOf(folder / "Orchestration/review-annotations.json");

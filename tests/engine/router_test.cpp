@@ -86,7 +86,7 @@ TEST_F(Router, TurnGoesToTheFirstWhoIsReady) {
   start();
   for (const auto& each : cases) {
     others = each.installed;
-    router->setRoutingMode(each.mode);
+    router->setRoutingMode(each.mode, key);
     for (const auto exhausted : allAgentProviders) model->usage.discovered({.provider = exhausted});
     for (const auto exhausted : each.exhausted) exhaust(exhausted);
     EXPECT_EQ(next(each.excluded), each.expected) << each.about;
@@ -96,9 +96,9 @@ TEST_F(Router, TurnGoesToTheFirstWhoIsReady) {
 TEST_F(Router, ChoiceForTheTaskBeatsTheRouteAndOneForAMessageIsUsedUp) {
   others = {codex, kimi, glm};
   start();
-  router->setRoutingMode(Mode::glm);
-  router->handoff(codex, Scope::continueTask);
-  router->handoff(kimi, Scope::nextMessage);
+  router->setRoutingMode(Mode::glm, key);
+  router->handoff(codex, Scope::continueTask, key);
+  router->handoff(kimi, Scope::nextMessage, key);
   EXPECT_EQ(router->expectedProvider({}, key), kimi);
   EXPECT_EQ(next({kimi}), glm) << "one choice counts, and then the route";
   EXPECT_EQ(thread().nextMessageProvider, kimi);
@@ -108,7 +108,7 @@ TEST_F(Router, ChoiceForTheTaskBeatsTheRouteAndOneForAMessageIsUsedUp) {
   EXPECT_THAT(texts(), ElementsAre("Next turn will continue with Codex · Continue this task.",
                                    "Next turn will continue with Kimi · Next message only."));
 
-  router->handoff(claude, Scope::continueTask);
+  router->handoff(claude, Scope::continueTask, key);
   EXPECT_EQ(thread().preferredProvider, codex) << "Claude is not there";
   EXPECT_EQ(texts().size(), 2U);
   router->fixForThisProcess(glm);
@@ -129,14 +129,14 @@ TEST_F(Router, AllowanceComesBackAtItsResetTime) {
 }
 
 TEST_F(Router, WhoIsBilledPerUseIsKeptOutUntilTheUserAllowsIt) {
-  connectors[kimi].billingMode = ProviderBillingMode::meteredAPI;
+  providers.connectors[kimi].billingMode = ProviderBillingMode::meteredAPI;
   start();
   EXPECT_FALSE(router->providerAllowed(kimi));
-  EXPECT_FALSE(router->hasRunnableProvider());
+  EXPECT_FALSE(router->hasRunnableProvider(key));
   EXPECT_EQ(next(), std::nullopt);
   EXPECT_EQ(router->nextAutomaticProvider(codex, {}, key), std::nullopt);
   router->setNoMeteredAPIs(false);
-  EXPECT_TRUE(router->hasRunnableProvider());
+  EXPECT_TRUE(router->hasRunnableProvider(key));
   work("Go");
   client().finishes();
   router->setNoMeteredAPIs(true);
@@ -154,7 +154,7 @@ TEST_F(Router, PreviewsSayWhy) {
   exhaust(glm, Seconds(3600));
   exhaust(kimi);
   model->usage.discovered({.provider = codex, .primaryUsedPercent = 41.6});
-  auto preview = router->routingPreview();
+  auto preview = router->routingPreview(key);
   EXPECT_THAT(reasons(preview),
               ElementsAre("Continue the active session", "Runtime unavailable", "Allowance reached",
                           StartsWith("Allowance reached · resets "), "Runtime unavailable",
@@ -167,18 +167,18 @@ TEST_F(Router, PreviewsSayWhy) {
   EXPECT_EQ(preview.find(kimi)->reason, "Allowance reached");
 
   client().finishes();
-  router->setRoutingMode(Mode::kimi);
-  preview = router->routingPreview();
+  router->setRoutingMode(Mode::kimi, key);
+  preview = router->routingPreview(key);
   EXPECT_EQ(preview.provider, kimi) << "nobody else is on the route";
   EXPECT_EQ(preview.reason, "Allowance reached");
   EXPECT_EQ(router->routingPreviewFor(key).reason, "No provider is ready");
-  router->setRoutingMode(Mode::codex);
-  EXPECT_EQ(router->routingPreview().reason, "Preferred by this route");
-  router->handoff(glm, Scope::continueTask);
-  EXPECT_EQ(router->routingPreview().provider, glm) << "a choice, whatever its allowance";
-  router->setRoutingMode(Mode::claude);
+  router->setRoutingMode(Mode::codex, key);
+  EXPECT_EQ(router->routingPreview(key).reason, "Preferred by this route");
+  router->handoff(glm, Scope::continueTask, key);
+  EXPECT_EQ(router->routingPreview(key).provider, glm) << "a choice, whatever its allowance";
+  router->setRoutingMode(Mode::claude, key);
   router->fixForThisProcess(claude);
-  EXPECT_EQ(router->routingPreview().reason, "No provider is currently ready");
+  EXPECT_EQ(router->routingPreview(key).reason, "No provider is currently ready");
 }
 
 TEST_F(Router, HandsOnFromLimitToLimitUntilNobodyIsLeft) {
@@ -222,17 +222,17 @@ TEST_F(Router, OnlyAnExhaustedAllowanceHandsOnAndOnlyOnAnAutomaticRoute) {
   };
   others = {claude};
   for (const auto& each : cases) {
-    model.reset();
+    stop();
     clients.clear();
     start();
-    router->setRoutingMode(each.mode);
+    router->setRoutingMode(each.mode, key);
     if (each.isFixed) router->fixForThisProcess(kimi);
     work("Go");
     client().fails(AgentError(each.failure));
     main.runReady();
     EXPECT_EQ(clients.size(), each.handsOn ? 2U : 1U) << each.failure << " " << rawText(each.mode);
     EXPECT_EQ(run().status, each.handsOn ? RunRecordStatus::starting : RunRecordStatus::failed);
-    model->operations.newThread(key.workspaceID);
+    model->operations->newThread(key.workspaceID);
   }
 }
 
@@ -241,14 +241,14 @@ TEST_F(Router, EachProviderResumesItsOwnSessionWhenItReturns) {
   start();
   work("One");
   client().finishes();
-  router->handoff(kimi, Scope::nextMessage);
+  router->handoff(kimi, Scope::nextMessage, key);
   send("Two");
   EXPECT_EQ(client().existingSession, std::nullopt) << "never another provider's session";
   client().opens("kimi session");
   EXPECT_THAT(client().prompts.at(0), HasSubstr("handoff from Codex to Kimi"));
   EXPECT_EQ(texts().back(), "Switched this task from Codex to Kimi with visible context attached.");
   client().finishes();
-  router->handoff(codex, Scope::nextMessage);
+  router->handoff(codex, Scope::nextMessage, key);
   send("Three");
   EXPECT_EQ(client().existingSession, "session");
   client().opens("session");
@@ -258,9 +258,9 @@ TEST_F(Router, EachProviderResumesItsOwnSessionWhenItReturns) {
 TEST_F(Router, WhatTheRouteDependsOnIsFoundOutFirst) {
   std::vector<AgentProvider> asked;
   std::set<AgentProvider> known;
-  EnginePorts::Done answer;
-  ports.isSetupKnown = [&](AgentProvider each) { return known.contains(each); };
-  ports.findOutSetup = [&](AgentProvider each, EnginePorts::Done done) {
+  std::function<void()> answer;
+  providers.known = [&](AgentProvider each) { return known.contains(each); };
+  providers.findOut = [&](AgentProvider each, std::function<void()> done) {
     asked.push_back(each);
     answer = [&, each, done] {
       known.insert(each);
@@ -283,9 +283,9 @@ TEST_F(Router, WhatTheRouteDependsOnIsFoundOutFirst) {
   known.clear();
   provider.reset();
   others = {tasklet};
-  router->setRoutingMode(Mode::tasklet);
+  router->setRoutingMode(Mode::tasklet, key);
   send("Later");
-  model->driver->stopWorking();
+  model->selected.stopWorking();
   answer();
   EXPECT_EQ(run().status, RunRecordStatus::cancelled) << "stopped while the answer was awaited";
   EXPECT_EQ(clients.size(), 2U);
@@ -294,10 +294,10 @@ TEST_F(Router, WhatTheRouteDependsOnIsFoundOutFirst) {
 TEST_F(Router, RouteIsStoredAndNotChangedDuringATurn) {
   start();
   work("Go");
-  router->setRoutingMode(Mode::kimi);
+  router->setRoutingMode(Mode::kimi, key);
   EXPECT_EQ(model->settings.routingMode(), Mode::automatic);
   client().finishes();
-  router->setRoutingMode(Mode::kimi);
+  router->setRoutingMode(Mode::kimi, key);
   EXPECT_EQ(client().stops, 1);
   EXPECT_EQ(defaults->text("providerRoutingMode.v1"), "kimi");
 }

@@ -18,7 +18,7 @@ std::vector<ProviderEffortOption> efforts(std::initializer_list<const char*> ids
 class SessionControlsTest : public tests::EngineFixture {
  protected:
   SessionControlsTest() {
-    for (auto& [each, connector] : connectors) {
+    for (auto& [each, connector] : providers.connectors) {
       connector.modelOptions = [](const ProviderConnectorContext&) {
         return std::vector{ProviderModelOption::defaultOption(efforts({"low", "high"})),
                            ProviderModelOption{"big", "Big", "", false, efforts({"xhigh"})},
@@ -32,58 +32,58 @@ class SessionControlsTest : public tests::EngineFixture {
   }
   std::vector<std::string> offered() {
     std::vector<std::string> ids;
-    for (const auto& effort : model->controls.sessionEffortOptions()) ids.push_back(effort.id);
+    for (const auto& effort : model->selected.sessionEffortOptions()) ids.push_back(effort.id);
     return ids;
   }
 };
 
 TEST_F(SessionControlsTest, ShowTheProviderAtWorkTheLastOrTheRoutesFirst) {
   startOn("local_first");
-  EXPECT_EQ(model->controls.sessionConfigurationProvider(), local);
+  EXPECT_EQ(model->selected.sessionConfigurationProvider(), local);
   provider = kimi;
   work("Go");
   client().finishes();
-  EXPECT_EQ(model->controls.sessionConfigurationProvider(), kimi);
-  model->executions.resetConnection();
-  EXPECT_EQ(model->controls.sessionConfigurationProvider(), kimi) << "it served last";
-  model.reset();
+  EXPECT_EQ(model->selected.sessionConfigurationProvider(), kimi);
+  model->selected.resetConnection();
+  EXPECT_EQ(model->selected.sessionConfigurationProvider(), kimi) << "it served last";
+  stop();
   startOn("claude");
-  EXPECT_EQ(model->controls.sessionConfigurationProvider(), claude);
+  EXPECT_EQ(model->selected.sessionConfigurationProvider(), claude);
 }
 
 TEST_F(SessionControlsTest, OfferWhatTheConnectorSaysUntilTheRuntimeTells) {
   startOn("kimi");
-  EXPECT_EQ(model->controls.sessionModelOptions().size(), 3U);
+  EXPECT_EQ(model->selected.sessionModelOptions().size(), 3U);
   work("Go");
   model->catalog->reported(
       kimi, {ProviderModelOption::defaultOption(efforts({})), {"k2", "K2", "", true, efforts({})}});
-  EXPECT_EQ(model->controls.sessionModelOptions().at(1).id, "k2");
+  EXPECT_EQ(model->selected.sessionModelOptions().at(1).id, "k2");
   EXPECT_THAT(offered(), ElementsAre("default"));
 }
 
 TEST_F(SessionControlsTest, AModelTakesItsEffortsAndANewClient) {
   startOn("kimi");
-  EXPECT_EQ(model->controls.sessionModelLabel(), "Default");
+  EXPECT_EQ(model->selected.sessionModelLabel(), "Default");
   EXPECT_THAT(offered(), ElementsAre("default", "low", "high"));
-  model->controls.setSessionEffort("high");
-  EXPECT_EQ(model->controls.sessionEffortLabel(), "High");
+  model->selected.setSessionEffort("high");
+  EXPECT_EQ(model->selected.sessionEffortLabel(), "High");
   work("Go");
-  model->controls.setSessionModel("big");
+  model->selected.setSessionModel("big");
   EXPECT_FALSE(thread().modelID(kimi)) << "not while a turn runs";
   client().finishes();
 
-  model->controls.setSessionModel("absent");
+  model->selected.setSessionModel("absent");
   EXPECT_FALSE(thread().modelID(kimi)) << "nobody offers it";
   EXPECT_EQ(client().stops, 0);
-  model->controls.setSessionModel("big");
+  model->selected.setSessionModel("big");
   EXPECT_EQ(client().stops, 1);
   EXPECT_EQ(saved().front().path, model->tree.workspaces().front().path);
-  EXPECT_EQ(model->controls.sessionModelLabel(), "Big");
+  EXPECT_EQ(model->selected.sessionModelLabel(), "Big");
   EXPECT_FALSE(thread().effort(kimi)) << "the model does not have it";
-  EXPECT_EQ(model->controls.sessionEffortLabel(), "Default");
-  model->controls.setSessionEffort("low");
+  EXPECT_EQ(model->selected.sessionEffortLabel(), "Default");
+  model->selected.setSessionEffort("low");
   EXPECT_FALSE(thread().effort(kimi));
-  model->controls.setSessionEffort("xhigh");
+  model->selected.setSessionEffort("xhigh");
   send("On");
   EXPECT_EQ(contexts.back().selectedModel, "big");
   EXPECT_EQ(contexts.back().selectedEffort, "xhigh");
@@ -91,9 +91,9 @@ TEST_F(SessionControlsTest, AModelTakesItsEffortsAndANewClient) {
   client().opens("session");
   client().finishes();
 
-  model->controls.setSessionModel("plain");
+  model->selected.setSessionModel("plain");
   EXPECT_THAT(offered(), ElementsAre("default"));
-  model->controls.setSessionModel("default");
+  model->selected.setSessionModel("default");
   EXPECT_FALSE(thread().providerModelIDs) << "the usual one is no choice";
 }
 
@@ -102,13 +102,13 @@ TEST_F(SessionControlsTest, AStoredModelThatIsGoneShowsTheEffortsOfTheUsualOne) 
   model->tree.updateThread(
       key, [this](ChatThread& changed) { changed.setModelID("gone", codex, main.now()); });
   EXPECT_THAT(offered(), ElementsAre("default", "low", "high"));
-  EXPECT_EQ(model->controls.sessionModelLabel(), "gone");
+  EXPECT_EQ(model->selected.sessionModelLabel(), "gone");
 }
 
 TEST_F(SessionControlsTest, ChooseForAConversationThatIsNotSelected) {
   startOn("automatic");
   const auto other = key;
-  model->operations.newThread(other.workspaceID);
+  model->operations->newThread(other.workspaceID);
   EXPECT_TRUE(model->controls.chooseModel(claude, other, "big"));
   EXPECT_EQ(model->tree.thread(other)->modelID(claude), "big");
   EXPECT_FALSE(model->controls.chooseModel(claude, {other.workspaceID, Uuid::random()}, "big"));
@@ -127,47 +127,43 @@ TEST_F(SessionControlsTest, ConnectorsAreToldOfTheSelectedConversationOrTheHome)
 }
 
 TEST_F(SessionControlsTest, ModelsOfTheLocalServerFollowADetection) {
-  auto status = LocalRuntimeStatus::checking();
-  ports.localRuntimeStatus = [&] { return status; };
   startOn("local");
   model->catalog->localRuntimeChanged();
   EXPECT_TRUE(model->catalog->providerModelOptions().empty()) << "still looking";
-  status = LocalRuntimeStatus::ready({LocalRuntimeKind::ollama,
+  providers.localStatus = LocalRuntimeStatus::ready({LocalRuntimeKind::ollama,
                                       "Ollama",
                                       *Url::parse("http://127.0.0.1/v1"),
                                       {{"m", "m", "", false, efforts({})}}});
   model->catalog->localRuntimeChanged();
-  EXPECT_EQ(model->controls.sessionModelOptions().back().id, "m");
-  status = LocalRuntimeStatus::unavailable("gone");
+  EXPECT_EQ(model->selected.sessionModelOptions().back().id, "m");
+  providers.localStatus = LocalRuntimeStatus::unavailable("gone");
   model->catalog->localRuntimeChanged();
-  EXPECT_EQ(model->controls.sessionModelOptions().size(), 1U);
+  EXPECT_EQ(model->selected.sessionModelOptions().size(), 1U);
 }
 
 TEST_F(SessionControlsTest, ProgramsAreAskedForModelsWhenTheUsersPathIsKnown) {
   BackgroundPool pool{1};
-  ports.runtimes.runner = std::make_shared<ProgramRunner>(main, pool);
-  ports.runtimes.pool = &pool;
-  ports.runtimes.refreshesAtStart = true;
-  int lookedForServers = 0;
-  ports.refreshLocalRuntime = [&] { ++lookedForServers; };
+  programs.runner = std::make_shared<ProgramRunner>(main, pool);
+  programs.pool = &pool;
+  refreshesRuntimes = true;
   std::function<void()> pathIsKnown;
-  ports.runtimes.readUserPath = [&](std::function<void()> done) { pathIsKnown = std::move(done); };
-  ports.runtimes.customExecutable = [](AgentProvider) { return std::optional("/bin/true"); };
+  programs.readUserPath = [&](std::function<void()> done) { pathIsKnown = std::move(done); };
+  programs.customExecutable = [](AgentProvider) { return std::optional("/bin/true"); };
   start();
   EXPECT_FALSE(model->catalog->isAsking());
-  EXPECT_EQ(lookedForServers, 1);
+  EXPECT_EQ(providers.localRefreshes, 1);
   pathIsKnown();
   EXPECT_TRUE(model->catalog->isAsking());
   EXPECT_TRUE(main.runUntil([&] { return !model->catalog->isAsking(); }));
-  EXPECT_EQ(lookedForServers, 1);
-  model.reset();
-  ports.runtimes = {};
+  EXPECT_EQ(providers.localRefreshes, 1);
+  stop();
+  programs = {};
 }
 
 TEST_F(SessionControlsTest, WebhookOfAConversationThatTaskletServesCountsAtOnce) {
   bool isStored = true;
   std::string saved;
-  ports.saveTaskletWebhook = [&](const std::string& text, auto reply) {
+  providers.save = [&](const std::string& text, auto reply) {
     saved = text;
     reply(isStored);
   };
@@ -176,23 +172,26 @@ TEST_F(SessionControlsTest, WebhookOfAConversationThatTaskletServesCountsAtOnce)
   work("Go");
   client().finishes();
   isStored = false;
-  model->setup.configureTaskletWebhookURL("https://a");
-  EXPECT_EQ(model->executions.mirror().errorMessage,
-            "Could not save the Tasklet webhook in Keychain.");
+  std::optional<std::string> refusal;
+  const auto note = [&](const Result<>& result) {
+    refusal = result ? std::nullopt : std::optional(result.error().sentence);
+  };
+  model->setup.configureTaskletWebhookURL("https://a", note);
+  EXPECT_EQ(refusal, "Could not save the Tasklet webhook in Keychain.");
   EXPECT_EQ(client().stops, 0);
   isStored = true;
-  model->setup.configureTaskletWebhookURL("https://b");
+  model->setup.configureTaskletWebhookURL("https://b", note);
   EXPECT_EQ(saved, "https://b");
   EXPECT_EQ(client().stops, 1) << "the next turn uses the new address";
-  EXPECT_FALSE(model->executions.mirror().errorMessage);
+  EXPECT_FALSE(refusal);
   EXPECT_EQ(run().status, RunRecordStatus::completed);
 
   work("Again");
-  model->setup.configureTaskletWebhookURL("https://c");
+  model->setup.configureTaskletWebhookURL("https://c", note);
   EXPECT_EQ(run().status, RunRecordStatus::cancelled) << "nobody is left who could end the turn";
   EXPECT_EQ(run().completedAt, main.now());
   work("Once more");
-  model.reset();
+  stop();
   EXPECT_EQ(this->saved()[1].threads[0].runs.back().status, RunRecordStatus::running)
       << "the end of the program ends no run: the next start tells of it";
 }

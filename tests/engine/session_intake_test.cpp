@@ -6,6 +6,8 @@
 namespace vantrell::tests {
 namespace {
 
+using namespace std::chrono_literals;
+
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
@@ -82,11 +84,11 @@ TEST_F(SessionIntake, NoToolStaysOpenBehindTheEndOfItsTurnOrItsRuntime) {
   using Run = std::function<void()>;
   const std::pair<const char*, Run> ends[] = {
       {"the runtime ends a stopped turn",
-       [&] { model->driver->stopWorking(), client().finishes(); }},
+       [&] { model->selected.stopWorking(), client().finishes(); }},
       {"the turn fails", [&] { client().fails(AgentError("no")); }},
       {"the runtime dies", [&] { client().onUnexpectedTermination("gone"); }},
-      {"the connection is reset", [&] { model->executions.resetConnection(); }},
-      {"the program ends", [&] { model->endAllWork(); }},
+      {"the connection is reset", [&] { model->selected.resetConnection(); }},
+      {"the program ends", [&] { app->endAllWork(); }},
   };
   start();
   for (const auto& [name, end] : ends) {
@@ -104,7 +106,7 @@ TEST_F(SessionIntake, NoToolStaysOpenBehindTheEndOfItsTurnOrItsRuntime) {
     EXPECT_EQ(statusOf("pending"), "failed") << name;
     EXPECT_EQ(statusOf("in_progress"), "failed") << name;
     EXPECT_EQ(statusOf("completed"), "completed") << name;
-    model->executions.resetConnection();
+    model->selected.resetConnection();
   }
 }
 
@@ -129,7 +131,7 @@ TEST_F(SessionIntake, PlanIsReplacedWholeAndFilledWithDefaults) {
                                JsonObject{{"id", "x"}, {"priority", "high"}}}}});
   EXPECT_THAT(*execution().plan, ElementsAre(PlanEntry{"plan-0", "One", "completed", "medium"},
                                              PlanEntry{"x", "Task", "pending", "high"}));
-  EXPECT_EQ(*model->executions.mirror().plan, *execution().plan);
+  EXPECT_EQ(*model->selected.plan(), *execution().plan);
   client().updates({{"sessionUpdate", "plan"}, {"entries", Json::Array{}}});
   EXPECT_TRUE(execution().plan->empty());
 }
@@ -155,22 +157,35 @@ TEST_F(SessionIntake, OnlyHandledUpdatesAreSignsOfLife) {
 
 TEST_F(SessionIntake, StreamReachesTheDiskOnceInFifteenSeconds) {
   start();
-  work("Go");
-  const auto savedText = [&] {
-    const auto entries = saved()[1].threads[0].entries;
-    return entries.size() < 2 ? std::string() : entries.back().text;
+  const auto stored = [&] { return saved()[1].threads[0]; };
+  const auto savedText = [&] { return stored().entries.back().text; };
+  const struct {
+    const char* name;
+    std::function<void()> begin;
+  } cases[] = {
+      {"in a run", [&] { work("Go"); }},
+      {"after its end", [&] { client().finishes(); }},
+      {"after a stop", [&] { work("Go"), model->driver->stopWorking(); }},
+      {"begun by the runtime itself", [&] { client().finishes(), main.advance(1h); }},
   };
-  main.advance(std::chrono::milliseconds(14'999));
-  client().says("a", "m");
-  EXPECT_EQ(savedText(), "");
-  main.advance(std::chrono::milliseconds(1));
-  client().says("b", "m");
-  EXPECT_EQ(savedText(), "ab");
-  for (int i = 0; i < 100; ++i) client().says("c", "m");
-  EXPECT_EQ(savedText(), "ab");
-  main.advance(std::chrono::seconds(15));
-  client().says("d", "m");
-  EXPECT_EQ(savedText().size(), 103u);
+  for (const auto& [name, begin] : cases) {
+    SCOPED_TRACE(name);
+    begin();
+    client().says("first ", name);
+    main.advance(1s);
+    const std::string before = savedText();
+    for (int i = 0; i < 100; ++i) client().says("c", name);
+    main.advance(13s);
+    EXPECT_EQ(savedText(), before);
+    main.advance(1s);
+    EXPECT_EQ(savedText(), "first " + std::string(100, 'c'));
+  }
+  work("Again");
+  main.advance(10s);
+  client().says("x", "x");
+  const Date said = main.now();
+  main.advance(5s);
+  EXPECT_EQ(stored().runs.back().lastActivityAt, said);
 }
 
 class Replay : public SessionIntake {
@@ -187,19 +202,23 @@ class Replay : public SessionIntake {
   }
 };
 
-TEST_F(Replay, RebuildsTheTranscriptAndKeepsTheTurnAtItsEnd) {
+TEST_F(Replay, AddsWhatIsNotStoredBeforeTheTurnAtHand) {
   resume();
-  EXPECT_TRUE(thread().entries.empty());
+  const auto before = thread().entries;
   client().chunk("user_message_chunk", "One", "u1");
-  client().chunk("agent_message_chunk", "Answer ", "a1");
-  client().chunk("agent_message_chunk", "one", "a1");
+  client().chunk("agent_message_chunk", "Answer ", "b1");
+  client().chunk("agent_message_chunk", "one", "b1");
+  client().chunk("user_message_chunk", "Elsewhere", "u2");
+  client().says("Yes", "b2");
+  EXPECT_EQ(thread().entries, before) << "while it is played back, nothing changes";
   client().opens("session", true);
-  EXPECT_THAT(texts(), ElementsAre("One", "Answer one", "Two"));
+  EXPECT_THAT(texts(), ElementsAre("One", "Answer one", "Elsewhere", "Yes", "Two"));
+  EXPECT_EQ(thread().entries[0], before[0]);
+  EXPECT_EQ(thread().entries[1], before[1]);
   EXPECT_FALSE(execution().isReplaying);
-  EXPECT_EQ(execution().replayBackup, nullptr);
   client().says("Answer two", "a2");
   client().finishes();
-  EXPECT_THAT(texts(), ElementsAre("One", "Answer one", "Two", "Answer two"));
+  EXPECT_EQ(texts().back(), "Answer two");
 }
 
 TEST_F(Replay, LeavesOutWhatTheUserNeverSaidAndEndsOldTools) {
@@ -209,8 +228,8 @@ TEST_F(Replay, LeavesOutWhatTheUserNeverSaidAndEndsOldTools) {
                  "u2");
   client().updates(tool("t1"));
   client().opens("session", true);
-  EXPECT_THAT(texts(), ElementsAre("One", "", "Two"));
-  EXPECT_EQ(thread().entries[1].status, "failed");
+  EXPECT_THAT(texts(), ElementsAre("One", "Answer one", "", "Two"));
+  EXPECT_EQ(thread().entries[2].status, "failed");
 }
 
 TEST_F(Replay, AnswersWithoutIdsStayWithTheirTurns) {
@@ -221,14 +240,14 @@ TEST_F(Replay, AnswersWithoutIdsStayWithTheirTurns) {
     client().says(turn);
   }
   client().opens("session", true);
-  EXPECT_THAT(texts(), ElementsAre("One", "re: One", "More", "re: More", "Two"));
+  EXPECT_THAT(texts(), ElementsAre("One", "Answer one", "re: One", "More", "re: More", "Two"));
 }
 
 TEST_F(Replay, ShowsTheUsersWordsAndNotWhatStoodRoundThem) {
   start();
   ChatAttachment file;
   file.path = "a.txt";
-  model->driver->send("Look", {file});
+  model->selected.send("Look", {file});
   main.runReady();
   client().opens("session");
   const Date asked = thread().entries[0].createdAt;
@@ -246,7 +265,7 @@ TEST_F(Replay, ShowsTheUsersWordsAndNotWhatStoodRoundThem) {
   EXPECT_EQ(thread().entries[0].createdAt, asked);
 }
 
-TEST_F(Replay, ShowsTheUsersWordsOfATurnThatBeganWithASwitch) {
+TEST_F(Replay, KnowsTheUsersWordsOfATurnThatBeganWithASwitch) {
   start();
   work("One");
   client().finishes();
@@ -255,12 +274,15 @@ TEST_F(Replay, ShowsTheUsersWordsOfATurnThatBeganWithASwitch) {
   const std::string capsule = client().prompts.at(0);
   client().finishes();
   client().onUnexpectedTermination("gone");
+  const auto before = texts();
   send("Three");
   client().onReplayStarted();
   client().chunk("user_message_chunk", capsule, "u");
+  client().says("Done", "a");
   client().opens("session", true);
-  EXPECT_THAT(texts(), ElementsAre("Two", "Three"));
-  EXPECT_EQ(thread().entries[0].provider, std::nullopt) << "the user wrote it";
+  auto expected = before;
+  expected.insert(expected.end(), {"Done", "Three"});
+  EXPECT_EQ(texts(), expected);
 }
 
 TEST_F(Replay, SameWordsTwiceKeepTheirOwnAttachments) {
@@ -269,7 +291,7 @@ TEST_F(Replay, SameWordsTwiceKeepTheirOwnAttachments) {
   file.path = "a.txt";
   std::vector<std::string> prompts;
   for (const bool attached : {false, true}) {
-    model->driver->send("go on", attached ? std::vector{file} : std::vector<ChatAttachment>{});
+    model->selected.send("go on", attached ? std::vector{file} : std::vector<ChatAttachment>{});
     main.runReady();
     if (client().prompts.empty()) client().opens("session");
     prompts.push_back(client().prompts.back());
@@ -285,46 +307,6 @@ TEST_F(Replay, SameWordsTwiceKeepTheirOwnAttachments) {
   EXPECT_THAT(thread().entries[1].attachments, ElementsAre(file));
 }
 
-TEST_F(Replay, KeepsTheEntryThatTellsOfASwitch) {
-  start();
-  work("One");
-  client().finishes();
-  provider = AgentProvider::glm;
-  work("Two");
-  client().finishes();
-  provider = AgentProvider::kimi;
-  send("Three");
-  EXPECT_EQ(client().existingSession, "session");
-  client().onReplayStarted();
-  client().chunk("user_message_chunk", "One", std::nullopt);
-  client().opens("session", true);
-  EXPECT_THAT(texts(),
-              ElementsAre("One", "Three",
-                          "Switched this task from GLM to Kimi with visible context attached."));
-}
-
-TEST_F(Replay, LosesNothingThatAnotherProviderDid) {
-  start();
-  work("One");
-  client().finishes();
-  provider = AgentProvider::glm;
-  work("Two");
-  client().says("Two is done.");
-  client().finishes();
-  provider = AgentProvider::kimi;
-  send("Three");
-  client().onReplayStarted();
-  client().chunk("user_message_chunk", "One", std::nullopt);
-  client().updates({{"sessionUpdate", "tool_call"}, {"toolCallId", "t"}, {"status", "pending"}});
-  client().opens("session", true);
-  EXPECT_THAT(texts(),
-              ElementsAre("One", "Two",
-                          "Switched this task from Kimi to GLM with visible context attached.",
-                          "Two is done.", "Three",
-                          "Switched this task from GLM to Kimi with visible context attached."));
-  EXPECT_THAT(client().prompts.at(0), HasSubstr("Two is done."));
-}
-
 TEST_F(Replay, FailureBringsTheTranscriptBack) {
   const struct {
     const char* name;
@@ -334,19 +316,19 @@ TEST_F(Replay, FailureBringsTheTranscriptBack) {
       {"start fails", [](Replay& t) { t.client().failsToOpen("no"); }},
       {"client dies", [](Replay& t) { t.client().onUnexpectedTermination("gone"); }},
       {"never answers", [](Replay& t) { t.main.advance(std::chrono::seconds(30)); }},
-      {"stopped by the user", [](Replay& t) { t.model->driver->stopWorking(); }},
-      {"connection reset", [](Replay& t) { t.model->executions.resetConnection(); }},
+      {"stopped by the user", [](Replay& t) { t.model->selected.stopWorking(); }},
+      {"connection reset", [](Replay& t) { t.model->selected.resetConnection(); }},
       {"another turn begins",
        [](Replay& t) {
-         t.model->driver->sendNow("Three", {});
+         t.model->selected.sendNow("Three", {});
          t.main.runReady();
        }},
-      {"program ends", [](Replay& t) { t.model->endAllWork(); }},
+      {"program ends", [](Replay& t) { t.app->endAllWork(); }},
   };
   for (const auto& each : cases) {
     SCOPED_TRACE(each.name);
     clients.clear();
-    model.reset();
+    stop();
     (void)files::remove(folder / "conversations.sqlite");
     resume();
     client().chunk("user_message_chunk", "On", "u1");
@@ -355,23 +337,17 @@ TEST_F(Replay, FailureBringsTheTranscriptBack) {
     EXPECT_EQ(thread().entries[0].text, "One");
     EXPECT_EQ(thread().entries[1].text, "Answer one");
     EXPECT_EQ(thread().entries[2].text, "Two");
-    EXPECT_FALSE(model->executions.mirror().isReplaying);
+    EXPECT_FALSE(model->selected.isReplaying());
   }
 }
 
-TEST_F(Replay, RuntimeThatPlaysNothingBackTakesNothingAway) {
+TEST_F(Replay, HoldsUpTheSavingOfNoConversation) {
   resume();
-  client().opens("session", true);
-  EXPECT_THAT(texts(), ElementsAre("One", "Answer one", "Two"));
-}
-
-TEST_F(Replay, NothingIsSavedUntilItHasEnded) {
-  resume();
-  model->tree.save();  // another conversation's, say
-  EXPECT_EQ(saved()[1].threads[0].entries.size(), 3u);
   client().chunk("user_message_chunk", "One", "u1");
-  client().opens("session", true);
-  EXPECT_EQ(saved()[1].threads[0].entries.size(), 2u);
+  const Uuid other = model->tree.workspaces()[0].id;
+  model->tree.appendSystemEntry("elsewhere", {other, model->tree.workspaces()[0].threads[0].id});
+  EXPECT_EQ(saved()[0].threads[0].entries.size(), 1u);
+  EXPECT_EQ(saved()[1].threads[0].entries.size(), 3u) << "its own is stored as it was";
 }
 
 }  // namespace

@@ -145,13 +145,19 @@ TEST(SessionStatusReport, TellsOfARecordWhatItsLatestRunTells) {
 
 class ActivityList : public testing::Test {
  protected:
+  struct Unread final : Transcript::Source {
+    std::vector<ChatEntry> read(std::size_t first, std::size_t last) override {
+      ADD_FAILURE() << "a transcript was read";
+      return std::vector<ChatEntry>(last - first);
+    }
+    Part readInBackground(std::size_t, std::size_t) override { return {}; }
+    void reportLost(std::size_t) override {}
+  };
+
   /// A task whose latest run changed so many seconds ago; its transcript cannot be read.
   static ChatThread task(std::string title, RunRecordStatus status, double age) {
     ChatThread thread = ChatThread::make(std::move(title), now);
-    thread.entries = Transcript(3, []() -> std::vector<ChatEntry> {
-      ADD_FAILURE() << "a transcript was read";
-      return std::vector<ChatEntry>(3);
-    });
+    thread.entries = Transcript(3, std::make_shared<Unread>());
     thread.runs.resize(2);
     thread.runs[0].status = RunRecordStatus::failed;
     thread.runs[1].id = Uuid::random();

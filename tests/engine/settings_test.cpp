@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <limits>
 
+#include "platform/queues/manual_main_queue.h"
 #include "platform/storage/user_defaults.h"
 
 namespace vantrell {
@@ -15,7 +16,8 @@ class StoredSettings : public testing::Test {
     settings.load();
     return settings;
   }
-  Changes changes_;
+  ManualMainQueue queue_;
+  Changes changes_{queue_};
   std::unique_ptr<UserDefaults> defaults_ = UserDefaults::inMemory();
 };
 

@@ -5,7 +5,6 @@
 #include <random>
 
 #include "engine/core/changes.h"
-#include "engine/core/replay.h"
 #include "engine/core/workspace_tree.h"
 #include "platform/queues/manual_main_queue.h"
 #include "platform/storage/user_defaults.h"
@@ -50,22 +49,17 @@ class StoredTreeUnderTest {
       case 3:
       case 4: return tree_.addThread(ChatThread::make("New task", main_.now()), anyWorkspace());
       case 5:
-        if (key && below(3) == 0) (void)tree_.takeThread(*key);
+        if (key && below(3) == 0) tree_.removeThread(*key);
         return;
       case 6:
-        if (!key) return;
-        if (auto taken = tree_.takeThread(*key)) {
-          if (below(3) == 0) tree_.save();  // while it is nowhere
-          taken->prepareForWorkspaceMove("/from", "from", "to", main_.now());
-          tree_.addThread(std::move(*taken), anyWorkspace());
-        }
+        if (key) tree_.moveThread(*key, anyWorkspace());
         return;
       default: break;
     }
     if (key) changeThread(*key, fresh);
   }
 
-  void save() { tree_.save(); }
+  void endTurn() { main_.advance(WorkspaceTree::streamInterval); }
 
   /// As if the program had been ended and started.
   void restart() {
@@ -96,15 +90,8 @@ class StoredTreeUnderTest {
     const bool hasEntries = !thread.entries.empty();
     switch (below(12)) {
       case 0: return tree_.updateThread(key, [&](ChatThread& each) { each.title = fresh; });
-      case 1:
-        return tree_.updateThread(key, [&](ChatThread& each) {
-          each.entries.truncate(below(each.entries.size() + 2));
-          each.checkpoints.resize(below(3));
-        });
-      case 2:
-        return tree_.updateThread(key, [&](ChatThread& each) {
-          if (!each.runs.empty()) each.runs.erase(each.runs.begin());
-        });
+      case 1: return tree_.truncateTranscript(below(thread.entries.size() + 2), key);
+      case 2: return tree_.updateThread(key, [&](ChatThread& each) { each.checkpoints.resize(2); });
       case 3: {
         const Uuid run = tree_.beginRun(fresh, key);
         return tree_.updateRun(run, key, [](RunRecord& each) { each.statusMessage = "runs"; });
@@ -114,16 +101,12 @@ class StoredTreeUnderTest {
         return tree_.updateRun(thread.runs[below(thread.runs.size())].id, key,
                                [&](RunRecord& each) { each.statusMessage = fresh; });
       case 5: {
-        Replay replay(tree_, key);
-        tree_.replaceTranscript({}, key);
-        for (std::size_t i = below(4); i > 0; --i) {
-          tree_.appendEntry(entryWith(fresh + std::to_string(i), "again"), key);
-        }
-        tree_.save();
-        if (below(2) == 0) replay.keepRebuilt();
-        return;
+        std::vector<ChatEntry> entries(thread.entries.begin(), thread.entries.end());
+        const std::size_t place = below(entries.size() + 1);
+        entries.insert(entries.begin() + static_cast<std::ptrdiff_t>(place), entryWith(fresh, "x"));
+        return tree_.replaceTranscript(Transcript(std::move(entries)), key);
       }
-      case 6: return tree_.replaceTranscript(Transcript(thread.entries), key);  // a copy
+      case 6: return tree_.replaceTranscript(Transcript{entryWith(fresh, "x")}, key);
       case 7:
         if (!hasEntries) return;
         return (void)tree_.updateEntry(thread.entries[below(thread.entries.size())].id, key,
@@ -143,7 +126,7 @@ class StoredTreeUnderTest {
   ManualMainQueue main_;
   std::unique_ptr<UserDefaults> defaults_ = UserDefaults::inMemory();
   WorkspaceStore store_{*defaults_, folder_.path()};
-  Changes changes_;
+  Changes changes_{main_};
   WorkspaceTree tree_{main_, store_, changes_};
   std::mt19937 random_;
   int lastID_ = 0;
@@ -158,7 +141,7 @@ TEST(StoredTree, IsTheTreeInMemoryAfterEachSave) {
     StoredTreeUnderTest tree(seed);
     for (int round = 0; round < 12; ++round) {
       for (unsigned i = 0; i < 1 + seed % 7; ++i) tree.change();
-      tree.save();
+      tree.endTurn();
       ASSERT_NO_FATAL_FAILURE(tree.expectStored());
       if (round % 4 == 3) tree.restart();
     }
@@ -201,21 +184,12 @@ class LargeTree : public testing::Test {
 };
 
 TEST_F(LargeTree, SaveWritesWhatChangedAndNothingElse) {
+  TreeChanges::Thread marks;
   EXPECT_EQ(rows({.structure = true}), 0U) << "what was loaded is stored";
-  EXPECT_EQ(rows({.threads = {{key_, {.head = true, .allRuns = true}}}}), 0U);
-  EXPECT_FALSE(large().entries.isRead()) << "nothing so far needed the entries";
-
-  large().entries.find("9999")->text += "chunk";
-  large().updatedAt = Date(3);
-  EXPECT_EQ(rows({.threads = {{key_, {}}}}), 2U) << "a chunk: the entry, the thread's own row";
-  EXPECT_EQ(batch_.entries.size(), 1U);
-  EXPECT_LT(batch_.byteCount(), 500U);
-
-  large().runs[500].statusMessage = "x";
-  EXPECT_EQ(rows({.threads = {{key_, {.runs = {large().runs[500].id}}}}}), 1U);
-
+  EXPECT_EQ(rows({.threads = {{key_, marks}}}), 0U);
+  marks.head = true;
   large().title = "Renamed";
-  EXPECT_EQ(rows({.threads = {{key_, {.head = true, .allRuns = true}}}}), 1U);
+  EXPECT_EQ(rows({.threads = {{key_, marks}}}), 1U);
 
   auto& threads = workspaces_[1].threads;
   threads.insert(threads.begin(), ChatThread::make("New", Date(4)));
@@ -225,14 +199,27 @@ TEST_F(LargeTree, SaveWritesWhatChangedAndNothingElse) {
   threads.erase(threads.begin() + 1);
   EXPECT_EQ(rows({.structure = true}), 1U);
 
-  Transcript aside = std::move(threads.front().entries);
-  threads.front().entries = Transcript{entryWith("other", "x")};
-  threads.front().entries = std::move(aside);
-  EXPECT_EQ(rows({.threads = {{key_, {}}}}), 0U) << "put aside and brought back";
+  marks = {};
+  marks.runs.places = {500};
+  large().runs[500].statusMessage = "x";
+  EXPECT_EQ(rows({.threads = {{key_, marks}}}), 1U);
+  EXPECT_FALSE(large().entries.isRead()) << "nothing so far needed the entries";
 
-  threads.front().entries.truncate(5);
-  threads.front().entries.append(entryWith("n", "x"));
-  EXPECT_EQ(rows({.threads = {{key_, {}}}}), 2U) << "the one that is new, and the count";
+  marks = {};
+  large().entries.append(entryWith("new", "x"));
+  EXPECT_EQ(rows({.threads = {{key_, {}}}}), 2U) << "the entry and the thread's own row";
+  EXPECT_FALSE(large().entries.isRead());
+  marks.entries.places = {9999};
+  large().entries.find("9999")->text += "chunk";
+  large().updatedAt = Date(3);
+  EXPECT_EQ(rows({.threads = {{key_, marks}}}), 2U);
+  EXPECT_LT(batch_.byteCount(), 500U);
+
+  marks = {};
+  marks.entries.cutTo(5);
+  large().entries.truncate(5);
+  large().entries.append(entryWith("n", "x"));
+  EXPECT_EQ(rows({.threads = {{key_, marks}}}), 2U) << "the one that is new, and the count";
   EXPECT_EQ(WorkspaceStore(*defaults_, folder_.path()).load(Date(9)), workspaces_);
 }
 
@@ -254,9 +241,13 @@ class SlowWriter : public testing::Test {
     tree_.load();
     key_ = {tree_.workspaces()[0].id, tree_.workspaces()[0].threads[0].id};
   }
-  ~SlowWriter() override {
-    while (!writer_.works.empty()) writer_.runOne();
-    main_.runReady();
+  ~SlowWriter() override { settle(); }
+  void settle() {
+    main_.advance(WorkspaceTree::streamInterval);
+    while (!writer_.works.empty()) {
+      writer_.runOne();
+      main_.runReady();
+    }
   }
   std::vector<RunRecord> storedRuns() {
     return WorkspaceStore(*defaults_, folder_.path()).load(Date(1))[0].threads[0].runs;
@@ -266,7 +257,7 @@ class SlowWriter : public testing::Test {
   ManualMainQueue main_;
   std::unique_ptr<UserDefaults> defaults_ = UserDefaults::inMemory();
   WorkspaceStore store_{*defaults_, folder_.path()};
-  Changes changes_;
+  Changes changes_{main_};
   ManualExecutor writer_;
   WorkspaceTree tree_{main_, store_, changes_, &writer_};
   ThreadExecutionKey key_;
@@ -275,6 +266,7 @@ class SlowWriter : public testing::Test {
 TEST_F(SlowWriter, SavesGatherWhileItWorks) {
   for (int i = 0; i < 100; ++i) {
     tree_.appendSystemEntry("text", key_);
+    main_.runReady();
   }
   EXPECT_LE(writer_.works.size(), 2U);
   while (!writer_.works.empty()) {
@@ -285,13 +277,53 @@ TEST_F(SlowWriter, SavesGatherWhileItWorks) {
 }
 
 TEST_F(SlowWriter, PromptIsHandedOverHoweverMuchIsOnItsWay) {
-  for (int i = 0; i < 10; ++i) tree_.appendSystemEntry("text", key_);
+  for (int i = 0; i < 10; ++i) {
+    tree_.appendSystemEntry("text", key_);
+    main_.runReady();
+  }
   const auto before = writer_.works.size();
   tree_.beginRun("prompt", key_);
   EXPECT_EQ(writer_.works.size(), before + 1);
   while (!writer_.works.empty()) writer_.runOne();  // the main queue has not been told yet
   ASSERT_EQ(storedRuns().size(), 1U);
   EXPECT_EQ(storedRuns()[0].prompt, "prompt");
+}
+
+TEST_F(SlowWriter, TranscriptIsReadInTheBackgroundTheEndFirst) {
+  for (int i = 0; i < 1000; ++i) tree_.appendEntry(entryWith(std::to_string(i), "text"), key_);
+  tree_.updateEntry("3", key_, [](ChatEntry& entry) {
+    entry.kind = ChatEntryKind::tool;
+    entry.status = "in_progress";
+  });
+  tree_.beginRun("prompt", key_);
+  settle();
+  tree_.load();
+  int announced = 0;
+  const auto observation = changes_.observe([&](const Change& change) {
+    announced += change.kind == Change::Kind::transcriptLoaded ? 1 : 0;
+  });
+  tree_.settleRunsLeftOpen();  // needs it too
+  bool isLoaded = false;
+  tree_.loadTranscript(key_, [&] { isLoaded = true; });
+  const Transcript& entries = tree_.thread(key_)->entries;
+  tree_.appendSystemEntry("meanwhile", key_);
+  EXPECT_EQ(entries.size(), 1001U);
+  EXPECT_FALSE(entries.isRead());
+  ASSERT_GE(writer_.works.size(), 1U) << "off the main queue";
+  writer_.runOne();
+  EXPECT_EQ(entries.unread(), 1000U);
+  main_.runUntil([&] { return announced == 1; });
+  EXPECT_FALSE(isLoaded);
+  EXPECT_EQ(entries.unread(), 800U);
+  EXPECT_EQ(entries[900].id, "900");
+  EXPECT_FALSE(entries.isRead()) << "the end is there, and needs no reading";
+  main_.runUntil([&] { return isLoaded; });
+  EXPECT_TRUE(entries.isRead());
+  EXPECT_EQ(entries.indexOf("7"), 7U);
+  EXPECT_EQ(entries.back().text, "meanwhile");
+  EXPECT_EQ(entries[3].status, "failed") << "it was left open";
+  settle();
+  EXPECT_EQ(WorkspaceStore(*defaults_, folder_.path()).load(Date(1)), tree_.workspaces());
 }
 
 TEST_F(SlowWriter, FlushOnAThreadOfItsOwnLeavesAllOnTheDisk) {

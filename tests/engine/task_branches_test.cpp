@@ -14,14 +14,15 @@ namespace vantrell::tests {
 class TaskBranchesTest : public EngineFixture {
  protected:
   TaskBranchesTest() {
-    ports.taskSafety = {.background = &background, .supportFolder = folder / "support"};
+    backgroundExecutor = &background;
+    supportFolder = folder / "support";
     others = {AgentProvider::codex, AgentProvider::claude};
   }
   void startInRepository() {
     repository.file("a.txt", "one\n");
     repository.commit();
     start();
-    model->operations.addWorkspace(repository.path());
+    model->operations->addWorkspace(repository.path());
     key = *model->selection.key();
     main.runReady();
   }
@@ -63,7 +64,7 @@ class TaskBranchesTest : public EngineFixture {
     return model->tree.workspace(key.workspaceID)->threads;
   }
   const ChatThread& selected() { return *model->tree.thread(*model->selection.key()); }
-  std::optional<std::string> error() const { return model->executions.mirror().errorMessage; }
+  std::optional<std::string> error() const { return model->selected.errorMessage(); }
 
   GitRepository repository;
   HeldExecutor background;
@@ -83,9 +84,9 @@ TEST_F(TaskBranchesTest, ForkCopiesEntriesAndChoicesAndNothingThatIsBoundToTheSo
   converse();
   const ChatThread source = thread();
   for (const auto& each : cases) {
-    const auto id = model->branches->forkThread(key.threadID, key.workspaceID, each.through, false);
-    ASSERT_TRUE(id);
-    ASSERT_EQ(threads().front().id, *id) << "in front of the others";
+    const auto fork = model->branches->forkThread(key, each.through);
+    ASSERT_TRUE(fork);
+    ASSERT_EQ(threads().front().id, fork->threadID) << "in front of the others";
     EXPECT_EQ(ids(threads().front()), each.expected) << each.through.value_or("all");
   }
   ChatThread expected = ChatThread::make("Work — fork", main.now());
@@ -100,19 +101,22 @@ TEST_F(TaskBranchesTest, ForkCopiesEntriesAndChoicesAndNothingThatIsBoundToTheSo
   EXPECT_EQ(thread(), source);
   EXPECT_EQ(model->selection.key(), key);
   EXPECT_EQ(saved()[1].threads.front().entries.size(), 4u);
-  EXPECT_EQ(model->branches->forkThread(Uuid::random(), key.workspaceID, {}, true), std::nullopt);
+  EXPECT_FALSE(model->branches->forkThread({key.workspaceID, Uuid::random()}, {}));
 }
 
 TEST_F(TaskBranchesTest, SelectedForkIsReadyToBeTypedIn) {
   start();
   converse();
   std::vector<ThreadExecutionKey> wanted;
-  const auto observation = model->changes.observe([&](const Change& change) {
-    if (change.kind == Change::Kind::composerWanted) wanted.push_back(*change.conversation);
+  const auto observation = model->changes.observe([&](const ChangeBatch& batch) {
+    for (const auto& [at, changes] : batch.conversations) {
+      if (changes.composerWanted) wanted.push_back(at);
+    }
   });
-  const auto id = model->branches->forkThread(key.threadID, key.workspaceID, {}, true);
-  EXPECT_EQ(model->selection.threadID(), id);
-  EXPECT_THAT(wanted, ElementsAre(ThreadExecutionKey{key.workspaceID, *id}));
+  model->selected.forkThread({});
+  main.runReady();
+  EXPECT_NE(model->selection.key(), key);
+  EXPECT_THAT(wanted, ElementsAre(*model->selection.key()));
 }
 
 TEST_F(TaskBranchesTest, BranchTakesThePlaceOfThePromptBeforeTheEntry) {
@@ -135,14 +139,14 @@ TEST_F(TaskBranchesTest, BranchTakesThePlaceOfThePromptBeforeTheEntry) {
   converse();
   for (const auto& each : cases) {
     SCOPED_TRACE(each.from + ": " + each.prompt);
-    model->operations.selectThread(key.threadID, key.workspaceID);
+    model->operations->selectThread(key.threadID, key.workspaceID);
     if (each.from == "s0") {  // with no prompt before it
       Transcript entries({{.id = "s0", .kind = ChatEntryKind::system}});
       model->tree.replaceTranscript(std::move(entries), key);
     }
     const auto count = threads().size();
     const ChatThread source = thread();
-    model->branches->branchAndSend(each.from, each.prompt, each.provider);
+    model->selected.branchAndSend(each.from, each.prompt, each.provider);
     EXPECT_EQ(threads().size(), count + (each.isMade ? 1 : 0));
     if (!each.isMade) continue;
     EXPECT_EQ(selected().title, "Work — branch");
@@ -171,7 +175,7 @@ TEST_F(TaskBranchesTest, RetryIsABranchWithTheLatestPromptAndItsFiles) {
   start();
   converse();
   model->tree.updateEntry("u2", key, [](ChatEntry& entry) { entry.attachments.resize(1); });
-  model->branches->retry();
+  model->selected.retry();
   main.runReady();
   EXPECT_THAT(ids(selected()), ElementsAre("u1", "a1", selected().entries.back().id));
   EXPECT_EQ(selected().entries.back().text, "text of u2");
@@ -181,30 +185,45 @@ TEST_F(TaskBranchesTest, RetryIsABranchWithTheLatestPromptAndItsFiles) {
   EXPECT_EQ(model->branches->whyShared(), "This project is not a Git repository.");
 }
 
+TEST_F(TaskBranchesTest, ABranchWithoutAWorktreeSaysWhy) {
+  startInRepository();
+  converse();
+  std::filesystem::rename(repository / ".git/HEAD", repository / ".git/kept");
+  repository.file(".git/HEAD", "ref: refs/heads/unborn\n");
+  model->branches->branchAndSend("u2", "Again");
+  main.runReady();
+  const auto& entries = selected().entries;
+  EXPECT_EQ(entries[entries.size() - 2].kind, ChatEntryKind::system);
+  EXPECT_EQ(entries[entries.size() - 2].text,
+            "This branch works in the project's own folder: The repository has no commit yet that "
+            "a worktree could start from. Commit once first.");
+  EXPECT_EQ(entries.back().text, "Again");
+}
+
 TEST_F(TaskBranchesTest, WhatHappensWhileTheWorktreeIsMade) {
   enum What { deleted, stopped, typed, ended, drafted, moved, removed };
   startInRepository();
   for (const auto what : {deleted, stopped, typed, ended, drafted, moved, removed}) {
     SCOPED_TRACE(what);
-    model->operations.newThread(key.workspaceID);
+    model->operations->newThread(key.workspaceID);
     key = *model->selection.key();
     converse();
     clients.clear();
     background.isHeld = true;
-    model->branches->branchAndSend("u2", "Again");
+    model->selected.branchAndSend("u2", "Again");
     main.runReady();
     const auto branch = *model->selection.key();
     EXPECT_TRUE(model->branches->isPreparing(branch));
-    if (what == deleted) model->operations.deleteThread(branch.threadID, branch.workspaceID);
-    if (what == removed) model->operations.removeWorkspace(branch.workspaceID);
-    const Uuid general = model->operations.generalWorkspace()->id;
-    if (what == moved) model->operations.moveThread(branch.threadID, branch.workspaceID, general);
-    if (what == stopped) model->driver->stopWorking();
+    if (what == deleted) model->operations->deleteThread(branch.threadID, branch.workspaceID);
+    if (what == removed) model->operations->removeWorkspace(branch.workspaceID);
+    const Uuid general = model->operations->generalWorkspace()->id;
+    if (what == moved) model->operations->moveThread(branch.threadID, branch.workspaceID, general);
+    if (what == stopped) model->selected.stopWorking();
     if (what == drafted) {
-      model->operations.saveComposerDraft("Newer", {}, branch.threadID, branch.workspaceID);
+      model->operations->saveComposerDraft("Newer", {}, branch.threadID, branch.workspaceID);
     }
-    if (what == ended || what == drafted) model->endAllWork();
-    if (what == typed) work("Typed");
+    if (what == ended || what == drafted) app->endAllWork();
+    if (what == typed) send("Typed");
     background.release();
     main.runReady();
     EXPECT_FALSE(model->branches->isPreparing(branch));
@@ -216,7 +235,7 @@ TEST_F(TaskBranchesTest, WhatHappensWhileTheWorktreeIsMade) {
       EXPECT_EQ(there->draftText, "Again");
       EXPECT_EQ(there->workspaceMode, TaskWorkspaceMode::shared);
     }
-    EXPECT_EQ(clients.size(), what == typed ? 2u : 0u);
+    EXPECT_EQ(clients.size(), what == typed ? 1u : 0u);
     if (what == stopped || what == ended) {
       EXPECT_EQ(made->draftText, "Again");
     }
@@ -226,31 +245,12 @@ TEST_F(TaskBranchesTest, WhatHappensWhileTheWorktreeIsMade) {
       EXPECT_EQ(made->queuedPrompts[0].text, "Again");
     }
     if (what == typed) {
-      EXPECT_EQ(clients.front()->stops, 1) << "it worked in the project's folder";
       EXPECT_EQ(made->entries.back().text, "Again");
-      ASSERT_EQ(made->runs.size(), 2u);
-      EXPECT_EQ(made->runs[0].status, RunRecordStatus::cancelled);
+      ASSERT_EQ(made->queuedPrompts.size(), 1u) << "it waits behind the branch's own";
+      EXPECT_EQ(made->queuedPrompts[0].text, "Typed");
       EXPECT_EQ(contexts.back().workspacePath, made->isolatedWorkspacePath);
     }
   }
-}
-
-TEST_F(TaskBranchesTest, PromptTypedMeanwhileDoesNotTakeThePlaceOfTheBranchsOwn) {
-  ports.captureCheckpoint = [this](const auto& task, const std::string& label, auto, auto done) {
-    model->safety->captureBeforePrompt(task, label, done);
-  };
-  startInRepository();
-  converse();
-  background.isHeld = true;
-  model->branches->branchAndSend("u2", "Again");
-  send("Typed");  // its checkpoint waits behind the worktree, and so its run has not begun
-  background.release();
-  main.runReady();
-  ASSERT_EQ(selected().runs.size(), 1u);
-  EXPECT_EQ(selected().runs[0].prompt, "Again");
-  EXPECT_EQ(selected().runs[0].status, RunRecordStatus::starting);
-  ASSERT_EQ(clients.size(), 1u);
-  EXPECT_EQ(contexts.back().workspacePath, selected().isolatedWorkspacePath);
 }
 
 TEST_F(TaskBranchesTest, ComparisonRunsBothAtOnceInWorktreesOfTheirOwn) {
@@ -259,7 +259,7 @@ TEST_F(TaskBranchesTest, ComparisonRunsBothAtOnceInWorktreesOfTheirOwn) {
   model->tree.updateThread(key, [](ChatThread& thread) { thread.title = "Work — fork"; });
   const ChatThread source = thread();
   using enum AgentProvider;
-  model->branches->compareNextPrompt(" Which? ", {grok, codex, codex, claude, kimi});
+  model->selected.compareNextPrompt(" Which? ", {grok, codex, codex, claude, kimi});
   ASSERT_EQ(threads().size(), 3u);
   const ThreadExecutionKey first = *model->selection.key();
   main.runReady();
@@ -286,7 +286,7 @@ TEST_F(TaskBranchesTest, ComparisonRunsBothAtOnceInWorktreesOfTheirOwn) {
 TEST_F(TaskBranchesTest, ComparisonWithoutARepositoryRunsNothing) {
   start();
   converse();
-  model->branches->compareNextPrompt("Which?", {AgentProvider::codex, AgentProvider::claude});
+  model->selected.compareNextPrompt("Which?", {AgentProvider::codex, AgentProvider::claude});
   main.runReady();
   EXPECT_THAT(clients, IsEmpty());
   for (const auto& fork : {threads()[0], threads()[1]}) {
@@ -300,10 +300,10 @@ TEST_F(TaskBranchesTest, ComparisonWithoutARepositoryRunsNothing) {
 TEST_F(TaskBranchesTest, ComparisonTakesTwoAvailableProviders) {
   start();
   converse();
-  model->branches->compareNextPrompt("Which?", {AgentProvider::grok, AgentProvider::codex});
+  model->selected.compareNextPrompt("Which?", {AgentProvider::grok, AgentProvider::codex});
   EXPECT_EQ(error(), "Choose two available providers to compare.");
   EXPECT_EQ(threads().size(), 1u);
-  model->branches->compareNextPrompt(" ", {AgentProvider::claude, AgentProvider::codex});
+  model->selected.compareNextPrompt(" ", {AgentProvider::claude, AgentProvider::codex});
   EXPECT_EQ(threads().size(), 1u);
 }
 

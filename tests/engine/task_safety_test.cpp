@@ -1,4 +1,4 @@
-#include "engine/tasks/task_safety.h"
+#include "engine/projects/task_safety.h"
 
 #include "support/engine_fixture.h"
 #include "support/git_repository.h"
@@ -11,11 +11,9 @@ namespace vantrell::tests {
 class TaskSafetyTest : public EngineFixture {
  protected:
   TaskSafetyTest() {
-    ports.taskSafety = {.background = &background, .supportFolder = folder / "support"};
-    ports.captureCheckpoint = [this](const auto& task, const std::string& label, auto, auto done) {
-      model->safety->captureBeforePrompt(task, label, done);
-    };
-    ports.gitSnapshot = [this](const auto&, auto, const auto& reply) {
+    backgroundExecutor = &background;
+    supportFolder = folder / "support";
+    projects.git = [this](const auto&, auto, const auto& reply) {
       ++refreshes;
       reply({});
     };
@@ -24,12 +22,12 @@ class TaskSafetyTest : public EngineFixture {
     repository.file("a.txt", "one\n");
     repository.commit();
     start();
-    model->operations.addWorkspace(repository.path());
+    model->operations->addWorkspace(repository.path());
     key = *model->selection.key();
     main.runReady();
   }
   std::string content() const { return TemporaryFolder::contentOf(repository / "a.txt"); }
-  std::optional<std::string> error() const { return model->executions.mirror().errorMessage; }
+  std::optional<std::string> error() const { return model->selected.errorMessage(); }
   void finishTurn() {
     client().finishes();
     main.runReady();
@@ -54,7 +52,7 @@ TEST_F(TaskSafetyTest, EachPromptTakesACheckpointThatLeadsBack) {
   model->tree.appendSystemEntry("later", key);
 
   const int before = refreshes;
-  model->safety->restoreCheckpoint(checkpoint);
+  model->selected.restoreCheckpoint(checkpoint);
   EXPECT_TRUE(model->safety->taskSafetyWorking());
   main.runReady();
   EXPECT_FALSE(model->safety->taskSafetyWorking());
@@ -66,7 +64,7 @@ TEST_F(TaskSafetyTest, EachPromptTakesACheckpointThatLeadsBack) {
   EXPECT_EQ(saved().back().thread(key.threadID)->checkpoints.size(), 2);
 
   // And forward again. The conversation is shorter than it was then, and stays so.
-  model->safety->restoreCheckpoint(thread().checkpoints.front());
+  model->selected.restoreCheckpoint(thread().checkpoints.front());
   main.runReady();
   EXPECT_EQ(content(), "of the agent\n");
   EXPECT_EQ(thread().entries.size(), 1);
@@ -76,18 +74,30 @@ TEST_F(TaskSafetyTest, RestoresNothingWhileTheAgentWorksOrWithoutARecoveryCheckp
   startInRepository();
   work("prompt");
   const auto checkpoint = thread().checkpoints.front();
-  model->safety->restoreCheckpoint(checkpoint);
+  model->selected.restoreCheckpoint(checkpoint);
   EXPECT_FALSE(model->safety->taskSafetyWorking());
   EXPECT_EQ(error(), std::nullopt);
   const auto first = key;
-  model->operations.newThread(key.workspaceID);
-  model->safety->restoreCheckpoint(checkpoint);
+  model->operations->newThread(key.workspaceID);
+  model->selected.restoreCheckpoint(checkpoint);
   EXPECT_EQ(error(), "Could not restore the checkpoint: Another task is at work in this folder.");
-  model->operations.selectThread(first.threadID, first.workspaceID);
+  // The same folder by another name, and one that contains it.
+  const TemporaryFolder links;
+  std::filesystem::create_directory_symlink(repository.path(), links / "link");
+  for (const auto& [project, isShared] :
+       {std::pair(links / "link", true), std::pair(repository.folder("part"), true),
+        std::pair(links.folder("other"), false)}) {
+    model->operations->addWorkspace(project);
+    model->executions.clearError();
+    model->selected.restoreCheckpoint(checkpoint);
+    EXPECT_EQ(error().value_or("").contains("Another task"), isShared) << project;
+    main.runReady();
+  }
+  model->operations->selectThread(first.threadID, first.workspaceID);
   finishTurn();
   repository.file("a.txt", "precious\n");
   std::filesystem::rename(repository / ".git", repository / "git");
-  model->safety->restoreCheckpoint(checkpoint);
+  model->selected.restoreCheckpoint(checkpoint);
   main.runReady();
   EXPECT_EQ(error(), "Could not restore the checkpoint: This project is not a Git repository.");
   EXPECT_EQ(content(), "precious\n");
@@ -97,7 +107,7 @@ TEST_F(TaskSafetyTest, RestoresNothingWhileTheAgentWorksOrWithoutARecoveryCheckp
 TEST_F(TaskSafetyTest, KeepsTheNewestFiftyInTheListAndAllArchives) {
   startInRepository();
   for (int i = 1; i <= 51; ++i) {
-    model->safety->createCheckpoint(std::to_string(i));
+    model->selected.createCheckpoint(std::to_string(i));
     main.runReady();
   }
   ASSERT_EQ(thread().checkpoints.size(), 50);
@@ -112,11 +122,11 @@ TEST_F(TaskSafetyTest, SaysOnceWhyAPromptHadNoCheckpointAndNothingWithoutAReposi
   start();
   work("prompt");
   EXPECT_EQ(texts(), std::vector<std::string>{"prompt"});
-  model->safety->createCheckpoint("Manual checkpoint");
+  model->selected.createCheckpoint("Manual checkpoint");
   main.runReady();
   EXPECT_EQ(error(), "Could not create a checkpoint: This project is not a Git repository.");
 
-  model->operations.addWorkspace(repository.path());  // without a commit
+  model->operations->addWorkspace(repository.path());  // without a commit
   key = *model->selection.key();
   for (const auto* prompt : {"one", "two"}) {
     work(prompt);
@@ -132,7 +142,7 @@ TEST_F(TaskSafetyTest, MovesATaskIntoAWorktreeAndNeverBack) {
   finishTurn();
   repository.file("a.txt", "not committed\n");
   const auto session = thread().providerSessionIDs;
-  model->safety->setTaskWorkspaceMode(TaskWorkspaceMode::isolated);
+  model->selected.setTaskWorkspaceMode(TaskWorkspaceMode::isolated);
   main.runReady();
   EXPECT_EQ(error(), std::nullopt);
   EXPECT_EQ(client().stops, 1);
@@ -144,14 +154,14 @@ TEST_F(TaskSafetyTest, MovesATaskIntoAWorktreeAndNeverBack) {
   work("in the worktree");
   EXPECT_EQ(contexts.back().workspacePath, path);
   finishTurn();
-  model->safety->setTaskWorkspaceMode(TaskWorkspaceMode::shared);
+  model->selected.setTaskWorkspaceMode(TaskWorkspaceMode::shared);
   EXPECT_EQ(thread().workspaceMode, TaskWorkspaceMode::isolated);
   EXPECT_EQ(error(),
             "This task stays isolated so its changes cannot be lost. Open a new shared task, or "
             "merge the worktree from Terminal after reviewing its changes.");
   std::filesystem::remove_all(path);
   EXPECT_EQ(model->tree.executionPath(key), repository.path());
-  model->safety->restoreCheckpoint(thread().checkpoints.back());
+  model->selected.restoreCheckpoint(thread().checkpoints.back());
   main.runReady();
   EXPECT_EQ(content(), "one\n");
   EXPECT_EQ(model->safety->notes().back(),
@@ -161,7 +171,7 @@ TEST_F(TaskSafetyTest, MovesATaskIntoAWorktreeAndNeverBack) {
 TEST_F(TaskSafetyTest, DoesOnePieceOfWorkAtATimeInAFolder) {
   startInRepository();
   background.isHeld = true;
-  model->safety->createCheckpoint("Manual checkpoint");
+  model->selected.createCheckpoint("Manual checkpoint");
   send("prompt");
   EXPECT_EQ(background.held.size(), 1);
   std::exchange(background.held, {}).front()();
@@ -176,7 +186,7 @@ TEST_F(TaskSafetyTest, DoesOnePieceOfWorkAtATimeInAFolder) {
 TEST_F(TaskSafetyTest, HoldsNoPromptUpForLongBehindOtherWork) {
   startInRepository();
   background.isHeld = true;
-  model->safety->createCheckpoint("Manual checkpoint");  // has no limit
+  model->selected.createCheckpoint("Manual checkpoint");  // has no limit
   send("prompt");
   main.advance(TaskSafetyService::automaticTime - 1s);
   EXPECT_TRUE(clients.empty());
@@ -199,7 +209,7 @@ TEST_F(TaskSafetyTest, LetsAPromptWaitForARestoreAndKeepsIt) {
   const auto before = clients.size();
   const auto prompts = client().prompts.size();
   background.isHeld = true;
-  model->safety->restoreCheckpoint(thread().checkpoints.front());
+  model->selected.restoreCheckpoint(thread().checkpoints.front());
   send("go on");
   main.runReady();
   ASSERT_EQ(background.held.size(), 1) << "the recovery checkpoint";

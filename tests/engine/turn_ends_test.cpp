@@ -1,5 +1,6 @@
 // How a turn ends before its time: the user stops it, or its client goes.
 #include "support/engine_fixture.h"
+#include "support/held_executor.h"
 
 namespace vantrell::tests {
 namespace {
@@ -14,7 +15,7 @@ TEST_F(TurnEnds, StopWhileConnectingEndsTheClientAndTheRetry) {
     send("Go");
     if (inPause) main.advance(std::chrono::seconds(30));
     const auto stopped = clients.back();
-    model->driver->stopWorking();
+    model->selected.stopWorking();
     EXPECT_EQ(stopped->stops, 1);
     EXPECT_EQ(state(), ConnectionState::ready());
     EXPECT_EQ(run().status, RunRecordStatus::cancelled);
@@ -28,14 +29,13 @@ TEST_F(TurnEnds, StopWhileConnectingEndsTheClientAndTheRetry) {
 }
 
 TEST_F(TurnEnds, StopBeforeTheRunHasBegunEndsTheTurn) {
-  std::function<void()> checkpointTaken;
-  ports.captureCheckpoint = [&](const auto&, const auto&, auto, const auto& done) {
-    checkpointTaken = done;
-  };
+  HeldExecutor checkpoints;
+  checkpoints.isHeld = true;
+  backgroundExecutor = &checkpoints;
   start();
   send("Go");
-  model->driver->stopWorking();
-  checkpointTaken();
+  model->selected.stopWorking();
+  checkpoints.release();
   main.runReady();
   EXPECT_TRUE(thread().runs.empty());
   EXPECT_TRUE(clients.empty());
@@ -44,7 +44,7 @@ TEST_F(TurnEnds, StopBeforeTheRunHasBegunEndsTheTurn) {
 TEST_F(TurnEnds, StopWhileWorkingCancelsAndKeepsTheClient) {
   start();
   work("Go");
-  model->driver->stopWorking();
+  model->selected.stopWorking();
   EXPECT_EQ(client().cancels, 1);
   EXPECT_EQ(client().stops, 0);
   EXPECT_EQ(run().status, RunRecordStatus::cancelled);
@@ -74,7 +74,7 @@ TEST_F(TurnEnds, PromptBehindAStoppedTurnWaitsForItsEnd) {
     SCOPED_TRACE(name);
     work("Go");
     const auto stopped = clients.back();
-    model->driver->stopWorking();
+    model->selected.stopWorking();
     send("More");
     EXPECT_EQ(stopped->prompts.size(), 1U) << "a runtime takes one prompt at a time";
     EXPECT_EQ(state(), ConnectionState::connecting()) << "a further prompt is queued";
@@ -89,7 +89,7 @@ TEST_F(TurnEnds, PromptBehindAStoppedTurnWaitsForItsEnd) {
     EXPECT_EQ(run().status, RunRecordStatus::running);
     client().finishes();
     EXPECT_EQ(run().status, RunRecordStatus::completed);
-    model->executions.resetConnection();
+    model->selected.resetConnection();
   }
 }
 
@@ -97,9 +97,9 @@ TEST_F(TurnEnds, StopOfAPromptThatWaitsForAStoppedTurnSendsNothing) {
   start();
   work("Go");
   const auto stopped = clients.back();
-  model->driver->stopWorking();
+  model->selected.stopWorking();
   send("More");
-  model->driver->stopWorking();
+  model->selected.stopWorking();
   stopped->finishes();
   main.advance(std::chrono::minutes(1));
   EXPECT_EQ(stopped->prompts.size(), 1U);
@@ -145,8 +145,8 @@ TEST_F(TurnEnds, EndedRunIsLeftAloneByWhatComesLater) {
   client().fails(AgentError("quota exceeded"));
   main.runReady();
   client().onPermissionRequest({1, "Late", "", {}});
-  model->approvals.respondToPermission("x");
-  model->driver->stopWorking();
+  model->selected.respondToPermission("x");
+  model->selected.stopWorking();
   client().onUnexpectedTermination("Kimi exited with status 0.");
   EXPECT_EQ(run().status, RunRecordStatus::failed);
   EXPECT_EQ(run().statusMessage, "quota exceeded");
@@ -156,7 +156,7 @@ TEST_F(TurnEnds, KeptClientThatDiesBeforeItIsUsedIsReplaced) {
   start();
   work("One");
   client().finishes();
-  model->driver->send("Two", {});
+  model->selected.send("Two", {});
   client().onUnexpectedTermination("gone");  // the turn is on its way to it
   EXPECT_EQ(state(), ConnectionState::connecting()) << "a further prompt is queued";
   main.runReady();

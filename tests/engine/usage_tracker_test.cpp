@@ -76,8 +76,10 @@ TEST_F(UsageDeskTest, LedgerWaitsForTheDiskElsewhereAndOneWriteAtATime) {
     void post(Work work) override { works.push_back(std::move(work)); }
     std::vector<Work> works;
   } disk;
-  EngineCore core(main, *defaults, store, ports, &disk);
-  UsageTracker desk(core);
+  Changes changes(main);
+  OrchestrationStore ledgers(
+      folder.path(), [this] { return main.now(); }, [](const std::string&) {});
+  UsageTracker desk(main, changes, ledgers, &disk);
   desk.reported(usageOf(claude, 1));
   desk.reported(usageOf(claude, 2));
   main.advance(5s);
@@ -94,7 +96,7 @@ TEST_F(UsageDeskTest, LedgerWaitsForTheDiskElsewhereAndOneWriteAtATime) {
 TEST_F(UsageDeskTest, LedgerOutlivesTheProgramAndDropsItsOldest) {
   start();
   for (int i = 0; i < 1003; ++i) model->usage.reported(usageOf(claude, i));
-  model.reset();
+  stop();
   start();
   ASSERT_EQ(model->usage.ledger().size(), 1000U);
   EXPECT_EQ(model->usage.ledger().front().usedPercent, 3);
@@ -130,7 +132,7 @@ class UsageResetTest : public UsageDeskTest {
         folder.file("codex", "#!/bin/sh\nexec '" + CodexAgentScript::program() + "' '" +
                                  folder.file("script", script.text()) + "'\n");
     std::filesystem::permissions(program, std::filesystem::perms::owner_all);
-    connectors[codex].makeClient = [this, program](const ProviderConnectorContext& context) {
+    providers.connectors[codex].makeClient = [this, program](const ProviderConnectorContext& context) {
       ++clientsMade;
       return CodexAppServerClient::make({.executable = program,
                                          .workspacePath = context.workspacePath,
@@ -144,13 +146,13 @@ class UsageResetTest : public UsageDeskTest {
     model->usage.discovered(usage);
   }
   ~UsageResetTest() override {
-    model.reset();
+    stop();
     EXPECT_TRUE(Process::waitForAll(20s));
   }
   void reset() {
-    model->usageReset->resetSessionUsage();
+    model->usageReset->resetSessionUsage(key);
     EXPECT_TRUE(model->usageReset->usageResetInProgress());
-    model->usageReset->resetSessionUsage();  // one at a time
+    model->usageReset->resetSessionUsage(key);  // one at a time
     EXPECT_TRUE(main.runUntil([this] { return !model->usageReset->usageResetInProgress(); }));
   }
   static CodexAgentScript upToTheReset() {
@@ -171,13 +173,13 @@ TEST_F(UsageResetTest, StartsAClientSpendsOneCreditAndTellsTheOutcome) {
                 .hang());
   reset();
   EXPECT_EQ(clientsMade, 1);
-  EXPECT_EQ(model->executions.mirror().errorMessage,
+  EXPECT_EQ(model->selected.errorMessage(),
             "No current Codex allowance window is eligible for a manual reset.");
   EXPECT_TRUE(main.runUntil([this] { return model->usage.usage(codex)->primaryUsedPercent == 7; }));
   EXPECT_EQ(model->usage.usage(codex)->manualResetCredits, 1) << "not told anew, so as it was";
   reset();
   EXPECT_EQ(clientsMade, 1) << "the client that is there serves";
-  EXPECT_EQ(model->executions.mirror().errorMessage, "Could not reset Codex usage: no such credit");
+  EXPECT_EQ(model->selected.errorMessage(), "Could not reset Codex usage: no such credit");
   EXPECT_TRUE(thread().runs.empty()) << "it is no turn";
 }
 
@@ -186,9 +188,9 @@ TEST_F(UsageResetTest, StartThatFailsOrIsStoppedEndsTheReset) {
   reset();
   EXPECT_EQ(state(), ConnectionState::failed("not today"));
 
-  model->usageReset->resetSessionUsage();
+  model->usageReset->resetSessionUsage(key);
   EXPECT_TRUE(model->usageReset->usageResetInProgress());
-  model->driver->stopWorking();
+  model->selected.stopWorking();
   EXPECT_FALSE(model->usageReset->usageResetInProgress());
 }
 
@@ -197,13 +199,13 @@ TEST_F(UsageResetTest, NeedsCodexACreditAndAnIdleConversation) {
   provider = kimi;
   model->router->handoff(kimi, ProviderHandoffScope::nextMessage, key);
   work("Go");
-  model->usageReset->resetSessionUsage();
+  model->usageReset->resetSessionUsage(key);
   EXPECT_EQ(clientsMade, 0) << "a turn keeps its client";
   client().finishes();
   auto usage = usageOf(codex);
   usage.manualResetCredits = 0;
   model->usage.discovered(usage);
-  model->usageReset->resetSessionUsage();
+  model->usageReset->resetSessionUsage(key);
   EXPECT_EQ(clientsMade, 0);
 }
 

@@ -9,11 +9,11 @@ using ::testing::ElementsAre;
 
 class WorkspaceOperations : public EngineFixture {
  public:
-  vantrell::WorkspaceOperations& operations() { return model->operations; }
+  vantrell::WorkspaceOperations& operations() { return *model->operations; }
   const Workspace& project() { return *model->tree.workspace(key.workspaceID); }
   const Workspace& general() { return *operations().generalWorkspace(); }
   Uuid selected() { return model->selection.key()->threadID; }
-  std::string error() { return model->executions.mirror().errorMessage.value_or(""); }
+  std::string error() { return model->selected.errorMessage().value_or(""); }
   Uuid addTask() {
     operations().newThread(key.workspaceID);
     return selected();
@@ -47,22 +47,22 @@ TEST_F(WorkspaceOperations, RemovingAProjectEndsItsClientsAndSelectsTheFirst) {
 
 TEST_F(WorkspaceOperations, NewTaskGoesWhereTheSectionWorks) {
   std::string asked;
-  ports.chooseFolder = [&](std::string_view title, std::string_view prompt, const auto& reply) {
+  whenChoosingFolder = [&](std::string_view title, std::string_view prompt, const auto& reply) {
     asked = std::string(title) + "/" + std::string(prompt);
     reply(folder.folder("chosen"));
   };
-  model = std::make_unique<AppModel>(main, *defaults, store, ports);
+  restart();
   operations().newThread();
   EXPECT_EQ(asked, "Choose a project/Open Project") << "there is no project yet";
   EXPECT_EQ(model->tree.workspaces()[1].name, "chosen");
 
-  model->selection.section = AppSection::imagine;
+  model->selection.setSection(AppSection::imagine);
   operations().newThread();
-  EXPECT_EQ(model->selection.section, AppSection::chat);
+  EXPECT_EQ(model->selection.section(), AppSection::chat);
   EXPECT_EQ(model->selection.key()->workspaceID, general().id);
   EXPECT_EQ(model->tree.thread(*model->selection.key())->title, "New chat");
 
-  model->selection.section = AppSection::build;
+  model->selection.setSection(AppSection::build);
   operations().newThread();
   EXPECT_EQ(model->selection.key()->workspaceID, model->tree.workspaces()[1].id);
   EXPECT_EQ(model->tree.thread(*model->selection.key())->title, "New task");
@@ -160,12 +160,10 @@ TEST_F(WorkspaceOperations, AWorkspaceRestoredWithoutAVisibleTaskGetsOne) {
   start();
   operations().removeWorkspace(key.workspaceID);
   model->tree.updateThread({general().id, selected()}, [](ChatThread& t) { t.isArchived = true; });
-  model->tree.save();
-  model.reset();
-  model = std::make_unique<AppModel>(main, *defaults, store, ports);
+  stop();
+  restart();
   EXPECT_EQ(general().threads.size(), 2U);
   EXPECT_FALSE(general().thread(selected())->isArchived);
-  EXPECT_EQ(model->executions.mirroredExecutionKey(), model->selection.key());
 }
 
 TEST_F(WorkspaceOperations, SearchResultBringsItsEntryIntoView) {
@@ -173,14 +171,14 @@ TEST_F(WorkspaceOperations, SearchResultBringsItsEntryIntoView) {
   model->tree.appendSystemEntry("found", key);
   const std::string entry = thread().entries.back().id;
   operations().selectWorkspace(general().id);
-  model->selection.section = AppSection::imagine;
+  model->selection.setSection(AppSection::imagine);
   std::vector<std::string> heard;
-  const auto observation = model->changes.observe([&](const Change& change) {
-    if (change.kind == Change::Kind::selectionChanged) heard.emplace_back(change.entryID);
+  const auto observation = model->changes.observe([&](const ChangeBatch& batch) {
+    if (batch.has(topics::selection)) heard.push_back(model->selection.entryID().value_or(""));
   });
   operations().openSearchResult(key.workspaceID, key.threadID, entry);
   EXPECT_EQ(model->selection.key(), key);
-  EXPECT_EQ(model->selection.section, AppSection::build);
+  EXPECT_EQ(model->selection.section(), AppSection::build);
   EXPECT_EQ(model->selection.entryID(), entry);
   operations().openSearchResult(key.workspaceID, key.threadID, entry);
   EXPECT_EQ(heard, (std::vector<std::string>{entry, entry})) << "again, though it is selected";
@@ -188,7 +186,7 @@ TEST_F(WorkspaceOperations, SearchResultBringsItsEntryIntoView) {
   operations().openSearchResult(key.workspaceID, key.threadID, "gone");
   EXPECT_EQ(model->selection.entryID(), std::nullopt);
   operations().openSearchResult(general().id, general().threads[0].id, "gone");
-  EXPECT_EQ(model->selection.section, AppSection::chat);
+  EXPECT_EQ(model->selection.section(), AppSection::chat);
   operations().openSearchResult(general().id, key.threadID, entry);
   EXPECT_EQ(model->selection.key()->workspaceID, general().id) << "no such conversation there";
 }
@@ -196,17 +194,17 @@ TEST_F(WorkspaceOperations, SearchResultBringsItsEntryIntoView) {
 TEST_F(WorkspaceOperations, ActivitySelectsItsTask) {
   start();
   operations().selectWorkspace(general().id);
-  model->selection.section = AppSection::chat;
+  model->selection.setSection(AppSection::chat);
   operations().selectActivity({.workspaceID = key.workspaceID, .threadID = key.threadID});
   EXPECT_EQ(model->selection.key(), key);
-  EXPECT_EQ(model->selection.section, AppSection::build);
+  EXPECT_EQ(model->selection.section(), AppSection::build);
   operations().selectActivity({.workspaceID = key.workspaceID, .threadID = Uuid::random()});
   EXPECT_EQ(model->selection.key(), key);
 }
 
 TEST_F(WorkspaceOperations, WhatBelongsToTheProjectIsLoadedForTheOneThatIsSelected) {
   std::vector<std::string> loaded;
-  ports.discoverContextSources = [&](const std::string& path, const auto&) {
+  projects.contextSources = [&](const std::string& path, const auto&) {
     loaded.push_back(files::lastComponent(path));
   };
   start();

@@ -1,4 +1,4 @@
-#include "platform/files/dynamic_library.h"
+#include "platform/http/dynamic_library.h"
 
 #include <gmock/gmock.h>
 #include <math.h>

@@ -1,5 +1,6 @@
 #include "platform/queues/output_sink.h"
 
+#include <csignal>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <string>
@@ -7,7 +8,6 @@
 
 #include "platform/files/descriptor.h"
 #include "platform/queues/manual_main_queue.h"
-#include "platform/terminal/terminal.h"
 
 namespace vantrell::tests {
 namespace {
@@ -17,7 +17,7 @@ using namespace std::chrono_literals;
 class OutputSinkTest : public testing::Test {
  protected:
   OutputSinkTest() {
-    terminal::ignoreBrokenPipes();
+    std::signal(SIGPIPE, SIG_IGN);
     int ends[2] = {-1, -1};
     EXPECT_EQ(::pipe2(ends, O_CLOEXEC), 0);
     reading = Descriptor(ends[0]);

@@ -112,7 +112,8 @@ TEST_F(ProcessStart, SaysWhatFailed) {
        E2BIG,
        "Argument list too long"},
   };
-  run(shell("exit 0"));  // the reactor and the guard have their descriptors now
+  run(shell("exit 0"));  // the children's thread has its descriptors now
+  EXPECT_TRUE(Process::waitForAll(20s));
   const auto descriptors = entries("/proc/self/fd");
   for (const auto& each : cases) {
     SCOPED_TRACE(each.what);

@@ -22,6 +22,7 @@ TEST(VisibleText, NothingThatDrivesATerminalGetsThrough) {
        "evil",
        "<U+202E>evil"},  // right-to-left override
       {"\xE2\x81\xA6", "<U+2066>"},
+      {"\xE2\x80\x8F!\xD8\x9C", "<U+200F>!<U+061C>"},
       {"\xE2\x80\xA8", "<U+2028>"},
       {"\x9B\xFF", "\xEF\xBF\xBD\xEF\xBF\xBD"},
   };

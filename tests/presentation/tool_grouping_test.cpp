@@ -81,19 +81,16 @@ TEST(ToolGrouping, SumsUpTheInputInOneLine) {
 }
 
 TEST(ToolEntryGroup, HasTheStateOfItsEntries) {
-  using Statuses = std::vector<std::optional<std::string>>;
-  const std::pair<Statuses, std::string_view> cases[] = {
-      {{}, "completed"},
-      {{"completed", "completed"}, "completed"},
-      {{"completed", "in_progress"}, "in_progress"},
-      {{"completed", std::nullopt}, "in_progress"},
-      {{"in_progress", "failed", std::nullopt}, "failed"},
-  };
-  for (const auto& [statuses, expected] : cases) {
+  const auto statusOf = [](std::vector<std::optional<std::string>> statuses) {
     ToolEntryGroup group;
-    for (const auto& status : statuses) group.entries.push_back(tool({}, "", status));
-    EXPECT_EQ(group.status(), expected);
-  }
+    for (auto& status : statuses) group.entries.push_back(tool({}, "", std::move(status)));
+    return group.status();
+  };
+  EXPECT_EQ(statusOf({}), "completed");
+  EXPECT_EQ(statusOf({"completed", "completed"}), "completed");
+  EXPECT_EQ(statusOf({"completed", "in_progress"}), "in_progress");
+  EXPECT_EQ(statusOf({"completed", std::nullopt}), "in_progress");
+  EXPECT_EQ(statusOf({"in_progress", "failed", std::nullopt}), "failed");
 }
 
 }  // namespace

@@ -107,6 +107,25 @@ TEST_F(ACPClientTurn, QuestionsAtOnceAreAskedOneAfterTheOther) {
   await("says both answered");
 }
 
+// Both have the same number, and each must be answered.
+TEST_F(ACPClientTurn, TwoQuestionsWithOneIdAreBothAnswered) {
+  openTurn(ACPAgentScript()
+               .ask(7, "A")
+               .ask(7, "B")
+               .expectChoice(7, "y")
+               .expectChoice(7, "n")
+               .ask(8, "C")
+               .expectChoice(8, "y")
+               .say("done"));
+  await("asks 7 A");
+  client_->respondToPermission(7, "y");
+  await("asks 7 B");
+  client_->respondToPermission(7, "n");
+  await("asks 8 C");
+  client_->respondToPermission(8, "y");
+  await("says done");
+}
+
 TEST_F(ACPClientTurn, CancelTellsTheRuntimeAndWithdrawsOpenQuestions) {
   const std::string cancelled = R"({"outcome":{"outcome":"cancelled"}})";
   const std::string cancel =

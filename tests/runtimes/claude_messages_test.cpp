@@ -68,7 +68,10 @@ TEST(ClaudeMessages, FailureIsClassedByStatusAndWords) {
         {"Run /Login first", {}},
         {"Authentication failed", 500},
         {"UNAUTHORIZED", {}}}},
-      {Kind::protocolError, {{"Limits of the rate", 400}, {"", {}}}},
+      {Kind::protocolError,
+       {{"Limits of the rate", 400},
+        {"", {}},
+        {"API Error: Server is temporarily limiting requests (not your usage limit)", 429}}},
   };
   for (const auto& [kind, said] : cases) {
     for (const auto& [message, status] : said) {
@@ -120,6 +123,18 @@ TEST(ClaudeMessages, OnlyAnOriginOfItsOwnKeepsAResultFromThePrompt) {
   }
 }
 
+TEST(ClaudeMessages, ModelsAreThoseOfTheIntroduction) {
+  const auto options = claude::modelOptions(
+      parsed(R"({"models":[{"value":"default","displayName":"Default"},{"value":"sonnet",)"
+             R"("displayName":"Sonnet 5","description":"d"},{"value":""},{"value":"fable"}]})"));
+  ASSERT_EQ(options.size(), 3U);
+  EXPECT_EQ(options[0].id, "default");
+  EXPECT_EQ(options[1].label, "Sonnet 5");
+  EXPECT_TRUE(options[1].isDefault);
+  EXPECT_EQ(options[2].label, "fable");
+  EXPECT_TRUE(claude::modelOptions({}).empty());
+}
+
 TEST(ClaudeMessages, UsageIsReadInBothSpellings) {
   struct Case {
     const char* info;
@@ -136,6 +151,9 @@ TEST(ClaudeMessages, UsageIsReadInBothSpellings) {
                 100.0, 1700000000.5, "seven_day", false},
            Case{R"({"utilization":"0.5","resets_at":null,"rate_limit_type":5})", {}, {}, {}, false},
            Case{R"({"status":"Rejected"})", {}, {}, {}, false},
+           Case{R"({"status":"rejected"})", {}, {}, {}, true},
+           // The server is busy for everybody.
+           Case{R"({"status":"rejected","isUsingOverage":false})", {}, {}, {}, false},
        }) {
     const ProviderUsage usage = claude::usage(parsed(each.info));
     EXPECT_EQ(usage.provider, AgentProvider::claude);

@@ -53,8 +53,9 @@ TEST(ClaudePermissions, AreAnsweredOnceAndByTheirOwnNumber) {
   EXPECT_EQ(ask(permissions, R"({"input":{"n":2}})", "b").id, 100001);
   const auto answer = permissions.answer(100001, "claude-allow-once");
   ASSERT_TRUE(answer);
-  EXPECT_TRUE(json::write(*answer).contains(
-      R"("request_id":"b","response":{"behavior":"allow","updatedInput":{"n":2}})"));
+  EXPECT_TRUE(
+      json::write(std::get<JsonObject>(*answer))
+          .contains(R"("request_id":"b","response":{"behavior":"allow","updatedInput":{"n":2}})"));
   EXPECT_FALSE(permissions.answer(100001, "claude-deny"));
   EXPECT_FALSE(permissions.answer(100002, "claude-deny"));
   EXPECT_EQ(ask(permissions, "{}", "c").id, 100002) << "no number comes twice";
@@ -64,9 +65,36 @@ TEST(ClaudePermissions, OnlyOneOptionAllows) {
   for (const char* option : {"claude-deny", "", "allow_once", "Claude-allow-once", "reject"}) {
     ClaudePermissions permissions;
     const auto id = ask(permissions, "{}").id;
-    EXPECT_TRUE(json::write(*permissions.answer(id, option)).contains(R"("behavior":"deny")"))
+    EXPECT_TRUE(json::write(std::get<JsonObject>(*permissions.answer(id, option)))
+                    .contains(R"("behavior":"deny")"))
         << option;
   }
+}
+
+TEST(ClaudePermissions, QuestionToTheUserIsAskedWithItsChoicesOneByOne) {
+  const char* request = R"({"tool_name":"AskUserQuestion","input":{"questions":[
+      {"question":"Which colour?","header":"Colour","options":[
+        {"label":"Red","description":"Warm"},{"label":"Blue","description":"Cold"}]},
+      {"question":"How many?","header":"Count","options":[{"label":"One"},{"label":"Two"}]}]}})";
+  ClaudePermissions permissions;
+  const PermissionRequest first = ask(permissions, request);
+  EXPECT_EQ(first.title, "Which colour?");
+  EXPECT_EQ(first.detail, "Red: Warm\nBlue: Cold");
+  ASSERT_EQ(first.options.size(), 3U);
+  EXPECT_EQ(first.options[1].name, "Blue");
+  EXPECT_EQ(first.options[2].kind, "reject_once");
+  const auto next = permissions.answer(first.id, first.options[1].id);
+  ASSERT_TRUE(next && std::holds_alternative<PermissionRequest>(*next));
+  const auto& second = std::get<PermissionRequest>(*next);
+  EXPECT_EQ(second.title, "How many?");
+  const auto answer = permissions.answer(second.id, second.options[0].id);
+  ASSERT_TRUE(answer && std::holds_alternative<JsonObject>(*answer));
+  EXPECT_TRUE(json::write(std::get<JsonObject>(*answer))
+                  .contains(R"("answers":{"Which colour?":"Blue","How many?":"One"})"));
+
+  const PermissionRequest refused = ask(permissions, request);
+  const auto denial = permissions.answer(refused.id, "claude-deny");
+  EXPECT_TRUE(json::write(std::get<JsonObject>(*denial)).contains(R"("behavior":"deny")"));
 }
 
 TEST(ClaudePermissions, DenyAllAnswersTheOldestFirst) {

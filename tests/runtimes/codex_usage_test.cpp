@@ -95,6 +95,16 @@ TEST(CodexAllowance, UpdateChangesOnlyWhatItNames) {
       << "a reading is all there is";
 }
 
+TEST(CodexAllowance, UpdateLiftsALimitThatItDoesNotRepeat) {
+  for (const std::string reached :
+       {R"("rateLimitReachedType":"primary")", R"("spendControlReached":true)"}) {
+    codex::CodexAllowance allowance;
+    const std::string used = windows(window(100, 100), window(40, 200), "," + reached);
+    EXPECT_EQ(told(allowance.read(object(used))), "100 40 @100 exhausted - - -");
+    EXPECT_EQ(told(allowance.update(object(sparse))), "20 40 @150 left - - -");
+  }
+}
+
 TEST(CodexAllowance, AnotherLimitLeavesTheKnownOneAsItWas) {
   codex::CodexAllowance allowance;
   allowance.read(object(full));

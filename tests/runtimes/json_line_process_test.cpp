@@ -26,9 +26,9 @@ class JsonLineProcessTest : public testing::Test {
       };
     }
     handlers.onErrorText = [&](std::string text) { errors_ += text; };
-    handlers.onEnd = [&](ExitStatus status, std::string errorText) {
-      seen.push_back("end " + std::to_string(status.status) + " " + std::to_string(status.signal) +
-                     " [" + errorText + "]");
+    handlers.onEnd = [&](const JsonLineProcess::End& end) {
+      seen.push_back("end " + std::to_string(end.status.status) + " " +
+                     std::to_string(end.status.signal) + " [" + end.errorText + "]");
       ended.set_value();
     };
     auto process = start(script, std::move(handlers));
@@ -89,7 +89,7 @@ TEST_F(JsonLineProcessTest, StopInAHandlerIsTheLastThatIsHeard) {
     process->stop(JsonLineProcess::Ending::prompt);
     if (heard == 1) stopped.set_value();
   };
-  handlers.onEnd = [&](ExitStatus, const std::string&) { heard += 100; };
+  handlers.onEnd = [&](const JsonLineProcess::End&) { heard += 100; };
   onQueue([&] { process = start("raw {}\\n{}\\n{}\\n\nhang\n", std::move(handlers)); });
   stopped.get_future().wait();
   EXPECT_TRUE(Process::waitForAll(std::chrono::seconds(20)));
@@ -98,30 +98,30 @@ TEST_F(JsonLineProcessTest, StopInAHandlerIsTheLastThatIsHeard) {
   EXPECT_EQ(heard, 1);
 }
 
-TEST_F(JsonLineProcessTest, EachMessageThatCannotBeWrittenIsReported) {
+TEST_F(JsonLineProcessTest, RuntimeThatTakesNoInputIsEndedAndItsLastWordsAreRead) {
   std::promise<void> deaf;
-  std::promise<void> first;
-  int errors = 0;
+  std::promise<JsonLineProcess::End> ended;
   JsonLineProcess::Handlers handlers;
   handlers.onMessage = [&](const JsonObject&, std::size_t) { deaf.set_value(); };
-  handlers.onWriteError = [&](const std::string& description) {
-    EXPECT_EQ(description, "Broken pipe");
-    if (++errors == 1) first.set_value();
-  };
-  auto process = start("close-input\nsend {}\nsignal 19\n", std::move(handlers));
+  handlers.onEnd = [&](JsonLineProcess::End end) { ended.set_value(std::move(end)); };
+  auto process = start("error last words\nclose-input\nsend {}\nsignal 19\n", std::move(handlers));
   deaf.get_future().wait();
   onQueue([&] { process->send({}); });
-  first.get_future().wait();
-  onQueue([&] {
-    process->send({});
-    EXPECT_EQ(errors, 2);
-    process->send({});
-    EXPECT_EQ(errors, 3);
-    process->stop(JsonLineProcess::Ending::prompt);
-    process->send({});
-    EXPECT_EQ(errors, 3);
-    process.reset();
-  });
+  const auto end = ended.get_future().get();
+  EXPECT_EQ(end.errorText, "last words");
+  EXPECT_EQ(end.cause, "Broken pipe");
+  onQueue([&] { process.reset(); });
+}
+
+TEST_F(JsonLineProcessTest, EndlessLineEndsTheRuntime) {
+  std::promise<JsonLineProcess::End> ended;
+  JsonLineProcess::Handlers handlers;
+  handlers.onEnd = [&](JsonLineProcess::End end) { ended.set_value(std::move(end)); };
+  auto process = start("bytes " + std::to_string(LineBuffer::longestLine + (1 << 20)) + "\nhang\n",
+                       std::move(handlers));
+  EXPECT_EQ(ended.get_future().get().cause,
+            "The runtime sent a line of more than 256 MB, and was ended.");
+  onQueue([&] { process.reset(); });
 }
 
 }  // namespace

@@ -28,21 +28,17 @@ TEST(LocalHarness, RunsInTheProjectFromItsOwnHomeAgainstTheChosenModel) {
 
   LocalRuntimeConnection connection{
       LocalRuntimeKind::ollama, "Ollama", *Url::parse("http://127.0.0.1:11434/v1"), {}};
-  const LocalRuntimeService::HarnessRequest request{.executable = program,
-                                                    .workspacePath = project,
-                                                    .selectedModel = "second",
-                                                    .permissionMode = GrokPermissionMode::auto_};
-  const auto none = LocalRuntimeService::harnessConfiguration(connection, request, folder.path());
-  ASSERT_TRUE(none);
-  EXPECT_FALSE(*none) << "no model, no client";
+  const ProviderConnectorContext context{.workspacePath = project,
+                                         .selectedModel = "second",
+                                         .permissionMode = GrokPermissionMode::auto_};
+  EXPECT_FALSE(localHarness(connection, context, program, folder.path())) << "no model, no client";
   connection.models = {{"first", "first", "", false, {}}, {"second", "second", "", false, {}}};
-  const auto configuration =
-      LocalRuntimeService::harnessConfiguration(connection, request, folder.path());
-  ASSERT_TRUE(configuration && *configuration);
+  const auto configuration = localHarness(connection, context, program, folder.path());
+  ASSERT_TRUE(configuration);
 
   ManualMainQueue main;
   BackgroundPool pool(2);
-  const auto client = ACPClient::make(**configuration, main, pool);
+  const auto client = ACPClient::make(*configuration, main, pool);
   EXPECT_EQ(client->provider(), AgentProvider::local);
   std::string end;
   client->onUnexpectedTermination = [&](const std::string& text) { end = text; };

@@ -17,6 +17,10 @@ TEST(RuntimeInformation, VersionIsWhatAProgramThatSucceededSaid) {
   EXPECT_EQ(versionIn({"Permission denied", -1}), std::nullopt);
 }
 
+std::optional<bool> signedInOf(AgentProvider provider, const RuntimeAnswer& answer) {
+  return signedIn(*programOf(provider)->signIn, answer);
+}
+
 struct SignInCase {
   std::optional<bool> expected;
   std::vector<RuntimeAnswer> answers;
@@ -38,7 +42,8 @@ TEST(RuntimeInformation, CodexSignInByStatusThenByWords) {
       {std::nullopt, {{"segmentation fault", 139}, {"", 1}, {"", -1}}},
   };
   for (const auto& [expected, answers] : cases) {
-    for (const auto& answer : answers) EXPECT_EQ(codexSignedIn(answer), expected) << answer.text;
+    for (const auto& answer : answers)
+      EXPECT_EQ(signedInOf(AgentProvider::codex, answer), expected) << answer.text;
   }
 }
 
@@ -52,7 +57,8 @@ TEST(RuntimeInformation, ClaudeSignInByStatusThenByWords) {
       {std::nullopt, {{"unknown command", 2}, {"", -1}}},
   };
   for (const auto& [expected, answers] : cases) {
-    for (const auto& answer : answers) EXPECT_EQ(claudeSignedIn(answer), expected) << answer.text;
+    for (const auto& answer : answers)
+      EXPECT_EQ(signedInOf(AgentProvider::claude, answer), expected) << answer.text;
   }
 }
 

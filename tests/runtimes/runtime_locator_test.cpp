@@ -89,6 +89,17 @@ TEST_F(RuntimeLocatorTest, SkipsFoldersAndFilesThatCannotBeExecuted) {
   EXPECT_EQ(findExecutable(kimi, home_ / ".local/bin/kimi", {}), std::nullopt);
 }
 
+TEST_F(RuntimeLocatorTest, SkipsRelativeEntriesOfPath) {
+  // They count from the folder of this process, and a program cannot be started by such a path.
+  program("tools/kimi");
+  const std::string right = program("bin/kimi");
+  const auto before = std::filesystem::current_path();
+  std::filesystem::current_path(home_.path());
+  const auto found = findExecutable(kimi, {}, {{"PATH", "tools:./tools:" + home_ / "bin"}});
+  std::filesystem::current_path(before);
+  EXPECT_EQ(found, right);
+}
+
 TEST_F(RuntimeLocatorTest, TaskletHasNoProgram) {
   EXPECT_EQ(findExecutable(tasklet, program("tasklet"), {{"PATH", home_.path()}}), std::nullopt);
 }

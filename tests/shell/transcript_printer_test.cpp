@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/queues/manual_main_queue.h"
+#include "shell/terminal/terminal_text.h"
 #include "support/terminal_screen.h"
 
 namespace vantrell::shell {
@@ -75,15 +76,6 @@ TEST_F(TranscriptPrinterTest, SilenceIsToldOnALineOfItsOwnInTheMidstOfAnAnswer) 
   EXPECT_EQ(screen.text(), "One\n\n• Kimi is silent.\n\ntwo\n") << "laid out";
 }
 
-TEST_F(TranscriptPrinterTest, LiveToolChangesInPlaceWhileItIsLast) {
-  live.entryAdded(tool("1", "Read x", "pending"));
-  EXPECT_EQ(screen.text(), "○ Read x\n");
-  live.entryReplaced(tool("1", "Read x", "in_progress"));
-  EXPECT_EQ(screen.text(), "▸ Read x\n");
-  live.entryReplaced(tool("1", "Read x", "completed"));
-  EXPECT_EQ(screen.text(), "✓ Read x\n");
-}
-
 TEST_F(TranscriptPrinterTest, ToolKeepsTheBestTitleThatItsUpdatesGave) {
   for (auto* printer : {&plain, &live}) {
     printer->entryAdded(tool("1", "Bash", "pending"));
@@ -96,21 +88,44 @@ TEST_F(TranscriptPrinterTest, ToolKeepsTheBestTitleThatItsUpdatesGave) {
   EXPECT_EQ(screen.text(), plainOutput);
 }
 
-TEST_F(TranscriptPrinterTest, LiveToolThatIsNotLastComesAgainAtItsEnd) {
-  live.entryAdded(tool("1", "first", "pending"));
+TEST_F(TranscriptPrinterTest, LiveToolChangesInPlaceWhileItIsLastAndElseComesAgain) {
+  live.entryAdded(tool("1", std::string(500, 'x'), "pending"));
+  EXPECT_LE(screen.text().size(), 90U) << "cut, so that it can be drawn over";
+  live.entryReplaced(tool("1", "first", "in_progress"));
+  EXPECT_EQ(screen.text(), "▸ first\n");
   live.entryAdded(tool("2", "second", "pending"));
   live.entryReplaced(tool("1", "first", "in_progress"));
-  EXPECT_EQ(screen.text(), "○ first\n○ second\n▸ first\n") << "for as long as it takes";
+  EXPECT_EQ(screen.text(), "▸ first\n○ second\n▸ first\n") << "for as long as it takes";
   live.entryReplaced(tool("1", "first", "completed"));
   live.entryReplaced(tool("2", "second", "completed"));
-  EXPECT_EQ(screen.text(), "○ first\n○ second\n✓ first\n✓ second\n");
+  EXPECT_EQ(screen.text(), "▸ first\n○ second\n✓ first\n✓ second\n");
 }
 
-TEST_F(TranscriptPrinterTest, LiveLinesAreCutSoThatTheyCanBeDrawnOver) {
-  live.entryAdded(tool("1", std::string(500, 'x'), "pending"));
-  EXPECT_LE(screen.text().size(), 90U);
-  live.entryReplaced(tool("1", "short", "completed"));
-  EXPECT_EQ(screen.text(), "✓ short\n");
+/// Also where a caller has forgotten to make a text safe.
+TEST_F(TranscriptPrinterTest, NothingForeignDrivesTheTerminal) {
+  std::string bytes;
+  TranscriptPrinter printer([&](std::string_view more) { bytes += more; }, TerminalStyle::live(-1));
+  printer.introduced({.runtime = "\x1b[2J\xE2\x80\xAE\xC2\x9B"
+                                 "1A",
+                      .folder = "\x1b]0;x\x07"});
+  printer.remark("\x1b[1A\r\x1b[K");
+  stream(ChatEntryKind::assistant, "a", {"\x1b", "[1A\xE2\x80\x8E\n\n", "# \x1b[31m\b"}, printer);
+  stream(ChatEntryKind::thought, "t", {"\x1b[1A"}, printer);
+  printer.entryAdded(tool("1", "\x1b[1A", "completed"));
+  printer.entryAdded(entry("s", ChatEntryKind::system, "\x1b[1A"));
+  printer.permissionAsked({.id = 1,
+                           .title = "\x1b[1A",
+                           .detail = "\x1b[1A",
+                           .options = {{"y", "\x1b[1A", "allow_once"}}});
+  const auto end = run(RunRecordStatus::failed, "\x1b[1A");
+  printer.ended(&end);
+  std::string left = bytes;
+  for (const std::string_view look :
+       {"\x1b[0m", "\x1b[1m", "\x1b[2m", "\x1b[31m", "\x1b[32m", "\x1b[33m"}) {
+    for (std::size_t at; (at = left.find(look)) != left.npos;) left.erase(at, look.size());
+  }
+  EXPECT_EQ(left, sanitized(left)) << left;
+  EXPECT_EQ(std::ranges::count(sanitized(bytes), '\n'), std::ranges::count(bytes, '\n'));
 }
 
 TEST_F(TranscriptPrinterTest, PlanUpdatesInPlaceAndLaterTellsOnlyWhatIsDone) {

@@ -18,7 +18,7 @@
 
 namespace vantrell::tests {
 
-class RuntimePrograms : public testing::Test {
+class RuntimeProgramsFixture : public testing::Test {
  protected:
   /// A clipboard and a terminal that only note what was asked of them.
   struct NotingDesktop final : Desktop {
@@ -31,30 +31,29 @@ class RuntimePrograms : public testing::Test {
     std::expected<void, std::string> answer;
   };
 
-  RuntimePrograms() {
+  RuntimeProgramsFixture() {
     process_.set("HOME", home_.path());
     process_.set("PATH", "/usr/bin:/bin");
     makeDesk();
   }
-  ~RuntimePrograms() override {
+  ~RuntimeProgramsFixture() override {
     loginShell::keepFolders({});
     desk_.reset();
-    means_ = {};
+    programs_ = {};
     runner_.reset();
     EXPECT_TRUE(Process::waitForAll(std::chrono::seconds(20)));
   }
 
   void makeDesk() {
-    means_.runner = runner_;
-    means_.pool = &pool_;
-    means_.desktop = desktop_;
-    means_.customExecutable = [this](AgentProvider provider) -> std::optional<std::string> {
+    programs_.runner = runner_;
+    programs_.pool = &pool_;
+    programs_.desktop = desktop_;
+    programs_.customExecutable = [this](AgentProvider provider) -> std::optional<std::string> {
       const auto found = custom_.find(provider);
       if (found == custom_.end()) return std::nullopt;
       return found->second;
     };
-    desk_ = std::make_shared<InstalledRuntimes>(changes_, means_);
-    desk_->showError = [this](std::string text) { errors_.push_back(std::move(text)); };
+    desk_ = std::make_shared<InstalledRuntimes>(changes_, programs_);
   }
 
   std::string program(const std::string& name, const std::string& script) const {
@@ -81,10 +80,9 @@ class RuntimePrograms : public testing::Test {
   std::shared_ptr<ProgramRunner> runner_ = std::make_shared<ProgramRunner>(main_, pool_);
   std::shared_ptr<NotingDesktop> desktop_ = std::make_shared<NotingDesktop>();
   std::map<AgentProvider, std::string> custom_;
-  Changes changes_;
-  RuntimeMeans means_;
+  Changes changes_{main_};
+  RuntimePrograms programs_;
   std::shared_ptr<InstalledRuntimes> desk_;
-  std::vector<std::string> errors_;
 };
 
 }  // namespace vantrell::tests

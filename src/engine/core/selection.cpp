@@ -1,5 +1,8 @@
 #include "engine/core/selection.h"
 
+#include <algorithm>
+#include <utility>
+
 #include "platform/storage/user_defaults.h"
 
 namespace vantrell {
@@ -22,7 +25,8 @@ void store(UserDefaults& defaults, std::string_view key, const std::optional<Uui
 }
 }  // namespace
 
-Selection::Selection(UserDefaults& defaults) : defaults_(defaults) {}
+Selection::Selection(UserDefaults& defaults, Changes& changes)
+    : defaults_(defaults), changes_(changes) {}
 
 void Selection::restore(const std::vector<Workspace>& workspaces) {
   workspaceID_.reset();
@@ -39,9 +43,10 @@ void Selection::restore(const std::vector<Workspace>& workspaces) {
   const auto wantedThread = stored(defaults_, threadKey);
   if (wantedThread && workspace.thread(*wantedThread)) {
     threadID_ = wantedThread;
-  } else if (!workspace.threads.empty()) {
-    threadID_ = workspace.threads.front().id;
+    return;
   }
+  const auto visible = std::ranges::find(workspace.threads, false, &ChatThread::isArchived);
+  if (visible != workspace.threads.end()) threadID_ = visible->id;
 }
 
 void Selection::select(std::optional<Uuid> workspaceID, std::optional<Uuid> threadID,
@@ -51,6 +56,11 @@ void Selection::select(std::optional<Uuid> workspaceID, std::optional<Uuid> thre
   entryID_ = std::move(entryID);
   store(defaults_, workspaceKey, workspaceID_);
   store(defaults_, threadKey, threadID_);
+  changes_.mark(topics::selection);
+}
+
+void Selection::setSection(AppSection section) {
+  if (std::exchange(section_, section) != section) changes_.mark(topics::selection);
 }
 
 std::optional<ThreadExecutionKey> Selection::key() const {

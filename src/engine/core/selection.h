@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "engine/core/changes.h"
 #include "records/values/chat_thread.h"
 
 namespace vantrell {
@@ -15,12 +16,11 @@ enum class AppSection { chat, build, imagine, remote };
 
 class Selection {
  public:
-  explicit Selection(UserDefaults& defaults);
+  Selection(UserDefaults& defaults, Changes& changes);
 
   /// The stored selection as far as it still exists, else the first workspace and its first thread.
   void restore(const std::vector<Workspace>& workspaces);
-  /// Sets and stores both; an absent id is removed from the store. ExecutionTable::selectExecution
-  /// is what shows the selection, too. The entry is not stored.
+  /// Sets and stores both; an absent id is removed from the store. The entry is not stored.
   void select(std::optional<Uuid> workspaceID, std::optional<Uuid> threadID,
               std::optional<std::string> entryID = std::nullopt);
 
@@ -32,10 +32,13 @@ class Selection {
   /// The selected conversation; absent without a thread.
   std::optional<ThreadExecutionKey> key() const;
 
-  AppSection section = AppSection::build;
+  AppSection section() const { return section_; }
+  void setSection(AppSection section);
 
  private:
   UserDefaults& defaults_;
+  Changes& changes_;
+  AppSection section_ = AppSection::build;
   std::optional<Uuid> workspaceID_;
   std::optional<Uuid> threadID_;
   std::optional<std::string> entryID_;

@@ -121,11 +121,11 @@ void Settings::chooseForThisProcess(GrokPermissionMode permissionMode,
 /// A choice that holds now and is gone at the next start must not go unnoticed.
 void Settings::tellUnlessStored(bool isStored) {
   if (isStored) return;
-  changes_.announce({.kind = Change::Kind::saveFailed, .text = defaults_.lastError()});
+  changes_.saveFailed(std::string(defaults_.lastError()));
 }
 
 void Settings::announce() {
-  changes_.announce({.kind = Change::Kind::settingsChanged});
+  changes_.mark(topics::settings);
 }
 
 }  // namespace vantrell

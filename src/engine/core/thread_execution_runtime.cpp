@@ -3,24 +3,20 @@
 namespace vantrell {
 
 void ThreadExecutionRuntime::endClient() {
-  connectTimer.cancel();
-  const auto ended = std::exchange(client, nullptr);
-  unansweredPrompts = 0;
-  stoppedTurnEnded = nullptr;
-  if (isReplaying) openTools.clear();  // they go with the transcript that was being rebuilt
+  retryTimer.cancel();
   endReplay();
-  if (ended) ended->stop();
+  session->end();
 }
 
-void ThreadExecutionRuntime::tellStoppedTurnEnded(bool isClientUsable) {
-  const auto waiting = std::exchange(stoppedTurnEnded, nullptr);
-  if (waiting) waiting(isClientUsable);
+void ThreadExecutionRuntime::beginReplay(std::size_t length) {
+  lengthBeforePlayback = length;
+  isReplaying = true;
+  playback = std::make_unique<Transcript>();
 }
 
 void ThreadExecutionRuntime::endReplay() {
   isReplaying = false;
-  replayBackup = nullptr;
-  replay.reset();
+  playback.reset();
 }
 
 }  // namespace vantrell

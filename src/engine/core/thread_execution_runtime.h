@@ -1,65 +1,58 @@
 // The live state of one conversation that has run something since start-up. Owned by
-// ExecutionTable, changed by the desks of the engine, never written to disk. Main queue.
+// ExecutionTable, changed by the engine alone, never written to disk. Main queue.
 #pragma once
 
-#include <functional>
 #include <memory>
 #include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "engine/core/agent_session.h"
 #include "engine/core/connection_state.h"
 #include "engine/core/log_text.h"
 #include "engine/core/plan_entry.h"
-#include "engine/core/replay.h"
 #include "platform/queues/dispatch.h"
 #include "platform/values/uuid.h"
+#include "records/values/task_modes.h"
 #include "records/values/transcript.h"
-#include "runtimes/wire/agent_client.h"
 
 namespace vantrell {
 
-/// Who asked the open question: a conversation's client or the media generator's.
-enum class PermissionOwner { build, imagine };
+struct ThreadExecutionRuntime {
+  ThreadExecutionRuntime(MainQueue& main, Date now)
+      : session(std::make_shared<AgentSession>(main)), lastActivityAt(now) {}
 
-/// The part of the live state that the interface sees. Lists and long texts are shared, not copied.
-struct ExecutionViewState {
-  std::shared_ptr<AgentClient> client;  // at most one a conversation
+  ~ThreadExecutionRuntime() { session->setListener(nullptr); }
+
+  const std::shared_ptr<AgentClient>& client() const { return session->client(); }
+  /// The open question of the client.
+  const std::shared_ptr<const PermissionRequest>& permissionRequest() const {
+    return session->question();
+  }
+  /// Ends the client with what waits for it, and a replay.
+  void endClient();
+  /// `length`: of the transcript.
+  void beginReplay(std::size_t length);
+  /// Drops what was played back so far.
+  void endReplay();
+
+  const std::shared_ptr<AgentSession> session;
+  std::unique_ptr<AgentSession::Listener> listener;  // of the session, once a client was started
   ConnectionState connectionState;
-  std::optional<AgentProvider> activeProvider;  // of `client`
+  std::optional<AgentProvider> activeProvider;  // of the client
+  GrokPermissionMode permissionMode = GrokPermissionMode::ask;  // that the client was started with
+  // Lists and long texts are shared, not copied.
   std::shared_ptr<const std::vector<PlanEntry>> plan = std::make_shared<std::vector<PlanEntry>>();
-  PermissionOwner permissionOwner = PermissionOwner::build;
-  std::shared_ptr<const PermissionRequest> permissionRequest;  // the open question
-  std::optional<std::string> errorMessage;                     // of the last failure
-  LogText cliLog;                                              // cleared when a client starts
-  bool isReplaying = false;                        // a resumed session plays its history back
-  std::shared_ptr<const Transcript> replayBackup;  // the entries as they were before
+  std::optional<std::string> errorMessage;  // of the last failure, until the next success
+  LogText cliLog;                           // cleared when a client starts
+  bool isReplaying = false;                 // a resumed session plays its history back
   /// Entry id for agent text that comes without a message id; fresh for every turn.
   std::string fallbackMessageID = Uuid::random().text();
-};
-
-struct ThreadExecutionRuntime : ExecutionViewState {
-  explicit ThreadExecutionRuntime(Date now) : lastActivityAt(now) {}
-
-  /// Takes the client away and ends it, with what waits for it: its connection timer, and a replay,
-  /// whose transcript comes back. The client goes first, so that nothing it still says finds itself
-  /// serving.
-  void endClient();
-  /// Ends a replay: the rebuilt transcript stays when that was decided, else the old one comes
-  /// back.
-  void endReplay();
-  /// Lets the prompt go on that waits for the end of a stopped turn, if there is one.
-  void tellStoppedTurnEnded(bool isClientUsable);
 
   std::optional<Uuid> activeRunID;  // while the run is live
-  /// The user entry of the turn at hand; with what follows it, it survives a replay.
+  /// The user entry of the turn at hand: a runtime that plays the session back does not know it.
   std::optional<std::string> turnEntryID;
-  /// Prompts that its client has not answered yet; a stopped turn's counts until the runtime ends
-  /// it.
-  int unansweredPrompts = 0;
-  /// What the next prompt does once those are answered; unset where none waits.
-  std::function<void(bool isClientUsable)> stoppedTurnEnded;
   /// Entries of tools that its client has told of and not ended.
   std::set<std::string, std::less<>> openTools;
   /// How often the user has stopped a turn here: a turn that was begun before a stop ends at it.
@@ -70,9 +63,11 @@ struct ThreadExecutionRuntime : ExecutionViewState {
   Date lastActivityAt;
   Date lastPersistedActivityAt = Date::distantPast();
   bool stallWarningSent = false;
-  std::unique_ptr<Replay> replay;  // while replayBackup is shown
-  /// The connect watchdog, the pause before the second attempt, or the wait for a stopped turn.
-  Timer connectTimer;
+  /// What was played back so far, while isReplaying. The conversation keeps its entries until the
+  /// replay has succeeded, so a replay that fails changes nothing.
+  std::unique_ptr<Transcript> playback;
+  std::size_t lengthBeforePlayback = 0;
+  Timer retryTimer;                // the pause before the second attempt to start
 };
 
 }  // namespace vantrell

@@ -2,7 +2,6 @@
 
 #include <semaphore>
 
-#include "platform/queues/dispatch.h"
 #include "records/stores/workspace_store.h"
 
 namespace vantrell {
@@ -11,6 +10,14 @@ namespace {
 /// How many batches may wait for the writer; more changes gather until one is written. A disk that
 /// is slower than the stream so gets fewer and larger ones.
 constexpr std::size_t writesUnderWay = 2;
+
+/// Entries that a loading transcript shows first.
+constexpr std::size_t firstPart = 200;
+
+/// Place of a run in its list.
+std::size_t placeOf(const RunRecord& run, const ChatThread& thread) {
+  return static_cast<std::size_t>(&run - thread.runs.data());
+}
 }  // namespace
 
 /// A batch on its way to the disk.
@@ -24,7 +31,7 @@ WorkspaceTree::WorkspaceTree(MainQueue& main, WorkspaceStore& store, Changes& ch
                              Executor* writer)
     : main_(main), store_(store), changes_(changes), writer_(writer) {
   store_.onNotice = [this](std::string_view sentence) {
-    changes_.announce({.kind = Change::Kind::noticeRaised, .text = sentence});
+    changes_.notice(std::string(sentence));
   };
 }
 
@@ -36,21 +43,45 @@ WorkspaceTree::~WorkspaceTree() {
 void WorkspaceTree::load() {
   workspaces_ = store_.load(main_.now());
   unsaved_ = {};
+  loading_.clear();
+  streamTimer_.cancel();
+  lastHandOver_ = main_.uptime();
   lastWriteFailed_ = !store_.lastError().empty();
 }
 
 // ---- saving -------------------------------------------------------------------------------------
 
-void WorkspaceTree::save() {
-  if (!saveHold_.expired() || writes_.size() >= writesUnderWay) {
-    saveIsDue_ = true;
-    return;
+TreeChanges::Thread& WorkspaceTree::touch(const ThreadExecutionKey& key, Urgency urgency) {
+  saveSoon(urgency);
+  return unsaved_.threads[key];
+}
+
+void WorkspaceTree::saveSoon(Urgency urgency) {
+  if (saveIsPosted_ || saveWaitsForWriter_) return;
+  if (urgency == Urgency::stream) {
+    if (streamTimer_.isActive()) return;
+    const Duration wait = lastHandOver_ + streamInterval - main_.uptime();
+    if (wait > Duration::zero()) {
+      streamTimer_ = main_.after(wait, [this] { save(); });
+      return;
+    }
   }
-  handOver();
+  saveIsPosted_ = true;
+  main_.post([this, life = std::weak_ptr(life_)] {
+    if (!life.expired() && saveIsPosted_) save();
+  });
+}
+
+void WorkspaceTree::save() {
+  if (writes_.size() < writesUnderWay) return handOver();
+  saveIsPosted_ = false;
+  saveWaitsForWriter_ = true;
 }
 
 void WorkspaceTree::handOver() {
-  saveIsDue_ = false;
+  saveIsPosted_ = saveWaitsForWriter_ = false;
+  streamTimer_.cancel();
+  lastHandOver_ = main_.uptime();
   const auto write = std::make_shared<Write>();
   write->batch = store_.collect(workspaces_, std::exchange(unsaved_, {}));
   if (write->batch.empty() && !lastWriteFailed_) return;
@@ -74,9 +105,9 @@ void WorkspaceTree::finished(const std::shared_ptr<Write>& write) {
   if (std::erase(writes_, write) == 0) return;
   lastWriteFailed_ = !write->result;
   if (!write->result) {
-    changes_.announce({.kind = Change::Kind::saveFailed, .text = write->result.error()});
+    changes_.saveFailed(write->result.error());
   }
-  if (saveIsDue_) save();
+  if (saveWaitsForWriter_) save();
 }
 
 bool WorkspaceTree::flush() {
@@ -87,37 +118,14 @@ bool WorkspaceTree::flush() {
       finished(write);
     }
   };
+  handOver();
   await();
-  if (lastWriteFailed_ && saveHold_.expired()) {
+  if (lastWriteFailed_) {
     handOver();  // a last try
     await();
   }
   return !lastWriteFailed_;
 }
-
-std::shared_ptr<void> WorkspaceTree::holdSaves() {
-  if (auto present = saveHold_.lock()) return present;
-  std::shared_ptr<void> hold(nullptr, [this](void*) {
-    saveHold_.reset();
-    if (std::exchange(saveIsDue_, false)) save();
-  });
-  saveHold_ = hold;
-  return hold;
-}
-
-namespace {
-
-/// Only an entry that changes is touched: each that is touched is stored again.
-void endOpenTools(Transcript& entries) {
-  for (std::size_t i = 0; i < entries.size(); ++i) {
-    const ChatEntry& entry = std::as_const(entries)[i];
-    if (entry.kind == ChatEntryKind::tool && entry.status && isOpenToolStatus(*entry.status)) {
-      entries[i].status = "failed";
-    }
-  }
-}
-
-}  // namespace
 
 bool interruptIfOpen(RunRecord& run, Date now) {
   if (!isActive(run.status)) return false;
@@ -130,19 +138,87 @@ bool interruptIfOpen(RunRecord& run, Date now) {
 
 void WorkspaceTree::settleRunsLeftOpen() {
   const Date now = main_.now();
-  bool anyWasOpen = false;
   for (auto& workspace : workspaces_) {
     for (auto& thread : workspace.threads) {
-      for (auto& run : thread.runs) {
+      const ThreadExecutionKey key{workspace.id, thread.id};
+      bool wasOpen = false;
+      for (std::size_t i = 0; i < thread.runs.size(); ++i) {
+        RunRecord& run = thread.runs[i];
         if (!interruptIfOpen(run, now)) continue;
-        touch({workspace.id, thread.id}).runs.insert(run.id);
-        anyWasOpen = true;
-        endOpenTools(thread.entries);
+        touch(key).runs.places.insert(i);
+        wasOpen = true;
       }
+      if (!wasOpen) continue;
+      loadTranscript(key, [this, key, count = thread.entries.size()] { endOpenTools(key, count); });
     }
   }
-  if (anyWasOpen) save();
 }
+
+void WorkspaceTree::endOpenTools(const ThreadExecutionKey& key, std::size_t count) {
+  ChatThread* found = find(key);
+  if (!found) return;
+  for (std::size_t i = std::min(count, found->entries.size()); i-- > 0;) {
+    ChatEntry& entry = found->entries[i];
+    if (entry.kind != ChatEntryKind::tool || !entry.status || !isOpenToolStatus(*entry.status)) {
+      continue;
+    }
+    entry.status = "failed";
+    touch(key).entries.places.insert(i);
+    changed(Change::Kind::entryReplaced, key, entry.id);
+  }
+}
+
+// ---- loading transcripts ------------------------------------------------------------------------
+
+void WorkspaceTree::loadTranscript(const ThreadExecutionKey& key, std::function<void()> then) {
+  auto& waiting = loading_[key];
+  const bool isUnderWay = !waiting.empty();
+  waiting.push_back(then ? std::move(then) : [] {});
+  if (isUnderWay) return;
+  const ChatThread* found = thread(key);
+  if (!found || found->entries.isRead() || !writer_) return finishLoading(key);
+
+  const auto source = found->entries.source();
+  const std::size_t end = found->entries.unread();
+  const std::size_t tail = end - std::min(end, firstPart);
+  // After all that was handed over, so that the rows are those of now.
+  writer_->post([this, key, source, end, tail, life = std::weak_ptr(life_), &main = main_] {
+    auto last = source->readInBackground(tail, end);
+    main.post([this, key, life, source, last = std::move(last), end]() mutable {
+      ChatThread* const present = life.expired() ? nullptr : find(key);
+      if (!present || present->entries.source() != source || present->entries.unread() != end)
+        return;
+      source->reportLost(last.lost);
+      present->entries.prepend(std::move(last.entries));
+      loaded(key);
+    });
+    auto part = tail == 0 ? Transcript::Source::Part{} : source->readInBackground(0, tail);
+    Transcript earlier(std::move(part.entries));
+    earlier.makeIndex();
+    main.post([this, key, life, source, earlier = std::move(earlier), lost = part.lost]() mutable {
+      if (life.expired()) return;
+      ChatThread* const present = find(key);
+      if (present && present->entries.source() == source) {
+        source->reportLost(lost);
+        present->entries.complete(std::move(earlier));
+        loaded(key);
+      }
+      finishLoading(key);
+    });
+  });
+}
+
+void WorkspaceTree::finishLoading(const ThreadExecutionKey& key) {
+  auto node = loading_.extract(key);
+  if (node.empty()) return;
+  for (const auto& each : node.mapped()) each();
+}
+
+void WorkspaceTree::loaded(const ThreadExecutionKey& key) {
+  changes_.transcriptLoaded(key);
+}
+
+// ---- looking ------------------------------------------------------------------------------------
 
 const Workspace* WorkspaceTree::workspace(const Uuid& id) const {
   const auto found = std::ranges::find(workspaces_, id, &Workspace::id);
@@ -193,20 +269,35 @@ void WorkspaceTree::addThread(ChatThread thread, const Uuid& workspaceID) {
   if (owner == workspaces_.end()) return;
   owner->threads.insert(owner->threads.begin(), std::move(thread));
   structureChanged();
-  // It may be one that was taken from elsewhere and changed on the way.
-  touch({workspaceID, owner->threads.front().id}) = {.head = true, .allRuns = true, .runs = {}};
 }
 
-std::optional<ChatThread> WorkspaceTree::takeThread(const ThreadExecutionKey& key) {
-  ChatThread* found = find(key);
-  if (!found) return std::nullopt;
-  // Should a save come while it is nowhere, its rows go: what is not read by then is lost.
-  (void)std::as_const(found->entries).begin();
+void WorkspaceTree::removeThread(const ThreadExecutionKey& key) {
+  const ChatThread* found = thread(key);
+  if (!found) return;
   auto& threads = std::ranges::find(workspaces_, key.workspaceID, &Workspace::id)->threads;
-  std::optional<ChatThread> taken = std::move(*found);
   threads.erase(threads.begin() + (found - threads.data()));
   structureChanged();
-  return taken;
+}
+
+void WorkspaceTree::moveThread(const ThreadExecutionKey& key, const Uuid& workspaceID) {
+  ChatThread* found = find(key);
+  const auto to = std::ranges::find(workspaces_, workspaceID, &Workspace::id);
+  if (!found || to == workspaces_.end()) return;
+  const auto from = std::ranges::find(workspaces_, key.workspaceID, &Workspace::id);
+  const auto changedEntries =
+      found->prepareForWorkspaceMove(from->path, from->name, to->name, main_.now());
+  ChatThread moved = std::move(*found);
+  from->threads.erase(from->threads.begin() + (found - from->threads.data()));
+  const ThreadExecutionKey newKey{workspaceID, moved.id};
+  to->threads.insert(to->threads.begin(), std::move(moved));
+  structureChanged();
+  if (auto marks = unsaved_.threads.extract(key)) {
+    marks.key() = newKey;
+    unsaved_.threads.insert(std::move(marks));
+  }
+  auto& marks = touch(newKey);
+  marks.head = true;
+  marks.entries.places.insert(changedEntries.begin(), changedEntries.end());
 }
 
 void WorkspaceTree::removeWorkspace(const Uuid& id) {
@@ -226,9 +317,8 @@ void WorkspaceTree::updateThread(const ThreadExecutionKey& key,
   ChatThread* found = find(key);
   if (!found) return;
   mutate(*found);
-  auto& marks = touch(key);
-  marks.head = marks.allRuns = true;
-  changed(Change::Kind::threadChanged, key);
+  touch(key).head = true;
+  changes_.threadChanged(key);
 }
 
 void WorkspaceTree::updateThreadTitleIfNeeded(std::string_view prompt,
@@ -241,9 +331,10 @@ void WorkspaceTree::appendEntry(ChatEntry entry, const ThreadExecutionKey& key) 
   if (!found) return;
   found->updatedAt = main_.now();
   const std::string id = entry.id;
+  const Urgency urgency = entry.provider ? Urgency::stream : Urgency::turnEnd;
   found->entries.append(std::move(entry));
-  touch(key);
-  changed(Change::Kind::entryAdded, key, id);
+  touch(key, urgency);
+  changes_.entryAppended(key, id);
 }
 
 void WorkspaceTree::appendSystemEntry(std::string text, const ThreadExecutionKey& key) {
@@ -254,39 +345,50 @@ void WorkspaceTree::appendSystemEntry(std::string text, const ThreadExecutionKey
   entry.text = std::move(text);
   entry.createdAt = main_.now();
   appendEntry(std::move(entry), key);
-  save();
 }
 
 bool WorkspaceTree::appendText(std::string_view chunk, std::string_view entryID,
                                const ThreadExecutionKey& key) {
   ChatThread* found = find(key);
-  ChatEntry* entry = found ? found->entries.find(entryID) : nullptr;
-  if (!entry) return false;
-  entry->text.append(chunk);
+  const auto place = found ? found->entries.indexOf(entryID) : std::nullopt;
+  if (!place) return false;
+  found->entries[*place].text.append(chunk);
   found->updatedAt = main_.now();
-  touch(key);
-  changed(Change::Kind::textAdded, key, entryID, chunk);
+  touch(key, Urgency::stream).entries.places.insert(*place);
+  changes_.entryChanged(key, entryID);
   return true;
 }
 
 bool WorkspaceTree::updateEntry(std::string_view entryID, const ThreadExecutionKey& key,
                                 const std::function<void(ChatEntry&)>& mutate) {
   ChatThread* found = find(key);
-  ChatEntry* entry = found ? found->entries.find(entryID) : nullptr;
-  if (!entry) return false;
-  mutate(*entry);
+  const auto place = found ? found->entries.indexOf(entryID) : std::nullopt;
+  if (!place) return false;
+  mutate(found->entries[*place]);
   found->updatedAt = main_.now();
-  touch(key);
-  changed(Change::Kind::entryReplaced, key, entryID);
+  touch(key, Urgency::stream).entries.places.insert(*place);
+  changes_.entryChanged(key, entryID);
   return true;
 }
 
 void WorkspaceTree::replaceTranscript(Transcript entries, const ThreadExecutionKey& key) {
   ChatThread* found = find(key);
   if (!found) return;
-  found->entries = std::move(entries);
-  touch(key);
-  changed(Change::Kind::transcriptReplaced, key);
+  const Transcript before = std::exchange(found->entries, std::move(entries));
+  auto& marks = touch(key).entries;
+  marks.cutTo(found->entries.size());
+  for (std::size_t i = 0; i < std::min(before.size(), found->entries.size()); ++i) {
+    if (!(before[i] == std::as_const(found->entries)[i])) marks.places.insert(i);
+  }
+  changes_.transcriptReset(key);
+}
+
+void WorkspaceTree::truncateTranscript(std::size_t count, const ThreadExecutionKey& key) {
+  ChatThread* found = find(key);
+  if (!found || count >= found->entries.size()) return;
+  found->entries.truncate(count);
+  touch(key).entries.cutTo(count);
+  changes_.transcriptReset(key);
 }
 
 Uuid WorkspaceTree::beginRun(std::string prompt, const ThreadExecutionKey& key) {
@@ -298,15 +400,9 @@ Uuid WorkspaceTree::beginRun(std::string prompt, const ThreadExecutionKey& key) 
   const Uuid id = run.id;
   if (ChatThread* found = find(key)) {
     found->runs.push_back(std::move(run));
-    touch(key).runs.insert(id);
-    changed(Change::Kind::runChanged, key, {}, {}, id);
-    // The prompt and its run are on their way to the disk before a runtime hears of them, however
-    // much is on its way already.
-    if (saveHold_.expired()) {
-      handOver();
-    } else {
-      saveIsDue_ = true;
-    }
+    touch(key);
+    changes_.runChanged(key);
+    handOver();  // however much is on its way already
   }
   return id;
 }
@@ -327,9 +423,15 @@ void WorkspaceTree::updateRun(const std::optional<Uuid>& runID, const ThreadExec
   if (!found) return;
   mutate(*found);
   found->updatedAt = main_.now();
-  touch(key).runs.insert(*runID);
-  changed(Change::Kind::runChanged, key, {}, {}, runID);
-  save();
+  touch(key).runs.places.insert(placeOf(*found, *thread(key)));
+  changes_.runChanged(key);
+}
+
+void WorkspaceTree::noteActivity(const std::optional<Uuid>& runID, const ThreadExecutionKey& key) {
+  auto* const found = const_cast<RunRecord*>(run(runID, key));
+  if (!found) return;
+  found->lastActivityAt = found->updatedAt = main_.now();
+  touch(key, Urgency::stream).runs.places.insert(placeOf(*found, *thread(key)));
 }
 
 const RunRecord* WorkspaceTree::latestRun(const ThreadExecutionKey& key) const {
@@ -337,23 +439,10 @@ const RunRecord* WorkspaceTree::latestRun(const ThreadExecutionKey& key) const {
   return found ? found->latestRun() : nullptr;
 }
 
-Transcript WorkspaceTree::takeTranscript(const ThreadExecutionKey& key) {
-  ChatThread* found = find(key);
-  if (!found) return {};
-  Transcript taken = std::move(found->entries);
-  touch(key);
-  return taken;
-}
-
 void WorkspaceTree::structureChanged() {
   unsaved_.structure = true;
-  changes_.announce({.kind = Change::Kind::workspacesChanged});
-}
-
-void WorkspaceTree::changed(Change::Kind kind, const ThreadExecutionKey& key,
-                            std::string_view entryID, std::string_view text,
-                            std::optional<Uuid> runID) {
-  changes_.announce({kind, key, entryID, text, runID});
+  saveSoon(Urgency::turnEnd);
+  changes_.mark(topics::workspaces);
 }
 
 }  // namespace vantrell

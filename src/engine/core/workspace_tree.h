@@ -1,24 +1,26 @@
 // The tree of workspaces and conversations, and the operations through which everything changes a
-// conversation. Every change that matters is saved when it is made. An operation on an id that no
-// longer exists does nothing. A save collects here what changed, which costs as much as the change;
-// the writer makes it durable. Main queue.
+// conversation. An operation on an id that no longer exists does nothing. Saving follows by itself:
+// what changed is handed to the writer at the end of the main queue's turn; the text, tools and
+// signs of life of a stream within `streamInterval`. A hand-over costs as much as what changed.
+// Main queue.
 #pragma once
 
+#include <chrono>
 #include <deque>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "engine/core/changes.h"
+#include "platform/queues/dispatch.h"
 #include "records/values/chat_thread.h"
 #include "records/values/tree_changes.h"
 
 namespace vantrell {
 
-class Executor;
-class MainQueue;
 class WorkspaceStore;
 
 class WorkspaceTree {
@@ -32,15 +34,15 @@ class WorkspaceTree {
   WorkspaceTree(const WorkspaceTree&) = delete;
   WorkspaceTree& operator=(const WorkspaceTree&) = delete;
 
+  /// How long what a stream says may wait for the disk, and how often it is written at most.
+  static constexpr std::chrono::seconds streamInterval{15};
+
   void load();
-  /// Hands what changed to the writer. A failure is announced when it is known; what could not be
-  /// written goes with the next save.
-  void save();
-  /// Waits until all that was saved is on the disk; false when some of it could not be written. For
-  /// the end of the process: it blocks. What saves are held back for waits for its end.
+  /// Hands over what changed and waits until it is on the disk; false when some of it could not be
+  /// written. It blocks: for the end of the process.
   bool flush();
-  /// Marks every run that an earlier process left open as interrupted, the tools of its task that
-  /// were under way as failed, and saves if there was one.
+  /// Marks every run that an earlier process left open as interrupted, and the tools of its task
+  /// that were under way as failed, as soon as its transcript is read.
   void settleRunsLeftOpen();
 
   const std::vector<Workspace>& workspaces() const { return workspaces_; }
@@ -59,57 +61,69 @@ class WorkspaceTree {
   void addWorkspace(Workspace workspace);
   /// A new conversation in front of the workspace's others. Ids are unique in the whole tree.
   void addThread(ChatThread thread, const Uuid& workspaceID);
-  /// Takes a conversation out of its workspace; absent when it has gone.
-  std::optional<ChatThread> takeThread(const ThreadExecutionKey& key);
+  void removeThread(const ThreadExecutionKey& key);
+  /// To the front of another workspace, which puts an entry into it.
+  void moveThread(const ThreadExecutionKey& key, const Uuid& workspaceID);
   void removeWorkspace(const Uuid& id);
   void setWorkspacePinned(const Uuid& id, bool pinned);
 
-  // One conversation. None of these saves, but for those that say so.
+  // One conversation.
 
+  /// Changes anything but entries and runs.
   void updateThread(const ThreadExecutionKey& key, const std::function<void(ChatThread&)>& mutate);
   /// A thread with a default title gets one from its first prompt.
   void updateThreadTitleIfNeeded(std::string_view prompt, const ThreadExecutionKey& key);
-  /// Appends and touches the thread.
+  /// Appends, and sets the thread's `updatedAt`. What an agent writes is part of a stream.
   void appendEntry(ChatEntry entry, const ThreadExecutionKey& key);
-  /// Appends a system entry with this text, and saves.
   void appendSystemEntry(std::string text, const ThreadExecutionKey& key);
-  /// Adds text to the end of an entry; false when the thread has no such entry.
+  /// Adds text to the end of an entry, as a stream does; false when the thread has no such entry.
   bool appendText(std::string_view chunk, std::string_view entryID, const ThreadExecutionKey& key);
-  /// Changes an entry in place; false when the thread has no such entry.
+  /// Changes an entry in place, as a stream does; false when the thread has no such entry.
   bool updateEntry(std::string_view entryID, const ThreadExecutionKey& key,
                    const std::function<void(ChatEntry&)>& mutate);
+  /// What is equal in both is not written again.
   void replaceTranscript(Transcript entries, const ThreadExecutionKey& key);
-  /// Takes the entries away, to be brought back or replaced by replaceTranscript(); nobody is told
-  /// before that. Empty when the conversation has gone.
-  Transcript takeTranscript(const ThreadExecutionKey& key);
+  /// Keeps the first `count` entries.
+  void truncateTranscript(std::size_t count, const ThreadExecutionKey& key);
+
+  // Transcripts that are still on the disk. A look at what is not in memory blocks the main queue:
+  // whatever may wait asks for it first.
+
+  /// Reads the transcript off the main queue, the last entries first, and calls `then` on the main
+  /// queue when all of it is in memory, or the conversation has gone. Each part is announced; until
+  /// the last one `Transcript::isRead()` is false.
+  void loadTranscript(const ThreadExecutionKey& key, std::function<void()> then = {});
 
   // Runs.
 
-  /// Appends a new run with status `starting`, saves, and answers its id.
+  /// Appends a new run with status `starting` and returns its id. The prompt and its run are handed
+  /// to the writer at once, before a runtime hears of them.
   Uuid beginRun(std::string prompt, const ThreadExecutionKey& key);
-  /// Changes the run, sets its `updatedAt`, and saves. An absent id does nothing.
+  /// Sets the run's `lastActivityAt`, as part of a stream and without an announcement.
+  void noteActivity(const std::optional<Uuid>& runID, const ThreadExecutionKey& key);
+  /// Changes the run and sets its `updatedAt`. An absent id does nothing.
   void updateRun(const std::optional<Uuid>& runID, const ThreadExecutionKey& key,
                  const std::function<void(RunRecord&)>& mutate);
   const RunRecord* latestRun(const ThreadExecutionKey& key) const;
   /// Null for an absent or unknown id.
   const RunRecord* run(const std::optional<Uuid>& runID, const ThreadExecutionKey& key) const;
 
-  /// While the returned object lives, nothing is written; the end of the last one writes what was
-  /// asked for meanwhile. A replay holds: until it ends, the transcript in memory is less than the
-  /// one on disk. The tree must outlive it.
-  [[nodiscard]] std::shared_ptr<void> holdSaves();
-
  private:
   struct Write;
+  enum class Urgency { turnEnd, stream };
 
   ChatThread* find(const ThreadExecutionKey& key);
-  /// Marks for the next save.
-  TreeChanges::Thread& touch(const ThreadExecutionKey& key) { return unsaved_.threads[key]; }
+  /// Marks for the next save, and sees to it that there is one.
+  TreeChanges::Thread& touch(const ThreadExecutionKey& key, Urgency urgency = Urgency::turnEnd);
   void structureChanged();
+  void saveSoon(Urgency urgency);
+  void save();
   void handOver();
+  void finishLoading(const ThreadExecutionKey& key);
+  /// Of a turn that an earlier process began.
+  void endOpenTools(const ThreadExecutionKey& key, std::size_t count);
+  void loaded(const ThreadExecutionKey& key);
   void finished(const std::shared_ptr<Write>& write);
-  void changed(Change::Kind kind, const ThreadExecutionKey& key, std::string_view entryID = {},
-               std::string_view text = {}, std::optional<Uuid> runID = std::nullopt);
 
   MainQueue& main_;
   WorkspaceStore& store_;
@@ -120,8 +134,11 @@ class WorkspaceTree {
   std::deque<std::shared_ptr<Write>> writes_;  // handed over, oldest first
   bool lastWriteFailed_ = false;
   std::shared_ptr<void> life_ = std::make_shared<int>();  // what the writer posts ends with us
-  std::weak_ptr<void> saveHold_;
-  bool saveIsDue_ = false;
+  bool saveIsPosted_ = false;
+  bool saveWaitsForWriter_ = false;
+  Timer streamTimer_;
+  Duration lastHandOver_{};  // uptime
+  std::map<ThreadExecutionKey, std::vector<std::function<void()>>> loading_;
   // Where the last look-up found its thread: streams look the same one up thousands of times.
   mutable std::size_t lastWorkspace_ = 0;
   mutable std::size_t lastThread_ = 0;

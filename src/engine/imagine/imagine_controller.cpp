@@ -17,63 +17,61 @@ constexpr std::size_t keptOfLine = 4096;
 
 }  // namespace
 
-ImagineController::ImagineController(EngineCore& core, InstalledRuntimes& runtimes)
-    : main_(core.main),
-      settings_(core.settings),
-      executions_(core.executions),
-      runtimes_(runtimes),
-      changes_(core.changes),
-      ports_(core.ports),
+ImagineController::ImagineController(Dependencies dependencies)
+    : core_(std::move(dependencies)),
+      session_(std::make_shared<AgentSession>(core_.main)),
       store_(
-          core.ports.imagine.supportFolder, [&main = core.main] { return main.now(); },
-          [&changes = core.changes](const std::string& text) {
-            changes.announce({.kind = Change::Kind::noticeRaised, .text = text});
-          }) {}
+          core_.supportFolder, [&main = core_.main] { return main.now(); },
+          [&changes = core_.changes](const std::string& text) { changes.notice(text); }) {
+  session_->setListener(this);
+}
 
 ImagineController::~ImagineController() {
-  // Nobody is left to list what they would give.
+  // Nothing is left to list what they would give.
   stopCopies_.request_stop();
-  endClient();
+  session_->setListener(nullptr);
+  session_->end();
 }
 
 void ImagineController::load() {
   items_ = store_.load();
 }
 
+/// What is shown of the generator, with its open question, changes together.
 void ImagineController::announce() {
-  changes_.announce({.kind = Change::Kind::imagineChanged});
+  core_.executions.setImagine({state_, session_->question()});
 }
 
 // ---- a prompt, from the user to its end ---------------------------------------------------------
 
-void ImagineController::generateImagine(const std::string& prompt, ImagineKind kind) {
-  const std::string trimmed(text::trimmed(prompt));
-  if (trimmed.empty()) return;
-  if (!ports_.connector(provider).isAvailable({})) {
-    runtimes_.noteMissing(provider);
-    return executions_.showError("Install and log in to Grok Build before using Imagine.");
+Result<> ImagineController::generateImagine(const std::string& prompt, ImagineKind kind) {
+  Request request{std::string(text::trimmed(prompt)), kind};
+  if (request.prompt.empty()) return refuse("Say what the picture or film should show.");
+  if (!core_.services.connector(provider).isAvailable({})) {
+    core_.runtimes.noteMissing(provider);
+    return refuse("Install and log in to Grok Build before using Imagine.");
   }
   progress_ = fmt::format("Preparing {} generation…", rawText(kind));
-  const bool isUsable = client_ && (isStarting_ || isSessionOpen_);
-  const bool isReplaced = !isUsable || state_ != ConnectionState::ready();
-  if (!isReplaced && isPromptOpen_) {
-    // The agent is still ending what was cancelled, and takes one prompt at a time. What it names
-    // until then belongs to that one.
-    due_ = Wish{trimmed, kind};
-    state_ = ConnectionState::working();
-    return waitForStoppedClient();
+  const bool isUsable = session_->isStarting() || session_->isOpen();
+  if (!isUsable || state_ != ConnectionState::ready()) {
+    begin(std::move(request));
+    startClient();
+  } else if (session_->isOpen()) {
+    sendPrompt(std::move(request));
+  } else {
+    // Cancelled while it was connecting, which goes on.
+    begin(std::move(request));
+    state_ = ConnectionState::connecting();
+    startWait_ = core_.main.after(AgentSession::stopTimeout,
+                                  weakly(this, [](ImagineController& self) { self.startClient(); }));
+    announce();
   }
-  begin({trimmed, kind});
-  if (isReplaced) return startClient();
-  if (!isStarting_) return performImagineSend();
-  // Cancelled while it was connecting; that goes on.
-  state_ = ConnectionState::connecting();
-  waitForStoppedClient();
+  return {};
 }
 
-void ImagineController::begin(Wish wish) {
-  currentImaginePrompt_ = std::move(wish.prompt);
-  currentImagineKind_ = wish.kind;
+void ImagineController::begin(Request request) {
+  currentImaginePrompt_ = std::move(request.prompt);
+  currentImagineKind_ = request.kind;
   answer_.clear();
   openLine_.clear();
   copyError_.clear();
@@ -81,150 +79,104 @@ void ImagineController::begin(Wish wish) {
   wasCancelled_ = false;
 }
 
-void ImagineController::waitForStoppedClient() {
-  patience_ = main_.after(stopPatience, weakly(this, [](ImagineController& self) {
-                            if (auto due = std::exchange(self.due_, {})) {
-                              self.begin(*std::move(due));
-                            }
-                            self.startClient();
-                          }));
-  announce();
-}
-
-template <typename Body>
-auto ImagineController::whileServing(Body body) {
-  return weakly(
-      this, [client = std::weak_ptr(client_), body](ImagineController& self, auto&&... arguments) {
-        const auto serving = client.lock();
-        if (!serving || self.client_ != serving) return;
-        body(self, std::forward<decltype(arguments)>(arguments)...);
-      });
-}
-
 void ImagineController::startClient() {
-  executions_.closeImagineQuestion();
-  endClient();
+  startWait_.cancel();
+  session_->end();
+  log_.clear();
   state_ = ConnectionState::connecting();
   const auto library = store_.directory();
-  if (!library) {
-    state_ = ConnectionState::failed("Could not create the Imagine library.");
-    return announce();
-  }
-  const ProviderConnector& connector = ports_.connector(provider);
-  client_ = connector.makeClient({.workspacePath = *library,
-                                  .workspaceName = "Imagine",
-                                  .permissionMode = settings_.permissionMode()});
-  if (!client_) return fail(connector.setupHint);
+  if (!library) return fail("Could not create the Imagine library.");
+  const ProviderConnector& connector = core_.services.connector(provider);
+  const auto client = connector.makeClient({.workspacePath = *library,
+                                            .workspaceName = "Imagine",
+                                            .permissionMode = core_.settings.permissionMode()});
+  if (!client) return fail(connector.setupHint);
   announce();
-  setCallbacks();
-  isStarting_ = true;
-  client_->start(std::nullopt, whileServing([](ImagineController& self, const StartResult& result) {
-                   self.startCompleted(result);
-                 }));
+  session_->start(client, std::nullopt, Duration::zero(),
+                  weakly(this, [](ImagineController& self, const auto& result) {
+                    self.startCompleted(result);
+                  }));
 }
 
-void ImagineController::setCallbacks() {
-  client_->onSessionUpdate = whileServing(
-      [](ImagineController& self, const JsonObject& update) { self.handleImagine(update); });
-  client_->onPermissionRequest =
-      whileServing([](ImagineController& self, PermissionRequest request) {
-        self.executions_.openImagineQuestion(std::move(request));
-      });
-  client_->onLog = whileServing([](ImagineController& self, std::string_view text) {
-    self.executions_.appendToShownLog(text);
-  });
-  // A question that was open stays so until the user has answered it.
-  client_->onUnexpectedTermination =
-      whileServing([](ImagineController& self, const std::string& text) {
-        self.endClient();
-        self.state_ = ConnectionState::failed(text);
-        self.executions_.showError(text);
-        self.announce();
-      });
-}
-
-void ImagineController::endClient() {
-  const auto client = std::exchange(client_, nullptr);
-  isStarting_ = isSessionOpen_ = isPromptOpen_ = false;
-  due_.reset();
-  patience_.cancel();
-  if (client) client->stop();
-}
-
-void ImagineController::startCompleted(const StartResult& result) {
-  isStarting_ = false;
-  patience_.cancel();
+void ImagineController::startCompleted(const std::optional<AgentSession::StartResult>& result) {
+  startWait_.cancel();
   // The client stays until the next prompt: how its process ended, if it did, is still to come.
-  if (!result) return fail(result.error().localizedDescription());
-  isSessionOpen_ = true;
+  if (!*result) return fail(result->error().localizedDescription());
   state_ = ConnectionState::ready();
   if (wasCancelled_) return announce();
-  performImagineSend();
+  sendPrompt({currentImaginePrompt_, currentImagineKind_});
 }
 
-void ImagineController::performImagineSend() {
-  if (!client_) return;
+/// Behind a prompt that was cancelled it waits until the agent has ended that one; what the agent
+/// names until then belongs to that one.
+void ImagineController::sendPrompt(Request request) {
   state_ = ConnectionState::working();
-  const bool isVideo = currentImagineKind_ == ImagineKind::video;
-  progress_ = isVideo ? "Grok is generating a video…" : "Grok is generating an image…";
-  isPromptOpen_ = true;
   announce();
-  client_->sendPrompt(
-      fmt::format("{} {}", isVideo ? "/imagine-video" : "/imagine", currentImaginePrompt_),
-      whileServing([](ImagineController& self, const PromptResult& result) {
-        self.promptCompleted(result);
+  session_->prompt(
+      fmt::format("{} {}", request.kind == ImagineKind::video ? "/imagine-video" : "/imagine",
+                  request.prompt),
+      weakly(this,
+             [request](ImagineController& self,
+                       const std::optional<AgentSession::PromptResult>& result) {
+               if (result) return self.promptCompleted(*result);
+               self.begin(request);
+               self.startClient();
+             }),
+      weakly(this, [request](ImagineController& self) {
+        self.begin(request);
+        self.progress_ = request.kind == ImagineKind::video ? "Grok is generating a video…"
+                                                            : "Grok is generating an image…";
+        self.announce();
       }));
 }
 
-void ImagineController::promptCompleted(const PromptResult& result) {
-  isPromptOpen_ = false;
-  patience_.cancel();
-  if (auto due = std::exchange(due_, {})) {
-    begin(*std::move(due));
-    // Some agents end as a whole when they are told to stop.
-    const bool isGone = !result && result.error().isDisconnection();
-    return isGone ? startClient() : performImagineSend();
-  }
-  // The user has been told that it was stopped, and how it ended is no news.
-  if (wasCancelled_) return announce();
+void ImagineController::promptCompleted(const AgentSession::PromptResult& result) {
   if (!result) {
     progress_ = "Generation failed";
     const std::string& description = result.error().localizedDescription();
     fail(description);
-    return ports_.sendRemoteImagineEvent("imagine_attention",
-                                         executions_.mirror().errorMessage.value_or(description));
+    return core_.events.imagineEvent(ImagineEventKind::needsAttention,
+                                     friendlyError(description, provider));
   }
   state_ = ConnectionState::ready();
   if (progress_.contains("generating")) progress_ = "Generation finished";
+  core_.executions.clearError();
   announce();
-  ports_.sendRemoteImagineEvent("imagine_completed",
-                                fmt::format("Your {} is ready.", rawText(currentImagineKind_)));
+  core_.events.imagineEvent(ImagineEventKind::completed,
+                            fmt::format("Your {} is ready.", rawText(currentImagineKind_)));
 }
 
 void ImagineController::fail(const std::string& description) {
   state_ = ConnectionState::failed(description);
-  executions_.showError(friendlyError(description, provider));
+  core_.executions.showError(friendlyError(description, provider));
+  announce();
+}
+
+void ImagineController::agentEnded(const std::string& text) {
+  session_->end();
+  state_ = ConnectionState::failed(text);
+  core_.executions.showError(text);
   announce();
 }
 
 void ImagineController::cancelImagine() {
-  if (client_) client_->cancel();
+  session_->cancel();
   wasCancelled_ = true;
-  due_.reset();
-  patience_.cancel();
+  startWait_.cancel();
   state_ = ConnectionState::ready();
   progress_ = "Stopped";
-  executions_.closeImagineQuestion();
   announce();
 }
 
-void ImagineController::respondToPermission(std::int64_t requestID, const std::string& optionID) {
-  if (client_) client_->respondToPermission(requestID, optionID);
+bool ImagineController::respondToPermission(std::int64_t requestID, const std::string& optionID) {
+  if (!session_->answer(requestID, optionID)) return false;
+  announce();
+  return true;
 }
 
 void ImagineController::reset() {
-  executions_.closeImagineQuestion();
-  endClient();
+  startWait_.cancel();
+  session_->end();
   state_ = ConnectionState::idle();
   progress_.clear();
   announce();
@@ -271,16 +223,14 @@ std::set<std::string> ImagineController::pathsIn(const JsonObject& update,
 }
 
 void ImagineController::startCopies() {
-  Executor& background =
-      ports_.imagine.background ? *ports_.imagine.background : static_cast<Executor&>(main_);
   for (; copiesUnderWay_ < copiesAtOnce && !copiesWaiting_.empty(); copiesWaiting_.pop_front()) {
     ++copiesUnderWay_;
     auto done =
         weakly(this, [](ImagineController& self, files::Result<std::optional<ImagineItem>> item) {
           self.imported(std::move(item));
         });
-    background.post([&main = main_, done = std::move(done), folder = ports_.imagine.supportFolder,
-                     copy = std::move(copiesWaiting_.front()), now = main_.now(),
+    core_.background.post([&main = core_.main, done = std::move(done), folder = core_.supportFolder,
+                     copy = std::move(copiesWaiting_.front()), now = core_.main.now(),
                      stop = stopCopies_.get_token()]() mutable {
       auto item = ImagineStore::importMedia(folder, copy.path, copy.prompt, now, stop);
       main.post(
@@ -313,7 +263,7 @@ void ImagineController::deleteImagineItem(const Uuid& id) {
 void ImagineController::save() {
   const auto saved = store_.save(items_);
   if (saved) return;
-  changes_.announce({.kind = Change::Kind::saveFailed, .text = saved.error().description});
+  core_.changes.saveFailed(saved.error().description);
 }
 
 }  // namespace vantrell

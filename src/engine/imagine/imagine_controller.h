@@ -13,16 +13,35 @@
 #include <string>
 #include <vector>
 
+#include "engine/core/agent_session.h"
 #include "engine/core/connection_state.h"
-#include "engine/core/engine_core.h"
+#include "engine/core/engine_events.h"
+#include "engine/core/execution_table.h"
+#include "engine/core/log_text.h"
+#include "engine/core/refusal.h"
+#include "engine/core/settings.h"
+#include "engine/providers/installed_runtimes.h"
+#include "engine/providers/provider_services.h"
 #include "records/stores/imagine_store.h"
 
 namespace vantrell {
 
-class ImagineController : public std::enable_shared_from_this<ImagineController> {
+class ImagineController : public std::enable_shared_from_this<ImagineController>,
+                          private AgentSession::Listener {
  public:
-  ImagineController(EngineCore& core, InstalledRuntimes& runtimes);
-  ~ImagineController();
+  struct Dependencies {
+    MainQueue& main;
+    const Settings& settings;
+    ExecutionTable& executions;
+    Changes& changes;
+    EngineEvents& events;
+    ProviderServices& services;
+    InstalledRuntimes& runtimes;
+    std::string supportFolder;  // the program's own data folder, which holds the library
+    Executor& background;       // copies files
+  };
+  explicit ImagineController(Dependencies dependencies);
+  ~ImagineController() override;
 
   /// Reads the library.
   void load();
@@ -39,27 +58,30 @@ class ImagineController : public std::enable_shared_from_this<ImagineController>
   const std::string& imagineCopyError() const { return copyError_; }
   /// A prompt that the client has not answered (a cancelled one is, when the agent has ended it),
   /// or a copy under way.
-  bool hasUnfinishedWork() const { return isPromptOpen_ || copiesUnderWay_ > 0; }
+  bool hasUnfinishedWork() const {
+    return session_->hasUnansweredPrompt() || copiesUnderWay_ > 0;
+  }
+  /// What the agent has logged since it was started.
+  std::string_view log() const { return log_.view(); }
 
   /// Makes what the prompt says. Where the client is at work or has failed, a new one takes its
-  /// place. An empty prompt does nothing.
-  void generateImagine(const std::string& prompt, ImagineKind kind);
+  /// place.
+  Result<> generateImagine(const std::string& prompt, ImagineKind kind);
   /// Stops what is being made; what was copied stays.
   void cancelImagine();
   /// Moves the file to the Trash and forgets the item, which goes even where its file stays.
   void deleteImagineItem(const Uuid& id);
-  void respondToPermission(std::int64_t requestID, const std::string& optionID);
+  /// False where that question is not open any more.
+  bool respondToPermission(std::int64_t requestID, const std::string& optionID);
   /// Ends the client: the next one starts under the present settings.
   void reset();
 
   static constexpr std::size_t keptOfAnswer = 4096;  // bytes, about
-  /// How long a prompt waits for an agent that was stopped; then another client takes it.
-  static constexpr std::chrono::seconds stopPatience{10};
   /// More would keep the background from what the agents of other tasks say.
   static constexpr int copiesAtOnce = 2;
 
  private:
-  struct Wish {
+  struct Request {
     std::string prompt;
     ImagineKind kind = ImagineKind::image;
   };
@@ -67,20 +89,18 @@ class ImagineController : public std::enable_shared_from_this<ImagineController>
     std::string path;
     std::string prompt;
   };
-  using StartResult = std::expected<AgentStartResult, AgentError>;
-  using PromptResult = std::expected<JsonObject, AgentError>;
 
-  /// For everything that a client calls: one that was replaced has nothing to say any more.
-  template <typename Body>
-  auto whileServing(Body body);
-  void begin(Wish wish);
+  void agentUpdated(const JsonObject& update) override { handleImagine(update); }
+  void agentAsked() override { announce(); }
+  void agentQuestionWithdrawn() override { announce(); }
+  void agentLogged(std::string_view text) override { log_.append(text); }
+  void agentEnded(const std::string& text) override;
+
+  void begin(Request request);
   void startClient();
-  void waitForStoppedClient();
-  void setCallbacks();
-  void endClient();
-  void startCompleted(const StartResult& result);
-  void performImagineSend();
-  void promptCompleted(const PromptResult& result);
+  void startCompleted(const std::optional<AgentSession::StartResult>& result);
+  void sendPrompt(Request request);
+  void promptCompleted(const AgentSession::PromptResult& result);
   void handleImagine(const JsonObject& update);
   std::set<std::string> pathsIn(const JsonObject& update, const std::string* said);
   void startCopies();
@@ -89,12 +109,8 @@ class ImagineController : public std::enable_shared_from_this<ImagineController>
   void save();
   void announce();
 
-  MainQueue& main_;
-  Settings& settings_;
-  ExecutionTable& executions_;
-  InstalledRuntimes& runtimes_;
-  Changes& changes_;
-  const EnginePorts& ports_;
+  const Dependencies core_;
+  const std::shared_ptr<AgentSession> session_;
   ImagineStore store_;
 
   std::vector<ImagineItem> items_;
@@ -102,13 +118,9 @@ class ImagineController : public std::enable_shared_from_this<ImagineController>
   std::string progress_;
   std::string answer_;
   std::string copyError_;
-  std::shared_ptr<AgentClient> client_;  // kept between prompts
-  bool isStarting_ = false;              // its start has not completed
-  bool isSessionOpen_ = false;           // its start has succeeded
-  bool isPromptOpen_ = false;            // it has a prompt that it has not answered
-  bool wasCancelled_ = false;            // the prompt at hand
-  std::optional<Wish> due_;              // waits for the end of a cancelled one
-  Timer patience_;                       // of one that waits
+  LogText log_;
+  bool wasCancelled_ = false;  // the prompt at hand
+  Timer startWait_;            // of a prompt, for a client that was cancelled while it was starting
   std::string currentImaginePrompt_;
   ImagineKind currentImagineKind_ = ImagineKind::image;
   std::set<std::string> seenImaginePaths_;  // handled for the prompt at hand

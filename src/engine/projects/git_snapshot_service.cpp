@@ -4,8 +4,9 @@
 
 namespace vantrell {
 
-GitSnapshotService::GitSnapshotService(EngineCore& core)
-    : tree_(core.tree), selection_(core.selection), changes_(core.changes), ports_(core.ports) {}
+GitSnapshotService::GitSnapshotService(const WorkspaceTree& tree, const Selection& selection,
+                                       Changes& changes, ProjectServices& services)
+    : tree_(tree), selection_(selection), changes_(changes), services_(services) {}
 
 GitSnapshotService::~GitSnapshotService() {
   reading_.request_stop();
@@ -21,7 +22,7 @@ void GitSnapshotService::refreshGitSnapshot() {
   const auto folder = path();
   if (!folder) return publish(GitWorkspaceSnapshot::unavailable());
   const std::stop_token stop = reading_.get_token();
-  ports_.gitSnapshot(*folder, stop,
+  services_.gitSnapshot(*folder, stop,
                      weakly(this, [folder = *folder, stop](GitSnapshotService& self,
                                                            GitWorkspaceSnapshot snapshot) {
                        if (stop.stop_requested()) return;
@@ -33,7 +34,7 @@ void GitSnapshotService::refreshGitSnapshot() {
 
 void GitSnapshotService::publish(GitWorkspaceSnapshot snapshot) {
   snapshot_ = std::move(snapshot);
-  changes_.announce({.kind = Change::Kind::gitSnapshotChanged});
+  changes_.mark(topics::gitSnapshot);
 }
 
 }  // namespace vantrell

@@ -1,4 +1,4 @@
-// Keeps the Git picture of what is looked at: the folder of the selected conversation. It is read
+// Keeps the Git snapshot of the folder of the selected conversation. It is read
 // in the background; a newer reading ends an older one, and what comes of a folder that is no
 // longer looked at is dropped. Main queue.
 #pragma once
@@ -6,23 +6,29 @@
 #include <memory>
 #include <stop_token>
 
-#include "engine/core/engine_core.h"
+#include "engine/core/selection.h"
+#include "engine/core/workspace_tree.h"
+#include "engine/projects/project_services.h"
 #include "records/values/git_workspace_snapshot.h"
 
 namespace vantrell {
 
 class GitSnapshotService : public std::enable_shared_from_this<GitSnapshotService> {
  public:
-  explicit GitSnapshotService(EngineCore& core);
+  GitSnapshotService(const WorkspaceTree& tree, const Selection& selection, Changes& changes,
+                     ProjectServices& services);
   /// Ends what is being read.
   ~GitSnapshotService();
   GitSnapshotService(const GitSnapshotService&) = delete;
   GitSnapshotService& operator=(const GitSnapshotService&) = delete;
 
-  /// Reads the picture anew; until it is there the former one stands. With no workspace selected it
+  /// Reads it again; until it is there the former one stands. With no workspace selected it
   /// is unavailable at once.
   void refreshGitSnapshot();
-  /// Announced as Change::Kind::gitSnapshotChanged.
+  void refreshIfSelected(const ThreadExecutionKey& key) {
+    if (selection_.key() == key) refreshGitSnapshot();
+  }
+  /// Announced as topics::gitSnapshot.
   const GitWorkspaceSnapshot& gitSnapshot() const { return snapshot_; }
 
  private:
@@ -33,7 +39,7 @@ class GitSnapshotService : public std::enable_shared_from_this<GitSnapshotServic
   const WorkspaceTree& tree_;
   const Selection& selection_;
   Changes& changes_;
-  const EnginePorts& ports_;
+  ProjectServices& services_;
   GitWorkspaceSnapshot snapshot_;
   std::stop_source reading_;
 };

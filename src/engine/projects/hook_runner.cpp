@@ -6,39 +6,30 @@
 
 namespace vantrell {
 
-HookRunner::HookRunner(EngineCore& core, ProjectContextService& contexts)
-    : main_(core.main),
-      tree_(core.tree),
-      selection_(core.selection),
-      executions_(core.executions),
-      contexts_(contexts),
-      ports_(core.ports) {}
+HookRunner::HookRunner(MainQueue& main, WorkspaceTree& tree, ProjectContextService& contexts,
+                       ProjectServices& services)
+    : main_(main), tree_(tree), contexts_(contexts), services_(services) {}
 
-std::optional<Uuid> HookRunner::addProjectHook(ProjectHookEvent event,
-                                               std::string_view relativeExecutablePath,
-                                               std::optional<Uuid> workspaceID) {
-  if (!workspaceID) workspaceID = selection_.workspaceID();
-  if (!workspaceID) return std::nullopt;
+Result<Uuid> HookRunner::addProjectHook(ProjectHookEvent event,
+                                        std::string_view relativeExecutablePath,
+                                        const Uuid& workspaceID) {
   const std::string path(text::trimmed(relativeExecutablePath));
   if (path.empty() || path.starts_with('/')) {
-    executions_.showError(
-        "Hooks must be executable files inside the project, using a relative path.");
-    return std::nullopt;
+    return refuse("Hooks must be executable files inside the project, using a relative path.");
   }
   const Uuid id = Uuid::random();
-  const bool isAdded = contexts_.update(*workspaceID, [&](ProjectContextProfile& profile) {
+  const auto added = contexts_.update(workspaceID, [&](ProjectContextProfile& profile) {
     if (!profile.hooks) profile.hooks.emplace();
     profile.hooks->push_back({.id = id, .event = event, .relativeExecutablePath = path});
   });
-  return isAdded ? std::optional(id) : std::nullopt;
+  if (!added) return std::unexpected(added.error());
+  return id;
 }
 
-void HookRunner::removeProjectHook(const Uuid& id, std::optional<Uuid> workspaceID) {
-  if (!workspaceID) workspaceID = selection_.workspaceID();
-  if (!workspaceID) return;
-  contexts_.update(*workspaceID, [&](ProjectContextProfile& profile) {
-    if (profile.hooks)
-      std::erase_if(*profile.hooks, [&](const auto& each) { return each.id == id; });
+Result<> HookRunner::removeProjectHook(const Uuid& id, const Uuid& workspaceID) {
+  return contexts_.update(workspaceID, [&](ProjectContextProfile& profile) {
+    if (!profile.hooks) return;
+    std::erase_if(*profile.hooks, [&](const auto& each) { return each.id == id; });
   });
 }
 
@@ -78,7 +69,7 @@ void HookRunner::runNext(const std::string& path) {
   Round& round = rounds.front();
   // A conversation that was deleted meanwhile has nobody to tell.
   if (!round.hooks.empty() && tree_.thread(round.key)) {
-    return ports_.runProjectHook(round.hooks.front(), path,
+    return services_.runProjectHook(round.hooks.front(), path,
                                  weakly(this, [path](HookRunner& self, std::string text) {
                                    self.ended(path, std::move(text));
                                  }));
@@ -103,8 +94,6 @@ void HookRunner::ended(const std::string& path, std::string text) {
   const ThreadExecutionKey key = round.key;
   round.hooks.pop_front();
   tree_.appendEntry(std::move(entry), key);
-  tree_.save();
-  executions_.publishExecutionIfSelected(key);
   runNext(path);
 }
 

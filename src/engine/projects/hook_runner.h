@@ -10,22 +10,23 @@
 #include <string>
 #include <string_view>
 
-#include "engine/core/engine_core.h"
+#include "engine/core/refusal.h"
+#include "engine/core/workspace_tree.h"
 #include "engine/projects/project_context_service.h"
+#include "engine/projects/project_services.h"
 
 namespace vantrell {
 
 class HookRunner : public std::enable_shared_from_this<HookRunner> {
  public:
-  HookRunner(EngineCore& core, ProjectContextService& contexts);
+  HookRunner(MainQueue& main, WorkspaceTree& tree, ProjectContextService& contexts,
+             ProjectServices& services);
 
-  /// Adds a hook to the selected project, or to the one that is given. Whether there is such a file
-  /// is seen when it runs. A path that is empty or absolute is refused in the interface's error
-  /// message. Answers the hook's id, absent where none was added.
-  std::optional<Uuid> addProjectHook(ProjectHookEvent event,
-                                     std::string_view relativeExecutablePath,
-                                     std::optional<Uuid> workspaceID = std::nullopt);
-  void removeProjectHook(const Uuid& id, std::optional<Uuid> workspaceID = std::nullopt);
+  /// Adds a hook to the project and returns its id. Whether there is such a file is seen when it
+  /// runs. A path that is empty or absolute is refused.
+  Result<Uuid> addProjectHook(ProjectHookEvent event, std::string_view relativeExecutablePath,
+                              const Uuid& workspaceID);
+  Result<> removeProjectHook(const Uuid& id, const Uuid& workspaceID);
 
   /// Runs the enabled hooks of the event where the conversation works, in the order of the list;
   /// what each says becomes an entry when it has ended. `done` is called when the last one has, at
@@ -49,10 +50,8 @@ class HookRunner : public std::enable_shared_from_this<HookRunner> {
 
   MainQueue& main_;
   WorkspaceTree& tree_;
-  Selection& selection_;
-  ExecutionTable& executions_;
   ProjectContextService& contexts_;
-  const EnginePorts& ports_;
+  ProjectServices& services_;
   std::map<std::string, std::deque<Round>> rounds_;  // by folder; the first one is at work
 };
 

@@ -14,21 +14,15 @@ namespace {
 constexpr std::size_t longestBody = 18'000;  // user-perceived characters
 }
 
-ProjectContextService::ProjectContextService(EngineCore& core)
-    : main_(core.main),
-      tree_(core.tree),
-      selection_(core.selection),
-      changes_(core.changes),
-      store_(*core.orchestration),
-      ports_(core.ports) {}
+ProjectContextService::ProjectContextService(Dependencies dependencies) : core_(dependencies) {}
 
 bool ProjectContextService::isSelected(const Uuid& workspaceID) const {
-  return selection_.workspaceID() == workspaceID && workspaceID_ == workspaceID;
+  return core_.selection.workspaceID() == workspaceID && workspaceID_ == workspaceID;
 }
 
 bool ProjectContextService::isGeneral(const Workspace& workspace) const {
   return files::standardized(workspace.path) ==
-         files::standardized(tree_.workspaces().front().path);
+         files::standardized(core_.tree.workspaces().front().path);
 }
 
 // ---- loading ------------------------------------------------------------------------------------
@@ -36,14 +30,14 @@ bool ProjectContextService::isGeneral(const Workspace& workspace) const {
 void ProjectContextService::load() {
   const int number = ++loads_;
   const Workspace* workspace =
-      selection_.workspaceID() ? tree_.workspace(*selection_.workspaceID()) : nullptr;
+      core_.selection.workspaceID() ? core_.tree.workspace(*core_.selection.workspaceID()) : nullptr;
   workspaceID_ = workspace ? std::optional(workspace->id) : std::nullopt;
-  profile_ = workspace ? loadStoredProjectContext(store_, workspace->id, main_.now())
-                       : ProjectContextProfile::blank(main_.now());
+  profile_ = workspace ? loadStoredProjectContext(core_.store, workspace->id, core_.main.now())
+                       : ProjectContextProfile::blank(core_.main.now());
   isLooking_ = workspace != nullptr;
   if (!workspace) return loaded();
-  changes_.announce({.kind = Change::Kind::projectContextChanged});
-  ports_.discoverContextSources(workspace->path,
+  core_.changes.mark(topics::projectContext);
+  core_.services.discoverContextSources(workspace->path,
                                 weakly(this, [number](ProjectContextService& self,
                                                       std::vector<ProjectContextSource> sources) {
                                   if (number != self.loads_)
@@ -55,7 +49,7 @@ void ProjectContextService::load() {
 
 void ProjectContextService::loaded() {
   isLooking_ = false;
-  changes_.announce({.kind = Change::Kind::projectContextChanged});
+  core_.changes.mark(topics::projectContext);
   for (const auto& done : std::exchange(waiting_, {})) done();
 }
 
@@ -66,7 +60,7 @@ void ProjectContextService::whenLoaded(std::function<void()> done) {
 
 ProjectContextProfile ProjectContextService::profile(const Uuid& workspaceID) {
   return isSelected(workspaceID) ? profile_
-                                 : loadStoredProjectContext(store_, workspaceID, main_.now());
+                                 : loadStoredProjectContext(core_.store, workspaceID, core_.main.now());
 }
 
 // ---- for prompts --------------------------------------------------------------------------------
@@ -78,7 +72,7 @@ std::string ProjectContextService::block(const ProjectContextProfile& profile) {
 
 void ProjectContextService::projectContextPrompt(const ThreadExecutionKey& key,
                                                  std::function<void(std::string)> reply) {
-  const Workspace* workspace = tree_.workspace(key.workspaceID);
+  const Workspace* workspace = core_.tree.workspace(key.workspaceID);
   if (!workspace) return reply("");
   if (isSelected(workspace->id)) {
     if (!isLooking_) return reply(block(profile_));
@@ -88,7 +82,7 @@ void ProjectContextService::projectContextPrompt(const ThreadExecutionKey& key,
           self.projectContextPrompt(key, std::move(reply));
         }));
   }
-  ports_.discoverContextSources(
+  core_.services.discoverContextSources(
       workspace->path,
       weakly(this, [id = workspace->id, reply = std::move(reply)](
                        ProjectContextService& self, std::vector<ProjectContextSource> sources) {
@@ -100,43 +94,44 @@ void ProjectContextService::projectContextPrompt(const ThreadExecutionKey& key,
 
 // ---- changing -----------------------------------------------------------------------------------
 
-bool ProjectContextService::update(const Uuid& workspaceID,
-                                   const std::function<void(ProjectContextProfile&)>& mutate) {
-  if (!tree_.workspace(workspaceID)) return false;
+Result<> ProjectContextService::update(const Uuid& workspaceID,
+                                       const std::function<void(ProjectContextProfile&)>& mutate) {
+  if (!core_.tree.workspace(workspaceID)) return refuse("That project is no longer available.");
   ProjectContextProfile changed = profile(workspaceID);
   mutate(changed);
-  changed.updatedAt = main_.now();
-  const auto saved = saveProjectContext(store_, changed, workspaceID);
+  changed.updatedAt = core_.main.now();
+  const auto saved = saveProjectContext(core_.store, changed, workspaceID);
   saveFailure_ = saved ? "" : saved.error().description;
-  if (!isSelected(workspaceID)) return true;
+  if (!isSelected(workspaceID)) return {};
   profile_ = std::move(changed);
-  changes_.announce({.kind = Change::Kind::projectContextChanged});
-  return true;
+  core_.changes.mark(topics::projectContext);
+  return {};
 }
 
 std::string ProjectContextService::projectInstructions(const Uuid& workspaceID) {
-  const Workspace* workspace = tree_.workspace(workspaceID);
+  const Workspace* workspace = core_.tree.workspace(workspaceID);
   return workspace && !isGeneral(*workspace) ? profile(workspaceID).instructions : "";
 }
 
-void ProjectContextService::setProjectInstructions(std::string_view text,
-                                                   std::optional<Uuid> workspaceID) {
-  const auto id = workspaceID ? workspaceID : selection_.workspaceID();
-  const Workspace* workspace = id ? tree_.workspace(*id) : nullptr;
-  if (!workspace || isGeneral(*workspace)) return;
-  update(*id, [text](ProjectContextProfile& profile) {
+Result<> ProjectContextService::setProjectInstructions(std::string_view text,
+                                                       const Uuid& workspaceID) {
+  const Workspace* workspace = core_.tree.workspace(workspaceID);
+  if (workspace && isGeneral(*workspace)) {
+    return refuse("Instructions belong to a project; General has none.");
+  }
+  auto updated = update(workspaceID, [text](ProjectContextProfile& profile) {
     profile.instructions = std::string(text::trimmed(text));
   });
-  ports_.updateRemoteSnapshot();
+  if (updated) core_.changes.mark(topics::remoteSnapshot);
+  return updated;
 }
 
-void ProjectContextService::addProjectDecision(std::string_view title, std::string_view detail,
-                                               std::optional<Uuid> workspaceID) {
-  const auto id = workspaceID ? workspaceID : selection_.workspaceID();
+Result<> ProjectContextService::addProjectDecision(std::string_view title, std::string_view detail,
+                                                   const Uuid& workspaceID) {
   const std::string name(text::trimmed(title)), words(text::trimmed(detail));
-  if (!id || name.empty() || words.empty()) return;
-  update(*id, [&](ProjectContextProfile& profile) {
-    profile.decisions.push_back({Uuid::random(), name, words, main_.now()});
+  if (name.empty() || words.empty()) return refuse("A decision needs a title and a text.");
+  return update(workspaceID, [&](ProjectContextProfile& profile) {
+    profile.decisions.push_back({Uuid::random(), name, words, core_.main.now()});
   });
 }
 

@@ -11,7 +11,11 @@
 #include <string_view>
 #include <vector>
 
-#include "engine/core/engine_core.h"
+#include "engine/core/engine_events.h"
+#include "engine/core/refusal.h"
+#include "engine/core/selection.h"
+#include "engine/core/workspace_tree.h"
+#include "engine/projects/project_services.h"
 #include "records/values/project_context.h"
 
 namespace vantrell {
@@ -20,7 +24,15 @@ class OrchestrationStore;
 
 class ProjectContextService : public std::enable_shared_from_this<ProjectContextService> {
  public:
-  explicit ProjectContextService(EngineCore& core);
+  struct Dependencies {
+    MainQueue& main;
+    const WorkspaceTree& tree;
+    const Selection& selection;
+    Changes& changes;
+    OrchestrationStore& store;
+    ProjectServices& services;
+  };
+  explicit ProjectContextService(Dependencies dependencies);
 
   /// Loads what is known about the selected workspace's project, and looks for its guidance anew.
   void load();
@@ -38,17 +50,17 @@ class ProjectContextService : public std::enable_shared_from_this<ProjectContext
 
   /// The profile of any workspace, as it is kept; its discovered sources may be old.
   ProjectContextProfile profile(const Uuid& workspaceID);
-  /// Changes a workspace's profile, dates it and saves. False when there is no such workspace.
-  bool update(const Uuid& workspaceID, const std::function<void(ProjectContextProfile&)>& mutate);
+  /// Changes a workspace's profile, dates it and saves.
+  Result<> update(const Uuid& workspaceID,
+                  const std::function<void(ProjectContextProfile&)>& mutate);
 
   /// Empty for General, which has none.
   std::string projectInstructions(const Uuid& workspaceID);
-  /// Without an ID those of the selected workspace. Text of white space alone clears them.
-  void setProjectInstructions(std::string_view text,
-                              std::optional<Uuid> workspaceID = std::nullopt);
-  /// Does nothing when one of the texts is blank.
-  void addProjectDecision(std::string_view title, std::string_view detail,
-                          std::optional<Uuid> workspaceID = std::nullopt);
+  /// Text of white space alone clears them. The General workspace has none.
+  Result<> setProjectInstructions(std::string_view text, const Uuid& workspaceID);
+  /// Both texts are needed.
+  Result<> addProjectDecision(std::string_view title, std::string_view detail,
+                              const Uuid& workspaceID);
 
   /// Why the last change could not be stored; it holds in this process all the same. Empty when it
   /// was stored.
@@ -59,12 +71,7 @@ class ProjectContextService : public std::enable_shared_from_this<ProjectContext
   bool isGeneral(const Workspace& workspace) const;
   void loaded();
 
-  MainQueue& main_;
-  WorkspaceTree& tree_;
-  Selection& selection_;
-  Changes& changes_;
-  OrchestrationStore& store_;
-  const EnginePorts& ports_;
+  const Dependencies core_;
   ProjectContextProfile profile_;
   std::optional<Uuid> workspaceID_;  // whose profile it is
   int loads_ = 0;                    // the latest one counts

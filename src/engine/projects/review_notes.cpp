@@ -5,25 +5,21 @@
 
 namespace vantrell {
 
-ReviewNotes::ReviewNotes(EngineCore& core)
-    : main_(core.main),
-      selection_(core.selection),
-      changes_(core.changes),
-      store_(*core.orchestration) {}
+ReviewNotes::ReviewNotes(MainQueue& main, Changes& changes, OrchestrationStore& store)
+    : main_(main), changes_(changes), store_(store) {}
 
 void ReviewNotes::load() {
   annotations_ = loadReviewAnnotations(store_);
 }
 
-void ReviewNotes::addReviewAnnotation(std::string filePath, std::optional<std::int64_t> line,
-                                      std::string_view body, ReviewDecision decision,
-                                      std::optional<ThreadExecutionKey> key) {
-  if (!key) key = selection_.key();
+Result<> ReviewNotes::addReviewAnnotation(std::string filePath, std::optional<std::int64_t> line,
+                                          std::string_view body, ReviewDecision decision,
+                                          const ThreadExecutionKey& key) {
   const std::string_view note = text::trimmed(body);
-  if (!key || note.empty()) return;
+  if (note.empty()) return refuse("A note needs a text.");
   annotations_.push_back({.id = Uuid::random(),
-                          .workspaceID = key->workspaceID,
-                          .threadID = key->threadID,
+                          .workspaceID = key.workspaceID,
+                          .threadID = key.threadID,
                           .filePath = std::move(filePath),
                           .line = line,
                           .body = std::string(note),
@@ -31,12 +27,8 @@ void ReviewNotes::addReviewAnnotation(std::string filePath, std::optional<std::i
                           .createdAt = main_.now()});
   const auto saved = saveReviewAnnotations(store_, annotations_);
   saveFailure_ = saved ? "" : saved.error().description;
-  changes_.announce({.kind = Change::Kind::reviewChanged, .conversation = *key});
-}
-
-std::vector<ReviewAnnotation> ReviewNotes::selectedReviewAnnotations() const {
-  const auto key = selection_.key();
-  return key ? annotationsOf(*key, annotations_) : std::vector<ReviewAnnotation>();
+  changes_.mark(topics::reviews);
+  return {};
 }
 
 }  // namespace vantrell

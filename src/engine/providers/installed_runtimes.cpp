@@ -22,10 +22,10 @@ const auto ignoreResult = [](const std::expected<void, std::string>&) {};
 
 }  // namespace
 
-InstalledRuntimes::InstalledRuntimes(Changes& changes, RuntimeMeans means)
-    : changes_(changes), means_(std::move(means)) {
+InstalledRuntimes::InstalledRuntimes(Changes& changes, RuntimePrograms programs)
+    : changes_(changes), programs_(std::move(programs)) {
   for (const auto provider : ownPrograms) entries_[provider];
-  if (means_.readUserPath) userPath_ = UserPath::unread;
+  if (programs_.readUserPath) userPath_ = UserPath::unread;
 }
 
 // ---- what is known ------------------------------------------------------------------------------
@@ -58,7 +58,7 @@ InstalledRuntimes::Entry* InstalledRuntimes::find(AgentProvider provider) {
 }
 
 std::optional<std::string> InstalledRuntimes::executable(AgentProvider provider) const {
-  const auto custom = means_.customExecutable(provider);
+  const auto custom = programs_.customExecutable(provider);
   return findRuntime(provider, custom);
 }
 
@@ -68,7 +68,7 @@ void InstalledRuntimes::publish(AgentProvider provider, RuntimeInstallStatus sta
 }
 
 void InstalledRuntimes::announce() {
-  changes_.announce({Change::Kind::runtimesChanged});
+  changes_.mark(topics::runtimes);
 }
 
 // ---- looking ------------------------------------------------------------------------------------
@@ -83,10 +83,10 @@ void InstalledRuntimes::refresh(AgentProvider provider) {
     return publish(provider, userPath_ == UserPath::reading ? RuntimeInstallStatus()
                                                             : RuntimeInstallStatus::missing());
   }
-  entry->isAsking = means_.runner != nullptr;
+  entry->isAsking = programs_.runner != nullptr;
   publish(provider, RuntimeInstallStatus::installed(*path));
-  if (!means_.runner) return;
-  inspectRuntime(*means_.runner, provider, *path,
+  if (!programs_.runner) return;
+  inspectRuntime(*programs_.runner, provider, *path,
                  weakly(this, [provider, refresh, path = *path](
                                   InstalledRuntimes& self, const RuntimeInspection& inspection) {
                    Entry& current = self.entries_.at(provider);
@@ -125,7 +125,7 @@ void InstalledRuntimes::readUserPath(std::function<void()> done) {
   if (userPath_ == UserPath::known) return done();
   whenUserPathIsKnown_.push_back(std::move(done));
   if (std::exchange(userPath_, UserPath::reading) == UserPath::reading) return;
-  means_.readUserPath(weakly(this, [](InstalledRuntimes& self) { self.userPathRead(); }));
+  programs_.readUserPath(weakly(this, [](InstalledRuntimes& self) { self.userPathRead(); }));
 }
 
 void InstalledRuntimes::userPathRead() {
@@ -146,12 +146,13 @@ void InstalledRuntimes::noteMissing(AgentProvider provider) {
 
 void InstalledRuntimes::logInInBackground(AgentProvider provider) {
   Entry& entry = entries_.at(provider);
-  if (entry.login.isRunning || !means_.runner) return;
+  if (entry.login.isRunning || !programs_.runner) return;
   const auto path = executable(provider);
   if (!path) return noteMissing(provider);
   entry.login = {.isRunning = true, .failure = {}};
+  failure_.reset();
   announce();
-  runRuntime(*means_.runner, provider, *path, loginFlow(provider)->arguments, std::nullopt,
+  runRuntime(*programs_.runner, provider, *path, loginFlow(provider)->arguments, std::nullopt,
              weakly(this, [provider](InstalledRuntimes& self, const RuntimeAnswer& answer) {
                self.loginEnded(provider, answer.status, answer.text);
              }));
@@ -166,8 +167,8 @@ void InstalledRuntimes::loginEnded(AgentProvider provider, int status, const std
     login.failure = quotes ? output : std::string(flow.failure);
   }
   entries_.at(provider).login = login;
+  failure_ = login.failure;
   announce();
-  if (login.failure) showError(*login.failure);
   refresh(provider);
 }
 
@@ -180,23 +181,24 @@ void InstalledRuntimes::logInInTerminal(AgentProvider provider) {
 // ---- the user's terminal ------------------------------------------------------------------------
 
 void InstalledRuntimes::copyCommandAndOpenTerminal(const std::string& command) {
-  means_.desktop->copy(command);
+  programs_.desktop->copy(command);
   // The command lies on the clipboard, whatever became of the window.
-  means_.desktop->openTerminal("", ignoreResult);
+  programs_.desktop->openTerminal("", ignoreResult);
 }
 
 void InstalledRuntimes::copyInstallCommandAndOpenTerminal() {
   copyCommandAndOpenTerminal(std::string(installCommand(AgentProvider::grok)));
 }
 
-void InstalledRuntimes::openProjectInTerminal() {
-  const auto folder = selectedProject();
-  if (!folder) return;
-  means_.desktop->openTerminal(
-      *folder,
-      weakly(this, [](InstalledRuntimes& self, const std::expected<void, std::string>& opened) {
-        if (!opened) self.showError(fmt::format("Could not open Terminal: {}", opened.error()));
-      }));
+void InstalledRuntimes::openProjectInTerminal(const std::string& folder) {
+  failure_.reset();
+  programs_.desktop->openTerminal(folder, weakly(this, [](InstalledRuntimes& self,
+                                                         const std::expected<void, std::string>&
+                                                             opened) {
+    if (opened) return;
+    self.failure_ = fmt::format("Could not open Terminal: {}", opened.error());
+    self.announce();
+  }));
 }
 
 }  // namespace vantrell

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "engine/core/changes.h"
+#include "engine/core/refusal.h"
 #include "engine/providers/runtime_install_status.h"
 #include "platform/desktop/desktop.h"
 #include "records/values/agent_provider.h"
@@ -21,8 +22,8 @@ namespace vantrell {
 class BackgroundPool;
 class ProgramRunner;
 
-/// What the desk works with, from the composition root.
-struct RuntimeMeans {
+/// What finds and starts the programs.
+struct RuntimePrograms {
   std::shared_ptr<ProgramRunner> runner;  // unset: programs are looked for, and none is started
   BackgroundPool* pool = nullptr;         // for longer talks with a program; set with the runner
   std::shared_ptr<Desktop> desktop = Desktop::none();
@@ -32,14 +33,12 @@ struct RuntimeMeans {
   /// Gets the folders of the user's own PATH into the search and calls back once; unset: the PATH
   /// of this process is all there is.
   std::function<void(std::function<void()> done)> readUserPath;
-  /// Whether the start of the program asks each runtime about itself: a window shows it, a command
-  /// that does one task and leaves needs the path alone, which is looked for when it is used.
-  bool refreshesAtStart = false;
 };
 
 class InstalledRuntimes : public std::enable_shared_from_this<InstalledRuntimes> {
  public:
-  InstalledRuntimes(Changes& changes, RuntimeMeans means);
+  InstalledRuntimes(Changes& changes, RuntimePrograms programs);
+  const RuntimePrograms& programs() const { return programs_; }
 
   // What is known. Providers that have no program of their own are `missing`.
 
@@ -84,14 +83,12 @@ class InstalledRuntimes : public std::enable_shared_from_this<InstalledRuntimes>
   void copyCommandAndOpenTerminal(const std::string& command);
   /// Of Grok Build. The others' commands are shown for the user to run.
   void copyInstallCommandAndOpenTerminal();
-  /// Opens a terminal in the selected project's folder.
-  void openProjectInTerminal();
+  /// Opens a terminal in the folder of a project.
+  void openProjectInTerminal(const std::string& folder);
 
-  // Set by the model.
-
-  std::function<std::optional<std::string>()> selectedProject = [] { return std::nullopt; };
-  /// Shows the user why something did not work.
-  std::function<void(std::string text)> showError = [](const std::string&) {};
+  /// Why the last log-in or terminal did not work, for the user; announced as topics::runtimes, and
+  /// gone with the next attempt.
+  const std::optional<std::string>& failure() const { return failure_; }
 
  private:
   struct Entry {
@@ -113,7 +110,8 @@ class InstalledRuntimes : public std::enable_shared_from_this<InstalledRuntimes>
   enum class UserPath { unread, reading, known };
 
   Changes& changes_;
-  RuntimeMeans means_;
+  RuntimePrograms programs_;
+  std::optional<std::string> failure_;
   std::map<AgentProvider, Entry> entries_;
   UserPath userPath_ = UserPath::known;
   std::vector<std::function<void()>> whenUserPathIsKnown_;

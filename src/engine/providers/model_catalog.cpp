@@ -5,8 +5,9 @@
 
 namespace vantrell {
 
-ModelCatalog::ModelCatalog(EngineCore& core, ProviderSetup& setup, UsageTracker& usage)
-    : main_(core.main), setup_(setup), usage_(usage), changes_(core.changes), ports_(core.ports) {}
+ModelCatalog::ModelCatalog(MainQueue& main, Changes& changes, ProviderSetup& setup,
+                           UsageTracker& usage, const InstalledRuntimes& runtimes)
+    : main_(main), setup_(setup), usage_(usage), changes_(changes), runtimes_(runtimes) {}
 
 ModelCatalog::ModelOptions ModelCatalog::options(AgentProvider provider) const {
   const auto known = options_.find(provider);
@@ -16,12 +17,12 @@ ModelCatalog::ModelOptions ModelCatalog::options(AgentProvider provider) const {
 
 void ModelCatalog::reported(AgentProvider provider, ModelOptions options) {
   options_[provider] = std::move(options);
-  changes_.announce({.kind = Change::Kind::modelOptionsChanged});
+  changes_.mark(topics::modelOptions);
 }
 
 void ModelCatalog::localRuntimeChanged() {
   const auto status = setup_.localRuntimeStatus();
-  if (status.isChecking()) return changes_.announce({.kind = Change::Kind::runtimesChanged});
+  if (status.isChecking()) return changes_.mark(topics::runtimes);
   ModelOptions options{ProviderModelOption::defaultOption({ProviderEffortOption::defaultOption()})};
   if (const auto* connection = status.connection()) {
     options.insert(options.end(), connection->models.begin(), connection->models.end());
@@ -44,7 +45,7 @@ void ModelCatalog::askPrograms() {
 
 bool ModelCatalog::ask(AgentProvider provider) {
   const bool isAsked = discoverModels(
-      provider, main_, ports_.runtimes, setup_.connectorContext(provider).workspacePath,
+      provider, main_, runtimes_.programs(), setup_.connectorContext(provider).workspacePath,
       weakly(this, [provider](ModelCatalog& self, DiscoveredModels found) {
         --self.asked_;
         if (found.usage) self.usage_.discovered(*found.usage);

@@ -6,7 +6,8 @@
 #include <memory>
 #include <vector>
 
-#include "engine/core/engine_core.h"
+#include "engine/core/changes.h"
+#include "engine/providers/installed_runtimes.h"
 #include "engine/providers/provider_setup.h"
 #include "engine/providers/usage_tracker.h"
 #include "runtimes/wire/provider_options.h"
@@ -17,9 +18,10 @@ class ModelCatalog : public std::enable_shared_from_this<ModelCatalog> {
  public:
   using ModelOptions = std::vector<ProviderModelOption>;
 
-  ModelCatalog(EngineCore& core, ProviderSetup& setup, UsageTracker& usage);
+  ModelCatalog(MainQueue& main, Changes& changes, ProviderSetup& setup, UsageTracker& usage,
+               const InstalledRuntimes& runtimes);
 
-  /// What is known by now; a provider that nobody has asked about is absent.
+  /// What is known by now; without those that have not been asked.
   const std::map<AgentProvider, ModelOptions>& providerModelOptions() const { return options_; }
   /// That, or what the connector says for the moment.
   ModelOptions options(AgentProvider provider) const;
@@ -42,7 +44,7 @@ class ModelCatalog : public std::enable_shared_from_this<ModelCatalog> {
   ProviderSetup& setup_;
   UsageTracker& usage_;
   Changes& changes_;
-  const EnginePorts& ports_;
+  const InstalledRuntimes& runtimes_;
   std::map<AgentProvider, ModelOptions> options_;
   int asked_ = 0;
 };

@@ -7,17 +7,17 @@
 namespace vantrell {
 
 bool tellsModels(AgentProvider provider) {
-  return provider == AgentProvider::grok || provider == AgentProvider::codex;
+  return providerFacts(provider).models.canBeAsked;
 }
 
-bool discoverModels(AgentProvider provider, MainQueue& main, const RuntimeMeans& means,
+bool discoverModels(AgentProvider provider, MainQueue& main, const RuntimePrograms& programs,
                     const std::string& workspacePath,
                     std::function<void(DiscoveredModels)> completion) {
-  if (!tellsModels(provider) || !means.runner || !means.pool) return false;
-  const auto program = findRuntime(provider, means.customExecutable(provider));
+  if (!tellsModels(provider) || !programs.runner || !programs.pool) return false;
+  const auto program = findRuntime(provider, programs.customExecutable(provider));
   if (!program) return false;
   if (provider == AgentProvider::grok) {
-    GrokLocator::availableModels(*means.runner, *program,
+    GrokLocator::availableModels(*programs.runner, *program,
                                  [completion = std::move(completion)](auto models) {
                                    completion({std::move(models), std::nullopt});
                                  });
@@ -26,7 +26,7 @@ bool discoverModels(AgentProvider provider, MainQueue& main, const RuntimeMeans&
   CodexDiscovery::run({.executable = *program,
                        .workspacePath = workspacePath,
                        .environment = CodexLocator::subscriptionEnvironment()},
-                      main, *means.pool,
+                      main, *programs.pool,
                       [completion = std::move(completion)](CodexDiscoveryResult result) {
                         completion({std::move(result.models), std::move(result.usage)});
                       });

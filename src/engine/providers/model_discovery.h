@@ -25,7 +25,7 @@ bool tellsModels(AgentProvider provider);
 
 /// False, and no completion, where the provider has nothing to ask or its program is not found. The
 /// completion comes once, on the main queue, in 15 seconds at the latest.
-bool discoverModels(AgentProvider provider, MainQueue& main, const RuntimeMeans& means,
+bool discoverModels(AgentProvider provider, MainQueue& main, const RuntimePrograms& programs,
                     const std::string& workspacePath,
                     std::function<void(DiscoveredModels)> completion);
 

@@ -1,20 +1,10 @@
 #include "engine/providers/provider_setup.h"
 
+#include "engine/core/friendly_error.h"
 #include "platform/files/files.h"
 #include "runtimes/tasklet/tasklet_webhook.h"
 
 namespace vantrell {
-
-ProviderSetup::ProviderSetup(EngineCore& core)
-    : settings_(core.settings),
-      tree_(core.tree),
-      selection_(core.selection),
-      executions_(core.executions),
-      ports_(core.ports) {}
-
-const ProviderConnector& ProviderSetup::connector(AgentProvider provider) const {
-  return ports_.connector(provider);
-}
 
 ProviderConnectorContext ProviderSetup::contextOf(AgentProvider provider,
                                                   const ChatThread* thread) const {
@@ -23,18 +13,18 @@ ProviderConnectorContext ProviderSetup::contextOf(AgentProvider provider,
     context.selectedModel = thread->modelID(provider);
     context.selectedEffort = thread->effort(provider);
   }
-  context.permissionMode = settings_.permissionMode();
-  context.localRuntimeStatus = ports_.localRuntimeStatus();
-  context.taskletConfigured = ports_.isTaskletConfigured();
+  context.permissionMode = core_.settings.permissionMode();
+  context.localRuntimeStatus = localRuntimeStatus();
+  context.taskletConfigured = taskletConfigured();
   return context;
 }
 
 ProviderConnectorContext ProviderSetup::connectorContext(
     AgentProvider provider, const std::optional<std::string>& workspacePath) const {
-  const auto key = selection_.key();
-  const auto workspaceID = selection_.workspaceID();
-  const Workspace* workspace = workspaceID ? tree_.workspace(*workspaceID) : nullptr;
-  auto context = contextOf(provider, key ? tree_.thread(*key) : nullptr);
+  const auto key = core_.selection.key();
+  const auto workspaceID = core_.selection.workspaceID();
+  const Workspace* workspace = workspaceID ? core_.tree.workspace(*workspaceID) : nullptr;
+  auto context = contextOf(provider, key ? core_.tree.thread(*key) : nullptr);
   context.workspacePath = workspacePath.value_or(workspace ? workspace->path : files::homeFolder());
   context.workspaceName = workspace ? workspace->name : files::lastComponent(context.workspacePath);
   return context;
@@ -42,9 +32,9 @@ ProviderConnectorContext ProviderSetup::connectorContext(
 
 std::optional<ProviderConnectorContext> ProviderSetup::connectorContext(
     AgentProvider provider, const ThreadExecutionKey& key) const {
-  const Workspace* workspace = tree_.workspace(key.workspaceID);
-  const ChatThread* thread = tree_.thread(key);
-  const auto path = tree_.executionPath(key);
+  const Workspace* workspace = core_.tree.workspace(key.workspaceID);
+  const ChatThread* thread = core_.tree.thread(key);
+  const auto path = core_.tree.executionPath(key);
   if (!workspace || !thread || !path) return std::nullopt;
   auto context = contextOf(provider, thread);
   context.workspacePath = *path;
@@ -52,18 +42,20 @@ std::optional<ProviderConnectorContext> ProviderSetup::connectorContext(
   return context;
 }
 
+std::string ProviderSetup::advice(const std::string& description, AgentProvider provider) const {
+  const auto& own = connector(provider).advice;
+  return own ? own(description) : friendlyError(description, provider);
+}
+
 void ProviderSetup::configureTaskletWebhookURL(const std::string& text,
-                                               std::function<void(bool)> done) {
-  ports_.saveTaskletWebhook(text, [this, done = std::move(done)](bool isSaved) {
-    if (!isSaved) {
-      executions_.showError(std::string(TaskletWebhook::saveFailure));
-    } else {
-      executions_.clearError();
-      if (executions_.mirror().activeProvider == AgentProvider::tasklet) {
-        executions_.resetConnection();
-      }
+                                               std::function<void(Result<>)> done) {
+  core_.services.saveTaskletWebhook(text, [this, done = std::move(done)](bool isSaved) {
+    if (!isSaved) return done(refuse(std::string(TaskletWebhook::saveFailure)));
+    for (const auto& key : core_.executions.keys()) {
+      const auto* execution = core_.executions.find(key);
+      if (execution->activeProvider == AgentProvider::tasklet) core_.runs.resetConnection(key);
     }
-    if (done) done(isSaved);
+    done({});
   });
 }
 

@@ -7,38 +7,29 @@
 
 namespace vantrell {
 
-Router::Router(EngineCore& core, Approvals& approvals, ProviderSetup& setup, UsageTracker& usage)
-    : main_(core.main),
-      settings_(core.settings),
-      tree_(core.tree),
-      selection_(core.selection),
-      executions_(core.executions),
-      approvals_(approvals),
-      setup_(setup),
-      usage_(usage),
-      ports_(core.ports) {}
+Router::Router(Dependencies dependencies) : core_(dependencies) {}
 
 /// Who is available to a conversation. What is the same for all providers is collected once.
-class Router::Look {
+class Router::AvailabilityCheck {
  public:
   /// Without a key: in general, with the choices of the selected conversation.
-  Look(const Router& router, const std::optional<ThreadExecutionKey>& key)
+  AvailabilityCheck(const Router& router, const std::optional<ThreadExecutionKey>& key)
       : router_(router),
         thread_(threadOf(router, key)),
-        context_(key ? router.setup_.connectorContext(AgentProvider::grok, *key)
-                     : router.setup_.connectorContext(AgentProvider::grok)) {}
+        context_(key ? router.core_.setup.connectorContext(AgentProvider::grok, *key)
+                     : router.core_.setup.connectorContext(AgentProvider::grok)) {}
 
   bool isAvailable(AgentProvider provider) {
     if (!context_ || !router_.providerAllowed(provider)) return false;
     context_->selectedModel = thread_ ? thread_->modelID(provider) : std::nullopt;
     context_->selectedEffort = thread_ ? thread_->effort(provider) : std::nullopt;
-    return router_.setup_.connector(provider).isAvailable(*context_);
+    return router_.core_.setup.connector(provider).isAvailable(*context_);
   }
 
  private:
   static const ChatThread* threadOf(const Router& router, std::optional<ThreadExecutionKey> key) {
-    if (!key) key = router.selection_.key();
-    return key ? router.tree_.thread(*key) : nullptr;
+    if (!key) key = router.core_.selection.key();
+    return key ? router.core_.tree.thread(*key) : nullptr;
   }
 
   const Router& router_;
@@ -49,30 +40,30 @@ class Router::Look {
 // ---- guards -------------------------------------------------------------------------------------
 
 bool Router::providerAllowed(AgentProvider provider) const {
-  return !settings_.noMeteredAPIs() || !setup_.connector(provider).isMetered();
+  return !core_.settings.noMeteredAPIs() || !core_.setup.connector(provider).isMetered();
 }
 
 bool Router::providerAvailable(AgentProvider provider) const {
-  return Look(*this, std::nullopt).isAvailable(provider);
+  return AvailabilityCheck(*this, std::nullopt).isAvailable(provider);
 }
 
 bool Router::providerAvailable(AgentProvider provider, const ThreadExecutionKey& key) const {
-  return Look(*this, key).isAvailable(provider);
+  return AvailabilityCheck(*this, key).isAvailable(provider);
 }
 
-bool Router::hasRunnableProvider() const {
-  Look look(*this, std::nullopt);
-  return std::ranges::any_of(order(executions_.mirror().activeProvider),
-                             [&](AgentProvider each) { return look.isAvailable(each); });
+bool Router::hasRunnableProvider(const std::optional<ThreadExecutionKey>& key) const {
+  AvailabilityCheck check(*this, key);
+  return std::ranges::any_of(order(activeProvider(key)),
+                             [&](AgentProvider each) { return check.isAvailable(each); });
 }
 
 bool Router::allowsAutomaticHandoff() const {
-  return !fixed_ && vantrell::allowsAutomaticHandoff(settings_.routingMode());
+  return !fixed_ && vantrell::allowsAutomaticHandoff(core_.settings.routingMode());
 }
 
 /// As the provider has told it, whatever the time.
-bool Router::hasFlag(AgentProvider provider) const {
-  const ProviderUsage* known = usage_.usage(provider);
+bool Router::isMarkedExhausted(AgentProvider provider) const {
+  const ProviderUsage* known = core_.usage.usage(provider);
   return known && known->exhausted;
 }
 
@@ -80,18 +71,27 @@ bool Router::hasFlag(AgentProvider provider) const {
 
 std::vector<AgentProvider> Router::order(std::optional<AgentProvider> active) const {
   if (fixed_) return {*fixed_};
-  return ProviderRegistry::routingOrder(settings_.routingMode(), active);
+  return ProviderRegistry::routingOrder(core_.settings.routingMode(), active);
 }
 
 std::optional<AgentProvider> Router::choiceOf(const std::optional<ThreadExecutionKey>& key) const {
-  const ChatThread* thread = key ? tree_.thread(*key) : nullptr;
+  const ChatThread* thread = key ? core_.tree.thread(*key) : nullptr;
   if (!thread || fixed_) return std::nullopt;
   return thread->nextMessageProvider ? thread->nextMessageProvider : thread->preferredProvider;
 }
 
+std::optional<AgentProvider> Router::activeProvider(
+    const std::optional<ThreadExecutionKey>& key) const {
+  const auto* execution = key ? core_.executions.find(*key) : nullptr;
+  if (execution && execution->activeProvider) return execution->activeProvider;
+  // After a restart the provider that worked last goes on: another one would get a capsule in place
+  // of the session.
+  const ChatThread* thread = key ? core_.tree.thread(*key) : nullptr;
+  return thread ? thread->lastProvider : std::nullopt;
+}
+
 std::vector<AgentProvider> Router::orderFor(const std::optional<ThreadExecutionKey>& key) const {
-  const auto* execution = key ? executions_.find(*key) : nullptr;
-  auto providers = order(execution ? execution->activeProvider : std::nullopt);
+  auto providers = order(activeProvider(key));
   if (const auto choice = choiceOf(key)) {
     std::erase(providers, *choice);
     providers.insert(providers.begin(), *choice);
@@ -101,49 +101,50 @@ std::vector<AgentProvider> Router::orderFor(const std::optional<ThreadExecutionK
 
 // ---- decisions ----------------------------------------------------------------------------------
 
-void Router::findOut(std::vector<AgentProvider> order, const std::optional<ThreadExecutionKey>& key,
+void Router::probe(std::vector<AgentProvider> order, const std::optional<ThreadExecutionKey>& key,
                      std::function<void()> done) {
   for (auto each = order.begin(); each != order.end(); ++each) {
     const auto category = ProviderRegistry::descriptor(*each).category;
-    if (category != ProviderCategory::subscription && !ports_.isSetupKnown(*each)) {
-      return ports_.findOutSetup(*each,
+    if (category != ProviderCategory::subscription && !core_.setup.services().isKnown(*each)) {
+      return core_.setup.services().prepare(*each,
                                  weakly(this, [order = std::vector(each, order.end()), key,
                                                done = std::move(done)](Router& self) mutable {
                                    // What has just been asked for is looked at again, and known now
                                    // at the latest.
-                                   self.findOut(std::move(order), key, std::move(done));
+                                   self.probe(std::move(order), key, std::move(done));
                                  }));
     }
-    if (Look(*this, key).isAvailable(*each) && !isExhausted(*each)) break;
+    if (AvailabilityCheck(*this, key).isAvailable(*each) && !isExhausted(*each)) break;
   }
   done();
 }
 
-void Router::findOutForNextTurn(const Providers& excluded,
+void Router::probeForNextTurn(const Providers& excluded,
                                 const std::optional<ThreadExecutionKey>& key,
                                 std::function<void()> done) {
   auto providers = orderFor(key);
   std::erase_if(providers, [&](AgentProvider each) { return excluded.contains(each); });
-  findOut(std::move(providers), key, std::move(done));
+  probe(std::move(providers), key, std::move(done));
 }
 
-void Router::findOutForHandoff(AgentProvider after, const Providers& attempted,
+void Router::probeForHandoff(AgentProvider after, const Providers& attempted,
                                const ThreadExecutionKey& key, std::function<void()> done) {
   auto providers = order(after);
   std::erase_if(providers,
                 [&](AgentProvider each) { return each == after || attempted.contains(each); });
-  findOut(std::move(providers), key, std::move(done));
+  probe(std::move(providers), key, std::move(done));
 }
 
-std::optional<AgentProvider> Router::expectedProvider(
-    const Providers& excluded, const std::optional<ThreadExecutionKey>& key) {
-  const auto providers = orderFor(key);
-  Look look(*this, key);
-  const auto first = [&](bool evenExhausted) -> std::optional<AgentProvider> {
-    for (const auto each : providers) {
-      if (!excluded.contains(each) && look.isAvailable(each) &&
-          (evenExhausted || !isExhausted(each))) {
-        return each;
+std::optional<Router::Decision> Router::decide(const Providers& excluded,
+                                               const std::optional<ThreadExecutionKey>& key) {
+  // Marks whose time has come are forgotten first, so that the reasons do not speak of them.
+  for (const auto each : orderFor(key)) isExhausted(each);
+  const RoutingPreview preview = previewFor(key);
+  const auto first = [&](bool evenExhausted) -> std::optional<Decision> {
+    for (const auto& each : preview.candidates) {
+      if (!excluded.contains(each.provider) && each.available &&
+          (evenExhausted || !each.exhausted)) {
+        return Decision{each.provider, each.reason};
       }
     }
     return std::nullopt;
@@ -153,24 +154,35 @@ std::optional<AgentProvider> Router::expectedProvider(
   return ready || allowsAutomaticHandoff() ? ready : first(true);
 }
 
+std::optional<AgentProvider> Router::expectedProvider(
+    const Providers& excluded, const std::optional<ThreadExecutionKey>& key) {
+  const auto decision = decide(excluded, key);
+  return decision ? std::optional(decision->provider) : std::nullopt;
+}
+
+std::optional<Router::Decision> Router::decideNextTurn(const Providers& excluded,
+                                                       const ThreadExecutionKey& key) {
+  auto decision = decide(excluded, key);
+  const ChatThread* thread = core_.tree.thread(key);
+  // Only the provider that takes it uses it up: a choice that is not ready keeps for a later turn.
+  if (decision && thread && thread->nextMessageProvider == decision->provider && !fixed_) {
+    core_.tree.updateThread(key, [](ChatThread& changed) { changed.nextMessageProvider.reset(); });
+  }
+  return decision;
+}
+
 std::optional<AgentProvider> Router::providerForNextTurn(const Providers& excluded,
                                                          const ThreadExecutionKey& key) {
-  const auto provider = expectedProvider(excluded, key);
-  const ChatThread* thread = tree_.thread(key);
-  // Only who takes it uses it up: a choice that is not ready keeps for a later turn.
-  if (provider && thread && thread->nextMessageProvider == provider && !fixed_) {
-    tree_.updateThread(key, [](ChatThread& changed) { changed.nextMessageProvider.reset(); });
-    tree_.save();
-  }
-  return provider;
+  const auto decision = decideNextTurn(excluded, key);
+  return decision ? std::optional(decision->provider) : std::nullopt;
 }
 
 std::optional<AgentProvider> Router::nextAutomaticProvider(AgentProvider after,
                                                            const Providers& attempted,
                                                            const ThreadExecutionKey& key) {
-  Look look(*this, key);
+  AvailabilityCheck check(*this, key);
   for (const auto each : order(after)) {
-    if (each == after || attempted.contains(each) || !look.isAvailable(each)) continue;
+    if (each == after || attempted.contains(each) || !check.isAvailable(each)) continue;
     if (!isExhausted(each)) return each;
   }
   return std::nullopt;
@@ -191,15 +203,19 @@ bool isReady(const RoutingCandidate& candidate) {
 }  // namespace
 
 RoutingPreview Router::routingPreviewFor(const ThreadExecutionKey& key) const {
+  return previewFor(key);
+}
+
+RoutingPreview Router::previewFor(const std::optional<ThreadExecutionKey>& key) const {
   RoutingPreview preview;
-  Look look(*this, key);
+  AvailabilityCheck check(*this, key);
   for (const auto each : orderFor(key)) {
-    RoutingCandidate candidate{each, look.isAvailable(each), hasFlag(each), {}, {}};
+    RoutingCandidate candidate{each, check.isAvailable(each), isMarkedExhausted(each), {}, {}};
     candidate.reason = !candidate.available         ? unavailable
                        : candidate.exhausted        ? reached
                        : preview.candidates.empty() ? "Selected for this turn"
                                                     : fallback;
-    if (const auto* known = usage_.usage(each)) candidate.usageLabel = known->compactLabel();
+    if (const auto* known = core_.usage.usage(each)) candidate.usageLabel = known->compactLabel();
     preview.candidates.push_back(std::move(candidate));
   }
   const auto selected = std::ranges::find_if(preview.candidates, isReady);
@@ -209,13 +225,13 @@ RoutingPreview Router::routingPreviewFor(const ThreadExecutionKey& key) const {
   return preview;
 }
 
-RoutingPreview Router::routingPreview() const {
-  const auto active = executions_.mirror().activeProvider;
-  const auto preferred = fixed_.value_or(firstChoice(settings_.routingMode()));
-  Look look(*this, std::nullopt);
+RoutingPreview Router::routingPreview(const std::optional<ThreadExecutionKey>& key) const {
+  const auto active = activeProvider(key);
+  const auto preferred = fixed_.value_or(firstChoice(core_.settings.routingMode()));
+  AvailabilityCheck check(*this, std::nullopt);
   const auto candidateOf = [&](AgentProvider each) {
-    RoutingCandidate candidate{each, look.isAvailable(each), hasFlag(each), {}, {}};
-    const ProviderUsage* known = usage_.usage(each);
+    RoutingCandidate candidate{each, check.isAvailable(each), isMarkedExhausted(each), {}, {}};
+    const ProviderUsage* known = core_.usage.usage(each);
     if (known) candidate.usageLabel = known->compactLabel();
     if (!candidate.available) {
       candidate.reason = unavailable;
@@ -234,7 +250,7 @@ RoutingPreview Router::routingPreview() const {
 
   RoutingPreview preview;
   for (const auto each : order(active)) preview.candidates.push_back(candidateOf(each));
-  if (const auto choice = choiceOf(selection_.key())) {
+  if (const auto choice = choiceOf(key)) {
     const auto* listed = preview.find(*choice);
     preview.provider = choice;
     preview.reason = listed ? listed->reason : candidateOf(*choice).reason;
@@ -252,36 +268,44 @@ RoutingPreview Router::routingPreview() const {
 
 // ---- the user's choices -------------------------------------------------------------------------
 
-void Router::handoff(AgentProvider to, ProviderHandoffScope scope, const ThreadExecutionKey& key) {
-  if (!providerAvailable(to, key)) return;
-  tree_.updateThread(key, [&](ChatThread& thread) {
+Result<> Router::handoff(AgentProvider to, ProviderHandoffScope scope,
+                         const ThreadExecutionKey& key) {
+  if (!core_.tree.thread(key)) return refuseMissingConversation();
+  if (!providerAvailable(to, key)) {
+    return refuse(fmt::format("{} is not available for this task.", shortLabel(to)));
+  }
+  core_.tree.updateThread(key, [&](ChatThread& thread) {
     if (scope == ProviderHandoffScope::continueTask) {
       thread.preferredProvider = to;
       thread.nextMessageProvider.reset();
     } else {
       thread.nextMessageProvider = to;
     }
-    thread.updatedAt = main_.now();
+    thread.updatedAt = core_.main.now();
   });
-  tree_.appendSystemEntry(
+  core_.tree.appendSystemEntry(
       fmt::format("Next turn will continue with {} · {}.", shortLabel(to), label(scope)), key);
+  return {};
 }
 
-void Router::handoff(AgentProvider to, ProviderHandoffScope scope) {
-  if (const auto key = selection_.key()) handoff(to, scope, *key);
-}
-
-void Router::setRoutingMode(ProviderRoutingMode mode) {
-  if (!approvals_.canChangePermissionMode() || mode == settings_.routingMode()) return;
-  settings_.recordRoutingMode(mode);
-  executions_.resetConnection();
+Result<> Router::setRoutingMode(ProviderRoutingMode mode,
+                                const std::optional<ThreadExecutionKey>& selected) {
+  if (mode == core_.settings.routingMode()) return {};
+  if (!core_.executions.canChangeSession(selected)) {
+    return refuse("Wait until the turn has ended, or stop it, before you change the route.");
+  }
+  core_.settings.recordRoutingMode(mode);
+  if (selected) core_.runs.resetConnection(*selected);
+  return {};
 }
 
 void Router::setNoMeteredAPIs(bool value) {
-  if (value == settings_.noMeteredAPIs()) return;
-  settings_.recordNoMeteredAPIs(value);
-  const auto active = executions_.mirror().activeProvider;
-  if (active && !providerAllowed(*active)) executions_.resetConnection();
+  if (value == core_.settings.noMeteredAPIs()) return;
+  core_.settings.recordNoMeteredAPIs(value);
+  for (const auto& key : core_.executions.keys()) {
+    const auto active = activeProvider(key);
+    if (active && !providerAllowed(*active)) core_.runs.resetConnection(key);
+  }
 }
 
 }  // namespace vantrell

@@ -9,10 +9,9 @@
 #include <set>
 #include <vector>
 
-#include "engine/core/engine_core.h"
+#include "engine/core/refusal.h"
 #include "engine/providers/provider_setup.h"
 #include "engine/providers/usage_tracker.h"
-#include "engine/turns/approvals.h"
 #include "records/values/routing.h"
 
 namespace vantrell {
@@ -21,7 +20,17 @@ class Router : public std::enable_shared_from_this<Router> {
  public:
   using Providers = std::set<AgentProvider>;
 
-  Router(EngineCore& core, Approvals& approvals, ProviderSetup& setup, UsageTracker& usage);
+  struct Dependencies {
+    MainQueue& main;
+    Settings& settings;
+    WorkspaceTree& tree;
+    const Selection& selection;
+    ExecutionTable& executions;
+    RunLifecycle& runs;
+    ProviderSetup& setup;
+    UsageTracker& usage;
+  };
+  explicit Router(Dependencies dependencies);
 
   // Guards.
 
@@ -30,9 +39,9 @@ class Router : public std::enable_shared_from_this<Router> {
   /// Allowed, and a client could be made now.
   bool providerAvailable(AgentProvider provider) const;
   bool providerAvailable(AgentProvider provider, const ThreadExecutionKey& key) const;
-  bool isExhausted(AgentProvider provider) { return usage_.isExhausted(provider); }
-  /// Someone of the route is available.
-  bool hasRunnableProvider() const;
+  bool isExhausted(AgentProvider provider) { return core_.usage.isExhausted(provider); }
+  /// Some provider of the route is available; without a key: to a new conversation.
+  bool hasRunnableProvider(const std::optional<ThreadExecutionKey>& key) const;
   /// Whether an exhausted allowance may hand a task on by itself.
   bool allowsAutomaticHandoff() const;
 
@@ -41,12 +50,19 @@ class Router : public std::enable_shared_from_this<Router> {
   /// Whether a model server answers and a webhook is stored is only known once it was asked for.
   /// Asks what the next decision depends on, and nothing more: at once where that is nothing.
   /// Without a key: for a conversation that is still to be made.
-  void findOutForNextTurn(const Providers& excluded, const std::optional<ThreadExecutionKey>& key,
+  void probeForNextTurn(const Providers& excluded, const std::optional<ThreadExecutionKey>& key,
                           std::function<void()> done);
-  void findOutForHandoff(AgentProvider after, const Providers& attempted,
+  void probeForHandoff(AgentProvider after, const Providers& attempted,
                          const ThreadExecutionKey& key, std::function<void()> done);
 
-  /// Who takes the turn; absent when nobody can. A choice for one message is used up by it.
+  /// The provider that takes the turn, and why.
+  struct Decision {
+    AgentProvider provider;
+    std::string reason;
+  };
+  /// Nullopt when none can. A choice for one message is used up by it.
+  std::optional<Decision> decideNextTurn(const Providers& excluded,
+                                         const ThreadExecutionKey& key);
   std::optional<AgentProvider> providerForNextTurn(const Providers& excluded,
                                                    const ThreadExecutionKey& key);
   /// The same decision, with nothing used up.
@@ -59,42 +75,40 @@ class Router : public std::enable_shared_from_this<Router> {
 
   // Previews.
 
-  /// Of the selected conversation, for an interface.
-  RoutingPreview routingPreview() const;
+  /// For an interface; without a key: of a new conversation.
+  RoutingPreview routingPreview(const std::optional<ThreadExecutionKey>& key) const;
   /// For the reason of a run.
   RoutingPreview routingPreviewFor(const ThreadExecutionKey& key) const;
 
   // The user's choices.
 
-  /// Nothing happens when the provider is not available for the task.
-  void handoff(AgentProvider to, ProviderHandoffScope scope, const ThreadExecutionKey& key);
-  void handoff(AgentProvider to, ProviderHandoffScope scope);
-  /// The next turn starts a new client. Ignored while a turn runs or a question is open.
-  void setRoutingMode(ProviderRoutingMode mode);
+  /// Refused when the provider is not available for the task.
+  Result<> handoff(AgentProvider to, ProviderHandoffScope scope, const ThreadExecutionKey& key);
+  /// Idle clients are ended: the next turn starts a new one. Refused while a turn of the
+  /// conversation that the user looks at runs, or a question is open there.
+  Result<> setRoutingMode(ProviderRoutingMode mode,
+                          const std::optional<ThreadExecutionKey>& selected);
+  /// Clients of providers that are not allowed any more are ended.
   void setNoMeteredAPIs(bool value);
-  /// A front door's choice for all turns of this process, stronger than any of a task: a fixed
+  /// A front end's choice for all turns of this process, stronger than any of a task: a fixed
   /// route that is not stored and never hands on.
   void fixForThisProcess(AgentProvider provider) { fixed_ = provider; }
 
  private:
-  class Look;
+  class AvailabilityCheck;
 
+  std::optional<Decision> decide(const Providers& excluded,
+                                 const std::optional<ThreadExecutionKey>& key);
+  RoutingPreview previewFor(const std::optional<ThreadExecutionKey>& key) const;
+  std::optional<AgentProvider> activeProvider(const std::optional<ThreadExecutionKey>& key) const;
   std::vector<AgentProvider> order(std::optional<AgentProvider> active) const;
   std::vector<AgentProvider> orderFor(const std::optional<ThreadExecutionKey>& key) const;
   std::optional<AgentProvider> choiceOf(const std::optional<ThreadExecutionKey>& key) const;
-  bool hasFlag(AgentProvider provider) const;
-  void findOut(std::vector<AgentProvider> order, const std::optional<ThreadExecutionKey>& key,
+  bool isMarkedExhausted(AgentProvider provider) const;
+  void probe(std::vector<AgentProvider> order, const std::optional<ThreadExecutionKey>& key,
                std::function<void()> done);
 
-  MainQueue& main_;
-  Settings& settings_;
-  WorkspaceTree& tree_;
-  Selection& selection_;
-  ExecutionTable& executions_;
-  Approvals& approvals_;
-  ProviderSetup& setup_;
-  UsageTracker& usage_;
-  const EnginePorts& ports_;
+  const Dependencies core_;
   std::optional<AgentProvider> fixed_;
 };
 

@@ -1,116 +1,114 @@
 #include "engine/providers/session_controls.h"
 
+#include <fmt/format.h>
+
 #include "runtimes/codex/codex_app_server_client.h"
 
 namespace vantrell {
 
-SessionControls::SessionControls(EngineCore& core, Approvals& approvals, ModelCatalog& catalog)
-    : main_(core.main),
-      settings_(core.settings),
-      tree_(core.tree),
-      selection_(core.selection),
-      executions_(core.executions),
-      approvals_(approvals),
-      catalog_(catalog) {}
-
-const ChatThread* SessionControls::selectedThread() const {
-  const auto key = selection_.key();
-  return key ? tree_.thread(*key) : nullptr;
+const ChatThread* SessionControls::threadOf(const Key& key) const {
+  return key ? core_.tree.thread(*key) : nullptr;
 }
 
-AgentProvider SessionControls::sessionConfigurationProvider() const {
-  const auto mode = settings_.routingMode();
+AgentProvider SessionControls::sessionConfigurationProvider(const Key& key) const {
+  const auto mode = core_.settings.routingMode();
   if (!allowsAutomaticHandoff(mode)) return firstChoice(mode);
-  if (const auto& active = executions_.mirror().activeProvider) return *active;
-  const ChatThread* thread = selectedThread();
+  const auto* execution = key ? core_.executions.find(*key) : nullptr;
+  if (execution && execution->activeProvider) return *execution->activeProvider;
+  const ChatThread* thread = threadOf(key);
   return thread && thread->lastProvider ? *thread->lastProvider : firstChoice(mode);
 }
 
 // ---- options ------------------------------------------------------------------------------------
 
-SessionControls::ModelOptions SessionControls::sessionModelOptions() const {
-  return catalog_.options(sessionConfigurationProvider());
+SessionControls::ModelOptions SessionControls::sessionModelOptions(const Key& key) const {
+  return core_.catalog.options(sessionConfigurationProvider(key));
 }
 
-SessionControls::EffortOptions SessionControls::sessionEffortOptions() const {
-  const auto provider = sessionConfigurationProvider();
-  const ChatThread* thread = selectedThread();
-  return effortsOf(catalog_.options(provider), thread ? thread->modelID(provider) : std::nullopt);
+SessionControls::EffortOptions SessionControls::sessionEffortOptions(const Key& key) const {
+  const auto provider = sessionConfigurationProvider(key);
+  const ChatThread* thread = threadOf(key);
+  return effortsOf(core_.catalog.options(provider),
+                   thread ? thread->modelID(provider) : std::nullopt);
 }
 
-std::string SessionControls::sessionModelLabel() const {
-  const auto provider = sessionConfigurationProvider();
-  const ChatThread* thread = selectedThread();
-  return labelOf(catalog_.options(provider), thread ? thread->modelID(provider) : std::nullopt);
+std::string SessionControls::sessionModelLabel(const Key& key) const {
+  const auto provider = sessionConfigurationProvider(key);
+  const ChatThread* thread = threadOf(key);
+  return labelOf(core_.catalog.options(provider),
+                 thread ? thread->modelID(provider) : std::nullopt);
 }
 
-std::string SessionControls::sessionEffortLabel() const {
-  const ChatThread* thread = selectedThread();
-  return labelOf(sessionEffortOptions(),
-                 thread ? thread->effort(sessionConfigurationProvider()) : std::nullopt);
+std::string SessionControls::sessionEffortLabel(const Key& key) const {
+  const ChatThread* thread = threadOf(key);
+  return labelOf(sessionEffortOptions(key),
+                 thread ? thread->effort(sessionConfigurationProvider(key)) : std::nullopt);
 }
 
 // ---- choices ------------------------------------------------------------------------------------
 
-void SessionControls::setSessionModel(const std::string& id) {
-  if (const auto key = selection_.key()) chooseModel(sessionConfigurationProvider(), *key, id);
-}
-
-void SessionControls::setSessionEffort(const std::string& id) {
-  if (const auto key = selection_.key()) chooseEffort(sessionConfigurationProvider(), *key, id);
-}
-
-bool SessionControls::chooseModel(AgentProvider provider, const ThreadExecutionKey& key,
-                                  const std::string& id) {
-  const auto models = catalog_.options(provider);
-  if (!mayChange(key) || !offers(models, id)) return false;
+Result<> SessionControls::chooseModel(AgentProvider provider, const ThreadExecutionKey& key,
+                                      const std::string& id) {
+  if (auto may = mayChange(key); !may) return may;
+  const auto models = core_.catalog.options(provider);
+  if (!offers(models, id)) {
+    return refuse(fmt::format("{} does not offer the model {}.", shortLabel(provider), id));
+  }
   const auto efforts = effortsOf(models, id);
   choose(key, [&](ChatThread& thread) {
-    thread.setModelID(id, provider, main_.now());
+    thread.setModelID(id, provider, core_.main.now());
     const auto effort = thread.effort(provider);
     if (effort && !offers(efforts, *effort)) {
-      thread.setEffort(std::nullopt, provider, main_.now());
+      thread.setEffort(std::nullopt, provider, core_.main.now());
     }
   });
-  return true;
+  return {};
 }
 
-bool SessionControls::chooseEffort(AgentProvider provider, const ThreadExecutionKey& key,
-                                   const std::string& id) {
-  const ChatThread* thread = tree_.thread(key);
-  if (!thread || !mayChange(key)) return false;
-  const auto efforts = effortsOf(catalog_.options(provider), thread->modelID(provider));
-  if (!offers(efforts, id)) return false;
-  choose(key, [&](ChatThread& changed) { changed.setEffort(id, provider, main_.now()); });
-  return true;
+Result<> SessionControls::chooseEffort(AgentProvider provider, const ThreadExecutionKey& key,
+                                       const std::string& id) {
+  if (auto may = mayChange(key); !may) return may;
+  const ChatThread* thread = core_.tree.thread(key);
+  if (!offers(effortsOf(core_.catalog.options(provider), thread->modelID(provider)), id)) {
+    return refuse(fmt::format("{} does not offer the effort {} with this model.",
+                              shortLabel(provider), id));
+  }
+  choose(key, [&](ChatThread& changed) { changed.setEffort(id, provider, core_.main.now()); });
+  return {};
 }
 
-bool SessionControls::mayChange(const ThreadExecutionKey& key) {
-  if (!tree_.thread(key)) return false;
-  if (selection_.key() == key) return approvals_.canChangePermissionMode();
-  const ThreadExecutionRuntime* execution = executions_.find(key);
-  return !execution || (!execution->connectionState.isBusy() && !execution->permissionRequest);
+Result<> SessionControls::chooseUnchecked(AgentProvider provider, const ThreadExecutionKey& key,
+                                          std::optional<std::string> modelID,
+                                          std::optional<std::string> effort) {
+  if (auto may = mayChange(key); !may) return may;
+  choose(key, [&](ChatThread& thread) {
+    thread.setModelID(std::move(modelID), provider, core_.main.now());
+    thread.setEffort(std::move(effort), provider, core_.main.now());
+  });
+  return {};
+}
+
+Result<> SessionControls::mayChange(const ThreadExecutionKey& key) const {
+  if (!core_.tree.thread(key)) return refuseMissingConversation();
+  if (core_.executions.canChangeSession(key)) return {};
+  return refuse("Wait until the turn has ended, or stop it, before you change this.");
 }
 
 void SessionControls::choose(const ThreadExecutionKey& key,
                              const std::function<void(ChatThread&)>& change) {
-  tree_.updateThread(key, change);
-  if (selection_.key() == key) {
-    executions_.resetConnection();
-  } else {
-    executions_.remove(key);
-  }
-  tree_.save();
+  core_.tree.updateThread(key, change);
+  core_.runs.resetConnection(key);
 }
 
 // ---- usage --------------------------------------------------------------------------------------
 
-void SessionControls::refreshSessionUsage() {
-  if (sessionConfigurationProvider() == AgentProvider::codex) {
-    const auto codex = std::dynamic_pointer_cast<CodexAppServerClient>(executions_.mirror().client);
+void SessionControls::refreshSessionUsage(const Key& key) {
+  const auto* execution = key ? core_.executions.find(*key) : nullptr;
+  if (execution && sessionConfigurationProvider(key) == AgentProvider::codex) {
+    const auto codex = std::dynamic_pointer_cast<CodexAppServerClient>(execution->client());
     if (codex) codex->refreshUsage();
   }
-  catalog_.refreshSessionControls();
+  core_.catalog.refreshSessionControls();
 }
 
 }  // namespace vantrell

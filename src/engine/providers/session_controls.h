@@ -6,9 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "engine/core/engine_core.h"
+#include "engine/core/refusal.h"
 #include "engine/providers/model_catalog.h"
-#include "engine/turns/approvals.h"
 
 namespace vantrell {
 
@@ -17,46 +16,49 @@ class SessionControls {
   using ModelOptions = std::vector<ProviderModelOption>;
   using EffortOptions = std::vector<ProviderEffortOption>;
 
-  SessionControls(EngineCore& core, Approvals& approvals, ModelCatalog& catalog);
+  struct Dependencies {
+    MainQueue& main;
+    const Settings& settings;
+    WorkspaceTree& tree;
+    ExecutionTable& executions;
+    RunLifecycle& runs;
+    ModelCatalog& catalog;
+  };
+  explicit SessionControls(Dependencies dependencies) : core_(dependencies) {}
 
-  // The controls of the selected conversation.
+  // Without a key: what holds for a conversation that is still to be made.
+  using Key = std::optional<ThreadExecutionKey>;
 
-  /// The provider that they are about: on an automatic route the one at work, else the last, else
-  /// the route's first choice; on a fixed route its provider.
-  AgentProvider sessionConfigurationProvider() const;
-  ModelOptions sessionModelOptions() const;
-  EffortOptions sessionEffortOptions() const;
+  /// The provider that the controls are about: on an automatic route the one at work, else the
+  /// last, else the route's first choice; on a fixed route its provider.
+  AgentProvider sessionConfigurationProvider(const Key& key) const;
+  ModelOptions sessionModelOptions(const Key& key) const;
+  EffortOptions sessionEffortOptions(const Key& key) const;
   /// Of what is chosen, "default" where nothing is; the ID itself where that is not offered.
-  std::string sessionModelLabel() const;
-  std::string sessionEffortLabel() const;
+  std::string sessionModelLabel(const Key& key) const;
+  std::string sessionEffortLabel(const Key& key) const;
 
-  /// A choice that is not among the options is ignored, and so is any while a turn runs. The next
-  /// turn starts a new client, in the stored session. An effort that the model does not have is
+  /// Only what the provider offers, and not while a turn runs or a question is open. The next turn
+  /// starts a new client, in the stored session. An effort that the model does not have is
   /// forgotten.
-  void setSessionModel(const std::string& id);
-  void setSessionEffort(const std::string& id);
+  Result<> chooseModel(AgentProvider provider, const ThreadExecutionKey& key,
+                       const std::string& id);
+  Result<> chooseEffort(AgentProvider provider, const ThreadExecutionKey& key,
+                        const std::string& id);
+  /// The same for what the user names, where the provider's program has not been asked what it
+  /// offers; nullopt leaves the choice to the runtime.
+  Result<> chooseUnchecked(AgentProvider provider, const ThreadExecutionKey& key,
+                           std::optional<std::string> modelID, std::optional<std::string> effort);
   /// Asks the conversation's own Codex for its allowance, then every runtime that can tell for its
   /// models.
-  void refreshSessionUsage();
-
-  // The same for any provider and conversation.
-
-  /// False where it is ignored.
-  bool chooseModel(AgentProvider provider, const ThreadExecutionKey& key, const std::string& id);
-  bool chooseEffort(AgentProvider provider, const ThreadExecutionKey& key, const std::string& id);
+  void refreshSessionUsage(const Key& key);
 
  private:
-  const ChatThread* selectedThread() const;
-  bool mayChange(const ThreadExecutionKey& key);
+  const ChatThread* threadOf(const Key& key) const;
+  Result<> mayChange(const ThreadExecutionKey& key) const;
   void choose(const ThreadExecutionKey& key, const std::function<void(ChatThread&)>& change);
 
-  MainQueue& main_;
-  Settings& settings_;
-  WorkspaceTree& tree_;
-  Selection& selection_;
-  ExecutionTable& executions_;
-  Approvals& approvals_;
-  ModelCatalog& catalog_;
+  const Dependencies core_;
 };
 
 }  // namespace vantrell

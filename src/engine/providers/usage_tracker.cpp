@@ -9,8 +9,9 @@ namespace {
 constexpr std::chrono::seconds pauseBetweenSaves{1};
 }  // namespace
 
-UsageTracker::UsageTracker(EngineCore& core)
-    : main_(core.main), changes_(core.changes), store_(*core.orchestration), writer_(core.writer) {}
+UsageTracker::UsageTracker(MainQueue& main, Changes& changes, OrchestrationStore& store,
+                           Executor* writer)
+    : main_(main), changes_(changes), store_(store), writer_(writer) {}
 
 UsageTracker::~UsageTracker() {
   flush();
@@ -30,7 +31,7 @@ bool UsageTracker::isExhausted(AgentProvider provider) {
   if (!known || !known->exhausted) return false;
   if (!known->resetsAt || *known->resetsAt > main_.now()) return true;
   usage_.erase(provider);
-  changes_.announce({.kind = Change::Kind::usageChanged});
+  changes_.mark(topics::usage);
   return false;
 }
 
@@ -57,13 +58,13 @@ void UsageTracker::markExhausted(AgentProvider provider) {
   ProviderUsage& known = usage_[provider];
   known.provider = provider;
   known.exhausted = true;
-  changes_.announce({.kind = Change::Kind::usageChanged});
+  changes_.mark(topics::usage);
 }
 
 void UsageTracker::take(const ProviderUsage& usage) {
   ProviderUsage& known = usage_[usage.provider];
   known = usage.mergingMissingValues(known);
-  changes_.announce({.kind = Change::Kind::usageChanged});
+  changes_.mark(topics::usage);
 }
 
 void UsageTracker::save() {

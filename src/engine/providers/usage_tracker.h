@@ -7,7 +7,7 @@
 #include <map>
 #include <vector>
 
-#include "engine/core/engine_core.h"
+#include "engine/core/changes.h"
 #include "platform/queues/dispatch.h"
 #include "records/stores/usage_ledger.h"
 #include "runtimes/wire/provider_usage.h"
@@ -16,7 +16,9 @@ namespace vantrell {
 
 class UsageTracker {
  public:
-  explicit UsageTracker(EngineCore& core);
+  /// The ledger is written on `writer`, which runs its work in order; without one, on the main
+  /// queue.
+  UsageTracker(MainQueue& main, Changes& changes, OrchestrationStore& store, Executor* writer);
   /// flush().
   ~UsageTracker();
   UsageTracker(const UsageTracker&) = delete;

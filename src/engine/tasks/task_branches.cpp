@@ -17,8 +17,15 @@ constexpr std::string_view branchSuffix = " — branch";
 constexpr std::size_t compared = 2;
 
 Transcript firstEntries(const Transcript& entries, std::size_t count) {
-  return Transcript(std::vector<ChatEntry>(entries.begin(),
-                                           entries.begin() + static_cast<std::ptrdiff_t>(count)));
+  std::vector<ChatEntry> copied(entries.begin(),
+                                entries.begin() + static_cast<std::ptrdiff_t>(count));
+  for (auto& entry : copied) {
+    // No client will ever tell here how a tool ended that is under way in the source.
+    const bool isOpenTool =
+        entry.kind == ChatEntryKind::tool && entry.status && isOpenToolStatus(*entry.status);
+    if (isOpenTool) entry.status = "failed";
+  }
+  return Transcript(std::move(copied));
 }
 
 std::string comparisonTitle(std::string_view title, AgentProvider provider) {
@@ -28,22 +35,10 @@ std::string comparisonTitle(std::string_view title, AgentProvider provider) {
 
 }  // namespace
 
-TaskBranches::TaskBranches(EngineCore& core, WorkspaceOperations& operations, Router& router,
-                           Composer& driver, TaskSafety& safety)
-    : main_(core.main),
-      tree_(core.tree),
-      selection_(core.selection),
-      executions_(core.executions),
-      changes_(core.changes),
-      operations_(operations),
-      router_(router),
-      driver_(driver),
-      safety_(safety) {}
-
 /// What every new conversation takes along. Sessions, queue, runs, draft and worktree belong to the
 /// source alone.
 ChatThread TaskBranches::offshoot(const ChatThread& source, std::string_view suffix) const {
-  ChatThread thread = ChatThread::make(fmt::format("{}{}", source.title, suffix), main_.now());
+  ChatThread thread = ChatThread::make(fmt::format("{}{}", source.title, suffix), core_.main.now());
   thread.lastProvider = source.lastProvider;
   thread.providerModelIDs = source.providerModelIDs;
   thread.providerEfforts = source.providerEfforts;
@@ -51,117 +46,105 @@ ChatThread TaskBranches::offshoot(const ChatThread& source, std::string_view suf
   return thread;
 }
 
-/// While a session is played back, the conversation is what it was before.
-const Transcript& TaskBranches::entriesOf(const ThreadExecutionKey& key) const {
-  const auto* execution = executions_.find(key);
-  const bool isReplaying = execution && execution->isReplaying && execution->replayBackup;
-  return isReplaying ? *execution->replayBackup : tree_.thread(key)->entries;
-}
-
 // ---- forks --------------------------------------------------------------------------------------
 
-std::optional<Uuid> TaskBranches::forkThread(const Uuid& threadID, const Uuid& workspaceID,
-                                             const std::optional<std::string>& throughEntryID,
-                                             bool select) {
-  const ThreadExecutionKey key{workspaceID, threadID};
-  const ChatThread* source = tree_.thread(key);
-  if (!source) return std::nullopt;
-  ChatThread fork = offshoot(*source, forkSuffix);
-  fork.checkpoints = source->checkpoints;
-  const Transcript& entries = entriesOf(key);
+Result<ThreadExecutionKey> TaskBranches::forkThread(
+    const ThreadExecutionKey& source, const std::optional<std::string>& throughEntryID) {
+  const ChatThread* thread = core_.tree.thread(source);
+  if (!thread) return refuseMissingConversation();
+  ChatThread fork = offshoot(*thread, forkSuffix);
+  fork.checkpoints = thread->checkpoints;
+  const Transcript& entries = thread->entries;
   const auto last = throughEntryID ? entries.indexOf(*throughEntryID) : std::nullopt;
   fork.entries = firstEntries(entries, last ? *last + 1 : entries.size());
-  const Uuid id = fork.id;
-  tree_.addThread(std::move(fork), key.workspaceID);
-  if (select) operations_.selectThread(id, key.workspaceID);
-  tree_.save();
-  if (select) {
-    changes_.announce({.kind = Change::Kind::composerWanted,
-                       .conversation = ThreadExecutionKey{key.workspaceID, id}});
-  }
-  return id;
+  const ThreadExecutionKey key{source.workspaceID, fork.id};
+  core_.tree.addThread(std::move(fork), key.workspaceID);
+  return key;
 }
 
 // ---- branches -----------------------------------------------------------------------------------
 
-void TaskBranches::branchAndSend(std::string_view fromEntryID, std::string_view prompt,
-                                 std::optional<AgentProvider> provider) {
+Result<ThreadExecutionKey> TaskBranches::branchAndSend(const ThreadExecutionKey& source,
+                                                       std::string_view fromEntryID,
+                                                       std::string_view prompt,
+                                                       std::optional<AgentProvider> provider) {
   std::string text(text::trimmed(prompt));
-  const auto key = selection_.key();
-  const ChatThread* source = key ? tree_.thread(*key) : nullptr;
-  if (text.empty() || !source) return;
-  const Transcript& entries = entriesOf(*key);
+  const ChatThread* thread = core_.tree.thread(source);
+  if (!thread) return refuseMissingConversation();
+  if (text.empty()) return refuse("Type a prompt first.");
+  const Transcript& entries = thread->entries;
   auto place = entries.indexOf(fromEntryID);
   while (place && entries[*place].kind != ChatEntryKind::user) {
     place = *place == 0 ? std::nullopt : std::optional(*place - 1);
   }
-  if (!place) return;
+  if (!place) return refuse("There is no prompt to branch from.");
 
-  ChatThread branch = offshoot(*source, branchSuffix);
+  ChatThread branch = offshoot(*thread, branchSuffix);
   branch.entries = firstEntries(entries, *place);
   if (provider) branch.preferredProvider = provider;
-  const ThreadExecutionKey branchKey{key->workspaceID, branch.id};
+  const ThreadExecutionKey key{source.workspaceID, branch.id};
   Unsent unsent{.prompt = std::move(text), .attachments = entries[*place].attachments};
-  tree_.addThread(std::move(branch), key->workspaceID);
-  tree_.save();
-  operations_.selectThread(branchKey.threadID, branchKey.workspaceID);
-  prepare(branchKey, std::move(unsent));
+  core_.tree.addThread(std::move(branch), key.workspaceID);
+  prepare(key, std::move(unsent));
+  return key;
 }
 
-void TaskBranches::retry(std::optional<AgentProvider> provider) {
-  const auto key = selection_.key();
-  if (!key || !tree_.thread(*key)) return;
-  const Transcript& entries = entriesOf(*key);
+Result<ThreadExecutionKey> TaskBranches::retry(const ThreadExecutionKey& source,
+                                               std::optional<AgentProvider> provider) {
+  const ChatThread* thread = core_.tree.thread(source);
+  if (!thread) return refuseMissingConversation();
+  const Transcript& entries = thread->entries;
   for (std::size_t i = entries.size(); i > 0; --i) {
     const ChatEntry& entry = entries[i - 1];
     if (entry.kind == ChatEntryKind::user) {
       // A copy: the tree grows while the branch is made.
-      return branchAndSend(std::string(entry.id), std::string(entry.text), provider);
+      return branchAndSend(source, std::string(entry.id), std::string(entry.text), provider);
     }
   }
+  return refuse("There is no prompt to try again.");
 }
 
 // ---- comparisons --------------------------------------------------------------------------------
 
-void TaskBranches::compareNextPrompt(std::string_view prompt,
-                                     const std::vector<AgentProvider>& providers) {
+Result<std::vector<ThreadExecutionKey>> TaskBranches::compareNextPrompt(
+    const ThreadExecutionKey& source, std::string_view prompt,
+    const std::vector<AgentProvider>& providers) {
   const std::string text(text::trimmed(prompt));
-  const auto source = selection_.key();
-  if (text.empty() || !source || !tree_.thread(*source)) return;
+  if (!core_.tree.thread(source)) return refuseMissingConversation();
+  if (text.empty()) return refuse("Type a prompt first.");
   std::vector<AgentProvider> candidates;
   for (const auto provider : providers) {
     const bool isNew = std::ranges::find(candidates, provider) == candidates.end();
-    if (candidates.size() < compared && isNew && router_.providerAvailable(provider)) {
+    if (candidates.size() < compared && isNew && core_.router.providerAvailable(provider)) {
       candidates.push_back(provider);
     }
   }
-  if (candidates.size() < compared) {
-    return executions_.showError("Choose two available providers to compare.");
-  }
+  if (candidates.size() < compared) return refuse("Choose two available providers to compare.");
+  core_.tree.updateThreadTitleIfNeeded(text, source);  // both are named after it
   const Uuid group = Uuid::random();
   std::vector<ThreadExecutionKey> forks;
   for (const auto provider : candidates) {
-    const auto id = forkThread(source->threadID, source->workspaceID, std::nullopt, false);
-    if (!id) return;
-    forks.push_back({source->workspaceID, *id});
-    tree_.updateThread(forks.back(), [&](ChatThread& fork) {
-      fork.title = comparisonTitle(tree_.thread(*source)->title, provider);
-      fork.preferredProvider = provider;
-      fork.comparisonGroupID = group;
+    const auto fork = forkThread(source, std::nullopt);
+    if (!fork) return std::unexpected(fork.error());
+    forks.push_back(*fork);
+    core_.tree.updateThread(*fork, [&](ChatThread& thread) {
+      thread.title = comparisonTitle(core_.tree.thread(source)->title, provider);
+      thread.preferredProvider = provider;
+      thread.comparisonGroupID = group;
     });
   }
-  tree_.save();
-  operations_.selectThread(forks.front().threadID, forks.front().workspaceID);
   for (const auto& fork : forks) prepare(fork, {.prompt = text, .needsWorktree = true});
+  return forks;
 }
 
-// ---- to the driver ------------------------------------------------------------------------------
+// ---- to the composer ----------------------------------------------------------------------------
 
 void TaskBranches::prepare(const ThreadExecutionKey& key, Unsent unsent) {
   whyShared_.reset();
-  executions_.execution(key);  // where a stop is noticed that comes before the prompt
+  // Where a stop is noticed that comes before the prompt.
+  unsent.stopCount = core_.executions.execution(key).stopCount;
   unsent_.insert_or_assign(key, std::move(unsent));
-  safety_.createIsolatedWorktree(key, weakly(this, [key](TaskBranches& self, const auto& worktree) {
+  core_.safety.createIsolatedWorktree(key, weakly(this, [key](TaskBranches& self, const auto& worktree) {
                                    self.prepared(key, worktree);
                                  }));
 }
@@ -171,41 +154,46 @@ void TaskBranches::prepared(const ThreadExecutionKey& key,
   auto node = unsent_.extract(key);
   if (node.empty()) return;
   Unsent unsent = std::move(node.mapped());
-  if (!tree_.thread(key)) return keepForUser(key, std::move(unsent));
-  const auto* execution = executions_.find(key);
-  const bool wasStopped = execution && execution->stopCount > 0;
-  if (worktree) safety_.moveToWorktree(key, std::move(*worktree));
+  if (!core_.tree.thread(key)) return keepForUser(key, std::move(unsent));
+  const auto* execution = core_.executions.find(key);
+  const bool wasStopped = execution && execution->stopCount != unsent.stopCount;
+  if (worktree) core_.safety.moveToWorktree(key, std::move(*worktree));
   if (wasStopped) return keepForUser(key, std::move(unsent));
   if (worktree || !unsent.needsWorktree) {
-    if (!worktree) whyShared_ = worktree.error().description();
-    return driver_.sendNow(std::move(unsent.prompt), std::move(unsent.attachments), key);
+    if (!worktree) {
+      whyShared_ = worktree.error().description();
+      if (worktree.error().kind != TaskSafetyError::Case::notRepository) {
+        core_.tree.appendSystemEntry(
+            fmt::format("This branch works in the project's own folder: {}", *whyShared_), key);
+      }
+    }
+    static_cast<void>(
+        core_.composer.sendNow(std::move(unsent.prompt), std::move(unsent.attachments), key));
+    return;
   }
-  tree_.appendSystemEntry(fmt::format("Could not create a safe comparison worktree: {}",
+  core_.tree.appendSystemEntry(fmt::format("Could not create a safe comparison worktree: {}",
                                       worktree.error().description()),
                           key);
-  executions_.publishExecutionIfSelected(key);
 }
 
 void TaskBranches::keepForUser(const ThreadExecutionKey& begun, Unsent unsent) {
   // The user may have moved it to another project, which the worktree is not of.
-  const auto owner = std::ranges::find_if(tree_.workspaces(), [&](const Workspace& each) {
+  const auto owner = std::ranges::find_if(core_.tree.workspaces(), [&](const Workspace& each) {
     return each.thread(begun.threadID) != nullptr;
   });
-  if (owner == tree_.workspaces().end()) return;
+  if (owner == core_.tree.workspaces().end()) return;
   const ThreadExecutionKey key{owner->id, begun.threadID};
-  tree_.updateThread(key, [&](ChatThread& thread) {
+  core_.tree.updateThread(key, [&](ChatThread& thread) {
     if (thread.draftText) {
       // Newer words of the user stand there: it waits where the user finds it, too.
       thread.queuedPrompts.insert(thread.queuedPrompts.begin(),
                                   QueuedPrompt{Uuid::random(), std::move(unsent.prompt),
-                                               std::move(unsent.attachments), main_.now()});
+                                               std::move(unsent.attachments), core_.main.now()});
       return;
     }
     thread.draftText = std::move(unsent.prompt);
     thread.draftAttachments = std::move(unsent.attachments);
   });
-  tree_.save();
-  executions_.publishExecutionIfSelected(key);
 }
 
 void TaskBranches::keepUnsent() {

@@ -1,29 +1,27 @@
 #include "engine/tasks/workspace_operations.h"
 
+#include <algorithm>
+
 #include "platform/files/files.h"
 #include "platform/queues/dispatch.h"
+#include "platform/queues/weakly.h"
 #include "platform/text/text.h"
 
 namespace vantrell {
 
-WorkspaceOperations::WorkspaceOperations(EngineCore& core, ProjectContextService& context,
-                                         GitSnapshotService& git)
-    : main_(core.main),
-      tree_(core.tree),
-      selection_(core.selection),
-      executions_(core.executions),
-      context_(context),
-      git_(git),
-      ports_(core.ports) {}
-
 namespace {
 
-bool hasActiveRun(const ChatThread& thread) {
-  const RunRecord* run = thread.latestRun();
-  return run && isActive(run->status);
+std::unexpected<Refusal> refuseMissingProject() {
+  return refuse("That project is no longer available.");
 }
 
 }  // namespace
+
+/// Also where its turn has only begun and has no run yet.
+bool WorkspaceOperations::isAtWork(const ThreadExecutionKey& key) const {
+  const RunRecord* run = core_.tree.latestRun(key);
+  return (run && isActive(run->status)) || core_.executions.isBusy(key);
+}
 
 bool WorkspaceOperations::isGeneral(const Uuid& workspaceID) const {
   const Workspace* general = generalWorkspace();
@@ -32,86 +30,93 @@ bool WorkspaceOperations::isGeneral(const Uuid& workspaceID) const {
 
 ChatThread WorkspaceOperations::replacementFor(const Uuid& workspaceID) const {
   return ChatThread::make(std::string(isGeneral(workspaceID) ? newChatTitle : newTaskTitle),
-                          main_.now());
+                          core_.main.now());
 }
 
 Uuid WorkspaceOperations::visibleThread(const Uuid& workspaceID) {
-  const auto& threads = tree_.workspace(workspaceID)->threads;
+  const auto& threads = core_.tree.workspace(workspaceID)->threads;
   const auto visible = std::ranges::find(threads, false, &ChatThread::isArchived);
   if (visible != threads.end()) return visible->id;
   ChatThread fresh = replacementFor(workspaceID);
   const Uuid id = fresh.id;
-  tree_.addThread(std::move(fresh), workspaceID);
-  tree_.save();
+  core_.tree.addThread(std::move(fresh), workspaceID);
   return id;
 }
 
 void WorkspaceOperations::fillIfSelected(const Uuid& workspaceID) {
-  if (selection_.workspaceID() == workspaceID) visibleThread(workspaceID);
+  if (core_.selection.workspaceID() == workspaceID) visibleThread(workspaceID);
 }
 
 void WorkspaceOperations::show(const Uuid& workspaceID, const Uuid& threadID,
                                std::optional<std::string> entryID) {
   visibleThread(workspaceID);  // the one to show may be an archived one
-  executions_.selectExecution(workspaceID, threadID, std::move(entryID));
-  context_.load();
-  git_.refreshGitSnapshot();
+  core_.selection.select(workspaceID, threadID, std::move(entryID));
+  core_.context.load();
+  core_.git.refreshGitSnapshot();
+}
+
+void WorkspaceOperations::replaceShown(const Uuid& workspaceID, const Uuid& threadID) {
+  if (core_.selection.workspaceID() != workspaceID) return show(workspaceID, threadID);
+  // The project is the same; the folder that the task works in may be another.
+  core_.selection.select(workspaceID, threadID);
+  core_.git.refreshGitSnapshot();
 }
 
 void WorkspaceOperations::showInItsSection(const ThreadExecutionKey& key,
                                            std::optional<std::string> entryID) {
-  selection_.section = isGeneral(key.workspaceID) ? AppSection::chat : AppSection::build;
+  core_.selection.setSection(isGeneral(key.workspaceID) ? AppSection::chat : AppSection::build);
   show(key.workspaceID, key.threadID, std::move(entryID));
 }
 
 void WorkspaceOperations::addAndSelect(ChatThread thread, const Uuid& workspaceID) {
   const Uuid id = thread.id;
-  tree_.addThread(std::move(thread), workspaceID);
-  if (selection_.workspaceID() == workspaceID) {
-    executions_.selectExecution(workspaceID, id);
-  } else {
-    show(workspaceID, id);
-  }
+  core_.tree.addThread(std::move(thread), workspaceID);
+  replaceShown(workspaceID, id);
 }
 
 // ---- selection ----------------------------------------------------------------------------------
 
-void WorkspaceOperations::selectThread(const Uuid& id, const Uuid& workspaceID) {
+Result<> WorkspaceOperations::selectThread(const Uuid& id, const Uuid& workspaceID) {
   const ThreadExecutionKey key{workspaceID, id};
-  if (selection_.key() == key || !tree_.thread(key)) return;
-  show(workspaceID, id);
+  if (!core_.tree.thread(key)) return refuseMissingConversation();
+  if (core_.selection.key() != key) show(workspaceID, id);
+  return {};
 }
 
-void WorkspaceOperations::selectWorkspace(const Uuid& id) {
-  if (tree_.workspace(id)) selectThread(visibleThread(id), id);
+Result<> WorkspaceOperations::selectWorkspace(const Uuid& id) {
+  if (!core_.tree.workspace(id)) return refuseMissingProject();
+  return selectThread(visibleThread(id), id);
 }
 
-void WorkspaceOperations::selectActivity(const RunActivity& activity) {
+Result<> WorkspaceOperations::selectActivity(const RunActivity& activity) {
   const ThreadExecutionKey key{activity.workspaceID, activity.threadID};
-  if (tree_.thread(key)) showInItsSection(key, std::nullopt);
+  if (!core_.tree.thread(key)) return refuseMissingConversation();
+  showInItsSection(key, std::nullopt);
+  return {};
 }
 
-void WorkspaceOperations::openSearchResult(const Uuid& workspaceID, const Uuid& threadID,
-                                           std::string_view entryID) {
+Result<> WorkspaceOperations::openSearchResult(const Uuid& workspaceID, const Uuid& threadID,
+                                               std::string_view entryID) {
   const ThreadExecutionKey key{workspaceID, threadID};
-  const ChatThread* found = tree_.thread(key);
-  if (!found) return;
+  const ChatThread* found = core_.tree.thread(key);
+  if (!found) return refuseMissingConversation();
   const bool isThere = found->entries.find(entryID) != nullptr;
   showInItsSection(key, isThere ? std::optional<std::string>(entryID) : std::nullopt);
+  return {};
 }
 
 void WorkspaceOperations::settleSelection() {
-  const auto workspaceID = selection_.workspaceID();
-  if (!workspaceID || !tree_.workspace(*workspaceID)) return;
-  const auto& threads = tree_.workspace(*workspaceID)->threads;
+  const auto workspaceID = core_.selection.workspaceID();
+  if (!workspaceID || !core_.tree.workspace(*workspaceID)) return;
+  const auto& threads = core_.tree.workspace(*workspaceID)->threads;
   if (!std::ranges::all_of(threads, &ChatThread::isArchived)) return;
-  selection_.select(workspaceID, visibleThread(*workspaceID));
+  core_.selection.select(workspaceID, visibleThread(*workspaceID));
 }
 
 std::vector<RecentTaskReference> WorkspaceOperations::recentTaskReferences() const {
-  const bool wantsGeneral = selection_.section == AppSection::chat;
+  const bool wantsGeneral = core_.selection.section() == AppSection::chat;
   std::vector<RecentTaskReference> references;
-  for (const auto& workspace : tree_.workspaces()) {
+  for (const auto& workspace : core_.tree.workspaces()) {
     if (isGeneral(workspace.id) != wantsGeneral) continue;
     for (const auto& thread : workspace.threads) {
       if (!thread.isArchived) references.push_back({{workspace.id, thread.id}, thread.updatedAt});
@@ -125,7 +130,7 @@ void WorkspaceOperations::selectAdjacentRecentTask(int offset) {
   const auto references = recentTaskReferences();
   const auto count = static_cast<std::int64_t>(references.size());
   if (count < 2 || offset == 0) return;
-  const auto selected = selection_.key();
+  const auto selected = core_.selection.key();
   const auto found = std::ranges::find_if(
       references, [&](const auto& each) { return selected && each.key == *selected; });
   std::int64_t position = found - references.begin();
@@ -133,217 +138,211 @@ void WorkspaceOperations::selectAdjacentRecentTask(int offset) {
   if (found == references.end()) position = offset > 0 ? -1 : 0;
   const std::int64_t next = ((position + offset) % count + count) % count;
   const auto& key = references[static_cast<std::size_t>(next)].key;
-  selectThread(key.threadID, key.workspaceID);
+  static_cast<void>(selectThread(key.threadID, key.workspaceID));
 }
 
 std::optional<std::string> WorkspaceOperations::effectiveWorkspacePath() const {
-  return tree_.executionPath(selection_.workspaceID(), selection_.threadID());
+  return core_.tree.executionPath(core_.selection.workspaceID(), core_.selection.threadID());
 }
 
 // ---- projects -----------------------------------------------------------------------------------
 
 const Workspace* WorkspaceOperations::generalWorkspace() const {
-  return tree_.workspaces().empty() ? nullptr : &tree_.workspaces().front();
+  return core_.tree.workspaces().empty() ? nullptr : &core_.tree.workspaces().front();
 }
 
 void WorkspaceOperations::chooseProject() {
-  ports_.chooseFolder("Choose a project", "Open Project",
-                      [this](const std::string& path) { addWorkspace(path); });
+  core_.events.chooseFolder("Choose a project", "Open Project",
+                            weakly(this, [](WorkspaceOperations& self, const std::string& path) {
+                              const auto added = self.addWorkspace(path);
+                              if (!added) self.core_.executions.showError(added.error().sentence);
+                            }));
 }
 
-void WorkspaceOperations::addWorkspace(std::string_view path) {
+Result<> WorkspaceOperations::addWorkspace(std::string_view path) {
   const std::string folder = files::standardized(path);
-  for (const auto& workspace : tree_.workspaces()) {
+  for (const auto& workspace : core_.tree.workspaces()) {
     if (files::standardized(workspace.path) == folder) return selectWorkspace(workspace.id);
   }
-  Workspace workspace = Workspace::makeProject(folder, main_.now());
+  Workspace workspace = Workspace::makeProject(folder, core_.main.now());
   const ThreadExecutionKey key{workspace.id, workspace.threads.front().id};
-  tree_.addWorkspace(std::move(workspace));
+  core_.tree.addWorkspace(std::move(workspace));
   show(key.workspaceID, key.threadID);
-  tree_.save();
+  return {};
 }
 
-void WorkspaceOperations::removeWorkspace(const Uuid& id) {
-  const Workspace* workspace = tree_.workspace(id);
-  if (!workspace || isGeneral(id)) return;
-  for (const auto& thread : workspace->threads) executions_.remove({id, thread.id});
-  tree_.removeWorkspace(id);
-  if (selection_.workspaceID() == id) {
-    executions_.publishExecution(std::nullopt);
+Result<> WorkspaceOperations::removeWorkspace(const Uuid& id) {
+  const Workspace* workspace = core_.tree.workspace(id);
+  if (!workspace) return refuseMissingProject();
+  if (isGeneral(id)) return refuse("General cannot be removed.");
+  for (const auto& thread : workspace->threads) core_.runs.forget({id, thread.id});
+  core_.tree.removeWorkspace(id);
+  if (core_.selection.workspaceID() == id) {
     const Uuid first = generalWorkspace()->id;
     show(first, visibleThread(first));
   }
-  tree_.save();
+  return {};
 }
 
-void WorkspaceOperations::setWorkspacePinned(const Uuid& id, bool pinned) {
-  if (!tree_.workspace(id) || isGeneral(id)) return;
-  tree_.setWorkspacePinned(id, pinned);
-  tree_.save();
+Result<> WorkspaceOperations::setWorkspacePinned(const Uuid& id, bool pinned) {
+  if (!core_.tree.workspace(id)) return refuseMissingProject();
+  if (isGeneral(id)) return refuse("General is always first.");
+  core_.tree.setWorkspacePinned(id, pinned);
+  return {};
 }
 
-void WorkspaceOperations::archiveWorkspaceThreads(const Uuid& id) {
-  const Workspace* workspace = tree_.workspace(id);
-  if (!workspace) return;
+Result<> WorkspaceOperations::archiveWorkspaceThreads(const Uuid& id) {
+  const Workspace* workspace = core_.tree.workspace(id);
+  if (!workspace) return refuseMissingProject();
   if (std::ranges::all_of(workspace->threads, &ChatThread::isArchived)) {
-    return executions_.showError("This project has no active conversations to archive.");
+    return refuse("This project has no active conversations to archive.");
   }
-  if (std::ranges::any_of(workspace->threads, hasActiveRun)) {
-    return executions_.showError(
-        "Stop active tasks before archiving this project's conversations.");
+  if (std::ranges::any_of(workspace->threads, [&](const ChatThread& thread) {
+        return isAtWork({id, thread.id});
+      })) {
+    return refuse("Stop active tasks before archiving this project's conversations.");
   }
   std::vector<Uuid> ids;
   for (const auto& thread : workspace->threads) ids.push_back(thread.id);
   for (const auto& threadID : ids) {
-    tree_.updateThread({id, threadID}, [](ChatThread& thread) {
+    core_.tree.updateThread({id, threadID}, [](ChatThread& thread) {
       thread.isArchived = true;
       thread.isPinned = false;
     });
   }
   ChatThread fresh = replacementFor(id);
-  if (selection_.workspaceID() == id) {
+  if (core_.selection.workspaceID() == id) {
     addAndSelect(std::move(fresh), id);
   } else {
-    tree_.addThread(std::move(fresh), id);
+    core_.tree.addThread(std::move(fresh), id);
   }
-  tree_.save();
-  ports_.updateRemoteSnapshot();
+  core_.changes.mark(topics::remoteSnapshot);
+  return {};
 }
 
 // ---- conversations ------------------------------------------------------------------------------
 
-void WorkspaceOperations::newThread(std::optional<Uuid> workspaceID) {
-  if (selection_.section == AppSection::imagine) selection_.section = AppSection::chat;
-  if (!workspaceID && selection_.section == AppSection::chat) {
+Result<> WorkspaceOperations::newThread(std::optional<Uuid> workspaceID) {
+  const Selection& selection = core_.selection;
+  if (selection.section() == AppSection::imagine) setSection(AppSection::chat);
+  if (!workspaceID && selection.section() == AppSection::chat) {
     workspaceID = generalWorkspace()->id;
-  } else if (!workspaceID && selection_.workspaceID() && !isGeneral(*selection_.workspaceID())) {
-    workspaceID = selection_.workspaceID();
-  } else if (!workspaceID && tree_.workspaces().size() > 1) {
-    workspaceID = tree_.workspaces()[1].id;  // the first that is not General
+  } else if (!workspaceID && selection.workspaceID() && !isGeneral(*selection.workspaceID())) {
+    workspaceID = selection.workspaceID();
+  } else if (!workspaceID && core_.tree.workspaces().size() > 1) {
+    workspaceID = core_.tree.workspaces()[1].id;  // the first that is not General
   }
-  if (!workspaceID) return chooseProject();
-  if (!tree_.workspace(*workspaceID)) return;
-  const bool isTask = !isGeneral(*workspaceID) && selection_.section != AppSection::chat;
-  addAndSelect(ChatThread::make(std::string(isTask ? newTaskTitle : newChatTitle), main_.now()),
+  if (!workspaceID) {
+    chooseProject();
+    return {};
+  }
+  if (!core_.tree.workspace(*workspaceID)) return refuseMissingProject();
+  const bool isTask = !isGeneral(*workspaceID) && selection.section() != AppSection::chat;
+  addAndSelect(ChatThread::make(std::string(isTask ? newTaskTitle : newChatTitle),
+                                core_.main.now()),
                *workspaceID);
-  tree_.save();
+  return {};
 }
 
-void WorkspaceOperations::renameThread(const Uuid& id, const Uuid& workspaceID,
-                                       std::string_view title) {
+Result<> WorkspaceOperations::renameThread(const Uuid& id, const Uuid& workspaceID,
+                                           std::string_view title) {
   const std::string trimmed(text::trimmed(title));
   const ThreadExecutionKey key{workspaceID, id};
-  if (trimmed.empty() || !tree_.thread(key)) return;
-  tree_.updateThread(key, [&](ChatThread& thread) {
+  if (!core_.tree.thread(key)) return refuseMissingConversation();
+  if (trimmed.empty()) return refuse("A title needs at least one visible character.");
+  core_.tree.updateThread(key, [&](ChatThread& thread) {
     thread.title = trimmed;
-    thread.updatedAt = main_.now();
+    thread.updatedAt = core_.main.now();
   });
-  tree_.save();
+  return {};
 }
 
-void WorkspaceOperations::deleteThread(const Uuid& id, const Uuid& workspaceID) {
+Result<> WorkspaceOperations::deleteThread(const Uuid& id, const Uuid& workspaceID) {
   const ThreadExecutionKey key{workspaceID, id};
-  if (!tree_.thread(key)) return;
-  const bool wasSelected = selection_.key() == key;
-  executions_.remove(key);
-  tree_.takeThread(key);
-  if (tree_.workspace(workspaceID)->threads.empty()) {
-    tree_.addThread(replacementFor(workspaceID), workspaceID);
+  if (!core_.tree.thread(key)) return refuseMissingConversation();
+  const bool wasSelected = core_.selection.key() == key;
+  core_.runs.forget(key);
+  core_.tree.removeThread(key);
+  if (core_.tree.workspace(workspaceID)->threads.empty()) {
+    core_.tree.addThread(replacementFor(workspaceID), workspaceID);
   }
-  if (wasSelected) {
-    executions_.publishExecution(std::nullopt);
-    executions_.selectExecution(workspaceID, visibleThread(workspaceID));
-  }
+  if (wasSelected) replaceShown(workspaceID, visibleThread(workspaceID));
   fillIfSelected(workspaceID);
-  tree_.save();
+  return {};
 }
 
-void WorkspaceOperations::moveThread(const Uuid& id, const Uuid& from, const Uuid& to) {
+Result<> WorkspaceOperations::moveThread(const Uuid& id, const Uuid& from, const Uuid& to) {
   const ThreadExecutionKey key{from, id};
-  const ChatThread* thread = tree_.thread(key);
-  const auto* execution = executions_.find(key);
-  if ((thread && hasActiveRun(*thread)) || (execution && execution->connectionState.isBusy())) {
-    return executions_.showError("Stop this conversation before moving it to another project.");
+  if (isAtWork(key)) {
+    return refuse("Stop this conversation before moving it to another project.");
   }
-  const Workspace* source = tree_.workspace(from);
-  const Workspace* destination = tree_.workspace(to);
-  if (!thread || !destination) {
-    return executions_.showError(
-        "That conversation or destination project is no longer available.");
+  const Workspace* destination = core_.tree.workspace(to);
+  if (!core_.tree.thread(key) || !destination) {
+    return refuse("That conversation or destination project is no longer available.");
   }
-  if (from == to) return;
-  const bool wasSelected = selection_.key() == key;
-  executions_.captureMirroredExecution();
+  if (from == to) return {};
+  const bool wasSelected = core_.selection.key() == key;
   // Its client, if it still has one, works in the old folder.
-  executions_.remove(key);
+  core_.runs.forget(key);
 
-  const std::string sourcePath = source->path, sourceName = source->name;
-  const std::string destinationName = destination->name;
-  auto moved = tree_.takeThread(key);
-  moved->prepareForWorkspaceMove(sourcePath, sourceName, destinationName, main_.now());
-  tree_.addThread(std::move(*moved), to);
-  if (tree_.workspace(from)->threads.empty()) tree_.addThread(replacementFor(from), from);
+  core_.tree.moveThread(key, to);
+  if (core_.tree.workspace(from)->threads.empty()) {
+    core_.tree.addThread(replacementFor(from), from);
+  }
   if (wasSelected) show(to, id);
   fillIfSelected(from);
-  tree_.save();
-  ports_.updateRemoteSnapshot();
+  core_.changes.mark(topics::remoteSnapshot);
+  return {};
 }
 
-void WorkspaceOperations::toggleThreadPin(const Uuid& id, const Uuid& workspaceID) {
+Result<> WorkspaceOperations::toggleThreadPin(const Uuid& id, const Uuid& workspaceID) {
   const ThreadExecutionKey key{workspaceID, id};
-  if (!tree_.thread(key)) return;
-  tree_.updateThread(key, [](ChatThread& thread) { thread.isPinned = !thread.isPinned; });
-  tree_.save();
+  if (!core_.tree.thread(key)) return refuseMissingConversation();
+  core_.tree.updateThread(key, [](ChatThread& thread) { thread.isPinned = !thread.isPinned; });
+  return {};
 }
 
-void WorkspaceOperations::setThreadArchived(const Uuid& id, const Uuid& workspaceID,
-                                            bool archived) {
+Result<> WorkspaceOperations::setThreadArchived(const Uuid& id, const Uuid& workspaceID,
+                                                bool archived) {
   const ThreadExecutionKey key{workspaceID, id};
-  const ChatThread* found = tree_.thread(key);
-  if (!found) return;
-  if (archived && hasActiveRun(*found)) {
-    return executions_.showError("Stop this conversation before archiving it.");
-  }
-  tree_.updateThread(key, [&](ChatThread& thread) {
+  if (!core_.tree.thread(key)) return refuseMissingConversation();
+  if (archived && isAtWork(key)) return refuse("Stop this conversation before archiving it.");
+  core_.tree.updateThread(key, [&](ChatThread& thread) {
     thread.isArchived = archived;
     if (archived) thread.isPinned = false;
   });
-  if (archived && selection_.key() == key) {
-    executions_.selectExecution(workspaceID, visibleThread(workspaceID));
+  if (archived && core_.selection.key() == key) {
+    replaceShown(workspaceID, visibleThread(workspaceID));
   }
   fillIfSelected(workspaceID);
-  tree_.save();
-}
-
-void WorkspaceOperations::updateActiveThread(const std::function<void(ChatThread&)>& mutate) {
-  if (const auto key = selection_.key()) tree_.updateThread(*key, mutate);
+  return {};
 }
 
 // ---- drafts -------------------------------------------------------------------------------------
 
-void WorkspaceOperations::saveComposerDraft(std::string_view text,
-                                            const std::vector<ChatAttachment>& attachments,
-                                            const Uuid& threadID, const Uuid& workspaceID) {
+Result<> WorkspaceOperations::saveComposerDraft(std::string_view text,
+                                                const std::vector<ChatAttachment>& attachments,
+                                                const Uuid& threadID, const Uuid& workspaceID) {
   const ThreadExecutionKey key{workspaceID, threadID};
-  const ChatThread* found = tree_.thread(key);
-  if (!found) return;
-  if (found->draftText.value_or("") == text && found->draftAttachments == attachments) return;
-  tree_.updateThread(key, [&](ChatThread& thread) {
+  const ChatThread* found = core_.tree.thread(key);
+  if (!found) return refuseMissingConversation();
+  if (found->draftText.value_or("") == text && found->draftAttachments == attachments) return {};
+  core_.tree.updateThread(key, [&](ChatThread& thread) {
     thread.draftText = text.empty() ? std::nullopt : std::optional<std::string>(text);
     thread.draftAttachments = attachments;
   });
-  tree_.save();
+  return {};
 }
 
 std::string WorkspaceOperations::composerDraft(const Uuid& threadID,
                                                const Uuid& workspaceID) const {
-  const ChatThread* found = tree_.thread({workspaceID, threadID});
+  const ChatThread* found = core_.tree.thread({workspaceID, threadID});
   return found ? found->draftText.value_or("") : "";
 }
 
 std::vector<ChatAttachment> WorkspaceOperations::composerDraftAttachments(
     const Uuid& threadID, const Uuid& workspaceID) const {
-  const ChatThread* found = tree_.thread({workspaceID, threadID});
+  const ChatThread* found = core_.tree.thread({workspaceID, threadID});
   return found ? found->draftAttachments : std::vector<ChatAttachment>();
 }
 

@@ -1,17 +1,19 @@
 // The user's operations on workspaces and conversations. They keep two things true: the General
 // workspace is there and first, and a selected workspace without a visible conversation (one that
-// is not archived) gets a new one at once, so that nobody stands in an empty project. An archived
-// conversation is selected only where it is asked for by its id. An operation on an id that no
-// longer exists does nothing. Main queue.
+// is not archived) gets a new one at once, so that no project is ever shown empty. An archived
+// conversation is selected only where it is asked for by its id. What cannot be done is refused with the sentence
+// for the user. Main queue.
 #pragma once
 
-#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "engine/core/engine_core.h"
+#include "engine/core/refusal.h"
+#include "engine/core/run_lifecycle.h"
+#include "engine/core/selection.h"
 #include "engine/projects/git_snapshot_service.h"
 #include "engine/projects/project_context_service.h"
 #include "engine/tasks/run_activity.h"
@@ -24,23 +26,36 @@ struct RecentTaskReference {
   Date updatedAt;
 };
 
-class WorkspaceOperations {
+class WorkspaceOperations : public std::enable_shared_from_this<WorkspaceOperations> {
  public:
-  WorkspaceOperations(EngineCore& core, ProjectContextService& context, GitSnapshotService& git);
+  struct Dependencies {
+    MainQueue& main;
+    WorkspaceTree& tree;
+    Selection& selection;
+    ExecutionTable& executions;
+    RunLifecycle& runs;
+    ProjectContextService& context;
+    GitSnapshotService& git;
+    EngineEvents& events;
+    Changes& changes;
+  };
+  explicit WorkspaceOperations(Dependencies dependencies) : core_(dependencies) {}
 
   // Selection.
 
-  void selectThread(const Uuid& id, const Uuid& workspaceID);
+  Result<> selectThread(const Uuid& id, const Uuid& workspaceID);
   /// Selects the workspace and its first visible conversation.
-  void selectWorkspace(const Uuid& id);
+  Result<> selectWorkspace(const Uuid& id);
   /// Selects the conversation of a row of the activity list, as openSearchResult() does: the row
   /// may belong to the other half of the application.
-  void selectActivity(const RunActivity& activity);
+  Result<> selectActivity(const RunActivity& activity);
   /// Selects the conversation and asks the interface to bring the entry into view, also when the
   /// conversation is selected already. The section becomes the one that shows it: `chat` for the
   /// General workspace, `build` for a project. An archived conversation opens as it is. Where the
   /// entry has gone, the conversation opens as ever.
-  void openSearchResult(const Uuid& workspaceID, const Uuid& threadID, std::string_view entryID);
+  Result<> openSearchResult(const Uuid& workspaceID, const Uuid& threadID,
+                            std::string_view entryID);
+  void setSection(AppSection section) { core_.selection.setSection(section); }
   /// Conversations that are not archived, newest first: in the chat section those of the General
   /// workspace, elsewhere those of all projects.
   std::vector<RecentTaskReference> recentTaskReferences() const;
@@ -59,31 +74,28 @@ class WorkspaceOperations {
   /// Asks the user for a folder and opens it.
   void chooseProject();
   /// Opens a project folder: selects it when it is known, else adds it with one empty task.
-  void addWorkspace(std::string_view path);
+  Result<> addWorkspace(std::string_view path);
   /// Forgets a project and ends its clients; nothing on disk is touched. General stays.
-  void removeWorkspace(const Uuid& id);
-  void setWorkspacePinned(const Uuid& id, bool pinned);
+  Result<> removeWorkspace(const Uuid& id);
+  Result<> setWorkspacePinned(const Uuid& id, bool pinned);
   /// Archives all conversations of a workspace and begins a new one.
-  void archiveWorkspaceThreads(const Uuid& id);
+  Result<> archiveWorkspaceThreads(const Uuid& id);
 
-  // Conversations. What cannot be done says why in the interface's error message.
+  // Conversations.
 
   /// A new conversation, selected; without a workspace in the one that the section is about. With
   /// no project to put it in, the user is asked for a folder.
-  void newThread(std::optional<Uuid> workspaceID = std::nullopt);
-  void renameThread(const Uuid& id, const Uuid& workspaceID, std::string_view title);
+  Result<> newThread(std::optional<Uuid> workspaceID = std::nullopt);
+  Result<> renameThread(const Uuid& id, const Uuid& workspaceID, std::string_view title);
   /// Ends the conversation's client and deletes it.
-  void deleteThread(const Uuid& id, const Uuid& workspaceID);
-  void moveThread(const Uuid& id, const Uuid& from, const Uuid& to);
-  void toggleThreadPin(const Uuid& id, const Uuid& workspaceID);
-  void setThreadArchived(const Uuid& id, const Uuid& workspaceID, bool archived);
-  /// Changes the selected conversation's record.
-  /// It must not change what is visible (`isArchived`).
-  void updateActiveThread(const std::function<void(ChatThread&)>& mutate);
+  Result<> deleteThread(const Uuid& id, const Uuid& workspaceID);
+  Result<> moveThread(const Uuid& id, const Uuid& from, const Uuid& to);
+  Result<> toggleThreadPin(const Uuid& id, const Uuid& workspaceID);
+  Result<> setThreadArchived(const Uuid& id, const Uuid& workspaceID, bool archived);
 
   // Drafts. Keeping one does not count as a change of the conversation.
 
-  void saveComposerDraft(std::string_view text, const std::vector<ChatAttachment>& attachments,
+  Result<> saveComposerDraft(std::string_view text, const std::vector<ChatAttachment>& attachments,
                          const Uuid& threadID, const Uuid& workspaceID);
   std::string composerDraft(const Uuid& threadID, const Uuid& workspaceID) const;
   std::vector<ChatAttachment> composerDraftAttachments(const Uuid& threadID,
@@ -100,16 +112,13 @@ class WorkspaceOperations {
   /// Selects, and shows what belongs to the project.
   void show(const Uuid& workspaceID, const Uuid& threadID,
             std::optional<std::string> entryID = std::nullopt);
+  /// The same for a conversation that takes the place of another one of its project.
+  void replaceShown(const Uuid& workspaceID, const Uuid& threadID);
   void showInItsSection(const ThreadExecutionKey& key, std::optional<std::string> entryID);
   void addAndSelect(ChatThread thread, const Uuid& workspaceID);
+  bool isAtWork(const ThreadExecutionKey& key) const;
 
-  MainQueue& main_;
-  WorkspaceTree& tree_;
-  Selection& selection_;
-  ExecutionTable& executions_;
-  ProjectContextService& context_;
-  GitSnapshotService& git_;
-  const EnginePorts& ports_;
+  const Dependencies core_;
 };
 
 }  // namespace vantrell

@@ -1,203 +1,126 @@
 #include "engine/turns/agent_launcher.h"
 
 #include <fmt/format.h>
+#include <utility>
 
-#include "engine/core/open_tools.h"
 #include "platform/queues/weakly.h"
-#include "runtimes/catalog/provider_registry.h"
-#include "runtimes/wire/process_client.h"
 
 namespace vantrell {
 
-void noteProvider(RunRecord& run, AgentProvider provider, const ChatThread& thread) {
-  run.provider = provider;
-  run.modelID = thread.modelID(provider);
-  run.effort = thread.effort(provider);
-}
+/// Carries what a conversation's client says to the engine. Owned by the live state, and so gone
+/// with the conversation.
+class AgentLauncher::ConversationListener : public AgentSession::Listener {
+ public:
+  ConversationListener(AgentLauncher& launcher, const ThreadExecutionKey& key)
+      : launcher_(launcher), core_(launcher.core_), key_(key) {}
 
-AgentLauncher::AgentLauncher(EngineCore& core, SessionIntake& intake, Approvals& approvals,
-                             TurnFailures& failures, ProviderSetup& setup, ModelCatalog& catalog,
-                             UsageTracker& usage)
-    : main_(core.main),
-      tree_(core.tree),
-      executions_(core.executions),
-      intake_(intake),
-      approvals_(approvals),
-      failures_(failures),
-      setup_(setup),
-      catalog_(catalog),
-      usage_(usage) {}
+  void agentUpdated(const JsonObject& update) override { core_.intake.handle(update, key_); }
+  void agentAsked() override { core_.approvals.questionOpened(key_); }
+  void agentQuestionWithdrawn() override { core_.runs.resumed(key_, false); }
+  void agentWaits(const std::string& text) override { core_.runs.waitsFor(key_, text); }
+  void agentLogged(std::string_view text) override {
+    core_.executions.execution(key_).cliLog.append(text);
+    core_.executions.changed(key_);
+  }
+  void agentEnded(const std::string& text) override { launcher_.terminated(text, key_); }
+  void agentReplayStarted() override { core_.intake.replayStarted(key_); }
+  void agentReplayFailed() override { core_.intake.replayFailed(key_); }
+  void agentReportedUsage(const ProviderUsage& usage) override { core_.usage.reported(usage); }
+  void agentReportedModels(std::vector<ProviderModelOption> options) override {
+    const auto provider = core_.executions.execution(key_).activeProvider;
+    if (provider) core_.catalog.reported(*provider, std::move(options));
+  }
+  void agentEndedCancelledPrompts() override {
+    core_.runs.endOpenTools(key_);
+    core_.executions.changed(key_);
+  }
+
+ private:
+  AgentLauncher& launcher_;
+  const Dependencies& core_;
+  const ThreadExecutionKey key_;
+};
 
 void AgentLauncher::startClient(AgentProvider provider, const ThreadExecutionKey& key,
                                 const std::optional<Uuid>& runID, std::function<void()> afterReady,
                                 int startupAttempt) {
-  const auto context = setup_.connectorContext(provider, key);
+  const auto context = core_.setup.connectorContext(provider, key);
   if (!context) return;
-  const Attempt attempt{provider, key, runID, startupAttempt, std::move(afterReady)};
-  const ProviderConnector& connector = setup_.connector(provider);
+  const ProviderConnector& connector = core_.setup.connector(provider);
   const auto client = connector.makeClient(*context);
   if (!client) {
     const std::string& hint = connector.setupHint;
-    return failures_.fail(key, runID,
-                          {.description = hint, .text = hint, .isToldToClients = false});
+    return core_.runs.failed(key, runID, {.description = hint, .text = hint, .isTold = false});
   }
-  attach(client, attempt);
-  setCallbacks(client, key);
-
-  // Weak for the client: its own completion must not keep it alive.
-  const std::weak_ptr weakClient = client;
-  executions_.execution(key).connectTimer =
-      main_.after(connectTimeout, weakly(this, [weakClient, attempt](AgentLauncher& self) {
-                    self.watchdogFired(weakClient.lock(), attempt);
-                  }));
-  client->start(tree_.thread(key)->sessionID(provider),
-                weakly(this, [weakClient, attempt](AgentLauncher& self, StartResult result) {
-                  self.startCompleted(weakClient.lock(), attempt, std::move(result));
-                }));
-}
-
-void AgentLauncher::attach(const std::shared_ptr<AgentClient>& client, const Attempt& attempt) {
-  ThreadExecutionRuntime& execution = executions_.execution(attempt.key);
+  ThreadExecutionRuntime& execution = core_.executions.execution(key);
   execution.endClient();
-  endOpenTools(execution, attempt.key, tree_);
-  const Date now = main_.now();
-  execution.connectionState = ConnectionState::connecting();
-  execution.cliLog.clear();
-  execution.client = client;
-  client->setReceiving(executions_.isReceiving());
-  execution.activeProvider = attempt.provider;
-  execution.activeRunID = attempt.runID;
-  execution.lastActivityAt = now;
-  execution.lastPersistedActivityAt = now;
-  execution.stallWarningSent = false;
-  const ChatThread& thread = *tree_.thread(attempt.key);
-  tree_.updateRun(attempt.runID, attempt.key, [&](RunRecord& run) {
-    noteProvider(run, attempt.provider, thread);
-    run.status = RunRecordStatus::starting;
-    run.statusMessage = fmt::format("Connecting to {}…", shortLabel(attempt.provider));
-    run.lastActivityAt = now;
-  });
-  executions_.publishExecutionIfSelected(attempt.key);
-}
-
-void AgentLauncher::setCallbacks(const std::shared_ptr<AgentClient>& client,
-                                 const ThreadExecutionKey& key) {
-  // Every callback first makes sure that this client is still the conversation's: a late event of a
-  // stopped or replaced client must change nothing.
-  const auto whileServing = [this, key, weakClient = std::weak_ptr(client)](auto body) {
-    return weakly(this, [key, weakClient, body](AgentLauncher& self, auto&&... arguments) {
-      const auto execution = self.executions_.findServedBy(weakClient.lock(), key);
-      if (execution) body(self, *execution, std::forward<decltype(arguments)>(arguments)...);
-    });
-  };
-  using Self = AgentLauncher;
-  using Execution = ThreadExecutionRuntime;
-
-  client->onSessionUpdate = whileServing([key](Self& self, Execution&, const JsonObject& update) {
-    self.intake_.handle(update, key);
-  });
-  client->onPermissionRequest =
-      whileServing([key](Self& self, Execution&, PermissionRequest request) {
-        self.approvals_.requestArrived(std::move(request), key);
-      });
-  client->onLog = whileServing([key](Self& self, Execution& execution, std::string_view text) {
-    execution.cliLog.append(text);
-    self.executions_.publishExecutionIfSelected(key);
-  });
-  client->onReplayStarted =
-      whileServing([key](Self& self, Execution&) { self.intake_.replayStarted(key); });
-  client->onReplayFailed =
-      whileServing([key](Self& self, Execution&) { self.intake_.replayFailed(key); });
-  client->onUnexpectedTermination =
-      whileServing([key, provider = client->provider()](Self& self, Execution& execution,
-                                                        const std::string& text) {
-        self.terminated(provider, text, key, execution);
-      });
-  client->onUsageUpdate = whileServing(
-      [](Self& self, Execution&, const ProviderUsage& usage) { self.usage_.reported(usage); });
-  if (const auto reporting = std::dynamic_pointer_cast<ProcessClient>(client)) {
-    // The models of a provider are the same for all its conversations, so only we must be alive.
-    reporting->onModelOptionsUpdate = weakly(
-        this,
-        [provider = client->provider()](Self& self, std::vector<ProviderModelOption> options) {
-          self.catalog_.reported(provider, std::move(options));
-        });
-    reporting->onPermissionWithdrawn =
-        whileServing([key](Self& self, Execution&, std::int64_t requestID) {
-          self.approvals_.requestWithdrawn(requestID, key);
-        });
+  if (!execution.listener) {
+    execution.listener = std::make_unique<ConversationListener>(*this, key);
+    execution.session->setListener(execution.listener.get());
   }
+  execution.permissionMode = context->permissionMode;
+  core_.runs.connecting(key, runID, provider);
+  const Attempt attempt{provider, key, runID, startupAttempt, std::move(afterReady)};
+  execution.session->start(
+      client, core_.tree.thread(key)->sessionID(provider), connectTimeout,
+      weakly(this, [attempt](AgentLauncher& self, std::optional<AgentSession::StartResult> result) {
+        if (result) return self.startCompleted(attempt, *std::move(result));
+        self.timedOut(attempt);
+      }));
 }
 
-void AgentLauncher::startCompleted(const std::shared_ptr<AgentClient>& client,
-                                   const Attempt& attempt, StartResult result) {
-  ThreadExecutionRuntime* execution = executions_.findServedBy(client, attempt.key);
-  if (!execution) return;
+void AgentLauncher::startCompleted(const Attempt& attempt, AgentSession::StartResult result) {
   if (result) {
-    execution->connectTimer.cancel();
-    intake_.startSucceeded(attempt.key);
-    tree_.updateThread(attempt.key, [&](ChatThread& thread) {
+    core_.intake.startSucceeded(attempt.key);
+    core_.tree.updateThread(attempt.key, [&](ChatThread& thread) {
       thread.setSessionID(std::move(result->sessionId), attempt.provider);
     });
-    execution->connectionState = ConnectionState::ready();
-    tree_.save();
-    if (result->notice) tree_.appendSystemEntry(*result->notice, attempt.key);
-    executions_.publishExecutionIfSelected(attempt.key);
+    core_.runs.connected(attempt.key);
+    if (result->notice) core_.tree.appendSystemEntry(*result->notice, attempt.key);
     return attempt.afterReady();
   }
-  execution->endClient();
+  core_.executions.execution(attempt.key).endClient();
   const std::string& description = result.error().localizedDescription();
-  failures_.fail(
+  core_.runs.failed(
       attempt.key, attempt.runID,
-      {.description = description, .text = failures_.advice(description, attempt.provider)});
+      {.description = description, .text = core_.setup.advice(description, attempt.provider)});
   forgetLostSession(attempt, description);
 }
 
 // The failure was told. Were the session kept, each later prompt of the task would end like this
 // one.
 void AgentLauncher::forgetLostSession(const Attempt& attempt, const std::string& description) {
-  const auto& isSessionLost = setup_.connector(attempt.provider).isSessionLost;
-  const ChatThread* thread = tree_.thread(attempt.key);
+  const auto& isSessionLost = core_.setup.connector(attempt.provider).isSessionLost;
+  const ChatThread* thread = core_.tree.thread(attempt.key);
   if (!isSessionLost || !thread || !thread->sessionID(attempt.provider)) return;
   if (!isSessionLost(description)) return;
-  tree_.updateThread(
+  core_.tree.updateThread(
       attempt.key, [&attempt](ChatThread& changed) { changed.forgetSessionID(attempt.provider); });
-  tree_.appendSystemEntry(
+  core_.tree.appendSystemEntry(
       fmt::format("{} no longer has the session of this task. The next prompt begins a new one, "
-                  "which does not know what was said before.",
+                  "with the visible conversation attached.",
                   shortLabel(attempt.provider)),
       attempt.key);
 }
 
-void AgentLauncher::watchdogFired(const std::shared_ptr<AgentClient>& client,
-                                  const Attempt& attempt) {
-  ThreadExecutionRuntime* execution = executions_.findServedBy(client, attempt.key);
-  if (!execution || execution->connectionState != ConnectionState::connecting()) return;
-  const Date now = main_.now();
-  const auto label = shortLabel(attempt.provider);
-  execution->endClient();
-  execution->lastActivityAt = now;
-
+void AgentLauncher::timedOut(const Attempt& attempt) {
+  ThreadExecutionRuntime& execution = core_.executions.execution(attempt.key);
+  execution.endClient();
   if (attempt.number == 2) {
     const std::string text = fmt::format(
         "{} could not finish connecting after two attempts. The prompt was not sent. Check the "
         "provider sign-in in Settings, then try again.",
-        label);
-    return failures_.fail(attempt.key, attempt.runID,
-                          {.description = text, .text = text, .entry = text, .isActivity = true});
+        shortLabel(attempt.provider));
+    return core_.runs.failed(
+        attempt.key, attempt.runID,
+        {.description = text, .text = text, .entry = text, .isActivity = true});
   }
-
-  tree_.updateRun(attempt.runID, attempt.key, [&](RunRecord& run) {
-    run.status = RunRecordStatus::starting;
-    run.statusMessage = fmt::format("{} did not finish connecting. Retrying once…", label);
-    run.lastActivityAt = now;
-  });
-  executions_.publishExecutionIfSelected(attempt.key);
+  core_.runs.retrying(attempt.key, attempt.runID, attempt.provider);
   // The state stays `connecting` through the pause: a prompt is queued, a stop ends the retry.
-  execution->connectTimer = main_.after(
+  execution.retryTimer = core_.main.after(
       pauseBeforeRetry, weakly(this, [attempt](AgentLauncher& self) {
-        const auto* waiting = self.executions_.find(attempt.key);
-        if (!waiting || waiting->client ||
+        const auto* waiting = self.core_.executions.find(attempt.key);
+        if (!waiting || waiting->client() ||
             waiting->connectionState != ConnectionState::connecting()) {
           return;
         }
@@ -205,17 +128,19 @@ void AgentLauncher::watchdogFired(const std::shared_ptr<AgentClient>& client,
       }));
 }
 
-void AgentLauncher::terminated(AgentProvider provider, const std::string& text,
-                               const ThreadExecutionKey& key, ThreadExecutionRuntime& execution) {
+void AgentLauncher::terminated(const std::string& text, const ThreadExecutionKey& key) {
+  ThreadExecutionRuntime& execution = core_.executions.execution(key);
+  const auto provider = execution.activeProvider;
   const auto lost = std::exchange(execution.runLostWithClient, std::nullopt);
   execution.endClient();
   // A turn that is only on its way to a client, this one or another, does not end with it: it finds
   // no client and starts one.
-  const RunRecord* active = tree_.run(execution.activeRunID, key);
+  const RunRecord* active = core_.tree.run(execution.activeRunID, key);
   const bool isOnItsWay = active ? active->provider != provider
                                  : execution.connectionState == ConnectionState::connecting();
-  if (isOnItsWay) return executions_.publishExecutionIfSelected(key);
-  failures_.fail(key, active ? execution.activeRunID : lost, {.description = text, .text = text});
+  if (isOnItsWay) return core_.executions.changed(key);
+  core_.runs.failed(key, active ? execution.activeRunID : lost,
+                    {.description = text, .text = text});
 }
 
 }  // namespace vantrell

@@ -1,30 +1,38 @@
-// Brings a provider's client up for a conversation: two attempts of 30 seconds, and the callbacks
-// that tie the client to the engine. Main queue.
+// Brings a provider's client up for a conversation, two attempts of 30 seconds, and hears it while
+// it serves there. Main queue.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
-#include "engine/core/engine_core.h"
+#include "engine/core/run_lifecycle.h"
+#include "engine/core/settings.h"
 #include "engine/providers/model_catalog.h"
 #include "engine/turns/approvals.h"
 #include "engine/turns/session_intake.h"
-#include "engine/turns/turn_failures.h"
 
 namespace vantrell {
 
-/// Writes down which provider serves the run, with the model and effort chosen for it in the
-/// thread.
-void noteProvider(RunRecord& run, AgentProvider provider, const ChatThread& thread);
-
 class AgentLauncher : public std::enable_shared_from_this<AgentLauncher> {
  public:
-  AgentLauncher(EngineCore& core, SessionIntake& intake, Approvals& approvals,
-                TurnFailures& failures, ProviderSetup& setup, ModelCatalog& catalog,
-                UsageTracker& usage);
+  struct Dependencies {
+    MainQueue& main;
+    const Settings& settings;
+    WorkspaceTree& tree;
+    ExecutionTable& executions;
+    RunLifecycle& runs;
+    ProviderSetup& setup;
+    ModelCatalog& catalog;
+    UsageTracker& usage;
+    SessionIntake& intake;
+    Approvals& approvals;
+  };
+  explicit AgentLauncher(Dependencies dependencies) : core_(dependencies) {}
 
-  /// Makes and starts a client for the run (absent: for no run); `afterReady` follows when its
+  /// Makes and starts a client for the run (nullopt: for no run); `afterReady` follows when its
   /// session is open. Every failure ends the run with its text.
   void startClient(AgentProvider provider, const ThreadExecutionKey& key,
                    const std::optional<Uuid>& runID, std::function<void()> afterReady,
@@ -34,6 +42,7 @@ class AgentLauncher : public std::enable_shared_from_this<AgentLauncher> {
   static constexpr std::chrono::milliseconds pauseBeforeRetry{500};
 
  private:
+  class ConversationListener;
   struct Attempt {
     AgentProvider provider;
     ThreadExecutionKey key;
@@ -41,26 +50,12 @@ class AgentLauncher : public std::enable_shared_from_this<AgentLauncher> {
     int number;
     std::function<void()> afterReady;
   };
-  using StartResult = std::expected<AgentStartResult, AgentError>;
-
-  void attach(const std::shared_ptr<AgentClient>& client, const Attempt& attempt);
-  void setCallbacks(const std::shared_ptr<AgentClient>& client, const ThreadExecutionKey& key);
-  void startCompleted(const std::shared_ptr<AgentClient>& client, const Attempt& attempt,
-                      StartResult result);
+  void startCompleted(const Attempt& attempt, AgentSession::StartResult result);
+  void timedOut(const Attempt& attempt);
   void forgetLostSession(const Attempt& attempt, const std::string& description);
-  void watchdogFired(const std::shared_ptr<AgentClient>& client, const Attempt& attempt);
-  void terminated(AgentProvider provider, const std::string& text, const ThreadExecutionKey& key,
-                  ThreadExecutionRuntime& execution);
+  void terminated(const std::string& text, const ThreadExecutionKey& key);
 
-  MainQueue& main_;
-  WorkspaceTree& tree_;
-  ExecutionTable& executions_;
-  SessionIntake& intake_;
-  Approvals& approvals_;
-  TurnFailures& failures_;
-  ProviderSetup& setup_;
-  ModelCatalog& catalog_;
-  UsageTracker& usage_;
+  const Dependencies core_;
 };
 
 }  // namespace vantrell

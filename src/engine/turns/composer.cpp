@@ -1,6 +1,7 @@
 #include "engine/turns/composer.h"
 
 #include <fmt/format.h>
+#include <utility>
 
 #include "engine/turns/prompt_assembly.h"
 #include "platform/queues/weakly.h"
@@ -12,141 +13,105 @@ namespace {
 constexpr std::size_t checkpointLabelLength = 48;  // user-perceived characters of the prompt
 }
 
-Composer::Composer(EngineCore& core, SessionStatusService& status, PromptQueue& queue,
-                   ProjectContextService& context, HookRunner& hooks, TurnRunner& delivery)
-    : main_(core.main),
-      settings_(core.settings),
-      tree_(core.tree),
-      selection_(core.selection),
-      executions_(core.executions),
-      status_(status),
-      queue_(queue),
-      context_(context),
-      hooks_(hooks),
-      delivery_(delivery),
-      ports_(core.ports) {}
-
-bool Composer::canSend() const {
-  return selection_.workspaceID() && !executions_.mirror().connectionState.isBusy();
-}
-
-bool Composer::canSubmitPrompt() const {
-  return selection_.workspaceID().has_value();
-}
-
-void Composer::send(std::string_view text, std::vector<ChatAttachment> attachments) {
+Result<> Composer::send(std::string_view text, std::vector<ChatAttachment> attachments,
+                        const ThreadExecutionKey& key) {
   std::string prompt(text::trimmed(text));
-  const auto key = selection_.key();
-  if (prompt.empty() || !selection_.workspaceID() || !key) return;
+  if (prompt.empty()) return refuse("Type a prompt first.");
+  if (!core_.tree.thread(key)) return refuseMissingConversation();
   // Before a busy state counts: the answer does not wait for the agent.
   if (attachments.empty() && SessionStatusQuery::matches(prompt)) {
-    return status_.respondToSessionStatus(std::move(prompt), *key);
+    core_.status.respondToSessionStatus(std::move(prompt), key);
+    return {};
   }
-  const auto* execution = executions_.find(*key);
-  if (execution && execution->connectionState.isBusy()) {
-    return queue_.enqueuePrompt(std::move(prompt), std::move(attachments), *key);
+  if (core_.executions.isBusy(key) || (gate_ && gate_->isPreparing(key))) {
+    return core_.queue.enqueuePrompt(std::move(prompt), std::move(attachments), key);
   }
-  sendNow(std::move(prompt), std::move(attachments), *key);
+  return sendNow(std::move(prompt), std::move(attachments), key);
 }
 
-void Composer::sendNow(std::string text, std::vector<ChatAttachment> attachments) {
-  if (const auto key = selection_.key()) sendNow(std::move(text), std::move(attachments), *key);
-}
-
-void Composer::sendNow(std::string text, std::vector<ChatAttachment> attachments,
-                       const ThreadExecutionKey& key) {
-  if (!tree_.thread(key)) return;
-  ports_.prepareNotifications();
-  tree_.updateThreadTitleIfNeeded(text, key);
+Result<> Composer::sendNow(std::string text, std::vector<ChatAttachment> attachments,
+                           const ThreadExecutionKey& key) {
+  if (!core_.tree.thread(key)) return refuseMissingConversation();
+  core_.events.prepareNotifications();
+  core_.tree.loadTranscript(key);  // a capsule may need it
+  core_.tree.updateThreadTitleIfNeeded(text, key);
 
   ChatEntry entry;
   entry.id = Uuid::random().text();
   entry.kind = ChatEntryKind::user;
   entry.text = text;
   entry.attachments = attachments;
-  entry.createdAt = main_.now();
-  ThreadExecutionRuntime& execution = executions_.execution(key);
+  entry.createdAt = core_.main.now();
+  ThreadExecutionRuntime& execution = core_.executions.execution(key);
   execution.turnEntryID = entry.id;
-  execution.runLostWithClient.reset();
-  tree_.appendEntry(std::move(entry), key);
-  tree_.save();
+  core_.tree.appendEntry(std::move(entry), key);
 
-  const bool clientWasReady = execution.connectionState == ConnectionState::ready();
-  execution.connectionState = ConnectionState::connecting();
-  // Checkpoint and hooks may take a while, and the silence since the last turn was none.
-  execution.lastActivityAt = main_.now();
-  execution.stallWarningSent = false;
-  executions_.publishExecutionIfSelected(key);
-  main_.post(weakly(this, [text = std::move(text), attachments = std::move(attachments), key,
-                           clientWasReady, stopCount = execution.stopCount](Composer& self) {
-    self.beginTurn(text, attachments, key, clientWasReady, stopCount);
-  }));
+  Prompt prompt{.key = key,
+                .text = std::move(text),
+                .attachments = std::move(attachments),
+                .clientWasReady = execution.connectionState == ConnectionState::ready(),
+                .stopCount = execution.stopCount};
+  core_.runs.preparing(key);
+  core_.main.post(
+      weakly(this, [prompt = std::move(prompt)](Composer& self) { self.takeCheckpoint(prompt); }));
+  return {};
 }
 
-void Composer::beginTurn(const std::string& text, const std::vector<ChatAttachment>& attachments,
-                         const ThreadExecutionKey& key, bool clientWasReady, int stopCount) {
-  const auto wasStopped = [key, stopCount](Composer& self) {
-    const auto* execution = self.executions_.find(key);
-    return !self.tree_.thread(key) || !execution || execution->stopCount != stopCount;
-  };
-  if (wasStopped(*this)) return;
-  const auto startRun = weakly(this, [=](Composer& self) {
-    // Checkpoint and hooks may have taken a while.
-    if (wasStopped(self)) return;
-    self.replaceRun(key);
-    const Uuid runID = self.tree_.beginRun(text, key);
-    self.executions_.execution(key).activeRunID = runID;
-    Turn turn{key, runID, {}, {}, clientWasReady};
-    self.context_.projectContextPrompt(
-        key, weakly(&self, [turn, text, attachments, mode = self.settings_.workflowMode()](
-                               Composer& driver, const std::string& block) mutable {
-          // Reading the project's guidance may have taken a while.
-          if (!driver.delivery_.isLive(turn)) return;
-          turn.originalPrompt = assemblePrompt(text, attachments, mode, block);
-          driver.delivery_.routePrompt(turn);
-        }));
-  });
-  const auto runHooks = weakly(this, [key, startRun](Composer& self) {
-    self.hooks_.runProjectHooks(ProjectHookEvent::beforeTask, key, startRun);
-  });
-  ports_.captureCheckpoint(
-      key, fmt::format("Before: {}", text::firstCharacters(text, checkpointLabelLength)),
-      WorkspaceCheckpointKind::automatic, runHooks);
+// ---- the steps of a turn up to its run ----------------------------------------------------------
+
+/// Each step may take a while: the turn may have been stopped meanwhile, or its task deleted.
+bool Composer::wasStopped(const Prompt& prompt) const {
+  const auto* execution = core_.executions.find(prompt.key);
+  return !core_.tree.thread(prompt.key) || !execution ||
+         execution->stopCount != prompt.stopCount;
 }
 
-/// Whoever sends without a look at the state takes the place of the turn that is under way, whose
-/// client is replaced.
-void Composer::replaceRun(const ThreadExecutionKey& key) {
-  ThreadExecutionRuntime& execution = executions_.execution(key);
-  const auto replaced = std::exchange(execution.activeRunID, std::nullopt);
-  if (!replaced) return;
-  execution.permissionRequest = nullptr;
-  tree_.updateRun(replaced, key, [&](RunRecord& run) {
-    run.status = RunRecordStatus::cancelled;
-    run.statusMessage = "Replaced by a newer prompt.";
-    run.completedAt = main_.now();
-  });
+void Composer::takeCheckpoint(const Prompt& prompt) {
+  if (wasStopped(prompt)) return;
+  core_.safety.captureBeforePrompt(
+      prompt.key,
+      fmt::format("Before: {}", text::firstCharacters(prompt.text, checkpointLabelLength)),
+      weakly(this, [prompt](Composer& self) { self.runHooks(prompt); }));
 }
 
-void Composer::stopWorking() {
-  const auto key = selection_.key();
-  ThreadExecutionRuntime* execution = key ? executions_.find(*key) : nullptr;
-  if (!execution) return;
-  ++execution->stopCount;
-  if (execution->connectionState == ConnectionState::connecting()) {
-    execution->endClient();
-  } else if (execution->client) {
-    execution->client->cancel();
+void Composer::runHooks(const Prompt& prompt) {
+  core_.hooks.runProjectHooks(ProjectHookEvent::beforeTask, prompt.key,
+                              weakly(this, [prompt](Composer& self) { self.beginRun(prompt); }));
+}
+
+void Composer::beginRun(const Prompt& prompt) {
+  if (wasStopped(prompt)) return;
+  Turn turn{.key = prompt.key,
+            .runID = core_.runs.begin(prompt.text, prompt.key),
+            .clientWasReady = prompt.clientWasReady,
+            .whenCompleted = weakly(this, [key = prompt.key](Composer& self) {
+              static_cast<void>(self.runNextQueuedPrompt(key));
+            })};
+  core_.context.projectContextPrompt(
+      prompt.key, weakly(this, [turn, prompt, mode = core_.settings.workflowMode()](
+                                   Composer& self, const std::string& block) mutable {
+        // Reading the project's guidance may have taken a while.
+        if (!self.core_.turns.isLive(turn)) return;
+        turn.originalPrompt = assemblePrompt(prompt.text, prompt.attachments, mode, block);
+        self.core_.turns.routePrompt(turn);
+      }));
+}
+
+// ---- the queue and the end ----------------------------------------------------------------------
+
+Result<> Composer::runNextQueuedPrompt(const ThreadExecutionKey& key) {
+  if (core_.executions.isBusy(key) || (gate_ && gate_->isPreparing(key))) {
+    return refuse("The task is at work; its queue goes on by itself when the turn has ended.");
   }
-  execution->permissionRequest = nullptr;
-  execution->connectionState = ConnectionState::ready();
-  tree_.updateRun(std::exchange(execution->activeRunID, std::nullopt), *key, [&](RunRecord& run) {
-    run.status = RunRecordStatus::cancelled;
-    run.statusMessage = "Stopped by you.";
-    run.completedAt = main_.now();
-  });
-  tree_.appendSystemEntry("Stopped by you.", *key);
-  executions_.publishExecutionIfSelected(*key);
+  auto prompt = core_.queue.takeNext(key);
+  if (!prompt) return refuse("No prompt is waiting.");
+  return sendNow(std::move(prompt->text), std::move(prompt->attachments), key);
+}
+
+Result<> Composer::stopWorking(const ThreadExecutionKey& key) {
+  if (!core_.tree.thread(key)) return refuseMissingConversation();
+  core_.runs.stop(key);
+  return {};
 }
 
 }  // namespace vantrell

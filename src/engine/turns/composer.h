@@ -1,4 +1,4 @@
-// The composer's way in: a prompt is answered, queued, or becomes the run of a turn, which
+// Entry point of the composer: a prompt is answered, queued, or becomes the run of a turn, which
 // TurnRunner takes on; and the user's way to end one. The steps up to there stand in one function
 // each, in their fixed order. Main queue.
 #pragma once
@@ -7,52 +7,73 @@
 #include <string>
 #include <vector>
 
-#include "engine/core/engine_core.h"
+#include "engine/core/refusal.h"
+#include "engine/core/run_lifecycle.h"
+#include "engine/core/settings.h"
 #include "engine/projects/hook_runner.h"
 #include "engine/projects/project_context_service.h"
+#include "engine/projects/task_safety.h"
 #include "engine/turns/prompt_queue.h"
 #include "engine/turns/session_status_service.h"
 #include "engine/turns/turn_runner.h"
 
 namespace vantrell {
 
+/// Prompts that must not go out yet, since where they will work is being made.
+class PromptGate {
+ public:
+  virtual ~PromptGate() = default;
+  virtual bool isPreparing(const ThreadExecutionKey& key) const = 0;
+};
+
 class Composer : public std::enable_shared_from_this<Composer> {
  public:
-  Composer(EngineCore& core, SessionStatusService& status, PromptQueue& queue,
-           ProjectContextService& context, HookRunner& hooks, TurnRunner& delivery);
+  struct Dependencies {
+    MainQueue& main;
+    const Settings& settings;
+    WorkspaceTree& tree;
+    ExecutionTable& executions;
+    RunLifecycle& runs;
+    EngineEvents& events;
+    SessionStatusService& status;
+    PromptQueue& queue;
+    ProjectContextService& context;
+    HookRunner& hooks;
+    TaskSafety& safety;
+    TurnRunner& turns;
+  };
+  explicit Composer(Dependencies dependencies) : core_(dependencies) {}
+  /// Once, by the owner of both; must outlive the composer.
+  void setGate(const PromptGate* gate) { gate_ = gate; }
 
-  /// A workspace is selected and its conversation is not busy.
-  bool canSend() const;
-  /// A workspace is selected: while a turn runs a prompt is queued.
-  bool canSubmitPrompt() const;
-
-  /// What the composer calls: answers a question about the session, queues while the conversation
-  /// is busy, else starts a turn. Text of white space alone does nothing.
-  void send(std::string_view text, std::vector<ChatAttachment> attachments);
-  /// Starts a turn now, whatever the state. The one door to a turn.
-  void sendNow(std::string text, std::vector<ChatAttachment> attachments,
-               const ThreadExecutionKey& key);
-  void sendNow(std::string text, std::vector<ChatAttachment> attachments);
-  /// Ends the selected conversation's turn. Its client stays, unless it was still connecting;
-  /// nothing queued starts.
-  void stopWorking();
+  /// Answers a question about the session, queues while the conversation is busy or its worktree is
+  /// being made, else starts a turn. Text of white space alone is refused.
+  Result<> send(std::string_view text, std::vector<ChatAttachment> attachments,
+                const ThreadExecutionKey& key);
+  /// Starts a turn now, whatever the state. Every turn begins here.
+  Result<> sendNow(std::string text, std::vector<ChatAttachment> attachments,
+                   const ThreadExecutionKey& key);
+  /// Sends the first prompt of the queue. Refused while the conversation is busy or none waits.
+  Result<> runNextQueuedPrompt(const ThreadExecutionKey& key);
+  /// Ends the conversation's turn. Its client stays, unless it was still connecting; nothing queued
+  /// starts. Does nothing at rest.
+  Result<> stopWorking(const ThreadExecutionKey& key);
 
  private:
-  void beginTurn(const std::string& text, const std::vector<ChatAttachment>& attachments,
-                 const ThreadExecutionKey& key, bool clientWasReady, int stopCount);
-  void replaceRun(const ThreadExecutionKey& key);
+  struct Prompt {
+    ThreadExecutionKey key;
+    std::string text;
+    std::vector<ChatAttachment> attachments;
+    bool clientWasReady = false;
+    int stopCount = 0;
+  };
+  bool wasStopped(const Prompt& prompt) const;
+  void takeCheckpoint(const Prompt& prompt);
+  void runHooks(const Prompt& prompt);
+  void beginRun(const Prompt& prompt);
 
-  MainQueue& main_;
-  Settings& settings_;
-  WorkspaceTree& tree_;
-  Selection& selection_;
-  ExecutionTable& executions_;
-  SessionStatusService& status_;
-  PromptQueue& queue_;
-  ProjectContextService& context_;
-  HookRunner& hooks_;
-  TurnRunner& delivery_;
-  const EnginePorts& ports_;
+  const Dependencies core_;
+  const PromptGate* gate_ = nullptr;
 };
 
 }  // namespace vantrell

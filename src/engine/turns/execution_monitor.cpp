@@ -8,8 +8,8 @@
 
 namespace vantrell {
 
-ExecutionMonitor::ExecutionMonitor(EngineCore& core)
-    : main_(core.main), tree_(core.tree), executions_(core.executions), ports_(core.ports) {}
+ExecutionMonitor::ExecutionMonitor(MainQueue& main, ExecutionTable& executions, RunLifecycle& runs)
+    : main_(main), executions_(executions), runs_(runs) {}
 
 void ExecutionMonitor::configureExecutionMonitor() {
   timer_.cancel();
@@ -23,25 +23,16 @@ void ExecutionMonitor::checkExecutionHealth(Date at) {
   for (const auto& key : executions_.keys()) {
     ThreadExecutionRuntime* execution = executions_.find(key);
     if (!execution || !execution->connectionState.isBusy()) continue;
-    if (execution->permissionRequest || execution->stallWarningSent) continue;
-    if (at - execution->lastActivityAt >= stalledAfter) warn(key, *execution, at);
+    if (execution->permissionRequest() || execution->stallWarningSent) continue;
+    if (at - execution->lastActivityAt < stalledAfter) continue;
+    runs_.stalled(
+        key,
+        fmt::format("{} has produced no new activity for {}. It may still be working; you can keep "
+                    "waiting or stop the task.",
+                    execution->activeProvider ? shortLabel(*execution->activeProvider)
+                                              : "The agent",
+                    RunActivityTiming::elapsedLabel(execution->lastActivityAt, at)));
   }
-}
-
-void ExecutionMonitor::warn(const ThreadExecutionKey& key, ThreadExecutionRuntime& execution,
-                            Date at) {
-  execution.stallWarningSent = true;
-  const std::string text = fmt::format(
-      "{} has produced no new activity for {}. It may still be working; you can keep waiting or "
-      "stop the task.",
-      execution.activeProvider ? shortLabel(*execution.activeProvider) : "The agent",
-      RunActivityTiming::elapsedLabel(execution.lastActivityAt, at));
-  tree_.updateRun(execution.activeRunID, key, [&](RunRecord& run) {
-    run.statusMessage = text;
-    run.lastActivityAt = execution.lastActivityAt;
-  });
-  executions_.publishExecutionIfSelected(key);
-  ports_.sendRemoteTaskEvent("needs_attention", text, key);
 }
 
 }  // namespace vantrell

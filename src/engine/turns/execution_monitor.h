@@ -4,15 +4,15 @@
 
 #include <memory>
 
-#include "engine/core/engine_core.h"
+#include "engine/core/run_lifecycle.h"
 
 namespace vantrell {
 
 class ExecutionMonitor : public std::enable_shared_from_this<ExecutionMonitor> {
  public:
-  explicit ExecutionMonitor(EngineCore& core);
+  ExecutionMonitor(MainQueue& main, ExecutionTable& executions, RunLifecycle& runs);
 
-  /// Begins to look every 30 seconds; called again, it begins anew.
+  /// Begins to look every 30 seconds; called again, it begins from the start.
   void configureExecutionMonitor();
   /// Looks at every conversation that is at work, selected or not. One that waits for an answer of
   /// the user is not silent.
@@ -21,12 +21,9 @@ class ExecutionMonitor : public std::enable_shared_from_this<ExecutionMonitor> {
   static constexpr std::chrono::seconds period{30};
 
  private:
-  void warn(const ThreadExecutionKey& key, ThreadExecutionRuntime& execution, Date at);
-
   MainQueue& main_;
-  WorkspaceTree& tree_;
   ExecutionTable& executions_;
-  const EnginePorts& ports_;
+  RunLifecycle& runs_;
   Timer timer_;
 };
 

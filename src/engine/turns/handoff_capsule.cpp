@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "platform/text/text.h"
+#include "project/task_safety_error.h"
 #include "runtimes/catalog/provider_registry.h"
 
 namespace vantrell::HandoffCapsule {
@@ -33,7 +34,11 @@ std::string describe(const ChatEntry& entry) {
 std::string conversation(const Transcript& entries) {
   std::vector<std::string> lines;
   for (std::size_t i = entries.size(); i > 0 && lines.size() < keptEntries; --i) {
-    if (entries[i - 1].kind != ChatEntryKind::thought) lines.push_back(describe(entries[i - 1]));
+    const ChatEntry& entry = entries[i - 1];
+    const bool isForUser =
+        entry.kind == ChatEntryKind::thought ||
+        (entry.kind == ChatEntryKind::system && entry.text.starts_with(missingCheckpointText));
+    if (!isForUser) lines.push_back(describe(entry));
   }
   std::ranges::reverse(lines);
   return std::string(text::lastCharacters(text::joined(lines, "\n\n"), keptCharacters));

@@ -7,72 +7,64 @@
 
 namespace vantrell {
 
-PromptQueue::PromptQueue(EngineCore& core)
-    : main_(core.main),
-      tree_(core.tree),
-      selection_(core.selection),
-      executions_(core.executions) {}
-
-void PromptQueue::enqueuePrompt(std::string text, std::vector<ChatAttachment> attachments,
-                                const ThreadExecutionKey& key) {
-  if (!tree_.thread(key)) return;
+Result<> PromptQueue::enqueuePrompt(std::string text, std::vector<ChatAttachment> attachments,
+                                    const ThreadExecutionKey& key) {
+  if (!tree_.thread(key)) return refuseMissingConversation();
   tree_.updateThread(key, [&](ChatThread& thread) {
     thread.queuedPrompts.push_back(
         {Uuid::random(), std::move(text), std::move(attachments), main_.now()});
     thread.updatedAt = main_.now();
   });
-  tree_.save();
+  return {};
 }
 
-void PromptQueue::runNextQueuedPrompt(const ThreadExecutionKey& key) {
-  const auto* execution = executions_.find(key);
+std::optional<QueuedPrompt> PromptQueue::takeNext(const ThreadExecutionKey& key) {
   const ChatThread* thread = tree_.thread(key);
-  if ((execution && execution->connectionState.isBusy()) || !thread ||
-      thread->queuedPrompts.empty()) {
-    return;
-  }
-  QueuedPrompt prompt;
+  if (!thread || thread->queuedPrompts.empty()) return std::nullopt;
+  std::optional<QueuedPrompt> prompt;
   tree_.updateThread(key, [&](ChatThread& each) {
     prompt = std::move(each.queuedPrompts.front());
     each.queuedPrompts.erase(each.queuedPrompts.begin());
   });
-  // It saves, and so the store has the prompt in one of the two places at every moment.
-  sendNow(std::move(prompt.text), std::move(prompt.attachments), key);
+  return prompt;
 }
 
-void PromptQueue::runNextQueuedPrompt() {
-  if (const auto key = selection_.key()) runNextQueuedPrompt(*key);
+Result<> PromptQueue::expect(const Uuid& id, const ThreadExecutionKey& key) const {
+  const ChatThread* thread = tree_.thread(key);
+  if (!thread) return refuseMissingConversation();
+  if (std::ranges::find(thread->queuedPrompts, id, &QueuedPrompt::id) !=
+      thread->queuedPrompts.end()) {
+    return {};
+  }
+  return refuse("That prompt is not waiting any more.");
 }
 
-void PromptQueue::moveQueuedPromptToFront(const Uuid& id) {
-  const auto key = selection_.key();
-  const ChatThread* thread = key ? tree_.thread(*key) : nullptr;
-  if (!thread) return;
-  const auto& queue = thread->queuedPrompts;
-  const auto found = std::ranges::find(queue, id, &QueuedPrompt::id);
-  if (found == queue.end() || found == queue.begin()) return;
-  tree_.updateThread(*key,
+Result<> PromptQueue::moveQueuedPromptToFront(const Uuid& id, const ThreadExecutionKey& key) {
+  if (auto there = expect(id, key); !there) return there;
+  if (tree_.thread(key)->queuedPrompts.front().id == id) return {};
+  tree_.updateThread(key,
                      [&](ChatThread& each) { each.moveQueuedPromptToFront(id, main_.now()); });
-  tree_.save();
+  return {};
 }
 
-void PromptQueue::removeQueuedPrompt(const Uuid& id) {
-  removeWhere([&](const QueuedPrompt& prompt) { return prompt.id == id; });
-}
-
-void PromptQueue::clearQueuedPrompts() {
-  removeWhere([](const QueuedPrompt&) { return true; });
-}
-
-void PromptQueue::removeWhere(const std::function<bool(const QueuedPrompt&)>& isMeant) {
-  const auto key = selection_.key();
-  const ChatThread* thread = key ? tree_.thread(*key) : nullptr;
-  if (!thread || std::ranges::none_of(thread->queuedPrompts, isMeant)) return;
-  tree_.updateThread(*key, [&](ChatThread& each) {
-    std::erase_if(each.queuedPrompts, isMeant);
+Result<> PromptQueue::removeQueuedPrompt(const Uuid& id, const ThreadExecutionKey& key) {
+  if (auto there = expect(id, key); !there) return there;
+  tree_.updateThread(key, [&](ChatThread& each) {
+    std::erase_if(each.queuedPrompts, [&](const QueuedPrompt& prompt) { return prompt.id == id; });
     each.updatedAt = main_.now();
   });
-  tree_.save();
+  return {};
+}
+
+Result<> PromptQueue::clearQueuedPrompts(const ThreadExecutionKey& key) {
+  const ChatThread* thread = tree_.thread(key);
+  if (!thread) return refuseMissingConversation();
+  if (thread->queuedPrompts.empty()) return {};
+  tree_.updateThread(key, [&](ChatThread& each) {
+    each.queuedPrompts.clear();
+    each.updatedAt = main_.now();
+  });
+  return {};
 }
 
 }  // namespace vantrell

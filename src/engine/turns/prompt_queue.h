@@ -2,44 +2,36 @@
 // one after each turn that went well, or when the user says so. Main queue.
 #pragma once
 
-#include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "engine/core/engine_core.h"
+#include "engine/core/refusal.h"
+#include "engine/core/workspace_tree.h"
 
 namespace vantrell {
 
 class PromptQueue {
  public:
-  explicit PromptQueue(EngineCore& core);
+  PromptQueue(MainQueue& main, WorkspaceTree& tree) : main_(main), tree_(tree) {}
 
   /// Adds a prompt at the end.
-  void enqueuePrompt(std::string text, std::vector<ChatAttachment> attachments,
-                     const ThreadExecutionKey& key);
-  /// Sends the first prompt. Does nothing while the conversation is busy or none waits.
-  void runNextQueuedPrompt(const ThreadExecutionKey& key);
-  /// The same for the selected conversation.
-  void runNextQueuedPrompt();
+  Result<> enqueuePrompt(std::string text, std::vector<ChatAttachment> attachments,
+                         const ThreadExecutionKey& key);
+  /// Takes the first prompt out, for the caller to send in the same step: the store then has it in
+  /// one of the two places at every moment. Nullopt when none waits.
+  std::optional<QueuedPrompt> takeNext(const ThreadExecutionKey& key);
 
-  // The selected conversation's; an unknown id changes nothing.
-
-  void moveQueuedPromptToFront(const Uuid& id);
-  void removeQueuedPrompt(const Uuid& id);
-  void clearQueuedPrompts();
-
-  /// Starts a turn. Set once, by the owner of both desks.
-  std::function<void(std::string text, std::vector<ChatAttachment>, const ThreadExecutionKey&)>
-      sendNow;
+  Result<> moveQueuedPromptToFront(const Uuid& id, const ThreadExecutionKey& key);
+  Result<> removeQueuedPrompt(const Uuid& id, const ThreadExecutionKey& key);
+  Result<> clearQueuedPrompts(const ThreadExecutionKey& key);
 
  private:
-  /// Removes those of the selected conversation that are meant.
-  void removeWhere(const std::function<bool(const QueuedPrompt&)>& isMeant);
+  /// Refuses where the conversation or the prompt has gone.
+  Result<> expect(const Uuid& id, const ThreadExecutionKey& key) const;
 
   MainQueue& main_;
   WorkspaceTree& tree_;
-  Selection& selection_;
-  ExecutionTable& executions_;
 };
 
 }  // namespace vantrell

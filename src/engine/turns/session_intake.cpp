@@ -2,9 +2,9 @@
 
 #include <fmt/format.h>
 
-#include "engine/core/open_tools.h"
 #include "engine/turns/prompt_assembly.h"
 #include "platform/text/text.h"
+#include "records/values/playback_merge.h"
 #include "runtimes/catalog/provider_registry.h"
 
 namespace vantrell {
@@ -19,26 +19,30 @@ bool isReminder(const JsonObject& update) {
   return trimmed.starts_with("<system-reminder>") && trimmed.ends_with("</system-reminder>");
 }
 
-/// A session knows its own provider's turns alone: of a conversation that went from provider to
-/// provider, a transcript rebuilt from it would lose the rest.
-bool holdsWorkOfOthers(const Transcript& transcript, std::optional<AgentProvider> provider) {
-  return std::ranges::any_of(transcript, [provider](const ChatEntry& entry) {
-    return entry.provider && entry.provider != provider;
-  });
+/// A runtime plays back the prompts that it was given, with the instructions around the user's
+/// words. The words are the entry.
+void keepUserWords(Transcript& played) {
+  for (std::size_t i = 0; i < played.size(); ++i) {
+    const ChatEntry& entry = std::as_const(played)[i];
+    if (entry.kind != ChatEntryKind::user) continue;
+    const auto composed = composedTextOf(entry.text);
+    if (composed) played[i].text = std::string(ChatAttachmentPrompt::parse(*composed).request);
+  }
 }
 
 }  // namespace
 
-SessionIntake::SessionIntake(EngineCore& core)
-    : main_(core.main), tree_(core.tree), executions_(core.executions), changes_(core.changes) {}
+SessionIntake::SessionIntake(MainQueue& main, WorkspaceTree& tree, ExecutionTable& executions,
+                             RunLifecycle& runs)
+    : main_(main), tree_(tree), executions_(executions), runs_(runs) {}
 
 void SessionIntake::handle(const JsonObject& update, const ThreadExecutionKey& key) {
   ThreadExecutionRuntime* execution = executions_.find(key);
   const std::string* kind = json::text(update, "sessionUpdate");
   if (!execution || !kind) return;
   switch (dispatch(*kind, update, key, *execution)) {
-    case Outcome::handled: return markActivity(key, *execution);
-    case Outcome::unknownKind: return executions_.publishExecutionIfSelected(key);
+    case Outcome::handled: return runs_.active(key);
+    case Outcome::unknownKind: return executions_.changed(key);
     case Outcome::ignored: return;
   }
 }
@@ -78,16 +82,32 @@ bool SessionIntake::upsertTextEntry(const JsonObject& update, ChatEntryKind kind
   if (!chunk || chunk->empty()) return false;
   const std::string* messageID = json::text(update, "messageId");
   const std::string& id = messageID ? *messageID : fallbackID;
-  if (tree_.appendText(*chunk, id, key)) return false;
+  if (execution.playback) {
+    if (ChatEntry* const known = execution.playback->find(id)) {
+      known->text.append(*chunk);
+      return false;
+    }
+  } else if (tree_.appendText(*chunk, id, key)) {
+    return false;
+  }
 
   ChatEntry entry;
   entry.id = id;
   entry.kind = kind;
   entry.text = *chunk;
   if (kind != ChatEntryKind::user) entry.provider = execution.activeProvider;
-  entry.createdAt = main_.now();
-  tree_.appendEntry(std::move(entry), key);
+  append(std::move(entry), key, execution);
   return true;
+}
+
+void SessionIntake::append(ChatEntry entry, const ThreadExecutionKey& key,
+                           const ThreadExecutionRuntime& execution) {
+  entry.createdAt = main_.now();
+  if (execution.playback) {
+    execution.playback->append(std::move(entry));
+  } else {
+    tree_.appendEntry(std::move(entry), key);
+  }
 }
 
 void SessionIntake::upsertToolEntry(const JsonObject& update, const ThreadExecutionKey& key,
@@ -96,7 +116,10 @@ void SessionIntake::upsertToolEntry(const JsonObject& update, const ThreadExecut
   if (!id) return;
   std::string title = json::textOr(update, "title", "Using a tool");
   std::string status = json::textOr(update, "status", "pending");
-  if (isOpenToolStatus(status)) {
+  const bool isOpen = isOpenToolStatus(status);
+  if (execution.playback) {
+    if (isOpen) status = "failed";  // of a turn that ended long ago
+  } else if (isOpen) {
     execution.openTools.insert(*id);
   } else {
     execution.openTools.erase(*id);
@@ -105,13 +128,17 @@ void SessionIntake::upsertToolEntry(const JsonObject& update, const ThreadExecut
   const bool isShown = input && (input->asObject() || input->asArray());
   std::string detail = isShown ? json::writePrettySorted(*input) : std::string();
 
-  const bool known = tree_.updateEntry(*id, key, [&](ChatEntry& entry) {
+  const auto apply = [&](ChatEntry& entry) {
     entry.title = title;
     entry.status = status;
     // A later update without input leaves the input shown.
     if (!detail.empty()) entry.text = detail;
-  });
-  if (known) return;
+  };
+  if (execution.playback) {
+    if (ChatEntry* const known = execution.playback->find(*id)) return apply(*known);
+  } else if (tree_.updateEntry(*id, key, apply)) {
+    return;
+  }
 
   ChatEntry entry;
   entry.id = *id;
@@ -120,8 +147,7 @@ void SessionIntake::upsertToolEntry(const JsonObject& update, const ThreadExecut
   entry.title = std::move(title);
   entry.status = std::move(status);
   entry.provider = execution.activeProvider;
-  entry.createdAt = main_.now();
-  tree_.appendEntry(std::move(entry), key);
+  append(std::move(entry), key, execution);
 }
 
 void SessionIntake::rebuildPlan(const JsonObject& update, const ThreadExecutionKey& key,
@@ -138,27 +164,7 @@ void SessionIntake::rebuildPlan(const JsonObject& update, const ThreadExecutionK
                      json::textOr(*entry, "priority", "medium")});
   }
   execution.plan = std::move(plan);
-  // The plan is the one thing of an update that the mirror holds; for the entries of a stream there
-  // is nothing to publish, thousands of times a second.
-  executions_.publishExecutionIfSelected(key);
-  changes_.announce({.kind = Change::Kind::planReplaced, .conversation = key});
-}
-
-void SessionIntake::markActivity(const ThreadExecutionKey& key, ThreadExecutionRuntime& execution) {
-  const Date now = main_.now();
-  const bool wasStalled = std::exchange(execution.stallWarningSent, false);
-  execution.lastActivityAt = now;
-  if (wasStalled || now - execution.lastPersistedActivityAt >= persistInterval) {
-    execution.lastPersistedActivityAt = now;
-    tree_.updateRun(execution.activeRunID, key, [&](RunRecord& run) {
-      run.lastActivityAt = now;
-      if (!wasStalled) return;
-      run.statusMessage = fmt::format(
-          "{} resumed activity.",
-          execution.activeProvider ? shortLabel(*execution.activeProvider) : "The agent");
-    });
-    executions_.publishExecutionIfSelected(key);
-  }
+  executions_.changed(key);
 }
 
 // ---- replay -------------------------------------------------------------------------------------
@@ -167,68 +173,30 @@ void SessionIntake::replayStarted(const ThreadExecutionKey& key) {
   ThreadExecutionRuntime* execution = executions_.find(key);
   const ChatThread* thread = tree_.thread(key);
   if (!execution || !thread) return;
-  // A replay that is under way keeps what it has put aside.
-  if (!execution->replay) execution->replay = std::make_unique<Replay>(tree_, key);
-  execution->replayBackup = execution->replay->backup();
-  execution->isReplaying = true;
-  tree_.replaceTranscript({}, key);
-  executions_.publishExecutionIfSelected(key);
+  // Of a second attempt all is played back again.
+  execution->beginReplay(thread->entries.size());
+  executions_.changed(key);
 }
 
 void SessionIntake::replayFailed(const ThreadExecutionKey& key) {
   ThreadExecutionRuntime* execution = executions_.find(key);
   if (!execution) return;
   execution->endReplay();
-  execution->openTools.clear();  // of what was played back and is gone again
-  executions_.publishExecutionIfSelected(key);
+  executions_.changed(key);
 }
 
 void SessionIntake::startSucceeded(const ThreadExecutionKey& key) {
   ThreadExecutionRuntime* execution = executions_.find(key);
-  const ChatThread* thread = tree_.thread(key);
-  if (!execution || !execution->replay) return;
-  if (!thread || thread->entries.empty()) return execution->endReplay();
-
-  const auto backup = execution->replay->backup();
-  if (holdsWorkOfOthers(*backup, execution->activeProvider)) {
-    execution->endReplay();
-    execution->openTools.clear();
-    return;
-  }
-  endOpenTools(*execution, key, tree_);  // of turns that ended long ago
-  restoreUserWords(*backup, key);
-  const auto turnStart =
-      execution->turnEntryID ? backup->indexOf(*execution->turnEntryID) : std::nullopt;
-  for (std::size_t i = turnStart.value_or(backup->size()); i < backup->size(); ++i) {
-    tree_.appendEntry((*backup)[i], key);
-  }
-  execution->replay->keepRebuilt();
+  if (!execution || !execution->playback) return;
+  Transcript played = std::move(*execution->playback);
   execution->endReplay();
-}
-
-// A runtime plays back the prompts that it was given, with the instructions that stood round the
-// user's words. The words are the entry; with them come back what only we knew of it.
-void SessionIntake::restoreUserWords(const Transcript& before, const ThreadExecutionKey& key) {
   const ChatThread* thread = tree_.thread(key);
-  auto next = before.begin();  // both are in the order of the conversation
-  for (std::size_t i = 0; i < thread->entries.size(); ++i) {
-    const ChatEntry& played = thread->entries[i];
-    if (played.kind != ChatEntryKind::user) continue;
-    const auto composed = composedTextOf(played.text);
-    if (!composed) continue;
-    const std::string words(ChatAttachmentPrompt::parse(*composed).request);
-    const auto known = std::find_if(next, before.end(), [&](const ChatEntry& each) {
-      return each.kind == ChatEntryKind::user && each.text == words;
-    });
-    tree_.updateEntry(std::string(played.id), key, [&](ChatEntry& entry) {
-      if (known != before.end()) {
-        entry.attachments = known->attachments;
-        entry.createdAt = known->createdAt;
-      }
-      entry.text = words;
-    });
-    if (known != before.end()) next = known + 1;
-  }
+  if (!thread || played.empty()) return;
+  keepUserWords(played);
+  const auto turn =
+      execution->turnEntryID ? thread->entries.indexOf(*execution->turnEntryID) : std::nullopt;
+  const std::size_t end = turn.value_or(execution->lengthBeforePlayback);
+  tree_.replaceTranscript(Transcript(mergePlayback(thread->entries, end, played)), key);
 }
 
 }  // namespace vantrell

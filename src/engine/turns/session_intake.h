@@ -1,35 +1,32 @@
 // The consuming end of the update stream: turns each update of a running client into transcript
-// entries, the plan and the marks of activity. Decides how often a stream reaches the disk, and how
-// a resumed session rebuilds a transcript without ever losing it. Main queue.
+// entries, the plan and the marks of activity. What a resumed session plays back is collected apart
+// and merged into the transcript at its end, so that nothing stored is lost. Main queue.
 #pragma once
 
 #include <memory>
 #include <string>
 #include <string_view>
 
-#include "engine/core/engine_core.h"
+#include "engine/core/run_lifecycle.h"
 #include "platform/values/json.h"
 
 namespace vantrell {
 
 class SessionIntake {
  public:
-  explicit SessionIntake(EngineCore& core);
+  SessionIntake(MainQueue& main, WorkspaceTree& tree, ExecutionTable& executions,
+                RunLifecycle& runs);
 
   /// One update of the conversation's client. A malformed one is dropped.
   void handle(const JsonObject& update, const ThreadExecutionKey& key);
 
-  /// The runtime plays a stored session back: the transcript is emptied and rebuilds itself.
+  /// The runtime plays a stored session back.
   void replayStarted(const ThreadExecutionKey& key);
-  /// It could not: the transcript is what it was.
+  /// It could not; the transcript is what it was.
   void replayFailed(const ThreadExecutionKey& key);
-  /// The client has started. After a replay the rebuilt transcript stays, with the entries of the
-  /// turn at hand, which the runtime does not know yet, at its end. A runtime that played nothing
-  /// back takes nothing away. Without a replay nothing happens.
+  /// The client has started. What it has played back is merged with what is stored; the entries of
+  /// the turn at hand, which the runtime does not know yet, stay at the end.
   void startSucceeded(const ThreadExecutionKey& key);
-
-  /// While a stream runs, at most one save in this time.
-  static constexpr Seconds persistInterval{15.0};
 
  private:
   enum class Outcome { handled, ignored, unknownKind };
@@ -42,13 +39,14 @@ class SessionIntake {
                        ThreadExecutionRuntime& execution);
   void rebuildPlan(const JsonObject& update, const ThreadExecutionKey& key,
                    ThreadExecutionRuntime& execution);
-  void restoreUserWords(const Transcript& before, const ThreadExecutionKey& key);
-  void markActivity(const ThreadExecutionKey& key, ThreadExecutionRuntime& execution);
+  /// To the conversation, or to what is being played back.
+  void append(ChatEntry entry, const ThreadExecutionKey& key,
+              const ThreadExecutionRuntime& execution);
 
   MainQueue& main_;
   WorkspaceTree& tree_;
   ExecutionTable& executions_;
-  Changes& changes_;
+  RunLifecycle& runs_;
 };
 
 }  // namespace vantrell

@@ -6,8 +6,9 @@ namespace {
 constexpr std::string_view statusTitle = "Session status";
 }
 
-SessionStatusService::SessionStatusService(EngineCore& core)
-    : main_(core.main), tree_(core.tree), executions_(core.executions), ports_(core.ports) {}
+SessionStatusService::SessionStatusService(MainQueue& main, WorkspaceTree& tree,
+                                           ExecutionTable& executions, Changes& changes)
+    : main_(main), tree_(tree), executions_(executions), changes_(changes) {}
 
 SessionStatusReport SessionStatusService::report(const ThreadExecutionKey& key) {
   using Kind = ConnectionState::Kind;
@@ -29,9 +30,9 @@ SessionStatusReport SessionStatusService::report(const ThreadExecutionKey& key) 
   }
   if (state.isBusy() && !report.lastActivityAt) report.lastActivityAt = execution->lastActivityAt;
 
-  if (execution && execution->permissionRequest) {
+  if (execution && execution->permissionRequest()) {
     report.phase = SessionStatusPhase::waitingApproval;
-    report.detail = execution->permissionRequest->title;
+    report.detail = execution->permissionRequest()->title;
     return report;
   }
   switch (state.kind) {
@@ -58,8 +59,7 @@ void SessionStatusService::respondToSessionStatus(std::string text, const Thread
   });
   append(ChatEntryKind::user, std::move(text), key);
   append(ChatEntryKind::assistant, std::move(answer), key);
-  tree_.save();
-  ports_.updateRemoteSnapshot();
+  changes_.mark(topics::remoteSnapshot);
 }
 
 void SessionStatusService::append(ChatEntryKind kind, std::string text,
@@ -69,11 +69,7 @@ void SessionStatusService::append(ChatEntryKind kind, std::string text,
   entry.kind = kind;
   entry.text = std::move(text);
   entry.createdAt = main_.now();
-  ThreadExecutionRuntime* execution = executions_.find(key);
-  if (!execution || !execution->replay) return tree_.appendEntry(std::move(entry), key);
-  // Among the history that is being played back it would get lost or stand in the wrong place.
-  if (!execution->turnEntryID) execution->turnEntryID = entry.id;
-  execution->replay->append(std::move(entry));
+  tree_.appendEntry(std::move(entry), key);
 }
 
 }  // namespace vantrell

@@ -4,14 +4,16 @@
 
 #include <string>
 
-#include "engine/core/engine_core.h"
+#include "engine/core/execution_table.h"
+#include "engine/core/workspace_tree.h"
 #include "engine/turns/session_status.h"
 
 namespace vantrell {
 
 class SessionStatusService {
  public:
-  explicit SessionStatusService(EngineCore& core);
+  SessionStatusService(MainQueue& main, WorkspaceTree& tree, ExecutionTable& executions,
+                       Changes& changes);
 
   SessionStatusReport report(const ThreadExecutionKey& key);
   /// Adds the question and its answer to the conversation, which is named after them when it has no
@@ -24,7 +26,7 @@ class SessionStatusService {
   MainQueue& main_;
   WorkspaceTree& tree_;
   ExecutionTable& executions_;
-  const EnginePorts& ports_;
+  Changes& changes_;
 };
 
 }  // namespace vantrell

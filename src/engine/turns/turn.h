@@ -1,6 +1,7 @@
 // What one turn carries along, from its prompt to its end. Plain value.
 #pragma once
 
+#include <functional>
 #include <set>
 #include <string>
 
@@ -13,7 +14,8 @@ struct Turn {
   Uuid runID;
   std::string originalPrompt;  // as assembled
   std::set<AgentProvider> attempted;
-  bool clientWasReady = false;  // when the turn began
+  bool clientWasReady = false;         // when the turn began
+  std::function<void()> whenCompleted;  // the agent has finished: the next prompt may go out
 };
 
 }  // namespace vantrell

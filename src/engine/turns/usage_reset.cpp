@@ -18,13 +18,9 @@ std::optional<std::string> usageResetMessage(
                      outcome ? *outcome : outcome.error().localizedDescription());
 }
 
-UsageReset::UsageReset(EngineCore& core, UsageTracker& usage, SessionControls& controls,
-                       AgentLauncher& starter)
-    : selection_(core.selection),
-      executions_(core.executions),
-      usage_(usage),
-      controls_(controls),
-      starter_(starter) {}
+UsageReset::UsageReset(ExecutionTable& executions, UsageTracker& usage, SessionControls& controls,
+                       AgentLauncher& launcher)
+    : executions_(executions), usage_(usage), controls_(controls), launcher_(launcher) {}
 
 bool UsageReset::usageResetInProgress() const {
   if (!reset_ || reset_->isConsuming) return reset_.has_value();
@@ -33,26 +29,33 @@ bool UsageReset::usageResetInProgress() const {
          execution->connectionState == ConnectionState::connecting();
 }
 
-void UsageReset::resetSessionUsage() {
-  const auto key = selection_.key();
+Result<> UsageReset::resetSessionUsage(const ThreadExecutionKey& key) {
+  if (controls_.sessionConfigurationProvider(key) != AgentProvider::codex) {
+    return refuse("Only Codex has credits for a manual reset.");
+  }
   const ProviderUsage* usage = usage_.usage(AgentProvider::codex);
-  if (!key || controls_.sessionConfigurationProvider() != AgentProvider::codex) return;
-  if (!usage || usage->manualResetCredits.value_or(0) < 1 || usageResetInProgress()) return;
+  if (!usage || usage->manualResetCredits.value_or(0) < 1) {
+    return refuse(*usageResetMessage("noCredit"));
+  }
+  if (usageResetInProgress()) return refuse("A reset is under way already.");
 
-  ThreadExecutionRuntime& execution = executions_.execution(*key);
-  const auto client = execution.client;
-  if (client && client->provider() == AgentProvider::codex &&
+  ThreadExecutionRuntime& execution = executions_.execution(key);
+  if (execution.session->isServedBy(AgentProvider::codex) &&
       execution.connectionState != ConnectionState::connecting()) {
-    return consume(client, *key);
+    consume(execution.client(), key);
+    return {};
   }
   // A turn that is on its way to a client would lose it to this one.
-  if (execution.connectionState.isBusy()) return;
-  reset_ = Reset{.key = *key, .stopCount = execution.stopCount};
-  starter_.startClient(AgentProvider::codex, *key, std::nullopt,
-                       weakly(this, [key = *key](UsageReset& self) {
-                         const auto* started = self.executions_.find(key);
-                         if (started) self.consume(started->client, key);
-                       }));
+  if (execution.connectionState.isBusy()) {
+    return refuse("Wait until the turn has ended, or stop it, before you reset the allowance.");
+  }
+  reset_ = Reset{.key = key, .stopCount = execution.stopCount};
+  launcher_.startClient(AgentProvider::codex, key, std::nullopt,
+                        weakly(this, [key](UsageReset& self) {
+                          const auto* started = self.executions_.find(key);
+                          if (started) self.consume(started->client(), key);
+                        }));
+  return {};
 }
 
 void UsageReset::consume(const std::shared_ptr<AgentClient>& client,
@@ -66,7 +69,7 @@ void UsageReset::consume(const std::shared_ptr<AgentClient>& client,
         ThreadExecutionRuntime* execution = self.executions_.find(key);
         if (!execution) return;
         execution->errorMessage = usageResetMessage(outcome);
-        self.executions_.publishExecutionIfSelected(key);
+        self.executions_.changed(key);
       }));
 }
 

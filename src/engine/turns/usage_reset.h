@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "engine/core/engine_core.h"
+#include "engine/core/refusal.h"
 #include "engine/providers/session_controls.h"
 #include "engine/turns/agent_launcher.h"
 
@@ -19,12 +19,12 @@ std::optional<std::string> usageResetMessage(const std::expected<std::string, Ag
 
 class UsageReset : public std::enable_shared_from_this<UsageReset> {
  public:
-  UsageReset(EngineCore& core, UsageTracker& usage, SessionControls& controls,
-             AgentLauncher& starter);
+  UsageReset(ExecutionTable& executions, UsageTracker& usage, SessionControls& controls,
+             AgentLauncher& launcher);
 
-  /// Only where Codex is the provider of the session controls, a credit is known to be there and no
-  /// reset runs. A client is started where none is there.
-  void resetSessionUsage();
+  /// Only where Codex is the provider of the conversation's session controls, a credit is known to
+  /// be there and no reset runs. A client is started where none is there.
+  Result<> resetSessionUsage(const ThreadExecutionKey& key);
   bool usageResetInProgress() const;
 
  private:
@@ -36,11 +36,10 @@ class UsageReset : public std::enable_shared_from_this<UsageReset> {
   };
   void consume(const std::shared_ptr<AgentClient>& client, const ThreadExecutionKey& key);
 
-  Selection& selection_;
   ExecutionTable& executions_;
   UsageTracker& usage_;
   SessionControls& controls_;
-  AgentLauncher& starter_;
+  AgentLauncher& launcher_;
   std::optional<Reset> reset_;
 };
 

@@ -127,6 +127,7 @@ void SystemDesktop::openTerminal(const std::string& folder, Completion completio
   options.environment = environment_;
   options.workingFolder = folder.empty() ? files::homeFolder() : folder;
   options.standardOutput = options.standardError = ProcessOptions::Output::null;
+  options.mayDetach = true;
   runner_->run({.options = [options] { return options; }, .limit = toolLimit, .input = {}},
                [completion = std::move(completion)](const ProgramRunner::Outcome& outcome) {
                  if (outcome.status == 0) return completion({});

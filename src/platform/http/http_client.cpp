@@ -9,7 +9,7 @@
 #include <stdlib.h>
 #include <thread>
 
-#include "platform/files/dynamic_library.h"
+#include "platform/http/dynamic_library.h"
 #include "platform/files/files.h"
 #include "platform/http/http_exchange.h"
 #include "platform/queues/timer_table.h"

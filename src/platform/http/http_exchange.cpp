@@ -4,7 +4,7 @@
 #include <curl/curl.h>
 #include <fmt/format.h>
 
-#include "platform/files/dynamic_library.h"
+#include "platform/http/dynamic_library.h"
 #include "platform/queues/timer_table.h"
 #include "platform/text/text.h"
 #include "platform/values/url.h"

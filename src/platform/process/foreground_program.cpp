@@ -64,7 +64,9 @@ class Attributes {
 std::expected<ExitStatus, ProcessError> runInForeground(const std::string& executable,
                                                         const std::vector<std::string>& arguments,
                                                         const Environment& environment) {
-  const ProgramWords words(executable, arguments, environment);
+  std::vector<std::string> all{executable};
+  all.insert(all.end(), arguments.begin(), arguments.end());
+  const ProgramWords words(std::move(all), environment);
   // Ignored, as some parents leave it, it would take the child's status away before the wait.
   const Disposition childEnd(SIGCHLD, SIG_DFL);
   const Disposition interrupt(SIGINT, SIG_IGN);

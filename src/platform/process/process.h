@@ -2,9 +2,9 @@
 // in the options, every other descriptor is closed, signals have their default actions, and it
 // leads a process group of its own.
 //
-// A child never outlives this program: its group ends when the Process is stopped or destroyed,
-// when its leader exits (unless told otherwise), and, by a guard process, when this program dies
-// without a word.
+// A child never outlives this program, nor does what it has started: all of it ends when the
+// Process is stopped or destroyed, when the child exits (unless told otherwise), and when this
+// program ends in any way. src/platform/supervisor/main.cpp does that, and says where it cannot.
 #pragma once
 
 #include <chrono>

@@ -31,6 +31,9 @@ struct ProcessOptions {
   /// What is left of the group when its leader exits is killed before the exit is reported.
   /// Otherwise it lives on until stop(), and its output is delivered until its end.
   bool endGroupWithLeader = true;
+  /// Processes that leave the group live on, also after this program: for programs of the user's
+  /// desktop.
+  bool mayDetach = false;
   /// Begins a session of its own, without a terminal: what asks questions there, or wants to be in
   /// its foreground, cannot take the user's.
   bool ownSession = false;

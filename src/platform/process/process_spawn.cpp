@@ -1,116 +1,25 @@
 #include "platform/process/process_spawn.h"
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
-#include <cstddef>
 #include <fcntl.h>
-#include <sched.h>
-#include <signal.h>
-#include <sys/prctl.h>
-#include <sys/resource.h>
-#include <sys/syscall.h>
+#include <fmt/format.h>
+#include <spawn.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <system_error>
 
-// glibc's clone by its other name: the thread sanitizer takes the first one for a fork.
-// NOLINTNEXTLINE(bugprone-reserved-identifier)
-extern "C" int __clone(int (*function)(void*), void* stack, int flags, void* argument, ...);
-
-// The sanitizers must not see a function that runs on a borrowed stack in borrowed memory.
-#define VANTRELL_IN_CHILD __attribute__((noinline, no_sanitize("address", "thread", "undefined")))
+#include "platform/process/supervision.h"
+#include "platform/terminal/terminal.h"
 
 namespace vantrell {
 
 namespace {
 
-/// What parent and child share; the parent's thread sleeps while the child writes.
-struct Plan {
-  const SpawnRequest* request;
-  pid_t parent;
-  ProcessError::Step step = ProcessError::Step::prepare;
-  int error = 0;
-  bool toldGuard = false;
-};
+using Step = ProcessError::Step;
 
-/// Plain system calls in the child: the C library's functions are intercepted by the sanitizers and
-/// keep books about this process. Only errno is shared, and the parent's thread sleeps.
-template <typename... Arguments>
-VANTRELL_IN_CHILD long call(long number, Arguments... arguments) {
-  return ::syscall(number, arguments...);
-}
-
-VANTRELL_IN_CHILD void setDisposition(int signal, void* handler) {
-  // The kernel's own sigaction: handler, flags, restorer and a mask of 64 bits.
-  struct {
-    void* handler;
-    unsigned long flags = 0;
-    void* restorer = nullptr;
-    std::uint64_t mask = 0;
-  } action{handler};
-  call(SYS_rt_sigaction, signal, &action, nullptr, sizeof(std::uint64_t));
-}
-
-VANTRELL_IN_CHILD bool tellGuard(int guard) {
-  char line[16];
-  char* end = line + sizeof line;
-  char* start = end;
-  *--start = '\n';
-  for (auto rest = call(SYS_getpid); rest > 0; rest /= 10) {
-    *--start = static_cast<char>('0' + rest % 10);
-  }
-  *--start = '+';
-  const bool told = call(SYS_write, guard, start, end - start) == end - start;
-  // Without a reader the write left a SIGPIPE pending, which ignoring it takes away.
-  if (!told) setDisposition(SIGPIPE, reinterpret_cast<void*>(SIG_IGN));
-  return told;
-}
-
-VANTRELL_IN_CHILD void closeOthers() {
-  if (call(SYS_close_range, 3U, ~0U, 0U) == 0) return;
-  rlimit limit{};  // a kernel before 5.9
-  call(SYS_prlimit64, 0, RLIMIT_NOFILE, nullptr, &limit);
-  for (rlim_t number = 3; number < limit.rlim_cur; ++number) call(SYS_close, number);
-}
-
-VANTRELL_IN_CHILD bool prepare(Plan& plan) {
-  const SpawnRequest& request = *plan.request;
-  if (request.ownSession) {
-    if (call(SYS_setsid) < 0) return false;
-  } else if (call(SYS_setpgid, 0, 0) < 0) {
-    return false;
-  }
-  if (request.diesWithParent) {
-    call(SYS_prctl, PR_SET_PDEATHSIG, SIGTERM);
-    if (call(SYS_getppid) != plan.parent) return false;  // it died just before
-  }
-  const int sources[3] = {request.input, request.output, request.error};
-  for (int number = 0; number < 3; ++number) {
-    if (call(SYS_dup3, sources[number], number, 0) < 0) return false;
-  }
-  if (request.folder != nullptr && call(SYS_chdir, request.folder) < 0) {
-    plan.step = ProcessError::Step::enterFolder;
-    return false;
-  }
-  if (request.guard >= 0) plan.toldGuard = tellGuard(request.guard);
-  closeOthers();
-  // Dispositions first: no handler of this program may run in the child.
-  for (int signal = 1; signal <= 64; ++signal) setDisposition(signal, nullptr);
-  const std::uint64_t none = 0;
-  call(SYS_rt_sigprocmask, SIG_SETMASK, &none, nullptr, sizeof none);
-  return true;
-}
-
-VANTRELL_IN_CHILD int runChild(void* argument) {
-  Plan& plan = *static_cast<Plan*>(argument);
-  if (prepare(plan)) {
-    const SpawnRequest& request = *plan.request;
-    call(SYS_execve, request.executable, request.arguments, request.environment);
-    plan.step = ProcessError::Step::execute;
-  }
-  plan.error = errno == 0 ? ESRCH : errno;
-  call(SYS_exit_group, 127);
-  __builtin_unreachable();
-}
+/// A larger pipe saves wake-ups on both sides. Best effort: the user's share may be used up.
+constexpr int outputPipeBytes = 512 * 1024;
 
 std::vector<char*> pointersTo(std::vector<std::string>& texts) {
   std::vector<char*> pointers;
@@ -120,42 +29,145 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
   return pointers;
 }
 
-/// The child's stack until the exec. One is enough: all spawning is done by one thread.
-alignas(64) std::array<std::byte, std::size_t{64} * 1024> childStack;
+/// The descriptor, or a copy of it above those that the supervisor gets.
+Descriptor aboveStandard(int number) {
+  Descriptor descriptor(number);
+  if (number < 0 || number > supervision::controlDescriptor) return descriptor;
+  return Descriptor(::fcntl(number, F_DUPFD_CLOEXEC, supervision::controlDescriptor + 1));
+}
+
+/// The child's end of one of its streams.
+struct ChildStreams {
+  Descriptor input, output, error;
+};
+
+/// Makes a pipe, or gives the child the null device. False with errno.
+bool makeStream(bool isPiped, bool isInput, Descriptor& ours, Descriptor& theirs) {
+  if (!isPiped) {
+    theirs = aboveStandard(::open("/dev/null", O_RDWR | O_CLOEXEC));
+    return static_cast<bool>(theirs);
+  }
+  int ends[2];
+  if (::pipe2(ends, O_CLOEXEC) != 0) return false;
+  ours = aboveStandard(ends[isInput ? 1 : 0]);
+  theirs = aboveStandard(ends[isInput ? 0 : 1]);
+  if (!ours || !theirs) return false;
+  ::fcntl(ours.get(), F_SETFL, O_NONBLOCK);  // a fresh pipe has no other flags
+  return true;
+}
+
+class SpawnSettings {
+ public:
+  SpawnSettings(const ChildStreams& streams, int control) {
+    ::posix_spawn_file_actions_init(&actions_);
+    ::posix_spawn_file_actions_adddup2(&actions_, streams.input.get(), 0);
+    ::posix_spawn_file_actions_adddup2(&actions_, streams.output.get(), 1);
+    ::posix_spawn_file_actions_adddup2(&actions_,
+                                       (streams.error ? streams.error : streams.output).get(), 2);
+    ::posix_spawn_file_actions_adddup2(&actions_, control, supervision::controlDescriptor);
+    ::posix_spawn_file_actions_addclosefrom_np(&actions_, supervision::controlDescriptor + 1);
+    ::posix_spawnattr_init(&attributes_);
+    sigset_t signals;
+    ::sigfillset(&signals);
+    ::posix_spawnattr_setsigdefault(&attributes_, &signals);
+    ::sigemptyset(&signals);
+    ::posix_spawnattr_setsigmask(&attributes_, &signals);
+    // A group of its own: Ctrl-C at the terminal is not for it.
+    ::posix_spawnattr_setflags(
+        &attributes_, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
+  }
+  ~SpawnSettings() {
+    ::posix_spawn_file_actions_destroy(&actions_);
+    ::posix_spawnattr_destroy(&attributes_);
+  }
+  SpawnSettings(const SpawnSettings&) = delete;
+  SpawnSettings& operator=(const SpawnSettings&) = delete;
+  const posix_spawn_file_actions_t* actions() const { return &actions_; }
+  const posix_spawnattr_t* attributes() const { return &attributes_; }
+
+ private:
+  posix_spawn_file_actions_t actions_;
+  posix_spawnattr_t attributes_;
+};
+
+std::vector<std::string> supervisorWords(const ProcessOptions& options) {
+  std::string flags = "-";
+  if (options.endGroupWithLeader) flags += supervision::endsGroupWithLeader;
+  if (options.ownSession) flags += supervision::ownSession;
+  if (options.mayDetach) flags += supervision::mayDetach;
+  std::vector<std::string> words{supervision::programName, std::move(flags), options.workingFolder,
+                                 options.executable};
+  words.insert(words.end(), options.arguments.begin(), options.arguments.end());
+  return words;
+}
 
 }  // namespace
 
-ProgramWords::ProgramWords(const std::string& executable, const std::vector<std::string>& arguments,
-                           const Environment& environment) {
-  arguments_.push_back(executable);
-  arguments_.insert(arguments_.end(), arguments.begin(), arguments.end());
+ProgramWords::ProgramWords(std::vector<std::string> arguments, const Environment& environment)
+    : arguments_(std::move(arguments)) {
   for (const auto& [name, value] : environment) variables_.push_back(name + "=" + value);
   argumentPointers_ = pointersTo(arguments_);
   variablePointers_ = pointersTo(variables_);
 }
 
-std::expected<Spawned, SpawnFailure> spawn(const SpawnRequest& request) {
-  Plan plan{.request = &request, .parent = ::getpid()};
-  int handle = -1;
-  errno = 0;
-  const pid_t id = ::__clone(runChild, childStack.data() + childStack.size(),
-                             CLONE_VM | CLONE_VFORK | CLONE_PIDFD | SIGCHLD, &plan, &handle);
-  if (id < 0) return std::unexpected(SpawnFailure{processError(plan.step, errno), 0});
-  Spawned spawned{.id = id, .handle = Descriptor(handle), .toldGuard = plan.toldGuard};
-  if (plan.error == 0) return spawned;
+std::expected<SpawnedProgram, ProcessError> spawn(const ProcessOptions& options) {
+  using In = ProcessOptions::Input;
+  using Out = ProcessOptions::Output;
+  SpawnedProgram spawned;
+  ChildStreams theirs;
+  const bool isOutputPiped = options.standardOutput == Out::pipe;
+  const bool isErrorPiped = options.standardError == Out::pipe;
+  int ends[2];
+  if (!makeStream(options.standardInput == In::pipe, true, spawned.input, theirs.input) ||
+      !makeStream(isOutputPiped, false, spawned.output, theirs.output) ||
+      (!options.mergeErrorIntoOutput &&
+       !makeStream(isErrorPiped, false, spawned.error, theirs.error)) ||
+      ::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
+    return std::unexpected(processError(Step::prepare, errno));
+  }
+  spawned.control = aboveStandard(ends[0]);
+  Descriptor control = aboveStandard(ends[1]);
+  if (!spawned.control || !control) return std::unexpected(processError(Step::prepare, errno));
+  if (spawned.output) ::fcntl(spawned.output.get(), F_SETPIPE_SZ, outputPipeBytes);
+
+  static const std::string supervisor = terminal::programFolder() + "/" + supervision::programName;
+  const ProgramWords words(supervisorWords(options), options.environment);
+  {
+    const SpawnSettings settings(theirs, control.get());
+    const int error = ::posix_spawn(&spawned.supervisor, supervisor.c_str(), settings.actions(),
+                                    settings.attributes(), words.arguments(), words.environment());
+    if (error == E2BIG) return std::unexpected(processError(Step::execute, error));
+    if (error == ENOENT || error == EACCES) {
+      return std::unexpected(ProcessError{
+          .step = Step::prepare,
+          .error = error,
+          .description = fmt::format("Vantrell's own program {} is missing", supervisor)});
+    }
+    if (error != 0) return std::unexpected(processError(Step::prepare, error));
+  }
+  control.reset();
+  supervision::Report report;
+  ssize_t length = 0;
+  do {
+    length = ::recv(spawned.control.get(), &report, sizeof report, 0);
+  } while (length < 0 && errno == EINTR);
+  const bool isWhole = length == sizeof report;
+  if (isWhole && report.kind == supervision::Report::Kind::started) {
+    spawned.id = report.first;
+    return spawned;
+  }
+  reapProgram(spawned.supervisor);
+  if (!isWhole) return std::unexpected(processError(Step::prepare, ECHILD));
+  return std::unexpected(processError(static_cast<Step>(report.first), report.second));
+}
+
+void reapProgram(pid_t id) {
   while (::waitpid(id, nullptr, 0) < 0 && errno == EINTR) {
   }
-  return std::unexpected(
-      SpawnFailure{processError(plan.step, plan.error), plan.toldGuard ? id : 0});
 }
 
 ProcessError processError(ProcessError::Step step, int error) {
   return {.step = step, .error = error, .description = std::generic_category().message(error)};
-}
-
-Descriptor aboveStandard(Descriptor descriptor) {
-  if (!descriptor || descriptor.get() > 2) return descriptor;
-  return Descriptor(::fcntl(descriptor.get(), F_DUPFD_CLOEXEC, 3));
 }
 
 }  // namespace vantrell

@@ -69,9 +69,7 @@ class SecretStore {
   static std::unique_ptr<SecretStore> inMemory();
   /// One file (0600) a secret in the folder, which is made (0700) when first written to.
   static std::unique_ptr<SecretStore> files(std::string folder);
-  /// Connects anew for each operation: rare as they are, a service that was restarted costs
-  /// nothing. libsecret is loaded by the first one, since half of the program's start-up would go
-  /// into it.
+  /// Connects for each operation: they are rare, and a service that was restarted costs nothing.
   static std::unique_ptr<SecretStore> secretService(SecretServiceOptions options);
   /// Chooses at the first operation, for good: the Secret Service where one answers (locked, slow
   /// or unwilling is an answer), the files where none does. The first write remembers the choice,

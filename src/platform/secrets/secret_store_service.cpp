@@ -1,23 +1,18 @@
-// The Secret Service of the session, through libsecret. Its calls that wait for an answer run a
-// loop of their own, so they need no loop of ours; a second thread cancels them when time is up.
-#include <condition_variable>
+// The Secret Service of the session: its D-Bus interface, spoken through GIO. Each operation has a
+// connection of its own. The process's shared one would end the process with the bus.
 #include <fmt/format.h>
-#include <libsecret/secret.h>
-#include <mutex>
-#include <thread>
+#include <gio/gio.h>
 
-#include "platform/files/dynamic_library.h"
 #include "platform/secrets/secret_service_words.h"
 #include "platform/secrets/secret_store.h"
 
 #ifdef __SANITIZE_THREAD__
 // GLib is not built for the thread sanitizer, which therefore sees the memory that its threads hand
-// over, and not the futexes that they do it with. What our own code does is still looked at.
+// over, but not the futexes that they use for it. Our own code is still checked.
 extern "C" const char* __tsan_default_suppressions() {
   return "called_from_lib:libglib-2.0.so.0\n"
          "called_from_lib:libgio-2.0.so.0\n"
-         "called_from_lib:libgobject-2.0.so.0\n"
-         "called_from_lib:libsecret-1.so.0\n";
+         "called_from_lib:libgobject-2.0.so.0\n";
 }
 #endif
 
@@ -25,419 +20,397 @@ namespace vantrell {
 namespace {
 
 using Kind = SecretError::Kind;
+using Milliseconds = std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
+template <typename T = void>
+using Result = SecretStore::Result<T>;
 
-/// Everything that is called of libsecret and what it stands on.
-struct Library : DynamicLibrary {
-  Library() : DynamicLibrary("libsecret-1.so.0") {}
-  // clang-format off
-  VANTRELL_FUNCTION(g_cancellable_cancel) VANTRELL_FUNCTION(g_cancellable_new)
-  VANTRELL_FUNCTION(g_dbus_connection_new_for_address_sync) VANTRELL_FUNCTION(g_dbus_error_quark)
-  VANTRELL_FUNCTION(g_error_free) VANTRELL_FUNCTION(g_hash_table_insert)
-  VANTRELL_FUNCTION(g_hash_table_new) VANTRELL_FUNCTION(g_hash_table_unref)
-  VANTRELL_FUNCTION(g_initable_new) VANTRELL_FUNCTION(g_io_error_quark)
-  VANTRELL_FUNCTION(g_list_append) VANTRELL_FUNCTION(g_list_free) VANTRELL_FUNCTION(g_object_set)
-  VANTRELL_FUNCTION(g_object_unref) VANTRELL_FUNCTION(g_str_equal) VANTRELL_FUNCTION(g_str_hash)
-  VANTRELL_FUNCTION(g_type_class_peek) VANTRELL_FUNCTION(g_type_register_static_simple)
-  VANTRELL_FUNCTION(secret_collection_for_alias_sync)
-  VANTRELL_FUNCTION(secret_collection_get_locked) VANTRELL_FUNCTION(secret_error_get_quark)
-  VANTRELL_FUNCTION(secret_item_delete_sync) VANTRELL_FUNCTION(secret_item_get_locked)
-  VANTRELL_FUNCTION(secret_item_get_secret) VANTRELL_FUNCTION(secret_item_load_secret_sync)
-  VANTRELL_FUNCTION(secret_item_set_secret_sync) VANTRELL_FUNCTION(secret_service_get_type)
-  VANTRELL_FUNCTION(secret_service_search_sync) VANTRELL_FUNCTION(secret_service_store_sync)
-  VANTRELL_FUNCTION(secret_service_unlock_sync) VANTRELL_FUNCTION(secret_value_get)
-  VANTRELL_FUNCTION(secret_value_new) VANTRELL_FUNCTION(secret_value_unref)
-  // clang-format on
-};
-
-const Library& library() {
-  static const Library loaded;
-  return loaded;
-}
-
-/// libsecret's service object, but on the connection it is given: its own constructor always asks
-/// for the process's shared connection to the session bus, which ends the process when the bus goes
-/// away and cannot be had anew.
-GType serviceType() {
-  static constexpr auto construct = [](GType type, guint count, GObjectConstructParam* properties) {
-    const Library& lib = library();
-    auto* parent = static_cast<GObjectClass*>(lib.g_type_class_peek(lib.secret_service_get_type()));
-    GObject* object = parent->constructor(type, count, properties);
-    lib.g_object_set(object, "g-bus-type", G_BUS_TYPE_NONE, nullptr);
-    return object;
-  };
-  static const GType type = library().g_type_register_static_simple(
-      library().secret_service_get_type(), "VantrellSecretService", sizeof(SecretServiceClass),
-      [](void* all, void*) { static_cast<GObjectClass*>(all)->constructor = construct; },
-      sizeof(SecretService), nullptr, GTypeFlags{});
-  return type;
-}
+constexpr const char* servicePath = "/org/freedesktop/secrets";
+/// Stands for "no object" in answers.
+constexpr std::string_view noObject = "/";
 
 struct Release {
-  void operator()(void* object) const { library().g_object_unref(object); }
-  void operator()(GError* error) const { library().g_error_free(error); }
-  void operator()(GHashTable* table) const { library().g_hash_table_unref(table); }
-  void operator()(SecretValue* value) const { library().secret_value_unref(value); }
+  void operator()(GError* error) const { g_error_free(error); }
+  void operator()(GVariant* value) const { g_variant_unref(value); }
+  void operator()(GMainContext* context) const { g_main_context_unref(context); }
+  void operator()(GSource* source) const {
+    g_source_destroy(source);
+    g_source_unref(source);
+  }
+  void operator()(void* object) const { g_object_unref(object); }
 };
 template <typename T>
 using Held = std::unique_ptr<T, Release>;
 
-/// Where GLib is to put an error.
-class ErrorPlace {
- public:
-  ErrorPlace() = default;
-  ErrorPlace(const ErrorPlace&) = delete;
-  ErrorPlace& operator=(const ErrorPlace&) = delete;
-  ~ErrorPlace() {
-    if (error_) library().g_error_free(error_);
-  }
-  GError** operator&() { return &error_; }
-  const GError* get() const { return error_; }
-
- private:
-  GError* error_ = nullptr;
-};
-
-/// Cancels the calls of one operation when its time is up.
-class Deadline {
- public:
-  explicit Deadline(std::chrono::milliseconds limit)
-      : limit_(limit), cancellable_(library().g_cancellable_new()), watch_([this] { wait(); }) {}
-  ~Deadline() {
-    {
-      const std::lock_guard guard(mutex_);
-      isOver_ = true;
-    }
-    over_.notify_one();
-    watch_.join();
-  }
-  Deadline(const Deadline&) = delete;
-  Deadline& operator=(const Deadline&) = delete;
-
-  GCancellable* cancellable() const { return cancellable_.get(); }
-  std::chrono::milliseconds limit() const { return limit_; }
-
- private:
-  void wait() {
-    std::unique_lock guard(mutex_);
-    if (!over_.wait_for(guard, limit_, [this] { return isOver_; })) {
-      library().g_cancellable_cancel(cancellable_.get());
-    }
-  }
-
-  std::chrono::milliseconds limit_;
-  Held<GCancellable> cancellable_;
-  std::mutex mutex_;
-  std::condition_variable over_;
-  bool isOver_ = false;
-  std::thread watch_;  // last: it uses the rest
-};
-
-// ---- what went wrong ----------------------------------------------------------------------------
-
-std::unexpected<SecretError> failure(Kind kind, std::chrono::milliseconds limit,
-                                     std::string_view detail = {}) {
-  return std::unexpected(SecretError{kind, keyringSentence(kind, limit, detail)});
-}
-
 Kind kindOf(const GError* error) {
-  const Library& lib = library();
-  if (error->domain == lib.g_io_error_quark()) {
-    switch (error->code) {
-      case G_IO_ERROR_CANCELLED:
-      case G_IO_ERROR_TIMED_OUT: return Kind::timedOut;
-      case G_IO_ERROR_PERMISSION_DENIED: return Kind::denied;
-      case G_IO_ERROR_NOT_FOUND:
-      case G_IO_ERROR_CONNECTION_REFUSED:
-      case G_IO_ERROR_BROKEN_PIPE:
-      case G_IO_ERROR_CLOSED: return Kind::missing;
-      default: return Kind::failed;
-    }
-  }
-  if (error->domain == lib.g_dbus_error_quark()) {
-    switch (error->code) {
-      case G_DBUS_ERROR_TIMEOUT:
-      case G_DBUS_ERROR_TIMED_OUT: return Kind::timedOut;
-      case G_DBUS_ERROR_ACCESS_DENIED:
-      case G_DBUS_ERROR_AUTH_FAILED: return Kind::denied;
-      // NO_REPLY: the service ended while it was asked.
-      case G_DBUS_ERROR_NO_REPLY:
-      case G_DBUS_ERROR_SERVICE_UNKNOWN:
-      case G_DBUS_ERROR_NAME_HAS_NO_OWNER:
-      case G_DBUS_ERROR_NO_SERVER:
-      case G_DBUS_ERROR_DISCONNECTED: return Kind::missing;
-      default:
-        return error->code >= G_DBUS_ERROR_SPAWN_EXEC_FAILED &&
-                       error->code <= G_DBUS_ERROR_SPAWN_NO_MEMORY
-                   ? Kind::missing
-                   : Kind::failed;
-    }
-  }
-  if (error->domain == lib.secret_error_get_quark() && error->code == SECRET_ERROR_IS_LOCKED) {
+  const std::unique_ptr<char, decltype(&g_free)> name(g_dbus_error_get_remote_error(error), g_free);
+  if (name && std::string_view(name.get()) == "org.freedesktop.Secret.Error.IsLocked") {
     return Kind::locked;
   }
-  return Kind::failed;
+  struct Known {
+    GQuark domain;
+    int code;
+    Kind kind;
+  };
+  const Known known[] = {
+      {G_IO_ERROR, G_IO_ERROR_CANCELLED, Kind::timedOut},
+      {G_IO_ERROR, G_IO_ERROR_TIMED_OUT, Kind::timedOut},
+      {G_IO_ERROR, G_IO_ERROR_PERMISSION_DENIED, Kind::denied},
+      {G_IO_ERROR, G_IO_ERROR_NOT_FOUND, Kind::missing},
+      {G_IO_ERROR, G_IO_ERROR_CONNECTION_REFUSED, Kind::missing},
+      {G_IO_ERROR, G_IO_ERROR_BROKEN_PIPE, Kind::missing},
+      {G_IO_ERROR, G_IO_ERROR_CLOSED, Kind::missing},
+      {G_DBUS_ERROR, G_DBUS_ERROR_TIMEOUT, Kind::timedOut},
+      {G_DBUS_ERROR, G_DBUS_ERROR_TIMED_OUT, Kind::timedOut},
+      {G_DBUS_ERROR, G_DBUS_ERROR_ACCESS_DENIED, Kind::denied},
+      {G_DBUS_ERROR, G_DBUS_ERROR_AUTH_FAILED, Kind::denied},
+      {G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY, Kind::missing},  // the service ended during the call
+      {G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN, Kind::missing},
+      {G_DBUS_ERROR, G_DBUS_ERROR_NAME_HAS_NO_OWNER, Kind::missing},
+      {G_DBUS_ERROR, G_DBUS_ERROR_NO_SERVER, Kind::missing},
+      {G_DBUS_ERROR, G_DBUS_ERROR_DISCONNECTED, Kind::missing},
+  };
+  for (const auto& [domain, code, kind] : known) {
+    if (g_error_matches(error, domain, code)) return kind;
+  }
+  const bool cannotStart = error->domain == G_DBUS_ERROR &&
+                           error->code >= G_DBUS_ERROR_SPAWN_EXEC_FAILED &&
+                           error->code <= G_DBUS_ERROR_SPAWN_NO_MEMORY;
+  return cannotStart ? Kind::missing : Kind::failed;
 }
 
-std::unexpected<SecretError> failure(const ErrorPlace& error, const Deadline& deadline) {
-  const GError* found = error.get();
-  if (!found) return failure(Kind::failed, deadline.limit(), "it gave no reason");
-  return failure(kindOf(found), deadline.limit(), found->message);
+/// Pointers into a value, which must outlive them.
+std::vector<const char*> objectsIn(GVariant* value, gsize index) {
+  const Held<GVariant> list(g_variant_get_child_value(value, index));
+  gsize count = 0;
+  const gchar** found = g_variant_get_objv(list.get(), &count);
+  std::vector<const char*> objects(found, found + count);
+  g_free(found);
+  return objects;
 }
 
-// ---- one operation ------------------------------------------------------------------------------
+std::string objectIn(GVariant* value, gsize index) {
+  const Held<GVariant> object(g_variant_get_child_value(value, index));
+  return g_variant_get_string(object.get(), nullptr);
+}
 
-/// The items with the two names, in all keyrings.
-class Items {
- public:
-  explicit Items(GList* list) : list_(list) {}
-  Items(Items&& other) noexcept : list_(std::exchange(other.list_, nullptr)) {}
-  Items& operator=(Items&&) = delete;
-  ~Items() {
-    for (GList* each = list_; each; each = each->next) library().g_object_unref(each->data);
-    library().g_list_free(list_);
-  }
-  bool isEmpty() const { return !list_; }
-  SecretItem* first() const { return item(list_); }
-  bool isAnyLocked() const {
-    for (GList* each = list_; each; each = each->next) {
-      if (library().secret_item_get_locked(item(each))) return true;
-    }
-    return false;
-  }
-  /// Removes all, or all but the first. False with the error in its place.
-  bool removeFrom(bool keepsFirst, GCancellable* cancellable, GError** error) const {
-    for (GList* each = keepsFirst && list_ ? list_->next : list_; each; each = each->next) {
-      if (!library().secret_item_delete_sync(item(each), cancellable, error)) return false;
-    }
-    return true;
-  }
+GVariant* bytesValue(std::string_view bytes) {
+  return g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, bytes.data(), bytes.size(), 1);
+}
 
- private:
-  static SecretItem* item(GList* link) { return static_cast<SecretItem*>(link->data); }
-  GList* list_;
-};
-
-/// A connection for one operation; all of it within one time limit. The connection is not the
-/// process's shared one, which ends the process when the bus goes away.
+/// One operation on a connection of its own, all of it within one time limit. Used on one thread.
 class Operation {
  public:
-  template <typename T = void>
-  using Result = SecretStore::Result<T>;
+  explicit Operation(Milliseconds limit)
+      : limit_(limit),
+        end_(Clock::now() + limit),
+        context_(g_main_context_new()),
+        cancellable_(g_cancellable_new()),
+        timer_(g_timeout_source_new(static_cast<guint>(limit.count()))) {
+    g_main_context_push_thread_default(context_.get());
+    g_source_set_callback(
+        timer_.get(),
+        [](gpointer cancellable) -> gboolean {
+          g_cancellable_cancel(static_cast<GCancellable*>(cancellable));
+          return G_SOURCE_REMOVE;
+        },
+        cancellable_.get(), nullptr);
+    g_source_attach(timer_.get(), context_.get());
+  }
+  ~Operation() { g_main_context_pop_thread_default(context_.get()); }
+  Operation(const Operation&) = delete;
+  Operation& operator=(const Operation&) = delete;
 
-  explicit Operation(std::chrono::milliseconds limit) : deadline_(limit) {}
-
-  Result<> connect(const std::string& address) {
-    const Library& lib = library();
-    ErrorPlace error;
-    connection_.reset(lib.g_dbus_connection_new_for_address_sync(
-        address.c_str(),
+  Result<> connect() {
+    const auto address = sessionBusAddress();
+    if (!address) return failure(Kind::missing, "there is no session bus");
+    GAsyncResult* answer = nullptr;
+    g_dbus_connection_new_for_address(
+        address->c_str(),
         static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
                                           G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-        nullptr, cancellable(), &error));
+        nullptr, cancellable_.get(),
+        [](GObject*, GAsyncResult* result, gpointer place) {
+          *static_cast<GAsyncResult**>(place) = static_cast<GAsyncResult*>(g_object_ref(result));
+        },
+        &answer);
+    // Comes in any case: when time is up, by the cancellation.
+    while (!answer) g_main_context_iteration(context_.get(), TRUE);
+    const Held<GAsyncResult> held(answer);
+    GError* error = nullptr;
+    connection_.reset(g_dbus_connection_new_for_address_finish(answer, &error));
     if (!connection_) {
       // An address that leads nowhere is reported in many ways, and all of them mean no bus.
-      const Kind kind = error.get() ? kindOf(error.get()) : Kind::missing;
-      return failure(kind == Kind::failed ? Kind::missing : kind, deadline_.limit(),
-                     error.get() ? error.get()->message : "the bus refused");
+      auto failed = failure(error);
+      if (failed.error().kind != Kind::failed) return failed;
+      return failure(Kind::missing, "the session bus cannot be reached");
     }
-    service_.reset(static_cast<SecretService*>(
-        lib.g_initable_new(serviceType(), cancellable(), &error, "g-connection", connection_.get(),
-                           "flags", SECRET_SERVICE_OPEN_SESSION, nullptr)));
-    if (!service_) return failure(error, deadline_);
+    const auto opened = call(servicePath, "Service", "OpenSession",
+                             g_variant_new("(sv)", "plain", g_variant_new_string("")), "(vo)");
+    if (!opened) return std::unexpected(opened.error());
+    session_ = objectIn(opened->get(), 1);
     return {};
   }
 
-  Result<Items> search(const std::string& service, const std::string& account) {
-    const Held<GHashTable> names = attributes(service, account);
-    ErrorPlace error;
-    Items items(library().secret_service_search_sync(service_.get(), nullptr, names.get(),
-                                                     SECRET_SEARCH_ALL, cancellable(), &error));
-    if (error.get()) return failure(error, deadline_);
-    if (items.isAnyLocked()) return failure(Kind::locked, deadline_.limit());
+  /// The paths of the items with the two names, in all keyrings.
+  Result<std::vector<std::string>> search(const std::string& service, const std::string& account) {
+    const auto found = call(servicePath, "Service", "SearchItems",
+                            g_variant_new("(@a{ss})", attributes(service, account)), "(aoao)");
+    if (!found) return std::unexpected(found.error());
+    const auto items = objectsIn(found->get(), 0);
     // Some services do not show what is in a locked keyring.
-    if (items.isEmpty()) {
+    const bool isAnyLocked = !objectsIn(found->get(), 1).empty();
+    if (isAnyLocked) return failure(Kind::locked);
+    if (items.empty()) {
       const auto keyring = defaultKeyring();
-      if (!keyring) return std::unexpected(keyring.error());
-      if (*keyring && library().secret_collection_get_locked(keyring->get())) {
-        return failure(Kind::locked, deadline_.limit());
+      if (!keyring && keyring.error().kind != Kind::missing) {
+        return std::unexpected(keyring.error());
       }
+      if (keyring && keyring->isLocked) return failure(Kind::locked);
     }
-    return items;
+    return std::vector<std::string>(items.begin(), items.end());
   }
 
-  /// Null when the service has none yet.
-  Result<Held<SecretCollection>> defaultKeyring() {
-    ErrorPlace error;
-    Held<SecretCollection> keyring(library().secret_collection_for_alias_sync(
-        service_.get(), "default", SECRET_COLLECTION_NONE, cancellable(), &error));
-    if (error.get()) return failure(error, deadline_);
+  Result<std::string> read(const std::string& item) {
+    const auto answer =
+        call(item, "Item", "GetSecret", g_variant_new("(o)", session_.c_str()), "((oayays))");
+    if (!answer) return std::unexpected(answer.error());
+    const Held<GVariant> secret(g_variant_get_child_value(answer->get(), 0));
+    const Held<GVariant> value(g_variant_get_child_value(secret.get(), 2));
+    gsize size = 0;
+    const void* bytes = g_variant_get_fixed_array(value.get(), &size, 1);
+    return std::string(static_cast<const char*>(bytes), size);
+  }
+
+  Result<> replace(const std::string& item, const std::string& value) {
+    const auto set =
+        call(item, "Item", "SetSecret", g_variant_new("(@(oayays))", secret(value)), "()");
+    if (!set) return std::unexpected(set.error());
+    return {};
+  }
+
+  Result<> create(const std::string& service, const std::string& account, const std::string& label,
+                  const std::string& value) {
+    const auto keyring = defaultKeyring();
+    if (!keyring) return std::unexpected(keyring.error());
+    GVariantBuilder properties;
+    g_variant_builder_init(&properties, G_VARIANT_TYPE_VARDICT);
+    g_variant_builder_add(&properties, "{sv}", "org.freedesktop.Secret.Item.Label",
+                          g_variant_new_string(label.c_str()));
+    g_variant_builder_add(&properties, "{sv}", "org.freedesktop.Secret.Item.Attributes",
+                          attributes(service, account));
+    const auto made =
+        call(keyring->path, "Collection", "CreateItem",
+             g_variant_new("(a{sv}@(oayays)b)", &properties, secret(value), TRUE), "(oo)");
+    if (!made) return std::unexpected(made.error());
+    return withoutPrompt(objectIn(made->get(), 1));
+  }
+
+  Result<> remove(const std::string& item) {
+    const auto removed = call(item, "Item", "Delete", nullptr, "(o)");
+    if (!removed) return std::unexpected(removed.error());
+    return withoutPrompt(objectIn(removed->get(), 0));
+  }
+
+  struct Keyring {
+    std::string path;
+    bool isLocked = false;
+  };
+  Result<Keyring> defaultKeyring() {
+    const auto alias =
+        call(servicePath, "Service", "ReadAlias", g_variant_new("(s)", "default"), "(o)");
+    if (!alias) return std::unexpected(alias.error());
+    Keyring keyring{.path = objectIn(alias->get(), 0)};
+    // Storing would ask the user for the password of a new one.
+    if (keyring.path == noObject) {
+      return std::unexpected(SecretError{
+          Kind::missing,
+          "The keyring service has no default keyring yet. Make one, for example in the desktop's "
+          "program for passwords and keys, and try again."});
+    }
+    const auto locked =
+        call(keyring.path, "org.freedesktop.DBus.Properties", "Get",
+             g_variant_new("(ss)", "org.freedesktop.Secret.Collection", "Locked"), "(v)");
+    if (!locked) return std::unexpected(locked.error());
+    GVariant* value = nullptr;
+    g_variant_get(locked->get(), "(v)", &value);
+    const Held<GVariant> held(value);
+    keyring.isLocked =
+        g_variant_is_of_type(value, G_VARIANT_TYPE_BOOLEAN) && g_variant_get_boolean(value);
     return keyring;
   }
 
-  Result<std::optional<std::string>> read(const Items& items) {
-    const Library& lib = library();
-    if (items.isEmpty()) return std::nullopt;
-    ErrorPlace error;
-    if (!lib.secret_item_load_secret_sync(items.first(), cancellable(), &error)) {
-      return failure(error, deadline_);
-    }
-    const Held<SecretValue> value(lib.secret_item_get_secret(items.first()));
-    if (!value) return failure(Kind::locked, deadline_.limit());
-    gsize size = 0;
-    const char* bytes = lib.secret_value_get(value.get(), &size);
-    return std::string(bytes, size);
-  }
-
-  Result<> write(const Items& items, const std::string& service, const std::string& account,
-                 const std::string& label, const std::string& bytes) {
-    const Library& lib = library();
-    const Held<SecretValue> value(lib.secret_value_new(
-        bytes.data(), static_cast<gssize>(bytes.size()), "application/octet-stream"));
-    ErrorPlace error;
-    if (!items.isEmpty()) {
-      if (!lib.secret_item_set_secret_sync(items.first(), value.get(), cancellable(), &error) ||
-          !items.removeFrom(true, cancellable(), &error)) {
-        return failure(error, deadline_);
-      }
-      return {};
-    }
-    const auto keyring = defaultKeyring();
-    if (!keyring) return std::unexpected(keyring.error());
-    // Storing would ask the user for the password of a new one.
-    if (!*keyring) return noKeyring();
-    const Held<GHashTable> names = attributes(service, account);
-    if (!lib.secret_service_store_sync(service_.get(), nullptr, names.get(), "default",
-                                       label.c_str(), value.get(), cancellable(), &error)) {
-      return failure(error, deadline_);
-    }
-    return {};
-  }
-
-  Result<> remove(const Items& items) {
-    ErrorPlace error;
-    if (!items.removeFrom(false, cancellable(), &error)) return failure(error, deadline_);
-    return {};
-  }
-
-  /// Of the default keyring: there is one, and it is not locked.
+  /// Of the default keyring: it exists and is not locked.
   Result<> check() {
     const auto keyring = defaultKeyring();
     if (!keyring) return std::unexpected(keyring.error());
-    if (!*keyring) return noKeyring();
-    if (library().secret_collection_get_locked(keyring->get())) {
-      return failure(Kind::locked, deadline_.limit());
-    }
+    if (keyring->isLocked) return failure(Kind::locked);
     return {};
   }
 
   Result<> unlock() {
-    const Library& lib = library();
     const auto keyring = defaultKeyring();
     if (!keyring) return std::unexpected(keyring.error());
-    if (!*keyring) return noKeyring();
-    if (!lib.secret_collection_get_locked(keyring->get())) return {};
-    GList* wanted = lib.g_list_append(nullptr, keyring->get());
-    ErrorPlace error;
-    const int count =
-        lib.secret_service_unlock_sync(service_.get(), wanted, cancellable(), nullptr, &error);
-    lib.g_list_free(wanted);
-    if (error.get() && kindOf(error.get()) == Kind::timedOut) return failure(error, deadline_);
-    // Declined, or nobody could be asked.
-    if (count < 1) return failure(Kind::locked, deadline_.limit());
-    return {};
+    if (!keyring->isLocked) return {};
+    const char* const wanted[] = {keyring->path.c_str()};
+    const auto answer = call(servicePath, "Service", "Unlock",
+                             g_variant_new("(@ao)", g_variant_new_objv(wanted, 1)), "(aoo)");
+    if (!answer) return std::unexpected(answer.error());
+    if (!objectsIn(answer->get(), 0).empty()) return {};
+    return prompt(objectIn(answer->get(), 1));
   }
 
  private:
-  GCancellable* cancellable() const { return deadline_.cancellable(); }
-
-  std::unexpected<SecretError> noKeyring() const {
-    return std::unexpected(SecretError{
-        Kind::missing,
-        "The keyring service has no default keyring yet. Make one, for example in the desktop's "
-        "program for passwords and keys, and try again."});
+  std::unexpected<SecretError> failure(Kind kind, std::string_view detail = {}) const {
+    return std::unexpected(SecretError{kind, keyringSentence(kind, limit_, detail)});
+  }
+  /// Takes over the error.
+  std::unexpected<SecretError> failure(GError* error) const {
+    if (!error) return failure(Kind::failed, "it gave no reason");
+    const Held<GError> held(error);
+    const Kind kind = kindOf(error);
+    g_dbus_error_strip_remote_error(error);
+    return failure(kind, error->message);
+  }
+  /// No operation but unlock() asks the user for anything.
+  Result<> withoutPrompt(std::string_view promptPath) const {
+    if (promptPath != noObject) return failure(Kind::locked);
+    return {};
   }
 
-  /// Keeps pointers into the two texts.
-  static Held<GHashTable> attributes(const std::string& service, const std::string& account) {
-    const Library& lib = library();
-    Held<GHashTable> table(lib.g_hash_table_new(lib.g_str_hash, lib.g_str_equal));
-    lib.g_hash_table_insert(table.get(), const_cast<char*>("service"),
-                            const_cast<char*>(service.c_str()));
-    lib.g_hash_table_insert(table.get(), const_cast<char*>("account"),
-                            const_cast<char*>(account.c_str()));
-    return table;
+  /// Takes over the parameters. An interface without a dot is one of the Secret Service.
+  Result<Held<GVariant>> call(const std::string& path, const std::string& interface,
+                              const char* method, GVariant* parameters, const char* reply) {
+    const std::string whole =
+        interface.contains('.') ? interface : "org.freedesktop.Secret." + interface;
+    const auto left = std::chrono::ceil<Milliseconds>(end_ - Clock::now()).count();
+    GError* error = nullptr;
+    Held<GVariant> answer(g_dbus_connection_call_sync(
+        connection_.get(), "org.freedesktop.secrets", path.c_str(), whole.c_str(), method,
+        parameters, G_VARIANT_TYPE(reply), G_DBUS_CALL_FLAGS_NONE,
+        static_cast<int>(std::max<std::int64_t>(left, 1)), nullptr, &error));
+    if (!answer) return failure(error);
+    return answer;
   }
 
-  Deadline deadline_;
+  /// Shows the service's own question and waits for its end.
+  Result<> prompt(const std::string& path) {
+    if (path == noObject) return failure(Kind::locked);
+    enum class End { none, dismissed, completed } end = End::none;
+    const guint subscription = g_dbus_connection_signal_subscribe(
+        connection_.get(), nullptr, "org.freedesktop.Secret.Prompt", "Completed", path.c_str(),
+        nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
+        [](GDBusConnection*, const char*, const char*, const char*, const char*,
+           GVariant* parameters, gpointer place) {
+          gboolean isDismissed = TRUE;
+          g_variant_get(parameters, "(bv)", &isDismissed, nullptr);
+          *static_cast<End*>(place) = isDismissed ? End::dismissed : End::completed;
+        },
+        &end, nullptr);
+    const auto shown = call(path, "Prompt", "Prompt", g_variant_new("(s)", ""), "()");
+    while (shown && end == End::none && !g_cancellable_is_cancelled(cancellable_.get())) {
+      g_main_context_iteration(context_.get(), TRUE);
+    }
+    g_dbus_connection_signal_unsubscribe(connection_.get(), subscription);
+    if (end == End::completed) return {};
+    // Dismissed, or nobody could be asked.
+    return failure(shown && end == End::none ? Kind::timedOut : Kind::locked);
+  }
+
+  static GVariant* attributes(const std::string& service, const std::string& account) {
+    GVariantBuilder builder;
+    g_variant_builder_init(&builder, G_VARIANT_TYPE("a{ss}"));
+    g_variant_builder_add(&builder, "{ss}", "service", service.c_str());
+    g_variant_builder_add(&builder, "{ss}", "account", account.c_str());
+    return g_variant_builder_end(&builder);
+  }
+
+  GVariant* secret(const std::string& value) const {
+    return g_variant_new("(o@ay@ays)", session_.c_str(), bytesValue({}), bytesValue(value),
+                         "application/octet-stream");
+  }
+
+  const Milliseconds limit_;
+  const Clock::time_point end_;
+  Held<GMainContext> context_;
+  Held<GCancellable> cancellable_;
+  Held<GSource> timer_;
   Held<GDBusConnection> connection_;
-  Held<SecretService> service_;
+  std::string session_;
 };
 
 class ServiceSecrets final : public SecretStore {
+  using Items = std::vector<std::string>;
+
+  template <typename Work>
+  static auto within(Milliseconds limit, Work work) -> std::invoke_result_t<Work, Operation&> {
+    Operation operation(limit);
+    if (auto connected = operation.connect(); !connected) {
+      return std::unexpected(std::move(connected.error()));
+    }
+    return work(operation);
+  }
+
+  template <typename Work>
+  auto onItems(const std::string& service, const std::string& account, Work work) const {
+    using Answer = std::invoke_result_t<Work, Operation&, const Items&>;
+    return within(options_.timeLimit, [&](Operation& now) -> Answer {
+      auto items = now.search(service, account);
+      if (!items) return std::unexpected(std::move(items.error()));
+      return work(now, *items);
+    });
+  }
+
+  static Result<> removeAll(Operation& now, const Items& items) {
+    for (const std::string& item : items) {
+      if (auto removed = now.remove(item); !removed) return removed;
+    }
+    return {};
+  }
+
  public:
   explicit ServiceSecrets(SecretServiceOptions options) : options_(std::move(options)) {}
 
   Status status() override {
     Status status{.kind = SecretStore::Kind::secretService, .place = "the keyring", .problem = {}};
-    auto operation = begin(options_.timeLimit);
-    if (!operation) {
-      status.problem = std::move(operation.error());
-    } else if (auto good = (*operation)->check(); !good) {
-      status.problem = std::move(good.error());
-    }
+    const auto good = within(options_.timeLimit, [](Operation& now) { return now.check(); });
+    if (!good) status.problem = good.error();
     return status;
   }
 
   Result<> unlock() override {
-    auto operation = begin(options_.promptLimit);
-    if (!operation) return std::unexpected(std::move(operation.error()));
-    return (*operation)->unlock();
+    return within(options_.promptLimit, [](Operation& now) { return now.unlock(); });
   }
 
  protected:
   Result<std::optional<std::string>> readSecret(const std::string& service,
                                                 const std::string& account) override {
-    auto operation = begin(options_.timeLimit);
-    if (!operation) return std::unexpected(std::move(operation.error()));
-    const auto items = (*operation)->search(service, account);
-    if (!items) return std::unexpected(items.error());
-    return (*operation)->read(*items);
+    return onItems(service, account,
+                   [](Operation& now, const Items& items) -> Result<std::optional<std::string>> {
+                     if (items.empty()) return std::nullopt;
+                     return now.read(items.front());
+                   });
   }
 
   Result<> writeSecret(const std::string& service, const std::string& account,
                        const std::string& value) override {
-    auto operation = begin(options_.timeLimit);
-    if (!operation) return std::unexpected(std::move(operation.error()));
-    const auto items = (*operation)->search(service, account);
-    if (!items) return std::unexpected(items.error());
-    const std::string label =
-        fmt::format("{}{}{} ({})", options_.labelPrefix, options_.labelPrefix.empty() ? "" : ": ",
-                    service, account);
-    return (*operation)->write(*items, service, account, label, value);
+    return onItems(service, account, [&](Operation& now, Items items) -> Result<> {
+      if (items.empty()) {
+        const std::string prefix = options_.labelPrefix.empty() ? "" : options_.labelPrefix + ": ";
+        return now.create(service, account, fmt::format("{}{} ({})", prefix, service, account),
+                          value);
+      }
+      if (auto replaced = now.replace(items.front(), value); !replaced) return replaced;
+      items.erase(items.begin());
+      return removeAll(now, items);
+    });
   }
 
   Result<> removeSecret(const std::string& service, const std::string& account) override {
-    auto operation = begin(options_.timeLimit);
-    if (!operation) return std::unexpected(std::move(operation.error()));
-    const auto items = (*operation)->search(service, account);
-    if (!items) return std::unexpected(items.error());
-    return (*operation)->remove(*items);
+    return onItems(service, account, removeAll);
   }
 
  private:
-  static Result<std::unique_ptr<Operation>> begin(std::chrono::milliseconds limit) {
-    const auto address = sessionBusAddress();
-    if (!address) return failure(SecretError::Kind::missing, limit, "there is no session bus");
-    if (!library().isComplete()) {
-      return failure(SecretError::Kind::missing, limit, "the library libsecret is not installed");
-    }
-    auto operation = std::make_unique<Operation>(limit);
-    if (auto connected = operation->connect(*address); !connected) {
-      return std::unexpected(std::move(connected.error()));
-    }
-    return operation;
-  }
-
   SecretServiceOptions options_;
 };
 

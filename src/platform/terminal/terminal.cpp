@@ -31,10 +31,6 @@ void discardTypedAhead(int descriptor) {
   if (isInForeground(descriptor)) ::tcflush(descriptor, TCIFLUSH);
 }
 
-void ignoreBrokenPipes() {
-  std::signal(SIGPIPE, SIG_IGN);
-}
-
 std::optional<std::string> readLine(int descriptor) {
   std::string line;
   char character = 0;

@@ -23,9 +23,6 @@ bool isInForeground(int descriptor);
 /// in the background nothing. Of a terminal that a RunLoop watches, its discardPending() does it.
 void discardTypedAhead(int descriptor);
 
-/// A write to a pipe without a reader fails with EPIPE from now on, and does not end the program.
-void ignoreBrokenPipes();
-
 /// One line without its end; absent at the end of the input. Reads no byte behind it. Blocks.
 std::optional<std::string> readLine(int descriptor);
 

@@ -26,11 +26,14 @@ std::uint32_t decoded(std::string_view sequence) {
 }
 
 /// C1 controls (0x9B opens an escape sequence by itself), the separators that some programs take
-/// for line breaks, and the embeddings, overrides and isolates of bidirectional text. The plain
-/// direction marks stay: they belong to the spelling of some languages.
+/// for line breaks, and all that turns the direction of text: marks, embeddings, overrides and
+/// isolates (Unicode's Bidi_Control).
 bool isHarmful(std::uint32_t character) {
-  return (character >= 0x80 && character <= 0x9F) || (character >= 0x2028 && character <= 0x202E) ||
-         (character >= 0x2066 && character <= 0x2069);
+  const auto isIn = [character](std::uint32_t first, std::uint32_t last) {
+    return character >= first && character <= last;
+  };
+  return isIn(0x80, 0x9F) || character == 0x061C || isIn(0x200E, 0x200F) || isIn(0x2028, 0x202E) ||
+         isIn(0x2066, 0x2069);
 }
 
 /// The pictures of control characters stand in their own order from U+2400.
@@ -76,21 +79,25 @@ std::string onOneLine(std::string_view text) {
   return line;
 }
 
-std::vector<std::string> boundedLines(std::string_view text, std::size_t most) {
+std::vector<std::string> visibleLines(std::string_view text) {
   const std::string clean = sanitized(text);
   auto lines = split(clean, '\n');
   while (!lines.empty() && trimmed(lines.back()).empty()) lines.pop_back();
+  return {lines.begin(), lines.end()};
+}
+
+std::vector<std::string> boundedLines(std::string_view text, std::size_t most) {
+  auto lines = visibleLines(text);
   // One line too many is shown rather than counted.
   const std::size_t shown = lines.size() > most + 1 ? most : lines.size();
-  std::vector<std::string> bounded;
-  for (std::size_t i = 0; i < shown; ++i) {
-    const auto part = firstCharacters(lines[i], longestLine);
-    bounded.push_back(std::string(part) + (part.size() < lines[i].size() ? "…" : ""));
+  const std::size_t left = lines.size() - shown;
+  lines.resize(shown);
+  for (auto& line : lines) {
+    const auto part = firstCharacters(line, longestLine).size();
+    if (part < line.size()) line.replace(part, std::string::npos, "…");
   }
-  if (shown < lines.size()) {
-    bounded.push_back(fmt::format("… {} more lines", lines.size() - shown));
-  }
-  return bounded;
+  if (left > 0) lines.push_back(fmt::format("… {} more lines", left));
+  return lines;
 }
 
 }  // namespace vantrell::text

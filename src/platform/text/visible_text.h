@@ -10,14 +10,17 @@
 namespace vantrell::text {
 
 /// Line feeds and tabs stay; other control characters become visible signs, and so do those that
-/// change the direction of what follows. Invalid UTF-8 becomes U+FFFD.
+/// change the direction of text. Invalid UTF-8 becomes U+FFFD.
 std::string sanitized(std::string_view text);
 
 /// The same on one line: line breaks and tabs become spaces.
 std::string onOneLine(std::string_view text);
 
+/// All lines of a text, sanitized. Empty lines at the end do not count.
+std::vector<std::string> visibleLines(std::string_view text);
+
 /// The first lines of a text, sanitized; what is left out is counted in a last line "… 7 more
-/// lines". Empty lines at the end do not count.
+/// lines". Of a very long line the beginning is shown.
 std::vector<std::string> boundedLines(std::string_view text, std::size_t most);
 
 }  // namespace vantrell::text

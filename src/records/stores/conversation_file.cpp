@@ -125,25 +125,26 @@ ConversationFile::Contents ConversationFile::readContents() {
 }
 
 std::vector<std::optional<std::string>> ConversationFile::readEntries(std::int64_t thread,
-                                                                      std::size_t count) {
-  std::vector<std::optional<std::string>> texts(count);
+                                                                      std::size_t first,
+                                                                      std::size_t last) {
+  std::vector<std::optional<std::string>> texts(last - first);
   const std::string query =
       fmt::format("SELECT number, record FROM entries WHERE number >= {} AND number < {}",
-                  rowKey(thread, 0), rowKey(thread, count));
+                  rowKey(thread, first), rowKey(thread, last));
   std::optional<DatabaseError> damage;
   readAll(database_, query, "number", damage, [&](const Statement& row) {
-    // A damaged page gives rows that nobody asked for.
-    const std::int64_t place = row.integer(0) - rowKey(thread, 0);
-    if (place >= 0 && static_cast<std::size_t>(place) < count) {
+    // A damaged page gives rows that were not asked for.
+    const std::int64_t place = row.integer(0) - rowKey(thread, first);
+    if (place >= 0 && static_cast<std::size_t>(place) < texts.size()) {
       texts[static_cast<std::size_t>(place)] = row.bytes(1);
     }
   });
   if (!damage) return texts;
   // Several pages are damaged: what lies between them can be reached one by one.
   Statement one = database_.prepare("SELECT record FROM entries WHERE number = ?");
-  for (std::size_t i = 0; one && i < count; ++i) {
+  for (std::size_t i = 0; one && i < texts.size(); ++i) {
     if (texts[i]) continue;
-    one.bind(1, rowKey(thread, i));
+    one.bind(1, rowKey(thread, first + i));
     if (one.step() == Statement::Step::row) texts[i] = one.bytes(0);
     one.reset();
   }

@@ -40,8 +40,9 @@ class ConversationFile {
 
   /// Whatever can be read.
   Contents readContents();
-  /// `count` texts, absent where one cannot be read.
-  std::vector<std::optional<std::string>> readEntries(std::int64_t thread, std::size_t count);
+  /// Those in the places [first, last); nullopt where one cannot be read.
+  std::vector<std::optional<std::string>> readEntries(std::int64_t thread, std::size_t first,
+                                                      std::size_t last);
   /// How many entries the rows of this thread make, for one whose own row is lost.
   std::size_t countEntries(std::int64_t thread);
 

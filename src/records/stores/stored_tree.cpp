@@ -8,8 +8,17 @@ namespace vantrell {
 
 namespace {
 
-std::size_t hashOf(std::string_view bytes) {
-  return std::hash<std::string_view>{}(bytes);
+/// The rows of what changed in a list of which `stored` rows are in the store; the others are new.
+template <typename List>
+void collectList(const List& list, const TreeChanges::List& changes, std::size_t stored,
+                 std::int64_t number, SaveBatch::Rows& rows, SaveBatch::Lengths& lengths) {
+  if (list.size() < stored) lengths[number] = list.size();
+  const std::size_t unchanged = std::min(stored, changes.unchanged);
+  const auto put = [&](std::size_t place) { rows[rowKey(number, place)] = encodeRow(list[place]); };
+  for (const std::size_t place : changes.places) {
+    if (place < std::min(unchanged, list.size())) put(place);
+  }
+  for (std::size_t i = unchanged; i < list.size(); ++i) put(i);
 }
 
 /// Places in rising order that differ from the stored ones as little as can be: what comes in front
@@ -42,12 +51,11 @@ void StoredTree::addWorkspace(std::int64_t number, const SaveBatch::WorkspaceRow
 }
 
 void StoredTree::addThread(std::int64_t number, const SaveBatch::ThreadRow& row,
-                           const ChatThread& thread, std::string_view head,
-                           const std::vector<std::string_view>& runs) {
+                           const ChatThread& thread) {
   StoredThread& stored = threads_[thread.id];
-  stored = {
-      .number = number, .row = row, .lineage = thread.entries.lineage(), .headHash = hashOf(head)};
-  for (const auto& each : runs) stored.runHashes.push_back(hashOf(each));
+  stored = {.number = number, .row = row, .runs = thread.runs.size()};
+  // A damaged row may tell another number.
+  stored.row.entries = static_cast<std::int64_t>(thread.entries.size());
   reserve(number);
 }
 
@@ -61,6 +69,19 @@ SaveBatch StoredTree::collect(const std::vector<Workspace>& workspaces,
     if (thread && threads_.contains(key.threadID)) collectThread(*thread, marks, batch);
   }
   return batch;
+}
+
+SaveBatch StoredTree::collectAll(const std::vector<Workspace>& workspaces) {
+  TreeChanges all{.structure = true, .threads = {}};
+  for (const auto& workspace : workspaces) {
+    for (const auto& thread : workspace.threads) {
+      TreeChanges::Thread& marks = all.threads[{workspace.id, thread.id}];
+      marks.head = true;
+      marks.runs.cutTo(0);
+      marks.entries.cutTo(thread.entries.unread());
+    }
+  }
+  return collect(workspaces, all);
 }
 
 // ---- workspaces and the places of threads -------------------------------------------------------
@@ -119,7 +140,7 @@ void StoredTree::collectThreadPlaces(const Workspace& workspace, SaveBatch& batc
       stored.row.place = places[i];
       batch.threads[stored.number] = stored.row;
     }
-    if (isNew) collectThread(thread, {.head = true, .allRuns = true, .runs = {}}, batch);
+    if (isNew) collectThread(thread, {.head = true, .entries = {}, .runs = {}}, batch);
   }
 }
 
@@ -139,55 +160,17 @@ void StoredTree::collectRemoved(SaveBatch& batch) {
 void StoredTree::collectThread(const ChatThread& thread, const TreeChanges::Thread& marks,
                                SaveBatch& batch) {
   StoredThread& stored = threads_.at(thread.id);
-  collectEntries(thread, stored, batch);
-  collectRuns(thread, stored, marks, batch);
-  if (marks.head) {
-    std::string head = encodeHead(thread);
-    if (const std::size_t hash = hashOf(head); hash != stored.headHash) {
-      stored.headHash = hash;
-      batch.heads[stored.number] = std::move(head);
-    }
-  }
+  collectList(thread.entries, marks.entries, static_cast<std::size_t>(stored.row.entries),
+              stored.number, batch.entries, batch.entryLengths);
+  collectList(thread.runs, marks.runs, stored.runs, stored.number, batch.runs, batch.runLengths);
+  stored.runs = thread.runs.size();
+  if (marks.head) batch.heads[stored.number] = encodeHead(thread);
   SaveBatch::ThreadRow row = stored.row;
   row.entries = static_cast<std::int64_t>(thread.entries.size());
   row.updatedAt = thread.updatedAt.secondsSinceReference();
   if (row == stored.row) return;
   stored.row = row;
   batch.threads[stored.number] = row;
-}
-
-void StoredTree::collectRuns(const ChatThread& thread, StoredThread& stored,
-                             const TreeChanges::Thread& marks, SaveBatch& batch) {
-  auto& hashes = stored.runHashes;
-  const std::size_t known = hashes.size();
-  if (thread.runs.size() < known) batch.runLengths[stored.number] = thread.runs.size();
-  hashes.resize(thread.runs.size());
-  for (std::size_t i = 0; i < thread.runs.size(); ++i) {
-    const RunRecord& run = thread.runs[i];
-    if (i < known && !marks.allRuns && !marks.runs.contains(run.id)) continue;
-    std::string record = encodeRow(run);
-    const std::size_t hash = hashOf(record);
-    if (i < known && hash == hashes[i]) continue;
-    hashes[i] = hash;
-    batch.runs[rowKey(stored.number, i)] = std::move(record);
-  }
-}
-
-void StoredTree::collectEntries(const ChatThread& thread, StoredThread& stored, SaveBatch& batch) {
-  const Transcript& entries = thread.entries;
-  // One that was never read was never changed.
-  if (!entries.isRead() && entries.lineage() == stored.lineage) return;
-  auto changes = entries.takeChanges();
-  if (entries.lineage() != stored.lineage) changes = {};  // another one took its place
-  stored.lineage = entries.lineage();
-  if (static_cast<std::int64_t>(entries.size()) < stored.row.entries) {
-    batch.entryLengths[stored.number] = entries.size();
-  }
-  const auto put = [&](std::size_t place) {
-    batch.entries[rowKey(stored.number, place)] = encodeRow(entries[place]);
-  };
-  for (const std::size_t place : changes.places) put(place);
-  for (std::size_t i = changes.unchangedLength; i < entries.size(); ++i) put(i);
 }
 
 }  // namespace vantrell

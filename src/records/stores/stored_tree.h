@@ -1,5 +1,5 @@
-// What the store holds, as far as is needed to find what differs from it: numbers, places and
-// hashes, no content. Belongs to WorkspaceStore. Main queue.
+// The rows that the store holds: their numbers, places and counts, no content. Turns marked changes
+// into rows to write. Belongs to WorkspaceStore. Main queue.
 #pragma once
 
 #include <cstdint>
@@ -18,15 +18,14 @@ class StoredTree {
 
   void addWorkspace(std::int64_t number, const SaveBatch::WorkspaceRow& row,
                     const Workspace& workspace);
-  /// The head and the runs as they lie in the store; a head that could not be read is written anew
-  /// when the thread is next changed.
-  void addThread(std::int64_t number, const SaveBatch::ThreadRow& row, const ChatThread& thread,
-                 std::string_view head, const std::vector<std::string_view>& runs);
+  void addThread(std::int64_t number, const SaveBatch::ThreadRow& row, const ChatThread& thread);
   /// Numbers up to this one are taken.
   void reserve(std::int64_t number) { lastNumber_ = std::max(lastNumber_, number); }
 
-  /// What must be written so that the store holds the tree; from now on that counts as stored.
+  /// What must be written for these changes; from now on that counts as stored.
   SaveBatch collect(const std::vector<Workspace>& workspaces, const TreeChanges& changes);
+  /// Every part of the tree that is in memory.
+  SaveBatch collectAll(const std::vector<Workspace>& workspaces);
 
  private:
   struct StoredWorkspace {
@@ -39,9 +38,7 @@ class StoredTree {
   struct StoredThread {
     std::int64_t number = 0;
     SaveBatch::ThreadRow row;
-    std::uint64_t lineage = 0;  // of the transcript whose entries are stored
-    std::size_t headHash = 0;
-    std::vector<std::size_t> runHashes;
+    std::size_t runs = 0;  // how many
     bool isPresent = true;
   };
 
@@ -50,9 +47,6 @@ class StoredTree {
   void collectThreadPlaces(const Workspace& workspace, SaveBatch& batch);
   void collectRemoved(SaveBatch& batch);
   void collectThread(const ChatThread& thread, const TreeChanges::Thread& marks, SaveBatch& batch);
-  void collectRuns(const ChatThread& thread, StoredThread& stored, const TreeChanges::Thread& marks,
-                   SaveBatch& batch);
-  void collectEntries(const ChatThread& thread, StoredThread& stored, SaveBatch& batch);
 
   std::unordered_map<Uuid, StoredWorkspace> workspaces_;
   std::unordered_map<Uuid, StoredThread> threads_;

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <tuple>
 
+#include "platform/files/files.h"
 #include "records/stores/conversation_json.h"
 
 namespace vantrell {
@@ -40,7 +41,65 @@ std::vector<std::string_view> runsOf(std::int64_t number, const SaveBatch::Rows&
   return records;
 }
 
+/// A damaged head often still begins with its id. Else the same number gives the same id at each
+/// start, so that the conversation can be opened and deleted by it.
+Uuid idOfDamagedHead(std::string_view head, std::int64_t number) {
+  constexpr std::string_view key = "{\"id\":\"";
+  constexpr std::size_t length = 36;
+  if (head.starts_with(key)) {
+    if (const auto id = Uuid::parse(head.substr(key.size(), length))) return *id;
+  }
+  return Uuid::parse(fmt::format("00000000-0000-4000-8000-{:012X}", number)).value();
+}
+
 }  // namespace
+
+class TreeReader::ThreadSource final : public Transcript::Source {
+ public:
+  ThreadSource(std::shared_ptr<TreeReader> reader, std::int64_t number, std::string title)
+      : reader_(std::move(reader)), number_(number), title_(std::move(title)) {}
+
+  std::vector<ChatEntry> read(std::size_t first, std::size_t last) override {
+    Part part = readFrom(reader_->file_, first, last);
+    reportLost(part.lost);
+    return std::move(part.entries);
+  }
+
+  Part readInBackground(std::size_t first, std::size_t last) override {
+    auto& file = reader_->background_;
+    if (!file && files::exists(reader_->path_)) {
+      auto opened = ConversationFile::open(reader_->path_);
+      if (opened) file.emplace(std::move(*opened));
+    }
+    if (file) return readFrom(*file, first, last);
+    return {};  // the transcript reads it by itself when it is looked at
+  }
+
+  void reportLost(std::size_t lost) override {
+    if (lost == 0) return;
+    reader_->damaged(fmt::format("entries of {}", number_),
+                     fmt::format("{} of the entries of the conversation \"{}\" could not be read.",
+                                 lost, title_));
+  }
+
+ private:
+  Part readFrom(ConversationFile& file, std::size_t first, std::size_t last) const {
+    Part part;
+    part.entries.reserve(last - first);
+    for (auto& text : file.readEntries(number_, first, last)) {
+      auto entry = text ? decodeEntry(*text) : std::unexpected(DecodeError{});
+      part.lost += entry ? 0 : 1;
+      part.entries.push_back(entry ? std::move(*entry)
+                                   : unreadableEntry(first + part.entries.size()));
+      text.reset();
+    }
+    return part;
+  }
+
+  const std::shared_ptr<TreeReader> reader_;
+  const std::int64_t number_;
+  const std::string title_;
+};
 
 std::vector<Workspace> TreeReader::read(const ConversationFile::Contents& contents,
                                         StoredTree& stored) {
@@ -83,8 +142,8 @@ std::vector<Workspace> TreeReader::read(const ConversationFile::Contents& conten
     take(number, workspace.threads);
     workspaces.push_back(std::move(workspace));
   }
-  strays.clear();
-  while (!places.empty()) take(places.begin()->first, strays);
+  orphans.clear();
+  while (!places.empty()) take(places.begin()->first, orphans);
   return workspaces;
 }
 
@@ -100,7 +159,7 @@ ChatThread TreeReader::readThread(std::int64_t number, const ConversationFile::C
     // Written more often than the head; absent from a row that was lost.
     if (contents.threads.contains(number)) thread.updatedAt = Date(row.updatedAt);
   } else {
-    thread.id = Uuid::random();
+    thread.id = idOfDamagedHead(head == contents.heads.end() ? "" : head->second, number);
     thread.title = "A conversation that could not be read in full";
     thread.createdAt = thread.updatedAt = Date(row.updatedAt);
     damaged(fmt::format("thread {}", number),
@@ -115,10 +174,8 @@ ChatThread TreeReader::readThread(std::int64_t number, const ConversationFile::C
                                 ? static_cast<std::size_t>(row.entries)
                                 : std::min<std::size_t>(file_.countEntries(number), mostPlaces);
   thread.entries =
-      Transcript(count, [self = shared_from_this(), number, count, title = thread.title] {
-        return self->readEntries(number, count, title);
-      });
-  stored.addThread(number, row, thread, head == contents.heads.end() ? "" : head->second, records);
+      Transcript(count, std::make_shared<ThreadSource>(shared_from_this(), number, thread.title));
+  stored.addThread(number, row, thread);
   return thread;
 }
 
@@ -133,25 +190,6 @@ std::vector<RunRecord> TreeReader::readRuns(const std::vector<std::string_view>&
     runs.push_back(run ? std::move(*run) : unreadableRun());
   }
   return runs;
-}
-
-std::vector<ChatEntry> TreeReader::readEntries(std::int64_t number, std::size_t count,
-                                               const std::string& title) {
-  std::vector<ChatEntry> entries;
-  entries.reserve(count);
-  std::size_t lost = 0;
-  for (auto& text : file_.readEntries(number, count)) {
-    auto entry = text ? decodeEntry(*text) : std::unexpected(DecodeError{});
-    lost += entry ? 0 : 1;
-    entries.push_back(entry ? std::move(*entry) : unreadableEntry(entries.size()));
-    text.reset();
-  }
-  if (lost > 0) {
-    damaged(fmt::format("entries of {}", number),
-            fmt::format("{} of the {} entries of the conversation \"{}\" could not be read.", lost,
-                        count, title));
-  }
-  return entries;
 }
 
 void TreeReader::damaged(const std::string& piece, const std::string& sentence) {

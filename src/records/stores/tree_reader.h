@@ -1,6 +1,7 @@
-// Makes the tree from the rows of a file. Transcripts hold on to it and read their entries at the
-// first look into them. What cannot be read has a placeholder in its place, so that all else keeps
-// its own, and is told. Owned by WorkspaceStore and by the transcripts. Main queue.
+// Makes the tree from the rows of a file. Transcripts hold on to it and read their entries later.
+// What cannot be read has a placeholder in its place, so that all else keeps its own, and is
+// reported. Owned by WorkspaceStore and by the transcripts. Main queue, but for readInBackground().
+
 #pragma once
 
 #include <functional>
@@ -17,7 +18,9 @@ namespace vantrell {
 
 class TreeReader : public std::enable_shared_from_this<TreeReader> {
  public:
-  explicit TreeReader(ConversationFile file) : file_(std::move(file)) {}
+  /// `path` is the file's, for a second connection.
+  TreeReader(ConversationFile file, std::string path)
+      : file_(std::move(file)), path_(std::move(path)) {}
 
   /// Called with a name for the piece that is damaged and a sentence for the user.
   std::function<void(const std::string& piece, const std::string& sentence)> onDamage;
@@ -25,20 +28,22 @@ class TreeReader : public std::enable_shared_from_this<TreeReader> {
   /// Notes in `stored` what it reads.
   std::vector<Workspace> read(const ConversationFile::Contents& contents, StoredTree& stored);
   /// Conversations whose workspace could not be read, after read().
-  std::vector<ChatThread> strays;
+  std::vector<ChatThread> orphans;
 
   ConversationFile& file() { return file_; }
 
  private:
+  class ThreadSource;
+
   ChatThread readThread(std::int64_t number, const ConversationFile::Contents& contents,
                         const SaveBatch::ThreadRow& row, StoredTree& stored);
   std::vector<RunRecord> readRuns(const std::vector<std::string_view>& records);
-  std::vector<ChatEntry> readEntries(std::int64_t number, std::size_t count,
-                                     const std::string& title);
   void damaged(const std::string& piece, const std::string& sentence);
 
   ConversationFile file_;
-  std::set<Uuid> seen_;  // ids of threads, each of which names one
+  const std::string path_;
+  std::optional<ConversationFile> background_;  // belongs to the thread of readInBackground()
+  std::set<Uuid> seen_;                         // ids of threads, each of which names one
 };
 
 }  // namespace vantrell

@@ -93,15 +93,15 @@ void WorkspaceStore::applyLoadRules(std::vector<Workspace>& workspaces) {
 }
 
 /// Conversations whose project could not be read are shown in General.
-void WorkspaceStore::adoptStrays(TreeReader& reader, std::vector<Workspace>& workspaces,
-                                 Date now) const {
-  if (reader.strays.empty()) return;
+void WorkspaceStore::reattachOrphans(TreeReader& reader, std::vector<Workspace>& workspaces,
+                                     Date now) const {
+  if (reader.orphans.empty()) return;
   auto general = std::ranges::find(workspaces, generalPath_, &Workspace::path);
   if (general == workspaces.end()) {
     general = workspaces.insert(workspaces.begin(), Workspace::makeGeneral(generalPath_, now));
     general->threads.clear();
   }
-  std::ranges::move(std::exchange(reader.strays, {}), std::back_inserter(general->threads));
+  std::ranges::move(std::exchange(reader.orphans, {}), std::back_inserter(general->threads));
 }
 
 std::vector<Workspace> WorkspaceStore::readTree(Date now) {
@@ -150,12 +150,12 @@ std::vector<Workspace> WorkspaceStore::readFile() {
   }
   writer_.emplace(std::move(*opened));
   notes_ = contents.notes;
-  reader_ = std::make_shared<TreeReader>(std::move(*reading));
+  reader_ = std::make_shared<TreeReader>(std::move(*reading), path_);
   reader_->onDamage = [this](const std::string& piece, const std::string& sentence) {
     damageMet(piece, sentence);
   };
   auto workspaces = reader_->read(contents, stored_);
-  adoptStrays(*reader_, workspaces, now_);
+  reattachOrphans(*reader_, workspaces, now_);
   return workspaces;
 }
 
@@ -174,10 +174,10 @@ std::vector<Workspace> WorkspaceStore::salvage(const std::string& reason) {
   const std::string scratch = path_ + ".salvage";
   if (keptAside::copyForReading(*kept, scratch)) {
     if (auto file = ConversationFile::open(scratch)) {
-      const auto reader = std::make_shared<TreeReader>(std::move(*file));
+      const auto reader = std::make_shared<TreeReader>(std::move(*file), scratch);
       StoredTree nowhere;
       workspaces = reader->read(reader->file().readContents(), nowhere);
-      adoptStrays(*reader, workspaces, now_);
+      reattachOrphans(*reader, workspaces, now_);
       for (auto& workspace : workspaces) {
         for (auto& thread : workspace.threads) (void)thread.entries.begin();  // reads it
       }
@@ -267,9 +267,15 @@ void WorkspaceStore::writeWhatIsSound() {
 }
 
 bool WorkspaceStore::save(const std::vector<Workspace>& workspaces) {
-  const auto stored = commit(workspaces, TreeChanges::everywhere(workspaces));
+  const auto stored = storeAll(workspaces);
   if (!stored) lastError_ = stored.error();
   return stored.has_value();
+}
+
+std::expected<void, std::string> WorkspaceStore::storeAll(
+    const std::vector<Workspace>& workspaces) {
+  if (refusal_ || !writer_) return write({});
+  return write(stored_.collectAll(workspaces));
 }
 
 std::expected<void, std::string> WorkspaceStore::commit(const std::vector<Workspace>& workspaces,

@@ -59,8 +59,7 @@ class WorkspaceStore {
   /// where a page of the file is damaged, all conversations that have no part in it. The error is
   /// one line for people. Any thread, one call at a time.
   std::expected<void, std::string> write(SaveBatch batch);
-  /// Compares the whole tree and writes what differs. False when that failed; the former tree
-  /// stands.
+  /// Writes the whole tree. False when that failed; the stored tree is as it was.
   bool save(const std::vector<Workspace>& workspaces);
   const std::string& lastError() const { return lastError_; }
 
@@ -97,9 +96,10 @@ class WorkspaceStore {
   void forgetDocument();
   void dropWithoutFolder(std::vector<Workspace>& workspaces);
   void applyLoadRules(std::vector<Workspace>& workspaces);
-  void adoptStrays(TreeReader& reader, std::vector<Workspace>& workspaces, Date now) const;
+  void reattachOrphans(TreeReader& reader, std::vector<Workspace>& workspaces, Date now) const;
   std::expected<void, std::string> commit(const std::vector<Workspace>& workspaces,
                                           const TreeChanges& changes);
+  std::expected<void, std::string> storeAll(const std::vector<Workspace>& workspaces);
   void writeWhatIsSound();
   void tell(std::string_view sentence);
   /// Keeps a copy of the file, once for each piece that is damaged, and tells.

@@ -114,7 +114,7 @@ std::expected<WorkspaceStore::Peek, std::string> WorkspaceStore::peek() {
   if (!opened) return unreadableFile(opened.error().text);
   if (!opened->holdStill()) return unreadableFile("another program is using it");
   Peek result;
-  const auto reader = std::make_shared<TreeReader>(std::move(*opened));
+  const auto reader = std::make_shared<TreeReader>(std::move(*opened), path_);
   reader->onDamage = [problems = result.problems](const std::string&, const std::string& sentence) {
     *problems += (problems->empty() ? "" : " ") + sentence;
   };
@@ -122,7 +122,7 @@ std::expected<WorkspaceStore::Peek, std::string> WorkspaceStore::peek() {
   if (contents.damage) return unreadableFile(contents.damage->text);
   StoredTree nowhere;
   result.workspaces = reader->read(contents, nowhere);
-  adoptStrays(*reader, result.workspaces, Date());
+  reattachOrphans(*reader, result.workspaces, Date());
   return result;
 }
 
@@ -156,7 +156,7 @@ std::expected<WorkspaceStore::Import, std::string> WorkspaceStore::importDocumen
         fmt::format("The present conversations could not be kept, so nothing was imported. {}",
                     kept.error().description));
   }
-  if (const auto stored = commit(*decoded, TreeChanges::everywhere(*decoded)); !stored) {
+  if (const auto stored = storeAll(*decoded); !stored) {
     unwritten_ = {};
     return std::unexpected(stored.error());
   }

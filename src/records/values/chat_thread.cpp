@@ -70,6 +70,11 @@ void ChatThread::forgetSessionID(AgentProvider provider) {
   if (providerSessionIDs) providerSessionIDs->erase(std::string(rawText(provider)));
 }
 
+void ChatThread::forgetSessions() {
+  sessionId.reset();
+  providerSessionIDs.reset();
+}
+
 std::optional<std::string> ChatThread::modelID(AgentProvider provider) const {
   return lookUp(providerModelIDs, provider);
 }
@@ -100,14 +105,15 @@ void ChatThread::moveQueuedPromptToFront(const Uuid& promptID, Date now) {
   updatedAt = now;
 }
 
-void ChatThread::prepareForWorkspaceMove(std::string_view sourceFolder, std::string_view sourceName,
-                                         std::string_view destinationName, Date now) {
+std::vector<std::size_t> ChatThread::prepareForWorkspaceMove(std::string_view sourceFolder,
+                                                             std::string_view sourceName,
+                                                             std::string_view destinationName,
+                                                             Date now) {
+  std::vector<std::size_t> changed;
   for (std::size_t i = 0; i < entries.size(); ++i) {
-    // Only an entry that changes is touched: each that is touched is stored again.
-    const auto& attachments = std::as_const(entries)[i].attachments;
-    if (std::ranges::any_of(attachments, isRelative)) {
-      makeAbsolute(entries[i].attachments, sourceFolder);
-    }
+    if (!std::ranges::any_of(entries[i].attachments, isRelative)) continue;
+    makeAbsolute(entries[i].attachments, sourceFolder);
+    changed.push_back(i);
   }
   for (auto& prompt : queuedPrompts) makeAbsolute(prompt.attachments, sourceFolder);
   makeAbsolute(draftAttachments, sourceFolder);
@@ -130,6 +136,7 @@ void ChatThread::prepareForWorkspaceMove(std::string_view sourceFolder, std::str
   entry.createdAt = now;
   entries.append(std::move(entry));
   updatedAt = now;
+  return changed;
 }
 
 Workspace Workspace::makeProject(std::string path, Date now) {

@@ -62,6 +62,8 @@ struct ChatThread {
   void setSessionID(std::string session, AgentProvider provider);
   /// The provider's next start begins a new session. It stays `lastProvider`.
   void forgetSessionID(AgentProvider provider);
+  /// Those of all providers: none of them knows the conversation as it stands now.
+  void forgetSessions();
 
   std::optional<std::string> modelID(AgentProvider provider) const;
   std::optional<std::string> effort(AgentProvider provider) const;
@@ -77,9 +79,11 @@ struct ChatThread {
   /// A prompt that is first already, and an unknown id, change nothing.
   void moveQueuedPromptToFront(const Uuid& id, Date now);
   /// Makes relative attachment paths absolute and clears what is bound to the old folder (sessions,
-  /// checkpoints, worktree), and says so in a system entry.
-  void prepareForWorkspaceMove(std::string_view sourceFolder, std::string_view sourceName,
-                               std::string_view destinationName, Date now);
+  /// checkpoints, worktree), and says so in a system entry. Returns the places of the entries that
+  /// it has changed.
+  std::vector<std::size_t> prepareForWorkspaceMove(std::string_view sourceFolder,
+                                                   std::string_view sourceName,
+                                                   std::string_view destinationName, Date now);
 
   bool operator==(const ChatThread&) const = default;
 };

@@ -2,6 +2,8 @@
 
 #include <bit>
 #include <functional>
+#include <iterator>
+#include <utility>
 
 namespace vantrell {
 
@@ -12,12 +14,10 @@ std::size_t hashOf(std::string_view id) {
 constexpr std::size_t smallestTable = 16;
 }  // namespace
 
-Transcript::Transcript(std::size_t count, Loader load)
-    : unread_(count == 0 ? nullptr : std::make_unique<Unread>(count, std::move(load))) {
-  journal_.take(count);
-}
+Transcript::Transcript(std::size_t count, std::shared_ptr<Source> source)
+    : source_(count == 0 ? nullptr : std::move(source)), unreadCount_(count) {}
 
-Transcript::Transcript(const Transcript& other) : entries_(other.entries()) {}
+Transcript::Transcript(const Transcript& other) : entries_(other.all()) {}
 
 Transcript& Transcript::operator=(const Transcript& other) {
   if (this != &other) *this = Transcript(other);
@@ -25,19 +25,40 @@ Transcript& Transcript::operator=(const Transcript& other) {
 }
 
 void Transcript::readNow() const {
-  // Away first: a loader that looks back here must not begin again.
-  const auto unread = std::move(unread_);
-  entries_ = unread->load();
+  // Away first: a source that looks back here must not begin again.
+  const auto source = std::move(source_);
+  auto all = source->read(0, unreadCount_);
+  std::ranges::move(entries_, std::back_inserter(all));
+  entries_ = std::move(all);
+  dropIndex();
+}
+
+void Transcript::prepend(std::vector<ChatEntry> entries) {
+  if (!source_ || entries.size() > unreadCount_) return;
+  unreadCount_ -= entries.size();
+  std::ranges::move(entries_, std::back_inserter(entries));
+  entries_ = std::move(entries);
+  dropIndex();
+  if (unreadCount_ == 0) source_.reset();
+}
+
+void Transcript::complete(Transcript earlier) {
+  if (!source_ || earlier.size() != unreadCount_) return;
+  for (auto& each : entries_) earlier.append(std::move(each));
+  *this = std::move(earlier);
+}
+
+const ChatEntry& Transcript::operator[](std::size_t index) const {
+  if (index < unread()) readNow();
+  return entries_[index - unread()];
 }
 
 ChatEntry& Transcript::operator[](std::size_t index) {
-  if (unread_) readNow();
-  journal_.changed(index);
-  return entries_[index];
+  return const_cast<ChatEntry&>(std::as_const(*this)[index]);
 }
 
-std::optional<std::size_t> Transcript::indexOf(std::string_view id) const {
-  if (indexed_ != entries().size() || slots_.empty()) rebuildIndex();
+std::optional<std::size_t> Transcript::indexInMemory(std::string_view id) const {
+  if (indexed_ != entries_.size() || slots_.empty()) rebuildIndex();
   const std::size_t mask = slots_.size() - 1;
   for (std::size_t slot = hashOf(id) & mask; slots_[slot] != 0; slot = (slot + 1) & mask) {
     const std::size_t position = slots_[slot] - 1;
@@ -46,20 +67,25 @@ std::optional<std::size_t> Transcript::indexOf(std::string_view id) const {
   return std::nullopt;
 }
 
+std::optional<std::size_t> Transcript::indexOf(std::string_view id) const {
+  auto place = indexInMemory(id);
+  if (!place && source_) {
+    readNow();
+    place = indexInMemory(id);
+  }
+  return place ? std::optional(*place + unread()) : std::nullopt;
+}
+
 const ChatEntry* Transcript::find(std::string_view id) const {
-  const auto position = indexOf(id);
-  return position ? &entries_[*position] : nullptr;
+  const auto place = indexOf(id);
+  return place ? &(*this)[*place] : nullptr;
 }
 
 ChatEntry* Transcript::find(std::string_view id) {
-  const auto position = indexOf(id);
-  if (!position) return nullptr;
-  journal_.changed(*position);
-  return &entries_[*position];
+  return const_cast<ChatEntry*>(std::as_const(*this).find(id));
 }
 
 const ChatEntry& Transcript::append(ChatEntry entry) {
-  if (unread_) readNow();
   const bool indexIsCurrent = !slots_.empty() && indexed_ == entries_.size();
   entries_.push_back(std::move(entry));
   if (indexIsCurrent && entries_.size() * 2 <= slots_.size()) addToIndex(entries_.size() - 1);
@@ -68,9 +94,17 @@ const ChatEntry& Transcript::append(ChatEntry entry) {
 
 void Transcript::truncate(std::size_t count) {
   if (count >= size()) return;
-  if (unread_) readNow();
-  entries_.resize(count);
-  journal_.shortenedTo(count);
+  if (count <= unread()) {
+    entries_.clear();
+    unreadCount_ = count;
+    if (count == 0) source_.reset();
+  } else {
+    entries_.resize(count - unread());
+  }
+  dropIndex();
+}
+
+void Transcript::dropIndex() const {
   slots_.clear();
   indexed_ = 0;
 }

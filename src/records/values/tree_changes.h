@@ -1,8 +1,9 @@
-// Where the tree may have changed since the last save. A mark costs a look at what it names, no
-// write: only what differs from the stored rows is written. Marks are made by whoever changes the
-// tree; what happens inside a transcript it notes itself.
+// What the next save must write: marked by WorkspaceTree with each change, so that a save costs
+// what changed. Plain values.
 #pragma once
 
+#include <cstddef>
+#include <limits>
 #include <map>
 #include <set>
 
@@ -11,18 +12,24 @@
 namespace vantrell {
 
 struct TreeChanges {
-  /// A mark by itself covers the transcript and the time of the last change.
+  /// A list that grows at its end; what was appended needs no mark.
+  struct List {
+    static constexpr std::size_t unlimited = std::numeric_limits<std::size_t>::max();
+
+    std::set<std::size_t> places;       // changed in place
+    std::size_t unchanged = unlimited;  // what comes after is new or gone
+
+    void cutTo(std::size_t length) { unchanged = std::min(unchanged, length); }
+  };
+  /// A mark by itself covers the time of the last change.
   struct Thread {
-    bool head = false;     // anything else but the runs
-    bool allRuns = false;  // any of the runs
-    std::set<Uuid> runs;   // these runs
+    bool head = false;  // anything but entries and runs
+    List entries, runs;
   };
 
   bool structure = false;  // workspaces and threads came, went, moved; a workspace's own fields
   std::map<ThreadExecutionKey, Thread> threads;
 
-  /// A mark on every part of the tree.
-  static TreeChanges everywhere(const std::vector<Workspace>& workspaces);
   bool empty() const { return !structure && threads.empty(); }
 };
 

@@ -2,7 +2,6 @@
 
 #include "runtimes/acp/acp_connection.h"
 #include "runtimes/acp/acp_host_services.h"
-#include "runtimes/catalog/locators.h"
 
 namespace vantrell {
 
@@ -12,10 +11,8 @@ std::shared_ptr<ACPClient> ACPClient::make(ACPConfiguration configuration, MainQ
       new ACPClient(configuration.provider, "com.local.vantrell.acp", main, pool));
   client->connect([&configuration](SerialQueue queue, std::shared_ptr<Mailbox> mailbox,
                                    AgentEvents events) -> std::shared_ptr<AgentConnection> {
-    // Terminals run in Grok's environment whichever the runtime is: it is the one that only adds to
-    // PATH, as a user's own shell would have it.
     auto host = std::make_unique<ACPHostServices>(configuration.workspacePath,
-                                                  GrokLocator::augmentedEnvironment(), queue);
+                                                  configuration.terminalEnvironment, queue);
     return std::make_shared<ACPConnection>(std::move(configuration), std::move(queue),
                                            std::move(mailbox), std::move(events), std::move(host));
   });

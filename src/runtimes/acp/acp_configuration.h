@@ -20,7 +20,10 @@ struct ACPConfiguration {
   GrokPermissionMode permissionMode = GrokPermissionMode::ask;
   std::vector<std::string> processArguments;  // complete, without the executable
   Environment processEnvironment;             // complete
-  std::string runtimeName;                    // for messages
+  /// Complete; of the terminals that the runtime opens. It is Grok's whichever the runtime is: that
+  /// one only adds to PATH, as a user's own shell would.
+  Environment terminalEnvironment;
+  std::string runtimeName;  // for messages
 };
 
 }  // namespace vantrell

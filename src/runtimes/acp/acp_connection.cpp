@@ -4,25 +4,44 @@
 
 #include "runtimes/acp/acp_host_services.h"
 #include "runtimes/acp/acp_messages.h"
-#include "runtimes/catalog/provider_registry.h"
+#include "runtimes/acp/kimi_quirks.h"
+#include "runtimes/acp/opencode_quirks.h"
 #include "runtimes/wire/json_rpc.h"
 
 namespace vantrell {
+
+namespace {
+
+std::unique_ptr<ACPQuirks> quirksOf(const ACPConfiguration& configuration) {
+  switch (configuration.provider) {
+    case AgentProvider::kimi: return std::make_unique<KimiQuirks>(configuration.processEnvironment);
+    case AgentProvider::glm: return std::make_unique<OpenCodeQuirks>();
+    default: return std::make_unique<ACPQuirks>();
+  }
+}
+
+/// Adds a sentence for the user.
+void addNotice(AgentStartResult& result, std::string sentence) {
+  result.notice = result.notice ? *result.notice + " " + sentence : std::move(sentence);
+}
+
+}  // namespace
 
 ACPConnection::ACPConnection(ACPConfiguration configuration, SerialQueue queue,
                              std::shared_ptr<Mailbox> mailbox, AgentEvents events,
                              std::unique_ptr<ACPHostServices> host)
     : JsonRpcConnection(std::move(queue), std::move(mailbox), std::move(events)),
       configuration_(std::move(configuration)),
+      quirks_(quirksOf(configuration_)),
       host_(std::move(host)) {}
 
 ACPConnection::~ACPConnection() = default;
 
 // ---- start --------------------------------------------------------------------------------------
 
-void ACPConnection::start(std::optional<std::string> existingSessionID,
+void ACPConnection::begin(std::optional<std::string> existingSessionID,
                           AgentClient::StartCompletion completion) {
-  if (state_ != State::unused) return completion(std::unexpected(ACPClientError::disconnected()));
+  if (state_ != State::unused) return completion(std::unexpected(disconnected(endText({}))));
   if (auto error = launchRuntime()) return completion(std::unexpected(std::move(*error)));
   initialize(std::move(existingSessionID), std::move(completion));
 }
@@ -33,7 +52,7 @@ std::optional<AgentError> ACPConnection::launchRuntime() {
   options.arguments = configuration_.processArguments;
   options.environment = configuration_.processEnvironment;
   options.workingFolder = configuration_.workspacePath;
-  return launch(std::move(options), ACPClientError::executableMissing(configuration_.runtimeName));
+  return launch(std::move(options), AgentError::notInstalled(configuration_.runtimeName));
 }
 
 void ACPConnection::initialize(std::optional<std::string> existingSessionID,
@@ -47,7 +66,6 @@ void ACPConnection::initialize(std::optional<std::string> existingSessionID,
             const JsonObject* capabilities = json::object(*answer, "agentCapabilities");
             const bool canLoadSessions =
                 capabilities && json::boolean(*capabilities, "loadSession").value_or(false);
-            supportsConfigOptions_ = hasConfigOptions();
             if (existingSessionID && canLoadSessions) {
               loadSession(*existingSessionID, completion);
             } else {
@@ -78,7 +96,7 @@ void ACPConnection::newSession(AgentClient::StartCompletion completion) {
             publishModelOptions(*answer);
             const std::string* sessionId = json::text(*answer, "sessionId");
             if (!sessionId) {
-              return completion(std::unexpected(ACPClientError::invalidResponse(
+              return completion(std::unexpected(AgentError(
                   fmt::format("{} did not return a session ID.", configuration_.runtimeName))));
             }
             sessionId_ = *sessionId;
@@ -88,45 +106,48 @@ void ACPConnection::newSession(AgentClient::StartCompletion completion) {
 
 void ACPConnection::applyRuntimeConfiguration(AgentStartResult result,
                                               AgentClient::StartCompletion completion) {
-  if (!supportsConfigOptions_) return completion(std::move(result));
-  if (configuration_.provider != AgentProvider::kimi) {
-    return applyModel(std::move(result), std::move(completion));
-  }
-  applyMode(acp::modeOption(configuration_.permissionMode), std::move(result),
+  if (auto notice = quirks_->startNotice(configuration_)) addNotice(result, std::move(*notice));
+  applyMode(quirks_->modeValues(configuration_.permissionMode), std::move(result),
             std::move(completion));
 }
 
-void ACPConnection::applyMode(std::string_view mode, AgentStartResult result,
+void ACPConnection::applyMode(std::vector<std::string_view> values, AgentStartResult result,
                               AgentClient::StartCompletion completion) {
-  auto params = acp::configOptionParams(result.sessionId, "mode", std::string(mode));
+  if (values.empty()) return applyModel(std::move(result), std::move(completion));
+  auto params = acp::configOptionParams(result.sessionId, "mode", std::string(values.front()));
   request("session/set_config_option", std::move(params),
-          [this, mode, result = std::move(result),
+          [this, values = std::move(values), result = std::move(result),
            completion = std::move(completion)](const Answer& answer) mutable {
             if (answer) return applyModel(std::move(result), std::move(completion));
-            // Kimi Code 2 has no mode "manual"; its own word for one that asks is "default". A
-            // session that ran with full access keeps that mode when it is opened again.
-            if (mode == acp::modeOption(GrokPermissionMode::ask)) {
-              return applyMode(acp::ownModeThatAsks, std::move(result), std::move(completion));
+            if (answer.error().isDisconnection())
+              return completion(std::unexpected(answer.error()));
+            values.erase(values.begin());
+            if (!values.empty()) {
+              return applyMode(std::move(values), std::move(result), std::move(completion));
             }
-            // The runtime still works, but under rules that nobody has chosen here.
-            result.notice = fmt::format(
+            // The runtime still works, but under rules that were not chosen here.
+            std::string notice = fmt::format(
                 "{} did not take the permission mode that is set ({}). It works under its own "
                 "rules{}.",
                 configuration_.runtimeName, answer.error().localizedDescription(),
-                mode == acp::ownModeThatAsks ? ", and may act without asking" : "");
-            if (events_.log) events_.log(*result.notice + "\n");
+                configuration_.permissionMode == GrokPermissionMode::ask
+                    ? ", and may act without asking"
+                    : "");
+            if (events_.log) events_.log(notice + "\n");
+            addNotice(result, std::move(notice));
             applyModel(std::move(result), std::move(completion));
           });
 }
 
 void ACPConnection::applyModel(AgentStartResult result, AgentClient::StartCompletion completion) {
-  if (!configuration_.model || configuration_.model->empty()) return completion(std::move(result));
-  auto params = acp::configOptionParams(result.sessionId, "model", *configuration_.model);
-  request("session/set_config_option", std::move(params),
+  const auto& model = configuration_.model;
+  if (!quirks_->hasConfigOptions() || !model || model->empty()) {
+    return completion(std::move(result));
+  }
+  request("session/set_config_option", acp::configOptionParams(result.sessionId, "model", *model),
           [this, result, completion = std::move(completion)](Answer answer) mutable {
             if (answer) return completion(std::move(result));
-            // Only a GLM model is guarded: another model of OpenCode may be billed per use.
-            if (configuration_.provider == AgentProvider::glm) {
+            if (quirks_->isModelGuarded() || answer.error().isDisconnection()) {
               return completion(std::unexpected(answer.error()));
             }
             std::string notice =
@@ -134,32 +155,33 @@ void ACPConnection::applyModel(AgentStartResult result, AgentClient::StartComple
                             configuration_.runtimeName, *configuration_.model,
                             answer.error().localizedDescription());
             if (events_.log) events_.log(notice + "\n");
-            result.notice = result.notice ? *result.notice + " " + notice : std::move(notice);
+            addNotice(result, std::move(notice));
             completion(std::move(result));
           });
 }
 
-bool ACPConnection::hasConfigOptions() const {
-  return configuration_.provider == AgentProvider::kimi ||
-         configuration_.provider == AgentProvider::glm;
-}
-
 void ACPConnection::publishModelOptions(const JsonObject& result) {
-  if (!hasConfigOptions() || !events_.modelOptions) return;
-  auto options =
-      acp::modelOptions(result, ProviderRegistry::descriptor(configuration_.provider).shortLabel);
+  if (!quirks_->hasConfigOptions() || !events_.modelOptions) return;
+  auto options = acp::modelOptions(result, shortLabel(configuration_.provider));
   if (!options.empty()) events_.modelOptions(std::move(options));
 }
 
 // ---- turns --------------------------------------------------------------------------------------
 
 void ACPConnection::sendPrompt(std::string prompt, AgentClient::PromptCompletion completion) {
-  if (!sessionId_) return completion(std::unexpected(ACPClientError::disconnected()));
+  if (!sessionId_) return completion(std::unexpected(disconnected(endText({}))));
   ++promptsInFlight_;
   isTurnCancelled_ = false;
+  updates_.beginTurn();
+  quirks_->turnBegins(*sessionId_);
   request("session/prompt", acp::promptParams(*sessionId_, std::move(prompt)),
           [this, completion = std::move(completion)](Answer answer) {
+            const bool isCancelled = isTurnCancelled_;
             if (--promptsInFlight_ == 0) isTurnCancelled_ = false;
+            if (answer && !isCancelled) {
+              auto failure = quirks_->hiddenFailure(*answer, updates_.hasWorked());
+              if (failure) return completion(std::unexpected(std::move(*failure)));
+            }
             completion(std::move(answer));
           });
 }
@@ -175,7 +197,9 @@ void ACPConnection::cancel() {
 }
 
 void ACPConnection::respondToPermission(std::int64_t requestID, std::string optionID) {
-  if (pendingPermissionIDs_.erase(requestID) == 0) return;
+  const auto found = pendingPermissionIDs_.find(requestID);
+  if (found == pendingPermissionIDs_.end()) return;
+  pendingPermissionIDs_.erase(found);
   send(jsonrpc::response(requestID, acp::selectedOutcome(std::move(optionID))));
   questionEnded(requestID);
 }
@@ -183,10 +207,6 @@ void ACPConnection::respondToPermission(std::int64_t requestID, std::string opti
 void ACPConnection::release() {
   if (host_) host_->releaseAll();
   pendingPermissionIDs_.clear();
-}
-
-AgentError ACPConnection::disconnected(const std::string& /*text*/) const {
-  return ACPClientError::disconnected();
 }
 
 // ---- messages -----------------------------------------------------------------------------------
@@ -201,7 +221,7 @@ void ACPConnection::handleCall(const JsonObject& message, const std::string& met
 }
 
 AgentError ACPConnection::errorOfResponse(const JsonObject& error) const {
-  return ACPClientError::invalidResponse(json::textOr(
+  return AgentError(json::textOr(
       error, "message", fmt::format("{} returned an unknown error.", configuration_.runtimeName)));
 }
 
@@ -210,6 +230,7 @@ void ACPConnection::handleNotification(std::string_view method, JsonObject& para
   if (method != "session/update") return;
   Json* update = params.find("update");
   if (!update || !update->asObject()) return;
+  updates_.complete(*update->asObject());
   gatherUpdate(std::move(*update->asObject()), bytes);
 }
 
@@ -234,15 +255,8 @@ void ACPConnection::handlePermissionRequest(std::int64_t id, const JsonObject& p
   if (isTurnCancelled_) return send(jsonrpc::response(id, acp::cancelledOutcome()));
   PermissionRequest question = acp::permissionRequest(id, params, configuration_.runtimeName);
 
-  // OpenCode has no full-access mode of its own, so its questions are answered here. The other
-  // runtimes were told their mode when they were started.
-  if (configuration_.provider == AgentProvider::glm &&
-      configuration_.permissionMode == GrokPermissionMode::fullAccess) {
-    for (const std::string_view kind : {"allow_always", "allow_once"}) {
-      const auto option = std::ranges::find(question.options, kind, &PermissionOption::kind);
-      if (option == question.options.end()) continue;
-      return send(jsonrpc::response(id, acp::selectedOutcome(option->id)));
-    }
+  if (const auto* option = quirks_->ownAnswer(configuration_, question)) {
+    return send(jsonrpc::response(id, acp::selectedOutcome(option->id)));
   }
   pendingPermissionIDs_.insert(id);
   ask(std::move(question), bytes);

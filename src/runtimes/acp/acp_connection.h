@@ -6,8 +6,9 @@
 #include <set>
 #include <string>
 
-#include "runtimes/acp/acp_client_error.h"
 #include "runtimes/acp/acp_configuration.h"
+#include "runtimes/acp/acp_quirks.h"
+#include "runtimes/acp/update_completer.h"
 #include "runtimes/wire/json_rpc_connection.h"
 
 namespace vantrell {
@@ -21,8 +22,6 @@ class ACPConnection final : public JsonRpcConnection {
                 AgentEvents events, std::unique_ptr<ACPHostServices> host);
   ~ACPConnection() override;
 
-  void start(std::optional<std::string> existingSessionID,
-             AgentClient::StartCompletion completion) override;
   void sendPrompt(std::string prompt, AgentClient::PromptCompletion completion) override;
   void cancel() override;
   void respondToPermission(std::int64_t requestID, std::string optionID) override;
@@ -32,11 +31,13 @@ class ACPConnection final : public JsonRpcConnection {
                   AgentClient::StartCompletion completion);
 
  private:
+  void begin(std::optional<std::string> existingSessionID,
+             AgentClient::StartCompletion completion) override;
   std::optional<AgentError> launchRuntime();
   void loadSession(std::string sessionId, AgentClient::StartCompletion completion);
   void newSession(AgentClient::StartCompletion completion);
   void applyRuntimeConfiguration(AgentStartResult result, AgentClient::StartCompletion completion);
-  void applyMode(std::string_view mode, AgentStartResult result,
+  void applyMode(std::vector<std::string_view> values, AgentStartResult result,
                  AgentClient::StartCompletion completion);
   void applyModel(AgentStartResult result, AgentClient::StartCompletion completion);
   void publishModelOptions(const JsonObject& result);
@@ -51,17 +52,20 @@ class ACPConnection final : public JsonRpcConnection {
   std::string runtimeName() const override { return configuration_.runtimeName; }
   bool isAtWork() const override { return isWaiting(); }
   void release() override;
-  AgentError disconnected(const std::string& text) const override;
+  std::string endText(const std::string&) const override {
+    return "The model runtime disconnected.";
+  }
   AgentError errorOfResponse(const JsonObject& error) const override;
-  bool hasConfigOptions() const;
 
   const ACPConfiguration configuration_;
+  const std::unique_ptr<ACPQuirks> quirks_;
   const std::unique_ptr<ACPHostServices> host_;
 
-  std::set<std::int64_t> pendingPermissionIDs_;  // JSON-RPC ids of open questions
+  /// JSON-RPC ids of open questions. A runtime may use one id twice; each gets its answer.
+  std::multiset<std::int64_t> pendingPermissionIDs_;
+  UpdateCompleter updates_;
   int promptsInFlight_ = 0;
-  bool isTurnCancelled_ = false;        // and its prompt not answered yet
-  bool supportsConfigOptions_ = false;  // known after "initialize"
+  bool isTurnCancelled_ = false;  // and its prompt not answered yet
   std::optional<std::string> sessionId_;
 };
 

@@ -10,8 +10,11 @@
 namespace vantrell {
 
 namespace {
+/// Bytes of a file that is read for an agent: it goes into one message and the model's context.
+constexpr std::size_t longestFile = 64 << 20;
+
 ACPHostServices::Answer refuse(std::string text) {
-  return std::unexpected(ACPClientError::invalidRequest(std::move(text)));
+  return std::unexpected(AgentError(std::move(text)));
 }
 }  // namespace
 
@@ -74,7 +77,7 @@ ACPHostServices::Answer ACPHostServices::readTextFile(const JsonObject& params) 
   if (!isInsideProject(*path)) {
     return refuse("vantrell only allows file reads inside the selected project.");
   }
-  const auto content = files::read(files::standardized(*path));
+  const auto content = files::read(files::standardized(*path), longestFile);
   if (!content) return refuse(content.error().description);
   if (!text::isValidUtf8(*content)) return refuse("The file \"" + *path + "\" is not UTF-8 text.");
 

@@ -10,7 +10,7 @@
 
 #include "platform/process/process.h"
 #include "platform/values/json.h"
-#include "runtimes/acp/acp_client_error.h"
+#include "runtimes/wire/agent_error.h"
 
 namespace vantrell {
 

@@ -43,15 +43,6 @@ JsonObject promptParams(const std::string& sessionId, std::string prompt) {
           {"prompt", Json::Array{JsonObject{{"type", "text"}, {"text", std::move(prompt)}}}}};
 }
 
-std::string_view modeOption(GrokPermissionMode mode) {
-  switch (mode) {
-    case GrokPermissionMode::ask: return "manual";
-    case GrokPermissionMode::auto_: return "auto";
-    case GrokPermissionMode::fullAccess: return "yolo";
-  }
-  return "manual";
-}
-
 JsonObject selectedOutcome(std::string optionID) {
   return {{"outcome", JsonObject{{"outcome", "selected"}, {"optionId", std::move(optionID)}}}};
 }

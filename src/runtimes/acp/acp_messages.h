@@ -21,11 +21,6 @@ JsonObject configOptionParams(const std::string& sessionId, std::string_view opt
                               std::string value);
 JsonObject promptParams(const std::string& sessionId, std::string prompt);
 
-/// The value of the option "mode" for a permission mode.
-std::string_view modeOption(GrokPermissionMode mode);
-/// The word of runtimes that do not know the one for `ask`.
-inline constexpr std::string_view ownModeThatAsks = "default";
-
 // Results of a permission request.
 JsonObject selectedOutcome(std::string optionID);
 JsonObject cancelledOutcome();

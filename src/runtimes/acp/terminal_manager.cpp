@@ -10,7 +10,9 @@ namespace vantrell {
 
 namespace {
 constexpr std::int64_t defaultOutputByteLimit = 1'000'000;
-}
+/// What a runtime may ask to be kept of one terminal; "truncated" tells of what was not.
+constexpr std::int64_t largestOutputByteLimit = 64 << 20;
+}  // namespace
 
 /// One command and the tail of what it has written.
 class ManagedTerminal : public std::enable_shared_from_this<ManagedTerminal> {
@@ -84,7 +86,7 @@ TerminalManager::~TerminalManager() = default;
 TerminalManager::Answer TerminalManager::create(const JsonObject& params) {
   const std::string* command = json::text(params, "command");
   if (!command || command->empty()) {
-    return std::unexpected(ACPClientError::invalidRequest("terminal/create is missing command"));
+    return std::unexpected(AgentError("terminal/create is missing command"));
   }
 
   ProcessOptions options;
@@ -115,11 +117,11 @@ TerminalManager::Answer TerminalManager::create(const JsonObject& params) {
 
   const std::int64_t limit =
       json::integer(params, "outputByteLimit").value_or(defaultOutputByteLimit);
-  const auto terminal =
-      std::make_shared<ManagedTerminal>(static_cast<std::size_t>(std::max<std::int64_t>(limit, 0)));
+  const auto terminal = std::make_shared<ManagedTerminal>(
+      static_cast<std::size_t>(std::clamp<std::int64_t>(limit, 0, largestOutputByteLimit)));
   if (const auto error = terminal->launch(std::move(options), queue_)) {
-    return std::unexpected(ACPClientError::processFailed(
-        fmt::format("Could not run {}: {}", *command, error->description)));
+    return std::unexpected(
+        AgentError(fmt::format("Could not run {}: {}", *command, error->description)));
   }
   const std::string id = Uuid::random().text();
   terminals_.emplace(id, terminal);
@@ -130,12 +132,11 @@ std::expected<std::shared_ptr<ManagedTerminal>, AgentError> TerminalManager::fin
     const JsonObject& params) const {
   const std::string* id = json::text(params, "terminalId");
   if (!id) {
-    return std::unexpected(
-        ACPClientError::invalidRequest("Terminal request is missing terminalId"));
+    return std::unexpected(AgentError("Terminal request is missing terminalId"));
   }
   const auto found = terminals_.find(*id);
   if (found == terminals_.end()) {
-    return std::unexpected(ACPClientError::invalidRequest("Unknown terminal: " + *id));
+    return std::unexpected(AgentError("Unknown terminal: " + *id));
   }
   return found->second;
 }

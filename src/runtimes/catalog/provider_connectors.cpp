@@ -1,8 +1,8 @@
 #include "runtimes/catalog/provider_connectors.h"
 
 #include "runtimes/acp/acp_client.h"
+#include "runtimes/acp/grok_arguments.h"
 #include "runtimes/catalog/found_programs.h"
-#include "runtimes/catalog/grok_arguments.h"
 #include "runtimes/catalog/locators.h"
 #include "runtimes/catalog/provider_registry.h"
 #include "runtimes/catalog/runtime_information.h"
@@ -47,6 +47,7 @@ ACPConfiguration acpConfiguration(AgentProvider provider, const Context& context
   configuration.runtimeName = shortLabel(provider);
   configuration.model = context.selectedModel;
   configuration.processEnvironment = runtimeEnvironment(provider);
+  configuration.terminalEnvironment = GrokLocator::augmentedEnvironment();
   return configuration;
 }
 
@@ -97,14 +98,10 @@ Client makeClaude(const ConnectorMeans& means, const Context& context, const std
 
 Client makeLocal(const ConnectorMeans& means, const Context& context, const std::string& program) {
   const LocalRuntimeConnection* connection = context.localRuntimeStatus.connection();
-  if (!connection) return nullptr;
-  auto configuration = LocalRuntimeService::harnessConfiguration(
-      *connection, {.executable = program,
-                    .workspacePath = context.workspacePath,
-                    .selectedModel = context.selectedModel,
-                    .permissionMode = context.permissionMode});
-  if (!configuration || !*configuration) return nullptr;
-  return ACPClient::make(**std::move(configuration), means.main, means.pool);
+  auto configuration =
+      connection ? localHarness(*connection, context, program) : std::optional<ACPConfiguration>();
+  return configuration ? ACPClient::make(std::move(*configuration), means.main, means.pool)
+                       : nullptr;
 }
 
 // ---- availability beyond a program that is found ------------------------------------------------
@@ -121,47 +118,25 @@ bool hasLocalServer(const ConnectorMeans&, const Context& context) {
 
 // ---- models -------------------------------------------------------------------------------------
 
-std::vector<ProviderEffortOption> effortOptions(std::initializer_list<const char*> ids) {
-  std::vector<ProviderEffortOption> efforts{ProviderEffortOption::defaultOption()};
-  for (const char* id : ids) efforts.push_back(ProviderEffortOption::named(id, ""));
-  return efforts;
-}
-
-Options grokModels(const ConnectorMeans&, const Context&) {
-  return grokModelsIn("");
-}
-Options codexModels(const ConnectorMeans&, const Context&) {
-  return {ProviderModelOption::defaultOption(
-      effortOptions({"minimal", "low", "medium", "high", "xhigh", "max", "ultra"}))};
-}
-Options kimiModels(const ConnectorMeans&, const Context&) {
-  return {ProviderModelOption::defaultOption(effortOptions({}))};
-}
-Options glmModels(const ConnectorMeans& means, const Context&) {
-  const std::string model = OpenCodeLocator::configuredModel(means.defaults);
-  return {ProviderModelOption::defaultOption(effortOptions({})),
-          {model, model, "Configured Z.AI Coding Plan model.", true, effortOptions({})}};
-}
-Options claudeModels(const ConnectorMeans&, const Context&) {
-  const auto efforts = effortOptions({"low", "medium", "high", "xhigh", "max"});
-  return {ProviderModelOption::defaultOption(efforts),
-          {"sonnet", "Sonnet", "Balanced Claude model.", true, efforts},
-          {"opus", "Opus", "Most capable Claude model.", false, efforts},
-          {"haiku", "Haiku", "Fast Claude model.", false, efforts}};
-}
-Options localModels(const ConnectorMeans&, const Context& context) {
-  Options options{ProviderModelOption::defaultOption(effortOptions({}))};
-  if (const auto* connection = context.localRuntimeStatus.connection()) {
-    options.insert(options.end(), connection->models.begin(), connection->models.end());
+/// What the table says, and what the local server has.
+Options modelOptions(AgentProvider provider, const ConnectorMeans& means, const Context& context) {
+  const ProviderModelRules& rules = providerFacts(provider).models;
+  const auto efforts = ProviderEffortOption::list(rules.efforts);
+  Options options;
+  if (rules.offersDefault) options.push_back(ProviderModelOption::defaultOption(efforts));
+  for (const auto& [id, label, detail, isDefault] : rules.models) {
+    options.push_back(
+        {std::string(id), std::string(label), std::string(detail), isDefault, efforts});
+  }
+  if (rules.configured && !rules.configured->detail.empty()) {
+    const std::string model = configuredModel(means.defaults, provider);
+    options.push_back({model, model, std::string(rules.configured->detail), true, efforts});
+  }
+  const auto* server = context.localRuntimeStatus.connection();
+  if (provider == AgentProvider::local && server) {
+    options.insert(options.end(), server->models.begin(), server->models.end());
   }
   return options;
-}
-Options taskletModels(const ConnectorMeans&, const Context&) {
-  return {{"default",
-           "Workflow default",
-           "Tasklet chooses the model configured by the inbound workflow.",
-           true,
-           {}}};
 }
 
 /// How a provider whose work a program does is used.
@@ -169,54 +144,72 @@ struct ProgramRow {
   AgentProvider provider;
   bool (*isReady)(const ConnectorMeans&, const Context&);
   Client (*make)(const ConnectorMeans&, const Context&, const std::string& program);
-  Options (*models)(const ConnectorMeans&, const Context&);
 };
 constexpr ProgramRow programRows[] = {
-    {AgentProvider::grok, always, makeGrok, grokModels},
-    {AgentProvider::codex, always, makeCodex, codexModels},
-    {AgentProvider::kimi, always, makeKimi, kimiModels},
-    {AgentProvider::glm, hasPlanModel, makeGLM, glmModels},
-    {AgentProvider::claude, always, makeClaude, claudeModels},
-    {AgentProvider::local, hasLocalServer, makeLocal, localModels},
+    {AgentProvider::grok, always, makeGrok},     {AgentProvider::codex, always, makeCodex},
+    {AgentProvider::kimi, always, makeKimi},     {AgentProvider::glm, hasPlanModel, makeGLM},
+    {AgentProvider::claude, always, makeClaude}, {AgentProvider::local, hasLocalServer, makeLocal},
 };
 
 ProviderConnector programConnector(const ProgramRow& row, const Means& means,
                                    const std::shared_ptr<FoundPrograms>& found) {
-  return {
-      .provider = row.provider,
-      .setupHint = std::string(ProviderRegistry::setupHint(row.provider)),
-      .isAvailable =
-          [row, means, found](const Context& context) {
-            return row.isReady(*means, context) &&
-                   found->has(row.provider, means->customExecutable(row.provider));
-          },
-      .makeClient =
-          [row, means](const Context& context) {
-            const auto program = executable(*means, row.provider);
-            return program ? row.make(*means, withoutDefaultIds(context), *program) : Client();
-          },
-      .modelOptions = [row, means](const Context& context) { return row.models(*means, context); },
-      .advice = {},
-      .isSessionLost = row.provider == AgentProvider::claude ? claude::isSessionLost : nullptr,
-      .billingMode = {}};
+  return {.provider = row.provider,
+          .setupHint = std::string(ProviderRegistry::setupHint(row.provider)),
+          .isAvailable =
+              [row, means, found](const Context& context) {
+                return row.isReady(*means, context) &&
+                       found->has(row.provider, means->customExecutable(row.provider));
+              },
+          .makeClient =
+              [row, means](const Context& context) {
+                const auto program = executable(*means, row.provider);
+                return program ? row.make(*means, withoutDefaultIds(context), *program) : Client();
+              },
+          .modelOptions =
+              [row, means](const Context& context) {
+                return modelOptions(row.provider, *means, context);
+              },
+          .advice = {},
+          .isSessionLost = row.provider == AgentProvider::claude ? claude::isSessionLost : nullptr,
+          .billingMode = {}};
 }
 
 ProviderConnector taskletConnector(const Means& means) {
-  return {
-      .provider = AgentProvider::tasklet,
-      .setupHint = std::string(ProviderRegistry::setupHint(AgentProvider::tasklet)),
-      .isAvailable = [](const Context& context) { return context.taskletConfigured; },
-      .makeClient = [means](const Context& context) -> Client {
-        const auto url = context.taskletConfigured ? means->webhook->url() : std::nullopt;
-        if (!url) return nullptr;
-        return TaskletClient::make(*url, context.workspaceName, means->main, means->http);
-      },
-      .modelOptions = [means](const Context& context) { return taskletModels(*means, context); },
-      .advice = {},
-      .billingMode = {}};
+  return {.provider = AgentProvider::tasklet,
+          .setupHint = std::string(ProviderRegistry::setupHint(AgentProvider::tasklet)),
+          .isAvailable = [](const Context& context) { return context.taskletConfigured; },
+          .makeClient = [means](const Context& context) -> Client {
+            const auto url = context.taskletConfigured ? means->webhook->url() : std::nullopt;
+            if (!url) return nullptr;
+            return TaskletClient::make(*url, context.workspaceName, means->main, means->http);
+          },
+          .modelOptions =
+              [means](const Context& context) {
+                return modelOptions(AgentProvider::tasklet, *means, context);
+              },
+          .advice = {},
+          .billingMode = {}};
 }
 
 }  // namespace
+
+std::optional<ACPConfiguration> localHarness(
+    const LocalRuntimeConnection& connection, const ProviderConnectorContext& context,
+    const std::string& program, const std::optional<std::string>& applicationSupportRoot) {
+  const auto model = LocalRuntimeService::chosenModel(connection, context.selectedModel);
+  if (!model) return std::nullopt;
+  auto environment = LocalRuntimeService::prepareGrokEnvironment(
+      GrokLocator::augmentedEnvironment(), connection, *model, applicationSupportRoot);
+  if (!environment) return std::nullopt;
+  auto configuration = acpConfiguration(AgentProvider::local, context, program);
+  configuration.model.reset();  // the profile names it
+  configuration.processEnvironment = std::move(*environment);
+  configuration.processArguments = agentArguments(
+      context.permissionMode, std::string(LocalRuntimeService::harnessModel), std::nullopt);
+  configuration.processArguments.insert(configuration.processArguments.begin(),
+                                        "--disable-web-search");
+  return configuration;
+}
 
 bool ProviderConnector::isMetered() const {
   return billingMode.value_or(ProviderRegistry::descriptor(provider).billingMode) ==

@@ -1,5 +1,5 @@
-// The means of using a provider: whether it can be used now, how a client of it is made, and which
-// models it offers before its runtime has been asked. Main queue.
+// How a provider is used: whether it can be used now, how a client of it is made, and which models
+// it offers before its runtime has been asked. Main queue.
 #pragma once
 
 #include <functional>
@@ -18,6 +18,7 @@
 
 namespace vantrell {
 
+struct ACPConfiguration;
 class AgentClient;
 class HttpClient;
 class TaskletWebhook;
@@ -62,6 +63,14 @@ struct ConnectorMeans {
   /// The path that the user has set for a provider's program, or absent.
   std::function<std::optional<std::string>(AgentProvider)> customExecutable;
 };
+
+/// Writes the profile for the server and returns all that a client of the local provider is made
+/// of. Absent when the server has no model, or the profile cannot be written. The root is the
+/// user's data folder where none is given.
+std::optional<ACPConfiguration> localHarness(
+    const LocalRuntimeConnection& connection, const ProviderConnectorContext& context,
+    const std::string& program,
+    const std::optional<std::string>& applicationSupportRoot = std::nullopt);
 
 class ProviderConnectorRegistry {
  public:

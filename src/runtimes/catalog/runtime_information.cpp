@@ -8,22 +8,6 @@ namespace vantrell {
 
 namespace {
 
-/// How each runtime is asked whether it is signed in.
-struct SignInQuestion {
-  AgentProvider provider;
-  std::vector<std::string> arguments;
-  std::optional<bool> (*reading)(const RuntimeAnswer&);
-};
-
-const SignInQuestion* signInQuestionOf(AgentProvider provider) {
-  static const SignInQuestion questions[] = {
-      {AgentProvider::codex, {"login", "status"}, codexSignedIn},
-      {AgentProvider::claude, {"auth", "status"}, claudeSignedIn},
-  };
-  const auto found = std::ranges::find(questions, provider, &SignInQuestion::provider);
-  return found == std::end(questions) ? nullptr : found;
-}
-
 /// Not a project's folder, which could tell the program what to load.
 std::string neutralFolder() {
   std::string home = files::homeFolder();
@@ -38,14 +22,6 @@ std::string withoutDefaultMark(std::string_view text) {
     plain.erase(at, defaultMark.size());
   }
   return plain;
-}
-
-std::vector<ProviderEffortOption> grokEfforts() {
-  std::vector<ProviderEffortOption> efforts{ProviderEffortOption::defaultOption()};
-  for (const auto* id : {"low", "medium", "high"}) {
-    efforts.push_back(ProviderEffortOption::named(id, ""));
-  }
-  return efforts;
 }
 
 }  // namespace
@@ -83,12 +59,13 @@ void inspectRuntime(ProgramRunner& runner, AgentProvider provider, const std::st
                                             .signedIn = {},
                                             .hasRunOut = answer.hasRunOut,
                                             .hasFailed = answer.status != 0 && !answer.hasRunOut};
-               const auto* question = signInQuestionOf(provider);
+               const auto* program = programOf(provider);
+               const auto* question = program && program->signIn ? &*program->signIn : nullptr;
                const auto strong = weak.lock();
                if (!question || !strong) return completion(std::move(inspection));
                runRuntime(*strong, provider, executable, question->arguments, informationLimit,
                           [question, inspection, completion](const RuntimeAnswer& status) mutable {
-                            inspection.signedIn = question->reading(status);
+                            inspection.signedIn = signedIn(*question, status);
                             inspection.hasRunOut = inspection.hasRunOut || status.hasRunOut;
                             completion(std::move(inspection));
                           });
@@ -101,27 +78,28 @@ std::optional<std::string> versionIn(const RuntimeAnswer& answer) {
   return answer.text;
 }
 
-std::optional<bool> codexSignedIn(const RuntimeAnswer& answer) {
+std::optional<bool> signedIn(const ProviderProgram::SignInQuestion& question,
+                             const RuntimeAnswer& answer) {
   if (answer.status == 0) return true;
-  const std::string words = text::lowercased(answer.text);
-  if (words.contains("not logged in")) return false;
-  if (words.contains("logged in") || words.contains("authenticated")) return true;
-  if (words.contains("login") || words.contains("authentication")) return false;
+  const std::string output = text::lowercased(answer.text);
+  for (const auto& [words, isYes] : question.words) {
+    if (output.contains(words)) return isYes;
+  }
+  if (answer.status == question.signedOutStatus) return false;
   return std::nullopt;
 }
 
-std::optional<bool> claudeSignedIn(const RuntimeAnswer& answer) {
-  if (answer.status == 0) return true;
-  const std::string words = text::lowercased(answer.text);
-  if (words.contains("loggedin\":true")) return true;
-  if (words.contains("not logged") || words.contains("loggedin\":false")) return false;
-  if (words.contains("logged in")) return true;
-  if (answer.status == 1) return false;
-  return std::nullopt;
+void askGrokModels(ProgramRunner& runner, const std::string& executable,
+                   std::function<void(std::vector<ProviderModelOption>)> completion) {
+  runRuntime(runner, AgentProvider::grok, executable, {"models"}, informationLimit,
+             [completion = std::move(completion)](const RuntimeAnswer& answer) {
+               completion(grokModelsIn(answer.status < 0 ? "" : answer.text));
+             });
 }
 
 std::vector<ProviderModelOption> grokModelsIn(std::string_view output) {
-  const auto efforts = grokEfforts();
+  const auto efforts =
+      ProviderEffortOption::list(providerFacts(AgentProvider::grok).models.efforts);
   std::vector<ProviderModelOption> options{ProviderModelOption::defaultOption(efforts)};
   for (const auto whole : text::lines(output)) {
     const std::string_view line = text::trimmed(whole);

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "platform/process/program_runner.h"
-#include "records/values/agent_provider.h"
+#include "runtimes/catalog/provider_table.h"
 #include "runtimes/wire/provider_options.h"
 
 namespace vantrell {
@@ -42,11 +42,15 @@ struct RuntimeInspection {
 void inspectRuntime(ProgramRunner& runner, AgentProvider provider, const std::string& executable,
                     std::function<void(RuntimeInspection)> completion);
 
+/// The models that the Grok program lists; the default option alone when it cannot be run.
+void askGrokModels(ProgramRunner& runner, const std::string& executable,
+                   std::function<void(std::vector<ProviderModelOption>)> completion);
+
 // How answers are read. Pure functions, any thread.
 
 std::optional<std::string> versionIn(const RuntimeAnswer& answer);
-std::optional<bool> codexSignedIn(const RuntimeAnswer& answer);
-std::optional<bool> claudeSignedIn(const RuntimeAnswer& answer);
+std::optional<bool> signedIn(const ProviderProgram::SignInQuestion& question,
+                             const RuntimeAnswer& answer);
 /// The default option and the models that the Grok program lists.
 std::vector<ProviderModelOption> grokModelsIn(std::string_view output);
 

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "platform/process/process.h"
-#include "records/values/agent_provider.h"
+#include "runtimes/catalog/provider_table.h"
 
 namespace vantrell {
 
@@ -26,7 +26,7 @@ std::optional<std::string> findExecutable(AgentProvider provider,
                                           std::optional<std::string_view> customPath,
                                           const Environment& environment,
                                           const std::vector<std::string>& moreFolders = {});
-/// The same in this process's PATH and the folders that the login shell told.
+/// The same in this process's PATH and the folders of the login shell.
 std::optional<std::string> findRuntime(AgentProvider provider,
                                        std::optional<std::string_view> customPath);
 
@@ -34,7 +34,7 @@ std::optional<std::string> findRuntime(AgentProvider provider,
 /// in PATH: a runtime found there often needs an interpreter from there.
 Environment runtimeEnvironment(AgentProvider provider, Environment base,
                                const std::vector<std::string>& moreFolders = {});
-/// The same from this process's own environment and the folders that the login shell told.
+/// The same from this process's own environment and the folders of the login shell.
 Environment runtimeEnvironment(AgentProvider provider);
 
 /// "codex" and the like; empty for Tasklet.
@@ -46,5 +46,12 @@ std::optional<std::string> customExecutablePath(const UserDefaults& defaults,
                                                 AgentProvider provider);
 /// The vendor's own installer, one line for a shell, for the user to run: this program never does.
 std::string_view installCommand(AgentProvider provider);
+
+/// The model that the user has set, else the provider's usual one; empty for a provider without
+/// such a setting. Main queue.
+std::string configuredModel(const UserDefaults& defaults, AgentProvider provider);
+/// Whether the provider's subscription covers the model. Only GLM's is guarded: OpenCode could
+/// reach models that are billed per use.
+bool mayUseModel(AgentProvider provider, std::string_view model);
 
 }  // namespace vantrell

@@ -1,32 +1,10 @@
 #include "runtimes/catalog/runtime_login.h"
 
-#include <algorithm>
-
 namespace vantrell {
 
 const RuntimeLoginFlow* loginFlow(AgentProvider provider) {
-  static const RuntimeLoginFlow flows[] = {
-      {.provider = AgentProvider::grok,
-       .arguments = {"login"},
-       .failure = "Grok login failed.",
-       .saysWhy = true},
-      {.provider = AgentProvider::codex,
-       .arguments = {"login"},
-       .failure = "Codex login did not complete."},
-      {.provider = AgentProvider::kimi,
-       .arguments = {"login"},
-       .failure = "Kimi login did not complete."},
-      {.provider = AgentProvider::glm,
-       .arguments = {"auth", "login", "--provider", "zai-coding-plan"},
-       .wantsTerminal = true,
-       .failure = "OpenCode login did not complete."},
-      {.provider = AgentProvider::claude,
-       .arguments = {"auth", "login"},
-       .wantsTerminal = true,
-       .failure = "Claude login did not complete."},
-  };
-  const auto* found = std::ranges::find(flows, provider, &RuntimeLoginFlow::provider);
-  return found == std::end(flows) ? nullptr : found;
+  const auto& program = providerFacts(provider).program;
+  return program ? &program->login : nullptr;
 }
 
 std::string shellQuoted(std::string_view text) {

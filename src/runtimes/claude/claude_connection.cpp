@@ -13,7 +13,7 @@ ClaudeConnection::ClaudeConnection(ClaudeConfiguration configuration, SerialQueu
 
 // ---- start --------------------------------------------------------------------------------------
 
-void ClaudeConnection::start(std::optional<std::string> existingSessionID,
+void ClaudeConnection::begin(std::optional<std::string> existingSessionID,
                              AgentClient::StartCompletion completion) {
   if (state_ != State::unused) {
     return completion(std::unexpected(disconnected("Claude Code is not connected.")));
@@ -33,16 +33,19 @@ std::optional<AgentError> ClaudeConnection::launchRuntime(const AgentStartResult
       claude::processArguments(configuration_, session.sessionId, session.replayedSession);
   options.environment = configuration_.processEnvironment;
   options.workingFolder = configuration_.workspacePath;
-  return launch(std::move(options), ClaudeCodeClientError::executableMissing());
+  return launch(std::move(options), AgentError::notInstalled("Claude Code"));
 }
 
 void ClaudeConnection::initialize(AgentStartResult session,
                                   AgentClient::StartCompletion completion) {
   state_ = State::open;
   sessionID_ = session.sessionId;
-  const auto number = controlRequests_.add(
-      [session = std::move(session), completion = std::move(completion)](const Answer& answer) {
+  const auto number =
+      controlRequests_.add([this, session = std::move(session),
+                            completion = std::move(completion)](const Answer& answer) {
         if (!answer) return completion(std::unexpected(answer.error()));
+        auto models = claude::modelOptions(*answer);
+        if (!models.empty() && events_.modelOptions) events_.modelOptions(std::move(models));
         completion(session);
       });
   send(claude::initializeRequest(number));
@@ -55,8 +58,7 @@ void ClaudeConnection::sendPrompt(std::string prompt, AgentClient::PromptComplet
     return completion(std::unexpected(disconnected("Claude Code is not connected.")));
   }
   if (promptCompletion_) {
-    return completion(std::unexpected(
-        ClaudeCodeClientError::protocolError("Claude Code is already handling a prompt.")));
+    return completion(std::unexpected(AgentError("Claude Code is already handling a prompt.")));
   }
   promptCompletion_ = std::move(completion);
   isPromptCancelled_ = false;
@@ -80,14 +82,14 @@ void ClaudeConnection::interrupt() {
 }
 
 void ClaudeConnection::respondToPermission(std::int64_t requestID, std::string optionID) {
-  const auto answer = permissions_.answer(requestID, optionID);
-  if (!answer) return;
-  send(*answer);
+  auto next = permissions_.answer(requestID, optionID);
+  if (!next) return;
+  if (auto* question = std::get_if<PermissionRequest>(&*next)) {
+    ask(std::move(*question), 0);
+  } else {
+    send(std::get<JsonObject>(*next));
+  }
   questionEnded(requestID);
-}
-
-AgentError ClaudeConnection::disconnected(const std::string& text) const {
-  return ClaudeCodeClientError::disconnected(text);
 }
 
 void ClaudeConnection::failPending(const AgentError& error) {
@@ -151,8 +153,8 @@ void ClaudeConnection::handleControlResponse(const JsonObject& message) {
   if (!completion) return;
   handOutUpdates();
   if (json::textOr(*response, "subtype", "") == "error") {
-    return (*completion)(std::unexpected(ClaudeCodeClientError::protocolError(
-        json::textOr(*response, "error", "Claude Code rejected a control request."))));
+    return (*completion)(std::unexpected(
+        AgentError(json::textOr(*response, "error", "Claude Code rejected a control request."))));
   }
   const JsonObject* answer = json::object(*response, "response");
   (*completion)(answer ? *answer : JsonObject{});
@@ -167,8 +169,10 @@ void ClaudeConnection::handleControlRequest(const JsonObject& message, std::size
   }
   // A question that crossed the interrupt on its way: the user has been told that all has stopped.
   if (isPromptCancelled_) return send(claude::denyAnswer(*id));
-  // Its own mode keeps most questions away already; a configured rule may still ask.
-  if (configuration_.permissionMode == GrokPermissionMode::fullAccess) {
+  // Its own mode keeps most questions away already; a configured rule may still ask. What is no
+  // permission only the user can answer.
+  if (configuration_.permissionMode == GrokPermissionMode::fullAccess &&
+      !ClaudePermissions::isUserQuestion(*request)) {
     return send(claude::allowAnswer(*id, ClaudePermissions::inputOf(*request)));
   }
   ask(permissions_.ask(*id, *request), bytes);

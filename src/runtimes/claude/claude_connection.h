@@ -6,7 +6,6 @@
 #include <optional>
 #include <string>
 
-#include "runtimes/claude/claude_client_error.h"
 #include "runtimes/claude/claude_configuration.h"
 #include "runtimes/claude/claude_events.h"
 #include "runtimes/claude/claude_permissions.h"
@@ -20,9 +19,6 @@ class ClaudeConnection final : public AgentConnection {
   ClaudeConnection(ClaudeConfiguration configuration, SerialQueue queue,
                    std::shared_ptr<Mailbox> mailbox, AgentEvents events);
 
-  /// A session that cannot be resumed is an error: Claude Code says so and ends.
-  void start(std::optional<std::string> existingSessionID,
-             AgentClient::StartCompletion completion) override;
   void sendPrompt(std::string prompt, AgentClient::PromptCompletion completion) override;
   void cancel() override;
   void respondToPermission(std::int64_t requestID, std::string optionID) override;
@@ -33,6 +29,9 @@ class ClaudeConnection final : public AgentConnection {
   void initialize(AgentStartResult session, AgentClient::StartCompletion completion);
 
  private:
+  /// A session that cannot be resumed is an error: Claude Code says so and ends.
+  void begin(std::optional<std::string> existingSessionID,
+             AgentClient::StartCompletion completion) override;
   using Answer = std::expected<JsonObject, AgentError>;
 
   std::optional<AgentError> launchRuntime(const AgentStartResult& session);
@@ -50,7 +49,6 @@ class ClaudeConnection final : public AgentConnection {
   bool isAtWork() const override { return isTurnRunning_ || !controlRequests_.empty(); }
   void release() override { permissions_.clear(); }
   void failPending(const AgentError& error) override;
-  AgentError disconnected(const std::string& text) const override;
 
   const ClaudeConfiguration configuration_;
 

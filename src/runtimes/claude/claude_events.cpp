@@ -68,10 +68,14 @@ void ClaudeEvents::beginTurn() {
   messageID_ = Uuid::random().text();
   streamedText_ = false;
   streamedThinking_ = false;
+  isParted_ = false;
+  synthetic_.clear();
 }
 
 ClaudeEvents::Updates ClaudeEvents::endTurn(bool turnFailed) {
   Updates updates;
+  // Of a turn that failed it is the error, which is told as such.
+  if (!turnFailed && !synthetic_.empty()) updates.push_back(textChunk(synthetic_));
   for (auto& [id, title] : std::exchange(openTools_, {})) {
     if (turnFailed) updates.push_back(toolStatus(id, std::move(title), failed));
   }
@@ -111,9 +115,14 @@ ClaudeEvents::Updates ClaudeEvents::streamEvent(const JsonObject& message) {
 
 ClaudeEvents::Updates ClaudeEvents::assistantMessage(const JsonObject& message) {
   Updates updates;
+  // Words of Claude Code itself, such as those of a limit; the model said nothing.
+  const JsonObject* inner = json::object(message, "message");
+  const bool isSynthetic = inner && json::textOr(*inner, "model", "") == "<synthetic>";
   for (const JsonObject* block : blocksOf(message)) {
     const std::string type = json::textOr(*block, "type", "");
-    if (type == "text" && !streamedText_) {
+    if (isSynthetic && type == "text") {
+      synthetic_ += json::textOr(*block, "text", "");
+    } else if (type == "text" && !streamedText_) {
       if (const std::string* whole = words(*block, "text")) updates.push_back(textChunk(*whole));
     } else if (type == "thinking" && !streamedThinking_) {
       if (const std::string* whole = words(*block, "thinking")) {
@@ -168,12 +177,17 @@ ClaudeEvents::Updates ClaudeEvents::systemEvent(const JsonObject& message) {
 
 // ---- updates ------------------------------------------------------------------------------------
 
-JsonObject ClaudeEvents::textChunk(const std::string& text) const {
-  return sessionUpdates::messageChunk(messageID_, text);
+const std::string& ClaudeEvents::messageID() {
+  if (std::exchange(isParted_, false)) messageID_ = Uuid::random().text();
+  return messageID_;
 }
 
-JsonObject ClaudeEvents::thoughtChunk(const std::string& text) const {
-  return sessionUpdates::thoughtChunk("thought-" + messageID_, text);
+JsonObject ClaudeEvents::textChunk(const std::string& text) {
+  return sessionUpdates::messageChunk(messageID(), text);
+}
+
+JsonObject ClaudeEvents::thoughtChunk(const std::string& text) {
+  return sessionUpdates::thoughtChunk("thought-" + messageID(), text);
 }
 
 JsonObject ClaudeEvents::toolUse(const JsonObject& block) {
@@ -181,7 +195,7 @@ JsonObject ClaudeEvents::toolUse(const JsonObject& block) {
   std::string id = given ? *given : Uuid::random().text();
   std::string title = json::textOr(block, "name", "Claude tool");
   // Nothing can tell the end of a call without an id.
-  if (given) openTools_.insert_or_assign(id, title);
+  if (given && openTools_.insert_or_assign(id, title).second) isParted_ = true;
   JsonObject update = toolStatus(std::move(id), std::move(title), inProgress);
   const Json* input = block.find("input");
   update.set("rawInput", input ? *input : Json(JsonObject{}));

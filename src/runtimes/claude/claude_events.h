@@ -30,11 +30,15 @@ class ClaudeEvents {
   Updates systemEvent(const JsonObject& message);
 
  private:
-  JsonObject textChunk(const std::string& words) const;
-  JsonObject thoughtChunk(const std::string& words) const;
+  JsonObject textChunk(const std::string& words);
+  JsonObject thoughtChunk(const std::string& words);
+  /// Of the message that text and thoughts belong to now.
+  const std::string& messageID();
   JsonObject toolUse(const JsonObject& block);
 
   std::string messageID_;
+  bool isParted_ = false;  // a tool call came since: what is said now is another message
+  std::string synthetic_;  // Claude Code's own words in the turn, held back until its end
   bool streamedText_ = false;
   bool streamedThinking_ = false;
   // The transcript takes the title of every update, and only the first ones of Claude Code have it.

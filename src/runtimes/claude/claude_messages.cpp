@@ -152,6 +152,8 @@ AgentRuntimeError::Kind errorKind(std::string_view message, std::optional<std::i
   using Kind = AgentRuntimeError::Kind;
   const std::string words = text::lowercased(message);
   const auto says = [&words](std::string_view part) { return words.contains(part); };
+  // A server that is busy for everybody answers 429 too, and says whose limit it is not.
+  if (says("not your usage limit")) return Kind::protocolError;
   if (status == 429) return Kind::usageLimit;
   if (says("rate limit") || says("usage limit") || says("quota")) return Kind::usageLimit;
   if (status == 401 || status == 403) return Kind::authentication;
@@ -176,8 +178,29 @@ ProviderUsage usage(const JsonObject& rateLimitInfo) {
   const std::string* plan = json::text(rateLimitInfo, "rate_limit_type");
   if (!plan) plan = json::text(rateLimitInfo, "rateLimitType");
   if (plan) made.planType = *plan;
-  made.exhausted = json::textOr(rateLimitInfo, "status", "") == "rejected";
+  // Claude Code 2 also reports "rejected" when the server is busy for everybody: that names neither
+  // a limit nor its reset.
+  const bool isServersOwn = !reset && !plan && rateLimitInfo.find("isUsingOverage");
+  made.exhausted = json::textOr(rateLimitInfo, "status", "") == "rejected" && !isServersOwn;
   return made;
+}
+
+std::vector<ProviderModelOption> modelOptions(const JsonObject& initialized) {
+  std::vector<ProviderModelOption> options;
+  const Json::Array* models = json::array(initialized, "models");
+  if (!models) return options;
+  const auto efforts = ProviderEffortOption::list({"low", "medium", "high", "xhigh", "max"});
+  for (const Json& each : *models) {
+    const JsonObject* model = each.asObject();
+    const std::string* id = model ? json::text(*model, "value") : nullptr;
+    if (!id || id->empty() || *id == "default") continue;
+    options.push_back({*id, json::textOr(*model, "displayName", *id),
+                       json::textOr(*model, "description", ""), *id == "sonnet", efforts});
+  }
+  if (!options.empty()) {
+    options.insert(options.begin(), ProviderModelOption::defaultOption(efforts));
+  }
+  return options;
 }
 
 }  // namespace vantrell::claude

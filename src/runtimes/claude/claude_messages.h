@@ -14,6 +14,7 @@
 #include "platform/values/json.h"
 #include "runtimes/claude/claude_configuration.h"
 #include "runtimes/wire/agent_error.h"
+#include "runtimes/wire/provider_options.h"
 #include "runtimes/wire/provider_usage.h"
 
 namespace vantrell::claude {
@@ -51,6 +52,9 @@ AgentRuntimeError::Kind errorKind(std::string_view message, std::optional<std::i
 /// Whether these last words say that there is no session to resume: it was removed, or never
 /// written, which Claude Code does only when it has read the first prompt.
 bool isSessionLost(std::string_view lastWords);
+
+/// The models that the answer to "initialize" names; empty when it names none.
+std::vector<ProviderModelOption> modelOptions(const JsonObject& initialized);
 
 /// The "rate_limit_info" of a "rate_limit_event".
 ProviderUsage usage(const JsonObject& rateLimitInfo);

@@ -1,5 +1,7 @@
 #include "runtimes/claude/claude_permissions.h"
 
+#include <fmt/format.h>
+
 #include "runtimes/claude/claude_messages.h"
 
 namespace vantrell {
@@ -23,7 +25,60 @@ std::string detailOf(const JsonObject& request, const JsonObject& input) {
   return json::textOr(request, "description", "Claude Code needs permission to continue.");
 }
 
+/// The options of a question to the user have their number after this.
+constexpr std::string_view choicePrefix = "claude-choice-";
+
+std::vector<const JsonObject*> objectsIn(const JsonObject& object, std::string_view key) {
+  std::vector<const JsonObject*> objects;
+  const Json::Array* list = json::array(object, key);
+  if (!list) return objects;
+  for (const Json& each : *list) {
+    if (each.asObject()) objects.push_back(each.asObject());
+  }
+  return objects;
+}
+
+std::string textOfQuestion(const JsonObject& question) {
+  return json::textOr(question, "question", json::textOr(question, "header", "?"));
+}
+
+std::string labelOfChoice(const JsonObject& question, std::string_view optionID) {
+  if (!optionID.starts_with(choicePrefix)) return {};
+  const auto choices = objectsIn(question, "options");
+  for (std::size_t i = 0; i < choices.size(); ++i) {
+    if (optionID == fmt::format("{}{}", choicePrefix, i))
+      return json::textOr(*choices[i], "label", "");
+  }
+  return {};
+}
+
 }  // namespace
+
+bool ClaudePermissions::isUserQuestion(const JsonObject& request) {
+  return json::textOr(request, "tool_name", "") == "AskUserQuestion" &&
+         !objectsIn(inputOf(request), "questions").empty();
+}
+
+PermissionRequest ClaudePermissions::userQuestion(Pending pending) {
+  const auto questions = objectsIn(pending.input, "questions");
+  const JsonObject& question = *questions[pending.answers.size()];
+  PermissionRequest made;
+  made.id = nextID_++;
+  made.title = textOfQuestion(question);
+  const auto choices = objectsIn(question, "options");
+  for (std::size_t i = 0; i < choices.size(); ++i) {
+    const std::string label = json::textOr(*choices[i], "label", fmt::format("Choice {}", i + 1));
+    if (const std::string* more = json::text(*choices[i], "description")) {
+      if (!made.detail.empty()) made.detail += "\n";
+      made.detail += label + ": " + *more;
+    }
+    made.options.push_back({fmt::format("{}{}", choicePrefix, i), label, "choice"});
+  }
+  if (made.detail.empty()) made.detail = json::textOr(question, "header", "Claude asks you.");
+  made.options.push_back({std::string(denyOption), "Do not answer", "reject_once"});
+  pending_.emplace(made.id, std::move(pending));
+  return made;
+}
 
 JsonObject ClaudePermissions::inputOf(const JsonObject& request) {
   const JsonObject* input = json::object(request, "input");
@@ -32,6 +87,10 @@ JsonObject ClaudePermissions::inputOf(const JsonObject& request) {
 
 PermissionRequest ClaudePermissions::ask(std::string controlRequestID, const JsonObject& request) {
   JsonObject input = inputOf(request);
+  if (isUserQuestion(request)) {
+    const std::size_t count = objectsIn(input, "questions").size();
+    return userQuestion({std::move(controlRequestID), std::move(input), {}, count});
+  }
   PermissionRequest made;
   made.id = nextID_++;
   made.title = titleOf(request);
@@ -39,14 +98,24 @@ PermissionRequest ClaudePermissions::ask(std::string controlRequestID, const Jso
   // Nothing that allows for good: rules that last lie in Claude Code's own settings.
   made.options = {{std::string(denyOption), "Deny", "reject_once"},
                   {std::string(allowOnceOption), "Allow once", "allow_once"}};
-  pending_.emplace(made.id, Pending{std::move(controlRequestID), std::move(input)});
+  pending_.emplace(made.id, Pending{std::move(controlRequestID), std::move(input), {}, 0});
   return made;
 }
 
-std::optional<JsonObject> ClaudePermissions::answer(std::int64_t id, std::string_view optionID) {
+std::optional<std::variant<JsonObject, PermissionRequest>> ClaudePermissions::answer(
+    std::int64_t id, std::string_view optionID) {
   auto node = pending_.extract(id);
   if (node.empty()) return std::nullopt;
   Pending& asked = node.mapped();
+  if (asked.questionCount > 0) {
+    const JsonObject& question = *objectsIn(asked.input, "questions")[asked.answers.size()];
+    std::string label = labelOfChoice(question, optionID);
+    if (label.empty()) return claude::denyAnswer(std::move(asked.controlRequestID));
+    asked.answers.set(textOfQuestion(question), std::move(label));
+    if (asked.answers.size() < asked.questionCount) return userQuestion(std::move(asked));
+    asked.input.set("answers", std::move(asked.answers));
+    return claude::allowAnswer(std::move(asked.controlRequestID), std::move(asked.input));
+  }
   return optionID == allowOnceOption
              ? claude::allowAnswer(std::move(asked.controlRequestID), std::move(asked.input))
              : claude::denyAnswer(std::move(asked.controlRequestID));

@@ -20,9 +20,9 @@ CodexConnection::CodexConnection(CodexConfiguration configuration, SerialQueue q
 
 // ---- start --------------------------------------------------------------------------------------
 
-void CodexConnection::start(std::optional<std::string> existingSessionID,
+void CodexConnection::begin(std::optional<std::string> existingSessionID,
                             AgentClient::StartCompletion completion) {
-  if (state_ != State::unused) return completion(std::unexpected(disconnected({})));
+  if (state_ != State::unused) return completion(std::unexpected(disconnected(endText({}))));
   if (auto error = launchRuntime()) return completion(std::unexpected(std::move(*error)));
   initialize(std::move(existingSessionID), std::move(completion));
 }
@@ -137,8 +137,8 @@ void CodexConnection::respondToPermission(std::int64_t requestID, std::string op
   questionEnded(requestID);
 }
 
-AgentError CodexConnection::disconnected(const std::string& /*text*/) const {
-  return codex::disconnected();
+AgentError CodexConnection::disconnected(std::string text) const {
+  return codex::failure(Kind::disconnected, std::move(text));
 }
 
 AgentError CodexConnection::systemFailure(std::string text) const {
@@ -242,7 +242,13 @@ void CodexConnection::handlePatchUpdated(const JsonObject& params) {
 }
 
 void CodexConnection::handleError(const JsonObject& params) {
-  if (json::boolean(params, "willRetry").value_or(false)) return;
+  if (json::boolean(params, "willRetry").value_or(false)) {
+    // Codex tries for ever while there is no network, and is silent otherwise.
+    const JsonObject* error = json::object(params, "error");
+    const std::string* words = error ? json::text(*error, "message") : nullptr;
+    if (words && events_.waiting) events_.waiting("Codex is waiting: " + *words);
+    return;
+  }
   const std::string* turnId = json::text(params, "turnId");
   if (!turnId) return;
   const JsonObject* error = json::object(params, "error");

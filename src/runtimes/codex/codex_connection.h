@@ -24,8 +24,6 @@ class CodexConnection final : public JsonRpcConnection {
   CodexConnection(CodexConfiguration configuration, SerialQueue queue,
                   std::shared_ptr<Mailbox> mailbox, AgentEvents events);
 
-  void start(std::optional<std::string> existingSessionID,
-             AgentClient::StartCompletion completion) override;
   void sendPrompt(std::string prompt, AgentClient::PromptCompletion completion) override;
   void cancel() override;
   void respondToPermission(std::int64_t requestID, std::string optionID) override;
@@ -39,6 +37,8 @@ class CodexConnection final : public JsonRpcConnection {
   void consumeUsageReset(std::function<void(std::expected<std::string, AgentError>)> completion);
 
  private:
+  void begin(std::optional<std::string> existingSessionID,
+             AgentClient::StartCompletion completion) override;
   std::optional<AgentError> launchRuntime();
   void openThread(std::optional<std::string> existingSessionID,
                   AgentClient::StartCompletion completion);
@@ -67,7 +67,8 @@ class CodexConnection final : public JsonRpcConnection {
   bool isAtWork() const override { return turns_.isBusy(); }
   void release() override { pendingApprovals_.clear(); }
   void failPending(const AgentError& error) override;
-  AgentError disconnected(const std::string& text) const override;
+  AgentError disconnected(std::string text) const override;
+  std::string endText(const std::string&) const override { return "Codex disconnected."; }
   AgentError systemFailure(std::string text) const override;
   AgentError errorOfResponse(const JsonObject& error) const override;
 

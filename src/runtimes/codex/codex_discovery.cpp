@@ -52,7 +52,7 @@ class Talk : public std::enable_shared_from_this<Talk> {
     const auto self = shared_from_this();
     JsonLineProcess::Handlers handlers;
     handlers.onMessage = [self](const JsonObject& message, std::size_t) { self->handle(message); };
-    handlers.onEnd = [self](ExitStatus, const std::string&) { self->finish(); };
+    handlers.onEnd = [self](const JsonLineProcess::End&) { self->finish(); };
     auto process = JsonLineProcess::start(std::move(options), queue_,
                                           std::make_shared<Mailbox>(main_), std::move(handlers));
     if (!process) return finish();

@@ -89,11 +89,13 @@ std::optional<JsonObject> itemUpdate(const JsonObject& item, bool isCompleted, b
 
   auto tool = toolOf(type, item, workspacePath);
   if (!tool) return std::nullopt;
-  return JsonObject{{"sessionUpdate", "tool_call_update"},
-                    {"toolCallId", std::move(id)},
-                    {"title", std::move(tool->title)},
-                    {"status", status(json::textOr(item, "status", "inProgress"))},
-                    {"rawInput", std::move(tool->rawInput)}};
+  return JsonObject{
+      {"sessionUpdate", "tool_call_update"},
+      {"toolCallId", std::move(id)},
+      {"title", std::move(tool->title)},
+      // A web search and a viewed image have no status of their own.
+      {"status", status(json::textOr(item, "status", isCompleted ? "completed" : "inProgress"))},
+      {"rawInput", std::move(tool->rawInput)}};
 }
 
 JsonObject planUpdate(const JsonObject& params) {

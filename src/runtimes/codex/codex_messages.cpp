@@ -91,10 +91,6 @@ AgentRuntimeError failure(Kind kind, std::string message) {
   return {AgentProvider::codex, kind, std::move(message)};
 }
 
-AgentRuntimeError disconnected() {
-  return failure(Kind::disconnected, "Codex disconnected.");
-}
-
 AgentRuntimeError runtimeError(const JsonObject& from, std::string_view fallback) {
   const JsonObject* inner = json::object(from, "error");
   const auto find = [&](std::string_view key) {
@@ -108,7 +104,9 @@ AgentRuntimeError runtimeError(const JsonObject& from, std::string_view fallback
   const std::string lowered = text::lowercased(message);
   const auto says = [&lowered](std::string_view phrase) { return lowered.contains(phrase); };
   auto kind = Kind::protocolError;
-  if ((info && *info == "usageLimitExceeded") || says("usage limit")) {
+  // Where the server answers 429 to every try, the allowance is used up, whatever else it says.
+  if ((info && *info == "usageLimitExceeded") || says("usage limit") ||
+      (says("exceeded retry limit") && says("status: 429"))) {
     kind = Kind::usageLimit;
   } else if ((info && *info == "unauthorized") || says("unauthorized") || says("login")) {
     kind = Kind::authentication;

@@ -25,8 +25,6 @@ JsonObject consumeResetCreditParams();
 std::string resetOutcome(const JsonObject& result);
 
 AgentRuntimeError failure(AgentRuntimeError::Kind kind, std::string message);
-/// The runtime has gone.
-AgentRuntimeError disconnected();
 /// Classifies an error that the runtime reported: that of a response, of a turn or of an "error"
 /// notification. `fallback` is its text when it has none of its own.
 AgentRuntimeError runtimeError(const JsonObject& from, std::string_view fallback);

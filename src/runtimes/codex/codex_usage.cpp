@@ -102,7 +102,11 @@ ProviderUsage CodexAllowance::update(const JsonObject& update) {
   const std::string* named = json::text(changes, "limitId");
   if (known && named && *known != *named) return parseRateLimits(reading);
 
-  reading.set("rateLimits", overlaid(before, changes));
+  // That a limit was reached is no lasting fact: an update that does not repeat it lifts it.
+  JsonObject kept = before;
+  kept.remove("rateLimitReachedType");
+  kept.remove("spendControlReached");
+  reading.set("rateLimits", overlaid(kept, changes));
   return read(std::move(reading));
 }
 

@@ -11,8 +11,8 @@ namespace vantrell::codex {
 ProviderUsage parseRateLimits(const JsonObject& reading);
 
 /// What is known of the allowance. "account/rateLimits/updated" holds what has changed: a window,
-/// the plan or the reset credits that it leaves out or gives as null stand as the last reading told
-/// them.
+/// the plan or the reset credits that it leaves out or gives as null are those of the last reading;
+/// that a limit was reached is not.
 class CodexAllowance {
  public:
   /// The result of "account/rateLimits/read".

@@ -13,8 +13,6 @@
 
 #include "platform/files/files.h"
 #include "platform/process/process.h"
-#include "records/values/task_modes.h"
-#include "runtimes/acp/acp_configuration.h"
 #include "runtimes/local/local_runtime.h"
 
 namespace vantrell {
@@ -62,32 +60,18 @@ parseModels(std::string_view body, LocalRuntimeKind kind);
 
 // The harness.
 
+/// The one model of its profile, whatever the server calls it.
+inline constexpr std::string_view harnessModel = "vantrell-local";
+
 /// The selected model where the server still has it, else its first. Absent when it has none.
 std::optional<std::string> chosenModel(const LocalRuntimeConnection& connection,
                                        const std::optional<std::string>& selected);
-/// Complete, without the executable.
-std::vector<std::string> harnessArguments(GrokPermissionMode mode);
 /// The text of config.toml.
 std::string profileText(const LocalRuntimeConnection& connection, std::string_view modelID);
-/// The given environment, pointed at the profile.
-Environment harnessEnvironment(Environment base, const std::string& profileFolder);
-/// Writes the profile, anew for every client, and gives the complete environment of the harness.
-/// The root is the user's data folder where none is given.
+/// Writes the profile, again for every client, and returns the complete environment of the harness:
+/// the given one, pointed at the profile. The root is the user's data folder where none is given.
 files::Result<Environment> prepareGrokEnvironment(
-    const LocalRuntimeConnection& connection, std::string_view modelID,
-    const std::optional<std::string>& applicationSupportRoot = std::nullopt);
-
-/// Who asks for a client of the local provider, and for what.
-struct HarnessRequest {
-  std::string executable;  // of Grok Build
-  std::string workspacePath;
-  std::optional<std::string> selectedModel;
-  GrokPermissionMode permissionMode = GrokPermissionMode::ask;
-};
-/// Prepares the profile and gives all that the harness's client is made of. Absent when the server
-/// has no model.
-files::Result<std::optional<ACPConfiguration>> harnessConfiguration(
-    const LocalRuntimeConnection& connection, const HarnessRequest& request,
+    Environment base, const LocalRuntimeConnection& connection, std::string_view modelID,
     const std::optional<std::string>& applicationSupportRoot = std::nullopt);
 
 }  // namespace LocalRuntimeService

@@ -16,6 +16,7 @@
 #include "platform/values/json.h"
 #include "records/values/agent_provider.h"
 #include "runtimes/wire/agent_error.h"
+#include "runtimes/wire/provider_options.h"
 #include "runtimes/wire/provider_usage.h"
 
 namespace vantrell {
@@ -53,6 +54,13 @@ class AgentClient {
   std::function<void(const JsonObject& update)> onSessionUpdate;
   /// The runtime wants a decision.
   std::function<void(PermissionRequest)> onPermissionRequest;
+  /// The runtime has withdrawn a request that it made.
+  std::function<void(std::int64_t requestID)> onPermissionWithdrawn;
+  /// The runtime works on, but cannot go on until something has changed: what it waits for, in a
+  /// sentence.
+  std::function<void(std::string text)> onWaiting;
+  /// The runtime reported its models and efforts.
+  std::function<void(std::vector<ProviderModelOption>)> onModelOptionsUpdate;
   /// Diagnostic text from the runtime.
   std::function<void(std::string_view text)> onLog;
   /// A stored session began to replay, and could not be replayed: the client has gone on to a new

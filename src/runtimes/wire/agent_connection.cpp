@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "platform/files/files.h"
+#include "platform/text/text.h"
 
 namespace vantrell {
 
@@ -32,6 +33,15 @@ AgentConnection::AgentConnection(SerialQueue queue, std::shared_ptr<Mailbox> mai
 
 AgentConnection::~AgentConnection() = default;
 
+void AgentConnection::start(std::optional<std::string> existingSessionID,
+                            AgentClient::StartCompletion completion) {
+  isStarting_ = true;
+  begin(std::move(existingSessionID), [this, completion = std::move(completion)](auto result) {
+    isStarting_ = false;
+    completion(std::move(result));
+  });
+}
+
 std::optional<AgentError> AgentConnection::launch(ProcessOptions options, AgentError missing) {
   if (!files::isExecutable(options.executable)) return missing;
   // The process may outlive this object by the moment that its end takes.
@@ -50,12 +60,8 @@ std::optional<AgentError> AgentConnection::launch(ProcessOptions options, AgentE
     const auto self = weak.lock();
     if (self && self->events_.log) self->events_.log(std::move(text));
   };
-  handlers.onWriteError = [weak](std::string description) {
-    if (const auto self = weak.lock())
-      self->failPending(self->systemFailure(std::move(description)));
-  };
-  handlers.onEnd = [weak](ExitStatus status, std::string errorText) {
-    if (const auto self = weak.lock()) self->ended(status, std::move(errorText));
+  handlers.onEnd = [weak](const JsonLineProcess::End& end) {
+    if (const auto self = weak.lock()) self->ended(end);
   };
   const std::string folder = options.workingFolder;
   auto process = JsonLineProcess::start(std::move(options), queue_, mailbox_, std::move(handlers));
@@ -122,20 +128,28 @@ void AgentConnection::stop() {
   release();
   if (process_) process_->stop(ending);
   process_.reset();
-  failPending(disconnected(runtimeName() + " stopped."));
+  failPending(disconnected(endText(runtimeName() + " stopped.")));
 }
 
-void AgentConnection::ended(ExitStatus status, std::string errorText) {
+void AgentConnection::ended(const JsonLineProcess::End& end) {
   state_ = State::ended;
   allQuestionsEnded();
   release();
+  const std::string plain = withoutColors(end.errorText);
+  const std::string_view words = text::trimmed(plain);
   // One number for both kinds of end, a signal's number being the status of what it killed.
-  std::string text = !errorText.empty()
-                         ? withoutColors(errorText)
-                         : fmt::format("{} exited with status {}.", runtimeName(),
-                                       status.signal != 0 ? status.signal : status.status);
-  failPending(disconnected(text));
-  if (events_.unexpectedTermination) events_.unexpectedTermination(std::move(text));
+  const auto& [status, signal] = end.status;
+  std::string how = !words.empty()       ? std::string(words)
+                    : !end.cause.empty() ? end.cause
+                                         : fmt::format("{} exited with status {}.", runtimeName(),
+                                                       signal != 0 ? signal : status);
+  if (words.empty() && !end.cause.empty()) {
+    failPending(systemFailure(end.cause));
+  } else {
+    // A session that did not open has no other place where the user could read why.
+    failPending(disconnected(isStarting_ && !words.empty() ? how : endText(how)));
+  }
+  if (events_.unexpectedTermination) events_.unexpectedTermination(std::move(how));
 }
 
 }  // namespace vantrell

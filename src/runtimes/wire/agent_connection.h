@@ -28,6 +28,7 @@ struct AgentEvents {
   std::function<void(PermissionRequest, std::size_t bytes)> permissionRequest;
   std::function<void(std::int64_t requestID)> permissionWithdrawn;
   std::function<void(std::string text)> log;
+  std::function<void(std::string text)> waiting;
   std::function<void()> replayStarted;
   std::function<void()> replayFailed;
   std::function<void(std::string text)> unexpectedTermination;
@@ -41,8 +42,7 @@ class AgentConnection : public std::enable_shared_from_this<AgentConnection> {
 
   // The operations of AgentClient. Completions are called here, on the client's queue.
 
-  virtual void start(std::optional<std::string> existingSessionID,
-                     AgentClient::StartCompletion completion) = 0;
+  void start(std::optional<std::string> existingSessionID, AgentClient::StartCompletion completion);
   virtual void sendPrompt(std::string prompt, AgentClient::PromptCompletion completion) = 0;
   virtual void cancel() = 0;
   virtual void respondToPermission(std::int64_t requestID, std::string optionID) = 0;
@@ -61,7 +61,11 @@ class AgentConnection : public std::enable_shared_from_this<AgentConnection> {
   /// The events deliver to the mailbox.
   AgentConnection(SerialQueue queue, std::shared_ptr<Mailbox> mailbox, AgentEvents events);
 
-  /// Starts the runtime; absent when it runs. `missing` is told of a program that is not there.
+  /// start(), in the words of the dialect.
+  virtual void begin(std::optional<std::string> existingSessionID,
+                     AgentClient::StartCompletion completion) = 0;
+  /// Starts the runtime; absent when it runs. `missing` is the error for a program that is not
+  /// there.
   std::optional<AgentError> launch(ProcessOptions options, AgentError missing);
   void send(const JsonObject& message);
   void gatherUpdate(JsonObject update, std::size_t bytes);
@@ -82,10 +86,14 @@ class AgentConnection : public std::enable_shared_from_this<AgentConnection> {
   /// Lets go of what the runtime has open here: questions to answer, terminals. Nothing can reach
   /// it.
   virtual void release() = 0;
-  /// The runtime no longer takes input, or is gone: whatever waits for an answer gets this one.
+  /// The runtime is gone: whatever waits for an answer gets this one.
   virtual void failPending(const AgentError& error) = 0;
-  /// The error of what waits when the runtime goes. `text` says how it went.
-  virtual AgentError disconnected(const std::string& text) const = 0;
+  /// The error of what waits when the runtime goes.
+  virtual AgentError disconnected(std::string text) const {
+    return AgentError::disconnection(std::move(text));
+  }
+  /// Its text, of `how` the runtime went; a dialect may have one sentence for all.
+  virtual std::string endText(const std::string& how) const { return how; }
   /// A failure that is known by the system's words alone.
   virtual AgentError systemFailure(std::string text) const { return AgentError(std::move(text)); }
 
@@ -95,10 +103,11 @@ class AgentConnection : public std::enable_shared_from_this<AgentConnection> {
   const AgentEvents events_;
 
  private:
-  void ended(ExitStatus status, std::string errorText);
+  void ended(const JsonLineProcess::End& end);
 
   const std::shared_ptr<Mailbox> mailbox_;
   std::unique_ptr<JsonLineProcess> process_;
+  bool isStarting_ = false;
   std::vector<JsonObject> updates_;  // gathered, not handed out yet
   std::size_t updateBytes_ = 0;
   struct Question {

@@ -31,6 +31,10 @@ class AgentError {
     return error;
   }
 
+  static AgentError notInstalled(const std::string& runtimeName) {
+    return AgentError("The " + runtimeName + " CLI is not installed.");
+  }
+
   /// The way to the runtime failed: no word of the text is the runtime's, whatever names of servers
   /// stand in it.
   static AgentError transport(std::string description) {

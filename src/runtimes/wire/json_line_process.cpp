@@ -29,9 +29,16 @@ struct JsonLineProcess::State {
   LineBuffer lines;
   TailBuffer errorText{keptErrorText};
   std::string errorTail;  // of a character cut in two
-  std::optional<std::string> writeError;
-  bool wasGivenUp = false;  // for a reason that `writeError` says
+  std::weak_ptr<Process> process;
+  std::string cause;  // of its end, as far as it lies here
   bool isStopped = false;
+
+  /// The words of a runtime that is dying already are still read.
+  void giveUp(std::string why) {
+    if (!cause.empty()) return;
+    cause = std::move(why);
+    if (const auto child = process.lock()) child->terminate();
+  }
 
   void consume(std::string_view bytes) {
     const Mailbox::Hold together(*mailbox);
@@ -43,6 +50,10 @@ struct JsonLineProcess::State {
         handlers.onOtherLine(line);
       }
     });
+    if (lines.pendingBytes() > LineBuffer::longestLine) {
+      giveUp("The runtime sent a line of more than 256 MB, and was ended.");
+      lines = {};
+    }
     if (!isStopped && handlers.onReadHandled) handlers.onReadHandled();
   }
 
@@ -69,19 +80,19 @@ std::expected<std::unique_ptr<JsonLineProcess>, ProcessError> JsonLineProcess::s
   events.onOutput = [state](std::string_view bytes) { state->consume(bytes); };
   events.onError = [state](std::string_view bytes) { state->consumeError(bytes); };
   events.onWriteError = [state](ProcessError error) {
-    if (state->writeError) return;
-    state->writeError = error.description;
-    if (state->handlers.onWriteError) state->handlers.onWriteError(std::move(error.description));
+    state->giveUp(std::move(error.description));
   };
   events.onExit = [state](ExitStatus status) {
     const Mailbox::Hold together(*state->mailbox);
-    std::string words = state->errorText.contents();
-    if (state->wasGivenUp) words += "\n" + *state->writeError;
-    if (state->handlers.onEnd) state->handlers.onEnd(status, std::string(text::trimmed(words)));
+    const std::string words = state->errorText.contents();
+    if (state->handlers.onEnd) {
+      state->handlers.onEnd({status, std::string(text::trimmed(words)), state->cause});
+    }
   };
 
   auto process = Process::start(std::move(options), std::move(queue), std::move(events));
   if (!process) return std::unexpected(std::move(process.error()));
+  state->process = *process;
   mailbox->whenFullChanges([weak = std::weak_ptr(*process)](bool isFull) {
     const auto child = weak.lock();
     if (!child) return;
@@ -102,14 +113,9 @@ JsonLineProcess::~JsonLineProcess() {
 }
 
 void JsonLineProcess::send(const JsonObject& message) {
-  if (!state_->writeError && process_->unsentBytes() > unreadLimit) {
-    state_->writeError = "The runtime no longer reads what it is sent, and was ended.";
-    state_->wasGivenUp = true;
-    process_->terminate();
-  }
-  if (state_->writeError && !state_->isStopped) {
-    if (state_->handlers.onWriteError) state_->handlers.onWriteError(*state_->writeError);
-    return;
+  if (!state_->cause.empty()) return;  // its end is on the way
+  if (process_->unsentBytes() > unreadLimit) {
+    return state_->giveUp("The runtime no longer reads what it is sent, and was ended.");
   }
   std::string line;
   json::appendTo(line, message);

@@ -18,6 +18,12 @@ namespace vantrell {
 
 class JsonLineProcess {
  public:
+  struct End {
+    ExitStatus status;
+    std::string errorText;  // its standard error, trimmed (the last part, when it wrote very much)
+    /// Why this program ended it, or what the system said when it no longer took input; else empty.
+    std::string cause;
+  };
   struct Handlers {
     /// A line that is a JSON object; `bytes` is the line's length.
     std::function<void(JsonObject message, std::size_t bytes)> onMessage;
@@ -27,12 +33,8 @@ class JsonLineProcess {
     std::function<void(std::string_view line)> onOtherLine;
     /// Standard error, as it comes; text that is not UTF-8 is dropped.
     std::function<void(std::string text)> onErrorText;
-    /// The runtime no longer takes input. Once for the first message that was lost, and within
-    /// send() for each one after it.
-    std::function<void(std::string description)> onWriteError;
-    /// The process has ended by itself. `errorText` is what it wrote to standard error, trimmed
-    /// (its last part, when it wrote very much).
-    std::function<void(ExitStatus status, std::string errorText)> onEnd;
+    /// The process has ended without stop().
+    std::function<void(End)> onEnd;
   };
 
   /// What the handlers deliver to the mailbox during one chunk of output, or at the end of the
@@ -43,8 +45,8 @@ class JsonLineProcess {
       Handlers handlers);
   ~JsonLineProcess();
 
-  /// Writes the object and a line feed. A runtime that lets more than `unreadLimit` wait does not
-  /// read its input: that counts as a write error, and it is ended.
+  /// Writes the object and a line feed. A runtime that does not take its input, by an error or by
+  /// letting more than `unreadLimit` wait, is ended, and so is one that sends an endless line.
   void send(const JsonObject& message);
   enum class Ending {
     prompt,  // at once: it has work in hand that must not go on

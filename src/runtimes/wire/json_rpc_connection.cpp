@@ -32,7 +32,7 @@ void JsonRpcConnection::handleResponse(std::int64_t id, const JsonObject& messag
 void JsonRpcConnection::request(std::string_view method, JsonObject params,
                                 std::function<void(Answer)> completion) {
   // Nobody is there to answer, and a request that nobody answers would wait for ever.
-  if (state_ != State::open) return completion(std::unexpected(disconnected({})));
+  if (state_ != State::open) return completion(std::unexpected(disconnected(endText({}))));
   const std::int64_t id = pending_.add(std::move(completion));
   send(jsonrpc::request(id, method, std::move(params)));
 }

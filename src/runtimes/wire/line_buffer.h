@@ -1,5 +1,5 @@
-// Cuts a stream of bytes into lines at line feeds, whatever the chunks are. There is no limit on a
-// line's length; the memory of a long one is given back once it has been taken.
+// Cuts a stream of bytes into lines at line feeds, whatever the chunks are. The memory of a long
+// line is given back once it has been taken.
 #pragma once
 
 #include <functional>
@@ -15,6 +15,8 @@ class LineBuffer {
   void consume(std::string_view chunk, const std::function<void(std::string_view)>& onLine);
   /// Bytes of the line that has not ended yet.
   std::size_t pendingBytes() const { return pending_.size(); }
+  /// What a sender without line feeds may make us hold.
+  static constexpr std::size_t longestLine = 256 << 20;
 
  private:
   std::string pending_;

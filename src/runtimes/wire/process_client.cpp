@@ -41,17 +41,27 @@ void ProcessClient::connect(
         },
         bytes);
   };
+  // An event without a size of its own that goes to one callback of the interface.
+  const auto to = [tell](auto callback) {
+    return [tell, callback](auto value) {
+      tell([callback, value = std::move(value)](ProcessClient& client) mutable {
+        if (client.*callback) (client.*callback)(std::move(value));
+      });
+    };
+  };
+  const auto toPlain = [tell](std::function<void()> AgentClient::* callback) {
+    return [tell, callback] {
+      tell([callback](ProcessClient& client) {
+        if (client.*callback) (client.*callback)();
+      });
+    };
+  };
   events.permissionRequest = [tell](PermissionRequest request, std::size_t bytes) {
     tell(
         [request = std::move(request)](ProcessClient& client) mutable {
           if (client.onPermissionRequest) client.onPermissionRequest(std::move(request));
         },
         bytes);
-  };
-  events.permissionWithdrawn = [tell](std::int64_t requestID) {
-    tell([requestID](ProcessClient& client) {
-      if (client.onPermissionWithdrawn) client.onPermissionWithdrawn(requestID);
-    });
   };
   events.log = [tell](std::string text) {
     const std::size_t bytes = text.size();
@@ -61,32 +71,13 @@ void ProcessClient::connect(
         },
         bytes);
   };
-  events.replayStarted = [tell] {
-    tell([](ProcessClient& client) {
-      if (client.onReplayStarted) client.onReplayStarted();
-    });
-  };
-  events.replayFailed = [tell] {
-    tell([](ProcessClient& client) {
-      if (client.onReplayFailed) client.onReplayFailed();
-    });
-  };
-  events.unexpectedTermination = [tell](std::string text) {
-    tell([text = std::move(text)](ProcessClient& client) mutable {
-      if (client.onUnexpectedTermination) client.onUnexpectedTermination(std::move(text));
-    });
-  };
-  events.modelOptions = [tell](std::vector<ProviderModelOption> options) {
-    tell([options = std::move(options)](ProcessClient& client) mutable {
-      if (client.onModelOptionsUpdate) client.onModelOptionsUpdate(std::move(options));
-    });
-  };
-
-  events.usage = [tell](ProviderUsage usage) {
-    tell([usage = std::move(usage)](ProcessClient& client) mutable {
-      if (client.onUsageUpdate) client.onUsageUpdate(std::move(usage));
-    });
-  };
+  events.permissionWithdrawn = to(&AgentClient::onPermissionWithdrawn);
+  events.waiting = to(&AgentClient::onWaiting);
+  events.unexpectedTermination = to(&AgentClient::onUnexpectedTermination);
+  events.modelOptions = to(&AgentClient::onModelOptionsUpdate);
+  events.usage = to(&AgentClient::onUsageUpdate);
+  events.replayStarted = toPlain(&AgentClient::onReplayStarted);
+  events.replayFailed = toPlain(&AgentClient::onReplayFailed);
   connection_ = makeConnection(queue_, mailbox_, std::move(events));
 }
 

@@ -9,7 +9,6 @@
 
 #include "platform/queues/dispatch.h"
 #include "runtimes/wire/agent_client.h"
-#include "runtimes/wire/provider_options.h"
 
 namespace vantrell {
 
@@ -21,12 +20,6 @@ class ProcessClient : public AgentClient, public std::enable_shared_from_this<Pr
  public:
   /// stop().
   ~ProcessClient() override;
-
-  /// The runtime reported its models and efforts.
-  std::function<void(std::vector<ProviderModelOption>)> onModelOptionsUpdate;
-
-  /// The runtime has withdrawn a request that it made.
-  std::function<void(std::int64_t requestID)> onPermissionWithdrawn;
 
   AgentProvider provider() const override { return provider_; }
   void start(std::optional<std::string> existingSessionID, StartCompletion completion) override;

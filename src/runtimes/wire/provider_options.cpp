@@ -23,6 +23,13 @@ ProviderEffortOption ProviderEffortOption::defaultOption() {
   return {"default", "Default", "Use the model's recommended reasoning effort."};
 }
 
+std::vector<ProviderEffortOption> ProviderEffortOption::list(
+    const std::vector<std::string_view>& ids) {
+  std::vector<ProviderEffortOption> efforts{defaultOption()};
+  for (const auto id : ids) efforts.push_back(named(std::string(id), ""));
+  return efforts;
+}
+
 ProviderModelOption ProviderModelOption::defaultOption(std::vector<ProviderEffortOption> efforts) {
   return {"default", "Default", "Use the provider's recommended model.", true, std::move(efforts)};
 }

@@ -17,6 +17,8 @@ struct ProviderEffortOption {
   static ProviderEffortOption named(std::string id, std::string detail);
   /// The runtime's own choice.
   static ProviderEffortOption defaultOption();
+  /// The runtime's own choice and then these.
+  static std::vector<ProviderEffortOption> list(const std::vector<std::string_view>& ids);
 
   bool operator==(const ProviderEffortOption&) const = default;
 };

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "shell/terminal/terminal_text.h"
+#include "views/transcript_rows.h"
 
 namespace vantrell::shell {
 
@@ -11,35 +12,37 @@ namespace {
 /// What the record of a tool call says when an update came without a title.
 constexpr std::string_view namelessTool = "Using a tool";
 
-std::string_view sign(std::string_view status) {
-  if (status == "completed") return "✓";
-  if (status == "failed" || status == "cancelled") return "✗";
-  if (status == "in_progress") return "▸";
-  return "○";
+using views::Progress;
+
+std::string coloured(const std::string& text, Progress progress, const TerminalStyle& style) {
+  switch (progress) {
+    case Progress::completed: return style.green(text);
+    case Progress::failed: return style.red(text);
+    default: return style.cyan(text);
+  }
 }
 
 }  // namespace
 
 bool hasEnded(std::string_view status) {
-  return status != "pending" && status != "in_progress";
+  return !isOpenToolStatus(status);
 }
 
 std::string toolLine(const ChatEntry& entry, std::string_view title, const TerminalStyle& style,
                      int columns) {
-  const std::string status = entry.status.value_or("pending");
-  const bool needsWord = status != "completed" && hasEnded(status);
-  const std::string word = needsWord ? fmt::format(" ({})", onOneLine(status)) : std::string();
+  const auto row = views::toolRow(entry);
+  const bool needsWord = row.progress == Progress::failed;
+  const std::string word = needsWord ? fmt::format(" ({})", row.status) : std::string();
   const int room = columns - 3 - static_cast<int>(word.size());
-  const std::string text = fmt::format("{} {}{}", sign(status), fitted(title, room), word);
-  if (status == "completed") return style.green(text);
-  return hasEnded(status) ? style.red(text) : style.cyan(text);
+  return coloured(fmt::format("{} {}{}", views::sign(row.progress), fitted(title, room), word),
+                  row.progress, style);
 }
 
 std::string planLine(const PlanEntry& entry, const TerminalStyle& style, int columns) {
+  const auto row = views::planRow(entry);
   const std::string text =
-      fmt::format("  {} {}", sign(entry.status), fitted(onOneLine(entry.content), columns - 5));
-  if (entry.status == "completed") return style.green(text);
-  return entry.status == "in_progress" ? style.cyan(text) : text;
+      fmt::format("  {} {}", views::sign(row.progress), fitted(row.words, columns - 5));
+  return row.progress == Progress::pending ? text : coloured(text, row.progress, style);
 }
 
 std::string ToolTitles::best(const ChatEntry& entry) {

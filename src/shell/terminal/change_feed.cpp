@@ -1,69 +1,69 @@
 #include "shell/terminal/change_feed.h"
 
+#include <utility>
+
+#include "engine/core/execution_table.h"
+#include "engine/core/workspace_tree.h"
+
 namespace vantrell::shell {
 
-void ChangeFeed::changed(const Change& change) {
-  const ChatThread* thread = model_.tree.thread(key_);
+ChangeFeed::ChangeFeed(const AppModel& model, ThreadExecutionKey key, RunObserver& observer)
+    : model_(model), key_(key), observer_(observer) {}
+
+void ChangeFeed::changed(const ChangeBatch& batch) {
+  const ConversationChanges* changes = batch.of(key_);
+  const ChatThread* thread = changes ? model_.tree().thread(key_) : nullptr;
   if (!thread) return;
-  switch (change.kind) {
-    case Change::Kind::entryAdded:
-    case Change::Kind::entryReplaced:
-    case Change::Kind::textAdded:
-    case Change::Kind::transcriptReplaced: return transcriptChanged(change);
-    case Change::Kind::planReplaced:
-      if (const auto* execution = model_.executions.find(key_)) {
-        observer_.planReplaced(*execution->plan);
-      }
-      return;
-    case Change::Kind::runChanged: {
-      const auto run = std::find_if(thread->runs.rbegin(), thread->runs.rend(),
-                                    [&](const RunRecord& each) { return each.id == change.runID; });
-      if (run != thread->runs.rend()) runChanged(*run);
-      return executionChanged();
-    }
-    case Change::Kind::executionPublished: return executionChanged();
-    default: return;
+  const auto* execution = model_.executions().find(key_);
+  const bool isReplaying = execution && execution->isReplaying;
+  const bool hasReplayed = std::exchange(wasReplaying_, isReplaying) && !isReplaying;
+  if (hasReplayed || (changes->transcriptReset && !isReplaying)) {
+    shownLengths_.clear();
+    for (const auto& entry : thread->entries) shownLengths_[entry.id] = entry.text.size();
+    observer_.transcriptReplaced(thread->entries);
+  } else if (!isReplaying) {
+    reportTranscript(*changes, thread->entries);
+  }
+  if (execution && std::exchange(plan_, execution->plan) != execution->plan &&
+      !execution->plan->empty()) {
+    observer_.planReplaced(*execution->plan);
+  }
+  if (changes->runs && !thread->runs.empty()) reportRun(thread->runs.back());
+}
+
+void ChangeFeed::reportTranscript(const ConversationChanges& changes, const Transcript& entries) {
+  for (const auto& id : changes.changedEntries) {
+    if (const ChatEntry* entry = entries.find(id)) reportEntry(*entry);
+  }
+  for (const auto& id : changes.appendedEntries) {
+    const ChatEntry* entry = entries.find(id);
+    if (!entry) continue;
+    shownLengths_[id] = entry->text.size();
+    observer_.entryAdded(*entry);
   }
 }
 
-void ChangeFeed::runChanged(const RunRecord& run) {
+/// What an agent says only grows; anything else is shown as a whole.
+void ChangeFeed::reportEntry(const ChatEntry& entry) {
+  std::size_t& shown = shownLengths_[entry.id];
+  const std::size_t before = std::exchange(shown, entry.text.size());
+  const bool isSpoken =
+      entry.kind == ChatEntryKind::assistant || entry.kind == ChatEntryKind::thought;
+  if (isSpoken && entry.text.size() > before) {
+    return observer_.textAdded(entry, std::string_view(entry.text).substr(before));
+  }
+  observer_.entryReplaced(entry);
+}
+
+void ChangeFeed::reportRun(const RunRecord& run) {
   observer_.runChanged(run);
-  const auto* execution = model_.executions.find(key_);
+  const auto* execution = model_.executions().find(key_);
   const bool isStalled = execution && execution->stallWarningSent;
-  const bool isNews = std::exchange(wasStalled_, isStalled) != isStalled;
+  const bool hasChanged = std::exchange(wasStalled_, isStalled) != isStalled;
   // A question, another client and the end of the turn break the silence too, and are told as such.
-  if (isNews && (isStalled || run.status == RunRecordStatus::running)) {
+  if (hasChanged && (isStalled || run.status == RunRecordStatus::running)) {
     observer_.livenessChanged(run);
   }
-}
-
-bool ChangeFeed::isReplaying(bool& justEnded) {
-  const auto* execution = model_.executions.find(key_);
-  const bool isReplaying = execution && execution->isReplaying;
-  justEnded = std::exchange(wasReplaying_, isReplaying) && !isReplaying;
-  return isReplaying;
-}
-
-void ChangeFeed::transcriptChanged(const Change& change) {
-  const Transcript& entries = model_.tree.thread(key_)->entries;
-  bool justEnded = false;
-  if (isReplaying(justEnded)) return;
-  if (justEnded || change.kind == Change::Kind::transcriptReplaced) {
-    return observer_.transcriptReplaced(entries);  // the change at hand is in it
-  }
-  const ChatEntry* entry = entries.find(change.entryID);
-  if (!entry) return;
-  switch (change.kind) {
-    case Change::Kind::entryAdded: return observer_.entryAdded(*entry);
-    case Change::Kind::textAdded: return observer_.textAdded(*entry, change.text);
-    default: return observer_.entryReplaced(*entry);
-  }
-}
-
-void ChangeFeed::executionChanged() {
-  bool justEnded = false;
-  isReplaying(justEnded);
-  if (justEnded) observer_.transcriptReplaced(model_.tree.thread(key_)->entries);
 }
 
 }  // namespace vantrell::shell

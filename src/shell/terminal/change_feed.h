@@ -1,31 +1,37 @@
-// Turns the engine's changes of one conversation into calls of a RunObserver. While a stored
+// Turns the announced changes of one conversation into calls of a RunObserver. While a stored
 // session is played back it is silent; the transcript that stands afterwards is reported whole.
 // Main queue; the model and the observer must outlive it.
 #pragma once
 
-#include "engine/app_model.h"
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "app/app_model.h"
+#include "engine/core/changes.h"
+#include "engine/core/plan_entry.h"
 #include "shell/terminal/run_observer.h"
 
 namespace vantrell::shell {
 
 class ChangeFeed {
  public:
-  ChangeFeed(AppModel& model, ThreadExecutionKey key, RunObserver& observer)
-      : model_(model), key_(key), observer_(observer) {}
+  ChangeFeed(const AppModel& model, ThreadExecutionKey key, RunObserver& observer);
 
-  /// A change of this conversation. Called while the engine is at work.
-  void changed(const Change& change);
+  /// Reports what the announcement says of the conversation.
+  void changed(const ChangeBatch& batch);
 
  private:
-  void transcriptChanged(const Change& change);
-  void executionChanged();
-  void runChanged(const RunRecord& run);
-  /// Whether a playback is going on. At its end the transcript is reported, and `justEnded` is set.
-  bool isReplaying(bool& justEnded);
+  void reportTranscript(const ConversationChanges& changes, const Transcript& entries);
+  void reportEntry(const ChatEntry& entry);
+  void reportRun(const RunRecord& run);
 
-  AppModel& model_;
+  const AppModel& model_;
   const ThreadExecutionKey key_;
   RunObserver& observer_;
+  std::map<std::string, std::size_t, std::less<>> shownLengths_;  // bytes of text, by entry
+  std::shared_ptr<const std::vector<PlanEntry>> plan_;
   bool wasReplaying_ = false;
   bool wasStalled_ = false;
 };

@@ -2,7 +2,11 @@
 
 #include <fmt/format.h>
 
+#include "engine/core/changes.h"
+#include "engine/core/execution_table.h"
 #include "engine/core/workspace_tree.h"
+#include "engine/projects/task_safety.h"
+#include "engine/providers/installed_runtimes.h"
 #include "platform/files/files.h"
 #include "platform/text/text.h"
 #include "records/stores/workspace_store.h"
@@ -54,6 +58,11 @@ void CommandContext::finish(Outcome outcome) {
   main.post([this, status = outcome.value_or(exitStatus::usage)] { close(status); });
 }
 
+Outcome CommandContext::refused(const Refusal& refusal) {
+  complain(refusal.sentence);
+  return exitStatus::failed;
+}
+
 void CommandContext::fail(std::string_view why) {
   complain(why);
   finish(exitStatus::failed);
@@ -63,14 +72,14 @@ void CommandContext::close(int status) {
   answers_.reset();
   reading_.reset();
   if (!app_) return end(status);
-  model().tree.flush();
+  model().flush();
   waitForGit(status, main.uptime() + unnoticed);
 }
 
 /// A stopped task may leave git at work on its checkpoint or worktree, and the state is free when
 /// that is done.
 void CommandContext::waitForGit(int status, Duration noticed) {
-  if (!model().safety->isAtWork()) return end(status);
+  if (!model().safety().isAtWork()) return end(status);
   if (main.uptime() < noticed) {
     gitTimer_ = main.after(betweenLooks, [=, this] { waitForGit(status, noticed); });
     return;
@@ -80,7 +89,11 @@ void CommandContext::waitForGit(int status, Duration noticed) {
 }
 
 void CommandContext::end(int status) {
-  app_.reset();
+  if (app_) {
+    model().endAllWork();
+    model().changes().deliver();  // what could not be saved
+    app_.reset();
+  }
   notices_ = {};
   kept_.clear();
   ended_(!isSaved_ && status == exitStatus::completed ? exitStatus::failed : status);
@@ -117,10 +130,10 @@ void CommandContext::open(VantrellOptions options, const std::function<void(Vant
   if (!app) return fail(app.error());
   app_ = std::move(*app);
   if (const auto& notice = app_->notice()) complain(*notice);
-  notices_ = model().changes.observe([this](const Change& change) {
-    if (change.kind == Change::Kind::noticeRaised) complain(change.text);
-    if (change.kind != Change::Kind::saveFailed || !std::exchange(isSaved_, false)) return;
-    complain(notSaved("What has changed", change.text));
+  notices_ = model().changes().observe([this](const ChangeBatch& batch) {
+    for (const auto& notice : batch.notices) complain(notice);
+    if (batch.saveFailures.empty() || !std::exchange(isSaved_, false)) return;
+    complain(notSaved("What has changed", batch.saveFailures.front()));
   });
   work(*app_);
 }
@@ -128,7 +141,7 @@ void CommandContext::open(VantrellOptions options, const std::function<void(Vant
 void CommandContext::change(const std::function<Outcome(AppModel&)>& change) {
   open({}, [&](VantrellApp& app) {
     const auto outcome = change(app.model());
-    const auto& refusal = app.model().executions.mirror().errorMessage;
+    const auto& refusal = app.model().executions().errorMessage();
     if (outcome && refusal) return fail(*refusal);
     finish(outcome);
   });

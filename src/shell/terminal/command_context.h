@@ -10,7 +10,10 @@
 #include <string>
 #include <vector>
 
+#include "app/app_model.h"
 #include "app/vantrell_app.h"
+#include "engine/core/changes.h"
+#include "engine/core/refusal.h"
 #include "platform/queues/run_loop.h"
 #include "records/stores/workspace_store.h"
 #include "shell/terminal/answer_source.h"
@@ -68,6 +71,8 @@ class CommandContext {
   void finish(Outcome outcome);
   /// Says why, and ends it as failed.
   void fail(std::string_view why);
+  /// Says why an operation was refused; the outcome of the command.
+  Outcome refused(const Refusal& refusal);
   /// Kept until the end.
   void keep(std::shared_ptr<void> object) { kept_.push_back(std::move(object)); }
 

@@ -3,6 +3,10 @@
 #include <fmt/format.h>
 #include <set>
 
+#include "engine/core/workspace_tree.h"
+#include "engine/projects/task_safety.h"
+#include "engine/tasks/task_branches.h"
+#include "engine/tasks/workspace_operations.h"
 #include "platform/values/json.h"
 #include "project/git_workspace_service.h"
 #include "runtimes/catalog/provider_registry.h"
@@ -121,15 +125,19 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
   void compare() {
     const auto task = openTask(model(), plan_, providers_.front());
     if (!task) return context_.finish(std::unexpected(task.error()));
-    model().tree.updateThreadTitleIfNeeded(plan_.prompt, *task);
-    chooseModes(model().settings, plan_);
-    model().branches->compareNextPrompt(plan_.prompt, providers_);
-    if (const auto& error = model().executions.mirror().errorMessage) return context_.fail(*error);
-    const std::size_t known = model().tree.thread(*task)->entries.size();
-    makeSides();
+    chooseModes(model().editableSettings(), plan_);
+    const auto forks = model().branches().compareNextPrompt(*task, plan_.prompt, providers_);
+    if (!forks) return context_.finish(context_.refused(forks.error()));
+    const std::size_t known = model().tree().thread(*task)->entries.size();
+    for (const auto& key : *forks) {
+      const auto provider = *model().tree().thread(key)->preferredProvider;
+      sides_.push_back({key, provider, nameOf(provider), {}});
+    }
     // One that was only made to be compared is of no more use.
     if (!plan_.task && known == 0) {
-      model().operations.deleteThread(task->threadID, task->workspaceID);
+      static_cast<void>(
+          model().operations().selectThread(sides_[0].key.threadID, sides_[0].key.workspaceID));
+      static_cast<void>(model().operations().deleteThread(task->threadID, task->workspaceID));
     }
     context_.beforeComplaint = [this] { screen_.interrupted(); };
     std::vector<std::unique_ptr<Job>> jobs;
@@ -148,19 +156,6 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
     session->begin([this](int status) { ended(status); });
   }
 
-  /// The two forks: those of one group, the first one selected.
-  void makeSides() {
-    const auto first = *model().selection.key();
-    const auto group = model().tree.thread(first)->comparisonGroupID;
-    for (const auto provider : providers_) {
-      for (const auto& thread : model().tree.workspace(first.workspaceID)->threads) {
-        if (thread.comparisonGroupID == group && thread.preferredProvider == provider) {
-          sides_.push_back({{first.workspaceID, thread.id}, provider, nameOf(provider), {}});
-        }
-      }
-    }
-  }
-
   std::string nameOf(AgentProvider provider) const {
     const bool isPractice = provider == AgentProvider::local && app_->practices();
     return std::string(isPractice ? "Practice" : shortLabel(provider));
@@ -168,7 +163,7 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
 
   /// The one that worked last: another may have taken over.
   AgentProvider workerOf(const Side& side) {
-    const RunRecord* run = model().tree.latestRun(side.key);
+    const RunRecord* run = model().tree().latestRun(side.key);
     return run && run->provider ? *run->provider : side.chosen;
   }
 
@@ -180,18 +175,18 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
     }
     const bool isTyped = context_.answers().isTerminal() && !plan_.answer;
     printers_.push_back(std::make_unique<ComparisonPrinter>(
-        screen_, side.name, isTyped, [this, key = side.key] { return model().tree.thread(key); },
+        screen_, side.name, isTyped, [this, key = side.key] { return model().tree().thread(key); },
         known));
   }
 
   void introduce(const Side& side, RunObserver& printer) {
-    const ChatThread& thread = *model().tree.thread(side.key);
+    const ChatThread& thread = *model().tree().thread(side.key);
     const std::string folder = thread.isolatedWorkspacePath.value_or("");
     printer.introduced({.conversation = side.key,
                         .runtime = side.name,
                         .folder = folder,
                         .freedom = permissionNotice(model(), side.chosen)});
-    for (const auto& note : model().safety->notes()) {
+    for (const auto& note : model().safety().notes()) {
       if (notesTold_.insert(note).second) context_.complain(onOneLine(note));
     }
   }
@@ -200,7 +195,7 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
     if (context_.wasAbandoned) return context_.finish(status);
     std::vector<std::string> folders;
     for (const auto& side : sides_) {
-      folders.push_back(model().tree.thread(side.key)->isolatedWorkspacePath.value_or(""));
+      folders.push_back(model().tree().thread(side.key)->isolatedWorkspacePath.value_or(""));
     }
     context_.inBackground(
         [this, folders] {
@@ -210,7 +205,7 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
         },
         [this, status] {
           for (const auto& side : sides_) {
-            const ChatThread& thread = *model().tree.thread(side.key);
+            const ChatThread& thread = *model().tree().thread(side.key);
             if (!thread.isolatedWorkspacePath) continue;
             context_.isJson() ? tellAsJson(side, thread) : tell(side, thread);
           }

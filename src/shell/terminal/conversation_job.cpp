@@ -2,14 +2,18 @@
 
 #include <fmt/format.h>
 
-#include "engine/turns/session_status.h"
+#include "engine/core/execution_table.h"
+#include "engine/core/workspace_tree.h"
+#include "engine/projects/hook_runner.h"
+#include "engine/tasks/task_branches.h"
+#include "engine/turns/composer.h"
 #include "platform/text/text.h"
 #include "shell/terminal/task_words.h"
 
 namespace vantrell::shell {
 
 ConversationJob::ConversationJob(CommandContext& context, ThreadExecutionKey key,
-                                 RunObserver& shownBy, std::function<void()> send,
+                                 RunObserver& shownBy, std::function<Result<>()> send,
                                  std::string itsName)
     : Job(shownBy, std::move(itsName)),
       context_(context),
@@ -18,91 +22,82 @@ ConversationJob::ConversationJob(CommandContext& context, ThreadExecutionKey key
       shownBy_(shownBy),
       send_(std::move(send)),
       feed_(model_, key, shownBy),
-      runsBefore_(model_.tree.thread(key)->runs.size()) {}
+      runsBefore_(model_.tree().thread(key)->runs.size()) {}
 
 void ConversationJob::begin() {
-  if (send_) send_();
+  const auto sent = send_ ? send_() : Result<>();
+  if (sent) return;
+  isRefused_ = true;
+  context_.complain(sent.error().sentence);
 }
 
-void ConversationJob::changed(const Change& change) {
-  if (change.conversation != key_) return;
-  if (change.kind == Change::Kind::entryAdded && beforeFirstEntry) {
+void ConversationJob::changed(const ChangeBatch& batch) {
+  const auto* changes = batch.of(key_);
+  if (changes && !changes->appendedEntries.empty() && beforeFirstEntry) {
     std::exchange(beforeFirstEntry, nullptr)();
   }
-  feed_.changed(change);
+  feed_.changed(batch);
 }
 
 bool ConversationJob::isAtRest() const {
-  const auto* execution = model_.executions.find(key_);
-  const RunRecord* run = model_.tree.latestRun(key_);
+  const auto* execution = model_.executions().find(key_);
+  const RunRecord* run = model_.tree().latestRun(key_);
   return !(execution && execution->connectionState.isBusy()) && !(run && isActive(run->status)) &&
-         !model_.branches->isPreparing(key_);
+         !model_.branches().isPreparing(key_);
 }
 
 bool ConversationJob::isStopping() const {
-  const auto* execution = model_.executions.find(key_);
-  return execution && execution->client && execution->unansweredPrompts > 0;
-}
-
-void ConversationJob::select() {
-  if (model_.selection.key() != key_) {
-    model_.operations.selectThread(key_.threadID, key_.workspaceID);
-  }
+  const auto* execution = model_.executions().find(key_);
+  return execution && execution->session->hasUnansweredPrompt();
 }
 
 void ConversationJob::stop() {
-  select();
-  model_.driver->stopWorking();
+  // One that has come to rest meanwhile has nothing to stop.
+  static_cast<void>(model_.composer().stopWorking(key_));
 }
 
 void ConversationJob::whenHooksAreDone(std::function<void()> done) {
-  model_.hooks->whenDone(key_, std::move(done));
+  model_.hooks().whenDone(key_, std::move(done));
 }
 
 Job::Question ConversationJob::question() const {
-  const auto* execution = model_.executions.find(key_);
-  return execution ? execution->permissionRequest : nullptr;
+  const auto* execution = model_.executions().find(key_);
+  return execution ? execution->permissionRequest() : nullptr;
 }
 
-void ConversationJob::answer(const PermissionOption* option, Approvals::Answerer answerer) {
-  select();
-  if (option) {
-    model_.approvals.respondToPermission(option->id, answerer);
-  } else {
-    model_.approvals.rejectPermission();
-  }
+Result<> ConversationJob::answer(const PermissionRequest& request, const PermissionOption* option,
+                                 Approvals::Answerer answerer) {
+  auto& approvals = model_.approvals();
+  return option ? approvals.respondToPermission(key_, request.id, option->id, answerer)
+                : approvals.rejectPermission(key_, request.id);
 }
 
 /// The user goes on talking while the agent works.
 void ConversationJob::typed(const std::string& line) {
   const std::string prompt(text::trimmed(text::repaired(line)));
-  if (prompt.empty() || model_.selection.key() != key_) return;
+  if (prompt.empty()) return;
   if (prompt.find_first_not_of("0123456789") == std::string::npos) {
     return context_.complain("No question is open, so that number answers nothing.");
   }
   const std::size_t before = waiting();
-  if (model_.branches->isPreparing(key_) && !SessionStatusQuery::matches(prompt)) {
-    // Sent now, it would work in the project's folder until the worktree is there.
-    model_.queue.enqueuePrompt(prompt, {}, key_);
-  } else {
-    model_.driver->send(prompt, {});
-  }
+  const auto sent = model_.composer().send(prompt, {}, key_);
+  if (!sent) return context_.complain(sent.error().sentence);
   if (waiting() > before) shownBy_.promptQueued(waiting());
 }
 
 std::size_t ConversationJob::waiting() const {
-  const ChatThread* thread = model_.tree.thread(key_);
+  const ChatThread* thread = model_.tree().thread(key_);
   return thread ? thread->queuedPrompts.size() : 0;
 }
 
 const RunRecord* ConversationJob::lastRun() const {
-  const ChatThread* thread = model_.tree.thread(key_);
+  const ChatThread* thread = model_.tree().thread(key_);
   return thread && thread->runs.size() > runsBefore_ ? &thread->runs.back() : nullptr;
 }
 
 void ConversationJob::tellEnd() {
   shownBy_.ended(lastRun());
-  const ChatThread* thread = model_.tree.thread(key_);
+  const ChatThread* thread = model_.tree().thread(key_);
   if (thread && !lastRun() && thread->draftText) {
     context_.complain(fmt::format(
         "{}{}The prompt was not sent. It is kept as the draft of the task: vantrell show {}", name,
@@ -119,7 +114,7 @@ void ConversationJob::tellEnd() {
 int ConversationJob::status() const {
   const RunRecord* run = lastRun();
   // What the program answers by itself begins no run; one of a comparison must have one.
-  if (!run) return name.empty() ? exitStatus::completed : exitStatus::failed;
+  if (!run) return name.empty() && !isRefused_ ? exitStatus::completed : exitStatus::failed;
   if (run->status == RunRecordStatus::completed) return exitStatus::completed;
   return run->status == RunRecordStatus::cancelled ? exitStatus::stopped : exitStatus::failed;
 }

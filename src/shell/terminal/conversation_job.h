@@ -10,20 +10,20 @@ class ConversationJob final : public Job {
  public:
   /// `send` sends what it is about, unless that is under way already.
   ConversationJob(CommandContext& context, ThreadExecutionKey key, RunObserver& shownBy,
-                  std::function<void()> send, std::string name = {});
+                  std::function<Result<>()> send, std::string name = {});
 
   /// Called once, before its first new entry is shown: where it works is known then.
   std::function<void()> beforeFirstEntry;
 
   void begin() override;
-  void changed(const Change& change) override;
+  void changed(const ChangeBatch& batch) override;
   bool isAtRest() const override;
   bool isStopping() const override;
   void stop() override;
-  void select() override;
   void whenHooksAreDone(std::function<void()> done) override;
   Question question() const override;
-  void answer(const PermissionOption* option, Approvals::Answerer answerer) override;
+  Result<> answer(const PermissionRequest& request, const PermissionOption* option,
+                  Approvals::Answerer answerer) override;
   void typed(const std::string& line) override;
   void tellEnd() override;
   int status() const override;
@@ -36,7 +36,8 @@ class ConversationJob final : public Job {
   AppModel& model_;
   const ThreadExecutionKey key_;
   RunObserver& shownBy_;
-  const std::function<void()> send_;
+  const std::function<Result<>()> send_;
+  bool isRefused_ = false;  // what was sent
   ChangeFeed feed_;
   const std::size_t runsBefore_;
 };

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "platform/files/files.h"
+#include "platform/process/own_process.h"
 #include "platform/process/process.h"
 #include "platform/terminal/terminal.h"
 #include "records/values/application.h"
@@ -42,7 +43,10 @@ void begin(const Invocation& invocation, std::span<const Command* const> command
 }  // namespace
 
 int main(int count, char** words) {
-  terminal::ignoreBrokenPipes();
+  if (const auto prepared = prepareOwnProcess(); !prepared) {
+    fmt::print(stderr, "vantrell: {}\n", prepared.error());
+    return exitStatus::failed;
+  }
   const auto commands = allCommands();
   std::vector<std::string_view> names;
   for (const Command* command : commands) names.push_back(command->name);

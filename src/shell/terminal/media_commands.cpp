@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 
 #include "app/user_state.h"
+#include "engine/imagine/imagine_controller.h"
 #include "platform/text/text.h"
 #include "platform/values/json.h"
 #include "project/artifact_discovery.h"
@@ -97,10 +98,10 @@ void tellPaths(CommandContext& context) {
 
 void removeItems(CommandContext& context) {
   context.change([&](AppModel& model) -> Outcome {
-    const auto found = findItems(model.imagine->imagineItems(), context);
+    const auto found = findItems(model.imagine().imagineItems(), context);
     if (!found) return std::unexpected(found.error());
     for (const auto& item : *found) {
-      model.imagine->deleteImagineItem(item.id);
+      model.imagine().deleteImagineItem(item.id);
       context.console.write(
           context.isJson() ? asJson(item)
           : files::exists(item.localPath)

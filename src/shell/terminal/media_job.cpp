@@ -1,6 +1,7 @@
 #include "shell/terminal/media_job.h"
 
-#include "engine/app_model.h"
+#include "engine/core/execution_table.h"
+#include "engine/imagine/imagine_controller.h"
 #include "platform/text/text.h"
 #include "records/stores/imagine_store.h"
 #include "shell/terminal/json_printer.h"
@@ -110,14 +111,15 @@ MediaJob::~MediaJob() {
 }
 
 ImagineController& MediaJob::generator() const {
-  return *context_.model().imagine;
+  return context_.model().imagine();
 }
 
 void MediaJob::begin() {
-  generator().generateImagine(prompt_, kind_);
+  const auto begun = generator().generateImagine(prompt_, kind_);
+  if (!begun) refusal_ = begun.error().sentence;
 }
 
-void MediaJob::changed(const Change&) {
+void MediaJob::changed(const ChangeBatch&) {
   const auto state = generator().imagineState().kind;
   const auto& progress = generator().imagineProgress();
   if (state != state_ || progress != progress_) {
@@ -147,14 +149,14 @@ void MediaJob::stop() {
 }
 
 Job::Question MediaJob::question() const {
-  const auto& mirror = context_.model().executions.mirror();
-  return mirror.permissionOwner == PermissionOwner::imagine ? mirror.permissionRequest : nullptr;
+  return context_.model().executions().imagine().permissionRequest;
 }
 
-void MediaJob::answer(const PermissionOption* option, Approvals::Answerer answerer) {
-  auto& approvals = context_.model().approvals;
-  return option ? approvals.respondToPermission(option->id, answerer)
-                : approvals.rejectPermission();
+Result<> MediaJob::answer(const PermissionRequest& request, const PermissionOption* option,
+                          Approvals::Answerer answerer) {
+  auto& approvals = context_.model().approvals();
+  return option ? approvals.respondToImaginePermission(request.id, option->id, answerer)
+                : approvals.rejectImaginePermission(request.id);
 }
 
 std::string MediaJob::copyFailure() const {
@@ -170,7 +172,8 @@ void MediaJob::conclude() {
     status_ = exitStatus::stopped;
     words_ = "Stopped";
   } else if (state.kind != ConnectionState::Kind::ready) {
-    words_ = context_.model().executions.mirror().errorMessage.value_or(state.text);
+    words_ = refusal_.empty() ? context_.model().executions().errorMessage().value_or(state.text)
+                              : refusal_;
   } else if (itemsTold_ > itemsBefore_) {
     status_ = exitStatus::completed;
     words_ = generator().imagineProgress();

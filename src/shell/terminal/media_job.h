@@ -13,12 +13,13 @@ class MediaJob final : public Job {
   ~MediaJob() override;
 
   void begin() override;
-  void changed(const Change& change) override;
+  void changed(const ChangeBatch& batch) override;
   bool isAtRest() const override;
   bool isStopping() const override;
   void stop() override;
   Question question() const override;
-  void answer(const PermissionOption* option, Approvals::Answerer answerer) override;
+  Result<> answer(const PermissionRequest& request, const PermissionOption* option,
+                  Approvals::Answerer answerer) override;
   void conclude() override;
   void tellEnd() override;
   int status() const override { return status_; }
@@ -40,6 +41,7 @@ class MediaJob final : public Job {
   std::string progress_;
   bool isStopped_ = false;
   int status_ = 0;
+  std::string refusal_;         // of the prompt
   std::string words_, answer_;  // how it ended
 };
 

@@ -1,6 +1,9 @@
 // What a provider's model is and how much it thinks: models, effort.
 #include <fmt/format.h>
 
+#include "engine/core/workspace_tree.h"
+#include "engine/providers/model_catalog.h"
+#include "engine/providers/session_controls.h"
 #include "platform/values/json.h"
 #include "runtimes/catalog/provider_registry.h"
 #include "shell/terminal/command_groups.h"
@@ -99,13 +102,13 @@ UsageError notOffered(const Choice& choice, Control control, const std::string& 
 void choose(CommandContext& context, const Choice& choice, Control control, const std::string& id,
             const RuntimeSurvey::Models& models) {
   context.change([&](AppModel& model) -> Outcome {
-    model.catalog->reported(choice.provider, models.options);
-    const bool isTaken = control == Control::model
-                             ? model.controls.chooseModel(choice.provider, *choice.task, id)
-                             : model.controls.chooseEffort(choice.provider, *choice.task, id);
-    if (!isTaken) return std::unexpected(notOffered(choice, control, id, models));
+    model.catalog().reported(choice.provider, models.options);
+    const auto taken = control == Control::model
+                           ? model.controls().chooseModel(choice.provider, *choice.task, id)
+                           : model.controls().chooseEffort(choice.provider, *choice.task, id);
+    if (!taken) return std::unexpected(notOffered(choice, control, id, models));
     Choice now = choice;
-    now.take(*model.tree.thread(*choice.task));
+    now.take(*model.tree().thread(*choice.task));
     context.console.write(wordsFor(now) + "\n");
     if (control == Control::model && choice.effort && !now.effort) {
       context.console.write(fmt::format("The model has no effort {}: it is the usual one now.\n",

@@ -1,7 +1,11 @@
 // The commands about projects: projects, context, hooks.
 #include <fmt/format.h>
 
+#include "engine/core/selection.h"
+#include "engine/core/workspace_tree.h"
+#include "engine/projects/hook_runner.h"
 #include "engine/projects/project_context_service.h"
+#include "engine/tasks/workspace_operations.h"
 #include "platform/files/files.h"
 #include "platform/text/text.h"
 #include "platform/values/json.h"
@@ -59,7 +63,7 @@ void listProjects(CommandContext& context) {
 }
 
 void report(CommandContext& context, const Workspace& workspace, std::string_view done) {
-  const bool isGeneral = &workspace == context.model().tree.workspaces().data();
+  const bool isGeneral = &workspace == context.model().tree().workspaces().data();
   context.console.write(
       context.isJson()
           ? asJson(workspace, views::projectRow(workspace, isGeneral))
@@ -73,27 +77,26 @@ void addProject(CommandContext& context) {
         fmt::format("There is no folder {}. Make it first, or give another one.", folder)));
   }
   context.change([&](AppModel& model) -> Outcome {
-    const std::size_t before = model.tree.workspaces().size();
-    model.operations.addWorkspace(folder);
-    const auto added = model.selection.workspaceID();
-    const bool isThere = added && model.tree.workspace(*added)->path == folder;
-    if (!isThere) return usageError(fmt::format("{} cannot be a project.", folder));
-    report(context, *model.tree.workspace(*added),
-           model.tree.workspaces().size() > before ? "added" : "is a project already");
+    const std::size_t before = model.tree().workspaces().size();
+    const auto done = model.operations().addWorkspace(folder);
+    if (!done) return context.refused(done.error());
+    const auto added = model.selection().workspaceID();
+    report(context, *model.tree().workspace(*added),
+           model.tree().workspaces().size() > before ? "added" : "is a project already");
     return exitStatus::completed;
   });
 }
 
 /// The project of the first word, in the opened state.
 std::expected<const Workspace*, UsageError> projectOf(CommandContext& context) {
-  const auto& workspaces = context.model().tree.workspaces();
+  const auto& workspaces = context.model().tree().workspaces();
   const auto id = findProject(workspaces, context.word(0), context.caller.folder);
   if (!id) return std::unexpected(id.error());
   return &workspaceOf(workspaces, *id);
 }
 
 bool isGeneral(AppModel& model, const Workspace& workspace) {
-  return workspace.id == model.operations.generalWorkspace()->id;
+  return workspace.id == model.operations().generalWorkspace()->id;
 }
 
 void removeProject(CommandContext& context) {
@@ -113,8 +116,9 @@ void removeProject(CommandContext& context) {
                     onOneLine(workspace.name), count, count == 1 ? "task" : "tasks",
                     onOneLine(withTilde(workspace.path))),
         [&context, &model = app.model(), id = workspace.id] {
-          report(context, *model.tree.workspace(id), "removed");
-          model.operations.removeWorkspace(id);
+          report(context, *model.tree().workspace(id), "removed");
+          const auto done = model.operations().removeWorkspace(id);
+          if (!done) return context.finish(context.refused(done.error()));
           context.finish(exitStatus::completed);
         });
   });
@@ -128,7 +132,8 @@ void pinProject(CommandContext& context) {
       return usageError("General is always first; there is no need to pin it.");
     }
     const bool pinned = !context.arguments.has("--off");
-    model.operations.setWorkspacePinned((*project)->id, pinned);
+    const auto done = model.operations().setWorkspacePinned((*project)->id, pinned);
+    if (!done) return context.refused(done.error());
     report(context, **project, pinned ? "pinned" : "not pinned");
     return exitStatus::completed;
   });
@@ -139,11 +144,9 @@ void archiveProject(CommandContext& context) {
     const auto project = projectOf(context);
     if (!project) return std::unexpected(project.error());
     const std::size_t count = views::projectRow(**project, false).tasks;
-    model.operations.archiveWorkspaceThreads((*project)->id);
-    if (!model.executions.mirror().errorMessage) {
-      report(context, **project,
-             fmt::format("{} {} archived", count, count == 1 ? "task" : "tasks"));
-    }
+    const auto done = model.operations().archiveWorkspaceThreads((*project)->id);
+    if (!done) return context.refused(done.error());
+    report(context, **project, fmt::format("{} {} archived", count, count == 1 ? "task" : "tasks"));
     return exitStatus::completed;
   });
 }
@@ -266,16 +269,12 @@ void changeContext(CommandContext& context,
                    const std::function<std::expected<std::string, UsageError>(
                        ProjectContextService&, const Workspace&)>& work) {
   context.change([&](AppModel& model) -> Outcome {
-    const auto id = projectNamed(context, model.tree.workspaces());
+    const auto id = projectNamed(context, model.tree().workspaces());
     if (!id) return std::unexpected(id.error());
-    const Workspace& workspace = *model.tree.workspace(*id);
-    const auto sentence = work(*model.context, workspace);
+    const Workspace& workspace = *model.tree().workspace(*id);
+    const auto sentence = work(model.context(), workspace);
     if (!sentence) return std::unexpected(sentence.error());
-    if (!model.context->saveFailure().empty()) {
-      context.complain(notSaved("The change", model.context->saveFailure()));
-      return exitStatus::failed;
-    }
-    context.console.write(context.isJson() ? asJson(Known(workspace, model.context->profile(*id)))
+    context.console.write(context.isJson() ? asJson(Known(workspace, model.context().profile(*id)))
                                            : *sentence + "\n");
     return exitStatus::completed;
   });
@@ -286,13 +285,9 @@ void setInstructions(CommandContext& context, const std::string& given) {
   changeContext(context,
                 [&](ProjectContextService& service,
                     const Workspace& workspace) -> std::expected<std::string, UsageError> {
-                  service.setProjectInstructions(text, workspace.id);
+                  const auto set = service.setProjectInstructions(text, workspace.id);
+                  if (!set) return usageError(set.error().sentence);
                   const std::string stored = service.projectInstructions(workspace.id);
-                  if (stored != text::trimmed(text)) {
-                    return usageError(
-                        "General has no instructions: they belong to a project. Name one with "
-                        "--project.");
-                  }
                   return fmt::format("{}: {}", onOneLine(workspace.name),
                                      stored.empty() ? "there are no instructions now."
                                                     : "the instructions are set.");
@@ -318,7 +313,8 @@ void addDecision(CommandContext& context) {
   changeContext(context,
                 [&](ProjectContextService& service,
                     const Workspace& workspace) -> std::expected<std::string, UsageError> {
-                  service.addProjectDecision(title, detail, workspace.id);
+                  const auto added = service.addProjectDecision(title, detail, workspace.id);
+                  if (!added) return usageError(added.error().sentence);
                   return fmt::format("{}: decision {} is kept.", onOneLine(workspace.name),
                                      service.profile(workspace.id).decisions.size());
                 });
@@ -412,14 +408,8 @@ void listHooks(CommandContext& context) {
   });
 }
 
-/// Reports what was changed, or why it is not stored.
 Outcome hookChanged(CommandContext& context, const ProjectHook& hook, const Uuid& workspaceID,
                     std::string_view done) {
-  const auto& failure = context.model().context->saveFailure();
-  if (!failure.empty()) {
-    context.complain(notSaved("The hooks", failure));
-    return exitStatus::failed;
-  }
   context.console.write(context.isJson() ? asJson(hook, workspaceID)
                                          : fmt::format("{}  {}: {} {}\n", shortID(hook.id), done,
                                                        rawText(hook.event),
@@ -436,13 +426,13 @@ void addHook(CommandContext& context) {
                                alternatives(events), suggestion(context.word(0), events))));
   }
   context.change([&](AppModel& model) -> Outcome {
-    const auto project = projectNamed(context, model.tree.workspaces());
+    const auto project = projectNamed(context, model.tree().workspaces());
     if (!project) return std::unexpected(project.error());
-    const auto id = model.hooks->addProjectHook(*event, text::repaired(context.word(1)), *project);
-    if (!id) return exitStatus::failed;  // the refusal is told
-    const ProjectHook hook = model.context->profile(*project).hooks->back();
+    const auto id = model.hooks().addProjectHook(*event, text::repaired(context.word(1)), *project);
+    if (!id) return context.refused(id.error());
+    const ProjectHook hook = model.context().profile(*project).hooks->back();
     auto outcome = hookChanged(context, hook, *project, "added");
-    if (!isThere(hook, model.tree.workspace(*project)->path)) {
+    if (!isThere(hook, model.tree().workspace(*project)->path)) {
       context.complain(
           fmt::format("{} is not an executable file yet; until it is, the hook is "
                       "skipped.",
@@ -454,12 +444,13 @@ void addHook(CommandContext& context) {
 
 void removeHook(CommandContext& context) {
   context.change([&](AppModel& model) -> Outcome {
-    const auto project = projectNamed(context, model.tree.workspaces());
+    const auto project = projectNamed(context, model.tree().workspaces());
     if (!project) return std::unexpected(project.error());
     const auto hook =
-        findHook(model.context->profile(*project).hooks.value_or(Hooks()), context.word(0));
+        findHook(model.context().profile(*project).hooks.value_or(Hooks()), context.word(0));
     if (!hook) return std::unexpected(hook.error());
-    model.hooks->removeProjectHook(hook->id, *project);
+    const auto done = model.hooks().removeProjectHook(hook->id, *project);
+    if (!done) return context.refused(done.error());
     return hookChanged(context, *hook, *project, "removed");
   });
 }

@@ -1,6 +1,11 @@
 // Who takes the next turn: route, handoff.
 #include <fmt/format.h>
 
+#include "engine/core/selection.h"
+#include "engine/core/settings.h"
+#include "engine/core/workspace_tree.h"
+#include "engine/providers/installed_runtimes.h"
+#include "engine/providers/router.h"
 #include "platform/values/json.h"
 #include "shell/terminal/command_groups.h"
 #include "shell/terminal/provider_names.h"
@@ -56,7 +61,7 @@ std::string inWords(const Console& console, const Settings& settings, const Rout
 /// Goes on once all that the choice between these depends on is known.
 void prepareAll(CommandContext& context, VantrellApp& app, std::vector<AgentProvider> providers,
                 std::function<void()> then) {
-  if (providers.empty()) return app.model().runtimes->readUserPath(std::move(then));
+  if (providers.empty()) return app.model().runtimes().readUserPath(std::move(then));
   const auto provider = providers.back();
   providers.pop_back();
   app.services().prepare(provider, [&context, &app, providers, then = std::move(then)] {
@@ -69,23 +74,20 @@ void showRoute(CommandContext& context) {
     AppModel& model = app.model();
     std::optional<ThreadExecutionKey> task;
     if (const auto id = context.arguments.value("--task")) {
-      const auto found = findTask(model.tree.workspaces(), *id);
+      const auto found = findTask(model.tree().workspaces(), *id);
       if (!found) return context.finish(std::unexpected(found.error()));
       task = *found;
     }
-    const auto key = task ? task : model.selection.key();
-    if (key) countLastProviderAsActive(model, *key);
-    const auto look = [&model, task] {
-      return task ? model.router->routingPreviewFor(*task) : model.router->routingPreview();
-    };
+    const auto key = task ? task : model.selection().key();
+    const auto look = [&model, key] { return model.router().routingPreview(key); };
     std::vector<AgentProvider> providers;
     for (const auto& each : look().candidates) providers.push_back(each.provider);
     prepareAll(context, app, std::move(providers), [&context, &model, key, look] {
       const auto preview = look();
-      const auto next = model.router->expectedProvider({}, key);
+      const auto next = model.router().expectedProvider({}, key);
       context.console.say(context.isJson()
-                              ? json::write(asJson(model.settings, preview)) + "\n"
-                              : inWords(context.console, model.settings, preview, next));
+                              ? json::write(asJson(model.settings(), preview)) + "\n"
+                              : inWords(context.console, model.settings(), preview, next));
       context.finish(exitStatus::completed);
     });
   });
@@ -105,7 +107,8 @@ void route(CommandContext& context) {
                                                  alternatives(routes), suggestion(word, routes))));
   }
   context.change([&](AppModel& model) -> Outcome {
-    model.router->setRoutingMode(*mode);
+    const auto done = model.router().setRoutingMode(*mode, model.selection().key());
+    if (!done) return context.refused(done.error());
     context.console.write(fmt::format("route is {} now. {}\n", word, views::detail(*mode)));
     return exitStatus::completed;
   });
@@ -117,7 +120,7 @@ void handOff(CommandContext& context) {
   const auto named = readProvider(context.word(1));
   if (!named) return context.finish(std::unexpected(named.error()));
   context.open({}, [&context, provider = *named](VantrellApp& app) {
-    const auto task = findTask(app.model().tree.workspaces(), context.word(0));
+    const auto task = findTask(app.model().tree().workspaces(), context.word(0));
     if (!task) return context.finish(std::unexpected(task.error()));
     whetherAvailable(
         context, app, provider, *task, [&context, &app, provider, task = *task](bool isAvailable) {
@@ -127,8 +130,9 @@ void handOff(CommandContext& context) {
           AppModel& model = app.model();
           const auto scope = context.arguments.has("--next") ? ProviderHandoffScope::nextMessage
                                                              : ProviderHandoffScope::continueTask;
-          model.router->handoff(provider, scope, task);
-          const ChatThread& thread = *model.tree.thread(task);
+          const auto done = model.router().handoff(provider, scope, task);
+          if (!done) return context.finish(context.refused(done.error()));
+          const ChatThread& thread = *model.tree().thread(task);
           context.console.write(
               context.isJson() ? json::write(JsonObject{{"workspaceID", task.workspaceID.text()},
                                                         {"threadID", task.threadID.text()},

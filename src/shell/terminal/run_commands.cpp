@@ -2,6 +2,10 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include "engine/core/workspace_tree.h"
+#include "engine/tasks/task_branches.h"
+#include "engine/turns/composer.h"
+#include "engine/turns/prompt_queue.h"
 #include "platform/text/text.h"
 #include "platform/values/json.h"
 #include "shell/terminal/command_groups.h"
@@ -21,6 +25,10 @@ void withPlan(CommandContext& context, std::optional<std::string> task,
               const std::function<void(RunPlan)>& then) {
   auto plan = readRunPlan(context, std::move(task));
   return plan ? then(*std::move(plan)) : context.finish(std::unexpected(plan.error()));
+}
+
+Outcome outcomeOf(CommandContext& context, const Result<>& result) {
+  return result ? Outcome(exitStatus::completed) : context.refused(result.error());
 }
 
 // ---- run ----------------------------------------------------------------------------------------
@@ -103,15 +111,13 @@ void listQueue(CommandContext& context) {
 }
 
 /// Changes the queue of the task that the first word names, and shows it.
-void changeQueue(
-    CommandContext& context,
-    const std::function<std::optional<UsageError>(AppModel&, const ThreadExecutionKey&)>& work) {
+void changeQueue(CommandContext& context,
+                 const std::function<Outcome(AppModel&, const ThreadExecutionKey&)>& work) {
   context.change([&](AppModel& model) -> Outcome {
-    const auto key = findTask(model.tree.workspaces(), context.word(0));
+    const auto key = findTask(model.tree().workspaces(), context.word(0));
     if (!key) return std::unexpected(key.error());
-    model.operations.selectThread(key->threadID, key->workspaceID);
-    if (const auto wrong = work(model, *key)) return std::unexpected(*wrong);
-    showQueue(context, *model.tree.thread(*key), model.main.now(), "The queue is empty now.");
+    if (const auto outcome = work(model, *key); outcome != exitStatus::completed) return outcome;
+    showQueue(context, *model.tree().thread(*key), context.main.now(), "The queue is empty now.");
     return exitStatus::completed;
   });
 }
@@ -122,8 +128,8 @@ void addToQueue(CommandContext& context) {
   withPrompt(context, context.word(1),
              [&context, attachments = *std::move(attachments)](const std::string& prompt) {
                changeQueue(context, [&](AppModel& model, const ThreadExecutionKey& key) {
-                 model.queue.enqueuePrompt(std::string(text::trimmed(prompt)), attachments, key);
-                 return std::optional<UsageError>();
+                 const std::string text(text::trimmed(prompt));
+                 return outcomeOf(context, model.queue().enqueuePrompt(text, attachments, key));
                });
              });
 }
@@ -141,24 +147,26 @@ std::expected<Uuid, UsageError> findPrompt(const ChatThread& thread, std::string
                   found.empty() ? "No" : "More than one", onOneLine(word), shortID(thread.id)));
 }
 
-template <void (PromptQueue::*operation)(const Uuid&)>
+template <Result<> (PromptQueue::*operation)(const Uuid&, const ThreadExecutionKey&)>
 void changePrompts(CommandContext& context) {
-  changeQueue(context, [&](AppModel& model, const ThreadExecutionKey& key) {
+  changeQueue(context, [&](AppModel& model, const ThreadExecutionKey& key) -> Outcome {
     std::vector<Uuid> meant;
     for (const auto& word : std::span(context.arguments.words).subspan(1)) {
-      const auto found = findPrompt(*model.tree.thread(key), word);
-      if (!found) return std::optional(found.error());
+      const auto found = findPrompt(*model.tree().thread(key), word);
+      if (!found) return std::unexpected(found.error());
       meant.push_back(*found);
     }
-    for (const auto& id : meant) (model.queue.*operation)(id);
-    return std::optional<UsageError>();
+    for (const auto& id : meant) {
+      const auto done = (model.queue().*operation)(id, key);
+      if (!done) return context.refused(done.error());
+    }
+    return exitStatus::completed;
   });
 }
 
 void clearQueue(CommandContext& context) {
-  changeQueue(context, [](AppModel& model, const ThreadExecutionKey&) {
-    model.queue.clearQueuedPrompts();
-    return std::optional<UsageError>();
+  changeQueue(context, [&](AppModel& model, const ThreadExecutionKey& key) {
+    return outcomeOf(context, model.queue().clearQueuedPrompts(key));
   });
 }
 
@@ -167,12 +175,14 @@ void runQueue(CommandContext& context) {
     RunVariant variant;
     variant.conversation = [](AppModel& model, const ThreadExecutionKey& task,
                               const std::string&) -> std::expected<ThreadExecutionKey, UsageError> {
-      if (!model.tree.thread(task)->queuedPrompts.empty()) return task;
+      if (!model.tree().thread(task)->queuedPrompts.empty()) return task;
       return usageError(fmt::format(
           "The queue of this task is empty. To add a prompt: vantrell queue add {} \"...\"",
           shortID(task.threadID)));
     };
-    variant.start = [](AppModel& model) { model.queue.runNextQueuedPrompt(); };
+    variant.start = [](AppModel& model, const ThreadExecutionKey& key) {
+      return model.composer().runNextQueuedPrompt(key);
+    };
     beginRun(context, std::move(plan), std::move(variant));
   });
 }
@@ -199,40 +209,36 @@ std::expected<std::size_t, UsageError> latestPrompt(const ChatThread& task) {
   return usageError("This task has no prompt yet.");
 }
 
-/// A run that begins with a branch of the task: in what is selected when the branch is made.
+/// A run that begins with a branch of the task, which is sent by itself.
 void runBranch(CommandContext& context, RunPlan plan,
-               std::function<std::expected<void, UsageError>(AppModel&, const ChatThread& task,
-                                                             const std::string& prompt)>
+               std::function<std::expected<ThreadExecutionKey, UsageError>(
+                   AppModel&, const ThreadExecutionKey& task, const std::string& prompt)>
                    make) {
   RunVariant variant;
-  variant.conversation =
-      [make = std::move(make)](
-          AppModel& model, const ThreadExecutionKey& task,
-          const std::string& prompt) -> std::expected<ThreadExecutionKey, UsageError> {
-    const auto made = make(model, *model.tree.thread(task), prompt);
-    if (!made) return std::unexpected(made.error());
-    const auto selected = model.selection.key();
-    if (selected && *selected != task) return *selected;
-    return usageError("There is no prompt before that entry, so there is nothing to branch from.");
-  };
-  variant.start = [](AppModel&) {};  // it is sent by itself
+  variant.conversation = std::move(make);
+  variant.start = [](AppModel&, const ThreadExecutionKey&) { return Result<>(); };
   beginRun(context, std::move(plan), std::move(variant));
+}
+
+using Branch = std::expected<ThreadExecutionKey, UsageError>;
+Branch branchOf(const Result<ThreadExecutionKey>& made) {
+  return made ? Branch(*made) : usageError(made.error().sentence);
 }
 
 void branch(CommandContext& context) {
   withPlan(context, context.word(0), [&context](RunPlan plan) {
     withPrompt(context, context.word(1), [&context, plan](std::string prompt) mutable {
       plan.prompt = std::move(prompt);
-      runBranch(context, plan,
-                [provider = plan.provider, from = context.arguments.value("--from")](
-                    AppModel& model, const ChatThread& task,
-                    const std::string& words) -> std::expected<void, UsageError> {
-                  const auto place = from ? findEntry(task, *from) : latestPrompt(task);
-                  if (!place) return std::unexpected(place.error());
-                  model.branches->branchAndSend(std::string(task.entries[*place].id), words,
-                                                provider);
-                  return {};
-                });
+      runBranch(
+          context, plan,
+          [provider = plan.provider, from = context.arguments.value("--from")](
+              AppModel& model, const ThreadExecutionKey& task, const std::string& words) -> Branch {
+            const ChatThread& thread = *model.tree().thread(task);
+            const auto place = from ? findEntry(thread, *from) : latestPrompt(thread);
+            if (!place) return std::unexpected(place.error());
+            const std::string entry = thread.entries[*place].id;
+            return branchOf(model.branches().branchAndSend(task, entry, words, provider));
+          });
     });
   });
 }
@@ -240,12 +246,11 @@ void branch(CommandContext& context) {
 void retry(CommandContext& context) {
   withPlan(context, context.word(0), [&context](RunPlan plan) {
     runBranch(context, plan,
-              [provider = plan.provider](AppModel& model, const ChatThread& task,
-                                         const std::string&) -> std::expected<void, UsageError> {
-                const auto place = latestPrompt(task);
+              [provider = plan.provider](AppModel& model, const ThreadExecutionKey& task,
+                                         const std::string&) -> Branch {
+                const auto place = latestPrompt(*model.tree().thread(task));
                 if (!place) return std::unexpected(place.error());
-                model.branches->retry(provider);
-                return {};
+                return branchOf(model.branches().retry(task, provider));
               });
   });
 }

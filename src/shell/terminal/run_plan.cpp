@@ -1,8 +1,17 @@
 #include "shell/terminal/run_plan.h"
 
-#include <filesystem>
 #include <fmt/format.h>
 
+#include "engine/core/selection.h"
+#include "engine/core/settings.h"
+#include "engine/core/workspace_tree.h"
+#include "engine/projects/task_safety.h"
+#include "engine/providers/installed_runtimes.h"
+#include "engine/providers/router.h"
+#include "engine/providers/session_controls.h"
+#include "engine/tasks/task_branches.h"
+#include "engine/tasks/workspace_operations.h"
+#include "engine/turns/composer.h"
 #include "platform/files/files.h"
 #include "platform/terminal/terminal.h"
 #include "platform/text/text.h"
@@ -14,36 +23,13 @@
 #include "shell/terminal/task_words.h"
 #include "shell/terminal/terminal_text.h"
 #include "shell/terminal/transcript_printer.h"
+#include "views/attachments.h"
 
 namespace vantrell::shell {
 
 namespace {
 
 constexpr std::string_view practiceVariable = "VANTRELL_PRACTICE_AGENT";
-constexpr std::string_view imageEndings[] = {".png",  ".jpg",  ".jpeg", ".gif", ".webp",
-                                             ".heic", ".tiff", ".bmp",  ".svg"};
-
-std::expected<ChatAttachment, UsageError> attachmentFor(std::string path) {
-  ChatAttachment attachment;
-  attachment.id = Uuid::random();
-  attachment.path = std::move(path);
-  attachment.displayName = files::lastComponent(attachment.path);
-  if (!files::exists(attachment.path)) {
-    return usageError(fmt::format("There is no file {}. Check --attach.", attachment.path));
-  }
-  if (files::isFolder(attachment.path)) {
-    attachment.kind = ChatAttachmentKind::directory;
-    return attachment;
-  }
-  const std::string name = text::lowercased(attachment.displayName);
-  const bool isImage = std::ranges::any_of(
-      imageEndings, [&](std::string_view ending) { return name.ends_with(ending); });
-  attachment.kind = isImage ? ChatAttachmentKind::image : ChatAttachmentKind::file;
-  std::error_code unknown;
-  const auto size = std::filesystem::file_size(attachment.path, unknown);
-  if (!unknown) attachment.byteCount = static_cast<std::int64_t>(size);
-  return attachment;
-}
 
 std::optional<std::string> contradiction(const CommandArguments& arguments, bool hasTask) {
   if (arguments.has("--practice") && arguments.has("--provider")) {
@@ -102,8 +88,8 @@ std::expected<std::vector<ChatAttachment>, UsageError> attachmentsOf(
     const CommandContext& context) {
   std::vector<ChatAttachment> all;
   for (const auto& path : context.arguments.values(attachOption.name)) {
-    auto attachment = attachmentFor(context.absolute(path));
-    if (!attachment) return std::unexpected(std::move(attachment.error()));
+    auto attachment = views::attachmentFor(context.absolute(path));
+    if (!attachment) return usageError(attachment.error() + " Check --attach.");
     all.push_back(*std::move(attachment));
   }
   return all;
@@ -161,7 +147,7 @@ void withPrompt(CommandContext& context, const std::string& given,
 
 std::expected<std::optional<ThreadExecutionKey>, UsageError> existingTask(const AppModel& model,
                                                                           const RunPlan& plan) {
-  const auto& workspaces = model.tree.workspaces();
+  const auto& workspaces = model.tree().workspaces();
   if (plan.task) {
     const auto found = findTask(workspaces, *plan.task);
     if (!found) return std::unexpected(found.error());
@@ -187,31 +173,26 @@ std::expected<ThreadExecutionKey, UsageError> openTask(AppModel& model, const Ru
   if (plan.task) {
     const auto found = existingTask(model, plan);
     if (!found) return std::unexpected(found.error());
-    model.operations.selectThread((*found)->threadID, (*found)->workspaceID);
+    const auto selected =
+        model.operations().selectThread((*found)->threadID, (*found)->workspaceID);
+    if (!selected) return usageError(selected.error().sentence);
   } else {
-    model.operations.addWorkspace(plan.folder);
-    const auto key = model.selection.key();
-    const ChatThread* thread = key ? model.tree.thread(*key) : nullptr;
-    if (!thread || !isUntouched(*thread)) model.operations.newThread(model.selection.workspaceID());
+    const auto added = model.operations().addWorkspace(plan.folder);
+    if (!added) return usageError(added.error().sentence);
+    const auto key = model.selection().key();
+    const ChatThread* thread = key ? model.tree().thread(*key) : nullptr;
+    if (!thread || !isUntouched(*thread)) {
+      const auto made = model.operations().newThread(model.selection().workspaceID());
+      if (!made) return usageError(made.error().sentence);
+    }
   }
-  const auto key = model.selection.key();
+  const auto key = model.selection().key();
   if (!key) return usageError("The task could not be opened. Try again.");
   if (plan.model || plan.effort) {
-    model.tree.updateThread(*key, [&](ChatThread& thread) {
-      const Date now = model.main.now();
-      if (plan.model) thread.setModelID(plan.model, provider, now);
-      if (plan.effort) thread.setEffort(plan.effort, provider, now);
-    });
-    model.tree.save();
+    const auto chosen = model.controls().chooseUnchecked(provider, *key, plan.model, plan.effort);
+    if (!chosen) return usageError(chosen.error().sentence);
   }
   return *key;
-}
-
-void countLastProviderAsActive(AppModel& model, const ThreadExecutionKey& task) {
-  const ChatThread* thread = model.tree.thread(task);
-  if (!thread || !thread->lastProvider) return;
-  model.executions.execution(task).activeProvider = thread->lastProvider;
-  model.executions.publishExecutionIfSelected(task);
 }
 
 void chooseModes(Settings& settings, const RunPlan& plan) {
@@ -224,18 +205,18 @@ void chooseModes(Settings& settings, const RunPlan& plan) {
 }
 
 std::string_view permissionNotice(const AppModel& model, AgentProvider provider) {
-  const auto mode = model.settings.permissionMode();
+  const auto mode = model.settings().permissionMode();
   return mode == GrokPermissionMode::fullAccess ? detail(mode, provider) : std::string_view();
 }
 
 void whetherAvailable(CommandContext& context, VantrellApp& app, AgentProvider provider,
                       std::optional<ThreadExecutionKey> task, std::function<void(bool)> then) {
   const auto isAvailable = [&app, provider, task] {
-    const Router& router = *app.model().router;
+    const Router& router = app.model().router();
     return task ? router.providerAvailable(provider, *task) : router.providerAvailable(provider);
   };
   app.services().prepare(provider, [&context, &app, isAvailable, then = std::move(then)] {
-    context.withUserPath(*app.model().runtimes, isAvailable,
+    context.withUserPath(app.model().runtimes(), isAvailable,
                          [isAvailable, then] { then(isAvailable()); });
   });
 }
@@ -244,13 +225,13 @@ std::string whatToDoFor(const VantrellApp& app, AgentProvider provider) {
   const auto label = ProviderRegistry::descriptor(provider).label;
   const auto hint = ProviderRegistry::setupHint(provider);
   if (provider == AgentProvider::tasklet) {
-    const auto& problem = app.services().webhook()->problem();
+    const auto& problem = app.services().webhook().problem();
     if (!problem.empty()) return fmt::format("{} cannot be used: {}", label, problem);
     return fmt::format("{} is not set up. {} Type: vantrell settings set tasklet-webhook", label,
                        hint);
   }
   if (provider == AgentProvider::local) {
-    const auto status = app.services().localRuntime().status();
+    const auto status = app.services().localRuntimeStatus();
     return fmt::format("{} cannot be used: {} {} If it was the practice agent: --practice.", label,
                        status.reason() ? *status.reason() : "the harness is missing.", hint);
   }
@@ -297,7 +278,7 @@ class Run : public std::enable_shared_from_this<Run> {
     if (!task) return task.error();
     task_ = *task;
     if (plan_.executable && !executableOwner_) {
-      const ChatThread* thread = task_ ? model().tree.thread(*task_) : nullptr;
+      const ChatThread* thread = task_ ? model().tree().thread(*task_) : nullptr;
       if (!thread || !thread->lastProvider) {
         return UsageError{
             "This task has no runs yet. Say whose program --executable names with --provider, as "
@@ -306,10 +287,9 @@ class Run : public std::enable_shared_from_this<Run> {
       executableOwner_ = thread->lastProvider;
     }
     named_ = plan_.practiceAgent ? std::optional(AgentProvider::local) : executableOwner_;
-    if (named_) model().router->fixForThisProcess(*named_);
-    if (task_) countLastProviderAsActive(model(), *task_);
+    if (named_) model().router().fixForThisProcess(*named_);
     const auto readUserPath = [this](std::function<void()> then) {
-      model().runtimes->readUserPath(std::move(then));
+      model().runtimes().readUserPath(std::move(then));
     };
     const bool mayReadPath = !app_->practices();
     if (mayReadPath && !context_.hasTerminal()) {
@@ -324,8 +304,8 @@ class Run : public std::enable_shared_from_this<Run> {
   }
 
   void look(std::function<void()> notFound) {
-    model().router->findOutForNextTurn({}, task_, [this, notFound = std::move(notFound)] {
-      const auto found = model().router->expectedProvider({}, task_);
+    model().router().probeForNextTurn({}, task_, [this, notFound = std::move(notFound)] {
+      const auto found = model().router().expectedProvider({}, task_);
       if (!found) return notFound();
       if (const auto failure = start(*found)) context_.finish(std::unexpected(*failure));
     });
@@ -333,7 +313,7 @@ class Run : public std::enable_shared_from_this<Run> {
 
   void noProvider() {
     if (named_) return context_.finish(usageError(whatToDoFor(*app_, *named_)));
-    const auto route = model().settings.routingMode();
+    const auto route = model().settings().routingMode();
     context_.finish(usageError(
         allowsAutomaticHandoff(route)
             ? "No agent is installed. \"vantrell providers\" tells how to get one; or try vantrell "
@@ -346,16 +326,17 @@ class Run : public std::enable_shared_from_this<Run> {
   std::optional<UsageError> start(AgentProvider provider) {
     const auto opened = openTask(model(), plan_, provider);
     if (!opened) return opened.error();
-    chooseModes(model().settings, plan_);
+    chooseModes(model().editableSettings(), plan_);
     auto conversation = variant_.conversation
                             ? variant_.conversation(model(), *opened, plan_.prompt)
                             : std::expected<ThreadExecutionKey, UsageError>(*opened);
     if (!conversation) return conversation.error();
     makePrinter();
-    auto job = std::make_unique<ConversationJob>(context_, *conversation, *printer_, [this] {
-      if (variant_.start) return variant_.start(model());
-      model().driver->send(plan_.prompt, plan_.attachments);
-    });
+    auto job = std::make_unique<ConversationJob>(
+        context_, *conversation, *printer_, [this, key = *conversation] {
+          return variant_.start ? variant_.start(model(), key)
+                                : model().composer().send(plan_.prompt, plan_.attachments, key);
+        });
     if (*conversation == *opened) {
       introduce(*conversation, provider, 0);
     } else {
@@ -392,21 +373,21 @@ class Run : public std::enable_shared_from_this<Run> {
   }
 
   void introduce(const ThreadExecutionKey& key, AgentProvider provider, std::size_t newEntries) {
-    const auto folder = model().tree.executionPath(key).value_or("");
+    const auto folder = model().tree().executionPath(key).value_or("");
     const auto label = ProviderRegistry::descriptor(provider).label;
     printer_->introduced(
         {.conversation = key,
          .runtime = plan_.practiceAgent ? "The practice agent" : label,
          .folder = folder,
-         .earlierEntries = model().tree.thread(key)->entries.size() - newEntries,
+         .earlierEntries = model().tree().thread(key)->entries.size() - newEntries,
          .freedom = permissionNotice(model(), provider),
          .goingOn = context_.console.asTyped("vantrell run " + resumeOptions(provider))});
   }
 
   /// A new conversation may work elsewhere than its source.
   void tellAboutWorktree() {
-    for (const auto& note : model().safety->notes()) context_.complain(onOneLine(note));
-    if (const auto& why = model().branches->whyShared()) {
+    for (const auto& note : model().safety().notes()) context_.complain(onOneLine(note));
+    if (const auto& why = model().branches().whyShared()) {
       context_.complain(
           fmt::format("It works in the project's own folder, not in a worktree. {}", *why));
     }

@@ -77,7 +77,7 @@ struct RunVariant {
                                                               const std::string& prompt)>
       conversation;
   /// Sends what it is about, unless that is under way already; unset: the prompt.
-  std::function<void(AppModel&)> start;
+  std::function<Result<>(AppModel&, const ThreadExecutionKey&)> start;
 };
 /// Runs the turn, and calls back with its exit status; the default ends the command with it.
 void beginRun(CommandContext& context, RunPlan plan, RunVariant variant = {},
@@ -92,9 +92,6 @@ std::expected<std::optional<ThreadExecutionKey>, UsageError> existingTask(const 
 /// Choices of the plan that belong to it are stored with it.
 std::expected<ThreadExecutionKey, UsageError> openTask(AppModel& model, const RunPlan& plan,
                                                        AgentProvider provider);
-/// Each command is a process of its own: to the route, the provider that worked on the task last
-/// is the one at work.
-void countLastProviderAsActive(AppModel& model, const ThreadExecutionKey& task);
 /// Permission mode and workflow, for this process only. Planning never begins with full access.
 void chooseModes(Settings& settings, const RunPlan& plan);
 /// What the permission mode means, where the agent may act unasked; else empty.

@@ -32,18 +32,17 @@ std::unique_ptr<UserDefaults> storedOrNone(CommandContext& context) {
 RuntimeSurvey::RuntimeSurvey(CommandContext& context)
     : context_(context),
       defaults_(storedOrNone(context)),
-      runner_(std::make_shared<ProgramRunner>(context.main, pool_)),
-      means_(runtimeMeans(runner_, pool_, executableChoice({}, *defaults_))),
-      runtimes_(std::make_shared<InstalledRuntimes>(changes_, means_)),
+      programs_(VantrellApp::programsOfThisSession(context.main, pool_, nullptr,
+                                                   executableChoice({}, *defaults_))),
+      changes_(context.main),
+      runtimes_(std::make_shared<InstalledRuntimes>(changes_, programs_)),
       secrets_(UserFolders{}.orOwn().secretStore(), context.main, pool_),
-      services_(context.main, *defaults_, secrets_),
-      connectors_({.main = context.main,
-                   .pool = pool_,
-                   .defaults = *defaults_,
-                   .http = services_.http(),
-                   .webhook = services_.webhook(),
-                   .customExecutable = means_.customExecutable}),
-      observation_(changes_.observe([this](const Change&) {
+      services_({.main = context.main,
+                 .pool = pool_,
+                 .defaults = *defaults_,
+                 .secrets = secrets_,
+                 .customExecutable = programs_.customExecutable}),
+      observation_(changes_.observe([this](const ChangeBatch&) {
         if (!answered_) return;
         if (isWaitShown_) showWait();
         if (isWaiting()) return;
@@ -79,7 +78,7 @@ void RuntimeSurvey::askAll(std::function<void()> then) {
     waitsFor_.insert(name);
     services_.prepare(provider, [this, name] {
       waitsFor_.erase(waitsFor_.find(name));
-      changes_.announce({.kind = Change::Kind::runtimesChanged});
+      changes_.mark(topics::runtimes);
     });
   }
   runtimes_->refreshAll();
@@ -94,7 +93,7 @@ void RuntimeSurvey::ask(AgentProvider provider, std::function<void()> then) {
 void RuntimeSurvey::find(AgentProvider provider,
                          std::function<void(std::optional<std::string>)> then) {
   const auto look = [this, provider] {
-    return findRuntime(provider, means_.customExecutable(provider));
+    return findRuntime(provider, programs_.customExecutable(provider));
   };
   context_.withUserPath(
       *runtimes_, [look] { return look().has_value(); },
@@ -102,7 +101,7 @@ void RuntimeSurvey::find(AgentProvider provider,
 }
 
 std::optional<std::string> RuntimeSurvey::unusableCustomPath(AgentProvider provider) const {
-  const auto custom = means_.customExecutable(provider);
+  const auto custom = programs_.customExecutable(provider);
   if (!custom) return std::nullopt;
   std::string path = files::expandingTilde(text::trimmed(*custom));
   if (path.empty() || files::isExecutable(path)) return std::nullopt;
@@ -137,7 +136,7 @@ void RuntimeSurvey::askModels(AgentProvider provider, std::function<void(Models)
       modelsKnown(provider, std::move(models), then);
     };
     const bool isAsked =
-        program && discoverModels(provider, context_.main, means_, files::homeFolder(), told);
+        program && discoverModels(provider, context_.main, programs_, files::homeFolder(), told);
     if (!isAsked) modelsKnown(provider, {}, then);
   });
 }
@@ -148,7 +147,7 @@ void RuntimeSurvey::modelsKnown(AgentProvider provider, Models models,
     ProviderConnectorContext context;
     context.workspacePath = files::homeFolder();
     if (provider == AgentProvider::local) context.localRuntimeStatus = localRuntime();
-    models.options = connectors_.connector(provider).modelOptions(context);
+    models.options = services_.connector(provider).modelOptions(context);
   }
   then(std::move(models));
 }

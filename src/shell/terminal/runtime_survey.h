@@ -5,11 +5,10 @@
 
 #include <set>
 
-#include "app/runtime_means.h"
 #include "engine/core/changes.h"
-#include "platform/process/program_runner.h"
+#include "engine/providers/installed_runtimes.h"
+#include "engine/providers/system_provider_services.h"
 #include "platform/secrets/secret_queue.h"
-#include "runtimes/catalog/provider_connectors.h"
 #include "runtimes/wire/agent_error.h"
 #include "runtimes/wire/provider_usage.h"
 #include "shell/terminal/command_context.h"
@@ -38,8 +37,8 @@ class RuntimeSurvey {
   views::ProviderFacts facts(AgentProvider provider) const;
 
   /// What askAll() or askModels() found out of a model server and of the webhook.
-  const LocalRuntimeStatus& localRuntime() const { return services_.localRuntime().status(); }
-  const TaskletWebhook& webhook() const { return *services_.webhook(); }
+  LocalRuntimeStatus localRuntime() const { return services_.localRuntimeStatus(); }
+  const TaskletWebhook& webhook() const { return services_.webhook(); }
   const UserDefaults& defaults() const { return *defaults_; }
 
   struct Models {
@@ -61,13 +60,11 @@ class RuntimeSurvey {
   CommandContext& context_;
   const std::unique_ptr<UserDefaults> defaults_;
   BackgroundPool pool_;
-  const std::shared_ptr<ProgramRunner> runner_;
-  const RuntimeMeans means_;
+  const RuntimePrograms programs_;
   Changes changes_;
   const std::shared_ptr<InstalledRuntimes> runtimes_;
   SecretQueue secrets_;
-  ProviderServices services_;
-  const ProviderConnectorRegistry connectors_;
+  SystemProviderServices services_;
   std::multiset<std::string> waitsFor_;  // that are no programs
   std::function<void()> answered_;
   Changes::Observation observation_;

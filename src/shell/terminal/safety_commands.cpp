@@ -1,6 +1,9 @@
 // What a task has changed, and the way back: diff, review, checkpoint, isolate.
 #include <fmt/format.h>
 
+#include "engine/core/workspace_tree.h"
+#include "engine/projects/review_notes.h"
+#include "engine/projects/task_safety.h"
 #include "platform/files/files.h"
 #include "platform/text/text.h"
 #include "platform/values/json.h"
@@ -207,20 +210,17 @@ void addNote(CommandContext& context) {
   const auto line = context.arguments.count("--line");
   const auto decision = context.arguments.choice<ReviewDecision>("--decision");
   context.change([&](AppModel& model) -> Outcome {
-    const auto key = findTask(model.tree.workspaces(), context.word(0));
+    const auto key = findTask(model.tree().workspaces(), context.word(0));
     if (!key) return std::unexpected(key.error());
-    model.reviews.addReviewAnnotation(
+    const auto added = model.reviews().addReviewAnnotation(
         text::repaired(context.word(1)),
         line ? std::optional(static_cast<std::int64_t>(*line)) : std::nullopt, body,
         decision.value_or(ReviewDecision::pending), *key);
-    if (!model.reviews.saveFailure().empty()) {
-      context.complain(notSaved("The note", model.reviews.saveFailure()));
-      return exitStatus::failed;
-    }
+    if (!added) return context.refused(added.error());
     context.console.write(
-        context.isJson() ? encodeReviewAnnotation(model.reviews.reviewAnnotations().back()) + "\n"
+        context.isJson() ? encodeReviewAnnotation(model.reviews().reviewAnnotations().back()) + "\n"
                          : fmt::format("{}  noted: {}\n", shortID(key->threadID),
-                                       titleOf(*model.tree.thread(*key))));
+                                       titleOf(*model.tree().thread(*key))));
     return exitStatus::completed;
   });
 }
@@ -281,36 +281,22 @@ void listCheckpoints(CommandContext& context) {
   });
 }
 
-/// Reports once the safety service is done with what was asked of it.
-void whenSafe(CommandContext& context, std::function<void()> report) {
-  struct Wait {
-    Changes::Observation observation;
-    bool isOver = false;
-  };
-  const auto wait = std::make_shared<Wait>();
-  context.keep(wait);
-  const auto look = [&context, wait = std::weak_ptr(wait), report = std::move(report)] {
-    AppModel& model = context.model();
-    const auto alive = wait.lock();
-    if (!alive || model.safety->taskSafetyWorking() || std::exchange(alive->isOver, true)) return;
-    for (const auto& note : model.safety->notes()) context.complain(onOneLine(note));
-    if (const auto& error = model.executions.mirror().errorMessage) return context.fail(*error);
+/// For the safety service: what it had to say, then the report.
+TaskSafety::Done whenSafe(CommandContext& context, std::function<void()> report) {
+  return [&context, report = std::move(report)](const Result<>& done) {
+    for (const auto& note : context.model().safety().notes()) context.complain(onOneLine(note));
+    if (!done) return context.finish(context.refused(done.error()));
     report();
     context.finish(exitStatus::completed);
   };
-  wait->observation = context.model().changes.observe([&context, look](const Change& change) {
-    if (change.kind == Change::Kind::executionPublished) context.main.post(look);
-  });
-  look();
 }
 
-/// Opens the state with the task of the first word selected.
+/// Opens the state with the task that the first word names.
 void withTask(CommandContext& context,
               const std::function<void(AppModel&, const ThreadExecutionKey&)>& work) {
   context.open({}, [&](VantrellApp& app) {
-    const auto key = findTask(app.model().tree.workspaces(), context.word(0));
+    const auto key = findTask(app.model().tree().workspaces(), context.word(0));
     if (!key) return context.finish(std::unexpected(key.error()));
-    app.model().operations.selectThread(key->threadID, key->workspaceID);
     work(app.model(), *key);
   });
 }
@@ -318,16 +304,16 @@ void withTask(CommandContext& context,
 void makeCheckpoint(CommandContext& context) {
   withTask(context, [&context](AppModel& model, const ThreadExecutionKey& key) {
     const bool isNamed = context.arguments.words.size() > 1;
-    model.safety->createCheckpoint(isNamed ? text::repaired(context.word(1))
-                                           : std::string("Manual checkpoint"));
-    whenSafe(context, [&context, &model, key] {
-      const auto& made = model.tree.thread(key)->checkpoints.front();
-      context.console.write(context.isJson()
-                                ? asJson(made)
-                                : fmt::format("{}  {} ({} {})\n", shortID(made.id),
-                                              onOneLine(made.label), made.changedFileCount,
-                                              made.changedFileCount == 1 ? "change" : "changes"));
-    });
+    model.safety().createCheckpoint(
+        key, isNamed ? text::repaired(context.word(1)) : std::string("Manual checkpoint"),
+        whenSafe(context, [&context, &model, key] {
+          const auto& made = model.tree().thread(key)->checkpoints.front();
+          context.console.write(
+              context.isJson() ? asJson(made)
+                               : fmt::format("{}  {} ({} {})\n", shortID(made.id),
+                                             onOneLine(made.label), made.changedFileCount,
+                                             made.changedFileCount == 1 ? "change" : "changes"));
+        }));
   });
 }
 
@@ -346,7 +332,7 @@ std::expected<WorkspaceCheckpoint, UsageError> findCheckpoint(const ChatThread& 
 
 void restoreCheckpoint(CommandContext& context) {
   withTask(context, [&context](AppModel& model, const ThreadExecutionKey& key) {
-    const auto found = findCheckpoint(*model.tree.thread(key), context.word(1));
+    const auto found = findCheckpoint(*model.tree().thread(key), context.word(1));
     if (!found) return context.finish(std::unexpected(found.error()));
     context.confirm(
         fmt::format("{} \"{}\", {}\n"
@@ -356,25 +342,24 @@ void restoreCheckpoint(CommandContext& context) {
                     shortID(found->id), onOneLine(found->label),
                     ago(found->createdAt, context.main.now())),
         [&context, &model, key, chosen = *found] {
-          model.safety->restoreCheckpoint(chosen);
-          whenSafe(context, [&context, &model, key, chosen] {
-            const auto& recovery = model.tree.thread(key)->checkpoints.front();
+          const auto report = [&context, &model, key, chosen] {
+            const auto& recovery = model.tree().thread(key)->checkpoints.front();
             context.console.say(context.isJson()
                                     ? asJson(chosen)
                                     : fmt::format("{}  restored: {}\n"
                                                   "To go back: vantrell checkpoint restore {} {}\n",
                                                   shortID(chosen.id), onOneLine(chosen.label),
                                                   shortID(key.threadID), shortID(recovery.id)));
-          });
+          };
+          model.safety().restoreCheckpoint(key, chosen, whenSafe(context, report));
         });
   });
 }
 
 void isolate(CommandContext& context) {
   withTask(context, [&context](AppModel& model, const ThreadExecutionKey& key) {
-    model.safety->setTaskWorkspaceMode(TaskWorkspaceMode::isolated);
-    whenSafe(context, [&context, &model, key] {
-      const auto path = model.tree.executionPath(key).value_or("");
+    const auto report = [&context, &model, key] {
+      const auto path = model.tree().executionPath(key).value_or("");
       if (context.isJson()) {
         return context.console.write(json::write(JsonObject{{"workspaceID", key.workspaceID.text()},
                                                             {"threadID", key.threadID.text()},
@@ -383,10 +368,12 @@ void isolate(CommandContext& context) {
       }
       context.console.write(
           fmt::format("{}  works in {}\n", shortID(key.threadID), onOneLine(path)));
-      if (path == model.tree.workspace(key.workspaceID)->path) {
+      if (path == model.tree().workspace(key.workspaceID)->path) {
         context.complain("Its worktree is gone, so it works in the project's folder again.");
       }
-    });
+    };
+    model.safety().setTaskWorkspaceMode(key, TaskWorkspaceMode::isolated,
+                                        whenSafe(context, report));
   });
 }
 

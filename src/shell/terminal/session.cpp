@@ -4,7 +4,7 @@
 #include <csignal>
 #include <fmt/format.h>
 
-#include "engine/app_model.h"
+#include "engine/core/settings.h"
 #include "shell/terminal/permission_prompt.h"
 
 namespace vantrell::shell {
@@ -12,7 +12,8 @@ namespace vantrell::shell {
 Session::Session(CommandContext& context, std::vector<std::unique_ptr<Job>> jobs, Options options)
     : context_(context), options_(std::move(options)) {
   for (auto& job : jobs) jobs_.push_back({.job = std::move(job), .question = nullptr});
-  observation_ = context.model().changes.observe([this](const Change& change) { changed(change); });
+  observation_ =
+      context.model().changes().observe([this](const ChangeBatch& batch) { changed(batch); });
 }
 
 void Session::begin(std::function<void(int)> ended) {
@@ -24,7 +25,7 @@ void Session::begin(std::function<void(int)> ended) {
   });
   // Back-pressure: a slow reader throttles the agents only.
   context_.console.onFullChanged([this, self](bool isFull) {
-    if (self.lock()) context_.model().executions.setReceiving(!isFull);
+    if (self.lock()) context_.model().setReceiving(!isFull);
   });
   context_.main.post([this, self] {
     if (!self.lock() || isStopped_) return;
@@ -41,10 +42,10 @@ void Session::begin(std::function<void(int)> ended) {
 
 // ---- looking ------------------------------------------------------------------------------------
 
-void Session::changed(const Change& change) {
-  if (hasEnded_) return;
+void Session::changed(const ChangeBatch& batch) {
   for (auto& each : jobs_) {
-    each.job->changed(change);
+    each.job->changed(batch);
+    if (hasEnded_) continue;
     const auto question = each.job->question();
     if (std::exchange(each.question, question) == question) continue;
     // An answer that is on its way must not meet another question.
@@ -70,11 +71,9 @@ void Session::look() {
     if (each.hasEnded || (!isStopped_ && !each.job->isAtRest())) continue;
     if (each.job->isStopping()) {
       isAnyStopping = true;
-      each.job->select();
       if (!stopTimer_.isActive()) {
         stopTimer_ = context_.main.after(stopTimeout, [this] { end(); });
       }
-      if (isStopped_) return;  // one after the other
     } else if (!std::exchange(each.isSettling, true)) {
       // What the agent said last is on its way through the queue: the words of a process that died
       // come right after the failure of its prompt. And a turn that went well may bring the next
@@ -172,25 +171,26 @@ void Session::readAnswer(const std::optional<std::string>& line) {
 }
 
 void Session::refuse() {
-  const PermissionOption* option = optionOfKind(*asked_, "reject_once");
-  if (!option) option = optionOfKind(*asked_, "reject_always");
-  asking_->job->observer.permissionAnswered(option);
+  asking_->job->observer.permissionAnswered(rejectingOption(*asked_));
+  answer(nullptr, Approvals::Answerer::standingOrder);
+}
+
+void Session::answer(const PermissionOption* option, Approvals::Answerer answerer) {
+  const auto held = asked_;  // holds the option
   Job& job = *asking_->job;
   withdraw();
-  job.answer(nullptr, Approvals::Answerer::standingOrder);
+  const auto taken = job.answer(*held, option, answerer);
+  if (!taken) context_.complain(taken.error().sentence);
 }
 
 void Session::respond(const PermissionOption* option) {
-  const auto held = asked_;  // holds the option
-  Job& job = *asking_->job;
   const auto answerer = context_.answers().isTerminal() && !options_.answerKind
                             ? Approvals::Answerer::person
                             : Approvals::Answerer::standingOrder;
-  const auto& settings = context_.model().settings;
+  const auto& settings = context_.model().settings();
   const auto mode = settings.permissionMode();
-  job.observer.permissionAnswered(option);
-  withdraw();
-  job.answer(option, answerer);
+  asking_->job->observer.permissionAnswered(option);
+  answer(option, answerer);
   if (settings.permissionMode() == mode) return;
   complain(
       "With this answer Full Access is on, for later runs as well. To have agents ask again: "
@@ -242,6 +242,7 @@ void Session::end() {
     if (!each.hasEnded) each.job->conclude();
   }
   context_.model().endAllWork();
+  context_.model().changes().deliver();
   for (auto& each : jobs_) {
     if (!each.hasEnded) each.job->tellEnd();
   }

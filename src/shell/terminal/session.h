@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "engine/core/changes.h"
+#include "engine/turns/approvals.h"
 #include "shell/terminal/command_context.h"
 #include "shell/terminal/run_observer.h"
 
@@ -24,19 +26,18 @@ class Job {
   virtual ~Job() = default;
 
   virtual void begin() = 0;
-  /// Shows what has changed. Called while the engine is at work: it only looks.
-  virtual void changed(const Change& change) = 0;
+  /// Shows what has changed.
+  virtual void changed(const ChangeBatch& batch) = 0;
   virtual bool isAtRest() const = 0;
   /// It was stopped, and its agent may still tell how its tools ended.
   virtual bool isStopping() const = 0;
   virtual void stop() = 0;
-  /// Selects it, where the end of a stopped turn is only told of what is selected.
-  virtual void select() {}
   /// Hooks that follow it would end with this program.
   virtual void whenHooksAreDone(std::function<void()> done) { done(); }
   virtual Question question() const = 0;
   /// Without an option the question is refused.
-  virtual void answer(const PermissionOption* option, Approvals::Answerer answerer) = 0;
+  virtual Result<> answer(const PermissionRequest& request, const PermissionOption* option,
+                          Approvals::Answerer answerer) = 0;
   /// The user typed a line that answers nothing.
   virtual void typed(const std::string&) {}
   /// It is over: before the clients end, and after that, when it says how it ended.
@@ -74,7 +75,7 @@ class Session : public std::enable_shared_from_this<Session> {
     bool hasEnded = false;
   };
 
-  void changed(const Change& change);
+  void changed(const ChangeBatch& batch);
   void lookSoon();
   void look();
   void settle(Followed& followed);
@@ -86,6 +87,7 @@ class Session : public std::enable_shared_from_this<Session> {
   void readAnswer(const std::optional<std::string>& line);
   void respond(const PermissionOption* option);
   void refuse();
+  void answer(const PermissionOption* option, Approvals::Answerer answerer);
   void complain(std::string_view text);
 
   void handleSignal(int signal);

@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 
 #include "app/user_state.h"
+#include "engine/core/settings.h"
+#include "engine/providers/provider_setup.h"
 #include "platform/files/files.h"
 #include "platform/text/text.h"
 #include "platform/values/json.h"
@@ -12,6 +14,7 @@
 #include "shell/terminal/command_groups.h"
 #include "shell/terminal/setting_table.h"
 #include "shell/terminal/terminal_text.h"
+#include "views/transfer_words.h"
 
 namespace vantrell::shell {
 
@@ -183,7 +186,7 @@ void store(CommandContext& context, const SettingRow& row, const std::string& va
     UserDefaults& defaults = app.defaults();
     const bool lowersFullAccess =
         value == rawText(TaskWorkflowMode::plan) &&
-        app.model().settings.permissionMode() == GrokPermissionMode::fullAccess;
+        app.model().settings().permissionMode() == GrokPermissionMode::fullAccess;
     if (!storeSetting(row, value, defaults)) return context.fail(defaults.lastError());
     context.console.say(fmt::format("{} is {} now.\n", row.name, onOneLine(value)));
     context.console.say(adviceOnLocalRuntime(row, defaults));
@@ -214,14 +217,12 @@ void set(CommandContext& context, const SettingRow& row, std::string_view text) 
 
 void storeWebhook(CommandContext& context, const std::string& address, std::string_view done) {
   context.open({}, [&](VantrellApp& app) {
-    app.model().setup.configureTaskletWebhookURL(address, [&context, &app, done](bool isSaved) {
-      if (!isSaved) {
-        return context.fail(
-            fmt::format("{} {}", TaskletWebhook::saveFailure, app.services().webhook()->problem()));
-      }
-      context.console.write(done);
-      context.finish(exitStatus::completed);
-    });
+    app.model().setup().configureTaskletWebhookURL(
+        address, [&context, done](const Result<>& saved) {
+          if (!saved) return context.finish(context.refused(saved.error()));
+          context.console.write(done);
+          context.finish(exitStatus::completed);
+        });
   });
 }
 
@@ -293,14 +294,6 @@ void unlock(CommandContext& context) {
 
 // ---- all conversations --------------------------------------------------------------------------
 
-std::string counted(std::size_t count, std::string_view one) {
-  return fmt::format("{} {}{}", count, one, count == 1 ? "" : "s");
-}
-
-std::string countsOf(std::size_t threads, std::size_t workspaces) {
-  return fmt::format("{} in {}", counted(threads, "conversation"), counted(workspaces, "project"));
-}
-
 void exportAll(CommandContext& context) {
   const UserFolders folders = UserFolders{}.orOwn();
   const auto defaults = VantrellApp::defaultsForReading();
@@ -316,26 +309,17 @@ void exportAll(CommandContext& context) {
       files::writeAtomically(context.absolute(context.word(0)), exported->document, 0600);
   if (!written) return context.fail(written.error().description);
   context.console.write(fmt::format("{} written to \"{}\".\n",
-                                    countsOf(exported->threads, exported->workspaces),
+                                    views::countsOf(exported->threads, exported->workspaces),
                                     onOneLine(context.word(0))));
   context.finish(exitStatus::completed);
 }
 
-/// What an import would replace, for the user to decide; nullopt where there is nothing.
-std::optional<std::string> questionBefore(WorkspaceStore& store, const std::string& file) {
+/// What an import would replace, for the user to decide; empty where there is nothing.
+std::string questionBefore(WorkspaceStore& store, std::string_view source) {
   const auto present = store.peek();
-  const std::string end = fmt::format("by those of \"{}\"? The present ones are kept in a file.",
-                                      onOneLine(file == "-" ? "standard input" : file));
-  if (!present) return fmt::format("{}. Replace what is there {}", present.error(), end);
-  if (present->workspaces.empty()) return std::nullopt;
-  std::string list;
-  std::size_t threads = 0;
-  for (const auto& workspace : present->workspaces) {
-    list += fmt::format("  {} ({})\n", onOneLine(workspace.name),
-                        counted(workspace.threads.size(), "conversation"));
-    threads += workspace.threads.size();
-  }
-  return fmt::format("Replace {}\n{}{}", countsOf(threads, present->workspaces.size()), list, end);
+  if (present) return views::importQuestion(present->workspaces, source);
+  return fmt::format("{}. Replace what is there by the conversations of \"{}\"?", present.error(),
+                     onOneLine(source));
 }
 
 /// Not through the model: the store takes the document in place of what it would load.
@@ -350,15 +334,10 @@ void replaceAll(CommandContext& context, Import& import) {
   if (import.store.notice()) context.complain(*import.store.notice());
   if (!imported) return context.fail(fmt::format("{}. Nothing was imported.", imported.error()));
   context.console.write(fmt::format("{} imported. The conversations of before are in \"{}\".\n",
-                                    countsOf(imported->threads, imported->workspaces),
+                                    views::countsOf(imported->threads, imported->workspaces),
                                     imported->keptAside));
-  if (imported->withoutFolder > 0) {
-    context.complain(fmt::format(
-        "{} of the imported projects {} no folder on this machine. The next start of Vantrell "
-        "drops them, and keeps their conversations in a file: make the folders before, at the same "
-        "paths.",
-        imported->withoutFolder, imported->withoutFolder == 1 ? "has" : "have"));
-  }
+  const auto warning = views::missingFoldersWarning(imported->withoutFolder);
+  if (!warning.empty()) context.complain(warning);
   context.finish(exitStatus::completed);
 }
 
@@ -369,9 +348,10 @@ void importDocument(CommandContext& context, std::string document) {
   const auto import = std::shared_ptr<Import>(
       new Import{.state = std::move(*state), .document = std::move(document)});
   context.keep(import);
-  const auto question = questionBefore(import->store, context.word(0));
-  if (!question) return replaceAll(context, *import);
-  context.confirm(*question, [&context, import] { replaceAll(context, *import); });
+  const auto source = context.word(0) == "-" ? "standard input" : context.word(0);
+  const auto question = questionBefore(import->store, source);
+  if (question.empty()) return replaceAll(context, *import);
+  context.confirm(question, [&context, import] { replaceAll(context, *import); });
 }
 
 void importAll(CommandContext& context) {

@@ -1,6 +1,10 @@
 // The commands that change tasks: new, fork, rename, move, pin, archive, delete.
 #include <fmt/format.h>
 
+#include "engine/core/selection.h"
+#include "engine/core/workspace_tree.h"
+#include "engine/tasks/task_branches.h"
+#include "engine/tasks/workspace_operations.h"
 #include "platform/files/files.h"
 #include "platform/text/text.h"
 #include "shell/terminal/command_groups.h"
@@ -32,17 +36,13 @@ void hint(CommandContext& context, std::string_view text) {
   if (!context.isJson() && context.console.isOutputTerminal()) context.console.say(text);
 }
 
-bool isRefused(const AppModel& model) {
-  return model.executions.mirror().errorMessage.has_value();
-}
-
 // ---- new, fork ----------------------------------------------------------------------------------
 
 /// A task of its own in the project, which is added if it is a folder that is not known yet.
 std::expected<ThreadExecutionKey, UsageError> makeTask(const CommandContext& context,
                                                        AppModel& model,
                                                        const std::string& project) {
-  const auto& workspaces = model.tree.workspaces();
+  const auto& workspaces = model.tree().workspaces();
   const auto named = findProject(workspaces, project, context.caller.folder);
   const std::string folder = context.absolute(project);
   const auto there = std::ranges::find(workspaces, folder, &Workspace::path);
@@ -51,16 +51,18 @@ std::expected<ThreadExecutionKey, UsageError> makeTask(const CommandContext& con
       named &&
       text::lowercased(workspaceOf(workspaces, *named).name) != text::lowercased(project) &&
       there == workspaces.end();
+  Result<> made;
   if (named && !(isOnlyID && files::isFolder(folder))) {
-    model.operations.newThread(*named);
+    made = model.operations().newThread(*named);
   } else if (there != workspaces.end()) {
-    model.operations.newThread(there->id);  // other projects have the same name
+    made = model.operations().newThread(there->id);  // other projects have the same name
   } else if (files::isFolder(folder)) {
-    model.operations.addWorkspace(folder);  // with its first task
+    made = model.operations().addWorkspace(folder);  // with its first task
   } else {
     return std::unexpected(named.error());
   }
-  return *model.selection.key();
+  if (!made) return usageError(made.error().sentence);
+  return *model.selection().key();
 }
 
 void makeNewTask(CommandContext& context) {
@@ -74,10 +76,11 @@ void makeNewTask(CommandContext& context) {
         makeTask(context, model, context.arguments.value(projectOption.name).value_or("."));
     if (!key) return std::unexpected(key.error());
     if (isNamed) {
-      model.operations.renameThread(key->threadID, key->workspaceID,
-                                    text::repaired(context.word(0)));
+      const auto named = model.operations().renameThread(key->threadID, key->workspaceID,
+                                                         text::repaired(context.word(0)));
+      if (!named) return context.refused(named.error());
     }
-    const auto& workspaces = model.tree.workspaces();
+    const auto& workspaces = model.tree().workspaces();
     const auto& project = workspaceOf(workspaces, key->workspaceID);
     report(context, workspaces, *key, fmt::format("new in {}", onOneLine(project.name)));
     hint(context,
@@ -88,19 +91,22 @@ void makeNewTask(CommandContext& context) {
 
 void fork(CommandContext& context) {
   context.change([&](AppModel& model) -> Outcome {
-    const auto key = findTask(model.tree.workspaces(), context.word(0));
+    const auto key = findTask(model.tree().workspaces(), context.word(0));
     if (!key) return std::unexpected(key.error());
     std::optional<std::string> through;
     if (const auto named = context.arguments.value("--through")) {
-      const ChatThread& thread = *model.tree.thread(*key);
+      const ChatThread& thread = *model.tree().thread(*key);
       const auto place = findEntry(thread, *named);
       if (!place) return std::unexpected(place.error());
       through = thread.entries[*place].id;
     }
-    const auto id = model.branches->forkThread(key->threadID, key->workspaceID, through, true);
-    report(context, model.tree.workspaces(), {key->workspaceID, *id},
+    const auto made = model.branches().forkThread(*key, through);
+    if (!made) return context.refused(made.error());
+    static_cast<void>(model.operations().selectThread(made->threadID, made->workspaceID));
+    report(context, model.tree().workspaces(), *made,
            fmt::format("forked from {}", shortID(key->threadID)));
-    hint(context, fmt::format("To go on: vantrell run --task {} \"...\"\n", shortID(*id)));
+    hint(context,
+         fmt::format("To go on: vantrell run --task {} \"...\"\n", shortID(made->threadID)));
     return exitStatus::completed;
   });
 }
@@ -112,25 +118,27 @@ void rename(CommandContext& context) {
     return context.finish(usageError("The new title is empty."));
   }
   context.change([&](AppModel& model) -> Outcome {
-    const auto key = findTask(model.tree.workspaces(), context.word(0));
+    const auto key = findTask(model.tree().workspaces(), context.word(0));
     if (!key) return std::unexpected(key.error());
-    model.operations.renameThread(key->threadID, key->workspaceID, text::repaired(context.word(1)));
-    report(context, model.tree.workspaces(), *key, "renamed");
+    const auto done = model.operations().renameThread(key->threadID, key->workspaceID,
+                                                      text::repaired(context.word(1)));
+    if (!done) return context.refused(done.error());
+    report(context, model.tree().workspaces(), *key, "renamed");
     return exitStatus::completed;
   });
 }
 
 void move(CommandContext& context) {
   context.change([&](AppModel& model) -> Outcome {
-    const auto& workspaces = model.tree.workspaces();
+    const auto& workspaces = model.tree().workspaces();
     const auto key = findTask(workspaces, context.word(0));
     if (!key) return std::unexpected(key.error());
     const auto project = findProject(workspaces, context.word(1), context.caller.folder);
     if (!project) return std::unexpected(project.error());
     const std::string name = onOneLine(workspaceOf(workspaces, *project).name);
     const bool isThere = key->workspaceID == *project;
-    model.operations.moveThread(key->threadID, key->workspaceID, *project);
-    if (isRefused(model)) return exitStatus::failed;
+    const auto done = model.operations().moveThread(key->threadID, key->workspaceID, *project);
+    if (!done) return context.refused(done.error());
     report(context, workspaces, {*project, key->threadID},
            fmt::format("{} {}", isThere ? "is in" : "moved to", name));
     return exitStatus::completed;
@@ -142,13 +150,14 @@ void move(CommandContext& context) {
 void pin(CommandContext& context) {
   const bool pinned = !context.arguments.has(offOption.name);
   context.change([&](AppModel& model) -> Outcome {
-    const auto keys = findTasks(model.tree.workspaces(), context.arguments.words);
+    const auto keys = findTasks(model.tree().workspaces(), context.arguments.words);
     if (!keys) return std::unexpected(keys.error());
     for (const auto& key : *keys) {
-      if (model.tree.thread(key)->isPinned != pinned) {
-        model.operations.toggleThreadPin(key.threadID, key.workspaceID);
+      if (model.tree().thread(key)->isPinned != pinned) {
+        const auto done = model.operations().toggleThreadPin(key.threadID, key.workspaceID);
+        if (!done) return context.refused(done.error());
       }
-      report(context, model.tree.workspaces(), key, pinned ? "pinned" : "not pinned");
+      report(context, model.tree().workspaces(), key, pinned ? "pinned" : "not pinned");
     }
     return exitStatus::completed;
   });
@@ -157,12 +166,13 @@ void pin(CommandContext& context) {
 void archive(CommandContext& context) {
   const bool archived = !context.arguments.has(offOption.name);
   context.change([&](AppModel& model) -> Outcome {
-    const auto keys = findTasks(model.tree.workspaces(), context.arguments.words);
+    const auto keys = findTasks(model.tree().workspaces(), context.arguments.words);
     if (!keys) return std::unexpected(keys.error());
     for (const auto& key : *keys) {
-      model.operations.setThreadArchived(key.threadID, key.workspaceID, archived);
-      if (isRefused(model)) return exitStatus::failed;
-      report(context, model.tree.workspaces(), key, archived ? "archived" : "not archived");
+      const auto done =
+          model.operations().setThreadArchived(key.threadID, key.workspaceID, archived);
+      if (!done) return context.refused(done.error());
+      report(context, model.tree().workspaces(), key, archived ? "archived" : "not archived");
     }
     return exitStatus::completed;
   });
@@ -184,13 +194,15 @@ std::string questionBefore(const std::vector<Workspace>& workspaces,
 
 void remove(CommandContext& context) {
   context.open({}, [&context](VantrellApp& app) {
-    const auto keys = findTasks(app.model().tree.workspaces(), context.arguments.words);
+    const auto keys = findTasks(app.model().tree().workspaces(), context.arguments.words);
     if (!keys) return context.finish(std::unexpected(keys.error()));
-    context.confirm(questionBefore(app.model().tree.workspaces(), *keys),
+    context.confirm(questionBefore(app.model().tree().workspaces(), *keys),
                     [&context, &model = app.model(), keys = *keys] {
                       for (const auto& key : keys) {
-                        report(context, model.tree.workspaces(), key, "deleted");
-                        model.operations.deleteThread(key.threadID, key.workspaceID);
+                        report(context, model.tree().workspaces(), key, "deleted");
+                        const auto done =
+                            model.operations().deleteThread(key.threadID, key.workspaceID);
+                        if (!done) return context.finish(context.refused(done.error()));
                       }
                       context.finish(exitStatus::completed);
                     });

@@ -14,10 +14,10 @@
 #include "shell/terminal/command_context.h"
 #include "shell/terminal/command_groups.h"
 #include "shell/terminal/task_lookup.h"
-#include "shell/terminal/task_search.h"
 #include "shell/terminal/task_words.h"
 #include "shell/terminal/terminal_text.h"
 #include "shell/terminal/transcript_printer.h"
+#include "views/task_search.h"
 
 namespace vantrell::shell {
 
@@ -26,6 +26,11 @@ namespace {
 using views::ArchivedTasks;
 using views::ListedTask;
 using views::listedTasks;
+using views::SearchHit;
+using views::SearchRequest;
+using views::searchTasks;
+using views::shortEntryID;
+using views::shortEntryIDs;
 
 constexpr CommandOption limitOption{"--limit", "N", "no more than the first N", {}, true};
 

@@ -1,4 +1,4 @@
-// Text cut to the columns of a terminal. Pure functions, any thread.
+// Text made fit for a terminal. Pure functions, any thread.
 #pragma once
 
 #include <string>
@@ -11,6 +11,10 @@ namespace vantrell::shell {
 using text::boundedLines;
 using text::onOneLine;
 using text::sanitized;
+
+/// Sanitized, but for bold, dim and colours: for output that is ready, so that what was forgotten
+/// on its way can at most change a colour.
+std::string withLooksOnly(std::string_view text);
 
 /// Cut, with an ellipsis, to what surely fits into that many columns. Widths are guessed from
 /// above: every character beyond ASCII counts as two columns.

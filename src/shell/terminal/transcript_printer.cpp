@@ -18,6 +18,7 @@ constexpr std::size_t systemLinesShown = 40;
 constexpr std::size_t hookLinesShown = 12;
 constexpr std::size_t taskIDShown = 8;  // characters, plenty to tell tasks apart
 constexpr std::string_view stoppedText = "Stopped by you.";
+constexpr std::string_view clearLine = "\r\x1b[K";
 constexpr std::string_view thoughtBar = "│ ";
 /// Nobody reads faster, and a layout may cost a parse of the last block.
 constexpr std::chrono::milliseconds betweenLayouts{30};
@@ -26,10 +27,14 @@ constexpr std::chrono::milliseconds betweenLayouts{30};
 
 // ---- blocks -------------------------------------------------------------------------------------
 
-void TranscriptPrinter::put(std::string_view bytes) {
-  if (bytes.empty()) return;
-  if (std::exchange(statusShown_, false)) write_("\r\x1b[K");
-  write_(bytes);
+void TranscriptPrinter::put(std::string_view text) {
+  if (text.empty()) return;
+  clearStatus();
+  write_(withLooksOnly(text));
+}
+
+void TranscriptPrinter::clearStatus() {
+  if (std::exchange(statusShown_, false)) write_(clearLine);
 }
 
 void TranscriptPrinter::endLine() {
@@ -49,7 +54,8 @@ void TranscriptPrinter::beginBlock(Block block) {
 
 void TranscriptPrinter::showStatus(std::string_view text) {
   if (!style_.isLive() || !atLineStart_) return;
-  put(style_.dim(fitted(onOneLine(text), usableColumns())) + "\r");
+  put(style_.dim(fitted(onOneLine(text), usableColumns())));
+  write_("\r");
   statusShown_ = true;
 }
 
@@ -76,7 +82,8 @@ void TranscriptPrinter::draw(std::string_view id, Block block,
   const bool mayDrawOver =
       drawn_ && drawn_->entryID == id && drawn_->columns == size.columns && atLineStart_;
   if (mayDrawOver) {
-    put(fmt::format("\x1b[{}A\r\x1b[J", drawn_->rows));
+    clearStatus();
+    write_(fmt::format("\x1b[{}A\r\x1b[J", drawn_->rows));
   } else {
     beginBlock(block);
   }
@@ -332,7 +339,8 @@ void TranscriptPrinter::promptQueued(std::size_t waiting) {
 void TranscriptPrinter::interrupted() {
   if (!style_.isLive()) return;
   if (atLineStart_) {
-    put("\r\x1b[K");
+    statusShown_ = false;
+    write_(clearLine);
   } else {
     endLine();
   }

@@ -57,8 +57,10 @@ class TranscriptPrinter final : public RunObserver {
     int columns;  // of the terminal when it was drawn
   };
 
-  /// The one way to the terminal: takes the passing status away first.
-  void put(std::string_view bytes);
+  /// The one way to the terminal for what is read: makes it safe, and takes the passing status away
+  /// first.
+  void put(std::string_view text);
+  void clearStatus();
   /// A line that the next output takes away; on a live terminal only, and not within a text.
   void showStatus(std::string_view text);
   void beginBlock(Block block);

@@ -1,0 +1,138 @@
+// Owns the application's state and everything that works on it, and brings it up in order. It has
+// no rules of its own: front ends read the state through it and call operations, each with the
+// conversation that it is about. Main queue.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "platform/queues/dispatch.h"
+
+namespace vantrell {
+
+class AgentLauncher;
+class Approvals;
+class Changes;
+class Composer;
+class EngineEvents;
+class ExecutionMonitor;
+class ExecutionTable;
+class GitSnapshotService;
+class HookRunner;
+class ImagineController;
+class InstalledRuntimes;
+class ModelCatalog;
+class OrchestrationStore;
+class ProjectContextService;
+class ProjectServices;
+class PromptQueue;
+class ProviderServices;
+class ProviderSetup;
+class ReviewNotes;
+class Router;
+class RunLifecycle;
+class SelectedTask;
+class Selection;
+class SessionControls;
+class SessionIntake;
+class SessionStatusService;
+class Settings;
+class TaskBranches;
+class TaskSafety;
+class UsageReset;
+class UsageTracker;
+class UserDefaults;
+class WorkspaceOperations;
+class WorkspaceStore;
+class WorkspaceTree;
+struct RuntimePrograms;
+
+class AppModel {
+ public:
+  /// What the model stands on; everything must outlive it.
+  struct Dependencies {
+    MainQueue& main;
+    UserDefaults& defaults;
+    WorkspaceStore& store;
+    ProviderServices& providers;
+    ProjectServices& projects;
+    EngineEvents& events;
+    /// Finds and starts the runtimes' programs.
+    const RuntimePrograms& programs;
+    /// The program's own data folder.
+    std::string supportFolder;
+    /// Writes what is saved often, in order; null: the main queue does.
+    Executor* writer = nullptr;
+    /// Runs git for checkpoints and worktrees, and copies media; null: no checkpoints, and the main
+    /// queue copies.
+    Executor* background = nullptr;
+    /// Asks each runtime about itself at the start: for a front end that shows the answers.
+    bool refreshesRuntimes = false;
+  };
+  /// Performs the whole start-up.
+  explicit AppModel(Dependencies dependencies);
+  /// endAllWork().
+  ~AppModel();
+  AppModel(const AppModel&) = delete;
+  AppModel& operator=(const AppModel&) = delete;
+
+  /// Ends every client. What the transcripts were before an unfinished replay, they are again. All
+  /// of it is on the disk when this returns, or the result is false.
+  bool endAllWork();
+
+  // State, to read. Changes are announced once a turn of the queue.
+
+  Changes& changes() const;
+  const WorkspaceTree& tree() const;
+  const Settings& settings() const;
+  const Selection& selection() const;
+  const ExecutionTable& executions() const;
+  const UsageTracker& usage() const;
+  OrchestrationStore& orchestration() const;
+
+  // Operations.
+
+  /// The operations on the conversation that the user looks at, by their usual names.
+  SelectedTask& selected() const;
+  WorkspaceOperations& operations() const;
+  Composer& composer() const;
+  PromptQueue& queue() const;
+  Approvals& approvals() const;
+  SessionControls& controls() const;
+  Router& router() const;
+  TaskSafety& safety() const;
+  TaskBranches& branches() const;
+  SessionStatusService& status() const;
+  ExecutionMonitor& monitor() const;
+  ProjectContextService& context() const;
+  GitSnapshotService& git() const;
+  HookRunner& hooks() const;
+  ReviewNotes& reviews() const;
+  InstalledRuntimes& runtimes() const;
+  ProviderSetup& setup() const;
+  ModelCatalog& catalog() const;
+  UsageReset& usageReset() const;
+  ImagineController& imagine() const;
+
+  // Choices of a front end.
+
+  /// Holds back all that agents say, or lets it flow again: the front end cannot take more.
+  void setReceiving(bool receiving);
+  Settings& editableSettings() const;
+  void showError(std::string text);
+  void clearError();
+  /// Waits until all that was changed is on the disk; false when some of it could not be written.
+  bool flush();
+
+  /// Everything that the model is made of, for tests.
+  struct Parts;
+  Parts& parts() const { return *parts_; }
+
+ private:
+  void startUp(bool refreshesRuntimes);
+
+  const std::unique_ptr<Parts> parts_;
+};
+
+}  // namespace vantrell
