@@ -43,6 +43,16 @@ TEST(FilePaths, StandardizesByTextAlone) {
   };
   for (const Case& c : cases) EXPECT_EQ(files::standardized(c.path, c.base), c.result) << c.path;
   EXPECT_EQ(files::standardized("x"), fs::current_path().native() + "/x");
+
+  const fs::path before = fs::current_path();
+  {
+    const TemporaryFolder gone;
+    fs::current_path(gone.path());
+    fs::remove(gone.path());
+    EXPECT_EQ(files::standardized("."), gone.path() + " (deleted)") << "not the root";
+    EXPECT_FALSE(files::isFolder(files::standardized("")));
+  }
+  fs::current_path(before);
 }
 
 TEST(FilePaths, TakesPathsApart) {
