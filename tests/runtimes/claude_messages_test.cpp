@@ -36,7 +36,7 @@ TEST(ClaudeMessages, ArgumentsTellModeModelEffortAndSession) {
            Case{GrokPermissionMode::ask, "xhigh", true,
                 "default --model opus --effort xhigh --resume=s1"},
        }) {
-    ClaudeConfiguration configuration;
+    AgentConfiguration configuration;
     configuration.model = "opus";
     configuration.permissionMode = each.mode;
     configuration.effort = each.effort;

@@ -8,8 +8,8 @@ namespace {
 using enum GrokPermissionMode;
 using Kind = AgentRuntimeError::Kind;
 
-CodexConfiguration configuration(GrokPermissionMode mode) {
-  CodexConfiguration made;
+AgentConfiguration configuration(GrokPermissionMode mode) {
+  AgentConfiguration made;
   made.workspacePath = "/w \"x\"";
   made.permissionMode = mode;
   return made;

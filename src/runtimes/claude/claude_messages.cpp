@@ -36,7 +36,7 @@ JsonObject successAnswer(std::string requestID, JsonObject decision) {
 
 }  // namespace
 
-std::vector<std::string> processArguments(const ClaudeConfiguration& configuration,
+std::vector<std::string> processArguments(const AgentConfiguration& configuration,
                                           const std::string& sessionID, bool resumes) {
   std::vector<std::string> arguments{
       "--output-format",
@@ -51,7 +51,7 @@ std::vector<std::string> processArguments(const ClaudeConfiguration& configurati
       "--permission-mode",
       permissionModeArgument(configuration.permissionMode),
       "--model",
-      configuration.model,
+      configuration.model.value_or("sonnet"),
   };
   const auto& effort = configuration.effort;
   if (effort && !effort->empty() && *effort != "default") {
