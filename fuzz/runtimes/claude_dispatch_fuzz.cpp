@@ -11,7 +11,7 @@ using fuzz::require;
 class Driver final : public fuzz::DispatchDriver<ClaudeConnection> {
  public:
   explicit Driver(std::uint8_t choice) {
-    ClaudeConfiguration configuration;
+    AgentConfiguration configuration;
     configuration.permissionMode = static_cast<GrokPermissionMode>((choice & 3) % 3);
     configuration.model = "sonnet";
     const bool asks = configuration.permissionMode != GrokPermissionMode::fullAccess;

@@ -11,7 +11,7 @@ using fuzz::require;
 class Driver final : public fuzz::DispatchDriver<CodexConnection> {
  public:
   explicit Driver(std::uint8_t choice) {
-    CodexConfiguration configuration;
+    AgentConfiguration configuration;
     configuration.permissionMode = static_cast<GrokPermissionMode>((choice & 3) % 3);
     if (choice & 4) configuration.model = "gpt-5.5";
     configuration.workspacePath = "/project";

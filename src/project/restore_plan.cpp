@@ -161,6 +161,11 @@ TaskSafetyResult<> RestorePlan::chooseTrackedFiles() {
     }
     if (stands(path)) removed_.insert(path);
   }
+  for (const auto& path : submodules_) {  // a file that has taken the place of one
+    if (!target_.contains(path) && stands(path) && !isRealFolder(placeOf(path))) {
+      removed_.insert(path);
+    }
+  }
   return {};
 }
 

@@ -53,15 +53,6 @@ TEST(SerialQueue, RunsOnePieceAtATimeInTheOrderOfPosting) {
   EXPECT_EQ(seen.size(), 20000U);
 }
 
-TEST(SerialQueue, DoesNotWaitForAnotherOne) {
-  std::promise<void> release;
-  BackgroundPool pool(2);
-  const SerialQueue blocked(pool, "blocked");
-  const SerialQueue free(pool, "free");
-  blocked.post([&] { release.get_future().wait(); });
-  free.post([&] { release.set_value(); });
-}
-
 TEST(SerialQueue, KnowsWhenItIsCurrent) {
   std::promise<std::pair<bool, bool>> answer;
   BackgroundPool pool(2);

@@ -64,18 +64,6 @@ TEST_F(Trash, NumbersNamesakes) {
   EXPECT_EQ(files::lastComponent(*files::moveToTrash(folder_.file(".env", ""))), ".env.2");
 }
 
-TEST_F(Trash, NeverOverwritesAnythingInIt) {
-  folder_.file("data/Trash/files/x", "an orphan without an info file");
-  folder_.file("data/Trash/info/x.2.trashinfo", "a reservation by another program");
-  const auto moved = files::moveToTrash(folder_.file("x", "new"));
-  ASSERT_TRUE(moved);
-  EXPECT_EQ(files::lastComponent(*moved), "x.3");
-  EXPECT_EQ(TemporaryFolder::contentOf(folder_ / "data/Trash/files/x"),
-            "an orphan without an info file");
-  EXPECT_EQ(infoOf("x"), "") << "a failed try leaves no reservation";
-  EXPECT_EQ(infoOf("x.2"), "a reservation by another program");
-}
-
 TEST_F(Trash, TakesFoldersAndLinksAsTheyAre) {
   folder_.file("tree/deep/file", "x");
   fs::create_symlink("tree", folder_ / "link");

@@ -27,15 +27,6 @@ TEST_F(MailboxTest, DeliversInOrderOnTheMainQueueInOneHop) {
   EXPECT_EQ(order_, "abc|");
 }
 
-TEST_F(MailboxTest, WhatIsDeliveredDuringADeliveryComesAfterIt) {
-  mailbox_->deliver([this] {
-    deliver('b');
-    order_ += 'a';
-  });
-  main_.runReady();
-  EXPECT_EQ(order_, "ab");
-}
-
 TEST_F(MailboxTest, HeldLettersArriveTogether) {
   {
     const Mailbox::Hold outer(*mailbox_);
@@ -70,16 +61,6 @@ TEST_F(MailboxTest, HopThatWasUnderWayTakesOnlyWhatWasThereBeforeTheHold) {
   EXPECT_EQ(order_, "ab|cd|");
 }
 
-TEST_F(MailboxTest, HoldWithoutLettersPostsNothing) {
-  {
-    const Mailbox::Hold hold(*mailbox_);
-  }
-  deliver('a');
-  main_.post([this] { order_ += '|'; });
-  main_.runReady();
-  EXPECT_EQ(order_, "a|");
-}
-
 TEST_F(MailboxTest, SaysWhenItIsFullAndWhenItHasCaughtUp) {
   std::vector<bool> changes;
   mailbox_->whenFullChanges([&](bool isFull) { changes.push_back(isFull); });
@@ -110,16 +91,6 @@ TEST_F(MailboxTest, StaysFullWhileMoreThanTheLowWaterIsHeld) {
   }
   main_.runReady();
   EXPECT_EQ(changes, (std::vector{true, false}));
-}
-
-TEST_F(MailboxTest, WorkIsReleasedAsSoonAsItRan) {
-  auto held = std::make_shared<int>(0);
-  mailbox_->deliver([held] {});
-  long count = 0;
-  mailbox_->deliver([&count, weak = std::weak_ptr<int>(held)] { count = weak.use_count(); });
-  held.reset();
-  main_.runReady();
-  EXPECT_EQ(count, 0);
 }
 
 TEST_F(MailboxTest, EachSenderKeepsItsOrderAndNothingIsLost) {

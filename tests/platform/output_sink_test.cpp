@@ -101,16 +101,5 @@ TEST_F(OutputSinkTest, TellsOnceThatItsReaderIsGoneAndDropsTheRest) {
   EXPECT_EQ(broken, 1);
 }
 
-TEST_F(OutputSinkTest, SinkThatIsGoneTellsNothing) {
-  {
-    OutputSink sink(main, writing.get());
-    sink.onBroken = [] { ADD_FAILURE(); };
-    reading.reset();
-    sink.write("nobody");
-    EXPECT_FALSE(sink.flush(20s));
-  }
-  main.runReady();
-}
-
 }  // namespace
 }  // namespace vantrell::tests

@@ -44,11 +44,6 @@ TEST_F(ProcessEnd, TellsStatusAndSignalApartAndOnce) {
   }
 }
 
-TEST_F(ProcessEnd, RestOfTheGroupEndsWithItsLeader) {
-  const auto record = run(shell("sleep 100 & echo $!"));
-  EXPECT_TRUE(waitForEnd(idIn(*record)));
-}
-
 TEST_F(ProcessEnd, RestOfTheGroupMayOutliveItsLeaderUntilTheStop) {
   auto options = shell("sleep 100 & echo $!; exit 5");
   options.endGroupWithLeader = false;
@@ -131,19 +126,6 @@ TEST_F(ProcessLeftBehind, MayStillWriteWithinTheGraceOfAStop) {
   EXPECT_TRUE(folder_.names().contains("farewell"));
   main_.runReady();
   EXPECT_EQ(record->output, "early\nup\n");
-}
-
-TEST_F(ProcessLeftBehind, IsReadToItsEndWhenItWasKilledToo) {
-  const auto record = finish(start(leaving("echo last; echo > done; exec sleep 1000")));
-  const Descriptor done = makePipe(folder_ / "done");
-  record->process->pauseReading();
-  go();
-  EXPECT_TRUE(hasByte(done, 20s));
-  record->process->terminate(0ms);
-  record->process->resumeReading();
-  awaitOutput(*record, "last");
-  record->process->stop(20s);
-  EXPECT_TRUE(Process::waitForAll(20s));
 }
 
 TEST_F(ProcessEnd, PatientStopLetsTheChildEndByItself) {

@@ -72,22 +72,6 @@ TEST_F(RunLoopTest, DeliversSignalsOnTheQueueUntilTheWatchGoes) {
   EXPECT_EQ(action.sa_handler, SIG_DFL);
 }
 
-TEST_F(RunLoopTest, TwoWatchesOfOneSignalBothHearOfIt) {
-  std::string seen;
-  const auto note = [&](char name) {
-    return [&, name](int) {
-      seen += name;
-      if (seen.size() == 2) loop_.quit();
-    };
-  };
-  const auto first = loop_.watchSignals({SIGUSR1}, note('1'));
-  const auto second = loop_.watchSignals({SIGUSR1}, note('2'));
-  ::raise(SIGUSR1);
-  runToQuit();
-  std::ranges::sort(seen);
-  EXPECT_EQ(seen, "12");
-}
-
 /// A pipe whose writing end is ours.
 struct Pipe {
   Pipe() {
@@ -238,12 +222,6 @@ TEST_F(RunLoopTest, LineWatchEndsAtOnceThoughOthersFlushItsTerminal) {
   while (ended.wait_for(1ms) != std::future_status::ready) press();  // releases one that waits
   EXPECT_EQ(::fcntl(terminal.program.get(), F_GETFL) & O_NONBLOCK, 0)
       << "the mode is shared with every program on the same terminal";
-}
-
-TEST_F(RunLoopTest, BadDescriptorIsAnEnd) {
-  const auto watch =
-      loop_.watchLines(-1, [](std::string) { ADD_FAILURE(); }, [&] { loop_.quit(); });
-  runToQuit();
 }
 
 }  // namespace

@@ -50,33 +50,5 @@ TEST(TailBuffer, KeepsWhatANaiveOneKeeps) {
   }
 }
 
-TEST(TailBuffer, NothingIsTruncatedUntilBytesAreDropped) {
-  TailBuffer none(0);
-  none.append("");
-  EXPECT_FALSE(none.wasTruncated());
-  none.append("x");
-  EXPECT_TRUE(none.wasTruncated());
-  EXPECT_EQ(none.contents(), "");
-
-  TailBuffer exact(3);
-  exact.append("ab");
-  exact.append("c");
-  EXPECT_FALSE(exact.wasTruncated());
-  exact.append("d");
-  EXPECT_TRUE(exact.wasTruncated());
-  EXPECT_EQ(exact.contents(), "bcd");
-}
-
-TEST(TailBuffer, HeadThatWasNotCutIsLeftAlone) {
-  TailBuffer buffer(8);
-  buffer.append(
-      "\x82\xAC"
-      "a");
-  EXPECT_EQ(buffer.contents(),
-            "\x82\xAC"
-            "a")
-      << "nothing was dropped, so nothing was cut in two";
-}
-
 }  // namespace
 }  // namespace vantrell

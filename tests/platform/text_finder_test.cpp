@@ -53,13 +53,6 @@ TEST(TextFinder, CaseCanMatter) {
   EXPECT_EQ(found("É", "é", Finder::Case::matters), std::nullopt);
 }
 
-TEST(TextFinder, OneFinderServesManyTexts) {
-  Finder finder("odd");
-  EXPECT_TRUE(finder.find("a long text that is ODD"));
-  EXPECT_FALSE(finder.find("short"));
-  EXPECT_TRUE(finder.find("… odd"));
-}
-
 TEST(TextColumns, CountWhatATerminalShows) {
   const std::vector<std::pair<std::string_view, std::size_t>> cases = {
       {"", 0},       {"plain", 5}, {"é", 1}, {"e\xCC\x81", 1}, {"日本", 4},

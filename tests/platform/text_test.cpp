@@ -67,23 +67,6 @@ TEST(Text, CutsBetweenCharactersOnly) {
   EXPECT_EQ(text::firstCharacters(text, 1000), text);
 }
 
-TEST(Text, BeginningsGrowByOneCharacterAtATime) {
-  // The fast path and ICU share the text; a seam at a wrong place would count one too many.
-  std::string text;
-  const std::string_view pieces[] = {"a", "\r", "\n", "e\u0301", "\u4E2D", "\u0600", family, " "};
-  for (int i = 0; i < 200; ++i)
-    text += pieces[static_cast<std::size_t>(i * i + i / 3) % std::size(pieces)];
-  const std::size_t count = text::characterCount(text);
-  std::size_t last = 0;
-  for (std::size_t i = 1; i <= count; ++i) {
-    const std::size_t size = text::firstCharacters(text, i).size();
-    ASSERT_GT(size, last);
-    ASSERT_EQ(text::characterCount(std::string_view(text).substr(last, size - last)), 1u) << i;
-    last = size;
-  }
-  EXPECT_EQ(last, text.size());
-}
-
 TEST(Text, LowersCaseByUnicodeRules) {
   EXPECT_EQ(text::lowercased("Hello [WORLD] @`{"), "hello [world] @`{");
   EXPECT_EQ(text::lowercased("\u00c9T\u00c9"), "\u00e9t\u00e9");
@@ -168,13 +151,6 @@ TEST(Text, RepairsAsBrowsersDo) {
   }
 }
 
-TEST(Text, SplitsAndJoins) {
-  EXPECT_EQ(text::split("a,,b,", ','), (Views{"a", "", "b", ""}));
-  EXPECT_EQ(text::split("", ','), (Views{""}));
-  EXPECT_EQ(text::joined({"a", "", "b"}, ", "), "a, , b");
-  EXPECT_EQ(text::joined({}, ", "), "");
-}
-
 TEST(Pattern, FindsByByteOffset) {
   const auto pattern = text::Pattern::compile("\u00e9(\\w)(x)?");
   ASSERT_TRUE(pattern);
@@ -196,31 +172,11 @@ TEST(Pattern, SearchesFromAnOffsetWithWhatLiesBeforeItInView) {
   EXPECT_FALSE(pattern->find("abab", 5));
 }
 
-TEST(Pattern, IgnoresCaseOnlyWhenAsked) {
-  EXPECT_TRUE(text::Pattern::compile("caf\u00c9", true)->find("Caf\u00e9"));
-  EXPECT_FALSE(text::Pattern::compile("caf\u00c9")->find("Caf\u00e9"));
-}
-
 TEST(Pattern, EmptyMatchesMoveOn) {
   const auto matches = text::Pattern::compile("x*")->findAll("a\u00e9x");
   ASSERT_EQ(matches.size(), 4u);
   EXPECT_EQ(matches[2].offset, 3u);
   EXPECT_EQ(matches[2].length, 1u);
-}
-
-TEST(Pattern, RefusesWhatDoesNotCompile) {
-  for (const std::string_view bad : {"(", "[a", "a{2,1}", "*", "(?<=a*)b"}) {
-    EXPECT_FALSE(text::Pattern::compile(bad)) << bad;
-  }
-}
-
-TEST(Pattern, GroupsOfInvalidTextAreRepaired) {
-  const auto match = text::Pattern::compile("a(.)b")->find(
-      "a\xFF"
-      "b");
-  ASSERT_TRUE(match);
-  EXPECT_EQ(match->groups[1], "\uFFFD");
-  EXPECT_EQ(match->length, 3u);
 }
 
 TEST(Pattern, SeveralThreadsMayShareOne) {

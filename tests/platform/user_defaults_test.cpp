@@ -70,14 +70,6 @@ TEST_P(UserDefaultsIn, TellTheTypesApart) {
   EXPECT_TRUE(defaults->remove("t")) << "absent is well";
 }
 
-TEST_P(UserDefaultsIn, RefuseWhatIsNotANumber) {
-  const auto defaults = make();
-  EXPECT_TRUE(defaults->setNumber("n", 2));
-  EXPECT_FALSE(defaults->setNumber("n", std::nan("")));
-  EXPECT_EQ(defaults->lastError(), "The setting n cannot be stored: it is not a number.");
-  EXPECT_EQ(defaults->number("n"), 2);
-}
-
 TEST(UserDefaults, ComeBackAsTheyWere) {
   const TemporaryFolder folder;
   const std::string bytes("\0\xFF\0'x", 5);

@@ -484,7 +484,8 @@ TEST(TaskSafetySequences, DISABLED_DiesInARestore) {
   WorkspaceCheckpoint recovery;
   recovery.archivePath = part(5);
   stepsToLive = std::stoi(part(0));
-  EXPECT_TRUE(TaskSafetyService(part(1)).restore(checkpoint, part(2), &recovery));
+  const auto restored = TaskSafetyService(part(1)).restore(checkpoint, part(2), &recovery);
+  EXPECT_TRUE(restored || !restored.error().mayHaveChangedFiles) << restored.error().description();
 }
 
 TEST(TaskSafetySequences, EverythingComesBackByteForByte) {

@@ -328,6 +328,7 @@ def failed_turn(home, prompt, text):
 @case("a spent allowance fails the run with its words", "codex", "claude", "glm")
 def limit(home):
     run = failed_turn(home, "LIMIT", LIMIT_TEXTS[home.program.provider])
+    demand(not run.said(), f"the failure is no answer: {run.summary()}")
     again = home.turn("SAY:there is more", "--task", run.task)
     demand("there is more" in again.said(), again.summary())
 
@@ -446,11 +447,82 @@ def model_failure(home):
     failed_turn(home, "FAIL:500", FAILURE_TEXTS[home.program.provider])
 
 
-@case("a failure that the agent keeps to itself is marked", "kimi")
+@case("a failure that the agent keeps to itself fails the run", "kimi")
 def swallowed_failure(home):
-    for prompt in ("LIMIT", "FAIL:500"):
-        run = home.turn(prompt, json_lines=False)
-        demand("without a word" in run.output, f"not marked: {run.output}")
+    for prompt, words in (("LIMIT", "usage limit"), ("FAIL:500", "fails on purpose")):
+        run = failed_turn(home, prompt, words)
+        again = home.turn("SAY:there is more", "--task", run.task)
+        demand_run(again, "completed")
+
+
+@case("a spent allowance that the agent keeps to itself hands the task on", "kimi")
+def swallowed_limit_handed_on(home):
+    home.add(PROGRAMS["claude"])
+    run = home.turn("LIMIT:completions\nSAY:done by the next", routed=True)
+    system = [entry["text"] for entry in run.of_kind("system")]
+    demand(system == ["Kimi allowance reached. Automatically handed this task to Claude."] and
+           "done by the next" in run.said(), run.summary())
+
+
+@case("a server that refuses every try has no allowance left", "codex")
+def refused_limit(home):
+    failed_turn(home, "BUSY", "429")
+    home.add(PROGRAMS["claude"])
+    run = home.turn("BUSY\nSAY:done", status=1, routed=True)
+    system = [entry["text"] for entry in run.of_kind("system")]
+    demand("Codex allowance reached. Automatically handed this task to Claude." in system,
+           run.summary())
+
+
+@case("a server that is busy for everybody takes nothing from the allowance", "claude")
+def busy_server(home):
+    run = failed_turn(home, "BUSY", "not your usage limit")
+    demand(not run.said(), f"the failure is no answer: {run.summary()}")
+    reported = json.loads(home.command("usage", "claude", "--json"))[0]["lastReported"]
+    demand(not (reported and reported["exhausted"]), f"the ledger counts it: {reported}")
+
+
+@case("what is said after a tool is a message of its own", "claude", "kimi")
+def said_after_tool(home):
+    run = home.start("SAY:I look:\nRUN:printf made > made.txt")
+    run.answer("allow_once")
+    run.ends(0)
+    kinds = [entry["kind"] for entry in demand_settled(home, run.task)["entries"]]
+    demand(kinds == ["user", "assistant", "tool", "assistant"], f"{kinds}: {run.summary()}")
+    demand(run.of_kind("assistant")[0]["text"] == "I look:", run.summary())
+    demand("made.txt" in run.of_kind("tool")[0]["title"] + run.of_kind("tool")[0]["text"],
+           f"nobody sees what it did: {run.summary()}")
+
+
+@case("a question that is no permission is answered by a choice", "claude")
+def user_question(home):
+    run = home.start("ASK:Which colour?;Red;Blue")
+    question = run.answer("choice")
+    demand(question["title"] == "Which colour?" and
+           [option["name"] for option in question["options"]][:2] == ["Red", "Blue"], f"{question}")
+    run.ends(0)
+    demand("Red" in run.said(), f"the answer did not reach it: {run.summary()}")
+
+
+@case("settings that ask for nothing are told at the start", "glm")
+def asks_nothing(home):
+    path = home.agent_home / ".config/opencode/opencode.json"
+    settings = json.loads(path.read_text())
+    del settings["permission"]
+    path.write_text(json.dumps(settings))
+    run = home.turn("RUN:printf made > made.txt")
+    notes = [entry["text"] for entry in run.of_kind("system")]
+    demand(len(notes) == 1 and "may act without asking" in notes[0], f"not told: {run.summary()}")
+
+
+@case("a runtime that dies at its start tells why")
+def death_at_start(home):
+    starter = home.folder / "dying"
+    starter.write_text("#!/bin/sh\necho 'FATAL: out of licence seats' >&2\nexit 3\n")
+    starter.chmod(0o755)
+    home.command("settings", home.program.setting, str(starter))
+    run = home.turn("SAY:hello", status=1)
+    demand_run(run, "failed", "out of licence seats")
 
 
 @case("a rejected sign-in says what to do")

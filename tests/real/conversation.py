@@ -3,7 +3,7 @@
 import json
 import re
 
-DIRECTIVE = re.compile(r"^(SAY|RUN|WRITE|BOTH|RECALL|MODEL|SLOW|LIMIT|FAIL)(?::(.*))?$", re.M)
+DIRECTIVE = re.compile(r"^(SAY|RUN|WRITE|BOTH|RECALL|MODEL|SLOW|LIMIT|BUSY|FAIL|ASK)(?::(.*))?$", re.M)
 # Behind it stand the user's own words, once for each request, also where an agent has joined two.
 REQUEST_MARK = "USER REQUEST:\n"
 
@@ -45,7 +45,7 @@ class Conversation:
             return [("say", "DONE: " + " ".join(behind[-1][1].split())[:300])]
         steps = []
         for name, argument in directives:
-            if name in ("RUN", "WRITE", "BOTH"):
+            if name in ("RUN", "WRITE", "BOTH", "ASK"):
                 wanted = self.calls(name, argument)
                 if called < len(wanted):
                     return steps + wanted[called:]
@@ -64,7 +64,8 @@ class Conversation:
             elif name == "SLOW":
                 steps.append(("slow", float(argument)))
             else:
-                return [("fail", 429 if name == "LIMIT" else int(argument))]
+                status = {"LIMIT": 429, "BUSY": "busy"}.get(name) or int(argument)
+                return [("fail", status)]
         return steps or [("say", "There is nothing to do.")]
 
     def calls(self, name, argument):
@@ -72,6 +73,11 @@ class Conversation:
             return [self.shell_call(argument)]
         if name == "BOTH":
             return [self.shell_call(command) for command in argument.split(";")]
+        if name == "ASK":  # a question of Claude Code to its user
+            question, *choices = argument.split(";")
+            return [("call", "AskUserQuestion", {"questions": [{
+                "question": question, "header": "Choice", "multiSelect": False,
+                "options": [{"label": each, "description": f"{each} it is"} for each in choices]}]})]
         if name == "WRITE":
             return [self.write_call(*argument.split("=", 1))]
         return []

@@ -11,6 +11,9 @@ What it does is written in the user's latest request, each directive at the star
   SLOW:seconds        a tick every so many seconds, 100 times
   LIMIT               the vendor's answer when the allowance is spent; LIMIT:responses only in that
                       dialect (responses, messages or completions)
+  BUSY                the answer of a server that is busy for everybody: 429 without a word of the
+                      allowance
+  ASK:question;a;b    has Claude Code ask its user that, with these choices, then says "DONE: "
   FAIL:status         that HTTP status
 
 It speaks the streaming dialects of the OpenAI Responses API (Codex), of Anthropic Messages (Claude
@@ -188,6 +191,11 @@ def claude_headers(status):
 
 def failure(dialect, status):
     """The headers and the body of a failed answer."""
+    if status == "busy":
+        error = {"type": "rate_limit_error", "message": "Too many requests. Please try again later."}
+        is_claude = dialect == "/messages"
+        headers = {"x-should-retry": "false"} if is_claude else {}
+        return headers, {"type": "error", "error": error} if is_claude else {"error": error}
     is_limit = status == 429
     if dialect == "/messages":
         kind = {429: "rate_limit_error", 401: "authentication_error"}.get(status, "api_error")
@@ -264,8 +272,9 @@ class Handler(BaseHTTPRequestHandler):
         read, answer = DIALECTS[dialect]
         steps = read(body).steps()
         if steps[0][0] == "fail":
-            headers, error = failure(dialect, steps[0][1])
-            return self.reply(steps[0][1], error, headers)
+            status = steps[0][1]
+            headers, error = failure(dialect, status)
+            return self.reply(429 if status == "busy" else status, error, headers)
         self.stream(dialect, body, steps, answer)
 
     do_PUT = do_PATCH = do_DELETE = do_POST

@@ -54,6 +54,10 @@ class Home:
             "XDG_STATE_HOME": str(folder / "state"),
             "IS_SANDBOX": "1",  # as root, Claude Code starts in no freer mode without it
         }
+        # Vantrell looks into these two homes as well, which are not in its own.
+        agents = {"KIMI_CODE_HOME": "kimi/agent-home/.kimi-code",
+                  "OPENCODE_CONFIG": "glm/agent-home/.config/opencode/opencode.json"}
+        self.environment |= {name: str(folder / path) for name, path in agents.items()}
         self.port = port
         self.agent_home = folder / program.provider / "agent-home"
         self.add(program)

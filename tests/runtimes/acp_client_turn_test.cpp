@@ -42,28 +42,6 @@ TEST_F(ACPClientTurn, OneReadMayHoldManyMessagesAndOneMessageManyReads) {
   expectNotes({R"(turn ended {"n":1})", "says a", "says b"});
 }
 
-TEST_F(ACPClientTurn, WhatIsNoMessageIsDropped) {
-  ACPAgentScript script;
-  for (const std::string line :
-       {R"({"id":true,"result":{}})", R"({"jsonrpc":"2.0"})",
-        R"({"method":"session/update","params":[]})",
-        R"({"method":"session/update","params":{"update":"x"}})",
-        R"({"method":"session/other","params":{"update":{}}})",
-        R"({"id":"text","method":"fs/read_text_file","params":{}})", R"({"id":5,"method":7})"}) {
-    script.send(line);
-  }
-  open(script.line(R"(raw {"method":"session/update","params":{"update":"\xFF"}}\n)").say("end"));
-  expectNotes({"says end"});
-}
-
-TEST_F(ACPClientTurn, ResponseIsTakenOnceAndByItsNumber) {
-  openTurn(ACPAgentScript()
-               .send(R"({"id":3.0,"result":{"first":true}})")
-               .send(R"({"id":3,"result":{"second":true}})")
-               .say("end"));
-  expectNotes({R"(turn ended {"first":true})", "says end"});
-}
-
 TEST_F(ACPClientTurn, UnsupportedMethodIsRefused) {
   open(ACPAgentScript()
            .request(40, "fs/delete", "{}")
@@ -171,12 +149,6 @@ TEST_F(ACPClientTurn, FullAccessOfOpenCodeIsGivenHere) {
   expectNotes({"asks 12 Run a tool", "says done"});
 }
 
-TEST_F(ACPClientTurn, FullAccessOfTheOthersIsTheirOwn) {
-  configuration_.permissionMode = GrokPermissionMode::fullAccess;
-  open(ACPAgentScript().ask(10, "A"));
-  expectNotes({"asks 10 A"});
-}
-
 TEST_F(ACPClientTurn, HostServicesAnswerOverThePipes) {
   const std::string file = folder_.file("project/a.txt", "one\ntwo\nthree");
   const std::string exit = R"({"exitCode":5,"signal":null})";
@@ -198,18 +170,6 @@ TEST_F(ACPClientTurn, HostServicesAnswerOverThePipes) {
 
 // ---- the end ------------------------------------------------------------------------------------
 
-TEST_F(ACPClientTurn, StopInAReplayFailsTheStart) {
-  begin(ACPAgentScript()
-            .expect("initialize")
-            .result(R"({"agentCapabilities":{"loadSession":true}})")
-            .expect("session/load")
-            .say("x"),
-        "old");
-  await("says x");
-  client_->stop();
-  await("not started: The model runtime disconnected.");
-}
-
 TEST_F(ACPClientTurn, NothingOfARuntimeIsLeftBehind) {
   open(ACPAgentScript()
            .request(1, "terminal/create",
@@ -223,15 +183,6 @@ TEST_F(ACPClientTurn, NothingOfARuntimeIsLeftBehind) {
   client_->stop();
   EXPECT_TRUE(Process::waitForAll(std::chrono::seconds(20)));
   EXPECT_NE(kill(agent, 0), 0);
-}
-
-TEST_F(ACPClientTurn, TerminalsOfADeadRuntimeEnd) {
-  open(ACPAgentScript()
-           .request(1, "terminal/create", R"({"command":"sleep","args":["1000"]})")
-           .expect("terminalId")
-           .line("exit 1"));
-  await("terminated: Grok exited with status 1.");
-  EXPECT_TRUE(Process::waitForAll(std::chrono::seconds(20)));
 }
 
 TEST_F(ACPClientTurn, ErrorTextIsLoggedAsItComesAndBytesThatAreNoTextAreNot) {

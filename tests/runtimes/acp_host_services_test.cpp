@@ -84,13 +84,6 @@ class ACPHostServicesTest : public testing::Test {
       root_ + "/./", {{"PATH", "/usr/bin:/bin"}, {"GIVEN", "before"}}, queue_};
 };
 
-TEST_F(ACPHostServicesTest, KnowsItsMethodsExactly) {
-  for (const std::string method :
-       {"fs/read", "terminal/", "terminal/Create", "", "session/prompt"}) {
-    EXPECT_EQ(call(method, "{}"), "unsupported") << method;
-  }
-}
-
 // ---- files --------------------------------------------------------------------------------------
 
 TEST_F(ACPHostServicesTest, FilesAreHeldToTheProject) {
@@ -152,12 +145,6 @@ TEST_F(ACPHostServicesTest, WhatIsNoTextFileFailsAsTheSystemSays) {
   }
 }
 
-TEST_F(ACPHostServicesTest, PipeInTheProjectHoldsNobodyUp) {
-  ASSERT_EQ(::mkfifo((root_ + "/pipe").c_str(), 0600), 0);
-  EXPECT_TRUE(content(root_ + "/pipe").ends_with("Not a regular file"));
-  EXPECT_TRUE(write(root_ + "/pipe", "x").starts_with("error: "));
-}
-
 TEST_F(ACPHostServicesTest, LinesAreCountedFromOneAndJoinedByLineFeeds) {
   folder_.file("project/f",
                "one\ntwo\r\nthree\xE2\x80\xA8"
@@ -208,16 +195,6 @@ TEST_F(ACPHostServicesTest, WritesWholeFilesAndTheirFolders) {
   EXPECT_EQ(folder_.names("project/new/deep"), std::set<std::string>{"f.txt"});
 }
 
-TEST_F(ACPHostServicesTest, FileIsReplacedNotWrittenInto) {
-  const std::string path = folder_.file("project/f", "old");
-  std::ifstream reader(path);
-  EXPECT_EQ(write(path, "new content"), "{}");
-  std::string seen;
-  std::getline(reader, seen);
-  EXPECT_EQ(seen, "old") << "who reads the old file goes on reading it";
-  EXPECT_EQ(tests::TemporaryFolder::contentOf(path), "new content");
-}
-
 TEST_F(ACPHostServicesTest, LinkThatLeadsOutIsReplacedAndOneThatStaysInIsFollowed) {
   const std::string outside = folder_.file("outside", "mine");
   const std::string inside = folder_.file("project/inside", "old");
@@ -230,14 +207,6 @@ TEST_F(ACPHostServicesTest, LinkThatLeadsOutIsReplacedAndOneThatStaysInIsFollowe
   EXPECT_FALSE(std::filesystem::is_symlink(folder_ / "project/out"));
   EXPECT_EQ(tests::TemporaryFolder::contentOf(inside), "new");
   EXPECT_TRUE(std::filesystem::is_symlink(folder_ / "project/in"));
-}
-
-TEST_F(ACPHostServicesTest, FailedWriteLeavesWhatWasThere) {
-  folder_.file("project/f", "file");
-  EXPECT_TRUE(write(root_ + "/f/below", "x").starts_with("error: "));
-  EXPECT_TRUE(write(root_, "x").starts_with("error: "));
-  EXPECT_EQ(folder_.names("project"), std::set<std::string>{"f"});
-  EXPECT_EQ(tests::TemporaryFolder::contentOf(root_ + "/f"), "file");
 }
 
 // ---- terminals ----------------------------------------------------------------------------------
@@ -292,24 +261,6 @@ TEST_F(ACPHostServicesTest, ReleaseOfAllEndsWhatACommandLeftRunning) {
   EXPECT_TRUE(Process::waitForAll(std::chrono::seconds(20)));
 }
 
-TEST_F(ACPHostServicesTest, OutputOfWhatACommandLeftRunningIsKept) {
-  ASSERT_EQ(::mkfifo((root_ + "/go").c_str(), 0600), 0);
-  const auto terminal =
-      shell("(read x < go; echo late; exec sleep 1000) & echo early", R"(,"cwd":)" + quoted(root_));
-  EXPECT_EQ(call("terminal/wait_for_exit", terminal), R"({"exitCode":0,"signal":null})");
-  EXPECT_EQ(output(terminal), "early\n");
-  std::ofstream(root_ + "/go") << "\n";
-  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-  while (!output(terminal).contains("late") && std::chrono::steady_clock::now() < limit) {
-    std::this_thread::yield();
-  }
-  EXPECT_EQ(call("terminal/output", terminal), R"({"output":"early\nlate\n","truncated":false,)"
-                                               R"("exitStatus":{"exitCode":0,"signal":null}})");
-  EXPECT_FALSE(Process::waitForAll(std::chrono::seconds(0))) << "its rest still sleeps";
-  EXPECT_EQ(call("terminal/release", terminal), "{}");
-  EXPECT_TRUE(Process::waitForAll(std::chrono::seconds(20)));
-}
-
 TEST_F(ACPHostServicesTest, KeepsTheTailOfTheOutputFromAWholeCharacterOn) {
   const std::tuple<std::string, std::string, bool> cases[] = {
       {"5", "world", true},
@@ -340,12 +291,6 @@ TEST_F(ACPHostServicesTest, KeepsTheTailOfTheOutputFromAWholeCharacterOn) {
   EXPECT_EQ(output(terminal),
             "a\xEF\xBF\xBD"
             "b");
-}
-
-TEST_F(ACPHostServicesTest, DefaultLimitIsAMillionBytes) {
-  const auto terminal = shell("yes x | head -c 1500000");
-  call("terminal/wait_for_exit", terminal);
-  EXPECT_EQ(output(terminal).size(), 1'000'000U);
 }
 
 TEST_F(ACPHostServicesTest, CommandGetsItsArgumentsFolderEnvironmentAndNoInput) {
@@ -387,10 +332,6 @@ TEST_F(ACPHostServicesTest, RequestsWithoutAKnownTerminalAreRefused) {
     EXPECT_EQ(call(method, R"({"terminalId":7})"), "error: Terminal request is missing terminalId");
     EXPECT_EQ(call(method, R"({"terminalId":"x"})"), "error: Unknown terminal: x");
   }
-}
-
-TEST_F(ACPHostServicesTest, TerminalsHaveIdentifiersOfTheirOwn) {
-  EXPECT_NE(shell("true"), shell("true"));
 }
 
 }  // namespace

@@ -23,6 +23,7 @@ void AgentClientTest::listen() {
   client_->onPermissionWithdrawn = [this](std::int64_t id) {
     note("withdrawn " + std::to_string(id));
   };
+  client_->onWaiting = [this](const std::string& text) { waits_.push_back(text); };
   client_->onLog = [this](std::string_view text) {
     checkThread();
     log_ += text;

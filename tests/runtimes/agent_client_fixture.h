@@ -56,6 +56,7 @@ class AgentClientTest : public testing::Test {
   Lines notes_;
   std::string log_;
   std::string session_;
+  Lines waits_;  // what the runtime waited for
   std::vector<JsonObject> updates_;
   std::vector<PermissionRequest> questions_;
   std::vector<ProviderUsage> usages_;

@@ -42,7 +42,7 @@ class ClaudeClientTest : public AgentClientTest {
     return json::textOr(result, "result", "?");
   }
 
-  ClaudeConfiguration configuration_;
+  AgentConfiguration configuration_;
 };
 
 }  // namespace vantrell::tests

@@ -83,13 +83,5 @@ TEST_F(ClaudeClientStart, SessionThatCannotBeResumedFailsInClaudeCodesWords) {
   EXPECT_EQ(log_, "No conversation found with session ID: old\n");
 }
 
-TEST_F(ClaudeClientStart, SecondOneIsRefusedAndTheFirstGoesOn) {
-  begin(ClaudeAgentScript().expect("initialize").expectPrompt().answer());
-  start();
-  expectNotes({"not started: Claude Code is not connected."});
-  prompt();
-  expectNotes({"not started: Claude Code is not connected.", "started"});
-}
-
 }  // namespace
 }  // namespace vantrell

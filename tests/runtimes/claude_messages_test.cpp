@@ -36,7 +36,7 @@ TEST(ClaudeMessages, ArgumentsTellModeModelEffortAndSession) {
            Case{GrokPermissionMode::ask, "xhigh", true,
                 "default --model opus --effort xhigh --resume=s1"},
        }) {
-    ClaudeConfiguration configuration;
+    AgentConfiguration configuration;
     configuration.model = "opus";
     configuration.permissionMode = each.mode;
     configuration.effort = each.effort;
@@ -123,15 +123,21 @@ TEST(ClaudeMessages, OnlyAnOriginOfItsOwnKeepsAResultFromThePrompt) {
   }
 }
 
-TEST(ClaudeMessages, ModelsAreThoseOfTheIntroduction) {
-  const auto options = claude::modelOptions(
-      parsed(R"({"models":[{"value":"default","displayName":"Default"},{"value":"sonnet",)"
-             R"("displayName":"Sonnet 5","description":"d"},{"value":""},{"value":"fable"}]})"));
+// As version 2.1 answers "initialize".
+TEST(ClaudeMessages, ModelsAreThoseOfTheIntroductionThatTheSubscriptionCovers) {
+  const auto options = claude::modelOptions(parsed(
+      R"({"models":[{"value":"default","displayName":"Default (recommended)",)"
+      R"("supportedEffortLevels":["low","xhigh"]},{"value":"sonnet","displayName":"Sonnet",)"
+      R"("description":"Sonnet 5 · Efficient","supportedEffortLevels":["high"]},{"value":""},)"
+      R"({"value":"opus[1m]","description":"Draws from usage credits · $5/$25 per Mtok"},)"
+      R"({"value":"haiku"}]})"));
   ASSERT_EQ(options.size(), 3U);
   EXPECT_EQ(options[0].id, "default");
-  EXPECT_EQ(options[1].label, "Sonnet 5");
+  EXPECT_EQ(options[0].efforts.back().label, "Extra high");
+  EXPECT_EQ(options[1].detail, "Sonnet 5 · Efficient");
   EXPECT_TRUE(options[1].isDefault);
-  EXPECT_EQ(options[2].label, "fable");
+  EXPECT_EQ(options[2].label, "haiku");
+  EXPECT_EQ(options[2].efforts.size(), 1U);
   EXPECT_TRUE(claude::modelOptions({}).empty());
 }
 

@@ -71,17 +71,6 @@ TEST(CodexApprovals, DetailShowsWhatCodexSaysElsewhere) {
   }
 }
 
-TEST(CodexApprovals, OptionsAreAlwaysTheSameThree) {
-  const auto options = question(files, "{}").options;
-  ASSERT_EQ(options.size(), 3U);
-  std::string told;
-  for (const auto& [id, name, kind] : options) told += id + "|" + name + "|" + kind + "\n";
-  EXPECT_EQ(told,
-            "codex-allow-once|Allow once|allow_once\n"
-            "codex-allow-session|Allow for this task|allow_always\n"
-            "codex-reject|Deny|reject_once\n");
-}
-
 TEST(CodexApprovals, AnswersOfEachKind) {
   struct Case {
     std::string option, decision;

@@ -52,7 +52,7 @@ class CodexClientTest : public AgentClientTest {
     return json::textOr(result, "status", "?");
   }
 
-  CodexConfiguration configuration_;
+  AgentConfiguration configuration_;
 };
 
 }  // namespace vantrell::tests

@@ -93,34 +93,6 @@ TEST_F(CodexClientRequests, QuestionThatIsResolvedElsewhereMakesRoomForTheNext) 
   expectNotes({"asks 1 Run command", "withdrawn 1", "asks 2 Edit files", "says m done"});
 }
 
-TEST_F(CodexClientRequests, OtherRequestsAreRefused) {
-  const auto refused = [](const std::string& id, const std::string& method) {
-    return R"({"jsonrpc":"2.0","id":)" + id +
-           R"(,"error":{"code":-32601,"message":"vantrell does not support Codex request )" +
-           method + R"(."}})";
-  };
-  open(CodexAgentScript()
-           .request("0", "item/tool/requestUserInput", R"({"questions":[]})")
-           .expectLine(refused("0", "item/tool/requestUserInput"))
-           .request(R"("q")", "turn/completed", R"({"turn":{"id":"u1"}})")
-           .expectLine(refused(R"("q")", "turn/completed"))
-           .say("m", "refused"));
-  expectNotes({"says m refused"});
-}
-
-TEST_F(CodexClientRequests, FloodOfQuestionsIsAskedAndWithdrawnWhole) {
-  constexpr int count = 2000;
-  CodexAgentScript script;
-  for (int i = 0; i < count; ++i) script.ask(std::to_string(i), "fileChange");
-  script.say("m", "all asked").expect("turn/interrupt");
-  for (int i = 0; i < count; ++i) script.expectDecision(std::to_string(i), "cancel");
-  openTurn(script.endTurn("u1", "interrupted"));
-  await("says m all asked");
-  EXPECT_EQ(questions_.size(), 1U) << "the user has one before him";
-  client_->cancel();
-  await("turn failed: protocolError Codex turn interrupted.");
-}
-
 TEST_F(CodexClientRequests, AllowanceIsPushedAndAskedFor) {
   open(CodexAgentScript()
            .send(R"({"id":2,"result":{"rateLimits":{"primary":{"usedPercent":13},)"
@@ -169,17 +141,6 @@ TEST_F(CodexClientRequests, ResetOfTheAllowance) {
   consumeReset();
   awaitCount(5);
   EXPECT_EQ(notes_.back(), "reset disconnected Codex disconnected.");
-}
-
-TEST_F(CodexClientRequests, NothingIsAskedOfARuntimeThatHasNotStarted) {
-  make(CodexAgentScript().openThread());
-  listen();
-  codex().refreshUsage();
-  client_->respondToPermission(1, "codex-allow-once");
-  consumeReset();
-  expectNotes({"reset disconnected Codex disconnected."});
-  start();
-  await("started t1");
 }
 
 }  // namespace

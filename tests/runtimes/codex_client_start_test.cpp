@@ -58,15 +58,6 @@ TEST_F(CodexClientStart, ThreadThatIsLostBecomesANewOneWithoutAWord) {
   expectNotes({"started t2"});
 }
 
-TEST_F(CodexClientStart, AllowanceThatCannotBeReadIsNotMissed) {
-  begin(CodexAgentScript()
-            .initialize()
-            .send(R"({"id":2,"error":{"message":"usage limit"}})")
-            .expect("thread/start")
-            .result(CodexAgentScript::thread("t1")));
-  expectNotes({"started t1"});
-}
-
 TEST_F(CodexClientStart, FailuresAndTheirWords) {
   const std::string noThread = "not started: protocolError Codex did not return a thread ID.";
   const std::string unknown = "not started: protocolError Codex returned an unknown error.";
@@ -93,21 +84,6 @@ TEST_F(CodexClientStart, FailuresAndTheirWords) {
     awaitCount(1);
     EXPECT_EQ(notes_[0], expected);
   }
-}
-
-TEST_F(CodexClientStart, EnvironmentIsTheGivenOneAndNothingElse) {
-  tests::Environment environment;
-  environment.set("OPENAI_API_KEY", "key");
-  configuration_.processEnvironment = {{"ONLY", "this one"}};
-  // It takes the first request: an end before that is another failure.
-  configuration_.executable =
-      program("env", "read -r request\n/usr/bin/env >&2\necho \"$@\" >&2\n");
-  client_ = CodexAppServerClient::make(configuration_, main_, pool_);
-  listen();
-  start();
-  ASSERT_TRUE(main_.runUntil([this] { return log_.ends_with("app-server\n"); })) << log_;
-  EXPECT_TRUE(log_.contains("ONLY=this one\n")) << log_;
-  EXPECT_FALSE(log_.contains("OPENAI_API_KEY")) << log_;
 }
 
 }  // namespace

@@ -8,8 +8,8 @@ namespace {
 using enum GrokPermissionMode;
 using Kind = AgentRuntimeError::Kind;
 
-CodexConfiguration configuration(GrokPermissionMode mode) {
-  CodexConfiguration made;
+AgentConfiguration configuration(GrokPermissionMode mode) {
+  AgentConfiguration made;
   made.workspacePath = "/w \"x\"";
   made.permissionMode = mode;
   return made;
@@ -94,6 +94,10 @@ TEST(CodexMessages, FailuresAreClassifiedByTheirInfoAndElseByTheirWords) {
       {R"({"message":"x","codexErrorInfo":{},"error":{"codexErrorInfo":"unauthorized"}})",
        Kind::authentication, "x"},
       {R"({"error":"text"})", Kind::protocolError, "fallback"},
+      {R"({"message":"exceeded retry limit, last status: 429 Too Many Requests"})",
+       Kind::usageLimit, "exceeded retry limit, last status: 429 Too Many Requests"},
+      {R"({"message":"exceeded retry limit, last status: 500"})", Kind::protocolError,
+       "exceeded retry limit, last status: 500"},
   };
   for (const auto& [text, kind, message] : cases) {
     const auto error = codex::runtimeError(*json::parseObject(text), "fallback");

@@ -164,6 +164,7 @@ TEST_F(CodexRealFrames, FailureThatWasRetriedIsToldOnce) {
   openBy(script);
   prompt();
   expectNotes({"turn failed: protocolError " + words});
+  EXPECT_EQ(waits_, Lines{"Codex is waiting: Reconnecting... 1/1"});
 }
 
 }  // namespace

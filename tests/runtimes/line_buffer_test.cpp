@@ -78,11 +78,5 @@ TEST(LineBuffer, LongLineIsLinearAndItsMemoryIsGivenBack) {
   EXPECT_LT(held(), before + (1U << 20));
 }
 
-TEST(LineBuffer, TellsHowMuchOfALineIsWaiting) {
-  LineBuffer buffer;
-  buffer.consume("ab\ncde", [](std::string_view) {});
-  EXPECT_EQ(buffer.pendingBytes(), 3U);
-}
-
 }  // namespace
 }  // namespace vantrell

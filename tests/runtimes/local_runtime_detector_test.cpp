@@ -75,18 +75,6 @@ TEST_F(LocalRuntimeDetection, FindsEachKindOfServer) {
   }
 }
 
-TEST_F(LocalRuntimeDetection, AsksWithoutHeadersOfItsOwn) {
-  std::map<std::string, std::string> headers;
-  const HttpServer server(HttpServer::answering([&](auto& connection, const auto& request) {
-    headers = request.headers;
-    connection.answer(200, R"({"data":[{"id":"m"}]})");
-  }));
-  configure("custom", server.url());
-  refresh();
-  EXPECT_EQ(headers, (std::map<std::string, std::string>{{"host", server.hostAndPort()},
-                                                         {"accept", "*/*"}}));
-}
-
 TEST_F(LocalRuntimeDetection, SaysWhyNothingWasFound) {
   struct Case {
     std::string kind, body;
@@ -170,19 +158,6 @@ TEST_F(LocalRuntimeDetection, LetsTheDetectionThatEndsLastDecide) {
   slow.load()->answer(503, "");
   runUntil([&] { return detector_->status().reason() != nullptr; });
   EXPECT_EQ(*detector_->status().reason(), "LM Studio returned HTTP 503.");
-}
-
-TEST_F(LocalRuntimeDetection, EndsWithItsClient) {
-  const HttpServer server([](ServerConnection& connection) { connection.awaitClose(); });
-  const auto url = *Url::parse(server.url());
-  std::optional<LocalRuntimeStatus> end;
-  {
-    HttpClient client(loop_);
-    const Probe probe{LocalRuntimeKind::custom, "x", url, url};
-    detectLocalRuntime(client, {probe, probe}, [&](auto status) { end = std::move(status); });
-  }
-  runUntil([&] { return end.has_value(); });
-  EXPECT_THAT(*end->reason(), HasSubstr("was cancelled."));
 }
 
 }  // namespace

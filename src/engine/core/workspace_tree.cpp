@@ -164,7 +164,7 @@ void WorkspaceTree::endOpenTools(const ThreadExecutionKey& key, std::size_t coun
     }
     entry.status = "failed";
     touch(key).entries.places.insert(i);
-    changed(Change::Kind::entryReplaced, key, entry.id);
+    changes_.entryChanged(key, entry.id);
   }
 }
 

@@ -1,5 +1,5 @@
 // What the engine asks of the desktop around it: the clipboard and a terminal window. Each front
-// door brings a body of its own. Main queue; nothing here blocks.
+// end brings its own implementation. Main queue; nothing here blocks.
 #pragma once
 
 #include <expected>
@@ -21,7 +21,7 @@ class Desktop {
   /// main queue when the terminal was started, or could not be.
   virtual void openTerminal(const std::string& folder, Completion completion) = 0;
 
-  /// Where there is none: copies nowhere, and opening fails with a sentence.
+  /// For a session without a desktop: copies nowhere, and opening fails with a sentence.
   static std::shared_ptr<Desktop> none();
 };
 

@@ -1,5 +1,5 @@
-// The one form of names for files that are kept aside: what, and when. Looks at the disk, to answer
-// a name that is free; whoever takes it must still not replace anything. Any thread.
+// Names of quarantined files: what, and when. Looks at the disk for a name that is free; the caller
+// must still not replace anything. Any thread.
 #pragma once
 
 #include <string>

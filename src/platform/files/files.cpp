@@ -103,7 +103,7 @@ bool isExecutable(const std::string& path) {
 }
 
 Result<std::string> read(const std::string& path, std::size_t most) {
-  // The open of a pipe would wait for its other end, and what is no file may never come to an end.
+  // The open of a pipe would wait for its other end, and a device may never end.
   const Descriptor descriptor(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   if (!descriptor && errno == ENXIO)
     return notRegular(path);  // a socket, a device without a driver
@@ -123,7 +123,7 @@ Result<> writeAtomically(const std::string& path, std::string_view content,
   if (links == Links::follow && !followLinks(target)) return failure("write", path);
   struct stat old{};
   const bool isReplacement =
-      lstat(target.c_str(), &old) == 0 && !S_ISLNK(old.st_mode);  // a link that is replaced is none
+      lstat(target.c_str(), &old) == 0 && !S_ISLNK(old.st_mode);  // a replaced link does not count
   if (isReplacement && S_ISDIR(old.st_mode)) return failure("write", path, EISDIR);
   // Replacing a device or a pipe by a file is never what was meant.
   if (isReplacement && !S_ISREG(old.st_mode)) return failure("write", path, EINVAL);

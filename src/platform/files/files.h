@@ -37,7 +37,7 @@ std::string temporaryFolder();
 std::string standardized(std::string_view path, std::string_view base = {});
 /// A leading "~" or "~/" replaced by the home folder.
 std::string expandingTilde(std::string_view path);
-/// The part behind the last slash, when those at the end are left out; "/" for the root.
+/// The part after the last slash, without those at the end; "/" for the root.
 std::string lastComponent(std::string_view path);
 /// The part before that slash; "/" for the root, empty when there is none.
 std::string parent(std::string_view path);
@@ -45,11 +45,11 @@ std::string parent(std::string_view path);
 /// No file has a name with a zero byte, as texts of other programs may.
 bool exists(const std::string& path);
 bool isFolder(const std::string& path);
-/// Exists, is no folder, and this user may execute it.
+/// Exists, is not a folder, and this user may execute it.
 bool isExecutable(const std::string& path);
 
 /// The whole content of a regular file. Pipes, sockets and devices are refused: they could block
-/// for ever. A file of more than `most` bytes is refused as well, and not read.
+/// forever. A file of more than `most` bytes is refused as well, and not read.
 Result<std::string> read(const std::string& path,
                          std::size_t most = std::numeric_limits<std::size_t>::max());
 /// Replaces the file in one step: readers see the old content or the new one, also after a power
@@ -64,13 +64,13 @@ Result<> writeAtomically(const std::string& path, std::string_view content,
 /// extension:
 /// "/x/fleet that could not be read 2026-11-22 21.08.00Z.json". Nothing has that name yet.
 std::string asideName(const std::string& path, Date date);
-/// Moves the file (or link) to such a name in one step, and answers it. Nothing is ever replaced.
+/// Moves the file (or link) to such a name in one step, and returns it. Nothing is ever replaced.
 Result<std::string> keepAside(const std::string& path, Date date);
 /// Creates the folder and its parents with the mode for those it makes.
 Result<> createFolders(const std::string& path, mode_t mode = 0777);
 /// createFolders, and mode 0700 on the last one even when it was there before.
 Result<> createOwnerOnlyFolder(const std::string& path);
-/// A file, a link (not its target) or an empty folder. One that is absent is an error.
+/// A file, a link (not its target) or an empty folder. A missing one is an error.
 Result<> remove(const std::string& path);
 /// The same with all that a folder contains.
 Result<> removeTree(const std::string& path);
@@ -79,11 +79,11 @@ Result<> removeTree(const std::string& path);
 /// of it is missing in the new one.
 Result<> move(const std::string& from, const std::string& to);
 /// Copies the content and the mode of a regular file to a name that must be free; a link is
-/// followed. Pipes and devices are refused: they could block for ever. Durable when it answers;
+/// followed. Pipes and devices are refused: they could block forever. Durable when it returns;
 /// after a failure nothing is left at `to`. A stop is one, of a copy that has lost its purpose.
 Result<> copyFile(const std::string& from, const std::string& to, const std::stop_token& stop = {});
 /// Moves to the freedesktop.org Trash: the home trash, or the trash of the file's own volume; never
-/// copies between volumes. A link is moved as such. Answers where the file now is.
+/// copies between volumes. A link is moved as such. Returns where the file now is.
 Result<std::string> moveToTrash(const std::string& path);
 
 /// An exclusive lock on a file, held until the object is destroyed or the process ends, however it

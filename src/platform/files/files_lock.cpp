@@ -49,7 +49,7 @@ std::expected<LockFile, LockFile::Busy> LockFile::acquire(const std::string& pat
       if (errno != EWOULDBLOCK) return std::unexpected(cannotLock(path));
       return std::unexpected(Busy{holderNamedIn(descriptor.get()), std::nullopt});
     }
-    // Someone removed the file between the two calls: a lock on it would exclude nobody.
+    // Someone removed the file between the two calls: a lock on it would exclude no process.
     if (!stillNamed(descriptor.get(), path)) continue;
     const std::string holder = std::to_string(getpid()) + "\n";
     if (fchmod(descriptor.get(), 0600) != 0 || ftruncate(descriptor.get(), 0) != 0 ||

@@ -15,24 +15,11 @@
 namespace vantrell::files {
 namespace {
 
-/// False with errno; EEXIST when the name is taken.
-bool renameToFreeName(const std::string& from, const std::string& to) {
-  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
-  if (errno != EINVAL) return false;
-  // A file system without that flag. Only another program of the same user could come between.
-  struct stat info{};
-  if (lstat(to.c_str(), &info) == 0) {
-    errno = EEXIST;
-    return false;
-  }
-  return rename(from.c_str(), to.c_str()) == 0;
-}
-
 /// To the end that the file has when it is reached: it may grow and shrink meanwhile. False with
 /// errno.
 bool copyContent(int from, int to, const std::stop_token& stop) {
   constexpr std::size_t step = 16 << 20;  // bytes between two looks at `stop`
-  // Costs no room where the file system can share blocks; some cannot, or answer 0.
+  // Costs no room where the file system can share blocks; some cannot, or return 0.
   bool sharesBlocks = true;
   while (!stop.stop_requested()) {
     ssize_t count = sharesBlocks ? copy_file_range(from, nullptr, to, nullptr, step, 0) : 0;

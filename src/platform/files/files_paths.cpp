@@ -67,8 +67,12 @@ std::string standardized(std::string_view path, std::string_view base) {
   };
   if (!path.starts_with('/')) {
     if (!base.starts_with('/')) {
-      std::error_code failure;  // a deleted working directory: the path then starts at the root
-      append(std::filesystem::current_path(failure).native());
+      std::error_code failure;
+      auto folder = std::filesystem::current_path(failure);
+      // Of a working folder that was deleted the system still knows the name, with a mark at its
+      // end: nothing is there, and above all it is not the root.
+      if (failure) folder = std::filesystem::read_symlink("/proc/self/cwd", failure);
+      append(failure ? "(deleted)" : folder.native());
     }
     append(base);
   }

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fmt/format.h>
+#include <stdio.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -28,6 +29,19 @@ bool syncFolderOf(const std::string& path) {
       open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!descriptor) return errno == EACCES;
   return fsync(descriptor.get()) == 0 || errno == EINVAL || errno == ENOTSUP;
+}
+
+bool renameToFreeName(const std::string& from, const std::string& to) {
+  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
+  if (errno != EINVAL && errno != ENOSYS) return false;
+  // Some network file systems lack the flag; only another program of the same user could come
+  // between. EINVAL also says that `to` is inside `from`, which the plain call says again.
+  struct stat info{};
+  if (lstat(to.c_str(), &info) == 0) {
+    errno = EEXIST;
+    return false;
+  }
+  return rename(from.c_str(), to.c_str()) == 0;
 }
 
 bool writeAll(int descriptor, std::string_view content) {

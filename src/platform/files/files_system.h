@@ -21,6 +21,8 @@ bool writeAll(int descriptor, std::string_view content);
 /// may be written but not read cannot be synced, and some file systems do not know how: neither is
 /// a failure.
 bool syncFolderOf(const std::string& path);
+/// A rename that never replaces anything. False with errno; EEXIST when the name is taken.
+bool renameToFreeName(const std::string& from, const std::string& to);
 /// Reads to the end and appends. False with errno.
 bool readAll(int descriptor, std::string& content,
              std::size_t most = std::numeric_limits<std::size_t>::max());

@@ -98,19 +98,6 @@ std::string shortened(std::string name) {
   return name;
 }
 
-/// rename() that fails with EEXIST where the target is taken.
-bool renameToFree(const std::string& from, const std::string& to) {
-  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
-  if (errno != EINVAL && errno != ENOSYS) return false;
-  // Some network file systems lack the flag. EINVAL also says that `to` lies inside `from`, which
-  // the plain call says again. The reserved info file keeps other users of the trash away.
-  if (deviceOf(to)) {
-    errno = EEXIST;
-    return false;
-  }
-  return rename(from.c_str(), to.c_str()) == 0;
-}
-
 /// Reserves a name by its info file, as all users of the trash do, then moves. False with errno.
 bool moveInto(const TrashFolder& trash, const std::string& path, std::string& movedTo) {
   const std::string filesFolder = trash.path + "/files";
@@ -127,7 +114,7 @@ bool moveInto(const TrashFolder& trash, const std::string& path, std::string& mo
       return false;
     }
     movedTo = fmt::format("{}/{}", filesFolder, candidate);
-    if (writeAll(info.get(), content) && info.close() && renameToFree(path, movedTo)) {
+    if (writeAll(info.get(), content) && info.close() && renameToFreeName(path, movedTo)) {
       return true;
     }
     const int code = errno;

@@ -11,7 +11,7 @@ struct UserEntry {
   std::string shell;  // program
 };
 
-/// Absent for a user whom the database does not know. Any thread.
+/// nullopt for a user whom the database does not know. Any thread.
 std::optional<UserEntry> userEntry();
 
 }  // namespace vantrell

@@ -9,8 +9,8 @@
 #include <stdlib.h>
 #include <thread>
 
-#include "platform/http/dynamic_library.h"
 #include "platform/files/files.h"
+#include "platform/http/dynamic_library.h"
 #include "platform/http/http_exchange.h"
 #include "platform/queues/timer_table.h"
 #include "platform/text/ascii.h"
@@ -92,9 +92,8 @@ const std::string* HttpResponse::header(std::string_view name) const {
 }
 
 struct HttpClient::Impl : std::enable_shared_from_this<Impl> {
-  Impl(MainQueue& queue, Options options)
-      : main(queue),
-        settings{options.extraAuthorities.empty() ? authoritiesOfTheEnvironment()
+  explicit Impl(Options options)
+      : settings{options.extraAuthorities.empty() ? authoritiesOfTheEnvironment()
                                                   : std::move(options.extraAuthorities),
                  hostsWithoutProxy()},
         libraryName(std::move(options.library)),
@@ -185,16 +184,14 @@ struct HttpClient::Impl : std::enable_shared_from_this<Impl> {
     return static_cast<int>(std::clamp<std::int64_t>(wait.count(), 0, longest));
   }
 
-  void add(std::uint64_t id, HttpRequest request, std::shared_ptr<HttpLink> link) {
+  void add(std::uint64_t id, HttpRequest request, HttpAnswer answer) {
     if (!multi) {
-      HttpLink::complete(link, std::unexpected(HttpError{
-                                   HttpError::Kind::noLibrary,
-                                   fmt::format("HTTP requests need the library libcurl, which "
-                                               "cannot be used: {}.",
-                                               problem)}));
-      return;
+      return answer.give(std::unexpected(
+          HttpError{HttpError::Kind::noLibrary,
+                    fmt::format("HTTP requests need the library libcurl, which cannot be used: {}.",
+                                problem)}));
     }
-    auto exchange = std::make_unique<HttpExchange>(std::move(request), std::move(link), settings);
+    auto exchange = std::make_unique<HttpExchange>(std::move(request), std::move(answer), settings);
     auto& added = *exchange;
     exchanges.emplace(id, std::move(exchange));
     ids.emplace(added.handle(), id);
@@ -213,10 +210,7 @@ struct HttpClient::Impl : std::enable_shared_from_this<Impl> {
   void checkIdle(std::uint64_t id) {
     auto& exchange = *exchanges.at(id);
     const Duration allowed = exchange.request().requestTimeout;
-    if (exchange.isPaused()) {
-      // It is we who do not read.
-      exchange.idleTimer = timers.after(allowed, [this, id] { checkIdle(id); });
-    } else if (steadyUptime() - exchange.lastActivity() < allowed) {
+    if (steadyUptime() - exchange.lastActivity() < allowed) {
       armIdleTimer(id, exchange);
     } else {
       take(id)->finishIdle();
@@ -250,11 +244,6 @@ struct HttpClient::Impl : std::enable_shared_from_this<Impl> {
     }
   }
 
-  void resume(std::uint64_t id) {
-    if (const auto found = exchanges.find(id); found != exchanges.end()) found->second->resume();
-  }
-
-  MainQueue& main;
   const HttpSettings settings;
   std::uint64_t lastID = 0;  // main queue
 
@@ -274,24 +263,17 @@ struct HttpClient::Impl : std::enable_shared_from_this<Impl> {
 
 class HttpClient::Transfer final : public HttpTransfer {
  public:
-  Transfer(std::weak_ptr<Impl> client, std::uint64_t id, std::shared_ptr<HttpLink> link)
-      : client_(std::move(client)), id_(id), link_(std::move(link)) {}
+  Transfer(std::weak_ptr<Impl> client, std::uint64_t id) : client_(std::move(client)), id_(id) {}
 
   void cancel() override {
-    link_->isCancelled = true;
-    link_->mailbox->setOpen(true);
     if (const auto client = client_.lock()) {
       client->post([raw = client.get(), id = id_] { raw->cancel(id); });
     }
-  }
-  void setReceiving(bool receiving) override {
-    if (!link_->isCancelled) link_->mailbox->setOpen(receiving);
   }
 
  private:
   const std::weak_ptr<Impl> client_;
   const std::uint64_t id_;
-  const std::shared_ptr<HttpLink> link_;
 };
 
 HttpClient::HttpClient(MainQueue& main) : HttpClient(main, Options{}) {}
@@ -305,30 +287,20 @@ HttpClient::~HttpClient() {
 
 std::shared_ptr<HttpTransfer> HttpClient::send(HttpRequest request, Completion completion) {
   if (!impl_) {
-    impl_ = std::make_shared<Impl>(main_, std::move(options_));
+    impl_ = std::make_shared<Impl>(std::move(options_));
     impl_->startThread();
   }
   const auto id = ++impl_->lastID;
-  auto link = std::make_shared<HttpLink>(impl_->main, std::move(completion), request);
-  auto transfer = std::make_shared<Transfer>(impl_, id, link);
+  auto transfer = std::make_shared<Transfer>(impl_, id);
+  HttpAnswer answer(main_, std::move(completion));
   if (auto problem = problemOf(request)) {
-    HttpLink::complete(
-        link, std::unexpected(HttpError{HttpError::Kind::invalidRequest, std::move(*problem)}));
+    answer.give(std::unexpected(HttpError{HttpError::Kind::invalidRequest, std::move(*problem)}));
     return transfer;
   }
-  link->mailbox->whenFullChanges(
-      [client = std::weak_ptr(impl_), id, weak = std::weak_ptr(link)](bool isFull) {
-        const auto both = weak.lock();
-        if (!both) return;  // the mailbox may outlive it by the letters in hand
-        both->isFull = isFull;
-        if (isFull) return;
-        if (const auto strong = client.lock()) {
-          strong->post([impl = strong.get(), id] { impl->resume(id); });
-        }
+  impl_->post(
+      [impl = impl_.get(), id, request = std::move(request), answer = std::move(answer)]() mutable {
+        impl->add(id, std::move(request), std::move(answer));
       });
-  impl_->post([impl = impl_.get(), id, request = std::move(request), link]() mutable {
-    impl->add(id, std::move(request), std::move(link));
-  });
   return transfer;
 }
 

@@ -14,15 +14,12 @@
 
 namespace vantrell {
 
-/// A request under way. Letting go of it leaves the request to itself.
+/// A request under way. It goes on when this is destroyed.
 class HttpTransfer {
  public:
   virtual ~HttpTransfer() = default;
-  /// The completion comes with `cancelled`, unless it is on its way already; no piece of the body
-  /// comes any more.
+  /// The completion comes with `cancelled`, unless it is on its way already.
   virtual void cancel() = 0;
-  /// While false nothing is handed out, the completion included, and the server is held back.
-  virtual void setReceiving(bool receiving) = 0;
 };
 
 class HttpClient {
@@ -30,7 +27,7 @@ class HttpClient {
   using Completion = HttpCompletion;
 
   struct Options {
-    /// Certificates (PEM) that are trusted beside the system's; where it is empty, those of the
+    /// Certificates (PEM) that are trusted besides the system's; when empty, those of the
     /// file that the environment names in SSL_CERT_FILE, if it does.
     std::string extraAuthorities;
     /// Loaded at the first request, since linked it would take longer than the rest of a start.

@@ -22,7 +22,7 @@ struct Library : DynamicLibrary {
   Library() : DynamicLibrary("libcurl.so.4") {}
   // clang-format off
   VANTRELL_FUNCTION(curl_easy_cleanup) VANTRELL_FUNCTION(curl_easy_getinfo)
-  VANTRELL_FUNCTION(curl_easy_init) VANTRELL_FUNCTION(curl_easy_pause)
+  VANTRELL_FUNCTION(curl_easy_init)
   VANTRELL_FUNCTION(curl_easy_setopt) VANTRELL_FUNCTION(curl_easy_strerror)
   VANTRELL_FUNCTION(curl_slist_append) VANTRELL_FUNCTION(curl_slist_free_all)
   // clang-format on
@@ -74,10 +74,9 @@ const std::string& HttpExchange::libraryProblem() {
   return library().problem();
 }
 
-HttpExchange::HttpExchange(HttpRequest request, std::shared_ptr<HttpLink> link,
-                           const HttpSettings& settings)
+HttpExchange::HttpExchange(HttpRequest request, HttpAnswer answer, const HttpSettings& settings)
     : request_(std::move(request)),
-      link_(std::move(link)),
+      answer_(std::move(answer)),
       easy_(library().curl_easy_init()),
       headers_(std::make_unique<HeaderList>()),
       lastActivity_(steadyUptime()) {
@@ -141,7 +140,7 @@ void HttpExchange::configureMethod() {
   bool hasType = false;
   for (const auto& [name, value] : request_.headers) {
     hasType = hasType || text::lowercased(name) == "content-type";
-    // A semicolon is how libcurl is told of a header without a value.
+    // libcurl's notation for a header without a value.
     headers_->add(value.empty() ? name + ";" : name + ": " + value);
   }
   // What libcurl would add of its own: the type of a form, and a second of waiting before a body.
@@ -182,7 +181,7 @@ std::size_t HttpExchange::takeHeaderLine(std::string_view line) {
     failure_ = {HttpError::Kind::badAnswer, fmt::format("{} sent too long a head.", server())};
     return 0;
   }
-  if (isHeadComplete_) return line.size();  // fields behind a chunked body
+  if (isHeadComplete_) return line.size();  // fields after a chunked body
   const std::string_view content = text::trimmed(line);
   if (content.empty()) {
     headIsComplete();
@@ -197,47 +196,19 @@ void HttpExchange::headIsComplete() {
   long status = 0;
   library().curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &status);
   response_.status = static_cast<int>(status);
-  const bool isInterim = status < 200;
-  const bool isFollowed = request_.redirects == HttpRequest::Redirects::follow && status >= 300 &&
-                          status <= 399 && response_.header("Location");
-  if (isInterim) return;
-  isHeadComplete_ = true;
-  if (isFollowed || !link_->isStreamed) return;
-  link_->mailbox->deliver([link = link_, head = response_] {
-    if (!link->isCancelled && link->onHead) link->onHead(head);
-  });
+  isHeadComplete_ = status >= 200;  // below: an interim answer
 }
 
 std::size_t HttpExchange::takeBody(std::string_view bytes) {
   lastActivity_ = steadyUptime();
-  if (link_->isStreamed && link_->isFull) {
-    isPaused_ = true;
-    return CURL_WRITEFUNC_PAUSE;
-  }
-  const std::size_t room = request_.longestBody - bodyBytes_;
+  const std::size_t room = request_.longestBody - response_.body.size();
   if (bytes.size() > room && request_.excess == HttpRequest::Excess::fail) {
     failure_ = {HttpError::Kind::tooLarge, fmt::format("{} sent more than the {} bytes allowed.",
                                                        server(), request_.longestBody)};
     return 0;
   }
-  const std::string_view kept = bytes.substr(0, room);
-  bodyBytes_ += kept.size();
-  if (!link_->isStreamed) {
-    response_.body += kept;
-  } else if (!kept.empty()) {
-    link_->mailbox->deliver(
-        [link = link_, piece = std::string(kept)]() mutable {
-          if (!link->isCancelled) link->onBody(std::move(piece));
-        },
-        kept.size());
-  }
+  response_.body += bytes.substr(0, room);
   return bytes.size();
-}
-
-void HttpExchange::resume() {
-  if (!std::exchange(isPaused_, false)) return;
-  lastActivity_ = steadyUptime();
-  library().curl_easy_pause(easy_, CURLPAUSE_CONT);
 }
 
 std::string HttpExchange::server() const {
@@ -279,14 +250,14 @@ HttpError HttpExchange::errorOf(int number) const {
 
 void HttpExchange::finish(int code) {
   if (code == CURLE_OK && !failure_) {
-    HttpLink::complete(link_, std::move(response_));
+    answer_.give(std::move(response_));
   } else {
-    HttpLink::complete(link_, std::unexpected(errorOf(code)));
+    answer_.give(std::unexpected(errorOf(code)));
   }
 }
 
 void HttpExchange::finish(HttpError::Kind kind, std::string description) {
-  HttpLink::complete(link_, std::unexpected(HttpError{kind, std::move(description)}));
+  answer_.give(std::unexpected(HttpError{kind, std::move(description)}));
 }
 
 void HttpExchange::finishIdle() {

@@ -1,10 +1,10 @@
-// One request on its way through libcurl: the settings of its handle, the answer that gathers, what
-// stopped it. Part of HttpClient; lives on the client's thread.
+// One request in libcurl: the settings of its handle, its answer so far, and what stopped it. Part
+// of HttpClient, on the client's thread.
 #pragma once
 
 #include <array>
-#include <atomic>
 #include <cstdint>
+#include <expected>
 #include <memory>
 #include <optional>
 #include <string>
@@ -12,7 +12,6 @@
 
 #include "platform/http/http_message.h"
 #include "platform/queues/dispatch.h"
-#include "platform/queues/mailbox.h"
 
 namespace vantrell {
 
@@ -22,34 +21,22 @@ struct HttpSettings {
   std::string noProxy;           // as curl reads it
 };
 
-/// What both ends of a request see.
-struct HttpLink {
-  HttpLink(MainQueue& main, HttpCompletion whenComplete, HttpRequest& request)
-      : mailbox(std::make_shared<Mailbox>(main)),
-        isStreamed(static_cast<bool>(request.onBody)),
-        completion(std::move(whenComplete)),
-        onHead(std::move(request.onHead)),
-        onBody(std::move(request.onBody)) {}
+/// Hands the result of one request to its owner on the main queue.
+class HttpAnswer {
+ public:
+  HttpAnswer(MainQueue& main, HttpCompletion completion)
+      : main_(main), completion_(std::make_shared<HttpCompletion>(std::move(completion))) {}
 
-  const std::shared_ptr<Mailbox> mailbox;
-  const bool isStreamed;
-  std::atomic<bool> isFull = false;  // the main queue is behind
-
-  // Main queue. What the callbacks hold is let go of there, too.
-  HttpCompletion completion;
-  std::function<void(const HttpResponse&)> onHead;
-  std::function<void(std::string)> onBody;
-  bool isCancelled = false;
-
-  /// Any thread; the last thing that is delivered.
-  static void complete(const std::shared_ptr<HttpLink>& link,
-                       std::expected<HttpResponse, HttpError> result) {
-    link->mailbox->deliver([link, result = std::move(result)]() mutable {
-      link->onHead = nullptr;
-      link->onBody = nullptr;
-      std::exchange(link->completion, nullptr)(std::move(result));
+  /// Once. Any thread; what the completion holds is destroyed on the main queue.
+  void give(std::expected<HttpResponse, HttpError> result) {
+    main_.post([completion = std::move(completion_), result = std::move(result)]() mutable {
+      (*completion)(std::move(result));
     });
   }
+
+ private:
+  MainQueue& main_;
+  std::shared_ptr<HttpCompletion> completion_;
 };
 
 class HttpExchange {
@@ -57,7 +44,7 @@ class HttpExchange {
   /// Loads libcurl. Unless it is empty there must be no exchange.
   static const std::string& libraryProblem();
 
-  HttpExchange(HttpRequest request, std::shared_ptr<HttpLink> link, const HttpSettings& settings);
+  HttpExchange(HttpRequest request, HttpAnswer answer, const HttpSettings& settings);
   ~HttpExchange();
   HttpExchange(const HttpExchange&) = delete;
   HttpExchange& operator=(const HttpExchange&) = delete;
@@ -65,9 +52,6 @@ class HttpExchange {
   /// libcurl's handle of the request; its private pointer is this object.
   void* handle() const { return easy_; }
   const HttpRequest& request() const { return request_; }
-  bool isPaused() const { return isPaused_; }
-  /// Reads on after the main queue has caught up.
-  void resume();
   /// When the last byte went either way.
   Duration lastActivity() const { return lastActivity_; }
 
@@ -98,7 +82,7 @@ class HttpExchange {
 
   struct HeaderList;
   HttpRequest request_;
-  const std::shared_ptr<HttpLink> link_;
+  HttpAnswer answer_;
   void* easy_;
   std::unique_ptr<HeaderList> headers_;
   std::array<char, 256> words_{};  // libcurl's, of a failure
@@ -106,9 +90,7 @@ class HttpExchange {
   HttpResponse response_;
   bool isHeadComplete_ = false;
   std::size_t headBytes_ = 0;
-  std::size_t bodyBytes_ = 0;
   std::optional<HttpError> failure_;  // found in a callback, in which nothing may be finished
-  bool isPaused_ = false;
   Duration lastActivity_;
   std::int64_t bytesMoved_ = 0;
 };

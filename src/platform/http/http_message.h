@@ -19,7 +19,7 @@ struct HttpHeader {
 struct HttpResponse {
   int status = 0;
   std::vector<HttpHeader> headers;  // of the last answer, in its order
-  std::string body;                 // any bytes; empty when the request has onBody
+  std::string body;                 // any bytes
 
   bool isSuccess() const { return status >= 200 && status <= 299; }
   /// The first header of that name in any case of letters.
@@ -62,10 +62,6 @@ struct HttpRequest {
   std::size_t longestBody = std::size_t{16} << 20;
   enum class Excess { fail, drop };
   Excess excess = Excess::fail;
-  /// For bodies that are used as they come: onBody gets the pieces, and onHead, before them, the
-  /// rest of the answer once. Reading goes on only as fast as these return.
-  std::function<void(const HttpResponse& head)> onHead;
-  std::function<void(std::string piece)> onBody;
 };
 
 using HttpCompletion = std::move_only_function<void(std::expected<HttpResponse, HttpError>)>;

@@ -85,7 +85,7 @@ std::expected<ExitStatus, ProcessError> runInForeground(const std::string& execu
     while (::waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT) != 0 &&
            errno == EINTR) {
     }
-    // Before it is reaped: from then on the number may be somebody else's.
+    // Before it is reaped: from then on another process may have the number.
     childInFront = 0;
     while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }

@@ -20,7 +20,7 @@ namespace loginShell {
 struct Question {
   std::string shell;        // absolute path
   Environment environment;  // of the shell
-  /// Start files may wait for ever, for a network or for an answer on a terminal.
+  /// Start files may wait forever, for a network or for an answer on a terminal.
   std::chrono::milliseconds limit{3000};
 };
 
@@ -32,7 +32,7 @@ Question usersOwn();
 void readFolders(ProgramRunner& runner, const Question& question,
                  std::function<void(std::vector<std::string>)> completion);
 
-/// The folders that were kept for this process, for whoever searches programs or starts them. Any
+/// The folders that were kept for this process, for code that searches or starts programs. Any
 /// thread.
 std::vector<std::string> keptFolders();
 void keepFolders(std::vector<std::string> folders);

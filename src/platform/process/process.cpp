@@ -234,7 +234,7 @@ struct Process::Impl : std::enable_shared_from_this<Impl> {
     readOn(source);
   }
 
-  /// What is in the pipe at this moment and no more: a grandchild may go on writing for ever.
+  /// What is in the pipe at this moment and no more: a grandchild may go on writing forever.
   void readWhatIsThere(Source& source) {
     int left = 0;
     if (!source.pipe.is_open() || ::ioctl(source.pipe.native_handle(), FIONREAD, &left) != 0)

@@ -38,7 +38,7 @@ class Process {
   void write(std::string bytes);
   /// Bytes handed to write() that the child has not taken yet.
   std::size_t unsentBytes() const;
-  /// End of file for the child, behind everything written so far.
+  /// End of file for the child, after everything written so far.
   void closeInput();
   /// Stops and resumes reading from the child's output and error; while paused the child blocks
   /// when its pipe is full. What is in the pipes at the exit is delivered all the same.
@@ -58,7 +58,7 @@ class Process {
   static constexpr std::chrono::milliseconds defaultGrace{2000};
 
   /// Waits until no child is left, those of stopped and destroyed objects included, or the limit
-  /// ran out (then answers false). For the end of a program.
+  /// ran out (then returns false). For the end of a program.
   static bool waitForAll(std::chrono::milliseconds limit);
 
   struct Impl;

@@ -66,7 +66,7 @@ struct ProcessHandlers {
   std::function<void(ProcessError)> onWriteError;
   /// Exactly once, after every byte that was written before the exit has been delivered. A
   /// grandchild that holds the pipes open delays nothing. Not called after stop(). The last call,
-  /// and the handlers are let go of, unless the group may outlive its leader: then output may
+  /// and the handlers are released, unless the group may outlive its leader: then output may
   /// follow, and they are held until its end or stop().
   std::function<void(ExitStatus)> onExit;
 };

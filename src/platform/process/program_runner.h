@@ -1,6 +1,6 @@
-// Runs programs for what they answer: to their end, within a time limit, with a bound on what is
-// kept of their output. Owned by whoever wants the answers; when it is destroyed, what still runs
-// is ended and nothing completes any more. Main queue; the programs run and start elsewhere.
+// Runs programs for their output: to their end, within a time limit, with a bound on what is
+// kept of their output. Owned by the object that wants the output; when it is destroyed, what still
+// runs is ended and nothing completes any more. Main queue; the programs run and start elsewhere.
 #pragma once
 
 #include <map>
@@ -20,9 +20,9 @@ class ProgramRunner : public std::enable_shared_from_this<ProgramRunner> {
     /// Called off the main queue, when the program is started; what they say on standard input does
     /// not count. Of standard error is kept what is merged into the output.
     std::function<ProcessOptions()> options;
-    /// Counted from run(); absent: it may take as long as it likes.
+    /// Counted from run(); nullopt: no limit.
     std::optional<Duration> limit;
-    /// On standard input, which then ends. Absent: the null device.
+    /// On standard input, which then ends. nullopt: the null device.
     std::optional<std::string> input;
   };
   struct Outcome {

@@ -32,7 +32,7 @@ struct BackgroundPool::Impl {
       if (finished) return false;
       ++unfinished;
     }
-    // An exception that escaped from work would otherwise end up in whoever runs the queue.
+    // An exception that escaped from work would otherwise reach the code that runs the queue.
     asio::post(threads, [this, work = std::move(work)]() mutable noexcept {
       work();
       work = nullptr;
@@ -102,7 +102,7 @@ struct SerialQueue::Impl : std::enable_shared_from_this<Impl> {
       batch.clear();
       current = outer;
     } while (std::chrono::steady_clock::now() < turnEnd);
-    if (goesOn()) activate();  // behind the other queues of the pool
+    if (goesOn()) activate();  // after the other queues of the pool
   }
 
   /// False, and the queue is idle, when nothing waits.

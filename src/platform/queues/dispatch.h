@@ -29,7 +29,7 @@ class Executor {
 /// Created, cancelled and destroyed on the main queue only.
 class Timer {
  public:
-  /// What a queue keeps behind a Timer.
+  /// The queue's side of a Timer.
   class Registration {
    public:
     virtual ~Registration() = default;  // cancels
@@ -48,8 +48,9 @@ class Timer {
   std::unique_ptr<Registration> registration_;
 };
 
-/// The queue of the thread that owns application state. Three bodies: RunLoop (terminal and
-/// headless), ManualMainQueue (tests, virtual time) and the window's event loop.
+/// The queue of the thread that owns application state. Three
+/// implementations: RunLoop (terminal and headless), ManualMainQueue (tests, virtual time) and the
+/// window's event loop.
 class MainQueue : public Executor {
  public:
   /// Wall-clock time.

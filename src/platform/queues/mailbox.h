@@ -16,7 +16,7 @@ class Mailbox : public std::enable_shared_from_this<Mailbox> {
  public:
   explicit Mailbox(MainQueue& main) : main_(main) {}
 
-  /// Runs the work on the main queue, behind all that was delivered before. `bytes` is what the
+  /// Runs the work on the main queue, after all that was delivered before. `bytes` is what the
   /// event holds in memory, for the bound. Any thread.
   void deliver(Work work, std::size_t bytes = 0);
 
@@ -52,7 +52,7 @@ class Mailbox : public std::enable_shared_from_this<Mailbox> {
     std::size_t bytes;
   };
   void drain();
-  /// Whether the caller must post drain() once it has let go of the lock.
+  /// Whether the caller must post drain() after it has released the lock.
   bool takeSchedule();
   /// Takes the letters that may be delivered now.
   std::vector<Letter> takeLetters();

@@ -1,4 +1,4 @@
-// A main queue with virtual time, for tests: nothing runs and no time passes until told.
+// A main queue with virtual time, for tests: nothing runs and no time passes until a test says so.
 #pragma once
 
 #include <functional>

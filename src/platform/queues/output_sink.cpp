@@ -42,7 +42,7 @@ struct OutputSink::Impl {
   }
 
   /// In pieces that a pipe with any room takes whole, so that the thread is never stuck in write().
-  /// Answers 0 or what went wrong.
+  /// Returns 0 or the errno.
   int writeAll(std::string_view bytes) {
     while (!bytes.empty()) {
       pollfd ready{.fd = descriptor, .events = POLLOUT, .revents = 0};

@@ -30,7 +30,8 @@ class OutputSink {
 
   /// Never waits.
   void write(std::string_view bytes);
-  /// Waits until everything is written. False when it is not: the limit ran out, or nobody reads.
+  /// Waits until everything is written. False when it is not: the limit ran out, or the reader is
+  /// gone.
   bool flush(std::chrono::milliseconds limit);
   /// The errno of the write that failed (EPIPE: the reader is gone), or 0.
   int error() const;

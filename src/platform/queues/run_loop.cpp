@@ -82,7 +82,7 @@ class RunLoop::SignalWatch : public std::enable_shared_from_this<SignalWatch> {
       : signals_(context), handler_(std::move(handler)) {}
 
   void add(int signal) {
-    boost::system::error_code ignored;  // a number that is no signal never arrives
+    boost::system::error_code ignored;  // a number that is not a signal never arrives
     std::ignore = signals_.add(signal, ignored);
   }
 
@@ -172,7 +172,7 @@ class RunLoop::LineWatch : public std::enable_shared_from_this<LineWatch> {
       if (source_ && ::poll(waits, 2, -1) < 0 && errno == EINTR) continue;
       if (waits[1].revents != 0) return;
       if (source_ && !terminal::isInForeground(source_.get())) {
-        // What is typed is for the shell, or whoever is in the foreground.
+        // What is typed is for the program in the foreground.
         ::poll(&waits[1], 1, backgroundWait);
         continue;
       }
@@ -199,7 +199,7 @@ class RunLoop::LineWatch : public std::enable_shared_from_this<LineWatch> {
     return !cancelled_;
   }
 
-  /// `discards` tells when the bytes were read.
+  /// `discards` is the count when the bytes were read.
   void deliver(const std::string& bytes, int discards) {
     const std::weak_ptr<LineWatch> alive = weak_from_this();
     if (bytes.empty()) {

@@ -71,7 +71,7 @@ void TimerTable::insert(Duration due, const std::shared_ptr<Entry>& entry) {
   arm();
 }
 
-/// A cancelled timer leaves its alarm standing: a watchdog that is set anew at every event then
+/// A cancelled timer leaves its alarm set: a watchdog that is set again at every event then
 /// costs no system call, and the alarm only wakes up for nothing once.
 void TimerTable::arm() {
   const auto due = next();

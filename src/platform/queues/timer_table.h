@@ -1,6 +1,6 @@
-// The timers of one main queue: which is next, what it runs, how it is cancelled. All three bodies
-// of MainQueue stand on it, so that order, cancellation and skipped periods are one rule. Lives on
-// its queue's thread; a body only has to wake up in time and call fire().
+// The timers of one main queue: which is next, what it runs, how it is cancelled. All three
+// implementations of MainQueue use it, so that order, cancellation and skipped periods are one
+// rule. Lives on its queue's thread; an implementation only has to wake up in time and call fire().
 #pragma once
 
 #include <chrono>
@@ -15,7 +15,8 @@
 
 namespace vantrell {
 
-/// The clock of every body with real time: monotonic, since some fixed instant. Any thread.
+/// The clock of every implementation with real time: monotonic, since some fixed instant. Any
+/// thread.
 inline Duration steadyUptime() {
   return std::chrono::steady_clock::now().time_since_epoch();
 }
@@ -23,7 +24,7 @@ inline Duration steadyUptime() {
 class TimerTable {
  public:
   using Clock = std::function<Duration()>;
-  /// Asks the body to call fire() at the given uptime. A later call replaces an earlier one.
+  /// Asks the queue to call fire() at the given uptime. A later call replaces an earlier one.
   using WakeAt = std::function<void(Duration)>;
 
   TimerTable(Clock uptime, WakeAt wakeAt);

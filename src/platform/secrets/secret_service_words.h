@@ -1,5 +1,5 @@
-// What the Secret Service body needs besides its library: where the session's bus is, and the
-// sentences for its failures. Pure but for the environment; any thread.
+// What the Secret Service implementation needs besides its library: where the session's bus is, and
+// the sentences for its failures. Pure but for the environment; any thread.
 #pragma once
 
 #include <chrono>
@@ -15,7 +15,7 @@ namespace vantrell {
 std::string keyringSentence(SecretError::Kind kind, std::chrono::milliseconds limit,
                             std::string_view detail);
 
-/// The address of the session's bus, or absent. GLib's own search would start a bus where there is
+/// The address of the session's bus, or nullopt. GLib's own search would start a bus where there is
 /// an X display and none is running.
 std::optional<std::string> sessionBusAddress();
 

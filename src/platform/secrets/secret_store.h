@@ -1,7 +1,8 @@
 // Small secrets (keys, links with keys in them), each named by a service and an account, as other
-// systems keep them in a keychain. Three bodies: the Secret Service of the session (GNOME Keyring,
-// KWallet, KeePassXC), owner-only files, memory. Every call may block up to its time limit, so none
-// belongs on the main queue: code there uses SecretQueue. Any other thread, several at a time.
+// systems keep them in a keychain. Three implementations: the Secret Service of the session (GNOME
+// Keyring, KWallet, KeePassXC), owner-only files, memory. Every call may block up to its time
+// limit, so none belongs on the main queue: code there uses SecretQueue. Any other thread, several
+// at a time.
 #pragma once
 
 #include <chrono>
@@ -15,7 +16,7 @@ namespace vantrell {
 struct SecretError {
   enum class Kind {
     missing,   // no session bus, no service, or no keyring in it
-    locked,    // and nobody unlocked it
+    locked,    // and not unlocked
     timedOut,  // the service is there and does not answer
     denied,    // the service, the bus or the file system refuses
     failed     // anything else: disk full, a name that cannot be stored
@@ -47,10 +48,10 @@ class SecretStore {
 
   virtual ~SecretStore() = default;
 
-  /// Absent when there is no such secret. A locked store answers with an error, never with absent:
-  /// whoever took it for absent would make a second secret.
+  /// nullopt when there is no such secret. A locked store returns an error, never nullopt: a caller
+  /// would otherwise make a second secret.
   Result<std::optional<std::string>> read(const std::string& service, const std::string& account);
-  /// Makes or replaces; durable when it answers.
+  /// Makes or replaces; durable when it returns.
   Result<> write(const std::string& service, const std::string& account, const std::string& value);
   /// Also well when there was none.
   Result<> remove(const std::string& service, const std::string& account);
@@ -62,8 +63,7 @@ class SecretStore {
   };
   virtual Status status() = 0;
   /// Lets the session ask the user for the keyring's password. Nothing else ever does. `locked`
-  /// when there is nobody to ask, or the user declines. Well at once where there is nothing to
-  /// unlock.
+  /// when the user cannot be asked or declines. Succeeds at once when nothing is locked.
   virtual Result<> unlock() { return {}; }
 
   static std::unique_ptr<SecretStore> inMemory();
@@ -72,7 +72,7 @@ class SecretStore {
   /// Connects for each operation: they are rare, and a service that was restarted costs nothing.
   static std::unique_ptr<SecretStore> secretService(SecretServiceOptions options);
   /// Chooses at the first operation, for good: the Secret Service where one answers (locked, slow
-  /// or unwilling is an answer), the files where none does. The first write remembers the choice,
+  /// or refusing is an answer), else the files. The first write remembers the choice,
   /// in the file "store" of the folder, before anything is stored; from then on it holds at every
   /// start. So a remembered service that is out of reach gives errors and no second secret in the
   /// files; and files that were begun without a keyring are used on when there is one.

@@ -14,7 +14,7 @@ std::unexpected<SecretError> cannotTell(std::string_view reason, const std::stri
   return std::unexpected(SecretError{
       SecretError::Kind::failed,
       fmt::format(
-          "It cannot be told where the secrets are kept: {}. Nothing was stored. Put \"{}\" "
+          "Where the secrets are kept is unknown: {}. Nothing was stored. Put \"{}\" "
           "or \"{}\" into {}, or remove that file when no secrets are kept yet.",
           reason, serviceWord.substr(0, serviceWord.size() - 1),
           filesWord.substr(0, filesWord.size() - 1), path)});
@@ -84,7 +84,7 @@ class ChosenSecrets final : public SecretStore {
     return choice_;
   }
 
-  /// Before the first secret, so that there is none that a later start does not find.
+  /// Before the first secret, so that a later start finds every secret.
   Result<> remember(const SecretStore* store) {
     const std::lock_guard guard(mutex_);
     if (isRemembered_) return {};

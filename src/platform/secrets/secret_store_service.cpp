@@ -26,7 +26,7 @@ template <typename T = void>
 using Result = SecretStore::Result<T>;
 
 constexpr const char* servicePath = "/org/freedesktop/secrets";
-/// Stands for "no object" in answers.
+/// Means "no object" in replies.
 constexpr std::string_view noObject = "/";
 
 struct Release {
@@ -313,7 +313,7 @@ class Operation {
     }
     g_dbus_connection_signal_unsubscribe(connection_.get(), subscription);
     if (end == End::completed) return {};
-    // Dismissed, or nobody could be asked.
+    // Dismissed, or there was no way to ask.
     return failure(shown && end == End::none ? Kind::timedOut : Kind::locked);
   }
 

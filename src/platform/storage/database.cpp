@@ -17,7 +17,7 @@ namespace {
 /// How long a statement waits for another process that holds the file.
 constexpr int busyTimeoutMilliseconds = 1000;
 
-/// The literal gives an empty view a place, which tells SQLite an empty value from an absent one.
+/// The literal gives an empty view a place, by which SQLite distinguishes an empty value from none.
 const char* placeOf(std::string_view bytes) {
   return bytes.empty() ? "" : bytes.data();
 }
@@ -166,8 +166,8 @@ bool Database::connect(const std::string& name, int flags) {
   return status == SQLITE_OK;
 }
 
-/// Where SQLite cannot make its log, nobody changes the file: it can be read as it stands, unless
-/// an old log is beside it, whose commits that would miss.
+/// Where SQLite cannot make its log, no program changes the file: it can be read as it is, unless
+/// there is an old log, whose commits that would miss.
 bool Database::isOnReadOnlyPlace(const std::string& path) const {
   const int code = sqlite3_errcode(database_.get());
   return (code == SQLITE_CANTOPEN || code == SQLITE_READONLY) &&

@@ -52,7 +52,7 @@ class Statement {
   Statement& bindBytes(int place, std::string_view bytes);
 
   enum class Step { row, done, failed };
-  /// To the next row. After the last one, or to begin anew, call reset().
+  /// To the next row. After the last one, or to start again, call reset().
   Step step();
   /// Runs a statement that gives no rows, and makes it ready for the next use.
   bool run();
@@ -77,13 +77,13 @@ class Database {
   /// is on the disk when it returns (a write-ahead log, synced each time). Where nothing can be
   /// written the file opens for reading. A wait for another program ends after a second.
   static std::expected<Database, DatabaseError> open(const std::string& path);
-  /// Opens a file that nobody writes to, without making anything beside it.
+  /// Opens a file that no program writes to, without making other files.
   static std::expected<Database, DatabaseError> openForReading(const std::string& path);
 
   Statement prepare(std::string_view sql);
-  /// Statements without parameters or answers.
+  /// Statements without parameters or rows.
   bool execute(const std::string& sql);
-  /// The first number that the statement answers, or -1 on failure.
+  /// The first number that the statement returns, or -1 on failure.
   std::int64_t number(std::string_view sql);
   /// What failed last.
   DatabaseError error() const;

@@ -14,20 +14,20 @@ namespace vantrell {
 class UserDefaults {
  public:
   virtual ~UserDefaults() = default;
-  // Absent when the key is missing or holds another type.
+  // nullopt when the key is missing or holds another type.
   virtual std::optional<std::string> text(std::string_view key) const = 0;
   virtual std::optional<bool> boolean(std::string_view key) const = 0;
   virtual std::optional<double> number(std::string_view key) const = 0;
   virtual std::optional<std::string> data(std::string_view key) const = 0;
 
-  // Each replaces a value of any type and answers whether the value is stored; a failure (disk
+  // Each replaces a value of any type and returns whether the value is stored; a failure (disk
   // full, read-only folder, locked file, a number that is NaN) leaves the old value and is
   // described by lastError().
   virtual bool setText(std::string_view key, std::string_view value) = 0;
   virtual bool setBoolean(std::string_view key, bool value) = 0;
   virtual bool setNumber(std::string_view key, double value) = 0;
   virtual bool setData(std::string_view key, std::string_view bytes) = 0;
-  virtual bool remove(std::string_view key) = 0;  // also true when it was absent
+  virtual bool remove(std::string_view key) = 0;  // also true when there was none
   virtual const std::string& lastError() const = 0;
 
   /// A store in memory, for tests and for what must not be kept.

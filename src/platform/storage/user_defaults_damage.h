@@ -7,7 +7,7 @@
 namespace vantrell {
 
 /// True when the file holds no database, or one that is damaged. False when it is in use, of a
-/// newer version, not accessible or absent: time or a person can put that right.
+/// newer version, not accessible or missing: those can be put right.
 bool isDamagedSettingsFile(const std::string& path);
 
 }  // namespace vantrell

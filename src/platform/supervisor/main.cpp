@@ -35,7 +35,7 @@ constexpr long graceMilliseconds = 1000;
 /// After a kill the rest gets this long, and is then left alone: a process in the kernel or of
 /// another user may never end, and Vantrell waits for the report of the exit.
 constexpr long patienceMilliseconds = 2000;
-/// While killing: a process may have been started behind the last walk.
+/// While killing: a process may have been started after the last walk.
 constexpr long walkMilliseconds = 50;
 constexpr long never = -1;
 

@@ -1,4 +1,4 @@
-// What a program asks of the terminal that it may stand on. Any thread.
+// The terminal that this program may run in. Any thread.
 #pragma once
 
 #include <optional>
@@ -12,7 +12,7 @@ struct Size {
   int columns = 0;
   int rows = 0;
 };
-/// Absent when the descriptor is no terminal, or one that does not know its size.
+/// nullopt when the descriptor is not a terminal, or one that does not know its size.
 std::optional<Size> size(int descriptor);
 
 /// Whether what is typed there is for this process: a job in the background is stopped when it
@@ -23,7 +23,7 @@ bool isInForeground(int descriptor);
 /// in the background nothing. Of a terminal that a RunLoop watches, its discardPending() does it.
 void discardTypedAhead(int descriptor);
 
-/// One line without its end; absent at the end of the input. Reads no byte behind it. Blocks.
+/// One line without its end; nullopt at the end of the input. Reads no byte after it. Blocks.
 std::optional<std::string> readLine(int descriptor);
 
 /// The same from a terminal, for a secret: nothing of it is shown. Backspace and Ctrl-U correct;

@@ -76,7 +76,7 @@ class CharacterBreaker {
     if (U_FAILURE(status)) breaker_.reset();
   }
 
-  /// Walks over characters until `limit` of them are passed or the text ends; answers the bytes
+  /// Walks over characters until `limit` of them are passed or the text ends; returns the bytes
   /// walked over and lowers `limit` by the characters.
   std::size_t walk(std::string_view text, std::size_t& limit) {
     UErrorCode status = U_ZERO_ERROR;

@@ -50,7 +50,7 @@ int localizedCompare(std::string_view left, std::string_view right);
 
 /// Whether a word that ends before `rest` would go on in it: where "\b" of Pattern finds no end.
 bool continuesWord(std::string_view rest);
-/// Bytes of the decimal digit (of any script, as "\d" of Pattern) at `at`; 0 where there is none.
+/// Bytes of the decimal digit (of any script, as "\d" of Pattern) at `at`; 0 when there is none.
 std::size_t decimalDigitAt(std::string_view text, std::size_t at);
 
 bool isValidUtf8(std::string_view bytes);
@@ -69,7 +69,7 @@ std::string joined(const std::vector<std::string>& parts, std::string_view separ
 /// threads at once are safe.
 class Pattern {
  public:
-  /// Absent when the expression does not compile.
+  /// nullopt when the expression does not compile.
   static std::optional<Pattern> compile(std::string_view expression, bool ignoreCase = false);
   ~Pattern();
   Pattern(Pattern&&) noexcept;

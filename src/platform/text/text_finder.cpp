@@ -38,7 +38,7 @@ struct Folding {
 };
 
 /// Case folded and composed, so that what a person takes for the same text has the same bytes.
-/// Absent when ICU cannot do it. The text must be valid.
+/// nullopt when ICU cannot do it. The text must be valid.
 std::optional<std::string> folded(std::string_view text, Folding* how) {
   if (!fitsIcu(text)) return std::nullopt;
   UErrorCode status = U_ZERO_ERROR;

@@ -26,7 +26,7 @@ std::chrono::nanoseconds processorTime() {
   return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
-/// Stops the matcher when its time is over. (ICU's own time limit begins anew at each place where
+/// Stops the matcher when its time is over. (ICU's own time limit starts again at each place where
 /// a match could start, which a long text has many of.)
 class Deadline {
  public:
@@ -92,7 +92,7 @@ struct Pattern::Impl {
 
   ~Impl() { delete spare.load(); }
 
-  /// Calls visit(match) for each match from the byte `from` until it answers false.
+  /// Calls visit(match) for each match from the byte `from` until it returns false.
   template <typename Visit>
   void forEach(std::string_view text, std::size_t from, Visit visit) const {
     if (from > text.size()) return;

@@ -36,7 +36,7 @@ bool isHarmful(std::uint32_t character) {
          isIn(0x2066, 0x2069);
 }
 
-/// The pictures of control characters stand in their own order from U+2400.
+/// The pictures of control characters are in the same order, from U+2400.
 void appendPicture(std::string& out, char control) {
   out += "\xE2\x90";
   out += control == deletion ? '\xA1' : static_cast<char>(0x80 + control);

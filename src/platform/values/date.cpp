@@ -40,7 +40,7 @@ class Scanner {
     rest_.remove_prefix(1);
     return true;
   }
-  /// From the decimal point on; absent when no digit follows it.
+  /// From the decimal point on; nullopt when no digit follows it.
   std::optional<double> fraction() {
     const std::size_t end = std::min(rest_.find_first_not_of("0123456789", 1), rest_.size());
     if (end < 2) return std::nullopt;

@@ -109,7 +109,7 @@ struct ParseError {
 };
 
 std::expected<Json, ParseError> parse(std::string_view text);
-/// Absent when the text is not JSON or not an object.
+/// nullopt when the text is not JSON or not an object.
 std::optional<JsonObject> parseObject(std::string_view text);
 
 /// Compact, keys in their order. A double that is not finite is written as null. Doubles are
@@ -126,11 +126,11 @@ void appendQuoted(std::string& out, std::string_view text);
 /// The members in the order of their keys' bytes; valid until the object changes.
 std::vector<const JsonMember*> sortedByKey(const JsonObject& object);
 
-// Typed look-ups in loosely typed answers: absent when the key is missing or of another kind.
+// Typed look-ups in loosely typed answers: nullopt when the key is missing or of another kind.
 const std::string* text(const JsonObject& object, std::string_view key);
 std::string textOr(const JsonObject& object, std::string_view key, std::string_view fallback);
 std::optional<bool> boolean(const JsonObject& object, std::string_view key);
-/// A number, also one written as a double; its fraction is dropped. Absent when out of range.
+/// A number, also one written as a double; its fraction is dropped. nullopt when out of range.
 std::optional<std::int64_t> integer(const JsonObject& object, std::string_view key);
 std::optional<double> number(const JsonObject& object, std::string_view key);
 const Json::Array* array(const JsonObject& object, std::string_view key);

@@ -91,7 +91,7 @@ void mergeDoubledKeys(std::vector<JsonMember>& members) {
 
 }  // namespace
 
-/// Recursive descent over one text. Each read function leaves at_ behind what it read, or answers
+/// Recursive descent over one text. Each read function leaves at_ after what it read, or returns
 /// false with message_ set and at_ where the fault is.
 class JsonReader {
  public:
@@ -192,7 +192,7 @@ class JsonReader {
     return true;
   }
 
-  /// From behind the opening quote. Whole runs are copied at once; most texts are one run.
+  /// From after the opening quote. Whole runs are copied at once; most texts are one run.
   bool readText(std::string& out) {
     const char* run = at_;
     while (true) {
@@ -220,7 +220,7 @@ class JsonReader {
     }
   }
 
-  /// From behind the backslash.
+  /// From after the backslash.
   bool readEscape(std::string& out) {
     if (at_ == end_) return fail("a string without an end");
     switch (*at_++) {

@@ -10,14 +10,13 @@
 
 namespace vantrell {
 
-/// The text with each byte as "%2F" that is no letter or digit of ASCII and does not stand in
-/// `plain`.
+/// The text with each byte as "%2F" that is neither an ASCII letter or digit nor in `plain`.
 std::string percentEncoded(std::string_view text, std::string_view plain);
 
 class Url {
  public:
-  /// Absent for what is no URL or lacks a scheme or a host. White space around it is the caller's
-  /// to trim.
+  /// nullopt for text that is not a URL or lacks a scheme or a host. White space around it is the
+  /// caller's to trim.
   static std::optional<Url> parse(std::string_view text);
 
   /// As it was given, but for the changes below.
@@ -36,7 +35,7 @@ class Url {
 
   /// Decoded; a slash at the end of the path does not count. Empty when there is none.
   std::string lastPathComponent() const;
-  /// With the components behind the path, one slash between; a query and a fragment stay behind
+  /// With the components after the path, one slash between; a query and a fragment stay after
   /// them. The components are taken as they stand.
   Url appendingPath(std::string_view components) const;
   /// Without the last component of the path; the slash in front of it stays.

@@ -20,7 +20,7 @@ class Uuid {
   static Uuid random();
   /// Fills all of them with fresh ones, in few calls of the generator. Any thread.
   static void random(std::span<Uuid> ids);
-  /// Reads the 36-character form in either case of letters; absent for anything else.
+  /// Reads the 36-character form in either case of letters; nullopt for anything else.
   static std::optional<Uuid> parse(std::string_view text);
   /// The 36-character upper-case form.
   std::string text() const;

@@ -21,7 +21,7 @@ struct ACPConfiguration {
   std::vector<std::string> processArguments;  // complete, without the executable
   Environment processEnvironment;             // complete
   /// Complete; of the terminals that the runtime opens. It is Grok's whichever the runtime is: that
-  /// one only adds to PATH, as a user's own shell would.
+  /// one only adds to PATH, as a user's own shell would. Empty: the process's.
   Environment terminalEnvironment;
   std::string runtimeName;  // for messages
 };

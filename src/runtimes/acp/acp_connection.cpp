@@ -42,17 +42,13 @@ ACPConnection::~ACPConnection() = default;
 void ACPConnection::begin(std::optional<std::string> existingSessionID,
                           AgentClient::StartCompletion completion) {
   if (state_ != State::unused) return completion(std::unexpected(disconnected(endText({}))));
-  if (auto error = launchRuntime()) return completion(std::unexpected(std::move(*error)));
+  auto error = launch({.executable = configuration_.executable,
+                       .arguments = configuration_.processArguments,
+                       .environment = configuration_.processEnvironment,
+                       .workingFolder = configuration_.workspacePath},
+                      AgentError::notInstalled(configuration_.runtimeName));
+  if (error) return completion(std::unexpected(std::move(*error)));
   initialize(std::move(existingSessionID), std::move(completion));
-}
-
-std::optional<AgentError> ACPConnection::launchRuntime() {
-  ProcessOptions options;
-  options.executable = configuration_.executable;
-  options.arguments = configuration_.processArguments;
-  options.environment = configuration_.processEnvironment;
-  options.workingFolder = configuration_.workspacePath;
-  return launch(std::move(options), AgentError::notInstalled(configuration_.runtimeName));
 }
 
 void ACPConnection::initialize(std::optional<std::string> existingSessionID,

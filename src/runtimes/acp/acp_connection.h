@@ -33,7 +33,6 @@ class ACPConnection final : public JsonRpcConnection {
  private:
   void begin(std::optional<std::string> existingSessionID,
              AgentClient::StartCompletion completion) override;
-  std::optional<AgentError> launchRuntime();
   void loadSession(std::string sessionId, AgentClient::StartCompletion completion);
   void newSession(AgentClient::StartCompletion completion);
   void applyRuntimeConfiguration(AgentStartResult result, AgentClient::StartCompletion completion);

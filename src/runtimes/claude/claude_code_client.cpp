@@ -4,7 +4,7 @@
 
 namespace vantrell {
 
-std::shared_ptr<ClaudeCodeClient> ClaudeCodeClient::make(ClaudeConfiguration configuration,
+std::shared_ptr<ClaudeCodeClient> ClaudeCodeClient::make(AgentConfiguration configuration,
                                                          MainQueue& main, BackgroundPool& pool) {
   std::shared_ptr<ClaudeCodeClient> client(
       new ClaudeCodeClient(AgentProvider::claude, "com.local.vantrell.claude-code", main, pool));

@@ -2,14 +2,14 @@
 // protocol.
 #pragma once
 
-#include "runtimes/claude/claude_configuration.h"
+#include "runtimes/wire/agent_configuration.h"
 #include "runtimes/wire/process_client.h"
 
 namespace vantrell {
 
 class ClaudeCodeClient final : public ProcessClient {
  public:
-  static std::shared_ptr<ClaudeCodeClient> make(ClaudeConfiguration configuration, MainQueue& main,
+  static std::shared_ptr<ClaudeCodeClient> make(AgentConfiguration configuration, MainQueue& main,
                                                 BackgroundPool& pool);
 
  private:

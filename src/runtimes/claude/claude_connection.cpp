@@ -6,7 +6,7 @@
 
 namespace vantrell {
 
-ClaudeConnection::ClaudeConnection(ClaudeConfiguration configuration, SerialQueue queue,
+ClaudeConnection::ClaudeConnection(AgentConfiguration configuration, SerialQueue queue,
                                    std::shared_ptr<Mailbox> mailbox, AgentEvents events)
     : AgentConnection(std::move(queue), std::move(mailbox), std::move(events)),
       configuration_(std::move(configuration)) {}
@@ -22,18 +22,14 @@ void ClaudeConnection::begin(std::optional<std::string> existingSessionID,
   session.replayedSession = existingSessionID.has_value();
   session.sessionId =
       existingSessionID ? std::move(*existingSessionID) : text::lowercased(Uuid::random().text());
-  if (auto error = launchRuntime(session)) return completion(std::unexpected(std::move(*error)));
+  auto error = launch({.executable = configuration_.executable,
+                       .arguments = claude::processArguments(configuration_, session.sessionId,
+                                                             session.replayedSession),
+                       .environment = configuration_.processEnvironment,
+                       .workingFolder = configuration_.workspacePath},
+                      AgentError::notInstalled("Claude Code"));
+  if (error) return completion(std::unexpected(std::move(*error)));
   initialize(std::move(session), std::move(completion));
-}
-
-std::optional<AgentError> ClaudeConnection::launchRuntime(const AgentStartResult& session) {
-  ProcessOptions options;
-  options.executable = configuration_.executable;
-  options.arguments =
-      claude::processArguments(configuration_, session.sessionId, session.replayedSession);
-  options.environment = configuration_.processEnvironment;
-  options.workingFolder = configuration_.workspacePath;
-  return launch(std::move(options), AgentError::notInstalled("Claude Code"));
 }
 
 void ClaudeConnection::initialize(AgentStartResult session,

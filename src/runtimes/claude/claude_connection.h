@@ -6,9 +6,9 @@
 #include <optional>
 #include <string>
 
-#include "runtimes/claude/claude_configuration.h"
 #include "runtimes/claude/claude_events.h"
 #include "runtimes/claude/claude_permissions.h"
+#include "runtimes/wire/agent_configuration.h"
 #include "runtimes/wire/agent_connection.h"
 #include "runtimes/wire/pending_requests.h"
 
@@ -16,7 +16,7 @@ namespace vantrell {
 
 class ClaudeConnection final : public AgentConnection {
  public:
-  ClaudeConnection(ClaudeConfiguration configuration, SerialQueue queue,
+  ClaudeConnection(AgentConfiguration configuration, SerialQueue queue,
                    std::shared_ptr<Mailbox> mailbox, AgentEvents events);
 
   void sendPrompt(std::string prompt, AgentClient::PromptCompletion completion) override;
@@ -34,8 +34,6 @@ class ClaudeConnection final : public AgentConnection {
              AgentClient::StartCompletion completion) override;
   using Answer = std::expected<JsonObject, AgentError>;
 
-  std::optional<AgentError> launchRuntime(const AgentStartResult& session);
-
   void handleControlResponse(const JsonObject& message);
   void handleControlRequest(const JsonObject& message, std::size_t bytes);
   void handleSystem(const JsonObject& message, std::size_t bytes);
@@ -50,7 +48,7 @@ class ClaudeConnection final : public AgentConnection {
   void release() override { permissions_.clear(); }
   void failPending(const AgentError& error) override;
 
-  const ClaudeConfiguration configuration_;
+  const AgentConfiguration configuration_;
 
   std::string sessionID_;
   PendingRequests<Answer> controlRequests_;

@@ -36,7 +36,7 @@ JsonObject successAnswer(std::string requestID, JsonObject decision) {
 
 }  // namespace
 
-std::vector<std::string> processArguments(const ClaudeConfiguration& configuration,
+std::vector<std::string> processArguments(const AgentConfiguration& configuration,
                                           const std::string& sessionID, bool resumes) {
   std::vector<std::string> arguments{
       "--output-format",
@@ -51,7 +51,7 @@ std::vector<std::string> processArguments(const ClaudeConfiguration& configurati
       "--permission-mode",
       permissionModeArgument(configuration.permissionMode),
       "--model",
-      configuration.model,
+      configuration.model.value_or("sonnet"),
   };
   const auto& effort = configuration.effort;
   if (effort && !effort->empty() && *effort != "default") {
@@ -187,19 +187,31 @@ ProviderUsage usage(const JsonObject& rateLimitInfo) {
 
 std::vector<ProviderModelOption> modelOptions(const JsonObject& initialized) {
   std::vector<ProviderModelOption> options;
+  std::vector<ProviderEffortOption> defaultEfforts{ProviderEffortOption::defaultOption()};
   const Json::Array* models = json::array(initialized, "models");
   if (!models) return options;
-  const auto efforts = ProviderEffortOption::list({"low", "medium", "high", "xhigh", "max"});
   for (const Json& each : *models) {
     const JsonObject* model = each.asObject();
     const std::string* id = model ? json::text(*model, "value") : nullptr;
-    if (!id || id->empty() || *id == "default") continue;
-    options.push_back({*id, json::textOr(*model, "displayName", *id),
-                       json::textOr(*model, "description", ""), *id == "sonnet", efforts});
+    if (!id || id->empty()) continue;
+    std::string detail = json::textOr(*model, "description", "");
+    // Such a model is billed per use, which no subscription covers.
+    if (text::lowercased(detail).contains("usage credits")) continue;
+    std::vector<ProviderEffortOption> efforts{ProviderEffortOption::defaultOption()};
+    if (const Json::Array* levels = json::array(*model, "supportedEffortLevels")) {
+      for (const Json& level : *levels) {
+        if (level.asText()) efforts.push_back(ProviderEffortOption::named(*level.asText(), ""));
+      }
+    }
+    if (*id == "default") {
+      defaultEfforts = std::move(efforts);
+      continue;
+    }
+    options.push_back({*id, json::textOr(*model, "displayName", *id), std::move(detail),
+                       *id == "sonnet", std::move(efforts)});
   }
-  if (!options.empty()) {
-    options.insert(options.begin(), ProviderModelOption::defaultOption(efforts));
-  }
+  if (options.empty()) return options;
+  options.insert(options.begin(), ProviderModelOption::defaultOption(std::move(defaultEfforts)));
   return options;
 }
 

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "platform/values/json.h"
-#include "runtimes/claude/claude_configuration.h"
+#include "runtimes/wire/agent_configuration.h"
 #include "runtimes/wire/agent_error.h"
 #include "runtimes/wire/provider_options.h"
 #include "runtimes/wire/provider_usage.h"
@@ -22,7 +22,7 @@ namespace vantrell::claude {
 // ---- written ------------------------------------------------------------------------------------
 
 /// A session has the id that it is given here, a new one too.
-std::vector<std::string> processArguments(const ClaudeConfiguration& configuration,
+std::vector<std::string> processArguments(const AgentConfiguration& configuration,
                                           const std::string& sessionID, bool resumes);
 
 /// The id on the wire of the control request with this number, and back; absent for any text that

@@ -5,7 +5,7 @@
 
 namespace vantrell {
 
-std::shared_ptr<CodexAppServerClient> CodexAppServerClient::make(CodexConfiguration configuration,
+std::shared_ptr<CodexAppServerClient> CodexAppServerClient::make(AgentConfiguration configuration,
                                                                  MainQueue& main,
                                                                  BackgroundPool& pool) {
   std::shared_ptr<CodexAppServerClient> client(new CodexAppServerClient(

@@ -2,7 +2,7 @@
 // subscription's allowance, and to spend a credit that resets it. CodexConnection is the protocol.
 #pragma once
 
-#include "runtimes/codex/codex_configuration.h"
+#include "runtimes/wire/agent_configuration.h"
 #include "runtimes/wire/process_client.h"
 
 namespace vantrell {
@@ -11,7 +11,7 @@ class CodexConnection;
 
 class CodexAppServerClient final : public ProcessClient {
  public:
-  static std::shared_ptr<CodexAppServerClient> make(CodexConfiguration configuration,
+  static std::shared_ptr<CodexAppServerClient> make(AgentConfiguration configuration,
                                                     MainQueue& main, BackgroundPool& pool);
 
   /// Asks for fresh allowance numbers, which come through onUsageUpdate. Main queue; a failure is

@@ -13,7 +13,7 @@ namespace vantrell {
 
 using Kind = AgentRuntimeError::Kind;
 
-CodexConnection::CodexConnection(CodexConfiguration configuration, SerialQueue queue,
+CodexConnection::CodexConnection(AgentConfiguration configuration, SerialQueue queue,
                                  std::shared_ptr<Mailbox> mailbox, AgentEvents events)
     : JsonRpcConnection(std::move(queue), std::move(mailbox), std::move(events)),
       configuration_(std::move(configuration)) {}
@@ -23,17 +23,13 @@ CodexConnection::CodexConnection(CodexConfiguration configuration, SerialQueue q
 void CodexConnection::begin(std::optional<std::string> existingSessionID,
                             AgentClient::StartCompletion completion) {
   if (state_ != State::unused) return completion(std::unexpected(disconnected(endText({}))));
-  if (auto error = launchRuntime()) return completion(std::unexpected(std::move(*error)));
+  auto error = launch({.executable = configuration_.executable,
+                       .arguments = {"app-server"},
+                       .environment = configuration_.processEnvironment,
+                       .workingFolder = configuration_.workspacePath},
+                      systemFailure("The Codex executable is not installed."));
+  if (error) return completion(std::unexpected(std::move(*error)));
   initialize(std::move(existingSessionID), std::move(completion));
-}
-
-std::optional<AgentError> CodexConnection::launchRuntime() {
-  ProcessOptions options;
-  options.executable = configuration_.executable;
-  options.arguments = {"app-server"};
-  options.environment = configuration_.processEnvironment;
-  options.workingFolder = configuration_.workspacePath;
-  return launch(std::move(options), systemFailure("The Codex executable is not installed."));
 }
 
 void CodexConnection::initialize(std::optional<std::string> existingSessionID,

@@ -12,16 +12,16 @@
 #include <unordered_set>
 
 #include "runtimes/codex/codex_approvals.h"
-#include "runtimes/codex/codex_configuration.h"
 #include "runtimes/codex/codex_turns.h"
 #include "runtimes/codex/codex_usage.h"
+#include "runtimes/wire/agent_configuration.h"
 #include "runtimes/wire/json_rpc_connection.h"
 
 namespace vantrell {
 
 class CodexConnection final : public JsonRpcConnection {
  public:
-  CodexConnection(CodexConfiguration configuration, SerialQueue queue,
+  CodexConnection(AgentConfiguration configuration, SerialQueue queue,
                   std::shared_ptr<Mailbox> mailbox, AgentEvents events);
 
   void sendPrompt(std::string prompt, AgentClient::PromptCompletion completion) override;
@@ -39,7 +39,6 @@ class CodexConnection final : public JsonRpcConnection {
  private:
   void begin(std::optional<std::string> existingSessionID,
              AgentClient::StartCompletion completion) override;
-  std::optional<AgentError> launchRuntime();
   void openThread(std::optional<std::string> existingSessionID,
                   AgentClient::StartCompletion completion);
   void startThread(AgentClient::StartCompletion completion);
@@ -72,7 +71,7 @@ class CodexConnection final : public JsonRpcConnection {
   AgentError systemFailure(std::string text) const override;
   AgentError errorOfResponse(const JsonObject& error) const override;
 
-  const CodexConfiguration configuration_;
+  const AgentConfiguration configuration_;
 
   CodexTurns turns_;
   std::int64_t promptCount_ = 0;

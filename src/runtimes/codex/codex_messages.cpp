@@ -23,7 +23,7 @@ std::string_view threadSandbox(GrokPermissionMode mode) {
   return mode == GrokPermissionMode::fullAccess ? "danger-full-access" : "workspace-write";
 }
 
-JsonObject turnSandboxPolicy(const CodexConfiguration& configuration) {
+JsonObject turnSandboxPolicy(const AgentConfiguration& configuration) {
   if (configuration.permissionMode == GrokPermissionMode::fullAccess) {
     return {{"type", "dangerFullAccess"}};
   }
@@ -44,7 +44,7 @@ JsonObject initializeParams(std::string_view version) {
           {"capabilities", JsonObject{{"experimentalApi", true}}}};
 }
 
-JsonObject threadStartParams(const CodexConfiguration& configuration) {
+JsonObject threadStartParams(const AgentConfiguration& configuration) {
   const auto mode = configuration.permissionMode;
   JsonObject params{{"cwd", configuration.workspacePath},
                     {"approvalPolicy", approvalPolicy(mode)},
@@ -54,14 +54,14 @@ JsonObject threadStartParams(const CodexConfiguration& configuration) {
   return params;
 }
 
-JsonObject threadResumeParams(const CodexConfiguration& configuration,
+JsonObject threadResumeParams(const AgentConfiguration& configuration,
                               const std::string& threadId) {
   JsonObject params{{"threadId", threadId}};
   for (const auto& [key, value] : threadStartParams(configuration)) params.set(key, value);
   return params;
 }
 
-JsonObject turnStartParams(const CodexConfiguration& configuration, const std::string& threadId,
+JsonObject turnStartParams(const AgentConfiguration& configuration, const std::string& threadId,
                            std::string prompt) {
   const auto mode = configuration.permissionMode;
   JsonObject params{

@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "platform/values/json.h"
-#include "runtimes/codex/codex_configuration.h"
+#include "runtimes/wire/agent_configuration.h"
 #include "runtimes/wire/agent_error.h"
 
 namespace vantrell::codex {
@@ -14,9 +14,9 @@ namespace vantrell::codex {
 // Params of the requests.
 /// `version` is how the client describes itself, mostly the version of the program.
 JsonObject initializeParams(std::string_view version);
-JsonObject threadStartParams(const CodexConfiguration& configuration);
-JsonObject threadResumeParams(const CodexConfiguration& configuration, const std::string& threadId);
-JsonObject turnStartParams(const CodexConfiguration& configuration, const std::string& threadId,
+JsonObject threadStartParams(const AgentConfiguration& configuration);
+JsonObject threadResumeParams(const AgentConfiguration& configuration, const std::string& threadId);
+JsonObject turnStartParams(const AgentConfiguration& configuration, const std::string& threadId,
                            std::string prompt);
 JsonObject turnInterruptParams(const std::string& threadId, const std::string& turnId);
 /// A fresh key each time: one call spends at most one credit, two calls may spend two.

@@ -1,4 +1,4 @@
-// Everything that a Codex client is told about its conversation, given when it is made.
+// What a client of Codex or Claude Code is told about its conversation when it is made.
 #pragma once
 
 #include <optional>
@@ -9,10 +9,10 @@
 
 namespace vantrell {
 
-struct CodexConfiguration {
-  std::string executable;     // absolute
-  std::string workspacePath;  // folder of the process and the thread, the root that may be written
-  std::optional<std::string> model;
+struct AgentConfiguration {
+  std::string executable;            // absolute
+  std::string workspacePath;         // folder of the process and the session
+  std::optional<std::string> model;  // of Claude Code never absent: the selected or the configured
   std::optional<std::string> effort;
   GrokPermissionMode permissionMode = GrokPermissionMode::ask;
   Environment processEnvironment;  // complete; of the subscription, without API keys
