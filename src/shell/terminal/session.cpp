@@ -243,6 +243,7 @@ void Session::end() {
   }
   context_.model().endAllWork();
   context_.model().changes().deliver();
+  observation_ = {};
   for (auto& each : jobs_) {
     if (!each.hasEnded) each.job->tellEnd();
   }
