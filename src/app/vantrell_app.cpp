@@ -51,9 +51,9 @@ VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, UserState sta
                  .customExecutable = executableChoice(options.customExecutable, *state_.defaults),
                  .practiceAgent = options.practiceAgent}),
       projects_(std::make_unique<LocalProjectServices>(main, pool_, options.readsGitSnapshot)),
-      programs_(programsOfThisSession(
-          main, pool_, std::move(options.desktop),
-          executableChoice(options.customExecutable, *state_.defaults))),
+      programs_(
+          programsOfThisSession(main, pool_, std::move(options.desktop),
+                                executableChoice(options.customExecutable, *state_.defaults))),
       model_(std::make_unique<AppModel>(
           AppModel::Dependencies{.main = main,
                                  .defaults = *state_.defaults,

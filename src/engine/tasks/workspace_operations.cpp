@@ -197,9 +197,8 @@ Result<> WorkspaceOperations::archiveWorkspaceThreads(const Uuid& id) {
   if (std::ranges::all_of(workspace->threads, &ChatThread::isArchived)) {
     return refuse("This project has no active conversations to archive.");
   }
-  if (std::ranges::any_of(workspace->threads, [&](const ChatThread& thread) {
-        return isAtWork({id, thread.id});
-      })) {
+  if (std::ranges::any_of(workspace->threads,
+                          [&](const ChatThread& thread) { return isAtWork({id, thread.id}); })) {
     return refuse("Stop active tasks before archiving this project's conversations.");
   }
   std::vector<Uuid> ids;
@@ -238,9 +237,9 @@ Result<> WorkspaceOperations::newThread(std::optional<Uuid> workspaceID) {
   }
   if (!core_.tree.workspace(*workspaceID)) return refuseMissingProject();
   const bool isTask = !isGeneral(*workspaceID) && selection.section() != AppSection::chat;
-  addAndSelect(ChatThread::make(std::string(isTask ? newTaskTitle : newChatTitle),
-                                core_.main.now()),
-               *workspaceID);
+  addAndSelect(
+      ChatThread::make(std::string(isTask ? newTaskTitle : newChatTitle), core_.main.now()),
+      *workspaceID);
   return {};
 }
 
