@@ -155,6 +155,11 @@ void WorkspaceOperations::addWorkspace(std::string_view path) {
   for (const auto& workspace : tree_.workspaces()) {
     if (files::standardized(workspace.path) == folder) return selectWorkspace(workspace.id);
   }
+  // Records and protocols are JSON: such a path would be another one after a restart.
+  if (!text::isValidUtf8(folder)) {
+    return executions_.showError(
+        "The path of this folder is not valid UTF-8. Rename the folder, then open it again.");
+  }
   Workspace workspace = Workspace::makeProject(folder, main_.now());
   const ThreadExecutionKey key{workspace.id, workspace.threads.front().id};
   tree_.addWorkspace(std::move(workspace));

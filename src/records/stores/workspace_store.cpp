@@ -1,6 +1,7 @@
 #include "records/stores/workspace_store.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <fmt/format.h>
 
 #include "platform/files/dated_name.h"
@@ -16,7 +17,8 @@ namespace {
 /// More than an empty task, or a title.
 bool holdsConversations(const Workspace& workspace) {
   return std::ranges::any_of(workspace.threads, [](const ChatThread& thread) {
-    return !thread.entries.empty() || !thread.runs.empty() || !thread.queuedPrompts.empty();
+    return !thread.entries.empty() || !thread.runs.empty() || !thread.queuedPrompts.empty() ||
+           !thread.draftText.value_or("").empty() || !thread.draftAttachments.empty();
   });
 }
 
@@ -121,6 +123,11 @@ std::vector<Workspace> WorkspaceStore::readTree(Date now) {
 std::vector<Workspace> WorkspaceStore::readFile() {
   const auto look = ConversationFile::lookAt(path_);
   if (look.damage) return salvage(*look.damage);
+  std::error_code code;
+  if (std::filesystem::file_size(path_, code) == 0 && !code) {
+    tell(fmt::format("The file of the stored conversations, {}, was empty; a new list begins.",
+                     path_));
+  }
   auto opened = ConversationFile::open(path_);
   if (!opened) {
     const auto& error = opened.error();
@@ -247,6 +254,11 @@ std::expected<void, std::string> WorkspaceStore::write(SaveBatch batch) {
   if (!writer_) return std::unexpected("The conversations were not loaded");
   unwritten_.add(std::move(batch));
   if (unwritten_.empty()) return {};
+  // SQLite goes on to write into a file that was removed or renamed.
+  if (!files::exists(path_)) {
+    return std::unexpected(
+        fmt::format("Could not save the conversations: {} is no longer there", path_));
+  }
   const auto written = writer_->write(unwritten_);
   if (written) {
     unwritten_ = {};
