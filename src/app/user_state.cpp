@@ -55,8 +55,7 @@ std::expected<UserFolders, std::string> UserFolders::made() const {
 }
 
 bool UserFolders::areInUse() const {
-  const auto lock = files::LockFile::acquire(support + "/lock");
-  return !lock && !lock.error().error;
+  return !files::LockFile::acquire(support + "/lock");
 }
 
 std::unique_ptr<SecretStore> UserFolders::secretStore() const {

@@ -285,6 +285,28 @@ TEST_F(StoredConversations, DamagedPageKeepsNoOtherConversationFromBeingSaved) {
   EXPECT_GE(changed, 10U);
 }
 
+TEST_F(StoredConversations, DamageThatOnlyAWriteMeetsIsSetAsideAtTheNextStart) {
+  const auto tree = makeStore(3);
+  std::string content = TemporaryFolder::contentOf(file());
+  // The list of free pages: its first page, and how many there are.
+  content.replace(32, 8, std::string("\0\0\x7F\xFF\0\0\0\5", 8));
+  folder_.file("conversations.sqlite", content);
+  {
+    WorkspaceStore store(*defaults_, folder_.path());
+    auto loaded = store.load(now);
+    EXPECT_EQ(loaded, tree);
+    loaded[1].threads[0].entries.append(entryWith("d", std::string(100'000, 'd')));
+    EXPECT_FALSE(store.save(loaded));
+    EXPECT_TRUE(store.lastError().contains("Start Vantrell again")) << store.lastError();
+  }
+  WorkspaceStore again(*defaults_, folder_.path());
+  const auto loaded = again.load(now);
+  ASSERT_TRUE(again.notice());
+  EXPECT_TRUE(again.notice()->contains("it is damaged")) << *again.notice();
+  EXPECT_TRUE(again.save(loaded)) << again.lastError();
+  EXPECT_EQ(load(), loaded);
+}
+
 TEST_F(StoredConversations, WhatCannotBeKeptAsideIsNeverWrittenOver) {
   if (geteuid() == 0) {
     const std::string volume = folder_.folder("volume");

@@ -22,6 +22,12 @@ bool holdsConversations(const Workspace& workspace) {
   });
 }
 
+/// Its presence says that a write met damage. The file cannot be replaced while it is in use, so
+/// the next start looks at all of it, and sets it aside.
+std::string markOfDamage(const std::string& path) {
+  return path + ".damaged";
+}
+
 }  // namespace
 
 WorkspaceStore::WorkspaceStore(UserDefaults& defaults, std::string supportFolder)
@@ -141,6 +147,14 @@ std::vector<Workspace> WorkspaceStore::readFile() {
   if (look.isDoubtful && !opened->isSound()) {
     opened = std::unexpected(DatabaseError{});
     return salvage("it is cut short");
+  }
+  if (const std::string mark = markOfDamage(path_); files::exists(mark)) {
+    const bool isSound = opened->isSound();
+    (void)files::remove(mark);
+    if (!isSound) {
+      opened = std::unexpected(DatabaseError{});
+      return salvage("it is damaged");
+    }
   }
   const auto contents = opened->readContents();
   if (contents.damage) {
@@ -264,7 +278,14 @@ std::expected<void, std::string> WorkspaceStore::write(SaveBatch batch) {
     unwritten_ = {};
     return {};
   }
-  if (written.error().kind == DatabaseError::Kind::damaged) writeWhatIsSound();
+  if (written.error().kind == DatabaseError::Kind::damaged) {
+    writeWhatIsSound();
+    (void)files::writeAtomically(markOfDamage(path_), "", 0600);
+    return std::unexpected(
+        fmt::format("Could not save the conversations in {}: the file is damaged ({}). Start "
+                    "Vantrell again: it keeps the file, and goes on with all that can be read",
+                    path_, written.error().text));
+  }
   return std::unexpected(
       fmt::format("Could not save the conversations in {}: {}", path_, written.error().text));
 }
