@@ -164,6 +164,11 @@ Result<> WorkspaceOperations::addWorkspace(std::string_view path) {
   for (const auto& workspace : core_.tree.workspaces()) {
     if (files::standardized(workspace.path) == folder) return selectWorkspace(workspace.id);
   }
+  // Records and protocols are JSON: such a path would be another one after a restart.
+  if (!text::isValidUtf8(folder)) {
+    return refuse(
+        "The path of this folder is not valid UTF-8. Rename the folder, then open it again.");
+  }
   Workspace workspace = Workspace::makeProject(folder, core_.main.now());
   const ThreadExecutionKey key{workspace.id, workspace.threads.front().id};
   core_.tree.addWorkspace(std::move(workspace));

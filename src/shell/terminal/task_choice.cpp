@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "platform/files/files.h"
+#include "platform/text/text.h"
 #include "runtimes/catalog/provider_registry.h"
 #include "shell/terminal/awaiting.h"
 #include "shell/terminal/task_lookup.h"
@@ -94,6 +95,10 @@ std::expected<ThreadExecutionKey, UsageError> openTask(AppModel& model, const Ru
     if (!found) return found;
     model.operations.selectThread(found->threadID, found->workspaceID);
   } else {
+    if (!text::isValidUtf8(plan.folder)) {
+      return usageError(
+          "The path of this folder is not valid UTF-8. Rename the folder, then start again.");
+    }
     model.operations.addWorkspace(plan.folder);
     const auto key = model.selection.key();
     const ChatThread* thread = key ? model.tree.thread(*key) : nullptr;
