@@ -22,17 +22,16 @@ AppModel::Parts::Parts(Dependencies given)
       git(std::make_shared<GitSnapshotService>(tree, selection, changes, given.projects)),
       hooks(std::make_shared<HookRunner>(main, tree, *context, given.projects)),
       reviews(main, changes, orchestration),
-      safety(std::make_shared<TaskSafety>(TaskSafety::Dependencies{main, tree, executions, runs,
-                                                                   *git, changes, given.background,
-                                                                   given.supportFolder})),
+      safety(std::make_shared<TaskSafety>(TaskSafety::Dependencies{
+          main, tree, executions, runs, *git, changes, given.background, given.supportFolder})),
 
       runtimes(std::make_shared<InstalledRuntimes>(changes, given.programs)),
       usage(main, changes, orchestration, given.writer),
       setup({settings, tree, selection, executions, runs, given.providers}),
       catalog(std::make_shared<ModelCatalog>(main, changes, setup, usage, *runtimes)),
       controls({main, settings, tree, executions, runs, *catalog}),
-      router(std::make_shared<Router>(Router::Dependencies{main, settings, tree, selection,
-                                                           executions, runs, setup, usage})),
+      router(std::make_shared<Router>(
+          Router::Dependencies{main, settings, tree, selection, executions, runs, setup, usage})),
       imagine(std::make_shared<ImagineController>(ImagineController::Dependencies{
           main, settings, executions, changes, given.events, given.providers, *runtimes,
           given.supportFolder,
@@ -42,18 +41,16 @@ AppModel::Parts::Parts(Dependencies given)
       approvals(settings, executions, runs, *imagine),
       queue(main, tree),
       status(main, tree, executions, changes),
-      launcher(std::make_shared<AgentLauncher>(
-          AgentLauncher::Dependencies{main, settings, tree, executions, runs, setup, *catalog,
-                                      usage, intake, approvals})),
+      launcher(std::make_shared<AgentLauncher>(AgentLauncher::Dependencies{
+          main, settings, tree, executions, runs, setup, *catalog, usage, intake, approvals})),
       usageReset(std::make_shared<UsageReset>(executions, usage, controls, *launcher)),
       outcome(std::make_shared<TurnOutcome>(main, runs, executions, setup, *git, *hooks)),
-      turns(std::make_shared<TurnRunner>(TurnRunner::Dependencies{settings, tree, executions, runs,
-                                                                  *router, usage, *context,
-                                                                  given.projects, *launcher,
-                                                                  *outcome})),
-      composer(std::make_shared<Composer>(Composer::Dependencies{
-          main, settings, tree, executions, runs, given.events, status, queue, *context, *hooks,
-          *safety, *turns})),
+      turns(std::make_shared<TurnRunner>(
+          TurnRunner::Dependencies{settings, tree, executions, runs, *router, usage, *context,
+                                   given.projects, *launcher, *outcome})),
+      composer(std::make_shared<Composer>(
+          Composer::Dependencies{main, settings, tree, executions, runs, given.events, status,
+                                 queue, *context, *hooks, *safety, *turns})),
       monitor(std::make_shared<ExecutionMonitor>(main, executions, runs)),
 
       operations(std::make_shared<WorkspaceOperations>(WorkspaceOperations::Dependencies{
@@ -69,8 +66,7 @@ AppModel::Parts::Parts(Dependencies given)
   given.providers.onLocalRuntimeChanged = [this] { catalog->localRuntimeChanged(); };
 }
 
-AppModel::AppModel(Dependencies dependencies)
-    : parts_(std::make_unique<Parts>(dependencies)) {
+AppModel::AppModel(Dependencies dependencies) : parts_(std::make_unique<Parts>(dependencies)) {
   startUp(dependencies.refreshesRuntimes);
 }
 
@@ -89,7 +85,8 @@ void AppModel::startUp(bool refreshesRuntimes) {
   if (const auto shown = parts.selection.key()) parts.tree.loadTranscript(*shown);
   parts.settings.load();
   if (refreshesRuntimes) {
-    parts.setup.services().loadTasklet([&changes = parts.changes] { changes.mark(topics::runtimes); });
+    parts.setup.services().loadTasklet(
+        [&changes = parts.changes] { changes.mark(topics::runtimes); });
   }
   parts.imagine->load();
   parts.usage.load();
@@ -133,33 +130,89 @@ void AppModel::clearError() {
 
 // ---- accessors ----------------------------------------------------------------------------------
 
-Changes& AppModel::changes() const { return parts_->changes; }
-const WorkspaceTree& AppModel::tree() const { return parts_->tree; }
-const Settings& AppModel::settings() const { return parts_->settings; }
-Settings& AppModel::editableSettings() const { return parts_->settings; }
-const Selection& AppModel::selection() const { return parts_->selection; }
-const ExecutionTable& AppModel::executions() const { return parts_->executions; }
-const UsageTracker& AppModel::usage() const { return parts_->usage; }
-OrchestrationStore& AppModel::orchestration() const { return parts_->orchestration; }
-SelectedTask& AppModel::selected() const { return parts_->selected; }
-WorkspaceOperations& AppModel::operations() const { return *parts_->operations; }
-Composer& AppModel::composer() const { return *parts_->composer; }
-PromptQueue& AppModel::queue() const { return parts_->queue; }
-Approvals& AppModel::approvals() const { return parts_->approvals; }
-SessionControls& AppModel::controls() const { return parts_->controls; }
-Router& AppModel::router() const { return *parts_->router; }
-TaskSafety& AppModel::safety() const { return *parts_->safety; }
-TaskBranches& AppModel::branches() const { return *parts_->branches; }
-SessionStatusService& AppModel::status() const { return parts_->status; }
-ExecutionMonitor& AppModel::monitor() const { return *parts_->monitor; }
-ProjectContextService& AppModel::context() const { return *parts_->context; }
-GitSnapshotService& AppModel::git() const { return *parts_->git; }
-HookRunner& AppModel::hooks() const { return *parts_->hooks; }
-ReviewNotes& AppModel::reviews() const { return parts_->reviews; }
-InstalledRuntimes& AppModel::runtimes() const { return *parts_->runtimes; }
-ProviderSetup& AppModel::setup() const { return parts_->setup; }
-ModelCatalog& AppModel::catalog() const { return *parts_->catalog; }
-UsageReset& AppModel::usageReset() const { return *parts_->usageReset; }
-ImagineController& AppModel::imagine() const { return *parts_->imagine; }
+Changes& AppModel::changes() const {
+  return parts_->changes;
+}
+const WorkspaceTree& AppModel::tree() const {
+  return parts_->tree;
+}
+const Settings& AppModel::settings() const {
+  return parts_->settings;
+}
+Settings& AppModel::editableSettings() const {
+  return parts_->settings;
+}
+const Selection& AppModel::selection() const {
+  return parts_->selection;
+}
+const ExecutionTable& AppModel::executions() const {
+  return parts_->executions;
+}
+const UsageTracker& AppModel::usage() const {
+  return parts_->usage;
+}
+OrchestrationStore& AppModel::orchestration() const {
+  return parts_->orchestration;
+}
+SelectedTask& AppModel::selected() const {
+  return parts_->selected;
+}
+WorkspaceOperations& AppModel::operations() const {
+  return *parts_->operations;
+}
+Composer& AppModel::composer() const {
+  return *parts_->composer;
+}
+PromptQueue& AppModel::queue() const {
+  return parts_->queue;
+}
+Approvals& AppModel::approvals() const {
+  return parts_->approvals;
+}
+SessionControls& AppModel::controls() const {
+  return parts_->controls;
+}
+Router& AppModel::router() const {
+  return *parts_->router;
+}
+TaskSafety& AppModel::safety() const {
+  return *parts_->safety;
+}
+TaskBranches& AppModel::branches() const {
+  return *parts_->branches;
+}
+SessionStatusService& AppModel::status() const {
+  return parts_->status;
+}
+ExecutionMonitor& AppModel::monitor() const {
+  return *parts_->monitor;
+}
+ProjectContextService& AppModel::context() const {
+  return *parts_->context;
+}
+GitSnapshotService& AppModel::git() const {
+  return *parts_->git;
+}
+HookRunner& AppModel::hooks() const {
+  return *parts_->hooks;
+}
+ReviewNotes& AppModel::reviews() const {
+  return parts_->reviews;
+}
+InstalledRuntimes& AppModel::runtimes() const {
+  return *parts_->runtimes;
+}
+ProviderSetup& AppModel::setup() const {
+  return parts_->setup;
+}
+ModelCatalog& AppModel::catalog() const {
+  return *parts_->catalog;
+}
+UsageReset& AppModel::usageReset() const {
+  return *parts_->usageReset;
+}
+ImagineController& AppModel::imagine() const {
+  return *parts_->imagine;
+}
 
 }  // namespace vantrell

@@ -1,8 +1,10 @@
 #include "app/user_state.h"
 
+#include <filesystem>
 #include <fmt/format.h>
 
 #include "platform/storage/user_defaults_damage.h"
+#include "records/stores/conversation_file.h"
 #include "records/values/application.h"
 
 namespace vantrell {
@@ -17,6 +19,19 @@ files::Result<std::string> keepDefaultsAside(const std::string& path, Date now) 
     if (!kept && kept.error().code != std::errc::no_such_file_or_directory) return kept;
   }
   return files::keepAside(path, now);
+}
+
+/// A store that is whole and cannot be opened, of a newer version say: work could not be saved.
+/// What is damaged is set aside when it is loaded.
+std::optional<std::string> storeRefusal(const std::string& path) {
+  std::error_code code;
+  if (std::filesystem::file_size(path, code) == 0 || code) return std::nullopt;
+  const auto look = ConversationFile::lookAt(path);
+  if (look.damage || look.isDoubtful) return std::nullopt;
+  const auto opened = ConversationFile::open(path);
+  if (opened || opened.error().kind != DatabaseError::Kind::other) return std::nullopt;
+  return fmt::format("The conversations in {} could not be opened: {}. Nothing was changed.", path,
+                     opened.error().text);
 }
 
 }  // namespace
@@ -76,6 +91,9 @@ std::expected<UserState, std::string> UserState::open(UserFolders given, Date no
     defaults = UserDefaults::open(path);
   }
   if (!defaults) return std::unexpected(std::move(defaults.error()));
+  if (auto reason = storeRefusal(folders.support + "/conversations.sqlite")) {
+    return std::unexpected(std::move(*reason));
+  }
   return UserState{folders, std::move(*lock), std::move(*defaults), std::move(notice)};
 }
 

@@ -22,7 +22,8 @@ struct UserFolders {
   UserFolders orOwn() const;
   /// The same, made owner-only when they are missing. The error is a sentence or two for the user.
   std::expected<UserFolders, std::string> made() const;
-  /// Whether another process owns the state at this moment.
+  /// Whether the state can only be looked at: another process owns it at this moment, or nothing
+  /// can be written there, on a full disk or a read-only one.
   bool areInUse() const;
   std::string defaultsPath() const { return config + "/defaults.sqlite"; }
   /// Not chosen or opened before its first use.

@@ -99,8 +99,7 @@ TEST_F(Approvals, AnswerThatNoPersonGaveRaisesNothing) {
   start();
   work("Go");
   ask({{"a", "Always-Approve", "allow_always"}});
-  model->approvals.respondToPermission(key, 4, "a",
-                                       vantrell::Approvals::Answerer::standingOrder);
+  model->approvals.respondToPermission(key, 4, "a", vantrell::Approvals::Answerer::standingOrder);
   EXPECT_THAT(client().answers, ElementsAre(Pair(4, "a")));
   EXPECT_EQ(model->settings.permissionMode(), GrokPermissionMode::ask);
   EXPECT_NE(defaults->text("grokPermissionMode.v1"), "full_access");

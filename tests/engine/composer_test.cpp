@@ -93,10 +93,8 @@ TEST_F(Composer, StepsOfATurnKeepTheirOrder) {
   send("Next");
   client().finishes();
   main.runReady();
-  EXPECT_THAT(steps, ElementsAre("notifications",
-                                 "checkpoint",
-                                 "beforeTask", "git", "completed", "notifications", "afterTask",
-                                 "checkpoint", "beforeTask"));
+  EXPECT_THAT(steps, ElementsAre("notifications", "checkpoint", "beforeTask", "git", "completed",
+                                 "notifications", "afterTask", "checkpoint", "beforeTask"));
 }
 
 TEST_F(Composer, WhiteSpaceAloneIsNoPromptWhateverItsAttachments) {

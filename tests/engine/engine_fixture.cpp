@@ -22,15 +22,14 @@ EngineFixture::~EngineFixture() {
 
 void EngineFixture::taskEvent(TaskEventKind kind, std::string_view message,
                               const ThreadExecutionKey&) {
-  events.push_back({kind == TaskEventKind::completed ? "completed" : "needs_attention",
-                    std::string(message)});
+  events.push_back(
+      {kind == TaskEventKind::completed ? "completed" : "needs_attention", std::string(message)});
   if (whenTaskEvent) whenTaskEvent(events.back().kind);
 }
 
 void EngineFixture::imagineEvent(ImagineEventKind kind, std::string_view message) {
-  events.push_back(
-      {kind == ImagineEventKind::completed ? "imagine_completed" : "imagine_attention",
-       std::string(message)});
+  events.push_back({kind == ImagineEventKind::completed ? "imagine_completed" : "imagine_attention",
+                    std::string(message)});
 }
 
 void EngineFixture::restart() {

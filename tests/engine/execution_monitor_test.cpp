@@ -23,16 +23,16 @@ class ExecutionMonitorTest : public EngineFixture {
     if (mkfifo(path.c_str(), 0600) != 0) throw std::runtime_error("no pipe");
     // Also for reading, so that opening waits for nobody.
     script_ = open(path.c_str(), O_RDWR | O_CLOEXEC);
-    providers.connectors[AgentProvider::grok].makeClient = [this,
-                                                  path](const ProviderConnectorContext& context) {
-      return ACPClient::make({.provider = AgentProvider::grok,
-                              .executable = ACPAgentScript::program(),
-                              .workspacePath = context.workspacePath,
-                              .processArguments = {path},
-                              .processEnvironment = {{"PATH", "/usr/bin:/bin"}},
-                              .runtimeName = "Grok"},
-                             main, pool);
-    };
+    providers.connectors[AgentProvider::grok].makeClient =
+        [this, path](const ProviderConnectorContext& context) {
+          return ACPClient::make({.provider = AgentProvider::grok,
+                                  .executable = ACPAgentScript::program(),
+                                  .workspacePath = context.workspacePath,
+                                  .processArguments = {path},
+                                  .processEnvironment = {{"PATH", "/usr/bin:/bin"}},
+                                  .runtimeName = "Grok"},
+                                 main, pool);
+        };
     provider = AgentProvider::grok;
     start();
   }

@@ -16,8 +16,9 @@ class GitSnapshotService : public EngineFixture {
   };
 
   GitSnapshotService() {
-    projects.git = [this](const std::string& path, const std::stop_token& stop,
-                               const auto& reply) { readings.push_back({path, stop, reply}); };
+    projects.git = [this](const std::string& path, const std::stop_token& stop, const auto& reply) {
+      readings.push_back({path, stop, reply});
+    };
     start();
     observation = model->changes.observe([this](const ChangeBatch& batch) {
       if (batch.has(topics::gitSnapshot)) {

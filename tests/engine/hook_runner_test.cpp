@@ -15,8 +15,7 @@ class HookRunner : public EngineFixture {
   };
 
   HookRunner() {
-    projects.hook = [this](const ProjectHook& hook, const std::string& path,
-                                  const auto& reply) {
+    projects.hook = [this](const ProjectHook& hook, const std::string& path, const auto& reply) {
       runs.push_back({hook.relativeExecutablePath, path, reply});
     };
   }

@@ -15,17 +15,18 @@ class ImaginePipes : public EngineFixture {
   ImaginePipes() {
     others.insert(AgentProvider::grok);
     backgroundExecutor = &pool_;
-    providers.connectors[AgentProvider::grok].makeClient = [this](const ProviderConnectorContext& context) {
-      const auto script =
-          folder.file("script" + std::to_string(++clientCount_), scripts_.at(0).text());
-      scripts_.erase(scripts_.begin());
-      return ACPClient::make({.executable = AgentScriptText::program(),
-                              .workspacePath = context.workspacePath,
-                              .processArguments = {script},
-                              .processEnvironment = GrokLocator::augmentedEnvironment(),
-                              .runtimeName = "Grok"},
-                             main, pool_);
-    };
+    providers.connectors[AgentProvider::grok].makeClient =
+        [this](const ProviderConnectorContext& context) {
+          const auto script =
+              folder.file("script" + std::to_string(++clientCount_), scripts_.at(0).text());
+          scripts_.erase(scripts_.begin());
+          return ACPClient::make({.executable = AgentScriptText::program(),
+                                  .workspacePath = context.workspacePath,
+                                  .processArguments = {script},
+                                  .processEnvironment = GrokLocator::augmentedEnvironment(),
+                                  .runtimeName = "Grok"},
+                                 main, pool_);
+        };
   }
   ~ImaginePipes() override {
     stop();

@@ -51,9 +51,8 @@ TEST_F(RuntimeDeskTest, SaysWhatIsThereAtOnceAndTheRestWhenTheProgramHasAnswered
     const auto path = install(provider, "[ \"$1\" = --version ] && echo '  tool 1.2 '; exit 0");
     EXPECT_EQ(desk_->status(provider).state, State::checking);
     int announced = 0;
-    const auto watch = changes_.observe([&](const ChangeBatch& batch) {
-      announced += batch.has(topics::runtimes) ? 1 : 0;
-    });
+    const auto watch = changes_.observe(
+        [&](const ChangeBatch& batch) { announced += batch.has(topics::runtimes) ? 1 : 0; });
     desk_->refresh(provider);
     EXPECT_EQ(desk_->status(provider), RuntimeInstallStatus::installed(path));
     main_.runReady();

@@ -59,24 +59,28 @@ TEST_F(ProjectContextService, BlockIsEmptyOrHasABannerThatDoesNotCount) {
 TEST_F(ProjectContextService, InstructionsAreKeptTrimmedAndClearedByBlanks) {
   int snapshots = 0;
   start();
-  const auto observation = model->changes.observe([&](const ChangeBatch& batch) {
-    snapshots += batch.has(topics::remoteSnapshot) ? 1 : 0;
-  });
+  const auto observation = model->changes.observe(
+      [&](const ChangeBatch& batch) { snapshots += batch.has(topics::remoteSnapshot) ? 1 : 0; });
   main.advance(std::chrono::seconds(5));
   desk().setProjectInstructions(" Test first.\n", key.workspaceID);
+  main.runReady();
   EXPECT_EQ(desk().projectInstructions(key.workspaceID), "Test first.");
   EXPECT_EQ(stored(key.workspaceID).instructions, "Test first.");
   EXPECT_EQ(iso8601(stored(key.workspaceID).updatedAt), iso8601(main.now()));
   selectGeneral();
   desk().setProjectInstructions("Other.", key.workspaceID);
+  main.runReady();
   EXPECT_EQ(desk().projectContext().instructions, "") << "General is looked at";
   EXPECT_EQ(desk().projectInstructions(key.workspaceID), "Other.");
   desk().setProjectInstructions(" \n", key.workspaceID);
+  main.runReady();
   EXPECT_EQ(stored(key.workspaceID).instructions, "");
   EXPECT_EQ(snapshots, 3);
 
   desk().setProjectInstructions("General has none.", *model->selection.workspaceID());
+  main.runReady();
   desk().setProjectInstructions("Nor has this.", Uuid::random());
+  main.runReady();
   EXPECT_EQ(desk().projectInstructions(*model->selection.workspaceID()), "");
   EXPECT_EQ(snapshots, 3);
 }
@@ -140,6 +144,7 @@ TEST_F(ProjectContextService, UnreadableProfileIsKeptAsideAndAFailedSaveIsKnown)
   desk().load();
   EXPECT_EQ(desk().projectContext().instructions, "");
   desk().setProjectInstructions("Second.", key.workspaceID);
+  main.runReady();
   EXPECT_EQ(notices.size(), 1U);
   EXPECT_EQ(stored(key.workspaceID).instructions, "Second.");
   EXPECT_EQ(desk().saveFailure(), "");

@@ -11,7 +11,8 @@ class ReviewNotes : public EngineFixture {
  public:
   std::vector<std::string> selectedBodies() {
     std::vector<std::string> bodies;
-    for (const auto& note : model->selected.selectedReviewAnnotations()) bodies.push_back(note.body);
+    for (const auto& note : model->selected.selectedReviewAnnotations())
+      bodies.push_back(note.body);
     return bodies;
   }
 };
@@ -38,7 +39,7 @@ TEST_F(ReviewNotes, NotesBelongToTheirTaskAndOutliveTheProcess) {
   stop();
   start();
   model->selection.select(key.workspaceID,
-                                    model->tree.workspace(key.workspaceID)->threads.back().id);
+                          model->tree.workspace(key.workspaceID)->threads.back().id);
   EXPECT_THAT(selectedBodies(), ElementsAre("leaks", "fine", "of the first"));
   EXPECT_EQ(model->reviews.reviewAnnotations()[0], first);
 }

@@ -131,9 +131,9 @@ TEST_F(SessionControlsTest, ModelsOfTheLocalServerFollowADetection) {
   model->catalog->localRuntimeChanged();
   EXPECT_TRUE(model->catalog->providerModelOptions().empty()) << "still looking";
   providers.localStatus = LocalRuntimeStatus::ready({LocalRuntimeKind::ollama,
-                                      "Ollama",
-                                      *Url::parse("http://127.0.0.1/v1"),
-                                      {{"m", "m", "", false, efforts({})}}});
+                                                     "Ollama",
+                                                     *Url::parse("http://127.0.0.1/v1"),
+                                                     {{"m", "m", "", false, efforts({})}}});
   model->catalog->localRuntimeChanged();
   EXPECT_EQ(model->selected.sessionModelOptions().back().id, "m");
   providers.localStatus = LocalRuntimeStatus::unavailable("gone");

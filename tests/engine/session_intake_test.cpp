@@ -165,7 +165,7 @@ TEST_F(SessionIntake, StreamReachesTheDiskOnceInFifteenSeconds) {
   } cases[] = {
       {"in a run", [&] { work("Go"); }},
       {"after its end", [&] { client().finishes(); }},
-      {"after a stop", [&] { work("Go"), model->driver->stopWorking(); }},
+      {"after a stop", [&] { work("Go"), model->selected.stopWorking(); }},
       {"begun by the runtime itself", [&] { client().finishes(), main.advance(1h); }},
   };
   for (const auto& [name, begin] : cases) {

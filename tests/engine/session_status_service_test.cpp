@@ -75,11 +75,11 @@ TEST_F(StatusDeskTest, FirstQuestionNamesATaskWithoutATitleOfItsOwn) {
 TEST_F(StatusDeskTest, ClientsOfTheRemoteLinkGetTheAnswerAtOnce) {
   int updates = 0;
   start();
-  const auto observation = model->changes.observe([&](const ChangeBatch& batch) {
-    updates += batch.has(topics::remoteSnapshot) ? 1 : 0;
-  });
+  const auto observation = model->changes.observe(
+      [&](const ChangeBatch& batch) { updates += batch.has(topics::remoteSnapshot) ? 1 : 0; });
   main.advance(std::chrono::seconds(9));
   ask();
+  main.runReady();
   EXPECT_EQ(updates, 1);
   EXPECT_EQ(thread().updatedAt, main.now());
 }

@@ -190,14 +190,15 @@ TEST_F(TaskBranchesTest, ABranchWithoutAWorktreeSaysWhy) {
   converse();
   std::filesystem::rename(repository / ".git/HEAD", repository / ".git/kept");
   repository.file(".git/HEAD", "ref: refs/heads/unborn\n");
-  model->branches->branchAndSend("u2", "Again");
+  model->selected.branchAndSend("u2", "Again");
   main.runReady();
   const auto& entries = selected().entries;
-  EXPECT_EQ(entries[entries.size() - 2].kind, ChatEntryKind::system);
-  EXPECT_EQ(entries[entries.size() - 2].text,
+  // Behind it and the prompt: why there is no checkpoint, either.
+  EXPECT_EQ(entries[entries.size() - 3].kind, ChatEntryKind::system);
+  EXPECT_EQ(entries[entries.size() - 3].text,
             "This branch works in the project's own folder: The repository has no commit yet that "
             "a worktree could start from. Commit once first.");
-  EXPECT_EQ(entries.back().text, "Again");
+  EXPECT_EQ(entries[entries.size() - 2].text, "Again");
 }
 
 TEST_F(TaskBranchesTest, WhatHappensWhileTheWorktreeIsMade) {

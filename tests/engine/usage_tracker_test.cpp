@@ -132,7 +132,8 @@ class UsageResetTest : public UsageDeskTest {
         folder.file("codex", "#!/bin/sh\nexec '" + CodexAgentScript::program() + "' '" +
                                  folder.file("script", script.text()) + "'\n");
     std::filesystem::permissions(program, std::filesystem::perms::owner_all);
-    providers.connectors[codex].makeClient = [this, program](const ProviderConnectorContext& context) {
+    providers.connectors[codex].makeClient = [this,
+                                              program](const ProviderConnectorContext& context) {
       ++clientsMade;
       return CodexAppServerClient::make({.executable = program,
                                          .workspacePath = context.workspacePath,

@@ -13,7 +13,9 @@ class WorkspaceOperations : public EngineFixture {
   const Workspace& project() { return *model->tree.workspace(key.workspaceID); }
   const Workspace& general() { return *operations().generalWorkspace(); }
   Uuid selected() { return model->selection.key()->threadID; }
-  std::string error() { return model->selected.errorMessage().value_or(""); }
+  static std::string refusal(const Result<>& result) {
+    return result ? "" : result.error().sentence;
+  }
   Uuid addTask() {
     operations().newThread(key.workspaceID);
     return selected();
@@ -71,15 +73,15 @@ TEST_F(WorkspaceOperations, NewTaskGoesWhereTheSectionWorks) {
 TEST_F(WorkspaceOperations, ActiveTasksAreNeitherMovedNorArchived) {
   start();
   work("Go");
-  operations().moveThread(key.threadID, key.workspaceID, general().id);
-  EXPECT_EQ(error(), "Stop this conversation before moving it to another project.");
-  operations().setThreadArchived(key.threadID, key.workspaceID, true);
-  EXPECT_EQ(error(), "Stop this conversation before archiving it.");
-  operations().archiveWorkspaceThreads(key.workspaceID);
-  EXPECT_EQ(error(), "Stop active tasks before archiving this project's conversations.");
+  EXPECT_EQ(refusal(operations().moveThread(key.threadID, key.workspaceID, general().id)),
+            "Stop this conversation before moving it to another project.");
+  EXPECT_EQ(refusal(operations().setThreadArchived(key.threadID, key.workspaceID, true)),
+            "Stop this conversation before archiving it.");
+  EXPECT_EQ(refusal(operations().archiveWorkspaceThreads(key.workspaceID)),
+            "Stop active tasks before archiving this project's conversations.");
   EXPECT_FALSE(thread().isArchived);
-  operations().moveThread(Uuid::random(), key.workspaceID, general().id);
-  EXPECT_EQ(error(), "That conversation or destination project is no longer available.");
+  EXPECT_EQ(refusal(operations().moveThread(Uuid::random(), key.workspaceID, general().id)),
+            "That conversation or destination project is no longer available.");
 }
 
 TEST_F(WorkspaceOperations, MovedTaskStartsAfreshInItsNewFolderAndIsFollowed) {
@@ -123,8 +125,8 @@ TEST_F(WorkspaceOperations, ArchivingTheLastVisibleTaskMakesANewOne) {
     model->tree.updateThread({key.workspaceID, each.id},
                              [](ChatThread& t) { t.isArchived = true; });
   }
-  operations().archiveWorkspaceThreads(key.workspaceID);
-  EXPECT_EQ(error(), "This project has no active conversations to archive.");
+  EXPECT_EQ(refusal(operations().archiveWorkspaceThreads(key.workspaceID)),
+            "This project has no active conversations to archive.");
 }
 
 TEST_F(WorkspaceOperations, SelectingAProjectShowsAVisibleTask) {
@@ -176,11 +178,15 @@ TEST_F(WorkspaceOperations, SearchResultBringsItsEntryIntoView) {
   const auto observation = model->changes.observe([&](const ChangeBatch& batch) {
     if (batch.has(topics::selection)) heard.push_back(model->selection.entryID().value_or(""));
   });
+  main.runReady();
+  heard.clear();
   operations().openSearchResult(key.workspaceID, key.threadID, entry);
+  main.runReady();
   EXPECT_EQ(model->selection.key(), key);
   EXPECT_EQ(model->selection.section(), AppSection::build);
   EXPECT_EQ(model->selection.entryID(), entry);
   operations().openSearchResult(key.workspaceID, key.threadID, entry);
+  main.runReady();
   EXPECT_EQ(heard, (std::vector<std::string>{entry, entry})) << "again, though it is selected";
 
   operations().openSearchResult(key.workspaceID, key.threadID, "gone");

@@ -161,14 +161,43 @@ TEST_F(StoredConversations, WhatIsNoStoreIsKeptAsideUnchanged) {
   }
 }
 
-TEST_F(StoredConversations, FileOfANewerVersionIsKeptAside) {
-  makeStore(1);
+TEST_F(StoredConversations, FileOfANewerVersionIsRefusedAndStays) {
+  const auto tree = makeStore(1);
   run("PRAGMA user_version = 99");
+  WorkspaceStore store(*defaults_, folder_.path());
+  EXPECT_FALSE(store.save(store.load(now)));
+  ASSERT_TRUE(store.notice());
+  EXPECT_TRUE(store.notice()->contains("a newer version")) << *store.notice();
+  EXPECT_TRUE(keptAside().empty());
+  run("PRAGMA user_version = 1");
+  EXPECT_EQ(load(), tree);
+}
+
+TEST_F(StoredConversations, EmptyFileIsTold) {
+  folder_.file("conversations.sqlite", "");
   std::optional<std::string> notice;
   EXPECT_EQ(load(&notice).size(), 1U);
-  ASSERT_EQ(keptAside().size(), 1U);
   ASSERT_TRUE(notice);
-  EXPECT_TRUE(notice->contains("a newer version")) << *notice;
+  EXPECT_TRUE(notice->contains("was empty")) << *notice;
+}
+
+TEST_F(StoredConversations, FileThatVanishesIsTold) {
+  WorkspaceStore store(*defaults_, folder_.path());
+  const auto tree = store.load(now);
+  std::filesystem::rename(file(), folder_ / "elsewhere");
+  EXPECT_FALSE(store.save(tree));
+  EXPECT_TRUE(store.lastError().contains("no longer there")) << store.lastError();
+}
+
+TEST_F(StoredConversations, TaskWhoseHeadIsDamagedHasTheSameIdAtEachStart) {
+  const auto whole = makeStore(1);
+  for (const char* head : {"", "{}", "{\"id\":\""}) {
+    run(std::string("UPDATE heads SET record = '") + head +
+        "' WHERE number = (SELECT max(number) FROM heads)");
+    const auto first = load();
+    EXPECT_EQ(load()[1].threads[0].id, first[1].threads[0].id);
+    EXPECT_EQ(first[1].threads[0].entries, whole[1].threads[0].entries);
+  }
 }
 
 TEST_F(StoredConversations, DamagedPiecesHurtNothingElse) {
@@ -254,6 +283,28 @@ TEST_F(StoredConversations, DamagedPageKeepsNoOtherConversationFromBeingSaved) {
   const auto again = load();
   for (const auto& thread : again[1].threads) changed += thread.entries[1].text == "changed";
   EXPECT_GE(changed, 10U);
+}
+
+TEST_F(StoredConversations, DamageThatOnlyAWriteMeetsIsSetAsideAtTheNextStart) {
+  const auto tree = makeStore(3);
+  std::string content = TemporaryFolder::contentOf(file());
+  // The list of free pages: its first page, and how many there are.
+  content.replace(32, 8, std::string("\0\0\x7F\xFF\0\0\0\5", 8));
+  folder_.file("conversations.sqlite", content);
+  {
+    WorkspaceStore store(*defaults_, folder_.path());
+    auto loaded = store.load(now);
+    EXPECT_EQ(loaded, tree);
+    loaded[1].threads[0].entries.append(entryWith("d", std::string(100'000, 'd')));
+    EXPECT_FALSE(store.save(loaded));
+    EXPECT_TRUE(store.lastError().contains("Start Vantrell again")) << store.lastError();
+  }
+  WorkspaceStore again(*defaults_, folder_.path());
+  const auto loaded = again.load(now);
+  ASSERT_TRUE(again.notice());
+  EXPECT_TRUE(again.notice()->contains("it is damaged")) << *again.notice();
+  EXPECT_TRUE(again.save(loaded)) << again.lastError();
+  EXPECT_EQ(load(), loaded);
 }
 
 TEST_F(StoredConversations, WhatCannotBeKeptAsideIsNeverWrittenOver) {

@@ -69,14 +69,17 @@ TEST_F(WorkspaceStoreTest, ConversationsOfMissingFoldersAreKeptAsideAndTold) {
   spoken.threads[0].entries.append(std::move(entry));
   const Workspace run = withRun(project("run"));
   const Workspace empty = project("empty");
+  Workspace draft = project("draft");
+  draft.threads[0].draftText = "unsent";
   const Workspace there = withRun(project("there"));
   const std::string folder = support();
   {
     WorkspaceStore store(*defaults_, folder);
     store.load(now);
-    ASSERT_TRUE(store.save({spoken, there, empty, run})) << store.lastError();
+    ASSERT_TRUE(store.save({spoken, there, empty, run, draft})) << store.lastError();
   }
-  for (const auto& path : {spoken.path, run.path, empty.path}) std::filesystem::remove(path);
+  for (const auto& path : {spoken.path, run.path, empty.path, draft.path})
+    std::filesystem::remove(path);
 
   {
     WorkspaceStore store(*defaults_, folder);
@@ -93,7 +96,7 @@ TEST_F(WorkspaceStoreTest, ConversationsOfMissingFoldersAreKeptAsideAndTold) {
     EXPECT_FALSE(store.notice()->contains(empty.path)) << "nothing of it is lost";
     const auto kept = decodeWorkspaces(tests::TemporaryFolder::contentOf(path), conversationJson);
     ASSERT_TRUE(kept);
-    EXPECT_EQ(*kept, (std::vector{spoken, run}));
+    EXPECT_EQ(*kept, (std::vector{spoken, run, draft}));
   }
   WorkspaceStore again(*defaults_, folder);
   EXPECT_EQ(again.load(now).size(), 2U);

@@ -126,7 +126,7 @@ TEST(ClaudeMessages, OnlyAnOriginOfItsOwnKeepsAResultFromThePrompt) {
 // As version 2.1 answers "initialize".
 TEST(ClaudeMessages, ModelsAreThoseOfTheIntroductionThatTheSubscriptionCovers) {
   const auto options = claude::modelOptions(parsed(
-      R"({"models":[{"value":"default","displayName":"Default (recommended)",)"
+      R"j({"models":[{"value":"default","displayName":"Default (recommended)",)j"
       R"("supportedEffortLevels":["low","xhigh"]},{"value":"sonnet","displayName":"Sonnet",)"
       R"("description":"Sonnet 5 · Efficient","supportedEffortLevels":["high"]},{"value":""},)"
       R"({"value":"opus[1m]","description":"Draws from usage credits · $5/$25 per Mtok"},)"

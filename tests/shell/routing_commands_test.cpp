@@ -89,7 +89,7 @@ TEST_F(RoutingCommands, ContextIsShownAsAnAgentGetsIt) {
   EXPECT_EQ(json::textOr(all[0], "summary", ""), "1 decision · 1 guidance file");
   const auto general = does({"context", "instructions", "x", "--project", "General"});
   EXPECT_EQ(code(general), 2);
-  EXPECT_TRUE(general->error.contains("General has no instructions")) << general->error;
+  EXPECT_TRUE(general->error.contains("General has none")) << general->error;
   EXPECT_EQ(code(does({"context", "decisions", "add", " ", "x"})), 2);
 }
 

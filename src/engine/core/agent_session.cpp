@@ -115,11 +115,11 @@ void AgentSession::send(Waiting prompt) {
   if (client != client_) return;
   ++unansweredPrompts_;
   done_ = std::move(prompt.done);
-  client->sendPrompt(std::move(prompt.text),
-                     whileServing([number = ++promptNumber_](AgentSession& self,
-                                                             PromptResult result) {
-                       self.answered(number, std::move(result));
-                     }));
+  client->sendPrompt(
+      std::move(prompt.text),
+      whileServing([number = ++promptNumber_](AgentSession& self, PromptResult result) {
+        self.answered(number, std::move(result));
+      }));
 }
 
 void AgentSession::answered(std::uint64_t prompt, PromptResult result) {

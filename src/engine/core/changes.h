@@ -42,11 +42,11 @@ inline constexpr ChangeTopic remoteSnapshot{"remoteSnapshot"};
 
 /// What has changed in one conversation since the last announcement.
 struct ConversationChanges {
-  bool transcriptReset = false;  // read all of it; the two lists are empty then
+  bool transcriptReset = false;              // read all of it; the two lists are empty then
   std::vector<std::string> appendedEntries;  // ids, in the order of the transcript
   std::vector<std::string> changedEntries;   // ids, each once; none of those that were appended
-  bool transcriptLoaded = false;  // more of it is in memory, unchanged
-  bool runs = false;              // a run began or changed
+  bool transcriptLoaded = false;             // more of it is in memory, unchanged
+  bool runs = false;                         // a run began or changed
   bool state = false;           // connection state, question, plan, error, log, playback
   bool thread = false;          // title, queue, draft, choices, checkpoints
   bool composerWanted = false;  // the user is about to type here

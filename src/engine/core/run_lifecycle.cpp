@@ -223,8 +223,8 @@ void RunLifecycle::failed(const ThreadExecutionKey& key, std::optional<Uuid> run
 bool RunLifecycle::stop(const ThreadExecutionKey& key) {
   ThreadExecutionRuntime* execution = executions_.find(key);
   if (!execution) return false;
-  const bool wasUnderWay =
-      execution->connectionState.isBusy() || execution->activeRunID || execution->permissionRequest();
+  const bool wasUnderWay = execution->connectionState.isBusy() || execution->activeRunID ||
+                           execution->permissionRequest();
   ++execution->stopCount;
   if (execution->connectionState == ConnectionState::connecting()) {
     execution->endClient();
@@ -273,6 +273,15 @@ void RunLifecycle::forget(const ThreadExecutionKey& key) {
   execution->endClient();
   endOpenTools(*execution, key);
   cancelRun(execution->activeRunID, key, connectionReset);
+  executions_.changed(key);
+}
+
+void RunLifecycle::endClient(const ThreadExecutionKey& key) {
+  ThreadExecutionRuntime* execution = executions_.find(key);
+  if (!execution) return;
+  execution->endClient();
+  endOpenTools(*execution, key);
+  if (!execution->connectionState.isBusy()) execution->connectionState = ConnectionState::idle();
   executions_.changed(key);
 }
 

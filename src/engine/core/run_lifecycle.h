@@ -68,6 +68,8 @@ class RunLifecycle {
   void resetConnection(const ThreadExecutionKey& key, std::string_view reason = connectionReset);
   /// The same for a conversation that goes: nothing is written into it.
   void forget(const ThreadExecutionKey& key);
+  /// Ends the client alone: a turn that is on its way finds none, and starts one.
+  void endClient(const ThreadExecutionKey& key);
   /// resetConnection() wherever a client is kept that does nothing, and no question is open.
   void resetIdleConnections();
   /// The tools that the conversation's client has told of and not ended count as failed; a later

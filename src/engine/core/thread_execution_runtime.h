@@ -40,7 +40,7 @@ struct ThreadExecutionRuntime {
   const std::shared_ptr<AgentSession> session;
   std::unique_ptr<AgentSession::Listener> listener;  // of the session, once a client was started
   ConnectionState connectionState;
-  std::optional<AgentProvider> activeProvider;  // of the client
+  std::optional<AgentProvider> activeProvider;                  // of the client
   GrokPermissionMode permissionMode = GrokPermissionMode::ask;  // that the client was started with
   // Lists and long texts are shared, not copied.
   std::shared_ptr<const std::vector<PlanEntry>> plan = std::make_shared<std::vector<PlanEntry>>();
@@ -67,7 +67,7 @@ struct ThreadExecutionRuntime {
   /// replay has succeeded, so a replay that fails changes nothing.
   std::unique_ptr<Transcript> playback;
   std::size_t lengthBeforePlayback = 0;
-  Timer retryTimer;                // the pause before the second attempt to start
+  Timer retryTimer;  // the pause before the second attempt to start
 };
 
 }  // namespace vantrell

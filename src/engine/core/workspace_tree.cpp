@@ -30,9 +30,7 @@ struct WorkspaceTree::Write {
 WorkspaceTree::WorkspaceTree(MainQueue& main, WorkspaceStore& store, Changes& changes,
                              Executor* writer)
     : main_(main), store_(store), changes_(changes), writer_(writer) {
-  store_.onNotice = [this](std::string_view sentence) {
-    changes_.notice(std::string(sentence));
-  };
+  store_.onNotice = [this](std::string_view sentence) { changes_.notice(std::string(sentence)); };
 }
 
 WorkspaceTree::~WorkspaceTree() {

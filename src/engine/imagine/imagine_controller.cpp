@@ -62,8 +62,9 @@ Result<> ImagineController::generateImagine(const std::string& prompt, ImagineKi
     // Cancelled while it was connecting, which goes on.
     begin(std::move(request));
     state_ = ConnectionState::connecting();
-    startWait_ = core_.main.after(AgentSession::stopTimeout,
-                                  weakly(this, [](ImagineController& self) { self.startClient(); }));
+    startWait_ =
+        core_.main.after(AgentSession::stopTimeout,
+                         weakly(this, [](ImagineController& self) { self.startClient(); }));
     announce();
   }
   return {};
@@ -230,8 +231,8 @@ void ImagineController::startCopies() {
           self.imported(std::move(item));
         });
     core_.background.post([&main = core_.main, done = std::move(done), folder = core_.supportFolder,
-                     copy = std::move(copiesWaiting_.front()), now = core_.main.now(),
-                     stop = stopCopies_.get_token()]() mutable {
+                           copy = std::move(copiesWaiting_.front()), now = core_.main.now(),
+                           stop = stopCopies_.get_token()]() mutable {
       auto item = ImagineStore::importMedia(folder, copy.path, copy.prompt, now, stop);
       main.post(
           [done = std::move(done), item = std::move(item)]() mutable { done(std::move(item)); });

@@ -58,9 +58,7 @@ class ImagineController : public std::enable_shared_from_this<ImagineController>
   const std::string& imagineCopyError() const { return copyError_; }
   /// A prompt that the client has not answered (a cancelled one is, when the agent has ended it),
   /// or a copy under way.
-  bool hasUnfinishedWork() const {
-    return session_->hasUnansweredPrompt() || copiesUnderWay_ > 0;
-  }
+  bool hasUnfinishedWork() const { return session_->hasUnansweredPrompt() || copiesUnderWay_ > 0; }
   /// What the agent has logged since it was started.
   std::string_view log() const { return log_.view(); }
 

@@ -23,13 +23,13 @@ void GitSnapshotService::refreshGitSnapshot() {
   if (!folder) return publish(GitWorkspaceSnapshot::unavailable());
   const std::stop_token stop = reading_.get_token();
   services_.gitSnapshot(*folder, stop,
-                     weakly(this, [folder = *folder, stop](GitSnapshotService& self,
-                                                           GitWorkspaceSnapshot snapshot) {
-                       if (stop.stop_requested()) return;
-                       // A new task of the same project may work elsewhere.
-                       if (self.path() != folder) return self.refreshGitSnapshot();
-                       self.publish(std::move(snapshot));
-                     }));
+                        weakly(this, [folder = *folder, stop](GitSnapshotService& self,
+                                                              GitWorkspaceSnapshot snapshot) {
+                          if (stop.stop_requested()) return;
+                          // A new task of the same project may work elsewhere.
+                          if (self.path() != folder) return self.refreshGitSnapshot();
+                          self.publish(std::move(snapshot));
+                        }));
 }
 
 void GitSnapshotService::publish(GitWorkspaceSnapshot snapshot) {

@@ -70,9 +70,9 @@ void HookRunner::runNext(const std::string& path) {
   // A conversation that was deleted meanwhile has nobody to tell.
   if (!round.hooks.empty() && tree_.thread(round.key)) {
     return services_.runProjectHook(round.hooks.front(), path,
-                                 weakly(this, [path](HookRunner& self, std::string text) {
-                                   self.ended(path, std::move(text));
-                                 }));
+                                    weakly(this, [path](HookRunner& self, std::string text) {
+                                      self.ended(path, std::move(text));
+                                    }));
   }
   const auto done = std::move(round.done);
   rounds.pop_front();

@@ -29,22 +29,22 @@ bool ProjectContextService::isGeneral(const Workspace& workspace) const {
 
 void ProjectContextService::load() {
   const int number = ++loads_;
-  const Workspace* workspace =
-      core_.selection.workspaceID() ? core_.tree.workspace(*core_.selection.workspaceID()) : nullptr;
+  const Workspace* workspace = core_.selection.workspaceID()
+                                   ? core_.tree.workspace(*core_.selection.workspaceID())
+                                   : nullptr;
   workspaceID_ = workspace ? std::optional(workspace->id) : std::nullopt;
   profile_ = workspace ? loadStoredProjectContext(core_.store, workspace->id, core_.main.now())
                        : ProjectContextProfile::blank(core_.main.now());
   isLooking_ = workspace != nullptr;
   if (!workspace) return loaded();
   core_.changes.mark(topics::projectContext);
-  core_.services.discoverContextSources(workspace->path,
-                                weakly(this, [number](ProjectContextService& self,
-                                                      std::vector<ProjectContextSource> sources) {
-                                  if (number != self.loads_)
-                                    return;  // another selection has come in between
-                                  self.profile_.discoveredSources = std::move(sources);
-                                  self.loaded();
-                                }));
+  core_.services.discoverContextSources(
+      workspace->path, weakly(this, [number](ProjectContextService& self,
+                                             std::vector<ProjectContextSource> sources) {
+        if (number != self.loads_) return;  // another selection has come in between
+        self.profile_.discoveredSources = std::move(sources);
+        self.loaded();
+      }));
 }
 
 void ProjectContextService::loaded() {
@@ -59,8 +59,9 @@ void ProjectContextService::whenLoaded(std::function<void()> done) {
 }
 
 ProjectContextProfile ProjectContextService::profile(const Uuid& workspaceID) {
-  return isSelected(workspaceID) ? profile_
-                                 : loadStoredProjectContext(core_.store, workspaceID, core_.main.now());
+  return isSelected(workspaceID)
+             ? profile_
+             : loadStoredProjectContext(core_.store, workspaceID, core_.main.now());
 }
 
 // ---- for prompts --------------------------------------------------------------------------------

@@ -22,8 +22,7 @@ class ProjectServices {
                                std::function<void(std::string)> reply) = 0;
   /// The files of the folder that guide agents.
   virtual void discoverContextSources(
-      const std::string& folder,
-      std::function<void(std::vector<ProjectContextSource>)> reply) = 0;
+      const std::string& folder, std::function<void(std::vector<ProjectContextSource>)> reply) = 0;
   /// No reply once it is stopped.
   virtual void gitSnapshot(const std::string& folder, std::stop_token stop,
                            std::function<void(GitWorkspaceSnapshot)> reply) = 0;

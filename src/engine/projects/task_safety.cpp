@@ -5,8 +5,8 @@
 #include <utility>
 
 #include "platform/queues/weakly.h"
-#include "runtimes/catalog/provider_table.h"
 #include "project/folder_identity.h"
+#include "runtimes/catalog/provider_table.h"
 
 namespace vantrell {
 
@@ -197,8 +197,8 @@ void TaskSafety::restoreCheckpoint(const ThreadExecutionKey& key,
     return done(refuse("Stop this task before you restore one of its checkpoints."));
   }
   if (isAtWorkIn(*path)) {
-    return done(refusal("restore the checkpoint", TaskSafetyError::commandFailed(
-                                                      "Another task is at work in this folder.")));
+    return done(refusal("restore the checkpoint",
+                        TaskSafetyError::commandFailed("Another task is at work in this folder.")));
   }
   if (auto begun = begin(key); !begun) return done(begun);
   restoredRepository_ = repositoryFolder(*path);
@@ -259,7 +259,7 @@ void TaskSafety::restored(const ThreadExecutionKey& key, const WorkspaceCheckpoi
     each.forgetSessions();
     each.updatedAt = main_.now();
   });
-  runs_.resetConnection(key);
+  runs_.endClient(key);  // a prompt that waits for the restore goes on
   git_.refreshGitSnapshot();
 }
 
@@ -276,13 +276,15 @@ void TaskSafety::setTaskWorkspaceMode(const ThreadExecutionKey& key, TaskWorkspa
         "the worktree from Terminal after reviewing its changes."));
   }
   if (auto begun = begin(key); !begun) return done(begun);
-  createIsolatedWorktree(key, [weak = weak_from_this(), key, done = std::move(done)](auto worktree) {
-    const auto self = weak.lock();
-    if (!self) return;
-    if (!worktree) return self->end(done, refusal("isolate this task", worktree.error()));
-    self->moveToWorktree(key, std::move(*worktree));
-    self->end(done, {});
-  });
+  createIsolatedWorktree(key,
+                         [weak = weak_from_this(), key, done = std::move(done)](auto worktree) {
+                           const auto self = weak.lock();
+                           if (!self) return;
+                           if (!worktree)
+                             return self->end(done, refusal("isolate this task", worktree.error()));
+                           self->moveToWorktree(key, std::move(*worktree));
+                           self->end(done, {});
+                         });
 }
 
 void TaskSafety::createIsolatedWorktree(const ThreadExecutionKey& key,

@@ -27,7 +27,8 @@ class TaskSafety : public std::enable_shared_from_this<TaskSafety> {
     RunLifecycle& runs;
     GitSnapshotService& git;
     Changes& changes;
-    Executor* background;  // runs what blocks; null: every operation says that there is no repository
+    Executor*
+        background;  // runs what blocks; null: every operation says that there is no repository
     std::string supportFolder;
   };
   explicit TaskSafety(Dependencies dependencies);

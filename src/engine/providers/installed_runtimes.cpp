@@ -192,13 +192,13 @@ void InstalledRuntimes::copyInstallCommandAndOpenTerminal() {
 
 void InstalledRuntimes::openProjectInTerminal(const std::string& folder) {
   failure_.reset();
-  programs_.desktop->openTerminal(folder, weakly(this, [](InstalledRuntimes& self,
-                                                         const std::expected<void, std::string>&
-                                                             opened) {
-    if (opened) return;
-    self.failure_ = fmt::format("Could not open Terminal: {}", opened.error());
-    self.announce();
-  }));
+  programs_.desktop->openTerminal(
+      folder,
+      weakly(this, [](InstalledRuntimes& self, const std::expected<void, std::string>& opened) {
+        if (opened) return;
+        self.failure_ = fmt::format("Could not open Terminal: {}", opened.error());
+        self.announce();
+      }));
 }
 
 }  // namespace vantrell

@@ -102,17 +102,17 @@ std::vector<AgentProvider> Router::orderFor(const std::optional<ThreadExecutionK
 // ---- decisions ----------------------------------------------------------------------------------
 
 void Router::probe(std::vector<AgentProvider> order, const std::optional<ThreadExecutionKey>& key,
-                     std::function<void()> done) {
+                   std::function<void()> done) {
   for (auto each = order.begin(); each != order.end(); ++each) {
     const auto category = ProviderRegistry::descriptor(*each).category;
     if (category != ProviderCategory::subscription && !core_.setup.services().isKnown(*each)) {
-      return core_.setup.services().prepare(*each,
-                                 weakly(this, [order = std::vector(each, order.end()), key,
-                                               done = std::move(done)](Router& self) mutable {
-                                   // What has just been asked for is looked at again, and known now
-                                   // at the latest.
-                                   self.probe(std::move(order), key, std::move(done));
-                                 }));
+      return core_.setup.services().prepare(
+          *each, weakly(this, [order = std::vector(each, order.end()), key,
+                               done = std::move(done)](Router& self) mutable {
+            // What has just been asked for is looked at again, and known now
+            // at the latest.
+            self.probe(std::move(order), key, std::move(done));
+          }));
     }
     if (AvailabilityCheck(*this, key).isAvailable(*each) && !isExhausted(*each)) break;
   }
@@ -120,15 +120,15 @@ void Router::probe(std::vector<AgentProvider> order, const std::optional<ThreadE
 }
 
 void Router::probeForNextTurn(const Providers& excluded,
-                                const std::optional<ThreadExecutionKey>& key,
-                                std::function<void()> done) {
+                              const std::optional<ThreadExecutionKey>& key,
+                              std::function<void()> done) {
   auto providers = orderFor(key);
   std::erase_if(providers, [&](AgentProvider each) { return excluded.contains(each); });
   probe(std::move(providers), key, std::move(done));
 }
 
 void Router::probeForHandoff(AgentProvider after, const Providers& attempted,
-                               const ThreadExecutionKey& key, std::function<void()> done) {
+                             const ThreadExecutionKey& key, std::function<void()> done) {
   auto providers = order(after);
   std::erase_if(providers,
                 [&](AgentProvider each) { return each == after || attempted.contains(each); });
@@ -226,7 +226,8 @@ RoutingPreview Router::previewFor(const std::optional<ThreadExecutionKey>& key) 
 }
 
 RoutingPreview Router::routingPreview(const std::optional<ThreadExecutionKey>& key) const {
-  const auto active = activeProvider(key);
+  const auto* execution = key ? core_.executions.find(*key) : nullptr;
+  const auto active = execution ? execution->activeProvider : std::nullopt;
   const auto preferred = fixed_.value_or(firstChoice(core_.settings.routingMode()));
   AvailabilityCheck check(*this, std::nullopt);
   const auto candidateOf = [&](AgentProvider each) {
@@ -249,7 +250,9 @@ RoutingPreview Router::routingPreview(const std::optional<ThreadExecutionKey>& k
   };
 
   RoutingPreview preview;
-  for (const auto each : order(active)) preview.candidates.push_back(candidateOf(each));
+  for (const auto each : order(activeProvider(key))) {
+    preview.candidates.push_back(candidateOf(each));
+  }
   if (const auto choice = choiceOf(key)) {
     const auto* listed = preview.find(*choice);
     preview.provider = choice;

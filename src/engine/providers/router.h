@@ -51,9 +51,9 @@ class Router : public std::enable_shared_from_this<Router> {
   /// Asks what the next decision depends on, and nothing more: at once where that is nothing.
   /// Without a key: for a conversation that is still to be made.
   void probeForNextTurn(const Providers& excluded, const std::optional<ThreadExecutionKey>& key,
-                          std::function<void()> done);
+                        std::function<void()> done);
   void probeForHandoff(AgentProvider after, const Providers& attempted,
-                         const ThreadExecutionKey& key, std::function<void()> done);
+                       const ThreadExecutionKey& key, std::function<void()> done);
 
   /// The provider that takes the turn, and why.
   struct Decision {
@@ -61,8 +61,7 @@ class Router : public std::enable_shared_from_this<Router> {
     std::string reason;
   };
   /// Nullopt when none can. A choice for one message is used up by it.
-  std::optional<Decision> decideNextTurn(const Providers& excluded,
-                                         const ThreadExecutionKey& key);
+  std::optional<Decision> decideNextTurn(const Providers& excluded, const ThreadExecutionKey& key);
   std::optional<AgentProvider> providerForNextTurn(const Providers& excluded,
                                                    const ThreadExecutionKey& key);
   /// The same decision, with nothing used up.
@@ -106,7 +105,7 @@ class Router : public std::enable_shared_from_this<Router> {
   std::optional<AgentProvider> choiceOf(const std::optional<ThreadExecutionKey>& key) const;
   bool isMarkedExhausted(AgentProvider provider) const;
   void probe(std::vector<AgentProvider> order, const std::optional<ThreadExecutionKey>& key,
-               std::function<void()> done);
+             std::function<void()> done);
 
   const Dependencies core_;
   std::optional<AgentProvider> fixed_;

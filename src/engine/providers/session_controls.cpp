@@ -70,8 +70,8 @@ Result<> SessionControls::chooseEffort(AgentProvider provider, const ThreadExecu
   if (auto may = mayChange(key); !may) return may;
   const ChatThread* thread = core_.tree.thread(key);
   if (!offers(effortsOf(core_.catalog.options(provider), thread->modelID(provider)), id)) {
-    return refuse(fmt::format("{} does not offer the effort {} with this model.",
-                              shortLabel(provider), id));
+    return refuse(
+        fmt::format("{} does not offer the effort {} with this model.", shortLabel(provider), id));
   }
   choose(key, [&](ChatThread& changed) { changed.setEffort(id, provider, core_.main.now()); });
   return {};

@@ -144,9 +144,10 @@ void TaskBranches::prepare(const ThreadExecutionKey& key, Unsent unsent) {
   // Where a stop is noticed that comes before the prompt.
   unsent.stopCount = core_.executions.execution(key).stopCount;
   unsent_.insert_or_assign(key, std::move(unsent));
-  core_.safety.createIsolatedWorktree(key, weakly(this, [key](TaskBranches& self, const auto& worktree) {
-                                   self.prepared(key, worktree);
-                                 }));
+  core_.safety.createIsolatedWorktree(key,
+                                      weakly(this, [key](TaskBranches& self, const auto& worktree) {
+                                        self.prepared(key, worktree);
+                                      }));
 }
 
 void TaskBranches::prepared(const ThreadExecutionKey& key,
@@ -172,8 +173,8 @@ void TaskBranches::prepared(const ThreadExecutionKey& key,
     return;
   }
   core_.tree.appendSystemEntry(fmt::format("Could not create a safe comparison worktree: {}",
-                                      worktree.error().description()),
-                          key);
+                                           worktree.error().description()),
+                               key);
 }
 
 void TaskBranches::keepForUser(const ThreadExecutionKey& begun, Unsent unsent) {

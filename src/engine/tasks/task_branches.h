@@ -10,8 +10,8 @@
 #include <string_view>
 #include <vector>
 
-#include "engine/providers/router.h"
 #include "engine/projects/task_safety.h"
+#include "engine/providers/router.h"
 #include "engine/turns/composer.h"
 
 namespace vantrell {

@@ -164,6 +164,11 @@ Result<> WorkspaceOperations::addWorkspace(std::string_view path) {
   for (const auto& workspace : core_.tree.workspaces()) {
     if (files::standardized(workspace.path) == folder) return selectWorkspace(workspace.id);
   }
+  // Records and protocols are JSON: such a path would be another one after a restart.
+  if (!text::isValidUtf8(folder)) {
+    return refuse(
+        "The path of this folder is not valid UTF-8. Rename the folder, then open it again.");
+  }
   Workspace workspace = Workspace::makeProject(folder, core_.main.now());
   const ThreadExecutionKey key{workspace.id, workspace.threads.front().id};
   core_.tree.addWorkspace(std::move(workspace));
@@ -197,9 +202,8 @@ Result<> WorkspaceOperations::archiveWorkspaceThreads(const Uuid& id) {
   if (std::ranges::all_of(workspace->threads, &ChatThread::isArchived)) {
     return refuse("This project has no active conversations to archive.");
   }
-  if (std::ranges::any_of(workspace->threads, [&](const ChatThread& thread) {
-        return isAtWork({id, thread.id});
-      })) {
+  if (std::ranges::any_of(workspace->threads,
+                          [&](const ChatThread& thread) { return isAtWork({id, thread.id}); })) {
     return refuse("Stop active tasks before archiving this project's conversations.");
   }
   std::vector<Uuid> ids;
@@ -238,9 +242,9 @@ Result<> WorkspaceOperations::newThread(std::optional<Uuid> workspaceID) {
   }
   if (!core_.tree.workspace(*workspaceID)) return refuseMissingProject();
   const bool isTask = !isGeneral(*workspaceID) && selection.section() != AppSection::chat;
-  addAndSelect(ChatThread::make(std::string(isTask ? newTaskTitle : newChatTitle),
-                                core_.main.now()),
-               *workspaceID);
+  addAndSelect(
+      ChatThread::make(std::string(isTask ? newTaskTitle : newChatTitle), core_.main.now()),
+      *workspaceID);
   return {};
 }
 

@@ -1,8 +1,8 @@
 // The user's operations on workspaces and conversations. They keep two things true: the General
 // workspace is there and first, and a selected workspace without a visible conversation (one that
 // is not archived) gets a new one at once, so that no project is ever shown empty. An archived
-// conversation is selected only where it is asked for by its id. What cannot be done is refused with the sentence
-// for the user. Main queue.
+// conversation is selected only where it is asked for by its id. What cannot be done is refused
+// with the sentence for the user. Main queue.
 #pragma once
 
 #include <memory>
@@ -96,7 +96,7 @@ class WorkspaceOperations : public std::enable_shared_from_this<WorkspaceOperati
   // Drafts. Keeping one does not count as a change of the conversation.
 
   Result<> saveComposerDraft(std::string_view text, const std::vector<ChatAttachment>& attachments,
-                         const Uuid& threadID, const Uuid& workspaceID);
+                             const Uuid& threadID, const Uuid& workspaceID);
   std::string composerDraft(const Uuid& threadID, const Uuid& workspaceID) const;
   std::vector<ChatAttachment> composerDraftAttachments(const Uuid& threadID,
                                                        const Uuid& workspaceID) const;

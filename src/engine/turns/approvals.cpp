@@ -39,8 +39,7 @@ void Approvals::questionOpened(const ThreadExecutionKey& key) {
 /// The runtime's own always-approve choice raises the program's mode; the client at work has raised
 /// its own already. A flag or a script that answers for a person raises only the latter.
 void Approvals::noteAlwaysApprove(const PermissionRequest& request, const std::string& optionID,
-                                  Answerer answerer,
-                                  const std::optional<ThreadExecutionKey>& key) {
+                                  Answerer answerer, const std::optional<ThreadExecutionKey>& key) {
   const auto option = std::ranges::find(request.options, optionID, &PermissionOption::id);
   if (answerer != Answerer::person || option == request.options.end() ||
       option->kind != "allow_always" ||

@@ -30,8 +30,7 @@ class Approvals {
   /// Sends the option, also one that the question does not list. Refused where that question is not
   /// open any more: it ends with its client and with its turn.
   Result<> respondToPermission(const ThreadExecutionKey& key, std::int64_t requestID,
-                               const std::string& optionID,
-                               Answerer answerer = Answerer::person);
+                               const std::string& optionID, Answerer answerer = Answerer::person);
   /// Answers with rejectingOption(), or stops the task when there is none.
   Result<> rejectPermission(const ThreadExecutionKey& key, std::int64_t requestID);
   /// The same for the question of the media generator, which belongs to no conversation.

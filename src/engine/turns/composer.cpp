@@ -62,8 +62,7 @@ Result<> Composer::sendNow(std::string text, std::vector<ChatAttachment> attachm
 /// Each step may take a while: the turn may have been stopped meanwhile, or its task deleted.
 bool Composer::wasStopped(const Prompt& prompt) const {
   const auto* execution = core_.executions.find(prompt.key);
-  return !core_.tree.thread(prompt.key) || !execution ||
-         execution->stopCount != prompt.stopCount;
+  return !core_.tree.thread(prompt.key) || !execution || execution->stopCount != prompt.stopCount;
 }
 
 void Composer::takeCheckpoint(const Prompt& prompt) {

@@ -26,12 +26,11 @@ void ExecutionMonitor::checkExecutionHealth(Date at) {
     if (execution->permissionRequest() || execution->stallWarningSent) continue;
     if (at - execution->lastActivityAt < stalledAfter) continue;
     runs_.stalled(
-        key,
-        fmt::format("{} has produced no new activity for {}. It may still be working; you can keep "
-                    "waiting or stop the task.",
-                    execution->activeProvider ? shortLabel(*execution->activeProvider)
-                                              : "The agent",
-                    RunActivityTiming::elapsedLabel(execution->lastActivityAt, at)));
+        key, fmt::format(
+                 "{} has produced no new activity for {}. It may still be working; you can keep "
+                 "waiting or stop the task.",
+                 execution->activeProvider ? shortLabel(*execution->activeProvider) : "The agent",
+                 RunActivityTiming::elapsedLabel(execution->lastActivityAt, at)));
   }
 }
 

@@ -42,8 +42,7 @@ Result<> PromptQueue::expect(const Uuid& id, const ThreadExecutionKey& key) cons
 Result<> PromptQueue::moveQueuedPromptToFront(const Uuid& id, const ThreadExecutionKey& key) {
   if (auto there = expect(id, key); !there) return there;
   if (tree_.thread(key)->queuedPrompts.front().id == id) return {};
-  tree_.updateThread(key,
-                     [&](ChatThread& each) { each.moveQueuedPromptToFront(id, main_.now()); });
+  tree_.updateThread(key, [&](ChatThread& each) { each.moveQueuedPromptToFront(id, main_.now()); });
   return {};
 }
 

@@ -14,7 +14,7 @@ struct Turn {
   Uuid runID;
   std::string originalPrompt;  // as assembled
   std::set<AgentProvider> attempted;
-  bool clientWasReady = false;         // when the turn began
+  bool clientWasReady = false;          // when the turn began
   std::function<void()> whenCompleted;  // the agent has finished: the next prompt may go out
 };
 

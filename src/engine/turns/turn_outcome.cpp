@@ -11,8 +11,8 @@ TurnOutcome::TurnOutcome(MainQueue& main, RunLifecycle& runs, ExecutionTable& ex
     : main_(main), runs_(runs), executions_(executions), setup_(setup), git_(git), hooks_(hooks) {}
 
 void TurnOutcome::completed(const Turn& turn, AgentProvider provider) {
-  runs_.completed(turn.key, turn.runID, provider);
   git_.refreshIfSelected(turn.key);
+  runs_.completed(turn.key, turn.runID, provider);
   runHooks(ProjectHookEvent::afterTask, turn.key);
   if (turn.whenCompleted) turn.whenCompleted();
 }
@@ -28,9 +28,8 @@ void TurnOutcome::failed(const AgentError& error, const Turn& turn, AgentProvide
 }
 
 void TurnOutcome::runHooks(ProjectHookEvent event, const ThreadExecutionKey& key) {
-  main_.post(weakly(this, [event, key](TurnOutcome& self) {
-    self.hooks_.runProjectHooks(event, key, [] {});
-  }));
+  main_.post(weakly(
+      this, [event, key](TurnOutcome& self) { self.hooks_.runProjectHooks(event, key, [] {}); }));
 }
 
 }  // namespace vantrell

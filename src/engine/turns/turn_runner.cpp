@@ -62,19 +62,17 @@ void TurnRunner::buildCapsule(const Turn& turn, AgentProvider from, AgentProvide
   const auto path = core_.tree.executionPath(turn.key);
   if (!path) return;
   core_.project.repositoryState(
-      *path,
-      weakly(this, [turn, from, to, path = *path, then = std::move(then)](
-                       TurnRunner& self, const std::string& repositoryState) {
+      *path, weakly(this, [turn, from, to, path = *path, then = std::move(then)](
+                              TurnRunner& self, const std::string& repositoryState) {
         self.core_.context.projectContextPrompt(
             turn.key, weakly(&self, [turn, from, to, path, then, repositoryState](
                                         TurnRunner& runner, const std::string& context) {
               // Reading both takes a while: the turn may have been stopped meanwhile.
               if (!runner.isLive(turn)) return;
-              then(runner,
-                   HandoffCapsule::build({from, to, turn.originalPrompt,
-                                          runner.core_.tree.thread(turn.key)->entries,
-                                          *runner.core_.executions.find(turn.key)->plan, path,
-                                          repositoryState, context}));
+              then(runner, HandoffCapsule::build({from, to, turn.originalPrompt,
+                                                  runner.core_.tree.thread(turn.key)->entries,
+                                                  *runner.core_.executions.find(turn.key)->plan,
+                                                  path, repositoryState, context}));
             }));
       }));
 }

@@ -155,7 +155,11 @@ Result<> createFolders(const std::string& path, mode_t mode) {
     slash = absolute.find('/', slash + 1);
     const std::string folder = absolute.substr(0, slash);
     if (isFolder(folder)) continue;
-    if (mkdir(folder.c_str(), mode) == 0) continue;
+    if (mkdir(folder.c_str(), mode) == 0) {
+      // Else a power cut could take the folder, with all that is made durable in it.
+      (void)syncFolderOf(folder);
+      continue;
+    }
     const int code = errno;
     if (code == EEXIST && isFolder(folder)) continue;  // someone else was faster
     return failure("create the folder", folder, code == EEXIST ? ENOTDIR : code);
@@ -165,7 +169,11 @@ Result<> createFolders(const std::string& path, mode_t mode) {
 
 Result<> createOwnerOnlyFolder(const std::string& path) {
   if (auto created = createFolders(path, 0700); !created) return created;
-  if (chmod(path.c_str(), 0700) != 0) return failure("make owner-only the folder", path);
+  struct stat info{};
+  const bool isOwnerOnly = stat(path.c_str(), &info) == 0 && (info.st_mode & 07777) == 0700;
+  if (!isOwnerOnly && chmod(path.c_str(), 0700) != 0) {
+    return failure("make owner-only the folder", path);
+  }
   return {};
 }
 

@@ -143,10 +143,23 @@ std::expected<Database, DatabaseError> Database::open(const std::string& path) {
       database.number("PRAGMA user_version") >= 0) {
     return database;
   }
+  DatabaseError error = database.error();
+  const int code = sqlite3_errcode(database.database_.get());
+  if (code == SQLITE_FULL || code == SQLITE_IOERR) {
+    // Without room for the shared index of its log, the file can be used by one process alone.
+    Database alone;
+    if (alone.connect(path, SQLITE_OPEN_READWRITE) &&
+        alone.execute("PRAGMA locking_mode = EXCLUSIVE; PRAGMA synchronous = FULL") &&
+        alone.number("PRAGMA user_version") >= 0) {
+      return alone;
+    }
+  }
   if (database.isOnReadOnlyPlace(path)) {
     if (auto readable = openForReading(path)) return readable;
   }
-  return std::unexpected(database.error());
+  // "unsupported file format": SQLite has not written that.
+  if (code == SQLITE_ERROR) error.kind = DatabaseError::Kind::damaged;
+  return std::unexpected(std::move(error));
 }
 
 std::expected<Database, DatabaseError> Database::openForReading(const std::string& path) {
@@ -166,12 +179,15 @@ bool Database::connect(const std::string& name, int flags) {
   return status == SQLITE_OK;
 }
 
-/// Where SQLite cannot make its log, no program changes the file: it can be read as it is, unless
-/// there is an old log, whose commits that would miss.
+/// Where SQLite cannot make its log, the file does not change: it can be read as it stands, unless
+/// an old log is beside it, whose commits that would miss.
 bool Database::isOnReadOnlyPlace(const std::string& path) const {
   const int code = sqlite3_errcode(database_.get());
-  return (code == SQLITE_CANTOPEN || code == SQLITE_READONLY) &&
-         access((path + "-wal").c_str(), F_OK) != 0;
+  const bool cannotWrite = code == SQLITE_CANTOPEN || code == SQLITE_READONLY ||
+                           code == SQLITE_FULL || code == SQLITE_IOERR;
+  struct stat info{};
+  const bool hasLog = stat((path + "-wal").c_str(), &info) == 0 && info.st_size > 0;
+  return cannotWrite && !hasLog;
 }
 
 Statement Database::prepare(std::string_view sql) {

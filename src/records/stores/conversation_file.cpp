@@ -53,8 +53,8 @@ std::expected<ConversationFile, DatabaseError> ConversationFile::open(const std:
   ConversationFile file(std::move(*database));
   const auto version = file.database_.number("PRAGMA user_version");
   if (version > formatVersion) {
-    return std::unexpected(DatabaseError{DatabaseError::Kind::notADatabase,
-                                         "a newer version of this program wrote it"});
+    return std::unexpected(
+        DatabaseError{DatabaseError::Kind::other, "a newer version of this program wrote it"});
   }
   if (version < formatVersion && !file.createTables()) {
     return std::unexpected(file.database_.error());

@@ -2,11 +2,30 @@
 
 #include <optional>
 
+#include "platform/text/text.h"
 #include "records/stores/conversation_json.h"
 
 namespace vantrell {
 
 namespace {
+
+/// SQLite takes no more than a billion bytes in a row.
+constexpr std::size_t maxRowBytes = 900'000'000;
+
+std::string rowOf(const RunRecord& run) {
+  return encodeRow(run);
+}
+
+/// An entry that is too long for the store is cut, so that all else is saved.
+std::string rowOf(const ChatEntry& entry) {
+  std::string row = encodeRow(entry);
+  if (row.size() <= maxRowBytes) return row;
+  ChatEntry cut = entry;
+  // A byte of text takes up to six in a row.
+  cut.text = text::repaired(std::string_view(entry.text).substr(0, maxRowBytes / 8)) +
+             "\n\n(The rest is too long to be stored.)";
+  return encodeRow(cut);
+}
 
 /// The rows of what changed in a list of which `stored` rows are in the store; the others are new.
 template <typename List>
@@ -14,7 +33,7 @@ void collectList(const List& list, const TreeChanges::List& changes, std::size_t
                  std::int64_t number, SaveBatch::Rows& rows, SaveBatch::Lengths& lengths) {
   if (list.size() < stored) lengths[number] = list.size();
   const std::size_t unchanged = std::min(stored, changes.unchanged);
-  const auto put = [&](std::size_t place) { rows[rowKey(number, place)] = encodeRow(list[place]); };
+  const auto put = [&](std::size_t place) { rows[rowKey(number, place)] = rowOf(list[place]); };
   for (const std::size_t place : changes.places) {
     if (place < std::min(unchanged, list.size())) put(place);
   }

@@ -1,6 +1,7 @@
 #include "records/stores/workspace_store.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <fmt/format.h>
 
 #include "platform/files/dated_name.h"
@@ -16,8 +17,15 @@ namespace {
 /// More than an empty task, or a title.
 bool holdsConversations(const Workspace& workspace) {
   return std::ranges::any_of(workspace.threads, [](const ChatThread& thread) {
-    return !thread.entries.empty() || !thread.runs.empty() || !thread.queuedPrompts.empty();
+    return !thread.entries.empty() || !thread.runs.empty() || !thread.queuedPrompts.empty() ||
+           !thread.draftText.value_or("").empty() || !thread.draftAttachments.empty();
   });
+}
+
+/// Its presence says that a write met damage. The file cannot be replaced while it is in use, so
+/// the next start looks at all of it, and sets it aside.
+std::string markOfDamage(const std::string& path) {
+  return path + ".damaged";
 }
 
 }  // namespace
@@ -121,6 +129,11 @@ std::vector<Workspace> WorkspaceStore::readTree(Date now) {
 std::vector<Workspace> WorkspaceStore::readFile() {
   const auto look = ConversationFile::lookAt(path_);
   if (look.damage) return salvage(*look.damage);
+  std::error_code code;
+  if (std::filesystem::file_size(path_, code) == 0 && !code) {
+    tell(fmt::format("The file of the stored conversations, {}, was empty; a new list begins.",
+                     path_));
+  }
   auto opened = ConversationFile::open(path_);
   if (!opened) {
     const auto& error = opened.error();
@@ -134,6 +147,14 @@ std::vector<Workspace> WorkspaceStore::readFile() {
   if (look.isDoubtful && !opened->isSound()) {
     opened = std::unexpected(DatabaseError{});
     return salvage("it is cut short");
+  }
+  if (const std::string mark = markOfDamage(path_); files::exists(mark)) {
+    const bool isSound = opened->isSound();
+    (void)files::remove(mark);
+    if (!isSound) {
+      opened = std::unexpected(DatabaseError{});
+      return salvage("it is damaged");
+    }
   }
   const auto contents = opened->readContents();
   if (contents.damage) {
@@ -247,12 +268,24 @@ std::expected<void, std::string> WorkspaceStore::write(SaveBatch batch) {
   if (!writer_) return std::unexpected("The conversations were not loaded");
   unwritten_.add(std::move(batch));
   if (unwritten_.empty()) return {};
+  // SQLite goes on to write into a file that was removed or renamed.
+  if (!files::exists(path_)) {
+    return std::unexpected(
+        fmt::format("Could not save the conversations: {} is no longer there", path_));
+  }
   const auto written = writer_->write(unwritten_);
   if (written) {
     unwritten_ = {};
     return {};
   }
-  if (written.error().kind == DatabaseError::Kind::damaged) writeWhatIsSound();
+  if (written.error().kind == DatabaseError::Kind::damaged) {
+    writeWhatIsSound();
+    (void)files::writeAtomically(markOfDamage(path_), "", 0600);
+    return std::unexpected(
+        fmt::format("Could not save the conversations in {}: the file is damaged ({}). Start "
+                    "Vantrell again: it keeps the file, and goes on with all that can be read",
+                    path_, written.error().text));
+  }
   return std::unexpected(
       fmt::format("Could not save the conversations in {}: {}", path_, written.error().text));
 }

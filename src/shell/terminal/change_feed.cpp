@@ -8,7 +8,10 @@
 namespace vantrell::shell {
 
 ChangeFeed::ChangeFeed(const AppModel& model, ThreadExecutionKey key, RunObserver& observer)
-    : model_(model), key_(key), observer_(observer) {}
+    : model_(model),
+      key_(key),
+      observer_(observer),
+      runsReported_(model.tree().thread(key)->runs.size()) {}
 
 void ChangeFeed::changed(const ChangeBatch& batch) {
   const ConversationChanges* changes = batch.of(key_);
@@ -17,27 +20,32 @@ void ChangeFeed::changed(const ChangeBatch& batch) {
   const auto* execution = model_.executions().find(key_);
   const bool isReplaying = execution && execution->isReplaying;
   const bool hasReplayed = std::exchange(wasReplaying_, isReplaying) && !isReplaying;
+  if (execution && std::exchange(plan_, execution->plan) != execution->plan &&
+      !execution->plan->empty()) {
+    observer_.planReplaced(*execution->plan);
+  }
   if (hasReplayed || (changes->transcriptReset && !isReplaying)) {
     shownLengths_.clear();
     for (const auto& entry : thread->entries) shownLengths_[entry.id] = entry.text.size();
     observer_.transcriptReplaced(thread->entries);
   } else if (!isReplaying) {
-    reportTranscript(*changes, thread->entries);
+    reportTranscript(*changes, *thread);
   }
-  if (execution && std::exchange(plan_, execution->plan) != execution->plan &&
-      !execution->plan->empty()) {
-    observer_.planReplaced(*execution->plan);
-  }
-  if (changes->runs && !thread->runs.empty()) reportRun(thread->runs.back());
+  if (changes->runs) reportRuns(thread->runs, thread->runs.size());
 }
 
-void ChangeFeed::reportTranscript(const ConversationChanges& changes, const Transcript& entries) {
+void ChangeFeed::reportTranscript(const ConversationChanges& changes, const ChatThread& thread) {
+  const Transcript& entries = thread.entries;
   for (const auto& id : changes.changedEntries) {
     if (const ChatEntry* entry = entries.find(id)) reportEntry(*entry);
   }
   for (const auto& id : changes.appendedEntries) {
     const ChatEntry* entry = entries.find(id);
     if (!entry) continue;
+    // A prompt of the queue follows the end of the run before it, which may be in the same batch.
+    if (entry->kind == ChatEntryKind::user && !thread.runs.empty()) {
+      reportRuns(thread.runs, thread.runs.size() - 1);
+    }
     shownLengths_[id] = entry->text.size();
     observer_.entryAdded(*entry);
   }
@@ -53,6 +61,15 @@ void ChangeFeed::reportEntry(const ChatEntry& entry) {
     return observer_.textAdded(entry, std::string_view(entry.text).substr(before));
   }
   observer_.entryReplaced(entry);
+}
+
+void ChangeFeed::reportRuns(const std::vector<RunRecord>& runs, std::size_t end) {
+  while (runsReported_ < end) {
+    const RunRecord& run = runs[runsReported_];
+    reportRun(run);
+    if (isActive(run.status)) return;
+    ++runsReported_;
+  }
 }
 
 void ChangeFeed::reportRun(const RunRecord& run) {

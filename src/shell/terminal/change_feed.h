@@ -23,7 +23,9 @@ class ChangeFeed {
   void changed(const ChangeBatch& batch);
 
  private:
-  void reportTranscript(const ConversationChanges& changes, const Transcript& entries);
+  void reportTranscript(const ConversationChanges& changes, const ChatThread& thread);
+  /// Those before `end` whose end has not been reported.
+  void reportRuns(const std::vector<RunRecord>& runs, std::size_t end);
   void reportEntry(const ChatEntry& entry);
   void reportRun(const RunRecord& run);
 
@@ -32,6 +34,7 @@ class ChangeFeed {
   RunObserver& observer_;
   std::map<std::string, std::size_t, std::less<>> shownLengths_;  // bytes of text, by entry
   std::shared_ptr<const std::vector<PlanEntry>> plan_;
+  std::size_t runsReported_;  // to their ends
   bool wasReplaying_ = false;
   bool wasStalled_ = false;
 };
