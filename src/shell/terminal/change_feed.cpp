@@ -31,7 +31,9 @@ void ChangeFeed::changed(const ChangeBatch& batch) {
   } else if (!isReplaying) {
     reportTranscript(*changes, *thread);
   }
-  if (changes->runs) reportRuns(thread->runs, thread->runs.size());
+  if (!changes->runs) return;
+  reportEnds(thread->runs);
+  if (runsReported_ < thread->runs.size()) reportRun(thread->runs[runsReported_]);
 }
 
 void ChangeFeed::reportTranscript(const ConversationChanges& changes, const ChatThread& thread) {
@@ -43,9 +45,7 @@ void ChangeFeed::reportTranscript(const ConversationChanges& changes, const Chat
     const ChatEntry* entry = entries.find(id);
     if (!entry) continue;
     // A prompt of the queue follows the end of the run before it, which may be in the same batch.
-    if (entry->kind == ChatEntryKind::user && !thread.runs.empty()) {
-      reportRuns(thread.runs, thread.runs.size() - 1);
-    }
+    if (entry->kind == ChatEntryKind::user) reportEnds(thread.runs);
     shownLengths_[id] = entry->text.size();
     observer_.entryAdded(*entry);
   }
@@ -63,12 +63,9 @@ void ChangeFeed::reportEntry(const ChatEntry& entry) {
   observer_.entryReplaced(entry);
 }
 
-void ChangeFeed::reportRuns(const std::vector<RunRecord>& runs, std::size_t end) {
-  while (runsReported_ < end) {
-    const RunRecord& run = runs[runsReported_];
-    reportRun(run);
-    if (isActive(run.status)) return;
-    ++runsReported_;
+void ChangeFeed::reportEnds(const std::vector<RunRecord>& runs) {
+  while (runsReported_ < runs.size() && !isActive(runs[runsReported_].status)) {
+    reportRun(runs[runsReported_++]);
   }
 }
 

@@ -24,8 +24,8 @@ class ChangeFeed {
 
  private:
   void reportTranscript(const ConversationChanges& changes, const ChatThread& thread);
-  /// Those before `end` whose end has not been reported.
-  void reportRuns(const std::vector<RunRecord>& runs, std::size_t end);
+  /// Of runs whose end has not been reported.
+  void reportEnds(const std::vector<RunRecord>& runs);
   void reportEntry(const ChatEntry& entry);
   void reportRun(const RunRecord& run);
 
