@@ -164,6 +164,8 @@ TEST_F(QueueCommands, ComparisonShowsBothAndWhereTheirWorkLies) {
   }
   for (const auto& event : events(done)) EXPECT_NE(json::textOr(event, "threadID", ""), "");
   EXPECT_FALSE(files::exists(project + "/made.txt"));
+  EXPECT_EQ(events(does({"tasks", "--project", ".", "--json"})).size(), 2U)
+      << "the task that was only made to be compared has gone";
 
   auto options = vantrell({"compare", "--with", "kimi", "--with", "grok", "ASK:May I?"});
   const auto asked = start(options);

@@ -245,5 +245,59 @@ TEST_F(TaskCommands, ExecutableOfATaskIsThatOfItsProvider) {
   EXPECT_TRUE(again->output.starts_with("Kimi Code in ")) << again->output;
 }
 
+TEST_F(TaskCommands, ATaskGoesOnInTheProjectThatIsNamedIfItIsItsOwn) {
+  const std::string id = newTask("Task");
+  for (const char* own : {".", "project"}) {
+    EXPECT_EQ(code(runPractice({"--task", id, "--project", own, "SAY:hi"})), 0) << own;
+  }
+  const auto other = runPractice({"--task", id, "--project", home.folder("other"), "SAY:hi"});
+  EXPECT_EQ(code(other), 2);
+  EXPECT_TRUE(other->error.contains("belongs to the project project in ")) << other->error;
+}
+
+TEST_F(TaskCommands, LookingNeverKeepsAnotherFromStarting) {
+  newTask("Task");
+  std::vector<std::shared_ptr<Record>> looking;
+  for (int i = 0; i < 8; ++i) {
+    looking.push_back(start(vantrell({"tasks"})));
+    EXPECT_EQ(code(does({"new"})), 0) << i;
+  }
+  for (const auto& each : looking) EXPECT_EQ(code(finish(each)), 0);
+}
+
+TEST_F(TaskCommands, NothingInANameDrivesTheTerminalThroughAnErrorMessage) {
+  const std::string name = "evil\x1b]0;title\x07\xE2\x80\xAEname";
+  for (const Words& words : {Words{"projects", "add", name}, Words{"new", "--project", name},
+                             Words{"run", "--practice", "--attach", name, "x"}, Words{name},
+                             Words{"show", name}, Words{"settings", name}}) {
+    const auto done = does(words);
+    EXPECT_NE(code(done), 0);
+    EXPECT_NE(done->error, "");
+    for (const char* part : {"\x1b", "\x07", "\xE2\x80\xAE"}) {
+      EXPECT_FALSE((done->error + done->output).contains(part)) << words[0];
+    }
+  }
+}
+
+TEST_F(TaskCommands, AQuestionAtTheTerminalTakesTheRightWords) {
+  const std::string id = newTask("Precious");
+  const auto typed = [&](const std::string& commandLine, const std::string& answer) {
+    auto options = vantrell({});
+    options.arguments = {"-qec", options.executable + " " + commandLine, "/dev/null"};
+    options.executable = "/usr/bin/script";  // gives it a terminal
+    const auto record = start(std::move(options));
+    awaitOutput(*record, answer.starts_with("Enable") || answer == "yes" ? ": " : "[y/N] ");
+    record->process->write(answer + "\n");
+    return code(finish(record));
+  };
+  EXPECT_EQ(typed("settings mode full_access", "yes"), 2);
+  EXPECT_EQ(does({"settings", "mode"})->output, "ask\n");
+  EXPECT_EQ(typed("settings mode full_access", "Enable Full Access"), 0);
+  EXPECT_EQ(does({"settings", "mode"})->output, "full_access\n");
+  EXPECT_EQ(typed("delete " + id, "yesterday"), 130);
+  EXPECT_EQ(typed("delete " + id, " Y "), 0);
+  EXPECT_EQ(texts({"tasks", "--project", "."}, "title"), Words{"New task"});
+}
+
 }  // namespace
 }  // namespace vantrell::tests
