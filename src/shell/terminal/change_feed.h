@@ -1,5 +1,5 @@
 // Turns the announced changes of one conversation into calls of a RunObserver. While a stored
-// session is played back it is silent; the transcript that stands afterwards is reported whole.
+// session is played back it is silent; the transcript after it is reported whole.
 // Main queue; the model and the observer must outlive it.
 #pragma once
 

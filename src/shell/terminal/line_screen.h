@@ -21,7 +21,7 @@ class LineScreen {
   void line(std::string_view styled) { put(fmt::format("{}\n", styled)); }
   /// A line that the next output takes away; on a live terminal only.
   void status(std::string_view text);
-  /// What stands before the cursor until the user ends the line.
+  /// What is shown before the cursor until the user ends the line.
   void prompt(std::string text);
   void promptWasAnswered() { prompt_.clear(); }
   /// Something else writes to the terminal.

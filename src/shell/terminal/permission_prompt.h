@@ -16,7 +16,7 @@ using views::readAnswer;
 std::vector<std::string> permissionLines(const PermissionRequest& request,
                                          const TerminalStyle& style);
 
-/// What stands before the cursor where the answer is typed.
+/// What is shown before the cursor where the answer is typed.
 std::string answerPrompt(const PermissionRequest& request);
 
 }  // namespace vantrell::shell

@@ -1,5 +1,5 @@
 // What is at work until it rests: one conversation, the two of a comparison, or the media
-// generator. A session begins it, puts the agents' questions one at a time to whoever answers them,
+// generator. A session begins it, asks the agents' questions one at a time,
 // hears Ctrl-C, and knows when it is over. Main queue; the context must outlive it.
 #pragma once
 

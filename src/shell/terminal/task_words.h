@@ -23,7 +23,7 @@ JsonObject taskMembers(const Workspace& workspace, const ChatThread& thread);
 /// What tells about a task without its transcript, as one JSON object on a line.
 std::string taskAsJson(const Workspace& workspace, const ChatThread& thread);
 
-/// The title, or what stands for an empty one.
+/// The title, or "(untitled)".
 inline std::string titleOf(const ChatThread& thread) {
   return views::shownTitle(thread.title);
 }

@@ -13,7 +13,7 @@ namespace {
 constexpr std::size_t gap = 2;  // columns
 constexpr std::size_t narrowest = 20;
 constexpr std::size_t leastOfAll = 5;    // of a column that is cut, when nothing else helps
-constexpr std::size_t unlimited = 1000;  // nobody reads a longer line
+constexpr std::size_t unlimited = 1000;  // longer lines are not for reading
 constexpr std::size_t leftOut = std::string_view::npos;
 
 std::string_view lastColumns(std::string_view text, std::size_t columns) {
@@ -73,7 +73,7 @@ std::vector<std::size_t> TextTable::widths(const TerminalStyle& style, std::size
       now[i] = natural[i];
       total += natural[i] + (total > 0 ? gap : 0);
     }
-    // Whoever can give most gives first.
+    // The widest shrinks first.
     const auto shrink = [&](bool isLastResort) {
       const auto spare = [&](std::size_t i) {
         const std::size_t least =
