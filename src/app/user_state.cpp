@@ -55,7 +55,7 @@ std::expected<UserFolders, std::string> UserFolders::made() const {
 }
 
 bool UserFolders::areInUse() const {
-  return !files::LockFile::acquire(support + "/lock");
+  return files::LockFile::isHeld(support + "/lock");
 }
 
 std::unique_ptr<SecretStore> UserFolders::secretStore() const {

@@ -9,11 +9,9 @@
 
 namespace vantrell {
 
-namespace {
-
-/// With the login shell's PATH and the desktop of this session.
-RuntimePrograms programsOfThisSession(MainQueue& main, BackgroundPool& pool,
-                                      std::shared_ptr<Desktop> desktop, ExecutableChoice choice) {
+RuntimePrograms VantrellApp::programsOfThisSession(MainQueue& main, BackgroundPool& pool,
+                                                   std::shared_ptr<Desktop> desktop,
+                                                   ExecutableChoice choice) {
   const auto runner = std::make_shared<ProgramRunner>(main, pool);
   RuntimePrograms programs;
   programs.runner = runner;
@@ -29,8 +27,6 @@ RuntimePrograms programsOfThisSession(MainQueue& main, BackgroundPool& pool,
   };
   return programs;
 }
-
-}  // namespace
 
 std::expected<std::unique_ptr<VantrellApp>, std::string> VantrellApp::start(
     MainQueue& main, VantrellOptions options) {

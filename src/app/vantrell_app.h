@@ -50,6 +50,12 @@ class VantrellApp {
   /// error is a sentence for the user.
   static std::expected<std::unique_ptr<UserDefaults>, std::string> defaultsForReading();
 
+  /// How runtimes' programs are found and started here: with the login shell's PATH, and the
+  /// desktop of this session unless one is given. For a command that only looks at them as well.
+  static RuntimePrograms programsOfThisSession(MainQueue& main, BackgroundPool& pool,
+                                               std::shared_ptr<Desktop> desktop,
+                                               ExecutableChoice choice);
+
   AppModel& model() { return *model_; }
   UserDefaults& defaults() { return *state_.defaults; }
   WorkspaceStore& store() { return store_; }

@@ -53,7 +53,7 @@ class ProjectCommands : public TerminalProgram {
 TEST_F(ProjectCommands, TheGitPictureIsShown) {
   const auto none = does({"diff"});
   EXPECT_EQ(code(none), 1);
-  EXPECT_THAT(none->error, HasSubstr("is in no Git repository"));
+  EXPECT_THAT(none->error, HasSubstr("is not in a Git repository"));
 
   git({"init", "--quiet", "--initial-branch=main"});
   home.file("project/file", "1\n2\n");
@@ -119,7 +119,7 @@ TEST_F(ProjectCommands, HooksRunAroundATaskAndByHand) {
   EXPECT_EQ(code(does({"hooks", "add", "afterTask", "/bin/true"})), 1);
   EXPECT_EQ(code(does({"hooks", "add", "afterwards", "after"})), 2);
   EXPECT_THAT(does({"hooks", "add", "afterTask", "later"})->error,
-              HasSubstr("later is no executable file yet"));
+              HasSubstr("later is not an executable file yet"));
   const auto hooks = objects({"hooks"});
   ASSERT_EQ(hooks.size(), 4U);
   EXPECT_THAT(does({"hooks"})->output, HasSubstr("beforeTask  before   ready"));

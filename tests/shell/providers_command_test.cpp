@@ -171,8 +171,8 @@ TEST_F(ProvidersProgram, DamagedSettingsAreToldAndKeepNobodyFromLooking) {
         std::vector<std::string>{"login", "kimi"}}) {
     const auto record = command(arguments);
     EXPECT_TRUE(
-        record->error.starts_with("vantrell: The paths that are set for programs do not "
-                                  "count now. "))
+        record->error.starts_with("vantrell: The paths that are set for programs are "
+                                  "not used now. "))
         << record->error;
     EXPECT_TRUE(record->error.contains(home / settings)) << record->error;
     EXPECT_EQ(code(record), arguments[0] == "login" ? 1 : 0);

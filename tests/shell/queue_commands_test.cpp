@@ -83,7 +83,7 @@ TEST_F(QueueCommands, QueueIsEditedRunsInOrderAndWaitsAfterAFailure) {
   const auto last = does({"run", "--task", task, "SAY:three"});
   EXPECT_EQ(code(last), 0) << last->output << last->error;
   EXPECT_EQ(said(task, "assistant"), (Words{"one", "two", "three", "four"}));
-  EXPECT_EQ(does({"queue", task})->output, "Nothing waits.\n");
+  EXPECT_EQ(does({"queue", task})->output, "The queue is empty.\n");
   EXPECT_EQ(code(does({"queue", "run", task})), 2);
   EXPECT_EQ(code(does({"queue", "frnt", task, "x"})), 2);
   EXPECT_EQ(code(does({"queue", "add", task})), 2);

@@ -174,7 +174,7 @@ TEST_F(TaskCommands, EveryMistakeSaysWhatToDo) {
   const std::string id = newTask("Task");
   const std::vector<std::pair<Words, std::string>> cases = {
       {{"show", "FFFF"}, "vantrell tasks"},
-      {{"show", id, "--last", "none"}, "--last takes a whole number"},
+      {{"show", id, "--last", "none"}, "--last cannot be"},
       {{"show", id, "--entry", "none"}, "\"vantrell search\" names entries"},
       {{"show", id, "--runs", "--json"}, "Leave out --runs"},
       {{"tasks", "--all", "--archived"}, "Leave out --archived"},
@@ -183,7 +183,7 @@ TEST_F(TaskCommands, EveryMistakeSaysWhatToDo) {
       {{"search", "x", "--in", "y"}, "titles, entries or all"},
       {{"projects", "ad"}, "Did you mean add?"},
       {{"projects", "remove"}, "vantrell projects remove PROJECT"},
-      {{"projects", "--off"}, "projects pin"},
+      {{"projects", "--off"}, "--off belongs to \"projects pin\""},
       {{"pin"}, "vantrell pin ID"},
   };
   for (const auto& [words, part] : cases) {

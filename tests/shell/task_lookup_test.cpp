@@ -24,7 +24,7 @@ class TaskLookup : public ::testing::Test {
     return found ? threadOf(workspaces, *found).title : "error: " + found.error().text;
   }
   std::string project(std::string_view named) {
-    const auto found = findProject(workspaces, named);
+    const auto found = findProject(workspaces, named, "/");
     return found ? workspaceOf(workspaces, *found).path : "error: " + found.error().text;
   }
 
@@ -57,9 +57,9 @@ TEST_F(TaskLookup, WhatNamesNoTaskOrSeveralSaysWhatToDo) {
   const std::vector<std::pair<std::string_view, std::vector<std::string_view>>> cases = {
       {"3", {"Several tasks begin with 3.", "  first (web)", "  second (web)"}},
       {"-3-F-2", {"Several tasks begin with -3-F-2."}},
-      {"first", {"\"first\" is no ID", "vantrell tasks"}},
-      {"-", {"is no ID"}},
-      {"", {"is no ID"}},
+      {"first", {"\"first\" is not the ID", "vantrell tasks"}},
+      {"-", {"is not the ID"}},
+      {"", {"is not the ID"}},
       {"FFFF", {"There is no task FFFF", "vantrell tasks --all"}},
       {"3F2A91C0-1111-4111-8111-1111111111110", {"There is no task"}},
   };
@@ -97,7 +97,7 @@ TEST_F(TaskLookup, ProjectsGoByFolderNameAndID) {
       {"abd", "error: There is no project abd"},
       {"a", "error: Several projects"},
       {"1", "/home/ada/web"},
-      {"web", "error: Several projects are meant by web"},
+      {"web", "error: Several projects match web"},
       {"abcdef", "error: Several projects"},
   };
   for (const auto& [named, path] : cases) {

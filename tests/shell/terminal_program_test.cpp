@@ -2,7 +2,7 @@
 
 #include "platform/values/uuid.h"
 #include "shell/program_fixture.h"
-#include "shell/terminal/run_session.h"
+#include "shell/terminal/session.h"
 
 namespace vantrell::tests {
 namespace {
@@ -85,7 +85,7 @@ TEST_F(TerminalProgram, WrongUsageIsToldBeforeAnythingIsChanged) {
       {{"run", "--practice", "--attach", "missing.txt", "x"}, "/project/missing.txt"},
       {{"run", "--provider", "codecs", "x"}, "codex"},
       {{"run", "--provider", "kimi", "--executable", "no-such-program", "x"}, "in PATH"},
-      {{"run", "--provider", "kimi", "--executable", "./none", "x"}, "/project/none is no program"},
+      {{"run", "--provider", "kimi", "--executable", "./none", "x"}, "/project/none cannot be executed"},
       {{"run", "--practice", " \n "}, "The prompt is empty"},
       {{"run", "--jsn", "x"}, "Did you mean --json?"},
   };
@@ -258,7 +258,7 @@ TEST_F(TerminalProgram, SecondInterruptLeavesAtOnce) {
   }));
   ::kill(id, SIGINT);
   awaitOutput(*record, "■ Stopped by you.");
-  EXPECT_LT(std::chrono::steady_clock::now() - begun, shell::RunSession::patience);
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, shell::Session::stopTimeout);
   EXPECT_EQ(code(finish(record)), 130);
   expectNothingLeft();
 }

@@ -125,6 +125,15 @@ bool WorkspaceTree::flush() {
   return !lastWriteFailed_;
 }
 
+bool interruptIfOpen(RunRecord& run, Date now) {
+  if (!isActive(run.status)) return false;
+  run.status = RunRecordStatus::interrupted;
+  run.statusMessage = "vantrell restarted before this run reported completion.";
+  run.updatedAt = now;
+  run.completedAt = now;
+  return true;
+}
+
 void WorkspaceTree::settleRunsLeftOpen() {
   const Date now = main_.now();
   for (auto& workspace : workspaces_) {
@@ -133,12 +142,8 @@ void WorkspaceTree::settleRunsLeftOpen() {
       bool wasOpen = false;
       for (std::size_t i = 0; i < thread.runs.size(); ++i) {
         RunRecord& run = thread.runs[i];
-        if (!isActive(run.status)) continue;
+        if (!interruptIfOpen(run, now)) continue;
         touch(key).runs.places.insert(i);
-        run.status = RunRecordStatus::interrupted;
-        run.statusMessage = "vantrell restarted before this run reported completion.";
-        run.updatedAt = now;
-        run.completedAt = now;
         wasOpen = true;
       }
       if (!wasOpen) continue;

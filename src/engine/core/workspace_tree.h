@@ -144,4 +144,7 @@ class WorkspaceTree {
   mutable std::size_t lastThread_ = 0;
 };
 
+/// Ends a run that a process has left open as interrupted. False when it had ended.
+bool interruptIfOpen(RunRecord& run, Date now);
+
 }  // namespace vantrell

@@ -120,6 +120,7 @@ Result<std::vector<ThreadExecutionKey>> TaskBranches::compareNextPrompt(
     }
   }
   if (candidates.size() < compared) return refuse("Choose two available providers to compare.");
+  core_.tree.updateThreadTitleIfNeeded(text, source);  // both are named after it
   const Uuid group = Uuid::random();
   std::vector<ThreadExecutionKey> forks;
   for (const auto provider : candidates) {

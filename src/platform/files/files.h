@@ -97,6 +97,8 @@ class LockFile {
     std::optional<FileError> error;  // set when the lock could not be tried at all
   };
   static std::expected<LockFile, Busy> acquire(const std::string& path);
+  /// Whether some process holds it at this moment. Takes no lock, so that it disturbs no other.
+  static bool isHeld(const std::string& path);
 
  private:
   explicit LockFile(Descriptor descriptor) : descriptor_(std::move(descriptor)) {}

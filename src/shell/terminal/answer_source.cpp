@@ -1,14 +1,12 @@
 #include "shell/terminal/answer_source.h"
 
-#include <unistd.h>
-
 #include "platform/terminal/terminal.h"
 
 namespace vantrell::shell {
 
-AnswerSource::Kind AnswerSource::kindOfInput(bool wasUsedUp) {
-  if (wasUsedUp) return Kind::none;
-  return terminal::isTerminal(STDIN_FILENO) ? Kind::terminal : Kind::stream;
+AnswerSource::Kind AnswerSource::kindOf(int descriptor, bool isUsedUp) {
+  if (isUsedUp) return Kind::none;
+  return terminal::isTerminal(descriptor) ? Kind::terminal : Kind::stream;
 }
 
 AnswerSource::AnswerSource(RunLoop& loop, int descriptor, Kind kind)

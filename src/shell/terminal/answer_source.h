@@ -16,8 +16,8 @@ namespace vantrell::shell {
 class AnswerSource {
  public:
   enum class Kind { terminal, stream, none };
-  /// What standard input is good for, unless it was used up for a prompt.
-  static Kind kindOfInput(bool wasUsedUp);
+  /// What an input is good for; nothing, where all of it has been read as a prompt.
+  static Kind kindOf(int descriptor, bool isUsedUp);
   AnswerSource(RunLoop& loop, int descriptor, Kind kind);
 
   /// A person types the answers.

@@ -1,18 +1,20 @@
-// What a command of the program is: its name, its options, its help, and what it does. One reader
-// serves them all, so that every command takes options in the same way and answers mistakes with
-// what to do. Pure functions, any thread.
+// What a command of the program is, as data: its name, its options, its help, and what it does. One
+// reader (command_line.h) serves them all.
 #pragma once
 
 #include <expected>
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "platform/process/process.h"
+#include "records/values/raw_text.h"
 
 namespace vantrell::shell {
+
+class CommandContext;
 
 /// The exit statuses of the program.
 namespace exitStatus {
@@ -26,23 +28,45 @@ inline constexpr int stopped = 130;  // as a shell shows the end by Ctrl-C
 struct UsageError {
   std::string text;
 };
+/// How a command ended: its exit status, or wrong usage.
+using Outcome = std::expected<int, UsageError>;
+
+std::unexpected<UsageError> usageError(std::string text);
+/// " Did you mean run?", or nothing.
+std::string suggestion(std::string_view word, std::span<const std::string_view> known);
+/// "ask, auto or full_access".
+std::string alternatives(std::span<const std::string_view> words);
+
+/// Every text that a value of the enumeration has, for an option's choices.
+template <HasRawTexts E>
+inline constexpr auto choicesOf = rawTexts(E{});
 
 struct CommandOption {
   std::string_view name;      // "--project"
   std::string_view argument;  // as help shows it; empty: takes none
   std::string_view help;
+  std::span<const std::string_view> choices{};  // the only values, if not empty
+  bool isCount = false;                         // a whole number from 1
 };
 
-/// What stands behind the name of a command.
+/// What follows the name of a command on the command line, checked against its description.
 class CommandArguments {
  public:
-  /// What is no option, in order.
+  /// What is not an option, in order.
   std::vector<std::string> words;
 
   bool has(std::string_view option) const { return value(option).has_value(); }
   /// The last value given; empty for an option without argument.
   std::optional<std::string> value(std::string_view option) const;
   std::vector<std::string> values(std::string_view option) const;
+  /// Of an option that is a count.
+  std::optional<std::size_t> count(std::string_view option) const;
+  /// Of an option whose choices are those of the enumeration.
+  template <HasRawTexts E>
+  std::optional<E> choice(std::string_view option) const {
+    const auto text = value(option);
+    return text ? fromRawText<E>(*text) : std::nullopt;
+  }
 
   struct Given {
     std::string_view option;
@@ -52,39 +76,28 @@ class CommandArguments {
 };
 
 struct Command {
+  static constexpr std::size_t anyNumber = std::string_view::npos;
+
   std::string_view name;
-  /// What stands behind the name: "ID TITLE".
-  std::string_view parameters;
+  /// What follows the name: "ID TITLE".
+  std::string_view parameters{};
   /// One line for the list of commands.
   std::string_view summary;
-  std::span<const CommandOption> options;
+  std::span<const CommandOption> options{};
   /// How many words it takes.
-  std::size_t fewestWords = 0;
-  std::size_t mostWords = 0;
-  /// Paragraphs before and behind the options in its help.
-  std::string_view introduction;
-  std::string_view closing;
-  /// Does it all and answers the exit status. May block; the calling thread is the main thread.
-  int (*run)(const CommandArguments& arguments, const Environment& environment);
+  std::size_t minWords = 0;
+  std::size_t maxWords = 0;
+  /// Begins the command and returns; its end is reported to the context, within this call or later
+  /// on the main queue. Null: only its subcommands do something.
+  void (*begin)(CommandContext& context) = nullptr;
+  /// Paragraphs before and after the options in its help. Exit statuses are added if none is named.
+  std::string_view introduction{};
+  std::string_view closing{};
+  std::span<const Command> subcommands{};
 };
 
 /// `--json`, as many commands have it.
-inline constexpr CommandOption jsonOption{"--json", "", "for scripts: JSON on standard output"};
-
-/// Absent when help is asked for. An option may be spelled `--name value` or `--name=value`; behind
-/// `--` everything is a word. The number of words is checked here.
-std::expected<std::optional<CommandArguments>, UsageError> readCommandArguments(
-    const Command& command, std::span<const std::string_view> arguments);
-
-std::string helpOf(const Command& command);
-
-std::unexpected<UsageError> usageError(std::string text);
-/// The value of an option that takes a count of 1 or more.
-std::expected<std::optional<std::size_t>, UsageError> countOption(const CommandArguments& arguments,
-                                                                  std::string_view option);
-/// " Did you mean run?", or nothing.
-std::string suggestion(std::string_view word, std::span<const std::string_view> known);
-/// Says it on standard error; the status of wrong usage.
-int refuse(const UsageError& error);
+inline constexpr CommandOption jsonOption{"--json", "", "for scripts: one JSON object a line"};
+inline constexpr CommandOption yesOption{"--yes", "", "do it without being asked"};
 
 }  // namespace vantrell::shell

@@ -1,312 +1,343 @@
-// `vantrell compare`: one prompt to two providers, side by side.
+// `vantrell compare`: one prompt to two providers, side by side. While they work each tells in
+// single lines what it does, with its name in front; what it said comes whole when it has ended.
 #include <fmt/format.h>
 #include <set>
-#include <unistd.h>
 
-#include "platform/terminal/terminal.h"
+#include "engine/core/workspace_tree.h"
+#include "engine/projects/task_safety.h"
+#include "engine/tasks/task_branches.h"
+#include "engine/tasks/workspace_operations.h"
 #include "platform/values/json.h"
 #include "project/git_workspace_service.h"
-#include "runtimes/catalog/permission_mode_texts.h"
 #include "runtimes/catalog/provider_registry.h"
-#include "shell/terminal/awaiting.h"
-#include "shell/terminal/commands.h"
-#include "shell/terminal/comparison_printer.h"
-#include "shell/terminal/comparison_session.h"
-#include "shell/terminal/full_access_confirmation.h"
+#include "shell/terminal/command_groups.h"
+#include "shell/terminal/conversation_job.h"
 #include "shell/terminal/json_printer.h"
-#include "shell/terminal/long_work.h"
-#include "shell/terminal/plain_words.h"
-#include "shell/terminal/run_command.h"
-#include "shell/terminal/standard_output.h"
-#include "shell/terminal/task_choice.h"
+#include "shell/terminal/line_screen.h"
+#include "shell/terminal/run_plan.h"
 #include "shell/terminal/task_words.h"
 #include "shell/terminal/terminal_text.h"
-#include "shell/terminal/user_path.h"
+#include "shell/terminal/transcript_printer.h"
 
 namespace vantrell::shell {
 
 namespace {
 
 constexpr std::size_t filesShown = 20;  // of each of the two
-constexpr std::string_view withOption = "--with";
+/// Of a stop; the line of the run's end says it as well.
+constexpr std::string_view stoppedText = "Stopped by you.";
 
-constexpr CommandOption options[] = {
-    {withOption, "ID", "one of the providers, as in codex; given twice"},
-    {"--project", "DIR", "in this folder (default: the current one)"},
-    {"--task", "ID", "go on with this task; any beginning of its ID that no other has"},
-    {"--practice", "", "let the practice agent stand in for local"},
-    modeOption,
-    workflowOption,
-    answerOption,
-    {"--json", "", "one JSON object a line, each with the task's ID, for scripts"},
-};
-
-std::expected<std::vector<AgentProvider>, UsageError> providersOf(
-    const CommandArguments& arguments) {
-  std::vector<AgentProvider> providers;
-  for (const auto& word : arguments.values(withOption)) {
-    const auto provider = fromRawText<AgentProvider>(word);
-    if (!provider) {
-      constexpr auto known = rawTexts(AgentProvider{});
-      return usageError(
-          fmt::format("There is no provider \"{}\".{} \"vantrell providers\" lists them.",
-                      onOneLine(word), suggestion(word, known)));
-    }
-    if (std::ranges::find(providers, *provider) == providers.end()) providers.push_back(*provider);
-  }
-  if (providers.size() == 2) return providers;
-  return usageError(
-      "A comparison takes two providers: vantrell compare \"prompt\" --with codex --with claude");
-}
-
-std::string_view nameOf(AgentProvider provider, const VantrellApp& app) {
-  return provider == AgentProvider::local && app.practices() ? "Practice" : shortLabel(provider);
-}
-
-/// The comparison from the opened program to what came of it.
-class Comparison {
+class ComparisonPrinter final : public LinePrinter<RunObserver> {
  public:
-  Comparison(RunLoop& loop, VantrellApp& app, const RunPlan& plan,
-             const std::vector<AgentProvider>& providers, const Environment& environment,
-             OutputSink& sink)
-      : loop_(loop),
-        app_(app),
-        model_(app.model()),
-        plan_(plan),
-        providers_(providers),
-        sink_(sink),
-        source_(AnswerSource::kindOfInput(plan.promptWasRead)),
-        sheet_([&sink](std::string_view bytes) { sink.write(bytes); },
-               TerminalStyle::of(STDOUT_FILENO, environment)) {}
+  /// `thread` returns the conversation, of which the first `known` entries are not news.
+  ComparisonPrinter(LineScreen& shownOn, std::string name, bool showsAnswerPrompt,
+                    std::function<const ChatThread*()> thread, std::size_t known)
+      : LinePrinter(shownOn, std::move(name), showsAnswerPrompt),
+        thread_(std::move(thread)),
+        known_(known) {}
 
-  std::expected<int, UsageError> run() {
-    if (const auto missing = whoIsMissing()) return usageError(*missing);
-    const auto task = openTask(model_, plan_, providers_.front());
-    if (!task) return std::unexpected(task.error());
-    model_.tree.updateThreadTitleIfNeeded(plan_.arguments.prompt, *task);
-    chooseModes(model_.settings, plan_.arguments);
-    model_.branches->compareNextPrompt(plan_.arguments.prompt, providers_);
-    if (const auto& error = model_.executions.mirror().errorMessage) {
-      say(*error);
-      return exitStatus::failed;
-    }
-    const auto sides = makeSides(model_.tree.thread(*task)->entries.size());
-    AnswerSource answers(loop_, STDIN_FILENO, source_);
-    ComparisonSession session(
-        {.loop = loop_,
-         .model = model_,
-         .answers = answers,
-         .complain = [this](std::string_view text) { say(text); },
-         .answerKind = plan_.arguments.answer,
-         .introduce = [this](const ComparisonSession::Side& side) { introduce(side); }},
-        sides);
-    sink_.onBroken = [&session] { session.stop(); };
-    sink_.onFullChanged = [this](bool isFull) { model_.executions.setReceiving(!isFull); };
-    const int status = session.run();
-    sink_.onBroken = nullptr;
-    sink_.onFullChanged = nullptr;
-    wasAbandoned = session.wasAbandoned();
-    for (const auto& side : sides) {
-      const ChatThread& thread = *model_.tree.thread(side.key);
-      if (!thread.draftText) continue;
-      say(fmt::format("{}: the prompt did not go out. It is kept as the draft of task {}.",
-                      side.name, shortID(thread.id)));
-    }
-    if (!wasAbandoned) summarize(sides);
-    return status;
+  void introduced(const RunIntroduction& introduction) override {
+    const auto folder = onOneLine(withTilde(std::string(introduction.folder)));
+    tell(screen.style().dim(fmt::format("task {}{}{}", shortID(introduction.conversation.threadID),
+                                        folder.empty() ? "" : " in ", folder)));
+    if (!introduction.freedom.empty()) tell(screen.style().yellow(introduction.freedom));
   }
-
-  bool wasAbandoned = false;
+  void entryAdded(const ChatEntry& entry) override {
+    const auto& style = screen.style();
+    if (entry.text == stoppedText) return;
+    if (entry.kind == ChatEntryKind::system) {
+      return tell(style.yellow(fmt::format("• {}", onOneLine(entry.text))));
+    }
+    const std::string status = entry.status.value_or("pending");
+    if (entry.kind != ChatEntryKind::tool || isOpenToolStatus(status)) return;
+    if (std::exchange(toldTools_[entry.id], status) == status) return;
+    const std::string title = onOneLine(entry.title.value_or("A tool"));
+    tell(status == "completed" ? style.green("✓ " + title)
+                               : style.red(fmt::format("✗ {} ({})", title, onOneLine(status))));
+  }
+  void entryReplaced(const ChatEntry& entry) override { entryAdded(entry); }
+  void textAdded(const ChatEntry&, std::string_view) override {}
+  void transcriptReplaced(const Transcript&) override {}
+  void planReplaced(const std::vector<PlanEntry>&) override {}
+  void promptQueued(std::size_t) override {}
+  void interrupted() override { screen.interrupted(); }
+  void runChanged(const RunRecord& run) override {
+    const bool isUnderWay =
+        run.status == RunRecordStatus::starting || run.status == RunRecordStatus::running;
+    if (!isUnderWay || !run.statusMessage || *run.statusMessage == lastStatus_) return;
+    lastStatus_ = *run.statusMessage;
+    tell(screen.style().dim(onOneLine(lastStatus_)));
+  }
+  void ended(const RunRecord* run) override {
+    const ChatThread* thread = thread_();
+    if (!thread || !run) return;
+    std::string page = fmt::format(
+        "\n{}\n\n", bold(fmt::format("━━ {} · task {} ━━", name_, shortID(thread->id))));
+    TranscriptPrinter printer([&page](std::string_view bytes) { page += bytes; }, screen.style());
+    printer.isReview = true;
+    for (std::size_t i = known_; i < thread->entries.size(); ++i) {
+      const ChatEntry& entry = thread->entries[i];
+      if (entry.kind != ChatEntryKind::user && entry.text != stoppedText) printer.entryAdded(entry);
+    }
+    printer.ended(run);
+    screen.put(page + "\n");
+  }
 
  private:
-  std::optional<std::string> whoIsMissing() {
-    for (const auto provider : providers_) {
-      await(loop_, [&](std::function<void()> done) {
-        app_.services().prepare(provider, std::move(done));
-      });
-      const bool isThere = findWithUserPath(
-          loop_, *model_.runtimes, [&] { return model_.router->providerAvailable(provider); });
-      if (!isThere) return whatToDoFor(app_, provider) + " Nothing was changed.";
-    }
-    return std::nullopt;
+  const std::function<const ChatThread*()> thread_;
+  const std::size_t known_;
+  std::string lastStatus_;
+  std::map<std::string, std::string, std::less<>> toldTools_;  // status, by entry
+};
+
+/// The comparison from the opened program to what came of it. Lives in the context.
+class Comparison : public std::enable_shared_from_this<Comparison> {
+ public:
+  Comparison(CommandContext& context, RunPlan plan, std::vector<AgentProvider> providers)
+      : context_(context),
+        plan_(std::move(plan)),
+        providers_(std::move(providers)),
+        screen_(context.console) {}
+
+  void begin(VantrellApp& app) {
+    app_ = &app;
+    requireProvider(0);
   }
 
-  /// The two forks: those of one group, the first one selected.
-  std::vector<ComparisonSession::Side> makeSides(std::size_t known) {
-    const auto first = *model_.selection.key();
-    const auto group = model_.tree.thread(first)->comparisonGroupID;
-    std::vector<ComparisonSession::Side> sides;
-    for (const auto provider : providers_) {
-      for (const auto& thread : model_.tree.workspace(first.workspaceID)->threads) {
-        if (thread.comparisonGroupID != group || thread.preferredProvider != provider) continue;
-        const ThreadExecutionKey key{first.workspaceID, thread.id};
-        sides.push_back(
-            {key, std::string(nameOf(provider, app_)), makePrinter(key, provider, known)});
-      }
-    }
-    return sides;
+ private:
+  struct Side {
+    ThreadExecutionKey key;
+    AgentProvider chosen;
+    std::string name;
+    GitWorkspaceSnapshot changes;
+  };
+  AppModel& model() { return app_->model(); }
+
+  /// One after the other, then goes on.
+  void requireProvider(std::size_t place) {
+    if (place == providers_.size()) return compare();
+    whetherAvailable(context_, *app_, providers_[place], {}, [this, place](bool isAvailable) {
+      if (isAvailable) return requireProvider(place + 1);
+      context_.finish(usageError(whatToDoFor(*app_, providers_[place]) + " Nothing was changed."));
+    });
   }
 
-  RunObserver& makePrinter(const ThreadExecutionKey& key, AgentProvider provider,
-                           std::size_t known) {
-    if (plan_.arguments.json) {
+  void compare() {
+    const auto task = openTask(model(), plan_, providers_.front());
+    if (!task) return context_.finish(std::unexpected(task.error()));
+    chooseModes(model().editableSettings(), plan_);
+    const auto forks = model().branches().compareNextPrompt(*task, plan_.prompt, providers_);
+    if (!forks) return context_.finish(context_.refused(forks.error()));
+    const std::size_t known = model().tree().thread(*task)->entries.size();
+    for (const auto& key : *forks) {
+      const auto provider = *model().tree().thread(key)->preferredProvider;
+      sides_.push_back({key, provider, nameOf(provider), {}});
+    }
+    // One that was only made to be compared is of no more use.
+    if (!plan_.task && known == 0) {
+      static_cast<void>(
+          model().operations().selectThread(sides_[0].key.threadID, sides_[0].key.workspaceID));
+      static_cast<void>(model().operations().deleteThread(task->threadID, task->workspaceID));
+    }
+    context_.beforeComplaint = [this] { screen_.interrupted(); };
+    std::vector<std::unique_ptr<Job>> jobs;
+    for (auto& side : sides_) {
+      makePrinter(side, known);
+      auto job = std::make_unique<ConversationJob>(context_, side.key, *printers_.back(), nullptr,
+                                                   side.name);
+      job->beforeFirstEntry = [this, &side, &printer = *printers_.back()] {
+        introduce(side, printer);
+      };
+      jobs.push_back(std::move(job));
+    }
+    const auto session = std::make_shared<Session>(context_, std::move(jobs),
+                                                   Session::Options{.answerKind = plan_.answer});
+    context_.keep(session);
+    session->begin([this](int status) { ended(status); });
+  }
+
+  std::string nameOf(AgentProvider provider) const {
+    const bool isPractice = provider == AgentProvider::local && app_->practices();
+    return std::string(isPractice ? "Practice" : shortLabel(provider));
+  }
+
+  /// The one that worked last: another may have taken over.
+  AgentProvider workerOf(const Side& side) {
+    const RunRecord* run = model().tree().latestRun(side.key);
+    return run && run->provider ? *run->provider : side.chosen;
+  }
+
+  void makePrinter(const Side& side, std::size_t known) {
+    if (context_.isJson()) {
       printers_.push_back(std::make_unique<JsonPrinter>(
-          [this](std::string_view bytes) { sink_.write(bytes); }, key.threadID));
-    } else {
-      printers_.push_back(std::make_unique<ComparisonPrinter>(
-          sheet_, std::string(nameOf(provider, app_)),
-          [this, key] { return model_.tree.thread(key); }, known,
-          source_ == AnswerSource::Kind::terminal && !plan_.arguments.answer));
+          [this](std::string_view bytes) { context_.console.write(bytes); }, side.key.threadID));
+      return;
     }
-    return *printers_.back();
+    const bool isTyped = context_.answers().isTerminal() && !plan_.answer;
+    printers_.push_back(std::make_unique<ComparisonPrinter>(
+        screen_, side.name, isTyped, [this, key = side.key] { return model().tree().thread(key); },
+        known));
   }
 
-  void introduce(const ComparisonSession::Side& side) {
-    const ChatThread& thread = *model_.tree.thread(side.key);
-    const auto mode = model_.settings.permissionMode();
-    const bool isFree = mode == GrokPermissionMode::fullAccess;
+  void introduce(const Side& side, RunObserver& printer) {
+    const ChatThread& thread = *model().tree().thread(side.key);
     const std::string folder = thread.isolatedWorkspacePath.value_or("");
-    side.observer.introduced(
-        {.conversation = side.key,
-         .runtime = side.name,
-         .folder = folder,
-         .freedom = isFree ? detail(mode, *thread.preferredProvider) : std::string_view()});
-    for (const auto& note : model_.safety->notes()) {
-      if (notesTold_.insert(note).second) say(onOneLine(note));
+    printer.introduced({.conversation = side.key,
+                        .runtime = side.name,
+                        .folder = folder,
+                        .freedom = permissionNotice(model(), side.chosen)});
+    for (const auto& note : model().safety().notes()) {
+      if (notesTold_.insert(note).second) context_.complain(onOneLine(note));
     }
   }
 
-  void summarize(const std::vector<ComparisonSession::Side>& sides) {
-    for (const auto& side : sides) {
-      const ChatThread& thread = *model_.tree.thread(side.key);
-      if (!thread.isolatedWorkspacePath) continue;
-      const auto picture = GitWorkspaceService::read(*thread.isolatedWorkspacePath);
-      sink_.write(plan_.arguments.json ? asJson(side, thread, picture)
-                                       : asText(side, thread, picture));
+  void ended(int status) {
+    if (context_.wasAbandoned) return context_.finish(status);
+    std::vector<std::string> folders;
+    for (const auto& side : sides_) {
+      folders.push_back(model().tree().thread(side.key)->isolatedWorkspacePath.value_or(""));
     }
+    context_.inBackground(
+        [this, folders] {
+          for (std::size_t i = 0; i < folders.size(); ++i) {
+            if (!folders[i].empty()) sides_[i].changes = GitWorkspaceService::read(folders[i]);
+          }
+        },
+        [this, status] {
+          for (const auto& side : sides_) {
+            const ChatThread& thread = *model().tree().thread(side.key);
+            if (!thread.isolatedWorkspacePath) continue;
+            context_.isJson() ? tellAsJson(side, thread) : tell(side, thread);
+          }
+          context_.finish(status);
+        });
   }
 
-  std::string asText(const ComparisonSession::Side& side, const ChatThread& thread,
-                     const GitWorkspaceSnapshot& picture) const {
-    const auto& style = sheet_.style();
+  void tell(const Side& side, const ChatThread& thread) {
+    const auto& style = context_.style();
     const auto state = stateCell(views::taskState(thread));
-    std::string text = fmt::format("{} {}  {}\n", style.bold(fmt::format("{:<8}", side.name)),
+    const auto worker = workerOf(side);
+    std::string text = fmt::format("{} {}  {}{}\n", style.bold(fmt::format("{:<8}", side.name)),
                                    style.cyan(shortID(thread.id)),
-                                   state.look ? (style.*state.look)(state.text) : state.text);
+                                   state.look ? (style.*state.look)(state.text) : state.text,
+                                   worker == side.chosen ? "" : ", by " + nameOf(worker));
     text += fmt::format("  {}\n", style.dim(onOneLine(withTilde(*thread.isolatedWorkspacePath))));
-    if (picture.files.empty()) text += style.dim("  nothing changed") + "\n";
-    for (std::size_t i = 0; i < std::min(picture.files.size(), filesShown); ++i) {
-      const auto& file = picture.files[i];
-      text += fmt::format("  {} {}", file.status, onOneLine(file.path));
-      if (file.additions) text += " " + style.green(fmt::format("+{}", *file.additions));
-      if (file.deletions) text += " " + style.red(fmt::format("-{}", *file.deletions));
+    const auto& files = side.changes.files;
+    if (files.empty()) text += style.dim("  nothing changed") + "\n";
+    for (std::size_t i = 0; i < std::min(files.size(), filesShown); ++i) {
+      text += fmt::format("  {} {}", files[i].status, onOneLine(files[i].path));
+      if (files[i].additions) text += " " + style.green(fmt::format("+{}", *files[i].additions));
+      if (files[i].deletions) text += " " + style.red(fmt::format("-{}", *files[i].deletions));
       text += "\n";
     }
-    if (picture.files.size() > filesShown) {
-      text += style.dim(fmt::format("  … {} more files\n", picture.files.size() - filesShown));
+    if (files.size() > filesShown) {
+      text += style.dim(fmt::format("  … {} more files\n", files.size() - filesShown));
     }
-    return text +
-           style.dim(asTyped(fmt::format("  All of it: vantrell diff {}   To go on: vantrell "
-                                         "run --task {} \"...\"",
-                                         shortID(thread.id), shortID(thread.id)))) +
-           "\n";
+    const auto next = context_.console.asTyped(
+        fmt::format("  All of it: vantrell diff {0}   To continue: vantrell run --task {0} \"...\"",
+                    shortID(thread.id)));
+    context_.console.write(text + style.dim(next) + "\n");
   }
 
-  static std::string asJson(const ComparisonSession::Side& side, const ChatThread& thread,
-                            const GitWorkspaceSnapshot& picture) {
+  void tellAsJson(const Side& side, const ChatThread& thread) {
     Json::Array files;
-    for (const auto& file : picture.files) {
+    for (const auto& file : side.changes.files) {
       JsonObject object{{"path", file.path}, {"status", file.status}};
       if (file.additions) object.set("additions", *file.additions);
       if (file.deletions) object.set("deletions", *file.deletions);
       files.push_back(std::move(object));
     }
-    const RunRecord* run = thread.latestRun();
     JsonObject result{{"event", "result"},
                       {"workspaceID", side.key.workspaceID.text()},
                       {"threadID", thread.id.text()},
                       {"comparisonGroupID", thread.comparisonGroupID->text()},
-                      {"provider", rawText(*thread.preferredProvider)},
+                      {"chosen", rawText(side.chosen)},
+                      {"provider", rawText(workerOf(side))},
                       {"path", *thread.isolatedWorkspacePath}};
-    if (run) result.set("status", rawText(run->status));
+    if (const RunRecord* run = thread.latestRun()) result.set("status", rawText(run->status));
     result.set("files", std::move(files));
-    result.set("additions", picture.additions());
-    result.set("deletions", picture.deletions());
-    return json::write(result) + "\n";
+    result.set("additions", side.changes.additions());
+    result.set("deletions", side.changes.deletions());
+    context_.console.write(json::write(result) + "\n");
   }
 
-  void say(std::string_view text) {
-    sheet_.interrupted();
-    sink_.flush(momentToFlush);
-    complain(text);
-  }
-
-  RunLoop& loop_;
-  VantrellApp& app_;
-  AppModel& model_;
-  const RunPlan& plan_;
-  const std::vector<AgentProvider>& providers_;
-  OutputSink& sink_;
-  const AnswerSource::Kind source_;
-  ComparisonSheet sheet_;
+  CommandContext& context_;
+  const RunPlan plan_;
+  const std::vector<AgentProvider> providers_;
+  VantrellApp* app_ = nullptr;
+  LineScreen screen_;
+  std::vector<Side> sides_;
   std::vector<std::unique_ptr<RunObserver>> printers_;
   std::set<std::string> notesTold_;
 };
 
-int perform(const RunPlan& plan, const std::vector<AgentProvider>& providers,
-            const Environment& environment) {
-  VantrellOptions vantrell;
-  vantrell.practiceAgent = plan.practiceAgent;
-  return performLongWork(std::move(vantrell), [&](LongWork& work) {
-    Comparison comparison(work.loop, work.app, plan, providers, environment, work.output);
-    const auto result = comparison.run();
-    work.wasAbandoned = comparison.wasAbandoned;
-    return result ? *result : refuse(result.error());
-  });
+void compare(CommandContext& context) {
+  std::vector<AgentProvider> providers;
+  for (const auto& word : context.arguments.values("--with")) {
+    const auto provider = *fromRawText<AgentProvider>(word);
+    if (std::ranges::find(providers, provider) == providers.end()) providers.push_back(provider);
+  }
+  if (providers.size() != 2) {
+    return context.finish(
+        usageError("A comparison takes two providers: vantrell compare \"prompt\" --with codex "
+                   "--with claude"));
+  }
+  auto plan = readRunPlan(context, context.arguments.value(taskOption.name));
+  if (!plan) return context.finish(std::unexpected(plan.error()));
+  withPrompt(
+      context, context.word(0), [&context, providers, plan = *plan](std::string prompt) mutable {
+        plan.prompt = std::move(prompt);
+        const bool isFree = plan.mode == GrokPermissionMode::fullAccess;
+        context.confirmFullAccess(isFree, [&context, providers, plan] {
+          const auto comparison = std::make_shared<Comparison>(context, plan, providers);
+          context.keep(comparison);
+          VantrellOptions options;
+          options.practiceAgent = plan.practiceAgent;
+          context.open(std::move(options), [&](VantrellApp& app) { comparison->begin(app); });
+        });
+      });
 }
 
-int compare(const CommandArguments& arguments, const Environment& environment) {
-  const auto providers = providersOf(arguments);
-  if (!providers) return refuse(providers.error());
-  auto read = readTurnOptions(arguments, arguments.value("--task"));
-  if (!read) return refuse(read.error());
-  read->prompt = arguments.words.front();
-  read->takesPrompt = true;
-  const auto plan = prepareRun(std::move(*read), environment);
-  if (!plan) return refuse(plan.error());
-  if (plan->arguments.mode == GrokPermissionMode::fullAccess) {
-    if (const auto agreed = confirmFullAccess(Person::atTheTerminal()); !agreed) {
-      return refuse(agreed.error());
-    }
-  }
-  return perform(*plan, *providers, environment);
-}
+constexpr CommandOption options[] = {
+    {"--with", "ID", "one of the providers, as in codex; given twice", choicesOf<AgentProvider>},
+    folderOption,
+    taskOption,
+    {"--practice", "", "let the practice agent stand in for local"},
+    modeOption,
+    workflowOption,
+    answerOption,
+    {"--json", "", "for scripts: one JSON object a line, each with the task's ID"},
+};
+
+constexpr Command commands[] = {
+    {.name = "compare",
+     .parameters = "\"prompt\"",
+     .summary = "give one prompt to two providers, each in a worktree of its own",
+     .options = options,
+     .minWords = 1,
+     .maxWords = 1,
+     .begin = compare,
+     .introduction =
+         "Makes two tasks, in the project or out of that of --task, and sends the prompt to a\n"
+         "provider in each, at the same time. Each works in a Git worktree with a copy of all\n"
+         "that is not committed; without Git there is no comparison. While they work, each tells\n"
+         "what it does in single lines; what it said comes when it has ended, and at last where\n"
+         "its work is and which files differ there from the last commit.",
+     .closing =
+         "Ctrl-C stops both, a second one leaves at once. A prompt of - is read from standard\n"
+         "input.\n"
+         "\n"
+         "Exit status: 0 both completed, 1 one failed, 2 wrong usage, 130 stopped.\n"
+         "\n"
+         "Examples:\n"
+         "  vantrell compare \"find out why the tests fail\" --with codex --with claude\n"
+         "  vantrell compare --task 3F2A \"now fix it\" --with kimi --with codex"},
+};
 
 }  // namespace
 
-const Command compareCommand{
-    .name = "compare",
-    .parameters = "\"prompt\"",
-    .summary = "give one prompt to two providers, each in a worktree of its own",
-    .options = options,
-    .fewestWords = 1,
-    .mostWords = 1,
-    .introduction =
-        "Makes two tasks out of one, a new one in the project or that of --task, and sends the\n"
-        "prompt to a provider in each, at the same time. Each works in a Git worktree with a\n"
-        "copy of all that is not committed; without Git there is no comparison. While they\n"
-        "work, each tells what it does in single lines; what it said comes when it has ended,\n"
-        "and at last where its work lies and which files differ there from the last commit.",
-    .closing =
-        "Ctrl-C stops both, a second one leaves at once. A prompt of - is read from standard\n"
-        "input.\n"
-        "\n"
-        "Exit status: 0 both completed, 1 one failed, 2 wrong usage, 130 stopped.\n"
-        "\n"
-        "Examples:\n"
-        "  vantrell compare \"find out why the tests fail\" --with codex --with claude\n"
-        "  vantrell compare --task 3F2A \"now fix it\" --with kimi --with codex",
-    .run = compare,
-};
+std::span<const Command> compareCommands() {
+  return commands;
+}
 
 }  // namespace vantrell::shell

@@ -1,11 +1,17 @@
 #include "shell/terminal/json_printer.h"
 
+#include "platform/values/json.h"
 #include "records/stores/conversation_json.h"
-#include "shell/terminal/json_member.h"
 
 namespace vantrell::shell {
 
 namespace {
+
+template <typename Value>
+void member(JsonWriter& writer, std::string_view key, const Value& value) {
+  writer.key(key);
+  writer.value(value);
+}
 
 void writeRequest(JsonWriter& writer, const PermissionRequest& request) {
   writer.key("request");

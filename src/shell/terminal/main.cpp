@@ -1,37 +1,82 @@
-// vantrell: the front door in the terminal.
+// vantrell: the entry point in the terminal.
+#include <csignal>
 #include <fmt/format.h>
-#include <string_view>
-#include <vector>
+#include <unistd.h>
 
+#include "platform/files/files.h"
 #include "platform/process/own_process.h"
 #include "platform/process/process.h"
+#include "platform/terminal/terminal.h"
 #include "records/values/application.h"
-#include "shell/terminal/commands.h"
-#include "shell/terminal/plain_words.h"
-#include "shell/terminal/practice_tour.h"
-#include "shell/terminal/welcome.h"
+#include "shell/terminal/command_context.h"
+#include "shell/terminal/command_groups.h"
+#include "shell/terminal/command_line.h"
 
-int main(int count, char** arguments) {
-  using namespace vantrell;
-  using namespace vantrell::shell;
-  if (const auto prepared = prepareOwnProcess(); !prepared) {
-    complain(prepared.error());
-    return exitStatus::failed;
-  }
-  const std::vector<std::string_view> words(arguments + 1, arguments + count);
-  const auto invocation = readCommandLine(words);
-  if (!invocation) return refuse(invocation.error());
-  const Environment environment = currentEnvironment();
-  switch (invocation->kind) {
-    case Invocation::Kind::welcome: return welcome(environment);
-    case Invocation::Kind::tour: return practiceTour(environment);
-    case Invocation::Kind::command:
-      return invocation->command->run(invocation->arguments, environment);
-    case Invocation::Kind::help: tell(helpText()); break;
-    case Invocation::Kind::commandHelp: tell(helpOf(*invocation->command)); break;
-    case Invocation::Kind::version:
-      tell(fmt::format("{} {}\n", applicationName, applicationVersion));
+using namespace vantrell;
+using namespace vantrell::shell;
+
+namespace {
+
+constexpr std::chrono::milliseconds momentToFlush{200};
+constexpr std::chrono::milliseconds endOfChildren{5000};
+constexpr std::chrono::hours readersTime{24};  // to read what is left
+
+void begin(const Invocation& invocation, std::span<const Command* const> commands,
+           CommandContext& context) {
+  using Kind = Invocation::Kind;
+  switch (invocation.kind) {
+    case Kind::welcome: return welcome(context);
+    case Kind::tour: return practiceTour(context);
+    case Kind::command: return invocation.command->begin(context);
+    case Kind::help:
+      context.console.say(invocation.command ? helpOf(*invocation.command, invocation.name)
+                                             : helpText(commands));
+      break;
+    case Kind::reference: context.console.write(referenceText(commands)); break;
+    case Kind::version:
+      context.console.write(fmt::format("{} {}\n", applicationName, applicationVersion));
       break;
   }
-  return exitStatus::completed;
+  context.finish(exitStatus::completed);
+}
+
+}  // namespace
+
+int main(int count, char** words) {
+  if (const auto prepared = prepareOwnProcess(); !prepared) {
+    fmt::print(stderr, "vantrell: {}\n", prepared.error());
+    return exitStatus::failed;
+  }
+  const auto commands = allCommands();
+  std::vector<std::string_view> names;
+  for (const Command* command : commands) names.push_back(command->name);
+  const std::vector<std::string_view> arguments(words + 1, words + count);
+  auto invocation = readCommandLine(commands, arguments);
+
+  RunLoop loop;
+  Caller caller{.input = STDIN_FILENO,
+                .streams = {.output = STDOUT_FILENO, .error = STDERR_FILENO},
+                .folder = files::standardized("."),
+                .environment = currentEnvironment(),
+                .watchSignals = [&loop](std::function<void(int)> handler) -> std::shared_ptr<void> {
+                  return loop.watchSignals({SIGINT, SIGTERM, SIGHUP}, std::move(handler));
+                }};
+  int status = exitStatus::failed;
+  CommandContext context(loop, std::move(caller), std::move(names),
+                         invocation ? std::move(invocation->arguments) : CommandArguments(),
+                         [&](int ended) {
+                           status = ended;
+                           loop.quit();
+                         });
+  if (invocation) {
+    begin(*invocation, commands, context);
+  } else {
+    context.finish(std::unexpected(invocation.error()));
+  }
+  loop.run();
+  // The state is free for the next start; the rest is only about reading and cleaning up.
+  Process::waitForAll(context.wasAbandoned ? momentToFlush : endOfChildren);
+  const bool isWritten = context.console.finish(
+      context.wasAbandoned ? momentToFlush : std::chrono::milliseconds(readersTime));
+  return isWritten ? status : exitStatus::failed;
 }

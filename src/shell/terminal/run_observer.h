@@ -20,7 +20,7 @@ struct RunIntroduction {
   std::size_t earlierEntries = 0;
   /// What the permission mode means, where the agent may act unasked; else empty.
   std::string_view freedom{};
-  std::string goingOn = "--task";  // the options, up to the task's ID, that go on with it
+  std::string goingOn = "vantrell run --task";  // what is typed, up to the task's ID, to go on
 };
 
 /// Shows an agent's questions and what comes of them.

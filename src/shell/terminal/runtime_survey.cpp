@@ -1,21 +1,15 @@
 #include "shell/terminal/runtime_survey.h"
 
-#include <cstdio>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
-#include <unistd.h>
 
-#include "app/user_state.h"
-#include "app/vantrell_app.h"
 #include "engine/providers/model_discovery.h"
+#include "platform/files/files.h"
 #include "platform/text/text.h"
 #include "runtimes/catalog/locators.h"
 #include "runtimes/catalog/runtime_locator.h"
 #include "runtimes/codex/codex_discovery.h"
 #include "runtimes/local/local_runtime_service.h"
-#include "shell/terminal/plain_words.h"
-#include "shell/terminal/terminal_style.h"
-#include "shell/terminal/user_path.h"
 
 namespace vantrell::shell {
 
@@ -24,120 +18,90 @@ namespace {
 /// A wait that is over sooner needs no word.
 constexpr std::chrono::seconds momentToWait{1};
 
-/// One line on standard error that says who has not answered yet, and goes away by itself.
-class WaitingLine {
- public:
-  WaitingLine(MainQueue& main, const Environment& environment)
-      : style_(TerminalStyle::of(STDERR_FILENO, environment)) {
-    if (style_.isLive()) {
-      start_ = main.after(momentToWait, [this] {
-        isShown_ = true;
-        show();
-      });
-    }
-  }
-  ~WaitingLine() { erase(); }
-  WaitingLine(const WaitingLine&) = delete;
-  WaitingLine& operator=(const WaitingLine&) = delete;
-
-  void waitFor(std::vector<std::string> names) {
-    names_ = std::move(names);
-    if (isShown_) show();
-  }
-
- private:
-  void show() {
-    erase();
-    std::fputs(style_.dim(fmt::format("Waiting for {} …", fmt::join(names_, ", "))).c_str(),
-               stderr);
-    std::fflush(stderr);
-  }
-  void erase() {
-    if (isShown_) std::fputs("\r\x1b[K", stderr);
-  }
-
-  TerminalStyle style_;
-  Timer start_;
-  std::vector<std::string> names_;
-  bool isShown_ = false;
-};
-
-/// What cannot be read is told, and does not keep anybody from looking.
-std::unique_ptr<UserDefaults> storedOrNone() {
+/// Settings that cannot be read are reported, and keep nothing from being looked at.
+std::unique_ptr<UserDefaults> storedOrNone(CommandContext& context) {
   auto stored = VantrellApp::defaultsForReading();
   if (stored) return std::move(*stored);
-  complain(fmt::format("The paths that are set for programs do not count now. {}", stored.error()));
+  context.complain(
+      fmt::format("The paths that are set for programs are not used now. {}", stored.error()));
   return UserDefaults::inMemory();
 }
 
 }  // namespace
 
-RuntimeSurvey::RuntimeSurvey()
-    : defaults_(storedOrNone()),
-      runner_(std::make_shared<ProgramRunner>(loop_, pool_)),
-      means_(runtimeMeans(runner_, pool_, executableChoice({}, *defaults_))),
-      desk_(std::make_shared<InstalledRuntimes>(changes_, means_)),
-      secrets_(UserFolders{}.orOwn().secretStore(), loop_, pool_),
-      services_(loop_, *defaults_, secrets_),
-      connectors_({.main = loop_,
-                   .pool = pool_,
-                   .defaults = *defaults_,
-                   .http = services_.http(),
-                   .webhook = services_.webhook(),
-                   .customExecutable = means_.customExecutable}) {}
+RuntimeSurvey::RuntimeSurvey(CommandContext& context)
+    : context_(context),
+      defaults_(storedOrNone(context)),
+      programs_(VantrellApp::programsOfThisSession(context.main, pool_, nullptr,
+                                                   executableChoice({}, *defaults_))),
+      changes_(context.main),
+      runtimes_(std::make_shared<InstalledRuntimes>(changes_, programs_)),
+      secrets_(UserFolders{}.orOwn().secretStore(), context.main, pool_),
+      services_({.main = context.main,
+                 .pool = pool_,
+                 .defaults = *defaults_,
+                 .secrets = secrets_,
+                 .customExecutable = programs_.customExecutable}),
+      observation_(changes_.observe([this](const ChangeBatch&) {
+        if (!answered_) return;
+        if (isWaitShown_) showWait();
+        if (isWaiting()) return;
+        waitTimer_.cancel();
+        if (std::exchange(isWaitShown_, false)) context_.console.prompt("\r\x1b[K");
+        context_.main.post(std::exchange(answered_, nullptr));
+      })) {}
 
-void RuntimeSurvey::waitForAnswers() {
-  const auto watch = changes_.observe([this](const Change&) {
-    if (isRunning_ && !isWaiting()) loop_.quit();
-  });
-  if (!isWaiting()) return;
-  isRunning_ = true;
-  loop_.run();
-  isRunning_ = false;
+void RuntimeSurvey::whenAnswered(std::function<void()> then) {
+  if (!isWaiting()) return then();
+  answered_ = std::move(then);
 }
 
-std::function<void()> RuntimeSurvey::question(std::string name) {
-  waitsFor_.insert(name);
-  return [this, name = std::move(name)] {
-    waitsFor_.erase(waitsFor_.find(name));
-    changes_.announce({.kind = Change::Kind::runtimesChanged});
+void RuntimeSurvey::showWait() {
+  std::vector<std::string> names;
+  if (runtimes_->isReadingUserPath()) names.emplace_back("the PATH of your shell");
+  for (const auto provider : allAgentProviders) {
+    if (runtimes_->isAsking(provider)) names.emplace_back(programName(provider));
+  }
+  names.insert(names.end(), waitsFor_.begin(), waitsFor_.end());
+  isWaitShown_ = true;
+  context_.console.prompt("\r\x1b[K" + context_.console.errorStyle().dim(fmt::format(
+                                           "Waiting for {} …", fmt::join(names, ", "))));
+}
+
+void RuntimeSurvey::askAll(std::function<void()> then) {
+  if (context_.console.errorStyle().isLive()) {
+    waitTimer_ = context_.main.after(momentToWait, [this] { showWait(); });
+  }
+  const std::pair<AgentProvider, std::string> services[] = {
+      {AgentProvider::local, "model servers"}, {AgentProvider::tasklet, "the keyring"}};
+  for (const auto& [provider, name] : services) {
+    waitsFor_.insert(name);
+    services_.prepare(provider, [this, name] {
+      waitsFor_.erase(waitsFor_.find(name));
+      changes_.mark(topics::runtimes);
+    });
+  }
+  runtimes_->refreshAll();
+  whenAnswered(std::move(then));
+}
+
+void RuntimeSurvey::ask(AgentProvider provider, std::function<void()> then) {
+  runtimes_->refresh(provider);
+  whenAnswered(std::move(then));
+}
+
+void RuntimeSurvey::find(AgentProvider provider,
+                         std::function<void(std::optional<std::string>)> then) {
+  const auto look = [this, provider] {
+    return findRuntime(provider, programs_.customExecutable(provider));
   };
-}
-
-void RuntimeSurvey::askServices() {
-  services_.prepare(AgentProvider::local, question("model servers"));
-  services_.prepare(AgentProvider::tasklet, question("the keyring"));
-}
-
-void RuntimeSurvey::askAll(const Environment& environment) {
-  WaitingLine line(loop_, environment);
-  const auto update = [&] {
-    std::vector<std::string> names;
-    if (desk_->isReadingUserPath()) names.emplace_back("the PATH of your shell");
-    for (const auto provider : allAgentProviders) {
-      if (desk_->isAsking(provider)) names.emplace_back(programName(provider));
-    }
-    names.insert(names.end(), waitsFor_.begin(), waitsFor_.end());
-    line.waitFor(std::move(names));
-  };
-  const auto watch = changes_.observe([&](const Change&) { update(); });
-  askServices();
-  desk_->refreshAll();
-  waitForAnswers();
-}
-
-void RuntimeSurvey::ask(AgentProvider provider) {
-  desk_->refresh(provider);
-  waitForAnswers();
-}
-
-std::optional<std::string> RuntimeSurvey::find(AgentProvider provider) {
-  return findWithUserPath(loop_, *desk_,
-                          [&] { return findRuntime(provider, means_.customExecutable(provider)); });
+  context_.withUserPath(
+      *runtimes_, [look] { return look().has_value(); },
+      [look, then = std::move(then)] { then(look()); });
 }
 
 std::optional<std::string> RuntimeSurvey::unusableCustomPath(AgentProvider provider) const {
-  const auto custom = means_.customExecutable(provider);
+  const auto custom = programs_.customExecutable(provider);
   if (!custom) return std::nullopt;
   std::string path = files::expandingTilde(text::trimmed(*custom));
   if (path.empty() || files::isExecutable(path)) return std::nullopt;
@@ -157,51 +121,46 @@ views::ProviderFacts RuntimeSurvey::facts(AgentProvider provider) const {
           .webhookProblem = webhook().problem()};
 }
 
-RuntimeSurvey::Models RuntimeSurvey::askModels(AgentProvider provider) {
-  Models models;
-  ProviderConnectorContext context;
-  context.workspacePath = files::homeFolder();
+void RuntimeSurvey::askModels(AgentProvider provider, std::function<void(Models)> then) {
   if (provider == AgentProvider::local) {
-    services_.prepare(provider, question("model servers"));
-    waitForAnswers();
-    context.localRuntimeStatus = localRuntime();
-    models.areReported = localRuntime().connection() != nullptr;
-  } else if (tellsModels(provider) && find(provider)) {
-    auto answered = question(std::string(programName(provider)));
-    const bool isAsked = discoverModels(provider, loop_, means_, context.workspacePath,
-                                        [&models, answered](DiscoveredModels found) {
-                                          // The provider's own choice alone is what is known when
-                                          // the program did not tell.
-                                          models.areReported = found.models.size() > 1;
-                                          if (models.areReported)
-                                            models.options = std::move(found.models);
-                                          models.usage = std::move(found.usage);
-                                          answered();
-                                        });
-    if (!isAsked) answered();
-    waitForAnswers();
+    return services_.prepare(provider, [this, provider, then = std::move(then)] {
+      modelsKnown(provider, {.areReported = localRuntime().connection() != nullptr}, then);
+    });
   }
-  if (models.options.empty()) {
-    models.options = connectors_.connector(provider).modelOptions(context);
-  }
-  return models;
+  if (!tellsModels(provider)) return modelsKnown(provider, {}, then);
+  find(provider, [this, provider, then = std::move(then)](const auto& program) {
+    const auto told = [this, provider, then](DiscoveredModels found) {
+      // The provider's own choice alone is what is known when the program did not tell.
+      Models models{.usage = std::move(found.usage), .areReported = found.models.size() > 1};
+      if (models.areReported) models.options = std::move(found.models);
+      modelsKnown(provider, std::move(models), then);
+    };
+    const bool isAsked =
+        program && discoverModels(provider, context_.main, programs_, files::homeFolder(), told);
+    if (!isAsked) modelsKnown(provider, {}, then);
+  });
 }
 
-std::expected<std::string, AgentError> RuntimeSurvey::resetCodexUsage() {
-  const auto program = find(AgentProvider::codex);
-  std::expected<std::string, AgentError> outcome =
-      std::unexpected(AgentError("The Codex CLI is not installed."));
-  if (!program) return outcome;
-  CodexDiscovery::consumeUsageReset({.executable = *program,
-                                     .workspacePath = files::homeFolder(),
-                                     .environment = CodexLocator::subscriptionEnvironment()},
-                                    loop_, pool_,
-                                    [&outcome, answered = question("codex")](auto result) {
-                                      outcome = std::move(result);
-                                      answered();
-                                    });
-  waitForAnswers();
-  return outcome;
+void RuntimeSurvey::modelsKnown(AgentProvider provider, Models models,
+                                const std::function<void(Models)>& then) {
+  if (models.options.empty()) {
+    ProviderConnectorContext context;
+    context.workspacePath = files::homeFolder();
+    if (provider == AgentProvider::local) context.localRuntimeStatus = localRuntime();
+    models.options = services_.connector(provider).modelOptions(context);
+  }
+  then(std::move(models));
+}
+
+void RuntimeSurvey::resetCodexUsage(
+    std::function<void(std::expected<std::string, AgentError>)> then) {
+  find(AgentProvider::codex, [this, then = std::move(then)](const auto& program) {
+    if (!program) return then(std::unexpected(AgentError("The Codex CLI is not installed.")));
+    CodexDiscovery::consumeUsageReset({.executable = *program,
+                                       .workspacePath = files::homeFolder(),
+                                       .environment = CodexLocator::subscriptionEnvironment()},
+                                      context_.main, pool_, then);
+  });
 }
 
 }  // namespace vantrell::shell

@@ -1,53 +1,44 @@
-// The desk of the runtimes' programs for a command that only looks at them, or signs in: without
-// the rest of the program, without its lock, and changing nothing that is stored. Main thread.
+// What is known of the runtimes' programs, for a command that only looks at them, or signs in:
+// without the rest of the program, without its lock, and changing nothing that is stored. Main
+// queue; callbacks come within the call where there is nothing to wait for.
 #pragma once
 
-#include <expected>
-#include <functional>
-#include <memory>
-#include <optional>
 #include <set>
-#include <string>
 
-#include "app/provider_services.h"
-#include "app/runtime_means.h"
 #include "engine/core/changes.h"
-#include "platform/process/process.h"
-#include "platform/process/program_runner.h"
-#include "platform/queues/dispatch.h"
-#include "platform/queues/run_loop.h"
+#include "engine/providers/installed_runtimes.h"
+#include "engine/providers/system_provider_services.h"
 #include "platform/secrets/secret_queue.h"
-#include "platform/storage/user_defaults.h"
-#include "runtimes/catalog/provider_connectors.h"
 #include "runtimes/wire/agent_error.h"
 #include "runtimes/wire/provider_usage.h"
+#include "shell/terminal/command_context.h"
 #include "views/provider_rows.h"
 
 namespace vantrell::shell {
 
 class RuntimeSurvey {
  public:
-  RuntimeSurvey();
+  explicit RuntimeSurvey(CommandContext& context);
 
-  /// Asks every program about itself and waits for the answers. What takes longer than a moment is
-  /// shown on standard error while it lasts, where that is a terminal.
-  void askAll(const Environment& environment);
+  /// Asks every program about itself. What takes longer than a moment is shown on the error output
+  /// while it lasts, if that is a terminal.
+  void askAll(std::function<void()> then);
   /// The same for one.
-  void ask(AgentProvider provider);
-  /// Looks for the program, also where the login shell would; waits for that shell at most, once.
-  std::optional<std::string> find(AgentProvider provider);
+  void ask(AgentProvider provider, std::function<void()> then);
+  /// Looks for the program, also where the login shell would.
+  void find(AgentProvider provider, std::function<void(std::optional<std::string>)> then);
 
   const RuntimeInstallStatus& status(AgentProvider provider) const {
-    return desk_->status(provider);
+    return runtimes_->status(provider);
   }
-  /// A path that the user has set and that is no program.
+  /// A path that the user has set and that cannot be executed.
   std::optional<std::string> unusableCustomPath(AgentProvider provider) const;
   /// All that a row about it is made of.
   views::ProviderFacts facts(AgentProvider provider) const;
 
-  /// What was found of a model server and of the webhook by askAll() or askModels().
-  const LocalRuntimeStatus& localRuntime() const { return services_.localRuntime().status(); }
-  const TaskletWebhook& webhook() const { return *services_.webhook(); }
+  /// What askAll() or askModels() found out of a model server and of the webhook.
+  LocalRuntimeStatus localRuntime() const { return services_.localRuntimeStatus(); }
+  const TaskletWebhook& webhook() const { return services_.webhook(); }
   const UserDefaults& defaults() const { return *defaults_; }
 
   struct Models {
@@ -55,31 +46,30 @@ class RuntimeSurvey {
     std::optional<ProviderUsage> usage;  // where the program tells it along with its models
     bool areReported = false;            // by the runtime itself; else they are what is built in
   };
-  /// Asks the provider's runtime for its models, where it can tell, and waits for the answer.
-  Models askModels(AgentProvider provider);
-  /// Spends a reset credit of Codex and waits for the outcome.
-  std::expected<std::string, AgentError> resetCodexUsage();
+  /// Asks the provider's runtime for its models, if it can tell.
+  void askModels(AgentProvider provider, std::function<void(Models)> then);
+  /// Spends a reset credit of Codex.
+  void resetCodexUsage(std::function<void(std::expected<std::string, AgentError>)> then);
 
  private:
-  /// Runs the loop until everything that was asked has answered.
-  void waitForAnswers();
-  bool isWaiting() const { return !waitsFor_.empty() || desk_->isAsking(); }
-  /// For a question that is no program's: names it for who waits, and gives what its answer calls.
-  std::function<void()> question(std::string name);
-  void askServices();
+  bool isWaiting() const { return !waitsFor_.empty() || runtimes_->isAsking(); }
+  void whenAnswered(std::function<void()> then);
+  void showWait();
+  void modelsKnown(AgentProvider provider, Models models, const std::function<void(Models)>& then);
 
-  RunLoop loop_;
+  CommandContext& context_;
   const std::unique_ptr<UserDefaults> defaults_;
   BackgroundPool pool_;
-  const std::shared_ptr<ProgramRunner> runner_;
-  const RuntimeMeans means_;
+  const RuntimePrograms programs_;
   Changes changes_;
-  const std::shared_ptr<InstalledRuntimes> desk_;
+  const std::shared_ptr<InstalledRuntimes> runtimes_;
   SecretQueue secrets_;
-  ProviderServices services_;
-  const ProviderConnectorRegistry connectors_;
-  std::multiset<std::string> waitsFor_;
-  bool isRunning_ = false;  // the loop
+  SystemProviderServices services_;
+  std::multiset<std::string> waitsFor_;  // that are no programs
+  std::function<void()> answered_;
+  Changes::Observation observation_;
+  Timer waitTimer_;
+  bool isWaitShown_ = false;
 };
 
 }  // namespace vantrell::shell

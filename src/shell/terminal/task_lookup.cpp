@@ -68,10 +68,11 @@ std::expected<ThreadExecutionKey, UsageError> findTask(const std::vector<Workspa
   const auto prefix = idPrefix(idOrPrefix);
   const std::string shown = onOneLine(idOrPrefix);
   if (!prefix) {
-    return usageError(fmt::format(
-        "\"{}\" is no ID of a task, nor the beginning of one: those are of the digits 0-9 and A-F. "
-        "\"vantrell tasks\" lists the tasks with their IDs.",
-        shown));
+    return usageError(
+        fmt::format("\"{}\" is not the ID of a task, nor the beginning of one: those have the "
+                    "digits 0-9 and A-F. "
+                    "\"vantrell tasks\" lists the tasks with their IDs.",
+                    shown));
   }
   std::vector<ThreadExecutionKey> found;
   std::vector<Candidate> candidates;
@@ -104,8 +105,8 @@ std::expected<std::vector<ThreadExecutionKey>, UsageError> findTasks(
 }
 
 std::expected<Uuid, UsageError> findProject(const std::vector<Workspace>& workspaces,
-                                            std::string_view named) {
-  const std::string path = files::standardized(files::expandingTilde(named));
+                                            std::string_view named, std::string_view base) {
+  const std::string path = files::standardized(files::expandingTilde(named), base);
   const std::string shown = onOneLine(named);
   std::vector<Candidate> candidates;
   const auto collect = [&](auto&& matches) {
@@ -126,7 +127,7 @@ std::expected<Uuid, UsageError> findProject(const std::vector<Workspace>& worksp
   if (isPath(named)) {
     if (!collect(hasPath)) {
       return usageError(fmt::format(
-          "{} is no project of Vantrell's. \"vantrell projects\" lists them; to add the folder: "
+          "{} is not a project yet. \"vantrell projects\" lists them; to add the folder: "
           "vantrell projects add \"{}\"",
           onOneLine(path), shown));
     }
@@ -137,8 +138,8 @@ std::expected<Uuid, UsageError> findProject(const std::vector<Workspace>& worksp
                     shown));
   }
   if (candidates.size() == 1) return candidates.front().id;
-  return usageError(fmt::format("Several projects are meant by {}. Give the folder, or the ID:{}",
-                                shown, listed(candidates)));
+  return usageError(fmt::format("Several projects match {}. Give the folder, or the ID:{}", shown,
+                                listed(candidates)));
 }
 
 std::expected<std::size_t, UsageError> findEntry(const ChatThread& thread,

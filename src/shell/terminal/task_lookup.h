@@ -13,7 +13,7 @@
 
 namespace vantrell::shell {
 
-/// An ID or its beginning as it is compared: upper case, without dashes. Absent for what cannot be
+/// An ID or its beginning as it is compared: upper case, without dashes. Nullopt for what cannot be
 /// one.
 std::optional<std::string> idPrefix(std::string_view word);
 bool beginsWith(const Uuid& id, std::string_view prefix);
@@ -27,10 +27,10 @@ std::expected<std::vector<ThreadExecutionKey>, UsageError> findTasks(
     const std::vector<Workspace>& workspaces, std::span<const std::string> idsOrPrefixes);
 
 /// The project with this name (in any case of letters), this folder or this beginning of an ID, in
-/// this order; what looks like a path is only a folder. Where two have the name, the error lists
-/// them.
+/// this order; what looks like a path is only a folder, relative to `base`. If two have the name,
+/// the error lists them.
 std::expected<Uuid, UsageError> findProject(const std::vector<Workspace>& workspaces,
-                                            std::string_view named);
+                                            std::string_view named, std::string_view base);
 
 /// The entry with this id or, where no other has it, this beginning of one: its place.
 std::expected<std::size_t, UsageError> findEntry(const ChatThread& thread,

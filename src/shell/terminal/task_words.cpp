@@ -1,7 +1,6 @@
 #include "shell/terminal/task_words.h"
 
 #include "platform/values/json.h"
-#include "shell/terminal/json_member.h"
 
 namespace vantrell::shell {
 
@@ -21,27 +20,23 @@ TableCell stateCell(views::TaskState state) {
   return cell;
 }
 
-void writeTaskMembers(JsonWriter& writer, const Workspace& workspace, const ChatThread& thread) {
-  member(writer, "workspaceID", workspace.id.text());
-  member(writer, "project", workspace.name);
-  member(writer, "path", workspace.path);
-  member(writer, "threadID", thread.id.text());
-  member(writer, "title", thread.title);
+JsonObject taskMembers(const Workspace& workspace, const ChatThread& thread) {
+  return {{"workspaceID", workspace.id.text()},
+          {"project", workspace.name},
+          {"path", workspace.path},
+          {"threadID", thread.id.text()},
+          {"title", thread.title}};
 }
 
 std::string taskAsJson(const Workspace& workspace, const ChatThread& thread) {
-  std::string line;
-  JsonWriter writer(line);
-  writer.beginObject();
-  writeTaskMembers(writer, workspace, thread);
-  if (const RunRecord* run = thread.latestRun()) member(writer, "status", rawText(run->status));
-  if (const auto provider = providerOf(thread)) member(writer, "provider", rawText(*provider));
-  member(writer, "isPinned", thread.isPinned);
-  member(writer, "isArchived", thread.isArchived);
-  member(writer, "createdAt", thread.createdAt.secondsSinceReference());
-  member(writer, "updatedAt", thread.updatedAt.secondsSinceReference());
-  writer.endObject();
-  return line + "\n";
+  JsonObject task = taskMembers(workspace, thread);
+  if (const RunRecord* run = thread.latestRun()) task.set("status", rawText(run->status));
+  if (const auto provider = providerOf(thread)) task.set("provider", rawText(*provider));
+  task.set("isPinned", thread.isPinned);
+  task.set("isArchived", thread.isArchived);
+  task.set("createdAt", thread.createdAt.secondsSinceReference());
+  task.set("updatedAt", thread.updatedAt.secondsSinceReference());
+  return json::write(task) + "\n";
 }
 
 }  // namespace vantrell::shell

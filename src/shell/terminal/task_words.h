@@ -4,12 +4,9 @@
 
 #include <string>
 
+#include "platform/values/json.h"
 #include "shell/terminal/text_table.h"
 #include "views/run_rows.h"
-
-namespace vantrell {
-class JsonWriter;
-}  // namespace vantrell
 
 namespace vantrell::shell {
 
@@ -22,7 +19,7 @@ using views::withTilde;
 TableCell stateCell(views::TaskState state);
 
 /// The members that say which task of which project an object is about.
-void writeTaskMembers(JsonWriter& writer, const Workspace& workspace, const ChatThread& thread);
+JsonObject taskMembers(const Workspace& workspace, const ChatThread& thread);
 /// What tells about a task without its transcript, as one JSON object on a line.
 std::string taskAsJson(const Workspace& workspace, const ChatThread& thread);
 

@@ -7,7 +7,6 @@
 #include "shell/terminal/activity_lines.h"
 #include "shell/terminal/answer_lines.h"
 #include "shell/terminal/permission_prompt.h"
-#include "shell/terminal/plain_words.h"
 #include "shell/terminal/terminal_text.h"
 
 namespace vantrell::shell {
@@ -102,8 +101,8 @@ void TranscriptPrinter::remark(std::string_view text) {
 // ---- entries ------------------------------------------------------------------------------------
 
 void TranscriptPrinter::introduced(const RunIntroduction& introduction) {
-  goingOn_ = asTyped(fmt::format("vantrell run {} {}", introduction.goingOn,
-                                 introduction.conversation.threadID.text().substr(0, taskIDShown)));
+  goingOn_ = fmt::format("{} {}", introduction.goingOn,
+                         introduction.conversation.threadID.text().substr(0, taskIDShown));
   beginBlock(Block::other);
   line(style_.dim(fmt::format("{} in {}", introduction.runtime, sanitized(introduction.folder))));
   if (!introduction.freedom.empty()) line(style_.yellow(introduction.freedom));

@@ -1,0 +1,248 @@
+#include "shell/terminal/command_context.h"
+
+#include <fmt/format.h>
+
+#include "engine/core/changes.h"
+#include "engine/core/execution_table.h"
+#include "engine/core/workspace_tree.h"
+#include "engine/projects/task_safety.h"
+#include "engine/providers/installed_runtimes.h"
+#include "platform/files/files.h"
+#include "platform/text/text.h"
+#include "records/stores/workspace_store.h"
+#include "runtimes/catalog/permission_mode_texts.h"
+
+namespace vantrell::shell {
+
+namespace {
+
+/// A wait for git that is over sooner needs no word.
+constexpr std::chrono::milliseconds unnoticed{1000};
+constexpr std::chrono::milliseconds betweenLooks{10};
+
+}  // namespace
+
+std::string notSaved(std::string_view what, std::string_view reason) {
+  return fmt::format(
+      "{} could not be saved: {}. Free some space or make the folder writable; until then it may "
+      "be "
+      "lost.",
+      what, reason);
+}
+
+CommandContext::CommandContext(RunLoop& loop, Caller who, std::vector<std::string_view> names,
+                               CommandArguments given, std::function<void(int)> ended)
+    : main(loop),
+      caller(std::move(who)),
+      arguments(std::move(given)),
+      console(loop, caller.streams, caller.environment, std::move(names)),
+      ended_(std::move(ended)) {}
+
+CommandContext::~CommandContext() = default;
+
+std::string CommandContext::absolute(std::string_view path) const {
+  return files::standardized(files::expandingTilde(path), caller.folder);
+}
+
+bool CommandContext::hasTerminal() const {
+  return terminal::isTerminal(caller.input) || terminal::isTerminal(caller.streams.output) ||
+         terminal::isTerminal(caller.streams.error);
+}
+
+// ---- the end ------------------------------------------------------------------------------------
+
+void CommandContext::finish(Outcome outcome) {
+  if (std::exchange(hasFinished_, true)) return;
+  if (!outcome) complain(outcome.error().text);
+  // The engine may be in the middle of a step.
+  main.post([this, status = outcome.value_or(exitStatus::usage)] { close(status); });
+}
+
+Outcome CommandContext::refused(const Refusal& refusal) {
+  complain(refusal.sentence);
+  return exitStatus::failed;
+}
+
+void CommandContext::fail(std::string_view why) {
+  complain(why);
+  finish(exitStatus::failed);
+}
+
+void CommandContext::close(int status) {
+  answers_.reset();
+  reading_.reset();
+  if (!app_) return end(status);
+  model().flush();
+  waitForGit(status, main.uptime() + unnoticed);
+}
+
+/// A stopped task may leave git at work on its checkpoint or worktree, and the state is free when
+/// that is done.
+void CommandContext::waitForGit(int status, Duration noticed) {
+  if (!model().safety().isAtWork()) return end(status);
+  if (main.uptime() < noticed) {
+    gitTimer_ = main.after(betweenLooks, [=, this] { waitForGit(status, noticed); });
+    return;
+  }
+  complain("Git is still at work on a checkpoint or a worktree; this ends when that is done.");
+  end(status);
+}
+
+void CommandContext::end(int status) {
+  if (app_) {
+    model().endAllWork();
+    model().changes().deliver();  // what could not be saved
+    app_.reset();
+  }
+  notices_ = {};
+  kept_.clear();
+  ended_(!isSaved_ && status == exitStatus::completed ? exitStatus::failed : status);
+}
+
+// ---- the state ----------------------------------------------------------------------------------
+
+std::expected<WorkspaceStore::Peek, std::string> CommandContext::stored() const {
+  const UserFolders folders = UserFolders{}.orOwn();
+  if (!files::exists(folders.support)) return WorkspaceStore::Peek();
+  const auto defaults = UserDefaults::inMemory();
+  auto seen = WorkspaceStore(*defaults, folders.support).peek();
+  if (!seen) return std::unexpected(seen.error() + ". Nothing was changed.");
+  if (folders.areInUse()) return seen;
+  // What a process that has ended left open is over.
+  for (auto& workspace : seen->workspaces) {
+    for (auto& thread : workspace.threads) {
+      for (auto& run : thread.runs) interruptIfOpen(run, main.now());
+    }
+  }
+  return seen;
+}
+
+void CommandContext::view(const std::function<Outcome(const StateView&)>& look) {
+  const auto seen = stored();
+  if (!seen) return fail(seen.error());
+  const auto outcome = look({.workspaces = seen->workspaces, .now = main.now()});
+  if (!seen->problems->empty()) complain(*seen->problems);
+  finish(outcome);
+}
+
+void CommandContext::open(VantrellOptions options, const std::function<void(VantrellApp&)>& work) {
+  auto app = VantrellApp::start(main, std::move(options));
+  if (!app) return fail(app.error());
+  app_ = std::move(*app);
+  if (const auto& notice = app_->notice()) complain(*notice);
+  notices_ = model().changes().observe([this](const ChangeBatch& batch) {
+    for (const auto& notice : batch.notices) complain(notice);
+    if (batch.saveFailures.empty() || !std::exchange(isSaved_, false)) return;
+    complain(notSaved("What has changed", batch.saveFailures.front()));
+  });
+  work(*app_);
+}
+
+void CommandContext::change(const std::function<Outcome(AppModel&)>& change) {
+  open({}, [&](VantrellApp& app) {
+    const auto outcome = change(app.model());
+    const auto& refusal = app.model().executions().errorMessage();
+    if (outcome && refusal) return fail(*refusal);
+    finish(outcome);
+  });
+}
+
+// ---- the user -----------------------------------------------------------------------------------
+
+void CommandContext::complain(std::string_view text) {
+  if (beforeComplaint) beforeComplaint();
+  console.complain(text);
+}
+
+bool CommandContext::canAsk() const {
+  return terminal::isTerminal(caller.input) && terminal::isTerminal(caller.streams.error);
+}
+
+AnswerSource& CommandContext::answers() {
+  if (!answers_) {
+    answers_ = std::make_unique<AnswerSource>(
+        main, caller.input, AnswerSource::kindOf(caller.input, /*isUsedUp=*/reading_ != nullptr));
+  }
+  return *answers_;
+}
+
+void CommandContext::ask(std::string_view question,
+                         std::function<void(std::optional<std::string>)> reply) {
+  console.prompt(question);
+  answers().ask([this, reply = std::move(reply)](std::optional<std::string> line) {
+    if (!line) console.prompt("\n");
+    reply(std::move(line));
+  });
+}
+
+void CommandContext::askHidden(std::string_view question,
+                               std::function<void(std::optional<std::string>)> reply) {
+  const bool isTyped = terminal::isTerminal(caller.input);
+  if (isTyped) console.prompt(question);
+  const auto line = std::make_shared<std::optional<std::string>>();
+  inBackground(
+      [line, isTyped, input = caller.input] {
+        *line = isTyped ? terminal::readHiddenLine(input) : terminal::readLine(input);
+      },
+      [this, isTyped, line, reply = std::move(reply)] {
+        if (isTyped) console.prompt("\n");
+        reply(*line);
+      });
+}
+
+void CommandContext::confirm(std::string_view question, std::function<void()> then) {
+  if (arguments.has(yesOption.name)) return then();
+  if (!canAsk()) {
+    return finish(usageError(
+        "There is no terminal to ask at. Give --yes to do it without being asked. Nothing was "
+        "changed."));
+  }
+  ask(fmt::format("{} [y/N] ", question),
+      [this, then = std::move(then)](const std::optional<std::string>& line) {
+        const std::string answer = text::lowercased(text::trimmed(line.value_or("")));
+        if (answer == "y" || answer == "yes") return then();
+        complain("Nothing was changed.");
+        finish(exitStatus::stopped);
+      });
+}
+
+void CommandContext::confirmFullAccess(bool isAskedFor, std::function<void()> then) {
+  namespace words = FullAccessConfirmation;
+  if (!isAskedFor) return then();
+  if (!canAsk()) {
+    return finish(usageError(
+        "Full Access is only turned on by a person who confirms it at a terminal. Nothing was "
+        "done. The other modes are ask and auto."));
+  }
+  ask(fmt::format("{}\n{}\nType \"{}\" to confirm; anything else means \"{}\": ", words::title,
+                  words::text, words::enable, words::cancel),
+      [this, then = std::move(then)](const std::optional<std::string>& line) {
+        if (line && text::trimmed(*line) == words::enable) return then();
+        finish(usageError("Full Access was not confirmed. Nothing was done."));
+      });
+}
+
+void CommandContext::readInput(std::function<void(std::string)> then) {
+  const auto all = std::make_shared<std::string>();
+  reading_ = main.watchLines(
+      caller.input, [all](const std::string& line) { *all += line + "\n"; },
+      [all, then = std::move(then)] { then(std::move(*all)); });
+}
+
+// ---- waiting ------------------------------------------------------------------------------------
+
+void CommandContext::inBackground(std::function<void()> work, std::function<void()> then) {
+  if (!pool_) pool_ = std::make_unique<BackgroundPool>(1);
+  pool_->post([this, work = std::move(work), then = std::move(then)]() mutable {
+    work();
+    main.post(std::move(then));
+  });
+}
+
+void CommandContext::withUserPath(InstalledRuntimes& runtimes, const std::function<bool()>& isFound,
+                                  std::function<void()> then) {
+  if (hasTerminal() && isFound()) return then();
+  runtimes.readUserPath(std::move(then));
+}
+
+}  // namespace vantrell::shell

@@ -1,0 +1,142 @@
+// What a command is given by its caller, and how it reports its end. A command begins on its
+// caller's main queue and returns; it works through callbacks, with the output, input, folder and
+// environment that it was given, which need not be those of this process. All of it lives until the
+// command has reported its end. Main queue.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "app/app_model.h"
+#include "app/vantrell_app.h"
+#include "engine/core/changes.h"
+#include "engine/core/refusal.h"
+#include "platform/queues/run_loop.h"
+#include "records/stores/workspace_store.h"
+#include "shell/terminal/answer_source.h"
+#include "shell/terminal/command.h"
+#include "shell/terminal/console.h"
+
+namespace vantrell::shell {
+
+/// The conversations for a command that only looks.
+struct StateView {
+  const std::vector<Workspace>& workspaces;  // General first
+  Date now;
+};
+
+/// Who has typed the command, and where.
+struct Caller {
+  int input = 0;
+  Console::Streams streams;
+  std::string folder;  // absolute
+  Environment environment;
+  /// Hears SIGINT, SIGTERM and SIGHUP in place of their default action, while the answer lives.
+  std::function<std::shared_ptr<void>(std::function<void(int signal)>)> watchSignals;
+};
+
+/// "The note could not be saved: REASON. Free some space ..."
+std::string notSaved(std::string_view what, std::string_view reason);
+
+class CommandContext {
+ public:
+  /// `ended` is called once, on the main queue.
+  CommandContext(RunLoop& main, Caller caller, std::vector<std::string_view> commandNames,
+                 CommandArguments given, std::function<void(int status)> ended);
+  ~CommandContext();
+  CommandContext(const CommandContext&) = delete;
+  CommandContext& operator=(const CommandContext&) = delete;
+
+  RunLoop& main;
+  const Caller caller;
+  const CommandArguments arguments;
+  Console console;
+  /// The user would not wait for the end of what goes on.
+  bool wasAbandoned = false;
+
+  const std::string& word(std::size_t place) const { return arguments.words[place]; }
+  bool isJson() const { return arguments.has(jsonOption.name); }
+  const TerminalStyle& style() const { return console.style(); }
+  /// A path that was typed, made absolute.
+  std::string absolute(std::string_view path) const;
+  /// Whether one of the caller's streams is a terminal.
+  bool hasTerminal() const;
+
+  // The end.
+
+  /// Reports how the command ended, once what it opened is closed. The first call counts.
+  void finish(Outcome outcome);
+  /// Says why, and ends it as failed.
+  void fail(std::string_view why);
+  /// Says why an operation was refused; the outcome of the command.
+  Outcome refused(const Refusal& refusal);
+  /// Kept until the end.
+  void keep(std::shared_ptr<void> object) { kept_.push_back(std::move(object)); }
+
+  // The state. Each of these is called once; where the state cannot be opened, the command ends as
+  // failed.
+
+  /// What is stored, whichever process works on it. Takes no lock and changes nothing. The error is
+  /// a sentence.
+  std::expected<WorkspaceStore::Peek, std::string> stored() const;
+  /// Looks at the conversations and ends with what `look` returns.
+  void view(const std::function<Outcome(const StateView&)>& look);
+  /// Takes the state and begins `work` with it.
+  void open(VantrellOptions options, const std::function<void(VantrellApp&)>& work);
+  /// Takes the state, changes something and ends with what `change` returns.
+  void change(const std::function<Outcome(AppModel&)>& change);
+  AppModel& model() { return app_->model(); }
+
+  // The user.
+
+  /// A message on the error output; what is drawn on the terminal is told to make room first.
+  void complain(std::string_view text);
+  std::function<void()> beforeComplaint;
+  /// The lines that the user gives as answers; none where the input was read as a whole.
+  AnswerSource& answers();
+  /// A person can be asked.
+  bool canAsk() const;
+  /// Asks on the error output; nullopt at the end of the input.
+  void ask(std::string_view question, std::function<void(std::optional<std::string>)> reply);
+  /// The same for a secret: nothing of what is typed is shown.
+  void askHidden(std::string_view question, std::function<void(std::optional<std::string>)> reply);
+  /// Goes on with `then` where `--yes` is given or the user agrees; else the command ends, with
+  /// nothing changed.
+  void confirm(std::string_view question, std::function<void()> then);
+  /// Goes on where Full Access is not asked for, or the user types the words for it.
+  void confirmFullAccess(bool isAskedFor, std::function<void()> then);
+  /// All of the input, up to its end.
+  void readInput(std::function<void(std::string)> then);
+
+  // Waiting.
+
+  /// Does `work` in the background, then `then` here.
+  void inBackground(std::function<void()> work, std::function<void()> then);
+  /// Goes on once `isFound` holds or the PATH of the user's login shell counts in every search. A
+  /// process that was started in a terminal has that PATH already; what a desktop menu, a timer or
+  /// a service has started would neither find every program nor start it with its interpreter, so
+  /// it reads that PATH first.
+  void withUserPath(InstalledRuntimes& runtimes, const std::function<bool()>& isFound,
+                    std::function<void()> then);
+
+ private:
+  void close(int status);
+  void waitForGit(int status, Duration noticed);
+  void end(int status);
+
+  const std::function<void(int)> ended_;
+  std::unique_ptr<BackgroundPool> pool_;
+  std::unique_ptr<VantrellApp> app_;
+  Changes::Observation notices_;
+  bool isSaved_ = true;
+  bool hasFinished_ = false;
+  std::unique_ptr<AnswerSource> answers_;
+  std::shared_ptr<RunLoop::LineWatch> reading_;
+  Timer gitTimer_;
+  std::vector<std::shared_ptr<void>> kept_;
+};
+
+}  // namespace vantrell::shell

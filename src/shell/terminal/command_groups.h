@@ -1,0 +1,31 @@
+// Every command of the program, group by group, and the pages without a command.
+#pragma once
+
+#include <span>
+
+#include "shell/terminal/command.h"
+
+namespace vantrell::shell {
+
+std::span<const Command> runCommands();       // run, queue, retry, branch
+std::span<const Command> compareCommands();   // compare
+std::span<const Command> mediaCommands();     // imagine, artifacts
+std::span<const Command> providerCommands();  // providers, login, usage
+std::span<const Command> modelCommands();     // models, effort
+std::span<const Command> routeCommands();     // route, handoff
+std::span<const Command> taskViewCommands();  // activity, status, tasks, show, export, say, search
+std::span<const Command> taskEditCommands();  // new, fork, rename, move, pin, archive, delete
+std::span<const Command> safetyCommands();    // diff, review, checkpoint, isolate
+std::span<const Command> projectCommands();   // projects, context, hooks
+std::span<const Command> settingsCommands();  // settings
+
+/// In the order in which help lists them.
+std::vector<const Command*> allCommands();
+
+/// What `vantrell` shows by itself: what it is, which agents it found, and how to begin. Where it
+/// finds none it goes on to the walk-through.
+void welcome(CommandContext& context);
+/// A whole task with the practice agent, in a folder of its own.
+void practiceTour(CommandContext& context);
+
+}  // namespace vantrell::shell

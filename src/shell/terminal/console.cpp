@@ -1,0 +1,128 @@
+#include "shell/terminal/console.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <system_error>
+
+#include "shell/terminal/terminal_text.h"
+#include "shell/terminal/text_table.h"
+
+namespace vantrell::shell {
+
+namespace {
+
+/// How long one stream is waited for before something is written to the other, since both may be
+/// the same terminal.
+constexpr std::chrono::milliseconds betweenStreams{200};
+
+std::string_view valueOf(const Environment& environment, std::string_view name) {
+  const auto found = environment.find(name);
+  return found == environment.end() ? std::string_view() : std::string_view(found->second);
+}
+
+/// The length of one of our own sequences at the start of the text: ESC [ digits and a letter.
+std::size_t ownSequence(std::string_view text) {
+  if (!text.starts_with("\x1b[")) return 0;
+  const std::size_t end = text.find_first_not_of("0123456789;", 2);
+  const bool isOwn = end != std::string_view::npos && end <= 8 &&
+                     std::string_view("mKJAC").find(text[end]) != std::string_view::npos;
+  return isOwn ? end + 1 : 0;
+}
+
+/// Whether a carriage return begins a line anew: before one of our sequences, or at the end.
+bool isOwnReturn(std::string_view rest) {
+  return rest.size() == 1 || ownSequence(rest.substr(1)) > 0;
+}
+
+bool hasGone(int descriptor, int error) {
+  struct stat kind{};
+  // A terminal that was closed answers EIO.
+  return error == EPIPE ||
+         (error == EIO && ::fstat(descriptor, &kind) == 0 && S_ISCHR(kind.st_mode));
+}
+
+}  // namespace
+
+std::string safeForTerminal(std::string_view text) {
+  std::string safe;
+  safe.reserve(text.size());
+  while (!text.empty()) {
+    const std::size_t plain = std::min(text.find_first_of("\x1b\r"), text.size());
+    safe += sanitized(text.substr(0, plain));
+    text.remove_prefix(plain);
+    if (text.empty()) break;
+    std::size_t own = ownSequence(text);
+    if (own == 0 && text.front() == '\r' && isOwnReturn(text)) own = 1;
+    safe += own > 0 ? std::string(text.substr(0, own)) : sanitized(text.substr(0, 1));
+    text.remove_prefix(std::max<std::size_t>(own, 1));
+  }
+  return safe;
+}
+
+Console::Console(MainQueue& main, Streams streams, const Environment& environment,
+                 std::vector<std::string_view> commandNames)
+    : streams_(streams),
+      outputIsTerminal_(terminal::isTerminal(streams.output)),
+      style_(TerminalStyle::of(streams.output, environment)),
+      errorStyle_(TerminalStyle::of(streams.error, environment)),
+      typedName_(valueOf(environment, "VANTRELL_COMMAND")),
+      commandNames_(std::move(commandNames)),
+      output_(main, streams.output),
+      error_(main, streams.error) {}
+
+std::size_t Console::columns() const {
+  return columnsForTables(streams_.output);
+}
+
+void Console::write(std::string_view text) {
+  output_.write(outputIsTerminal_ ? safeForTerminal(text) : text);
+}
+
+void Console::complain(std::string_view text) {
+  writeError(fmt::format("vantrell: {}\n", sanitized(asTyped(text))));
+}
+
+void Console::prompt(std::string_view text) {
+  writeError(safeForTerminal(asTyped(text)));
+}
+
+void Console::flush() {
+  output_.flush(betweenStreams);
+}
+
+void Console::writeError(std::string_view text) {
+  output_.flush(betweenStreams);
+  error_.write(text);
+  error_.flush(betweenStreams);
+}
+
+std::string Console::asTyped(std::string_view text) const {
+  std::string typed(text);
+  if (typedName_.empty()) return typed;
+  const auto startsACommand = [this](std::string_view rest) {
+    const auto word = rest.substr(0, rest.find_first_of(" \n\"'.,;)"));
+    return rest.starts_with("--") || word == "help" || word == "COMMAND" ||
+           std::ranges::find(commandNames_, word) != commandNames_.end();
+  };
+  constexpr std::string_view usual = "vantrell ";
+  for (auto at = typed.find(usual); at != std::string::npos; at = typed.find(usual, at + 1)) {
+    if (startsACommand(std::string_view(typed).substr(at + usual.size()))) {
+      typed.replace(at, usual.size() - 1, typedName_);
+    }
+  }
+  return typed;
+}
+
+bool Console::finish(std::chrono::milliseconds limit) {
+  output_.flush(limit);
+  error_.flush(limit);
+  const int error = output_.error();
+  if (error == 0 || hasGone(streams_.output, error)) return true;
+  complain(
+      fmt::format("The output could not be written: {}.", std::generic_category().message(error)));
+  return false;
+}
+
+}  // namespace vantrell::shell

@@ -1,0 +1,76 @@
+// The one way of a command to its output and its error output. Both are written in the background,
+// in order, so that a slow reader never holds the main queue up. What goes to a terminal is made
+// safe here, whatever it was made of: of control characters only line ends, tabs and the sequences
+// of our own styles and status lines pass. Main queue.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "platform/queues/output_sink.h"
+#include "shell/terminal/terminal_style.h"
+
+namespace vantrell::shell {
+
+class Console {
+ public:
+  struct Streams {
+    int output = 1;
+    int error = 2;
+  };
+  /// `commandNames` are the words that follow "vantrell" in a line that can be typed.
+  Console(MainQueue& main, Streams streams, const Environment& environment,
+          std::vector<std::string_view> commandNames);
+
+  const TerminalStyle& style() const { return style_; }
+  const TerminalStyle& errorStyle() const { return errorStyle_; }
+  bool isOutputTerminal() const { return outputIsTerminal_; }
+  std::size_t columns() const;  // for tables
+
+  /// Text as it is, but for what no terminal may get.
+  void write(std::string_view text);
+  /// The program's own words: commands in them are named as the user types them.
+  void say(std::string_view text) { write(asTyped(text)); }
+  /// "vantrell: " and the text as a line of the error output, which is always made safe.
+  void complain(std::string_view text);
+  /// A question, a status line: without an end of line, on the error output.
+  void prompt(std::string_view text);
+
+  /// Text in which commands stand as "vantrell run ...", with what the user types in place of
+  /// "vantrell": a checkout is started by ./run, which says so in $VANTRELL_COMMAND.
+  std::string asTyped(std::string_view text) const;
+
+  /// Waits for the reader, before something else writes to the same terminal.
+  void flush();
+  /// Nothing more can be written: a caller that produces much may stop.
+  bool isClosed() const { return output_.error() != 0; }
+  /// For long work: when the reader is gone, and when more waits for him than he reads.
+  void onBroken(std::function<void()> broken) { output_.onBroken = std::move(broken); }
+  void onFullChanged(std::function<void(bool)> changed) {
+    output_.onFullChanged = std::move(changed);
+  }
+
+  /// Writes what is left, within the limit; may block. Says on the error output why the output
+  /// could not be written, and returns false then. A reader that has gone is no failure.
+  bool finish(std::chrono::milliseconds limit);
+
+ private:
+  void writeError(std::string_view text);
+
+  const Streams streams_;
+  const bool outputIsTerminal_;
+  const TerminalStyle style_, errorStyle_;
+  const std::string typedName_;  // empty: vantrell
+  const std::vector<std::string_view> commandNames_;
+  OutputSink output_;
+  OutputSink error_;
+};
+
+/// Text for a terminal with no other control sequence in it than those of our own: colours, the
+/// erasing of a line and the moves up that redraw one.
+std::string safeForTerminal(std::string_view text);
+
+}  // namespace vantrell::shell

@@ -1,0 +1,351 @@
+// The commands that let an agent work on one task: run, queue, retry, branch.
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include "engine/core/workspace_tree.h"
+#include "engine/tasks/task_branches.h"
+#include "engine/turns/composer.h"
+#include "engine/turns/prompt_queue.h"
+#include "platform/text/text.h"
+#include "platform/values/json.h"
+#include "shell/terminal/command_groups.h"
+#include "shell/terminal/run_plan.h"
+#include "shell/terminal/task_lookup.h"
+#include "shell/terminal/task_words.h"
+#include "shell/terminal/terminal_text.h"
+
+namespace vantrell::shell {
+
+namespace {
+
+constexpr CommandOption eventsOption{"--json", "", "for scripts: one JSON object a line"};
+
+/// With the plan of the command line about `task`, or the command ends with what is wrong.
+void withPlan(CommandContext& context, std::optional<std::string> task,
+              const std::function<void(RunPlan)>& then) {
+  auto plan = readRunPlan(context, std::move(task));
+  return plan ? then(*std::move(plan)) : context.finish(std::unexpected(plan.error()));
+}
+
+Outcome outcomeOf(CommandContext& context, const Result<>& result) {
+  return result ? Outcome(exitStatus::completed) : context.refused(result.error());
+}
+
+// ---- run ----------------------------------------------------------------------------------------
+
+void run(CommandContext& context) {
+  const auto& words = context.arguments.words;
+  if (words.empty()) {
+    return context.finish(usageError(
+        "What is to be done? Give a prompt: vantrell run \"explain this project\" (or - to read it "
+        "from standard input)."));
+  }
+  if (words.size() > 1) {
+    return context.finish(
+        usageError(fmt::format("The prompt is one argument. Put it in quotes: vantrell run \"{}\"",
+                               fmt::join(words, " "))));
+  }
+  withPlan(context, context.arguments.value(taskOption.name), [&context](RunPlan plan) {
+    withPrompt(context, context.word(0), [&context, plan](std::string prompt) mutable {
+      plan.prompt = std::move(prompt);
+      beginRun(context, std::move(plan));
+    });
+  });
+}
+
+constexpr CommandOption runOptions[] = {
+    folderOption,
+    taskOption,
+    providerOption,
+    executableOption,
+    practiceOption,
+    {"--model", "M", "model, kept with the task"},
+    {"--effort", "E", "reasoning effort, kept with the task"},
+    modeOption,
+    workflowOption,
+    attachOption,
+    answerOption,
+    eventsOption,
+};
+
+constexpr CommandOption turnOptions[] = {
+    providerOption, executableOption, practiceOption, modeOption,
+    workflowOption, answerOption,     eventsOption,
+};
+
+// ---- queue --------------------------------------------------------------------------------------
+
+void showQueue(CommandContext& context, const ChatThread& thread, Date now,
+               std::string_view whenEmpty) {
+  TextTable table(
+      {{"PROMPT"}, {.heading = "GIVEN", .leavesAt = 1}, {.heading = "TEXT", .least = 20}});
+  for (const auto& each : thread.queuedPrompts) {
+    Json::Array attachments;
+    for (const auto& file : each.attachments) attachments.push_back(file.path);
+    const auto count = attachments.size();
+    if (context.isJson()) {
+      context.console.write(
+          json::write(JsonObject{{"id", each.id.text()},
+                                 {"text", each.text},
+                                 {"attachments", std::move(attachments)},
+                                 {"createdAt", each.createdAt.secondsSinceReference()}}) +
+          "\n");
+    }
+    table.add({{shortID(each.id), &TerminalStyle::cyan},
+               {ago(each.createdAt, now), &TerminalStyle::dim},
+               {count == 0 ? each.text : fmt::format("{} (@{})", each.text, count)}});
+  }
+  if (context.isJson()) return;
+  context.console.write(thread.queuedPrompts.empty()
+                            ? std::string(whenEmpty) + "\n"
+                            : table.text(context.style(), context.console.columns()));
+}
+
+void listQueue(CommandContext& context) {
+  context.view([&](const StateView& state) -> Outcome {
+    const auto key = findTask(state.workspaces, context.word(0));
+    if (!key) return std::unexpected(key.error());
+    showQueue(context, threadOf(state.workspaces, *key), state.now, "The queue is empty.");
+    return exitStatus::completed;
+  });
+}
+
+/// Changes the queue of the task that the first word names, and shows it.
+void changeQueue(CommandContext& context,
+                 const std::function<Outcome(AppModel&, const ThreadExecutionKey&)>& work) {
+  context.change([&](AppModel& model) -> Outcome {
+    const auto key = findTask(model.tree().workspaces(), context.word(0));
+    if (!key) return std::unexpected(key.error());
+    if (const auto outcome = work(model, *key); outcome != exitStatus::completed) return outcome;
+    showQueue(context, *model.tree().thread(*key), context.main.now(), "The queue is empty now.");
+    return exitStatus::completed;
+  });
+}
+
+void addToQueue(CommandContext& context) {
+  auto attachments = attachmentsOf(context);
+  if (!attachments) return context.finish(std::unexpected(attachments.error()));
+  withPrompt(context, context.word(1),
+             [&context, attachments = *std::move(attachments)](const std::string& prompt) {
+               changeQueue(context, [&](AppModel& model, const ThreadExecutionKey& key) {
+                 const std::string text(text::trimmed(prompt));
+                 return outcomeOf(context, model.queue().enqueuePrompt(text, attachments, key));
+               });
+             });
+}
+
+std::expected<Uuid, UsageError> findPrompt(const ChatThread& thread, std::string_view word) {
+  const auto prefix = idPrefix(word);
+  std::vector<Uuid> found;
+  for (const auto& each : thread.queuedPrompts) {
+    if (prefix && beginsWith(each.id, *prefix)) found.push_back(each.id);
+  }
+  if (found.size() == 1) return found.front();
+  return usageError(
+      fmt::format("{} prompt in the queue has an ID that begins with \"{}\". To see them: vantrell "
+                  "queue {}",
+                  found.empty() ? "No" : "More than one", onOneLine(word), shortID(thread.id)));
+}
+
+template <Result<> (PromptQueue::*operation)(const Uuid&, const ThreadExecutionKey&)>
+void changePrompts(CommandContext& context) {
+  changeQueue(context, [&](AppModel& model, const ThreadExecutionKey& key) -> Outcome {
+    std::vector<Uuid> meant;
+    for (const auto& word : std::span(context.arguments.words).subspan(1)) {
+      const auto found = findPrompt(*model.tree().thread(key), word);
+      if (!found) return std::unexpected(found.error());
+      meant.push_back(*found);
+    }
+    for (const auto& id : meant) {
+      const auto done = (model.queue().*operation)(id, key);
+      if (!done) return context.refused(done.error());
+    }
+    return exitStatus::completed;
+  });
+}
+
+void clearQueue(CommandContext& context) {
+  changeQueue(context, [&](AppModel& model, const ThreadExecutionKey& key) {
+    return outcomeOf(context, model.queue().clearQueuedPrompts(key));
+  });
+}
+
+void runQueue(CommandContext& context) {
+  withPlan(context, context.word(0), [&context](RunPlan plan) {
+    RunVariant variant;
+    variant.conversation = [](AppModel& model, const ThreadExecutionKey& task,
+                              const std::string&) -> std::expected<ThreadExecutionKey, UsageError> {
+      if (!model.tree().thread(task)->queuedPrompts.empty()) return task;
+      return usageError(fmt::format(
+          "The queue of this task is empty. To add a prompt: vantrell queue add {} \"...\"",
+          shortID(task.threadID)));
+    };
+    variant.start = [](AppModel& model, const ThreadExecutionKey& key) {
+      return model.composer().runNextQueuedPrompt(key);
+    };
+    beginRun(context, std::move(plan), std::move(variant));
+  });
+}
+
+constexpr CommandOption addOptions[] = {attachOption, jsonOption};
+constexpr CommandOption queueOptions[] = {jsonOption};
+constexpr Command queueCommands[] = {
+    {"add", "ID \"prompt\"", "add a prompt at the end; - reads it from standard input", addOptions,
+     2, 2, addToQueue},
+    {"front", "ID PROMPT", "send that prompt next; PROMPT is any beginning of its ID", queueOptions,
+     2, 2, changePrompts<&PromptQueue::moveQueuedPromptToFront>},
+    {"remove", "ID PROMPT...", "remove prompts without sending them", queueOptions, 2,
+     Command::anyNumber, changePrompts<&PromptQueue::removeQueuedPrompt>},
+    {"clear", "ID", "remove all of them", queueOptions, 1, 1, clearQueue},
+    {"run", "ID", "send the first, and go on to the end of the queue", turnOptions, 1, 1, runQueue},
+};
+
+// ---- branch, retry ------------------------------------------------------------------------------
+
+std::expected<std::size_t, UsageError> latestPrompt(const ChatThread& task) {
+  for (std::size_t i = task.entries.size(); i > 0; --i) {
+    if (task.entries[i - 1].kind == ChatEntryKind::user) return i - 1;
+  }
+  return usageError("This task has no prompt yet.");
+}
+
+/// A run that begins with a branch of the task, which is sent by itself.
+void runBranch(CommandContext& context, RunPlan plan,
+               std::function<std::expected<ThreadExecutionKey, UsageError>(
+                   AppModel&, const ThreadExecutionKey& task, const std::string& prompt)>
+                   make) {
+  RunVariant variant;
+  variant.conversation = std::move(make);
+  variant.start = [](AppModel&, const ThreadExecutionKey&) { return Result<>(); };
+  beginRun(context, std::move(plan), std::move(variant));
+}
+
+using Branch = std::expected<ThreadExecutionKey, UsageError>;
+Branch branchOf(const Result<ThreadExecutionKey>& made) {
+  return made ? Branch(*made) : usageError(made.error().sentence);
+}
+
+void branch(CommandContext& context) {
+  withPlan(context, context.word(0), [&context](RunPlan plan) {
+    withPrompt(context, context.word(1), [&context, plan](std::string prompt) mutable {
+      plan.prompt = std::move(prompt);
+      runBranch(
+          context, plan,
+          [provider = plan.provider, from = context.arguments.value("--from")](
+              AppModel& model, const ThreadExecutionKey& task, const std::string& words) -> Branch {
+            const ChatThread& thread = *model.tree().thread(task);
+            const auto place = from ? findEntry(thread, *from) : latestPrompt(thread);
+            if (!place) return std::unexpected(place.error());
+            const std::string entry = thread.entries[*place].id;
+            return branchOf(model.branches().branchAndSend(task, entry, words, provider));
+          });
+    });
+  });
+}
+
+void retry(CommandContext& context) {
+  withPlan(context, context.word(0), [&context](RunPlan plan) {
+    runBranch(context, plan,
+              [provider = plan.provider](AppModel& model, const ThreadExecutionKey& task,
+                                         const std::string&) -> Branch {
+                const auto place = latestPrompt(*model.tree().thread(task));
+                if (!place) return std::unexpected(place.error());
+                return branchOf(model.branches().retry(task, provider));
+              });
+  });
+}
+
+constexpr CommandOption branchOptions[] = {
+    {"--from", "ENTRY", "the prompt to replace, or an entry after it (default: the latest prompt)"},
+    providerOption,
+    executableOption,
+    practiceOption,
+    modeOption,
+    workflowOption,
+    answerOption,
+    eventsOption,
+};
+
+constexpr Command commands[] = {
+    {.name = "run",
+     .parameters = "\"prompt\"",
+     .summary = "do one task here, in the terminal",
+     .options = runOptions,
+     .maxWords = Command::anyNumber,
+     .begin = run,
+     .introduction =
+         "Does one task with a coding agent and shows what it says and does. It asks before the\n"
+         "agent acts, as far as the mode says so. A prompt of - is read from standard input.",
+     .closing =
+         "After -- comes the prompt, even if it begins with a dash. At a terminal, a line that is\n"
+         "typed while the agent works is sent as the next prompt.\n"
+         "Ctrl-C stops the task, a second one leaves at once.\n"
+         "\n"
+         "Exit status: 0 completed, 1 failed, 2 wrong usage, 130 stopped.\n"
+         "\n"
+         "Examples:\n"
+         "  vantrell run \"find out why the tests fail\"\n"
+         "  vantrell run --workflow plan --attach notes.txt \"plan the next release\"\n"
+         "  vantrell run --task 3F2A91C0 \"now write the changelog\"\n"
+         "  vantrell run --json --answer reject_once - < prompt.txt | jq ."},
+    {.name = "queue",
+     .parameters = "ID",
+     .summary = "the prompts that wait in a task: add, order, send",
+     .options = queueOptions,
+     .minWords = 1,
+     .maxWords = 1,
+     .begin = listQueue,
+     .introduction =
+         "Lists the prompts that wait in a task, the next one first. They are sent one after the\n"
+         "other, each when the one before has completed. After a failure, a stop or a restart\n"
+         "they wait for you, or for the next run of the task that completes. ID is any beginning\n"
+         "of a task's ID.",
+     .closing =
+         "Exit status: 0 done, 1 failed, 2 wrong usage or nothing to run; of run that of its\n"
+         "last prompt.\n"
+         "\n"
+         "Examples:\n"
+         "  vantrell queue add 3F2A91C0 \"now write the changelog\"\n"
+         "  vantrell queue run 3F2A91C0 --provider codex",
+     .subcommands = queueCommands},
+    {.name = "retry",
+     .parameters = "ID",
+     .summary = "send a task's latest prompt again, in a worktree of its own",
+     .options = turnOptions,
+     .minWords = 1,
+     .maxWords = 1,
+     .begin = retry,
+     .introduction =
+         "A branch with the same words: a task with what was said before the latest prompt of\n"
+         "another one, and that prompt once more. See \"vantrell branch --help\".",
+     .closing = "Exit status: 0 completed, 1 failed, 2 wrong usage, 130 stopped."},
+    {.name = "branch",
+     .parameters = "ID \"prompt\"",
+     .summary = "say an earlier prompt in other words, in a worktree of its own",
+     .options = branchOptions,
+     .minWords = 2,
+     .maxWords = 2,
+     .begin = branch,
+     .introduction =
+         "Makes a task with what was said before a prompt of another one, and sends the new\n"
+         "prompt in its place, with the same attachments. It works in a Git worktree of its own,\n"
+         "with a copy of all that is not committed in the project; if that cannot be made, in the\n"
+         "project's folder. The other task stays as it is. ID is any beginning of a task's ID; a\n"
+         "prompt of - is read from standard input.",
+     .closing = "Ctrl-C stops the task, a second one leaves at once.\n"
+                "\n"
+                "Exit status: 0 completed, 1 failed, 2 wrong usage, 130 stopped.\n"
+                "\n"
+                "Examples:\n"
+                "  vantrell show 3F2A --entries\n"
+                "  vantrell branch 3F2A --from 9C01D2E3 \"find out why, and change nothing yet\"\n"
+                "  vantrell branch 3F2A --provider claude \"fix it in the parser\""},
+};
+
+}  // namespace
+
+std::span<const Command> runCommands() {
+  return commands;
+}
+
+}  // namespace vantrell::shell

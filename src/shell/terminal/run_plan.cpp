@@ -1,0 +1,424 @@
+#include "shell/terminal/run_plan.h"
+
+#include <fmt/format.h>
+
+#include "engine/core/selection.h"
+#include "engine/core/settings.h"
+#include "engine/core/workspace_tree.h"
+#include "engine/projects/task_safety.h"
+#include "engine/providers/installed_runtimes.h"
+#include "engine/providers/router.h"
+#include "engine/providers/session_controls.h"
+#include "engine/tasks/task_branches.h"
+#include "engine/tasks/workspace_operations.h"
+#include "engine/turns/composer.h"
+#include "platform/files/files.h"
+#include "platform/terminal/terminal.h"
+#include "platform/text/text.h"
+#include "runtimes/catalog/permission_mode_texts.h"
+#include "runtimes/catalog/provider_registry.h"
+#include "shell/terminal/conversation_job.h"
+#include "shell/terminal/json_printer.h"
+#include "shell/terminal/task_lookup.h"
+#include "shell/terminal/task_words.h"
+#include "shell/terminal/terminal_text.h"
+#include "shell/terminal/transcript_printer.h"
+#include "views/attachments.h"
+
+namespace vantrell::shell {
+
+namespace {
+
+constexpr std::string_view practiceVariable = "VANTRELL_PRACTICE_AGENT";
+
+std::optional<std::string> contradiction(const CommandArguments& arguments, bool hasTask) {
+  if (arguments.has("--practice") && arguments.has("--provider")) {
+    return "--practice and --provider each say who does the task. Give one of them.";
+  }
+  if (arguments.value("--mode") == rawText(GrokPermissionMode::fullAccess) &&
+      arguments.value("--workflow") == rawText(TaskWorkflowMode::plan)) {
+    return "A plan never runs with full access. Use --mode ask or --mode auto for it.";
+  }
+  if (arguments.has("--executable") && !arguments.has("--provider") &&
+      !arguments.has("--practice") && !hasTask) {
+    return "--executable names the program of an agent. Say of which with --provider kimi, glm or "
+           "grok.";
+  }
+  return std::nullopt;
+}
+
+/// Nothing was made of it: it has not even a title, as a task has that waits for its first run.
+bool isUntouched(const ChatThread& thread) {
+  return thread.runs.empty() && thread.entries.empty() && !thread.draftText &&
+         (thread.title == newTaskTitle || thread.title == newChatTitle);
+}
+
+}  // namespace
+
+// ---- the command line ---------------------------------------------------------------------------
+
+std::expected<std::string, UsageError> findProgram(const CommandContext& context,
+                                                   std::string_view name) {
+  if (name.find('/') != std::string_view::npos || name.starts_with('~')) {
+    std::string path = context.absolute(name);
+    if (files::isExecutable(path)) return path;
+    return usageError(fmt::format(
+        "{} cannot be executed. Give --executable the path of the agent's program.", path));
+  }
+  const auto folders = context.caller.environment.find("PATH");
+  if (folders != context.caller.environment.end()) {
+    for (const auto folder : text::split(folders->second, ':')) {
+      std::string path = fmt::format("{}/{}", folder, name);
+      if (folder.starts_with('/') && files::isExecutable(path)) return path;
+    }
+  }
+  return usageError(fmt::format(
+      "There is no program {} in PATH. Give --executable a path, as in --executable ./{}.", name,
+      name));
+}
+
+std::string practiceAgentPath(const CommandContext& context) {
+  const auto named = context.caller.environment.find(practiceVariable);
+  const bool isNamed = named != context.caller.environment.end() && !named->second.empty();
+  return isNamed ? context.absolute(named->second)
+                 : terminal::programFolder() + "/vantrell-practice-agent";
+}
+
+std::expected<std::vector<ChatAttachment>, UsageError> attachmentsOf(
+    const CommandContext& context) {
+  std::vector<ChatAttachment> all;
+  for (const auto& path : context.arguments.values(attachOption.name)) {
+    auto attachment = views::attachmentFor(context.absolute(path));
+    if (!attachment) return usageError(attachment.error() + " Check --attach.");
+    all.push_back(*std::move(attachment));
+  }
+  return all;
+}
+
+std::expected<RunPlan, UsageError> readRunPlan(const CommandContext& context,
+                                               std::optional<std::string> task) {
+  const auto& given = context.arguments;
+  if (auto wrong = contradiction(given, task.has_value())) return usageError(*std::move(wrong));
+  RunPlan plan;
+  plan.project = given.value(folderOption.name);
+  plan.folder = context.absolute(plan.project.value_or("."));
+  plan.task = std::move(task);
+  if (!plan.task && !files::isFolder(plan.folder)) {
+    return usageError(
+        fmt::format("There is no folder {}. Give --project an existing one.", plan.folder));
+  }
+  plan.provider = given.choice<AgentProvider>("--provider");
+  plan.mode = given.choice<GrokPermissionMode>("--mode");
+  plan.workflow = given.choice<TaskWorkflowMode>("--workflow");
+  plan.model = given.value("--model");
+  plan.effort = given.value("--effort");
+  plan.answer = given.value("--answer");
+  auto attachments = attachmentsOf(context);
+  if (!attachments) return std::unexpected(std::move(attachments.error()));
+  plan.attachments = *std::move(attachments);
+  if (const auto named = given.value("--executable")) {
+    auto found = findProgram(context, *named);
+    if (!found) return std::unexpected(std::move(found.error()));
+    plan.executable = *std::move(found);
+  }
+  if (given.has("--practice")) {
+    plan.practiceAgent = plan.executable.value_or(practiceAgentPath(context));
+    plan.executable.reset();
+    if (!files::isExecutable(*plan.practiceAgent)) {
+      return usageError(fmt::format(
+          "The practice agent is missing: {}. Build it with ./run, or say where it is with {}.",
+          *plan.practiceAgent, practiceVariable));
+    }
+  }
+  return plan;
+}
+
+void withPrompt(CommandContext& context, const std::string& given,
+                std::function<void(std::string)> then) {
+  const auto take = [&context, then = std::move(then)](const std::string& text) {
+    std::string prompt = text::repaired(text);
+    if (!text::trimmed(prompt).empty()) return then(std::move(prompt));
+    context.finish(usageError("The prompt is empty. Say what is to be done."));
+  };
+  return given == "-" ? context.readInput(take) : take(given);
+}
+
+// ---- the task and who does it -------------------------------------------------------------------
+
+std::expected<std::optional<ThreadExecutionKey>, UsageError> existingTask(const AppModel& model,
+                                                                          const RunPlan& plan) {
+  const auto& workspaces = model.tree().workspaces();
+  if (plan.task) {
+    const auto found = findTask(workspaces, *plan.task);
+    if (!found) return std::unexpected(found.error());
+    const auto& its = workspaceOf(workspaces, found->workspaceID);
+    if (plan.project && files::standardized(its.path) != plan.folder && its.name != *plan.project) {
+      return usageError(fmt::format(
+          "Task {} belongs to the project {} in {}. Leave out --project, or name that one.",
+          shortID(found->threadID), onOneLine(its.name), onOneLine(its.path)));
+    }
+    return *found;
+  }
+  const auto project = std::ranges::find_if(workspaces, [&](const Workspace& each) {
+    return files::standardized(each.path) == plan.folder;
+  });
+  if (project == workspaces.end()) return std::nullopt;
+  const auto first = std::ranges::find(project->threads, false, &ChatThread::isArchived);
+  if (first == project->threads.end() || !isUntouched(*first)) return std::nullopt;
+  return ThreadExecutionKey{project->id, first->id};
+}
+
+std::expected<ThreadExecutionKey, UsageError> openTask(AppModel& model, const RunPlan& plan,
+                                                       AgentProvider provider) {
+  if (plan.task) {
+    const auto found = existingTask(model, plan);
+    if (!found) return std::unexpected(found.error());
+    const auto selected =
+        model.operations().selectThread((*found)->threadID, (*found)->workspaceID);
+    if (!selected) return usageError(selected.error().sentence);
+  } else {
+    const auto added = model.operations().addWorkspace(plan.folder);
+    if (!added) return usageError(added.error().sentence);
+    const auto key = model.selection().key();
+    const ChatThread* thread = key ? model.tree().thread(*key) : nullptr;
+    if (!thread || !isUntouched(*thread)) {
+      const auto made = model.operations().newThread(model.selection().workspaceID());
+      if (!made) return usageError(made.error().sentence);
+    }
+  }
+  const auto key = model.selection().key();
+  if (!key) return usageError("The task could not be opened. Try again.");
+  if (plan.model || plan.effort) {
+    const auto chosen = model.controls().chooseUnchecked(provider, *key, plan.model, plan.effort);
+    if (!chosen) return usageError(chosen.error().sentence);
+  }
+  return *key;
+}
+
+void chooseModes(Settings& settings, const RunPlan& plan) {
+  auto mode = plan.mode.value_or(settings.permissionMode());
+  const auto workflow = plan.workflow.value_or(settings.workflowMode());
+  if (workflow == TaskWorkflowMode::plan && mode == GrokPermissionMode::fullAccess) {
+    mode = GrokPermissionMode::ask;
+  }
+  settings.chooseForThisProcess(mode, workflow);
+}
+
+std::string_view permissionNotice(const AppModel& model, AgentProvider provider) {
+  const auto mode = model.settings().permissionMode();
+  return mode == GrokPermissionMode::fullAccess ? detail(mode, provider) : std::string_view();
+}
+
+void whetherAvailable(CommandContext& context, VantrellApp& app, AgentProvider provider,
+                      std::optional<ThreadExecutionKey> task, std::function<void(bool)> then) {
+  const auto isAvailable = [&app, provider, task] {
+    const Router& router = app.model().router();
+    return task ? router.providerAvailable(provider, *task) : router.providerAvailable(provider);
+  };
+  app.services().prepare(provider, [&context, &app, isAvailable, then = std::move(then)] {
+    context.withUserPath(app.model().runtimes(), isAvailable,
+                         [isAvailable, then] { then(isAvailable()); });
+  });
+}
+
+std::string whatToDoFor(const VantrellApp& app, AgentProvider provider) {
+  const auto label = ProviderRegistry::descriptor(provider).label;
+  const auto hint = ProviderRegistry::setupHint(provider);
+  if (provider == AgentProvider::tasklet) {
+    const auto& problem = app.services().webhook().problem();
+    if (!problem.empty()) return fmt::format("{} cannot be used: {}", label, problem);
+    return fmt::format("{} is not set up. {} Type: vantrell settings set tasklet-webhook", label,
+                       hint);
+  }
+  if (provider == AgentProvider::local) {
+    const auto status = app.services().localRuntimeStatus();
+    return fmt::format("{} cannot be used: {} {} If it was the practice agent: --practice.", label,
+                       status.reason() ? *status.reason() : "the harness is missing.", hint);
+  }
+  return fmt::format(
+      "{} is not installed. {} Or say where its program is with --executable, or try vantrell run "
+      "--practice \"SAY:hello\".",
+      label, hint);
+}
+
+// ---- the run ------------------------------------------------------------------------------------
+
+namespace {
+
+/// One turn from the opened program to its end. Lives in the context.
+class Run : public std::enable_shared_from_this<Run> {
+ public:
+  Run(CommandContext& context, RunPlan plan, RunVariant variant, std::function<void(int)> ended)
+      : context_(context),
+        plan_(std::move(plan)),
+        variant_(std::move(variant)),
+        ended_(std::move(ended)),
+        executableOwner_(plan_.provider) {}
+
+  void begin() {
+    context_.confirmFullAccess(plan_.mode == GrokPermissionMode::fullAccess, [this] {
+      VantrellOptions options;
+      options.practiceAgent = plan_.practiceAgent;
+      // Read whenever a program is needed: whose it is may only be known with the task.
+      options.customExecutable = [this](AgentProvider asked) {
+        return asked == executableOwner_ ? plan_.executable : std::nullopt;
+      };
+      context_.open(std::move(options), [this](VantrellApp& app) {
+        app_ = &app;
+        if (const auto failure = findProvider()) context_.finish(std::unexpected(*failure));
+      });
+    });
+  }
+
+ private:
+  AppModel& model() { return app_->model(); }
+
+  std::optional<UsageError> findProvider() {
+    const auto task = existingTask(model(), plan_);
+    if (!task) return task.error();
+    task_ = *task;
+    if (plan_.executable && !executableOwner_) {
+      const ChatThread* thread = task_ ? model().tree().thread(*task_) : nullptr;
+      if (!thread || !thread->lastProvider) {
+        return UsageError{
+            "This task has no runs yet. Say whose program --executable names with --provider, as "
+            "in --provider kimi."};
+      }
+      executableOwner_ = thread->lastProvider;
+    }
+    named_ = plan_.practiceAgent ? std::optional(AgentProvider::local) : executableOwner_;
+    if (named_) model().router().fixForThisProcess(*named_);
+    const auto readUserPath = [this](std::function<void()> then) {
+      model().runtimes().readUserPath(std::move(then));
+    };
+    const bool mayReadPath = !app_->practices();
+    if (mayReadPath && !context_.hasTerminal()) {
+      readUserPath([this] { look([this] { noProvider(); }); });
+    } else {
+      look([this, mayReadPath, readUserPath] {
+        if (!mayReadPath) return noProvider();
+        readUserPath([this] { look([this] { noProvider(); }); });
+      });
+    }
+    return std::nullopt;
+  }
+
+  void look(std::function<void()> notFound) {
+    model().router().probeForNextTurn({}, task_, [this, notFound = std::move(notFound)] {
+      const auto found = model().router().expectedProvider({}, task_);
+      if (!found) return notFound();
+      if (const auto failure = start(*found)) context_.finish(std::unexpected(*failure));
+    });
+  }
+
+  void noProvider() {
+    if (named_) return context_.finish(usageError(whatToDoFor(*app_, *named_)));
+    const auto route = model().settings().routingMode();
+    context_.finish(usageError(
+        allowsAutomaticHandoff(route)
+            ? "No agent is installed. \"vantrell providers\" tells how to get one; or try vantrell "
+              "run --practice \"SAY:hello\"."
+            : fmt::format("{} The route leads to it alone; to take another: vantrell route "
+                          "automatic",
+                          whatToDoFor(*app_, firstChoice(route)))));
+  }
+
+  std::optional<UsageError> start(AgentProvider provider) {
+    const auto opened = openTask(model(), plan_, provider);
+    if (!opened) return opened.error();
+    chooseModes(model().editableSettings(), plan_);
+    auto conversation = variant_.conversation
+                            ? variant_.conversation(model(), *opened, plan_.prompt)
+                            : std::expected<ThreadExecutionKey, UsageError>(*opened);
+    if (!conversation) return conversation.error();
+    makePrinter();
+    auto job = std::make_unique<ConversationJob>(
+        context_, *conversation, *printer_, [this, key = *conversation] {
+          return variant_.start ? variant_.start(model(), key)
+                                : model().composer().send(plan_.prompt, plan_.attachments, key);
+        });
+    if (*conversation == *opened) {
+      introduce(*conversation, provider, 0);
+    } else {
+      job->beforeFirstEntry = [this, key = *conversation, provider] {
+        introduce(key, provider, 1);
+        tellAboutWorktree();
+      };
+    }
+    const bool isTyping = context_.answers().isTerminal();
+    std::vector<std::unique_ptr<Job>> jobs;
+    jobs.push_back(std::move(job));
+    const auto session = std::make_shared<Session>(
+        context_, std::move(jobs),
+        Session::Options{.answerKind = plan_.answer,
+                         .hearsPrompts = isTyping && context_.console.isOutputTerminal()});
+    context_.keep(session);
+    session->begin([this](int status) {
+      context_.beforeComplaint = nullptr;
+      return ended_ ? ended_(status) : context_.finish(status);
+    });
+    return std::nullopt;
+  }
+
+  void makePrinter() {
+    const auto write = [this](std::string_view bytes) { context_.console.write(bytes); };
+    if (context_.isJson()) {
+      printer_ = std::make_unique<JsonPrinter>(write);
+    } else {
+      auto printer = std::make_unique<TranscriptPrinter>(write, context_.style(), &context_.main);
+      printer->showsAnswerPrompt = context_.answers().isTerminal() && !plan_.answer;
+      printer_ = std::move(printer);
+    }
+    context_.beforeComplaint = [this] { printer_->interrupted(); };
+  }
+
+  void introduce(const ThreadExecutionKey& key, AgentProvider provider, std::size_t newEntries) {
+    const auto folder = model().tree().executionPath(key).value_or("");
+    const auto label = ProviderRegistry::descriptor(provider).label;
+    printer_->introduced(
+        {.conversation = key,
+         .runtime = plan_.practiceAgent ? "The practice agent" : label,
+         .folder = folder,
+         .earlierEntries = model().tree().thread(key)->entries.size() - newEntries,
+         .freedom = permissionNotice(model(), provider),
+         .goingOn = context_.console.asTyped("vantrell run " + resumeOptions(provider))});
+  }
+
+  /// A new conversation may work elsewhere than its source.
+  void tellAboutWorktree() {
+    for (const auto& note : model().safety().notes()) context_.complain(onOneLine(note));
+    if (const auto& why = model().branches().whyShared()) {
+      context_.complain(
+          fmt::format("It works in the project's own folder, not in a worktree. {}", *why));
+    }
+  }
+
+  /// What the next start cannot find out by itself: the program that was named for this one.
+  std::string resumeOptions(AgentProvider provider) const {
+    if (plan_.practiceAgent) return "--practice --task";
+    if (!plan_.executable) return "--task";
+    return fmt::format("--provider {} --executable \"{}\" --task", rawText(provider),
+                       *plan_.executable);
+  }
+
+  CommandContext& context_;
+  const RunPlan plan_;
+  const RunVariant variant_;
+  const std::function<void(int)> ended_;
+  std::optional<AgentProvider> executableOwner_, named_;
+  VantrellApp* app_ = nullptr;
+  std::optional<ThreadExecutionKey> task_;
+  std::unique_ptr<RunObserver> printer_;
+};
+
+}  // namespace
+
+void beginRun(CommandContext& context, RunPlan plan, RunVariant variant,
+              std::function<void(int)> ended) {
+  const auto run =
+      std::make_shared<Run>(context, std::move(plan), std::move(variant), std::move(ended));
+  context.keep(run);
+  run->begin();
+}
+
+}  // namespace vantrell::shell
