@@ -1,72 +1,14 @@
 #include "app/app_model.h"
 
 #include "app/app_parts.h"
+#include "app/selected_task.h"
 #include "platform/queues/weakly.h"
 
 namespace vantrell {
 
-AppModel::Parts::Parts(Dependencies given)
-    : main(given.main),
-      changes(main),
-      orchestration(
-          given.supportFolder, [&queue = main] { return queue.now(); },
-          [this](const std::string& text) { changes.notice(text); }),
-      settings(given.defaults, changes),
-      tree(main, given.store, changes, given.writer),
-      selection(given.defaults, changes),
-      executions(main, changes),
-      runs(main, tree, executions, given.events),
-
-      context(std::make_shared<ProjectContextService>(ProjectContextService::Dependencies{
-          main, tree, selection, changes, orchestration, given.projects})),
-      git(std::make_shared<GitSnapshotService>(tree, selection, changes, given.projects)),
-      hooks(std::make_shared<HookRunner>(main, tree, *context, given.projects)),
-      reviews(main, changes, orchestration),
-      safety(std::make_shared<TaskSafety>(TaskSafety::Dependencies{
-          main, tree, executions, runs, *git, changes, given.background, given.supportFolder})),
-
-      runtimes(std::make_shared<InstalledRuntimes>(changes, given.programs)),
-      usage(main, changes, orchestration, given.writer),
-      setup({settings, tree, selection, executions, runs, given.providers}),
-      catalog(std::make_shared<ModelCatalog>(main, changes, setup, usage, *runtimes)),
-      controls({main, settings, tree, executions, runs, *catalog}),
-      router(std::make_shared<Router>(
-          Router::Dependencies{main, settings, tree, selection, executions, runs, setup, usage})),
-      imagine(std::make_shared<ImagineController>(ImagineController::Dependencies{
-          main, settings, executions, changes, given.events, given.providers, *runtimes,
-          given.supportFolder,
-          given.background ? *given.background : static_cast<Executor&>(main)})),
-
-      intake(main, tree, executions, runs),
-      approvals(settings, executions, runs, *imagine),
-      queue(main, tree),
-      status(main, tree, executions, changes),
-      launcher(std::make_shared<AgentLauncher>(AgentLauncher::Dependencies{
-          main, settings, tree, executions, runs, setup, *catalog, usage, intake, approvals})),
-      usageReset(std::make_shared<UsageReset>(executions, usage, controls, *launcher)),
-      outcome(std::make_shared<TurnOutcome>(main, runs, executions, setup, *git, *hooks)),
-      turns(std::make_shared<TurnRunner>(
-          TurnRunner::Dependencies{settings, tree, executions, runs, *router, usage, *context,
-                                   given.projects, *launcher, *outcome})),
-      composer(std::make_shared<Composer>(
-          Composer::Dependencies{main, settings, tree, executions, runs, given.events, status,
-                                 queue, *context, *hooks, *safety, *turns})),
-      monitor(std::make_shared<ExecutionMonitor>(main, executions, runs)),
-
-      operations(std::make_shared<WorkspaceOperations>(WorkspaceOperations::Dependencies{
-          main, tree, selection, executions, runs, *context, *git, given.events, changes})),
-      branches(std::make_shared<TaskBranches>(
-          TaskBranches::Dependencies{main, tree, executions, *router, *composer, *safety})),
-      selected(*this) {
-  composer->setGate(branches.get());
-  selectionWatch = changes.observe([this](const ChangeBatch& batch) {
-    const auto shown = selection.key();
-    if (batch.has(topics::selection) && shown) tree.loadTranscript(*shown);
-  });
-  given.providers.onLocalRuntimeChanged = [this] { catalog->localRuntimeChanged(); };
-}
-
-AppModel::AppModel(Dependencies dependencies) : parts_(std::make_unique<Parts>(dependencies)) {
+AppModel::AppModel(Dependencies dependencies)
+    : parts_(std::make_unique<AppParts>(dependencies)),
+      selected_(std::make_unique<SelectedTask>(*parts_)) {
   startUp(dependencies.refreshesRuntimes);
 }
 
@@ -77,7 +19,7 @@ AppModel::~AppModel() {
 
 // The order is fixed: what is stored first, then what an earlier process left open, then the world.
 void AppModel::startUp(bool refreshesRuntimes) {
-  Parts& parts = *parts_;
+  AppParts& parts = *parts_;
   parts.tree.load();
   parts.tree.settleRunsLeftOpen();
   parts.selection.restore(parts.tree.workspaces());
@@ -104,7 +46,7 @@ void AppModel::startUp(bool refreshesRuntimes) {
 }
 
 bool AppModel::endAllWork() {
-  Parts& parts = *parts_;
+  AppParts& parts = *parts_;
   parts.branches->keepUnsent();
   parts.runs.endAll();
   parts.imagine->reset();
@@ -155,7 +97,7 @@ OrchestrationStore& AppModel::orchestration() const {
   return parts_->orchestration;
 }
 SelectedTask& AppModel::selected() const {
-  return parts_->selected;
+  return *selected_;
 }
 WorkspaceOperations& AppModel::operations() const {
   return *parts_->operations;

@@ -7,15 +7,13 @@
 #include <optional>
 #include <string>
 
-#include "platform/queues/dispatch.h"
+#include "app/app_dependencies.h"
 
 namespace vantrell {
 
-class AgentLauncher;
 class Approvals;
 class Changes;
 class Composer;
-class EngineEvents;
 class ExecutionMonitor;
 class ExecutionTable;
 class GitSnapshotService;
@@ -25,51 +23,26 @@ class InstalledRuntimes;
 class ModelCatalog;
 class OrchestrationStore;
 class ProjectContextService;
-class ProjectServices;
 class PromptQueue;
-class ProviderServices;
 class ProviderSetup;
 class ReviewNotes;
 class Router;
-class RunLifecycle;
 class SelectedTask;
 class Selection;
 class SessionControls;
-class SessionIntake;
 class SessionStatusService;
 class Settings;
 class TaskBranches;
 class TaskSafety;
 class UsageReset;
 class UsageTracker;
-class UserDefaults;
 class WorkspaceOperations;
-class WorkspaceStore;
 class WorkspaceTree;
-struct RuntimePrograms;
+struct AppParts;
 
 class AppModel {
  public:
-  /// What the model stands on; everything must outlive it.
-  struct Dependencies {
-    MainQueue& main;
-    UserDefaults& defaults;
-    WorkspaceStore& store;
-    ProviderServices& providers;
-    ProjectServices& projects;
-    EngineEvents& events;
-    /// Finds and starts the runtimes' programs.
-    const RuntimePrograms& programs;
-    /// The program's own data folder.
-    std::string supportFolder;
-    /// Writes what is saved often, in order; null: the main queue does.
-    Executor* writer = nullptr;
-    /// Runs git for checkpoints and worktrees, and copies media; null: no checkpoints, and the main
-    /// queue copies.
-    Executor* background = nullptr;
-    /// Asks each runtime about itself at the start: for a front end that shows the answers.
-    bool refreshesRuntimes = false;
-  };
+  using Dependencies = AppDependencies;
   /// Performs the whole start-up.
   explicit AppModel(Dependencies dependencies);
   /// endAllWork().
@@ -126,13 +99,13 @@ class AppModel {
   bool flush();
 
   /// Everything that the model is made of, for tests.
-  struct Parts;
-  Parts& parts() const { return *parts_; }
+  AppParts& parts() const { return *parts_; }
 
  private:
   void startUp(bool refreshesRuntimes);
 
-  const std::unique_ptr<Parts> parts_;
+  const std::unique_ptr<AppParts> parts_;
+  const std::unique_ptr<SelectedTask> selected_;
 };
 
 }  // namespace vantrell

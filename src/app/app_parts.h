@@ -1,8 +1,7 @@
 // Everything that AppModel is made of, in the order of its dependencies. For app/ and tests.
 #pragma once
 
-#include "app/app_model.h"
-#include "app/selected_task.h"
+#include "app/app_dependencies.h"
 #include "engine/core/changes.h"
 #include "engine/core/execution_table.h"
 #include "engine/core/run_lifecycle.h"
@@ -37,8 +36,8 @@
 
 namespace vantrell {
 
-struct AppModel::Parts {
-  explicit Parts(Dependencies given);
+struct AppParts {
+  explicit AppParts(AppDependencies given);
 
   MainQueue& main;
   Changes changes;
@@ -76,7 +75,6 @@ struct AppModel::Parts {
 
   const std::shared_ptr<WorkspaceOperations> operations;
   const std::shared_ptr<TaskBranches> branches;
-  SelectedTask selected;
   Changes::Observation selectionWatch;  // reads the transcript of what is selected
 };
 

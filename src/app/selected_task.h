@@ -9,7 +9,6 @@
 #include <string_view>
 #include <vector>
 
-#include "app/app_model.h"
 #include "engine/core/connection_state.h"
 #include "engine/core/plan_entry.h"
 #include "engine/core/refusal.h"
@@ -22,12 +21,15 @@
 
 namespace vantrell {
 
+struct AppParts;
+struct ThreadExecutionRuntime;
+
 /// Who asked the question that is shown.
 enum class PermissionOwner { build, imagine };
 
 class SelectedTask {
  public:
-  explicit SelectedTask(AppModel::Parts& parts) : parts_(parts) {}
+  explicit SelectedTask(AppParts& parts) : parts_(parts) {}
 
   std::optional<ThreadExecutionKey> key() const;
 
@@ -101,12 +103,12 @@ class SelectedTask {
   std::vector<ReviewAnnotation> selectedReviewAnnotations() const;
 
  private:
-  const struct ThreadExecutionRuntime* execution() const;
+  const ThreadExecutionRuntime* execution() const;
   /// Shows why where it was refused; a success clears what was shown before.
   void show(const Result<>& result);
   void select(const Result<ThreadExecutionKey>& made);
 
-  AppModel::Parts& parts_;
+  AppParts& parts_;
 };
 
 }  // namespace vantrell

@@ -16,7 +16,7 @@ TEST_F(AppModelStart, FirstStartStandsInTheGeneralWorkspace) {
   ASSERT_EQ(model->tree.workspaces().size(), 1u);
   EXPECT_EQ(model->tree.workspaces()[0].name, "General");
   EXPECT_EQ(model->selection.key()->workspaceID, model->tree.workspaces()[0].id);
-  EXPECT_TRUE(model->selected.canSend());
+  EXPECT_TRUE(app->selected().canSend());
 }
 
 TEST_F(AppModelStart, RunsLeftOpenAreInterrupted) {
@@ -51,7 +51,7 @@ TEST_F(AppModelStart, SelectionAndSettingsComeBack) {
   start();
   model->operations->newThread(key.workspaceID);
   const auto selected = model->selection.key();
-  model->selected.setPermissionMode(GrokPermissionMode::auto_);
+  app->selected().setPermissionMode(GrokPermissionMode::auto_);
   restart();
   EXPECT_EQ(model->selection.key(), selected);
   EXPECT_EQ(model->settings.permissionMode(), GrokPermissionMode::auto_);

@@ -24,15 +24,15 @@ TEST_F(Approvals, QuestionWaitsForTheUserAndTheAnswerGoesBack) {
   EXPECT_EQ(run().status, RunRecordStatus::waitingApproval);
   EXPECT_EQ(run().statusMessage, "Run ls");
   EXPECT_EQ(events.back().message, "Run ls");
-  EXPECT_FALSE(model->selected.canChangePermissionMode());
-  ASSERT_NE(model->selected.permissionRequest(), nullptr);
+  EXPECT_FALSE(app->selected().canChangePermissionMode());
+  ASSERT_NE(app->selected().permissionRequest(), nullptr);
 
-  model->selected.respondToPermission("yes");
+  app->selected().respondToPermission("yes");
   EXPECT_THAT(client().answers, ElementsAre(Pair(4, "yes")));
   EXPECT_EQ(run().status, RunRecordStatus::running);
   EXPECT_EQ(run().statusMessage, "Continuing after your decision");
-  EXPECT_EQ(model->selected.permissionRequest(), nullptr);
-  model->selected.respondToPermission("yes");
+  EXPECT_EQ(app->selected().permissionRequest(), nullptr);
+  app->selected().respondToPermission("yes");
   EXPECT_EQ(client().answers.size(), 1u) << "one question, one answer";
 }
 
@@ -41,9 +41,9 @@ TEST_F(Approvals, WithdrawnQuestionGoesAndTheRunGoesOn) {
   work("Go");
   ask(usual);
   client().onPermissionWithdrawn(3);
-  EXPECT_NE(model->selected.permissionRequest(), nullptr) << "that was another one";
+  EXPECT_NE(app->selected().permissionRequest(), nullptr) << "that was another one";
   client().onPermissionWithdrawn(4);
-  EXPECT_EQ(model->selected.permissionRequest(), nullptr);
+  EXPECT_EQ(app->selected().permissionRequest(), nullptr);
   EXPECT_EQ(run().status, RunRecordStatus::running);
   EXPECT_EQ(run().statusMessage, "Kimi is working");
   EXPECT_TRUE(client().answers.empty());
@@ -53,7 +53,7 @@ TEST_F(Approvals, UnlistedOptionIsPassedOn) {
   start();
   work("Go");
   ask(usual);
-  model->selected.respondToPermission("made-up");
+  app->selected().respondToPermission("made-up");
   EXPECT_THAT(client().answers, ElementsAre(Pair(4, "made-up")));
 }
 
@@ -63,15 +63,15 @@ TEST_F(Approvals, RefusalUsesTheFirstRejectOrStopsTheTask) {
   ask({{"yes", "Allow", "allow_once"},
        {"never", "Never", "reject_always"},
        {"no", "No", "reject_once"}});
-  model->selected.rejectPermission();
+  app->selected().rejectPermission();
   EXPECT_THAT(client().answers, ElementsAre(Pair(4, "never")));
 
   ask({{"yes", "Allow", "allow_once"}});
-  model->selected.rejectPermission();
+  app->selected().rejectPermission();
   EXPECT_EQ(client().answers.size(), 1u);
   EXPECT_EQ(client().cancels, 1);
   EXPECT_EQ(run().statusMessage, "Stopped by you.");
-  EXPECT_EQ(model->selected.permissionRequest(), nullptr);
+  EXPECT_EQ(app->selected().permissionRequest(), nullptr);
 }
 
 TEST_F(Approvals, OnlyTheRuntimesOwnAlwaysApproveRaisesTheMode) {
@@ -89,7 +89,7 @@ TEST_F(Approvals, OnlyTheRuntimesOwnAlwaysApproveRaisesTheMode) {
     start();
     work("Go");
     ask({each.option});
-    model->selected.respondToPermission("a");
+    app->selected().respondToPermission("a");
     EXPECT_EQ(model->settings.permissionMode() == GrokPermissionMode::fullAccess, each.raises);
     EXPECT_EQ(client().stops, 0) << "the client at work is left alone";
   }
@@ -111,28 +111,28 @@ TEST_F(Approvals, QuestionOfAnotherConversationIsShownWhenItIsSelected) {
   const auto asking = key;
   model->operations->newThread(key.workspaceID);
   ask(usual);
-  EXPECT_EQ(model->selected.permissionRequest(), nullptr);
-  model->selected.respondToPermission("yes");
+  EXPECT_EQ(app->selected().permissionRequest(), nullptr);
+  app->selected().respondToPermission("yes");
   EXPECT_TRUE(client().answers.empty());
   model->operations->selectThread(asking.threadID, asking.workspaceID);
-  ASSERT_NE(model->selected.permissionRequest(), nullptr);
-  model->selected.respondToPermission("yes");
+  ASSERT_NE(app->selected().permissionRequest(), nullptr);
+  app->selected().respondToPermission("yes");
   EXPECT_EQ(client().answers.size(), 1u);
 }
 
 TEST_F(Approvals, ModeChangesOnlyBetweenTurns) {
   start();
   work("Go");
-  model->selected.setPermissionMode(GrokPermissionMode::auto_);
+  app->selected().setPermissionMode(GrokPermissionMode::auto_);
   EXPECT_EQ(model->settings.permissionMode(), GrokPermissionMode::ask);
   client().finishes();
-  model->selected.setPermissionMode(GrokPermissionMode::ask);
+  app->selected().setPermissionMode(GrokPermissionMode::ask);
   EXPECT_EQ(client().stops, 0) << "the same mode resets nothing";
-  model->selected.setPermissionMode(GrokPermissionMode::fullAccess);
+  app->selected().setPermissionMode(GrokPermissionMode::fullAccess);
   EXPECT_EQ(client().stops, 1);
   EXPECT_EQ(defaults->text("grokPermissionMode.v1"), "full_access");
 
-  model->selected.setWorkflowMode(TaskWorkflowMode::plan);
+  app->selected().setWorkflowMode(TaskWorkflowMode::plan);
   EXPECT_EQ(model->settings.permissionMode(), GrokPermissionMode::ask)
       << "a plan never begins with full access";
   EXPECT_EQ(defaults->text("taskWorkflowMode.v1"), "plan");
@@ -150,7 +150,7 @@ class ImagineApprovals : public Approvals {
     generator->opens("media");
     generator->onPermissionRequest({9, "Draw", "{}", std::move(options)});
   }
-  const PermissionRequest* shown() { return model->selected.permissionRequest().get(); }
+  const PermissionRequest* shown() { return app->selected().permissionRequest().get(); }
 
   std::shared_ptr<FakeAgentClient> generator;
 };
@@ -165,12 +165,12 @@ TEST_F(ImagineApprovals, EachQuestionIsAnsweredWhereItWasAsked) {
   // The conversation's own question comes first; the other one is not lost behind it.
   ask(usual);
   EXPECT_EQ(shown()->title, "Run ls");
-  model->selected.respondToPermission("yes");
+  app->selected().respondToPermission("yes");
   EXPECT_THAT(client().answers, ElementsAre(Pair(4, "yes")));
   ASSERT_TRUE(shown());
   EXPECT_EQ(shown()->title, "Draw");
   const auto status = run().statusMessage;
-  model->selected.respondToPermission("no");
+  app->selected().respondToPermission("no");
   EXPECT_THAT(generator->answers, ElementsAre(Pair(9, "no")));
   EXPECT_EQ(client().answers.size(), 1u);
   EXPECT_EQ(run().statusMessage, status) << "the conversation's run had no part in it";
@@ -180,7 +180,7 @@ TEST_F(ImagineApprovals, EachQuestionIsAnsweredWhereItWasAsked) {
 TEST_F(ImagineApprovals, RefusalWithoutAWayToSayNoCancelsIt) {
   start();
   askFromImagine({{"yes", "Allow", "allow_once"}});
-  model->selected.rejectPermission();
+  app->selected().rejectPermission();
   EXPECT_EQ(generator->cancels, 1);
   EXPECT_EQ(model->imagine->imagineProgress(), "Stopped");
   EXPECT_EQ(client().cancels, 0) << "the conversation goes on";
@@ -191,11 +191,11 @@ TEST_F(ImagineApprovals, ModeWaitsForItAndEndsItsClient) {
   start();
   askFromImagine(usual);
   client().finishes();
-  model->selected.respondToPermission("yes");
-  model->selected.setPermissionMode(GrokPermissionMode::auto_);
+  app->selected().respondToPermission("yes");
+  app->selected().setPermissionMode(GrokPermissionMode::auto_);
   EXPECT_EQ(model->settings.permissionMode(), GrokPermissionMode::ask) << "it is at work";
   generator->finishes();
-  model->selected.setPermissionMode(GrokPermissionMode::auto_);
+  app->selected().setPermissionMode(GrokPermissionMode::auto_);
   EXPECT_EQ(model->settings.permissionMode(), GrokPermissionMode::auto_);
   EXPECT_EQ(generator->stops, 1);
   EXPECT_EQ(model->imagine->imagineState(), ConnectionState::idle());

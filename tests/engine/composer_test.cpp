@@ -28,7 +28,7 @@ constexpr std::string_view requestHeading = "USER REQUEST:\n";
 
 TEST_F(Composer, PromptBecomesARunThatCompletes) {
   start();
-  model->selected.send("  Fix the parser\nplease  ", {});
+  app->selected().send("  Fix the parser\nplease  ", {});
   EXPECT_EQ(thread().title, "Fix the parser");
   EXPECT_EQ(state(), ConnectionState::connecting());
   EXPECT_TRUE(thread().runs.empty()) << "checkpoint and hooks come before the run";
@@ -101,7 +101,7 @@ TEST_F(Composer, WhiteSpaceAloneIsNoPromptWhateverItsAttachments) {
   start();
   ChatAttachment file;
   file.path = "a.txt";
-  model->selected.send(" \n\t", {file});
+  app->selected().send(" \n\t", {file});
   main.runReady();
   EXPECT_TRUE(thread().entries.empty());
   EXPECT_TRUE(clients.empty());
@@ -364,19 +364,19 @@ TEST_F(Composer, ConversationsRunAtOnceAndBackgroundOnesLeaveTheMirrorAlone) {
   EXPECT_EQ(model->executions.find(key)->client(), second);
   EXPECT_EQ(model->tree.thread(firstKey)->entries.back().text, "in the background");
   first->finishes();
-  EXPECT_EQ(model->selected.connectionState(), ConnectionState::working());
+  EXPECT_EQ(app->selected().connectionState(), ConnectionState::working());
   EXPECT_EQ(model->tree.latestRun(firstKey)->status, RunRecordStatus::completed);
   model->operations->selectThread(firstKey.threadID, firstKey.workspaceID);
-  EXPECT_EQ(model->selected.connectionState(), ConnectionState::ready());
+  EXPECT_EQ(app->selected().connectionState(), ConnectionState::ready());
 }
 
 TEST_F(Composer, ResetStartsANewClientInTheStoredSession) {
   start();
   work("One");
   client().finishes();
-  model->selected.setPermissionMode(GrokPermissionMode::auto_);
+  app->selected().setPermissionMode(GrokPermissionMode::auto_);
   EXPECT_EQ(clients[0]->stops, 1);
-  EXPECT_EQ(model->selected.connectionState(), ConnectionState::idle());
+  EXPECT_EQ(app->selected().connectionState(), ConnectionState::idle());
   send("Two");
   ASSERT_EQ(clients.size(), 2u);
   EXPECT_EQ(client().existingSession, "session");

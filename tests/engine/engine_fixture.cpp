@@ -60,7 +60,7 @@ void EngineFixture::start() {
 }
 
 void EngineFixture::send(const std::string& prompt) {
-  model->selected.send(prompt, {});
+  app->selected().send(prompt, {});
   main.runReady();
 }
 

@@ -53,7 +53,7 @@ class ExecutionMonitorTest : public EngineFixture {
   /// A turn in which the agent has said one word.
   void startTurn() {
     agent(ACPAgentScript().openSession().expectPrompt().say("word "));
-    model->selected.send("Go", {});
+    app->selected().send("Go", {});
     await([this] { return texts().back() == "word "; });
     events.clear();
   }
@@ -112,7 +112,7 @@ TEST_F(ExecutionMonitorTest, WaitingForThePersonIsNoSilenceAndTheAnswerEndsIt) {
   EXPECT_TRUE(events.empty());
   EXPECT_EQ(message(), "Run npm test");
 
-  model->selected.respondToPermission("y");
+  app->selected().respondToPermission("y");
   main.advance(599s);
   EXPECT_EQ(message(), "Continuing after your decision") << "the hour was not the agent's";
   main.advance(30s);
@@ -124,9 +124,9 @@ TEST_F(ExecutionMonitorTest, WaitingForThePersonIsNoSilenceAndTheAnswerEndsIt) {
 
 TEST_F(ExecutionMonitorTest, StatusQuestionInATurnReachesNoAgent) {
   startTurn();
-  model->selected.send("And then this", {});
+  app->selected().send("And then this", {});
   const RunRecord before = run();
-  model->selected.send("Is it still working?", {});
+  app->selected().send("Is it still working?", {});
   EXPECT_TRUE(texts().back().starts_with("Yes—Grok is still working.\n\n- **Running:** 0s\n"))
       << texts().back();
   EXPECT_EQ(run(), before);
@@ -134,15 +134,15 @@ TEST_F(ExecutionMonitorTest, StatusQuestionInATurnReachesNoAgent) {
   EXPECT_EQ(thread().runs.size(), 1U);
   ChatAttachment file;
   file.path = "a.txt";
-  model->selected.send("status", {file});
+  app->selected().send("status", {file});
   EXPECT_EQ(thread().queuedPrompts.size(), 2U) << "with an attachment it is the agent's to answer";
 
   // The stop is the next line that the agent gets, and then the next prompt: anything else between
   // would end it.
-  model->selected.stopWorking();
+  app->selected().stopWorking();
   agent(ACPAgentScript().expect("session/cancel").result(R"({"stopReason":"cancelled"})"));
   agent(ACPAgentScript().expectPrompt().endTurn());
-  model->selected.send("Next", {});
+  app->selected().send("Next", {});
   await([this] { return run().status == RunRecordStatus::completed; });
 }
 
@@ -159,7 +159,7 @@ TEST_F(ExecutionMonitorTest, TimeBetweenTurnsIsNoSilence) {
   agent(ACPAgentScript().endTurn());
   await([this] { return run().status == RunRecordStatus::completed; });
   main.advance(1h);
-  model->selected.send("Next", {});  // its checkpoint and hooks may take a while
+  app->selected().send("Next", {});  // its checkpoint and hooks may take a while
   model->monitor->checkExecutionHealth(main.now() + 599s);
   EXPECT_FALSE(execution().stallWarningSent);
   model->monitor->checkExecutionHealth(main.now() + 600s);

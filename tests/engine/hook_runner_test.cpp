@@ -40,7 +40,7 @@ class HookRunner : public EngineFixture {
     for (const auto& each : runs) all.push_back(each.hook);
     return all;
   }
-  std::string error() { return model->selected.errorMessage().value_or(""); }
+  std::string error() { return app->selected().errorMessage().value_or(""); }
 
   std::vector<Run> runs;
   std::vector<std::string> done;

@@ -33,7 +33,7 @@ class ImagineDeskTest : public EngineFixture {
     main.runReady();
   }
   std::string library() const { return folder / "Imagine"; }
-  std::optional<std::string> error() { return model->selected.errorMessage(); }
+  std::optional<std::string> error() { return app->selected().errorMessage(); }
 };
 
 TEST_F(ImagineDeskTest, MakesAPictureAndServesTheNextPromptWithTheSameClient) {
@@ -132,7 +132,7 @@ TEST_F(ImagineDeskTest, NewPromptWhileItWorksTakesTheClientsPlace) {
   first->onPermissionRequest({1, "Draw", "", {}});
   generate("an owl");
   EXPECT_EQ(first->stops, 1);
-  EXPECT_EQ(model->selected.permissionRequest(), nullptr) << "its question went with it";
+  EXPECT_EQ(app->selected().permissionRequest(), nullptr) << "its question went with it";
   EXPECT_EQ(desk().imagineState(), State::connecting());
   first->says("late");
   first->promptCompletions.back()(JsonObject{});

@@ -155,7 +155,7 @@ TEST_F(ImaginePipes, DeathInTheMiddleKeepsWhatWasMadeAndTheNextPromptHasAnotherA
   generate("a fox");
   await([this] { return desk().imagineState().text == "out of paint" && isOver(); });
   EXPECT_EQ(made(), std::vector<std::string>{"a fox: fox"});
-  EXPECT_EQ(model->selected.errorMessage(), "out of paint");
+  EXPECT_EQ(app->selected().errorMessage(), "out of paint");
   generate("an owl");
   await([this] { return isOver(); });
   EXPECT_EQ(desk().imagineState(), ConnectionState::ready());

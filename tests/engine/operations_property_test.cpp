@@ -52,7 +52,7 @@ class AnyOperations : public EngineFixture {
       case 12: operations().toggleThreadPin(at.threadID, at.workspaceID); return "toggleThreadPin";
       case 13: model->selection.setSection(static_cast<AppSection>(any(4))); return "section";
       case 14:
-        model->selected.send("Go", {});
+        app->selected().send("Go", {});
         main.runReady();
         return "send";
       case 15:

@@ -125,7 +125,7 @@ TEST_F(ProjectContextService, PromptWaitsForGuidanceThatIsBeingRead) {
   client().finishes();
   model->operations->selectThread(key.threadID, key.workspaceID);
   send("Again");
-  model->selected.stopWorking();
+  app->selected().stopWorking();
   answer();
   EXPECT_EQ(run().status, RunRecordStatus::cancelled);
   EXPECT_EQ(client().prompts.size(), 1U);

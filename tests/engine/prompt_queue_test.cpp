@@ -34,7 +34,7 @@ TEST_F(PromptQueueTest, RunsInOrderAfterEachSuccessAndWaitsAfterAFailure) {
   work("One");
   ChatAttachment file;
   file.path = "/a.txt";
-  model->selected.send("Two", {file});
+  app->selected().send("Two", {file});
   send("Three");
   send("Four");
   EXPECT_THAT(queued(), ElementsAre("Two", "Three", "Four"));
@@ -47,20 +47,20 @@ TEST_F(PromptQueueTest, RunsInOrderAfterEachSuccessAndWaitsAfterAFailure) {
   EXPECT_EQ(thread().entries.back().attachments.size(), 1u);
   EXPECT_EQ(clients.size(), 1u) << "the client is kept";
   EXPECT_THAT(client().prompts.back(), ::testing::HasSubstr("- @/a.txt"));
-  model->selected.runNextQueuedPrompt();
+  app->selected().runNextQueuedPrompt();
   EXPECT_THAT(queued(), ElementsAre("Three", "Four")) << "not while it is busy";
 
   client().fails(AgentError("broken pipe"));
   main.runReady();
   EXPECT_THAT(queued(), ElementsAre("Three", "Four"));
   EXPECT_THAT(ran(), ElementsAre("One", "Two"));
-  model->selected.runNextQueuedPrompt();
+  app->selected().runNextQueuedPrompt();
   main.runReady();
   client().opens("again");
   main.runReady();
   finish();
   EXPECT_THAT(ran(), ElementsAre("One", "Two", "Three", "Four"));
-  model->selected.stopWorking();
+  app->selected().stopWorking();
   EXPECT_THAT(queued(), IsEmpty());
 }
 
@@ -68,7 +68,7 @@ TEST_F(PromptQueueTest, WaitsAfterAStopAndARestartForTheUserOrTheNextSuccess) {
   start();
   work("One");
   send("Two");
-  model->selected.stopWorking();
+  app->selected().stopWorking();
   main.runReady();
   EXPECT_THAT(queued(), ElementsAre("Two"));
   stop();
@@ -107,7 +107,7 @@ TEST_F(PromptQueueTest, StoreHasThePromptInOneOfItsPlacesAtEveryMoment) {
   backgroundExecutor = &checkpoints;
   start();
   model->queue.enqueuePrompt("Two", {}, key);
-  model->selected.runNextQueuedPrompt();
+  app->selected().runNextQueuedPrompt();
   main.runReady();
   const auto stored = saved()[1].threads[0];
   EXPECT_THAT(stored.queuedPrompts, IsEmpty());
@@ -120,16 +120,16 @@ TEST_F(PromptQueueTest, IsEdited) {
   for (const char* each : {"a", "b", "c"}) model->queue.enqueuePrompt(each, {}, key);
   main.advance(std::chrono::seconds(5));
   const Date before = thread().updatedAt;
-  model->selected.moveQueuedPromptToFront(id(0));
+  app->selected().moveQueuedPromptToFront(id(0));
   EXPECT_EQ(thread().updatedAt, before) << "the first is there already";
-  model->selected.moveQueuedPromptToFront(id(2));
+  app->selected().moveQueuedPromptToFront(id(2));
   EXPECT_THAT(queued(), ElementsAre("c", "a", "b"));
   EXPECT_EQ(thread().updatedAt, main.now());
-  model->selected.removeQueuedPrompt(id(1));
-  model->selected.removeQueuedPrompt(Uuid::random());
+  app->selected().removeQueuedPrompt(id(1));
+  app->selected().removeQueuedPrompt(Uuid::random());
   EXPECT_THAT(queued(), ElementsAre("c", "b"));
   EXPECT_EQ(saved()[1].threads[0].queuedPrompts.size(), 2u);
-  model->selected.clearQueuedPrompts();
+  app->selected().clearQueuedPrompts();
   EXPECT_THAT(queued(), IsEmpty());
   EXPECT_THAT(saved()[1].threads[0].queuedPrompts, IsEmpty());
 }
@@ -137,7 +137,7 @@ TEST_F(PromptQueueTest, IsEdited) {
 TEST_F(PromptQueueTest, RunThatANewerPromptReplacesHasEnded) {
   start();
   work("One");
-  model->selected.sendNow("Two", {});
+  app->selected().sendNow("Two", {});
   main.runReady();
   EXPECT_EQ(thread().runs[0].status, RunRecordStatus::cancelled);
   EXPECT_EQ(thread().runs[0].statusMessage, "Replaced by a newer prompt.");

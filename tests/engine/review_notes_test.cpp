@@ -11,7 +11,7 @@ class ReviewNotes : public EngineFixture {
  public:
   std::vector<std::string> selectedBodies() {
     std::vector<std::string> bodies;
-    for (const auto& note : model->selected.selectedReviewAnnotations())
+    for (const auto& note : app->selected().selectedReviewAnnotations())
       bodies.push_back(note.body);
     return bodies;
   }
@@ -19,9 +19,9 @@ class ReviewNotes : public EngineFixture {
 
 TEST_F(ReviewNotes, NotesBelongToTheirTaskAndOutliveTheProcess) {
   start();
-  model->selected.addReviewAnnotation("a.cpp", 12, "  leaks\n", ReviewDecision::rejected);
-  model->selected.addReviewAnnotation("b.cpp", std::nullopt, "fine", ReviewDecision::accepted);
-  model->selected.addReviewAnnotation("c.cpp", 1, " \n\t", ReviewDecision::pending);
+  app->selected().addReviewAnnotation("a.cpp", 12, "  leaks\n", ReviewDecision::rejected);
+  app->selected().addReviewAnnotation("b.cpp", std::nullopt, "fine", ReviewDecision::accepted);
+  app->selected().addReviewAnnotation("c.cpp", 1, " \n\t", ReviewDecision::pending);
   const auto first = model->reviews.reviewAnnotations().at(0);
   EXPECT_EQ(first.line, 12);
   EXPECT_EQ(first.decision, ReviewDecision::rejected);
@@ -33,7 +33,7 @@ TEST_F(ReviewNotes, NotesBelongToTheirTaskAndOutliveTheProcess) {
   model->reviews.addReviewAnnotation("a.cpp", 12, "of the first", ReviewDecision::pending, key);
   EXPECT_THAT(selectedBodies(), ElementsAre());
   model->selection.select(std::nullopt, std::nullopt);
-  model->selected.addReviewAnnotation("a.cpp", 12, "of nobody", ReviewDecision::pending);
+  app->selected().addReviewAnnotation("a.cpp", 12, "of nobody", ReviewDecision::pending);
   EXPECT_THAT(selectedBodies(), ElementsAre());
 
   stop();
@@ -47,11 +47,11 @@ TEST_F(ReviewNotes, NotesBelongToTheirTaskAndOutliveTheProcess) {
 TEST_F(ReviewNotes, SaysWhatCouldNotBeStored) {
   folder.file("Orchestration", "in the way of the folder");
   start();
-  model->selected.addReviewAnnotation("a", 1, "note", ReviewDecision::pending);
+  app->selected().addReviewAnnotation("a", 1, "note", ReviewDecision::pending);
   EXPECT_NE(model->reviews.saveFailure(), "");
   EXPECT_THAT(selectedBodies(), ElementsAre("note"));
   std::filesystem::remove(folder / "Orchestration");
-  model->selected.addReviewAnnotation("a", 1, "another", ReviewDecision::pending);
+  app->selected().addReviewAnnotation("a", 1, "another", ReviewDecision::pending);
   EXPECT_EQ(model->reviews.saveFailure(), "");
   const std::string stored =
       TemporaryFolder::contentOf(folder / "Orchestration/review-annotations.json");

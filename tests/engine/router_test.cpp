@@ -285,7 +285,7 @@ TEST_F(Router, WhatTheRouteDependsOnIsFoundOutFirst) {
   others = {tasklet};
   router->setRoutingMode(Mode::tasklet, key);
   send("Later");
-  model->selected.stopWorking();
+  app->selected().stopWorking();
   answer();
   EXPECT_EQ(run().status, RunRecordStatus::cancelled) << "stopped while the answer was awaited";
   EXPECT_EQ(clients.size(), 2U);

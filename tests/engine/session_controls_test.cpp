@@ -32,58 +32,58 @@ class SessionControlsTest : public tests::EngineFixture {
   }
   std::vector<std::string> offered() {
     std::vector<std::string> ids;
-    for (const auto& effort : model->selected.sessionEffortOptions()) ids.push_back(effort.id);
+    for (const auto& effort : app->selected().sessionEffortOptions()) ids.push_back(effort.id);
     return ids;
   }
 };
 
 TEST_F(SessionControlsTest, ShowTheProviderAtWorkTheLastOrTheRoutesFirst) {
   startOn("local_first");
-  EXPECT_EQ(model->selected.sessionConfigurationProvider(), local);
+  EXPECT_EQ(app->selected().sessionConfigurationProvider(), local);
   provider = kimi;
   work("Go");
   client().finishes();
-  EXPECT_EQ(model->selected.sessionConfigurationProvider(), kimi);
-  model->selected.resetConnection();
-  EXPECT_EQ(model->selected.sessionConfigurationProvider(), kimi) << "it served last";
+  EXPECT_EQ(app->selected().sessionConfigurationProvider(), kimi);
+  app->selected().resetConnection();
+  EXPECT_EQ(app->selected().sessionConfigurationProvider(), kimi) << "it served last";
   stop();
   startOn("claude");
-  EXPECT_EQ(model->selected.sessionConfigurationProvider(), claude);
+  EXPECT_EQ(app->selected().sessionConfigurationProvider(), claude);
 }
 
 TEST_F(SessionControlsTest, OfferWhatTheConnectorSaysUntilTheRuntimeTells) {
   startOn("kimi");
-  EXPECT_EQ(model->selected.sessionModelOptions().size(), 3U);
+  EXPECT_EQ(app->selected().sessionModelOptions().size(), 3U);
   work("Go");
   model->catalog->reported(
       kimi, {ProviderModelOption::defaultOption(efforts({})), {"k2", "K2", "", true, efforts({})}});
-  EXPECT_EQ(model->selected.sessionModelOptions().at(1).id, "k2");
+  EXPECT_EQ(app->selected().sessionModelOptions().at(1).id, "k2");
   EXPECT_THAT(offered(), ElementsAre("default"));
 }
 
 TEST_F(SessionControlsTest, AModelTakesItsEffortsAndANewClient) {
   startOn("kimi");
-  EXPECT_EQ(model->selected.sessionModelLabel(), "Default");
+  EXPECT_EQ(app->selected().sessionModelLabel(), "Default");
   EXPECT_THAT(offered(), ElementsAre("default", "low", "high"));
-  model->selected.setSessionEffort("high");
-  EXPECT_EQ(model->selected.sessionEffortLabel(), "High");
+  app->selected().setSessionEffort("high");
+  EXPECT_EQ(app->selected().sessionEffortLabel(), "High");
   work("Go");
-  model->selected.setSessionModel("big");
+  app->selected().setSessionModel("big");
   EXPECT_FALSE(thread().modelID(kimi)) << "not while a turn runs";
   client().finishes();
 
-  model->selected.setSessionModel("absent");
+  app->selected().setSessionModel("absent");
   EXPECT_FALSE(thread().modelID(kimi)) << "nobody offers it";
   EXPECT_EQ(client().stops, 0);
-  model->selected.setSessionModel("big");
+  app->selected().setSessionModel("big");
   EXPECT_EQ(client().stops, 1);
   EXPECT_EQ(saved().front().path, model->tree.workspaces().front().path);
-  EXPECT_EQ(model->selected.sessionModelLabel(), "Big");
+  EXPECT_EQ(app->selected().sessionModelLabel(), "Big");
   EXPECT_FALSE(thread().effort(kimi)) << "the model does not have it";
-  EXPECT_EQ(model->selected.sessionEffortLabel(), "Default");
-  model->selected.setSessionEffort("low");
+  EXPECT_EQ(app->selected().sessionEffortLabel(), "Default");
+  app->selected().setSessionEffort("low");
   EXPECT_FALSE(thread().effort(kimi));
-  model->selected.setSessionEffort("xhigh");
+  app->selected().setSessionEffort("xhigh");
   send("On");
   EXPECT_EQ(contexts.back().selectedModel, "big");
   EXPECT_EQ(contexts.back().selectedEffort, "xhigh");
@@ -91,9 +91,9 @@ TEST_F(SessionControlsTest, AModelTakesItsEffortsAndANewClient) {
   client().opens("session");
   client().finishes();
 
-  model->selected.setSessionModel("plain");
+  app->selected().setSessionModel("plain");
   EXPECT_THAT(offered(), ElementsAre("default"));
-  model->selected.setSessionModel("default");
+  app->selected().setSessionModel("default");
   EXPECT_FALSE(thread().providerModelIDs) << "the usual one is no choice";
 }
 
@@ -102,7 +102,7 @@ TEST_F(SessionControlsTest, AStoredModelThatIsGoneShowsTheEffortsOfTheUsualOne) 
   model->tree.updateThread(
       key, [this](ChatThread& changed) { changed.setModelID("gone", codex, main.now()); });
   EXPECT_THAT(offered(), ElementsAre("default", "low", "high"));
-  EXPECT_EQ(model->selected.sessionModelLabel(), "gone");
+  EXPECT_EQ(app->selected().sessionModelLabel(), "gone");
 }
 
 TEST_F(SessionControlsTest, ChooseForAConversationThatIsNotSelected) {
@@ -135,10 +135,10 @@ TEST_F(SessionControlsTest, ModelsOfTheLocalServerFollowADetection) {
                                                      *Url::parse("http://127.0.0.1/v1"),
                                                      {{"m", "m", "", false, efforts({})}}});
   model->catalog->localRuntimeChanged();
-  EXPECT_EQ(model->selected.sessionModelOptions().back().id, "m");
+  EXPECT_EQ(app->selected().sessionModelOptions().back().id, "m");
   providers.localStatus = LocalRuntimeStatus::unavailable("gone");
   model->catalog->localRuntimeChanged();
-  EXPECT_EQ(model->selected.sessionModelOptions().size(), 1U);
+  EXPECT_EQ(app->selected().sessionModelOptions().size(), 1U);
 }
 
 TEST_F(SessionControlsTest, ProgramsAreAskedForModelsWhenTheUsersPathIsKnown) {

@@ -84,10 +84,10 @@ TEST_F(SessionIntake, NoToolStaysOpenBehindTheEndOfItsTurnOrItsRuntime) {
   using Run = std::function<void()>;
   const std::pair<const char*, Run> ends[] = {
       {"the runtime ends a stopped turn",
-       [&] { model->selected.stopWorking(), client().finishes(); }},
+       [&] { app->selected().stopWorking(), client().finishes(); }},
       {"the turn fails", [&] { client().fails(AgentError("no")); }},
       {"the runtime dies", [&] { client().onUnexpectedTermination("gone"); }},
-      {"the connection is reset", [&] { model->selected.resetConnection(); }},
+      {"the connection is reset", [&] { app->selected().resetConnection(); }},
       {"the program ends", [&] { app->endAllWork(); }},
   };
   start();
@@ -106,7 +106,7 @@ TEST_F(SessionIntake, NoToolStaysOpenBehindTheEndOfItsTurnOrItsRuntime) {
     EXPECT_EQ(statusOf("pending"), "failed") << name;
     EXPECT_EQ(statusOf("in_progress"), "failed") << name;
     EXPECT_EQ(statusOf("completed"), "completed") << name;
-    model->selected.resetConnection();
+    app->selected().resetConnection();
   }
 }
 
@@ -131,7 +131,7 @@ TEST_F(SessionIntake, PlanIsReplacedWholeAndFilledWithDefaults) {
                                JsonObject{{"id", "x"}, {"priority", "high"}}}}});
   EXPECT_THAT(*execution().plan, ElementsAre(PlanEntry{"plan-0", "One", "completed", "medium"},
                                              PlanEntry{"x", "Task", "pending", "high"}));
-  EXPECT_EQ(*model->selected.plan(), *execution().plan);
+  EXPECT_EQ(*app->selected().plan(), *execution().plan);
   client().updates({{"sessionUpdate", "plan"}, {"entries", Json::Array{}}});
   EXPECT_TRUE(execution().plan->empty());
 }
@@ -165,7 +165,7 @@ TEST_F(SessionIntake, StreamReachesTheDiskOnceInFifteenSeconds) {
   } cases[] = {
       {"in a run", [&] { work("Go"); }},
       {"after its end", [&] { client().finishes(); }},
-      {"after a stop", [&] { work("Go"), model->selected.stopWorking(); }},
+      {"after a stop", [&] { work("Go"), app->selected().stopWorking(); }},
       {"begun by the runtime itself", [&] { client().finishes(), main.advance(1h); }},
   };
   for (const auto& [name, begin] : cases) {
@@ -247,7 +247,7 @@ TEST_F(Replay, ShowsTheUsersWordsAndNotWhatStoodRoundThem) {
   start();
   ChatAttachment file;
   file.path = "a.txt";
-  model->selected.send("Look", {file});
+  app->selected().send("Look", {file});
   main.runReady();
   client().opens("session");
   const Date asked = thread().entries[0].createdAt;
@@ -291,7 +291,7 @@ TEST_F(Replay, SameWordsTwiceKeepTheirOwnAttachments) {
   file.path = "a.txt";
   std::vector<std::string> prompts;
   for (const bool attached : {false, true}) {
-    model->selected.send("go on", attached ? std::vector{file} : std::vector<ChatAttachment>{});
+    app->selected().send("go on", attached ? std::vector{file} : std::vector<ChatAttachment>{});
     main.runReady();
     if (client().prompts.empty()) client().opens("session");
     prompts.push_back(client().prompts.back());
@@ -316,11 +316,11 @@ TEST_F(Replay, FailureBringsTheTranscriptBack) {
       {"start fails", [](Replay& t) { t.client().failsToOpen("no"); }},
       {"client dies", [](Replay& t) { t.client().onUnexpectedTermination("gone"); }},
       {"never answers", [](Replay& t) { t.main.advance(std::chrono::seconds(30)); }},
-      {"stopped by the user", [](Replay& t) { t.model->selected.stopWorking(); }},
-      {"connection reset", [](Replay& t) { t.model->selected.resetConnection(); }},
+      {"stopped by the user", [](Replay& t) { t.app->selected().stopWorking(); }},
+      {"connection reset", [](Replay& t) { t.app->selected().resetConnection(); }},
       {"another turn begins",
        [](Replay& t) {
-         t.model->selected.sendNow("Three", {});
+         t.app->selected().sendNow("Three", {});
          t.main.runReady();
        }},
       {"program ends", [](Replay& t) { t.app->endAllWork(); }},
@@ -337,7 +337,7 @@ TEST_F(Replay, FailureBringsTheTranscriptBack) {
     EXPECT_EQ(thread().entries[0].text, "One");
     EXPECT_EQ(thread().entries[1].text, "Answer one");
     EXPECT_EQ(thread().entries[2].text, "Two");
-    EXPECT_FALSE(model->selected.isReplaying());
+    EXPECT_FALSE(app->selected().isReplaying());
   }
 }
 

@@ -13,7 +13,7 @@ class StatusDeskTest : public EngineFixture {
  protected:
   /// What is answered, without its last sentence.
   std::string ask(const std::string& question = "status") {
-    model->selected.send(question, {});
+    app->selected().send(question, {});
     const ChatEntry& answer = thread().entries.back();
     EXPECT_EQ(answer.kind, ChatEntryKind::assistant);
     EXPECT_EQ(answer.provider, std::nullopt);
@@ -34,7 +34,7 @@ TEST_F(StatusDeskTest, FollowsATaskThroughItsPhases) {
   EXPECT_EQ(ask("Are you still working?"),
             "Yes—Kimi is still marked as working, but activity is currently quiet.\n\n"
             "- **Running:** 2m 15s\n- **Activity:** Quiet for 2m 10s");
-  model->selected.send("And then the tests", {});
+  app->selected().send("And then the tests", {});
   client().onPermissionRequest({7, "Run npm test", "", {}});
   EXPECT_EQ(ask(),
             "Kimi is paused and waiting for your approval.\n\n- **Running:** 2m 15s\n"
@@ -43,21 +43,21 @@ TEST_F(StatusDeskTest, FollowsATaskThroughItsPhases) {
   EXPECT_EQ(client().prompts.size(), 1U);
   EXPECT_EQ(thread().queuedPrompts.size(), 1U);
 
-  model->selected.respondToPermission("y");
-  model->selected.clearQueuedPrompts();
+  app->selected().respondToPermission("y");
+  app->selected().clearQueuedPrompts();
   client().finishes();
   EXPECT_EQ(phase(), Phase::completed);
   work("More");
-  model->selected.stopWorking();
+  app->selected().stopWorking();
   EXPECT_EQ(phase(), Phase::idle) << "what was stopped is not told of";
   client().finishes();
   work("Again");
-  model->selected.send("Later", {});
+  app->selected().send("Later", {});
   client().fails(AgentError("no more disk"));
   EXPECT_EQ(ask(),
             "No—the session needs attention.\n\n- **Attention:** no more disk\n"
             "- **Queue:** 1 prompt waiting");
-  model->selected.resetConnection();
+  app->selected().resetConnection();
   EXPECT_EQ(model->status.report(key).detail, "no more disk") << "now from its run";
   EXPECT_EQ(phase(), Phase::failed);
   EXPECT_EQ(saved().back().threads.front().entries.size(), thread().entries.size());
@@ -97,7 +97,7 @@ TEST_F(StatusDeskTest, AnswerGivenDuringAPlaybackSurvivesIt) {
         EXPECT_EQ(runtime.turnEntryID, thread().entries.back().id);
       }
       model->intake.replayStarted(key);
-      model->selected.send("status", {});
+      app->selected().send("status", {});
       model->intake.handle({{"sessionUpdate", "agent_message_chunk"},
                             {"messageId", "played"},
                             {"content", JsonObject{{"text", "Played back"}}}},

@@ -64,7 +64,7 @@ class TaskBranchesTest : public EngineFixture {
     return model->tree.workspace(key.workspaceID)->threads;
   }
   const ChatThread& selected() { return *model->tree.thread(*model->selection.key()); }
-  std::optional<std::string> error() const { return model->selected.errorMessage(); }
+  std::optional<std::string> error() const { return app->selected().errorMessage(); }
 
   GitRepository repository;
   HeldExecutor background;
@@ -113,7 +113,7 @@ TEST_F(TaskBranchesTest, SelectedForkIsReadyToBeTypedIn) {
       if (changes.composerWanted) wanted.push_back(at);
     }
   });
-  model->selected.forkThread({});
+  app->selected().forkThread({});
   main.runReady();
   EXPECT_NE(model->selection.key(), key);
   EXPECT_THAT(wanted, ElementsAre(*model->selection.key()));
@@ -146,7 +146,7 @@ TEST_F(TaskBranchesTest, BranchTakesThePlaceOfThePromptBeforeTheEntry) {
     }
     const auto count = threads().size();
     const ChatThread source = thread();
-    model->selected.branchAndSend(each.from, each.prompt, each.provider);
+    app->selected().branchAndSend(each.from, each.prompt, each.provider);
     EXPECT_EQ(threads().size(), count + (each.isMade ? 1 : 0));
     if (!each.isMade) continue;
     EXPECT_EQ(selected().title, "Work — branch");
@@ -175,7 +175,7 @@ TEST_F(TaskBranchesTest, RetryIsABranchWithTheLatestPromptAndItsFiles) {
   start();
   converse();
   model->tree.updateEntry("u2", key, [](ChatEntry& entry) { entry.attachments.resize(1); });
-  model->selected.retry();
+  app->selected().retry();
   main.runReady();
   EXPECT_THAT(ids(selected()), ElementsAre("u1", "a1", selected().entries.back().id));
   EXPECT_EQ(selected().entries.back().text, "text of u2");
@@ -190,7 +190,7 @@ TEST_F(TaskBranchesTest, ABranchWithoutAWorktreeSaysWhy) {
   converse();
   std::filesystem::rename(repository / ".git/HEAD", repository / ".git/kept");
   repository.file(".git/HEAD", "ref: refs/heads/unborn\n");
-  model->selected.branchAndSend("u2", "Again");
+  app->selected().branchAndSend("u2", "Again");
   main.runReady();
   const auto& entries = selected().entries;
   // Behind it and the prompt: why there is no checkpoint, either.
@@ -211,7 +211,7 @@ TEST_F(TaskBranchesTest, WhatHappensWhileTheWorktreeIsMade) {
     converse();
     clients.clear();
     background.isHeld = true;
-    model->selected.branchAndSend("u2", "Again");
+    app->selected().branchAndSend("u2", "Again");
     main.runReady();
     const auto branch = *model->selection.key();
     EXPECT_TRUE(model->branches->isPreparing(branch));
@@ -219,7 +219,7 @@ TEST_F(TaskBranchesTest, WhatHappensWhileTheWorktreeIsMade) {
     if (what == removed) model->operations->removeWorkspace(branch.workspaceID);
     const Uuid general = model->operations->generalWorkspace()->id;
     if (what == moved) model->operations->moveThread(branch.threadID, branch.workspaceID, general);
-    if (what == stopped) model->selected.stopWorking();
+    if (what == stopped) app->selected().stopWorking();
     if (what == drafted) {
       model->operations->saveComposerDraft("Newer", {}, branch.threadID, branch.workspaceID);
     }
@@ -260,7 +260,7 @@ TEST_F(TaskBranchesTest, ComparisonRunsBothAtOnceInWorktreesOfTheirOwn) {
   model->tree.updateThread(key, [](ChatThread& thread) { thread.title = "Work — fork"; });
   const ChatThread source = thread();
   using enum AgentProvider;
-  model->selected.compareNextPrompt(" Which? ", {grok, codex, codex, claude, kimi});
+  app->selected().compareNextPrompt(" Which? ", {grok, codex, codex, claude, kimi});
   ASSERT_EQ(threads().size(), 3u);
   const ThreadExecutionKey first = *model->selection.key();
   main.runReady();
@@ -287,7 +287,7 @@ TEST_F(TaskBranchesTest, ComparisonRunsBothAtOnceInWorktreesOfTheirOwn) {
 TEST_F(TaskBranchesTest, ComparisonWithoutARepositoryRunsNothing) {
   start();
   converse();
-  model->selected.compareNextPrompt("Which?", {AgentProvider::codex, AgentProvider::claude});
+  app->selected().compareNextPrompt("Which?", {AgentProvider::codex, AgentProvider::claude});
   main.runReady();
   EXPECT_THAT(clients, IsEmpty());
   for (const auto& fork : {threads()[0], threads()[1]}) {
@@ -301,10 +301,10 @@ TEST_F(TaskBranchesTest, ComparisonWithoutARepositoryRunsNothing) {
 TEST_F(TaskBranchesTest, ComparisonTakesTwoAvailableProviders) {
   start();
   converse();
-  model->selected.compareNextPrompt("Which?", {AgentProvider::grok, AgentProvider::codex});
+  app->selected().compareNextPrompt("Which?", {AgentProvider::grok, AgentProvider::codex});
   EXPECT_EQ(error(), "Choose two available providers to compare.");
   EXPECT_EQ(threads().size(), 1u);
-  model->selected.compareNextPrompt(" ", {AgentProvider::claude, AgentProvider::codex});
+  app->selected().compareNextPrompt(" ", {AgentProvider::claude, AgentProvider::codex});
   EXPECT_EQ(threads().size(), 1u);
 }
 

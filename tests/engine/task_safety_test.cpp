@@ -27,7 +27,7 @@ class TaskSafetyTest : public EngineFixture {
     main.runReady();
   }
   std::string content() const { return TemporaryFolder::contentOf(repository / "a.txt"); }
-  std::optional<std::string> error() const { return model->selected.errorMessage(); }
+  std::optional<std::string> error() const { return app->selected().errorMessage(); }
   void finishTurn() {
     client().finishes();
     main.runReady();
@@ -52,7 +52,7 @@ TEST_F(TaskSafetyTest, EachPromptTakesACheckpointThatLeadsBack) {
   model->tree.appendSystemEntry("later", key);
 
   const int before = refreshes;
-  model->selected.restoreCheckpoint(checkpoint);
+  app->selected().restoreCheckpoint(checkpoint);
   EXPECT_TRUE(model->safety->taskSafetyWorking());
   main.runReady();
   EXPECT_FALSE(model->safety->taskSafetyWorking());
@@ -64,7 +64,7 @@ TEST_F(TaskSafetyTest, EachPromptTakesACheckpointThatLeadsBack) {
   EXPECT_EQ(saved().back().thread(key.threadID)->checkpoints.size(), 2);
 
   // And forward again. The conversation is shorter than it was then, and stays so.
-  model->selected.restoreCheckpoint(thread().checkpoints.front());
+  app->selected().restoreCheckpoint(thread().checkpoints.front());
   main.runReady();
   EXPECT_EQ(content(), "of the agent\n");
   EXPECT_EQ(thread().entries.size(), 1);
@@ -74,12 +74,12 @@ TEST_F(TaskSafetyTest, RestoresNothingWhileTheAgentWorksOrWithoutARecoveryCheckp
   startInRepository();
   work("prompt");
   const auto checkpoint = thread().checkpoints.front();
-  model->selected.restoreCheckpoint(checkpoint);
+  app->selected().restoreCheckpoint(checkpoint);
   EXPECT_FALSE(model->safety->taskSafetyWorking());
   EXPECT_EQ(error(), "Stop this task before you restore one of its checkpoints.");
   const auto first = key;
   model->operations->newThread(key.workspaceID);
-  model->selected.restoreCheckpoint(checkpoint);
+  app->selected().restoreCheckpoint(checkpoint);
   EXPECT_EQ(error(), "Could not restore the checkpoint: Another task is at work in this folder.");
   // The same folder by another name, and one that contains it.
   const TemporaryFolder links;
@@ -89,7 +89,7 @@ TEST_F(TaskSafetyTest, RestoresNothingWhileTheAgentWorksOrWithoutARecoveryCheckp
         std::pair(links.folder("other"), false)}) {
     model->operations->addWorkspace(project);
     model->executions.clearError();
-    model->selected.restoreCheckpoint(checkpoint);
+    app->selected().restoreCheckpoint(checkpoint);
     EXPECT_EQ(error().value_or("").contains("Another task"), isShared) << project;
     main.runReady();
   }
@@ -97,7 +97,7 @@ TEST_F(TaskSafetyTest, RestoresNothingWhileTheAgentWorksOrWithoutARecoveryCheckp
   finishTurn();
   repository.file("a.txt", "precious\n");
   std::filesystem::rename(repository / ".git", repository / "git");
-  model->selected.restoreCheckpoint(checkpoint);
+  app->selected().restoreCheckpoint(checkpoint);
   main.runReady();
   EXPECT_EQ(error(), "Could not restore the checkpoint: This project is not a Git repository.");
   EXPECT_EQ(content(), "precious\n");
@@ -107,7 +107,7 @@ TEST_F(TaskSafetyTest, RestoresNothingWhileTheAgentWorksOrWithoutARecoveryCheckp
 TEST_F(TaskSafetyTest, KeepsTheNewestFiftyInTheListAndAllArchives) {
   startInRepository();
   for (int i = 1; i <= 51; ++i) {
-    model->selected.createCheckpoint(std::to_string(i));
+    app->selected().createCheckpoint(std::to_string(i));
     main.runReady();
   }
   ASSERT_EQ(thread().checkpoints.size(), 50);
@@ -122,7 +122,7 @@ TEST_F(TaskSafetyTest, SaysOnceWhyAPromptHadNoCheckpointAndNothingWithoutAReposi
   start();
   work("prompt");
   EXPECT_EQ(texts(), std::vector<std::string>{"prompt"});
-  model->selected.createCheckpoint("Manual checkpoint");
+  app->selected().createCheckpoint("Manual checkpoint");
   main.runReady();
   EXPECT_EQ(error(), "Could not create a checkpoint: This project is not a Git repository.");
 
@@ -141,7 +141,7 @@ TEST_F(TaskSafetyTest, MovesATaskIntoAWorktreeAndNeverBack) {
   work("prompt");
   finishTurn();
   repository.file("a.txt", "not committed\n");
-  model->selected.setTaskWorkspaceMode(TaskWorkspaceMode::isolated);
+  app->selected().setTaskWorkspaceMode(TaskWorkspaceMode::isolated);
   main.runReady();
   EXPECT_EQ(error(), std::nullopt);
   EXPECT_EQ(client().stops, 1);
@@ -154,14 +154,14 @@ TEST_F(TaskSafetyTest, MovesATaskIntoAWorktreeAndNeverBack) {
   work("in the worktree");
   EXPECT_EQ(contexts.back().workspacePath, path);
   finishTurn();
-  model->selected.setTaskWorkspaceMode(TaskWorkspaceMode::shared);
+  app->selected().setTaskWorkspaceMode(TaskWorkspaceMode::shared);
   EXPECT_EQ(thread().workspaceMode, TaskWorkspaceMode::isolated);
   EXPECT_EQ(error(),
             "This task stays isolated so its changes cannot be lost. Open a new shared task, or "
             "merge the worktree from Terminal after reviewing its changes.");
   std::filesystem::remove_all(path);
   EXPECT_EQ(model->tree.executionPath(key), repository.path());
-  model->selected.restoreCheckpoint(thread().checkpoints.back());
+  app->selected().restoreCheckpoint(thread().checkpoints.back());
   main.runReady();
   EXPECT_EQ(content(), "one\n");
   EXPECT_EQ(model->safety->notes().back(),
@@ -171,7 +171,7 @@ TEST_F(TaskSafetyTest, MovesATaskIntoAWorktreeAndNeverBack) {
 TEST_F(TaskSafetyTest, DoesOnePieceOfWorkAtATimeInAFolder) {
   startInRepository();
   background.isHeld = true;
-  model->selected.createCheckpoint("Manual checkpoint");
+  app->selected().createCheckpoint("Manual checkpoint");
   send("prompt");
   EXPECT_EQ(background.held.size(), 1);
   std::exchange(background.held, {}).front()();
@@ -186,7 +186,7 @@ TEST_F(TaskSafetyTest, DoesOnePieceOfWorkAtATimeInAFolder) {
 TEST_F(TaskSafetyTest, HoldsNoPromptUpForLongBehindOtherWork) {
   startInRepository();
   background.isHeld = true;
-  model->selected.createCheckpoint("Manual checkpoint");  // has no limit
+  app->selected().createCheckpoint("Manual checkpoint");  // has no limit
   send("prompt");
   main.advance(TaskSafetyService::automaticTime - 1s);
   EXPECT_TRUE(clients.empty());
@@ -209,7 +209,7 @@ TEST_F(TaskSafetyTest, LetsAPromptWaitForARestoreAndKeepsIt) {
   const auto before = clients.size();
   const auto prompts = client().prompts.size();
   background.isHeld = true;
-  model->selected.restoreCheckpoint(thread().checkpoints.front());
+  app->selected().restoreCheckpoint(thread().checkpoints.front());
   send("go on");
   main.runReady();
   ASSERT_EQ(background.held.size(), 1) << "the recovery checkpoint";

@@ -15,7 +15,7 @@ TEST_F(TurnEnds, StopWhileConnectingEndsTheClientAndTheRetry) {
     send("Go");
     if (inPause) main.advance(std::chrono::seconds(30));
     const auto stopped = clients.back();
-    model->selected.stopWorking();
+    app->selected().stopWorking();
     EXPECT_EQ(stopped->stops, 1);
     EXPECT_EQ(state(), ConnectionState::ready());
     EXPECT_EQ(run().status, RunRecordStatus::cancelled);
@@ -34,7 +34,7 @@ TEST_F(TurnEnds, StopBeforeTheRunHasBegunEndsTheTurn) {
   backgroundExecutor = &checkpoints;
   start();
   send("Go");
-  model->selected.stopWorking();
+  app->selected().stopWorking();
   checkpoints.release();
   main.runReady();
   EXPECT_TRUE(thread().runs.empty());
@@ -44,7 +44,7 @@ TEST_F(TurnEnds, StopBeforeTheRunHasBegunEndsTheTurn) {
 TEST_F(TurnEnds, StopWhileWorkingCancelsAndKeepsTheClient) {
   start();
   work("Go");
-  model->selected.stopWorking();
+  app->selected().stopWorking();
   EXPECT_EQ(client().cancels, 1);
   EXPECT_EQ(client().stops, 0);
   EXPECT_EQ(run().status, RunRecordStatus::cancelled);
@@ -74,7 +74,7 @@ TEST_F(TurnEnds, PromptBehindAStoppedTurnWaitsForItsEnd) {
     SCOPED_TRACE(name);
     work("Go");
     const auto stopped = clients.back();
-    model->selected.stopWorking();
+    app->selected().stopWorking();
     send("More");
     EXPECT_EQ(stopped->prompts.size(), 1U) << "a runtime takes one prompt at a time";
     EXPECT_EQ(state(), ConnectionState::connecting()) << "a further prompt is queued";
@@ -89,7 +89,7 @@ TEST_F(TurnEnds, PromptBehindAStoppedTurnWaitsForItsEnd) {
     EXPECT_EQ(run().status, RunRecordStatus::running);
     client().finishes();
     EXPECT_EQ(run().status, RunRecordStatus::completed);
-    model->selected.resetConnection();
+    app->selected().resetConnection();
   }
 }
 
@@ -97,9 +97,9 @@ TEST_F(TurnEnds, StopOfAPromptThatWaitsForAStoppedTurnSendsNothing) {
   start();
   work("Go");
   const auto stopped = clients.back();
-  model->selected.stopWorking();
+  app->selected().stopWorking();
   send("More");
-  model->selected.stopWorking();
+  app->selected().stopWorking();
   stopped->finishes();
   main.advance(std::chrono::minutes(1));
   EXPECT_EQ(stopped->prompts.size(), 1U);
@@ -145,8 +145,8 @@ TEST_F(TurnEnds, EndedRunIsLeftAloneByWhatComesLater) {
   client().fails(AgentError("quota exceeded"));
   main.runReady();
   client().onPermissionRequest({1, "Late", "", {}});
-  model->selected.respondToPermission("x");
-  model->selected.stopWorking();
+  app->selected().respondToPermission("x");
+  app->selected().stopWorking();
   client().onUnexpectedTermination("Kimi exited with status 0.");
   EXPECT_EQ(run().status, RunRecordStatus::failed);
   EXPECT_EQ(run().statusMessage, "quota exceeded");
@@ -156,7 +156,7 @@ TEST_F(TurnEnds, KeptClientThatDiesBeforeItIsUsedIsReplaced) {
   start();
   work("One");
   client().finishes();
-  model->selected.send("Two", {});
+  app->selected().send("Two", {});
   client().onUnexpectedTermination("gone");  // the turn is on its way to it
   EXPECT_EQ(state(), ConnectionState::connecting()) << "a further prompt is queued";
   main.runReady();

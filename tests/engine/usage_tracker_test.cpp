@@ -174,13 +174,13 @@ TEST_F(UsageResetTest, StartsAClientSpendsOneCreditAndTellsTheOutcome) {
                 .hang());
   reset();
   EXPECT_EQ(clientsMade, 1);
-  EXPECT_EQ(model->selected.errorMessage(),
+  EXPECT_EQ(app->selected().errorMessage(),
             "No current Codex allowance window is eligible for a manual reset.");
   EXPECT_TRUE(main.runUntil([this] { return model->usage.usage(codex)->primaryUsedPercent == 7; }));
   EXPECT_EQ(model->usage.usage(codex)->manualResetCredits, 1) << "not told anew, so as it was";
   reset();
   EXPECT_EQ(clientsMade, 1) << "the client that is there serves";
-  EXPECT_EQ(model->selected.errorMessage(), "Could not reset Codex usage: no such credit");
+  EXPECT_EQ(app->selected().errorMessage(), "Could not reset Codex usage: no such credit");
   EXPECT_TRUE(thread().runs.empty()) << "it is no turn";
 }
 
@@ -191,7 +191,7 @@ TEST_F(UsageResetTest, StartThatFailsOrIsStoppedEndsTheReset) {
 
   model->usageReset->resetSessionUsage(key);
   EXPECT_TRUE(model->usageReset->usageResetInProgress());
-  model->selected.stopWorking();
+  app->selected().stopWorking();
   EXPECT_FALSE(model->usageReset->usageResetInProgress());
 }
 

@@ -10,7 +10,9 @@
 #include <string>
 #include <vector>
 
+#include "app/app_model.h"
 #include "app/app_parts.h"
+#include "app/selected_task.h"
 #include "platform/queues/manual_main_queue.h"
 #include "platform/storage/user_defaults.h"
 #include "records/stores/workspace_store.h"
@@ -140,7 +142,7 @@ class EngineFixture : public ::testing::Test, protected EngineEvents {
   std::function<void()> whenPreparingNotifications;
   std::function<void(std::string kind)> whenTaskEvent;
   std::unique_ptr<AppModel> app;
-  AppModel::Parts* model = nullptr;
+  AppParts* model = nullptr;
   ThreadExecutionKey key;
 };
 
