@@ -11,6 +11,7 @@
 #include "platform/text/text.h"
 #include "records/stores/workspace_store.h"
 #include "runtimes/catalog/permission_mode_texts.h"
+#include "shell/terminal/task_lookup.h"
 
 namespace vantrell::shell {
 
@@ -47,6 +48,17 @@ std::string CommandContext::absolute(std::string_view path) const {
 bool CommandContext::hasTerminal() const {
   return terminal::isTerminal(caller.input) || terminal::isTerminal(caller.streams.output) ||
          terminal::isTerminal(caller.streams.error);
+}
+
+Outcome CommandContext::showTable(const TextTable& table, bool isEmpty,
+                                  std::string_view whenEmpty) {
+  if (isJson()) return exitStatus::completed;
+  if (isEmpty) {
+    console.say(whenEmpty);
+  } else {
+    console.write(table.text(style(), console.columns()));
+  }
+  return exitStatus::completed;
 }
 
 // ---- the end ------------------------------------------------------------------------------------
@@ -123,6 +135,16 @@ void CommandContext::view(const std::function<Outcome(const StateView&)>& look) 
   const auto outcome = look({.workspaces = seen->workspaces, .now = main.now()});
   if (!seen->problems->empty()) complain(*seen->problems);
   finish(outcome);
+}
+
+void CommandContext::viewTask(
+    const std::function<Outcome(const StateView&, const Workspace&, const ChatThread&)>& look) {
+  view([&](const StateView& state) -> Outcome {
+    const auto key = findTask(state.workspaces, word(0));
+    if (!key) return std::unexpected(key.error());
+    return look(state, workspaceOf(state.workspaces, key->workspaceID),
+                threadOf(state.workspaces, *key));
+  });
 }
 
 void CommandContext::open(VantrellOptions options, const std::function<void(VantrellApp&)>& work) {

@@ -15,10 +15,12 @@
 #include "engine/core/changes.h"
 #include "engine/core/refusal.h"
 #include "platform/queues/run_loop.h"
+#include "platform/values/json.h"
 #include "records/stores/workspace_store.h"
 #include "shell/terminal/answer_source.h"
 #include "shell/terminal/command.h"
 #include "shell/terminal/console.h"
+#include "shell/terminal/text_table.h"
 
 namespace vantrell::shell {
 
@@ -62,6 +64,11 @@ class CommandContext {
   const TerminalStyle& style() const { return console.style(); }
   /// A path that was typed, made absolute.
   std::string absolute(std::string_view path) const;
+  /// A JSON object as a line of the output.
+  void writeJson(const JsonObject& object) { console.write(json::write(object) + "\n"); }
+  /// For lists: the table, or a sentence where it would be empty; with --json nothing, since each
+  /// row was written as it came.
+  Outcome showTable(const TextTable& table, bool isEmpty, std::string_view whenEmpty);
   /// Whether one of the caller's streams is a terminal.
   bool hasTerminal() const;
 
@@ -69,6 +76,9 @@ class CommandContext {
 
   /// Reports how the command ended, once what it opened is closed. The first call counts.
   void finish(Outcome outcome);
+  /// Ends it as wrong usage.
+  void misused(UsageError error) { finish(std::unexpected(std::move(error))); }
+  void misused(std::string what) { misused(UsageError{std::move(what)}); }
   /// Says why, and ends it as failed.
   void fail(std::string_view why);
   /// Says why an operation was refused; the outcome of the command.
@@ -84,6 +94,9 @@ class CommandContext {
   std::expected<WorkspaceStore::Peek, std::string> stored() const;
   /// Looks at the conversations and ends with what `look` returns.
   void view(const std::function<Outcome(const StateView&)>& look);
+  /// The same at the task that the first word names.
+  void viewTask(
+      const std::function<Outcome(const StateView&, const Workspace&, const ChatThread&)>& look);
   /// Takes the state and begins `work` with it.
   void open(VantrellOptions options, const std::function<void(VantrellApp&)>& work);
   /// Takes the state, changes something and ends with what `change` returns.

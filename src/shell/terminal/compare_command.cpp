@@ -278,12 +278,12 @@ void compare(CommandContext& context) {
     if (std::ranges::find(providers, provider) == providers.end()) providers.push_back(provider);
   }
   if (providers.size() != 2) {
-    return context.finish(
-        usageError("A comparison takes two providers: vantrell compare \"prompt\" --with codex "
-                   "--with claude"));
+    return context.misused(
+        "A comparison takes two providers: vantrell compare \"prompt\" --with codex "
+        "--with claude");
   }
   auto plan = readRunPlan(context, context.arguments.value(taskOption.name));
-  if (!plan) return context.finish(std::unexpected(plan.error()));
+  if (!plan) return context.misused(plan.error());
   withPrompt(
       context, context.word(0), [&context, providers, plan = *plan](std::string prompt) mutable {
         plan.prompt = std::move(prompt);

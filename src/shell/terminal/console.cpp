@@ -31,7 +31,8 @@ std::size_t ownSequence(std::string_view text) {
   return isOwn ? end + 1 : 0;
 }
 
-/// Whether a carriage return goes back to the start of a line of ours: before one of our sequences, or at the end.
+/// Whether a carriage return goes back to the start of a line of ours: before one of our sequences,
+/// or at the end.
 bool isOwnReturn(std::string_view rest) {
   return rest.size() == 1 || ownSequence(rest.substr(1)) > 0;
 }

@@ -71,7 +71,7 @@ int main(int count, char** words) {
   if (invocation) {
     begin(*invocation, commands, context);
   } else {
-    context.finish(std::unexpected(invocation.error()));
+    context.misused(invocation.error());
   }
   loop.run();
   // The state is free for the next start; the rest is only about reading and cleaning up.

@@ -78,18 +78,14 @@ void listItems(CommandContext& context) {
                {item.prompt},
                {withTilde(item.localPath), &TerminalStyle::dim}});
   }
-  if (items.empty() && !context.isJson()) {
-    context.console.say(context.style().dim(
-        "No pictures or films yet. To make one: vantrell imagine image \"a red fox\"\n"));
-  } else if (!context.isJson()) {
-    context.console.write(table.text(context.style(), context.console.columns()));
-  }
-  context.finish(exitStatus::completed);
+  context.finish(context.showTable(
+      table, items.empty(),
+      "No pictures or films yet. To make one: vantrell imagine image \"a red fox\"\n"));
 }
 
 void tellPaths(CommandContext& context) {
   const auto found = findItems(storedItems(), context);
-  if (!found) return context.finish(std::unexpected(found.error()));
+  if (!found) return context.misused(found.error());
   for (const auto& item : *found) {
     context.console.write(context.isJson() ? asJson(item) : item.localPath + "\n");
   }
@@ -118,7 +114,7 @@ void makeItem(CommandContext& context, ImagineKind kind) {
   std::optional<std::string> executable;
   if (const auto named = context.arguments.value(executableOption.name)) {
     auto found = findProgram(context, *named);
-    if (!found) return context.finish(std::unexpected(found.error()));
+    if (!found) return context.misused(found.error());
     executable = *std::move(found);
   }
   withPrompt(context, context.word(0), [&context, kind, executable](const std::string& given) {
@@ -183,28 +179,20 @@ std::vector<GitChangedFile> changedFiles(const std::string& folder) {
 }
 
 void listArtifacts(CommandContext& context) {
-  context.view([&](const StateView& state) -> Outcome {
-    const auto key = findTask(state.workspaces, context.word(0));
-    if (!key) return std::unexpected(key.error());
-    const ChatThread& thread = threadOf(state.workspaces, *key);
-    const std::string root = executionPath(workspaceOf(state.workspaces, key->workspaceID), thread);
+  context.viewTask([&](const StateView&, const Workspace& workspace, const ChatThread& thread) {
+    const std::string root = executionPath(workspace, thread);
     const auto artifacts =
         ArtifactDiscovery::artifacts(root, changedFiles(root), thread.entries, storedItems());
     TextTable table({{"FROM"}, {.heading = "FILE", .least = 20, .cutsFront = true}});
     for (const auto& each : artifacts) {
       if (context.isJson()) {
-        context.console.write(json::write(JsonObject{{"path", each.path},
-                                                     {"displayPath", each.displayPath()},
-                                                     {"source", rawText(each.source)}}) +
-                              "\n");
+        context.writeJson(JsonObject{{"path", each.path},
+                                     {"displayPath", each.displayPath()},
+                                     {"source", rawText(each.source)}});
       }
       table.add({{std::string(wordFor(each.source)), &TerminalStyle::dim}, {each.displayPath()}});
     }
-    if (context.isJson()) return exitStatus::completed;
-    context.console.write(artifacts.empty()
-                              ? context.style().dim("This task has made no files.\n")
-                              : table.text(context.style(), context.console.columns()));
-    return exitStatus::completed;
+    return context.showTable(table, artifacts.empty(), "This task has made no files.\n");
   });
 }
 

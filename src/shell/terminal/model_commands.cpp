@@ -172,7 +172,7 @@ std::string table(const Console& console, const Choice& choice,
 template <Control control>
 void show(CommandContext& context) {
   const auto read = readChoice(context);
-  if (!read) return context.finish(std::unexpected(read.error()));
+  if (!read) return context.misused(read.error());
   const auto survey = std::make_shared<RuntimeSurvey>(context);
   context.keep(survey);
   survey->askModels(read->provider, [&context, choice = *read,

@@ -55,10 +55,7 @@ void listProjects(CommandContext& context) {
                  {each.updatedAt ? ago(*each.updatedAt, state.now) : "", &TerminalStyle::dim},
                  {each.folder, &TerminalStyle::dim}});
     }
-    if (!context.isJson()) {
-      context.console.write(table.text(context.style(), context.console.columns()));
-    }
-    return exitStatus::completed;
+    return context.showTable(table, false, "");
   });
 }
 
@@ -73,8 +70,8 @@ void report(CommandContext& context, const Workspace& workspace, std::string_vie
 void addProject(CommandContext& context) {
   const std::string folder = context.absolute(context.word(0));
   if (!files::isFolder(folder)) {
-    return context.finish(usageError(
-        fmt::format("There is no folder {}. Make it first, or give another one.", folder)));
+    return context.misused(
+        fmt::format("There is no folder {}. Make it first, or give another one.", folder));
   }
   context.change([&](AppModel& model) -> Outcome {
     const std::size_t before = model.tree().workspaces().size();
@@ -102,12 +99,12 @@ bool isGeneral(AppModel& model, const Workspace& workspace) {
 void removeProject(CommandContext& context) {
   context.open({}, [&context](VantrellApp& app) {
     const auto project = projectOf(context);
-    if (!project) return context.finish(std::unexpected(project.error()));
+    if (!project) return context.misused(project.error());
     const Workspace& workspace = **project;
     if (isGeneral(app.model(), workspace)) {
-      return context.finish(usageError(
+      return context.misused(
           "General stays: it holds the conversations that belong to no project. Its tasks can be "
-          "deleted with vantrell delete ID."));
+          "deleted with vantrell delete ID.");
     }
     const std::size_t count = workspace.threads.size();
     context.confirm(
@@ -308,7 +305,7 @@ void addDecision(CommandContext& context) {
   const std::string title = text::repaired(context.word(0));
   const std::string detail = text::repaired(context.word(1));
   if (text::trimmed(title).empty() || text::trimmed(detail).empty()) {
-    return context.finish(usageError("A decision has a title and a text; one of them is empty."));
+    return context.misused("A decision has a title and a text; one of them is empty.");
   }
   changeContext(context,
                 [&](ProjectContextService& service,
@@ -397,14 +394,9 @@ void listHooks(CommandContext& context) {
                  : isThere(each, folder) ? TableCell{"ready", &TerminalStyle::green}
                                          : TableCell{"missing", &TerminalStyle::yellow}});
     }
-    if (context.isJson()) return exitStatus::completed;
-    if (hooks.empty()) {
-      context.console.say(
-          "No hooks. To add one: vantrell hooks add afterTask .vantrell/hooks/after-task\n");
-    } else {
-      context.console.write(table.text(context.style(), context.console.columns()));
-    }
-    return exitStatus::completed;
+    return context.showTable(
+        table, hooks.empty(),
+        "No hooks. To add one: vantrell hooks add afterTask .vantrell/hooks/after-task\n");
   });
 }
 
@@ -421,9 +413,9 @@ void addHook(CommandContext& context) {
   const auto event = fromRawText<ProjectHookEvent>(context.word(0));
   if (!event) {
     constexpr auto& events = choicesOf<ProjectHookEvent>;
-    return context.finish(
-        usageError(fmt::format("The event cannot be \"{}\"; use {}.{}", onOneLine(context.word(0)),
-                               alternatives(events), suggestion(context.word(0), events))));
+    return context.misused(fmt::format("The event cannot be \"{}\"; use {}.{}",
+                                       onOneLine(context.word(0)), alternatives(events),
+                                       suggestion(context.word(0), events)));
   }
   context.change([&](AppModel& model) -> Outcome {
     const auto project = projectNamed(context, model.tree().workspaces());
@@ -464,20 +456,20 @@ struct HookRun {
 void runHook(CommandContext& context) {
   const auto task = context.arguments.value("--task");
   if (task && context.arguments.has("--project")) {
-    return context.finish(usageError("A task belongs to its project. Leave out --project."));
+    return context.misused("A task belongs to its project. Leave out --project.");
   }
   const auto stored = context.stored();
   if (!stored) return context.fail(stored.error());
   const auto& workspaces = stored->workspaces;
   const auto key = task ? findTask(workspaces, *task) : ThreadExecutionKey{};
-  if (!key) return context.finish(std::unexpected(key.error()));
+  if (!key) return context.misused(key.error());
   const auto project = task ? key->workspaceID : projectNamed(context, workspaces);
-  if (!project) return context.finish(std::unexpected(project.error()));
+  if (!project) return context.misused(project.error());
   const Workspace& workspace = workspaceOf(workspaces, *project);
   const std::string folder =
       task ? executionPath(workspace, threadOf(workspaces, *key)) : workspace.path;
   const auto hook = findHook(storedHooks(context, *project), context.word(0));
-  if (!hook) return context.finish(std::unexpected(hook.error()));
+  if (!hook) return context.misused(hook.error());
   const auto run = std::make_shared<HookRun>();
   context.keep(run);
   run->service = std::make_shared<ProjectHookService>(context.main, run->pool);

@@ -148,7 +148,7 @@ void tellResult(CommandContext& context, RuntimeSurvey& survey, AgentProvider pr
 /// In the terminal of this process, which is the caller's: a log-in is never handed over.
 void login(CommandContext& context) {
   const auto named = readProgramOwner(context.word(0));
-  if (!named) return context.finish(std::unexpected(named.error()));
+  if (!named) return context.misused(named.error());
   const auto survey = surveyFor(context);
   survey->find(*named, [&context, survey = survey.get(), provider = *named](const auto& program) {
     if (!program) {
@@ -234,9 +234,9 @@ void resetNow(CommandContext& context, RuntimeSurvey& survey) {
 /// Spends a credit, if the user at the terminal agrees.
 void reset(CommandContext& context) {
   if (!context.canAsk()) {
-    return context.finish(usageError(
+    return context.misused(
         "A reset spends a credit for good, so it takes a person at a terminal who agrees. Nothing "
-        "was done."));
+        "was done.");
   }
   const auto survey = surveyFor(context);
   survey->askModels(
@@ -257,16 +257,16 @@ void showUsage(CommandContext& context) {
   std::optional<AgentProvider> named;
   if (!context.arguments.words.empty()) {
     const auto provider = readProvider(context.word(0));
-    if (!provider) return context.finish(std::unexpected(provider.error()));
+    if (!provider) return context.misused(provider.error());
     named = *provider;
   }
   if (context.arguments.has("--reset")) {
     if (named && *named != AgentProvider::codex) {
-      return context.finish(usageError(fmt::format("{} has no reset credits. Only Codex has.",
-                                                   ProviderRegistry::descriptor(*named).label)));
+      return context.misused(fmt::format("{} has no reset credits. Only Codex has.",
+                                         ProviderRegistry::descriptor(*named).label));
     }
     if (context.isJson()) {
-      return context.finish(usageError("--reset asks a person. Leave out --json."));
+      return context.misused("--reset asks a person. Leave out --json.");
     }
     return reset(context);
   }

@@ -75,7 +75,7 @@ void showRoute(CommandContext& context) {
     std::optional<ThreadExecutionKey> task;
     if (const auto id = context.arguments.value("--task")) {
       const auto found = findTask(model.tree().workspaces(), *id);
-      if (!found) return context.finish(std::unexpected(found.error()));
+      if (!found) return context.misused(found.error());
       task = *found;
     }
     const auto key = task ? task : model.selection().key();
@@ -96,15 +96,15 @@ void showRoute(CommandContext& context) {
 void route(CommandContext& context) {
   if (context.arguments.words.empty()) return showRoute(context);
   if (!context.arguments.given.empty()) {
-    return context.finish(
-        usageError("--task and --json are for showing the route. Leave them out to set it."));
+    return context.misused(
+        "--task and --json are for showing the route. Leave them out to set it.");
   }
   const auto& word = context.word(0);
   const auto mode = fromRawText<ProviderRoutingMode>(word);
   constexpr auto& routes = choicesOf<ProviderRoutingMode>;
   if (!mode) {
-    return context.finish(usageError(fmt::format("The route cannot be \"{}\"; use {}.{}", word,
-                                                 alternatives(routes), suggestion(word, routes))));
+    return context.misused(fmt::format("The route cannot be \"{}\"; use {}.{}", word,
+                                       alternatives(routes), suggestion(word, routes)));
   }
   context.change([&](AppModel& model) -> Outcome {
     const auto done = model.router().setRoutingMode(*mode, model.selection().key());
@@ -118,10 +118,10 @@ void route(CommandContext& context) {
 
 void handOff(CommandContext& context) {
   const auto named = readProvider(context.word(1));
-  if (!named) return context.finish(std::unexpected(named.error()));
+  if (!named) return context.misused(named.error());
   context.open({}, [&context, provider = *named](VantrellApp& app) {
     const auto task = findTask(app.model().tree().workspaces(), context.word(0));
-    if (!task) return context.finish(std::unexpected(task.error()));
+    if (!task) return context.misused(task.error());
     whetherAvailable(
         context, app, provider, *task, [&context, &app, provider, task = *task](bool isAvailable) {
           if (!isAvailable) {

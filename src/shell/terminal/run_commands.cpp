@@ -24,7 +24,7 @@ constexpr CommandOption eventsOption{"--json", "", "for scripts: one JSON object
 void withPlan(CommandContext& context, std::optional<std::string> task,
               const std::function<void(RunPlan)>& then) {
   auto plan = readRunPlan(context, std::move(task));
-  return plan ? then(*std::move(plan)) : context.finish(std::unexpected(plan.error()));
+  return plan ? then(*std::move(plan)) : context.misused(plan.error());
 }
 
 Outcome outcomeOf(CommandContext& context, const Result<>& result) {
@@ -36,14 +36,14 @@ Outcome outcomeOf(CommandContext& context, const Result<>& result) {
 void run(CommandContext& context) {
   const auto& words = context.arguments.words;
   if (words.empty()) {
-    return context.finish(usageError(
+    return context.misused(
         "What is to be done? Give a prompt: vantrell run \"explain this project\" (or - to read it "
-        "from standard input)."));
+        "from standard input).");
   }
   if (words.size() > 1) {
-    return context.finish(
-        usageError(fmt::format("The prompt is one argument. Put it in quotes: vantrell run \"{}\"",
-                               fmt::join(words, " "))));
+    return context.misused(
+        fmt::format("The prompt is one argument. Put it in quotes: vantrell run \"{}\"",
+                    fmt::join(words, " ")));
   }
   withPlan(context, context.arguments.value(taskOption.name), [&context](RunPlan plan) {
     withPrompt(context, context.word(0), [&context, plan](std::string prompt) mutable {
@@ -75,8 +75,8 @@ constexpr CommandOption turnOptions[] = {
 
 // ---- queue --------------------------------------------------------------------------------------
 
-void showQueue(CommandContext& context, const ChatThread& thread, Date now,
-               std::string_view whenEmpty) {
+Outcome showQueue(CommandContext& context, const ChatThread& thread, Date now,
+                  std::string_view whenEmpty) {
   TextTable table(
       {{"PROMPT"}, {.heading = "GIVEN", .leavesAt = 1}, {.heading = "TEXT", .least = 20}});
   for (const auto& each : thread.queuedPrompts) {
@@ -84,29 +84,21 @@ void showQueue(CommandContext& context, const ChatThread& thread, Date now,
     for (const auto& file : each.attachments) attachments.push_back(file.path);
     const auto count = attachments.size();
     if (context.isJson()) {
-      context.console.write(
-          json::write(JsonObject{{"id", each.id.text()},
-                                 {"text", each.text},
-                                 {"attachments", std::move(attachments)},
-                                 {"createdAt", each.createdAt.secondsSinceReference()}}) +
-          "\n");
+      context.writeJson(JsonObject{{"id", each.id.text()},
+                                   {"text", each.text},
+                                   {"attachments", std::move(attachments)},
+                                   {"createdAt", each.createdAt.secondsSinceReference()}});
     }
     table.add({{shortID(each.id), &TerminalStyle::cyan},
                {ago(each.createdAt, now), &TerminalStyle::dim},
                {count == 0 ? each.text : fmt::format("{} (@{})", each.text, count)}});
   }
-  if (context.isJson()) return;
-  context.console.write(thread.queuedPrompts.empty()
-                            ? std::string(whenEmpty) + "\n"
-                            : table.text(context.style(), context.console.columns()));
+  return context.showTable(table, thread.queuedPrompts.empty(), whenEmpty);
 }
 
 void listQueue(CommandContext& context) {
-  context.view([&](const StateView& state) -> Outcome {
-    const auto key = findTask(state.workspaces, context.word(0));
-    if (!key) return std::unexpected(key.error());
-    showQueue(context, threadOf(state.workspaces, *key), state.now, "The queue is empty.");
-    return exitStatus::completed;
+  context.viewTask([&](const StateView& state, const Workspace&, const ChatThread& thread) {
+    return showQueue(context, thread, state.now, "The queue is empty.\n");
   });
 }
 
@@ -117,14 +109,14 @@ void changeQueue(CommandContext& context,
     const auto key = findTask(model.tree().workspaces(), context.word(0));
     if (!key) return std::unexpected(key.error());
     if (const auto outcome = work(model, *key); outcome != exitStatus::completed) return outcome;
-    showQueue(context, *model.tree().thread(*key), context.main.now(), "The queue is empty now.");
-    return exitStatus::completed;
+    return showQueue(context, *model.tree().thread(*key), context.main.now(),
+                     "The queue is empty now.\n");
   });
 }
 
 void addToQueue(CommandContext& context) {
   auto attachments = attachmentsOf(context);
-  if (!attachments) return context.finish(std::unexpected(attachments.error()));
+  if (!attachments) return context.misused(attachments.error());
   withPrompt(context, context.word(1),
              [&context, attachments = *std::move(attachments)](const std::string& prompt) {
                changeQueue(context, [&](AppModel& model, const ThreadExecutionKey& key) {

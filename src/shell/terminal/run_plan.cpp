@@ -138,7 +138,7 @@ void withPrompt(CommandContext& context, const std::string& given,
   const auto take = [&context, then = std::move(then)](const std::string& text) {
     std::string prompt = text::repaired(text);
     if (!text::trimmed(prompt).empty()) return then(std::move(prompt));
-    context.finish(usageError("The prompt is empty. Say what is to be done."));
+    context.misused("The prompt is empty. Say what is to be done.");
   };
   return given == "-" ? context.readInput(take) : take(given);
 }

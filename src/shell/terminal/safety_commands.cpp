@@ -147,7 +147,7 @@ void diff(CommandContext& context) {
   const auto project = context.arguments.value("--project");
   const bool hasTask = !context.arguments.words.empty();
   if (hasTask && project) {
-    return context.finish(usageError("A task has its own folder. Leave out --project."));
+    return context.misused("A task has its own folder. Leave out --project.");
   }
   if (!hasTask && !project) return showChanges(context, context.caller.folder);
   const auto stored = context.stored();
@@ -155,11 +155,11 @@ void diff(CommandContext& context) {
   const auto& workspaces = stored->workspaces;
   if (project) {
     const auto id = findProject(workspaces, *project, context.caller.folder);
-    if (!id) return context.finish(std::unexpected(id.error()));
+    if (!id) return context.misused(id.error());
     return showChanges(context, workspaceOf(workspaces, *id).path);
   }
   const auto key = findTask(workspaces, context.word(0));
-  if (!key) return context.finish(std::unexpected(key.error()));
+  if (!key) return context.misused(key.error());
   showChanges(context,
               executionPath(workspaceOf(workspaces, key->workspaceID), threadOf(workspaces, *key)));
 }
@@ -206,7 +206,7 @@ void listNotes(CommandContext& context) {
 
 void addNote(CommandContext& context) {
   const std::string body = text::repaired(context.word(2));
-  if (text::trimmed(body).empty()) return context.finish(usageError("The note is empty."));
+  if (text::trimmed(body).empty()) return context.misused("The note is empty.");
   const auto line = context.arguments.count("--line");
   const auto decision = context.arguments.choice<ReviewDecision>("--decision");
   context.change([&](AppModel& model) -> Outcome {
@@ -228,13 +228,11 @@ void addNote(CommandContext& context) {
 void review(CommandContext& context) {
   const std::size_t words = context.arguments.words.size();
   if (words == 2) {
-    return context.finish(
-        usageError("The note is missing: vantrell review ID FILE \"what there is to say\""));
+    return context.misused("The note is missing: vantrell review ID FILE \"what there is to say\"");
   }
   if (words == 3) return addNote(context);
   if (context.arguments.has("--line") || context.arguments.has("--decision")) {
-    return context.finish(
-        usageError("--line and --decision go with a note: vantrell review ID FILE \"...\""));
+    return context.misused("--line and --decision go with a note: vantrell review ID FILE \"...\"");
   }
   listNotes(context);
 }
@@ -254,10 +252,8 @@ std::string asJson(const WorkspaceCheckpoint& checkpoint) {
 }
 
 void listCheckpoints(CommandContext& context) {
-  context.view([&](const StateView& state) -> Outcome {
-    const auto key = findTask(state.workspaces, context.word(0));
-    if (!key) return std::unexpected(key.error());
-    const auto& checkpoints = threadOf(state.workspaces, *key).checkpoints;
+  context.viewTask([&](const StateView& state, const Workspace&, const ChatThread& thread) {
+    const auto& checkpoints = thread.checkpoints;
     TextTable table({{"CHECKPOINT"},
                      {.heading = "LABEL", .least = 20},
                      {.heading = "KIND", .leavesAt = 3},
@@ -273,11 +269,8 @@ void listCheckpoints(CommandContext& context) {
                  {fmt::format("{}", each.conversationEntryCount)},
                  {ago(each.createdAt, state.now), &TerminalStyle::dim}});
     }
-    if (context.isJson()) return exitStatus::completed;
-    context.console.write(checkpoints.empty()
-                              ? "No checkpoints. Each prompt takes one in a Git repository.\n"
-                              : table.text(context.style(), context.console.columns()));
-    return exitStatus::completed;
+    return context.showTable(table, checkpoints.empty(),
+                             "No checkpoints. Each prompt takes one in a Git repository.\n");
   });
 }
 
@@ -296,7 +289,7 @@ void withTask(CommandContext& context,
               const std::function<void(AppModel&, const ThreadExecutionKey&)>& work) {
   context.open({}, [&](VantrellApp& app) {
     const auto key = findTask(app.model().tree().workspaces(), context.word(0));
-    if (!key) return context.finish(std::unexpected(key.error()));
+    if (!key) return context.misused(key.error());
     work(app.model(), *key);
   });
 }
@@ -333,7 +326,7 @@ std::expected<WorkspaceCheckpoint, UsageError> findCheckpoint(const ChatThread& 
 void restoreCheckpoint(CommandContext& context) {
   withTask(context, [&context](AppModel& model, const ThreadExecutionKey& key) {
     const auto found = findCheckpoint(*model.tree().thread(key), context.word(1));
-    if (!found) return context.finish(std::unexpected(found.error()));
+    if (!found) return context.misused(found.error());
     context.confirm(
         fmt::format("{} \"{}\", {}\n"
                     "Restore this checkpoint?\n"
@@ -361,10 +354,9 @@ void isolate(CommandContext& context) {
     const auto report = [&context, &model, key] {
       const auto path = model.tree().executionPath(key).value_or("");
       if (context.isJson()) {
-        return context.console.write(json::write(JsonObject{{"workspaceID", key.workspaceID.text()},
-                                                            {"threadID", key.threadID.text()},
-                                                            {"path", path}}) +
-                                     "\n");
+        return context.writeJson(JsonObject{{"workspaceID", key.workspaceID.text()},
+                                            {"threadID", key.threadID.text()},
+                                            {"path", path}});
       }
       context.console.write(
           fmt::format("{}  works in {}\n", shortID(key.threadID), onOneLine(path)));

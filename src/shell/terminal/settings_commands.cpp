@@ -151,7 +151,7 @@ void show(CommandContext& context) {
     });
   }
   const auto found = findSetting(context.word(0));
-  if (!found) return context.finish(std::unexpected(found.error()));
+  if (!found) return context.misused(found.error());
   const SettingRow& row = **found;
   if (row.isSecret()) {
     return askSecrets(context, [isJson, &row](auto& secrets) {
@@ -199,14 +199,14 @@ void store(CommandContext& context, const SettingRow& row, const std::string& va
 
 void set(CommandContext& context, const SettingRow& row, std::string_view text) {
   if (row.isSecret()) {
-    return context.finish(usageError(
+    return context.misused(
         fmt::format("{0} is a secret, which a command line would show to other programs and to the "
                     "history of your shell. Type \"vantrell settings set {0}\": it asks for the "
                     "address, or reads it from standard input. Nothing was stored.",
-                    row.name)));
+                    row.name));
   }
   const auto value = checkedValue(row, text);
-  if (!value) return context.finish(std::unexpected(value.error()));
+  if (!value) return context.misused(value.error());
   const auto defaults = VantrellApp::defaultsForReading();
   const bool isNewFullAccess = row.name == "mode" &&
                                *value == rawText(GrokPermissionMode::fullAccess) && defaults &&
@@ -231,13 +231,12 @@ void setWebhook(CommandContext& context) {
   context.askHidden("Address of the webhook (it is not shown): ", [&context](const auto& given) {
     const std::string address(text::trimmed(given.value_or("")));
     if (address.empty()) {
-      return context.finish(
-          usageError("No address was given. Nothing was changed. To forget the webhook: vantrell "
-                     "settings reset tasklet-webhook"));
+      return context.misused(
+          "No address was given. Nothing was changed. To forget the webhook: vantrell "
+          "settings reset tasklet-webhook");
     }
     if (!TaskletConfiguration::validatedWebhookURL(address)) {
-      return context.finish(
-          usageError("The address must begin with https://. Nothing was changed."));
+      return context.misused("The address must begin with https://. Nothing was changed.");
     }
     storeWebhook(context, address, "tasklet-webhook is set now.\n");
   });
@@ -247,26 +246,26 @@ void setWebhook(CommandContext& context) {
 void showOrSet(CommandContext& context) {
   if (context.arguments.words.size() < 2) return show(context);
   if (context.isJson()) {
-    return context.finish(usageError("--json shows settings. Leave it out to change one."));
+    return context.misused("--json shows settings. Leave it out to change one.");
   }
   const auto row = findSetting(context.word(0));
-  return row ? set(context, **row, context.word(1)) : context.finish(std::unexpected(row.error()));
+  return row ? set(context, **row, context.word(1)) : context.misused(row.error());
 }
 
 void setNamed(CommandContext& context) {
   const auto row = findSetting(context.word(0));
-  if (!row) return context.finish(std::unexpected(row.error()));
+  if (!row) return context.misused(row.error());
   if (context.arguments.words.size() == 2) return set(context, **row, context.word(1));
   if ((*row)->isSecret()) return setWebhook(context);
-  context.finish(usageError("The value is missing: vantrell settings set NAME VALUE"));
+  context.misused("The value is missing: vantrell settings set NAME VALUE");
 }
 
 void reset(CommandContext& context) {
   const auto found = findSetting(context.word(0));
-  if (!found) return context.finish(std::unexpected(found.error()));
+  if (!found) return context.misused(found.error());
   const SettingRow& row = **found;
   if (!row.isSettable()) {
-    return context.finish(usageError(fmt::format("{} can be seen here, not changed.", row.name)));
+    return context.misused(fmt::format("{} can be seen here, not changed.", row.name));
   }
   if (row.isSecret()) return storeWebhook(context, "", "tasklet-webhook is not set any more.\n");
   context.open({}, [&](VantrellApp& app) {

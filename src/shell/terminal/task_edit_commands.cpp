@@ -68,8 +68,8 @@ std::expected<ThreadExecutionKey, UsageError> makeTask(const CommandContext& con
 void makeNewTask(CommandContext& context) {
   const bool isNamed = !context.arguments.words.empty();
   if (isNamed && text::trimmed(context.word(0)).empty()) {
-    return context.finish(
-        usageError("The title is empty. Leave it out, and the first prompt names the task."));
+    return context.misused(
+        "The title is empty. Leave it out, and the first prompt names the task.");
   }
   context.change([&](AppModel& model) -> Outcome {
     const auto key =
@@ -115,7 +115,7 @@ void fork(CommandContext& context) {
 
 void rename(CommandContext& context) {
   if (text::trimmed(context.word(1)).empty()) {
-    return context.finish(usageError("The new title is empty."));
+    return context.misused("The new title is empty.");
   }
   context.change([&](AppModel& model) -> Outcome {
     const auto key = findTask(model.tree().workspaces(), context.word(0));
@@ -195,7 +195,7 @@ std::string questionBefore(const std::vector<Workspace>& workspaces,
 void remove(CommandContext& context) {
   context.open({}, [&context](VantrellApp& app) {
     const auto keys = findTasks(app.model().tree().workspaces(), context.arguments.words);
-    if (!keys) return context.finish(std::unexpected(keys.error()));
+    if (!keys) return context.misused(keys.error());
     context.confirm(questionBefore(app.model().tree().workspaces(), *keys),
                     [&context, &model = app.model(), keys = *keys] {
                       for (const auto& key : keys) {

@@ -194,7 +194,7 @@ void listTasks(CommandContext& context) {
   const bool onlyArchived = context.arguments.has("--archived");
   const bool isAll = context.arguments.has("--all");
   if (onlyArchived && isAll) {
-    return context.finish(usageError("--all includes the archived tasks. Leave out --archived."));
+    return context.misused("--all includes the archived tasks. Leave out --archived.");
   }
   context.view([&](const StateView& state) -> Outcome {
     std::optional<Uuid> project;
@@ -370,42 +370,37 @@ void show(CommandContext& context) {
   const auto& given = context.arguments;
   const bool wantsRuns = given.has("--runs"), wantsEntries = given.has("--entries");
   if (wantsRuns && context.isJson()) {
-    return context.finish(usageError("--json includes the runs. Leave out --runs."));
+    return context.misused("--json includes the runs. Leave out --runs.");
   }
   if (wantsEntries && (wantsRuns || context.isJson())) {
-    return context.finish(
-        usageError("--entries is a list of its own. Leave out --runs and --json."));
+    return context.misused("--entries is a list of its own. Leave out --runs and --json.");
   }
   if (given.has("--entry") && (given.has("--last") || wantsRuns || wantsEntries)) {
-    return context.finish(
-        usageError("--entry says where to begin. Leave out --last, --runs and --entries."));
+    return context.misused("--entry says where to begin. Leave out --last, --runs and --entries.");
   }
-  context.view([&](const StateView& state) -> Outcome {
-    const auto key = findTask(state.workspaces, context.word(0));
-    if (!key) return std::unexpected(key.error());
-    const ChatThread& thread = threadOf(state.workspaces, *key);
-    const std::size_t most = given.count("--last").value_or(std::string::npos);
-    Console& console = context.console;
-    if (wantsEntries) {
-      console.write(entriesOf(thread, most, console));
-      return exitStatus::completed;
-    }
-    const auto first = firstEntry(thread, most, given.value("--entry"));
-    if (!first) return std::unexpected(first.error());
-    if (context.isJson()) {
-      console.write(recordOf(thread, *first));
-      return exitStatus::completed;
-    }
-    console.write(headOf(workspaceOf(state.workspaces, key->workspaceID), thread, state.now,
-                         context.style()));
-    if (wantsRuns) {
-      console.write("\n" + runsOf(thread, most, state.now, console));
-    } else {
-      printTranscript(console, thread, *first);
-      tellWhatWaits(console, thread);
-    }
-    return exitStatus::completed;
-  });
+  context.viewTask(
+      [&](const StateView& state, const Workspace& workspace, const ChatThread& thread) -> Outcome {
+        const std::size_t most = given.count("--last").value_or(std::string::npos);
+        Console& console = context.console;
+        if (wantsEntries) {
+          console.write(entriesOf(thread, most, console));
+          return exitStatus::completed;
+        }
+        const auto first = firstEntry(thread, most, given.value("--entry"));
+        if (!first) return std::unexpected(first.error());
+        if (context.isJson()) {
+          console.write(recordOf(thread, *first));
+          return exitStatus::completed;
+        }
+        console.write(headOf(workspace, thread, state.now, context.style()));
+        if (wantsRuns) {
+          console.write("\n" + runsOf(thread, most, state.now, console));
+        } else {
+          printTranscript(console, thread, *first);
+          tellWhatWaits(console, thread);
+        }
+        return exitStatus::completed;
+      });
 }
 
 // ---- export, say --------------------------------------------------------------------------------
@@ -413,26 +408,24 @@ void show(CommandContext& context) {
 constexpr mode_t ownerOnly = 0600;  // conversations may hold anything
 
 void exportTask(CommandContext& context) {
-  context.view([&](const StateView& state) -> Outcome {
-    const auto key = findTask(state.workspaces, context.word(0));
-    if (!key) return std::unexpected(key.error());
-    const ChatThread& thread = threadOf(state.workspaces, *key);
-    const std::string document = ConversationMarkdown::render(
-        thread.title, workspaceOf(state.workspaces, key->workspaceID).name, thread.entries);
-    if (context.arguments.words.size() == 1 || context.word(1) == "-") {
-      context.console.write(document);
-      return exitStatus::completed;
-    }
-    const std::string path = context.absolute(context.word(1));
-    if (!context.arguments.has("--replace") && files::exists(path)) {
-      return usageError(
-          fmt::format("\"{}\" exists already. --replace writes over it.", context.word(1)));
-    }
-    const auto written = files::writeAtomically(path, document, ownerOnly);
-    if (written) return exitStatus::completed;
-    context.complain(written.error().description);
-    return exitStatus::failed;
-  });
+  context.viewTask(
+      [&](const StateView&, const Workspace& workspace, const ChatThread& thread) -> Outcome {
+        const std::string document =
+            ConversationMarkdown::render(thread.title, workspace.name, thread.entries);
+        if (context.arguments.words.size() == 1 || context.word(1) == "-") {
+          context.console.write(document);
+          return exitStatus::completed;
+        }
+        const std::string path = context.absolute(context.word(1));
+        if (!context.arguments.has("--replace") && files::exists(path)) {
+          return usageError(
+              fmt::format("\"{}\" exists already. --replace writes over it.", context.word(1)));
+        }
+        const auto written = files::writeAtomically(path, document, ownerOnly);
+        if (written) return exitStatus::completed;
+        context.complain(written.error().description);
+        return exitStatus::failed;
+      });
 }
 
 /// The last answer that has something to say, or nothing.
@@ -446,10 +439,8 @@ std::string lastAnswer(const ChatThread& thread) {
 }
 
 void say(CommandContext& context) {
-  context.view([&](const StateView& state) -> Outcome {
-    const auto key = findTask(state.workspaces, context.word(0));
-    if (!key) return std::unexpected(key.error());
-    const std::string spoken = lastAnswer(threadOf(state.workspaces, *key));
+  context.viewTask([&](const StateView&, const Workspace&, const ChatThread& thread) -> Outcome {
+    const std::string spoken = lastAnswer(thread);
     if (spoken.empty()) {
       context.complain("There is no answer in this task yet.");
       return exitStatus::failed;
@@ -536,7 +527,7 @@ void search(CommandContext& context) {
   SearchRequest request;
   request.text = text::repaired(context.word(0));
   if (text::trimmed(request.text).empty()) {
-    return context.finish(usageError("The text to search for is empty."));
+    return context.misused("The text to search for is empty.");
   }
   if (given.has("--case")) request.letterCase = text::Finder::Case::matters;
   if (const auto scope = given.value("--in")) {

@@ -101,8 +101,8 @@ void practiceTour(CommandContext& context) {
   plan.folder = folder;
   plan.practiceAgent = practiceAgentPath(context);
   if (!files::isExecutable(*plan.practiceAgent)) {
-    return context.finish(usageError(fmt::format(
-        "The practice agent is missing: {}. Build it with ./run.", *plan.practiceAgent)));
+    return context.misused(fmt::format("The practice agent is missing: {}. Build it with ./run.",
+                                       *plan.practiceAgent));
   }
   plan.mode = GrokPermissionMode::ask;
   plan.workflow = TaskWorkflowMode::build;
