@@ -1,6 +1,7 @@
 #include <sys/stat.h>
 
 #include "shell/program_fixture.h"
+#include "support/acp_agent_script.h"
 #include "support/git_repository.h"
 
 namespace vantrell::tests {
@@ -177,6 +178,29 @@ TEST_F(QueueCommands, ComparisonShowsBothAndWhereTheirWorkLies) {
                            "You answered: Allow once.", "You answered: Reject."}) {
     EXPECT_TRUE(asked->output.contains(text)) << text << "\n" << asked->output;
   }
+}
+
+TEST_F(QueueCommands, ComparisonGivesNoHalfToTheOtherProvider) {
+  makeRepository();
+  const auto script = home.file("script", ACPAgentScript()
+                                              .openSession()
+                                              .expectPrompt()
+                                              .error("usage limit reached")
+                                              .line("hang")
+                                              .text());
+  const auto limited = home.file(
+      "limited", "#!/bin/sh\nexec '" + ACPAgentScript::program() + "' '" + script + "'\n");
+  chmod(limited.c_str(), 0755);
+  does({"settings", "kimi-path", limited});
+  const auto done = does({"compare", "--json", "--with", "kimi", "--with", "grok", "SAY:hello"});
+  EXPECT_EQ(code(done), 1) << done->error;
+  std::map<std::string, std::string> statuses;
+  for (const auto& event : ofKind(done, "result")) {
+    EXPECT_EQ(json::textOr(event, "provider", "?"), json::textOr(event, "chosen", "!"));
+    statuses[json::textOr(event, "provider", "")] = json::textOr(event, "status", "");
+  }
+  EXPECT_EQ(statuses,
+            (std::map<std::string, std::string>{{"grok", "completed"}, {"kimi", "failed"}}));
 }
 
 TEST_F(QueueCommands, ComparisonIsStoppedWhole) {

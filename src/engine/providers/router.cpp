@@ -177,13 +177,29 @@ std::optional<AgentProvider> Router::providerForNextTurn(const Providers& exclud
   return decision ? std::optional(decision->provider) : std::nullopt;
 }
 
+namespace {
+
+/// Whether the other half of the conversation's comparison was given to the provider, which is not
+/// to do both unasked.
+bool hasOtherHalf(const WorkspaceTree& tree, const ThreadExecutionKey& key,
+                  AgentProvider provider) {
+  const ChatThread* thread = tree.thread(key);
+  if (!thread || !thread->comparisonGroupID) return false;
+  return std::ranges::any_of(tree.workspace(key.workspaceID)->threads, [&](const ChatThread& each) {
+    return each.id != thread->id && each.comparisonGroupID == thread->comparisonGroupID &&
+           each.preferredProvider == provider;
+  });
+}
+
+}  // namespace
+
 std::optional<AgentProvider> Router::nextAutomaticProvider(AgentProvider after,
                                                            const Providers& attempted,
                                                            const ThreadExecutionKey& key) {
   AvailabilityCheck check(*this, key);
   for (const auto each : order(after)) {
     if (each == after || attempted.contains(each) || !check.isAvailable(each)) continue;
-    if (!isExhausted(each)) return each;
+    if (!isExhausted(each) && !hasOtherHalf(core_.tree, key, each)) return each;
   }
   return std::nullopt;
 }
