@@ -191,16 +191,17 @@ TEST_F(QueueCommands, ComparisonGivesNoHalfToTheOtherProvider) {
   const auto limited = home.file(
       "limited", "#!/bin/sh\nexec '" + ACPAgentScript::program() + "' '" + script + "'\n");
   chmod(limited.c_str(), 0755);
-  does({"settings", "kimi-path", limited});
+  does({"settings", "grok-path", limited});
   const auto done = does({"compare", "--json", "--with", "kimi", "--with", "grok", "SAY:hello"});
   EXPECT_EQ(code(done), 1) << done->error;
+  EXPECT_TRUE(done->output.contains("usage limit reached")) << done->output;
   std::map<std::string, std::string> statuses;
   for (const auto& event : ofKind(done, "result")) {
     EXPECT_EQ(json::textOr(event, "provider", "?"), json::textOr(event, "chosen", "!"));
     statuses[json::textOr(event, "provider", "")] = json::textOr(event, "status", "");
   }
   EXPECT_EQ(statuses,
-            (std::map<std::string, std::string>{{"grok", "completed"}, {"kimi", "failed"}}));
+            (std::map<std::string, std::string>{{"grok", "failed"}, {"kimi", "completed"}}));
 }
 
 TEST_F(QueueCommands, ComparisonIsStoppedWhole) {
