@@ -74,8 +74,8 @@ class Home:
         )
 
     def export(self):
-        """What the program itself says is there, after a start (an export alone is none)."""
-        for arguments in (["tasks"], ["settings", "export"]):
+        """What the program itself says is there, after a start: looking alone is none."""
+        for arguments in (["settings", "scale", "1.0"], ["settings", "export"]):
             done = self.start(arguments)
             output, error = done.communicate(timeout=60)
             demand(done.returncode == 0, f"the program does not start again: {error.decode()}")

@@ -116,6 +116,8 @@ bool WorkspaceTree::flush() {
       finished(write);
     }
   };
+  // A short command may end before their transcripts are loaded.
+  while (!leftOpen_.empty()) endOpenTools(leftOpen_.begin()->first);
   handOver();
   await();
   if (lastWriteFailed_) {
@@ -147,15 +149,17 @@ void WorkspaceTree::settleRunsLeftOpen() {
         wasOpen = true;
       }
       if (!wasOpen) continue;
-      loadTranscript(key, [this, key, count = thread.entries.size()] { endOpenTools(key, count); });
+      leftOpen_[key] = thread.entries.size();
+      loadTranscript(key, [this, key] { endOpenTools(key); });
     }
   }
 }
 
-void WorkspaceTree::endOpenTools(const ThreadExecutionKey& key, std::size_t count) {
+void WorkspaceTree::endOpenTools(const ThreadExecutionKey& key) {
+  const auto left = leftOpen_.extract(key);
   ChatThread* found = find(key);
-  if (!found) return;
-  for (std::size_t i = std::min(count, found->entries.size()); i-- > 0;) {
+  if (left.empty() || !found) return;
+  for (std::size_t i = std::min(left.mapped(), found->entries.size()); i-- > 0;) {
     ChatEntry& entry = found->entries[i];
     if (entry.kind != ChatEntryKind::tool || !entry.status || !isOpenToolStatus(*entry.status)) {
       continue;

@@ -121,7 +121,7 @@ class WorkspaceTree {
   void handOver();
   void finishLoading(const ThreadExecutionKey& key);
   /// Of a turn that an earlier process began.
-  void endOpenTools(const ThreadExecutionKey& key, std::size_t count);
+  void endOpenTools(const ThreadExecutionKey& key);
   void loaded(const ThreadExecutionKey& key);
   void finished(const std::shared_ptr<Write>& write);
 
@@ -139,6 +139,8 @@ class WorkspaceTree {
   Timer streamTimer_;
   Duration lastHandOver_{};  // uptime
   std::map<ThreadExecutionKey, std::vector<std::function<void()>>> loading_;
+  /// Entries of conversations whose runs were left open: tools among them are to end.
+  std::map<ThreadExecutionKey, std::size_t> leftOpen_;
   // Where the last look-up found its thread: streams look the same one up thousands of times.
   mutable std::size_t lastWorkspace_ = 0;
   mutable std::size_t lastThread_ = 0;

@@ -123,7 +123,12 @@ std::expected<WorkspaceStore::Peek, std::string> CommandContext::stored() const 
   // What a process that has ended left open is over.
   for (auto& workspace : seen->workspaces) {
     for (auto& thread : workspace.threads) {
-      for (auto& run : thread.runs) interruptIfOpen(run, main.now());
+      bool wasOpen = false;
+      for (auto& run : thread.runs) wasOpen |= interruptIfOpen(run, main.now());
+      for (std::size_t i = 0; wasOpen && i < thread.entries.size(); ++i) {
+        const auto& status = std::as_const(thread.entries)[i].status;
+        if (status && isOpenToolStatus(*status)) thread.entries[i].status = "failed";
+      }
     }
   }
   return seen;
