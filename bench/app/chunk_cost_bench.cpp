@@ -1,12 +1,13 @@
 // What one chunk of a stream costs in transcripts of different lengths: it must not depend on them.
 
-#include "app/ports.h"
-#include "bench_folder.h"
 #include "app/app_model.h"
+#include "app/app_parts.h"
+#include "bench_folder.h"
 #include "platform/queues/manual_main_queue.h"
 #include "platform/storage/user_defaults.h"
 #include "ratio.h"
 #include "records/stores/workspace_store.h"
+#include "support/fake_services.h"
 
 using namespace vantrell;
 
@@ -17,7 +18,15 @@ class Conversation {
   explicit Conversation(int entries)
       : defaults_(UserDefaults::inMemory()),
         store_(*defaults_, folder_.path()),
-        model_(main_, *defaults_, store_, neutralPorts()),
+        app_({.main = main_,
+              .defaults = *defaults_,
+              .store = store_,
+              .providers = providers_,
+              .projects = projects_,
+              .events = events_,
+              .programs = programs_,
+              .supportFolder = folder_.path()}),
+        model_(app_.parts()),
         key_(*model_.selection.key()) {
     model_.executions.execution(key_);
     for (int i = 0; i < entries; ++i) chunk("message-" + std::to_string(i));
@@ -30,6 +39,7 @@ class Conversation {
     // The text is put back after the round, so that every round appends to a short one.
     const auto time = bench::timed([&] {
       for (int i = 0; i < chunksOfARound; ++i) model_.intake.handle(update, key_);
+      main_.runReady();  // the announcement
     });
     model_.tree.updateEntry(last, key_, [](ChatEntry& entry) { entry.text = "x"; });
     return time;
@@ -49,7 +59,12 @@ class Conversation {
   ManualMainQueue main_;
   std::unique_ptr<UserDefaults> defaults_;
   WorkspaceStore store_;
-  AppModel model_;
+  tests::FakeProviders providers_;
+  tests::FakeProjects projects_;
+  EngineEvents events_;
+  RuntimePrograms programs_;
+  AppModel app_;
+  AppParts& model_;
   ThreadExecutionKey key_;
 };
 

@@ -17,6 +17,7 @@ constexpr int rounds = 6;
 struct Seen {
   std::vector<double> delays;  // nanoseconds
   std::chrono::nanoseconds processorTime{};
+  std::ptrdiff_t updates = 0;
 
   double delay(double share) {
     const auto place = delays.begin() +
@@ -25,7 +26,7 @@ struct Seen {
     return *place;
   }
   double cost() const {
-    return static_cast<double>(processorTime.count()) / static_cast<double>(delays.size());
+    return static_cast<double>(processorTime.count()) / static_cast<double>(updates);
   }
 };
 
@@ -35,24 +36,35 @@ void stream(int conversations, int round, Seen& seen) {
     const auto& dialect = bench::streamDialects()[static_cast<std::size_t>(i + round) % 3];
     parts.push_back({&dialect, "", updates, period});
   }
-  std::map<ThreadExecutionKey, int> counts;
+  std::map<ThreadExecutionKey, std::size_t> counts;  // bytes of text that were looked at
   bool isOver = false;
   std::chrono::nanoseconds start{};
   bench::StreamFixture(parts).run(
       [] {},
-      [&](const Change& change) {
-        if (change.kind != Change::Kind::textAdded || isOver) return;
-        const bool allStream = std::cmp_equal(counts.size(), conversations);
-        if (++counts[*change.conversation] == updates - 1) {
-          isOver = true;
-          seen.processorTime += bench::processorTime() - start;
+      [&](const ChangeBatch& batch, const WorkspaceTree& tree) {
+        for (const auto& [key, changes] : batch.conversations) {
+          if (changes.changedEntries.empty() || isOver) continue;
+          const bool allStream = std::cmp_equal(counts.size(), conversations);
+          // The times of all updates so far, each with a blank behind it.
+          const std::string& times = tree.thread(key)->entries.back().text;
+          std::size_t& read = counts[key];
+          const auto last = times.rfind(' ', times.size() - 2);
+          const double delay =
+              static_cast<double>(bench::monotonicNow() - std::stoll(times.substr(last + 1)));
+          const auto news =
+              std::count(times.begin() + static_cast<std::ptrdiff_t>(read), times.end(), ' ');
+          read = times.size();
+          if (std::count(times.begin(), times.end(), ' ') >= updates - 1) {
+            isOver = true;
+            seen.processorTime += bench::processorTime() - start;
+          }
+          if (!allStream) {
+            start = bench::processorTime();
+            continue;
+          }
+          seen.updates += news;
+          seen.delays.push_back(delay);
         }
-        if (!allStream) {
-          start = bench::processorTime();
-          return;
-        }
-        seen.delays.push_back(
-            static_cast<double>(bench::monotonicNow() - std::stoll(std::string(change.text))));
       },
       [](const Transcript&) {});
   if (!isOver || seen.delays.empty()) std::abort();

@@ -8,14 +8,15 @@
 #include <string>
 #include <vector>
 
-#include "app/ports.h"
+#include "app/app_model.h"
+#include "app/app_parts.h"
 #include "app/stream_agent.h"
 #include "bench_folder.h"
-#include "app/app_model.h"
 #include "platform/process/process.h"
 #include "platform/queues/run_loop.h"
 #include "platform/storage/user_defaults.h"
 #include "records/stores/workspace_store.h"
+#include "support/fake_services.h"
 
 namespace vantrell::bench {
 
@@ -31,9 +32,9 @@ class StreamFixture {
   }
 
   /// Runs one turn of each conversation to its end. `streaming` is called when a prompt goes out,
-  /// `observe` for each change, `streamed` when a run has ended.
+  /// `observe` for each announcement, `streamed` when a run has ended.
   void run(const std::function<void()>& streaming,
-           const std::function<void(const Change&)>& observe,
+           const std::function<void(const ChangeBatch&, const WorkspaceTree&)>& observe,
            const std::function<void(const Transcript&)>& streamed) {
     RunLoop main;
     BackgroundPool pool;
@@ -41,7 +42,10 @@ class StreamFixture {
     WorkspaceStore store(*defaults, folder_.path());
 
     // Routing looks at all of them, to give the reason for its choice.
-    std::map<AgentProvider, ProviderConnector> connectors;
+    tests::FakeProviders providers;
+    tests::FakeProjects projects;
+    RuntimePrograms programs;
+    EngineEvents events;
     for (const auto each : allAgentProviders) {
       ProviderConnector& connector = providers.connectors[each];
       connector.provider = each;
@@ -55,11 +59,15 @@ class StreamFixture {
                                         main, pool);
       };
     }
-    EnginePorts ports = neutralPorts();
-    ports.connector = [&](AgentProvider provider) -> const ProviderConnector& {
-      return connectors.at(provider);
-    };
-    AppModel model(main, *defaults, store, ports);
+    AppModel app({.main = main,
+                  .defaults = *defaults,
+                  .store = store,
+                  .providers = providers,
+                  .projects = projects,
+                  .events = events,
+                  .programs = programs,
+                  .supportFolder = folder_.path()});
+    AppParts& model = app.parts();
 
     const Uuid workspace = model.selection.key()->workspaceID;
     std::vector<ThreadExecutionKey> keys;
@@ -70,19 +78,21 @@ class StreamFixture {
       model.tree.addThread(std::move(thread), workspace);
     }
     std::size_t ended = 0;
-    const auto observation = model.changes.observe([&](const Change& change) {
-      observe(change);
-      if (change.kind != Change::Kind::runChanged) return;
-      const RunRecord& run = *model.tree.latestRun(*change.conversation);
-      if (run.status == RunRecordStatus::running) streaming();
-      if (isActive(run.status)) return;
-      if (run.status != RunRecordStatus::completed) std::abort();
-      streamed(model.tree.thread(*change.conversation)->entries);
-      if (++ended == parts_.size()) main.quit();
+    const auto observation = model.changes.observe([&](const ChangeBatch& batch) {
+      observe(batch, model.tree);
+      for (const auto& [key, changes] : batch.conversations) {
+        if (!changes.runs) continue;
+        const RunRecord& run = *model.tree.latestRun(key);
+        if (run.status == RunRecordStatus::running) streaming();
+        if (isActive(run.status)) continue;
+        if (run.status != RunRecordStatus::completed) std::abort();
+        streamed(model.tree.thread(key)->entries);
+        if (++ended == parts_.size()) main.quit();
+      }
     });
-    for (const auto& key : keys) model.driver->sendNow("Go", {}, key);
+    for (const auto& key : keys) model.composer->sendNow("Go", {}, key);
     main.run();
-    model.endAllWork();
+    app.endAllWork();
     Process::waitForAll(std::chrono::seconds(5));
   }
 

@@ -31,7 +31,7 @@ int main() {
           before = bench::memory("VmRSS");
           std::ofstream("/proc/self/clear_refs") << "5";  // the peak starts anew
         },
-        [](const Change&) {},
+        [](const ChangeBatch&, const WorkspaceTree&) {},
         [&](const Transcript& entries) {
           // Before the end of the run is stored: storing is measured with the store.
           peak = bench::memory("VmHWM");

@@ -11,13 +11,14 @@ int main(int count, char** arguments) {
   if (bench::wasStreamAgent()) return 0;
   constexpr int lineCount = 200'000;
   constexpr int linesOfAMessage = 100;
+  static constexpr std::string_view words = "a few words of it ";
   int status = EXIT_SUCCESS;
   for (const auto& dialect : bench::streamDialects()) {
     if (count > 1 && dialect.name != arguments[1]) continue;
     std::string lines;
     for (int i = 0; i < lineCount; ++i) {
       lines +=
-          dialect.update(fmt::format("msg-{}", i / linesOfAMessage), "a few words of it ") + "\n";
+          dialect.update(fmt::format("msg-{}", i / linesOfAMessage), std::string(words)) + "\n";
     }
     bench::StreamFixture fixture(dialect, lines);
 
@@ -31,11 +32,11 @@ int main(int count, char** arguments) {
             start = bench::Clock::now();
             before = bench::processorTime();
           },
-          [&](const Change& change) {
-            seen +=
-                change.kind == Change::Kind::textAdded || change.kind == Change::Kind::entryAdded;
-          },
-          [&](const Transcript&) {
+          [](const ChangeBatch&, const WorkspaceTree&) {},
+          [&](const Transcript& entries) {
+            for (const auto& entry : entries) {
+              if (entry.provider) seen += static_cast<int>(entry.text.size() / words.size());
+            }
             end = bench::Clock::now();
             streaming += bench::processorTime() - before;
           });

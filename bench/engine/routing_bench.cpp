@@ -4,16 +4,16 @@
 #include <fstream>
 
 #include "bench_folder.h"
-#include "engine/imagine/imagine_controller.h"
-#include "engine/providers/installed_runtimes.h"
 #include "engine/providers/router.h"
 #include "platform/http/http_client.h"
 #include "platform/process/process.h"
 #include "platform/queues/manual_main_queue.h"
 #include "platform/storage/user_defaults.h"
 #include "ratio.h"
+#include "records/stores/orchestration_store.h"
 #include "records/stores/workspace_store.h"
 #include "runtimes/tasklet/tasklet_webhook.h"
+#include "support/fake_services.h"
 
 using namespace vantrell;
 
@@ -51,27 +51,31 @@ int main() {
                                               .webhook = nullptr,
                                               .customExecutable = program});
   const auto status = serverWithModels();
-  EnginePorts ports;
-  ports.connector = [&](AgentProvider each) -> const ProviderConnector& {
-    return connectors.connector(each);
-  };
-  ports.localRuntimeStatus = [&] { return status; };
-  ports.isTaskletConfigured = [] { return true; };
+  tests::FakeProviders providers;
+  providers.localStatus = status;
+  providers.isConfigured = true;
+  for (const auto each : allAgentProviders) {
+    providers.connectors[each] = connectors.connector(each);
+  }
 
   WorkspaceStore store(*defaults, folder.path());
-  EngineCore core(main, *defaults, store, ports);
-  core.tree.load();
-  UsageTracker usage(core);
-  ProviderSetup setup(core);
-  InstalledRuntimes runtimes(core.changes, {});
-  const auto imagine = std::make_shared<ImagineController>(core, runtimes);
-  Approvals approvals(core, *imagine);
-  Router router(core, approvals, setup, usage);
+  Changes changes(main);
+  Settings settings(*defaults, changes);
+  WorkspaceTree tree(main, store, changes);
+  Selection selection(*defaults, changes);
+  ExecutionTable executions(main, changes);
+  EngineEvents events;
+  RunLifecycle runs(main, tree, executions, events);
+  OrchestrationStore ledgers(folder.path(), [&] { return main.now(); }, [](const std::string&) {});
+  tree.load();
+  UsageTracker usage(main, changes, ledgers, nullptr);
+  ProviderSetup setup({settings, tree, selection, executions, runs, providers});
+  Router router({main, settings, tree, selection, executions, runs, setup, usage});
 
-  const Workspace& general = core.tree.workspaces().front();
+  const Workspace& general = tree.workspaces().front();
   const ThreadExecutionKey key{general.id, general.threads.front().id};
-  core.selection.select(key.workspaceID, key.threadID);
-  core.executions.execution(key).activeProvider = AgentProvider::local;
+  selection.select(key.workspaceID, key.threadID);
+  executions.execution(key).activeProvider = AgentProvider::local;
   // All but the last of the order are used up, so that all are looked at.
   for (const auto each : allAgentProviders) {
     usage.discovered({.provider = each,

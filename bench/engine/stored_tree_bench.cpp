@@ -109,7 +109,7 @@ class Tree {
   std::unique_ptr<UserDefaults> defaults_ = UserDefaults::inMemory();
   ManualMainQueue main_;
   WorkspaceStore store_;
-  Changes changes_;
+  Changes changes_{main_};
   Writer writer_;
   WorkspaceTree tree_{main_, store_, changes_, &writer_};
   ThreadExecutionKey key_;

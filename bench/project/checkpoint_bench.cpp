@@ -1,4 +1,4 @@
-// A checkpoint stands before every prompt. In a repository of 20,000 files with 20 changed it
+// A checkpoint stands before every prompt. In a repository of 20,000 fileCount with 20 changed it
 // should cost a few looks at the working tree, which is what "git status" does once.
 #include <filesystem>
 #include <fmt/format.h>
@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr int files = 20'000;
+constexpr int fileCount = 20'000;
 constexpr int changed = 20;
 constexpr int rounds = 15;
 
@@ -36,7 +36,7 @@ int main() {
   setenv("GIT_COMMITTER_EMAIL", "bench@example.invalid", 1);
   const bench::Folder project;
   const bench::Folder support;
-  for (int i = 0; i < files; ++i) write(pathOf(project.path(), i), i);
+  for (int i = 0; i < fileCount; ++i) write(pathOf(project.path(), i), i);
   runGit(project.path(), {"init", "--quiet"});
   runGit(project.path(), {"add", "--all"});
   if (!runGit(project.path(), {"commit", "--quiet", "-m", "All"}).succeeded()) return EXIT_FAILURE;
@@ -60,5 +60,5 @@ int main() {
         });
       });
   if (!isDone) return EXIT_FAILURE;
-  return bench::report({"a checkpoint with 20 of 20,000 files changed", "git status", 8}, found);
+  return bench::report({"a checkpoint with 20 of 20,000 fileCount changed", "git status", 8}, found);
 }
