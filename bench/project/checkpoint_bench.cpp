@@ -1,4 +1,4 @@
-// A checkpoint stands before every prompt. In a repository of 20,000 fileCount with 20 changed it
+// A checkpoint stands before every prompt. In a repository of 20,000 files with 20 changed it
 // should cost a few looks at the working tree, which is what "git status" does once.
 #include <filesystem>
 #include <fmt/format.h>
@@ -60,5 +60,5 @@ int main() {
         });
       });
   if (!isDone) return EXIT_FAILURE;
-  return bench::report({"a checkpoint with 20 of 20,000 fileCount changed", "git status", 8}, found);
+  return bench::report({"a checkpoint with 20 of 20,000 files changed", "git status", 8}, found);
 }
