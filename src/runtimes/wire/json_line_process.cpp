@@ -31,6 +31,7 @@ struct JsonLineProcess::State {
   std::string errorTail;  // of a character cut in two
   std::weak_ptr<Process> process;
   std::string cause;  // of its end, as far as it lies here
+  bool hasWriteFailed = false;
   bool isStopped = false;
 
   /// The words of a runtime that is dying already are still read.
@@ -80,11 +81,14 @@ std::expected<std::unique_ptr<JsonLineProcess>, ProcessError> JsonLineProcess::s
   events.onOutput = [state](std::string_view bytes) { state->consume(bytes); };
   events.onError = [state](std::string_view bytes) { state->consumeError(bytes); };
   events.onWriteError = [state](ProcessError error) {
+    state->hasWriteFailed = state->cause.empty();
     state->giveUp(std::move(error.description));
   };
   events.onExit = [state](ExitStatus status) {
     const Mailbox::Hold together(*state->mailbox);
     const std::string words = state->errorText.contents();
+    // One that had ended by itself could not be written to either: its own status says more.
+    if (state->hasWriteFailed && status.signal == 0) state->cause.clear();
     if (state->handlers.onEnd) {
       state->handlers.onEnd({status, std::string(text::trimmed(words)), state->cause});
     }

@@ -195,11 +195,12 @@ AnswerSource& CommandContext::answers() {
 
 void CommandContext::ask(std::string_view question,
                          std::function<void(std::optional<std::string>)> reply) {
-  console.prompt(question);
+  // First what was typed before the question is dropped: an answer to it must not be.
   answers().ask([this, reply = std::move(reply)](std::optional<std::string> line) {
     if (!line) console.prompt("\n");
     reply(std::move(line));
   });
+  console.prompt(question);
 }
 
 void CommandContext::askHidden(std::string_view question,
