@@ -138,6 +138,9 @@ TEST_F(QueueCommands, BranchRunsInAWorktreeAndLeavesTheTaskAsItIs) {
   EXPECT_EQ(said(threadOf(fork), "assistant"), Words{"one"});
   EXPECT_EQ(code(does({"fork", task, "--through", "nowhere"})), 2);
   EXPECT_EQ(code(does({"branch", task, "--from", "nowhere", "SAY:x"})), 2);
+  const auto gone = does({"delete", made, "--yes"});
+  EXPECT_EQ(code(gone), 0);
+  EXPECT_TRUE(gone->error.contains("Its worktree stays: " + folder)) << gone->error;
 }
 
 TEST_F(QueueCommands, BranchWithoutARepositorySaysThatItWorksInTheProject) {

@@ -276,11 +276,17 @@ void listCheckpoints(CommandContext& context) {
 
 /// For the safety service: what it had to say, then the report.
 TaskSafety::Done whenSafe(CommandContext& context, std::function<void()> report) {
-  return [&context, report = std::move(report)](const Result<>& done) {
+  // A restore that is left half way is the worst of all ends.
+  const auto signal = std::make_shared<int>(0);
+  context.keep(context.caller.watchSignals([&context, signal](int number) {
+    *signal = number;
+    context.complain("This cannot stop half way. It is finished first.");
+  }));
+  return [&context, signal, report = std::move(report)](const Result<>& done) {
     for (const auto& note : context.model().safety().notes()) context.complain(onOneLine(note));
     if (!done) return context.finish(context.refused(done.error()));
     report();
-    context.finish(exitStatus::completed);
+    context.finish(*signal == 0 ? exitStatus::completed : 128 + *signal);
   };
 }
 

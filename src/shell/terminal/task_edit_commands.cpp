@@ -200,9 +200,15 @@ void remove(CommandContext& context) {
                     [&context, &model = app.model(), keys = *keys] {
                       for (const auto& key : keys) {
                         report(context, model.tree().workspaces(), key, "deleted");
+                        const auto worktree = model.tree().thread(key)->isolatedWorkspacePath;
                         const auto done =
                             model.operations().deleteThread(key.threadID, key.workspaceID);
                         if (!done) return context.finish(context.refused(done.error()));
+                        if (worktree && files::isFolder(*worktree)) {
+                          context.complain(fmt::format(
+                              "Its worktree stays: {}. To remove it: git worktree remove FOLDER",
+                              onOneLine(*worktree)));
+                        }
                       }
                       context.finish(exitStatus::completed);
                     });
