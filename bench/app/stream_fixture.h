@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <string>
@@ -19,6 +20,11 @@
 #include "support/fake_services.h"
 
 namespace vantrell::bench {
+
+/// By its path: in a child, /proc/self/exe is another program.
+inline std::string ownProgram() {
+  return std::filesystem::read_symlink("/proc/self/exe").string();
+}
 
 class StreamFixture {
  public:
@@ -55,7 +61,7 @@ class StreamFixture {
       ProviderConnector& connector = providers.connectors[part.dialect->provider];
       connector.isAvailable = [](const auto&) { return true; };
       connector.makeClient = [&](const ProviderConnectorContext& context) {
-        return part.dialect->makeClient("/proc/self/exe", context.workspacePath, part.environment(),
+        return part.dialect->makeClient(ownProgram(), context.workspacePath, part.environment(),
                                         main, pool);
       };
     }
