@@ -78,9 +78,9 @@ void AgentSession::setCallbacks() {
   client_->onUsageUpdate = whileServing([](AgentSession& self, const ProviderUsage& usage) {
     if (self.listener_) self.listener_->agentReportedUsage(usage);
   });
-  // The models of a provider are the same for all its sessions, so only we must be alive.
+  // A late report of a client that was replaced would be taken for the present provider's.
   client_->onModelOptionsUpdate =
-      weakly(this, [](AgentSession& self, std::vector<ProviderModelOption> options) {
+      whileServing([](AgentSession& self, std::vector<ProviderModelOption> options) {
         if (self.listener_) self.listener_->agentReportedModels(std::move(options));
       });
   client_->onPermissionWithdrawn = whileServing([](AgentSession& self, std::int64_t requestID) {

@@ -67,7 +67,7 @@ void HookRunner::runNext(const std::string& path) {
   const auto place = rounds_.find(path);
   auto& rounds = place->second;
   Round& round = rounds.front();
-  // A conversation that was deleted meanwhile has nobody to tell.
+  // The conversation may have been deleted meanwhile: its hooks end there.
   if (!round.hooks.empty() && tree_.thread(round.key)) {
     return services_.runProjectHook(round.hooks.front(), path,
                                     weakly(this, [path](HookRunner& self, std::string text) {

@@ -67,7 +67,8 @@ class Router : public std::enable_shared_from_this<Router> {
   /// The same decision, with nothing used up.
   std::optional<AgentProvider> expectedProvider(const Providers& excluded,
                                                 const std::optional<ThreadExecutionKey>& key);
-  /// Who goes on with the task after an exhausted allowance; absent when nobody is left.
+  /// The provider that goes on with the task after an exhausted allowance; nullopt when none is
+  /// left.
   std::optional<AgentProvider> nextAutomaticProvider(AgentProvider after,
                                                      const Providers& attempted,
                                                      const ThreadExecutionKey& key);
