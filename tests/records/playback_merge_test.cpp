@@ -154,6 +154,19 @@ TEST(PlaybackMerge, LosesNothingOfEither) {
   }
 }
 
+TEST(PlaybackMerge, KnowsACallByItsInputWhereKimiPlaysItBackWithAnotherIdAndTitle) {
+  Transcript stored =
+      transcriptOf({"user s1 One", "tool 0:call completed", "assistant s2 Done"}, {});
+  Transcript played =
+      transcriptOf({"user p1 One", "tool 1:call completed", "assistant p2 Done"}, {});
+  stored[1].text = played[1].text = R"({"command": "ls"})";
+  stored[1].title = "Running: ls";
+  played[1].title = "Bash";
+  const auto merged = mergePlayback(stored, stored.size(), played);
+  EXPECT_THAT(shown(merged), ElementsAreArray({"s1 One", "0:call completed", "s2 Done"}));
+  EXPECT_EQ(merged.at(1).title, "Running: ls");
+}
+
 TEST(PlaybackMerge, LeavesTheTurnAtHandAtTheEnd) {
   const Transcript stored =
       transcriptOf({"user s1 One", "assistant s2 Yes", "user s3 One", "system s4 Hook"}, Date(1));

@@ -195,7 +195,9 @@ class Merge {
         return isSameText && !isStatusQuestion(stored_.entries, i) ? sameEntry : 0;
       case ChatEntryKind::tool:
         if (a.id == b.id) return sameEntry;
-        return isSameText && !a.text.empty() && a.title == b.title ? 2 : 0;
+        if (!isSameText || a.text.empty()) return 0;
+        // Kimi Code plays a call back with another id ("1:call_x" for "0:call_x") and title.
+        return a.title == b.title ? 2 : 1;
       case ChatEntryKind::system: return isSameText ? sameEntry : 0;
       default: break;
     }
