@@ -2,10 +2,12 @@
 
 #include <cerrno>
 #include <csignal>
+#include <fcntl.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include "platform/files/descriptor.h"
 #include "platform/files/files.h"
 
 namespace vantrell::terminal {
@@ -25,6 +27,32 @@ std::optional<Size> size(int descriptor) {
 bool isInForeground(int descriptor) {
   const pid_t foreground = ::tcgetpgrp(descriptor);
   return foreground <= 0 || foreground == ::getpgrp();
+}
+
+bool isOwn(int descriptor) {
+  return ::tcgetpgrp(descriptor) > 0;
+}
+
+void leaveOwn() {
+  if (::getsid(0) == ::getpid()) return;
+  const Descriptor own(::open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC));
+  if (own) ::ioctl(own.get(), TIOCNOTTY);
+}
+
+struct SavedMode::Impl {
+  int descriptor;
+  termios mode{};
+};
+
+SavedMode::SavedMode(int descriptor) : impl_(std::make_unique<Impl>(descriptor)) {
+  if (::tcgetattr(descriptor, &impl_->mode) != 0) impl_.reset();
+}
+
+SavedMode::~SavedMode() {
+  if (!impl_ || !isInForeground(impl_->descriptor)) return;
+  termios now{};
+  if (::tcgetattr(impl_->descriptor, &now) != 0 || now.c_lflag == impl_->mode.c_lflag) return;
+  ::tcsetattr(impl_->descriptor, TCSANOW, &impl_->mode);
 }
 
 void discardTypedAhead(int descriptor) {
