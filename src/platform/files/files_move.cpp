@@ -32,8 +32,7 @@ bool copyContent(int from, int to, const std::stop_token& stop) {
   return false;
 }
 
-}  // namespace
-
+/// A free name in the same folder and with the same extension.
 std::string asideName(const std::string& path, Date date) {
   const std::string name = lastComponent(path);
   std::size_t dot = name.rfind('.');
@@ -41,6 +40,8 @@ std::string asideName(const std::string& path, Date date) {
   return datedName(parent(path), name.substr(0, dot) + " that could not be read", date,
                    dot == name.npos ? "" : name.substr(dot));
 }
+
+}  // namespace
 
 Result<std::string> keepAside(const std::string& path, Date date) {
   std::string aside = asideName(path, date);
