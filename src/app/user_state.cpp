@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <fmt/format.h>
 
-#include "platform/storage/user_defaults_damage.h"
+#include "platform/storage/database.h"
 #include "records/stores/conversation_file.h"
 #include "records/values/application.h"
 
@@ -78,7 +78,7 @@ std::expected<UserState, std::string> UserState::open(UserFolders given, Date no
   const std::string path = folders.defaultsPath();
   std::optional<std::string> notice;
   auto defaults = UserDefaults::open(path);
-  if (!defaults && isDamagedSettingsFile(path)) {
+  if (!defaults && Database::isDamaged(path)) {
     const auto kept = keepDefaultsAside(path, now);
     if (!kept) {
       return std::unexpected(fmt::format("{} Putting it aside failed: {}.", defaults.error(),
