@@ -19,7 +19,9 @@ class Trash : public testing::Test {
     environment_.set("HOME", folder_.path());
     environment_.set("XDG_DATA_HOME", folder_.folder("data"));
   }
-  std::string trashed(const std::string& name) const { return folder_ / "data/Trash/files/" + name; }
+  std::string trashed(const std::string& name) const {
+    return folder_ / "data/Trash/files/" + name;
+  }
 
   TemporaryFolder folder_;
   tests::Environment environment_;

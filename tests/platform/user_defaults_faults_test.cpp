@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
-#include "platform/storage/user_defaults.h"
 #include "platform/storage/database.h"
+#include "platform/storage/user_defaults.h"
 #include "support/in_child.h"
 #include "support/temporary_folder.h"
 

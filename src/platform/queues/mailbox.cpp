@@ -4,30 +4,30 @@
 
 namespace vantrell {
 
-void Mailbox::deliver(Work work, std::size_t bytes) {
-  bool mustSchedule = false;
+template <typename Change>
+void Mailbox::changed(Change change) {
   {
     const std::lock_guard lock(mutex_);
+    change();
+    if (!isOpen_ || holds_ > 0 || letters_.empty() || std::exchange(isScheduled_, true)) return;
+  }
+  main_.post([self = shared_from_this()] { self->drain(); });
+}
+
+void Mailbox::deliver(Work work, std::size_t bytes) {
+  changed([&] {
     letters_.push_back({std::move(work), bytes});
     bytes_ += bytes;
-    if (!isFull_ && bytes_ > highWater) {
-      isFull_ = true;
-      // Under the lock: outside it, this call could overtake the one that lifts the hold.
-      if (onFullChanged_) onFullChanged_(true);
-    }
-    mustSchedule = takeSchedule();
-  }
-  if (mustSchedule) main_.post([self = shared_from_this()] { self->drain(); });
+    if (isFull_ || bytes_ <= highWater) return;
+    isFull_ = true;
+    // Under the lock: outside it, this call could overtake the one that lifts the hold.
+    if (onFullChanged_) onFullChanged_(true);
+  });
 }
 
 void Mailbox::whenFullChanges(std::function<void(bool isFull)> handler) {
   const std::lock_guard lock(mutex_);
   onFullChanged_ = std::move(handler);
-}
-
-bool Mailbox::takeSchedule() {
-  if (!isOpen_ || holds_ > 0 || letters_.empty()) return false;
-  return !std::exchange(isScheduled_, true);
 }
 
 Mailbox::Hold::Hold(Mailbox& mailbox) : mailbox_(mailbox) {
@@ -36,25 +36,11 @@ Mailbox::Hold::Hold(Mailbox& mailbox) : mailbox_(mailbox) {
 }
 
 Mailbox::Hold::~Hold() {
-  bool mustSchedule = false;
-  {
-    const std::lock_guard lock(mailbox_.mutex_);
-    --mailbox_.holds_;
-    mustSchedule = mailbox_.takeSchedule();
-  }
-  if (mustSchedule) {
-    mailbox_.main_.post([self = mailbox_.shared_from_this()] { self->drain(); });
-  }
+  mailbox_.changed([this] { --mailbox_.holds_; });
 }
 
 void Mailbox::setOpen(bool open) {
-  bool mustSchedule = false;
-  {
-    const std::lock_guard lock(mutex_);
-    isOpen_ = open;
-    mustSchedule = takeSchedule();
-  }
-  if (mustSchedule) main_.post([self = shared_from_this()] { self->drain(); });
+  changed([&] { isOpen_ = open; });
 }
 
 std::vector<Mailbox::Letter> Mailbox::takeLetters() {

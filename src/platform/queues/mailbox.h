@@ -52,8 +52,9 @@ class Mailbox : public std::enable_shared_from_this<Mailbox> {
     std::size_t bytes;
   };
   void drain();
-  /// Whether the caller must post drain() after it has released the lock.
-  bool takeSchedule();
+  /// Makes a change under the lock, and then has the letters delivered if they may be.
+  template <typename Change>
+  void changed(Change change);
   /// Takes the letters that may be delivered now.
   std::vector<Letter> takeLetters();
 

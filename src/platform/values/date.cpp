@@ -21,8 +21,9 @@ constexpr double lastSecond = unixSecondsOf(chrono::sys_days(chrono::year(10000)
 
 /// Whether the text has a digit where the form has a 0, and else what the form has.
 bool hasForm(std::string_view text, std::string_view form) {
-  return std::ranges::equal(
-      text, form, [](char c, char formed) { return formed == '0' ? ascii::isDigit(c) : c == formed; });
+  return std::ranges::equal(text, form, [](char c, char formed) {
+    return formed == '0' ? ascii::isDigit(c) : c == formed;
+  });
 }
 
 /// The two digits at `at`.

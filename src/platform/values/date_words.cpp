@@ -23,7 +23,8 @@ std::string formatted(Date date, icu::DateFormat* made) {
 
 std::string mediumDateAndTime(Date date) {
   using icu::DateFormat;
-  return formatted(date, DateFormat::createDateTimeInstance(DateFormat::kMedium, DateFormat::kShort));
+  return formatted(date,
+                   DateFormat::createDateTimeInstance(DateFormat::kMedium, DateFormat::kShort));
 }
 
 std::string mediumDate(Date date) {

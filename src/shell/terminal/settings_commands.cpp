@@ -21,12 +21,7 @@ namespace vantrell::shell {
 namespace {
 
 std::string_view nameOf(SecretStore::Kind kind) {
-  switch (kind) {
-    case SecretStore::Kind::secretService: return "keyring";
-    case SecretStore::Kind::files: return "files";
-    case SecretStore::Kind::memory: break;
-  }
-  return "memory";
+  return kind == SecretStore::Kind::files ? "files" : "keyring";
 }
 
 std::string_view stateOf(const SecretStore::Status& status) {
