@@ -62,7 +62,7 @@ Result<> writeAtomically(const std::string& path, std::string_view content,
                          std::optional<mode_t> mode = std::nullopt, Links links = Links::follow);
 /// Moves something unreadable (a file or a link) in one step to a free name in the same folder,
 /// "/x/fleet that could not be read 2026-11-22 21.08.00Z.json", and returns that name.
-Result<std::string> keepAside(const std::string& path, Date date);
+Result<std::string> quarantine(const std::string& path, Date date);
 /// Creates the folder and its parents with the mode for those it makes.
 Result<> createFolders(const std::string& path, mode_t mode = 0777);
 /// createFolders, and mode 0700 on the last one even when it was there before.

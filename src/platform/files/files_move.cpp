@@ -43,7 +43,7 @@ std::string asideName(const std::string& path, Date date) {
 
 }  // namespace
 
-Result<std::string> keepAside(const std::string& path, Date date) {
+Result<std::string> quarantine(const std::string& path, Date date) {
   std::string aside = asideName(path, date);
   if (!renameToFreeName(path, aside)) return failure("put aside", path);
   if (!syncFolderOf(aside)) return failure("make durable", aside);

@@ -9,14 +9,14 @@ void Mailbox::changed(Change change) {
   {
     const std::lock_guard lock(mutex_);
     change();
-    if (!isOpen_ || holds_ > 0 || letters_.empty() || std::exchange(isScheduled_, true)) return;
+    if (!isOpen_ || holds_ > 0 || events_.empty() || std::exchange(isScheduled_, true)) return;
   }
   main_.post([self = shared_from_this()] { self->drain(); });
 }
 
 void Mailbox::deliver(Work work, std::size_t bytes) {
   changed([&] {
-    letters_.push_back({std::move(work), bytes});
+    events_.push_back({std::move(work), bytes});
     bytes_ += bytes;
     if (isFull_ || bytes_ <= highWater) return;
     isFull_ = true;
@@ -32,7 +32,7 @@ void Mailbox::whenFullChanges(std::function<void(bool isFull)> handler) {
 
 Mailbox::Hold::Hold(Mailbox& mailbox) : mailbox_(mailbox) {
   const std::lock_guard lock(mailbox_.mutex_);
-  if (mailbox_.holds_++ == 0) mailbox_.freeLetters_ = mailbox_.letters_.size();
+  if (mailbox_.holds_++ == 0) mailbox_.freeEvents_ = mailbox_.events_.size();
 }
 
 Mailbox::Hold::~Hold() {
@@ -43,38 +43,38 @@ void Mailbox::setOpen(bool open) {
   changed([&] { isOpen_ = open; });
 }
 
-std::vector<Mailbox::Letter> Mailbox::takeLetters() {
-  std::vector<Letter> letters;
+std::vector<Mailbox::Event> Mailbox::takeEvents() {
+  std::vector<Event> events;
   const std::lock_guard lock(mutex_);
   isScheduled_ = false;
-  if (!isOpen_) return letters;
+  if (!isOpen_) return events;
   if (holds_ == 0) {
-    letters.swap(letters_);
+    events.swap(events_);
   } else {
     // A hop that was under way when the hold began must not tear apart what is being held.
-    const auto end = letters_.begin() + static_cast<std::ptrdiff_t>(freeLetters_);
-    letters.assign(std::make_move_iterator(letters_.begin()), std::make_move_iterator(end));
-    letters_.erase(letters_.begin(), end);
-    freeLetters_ = 0;
+    const auto end = events_.begin() + static_cast<std::ptrdiff_t>(freeEvents_);
+    events.assign(std::make_move_iterator(events_.begin()), std::make_move_iterator(end));
+    events_.erase(events_.begin(), end);
+    freeEvents_ = 0;
   }
-  return letters;
+  return events;
 }
 
 void Mailbox::drain() {
-  auto letters = takeLetters();
+  auto events = takeEvents();
   std::size_t bytes = 0;
-  auto next = letters.begin();
+  auto next = events.begin();
   // isOpen_ changes on this queue only, so it may be read here without the lock.
-  for (; next != letters.end() && isOpen_; ++next) {
+  for (; next != events.end() && isOpen_; ++next) {
     next->work();
     next->work = nullptr;  // what it holds goes now, not at the end of a long batch
     bytes += next->bytes;
   }
   const std::lock_guard lock(mutex_);
-  const auto left = letters.end() - next;
-  letters_.insert(letters_.begin(), std::make_move_iterator(next),
-                  std::make_move_iterator(letters.end()));
-  if (holds_ > 0) freeLetters_ += static_cast<std::size_t>(left);
+  const auto left = events.end() - next;
+  events_.insert(events_.begin(), std::make_move_iterator(next),
+                 std::make_move_iterator(events.end()));
+  if (holds_ > 0) freeEvents_ += static_cast<std::size_t>(left);
   bytes_ -= bytes;
   if (isFull_ && bytes_ <= lowWater) {
     isFull_ = false;

@@ -329,7 +329,7 @@ void replaceAll(CommandContext& context, Import& import) {
   if (!imported) return context.fail(fmt::format("{}. Nothing was imported.", imported.error()));
   context.console.write(fmt::format("{} imported. The conversations of before are in \"{}\".\n",
                                     views::countsOf(imported->threads, imported->workspaces),
-                                    imported->keptAside));
+                                    imported->quarantined));
   const auto warning = views::missingFoldersWarning(imported->withoutFolder);
   if (!warning.empty()) context.complain(warning);
   context.finish(exitStatus::completed);
