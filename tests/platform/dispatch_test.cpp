@@ -22,20 +22,6 @@ TEST(BackgroundPool, FinishesWhatWasPostedAndWhatThatPostsBeforeItGoes) {
   EXPECT_EQ(done, 200);
 }
 
-TEST(BackgroundPool, RunsWorkSideBySide) {
-  std::promise<void> first;
-  std::promise<void> second;
-  BackgroundPool pool(2);
-  pool.post([&] {
-    first.set_value();
-    second.get_future().wait();  // ends only when the other runs at the same time
-  });
-  pool.post([&] {
-    first.get_future().wait();
-    second.set_value();
-  });
-}
-
 TEST(SerialQueue, RunsOnePieceAtATimeInTheOrderOfPosting) {
   std::vector<int> seen;  // unprotected on purpose
   int next = 0;

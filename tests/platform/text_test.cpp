@@ -151,26 +151,6 @@ TEST(Text, RepairsAsBrowsersDo) {
   }
 }
 
-TEST(Pattern, FindsByByteOffset) {
-  const auto pattern = text::Pattern::compile("\u00e9(\\w)(x)?");
-  ASSERT_TRUE(pattern);
-  const auto matches = pattern->findAll("a\u00e9b \u00e9cx");
-  ASSERT_EQ(matches.size(), 2u);
-  EXPECT_EQ(matches[0].offset, 1u);
-  EXPECT_EQ(matches[0].length, 3u);
-  EXPECT_EQ(matches[0].groups,
-            (std::vector<std::optional<std::string>>{"\u00e9b", "b", std::nullopt}));
-  EXPECT_EQ(matches[1].offset, 5u);
-  EXPECT_EQ(matches[1].groups[2], "x");
-}
-
-TEST(Pattern, EmptyMatchesMoveOn) {
-  const auto matches = text::Pattern::compile("x*")->findAll("a\u00e9x");
-  ASSERT_EQ(matches.size(), 4u);
-  EXPECT_EQ(matches[2].offset, 3u);
-  EXPECT_EQ(matches[2].length, 1u);
-}
-
 TEST(Pattern, SeveralThreadsMayShareOne) {
   const auto pattern = text::Pattern::compile("(\\d+)-(\\d+)");
   std::vector<std::thread> threads;

@@ -129,9 +129,7 @@ void HttpExchange::configureMethod() {
     library().curl_easy_setopt(easy_, CURLOPT_POSTFIELDSIZE_LARGE,
                                static_cast<curl_off_t>(request_.body.size()));
   }
-  if (method == "HEAD") {
-    library().curl_easy_setopt(easy_, CURLOPT_NOBODY, 1L);
-  } else if (method != (hasBody ? "POST" : "GET")) {
+  if (method != (hasBody ? "POST" : "GET")) {
     library().curl_easy_setopt(easy_, CURLOPT_CUSTOMREQUEST, method.c_str());
   }
   bool hasType = false;

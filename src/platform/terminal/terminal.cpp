@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include "platform/files/files.h"
-#include "platform/files/files_system.h"
 
 namespace vantrell::terminal {
 
@@ -97,8 +96,15 @@ std::optional<std::string> readHiddenLine(int descriptor) {
 
 std::string readStandardInput() {
   std::string all;
-  files::readAll(STDIN_FILENO, all);  // up to the first failure
-  return all;
+  char piece[64 << 10];
+  for (;;) {
+    const ssize_t count = ::read(STDIN_FILENO, piece, sizeof piece);
+    if (count > 0) {
+      all.append(piece, static_cast<std::size_t>(count));
+    } else if (count == 0 || errno != EINTR) {
+      return all;
+    }
+  }
 }
 
 std::string programFolder() {
