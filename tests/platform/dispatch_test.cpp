@@ -39,17 +39,6 @@ TEST(SerialQueue, RunsOnePieceAtATimeInTheOrderOfPosting) {
   EXPECT_EQ(seen.size(), 20000U);
 }
 
-TEST(SerialQueue, KnowsWhenItIsCurrent) {
-  std::promise<std::pair<bool, bool>> answer;
-  BackgroundPool pool(2);
-  const SerialQueue queue(pool, "one");
-  const SerialQueue other(pool, "two");
-  queue.post([&] { answer.set_value({queue.isCurrent(), other.isCurrent()}); });
-  EXPECT_EQ(answer.get_future().get(), (std::pair{true, false}));
-  EXPECT_FALSE(queue.isCurrent());
-  EXPECT_EQ(queue.label(), "one");
-}
-
 TEST(SerialQueue, DropsWhatIsPostedAfterThePoolIsGone) {
   auto pool = std::make_unique<BackgroundPool>(1);
   const SerialQueue queue(*pool, "orphan");

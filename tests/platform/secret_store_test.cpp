@@ -210,20 +210,17 @@ TEST(SecretQueue, AnswersOnTheMainQueueInOrder) {
   RunLoop main;
   BackgroundPool pool;
   SecretQueue secrets(SecretStore::files(folder.path()), main, pool);
-  const auto read = [](SecretStore& store) { return store.read("service", "account"); };
   const auto mainThread = std::this_thread::get_id();
   std::vector<std::string> answers;
-  const auto note = [&](const auto& value) { answers.push_back(value.value().value_or("absent")); };
-  secrets.run([](SecretStore& store) { return store.write("service", "account", "value"); },
-              [&](const auto& written) {
-                EXPECT_EQ(std::this_thread::get_id(), mainThread);
-                answers.push_back(written ? "written" : "not written");
-              });
-  secrets.run(read, note);
-  secrets.run([](SecretStore& store) { return store.remove("service", "account"); },
-              [](const auto&) {});
-  secrets.run(read, [&](const auto& value) {
-    note(value);
+  secrets.write("service", "account", "value", [&](const auto& written) {
+    EXPECT_EQ(std::this_thread::get_id(), mainThread);
+    answers.push_back(written ? "written" : "not written");
+  });
+  const auto note = [&](const auto& read) { answers.push_back(read.value().value_or("absent")); };
+  secrets.read("service", "account", note);
+  secrets.remove("service", "account", [](const auto&) {});
+  secrets.read("service", "account", [&](const auto& read) {
+    note(read);
     main.quit();
   });
   EXPECT_TRUE(answers.empty()) << "an answer came before the caller was ready";
@@ -239,8 +236,7 @@ TEST(SecretQueue, DropsAnswersWhenItIsGone) {
   {
     BackgroundPool pool;
     SecretQueue secrets(store, main, pool);
-    secrets.run([](SecretStore& each) { return each.write("service", "account", "value"); },
-                [&](const auto&) { isAnswered = true; });
+    secrets.write("service", "account", "value", [&](const auto&) { isAnswered = true; });
   }
   main.runReady();
   EXPECT_FALSE(isAnswered);

@@ -15,35 +15,36 @@ namespace {
 
 /// The one secret of Tasklet, with errors as sentences.
 TaskletSecret taskletSecret(SecretQueue& secrets) {
-  static const std::string service(TaskletConfiguration::secretService);
-  static const std::string account(TaskletConfiguration::secretAccount);
-  const auto told = [](auto answer) {
-    return [answer = std::move(answer)]<typename T>(SecretStore::Result<T> result) mutable {
-      if (!result) return answer(std::unexpected(std::move(result.error().description)));
-      if constexpr (std::is_void_v<T>) {
-        answer({});
-      } else {
-        answer(*std::move(result));
-      }
-    };
+  const std::string service(TaskletConfiguration::secretService);
+  const std::string account(TaskletConfiguration::secretAccount);
+  const auto told = []<typename T>(SecretStore::Result<T> result) -> std::expected<T, std::string> {
+    if (!result) return std::unexpected(std::move(result.error().description));
+    if constexpr (std::is_void_v<T>) {
+      return {};
+    } else {
+      return *std::move(result);
+    }
   };
   return {.read =
-              [&secrets, told](auto answer) {
-                secrets.run([](SecretStore& store) { return store.read(service, account); },
-                            told(std::move(answer)));
+              [&secrets, service, account, told](auto answer) {
+                secrets.read(service, account,
+                             [told, answer = std::move(answer)](auto result) mutable {
+                               answer(told(std::move(result)));
+                             });
               },
           .write =
-              [&secrets, told](std::string value, auto answer) {
-                secrets.run(
-                    [value = std::move(value)](SecretStore& store) {
-                      return store.write(service, account, value);
-                    },
-                    told(std::move(answer)));
+              [&secrets, service, account, told](std::string value, auto answer) {
+                secrets.write(service, account, std::move(value),
+                              [told, answer = std::move(answer)](auto result) mutable {
+                                answer(told(std::move(result)));
+                              });
               },
           .remove =
-              [&secrets, told](auto answer) {
-                secrets.run([](SecretStore& store) { return store.remove(service, account); },
-                            told(std::move(answer)));
+              [&secrets, service, account, told](auto answer) {
+                secrets.remove(service, account,
+                               [told, answer = std::move(answer)](auto result) mutable {
+                                 answer(told(std::move(result)));
+                               });
               }};
 }
 

@@ -3,6 +3,7 @@
 // is destroyed is finished, and its answer is dropped.
 #pragma once
 
+#include <functional>
 #include <memory>
 
 #include "platform/queues/dispatch.h"
@@ -19,6 +20,24 @@ class SecretQueue {
   SecretQueue(const SecretQueue&) = delete;
   SecretQueue& operator=(const SecretQueue&) = delete;
 
+  template <typename T = void>
+  using Answer = std::move_only_function<void(SecretStore::Result<T>)>;
+
+  void read(std::string service, std::string account, Answer<std::optional<std::string>> answer) {
+    run([service, account](SecretStore& store) { return store.read(service, account); },
+        std::move(answer));
+  }
+  void write(std::string service, std::string account, std::string value, Answer<> answer) {
+    run([service, account,
+         value](SecretStore& store) { return store.write(service, account, value); },
+        std::move(answer));
+  }
+  void remove(std::string service, std::string account, Answer<> answer) {
+    run([service, account](SecretStore& store) { return store.remove(service, account); },
+        std::move(answer));
+  }
+
+ private:
   /// Calls `answer` with what `operation` returns for the store.
   template <typename Operation, typename Answer>
   void run(Operation operation, Answer answer) {
@@ -31,7 +50,6 @@ class SecretQueue {
     });
   }
 
- private:
   std::shared_ptr<SecretStore> store_;
   MainQueue& main_;
   SerialQueue queue_;

@@ -46,7 +46,7 @@ void appendEscaped(std::string& out, char c) {
   }
 }
 
-enum class Layout { compact, prettySorted };
+enum class Layout { compact, sorted, prettySorted };
 
 template <Layout layout>
 class ValueWriter {
@@ -74,7 +74,7 @@ class ValueWriter {
   void append(const JsonObject& object) {
     const auto appendMember = [this](const JsonMember& member) {
       json::appendQuoted(out_, member.key);
-      out_ += layout == Layout::compact ? ":" : ": ";
+      out_ += layout == Layout::prettySorted ? ": " : ":";
       append(member.value);
     };
     if constexpr (layout == Layout::compact) {
@@ -156,6 +156,12 @@ std::string write(const Json& value) {
 std::string write(const JsonObject& value) {
   std::string out;
   appendTo(out, value);
+  return out;
+}
+
+std::string writeSorted(const Json& value) {
+  std::string out;
+  ValueWriter<Layout::sorted>(out).append(value);
   return out;
 }
 
