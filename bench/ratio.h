@@ -85,8 +85,20 @@ inline std::chrono::nanoseconds processorTime() {
   return of(used.ru_utime) + of(used.ru_stime);
 }
 
+inline Measured measured(std::vector<Clock::duration>& oursTimes,
+                         std::vector<Clock::duration>& baselineTimes) {
+  const auto median = [](std::vector<Clock::duration>& times) {
+    const auto middle = times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2);
+    std::ranges::nth_element(times, middle);
+    return *middle;
+  };
+  const auto bestOurs = std::ranges::min(oursTimes);
+  const auto bestBaseline = std::ranges::min(baselineTimes);
+  return {median(oursTimes), median(baselineTimes), bestOurs, bestBaseline};
+}
+
 /// Measures both by turns, so that the noise of the machine hits both alike. Each body does one
-/// round and answers the time that counts (with timed(), or less than the whole round). The first
+/// round and returns the time that counts (with timed(), or less than the whole round). The first
 /// tenth of the rounds only warms up.
 template <typename Ours, typename Baseline>
 Measured compare(int rounds, Ours&& ours, Baseline&& baseline) {
@@ -99,14 +111,28 @@ Measured compare(int rounds, Ours&& ours, Baseline&& baseline) {
     oursTimes.push_back(oursTime);
     baselineTimes.push_back(baselineTime);
   }
-  const auto median = [](std::vector<Clock::duration>& times) {
-    const auto middle = times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2);
-    std::ranges::nth_element(times, middle);
-    return *middle;
+  return measured(oursTimes, baselineTimes);
+}
+
+/// The same for works that are judged by their best times: goes on until neither best time has
+/// improved for `steady` rounds, at most `most`. A busy machine gets more rounds, and not another
+/// answer.
+template <typename Ours, typename Baseline>
+Measured compareUntilSteady(int steady, int most, Ours&& ours, Baseline&& baseline) {
+  std::vector<Clock::duration> oursTimes{ours()};
+  std::vector<Clock::duration> baselineTimes{baseline()};
+  const auto improves = [](const std::vector<Clock::duration>& times, Clock::duration time) {
+    const Clock::duration best = std::ranges::min(times);
+    return time < best - best / 200;
   };
-  const auto bestOurs = std::ranges::min(oursTimes);
-  const auto bestBaseline = std::ranges::min(baselineTimes);
-  return {median(oursTimes), median(baselineTimes), bestOurs, bestBaseline};
+  for (int round = 1, last = 0; round < most && round - last <= steady; ++round) {
+    const Clock::duration oursTime = ours();
+    const Clock::duration baselineTime = baseline();
+    if (improves(oursTimes, oursTime) || improves(baselineTimes, baselineTime)) last = round;
+    oursTimes.push_back(oursTime);
+    baselineTimes.push_back(baselineTime);
+  }
+  return measured(oursTimes, baselineTimes);
 }
 
 struct Claim {

@@ -54,7 +54,7 @@ int main(int count, char** arguments) {
       parsing += bench::processorTime() - before;
       return time;
     };
-    const auto found = bench::compare(15, stream, parse);
+    const auto found = bench::compareUntilSteady(20, 100, stream, parse);
     const double seconds = std::chrono::duration<double>(found.ours).count();
     fmt::print(
         "{}: {:.0f} updates a second, {:.0f} MB/s, ratio of the medians {:.2f}, of "

@@ -26,7 +26,7 @@ int main() {
   const auto found = bench::compare(
       101,
       [&] {
-        return bench::timed([&] {
+        return bench::processorTimed([&] {
           ProjectContextProfile profile;
           profile.discoveredSources = discoverContextSources(folder.path());
           if (profile.discoveredSources.size() != guidanceFiles) std::abort();
@@ -34,7 +34,7 @@ int main() {
         });
       },
       [&] {
-        return bench::timed([&] {
+        return bench::processorTimed([&] {
           for (const auto& entry : std::filesystem::directory_iterator(rules)) {
             read += files::read(entry.path().native()).value().size();
           }

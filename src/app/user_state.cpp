@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <fmt/format.h>
 
-#include "platform/storage/user_defaults_damage.h"
+#include "platform/storage/database.h"
 #include "records/stores/conversation_file.h"
 #include "records/values/application.h"
 
@@ -15,10 +15,10 @@ namespace {
 /// file. Answers the new name of the file.
 files::Result<std::string> keepDefaultsAside(const std::string& path, Date now) {
   for (const char* log : {"-wal", "-shm"}) {
-    const auto kept = files::keepAside(path + log, now);
+    const auto kept = files::quarantine(path + log, now);
     if (!kept && kept.error().code != std::errc::no_such_file_or_directory) return kept;
   }
-  return files::keepAside(path, now);
+  return files::quarantine(path, now);
 }
 
 /// A store that is whole and cannot be opened, of a newer version say: work could not be saved.
@@ -26,7 +26,7 @@ files::Result<std::string> keepDefaultsAside(const std::string& path, Date now) 
 std::optional<std::string> storeRefusal(const std::string& path) {
   std::error_code code;
   if (std::filesystem::file_size(path, code) == 0 || code) return std::nullopt;
-  const auto look = ConversationFile::lookAt(path);
+  const auto look = ConversationFile::inspect(path);
   if (look.damage || look.isDoubtful) return std::nullopt;
   const auto opened = ConversationFile::open(path);
   if (opened || opened.error().kind != DatabaseError::Kind::other) return std::nullopt;
@@ -78,7 +78,7 @@ std::expected<UserState, std::string> UserState::open(UserFolders given, Date no
   const std::string path = folders.defaultsPath();
   std::optional<std::string> notice;
   auto defaults = UserDefaults::open(path);
-  if (!defaults && isDamagedSettingsFile(path)) {
+  if (!defaults && Database::isDamaged(path)) {
     const auto kept = keepDefaultsAside(path, now);
     if (!kept) {
       return std::unexpected(fmt::format("{} Putting it aside failed: {}.", defaults.error(),

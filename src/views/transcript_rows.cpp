@@ -4,7 +4,7 @@
 
 #include "platform/text/text.h"
 #include "platform/text/visible_text.h"
-#include "platform/values/calendar_day.h"
+#include "platform/values/date.h"
 #include "presentation/tool_grouping.h"
 #include "records/values/project_hook.h"
 

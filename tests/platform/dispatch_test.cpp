@@ -22,20 +22,6 @@ TEST(BackgroundPool, FinishesWhatWasPostedAndWhatThatPostsBeforeItGoes) {
   EXPECT_EQ(done, 200);
 }
 
-TEST(BackgroundPool, RunsWorkSideBySide) {
-  std::promise<void> first;
-  std::promise<void> second;
-  BackgroundPool pool(2);
-  pool.post([&] {
-    first.set_value();
-    second.get_future().wait();  // ends only when the other runs at the same time
-  });
-  pool.post([&] {
-    first.get_future().wait();
-    second.set_value();
-  });
-}
-
 TEST(SerialQueue, RunsOnePieceAtATimeInTheOrderOfPosting) {
   std::vector<int> seen;  // unprotected on purpose
   int next = 0;
@@ -51,17 +37,6 @@ TEST(SerialQueue, RunsOnePieceAtATimeInTheOrderOfPosting) {
     }
   }
   EXPECT_EQ(seen.size(), 20000U);
-}
-
-TEST(SerialQueue, KnowsWhenItIsCurrent) {
-  std::promise<std::pair<bool, bool>> answer;
-  BackgroundPool pool(2);
-  const SerialQueue queue(pool, "one");
-  const SerialQueue other(pool, "two");
-  queue.post([&] { answer.set_value({queue.isCurrent(), other.isCurrent()}); });
-  EXPECT_EQ(answer.get_future().get(), (std::pair{true, false}));
-  EXPECT_FALSE(queue.isCurrent());
-  EXPECT_EQ(queue.label(), "one");
 }
 
 TEST(SerialQueue, DropsWhatIsPostedAfterThePoolIsGone) {

@@ -23,12 +23,12 @@ TEST(KeepAside, GivesEachFileANameOfItsOwnWithTheDate) {
   std::set<std::string> kept;
   for (const auto& [name, aside] : cases) {
     const std::string path = folder.file(name, std::to_string(++number));
-    EXPECT_EQ(files::keepAside(path, Date(0.5)).value(), folder / aside);
+    EXPECT_EQ(files::quarantine(path, Date(0.5)).value(), folder / aside);
     EXPECT_EQ(TemporaryFolder::contentOf(folder / aside), std::to_string(number));
     kept.insert(aside);
   }
   EXPECT_EQ(folder.names(), kept);
-  EXPECT_EQ(files::keepAside(folder / "absent", Date(0)).error().code,
+  EXPECT_EQ(files::quarantine(folder / "absent", Date(0)).error().code,
             std::errc::no_such_file_or_directory);
 }
 

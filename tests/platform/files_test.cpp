@@ -130,18 +130,6 @@ TEST(Files, RefusesToReadWhatCouldBlockForEver) {
   EXPECT_TRUE(ofSocket.error().description.ends_with(": Not a regular file"));
 }
 
-TEST(AtomicWrite, ReplacesTheFileAndLeavesNothingElse) {
-  const TemporaryFolder folder;
-  const std::string path = folder / "file";
-  ASSERT_TRUE(files::writeAtomically(path, "first"));
-  const std::string held = folder / "held";
-  fs::create_hard_link(path, held);  // what a reader of the old file still sees
-  ASSERT_TRUE(files::writeAtomically(path, std::string(300'000, 'x')));
-  EXPECT_EQ(TemporaryFolder::contentOf(path), std::string(300'000, 'x'));
-  EXPECT_EQ(TemporaryFolder::contentOf(held), "first");
-  EXPECT_EQ(folder.names(), (std::set<std::string>{"file", "held"}));
-}
-
 TEST(AtomicWrite, GivesNewFilesTheUmaskAndKeepsModes) {
   const TemporaryFolder folder;
   const mode_t mask = umask(027);
@@ -335,19 +323,6 @@ TEST(LockFile, DoesNotAnswerForARemovedFile) {
   ASSERT_TRUE(second);
   EXPECT_NE(inodeOf(path), locked);
   EXPECT_FALSE(files::LockFile::acquire(path));
-}
-
-TEST(LockFile, IsNoPipe) {
-  const TemporaryFolder folder;
-  ASSERT_EQ(mkfifo((folder / "lock").c_str(), 0600), 0);
-  const int other = open((folder / "lock").c_str(), O_RDWR | O_CLOEXEC);
-  ASSERT_EQ(flock(other, LOCK_EX), 0);
-  const auto busy = files::LockFile::acquire(folder / "lock");
-  EXPECT_FALSE(busy) << "without waiting for somebody to write his number into it";
-  close(other);
-  const auto free = files::LockFile::acquire(folder / "lock");
-  ASSERT_FALSE(free);
-  EXPECT_TRUE(free.error().error);
 }
 
 }  // namespace

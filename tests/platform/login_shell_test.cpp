@@ -79,17 +79,6 @@ TEST_F(LoginShellTest, ShellThatIsOfNoUseGivesNothing) {
   EXPECT_EQ(folders(question("")), Folders());
 }
 
-TEST_F(LoginShellTest, ShellThatHangsCostsTheLimitAndEnds) {
-  const auto hanging = fakeShell("echo $$ > " + (home_ / "id") + "; exec sleep 1000");
-  ask(question(hanging));
-  const pid_t id = awaitIdIn(home_ / "id");
-  EXPECT_FALSE(answer_);
-  main_.advance(3s);
-  ASSERT_TRUE(main_.runUntil([&] { return answer_.has_value(); }));
-  EXPECT_EQ(*answer_, Folders());
-  EXPECT_TRUE(tests::waitForEnd(id));
-}
-
 TEST_F(LoginShellTest, ShellHasNoTerminalAndNothingToRead) {
   // A question on the terminal or on standard input finds neither, and the rest goes on.
   home_.file(".bash_profile",

@@ -78,43 +78,6 @@ TEST_F(MailboxTest, SaysWhenItIsFullAndWhenItHasCaughtUp) {
   EXPECT_EQ(order_, "abcd");
 }
 
-TEST_F(MailboxTest, StaysFullWhileMoreThanTheLowWaterIsHeld) {
-  std::vector<bool> changes;
-  mailbox_->whenFullChanges([&](bool isFull) { changes.push_back(isFull); });
-  deliver('a', Mailbox::highWater);
-  {
-    const Mailbox::Hold hold(*mailbox_);
-    deliver('b', Mailbox::lowWater + 1);
-    main_.runReady();
-    EXPECT_EQ(order_, "a");
-    EXPECT_EQ(changes, std::vector{true});
-  }
-  main_.runReady();
-  EXPECT_EQ(changes, (std::vector{true, false}));
-}
-
-TEST_F(MailboxTest, EachSenderKeepsItsOrderAndNothingIsLost) {
-  constexpr int each = 20'000;
-  std::vector<std::vector<int>> seen(3);
-  int total = 0;
-  std::vector<std::jthread> senders;
-  for (std::size_t sender = 0; sender < seen.size(); ++sender) {
-    senders.emplace_back([&, sender] {
-      for (int number = 0; number < each; ++number) {
-        const Mailbox::Hold hold(*mailbox_);
-        mailbox_->deliver(
-            [&, sender, number] {
-              seen[sender].push_back(number);
-              ++total;
-            },
-            100);
-      }
-    });
-  }
-  EXPECT_TRUE(main_.runUntil([&] { return total == 3 * each; }));
-  for (const auto& numbers : seen) EXPECT_TRUE(std::ranges::is_sorted(numbers));
-}
-
 TEST_F(MailboxTest, PairsOfOneHoldAreNeverTornApart) {
   // One letter of each pair is delivered while the main queue drains as fast as it can.
   constexpr int pairs = 20'000;

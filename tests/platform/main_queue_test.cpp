@@ -38,19 +38,6 @@ class ManualMainQueueUnderTest {
 INSTANTIATE_TYPED_TEST_SUITE_P(RunLoop, MainQueueContract, RunLoopUnderTest);
 INSTANTIATE_TYPED_TEST_SUITE_P(ManualMainQueue, MainQueueContract, ManualMainQueueUnderTest);
 
-TEST(ManualMainQueue, WalksThroughTenMinutesTimerByTimer) {
-  ManualMainQueue queue;
-  const Date start = queue.now();
-  std::vector<double> instants;
-  const Timer watchdog = queue.every(
-      30s, [&] { queue.post([&] { instants.push_back((queue.now() - start).count()); }); });
-  queue.advance(600s);
-  ASSERT_EQ(instants.size(), 20U);
-  EXPECT_EQ(instants.front(), 30);
-  EXPECT_EQ(instants.back(), 600);
-  EXPECT_EQ((queue.now() - start).count(), 600);
-}
-
 TEST(ManualMainQueue, FiresTimersOfOneInstantInTheOrderInWhichTheyWereSet) {
   ManualMainQueue queue;
   std::string order;
@@ -74,14 +61,6 @@ TEST(ManualMainQueue, SkipsThePeriodsThatSlowWorkMissed) {
   });
   queue.advance(60s);
   EXPECT_EQ(seconds, (std::vector{10, 40, 50, 60}));
-}
-
-TEST(ManualMainQueue, WaitsForAnotherThreadAndGivesUpAtTheLimit) {
-  ManualMainQueue queue;
-  bool done = false;
-  const std::jthread other([&] { queue.post([&] { done = true; }); });
-  EXPECT_TRUE(queue.runUntil([&] { return done; }));
-  EXPECT_FALSE(queue.runUntil([] { return false; }, 1ms));
 }
 
 }  // namespace

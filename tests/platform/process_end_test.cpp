@@ -161,32 +161,6 @@ TEST_F(ProcessEnd, UnsentBytesAreCountedToTheEndOfAPatientStop) {
   EXPECT_TRUE(Process::waitForAll(20s));
 }
 
-TEST_F(ProcessEnd, PatienceEnds) {
-  const auto record = start(shell("echo $$; exec sleep 100"));
-  const pid_t child = idIn(*record);
-  record->process->stop(20s, 1ms);
-  EXPECT_TRUE(waitForEnd(child));
-}
-
-TEST_F(ProcessEnd, TerminateEndsTheWholeGroupAndStillReports) {
-  const auto record = start(shell("sleep 100 & echo $!; wait"));
-  const pid_t grandchild = idIn(*record);
-  record->process->terminate();
-  finish(record);
-  EXPECT_EQ(record->exits.front().signal, SIGTERM);
-  EXPECT_TRUE(waitForEnd(grandchild));
-}
-
-TEST_F(ProcessEnd, ChildMayCleanUpWithinTheGrace) {
-  const auto record =
-      start(shell("trap 'echo cleaned; exit 7' TERM; echo up; while :; do sleep 0.01; done"));
-  awaitOutput(*record, "up");
-  record->process->terminate();
-  finish(record);
-  EXPECT_EQ(record->output, "up\ncleaned\n");
-  EXPECT_EQ(record->exits.front().status, 7);
-}
-
 TEST_F(ProcessEnd, ChildThatIgnoresTheRequestIsKilledAfterTheGrace) {
   const auto record = start(shell("trap '' TERM; sleep 100 & echo $!; wait"));
   const pid_t grandchild = idIn(*record);
@@ -201,7 +175,7 @@ TEST_F(ProcessEnd, ChildThatIgnoresTheRequestIsKilledAfterTheGrace) {
 TEST_F(ProcessEnd, SuspendedChildEndsToo) {
   const auto record = start(shell("echo up; kill -STOP $$; sleep 100"));
   awaitOutput(*record, "up");
-  record->process->terminate(20s);
+  record->process->terminate();
   finish(record);
   EXPECT_EQ(record->exits.front().signal, SIGTERM);
 }

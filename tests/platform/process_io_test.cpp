@@ -71,17 +71,6 @@ TEST_F(ProcessIo, ReportsAClosedInputOnceAndLives) {
   EXPECT_EQ(record->writeErrors.front().description, "Broken pipe");
 }
 
-TEST_F(ProcessIo, ReportsBytesThatTheChildNeverTookBeforeTheExit) {
-  const auto record = start(shell("read -r go; echo out"));
-  record->process->write("go\n" + std::string(1 << 20, 'x'));
-  finish(record);
-  // Output and write error come through different pipes, in either order.
-  EXPECT_TRUE(record->order == "owx" || record->order == "wox") << record->order;
-  EXPECT_EQ(record->output, "out\n");
-  EXPECT_EQ(record->writeErrors.size(), 1U);
-  EXPECT_EQ(record->process->unsentBytes(), 0U);
-}
-
 TEST_F(ProcessIo, SlowHandlerHoldsTheChildBack) {
   std::promise<void> release;
   const auto released = release.get_future().share();
@@ -152,34 +141,6 @@ TEST_F(ProcessIo, PausedReadingStillDeliversWhatIsThereAtTheExit) {
   EXPECT_EQ(record->output, "last words\n");
   EXPECT_EQ(record->error, "complaint\n");
   EXPECT_EQ(record->exits.front().status, 4);
-}
-
-TEST_F(ProcessIo, HandlersRunOnTheirQueueAndMayCallTheProcess) {
-  std::shared_ptr<Process> process;
-  std::atomic<bool> alwaysCurrent = true;
-  std::string lines;
-  bool exited = false;
-  auto started =
-      Process::start({.executable = "/bin/cat"}, queue_,
-                     {.onOutput =
-                          [&](std::string_view bytes) {
-                            alwaysCurrent = alwaysCurrent && queue_.isCurrent();
-                            main_.post([&, text = std::string(bytes)] {
-                              lines += text;
-                              lines.size() < 6 ? process->write("b\n") : process->closeInput();
-                            });
-                          },
-                      .onExit =
-                          [&](ExitStatus) {
-                            alwaysCurrent = alwaysCurrent && queue_.isCurrent();
-                            main_.post([&] { exited = true; });
-                          }});
-  ASSERT_TRUE(started);
-  process = *started;
-  process->write("a\n");
-  EXPECT_TRUE(main_.runUntil([&] { return exited; }));
-  EXPECT_EQ(lines, "a\nb\nb\n");
-  EXPECT_TRUE(alwaysCurrent);
 }
 
 }  // namespace

@@ -59,19 +59,6 @@ TEST_F(ProcessStart, GivesSignalsTheirDefaultsAndUnblocksThem) {
   }
 }
 
-TEST_F(ProcessStart, LeadsAGroupOfItsOwn) {
-  const auto record = run(shell("cut -d' ' -f5 /proc/$$/stat; echo $$"));
-  EXPECT_EQ(record->output, std::to_string(record->process->processID()) + "\n" +
-                                std::to_string(record->process->processID()) + "\n");
-}
-
-TEST_F(ProcessStart, RunsInTheWorkingFolder) {
-  const TemporaryFolder folder;
-  auto options = shell("pwd");
-  options.workingFolder = folder.path();
-  EXPECT_EQ(run(std::move(options))->output, folder.path() + "\n");
-}
-
 TEST_F(ProcessStart, SaysWhatFailed) {
   using Step = ProcessError::Step;
   const TemporaryFolder folder;
@@ -145,35 +132,6 @@ TEST_F(ProcessStart, UsesTheNullDeviceWhereAsked) {
   const auto record = run(std::move(options));
   EXPECT_EQ(record->output, "");
   EXPECT_THAT(record->error, testing::StartsWith("err\n/dev/null\npipe:"));
-}
-
-TEST_F(ProcessStart, StartsFromManyThreadsAtOnce) {
-  std::atomic<int> exits = 0;
-  std::vector<std::shared_ptr<Process>> kept;
-  std::vector<std::jthread> starters;
-  for (int thread = 0; thread < 4; ++thread) {
-    starters.emplace_back([&] {
-      for (int count = 0; count < 10; ++count) {
-        auto process = Process::start(
-            {.executable = "/bin/true"}, queue_,
-            {.onExit = [&](ExitStatus status) { exits += status.code() == 0 ? 1 : 100; }});
-        ASSERT_TRUE(process);
-        main_.post([&kept, process = std::move(*process)] { kept.push_back(process); });
-      }
-    });
-  }
-  starters.clear();
-  main_.runReady();
-  EXPECT_TRUE(Process::waitForAll(20s));
-  awaitQueue();
-  EXPECT_EQ(exits, 40);
-}
-
-TEST(Environment, IsACopyOfOurOwn) {
-  ::setenv("VANTRELL_TEST_VARIABLE", "a=b", 1);
-  EXPECT_EQ(currentEnvironment().at("VANTRELL_TEST_VARIABLE"), "a=b");
-  ::unsetenv("VANTRELL_TEST_VARIABLE");
-  EXPECT_FALSE(currentEnvironment().contains("VANTRELL_TEST_VARIABLE"));
 }
 
 }  // namespace

@@ -46,14 +46,6 @@ TEST_F(ProgramRunnerTest, GivesOutputAndErrorInOrderWithTheStatus) {
   EXPECT_EQ(outcomeOf(script("kill -9 $$")).status, 128 + 9);
 }
 
-TEST_F(ProgramRunnerTest, SaysWhatTheSystemSaysOfAProgramThatCannotBeStarted) {
-  auto program = script("");
-  program.options = [] { return ProcessOptions{.executable = "/nowhere/program"}; };
-  const auto outcome = outcomeOf(std::move(program));
-  EXPECT_EQ(outcome.output, "No such file or directory");
-  EXPECT_EQ(outcome.status, -1);
-}
-
 TEST_F(ProgramRunnerTest, InputIsEmptyUnlessGiven) {
   EXPECT_EQ(outcomeOf(script("cat; echo end")).output, "end\n");
   auto program = script("cat; echo end");
@@ -95,22 +87,6 @@ TEST_F(ProgramRunnerTest, ItsEndEndsTheProgramsWithoutAWord) {
   EXPECT_TRUE(Process::waitForAll(20s));
   main_.runReady();
   EXPECT_TRUE(outcomes_.empty());
-}
-
-TEST_F(ProgramRunnerTest, WhatAProgramLeavesLivesUntilTheRunnersEndWhenItMay) {
-  const auto program = [this](bool endsGroup) {
-    auto leaving = script("sleep 1000 </dev/null >/dev/null 2>&1 & echo $!");
-    leaving.options = [options = leaving.options(), endsGroup]() mutable {
-      options.endGroupWithLeader = endsGroup;
-      return options;
-    };
-    return std::atoi(outcomeOf(std::move(leaving)).output.c_str());
-  };
-  EXPECT_TRUE(tests::waitForEnd(program(true)));
-  const pid_t left = program(false);
-  EXPECT_EQ(::kill(left, 0), 0);
-  runner_.reset();
-  EXPECT_TRUE(tests::waitForEnd(left));
 }
 
 }  // namespace

@@ -21,21 +21,13 @@ using Kind = SecretError::Kind;
 
 const SecretServiceOptions quick{.timeLimit = std::chrono::seconds(10), .labelPrefix = "example"};
 
-enum class Place { memory, files };
-
-class SecretsIn : public testing::TestWithParam<Place> {
+class SecretFiles : public testing::Test {
  protected:
   TemporaryFolder folder_;
-  std::unique_ptr<SecretStore> secrets_ = GetParam() == Place::memory
-                                              ? SecretStore::inMemory()
-                                              : SecretStore::files(folder_ / "secrets");
+  std::unique_ptr<SecretStore> secrets_ = SecretStore::files(folder_ / "secrets");
 };
-INSTANTIATE_TEST_SUITE_P(, SecretsIn, testing::Values(Place::memory, Place::files),
-                         [](const auto& place) {
-                           return place.param == Place::memory ? "Memory" : "Files";
-                         });
 
-TEST_P(SecretsIn, AreToldApartByEveryCharacterOfTheirNames) {
+TEST_F(SecretFiles, AreToldApartByEveryCharacterOfTheirNames) {
   const std::pair<std::string, std::string> names[] = {
       {"service", "account"},
       {"servic", "eaccount"},
@@ -59,13 +51,11 @@ TEST_P(SecretsIn, AreToldApartByEveryCharacterOfTheirNames) {
   for (const auto& [service, account] : names) {
     EXPECT_EQ(secrets_->read(service, account).value(), service + "|" + account);
   }
-  if (GetParam() == Place::files) {
-    EXPECT_EQ(folder_.names("secrets").size(), std::size(names));
-    EXPECT_EQ(folder_.names(), std::set<std::string>{"secrets"}) << "nothing left the folder";
-  }
+  EXPECT_EQ(folder_.names("secrets").size(), std::size(names));
+  EXPECT_EQ(folder_.names(), std::set<std::string>{"secrets"}) << "nothing left the folder";
 }
 
-TEST_P(SecretsIn, AreAnyBytesAndCanBeReplacedAndRemoved) {
+TEST_F(SecretFiles, AreAnyBytesAndCanBeReplacedAndRemoved) {
   const std::string bytes("\0\xFF\n\0", 4);
   ASSERT_TRUE(secrets_->write("service", "account", "old"));
   ASSERT_TRUE(secrets_->write("service", "account", bytes));
@@ -77,7 +67,7 @@ TEST_P(SecretsIn, AreAnyBytesAndCanBeReplacedAndRemoved) {
   EXPECT_TRUE(secrets_->remove("service", "account"));
 }
 
-TEST_P(SecretsIn, RefuseWhatNotEveryStoreCouldKeep) {
+TEST_F(SecretFiles, RefuseWhatNotEveryStoreCouldKeep) {
   const std::string longest(SecretStore::longestName, '@');
   EXPECT_TRUE(secrets_->write(longest, "", std::string(SecretStore::longestValue, 'x')));
   EXPECT_TRUE(secrets_->read(longest, "").value());
@@ -95,45 +85,39 @@ TEST_P(SecretsIn, RefuseWhatNotEveryStoreCouldKeep) {
   }
 }
 
-TEST(SecretFiles, AreForTheirOwnerOnly) {
-  const TemporaryFolder folder;
-  const std::string place = folder.folder("secrets");
+TEST_F(SecretFiles, AreForTheirOwnerOnly) {
+  const std::string place = folder_.folder("secrets");
   ASSERT_EQ(chmod(place.c_str(), 0755), 0);
   const mode_t mask = umask(0);
-  ASSERT_TRUE(SecretStore::files(place)->write("service", "account", "value"));
+  ASSERT_TRUE(secrets_->write("service", "account", "value"));
   umask(mask);
   EXPECT_EQ(TemporaryFolder::modeOf(place), 0700u);
-  EXPECT_EQ(folder.names("secrets"), std::set<std::string>{"service@account.secret"});
   EXPECT_EQ(TemporaryFolder::modeOf(place + "/service@account.secret"), 0600u);
 }
 
-TEST(SecretFiles, KeepTheOldValueWhenTheDiskIsFull) {
-  const TemporaryFolder folder;
-  const auto secrets = SecretStore::files(folder.path());
-  ASSERT_TRUE(secrets->write("service", "account", "old"));
+TEST_F(SecretFiles, KeepTheOldValueWhenTheDiskIsFull) {
+  ASSERT_TRUE(secrets_->write("service", "account", "old"));
   const int status = tests::inChild([&] {
     if (!tests::limitFileSize(1024)) return 1;
-    const auto written = secrets->write("service", "account", std::string(2000, 'x'));
+    const auto written = secrets_->write("service", "account", std::string(2000, 'x'));
     return !written && written.error().kind == Kind::failed ? 0 : 2;
   });
   EXPECT_EQ(status, 0);
-  EXPECT_EQ(secrets->read("service", "account").value(), "old");
-  EXPECT_EQ(folder.names().size(), 1u) << "a temporary file was left";
+  EXPECT_EQ(secrets_->read("service", "account").value(), "old");
+  EXPECT_EQ(folder_.names("secrets").size(), 1u) << "a temporary file was left";
 }
 
-TEST(SecretFiles, SayWhenTheFolderDeniesThem) {
-  const TemporaryFolder folder;
-  tests::expectOnSmallVolume(folder.path(), "1m", [&] {
-    if (!tests::makeReadOnly(folder.path())) return 1;
-    const auto written = SecretStore::files(folder / "secrets")->write("service", "account", "x");
+TEST_F(SecretFiles, SayWhenTheFolderDeniesThem) {
+  tests::expectOnSmallVolume(folder_.path(), "1m", [&] {
+    if (!tests::makeReadOnly(folder_.path())) return 1;
+    const auto written = secrets_->write("service", "account", "x");
     return !written && written.error().kind == Kind::denied ? 0 : 2;
   });
 }
 
-TEST(SecretFiles, AFolderInTheirPlaceIsNoAbsence) {
-  const TemporaryFolder folder;
-  folder.folder("service@account.secret");
-  EXPECT_FALSE(SecretStore::files(folder.path())->read("service", "account"));
+TEST_F(SecretFiles, AFolderInTheirPlaceIsNoAbsence) {
+  folder_.folder("secrets/service@account.secret");
+  EXPECT_FALSE(secrets_->read("service", "account"));
 }
 
 // ---- the choice ---------------------------------------------------------------------------------
@@ -222,34 +206,32 @@ TEST_F(ChosenSecretStore, StoresNothingWhenTheChoiceCannotBeKeptOrTold) {
 // ---- on the main queue --------------------------------------------------------------------------
 
 TEST(SecretQueue, AnswersOnTheMainQueueInOrder) {
+  const TemporaryFolder folder;
   RunLoop main;
   BackgroundPool pool;
-  SecretQueue secrets(SecretStore::inMemory(), main, pool);
+  SecretQueue secrets(SecretStore::files(folder.path()), main, pool);
   const auto mainThread = std::this_thread::get_id();
   std::vector<std::string> answers;
   secrets.write("service", "account", "value", [&](const auto& written) {
     EXPECT_EQ(std::this_thread::get_id(), mainThread);
     answers.push_back(written ? "written" : "not written");
   });
-  secrets.read("service", "account",
-               [&](const auto& read) { answers.push_back(read.value().value_or("absent")); });
-  secrets.remove("service", "account", [&](const auto&) { answers.push_back("removed"); });
-  secrets.read("service", "account",
-               [&](const auto& read) { answers.push_back(read.value().value_or("absent")); });
-  secrets.unlock([&](const auto&) { answers.push_back("unlocked"); });
-  secrets.status([&](const SecretStore::Status& status) {
-    answers.push_back(status.place);
+  const auto note = [&](const auto& read) { answers.push_back(read.value().value_or("absent")); };
+  secrets.read("service", "account", note);
+  secrets.remove("service", "account", [](const auto&) {});
+  secrets.read("service", "account", [&](const auto& read) {
+    note(read);
     main.quit();
   });
   EXPECT_TRUE(answers.empty()) << "an answer came before the caller was ready";
   main.run();
-  EXPECT_EQ(answers, (std::vector<std::string>{"written", "value", "removed", "absent", "unlocked",
-                                               "memory"}));
+  EXPECT_EQ(answers, (std::vector<std::string>{"written", "value", "absent"}));
 }
 
 TEST(SecretQueue, DropsAnswersWhenItIsGone) {
+  const TemporaryFolder folder;
   ManualMainQueue main;
-  const std::shared_ptr<SecretStore> store = SecretStore::inMemory();
+  const std::shared_ptr<SecretStore> store = SecretStore::files(folder.path());
   bool isAnswered = false;
   {
     BackgroundPool pool;

@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include "platform/storage/database.h"
 #include "platform/storage/user_defaults.h"
-#include "platform/storage/user_defaults_damage.h"
 #include "support/in_child.h"
 #include "support/temporary_folder.h"
 
@@ -117,7 +117,7 @@ TEST(UserDefaultsFaults, AProgramKilledInItsWritesLosesNoneThatWasAnswered) {
     ASSERT_TRUE(value);
     EXPECT_GE(std::stoul(*value), last);
     EXPECT_EQ(value->size(), std::to_string(std::stoul(*value)).size() + 20'001) << "half a write";
-    EXPECT_FALSE(isDamagedSettingsFile(path));
+    EXPECT_FALSE(Database::isDamaged(path));
   }
 }
 
@@ -126,18 +126,18 @@ TEST(UserDefaultsFaults, DamageIsToldFromWhatOnlyCannotBeOpenedNow) {
   const std::string path = folder / "settings";
   EXPECT_TRUE((*UserDefaults::open(path))->setText("k", std::string(50'000, 'x')));
   const std::string sound = TemporaryFolder::contentOf(path);
-  EXPECT_FALSE(isDamagedSettingsFile(path));
-  EXPECT_FALSE(isDamagedSettingsFile(folder / "absent"));
-  EXPECT_FALSE(isDamagedSettingsFile(folder.path()));
+  EXPECT_FALSE(Database::isDamaged(path));
+  EXPECT_FALSE(Database::isDamaged(folder / "absent"));
+  EXPECT_FALSE(Database::isDamaged(folder.path()));
   sqlite3* holder = nullptr;
   sqlite3_open(path.c_str(), &holder);
   ASSERT_EQ(sqlite3_exec(holder, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
-  EXPECT_FALSE(isDamagedSettingsFile(path)) << "in use";
+  EXPECT_FALSE(Database::isDamaged(path)) << "in use";
   sqlite3_close(holder);
   for (const std::string& damaged :
        {std::string(5000, 'x'), sound.substr(0, 5000), sound.substr(0, 90),
         sound.substr(0, 4096) + std::string(sound.size() - 4096, '\xFF')}) {
-    EXPECT_TRUE(isDamagedSettingsFile(folder.file("damaged", damaged))) << damaged.size();
+    EXPECT_TRUE(Database::isDamaged(folder.file("damaged", damaged))) << damaged.size();
     const auto refused = UserDefaults::open(folder / "damaged");
     ASSERT_FALSE(refused);
     EXPECT_NE(refused.error().find(folder / "damaged"), std::string::npos);

@@ -34,22 +34,9 @@ class OtherProgram {
   sqlite3* database_ = nullptr;
 };
 
-enum class Place { memory, file };
-
-class UserDefaultsIn : public testing::TestWithParam<Place> {
- protected:
-  std::unique_ptr<UserDefaults> make() {
-    return GetParam() == Place::memory ? UserDefaults::inMemory() : opened(folder_ / "settings");
-  }
-  TemporaryFolder folder_;
-};
-INSTANTIATE_TEST_SUITE_P(, UserDefaultsIn, testing::Values(Place::memory, Place::file),
-                         [](const auto& place) {
-                           return place.param == Place::memory ? "Memory" : "File";
-                         });
-
-TEST_P(UserDefaultsIn, TellTheTypesApart) {
-  const auto defaults = make();
+TEST(UserDefaults, TellTheTypesApart) {
+  const TemporaryFolder folder;
+  const auto defaults = opened(folder / "settings");
   EXPECT_TRUE(defaults->setText("t", "1"));
   EXPECT_TRUE(defaults->setBoolean("b", true));
   EXPECT_TRUE(defaults->setNumber("n", 1));

@@ -23,15 +23,5 @@ TEST(Weakly, CallsAndKeepsTheOwnerOnlyWhileItLives) {
   callback("late");
 }
 
-TEST(Weakly, OwnerMayGoDuringItsOwnCallback) {
-  auto owner = std::make_shared<Owner>();
-  const std::function<void()> callback = weakly(owner.get(), [&](Owner& self) {
-    owner.reset();
-    self.heard = "still here";
-  });
-  callback();
-  EXPECT_FALSE(owner);
-}
-
 }  // namespace
 }  // namespace vantrell

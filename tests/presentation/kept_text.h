@@ -1,10 +1,7 @@
-// That no text of an answer is lost on its way into blocks. White space aside, all that may be
-// missing are the marks of the layout: the "#" of a heading, the mark of an item and its box, the
-// zeros before a number, the ">" of a quote, a divider, the separator of a table and the pipes
-// around a row, the fences of code, and what stands behind the fence that ends it.
+// That no text of an answer is lost on its way into blocks. All that may be missing is white space,
+// the marks of the layout, and what stands behind the fence that ends code.
 #pragma once
 
-#include <algorithm>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,118 +13,85 @@
 
 namespace vantrell::testing {
 
-/// All but the white space.
-inline std::string inkOf(std::string_view text) {
-  std::string ink;
-  for (std::size_t at = 0; at < text.size();) {
-    const std::size_t blank = white::at(text, at);
-    if (blank == 0) ink += text[at];
-    at += std::max<std::size_t>(blank, 1);
-  }
-  return ink;
-}
-
-/// Goes over the lines of a text and its blocks together. The marks are taken off by the kind of
-/// the block, so that it says nothing about which kind a line should be.
+/// Goes over a text and its blocks together.
 class KeptText {
  public:
-  /// The line whose text is not in the blocks; empty when all is there. The text has line feeds.
-  static std::string firstLost(std::string_view text, const std::vector<ResponseBlock>& blocks) {
-    KeptText walk(text);
-    for (const auto& block : blocks) {
-      while (walk.at_ < walk.lines_.size() && inkOf(walk.lines_[walk.at_]).empty()) ++walk.at_;
-      if (walk.at_ == walk.lines_.size()) return "a block of nothing";
-      const std::size_t first = walk.at_;
-      const bool isKept =
-          std::visit([&](const auto& kind) { return walk.keeps(kind, block.text); }, block.kind);
-      if (!isKept) return "line " + std::to_string(first) + ": " + std::string(walk.lines_[first]);
+  explicit KeptText(std::string_view text) : rest_(text) {}
+
+  bool holds(const ResponseBlock& block) {
+    using B = ResponseBlock;
+    if (const auto* code = std::get_if<B::Code>(&block.kind)) {
+      return take("```" + code->language.value_or("")) && takeCode(block.text);
     }
-    for (; walk.at_ < walk.lines_.size(); ++walk.at_) {
-      if (!inkOf(walk.lines_[walk.at_]).empty()) return std::string(walk.lines_[walk.at_]);
+    if (const auto* table = std::get_if<ResponseTable>(&block.kind)) {
+      return take(text::joined(table->headers, "|")) &&
+             std::ranges::all_of(table->rows,
+                                 [this](const auto& row) { return take(text::joined(row, "|")); });
     }
-    return {};
+    if (const auto* item = std::get_if<B::Checklist>(&block.kind)) {
+      if (!take("[") || (item->checked && !take("x") && !take("X")) || !take("]")) return false;
+    }
+    const auto* item = std::get_if<B::Numbered>(&block.kind);
+    return (!item || item->number == 0 || take(std::to_string(item->number))) && take(block.text);
+  }
+
+  /// Where a text that no block has begins; empty when nothing but marks is left.
+  std::string_view rest() {
+    while (skipMark()) {
+    }
+    return rest_;
   }
 
  private:
-  using B = ResponseBlock;
-  explicit KeptText(std::string_view text) : lines_(text::split(text, '\n')) {}
-
-  std::string ink() { return at_ < lines_.size() ? inkOf(lines_[at_]) : std::string(); }
-  bool takes(const std::string& expected) { return ink() == expected && ++at_ > 0; }
-  bool takesItem(const std::string& rest) {
-    for (const std::string mark : {"-", "*", "+", "\xE2\x80\xA2"}) {
-      if (takes(mark + rest)) return true;
+  bool skipMark() {
+    std::size_t length = white::at(rest_, 0);
+    if (length == 0 && rest_.starts_with("\u2022")) length = 3;
+    if (length == 0 && !rest_.empty() && std::string_view("#-*+>|:._`)0").contains(rest_[0])) {
+      length = 1;
     }
-    return false;
+    rest_.remove_prefix(length);
+    return length > 0;
   }
-  bool keeps(const B::Heading& heading, std::string_view text) {
-    return takes(std::string(static_cast<std::size_t>(heading.level), '#') + inkOf(text));
-  }
-  bool keeps(const B::Bullet&, std::string_view text) { return takesItem(inkOf(text)); }
-  bool keeps(const B::Checklist& item, std::string_view text) {
-    const std::string rest = inkOf(text);
-    return item.checked ? takesItem("[x]" + rest) || takesItem("[X]" + rest)
-                        : takesItem("[]" + rest);
-  }
-  bool keeps(const B::Numbered& item, std::string_view text) {
-    const std::string line = ink();
-    std::string number = line.substr(0, line.find_first_not_of('0'));
-    if (item.number != 0) number += std::to_string(item.number);
-    return takes(number + "." + inkOf(text)) || takes(number + ")" + inkOf(text));
-  }
-  bool keeps(const B::Quote&, std::string_view text) { return takes(">" + inkOf(text)); }
-  bool keeps(const B::Divider&, std::string_view) {
-    const std::string line = ink();
-    ++at_;
-    return line.size() >= 3 && std::string_view("-*_").contains(line[0]) &&
-           line.find_first_not_of(line[0]) == line.npos;
-  }
-  bool keeps(const B::Paragraph&, std::string_view text) {
-    const std::string all = inkOf(text);
-    for (std::string_view left = all; !left.empty(); ++at_) {
-      const std::string line = ink();
-      if (at_ == lines_.size() || !left.starts_with(line)) return false;
-      left.remove_prefix(line.size());
+
+  /// Takes the wanted text, with white space and marks between. Takes nothing when it is not there.
+  bool take(std::string_view wanted) {
+    const std::string_view before = rest_;
+    while (!wanted.empty()) {
+      if (const std::size_t blank = white::at(wanted, 0)) {
+        wanted.remove_prefix(blank);
+      } else if (rest_.starts_with(wanted[0])) {
+        wanted.remove_prefix(1);
+        rest_.remove_prefix(1);
+      } else if (!skipMark()) {
+        rest_ = before;
+        return false;
+      }
     }
     return true;
   }
-  bool keeps(const ResponseTable& table, std::string_view) {
-    const auto isRow = [&](const std::vector<std::string>& cells) {
-      const std::string line = ink();
-      const std::string row = inkOf(text::joined(cells, "|"));
-      const std::size_t at = std::min(line.find(row), line.size());
-      const std::string around =
-          line.substr(0, at) + line.substr(std::min(at + row.size(), line.size()));
-      ++at_;
-      return at < line.size() && cells.size() == table.headers.size() &&
-             around.find_first_not_of('|') == around.npos;
-    };
-    if (!isRow(table.headers) || ink().find_first_not_of("-:|") != std::string::npos) return false;
-    ++at_;
-    return std::ranges::all_of(table.rows, isRow);
-  }
-  bool keeps(const B::Code& code, std::string_view text) {
-    if (!takes("```" + inkOf(code.language.value_or("")))) return false;
-    const auto isOpen = [this] {
-      return at_ < lines_.size() && !white::trimmedOfBlanks(lines_[at_]).starts_with("```");
-    };
-    std::string inside;
-    for (std::string_view between; isOpen(); between = "\n") {
-      inside.append(between).append(lines_[at_++]);
-    }
-    at_ += at_ < lines_.size();  // the fence at the end, with what stands behind it
-    return inside == text;
+
+  void skipLine() { rest_.remove_prefix(std::min(rest_.find('\n'), rest_.size() - 1) + 1); }
+
+  bool takeCode(std::string_view code) {
+    if (!rest_.empty()) skipLine();
+    if (!rest_.starts_with(code)) return false;
+    rest_.remove_prefix(code.size());
+    if (rest_.starts_with('\n')) rest_.remove_prefix(1);
+    if (!rest_.empty() && white::trimmedOfBlanks(rest_).starts_with("```")) skipLine();
+    return true;
   }
 
-  const std::vector<std::string_view> lines_;
-  std::size_t at_ = 0;
+  std::string_view rest_;
 };
 
 /// What of an answer is in no block; empty when all is there.
 inline std::string lostOf(std::string_view text) {
   const std::string laidOut = ResponseFormatting::structureDenseResponse(text);
-  if (inkOf(laidOut) != inkOf(text)) return laidOut;
-  return KeptText::firstLost(laidOut, ResponseFormatting::blocks(text));
+  KeptText kept(laidOut);
+  for (const auto& block : ResponseFormatting::blocks(text)) {
+    if (!kept.holds(block)) return block.text + " is not at " + std::string(kept.rest());
+  }
+  return std::string(kept.rest());
 }
 
 }  // namespace vantrell::testing

@@ -76,8 +76,6 @@ TEST(ToolGrouping, SumsUpTheInputInOneLine) {
   EXPECT_EQ(ToolGrouping::summary(tool({}, R"({"query":"q","path":"/a","command":7})")), "/a");
   EXPECT_EQ(ToolGrouping::summary(tool({}, R"({"command":"\n  make\nmake test"})")), "make");
   EXPECT_EQ(ToolGrouping::summary(tool({}, "\n\t\n  plain \nmore")), "plain");
-  EXPECT_EQ(ToolGrouping::summary(tool({}, R"({"other":1})")), R"({"other":1})");
-  EXPECT_EQ(ToolGrouping::summary(tool({}, "")), "");
 }
 
 TEST(ToolEntryGroup, HasTheStateOfItsEntries) {

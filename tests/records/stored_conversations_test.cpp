@@ -68,7 +68,7 @@ class StoredConversations : public testing::Test {
     return workspaces;
   }
   std::string file() { return folder_ / "conversations.sqlite"; }
-  std::vector<std::string> keptAside() {
+  std::vector<std::string> quarantined() {
     std::vector<std::string> kept;
     for (const auto& name : folder_.names()) {
       if (name.starts_with("conversations ")) kept.push_back(folder_ / name);
@@ -122,7 +122,7 @@ TEST_F(StoredConversationsInMemory, FileCutAtAnyByteOfItsLastPageIsKeptAndWhatCa
     folder_.file("conversations.sqlite", damaged);
     std::optional<std::string> notice;
     const auto loaded = load(&notice);
-    const auto kept = keptAside();
+    const auto kept = quarantined();
     ASSERT_EQ(kept.size(), 1U);
     ASSERT_EQ(TemporaryFolder::contentOf(kept[0]), damaged);
     ASSERT_TRUE(notice);
@@ -152,7 +152,7 @@ TEST_F(StoredConversations, WhatIsNoStoreIsKeptAsideUnchanged) {
     folder_.file("conversations.sqlite", content);
     std::optional<std::string> notice;
     EXPECT_EQ(load(&notice).size(), 1U);
-    const auto kept = keptAside();
+    const auto kept = quarantined();
     ASSERT_EQ(kept.size(), 1U);
     EXPECT_EQ(TemporaryFolder::contentOf(kept[0]), content);
     ASSERT_TRUE(notice);
@@ -168,7 +168,7 @@ TEST_F(StoredConversations, FileOfANewerVersionIsRefusedAndStays) {
   EXPECT_FALSE(store.save(store.load(now)));
   ASSERT_TRUE(store.notice());
   EXPECT_TRUE(store.notice()->contains("a newer version")) << *store.notice();
-  EXPECT_TRUE(keptAside().empty());
+  EXPECT_TRUE(quarantined().empty());
   run("PRAGMA user_version = 1");
   EXPECT_EQ(load(), tree);
 }
@@ -242,8 +242,8 @@ TEST_F(StoredConversations, DamagedPiecesHurtNothingElse) {
     EXPECT_GE(same, 2U) << "the others are as they were";
     const bool isTold = !told.empty() || std::string_view(each.what) == "lost row";
     EXPECT_TRUE(isTold);
-    EXPECT_EQ(keptAside().size(), told.empty() ? 0U : 1U);
-    for (const auto& kept : keptAside()) EXPECT_TRUE(told.contains(kept)) << told;
+    EXPECT_EQ(quarantined().size(), told.empty() ? 0U : 1U);
+    for (const auto& kept : quarantined()) EXPECT_TRUE(told.contains(kept)) << told;
 
     // Life goes on, and nothing of the damaged piece is written over by that.
     loaded[0].threads[0].title = "Another";
@@ -253,7 +253,7 @@ TEST_F(StoredConversations, DamagedPiecesHurtNothingElse) {
     for (const auto& workspace : again.load(now)) {
       for (const auto& thread : workspace.threads) (void)thread.entries.begin();
     }
-    EXPECT_LE(keptAside().size(), 1U) << "one copy, however often it is met";
+    EXPECT_LE(quarantined().size(), 1U) << "one copy, however often it is met";
   }
 }
 
@@ -278,7 +278,7 @@ TEST_F(StoredConversations, DamagedPageKeepsNoOtherConversationFromBeingSaved) {
   for (auto& thread : loaded[1].threads) thread.entries[1].text = "changed";
   EXPECT_FALSE(store.save(loaded));
   EXPECT_FALSE(store.lastError().empty());
-  EXPECT_EQ(keptAside().size(), 1U) << "before anything of it was written over";
+  EXPECT_EQ(quarantined().size(), 1U) << "before anything of it was written over";
   std::size_t changed = 0;
   const auto again = load();
   for (const auto& thread : again[1].threads) changed += thread.entries[1].text == "changed";
@@ -429,7 +429,7 @@ TEST_F(StoredConversations, EndBetweenTheTwoStepsOfTakingOverCostsNothing) {
   EXPECT_EQ(load(&notice), loaded);
   EXPECT_EQ(notice, std::nullopt);
   EXPECT_FALSE(defaults_->data(documentKey));
-  EXPECT_TRUE(keptAside().empty());
+  EXPECT_TRUE(quarantined().empty());
 }
 
 TEST_F(StoredConversations, ValuesThatCannotBeTakenOverAreKeptAside) {
@@ -457,7 +457,7 @@ TEST_F(StoredConversations, ValuesThatCannotBeTakenOverAreKeptAside) {
     const auto loaded = load(&notice);
     EXPECT_EQ(loaded.size(), each.storeIsThere ? 2U : 1U);
     EXPECT_TRUE(!each.storeIsThere || loaded == before);
-    const auto kept = keptAside();
+    const auto kept = quarantined();
     ASSERT_EQ(kept.size(), 1U);
     EXPECT_EQ(TemporaryFolder::contentOf(kept[0]), each.kept);
     ASSERT_TRUE(notice);
@@ -495,7 +495,7 @@ TEST_F(StoredConversations, ExportIsTheDocumentAndImportTakesIt) {
   EXPECT_EQ(imported->workspaces, 3U);
   EXPECT_EQ(imported->threads, 6U);
   EXPECT_EQ(imported->withoutFolder, 1U);
-  EXPECT_EQ(TemporaryFolder::contentOf(imported->keptAside), exported->document);
+  EXPECT_EQ(TemporaryFolder::contentOf(imported->quarantined), exported->document);
   other.pop_back();  // whose folder is not there
   EXPECT_EQ(load(), other);
 
@@ -524,7 +524,7 @@ TEST_F(StoredConversations, ImportThatIsRefusedChangesNothing) {
     ASSERT_FALSE(refused);
     EXPECT_TRUE(refused.error().starts_with("The document cannot be read: ")) << refused.error();
     EXPECT_EQ(load(), tree);
-    EXPECT_TRUE(keptAside().empty());
+    EXPECT_TRUE(quarantined().empty());
   }
 }
 

@@ -2,7 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include "platform/values/calendar_day.h"
+#include "platform/values/date.h"
 #include "support/task_records.h"
 
 namespace vantrell::views {

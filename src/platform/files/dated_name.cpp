@@ -14,7 +14,7 @@ constexpr int namesToTry = 1000;
 
 std::string datedName(const std::string& folder, std::string_view what, Date date,
                       std::string_view extension) {
-  // Colons are not forevery file system.
+  // Colons are not for every file system.
   std::string day = iso8601(date);
   for (char& c : day) c = c == ':' ? '.' : c == 'T' ? ' ' : c;
   const std::string base = fmt::format("{}/{} {}", folder, what, day);

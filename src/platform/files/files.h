@@ -60,12 +60,9 @@ Result<std::string> read(const std::string& path,
 enum class Links { follow, replace };
 Result<> writeAtomically(const std::string& path, std::string_view content,
                          std::optional<mode_t> mode = std::nullopt, Links links = Links::follow);
-/// Where something unreadable at `path` can be kept, in the same folder and with the same
-/// extension:
-/// "/x/fleet that could not be read 2026-11-22 21.08.00Z.json". Nothing has that name yet.
-std::string asideName(const std::string& path, Date date);
-/// Moves the file (or link) to such a name in one step, and returns it. Nothing is ever replaced.
-Result<std::string> keepAside(const std::string& path, Date date);
+/// Moves something unreadable (a file or a link) in one step to a free name in the same folder,
+/// "/x/fleet that could not be read 2026-11-22 21.08.00Z.json", and returns that name.
+Result<std::string> quarantine(const std::string& path, Date date);
 /// Creates the folder and its parents with the mode for those it makes.
 Result<> createFolders(const std::string& path, mode_t mode = 0777);
 /// createFolders, and mode 0700 on the last one even when it was there before.
@@ -83,8 +80,8 @@ Result<> move(const std::string& from, const std::string& to);
 /// after a failure nothing is left at `to`. A stop is one, of a copy that has lost its purpose.
 Result<> copyFile(const std::string& from, const std::string& to, const std::stop_token& stop = {});
 /// Moves to the freedesktop.org Trash: the home trash, or the trash of the file's own volume; never
-/// copies between volumes. A link is moved as such. Returns where the file now is.
-Result<std::string> moveToTrash(const std::string& path);
+/// copies between volumes. A link is moved as such. GLib reads the environment for it once.
+Result<> moveToTrash(const std::string& path);
 
 /// An exclusive lock on a file, held until the object is destroyed or the process ends, however it
 /// ends. Owner-only; holds the process id as text.

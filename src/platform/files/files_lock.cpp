@@ -61,15 +61,17 @@ std::expected<LockFile, LockFile::Busy> LockFile::acquire(const std::string& pat
   }
 }
 
-// The kernel lists each lock as "1: FLOCK  ADVISORY  WRITE 4711 fd:01:393237 0 EOF": the last number
-// of the triple is the inode. The device is left out, since some file systems list another one.
+// The kernel lists each lock as "1: FLOCK  ADVISORY  WRITE 4711 fd:01:393237 0 EOF": the last
+// number of the triple is the inode. The device is left out, since some file systems list another
+// one.
 bool LockFile::isHeld(const std::string& path) {
   struct stat named{};
   if (stat(path.c_str(), &named) != 0) return false;
   std::ifstream locks("/proc/locks");
   const std::string inode = ":" + std::to_string(named.st_ino) + " ";
   for (std::string line; std::getline(locks, line);) {
-    if (line.find("FLOCK") != std::string::npos && line.find(inode) != std::string::npos) return true;
+    if (line.find("FLOCK") != std::string::npos && line.find(inode) != std::string::npos)
+      return true;
   }
   return false;
 }

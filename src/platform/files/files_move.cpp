@@ -32,8 +32,7 @@ bool copyContent(int from, int to, const std::stop_token& stop) {
   return false;
 }
 
-}  // namespace
-
+/// A free name in the same folder and with the same extension.
 std::string asideName(const std::string& path, Date date) {
   const std::string name = lastComponent(path);
   std::size_t dot = name.rfind('.');
@@ -42,7 +41,9 @@ std::string asideName(const std::string& path, Date date) {
                    dot == name.npos ? "" : name.substr(dot));
 }
 
-Result<std::string> keepAside(const std::string& path, Date date) {
+}  // namespace
+
+Result<std::string> quarantine(const std::string& path, Date date) {
   std::string aside = asideName(path, date);
   if (!renameToFreeName(path, aside)) return failure("put aside", path);
   if (!syncFolderOf(aside)) return failure("make durable", aside);

@@ -96,8 +96,7 @@ struct HttpClient::Impl : std::enable_shared_from_this<Impl> {
       : settings{options.extraAuthorities.empty() ? authoritiesOfTheEnvironment()
                                                   : std::move(options.extraAuthorities),
                  hostsWithoutProxy()},
-        libraryName(std::move(options.library)),
-        timers(steadyUptime, [](Duration) {}) {}
+        libraryName(std::move(options.library)) {}
   ~Impl() {
     if (multi) curl->curl_multi_cleanup(multi);
   }
@@ -146,10 +145,8 @@ struct HttpClient::Impl : std::enable_shared_from_this<Impl> {
       int running = 0;
       curl->curl_multi_perform(multi, &running);
       takeFinished();
-      for (auto due = timers.next(); due && *due <= steadyUptime(); due = timers.next()) {
-        timers.fire();
-      }
-      if (!isEnding) curl->curl_multi_poll(multi, nullptr, 0, millisecondsToNextTimer(), nullptr);
+      const int wait = endLate();
+      if (!isEnding) curl->curl_multi_poll(multi, nullptr, 0, wait, nullptr);
     }
     while (!exchanges.empty()) cancel(exchanges.begin()->first);
   }
@@ -176,12 +173,20 @@ struct HttpClient::Impl : std::enable_shared_from_this<Impl> {
     for (auto& work : batch) work();
   }
 
-  int millisecondsToNextTimer() const {
-    constexpr int longest = 60'000;
-    const auto due = timers.next();
-    if (!due) return longest;
-    const auto wait = std::chrono::ceil<std::chrono::milliseconds>(*due - steadyUptime());
-    return static_cast<int>(std::clamp<std::int64_t>(wait.count(), 0, longest));
+  /// Ends what is past its deadline. Returns the milliseconds to the next one.
+  int endLate() {
+    Duration wait = std::chrono::minutes(1);
+    std::vector<std::uint64_t> late;
+    for (const auto& [id, exchange] : exchanges) {
+      const Duration left = exchange->deadline() - steadyUptime();
+      if (left <= Duration::zero()) {
+        late.push_back(id);
+      } else {
+        wait = std::min(wait, left);
+      }
+    }
+    for (const auto id : late) take(id)->finishLate();
+    return static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(wait).count());
   }
 
   void add(std::uint64_t id, HttpRequest request, HttpAnswer answer) {
@@ -192,29 +197,10 @@ struct HttpClient::Impl : std::enable_shared_from_this<Impl> {
                                 problem)}));
     }
     auto exchange = std::make_unique<HttpExchange>(std::move(request), std::move(answer), settings);
-    auto& added = *exchange;
+    void* const handle = exchange->handle();
+    ids.emplace(handle, id);
     exchanges.emplace(id, std::move(exchange));
-    ids.emplace(added.handle(), id);
-    added.wholeTimer = timers.after(added.request().resourceTimeout, [this, id] {
-      take(id)->finishOverdue();  // a finished request has no timers
-    });
-    armIdleTimer(id, added);
-    curl->curl_multi_add_handle(multi, added.handle());
-  }
-
-  void armIdleTimer(std::uint64_t id, HttpExchange& exchange) {
-    const auto limit = exchange.lastActivity() + exchange.request().requestTimeout;
-    exchange.idleTimer = timers.after(limit - steadyUptime(), [this, id] { checkIdle(id); });
-  }
-
-  void checkIdle(std::uint64_t id) {
-    auto& exchange = *exchanges.at(id);
-    const Duration allowed = exchange.request().requestTimeout;
-    if (steadyUptime() - exchange.lastActivity() < allowed) {
-      armIdleTimer(id, exchange);
-    } else {
-      take(id)->finishIdle();
-    }
+    curl->curl_multi_add_handle(multi, handle);
   }
 
   void takeFinished() {
@@ -238,10 +224,7 @@ struct HttpClient::Impl : std::enable_shared_from_this<Impl> {
   }
 
   void cancel(std::uint64_t id) {
-    if (const auto exchange = take(id)) {
-      exchange->finish(HttpError::Kind::cancelled,
-                       fmt::format("The request to {} was cancelled.", exchange->server()));
-    }
+    if (const auto exchange = take(id)) exchange->finishCancelled();
   }
 
   const HttpSettings settings;
@@ -254,26 +237,10 @@ struct HttpClient::Impl : std::enable_shared_from_this<Impl> {
   std::condition_variable hasPosted;  // only without a multi handle, which has a way of its own
   std::vector<Work> posted;
   CURLM* multi = nullptr;  // made by the client's thread, which alone reads it without the mutex
-  TimerTable timers;       // before the exchanges, which hold timers of it
   std::map<std::uint64_t, std::unique_ptr<HttpExchange>> exchanges;
   std::map<void*, std::uint64_t> ids;  // by libcurl's handle
   bool isEnding = false;
   std::thread thread;
-};
-
-class HttpClient::Transfer final : public HttpTransfer {
- public:
-  Transfer(std::weak_ptr<Impl> client, std::uint64_t id) : client_(std::move(client)), id_(id) {}
-
-  void cancel() override {
-    if (const auto client = client_.lock()) {
-      client->post([raw = client.get(), id = id_] { raw->cancel(id); });
-    }
-  }
-
- private:
-  const std::weak_ptr<Impl> client_;
-  const std::uint64_t id_;
 };
 
 HttpClient::HttpClient(MainQueue& main) : HttpClient(main, Options{}) {}
@@ -291,7 +258,9 @@ std::shared_ptr<HttpTransfer> HttpClient::send(HttpRequest request, Completion c
     impl_->startThread();
   }
   const auto id = ++impl_->lastID;
-  auto transfer = std::make_shared<Transfer>(impl_, id);
+  auto transfer = std::make_shared<HttpTransfer>([client = std::weak_ptr(impl_), id] {
+    if (const auto impl = client.lock()) impl->post([raw = impl.get(), id] { raw->cancel(id); });
+  });
   HttpAnswer answer(main_, std::move(completion));
   if (auto problem = problemOf(request)) {
     answer.give(std::unexpected(HttpError{HttpError::Kind::invalidRequest, std::move(*problem)}));

@@ -6,6 +6,7 @@
 // outlive it.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -17,9 +18,12 @@ namespace vantrell {
 /// A request under way. It goes on when this is destroyed.
 class HttpTransfer {
  public:
-  virtual ~HttpTransfer() = default;
+  explicit HttpTransfer(std::function<void()> cancel) : cancel_(std::move(cancel)) {}
   /// The completion comes with `cancelled`, unless it is on its way already.
-  virtual void cancel() = 0;
+  void cancel() const { cancel_(); }
+
+ private:
+  std::function<void()> cancel_;
 };
 
 class HttpClient {
@@ -46,7 +50,6 @@ class HttpClient {
 
  private:
   struct Impl;
-  class Transfer;
   MainQueue& main_;
   Options options_;
   std::shared_ptr<Impl> impl_;  // from the first request on: many starts of the program have none

@@ -35,10 +35,6 @@ const Library& library() {
 
 static_assert(sizeof(curl_off_t) == sizeof(std::int64_t));
 
-double seconds(std::chrono::milliseconds time) {
-  return std::chrono::duration<double>(time).count();
-}
-
 HttpError::Kind kindOf(CURLcode code) {
   using enum HttpError::Kind;
   switch (code) {
@@ -79,7 +75,8 @@ HttpExchange::HttpExchange(HttpRequest request, HttpAnswer answer, const HttpSet
       answer_(std::move(answer)),
       easy_(library().curl_easy_init()),
       headers_(std::make_unique<HeaderList>()),
-      lastActivity_(steadyUptime()) {
+      start_(steadyUptime()),
+      lastActivity_(start_) {
   static_assert(std::tuple_size_v<decltype(words_)> >= CURL_ERROR_SIZE);
   configure(settings);
 }
@@ -132,9 +129,7 @@ void HttpExchange::configureMethod() {
     library().curl_easy_setopt(easy_, CURLOPT_POSTFIELDSIZE_LARGE,
                                static_cast<curl_off_t>(request_.body.size()));
   }
-  if (method == "HEAD") {
-    library().curl_easy_setopt(easy_, CURLOPT_NOBODY, 1L);
-  } else if (method != (hasBody ? "POST" : "GET")) {
+  if (method != (hasBody ? "POST" : "GET")) {
     library().curl_easy_setopt(easy_, CURLOPT_CUSTOMREQUEST, method.c_str());
   }
   bool hasType = false;
@@ -256,18 +251,24 @@ void HttpExchange::finish(int code) {
   }
 }
 
-void HttpExchange::finish(HttpError::Kind kind, std::string description) {
+void HttpExchange::fail(HttpError::Kind kind, std::string description) {
   answer_.give(std::unexpected(HttpError{kind, std::move(description)}));
 }
 
-void HttpExchange::finishIdle() {
-  finish(HttpError::Kind::timedOut, fmt::format("{} did not answer within {:g} seconds.", server(),
-                                                seconds(request_.requestTimeout)));
+void HttpExchange::finishCancelled() {
+  fail(HttpError::Kind::cancelled, fmt::format("The request to {} was cancelled.", server()));
 }
 
-void HttpExchange::finishOverdue() {
-  finish(HttpError::Kind::timedOut, fmt::format("{} did not finish within {:g} seconds.", server(),
-                                                seconds(request_.resourceTimeout)));
+Duration HttpExchange::deadline() const {
+  return std::min(lastActivity_ + request_.requestTimeout, start_ + request_.resourceTimeout);
+}
+
+void HttpExchange::finishLate() {
+  const bool isIdle = steadyUptime() < start_ + request_.resourceTimeout;
+  const auto limit = isIdle ? request_.requestTimeout : request_.resourceTimeout;
+  fail(HttpError::Kind::timedOut,
+       fmt::format("{} did not {} within {:g} seconds.", server(), isIdle ? "answer" : "finish",
+                   std::chrono::duration<double>(limit).count()));
 }
 
 }  // namespace vantrell

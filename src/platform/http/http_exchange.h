@@ -51,24 +51,20 @@ class HttpExchange {
 
   /// libcurl's handle of the request; its private pointer is this object.
   void* handle() const { return easy_; }
-  const HttpRequest& request() const { return request_; }
-  /// When the last byte went either way.
-  Duration lastActivity() const { return lastActivity_; }
+  /// The uptime at which it has been idle for too long or takes too long as a whole, unless
+  /// something moves before.
+  Duration deadline() const;
 
   /// Delivers the completion; `code` is libcurl's (CURLcode). Once, and the last call.
   void finish(int code);
-  void finish(HttpError::Kind kind, std::string description);
-  /// Host and port of what was asked last, for sentences.
-  std::string server() const;
-
-  // The completions of the two that overran their time.
-  void finishIdle();
-  void finishOverdue();
-
-  Timer idleTimer;
-  Timer wholeTimer;
+  void finishCancelled();
+  /// The completion of one that is past its deadline.
+  void finishLate();
 
  private:
+  void fail(HttpError::Kind kind, std::string description);
+  /// Host and port of what was asked last, for sentences.
+  std::string server() const;
   void configure(const HttpSettings& settings);
   void configureMethod();
   std::size_t takeHeaderLine(std::string_view line);
@@ -91,7 +87,8 @@ class HttpExchange {
   bool isHeadComplete_ = false;
   std::size_t headBytes_ = 0;
   std::optional<HttpError> failure_;  // found in a callback, in which nothing may be finished
-  Duration lastActivity_;
+  const Duration start_;
+  Duration lastActivity_;  // when the last byte went either way
   std::int64_t bytesMoved_ = 0;
 };
 

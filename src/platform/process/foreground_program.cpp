@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <spawn.h>
 #include <sys/wait.h>
 
 #include "platform/process/process_spawn.h"
@@ -37,28 +36,6 @@ class Disposition {
   struct sigaction previous_{};
 };
 
-/// The child begins with the usual signals, whatever this program does with them.
-class Attributes {
- public:
-  Attributes() {
-    ::posix_spawnattr_init(&attributes_);
-    sigset_t all;
-    sigfillset(&all);
-    ::posix_spawnattr_setsigdefault(&attributes_, &all);
-    sigset_t none;
-    sigemptyset(&none);
-    ::posix_spawnattr_setsigmask(&attributes_, &none);
-    ::posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
-  }
-  ~Attributes() { ::posix_spawnattr_destroy(&attributes_); }
-  Attributes(const Attributes&) = delete;
-  Attributes& operator=(const Attributes&) = delete;
-  const posix_spawnattr_t* get() const { return &attributes_; }
-
- private:
-  posix_spawnattr_t attributes_;
-};
-
 }  // namespace
 
 std::expected<ExitStatus, ProcessError> runInForeground(const std::string& executable,
@@ -71,7 +48,7 @@ std::expected<ExitStatus, ProcessError> runInForeground(const std::string& execu
   const Disposition childEnd(SIGCHLD, SIG_DFL);
   const Disposition interrupt(SIGINT, SIG_IGN);
   const Disposition quit(SIGQUIT, SIG_IGN);
-  const Attributes attributes;
+  const SpawnAttributes attributes;
   pid_t child = 0;
   const int error = ::posix_spawn(&child, executable.c_str(), nullptr, attributes.get(),
                                   words.arguments(), words.environment());

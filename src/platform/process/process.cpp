@@ -95,34 +95,26 @@ bool isUsable(const ProcessOptions& options) {
   });
 }
 
-}  // namespace
-
 /// One child until its supervisor has ended, however long its owner lives: what waits on the
 /// children's thread holds it.
-struct Process::Impl : std::enable_shared_from_this<Impl> {
-  Impl(SerialQueue queue, Handlers handlers)
+class Child final : public Process, public std::enable_shared_from_this<Child> {
+ public:
+  Child(SerialQueue queue, Handlers handlers)
       : queue_(std::move(queue)),
         handlers_(std::make_shared<const Handlers>(std::move(handlers))) {}
 
-  pid_t id() const { return id_; }
-  std::size_t unsentBytes() const { return unsent_; }
-  bool isRunning() const { return isRunning_; }
-
-  // ---- any thread -------------------------------------------------------------------------------
-
-  template <typename Call>
-  void onThread(Call call) {
-    asio::post(context_, [self = shared_from_this(), call = std::move(call)] { call(*self); });
-  }
+  std::int64_t processID() const override { return id_; }
+  std::size_t unsentBytes() const override { return unsent_; }
+  bool isRunning() const override { return isRunning_; }
 
   void start(SpawnedProgram program, bool endsGroup) {
     id_ = program.id;
     Children::shared().add();
     auto held = std::make_shared<SpawnedProgram>(std::move(program));
-    onThread([held, endsGroup](Impl& self) { self.begin(*held, endsGroup); });
+    onThread([held, endsGroup](Child& self) { self.begin(*held, endsGroup); });
   }
 
-  void write(std::string bytes) {
+  void write(std::string bytes) override {
     if (bytes.empty()) return;
     {
       const std::lock_guard lock(mutex_);
@@ -131,19 +123,31 @@ struct Process::Impl : std::enable_shared_from_this<Impl> {
       pieces_.push_back(std::move(bytes));
       if (pieces_.size() > 1) return;
     }
-    onThread([](Impl& self) { self.send(); });
+    onThread([](Child& self) { self.send(); });
   }
 
-  void closeInput() {
+  void closeInput() override {
     {
       const std::lock_guard lock(mutex_);
       if (std::exchange(isInputClosed_, true)) return;
     }
-    onThread([](Impl& self) { self.send(); });
+    onThread([](Child& self) { self.send(); });
+  }
+
+  void pauseReading() override {
+    onThread([](Child& self) { self.setPaused(true); });
+  }
+
+  void resumeReading() override {
+    onThread([](Child& self) { self.setPaused(false); });
+  }
+
+  void terminate(Milliseconds grace) override {
+    onThread([grace](Child& self) { self.terminateNow(grace); });
   }
 
   /// No handler begins from now on.
-  void stop(Milliseconds grace, Milliseconds patience) {
+  void stop(Milliseconds grace, Milliseconds patience) override {
     {
       const std::lock_guard lock(mutex_);
       if (std::exchange(isStopped_, true)) return;
@@ -153,10 +157,16 @@ struct Process::Impl : std::enable_shared_from_this<Impl> {
         queue_.post([handlers = std::move(handlers)] {});
       }
     }
-    onThread([grace, patience](Impl& self) { self.stopNow(grace, patience); });
+    onThread([grace, patience](Child& self) { self.stopNow(grace, patience); });
   }
 
-  // ---- the children's thread --------------------------------------------------------------------
+ private:
+  template <typename Call>
+  void onThread(Call call) {
+    asio::post(context_, [self = shared_from_this(), call = std::move(call)] { call(*self); });
+  }
+
+  // The children's thread from here on.
 
   void setPaused(bool isPaused) {
     if (isStopped()) return;
@@ -164,7 +174,7 @@ struct Process::Impl : std::enable_shared_from_this<Impl> {
     readOn();
   }
 
-  void terminate(Milliseconds grace) {
+  void terminateNow(Milliseconds grace) {
     if (grace <= Milliseconds::zero()) return command(Command::kill);
     command(Command::terminate);
     const auto instant = Clock::now() + grace;
@@ -176,7 +186,6 @@ struct Process::Impl : std::enable_shared_from_this<Impl> {
     });
   }
 
- private:
   struct Source {
     explicit Source(asio::io_context& context) : pipe(context) {}
     asio::posix::stream_descriptor pipe;
@@ -263,7 +272,7 @@ struct Process::Impl : std::enable_shared_from_this<Impl> {
         const std::lock_guard again(self->mutex_);
         if (source.chunksOnTheirWay-- < chunksPerStream) return;
       }
-      self->onThread([&source](Impl& impl) { impl.readOn(source); });
+      self->onThread([&source](Child& child) { child.readOn(source); });
     });
   }
 
@@ -333,12 +342,12 @@ struct Process::Impl : std::enable_shared_from_this<Impl> {
       patienceTimer_.expires_after(patience);
       patienceTimer_.async_wait(
           [self = shared_from_this(), grace](const boost::system::error_code& error) {
-            if (!error) self->terminate(grace);
+            if (!error) self->terminateNow(grace);
           });
       return;
     }
     dropInput(EPIPE);
-    terminate(grace);
+    terminateNow(grace);
   }
 
   void command(Command command) {
@@ -452,6 +461,8 @@ struct Process::Impl : std::enable_shared_from_this<Impl> {
   asio::steady_timer patienceTimer_{context_};
 };
 
+}  // namespace
+
 Environment currentEnvironment() {
   Environment result;
   for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
@@ -461,12 +472,6 @@ Environment currentEnvironment() {
     result.emplace(text.substr(0, equals), text.substr(equals + 1));
   }
   return result;
-}
-
-Process::Process(std::shared_ptr<Impl> impl) : impl_(std::move(impl)) {}
-
-Process::~Process() {
-  stop(Milliseconds::zero());
 }
 
 std::expected<std::shared_ptr<Process>, ProcessError> Process::start(ProcessOptions options,
@@ -480,45 +485,11 @@ std::expected<std::shared_ptr<Process>, ProcessError> Process::start(ProcessOpti
   }
   auto program = spawn(options);
   if (!program) return std::unexpected(std::move(program.error()));
-  auto impl = std::make_shared<Impl>(std::move(queue), std::move(handlers));
-  impl->start(std::move(*program), options.endGroupWithLeader);
-  return std::shared_ptr<Process>(new Process(std::move(impl)));
-}
-
-void Process::write(std::string bytes) {
-  impl_->write(std::move(bytes));
-}
-
-std::size_t Process::unsentBytes() const {
-  return impl_->unsentBytes();
-}
-
-void Process::closeInput() {
-  impl_->closeInput();
-}
-
-void Process::pauseReading() {
-  impl_->onThread([](Impl& child) { child.setPaused(true); });
-}
-
-void Process::resumeReading() {
-  impl_->onThread([](Impl& child) { child.setPaused(false); });
-}
-
-void Process::terminate(Milliseconds grace) {
-  impl_->onThread([grace](Impl& child) { child.terminate(grace); });
-}
-
-void Process::stop(Milliseconds grace, Milliseconds patience) {
-  impl_->stop(grace, patience);
-}
-
-bool Process::isRunning() const {
-  return impl_->isRunning();
-}
-
-std::int64_t Process::processID() const {
-  return impl_->id();
+  const auto child = std::make_shared<Child>(std::move(queue), std::move(handlers));
+  child->start(std::move(*program), options.endGroupWithLeader);
+  // Its own references end with the child; this one with its owner.
+  return std::shared_ptr<Process>(child.get(),
+                                  [child](Process*) { child->stop(Milliseconds::zero(), {}); });
 }
 
 bool Process::waitForAll(Milliseconds limit) {

@@ -26,8 +26,8 @@ class Process {
   static std::expected<std::shared_ptr<Process>, ProcessError> start(ProcessOptions options,
                                                                      SerialQueue queue,
                                                                      Handlers handlers);
-  /// stop() without grace, unless it was stopped before.
-  ~Process();
+  /// The last reference to it stops the child without grace, unless it was stopped before.
+  virtual ~Process() = default;
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
 
@@ -35,25 +35,25 @@ class Process {
 
   /// Sends bytes to the child's standard input, in order of the calls. What the pipe does not take
   /// at once waits in memory. Ignored once the input is closed.
-  void write(std::string bytes);
+  virtual void write(std::string bytes) = 0;
   /// Bytes handed to write() that the child has not taken yet.
-  std::size_t unsentBytes() const;
+  virtual std::size_t unsentBytes() const = 0;
   /// End of file for the child, after everything written so far.
-  void closeInput();
+  virtual void closeInput() = 0;
   /// Stops and resumes reading from the child's output and error; while paused the child blocks
   /// when its pipe is full. What is in the pipes at the exit is delivered all the same.
-  void pauseReading();
-  void resumeReading();
+  virtual void pauseReading() = 0;
+  virtual void resumeReading() = 0;
   /// SIGTERM for the whole group, and SIGKILL for what is left of it after `grace`. onExit still
   /// comes, and a group that may outlive its leader still wants a stop().
-  void terminate(std::chrono::milliseconds grace = defaultGrace);
+  virtual void terminate(std::chrono::milliseconds grace = defaultGrace) = 0;
   /// Closes the input, drops what the child still writes, and terminates. No handler is called from
   /// now on (one that is running on the queue finishes). With patience, the child first gets what
   /// was written, the end of its input and that much time to end by itself.
-  void stop(std::chrono::milliseconds grace = defaultGrace,
-            std::chrono::milliseconds patience = std::chrono::milliseconds::zero());
-  bool isRunning() const;
-  std::int64_t processID() const;
+  virtual void stop(std::chrono::milliseconds grace = defaultGrace,
+                    std::chrono::milliseconds patience = std::chrono::milliseconds::zero()) = 0;
+  virtual bool isRunning() const = 0;
+  virtual std::int64_t processID() const = 0;
 
   static constexpr std::chrono::milliseconds defaultGrace{2000};
 
@@ -61,11 +61,8 @@ class Process {
   /// ran out (then returns false). For the end of a program.
   static bool waitForAll(std::chrono::milliseconds limit);
 
-  struct Impl;
-
- private:
-  explicit Process(std::shared_ptr<Impl> impl);
-  std::shared_ptr<Impl> impl_;
+ protected:
+  Process() = default;
 };
 
 }  // namespace vantrell

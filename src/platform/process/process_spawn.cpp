@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <spawn.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <system_error>
@@ -56,9 +55,9 @@ bool makeStream(bool isPiped, bool isInput, Descriptor& ours, Descriptor& theirs
   return true;
 }
 
-class SpawnSettings {
+class FileActions {
  public:
-  SpawnSettings(const ChildStreams& streams, int control) {
+  FileActions(const ChildStreams& streams, int control) {
     ::posix_spawn_file_actions_init(&actions_);
     ::posix_spawn_file_actions_adddup2(&actions_, streams.input.get(), 0);
     ::posix_spawn_file_actions_adddup2(&actions_, streams.output.get(), 1);
@@ -66,28 +65,14 @@ class SpawnSettings {
                                        (streams.error ? streams.error : streams.output).get(), 2);
     ::posix_spawn_file_actions_adddup2(&actions_, control, supervision::controlDescriptor);
     ::posix_spawn_file_actions_addclosefrom_np(&actions_, supervision::controlDescriptor + 1);
-    ::posix_spawnattr_init(&attributes_);
-    sigset_t signals;
-    ::sigfillset(&signals);
-    ::posix_spawnattr_setsigdefault(&attributes_, &signals);
-    ::sigemptyset(&signals);
-    ::posix_spawnattr_setsigmask(&attributes_, &signals);
-    // A group of its own: Ctrl-C at the terminal is not for it.
-    ::posix_spawnattr_setflags(
-        &attributes_, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
   }
-  ~SpawnSettings() {
-    ::posix_spawn_file_actions_destroy(&actions_);
-    ::posix_spawnattr_destroy(&attributes_);
-  }
-  SpawnSettings(const SpawnSettings&) = delete;
-  SpawnSettings& operator=(const SpawnSettings&) = delete;
-  const posix_spawn_file_actions_t* actions() const { return &actions_; }
-  const posix_spawnattr_t* attributes() const { return &attributes_; }
+  ~FileActions() { ::posix_spawn_file_actions_destroy(&actions_); }
+  FileActions(const FileActions&) = delete;
+  FileActions& operator=(const FileActions&) = delete;
+  const posix_spawn_file_actions_t* get() const { return &actions_; }
 
  private:
   posix_spawn_file_actions_t actions_;
-  posix_spawnattr_t attributes_;
 };
 
 std::vector<std::string> supervisorWords(const ProcessOptions& options) {
@@ -108,6 +93,17 @@ ProgramWords::ProgramWords(std::vector<std::string> arguments, const Environment
   for (const auto& [name, value] : environment) variables_.push_back(name + "=" + value);
   argumentPointers_ = pointersTo(arguments_);
   variablePointers_ = pointersTo(variables_);
+}
+
+SpawnAttributes::SpawnAttributes(short flags) {
+  ::posix_spawnattr_init(&attributes_);
+  sigset_t signals;
+  ::sigfillset(&signals);
+  ::posix_spawnattr_setsigdefault(&attributes_, &signals);
+  ::sigemptyset(&signals);
+  ::posix_spawnattr_setsigmask(&attributes_, &signals);
+  ::posix_spawnattr_setflags(
+      &attributes_, static_cast<short>(POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | flags));
 }
 
 std::expected<SpawnedProgram, ProcessError> spawn(const ProcessOptions& options) {
@@ -133,9 +129,11 @@ std::expected<SpawnedProgram, ProcessError> spawn(const ProcessOptions& options)
   static const std::string supervisor = terminal::programFolder() + "/" + supervision::programName;
   const ProgramWords words(supervisorWords(options), options.environment);
   {
-    const SpawnSettings settings(theirs, control.get());
-    const int error = ::posix_spawn(&spawned.supervisor, supervisor.c_str(), settings.actions(),
-                                    settings.attributes(), words.arguments(), words.environment());
+    const FileActions actions(theirs, control.get());
+    // A group of its own: Ctrl-C at the terminal is not for it.
+    const SpawnAttributes attributes(POSIX_SPAWN_SETPGROUP);
+    const int error = ::posix_spawn(&spawned.supervisor, supervisor.c_str(), actions.get(),
+                                    attributes.get(), words.arguments(), words.environment());
     if (error == E2BIG) return std::unexpected(processError(Step::execute, error));
     if (error == ENOENT || error == EACCES) {
       return std::unexpected(ProcessError{

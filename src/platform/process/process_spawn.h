@@ -2,6 +2,7 @@
 #pragma once
 
 #include <expected>
+#include <spawn.h>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -26,6 +27,20 @@ class ProgramWords {
   std::vector<std::string> variables_;
   std::vector<char*> argumentPointers_;
   std::vector<char*> variablePointers_;
+};
+
+/// For posix_spawn: the program begins with the usual signals, whatever this one does with them.
+class SpawnAttributes {
+ public:
+  /// More flags of posix_spawnattr_setflags.
+  explicit SpawnAttributes(short flags = 0);
+  ~SpawnAttributes() { ::posix_spawnattr_destroy(&attributes_); }
+  SpawnAttributes(const SpawnAttributes&) = delete;
+  SpawnAttributes& operator=(const SpawnAttributes&) = delete;
+  const posix_spawnattr_t* get() const { return &attributes_; }
+
+ private:
+  posix_spawnattr_t attributes_;
 };
 
 struct SpawnedProgram {

@@ -94,13 +94,11 @@ struct SerialQueue::Impl : std::enable_shared_from_this<Impl> {
     std::vector<Work> batch;
     do {
       if (!takeBatch(batch)) return;
-      const auto* const outer = std::exchange(current, this);
       for (auto& work : batch) {
         work();
         work = nullptr;  // what it holds goes on this queue too, before the next piece runs
       }
       batch.clear();
-      current = outer;
     } while (std::chrono::steady_clock::now() < turnEnd);
     if (goesOn()) activate();  // after the other queues of the pool
   }
@@ -119,15 +117,12 @@ struct SerialQueue::Impl : std::enable_shared_from_this<Impl> {
   }
 
   static constexpr std::chrono::milliseconds turn{5};
-  static thread_local const Impl* current;
   const std::shared_ptr<BackgroundPool::Impl> pool;
   const std::string label;
   std::mutex mutex;
   std::vector<Work> waiting;
   bool active = false;
 };
-
-thread_local const SerialQueue::Impl* SerialQueue::Impl::current = nullptr;
 
 BackgroundPool::BackgroundPool(unsigned threads)
     : impl_(std::make_shared<Impl>(threads == 0 ? defaultThreadCount() : threads)) {}
@@ -148,9 +143,6 @@ void SerialQueue::post(Work work) const {
 }
 const std::string& SerialQueue::label() const {
   return impl_->label;
-}
-bool SerialQueue::isCurrent() const {
-  return Impl::current == impl_.get();
 }
 
 }  // namespace vantrell

@@ -87,8 +87,6 @@ class SerialQueue {
   SerialQueue(BackgroundPool& pool, std::string label);
   void post(Work work) const;
   const std::string& label() const;
-  /// True when called from work that runs on this queue.
-  bool isCurrent() const;
 
  private:
   struct Impl;

@@ -4,20 +4,25 @@
 
 namespace vantrell {
 
-void Mailbox::deliver(Work work, std::size_t bytes) {
-  bool mustSchedule = false;
+template <typename Change>
+void Mailbox::changed(Change change) {
   {
     const std::lock_guard lock(mutex_);
-    letters_.push_back({std::move(work), bytes});
-    bytes_ += bytes;
-    if (!isFull_ && bytes_ > highWater) {
-      isFull_ = true;
-      // Under the lock: outside it, this call could overtake the one that lifts the hold.
-      if (onFullChanged_) onFullChanged_(true);
-    }
-    mustSchedule = takeSchedule();
+    change();
+    if (!isOpen_ || holds_ > 0 || events_.empty() || std::exchange(isScheduled_, true)) return;
   }
-  if (mustSchedule) main_.post([self = shared_from_this()] { self->drain(); });
+  main_.post([self = shared_from_this()] { self->drain(); });
+}
+
+void Mailbox::deliver(Work work, std::size_t bytes) {
+  changed([&] {
+    events_.push_back({std::move(work), bytes});
+    bytes_ += bytes;
+    if (isFull_ || bytes_ <= highWater) return;
+    isFull_ = true;
+    // Under the lock: outside it, this call could overtake the one that lifts the hold.
+    if (onFullChanged_) onFullChanged_(true);
+  });
 }
 
 void Mailbox::whenFullChanges(std::function<void(bool isFull)> handler) {
@@ -25,70 +30,51 @@ void Mailbox::whenFullChanges(std::function<void(bool isFull)> handler) {
   onFullChanged_ = std::move(handler);
 }
 
-bool Mailbox::takeSchedule() {
-  if (!isOpen_ || holds_ > 0 || letters_.empty()) return false;
-  return !std::exchange(isScheduled_, true);
-}
-
 Mailbox::Hold::Hold(Mailbox& mailbox) : mailbox_(mailbox) {
   const std::lock_guard lock(mailbox_.mutex_);
-  if (mailbox_.holds_++ == 0) mailbox_.freeLetters_ = mailbox_.letters_.size();
+  if (mailbox_.holds_++ == 0) mailbox_.freeEvents_ = mailbox_.events_.size();
 }
 
 Mailbox::Hold::~Hold() {
-  bool mustSchedule = false;
-  {
-    const std::lock_guard lock(mailbox_.mutex_);
-    --mailbox_.holds_;
-    mustSchedule = mailbox_.takeSchedule();
-  }
-  if (mustSchedule) {
-    mailbox_.main_.post([self = mailbox_.shared_from_this()] { self->drain(); });
-  }
+  mailbox_.changed([this] { --mailbox_.holds_; });
 }
 
 void Mailbox::setOpen(bool open) {
-  bool mustSchedule = false;
-  {
-    const std::lock_guard lock(mutex_);
-    isOpen_ = open;
-    mustSchedule = takeSchedule();
-  }
-  if (mustSchedule) main_.post([self = shared_from_this()] { self->drain(); });
+  changed([&] { isOpen_ = open; });
 }
 
-std::vector<Mailbox::Letter> Mailbox::takeLetters() {
-  std::vector<Letter> letters;
+std::vector<Mailbox::Event> Mailbox::takeEvents() {
+  std::vector<Event> events;
   const std::lock_guard lock(mutex_);
   isScheduled_ = false;
-  if (!isOpen_) return letters;
+  if (!isOpen_) return events;
   if (holds_ == 0) {
-    letters.swap(letters_);
+    events.swap(events_);
   } else {
     // A hop that was under way when the hold began must not tear apart what is being held.
-    const auto end = letters_.begin() + static_cast<std::ptrdiff_t>(freeLetters_);
-    letters.assign(std::make_move_iterator(letters_.begin()), std::make_move_iterator(end));
-    letters_.erase(letters_.begin(), end);
-    freeLetters_ = 0;
+    const auto end = events_.begin() + static_cast<std::ptrdiff_t>(freeEvents_);
+    events.assign(std::make_move_iterator(events_.begin()), std::make_move_iterator(end));
+    events_.erase(events_.begin(), end);
+    freeEvents_ = 0;
   }
-  return letters;
+  return events;
 }
 
 void Mailbox::drain() {
-  auto letters = takeLetters();
+  auto events = takeEvents();
   std::size_t bytes = 0;
-  auto next = letters.begin();
+  auto next = events.begin();
   // isOpen_ changes on this queue only, so it may be read here without the lock.
-  for (; next != letters.end() && isOpen_; ++next) {
+  for (; next != events.end() && isOpen_; ++next) {
     next->work();
     next->work = nullptr;  // what it holds goes now, not at the end of a long batch
     bytes += next->bytes;
   }
   const std::lock_guard lock(mutex_);
-  const auto left = letters.end() - next;
-  letters_.insert(letters_.begin(), std::make_move_iterator(next),
-                  std::make_move_iterator(letters.end()));
-  if (holds_ > 0) freeLetters_ += static_cast<std::size_t>(left);
+  const auto left = events.end() - next;
+  events_.insert(events_.begin(), std::make_move_iterator(next),
+                 std::make_move_iterator(events.end()));
+  if (holds_ > 0) freeEvents_ += static_cast<std::size_t>(left);
   bytes_ -= bytes;
   if (isFull_ && bytes_ <= lowWater) {
     isFull_ = false;

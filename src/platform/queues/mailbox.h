@@ -47,23 +47,24 @@ class Mailbox : public std::enable_shared_from_this<Mailbox> {
   static constexpr std::size_t lowWater = highWater / 4;
 
  private:
-  struct Letter {
+  struct Event {
     Work work;
     std::size_t bytes;
   };
   void drain();
-  /// Whether the caller must post drain() after it has released the lock.
-  bool takeSchedule();
-  /// Takes the letters that may be delivered now.
-  std::vector<Letter> takeLetters();
+  /// Makes a change under the lock, and then has the events delivered if they may be.
+  template <typename Change>
+  void changed(Change change);
+  /// Takes the events that may be delivered now.
+  std::vector<Event> takeEvents();
 
   MainQueue& main_;
   std::mutex mutex_;  // guards all below
   std::function<void(bool isFull)> onFullChanged_;
-  std::vector<Letter> letters_;
-  std::size_t bytes_ = 0;  // of letters_ and of those being drained
+  std::vector<Event> events_;
+  std::size_t bytes_ = 0;  // of events_ and of those being drained
   int holds_ = 0;
-  std::size_t freeLetters_ = 0;  // while held: how many of letters_ were there before
+  std::size_t freeEvents_ = 0;  // while held: how many of events_ were there before
   bool isOpen_ = true;
   bool isScheduled_ = false;
   bool isFull_ = false;

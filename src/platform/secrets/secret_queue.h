@@ -1,6 +1,6 @@
-// The secret store for code on the main queue: each operation runs on a queue of its own, in order,
-// and its answer arrives on the main queue. Belongs to the main queue, as do the answers. What is
-// under way when it is destroyed is finished, and its answer is dropped.
+// The secret store for code on the main queue: operations run on a queue of their own, in order,
+// and each answer arrives on the main queue. Belongs to the main queue. What is under way when it
+// is destroyed is finished, and its answer is dropped.
 #pragma once
 
 #include <functional>
@@ -13,27 +13,42 @@ namespace vantrell {
 
 class SecretQueue {
  public:
-  template <typename T = void>
-  using Answer = std::move_only_function<void(SecretStore::Result<T>)>;
-
   /// The main queue must outlive the pool.
-  SecretQueue(std::shared_ptr<SecretStore> store, MainQueue& main, BackgroundPool& pool);
-  ~SecretQueue();
+  SecretQueue(std::shared_ptr<SecretStore> store, MainQueue& main, BackgroundPool& pool)
+      : store_(std::move(store)), main_(main), queue_(pool, "com.local.vantrell.secrets") {}
+  ~SecretQueue() { *isAlive_ = false; }
   SecretQueue(const SecretQueue&) = delete;
   SecretQueue& operator=(const SecretQueue&) = delete;
 
-  void read(std::string service, std::string account, Answer<std::optional<std::string>> answer);
-  void write(std::string service, std::string account, std::string value, Answer<> answer);
-  void remove(std::string service, std::string account, Answer<> answer);
-  void status(std::move_only_function<void(SecretStore::Status)> answer);
-  void unlock(Answer<> answer);
+  template <typename T = void>
+  using Answer = std::move_only_function<void(SecretStore::Result<T>)>;
 
-  /// For code that runs on a thread of its own.
-  const std::shared_ptr<SecretStore>& store() const { return store_; }
+  void read(std::string service, std::string account, Answer<std::optional<std::string>> answer) {
+    run([service, account](SecretStore& store) { return store.read(service, account); },
+        std::move(answer));
+  }
+  void write(std::string service, std::string account, std::string value, Answer<> answer) {
+    run([service, account,
+         value](SecretStore& store) { return store.write(service, account, value); },
+        std::move(answer));
+  }
+  void remove(std::string service, std::string account, Answer<> answer) {
+    run([service, account](SecretStore& store) { return store.remove(service, account); },
+        std::move(answer));
+  }
 
  private:
-  template <typename Operation, typename Reply>
-  void run(Operation operation, Reply answer);
+  /// Calls `answer` with what `operation` returns for the store.
+  template <typename Operation, typename Answer>
+  void run(Operation operation, Answer answer) {
+    queue_.post([store = store_, &main = main_, isAlive = isAlive_,
+                 operation = std::move(operation), answer = std::move(answer)]() mutable {
+      main.post([isAlive = std::move(isAlive), answer = std::move(answer),
+                 result = operation(*store)]() mutable {
+        if (*isAlive) answer(std::move(result));
+      });
+    });
+  }
 
   std::shared_ptr<SecretStore> store_;
   MainQueue& main_;

@@ -1,8 +1,6 @@
 #include "platform/secrets/secret_store.h"
 
 #include <fmt/format.h>
-#include <map>
-#include <mutex>
 #include <utility>
 
 #include "platform/text/text.h"
@@ -29,41 +27,11 @@ SecretStore::Result<> checkNames(const std::string& service, const std::string& 
   return {};
 }
 
-class MemorySecrets final : public SecretStore {
- public:
-  Status status() override { return {.kind = Kind::memory, .place = "memory", .problem = {}}; }
-
- protected:
-  Result<std::optional<std::string>> readSecret(const std::string& service,
-                                                const std::string& account) override {
-    const std::lock_guard guard(mutex_);
-    const auto found = secrets_.find({service, account});
-    return found == secrets_.end() ? std::nullopt : std::optional(found->second);
-  }
-  Result<> writeSecret(const std::string& service, const std::string& account,
-                       const std::string& value) override {
-    const std::lock_guard guard(mutex_);
-    secrets_.insert_or_assign({service, account}, value);
-    return {};
-  }
-  Result<> removeSecret(const std::string& service, const std::string& account) override {
-    const std::lock_guard guard(mutex_);
-    secrets_.erase({service, account});
-    return {};
-  }
-
- private:
-  std::mutex mutex_;
-  std::map<std::pair<std::string, std::string>, std::string> secrets_;
-};
-
 }  // namespace
 
 SecretStore::Result<std::optional<std::string>> SecretStore::read(const std::string& service,
                                                                   const std::string& account) {
-  if (auto good = checkNames(service, account); !good) {
-    return std::unexpected(std::move(good.error()));
-  }
+  if (auto good = checkNames(service, account); !good) return std::unexpected(good.error());
   return readSecret(service, account);
 }
 
@@ -80,10 +48,6 @@ SecretStore::Result<> SecretStore::write(const std::string& service, const std::
 SecretStore::Result<> SecretStore::remove(const std::string& service, const std::string& account) {
   if (auto good = checkNames(service, account); !good) return good;
   return removeSecret(service, account);
-}
-
-std::unique_ptr<SecretStore> SecretStore::inMemory() {
-  return std::make_unique<MemorySecrets>();
 }
 
 }  // namespace vantrell

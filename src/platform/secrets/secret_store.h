@@ -1,6 +1,6 @@
 // Small secrets (keys, links with keys in them), each named by a service and an account, as other
-// systems keep them in a keychain. Three implementations: the Secret Service of the session (GNOME
-// Keyring, KWallet, KeePassXC), owner-only files, memory. Every call may block up to its time
+// systems keep them in a keychain. Two implementations: the Secret Service of the session (GNOME
+// Keyring, KWallet, KeePassXC) and owner-only files. Every call may block up to its time
 // limit, so none belongs on the main queue: code there uses SecretQueue. Any other thread, several
 // at a time.
 #pragma once
@@ -37,12 +37,13 @@ struct SecretServiceOptions {
 
 class SecretStore {
  public:
-  enum class Kind { secretService, files, memory };
+  enum class Kind { secretService, files };
   template <typename T = void>
   using Result = std::expected<T, SecretError>;
 
-  /// Limits of every body, so that what one can keep all can: bytes of service and account
-  /// together, and of a value. Service and account are UTF-8 without NUL; a value is any bytes.
+  /// Limits of every implementation, so that what one can keep all can: bytes of service and
+  /// account together, and of a value. Service and account are UTF-8 without NUL; a value is any
+  /// bytes.
   static constexpr std::size_t longestName = 80;
   static constexpr std::size_t longestValue = std::size_t{64} * 1024;
 
@@ -57,7 +58,7 @@ class SecretStore {
   Result<> remove(const std::string& service, const std::string& account);
 
   struct Status {
-    Kind kind = Kind::memory;
+    Kind kind = Kind::files;
     std::string place;                   // for people: "the keyring", a folder
     std::optional<SecretError> problem;  // what an operation would meet now
   };
@@ -66,7 +67,6 @@ class SecretStore {
   /// when the user cannot be asked or declines. Succeeds at once when nothing is locked.
   virtual Result<> unlock() { return {}; }
 
-  static std::unique_ptr<SecretStore> inMemory();
   /// One file (0600) a secret in the folder, which is made (0700) when first written to.
   static std::unique_ptr<SecretStore> files(std::string folder);
   /// Connects for each operation: they are rare, and a service that was restarted costs nothing.

@@ -13,11 +13,10 @@ constexpr std::string_view filesWord = "files\n";
 std::unexpected<SecretError> cannotTell(std::string_view reason, const std::string& path) {
   return std::unexpected(SecretError{
       SecretError::Kind::failed,
-      fmt::format(
-          "Where the secrets are kept is unknown: {}. Nothing was stored. Put \"{}\" "
-          "or \"{}\" into {}, or remove that file when no secrets are kept yet.",
-          reason, serviceWord.substr(0, serviceWord.size() - 1),
-          filesWord.substr(0, filesWord.size() - 1), path)});
+      fmt::format("Where the secrets are kept is unknown: {}. Nothing was stored. Put \"{}\" "
+                  "or \"{}\" into {}, or remove that file when no secrets are kept yet.",
+                  reason, serviceWord.substr(0, serviceWord.size() - 1),
+                  filesWord.substr(0, filesWord.size() - 1), path)});
 }
 
 class ChosenSecrets final : public SecretStore {
@@ -35,31 +34,25 @@ class ChosenSecrets final : public SecretStore {
   }
 
   Result<> unlock() override {
-    const auto store = choose();
-    if (!store) return std::unexpected(store.error());
-    return (*store)->unlock();
+    return withChoice([](SecretStore& store) { return store.unlock(); });
   }
 
  protected:
   Result<std::optional<std::string>> readSecret(const std::string& service,
                                                 const std::string& account) override {
-    const auto store = choose();
-    if (!store) return std::unexpected(store.error());
-    return (*store)->read(service, account);
+    return withChoice([&](SecretStore& store) { return store.read(service, account); });
   }
 
   Result<> writeSecret(const std::string& service, const std::string& account,
                        const std::string& value) override {
-    const auto store = choose();
-    if (!store) return std::unexpected(store.error());
-    if (auto kept = remember(*store); !kept) return kept;
-    return (*store)->write(service, account, value);
+    return withChoice([&](SecretStore& store) {
+      auto kept = remember(store);
+      return kept ? store.write(service, account, value) : kept;
+    });
   }
 
   Result<> removeSecret(const std::string& service, const std::string& account) override {
-    const auto store = choose();
-    if (!store) return std::unexpected(store.error());
-    return (*store)->remove(service, account);
+    return withChoice([&](SecretStore& store) { return store.remove(service, account); });
   }
 
  private:
@@ -84,13 +77,20 @@ class ChosenSecrets final : public SecretStore {
     return choice_;
   }
 
+  template <typename Work>
+  auto withChoice(Work work) -> std::invoke_result_t<Work, SecretStore&> {
+    const auto store = choose();
+    if (!store) return std::unexpected(store.error());
+    return work(**store);
+  }
+
   /// Before the first secret, so that a later start finds every secret.
-  Result<> remember(const SecretStore* store) {
+  Result<> remember(const SecretStore& store) {
     const std::lock_guard guard(mutex_);
     if (isRemembered_) return {};
     auto kept = files::createOwnerOnlyFolder(folder_);
     if (kept) {
-      kept = files::writeAtomically(memoPath_, store == service_.get() ? serviceWord : filesWord,
+      kept = files::writeAtomically(memoPath_, &store == service_.get() ? serviceWord : filesWord,
                                     0600);
     }
     if (!kept) {

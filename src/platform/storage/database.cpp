@@ -171,6 +171,17 @@ std::expected<Database, DatabaseError> Database::openForReading(const std::strin
   return std::unexpected(database.error());
 }
 
+bool Database::isDamaged(const std::string& path) {
+  Database database;
+  if (database.connect(path, SQLITE_OPEN_READONLY)) {
+    // Reads every page; the first row is "ok", or what is wrong.
+    Statement check = database.prepare("PRAGMA quick_check(1)");
+    if (check && check.step() == Statement::Step::row) return check.bytes(0) != "ok";
+  }
+  const auto kind = database.error().kind;
+  return kind == DatabaseError::Kind::notADatabase || kind == DatabaseError::Kind::damaged;
+}
+
 bool Database::connect(const std::string& name, int flags) {
   sqlite3* opened = nullptr;
   const int status = sqlite3_open_v2(name.c_str(), &opened, flags, nullptr);

@@ -77,8 +77,9 @@ class Database {
   /// is on the disk when it returns (a write-ahead log, synced each time). Where nothing can be
   /// written the file opens for reading. A wait for another program ends after a second.
   static std::expected<Database, DatabaseError> open(const std::string& path);
-  /// Opens a file that no program writes to, without making other files.
-  static std::expected<Database, DatabaseError> openForReading(const std::string& path);
+  /// True when the file holds no database, or one that is damaged. False when it is in use, of a
+  /// newer version, not accessible or missing: those can be put right. Reads all of it.
+  static bool isDamaged(const std::string& path);
 
   Statement prepare(std::string_view sql);
   /// Statements without parameters or rows.
@@ -94,6 +95,8 @@ class Database {
   struct Close {
     void operator()(sqlite3* database) const;
   };
+  /// Opens a file that no program writes to, without making other files.
+  static std::expected<Database, DatabaseError> openForReading(const std::string& path);
   bool connect(const std::string& name, int flags);
   bool isOnReadOnlyPlace(const std::string& path) const;
 

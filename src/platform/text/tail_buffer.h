@@ -1,7 +1,7 @@
-// Keeps the last bytes of a stream that may be endless: never more memory than the limit, and
-// constant cost a byte.
+// Keeps the last bytes of a stream that may be endless, at constant cost a byte.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -12,20 +12,23 @@ class TailBuffer {
  public:
   explicit TailBuffer(std::size_t limit) : limit_(limit) {}
 
-  void append(std::string_view bytes);
+  /// Holds up to twice the limit between two cuts.
+  void append(std::string_view bytes) {
+    kept_ += bytes.size() > limit_ ? bytes.substr(bytes.size() - limit_) : bytes;
+    total_ += bytes.size();
+    if (kept_.size() / 2 > limit_) kept_.erase(0, kept_.size() - limit_);
+  }
   /// True once bytes have been dropped.
-  bool wasTruncated() const { return wasTruncated_; }
+  bool wasTruncated() const { return total_ > limit_; }
   /// What is kept, in order. When bytes were dropped and the cut went through a UTF-8 character,
   /// the rest of that character is left out.
   std::string contents() const;
-  std::size_t size() const { return ring_.size(); }
+  std::size_t size() const { return std::min(kept_.size(), limit_); }
 
  private:
   std::size_t limit_;
-  // Grows to the limit, then is overwritten in a circle from start_.
-  std::string ring_;
-  std::size_t start_ = 0;
-  bool wasTruncated_ = false;
+  std::size_t total_ = 0;
+  std::string kept_;
 };
 
 }  // namespace vantrell

@@ -7,7 +7,6 @@
 #include <unicode/ubrk.h>
 #include <unicode/uchar.h>
 #include <unicode/utext.h>
-#include <unicode/utf8.h>
 
 #include "platform/text/utf8.h"
 
@@ -22,22 +21,14 @@ bool isAsciiSpace(char c) {
   return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
-/// Whether the bytes are one character beyond ASCII that has Unicode's White_Space property. None
-/// of those lies outside the first plane.
+/// Whether the bytes are one valid character that has Unicode's White_Space property.
 bool isWhiteSpace(std::string_view bytes) {
-  const char* const begin = bytes.data();
-  const utf8::Sequence sequence = utf8::sequenceAt(begin, begin + bytes.size());
-  if (!sequence.valid || sequence.length != bytes.size() || bytes.size() > 3) return false;
-  UChar32 point = bytes[0] & (bytes.size() == 3 ? 0x0F : 0x1F);
-  for (const char c : bytes.substr(1)) point = point << 6 | (c & 0x3F);
-  return u_isUWhiteSpace(point);
+  const utf8::Sequence sequence = utf8::sequenceAt(bytes.data(), bytes.data() + bytes.size());
+  return sequence.valid && sequence.length == bytes.size() &&
+         u_isUWhiteSpace(utf8::codePoint(bytes));
 }
 
-/// Whether the bytes are one valid character that belongs to a word.
-bool isWordCharacter(std::string_view bytes) {
-  std::int32_t at = 0;
-  UChar32 point = 0;
-  U8_NEXT(bytes.data(), at, static_cast<std::int32_t>(bytes.size()), point);
+bool isWordCharacter(UChar32 point) {
   return point >= 0 && (U_GET_GC_MASK(point) & (U_GC_L_MASK | U_GC_M_MASK | U_GC_N_MASK)) != 0;
 }
 
@@ -232,7 +223,7 @@ std::vector<std::string_view> words(std::string_view text, std::size_t most) {
   for (std::size_t at = 0; at < text.size() && words.size() < most;) {
     const std::size_t length = utf8::sequenceAt(text.data() + at, text.data() + text.size()).length;
     const std::size_t next = at + length;
-    const bool isInWord = isWordCharacter(text.substr(at, length));
+    const bool isInWord = isWordCharacter(utf8::codePointAt(text.substr(at)));
     if (!isInWord && begin < at) words.push_back(text.substr(begin, at - begin));
     if (!isInWord) begin = next;
     at = next;

@@ -50,8 +50,6 @@ int localizedCompare(std::string_view left, std::string_view right);
 
 /// Whether a word that ends before `rest` would go on in it: where "\b" of Pattern finds no end.
 bool continuesWord(std::string_view rest);
-/// Bytes of the decimal digit (of any script, as "\d" of Pattern) at `at`; 0 when there is none.
-std::size_t decimalDigitAt(std::string_view text, std::size_t at);
 
 bool isValidUtf8(std::string_view bytes);
 /// Replaces each invalid sequence by U+FFFD, as the WHATWG decoder does.
@@ -81,8 +79,6 @@ class Pattern {
     /// Group 0 is the whole match; a group that took no part is empty and has no value.
     std::vector<std::optional<std::string>> groups;
   };
-  /// The first match at or after `from` (a byte offset).
-  std::optional<Match> find(std::string_view text, std::size_t from = 0) const;
   /// All matches that do not overlap, from the left; fewer when the time ran out.
   std::vector<Match> findAll(std::string_view text) const;
 

@@ -112,11 +112,7 @@ std::optional<Finder::Hit> Finder::findFolded(std::string_view text) {
 }
 
 bool containsIgnoringCase(std::string_view haystack, std::string_view needle) {
-  if (needle.empty()) return true;
-  if (!fitsIcu(haystack) || !fitsIcu(needle)) return false;
-  Finder finder(needle);
-  if (isValidUtf8(haystack)) return finder.find(haystack).has_value();
-  return finder.find(repaired(haystack)).has_value();
+  return needle.empty() || Finder(needle).find(repaired(haystack)).has_value();
 }
 
 }  // namespace vantrell::text

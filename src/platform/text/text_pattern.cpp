@@ -1,4 +1,3 @@
-#include <atomic>
 #include <chrono>
 #include <ctime>
 #include <unicode/regex.h>
@@ -87,36 +86,6 @@ Pattern::Match matchOf(const icu::RegexMatcher& matcher, std::string_view text,
 struct Pattern::Impl {
   std::string expression;  // the compiled pattern keeps pointing into it
   std::unique_ptr<icu::RegexPattern> pattern;
-  /// Making a matcher costs more than most matches: the last one used waits here for the next call.
-  mutable std::atomic<icu::RegexMatcher*> spare = nullptr;
-
-  ~Impl() { delete spare.load(); }
-
-  /// Calls visit(match) for each match from the byte `from` until it returns false.
-  template <typename Visit>
-  void forEach(std::string_view text, std::size_t from, Visit visit) const {
-    if (from > text.size()) return;
-    UErrorCode status = U_ZERO_ERROR;
-    Source source(text, status);
-    std::unique_ptr<icu::RegexMatcher> matcher(spare.exchange(nullptr));
-    if (!matcher) {
-      matcher.reset(pattern->matcher(status));
-      if (U_FAILURE(status)) return;
-      matcher->setStackLimit(stackLimit, status);
-    }
-    Deadline deadline;
-    matcher->setMatchCallback(onSteps, &deadline, status);
-    matcher->setFindProgressCallback(onStart, &deadline, status);
-    if (U_FAILURE(status)) return;
-    matcher->reset(source.get());
-    bool found = matcher->find(static_cast<std::int64_t>(from), status);
-    while (U_SUCCESS(status) && found) {
-      Match match = matchOf(*matcher, text, status);
-      if (U_FAILURE(status) || !visit(std::move(match))) break;
-      found = matcher->find(status);
-    }
-    delete spare.exchange(matcher.release());
-  }
 };
 
 Pattern::Pattern(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
@@ -137,21 +106,21 @@ std::optional<Pattern> Pattern::compile(std::string_view expression, bool ignore
   return Pattern(std::move(impl));
 }
 
-std::optional<Pattern::Match> Pattern::find(std::string_view text, std::size_t from) const {
-  std::optional<Match> first;
-  impl_->forEach(text, from, [&first](Match match) {
-    first = std::move(match);
-    return false;
-  });
-  return first;
-}
-
 std::vector<Pattern::Match> Pattern::findAll(std::string_view text) const {
   std::vector<Match> matches;
-  impl_->forEach(text, 0, [&matches](Match match) {
-    matches.push_back(std::move(match));
-    return true;
-  });
+  UErrorCode status = U_ZERO_ERROR;
+  Source source(text, status);
+  const std::unique_ptr<icu::RegexMatcher> matcher(impl_->pattern->matcher(status));
+  if (U_FAILURE(status)) return matches;
+  Deadline deadline;
+  matcher->setStackLimit(stackLimit, status);
+  matcher->setMatchCallback(onSteps, &deadline, status);
+  matcher->setFindProgressCallback(onStart, &deadline, status);
+  matcher->reset(source.get());
+  while (U_SUCCESS(status) && matcher->find(status) && U_SUCCESS(status)) {
+    Match match = matchOf(*matcher, text, status);
+    if (U_SUCCESS(status)) matches.push_back(std::move(match));
+  }
   return matches;
 }
 

@@ -65,6 +65,13 @@ constexpr bool isContinuation(char byte) {
   return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
 }
 
+/// Where the rest of a character that begins before `at` ends: it has three such bytes at most.
+constexpr std::size_t endOfContinuation(std::string_view text, std::size_t at) {
+  const std::size_t most = at + 3;
+  while (at < most && at < text.size() && isContinuation(text[at])) ++at;
+  return at;
+}
+
 struct Sequence {
   std::size_t length;  // bytes; of an invalid one, those that one U+FFFD stands for
   bool valid;
@@ -99,6 +106,21 @@ inline Sequence sequenceAt(const char* from, const char* end) {
     high = 0xBF;
   }
   return {length, true};
+}
+
+/// The character of one valid sequence.
+constexpr std::int32_t codePoint(std::string_view sequence) {
+  const int lead = static_cast<unsigned char>(sequence[0]);
+  std::int32_t point = sequence.size() == 1 ? lead : lead & (0x7F >> sequence.size());
+  for (const char c : sequence.substr(1)) point = point << 6 | (c & 0x3F);
+  return point;
+}
+
+/// The first character of the text, or -1 where the bytes are not UTF-8 or there are none.
+inline std::int32_t codePointAt(std::string_view text) {
+  if (text.empty()) return -1;
+  const Sequence sequence = sequenceAt(text.data(), text.data() + text.size());
+  return sequence.valid ? codePoint(text.substr(0, sequence.length)) : -1;
 }
 
 inline constexpr char replacement[] = "\xEF\xBF\xBD";  // U+FFFD

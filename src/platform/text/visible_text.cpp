@@ -14,22 +14,11 @@ constexpr char deletion = 0x7F;
 /// A longer line is cut.
 constexpr std::size_t longestLine = 2000;  // user-perceived characters
 
-std::uint32_t decoded(std::string_view sequence) {
-  const auto at = [&](std::size_t i) { return static_cast<unsigned char>(sequence[i]); };
-  switch (sequence.size()) {
-    case 2: return (at(0) & 0x1FU) << 6 | (at(1) & 0x3FU);
-    case 3: return (at(0) & 0x0FU) << 12 | (at(1) & 0x3FU) << 6 | (at(2) & 0x3FU);
-    case 4:
-      return (at(0) & 0x07U) << 18 | (at(1) & 0x3FU) << 12 | (at(2) & 0x3FU) << 6 | (at(3) & 0x3FU);
-    default: return at(0);
-  }
-}
-
 /// C1 controls (0x9B opens an escape sequence by itself), the separators that some programs take
 /// for line breaks, and all that turns the direction of text: marks, embeddings, overrides and
 /// isolates (Unicode's Bidi_Control).
-bool isHarmful(std::uint32_t character) {
-  const auto isIn = [character](std::uint32_t first, std::uint32_t last) {
+bool isHarmful(std::int32_t character) {
+  const auto isIn = [character](std::int32_t first, std::int32_t last) {
     return character >= first && character <= last;
   };
   return isIn(0x80, 0x9F) || character == 0x061C || isIn(0x200E, 0x200F) || isIn(0x2028, 0x202E) ||
@@ -63,7 +52,7 @@ std::string sanitized(std::string_view text) {
       } else {
         out += byte;
       }
-    } else if (const auto character = decoded(bytes); isHarmful(character)) {
+    } else if (const auto character = utf8::codePoint(bytes); isHarmful(character)) {
       out += fmt::format("<U+{:04X}>", character);
     } else {
       out += bytes;

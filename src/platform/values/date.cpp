@@ -19,43 +19,17 @@ constexpr double unixSecondsOf(chrono::sys_days day) {
 constexpr double firstSecond = unixSecondsOf(chrono::sys_days(chrono::year(1) / 1 / 1));
 constexpr double lastSecond = unixSecondsOf(chrono::sys_days(chrono::year(10000) / 1 / 1)) - 1;
 
-/// Takes the text from its front, piece by piece.
-class Scanner {
- public:
-  explicit Scanner(std::string_view text) : rest_(text) {}
+/// Whether the text has a digit where the form has a 0, and else what the form has.
+bool hasForm(std::string_view text, std::string_view form) {
+  return std::ranges::equal(text, form, [](char c, char formed) {
+    return formed == '0' ? ascii::isDigit(c) : c == formed;
+  });
+}
 
-  /// Exactly `count` digits, or -1.
-  int digits(std::size_t count) {
-    if (rest_.size() < count) return -1;
-    int value = 0;
-    for (const char c : rest_.substr(0, count)) {
-      if (!ascii::isDigit(c)) return -1;
-      value = value * 10 + (c - '0');
-    }
-    rest_.remove_prefix(count);
-    return value;
-  }
-  bool take(char c) {
-    if (!rest_.starts_with(c)) return false;
-    rest_.remove_prefix(1);
-    return true;
-  }
-  /// From the decimal point on; nullopt when no digit follows it.
-  std::optional<double> fraction() {
-    const std::size_t end = std::min(rest_.find_first_not_of("0123456789", 1), rest_.size());
-    if (end < 2) return std::nullopt;
-    double value = 0;
-    const char* const first = rest_.data();
-    std::from_chars(first, first + end, value);  // leaves 0 when it is tiny
-    rest_.remove_prefix(end);
-    return value;
-  }
-  bool isAt(char c) const { return rest_.starts_with(c); }
-  bool atEnd() const { return rest_.empty(); }
-
- private:
-  std::string_view rest_;
-};
+/// The two digits at `at`.
+int twoDigits(std::string_view text, std::size_t at) {
+  return (text[at] - '0') * 10 + (text[at + 1] - '0');
+}
 
 }  // namespace
 
@@ -85,45 +59,35 @@ std::string iso8601(Date date) {
 }
 
 std::optional<Date> dateFromIso8601(std::string_view text) {
-  Scanner scanner(text);
-  const int year = scanner.digits(4);
-  if (year < 1 || !scanner.take('-')) return std::nullopt;
-  const int month = scanner.digits(2);
-  if (month < 1 || !scanner.take('-')) return std::nullopt;
-  const int day = scanner.digits(2);
-  if (day < 1 || !scanner.take('T')) return std::nullopt;
-  const chrono::year_month_day calendar(chrono::year(year),
-                                        chrono::month(static_cast<unsigned>(month)),
-                                        chrono::day(static_cast<unsigned>(day)));
-  if (!calendar.ok()) return std::nullopt;
-
-  const int hour = scanner.digits(2);
-  if (hour < 0 || hour > 23 || !scanner.take(':')) return std::nullopt;
-  const int minute = scanner.digits(2);
-  if (minute < 0 || minute > 59 || !scanner.take(':')) return std::nullopt;
-  const int second = scanner.digits(2);  // leap seconds have no place on the Unix time scale
-  if (second < 0 || second > 59) return std::nullopt;
+  constexpr std::string_view form = "0000-00-00T00:00:00";
+  if (!hasForm(text.substr(0, form.size()), form)) return std::nullopt;
+  const int year = twoDigits(text, 0) * 100 + twoDigits(text, 2);
+  const chrono::year_month_day day(chrono::year(year),
+                                   chrono::month(static_cast<unsigned>(twoDigits(text, 5))),
+                                   chrono::day(static_cast<unsigned>(twoDigits(text, 8))));
+  const int hour = twoDigits(text, 11), minute = twoDigits(text, 14);
+  const int second = twoDigits(text, 17);  // leap seconds have no place on the Unix time scale
+  if (year < 1 || !day.ok() || hour > 23 || minute > 59 || second > 59) return std::nullopt;
+  text.remove_prefix(form.size());
 
   double fraction = 0;
-  if (scanner.isAt('.')) {
-    const auto digits = scanner.fraction();
-    if (!digits) return std::nullopt;
-    fraction = *digits;
+  if (text.starts_with('.')) {
+    const std::size_t end = std::min(text.find_first_not_of("0123456789", 1), text.size());
+    if (end < 2) return std::nullopt;
+    std::from_chars(text.data(), text.data() + end, fraction);  // leaves 0 when it is tiny
+    text.remove_prefix(end);
   }
   int offset = 0;  // minutes east of UTC
-  if (!scanner.take('Z')) {
-    const bool west = scanner.isAt('-');
-    if (!scanner.take(west ? '-' : '+')) return std::nullopt;
-    const int hours = scanner.digits(2);
-    if (hours < 0 || hours > 23 || !scanner.take(':')) return std::nullopt;
-    const int minutes = scanner.digits(2);
-    if (minutes < 0 || minutes > 59) return std::nullopt;
-    offset = (hours * 60 + minutes) * (west ? -1 : 1);
+  if (hasForm(text, "+00:00") || hasForm(text, "-00:00")) {
+    const int hours = twoDigits(text, 1), minutes = twoDigits(text, 4);
+    if (hours > 23 || minutes > 59) return std::nullopt;
+    offset = (hours * 60 + minutes) * (text[0] == '-' ? -1 : 1);
+  } else if (text != "Z") {
+    return std::nullopt;
   }
-  if (!scanner.atEnd()) return std::nullopt;
 
   const double whole =
-      unixSecondsOf(chrono::sys_days(calendar)) + ((hour * 60.0 + minute - offset) * 60.0 + second);
+      unixSecondsOf(chrono::sys_days(day)) + ((hour * 60.0 + minute - offset) * 60.0 + second);
   // The whole seconds are moved to the reference date first: the sum then rounds only once.
   return Date(Date::sinceUnixEpoch(whole).secondsSinceReference() + fraction);
 }

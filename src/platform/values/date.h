@@ -21,7 +21,7 @@ class Date {
 
   /// The wall clock. Engine code asks its MainQueue instead.
   static Date current();
-  /// The same, up to a tick of the kernel (4 ms) late, for callers that ask forevery piece of a
+  /// The same, up to a tick of the kernel (4 ms) late, for callers that ask for every piece of a
   /// stream: in a virtual machine the exact time costs more than the piece.
   static Date currentCoarse();
   /// 0001-01-01 of the Julian calendar, two days before that of the Gregorian one; iso8601() shows
@@ -46,8 +46,16 @@ class Date {
 /// "2026-11-22T21:08:00Z": UTC, whole seconds (the fraction is dropped), the form of the
 /// orchestration files. Years outside 1 to 9999 are clamped to them.
 std::string iso8601(Date date);
-/// "Nov 22, 2026, 9:08 PM": in the user's language and time zone.
+
+// In the user's language and time zone.
+
+/// "Nov 22, 2026, 9:08 PM".
 std::string mediumDateAndTime(Date date);
+/// "Nov 22, 2026".
+std::string mediumDate(Date date);
+/// The number of the day, counted from 1970-01-01.
+long localDay(Date date);
+
 /// Reads iso8601(), also with a fraction of a second and with "+hh:mm" or "-hh:mm" in place of "Z".
 /// nullopt for anything else, dates that no calendar has and leap seconds included.
 std::optional<Date> dateFromIso8601(std::string_view text);

@@ -118,6 +118,8 @@ std::string write(const Json& value);
 std::string write(const JsonObject& value);
 void appendTo(std::string& out, const Json& value);
 void appendTo(std::string& out, const JsonObject& value);
+/// Compact, keys sorted by their bytes at every level.
+std::string writeSorted(const Json& value);
 /// Two-space indent, keys sorted by their bytes.
 std::string writePrettySorted(const Json& value);
 /// Appends a JSON string literal. Invalid UTF-8 is repaired.
@@ -143,10 +145,10 @@ const JsonObject* object(const JsonObject& object, std::string_view key);
 class JsonWriter {
  public:
   explicit JsonWriter(std::string& out) : out_(out) {}
-  void beginObject();
-  void endObject();
-  void beginArray();
-  void endArray();
+  void beginObject() { open('{'); }
+  void endObject() { close('}'); }
+  void beginArray() { open('['); }
+  void endArray() { close(']'); }
   void key(std::string_view name);
   void value(std::string_view text);
   void value(const char* text) { value(std::string_view(text)); }
@@ -160,6 +162,8 @@ class JsonWriter {
 
  private:
   void separate();
+  void open(char bracket);
+  void close(char bracket);
   void word(std::string_view literal);
   std::string& out_;
   bool needsComma_ = false;

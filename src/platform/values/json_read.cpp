@@ -1,7 +1,10 @@
 #include <algorithm>
 #include <charconv>
+#include <cmath>
+#include <cstdlib>
 #include <cstring>
-#include <numeric>
+#include <locale.h>
+#include <map>
 
 #include "platform/text/ascii.h"
 #include "platform/text/utf8.h"
@@ -15,8 +18,7 @@ using ascii::isDigit;
 
 /// Nesting beyond this is refused: everything that handles a value recurses.
 constexpr int depthLimit = 512;
-/// Objects up to this size look for a doubled key by comparing all pairs, which is faster than
-/// sorting and needs no memory.
+/// Objects up to this size look for a doubled key by comparing all pairs.
 constexpr std::size_t membersToPair = 16;
 /// Any number of this many decimal digits fits in 64 bits.
 constexpr std::ptrdiff_t digitsThatAlwaysFit = 18;
@@ -47,46 +49,37 @@ void appendCodePoint(std::string& out, std::uint32_t point) {
   }
 }
 
+/// Small objects are looked through in pairs, which is faster than sorting and needs no memory.
+bool hasDoubledKeys(const std::vector<JsonMember>& members) {
+  if (members.size() > membersToPair) {
+    std::vector<std::string_view> keys;
+    keys.reserve(members.size());
+    for (const JsonMember& member : members) keys.push_back(member.key);
+    std::ranges::sort(keys);
+    return std::ranges::adjacent_find(keys) != keys.end();
+  }
+  for (std::size_t i = 1; i < members.size(); ++i) {
+    for (std::size_t j = 0; j < i; ++j) {
+      if (members[j].key == members[i].key) return true;
+    }
+  }
+  return false;
+}
+
 /// Keeps of each key the first place and the last value.
 void mergeDoubledKeys(std::vector<JsonMember>& members) {
-  if (members.size() <= membersToPair) {
-    for (std::size_t i = 1; i < members.size(); ++i) {
-      for (std::size_t j = 0; j < i; ++j) {
-        if (members[j].key != members[i].key) continue;
-        members[j].value = std::move(members[i].value);
-        members.erase(members.begin() + static_cast<std::ptrdiff_t>(i));
-        --i;
-        break;
-      }
+  // Sorted, and not a hash table, because keys chosen to collide cannot slow it down.
+  std::map<std::string, std::size_t> places;
+  std::vector<JsonMember> merged;
+  for (JsonMember& member : members) {
+    const auto [place, isNew] = places.try_emplace(member.key, merged.size());
+    if (isNew) {
+      merged.push_back(std::move(member));
+    } else {
+      merged[place->second].value = std::move(member.value);
     }
-    return;
   }
-  // Sorting, and not a hash table, because keys chosen to collide cannot slow it down.
-  std::vector<std::size_t> order(members.size());
-  std::iota(order.begin(), order.end(), 0);
-  std::ranges::sort(order, [&members](std::size_t a, std::size_t b) {
-    const int comparison = members[a].key.compare(members[b].key);
-    return comparison != 0 ? comparison < 0 : a < b;
-  });
-  std::vector<bool> dropped;
-  for (std::size_t i = 0; i < order.size();) {
-    std::size_t next = i + 1;
-    while (next < order.size() && members[order[next]].key == members[order[i]].key) ++next;
-    if (next - i > 1) {
-      dropped.resize(members.size());
-      members[order[i]].value = std::move(members[order[next - 1]].value);
-      for (std::size_t k = i + 1; k < next; ++k) dropped[order[k]] = true;
-    }
-    i = next;
-  }
-  if (dropped.empty()) return;
-  std::size_t kept = 0;
-  for (std::size_t i = 0; i < members.size(); ++i) {
-    if (dropped[i]) continue;
-    if (kept != i) members[kept] = std::move(members[i]);
-    ++kept;
-  }
-  members.resize(kept);
+  members = std::move(merged);
 }
 
 }  // namespace
@@ -167,7 +160,7 @@ class JsonReader {
       skipSpace();
     }
     ++at_;
-    mergeDoubledKeys(members);
+    if (hasDoubledKeys(members)) mergeDoubledKeys(members);
     return true;
   }
 
@@ -306,43 +299,22 @@ class JsonReader {
         return true;
       }
     }
-    return readDouble(out, start, digits);
+    return readDouble(out, start);
   }
 
-  bool readDouble(Json& out, const char* start, const char* digits) {
+  bool readDouble(Json& out, const char* start) {
     double value = 0;
-    const auto result = std::from_chars(start, at_, value);
-    if (result.ec == std::errc()) {
-      out.value_ = value;
-      return true;
+    if (std::from_chars(start, at_, value).ec != std::errc()) {
+      // Out of range, at which end of the scale from_chars does not say; what is too small is zero.
+      static const locale_t locale = ::newlocale(LC_ALL_MASK, "C", nullptr);
+      value = ::strtod_l(std::string(start, at_).c_str(), nullptr, locale);
+      if (!std::isfinite(value)) {
+        at_ = start;
+        return fail("a number beyond the range of a double");
+      }
     }
-    // Out of range at one end of the scale or the other; what is too small is zero.
-    if (isTiny(digits)) {
-      out.value_ = *start == '-' ? -0.0 : 0.0;
-      return true;
-    }
-    at_ = start;
-    return fail("a number beyond the range of a double");
-  }
-
-  /// Whether a number known to be out of range lies below it and not above: by the power of ten of
-  /// its first digit that is not zero.
-  bool isTiny(const char* digits) const {
-    const char* mantissaEnd =
-        std::find_if(digits, at_, [](char c) { return c == 'e' || c == 'E'; });
-    const char* point = std::find(digits, mantissaEnd, '.');
-    const char* leading =
-        std::find_if(digits, mantissaEnd, [](char c) { return c >= '1' && c <= '9'; });
-    std::int64_t power = point - leading;
-    if (mantissaEnd != at_) {
-      const bool negative = mantissaEnd[1] == '-';
-      const char* exponentDigits = mantissaEnd + (negative || mantissaEnd[1] == '+' ? 2 : 1);
-      std::int32_t exponent = 0;
-      // One that does not fit outweighs any mantissa.
-      if (std::from_chars(exponentDigits, at_, exponent).ec != std::errc()) return negative;
-      power += negative ? -exponent : exponent;
-    }
-    return power < 0;
+    out.value_ = value;
+    return true;
   }
 
   const char* begin_;

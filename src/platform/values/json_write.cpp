@@ -46,71 +46,68 @@ void appendEscaped(std::string& out, char c) {
   }
 }
 
-/// Whatever is neither an array nor an object.
-void appendScalar(std::string& out, const Json& value) {
-  if (const std::string* text = value.asText()) {
-    json::appendQuoted(out, *text);
-  } else if (const std::int64_t* integer = value.asInteger()) {
-    appendNumber(out, *integer);
-  } else if (const double* number = value.asDouble()) {
-    appendNumber(out, *number);
-  } else if (const bool* boolean = value.asBoolean()) {
-    out += *boolean ? "true" : "false";
-  } else {
-    out += "null";
-  }
-}
+enum class Layout { compact, sorted, prettySorted };
 
-void appendNewLine(std::string& out, std::size_t level) {
-  out += '\n';
-  out.append(2 * level, ' ');
-}
+template <Layout layout>
+class ValueWriter {
+ public:
+  explicit ValueWriter(std::string& out) : out_(out) {}
 
-void appendPretty(std::string& out, const Json& value, std::size_t level);
+  void append(const Json& value) {
+    if (const std::string* text = value.asText()) {
+      json::appendQuoted(out_, *text);
+    } else if (const JsonObject* object = value.asObject()) {
+      append(*object);
+    } else if (const Json::Array* elements = value.asArray()) {
+      appendList('[', *elements, ']', [this](const Json& element) { append(element); });
+    } else if (const std::int64_t* integer = value.asInteger()) {
+      appendNumber(out_, *integer);
+    } else if (const double* number = value.asDouble()) {
+      appendNumber(out_, *number);
+    } else if (const bool* boolean = value.asBoolean()) {
+      out_ += *boolean ? "true" : "false";
+    } else {
+      out_ += "null";
+    }
+  }
 
-void appendPretty(std::string& out, const JsonObject& object, std::size_t level) {
-  if (object.empty()) {
-    out += "{}";
-    return;
+  void append(const JsonObject& object) {
+    const auto appendMember = [this](const JsonMember& member) {
+      json::appendQuoted(out_, member.key);
+      out_ += layout == Layout::prettySorted ? ": " : ":";
+      append(member.value);
+    };
+    if constexpr (layout == Layout::compact) {
+      appendList('{', object, '}', appendMember);
+    } else {
+      appendList('{', json::sortedByKey(object), '}',
+                 [&](const JsonMember* member) { appendMember(*member); });
+    }
   }
-  char before = '{';
-  for (const JsonMember* member : json::sortedByKey(object)) {
-    out += before;
-    before = ',';
-    appendNewLine(out, level + 1);
-    json::appendQuoted(out, member->key);
-    out += ": ";
-    appendPretty(out, member->value, level + 1);
-  }
-  appendNewLine(out, level);
-  out += '}';
-}
 
-void appendPretty(std::string& out, const Json::Array& elements, std::size_t level) {
-  if (elements.empty()) {
-    out += "[]";
-    return;
+ private:
+  template <typename List, typename Append>
+  void appendList(char begin, const List& list, char end, Append appendElement) {
+    out_ += begin;
+    ++level_;
+    bool isFirst = true;
+    for (const auto& element : list) {
+      if (!std::exchange(isFirst, false)) out_ += ',';
+      beginLine();
+      appendElement(element);
+    }
+    --level_;
+    if (!isFirst) beginLine();
+    out_ += end;
   }
-  char before = '[';
-  for (const Json& element : elements) {
-    out += before;
-    before = ',';
-    appendNewLine(out, level + 1);
-    appendPretty(out, element, level + 1);
-  }
-  appendNewLine(out, level);
-  out += ']';
-}
 
-void appendPretty(std::string& out, const Json& value, std::size_t level) {
-  if (const JsonObject* object = value.asObject()) {
-    appendPretty(out, *object, level);
-  } else if (const Json::Array* elements = value.asArray()) {
-    appendPretty(out, *elements, level);
-  } else {
-    appendScalar(out, value);
+  void beginLine() {
+    if constexpr (layout == Layout::prettySorted) out_.append(1, '\n').append(2 * level_, ' ');
   }
-}
+
+  std::string& out_;
+  std::size_t level_ = 0;
+};
 
 }  // namespace
 
@@ -143,33 +140,11 @@ void appendQuoted(std::string& out, std::string_view text) {
 }
 
 void appendTo(std::string& out, const JsonObject& object) {
-  out += '{';
-  bool isFirst = true;
-  for (const JsonMember& member : object) {
-    if (!isFirst) out += ',';
-    isFirst = false;
-    appendQuoted(out, member.key);
-    out += ':';
-    appendTo(out, member.value);
-  }
-  out += '}';
+  ValueWriter<Layout::compact>(out).append(object);
 }
 
 void appendTo(std::string& out, const Json& value) {
-  if (const JsonObject* object = value.asObject()) {
-    appendTo(out, *object);
-  } else if (const Json::Array* elements = value.asArray()) {
-    out += '[';
-    bool isFirst = true;
-    for (const Json& element : *elements) {
-      if (!isFirst) out += ',';
-      isFirst = false;
-      appendTo(out, element);
-    }
-    out += ']';
-  } else {
-    appendScalar(out, value);
-  }
+  ValueWriter<Layout::compact>(out).append(value);
 }
 
 std::string write(const Json& value) {
@@ -184,9 +159,15 @@ std::string write(const JsonObject& value) {
   return out;
 }
 
+std::string writeSorted(const Json& value) {
+  std::string out;
+  ValueWriter<Layout::sorted>(out).append(value);
+  return out;
+}
+
 std::string writePrettySorted(const Json& value) {
   std::string out;
-  appendPretty(out, value, 0);
+  ValueWriter<Layout::prettySorted>(out).append(value);
   return out;
 }
 
@@ -197,31 +178,24 @@ void JsonWriter::separate() {
   needsComma_ = true;
 }
 
-void JsonWriter::beginObject() {
+void JsonWriter::open(char bracket) {
   separate();
-  out_ += '{';
+  out_ += bracket;
   needsComma_ = false;
 }
 
-void JsonWriter::endObject() {
-  out_ += '}';
+void JsonWriter::close(char bracket) {
+  out_ += bracket;
   needsComma_ = true;
 }
 
-void JsonWriter::beginArray() {
+void JsonWriter::word(std::string_view literal) {
   separate();
-  out_ += '[';
-  needsComma_ = false;
-}
-
-void JsonWriter::endArray() {
-  out_ += ']';
-  needsComma_ = true;
+  out_ += literal;
 }
 
 void JsonWriter::key(std::string_view name) {
-  separate();
-  json::appendQuoted(out_, name);
+  value(name);
   out_ += ':';
   needsComma_ = false;
 }
@@ -229,11 +203,6 @@ void JsonWriter::key(std::string_view name) {
 void JsonWriter::value(std::string_view text) {
   separate();
   json::appendQuoted(out_, text);
-}
-
-void JsonWriter::word(std::string_view literal) {
-  separate();
-  out_ += literal;
 }
 
 void JsonWriter::value(std::int64_t number) {

@@ -62,7 +62,7 @@ std::expected<ConversationFile, DatabaseError> ConversationFile::open(const std:
   return file;
 }
 
-ConversationFile::FirstLook ConversationFile::lookAt(const std::string& path) {
+ConversationFile::Inspection ConversationFile::inspect(const std::string& path) {
   constexpr std::size_t logHeaderLength = 32;
   constexpr std::string_view magic("SQLite format 3\0", 16);
   const bool hasLog = sizeOf(path + "-wal") > logHeaderLength;

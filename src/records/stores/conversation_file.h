@@ -28,13 +28,13 @@ class ConversationFile {
 
   /// Opens the file; a new one gets its tables. Its folder must exist.
   static std::expected<ConversationFile, DatabaseError> open(const std::string& path);
-  struct FirstLook {
+  struct Inspection {
     std::optional<std::string> damage;  // why it cannot be whole
     bool isDoubtful = false;            // only isSound() can tell
   };
-  /// At the first page and the length of a file that may be there. Opens nothing, so that a damaged
+  /// By the first page and the length of a file that may be there. Opens nothing, so that a damaged
   /// file stays as it is.
-  static FirstLook lookAt(const std::string& path);
+  static Inspection inspect(const std::string& path);
   /// Whether SQLite finds each page in its place: reads the whole file.
   bool isSound();
 
@@ -51,7 +51,7 @@ class ConversationFile {
   /// To a new owner-only file, whatever the pages hold. Blocks for as long as that takes.
   bool copyTo(const std::string& path) { return database_.copyTo(path); }
   /// All further reading is of this moment, whatever others write.
-  bool holdStill() {
+  bool beginSnapshot() {
     return database_.execute("BEGIN") && database_.number("SELECT count(*) FROM notes") >= 0;
   }
   /// The highest number of a thread that has rows of any kind.

@@ -5,7 +5,7 @@
 #include "platform/values/url.h"
 #include "records/stores/imagine_directory.h"
 #include "records/stores/json_fields.h"
-#include "records/stores/kept_aside.h"
+#include "records/stores/quarantine.h"
 
 namespace vantrell {
 
@@ -90,7 +90,8 @@ files::Result<> ImagineStore::save(const std::vector<ImagineItem>& items) {
   if (!folder) return std::unexpected(folder.error());
   const std::string path = files::standardized(historyName, *folder);
   if (whyUnreadable_) {
-    if (auto free = keptAside::makeWay(path, *whyUnreadable_, now_(), notice_); !free) return free;
+    if (auto free = quarantine::moveFile(path, *whyUnreadable_, now_(), notice_); !free)
+      return free;
     whyUnreadable_.reset();
   }
   std::string text;

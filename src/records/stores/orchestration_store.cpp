@@ -1,6 +1,6 @@
 #include "records/stores/orchestration_store.h"
 
-#include "records/stores/kept_aside.h"
+#include "records/stores/quarantine.h"
 
 namespace vantrell {
 
@@ -42,7 +42,7 @@ OrchestrationStore::Write OrchestrationStore::prepareText(std::string text, std:
 files::Result<> OrchestrationStore::keepUnreadable(std::string_view name) {
   const auto unread = unreadable_.find(name);
   if (unread == unreadable_.end()) return {};
-  if (auto free = keptAside::makeWay(url(name), unread->second, now_(), notice_); !free) {
+  if (auto free = quarantine::moveFile(url(name), unread->second, now_(), notice_); !free) {
     return free;
   }
   unreadable_.erase(unread);

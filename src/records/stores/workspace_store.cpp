@@ -7,7 +7,7 @@
 #include "platform/files/dated_name.h"
 #include "platform/files/files.h"
 #include "records/stores/conversation_json.h"
-#include "records/stores/kept_aside.h"
+#include "records/stores/quarantine.h"
 #include "records/stores/tree_reader.h"
 
 namespace vantrell {
@@ -74,8 +74,8 @@ void WorkspaceStore::dropWithoutFolder(std::vector<Workspace>& workspaces) {
   const bool isOne = gone.size() == 1;
   const std::string missing = fmt::format("The {} of {} {} missing", isOne ? "folder" : "folders",
                                           named, isOne ? "is" : "are");
-  const auto kept = keptAside::write(supportFolder_, "conversations of missing folders", now_,
-                                     encodeWorkspaces(gone, conversationJson));
+  const auto kept = quarantine::write(supportFolder_, "conversations of missing folders", now_,
+                                      encodeWorkspaces(gone, conversationJson));
   if (kept) {
     std::erase_if(workspaces, isGone);
     return tell(fmt::format(
@@ -127,7 +127,7 @@ std::vector<Workspace> WorkspaceStore::readTree(Date now) {
 }
 
 std::vector<Workspace> WorkspaceStore::readFile() {
-  const auto look = ConversationFile::lookAt(path_);
+  const auto look = ConversationFile::inspect(path_);
   if (look.damage) return salvage(*look.damage);
   std::error_code code;
   if (std::filesystem::file_size(path_, code) == 0 && !code) {
@@ -182,7 +182,7 @@ std::vector<Workspace> WorkspaceStore::readFile() {
 
 // The damaged file goes out of the way whole; what can be read of a copy becomes the new one.
 std::vector<Workspace> WorkspaceStore::salvage(const std::string& reason) {
-  const auto kept = keptAside::moveDatabase(path_, keptAside::unreadable, now_);
+  const auto kept = quarantine::moveDatabase(path_, quarantine::unreadable, now_);
   if (!kept) {
     refusal_ = fmt::format(
         "The stored conversations could not be read ({}). {}; so that nothing is lost, no change "
@@ -193,7 +193,7 @@ std::vector<Workspace> WorkspaceStore::salvage(const std::string& reason) {
   }
   std::vector<Workspace> workspaces;
   const std::string scratch = path_ + ".salvage";
-  if (keptAside::copyForReading(*kept, scratch)) {
+  if (quarantine::copyForReading(*kept, scratch)) {
     if (auto file = ConversationFile::open(scratch)) {
       const auto reader = std::make_shared<TreeReader>(std::move(*file), scratch);
       StoredTree nowhere;

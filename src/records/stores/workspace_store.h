@@ -78,7 +78,7 @@ class WorkspaceStore {
   /// As peek() sees it.
   std::expected<Export, std::string> exportDocument();
   struct Import {
-    std::string keptAside;  // where the replaced tree is
+    std::string quarantined;  // where the replaced tree is
     std::size_t workspaces = 0, threads = 0;
     std::size_t withoutFolder = 0;  // workspaces that the next load() drops
   };

@@ -5,7 +5,7 @@
 #include "platform/files/files.h"
 #include "platform/storage/user_defaults.h"
 #include "records/stores/conversation_json.h"
-#include "records/stores/kept_aside.h"
+#include "records/stores/quarantine.h"
 #include "records/stores/tree_reader.h"
 #include "records/stores/workspace_store.h"
 
@@ -56,8 +56,8 @@ std::vector<Workspace> WorkspaceStore::readDocument(std::vector<Workspace> fromF
     return std::move(*decoded);
   }
   const std::string_view name =
-      decoded ? std::string_view("conversations from the settings") : keptAside::unreadable;
-  const auto kept = keptAside::write(supportFolder_, name, now_, *document);
+      decoded ? std::string_view("conversations from the settings") : quarantine::unreadable;
+  const auto kept = quarantine::write(supportFolder_, name, now_, *document);
   documentMayGo_ = kept.has_value();
   if (kept && decoded) {
     tell(
@@ -107,12 +107,12 @@ std::expected<WorkspaceStore::Peek, std::string> WorkspaceStore::peek() {
     if (!decoded) return unreadableFile(decoded.error().text());
     return Peek{std::move(*decoded)};
   }
-  if (const auto look = ConversationFile::lookAt(path_); look.damage) {
+  if (const auto look = ConversationFile::inspect(path_); look.damage) {
     return unreadableFile(*look.damage);
   }
   auto opened = ConversationFile::open(path_);
   if (!opened) return unreadableFile(opened.error().text);
-  if (!opened->holdStill()) return unreadableFile("another program is using it");
+  if (!opened->beginSnapshot()) return unreadableFile("another program is using it");
   Peek result;
   const auto reader = std::make_shared<TreeReader>(std::move(*opened), path_);
   reader->onDamage = [problems = result.problems](const std::string&, const std::string& sentence) {
@@ -149,8 +149,8 @@ std::expected<WorkspaceStore::Import, std::string> WorkspaceStore::importDocumen
   }
   const auto present = readTree(now);
   if (refusal_) return std::unexpected(*refusal_);
-  const auto kept = keptAside::write(supportFolder_, "conversations replaced by an import", now,
-                                     encodeWorkspaces(present, conversationJson));
+  const auto kept = quarantine::write(supportFolder_, "conversations replaced by an import", now,
+                                      encodeWorkspaces(present, conversationJson));
   if (!kept) {
     return std::unexpected(
         fmt::format("The present conversations could not be kept, so nothing was imported. {}",
@@ -160,7 +160,7 @@ std::expected<WorkspaceStore::Import, std::string> WorkspaceStore::importDocumen
     unwritten_ = {};
     return std::unexpected(stored.error());
   }
-  Import result{.keptAside = *kept};
+  Import result{.quarantined = *kept};
   result.workspaces = decoded->size();
   for (const auto& workspace : *decoded) {
     result.threads += workspace.threads.size();

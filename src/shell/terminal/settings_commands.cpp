@@ -21,12 +21,7 @@ namespace vantrell::shell {
 namespace {
 
 std::string_view nameOf(SecretStore::Kind kind) {
-  switch (kind) {
-    case SecretStore::Kind::secretService: return "keyring";
-    case SecretStore::Kind::files: return "files";
-    case SecretStore::Kind::memory: break;
-  }
-  return "memory";
+  return kind == SecretStore::Kind::files ? "files" : "keyring";
 }
 
 std::string_view stateOf(const SecretStore::Status& status) {
@@ -334,7 +329,7 @@ void replaceAll(CommandContext& context, Import& import) {
   if (!imported) return context.fail(fmt::format("{}. Nothing was imported.", imported.error()));
   context.console.write(fmt::format("{} imported. The conversations of before are in \"{}\".\n",
                                     views::countsOf(imported->threads, imported->workspaces),
-                                    imported->keptAside));
+                                    imported->quarantined));
   const auto warning = views::missingFoldersWarning(imported->withoutFolder);
   if (!warning.empty()) context.complain(warning);
   context.finish(exitStatus::completed);

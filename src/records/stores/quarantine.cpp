@@ -1,4 +1,4 @@
-#include "records/stores/kept_aside.h"
+#include "records/stores/quarantine.h"
 
 #include <filesystem>
 #include <fmt/format.h>
@@ -7,7 +7,7 @@
 #include "platform/files/dated_name.h"
 #include "platform/storage/database.h"
 
-namespace vantrell::keptAside {
+namespace vantrell::quarantine {
 
 namespace {
 
@@ -42,9 +42,9 @@ files::Result<std::string> write(const std::string& folder, std::string_view wha
   return path;
 }
 
-files::Result<> makeWay(const std::string& path, std::string_view reason, Date now,
-                        const std::function<void(const std::string&)>& notice) {
-  const auto kept = files::keepAside(path, now);
+files::Result<> moveFile(const std::string& path, std::string_view reason, Date now,
+                         const std::function<void(const std::string&)>& notice) {
+  const auto kept = files::quarantine(path, now);
   if (kept) {
     notice(fmt::format("{} could not be read ({}). It was kept as \"{}\"; a new one begins.", path,
                        reason, *kept));
@@ -89,4 +89,4 @@ files::Result<> copyForReading(const std::string& from, const std::string& to) {
   return {};
 }
 
-}  // namespace vantrell::keptAside
+}  // namespace vantrell::quarantine

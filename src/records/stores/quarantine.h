@@ -1,5 +1,5 @@
-// Puts what could not be read under a name with the date, before anything takes its place. Blocks,
-// when something is wrong; any thread.
+// Moves what could not be read to a name with the date, before anything replaces it. Blocks; any
+// thread.
 #pragma once
 
 #include <functional>
@@ -9,7 +9,7 @@
 #include "platform/files/files.h"
 #include "platform/values/date.h"
 
-namespace vantrell::keptAside {
+namespace vantrell::quarantine {
 
 /// How files are named that hold such conversations.
 inline constexpr std::string_view unreadable = "conversations that could not be read";
@@ -17,11 +17,10 @@ inline constexpr std::string_view unreadable = "conversations that could not be 
 /// Writes a new owner-only file under a `files::datedName` and answers its path.
 files::Result<std::string> write(const std::string& folder, std::string_view what, Date now,
                                  std::string_view content);
-/// Before a save takes the place of a file that could not be read, for a reason that is told: puts
-/// the file aside and tells the user where. Well too when somebody has taken it away since; after
-/// an error nothing may be written there.
-files::Result<> makeWay(const std::string& path, std::string_view reason, Date now,
-                        const std::function<void(const std::string&)>& notice);
+/// Before a save replaces a file that could not be read: moves that file and tells the user where
+/// it is and why. Succeeds when the file is gone; after an error nothing may be written there.
+files::Result<> moveFile(const std::string& path, std::string_view reason, Date now,
+                         const std::function<void(const std::string&)>& notice);
 /// Moves an SQLite file with its log and answers its new path. The log first: without it the file
 /// would still be found damaged.
 files::Result<std::string> moveDatabase(const std::string& path, std::string_view what, Date now);
@@ -29,4 +28,4 @@ files::Result<std::string> moveDatabase(const std::string& path, std::string_vie
 /// its length back, in zeros, since SQLite opens no other.
 files::Result<> copyForReading(const std::string& from, const std::string& to);
 
-}  // namespace vantrell::keptAside
+}  // namespace vantrell::quarantine
