@@ -18,38 +18,40 @@ bool isFree(const AgentConfiguration& configuration) {
 }
 
 /// What both a thread and a turn are told.
-void setCommonParams(JsonObject& params, const AgentConfiguration& configuration) {
+void setApprovals(JsonObject& params, const AgentConfiguration& configuration) {
   params.set("approvalPolicy", isFree(configuration) ? "never" : "on-request");
   // Who decides what goes beyond the sandbox: in automatic mode Codex's own reviewer.
   params.set("approvalsReviewer",
              configuration.permissionMode == GrokPermissionMode::auto_ ? "auto_review" : "user");
-  setIfPresent(params, "model", configuration.model);
 }
 
 }  // namespace
 
 JsonObject threadParams(const AgentConfiguration& configuration,
                         const std::optional<std::string>& threadId) {
-  JsonObject params{{"cwd", configuration.workspacePath},
-                    {"sandbox", isFree(configuration) ? "danger-full-access" : "workspace-write"}};
+  JsonObject params;
   if (threadId) params.set("threadId", *threadId);
-  setCommonParams(params, configuration);
+  params.set("cwd", configuration.workspacePath);
+  setApprovals(params, configuration);
+  params.set("sandbox", isFree(configuration) ? "danger-full-access" : "workspace-write");
+  setIfPresent(params, "model", configuration.model);
   return params;
 }
 
 JsonObject turnStartParams(const AgentConfiguration& configuration, const std::string& threadId,
                            std::string prompt) {
+  JsonObject params{
+      {"threadId", threadId},
+      {"input", Json::Array{JsonObject{{"type", "text"}, {"text", std::move(prompt)}}}}};
+  setApprovals(params, configuration);
   JsonObject policy{{"type", "dangerFullAccess"}};
   if (!isFree(configuration)) {
     policy = {{"type", "workspaceWrite"},
               {"writableRoots", Json::Array{configuration.workspacePath}},
               {"networkAccess", false}};
   }
-  JsonObject params{
-      {"threadId", threadId},
-      {"input", Json::Array{JsonObject{{"type", "text"}, {"text", std::move(prompt)}}}},
-      {"sandboxPolicy", std::move(policy)}};
-  setCommonParams(params, configuration);
+  params.set("sandboxPolicy", std::move(policy));
+  setIfPresent(params, "model", configuration.model);
   setIfPresent(params, "effort", configuration.effort);
   return params;
 }
