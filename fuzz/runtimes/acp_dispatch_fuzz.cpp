@@ -20,19 +20,16 @@ class Driver final : public fuzz::DispatchDriver<ACPConnection> {
     configuration.workspacePath = "/project";
     configuration.runtimeName = "Runtime";
 
-    AgentEvents events = this->events();
-    events.sessionUpdates = [](const std::vector<JsonObject>& updates, std::size_t) {
-      for (const auto& update : updates) json::write(update);
-    };
-    events.permissionRequest = [this](PermissionRequest request, std::size_t) {
+    listener_.onSessionUpdate = [](const JsonObject& update) { json::write(update); };
+    listener_.onPermissionRequest = [this](const PermissionRequest& request) {
       lastQuestion_ = request.id;
     };
-    events.replayStarted = [this] { require(++replaysStarted_ == 1); };
-    events.replayFailed = [this] { require(++replaysFailed_ <= replaysStarted_); };
-    events.modelOptions = [](std::vector<ProviderModelOption> options) {
+    listener_.onReplayStarted = [this] { require(++replaysStarted_ == 1); };
+    listener_.onReplayFailed = [this] { require(++replaysFailed_ <= replaysStarted_); };
+    listener_.onModelOptionsUpdate = [](std::vector<ProviderModelOption> options) {
       require(options.size() >= 2 && options.front().id == "default");
     };
-    connect(std::move(configuration), std::move(events), std::unique_ptr<ACPHostServices>());
+    connect(std::move(configuration), std::unique_ptr<ACPHostServices>());
     connection_->initialize(choice & 32 ? std::optional<std::string>("old") : std::nullopt,
                             onceStarted([this](const AgentStartResult& result) {
                               require(!result.replayedSession || replaysStarted_ == 1);

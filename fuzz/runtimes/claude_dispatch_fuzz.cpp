@@ -16,24 +16,23 @@ class Driver final : public fuzz::DispatchDriver<ClaudeConnection> {
     configuration.model = "sonnet";
     const bool asks = configuration.permissionMode != GrokPermissionMode::fullAccess;
 
-    AgentEvents events = this->events();
-    events.sessionUpdates = [](const std::vector<JsonObject>& updates, std::size_t) {
-      for (const auto& update : updates) {
-        require(json::text(update, "sessionUpdate") != nullptr);
-        require(json::text(update, "messageId") || json::text(update, "toolCallId"));
-      }
+    listener_.onSessionUpdate = [](const JsonObject& update) {
+      require(json::text(update, "sessionUpdate") != nullptr);
+      require(json::text(update, "messageId") || json::text(update, "toolCallId"));
     };
-    events.permissionRequest = [this, asks](PermissionRequest request, std::size_t) {
+    listener_.onPermissionRequest = [this, asks](const PermissionRequest& request) {
       // One that was withdrawn before its turn is left out.
       require(asks && request.id >= 100000 && request.id > lastQuestion_);
       require(request.options.size() == 2);
       lastQuestion_ = request.id;
     };
-    events.replayStarted = [] { std::abort(); };
-    events.replayFailed = [] { std::abort(); };
-    events.log = [](std::string text) { require(text.ends_with('\n')); };
-    events.usage = [](ProviderUsage usage) { require(usage.provider == AgentProvider::claude); };
-    connect(std::move(configuration), std::move(events));
+    listener_.onReplayStarted = [] { std::abort(); };
+    listener_.onReplayFailed = [] { std::abort(); };
+    listener_.onLog = [](std::string text) { require(text.ends_with('\n')); };
+    listener_.onUsageUpdate = [](ProviderUsage usage) {
+      require(usage.provider == AgentProvider::claude);
+    };
+    connect(std::move(configuration));
     connection_->initialize(
         {"s1", (choice & 4) != 0},
         onceStarted([](const AgentStartResult& result) { require(result.sessionId == "s1"); }));

@@ -16,27 +16,24 @@ class Driver final : public fuzz::DispatchDriver<CodexConnection> {
     if (choice & 4) configuration.model = "gpt-5.5";
     configuration.workspacePath = "/project";
 
-    AgentEvents events = this->events();
-    events.sessionUpdates = [](const std::vector<JsonObject>& updates, std::size_t) {
-      for (const auto& update : updates) {
-        require(json::text(update, "sessionUpdate"));
-        json::write(update);
-      }
+    listener_.onSessionUpdate = [](const JsonObject& update) {
+      require(json::text(update, "sessionUpdate"));
+      json::write(update);
     };
-    events.permissionRequest = [this](PermissionRequest request, std::size_t) {
+    listener_.onPermissionRequest = [this](const PermissionRequest& request) {
       require(request.id > lastQuestion_);
       require(!request.title.empty() && !request.detail.empty() && request.options.size() == 3);
       lastQuestion_ = request.id;
     };
-    events.usage = [](const ProviderUsage& usage) {
+    listener_.onUsageUpdate = [](const ProviderUsage& usage) {
       require(usage.provider == AgentProvider::codex);
       require(usage.exhausted || (usage.primaryUsedPercent.value_or(0) < 100 &&
                                   usage.secondaryUsedPercent.value_or(0) < 100));
     };
-    events.replayStarted = [] { std::abort(); };
-    events.replayFailed = [] { std::abort(); };
-    events.modelOptions = [](std::vector<ProviderModelOption>) { std::abort(); };
-    connect(std::move(configuration), std::move(events));
+    listener_.onReplayStarted = [] { std::abort(); };
+    listener_.onReplayFailed = [] { std::abort(); };
+    listener_.onModelOptionsUpdate = [](std::vector<ProviderModelOption>) { std::abort(); };
+    connect(std::move(configuration));
     const bool resumes = choice & 8;
     connection_->initialize(resumes ? std::optional<std::string>("old") : std::nullopt,
                             onceStarted([resumes](const AgentStartResult& result) {

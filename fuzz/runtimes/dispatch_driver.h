@@ -51,18 +51,26 @@ class DispatchDriver {
  protected:
   virtual ~DispatchDriver() = default;
 
-  /// Events that no dialect may send without a process; the dialect sets the others.
-  static AgentEvents events() {
-    AgentEvents events;
-    events.unexpectedTermination = [](std::string) { std::abort(); };
-    return events;
-  }
+  /// The client to which events go at once; a dialect sets its callbacks.
+  struct Listener final : AgentClient {
+    AgentProvider provider() const override { return AgentProvider::grok; }
+    void start(std::optional<std::string>, StartCompletion) override {}
+    void sendPrompt(std::string, PromptCompletion) override {}
+    void cancel() override {}
+    void respondToPermission(std::int64_t, std::string) override {}
+    void stop() override {}
+  };
+
   template <typename Configuration, typename... Rest>
-  void connect(Configuration configuration, AgentEvents events, Rest&&... rest) {
+  void connect(Configuration configuration, Rest&&... rest) {
     static BackgroundPool pool(1);
-    connection_ = std::make_shared<Connection>(std::move(configuration), SerialQueue(pool, "fuzz"),
-                                               std::make_shared<Mailbox>(main_), std::move(events),
-                                               std::forward<Rest>(rest)...);
+    // Nothing goes without a process.
+    listener_.onUnexpectedTermination = [](const std::string&) { std::abort(); };
+    connection_ = std::make_shared<Connection>(
+        std::move(configuration),
+        AgentChannel{SerialQueue(pool, "fuzz"), std::make_shared<Mailbox>(main_),
+                     [this](const auto& event, std::size_t) { event(listener_); }},
+        std::forward<Rest>(rest)...);
   }
 
   void prompt() {
@@ -96,6 +104,7 @@ class DispatchDriver {
   virtual void checkFailure(const AgentError& /*error*/) {}
 
   ManualMainQueue main_;
+  Listener listener_;
   std::shared_ptr<Connection> connection_;
   std::int64_t lastQuestion_ = 0;
 

@@ -71,12 +71,8 @@ void checkLine(std::string_view profile, std::string_view key) {
 
 void checkModels(std::string_view body, LocalRuntimeKind kind) {
   const auto models = LocalRuntimeService::parseModels(body, kind);
-  if (!models) {
-    const bool isJson = json::parse(body).has_value();
-    require(isJson == std::holds_alternative<LocalRuntimeError>(models.error()));
-    return;
-  }
-  require(!models->empty());
+  require(models.has_value() == json::parse(body).has_value());
+  if (!models) return;
   LocalRuntimeConnection connection{kind, "", *Url::parse("http://127.0.0.1/v1"), *models};
   for (std::size_t index = 0; index < models->size(); ++index) {
     const auto& id = (*models)[index].id;

@@ -128,7 +128,7 @@ void PracticeAgent::prompt(const JsonObject& params, const AcpHost::Reply& reply
   OpenSession& opened = **open;
   opened.transcript.recordPrompt(text);
   keep(opened.session);  // so that the prompt is there even when the turn ends the process
-  StepContext context{.queue = queue_,
+  TurnContext context{.queue = queue_,
                       .transcript = opened.transcript,
                       .output = output_,
                       .abilities = abilities_,

@@ -1,9 +1,7 @@
 // What the practice agent can be told to do: lines of a prompt that begin with a directive word.
-// Pure functions, any thread; a line that starts like a directive and cannot be read becomes a step
-// that says what is wrong with it, so nothing is ignored silently.
+// Pure functions, any thread. What follows the word is read by the turn that carries it out.
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,30 +21,20 @@ struct Directive {
     slow,
     fail,
     refuse,
-    die,
     hang,
-    floodOutput,
-    floodError,
-    halfLine,
-    invalidUtf8,
-    noJson,
-    longLine,
-    closeInput,
-    unclear,
+    die,
+    flood,
+    garbage,
+    close,
   };
-  Kind kind = Kind::unclear;
-  std::string text;                // text, question, path, command, or what is unclear
-  std::string content;             // write: what to write
-  std::vector<std::string> items;  // plan: its entries
-  double seconds = 0;              // slow: between two ticks
-  std::int64_t amount = 0;         // bytes, or the number of a signal (0: a plain exit)
+  Kind kind = Kind::say;
+  std::string argument;  // after the colon, as it was written
 
   bool operator==(const Directive&) const = default;
 };
 
-/// The part of a prompt that a person wrote: hosts put other text around it, and mark it by a line
-/// "USER REQUEST:". All of the prompt when there is no such line.
-std::string_view userRequest(std::string_view prompt);
+/// "SAY" and the like.
+std::string_view wordOf(Directive::Kind kind);
 
 /// The directives of a prompt in their order.
 std::vector<Directive> readDirectives(std::string_view prompt);

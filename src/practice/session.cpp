@@ -45,49 +45,6 @@ constexpr Option options[] = {
     {"effort", "Effort", "thought_level", &Session::effort, efforts},
 };
 
-constexpr std::string_view kindNames[] = {"user", "agent", "thought", "tool"};
-
-std::string_view nameOf(HistoryItem::Kind kind) {
-  return kindNames[static_cast<int>(kind)];
-}
-
-std::optional<HistoryItem::Kind> kindNamed(std::string_view name) {
-  const auto* found = std::ranges::find(kindNames, name);
-  if (found == std::end(kindNames)) return std::nullopt;
-  return static_cast<HistoryItem::Kind>(found - std::begin(kindNames));
-}
-
-JsonObject encoded(const HistoryItem& item) {
-  JsonObject object{{"kind", nameOf(item.kind)}, {"id", item.id}, {"text", item.text}};
-  if (item.kind == HistoryItem::Kind::tool) {
-    object.set("toolKind", item.toolKind);
-    object.set("status", item.status);
-    object.set("rawInput", item.rawInput);
-  }
-  return object;
-}
-
-/// A tool call that was under way when its process ended will not go on.
-std::string settled(const std::string& status) {
-  return status == "completed" ? status : "failed";
-}
-
-std::optional<HistoryItem> decodedItem(const Json& json) {
-  const auto* object = json.asObject();
-  if (!object) return std::nullopt;
-  auto kind = kindNamed(json::textOr(*object, "kind", ""));
-  const auto* id = json::text(*object, "id");
-  const auto* text = json::text(*object, "text");
-  if (!kind || !id || !text) return std::nullopt;
-  const auto* rawInput = object->find("rawInput");
-  return HistoryItem{.kind = *kind,
-                     .id = *id,
-                     .text = *text,
-                     .toolKind = json::textOr(*object, "toolKind", ""),
-                     .status = settled(json::textOr(*object, "status", "")),
-                     .rawInput = rawInput ? *rawInput : Json()};
-}
-
 std::optional<Session> decoded(std::string_view content, const std::string& id) {
   auto object = json::parseObject(content);
   if (!object || json::textOr(*object, "id", "") != id) return std::nullopt;
@@ -100,9 +57,12 @@ std::optional<Session> decoded(std::string_view content, const std::string& id) 
     if (!session.setConfigOption(option.id, value)) return std::nullopt;
   }
   for (const Json& one : *history) {
-    auto item = decodedItem(one);
-    if (!item) return std::nullopt;
-    session.history.push_back(*std::move(item));
+    const auto* item = one.asObject();
+    if (!item || !json::text(*item, "sessionUpdate")) return std::nullopt;
+    session.history.push_back(*item);
+    // A tool call that was under way when its process ended will not go on.
+    const auto* status = json::text(*item, "status");
+    if (status && *status != "completed") session.history.back().set("status", "failed");
   }
   return session;
 }
@@ -152,13 +112,11 @@ std::expected<void, RpcError> Session::setConfigOption(std::string_view configId
 }
 
 std::expected<void, RpcError> SessionStore::save(const Session& session) const {
-  Json::Array history;
-  for (const HistoryItem& item : session.history) history.emplace_back(encoded(item));
   JsonObject object{{"id", session.id}, {"folder", session.folder}};
   for (const Option& option : options) {
     object.set(std::string(option.id), session.*option.value);
   }
-  object.set("history", std::move(history));
+  object.set("history", Json::Array(session.history.begin(), session.history.end()));
 
   auto stored = files::createOwnerOnlyFolder(folder_);
   if (stored) {

@@ -13,24 +13,14 @@
 
 namespace vantrell::practice {
 
-/// One thing that was said or done.
-struct HistoryItem {
-  enum class Kind { user, agent, thought, tool };
-  Kind kind = Kind::user;
-  std::string id;        // message id, or id of the tool call
-  std::string text;      // of a tool call: its title
-  std::string toolKind;  // the rest belongs to tool calls
-  std::string status;
-  Json rawInput;
-};
-
 struct Session {
   std::string id;      // a UUID
   std::string folder;  // absolute path of the project
   std::string mode = "manual";
   std::string model = "practice";
   std::string effort = "default";
-  std::vector<HistoryItem> history;
+  /// What was said and done: one session update for each message and tool call, as it is replayed.
+  std::vector<JsonObject> history;
   /// Kinds of tool calls that were allowed "always"; for as long as the process runs.
   std::set<std::string, std::less<>> allowedKinds;
 

@@ -12,84 +12,64 @@ JsonObject textContent(std::string_view text) {
   return {{"type", "text"}, {"text", text}};
 }
 
-JsonObject messageChunk(HistoryItem::Kind kind, std::string_view id, std::string_view text) {
-  const char* name = kind == HistoryItem::Kind::user      ? "user_message_chunk"
-                     : kind == HistoryItem::Kind::thought ? "agent_thought_chunk"
-                                                          : "agent_message_chunk";
-  return {{"sessionUpdate", name}, {"messageId", id}, {"content", textContent(text)}};
-}
-
-JsonObject toolUpdate(const char* name, const HistoryItem& item) {
-  return {{"sessionUpdate", name}, {"toolCallId", item.id}, {"title", item.text},
-          {"kind", item.toolKind}, {"status", item.status}, {"rawInput", item.rawInput}};
+JsonObject chunk(std::string_view kind, std::string_view id, std::string_view text) {
+  return {{"sessionUpdate", kind}, {"messageId", id}, {"content", textContent(text)}};
 }
 
 }  // namespace
 
 void Transcript::recordPrompt(std::string_view text) {
-  session_.history.push_back(
-      {.kind = HistoryItem::Kind::user, .id = Uuid::random().text(), .text = std::string(text)});
+  session_.history.push_back(chunk("user_message_chunk", Uuid::random().text(), text));
 }
 
-void Transcript::speak(HistoryItem::Kind kind, const std::string& messageId,
-                       std::string_view text) {
+void Transcript::speak(std::string_view kind, const std::string& messageId, std::string_view text) {
   if (text.empty()) return;
   auto& history = session_.history;
-  if (history.empty() || history.back().id != messageId) {
-    history.push_back({.kind = kind, .id = messageId});
+  if (history.empty() || json::textOr(history.back(), "messageId", "") != messageId) {
+    history.push_back(chunk(kind, messageId, ""));
   }
-  history.back().text += text;
-  update(messageChunk(kind, messageId, text));
+  *history.back().find("content")->asObject()->find("text")->asText() += text;
+  update(chunk(kind, messageId, text));
 }
 
 void Transcript::say(std::string_view text) {
-  speak(HistoryItem::Kind::agent, Uuid::random().text(), text);
+  speak(answerChunk, Uuid::random().text(), text);
 }
 
 void Transcript::sayUnrecorded(const std::string& messageId, std::string_view text,
                                Work whenWritten) {
-  update(messageChunk(HistoryItem::Kind::agent, messageId, text), std::move(whenWritten));
+  update(chunk(answerChunk, messageId, text), std::move(whenWritten));
 }
 
-void Transcript::beginTool(const ToolCall& call) {
-  session_.history.push_back({.kind = HistoryItem::Kind::tool,
-                              .id = call.id,
-                              .text = call.title,
-                              .toolKind = call.kind,
-                              .status = "pending",
-                              .rawInput = call.rawInput});
-  update(toolUpdate("tool_call", session_.history.back()));
+void Transcript::beginTool(const JsonObject& call) {
+  JsonObject begun{{"sessionUpdate", "tool_call"}};
+  for (const auto& [key, value] : call) begun.set(key, value);
+  begun.set("status", "pending");
+  session_.history.push_back(begun);
+  update(std::move(begun));
 }
 
-void Transcript::updateTool(const ToolCall& call, std::string_view status,
+void Transcript::updateTool(const std::string& callId, std::string_view status,
                             std::string_view output) {
-  for (HistoryItem& item : session_.history | std::views::reverse) {
-    if (item.id != call.id) continue;
-    item.status = status;
-    auto content = toolUpdate("tool_call_update", item);
+  for (JsonObject& item : session_.history | std::views::reverse) {
+    if (json::textOr(item, "toolCallId", "") != callId) continue;
+    item.set("status", status);
+    JsonObject changed = item;
+    changed.set("sessionUpdate", "tool_call_update");
     if (!output.empty()) {
-      content.set("content",
+      changed.set("content",
                   Json::Array{JsonObject{{"type", "content"}, {"content", textContent(output)}}});
     }
-    update(std::move(content));
-    return;
+    return update(std::move(changed));
   }
 }
 
-void Transcript::showPlan(const std::vector<PlanEntry>& entries) {
-  Json::Array list;
-  for (const PlanEntry& entry : entries) {
-    list.emplace_back(
-        JsonObject{{"content", entry.content}, {"priority", "medium"}, {"status", entry.status}});
-  }
-  update({{"sessionUpdate", "plan"}, {"entries", std::move(list)}});
+void Transcript::showPlan(Json::Array entries) {
+  update({{"sessionUpdate", "plan"}, {"entries", std::move(entries)}});
 }
 
 void Transcript::replay() {
-  for (const HistoryItem& item : session_.history) {
-    update(item.kind == HistoryItem::Kind::tool ? toolUpdate("tool_call", item)
-                                                : messageChunk(item.kind, item.id, item.text));
-  }
+  for (const JsonObject& item : session_.history) update(item);
 }
 
 void Transcript::update(JsonObject content, Work whenWritten) {

@@ -145,6 +145,35 @@ TEST_F(PracticeAgent, AdvancesAPlanWithTheDirectivesBehindIt) {
                                   "completed in_progress ", "completed completed "));
 }
 
+TEST_F(PracticeAgent, SaysWhatIsWrongWithADirectiveInsteadOfGuessing) {
+  setOption("model", "practice-instant");
+  for (const std::string line : {"SLOW:soon",
+                                 "SLOW:-1",
+                                 "SLOW:0",
+                                 "SLOW:nan",
+                                 "SLOW:inf",
+                                 "SLOW:1e99",
+                                 "DIE:x",
+                                 "DIE:0",
+                                 "DIE:65",
+                                 "WRITE:no-content",
+                                 "WRITE:=x",
+                                 "PLAN:;;",
+                                 "READ:  ",
+                                 "STREAM:",
+                                 "FLOOD:1000",
+                                 "FLOOD:stdout=0",
+                                 "FLOOD:stdout=99999999999999999999",
+                                 "GARBAGE:other",
+                                 "GARBAGE:long=0",
+                                 "CLOSE:stdout"}) {
+    host.updates.clear();
+    EXPECT_EQ(host.prompt(line), "end_turn") << line;
+    EXPECT_THAT(host.said(), testing::StartsWith(line.substr(0, line.find(':')) + " ")) << line;
+    EXPECT_THAT(host.said(), testing::EndsWith("lists the directives.")) << line;
+  }
+}
+
 TEST_F(PracticeAgent, AsksAndSaysWhatWasAnswered) {
   const struct {
     const char* option;
@@ -350,7 +379,7 @@ TEST_F(PracticeAgent, RefusesSessionsThatAreUnknownOrDamaged) {
   host.prompt("SAY:x");
   auto good = TemporaryFolder::contentOf(sessionFile());
   auto withoutKind = good;
-  withoutKind.replace(good.find("\"agent\""), 7, "\"other\"");
+  withoutKind.replace(good.find("sessionUpdate"), 13, "somethingElse");
   for (const auto& content : {std::string(), good.substr(0, good.size() / 2), std::string("[]"),
                               std::string("{}"), withoutKind}) {
     state.file("vantrell-practice-agent/" + host.sessionId + ".json", content);

@@ -29,6 +29,17 @@ TEST_F(ACPClientStart, OpensANewSessionInTheProjectFolder) {
   EXPECT_EQ(client_->provider(), AgentProvider::grok);
 }
 
+TEST_F(ACPClientStart, SessionIsToldWhatTheModeAllows) {
+  const std::pair<GrokPermissionMode, std::string> modes[] = {
+      {GrokPermissionMode::auto_, R"({"autoMode":true})"},
+      {GrokPermissionMode::fullAccess, R"({"yoloMode":true})"}};
+  for (const auto& [mode, meta] : modes) {
+    configuration_.permissionMode = mode;
+    begin(introduced("{}").expect(R"("mcpServers":[],"_meta":)" + meta).error("end"));
+    expectNotes({"not started: end"});
+  }
+}
+
 TEST_F(ACPClientStart, ReplaysAStoredSessionBeforeItCompletes) {
   begin(introduced(canLoad)
             .expectLine(
@@ -140,17 +151,6 @@ TEST_F(ACPClientStart, KimiIsToldModeAndModelAndForgivesBoth) {
   }
 }
 
-TEST_F(ACPClientStart, KimiWithoutAModelIsToldTheModeAlone) {
-  configuration_.provider = AgentProvider::kimi;
-  for (const auto& model : {std::optional<std::string>(), std::optional<std::string>("")}) {
-    configuration_.model = model;
-    begin(optionScript(R"({"sessionId":"s1"})")
-              .expectLine(optionLine(3, "mode", "manual"))
-              .result("{}"));
-    expectNotes({"models default a", "started s1"});
-  }
-}
-
 // As Kimi Code 2.1 answers. A session that has run unasked must not go on so in silence.
 TEST_F(ACPClientStart, ModeThatKimiDoesNotKnowIsSetByItsOwnWordOrTold) {
   configuration_.provider = AgentProvider::kimi;
@@ -181,20 +181,6 @@ TEST_F(ACPClientStart, ModelOfOpenCodeMustBeAccepted) {
     begin(script);
     expectNotes({"models default a", fails ? "not started: no such model" : "started s1"});
   }
-}
-
-TEST_F(ACPClientStart, OptionsFollowAReplayToo) {
-  configuration_.provider = AgentProvider::kimi;
-  configuration_.model = "k2";
-  begin(introduced(canLoad)
-            .expect("session/load")
-            .result("{" + models + "}")
-            .expect(R"("configId":"mode")")
-            .result("{}")
-            .expect(R"({"sessionId":"old","configId":"model","value":"k2"})")
-            .result("{}"),
-        "old");
-  expectNotes({"replay started", "models default a", "started old replayed"});
 }
 
 TEST_F(ACPClientStart, GrokIsToldNoOptionsAndReportsNone) {

@@ -32,16 +32,6 @@ TEST_F(ACPClientTurn, UpdateArrivesAsItWasSent) {
   expectNotes({R"(says {"z":[1,{"a":null}],"sessionUpdate":"future"})"});
 }
 
-TEST_F(ACPClientTurn, OneReadMayHoldManyMessagesAndOneMessageManyReads) {
-  const std::string front = R"({"method":"session/update","params":{"update":{"content":{"text":")";
-  openTurn(
-      ACPAgentScript()
-          .line(R"(raw {"id":${id},"re)")
-          .line(R"(error x)")
-          .line(R"(raw sult":{"n":1}}\n\n \n)" + front + R"(a"}}}}\n)" + front + R"(b"}}}}\n)"));
-  expectNotes({R"(turn ended {"n":1})", "says a", "says b"});
-}
-
 TEST_F(ACPClientTurn, UnsupportedMethodIsRefused) {
   open(ACPAgentScript()
            .request(40, "fs/delete", "{}")
@@ -169,21 +159,6 @@ TEST_F(ACPClientTurn, HostServicesAnswerOverThePipes) {
 }
 
 // ---- the end ------------------------------------------------------------------------------------
-
-TEST_F(ACPClientTurn, NothingOfARuntimeIsLeftBehind) {
-  open(ACPAgentScript()
-           .request(1, "terminal/create",
-                    R"({"command":"sh","args":["-c","sleep 1000 & sleep 1000"]})")
-           .expect("terminalId")
-           .say("${pid}")
-           .line("hang"));
-  awaitCount(1);
-  const pid_t agent = std::stoi(notes_[0].substr(5));
-  EXPECT_EQ(kill(agent, 0), 0);
-  client_->stop();
-  EXPECT_TRUE(Process::waitForAll(std::chrono::seconds(20)));
-  EXPECT_NE(kill(agent, 0), 0);
-}
 
 TEST_F(ACPClientTurn, ErrorTextIsLoggedAsItComesAndBytesThatAreNoTextAreNot) {
   open(ACPAgentScript()

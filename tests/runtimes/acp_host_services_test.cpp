@@ -125,17 +125,6 @@ TEST_F(ACPHostServicesTest, FilesAreHeldToTheProject) {
   EXPECT_EQ(tests::TemporaryFolder::contentOf(root_ + "/a"), "in");
 }
 
-TEST_F(ACPHostServicesTest, RelativePathCountsFromTheFolderOfThisProcess) {
-  const std::string own = files::standardized("");
-  ACPHostServices here(own, {}, queue_);
-  std::promise<std::string> answer;
-  onQueue([&] {
-    here.handle("fs/read_text_file", {{"path", "no such file here"}},
-                [&](auto result) { answer.set_value(result.error().localizedDescription()); });
-  });
-  EXPECT_TRUE(answer.get_future().get().contains(own + "/no such file here"));
-}
-
 TEST_F(ACPHostServicesTest, WhatIsNoTextFileFailsAsTheSystemSays) {
   folder_.file("project/latin1", "caf\xE9");
   for (const std::string& path : {root_, root_ + "/none", root_ + "/latin1"}) {
@@ -250,14 +239,6 @@ TEST_F(ACPHostServicesTest, ReleaseEndsTheCommandAndForgetsTheTerminal) {
        {"terminal/release", "terminal/output", "terminal/kill", "terminal/wait_for_exit"}) {
     EXPECT_EQ(call(method, terminal), "error: Unknown terminal: " + id);
   }
-  EXPECT_TRUE(Process::waitForAll(std::chrono::seconds(20)));
-}
-
-TEST_F(ACPHostServicesTest, ReleaseOfAllEndsWhatACommandLeftRunning) {
-  const auto terminal = shell("sleep 1000 > /dev/null & echo done");
-  EXPECT_EQ(call("terminal/wait_for_exit", terminal), R"({"exitCode":0,"signal":null})");
-  onQueue([this] { services_.releaseAll(); });
-  EXPECT_TRUE(call("terminal/output", terminal).starts_with("error: Unknown terminal: "));
   EXPECT_TRUE(Process::waitForAll(std::chrono::seconds(20)));
 }
 

@@ -37,20 +37,6 @@ TEST(AgentArguments, PutTheModeInFrontAndFullAccessBehind) {
   }
 }
 
-TEST(ACPMessages, SessionIsToldWhatTheModeAllows) {
-  ACPConfiguration configuration;
-  configuration.workspacePath = "/w \"x\"";
-  const std::pair<GrokPermissionMode, std::string> modes[] = {
-      {ask, ""},
-      {auto_, R"(,"_meta":{"autoMode":true})"},
-      {fullAccess, R"(,"_meta":{"yoloMode":true})"}};
-  for (const auto& [mode, meta] : modes) {
-    configuration.permissionMode = mode;
-    EXPECT_EQ(json::write(acp::newSessionParams(configuration)),
-              R"({"cwd":"/w \"x\"","mcpServers":[])" + meta + "}");
-  }
-}
-
 PermissionRequest questionFor(std::string_view params) {
   return acp::permissionRequest(9, *json::parseObject(params), "Kimi");
 }

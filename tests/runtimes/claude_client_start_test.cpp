@@ -31,18 +31,6 @@ TEST_F(ClaudeClientStart, StoredSessionIsResumedWithoutAReplay) {
       << arguments();
 }
 
-TEST_F(ClaudeClientStart, RunsInTheProjectWithExactlyItsEnvironment) {
-  configuration_.processEnvironment["CLAUDE_CODE_ENTRYPOINT"] = "vantrell";
-  configuration_.executable = program("claude", "pwd >&2; /usr/bin/env >&2; exit 1\n");
-  client_ = ClaudeCodeClient::make(configuration_, main_, pool_);
-  listen();
-  start();
-  ASSERT_TRUE(main_.runUntil([&] { return notes_.size() == 2; }));
-  EXPECT_TRUE(log_.starts_with(configuration_.workspacePath + "\n")) << log_;
-  EXPECT_TRUE(log_.contains("CLAUDE_CODE_ENTRYPOINT=vantrell\n"));
-  EXPECT_FALSE(log_.contains("HOME=")) << "nothing is inherited";
-}
-
 TEST_F(ClaudeClientStart, RefusalOfTheInitializationFailsIt) {
   const std::string front =
       R"(send {"type":"control_response","response":{"request_id":"vantrell_1","subtype":"error")";

@@ -48,14 +48,6 @@ std::string titleAndStatus(const Updates& updates) {
   return json::textOr(updates[0], "title", "") + ": " + json::textOr(updates[0], "status", "");
 }
 
-TEST(ClaudeEvents, StreamedTextIsNotToldAgainWhole) {
-  ClaudeEvents events;
-  EXPECT_EQ(textOf(tell(events, frames::thinkingDelta)), "hm");
-  EXPECT_TRUE(tell(events, frames::thinkingWhole).empty());
-  EXPECT_EQ(textOf(tell(events, frames::textDelta)), "hello ");
-  EXPECT_TRUE(tell(events, frames::textWhole).empty());
-}
-
 TEST(ClaudeEvents, TextThatOnlyComesWholeIsTold) {
   ClaudeEvents events;
   EXPECT_EQ(textOf(tell(events, frames::textWhole)), "hello there my friend");
@@ -85,40 +77,6 @@ TEST(ClaudeEvents, TextAfterAToolIsAnotherMessage) {
   const std::string after = idOf(frames::textDelta);
   EXPECT_NE(after, before);
   EXPECT_EQ(idOf(frames::textDelta), after);
-}
-
-TEST(ClaudeEvents, ChunksOfATurnAreOneMessageAndItsThought) {
-  ClaudeEvents events;
-  const auto idOf = [&](const char* frame) {
-    return json::textOr(tell(events, frame).at(0), "messageId", "");
-  };
-  const std::string id = idOf(frames::textDelta);
-  EXPECT_TRUE(Uuid::parse(id)) << id;
-  EXPECT_EQ(idOf(frames::textDelta), id);
-  EXPECT_EQ(idOf(frames::thinkingDelta), "thought-" + id);
-  EXPECT_EQ(written(tell(events, frames::textDelta)),
-            R"({"sessionUpdate":"agent_message_chunk","messageId":")" + id +
-                R"(","content":{"type":"text","text":"hello "}})" + "\n");
-
-  events.beginTurn();
-  const std::string next = idOf(frames::textWhole);
-  EXPECT_NE(next, id);
-  events.endTurn(false);
-  EXPECT_NE(idOf(frames::textWhole), next) << "what it says of its own is no part of the answer";
-}
-
-TEST(ClaudeEvents, ToolIsTwiceTheSameCallAndThenItsEnd) {
-  ClaudeEvents events;
-  const std::string front =
-      R"({"sessionUpdate":"tool_call_update","toolCallId":"toolu_abd0b272c8414e45","title":"Bash",)";
-  EXPECT_EQ(written(tell(events, frames::toolStart)),
-            front + R"("status":"in_progress","rawInput":{}})" + "\n");
-  EXPECT_TRUE(tell(events, frames::inputDelta).empty());
-  EXPECT_EQ(written(tell(events, frames::toolWhole)),
-            front + R"("status":"in_progress","rawInput":{"command":"touch yes.txt",)" +
-                R"("description":"run a command"}})" + "\n");
-  EXPECT_EQ(written(tell(events, frames::toolResult)), front + R"("status":"completed"})" + "\n");
-  EXPECT_TRUE(tell(events, frames::toolResult).empty()) << "an end comes once";
 }
 
 TEST(ClaudeEvents, DeniedToolHasFailed) {

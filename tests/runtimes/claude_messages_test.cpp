@@ -45,14 +45,6 @@ TEST(ClaudeMessages, ArgumentsTellModeModelEffortAndSession) {
   }
 }
 
-TEST(ClaudeMessages, OnlyAnIdOfOursHasANumber) {
-  EXPECT_EQ(claude::numberOfControlRequest(claude::controlRequestID(71)), 71);
-  for (const char* other : {"", "1", "vantrell_", "vantrell_01", "vantrell_+1", "vantrell_1 ",
-                            "vantrell_99999999999999999999", "Vantrell_1", "vantrell_x"}) {
-    EXPECT_FALSE(claude::numberOfControlRequest(other)) << other;
-  }
-}
-
 TEST(ClaudeMessages, FailureIsClassedByStatusAndWords) {
   using Said = std::pair<const char*, std::optional<std::int64_t>>;
   const std::pair<Kind, std::vector<Said>> cases[] = {
@@ -111,15 +103,6 @@ TEST(ClaudeMessages, FailureIsToldInClaudeCodesWords) {
     EXPECT_EQ(failure->message, each.message);
     EXPECT_EQ(failure->kind, each.kind) << each.result;
     EXPECT_EQ(failure->provider, AgentProvider::claude);
-  }
-}
-
-TEST(ClaudeMessages, OnlyAnOriginOfItsOwnKeepsAResultFromThePrompt) {
-  EXPECT_TRUE(claude::endsTurnOfItsOwn(parsed(frames::resultOfItsOwn)));
-  for (const char* result :
-       {frames::turnResult, frames::interruptedResult, "{}", R"({"origin":"task"})",
-        R"({"origin":{}})", R"({"origin":null})", R"({"origin":{"kind":"human"}})"}) {
-    EXPECT_FALSE(claude::endsTurnOfItsOwn(parsed(result))) << result;
   }
 }
 

@@ -38,29 +38,6 @@ TEST(ClaudePermissions, ShowWhatTheToolWouldDo) {
   }
 }
 
-TEST(ClaudePermissions, OfferToDenyAndToAllowOnce) {
-  ClaudePermissions permissions;
-  std::string told;
-  for (const auto& [id, name, kind] : ask(permissions, "{}").options) {
-    told += id + "|" + name + "|" + kind + "\n";
-  }
-  EXPECT_EQ(told, "claude-deny|Deny|reject_once\nclaude-allow-once|Allow once|allow_once\n");
-}
-
-TEST(ClaudePermissions, AreAnsweredOnceAndByTheirOwnNumber) {
-  ClaudePermissions permissions;
-  EXPECT_EQ(ask(permissions, R"({"input":{"n":1}})", "a").id, 100000);
-  EXPECT_EQ(ask(permissions, R"({"input":{"n":2}})", "b").id, 100001);
-  const auto answer = permissions.answer(100001, "claude-allow-once");
-  ASSERT_TRUE(answer);
-  EXPECT_TRUE(
-      json::write(std::get<JsonObject>(*answer))
-          .contains(R"("request_id":"b","response":{"behavior":"allow","updatedInput":{"n":2}})"));
-  EXPECT_FALSE(permissions.answer(100001, "claude-deny"));
-  EXPECT_FALSE(permissions.answer(100002, "claude-deny"));
-  EXPECT_EQ(ask(permissions, "{}", "c").id, 100002) << "no number comes twice";
-}
-
 TEST(ClaudePermissions, OnlyOneOptionAllows) {
   for (const char* option : {"claude-deny", "", "allow_once", "Claude-allow-once", "reject"}) {
     ClaudePermissions permissions;
@@ -95,31 +72,6 @@ TEST(ClaudePermissions, QuestionToTheUserIsAskedWithItsChoicesOneByOne) {
   const PermissionRequest refused = ask(permissions, request);
   const auto denial = permissions.answer(refused.id, "claude-deny");
   EXPECT_TRUE(json::write(std::get<JsonObject>(*denial)).contains(R"("behavior":"deny")"));
-}
-
-TEST(ClaudePermissions, DenyAllAnswersTheOldestFirst) {
-  ClaudePermissions permissions;
-  ask(permissions, "{}", "a");
-  ask(permissions, "{}", "b");
-  const auto denials = permissions.denyAll();
-  ASSERT_EQ(denials.size(), 2u);
-  EXPECT_TRUE(json::write(denials[0]).contains(R"("request_id":"a")"));
-  EXPECT_TRUE(json::write(denials[1]).contains(R"("request_id":"b")"));
-  EXPECT_TRUE(permissions.denyAll().empty());
-}
-
-TEST(ClaudePermissions, WithdrawnQuestionTakesNoAnswer) {
-  ClaudePermissions permissions;
-  const auto question = json::parseObject(frames::toolQuestion).value();
-  const auto withdrawal = json::parseObject(frames::questionWithdrawn).value();
-  const auto withdrawn =
-      permissions.ask(*json::text(question, "request_id"), *json::object(question, "request"));
-  EXPECT_EQ(withdrawn.title, "Bash");
-  EXPECT_TRUE(withdrawn.detail.contains("touch yes.txt"));
-  const auto other = ask(permissions, "{}", "other");
-  permissions.withdraw(*json::text(withdrawal, "request_id"));
-  EXPECT_FALSE(permissions.answer(withdrawn.id, "claude-allow-once"));
-  EXPECT_TRUE(permissions.answer(other.id, "claude-allow-once"));
 }
 
 }  // namespace

@@ -59,20 +59,6 @@ TEST(CodexItems, ToolThatEndsWithoutAStatusIsCompleted) {
             tool("View image", "completed", R"({"path":"/p.png"})"));
 }
 
-TEST(CodexItems, TextIsShownOnceAndOnlyWhenItIsComplete) {
-  const std::string message = R"({"type":"agentMessage","id":"m","text":"hi"})";
-  const std::string thought = R"({"type":"reasoning","id":"r","summary":["a","b"]})";
-  EXPECT_EQ(shown(message, true), R"({"sessionUpdate":"agent_message_chunk","messageId":"m",)"
-                                  R"("content":{"type":"text","text":"hi"}})");
-  EXPECT_EQ(shown(thought, true),
-            R"({"sessionUpdate":"agent_thought_chunk","messageId":"reasoning-r",)"
-            R"("content":{"type":"text","text":"a\nb"}})");
-  for (const auto& item : {message, thought}) {
-    EXPECT_EQ(shown(item, false), "nothing");
-    EXPECT_EQ(shown(item, true, true), "nothing");
-  }
-}
-
 TEST(CodexItems, WhatHasNothingToShowIsNotShown) {
   for (const std::string item :
        {R"({"type":"agentMessage","id":"m","text":""})", R"({"type":"agentMessage","id":"m"})",
@@ -81,14 +67,6 @@ TEST(CodexItems, WhatHasNothingToShowIsNotShown) {
         R"({"type":"contextCompaction","id":"c"})", R"({"id":"x"})", R"({"type":7,"id":"x"})"}) {
     EXPECT_EQ(shown(item, true), "nothing") << item;
   }
-}
-
-TEST(CodexItems, ItemWithoutAnIdGetsOneOfItsOwn) {
-  const auto item = *json::parseObject(R"({"type":"webSearch","id":7})");
-  const auto first = codex::itemUpdate(item, true, false, "/");
-  const auto second = codex::itemUpdate(item, true, false, "/");
-  EXPECT_TRUE(Uuid::parse(json::textOr(*first, "toolCallId", "")));
-  EXPECT_NE(json::textOr(*first, "toolCallId", ""), json::textOr(*second, "toolCallId", ""));
 }
 
 TEST(CodexItems, PlanHasAnEntryForEachStep) {

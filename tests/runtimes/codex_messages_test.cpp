@@ -39,32 +39,13 @@ TEST(CodexMessages, ThreadAndTurnSayWhatTheModeAllows) {
   };
   for (const auto& [mode, thread, turn] : cases) {
     const auto made = configuration(mode);
-    EXPECT_EQ(json::write(codex::threadStartParams(made)), R"({"cwd":"/w \"x\"",)" + thread + "}");
-    EXPECT_EQ(json::write(codex::threadResumeParams(made, "t")),
+    EXPECT_EQ(json::write(codex::threadParams(made, std::nullopt)),
+              R"({"cwd":"/w \"x\"",)" + thread + "}");
+    EXPECT_EQ(json::write(codex::threadParams(made, "t")),
               R"({"threadId":"t","cwd":"/w \"x\"",)" + thread + "}");
     EXPECT_EQ(json::write(codex::turnStartParams(made, "t", "do\nit")),
               R"({"threadId":"t","input":[{"type":"text","text":"do\nit"}],)" + turn + "}");
   }
-}
-
-TEST(CodexMessages, ModelAndEffortAreNamedOnlyWhenChosen) {
-  auto made = configuration(ask);
-  made.model = "gpt-5.5";
-  made.effort = "high";
-  EXPECT_EQ(json::textOr(codex::threadStartParams(made), "model", ""), "gpt-5.5");
-  EXPECT_EQ(codex::threadStartParams(made).find("effort"), nullptr);
-  EXPECT_EQ(json::textOr(codex::threadResumeParams(made, "t"), "model", ""), "gpt-5.5");
-  const auto turn = codex::turnStartParams(made, "t", "x");
-  EXPECT_EQ(json::textOr(turn, "model", ""), "gpt-5.5");
-  EXPECT_EQ(json::textOr(turn, "effort", ""), "high");
-}
-
-TEST(CodexMessages, EachResetOfTheAllowanceHasAKeyOfItsOwn) {
-  const auto first = codex::consumeResetCreditParams();
-  const auto second = codex::consumeResetCreditParams();
-  EXPECT_EQ(json::textOr(first, "idempotencyKey", "").size(), 36U);
-  EXPECT_EQ(first.size(), 1U);
-  EXPECT_FALSE(first == second);
 }
 
 TEST(CodexMessages, FailuresAreClassifiedByTheirInfoAndElseByTheirWords) {

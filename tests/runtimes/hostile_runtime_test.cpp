@@ -352,15 +352,6 @@ TEST_P(HostileRuntime, GarbageIsNoMessage) {
   EXPECT_EQ(log_.empty(), !dialect().logsOtherLines);
 }
 
-TEST_P(HostileRuntime, SecondAnswerIsNobodys) {
-  openTurn(script()
-               .piece(dialect().endTurn)
-               .piece(dialect().endTurn)
-               .piece(dialect().answerToNothing)
-               .say("after"));
-  expectNotes({"turn ended well", "says after"});
-}
-
 TEST_P(HostileRuntime, HalfALineAtTheEndIsNeitherMessageNorLog) {
   openTurn(script()
                .line("raw " + dialect().update.first + "x" + dialect().update.second)

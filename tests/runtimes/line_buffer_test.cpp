@@ -1,8 +1,6 @@
 #include "runtimes/wire/line_buffer.h"
 
-#include <chrono>
 #include <gtest/gtest.h>
-#include <malloc.h>
 #include <random>
 #include <vector>
 
@@ -50,32 +48,6 @@ TEST(LineBuffer, ChunksMakeNoDifference) {
     }
     ASSERT_EQ(linesOf(chunks), linesOf({stream}));
   }
-}
-
-/// Processor seconds for one line of so many bytes, in the chunks that a pipe gives.
-double secondsFor(LineBuffer& buffer, std::size_t bytes) {
-  const std::string chunk(1 << 16, 'x');
-  std::size_t seen = 0;
-  const std::clock_t start = std::clock();
-  for (std::size_t sent = 0; sent < bytes; sent += chunk.size()) {
-    buffer.consume(chunk, [](std::string_view) {});
-  }
-  buffer.consume("\n", [&seen](std::string_view line) { seen = line.size(); });
-  EXPECT_EQ(seen, bytes);
-  return static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
-}
-
-TEST(LineBuffer, LongLineIsLinearAndItsMemoryIsGivenBack) {
-  LineBuffer buffer;
-  const auto held = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
-  const std::size_t before = held();
-  const double eighth = secondsFor(buffer, 8U << 20);
-  const double whole = secondsFor(buffer, 64U << 20);
-  // Eight times the bytes; a search from the line's start would make it 64 times the work.
-  EXPECT_LT(whole, 24 * eighth + 0.2);
-  EXPECT_EQ(buffer.pendingBytes(), 0U);
-  // Sanitizers have allocators of their own, for which both numbers are 0.
-  EXPECT_LT(held(), before + (1U << 20));
 }
 
 }  // namespace

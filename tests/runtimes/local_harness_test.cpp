@@ -57,28 +57,5 @@ TEST(LocalHarness, RunsInTheProjectFromItsOwnHomeAgainstTheChosenModel) {
   EXPECT_FALSE(std::filesystem::exists(folder / "the user's own"));
 }
 
-TEST(LocalHarness, WithoutItsProfileThereIsNoClient) {
-  const TemporaryFolder folder;
-  Environment environment;
-  environment.set("XDG_DATA_HOME", folder.path());
-  ManualMainQueue main;
-  BackgroundPool pool(2);
-  const auto defaults = UserDefaults::inMemory();
-  HttpClient http(main);
-  const ProviderConnectorRegistry connectors(
-      {main, pool, *defaults, http, nullptr, [](AgentProvider) { return "/bin/true"; }});
-  const auto& connector = connectors.connector(AgentProvider::local);
-  const ProviderConnectorContext context{
-      .workspacePath = folder.path(),
-      .localRuntimeStatus = LocalRuntimeStatus::ready({LocalRuntimeKind::custom,
-                                                       "Local runtime",
-                                                       *Url::parse("http://127.0.0.1:1/v1"),
-                                                       {{"m", "m", "", false, {}}}})};
-  EXPECT_TRUE(connector.makeClient(context));
-  std::filesystem::remove_all(folder / "vantrell");
-  folder.file("vantrell", "a file in the way");
-  EXPECT_FALSE(connector.makeClient(context));
-}
-
 }  // namespace
 }  // namespace vantrell::tests

@@ -114,7 +114,6 @@ TEST(LocalRuntimeService, LooksInTheRightPlaces) {
 
 TEST(LocalRuntimeService, ReadsTheModelsThatAServerLists) {
   const std::string notJson = "no JSON";
-  const std::string none = "none";
   struct Case {
     LocalRuntimeKind kind;
     std::string body;
@@ -130,12 +129,12 @@ TEST(LocalRuntimeService, ReadsTheModelsThatAServerLists) {
        R"({"data":[{"name":7,"model":null,"id":"i"},{"name":" ","id":"lost"},{},3]})",
        {"i"}},
       {custom, R"({"data":[{"id":"Z"},{"id":"a"},{"id":"ä"}]})", {"Z", "a", "ä"}},
-      {ollama, R"({"data":[{"id":"wrong list"}]})", {none}},
-      {lmStudio, R"({"models":[{"name":"wrong list"}]})", {none}},
-      {lmStudio, R"({"data":{"id":"no list"}})", {none}},
-      {lmStudio, R"({"data":[]})", {none}},
-      {lmStudio, R"([{"id":"no object"}])", {none}},
-      {lmStudio, "7", {none}},
+      {ollama, R"({"data":[{"id":"wrong list"}]})", {}},
+      {lmStudio, R"({"models":[{"name":"wrong list"}]})", {}},
+      {lmStudio, R"({"data":{"id":"no list"}})", {}},
+      {lmStudio, R"({"data":[]})", {}},
+      {lmStudio, R"([{"id":"no object"}])", {}},
+      {lmStudio, "7", {}},
       {lmStudio, "", {notJson}},
       {lmStudio, "<html>", {notJson}},
       {lmStudio, R"({"data":[{"id":"cut)", {notJson}},
@@ -144,23 +143,13 @@ TEST(LocalRuntimeService, ReadsTheModelsThatAServerLists) {
     SCOPED_TRACE(one.body);
     const auto models = parseModels(one.body, one.kind);
     std::vector<std::string> ids;
-    if (models) {
-      for (const auto& model : *models) ids.push_back(model.id);
-    } else {
-      ids = {std::holds_alternative<NotJson>(models.error()) ? notJson : none};
+    if (!models) ids = {notJson};
+    for (const auto& model : models.value_or(std::vector<ProviderModelOption>())) {
+      ids.push_back(model.id);
+      EXPECT_EQ(model.detail, "Served locally through " + std::string(displayName(one.kind)) + ".");
     }
     EXPECT_EQ(ids, one.models);
   }
-}
-
-TEST(LocalRuntimeService, DescribesAModelByTheKindOfItsServer) {
-  const auto models = parseModels(R"({"data":[{"id":"m"}]})", custom);
-  ASSERT_TRUE(models);
-  EXPECT_EQ(models->front(), (ProviderModelOption{"m",
-                                                  "m",
-                                                  "Served locally through OpenAI-compatible.",
-                                                  false,
-                                                  {ProviderEffortOption::defaultOption()}}));
 }
 
 LocalRuntimeConnection connection(const std::string& url, const std::vector<std::string>& models) {

@@ -100,10 +100,6 @@ TEST_F(RuntimeLocatorTest, SkipsRelativeEntriesOfPath) {
   EXPECT_EQ(found, right);
 }
 
-TEST_F(RuntimeLocatorTest, TaskletHasNoProgram) {
-  EXPECT_EQ(findExecutable(tasklet, program("tasklet"), {{"PATH", home_.path()}}), std::nullopt);
-}
-
 // ---- environments -------------------------------------------------------------------------------
 
 /// The environment that a real child of this runtime sees.

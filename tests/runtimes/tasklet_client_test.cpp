@@ -79,7 +79,7 @@ class TaskletClientTest : public HttpClientFixture {
 
   const CertificateAuthority authority_;
   HttpClient http_{loop_, {.extraAuthorities = authority_.pem()}};
-  TaskletClient::Limits limits_;
+  TaskletLimits limits_;
   std::vector<JsonObject> updates_;
   std::optional<PromptResult> result_;
   std::shared_ptr<TaskletClient> tasklet_;
@@ -201,7 +201,7 @@ TEST_F(TaskletClientTest, ReportsThatTheHookIsOutOfReach) {
        }) {
     SCOPED_TRACE(one.name);
     // Short only for the one that is silent: on a busy machine the others take their time.
-    limits_.request = one.name == "hangs" ? 200ms : TaskletClient::Limits().request;
+    limits_.request = one.name == "hangs" ? 200ms : TaskletLimits().request;
     serve(one.handler);
     const auto result = prompt();
     ASSERT_FALSE(result);

@@ -13,41 +13,6 @@ namespace vantrell {
 
 namespace {
 
-/// The one secret of Tasklet, with errors as sentences.
-TaskletSecret taskletSecret(SecretQueue& secrets) {
-  const std::string service(TaskletConfiguration::secretService);
-  const std::string account(TaskletConfiguration::secretAccount);
-  const auto told = []<typename T>(SecretStore::Result<T> result) -> std::expected<T, std::string> {
-    if (!result) return std::unexpected(std::move(result.error().description));
-    if constexpr (std::is_void_v<T>) {
-      return {};
-    } else {
-      return *std::move(result);
-    }
-  };
-  return {.read =
-              [&secrets, service, account, told](auto answer) {
-                secrets.read(service, account,
-                             [told, answer = std::move(answer)](auto result) mutable {
-                               answer(told(std::move(result)));
-                             });
-              },
-          .write =
-              [&secrets, service, account, told](std::string value, auto answer) {
-                secrets.write(service, account, std::move(value),
-                              [told, answer = std::move(answer)](auto result) mutable {
-                                answer(told(std::move(result)));
-                              });
-              },
-          .remove =
-              [&secrets, service, account, told](auto answer) {
-                secrets.remove(service, account,
-                               [told, answer = std::move(answer)](auto result) mutable {
-                                 answer(told(std::move(result)));
-                               });
-              }};
-}
-
 /// The practice agent in the place of local models: like them it needs no subscription.
 ProviderConnector practiceConnector(MainQueue& main, BackgroundPool& pool, std::string executable) {
   ProviderConnector connector;
@@ -91,7 +56,7 @@ SystemProviderServices::SystemProviderServices(Dependencies given)
     : practices_(given.practiceAgent.has_value()),
       http_(given.main),
       detector_(LocalRuntimeDetector::make(given.defaults, http_)),
-      webhook_(TaskletWebhook::make(taskletSecret(given.secrets))),
+      webhook_(TaskletWebhook::make(given.secrets)),
       connectors_({.main = given.main,
                    .pool = given.pool,
                    .defaults = given.defaults,

@@ -2,11 +2,11 @@
 
 #include <fmt/format.h>
 
+#include "records/values/application.h"
 #include "runtimes/acp/acp_host_services.h"
 #include "runtimes/acp/acp_messages.h"
 #include "runtimes/acp/kimi_quirks.h"
 #include "runtimes/acp/opencode_quirks.h"
-#include "runtimes/wire/json_rpc.h"
 
 namespace vantrell {
 
@@ -20,17 +20,11 @@ std::unique_ptr<ACPQuirks> quirksOf(const ACPConfiguration& configuration) {
   }
 }
 
-/// Adds a sentence for the user.
-void addNotice(AgentStartResult& result, std::string sentence) {
-  result.notice = result.notice ? *result.notice + " " + sentence : std::move(sentence);
-}
-
 }  // namespace
 
-ACPConnection::ACPConnection(ACPConfiguration configuration, SerialQueue queue,
-                             std::shared_ptr<Mailbox> mailbox, AgentEvents events,
+ACPConnection::ACPConnection(ACPConfiguration configuration, AgentChannel channel,
                              std::unique_ptr<ACPHostServices> host)
-    : JsonRpcConnection(std::move(queue), std::move(mailbox), std::move(events)),
+    : JsonRpcConnection(std::move(channel)),
       configuration_(std::move(configuration)),
       quirks_(quirksOf(configuration_)),
       host_(std::move(host)) {}
@@ -54,15 +48,18 @@ void ACPConnection::begin(std::optional<std::string> existingSessionID,
 void ACPConnection::initialize(std::optional<std::string> existingSessionID,
                                AgentClient::StartCompletion completion) {
   state_ = State::open;
-  request("initialize", acp::initializeParams(),
+  JsonObject abilities{{"fs", JsonObject{{"readTextFile", true}, {"writeTextFile", true}}},
+                       {"terminal", true}};
+  request("initialize",
+          {{"protocolVersion", 1},
+           {"clientCapabilities", std::move(abilities)},
+           {"clientInfo", JsonObject{{"name", applicationName}, {"version", applicationVersion}}}},
           [this, existingSessionID = std::move(existingSessionID),
-           completion = std::move(completion)](Answer answer) {
+           completion = std::move(completion)](const Answer& answer) {
             if (!answer) return completion(std::unexpected(answer.error()));
             publishModelOptions(*answer);
-            const JsonObject* capabilities = json::object(*answer, "agentCapabilities");
-            const bool canLoadSessions =
-                capabilities && json::boolean(*capabilities, "loadSession").value_or(false);
-            if (existingSessionID && canLoadSessions) {
+            const auto& capabilities = json::objectOrEmpty(*answer, "agentCapabilities");
+            if (existingSessionID && json::boolean(capabilities, "loadSession").value_or(false)) {
               loadSession(*existingSessionID, completion);
             } else {
               newSession(completion);
@@ -72,22 +69,30 @@ void ACPConnection::initialize(std::optional<std::string> existingSessionID,
 
 void ACPConnection::loadSession(std::string sessionId, AgentClient::StartCompletion completion) {
   sessionId_ = sessionId;
-  if (events_.replayStarted) events_.replayStarted();
+  tell(&AgentClient::onReplayStarted);
   // Until the answer comes the runtime plays the history back as ordinary updates.
-  request("session/load", acp::loadSessionParams(configuration_, sessionId),
-          [this, sessionId, completion = std::move(completion)](Answer answer) {
+  request("session/load",
+          {{"sessionId", sessionId},
+           {"cwd", configuration_.workspacePath},
+           {"mcpServers", Json::Array{}}},
+          [this, sessionId, completion = std::move(completion)](const Answer& answer) {
             if (!answer) {
-              if (events_.replayFailed) events_.replayFailed();
+              tell(&AgentClient::onReplayFailed);
               return newSession(completion);
             }
             publishModelOptions(*answer);
-            applyRuntimeConfiguration({sessionId, true}, completion);
+            sessionOpened({sessionId, true}, completion);
           });
 }
 
 void ACPConnection::newSession(AgentClient::StartCompletion completion) {
-  request("session/new", acp::newSessionParams(configuration_),
-          [this, completion = std::move(completion)](Answer answer) {
+  JsonObject params{{"cwd", configuration_.workspacePath}, {"mcpServers", Json::Array{}}};
+  if (configuration_.permissionMode != GrokPermissionMode::ask) {
+    const bool isAuto = configuration_.permissionMode == GrokPermissionMode::auto_;
+    params.set("_meta", JsonObject{{isAuto ? "autoMode" : "yoloMode", true}});
+  }
+  request("session/new", std::move(params),
+          [this, completion = std::move(completion)](const Answer& answer) {
             if (!answer) return completion(std::unexpected(answer.error()));
             publishModelOptions(*answer);
             const std::string* sessionId = json::text(*answer, "sessionId");
@@ -96,43 +101,52 @@ void ACPConnection::newSession(AgentClient::StartCompletion completion) {
                   fmt::format("{} did not return a session ID.", configuration_.runtimeName))));
             }
             sessionId_ = *sessionId;
-            applyRuntimeConfiguration({*sessionId, false}, completion);
+            sessionOpened({*sessionId, false}, completion);
           });
 }
 
-void ACPConnection::applyRuntimeConfiguration(AgentStartResult result,
-                                              AgentClient::StartCompletion completion) {
-  if (auto notice = quirks_->startNotice(configuration_)) addNotice(result, std::move(*notice));
+void ACPConnection::sessionOpened(AgentStartResult result,
+                                  AgentClient::StartCompletion completion) {
+  result.notice = quirks_->startNotice(configuration_);
   applyMode(quirks_->modeValues(configuration_.permissionMode), std::move(result),
             std::move(completion));
+}
+
+void ACPConnection::setOption(const AgentStartResult& session, std::string_view option,
+                              std::string value, PendingRequests::Completion completion) {
+  request("session/set_config_option",
+          {{"sessionId", session.sessionId}, {"configId", option}, {"value", std::move(value)}},
+          std::move(completion));
+}
+
+void ACPConnection::addNotice(AgentStartResult& result, std::string notice) {
+  log(notice + "\n");
+  result.notice = result.notice ? *result.notice + " " + notice : std::move(notice);
 }
 
 void ACPConnection::applyMode(std::vector<std::string_view> values, AgentStartResult result,
                               AgentClient::StartCompletion completion) {
   if (values.empty()) return applyModel(std::move(result), std::move(completion));
-  auto params = acp::configOptionParams(result.sessionId, "mode", std::string(values.front()));
-  request("session/set_config_option", std::move(params),
-          [this, values = std::move(values), result = std::move(result),
-           completion = std::move(completion)](const Answer& answer) mutable {
-            if (answer) return applyModel(std::move(result), std::move(completion));
-            if (answer.error().isDisconnection())
-              return completion(std::unexpected(answer.error()));
-            values.erase(values.begin());
-            if (!values.empty()) {
-              return applyMode(std::move(values), std::move(result), std::move(completion));
-            }
-            // The runtime still works, but under rules that were not chosen here.
-            std::string notice = fmt::format(
-                "{} did not take the permission mode that is set ({}). It works under its own "
-                "rules{}.",
-                configuration_.runtimeName, answer.error().localizedDescription(),
-                configuration_.permissionMode == GrokPermissionMode::ask
-                    ? ", and may act without asking"
-                    : "");
-            if (events_.log) events_.log(notice + "\n");
-            addNotice(result, std::move(notice));
-            applyModel(std::move(result), std::move(completion));
-          });
+  setOption(result, "mode", std::string(values.front()),
+            [this, values, result, completion](const Answer& answer) mutable {
+              if (answer) return applyModel(std::move(result), std::move(completion));
+              if (answer.error().isDisconnection()) {
+                return completion(std::unexpected(answer.error()));
+              }
+              values.erase(values.begin());
+              if (!values.empty()) {
+                return applyMode(std::move(values), std::move(result), std::move(completion));
+              }
+              // The runtime still works, but under rules that were not chosen here.
+              const bool asks = configuration_.permissionMode == GrokPermissionMode::ask;
+              addNotice(
+                  result,
+                  fmt::format("{} did not take the permission mode that is set ({}). It "
+                              "works under its own rules{}.",
+                              configuration_.runtimeName, answer.error().localizedDescription(),
+                              asks ? ", and may act without asking" : ""));
+              applyModel(std::move(result), std::move(completion));
+            });
 }
 
 void ACPConnection::applyModel(AgentStartResult result, AgentClient::StartCompletion completion) {
@@ -140,26 +154,23 @@ void ACPConnection::applyModel(AgentStartResult result, AgentClient::StartComple
   if (!quirks_->hasConfigOptions() || !model || model->empty()) {
     return completion(std::move(result));
   }
-  request("session/set_config_option", acp::configOptionParams(result.sessionId, "model", *model),
-          [this, result, completion = std::move(completion)](Answer answer) mutable {
-            if (answer) return completion(std::move(result));
-            if (quirks_->isModelGuarded() || answer.error().isDisconnection()) {
-              return completion(std::unexpected(answer.error()));
-            }
-            std::string notice =
-                fmt::format("{} did not take the chosen model {} ({}). It works with another one.",
-                            configuration_.runtimeName, *configuration_.model,
-                            answer.error().localizedDescription());
-            if (events_.log) events_.log(notice + "\n");
-            addNotice(result, std::move(notice));
-            completion(std::move(result));
-          });
+  setOption(result, "model", *model, [this, result, completion](const Answer& answer) mutable {
+    if (answer) return completion(std::move(result));
+    if (quirks_->isModelGuarded() || answer.error().isDisconnection()) {
+      return completion(std::unexpected(answer.error()));
+    }
+    addNotice(result,
+              fmt::format("{} did not take the chosen model {} ({}). It works with another one.",
+                          configuration_.runtimeName, *configuration_.model,
+                          answer.error().localizedDescription()));
+    completion(std::move(result));
+  });
 }
 
 void ACPConnection::publishModelOptions(const JsonObject& result) {
-  if (!quirks_->hasConfigOptions() || !events_.modelOptions) return;
+  if (!quirks_->hasConfigOptions()) return;
   auto options = acp::modelOptions(result, shortLabel(configuration_.provider));
-  if (!options.empty()) events_.modelOptions(std::move(options));
+  if (!options.empty()) tell(&AgentClient::onModelOptionsUpdate, std::move(options));
 }
 
 // ---- turns --------------------------------------------------------------------------------------
@@ -170,7 +181,8 @@ void ACPConnection::sendPrompt(std::string prompt, AgentClient::PromptCompletion
   isTurnCancelled_ = false;
   updates_.beginTurn();
   quirks_->turnBegins(*sessionId_);
-  request("session/prompt", acp::promptParams(*sessionId_, std::move(prompt)),
+  JsonObject block{{"type", "text"}, {"text", std::move(prompt)}};
+  request("session/prompt", {{"sessionId", *sessionId_}, {"prompt", Json::Array{std::move(block)}}},
           [this, completion = std::move(completion)](Answer answer) {
             const bool isCancelled = isTurnCancelled_;
             if (--promptsInFlight_ == 0) isTurnCancelled_ = false;
@@ -185,10 +197,10 @@ void ACPConnection::sendPrompt(std::string prompt, AgentClient::PromptCompletion
 void ACPConnection::cancel() {
   if (!sessionId_) return;
   isTurnCancelled_ = promptsInFlight_ > 0;
-  send(jsonrpc::notification("session/cancel", {{"sessionId", *sessionId_}}));
+  notify("session/cancel", JsonObject{{"sessionId", *sessionId_}});
   allQuestionsEnded();
   for (const std::int64_t id : std::exchange(pendingPermissionIDs_, {})) {
-    send(jsonrpc::response(id, acp::cancelledOutcome()));
+    respond(id, acp::cancelledOutcome());
   }
 }
 
@@ -196,7 +208,7 @@ void ACPConnection::respondToPermission(std::int64_t requestID, std::string opti
   const auto found = pendingPermissionIDs_.find(requestID);
   if (found == pendingPermissionIDs_.end()) return;
   pendingPermissionIDs_.erase(found);
-  send(jsonrpc::response(requestID, acp::selectedOutcome(std::move(optionID))));
+  respond(requestID, acp::selectedOutcome(std::move(optionID)));
   questionEnded(requestID);
 }
 
@@ -209,25 +221,17 @@ void ACPConnection::release() {
 
 void ACPConnection::handleCall(const JsonObject& message, const std::string& method,
                                JsonObject& params, std::size_t bytes) {
-  if (const auto id = json::integer(message, "id")) {
-    handleRequest(*id, method, params, bytes);
-  } else {
-    handleNotification(method, params, bytes);
-  }
+  if (const auto id = json::integer(message, "id"))
+    return handleRequest(*id, method, params, bytes);
+  Json* update = method == "session/update" ? params.find("update") : nullptr;
+  if (!update || !update->asObject()) return;
+  updates_.complete(*update->asObject());
+  gatherUpdate(std::move(*update->asObject()), bytes);
 }
 
 AgentError ACPConnection::errorOfResponse(const JsonObject& error) const {
   return AgentError(json::textOr(
       error, "message", fmt::format("{} returned an unknown error.", configuration_.runtimeName)));
-}
-
-void ACPConnection::handleNotification(std::string_view method, JsonObject& params,
-                                       std::size_t bytes) {
-  if (method != "session/update") return;
-  Json* update = params.find("update");
-  if (!update || !update->asObject()) return;
-  updates_.complete(*update->asObject());
-  gatherUpdate(std::move(*update->asObject()), bytes);
 }
 
 void ACPConnection::handleRequest(std::int64_t id, const std::string& method,
@@ -236,23 +240,22 @@ void ACPConnection::handleRequest(std::int64_t id, const std::string& method,
   const auto reply = [weak = weak_from_this(), this, id](ACPHostServices::Answer answer) {
     const auto self = weak.lock();
     if (!self) return;
-    send(answer ? jsonrpc::response(id, std::move(*answer))
-                : jsonrpc::errorResponse(id, jsonrpc::internalError,
-                                         answer.error().localizedDescription()));
+    if (answer) return respond(id, std::move(*answer));
+    respondError(id, internalError, answer.error().localizedDescription());
   };
   if (host_ && host_->handle(method, params, reply)) return;
-  send(jsonrpc::errorResponse(id, jsonrpc::methodNotFound, "Unsupported ACP method: " + method));
+  respondError(id, methodNotFound, "Unsupported ACP method: " + method);
 }
 
 void ACPConnection::handlePermissionRequest(std::int64_t id, const JsonObject& params,
                                             std::size_t bytes) {
   // OpenCode and Kimi Code still ask what was on its way when they were told to stop. The user has
   // been told that all has stopped, so nobody is asked and nothing is allowed.
-  if (isTurnCancelled_) return send(jsonrpc::response(id, acp::cancelledOutcome()));
+  if (isTurnCancelled_) return respond(id, acp::cancelledOutcome());
   PermissionRequest question = acp::permissionRequest(id, params, configuration_.runtimeName);
 
   if (const auto* option = quirks_->ownAnswer(configuration_, question)) {
-    return send(jsonrpc::response(id, acp::selectedOutcome(option->id)));
+    return respond(id, acp::selectedOutcome(option->id));
   }
   pendingPermissionIDs_.insert(id);
   ask(std::move(question), bytes);

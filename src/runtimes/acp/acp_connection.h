@@ -18,8 +18,8 @@ class ACPHostServices;
 class ACPConnection final : public JsonRpcConnection {
  public:
   /// `host` may be null: then every host service counts as unsupported.
-  ACPConnection(ACPConfiguration configuration, SerialQueue queue, std::shared_ptr<Mailbox> mailbox,
-                AgentEvents events, std::unique_ptr<ACPHostServices> host);
+  ACPConnection(ACPConfiguration configuration, AgentChannel channel,
+                std::unique_ptr<ACPHostServices> host);
   ~ACPConnection() override;
 
   void sendPrompt(std::string prompt, AgentClient::PromptCompletion completion) override;
@@ -35,7 +35,13 @@ class ACPConnection final : public JsonRpcConnection {
              AgentClient::StartCompletion completion) override;
   void loadSession(std::string sessionId, AgentClient::StartCompletion completion);
   void newSession(AgentClient::StartCompletion completion);
-  void applyRuntimeConfiguration(AgentStartResult result, AgentClient::StartCompletion completion);
+  /// Applies the mode and the model that were chosen.
+  void sessionOpened(AgentStartResult result, AgentClient::StartCompletion completion);
+  /// Sets one option of the session.
+  void setOption(const AgentStartResult& session, std::string_view option, std::string value,
+                 PendingRequests::Completion completion);
+  /// Lets the session go on under a setting that was not chosen, and says so.
+  void addNotice(AgentStartResult& result, std::string notice);
   void applyMode(std::vector<std::string_view> values, AgentStartResult result,
                  AgentClient::StartCompletion completion);
   void applyModel(AgentStartResult result, AgentClient::StartCompletion completion);
@@ -43,7 +49,6 @@ class ACPConnection final : public JsonRpcConnection {
 
   void handleCall(const JsonObject& message, const std::string& method, JsonObject& params,
                   std::size_t bytes) override;
-  void handleNotification(std::string_view method, JsonObject& params, std::size_t bytes);
   void handleRequest(std::int64_t id, const std::string& method, const JsonObject& params,
                      std::size_t bytes);
   void handlePermissionRequest(std::int64_t id, const JsonObject& params, std::size_t bytes);

@@ -35,18 +35,8 @@ bool ACPHostServices::handle(std::string_view method, const JsonObject& params, 
     reply(readTextFile(params));
   } else if (method == "fs/write_text_file") {
     reply(writeTextFile(params));
-  } else if (method == "terminal/create") {
-    reply(terminals_->create(params));
-  } else if (method == "terminal/output") {
-    reply(terminals_->output(params));
-  } else if (method == "terminal/kill") {
-    reply(terminals_->kill(params));
-  } else if (method == "terminal/release") {
-    reply(terminals_->release(params));
-  } else if (method == "terminal/wait_for_exit") {
-    terminals_->waitForExit(params, std::move(reply));
   } else {
-    return false;
+    return terminals_->handle(method, params, std::move(reply));
   }
   return true;
 }

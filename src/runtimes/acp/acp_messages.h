@@ -7,19 +7,10 @@
 #include <vector>
 
 #include "platform/values/json.h"
-#include "runtimes/acp/acp_configuration.h"
 #include "runtimes/wire/agent_client.h"
 #include "runtimes/wire/provider_options.h"
 
 namespace vantrell::acp {
-
-// Params of the requests.
-JsonObject initializeParams();
-JsonObject newSessionParams(const ACPConfiguration& configuration);
-JsonObject loadSessionParams(const ACPConfiguration& configuration, const std::string& sessionId);
-JsonObject configOptionParams(const std::string& sessionId, std::string_view option,
-                              std::string value);
-JsonObject promptParams(const std::string& sessionId, std::string prompt);
 
 // Results of a permission request.
 JsonObject selectedOutcome(std::string optionID);

@@ -45,7 +45,7 @@ class ManagedTerminal : public std::enable_shared_from_this<ManagedTerminal> {
     if (!exitCode_) process_->terminate();
   }
 
-  void waitForExit(std::function<void(TerminalManager::Answer)> reply) {
+  void waitForExit(TerminalManager::Reply reply) {
     if (exitCode_) return reply(exitResult());
     waiters_.push_back(std::move(reply));
   }
@@ -75,7 +75,7 @@ class ManagedTerminal : public std::enable_shared_from_this<ManagedTerminal> {
   TailBuffer output_;
   std::shared_ptr<Process> process_;
   std::optional<int> exitCode_;
-  std::vector<std::function<void(TerminalManager::Answer)>> waiters_;
+  std::vector<TerminalManager::Reply> waiters_;
 };
 
 TerminalManager::TerminalManager(Environment environment, SerialQueue queue)
@@ -101,13 +101,10 @@ TerminalManager::Answer TerminalManager::create(const JsonObject& params) {
   }
   options.workingFolder = json::textOr(params, "cwd", "");
   options.environment = environment_;
-  if (const Json::Array* variables = json::array(params, "env")) {
-    for (const Json& each : *variables) {
-      const JsonObject* variable = each.asObject();
-      const std::string* name = variable ? json::text(*variable, "name") : nullptr;
-      const std::string* value = variable ? json::text(*variable, "value") : nullptr;
-      if (name && value) options.environment[*name] = *value;
-    }
+  for (const JsonObject* variable : json::objects(params, "env")) {
+    const std::string* name = json::text(*variable, "name");
+    const std::string* value = json::text(*variable, "value");
+    if (name && value) options.environment[*name] = *value;
   }
   // A command has no one to type for it, and must not read what the user types elsewhere.
   options.standardInput = ProcessOptions::Input::null;
@@ -128,44 +125,37 @@ TerminalManager::Answer TerminalManager::create(const JsonObject& params) {
   return JsonObject{{"terminalId", id}};
 }
 
-std::expected<std::shared_ptr<ManagedTerminal>, AgentError> TerminalManager::find(
-    const JsonObject& params) const {
+bool TerminalManager::handle(std::string_view method, const JsonObject& params, Reply reply) {
+  if (method == "terminal/create") {
+    reply(create(params));
+    return true;
+  }
+  const bool isKill = method == "terminal/kill";
+  const bool isRelease = method == "terminal/release";
+  const bool isOutput = method == "terminal/output";
+  if (!isKill && !isRelease && !isOutput && method != "terminal/wait_for_exit") return false;
+
   const std::string* id = json::text(params, "terminalId");
-  if (!id) {
-    return std::unexpected(AgentError("Terminal request is missing terminalId"));
-  }
-  const auto found = terminals_.find(*id);
+  const auto found = id ? terminals_.find(*id) : terminals_.end();
   if (found == terminals_.end()) {
-    return std::unexpected(AgentError("Unknown terminal: " + *id));
+    reply(std::unexpected(
+        AgentError(id ? "Unknown terminal: " + *id : "Terminal request is missing terminalId")));
+    return true;
   }
-  return found->second;
-}
-
-TerminalManager::Answer TerminalManager::output(const JsonObject& params) const {
-  const auto terminal = find(params);
-  if (!terminal) return std::unexpected(terminal.error());
-  return (*terminal)->snapshot();
-}
-
-TerminalManager::Answer TerminalManager::kill(const JsonObject& params) {
-  const auto terminal = find(params);
-  if (!terminal) return std::unexpected(terminal.error());
-  (*terminal)->kill();
-  return JsonObject{};
-}
-
-TerminalManager::Answer TerminalManager::release(const JsonObject& params) {
-  const auto terminal = find(params);
-  if (!terminal) return std::unexpected(terminal.error());
-  terminals_.erase(*json::text(params, "terminalId"));
-  (*terminal)->release();
-  return JsonObject{};
-}
-
-void TerminalManager::waitForExit(const JsonObject& params, std::function<void(Answer)> reply) {
-  const auto terminal = find(params);
-  if (!terminal) return reply(std::unexpected(terminal.error()));
-  (*terminal)->waitForExit(std::move(reply));
+  const auto terminal = found->second;
+  if (isOutput) {
+    reply(terminal->snapshot());
+  } else if (isKill) {  // it stays known and its output readable
+    terminal->kill();
+    reply(JsonObject{});
+  } else if (isRelease) {
+    terminals_.erase(found);
+    terminal->release();
+    reply(JsonObject{});
+  } else {
+    terminal->waitForExit(std::move(reply));
+  }
+  return true;
 }
 
 void TerminalManager::releaseAll() {

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "platform/process/process.h"
 #include "platform/values/json.h"
@@ -19,24 +20,19 @@ class ManagedTerminal;
 class TerminalManager {
  public:
   using Answer = std::expected<JsonObject, AgentError>;
+  using Reply = std::function<void(Answer)>;
 
   TerminalManager(Environment environment, SerialQueue queue);
   ~TerminalManager();
 
-  // Each takes the params of the request "terminal/..." of its name and gives the result.
-
-  Answer create(const JsonObject& params);
-  Answer output(const JsonObject& params) const;
-  /// The terminal stays known and its output readable.
-  Answer kill(const JsonObject& params);
-  Answer release(const JsonObject& params);
-  /// Replies when the command has ended, at once when it has already.
-  void waitForExit(const JsonObject& params, std::function<void(Answer)> reply);
-
+  /// Carries out a request "terminal/..." and replies once; a wait for the end of a command replies
+  /// at that end. False for a method that is none of these.
+  bool handle(std::string_view method, const JsonObject& params, Reply reply);
+  /// Ends every command.
   void releaseAll();
 
  private:
-  std::expected<std::shared_ptr<ManagedTerminal>, AgentError> find(const JsonObject& params) const;
+  Answer create(const JsonObject& params);
 
   Environment environment_;
   SerialQueue queue_;

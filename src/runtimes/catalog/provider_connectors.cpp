@@ -2,10 +2,8 @@
 
 #include "runtimes/acp/acp_client.h"
 #include "runtimes/acp/grok_arguments.h"
-#include "runtimes/catalog/found_programs.h"
 #include "runtimes/catalog/locators.h"
 #include "runtimes/catalog/provider_registry.h"
-#include "runtimes/catalog/runtime_information.h"
 #include "runtimes/catalog/runtime_locator.h"
 #include "runtimes/claude/claude_code_client.h"
 #include "runtimes/claude/claude_messages.h"
@@ -21,21 +19,6 @@ namespace {
 using Client = std::shared_ptr<AgentClient>;
 using Context = ProviderConnectorContext;
 using Options = std::vector<ProviderModelOption>;
-using Means = std::shared_ptr<const ConnectorMeans>;
-
-std::optional<std::string> executable(const ConnectorMeans& means, AgentProvider provider) {
-  return findRuntime(provider, means.customExecutable(provider));
-}
-
-/// The runtime's own choice goes by that id in every list; no runtime knows it as a model or
-/// effort.
-Context withoutDefaultIds(Context context) {
-  if (context.selectedModel == "default") context.selectedModel.reset();
-  if (context.selectedEffort == "default") context.selectedEffort.reset();
-  return context;
-}
-
-// ---- clients: each is given the program that was found -----------------------------------------
 
 ACPConfiguration acpConfiguration(AgentProvider provider, const Context& context,
                                   const std::string& program) {
@@ -46,80 +29,83 @@ ACPConfiguration acpConfiguration(AgentProvider provider, const Context& context
   configuration.permissionMode = context.permissionMode;
   configuration.runtimeName = shortLabel(provider);
   configuration.model = context.selectedModel;
+  if (provider != AgentProvider::kimi) configuration.effort = context.selectedEffort;
   configuration.processEnvironment = runtimeEnvironment(provider);
   configuration.terminalEnvironment = GrokLocator::augmentedEnvironment();
   return configuration;
 }
 
-Client makeGrok(const ConnectorMeans& means, const Context& context, const std::string& program) {
-  auto configuration = acpConfiguration(AgentProvider::grok, context, program);
-  configuration.effort = context.selectedEffort;
-  configuration.processArguments =
-      agentArguments(context.permissionMode, context.selectedModel, context.selectedEffort);
-  return ACPClient::make(std::move(configuration), means.main, means.pool);
+/// What the client of an ACP provider is made of; absent when there can be none.
+std::optional<ACPConfiguration> acpConfiguration(AgentProvider provider,
+                                                 const ConnectorDependencies& uses,
+                                                 const Context& context,
+                                                 const std::string& program) {
+  if (provider == AgentProvider::local) {
+    const LocalRuntimeConnection* connection = context.localRuntimeStatus.connection();
+    return connection ? localHarness(*connection, context, program)
+                      : std::optional<ACPConfiguration>();
+  }
+  auto configuration = acpConfiguration(provider, context, program);
+  if (provider == AgentProvider::grok) {
+    configuration.processArguments =
+        agentArguments(context.permissionMode, context.selectedModel, context.selectedEffort);
+    return configuration;
+  }
+  configuration.processArguments = {"acp"};
+  if (provider == AgentProvider::glm) {
+    if (!configuration.model) configuration.model = configuredModel(uses.defaults, provider);
+    // Another model of OpenCode may be billed per use.
+    if (!mayUseModel(provider, *configuration.model)) return std::nullopt;
+    configuration.processArguments.insert(configuration.processArguments.end(),
+                                          {"--cwd", context.workspacePath});
+  }
+  return configuration;
 }
 
-Client makeCodex(const ConnectorMeans& means, const Context& context, const std::string& program) {
-  return CodexAppServerClient::make({.executable = program,
+Client makeClient(AgentProvider provider, const ConnectorDependencies& uses, Context context) {
+  if (provider == AgentProvider::tasklet) {
+    const auto url = context.taskletConfigured ? uses.webhook->url() : std::nullopt;
+    if (!url) return nullptr;
+    return TaskletClient::make(*url, context.workspaceName, uses.main, uses.http);
+  }
+  const auto program = findRuntime(provider, uses.customExecutable(provider));
+  if (!program) return nullptr;
+  // The runtime's own choice goes by that id in every list; no runtime knows it as a model or
+  // effort.
+  if (context.selectedModel == "default") context.selectedModel.reset();
+  if (context.selectedEffort == "default") context.selectedEffort.reset();
+
+  if (provider == AgentProvider::codex || provider == AgentProvider::claude) {
+    AgentConfiguration configuration{.executable = *program,
                                      .workspacePath = context.workspacePath,
                                      .model = context.selectedModel,
                                      .effort = context.selectedEffort,
                                      .permissionMode = context.permissionMode,
-                                     .processEnvironment = CodexLocator::subscriptionEnvironment()},
-                                    means.main, means.pool);
+                                     .processEnvironment = runtimeEnvironment(provider)};
+    if (provider == AgentProvider::codex) {
+      return CodexAppServerClient::make(std::move(configuration), uses.main, uses.pool);
+    }
+    if (!configuration.model) configuration.model = configuredModel(uses.defaults, provider);
+    return ClaudeCodeClient::make(std::move(configuration), uses.main, uses.pool);
+  }
+  auto configuration = acpConfiguration(provider, uses, context, *program);
+  return configuration ? ACPClient::make(std::move(*configuration), uses.main, uses.pool) : nullptr;
 }
 
-Client makeKimi(const ConnectorMeans& means, const Context& context, const std::string& program) {
-  auto configuration = acpConfiguration(AgentProvider::kimi, context, program);
-  configuration.processArguments = {"acp"};
-  return ACPClient::make(std::move(configuration), means.main, means.pool);
+bool isAvailable(AgentProvider provider, const ConnectorDependencies& uses,
+                 const Context& context) {
+  if (provider == AgentProvider::tasklet) return context.taskletConfigured;
+  if (provider == AgentProvider::local && !context.localRuntimeStatus.connection()) return false;
+  if (provider == AgentProvider::glm &&
+      !mayUseModel(provider, configuredModel(uses.defaults, provider))) {
+    return false;
+  }
+  return findRuntime(provider, uses.customExecutable(provider)).has_value();
 }
-
-Client makeGLM(const ConnectorMeans& means, const Context& context, const std::string& program) {
-  auto configuration = acpConfiguration(AgentProvider::glm, context, program);
-  configuration.effort = context.selectedEffort;
-  if (!configuration.model) configuration.model = OpenCodeLocator::configuredModel(means.defaults);
-  // Another model of OpenCode may be billed per use.
-  if (!OpenCodeLocator::isPlanModel(*configuration.model)) return nullptr;
-  configuration.processArguments = {"acp", "--cwd", context.workspacePath};
-  return ACPClient::make(std::move(configuration), means.main, means.pool);
-}
-
-Client makeClaude(const ConnectorMeans& means, const Context& context, const std::string& program) {
-  return ClaudeCodeClient::make(
-      {.executable = program,
-       .workspacePath = context.workspacePath,
-       .model = context.selectedModel.value_or(ClaudeLocator::configuredModel(means.defaults)),
-       .effort = context.selectedEffort,
-       .permissionMode = context.permissionMode,
-       .processEnvironment = ClaudeLocator::subscriptionEnvironment()},
-      means.main, means.pool);
-}
-
-Client makeLocal(const ConnectorMeans& means, const Context& context, const std::string& program) {
-  const LocalRuntimeConnection* connection = context.localRuntimeStatus.connection();
-  auto configuration =
-      connection ? localHarness(*connection, context, program) : std::optional<ACPConfiguration>();
-  return configuration ? ACPClient::make(std::move(*configuration), means.main, means.pool)
-                       : nullptr;
-}
-
-// ---- availability beyond a program that is found ------------------------------------------------
-
-bool always(const ConnectorMeans&, const Context&) {
-  return true;
-}
-bool hasPlanModel(const ConnectorMeans& means, const Context&) {
-  return OpenCodeLocator::isPlanModel(OpenCodeLocator::configuredModel(means.defaults));
-}
-bool hasLocalServer(const ConnectorMeans&, const Context& context) {
-  return context.localRuntimeStatus.connection() != nullptr;
-}
-
-// ---- models -------------------------------------------------------------------------------------
 
 /// What the table says, and what the local server has.
-Options modelOptions(AgentProvider provider, const ConnectorMeans& means, const Context& context) {
+Options modelOptions(AgentProvider provider, const ConnectorDependencies& uses,
+                     const Context& context) {
   const ProviderModelRules& rules = providerFacts(provider).models;
   const auto efforts = ProviderEffortOption::list(rules.efforts);
   Options options;
@@ -129,7 +115,7 @@ Options modelOptions(AgentProvider provider, const ConnectorMeans& means, const 
         {std::string(id), std::string(label), std::string(detail), isDefault, efforts});
   }
   if (rules.configured && !rules.configured->detail.empty()) {
-    const std::string model = configuredModel(means.defaults, provider);
+    const std::string model = configuredModel(uses.defaults, provider);
     options.push_back({model, model, std::string(rules.configured->detail), true, efforts});
   }
   const auto* server = context.localRuntimeStatus.connection();
@@ -137,58 +123,6 @@ Options modelOptions(AgentProvider provider, const ConnectorMeans& means, const 
     options.insert(options.end(), server->models.begin(), server->models.end());
   }
   return options;
-}
-
-/// How a provider whose work a program does is used.
-struct ProgramRow {
-  AgentProvider provider;
-  bool (*isReady)(const ConnectorMeans&, const Context&);
-  Client (*make)(const ConnectorMeans&, const Context&, const std::string& program);
-};
-constexpr ProgramRow programRows[] = {
-    {AgentProvider::grok, always, makeGrok},     {AgentProvider::codex, always, makeCodex},
-    {AgentProvider::kimi, always, makeKimi},     {AgentProvider::glm, hasPlanModel, makeGLM},
-    {AgentProvider::claude, always, makeClaude}, {AgentProvider::local, hasLocalServer, makeLocal},
-};
-
-ProviderConnector programConnector(const ProgramRow& row, const Means& means,
-                                   const std::shared_ptr<FoundPrograms>& found) {
-  return {.provider = row.provider,
-          .setupHint = std::string(ProviderRegistry::setupHint(row.provider)),
-          .isAvailable =
-              [row, means, found](const Context& context) {
-                return row.isReady(*means, context) &&
-                       found->has(row.provider, means->customExecutable(row.provider));
-              },
-          .makeClient =
-              [row, means](const Context& context) {
-                const auto program = executable(*means, row.provider);
-                return program ? row.make(*means, withoutDefaultIds(context), *program) : Client();
-              },
-          .modelOptions =
-              [row, means](const Context& context) {
-                return modelOptions(row.provider, *means, context);
-              },
-          .advice = {},
-          .isSessionLost = row.provider == AgentProvider::claude ? claude::isSessionLost : nullptr,
-          .billingMode = {}};
-}
-
-ProviderConnector taskletConnector(const Means& means) {
-  return {.provider = AgentProvider::tasklet,
-          .setupHint = std::string(ProviderRegistry::setupHint(AgentProvider::tasklet)),
-          .isAvailable = [](const Context& context) { return context.taskletConfigured; },
-          .makeClient = [means](const Context& context) -> Client {
-            const auto url = context.taskletConfigured ? means->webhook->url() : std::nullopt;
-            if (!url) return nullptr;
-            return TaskletClient::make(*url, context.workspaceName, means->main, means->http);
-          },
-          .modelOptions =
-              [means](const Context& context) {
-                return modelOptions(AgentProvider::tasklet, *means, context);
-              },
-          .advice = {},
-          .billingMode = {}};
 }
 
 }  // namespace
@@ -216,11 +150,20 @@ bool ProviderConnector::isMetered() const {
          ProviderBillingMode::meteredAPI;
 }
 
-ProviderConnectorRegistry::ProviderConnectorRegistry(ConnectorMeans given) {
-  const auto means = std::make_shared<const ConnectorMeans>(std::move(given));
-  const auto found = std::make_shared<FoundPrograms>(means->main);
-  for (const auto& row : programRows) replace(programConnector(row, means, found));
-  replace(taskletConnector(means));
+ProviderConnectorRegistry::ProviderConnectorRegistry(ConnectorDependencies dependencies) {
+  const auto uses = std::make_shared<const ConnectorDependencies>(std::move(dependencies));
+  for (const auto provider : allAgentProviders) {
+    replace(
+        {.provider = provider,
+         .setupHint = std::string(ProviderRegistry::setupHint(provider)),
+         .isAvailable =
+             [=](const Context& context) { return isAvailable(provider, *uses, context); },
+         .makeClient = [=](const Context& context) { return makeClient(provider, *uses, context); },
+         .modelOptions =
+             [=](const Context& context) { return modelOptions(provider, *uses, context); },
+         .advice = {},
+         .isSessionLost = provider == AgentProvider::claude ? claude::isSessionLost : nullptr});
+  }
 }
 
 const ProviderConnector& ProviderConnectorRegistry::connector(AgentProvider provider) const {

@@ -54,7 +54,7 @@ struct ProviderConnector {
 };
 
 /// What connectors work with. All references must outlive the registry and the clients.
-struct ConnectorMeans {
+struct ConnectorDependencies {
   MainQueue& main;
   BackgroundPool& pool;
   const UserDefaults& defaults;
@@ -74,7 +74,7 @@ std::optional<ACPConfiguration> localHarness(
 
 class ProviderConnectorRegistry {
  public:
-  explicit ProviderConnectorRegistry(ConnectorMeans means);
+  explicit ProviderConnectorRegistry(ConnectorDependencies dependencies);
 
   const ProviderConnector& connector(AgentProvider provider) const;
   /// Puts another connector in a provider's place, for this process.

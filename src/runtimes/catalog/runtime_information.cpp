@@ -14,16 +14,6 @@ std::string neutralFolder() {
   return files::isFolder(home) ? home : "/";
 }
 
-constexpr std::string_view defaultMark = " (default)";
-
-std::string withoutDefaultMark(std::string_view text) {
-  std::string plain(text);
-  for (auto at = plain.find(defaultMark); at != std::string::npos; at = plain.find(defaultMark)) {
-    plain.erase(at, defaultMark.size());
-  }
-  return plain;
-}
-
 }  // namespace
 
 void runRuntime(ProgramRunner& runner, AgentProvider provider, const std::string& executable,
@@ -104,10 +94,10 @@ std::vector<ProviderModelOption> grokModelsIn(std::string_view output) {
   for (const auto whole : text::lines(output)) {
     const std::string_view line = text::trimmed(whole);
     if (!line.starts_with('*') && !line.starts_with('-')) continue;
-    const std::string_view item = text::trimmed(line.substr(1));
-    const bool isDefault = item.contains(defaultMark);
-    const std::string plain = withoutDefaultMark(item);
-    std::string id(text::trimmed(plain));
+    std::string_view item = text::trimmed(line.substr(1));
+    const auto mark = item.find(" (default)");
+    const bool isDefault = mark != std::string_view::npos;
+    const std::string id(text::trimmed(item.substr(0, mark)));
     if (!id.starts_with("grok-")) continue;
     options.push_back(
         {.id = id,

@@ -8,11 +8,7 @@ std::shared_ptr<ClaudeCodeClient> ClaudeCodeClient::make(AgentConfiguration conf
                                                          MainQueue& main, BackgroundPool& pool) {
   std::shared_ptr<ClaudeCodeClient> client(
       new ClaudeCodeClient(AgentProvider::claude, "com.local.vantrell.claude-code", main, pool));
-  client->connect([&configuration](SerialQueue queue, std::shared_ptr<Mailbox> mailbox,
-                                   AgentEvents events) -> std::shared_ptr<AgentConnection> {
-    return std::make_shared<ClaudeConnection>(std::move(configuration), std::move(queue),
-                                              std::move(mailbox), std::move(events));
-  });
+  client->connect(std::make_shared<ClaudeConnection>(std::move(configuration), client->channel()));
   return client;
 }
 

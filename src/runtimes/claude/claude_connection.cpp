@@ -6,11 +6,6 @@
 
 namespace vantrell {
 
-ClaudeConnection::ClaudeConnection(AgentConfiguration configuration, SerialQueue queue,
-                                   std::shared_ptr<Mailbox> mailbox, AgentEvents events)
-    : AgentConnection(std::move(queue), std::move(mailbox), std::move(events)),
-      configuration_(std::move(configuration)) {}
-
 // ---- start --------------------------------------------------------------------------------------
 
 void ClaudeConnection::begin(std::optional<std::string> existingSessionID,
@@ -36,15 +31,21 @@ void ClaudeConnection::initialize(AgentStartResult session,
                                   AgentClient::StartCompletion completion) {
   state_ = State::open;
   sessionID_ = session.sessionId;
-  const auto number =
-      controlRequests_.add([this, session = std::move(session),
-                            completion = std::move(completion)](const Answer& answer) {
-        if (!answer) return completion(std::unexpected(answer.error()));
-        auto models = claude::modelOptions(*answer);
-        if (!models.empty() && events_.modelOptions) events_.modelOptions(std::move(models));
-        completion(session);
-      });
-  send(claude::initializeRequest(number));
+  requestControl({{"subtype", "initialize"}, {"hooks", nullptr}},
+                 [this, session = std::move(session),
+                  completion = std::move(completion)](const PendingRequests::Answer& answer) {
+                   if (!answer) return completion(std::unexpected(answer.error()));
+                   auto models = claude::modelOptions(*answer);
+                   if (!models.empty()) tell(&AgentClient::onModelOptionsUpdate, std::move(models));
+                   completion(session);
+                 });
+}
+
+void ClaudeConnection::requestControl(JsonObject request, PendingRequests::Completion completion) {
+  const auto number = controlRequests_.add(std::move(completion));
+  send({{"type", "control_request"},
+        {"request_id", claude::controlRequestID(number)},
+        {"request", std::move(request)}});
 }
 
 // ---- turns --------------------------------------------------------------------------------------
@@ -61,7 +62,10 @@ void ClaudeConnection::sendPrompt(std::string prompt, AgentClient::PromptComplet
   // The prompt waits behind a turn of Claude Code's own, whose words are still to come.
   if (!isTurnRunning_) turn_.beginTurn();
   isTurnRunning_ = true;
-  send(claude::userMessage(std::move(prompt), sessionID_));
+  send({{"type", "user"},
+        {"message", JsonObject{{"role", "user"}, {"content", std::move(prompt)}}},
+        {"parent_tool_use_id", nullptr},
+        {"session_id", sessionID_}});
 }
 
 void ClaudeConnection::cancel() {
@@ -74,7 +78,7 @@ void ClaudeConnection::cancel() {
 
 void ClaudeConnection::interrupt() {
   // The "result" of the turn tells what came of it.
-  send(claude::interruptRequest(controlRequests_.add([](const Answer&) {})));
+  requestControl({{"subtype", "interrupt"}}, [](const auto&) {});
 }
 
 void ClaudeConnection::respondToPermission(std::int64_t requestID, std::string optionID) {
@@ -91,7 +95,7 @@ void ClaudeConnection::respondToPermission(std::int64_t requestID, std::string o
 void ClaudeConnection::failPending(const AgentError& error) {
   handOutUpdates();
   const auto prompt = std::exchange(promptCompletion_, nullptr);
-  controlRequests_.finishAll(std::unexpected(error));
+  controlRequests_.failAll(error);
   if (prompt) prompt(std::unexpected(error));
 }
 
@@ -117,12 +121,14 @@ void ClaudeConnection::handle(JsonObject message, std::size_t bytes) {
   } else if (type == "result") {
     handleResult(std::move(message), bytes);
   } else if (type == "rate_limit_event") {
-    handleRateLimit(message);
+    if (const JsonObject* info = json::object(message, "rate_limit_info")) {
+      tell(&AgentClient::onUsageUpdate, claude::usage(*info));
+    }
   }
 }
 
 void ClaudeConnection::handleOtherLine(std::string_view line) {
-  if (events_.log) events_.log(text::repaired(line) + "\n");
+  log(text::repaired(line) + "\n");
 }
 
 void ClaudeConnection::gather(ClaudeEvents::Updates updates, std::size_t bytes) {
@@ -142,18 +148,16 @@ void ClaudeConnection::handleSystem(const JsonObject& message, std::size_t bytes
 }
 
 void ClaudeConnection::handleControlResponse(const JsonObject& message) {
-  const JsonObject* response = json::object(message, "response");
-  const std::string* id = response ? json::text(*response, "request_id") : nullptr;
-  const auto number = id ? claude::numberOfControlRequest(*id) : std::nullopt;
+  const JsonObject& response = json::objectOrEmpty(message, "response");
+  const auto number = claude::numberOfControlRequest(json::textOr(response, "request_id", ""));
   const auto completion = number ? controlRequests_.take(*number) : std::nullopt;
   if (!completion) return;
   handOutUpdates();
-  if (json::textOr(*response, "subtype", "") == "error") {
+  if (json::textOr(response, "subtype", "") == "error") {
     return (*completion)(std::unexpected(
-        AgentError(json::textOr(*response, "error", "Claude Code rejected a control request."))));
+        AgentError(json::textOr(response, "error", "Claude Code rejected a control request."))));
   }
-  const JsonObject* answer = json::object(*response, "response");
-  (*completion)(answer ? *answer : JsonObject{});
+  (*completion)(json::objectOrEmpty(response, "response"));
 }
 
 void ClaudeConnection::handleControlRequest(const JsonObject& message, std::size_t bytes) {
@@ -169,7 +173,7 @@ void ClaudeConnection::handleControlRequest(const JsonObject& message, std::size
   // permission only the user can answer.
   if (configuration_.permissionMode == GrokPermissionMode::fullAccess &&
       !ClaudePermissions::isUserQuestion(*request)) {
-    return send(claude::allowAnswer(*id, ClaudePermissions::inputOf(*request)));
+    return send(claude::allowAnswer(*id, json::objectOrEmpty(*request, "input")));
   }
   ask(permissions_.ask(*id, *request), bytes);
 }
@@ -190,13 +194,6 @@ void ClaudeConnection::handleResult(JsonObject message, std::size_t bytes) {
   handOutUpdates();
   if (failure) return completion(std::unexpected(AgentError(std::move(*failure))));
   completion(std::move(message));
-}
-
-void ClaudeConnection::handleRateLimit(const JsonObject& message) {
-  const JsonObject* info = json::object(message, "rate_limit_info");
-  if (!info || !events_.usage) return;
-  handOutUpdates();
-  events_.usage(claude::usage(*info));
 }
 
 }  // namespace vantrell

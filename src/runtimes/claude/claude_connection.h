@@ -1,7 +1,6 @@
 // Claude Code's stream-JSON mode, as the host speaks it. On the client's queue.
 #pragma once
 
-#include <expected>
 #include <memory>
 #include <optional>
 #include <string>
@@ -16,8 +15,8 @@ namespace vantrell {
 
 class ClaudeConnection final : public AgentConnection {
  public:
-  ClaudeConnection(AgentConfiguration configuration, SerialQueue queue,
-                   std::shared_ptr<Mailbox> mailbox, AgentEvents events);
+  ClaudeConnection(AgentConfiguration configuration, AgentChannel channel)
+      : AgentConnection(std::move(channel)), configuration_(std::move(configuration)) {}
 
   void sendPrompt(std::string prompt, AgentClient::PromptCompletion completion) override;
   void cancel() override;
@@ -32,13 +31,11 @@ class ClaudeConnection final : public AgentConnection {
   /// A session that cannot be resumed is an error: Claude Code says so and ends.
   void begin(std::optional<std::string> existingSessionID,
              AgentClient::StartCompletion completion) override;
-  using Answer = std::expected<JsonObject, AgentError>;
-
+  void requestControl(JsonObject request, PendingRequests::Completion completion);
   void handleControlResponse(const JsonObject& message);
   void handleControlRequest(const JsonObject& message, std::size_t bytes);
   void handleSystem(const JsonObject& message, std::size_t bytes);
   void handleResult(JsonObject message, std::size_t bytes);
-  void handleRateLimit(const JsonObject& message);
   void gather(ClaudeEvents::Updates updates, std::size_t bytes);
 
   void interrupt();
@@ -51,7 +48,7 @@ class ClaudeConnection final : public AgentConnection {
   const AgentConfiguration configuration_;
 
   std::string sessionID_;
-  PendingRequests<Answer> controlRequests_;
+  PendingRequests controlRequests_;
   ClaudePermissions permissions_;
   ClaudeEvents turn_;
 

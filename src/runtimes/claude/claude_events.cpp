@@ -33,16 +33,8 @@ const std::string* words(const JsonObject& object, std::string_view key) {
   return found && !found->empty() ? found : nullptr;
 }
 
-/// The blocks of a message's "content"; none when it is not a list.
 std::vector<const JsonObject*> blocksOf(const JsonObject& message) {
-  std::vector<const JsonObject*> blocks;
-  const JsonObject* inner = json::object(message, "message");
-  const Json::Array* content = inner ? json::array(*inner, "content") : nullptr;
-  if (!content) return blocks;
-  for (const Json& each : *content) {
-    if (const JsonObject* block = each.asObject()) blocks.push_back(block);
-  }
-  return blocks;
+  return json::objects(json::objectOrEmpty(message, "message"), "content");
 }
 
 std::string statusOfTask(const JsonObject& message, bool begins) {
@@ -57,10 +49,6 @@ std::string statusOfTask(const JsonObject& message, bool begins) {
 }
 
 }  // namespace
-
-ClaudeEvents::ClaudeEvents() {
-  beginTurn();
-}
 
 // ---- turns --------------------------------------------------------------------------------------
 
@@ -87,28 +75,22 @@ ClaudeEvents::Updates ClaudeEvents::endTurn(bool turnFailed) {
 // ---- messages -----------------------------------------------------------------------------------
 
 ClaudeEvents::Updates ClaudeEvents::streamEvent(const JsonObject& message) {
-  const JsonObject* event = json::object(message, "event");
-  const std::string* type = event ? json::text(*event, "type") : nullptr;
-  if (!type) return {};
-  if (*type == "content_block_start") {
-    const JsonObject* block = json::object(*event, "content_block");
-    if (block && json::textOr(*block, "type", "") == "tool_use") return one(toolUse(*block));
-    return {};
+  const JsonObject& event = json::objectOrEmpty(message, "event");
+  const std::string type = json::textOr(event, "type", "");
+  if (type == "content_block_start") {
+    const JsonObject& block = json::objectOrEmpty(event, "content_block");
+    return json::textOr(block, "type", "") == "tool_use" ? one(toolUse(block)) : Updates();
   }
-  const JsonObject* delta =
-      *type == "content_block_delta" ? json::object(*event, "delta") : nullptr;
-  if (!delta) return {};
-  const std::string kind = json::textOr(*delta, "type", "");
-  if (kind == "text_delta") {
-    if (const std::string* piece = words(*delta, "text")) {
-      streamedText_ = true;
-      return one(textChunk(*piece));
-    }
-  } else if (kind == "thinking_delta") {
-    if (const std::string* piece = words(*delta, "thinking")) {
-      streamedThinking_ = true;
-      return one(thoughtChunk(*piece));
-    }
+  if (type != "content_block_delta") return {};
+  const JsonObject& delta = json::objectOrEmpty(event, "delta");
+  const std::string kind = json::textOr(delta, "type", "");
+  if (const auto* piece = kind == "text_delta" ? words(delta, "text") : nullptr) {
+    streamedText_ = true;
+    return one(textChunk(*piece));
+  }
+  if (const auto* piece = kind == "thinking_delta" ? words(delta, "thinking") : nullptr) {
+    streamedThinking_ = true;
+    return one(thoughtChunk(*piece));
   }
   return {};
 }
@@ -116,8 +98,8 @@ ClaudeEvents::Updates ClaudeEvents::streamEvent(const JsonObject& message) {
 ClaudeEvents::Updates ClaudeEvents::assistantMessage(const JsonObject& message) {
   Updates updates;
   // Words of Claude Code itself, such as those of a limit; the model said nothing.
-  const JsonObject* inner = json::object(message, "message");
-  const bool isSynthetic = inner && json::textOr(*inner, "model", "") == "<synthetic>";
+  const JsonObject& inner = json::objectOrEmpty(message, "message");
+  const bool isSynthetic = json::textOr(inner, "model", "") == "<synthetic>";
   for (const JsonObject* block : blocksOf(message)) {
     const std::string type = json::textOr(*block, "type", "");
     if (isSynthetic && type == "text") {
@@ -156,14 +138,12 @@ ClaudeEvents::Updates ClaudeEvents::systemEvent(const JsonObject& message) {
 
   const std::string id =
       json::textOr(message, "task_id", json::textOr(message, "uuid", Uuid::random().text()));
-  std::string title = "Claude background task";
-  if (const std::string* summary = json::text(message, "summary")) {
-    title = *summary;
-  } else if (const std::string* description = json::text(message, "description")) {
-    title = *description;  // Claude Code 2 says so what it starts
-  } else if (const auto known = openTasks_.find(id); known != openTasks_.end()) {
-    title = known->second;
-  }
+  const auto known = openTasks_.find(id);
+  // Claude Code 2 says what it starts in "description".
+  std::string title = json::textOr(
+      message, "summary",
+      json::textOr(message, "description",
+                   known == openTasks_.end() ? "Claude background task" : known->second));
   std::string status = statusOfTask(message, begins);
   // Only a task that has not ended has more to say.
   if (isOpenToolStatus(status)) {

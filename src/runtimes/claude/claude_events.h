@@ -14,7 +14,7 @@ class ClaudeEvents {
  public:
   using Updates = std::vector<JsonObject>;
 
-  ClaudeEvents();
+  ClaudeEvents() { beginTurn(); }
 
   /// What comes now belongs to another message than what came before.
   void beginTurn();

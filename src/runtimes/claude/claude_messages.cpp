@@ -21,17 +21,12 @@ const char* permissionModeArgument(GrokPermissionMode mode) {
   return "default";
 }
 
-JsonObject controlRequest(std::int64_t number, JsonObject request) {
-  return {{"type", "control_request"},
-          {"request_id", controlRequestID(number)},
-          {"request", std::move(request)}};
-}
-
-JsonObject successAnswer(std::string requestID, JsonObject decision) {
+/// `value` is what goes with the kind: the decision, or the words of an error.
+JsonObject answer(const char* subtype, std::string requestID, const char* key, Json value) {
   return {{"type", "control_response"},
-          {"response", JsonObject{{"subtype", "success"},
+          {"response", JsonObject{{"subtype", subtype},
                                   {"request_id", std::move(requestID)},
-                                  {"response", std::move(decision)}}}};
+                                  {key, std::move(value)}}}};
 }
 
 }  // namespace
@@ -75,36 +70,18 @@ std::optional<std::int64_t> numberOfControlRequest(std::string_view id) {
   return number;
 }
 
-JsonObject initializeRequest(std::int64_t number) {
-  return controlRequest(number, {{"subtype", "initialize"}, {"hooks", nullptr}});
-}
-
-JsonObject interruptRequest(std::int64_t number) {
-  return controlRequest(number, {{"subtype", "interrupt"}});
-}
-
-JsonObject userMessage(std::string prompt, const std::string& sessionID) {
-  return {{"type", "user"},
-          {"message", JsonObject{{"role", "user"}, {"content", std::move(prompt)}}},
-          {"parent_tool_use_id", nullptr},
-          {"session_id", sessionID}};
-}
-
 JsonObject allowAnswer(std::string requestID, JsonObject input) {
-  return successAnswer(std::move(requestID),
-                       {{"behavior", "allow"}, {"updatedInput", std::move(input)}});
+  return answer("success", std::move(requestID), "response",
+                JsonObject{{"behavior", "allow"}, {"updatedInput", std::move(input)}});
 }
 
 JsonObject denyAnswer(std::string requestID) {
-  return successAnswer(std::move(requestID),
-                       {{"behavior", "deny"}, {"message", "Denied by the user in vantrell."}});
+  return answer("success", std::move(requestID), "response",
+                JsonObject{{"behavior", "deny"}, {"message", "Denied by the user in vantrell."}});
 }
 
 JsonObject errorAnswer(std::string requestID, std::string text) {
-  return {{"type", "control_response"},
-          {"response", JsonObject{{"subtype", "error"},
-                                  {"request_id", std::move(requestID)},
-                                  {"error", std::move(text)}}}};
+  return answer("error", std::move(requestID), "error", std::move(text));
 }
 
 // ---- read ---------------------------------------------------------------------------------------
@@ -112,9 +89,7 @@ JsonObject errorAnswer(std::string requestID, std::string text) {
 bool endsTurnOfItsOwn(const JsonObject& result) {
   // A turn that a prompt began has no origin, or the origin "human". The other kinds are Claude
   // Code's own, such as "task-notification".
-  const JsonObject* origin = json::object(result, "origin");
-  const std::string* kind = origin ? json::text(*origin, "kind") : nullptr;
-  return kind && *kind != "human";
+  return json::textOr(json::objectOrEmpty(result, "origin"), "kind", "human") != "human";
 }
 
 namespace {
@@ -186,33 +161,27 @@ ProviderUsage usage(const JsonObject& rateLimitInfo) {
 }
 
 std::vector<ProviderModelOption> modelOptions(const JsonObject& initialized) {
-  std::vector<ProviderModelOption> options;
-  std::vector<ProviderEffortOption> defaultEfforts{ProviderEffortOption::defaultOption()};
-  const Json::Array* models = json::array(initialized, "models");
-  if (!models) return options;
-  for (const Json& each : *models) {
-    const JsonObject* model = each.asObject();
-    const std::string* id = model ? json::text(*model, "value") : nullptr;
-    if (!id || id->empty()) continue;
+  std::vector<ProviderModelOption> options{
+      ProviderModelOption::defaultOption({ProviderEffortOption::defaultOption()})};
+  for (const JsonObject* model : json::objects(initialized, "models")) {
+    const std::string id = json::textOr(*model, "value", "");
     std::string detail = json::textOr(*model, "description", "");
     // Such a model is billed per use, which no subscription covers.
-    if (text::lowercased(detail).contains("usage credits")) continue;
+    if (id.empty() || text::lowercased(detail).contains("usage credits")) continue;
     std::vector<ProviderEffortOption> efforts{ProviderEffortOption::defaultOption()};
     if (const Json::Array* levels = json::array(*model, "supportedEffortLevels")) {
       for (const Json& level : *levels) {
         if (level.asText()) efforts.push_back(ProviderEffortOption::named(*level.asText(), ""));
       }
     }
-    if (*id == "default") {
-      defaultEfforts = std::move(efforts);
-      continue;
+    if (id == "default") {
+      options.front().efforts = std::move(efforts);
+    } else {
+      options.push_back({id, json::textOr(*model, "displayName", id), std::move(detail),
+                         id == "sonnet", std::move(efforts)});
     }
-    options.push_back({*id, json::textOr(*model, "displayName", *id), std::move(detail),
-                       *id == "sonnet", std::move(efforts)});
   }
-  if (options.empty()) return options;
-  options.insert(options.begin(), ProviderModelOption::defaultOption(std::move(defaultEfforts)));
-  return options;
+  return options.size() > 1 ? options : std::vector<ProviderModelOption>();
 }
 
 }  // namespace vantrell::claude

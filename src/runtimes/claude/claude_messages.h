@@ -30,10 +30,6 @@ std::vector<std::string> processArguments(const AgentConfiguration& configuratio
 std::string controlRequestID(std::int64_t number);
 std::optional<std::int64_t> numberOfControlRequest(std::string_view id);
 
-JsonObject initializeRequest(std::int64_t number);
-JsonObject interruptRequest(std::int64_t number);
-JsonObject userMessage(std::string prompt, const std::string& sessionID);
-
 // Answers to control requests of Claude Code.
 JsonObject allowAnswer(std::string requestID, JsonObject input);
 JsonObject denyAnswer(std::string requestID);

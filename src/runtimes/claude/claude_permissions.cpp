@@ -28,23 +28,13 @@ std::string detailOf(const JsonObject& request, const JsonObject& input) {
 /// The options of a question to the user have their number after this.
 constexpr std::string_view choicePrefix = "claude-choice-";
 
-std::vector<const JsonObject*> objectsIn(const JsonObject& object, std::string_view key) {
-  std::vector<const JsonObject*> objects;
-  const Json::Array* list = json::array(object, key);
-  if (!list) return objects;
-  for (const Json& each : *list) {
-    if (each.asObject()) objects.push_back(each.asObject());
-  }
-  return objects;
-}
-
 std::string textOfQuestion(const JsonObject& question) {
   return json::textOr(question, "question", json::textOr(question, "header", "?"));
 }
 
 std::string labelOfChoice(const JsonObject& question, std::string_view optionID) {
   if (!optionID.starts_with(choicePrefix)) return {};
-  const auto choices = objectsIn(question, "options");
+  const auto choices = json::objects(question, "options");
   for (std::size_t i = 0; i < choices.size(); ++i) {
     if (optionID == fmt::format("{}{}", choicePrefix, i))
       return json::textOr(*choices[i], "label", "");
@@ -56,16 +46,16 @@ std::string labelOfChoice(const JsonObject& question, std::string_view optionID)
 
 bool ClaudePermissions::isUserQuestion(const JsonObject& request) {
   return json::textOr(request, "tool_name", "") == "AskUserQuestion" &&
-         !objectsIn(inputOf(request), "questions").empty();
+         !json::objects(json::objectOrEmpty(request, "input"), "questions").empty();
 }
 
 PermissionRequest ClaudePermissions::userQuestion(Pending pending) {
-  const auto questions = objectsIn(pending.input, "questions");
+  const auto questions = json::objects(pending.input, "questions");
   const JsonObject& question = *questions[pending.answers.size()];
   PermissionRequest made;
   made.id = nextID_++;
   made.title = textOfQuestion(question);
-  const auto choices = objectsIn(question, "options");
+  const auto choices = json::objects(question, "options");
   for (std::size_t i = 0; i < choices.size(); ++i) {
     const std::string label = json::textOr(*choices[i], "label", fmt::format("Choice {}", i + 1));
     if (const std::string* more = json::text(*choices[i], "description")) {
@@ -80,15 +70,10 @@ PermissionRequest ClaudePermissions::userQuestion(Pending pending) {
   return made;
 }
 
-JsonObject ClaudePermissions::inputOf(const JsonObject& request) {
-  const JsonObject* input = json::object(request, "input");
-  return input ? *input : JsonObject{};
-}
-
 PermissionRequest ClaudePermissions::ask(std::string controlRequestID, const JsonObject& request) {
-  JsonObject input = inputOf(request);
+  JsonObject input = json::objectOrEmpty(request, "input");
   if (isUserQuestion(request)) {
-    const std::size_t count = objectsIn(input, "questions").size();
+    const std::size_t count = json::objects(input, "questions").size();
     return userQuestion({std::move(controlRequestID), std::move(input), {}, count});
   }
   PermissionRequest made;
@@ -108,7 +93,7 @@ std::optional<std::variant<JsonObject, PermissionRequest>> ClaudePermissions::an
   if (node.empty()) return std::nullopt;
   Pending& asked = node.mapped();
   if (asked.questionCount > 0) {
-    const JsonObject& question = *objectsIn(asked.input, "questions")[asked.answers.size()];
+    const JsonObject& question = *json::objects(asked.input, "questions")[asked.answers.size()];
     std::string label = labelOfChoice(question, optionID);
     if (label.empty()) return claude::denyAnswer(std::move(asked.controlRequestID));
     asked.answers.set(textOfQuestion(question), std::move(label));

@@ -29,8 +29,6 @@ class ClaudePermissions {
   std::optional<std::int64_t> withdraw(std::string_view controlRequestID);
   void clear() { pending_.clear(); }
 
-  /// What a "can_use_tool" request would do: its "input", or an empty one.
-  static JsonObject inputOf(const JsonObject& request);
   /// Whether it asks the user something, and not for a permission.
   static bool isUserQuestion(const JsonObject& request);
 

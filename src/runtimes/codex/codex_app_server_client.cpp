@@ -1,7 +1,6 @@
 #include "runtimes/codex/codex_app_server_client.h"
 
 #include "runtimes/codex/codex_connection.h"
-#include "runtimes/wire/on_main.h"
 
 namespace vantrell {
 
@@ -10,12 +9,8 @@ std::shared_ptr<CodexAppServerClient> CodexAppServerClient::make(AgentConfigurat
                                                                  BackgroundPool& pool) {
   std::shared_ptr<CodexAppServerClient> client(new CodexAppServerClient(
       AgentProvider::codex, "com.local.vantrell.codex-app-server", main, pool));
-  client->connect([&](SerialQueue queue, std::shared_ptr<Mailbox> mailbox,
-                      AgentEvents events) -> std::shared_ptr<AgentConnection> {
-    client->codex_ = std::make_shared<CodexConnection>(std::move(configuration), std::move(queue),
-                                                       std::move(mailbox), std::move(events));
-    return client->codex_;
-  });
+  client->codex_ = std::make_shared<CodexConnection>(std::move(configuration), client->channel());
+  client->connect(client->codex_);
   return client;
 }
 
@@ -25,10 +20,9 @@ void CodexAppServerClient::refreshUsage() {
 
 void CodexAppServerClient::consumeUsageReset(
     std::function<void(std::expected<std::string, AgentError>)> completion) {
-  queue().post(
-      [connection = codex_, completion = onMain(mailbox(), std::move(completion))]() mutable {
-        connection->consumeUsageReset(std::move(completion));
-      });
+  queue().post([connection = codex_, completion = onMain(std::move(completion))]() mutable {
+    connection->consumeUsageReset(std::move(completion));
+  });
 }
 
 }  // namespace vantrell

@@ -1,6 +1,5 @@
 #include "runtimes/codex/codex_approvals.h"
 
-#include <array>
 #include <fmt/format.h>
 
 #include "platform/text/text.h"
@@ -45,9 +44,9 @@ std::string describePermissions(const JsonObject& permissions) {
 /// cannot see.
 std::vector<std::string> describeObject(const JsonObject& params, const JsonObject* item) {
   std::vector<std::string> parts;
-  if (const Json::Array* changes = item ? json::array(*item, "changes") : nullptr) {
-    for (const Json& change : *changes) {
-      if (change.asObject()) parts.push_back(describeChange(*change.asObject()));
+  if (item) {
+    for (const auto* change : json::objects(*item, "changes")) {
+      parts.push_back(describeChange(*change));
     }
   }
   if (const std::string* root = json::text(params, "grantRoot")) {
@@ -58,23 +57,16 @@ std::vector<std::string> describeObject(const JsonObject& params, const JsonObje
                                 json::textOr(*network, "protocol", "?")));
   }
   for (const std::string_view key : {"permissions", "additionalPermissions"}) {
-    if (const JsonObject* asked = json::object(params, key)) {
-      addUnlessEmpty(parts, describePermissions(*asked));
-    }
+    addUnlessEmpty(parts, describePermissions(json::objectOrEmpty(params, key)));
   }
   return parts;
 }
 
 }  // namespace
 
-std::optional<RPCID> rpcID(const JsonObject& message, std::string_view key) {
-  if (const std::string* words = json::text(message, key)) return *words;
-  if (const auto number = json::integer(message, key)) return *number;
-  return std::nullopt;
-}
-
-Json toJson(const RPCID& id) {
-  return std::visit([](const auto& value) { return Json(value); }, id);
+const Json* rpcID(const JsonObject& message, std::string_view key) {
+  const Json* id = message.find(key);
+  return id && (id->isNumber() || id->asText()) ? id : nullptr;
 }
 
 bool isApproval(std::string_view method) {
@@ -107,10 +99,8 @@ JsonObject approvalAnswer(const PendingApproval& approval, std::string_view opti
   const bool isForSession = optionID == "codex-allow-session";
   if (approval.method == permissionsApproval) {
     const bool isAllowed = optionID.starts_with("codex-allow");
-    return {
-        {"permissions", isAllowed && approval.requestedPermissions ? *approval.requestedPermissions
-                                                                   : JsonObject{}},
-        {"scope", isForSession ? "session" : "turn"}};
+    return {{"permissions", isAllowed ? approval.requestedPermissions : JsonObject{}},
+            {"scope", isForSession ? "session" : "turn"}};
   }
   const std::string_view decision = optionID == "codex-allow-once" ? "accept"
                                     : isForSession                 ? "acceptForSession"

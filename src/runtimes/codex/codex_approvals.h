@@ -3,27 +3,23 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
-#include <variant>
 
 #include "platform/values/json.h"
 #include "runtimes/wire/agent_client.h"
 
 namespace vantrell::codex {
 
-/// The id of a request of Codex, which the response repeats in the same form.
-using RPCID = std::variant<std::int64_t, std::string>;
-/// Under "id" of a message, or under another key; absent when it has none that could be repeated.
-std::optional<RPCID> rpcID(const JsonObject& message, std::string_view key = "id");
-Json toJson(const RPCID& id);
+/// The id of a request of Codex, a number or a text, which the response repeats in the same form;
+/// null where the key has none.
+const Json* rpcID(const JsonObject& message, std::string_view key);
 
 /// A question that waits for its answer.
 struct PendingApproval {
-  RPCID rpcID;
+  Json rpcID;
   std::string method;
-  std::optional<JsonObject> requestedPermissions;
+  JsonObject requestedPermissions;
 };
 
 /// The answer that withdraws a question. It is no option: nobody is offered it.

@@ -6,49 +6,61 @@
 #include "records/values/application.h"
 #include "runtimes/codex/codex_items.h"
 #include "runtimes/codex/codex_messages.h"
-#include "runtimes/wire/json_rpc.h"
 #include "runtimes/wire/session_updates.h"
 
 namespace vantrell {
 
 using Kind = AgentRuntimeError::Kind;
 
-CodexConnection::CodexConnection(AgentConfiguration configuration, SerialQueue queue,
-                                 std::shared_ptr<Mailbox> mailbox, AgentEvents events)
-    : JsonRpcConnection(std::move(queue), std::move(mailbox), std::move(events)),
-      configuration_(std::move(configuration)) {}
-
 // ---- start --------------------------------------------------------------------------------------
 
 void CodexConnection::begin(std::optional<std::string> existingSessionID,
                             AgentClient::StartCompletion completion) {
   if (state_ != State::unused) return completion(std::unexpected(disconnected(endText({}))));
-  auto error = launch({.executable = configuration_.executable,
-                       .arguments = {"app-server"},
-                       .environment = configuration_.processEnvironment,
-                       .workingFolder = configuration_.workspacePath},
-                      systemFailure("The Codex executable is not installed."));
-  if (error) return completion(std::unexpected(std::move(*error)));
+  if (auto error = launchServer()) return completion(std::unexpected(std::move(*error)));
   initialize(std::move(existingSessionID), std::move(completion));
+}
+
+void CodexConnection::open(std::string_view version, PendingRequests::Completion completion) {
+  if (auto error = launchServer()) return completion(std::unexpected(std::move(*error)));
+  introduce(version, std::move(completion));
+}
+
+std::optional<AgentError> CodexConnection::launchServer() {
+  return launch({.executable = configuration_.executable,
+                 .arguments = {"app-server"},
+                 .environment = configuration_.processEnvironment,
+                 .workingFolder = configuration_.workspacePath},
+                systemFailure("The Codex executable is not installed."));
+}
+
+void CodexConnection::introduce(std::string_view version, PendingRequests::Completion completion) {
+  state_ = State::open;
+  request(
+      "initialize",
+      {{"clientInfo",
+        JsonObject{{"name", applicationName}, {"title", applicationName}, {"version", version}}},
+       {"capabilities", JsonObject{{"experimentalApi", true}}}},
+      [this, completion = std::move(completion)](const Answer& answer) {
+        if (answer) notify("initialized");
+        completion(answer);
+      });
 }
 
 void CodexConnection::initialize(std::optional<std::string> existingSessionID,
                                  AgentClient::StartCompletion completion) {
-  state_ = State::open;
-  request("initialize", codex::initializeParams(applicationVersion),
-          [this, existingSessionID = std::move(existingSessionID),
-           completion = std::move(completion)](const Answer& answer) {
-            if (!answer) return completion(std::unexpected(answer.error()));
-            send(jsonrpc::notification("initialized"));
-            refreshUsage();
-            openThread(existingSessionID, completion);
-          });
+  introduce(applicationVersion, [this, existingSessionID = std::move(existingSessionID),
+                                 completion = std::move(completion)](const Answer& answer) {
+    if (!answer) return completion(std::unexpected(answer.error()));
+    refreshUsage();
+    openThread(existingSessionID, completion);
+  });
 }
 
 void CodexConnection::openThread(std::optional<std::string> existingSessionID,
                                  AgentClient::StartCompletion completion) {
   if (!existingSessionID) return startThread(std::move(completion));
-  request("thread/resume", codex::threadResumeParams(configuration_, *existingSessionID),
+  request("thread/resume", codex::threadParams(configuration_, existingSessionID),
           [this, completion = std::move(completion)](const Answer& answer) {
             // Codex has lost or never had that thread: a new one serves as well.
             if (!answer) return startThread(completion);
@@ -57,7 +69,7 @@ void CodexConnection::openThread(std::optional<std::string> existingSessionID,
 }
 
 void CodexConnection::startThread(AgentClient::StartCompletion completion) {
-  request("thread/start", codex::threadStartParams(configuration_),
+  request("thread/start", codex::threadParams(configuration_, std::nullopt),
           [this, completion = std::move(completion)](const Answer& answer) {
             if (!answer) return completion(std::unexpected(answer.error()));
             finishStart(*answer, false, completion);
@@ -66,8 +78,7 @@ void CodexConnection::startThread(AgentClient::StartCompletion completion) {
 
 void CodexConnection::finishStart(const JsonObject& result, bool isReplayed,
                                   const AgentClient::StartCompletion& completion) {
-  const JsonObject* thread = json::object(result, "thread");
-  const std::string* id = thread ? json::text(*thread, "id") : nullptr;
+  const std::string* id = json::text(json::objectOrEmpty(result, "thread"), "id");
   if (!id) {
     return completion(std::unexpected(
         AgentError(codex::failure(Kind::protocolError, "Codex did not return a thread ID."))));
@@ -89,8 +100,8 @@ void CodexConnection::sendPrompt(std::string prompt, AgentClient::PromptCompleti
   request(
       "turn/start", codex::turnStartParams(configuration_, *sessionId_, std::move(prompt)),
       [this, number = ++promptCount_, completion = std::move(completion)](const Answer& answer) {
-        const JsonObject* turn = answer ? json::object(*answer, "turn") : nullptr;
-        const std::string* id = turn ? json::text(*turn, "id") : nullptr;
+        const std::string* id =
+            answer ? json::text(json::objectOrEmpty(*answer, "turn"), "id") : nullptr;
         if (id) {
           turns_.started(*id, completion);
           if (number <= cancelledPrompts_ && turns_.currentTurnID() == *id) interrupt(*id);
@@ -111,15 +122,14 @@ void CodexConnection::cancel() {
   if (turns_.currentTurnID()) interrupt(*turns_.currentTurnID());
   allQuestionsEnded();
   for (const auto& [id, approval] : std::exchange(pendingApprovals_, {})) {
-    send(jsonrpc::response(codex::toJson(approval.rpcID),
-                           codex::approvalAnswer(approval, codex::cancelOption)));
+    respond(approval.rpcID, codex::approvalAnswer(approval, codex::cancelOption));
   }
 }
 
 void CodexConnection::interrupt(const std::string& turnId) {
   if (!sessionId_) return;
   turnToInterrupt_ = turnId;
-  request("turn/interrupt", codex::turnInterruptParams(*sessionId_, turnId),
+  request("turn/interrupt", {{"threadId", *sessionId_}, {"turnId", turnId}},
           [this, turnId](const Answer& answer) {
             if (answer && turnToInterrupt_ == turnId) turnToInterrupt_.reset();
           });
@@ -129,7 +139,7 @@ void CodexConnection::respondToPermission(std::int64_t requestID, std::string op
   const auto found = pendingApprovals_.extract(requestID);
   if (found.empty()) return;
   const auto& approval = found.mapped();
-  send(jsonrpc::response(codex::toJson(approval.rpcID), codex::approvalAnswer(approval, optionID)));
+  respond(approval.rpcID, codex::approvalAnswer(approval, optionID));
   questionEnded(requestID);
 }
 
@@ -145,7 +155,7 @@ AgentError CodexConnection::systemFailure(std::string text) const {
 
 void CodexConnection::refreshUsage() {
   request("account/rateLimits/read", {}, [this](const Answer& answer) {
-    if (answer) publishUsage(allowance_.read(*answer));
+    if (answer) tell(&AgentClient::onUsageUpdate, allowance_.read(*answer));
   });
 }
 
@@ -159,28 +169,13 @@ void CodexConnection::consumeUsageReset(
           });
 }
 
-void CodexConnection::publishUsage(ProviderUsage usage) {
-  handOutUpdates();
-  if (events_.usage) events_.usage(std::move(usage));
-}
-
 // ---- messages -----------------------------------------------------------------------------------
 
 void CodexConnection::handleCall(const JsonObject& message, const std::string& method,
                                  JsonObject& params, std::size_t bytes) {
-  if (auto id = codex::rpcID(message)) {
-    handleRequest(std::move(*id), method, params, bytes);
-  } else {
-    handleNotification(method, params, bytes);
+  if (const Json* id = codex::rpcID(message, "id")) {
+    return handleRequest(*id, method, params, bytes);
   }
-}
-
-AgentError CodexConnection::errorOfResponse(const JsonObject& error) const {
-  return codex::runtimeError(error, "Codex returned an unknown error.");
-}
-
-void CodexConnection::handleNotification(std::string_view method, JsonObject& params,
-                                         std::size_t bytes) {
   if (method == "item/agentMessage/delta") return handleDelta(params, false, bytes);
   if (method == "item/reasoning/summaryTextDelta" || method == "item/reasoning/textDelta") {
     return handleDelta(params, true, bytes);
@@ -194,8 +189,12 @@ void CodexConnection::handleNotification(std::string_view method, JsonObject& pa
   if (method == "error") return handleError(params);
   if (method == "serverRequest/resolved") return handleResolved(params);
   if (method == "account/rateLimits/updated" && json::object(params, "rateLimits")) {
-    publishUsage(allowance_.update(params));
+    tell(&AgentClient::onUsageUpdate, allowance_.update(params));
   }
+}
+
+AgentError CodexConnection::errorOfResponse(const JsonObject& error) const {
+  return codex::runtimeError(error, "Codex returned an unknown error.");
 }
 
 void CodexConnection::handleDelta(JsonObject& params, bool isReasoning, std::size_t bytes) {
@@ -238,35 +237,30 @@ void CodexConnection::handlePatchUpdated(const JsonObject& params) {
 }
 
 void CodexConnection::handleError(const JsonObject& params) {
+  const JsonObject& error = json::objectOrEmpty(params, "error");
   if (json::boolean(params, "willRetry").value_or(false)) {
     // Codex tries for ever while there is no network, and is silent otherwise.
-    const JsonObject* error = json::object(params, "error");
-    const std::string* words = error ? json::text(*error, "message") : nullptr;
-    if (words && events_.waiting) events_.waiting("Codex is waiting: " + *words);
-    return;
+    const std::string* words = json::text(error, "message");
+    if (words) tell(&AgentClient::onWaiting, "Codex is waiting: " + *words);
+  } else if (const std::string* turnId = json::text(params, "turnId")) {
+    turns_.reportError(*turnId, codex::runtimeError(error, "Codex turn failed."));
   }
-  const std::string* turnId = json::text(params, "turnId");
-  if (!turnId) return;
-  const JsonObject* error = json::object(params, "error");
-  turns_.reportError(*turnId,
-                     codex::runtimeError(error ? *error : JsonObject{}, "Codex turn failed."));
 }
 
 void CodexConnection::handleTurnStarted(const JsonObject& params) {
   // Between the answer to "turn/start" and this word Codex refuses an interruption with "no active
   // turn to interrupt", and would run the turn that was cancelled to its end.
-  const JsonObject* turn = json::object(params, "turn");
-  const std::string* id = turn ? json::text(*turn, "id") : nullptr;
+  const std::string* id = json::text(json::objectOrEmpty(params, "turn"), "id");
   if (id && turnToInterrupt_ == *id) interrupt(*id);
 }
 
 void CodexConnection::handleTurnCompleted(const JsonObject& params) {
-  const JsonObject* turn = json::object(params, "turn");
-  const std::string* id = turn ? json::text(*turn, "id") : nullptr;
+  const JsonObject& turn = json::objectOrEmpty(params, "turn");
+  const std::string* id = json::text(turn, "id");
   if (!id) return;
   handOutUpdates();
   if (turnToInterrupt_ == *id) turnToInterrupt_.reset();
-  turns_.ended(*id, *turn);
+  turns_.ended(*id, turn);
   if (!turns_.isBusy()) {
     openItems_.clear();
     isTurnCancelled_ = false;
@@ -274,22 +268,18 @@ void CodexConnection::handleTurnCompleted(const JsonObject& params) {
   refreshUsage();
 }
 
-void CodexConnection::handleRequest(codex::RPCID id, const std::string& method,
+void CodexConnection::handleRequest(const Json& id, const std::string& method,
                                     const JsonObject& params, std::size_t bytes) {
   if (!codex::isApproval(method)) {
-    return send(jsonrpc::errorResponse(
-        codex::toJson(id), jsonrpc::methodNotFound,
-        fmt::format("{} does not support Codex request {}.", applicationName, method)));
+    return respondError(
+        id, methodNotFound,
+        fmt::format("{} does not support Codex request {}.", applicationName, method));
   }
-  codex::PendingApproval approval{std::move(id), method, std::nullopt};
-  if (const JsonObject* asked = json::object(params, "permissions")) {
-    approval.requestedPermissions = *asked;
-  }
+  codex::PendingApproval approval{id, method, json::objectOrEmpty(params, "permissions")};
   // A question that crossed the interruption on its way: the user has been told that all has
   // stopped.
   if (isTurnCancelled_) {
-    return send(jsonrpc::response(codex::toJson(approval.rpcID),
-                                  codex::approvalAnswer(approval, codex::cancelOption)));
+    return respond(id, codex::approvalAnswer(approval, codex::cancelOption));
   }
   const std::int64_t approvalID = nextApprovalID_++;
   const auto item = openItems_.find(json::textOr(params, "itemId", ""));
@@ -303,9 +293,10 @@ void CodexConnection::handleRequest(codex::RPCID id, const std::string& method,
 // the question, which would otherwise stay on the screen and in front of those behind it. Of a
 // question that was answered here nothing is left.
 void CodexConnection::handleResolved(const JsonObject& params) {
-  const auto resolved = codex::rpcID(params, "requestId");
-  const auto found = std::ranges::find_if(
-      pendingApprovals_, [&](const auto& each) { return each.second.rpcID == resolved; });
+  const Json* resolved = codex::rpcID(params, "requestId");
+  const auto found = std::ranges::find_if(pendingApprovals_, [resolved](const auto& each) {
+    return resolved && each.second.rpcID == *resolved;
+  });
   if (found == pendingApprovals_.end()) return;
   const std::int64_t approvalID = found->first;
   pendingApprovals_.erase(found);

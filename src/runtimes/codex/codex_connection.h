@@ -21,12 +21,17 @@ namespace vantrell {
 
 class CodexConnection final : public JsonRpcConnection {
  public:
-  CodexConnection(AgentConfiguration configuration, SerialQueue queue,
-                  std::shared_ptr<Mailbox> mailbox, AgentEvents events);
+  CodexConnection(AgentConfiguration configuration, AgentChannel channel)
+      : JsonRpcConnection(std::move(channel)), configuration_(std::move(configuration)) {}
 
   void sendPrompt(std::string prompt, AgentClient::PromptCompletion completion) override;
   void cancel() override;
   void respondToPermission(std::int64_t requestID, std::string optionID) override;
+
+  /// In the place of start(), for a few requests without a thread. `version` is how the client
+  /// describes itself.
+  void open(std::string_view version, PendingRequests::Completion completion);
+  using JsonRpcConnection::request;
 
   /// The part of start() behind the launch: "initialize", then the thread.
   void initialize(std::optional<std::string> existingSessionID,
@@ -39,6 +44,8 @@ class CodexConnection final : public JsonRpcConnection {
  private:
   void begin(std::optional<std::string> existingSessionID,
              AgentClient::StartCompletion completion) override;
+  std::optional<AgentError> launchServer();
+  void introduce(std::string_view version, PendingRequests::Completion completion);
   void openThread(std::optional<std::string> existingSessionID,
                   AgentClient::StartCompletion completion);
   void startThread(AgentClient::StartCompletion completion);
@@ -48,7 +55,6 @@ class CodexConnection final : public JsonRpcConnection {
 
   void handleCall(const JsonObject& message, const std::string& method, JsonObject& params,
                   std::size_t bytes) override;
-  void handleNotification(std::string_view method, JsonObject& params, std::size_t bytes);
   void handleDelta(JsonObject& params, bool isReasoning, std::size_t bytes);
   void handleItem(const JsonObject& params, bool isCompleted, std::size_t bytes);
   /// The patch of an open item has grown: a question about it shows all of it.
@@ -56,14 +62,14 @@ class CodexConnection final : public JsonRpcConnection {
   void handleError(const JsonObject& params);
   void handleTurnStarted(const JsonObject& params);
   void handleTurnCompleted(const JsonObject& params);
-  void handleRequest(codex::RPCID id, const std::string& method, const JsonObject& params,
+  void handleRequest(const Json& id, const std::string& method, const JsonObject& params,
                      std::size_t bytes);
   void handleResolved(const JsonObject& params);
   void keepForApproval(const JsonObject& item, bool isCompleted);
-  void publishUsage(ProviderUsage usage);
 
   std::string runtimeName() const override { return "Codex"; }
-  bool isAtWork() const override { return turns_.isBusy(); }
+  /// Without a thread there is nothing that Codex would store at its end.
+  bool isAtWork() const override { return turns_.isBusy() || !sessionId_; }
   void release() override { pendingApprovals_.clear(); }
   void failPending(const AgentError& error) override;
   AgentError disconnected(std::string text) const override;

@@ -100,15 +100,11 @@ std::optional<JsonObject> itemUpdate(const JsonObject& item, bool isCompleted, b
 
 JsonObject planUpdate(const JsonObject& params) {
   Json::Array entries;
-  if (const Json::Array* plan = json::array(params, "plan")) {
-    for (const Json& each : *plan) {
-      const JsonObject* step = each.asObject();
-      if (!step) continue;
-      entries.push_back(JsonObject{{"id", fmt::format("codex-plan-{}", entries.size())},
-                                   {"content", json::textOr(*step, "step", "Task")},
-                                   {"status", status(json::textOr(*step, "status", "pending"))},
-                                   {"priority", "medium"}});
-    }
+  for (const JsonObject* step : json::objects(params, "plan")) {
+    entries.push_back(JsonObject{{"id", fmt::format("codex-plan-{}", entries.size())},
+                                 {"content", json::textOr(*step, "step", "Task")},
+                                 {"status", status(json::textOr(*step, "status", "pending"))},
+                                 {"priority", "medium"}});
   }
   return {{"sessionUpdate", "plan"}, {"entries", std::move(entries)}};
 }

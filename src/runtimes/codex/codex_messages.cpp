@@ -2,7 +2,6 @@
 
 #include "platform/text/text.h"
 #include "platform/values/uuid.h"
-#include "records/values/application.h"
 
 namespace vantrell::codex {
 
@@ -10,73 +9,51 @@ namespace {
 
 using Kind = AgentRuntimeError::Kind;
 
-std::string_view approvalPolicy(GrokPermissionMode mode) {
-  return mode == GrokPermissionMode::fullAccess ? "never" : "on-request";
-}
-
-/// Who decides what goes beyond the sandbox: in automatic mode Codex's own reviewer.
-std::string_view approvalsReviewer(GrokPermissionMode mode) {
-  return mode == GrokPermissionMode::auto_ ? "auto_review" : "user";
-}
-
-std::string_view threadSandbox(GrokPermissionMode mode) {
-  return mode == GrokPermissionMode::fullAccess ? "danger-full-access" : "workspace-write";
-}
-
-JsonObject turnSandboxPolicy(const AgentConfiguration& configuration) {
-  if (configuration.permissionMode == GrokPermissionMode::fullAccess) {
-    return {{"type", "dangerFullAccess"}};
-  }
-  return {{"type", "workspaceWrite"},
-          {"writableRoots", Json::Array{configuration.workspacePath}},
-          {"networkAccess", false}};
-}
-
 void setIfPresent(JsonObject& params, std::string key, const std::optional<std::string>& value) {
   if (value && !value->empty()) params.set(std::move(key), *value);
 }
 
+bool isFree(const AgentConfiguration& configuration) {
+  return configuration.permissionMode == GrokPermissionMode::fullAccess;
+}
+
+/// What both a thread and a turn are told.
+void setApprovals(JsonObject& params, const AgentConfiguration& configuration) {
+  params.set("approvalPolicy", isFree(configuration) ? "never" : "on-request");
+  // Who decides what goes beyond the sandbox: in automatic mode Codex's own reviewer.
+  params.set("approvalsReviewer",
+             configuration.permissionMode == GrokPermissionMode::auto_ ? "auto_review" : "user");
+}
+
 }  // namespace
 
-JsonObject initializeParams(std::string_view version) {
-  return {{"clientInfo",
-           JsonObject{{"name", applicationName}, {"title", applicationName}, {"version", version}}},
-          {"capabilities", JsonObject{{"experimentalApi", true}}}};
-}
-
-JsonObject threadStartParams(const AgentConfiguration& configuration) {
-  const auto mode = configuration.permissionMode;
-  JsonObject params{{"cwd", configuration.workspacePath},
-                    {"approvalPolicy", approvalPolicy(mode)},
-                    {"approvalsReviewer", approvalsReviewer(mode)},
-                    {"sandbox", threadSandbox(mode)}};
+JsonObject threadParams(const AgentConfiguration& configuration,
+                        const std::optional<std::string>& threadId) {
+  JsonObject params;
+  if (threadId) params.set("threadId", *threadId);
+  params.set("cwd", configuration.workspacePath);
+  setApprovals(params, configuration);
+  params.set("sandbox", isFree(configuration) ? "danger-full-access" : "workspace-write");
   setIfPresent(params, "model", configuration.model);
-  return params;
-}
-
-JsonObject threadResumeParams(const AgentConfiguration& configuration,
-                              const std::string& threadId) {
-  JsonObject params{{"threadId", threadId}};
-  for (const auto& [key, value] : threadStartParams(configuration)) params.set(key, value);
   return params;
 }
 
 JsonObject turnStartParams(const AgentConfiguration& configuration, const std::string& threadId,
                            std::string prompt) {
-  const auto mode = configuration.permissionMode;
   JsonObject params{
       {"threadId", threadId},
-      {"input", Json::Array{JsonObject{{"type", "text"}, {"text", std::move(prompt)}}}},
-      {"approvalPolicy", approvalPolicy(mode)},
-      {"approvalsReviewer", approvalsReviewer(mode)},
-      {"sandboxPolicy", turnSandboxPolicy(configuration)}};
+      {"input", Json::Array{JsonObject{{"type", "text"}, {"text", std::move(prompt)}}}}};
+  setApprovals(params, configuration);
+  JsonObject policy{{"type", "dangerFullAccess"}};
+  if (!isFree(configuration)) {
+    policy = {{"type", "workspaceWrite"},
+              {"writableRoots", Json::Array{configuration.workspacePath}},
+              {"networkAccess", false}};
+  }
+  params.set("sandboxPolicy", std::move(policy));
   setIfPresent(params, "model", configuration.model);
   setIfPresent(params, "effort", configuration.effort);
   return params;
-}
-
-JsonObject turnInterruptParams(const std::string& threadId, const std::string& turnId) {
-  return {{"threadId", threadId}, {"turnId", turnId}};
 }
 
 JsonObject consumeResetCreditParams() {
@@ -92,10 +69,9 @@ AgentRuntimeError failure(Kind kind, std::string message) {
 }
 
 AgentRuntimeError runtimeError(const JsonObject& from, std::string_view fallback) {
-  const JsonObject* inner = json::object(from, "error");
-  const auto find = [&](std::string_view key) {
+  const auto find = [&from](std::string_view key) {
     const std::string* found = json::text(from, key);
-    return found || !inner ? found : json::text(*inner, key);
+    return found ? found : json::text(json::objectOrEmpty(from, "error"), key);
   };
   const std::string* words = find("message");
   std::string message(words ? std::string_view(*words) : fallback);
@@ -112,6 +88,31 @@ AgentRuntimeError runtimeError(const JsonObject& from, std::string_view fallback
     kind = Kind::authentication;
   }
   return failure(kind, std::move(message));
+}
+
+std::vector<ProviderModelOption> unknownModels() {
+  return {ProviderModelOption::defaultOption({ProviderEffortOption::defaultOption()})};
+}
+
+std::vector<ProviderModelOption> modelOptions(const JsonObject& result) {
+  std::vector<ProviderModelOption> models = unknownModels();
+  bool knowsUsual = false;
+  for (const JsonObject* model : json::objects(result, "data")) {
+    const std::string id = json::textOr(*model, "model", "");
+    if (id.empty() || json::boolean(*model, "hidden").value_or(false)) continue;
+    std::vector<ProviderEffortOption> efforts{ProviderEffortOption::defaultOption()};
+    for (const JsonObject* effort : json::objects(*model, "supportedReasoningEfforts")) {
+      if (const std::string* name = json::text(*effort, "reasoningEffort")) {
+        efforts.push_back(
+            ProviderEffortOption::named(*name, json::textOr(*effort, "description", "")));
+      }
+    }
+    const bool isUsual = json::boolean(*model, "isDefault").value_or(false);
+    if (isUsual && !std::exchange(knowsUsual, true)) models.front().efforts = efforts;
+    models.push_back({id, json::textOr(*model, "displayName", id),
+                      json::textOr(*model, "description", ""), isUsual, std::move(efforts)});
+  }
+  return models.size() > 1 ? models : std::vector<ProviderModelOption>();
 }
 
 }  // namespace vantrell::codex

@@ -1,24 +1,25 @@
-// What the client says to "codex app-server", and how the failures that it reports are understood.
-// Pure functions.
+// What the client says to "codex app-server", and how the failures and models that it reports are
+// understood. Pure functions.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/values/json.h"
 #include "runtimes/wire/agent_configuration.h"
 #include "runtimes/wire/agent_error.h"
+#include "runtimes/wire/provider_options.h"
 
 namespace vantrell::codex {
 
 // Params of the requests.
-/// `version` is how the client describes itself, mostly the version of the program.
-JsonObject initializeParams(std::string_view version);
-JsonObject threadStartParams(const AgentConfiguration& configuration);
-JsonObject threadResumeParams(const AgentConfiguration& configuration, const std::string& threadId);
+/// Of "thread/resume" with the thread's id, else of "thread/start".
+JsonObject threadParams(const AgentConfiguration& configuration,
+                        const std::optional<std::string>& threadId);
 JsonObject turnStartParams(const AgentConfiguration& configuration, const std::string& threadId,
                            std::string prompt);
-JsonObject turnInterruptParams(const std::string& threadId, const std::string& turnId);
 /// A fresh key each time: one call spends at most one credit, two calls may spend two.
 JsonObject consumeResetCreditParams();
 /// The word for what came of it: "reset", "noCredit", "nothingToReset" or another.
@@ -28,5 +29,11 @@ AgentRuntimeError failure(AgentRuntimeError::Kind kind, std::string message);
 /// Classifies an error that the runtime reported: that of a response, of a turn or of an "error"
 /// notification. `fallback` is its text when it has none of its own.
 AgentRuntimeError runtimeError(const JsonObject& from, std::string_view fallback);
+
+/// What can be chosen when Codex has not said what it offers: its own choice.
+std::vector<ProviderModelOption> unknownModels();
+/// Reads the result of "model/list": Codex's own choice and then each model that is not hidden.
+/// Empty when it names none.
+std::vector<ProviderModelOption> modelOptions(const JsonObject& result);
 
 }  // namespace vantrell::codex

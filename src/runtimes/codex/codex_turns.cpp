@@ -49,9 +49,8 @@ CodexTurns::Result CodexTurns::resultOf(const std::string& turnId, const JsonObj
   auto reported = errors_.extract(turnId);
   if (status == "completed") return turn;
   if (!reported.empty()) return std::unexpected(AgentError(std::move(reported.mapped())));
-  const JsonObject* error = json::object(turn, "error");
-  return std::unexpected(AgentError(
-      codex::runtimeError(error ? *error : JsonObject{}, fmt::format("Codex turn {}.", status))));
+  return std::unexpected(AgentError(codex::runtimeError(json::objectOrEmpty(turn, "error"),
+                                                        fmt::format("Codex turn {}.", status))));
 }
 
 std::vector<CodexTurns::Completion> CodexTurns::takeAll() {

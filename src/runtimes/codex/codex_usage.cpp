@@ -14,10 +14,9 @@ struct Window {
 };
 
 Window windowOf(const JsonObject& limits, std::string_view key) {
-  const JsonObject* given = json::object(limits, key);
-  if (!given) return {};
-  Window window{json::number(*given, "usedPercent"), std::nullopt};
-  if (const auto seconds = json::number(*given, "resetsAt")) {
+  const JsonObject& given = json::objectOrEmpty(limits, key);
+  Window window{json::number(given, "usedPercent"), std::nullopt};
+  if (const auto seconds = json::number(given, "resetsAt")) {
     window.resetsAt = Date::sinceUnixEpoch(*seconds);
   }
   return window;
@@ -40,11 +39,8 @@ std::optional<Date> resetOf(const Window& primary, const Window& secondary, bool
 
 void readCredits(const JsonObject& credits, ProviderUsage& usage) {
   usage.manualResetCredits = json::integer(credits, "availableCount");
-  const Json::Array* list = json::array(credits, "credits");
-  if (!list) return;
-  for (const Json& each : *list) {
-    const JsonObject* credit = each.asObject();
-    if (!credit || json::textOr(*credit, "status", "") != "available") continue;
+  for (const JsonObject* credit : json::objects(credits, "credits")) {
+    if (json::textOr(*credit, "status", "") != "available") continue;
     if (const std::string* id = json::text(*credit, "id")) usage.manualResetCreditID = *id;
     return;
   }
@@ -78,9 +74,7 @@ ProviderUsage parseRateLimits(const JsonObject& reading) {
                     primary.isUsedUp() || secondary.isUsedUp();
   usage.resetsAt = resetOf(primary, secondary, usage.exhausted);
   if (const std::string* plan = json::text(limits, "planType")) usage.planType = *plan;
-  if (const JsonObject* credits = json::object(reading, "rateLimitResetCredits")) {
-    readCredits(*credits, usage);
-  }
+  readCredits(json::objectOrEmpty(reading, "rateLimitResetCredits"), usage);
   return usage;
 }
 

@@ -21,11 +21,11 @@ std::expected<LocalRuntimeConnection, std::string> judge(
   if (!result) return std::unexpected(std::move(result.error().description));
   if (result->isSuccess()) {
     auto models = LocalRuntimeService::parseModels(result->body, probe.kind);
+    if (models && models->empty()) {
+      return std::unexpected(std::string(description(LocalRuntimeError::noModels)));
+    }
     if (models) {
       return LocalRuntimeConnection{probe.kind, probe.name, probe.apiBaseURL, std::move(*models)};
-    }
-    if (const auto* error = std::get_if<LocalRuntimeError>(&models.error())) {
-      return std::unexpected(std::string(description(*error)));
     }
   }
   return std::unexpected(fmt::format("{} returned HTTP {}.", probe.name, result->status));

@@ -124,19 +124,17 @@ std::expected<std::vector<Probe>, LocalRuntimeError> candidateProbes(LocalRuntim
   return probes;
 }
 
-std::expected<std::vector<ProviderModelOption>, std::variant<NotJson, LocalRuntimeError>>
-parseModels(std::string_view body, LocalRuntimeKind kind) {
+std::optional<std::vector<ProviderModelOption>> parseModels(std::string_view body,
+                                                            LocalRuntimeKind kind) {
   const auto parsed = json::parse(body);
-  if (!parsed) return std::unexpected(NotJson{});
-  const auto* root = parsed->asObject();
-  const auto* list = root ? json::array(*root, kind == ollama ? "models" : "data") : nullptr;
+  if (!parsed) return std::nullopt;
   std::set<std::string> names;
-  for (const auto& element : list ? *list : Json::Array{}) {
-    const auto* object = element.asObject();
-    std::string name = object ? nameOf(*object) : std::string();
-    if (!name.empty()) names.insert(std::move(name));
+  if (const auto* root = parsed->asObject()) {
+    for (const auto* element : json::objects(*root, kind == ollama ? "models" : "data")) {
+      names.insert(nameOf(*element));
+    }
   }
-  if (names.empty()) return std::unexpected(LocalRuntimeError::noModels);
+  names.erase("");
   std::vector<ProviderModelOption> models;
   for (const auto& name : names) {
     models.push_back({name,

@@ -52,11 +52,9 @@ std::expected<std::vector<Probe>, LocalRuntimeError> candidateProbes(
 
 // Models.
 
-/// The body of the answer is no JSON.
-struct NotJson {};
-/// Sorted, each once; never empty.
-std::expected<std::vector<ProviderModelOption>, std::variant<NotJson, LocalRuntimeError>>
-parseModels(std::string_view body, LocalRuntimeKind kind);
+/// Sorted, each once; none is LocalRuntimeError::noModels. Absent when the body is not JSON.
+std::optional<std::vector<ProviderModelOption>> parseModels(std::string_view body,
+                                                            LocalRuntimeKind kind);
 
 // The harness.
 

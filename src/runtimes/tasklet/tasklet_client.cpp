@@ -14,28 +14,21 @@ namespace {
 /// How much of a refusal's body is shown, in bytes.
 constexpr std::size_t longestExcerpt = 4096;
 
-AgentError protocolError(std::string message) {
-  // Classified, so that no word of a server can pass for a used-up allowance.
-  return AgentRuntimeError{AgentProvider::tasklet, AgentRuntimeError::Kind::protocolError,
-                           std::move(message)};
+AgentError stopped() {
+  return AgentError::disconnection("This hand-over was stopped.");
 }
 
 }  // namespace
 
 std::shared_ptr<TaskletClient> TaskletClient::make(Url webhookURL, std::string workspaceName,
-                                                   MainQueue& main, HttpClient& http) {
-  return make(std::move(webhookURL), std::move(workspaceName), main, http, Limits{});
-}
-
-std::shared_ptr<TaskletClient> TaskletClient::make(Url webhookURL, std::string workspaceName,
                                                    MainQueue& main, HttpClient& http,
-                                                   Limits limits) {
+                                                   TaskletLimits limits) {
   return std::shared_ptr<TaskletClient>(
       new TaskletClient(std::move(webhookURL), std::move(workspaceName), main, http, limits));
 }
 
 TaskletClient::TaskletClient(Url webhookURL, std::string workspaceName, MainQueue& main,
-                             HttpClient& http, Limits limits)
+                             HttpClient& http, TaskletLimits limits)
     : webhookURL_(std::move(webhookURL)),
       workspaceName_(std::move(workspaceName)),
       main_(main),
@@ -58,9 +51,7 @@ void TaskletClient::start(std::optional<std::string> existingSessionID,
 void TaskletClient::sendPrompt(std::string prompt, PromptCompletion completion) {
   if (isStopped_) {
     main_.post([completion = std::move(completion)] {
-      if (completion) {
-        completion(std::unexpected(AgentError::disconnection("This hand-over was stopped.")));
-      }
+      if (completion) completion(std::unexpected(stopped()));
     });
     return;
   }
@@ -74,10 +65,8 @@ void TaskletClient::sendPrompt(std::string prompt, PromptCompletion completion) 
   }));
   transfer_ = http_.send(
       handover(prompt), [weak = weak_from_this(), completion = std::move(completion)](auto result) {
-        auto conclusion = [&]() -> std::expected<JsonObject, AgentError> {
-          if (const auto self = weak.lock()) return self->conclude(std::move(result));
-          return std::unexpected(AgentError::disconnection("This hand-over was stopped."));
-        }();
+        const auto self = weak.lock();
+        auto conclusion = self ? self->conclude(std::move(result)) : std::unexpected(stopped());
         if (completion) completion(std::move(conclusion));
       });
 }
@@ -117,14 +106,18 @@ std::expected<JsonObject, AgentError> TaskletClient::conclude(
     std::expected<HttpResponse, HttpError> result) {
   if (!result) {
     reportEnd("Tasklet handoff failed", "failed");
-    return std::unexpected(errorOf(result.error()));
+    const std::string& words = result.error().description;
+    return std::unexpected(isStopped_ ? AgentError::disconnection(words)
+                                      : AgentError::transport(words));
   }
   if (!result->isSuccess()) {
     reportEnd("Tasklet handoff rejected", "failed");
     const bool isText = !result->body.empty() && text::isValidUtf8(result->body);
-    return std::unexpected(
-        protocolError(fmt::format("Tasklet webhook returned HTTP {}: {}", result->status,
-                                  isText ? result->body : "No response body")));
+    // Classified, so that no word of a server can pass for a used-up allowance.
+    return std::unexpected(AgentError(
+        AgentRuntimeError{AgentProvider::tasklet, AgentRuntimeError::Kind::protocolError,
+                          fmt::format("Tasklet webhook returned HTTP {}: {}", result->status,
+                                      isText ? result->body : "No response body")}));
   }
   reportEnd("Tasklet handoff accepted", "completed");
   report({{"sessionUpdate", "agent_message_chunk"},
@@ -133,11 +126,6 @@ std::expected<JsonObject, AgentError> TaskletClient::conclude(
                                   "Tasklet accepted this background task. Track its workflow and "
                                   "results in Tasklet."}}}});
   return JsonObject{{"accepted", true}, {"status", result->status}};
-}
-
-AgentError TaskletClient::errorOf(const HttpError& error) const {
-  if (isStopped_) return AgentError::disconnection(error.description);
-  return AgentError::transport(error.description);
 }
 
 void TaskletClient::cancel() {

@@ -18,17 +18,17 @@
 
 namespace vantrell {
 
+struct TaskletLimits {
+  std::chrono::milliseconds request{20'000};   // without a byte
+  std::chrono::milliseconds resource{30'000};  // of the whole hand-over
+};
+
 class TaskletClient final : public AgentClient, public std::enable_shared_from_this<TaskletClient> {
  public:
-  struct Limits {
-    std::chrono::milliseconds request{20'000};   // without a byte
-    std::chrono::milliseconds resource{30'000};  // of the whole hand-over
-  };
   /// The queue and the HTTP client must outlive it.
   static std::shared_ptr<TaskletClient> make(Url webhookURL, std::string workspaceName,
-                                             MainQueue& main, HttpClient& http);
-  static std::shared_ptr<TaskletClient> make(Url webhookURL, std::string workspaceName,
-                                             MainQueue& main, HttpClient& http, Limits limits);
+                                             MainQueue& main, HttpClient& http,
+                                             TaskletLimits limits = {});
   /// stop().
   ~TaskletClient() override;
 
@@ -43,18 +43,17 @@ class TaskletClient final : public AgentClient, public std::enable_shared_from_t
 
  private:
   TaskletClient(Url webhookURL, std::string workspaceName, MainQueue& main, HttpClient& http,
-                Limits limits);
+                TaskletLimits limits);
   HttpRequest handover(const std::string& prompt) const;
   void report(const JsonObject& update);
   void reportEnd(std::string_view title, std::string_view status);
   std::expected<JsonObject, AgentError> conclude(std::expected<HttpResponse, HttpError> result);
-  AgentError errorOf(const HttpError& error) const;
 
   const Url webhookURL_;
   const std::string workspaceName_;
   MainQueue& main_;
   HttpClient& http_;
-  const Limits limits_;
+  const TaskletLimits limits_;
   std::string sessionID_;
   std::shared_ptr<HttpTransfer> transfer_;  // the latest
   bool isStopped_ = false;

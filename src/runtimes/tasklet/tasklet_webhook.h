@@ -2,7 +2,6 @@
 // secret, never among the settings. Main queue.
 #pragma once
 
-#include <expected>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -13,34 +12,23 @@
 
 namespace vantrell {
 
+class SecretQueue;
+
 namespace TaskletConfiguration {
 /// Where the secret store keeps the URL. The service bears the program's earlier name: a webhook
 /// that was stored under it stays valid.
-inline constexpr std::string_view secretService = "com.local.Larkmoor.tasklet";
-inline constexpr std::string_view secretAccount = "inbound-webhook";
+inline constexpr const char* secretService = "com.local.Larkmoor.tasklet";
+inline constexpr const char* secretAccount = "inbound-webhook";
 
 /// White space around it does not count; absent unless it is an HTTPS URL.
 std::optional<Url> validatedWebhookURL(std::string_view text);
 }  // namespace TaskletConfiguration
 
-/// What the webhook needs of a secret store, for the one secret above. Each call must be answered
-/// once, on the main queue, in the order of the calls.
-struct TaskletSecret {
-  /// Absent when there is none; an error is a sentence for people.
-  using Value = std::expected<std::optional<std::string>, std::string>;
-  using Done = std::expected<void, std::string>;
-
-  std::function<void(std::move_only_function<void(Value)> answer)> read;
-  /// Makes or replaces.
-  std::function<void(std::string value, std::move_only_function<void(Done)> answer)> write;
-  /// Also well when there was none.
-  std::function<void(std::move_only_function<void(Done)> answer)> remove;
-};
-
 /// The stored webhook, at hand without waiting.
 class TaskletWebhook : public std::enable_shared_from_this<TaskletWebhook> {
  public:
-  static std::shared_ptr<TaskletWebhook> make(TaskletSecret secret);
+  /// The secrets must outlive it.
+  static std::shared_ptr<TaskletWebhook> make(SecretQueue& secrets);
 
   /// Reads what is stored. Until then nothing is configured.
   void load(std::function<void()> completion);
@@ -57,9 +45,9 @@ class TaskletWebhook : public std::enable_shared_from_this<TaskletWebhook> {
   static constexpr std::string_view saveFailure = "Could not save the Tasklet webhook in Keychain.";
 
  private:
-  explicit TaskletWebhook(TaskletSecret secret) : secret_(std::move(secret)) {}
+  explicit TaskletWebhook(SecretQueue& secrets) : secrets_(secrets) {}
 
-  const TaskletSecret secret_;
+  SecretQueue& secrets_;
   std::optional<Url> url_;
   std::string problem_;
 };

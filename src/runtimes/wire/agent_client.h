@@ -62,7 +62,7 @@ class AgentClient {
   /// The runtime reported its models and efforts.
   std::function<void(std::vector<ProviderModelOption>)> onModelOptionsUpdate;
   /// Diagnostic text from the runtime.
-  std::function<void(std::string_view text)> onLog;
+  std::function<void(std::string text)> onLog;
   /// A stored session began to replay, and could not be replayed: the client has gone on to a new
   /// session.
   std::function<void()> onReplayStarted;

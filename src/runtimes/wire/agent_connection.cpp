@@ -27,10 +27,6 @@ std::string withoutColors(const std::string& text) {
 
 }  // namespace
 
-AgentConnection::AgentConnection(SerialQueue queue, std::shared_ptr<Mailbox> mailbox,
-                                 AgentEvents events)
-    : queue_(std::move(queue)), events_(std::move(events)), mailbox_(std::move(mailbox)) {}
-
 AgentConnection::~AgentConnection() = default;
 
 void AgentConnection::start(std::optional<std::string> existingSessionID,
@@ -57,14 +53,14 @@ std::optional<AgentError> AgentConnection::launch(ProcessOptions options, AgentE
     if (const auto self = weak.lock()) self->handOutUpdates();
   };
   handlers.onErrorText = [weak](std::string text) {
-    const auto self = weak.lock();
-    if (self && self->events_.log) self->events_.log(std::move(text));
+    if (const auto self = weak.lock()) self->log(std::move(text));
   };
   handlers.onEnd = [weak](const JsonLineProcess::End& end) {
     if (const auto self = weak.lock()) self->ended(end);
   };
   const std::string folder = options.workingFolder;
-  auto process = JsonLineProcess::start(std::move(options), queue_, mailbox_, std::move(handlers));
+  auto process = JsonLineProcess::start(std::move(options), channel_.queue, channel_.mailbox,
+                                        std::move(handlers));
   if (!process) {
     auto& [step, number, description] = process.error();
     // Without its name the folder's error reads as if the program were missing.
@@ -86,9 +82,22 @@ void AgentConnection::gatherUpdate(JsonObject update, std::size_t bytes) {
 
 void AgentConnection::handOutUpdates() {
   if (updates_.empty()) return;
-  auto updates = std::exchange(updates_, {});
-  const auto bytes = std::exchange(updateBytes_, 0);
-  if (events_.sessionUpdates) events_.sessionUpdates(std::move(updates), bytes);
+  channel_.tell(
+      [queue = channel_.queue, updates = std::make_shared<std::vector<JsonObject>>(
+                                   std::exchange(updates_, {}))](AgentClient& client) mutable {
+        for (const auto& update : *updates) {
+          if (client.onSessionUpdate) client.onSessionUpdate(update);
+        }
+        // Their memory goes back to where it was taken: freed here, it would make this queue wait
+        // for the allocations of the next updates, and those for this queue.
+        queue.post([updates = std::move(updates)] {});
+      },
+      std::exchange(updateBytes_, 0));
+}
+
+void AgentConnection::log(std::string text) {
+  const std::size_t bytes = text.size();
+  tell(bytes, &AgentClient::onLog, std::move(text));
 }
 
 void AgentConnection::ask(PermissionRequest request, std::size_t bytes) {
@@ -107,17 +116,13 @@ void AgentConnection::questionEnded(std::int64_t id) {
 
 void AgentConnection::questionWithdrawn(std::int64_t id) {
   const bool wasShown = !questions_.empty() && questions_.front().request.id == id;
-  if (wasShown && events_.permissionWithdrawn) {
-    handOutUpdates();
-    events_.permissionWithdrawn(id);
-  }
+  if (wasShown) tell(&AgentClient::onPermissionWithdrawn, id);
   questionEnded(id);
 }
 
 void AgentConnection::deliverFirstQuestion() {
-  handOutUpdates();
-  const Question& first = questions_.front();
-  if (events_.permissionRequest) events_.permissionRequest(first.request, first.bytes);
+  const auto& [request, bytes] = questions_.front();
+  tell(bytes, &AgentClient::onPermissionRequest, request);
 }
 
 void AgentConnection::stop() {
@@ -149,7 +154,7 @@ void AgentConnection::ended(const JsonLineProcess::End& end) {
     // A session that did not open has no other place where the user could read why.
     failPending(disconnected(isStarting_ && !words.empty() ? how : endText(how)));
   }
-  if (events_.unexpectedTermination) events_.unexpectedTermination(std::move(how));
+  tell(&AgentClient::onUnexpectedTermination, std::move(how));
 }
 
 }  // namespace vantrell

@@ -16,24 +16,16 @@
 #include "platform/values/json.h"
 #include "runtimes/wire/agent_client.h"
 #include "runtimes/wire/json_line_process.h"
-#include "runtimes/wire/provider_options.h"
 
 namespace vantrell {
 
-/// What a connection tells its client. Called on the client's queue; all may be unset. `bytes` is
-/// the length of the message on the wire.
-struct AgentEvents {
-  /// In the order in which they came, as many as one read brought.
-  std::function<void(std::vector<JsonObject> updates, std::size_t bytes)> sessionUpdates;
-  std::function<void(PermissionRequest, std::size_t bytes)> permissionRequest;
-  std::function<void(std::int64_t requestID)> permissionWithdrawn;
-  std::function<void(std::string text)> log;
-  std::function<void(std::string text)> waiting;
-  std::function<void()> replayStarted;
-  std::function<void()> replayFailed;
-  std::function<void(std::string text)> unexpectedTermination;
-  std::function<void(std::vector<ProviderModelOption>)> modelOptions;
-  std::function<void(ProviderUsage)> usage;
+/// What a connection gets from its client.
+struct AgentChannel {
+  SerialQueue queue;
+  std::shared_ptr<Mailbox> mailbox;
+  /// Carries an event to the client on the main queue, after those before it. `bytes` is what it
+  /// holds in memory.
+  std::function<void(std::function<void(AgentClient&)> event, std::size_t bytes)> tell;
 };
 
 class AgentConnection : public std::enable_shared_from_this<AgentConnection> {
@@ -58,8 +50,7 @@ class AgentConnection : public std::enable_shared_from_this<AgentConnection> {
   void handOutUpdates();
 
  protected:
-  /// The events deliver to the mailbox.
-  AgentConnection(SerialQueue queue, std::shared_ptr<Mailbox> mailbox, AgentEvents events);
+  explicit AgentConnection(AgentChannel channel) : channel_(std::move(channel)) {}
 
   /// start(), in the words of the dialect.
   virtual void begin(std::optional<std::string> existingSessionID,
@@ -68,6 +59,23 @@ class AgentConnection : public std::enable_shared_from_this<AgentConnection> {
   /// there.
   std::optional<AgentError> launch(ProcessOptions options, AgentError missing);
   void send(const JsonObject& message);
+  /// Calls one of the client's callbacks, after the updates so far.
+  template <typename... Values>
+  void tell(std::function<void(Values...)> AgentClient::* callback,
+            std::type_identity_t<Values>... values) {
+    tell(0, callback, std::move(values)...);
+  }
+  template <typename... Values>
+  void tell(std::size_t bytes, std::function<void(Values...)> AgentClient::* callback,
+            std::type_identity_t<Values>... values) {
+    handOutUpdates();
+    channel_.tell(
+        [callback, ... values = std::move(values)](AgentClient& client) {
+          if (client.*callback) (client.*callback)(values...);
+        },
+        bytes);
+  }
+  void log(std::string text);
   void gatherUpdate(JsonObject update, std::size_t bytes);
   /// One question at a time reaches the user; those behind it wait, so that none is lost behind
   /// another. Hands out the updates that came before it.
@@ -99,13 +107,11 @@ class AgentConnection : public std::enable_shared_from_this<AgentConnection> {
 
   enum class State { unused, open, ended };
   State state_ = State::unused;  // open from the handshake on, ended by stop() or the process
-  const SerialQueue queue_;
-  const AgentEvents events_;
 
  private:
   void ended(const JsonLineProcess::End& end);
 
-  const std::shared_ptr<Mailbox> mailbox_;
+  const AgentChannel channel_;
   std::unique_ptr<JsonLineProcess> process_;
   bool isStarting_ = false;
   std::vector<JsonObject> updates_;  // gathered, not handed out yet

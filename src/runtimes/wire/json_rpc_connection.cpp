@@ -1,7 +1,5 @@
 #include "runtimes/wire/json_rpc_connection.h"
 
-#include "runtimes/wire/json_rpc.h"
-
 namespace vantrell {
 
 void JsonRpcConnection::handle(JsonObject message, std::size_t bytes) {
@@ -25,21 +23,36 @@ void JsonRpcConnection::handleResponse(std::int64_t id, const JsonObject& messag
   if (const JsonObject* error = json::object(message, "error")) {
     return (*completion)(std::unexpected(errorOfResponse(*error)));
   }
-  const JsonObject* result = json::object(message, "result");
-  (*completion)(result ? *result : JsonObject{});
+  (*completion)(json::objectOrEmpty(message, "result"));
 }
 
 void JsonRpcConnection::request(std::string_view method, JsonObject params,
-                                std::function<void(Answer)> completion) {
-  // Nobody is there to answer, and a request that nobody answers would wait for ever.
+                                PendingRequests::Completion completion) {
+  // A request that nothing can answer would wait for ever.
   if (state_ != State::open) return completion(std::unexpected(disconnected(endText({}))));
   const std::int64_t id = pending_.add(std::move(completion));
-  send(jsonrpc::request(id, method, std::move(params)));
+  send({{"jsonrpc", "2.0"}, {"id", id}, {"method", method}, {"params", std::move(params)}});
+}
+
+void JsonRpcConnection::notify(std::string_view method, std::optional<JsonObject> params) {
+  JsonObject message{{"jsonrpc", "2.0"}, {"method", method}};
+  if (params) message.set("params", *std::move(params));
+  send(message);
+}
+
+void JsonRpcConnection::respond(Json id, JsonObject result) {
+  send({{"jsonrpc", "2.0"}, {"id", std::move(id)}, {"result", std::move(result)}});
+}
+
+void JsonRpcConnection::respondError(Json id, int code, std::string message) {
+  send({{"jsonrpc", "2.0"},
+        {"id", std::move(id)},
+        {"error", JsonObject{{"code", code}, {"message", std::move(message)}}}});
 }
 
 void JsonRpcConnection::failPending(const AgentError& error) {
   handOutUpdates();
-  pending_.finishAll(std::unexpected(error));
+  pending_.failAll(error);
 }
 
 }  // namespace vantrell

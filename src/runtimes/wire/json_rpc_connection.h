@@ -2,8 +2,6 @@
 // runtime apart. On the client's queue.
 #pragma once
 
-#include <expected>
-#include <functional>
 #include <string>
 #include <string_view>
 
@@ -18,12 +16,21 @@ class JsonRpcConnection : public AgentConnection {
 
  protected:
   using AgentConnection::AgentConnection;
-  using Answer = std::expected<JsonObject, AgentError>;
+  using Answer = PendingRequests::Answer;
 
   /// A runtime that has not been opened, or is gone, answers at once: as disconnected.
-  void request(std::string_view method, JsonObject params, std::function<void(Answer)> completion);
+  void request(std::string_view method, JsonObject params, PendingRequests::Completion completion);
+  /// Without params it has no "params" at all.
+  void notify(std::string_view method, std::optional<JsonObject> params = std::nullopt);
   bool isWaiting() const { return !pending_.empty(); }
   void failPending(const AgentError& error) override;
+
+  // Answers to a request of the runtime, with its id in the form in which it came.
+  void respond(Json id, JsonObject result);
+  void respondError(Json id, int code, std::string message);
+  // Error codes.
+  static constexpr int methodNotFound = -32601;
+  static constexpr int internalError = -32603;
 
   /// A request or a notification of the runtime.
   virtual void handleCall(const JsonObject& message, const std::string& method, JsonObject& params,
@@ -34,7 +41,7 @@ class JsonRpcConnection : public AgentConnection {
  private:
   void handleResponse(std::int64_t id, const JsonObject& message);
 
-  PendingRequests<Answer> pending_;  // its completions live no longer than this object
+  PendingRequests pending_;  // its completions live no longer than this object
 };
 
 }  // namespace vantrell

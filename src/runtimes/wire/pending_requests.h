@@ -1,22 +1,25 @@
-// Requests that wait for their answers: the numbering and the table that every JSON-RPC dialect
-// shares. Lives on the client's queue.
+// Requests that wait for their answers: the numbering and the table that every dialect shares.
+// Lives on the client's queue.
 #pragma once
 
 #include <cstdint>
+#include <expected>
 #include <functional>
 #include <map>
 #include <optional>
 #include <utility>
 
+#include "platform/values/json.h"
+#include "runtimes/wire/agent_error.h"
+
 namespace vantrell {
 
-/// `Answer` is what a completion takes, mostly a std::expected.
-template <typename Answer>
 class PendingRequests {
  public:
+  using Answer = std::expected<JsonObject, AgentError>;
   using Completion = std::function<void(Answer)>;
 
-  /// Registers the completion and answers the id of the request: 1, 2, 3 and so on.
+  /// Registers the completion and returns the id of the request: 1, 2, 3 and so on.
   std::int64_t add(Completion completion) {
     const std::int64_t id = nextRequestID_++;
     pending_.emplace(id, std::move(completion));
@@ -30,10 +33,10 @@ class PendingRequests {
     return std::move(node.mapped());
   }
 
-  /// Ends all with the same answer. The table is empty before the first completion runs, so that
-  /// one may start new requests.
-  void finishAll(const Answer& answer) {
-    for (auto& [id, completion] : std::exchange(pending_, {})) completion(answer);
+  /// Fails all. The table is empty before the first completion runs, so that one may start new
+  /// requests.
+  void failAll(const AgentError& error) {
+    for (auto& [id, completion] : std::exchange(pending_, {})) completion(std::unexpected(error));
   }
 
   bool empty() const { return pending_.empty(); }

@@ -5,16 +5,15 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "platform/queues/dispatch.h"
+#include "platform/queues/mailbox.h"
 #include "runtimes/wire/agent_client.h"
 
 namespace vantrell {
 
 class AgentConnection;
-class Mailbox;
-struct AgentEvents;
+struct AgentChannel;
 
 class ProcessClient : public AgentClient, public std::enable_shared_from_this<ProcessClient> {
  public:
@@ -32,21 +31,27 @@ class ProcessClient : public AgentClient, public std::enable_shared_from_this<Pr
  protected:
   ProcessClient(AgentProvider provider, std::string queueLabel, MainQueue& main,
                 BackgroundPool& pool);
-  /// Makes the dialect, which gets the client's queue, its mailbox and its events. Once, as soon as
-  /// the client is held by a shared pointer.
-  void connect(const std::function<std::shared_ptr<AgentConnection>(
-                   SerialQueue, std::shared_ptr<Mailbox>, AgentEvents)>& makeConnection);
+  /// For the dialect, as soon as the client is held by a shared pointer; then connect(), once.
+  AgentChannel channel();
+  void connect(std::shared_ptr<AgentConnection> connection);
 
   const SerialQueue& queue() const { return queue_; }
-  /// Its state belongs to queue().
-  const std::shared_ptr<AgentConnection>& connection() const { return connection_; }
-  const std::shared_ptr<Mailbox>& mailbox() const { return mailbox_; }
+  /// A completion for the client's queue, which arrives on the main queue behind every event that
+  /// was told before it.
+  template <typename Result>
+  std::function<void(Result)> onMain(std::function<void(Result)> completion) const {
+    return [mailbox = mailbox_, completion = std::move(completion)](Result result) {
+      mailbox->deliver([completion, result = std::move(result)]() mutable {
+        if (completion) completion(std::move(result));
+      });
+    };
+  }
 
  private:
   const AgentProvider provider_;
   const SerialQueue queue_;
   const std::shared_ptr<Mailbox> mailbox_;
-  std::shared_ptr<AgentConnection> connection_;
+  std::shared_ptr<AgentConnection> connection_;  // its state belongs to the queue
 };
 
 }  // namespace vantrell

@@ -1,6 +1,5 @@
 #include "runtimes/wire/provider_options.h"
 
-#include <algorithm>
 #include <fmt/format.h>
 
 namespace vantrell {
@@ -34,46 +33,12 @@ ProviderModelOption ProviderModelOption::defaultOption(std::vector<ProviderEffor
   return {"default", "Default", "Use the provider's recommended model.", true, std::move(efforts)};
 }
 
-namespace {
-
-template <typename Option>
-const Option* find(const std::vector<Option>& options, std::string_view id) {
-  const auto found = std::ranges::find(options, id, &Option::id);
-  return found == options.end() ? nullptr : &*found;
-}
-
-template <typename Option>
-std::string label(const std::vector<Option>& options, const std::optional<std::string>& id) {
-  const auto* chosen = find(options, id.value_or("default"));
-  return chosen ? chosen->label : id.value_or("");
-}
-
-}  // namespace
-
-bool offers(const std::vector<ProviderModelOption>& models, std::string_view id) {
-  return find(models, id);
-}
-
-bool offers(const std::vector<ProviderEffortOption>& efforts, std::string_view id) {
-  return find(efforts, id);
-}
-
 std::vector<ProviderEffortOption> effortsOf(const std::vector<ProviderModelOption>& models,
                                             const std::optional<std::string>& modelID) {
-  const auto* model = find(models, modelID.value_or("default"));
-  if (!model) model = find(models, "default");
+  const auto* model = findOption(models, modelID.value_or("default"));
+  if (!model) model = findOption(models, "default");
   if (model && !model->efforts.empty()) return model->efforts;
   return {ProviderEffortOption::defaultOption()};
-}
-
-std::string labelOf(const std::vector<ProviderModelOption>& models,
-                    const std::optional<std::string>& id) {
-  return label(models, id);
-}
-
-std::string labelOf(const std::vector<ProviderEffortOption>& efforts,
-                    const std::optional<std::string>& id) {
-  return label(efforts, id);
 }
 
 }  // namespace vantrell

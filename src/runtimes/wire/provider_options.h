@@ -1,6 +1,7 @@
 // What the session controls offer for a provider: its models and the efforts of each.
 #pragma once
 
+#include <algorithm>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -35,19 +36,28 @@ struct ProviderModelOption {
   bool operator==(const ProviderModelOption&) const = default;
 };
 
-/// Whether one of them has this id.
-bool offers(const std::vector<ProviderModelOption>& models, std::string_view id);
-bool offers(const std::vector<ProviderEffortOption>& efforts, std::string_view id);
+// What a conversation's choice means among the models or efforts that are offered.
 
-// What a conversation's choice means among the options; an absent choice is "default".
+template <typename Option>
+const Option* findOption(const std::vector<Option>& options, std::string_view id) {
+  const auto found = std::ranges::find(options, id, &Option::id);
+  return found == options.end() ? nullptr : &*found;
+}
+
+template <typename Option>
+bool offers(const std::vector<Option>& options, std::string_view id) {
+  return findOption(options, id) != nullptr;
+}
+
+/// An absent choice is "default"; one that is not offered is its own label.
+template <typename Option>
+std::string labelOf(const std::vector<Option>& options, const std::optional<std::string>& id) {
+  const auto* chosen = findOption(options, id.value_or("default"));
+  return chosen ? chosen->label : id.value_or("");
+}
 
 /// The efforts of the chosen model, of "default" where that is not offered; never empty.
 std::vector<ProviderEffortOption> effortsOf(const std::vector<ProviderModelOption>& models,
                                             const std::optional<std::string>& modelID);
-/// The choice itself where it is not offered.
-std::string labelOf(const std::vector<ProviderModelOption>& models,
-                    const std::optional<std::string>& id);
-std::string labelOf(const std::vector<ProviderEffortOption>& efforts,
-                    const std::optional<std::string>& id);
 
 }  // namespace vantrell
