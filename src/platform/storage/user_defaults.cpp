@@ -156,7 +156,7 @@ class FileDefaults final : public Defaults {
     return fmt::format("Could not {} the settings in {}: {}", action, path_,
                        error.kind == DatabaseError::Kind::notADatabase
                            ? "it is not a settings file. Move it away to start with new settings."
-                           : error.text);
+                           : error.withAdvice());
   }
 
   std::string path_;
