@@ -198,7 +198,11 @@ bool RestorePlan::isKnown(const std::string& path) const {
 TaskSafetyResult<> RestorePlan::makeRoomForAll() {
   for (const auto* paths : {&fromGit_, &unfiltered_, &archivedUntracked_}) {
     for (const auto& each : *paths) {
-      if (auto made = makeRoom(each, false); !made) return made;
+      const bool isRepository =
+          paths == &archivedUntracked_ && isRealFolder(archived(changes::untrackedFolder, each));
+      if (auto made = makeRoom(each, isRepository ? Coming::repository : Coming::file); !made) {
+        return made;
+      }
     }
   }
   // A file that git does not know becomes a tracked one by its name. If it is as it is to be, it
@@ -216,25 +220,25 @@ TaskSafetyResult<> RestorePlan::makeRoomForAll() {
   }
   for (const auto* folders : {&targetFolders_, &submoduleFolders_}) {
     for (const auto& each : *folders) {
-      if (auto made = makeRoom(each, true); !made) return made;
+      if (auto made = makeRoom(each, Coming::emptyFolder); !made) return made;
     }
   }
   return {};
 }
 
 /// What stands at the path or in the place of a folder above it.
-TaskSafetyResult<> RestorePlan::makeRoom(const std::string& path, bool forFolder) {
+TaskSafetyResult<> RestorePlan::makeRoom(const std::string& path, Coming coming) {
   TaskSafetyResult<> result;
   const bool isInTheWay = anyAtOrAbove(path, [&](const std::string& part) {
     struct stat info{};
     if (::lstat(placeOf(part).c_str(), &info) != 0) return true;
     if (S_ISDIR(info.st_mode)) return false;
-    if (part == path && !forFolder && isKnown(path)) return true;  // it is replaced
     if (!isKnown(part)) result = save(part);
-    if (part != path || forFolder) removed_.insert(part);
+    // A file takes the place of another one by itself.
+    if (part != path || coming != Coming::file) removed_.insert(part);
     return true;
   });
-  if (isInTheWay || forFolder) return result;
+  if (isInTheWay || coming == Coming::emptyFolder) return result;
   return clearFolderLater(path);
 }
 
@@ -362,7 +366,7 @@ TaskSafetyResult<> RestorePlan::stage() {
   for (const auto& [folder, paths] : {std::pair(changes::unfilteredFolder, &unfiltered_),
                                       std::pair(changes::untrackedFolder, &archivedUntracked_)}) {
     for (const auto& each : *paths) {
-      if (isSame(archived(folder, each), each)) continue;
+      if (isSame(archived(folder, each), each) && !removed_.contains(each)) continue;
       if (auto made = makeParents(root, each); !made) return made;
       ::unlink(stagedAt(each).c_str());
       WorkBudget budget;

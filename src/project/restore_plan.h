@@ -40,7 +40,8 @@ class RestorePlan {
   TaskSafetyResult<> listWhatStands();
   TaskSafetyResult<> chooseTrackedFiles();
   void chooseArchivedFiles(const std::string& folder, Paths& chosen);
-  TaskSafetyResult<> makeRoom(const std::string& path, bool forFolder);
+  enum class Coming { file, repository, emptyFolder };
+  TaskSafetyResult<> makeRoom(const std::string& path, Coming coming);
   TaskSafetyResult<> makeRoomForAll();
   TaskSafetyResult<> clearFolderLater(const std::string& folder);
   TaskSafetyResult<> saveWhatGoes();

@@ -163,7 +163,7 @@ TEST_F(RestorePlanTest, SweepsWhatAKilledOneLeft) {
   const std::string leftover = ".git/vantrell-safety-1";
   repository.file(leftover + "/next", "an index");
   repository.file(leftover + ".lock", "");
-  fs::create_hard_link(repository / (leftover + "/next"), repository / ".git/index.lock");
+  repository.file(".git/index.lock", "an index");
   {
     const auto used = files::LockFile::acquire(repository / (leftover + ".lock"));
     ASSERT_TRUE(used);

@@ -170,9 +170,9 @@ std::expected<Database, DatabaseError> Database::open(const std::string& path) {
     // for the commits in a log that is left beside it.
     struct stat info{};
     const bool hasLog = stat((path + "-wal").c_str(), &info) == 0 && info.st_size > 0;
-    if (hasLog) {
-      if (auto copy = openCopy(path)) return std::move(*copy);
-    } else if (auto readable = openForReading(path)) {
+    auto readable = hasLog ? openCopy(path) : openForReading(path);
+    if (readable) {
+      readable->whyReadOnly_ = std::move(error);
       return readable;
     }
   }
@@ -199,7 +199,7 @@ bool Database::connect(const std::string& name, int flags) {
 }
 
 /// Of the file and its log, for reading only: what is written to it would be lost.
-std::optional<Database> Database::openCopy(const std::string& path) {
+std::expected<Database, DatabaseError> Database::openCopy(const std::string& path) {
   namespace fs = std::filesystem;
   for (const auto& place : {files::temporaryFolder(), std::string("/dev/shm")}) {
     std::string folder = place + "/vantrell-XXXXXX";
@@ -215,7 +215,7 @@ std::optional<Database> Database::openCopy(const std::string& path) {
     fs::remove_all(folder, code);  // what is open stays
     if (isOpen) return database;
   }
-  return std::nullopt;
+  return std::unexpected(DatabaseError{});
 }
 
 Statement Database::prepare(std::string_view sql) {
@@ -236,12 +236,15 @@ std::int64_t Database::number(std::string_view sql) {
 }
 
 DatabaseError Database::error() const {
+  if (whyReadOnly_ && sqlite3_errcode(database_.get()) == SQLITE_READONLY) return *whyReadOnly_;
   const auto kind = kindOf(sqlite3_errcode(database_.get()));
   if (kind == DatabaseError::Kind::busy) return {kind, "another program is using it."};
   std::string text = sqlite3_errmsg(database_.get());
   // SQLite says "disk I/O error" for much; the system knows more.
   const int code = sqlite3_system_errno(database_.get());
-  if (kind != DatabaseError::Kind::other || code == 0) return {kind, std::move(text)};
+  const bool hasReason =
+      kind == DatabaseError::Kind::other || sqlite3_errcode(database_.get()) == SQLITE_CANTOPEN;
+  if (!hasReason || code == 0) return {kind, std::move(text)};
   text += fmt::format(" ({})", std::generic_category().message(code));
   const bool isFull = code == ENOSPC || code == EDQUOT || code == EFBIG;
   return {isFull ? DatabaseError::Kind::full : kind, std::move(text)};

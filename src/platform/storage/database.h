@@ -103,9 +103,10 @@ class Database {
     void operator()(sqlite3* database) const;
   };
   bool connect(const std::string& name, int flags);
-  static std::optional<Database> openCopy(const std::string& path);
+  static std::expected<Database, DatabaseError> openCopy(const std::string& path);
 
   std::unique_ptr<sqlite3, Close> database_;
+  std::optional<DatabaseError> whyReadOnly_;  // of a file that could not be opened for writing
 };
 
 /// Rolls back at its end unless it was committed.

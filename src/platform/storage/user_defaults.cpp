@@ -148,7 +148,13 @@ class FileDefaults final : public Defaults {
   /// Runs a bound statement, which commits by itself.
   bool change(Statement& statement) {
     const bool done = statement.run();
-    lastError_ = done ? "" : describe("change", database_->error());
+    if (done) {
+      lastError_.clear();
+    } else {
+      auto error = database_->error();
+      error.text = error.withAdvice();
+      lastError_ = describe("change", error);
+    }
     return done;
   }
 
@@ -156,7 +162,7 @@ class FileDefaults final : public Defaults {
     return fmt::format("Could not {} the settings in {}: {}", action, path_,
                        error.kind == DatabaseError::Kind::notADatabase
                            ? "it is not a settings file. Move it away to start with new settings."
-                           : error.withAdvice());
+                           : error.text);
   }
 
   std::string path_;
