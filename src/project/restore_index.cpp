@@ -23,11 +23,6 @@ bool areEqual(const std::string& one, const std::string& other) {
   return content && expected && *content == *expected;
 }
 
-TaskSafetyError failed(std::string_view what, const std::string& path) {
-  return TaskSafetyError::filesFailed(
-      fmt::format("Could not {} {}: {}.", what, path, std::generic_category().message(errno)));
-}
-
 }  // namespace
 
 RestoreIndex::RestoreIndex(const PatchGit& git, std::string archive, std::string baseRevision)
@@ -38,13 +33,8 @@ RestoreIndex::~RestoreIndex() {
 }
 
 TaskSafetyResult<> RestoreIndex::open() {
-  const auto line = [&](std::vector<std::string> arguments) {
-    std::string text = git_.query(std::move(arguments)).output;
-    if (text.ends_with('\n')) text.pop_back();
-    return text;
-  };
-  prefix_ = line({"rev-parse", "--show-prefix"});
-  index_ = files::standardized(line({"rev-parse", "--git-path", "index"}), git_.path());
+  prefix_ = git_.prefix();
+  index_ = git_.indexFile();
   lock_ = index_ + ".lock";
   // The lock of one that was killed is the index that it prepared.
   OwnFolder::sweep(files::parent(index_), [&](const std::string& leftover) {
@@ -168,18 +158,20 @@ TaskSafetyResult<> RestoreIndex::lock() {
   const std::string nextFile = folder() + "/next";
   isLocked_ = ::link(nextFile.c_str(), lock_.c_str()) == 0;
   if (isLocked_) return {};
-  if (errno == EEXIST) return std::unexpected(failed("lock the index with", lock_));
+  if (errno == EEXIST)
+    return std::unexpected(TaskSafetyError::filesFailed("lock the index with", lock_));
   const std::string copy = folder() + "/lock";  // the file system has no such links
   WorkBudget budget;
   if (auto copied = copyItem(nextFile, copy, budget); !copied) return copied;
   isLocked_ = ::renameat2(AT_FDCWD, copy.c_str(), AT_FDCWD, lock_.c_str(), RENAME_NOREPLACE) == 0;
-  if (!isLocked_) return std::unexpected(failed("lock the index with", lock_));
+  if (!isLocked_)
+    return std::unexpected(TaskSafetyError::filesFailed("lock the index with", lock_));
   return {};
 }
 
 TaskSafetyResult<> RestoreIndex::replace() {
   if (::rename(lock_.c_str(), index_.c_str()) != 0) {
-    return std::unexpected(failed("replace", index_));
+    return std::unexpected(TaskSafetyError::filesFailed("replace", index_));
   }
   isLocked_ = false;
   return {};

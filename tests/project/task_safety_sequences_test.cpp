@@ -188,8 +188,13 @@ class Sequence {
     const Tree expected = without(first, firstIgnored, {}, first, {});
     Tree now = without(tree(), firstIgnored, leftOver, first, expected);
     std::erase_if(now, [&](const auto& entry) {
-      return !expected.contains(entry.first) && second.contains(entry.first) &&
-             isIgnoredFolder(entry.first, entry.second);
+      const std::string& path = entry.first;
+      if (expected.contains(path)) return false;
+      // Git does not miss the files of a folder that an ignored link to itself has replaced.
+      for (auto slash = path.find('/'); slash != path.npos; slash = path.find('/', slash + 1)) {
+        if (firstIgnored.contains(path.substr(0, slash))) return true;
+      }
+      return second.contains(path) && isIgnoredFolder(path, entry.second);
     });
     EXPECT_EQ(now, expected);
     goBack(recovery, second, secondIndex);
