@@ -91,8 +91,7 @@ TaskSafetyResult<> addIntents(const PatchGit& git, const std::vector<IntentToAdd
   // Git takes the modes from files, so it gets a work tree of such.
   const OwnFolder tree;
   if (auto made = secureDirectory(tree.path()); !made) return made;
-  std::string prefix = git.query({"rev-parse", "--show-prefix"}).output;
-  if (prefix.ends_with('\n')) prefix.pop_back();
+  const std::string prefix = git.prefix();
   std::vector<std::string> paths;
   std::vector<std::string> repositories;
   for (const auto& each : files) {
@@ -135,11 +134,8 @@ TaskSafetyResult<std::vector<IntentToAddFile>> goneFiles(const PatchGit& git,
 
 TaskSafetyResult<> writeIndexWithout(const PatchGit& git, const std::vector<IntentToAddFile>& files,
                                      const std::string& copy) {
-  std::string index = git.query({"rev-parse", "--git-path", "index"}).output;
-  if (index.ends_with('\n')) index.pop_back();
-  if (!index.starts_with('/')) index = fmt::format("{}/{}", git.path(), index);
   WorkBudget budget;
-  if (auto copied = copyItem(index, copy, budget); !copied) return copied;
+  if (auto copied = copyItem(git.indexFile(), copy, budget); !copied) return copied;
   std::string paths;
   for (const auto& each : files) paths.append(each.path).push_back('\0');
   return git.modify({"update-index", "--force-remove", "-z", "--stdin"},

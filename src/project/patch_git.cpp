@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "platform/files/descriptor.h"
+#include "platform/files/files.h"
 #include "platform/text/text.h"
 
 namespace vantrell {
@@ -87,14 +88,24 @@ TaskSafetyResult<> PatchGit::modify(std::vector<std::string> arguments, GitOptio
   return {};
 }
 
+/// A path may begin or end with white space.
+std::string PatchGit::line(std::vector<std::string> arguments) const {
+  std::string text = query(std::move(arguments)).output;
+  if (text.ends_with('\n')) text.pop_back();
+  return text;
+}
+
+std::string PatchGit::indexFile() const {
+  return files::standardized(line({"rev-parse", "--git-path", "index"}), path_);
+}
+
 TaskSafetyResult<> PatchGit::write(std::vector<std::string> arguments, const std::string& file,
                                    GitOptions options) const {
   const std::string partial = file + ".partial";
   const auto failed = [&](std::string_view what) {
     const int code = errno;
     ::unlink(partial.c_str());
-    return std::unexpected(TaskSafetyError::filesFailed(
-        fmt::format("Could not {} {}: {}", what, file, std::generic_category().message(code))));
+    return std::unexpected(TaskSafetyError::filesFailed(what, file, code));
   };
   Descriptor target(
       ::open(partial.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));

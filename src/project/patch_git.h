@@ -30,11 +30,16 @@ class PatchGit {
   /// A command that changes something; a failure carries what git printed.
   TaskSafetyResult<> modify(std::vector<std::string> arguments, GitOptions options = {}) const;
 
+  /// Of the project in its repository: empty, or ends with a slash.
+  std::string prefix() const { return line({"rev-parse", "--show-prefix"}); }
+  std::string indexFile() const;
+
   /// The output of a command, written to a file that is there whole or not at all.
   TaskSafetyResult<> write(std::vector<std::string> arguments, const std::string& file,
                            GitOptions options = {}) const;
 
  private:
+  std::string line(std::vector<std::string> arguments) const;
   GitOptions with(GitOptions options) const;
 
   std::string path_;

@@ -1,8 +1,9 @@
 #include "project/restore_index.h"
 
 #include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "platform/files/files.h"
@@ -15,16 +16,11 @@ namespace {
 /// Each is compared with each tracked file.
 constexpr std::size_t mostSpared = 5'000;
 
-bool isSameFile(const std::string& one, const std::string& other) {
-  struct stat a{};
-  struct stat b{};
-  return ::lstat(one.c_str(), &a) == 0 && ::lstat(other.c_str(), &b) == 0 && a.st_dev == b.st_dev &&
-         a.st_ino == b.st_ino;
-}
-
-TaskSafetyError failed(std::string_view what, const std::string& path) {
-  return TaskSafetyError::filesFailed(
-      fmt::format("Could not {} {}: {}.", what, path, std::generic_category().message(errno)));
+/// Of two files that are there.
+bool areEqual(const std::string& one, const std::string& other) {
+  const auto content = files::read(one);
+  const auto expected = files::read(other);
+  return content && expected && *content == *expected;
 }
 
 }  // namespace
@@ -37,17 +33,12 @@ RestoreIndex::~RestoreIndex() {
 }
 
 TaskSafetyResult<> RestoreIndex::open() {
-  const auto line = [&](std::vector<std::string> arguments) {
-    std::string text = git_.query(std::move(arguments)).output;
-    if (text.ends_with('\n')) text.pop_back();
-    return text;
-  };
-  prefix_ = line({"rev-parse", "--show-prefix"});
-  index_ = files::standardized(line({"rev-parse", "--git-path", "index"}), git_.path());
+  prefix_ = git_.prefix();
+  index_ = git_.indexFile();
   lock_ = index_ + ".lock";
-  // The lock of one that was killed is one file with the index that it prepared.
+  // The lock of one that was killed is the index that it prepared.
   OwnFolder::sweep(files::parent(index_), [&](const std::string& leftover) {
-    if (isSameFile(leftover + "/next", lock_)) ::unlink(lock_.c_str());
+    if (standsAt(lock_) && areEqual(leftover + "/next", lock_)) ::unlink(lock_.c_str());
   });
   if (standsAt(lock_)) {
     return std::unexpected(TaskSafetyError::commandFailed(fmt::format(
@@ -162,20 +153,25 @@ TaskSafetyResult<> RestoreIndex::preserveSkipWorktree() {
   return {};
 }
 
+/// The lock has all of its content from its first moment: by that open() knows it after a kill.
 TaskSafetyResult<> RestoreIndex::lock() {
   const std::string nextFile = folder() + "/next";
   isLocked_ = ::link(nextFile.c_str(), lock_.c_str()) == 0;
   if (isLocked_) return {};
-  if (errno == EEXIST) return std::unexpected(failed("lock the index with", lock_));
-  WorkBudget budget;  // a file system without such links
-  auto copied = copyItem(nextFile, lock_, budget);
-  isLocked_ = copied.has_value();
-  return copied;
+  if (errno == EEXIST)
+    return std::unexpected(TaskSafetyError::filesFailed("lock the index with", lock_));
+  const std::string copy = folder() + "/lock";  // the file system has no such links
+  WorkBudget budget;
+  if (auto copied = copyItem(nextFile, copy, budget); !copied) return copied;
+  isLocked_ = ::renameat2(AT_FDCWD, copy.c_str(), AT_FDCWD, lock_.c_str(), RENAME_NOREPLACE) == 0;
+  if (!isLocked_)
+    return std::unexpected(TaskSafetyError::filesFailed("lock the index with", lock_));
+  return {};
 }
 
 TaskSafetyResult<> RestoreIndex::replace() {
   if (::rename(lock_.c_str(), index_.c_str()) != 0) {
-    return std::unexpected(failed("replace", index_));
+    return std::unexpected(TaskSafetyError::filesFailed("replace", index_));
   }
   isLocked_ = false;
   return {};

@@ -12,6 +12,7 @@
 
 #include "platform/files/files.h"
 #include "platform/text/text.h"
+#include "project/restore_run.h"
 #include "project/unfiltered_contents.h"
 
 namespace vantrell {
@@ -26,19 +27,9 @@ TaskSafetyError refusal(const std::string& path, std::string_view why) {
       "\"{}\" {}. Move it away first. Nothing was changed.", text::repaired(path), why));
 }
 
-TaskSafetyError failed(std::string_view what, const std::string& path, int code = errno) {
-  return TaskSafetyError::filesFailed(fmt::format("Could not {} {}: {}", what, text::repaired(path),
-                                                  std::generic_category().message(code)));
-}
-
 void addNote(SafetyNotes& notes, std::string_view what, const auto& paths) {
-  constexpr std::size_t shown = 5;
   if (paths.empty()) return;
-  std::vector<std::string> names;
-  for (const auto& each : paths | std::views::take(shown)) names.push_back(text::repaired(each));
-  const std::size_t more = paths.size() - names.size();
-  notes.push_back(fmt::format("{}: {}{}.", what, text::joined(names, ", "),
-                              more > 0 ? fmt::format(" and {} more", more) : ""));
+  notes.push_back(fmt::format("{}: {}.", what, firstOf({paths.begin(), paths.end()})));
 }
 
 /// The path and the folders above it, the outermost first.
@@ -74,10 +65,14 @@ TaskSafetyResult<> RestorePlan::prepare() {
     }
     return done;
   }
-  addNote(notes_, "Submodules stay as they are", submodules_);
+  addNote(notes_, "Submodules stay as they are", lists_.submodules);
   addNote(notes_, "Files that Git does not look at stay as they are", index_.spared());
-  addNote(notes_, "Ignored files stay as they are", ignored_);
+  addNote(notes_, "Ignored files stay as they are", lists_.ignored);
   return {};
+}
+
+TaskSafetyResult<> RestorePlan::carryOut() {
+  return RestoreRun(index_, places_, lists_).carryOut();
 }
 
 // ---- what stands --------------------------------------------------------------------------------
@@ -86,24 +81,25 @@ TaskSafetyResult<> RestorePlan::listWhatStands() {
   const auto staged = index_.list({"ls-files", "--stage", "-z"});
   if (!staged) return std::unexpected(staged.error());
   for (const auto& each : *staged) {
-    auto& paths = each.starts_with("160000 ") ? submodules_ : tracked_;
+    auto& paths = each.starts_with("160000 ") ? lists_.submodules : lists_.tracked;
     paths.insert(each.substr(each.find('\t') + 1));
   }
   auto others = index_.list({"ls-files", "--others", "--exclude-standard", "-z"});
   if (!others) return std::unexpected(others.error());
   for (auto& each : *others) {
-    if (!each.ends_with('/')) untracked_.insert(std::move(each));
+    if (!each.ends_with('/')) lists_.untracked.insert(std::move(each));
   }
   auto ignored =
       index_.list({"ls-files", "--others", "--ignored", "--exclude-standard", "--directory", "-z"});
   if (!ignored) return std::unexpected(ignored.error());
-  ignored_ = *std::move(ignored);
-  knowsExecutables_ = git_.query({"config", "--type=bool", "core.fileMode"}).text() != "false";
+  lists_.ignored = *std::move(ignored);
+  lists_.knowsExecutables =
+      git_.query({"config", "--type=bool", "core.fileMode"}).text() != "false";
   SafetyNotes unused;
   auto empty = changes::findEmptyFolders(git_, {}, unused);
   if (!empty) return std::unexpected(empty.error());
-  emptyFolders_ = *std::move(empty);
-  targetFolders_ = changes::emptyFolders(archive_);
+  lists_.emptyFolders = *std::move(empty);
+  lists_.targetFolders = changes::emptyFolders(archive_);
   return {};
 }
 
@@ -113,39 +109,43 @@ TaskSafetyResult<> RestorePlan::chooseTrackedFiles() {
   const auto staged = index_.list({"ls-files", "--stage", "-z"}, index_.target());
   if (!staged) return std::unexpected(staged.error());
   for (const auto& each : *staged) {
-    target_.emplace(each.substr(each.find('\t') + 1), each.starts_with("160000 "));
+    lists_.target.emplace(each.substr(each.find('\t') + 1), each.starts_with("160000 "));
   }
-  chooseArchivedFiles(archived(changes::unfilteredFolder, ""), unfiltered_);
-  chooseArchivedFiles(archived(changes::untrackedFolder, ""), archivedUntracked_);
+  chooseArchivedFiles(places_.archived(changes::unfilteredFolder, ""), lists_.unfiltered);
+  chooseArchivedFiles(places_.archived(changes::untrackedFolder, ""), lists_.archivedUntracked);
 
   const auto content = index_.list({"diff", "--name-only", "--relative", "-z"}, index_.target());
   if (!content) return std::unexpected(content.error());
   const auto times =
       index_.list({"diff-files", "--name-only", "--relative", "-z"}, index_.target());
   if (!times) return std::unexpected(times.error());
-  fromGit_.insert(content->begin(), content->end());
+  lists_.fromGit.insert(content->begin(), content->end());
   const auto isAttributes = [](const std::string& path) {
     return files::lastComponent(path) == ".gitattributes";
   };
-  for (const auto* paths : {&fromGit_, &archivedUntracked_}) {
+  for (const auto* paths : {&lists_.fromGit, &lists_.archivedUntracked}) {
     // What git compared by may not be what holds afterwards.
-    if (std::ranges::any_of(*paths, isAttributes)) fromGit_.insert(times->begin(), times->end());
+    if (std::ranges::any_of(*paths, isAttributes))
+      lists_.fromGit.insert(times->begin(), times->end());
   }
   std::vector<std::string> unchanged;
   for (const auto& each : *times) {
-    if (!fromGit_.contains(each) && !unfiltered_.contains(each)) unchanged.push_back(each);
+    if (!lists_.fromGit.contains(each) && !lists_.unfiltered.contains(each))
+      unchanged.push_back(each);
   }
-  for (const auto& each : fromGit_) {
-    if (const auto found = target_.find(each); found != target_.end() && found->second) {
-      submoduleFolders_.push_back(each);
+  for (const auto& each : lists_.fromGit) {
+    if (const auto found = lists_.target.find(each);
+        found != lists_.target.end() && found->second) {
+      lists_.submoduleFolders.push_back(each);
     }
   }
-  std::erase_if(fromGit_, [&](const std::string& path) {
-    const auto found = target_.find(path);
-    if (found == target_.end() || found->second || unfiltered_.contains(path)) return true;
+  std::erase_if(lists_.fromGit, [&](const std::string& path) {
+    const auto found = lists_.target.find(path);
+    if (found == lists_.target.end() || found->second || lists_.unfiltered.contains(path))
+      return true;
     // Git's diff does not delete the files of a folder that has become a link to itself.
     return path.contains('/') && anyAtOrAbove(files::parent(path), [&](const std::string& folder) {
-             return archivedUntracked_.contains(folder);
+             return lists_.archivedUntracked.contains(folder);
            });
   });
   const auto filtered = filteredFiles(git_, unchanged);
@@ -154,16 +154,17 @@ TaskSafetyResult<> RestorePlan::chooseTrackedFiles() {
           "Git sees no change in these files because of their filter; they stay as they are",
           *filtered);
 
-  for (const auto& path : tracked_) {
-    if (target_.contains(path) || index_.spared().contains(path) ||
-        archivedUntracked_.contains(path)) {
+  for (const auto& path : lists_.tracked) {
+    if (lists_.target.contains(path) || index_.spared().contains(path) ||
+        lists_.archivedUntracked.contains(path)) {
       continue;
     }
-    if (stands(path)) removed_.insert(path);
+    if (places_.stands(path)) lists_.removed.insert(path);
   }
-  for (const auto& path : submodules_) {  // a file that has taken the place of one
-    if (!target_.contains(path) && stands(path) && !isRealFolder(placeOf(path))) {
-      removed_.insert(path);
+  for (const auto& path : lists_.submodules) {  // a file that has taken the place of one
+    if (!lists_.target.contains(path) && places_.stands(path) &&
+        !isRealFolder(places_.inProject(path))) {
+      lists_.removed.insert(path);
     }
   }
   return {};
@@ -178,7 +179,7 @@ void RestorePlan::chooseArchivedFiles(const std::string& folder, Paths& chosen) 
     if (entry->symlink_status(code).type() == fs::file_type::directory) {
       if (!isRepository(entry->path())) continue;
       entry.disable_recursion_pending();
-      if (isRepository(placeOf(path)) && stands(path)) {
+      if (isRepository(places_.inProject(path)) && places_.stands(path)) {
         notes_.push_back(fmt::format("\"{}\" is a repository of its own and stays as it is.",
                                      text::repaired(path)));
         continue;
@@ -192,13 +193,18 @@ void RestorePlan::chooseArchivedFiles(const std::string& folder, Paths& chosen) 
 
 /// Whether the checkpoint taken just before has it, in a patch or as a copy.
 bool RestorePlan::isKnown(const std::string& path) const {
-  return untracked_.contains(path) || (tracked_.contains(path) && !index_.spared().contains(path));
+  return lists_.untracked.contains(path) ||
+         (lists_.tracked.contains(path) && !index_.spared().contains(path));
 }
 
 TaskSafetyResult<> RestorePlan::makeRoomForAll() {
-  for (const auto* paths : {&fromGit_, &unfiltered_, &archivedUntracked_}) {
+  for (const auto* paths : {&lists_.fromGit, &lists_.unfiltered, &lists_.archivedUntracked}) {
     for (const auto& each : *paths) {
-      if (auto made = makeRoom(each, false); !made) return made;
+      const bool isRepository = paths == &lists_.archivedUntracked &&
+                                isRealFolder(places_.archived(changes::untrackedFolder, each));
+      if (auto made = makeRoom(each, isRepository ? Coming::repository : Coming::file); !made) {
+        return made;
+      }
     }
   }
   // A file that git does not know becomes a tracked one by its name. If it is as it is to be, it
@@ -206,41 +212,43 @@ TaskSafetyResult<> RestorePlan::makeRoomForAll() {
   const auto next = index_.list({"ls-files", "-z"}, index_.next());
   if (!next) return std::unexpected(next.error());
   Paths named(next->begin(), next->end());
-  for (const auto& [path, isSubmodule] : target_) named.insert(path);
+  for (const auto& [path, isSubmodule] : lists_.target) named.insert(path);
   for (const auto& path : named) {
-    if (tracked_.contains(path) || !stands(path) || isRealFolder(placeOf(path))) continue;
-    if (!untracked_.contains(path)) {
+    if (lists_.tracked.contains(path) || !places_.stands(path) ||
+        isRealFolder(places_.inProject(path)))
+      continue;
+    if (!lists_.untracked.contains(path)) {
       if (auto saved = save(path); !saved) return saved;
     }
-    if (!target_.contains(path)) removed_.insert(path);
+    if (!lists_.target.contains(path)) lists_.removed.insert(path);
   }
-  for (const auto* folders : {&targetFolders_, &submoduleFolders_}) {
+  for (const auto* folders : {&lists_.targetFolders, &lists_.submoduleFolders}) {
     for (const auto& each : *folders) {
-      if (auto made = makeRoom(each, true); !made) return made;
+      if (auto made = makeRoom(each, Coming::emptyFolder); !made) return made;
     }
   }
   return {};
 }
 
 /// What stands at the path or in the place of a folder above it.
-TaskSafetyResult<> RestorePlan::makeRoom(const std::string& path, bool forFolder) {
+TaskSafetyResult<> RestorePlan::makeRoom(const std::string& path, Coming coming) {
   TaskSafetyResult<> result;
   const bool isInTheWay = anyAtOrAbove(path, [&](const std::string& part) {
     struct stat info{};
-    if (::lstat(placeOf(part).c_str(), &info) != 0) return true;
+    if (::lstat(places_.inProject(part).c_str(), &info) != 0) return true;
     if (S_ISDIR(info.st_mode)) return false;
-    if (part == path && !forFolder && isKnown(path)) return true;  // it is replaced
     if (!isKnown(part)) result = save(part);
-    if (part != path || forFolder) removed_.insert(part);
+    // A file takes the place of another one by itself.
+    if (part != path || coming != Coming::file) lists_.removed.insert(part);
     return true;
   });
-  if (isInTheWay || forFolder) return result;
+  if (isInTheWay || coming == Coming::emptyFolder) return result;
   return clearFolderLater(path);
 }
 
 /// A folder gives way to a file if the checkpoint taken just before has all that is in it.
 TaskSafetyResult<> RestorePlan::clearFolderLater(const std::string& folder) {
-  const std::string root = placeOf(folder);
+  const std::string root = places_.inProject(folder);
   std::error_code code;
   Paths inside;
   for (fs::recursive_directory_iterator entry(root, code), end; !code && entry != end;
@@ -251,7 +259,7 @@ TaskSafetyResult<> RestorePlan::clearFolderLater(const std::string& folder) {
       return std::unexpected(refusal(folder, "has to make room, but there is a repository in it"));
     }
     if (isFolder) {
-      clearedFolders_.insert(path);
+      lists_.clearedFolders.insert(path);
       continue;
     }
     if (!isKnown(path)) {
@@ -262,15 +270,16 @@ TaskSafetyResult<> RestorePlan::clearFolderLater(const std::string& folder) {
     }
     inside.insert(path);
   }
-  if (code) return std::unexpected(failed("read the folder", root, code.value()));
-  removed_.merge(inside);
-  clearedFolders_.insert(folder);
+  if (code)
+    return std::unexpected(TaskSafetyError::filesFailed("read the folder", root, code.value()));
+  lists_.removed.merge(inside);
+  lists_.clearedFolders.insert(folder);
   return {};
 }
 
 TaskSafetyResult<> RestorePlan::save(const std::string& path) {
   if (recovery_) return recovery_->add(path);
-  const bool isIgnored = std::ranges::any_of(ignored_, [&](const std::string& each) {
+  const bool isIgnored = std::ranges::any_of(lists_.ignored, [&](const std::string& each) {
     return each.ends_with('/') ? path.starts_with(each) : path == each;
   });
   if (!isIgnored) return {};
@@ -281,18 +290,20 @@ TaskSafetyResult<> RestorePlan::save(const std::string& path) {
 TaskSafetyResult<> RestorePlan::saveWhatGoes() {
   if (!recovery_) {
     const auto lost =
-        std::ranges::find_if(index_.unwatched(), [&](auto& path) { return stands(path); });
+        std::ranges::find_if(index_.unwatched(), [&](auto& path) { return places_.stands(path); });
     if (lost == index_.unwatched().end()) return {};
     return std::unexpected(refusal(*lost, "would be lost: it is in no checkpoint"));
   }
-  for (const Paths* paths : {&std::as_const(untracked_), &index_.unwatched()}) {
+  for (const Paths* paths : {&std::as_const(lists_.untracked), &index_.unwatched()}) {
     for (const auto& each : *paths) {
       if (auto saved = save(each); !saved) return saved;
     }
   }
   Paths overwritten;
-  for (const auto* paths : {&fromGit_, &unfiltered_, &archivedUntracked_, &removed_}) {
-    std::ranges::set_intersection(*paths, tracked_, std::inserter(overwritten, overwritten.end()));
+  for (const auto* paths :
+       {&lists_.fromGit, &lists_.unfiltered, &lists_.archivedUntracked, &lists_.removed}) {
+    std::ranges::set_intersection(*paths, lists_.tracked,
+                                  std::inserter(overwritten, overwritten.end()));
   }
   if (auto added = recovery_->addUnfiltered(overwritten); !added) return added;
   const std::string patches = index_.folder() + "/patches";
@@ -306,25 +317,26 @@ TaskSafetyResult<> RestorePlan::saveWhatGoes() {
 /// Folders that would not let their files be replaced. Those of the user are opened for as long as
 /// it takes.
 TaskSafetyResult<> RestorePlan::findLockedFolders() {
-  Paths folders = clearedFolders_;
-  for (const auto* paths :
-       {&fromGit_, &unfiltered_, &archivedUntracked_, &removed_, &untracked_, &clearedFolders_}) {
+  Paths folders = lists_.clearedFolders;
+  for (const auto* paths : {&lists_.fromGit, &lists_.unfiltered, &lists_.archivedUntracked,
+                            &lists_.removed, &lists_.untracked, &lists_.clearedFolders}) {
     for (const auto& each : *paths) folders.insert(files::parent(each));
   }
-  for (const auto* paths : {&targetFolders_, &emptyFolders_, &submoduleFolders_}) {
+  for (const auto* paths :
+       {&lists_.targetFolders, &lists_.emptyFolders, &lists_.submoduleFolders}) {
     for (const auto& each : *paths) folders.insert(files::parent(each));
   }
   for (const auto& each : folders) {
     std::string folder = each;
-    while (!folder.empty() && !stands(folder)) folder = files::parent(folder);
+    while (!folder.empty() && !places_.stands(folder)) folder = files::parent(folder);
     // Those above may become empty, and go; that is no failure where they cannot.
     for (bool isNeeded = true;; isNeeded = false, folder = files::parent(folder)) {
-      const std::string place = folder.empty() ? git_.path() : placeOf(folder);
+      const std::string place = folder.empty() ? git_.path() : places_.inProject(folder);
       struct stat info{};
       if (::lstat(place.c_str(), &info) == 0 && S_ISDIR(info.st_mode) &&
           ::faccessat(AT_FDCWD, place.c_str(), W_OK | X_OK, AT_EACCESS) != 0) {
         if (info.st_uid == ::geteuid() && errno == EACCES) {
-          lockedFolders_.emplace(place, info.st_mode & permissionBits);
+          lists_.lockedFolders.emplace(place, info.st_mode & permissionBits);
         } else if (isNeeded) {
           return std::unexpected(TaskSafetyError::filesFailed(
               fmt::format("The folder \"{}\" cannot be written to. Nothing was changed.",
@@ -343,7 +355,8 @@ TaskSafetyResult<> RestorePlan::stage() {
   const std::string root = index_.folder() + "/tree/" + index_.prefix();
   if (auto made = secureDirectory(root); !made) return made;
   std::string input;
-  for (const auto& each : fromGit_) input.append(index_.prefix()).append(each).push_back('\0');
+  for (const auto& each : lists_.fromGit)
+    input.append(index_.prefix()).append(each).push_back('\0');
   if (!input.empty()) {
     // With a work tree of its own, attributes are those that are to come.
     GitOptions options = index_.target();
@@ -353,20 +366,22 @@ TaskSafetyResult<> RestorePlan::stage() {
         {"checkout-index", "--force", "--ignore-skip-worktree-bits", "-z", "--stdin"}, options);
     if (!written) return written;
   }
-  for (const auto& each : fromGit_) {
-    if (!standsAt(stagedAt(each))) {
+  for (const auto& each : lists_.fromGit) {
+    if (!standsAt(places_.staged(each))) {
       return std::unexpected(TaskSafetyError::commandFailed(
           fmt::format("Git could not write \"{}\".", text::repaired(each))));
     }
   }
-  for (const auto& [folder, paths] : {std::pair(changes::unfilteredFolder, &unfiltered_),
-                                      std::pair(changes::untrackedFolder, &archivedUntracked_)}) {
+  for (const auto& [folder, paths] :
+       {std::pair(changes::unfilteredFolder, &lists_.unfiltered),
+        std::pair(changes::untrackedFolder, &lists_.archivedUntracked)}) {
     for (const auto& each : *paths) {
-      if (isSame(archived(folder, each), each)) continue;
+      if (isSame(places_.archived(folder, each), each) && !lists_.removed.contains(each)) continue;
       if (auto made = makeParents(root, each); !made) return made;
-      ::unlink(stagedAt(each).c_str());
+      ::unlink(places_.staged(each).c_str());
       WorkBudget budget;
-      if (auto copied = copyItem(archived(folder, each), stagedAt(each), budget); !copied) {
+      if (auto copied = copyItem(places_.archived(folder, each), places_.staged(each), budget);
+          !copied) {
         return copied;
       }
     }
@@ -374,119 +389,14 @@ TaskSafetyResult<> RestorePlan::stage() {
   return {};
 }
 
-// ---- carrying it out ----------------------------------------------------------------------------
-
-TaskSafetyResult<> RestorePlan::carryOut() {
-  if (auto locked = index_.lock(); !locked) return locked;
-  const auto halfWay = [](TaskSafetyError error) {
-    error.mayHaveChangedFiles = true;
-    return std::unexpected(std::move(error));
-  };
-  for (const auto& [folder, mode] : lockedFolders_) ::chmod(folder.c_str(), mode | S_IRWXU);
-
-  for (const auto& each : removed_) removeFile(each);
-  // They are empty by now, when the innermost goes first.
-  for (const auto& each : clearedFolders_ | std::views::reverse) ::rmdir(placeOf(each).c_str());
-  for (const auto* paths : {&fromGit_, &unfiltered_, &archivedUntracked_}) {
-    for (const auto& each : *paths) {
-      if (auto placed = place(each); !placed) return halfWay(placed.error());
-    }
-  }
-  // The rules of what is ignored are those of the checkpoint by now; what they ignore stays.
-  std::vector<std::string> left;
-  for (const auto& each : untracked_) {
-    const bool isPlaced = archivedUntracked_.contains(each) || target_.contains(each);
-    if (!isPlaced && stands(each)) left.push_back(each);
-  }
-  const auto ignored = ignoredOf(git_, left);
-  const Paths staying(ignored.begin(), ignored.end());
-  for (const auto& each : left) {
-    if (!staying.contains(each)) removeFile(each);
-  }
-  for (const auto& each : emptyFolders_) removeEmpty(each);
-  for (const auto& each : submodules_) {
-    if (!target_.contains(each)) ::rmdir(placeOf(each).c_str());  // only where nothing is in it
-  }
-  for (const auto& each : targetFolders_) {
-    auto made = makeParents(git_.path(), each + "/", archived(changes::emptyFolderTree, ""));
-    if (!made) return halfWay(made.error());
-  }
-  for (const auto& each : submoduleFolders_) {
-    if (auto made = makeParents(git_.path(), each + "/"); !made) return halfWay(made.error());
-  }
-  if (auto replaced = index_.replace(); !replaced) return halfWay(replaced.error());
-  finish();
-  return {};
-}
-
-/// And the folders above that are empty then.
-void RestorePlan::removeFile(const std::string& path) {
-  if (isBelowFile(git_.path(), path)) return;
-  if (::unlink(placeOf(path).c_str()) == 0 || errno == ENOENT) removeEmpty(files::parent(path));
-}
-
-void RestorePlan::removeEmpty(std::string folder) {
-  if (isBelowFile(git_.path(), folder)) return;
-  while (!folder.empty() && !target_.contains(folder) && ::rmdir(placeOf(folder).c_str()) == 0) {
-    folder = files::parent(folder);
-  }
-}
-
-TaskSafetyResult<> RestorePlan::place(const std::string& path) {
-  const std::string from = stagedAt(path);
-  const std::string to = placeOf(path);
-  if (!standsAt(from)) return {};  // it is in its place already
-  const auto made = makeParents(git_.path(), path, archived(changes::untrackedFolder, ""));
-  if (!made) return made;
-  struct stat old{};
-  struct stat next{};
-  if (fromGit_.contains(path) && ::lstat(to.c_str(), &old) == 0 && S_ISREG(old.st_mode) &&
-      ::lstat(from.c_str(), &next) == 0 && S_ISREG(next.st_mode)) {
-    // Git knows of one bit of the mode only, and of none where the user says so.
-    mode_t mode = old.st_mode & permissionBits;
-    if (knowsExecutables_) {
-      mode = (mode & ~mode_t{0111}) | ((next.st_mode & 0100) != 0 ? (mode & 0444) >> 2 : 0);
-    }
-    ::chmod(from.c_str(), mode);
-  }
-  if (::rename(from.c_str(), to.c_str()) == 0) return {};
-  if (errno != EXDEV && errno != EACCES) return std::unexpected(failed("put back", to));
-  WorkBudget budget;
-  ::unlink(to.c_str());
-  return copyItem(from, to, budget);
-}
-
-/// Nothing of this matters enough to fail.
-void RestorePlan::finish() {
-  (void)git_.modify({"update-index", "-q", "--refresh", "--ignore-submodules"});
-  for (const auto& [folder, mode] : lockedFolders_) {
-    if (isRealFolder(folder)) ::chmod(folder.c_str(), mode);  // it may be a file by now
-  }
-}
-
-// ---- places -------------------------------------------------------------------------------------
-
-std::string RestorePlan::stagedAt(const std::string& path) const {
-  return fmt::format("{}/tree/{}{}", index_.folder(), index_.prefix(), path);
-}
-
-std::string RestorePlan::archived(std::string_view folder, const std::string& path) const {
-  return fmt::format("{}/{}/{}", archive_, folder, path);
-}
-
-/// Itself, and not by way of a link above it.
-bool RestorePlan::stands(const std::string& path) const {
-  return standsAt(placeOf(path)) && !isBelowFile(git_.path(), path);
-}
-
 /// A copy has the times of its original.
 bool RestorePlan::isSame(const std::string& kept, const std::string& path) const {
   struct stat then{};
   struct stat now{};
-  return ::lstat(kept.c_str(), &then) == 0 && ::lstat(placeOf(path).c_str(), &now) == 0 &&
-         !isBelowFile(git_.path(), path) && S_ISREG(now.st_mode) && now.st_mode == then.st_mode &&
-         now.st_size == then.st_size && now.st_mtim.tv_sec == then.st_mtim.tv_sec &&
-         now.st_mtim.tv_nsec == then.st_mtim.tv_nsec;
+  return places_.stands(path) && ::lstat(kept.c_str(), &then) == 0 &&
+         ::lstat(places_.inProject(path).c_str(), &now) == 0 && S_ISREG(now.st_mode) &&
+         now.st_mode == then.st_mode && now.st_size == then.st_size &&
+         now.st_mtim.tv_sec == then.st_mtim.tv_sec && now.st_mtim.tv_nsec == then.st_mtim.tv_nsec;
 }
 
 }  // namespace vantrell

@@ -6,15 +6,12 @@
 // replaces the index at the end. Blocks: never on the main queue.
 #pragma once
 
-#include <map>
 #include <optional>
-#include <set>
 #include <string>
-#include <vector>
 
 #include "project/patch_git.h"
 #include "project/recovery_archive.h"
-#include "project/restore_index.h"
+#include "project/restore_lists.h"
 #include "project/task_safety_error.h"
 #include "project/uncommitted_changes.h"
 
@@ -35,12 +32,13 @@ class RestorePlan {
   const SafetyNotes& notes() const { return notes_; }
 
  private:
-  using Paths = RestoreIndex::Paths;
+  using Paths = RestoreLists::Paths;
 
   TaskSafetyResult<> listWhatStands();
   TaskSafetyResult<> chooseTrackedFiles();
   void chooseArchivedFiles(const std::string& folder, Paths& chosen);
-  TaskSafetyResult<> makeRoom(const std::string& path, bool forFolder);
+  enum class Coming { file, repository, emptyFolder };
+  TaskSafetyResult<> makeRoom(const std::string& path, Coming coming);
   TaskSafetyResult<> makeRoomForAll();
   TaskSafetyResult<> clearFolderLater(const std::string& folder);
   TaskSafetyResult<> saveWhatGoes();
@@ -48,15 +46,6 @@ class RestorePlan {
   TaskSafetyResult<> findLockedFolders();
   TaskSafetyResult<> stage();
 
-  void removeFile(const std::string& path);
-  void removeEmpty(std::string folder);
-  TaskSafetyResult<> place(const std::string& path);
-  void finish();
-
-  std::string placeOf(const std::string& path) const { return git_.path() + "/" + path; }
-  std::string stagedAt(const std::string& path) const;
-  std::string archived(std::string_view folder, const std::string& path) const;
-  bool stands(const std::string& path) const;
   bool isSame(const std::string& kept, const std::string& path) const;
   bool isKnown(const std::string& path) const;
 
@@ -64,27 +53,9 @@ class RestorePlan {
   const std::string archive_;
   RestoreIndex index_;
   std::optional<RecoveryArchive> recovery_;
+  const RestorePlaces places_{git_, archive_, index_};
+  RestoreLists lists_;
   SafetyNotes notes_;
-
-  // What stands.
-  bool knowsExecutables_ = true;  // git does, of this repository
-  Paths tracked_;                 // without submodules
-  Paths submodules_;
-  Paths untracked_;                   // without repositories
-  std::vector<std::string> ignored_;  // folders end with a slash
-  std::vector<std::string> emptyFolders_;
-
-  // What is to come.
-  std::map<std::string, bool> target_;         // tracked path: whether it is a submodule
-  Paths fromGit_;                              // files that git writes
-  Paths unfiltered_;                           // from the archive, as the next one
-  Paths archivedUntracked_;                    // files, links and repositories
-  std::vector<std::string> targetFolders_;     // the empty ones
-  std::vector<std::string> submoduleFolders_;  // those that are missing
-
-  Paths removed_;                                // files that go in any case
-  Paths clearedFolders_;                         // that make room for a file
-  std::map<std::string, mode_t> lockedFolders_;  // absolute; are writable while it is carried out
 };
 
 }  // namespace vantrell

@@ -1,6 +1,7 @@
 // Why a checkpoint, a restore or a worktree could not be made. A value.
 #pragma once
 
+#include <cerrno>
 #include <expected>
 #include <string>
 #include <string_view>
@@ -25,6 +26,9 @@ struct TaskSafetyError {
   static TaskSafetyError filesFailed(std::string message) {
     return {.kind = Case::filesFailed, .message = std::move(message)};
   }
+  /// "Could not read /x: No such file or directory", by errno.
+  static TaskSafetyError filesFailed(std::string_view what, std::string_view path,
+                                     int code = errno);
 
   /// For the user.
   std::string description() const {

@@ -53,7 +53,7 @@ bool isRevision(const std::string& text) {
 
 /// Of a folder that its repository ignores, nothing but tracked files is kept.
 TaskSafetyResult<> refuseIgnored(const PatchGit& git, SafetyNotes& notes) {
-  if (git.query({"rev-parse", "--show-prefix"}).text().empty()) return {};
+  if (git.prefix().empty()) return {};
   if (!git.query({"check-ignore", "-q", "--no-index", "."}).succeeded()) return {};
   if (git.query({"ls-files", "-z"}).output.empty()) {
     return std::unexpected(
@@ -85,15 +85,10 @@ std::vector<std::string> missingFiles(const PatchGit& source, const std::string&
 }
 
 SafetyNotes notesOfBrokenTry(const std::vector<std::string>& missing) {
-  constexpr std::size_t shown = 5;
   constexpr std::string_view what = "An earlier attempt to make this worktree did not finish.";
   if (missing.empty()) return {fmt::format("{} It has all files of the project.", what)};
-  auto names = missing;
-  names.resize(std::min(names.size(), shown));
-  const std::size_t more = missing.size() - names.size();
-  return {fmt::format("{} These files of the project are missing in it or differ: {}{}.", what,
-                      text::joined(names, ", "),
-                      more > 0 ? fmt::format(" and {} more", more) : "")};
+  return {fmt::format("{} These files of the project are missing in it or differ: {}.", what,
+                      firstOf(missing))};
 }
 
 TaskSafetyError noCommit(std::string_view what) {
@@ -182,8 +177,8 @@ TaskSafetyResult<TaskSafetyService::Worktree> TaskSafetyService::createIsolatedW
   if (source.query({"rev-parse", "--is-inside-work-tree"}).text() != "true") {
     return fail(TaskSafetyError::notRepository());
   }
-  std::string part = source.query({"rev-parse", "--show-prefix"}).output;
-  while (part.ends_with('\n') || part.ends_with('/')) part.pop_back();
+  std::string part = source.prefix();
+  if (part.ends_with('/')) part.pop_back();
 
   const std::string folder = fmt::format("{}/worktrees/{}", root_, lowerCase(workspaceID));
   if (auto made = secureDirectory(folder); !made) return fail(made.error());
@@ -193,6 +188,8 @@ TaskSafetyResult<TaskSafetyService::Worktree> TaskSafetyService::createIsolatedW
   const std::string unfinished = top + ".unfinished";
   if (standsAt(top)) {
     if (!standsAt(unfinished)) return Worktree{path, {}};
+    // Git may have been killed before it got there; without it the task would work in the project.
+    if (auto made = makeParents(top, part + "/"); !made) return fail(made.error());
     return Worktree{path, notesOfBrokenTry(missingFiles(source, path))};
   }
   SafetyNotes notes;
@@ -205,7 +202,10 @@ TaskSafetyResult<TaskSafetyService::Worktree> TaskSafetyService::createIsolatedW
   if (auto marked = files::writeAtomically(unfinished, ""); !marked) {
     return fail(TaskSafetyError::filesFailed(marked.error().description));
   }
-  if (auto added = source.modify({"worktree", "add", "--detach", top, "HEAD"}); !added) {
+  // Twice: git may still know, and have locked, one that was killed or whose folder was removed.
+  if (auto added =
+          source.modify({"worktree", "add", "--force", "--force", "--detach", top, "HEAD"});
+      !added) {
     if (!standsAt(top)) ::unlink(unfinished.c_str());
     if (added.error().message.empty()) {
       added.error().message = "Git could not create an isolated worktree.";

@@ -23,12 +23,9 @@ constexpr mode_t ownerOnly = 0700;
 constexpr std::string_view ownPrefix = "vantrell-safety-";
 constexpr std::string_view lockSuffix = ".lock";
 
-std::unexpected<TaskSafetyError> failure(std::string_view action, std::string_view path, int code) {
-  return std::unexpected(TaskSafetyError::filesFailed(
-      fmt::format("Could not {} {}: {}", action, path, std::generic_category().message(code))));
-}
-std::unexpected<TaskSafetyError> failure(std::string_view action, std::string_view path) {
-  return failure(action, path, errno);
+std::unexpected<TaskSafetyError> failure(std::string_view action, std::string_view path,
+                                         int code = errno) {
+  return std::unexpected(TaskSafetyError::filesFailed(action, path, code));
 }
 
 /// Sharing blocks where the file system can, else copying. False with errno.

@@ -12,7 +12,18 @@
 #include "project/intent_to_add_files.h"
 #include "project/unfiltered_contents.h"
 
-namespace vantrell::changes {
+namespace vantrell {
+
+std::string firstOf(const std::vector<std::string>& paths) {
+  constexpr std::size_t shown = 5;
+  auto names = paths;
+  names.resize(std::min(names.size(), shown));
+  std::string list = text::repaired(text::joined(names, ", "));
+  if (paths.size() > shown) list += fmt::format(" and {} more", paths.size() - shown);
+  return list;
+}
+
+namespace changes {
 
 namespace {
 
@@ -20,7 +31,6 @@ namespace fs = std::filesystem;
 
 // Beside the patches; lists are entries that end with NUL: paths, or a mode, a blank and a path.
 constexpr std::string_view intentToAddList = "announced.list";
-constexpr std::string_view earlierEmptyFolderList = "empty-folders.list";  // without their modes
 
 /// A repository inside the project is somebody's work of its own; it comes along while it is small.
 constexpr std::uint64_t nestedFiles = 5'000;
@@ -250,7 +260,7 @@ std::vector<IntentToAddFile> readIntentsToAdd(const std::string& folder) {
 }
 
 std::vector<std::string> emptyFolders(const std::string& folder) {
-  auto folders = readList(inFolder(folder, earlierEmptyFolderList));
+  std::vector<std::string> folders;
   const std::string kept = inFolder(folder, emptyFolderTree);
   std::error_code code;
   for (fs::recursive_directory_iterator entry(kept, code), end; !code && entry != end;
@@ -317,4 +327,5 @@ TaskSafetyResult<std::size_t> copyUntracked(const PatchGit& git, const std::stri
   return paths.size();
 }
 
-}  // namespace vantrell::changes
+}  // namespace changes
+}  // namespace vantrell

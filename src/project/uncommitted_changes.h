@@ -16,6 +16,8 @@ namespace vantrell {
 
 /// Sentences for the user about what a checkpoint does not hold.
 using SafetyNotes = std::vector<std::string>;
+/// For such a sentence: "a, b and 3 more".
+std::string firstOf(const std::vector<std::string>& paths);
 
 namespace changes {
 

@@ -50,6 +50,11 @@ TEST_F(TaskSafetyTest, EachPromptTakesACheckpointThatLeadsBack) {
   EXPECT_EQ(checkpoint.conversationEntryCount, 1) << "the prompt stands already";
   EXPECT_EQ(checkpoint.sourceMessageID, thread().entries[0].id);
   model->tree.appendSystemEntry("later", key);
+  // A playback has added what the runtime said before the prompt: the id tells the place.
+  Transcript played = thread().entries;
+  std::vector<ChatEntry> entries(played.begin(), played.end());
+  entries.insert(entries.begin(), ChatEntry{.id = "lead", .text = "Before"});
+  model->tree.replaceTranscript(Transcript(entries), key);
 
   const int before = refreshes;
   app->selected().restoreCheckpoint(checkpoint);
@@ -58,7 +63,8 @@ TEST_F(TaskSafetyTest, EachPromptTakesACheckpointThatLeadsBack) {
   EXPECT_FALSE(model->safety->taskSafetyWorking());
   EXPECT_EQ(error(), std::nullopt);
   EXPECT_EQ(content(), "one\n");
-  EXPECT_EQ(thread().entries.size(), 1);
+  EXPECT_EQ(thread().entries.size(), 2);
+  EXPECT_EQ(thread().entries.back().id, checkpoint.sourceMessageID);
   EXPECT_EQ(thread().checkpoints.front().label, "Before rewind");
   EXPECT_EQ(refreshes, before + 1);
   EXPECT_EQ(saved().back().thread(key.threadID)->checkpoints.size(), 2);
@@ -67,7 +73,7 @@ TEST_F(TaskSafetyTest, EachPromptTakesACheckpointThatLeadsBack) {
   app->selected().restoreCheckpoint(thread().checkpoints.front());
   main.runReady();
   EXPECT_EQ(content(), "of the agent\n");
-  EXPECT_EQ(thread().entries.size(), 1);
+  EXPECT_EQ(thread().entries.size(), 2);
 }
 
 TEST_F(TaskSafetyTest, RestoresNothingWhileTheAgentWorksOrWithoutARecoveryCheckpoint) {

@@ -163,7 +163,7 @@ TEST_F(RestorePlanTest, SweepsWhatAKilledOneLeft) {
   const std::string leftover = ".git/vantrell-safety-1";
   repository.file(leftover + "/next", "an index");
   repository.file(leftover + ".lock", "");
-  fs::create_hard_link(repository / (leftover + "/next"), repository / ".git/index.lock");
+  repository.file(".git/index.lock", "an index");
   {
     const auto used = files::LockFile::acquire(repository / (leftover + ".lock"));
     ASSERT_TRUE(used);
@@ -254,6 +254,22 @@ TEST_F(RestorePlanTest, NamesWhatABrokenWorktreeLacks) {
   ASSERT_TRUE(found);
   EXPECT_EQ(found->path, top);
   EXPECT_TRUE(found->notes.front().contains("differ: a.txt, new."));
+  fs::remove_all(top);
+  repository.git({"worktree", "lock", top});
+  const auto again = service.createIsolatedWorktree(workspace, thread, repository.path());
+  ASSERT_TRUE(again) << again.error().description();
+  EXPECT_EQ(TemporaryFolder::contentOf(top + "/new"), "untracked");
+  // A part of the repository that git did not get to.
+  const Uuid cut = Uuid::random();
+  const std::string begun =
+      fmt::format("TaskSafety/worktrees/{}/{}", text::lowercased(workspace.text()),
+                  text::lowercased(cut.text()));
+  support.folder(begun);
+  support.file(begun + ".unfinished", "");
+  const auto part = service.createIsolatedWorktree(workspace, cut, repository / "part");
+  ASSERT_TRUE(part);
+  EXPECT_TRUE(fs::is_directory(part->path));
+  EXPECT_TRUE(part->notes.front().contains("differ: b.txt."));
   // One whose changes cannot be copied is remembered, one that is whole is not.
   const Uuid other = Uuid::random();
   ASSERT_TRUE(service.createIsolatedWorktree(workspace, other, repository.path()));

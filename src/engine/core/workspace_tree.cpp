@@ -23,7 +23,7 @@ std::size_t placeOf(const RunRecord& run, const ChatThread& thread) {
 /// A batch on its way to the disk.
 struct WorkspaceTree::Write {
   SaveBatch batch;
-  std::expected<void, std::string> result;
+  WorkspaceStore::Written result;
   std::binary_semaphore isDone{0};
 };
 
@@ -81,7 +81,9 @@ void WorkspaceTree::handOver() {
   streamTimer_.cancel();
   lastHandOver_ = main_.uptime();
   const auto write = std::make_shared<Write>();
-  write->batch = store_.collect(workspaces_, std::exchange(unsaved_, {}));
+  const auto changes = std::exchange(unsaved_, {});
+  write->batch = std::exchange(savesAll_, false) ? store_.collectAll(workspaces_)
+                                                 : store_.collect(workspaces_, changes);
   if (write->batch.empty() && !lastWriteFailed_) return;
   writes_.push_back(write);
   if (!writer_) {
@@ -104,6 +106,10 @@ void WorkspaceTree::finished(const std::shared_ptr<Write>& write) {
   lastWriteFailed_ = !write->result;
   if (!write->result) {
     changes_.saveFailed(write->result.error());
+  } else if (const auto& notice = *write->result) {
+    changes_.notice(*notice);
+    savesAll_ = true;
+    saveSoon(Urgency::turnEnd);
   }
   if (saveWaitsForWriter_) save();
 }
@@ -120,7 +126,7 @@ bool WorkspaceTree::flush() {
   while (!leftOpen_.empty()) endOpenTools(leftOpen_.begin()->first);
   handOver();
   await();
-  if (lastWriteFailed_) {
+  if (lastWriteFailed_ || savesAll_) {
     handOver();  // a last try
     await();
   }

@@ -133,6 +133,7 @@ class WorkspaceTree {
   TreeChanges unsaved_;
   std::deque<std::shared_ptr<Write>> writes_;  // handed over, oldest first
   bool lastWriteFailed_ = false;
+  bool savesAll_ = false;  // the file was mended: what it lost may be in memory
   std::shared_ptr<void> life_ = std::make_shared<int>();  // what the writer posts ends with us
   bool saveIsPosted_ = false;
   bool saveWaitsForWriter_ = false;

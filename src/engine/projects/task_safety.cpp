@@ -238,14 +238,22 @@ void TaskSafety::restoreCheckpoint(const ThreadExecutionKey& key,
       });
 }
 
+/// How many of the entries were there when the checkpoint was taken. What a runtime has played back
+/// since may stand before the entry that was the last one then.
+static std::size_t entriesAt(const WorkspaceCheckpoint& checkpoint, const ChatThread& thread) {
+  const auto last = checkpoint.sourceMessageID ? thread.entries.indexOf(*checkpoint.sourceMessageID)
+                                               : std::nullopt;
+  if (last) return *last + 1;
+  return static_cast<std::size_t>(std::max<std::int64_t>(checkpoint.conversationEntryCount, 0));
+}
+
 void TaskSafety::restored(const ThreadExecutionKey& key, const WorkspaceCheckpoint& checkpoint,
                           const WorkspaceCheckpoint& recovery) {
   const ChatThread* thread = tree_.thread(key);
-  const auto count =
-      static_cast<std::size_t>(std::max<std::int64_t>(checkpoint.conversationEntryCount, 0));
+  const std::size_t count = thread ? entriesAt(checkpoint, *thread) : 0;
   if (thread && count < thread->entries.size()) {
     // A prompt that was sent meanwhile is about what stands now.
-    const auto before = static_cast<std::size_t>(recovery.conversationEntryCount);
+    const std::size_t before = entriesAt(recovery, *thread);
     std::vector<ChatEntry> since;
     for (std::size_t i = std::max(count, before); i < thread->entries.size(); ++i) {
       since.push_back(thread->entries[i]);

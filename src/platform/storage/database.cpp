@@ -2,12 +2,14 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <filesystem>
 #include <fmt/format.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 
+#include "platform/files/files.h"
 #include "platform/values/url.h"
 
 namespace vantrell {
@@ -62,6 +64,14 @@ std::size_t bigEndian(std::string_view bytes) {
 DatabaseHeader DatabaseHeader::read(std::string_view bytes) {
   const std::size_t pageSize = bigEndian(bytes.substr(16, 2));
   return {.pageSize = pageSize == 1 ? 65536 : pageSize, .pages = bigEndian(bytes.substr(28, 4))};
+}
+
+std::string DatabaseError::withAdvice() const {
+  switch (kind) {
+    case Kind::full: return text + ". Free some space";
+    case Kind::cannotOpen: return text + ". Make the file and its folder writable";
+    default: return text;
+  }
 }
 
 // ---- statements ---------------------------------------------------------------------------------
@@ -154,8 +164,17 @@ std::expected<Database, DatabaseError> Database::open(const std::string& path) {
       return alone;
     }
   }
-  if (database.isOnReadOnlyPlace(path)) {
-    if (auto readable = openForReading(path)) return readable;
+  if (code == SQLITE_CANTOPEN || code == SQLITE_READONLY || code == SQLITE_FULL ||
+      code == SQLITE_IOERR) {
+    // Where SQLite cannot make its log, the file does not change: it can be read as it stands, but
+    // for the commits in a log that is left beside it.
+    struct stat info{};
+    const bool hasLog = stat((path + "-wal").c_str(), &info) == 0 && info.st_size > 0;
+    auto readable = hasLog ? openCopy(path) : openForReading(path);
+    if (readable) {
+      readable->whyReadOnly_ = std::move(error);
+      return readable;
+    }
   }
   // "unsupported file format": SQLite has not written that.
   if (code == SQLITE_ERROR) error.kind = DatabaseError::Kind::damaged;
@@ -190,15 +209,24 @@ bool Database::connect(const std::string& name, int flags) {
   return status == SQLITE_OK;
 }
 
-/// Where SQLite cannot make its log, the file does not change: it can be read as it stands, unless
-/// an old log is beside it, whose commits that would miss.
-bool Database::isOnReadOnlyPlace(const std::string& path) const {
-  const int code = sqlite3_errcode(database_.get());
-  const bool cannotWrite = code == SQLITE_CANTOPEN || code == SQLITE_READONLY ||
-                           code == SQLITE_FULL || code == SQLITE_IOERR;
-  struct stat info{};
-  const bool hasLog = stat((path + "-wal").c_str(), &info) == 0 && info.st_size > 0;
-  return cannotWrite && !hasLog;
+/// Of the file and its log, for reading only: what is written to it would be lost.
+std::expected<Database, DatabaseError> Database::openCopy(const std::string& path) {
+  namespace fs = std::filesystem;
+  for (const auto& place : {files::temporaryFolder(), std::string("/dev/shm")}) {
+    std::string folder = place + "/vantrell-XXXXXX";
+    if (!mkdtemp(folder.data())) continue;
+    const std::string copy = folder + "/copy";
+    std::error_code code;
+    fs::copy_file(path, copy, code);
+    if (!code) fs::copy_file(path + "-wal", copy + "-wal", code);
+    Database database;
+    const bool isOpen = !code && database.connect(copy, SQLITE_OPEN_READWRITE) &&
+                        database.execute("PRAGMA query_only = ON") &&
+                        database.number("PRAGMA user_version") >= 0;
+    fs::remove_all(folder, code);  // what is open stays
+    if (isOpen) return database;
+  }
+  return std::unexpected(DatabaseError{});
 }
 
 Statement Database::prepare(std::string_view sql) {
@@ -219,29 +247,33 @@ std::int64_t Database::number(std::string_view sql) {
 }
 
 DatabaseError Database::error() const {
+  if (whyReadOnly_ && sqlite3_errcode(database_.get()) == SQLITE_READONLY) return *whyReadOnly_;
   const auto kind = kindOf(sqlite3_errcode(database_.get()));
   if (kind == DatabaseError::Kind::busy) return {kind, "another program is using it."};
   std::string text = sqlite3_errmsg(database_.get());
   // SQLite says "disk I/O error" for much; the system knows more.
   const int code = sqlite3_system_errno(database_.get());
-  if (kind == DatabaseError::Kind::other && code != 0) {
-    text += fmt::format(" ({})", std::generic_category().message(code));
-  }
-  return {kind, std::move(text)};
+  const bool hasReason =
+      kind == DatabaseError::Kind::other || sqlite3_errcode(database_.get()) == SQLITE_CANTOPEN;
+  if (!hasReason || code == 0) return {kind, std::move(text)};
+  text += fmt::format(" ({})", std::generic_category().message(code));
+  const bool isFull = code == ENOSPC || code == EDQUOT || code == EFBIG;
+  return {isFull ? DatabaseError::Kind::full : kind, std::move(text)};
 }
 
 bool Database::copyTo(const std::string& path) {
   if (access(path.c_str(), F_OK) == 0 || !createOwnerOnly(path)) return false;
   Database copy;
-  bool done = false;
-  if (copy.connect(path, SQLITE_OPEN_READWRITE)) {
-    sqlite3_backup* backup =
-        sqlite3_backup_init(copy.database_.get(), "main", database_.get(), "main");
-    const int status = sqlite3_backup_step(backup, -1);
-    done = sqlite3_backup_finish(backup) == SQLITE_OK && status == SQLITE_DONE;
-  }
+  const bool done = copy.connect(path, SQLITE_OPEN_READWRITE) && copy.replaceBy(*this);
   if (!done) unlink(path.c_str());
   return done;
+}
+
+bool Database::replaceBy(Database& other) {
+  sqlite3_backup* backup =
+      sqlite3_backup_init(database_.get(), "main", other.database_.get(), "main");
+  const int status = sqlite3_backup_step(backup, -1);
+  return sqlite3_backup_finish(backup) == SQLITE_OK && status == SQLITE_DONE;
 }
 
 // ---- transactions -------------------------------------------------------------------------------

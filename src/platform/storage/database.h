@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <expected>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -25,6 +26,9 @@ struct DatabaseError {
   };
   Kind kind = Kind::other;
   std::string text;  // one line for people, without the file's name
+
+  /// The text, with what the user can do about it where that is known.
+  std::string withAdvice() const;
 };
 
 /// What the beginning of a file says of its length, for those who must not open it: to open a
@@ -75,7 +79,8 @@ class Database {
  public:
   /// Opens the file, which is created owner-only when missing; its folder must exist. Each commit
   /// is on the disk when it returns (a write-ahead log, synced each time). Where nothing can be
-  /// written the file opens for reading. A wait for another program ends after a second.
+  /// written the file opens for reading, if need be a copy of it and its log among the temporary
+  /// files. A wait for another program ends after a second.
   static std::expected<Database, DatabaseError> open(const std::string& path);
   /// True when the file holds no database, or one that is damaged. False when it is in use, of a
   /// newer version, not accessible or missing: those can be put right. Reads all of it.
@@ -90,6 +95,9 @@ class Database {
   DatabaseError error() const;
   /// Copies page by page, whatever the pages hold, to a new file that only its owner can read.
   bool copyTo(const std::string& path);
+  /// Takes over all pages of another file, whatever is in this one, in one step for everybody who
+  /// has it open. The other one must have been made as this one was.
+  bool replaceBy(Database& other);
 
  private:
   struct Close {
@@ -98,9 +106,10 @@ class Database {
   /// Opens a file that no program writes to, without making other files.
   static std::expected<Database, DatabaseError> openForReading(const std::string& path);
   bool connect(const std::string& name, int flags);
-  bool isOnReadOnlyPlace(const std::string& path) const;
+  static std::expected<Database, DatabaseError> openCopy(const std::string& path);
 
   std::unique_ptr<sqlite3, Close> database_;
+  std::optional<DatabaseError> whyReadOnly_;  // of a file that could not be opened for writing
 };
 
 /// Rolls back at its end unless it was committed.

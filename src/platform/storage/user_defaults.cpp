@@ -148,7 +148,13 @@ class FileDefaults final : public Defaults {
   /// Runs a bound statement, which commits by itself.
   bool change(Statement& statement) {
     const bool done = statement.run();
-    lastError_ = done ? "" : describe("change", database_->error());
+    if (done) {
+      lastError_.clear();
+    } else {
+      auto error = database_->error();
+      error.text = error.withAdvice();
+      lastError_ = describe("change", error);
+    }
     return done;
   }
 

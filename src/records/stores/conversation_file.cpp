@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 #include <memory>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace vantrell {
 
@@ -175,6 +176,32 @@ std::expected<void, DatabaseError> ConversationFile::write(const SaveBatch& batc
   Transaction transaction(database_);
   if (transaction.isOpen() && writeRows(batch) && transaction.commit()) return {};
   return std::unexpected(database_.error());
+}
+
+bool ConversationFile::mend(const std::string& scratch) {
+  const auto removeScratch = [&] {
+    for (const char* suffix : {"", "-wal", "-shm"}) ::unlink((scratch + suffix).c_str());
+  };
+  removeScratch();  // of one that was killed
+  bool isDone = false;
+  if (auto sound = open(scratch)) {
+    const Contents contents = readContents();
+    SaveBatch batch{.heads = contents.heads, .runs = contents.runs, .notes = contents.notes};
+    batch.workspaces.insert(contents.workspaces.begin(), contents.workspaces.end());
+    batch.threads.insert(contents.threads.begin(), contents.threads.end());
+    isDone = sound->write(batch).has_value();
+    for (std::int64_t thread = 1; isDone && thread <= lastThread(); ++thread) {
+      SaveBatch part;
+      const auto rows = readEntries(thread, 0, countEntries(thread));
+      for (std::size_t i = 0; i < rows.size(); ++i) {
+        if (rows[i]) part.entries[rowKey(thread, i)] = *rows[i];
+      }
+      isDone = sound->write(part).has_value();
+    }
+    isDone = isDone && database_.replaceBy(sound->database_);
+  }
+  removeScratch();
+  return isDone;
 }
 
 bool ConversationFile::writeRows(const SaveBatch& batch) {

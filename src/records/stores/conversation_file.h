@@ -48,6 +48,10 @@ class ConversationFile {
 
   /// All of the batch is on the disk, or nothing.
   std::expected<void, DatabaseError> write(const SaveBatch& batch);
+  /// Makes a file whose pages are damaged whole again, for all who have it open: the rows that can
+  /// be read stay, under their numbers. Uses `scratch`, where nothing may be. Nothing is changed
+  /// after a failure.
+  bool mend(const std::string& scratch);
   /// To a new owner-only file, whatever the pages hold. Blocks for as long as that takes.
   bool copyTo(const std::string& path) { return database_.copyTo(path); }
   /// All further reading is of this moment, whatever others write.

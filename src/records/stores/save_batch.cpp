@@ -41,21 +41,6 @@ std::size_t SaveBatch::byteCount() const {
   return bytes;
 }
 
-std::vector<SaveBatch> SaveBatch::byThread() const {
-  std::map<std::int64_t, SaveBatch> parts;
-  for (const auto& [number, row] : threads) parts[number].threads[number] = row;
-  for (const auto& [number, head] : heads) parts[number].heads[number] = head;
-  for (const auto& [key, record] : runs) parts[key >> 32].runs[key] = record;
-  for (const auto& [key, record] : entries) parts[key >> 32].entries[key] = record;
-  for (const auto& [number, length] : runLengths) parts[number].runLengths[number] = length;
-  for (const auto& [number, length] : entryLengths) parts[number].entryLengths[number] = length;
-  std::vector<SaveBatch> all(1);
-  all[0].workspaces = workspaces;
-  all[0].notes = notes;
-  for (auto& part : parts) all.push_back(std::move(part.second));
-  return all;
-}
-
 void SaveBatch::add(SaveBatch later) {
   for (auto& [number, row] : later.threads) {
     if (row) continue;

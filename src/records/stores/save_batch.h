@@ -7,7 +7,6 @@
 #include <map>
 #include <optional>
 #include <string>
-#include <vector>
 
 namespace vantrell {
 
@@ -52,8 +51,6 @@ struct SaveBatch {
   std::size_t byteCount() const;
   /// Adds a later batch: what it says counts.
   void add(SaveBatch later);
-  /// What belongs to no thread, then each thread by itself.
-  std::vector<SaveBatch> byThread() const;
 };
 
 }  // namespace vantrell

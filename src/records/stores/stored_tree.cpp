@@ -100,7 +100,10 @@ SaveBatch StoredTree::collectAll(const std::vector<Workspace>& workspaces) {
       marks.entries.cutTo(thread.entries.unread());
     }
   }
-  return collect(workspaces, all);
+  takesAll_ = true;
+  auto batch = collect(workspaces, all);
+  takesAll_ = false;
+  return batch;
 }
 
 // ---- workspaces and the places of threads -------------------------------------------------------
@@ -128,7 +131,7 @@ void StoredTree::collectWorkspace(const Workspace& workspace, std::int64_t place
   StoredWorkspace& stored = found->second;
   stored.isPresent = true;
   if (isNew) stored.number = ++lastNumber_;
-  if (!isNew && stored.place == place && stored.name == workspace.name &&
+  if (!isNew && !takesAll_ && stored.place == place && stored.name == workspace.name &&
       stored.path == workspace.path && stored.isPinned == workspace.isPinned) {
     return;
   }
@@ -187,7 +190,7 @@ void StoredTree::collectThread(const ChatThread& thread, const TreeChanges::Thre
   SaveBatch::ThreadRow row = stored.row;
   row.entries = static_cast<std::int64_t>(thread.entries.size());
   row.updatedAt = thread.updatedAt.secondsSinceReference();
-  if (row == stored.row) return;
+  if (row == stored.row && !takesAll_) return;
   stored.row = row;
   batch.threads[stored.number] = row;
 }

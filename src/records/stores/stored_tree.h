@@ -24,7 +24,7 @@ class StoredTree {
 
   /// What must be written for these changes; from now on that counts as stored.
   SaveBatch collect(const std::vector<Workspace>& workspaces, const TreeChanges& changes);
-  /// Every part of the tree that is in memory.
+  /// Every part of the tree that is in memory, whatever is stored.
   SaveBatch collectAll(const std::vector<Workspace>& workspaces);
 
  private:
@@ -51,6 +51,7 @@ class StoredTree {
   std::unordered_map<Uuid, StoredWorkspace> workspaces_;
   std::unordered_map<Uuid, StoredThread> threads_;
   std::int64_t lastNumber_ = 0;  // of workspaces and threads alike
+  bool takesAll_ = false;        // also rows that are as they are stored
 };
 
 }  // namespace vantrell

@@ -22,12 +22,6 @@ bool holdsConversations(const Workspace& workspace) {
   });
 }
 
-/// Its presence says that a write met damage. The file cannot be replaced while it is in use, so
-/// the next start looks at all of it, and sets it aside.
-std::string markOfDamage(const std::string& path) {
-  return path + ".damaged";
-}
-
 }  // namespace
 
 WorkspaceStore::WorkspaceStore(UserDefaults& defaults, std::string supportFolder)
@@ -49,8 +43,8 @@ std::vector<Workspace> WorkspaceStore::load(Date now) {
   applyLoadRules(workspaces);
   lastError_.clear();
   // What comes from the file is there already; what does not is new.
-  const auto stored = commit(workspaces, {.structure = true, .threads = {}});
-  if (!stored) lastError_ = stored.error();
+  const bool isStored = writeNow(collect(workspaces, {.structure = true, .threads = {}}));
+  if (isStored && std::exchange(documentMayGo_, false)) forgetDocument();
   isLoaded_ = true;
   return workspaces;
 }
@@ -147,14 +141,6 @@ std::vector<Workspace> WorkspaceStore::readFile() {
   if (look.isDoubtful && !opened->isSound()) {
     opened = std::unexpected(DatabaseError{});
     return salvage("it is cut short");
-  }
-  if (const std::string mark = markOfDamage(path_); files::exists(mark)) {
-    const bool isSound = opened->isSound();
-    (void)files::remove(mark);
-    if (!isSound) {
-      opened = std::unexpected(DatabaseError{});
-      return salvage("it is damaged");
-    }
   }
   const auto contents = opened->readContents();
   if (contents.damage) {
@@ -258,64 +244,81 @@ void WorkspaceStore::damageMet(const std::string& piece, const std::string& sent
 SaveBatch WorkspaceStore::collect(const std::vector<Workspace>& workspaces,
                                   const TreeChanges& changes) {
   if (refusal_ || !writer_) return {};  // nothing counts as stored
-  SaveBatch batch = stored_.collect(workspaces, changes);
+  return withNotes(stored_.collect(workspaces, changes));
+}
+
+SaveBatch WorkspaceStore::collectAll(const std::vector<Workspace>& workspaces) {
+  if (refusal_ || !writer_) return {};
+  return withNotes(stored_.collectAll(workspaces));
+}
+
+SaveBatch WorkspaceStore::withNotes(SaveBatch batch) {
   batch.notes = std::exchange(newNotes_, {});
   return batch;
 }
 
-std::expected<void, std::string> WorkspaceStore::write(SaveBatch batch) {
+WorkspaceStore::Written WorkspaceStore::write(SaveBatch batch) {
   if (refusal_) return std::unexpected(*refusal_);
   if (!writer_) return std::unexpected("The conversations were not loaded");
   unwritten_.add(std::move(batch));
-  if (unwritten_.empty()) return {};
+  if (unwritten_.empty()) return std::nullopt;
   // SQLite goes on to write into a file that was removed or renamed.
   if (!files::exists(path_)) {
     return std::unexpected(
         fmt::format("Could not save the conversations: {} is no longer there", path_));
   }
-  const auto written = writer_->write(unwritten_);
-  if (written) {
-    unwritten_ = {};
-    return {};
+  auto written = writer_->write(unwritten_);
+  std::optional<std::string> notice;
+  if (!written && written.error().kind == DatabaseError::Kind::damaged) {
+    auto mended = mend();
+    if (!mended) return std::unexpected(std::move(mended.error()));
+    notice = std::move(*mended);
+    written = writer_->write(unwritten_);
   }
-  if (written.error().kind == DatabaseError::Kind::damaged) {
-    writeWhatIsSound();
-    (void)files::writeAtomically(markOfDamage(path_), "", 0600);
-    return std::unexpected(
-        fmt::format("Could not save the conversations in {}: the file is damaged ({}). Start "
-                    "Vantrell again: it keeps the file, and goes on with all that can be read",
-                    path_, written.error().text));
+  if (!written) {
+    return std::unexpected(fmt::format("Could not save the conversations in {}: {}", path_,
+                                       written.error().withAdvice()));
   }
-  return std::unexpected(
-      fmt::format("Could not save the conversations in {}: {}", path_, written.error().text));
+  unwritten_ = {};
+  return notice;
 }
 
-/// A damaged page must hurt no conversation but its own.
-void WorkspaceStore::writeWhatIsSound() {
-  SaveBatch left;
-  for (auto& part : unwritten_.byThread()) {
-    if (!writer_->write(part)) left.add(std::move(part));
+/// First a copy of the file as it is goes aside. Answers a sentence for the user.
+std::expected<std::string, std::string> WorkspaceStore::mend() {
+  if (damaged_.empty()) {
+    const auto copy = files::datedName(supportFolder_, quarantine::unreadable, now_, ".sqlite");
+    if (!writer_->copyTo(copy)) {
+      return std::unexpected(fmt::format(
+          "The conversations in {} are damaged, and before that can be mended a copy of "
+          "them must be kept in {}, which failed. See that there is room for it",
+          path_, supportFolder_));
+    }
+    damaged_ = copy;
   }
-  unwritten_ = std::move(left);
+  if (!writer_->mend(path_ + ".mending")) {
+    return std::unexpected(fmt::format(
+        "The conversations in {} are damaged and could not be mended. A copy of them is "
+        "in \"{}\". See that there is room in {}",
+        path_, damaged_, supportFolder_));
+  }
+  return fmt::format(
+      "The stored conversations were damaged and have been mended with all that could be read. The "
+      "file as it was is kept in \"{}\".",
+      std::exchange(damaged_, {}));
+}
+
+bool WorkspaceStore::writeNow(SaveBatch batch) {
+  auto written = write(std::move(batch));
+  if (!written) {
+    lastError_ = std::move(written.error());
+  } else if (*written) {
+    tell(**written);
+  }
+  return written.has_value();
 }
 
 bool WorkspaceStore::save(const std::vector<Workspace>& workspaces) {
-  const auto stored = storeAll(workspaces);
-  if (!stored) lastError_ = stored.error();
-  return stored.has_value();
-}
-
-std::expected<void, std::string> WorkspaceStore::storeAll(
-    const std::vector<Workspace>& workspaces) {
-  if (refusal_ || !writer_) return write({});
-  return write(stored_.collectAll(workspaces));
-}
-
-std::expected<void, std::string> WorkspaceStore::commit(const std::vector<Workspace>& workspaces,
-                                                        const TreeChanges& changes) {
-  auto written = write(collect(workspaces, changes));
-  if (written && std::exchange(documentMayGo_, false)) forgetDocument();
-  return written;
+  return writeNow(collectAll(workspaces));
 }
 
 }  // namespace vantrell

@@ -55,10 +55,14 @@ class WorkspaceStore {
   /// What a save must write for these changes. It counts as stored from now on: write() keeps what
   /// it could not write for the next time.
   SaveBatch collect(const std::vector<Workspace>& workspaces, const TreeChanges& changes);
-  /// Makes the batch durable, with what earlier calls could not write: all of it or nothing; but
-  /// where a page of the file is damaged, all conversations that have no part in it. The error is
-  /// one line for people. Any thread, one call at a time.
-  std::expected<void, std::string> write(SaveBatch batch);
+  /// The same for all of the tree that is in memory.
+  SaveBatch collectAll(const std::vector<Workspace>& workspaces);
+  /// A sentence for the user if the file was damaged and has been mended: what was lost of it and
+  /// is in memory should be written again. Else the error, one line with what to do.
+  using Written = std::expected<std::optional<std::string>, std::string>;
+  /// Makes the batch durable, with what earlier calls could not write: all of it or nothing. Any
+  /// thread, one call at a time.
+  Written write(SaveBatch batch);
   /// Writes the whole tree. False when that failed; the stored tree is as it was.
   bool save(const std::vector<Workspace>& workspaces);
   const std::string& lastError() const { return lastError_; }
@@ -97,10 +101,10 @@ class WorkspaceStore {
   void dropWithoutFolder(std::vector<Workspace>& workspaces);
   void applyLoadRules(std::vector<Workspace>& workspaces);
   void reattachOrphans(TreeReader& reader, std::vector<Workspace>& workspaces, Date now) const;
-  std::expected<void, std::string> commit(const std::vector<Workspace>& workspaces,
-                                          const TreeChanges& changes);
-  std::expected<void, std::string> storeAll(const std::vector<Workspace>& workspaces);
-  void writeWhatIsSound();
+  SaveBatch withNotes(SaveBatch batch);
+  /// write(), on the main queue.
+  bool writeNow(SaveBatch batch);
+  std::expected<std::string, std::string> mend();
   void tell(std::string_view sentence);
   /// Keeps a copy of the file, once for each piece that is damaged, and tells.
   void damageMet(const std::string& piece, const std::string& sentence);
@@ -113,6 +117,7 @@ class WorkspaceStore {
   StoredTree stored_;
   std::optional<ConversationFile> writer_;  // belongs to write() after the load
   SaveBatch unwritten_;                     // the same
+  std::string damaged_;                     // the same: a copy of the file as it was, to be mended
   std::shared_ptr<TreeReader> reader_;
   std::map<std::string, std::string> notes_;     // as stored
   std::map<std::string, std::string> newNotes_;  // go with the next batch

@@ -156,9 +156,9 @@ std::expected<WorkspaceStore::Import, std::string> WorkspaceStore::importDocumen
         fmt::format("The present conversations could not be kept, so nothing was imported. {}",
                     kept.error().description));
   }
-  if (const auto stored = storeAll(*decoded); !stored) {
+  if (!save(*decoded)) {
     unwritten_ = {};
-    return std::unexpected(stored.error());
+    return std::unexpected(lastError_);
   }
   Import result{.quarantined = *kept};
   result.workspaces = decoded->size();

@@ -24,11 +24,8 @@ constexpr std::chrono::milliseconds betweenLooks{10};
 }  // namespace
 
 std::string notSaved(std::string_view what, std::string_view reason) {
-  return fmt::format(
-      "{} could not be saved: {}. Free some space or make the folder writable; until then it may "
-      "be "
-      "lost.",
-      what, reason);
+  return fmt::format("{} could not be saved: {}. Until it can be saved, it may be lost.", what,
+                     reason);
 }
 
 CommandContext::CommandContext(RunLoop& loop, Caller who, std::vector<std::string_view> names,

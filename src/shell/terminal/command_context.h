@@ -40,7 +40,7 @@ struct Caller {
   std::function<std::shared_ptr<void>(std::function<void(int signal)>)> watchSignals;
 };
 
-/// "The note could not be saved: REASON. Free some space ..."
+/// "The note could not be saved: REASON. Until it can be saved, ..."
 std::string notSaved(std::string_view what, std::string_view reason);
 
 class CommandContext {
