@@ -40,7 +40,7 @@ class Settings {
   void recordPermissionMode(GrokPermissionMode mode);
   void recordWorkflowMode(TaskWorkflowMode mode);
   /// A plan never begins with full access: while planning is the kind of work, full access falls
-  /// back to asking. Answers whether it did.
+  /// back to asking. Returns whether it did.
   bool lowerForPlan();
   void recordRoutingMode(ProviderRoutingMode mode);
   void recordNoMeteredAPIs(bool value);
@@ -48,7 +48,7 @@ class Settings {
   /// Publishes and stores the nearest step.
   void setInterfaceScale(double value);
 
-  /// The choices of a front door that holds for this process only: nothing is stored.
+  /// The choices of a front end for this process only: nothing is stored.
   void chooseForThisProcess(GrokPermissionMode permissionMode, TaskWorkflowMode workflowMode);
 
  private:

@@ -40,7 +40,8 @@ class ComparisonPrinter final : public LinePrinter<RunObserver> {
     const auto folder = onOneLine(withTilde(std::string(introduction.folder)));
     tell(screen.style().dim(fmt::format("task {}{}{}", shortID(introduction.conversation.threadID),
                                         folder.empty() ? "" : " in ", folder)));
-    if (!introduction.freedom.empty()) tell(screen.style().yellow(introduction.freedom));
+    if (!introduction.permissionNotice.empty())
+      tell(screen.style().yellow(introduction.permissionNotice));
   }
   void entryAdded(const ChatEntry& entry) override {
     const auto& style = screen.style();
@@ -185,7 +186,7 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
     printer.introduced({.conversation = side.key,
                         .runtime = side.name,
                         .folder = folder,
-                        .freedom = permissionNotice(model(), side.chosen)});
+                        .permissionNotice = permissionNotice(model(), side.chosen)});
     for (const auto& note : model().safety().notes()) {
       if (notesTold_.insert(note).second) context_.complain(onOneLine(note));
     }

@@ -380,8 +380,8 @@ class Run : public std::enable_shared_from_this<Run> {
          .runtime = plan_.practiceAgent ? "The practice agent" : label,
          .folder = folder,
          .earlierEntries = model().tree().thread(key)->entries.size() - newEntries,
-         .freedom = permissionNotice(model(), provider),
-         .goingOn = context_.console.asTyped("vantrell run " + resumeOptions(provider))});
+         .permissionNotice = permissionNotice(model(), provider),
+         .resumeCommand = context_.console.asTyped("vantrell run " + resumeOptions(provider))});
   }
 
   /// A new conversation may work elsewhere than its source.
