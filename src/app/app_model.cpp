@@ -32,6 +32,7 @@ void AppModel::startUp(bool refreshesRuntimes) {
   }
   parts.imagine->load();
   parts.usage.load();
+  parts.reportedModels.load();
   parts.reviews.load();
   parts.context->load();
   if (refreshesRuntimes) {
@@ -81,9 +82,6 @@ const WorkspaceTree& AppModel::tree() const {
 const Settings& AppModel::settings() const {
   return parts_->settings;
 }
-Settings& AppModel::editableSettings() const {
-  return parts_->settings;
-}
 const Selection& AppModel::selection() const {
   return parts_->selection;
 }
@@ -101,6 +99,9 @@ SelectedTask& AppModel::selected() const {
 }
 WorkspaceOperations& AppModel::operations() const {
   return *parts_->operations;
+}
+SettingsOperations& AppModel::settingsOperations() const {
+  return parts_->settingsOperations;
 }
 Composer& AppModel::composer() const {
   return *parts_->composer;

@@ -32,6 +32,7 @@ class Selection;
 class SessionControls;
 class SessionStatusService;
 class Settings;
+class SettingsOperations;
 class TaskBranches;
 class TaskSafety;
 class UsageReset;
@@ -69,6 +70,7 @@ class AppModel {
   /// The operations on the conversation that the user looks at, by their usual names.
   SelectedTask& selected() const;
   WorkspaceOperations& operations() const;
+  SettingsOperations& settingsOperations() const;
   Composer& composer() const;
   PromptQueue& queue() const;
   Approvals& approvals() const;
@@ -92,7 +94,6 @@ class AppModel {
 
   /// Holds back all that agents say, or lets it flow again: the front end cannot take more.
   void setReceiving(bool receiving);
-  Settings& editableSettings() const;
   void showError(std::string text);
   void clearError();
   /// Waits until all that was changed is on the disk; false when some of it could not be written.

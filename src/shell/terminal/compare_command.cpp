@@ -5,6 +5,7 @@
 
 #include "engine/core/workspace_tree.h"
 #include "engine/projects/task_safety.h"
+#include "engine/tasks/settings_operations.h"
 #include "engine/tasks/task_branches.h"
 #include "engine/tasks/workspace_operations.h"
 #include "platform/values/json.h"
@@ -126,7 +127,7 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
   void compare() {
     const auto task = openTask(model(), plan_, providers_.front());
     if (!task) return context_.finish(std::unexpected(task.error()));
-    chooseModes(model().editableSettings(), plan_);
+    model().settingsOperations().chooseForThisProcess(plan_.mode, plan_.workflow);
     const auto forks = model().branches().compareNextPrompt(*task, plan_.prompt, providers_);
     if (!forks) return context_.finish(context_.refused(forks.error()));
     const std::size_t known = model().tree().thread(*task)->entries.size();

@@ -3,8 +3,9 @@
 #include <fmt/format.h>
 
 #include "app/user_state.h"
+#include "engine/core/selection.h"
 #include "engine/core/settings.h"
-#include "engine/providers/provider_setup.h"
+#include "engine/tasks/settings_operations.h"
 #include "platform/files/files.h"
 #include "platform/text/text.h"
 #include "platform/values/json.h"
@@ -183,16 +184,14 @@ std::string_view adviceOnLocalRuntime(const SettingRow& row, const UserDefaults&
 
 void store(CommandContext& context, const SettingRow& row, const std::string& value) {
   context.open({}, [&](VantrellApp& app) {
-    UserDefaults& defaults = app.defaults();
-    const bool lowersFullAccess =
-        value == rawText(TaskWorkflowMode::plan) &&
-        app.model().settings().permissionMode() == GrokPermissionMode::fullAccess;
-    if (!storeSetting(row, value, defaults)) return context.fail(defaults.lastError());
+    AppModel& model = app.model();
+    // A raise to full access was confirmed before the state was opened.
+    const auto changed = model.settingsOperations().change(
+        row.name, value, model.selection().key(), SettingsOperations::FullAccess::confirmed);
+    if (!changed) return context.finish(context.refused(changed.error()));
     context.console.say(fmt::format("{} is {} now.\n", row.name, onOneLine(value)));
-    context.console.say(adviceOnLocalRuntime(row, defaults));
-    if (row.name == "workflow" && lowersFullAccess) {
-      context.console.write("A plan never begins with full access: mode is ask now.\n");
-    }
+    context.console.say(adviceOnLocalRuntime(row, app.defaults()));
+    if (!changed->empty()) context.console.write(*changed + "\n");
     context.finish(exitStatus::completed);
   });
 }
@@ -217,8 +216,8 @@ void set(CommandContext& context, const SettingRow& row, std::string_view text) 
 
 void storeWebhook(CommandContext& context, const std::string& address, std::string_view done) {
   context.open({}, [&](VantrellApp& app) {
-    app.model().setup().configureTaskletWebhookURL(
-        address, [&context, done](const Result<>& saved) {
+    app.model().settingsOperations().changeSecret(
+        "tasklet-webhook", address, [&context, done](const Result<>& saved) {
           if (!saved) return context.finish(context.refused(saved.error()));
           context.console.write(done);
           context.finish(exitStatus::completed);
@@ -269,8 +268,10 @@ void reset(CommandContext& context) {
   }
   if (row.isSecret()) return storeWebhook(context, "", "tasklet-webhook is not set any more.\n");
   context.open({}, [&](VantrellApp& app) {
-    if (!app.defaults().remove(row.key)) return context.fail(app.defaults().lastError());
-    const auto value = readSetting(row, app.defaults()).text;
+    auto& operations = app.model().settingsOperations();
+    const auto done = operations.reset(row.name, app.model().selection().key());
+    if (!done) return context.finish(context.refused(done.error()));
+    const auto value = operations.value(row).text;
     context.console.write(
         fmt::format("{} is {} again.\n", row.name, value.empty() ? "not set" : onOneLine(value)));
     context.finish(exitStatus::completed);
