@@ -2,13 +2,16 @@
 
 #include "app/app_parts.h"
 #include "app/selected_task.h"
+#include "app/stored_tasks.h"
 #include "platform/queues/weakly.h"
 
 namespace vantrell {
 
 AppModel::AppModel(Dependencies dependencies)
     : parts_(std::make_unique<AppParts>(dependencies)),
-      selected_(std::make_unique<SelectedTask>(*parts_)) {
+      selected_(std::make_unique<SelectedTask>(*parts_)),
+      storedTasks_(std::make_shared<StoredTasks>(
+          dependencies.main, parts_->tree, dependencies.background, dependencies.supportFolder)) {
   startUp(dependencies.refreshesRuntimes);
 }
 
@@ -61,14 +64,6 @@ bool AppModel::flush() {
 
 void AppModel::setReceiving(bool receiving) {
   parts_->executions.setReceiving(receiving);
-}
-
-void AppModel::showError(std::string text) {
-  parts_->executions.showError(std::move(text));
-}
-
-void AppModel::clearError() {
-  parts_->executions.clearError();
 }
 
 // ---- accessors ----------------------------------------------------------------------------------
@@ -156,6 +151,12 @@ UsageReset& AppModel::usageReset() const {
 }
 ImagineController& AppModel::imagine() const {
   return *parts_->imagine;
+}
+StoredTasks& AppModel::storedTasks() const {
+  return *storedTasks_;
+}
+UpdatePreparation& AppModel::updatePreparation() const {
+  return parts_->updatePreparation;
 }
 
 }  // namespace vantrell

@@ -33,8 +33,10 @@ class SessionControls;
 class SessionStatusService;
 class Settings;
 class SettingsOperations;
+class StoredTasks;
 class TaskBranches;
 class TaskSafety;
+class UpdatePreparation;
 class UsageReset;
 class UsageTracker;
 class WorkspaceOperations;
@@ -89,13 +91,13 @@ class AppModel {
   ModelCatalog& catalog() const;
   UsageReset& usageReset() const;
   ImagineController& imagine() const;
+  StoredTasks& storedTasks() const;
+  UpdatePreparation& updatePreparation() const;
 
   // Choices of a front end.
 
   /// Holds back all that agents say, or lets it flow again: the front end cannot take more.
   void setReceiving(bool receiving);
-  void showError(std::string text);
-  void clearError();
   /// Waits until all that was changed is on the disk; false when some of it could not be written.
   bool flush();
 
@@ -107,6 +109,7 @@ class AppModel {
 
   const std::unique_ptr<AppParts> parts_;
   const std::unique_ptr<SelectedTask> selected_;
+  const std::shared_ptr<StoredTasks> storedTasks_;
 };
 
 }  // namespace vantrell

@@ -56,7 +56,8 @@ AppParts::AppParts(AppDependencies given)
           main, tree, selection, executions, runs, *context, *git, given.events, changes})),
       branches(std::make_shared<TaskBranches>(
           TaskBranches::Dependencies{main, tree, executions, *router, *composer, *safety})),
-      settingsOperations({settings, approvals, *router, setup, *catalog, *runtimes}) {
+      settingsOperations({settings, approvals, *router, setup, *catalog, *runtimes}),
+      updatePreparation(tree, executions, runs, *imagine, *branches) {
   composer->setGate(branches.get());
   selectionWatch = changes.observe([this](const ChangeBatch& batch) {
     const auto shown = selection.key();

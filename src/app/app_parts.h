@@ -22,6 +22,7 @@
 #include "engine/providers/usage_tracker.h"
 #include "engine/tasks/settings_operations.h"
 #include "engine/tasks/task_branches.h"
+#include "engine/tasks/update_preparation.h"
 #include "engine/tasks/workspace_operations.h"
 #include "engine/turns/agent_launcher.h"
 #include "engine/turns/approvals.h"
@@ -78,6 +79,7 @@ struct AppParts {
   const std::shared_ptr<WorkspaceOperations> operations;
   const std::shared_ptr<TaskBranches> branches;
   SettingsOperations settingsOperations;
+  UpdatePreparation updatePreparation;
   Changes::Observation selectionWatch;  // reads the transcript of what is selected
 };
 

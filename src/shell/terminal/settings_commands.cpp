@@ -2,7 +2,7 @@
 // change; takes all conversations out of the program and into it.
 #include <fmt/format.h>
 
-#include "app/user_state.h"
+#include "app/conversation_transfer.h"
 #include "engine/core/selection.h"
 #include "engine/core/settings.h"
 #include "engine/tasks/settings_operations.h"
@@ -295,43 +295,24 @@ void unlock(CommandContext& context) {
 // ---- all conversations --------------------------------------------------------------------------
 
 void exportAll(CommandContext& context) {
-  const UserFolders folders = UserFolders{}.orOwn();
-  const auto defaults = VantrellApp::defaultsForReading();
-  if (!defaults) return context.fail(defaults.error());
-  const auto exported = WorkspaceStore(**defaults, folders.support).exportDocument();
+  const auto exported = exportConversations(UserFolders{}.orOwn());
   if (!exported) return context.fail(fmt::format("{}. Nothing was exported.", exported.error()));
   if (exported->notice) context.complain(*exported->notice);
   if (context.arguments.words.empty() || context.word(0) == "-") {
     context.console.write(exported->document + "\n");
     return context.finish(exitStatus::completed);
   }
-  const auto written =
-      files::writeAtomically(context.absolute(context.word(0)), exported->document, 0600);
-  if (!written) return context.fail(written.error().description);
+  const auto written = writeExport(context.absolute(context.word(0)), exported->document, true);
+  if (!written) return context.finish(context.refused(written.error()));
   context.console.write(fmt::format("{} written to \"{}\".\n",
                                     views::countsOf(exported->threads, exported->workspaces),
                                     onOneLine(context.word(0))));
   context.finish(exitStatus::completed);
 }
 
-/// What an import would replace, for the user to decide; empty where there is nothing.
-std::string questionBefore(WorkspaceStore& store, std::string_view source) {
-  const auto present = store.peek();
-  if (present) return views::importQuestion(present->workspaces, source);
-  return fmt::format("{}. Replace what is there by the conversations of \"{}\"?", present.error(),
-                     onOneLine(source));
-}
-
-/// Not through the model: the store takes the document in place of what it would load.
-struct Import {
-  UserState state;
-  WorkspaceStore store{*state.defaults, state.folders.support};
-  std::string document;
-};
-
-void replaceAll(CommandContext& context, Import& import) {
-  const auto imported = import.store.importDocument(import.document, context.main.now());
-  if (import.store.notice()) context.complain(*import.store.notice());
+void replaceAll(CommandContext& context, ConversationImport& import, std::string_view document) {
+  const auto imported = import.replace(document, context.main.now());
+  if (const auto notice = import.takeNotice()) context.complain(*notice);
   if (!imported) return context.fail(fmt::format("{}. Nothing was imported.", imported.error()));
   context.console.write(fmt::format("{} imported. The conversations of before are in \"{}\".\n",
                                     views::countsOf(imported->threads, imported->workspaces),
@@ -342,16 +323,21 @@ void replaceAll(CommandContext& context, Import& import) {
 }
 
 void importDocument(CommandContext& context, std::string document) {
-  auto state = UserState::open({}, context.main.now());
-  if (!state) return context.fail(state.error());
-  if (state->notice) context.complain(*state->notice);
-  const auto import = std::shared_ptr<Import>(
-      new Import{.state = std::move(*state), .document = std::move(document)});
+  auto begun = ConversationImport::begin({}, context.main.now());
+  if (!begun) return context.fail(begun.error());
+  const std::shared_ptr<ConversationImport> import = *std::move(begun);
   context.keep(import);
+  if (const auto notice = import->takeNotice()) context.complain(*notice);
   const auto source = context.word(0) == "-" ? "standard input" : context.word(0);
-  const auto question = questionBefore(import->store, source);
-  if (question.empty()) return replaceAll(context, *import);
-  context.confirm(question, [&context, import] { replaceAll(context, *import); });
+  const auto present = import->present();
+  const auto question =
+      present ? views::importQuestion(*present, source)
+              : fmt::format("{}. Replace what is there by the conversations of \"{}\"?",
+                            present.error(), onOneLine(source));
+  if (question.empty()) return replaceAll(context, *import, document);
+  context.confirm(question, [&context, import, document = std::move(document)] {
+    replaceAll(context, *import, document);
+  });
 }
 
 void importAll(CommandContext& context) {
