@@ -25,7 +25,9 @@ AppParts::AppParts(AppDependencies given)
       runtimes(std::make_shared<InstalledRuntimes>(changes, given.programs)),
       usage(main, changes, orchestration, given.writer),
       setup({settings, tree, selection, executions, runs, given.providers}),
-      catalog(std::make_shared<ModelCatalog>(main, changes, setup, usage, *runtimes)),
+      reportedModels(orchestration, given.writer),
+      catalog(
+          std::make_shared<ModelCatalog>(main, changes, setup, usage, *runtimes, reportedModels)),
       controls({main, settings, tree, executions, runs, *catalog}),
       router(std::make_shared<Router>(
           Router::Dependencies{main, settings, tree, selection, executions, runs, setup, usage})),
@@ -53,7 +55,9 @@ AppParts::AppParts(AppDependencies given)
       operations(std::make_shared<WorkspaceOperations>(WorkspaceOperations::Dependencies{
           main, tree, selection, executions, runs, *context, *git, given.events, changes})),
       branches(std::make_shared<TaskBranches>(
-          TaskBranches::Dependencies{main, tree, executions, *router, *composer, *safety})) {
+          TaskBranches::Dependencies{main, tree, executions, *router, *composer, *safety})),
+      settingsOperations({settings, approvals, *router, setup, *catalog, *runtimes}),
+      updatePreparation(tree, executions, runs, *imagine, *branches) {
   composer->setGate(branches.get());
   selectionWatch = changes.observe([this](const ChangeBatch& batch) {
     const auto shown = selection.key();

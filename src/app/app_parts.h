@@ -20,7 +20,9 @@
 #include "engine/providers/router.h"
 #include "engine/providers/session_controls.h"
 #include "engine/providers/usage_tracker.h"
+#include "engine/tasks/settings_operations.h"
 #include "engine/tasks/task_branches.h"
+#include "engine/tasks/update_preparation.h"
 #include "engine/tasks/workspace_operations.h"
 #include "engine/turns/agent_launcher.h"
 #include "engine/turns/approvals.h"
@@ -57,6 +59,7 @@ struct AppParts {
   const std::shared_ptr<InstalledRuntimes> runtimes;
   UsageTracker usage;
   ProviderSetup setup;
+  ReportedModels reportedModels;
   const std::shared_ptr<ModelCatalog> catalog;
   SessionControls controls;
   const std::shared_ptr<Router> router;
@@ -75,6 +78,8 @@ struct AppParts {
 
   const std::shared_ptr<WorkspaceOperations> operations;
   const std::shared_ptr<TaskBranches> branches;
+  SettingsOperations settingsOperations;
+  UpdatePreparation updatePreparation;
   Changes::Observation selectionWatch;  // reads the transcript of what is selected
 };
 

@@ -146,7 +146,9 @@ TEST_F(BuiltAlone, RouterDecidesByTheChoiceOfTheTask) {
 }
 
 TEST_F(BuiltAlone, SessionControlsRefuseWhatIsNotOffered) {
-  const auto catalog = std::make_shared<ModelCatalog>(main, changes, setup, usage, *runtimes);
+  ReportedModels reported(small, nullptr);
+  const auto catalog =
+      std::make_shared<ModelCatalog>(main, changes, setup, usage, *runtimes, reported);
   SessionControls controls({main, settings, tree, executions, runs, *catalog});
   EXPECT_EQ(controls.chooseModel(AgentProvider::kimi, key, "huge").error().sentence,
             "Kimi does not offer the model huge.");

@@ -33,18 +33,19 @@ class ImaginePipes : public EngineFixture {
     EXPECT_TRUE(Process::waitForAll(std::chrono::seconds(20)));
   }
 
-  ImagineController& desk() { return *model->imagine; }
-  bool isOver() { return !desk().imagineState().isBusy() && !desk().hasUnfinishedWork(); }
+  ImagineController& imagine() { return *model->imagine; }
+  bool isOver() { return !imagine().imagineState().isBusy() && !imagine().hasUnfinishedWork(); }
   void generate(const std::string& prompt, ImagineKind kind = ImagineKind::image) {
-    desk().generateImagine(prompt, kind);
+    imagine().generateImagine(prompt, kind);
   }
   void await(const std::function<bool()>& condition) {
-    EXPECT_TRUE(main.runUntil(condition)) << desk().imagineProgress() << desk().imagineState().text;
+    EXPECT_TRUE(main.runUntil(condition))
+        << imagine().imagineProgress() << imagine().imagineState().text;
   }
   /// Of every item, newest first: "prompt: content".
   std::vector<std::string> made() {
     std::vector<std::string> all;
-    for (const auto& item : desk().imagineItems()) {
+    for (const auto& item : imagine().imagineItems()) {
       all.push_back(item.prompt + ": " + folder.contentOf(item.localPath));
     }
     return all;
@@ -107,7 +108,8 @@ TEST_F(ImaginePipes, FilesAreFoundHoweverTheyAreNamed) {
     generate("a fox", ImagineKind::video);
     await([this] { return isOver(); });
     ASSERT_EQ(made(), std::vector<std::string>{"a fox: fox"});
-    EXPECT_EQ(desk().imagineItems().front().kind, ImagineKind::image) << "the file says what it is";
+    EXPECT_EQ(imagine().imagineItems().front().kind, ImagineKind::image)
+        << "the file says what it is";
     EXPECT_EQ(events.back().message, "Your video is ready.");
   }
 }
@@ -137,12 +139,12 @@ TEST_F(ImaginePipes, PromptAtOnceBehindACancelledOneIsServedWhenThatHasEnded) {
     scripts_ = each.scripts;
     startAnew();
     generate("a fox");
-    await([this] { return desk().imagineProgress() == "Drawing"; });
-    desk().cancelImagine();
+    await([this] { return imagine().imagineProgress() == "Drawing"; });
+    imagine().cancelImagine();
     generate("an owl");
-    EXPECT_EQ(desk().imagineState(), ConnectionState::working());
+    EXPECT_EQ(imagine().imagineState(), ConnectionState::working());
     await([this] { return isOver(); });
-    EXPECT_EQ(desk().imagineState(), ConnectionState::ready());
+    EXPECT_EQ(imagine().imagineState(), ConnectionState::ready());
     EXPECT_THAT(made(), ::testing::UnorderedElementsAreArray(each.made));
   }
 }
@@ -153,12 +155,12 @@ TEST_F(ImaginePipes, DeathInTheMiddleKeepsWhatWasMadeAndTheNextPromptHasAnotherA
               opened().expectPrompt().endTurn().hang()};
   start();
   generate("a fox");
-  await([this] { return desk().imagineState().text == "out of paint" && isOver(); });
+  await([this] { return imagine().imagineState().text == "out of paint" && isOver(); });
   EXPECT_EQ(made(), std::vector<std::string>{"a fox: fox"});
   EXPECT_EQ(app->selected().errorMessage(), "out of paint");
   generate("an owl");
   await([this] { return isOver(); });
-  EXPECT_EQ(desk().imagineState(), ConnectionState::ready());
+  EXPECT_EQ(imagine().imagineState(), ConnectionState::ready());
 }
 
 }  // namespace

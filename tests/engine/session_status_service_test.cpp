@@ -9,7 +9,7 @@ namespace {
 
 using Phase = SessionStatusPhase;
 
-class StatusDeskTest : public EngineFixture {
+class SessionStatusServiceTest : public EngineFixture {
  protected:
   /// What is answered, without its last sentence.
   std::string ask(const std::string& question = "status") {
@@ -23,7 +23,7 @@ class StatusDeskTest : public EngineFixture {
   Phase phase() { return model->status.report(key).phase; }
 };
 
-TEST_F(StatusDeskTest, FollowsATaskThroughItsPhases) {
+TEST_F(SessionStatusServiceTest, FollowsATaskThroughItsPhases) {
   start();
   EXPECT_EQ(ask(), "No task is currently running in this session.");
   send("Go");
@@ -63,7 +63,7 @@ TEST_F(StatusDeskTest, FollowsATaskThroughItsPhases) {
   EXPECT_EQ(saved().back().threads.front().entries.size(), thread().entries.size());
 }
 
-TEST_F(StatusDeskTest, FirstQuestionNamesATaskWithoutATitleOfItsOwn) {
+TEST_F(SessionStatusServiceTest, FirstQuestionNamesATaskWithoutATitleOfItsOwn) {
   start();
   for (const std::string title : {"New task", "New chat", "My title"}) {
     model->tree.updateThread(key, [&](ChatThread& each) { each.title = title; });
@@ -72,7 +72,7 @@ TEST_F(StatusDeskTest, FirstQuestionNamesATaskWithoutATitleOfItsOwn) {
   }
 }
 
-TEST_F(StatusDeskTest, ClientsOfTheRemoteLinkGetTheAnswerAtOnce) {
+TEST_F(SessionStatusServiceTest, ClientsOfTheRemoteLinkGetTheAnswerAtOnce) {
   int updates = 0;
   start();
   const auto observation = model->changes.observe(
@@ -84,7 +84,7 @@ TEST_F(StatusDeskTest, ClientsOfTheRemoteLinkGetTheAnswerAtOnce) {
   EXPECT_EQ(thread().updatedAt, main.now());
 }
 
-TEST_F(StatusDeskTest, AnswerGivenDuringAPlaybackSurvivesIt) {
+TEST_F(SessionStatusServiceTest, AnswerGivenDuringAPlaybackSurvivesIt) {
   start();
   for (const bool succeeds : {true, false}) {
     for (const bool isOfATurn : {true, false}) {

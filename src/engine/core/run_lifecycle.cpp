@@ -294,6 +294,13 @@ void RunLifecycle::resetIdleConnections() {
   }
 }
 
+void RunLifecycle::stopAll(std::string_view reason) {
+  for (const auto& key : executions_.keys()) {
+    if (executions_.isBusy(key)) executions_.find(key)->session->cancel();
+    resetConnection(key, reason);
+  }
+}
+
 void RunLifecycle::endAll() {
   for (const auto& key : executions_.keys()) {
     const auto execution = executions_.take(key);

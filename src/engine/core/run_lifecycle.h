@@ -75,6 +75,9 @@ class RunLifecycle {
   /// The tools that the conversation's client has told of and not ended count as failed; a later
   /// update still wins.
   void endOpenTools(const ThreadExecutionKey& key);
+  /// Asks every client to stop its turn, ends it and forgets the live state; runs under way end
+  /// with this reason.
+  void stopAll(std::string_view reason);
   /// For the end of the program: ends every client. The next start tells of runs left open.
   void endAll();
 

@@ -313,18 +313,19 @@ Result<> Router::setRoutingMode(ProviderRoutingMode mode,
   if (!core_.executions.canChangeSession(selected)) {
     return refuse("Wait until the turn has ended, or stop it, before you change the route.");
   }
-  core_.settings.recordRoutingMode(mode);
+  auto stored = core_.settings.recordRoutingMode(mode);
   if (selected) core_.runs.resetConnection(*selected);
-  return {};
+  return stored;
 }
 
-void Router::setNoMeteredAPIs(bool value) {
-  if (value == core_.settings.noMeteredAPIs()) return;
-  core_.settings.recordNoMeteredAPIs(value);
+Result<> Router::setNoMeteredAPIs(bool value) {
+  if (value == core_.settings.noMeteredAPIs()) return {};
+  auto stored = core_.settings.recordNoMeteredAPIs(value);
   for (const auto& key : core_.executions.keys()) {
     const auto active = activeProvider(key);
     if (active && !providerAllowed(*active)) core_.runs.resetConnection(key);
   }
+  return stored;
 }
 
 }  // namespace vantrell

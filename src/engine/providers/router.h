@@ -89,7 +89,7 @@ class Router : public std::enable_shared_from_this<Router> {
   Result<> setRoutingMode(ProviderRoutingMode mode,
                           const std::optional<ThreadExecutionKey>& selected);
   /// Clients of providers that are not allowed any more are ended.
-  void setNoMeteredAPIs(bool value);
+  Result<> setNoMeteredAPIs(bool value);
   /// A front end's choice for all turns of this process, stronger than any of a task: a fixed
   /// route that is not stored and never hands on.
   void fixForThisProcess(AgentProvider provider) { fixed_ = provider; }

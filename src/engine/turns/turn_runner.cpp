@@ -14,7 +14,13 @@ bool TurnRunner::isLive(const Turn& turn) const {
 
 void TurnRunner::routePrompt(const Turn& turn) {
   core_.router.probeForNextTurn(turn.attempted, turn.key, weakly(this, [turn](TurnRunner& self) {
-                                  if (self.isLive(turn)) self.takeRoute(turn);
+                                  if (!self.isLive(turn)) return;
+                                  // Whether a capsule is needed, and what stands in it, is read
+                                  // from the transcript.
+                                  self.core_.tree.loadTranscript(
+                                      turn.key, weakly(&self, [turn](TurnRunner& runner) {
+                                        if (runner.isLive(turn)) runner.takeRoute(turn);
+                                      }));
                                 }));
 }
 

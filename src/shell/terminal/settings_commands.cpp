@@ -2,9 +2,10 @@
 // change; takes all conversations out of the program and into it.
 #include <fmt/format.h>
 
-#include "app/user_state.h"
+#include "app/conversation_transfer.h"
+#include "engine/core/selection.h"
 #include "engine/core/settings.h"
-#include "engine/providers/provider_setup.h"
+#include "engine/tasks/settings_operations.h"
 #include "platform/files/files.h"
 #include "platform/text/text.h"
 #include "platform/values/json.h"
@@ -178,16 +179,14 @@ std::string_view adviceOnLocalRuntime(const SettingRow& row, const UserDefaults&
 
 void store(CommandContext& context, const SettingRow& row, const std::string& value) {
   context.open({}, [&](VantrellApp& app) {
-    UserDefaults& defaults = app.defaults();
-    const bool lowersFullAccess =
-        value == rawText(TaskWorkflowMode::plan) &&
-        app.model().settings().permissionMode() == GrokPermissionMode::fullAccess;
-    if (!storeSetting(row, value, defaults)) return context.fail(defaults.lastError());
+    AppModel& model = app.model();
+    // A raise to full access was confirmed before the state was opened.
+    const auto changed = model.settingsOperations().change(
+        row.name, value, model.selection().key(), SettingsOperations::FullAccess::confirmed);
+    if (!changed) return context.finish(context.refused(changed.error()));
     context.console.say(fmt::format("{} is {} now.\n", row.name, onOneLine(value)));
-    context.console.say(adviceOnLocalRuntime(row, defaults));
-    if (row.name == "workflow" && lowersFullAccess) {
-      context.console.write("A plan never begins with full access: mode is ask now.\n");
-    }
+    context.console.say(adviceOnLocalRuntime(row, app.defaults()));
+    if (!changed->empty()) context.console.write(*changed + "\n");
     context.finish(exitStatus::completed);
   });
 }
@@ -212,8 +211,8 @@ void set(CommandContext& context, const SettingRow& row, std::string_view text) 
 
 void storeWebhook(CommandContext& context, const std::string& address, std::string_view done) {
   context.open({}, [&](VantrellApp& app) {
-    app.model().setup().configureTaskletWebhookURL(
-        address, [&context, done](const Result<>& saved) {
+    app.model().settingsOperations().changeSecret(
+        "tasklet-webhook", address, [&context, done](const Result<>& saved) {
           if (!saved) return context.finish(context.refused(saved.error()));
           context.console.write(done);
           context.finish(exitStatus::completed);
@@ -264,8 +263,10 @@ void reset(CommandContext& context) {
   }
   if (row.isSecret()) return storeWebhook(context, "", "tasklet-webhook is not set any more.\n");
   context.open({}, [&](VantrellApp& app) {
-    if (!app.defaults().remove(row.key)) return context.fail(app.defaults().lastError());
-    const auto value = readSetting(row, app.defaults()).text;
+    auto& operations = app.model().settingsOperations();
+    const auto done = operations.reset(row.name, app.model().selection().key());
+    if (!done) return context.finish(context.refused(done.error()));
+    const auto value = operations.value(row).text;
     context.console.write(
         fmt::format("{} is {} again.\n", row.name, value.empty() ? "not set" : onOneLine(value)));
     context.finish(exitStatus::completed);
@@ -289,43 +290,24 @@ void unlock(CommandContext& context) {
 // ---- all conversations --------------------------------------------------------------------------
 
 void exportAll(CommandContext& context) {
-  const UserFolders folders = UserFolders{}.orOwn();
-  const auto defaults = VantrellApp::defaultsForReading();
-  if (!defaults) return context.fail(defaults.error());
-  const auto exported = WorkspaceStore(**defaults, folders.support).exportDocument();
+  const auto exported = exportConversations(UserFolders{}.orOwn());
   if (!exported) return context.fail(fmt::format("{}. Nothing was exported.", exported.error()));
   if (exported->notice) context.complain(*exported->notice);
   if (context.arguments.words.empty() || context.word(0) == "-") {
     context.console.write(exported->document + "\n");
     return context.finish(exitStatus::completed);
   }
-  const auto written =
-      files::writeAtomically(context.absolute(context.word(0)), exported->document, 0600);
-  if (!written) return context.fail(written.error().description);
+  const auto written = writeExport(context.absolute(context.word(0)), exported->document, true);
+  if (!written) return context.finish(context.refused(written.error()));
   context.console.write(fmt::format("{} written to \"{}\".\n",
                                     views::countsOf(exported->threads, exported->workspaces),
                                     onOneLine(context.word(0))));
   context.finish(exitStatus::completed);
 }
 
-/// What an import would replace, for the user to decide; empty where there is nothing.
-std::string questionBefore(WorkspaceStore& store, std::string_view source) {
-  const auto present = store.peek();
-  if (present) return views::importQuestion(present->workspaces, source);
-  return fmt::format("{}. Replace what is there by the conversations of \"{}\"?", present.error(),
-                     onOneLine(source));
-}
-
-/// Not through the model: the store takes the document in place of what it would load.
-struct Import {
-  UserState state;
-  WorkspaceStore store{*state.defaults, state.folders.support};
-  std::string document;
-};
-
-void replaceAll(CommandContext& context, Import& import) {
-  const auto imported = import.store.importDocument(import.document, context.main.now());
-  if (import.store.notice()) context.complain(*import.store.notice());
+void replaceAll(CommandContext& context, ConversationImport& import, std::string_view document) {
+  const auto imported = import.replace(document, context.main.now());
+  if (const auto notice = import.takeNotice()) context.complain(*notice);
   if (!imported) return context.fail(fmt::format("{}. Nothing was imported.", imported.error()));
   context.console.write(fmt::format("{} imported. The conversations of before are in \"{}\".\n",
                                     views::countsOf(imported->threads, imported->workspaces),
@@ -336,16 +318,21 @@ void replaceAll(CommandContext& context, Import& import) {
 }
 
 void importDocument(CommandContext& context, std::string document) {
-  auto state = UserState::open({}, context.main.now());
-  if (!state) return context.fail(state.error());
-  if (state->notice) context.complain(*state->notice);
-  const auto import = std::shared_ptr<Import>(
-      new Import{.state = std::move(*state), .document = std::move(document)});
+  auto begun = ConversationImport::begin({}, context.main.now());
+  if (!begun) return context.fail(begun.error());
+  const std::shared_ptr<ConversationImport> import = *std::move(begun);
   context.keep(import);
+  if (const auto notice = import->takeNotice()) context.complain(*notice);
   const auto source = context.word(0) == "-" ? "standard input" : context.word(0);
-  const auto question = questionBefore(import->store, source);
-  if (question.empty()) return replaceAll(context, *import);
-  context.confirm(question, [&context, import] { replaceAll(context, *import); });
+  const auto present = import->present();
+  const auto question =
+      present ? views::importQuestion(*present, source)
+              : fmt::format("{}. Replace what is there by the conversations of \"{}\"?",
+                            present.error(), onOneLine(source));
+  if (question.empty()) return replaceAll(context, *import, document);
+  context.confirm(question, [&context, import, document = std::move(document)] {
+    replaceAll(context, *import, document);
+  });
 }
 
 void importAll(CommandContext& context) {

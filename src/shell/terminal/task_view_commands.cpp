@@ -2,6 +2,7 @@
 // what is stored and change nothing.
 #include <fmt/format.h>
 
+#include "app/conversation_transfer.h"
 #include "engine/tasks/run_activity.h"
 #include "engine/turns/session_status.h"
 #include "platform/files/files.h"
@@ -405,8 +406,6 @@ void show(CommandContext& context) {
 
 // ---- export, say --------------------------------------------------------------------------------
 
-constexpr mode_t ownerOnly = 0600;  // conversations may hold anything
-
 void exportTask(CommandContext& context) {
   context.viewTask(
       [&](const StateView&, const Workspace& workspace, const ChatThread& thread) -> Outcome {
@@ -421,10 +420,8 @@ void exportTask(CommandContext& context) {
           return usageError(
               fmt::format("\"{}\" exists already. --replace writes over it.", context.word(1)));
         }
-        const auto written = files::writeAtomically(path, document, ownerOnly);
-        if (written) return exitStatus::completed;
-        context.complain(written.error().description);
-        return exitStatus::failed;
+        const auto written = writeExport(path, document, true);
+        return written ? exitStatus::completed : context.refused(written.error());
       });
 }
 
