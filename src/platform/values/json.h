@@ -118,6 +118,8 @@ std::string write(const Json& value);
 std::string write(const JsonObject& value);
 void appendTo(std::string& out, const Json& value);
 void appendTo(std::string& out, const JsonObject& value);
+/// Compact, keys sorted by their bytes at every level.
+std::string writeSorted(const Json& value);
 /// Two-space indent, keys sorted by their bytes.
 std::string writePrettySorted(const Json& value);
 /// Appends a JSON string literal. Invalid UTF-8 is repaired.

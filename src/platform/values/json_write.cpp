@@ -61,14 +61,18 @@ void appendScalar(std::string& out, const Json& value) {
   }
 }
 
-void appendNewLine(std::string& out, std::size_t level) {
+/// Keys sorted, on one line or on many with indents.
+enum class Layout { compact, pretty };
+
+void appendNewLine(std::string& out, std::size_t level, Layout layout) {
+  if (layout == Layout::compact) return;
   out += '\n';
   out.append(2 * level, ' ');
 }
 
-void appendPretty(std::string& out, const Json& value, std::size_t level);
+void appendSorted(std::string& out, const Json& value, std::size_t level, Layout layout);
 
-void appendPretty(std::string& out, const JsonObject& object, std::size_t level) {
+void appendSorted(std::string& out, const JsonObject& object, std::size_t level, Layout layout) {
   if (object.empty()) {
     out += "{}";
     return;
@@ -77,16 +81,16 @@ void appendPretty(std::string& out, const JsonObject& object, std::size_t level)
   for (const JsonMember* member : json::sortedByKey(object)) {
     out += before;
     before = ',';
-    appendNewLine(out, level + 1);
+    appendNewLine(out, level + 1, layout);
     json::appendQuoted(out, member->key);
-    out += ": ";
-    appendPretty(out, member->value, level + 1);
+    out += layout == Layout::pretty ? ": " : ":";
+    appendSorted(out, member->value, level + 1, layout);
   }
-  appendNewLine(out, level);
+  appendNewLine(out, level, layout);
   out += '}';
 }
 
-void appendPretty(std::string& out, const Json::Array& elements, std::size_t level) {
+void appendSorted(std::string& out, const Json::Array& elements, std::size_t level, Layout layout) {
   if (elements.empty()) {
     out += "[]";
     return;
@@ -95,18 +99,18 @@ void appendPretty(std::string& out, const Json::Array& elements, std::size_t lev
   for (const Json& element : elements) {
     out += before;
     before = ',';
-    appendNewLine(out, level + 1);
-    appendPretty(out, element, level + 1);
+    appendNewLine(out, level + 1, layout);
+    appendSorted(out, element, level + 1, layout);
   }
-  appendNewLine(out, level);
+  appendNewLine(out, level, layout);
   out += ']';
 }
 
-void appendPretty(std::string& out, const Json& value, std::size_t level) {
+void appendSorted(std::string& out, const Json& value, std::size_t level, Layout layout) {
   if (const JsonObject* object = value.asObject()) {
-    appendPretty(out, *object, level);
+    appendSorted(out, *object, level, layout);
   } else if (const Json::Array* elements = value.asArray()) {
-    appendPretty(out, *elements, level);
+    appendSorted(out, *elements, level, layout);
   } else {
     appendScalar(out, value);
   }
@@ -184,9 +188,15 @@ std::string write(const JsonObject& value) {
   return out;
 }
 
+std::string writeSorted(const Json& value) {
+  std::string out;
+  appendSorted(out, value, 0, Layout::compact);
+  return out;
+}
+
 std::string writePrettySorted(const Json& value) {
   std::string out;
-  appendPretty(out, value, 0);
+  appendSorted(out, value, 0, Layout::pretty);
   return out;
 }
 
