@@ -61,7 +61,8 @@ bool readRequestLine(std::string_view line, GatewayRequest* request) {
   return true;
 }
 
-/// The length of the body, or nullopt when the head is not valid. Fills the request if there is one.
+/// The length of the body, or nullopt when the head is not valid. Fills the request if there is
+/// one.
 std::optional<std::size_t> readHead(std::string_view head, GatewayRequest* request) {
   if (!text::isValidUtf8(head) || !readRequestLine(cutAt(head, lineEnd), request)) {
     return std::nullopt;

@@ -1,8 +1,8 @@
 // Reads one HTTP/1.1 request from the bytes of a connection as they arrive. Pure, any thread; the
 // work is linear in the bytes however they are cut into pieces.
 //
-// Until the request is complete only its bytes are held: a head of many small headers takes far more
-// memory once it is read.
+// Until the request is complete only its bytes are held: a head of many small headers takes far
+// more memory once it is read.
 //
 // It is strict about what it takes and has no support for chunked bodies. Of two headers of the
 // same name the last one counts. Lines end with CR LF: a bare LF or a NUL is part of its line.
@@ -37,8 +37,8 @@ class RequestReader {
 
  private:
   std::string buffer_;
-  std::size_t searched_ = 0;          // no end of the head begins before
-  std::optional<std::size_t> body_;   // where it begins, once the head is there
+  std::size_t searched_ = 0;         // no end of the head begins before
+  std::optional<std::size_t> body_;  // where it begins, once the head is there
   std::size_t bodySize_ = 0;
 };
 

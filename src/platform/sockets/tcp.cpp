@@ -1,8 +1,8 @@
 #include "platform/sockets/tcp.h"
 
 #include <algorithm>
-#include <array>
 #include <arpa/inet.h>
+#include <array>
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/posix/stream_descriptor.hpp>
@@ -90,13 +90,12 @@ class Connection final : public TcpConnection, public std::enable_shared_from_th
     ::shutdown(socket_.native_handle(), SHUT_WR);
     if (hasEnded_) return onQueue([](Connection& self) { self.end(std::nullopt); });
     lingerTimer_.emplace(readiness(), lingerLimit);
-    lingerTimer_->async_wait(
-        [queue = queue_, weak = weak_from_this()](const ErrorCode& error) {
-          if (error) return;
-          queue.post([weak] {
-            if (const auto self = weak.lock()) self->end(std::nullopt);
-          });
-        });
+    lingerTimer_->async_wait([queue = queue_, weak = weak_from_this()](const ErrorCode& error) {
+      if (error) return;
+      queue.post([weak] {
+        if (const auto self = weak.lock()) self->end(std::nullopt);
+      });
+    });
     if (!isWaitingToRead_) onQueue([](Connection& self) { self.read(); });
   }
 
@@ -177,11 +176,12 @@ class Connection final : public TcpConnection, public std::enable_shared_from_th
       if (onClosed) onClosed();
       return;
     }
+    const auto handlers = handlers_;
     if (error) {
+      release();
       closeNow(socket_);
-      unsent_.clear();
     }
-    if (const auto handlers = std::exchange(handlers_, nullptr)) handlers->onEnd(std::move(error));
+    if (handlers) handlers->onEnd(std::move(error));
   }
 
   const SerialQueue queue_;

@@ -1,6 +1,6 @@
-// TCP listeners and connections. Each belongs to one SerialQueue, on which all of its operations are
-// called and all of its handlers run; one thread of the process, which all share, only waits for
-// the sockets to become ready. Reading and writing never block.
+// TCP listeners and connections. Each belongs to one SerialQueue, on which all of its operations
+// are called and all of its handlers run; one thread of the process, which all share, only waits
+// for the sockets to become ready. Reading and writing never block.
 #pragma once
 
 #include <cstddef>
@@ -27,8 +27,8 @@ class TcpConnection {
   struct Handlers {
     /// At most `chunkBytes`; valid during the call.
     std::function<void(std::string_view)> onReceive;
-    /// Once: the other side sends no more (no error), or the connection is broken. After an end
-    /// without an error sending still works.
+    /// Without an error: the other side sends no more, but may still read. With one: the
+    /// connection is broken, and no handler is called afterwards.
     std::function<void(std::optional<TcpError>)> onEnd;
   };
   virtual ~TcpConnection() = default;
