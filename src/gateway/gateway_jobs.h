@@ -16,6 +16,7 @@
 #include "gateway/gateway_error.h"
 #include "gateway/gateway_scope.h"
 #include "gateway/gateway_store.h"
+#include "gateway/job_history.h"
 #include "gateway/site_keys.h"
 
 namespace vantrell {
@@ -36,7 +37,7 @@ class GatewayJobs : public std::enable_shared_from_this<GatewayJobs>,
     GatewayStore& store;
   };
   /// A job as it stood when it was asked for: what happens later does not change it.
-  using Job = std::shared_ptr<const GatewayJob>;
+  using Job = JobHistory::Job;
 
   explicit GatewayJobs(Dependencies dependencies);
   ~GatewayJobs() override;
@@ -56,10 +57,12 @@ class GatewayJobs : public std::enable_shared_from_this<GatewayJobs>,
   std::vector<Job> jobs(const std::optional<Uuid>& siteKeyID = {}) const;
   /// Null where there is none.
   Job find(const Uuid& id, const std::optional<Uuid>& siteKeyID = {}) const;
-  std::size_t unfinishedCount(const std::optional<Uuid>& siteKeyID = {}) const;
+  std::size_t unfinishedCount(const std::optional<Uuid>& siteKeyID = {}) const {
+    return history_.unfinishedCount(siteKeyID);
+  }
 
-  /// The new job, still queued. GatewayScope::prepare() comes first: what decides about its
-  /// provider has to be known.
+  /// The new job, still queued. GatewayScope::prepare() comes before: a provider of which nothing
+  /// is known yet counts as unavailable.
   GatewayResult<Job> create(const GatewayJobRequest& request, const Uuid& siteKeyID);
   GatewayResult<Job> cancel(const Uuid& id, const std::optional<Uuid>& siteKeyID = {});
   GatewayResult<Job> answerApproval(const Uuid& id, const std::string& optionID,
@@ -71,6 +74,8 @@ class GatewayJobs : public std::enable_shared_from_this<GatewayJobs>,
   static constexpr std::size_t longestPrompt = 200'000;  // bytes
   /// How long a client may take to start: one that hangs would hold up all jobs behind it.
   static constexpr std::chrono::seconds startLimit{60};
+  /// What an agent says is written this often at most.
+  static constexpr std::chrono::seconds saveInterval{1};
 
  private:
   void agentUpdated(const JsonObject& update) override;
@@ -79,8 +84,31 @@ class GatewayJobs : public std::enable_shared_from_this<GatewayJobs>,
   void agentLogged(std::string_view) override {}
   void agentEnded(const std::string& text) override;
 
+  void startNext(AgentProvider prepared);
+  void started(const std::optional<AgentSession::StartResult>& result);
+  void answered(const std::optional<AgentSession::PromptResult>& result);
+  void failActive(const AgentError& error);
+  /// Ends the job at work with its client, and goes on with the next.
+  void finishActive(GatewayJobStatus status, std::string message);
+  void endClient();
+  void append(GatewayJob& job, std::string_view text);
+  /// The job at work, for a change; null where none is.
+  GatewayJob* active() { return activeJobID_ ? history_.change(*activeJobID_) : nullptr; }
+  void settingsChanged();
+
+  void save();
+  void saveSoon();
+
   const Dependencies core_;
   const std::shared_ptr<AgentSession> session_;
+  JobHistory history_;
+  std::optional<Uuid> activeJobID_;
+  std::size_t outputLength_ = 0;  // of the job at work, in characters
+  bool isPreparing_ = false;      // the next one's provider
+  bool isEnding_ = false;
+  Timer saveTimer_;
+  Timer lossTimer_;  // of a client that went away and has not said why
+  Changes::Observation settingsWatch_;
 };
 
 }  // namespace vantrell

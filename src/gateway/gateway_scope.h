@@ -38,29 +38,30 @@ class GatewayScope {
   /// webhook is stored. At once where that is known.
   void prepare(std::vector<AgentProvider> providers, std::function<void()> done);
 
-  struct Project {
-    Uuid id;
-    std::string name;
-  };
-  /// Those that the key may use, in the order of the workspaces.
-  std::vector<Project> projects(const SiteKey& key) const;
+  /// Those that the key may use, in the order of the tree; valid until that changes.
+  std::vector<const Workspace*> projects(const SiteKey& key) const;
   /// Those that the key may use and that are ready, in its order.
   std::vector<AgentProvider> providers(const SiteKey& key) const;
+  /// By the guard against metered billing.
+  bool isBlocked(AgentProvider provider) const;
 
-  /// The job without id, times and events, or why the key may not give it.
+  /// The job without id, owner, times and events, or why the key may not give it.
   GatewayResult<GatewayJob> admit(const GatewayJobRequest& request, const SiteKey& key) const;
-  /// Why the provider may not be used now: the guard against metered billing. Empty: it may.
-  std::string blockOf(AgentProvider provider) const;
-  /// A client for the job, or why there is none.
+  /// A client for the job, or why there is none now.
   std::expected<std::shared_ptr<AgentClient>, std::string> makeClient(const GatewayJob& job,
                                                                       const SiteKey& key) const;
 
+  static constexpr std::string_view meteredBlocked = "Block metered APIs is enabled in vantrell.";
+
  private:
   bool mayUse(const SiteKey& key, const std::string& workspacePath) const;
+  ProviderConnectorContext withStatus(ProviderConnectorContext given) const;
+  ProviderConnectorContext contextOf(const GatewayJob& job) const;
 
   const WorkspaceTree& tree_;
   const Settings& settings_;
   ProviderServices& services_;
+  std::shared_ptr<void> life_ = std::make_shared<int>();  // what is being prepared ends with us
 };
 
 }  // namespace vantrell

@@ -13,13 +13,14 @@
 
 #include "engine/core/changes.h"
 #include "gateway/gateway_records.h"
+#include "platform/files/file_error.h"
 #include "platform/queues/dispatch.h"
 
 namespace vantrell {
 
 class OrchestrationStore;
 
-class GatewayStore : public std::enable_shared_from_this<GatewayStore> {
+class GatewayStore {
  public:
   using Jobs = std::vector<std::shared_ptr<const GatewayJob>>;
 
@@ -29,6 +30,8 @@ class GatewayStore : public std::enable_shared_from_this<GatewayStore> {
                Executor& background);
   /// flush().
   ~GatewayStore();
+  GatewayStore(const GatewayStore&) = delete;
+  GatewayStore& operator=(const GatewayStore&) = delete;
 
   /// The defaults where there is no file, or none that can be read; that one is kept aside before
   /// another takes its place.
@@ -49,9 +52,13 @@ class GatewayStore : public std::enable_shared_from_this<GatewayStore> {
 
  private:
   struct Batch;
+  using Write = std::function<files::Result<>()>;
+  using Writes = std::map<std::string_view, Write>;  // by file
 
-  void write();
+  void put(std::string_view name, Write write);
+  void start();
   void finished(const std::shared_ptr<Batch>& batch);
+  void retry();
 
   MainQueue& main_;
   Changes& changes_;
@@ -59,7 +66,9 @@ class GatewayStore : public std::enable_shared_from_this<GatewayStore> {
   const std::unique_ptr<OrchestrationStore> files_;
   std::shared_ptr<Batch> pending_;
   std::shared_ptr<Batch> underWay_;
+  Writes failed_;  // to be tried again
   Timer retryTimer_;
+  std::shared_ptr<void> life_ = std::make_shared<int>();  // what the background posts ends with us
 };
 
 }  // namespace vantrell

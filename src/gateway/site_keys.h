@@ -55,6 +55,9 @@ class SiteKeys {
   /// that is known. The names of the headers are in lower case. The key counts as used now.
   const SiteKey* authenticate(const std::map<std::string, std::string>& headers);
 
+  static constexpr std::string_view invalidKey =
+      "Provide a valid site key as a Bearer token or x-api-key.";
+
  private:
   void changed();
 
