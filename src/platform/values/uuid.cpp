@@ -1,10 +1,8 @@
 #include "platform/values/uuid.h"
 
-#include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <sys/random.h>
 
+#include "platform/crypto/crypto.h"
 #include "platform/text/ascii.h"
 
 namespace vantrell {
@@ -26,14 +24,7 @@ Uuid Uuid::random() {
 
 void Uuid::random(std::span<Uuid> ids) {
   static_assert(sizeof(Uuid) == 16);
-  std::span<std::byte> rest = std::as_writable_bytes(ids);
-  while (!rest.empty()) {
-    const ssize_t got = getrandom(rest.data(), rest.size(), 0);
-    // Without the generator there are no unique identifiers, and records would overwrite others.
-    if (got < 0 && errno != EINTR) std::abort();
-    // A signal may cut short what is longer than 256 bytes.
-    if (got > 0) rest = rest.subspan(static_cast<std::size_t>(got));
-  }
+  crypto::fillRandom(std::as_writable_bytes(ids));
   for (Uuid& id : ids) {
     id.bytes_[6] = static_cast<std::uint8_t>((id.bytes_[6] & 0x0F) | 0x40);  // version 4
     id.bytes_[8] = static_cast<std::uint8_t>((id.bytes_[8] & 0x3F) | 0x80);  // RFC 9562 variant

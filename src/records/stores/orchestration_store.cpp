@@ -5,8 +5,9 @@
 namespace vantrell {
 
 OrchestrationStore::OrchestrationStore(std::string supportFolder, std::function<Date()> now,
-                                       std::function<void(const std::string&)> notice)
-    : folder_(files::standardized("Orchestration", supportFolder)),
+                                       std::function<void(const std::string&)> notice,
+                                       std::string_view subfolder)
+    : folder_(files::standardized(subfolder, supportFolder)),
       now_(std::move(now)),
       notice_(std::move(notice)) {}
 
@@ -30,10 +31,12 @@ std::optional<Json> OrchestrationStore::loadJson(std::string_view name) {
   return std::nullopt;
 }
 
-OrchestrationStore::Write OrchestrationStore::prepareText(std::string text, std::string_view name) {
+OrchestrationStore::Write OrchestrationStore::prepareText(std::function<std::string()> encode,
+                                                          std::string_view name) {
   if (auto kept = keepUnreadable(name); !kept) return [kept] { return kept; };
-  return [path = url(name), text = std::move(text)]() -> files::Result<> {
+  return [path = url(name), encode = std::move(encode)]() -> files::Result<> {
     if (auto made = files::createOwnerOnlyFolder(files::parent(path)); !made) return made;
+    const std::string text = encode();
     const auto json = json::parse(text);
     return files::writeAtomically(path, json ? json::writePrettySorted(*json) : text, 0600);
   };

@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -20,10 +21,12 @@ namespace vantrell {
 
 class OrchestrationStore {
  public:
-  /// The support folder is the program's own data folder. `now` gives the date that an unreadable
-  /// file is put aside under; `notice` gets a sentence for the user when that happened.
+  /// The support folder is the program's own data folder; the files lie in the subfolder. `now`
+  /// gives the date that an unreadable file is put aside under; `notice` gets a sentence for the
+  /// user when that happened.
   OrchestrationStore(std::string supportFolder, std::function<Date()> now,
-                     std::function<void(const std::string&)> notice);
+                     std::function<void(const std::string&)> notice,
+                     std::string_view subfolder = "Orchestration");
 
   /// Where the file of that name lies, which may hold a subfolder: "contexts/{id}.json".
   std::string url(std::string_view name) const;
@@ -53,15 +56,25 @@ class OrchestrationStore {
   using Write = std::function<files::Result<>()>;
   template <typename Value>
   Write prepareSave(const Value& value, std::string_view name) {
-    std::string text;
-    JsonWriter writer(text);
-    writeJson(writer, value, orchestrationJson);
-    return prepareText(std::move(text), name);
+    return prepareText([text = encoded(value)] { return text; }, name);
+  }
+  /// The same for what is large and shared: it is encoded on the thread that writes.
+  template <typename Value>
+  Write prepareSharedSave(std::shared_ptr<const Value> value, std::string_view name) {
+    return prepareText([value = std::move(value)] { return encoded(*value); }, name);
   }
 
  private:
+  template <typename Value>
+  static std::string encoded(const Value& value) {
+    std::string text;
+    JsonWriter writer(text);
+    writeJson(writer, value, orchestrationJson);
+    return text;
+  }
+
   std::optional<Json> loadJson(std::string_view name);
-  Write prepareText(std::string text, std::string_view name);
+  Write prepareText(std::function<std::string()> encode, std::string_view name);
   files::Result<> keepUnreadable(std::string_view name);
   void markUnreadable(std::string_view name, std::string reason);
 

@@ -1,0 +1,194 @@
+#include "gateway/job_routes.h"
+
+#include <utility>
+
+#include "platform/text/text.h"
+#include "records/stores/json_fields.h"
+
+namespace vantrell {
+
+static constexpr auto fieldsOf(const GatewayJobRequest*) {
+  using R = GatewayJobRequest;
+  return fields(field("project", &R::project), field("provider", &R::provider),
+                field("prompt", &R::prompt), field("model", &R::model), field("effort", &R::effort),
+                field("permission_mode", &R::permissionMode));
+}
+
+namespace {
+
+GatewayResponse errorResponse(const GatewayError& error) {
+  return GatewayResponse::error(error.status, error.code, error.message);
+}
+
+GatewayResponse noRoute() {
+  return GatewayResponse::error(404, "not_found",
+                                "No Personal Gateway route matches this request.");
+}
+
+// ---- the form of the wire -----------------------------------------------------------------------
+
+template <typename T>
+void setIfPresent(JsonObject& object, std::string key, const std::optional<T>& value) {
+  if (value) object.set(std::move(key), *value);
+}
+
+void setIfPresent(JsonObject& object, std::string key, const std::optional<Date>& date) {
+  if (date) object.set(std::move(key), iso8601(*date));
+}
+
+Json wireForm(const GatewayApproval& approval) {
+  Json::Array options;
+  for (const auto& [id, name, kind] : approval.options) {
+    options.push_back(JsonObject{{"id", id}, {"name", name}, {"kind", kind}});
+  }
+  return JsonObject{{"request_id", approval.requestID},
+                    {"title", approval.title},
+                    {"detail", approval.detail},
+                    {"options", std::move(options)}};
+}
+
+Json wireForm(const std::vector<GatewayJobEvent>& events) {
+  Json::Array all;
+  for (const auto& each : events) {
+    all.push_back(JsonObject{{"id", each.id.text()},
+                             {"timestamp", iso8601(each.timestamp)},
+                             {"type", each.type},
+                             {"message", each.message}});
+  }
+  return all;
+}
+
+Json wireForm(const GatewayJob& job) {
+  JsonObject object{{"id", job.id.text()},
+                    {"project", job.projectID.text()},
+                    {"project_name", job.workspaceName},
+                    {"provider", rawText(job.provider)},
+                    {"prompt", job.prompt},
+                    {"permission_mode", rawText(job.permissionMode)},
+                    {"created_at", iso8601(job.createdAt)},
+                    {"status", rawText(job.status)},
+                    {"output", job.output},
+                    {"events", wireForm(job.events)}};
+  setIfPresent(object, "model", job.model);
+  setIfPresent(object, "effort", job.effort);
+  setIfPresent(object, "started_at", job.startedAt);
+  setIfPresent(object, "finished_at", job.finishedAt);
+  setIfPresent(object, "session_id", job.sessionID);
+  setIfPresent(object, "error", job.error);
+  if (job.pendingApproval) object.set("pending_approval", wireForm(*job.pendingApproval));
+  return object;
+}
+
+std::optional<GatewayJobRequest> jobRequestIn(const std::string& body) {
+  const auto json = json::parse(body);
+  GatewayJobRequest request;
+  JsonReading reading{orchestrationJson};
+  if (!json || !readJson(*json, request, reading)) return std::nullopt;
+  return request;
+}
+
+std::optional<std::string> optionIn(const std::string& body) {
+  const auto object = json::parseObject(body);
+  const std::string* option = object ? json::text(*object, "option_id") : nullptr;
+  if (!option) return std::nullopt;
+  return *option;
+}
+
+}  // namespace
+
+// ---- routes -------------------------------------------------------------------------------------
+
+void JobRoutes::respond(const GatewayRequest& request, const SiteKey& key, Completion completion) {
+  auto parts = text::split(request.path, '/');
+  std::erase(parts, std::string_view());
+  const auto part = [&](std::size_t i) { return i < parts.size() ? parts[i] : std::string_view(); };
+  const bool isGet = request.method == "GET";
+  if (part(0) != "v1" || parts.size() > 4 || (!isGet && request.method != "POST")) {
+    return completion(noRoute());
+  }
+  if (part(1) == "projects" && parts.size() == 2 && isGet) {
+    return projects(key, std::move(completion));
+  }
+  if (part(1) != "jobs") return completion(noRoute());
+  if (parts.size() > 2) return jobRoute(request, key.id, part(2), part(3), std::move(completion));
+  if (!isGet) return create(request, key, std::move(completion));
+  encode(
+      [jobs = core_.jobs.jobs(key.id)] {
+        Json::Array newestFirst;
+        for (auto each = jobs.rbegin(); each != jobs.rend(); ++each) {
+          newestFirst.push_back(wireForm(**each));
+        }
+        return newestFirst;
+      },
+      200, std::move(completion));
+}
+
+void JobRoutes::projects(const SiteKey& key, Completion completion) {
+  core_.scope.prepare(key.allowedProviders, [this, key, completion = std::move(completion)] {
+    Json::Array projects;
+    for (const auto* each : core_.scope.projects(key)) {
+      projects.push_back(JsonObject{{"id", each->id.text()}, {"name", each->name}});
+    }
+    Json::Array providers;
+    for (const auto each : core_.scope.providers(key)) providers.push_back(rawText(each));
+    completion(GatewayResponse::json(
+        JsonObject{{"projects", std::move(projects)}, {"providers", std::move(providers)}}));
+  });
+}
+
+void JobRoutes::create(const GatewayRequest& request, const SiteKey& key, Completion completion) {
+  auto job = jobRequestIn(request.body);
+  if (!job) {
+    return completion(
+        GatewayResponse::error(400, "invalid_job", "Send project, provider, and prompt as JSON."));
+  }
+  const AgentProvider provider = job->provider;
+  core_.scope.prepare({provider}, [this, job = *std::move(job), keyID = key.id,
+                                   completion = std::move(completion)] {
+    changed(core_.jobs.create(job, keyID), 202, completion);
+  });
+}
+
+void JobRoutes::jobRoute(const GatewayRequest& request, const Uuid& keyID, std::string_view idText,
+                         std::string_view action, Completion completion) {
+  const auto id = Uuid::parse(idText);
+  if (!id) return completion(noRoute());
+  if (request.method == "POST" && action == "cancel") {
+    return changed(core_.jobs.cancel(*id, keyID), 200, std::move(completion));
+  }
+  if (request.method == "POST" && action == "approval") {
+    const auto option = optionIn(request.body);
+    if (option) {
+      return changed(core_.jobs.answerApproval(*id, *option, keyID), 200, std::move(completion));
+    }
+    return completion(GatewayResponse::error(400, "invalid_approval", "Send option_id as JSON."));
+  }
+  const auto job = core_.jobs.find(*id, keyID);
+  if (!job || request.method != "GET") return completion(noRoute());
+  if (action.empty()) {
+    encode([job] { return wireForm(*job); }, 200, std::move(completion));
+  } else if (action == "events") {
+    completion(GatewayResponse::json(wireForm(job->events)));
+  } else {
+    completion(noRoute());
+  }
+}
+
+void JobRoutes::changed(const GatewayResult<Job>& result, int status, Completion completion) {
+  if (!result) return completion(errorResponse(result.error()));
+  core_.store.whenSaved([this, job = *result, status, completion = std::move(completion)] {
+    encode([job] { return wireForm(*job); }, status, completion);
+  });
+}
+
+void JobRoutes::encode(std::function<Json()> value, int status, Completion completion) {
+  core_.background.post([&main = core_.main, value = std::move(value), status,
+                         completion = std::move(completion)]() mutable {
+    main.post([completion = std::move(completion),
+               response = GatewayResponse::json(value(), status)]() mutable {
+      completion(std::move(response));
+    });
+  });
+}
+
+}  // namespace vantrell

@@ -1,0 +1,49 @@
+// The routes below /v1: projects, jobs, their events, cancelling and approvals, in the JSON of the
+// wire. The caller has refused browsers and found the key before. Main queue; what is large is
+// encoded in the background.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "gateway/gateway_jobs.h"
+#include "gateway/gateway_message.h"
+
+namespace vantrell {
+
+class JobRoutes {
+ public:
+  /// All must outlive it and every request.
+  struct Dependencies {
+    MainQueue& main;
+    GatewayJobs& jobs;
+    GatewayScope& scope;
+    const SiteKeys& keys;
+    GatewayStore& store;
+    Executor& background;
+  };
+  explicit JobRoutes(Dependencies dependencies) : core_(dependencies) {}
+
+  using Completion = std::function<void(GatewayResponse)>;
+  /// Answers once, on the main queue, also for a path that is no route: as soon as what the answer
+  /// depends on is known, and what it promises is on the disk.
+  void respond(const GatewayRequest& request, const SiteKey& key, Completion completion);
+
+ private:
+  using Job = GatewayJobs::Job;
+
+  void projects(const SiteKey& key, Completion completion);
+  void create(const GatewayRequest& request, const SiteKey& key, Completion completion);
+  /// Of one job: events, cancel and approval, or the job itself without an action.
+  void jobRoute(const GatewayRequest& request, const Uuid& keyID, std::string_view id,
+                std::string_view action, Completion completion);
+  void changed(const GatewayResult<Job>& result, int status, Completion completion);
+  void encode(std::function<Json()> value, int status, Completion completion);
+
+  const Dependencies core_;
+};
+
+}  // namespace vantrell

@@ -1,0 +1,45 @@
+// Reads one HTTP/1.1 request from the bytes of a connection as they arrive. Pure, any thread; the
+// work is linear in the bytes however they are cut into pieces.
+//
+// Until the request is complete only its bytes are held: a head of many small headers takes far
+// more memory once it is read.
+//
+// It is strict about what it takes and has no support for chunked bodies. Of two headers of the
+// same name the last one counts. Lines end with CR LF: a bare LF or a NUL is part of its line.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "gateway/gateway_message.h"
+
+namespace vantrell {
+
+class RequestReader {
+ public:
+  static constexpr std::size_t longestBody = 1'048'576;
+  static constexpr std::size_t longestMessage = longestBody + 16'384;
+
+  enum class State {
+    incomplete,
+    complete,  // bytes after the end of the request are ignored
+    tooLarge,  // more than `longestMessage` bytes
+    invalid
+  };
+  /// Must not be called again after another state than `incomplete`.
+  State append(std::string_view bytes);
+  /// The request; once, when complete.
+  GatewayRequest take();
+  /// The bytes that are held.
+  std::size_t size() const { return buffer_.size(); }
+
+ private:
+  std::string buffer_;
+  std::size_t searched_ = 0;         // no end of the head begins before
+  std::optional<std::size_t> body_;  // where it begins, once the head is there
+  std::size_t bodySize_ = 0;
+};
+
+}  // namespace vantrell

@@ -1,0 +1,19 @@
+// The secrets that callers of the gateway show. Pure functions, any thread.
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+
+namespace vantrell::siteKeySecret {
+
+/// "vtl_" and 32 random bytes in URL-safe Base64: 47 characters.
+std::string generate();
+/// What is stored of a secret, in Base64.
+std::string hashOf(std::string_view secret);
+/// The secret that a request shows: its bearer token, else its x-api-key; empty where it shows
+/// none. An authorization of another scheme does not hide the x-api-key. The names of the headers
+/// are in lower case.
+std::string_view shownIn(const std::map<std::string, std::string>& headers);
+
+}  // namespace vantrell::siteKeySecret
