@@ -45,7 +45,7 @@ AppParts::AppParts(AppDependencies given)
       usageReset(std::make_shared<UsageReset>(executions, usage, controls, *launcher)),
       outcome(std::make_shared<TurnOutcome>(main, runs, executions, setup, *git, *hooks)),
       turns(std::make_shared<TurnRunner>(
-          TurnRunner::Dependencies{settings, tree, executions, runs, *router, usage, *context,
+          TurnRunner::Dependencies{tree, executions, runs, *router, usage, *context,
                                    given.projects, *launcher, *outcome})),
       composer(std::make_shared<Composer>(
           Composer::Dependencies{main, settings, tree, executions, runs, given.events, status,

@@ -6,18 +6,21 @@
 #include "platform/process/login_shell.h"
 #include "platform/process/program_runner.h"
 #include "platform/storage/user_defaults.h"
+#include "runtimes/catalog/runtime_locator.h"
 
 namespace vantrell {
 
 RuntimePrograms VantrellApp::programsOfThisSession(MainQueue& main, BackgroundPool& pool,
                                                    std::shared_ptr<Desktop> desktop,
-                                                   ExecutableChoice choice) {
+                                                   const UserDefaults& defaults) {
   const auto runner = std::make_shared<ProgramRunner>(main, pool);
   RuntimePrograms programs;
   programs.runner = runner;
   programs.pool = &pool;
   programs.desktop = desktop ? std::move(desktop) : SystemDesktop::ofThisSession(runner);
-  programs.customExecutable = std::move(choice);
+  programs.customExecutable = [&defaults](AgentProvider provider) {
+    return customExecutablePath(defaults, provider);
+  };
   programs.readUserPath = [runner](std::function<void()> done) {
     loginShell::readFolders(*runner, loginShell::usersOwn(),
                             [done = std::move(done)](std::vector<std::string> folders) {
@@ -39,17 +42,9 @@ VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, UserState sta
     : state_(std::move(state)),
       store_(*state_.defaults, state_.folders.support),
       secrets_(state_.folders.secretStore(), main, pool_),
-      practices_(options.practiceAgent.has_value()),
-      services_({.main = main,
-                 .pool = pool_,
-                 .defaults = *state_.defaults,
-                 .secrets = secrets_,
-                 .customExecutable = executableChoice(options.customExecutable, *state_.defaults),
-                 .practiceAgent = options.practiceAgent}),
+      services_({.main = main, .pool = pool_, .defaults = *state_.defaults, .secrets = secrets_}),
       projects_(std::make_unique<LocalProjectServices>(main, pool_, options.readsGitSnapshot)),
-      programs_(
-          programsOfThisSession(main, pool_, std::move(options.desktop),
-                                executableChoice(options.customExecutable, *state_.defaults))),
+      programs_(programsOfThisSession(main, pool_, std::move(options.desktop), *state_.defaults)),
       model_(std::make_unique<AppModel>(
           AppModel::Dependencies{.main = main,
                                  .defaults = *state_.defaults,

@@ -21,9 +21,6 @@ namespace vantrell {
 class LocalProjectServices;
 
 struct VantrellOptions {
-  /// Path of a provider's program for this process, from the front end; where it is nullopt, the
-  /// path that the user has stored counts.
-  ExecutableChoice customExecutable;
   /// Whether the start asks every runtime about itself, for a front end that shows the answers.
   bool refreshesRuntimes = false;
   /// Whether the Git snapshot of the selected conversation is read, at the start and whenever it
@@ -31,8 +28,6 @@ struct VantrellOptions {
   bool readsGitSnapshot = false;
   /// The clipboard and the terminal of the front end; null: those of the session.
   std::shared_ptr<Desktop> desktop;
-  /// Path of the practice agent, which then stands in for local models in this process.
-  std::optional<std::string> practiceAgent;
   /// What the engine asks of the front end; null: nothing can be asked. Must outlive the program.
   EngineEvents* events = nullptr;
   /// Folders; empty ones are the user's own.
@@ -50,11 +45,12 @@ class VantrellApp {
   /// error is a sentence for the user.
   static std::expected<std::unique_ptr<UserDefaults>, std::string> defaultsForReading();
 
-  /// How runtimes' programs are found and started here: with the login shell's PATH, and the
-  /// desktop of this session unless one is given. For a command that only looks at them as well.
+  /// How runtimes' programs are found and started here: with the login shell's PATH, the programs
+  /// that the user has set, and the desktop of this session unless one is given. For a command that
+  /// only looks at them as well. The defaults must outlive them.
   static RuntimePrograms programsOfThisSession(MainQueue& main, BackgroundPool& pool,
                                                std::shared_ptr<Desktop> desktop,
-                                               ExecutableChoice choice);
+                                               const UserDefaults& defaults);
 
   AppModel& model() { return *model_; }
   UserDefaults& defaults() { return *state_.defaults; }
@@ -66,8 +62,6 @@ class VantrellApp {
 
   SystemProviderServices& services() { return services_; }
   const SystemProviderServices& services() const { return services_; }
-  /// The practice agent stands in for local models.
-  bool practices() const { return practices_; }
 
  private:
   VantrellApp(MainQueue& main, VantrellOptions options, UserState state);
@@ -77,7 +71,6 @@ class VantrellApp {
   BackgroundPool pool_;
   BackgroundPool writer_{1};  // a save waits for no other work
   SecretQueue secrets_;
-  const bool practices_;
   SystemProviderServices services_;
   const std::unique_ptr<LocalProjectServices> projects_;
   RuntimePrograms programs_;

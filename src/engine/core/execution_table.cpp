@@ -37,6 +37,16 @@ std::unique_ptr<ThreadExecutionRuntime> ExecutionTable::take(const ThreadExecuti
   return node.empty() ? nullptr : std::move(node.mapped());
 }
 
+RunChoices ExecutionTable::choicesFor(const std::optional<ThreadExecutionKey>& key) const {
+  const auto* found = key ? find(*key) : nullptr;
+  return found ? found->choices : RunChoices();
+}
+
+void ExecutionTable::choose(const ThreadExecutionKey& key, RunChoices choices) {
+  execution(key).choices = std::move(choices);
+  changed(key);
+}
+
 bool ExecutionTable::isBusy(const ThreadExecutionKey& key) const {
   const auto* execution = find(key);
   return execution && execution->connectionState.isBusy();

@@ -33,6 +33,10 @@ class ExecutionTable {
   /// Takes the live state away; its client is still to be ended. Null where there is none.
   std::unique_ptr<ThreadExecutionRuntime> take(const ThreadExecutionKey& key);
 
+  /// What a front end has chosen for the turns of the conversation; without a key nothing.
+  RunChoices choicesFor(const std::optional<ThreadExecutionKey>& key) const;
+  void choose(const ThreadExecutionKey& key, RunChoices choices);
+
   /// A prompt that is sent now would be queued.
   bool isBusy(const ThreadExecutionKey& key) const;
   bool hasOpenQuestion(const ThreadExecutionKey& key) const;

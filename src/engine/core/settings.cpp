@@ -105,12 +105,14 @@ void Settings::announceFailure(const Result<>& stored) {
   if (!stored) changes_.saveFailed(stored.error().sentence);
 }
 
-void Settings::chooseForThisProcess(std::optional<GrokPermissionMode> permissionMode,
-                                    std::optional<TaskWorkflowMode> workflowMode) {
-  permissionMode_ = permissionMode.value_or(permissionMode_);
-  workflowMode_ = workflowMode.value_or(workflowMode_);
-  if (isPlanWithFullAccess()) permissionMode_ = GrokPermissionMode::ask;
-  changes_.mark(topics::settings);
+TaskWorkflowMode Settings::workflowModeFor(const RunChoices& choices) const {
+  return choices.workflowMode.value_or(workflowMode_);
+}
+
+GrokPermissionMode Settings::permissionModeFor(const RunChoices& choices) const {
+  const auto mode = choices.permissionMode.value_or(permissionMode_);
+  const bool isPlan = workflowModeFor(choices) == TaskWorkflowMode::plan;
+  return isPlan && mode == GrokPermissionMode::fullAccess ? GrokPermissionMode::ask : mode;
 }
 
 Result<> Settings::store(std::string_view key, std::string_view text) {

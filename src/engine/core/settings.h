@@ -3,6 +3,7 @@
 
 #include "engine/core/changes.h"
 #include "engine/core/refusal.h"
+#include "engine/core/run_choices.h"
 #include "records/values/task_modes.h"
 
 namespace vantrell {
@@ -29,6 +30,9 @@ class Settings {
 
   GrokPermissionMode permissionMode() const { return permissionMode_; }
   TaskWorkflowMode workflowMode() const { return workflowMode_; }
+  /// With what a front end has chosen for a conversation. A plan with full access asks instead.
+  GrokPermissionMode permissionModeFor(const RunChoices& choices) const;
+  TaskWorkflowMode workflowModeFor(const RunChoices& choices) const;
   ProviderRoutingMode routingMode() const { return routingMode_; }
   /// A provider that is billed per use is never chosen.
   bool noMeteredAPIs() const { return noMeteredAPIs_; }
@@ -52,10 +56,6 @@ class Settings {
   bool isPlanWithFullAccess() const;
   /// For a choice that follows from something else: the failure is announced instead.
   void announceFailure(const Result<>& stored);
-  /// The choices of a front end for this process only: nothing is stored. A plan with full access
-  /// asks instead.
-  void chooseForThisProcess(std::optional<GrokPermissionMode> permissionMode,
-                            std::optional<TaskWorkflowMode> workflowMode);
 
   // What is stored under other keys, which their readers take from the defaults.
 

@@ -12,6 +12,7 @@
 #include "engine/core/connection_state.h"
 #include "engine/core/log_text.h"
 #include "engine/core/plan_entry.h"
+#include "engine/core/run_choices.h"
 #include "platform/queues/dispatch.h"
 #include "platform/values/uuid.h"
 #include "records/values/task_modes.h"
@@ -40,8 +41,9 @@ struct ThreadExecutionRuntime {
   const std::shared_ptr<AgentSession> session;
   std::unique_ptr<AgentSession::Listener> listener;  // of the session, once a client was started
   ConnectionState connectionState;
-  std::optional<AgentProvider> activeProvider;                  // of the client
-  GrokPermissionMode permissionMode = GrokPermissionMode::ask;  // that the client was started with
+  RunChoices choices;                           // for the turns of this conversation
+  std::optional<AgentProvider> activeProvider;  // of the client
+  RunChoices startedWith;                       // of the client: mode and program
   // Lists and long texts are shared, not copied.
   std::shared_ptr<const std::vector<PlanEntry>> plan = std::make_shared<std::vector<PlanEntry>>();
   std::optional<std::string> errorMessage;  // of the last failure, until the next success

@@ -80,6 +80,12 @@ void ImagineController::begin(Request request) {
   wasCancelled_ = false;
 }
 
+void ImagineController::chooseExecutable(std::optional<std::string> path) {
+  if (path == executable_) return;
+  executable_ = std::move(path);
+  reset();
+}
+
 void ImagineController::startClient() {
   startWait_.cancel();
   session_->end();
@@ -90,7 +96,8 @@ void ImagineController::startClient() {
   const ProviderConnector& connector = core_.services.connector(provider);
   const auto client = connector.makeClient({.workspacePath = *library,
                                             .workspaceName = "Imagine",
-                                            .permissionMode = core_.settings.permissionMode()});
+                                            .permissionMode = core_.settings.permissionMode(),
+                                            .executable = executable_});
   if (!client) return fail(connector.setupHint);
   announce();
   session_->start(client, std::nullopt, Duration::zero(),

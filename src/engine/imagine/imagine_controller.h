@@ -65,6 +65,8 @@ class ImagineController : public std::enable_shared_from_this<ImagineController>
   /// Makes what the prompt says. Where the client is at work or has failed, a new one takes its
   /// place.
   Result<> generateImagine(const std::string& prompt, ImagineKind kind);
+  /// The program for what is made from now on, in place of the one that the user has set.
+  void chooseExecutable(std::optional<std::string> path);
   /// Stops what is being made; what was copied stays.
   void cancelImagine();
   /// Moves the file to the Trash and forgets the item, which goes even where its file stays.
@@ -113,6 +115,7 @@ class ImagineController : public std::enable_shared_from_this<ImagineController>
 
   std::vector<ImagineItem> items_;
   ConnectionState state_;
+  std::optional<std::string> executable_;
   std::string progress_;
   std::string answer_;
   std::string copyError_;

@@ -6,17 +6,24 @@
 
 namespace vantrell {
 
-ProviderConnectorContext ProviderSetup::contextOf(AgentProvider provider,
-                                                  const ChatThread* thread) const {
+ProviderConnectorContext ProviderSetup::contextOf(AgentProvider provider, const ChatThread* thread,
+                                                  const RunChoices& choices) const {
   ProviderConnectorContext context;
   if (thread) {
     context.selectedModel = thread->modelID(provider);
     context.selectedEffort = thread->effort(provider);
   }
-  context.permissionMode = core_.settings.permissionMode();
   context.localRuntimeStatus = localRuntimeStatus();
   context.taskletConfigured = taskletConfigured();
+  applyChoices(context, provider, choices);
   return context;
+}
+
+void ProviderSetup::applyChoices(ProviderConnectorContext& context, AgentProvider provider,
+                                 const RunChoices& choices) const {
+  context.permissionMode = core_.settings.permissionModeFor(choices);
+  context.executable = choices.provider == provider ? choices.executable : std::nullopt;
+  context.practiceAgent = provider == AgentProvider::local ? choices.practiceAgent : std::nullopt;
 }
 
 ProviderConnectorContext ProviderSetup::connectorContext(
@@ -24,7 +31,8 @@ ProviderConnectorContext ProviderSetup::connectorContext(
   const auto key = core_.selection.key();
   const auto workspaceID = core_.selection.workspaceID();
   const Workspace* workspace = workspaceID ? core_.tree.workspace(*workspaceID) : nullptr;
-  auto context = contextOf(provider, key ? core_.tree.thread(*key) : nullptr);
+  auto context = contextOf(provider, key ? core_.tree.thread(*key) : nullptr,
+                           core_.executions.choicesFor(key));
   context.workspacePath = workspacePath.value_or(workspace ? workspace->path : files::homeFolder());
   context.workspaceName = workspace ? workspace->name : files::lastComponent(context.workspacePath);
   return context;
@@ -36,15 +44,30 @@ std::optional<ProviderConnectorContext> ProviderSetup::connectorContext(
   const ChatThread* thread = core_.tree.thread(key);
   const auto path = core_.tree.executionPath(key);
   if (!workspace || !thread || !path) return std::nullopt;
-  auto context = contextOf(provider, thread);
+  auto context = contextOf(provider, thread, core_.executions.choicesFor(key));
   context.workspacePath = *path;
   context.workspaceName = workspace->name;
   return context;
 }
 
-std::string ProviderSetup::advice(const std::string& description, AgentProvider provider) const {
-  const auto& own = connector(provider).advice;
-  return own ? own(description) : friendlyError(description, provider);
+RunChoices ProviderSetup::choicesOf(const ProviderConnectorContext& context) {
+  return {.permissionMode = context.permissionMode,
+          .executable = context.executable,
+          .practiceAgent = context.practiceAgent};
+}
+
+RunChoices ProviderSetup::choicesFor(AgentProvider provider, const ThreadExecutionKey& key) const {
+  ProviderConnectorContext context;
+  applyChoices(context, provider, core_.executions.choicesFor(key));
+  return choicesOf(context);
+}
+
+std::string ProviderSetup::advice(const std::string& description, AgentProvider provider,
+                                  const ThreadExecutionKey& key) const {
+  // What helps with local models is no help with the practice agent.
+  const bool isPractice =
+      provider == AgentProvider::local && core_.executions.choicesFor(key).practiceAgent;
+  return isPractice ? description : friendlyError(description, provider);
 }
 
 void ProviderSetup::configureTaskletWebhookURL(const std::string& text,

@@ -34,11 +34,18 @@ class ProviderSetup {
   /// user's home.
   ProviderConnectorContext connectorContext(
       AgentProvider provider, const std::optional<std::string>& workspacePath = {}) const;
+  /// Puts in what was chosen for the turns of a conversation.
+  void applyChoices(ProviderConnectorContext& context, AgentProvider provider,
+                    const RunChoices& choices) const;
   /// For any conversation, in the folder that it works in; nullopt when there is none.
   std::optional<ProviderConnectorContext> connectorContext(AgentProvider provider,
                                                            const ThreadExecutionKey& key) const;
+  /// What a client of the provider would be started with now: its mode and its program.
+  RunChoices choicesFor(AgentProvider provider, const ThreadExecutionKey& key) const;
+  static RunChoices choicesOf(const ProviderConnectorContext& context);
   /// What to tell the user for a provider's words.
-  std::string advice(const std::string& description, AgentProvider provider) const;
+  std::string advice(const std::string& description, AgentProvider provider,
+                     const ThreadExecutionKey& key) const;
 
   LocalRuntimeStatus localRuntimeStatus() const { return core_.services.localRuntimeStatus(); }
   /// Asks the places where a model server may be; what is found comes later.
@@ -49,7 +56,8 @@ class ProviderSetup {
   void configureTaskletWebhookURL(const std::string& text, std::function<void(Result<>)> done);
 
  private:
-  ProviderConnectorContext contextOf(AgentProvider provider, const ChatThread* thread) const;
+  ProviderConnectorContext contextOf(AgentProvider provider, const ChatThread* thread,
+                                     const RunChoices& choices) const;
 
   const Dependencies core_;
 };

@@ -14,7 +14,11 @@ class Router::AvailabilityCheck {
  public:
   /// Without a key: in general, with the choices of the selected conversation.
   AvailabilityCheck(const Router& router, const std::optional<ThreadExecutionKey>& key)
+      : AvailabilityCheck(router, key, router.core_.executions.choicesFor(key)) {}
+  AvailabilityCheck(const Router& router, const std::optional<ThreadExecutionKey>& key,
+                    RunChoices choices)
       : router_(router),
+        choices_(std::move(choices)),
         thread_(threadOf(router, key)),
         context_(key ? router.core_.setup.connectorContext(AgentProvider::grok, *key)
                      : router.core_.setup.connectorContext(AgentProvider::grok)) {}
@@ -23,6 +27,7 @@ class Router::AvailabilityCheck {
     if (!context_ || !router_.providerAllowed(provider)) return false;
     context_->selectedModel = thread_ ? thread_->modelID(provider) : std::nullopt;
     context_->selectedEffort = thread_ ? thread_->effort(provider) : std::nullopt;
+    router_.core_.setup.applyChoices(*context_, provider, choices_);
     return router_.core_.setup.connector(provider).isAvailable(*context_);
   }
 
@@ -33,6 +38,7 @@ class Router::AvailabilityCheck {
   }
 
   const Router& router_;
+  const RunChoices choices_;
   const ChatThread* const thread_;
   std::optional<ProviderConnectorContext> context_;
 };
@@ -47,18 +53,22 @@ bool Router::providerAvailable(AgentProvider provider) const {
   return AvailabilityCheck(*this, std::nullopt).isAvailable(provider);
 }
 
+bool Router::providerAvailable(AgentProvider provider, const RunChoices& choices) const {
+  return AvailabilityCheck(*this, std::nullopt, choices).isAvailable(provider);
+}
+
 bool Router::providerAvailable(AgentProvider provider, const ThreadExecutionKey& key) const {
   return AvailabilityCheck(*this, key).isAvailable(provider);
 }
 
 bool Router::hasRunnableProvider(const std::optional<ThreadExecutionKey>& key) const {
   AvailabilityCheck check(*this, key);
-  return std::ranges::any_of(order(activeProvider(key)),
+  return std::ranges::any_of(order(activeProvider(key), key),
                              [&](AgentProvider each) { return check.isAvailable(each); });
 }
 
-bool Router::allowsAutomaticHandoff() const {
-  return !fixed_ && vantrell::allowsAutomaticHandoff(core_.settings.routingMode());
+bool Router::allowsAutomaticHandoff(const std::optional<ThreadExecutionKey>& key) const {
+  return !fixedFor(key) && vantrell::allowsAutomaticHandoff(core_.settings.routingMode());
 }
 
 /// As the provider has told it, whatever the time.
@@ -69,14 +79,19 @@ bool Router::isMarkedExhausted(AgentProvider provider) const {
 
 // ---- orders -------------------------------------------------------------------------------------
 
-std::vector<AgentProvider> Router::order(std::optional<AgentProvider> active) const {
-  if (fixed_) return {*fixed_};
+std::optional<AgentProvider> Router::fixedFor(const std::optional<ThreadExecutionKey>& key) const {
+  return core_.executions.choicesFor(key).provider;
+}
+
+std::vector<AgentProvider> Router::order(std::optional<AgentProvider> active,
+                                         const std::optional<ThreadExecutionKey>& key) const {
+  if (const auto fixed = fixedFor(key)) return {*fixed};
   return ProviderRegistry::routingOrder(core_.settings.routingMode(), active);
 }
 
 std::optional<AgentProvider> Router::choiceOf(const std::optional<ThreadExecutionKey>& key) const {
   const ChatThread* thread = key ? core_.tree.thread(*key) : nullptr;
-  if (!thread || fixed_) return std::nullopt;
+  if (!thread || fixedFor(key)) return std::nullopt;
   return thread->nextMessageProvider ? thread->nextMessageProvider : thread->preferredProvider;
 }
 
@@ -91,7 +106,7 @@ std::optional<AgentProvider> Router::activeProvider(
 }
 
 std::vector<AgentProvider> Router::orderFor(const std::optional<ThreadExecutionKey>& key) const {
-  auto providers = order(activeProvider(key));
+  auto providers = order(activeProvider(key), key);
   if (const auto choice = choiceOf(key)) {
     std::erase(providers, *choice);
     providers.insert(providers.begin(), *choice);
@@ -105,7 +120,10 @@ void Router::probe(std::vector<AgentProvider> order, const std::optional<ThreadE
                    std::function<void()> done) {
   for (auto each = order.begin(); each != order.end(); ++each) {
     const auto category = ProviderRegistry::descriptor(*each).category;
-    if (category != ProviderCategory::subscription && !core_.setup.services().isKnown(*each)) {
+    const bool isPractice =
+        *each == AgentProvider::local && core_.executions.choicesFor(key).practiceAgent;
+    if (category != ProviderCategory::subscription && !isPractice &&
+        !core_.setup.services().isKnown(*each)) {
       return core_.setup.services().prepare(
           *each, weakly(this, [order = std::vector(each, order.end()), key,
                                done = std::move(done)](Router& self) mutable {
@@ -129,7 +147,7 @@ void Router::probeForNextTurn(const Providers& excluded,
 
 void Router::probeForHandoff(AgentProvider after, const Providers& attempted,
                              const ThreadExecutionKey& key, std::function<void()> done) {
-  auto providers = order(after);
+  auto providers = order(after, key);
   std::erase_if(providers,
                 [&](AgentProvider each) { return each == after || attempted.contains(each); });
   probe(std::move(providers), key, std::move(done));
@@ -151,7 +169,7 @@ std::optional<Router::Decision> Router::decide(const Providers& excluded,
   };
   const auto ready = first(false);
   // The mark of a pinned provider may be out of date: it answers for itself.
-  return ready || allowsAutomaticHandoff() ? ready : first(true);
+  return ready || allowsAutomaticHandoff(key) ? ready : first(true);
 }
 
 std::optional<AgentProvider> Router::expectedProvider(
@@ -165,7 +183,7 @@ std::optional<Router::Decision> Router::decideNextTurn(const Providers& excluded
   auto decision = decide(excluded, key);
   const ChatThread* thread = core_.tree.thread(key);
   // Only the provider that takes it uses it up: a choice that is not ready keeps for a later turn.
-  if (decision && thread && thread->nextMessageProvider == decision->provider && !fixed_) {
+  if (decision && thread && thread->nextMessageProvider == decision->provider && !fixedFor(key)) {
     core_.tree.updateThread(key, [](ChatThread& changed) { changed.nextMessageProvider.reset(); });
   }
   return decision;
@@ -197,7 +215,7 @@ std::optional<AgentProvider> Router::nextAutomaticProvider(AgentProvider after,
                                                            const Providers& attempted,
                                                            const ThreadExecutionKey& key) {
   AvailabilityCheck check(*this, key);
-  for (const auto each : order(after)) {
+  for (const auto each : order(after, key)) {
     if (each == after || attempted.contains(each) || !check.isAvailable(each)) continue;
     if (!isExhausted(each) && !hasOtherHalf(core_.tree, key, each)) return each;
   }
@@ -244,7 +262,7 @@ RoutingPreview Router::previewFor(const std::optional<ThreadExecutionKey>& key) 
 RoutingPreview Router::routingPreview(const std::optional<ThreadExecutionKey>& key) const {
   const auto* execution = key ? core_.executions.find(*key) : nullptr;
   const auto active = execution ? execution->activeProvider : std::nullopt;
-  const auto preferred = fixed_.value_or(firstChoice(core_.settings.routingMode()));
+  const auto preferred = fixedFor(key).value_or(firstChoice(core_.settings.routingMode()));
   AvailabilityCheck check(*this, std::nullopt);
   const auto candidateOf = [&](AgentProvider each) {
     RoutingCandidate candidate{each, check.isAvailable(each), isMarkedExhausted(each), {}, {}};
@@ -266,7 +284,7 @@ RoutingPreview Router::routingPreview(const std::optional<ThreadExecutionKey>& k
   };
 
   RoutingPreview preview;
-  for (const auto each : order(activeProvider(key))) {
+  for (const auto each : order(activeProvider(key), key)) {
     preview.candidates.push_back(candidateOf(each));
   }
   if (const auto choice = choiceOf(key)) {

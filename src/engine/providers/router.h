@@ -39,11 +39,13 @@ class Router : public std::enable_shared_from_this<Router> {
   /// Allowed, and a client could be made now.
   bool providerAvailable(AgentProvider provider) const;
   bool providerAvailable(AgentProvider provider, const ThreadExecutionKey& key) const;
+  /// The same for a conversation that is still to be made, with what is chosen for it.
+  bool providerAvailable(AgentProvider provider, const RunChoices& choices) const;
   bool isExhausted(AgentProvider provider) { return core_.usage.isExhausted(provider); }
   /// Some provider of the route is available; without a key: to a new conversation.
   bool hasRunnableProvider(const std::optional<ThreadExecutionKey>& key) const;
-  /// Whether an exhausted allowance may hand a task on by itself.
-  bool allowsAutomaticHandoff() const;
+  /// Whether an exhausted allowance may hand the task on by itself.
+  bool allowsAutomaticHandoff(const std::optional<ThreadExecutionKey>& key) const;
 
   // Decisions.
 
@@ -90,9 +92,6 @@ class Router : public std::enable_shared_from_this<Router> {
                           const std::optional<ThreadExecutionKey>& selected);
   /// Clients of providers that are not allowed any more are ended.
   Result<> setNoMeteredAPIs(bool value);
-  /// A front end's choice for all turns of this process, stronger than any of a task: a fixed
-  /// route that is not stored and never hands on.
-  void fixForThisProcess(AgentProvider provider) { fixed_ = provider; }
 
  private:
   class AvailabilityCheck;
@@ -101,7 +100,9 @@ class Router : public std::enable_shared_from_this<Router> {
                                  const std::optional<ThreadExecutionKey>& key);
   RoutingPreview previewFor(const std::optional<ThreadExecutionKey>& key) const;
   std::optional<AgentProvider> activeProvider(const std::optional<ThreadExecutionKey>& key) const;
-  std::vector<AgentProvider> order(std::optional<AgentProvider> active) const;
+  std::optional<AgentProvider> fixedFor(const std::optional<ThreadExecutionKey>& key) const;
+  std::vector<AgentProvider> order(std::optional<AgentProvider> active,
+                                   const std::optional<ThreadExecutionKey>& key) const;
   std::vector<AgentProvider> orderFor(const std::optional<ThreadExecutionKey>& key) const;
   std::optional<AgentProvider> choiceOf(const std::optional<ThreadExecutionKey>& key) const;
   bool isMarkedExhausted(AgentProvider provider) const;
@@ -109,7 +110,6 @@ class Router : public std::enable_shared_from_this<Router> {
              std::function<void()> done);
 
   const Dependencies core_;
-  std::optional<AgentProvider> fixed_;
 };
 
 }  // namespace vantrell

@@ -1,6 +1,5 @@
 #include "engine/providers/system_provider_services.h"
 
-#include <fmt/format.h>
 #include <utility>
 
 #include "platform/files/files.h"
@@ -14,47 +13,40 @@ namespace vantrell {
 namespace {
 
 /// The practice agent in the place of local models: like them it needs no subscription.
-ProviderConnector practiceConnector(MainQueue& main, BackgroundPool& pool, std::string executable) {
-  ProviderConnector connector;
-  connector.provider = AgentProvider::local;
-  connector.setupHint =
-      fmt::format("The practice agent is missing: {}. Build it with ./run.", executable);
-  connector.isAvailable = [executable](const auto&) { return files::isExecutable(executable); };
-  connector.makeClient =
-      [&main, &pool,
-       executable](const ProviderConnectorContext& context) -> std::shared_ptr<AgentClient> {
-    if (!files::isExecutable(executable)) return nullptr;
-    ACPConfiguration configuration;
-    configuration.provider = AgentProvider::local;
-    configuration.executable = executable;
-    configuration.workspacePath = context.workspacePath;
-    configuration.permissionMode = context.permissionMode;
-    configuration.processArguments = {"acp"};
-    configuration.processEnvironment = configuration.terminalEnvironment =
-        GrokLocator::augmentedEnvironment();
-    configuration.runtimeName = "The practice agent";
-    return ACPClient::make(std::move(configuration), main, pool);
+std::shared_ptr<AgentClient> makePracticeClient(MainQueue& main, BackgroundPool& pool,
+                                                const ProviderConnectorContext& context) {
+  if (!files::isExecutable(*context.practiceAgent)) return nullptr;
+  ACPConfiguration configuration;
+  configuration.provider = AgentProvider::local;
+  configuration.executable = *context.practiceAgent;
+  configuration.workspacePath = context.workspacePath;
+  configuration.permissionMode = context.permissionMode;
+  configuration.processArguments = {"acp"};
+  configuration.processEnvironment = configuration.terminalEnvironment =
+      GrokLocator::augmentedEnvironment();
+  configuration.runtimeName = "The practice agent";
+  return ACPClient::make(std::move(configuration), main, pool);
+}
+
+/// Local models, except where a conversation has the practice agent.
+ProviderConnector withPractice(MainQueue& main, BackgroundPool& pool,
+                               const ProviderConnector& local) {
+  ProviderConnector connector = local;
+  connector.isAvailable = [local](const auto& context) {
+    return context.practiceAgent ? files::isExecutable(*context.practiceAgent)
+                                 : local.isAvailable(context);
   };
-  connector.modelOptions = [](const auto&) {
-    return std::vector{ProviderModelOption::defaultOption({ProviderEffortOption::defaultOption()})};
+  connector.makeClient = [&main, &pool, local](const auto& context) {
+    return context.practiceAgent ? makePracticeClient(main, pool, context)
+                                 : local.makeClient(context);
   };
-  // What helps with local models is no help with this one.
-  connector.advice = [](const std::string& description) { return description; };
   return connector;
 }
 
 }  // namespace
 
-ExecutableChoice executableChoice(ExecutableChoice named, const UserDefaults& defaults) {
-  return [named = std::move(named), &defaults](AgentProvider provider) {
-    auto path = named ? named(provider) : std::nullopt;
-    return path ? path : customExecutablePath(defaults, provider);
-  };
-}
-
 SystemProviderServices::SystemProviderServices(Dependencies given)
-    : practices_(given.practiceAgent.has_value()),
-      http_(given.main),
+    : http_(given.main),
       detector_(LocalRuntimeDetector::make(given.defaults, http_)),
       webhook_(TaskletWebhook::make(given.secrets)),
       connectors_({.main = given.main,
@@ -62,10 +54,11 @@ SystemProviderServices::SystemProviderServices(Dependencies given)
                    .defaults = given.defaults,
                    .http = http_,
                    .webhook = webhook_,
-                   .customExecutable = given.customExecutable}) {
-  if (practices_) {
-    connectors_.replace(practiceConnector(given.main, given.pool, *given.practiceAgent));
-  }
+                   .customExecutable = [&defaults = given.defaults](AgentProvider provider) {
+                     return customExecutablePath(defaults, provider);
+                   }}) {
+  connectors_.replace(
+      withPractice(given.main, given.pool, connectors_.connector(AgentProvider::local)));
   detector_->onChange = [this] {
     if (onLocalRuntimeChanged) onLocalRuntimeChanged();
     if (detector_->status().isChecking()) return;
@@ -91,7 +84,7 @@ void SystemProviderServices::saveTaskletWebhook(const std::string& text,
 
 bool SystemProviderServices::isKnown(AgentProvider provider) const {
   if (provider == AgentProvider::tasklet) return webhookIsKnown_ || webhook_->isConfigured();
-  if (provider != AgentProvider::local || practices_) return true;
+  if (provider != AgentProvider::local) return true;
   return !detector_->status().isChecking();
 }
 

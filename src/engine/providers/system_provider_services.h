@@ -18,12 +18,6 @@ namespace vantrell {
 class SecretQueue;
 class UserDefaults;
 
-/// The path of a provider's program that the front end names for this process, else the one that
-/// the user has stored: the one answer to which program is meant. Main queue.
-using ExecutableChoice = std::function<std::optional<std::string>(AgentProvider)>;
-/// `named` may be unset. The defaults must outlive it.
-ExecutableChoice executableChoice(ExecutableChoice named, const UserDefaults& defaults);
-
 class SystemProviderServices : public ProviderServices {
  public:
   struct Dependencies {
@@ -31,9 +25,6 @@ class SystemProviderServices : public ProviderServices {
     BackgroundPool& pool;
     const UserDefaults& defaults;
     SecretQueue& secrets;
-    ExecutableChoice customExecutable;
-    /// Path of the practice agent, which then stands in for local models in this process.
-    std::optional<std::string> practiceAgent{};
   };
   /// What is given must outlive it.
   explicit SystemProviderServices(Dependencies dependencies);
@@ -52,7 +43,6 @@ class SystemProviderServices : public ProviderServices {
   void prepare(AgentProvider provider, std::function<void()> done) override;
 
  private:
-  const bool practices_;
   HttpClient http_;
   const std::shared_ptr<LocalRuntimeDetector> detector_;
   const std::shared_ptr<TaskletWebhook> webhook_;

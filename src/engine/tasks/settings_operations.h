@@ -48,12 +48,6 @@ class SettingsOperations {
   void changeSecret(std::string_view name, std::string_view text,
                     std::function<void(Result<>)> done);
 
-  /// Modes for this process only, in place of the stored ones.
-  void chooseForThisProcess(std::optional<GrokPermissionMode> permissionMode,
-                            std::optional<TaskWorkflowMode> workflowMode) {
-    core_.settings.chooseForThisProcess(permissionMode, workflowMode);
-  }
-
  private:
   Result<> takeEffect(const SettingRow& row, const std::string& checked, const Selected& selected);
   void readAgain(const SettingRow& row);

@@ -41,6 +41,12 @@ class AgentLauncher::ConversationListener : public AgentSession::Listener {
   const ThreadExecutionKey key_;
 };
 
+bool AgentLauncher::isServing(AgentProvider provider, const ThreadExecutionKey& key) const {
+  const auto* execution = core_.executions.find(key);
+  return execution && execution->session->isServedBy(provider) &&
+         execution->startedWith == core_.setup.choicesFor(provider, key);
+}
+
 void AgentLauncher::startClient(AgentProvider provider, const ThreadExecutionKey& key,
                                 const std::optional<Uuid>& runID, std::function<void()> afterReady,
                                 int startupAttempt) {
@@ -58,7 +64,7 @@ void AgentLauncher::startClient(AgentProvider provider, const ThreadExecutionKey
     execution.listener = std::make_unique<ConversationListener>(*this, key);
     execution.session->setListener(execution.listener.get());
   }
-  execution.permissionMode = context->permissionMode;
+  execution.startedWith = core_.setup.choicesOf(*context);
   core_.runs.connecting(key, runID, provider);
   const Attempt attempt{provider, key, runID, startupAttempt, std::move(afterReady)};
   execution.session->start(
@@ -81,9 +87,9 @@ void AgentLauncher::startCompleted(const Attempt& attempt, AgentSession::StartRe
   }
   core_.executions.execution(attempt.key).endClient();
   const std::string& description = result.error().localizedDescription();
-  core_.runs.failed(
-      attempt.key, attempt.runID,
-      {.description = description, .text = core_.setup.advice(description, attempt.provider)});
+  core_.runs.failed(attempt.key, attempt.runID,
+                    {.description = description,
+                     .text = core_.setup.advice(description, attempt.provider, attempt.key)});
   forgetLostSession(attempt, description);
 }
 

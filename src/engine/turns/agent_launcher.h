@@ -38,6 +38,10 @@ class AgentLauncher : public std::enable_shared_from_this<AgentLauncher> {
                    const std::optional<Uuid>& runID, std::function<void()> afterReady,
                    int startupAttempt = 1);
 
+  /// Whether the provider's client is connected, under the permission mode and with the program
+  /// that a new one would be started with: a client keeps both.
+  bool isServing(AgentProvider provider, const ThreadExecutionKey& key) const;
+
   static constexpr std::chrono::seconds connectTimeout{30};
   static constexpr std::chrono::milliseconds pauseBeforeRetry{500};
 

@@ -48,7 +48,7 @@ void Approvals::noteAlwaysApprove(const PermissionRequest& request, const std::s
   }
   settings_.announceFailure(settings_.recordPermissionMode(GrokPermissionMode::fullAccess));
   if (auto* execution = key ? executions_.find(*key) : nullptr) {
-    execution->permissionMode = GrokPermissionMode::fullAccess;
+    execution->startedWith.permissionMode = GrokPermissionMode::fullAccess;
   }
 }
 

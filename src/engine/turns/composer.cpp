@@ -87,8 +87,10 @@ void Composer::beginRun(const Prompt& prompt) {
               static_cast<void>(self.runNextQueuedPrompt(key));
             })};
   core_.context.projectContextPrompt(
-      prompt.key, weakly(this, [turn, prompt, mode = core_.settings.workflowMode()](
-                                   Composer& self, const std::string& block) mutable {
+      prompt.key,
+      weakly(this, [turn, prompt,
+                    mode = core_.settings.workflowModeFor(core_.executions.choicesFor(prompt.key))](
+                       Composer& self, const std::string& block) mutable {
         // Reading the project's guidance may have taken a while.
         if (!self.core_.turns.isLive(turn)) return;
         turn.originalPrompt = assemblePrompt(prompt.text, prompt.attachments, mode, block);

@@ -22,7 +22,7 @@ void TurnOutcome::failed(const AgentError& error, const Turn& turn, AgentProvide
   const std::string& description = error.localizedDescription();
   runs_.failed(turn.key, turn.runID,
                {.description = description,
-                .text = setup_.advice(description, provider),
+                .text = setup_.advice(description, provider, turn.key),
                 .entry = fmt::format("Error from {}: {}", shortLabel(provider), description)});
   runHooks(ProjectHookEvent::taskFailed, turn.key);
 }

@@ -85,10 +85,7 @@ void TurnRunner::buildCapsule(const Turn& turn, AgentProvider from, AgentProvide
 
 void TurnRunner::deliver(std::string prompt, Turn turn, AgentProvider provider) {
   turn.attempted.insert(provider);
-  const ThreadExecutionRuntime& execution = core_.executions.execution(turn.key);
-  // A client keeps the permission mode that it was started with.
-  const bool isKept = execution.session->isServedBy(provider) && turn.clientWasReady &&
-                      execution.permissionMode == core_.settings.permissionMode();
+  const bool isKept = turn.clientWasReady && core_.launcher.isServing(provider, turn.key);
   if (isKept) return performSend(prompt, turn, provider);
   startAndSend(std::move(prompt), std::move(turn), provider);
 }
@@ -124,7 +121,8 @@ void TurnRunner::performSend(const std::string& prompt, const Turn& turn, AgentP
 void TurnRunner::turnFailed(const AgentError& error, const Turn& turn, AgentProvider provider) {
   if (!isUsageLimitFailure(error)) return core_.outcome.failed(error, turn, provider);
   core_.usage.markExhausted(provider);
-  if (!core_.router.allowsAutomaticHandoff()) return core_.outcome.failed(error, turn, provider);
+  if (!core_.router.allowsAutomaticHandoff(turn.key))
+    return core_.outcome.failed(error, turn, provider);
   const auto isDecided = std::make_shared<bool>(false);
   core_.router.probeForHandoff(provider, turn.attempted, turn.key,
                                weakly(this, [error, turn, provider, isDecided](TurnRunner& self) {

@@ -19,7 +19,6 @@ namespace vantrell {
 class TurnRunner : public std::enable_shared_from_this<TurnRunner> {
  public:
   struct Dependencies {
-    const Settings& settings;
     WorkspaceTree& tree;
     ExecutionTable& executions;
     RunLifecycle& runs;

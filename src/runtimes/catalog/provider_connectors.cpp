@@ -62,13 +62,19 @@ std::optional<ACPConfiguration> acpConfiguration(AgentProvider provider,
   return configuration;
 }
 
+std::optional<std::string> programOf(AgentProvider provider, const ConnectorDependencies& uses,
+                                     const Context& context) {
+  return findRuntime(provider,
+                     context.executable ? context.executable : uses.customExecutable(provider));
+}
+
 Client makeClient(AgentProvider provider, const ConnectorDependencies& uses, Context context) {
   if (provider == AgentProvider::tasklet) {
     const auto url = context.taskletConfigured ? uses.webhook->url() : std::nullopt;
     if (!url) return nullptr;
     return TaskletClient::make(*url, context.workspaceName, uses.main, uses.http);
   }
-  const auto program = findRuntime(provider, uses.customExecutable(provider));
+  const auto program = programOf(provider, uses, context);
   if (!program) return nullptr;
   // The runtime's own choice goes by that id in every list; no runtime knows it as a model or
   // effort.
@@ -100,7 +106,7 @@ bool isAvailable(AgentProvider provider, const ConnectorDependencies& uses,
       !mayUseModel(provider, configuredModel(uses.defaults, provider))) {
     return false;
   }
-  return findRuntime(provider, uses.customExecutable(provider)).has_value();
+  return programOf(provider, uses, context).has_value();
 }
 
 /// What the table says, and what the local server has.
@@ -161,7 +167,6 @@ ProviderConnectorRegistry::ProviderConnectorRegistry(ConnectorDependencies depen
          .makeClient = [=](const Context& context) { return makeClient(provider, *uses, context); },
          .modelOptions =
              [=](const Context& context) { return modelOptions(provider, *uses, context); },
-         .advice = {},
          .isSessionLost = provider == AgentProvider::claude ? claude::isSessionLost : nullptr});
   }
 }

@@ -33,6 +33,10 @@ struct ProviderConnectorContext {
   GrokPermissionMode permissionMode = GrokPermissionMode::ask;
   LocalRuntimeStatus localRuntimeStatus = LocalRuntimeStatus::checking();
   bool taskletConfigured = false;
+  /// The program for this conversation alone, in place of the one that the user has set.
+  std::optional<std::string> executable{};
+  /// The practice agent for this conversation, in place of local models.
+  std::optional<std::string> practiceAgent{};
 };
 
 struct ProviderConnector {
@@ -42,8 +46,6 @@ struct ProviderConnector {
   /// Null when no client can be made; the setup hint then tells what to do.
   std::function<std::shared_ptr<AgentClient>(const ProviderConnectorContext&)> makeClient;
   std::function<std::vector<ProviderModelOption>(const ProviderConnectorContext&)> modelOptions;
-  /// What to tell the user for a failure's words; unset: the provider's usual advice.
-  std::function<std::string(const std::string& description)> advice;
   /// Whether a failed start says that the runtime no longer has the session; unset: it would have
   /// begun a new one by itself.
   std::function<bool(std::string_view description)> isSessionLost{};
