@@ -41,7 +41,7 @@ AppParts::AppParts(AppDependencies given)
       queue(main, tree),
       status(main, tree, executions, changes),
       launcher(std::make_shared<AgentLauncher>(AgentLauncher::Dependencies{
-          main, settings, tree, executions, runs, setup, *catalog, usage, intake, approvals})),
+          main, tree, executions, runs, setup, *catalog, usage, intake, approvals})),
       usageReset(std::make_shared<UsageReset>(executions, usage, controls, *launcher)),
       outcome(std::make_shared<TurnOutcome>(main, runs, executions, setup, *git, *hooks)),
       turns(std::make_shared<TurnRunner>(

@@ -97,7 +97,7 @@ TEST_F(StoredTasksTest, ImportTakesTheLockAndKeepsWhatItReplaces) {
     EXPECT_THAT((*import)->replace("{", Date(0)).error(), HasSubstr("cannot be read"));
     const auto replaced = (*import)->replace(exported->document, Date(0));
     ASSERT_TRUE(replaced) << replaced.error();
-    EXPECT_TRUE(files::exists(replaced->keptAside));
+    EXPECT_TRUE(files::exists(replaced->quarantined));
   }
   EXPECT_EQ(storedConversations(folders, Date(0))->workspaces, tree_.workspaces());
 }

@@ -111,8 +111,8 @@ TEST_F(Router, ChoiceForTheTaskBeatsTheRouteAndOneForAMessageIsUsedUp) {
   router->handoff(claude, Scope::continueTask, key);
   EXPECT_EQ(thread().preferredProvider, codex) << "Claude is not there";
   EXPECT_EQ(texts().size(), 2U);
-  router->fixForThisProcess(glm);
-  EXPECT_EQ(next(), glm) << "the front door's choice is stronger";
+  model->executions.choose(key, {.provider = glm});
+  EXPECT_EQ(next(), glm) << "what a front end chooses is stronger";
 }
 
 TEST_F(Router, AllowanceComesBackAtItsResetTime) {
@@ -177,7 +177,7 @@ TEST_F(Router, PreviewsSayWhy) {
   router->handoff(glm, Scope::continueTask, key);
   EXPECT_EQ(router->routingPreview(key).provider, glm) << "a choice, whatever its allowance";
   router->setRoutingMode(Mode::claude, key);
-  router->fixForThisProcess(claude);
+  model->executions.choose(key, {.provider = claude});
   EXPECT_EQ(router->routingPreview(key).reason, "No provider is currently ready");
 }
 
@@ -226,7 +226,7 @@ TEST_F(Router, OnlyAnExhaustedAllowanceHandsOnAndOnlyOnAnAutomaticRoute) {
     clients.clear();
     start();
     router->setRoutingMode(each.mode, key);
-    if (each.isFixed) router->fixForThisProcess(kimi);
+    if (each.isFixed) model->executions.choose(key, {.provider = kimi});
     work("Go");
     client().fails(AgentError(each.failure));
     main.runReady();

@@ -233,8 +233,8 @@ TEST_F(SettingsOperationsTest, TakeEffectAtOnceAndByTheRules) {
   EXPECT_EQ(changed("workflow", "plan"), "A plan never begins with full access: mode is ask now.");
   EXPECT_EQ(value("mode"), "ask");
   EXPECT_EQ(model->settings.workflowMode(), TaskWorkflowMode::plan);
-  model->settingsOperations.chooseForThisProcess(GrokPermissionMode::fullAccess, std::nullopt);
-  EXPECT_EQ(model->settings.permissionMode(), GrokPermissionMode::ask);
+  EXPECT_EQ(model->settings.permissionModeFor({.permissionMode = GrokPermissionMode::fullAccess}),
+            GrokPermissionMode::ask);
 
   providers.connectors[AgentProvider::glm].modelOptions = [](const auto&) {
     return std::vector<ProviderModelOption>();

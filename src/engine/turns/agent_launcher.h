@@ -20,7 +20,6 @@ class AgentLauncher : public std::enable_shared_from_this<AgentLauncher> {
  public:
   struct Dependencies {
     MainQueue& main;
-    const Settings& settings;
     WorkspaceTree& tree;
     ExecutionTable& executions;
     RunLifecycle& runs;
