@@ -76,17 +76,5 @@ TEST(JsonProperty, RandomValuesSurviveWritingAndReading) {
   }
 }
 
-TEST(JsonProperty, DoublesComeBackBitForBit) {
-  RandomJson random(2);
-  for (int i = 0; i < 50'000; ++i) {
-    const double number = random.number();
-    const auto read = json::parse(json::write(Json(number)));
-    ASSERT_TRUE(read);
-    const double back =
-        read->asDouble() ? *read->asDouble() : static_cast<double>(*read->asInteger());
-    ASSERT_EQ(std::bit_cast<std::uint64_t>(back), std::bit_cast<std::uint64_t>(number)) << number;
-  }
-}
-
 }  // namespace
 }  // namespace vantrell

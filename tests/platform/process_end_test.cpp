@@ -142,25 +142,6 @@ TEST_F(ProcessEnd, PatientStopLetsTheChildEndByItself) {
   EXPECT_EQ(TemporaryFolder::contentOf(last), "onetwo\n");
 }
 
-TEST_F(ProcessEnd, UnsentBytesAreCountedToTheEndOfAPatientStop) {
-  const TemporaryFolder folder;
-  const Descriptor read = makePipe(folder / "read");
-  const Descriptor done = makePipe(folder / "done");
-  const Descriptor end = makePipe(folder / "end");
-  auto options = shell("read x < read; cat > /dev/null; echo > done; read x < end");
-  options.workingFolder = folder.path();
-  const auto record = start(options);
-  const std::size_t size = 1'000'000;  // more than a pipe takes
-  record->process->write(std::string(size, 'x'));
-  record->process->stop(20s, 20s);
-  EXPECT_GT(record->process->unsentBytes(), 0U);
-  EXPECT_EQ(::write(read.get(), "\n", 1), 1);
-  ASSERT_TRUE(hasByte(done, 20s));
-  EXPECT_EQ(record->process->unsentBytes(), 0U);
-  EXPECT_EQ(::write(end.get(), "\n", 1), 1);
-  EXPECT_TRUE(Process::waitForAll(20s));
-}
-
 TEST_F(ProcessEnd, ChildThatIgnoresTheRequestIsKilledAfterTheGrace) {
   const auto record = start(shell("trap '' TERM; sleep 100 & echo $!; wait"));
   const pid_t grandchild = idIn(*record);

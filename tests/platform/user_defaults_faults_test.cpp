@@ -88,39 +88,6 @@ TEST(UserDefaultsFaults, ATypeOfALaterVersionIsPassedOverAndKept) {
   sqlite3_close(database);
 }
 
-TEST(UserDefaultsFaults, AProgramKilledInItsWritesLosesNoneThatWasAnswered) {
-  const TemporaryFolder folder;
-  const std::string path = folder / "settings";
-  for (int round = 0; round < 8; ++round) {
-    int answered[2];
-    ASSERT_EQ(pipe(answered), 0);
-    const pid_t child = fork();
-    if (child == 0) {
-      const auto defaults = UserDefaults::open(path);
-      // Large enough that a write takes several pages, and so can be cut in two.
-      for (std::uint32_t i = 0;; ++i) {
-        const std::string value = std::to_string(i) + "," + std::string(20'000, 'x');
-        if (!(*defaults)->setText("k", value) || write(answered[1], &i, sizeof i) < 0) _exit(1);
-      }
-    }
-    close(answered[1]);
-    std::uint32_t last = 0;
-    const std::uint32_t enough = static_cast<std::uint32_t>(3 + 5 * round);
-    while (read(answered[0], &last, sizeof last) == sizeof last && last < enough) {
-    }
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
-    while (read(answered[0], &last, sizeof last) == sizeof last) {
-    }
-    close(answered[0]);
-    const auto value = storedText(path, "k");
-    ASSERT_TRUE(value);
-    EXPECT_GE(std::stoul(*value), last);
-    EXPECT_EQ(value->size(), std::to_string(std::stoul(*value)).size() + 20'001) << "half a write";
-    EXPECT_FALSE(Database::isDamaged(path));
-  }
-}
-
 TEST(UserDefaultsFaults, DamageIsToldFromWhatOnlyCannotBeOpenedNow) {
   const TemporaryFolder folder;
   const std::string path = folder / "settings";

@@ -45,7 +45,7 @@ std::string asideName(const std::string& path, Date date) {
 
 Result<std::string> quarantine(const std::string& path, Date date) {
   std::string aside = asideName(path, date);
-  if (!renameToFreeName(path, aside)) return failure("put aside", path);
+  if (!renameToFreeName(path, aside)) return failure("move away", path);
   if (!syncFolderOf(aside)) return failure("make durable", aside);
   return aside;
 }

@@ -80,7 +80,7 @@ struct SerialQueue::Impl : std::enable_shared_from_this<Impl> {
 
   void activate() {
     if (pool->post([self = shared_from_this()] { self->runBatch(); })) return;
-    // Nobody will run it, and what it holds may hold this queue.
+    // It will never run, and what it holds may hold this queue.
     std::vector<Work> dropped;
     const std::lock_guard lock(mutex);
     dropped.swap(waiting);

@@ -23,7 +23,7 @@ std::string keyringSentence(SecretError::Kind kind, std::chrono::milliseconds li
     case Kind::timedOut:
       return fmt::format(
           "The keyring did not answer within {} seconds. Look whether it asks you something; "
-          "otherwise end the keyring service or log in anew, and try again.",
+          "otherwise end the keyring service or log in again, and try again.",
           std::chrono::duration<double>(limit).count());
     case Kind::denied:
       return fmt::format(

@@ -227,7 +227,7 @@ int main(int count, char** words) {
   for (const int number : {0, 1, 2}) ::close(number);
   if (::chdir("/") != 0) return 1;
   Supervisor supervisor(launched.id, std::strchr(flags, endsGroupWithLeader) != nullptr);
-  // Whoever ends programs by a word of their command lines (pkill -f) is to find the child only.
+  // A search for programs by words of their command lines (pkill -f) should find the child only.
   char* const last = words[count - 1];
   std::memset(words[1], '\0', static_cast<std::size_t>(last + std::strlen(last) - words[1]));
   report(Report::Kind::started, launched.id, 0);

@@ -36,7 +36,7 @@ std::optional<std::string> WorkspaceStore::valueOfDocument() const {
 }
 
 // Earlier versions kept the tree as one document in the defaults. It goes from there when all of it
-// is in the file, or kept aside.
+// is in the file, or quarantined.
 std::vector<Workspace> WorkspaceStore::readDocument(std::vector<Workspace> fromFile) {
   const auto document = valueOfDocument();
   if (!document) return fromFile;
