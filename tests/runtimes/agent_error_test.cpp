@@ -18,7 +18,6 @@ TEST(AgentError, UsageLimitIsToldByTheWordsOfAnUnclassifiedError) {
   for (const auto& [expected, texts] : cases) {
     for (const auto& text : texts) {
       EXPECT_EQ(isUsageLimitFailure(AgentError(text)), expected) << text;
-      EXPECT_EQ(isUsageLimitFailure(AgentError(text)), expected) << text;
       EXPECT_FALSE(isUsageLimitFailure(AgentError::transport(text))) << "the name of a server";
       EXPECT_FALSE(isUsageLimitFailure(AgentError::disconnection(text))) << "a crash's last words";
     }

@@ -200,7 +200,5 @@ TEST_F(ClaudeClientTurn, OtherControlRequestsAreRefused) {
   expectNotes({"says done"});
 }
 
-// ---- anything else ------------------------------------------------------------------------------
-
 }  // namespace
 }  // namespace vantrell

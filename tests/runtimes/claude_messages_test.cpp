@@ -80,22 +80,15 @@ TEST(ClaudeMessages, FailureIsToldInClaudeCodesWords) {
   };
   for (const Case& each : {
            Case{R"({"is_error":false,"errors":["x"],"result":"r"})", nullptr},
-           Case{R"({"errors":["x"]})", nullptr},
-           Case{R"({"is_error":"true","errors":["x"]})", nullptr},
            Case{R"({"is_error":true,"errors":["a","b"],"result":"r","subtype":"s"})", "a; b"},
-           Case{R"({"is_error":true,"errors":[],"result":"r","subtype":"s"})", "r"},
            Case{R"({"is_error":true,"errors":["a",1],"result":"r","subtype":"s"})", "r"},
-           Case{R"({"is_error":true,"errors":"a","result":{},"subtype":"s"})", "s"},
            Case{R"({"is_error":true})", "Claude Code could not complete the turn."},
-           Case{R"({"is_error":true,"result":"x","api_error_status":429})", "x", Kind::usageLimit},
            Case{R"({"is_error":true,"result":"x","api_error_status":"429"})", "x"},
            Case{frames::turnResult, nullptr},
            Case{frames::limitResult, "You've hit your session limit · resets 1:40am (UTC)",
                 Kind::usageLimit},
            Case{frames::loginResult, "Failed to authenticate. API Error: 401 Invalid bearer token",
                 Kind::authentication},
-           Case{frames::interruptedResult,
-                "[ede_diagnostic] result_type=user last_content_type=n/a stop_reason=null"},
        }) {
     const auto failure = claude::failureOf(parsed(each.result));
     ASSERT_EQ(failure.has_value(), each.message != nullptr) << each.result;
@@ -138,8 +131,6 @@ TEST(ClaudeMessages, UsageIsReadInBothSpellings) {
            Case{R"({"utilization":1,"resetsAt":1700000000.5,"rateLimitType":"seven_day",)"
                 R"("status":"allowed"})",
                 100.0, 1700000000.5, "seven_day", false},
-           Case{R"({"utilization":"0.5","resets_at":null,"rate_limit_type":5})", {}, {}, {}, false},
-           Case{R"({"status":"Rejected"})", {}, {}, {}, false},
            Case{R"({"status":"rejected"})", {}, {}, {}, true},
            // The server is busy for everybody.
            Case{R"({"status":"rejected","isUsingOverage":false})", {}, {}, {}, false},

@@ -36,6 +36,13 @@ TEST(LocalHarness, RunsInTheProjectFromItsOwnHomeAgainstTheChosenModel) {
   const auto configuration = localHarness(connection, context, program, folder.path());
   ASSERT_TRUE(configuration);
 
+  auto gone = context;
+  gone.selectedModel = "gone";
+  EXPECT_TRUE(localHarness(connection, gone, program, folder.path()));
+  EXPECT_THAT(TemporaryFolder::contentOf(folder / "vantrell/local-agent/grok/config.toml"),
+              testing::HasSubstr("model = \"first\""));
+  ASSERT_TRUE(localHarness(connection, context, program, folder.path()));
+
   ManualMainQueue main;
   BackgroundPool pool(2);
   const auto client = ACPClient::make(*configuration, main, pool);

@@ -18,16 +18,10 @@ using enum LocalRuntimeKind;
 TEST(LocalRuntimeService, ReadsTheChoiceFromTheDefaults) {
   const auto defaults = UserDefaults::inMemory();
   EXPECT_EQ(configuredKind(*defaults), automatic);
-  EXPECT_EQ(configuredURL(*defaults), "");
-  for (const auto& [stored, kind] : {std::pair{"automatic", automatic},
-                                     {"ollama", ollama},
-                                     {"lm_studio", lmStudio},
-                                     {"custom", custom},
-                                     {"LM Studio", automatic},
-                                     {"", automatic}}) {
-    defaults->setText("localRuntimeKind.v1", stored);
-    EXPECT_EQ(configuredKind(*defaults), kind) << stored;
-  }
+  defaults->setText("localRuntimeKind.v1", "lm_studio");
+  EXPECT_EQ(configuredKind(*defaults), lmStudio);
+  defaults->setText("localRuntimeKind.v1", "LM Studio");
+  EXPECT_EQ(configuredKind(*defaults), automatic);
   defaults->setText("localRuntimeBaseURL.v1", " http://x ");
   EXPECT_EQ(configuredURL(*defaults), " http://x ");
 }
@@ -84,23 +78,18 @@ TEST(LocalRuntimeService, LooksInTheRightPlaces) {
   };
   for (const auto& each : {
            Case{automatic, "", {ollamaHere, lmStudioHere}},
-           Case{automatic, "no URL at all", {ollamaHere, lmStudioHere}},
            Case{ollama, "", {ollamaHere}},
            Case{lmStudio, "", {lmStudioHere}},
            // The text as it is stored decides whether there is one.
            Case{ollama, " ", {invalid}},
-           Case{lmStudio, " ", {invalid}},
            Case{custom, "", {invalid}},
-           Case{custom, " \n", {invalid}},
            Case{custom,
                 "http://example.com",
                 {"Non-HTTPS runtimes must use localhost or a private-network address."}},
            Case{ollama, "http://box.local:1", {ollamaAt("http://box.local:1")}},
-           Case{ollama, "http://box.local:1/", {ollamaAt("http://box.local:1")}},
            Case{ollama, "http://box.local:1/v1", {ollamaAt("http://box.local:1")}},
            Case{ollama, "http://box.local:1/V1/", {ollamaAt("http://box.local:1")}},
            Case{ollama, "https://h/proxy/v1?key=1", {ollamaAt("https://h/proxy", "?key=1")}},
-           Case{lmStudio, "http://10.0.0.1", {openAIAt("lm_studio, LM Studio", "http://10.0.0.1")}},
            Case{custom,
                 " http://10.0.0.1/ ",
                 {openAIAt("custom, Local runtime", "http://10.0.0.1")}},
@@ -128,14 +117,10 @@ TEST(LocalRuntimeService, ReadsTheModelsThatAServerLists) {
       {custom,
        R"({"data":[{"name":7,"model":null,"id":"i"},{"name":" ","id":"lost"},{},3]})",
        {"i"}},
-      {custom, R"({"data":[{"id":"Z"},{"id":"a"},{"id":"ä"}]})", {"Z", "a", "ä"}},
       {ollama, R"({"data":[{"id":"wrong list"}]})", {}},
-      {lmStudio, R"({"models":[{"name":"wrong list"}]})", {}},
       {lmStudio, R"({"data":{"id":"no list"}})", {}},
       {lmStudio, R"({"data":[]})", {}},
       {lmStudio, R"([{"id":"no object"}])", {}},
-      {lmStudio, "7", {}},
-      {lmStudio, "", {notJson}},
       {lmStudio, "<html>", {notJson}},
       {lmStudio, R"({"data":[{"id":"cut)", {notJson}},
   };
@@ -156,14 +141,6 @@ LocalRuntimeConnection connection(const std::string& url, const std::vector<std:
   LocalRuntimeConnection made{lmStudio, "LM Studio", *Url::parse(url), {}};
   for (const auto& id : models) made.models.push_back({id, id, "", false, {}});
   return made;
-}
-
-TEST(LocalRuntimeService, ChoosesTheSelectedModelWhileTheServerHasIt) {
-  const auto two = connection("http://h.local", {"a", "b"});
-  EXPECT_EQ(chosenModel(two, "b"), "b");
-  EXPECT_EQ(chosenModel(two, "gone"), "a");
-  EXPECT_EQ(chosenModel(two, std::nullopt), "a");
-  EXPECT_EQ(chosenModel(connection("http://h.local", {}), "a"), std::nullopt);
 }
 
 TEST(LocalRuntimeService, WritesAProfileOfItsOwnAnewForEveryClient) {

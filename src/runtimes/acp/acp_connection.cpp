@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "platform/values/json_objects.h"
 #include "records/values/application.h"
 #include "runtimes/acp/acp_host_services.h"
 #include "runtimes/acp/acp_messages.h"

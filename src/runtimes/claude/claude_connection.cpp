@@ -1,6 +1,7 @@
 #include "runtimes/claude/claude_connection.h"
 
 #include "platform/text/text.h"
+#include "platform/values/json_objects.h"
 #include "platform/values/uuid.h"
 #include "runtimes/claude/claude_messages.h"
 

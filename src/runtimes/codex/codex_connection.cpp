@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <fmt/format.h>
 
+#include "platform/values/json_objects.h"
 #include "records/values/application.h"
 #include "runtimes/codex/codex_items.h"
 #include "runtimes/codex/codex_messages.h"

@@ -1,5 +1,7 @@
 #include "runtimes/wire/json_rpc_connection.h"
 
+#include "platform/values/json_objects.h"
+
 namespace vantrell {
 
 void JsonRpcConnection::handle(JsonObject message, std::size_t bytes) {
