@@ -23,7 +23,6 @@ TEST(AgentArguments, PutTheModeInFrontAndFullAccessBehind) {
        "m",
        "low",
        {"agent", "--model", "m", "--reasoning-effort", "low", "--always-approve", "stdio"}},
-      {auto_, "", "", {"--permission-mode", "auto", "agent", "stdio"}},
       {auto_,
        "default",
        "default",

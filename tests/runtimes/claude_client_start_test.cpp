@@ -16,7 +16,9 @@ TEST_F(ClaudeClientStart, NewSessionHasAnIdFromTheStart) {
   expectNotes({"started"});
   EXPECT_TRUE(Uuid::parse(session_)) << session_;
   EXPECT_EQ(session_, text::lowercased(session_));
-  EXPECT_TRUE(arguments().ends_with("\n--session-id=" + session_ + "\n")) << arguments();
+  EXPECT_TRUE(arguments().ends_with(
+      "\n--permission-mode\ndefault\n--model\nsonnet\n--session-id=" + session_ + "\n"))
+      << arguments();
   EXPECT_EQ(client_->provider(), AgentProvider::claude);
 }
 

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/text/text.h"
 #include "support/claude_frames.h"
 
 namespace vantrell {
@@ -15,34 +14,6 @@ JsonObject parsed(std::string_view text) {
   auto object = json::parseObject(text);
   EXPECT_TRUE(object) << text;
   return object.value_or(JsonObject{});
-}
-
-TEST(ClaudeMessages, ArgumentsTellModeModelEffortAndSession) {
-  const std::string front =
-      "--output-format stream-json --verbose --input-format stream-json "
-      "--include-partial-messages --permission-prompt-tool stdio "
-      "--setting-sources=user,project,local --permission-mode ";
-  struct Case {
-    GrokPermissionMode mode;
-    std::optional<std::string> effort;
-    bool resumes;
-    std::string rest;
-  };
-  for (const Case& each : {
-           Case{GrokPermissionMode::ask, {}, false, "default --model opus --session-id=s1"},
-           Case{GrokPermissionMode::auto_, "", false, "auto --model opus --session-id=s1"},
-           Case{GrokPermissionMode::fullAccess, "default", true,
-                "bypassPermissions --model opus --resume=s1"},
-           Case{GrokPermissionMode::ask, "xhigh", true,
-                "default --model opus --effort xhigh --resume=s1"},
-       }) {
-    AgentConfiguration configuration;
-    configuration.model = "opus";
-    configuration.permissionMode = each.mode;
-    configuration.effort = each.effort;
-    EXPECT_EQ(text::joined(claude::processArguments(configuration, "s1", each.resumes), " "),
-              front + each.rest);
-  }
 }
 
 TEST(ClaudeMessages, FailureIsClassedByStatusAndWords) {

@@ -15,23 +15,11 @@ PermissionRequest question(const std::string& method, const std::string& params,
   return codex::approvalQuestion(5, method, *json::parseObject(params), known ? &*known : nullptr);
 }
 
-TEST(CodexApprovals, TitleAndDetailSayWhatIsAsked) {
-  struct Case {
-    std::string method, params, title, detail;
-  };
-  const std::string unknown = "Codex is requesting permission to continue.";
-  const Case cases[] = {
-      {command, R"({"command":"rm x","reason":"tidy"})", "Run command", "rm x\n\ntidy"},
-      {command, R"({"reason":"tidy"})", "Grant access", "tidy"},
-      {files, R"({"reason":"tidy"})", "Edit files", "tidy"},
-      {permissions, R"({"reason":"need"})", "Grant access", "need"},
-  };
-  for (const auto& [method, params, title, detail] : cases) {
-    const auto made = question(method, params);
-    EXPECT_EQ(made.id, 5);
-    EXPECT_EQ(made.title, title) << params;
-    EXPECT_EQ(made.detail, detail) << params;
-  }
+TEST(CodexApprovals, TitleSaysWhatIsAsked) {
+  EXPECT_EQ(question(command, R"({"command":"rm x"})").title, "Run command");
+  EXPECT_EQ(question(command, R"({"reason":"tidy"})").title, "Grant access");
+  EXPECT_EQ(question(files, "{}").title, "Edit files");
+  EXPECT_EQ(question(permissions, "{}").title, "Grant access");
 }
 
 TEST(CodexApprovals, DetailShowsWhatCodexSaysElsewhere) {

@@ -5,48 +5,7 @@
 namespace vantrell {
 namespace {
 
-using enum GrokPermissionMode;
 using Kind = AgentRuntimeError::Kind;
-
-AgentConfiguration configuration(GrokPermissionMode mode) {
-  AgentConfiguration made;
-  made.workspacePath = "/w \"x\"";
-  made.permissionMode = mode;
-  return made;
-}
-
-TEST(CodexMessages, ThreadAndTurnSayWhatTheModeAllows) {
-  struct Case {
-    GrokPermissionMode mode;
-    std::string thread, turn;
-  };
-  const std::string inWorkspace =
-      R"({"type":"workspaceWrite","writableRoots":["/w \"x\""],"networkAccess":false})";
-  const Case cases[] = {
-      {ask,
-       R"("approvalPolicy":"on-request","approvalsReviewer":"user","sandbox":"workspace-write")",
-       R"("approvalPolicy":"on-request","approvalsReviewer":"user","sandboxPolicy":)" +
-           inWorkspace},
-      {auto_,
-       R"("approvalPolicy":"on-request","approvalsReviewer":"auto_review",)"
-       R"("sandbox":"workspace-write")",
-       R"("approvalPolicy":"on-request","approvalsReviewer":"auto_review","sandboxPolicy":)" +
-           inWorkspace},
-      {fullAccess,
-       R"("approvalPolicy":"never","approvalsReviewer":"user","sandbox":"danger-full-access")",
-       R"("approvalPolicy":"never","approvalsReviewer":"user",)"
-       R"("sandboxPolicy":{"type":"dangerFullAccess"})"},
-  };
-  for (const auto& [mode, thread, turn] : cases) {
-    const auto made = configuration(mode);
-    EXPECT_EQ(json::write(codex::threadParams(made, std::nullopt)),
-              R"({"cwd":"/w \"x\"",)" + thread + "}");
-    EXPECT_EQ(json::write(codex::threadParams(made, "t")),
-              R"({"threadId":"t","cwd":"/w \"x\"",)" + thread + "}");
-    EXPECT_EQ(json::write(codex::turnStartParams(made, "t", "do\nit")),
-              R"({"threadId":"t","input":[{"type":"text","text":"do\nit"}],)" + turn + "}");
-  }
-}
 
 TEST(CodexMessages, FailuresAreClassifiedByTheirInfoAndElseByTheirWords) {
   struct Case {
