@@ -33,9 +33,9 @@ class Driver final : public fuzz::DispatchDriver<ClaudeConnection> {
       require(usage.provider == AgentProvider::claude);
     };
     connect(std::move(configuration));
-    connection_->initialize(
-        {"s1", (choice & 4) != 0},
-        onceStarted([](const AgentStartResult& result) { require(result.sessionId == "s1"); }));
+    connection_->initialize("s1", onceStarted([](const AgentStartResult& result) {
+                              require(result.sessionId == "s1");
+                            }));
   }
 
  private:

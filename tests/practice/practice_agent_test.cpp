@@ -70,35 +70,6 @@ TEST(PracticeAgentStart, SpeaksTheProtocolWhateverArgumentsAHostGives) {
   }
 }
 
-TEST(PracticeAgentStart, TellsWhatItIsAndEndsWithoutSpeakingTheProtocol) {
-  TemporaryFolder state;
-  for (const char* argument : {"--help", "--version"}) {
-    PracticeHost host(state.path(), {argument});
-    EXPECT_EQ(host.waitForExit().code(), 0);
-    ASSERT_FALSE(host.strange.empty());
-    EXPECT_THAT(host.strange[0], HasSubstr("vantrell-practice-agent"));
-  }
-}
-
-TEST_F(PracticeAgent, OffersModelsAndEffortsWithTheSession) {
-  auto made = host.call("session/new", {{"cwd", project.path()}});
-  ASSERT_TRUE(made) << made.error();
-  const auto* options = json::array(*made, "configOptions");
-  ASSERT_TRUE(options);
-  std::vector<std::string> names;
-  for (const auto& option : *options) {
-    const auto& object = *option.asObject();
-    names.push_back(json::textOr(object, "id", ""));
-    // The current value is one of those offered.
-    std::vector<std::string> values;
-    for (const auto& choice : *json::array(object, "options")) {
-      values.push_back(json::textOr(*choice.asObject(), "value", ""));
-    }
-    EXPECT_THAT(values, Contains(json::textOr(object, "currentValue", "none")));
-  }
-  EXPECT_THAT(names, ElementsAre("mode", "model", "effort"));
-}
-
 TEST_F(PracticeAgent, RefusesWhatItCannotDoAndStaysUsable) {
   host.write("no JSON at all\n[1,2]\n\n");
   EXPECT_THAT(host.call("session/fork", {}).error(), HasSubstr("session/fork"));
@@ -112,6 +83,10 @@ TEST_F(PracticeAgent, RefusesWhatItCannotDoAndStaysUsable) {
                   {{"sessionId", host.sessionId}, {"configId", "model"}, {"value", value}}));
   }
   EXPECT_EQ(host.prompt("SAY:still here"), "end_turn");
+  const auto first = host.sendPrompt("HANG");
+  EXPECT_THAT(host.prompt("SAY:x"), HasSubstr("still running"));
+  host.cancel();
+  EXPECT_EQ(host.stopReason(first), "cancelled");
 }
 
 TEST_F(PracticeAgent, SaysHonestlyThatNoModelReadAPrompt) {
@@ -323,13 +298,6 @@ TEST_F(PracticeAgent, EndsTurnsWithErrorsAndRefusals) {
   EXPECT_EQ(host.said(), "anot this");
 }
 
-TEST_F(PracticeAgent, RefusesASecondPromptWhileATurnRuns) {
-  auto first = host.sendPrompt("HANG");
-  EXPECT_THAT(host.prompt("SAY:x"), HasSubstr("still running"));
-  host.cancel();
-  EXPECT_EQ(host.stopReason(first), "cancelled");
-}
-
 TEST_F(PracticeAgent, ReplaysTheHistoryInANewProcess) {
   host.services = [](const std::string&, const JsonObject&) { return selected("allow_once"); };
   setOption("model", "practice-instant");
@@ -422,9 +390,7 @@ TEST_F(PracticeAgent, BreaksTheProtocolAsAsked) {
 }
 
 TEST_F(PracticeAgent, GoesOnAfterClosingItsInput) {
-  auto id = host.sendPrompt("CLOSE:stdin\nSAY:gone deaf");
-  EXPECT_EQ(host.stopReason(id), "end_turn");
-  EXPECT_EQ(host.said(), "gone deaf");
+  EXPECT_EQ(host.prompt("CLOSE:stdin\nSAY:gone deaf"), "end_turn");
   host.write("anything\n");
   host.waitUntil([&] { return host.writeError.has_value(); });
   EXPECT_FALSE(host.exit);

@@ -65,37 +65,22 @@ TEST_F(ACPClientStart, FailedReplayGoesOnToANewSession) {
 
 TEST_F(ACPClientStart, RuntimeThatCannotLoadGetsANewSessionAndNoReplay) {
   for (const std::string capabilities :
-       {"{}", R"({"agentCapabilities":{}})", R"({"agentCapabilities":{"loadSession":"true"}})",
-        R"({"agentCapabilities":{"loadSession":1}})", R"({"agentCapabilities":[true]})"}) {
-    SCOPED_TRACE(capabilities);
+       {"{}", R"({"agentCapabilities":{"loadSession":1}})", R"({"agentCapabilities":[true]})"}) {
     begin(introduced(capabilities).expect("session/new").result(R"({"sessionId":"s1"})"), "old");
     expectNotes({"started s1"});
   }
 }
 
 TEST_F(ACPClientStart, ErrorAnswersFailIt) {
-  const std::tuple<std::string, ACPAgentScript, std::string> cases[] = {
-      {"initialize", ACPAgentScript().expectLine(handshake).error("Please sign in"),
-       "Please sign in"},
-      {"session/new", introduced("{}").expect("session/new").error("Quota"), "Quota"},
-      {"no text",
-       ACPAgentScript().expectLine(handshake).send(R"({"id":${id},"error":{"message":1}})"),
+  const std::pair<ACPAgentScript, std::string> cases[] = {
+      {ACPAgentScript().expectLine(handshake).error("Please sign in"), "Please sign in"},
+      {ACPAgentScript().expectLine(handshake).send(R"({"id":${id},"error":{"message":1}})"),
        "Grok returned an unknown error."},
-      {"no session", introduced("{}").expect("session/new").result(R"({"sessionId":5})"),
+      {introduced("{}").expect("session/new").error("Quota"), "Quota"},
+      {introduced("[]").expect("session/new").result(R"({"sessionId":5})"),
        "Grok did not return a session ID."},
-      {"result is no object", introduced("[]").expect("session/new").result("7"),
-       "Grok did not return a session ID."},
-      // An error that is no object is no error.
-      {"odd error",
-       ACPAgentScript()
-           .expectLine(handshake)
-           .send(R"({"id":${id},"error":"x"})")
-           .expect("session/new")
-           .error("end"),
-       "end"},
   };
-  for (const auto& [name, script, expected] : cases) {
-    SCOPED_TRACE(name);
+  for (const auto& [script, expected] : cases) {
     begin(ACPAgentScript(script));
     expectNotes({"not started: " + expected});
     // The process stays up; there is no session, or the one that could not be opened.
@@ -180,16 +165,6 @@ TEST_F(ACPClientStart, ModelOfOpenCodeMustBeAccepted) {
     fails ? script.error("no such model") : script.result("{}");
     begin(script);
     expectNotes({"models default a", fails ? "not started: no such model" : "started s1"});
-  }
-}
-
-TEST_F(ACPClientStart, GrokIsToldNoOptionsAndReportsNone) {
-  configuration_.model = "grok-4";
-  for (const auto provider : {AgentProvider::grok, AgentProvider::local}) {
-    configuration_.provider = provider;
-    openBy(optionScript(R"({"sessionId":"s1"})").expectPrompt().endTurn());
-    prompt();
-    expectNotes({R"(turn ended {"stopReason":"end_turn"})"});
   }
 }
 

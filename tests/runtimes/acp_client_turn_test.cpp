@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
-#include <signal.h>
 
 #include "runtimes/acp_client_fixture.h"
+#include "runtimes/wire/line_buffer.h"
 
 namespace vantrell {
 namespace {
@@ -15,21 +15,17 @@ TEST_F(ACPClientTurn, EndsAfterItsLastUpdate) {
                R"({"jsonrpc":"2.0","id":3,"method":"session/prompt","params":{"sessionId":"s1",)"
                R"("prompt":[{"type":"text","text":"line one\nline \"two\""}]}})")
            .say("a")
-           .say("b")
+           .send(R"({"jsonrpc":"2.0","method":"session/update","params":)"
+                 R"({"update":{"z":[1,{"a":null}],"sessionUpdate":"future"}}})")
            .endTurn()
            .expectPrompt()
            .error("Usage limit reached"));
   prompt("line one\nline \"two\"");
-  expectNotes({"says a", "says b", R"(turn ended {"stopReason":"end_turn"})"});
+  expectNotes({"says a", R"(says {"z":[1,{"a":null}],"sessionUpdate":"future"})",
+               R"(turn ended {"stopReason":"end_turn"})"});
   notes_.clear();
   prompt();
   expectNotes({"turn failed: Usage limit reached"});
-}
-
-TEST_F(ACPClientTurn, UpdateArrivesAsItWasSent) {
-  open(ACPAgentScript().send(R"({"jsonrpc":"2.0","method":"session/update","params":)"
-                             R"({"update":{"z":[1,{"a":null}],"sessionUpdate":"future"}}})"));
-  expectNotes({R"(says {"z":[1,{"a":null}],"sessionUpdate":"future"})"});
 }
 
 TEST_F(ACPClientTurn, UnsupportedMethodIsRefused) {
@@ -41,55 +37,26 @@ TEST_F(ACPClientTurn, UnsupportedMethodIsRefused) {
   expectNotes({"says refused"});
 }
 
-TEST_F(ACPClientTurn, PermissionIsAnsweredOnce) {
-  openTurn(ACPAgentScript()
-               .ask(70, "Write")
-               .expectChoice(70, "y")
-               .ask(71, "Run")
-               .expectChoice(71, "made up")
-               .say("done"));
-  await("asks 70 Write");
-  ASSERT_EQ(questions_[0].options.size(), 2U);
-  EXPECT_EQ(questions_[0].detail, "Grok is requesting permission to continue.");
-  client_->respondToPermission(69, "y");
-  client_->respondToPermission(70, "y");
-  client_->respondToPermission(70, "n");
-  await("asks 71 Run");
-  client_->respondToPermission(71, "made up");
-  await("says done");
-}
-
-TEST_F(ACPClientTurn, QuestionsAtOnceAreAskedOneAfterTheOther) {
-  openTurn(ACPAgentScript()
-               .ask(90, "A")
-               .ask(91, "B")
-               .say("both asked")
-               .expectChoice(90, "y")
-               .expectChoice(91, "y")
-               .say("both answered"));
-  await("says both asked");
-  EXPECT_EQ(questions_.size(), 1U) << "the second waits, so that it does not hide the first";
-  client_->respondToPermission(90, "y");
-  await("asks 91 B");
-  client_->respondToPermission(91, "y");
-  await("says both answered");
-}
-
 // Both have the same number, and each must be answered.
 TEST_F(ACPClientTurn, TwoQuestionsWithOneIdAreBothAnswered) {
   openTurn(ACPAgentScript()
                .ask(7, "A")
                .ask(7, "B")
+               .say("both asked")
                .expectChoice(7, "y")
                .expectChoice(7, "n")
                .ask(8, "C")
-               .expectChoice(8, "y")
+               .expectChoice(8, "made up")
                .say("done"));
-  await("asks 7 A");
+  await("says both asked");
+  EXPECT_EQ(questions_.size(), 1U) << "the second waits, so that it does not hide the first";
+  EXPECT_EQ(questions_[0].detail, "Grok is requesting permission to continue.");
+  client_->respondToPermission(6, "y");  // unknown
   client_->respondToPermission(7, "y");
   await("asks 7 B");
   client_->respondToPermission(7, "n");
   await("asks 8 C");
+  client_->respondToPermission(8, "made up");
   client_->respondToPermission(8, "y");
   await("says done");
 }
@@ -156,6 +123,13 @@ TEST_F(ACPClientTurn, HostServicesAnswerOverThePipes) {
            .expectAnswer(24, R"({"output":"out\n","truncated":false,"exitStatus":)" + exit + "}")
            .say("served"));
   expectNotes({"says served"});
+}
+
+TEST_F(ACPClientTurn, EndlessLineEndsTheRuntime) {
+  openTurn(ACPAgentScript()
+               .line("bytes " + std::to_string(LineBuffer::longestLine + (1 << 20)))
+               .line("hang"));
+  await("terminated: The runtime sent a line of more than 256 MB, and was ended.");
 }
 
 // ---- the end ------------------------------------------------------------------------------------

@@ -97,19 +97,13 @@ TEST_F(ACPHostServicesTest, FilesAreHeldToTheProject) {
   const std::pair<std::string, std::string> cases[] = {
       {root_ + "/a", inside},
       {root_ + "/./sub/../a", inside},
-      {root_ + "//sub///b", inside},
       {root_ + "/sub/../../project/a", inside},
       {root_ + "/link", R"({"content":"out"})"},  // links are not resolved
       {root_ + "/../outside", refused},
-      {root_ + "/sub/../../outside", refused},
       {root_ + "-sibling/a", refused},
-      {folder_ / "Project/a", refused},
-      {folder_.path(), refused},
       {"/etc/passwd", refused},
       {"/", refused},
       {"a", refused},  // relative to this process's own folder, which is not the project
-      {"", refused},
-      {"~/a", refused},
       {root_ + std::string("/a\0/../../outside", 17), refused},
   };
   for (const auto& [path, expected] : cases) {
@@ -141,38 +135,20 @@ TEST_F(ACPHostServicesTest, LinesAreCountedFromOneAndJoinedByLineFeeds) {
   const std::string path = root_ + "/f";
   const std::pair<std::string, std::string> cases[] = {
       {"", "one\ntwo\n\nthree\nfour\n"},  // CR and LF end a line each
-      {R"(,"line":1)", "one\ntwo\n\nthree\nfour\n"},
       {R"(,"line":0)", "one\ntwo\n\nthree\nfour\n"},
       {R"(,"line":-9223372036854775808)", "one\ntwo\n\nthree\nfour\n"},
-      {R"(,"line":2)", "two\n\nthree\nfour\n"},
       {R"(,"line":2,"limit":1)", "two"},
       {R"(,"line":4,"limit":2)", "three\nfour"},
-      {R"(,"line":5,"limit":100)", "four\n"},
-      {R"(,"line":6)", ""},
       {R"(,"line":7)", ""},
       {R"(,"line":9223372036854775807,"limit":9223372036854775807)", ""},
       {R"(,"limit":0)", ""},
-      {R"(,"limit":-3)", ""},
-      {R"(,"limit":2)", "one\ntwo"},
       {R"(,"line":"2","limit":"1")", "one\ntwo\n\nthree\nfour\n"},
-      {R"(,"line":null,"limit":null)", "one\ntwo\n\nthree\nfour\n"},
   };
   for (const auto& [more, expected] : cases) {
     EXPECT_EQ(content(path, more), R"({"content":)" + quoted(expected) + "}") << more;
   }
   folder_.file("project/empty", "");
   EXPECT_EQ(content(root_ + "/empty"), R"({"content":""})");
-}
-
-TEST_F(ACPHostServicesTest, MissingParamsAreNamed) {
-  for (const std::string params : {"{}", R"({"path":5})", R"({"path":null})"}) {
-    EXPECT_EQ(call("fs/read_text_file", params), "error: fs/read_text_file is missing path");
-  }
-  for (const std::string params :
-       {R"({"path":"/x"})", R"({"content":"x"})", R"({"path":"/x","content":5})"}) {
-    EXPECT_EQ(call("fs/write_text_file", params),
-              "error: fs/write_text_file is missing path or content");
-  }
 }
 
 TEST_F(ACPHostServicesTest, WritesWholeFilesAndTheirFolders) {
@@ -201,16 +177,12 @@ TEST_F(ACPHostServicesTest, LinkThatLeadsOutIsReplacedAndOneThatStaysInIsFollowe
 // ---- terminals ----------------------------------------------------------------------------------
 
 TEST_F(ACPHostServicesTest, OutputIsCompleteWhenTheEndIsReported) {
-  const auto terminal =
-      shell("i=0; while [ $i -lt 3000 ]; do echo line$i; echo err$i >&2; i=$((i+1)); done; exit 7");
+  const auto terminal = shell("i=0; while [ $i -lt 3000 ]; do echo $i; i=$((i+1)); done; exit 7");
   EXPECT_EQ(call("terminal/wait_for_exit", terminal), R"({"exitCode":7,"signal":null})");
-  std::string expected;
-  for (int i = 0; i < 3000; ++i) {
-    expected += "line" + std::to_string(i) + "\nerr" + std::to_string(i) + "\n";
-  }
-  EXPECT_EQ(call("terminal/output", terminal),
-            R"({"output":)" + quoted(expected) +
-                R"(,"truncated":false,"exitStatus":{"exitCode":7,"signal":null}})");
+  const std::string answer = call("terminal/output", terminal);
+  EXPECT_TRUE(answer.contains(
+      R"(\n2998\n2999\n","truncated":false,"exitStatus":{"exitCode":7,"signal":null}})"))
+      << answer;
   EXPECT_EQ(call("terminal/wait_for_exit", terminal), R"({"exitCode":7,"signal":null})");
 }
 
@@ -245,12 +217,8 @@ TEST_F(ACPHostServicesTest, ReleaseEndsTheCommandAndForgetsTheTerminal) {
 TEST_F(ACPHostServicesTest, KeepsTheTailOfTheOutputFromAWholeCharacterOn) {
   const std::tuple<std::string, std::string, bool> cases[] = {
       {"5", "world", true},
-      {"11", "hello world", false},
-      {"12", "hello world", false},
-      {"1", "d", true},
       {"0", "", true},
       {"-4", "", true},
-      {R"("x")", "hello world", false},
   };
   for (const auto& [limit, expected, truncated] : cases) {
     const auto terminal = shell("printf 'hello world'", R"(,"outputByteLimit":)" + limit);
@@ -261,12 +229,9 @@ TEST_F(ACPHostServicesTest, KeepsTheTailOfTheOutputFromAWholeCharacterOn) {
         << limit;
   }
   const std::string euro = "\xE2\x82\xAC";
-  for (int limit = 3; limit < 9; ++limit) {
-    const auto terminal = shell("printf '" + euro + euro + euro + "'",
-                                R"(,"outputByteLimit":)" + std::to_string(limit));
-    call("terminal/wait_for_exit", terminal);
-    EXPECT_EQ(output(terminal), limit < 6 ? euro : euro + euro) << limit;
-  }
+  const auto cut = shell("printf '" + euro + euro + "'", R"(,"outputByteLimit":5)");
+  call("terminal/wait_for_exit", cut);
+  EXPECT_EQ(output(cut), euro);
   const auto terminal = shell("printf 'a\\377b'");
   call("terminal/wait_for_exit", terminal);
   EXPECT_EQ(output(terminal),
@@ -293,9 +258,6 @@ TEST_F(ACPHostServicesTest, CommandGetsItsArgumentsFolderEnvironmentAndNoInput) 
 }
 
 TEST_F(ACPHostServicesTest, CommandThatCannotRunSaysSo) {
-  for (const std::string params : {"{}", R"({"command":""})", R"({"command":["ls"]})"}) {
-    EXPECT_EQ(call("terminal/create", params), "error: terminal/create is missing command");
-  }
   const std::string answer =
       call("terminal/create", R"({"command":"ls","cwd":")" + root_ + R"(/none"})");
   EXPECT_TRUE(answer.starts_with("error: Could not run ls: ")) << answer;
@@ -306,10 +268,14 @@ TEST_F(ACPHostServicesTest, CommandThatCannotRunSaysSo) {
   EXPECT_TRUE(output(terminal).contains("no-such-command"));
 }
 
-TEST_F(ACPHostServicesTest, RequestsWithoutAKnownTerminalAreRefused) {
+TEST_F(ACPHostServicesTest, RequestsThatNameNothingAreRefused) {
+  EXPECT_EQ(call("fs/read_text_file", R"({"path":5})"), "error: fs/read_text_file is missing path");
+  EXPECT_EQ(call("fs/write_text_file", R"({"path":"/x","content":5})"),
+            "error: fs/write_text_file is missing path or content");
+  EXPECT_EQ(call("terminal/create", R"({"command":["ls"]})"),
+            "error: terminal/create is missing command");
   for (const std::string method :
        {"terminal/output", "terminal/kill", "terminal/release", "terminal/wait_for_exit"}) {
-    EXPECT_EQ(call(method, "{}"), "error: Terminal request is missing terminalId");
     EXPECT_EQ(call(method, R"({"terminalId":7})"), "error: Terminal request is missing terminalId");
     EXPECT_EQ(call(method, R"({"terminalId":"x"})"), "error: Unknown terminal: x");
   }

@@ -181,6 +181,11 @@ TEST_F(ClaudeClientTurn, FullAccessAnswersByItself) {
            .expectAllowed("q2", "{}")
            .say("done"));
   expectNotes({"says done"});
+  EXPECT_TRUE(arguments().starts_with(
+      "--output-format\nstream-json\n--verbose\n--input-format\nstream-json\n"
+      "--include-partial-messages\n--permission-prompt-tool\nstdio\n"
+      "--setting-sources=user,project,local\n--permission-mode\nbypassPermissions\n"))
+      << arguments();
 }
 
 TEST_F(ClaudeClientTurn, OtherControlRequestsAreRefused) {
@@ -199,8 +204,6 @@ TEST_F(ClaudeClientTurn, OtherControlRequestsAreRefused) {
            .say("done"));
   expectNotes({"says done"});
 }
-
-// ---- anything else ------------------------------------------------------------------------------
 
 }  // namespace
 }  // namespace vantrell

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/text/text.h"
 #include "support/claude_frames.h"
 
 namespace vantrell {
@@ -15,34 +14,6 @@ JsonObject parsed(std::string_view text) {
   auto object = json::parseObject(text);
   EXPECT_TRUE(object) << text;
   return object.value_or(JsonObject{});
-}
-
-TEST(ClaudeMessages, ArgumentsTellModeModelEffortAndSession) {
-  const std::string front =
-      "--output-format stream-json --verbose --input-format stream-json "
-      "--include-partial-messages --permission-prompt-tool stdio "
-      "--setting-sources=user,project,local --permission-mode ";
-  struct Case {
-    GrokPermissionMode mode;
-    std::optional<std::string> effort;
-    bool resumes;
-    std::string rest;
-  };
-  for (const Case& each : {
-           Case{GrokPermissionMode::ask, {}, false, "default --model opus --session-id=s1"},
-           Case{GrokPermissionMode::auto_, "", false, "auto --model opus --session-id=s1"},
-           Case{GrokPermissionMode::fullAccess, "default", true,
-                "bypassPermissions --model opus --resume=s1"},
-           Case{GrokPermissionMode::ask, "xhigh", true,
-                "default --model opus --effort xhigh --resume=s1"},
-       }) {
-    AgentConfiguration configuration;
-    configuration.model = "opus";
-    configuration.permissionMode = each.mode;
-    configuration.effort = each.effort;
-    EXPECT_EQ(text::joined(claude::processArguments(configuration, "s1", each.resumes), " "),
-              front + each.rest);
-  }
 }
 
 TEST(ClaudeMessages, FailureIsClassedByStatusAndWords) {
@@ -80,22 +51,15 @@ TEST(ClaudeMessages, FailureIsToldInClaudeCodesWords) {
   };
   for (const Case& each : {
            Case{R"({"is_error":false,"errors":["x"],"result":"r"})", nullptr},
-           Case{R"({"errors":["x"]})", nullptr},
-           Case{R"({"is_error":"true","errors":["x"]})", nullptr},
            Case{R"({"is_error":true,"errors":["a","b"],"result":"r","subtype":"s"})", "a; b"},
-           Case{R"({"is_error":true,"errors":[],"result":"r","subtype":"s"})", "r"},
            Case{R"({"is_error":true,"errors":["a",1],"result":"r","subtype":"s"})", "r"},
-           Case{R"({"is_error":true,"errors":"a","result":{},"subtype":"s"})", "s"},
            Case{R"({"is_error":true})", "Claude Code could not complete the turn."},
-           Case{R"({"is_error":true,"result":"x","api_error_status":429})", "x", Kind::usageLimit},
            Case{R"({"is_error":true,"result":"x","api_error_status":"429"})", "x"},
            Case{frames::turnResult, nullptr},
            Case{frames::limitResult, "You've hit your session limit · resets 1:40am (UTC)",
                 Kind::usageLimit},
            Case{frames::loginResult, "Failed to authenticate. API Error: 401 Invalid bearer token",
                 Kind::authentication},
-           Case{frames::interruptedResult,
-                "[ede_diagnostic] result_type=user last_content_type=n/a stop_reason=null"},
        }) {
     const auto failure = claude::failureOf(parsed(each.result));
     ASSERT_EQ(failure.has_value(), each.message != nullptr) << each.result;
@@ -138,8 +102,6 @@ TEST(ClaudeMessages, UsageIsReadInBothSpellings) {
            Case{R"({"utilization":1,"resetsAt":1700000000.5,"rateLimitType":"seven_day",)"
                 R"("status":"allowed"})",
                 100.0, 1700000000.5, "seven_day", false},
-           Case{R"({"utilization":"0.5","resets_at":null,"rate_limit_type":5})", {}, {}, {}, false},
-           Case{R"({"status":"Rejected"})", {}, {}, {}, false},
            Case{R"({"status":"rejected"})", {}, {}, {}, true},
            // The server is busy for everybody.
            Case{R"({"status":"rejected","isUsingOverage":false})", {}, {}, {}, false},

@@ -15,29 +15,11 @@ PermissionRequest question(const std::string& method, const std::string& params,
   return codex::approvalQuestion(5, method, *json::parseObject(params), known ? &*known : nullptr);
 }
 
-TEST(CodexApprovals, TitleAndDetailSayWhatIsAsked) {
-  struct Case {
-    std::string method, params, title, detail;
-  };
-  const std::string unknown = "Codex is requesting permission to continue.";
-  const Case cases[] = {
-      {command, R"({"command":"rm x","reason":"tidy"})", "Run command", "rm x\n\ntidy"},
-      {command, R"({"command":"rm x","reason":null})", "Run command", "rm x"},
-      {command, R"({"command":"","reason":"tidy"})", "Run command", "tidy"},
-      {command, R"({"reason":"tidy"})", "Grant access", "tidy"},
-      {command, "{}", "Grant access", unknown},
-      {files, R"({"reason":"tidy"})", "Edit files", "tidy"},
-      {files, R"({"reason":""})", "Edit files", unknown},
-      {files, R"({"command":"patch"})", "Run command", "patch"},
-      {permissions, R"({"reason":"need"})", "Grant access", "need"},
-      {permissions, "{}", "Grant access", unknown},
-  };
-  for (const auto& [method, params, title, detail] : cases) {
-    const auto made = question(method, params);
-    EXPECT_EQ(made.id, 5);
-    EXPECT_EQ(made.title, title) << params;
-    EXPECT_EQ(made.detail, detail) << params;
-  }
+TEST(CodexApprovals, TitleSaysWhatIsAsked) {
+  EXPECT_EQ(question(command, R"({"command":"rm x"})").title, "Run command");
+  EXPECT_EQ(question(command, R"({"reason":"tidy"})").title, "Grant access");
+  EXPECT_EQ(question(files, "{}").title, "Edit files");
+  EXPECT_EQ(question(permissions, "{}").title, "Grant access");
 }
 
 TEST(CodexApprovals, DetailShowsWhatCodexSaysElsewhere) {
@@ -68,31 +50,6 @@ TEST(CodexApprovals, DetailShowsWhatCodexSaysElsewhere) {
   };
   for (const auto& [method, params, item, detail] : cases) {
     EXPECT_EQ(question(method, params, item).detail, detail);
-  }
-}
-
-TEST(CodexApprovals, AnswersOfEachKind) {
-  struct Case {
-    std::string option, decision;
-    std::string permissions;  // with {"network":true} asked for
-  };
-  const Case cases[] = {
-      {"codex-allow-once", "accept", R"({"permissions":{"network":true},"scope":"turn"})"},
-      {"codex-allow-session", "acceptForSession",
-       R"({"permissions":{"network":true},"scope":"session"})"},
-      {"codex-reject", "decline", R"({"permissions":{},"scope":"turn"})"},
-      {"codex-cancel", "cancel", R"({"permissions":{},"scope":"turn"})"},
-      {"made up", "decline", R"({"permissions":{},"scope":"turn"})"},
-      {"", "decline", R"({"permissions":{},"scope":"turn"})"},
-  };
-  for (const auto& [option, decision, granted] : cases) {
-    for (const auto& method : {command, files}) {
-      EXPECT_EQ(json::write(codex::approvalAnswer({1, method, {}}, option)),
-                R"({"decision":")" + decision + R"("})");
-    }
-    EXPECT_EQ(
-        json::write(codex::approvalAnswer({1, permissions, JsonObject{{"network", true}}}, option)),
-        granted);
   }
 }
 

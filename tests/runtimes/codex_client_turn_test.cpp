@@ -87,31 +87,17 @@ TEST_F(CodexClientTurn, FailedTurnsAndTheirWords) {
       {"", "failed", "", failed},
       {"", "interrupted", R"(,"error":null)", "protocolError Codex turn interrupted."},
       {"", "failed", R"(,"error":{"message":"own"})", "protocolError own"},
-      {"", "failed", R"(,"error":{"message":"x","codexErrorInfo":"usageLimitExceeded"})",
-       "usageLimit x"},
       {reported(R"("error":{"message":"told before","codexErrorInfo":"unauthorized"})"), "failed",
        R"(,"error":{"message":"own"})", "authentication told before"},
       {reported(R"("error":{"message":"first"})") + reported(R"("error":{"message":"last"})"),
        "failed", "", "protocolError last"},
-      {reported(R"("message":"no error")"), "failed", R"(,"error":{"message":"own"})", failed},
-      {reported(R"("error":7)"), "failed", "", failed},
       {reported(R"("willRetry":true,"error":{"message":"Reconnecting... 1/1"})"), "failed",
        R"(,"error":{"message":"own"})", "protocolError own"},
-      {error(R"({"error":{"message":"of no turn"}})"), "failed", "", failed},
       {error(R"({"turnId":"other","error":{"message":"of another turn"}})"), "failed", "", failed},
   };
   for (const auto& [before, status, rest, expected] : cases) {
     openTurn(CodexAgentScript().line(before).endTurn("u1", status, rest));
     expectNotes({"turn failed: " + expected});
-  }
-}
-
-TEST_F(CodexClientTurn, TurnWithoutAnIdFails) {
-  for (const std::string result :
-       {"{}", R"({"turn":{}})", R"({"turn":{"id":7}})", R"({"turn":"u1"})"}) {
-    open(CodexAgentScript().expectPrompt().result(result));
-    prompt();
-    expectNotes({"turn failed: protocolError Codex did not return a turn ID."});
   }
 }
 

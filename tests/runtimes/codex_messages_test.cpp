@@ -5,48 +5,7 @@
 namespace vantrell {
 namespace {
 
-using enum GrokPermissionMode;
 using Kind = AgentRuntimeError::Kind;
-
-AgentConfiguration configuration(GrokPermissionMode mode) {
-  AgentConfiguration made;
-  made.workspacePath = "/w \"x\"";
-  made.permissionMode = mode;
-  return made;
-}
-
-TEST(CodexMessages, ThreadAndTurnSayWhatTheModeAllows) {
-  struct Case {
-    GrokPermissionMode mode;
-    std::string thread, turn;
-  };
-  const std::string inWorkspace =
-      R"({"type":"workspaceWrite","writableRoots":["/w \"x\""],"networkAccess":false})";
-  const Case cases[] = {
-      {ask,
-       R"("approvalPolicy":"on-request","approvalsReviewer":"user","sandbox":"workspace-write")",
-       R"("approvalPolicy":"on-request","approvalsReviewer":"user","sandboxPolicy":)" +
-           inWorkspace},
-      {auto_,
-       R"("approvalPolicy":"on-request","approvalsReviewer":"auto_review",)"
-       R"("sandbox":"workspace-write")",
-       R"("approvalPolicy":"on-request","approvalsReviewer":"auto_review","sandboxPolicy":)" +
-           inWorkspace},
-      {fullAccess,
-       R"("approvalPolicy":"never","approvalsReviewer":"user","sandbox":"danger-full-access")",
-       R"("approvalPolicy":"never","approvalsReviewer":"user",)"
-       R"("sandboxPolicy":{"type":"dangerFullAccess"})"},
-  };
-  for (const auto& [mode, thread, turn] : cases) {
-    const auto made = configuration(mode);
-    EXPECT_EQ(json::write(codex::threadParams(made, std::nullopt)),
-              R"({"cwd":"/w \"x\"",)" + thread + "}");
-    EXPECT_EQ(json::write(codex::threadParams(made, "t")),
-              R"({"threadId":"t","cwd":"/w \"x\"",)" + thread + "}");
-    EXPECT_EQ(json::write(codex::turnStartParams(made, "t", "do\nit")),
-              R"({"threadId":"t","input":[{"type":"text","text":"do\nit"}],)" + turn + "}");
-  }
-}
 
 TEST(CodexMessages, FailuresAreClassifiedByTheirInfoAndElseByTheirWords) {
   struct Case {
@@ -58,15 +17,9 @@ TEST(CodexMessages, FailuresAreClassifiedByTheirInfoAndElseByTheirWords) {
       {"{}", Kind::protocolError, "fallback"},
       {R"({"message":"boom"})", Kind::protocolError, "boom"},
       {R"({"error":{"message":"inner"}})", Kind::protocolError, "inner"},
-      {R"({"message":"outer","error":{"message":"inner"}})", Kind::protocolError, "outer"},
-      {R"({"message":7,"error":{"message":"inner"}})", Kind::protocolError, "inner"},
       {R"({"message":"x","codexErrorInfo":"usageLimitExceeded"})", Kind::usageLimit, "x"},
-      {R"({"message":"x","error":{"codexErrorInfo":"usageLimitExceeded"}})", Kind::usageLimit, "x"},
       {R"({"message":"You hit your Usage LIMIT."})", Kind::usageLimit, "You hit your Usage LIMIT."},
       // The words of a limit count for more than a word about the account.
-      {R"({"message":"usage limit","codexErrorInfo":"unauthorized"})", Kind::usageLimit,
-       "usage limit"},
-      {R"({"message":"x","codexErrorInfo":"unauthorized"})", Kind::authentication, "x"},
       {R"({"message":"401 Unauthorized"})", Kind::authentication, "401 Unauthorized"},
       {R"({"message":"Please LOGIN"})", Kind::authentication, "Please LOGIN"},
       {R"({"message":"rate limit and quota","codexErrorInfo":"rateLimitExceeded"})",
@@ -74,7 +27,6 @@ TEST(CodexMessages, FailuresAreClassifiedByTheirInfoAndElseByTheirWords) {
       {R"({"message":"x","codexErrorInfo":{"usageLimitExceeded":{}}})", Kind::protocolError, "x"},
       {R"({"message":"x","codexErrorInfo":{},"error":{"codexErrorInfo":"unauthorized"}})",
        Kind::authentication, "x"},
-      {R"({"error":"text"})", Kind::protocolError, "fallback"},
       {R"({"message":"exceeded retry limit, last status: 429 Too Many Requests"})",
        Kind::usageLimit, "exceeded retry limit, last status: 429 Too Many Requests"},
       {R"({"message":"exceeded retry limit, last status: 500"})", Kind::protocolError,

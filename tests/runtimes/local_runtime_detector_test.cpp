@@ -52,29 +52,6 @@ class LocalRuntimeDetection : public HttpClientFixture {
   std::shared_ptr<LocalRuntimeDetector> detector_ = LocalRuntimeDetector::make(*defaults_, client_);
 };
 
-TEST_F(LocalRuntimeDetection, FindsEachKindOfServer) {
-  const HttpServer ollama(
-      listing("/api/tags", R"({"models":[{"name":"qwen:7b"},{"name":"llama"},{"name":"llama"}]})"));
-  const HttpServer openAI(listing("/v1/models", R"({"data":[{"id":"only"}]})"));
-  struct Case {
-    std::string kind, url, label, name, baseURL;
-  };
-  for (const auto& one :
-       {Case{"ollama", ollama.url("/v1"), "Ollama · 2 models", "Ollama", ollama.url("/v1")},
-        Case{"lm_studio", openAI.url(""), "LM Studio · 1 model", "LM Studio", openAI.url("/v1")},
-        Case{"custom", openAI.url("/v1"), "Local runtime · 1 model", "Local runtime",
-             openAI.url("/v1")}}) {
-    SCOPED_TRACE(one.kind);
-    configure(one.kind, one.url);
-    EXPECT_THAT(refresh(), ElementsAre("Looking for runtimes…", one.label));
-    const auto* connection = detector_->status().connection();
-    ASSERT_TRUE(connection);
-    EXPECT_EQ(rawText(connection->kind), one.kind);
-    EXPECT_EQ(connection->name, one.name);
-    EXPECT_EQ(connection->baseURL.text(), one.baseURL);
-  }
-}
-
 TEST_F(LocalRuntimeDetection, SaysWhyNothingWasFound) {
   struct Case {
     std::string kind, body;
@@ -140,6 +117,8 @@ TEST_F(LocalRuntimeDetection, LetsTheDetectionThatEndsLastDecide) {
   configure("custom", second.url());
   refresh();
   EXPECT_EQ(detector_->status().label(), "Local runtime · 1 model");
+  EXPECT_EQ(detector_->status().connection()->baseURL.text(), second.url("/v1"));
+  EXPECT_EQ(detector_->status().connection()->kind, LocalRuntimeKind::custom);
   slow.load()->answer(503, "");
   runUntil([&] { return detector_->status().reason() != nullptr; });
   EXPECT_EQ(*detector_->status().reason(), "LM Studio returned HTTP 503.");

@@ -10,55 +10,27 @@ namespace {
 
 TEST(RuntimeInformation, VersionIsWhatAProgramThatSucceededSaid) {
   EXPECT_EQ(versionIn({"codex-cli 0.169.0", 0}), "codex-cli 0.169.0");
-  EXPECT_EQ(versionIn({"2.1.197 (Claude Code)\nsecond line", 0}),
-            "2.1.197 (Claude Code)\nsecond line");
   EXPECT_EQ(versionIn({"", 0}), std::nullopt);
   EXPECT_EQ(versionIn({"env: node: No such file or directory", 127}), std::nullopt);
   EXPECT_EQ(versionIn({"Permission denied", -1}), std::nullopt);
 }
 
-std::optional<bool> signedInOf(AgentProvider provider, const RuntimeAnswer& answer) {
-  return signedIn(*programOf(provider)->signIn, answer);
-}
-
-struct SignInCase {
-  std::optional<bool> expected;
-  std::vector<RuntimeAnswer> answers;
-};
-
-TEST(RuntimeInformation, CodexSignInByStatusThenByWords) {
-  const SignInCase cases[] = {
-      {true,
-       {{"", 0},
-        {"Not logged in", 0},
-        {"Logged in using ChatGPT", 1},
-        {"authenticated", 1},
-        {"unauthenticated", 1}}},  // the word is in it; the status alone would be no better
-      {false,
-       {{"Not logged in", 1},
-        {"Error: NOT LOGGED IN", 2},
-        {"please use login", 1},
-        {"authentication failed", 1}}},
-      {std::nullopt, {{"segmentation fault", 139}, {"", 1}, {"", -1}}},
-  };
-  for (const auto& [expected, answers] : cases) {
-    for (const auto& answer : answers)
-      EXPECT_EQ(signedInOf(AgentProvider::codex, answer), expected) << answer.text;
-  }
-}
-
-TEST(RuntimeInformation, ClaudeSignInByStatusThenByWords) {
-  // As version 2.1 prints it: only the status tells.
+TEST(RuntimeInformation, SignInIsToldByTheStatusThenByWords) {
+  using enum AgentProvider;
+  // As version 2.1 of Claude Code prints it: only the status tells.
   const std::string printed = "{\n  \"loggedIn\": false,\n  \"authMethod\": \"none\"\n}";
-  const SignInCase cases[] = {
-      {true,
-       {{"{\"loggedIn\":false}", 0}, {"{\"loggedIn\":true}", 1}, {"You are logged in as ada", 2}}},
-      {false, {{"{\"loggedIn\":false}", 2}, {"Not logged in", 2}, {printed, 1}, {"", 1}}},
-      {std::nullopt, {{"unknown command", 2}, {"", -1}}},
+  const std::tuple<AgentProvider, std::optional<bool>, std::vector<RuntimeAnswer>> cases[] = {
+      {codex, true, {{"Not logged in", 0}, {"Logged in using ChatGPT", 1}, {"authenticated", 1}}},
+      {codex, false, {{"Error: NOT LOGGED IN", 2}, {"please use login", 1}, {"authentication", 1}}},
+      {codex, std::nullopt, {{"segmentation fault", 139}, {"", 1}, {"", -1}}},
+      {claude, true, {{"{\"loggedIn\":false}", 0}, {"{\"loggedIn\":true}", 1}, {"logged in", 2}}},
+      {claude, false, {{"{\"loggedIn\":false}", 2}, {"Not logged in", 2}, {printed, 1}, {"", 1}}},
+      {claude, std::nullopt, {{"unknown command", 2}, {"", -1}}},
   };
-  for (const auto& [expected, answers] : cases) {
-    for (const auto& answer : answers)
-      EXPECT_EQ(signedInOf(AgentProvider::claude, answer), expected) << answer.text;
+  for (const auto& [provider, expected, answers] : cases) {
+    for (const auto& answer : answers) {
+      EXPECT_EQ(signedIn(*programOf(provider)->signIn, answer), expected) << answer.text;
+    }
   }
 }
 

@@ -56,7 +56,7 @@ void AgentSession::setCallbacks() {
     self.question_ = std::make_shared<PermissionRequest>(std::move(request));
     if (self.listener_) self.listener_->agentAsked();
   });
-  client_->onLog = whileServing([](AgentSession& self, std::string_view text) {
+  client_->onLog = whileServing([](AgentSession& self, const std::string& text) {
     if (self.listener_) self.listener_->agentLogged(text);
   });
   client_->onWaiting = whileServing([](AgentSession& self, const std::string& text) {
@@ -78,10 +78,10 @@ void AgentSession::setCallbacks() {
   client_->onUsageUpdate = whileServing([](AgentSession& self, const ProviderUsage& usage) {
     if (self.listener_) self.listener_->agentReportedUsage(usage);
   });
-  // A late report of a client that was replaced would be taken for the present provider's.
   client_->onModelOptionsUpdate =
-      whileServing([](AgentSession& self, std::vector<ProviderModelOption> options) {
-        if (self.listener_) self.listener_->agentReportedModels(std::move(options));
+      weakly(this, [provider = client_->provider()](AgentSession& self,
+                                                    std::vector<ProviderModelOption> options) {
+        if (self.listener_) self.listener_->agentReportedModels(provider, std::move(options));
       });
   client_->onPermissionWithdrawn = whileServing([](AgentSession& self, std::int64_t requestID) {
     if (!self.question_ || self.question_->id != requestID) return;

@@ -39,7 +39,8 @@ class AgentSession : public std::enable_shared_from_this<AgentSession> {
     virtual void agentReplayStarted() {}
     virtual void agentReplayFailed() {}
     virtual void agentReportedUsage(const ProviderUsage&) {}
-    virtual void agentReportedModels(std::vector<ProviderModelOption>) {}
+    /// Also of a client that was replaced meanwhile: it tells of its own provider.
+    virtual void agentReportedModels(AgentProvider, std::vector<ProviderModelOption>) {}
     /// The last prompt that was cancelled has been answered.
     virtual void agentEndedCancelledPrompts() {}
   };

@@ -137,10 +137,6 @@ std::optional<std::int64_t> integer(const JsonObject& object, std::string_view k
 std::optional<double> number(const JsonObject& object, std::string_view key);
 const Json::Array* array(const JsonObject& object, std::string_view key);
 const JsonObject* object(const JsonObject& object, std::string_view key);
-/// The object under the key, else an empty one.
-const JsonObject& objectOrEmpty(const JsonObject& object, std::string_view key);
-/// The objects in the list under the key; what else the list holds is left out.
-std::vector<const JsonObject*> objects(const JsonObject& object, std::string_view key);
 
 }  // namespace json
 

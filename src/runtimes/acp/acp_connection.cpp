@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "platform/values/json_objects.h"
 #include "records/values/application.h"
 #include "runtimes/acp/acp_host_services.h"
 #include "runtimes/acp/acp_messages.h"
@@ -33,41 +34,30 @@ ACPConnection::~ACPConnection() = default;
 
 // ---- start --------------------------------------------------------------------------------------
 
-void ACPConnection::begin(std::optional<std::string> existingSessionID,
-                          AgentClient::StartCompletion completion) {
-  if (state_ != State::unused) return completion(std::unexpected(disconnected(endText({}))));
-  auto error = launch({.executable = configuration_.executable,
-                       .arguments = configuration_.processArguments,
-                       .environment = configuration_.processEnvironment,
-                       .workingFolder = configuration_.workspacePath},
-                      AgentError::notInstalled(configuration_.runtimeName));
-  if (error) return completion(std::unexpected(std::move(*error)));
-  initialize(std::move(existingSessionID), std::move(completion));
+ProcessOptions ACPConnection::processOptions(const std::optional<std::string>&) {
+  return {.executable = configuration_.executable,
+          .arguments = configuration_.processArguments,
+          .environment = configuration_.processEnvironment,
+          .workingFolder = configuration_.workspacePath};
 }
 
-void ACPConnection::initialize(std::optional<std::string> existingSessionID,
-                               AgentClient::StartCompletion completion) {
-  state_ = State::open;
+void ACPConnection::begin(std::optional<std::string> existingSessionID) {
   JsonObject abilities{{"fs", JsonObject{{"readTextFile", true}, {"writeTextFile", true}}},
                        {"terminal", true}};
   request("initialize",
           {{"protocolVersion", 1},
            {"clientCapabilities", std::move(abilities)},
            {"clientInfo", JsonObject{{"name", applicationName}, {"version", applicationVersion}}}},
-          [this, existingSessionID = std::move(existingSessionID),
-           completion = std::move(completion)](const Answer& answer) {
-            if (!answer) return completion(std::unexpected(answer.error()));
+          [this, session = std::move(existingSessionID)](const Answer& answer) {
+            if (!answer) return finishStart(std::unexpected(answer.error()));
             publishModelOptions(*answer);
             const auto& capabilities = json::objectOrEmpty(*answer, "agentCapabilities");
-            if (existingSessionID && json::boolean(capabilities, "loadSession").value_or(false)) {
-              loadSession(*existingSessionID, completion);
-            } else {
-              newSession(completion);
-            }
+            const bool canLoad = json::boolean(capabilities, "loadSession").value_or(false);
+            session&& canLoad ? loadSession(*session) : newSession();
           });
 }
 
-void ACPConnection::loadSession(std::string sessionId, AgentClient::StartCompletion completion) {
+void ACPConnection::loadSession(const std::string& sessionId) {
   sessionId_ = sessionId;
   tell(&AgentClient::onReplayStarted);
   // Until the answer comes the runtime plays the history back as ordinary updates.
@@ -75,41 +65,38 @@ void ACPConnection::loadSession(std::string sessionId, AgentClient::StartComplet
           {{"sessionId", sessionId},
            {"cwd", configuration_.workspacePath},
            {"mcpServers", Json::Array{}}},
-          [this, sessionId, completion = std::move(completion)](const Answer& answer) {
+          [this, sessionId](const Answer& answer) {
             if (!answer) {
               tell(&AgentClient::onReplayFailed);
-              return newSession(completion);
+              return newSession();
             }
             publishModelOptions(*answer);
-            sessionOpened({sessionId, true}, completion);
+            sessionOpened({sessionId, true});
           });
 }
 
-void ACPConnection::newSession(AgentClient::StartCompletion completion) {
+void ACPConnection::newSession() {
   JsonObject params{{"cwd", configuration_.workspacePath}, {"mcpServers", Json::Array{}}};
   if (configuration_.permissionMode != GrokPermissionMode::ask) {
     const bool isAuto = configuration_.permissionMode == GrokPermissionMode::auto_;
     params.set("_meta", JsonObject{{isAuto ? "autoMode" : "yoloMode", true}});
   }
-  request("session/new", std::move(params),
-          [this, completion = std::move(completion)](const Answer& answer) {
-            if (!answer) return completion(std::unexpected(answer.error()));
-            publishModelOptions(*answer);
-            const std::string* sessionId = json::text(*answer, "sessionId");
-            if (!sessionId) {
-              return completion(std::unexpected(AgentError(
-                  fmt::format("{} did not return a session ID.", configuration_.runtimeName))));
-            }
-            sessionId_ = *sessionId;
-            sessionOpened({*sessionId, false}, completion);
-          });
+  request("session/new", std::move(params), [this](const Answer& answer) {
+    if (!answer) return finishStart(std::unexpected(answer.error()));
+    publishModelOptions(*answer);
+    const std::string* sessionId = json::text(*answer, "sessionId");
+    if (!sessionId) {
+      return finishStart(
+          std::unexpected(AgentError(runtimeName() + " did not return a session ID.")));
+    }
+    sessionId_ = *sessionId;
+    sessionOpened({*sessionId, false});
+  });
 }
 
-void ACPConnection::sessionOpened(AgentStartResult result,
-                                  AgentClient::StartCompletion completion) {
+void ACPConnection::sessionOpened(AgentStartResult result) {
   result.notice = quirks_->startNotice(configuration_);
-  applyMode(quirks_->modeValues(configuration_.permissionMode), std::move(result),
-            std::move(completion));
+  applyMode(quirks_->modeValues(configuration_.permissionMode), std::move(result));
 }
 
 void ACPConnection::setOption(const AgentStartResult& session, std::string_view option,
@@ -124,46 +111,43 @@ void ACPConnection::addNotice(AgentStartResult& result, std::string notice) {
   result.notice = result.notice ? *result.notice + " " + notice : std::move(notice);
 }
 
-void ACPConnection::applyMode(std::vector<std::string_view> values, AgentStartResult result,
-                              AgentClient::StartCompletion completion) {
-  if (values.empty()) return applyModel(std::move(result), std::move(completion));
+void ACPConnection::applyMode(std::vector<std::string_view> values, AgentStartResult result) {
+  if (values.empty()) return applyModel(std::move(result));
   setOption(result, "mode", std::string(values.front()),
-            [this, values, result, completion](const Answer& answer) mutable {
-              if (answer) return applyModel(std::move(result), std::move(completion));
+            [this, values, result](const Answer& answer) mutable {
+              if (answer) return applyModel(std::move(result));
               if (answer.error().isDisconnection()) {
-                return completion(std::unexpected(answer.error()));
+                return finishStart(std::unexpected(answer.error()));
               }
               values.erase(values.begin());
-              if (!values.empty()) {
-                return applyMode(std::move(values), std::move(result), std::move(completion));
-              }
+              if (!values.empty()) return applyMode(std::move(values), std::move(result));
               // The runtime still works, but under rules that were not chosen here.
               const bool asks = configuration_.permissionMode == GrokPermissionMode::ask;
-              addNotice(
-                  result,
-                  fmt::format("{} did not take the permission mode that is set ({}). It "
-                              "works under its own rules{}.",
-                              configuration_.runtimeName, answer.error().localizedDescription(),
-                              asks ? ", and may act without asking" : ""));
-              applyModel(std::move(result), std::move(completion));
+              addNotice(result,
+                        fmt::format("{} did not take the permission mode that is set ({}). It "
+                                    "works under its own rules{}.",
+                                    runtimeName(), answer.error().localizedDescription(),
+                                    asks ? ", and may act without asking" : ""));
+              applyModel(std::move(result));
             });
 }
 
-void ACPConnection::applyModel(AgentStartResult result, AgentClient::StartCompletion completion) {
+void ACPConnection::applyModel(AgentStartResult result) {
   const auto& model = configuration_.model;
   if (!quirks_->hasConfigOptions() || !model || model->empty()) {
-    return completion(std::move(result));
+    return finishStart(std::move(result));
   }
-  setOption(result, "model", *model, [this, result, completion](const Answer& answer) mutable {
-    if (answer) return completion(std::move(result));
-    if (quirks_->isModelGuarded() || answer.error().isDisconnection()) {
-      return completion(std::unexpected(answer.error()));
+  setOption(result, "model", *model, [this, result](const Answer& answer) mutable {
+    if (!answer && (quirks_->isModelGuarded() || answer.error().isDisconnection())) {
+      return finishStart(std::unexpected(answer.error()));
     }
-    addNotice(result,
-              fmt::format("{} did not take the chosen model {} ({}). It works with another one.",
-                          configuration_.runtimeName, *configuration_.model,
-                          answer.error().localizedDescription()));
-    completion(std::move(result));
+    if (!answer) {
+      addNotice(
+          result,
+          fmt::format("{} did not take the chosen model {} ({}). It works with another one.",
+                      runtimeName(), *configuration_.model, answer.error().localizedDescription()));
+    }
+    finishStart(std::move(result));
   });
 }
 
@@ -176,7 +160,7 @@ void ACPConnection::publishModelOptions(const JsonObject& result) {
 // ---- turns --------------------------------------------------------------------------------------
 
 void ACPConnection::sendPrompt(std::string prompt, AgentClient::PromptCompletion completion) {
-  if (!sessionId_) return completion(std::unexpected(disconnected(endText({}))));
+  if (!sessionId_) return completion(std::unexpected(notConnected()));
   ++promptsInFlight_;
   isTurnCancelled_ = false;
   updates_.beginTurn();

@@ -26,25 +26,23 @@ class ACPConnection final : public JsonRpcConnection {
   void cancel() override;
   void respondToPermission(std::int64_t requestID, std::string optionID) override;
 
-  /// The part of start() behind the launch: "initialize", then the session.
-  void initialize(std::optional<std::string> existingSessionID,
-                  AgentClient::StartCompletion completion);
-
  private:
-  void begin(std::optional<std::string> existingSessionID,
-             AgentClient::StartCompletion completion) override;
-  void loadSession(std::string sessionId, AgentClient::StartCompletion completion);
-  void newSession(AgentClient::StartCompletion completion);
-  /// Applies the mode and the model that were chosen.
-  void sessionOpened(AgentStartResult result, AgentClient::StartCompletion completion);
+  ProcessOptions processOptions(const std::optional<std::string>&) override;
+  AgentError missingProgram() const override {
+    return AgentError::notInstalled(configuration_.runtimeName);
+  }
+  void begin(std::optional<std::string> existingSessionID) override;
+  void loadSession(const std::string& sessionId);
+  void newSession();
+  /// Applies the mode and the model that were chosen, and finishes the start.
+  void sessionOpened(AgentStartResult result);
   /// Sets one option of the session.
   void setOption(const AgentStartResult& session, std::string_view option, std::string value,
                  PendingRequests::Completion completion);
   /// Lets the session go on under a setting that was not chosen, and says so.
   void addNotice(AgentStartResult& result, std::string notice);
-  void applyMode(std::vector<std::string_view> values, AgentStartResult result,
-                 AgentClient::StartCompletion completion);
-  void applyModel(AgentStartResult result, AgentClient::StartCompletion completion);
+  void applyMode(std::vector<std::string_view> values, AgentStartResult result);
+  void applyModel(AgentStartResult result);
   void publishModelOptions(const JsonObject& result);
 
   void handleCall(const JsonObject& message, const std::string& method, JsonObject& params,

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "platform/text/text.h"
+#include "platform/values/json_objects.h"
 
 namespace vantrell {
 

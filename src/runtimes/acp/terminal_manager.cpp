@@ -4,6 +4,7 @@
 
 #include "platform/text/tail_buffer.h"
 #include "platform/text/text.h"
+#include "platform/values/json_objects.h"
 #include "platform/values/uuid.h"
 
 namespace vantrell {

@@ -1,6 +1,7 @@
 #include "runtimes/claude/claude_connection.h"
 
 #include "platform/text/text.h"
+#include "platform/values/json_objects.h"
 #include "platform/values/uuid.h"
 #include "runtimes/claude/claude_messages.h"
 
@@ -8,36 +9,25 @@ namespace vantrell {
 
 // ---- start --------------------------------------------------------------------------------------
 
-void ClaudeConnection::begin(std::optional<std::string> existingSessionID,
-                             AgentClient::StartCompletion completion) {
-  if (state_ != State::unused) {
-    return completion(std::unexpected(disconnected("Claude Code is not connected.")));
-  }
-  AgentStartResult session;
-  session.replayedSession = existingSessionID.has_value();
-  session.sessionId =
-      existingSessionID ? std::move(*existingSessionID) : text::lowercased(Uuid::random().text());
-  auto error = launch({.executable = configuration_.executable,
-                       .arguments = claude::processArguments(configuration_, session.sessionId,
-                                                             session.replayedSession),
-                       .environment = configuration_.processEnvironment,
-                       .workingFolder = configuration_.workspacePath},
-                      AgentError::notInstalled("Claude Code"));
-  if (error) return completion(std::unexpected(std::move(*error)));
-  initialize(std::move(session), std::move(completion));
+ProcessOptions ClaudeConnection::processOptions(
+    const std::optional<std::string>& existingSessionID) {
+  sessionID_ = existingSessionID.value_or(text::lowercased(Uuid::random().text()));
+  return {.executable = configuration_.executable,
+          .arguments =
+              claude::processArguments(configuration_, sessionID_, existingSessionID.has_value()),
+          .environment = configuration_.processEnvironment,
+          .workingFolder = configuration_.workspacePath};
 }
 
-void ClaudeConnection::initialize(AgentStartResult session,
-                                  AgentClient::StartCompletion completion) {
-  state_ = State::open;
+void ClaudeConnection::begin(std::optional<std::string> existingSessionID) {
+  AgentStartResult session{existingSessionID.value_or(sessionID_), existingSessionID.has_value()};
   sessionID_ = session.sessionId;
   requestControl({{"subtype", "initialize"}, {"hooks", nullptr}},
-                 [this, session = std::move(session),
-                  completion = std::move(completion)](const PendingRequests::Answer& answer) {
-                   if (!answer) return completion(std::unexpected(answer.error()));
+                 [this, session](const PendingRequests::Answer& answer) {
+                   if (!answer) return finishStart(std::unexpected(answer.error()));
                    auto models = claude::modelOptions(*answer);
                    if (!models.empty()) tell(&AgentClient::onModelOptionsUpdate, std::move(models));
-                   completion(session);
+                   finishStart(session);
                  });
 }
 
@@ -52,7 +42,7 @@ void ClaudeConnection::requestControl(JsonObject request, PendingRequests::Compl
 
 void ClaudeConnection::sendPrompt(std::string prompt, AgentClient::PromptCompletion completion) {
   if (state_ != State::open) {
-    return completion(std::unexpected(disconnected("Claude Code is not connected.")));
+    return completion(std::unexpected(notConnected()));
   }
   if (promptCompletion_) {
     return completion(std::unexpected(AgentError("Claude Code is already handling a prompt.")));

@@ -24,13 +24,12 @@ class ClaudeConnection final : public AgentConnection {
   void handle(JsonObject message, std::size_t bytes) override;
   void handleOtherLine(std::string_view line) override;
 
-  /// The part of start() behind the launch. The id is the session's, new or resumed.
-  void initialize(AgentStartResult session, AgentClient::StartCompletion completion);
-
  private:
+  ProcessOptions processOptions(const std::optional<std::string>& existingSessionID) override;
+  AgentError missingProgram() const override { return AgentError::notInstalled("Claude Code"); }
+  AgentError notConnected() const override { return disconnected("Claude Code is not connected."); }
   /// A session that cannot be resumed is an error: Claude Code says so and ends.
-  void begin(std::optional<std::string> existingSessionID,
-             AgentClient::StartCompletion completion) override;
+  void begin(std::optional<std::string> existingSessionID) override;
   void requestControl(JsonObject request, PendingRequests::Completion completion);
   void handleControlResponse(const JsonObject& message);
   void handleControlRequest(const JsonObject& message, std::size_t bytes);
@@ -47,7 +46,7 @@ class ClaudeConnection final : public AgentConnection {
 
   const AgentConfiguration configuration_;
 
-  std::string sessionID_;
+  std::string sessionID_;  // of a new session too: Claude Code is told it
   PendingRequests controlRequests_;
   ClaudePermissions permissions_;
   ClaudeEvents turn_;

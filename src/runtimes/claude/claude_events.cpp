@@ -1,5 +1,6 @@
 #include "runtimes/claude/claude_events.h"
 
+#include "platform/values/json_objects.h"
 #include "platform/values/uuid.h"
 #include "records/values/conversation_records.h"
 #include "runtimes/wire/session_updates.h"

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <fmt/format.h>
 
+#include "platform/values/json_objects.h"
 #include "records/values/application.h"
 #include "runtimes/codex/codex_items.h"
 #include "runtimes/codex/codex_messages.h"
@@ -14,24 +15,19 @@ using Kind = AgentRuntimeError::Kind;
 
 // ---- start --------------------------------------------------------------------------------------
 
-void CodexConnection::begin(std::optional<std::string> existingSessionID,
-                            AgentClient::StartCompletion completion) {
-  if (state_ != State::unused) return completion(std::unexpected(disconnected(endText({}))));
-  if (auto error = launchServer()) return completion(std::unexpected(std::move(*error)));
-  initialize(std::move(existingSessionID), std::move(completion));
+ProcessOptions CodexConnection::processOptions(const std::optional<std::string>&) {
+  return {.executable = configuration_.executable,
+          .arguments = {"app-server"},
+          .environment = configuration_.processEnvironment,
+          .workingFolder = configuration_.workspacePath};
 }
 
 void CodexConnection::open(std::string_view version, PendingRequests::Completion completion) {
-  if (auto error = launchServer()) return completion(std::unexpected(std::move(*error)));
+  if (auto error = launch(processOptions({}))) {
+    return completion(std::unexpected(std::move(*error)));
+  }
+  state_ = State::open;
   introduce(version, std::move(completion));
-}
-
-std::optional<AgentError> CodexConnection::launchServer() {
-  return launch({.executable = configuration_.executable,
-                 .arguments = {"app-server"},
-                 .environment = configuration_.processEnvironment,
-                 .workingFolder = configuration_.workspacePath},
-                systemFailure("The Codex executable is not installed."));
 }
 
 void CodexConnection::introduce(std::string_view version, PendingRequests::Completion completion) {
@@ -47,44 +43,31 @@ void CodexConnection::introduce(std::string_view version, PendingRequests::Compl
       });
 }
 
-void CodexConnection::initialize(std::optional<std::string> existingSessionID,
-                                 AgentClient::StartCompletion completion) {
-  introduce(applicationVersion, [this, existingSessionID = std::move(existingSessionID),
-                                 completion = std::move(completion)](const Answer& answer) {
-    if (!answer) return completion(std::unexpected(answer.error()));
-    refreshUsage();
-    openThread(existingSessionID, completion);
-  });
+void CodexConnection::begin(std::optional<std::string> existingSessionID) {
+  introduce(applicationVersion,
+            [this, session = std::move(existingSessionID)](const Answer& answer) {
+              if (!answer) return finishStart(std::unexpected(answer.error()));
+              refreshUsage();
+              openThread(session);
+            });
 }
 
-void CodexConnection::openThread(std::optional<std::string> existingSessionID,
-                                 AgentClient::StartCompletion completion) {
-  if (!existingSessionID) return startThread(std::move(completion));
-  request("thread/resume", codex::threadParams(configuration_, existingSessionID),
-          [this, completion = std::move(completion)](const Answer& answer) {
+void CodexConnection::openThread(const std::optional<std::string>& existingSessionID) {
+  const bool isResumed = existingSessionID.has_value();
+  request(isResumed ? "thread/resume" : "thread/start",
+          codex::threadParams(configuration_, existingSessionID),
+          [this, isResumed](const Answer& answer) {
             // Codex has lost or never had that thread: a new one serves as well.
-            if (!answer) return startThread(completion);
-            finishStart(*answer, true, completion);
+            if (!answer && isResumed) return openThread(std::nullopt);
+            if (!answer) return finishStart(std::unexpected(answer.error()));
+            const std::string* id = json::text(json::objectOrEmpty(*answer, "thread"), "id");
+            if (!id) {
+              return finishStart(std::unexpected(AgentError(
+                  codex::failure(Kind::protocolError, "Codex did not return a thread ID."))));
+            }
+            sessionId_ = *id;
+            finishStart(AgentStartResult{*id, isResumed});
           });
-}
-
-void CodexConnection::startThread(AgentClient::StartCompletion completion) {
-  request("thread/start", codex::threadParams(configuration_, std::nullopt),
-          [this, completion = std::move(completion)](const Answer& answer) {
-            if (!answer) return completion(std::unexpected(answer.error()));
-            finishStart(*answer, false, completion);
-          });
-}
-
-void CodexConnection::finishStart(const JsonObject& result, bool isReplayed,
-                                  const AgentClient::StartCompletion& completion) {
-  const std::string* id = json::text(json::objectOrEmpty(result, "thread"), "id");
-  if (!id) {
-    return completion(std::unexpected(
-        AgentError(codex::failure(Kind::protocolError, "Codex did not return a thread ID."))));
-  }
-  sessionId_ = *id;
-  completion(AgentStartResult{*id, isReplayed});
 }
 
 // ---- turns --------------------------------------------------------------------------------------

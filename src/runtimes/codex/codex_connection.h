@@ -33,24 +33,20 @@ class CodexConnection final : public JsonRpcConnection {
   void open(std::string_view version, PendingRequests::Completion completion);
   using JsonRpcConnection::request;
 
-  /// The part of start() behind the launch: "initialize", then the thread.
-  void initialize(std::optional<std::string> existingSessionID,
-                  AgentClient::StartCompletion completion);
   /// Asks for the allowance, which comes as an event. A failure is not told.
   void refreshUsage();
   /// Spends a reset credit; completes with the runtime's word for the outcome.
   void consumeUsageReset(std::function<void(std::expected<std::string, AgentError>)> completion);
 
  private:
-  void begin(std::optional<std::string> existingSessionID,
-             AgentClient::StartCompletion completion) override;
-  std::optional<AgentError> launchServer();
+  ProcessOptions processOptions(const std::optional<std::string>&) override;
+  AgentError missingProgram() const override {
+    return systemFailure("The Codex executable is not installed.");
+  }
+  void begin(std::optional<std::string> existingSessionID) override;
   void introduce(std::string_view version, PendingRequests::Completion completion);
-  void openThread(std::optional<std::string> existingSessionID,
-                  AgentClient::StartCompletion completion);
-  void startThread(AgentClient::StartCompletion completion);
-  void finishStart(const JsonObject& result, bool isReplayed,
-                   const AgentClient::StartCompletion& completion);
+  /// Resumes the thread, or starts a new one.
+  void openThread(const std::optional<std::string>& existingSessionID);
   void interrupt(const std::string& turnId);
 
   void handleCall(const JsonObject& message, const std::string& method, JsonObject& params,

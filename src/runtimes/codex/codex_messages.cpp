@@ -1,6 +1,7 @@
 #include "runtimes/codex/codex_messages.h"
 
 #include "platform/text/text.h"
+#include "platform/values/json_objects.h"
 #include "platform/values/uuid.h"
 
 namespace vantrell::codex {

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "platform/values/json_objects.h"
 #include "runtimes/codex/codex_messages.h"
 
 namespace vantrell {

@@ -1,5 +1,7 @@
 #include "runtimes/codex/codex_usage.h"
 
+#include "platform/values/json_objects.h"
+
 namespace vantrell::codex {
 
 namespace {

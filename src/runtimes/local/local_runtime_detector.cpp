@@ -31,47 +31,32 @@ std::expected<LocalRuntimeConnection, std::string> judge(
   return std::unexpected(fmt::format("{} returned HTTP {}.", probe.name, result->status));
 }
 
-/// One run through the places; keeps itself alive by the request under way.
-class Detection : public std::enable_shared_from_this<Detection> {
- public:
-  Detection(HttpClient& client, std::vector<Probe> probes,
-            std::function<void(LocalRuntimeStatus)> completion)
-      : client_(client), probes_(std::move(probes)), completion_(std::move(completion)) {}
-
-  /// `message` is what became of the place before.
-  void ask(std::size_t index, std::string message) {
-    if (index == probes_.size()) {
-      completion_(LocalRuntimeStatus::unavailable(std::move(message)));
-      return;
-    }
-    HttpRequest request{.url = probes_[index].discoveryURL.text(),
-                        .requestTimeout = probeTimeout,
-                        .resourceTimeout = longestProbe,
-                        // To where the rules for addresses might not let us go.
-                        .redirects = HttpRequest::Redirects::refuse};
-    client_.send(std::move(request), [self = shared_from_this(), index](auto result) {
-      // Only the end of the client cancels: it must not be asked again.
-      const bool isOver = !result && result.error().kind == HttpError::Kind::cancelled;
-      auto found = judge(self->probes_[index], std::move(result));
-      if (found) {
-        self->completion_(LocalRuntimeStatus::ready(std::move(*found)));
-      } else {
-        self->ask(isOver ? self->probes_.size() : index + 1, std::move(found.error()));
-      }
-    });
+/// Asks the places from `index` on; `message` is what became of the one before.
+void ask(HttpClient& client, std::shared_ptr<const std::vector<Probe>> probes, std::size_t index,
+         std::string message, std::function<void(LocalRuntimeStatus)> completion) {
+  if (index == probes->size()) {
+    return completion(LocalRuntimeStatus::unavailable(std::move(message)));
   }
-
- private:
-  HttpClient& client_;
-  const std::vector<Probe> probes_;
-  const std::function<void(LocalRuntimeStatus)> completion_;
-};
+  HttpRequest request{.url = (*probes)[index].discoveryURL.text(),
+                      .requestTimeout = probeTimeout,
+                      .resourceTimeout = longestProbe,
+                      // To where the rules for addresses might not let us go.
+                      .redirects = HttpRequest::Redirects::refuse};
+  client.send(std::move(request), [&client, probes, index, completion](auto result) {
+    // Only the end of the client cancels: it must not be asked again.
+    const bool isOver = !result && result.error().kind == HttpError::Kind::cancelled;
+    auto found = judge((*probes)[index], std::move(result));
+    if (found) return completion(LocalRuntimeStatus::ready(std::move(*found)));
+    ask(client, probes, isOver ? probes->size() : index + 1, std::move(found.error()), completion);
+  });
+}
 
 }  // namespace
 
 void detectLocalRuntime(HttpClient& client, std::vector<Probe> probes,
                         std::function<void(LocalRuntimeStatus)> completion) {
-  std::make_shared<Detection>(client, std::move(probes), std::move(completion))->ask(0, {});
+  ask(client, std::make_shared<const std::vector<Probe>>(std::move(probes)), 0, {},
+      std::move(completion));
 }
 
 std::shared_ptr<LocalRuntimeDetector> LocalRuntimeDetector::make(const UserDefaults& defaults,

@@ -7,6 +7,7 @@
 #include "platform/storage/user_defaults.h"
 #include "platform/text/text.h"
 #include "platform/values/json.h"
+#include "platform/values/json_objects.h"
 
 namespace vantrell::LocalRuntimeService {
 

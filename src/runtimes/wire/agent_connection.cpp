@@ -31,15 +31,26 @@ AgentConnection::~AgentConnection() = default;
 
 void AgentConnection::start(std::optional<std::string> existingSessionID,
                             AgentClient::StartCompletion completion) {
-  isStarting_ = true;
-  begin(std::move(existingSessionID), [this, completion = std::move(completion)](auto result) {
-    isStarting_ = false;
-    completion(std::move(result));
-  });
+  if (state_ != State::unused) return completion(std::unexpected(notConnected()));
+  if (auto error = launch(processOptions(existingSessionID))) {
+    return completion(std::unexpected(std::move(*error)));
+  }
+  initialize(std::move(existingSessionID), std::move(completion));
 }
 
-std::optional<AgentError> AgentConnection::launch(ProcessOptions options, AgentError missing) {
-  if (!files::isExecutable(options.executable)) return missing;
+void AgentConnection::initialize(std::optional<std::string> existingSessionID,
+                                 AgentClient::StartCompletion completion) {
+  state_ = State::open;
+  startCompletion_ = std::move(completion);
+  begin(std::move(existingSessionID));
+}
+
+void AgentConnection::finishStart(std::expected<AgentStartResult, AgentError> result) {
+  if (const auto completion = std::exchange(startCompletion_, {})) completion(std::move(result));
+}
+
+std::optional<AgentError> AgentConnection::launch(ProcessOptions options) {
+  if (!files::isExecutable(options.executable)) return missingProgram();
   // The process may outlive this object by the moment that its end takes.
   const auto weak = weak_from_this();
   JsonLineProcess::Handlers handlers;
@@ -152,7 +163,7 @@ void AgentConnection::ended(const JsonLineProcess::End& end) {
     failPending(systemFailure(end.cause));
   } else {
     // A session that did not open has no other place where the user could read why.
-    failPending(disconnected(isStarting_ && !words.empty() ? how : endText(how)));
+    failPending(disconnected(startCompletion_ && !words.empty() ? how : endText(how)));
   }
   tell(&AgentClient::onUnexpectedTermination, std::move(how));
 }

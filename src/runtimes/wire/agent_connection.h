@@ -35,6 +35,9 @@ class AgentConnection : public std::enable_shared_from_this<AgentConnection> {
   // The operations of AgentClient. Completions are called here, on the client's queue.
 
   void start(std::optional<std::string> existingSessionID, AgentClient::StartCompletion completion);
+  /// The part of start() after the launch.
+  void initialize(std::optional<std::string> existingSessionID,
+                  AgentClient::StartCompletion completion);
   virtual void sendPrompt(std::string prompt, AgentClient::PromptCompletion completion) = 0;
   virtual void cancel() = 0;
   virtual void respondToPermission(std::int64_t requestID, std::string optionID) = 0;
@@ -52,12 +55,18 @@ class AgentConnection : public std::enable_shared_from_this<AgentConnection> {
  protected:
   explicit AgentConnection(AgentChannel channel) : channel_(std::move(channel)) {}
 
-  /// start(), in the words of the dialect.
-  virtual void begin(std::optional<std::string> existingSessionID,
-                     AgentClient::StartCompletion completion) = 0;
-  /// Starts the runtime; absent when it runs. `missing` is the error for a program that is not
-  /// there.
-  std::optional<AgentError> launch(ProcessOptions options, AgentError missing);
+  // A start in the words of the dialect.
+
+  /// The process, for the session that is to be resumed, or a new one.
+  virtual ProcessOptions processOptions(const std::optional<std::string>& existingSessionID) = 0;
+  /// The error for a program that is not there.
+  virtual AgentError missingProgram() const = 0;
+  /// The runtime has been started. Ends with finishStart().
+  virtual void begin(std::optional<std::string> existingSessionID) = 0;
+  void finishStart(std::expected<AgentStartResult, AgentError> result);
+
+  /// Starts the runtime; absent when it runs.
+  std::optional<AgentError> launch(ProcessOptions options);
   void send(const JsonObject& message);
   /// Calls one of the client's callbacks, after the updates so far.
   template <typename... Values>
@@ -102,6 +111,8 @@ class AgentConnection : public std::enable_shared_from_this<AgentConnection> {
   }
   /// Its text, of `how` the runtime went; a dialect may have one sentence for all.
   virtual std::string endText(const std::string& how) const { return how; }
+  /// The answer to who asks something of a runtime that is not there.
+  virtual AgentError notConnected() const { return disconnected(endText({})); }
   /// A failure that is known by the system's words alone.
   virtual AgentError systemFailure(std::string text) const { return AgentError(std::move(text)); }
 
@@ -113,8 +124,8 @@ class AgentConnection : public std::enable_shared_from_this<AgentConnection> {
 
   const AgentChannel channel_;
   std::unique_ptr<JsonLineProcess> process_;
-  bool isStarting_ = false;
-  std::vector<JsonObject> updates_;  // gathered, not handed out yet
+  AgentClient::StartCompletion startCompletion_;  // while it starts
+  std::vector<JsonObject> updates_;               // gathered, not handed out yet
   std::size_t updateBytes_ = 0;
   struct Question {
     PermissionRequest request;

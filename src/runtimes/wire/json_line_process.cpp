@@ -2,21 +2,19 @@
 
 #include "platform/text/tail_buffer.h"
 #include "platform/text/text.h"
+#include "platform/text/utf8.h"
 
 namespace vantrell {
 
 namespace {
 
-/// Length of an unfinished UTF-8 sequence at the end of the bytes, 0 to 3: a character that the
-/// read cut in two.
+/// Bytes at the end that begin a character which the read cut in two; 0 to 3.
 std::size_t unfinishedTail(std::string_view bytes) {
-  const std::size_t longest = std::min<std::size_t>(3, bytes.size());
-  for (std::size_t back = 1; back <= longest; ++back) {
-    const auto byte = static_cast<unsigned char>(bytes[bytes.size() - back]);
-    if (byte < 0x80) return 0;
-    if (byte < 0xC0) continue;  // a continuation byte: its lead stands further front
-    const std::size_t wanted = byte >= 0xF0 ? 4 : byte >= 0xE0 ? 3 : 2;
-    return wanted > back ? back : 0;
+  for (std::size_t back = 1; back <= std::min<std::size_t>(3, bytes.size()); ++back) {
+    const char* const lead = bytes.data() + bytes.size() - back;
+    if (utf8::isContinuation(*lead)) continue;
+    const auto character = utf8::sequenceAt(lead, lead + back);
+    return !character.valid && character.length == back ? back : 0;
   }
   return 0;
 }

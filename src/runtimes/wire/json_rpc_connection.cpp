@@ -1,5 +1,7 @@
 #include "runtimes/wire/json_rpc_connection.h"
 
+#include "platform/values/json_objects.h"
+
 namespace vantrell {
 
 void JsonRpcConnection::handle(JsonObject message, std::size_t bytes) {
@@ -29,7 +31,7 @@ void JsonRpcConnection::handleResponse(std::int64_t id, const JsonObject& messag
 void JsonRpcConnection::request(std::string_view method, JsonObject params,
                                 PendingRequests::Completion completion) {
   // A request that nothing can answer would wait for ever.
-  if (state_ != State::open) return completion(std::unexpected(disconnected(endText({}))));
+  if (state_ != State::open) return completion(std::unexpected(notConnected()));
   const std::int64_t id = pending_.add(std::move(completion));
   send({{"jsonrpc", "2.0"}, {"id", id}, {"method", method}, {"params", std::move(params)}});
 }

@@ -1,0 +1,17 @@
+// Objects inside of loosely typed answers, so that a reader needs no test for each level. The
+// results are valid as long as the answer. Any thread.
+#pragma once
+
+#include <string_view>
+#include <vector>
+
+#include "platform/values/json.h"
+
+namespace vantrell::json {
+
+/// The object under the key, else an empty one.
+const JsonObject& objectOrEmpty(const JsonObject& container, std::string_view key);
+/// The objects in the list under the key; what else the list holds is left out.
+std::vector<const JsonObject*> objects(const JsonObject& container, std::string_view key);
+
+}  // namespace vantrell::json
