@@ -120,6 +120,11 @@ TaskSafetyResult<> RestorePlan::chooseTrackedFiles() {
       index_.list({"diff-files", "--name-only", "--relative", "-z"}, index_.target());
   if (!times) return std::unexpected(times.error());
   lists_.fromGit.insert(content->begin(), content->end());
+  for (const auto& [path, isSubmodule] : lists_.target) {
+    // Git does not miss the files of a folder that has become a link to itself.
+    const bool isMissing = !index_.spared().contains(path) && isBelowFile(git_.path(), path);
+    if (isMissing) lists_.fromGit.insert(path);
+  }
   const auto isAttributes = [](const std::string& path) {
     return files::lastComponent(path) == ".gitattributes";
   };
@@ -143,7 +148,7 @@ TaskSafetyResult<> RestorePlan::chooseTrackedFiles() {
     const auto found = lists_.target.find(path);
     if (found == lists_.target.end() || found->second || lists_.unfiltered.contains(path))
       return true;
-    // Git's diff does not delete the files of a folder that has become a link to itself.
+    // That link was there at the checkpoint.
     return path.contains('/') && anyAtOrAbove(files::parent(path), [&](const std::string& folder) {
              return lists_.archivedUntracked.contains(folder);
            });
