@@ -1,6 +1,6 @@
-// The gateway alone, for programs that call it: `gateway_host BASE_URL [MODEL...]`, with the address
-// of a local runtime and the models that it is said to have. Prints one line of JSON with the
-// gateway's own address and two site keys, then serves until standard input ends.
+// The gateway alone, for programs that call it: `gateway_host BASE_URL [MODEL...]`, with the
+// address of a local runtime and the models that it is said to have. Prints one line of JSON with
+// the gateway's own address and two site keys, then serves until standard input ends.
 #include <fmt/format.h>
 
 #include "platform/queues/run_loop.h"
@@ -20,15 +20,14 @@ int main(int count, char** arguments) {
     fmt::print(stderr, "{}\n", started.error().description);
     return 1;
   }
-  const auto line = json::write(
-      JsonObject{{"url", "http://127.0.0.1:" + std::to_string(parts.server.port())},
-                 {"key", parts.key},
-                 {"keyWithoutLocal", parts.keyWithoutLocal},
-                 {"project", parts.tree.workspaces().front().id.text()}});
+  const auto line =
+      json::write(JsonObject{{"url", "http://127.0.0.1:" + std::to_string(parts.server.port())},
+                             {"key", parts.key},
+                             {"keyWithoutLocal", parts.keyWithoutLocal},
+                             {"project", parts.tree.workspaces().front().id.text()}});
   fmt::print("{}\n", line);
   std::fflush(stdout);
-  const auto watch = loop.watchLines(
-      0, [](const std::string&) {}, [&] { loop.quit(); });
+  const auto watch = loop.watchLines(0, [](const std::string&) {}, [&] { loop.quit(); });
   loop.run();
   return 0;
 }
