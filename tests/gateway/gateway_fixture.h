@@ -1,0 +1,174 @@
+// The gateway's keys and jobs as one process has them, reached through their routes. Agents are the
+// practice agent, as real children that speak for every provider; time is virtual.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <set>
+
+#include "gateway/job_routes.h"
+#include "platform/process/process.h"
+#include "platform/queues/manual_main_queue.h"
+#include "platform/storage/user_defaults.h"
+#include "records/stores/workspace_store.h"
+#include "runtimes/acp/acp_client.h"
+#include "runtimes/catalog/runtime_locator.h"
+#include "support/agent_script.h"
+#include "support/fake_services.h"
+#include "support/temporary_folder.h"
+
+namespace vantrell::tests {
+
+class GatewayFixture : public ::testing::Test {
+ protected:
+  struct Caller {
+    Uuid id;
+    std::string secret;
+  };
+  struct Answer {
+    int status = 0;
+    Json body;
+    const JsonObject& object() const { return *body.asObject(); }
+    /// The text at the key, or the code of an error.
+    std::string text(std::string_view key) const { return json::textOr(object(), key, ""); }
+    std::string code() const {
+      const auto* error = json::object(object(), "error");
+      return error ? json::textOr(*error, "code", "") : "";
+    }
+  };
+
+  GatewayFixture() {
+    for (const auto each : allAgentProviders) {
+      providers.connectors[each] = {
+          each, "Install it.", [this, each](const auto&) { return !missing.contains(each); },
+          [this, each](const ProviderConnectorContext& context) { return client(each, context); }};
+    }
+    settings.load();
+    for (const auto* name : {"site", "shop"}) {
+      tree.addWorkspace(Workspace::makeProject(folder.folder(name), main.now()));
+    }
+    start();
+  }
+  ~GatewayFixture() override {
+    end();
+    EXPECT_TRUE(Process::waitForAll(std::chrono::seconds(20)));
+  }
+
+  void start() {
+    store = std::make_unique<GatewayStore>(main, changes, folder / "data", pool);
+    keys = std::make_unique<SiteKeys>(main, changes, *store);
+    keys->load();
+    keys->setEnabled(true);
+    scope = std::make_unique<GatewayScope>(tree, settings, providers);
+    jobs = std::make_shared<GatewayJobs>(
+        GatewayJobs::Dependencies{main, changes, *keys, *scope, *store});
+    jobs->load();
+    routes = std::make_unique<JobRoutes>(
+        JobRoutes::Dependencies{main, *jobs, *scope, *keys, *store, pool});
+  }
+  /// As a process that is killed: nothing is settled.
+  void end() {
+    routes.reset();
+    jobs.reset();
+    scope.reset();
+    keys.reset();
+    store.reset();
+  }
+  void restart() {
+    end();
+    start();
+    jobs->processNextJob();
+  }
+
+  Caller makeKey(const std::string& name, std::set<AgentProvider> allowed,
+                 GrokPermissionMode most = GrokPermissionMode::ask,
+                 std::set<std::string> projects = {"site", "shop"}) {
+    SiteKeys::Scope given{{}, std::move(allowed), most};
+    for (const auto& each : projects) given.workspacePaths.insert(folder / each);
+    const auto made = keys->create(name, given);
+    EXPECT_TRUE(made);
+    return {made->id, made->secret};
+  }
+
+  Answer ask(const Caller& caller, std::string method, std::string path, std::string body = {}) {
+    std::optional<GatewayResponse> response;
+    const auto* key = keys->authenticate({{"authorization", "Bearer " + caller.secret}});
+    if (!key) return {401, JsonObject{}};
+    routes->respond({std::move(method), std::move(path), {}, std::move(body)}, *key,
+                    [&](GatewayResponse given) { response = std::move(given); });
+    EXPECT_TRUE(main.runUntil([&] { return response.has_value(); }));
+    return {response->status, *json::parse(response->body)};
+  }
+  Answer get(const Caller& caller, std::string path) { return ask(caller, "GET", std::move(path)); }
+  Answer post(const Caller& caller, std::string path, const JsonObject& body = {}) {
+    return ask(caller, "POST", std::move(path), json::write(body));
+  }
+  std::string projectID(std::size_t index = 0) const { return tree.workspaces()[index].id.text(); }
+  Answer submit(const Caller& caller, const std::string& prompt, const JsonObject& more = {}) {
+    JsonObject body{{"project", projectID()}, {"provider", "codex"}, {"prompt", prompt}};
+    for (const auto& [key, value] : more) body.set(key, value);
+    return post(caller, "/v1/jobs", body);
+  }
+  /// The path of a new job.
+  std::string job(const Caller& caller, const std::string& prompt, const JsonObject& more = {}) {
+    const auto answer = submit(caller, prompt, more);
+    EXPECT_EQ(answer.status, 202) << json::write(answer.body);
+    return "/v1/jobs/" + answer.text("id");
+  }
+  static Uuid idIn(const std::string& path) { return *Uuid::parse(path.substr(9)); }
+  std::string status(const Caller& caller, const std::string& path) {
+    return get(caller, path).text("status");
+  }
+  Answer await(const Caller& caller, const std::string& path, const std::string& wanted) {
+    EXPECT_TRUE(main.runUntil([&] {
+      const auto found = jobs->find(idIn(path));
+      return found && rawText(found->status) == wanted;
+    })) << path
+        << " is " << status(caller, path) << ", not " << wanted;
+    return get(caller, path);
+  }
+  std::vector<std::string> eventTypes(const Caller& caller, const std::string& path) {
+    std::vector<std::string> types;
+    const auto answer = get(caller, path + "/events");
+    for (const auto& each : *answer.body.asArray()) {
+      types.push_back(json::textOr(*each.asObject(), "type", ""));
+    }
+    return types;
+  }
+
+  virtual std::shared_ptr<AgentClient> client(AgentProvider provider,
+                                              const ProviderConnectorContext& context) {
+    contexts.push_back(context);
+    ACPConfiguration configuration;
+    configuration.provider = provider;
+    configuration.executable = program;
+    configuration.workspacePath = context.workspacePath;
+    configuration.permissionMode = context.permissionMode;
+    configuration.processArguments = {argument};
+    configuration.processEnvironment = runtimeEnvironment(provider);
+    configuration.runtimeName = shortLabel(provider);
+    return ACPClient::make(std::move(configuration), main, pool);
+  }
+
+  TemporaryFolder folder;
+  ManualMainQueue main;
+  BackgroundPool pool{2};
+  Changes changes{main};
+  std::unique_ptr<UserDefaults> defaults = UserDefaults::inMemory();
+  Settings settings{*defaults, changes};
+  WorkspaceStore workspaceStore{*defaults, folder / "data"};
+  WorkspaceTree tree{main, workspaceStore, changes};
+  FakeProviders providers;
+  std::set<AgentProvider> missing;  // whose runtimes are not there
+  std::vector<ProviderConnectorContext> contexts;
+  const std::string practiceAgent =
+      std::filesystem::path(AgentScriptText::program()).replace_filename("vantrell-practice-agent");
+  std::string program = practiceAgent;
+  std::string argument = "acp";
+  std::unique_ptr<GatewayStore> store;
+  std::unique_ptr<SiteKeys> keys;
+  std::unique_ptr<GatewayScope> scope;
+  std::shared_ptr<GatewayJobs> jobs;
+  std::unique_ptr<JobRoutes> routes;
+};
+
+}  // namespace vantrell::tests
