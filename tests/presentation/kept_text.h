@@ -59,6 +59,8 @@ class KeptText {
     while (!wanted.empty()) {
       if (const std::size_t blank = white::at(wanted, 0)) {
         wanted.remove_prefix(blank);
+      } else if (const std::size_t space = white::at(rest_, 0)) {
+        rest_.remove_prefix(space);  // its bytes may begin like those of a letter
       } else if (rest_.starts_with(wanted[0])) {
         wanted.remove_prefix(1);
         rest_.remove_prefix(1);
