@@ -13,9 +13,11 @@ std::span<const Command> mediaCommands();     // imagine, artifacts
 std::span<const Command> providerCommands();  // providers, login, usage
 std::span<const Command> modelCommands();     // models, effort
 std::span<const Command> routeCommands();     // route, handoff
-std::span<const Command> taskViewCommands();  // activity, status, tasks, show, export, say, search
+std::span<const Command> taskListCommands();  // activity, status, tasks, search
+std::span<const Command> taskShowCommands();  // show, export, say
 std::span<const Command> taskEditCommands();  // new, fork, rename, move, pin, archive, delete
-std::span<const Command> safetyCommands();    // diff, review, checkpoint, isolate
+std::span<const Command> diffCommands();      // diff
+std::span<const Command> safetyCommands();    // review, checkpoint, isolate
 std::span<const Command> projectCommands();   // projects, context, hooks
 std::span<const Command> settingsCommands();  // settings
 
