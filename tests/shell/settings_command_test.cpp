@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 
 #include "shell/program_fixture.h"
-#include "shell/terminal/setting_table.h"
 #include "support/private_keyring.h"
 
 namespace vantrell {
@@ -9,24 +8,6 @@ namespace {
 
 using testing::HasSubstr;
 using tests::PrivateKeyring;
-
-TEST(SettingTable, WhatIsStoredReadsBackAndAPlanTakesFullAccessAway) {
-  const auto defaults = UserDefaults::inMemory();
-  const auto store = [&](std::string_view name, const std::string& value) {
-    const auto& row = **shell::findSetting(name);
-    EXPECT_TRUE(shell::storeSetting(row, value, *defaults)) << name;
-    EXPECT_EQ(shell::readSetting(row, *defaults).text, value);
-    EXPECT_TRUE(shell::readSetting(row, *defaults).isStored);
-  };
-  store("mode", "full_access");
-  store("no-metered", "off");
-  store("scale", "1.3");
-  store("grok-path", "/bin/true");
-  EXPECT_EQ(defaults->number("interfaceScale.v1"), 1.3);
-  EXPECT_EQ(defaults->boolean("noMeteredAPIs.v1"), false);
-  store("workflow", "plan");
-  EXPECT_EQ(defaults->text("grokPermissionMode.v1"), "ask");
-}
 
 class SettingsCommand : public tests::TerminalProgram {
  protected:

@@ -15,6 +15,10 @@
 
 namespace vantrell::shell {
 
+/// A wait for git that is over sooner needs no word.
+constexpr std::chrono::milliseconds waitForGitUnsaid{1000};
+constexpr std::chrono::milliseconds betweenLooks{10};
+
 CommandContext::CommandContext(RunLoop& loop, Caller who, std::vector<std::string_view> names,
                                CommandArguments given, std::function<void(int)> ended)
     : main(loop),
@@ -65,7 +69,9 @@ void CommandContext::finish(Outcome outcome) {
   if (std::exchange(hasFinished_, true)) return;
   if (!outcome) complain(outcome.error().text);
   // The engine may be in the middle of a step.
-  main.post([this, status = outcome.value_or(exitStatus::usage)] { close(status); });
+  main.post([this, status = outcome.value_or(exitStatus::usage)] {
+    close(status, main.uptime() + waitForGitUnsaid);
+  });
 }
 
 Outcome CommandContext::refused(const Refusal& refusal) {
@@ -84,13 +90,17 @@ void CommandContext::fail(std::string_view why) {
   finish(exitStatus::failed);
 }
 
-void CommandContext::close(int status) {
+void CommandContext::close(int status, Duration tellsOfGit) {
   answers_.reset();
   reading_.reset();
   if (app_) {
     model().flush();
     // A stopped task may leave git at work on its checkpoint or worktree.
     if (model().safety().isAtWork()) {
+      if (main.uptime() < tellsOfGit) {
+        gitTimer_ = main.after(betweenLooks, [=, this] { close(status, tellsOfGit); });
+        return;
+      }
       complain("Git is still at work on a checkpoint or a worktree; this ends when that is done.");
     }
     model().endAllWork();

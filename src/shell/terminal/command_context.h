@@ -77,7 +77,7 @@ class CommandContext {
   void writeJson(const std::string& object) { console.write(object + "\n"); }
   /// The object with --json, else the words.
   void report(const JsonObject& object, std::string_view words) {
-    isJson() ? writeJson(object) : console.say(words);
+    isJson() ? writeJson(object) : console.write(words);
   }
   /// A row of a list each: with --json as an object, else as a line of the table.
   template <typename Rows>
@@ -161,7 +161,7 @@ class CommandContext {
                     std::function<void()> then);
 
  private:
-  void close(int status);
+  void close(int status, Duration tellsOfGit);
 
   const std::function<void(int)> ended_;
   std::unique_ptr<BackgroundPool> pool_;
@@ -171,6 +171,7 @@ class CommandContext {
   bool hasFinished_ = false;
   std::unique_ptr<AnswerSource> answers_;
   std::shared_ptr<RunLoop::LineWatch> reading_;
+  Timer gitTimer_;
   std::vector<std::shared_ptr<void>> kept_;
 };
 

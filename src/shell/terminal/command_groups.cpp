@@ -2,13 +2,13 @@
 
 namespace vantrell::shell {
 
-std::vector<const Command*> allCommands() {
-  std::vector<const Command*> all;
+std::vector<Command> allCommands() {
+  std::vector<Command> all;
   for (const auto group :
        {runCommands(), compareCommands(), mediaCommands(), providerCommands(), modelCommands(),
         routeCommands(), taskListCommands(), taskShowCommands(), taskEditCommands(), diffCommands(),
-        safetyCommands(), projectCommands(), settingsCommands()}) {
-    for (const Command& command : group) all.push_back(&command);
+        safetyCommands(), projectCommands(), hookCommands(), settingsCommands()}) {
+    all.insert(all.end(), group.begin(), group.end());
   }
   return all;
 }

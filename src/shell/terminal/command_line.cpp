@@ -28,11 +28,6 @@ const Named* named(std::span<const Named> all, std::string_view name) {
   return found == all.end() ? nullptr : &*found;
 }
 
-const Command* commandNamed(std::span<const Command* const> commands, std::string_view name) {
-  const auto found = std::ranges::find(commands, name, &Command::name);
-  return found == commands.end() ? nullptr : *found;
-}
-
 /// The edits that turn one word into the other.
 std::size_t distance(std::string_view from, std::string_view to) {
   std::vector<std::size_t> row(to.size() + 1);
@@ -165,11 +160,8 @@ std::expected<std::optional<CommandArguments>, UsageError> readArguments(const C
     return usageError(*std::move(wrong));
   }
   for (const auto& option : command.options) {
-    const auto* given = app.get_option(std::string(option.name));
-    if (option.argument.empty()) {
-      if (given->count() > 0) read.given.push_back({option.name, ""});
-    } else {
-      for (const auto& value : given->results()) read.given.push_back({option.name, value});
+    for (const auto& value : app.get_option(std::string(option.name))->results()) {
+      read.given.push_back({option.name, option.argument.empty() ? "" : value});
     }
   }
   return read;
@@ -208,11 +200,11 @@ std::expected<Invocation, UsageError> readCommand(const Command& command, std::s
   return Invocation{Invocation::Kind::command, &command, std::move(name), **std::move(read)};
 }
 
-std::expected<Invocation, UsageError> readHelp(std::span<const Command* const> commands,
+std::expected<Invocation, UsageError> readHelp(std::span<const Command> commands,
                                                Arguments topics) {
   if (topics.empty()) return Invocation{Invocation::Kind::help};
   if (topics.front() == "--reference") return Invocation{Invocation::Kind::reference};
-  const Command* command = commandNamed(commands, topics.front());
+  const Command* command = named(commands, topics.front());
   for (const auto topic : topics.subspan(1)) {
     if (command) command = named(command->subcommands, topic);
   }
@@ -222,19 +214,16 @@ std::expected<Invocation, UsageError> readHelp(std::span<const Command* const> c
                                 onOneLine(name)));
 }
 
-std::string unknownStart(std::span<const Command* const> commands, Arguments arguments) {
+std::string unknownStart(std::span<const Command> commands, Arguments arguments) {
   const auto first = arguments.front();
   if (first.starts_with('-')) {
     const auto name = optionName(first);
-    if (const auto* run = commandNamed(commands, "run"); run && named(run->options, name)) {
-      return fmt::format("{0} belongs to \"run\": vantrell run {0} ... \"prompt\"", name);
-    }
     static constexpr std::string_view known[] = {"--help", "--version", "--practice"};
     return fmt::format("Unknown option {}.{} \"vantrell --help\" lists the commands.",
                        onOneLine(name), suggestion(name, known));
   }
   std::vector<std::string_view> known = {"help"};
-  for (const Command* command : commands) known.push_back(command->name);
+  for (const Command& command : commands) known.push_back(command.name);
   const auto meant = suggestion(first, known);
   return fmt::format("Unknown command \"{}\".{}", onOneLine(first),
                      meant.empty()
@@ -335,13 +324,13 @@ std::optional<std::size_t> CommandArguments::count(std::string_view option) cons
   return text ? countIn(*text) : std::nullopt;
 }
 
-std::expected<Invocation, UsageError> readCommandLine(std::span<const Command* const> commands,
+std::expected<Invocation, UsageError> readCommandLine(std::span<const Command> commands,
                                                       Arguments arguments) {
   using Kind = Invocation::Kind;
   if (arguments.empty()) return Invocation{Kind::welcome};
   const std::string_view first = arguments.front();
   const auto rest = arguments.subspan(1);
-  if (const Command* command = commandNamed(commands, first)) {
+  if (const Command* command = named(commands, first)) {
     return readCommand(*command, std::string(first), rest);
   }
   if (first == "help") return readHelp(commands, rest);
@@ -354,7 +343,7 @@ std::expected<Invocation, UsageError> readCommandLine(std::span<const Command* c
       "vantrell run --practice \"SAY:hello\"");
 }
 
-std::string helpText(std::span<const Command* const> commands) {
+std::string helpText(std::span<const Command> commands) {
   std::string text = fmt::format(
       "vantrell {} - a workspace for software work with coding agents\n"
       "\n"
@@ -367,8 +356,8 @@ std::string helpText(std::span<const Command* const> commands) {
       "\n"
       "Commands:\n",
       applicationVersion);
-  for (const Command* command : commands) {
-    text += fmt::format("  {:<10} {}\n", command->name, command->summary);
+  for (const auto& each : commands) {
+    text += fmt::format("  {:<10} {}\n", each.name, each.summary);
   }
   return text;
 }
@@ -406,11 +395,9 @@ std::string helpOf(const Command& command, std::string_view name) {
   return help;
 }
 
-std::string referenceText(std::span<const Command* const> commands) {
+std::string referenceText(std::span<const Command> commands) {
   std::string text = fmt::format("```text\n{}```\n", helpText(commands));
-  for (const Command* command : commands) {
-    appendReference(text, *command, std::string(command->name));
-  }
+  for (const auto& each : commands) appendReference(text, each, std::string(each.name));
   return text;
 }
 

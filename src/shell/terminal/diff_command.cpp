@@ -142,17 +142,12 @@ constexpr CommandOption options[] = {
 };
 
 constexpr Command commands[] = {
-    {.name = "diff",
-     .parameters = "[ID]",
-     .summary = "show what has changed in a project or a task's worktree",
-     .options = options,
-     .begin = diff,
-     .introduction =
-         "Shows the state of Git in the folder in which a task works, of a project, or of the\n"
-         "current folder: the branch, the changed files with their lines, and the hunks.",
-     .closing = "The two letters before a file are those of git status: index, then working tree.\n"
-                "\n"
-                "Exit status: 0 done, 1 failed or not a Git repository, 2 wrong usage."},
+    {"diff", "[ID]", "show what has changed in a project or a task's worktree", options, diff,
+     "Shows the state of Git in the folder in which a task works, of a project, or of the\n"
+     "current folder: the branch, the changed files with their lines, and the hunks.",
+     "The two letters before a file are those of git status: index, then working tree.\n"
+     "\n"
+     "Exit status: 0 done, 1 failed or not a Git repository, 2 wrong usage."},
 };
 
 }  // namespace

@@ -177,27 +177,18 @@ void listArtifacts(CommandContext& context) {
 }
 
 constexpr Command commands[] = {
-    {.name = "imagine",
-     .summary = "make pictures and films with Grok; list them",
-     .options = onlyJson,
-     .begin = listItems,
-     .introduction =
-         "Lists the library of pictures and films, newest first, or makes one. ITEM is a\n"
-         "beginning of the ID of one.",
-     .closing = "Grok Build makes them, which must be installed and signed in. It may ask before "
-                "it acts,\n"
-                "as far as the mode says so. Ctrl-C stops it; what was copied stays.\n"
-                "\n"
-                "Exit status: 0 done, 1 failed or nothing was made, 2 wrong usage, 130 stopped.",
-     .subcommands = imagineCommands},
-    {.name = "artifacts",
-     .parameters = "ID",
-     .summary = "list the files that a task has made",
-     .options = onlyJson,
-     .begin = listArtifacts,
-     .introduction =
-         "Lists the existing files that the task's tool calls have named, then those that git\n"
-         "sees as changed in its folder, then the pictures and films of \"vantrell imagine\"."},
+    {"imagine", "", "make pictures and films with Grok; list them", onlyJson, listItems,
+     "Lists the library of pictures and films, newest first, or makes one. ITEM is a\n"
+     "beginning of the ID of one.",
+     "Grok Build makes them, which must be installed and signed in. It may ask before "
+     "it acts,\n"
+     "as far as the mode says so. Ctrl-C stops it; what was copied stays.\n"
+     "\n"
+     "Exit status: 0 done, 1 failed or nothing was made, 2 wrong usage, 130 stopped.",
+     imagineCommands},
+    {"artifacts", "ID", "list the files that a task has made", onlyJson, listArtifacts,
+     "Lists the existing files that the task's tool calls have named, then those that git\n"
+     "sees as changed in its folder, then the pictures and films of \"vantrell imagine\"."},
 };
 
 }  // namespace

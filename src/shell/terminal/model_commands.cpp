@@ -199,31 +199,23 @@ constexpr CommandOption effortOptions[] = {
 };
 
 constexpr Command commands[] = {
-    {.name = "models",
-     .parameters = "[PROVIDER]",
-     .summary = "the models of a provider, and which one a task uses",
-     .options = modelOptions,
-     .begin = show<Control::model>,
-     .introduction =
-         "Lists the models of a provider, or of the one that works on the task, with the\n"
-         "reasoning efforts of each. Grok, Codex and a server of local models are asked for\n"
-         "theirs.",
-     .closing = "A choice is kept with the task, for that provider. An effort that the model does\n"
-                "not have is dropped with it.\n"
-                "\n"
-                "Examples:\n"
-                "  vantrell models codex --task 3F2A91C0 --use gpt-5-codex\n"
-                "  vantrell models local --json | jq -r '.models[].id'"},
-    {.name = "effort",
-     .parameters = "[PROVIDER]",
-     .summary = "how much a provider's model thinks, for a task",
-     .options = effortOptions,
-     .begin = show<Control::effort>,
-     .introduction =
-         "Lists the reasoning efforts of the model that a task has chosen with a provider, or of\n"
-         "the provider's usual model. A choice is kept with the task, for that provider.",
-     .closing = "Example:\n"
-                "  vantrell effort --task 3F2A91C0 --use high"},
+    {"models", "[PROVIDER]", "the models of a provider, and which one a task uses", modelOptions,
+     show<Control::model>,
+     "Lists the models of a provider, or of the one that works on the task, with the\n"
+     "reasoning efforts of each. Grok, Codex and a server of local models are asked for\n"
+     "theirs.",
+     "A choice is kept with the task, for that provider. An effort that the model does\n"
+     "not have is dropped with it.\n"
+     "\n"
+     "Examples:\n"
+     "  vantrell models codex --task 3F2A91C0 --use gpt-5-codex\n"
+     "  vantrell models local --json | jq -r '.models[].id'"},
+    {"effort", "[PROVIDER]", "how much a provider's model thinks, for a task", effortOptions,
+     show<Control::effort>,
+     "Lists the reasoning efforts of the model that a task has chosen with a provider, or of\n"
+     "the provider's usual model. A choice is kept with the task, for that provider.",
+     "Example:\n"
+     "  vantrell effort --task 3F2A91C0 --use high"},
 };
 
 }  // namespace

@@ -267,33 +267,25 @@ constexpr CommandOption usageOptions[] = {
     {"--reset", "", "spend a reset credit of Codex; asks at the terminal"}, allAsJson[0]};
 
 constexpr Command commands[] = {
-    {.name = "providers",
-     .summary = "which agents are installed and signed in, and what to do next",
-     .options = allAsJson,
-     .begin = listProviders,
-     .introduction =
-         "Looks for the program of every provider and asks it for its version and whether it is\n"
-         "signed in. Install commands are the vendors' own; they are shown for you to run. For\n"
-         "local models it looks for a server, and for Tasklet whether a webhook is stored."},
-    {.name = "login",
-     .parameters = "PROVIDER",
-     .summary = "sign in to a provider, with the provider's own program",
-     .begin = login,
-     .introduction =
-         "Runs the log-in of the provider's program here: you see its codes and links and answer\n"
-         "its questions. Vantrell itself never sees a password or a key. local and tasklet have\n"
-         "no log-in.",
-     .closing = "Exit status: 0 it ended without an error, 1 failed, 2 wrong usage, 130 stopped."},
-    {.name = "usage",
-     .parameters = "[PROVIDER]",
-     .summary = "how much of each provider's allowance is used",
-     .options = usageOptions,
-     .begin = usage,
-     .introduction =
-         "Shows what is known of the providers' allowances, of all or of one. Codex is asked;\n"
-         "the others report nothing, or only during a task.",
-     .closing = "Exit status: 0 done, 1 failed, or no credit to spend, 2 wrong usage, 130 not\n"
-                "confirmed."},
+    {"providers", "", "which agents are installed and signed in, and what to do next", allAsJson,
+     listProviders,
+     "Looks for the program of every provider and asks it for its version and whether it is\n"
+     "signed in. Install commands are the vendors' own; they are shown for you to run. For\n"
+     "local models it looks for a server, and for Tasklet whether a webhook is stored."},
+    {"login",
+     "PROVIDER",
+     "sign in to a provider, with the provider's own program",
+     {},
+     login,
+     "Runs the log-in of the provider's program here: you see its codes and links and answer\n"
+     "its questions. Vantrell itself never sees a password or a key. local and tasklet have\n"
+     "no log-in.",
+     "Exit status: 0 it ended without an error, 1 failed, 2 wrong usage, 130 stopped."},
+    {"usage", "[PROVIDER]", "how much of each provider's allowance is used", usageOptions, usage,
+     "Shows what is known of the providers' allowances, of all or of one. Codex is asked;\n"
+     "the others report nothing, or only during a task.",
+     "Exit status: 0 done, 1 failed, or no credit to spend, 2 wrong usage, 130 not\n"
+     "confirmed."},
 };
 
 }  // namespace

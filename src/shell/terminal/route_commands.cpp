@@ -134,28 +134,17 @@ constexpr CommandOption handoffOptions[] = {
 };
 
 constexpr Command commands[] = {
-    {.name = "route",
-     .parameters = "[ROUTE]",
-     .summary = "who takes the next turn, and why; or set the route",
-     .options = routeOptions,
-     .begin = route,
-     .introduction =
-         "Without a ROUTE: which providers could take the next turn, in their order, and which\n"
-         "one will. Nothing is sent to any of them.",
-     .closing =
-         "ROUTE is automatic, local_first, or a provider (grok, codex, kimi, glm, claude, local,\n"
-         "tasklet). On the first two, a task goes to the next provider by itself when an\n"
-         "allowance is exhausted; on a fixed one it never does. What is chosen for a task\n"
-         "(vantrell handoff) comes before the route."},
-    {.name = "handoff",
-     .parameters = "ID PROVIDER",
-     .summary = "let another provider go on with a task",
-     .options = handoffOptions,
-     .begin = handOff,
-     .introduction =
-         "Chooses who takes the task's next turn, before any route. A new provider is told the\n"
-         "request, the plan, what was said so far and the state of the repository; a session\n"
-         "that it has of the task goes on."},
+    {"route", "[ROUTE]", "who takes the next turn, and why; or set the route", routeOptions, route,
+     "Without a ROUTE: which providers could take the next turn, in their order, and which\n"
+     "one will. Nothing is sent to any of them.",
+     "ROUTE is automatic, local_first, or a provider (grok, codex, kimi, glm, claude, local,\n"
+     "tasklet). On the first two, a task goes to the next provider by itself when an\n"
+     "allowance is exhausted; on a fixed one it never does. What is chosen for a task\n"
+     "(vantrell handoff) comes before the route."},
+    {"handoff", "ID PROVIDER", "let another provider go on with a task", handoffOptions, handOff,
+     "Chooses who takes the task's next turn, before any route. A new provider is told the\n"
+     "request, the plan, what was said so far and the state of the repository; a session\n"
+     "that it has of the task goes on."},
 };
 
 }  // namespace

@@ -150,10 +150,12 @@ void restoreCheckpoint(CommandContext& context) {
     const WorkspaceCheckpoint chosen = **found;
     const auto report = [&context, &model, key, chosen] {
       const auto& recovery = model.tree().thread(key)->checkpoints.front();
-      context.report(asJson(chosen), fmt::format("{}  restored: {}\n"
-                                                 "To go back: vantrell checkpoint restore {} {}\n",
-                                                 shortID(chosen.id), onOneLine(chosen.label),
-                                                 shortID(key.threadID), shortID(recovery.id)));
+      context.report(asJson(chosen),
+                     fmt::format("{}  restored: {}\n"
+                                 "To go back: {} {} {}\n",
+                                 shortID(chosen.id), onOneLine(chosen.label),
+                                 context.console.asTyped("vantrell checkpoint restore"),
+                                 shortID(key.threadID), shortID(recovery.id)));
     };
     context.confirm(
         fmt::format("{} \"{}\", {}\n"
@@ -203,34 +205,26 @@ constexpr Command checkpointCommands[] = {
 };
 
 constexpr Command commands[] = {
-    {.name = "review",
-     .parameters = "ID [FILE NOTE]",
-     .summary = "list or write notes on what a task has changed",
-     .options = reviewOptions,
-     .begin = review,
-     .closing = "Example:\n"
-                "  vantrell review 3F2A91C0 src/main.cpp --line 40 --decision rejected \"leaks the "
-                "socket\""},
-    {.name = "checkpoint",
-     .summary = "go back to earlier files and an earlier conversation",
-     .introduction =
-         "A checkpoint keeps what is not committed in a task's Git repository, and the length of\n"
-         "the conversation. Each prompt takes one first.",
-     .closing =
-         "restore first takes a recovery checkpoint, which leads back. It asks at a terminal;\n"
-         "elsewhere it takes --yes. Ignored files and submodules stay as they are.",
-     .subcommands = checkpointCommands},
-    {.name = "isolate",
-     .parameters = "ID",
-     .summary = "let a task work in a Git worktree of its own",
-     .options = onlyJson,
-     .begin = isolate,
-     .introduction =
-         "Gives a task a Git worktree outside the project, with a copy of all that is not\n"
-         "committed, and shows where it is. The project keeps everything.",
-     .closing =
-         "This cannot be reversed: what the task changes reaches the project only by your own Git\n"
-         "work. Ignored files are not copied."},
+    {"review", "ID [FILE NOTE]", "list or write notes on what a task has changed", reviewOptions,
+     review, "",
+     "Example:\n"
+     "  vantrell review 3F2A91C0 src/main.cpp --line 40 --decision rejected \"leaks the "
+     "socket\""},
+    {"checkpoint",
+     "",
+     "go back to earlier files and an earlier conversation",
+     {},
+     nullptr,
+     "A checkpoint keeps what is not committed in a task's Git repository, and the length of\n"
+     "the conversation. Each prompt takes one first.",
+     "restore first takes a recovery checkpoint, which leads back. It asks at a terminal;\n"
+     "elsewhere it takes --yes. Ignored files and submodules stay as they are.",
+     checkpointCommands},
+    {"isolate", "ID", "let a task work in a Git worktree of its own", onlyJson, isolate,
+     "Gives a task a Git worktree outside the project, with a copy of all that is not\n"
+     "committed, and shows where it is. The project keeps everything.",
+     "This cannot be reversed: what the task changes reaches the project only by your own Git\n"
+     "work. Ignored files are not copied."},
 };
 
 }  // namespace

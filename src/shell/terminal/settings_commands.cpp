@@ -374,24 +374,19 @@ constexpr Command settingsSubcommands[] = {
 };
 
 constexpr Command commands[] = {
-    {.name = "settings",
-     .parameters = "[NAME [VALUE]]",
-     .summary = "show or change what is set, and where it is kept",
-     .options = onlyJson,
-     .begin = showOrSet,
-     .introduction =
-         "Without a name: all settings, the folders and the state of the secrets. With a name: "
-         "its\n"
-         "value. With a value: stores it. A wrong value is answered with what the setting takes.",
-     .closing =
-         "Full Access takes a person at the terminal who types the words for it. import keeps the\n"
-         "former conversations in a file; at a terminal it asks first, elsewhere it takes --yes.\n"
-         "\n"
-         "Examples:\n"
-         "  vantrell settings workflow plan\n"
-         "  vantrell settings kimi-path ~/bin/kimi\n"
-         "  vantrell settings set tasklet-webhook < file-with-the-address",
-     .subcommands = settingsSubcommands},
+    {"settings", "[NAME [VALUE]]", "show or change what is set, and where it is kept", onlyJson,
+     showOrSet,
+     "Without a name: all settings, the folders and the state of the secrets. With a name: "
+     "its\n"
+     "value. With a value: stores it. A wrong value is answered with what the setting takes.",
+     "Full Access takes a person at the terminal who types the words for it. import keeps the\n"
+     "former conversations in a file; at a terminal it asks first, elsewhere it takes --yes.\n"
+     "\n"
+     "Examples:\n"
+     "  vantrell settings workflow plan\n"
+     "  vantrell settings kimi-path ~/bin/kimi\n"
+     "  vantrell settings set tasklet-webhook < file-with-the-address",
+     settingsSubcommands},
 };
 
 }  // namespace

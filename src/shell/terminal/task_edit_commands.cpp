@@ -185,45 +185,22 @@ constexpr CommandOption switchOptions[] = {offOption, jsonOption};
 constexpr CommandOption deleteOptions[] = {yesOption, jsonOption};
 
 constexpr Command commands[] = {
-    {.name = "new",
-     .parameters = "[TITLE]",
-     .summary = "make a new task, to be run later",
-     .options = newOptions,
-     .begin = makeNewTask,
-     .introduction =
-         "Makes a new task and selects it. Without a title, its first prompt names it. A folder\n"
-         "that is not a project yet becomes one."},
-    {.name = "fork",
-     .parameters = "ID",
-     .summary = "copy a task, to go on with it in another way",
-     .options = forkOptions,
-     .begin = fork,
-     .introduction =
-         "Makes a task with what was said in another one, and its choices. It works in the\n"
-         "project's folder and begins sessions of its own; the other one stays as it is."},
+    {"new", "[TITLE]", "make a new task, to be run later", newOptions, makeNewTask,
+     "Makes a new task and selects it. Without a title, its first prompt names it. A folder\n"
+     "that is not a project yet becomes one."},
+    {"fork", "ID", "copy a task, to go on with it in another way", forkOptions, fork,
+     "Makes a task with what was said in another one, and its choices. It works in the\n"
+     "project's folder and begins sessions of its own; the other one stays as it is."},
     {"rename", "ID TITLE", "give a task another title", onlyJson, rename},
-    {.name = "move",
-     .parameters = "ID PROJECT",
-     .summary = "move a task to another project",
-     .options = onlyJson,
-     .begin = move,
-     .introduction =
-         "Moves a task to another project. Sessions and checkpoints are bound to the old folder\n"
-         "and do not come along: the next run begins a new session."},
+    {"move", "ID PROJECT", "move a task to another project", onlyJson, move,
+     "Moves a task to another project. Sessions and checkpoints are bound to the old folder\n"
+     "and do not come along: the next run begins a new session."},
     {"pin", "ID...", "list tasks before the others", switchOptions, pin},
-    {.name = "archive",
-     .parameters = "ID...",
-     .summary = "hide tasks from the lists, or show them again (--off)",
-     .options = switchOptions,
-     .begin = archive,
-     .closing = "An archived task keeps everything; it is no longer pinned."},
-    {.name = "delete",
-     .parameters = "ID...",
-     .summary = "delete tasks for good, with all that was said in them",
-     .options = deleteOptions,
-     .begin = remove,
-     .closing =
-         "At a terminal it asks first; elsewhere it takes --yes. Files of the project stay."},
+    {"archive", "ID...", "hide tasks from the lists, or show them again (--off)", switchOptions,
+     archive, "", "An archived task keeps everything; it is no longer pinned."},
+    {"delete", "ID...", "delete tasks for good, with all that was said in them", deleteOptions,
+     remove, "",
+     "At a terminal it asks first; elsewhere it takes --yes. Files of the project stay."},
 };
 
 }  // namespace

@@ -6,9 +6,9 @@
 #include "engine/turns/session_status.h"
 #include "platform/text/text.h"
 #include "records/stores/conversation_json.h"
-#include "shell/terminal/answer_lines.h"
 #include "shell/terminal/command_context.h"
 #include "shell/terminal/command_groups.h"
+#include "shell/terminal/inline_marks.h"
 #include "shell/terminal/task_lookup.h"
 #include "shell/terminal/task_words.h"
 #include "shell/terminal/terminal_text.h"
@@ -170,12 +170,12 @@ void listActivity(CommandContext& context) {
         all,
         TextTable({{"ID"},
                    {"PROJECT", 8},
-                   {"TITLE", 12},
+                   {"TITLE", 8},
                    {"STATE"},
                    {"LAST SIGN"},
                    {"WITH"},
                    {"LASTED"},
-                   {"MESSAGE", 12}}),
+                   {"MESSAGE", 8}}),
         [](const RunActivity& activity) { return asJson(activity); }, cells,
         "Nothing is at work, and nothing waits for you.\n");
   });
@@ -218,12 +218,10 @@ Outcome tellStatus(CommandContext& context, Date now, const Workspace& workspace
   std::string text =
       fmt::format("{}  {} {}\n\n", style.cyan(shortID(thread.id)), style.bold(titleOf(thread)),
                   style.dim(onOneLine(fmt::format("({})", workspace.name))));
-  if (style.isLive()) {
-    for (const auto& line : answerLines(message, style, context.console.columns() - 1)) {
-      text += line + "\n";
-    }
-  } else {
-    text += sanitized(message) + "\n";
+  const std::string words = sanitized(message);
+  for (const auto line : text::split(words, '\n')) {
+    const auto shown = style.isLive() ? withoutMarks(line) : asWritten(line);
+    text += shown.styled(InlineText::Around::plain) + "\n";
   }
   context.console.write(text);
   return exitStatus::completed;
@@ -264,42 +262,26 @@ constexpr CommandOption searchOptions[] = {
 };
 
 constexpr Command commands[] = {
-    {.name = "activity",
-     .summary = "what is at work, waits for you, or has just ended",
-     .options = activityOptions,
-     .begin = listActivity,
-     .introduction =
-         "Lists, over all projects, the tasks whose latest run is at work, waits for an answer,\n"
-         "failed or was interrupted, and those that completed in the last five minutes.",
-     .closing = "Examples:\n"
-                "  watch vantrell activity\n"
-                "  vantrell activity --json | jq -r 'select(.run.status == \"failed\").threadID'"},
-    {.name = "status",
-     .parameters = "[ID]",
-     .summary = "the state of a task, without asking its agent",
-     .options = onlyJson,
-     .begin = showStatus,
-     .introduction =
-         "Says whether a task is at work, for how long, when its agent was last heard, what it\n"
-         "waits for and how many prompts wait. Without an ID: the task that ran last."},
-    {.name = "tasks",
-     .summary = "list the tasks, newest first",
-     .options = taskOptions,
-     .begin = listTasks,
-     .closing = "Pinned tasks (*) come first; - is archived.\n"
-                "\n"
-                "Examples:\n"
-                "  vantrell tasks --project .\n"
-                "  vantrell tasks --json | jq -r 'select(.status == \"failed\").threadID'"},
-    {.name = "search",
-     .parameters = "TEXT",
-     .summary = "find a text in all tasks",
-     .options = searchOptions,
-     .begin = search,
-     .introduction =
-         "Looks for a text in the titles and transcripts of all tasks, archived ones included.\n"
-         "Shows the first place in each entry: \"vantrell show ID --entry ENTRY\" begins there.",
-     .closing = "Exit status: 0 found, 1 nothing found (or failed), 2 wrong usage."},
+    {"activity", "", "what is at work, waits for you, or has just ended", activityOptions,
+     listActivity,
+     "Lists, over all projects, the tasks whose latest run is at work, waits for an answer,\n"
+     "failed or was interrupted, and those that completed in the last five minutes.",
+     "Examples:\n"
+     "  watch vantrell activity\n"
+     "  vantrell activity --json | jq -r 'select(.run.status == \"failed\").threadID'"},
+    {"status", "[ID]", "the state of a task, without asking its agent", onlyJson, showStatus,
+     "Says whether a task is at work, for how long, when its agent was last heard, what it\n"
+     "waits for and how many prompts wait. Without an ID: the task that ran last."},
+    {"tasks", "", "list the tasks, newest first", taskOptions, listTasks, "",
+     "Pinned tasks (*) come first; - is archived.\n"
+     "\n"
+     "Examples:\n"
+     "  vantrell tasks --project .\n"
+     "  vantrell tasks --json | jq -r 'select(.status == \"failed\").threadID'"},
+    {"search", "TEXT", "find a text in all tasks", searchOptions, search,
+     "Looks for a text in the titles and transcripts of all tasks, archived ones included.\n"
+     "Shows the first place in each entry: \"vantrell show ID --entry ENTRY\" begins there.",
+     "Exit status: 0 found, 1 nothing found (or failed), 2 wrong usage."},
 };
 
 }  // namespace

@@ -204,30 +204,22 @@ constexpr CommandOption showOptions[] = {
 constexpr CommandOption exportOptions[] = {{"--replace", "", "write over an existing file"}};
 
 constexpr Command commands[] = {
-    {.name = "show",
-     .parameters = "ID",
-     .summary = "show a task: what was said and done",
-     .options = showOptions,
-     .begin = show,
-     .closing =
-         "Examples:\n"
-         "  vantrell show 3F2A --last 5\n"
-         "  vantrell show 3F2A --json | jq -r '.entries[] | select(.kind == \"assistant\").text'"},
-    {.name = "export",
-     .parameters = "ID [FILE]",
-     .summary = "a task's conversation as a Markdown document",
-     .options = exportOptions,
-     .begin = exportTask,
-     .introduction =
-         "Writes what was said in a task as Markdown, to standard output or to FILE. Thoughts\n"
-         "and tool calls are left out."},
-    {.name = "say",
-     .parameters = "ID",
-     .summary = "the last answer of a task as text for speech",
-     .begin = say,
-     .introduction = "Prints the last answer of a task on one line, without markup and code.",
-     .closing = "Example:\n"
-                "  vantrell say 3F2A | espeak-ng"},
+    {"show", "ID", "show a task: what was said and done", showOptions, show, "",
+     "Examples:\n"
+     "  vantrell show 3F2A --last 5\n"
+     "  vantrell show 3F2A --json | jq -r '.entries[] | select(.kind == \"assistant\").text'"},
+    {"export", "ID [FILE]", "a task's conversation as a Markdown document", exportOptions,
+     exportTask,
+     "Writes what was said in a task as Markdown, to standard output or to FILE. Thoughts\n"
+     "and tool calls are left out."},
+    {"say",
+     "ID",
+     "the last answer of a task as text for speech",
+     {},
+     say,
+     "Prints the last answer of a task on one line, without markup and code.",
+     "Example:\n"
+     "  vantrell say 3F2A | espeak-ng"},
 };
 
 }  // namespace
