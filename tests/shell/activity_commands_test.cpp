@@ -8,10 +8,8 @@ namespace {
 class ActivityCommands : public TerminalProgram {
  protected:
   JsonObject object(std::vector<std::string> words) {
-    words.emplace_back("--json");
-    const auto done = run(vantrell(std::move(words)));
-    const auto all = events(done);
-    EXPECT_EQ(all.size(), 1U) << done->output << done->error;
+    const auto all = objects(std::move(words));
+    EXPECT_EQ(all.size(), 1U);
     return all.empty() ? JsonObject() : all[0];
   }
 };

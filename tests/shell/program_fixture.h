@@ -49,6 +49,19 @@ class TerminalProgram : public ProcessTest {
     record->process->closeInput();
     return finish(record);
   }
+  /// The command without any input.
+  std::shared_ptr<Record> does(std::vector<std::string> words) {
+    auto options = vantrell(std::move(words));
+    options.standardInput = ProcessOptions::Input::null;
+    return run(std::move(options));
+  }
+  /// What it prints with --json.
+  std::vector<JsonObject> objects(std::vector<std::string> words) {
+    words.emplace_back("--json");
+    const auto done = does(std::move(words));
+    EXPECT_EQ(done->error, "");
+    return events(done);
+  }
   static int code(const std::shared_ptr<Record>& record) { return record->exits.at(0).code(); }
 
   /// Every line must be an object.

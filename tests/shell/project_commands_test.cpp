@@ -14,17 +14,6 @@ class ProjectCommands : public TerminalProgram {
  protected:
   using Words = std::vector<std::string>;
 
-  std::shared_ptr<Record> does(Words words) {
-    auto options = vantrell(std::move(words));
-    options.standardInput = ProcessOptions::Input::null;
-    return run(std::move(options));
-  }
-  std::vector<JsonObject> objects(Words words) {
-    words.emplace_back("--json");
-    const auto done = does(std::move(words));
-    EXPECT_EQ(done->error, "");
-    return events(done);
-  }
   void git(Words words) {
     words.insert(words.begin(), {"-C", project, "-c", "user.name=Ada", "-c", "user.email=a@b.c"});
     const auto done =

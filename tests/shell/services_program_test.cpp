@@ -203,7 +203,7 @@ TEST_F(ServicesProgram, ModelsOfCodexAreItsOwnAndAChoiceReachesTheTurn) {
       {{"effort", "codex", "--task", task, "--use", "high"}, 2, "no effort"},
       {{"effort", "codex", "--task", task, "--use", "low"}, 0, ""},
       {{"usage", "--reset"}, 2, "a person at a terminal"},
-      {{"usage", "kimi", "--reset"}, 2, "Only Codex has."},
+      {{"usage", "kimi", "--reset"}, 2, "Only Codex has"},
   };
   for (const auto& [words, status, text] : cases) {
     const auto record = command(words);

@@ -57,9 +57,8 @@ TEST_F(TaskLookup, WhatNamesNoTaskOrSeveralSaysWhatToDo) {
   const std::vector<std::pair<std::string_view, std::vector<std::string_view>>> cases = {
       {"3", {"Several tasks begin with 3.", "  first (web)", "  second (web)"}},
       {"-3-F-2", {"Several tasks begin with -3-F-2."}},
-      {"first", {"\"first\" is not the ID", "vantrell tasks"}},
-      {"-", {"is not the ID"}},
-      {"", {"is not the ID"}},
+      {"first", {"There is no task first"}},
+      {"-", {"There is no task"}},
       {"FFFF", {"There is no task FFFF", "vantrell tasks --all"}},
       {"3F2A91C0-1111-4111-8111-1111111111110", {"There is no task"}},
   };

@@ -8,29 +8,27 @@ namespace vantrell::shell {
 namespace {
 
 std::string tableIn(std::size_t columns) {
-  TextTable table({{""},
-                   {"ID"},
-                   {.heading = "PROJECT", .least = 6, .leavesAt = 1},
-                   {.heading = "TITLE", .least = 10},
-                   {.heading = "WITH", .leavesAt = 2},
-                   {.heading = "FOLDER", .least = 8, .cutsFront = true}});
-  table.add({{""}, {"A1"}, {"engine"}, {"Find out why\nit fails"}, {"Kimi"}, {"/home/ada/engine"}});
-  table.add({{""}, {"B2"}, {"website"}, {"日本語のタイトル"}, {""}, {"/web"}});
+  TextTable table({{""}, {"ID"}, {"TITLE", 10}, {"FOLDER", 8, true}, {"WITH"}, {"CHANGED"}});
+  table.add({{""}, {"A1"}, {"Find out why\nit fails"}, {"/home/ada/engine"}, {"Kimi"}, {"now"}});
+  table.add({{""}, {"B2"}, {"日本語のタイトル"}, {"/web"}, {""}, {"3 h ago"}});
   return table.text(TerminalStyle::plain(), columns);
 }
 
 TEST(TextTable, AlignsAndLeavesOutWhatIsEmpty) {
   EXPECT_EQ(tableIn(100),
-            "ID  PROJECT  TITLE                  WITH  FOLDER\n"
-            "A1  engine   Find out why it fails  Kimi  /home/ada/engine\n"
-            "B2  website  日本語のタイトル             /web\n");
+            "ID  TITLE                  FOLDER            WITH  CHANGED\n"
+            "A1  Find out why it fails  /home/ada/engine  Kimi  now\n"
+            "B2  日本語のタイトル       /web                    3 h ago\n");
 }
 
 TEST(TextTable, CutsBeforeItLeavesColumnsOut) {
   EXPECT_EQ(tableIn(46),
-            "ID  PROJECT  TITLE          WITH  FOLDER\n"
-            "A1  engine   Find out why…  Kimi  …/ada/engine\n"
-            "B2  website  日本語のタイ…        /web\n");
+            "ID  TITLE          FOLDER         WITH  CHANGED\n"
+            "A1  Find out why…  …me/ada/engine  Kimi  now\n"
+            "B2  日本語のタイ…  /web                  3 h ago\n");
+  EXPECT_TRUE(tableIn(35).starts_with("ID  TITLE")) << tableIn(35);
+  EXPECT_FALSE(tableIn(35).contains("CHANGED")) << tableIn(35);
+  EXPECT_TRUE(tableIn(35).contains("WITH")) << tableIn(35);
 }
 
 TEST(TextTable, NoLineIsWiderThanTheTerminal) {
@@ -41,7 +39,6 @@ TEST(TextTable, NoLineIsWiderThanTheTerminal) {
       EXPECT_FALSE(line.ends_with(' ')) << table;
     }
   }
-  EXPECT_TRUE(tableIn(30).starts_with("ID  TITLE")) << "the last to stay:\n" << tableIn(30);
 }
 
 TEST(TextTable, CutTextKeepsItsColumns) {
@@ -52,9 +49,8 @@ TEST(TextTable, CutTextKeepsItsColumns) {
     std::string_view cut;
   };
   const std::vector<Case> cases = {
-      {"fits", 4, false, "fits"},   {"one two", 5, false, "one…"}, {" blank", 4, false, " bl…"},
-      {"one two", 4, true, "…two"}, {"日本語", 4, false, "日…"},   {"日本語", 4, true, "…語"},
-      {"anything", 1, false, "…"},  {"anything", 0, false, ""},
+      {"fits", 4, false, "fits"},  {"one two", 5, false, "one…"}, {"one two", 4, true, "…two"},
+      {"日本語", 4, false, "日…"}, {"日本語", 4, true, "…語"},    {"anything", 0, false, ""},
   };
   for (const auto& each : cases) {
     EXPECT_EQ(cutTo(each.text, each.columns, each.cutsFront), each.cut) << each.text;

@@ -1,5 +1,6 @@
 #include "platform/process/foreground_program.h"
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <sys/wait.h>
@@ -10,11 +11,13 @@ namespace vantrell {
 
 namespace {
 
-volatile std::sig_atomic_t childInFront = 0;
+/// Read by the handler, which may run on any thread.
+std::atomic<pid_t> childInFront = 0;
+static_assert(std::atomic<pid_t>::is_always_lock_free);
 
 void passOn(int signal) {
   const int previous = errno;
-  if (childInFront > 0) ::kill(childInFront, signal);
+  if (const pid_t child = childInFront; child > 0) ::kill(child, signal);
   errno = previous;
 }
 

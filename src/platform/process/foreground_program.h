@@ -11,8 +11,8 @@
 namespace vantrell {
 
 /// Runs the program to its end and blocks meanwhile. Ctrl-C and the like are the program's affair;
-/// a request to end this one (SIGTERM, SIGHUP) is passed on to it. Main thread, while no run loop
-/// watches signals.
+/// a request to end this one (SIGTERM, SIGHUP) is passed on to it. Any thread, one program at a
+/// time, while no run loop watches signals.
 std::expected<ExitStatus, ProcessError> runInForeground(const std::string& executable,
                                                         const std::vector<std::string>& arguments,
                                                         const Environment& environment);

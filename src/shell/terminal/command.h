@@ -36,6 +36,9 @@ std::unexpected<UsageError> usageError(std::string text);
 std::string suggestion(std::string_view word, std::span<const std::string_view> known);
 /// "ask, auto or full_access".
 std::string alternatives(std::span<const std::string_view> words);
+/// `The mode cannot be "foo"; use ask, auto or full_access.`
+std::string notAmong(std::string_view what, std::string_view given,
+                     std::span<const std::string_view> choices);
 
 /// Every text that a value of the enumeration has, for an option's choices.
 template <HasRawTexts E>
@@ -76,28 +79,28 @@ class CommandArguments {
 };
 
 struct Command {
-  static constexpr std::size_t anyNumber = std::string_view::npos;
-
   std::string_view name;
-  /// What follows the name: "ID TITLE".
+  /// What follows the name, which also says how many words it takes: "ID [TITLE]", "ID...".
   std::string_view parameters{};
   /// One line for the list of commands.
   std::string_view summary;
   std::span<const CommandOption> options{};
-  /// How many words it takes.
-  std::size_t minWords = 0;
-  std::size_t maxWords = 0;
   /// Begins the command and returns; its end is reported to the context, within this call or later
   /// on the main queue. Null: only its subcommands do something.
   void (*begin)(CommandContext& context) = nullptr;
-  /// Paragraphs before and after the options in its help. Exit statuses are added if none is named.
+  /// Paragraphs of its help before the options, if the summary does not say it all, and after them.
+  /// What ID and PROVIDER are and the usual exit statuses are added.
   std::string_view introduction{};
   std::string_view closing{};
   std::span<const Command> subcommands{};
 };
 
-/// `--json`, as many commands have it.
-inline constexpr CommandOption jsonOption{"--json", "", "for scripts: one JSON object a line"};
+// Options of many commands.
+inline constexpr CommandOption jsonOption{"--json", "", "for scripts: JSON, one object a line"};
 inline constexpr CommandOption yesOption{"--yes", "", "do it without being asked"};
+inline constexpr CommandOption limitOption{"--limit", "N", "no more than the first N", {}, true};
+inline constexpr CommandOption ofProjectOption{"--project", "PROJECT",
+                                               "only in this project: its name, folder or ID"};
+inline constexpr CommandOption onlyJson[] = {jsonOption};
 
 }  // namespace vantrell::shell

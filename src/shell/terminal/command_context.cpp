@@ -16,18 +16,9 @@
 
 namespace vantrell::shell {
 
-namespace {
-
 /// A wait for git that is over sooner needs no word.
-constexpr std::chrono::milliseconds unnoticed{1000};
+constexpr std::chrono::milliseconds waitForGitUnsaid{1000};
 constexpr std::chrono::milliseconds betweenLooks{10};
-
-}  // namespace
-
-std::string notSaved(std::string_view what, std::string_view reason) {
-  return fmt::format("{} could not be saved: {}. Until it can be saved, it may be lost.", what,
-                     reason);
-}
 
 CommandContext::CommandContext(RunLoop& loop, Caller who, std::vector<std::string_view> names,
                                CommandArguments given, std::function<void(int)> ended)
@@ -48,14 +39,28 @@ bool CommandContext::hasTerminal() const {
          terminal::isTerminal(caller.streams.error);
 }
 
+std::expected<std::optional<Uuid>, UsageError> CommandContext::givenProject(
+    const std::vector<Workspace>& workspaces) const {
+  if (!arguments.has("--project")) return std::nullopt;
+  return projectHere(workspaces);
+}
+
+std::expected<Uuid, UsageError> CommandContext::projectHere(
+    const std::vector<Workspace>& workspaces) const {
+  return findProject(workspaces, arguments.value("--project").value_or("."), caller.folder);
+}
+
+std::expected<std::optional<ThreadExecutionKey>, UsageError> CommandContext::givenTask(
+    const std::vector<Workspace>& workspaces) const {
+  const auto named = arguments.value("--task");
+  if (!named) return std::nullopt;
+  return findTask(workspaces, *named);
+}
+
 Outcome CommandContext::showTable(const TextTable& table, bool isEmpty,
                                   std::string_view whenEmpty) {
   if (isJson()) return exitStatus::completed;
-  if (isEmpty) {
-    console.say(whenEmpty);
-  } else {
-    console.write(table.text(style(), console.columns()));
-  }
+  isEmpty ? console.say(whenEmpty) : console.write(table.text(style(), console.columns()));
   return exitStatus::completed;
 }
 
@@ -65,7 +70,9 @@ void CommandContext::finish(Outcome outcome) {
   if (std::exchange(hasFinished_, true)) return;
   if (!outcome) complain(outcome.error().text);
   // The engine may be in the middle of a step.
-  main.post([this, status = outcome.value_or(exitStatus::usage)] { close(status); });
+  main.post([this, status = outcome.value_or(exitStatus::usage)] {
+    close(status, main.uptime() + waitForGitUnsaid);
+  });
 }
 
 Outcome CommandContext::refused(const Refusal& refusal) {
@@ -73,33 +80,30 @@ Outcome CommandContext::refused(const Refusal& refusal) {
   return exitStatus::failed;
 }
 
+Outcome CommandContext::after(const Result<>& done, const std::function<void()>& report) {
+  if (!done) return refused(done.error());
+  report();
+  return exitStatus::completed;
+}
+
 void CommandContext::fail(std::string_view why) {
   complain(why);
   finish(exitStatus::failed);
 }
 
-void CommandContext::close(int status) {
+void CommandContext::close(int status, Duration tellsOfGit) {
   answers_.reset();
   reading_.reset();
-  if (!app_) return end(status);
-  model().flush();
-  waitForGit(status, main.uptime() + unnoticed);
-}
-
-/// A stopped task may leave git at work on its checkpoint or worktree, and the state is free when
-/// that is done.
-void CommandContext::waitForGit(int status, Duration noticed) {
-  if (!model().safety().isAtWork()) return end(status);
-  if (main.uptime() < noticed) {
-    gitTimer_ = main.after(betweenLooks, [=, this] { waitForGit(status, noticed); });
-    return;
-  }
-  complain("Git is still at work on a checkpoint or a worktree; this ends when that is done.");
-  end(status);
-}
-
-void CommandContext::end(int status) {
   if (app_) {
+    model().flush();
+    // A stopped task may leave git at work on its checkpoint or worktree.
+    if (model().safety().isAtWork()) {
+      if (main.uptime() < tellsOfGit) {
+        gitTimer_ = main.after(betweenLooks, [=, this] { close(status, tellsOfGit); });
+        return;
+      }
+      complain("Git is still at work on a checkpoint or a worktree; this ends when that is done.");
+    }
     model().endAllWork();
     model().changes().deliver();  // what could not be saved
     app_.reset();
@@ -143,7 +147,9 @@ void CommandContext::open(VantrellOptions options, const std::function<void(Vant
   notices_ = model().changes().observe([this](const ChangeBatch& batch) {
     for (const auto& notice : batch.notices) complain(notice);
     if (batch.saveFailures.empty() || !std::exchange(isSaved_, false)) return;
-    complain(notSaved("What has changed", batch.saveFailures.front()));
+    complain(fmt::format(
+        "What has changed could not be saved: {}. Until it can be saved, it may be lost.",
+        batch.saveFailures.front()));
   });
   work(*app_);
 }
@@ -154,6 +160,23 @@ void CommandContext::change(const std::function<Outcome(AppModel&)>& change) {
     const auto& refusal = app.model().executions().errorMessage();
     if (outcome && refusal) return fail(*refusal);
     finish(outcome);
+  });
+}
+
+void CommandContext::openTask(
+    const std::function<void(AppModel&, const ThreadExecutionKey&)>& work) {
+  open({}, [&](VantrellApp& app) {
+    const auto key = findTask(app.model().tree().workspaces(), word(0));
+    key ? work(app.model(), *key) : misused(key.error());
+  });
+}
+
+void CommandContext::changeTask(
+    const std::function<Outcome(AppModel&, const ThreadExecutionKey&)>& work) {
+  change([&](AppModel& model) -> Outcome {
+    const auto key = findTask(model.tree().workspaces(), word(0));
+    if (!key) return std::unexpected(key.error());
+    return work(model, *key);
   });
 }
 

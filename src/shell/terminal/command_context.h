@@ -40,9 +40,6 @@ struct Caller {
   std::function<std::shared_ptr<void>(std::function<void(int signal)>)> watchSignals;
 };
 
-/// "The note could not be saved: REASON. Until it can be saved, ..."
-std::string notSaved(std::string_view what, std::string_view reason);
-
 class CommandContext {
  public:
   /// `ended` is called once, on the main queue.
@@ -64,8 +61,31 @@ class CommandContext {
   const TerminalStyle& style() const { return console.style(); }
   /// A path that was typed, made absolute.
   std::string absolute(std::string_view path) const;
+  /// The project of --project; nullopt without that option.
+  std::expected<std::optional<Uuid>, UsageError> givenProject(
+      const std::vector<Workspace>& workspaces) const;
+  /// The project of --project or of the caller's folder.
+  std::expected<Uuid, UsageError> projectHere(const std::vector<Workspace>& workspaces) const;
+  /// The task of --task; nullopt without that option.
+  std::expected<std::optional<ThreadExecutionKey>, UsageError> givenTask(
+      const std::vector<Workspace>& workspaces) const;
+
+  // The answer.
+
   /// A JSON object as a line of the output.
-  void writeJson(const JsonObject& object) { console.write(json::write(object) + "\n"); }
+  void writeJson(const JsonObject& object) { writeJson(json::write(object)); }
+  void writeJson(const std::string& object) { console.write(object + "\n"); }
+  /// The object with --json, else the words.
+  void report(const JsonObject& object, std::string_view words) {
+    isJson() ? writeJson(object) : console.write(words);
+  }
+  /// A row of a list each: with --json as an object, else as a line of the table.
+  template <typename Rows>
+  Outcome showList(const Rows& rows, TextTable table, const auto& asJson, const auto& asCells,
+                   std::string_view whenEmpty) {
+    for (const auto& row : rows) isJson() ? writeJson(asJson(row)) : table.add(asCells(row));
+    return showTable(table, std::ranges::empty(rows), whenEmpty);
+  }
   /// For lists: the table, or a sentence where it would be empty; with --json nothing, since each
   /// row was written as it came.
   Outcome showTable(const TextTable& table, bool isEmpty, std::string_view whenEmpty);
@@ -83,6 +103,8 @@ class CommandContext {
   void fail(std::string_view why);
   /// Says why an operation was refused; the outcome of the command.
   Outcome refused(const Refusal& refusal);
+  /// What an operation leads to: the report, or the reason why it was refused.
+  Outcome after(const Result<>& done, const std::function<void()>& report);
   /// Kept until the end.
   void keep(std::shared_ptr<void> object) { kept_.push_back(std::move(object)); }
 
@@ -101,6 +123,9 @@ class CommandContext {
   void open(VantrellOptions options, const std::function<void(VantrellApp&)>& work);
   /// Takes the state, changes something and ends with what `change` returns.
   void change(const std::function<Outcome(AppModel&)>& change);
+  /// The same with the task that the first word names.
+  void openTask(const std::function<void(AppModel&, const ThreadExecutionKey&)>& work);
+  void changeTask(const std::function<Outcome(AppModel&, const ThreadExecutionKey&)>& change);
   AppModel& model() { return app_->model(); }
 
   // The user.
@@ -136,9 +161,7 @@ class CommandContext {
                     std::function<void()> then);
 
  private:
-  void close(int status);
-  void waitForGit(int status, Duration noticed);
-  void end(int status);
+  void close(int status, Duration tellsOfGit);
 
   const std::function<void(int)> ended_;
   std::unique_ptr<BackgroundPool> pool_;

@@ -2,12 +2,13 @@
 
 namespace vantrell::shell {
 
-std::vector<const Command*> allCommands() {
-  std::vector<const Command*> all;
-  for (const auto group : {runCommands(), compareCommands(), mediaCommands(), providerCommands(),
-                           modelCommands(), routeCommands(), taskViewCommands(), taskEditCommands(),
-                           safetyCommands(), projectCommands(), settingsCommands()}) {
-    for (const Command& command : group) all.push_back(&command);
+std::vector<Command> allCommands() {
+  std::vector<Command> all;
+  for (const auto group :
+       {runCommands(), compareCommands(), mediaCommands(), providerCommands(), modelCommands(),
+        routeCommands(), taskListCommands(), taskShowCommands(), taskEditCommands(), diffCommands(),
+        safetyCommands(), projectCommands(), hookCommands(), settingsCommands()}) {
+    all.insert(all.end(), group.begin(), group.end());
   }
   return all;
 }

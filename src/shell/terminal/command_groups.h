@@ -13,14 +13,17 @@ std::span<const Command> mediaCommands();     // imagine, artifacts
 std::span<const Command> providerCommands();  // providers, login, usage
 std::span<const Command> modelCommands();     // models, effort
 std::span<const Command> routeCommands();     // route, handoff
-std::span<const Command> taskViewCommands();  // activity, status, tasks, show, export, say, search
+std::span<const Command> taskListCommands();  // activity, status, tasks, search
+std::span<const Command> taskShowCommands();  // show, export, say
 std::span<const Command> taskEditCommands();  // new, fork, rename, move, pin, archive, delete
-std::span<const Command> safetyCommands();    // diff, review, checkpoint, isolate
-std::span<const Command> projectCommands();   // projects, context, hooks
+std::span<const Command> diffCommands();      // diff
+std::span<const Command> safetyCommands();    // review, checkpoint, isolate
+std::span<const Command> projectCommands();   // projects, context
+std::span<const Command> hookCommands();      // hooks
 std::span<const Command> settingsCommands();  // settings
 
 /// In the order in which help lists them.
-std::vector<const Command*> allCommands();
+std::vector<Command> allCommands();
 
 /// What `vantrell` shows by itself: what it is, which agents it found, and how to begin. Where it
 /// finds none it goes on to the walk-through.

@@ -6,26 +6,26 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include "platform/text/text.h"
 #include "records/values/application.h"
 #include "shell/terminal/terminal_text.h"
 
 namespace vantrell::shell {
 
+using namespace std::string_view_literals;
+
 namespace {
 
 using Arguments = std::span<const std::string_view>;
-
-bool asksForHelp(std::string_view argument) {
-  return argument == "--help" || argument == "-h";
-}
 
 std::string_view optionName(std::string_view argument) {
   return argument.substr(0, argument.find('='));
 }
 
-const CommandOption* optionOf(const Command& command, std::string_view name) {
-  const auto found = std::ranges::find(command.options, name, &CommandOption::name);
-  return found == command.options.end() ? nullptr : &*found;
+template <typename Named>
+const Named* named(std::span<const Named> all, std::string_view name) {
+  const auto found = std::ranges::find(all, name, &Named::name);
+  return found == all.end() ? nullptr : &*found;
 }
 
 /// The edits that turn one word into the other.
@@ -50,160 +50,128 @@ std::optional<std::size_t> countIn(std::string_view text) {
   return isCount ? std::optional(count) : std::nullopt;
 }
 
-bool isIn(std::span<const std::string_view> words, std::string_view word) {
-  return std::ranges::find(words, word) != words.end();
-}
-
 /// What is wrong with an option's value; empty: nothing.
 std::string wrongValue(const CommandOption& option, const std::string& value) {
   if (option.isCount && !countIn(value)) {
     return fmt::format("{} cannot be \"{}\"; use a whole number from 1.", option.name,
                        onOneLine(value));
   }
-  if (option.choices.empty() || isIn(option.choices, value)) return {};
-  return fmt::format("{} cannot be \"{}\"; use {}.{}", option.name, onOneLine(value),
-                     alternatives(option.choices), suggestion(value, option.choices));
+  const auto& choices = option.choices;
+  if (choices.empty() || std::ranges::find(choices, value) != choices.end()) return {};
+  return notAmong(option.name, value, choices);
 }
 
-/// Which subcommand takes the option: `--yes belongs to "settings import".`
-std::string ownerOf(std::string_view option, const Command& command, std::string_view name) {
+/// A value where none is taken, or none where one is. The parser would take the next argument for
+/// an empty value.
+std::optional<std::string> missingOrNeedlessValue(const Command& command, Arguments arguments) {
+  for (std::size_t i = 0; i < arguments.size() && arguments[i] != "--"; ++i) {
+    const auto name = optionName(arguments[i]);
+    const auto* option = named(command.options, name);
+    if (!option) continue;
+    const auto value = arguments[i].substr(name.size());  // with its "="
+    if (option->argument.empty()) {
+      if (value.empty()) continue;
+      return fmt::format("{} takes no value. Leave out \"{}\".", name, onOneLine(value));
+    }
+    if (value.empty() ? ++i == arguments.size() : value == "=") {
+      return fmt::format("{0} needs a value: {0} {1}.", name, option->argument);
+    }
+  }
+  return std::nullopt;
+}
+
+std::string unknownOption(const Command& command, std::string_view name, std::string_view option) {
+  std::vector<std::string_view> known = {"--help"};
+  for (const auto& each : command.options) known.push_back(each.name);
+  std::string what =
+      fmt::format("Unknown option {}.{}", onOneLine(option), suggestion(option, known));
   for (const auto& sub : command.subcommands) {
-    if (optionOf(sub, option)) {
-      return fmt::format("{} belongs to \"{} {}\".", option, name, sub.name);
-    }
+    if (!named(sub.options, option)) continue;
+    what = fmt::format("{} belongs to \"{} {}\".", option, name, sub.name);
+    break;
   }
-  return {};
+  return fmt::format("{} \"vantrell {} --help\" lists the options.", what, name);
 }
 
-/// Reads the arguments of one command, whose subcommand has been chosen already.
-class Reader {
- public:
-  Reader(const Command& command, std::string_view name, Arguments arguments)
-      : command_(command), name_(name), arguments_(arguments) {
-    app_.set_help_flag("-h,--help");
-    app_.allow_extras();
-    words_ = app_.add_option("WORDS", read_.words);
-    for (const auto& option : command.options) {
-      const std::string spelled(option.name);
-      if (option.argument.empty()) {
-        app_.add_flag(spelled)->disable_flag_override();
-        continue;
-      }
-      app_.add_option(spelled, [](const CLI::results_t&) { return true; })
-          ->take_all()
-          ->check([&option](const std::string& value) { return wrongValue(option, value); });
+std::optional<std::string> wrongNumberOfWords(const Command& command, std::string_view name,
+                                              const std::vector<std::string>& words) {
+  // A word after the first bracket may be left out.
+  const auto& parameters = command.parameters;
+  const auto required = text::trimmed(parameters.substr(0, parameters.find('[')));
+  const auto countOf = [](std::string_view listed) -> std::size_t {
+    return listed.empty() ? 0 : std::ranges::count(listed, ' ') + 1;
+  };
+  const std::size_t most = parameters.contains("...") ? words.size() : countOf(parameters);
+  std::vector<std::string_view> actions;
+  for (const auto& sub : command.subcommands) actions.push_back(sub.name);
+  if (!actions.empty() && !words.empty() && (words.size() > most || !command.begin)) {
+    const auto near = suggestion(words.front(), actions);
+    if (!near.empty() || most == 0) {
+      return fmt::format("There is no \"{0} {1}\".{2} \"vantrell {0} --help\" lists what it does.",
+                         name, onOneLine(words.front()), near);
     }
   }
-
-  /// Nullopt when help is asked for.
-  std::expected<std::optional<CommandArguments>, UsageError> read() {
-    std::vector<std::string> reversed(arguments_.rbegin(), arguments_.rend());
-    if (auto empty = emptyValue()) return usageError(*std::move(empty));
-    try {
-      app_.parse(reversed);
-    } catch (const CLI::CallForHelp&) {
-      return std::nullopt;
-    } catch (const CLI::ValidationError& error) {
-      // Our own sentence, after the name of the option.
-      const std::string_view what = error.what();
-      return usageError(std::string(what.substr(what.find(": ") + 2)));
-    } catch (const CLI::ParseError&) {
-      return usageError(wrongArgument());
-    }
-    for (const auto& extra : app_.remaining()) {
-      if (extra != "--") return usageError(unknownOption(optionName(extra)));
-    }
-    if (auto wrong = wrongNumberOfWords()) return usageError(*std::move(wrong));
-    for (const auto& option : command_.options) {
-      const auto* given = app_.get_option(std::string(option.name));
-      if (option.argument.empty()) {
-        if (given->count() > 0) read_.given.push_back({option.name, ""});
-      } else {
-        for (const auto& value : given->results()) read_.given.push_back({option.name, value});
-      }
-    }
-    return std::move(read_);
+  if (!command.begin) {
+    return fmt::format("\"{0}\" needs more: {1}. \"vantrell {0} --help\" explains them.", name,
+                       alternatives(actions));
   }
+  const std::string usage =
+      fmt::format("vantrell {}{}{}", name, parameters.empty() ? "" : " ", parameters);
+  if (words.size() < countOf(required)) return fmt::format("\"{}\" needs more: {}", name, usage);
+  if (words.size() <= most) return std::nullopt;
+  return fmt::format("\"{}\" is too much: {}. Put a text with spaces in quotes.",
+                     onOneLine(words[most]), usage);
+}
 
- private:
-  /// The parser would take the next argument for an empty value.
-  std::optional<std::string> emptyValue() const {
-    for (const auto argument : arguments_) {
-      if (argument == "--") break;
-      const auto* option = optionOf(command_, optionName(argument));
-      const bool isEmpty = option && argument.size() == option->name.size() + 1;
-      if (isEmpty && !option->argument.empty()) return needsValue(*option);
+/// Reads the arguments of one command, whose subcommand has been chosen already; nullopt when help
+/// is asked for.
+std::expected<std::optional<CommandArguments>, UsageError> readArguments(const Command& command,
+                                                                         std::string_view name,
+                                                                         Arguments arguments) {
+  CommandArguments read;
+  CLI::App app;
+  app.set_help_flag("-h,--help");
+  app.allow_extras();
+  app.add_option("WORDS", read.words);
+  for (const auto& option : command.options) {
+    const std::string spelled(option.name);
+    if (option.argument.empty()) {
+      app.add_flag(spelled);
+      continue;
     }
+    app.add_option(spelled, [](const CLI::results_t&) { return true; })
+        ->take_all()
+        ->check([&option](const std::string& value) { return wrongValue(option, value); });
+  }
+  if (auto wrong = missingOrNeedlessValue(command, arguments)) return usageError(*std::move(wrong));
+  try {
+    app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+  } catch (const CLI::CallForHelp&) {
     return std::nullopt;
+  } catch (const CLI::ParseError& error) {
+    // Our own sentence, after the name of the option.
+    const std::string_view what = error.what();
+    return usageError(std::string(what.substr(what.find(": ") + 2)));
   }
-  static std::string needsValue(const CommandOption& option) {
-    return fmt::format("{0} needs a value: {0} {1}.", option.name, option.argument);
+  for (const auto& extra : app.remaining()) {
+    if (extra != "--") return usageError(unknownOption(command, name, optionName(extra)));
   }
-
-  std::string unknownOption(std::string_view option) const {
-    std::vector<std::string_view> known = {"--help"};
-    for (const auto& each : command_.options) known.push_back(each.name);
-    const auto owner = ownerOf(option, command_, name_);
-    return fmt::format("{} \"vantrell {} --help\" lists the options.",
-                       owner.empty() ? fmt::format("Unknown option {}.{}", onOneLine(option),
-                                                   suggestion(option, known))
-                                     : owner,
-                       name_);
+  if (auto wrong = wrongNumberOfWords(command, name, read.words)) {
+    return usageError(*std::move(wrong));
   }
-
-  /// A value too few, at the end, or one where none is taken.
-  std::string wrongArgument() const {
-    for (const auto argument : arguments_) {
-      const auto* option = optionOf(command_, optionName(argument));
-      if (option && option->argument.empty() && argument.contains('=')) {
-        return fmt::format("{} takes no value. Leave out \"{}\".", option->name,
-                           onOneLine(argument.substr(argument.find('='))));
-      }
+  for (const auto& option : command.options) {
+    for (const auto& value : app.get_option(std::string(option.name))->results()) {
+      read.given.push_back({option.name, option.argument.empty() ? "" : value});
     }
-    const auto* last = arguments_.empty() ? nullptr : optionOf(command_, arguments_.back());
-    return last ? needsValue(*last) : unknownOption(arguments_.empty() ? "" : arguments_.back());
   }
-
-  std::optional<std::string> wrongNumberOfWords() const {
-    const auto& words = read_.words;
-    std::vector<std::string_view> actions;
-    for (const auto& sub : command_.subcommands) actions.push_back(sub.name);
-    const bool isTooMuch = words.size() > command_.maxWords;
-    if (!actions.empty() && !words.empty() && (isTooMuch || !command_.begin)) {
-      const auto near = suggestion(words.front(), actions);
-      if (!near.empty() || command_.maxWords == 0) {
-        return fmt::format(
-            "There is no \"{0} {1}\".{2} \"vantrell {0} --help\" lists what it does.", name_,
-            onOneLine(words.front()), near);
-      }
-    }
-    const std::string usage = fmt::format(
-        "vantrell {}{}{}", name_, command_.parameters.empty() ? "" : " ", command_.parameters);
-    if (!command_.begin) {
-      return fmt::format("\"{0}\" needs more: {1}. \"vantrell {0} --help\" explains them.", name_,
-                         alternatives(actions));
-    }
-    if (words.size() < command_.minWords) {
-      return fmt::format("\"{}\" needs more: {}", name_, usage);
-    }
-    if (!isTooMuch) return std::nullopt;
-    return fmt::format("\"{}\" is too much: {}. Put a text with spaces in quotes.",
-                       onOneLine(words[command_.maxWords]), usage);
-  }
-
-  const Command& command_;
-  const std::string_view name_;
-  const Arguments arguments_;
-  CLI::App app_;
-  CLI::Option* words_;
-  CommandArguments read_;
-};
+  return read;
+}
 
 /// Where among the arguments the first word is that is neither an option nor the value of one.
 std::size_t firstWord(const Command& command, Arguments arguments) {
   const auto takesValue = [&](std::string_view name) {
     const auto takes = [name](const Command& each) {
-      const auto* option = optionOf(each, name);
+      const auto* option = named(each.options, name);
       return option && !option->argument.empty();
     };
     return takes(command) || std::ranges::any_of(command.subcommands, takes);
@@ -220,60 +188,76 @@ std::expected<Invocation, UsageError> readCommand(const Command& command, std::s
                                                   Arguments arguments) {
   const std::size_t place = firstWord(command, arguments);
   if (place < arguments.size()) {
-    const auto sub = std::ranges::find(command.subcommands, arguments[place], &Command::name);
-    if (sub != command.subcommands.end()) {
+    if (const auto* sub = named(command.subcommands, arguments[place])) {
       std::vector<std::string_view> rest(arguments.begin(), arguments.end());
       rest.erase(rest.begin() + static_cast<std::ptrdiff_t>(place));
       return readCommand(*sub, fmt::format("{} {}", name, sub->name), rest);
     }
   }
-  auto read = Reader(command, name, arguments).read();
+  auto read = readArguments(command, name, arguments);
   if (!read) return std::unexpected(std::move(read.error()));
   if (!*read) return Invocation{Invocation::Kind::help, &command, std::move(name), {}};
   return Invocation{Invocation::Kind::command, &command, std::move(name), **std::move(read)};
 }
 
-const Command* find(std::span<const Command* const> commands, std::string_view name) {
-  const auto found = std::ranges::find(commands, name, &Command::name);
-  return found == commands.end() ? nullptr : *found;
-}
-
-std::expected<Invocation, UsageError> readHelp(std::span<const Command* const> commands,
+std::expected<Invocation, UsageError> readHelp(std::span<const Command> commands,
                                                Arguments topics) {
   if (topics.empty()) return Invocation{Invocation::Kind::help};
   if (topics.front() == "--reference") return Invocation{Invocation::Kind::reference};
-  const Command* command = find(commands, topics.front());
-  std::string name(topics.front());
+  const Command* command = named(commands, topics.front());
   for (const auto topic : topics.subspan(1)) {
-    if (!command) break;
-    const auto sub = std::ranges::find(command->subcommands, topic, &Command::name);
-    command = sub == command->subcommands.end() ? nullptr : &*sub;
-    name += " " + std::string(topic);
+    if (command) command = named(command->subcommands, topic);
   }
+  const std::string name = fmt::format("{}", fmt::join(topics, " "));
   if (command) return Invocation{Invocation::Kind::help, command, name, {}};
   return usageError(fmt::format("There is no help on \"{}\". \"vantrell help\" lists the commands.",
-                                onOneLine(fmt::format("{}", fmt::join(topics, " ")))));
+                                onOneLine(name)));
 }
 
-UsageError unknownStart(std::span<const Command* const> commands, Arguments arguments) {
+std::string unknownStart(std::span<const Command> commands, Arguments arguments) {
   const auto first = arguments.front();
   if (first.starts_with('-')) {
     const auto name = optionName(first);
-    if (const auto* run = find(commands, "run"); run && optionOf(*run, name)) {
-      return {fmt::format("{0} belongs to \"run\": vantrell run {0} ... \"prompt\"", name)};
-    }
     static constexpr std::string_view known[] = {"--help", "--version", "--practice"};
-    return {fmt::format("Unknown option {}.{} \"vantrell --help\" lists the commands.",
-                        onOneLine(name), suggestion(name, known))};
+    return fmt::format("Unknown option {}.{} \"vantrell --help\" lists the commands.",
+                       onOneLine(name), suggestion(name, known));
   }
   std::vector<std::string_view> known = {"help"};
-  for (const Command* command : commands) known.push_back(command->name);
+  for (const Command& command : commands) known.push_back(command.name);
   const auto meant = suggestion(first, known);
-  return {fmt::format("Unknown command \"{}\".{}", onOneLine(first),
-                      meant.empty()
-                          ? fmt::format(" To start a task: vantrell run \"{}\"",
-                                        onOneLine(fmt::format("{}", fmt::join(arguments, " "))))
-                          : meant)};
+  return fmt::format("Unknown command \"{}\".{}", onOneLine(first),
+                     meant.empty()
+                         ? fmt::format(" To start a task: vantrell run \"{}\"",
+                                       onOneLine(fmt::format("{}", fmt::join(arguments, " "))))
+                         : meant);
+}
+
+// ---- help ---------------------------------------------------------------------------------------
+
+/// What many commands take, explained wherever one of them has such a parameter.
+constexpr std::pair<std::string_view, std::string_view> parameterTexts[] = {
+    {"ID", "ID is any beginning of a task's ID that no other task has."},
+    {"PROVIDER", "PROVIDER is grok, codex, kimi, glm, claude, local or tasklet."},
+    {"PROJECT", "PROJECT is the name, the folder or a beginning of the ID of a project."},
+};
+
+/// Whether the command or one below it satisfies the predicate.
+bool anyOf(const Command& command, const auto& predicate) {
+  return predicate(command) ||
+         std::ranges::any_of(command.subcommands, [&](const auto& sub) { return predicate(sub); });
+}
+
+std::string parametersExplained(const Command& command) {
+  std::string text;
+  for (const auto& [word, explained] : parameterTexts) {
+    const auto takes = [wanted = fmt::format(" {} ", word)](const Command& each) {
+      std::string listed = fmt::format(" {} ", each.parameters);
+      std::ranges::replace_if(listed, [](char mark) { return ".[]"sv.contains(mark); }, ' ');
+      return listed.contains(wanted);
+    };
+    if (anyOf(command, takes)) text += fmt::format("{}\n", explained);
+  }
+  return text.empty() ? text : "\n" + text;
 }
 
 std::string usageLine(const Command& command, std::string_view name) {
@@ -285,7 +269,7 @@ void appendReference(std::string& text, const Command& command, const std::strin
   text += fmt::format("\n### {}\n\n```text\n{}```\n", name, helpOf(command, name));
   for (const auto& sub : command.subcommands) {
     const bool hasOwn = std::ranges::any_of(sub.options, [&](const CommandOption& option) {
-      return option.name != jsonOption.name && !optionOf(command, option.name);
+      return option.name != jsonOption.name && !named(command.options, option.name);
     });
     if (hasOwn || !sub.subcommands.empty()) {
       appendReference(text, sub, fmt::format("{} {}", name, sub.name));
@@ -316,10 +300,15 @@ std::string alternatives(std::span<const std::string_view> words) {
   return fmt::format("{} or {}", fmt::join(words.first(words.size() - 1), ", "), words.back());
 }
 
+std::string notAmong(std::string_view what, std::string_view given,
+                     std::span<const std::string_view> choices) {
+  return fmt::format("{} cannot be \"{}\"; use {}.{}", what, onOneLine(given),
+                     alternatives(choices), suggestion(given, choices));
+}
+
 std::optional<std::string> CommandArguments::value(std::string_view option) const {
-  const auto found = std::find_if(given.rbegin(), given.rend(),
-                                  [&](const Given& each) { return each.option == option; });
-  return found == given.rend() ? std::nullopt : std::optional(found->value);
+  auto all = values(option);
+  return all.empty() ? std::nullopt : std::optional(std::move(all.back()));
 }
 
 std::vector<std::string> CommandArguments::values(std::string_view option) const {
@@ -335,28 +324,26 @@ std::optional<std::size_t> CommandArguments::count(std::string_view option) cons
   return text ? countIn(*text) : std::nullopt;
 }
 
-std::expected<Invocation, UsageError> readCommandLine(std::span<const Command* const> commands,
+std::expected<Invocation, UsageError> readCommandLine(std::span<const Command> commands,
                                                       Arguments arguments) {
   using Kind = Invocation::Kind;
   if (arguments.empty()) return Invocation{Kind::welcome};
   const std::string_view first = arguments.front();
   const auto rest = arguments.subspan(1);
-  if (const Command* command = find(commands, first)) {
+  if (const Command* command = named(commands, first)) {
     return readCommand(*command, std::string(first), rest);
   }
   if (first == "help") return readHelp(commands, rest);
-  if (asksForHelp(first)) return Invocation{Kind::help};
+  if (first == "--help" || first == "-h") return Invocation{Kind::help};
   if (first == "--version") return Invocation{Kind::version};
-  if (first == "--practice") {
-    if (rest.empty()) return Invocation{Kind::tour};
-    return usageError(
-        "--practice alone starts the walk-through. To run a task with the practice agent: "
-        "vantrell run --practice \"SAY:hello\"");
-  }
-  return std::unexpected(unknownStart(commands, arguments));
+  if (first != "--practice") return usageError(unknownStart(commands, arguments));
+  if (rest.empty()) return Invocation{Kind::tour};
+  return usageError(
+      "--practice alone starts the walk-through. To run a task with the practice agent: "
+      "vantrell run --practice \"SAY:hello\"");
 }
 
-std::string helpText(std::span<const Command* const> commands) {
+std::string helpText(std::span<const Command> commands) {
   std::string text = fmt::format(
       "vantrell {} - a workspace for software work with coding agents\n"
       "\n"
@@ -369,22 +356,23 @@ std::string helpText(std::span<const Command* const> commands) {
       "\n"
       "Commands:\n",
       applicationVersion);
-  for (const Command* command : commands) {
-    text += fmt::format("  {:<10} {}\n", command->name, command->summary);
+  for (const auto& each : commands) {
+    text += fmt::format("  {:<10} {}\n", each.name, each.summary);
   }
   return text;
 }
 
 std::string helpOf(const Command& command, std::string_view name) {
   std::string help = "Usage: " + (command.begin ? usageLine(command, name) : "");
+  std::vector<std::pair<std::string, std::string_view>> lines;
   for (const auto& sub : command.subcommands) {
     if (!help.ends_with(": ")) help += "       ";
     help += usageLine(sub, fmt::format("{} {}", name, sub.name));
+    lines.emplace_back(sub.name, sub.summary);
   }
-  help += fmt::format("\n{}\n\n",
-                      command.introduction.empty() ? command.summary : command.introduction);
-  std::vector<std::pair<std::string, std::string_view>> lines;
-  for (const auto& sub : command.subcommands) lines.emplace_back(sub.name, sub.summary);
+  help += fmt::format("\n{}\n{}\n",
+                      command.introduction.empty() ? command.summary : command.introduction,
+                      parametersExplained(command));
   const std::size_t actions = lines.size();
   for (const auto& option : command.options) {
     lines.emplace_back(fmt::format("{} {}", option.name, option.argument), option.help);
@@ -398,16 +386,18 @@ std::string helpOf(const Command& command, std::string_view name) {
   }
   if (!command.closing.empty()) help += fmt::format("\n{}\n", command.closing);
   if (!command.closing.contains("Exit status") && !name.contains(' ')) {
-    help += "\nExit status: 0 done, 1 failed, 2 wrong usage.\n";
+    const bool asks = anyOf(command, [](const Command& each) {
+      return named(each.options, yesOption.name) != nullptr;
+    });
+    help += fmt::format("\nExit status: 0 done, 1 failed or refused, 2 wrong usage{}.\n",
+                        asks ? ", 130 not confirmed" : "");
   }
   return help;
 }
 
-std::string referenceText(std::span<const Command* const> commands) {
+std::string referenceText(std::span<const Command> commands) {
   std::string text = fmt::format("```text\n{}```\n", helpText(commands));
-  for (const Command* command : commands) {
-    appendReference(text, *command, std::string(command->name));
-  }
+  for (const auto& each : commands) appendReference(text, each, std::string(each.name));
   return text;
 }
 

@@ -316,8 +316,6 @@ constexpr Command commands[] = {
      .parameters = "\"prompt\"",
      .summary = "give one prompt to two providers, each in a worktree of its own",
      .options = options,
-     .minWords = 1,
-     .maxWords = 1,
      .begin = compare,
      .introduction =
          "Makes two tasks, in the project or out of that of --task, and sends the prompt to a\n"

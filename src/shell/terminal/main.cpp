@@ -21,7 +21,7 @@ constexpr std::chrono::milliseconds momentToFlush{200};
 constexpr std::chrono::milliseconds endOfChildren{5000};
 constexpr std::chrono::hours readersTime{24};  // to read what is left
 
-void begin(const Invocation& invocation, std::span<const Command* const> commands,
+void begin(const Invocation& invocation, std::span<const Command> commands,
            CommandContext& context) {
   using Kind = Invocation::Kind;
   switch (invocation.kind) {
@@ -49,7 +49,7 @@ int main(int count, char** words) {
   }
   const auto commands = allCommands();
   std::vector<std::string_view> names;
-  for (const Command* command : commands) names.push_back(command->name);
+  for (const Command& command : commands) names.push_back(command.name);
   const std::vector<std::string_view> arguments(words + 1, words + count);
   auto invocation = readCommandLine(commands, arguments);
 

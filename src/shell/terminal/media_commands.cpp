@@ -3,8 +3,8 @@
 
 #include "app/user_state.h"
 #include "engine/imagine/imagine_controller.h"
+#include "platform/files/files.h"
 #include "platform/text/text.h"
-#include "platform/values/json.h"
 #include "project/artifact_discovery.h"
 #include "project/git_workspace_service.h"
 #include "records/stores/imagine_store.h"
@@ -27,7 +27,7 @@ std::string asJson(const ImagineItem& item) {
   std::string line;
   JsonWriter writer(line);
   writeJson(writer, item);
-  return line + "\n";
+  return line;
 }
 
 /// The library as it is stored: no lock is needed to look at it.
@@ -39,47 +39,29 @@ Items storedItems() {
 std::expected<Items, UsageError> findItems(const Items& items, const CommandContext& context) {
   Items found;
   for (const auto& word : context.arguments.words) {
-    const auto prefix = idPrefix(word);
-    Items meant;
-    std::ranges::copy_if(items, std::back_inserter(meant), [&](const ImagineItem& item) {
-      return prefix && beginsWith(item.id, *prefix);
-    });
-    if (meant.size() > 1) {
-      return usageError(fmt::format("{} pictures and films begin with {}. Give more of the ID.",
-                                    meant.size(), onOneLine(word)));
-    }
-    if (meant.empty()) {
-      return usageError(fmt::format(
-          "There is no picture or film {}. \"vantrell imagine\" lists them with their IDs.",
-          onOneLine(word)));
-    }
-    if (std::ranges::find(found, meant.front()) == found.end()) found.push_back(meant.front());
+    const auto item = findByID(items, word, "picture or film", "imagine");
+    if (!item) return std::unexpected(item.error());
+    if (std::ranges::find(found, **item) == found.end()) found.push_back(**item);
   }
   return found;
 }
 
 void listItems(CommandContext& context) {
-  const Items items = storedItems();
   if (const auto problem = ImagineStore::problem(UserFolders{}.orOwn().support)) {
     return context.fail(*problem +
                         " Its files are next to it. The next picture that is made begins a new "
                         "list and keeps this one.");
   }
-  TextTable table({{"ID"},
-                   {"KIND"},
-                   {.heading = "MADE", .leavesAt = 1},
-                   {.heading = "PROMPT", .least = 16},
-                   {.heading = "FILE", .least = 12, .leavesAt = 2, .cutsFront = true}});
-  for (const auto& item : items) {
-    if (context.isJson()) context.console.write(asJson(item));
-    table.add({{shortID(item.id), &TerminalStyle::cyan},
-               {std::string(rawText(item.kind))},
-               {ago(item.createdAt, context.main.now()), &TerminalStyle::dim},
-               {item.prompt},
-               {withTilde(item.localPath), &TerminalStyle::dim}});
-  }
-  context.finish(context.showTable(
-      table, items.empty(),
+  const auto cells = [&](const ImagineItem& item) -> std::vector<TableCell> {
+    return {idCell(item.id),
+            {std::string(rawText(item.kind))},
+            {item.prompt},
+            {withTilde(item.localPath), look::dim},
+            {ago(item.createdAt, context.main.now()), look::dim}};
+  };
+  context.finish(context.showList(
+      storedItems(), TextTable({{"ITEM"}, {"KIND"}, {"PROMPT", 16}, {"FILE", 12, true}, {"MADE"}}),
+      asJson, cells,
       "No pictures or films yet. To make one: vantrell imagine image \"a red fox\"\n"));
 }
 
@@ -87,7 +69,7 @@ void tellPaths(CommandContext& context) {
   const auto found = findItems(storedItems(), context);
   if (!found) return context.misused(found.error());
   for (const auto& item : *found) {
-    context.console.write(context.isJson() ? asJson(item) : item.localPath + "\n");
+    context.console.write((context.isJson() ? asJson(item) : item.localPath) + "\n");
   }
   context.finish(exitStatus::completed);
 }
@@ -98,13 +80,14 @@ void removeItems(CommandContext& context) {
     if (!found) return std::unexpected(found.error());
     for (const auto& item : *found) {
       model.imagine().deleteImagineItem(item.id);
+      const bool isLeft = files::exists(item.localPath);
       context.console.write(
-          context.isJson() ? asJson(item)
-          : files::exists(item.localPath)
-              ? fmt::format("{}  forgotten; the file could not be moved to the Trash: {}\n",
-                            shortID(item.id), sanitized(item.localPath))
-              : fmt::format("{}  moved to the Trash: {}\n", shortID(item.id),
-                            onOneLine(item.prompt)));
+          context.isJson()
+              ? asJson(item) + "\n"
+              : fmt::format("{}  {}: {}\n", shortID(item.id),
+                            isLeft ? "forgotten; the file could not be moved to the Trash"
+                                   : "moved to the Trash",
+                            onOneLine(isLeft ? item.localPath : item.prompt)));
     }
     return exitStatus::completed;
   });
@@ -138,32 +121,21 @@ void makeItem(CommandContext& context, ImagineKind kind) {
   });
 }
 
-constexpr CommandOption listOptions[] = {jsonOption};
 constexpr CommandOption makeOptions[] = {answerOption, executableOption, jsonOption};
 constexpr Command imagineCommands[] = {
-    {"list", "", "list the library", listOptions, 0, 0, listItems},
+    {"list", "", "list the library", onlyJson, listItems},
     {"image", "\"PROMPT\"", "make a picture; a prompt of - is read from standard input",
-     makeOptions, 1, 1, [](CommandContext& context) { makeItem(context, ImagineKind::image); }},
-    {"video", "\"PROMPT\"", "make a film", makeOptions, 1, 1,
+     makeOptions, [](CommandContext& context) { makeItem(context, ImagineKind::image); }},
+    {"video", "\"PROMPT\"", "make a film", makeOptions,
      [](CommandContext& context) { makeItem(context, ImagineKind::video); }},
-    {"path", "ID...", "print where the files are, one a line", listOptions, 1, Command::anyNumber,
-     tellPaths},
-    {"remove", "ID...", "move the files to the Trash and forget them", listOptions, 1,
-     Command::anyNumber, removeItems},
+    {"path", "ITEM...", "print where the files are, one a line", onlyJson, tellPaths},
+    {"remove", "ITEM...", "move the files to the Trash and forget them", onlyJson, removeItems},
 };
 
 // ---- artifacts ----------------------------------------------------------------------------------
 
-using Source = ProjectArtifact::Source;
-
-std::string_view wordFor(Source source) {
-  switch (source) {
-    case Source::agent: return "tool call";
-    case Source::changed: return "changed";
-    case Source::project: return "project";
-    case Source::imagine: return "imagine";
-  }
-  return "";
+std::string_view wordFor(ProjectArtifact::Source source) {
+  return source == ProjectArtifact::Source::agent ? "tool call" : rawText(source);
 }
 
 /// Named from the folder, which may be below the root of its repository: git names them from there.
@@ -179,51 +151,44 @@ std::vector<GitChangedFile> changedFiles(const std::string& folder) {
 }
 
 void listArtifacts(CommandContext& context) {
-  context.viewTask([&](const StateView&, const Workspace& workspace, const ChatThread& thread) {
-    const std::string root = executionPath(workspace, thread);
-    const auto artifacts =
-        ArtifactDiscovery::artifacts(root, changedFiles(root), thread.entries, storedItems());
-    TextTable table({{"FROM"}, {.heading = "FILE", .least = 20, .cutsFront = true}});
-    for (const auto& each : artifacts) {
-      if (context.isJson()) {
-        context.writeJson(JsonObject{{"path", each.path},
-                                     {"displayPath", each.displayPath()},
-                                     {"source", rawText(each.source)}});
-      }
-      table.add({{std::string(wordFor(each.source)), &TerminalStyle::dim}, {each.displayPath()}});
-    }
-    return context.showTable(table, artifacts.empty(), "This task has made no files.\n");
+  const auto stored = context.stored();
+  if (!stored) return context.fail(stored.error());
+  const auto key = findTask(stored->workspaces, context.word(0));
+  if (!key) return context.misused(key.error());
+  const ChatThread& thread = threadOf(stored->workspaces, *key);
+  const auto root = executionPath(workspaceOf(stored->workspaces, key->workspaceID), thread);
+  const auto found = std::make_shared<std::vector<ProjectArtifact>>();
+  const auto lookForThem = [root, entries = thread.entries, found] {
+    *found = ArtifactDiscovery::artifacts(root, changedFiles(root), entries, storedItems());
+  };
+  if (!stored->problems->empty()) context.complain(*stored->problems);
+  context.inBackground(lookForThem, [&context, found] {
+    const auto json = [](const ProjectArtifact& each) {
+      return JsonObject{{"path", each.path},
+                        {"displayPath", each.displayPath()},
+                        {"source", rawText(each.source)}};
+    };
+    const auto cells = [](const ProjectArtifact& each) -> std::vector<TableCell> {
+      return {{std::string(wordFor(each.source)), look::dim}, {each.displayPath()}};
+    };
+    context.finish(context.showList(*found, TextTable({{"FROM"}, {"FILE", 20, true}}), json, cells,
+                                    "This task has made no files.\n"));
   });
 }
 
 constexpr Command commands[] = {
-    {.name = "imagine",
-     .summary = "make pictures and films with Grok; list them",
-     .options = listOptions,
-     .begin = listItems,
-     .introduction =
-         "Lists the library of pictures and films, newest first, or makes one. ID is a beginning\n"
-         "of one's ID.",
-     .closing = "Grok Build makes them, which must be installed and signed in. It may ask before "
-                "it acts,\n"
-                "as far as the mode says so. Ctrl-C stops it; what was copied stays.\n"
-                "\n"
-                "Exit status: 0 done, 1 failed or nothing was made, 2 wrong usage, 130 stopped.\n"
-                "\n"
-                "Examples:\n"
-                "  vantrell imagine image \"a red fox in the snow\"\n"
-                "  xdg-open \"$(vantrell imagine path 3F2A91C0)\"",
-     .subcommands = imagineCommands},
-    {.name = "artifacts",
-     .parameters = "ID",
-     .summary = "list the files that a task has made",
-     .options = listOptions,
-     .minWords = 1,
-     .maxWords = 1,
-     .begin = listArtifacts,
-     .introduction =
-         "Lists the existing files that the task's tool calls have named, then those that git\n"
-         "sees as changed in its folder, then the pictures and films of \"vantrell imagine\"."},
+    {"imagine", "", "make pictures and films with Grok; list them", onlyJson, listItems,
+     "Lists the library of pictures and films, newest first, or makes one. ITEM is a\n"
+     "beginning of the ID of one.",
+     "Grok Build makes them, which must be installed and signed in. It may ask before "
+     "it acts,\n"
+     "as far as the mode says so. Ctrl-C stops it; what was copied stays.\n"
+     "\n"
+     "Exit status: 0 done, 1 failed or nothing was made, 2 wrong usage, 130 stopped.",
+     imagineCommands},
+    {"artifacts", "ID", "list the files that a task has made", onlyJson, listArtifacts,
+     "Lists the existing files that the task's tool calls have named, then those that git\n"
+     "sees as changed in its folder, then the pictures and films of \"vantrell imagine\"."},
 };
 
 }  // namespace

@@ -34,17 +34,6 @@ Outcome outcomeOf(CommandContext& context, const Result<>& result) {
 // ---- run ----------------------------------------------------------------------------------------
 
 void run(CommandContext& context) {
-  const auto& words = context.arguments.words;
-  if (words.empty()) {
-    return context.misused(
-        "What is to be done? Give a prompt: vantrell run \"explain this project\" (or - to read it "
-        "from standard input).");
-  }
-  if (words.size() > 1) {
-    return context.misused(
-        fmt::format("The prompt is one argument. Put it in quotes: vantrell run \"{}\"",
-                    fmt::join(words, " ")));
-  }
   withPlan(context, context.arguments.value(taskOption.name), [&context](RunPlan plan) {
     withPrompt(context, context.word(0), [&context, plan](std::string prompt) mutable {
       plan.prompt = std::move(prompt);
@@ -77,8 +66,7 @@ constexpr CommandOption turnOptions[] = {
 
 Outcome showQueue(CommandContext& context, const ChatThread& thread, Date now,
                   std::string_view whenEmpty) {
-  TextTable table(
-      {{"PROMPT"}, {.heading = "GIVEN", .leavesAt = 1}, {.heading = "TEXT", .least = 20}});
+  TextTable table({{"PROMPT"}, {"GIVEN"}, {.heading = "TEXT", .least = 20}});
   for (const auto& each : thread.queuedPrompts) {
     Json::Array attachments;
     for (const auto& file : each.attachments) attachments.push_back(file.path);
@@ -127,16 +115,10 @@ void addToQueue(CommandContext& context) {
 }
 
 std::expected<Uuid, UsageError> findPrompt(const ChatThread& thread, std::string_view word) {
-  const auto prefix = idPrefix(word);
-  std::vector<Uuid> found;
-  for (const auto& each : thread.queuedPrompts) {
-    if (prefix && beginsWith(each.id, *prefix)) found.push_back(each.id);
-  }
-  if (found.size() == 1) return found.front();
-  return usageError(
-      fmt::format("{} prompt in the queue has an ID that begins with \"{}\". To see them: vantrell "
-                  "queue {}",
-                  found.empty() ? "No" : "More than one", onOneLine(word), shortID(thread.id)));
+  const auto found =
+      findByID(thread.queuedPrompts, word, "prompt in the queue", "queue " + shortID(thread.id));
+  if (!found) return std::unexpected(found.error());
+  return (*found)->id;
 }
 
 template <Result<> (PromptQueue::*operation)(const Uuid&, const ThreadExecutionKey&)>
@@ -183,13 +165,13 @@ constexpr CommandOption addOptions[] = {attachOption, jsonOption};
 constexpr CommandOption queueOptions[] = {jsonOption};
 constexpr Command queueCommands[] = {
     {"add", "ID \"prompt\"", "add a prompt at the end; - reads it from standard input", addOptions,
-     2, 2, addToQueue},
+     addToQueue},
     {"front", "ID PROMPT", "send that prompt next; PROMPT is any beginning of its ID", queueOptions,
-     2, 2, changePrompts<&PromptQueue::moveQueuedPromptToFront>},
-    {"remove", "ID PROMPT...", "remove prompts without sending them", queueOptions, 2,
-     Command::anyNumber, changePrompts<&PromptQueue::removeQueuedPrompt>},
-    {"clear", "ID", "remove all of them", queueOptions, 1, 1, clearQueue},
-    {"run", "ID", "send the first, and go on to the end of the queue", turnOptions, 1, 1, runQueue},
+     changePrompts<&PromptQueue::moveQueuedPromptToFront>},
+    {"remove", "ID PROMPT...", "remove prompts without sending them", queueOptions,
+     changePrompts<&PromptQueue::removeQueuedPrompt>},
+    {"clear", "ID", "remove all of them", queueOptions, clearQueue},
+    {"run", "ID", "send the first, and go on to the end of the queue", turnOptions, runQueue},
 };
 
 // ---- branch, retry ------------------------------------------------------------------------------
@@ -263,7 +245,6 @@ constexpr Command commands[] = {
      .parameters = "\"prompt\"",
      .summary = "do one task here, in the terminal",
      .options = runOptions,
-     .maxWords = Command::anyNumber,
      .begin = run,
      .introduction =
          "Does one task with a coding agent and shows what it says and does. It asks before the\n"
@@ -284,8 +265,6 @@ constexpr Command commands[] = {
      .parameters = "ID",
      .summary = "the prompts that wait in a task: add, order, send",
      .options = queueOptions,
-     .minWords = 1,
-     .maxWords = 1,
      .begin = listQueue,
      .introduction =
          "Lists the prompts that wait in a task, the next one first. They are sent one after the\n"
@@ -304,8 +283,6 @@ constexpr Command commands[] = {
      .parameters = "ID",
      .summary = "send a task's latest prompt again, in a worktree of its own",
      .options = turnOptions,
-     .minWords = 1,
-     .maxWords = 1,
      .begin = retry,
      .introduction =
          "A branch with the same words: a task with what was said before the latest prompt of\n"
@@ -315,8 +292,6 @@ constexpr Command commands[] = {
      .parameters = "ID \"prompt\"",
      .summary = "say an earlier prompt in other words, in a worktree of its own",
      .options = branchOptions,
-     .minWords = 2,
-     .maxWords = 2,
      .begin = branch,
      .introduction =
          "Makes a task with what was said before a prompt of another one, and sends the new\n"

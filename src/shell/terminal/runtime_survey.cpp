@@ -1,8 +1,5 @@
 #include "shell/terminal/runtime_survey.h"
 
-#include <fmt/format.h>
-#include <fmt/ranges.h>
-
 #include "engine/providers/model_discovery.h"
 #include "engine/providers/reported_models.h"
 #include "platform/files/files.h"
@@ -17,19 +14,21 @@ namespace vantrell::shell {
 
 namespace {
 
-/// A wait that is over sooner needs no word.
-constexpr std::chrono::seconds momentToWait{1};
-
 /// Settings that cannot be read are reported, and keep nothing from being looked at.
 std::unique_ptr<UserDefaults> storedOrNone(CommandContext& context) {
   auto stored = VantrellApp::defaultsForReading();
   if (stored) return std::move(*stored);
-  context.complain(
-      fmt::format("The paths that are set for programs are not used now. {}", stored.error()));
+  context.complain("The paths that are set for programs are not used now. " + stored.error());
   return UserDefaults::inMemory();
 }
 
 }  // namespace
+
+std::shared_ptr<RuntimeSurvey> RuntimeSurvey::of(CommandContext& context) {
+  auto survey = std::make_shared<RuntimeSurvey>(context);
+  context.keep(survey);
+  return survey;
+}
 
 RuntimeSurvey::RuntimeSurvey(CommandContext& context)
     : context_(context),
@@ -45,42 +44,29 @@ RuntimeSurvey::RuntimeSurvey(CommandContext& context)
                  .secrets = secrets_,
                  .customExecutable = programs_.customExecutable}),
       observation_(changes_.observe([this](const ChangeBatch&) {
-        if (!answered_) return;
-        if (isWaitShown_) showWait();
-        if (isWaiting()) return;
-        waitTimer_.cancel();
-        if (std::exchange(isWaitShown_, false)) context_.console.prompt("\r\x1b[K");
-        context_.main.post(std::exchange(answered_, nullptr));
+        if (answered_) whenAnswered(std::exchange(answered_, nullptr));
       })) {}
 
 void RuntimeSurvey::whenAnswered(std::function<void()> then) {
-  if (!isWaiting()) return then();
-  answered_ = std::move(then);
-}
-
-void RuntimeSurvey::showWait() {
-  std::vector<std::string> names;
-  if (runtimes_->isReadingUserPath()) names.emplace_back("the PATH of your shell");
-  for (const auto provider : allAgentProviders) {
-    if (runtimes_->isAsking(provider)) names.emplace_back(programName(provider));
+  if (servicesAsked_ > 0 || runtimes_->isAsking()) {
+    answered_ = std::move(then);
+  } else {
+    waitTimer_.cancel();
+    context_.main.post(std::move(then));
   }
-  names.insert(names.end(), waitsFor_.begin(), waitsFor_.end());
-  isWaitShown_ = true;
-  context_.console.prompt("\r\x1b[K" + context_.console.errorStyle().dim(fmt::format(
-                                           "Waiting for {} …", fmt::join(names, ", "))));
 }
 
 void RuntimeSurvey::askAll(std::function<void()> then) {
-  if (context_.console.errorStyle().isLive()) {
-    waitTimer_ = context_.main.after(momentToWait, [this] { showWait(); });
-  }
-  const std::pair<AgentProvider, std::string> services[] = {
-      {AgentProvider::local, "model servers"}, {AgentProvider::tasklet, "the keyring"}};
-  for (const auto& [provider, name] : services) {
-    waitsFor_.insert(name);
-    services_.prepare(provider, [this, name] {
-      waitsFor_.erase(waitsFor_.find(name));
+  for (const auto provider : {AgentProvider::local, AgentProvider::tasklet}) {
+    ++servicesAsked_;
+    services_.prepare(provider, [this] {
+      --servicesAsked_;
       changes_.mark(topics::runtimes);
+    });
+  }
+  if (context_.console.errorStyle().isLive()) {
+    waitTimer_ = context_.main.after(std::chrono::seconds(1), [&console = context_.console] {
+      console.prompt("Waiting for the agents' programs to answer ...\n");
     });
   }
   runtimes_->refreshAll();
@@ -102,31 +88,27 @@ void RuntimeSurvey::find(AgentProvider provider,
       [look, then = std::move(then)] { then(look()); });
 }
 
-std::optional<std::string> RuntimeSurvey::unusableCustomPath(AgentProvider provider) const {
-  const auto custom = programs_.customExecutable(provider);
-  if (!custom) return std::nullopt;
-  std::string path = files::expandingTilde(text::trimmed(*custom));
-  if (path.empty() || files::isExecutable(path)) return std::nullopt;
-  return path;
-}
-
 views::ProviderFacts RuntimeSurvey::facts(AgentProvider provider) const {
+  const auto custom = programs_.customExecutable(provider);
+  const std::string path = files::expandingTilde(text::trimmed(custom.value_or("")));
+  const bool isUnusable = !path.empty() && !files::isExecutable(path);
   return {.provider = provider,
-          .status = status(provider),
-          .unusableCustomPath = unusableCustomPath(provider),
+          .status = runtimes_->status(provider),
+          .unusableCustomPath = isUnusable ? std::optional(path) : std::nullopt,
           .glmModel = OpenCodeLocator::configuredModel(*defaults_),
-          .local = localRuntime(),
-          .hasHarness = status(AgentProvider::grok).isInstalled(),
+          .local = services_.localRuntimeStatus(),
+          .hasHarness = runtimes_->installStatus().isInstalled(),
           .localKind = LocalRuntimeService::configuredKind(*defaults_),
           .localURL = LocalRuntimeService::configuredURL(*defaults_),
-          .hasWebhook = webhook().isConfigured(),
-          .webhookProblem = webhook().problem()};
+          .hasWebhook = services_.webhook().isConfigured(),
+          .webhookProblem = services_.webhook().problem()};
 }
 
 void RuntimeSurvey::askModels(AgentProvider provider, std::function<void(Models)> then) {
   if (provider == AgentProvider::local) {
     return services_.prepare(provider, [this, provider, then = std::move(then)] {
-      modelsKnown(provider, {.areReported = localRuntime().connection() != nullptr}, then);
+      const bool areReported = services_.localRuntimeStatus().connection() != nullptr;
+      modelsKnown(provider, {.areReported = areReported}, then);
     });
   }
   if (!tellsModels(provider)) return modelsKnown(provider, {}, then);
@@ -155,7 +137,9 @@ void RuntimeSurvey::modelsKnown(AgentProvider provider, Models models,
   } else if (models.options.empty()) {
     ProviderConnectorContext context;
     context.workspacePath = files::homeFolder();
-    if (provider == AgentProvider::local) context.localRuntimeStatus = localRuntime();
+    if (provider == AgentProvider::local) {
+      context.localRuntimeStatus = services_.localRuntimeStatus();
+    }
     models.options = services_.connector(provider).modelOptions(context);
   }
   then(std::move(models));

@@ -3,8 +3,6 @@
 // queue; callbacks come within the call where there is nothing to wait for.
 #pragma once
 
-#include <set>
-
 #include "engine/core/changes.h"
 #include "engine/providers/installed_runtimes.h"
 #include "engine/providers/system_provider_services.h"
@@ -18,28 +16,19 @@ namespace vantrell::shell {
 
 class RuntimeSurvey {
  public:
+  /// Lives until the end of the command.
+  static std::shared_ptr<RuntimeSurvey> of(CommandContext& context);
   explicit RuntimeSurvey(CommandContext& context);
 
-  /// Asks every program about itself. What takes longer than a moment is shown on the error output
-  /// while it lasts, if that is a terminal.
+  /// Asks every program about itself, and looks for model servers and the webhook.
   void askAll(std::function<void()> then);
-  /// The same for one.
+  /// Asks one program.
   void ask(AgentProvider provider, std::function<void()> then);
   /// Looks for the program, also where the login shell would.
   void find(AgentProvider provider, std::function<void(std::optional<std::string>)> then);
 
-  const RuntimeInstallStatus& status(AgentProvider provider) const {
-    return runtimes_->status(provider);
-  }
-  /// A path that the user has set and that cannot be executed.
-  std::optional<std::string> unusableCustomPath(AgentProvider provider) const;
   /// All that a row about it is made of.
   views::ProviderFacts facts(AgentProvider provider) const;
-
-  /// What askAll() or askModels() found out of a model server and of the webhook.
-  LocalRuntimeStatus localRuntime() const { return services_.localRuntimeStatus(); }
-  const TaskletWebhook& webhook() const { return services_.webhook(); }
-  const UserDefaults& defaults() const { return *defaults_; }
 
   struct Models {
     std::vector<ProviderModelOption> options;
@@ -52,9 +41,7 @@ class RuntimeSurvey {
   void resetCodexUsage(std::function<void(std::expected<std::string, AgentError>)> then);
 
  private:
-  bool isWaiting() const { return !waitsFor_.empty() || runtimes_->isAsking(); }
   void whenAnswered(std::function<void()> then);
-  void showWait();
   void modelsKnown(AgentProvider provider, Models models, const std::function<void(Models)>& then);
 
   CommandContext& context_;
@@ -65,11 +52,10 @@ class RuntimeSurvey {
   const std::shared_ptr<InstalledRuntimes> runtimes_;
   SecretQueue secrets_;
   SystemProviderServices services_;
-  std::multiset<std::string> waitsFor_;  // that are no programs
+  int servicesAsked_ = 0;  // that have not answered
   std::function<void()> answered_;
-  Changes::Observation observation_;
   Timer waitTimer_;
-  bool isWaitShown_ = false;
+  Changes::Observation observation_;
 };
 
 }  // namespace vantrell::shell

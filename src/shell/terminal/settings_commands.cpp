@@ -5,21 +5,31 @@
 #include "app/conversation_transfer.h"
 #include "engine/core/selection.h"
 #include "engine/core/settings.h"
+#include "engine/providers/setting_table.h"
 #include "engine/tasks/settings_operations.h"
 #include "platform/files/files.h"
 #include "platform/text/text.h"
-#include "platform/values/json.h"
 #include "runtimes/local/local_runtime_service.h"
 #include "runtimes/tasklet/tasklet_webhook.h"
 #include "shell/terminal/command_context.h"
 #include "shell/terminal/command_groups.h"
-#include "shell/terminal/setting_table.h"
 #include "shell/terminal/terminal_text.h"
 #include "views/transfer_words.h"
 
 namespace vantrell::shell {
 
 namespace {
+
+/// The setting that the first word names.
+std::expected<const SettingRow*, UsageError> namedSetting(const CommandContext& context) {
+  if (const auto* row = settingNamed(context.word(0))) return row;
+  std::vector<std::string_view> names;
+  for (const SettingRow& row : settingRows()) names.push_back(row.name);
+  return usageError(fmt::format("There is no setting \"{}\".{} \"vantrell settings\" lists them.",
+                                onOneLine(context.word(0)), suggestion(context.word(0), names)));
+}
+
+// ---- showing ------------------------------------------------------------------------------------
 
 std::string_view nameOf(SecretStore::Kind kind) {
   return kind == SecretStore::Kind::files ? "files" : "keyring";
@@ -37,128 +47,95 @@ std::string_view stateOf(const SecretStore::Status& status) {
   return "failed";
 }
 
-/// Of the secret setting: "set", "not set", or what else there is to say without its value. The
-/// error is the secret store's sentence.
-std::expected<std::string, std::string> webhookState(SecretStore& secrets) {
+/// What can be said of the secret setting without its value.
+struct WebhookState {
+  std::string words;             // "set", "not set", or what is wrong
+  std::optional<bool> isStored;  // nullopt where the secrets cannot be read
+};
+WebhookState webhookState(SecretStore& secrets) {
   const auto stored = secrets.read(std::string(TaskletConfiguration::secretService),
                                    std::string(TaskletConfiguration::secretAccount));
-  if (!stored) return std::unexpected(stored.error().description);
-  if (!*stored) return "not set";
-  if (text::isValidUtf8(**stored) && TaskletConfiguration::validatedWebhookURL(**stored)) {
-    return "set";
-  }
-  return "set, but not to an HTTPS address";
+  if (!stored) return {stored.error().description, std::nullopt};
+  if (!*stored) return {"not set", false};
+  const bool isValid =
+      text::isValidUtf8(**stored) && TaskletConfiguration::validatedWebhookURL(**stored);
+  return {isValid ? "set" : "set, but not to an HTTPS address", true};
 }
 
-// ---- showing ------------------------------------------------------------------------------------
-
-Json asJson(const SettingRow& row, const UserDefaults& defaults) {
+JsonObject asJson(const SettingRow& row, const UserDefaults& defaults, SecretStore& secrets) {
   const auto value = readSetting(row, defaults);
-  return JsonObject{{"name", row.name},
-                    {"key", row.key},
-                    {"value", value.text.empty() ? Json() : Json(value.text)},
-                    {"isStored", value.isStored},
-                    {"canBeSet", row.isSettable()}};
+  const auto isStored = row.isSecret() ? webhookState(secrets).isStored : value.isStored;
+  return {{"name", row.name},
+          {"key", row.isSecret() ? Json() : Json(row.key)},
+          {"value", value.text.empty() ? Json() : Json(value.text)},
+          {"isStored", isStored ? Json(*isStored) : Json()},
+          {"canBeSet", row.isSettable()}};
 }
 
-/// Its value is not shown.
-Json secretAsJson(const SettingRow& row, SecretStore& secrets) {
-  const auto state = webhookState(secrets);
-  return JsonObject{{"name", row.name},
-                    {"key", nullptr},
-                    {"value", nullptr},
-                    {"isStored", state ? Json(*state != "not set") : Json()},
-                    {"canBeSet", true}};
-}
-
-std::string allAsJson(const UserFolders& folders, const UserDefaults& defaults,
-                      SecretStore& secrets) {
+JsonObject allAsJson(const UserDefaults& defaults, SecretStore& secrets) {
+  const UserFolders folders = UserFolders{}.orOwn();
   Json::Array settings;
-  for (const SettingRow& row : settingRows()) {
-    settings.push_back(row.isSecret() ? secretAsJson(row, secrets) : asJson(row, defaults));
-  }
+  for (const SettingRow& row : settingRows()) settings.push_back(asJson(row, defaults, secrets));
   const auto status = secrets.status();
-  JsonObject all{
-      {"settings", std::move(settings)},
-      {"settingsFile", folders.defaultsPath()},
-      {"dataFolder", folders.support},
-      {"secrets",
-       JsonObject{{"kind", nameOf(status.kind)},
-                  {"place", status.place},
-                  {"state", stateOf(status)},
-                  {"problem", status.problem ? Json(status.problem->description) : Json()}}}};
-  return json::write(all) + "\n";
+  return {{"settings", std::move(settings)},
+          {"settingsFile", folders.defaultsPath()},
+          {"dataFolder", folders.support},
+          {"secrets",
+           JsonObject{{"kind", nameOf(status.kind)},
+                      {"place", status.place},
+                      {"state", stateOf(status)},
+                      {"problem", status.problem ? Json(status.problem->description) : Json()}}}};
 }
 
-std::string settingsInWords(const UserFolders& folders, const UserDefaults& defaults,
-                            const TerminalStyle& style) {
+std::string allInWords(const UserDefaults& defaults, SecretStore& secrets,
+                       const TerminalStyle& style) {
+  const UserFolders folders = UserFolders{}.orOwn();
   std::string text = style.bold("Settings") + "\n";
   for (const SettingRow& row : settingRows()) {
-    if (row.isSecret()) continue;
-    const auto [value, isStored] = readSetting(row, defaults);
-    const auto cell = fmt::format("{:<12}", value.empty() ? "-" : onOneLine(value));
-    text += fmt::format("  {:<15} {} {}\n", row.name, isStored ? cell : style.dim(cell),
+    const auto value =
+        row.isSecret() ? webhookState(secrets).words : readSetting(row, defaults).text;
+    text += fmt::format("  {:<15} {:<12} {}\n", row.name, value.empty() ? "-" : onOneLine(value),
                         style.dim(row.meaning));
   }
-  return text + fmt::format("\n{}\n  {:<15} {}\n  {:<15} {}\n", style.bold("Kept in"), "settings",
-                            folders.defaultsPath(), "data", folders.support);
-}
-
-std::string secretsInWords(SecretStore& secrets, const TerminalStyle& style) {
   const auto status = secrets.status();
-  std::string text =
-      fmt::format("  {:<15} {}{}\n", "secrets", status.place,
-                  status.kind == SecretStore::Kind::files ? " (owner-only files)" : "");
-  if (status.problem) return text + fmt::format("  {:<15} {}\n", "", status.problem->description);
-  text += fmt::format("\n{}\n", style.bold("Secrets"));
-  for (const SettingRow& row : settingRows()) {
-    if (!row.isSecret()) continue;
-    const auto state = webhookState(secrets);
-    text += fmt::format("  {:<15} {:<12} {}\n", row.name, state ? *state : state.error(),
-                        style.dim(row.meaning));
-  }
-  return text;
+  return text + fmt::format("\n{}\n  settings  {}\n  data      {}\n  secrets   {}\n{}",
+                            style.bold("Kept in"), folders.defaultsPath(), folders.support,
+                            status.place, status.problem ? status.problem->description + "\n" : "");
 }
 
-/// What the secret store says: the desktop may take its time.
-void askSecrets(CommandContext& context, std::function<std::string(SecretStore&)> ask) {
+/// Goes on with the secret store's answer, for which the desktop may take its time.
+void askSecrets(CommandContext& context, std::function<std::string(SecretStore&)> ask,
+                std::function<void(const std::string&)> then) {
   const auto answer = std::make_shared<std::string>();
   context.inBackground(
       [answer, ask = std::move(ask)] { *answer = ask(*UserFolders{}.orOwn().secretStore()); },
-      [&context, answer] {
-        context.console.say(*answer);
-        context.finish(exitStatus::completed);
-      });
+      [answer, then = std::move(then)] { then(*answer); });
 }
 
 void show(CommandContext& context) {
-  const UserFolders folders = UserFolders{}.orOwn();
   auto opened = VantrellApp::defaultsForReading();
   if (!opened) return context.fail(opened.error());
   const std::shared_ptr<UserDefaults> defaults = *std::move(opened);
-  const bool isJson = context.isJson();
-  if (context.arguments.words.empty()) {
-    if (!isJson) {
-      // Shown before the secret store has answered.
-      context.console.say(settingsInWords(folders, *defaults, context.style()));
+  const SettingRow* row = nullptr;
+  if (!context.arguments.words.empty()) {
+    const auto found = namedSetting(context);
+    if (!found) return context.misused(found.error());
+    row = *found;
+  }
+  const auto describe = [row, defaults, isJson = context.isJson(),
+                         style = context.style()](SecretStore& secrets) {
+    if (isJson) {
+      return json::write(row ? asJson(*row, *defaults, secrets) : allAsJson(*defaults, secrets)) +
+             "\n";
     }
-    return askSecrets(context, [isJson, folders, defaults, style = context.style()](auto& secrets) {
-      return isJson ? allAsJson(folders, *defaults, secrets) : secretsInWords(secrets, style);
-    });
-  }
-  const auto found = findSetting(context.word(0));
-  if (!found) return context.misused(found.error());
-  const SettingRow& row = **found;
-  if (row.isSecret()) {
-    return askSecrets(context, [isJson, &row](auto& secrets) {
-      if (isJson) return json::write(secretAsJson(row, secrets)) + "\n";
-      const auto state = webhookState(secrets);
-      return (state ? *state : state.error()) + "\n";
-    });
-  }
-  context.console.write(
-      (isJson ? json::write(asJson(row, *defaults)) : readSetting(row, *defaults).text) + "\n");
-  context.finish(exitStatus::completed);
+    if (!row) return allInWords(*defaults, secrets, style);
+    return (row->isSecret() ? webhookState(secrets).words : readSetting(*row, *defaults).text) +
+           "\n";
+  };
+  askSecrets(context, describe, [&context](const std::string& words) {
+    context.console.say(words);
+    context.finish(exitStatus::completed);
+  });
 }
 
 // ---- changing -----------------------------------------------------------------------------------
@@ -166,29 +143,14 @@ void show(CommandContext& context) {
 /// The two settings of the local server count together.
 std::string_view adviceOnLocalRuntime(const SettingRow& row, const UserDefaults& defaults) {
   const auto kind = LocalRuntimeService::configuredKind(defaults);
-  const bool hasURL = !LocalRuntimeService::configuredURL(defaults).empty();
   if (row.key == LocalRuntimeService::baseURLKey && kind == LocalRuntimeKind::automatic) {
-    return "It is used once local-runtime is ollama, lm_studio or custom: automatic looks at the "
-           "usual places only.\n";
+    return "It is used once local-runtime is ollama, lm_studio or custom.\n";
   }
-  if (row.key == LocalRuntimeService::kindKey && kind == LocalRuntimeKind::custom && !hasURL) {
+  if (row.key == LocalRuntimeService::kindKey && kind == LocalRuntimeKind::custom &&
+      LocalRuntimeService::configuredURL(defaults).empty()) {
     return "It needs an address: vantrell settings local-url http://127.0.0.1:8080/v1\n";
   }
   return "";
-}
-
-void store(CommandContext& context, const SettingRow& row, const std::string& value) {
-  context.open({}, [&](VantrellApp& app) {
-    AppModel& model = app.model();
-    // A raise to full access was confirmed before the state was opened.
-    const auto changed = model.settingsOperations().change(
-        row.name, value, model.selection().key(), SettingsOperations::FullAccess::confirmed);
-    if (!changed) return context.finish(context.refused(changed.error()));
-    context.console.say(fmt::format("{} is {} now.\n", row.name, onOneLine(value)));
-    context.console.say(adviceOnLocalRuntime(row, app.defaults()));
-    if (!changed->empty()) context.console.write(*changed + "\n");
-    context.finish(exitStatus::completed);
-  });
 }
 
 void set(CommandContext& context, const SettingRow& row, std::string_view text) {
@@ -199,23 +161,31 @@ void set(CommandContext& context, const SettingRow& row, std::string_view text) 
                     "address, or reads it from standard input. Nothing was stored.",
                     row.name));
   }
-  const auto value = checkedValue(row, text);
-  if (!value) return context.misused(value.error());
+  const auto value = checkedSetting(row, text);
+  if (!value) return context.misused(value.error() + suggestion(text, row.choices));
   const auto defaults = VantrellApp::defaultsForReading();
   const bool isNewFullAccess = row.name == "mode" &&
                                *value == rawText(GrokPermissionMode::fullAccess) && defaults &&
                                readSetting(row, **defaults).text != *value;
-  context.confirmFullAccess(isNewFullAccess,
-                            [&context, &row, value = *value] { store(context, row, value); });
+  context.confirmFullAccess(isNewFullAccess, [&context, &row, value = *value] {
+    context.open({}, [&](VantrellApp& app) {
+      AppModel& model = app.model();
+      const auto changed = model.settingsOperations().change(
+          row.name, value, model.selection().key(), SettingsOperations::FullAccess::confirmed);
+      if (!changed) return context.finish(context.refused(changed.error()));
+      context.console.write(fmt::format("{} is {} now.\n", row.name, onOneLine(value)));
+      context.console.say(adviceOnLocalRuntime(row, app.defaults()));
+      if (!changed->empty()) context.console.write(*changed + "\n");
+      context.finish(exitStatus::completed);
+    });
+  });
 }
 
 void storeWebhook(CommandContext& context, const std::string& address, std::string_view done) {
   context.open({}, [&](VantrellApp& app) {
     app.model().settingsOperations().changeSecret(
         "tasklet-webhook", address, [&context, done](const Result<>& saved) {
-          if (!saved) return context.finish(context.refused(saved.error()));
-          context.console.write(done);
-          context.finish(exitStatus::completed);
+          context.finish(context.after(saved, [&] { context.console.write(done); }));
         });
   });
 }
@@ -242,12 +212,12 @@ void showOrSet(CommandContext& context) {
   if (context.isJson()) {
     return context.misused("--json shows settings. Leave it out to change one.");
   }
-  const auto row = findSetting(context.word(0));
-  return row ? set(context, **row, context.word(1)) : context.misused(row.error());
+  const auto row = namedSetting(context);
+  row ? set(context, **row, context.word(1)) : context.misused(row.error());
 }
 
 void setNamed(CommandContext& context) {
-  const auto row = findSetting(context.word(0));
+  const auto row = namedSetting(context);
   if (!row) return context.misused(row.error());
   if (context.arguments.words.size() == 2) return set(context, **row, context.word(1));
   if ((*row)->isSecret()) return setWebhook(context);
@@ -255,7 +225,7 @@ void setNamed(CommandContext& context) {
 }
 
 void reset(CommandContext& context) {
-  const auto found = findSetting(context.word(0));
+  const auto found = namedSetting(context);
   if (!found) return context.misused(found.error());
   const SettingRow& row = **found;
   if (!row.isSettable()) {
@@ -274,14 +244,14 @@ void reset(CommandContext& context) {
 }
 
 void unlock(CommandContext& context) {
-  const auto problem = std::make_shared<std::string>();
-  context.inBackground(
-      [problem] {
-        const auto unlocked = UserFolders{}.orOwn().secretStore()->unlock();
-        if (!unlocked) *problem = unlocked.error().description;
+  askSecrets(
+      context,
+      [](SecretStore& secrets) {
+        const auto unlocked = secrets.unlock();
+        return unlocked ? "" : unlocked.error().description;
       },
-      [&context, problem] {
-        if (!problem->empty()) return context.fail(*problem);
+      [&context](const std::string& problem) {
+        if (!problem.empty()) return context.fail(problem);
         context.console.write("The secrets can be read.\n");
         context.finish(exitStatus::completed);
       });
@@ -349,54 +319,38 @@ void importAll(CommandContext& context) {
 
 // ---- their help ---------------------------------------------------------------------------------
 
-constexpr CommandOption showOptions[] = {{"--json", "", "for scripts: one JSON object"}};
-constexpr CommandOption importOptions[] = {{yesOption.name, "", "import without being asked"}};
+constexpr CommandOption importOptions[] = {yesOption};
 constexpr Command settingsSubcommands[] = {
     {"set",
      "NAME [VALUE]",
      "store a value; a secret is asked for, or read from standard input",
      {},
-     1,
-     2,
      setNamed},
-    {"reset", "NAME", "remove the stored value", {}, 1, 1, reset},
-    {"unlock", "", "let the desktop ask for the password of a locked keyring", {}, 0, 0, unlock},
+    {"reset", "NAME", "remove the stored value", {}, reset},
+    {"unlock", "", "let the desktop ask for the password of a locked keyring", {}, unlock},
     {"export",
      "[FILE]",
      "write all conversations as one JSON document, without FILE to standard output",
      {},
-     0,
-     1,
      exportAll},
     {"import", "FILE", "replace the conversations by such a document; - reads standard input",
-     importOptions, 1, 1, importAll},
+     importOptions, importAll},
 };
 
 constexpr Command commands[] = {
-    {.name = "settings",
-     .parameters = "[NAME [VALUE]]",
-     .summary = "show or change what is set, and where it is kept",
-     .options = showOptions,
-     .maxWords = 2,
-     .begin = showOrSet,
-     .introduction =
-         "Without a name: all settings, the folders and the state of the secrets. With a name: "
-         "its\n"
-         "value. With a value: stores it. A wrong value is answered with what the setting takes.",
-     .closing =
-         "Full Access takes a person at the terminal who types the words for it. import keeps the\n"
-         "former conversations in a file; at a terminal it asks first, elsewhere it takes --yes.\n"
-         "\n"
-         "Exit status: 0 done, 1 failed, 2 wrong usage, 130 not confirmed.\n"
-         "\n"
-         "Examples:\n"
-         "  vantrell settings workflow plan\n"
-         "  vantrell settings kimi-path ~/bin/kimi\n"
-         "  vantrell settings reset kimi-path\n"
-         "  vantrell settings local-runtime ollama\n"
-         "  vantrell settings set tasklet-webhook < file-with-the-address\n"
-         "  vantrell settings --json | jq -r .secrets.state",
-     .subcommands = settingsSubcommands},
+    {"settings", "[NAME [VALUE]]", "show or change what is set, and where it is kept", onlyJson,
+     showOrSet,
+     "Without a name: all settings, the folders and the state of the secrets. With a name: "
+     "its\n"
+     "value. With a value: stores it. A wrong value is answered with what the setting takes.",
+     "Full Access takes a person at the terminal who types the words for it. import keeps the\n"
+     "former conversations in a file; at a terminal it asks first, elsewhere it takes --yes.\n"
+     "\n"
+     "Examples:\n"
+     "  vantrell settings workflow plan\n"
+     "  vantrell settings kimi-path ~/bin/kimi\n"
+     "  vantrell settings set tasklet-webhook < file-with-the-address",
+     settingsSubcommands},
 };
 
 }  // namespace

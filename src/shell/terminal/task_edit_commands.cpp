@@ -17,50 +17,30 @@ namespace vantrell::shell {
 
 namespace {
 
-constexpr std::string_view statuses = "Exit status: 0 done, 1 failed or refused, 2 wrong usage.";
-constexpr CommandOption offOption{"--off", "", "take it back"};
-constexpr CommandOption changedJsonOption{"--json", "",
-                                          "for scripts: what was changed, one JSON object a line"};
-
 /// Tells about a task that is changed: a sentence, or the object.
-void report(CommandContext& context, const std::vector<Workspace>& workspaces,
-            const ThreadExecutionKey& key, std::string_view done) {
+void report(CommandContext& context, const ThreadExecutionKey& key, std::string_view done) {
+  const auto& workspaces = context.model().tree().workspaces();
   const auto& thread = threadOf(workspaces, key);
-  context.console.write(
-      context.isJson() ? taskAsJson(workspaceOf(workspaces, key.workspaceID), thread)
-                       : fmt::format("{}  {}: {}\n", shortID(key.threadID), done, titleOf(thread)));
+  context.report(taskAsJson(workspaceOf(workspaces, key.workspaceID), thread),
+                 fmt::format("{}  {}: {}\n", shortID(key.threadID), done, titleOf(thread)));
 }
-
-/// What to type next, for people only.
-void hint(CommandContext& context, std::string_view text) {
-  if (!context.isJson() && context.console.isOutputTerminal()) context.console.say(text);
-}
-
-// ---- new, fork ----------------------------------------------------------------------------------
 
 /// A task of its own in the project, which is added if it is a folder that is not known yet.
 std::expected<ThreadExecutionKey, UsageError> makeTask(const CommandContext& context,
-                                                       AppModel& model,
-                                                       const std::string& project) {
+                                                       AppModel& model) {
   const auto& workspaces = model.tree().workspaces();
-  const auto named = findProject(workspaces, project, context.caller.folder);
-  const std::string folder = context.absolute(project);
+  const auto named = context.arguments.value(projectOption.name).value_or(".");
+  const auto project = findProject(workspaces, named, context.caller.folder);
+  const std::string folder = context.absolute(named);
   const auto there = std::ranges::find(workspaces, folder, &Workspace::path);
+  const bool isKnown = there != workspaces.end();
   // A short name of a folder may also be the beginning of the ID of some project.
-  const bool isOnlyID =
-      named &&
-      text::lowercased(workspaceOf(workspaces, *named).name) != text::lowercased(project) &&
-      there == workspaces.end();
-  Result<> made;
-  if (named && !(isOnlyID && files::isFolder(folder))) {
-    made = model.operations().newThread(*named);
-  } else if (there != workspaces.end()) {
-    made = model.operations().newThread(there->id);  // other projects have the same name
-  } else if (files::isFolder(folder)) {
-    made = model.operations().addWorkspace(folder);  // with its first task
-  } else {
-    return std::unexpected(named.error());
-  }
+  const bool isNew = !isKnown && files::isFolder(folder) &&
+                     !(project && text::lowercased(workspaceOf(workspaces, *project).name) ==
+                                      text::lowercased(named));
+  if (!isNew && !isKnown && !project) return std::unexpected(project.error());
+  const auto made = isNew ? model.operations().addWorkspace(folder)  // with its first task
+                          : model.operations().newThread(project ? *project : there->id);
   if (!made) return usageError(made.error().sentence);
   return *model.selection().key();
 }
@@ -72,242 +52,155 @@ void makeNewTask(CommandContext& context) {
         "The title is empty. Leave it out, and the first prompt names the task.");
   }
   context.change([&](AppModel& model) -> Outcome {
-    const auto key =
-        makeTask(context, model, context.arguments.value(projectOption.name).value_or("."));
+    const auto key = makeTask(context, model);
     if (!key) return std::unexpected(key.error());
-    if (isNamed) {
-      const auto named = model.operations().renameThread(key->threadID, key->workspaceID,
-                                                         text::repaired(context.word(0)));
-      if (!named) return context.refused(named.error());
-    }
-    const auto& workspaces = model.tree().workspaces();
-    const auto& project = workspaceOf(workspaces, key->workspaceID);
-    report(context, workspaces, *key, fmt::format("new in {}", onOneLine(project.name)));
-    hint(context,
-         fmt::format("To begin it: vantrell run --task {} \"...\"\n", shortID(key->threadID)));
-    return exitStatus::completed;
+    const auto named = isNamed ? model.operations().renameThread(key->threadID, key->workspaceID,
+                                                                 text::repaired(context.word(0)))
+                               : Result<>();
+    return context.after(named, [&] {
+      const auto& project = *model.tree().workspace(key->workspaceID);
+      report(context, *key, fmt::format("new in {}", onOneLine(project.name)));
+    });
   });
 }
 
 void fork(CommandContext& context) {
-  context.change([&](AppModel& model) -> Outcome {
-    const auto key = findTask(model.tree().workspaces(), context.word(0));
-    if (!key) return std::unexpected(key.error());
+  context.changeTask([&](AppModel& model, const ThreadExecutionKey& key) -> Outcome {
     std::optional<std::string> through;
     if (const auto named = context.arguments.value("--through")) {
-      const ChatThread& thread = *model.tree().thread(*key);
+      const ChatThread& thread = *model.tree().thread(key);
       const auto place = findEntry(thread, *named);
       if (!place) return std::unexpected(place.error());
       through = thread.entries[*place].id;
     }
-    const auto made = model.branches().forkThread(*key, through);
+    const auto made = model.branches().forkThread(key, through);
     if (!made) return context.refused(made.error());
     static_cast<void>(model.operations().selectThread(made->threadID, made->workspaceID));
-    report(context, model.tree().workspaces(), *made,
-           fmt::format("forked from {}", shortID(key->threadID)));
-    hint(context,
-         fmt::format("To go on: vantrell run --task {} \"...\"\n", shortID(made->threadID)));
+    report(context, *made, fmt::format("forked from {}", shortID(key.threadID)));
     return exitStatus::completed;
   });
 }
 
-// ---- rename, move -------------------------------------------------------------------------------
-
 void rename(CommandContext& context) {
-  if (text::trimmed(context.word(1)).empty()) {
-    return context.misused("The new title is empty.");
-  }
-  context.change([&](AppModel& model) -> Outcome {
-    const auto key = findTask(model.tree().workspaces(), context.word(0));
-    if (!key) return std::unexpected(key.error());
-    const auto done = model.operations().renameThread(key->threadID, key->workspaceID,
-                                                      text::repaired(context.word(1)));
-    if (!done) return context.refused(done.error());
-    report(context, model.tree().workspaces(), *key, "renamed");
-    return exitStatus::completed;
+  if (text::trimmed(context.word(1)).empty()) return context.misused("The new title is empty.");
+  context.changeTask([&](AppModel& model, const ThreadExecutionKey& key) {
+    return context.after(model.operations().renameThread(key.threadID, key.workspaceID,
+                                                         text::repaired(context.word(1))),
+                         [&] { report(context, key, "renamed"); });
   });
 }
 
 void move(CommandContext& context) {
-  context.change([&](AppModel& model) -> Outcome {
-    const auto& workspaces = model.tree().workspaces();
-    const auto key = findTask(workspaces, context.word(0));
-    if (!key) return std::unexpected(key.error());
-    const auto project = findProject(workspaces, context.word(1), context.caller.folder);
+  context.changeTask([&](AppModel& model, const ThreadExecutionKey& key) -> Outcome {
+    const auto project =
+        findProject(model.tree().workspaces(), context.word(1), context.caller.folder);
     if (!project) return std::unexpected(project.error());
-    const std::string name = onOneLine(workspaceOf(workspaces, *project).name);
-    const bool isThere = key->workspaceID == *project;
-    const auto done = model.operations().moveThread(key->threadID, key->workspaceID, *project);
-    if (!done) return context.refused(done.error());
-    report(context, workspaces, {*project, key->threadID},
-           fmt::format("{} {}", isThere ? "is in" : "moved to", name));
-    return exitStatus::completed;
+    return context.after(
+        model.operations().moveThread(key.threadID, key.workspaceID, *project), [&] {
+          report(context, {*project, key.threadID},
+                 fmt::format("is in {}", onOneLine(model.tree().workspace(*project)->name)));
+        });
   });
 }
 
-// ---- pin, archive, delete -----------------------------------------------------------------------
-
-void pin(CommandContext& context) {
-  const bool pinned = !context.arguments.has(offOption.name);
+/// Does the same to each task that is named, and reports it.
+void changeEach(CommandContext& context, std::string_view done,
+                const std::function<Result<>(AppModel&, const ThreadExecutionKey&)>& operation) {
   context.change([&](AppModel& model) -> Outcome {
     const auto keys = findTasks(model.tree().workspaces(), context.arguments.words);
     if (!keys) return std::unexpected(keys.error());
     for (const auto& key : *keys) {
-      if (model.tree().thread(key)->isPinned != pinned) {
-        const auto done = model.operations().toggleThreadPin(key.threadID, key.workspaceID);
-        if (!done) return context.refused(done.error());
-      }
-      report(context, model.tree().workspaces(), key, pinned ? "pinned" : "not pinned");
+      if (const auto result = operation(model, key); !result)
+        return context.refused(result.error());
+      report(context, key, done);
     }
     return exitStatus::completed;
   });
+}
+
+constexpr CommandOption offOption{"--off", "", "take it back"};
+
+void pin(CommandContext& context) {
+  const bool pinned = !context.arguments.has(offOption.name);
+  changeEach(context, pinned ? "pinned" : "not pinned",
+             [pinned](AppModel& model, const ThreadExecutionKey& key) {
+               return model.tree().thread(key)->isPinned == pinned
+                          ? Result<>()
+                          : model.operations().toggleThreadPin(key.threadID, key.workspaceID);
+             });
 }
 
 void archive(CommandContext& context) {
   const bool archived = !context.arguments.has(offOption.name);
-  context.change([&](AppModel& model) -> Outcome {
-    const auto keys = findTasks(model.tree().workspaces(), context.arguments.words);
-    if (!keys) return std::unexpected(keys.error());
-    for (const auto& key : *keys) {
-      const auto done =
-          model.operations().setThreadArchived(key.threadID, key.workspaceID, archived);
-      if (!done) return context.refused(done.error());
-      report(context, model.tree().workspaces(), key, archived ? "archived" : "not archived");
-    }
-    return exitStatus::completed;
-  });
+  changeEach(context, archived ? "archived" : "not archived",
+             [archived](AppModel& model, const ThreadExecutionKey& key) {
+               return model.operations().setThreadArchived(key.threadID, key.workspaceID, archived);
+             });
 }
 
 std::string questionBefore(const std::vector<Workspace>& workspaces,
                            const std::vector<ThreadExecutionKey>& keys) {
-  std::string question = keys.size() == 1 ? "Delete " : "Delete these tasks?\n";
+  std::string question = "To be deleted for good:\n";
   for (const auto& key : keys) {
     const auto& thread = threadOf(workspaces, key);
-    const auto& project = workspaceOf(workspaces, key.workspaceID);
-    const std::size_t count = thread.entries.size();
-    question += fmt::format("{}\"{}\" in {} ({} {}){}", keys.size() == 1 ? "" : "  ",
-                            titleOf(thread), onOneLine(project.name), count,
-                            count == 1 ? "entry" : "entries", keys.size() == 1 ? "? " : "\n");
+    question += fmt::format("  \"{}\" in {} (entries: {})\n", titleOf(thread),
+                            onOneLine(workspaceOf(workspaces, key.workspaceID).name),
+                            thread.entries.size());
   }
-  return question + "This cannot be undone.";
+  return question + "Go on?";
+}
+
+Outcome removeAll(CommandContext& context, AppModel& model,
+                  const std::vector<ThreadExecutionKey>& keys) {
+  for (const auto& key : keys) {
+    report(context, key, "deleted");
+    const auto worktree = model.tree().thread(key)->isolatedWorkspacePath;
+    const auto done = model.operations().deleteThread(key.threadID, key.workspaceID);
+    if (!done) return context.refused(done.error());
+    if (worktree && files::isFolder(*worktree)) {
+      context.complain(
+          fmt::format("Its worktree stays: {}. To remove it: git worktree remove FOLDER",
+                      onOneLine(*worktree)));
+    }
+  }
+  return exitStatus::completed;
 }
 
 void remove(CommandContext& context) {
   context.open({}, [&context](VantrellApp& app) {
-    const auto keys = findTasks(app.model().tree().workspaces(), context.arguments.words);
+    AppModel& model = app.model();
+    const auto keys = findTasks(model.tree().workspaces(), context.arguments.words);
     if (!keys) return context.misused(keys.error());
-    context.confirm(questionBefore(app.model().tree().workspaces(), *keys),
-                    [&context, &model = app.model(), keys = *keys] {
-                      for (const auto& key : keys) {
-                        report(context, model.tree().workspaces(), key, "deleted");
-                        const auto worktree = model.tree().thread(key)->isolatedWorkspacePath;
-                        const auto done =
-                            model.operations().deleteThread(key.threadID, key.workspaceID);
-                        if (!done) return context.finish(context.refused(done.error()));
-                        if (worktree && files::isFolder(*worktree)) {
-                          context.complain(fmt::format(
-                              "Its worktree stays: {}. To remove it: git worktree remove FOLDER",
-                              onOneLine(*worktree)));
-                        }
-                      }
-                      context.finish(exitStatus::completed);
-                    });
+    context.confirm(questionBefore(model.tree().workspaces(), *keys),
+                    [&, keys = *keys] { context.finish(removeAll(context, model, keys)); });
   });
 }
 
-constexpr CommandOption newOptions[] = {projectOption, changedJsonOption};
+constexpr CommandOption newOptions[] = {projectOption, jsonOption};
 constexpr CommandOption forkOptions[] = {
     {"--through", "ENTRY", "only up to this entry and with it, as show --entries names it"},
-    changedJsonOption,
+    jsonOption,
 };
-constexpr CommandOption jsonOnly[] = {changedJsonOption};
-constexpr CommandOption switchOptions[] = {offOption, changedJsonOption};
-constexpr CommandOption deleteOptions[] = {yesOption, changedJsonOption};
+constexpr CommandOption switchOptions[] = {offOption, jsonOption};
+constexpr CommandOption deleteOptions[] = {yesOption, jsonOption};
 
 constexpr Command commands[] = {
-    {.name = "new",
-     .parameters = "[TITLE]",
-     .summary = "make a new task, to be run later",
-     .options = newOptions,
-     .maxWords = 1,
-     .begin = makeNewTask,
-     .introduction =
-         "Makes a new task and selects it. Without a title, its first prompt names it. A folder\n"
-         "that is not a project yet becomes one.",
-     .closing = statuses},
-    {.name = "fork",
-     .parameters = "ID",
-     .summary = "copy a task, to go on with it in another way",
-     .options = forkOptions,
-     .minWords = 1,
-     .maxWords = 1,
-     .begin = fork,
-     .introduction =
-         "Makes a task with what was said in another one, and its choices. It works in the\n"
-         "project's folder and begins sessions of its own; the other one stays as it is. ID is\n"
-         "any beginning of a task's ID.",
-     .closing = "To say a prompt in other words: vantrell branch ID --from ENTRY \"prompt\""},
-    {.name = "rename",
-     .parameters = "ID TITLE",
-     .summary = "give a task another title",
-     .options = jsonOnly,
-     .minWords = 2,
-     .maxWords = 2,
-     .begin = rename,
-     .introduction = "Gives a task another title. Put a title with spaces in quotes.",
-     .closing = statuses},
-    {.name = "move",
-     .parameters = "ID PROJECT",
-     .summary = "move a task to another project",
-     .options = jsonOnly,
-     .minWords = 2,
-     .maxWords = 2,
-     .begin = move,
-     .introduction =
-         "Moves a task to another project, named by its name, folder or ID. Sessions and\n"
-         "checkpoints are bound to the old folder and do not come along: the next run begins a\n"
-         "new session.",
-     .closing = statuses},
-    {.name = "pin",
-     .parameters = "ID...",
-     .summary = "list a task before the others",
-     .options = switchOptions,
-     .minWords = 1,
-     .maxWords = Command::anyNumber,
-     .begin = pin,
-     .introduction =
-         "Lists tasks before all others. ID is any beginning of a task's ID that no other task\n"
-         "has. Several may be given.",
-     .closing = statuses},
-    {.name = "archive",
-     .parameters = "ID...",
-     .summary = "hide a task from the lists, or show it again (--off)",
-     .options = switchOptions,
-     .minWords = 1,
-     .maxWords = Command::anyNumber,
-     .begin = archive,
-     .introduction =
-         "Hides tasks from the lists, or shows them again with --off. ID is any beginning of a\n"
-         "task's ID that no other task has. Several may be given.",
-     .closing =
-         "An archived task keeps everything; \"vantrell tasks --archived\" lists it. It is no\n"
-         "longer pinned.\n"
-         "\n"
-         "Exit status: 0 done, 1 failed or refused, 2 wrong usage."},
-    {.name = "delete",
-     .parameters = "ID...",
-     .summary = "delete a task for good",
-     .options = deleteOptions,
-     .minWords = 1,
-     .maxWords = Command::anyNumber,
-     .begin = remove,
-     .introduction =
-         "Deletes tasks with all that was said in them. ID is any beginning of a task's ID that\n"
-         "no other task has. Several may be given.",
-     .closing =
-         "At a terminal it asks first; elsewhere it takes --yes. Files of the project stay.\n"
-         "\n"
-         "Exit status: 0 done, 1 failed, 2 wrong usage, 130 not confirmed."},
+    {"new", "[TITLE]", "make a new task, to be run later", newOptions, makeNewTask,
+     "Makes a new task and selects it. Without a title, its first prompt names it. A folder\n"
+     "that is not a project yet becomes one."},
+    {"fork", "ID", "copy a task, to go on with it in another way", forkOptions, fork,
+     "Makes a task with what was said in another one, and its choices. It works in the\n"
+     "project's folder and begins sessions of its own; the other one stays as it is."},
+    {"rename", "ID TITLE", "give a task another title", onlyJson, rename},
+    {"move", "ID PROJECT", "move a task to another project", onlyJson, move,
+     "Moves a task to another project. Sessions and checkpoints are bound to the old folder\n"
+     "and do not come along: the next run begins a new session."},
+    {"pin", "ID...", "list tasks before the others", switchOptions, pin},
+    {"archive", "ID...", "hide tasks from the lists, or show them again (--off)", switchOptions,
+     archive, "", "An archived task keeps everything; it is no longer pinned."},
+    {"delete", "ID...", "delete tasks for good, with all that was said in them", deleteOptions,
+     remove, "",
+     "At a terminal it asks first; elsewhere it takes --yes. Files of the project stay."},
 };
 
 }  // namespace

@@ -5,8 +5,11 @@
 
 #include "platform/files/files.h"
 #include "platform/text/text.h"
+#include "runtimes/catalog/provider_registry.h"
+#include "runtimes/catalog/runtime_login.h"
 #include "shell/terminal/task_words.h"
 #include "shell/terminal/terminal_text.h"
+#include "views/provider_rows.h"
 
 namespace vantrell::shell {
 
@@ -27,70 +30,55 @@ std::string plainID(std::string_view text) {
   return plain;
 }
 
-struct Candidate {
-  Uuid id;
-  std::string what;
+/// What a word could mean, as lines of an error.
+class Candidates {
+ public:
+  void add(const Uuid& id, std::string_view what) {
+    if (++count_ > candidatesShown) return;
+    lines_ += fmt::format("\n  {}  {}", id.text().substr(0, shownOfCandidate), onOneLine(what));
+  }
+  std::string text() const {
+    if (count_ <= candidatesShown) return lines_;
+    return lines_ + fmt::format("\n  ... and {} more", count_ - candidatesShown);
+  }
+
+ private:
+  std::size_t count_ = 0;
+  std::string lines_;
 };
-
-std::string listed(const std::vector<Candidate>& candidates) {
-  std::string list;
-  for (std::size_t i = 0; i < std::min(candidates.size(), candidatesShown); ++i) {
-    list += fmt::format("\n  {}  {}", candidates[i].id.text().substr(0, shownOfCandidate),
-                        candidates[i].what);
-  }
-  if (candidates.size() > candidatesShown) {
-    list += fmt::format("\n  ... and {} more", candidates.size() - candidatesShown);
-  }
-  return list;
-}
-
-bool isPath(std::string_view word) {
-  return word == "." || word == ".." || word.starts_with('~') ||
-         word.find('/') != std::string_view::npos;
-}
 
 }  // namespace
 
-std::optional<std::string> idPrefix(std::string_view word) {
-  std::string plain = plainID(word);
-  const bool isPossible = !plain.empty() && std::ranges::all_of(plain, [](char letter) {
-    return std::isxdigit(static_cast<unsigned char>(letter)) != 0;
-  });
-  return isPossible ? std::optional(std::move(plain)) : std::nullopt;
+bool beginsWith(const Uuid& id, std::string_view word) {
+  const std::string prefix = plainID(word);
+  return !prefix.empty() && plainID(id.text()).starts_with(prefix);
 }
 
-bool beginsWith(const Uuid& id, std::string_view prefix) {
-  return plainID(id.text()).starts_with(prefix);
+UsageError notExactlyOne(std::size_t found, std::string_view kind, std::string_view word,
+                         std::string_view listing) {
+  return {fmt::format("{} {} begins with \"{}\". To see them: vantrell {}",
+                      found == 0 ? "No" : "More than one", kind, onOneLine(word), listing)};
 }
 
 std::expected<ThreadExecutionKey, UsageError> findTask(const std::vector<Workspace>& workspaces,
                                                        std::string_view idOrPrefix) {
-  const auto prefix = idPrefix(idOrPrefix);
-  const std::string shown = onOneLine(idOrPrefix);
-  if (!prefix) {
-    return usageError(
-        fmt::format("\"{}\" is not the ID of a task, nor the beginning of one: those have the "
-                    "digits 0-9 and A-F. "
-                    "\"vantrell tasks\" lists the tasks with their IDs.",
-                    shown));
-  }
   std::vector<ThreadExecutionKey> found;
-  std::vector<Candidate> candidates;
+  Candidates candidates;
   for (const auto& workspace : workspaces) {
     for (const auto& thread : workspace.threads) {
-      if (!beginsWith(thread.id, *prefix)) continue;
+      if (!beginsWith(thread.id, idOrPrefix)) continue;
       found.push_back({workspace.id, thread.id});
-      candidates.push_back(
-          {thread.id, fmt::format("{} ({})", titleOf(thread), onOneLine(workspace.name))});
+      candidates.add(thread.id, fmt::format("{} ({})", titleOf(thread), workspace.name));
     }
   }
   if (found.size() == 1) return found.front();
   if (found.empty()) {
-    return usageError(fmt::format(
-        "There is no task {}. \"vantrell tasks --all\" lists the tasks with their IDs.", shown));
+    return usageError(
+        fmt::format("There is no task {}. \"vantrell tasks --all\" lists the tasks with their IDs.",
+                    onOneLine(idOrPrefix)));
   }
-  return usageError(fmt::format("Several tasks begin with {}. Give more of the ID:{}", shown,
-                                listed(candidates)));
+  return usageError(fmt::format("Several tasks begin with {}. Give more of the ID:{}",
+                                onOneLine(idOrPrefix), candidates.text()));
 }
 
 std::expected<std::vector<ThreadExecutionKey>, UsageError> findTasks(
@@ -108,23 +96,19 @@ std::expected<Uuid, UsageError> findProject(const std::vector<Workspace>& worksp
                                             std::string_view named, std::string_view base) {
   const std::string path = files::standardized(files::expandingTilde(named), base);
   const std::string shown = onOneLine(named);
-  std::vector<Candidate> candidates;
+  std::vector<const Workspace*> found;
   const auto collect = [&](auto&& matches) {
     for (const auto& each : workspaces) {
-      if (matches(each)) {
-        candidates.push_back({each.id, onOneLine(fmt::format("{}  {}", each.name, each.path))});
-      }
+      if (matches(each)) found.push_back(&each);
     }
-    return !candidates.empty();
+    return !found.empty();
   };
   const auto hasPath = [&](const Workspace& each) { return each.path == path; };
-  const auto hasName = [&, name = text::lowercased(named)](const Workspace& each) {
+  const auto hasName = [name = text::lowercased(named)](const Workspace& each) {
     return text::lowercased(each.name) == name;
   };
-  const auto hasID = [&, prefix = idPrefix(named)](const Workspace& each) {
-    return prefix && beginsWith(each.id, *prefix);
-  };
-  if (isPath(named)) {
+  const auto hasID = [named](const Workspace& each) { return beginsWith(each.id, named); };
+  if (named == "." || named == ".." || named.starts_with('~') || named.contains('/')) {
     if (!collect(hasPath)) {
       return usageError(fmt::format(
           "{} is not a project yet. \"vantrell projects\" lists them; to add the folder: "
@@ -137,9 +121,13 @@ std::expected<Uuid, UsageError> findProject(const std::vector<Workspace>& worksp
                     "\"vantrell projects\" lists them.",
                     shown));
   }
-  if (candidates.size() == 1) return candidates.front().id;
+  if (found.size() == 1) return found.front()->id;
+  Candidates candidates;
+  for (const auto* each : found) {
+    candidates.add(each->id, fmt::format("{}  {}", each->name, each->path));
+  }
   return usageError(fmt::format("Several projects match {}. Give the folder, or the ID:{}", shown,
-                                listed(candidates)));
+                                candidates.text()));
 }
 
 std::expected<std::size_t, UsageError> findEntry(const ChatThread& thread,
@@ -150,10 +138,8 @@ std::expected<std::size_t, UsageError> findEntry(const ChatThread& thread,
     if (!idOrPrefix.empty() && thread.entries[i].id.starts_with(idOrPrefix)) found.push_back(i);
   }
   if (found.size() == 1) return found.front();
-  return usageError(fmt::format(
-      "{} entry of this task begins with \"{}\". To see them: vantrell show {} --entries",
-      found.empty() ? "No" : "More than one", onOneLine(idOrPrefix),
-      thread.id.text().substr(0, 8)));
+  return std::unexpected(notExactlyOne(found.size(), "entry of this task", idOrPrefix,
+                                       fmt::format("show {} --entries", shortID(thread.id))));
 }
 
 const Workspace& workspaceOf(const std::vector<Workspace>& workspaces, const Uuid& id) {
@@ -163,6 +149,20 @@ const Workspace& workspaceOf(const std::vector<Workspace>& workspaces, const Uui
 const ChatThread& threadOf(const std::vector<Workspace>& workspaces,
                            const ThreadExecutionKey& key) {
   return *workspaceOf(workspaces, key.workspaceID).thread(key.threadID);
+}
+
+std::expected<AgentProvider, UsageError> readProvider(std::string_view word) {
+  if (const auto provider = views::providerNamed(word)) return *provider;
+  return usageError(fmt::format(
+      "There is no provider \"{}\".{} There are grok, codex, kimi, glm, claude, local and tasklet.",
+      onOneLine(word), suggestion(word, views::providerWords())));
+}
+
+std::expected<AgentProvider, UsageError> readProgramOwner(std::string_view word) {
+  const auto provider = readProvider(word);
+  if (!provider || loginFlow(*provider)) return provider;
+  return usageError(fmt::format("{} has no program of its own. {}", rawText(*provider),
+                                ProviderRegistry::setupHint(*provider)));
 }
 
 }  // namespace vantrell::shell

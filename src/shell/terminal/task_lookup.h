@@ -1,5 +1,5 @@
-// Finds the task or the project that a word of a command line means. One way for every command.
-// Pure functions, any thread.
+// Finds what a word of a command line means: a task, a project, a provider, or an item of a list by
+// its ID. One way for every command. Pure functions, any thread.
 #pragma once
 
 #include <expected>
@@ -13,13 +13,28 @@
 
 namespace vantrell::shell {
 
-/// An ID or its beginning as it is compared: upper case, without dashes. Nullopt for what cannot be
-/// one.
-std::optional<std::string> idPrefix(std::string_view word);
-bool beginsWith(const Uuid& id, std::string_view prefix);
+/// An ID begins with the text, however short; dashes and the case of letters do not count.
+bool beginsWith(const Uuid& id, std::string_view word);
 
-/// The one task whose ID begins with the text, however short; dashes and the case of letters do not
-/// count. The error says what there is to choose from.
+/// "No hook begins with "3F". To see them: vantrell hooks".
+UsageError notExactlyOne(std::size_t found, std::string_view kind, std::string_view word,
+                         std::string_view listing);
+
+/// The one of the list whose ID begins with the word. `kind` and `listing`, the command that shows
+/// the list, are for the error.
+template <typename Item>
+std::expected<const Item*, UsageError> findByID(const std::vector<Item>& list,
+                                                std::string_view word, std::string_view kind,
+                                                std::string_view listing) {
+  std::vector<const Item*> found;
+  for (const Item& each : list) {
+    if (beginsWith(each.id, word)) found.push_back(&each);
+  }
+  if (found.size() == 1) return found.front();
+  return std::unexpected(notExactlyOne(found.size(), kind, word, listing));
+}
+
+/// The one task whose ID begins with the text. The error says what there is to choose from.
 std::expected<ThreadExecutionKey, UsageError> findTask(const std::vector<Workspace>& workspaces,
                                                        std::string_view idOrPrefix);
 /// Several at once; each is in the answer once.
@@ -38,5 +53,10 @@ std::expected<std::size_t, UsageError> findEntry(const ChatThread& thread,
 
 const Workspace& workspaceOf(const std::vector<Workspace>& workspaces, const Uuid& id);
 const ChatThread& threadOf(const std::vector<Workspace>& workspaces, const ThreadExecutionKey& key);
+
+/// A provider by its id or the name of its program ("glm" or "opencode").
+std::expected<AgentProvider, UsageError> readProvider(std::string_view word);
+/// The same of one of the five that have a program of their own.
+std::expected<AgentProvider, UsageError> readProgramOwner(std::string_view word);
 
 }  // namespace vantrell::shell

@@ -1,6 +1,6 @@
 #include "shell/terminal/task_words.h"
 
-#include "platform/values/json.h"
+#include <fmt/format.h>
 
 namespace vantrell::shell {
 
@@ -8,16 +8,20 @@ TableCell stateCell(views::TaskState state) {
   using enum views::TaskState;
   TableCell cell{std::string(views::word(state))};
   switch (state) {
-    case fresh: cell.look = &TerminalStyle::dim; break;
+    case fresh: cell.look = look::dim; break;
     case starting:
-    case working: cell.look = &TerminalStyle::cyan; break;
-    case completed: cell.look = &TerminalStyle::green; break;
-    case failed: cell.look = &TerminalStyle::red; break;
+    case working: cell.look = look::cyan; break;
+    case completed: cell.look = look::green; break;
+    case failed: cell.look = look::red; break;
     case waiting:
     case stopped:
-    case interrupted: cell.look = &TerminalStyle::yellow; break;
+    case interrupted: cell.look = look::yellow; break;
   }
   return cell;
+}
+
+TableCell idCell(const Uuid& id) {
+  return {shortID(id), look::cyan};
 }
 
 JsonObject taskMembers(const Workspace& workspace, const ChatThread& thread) {
@@ -28,7 +32,7 @@ JsonObject taskMembers(const Workspace& workspace, const ChatThread& thread) {
           {"title", thread.title}};
 }
 
-std::string taskAsJson(const Workspace& workspace, const ChatThread& thread) {
+JsonObject taskAsJson(const Workspace& workspace, const ChatThread& thread) {
   JsonObject task = taskMembers(workspace, thread);
   if (const RunRecord* run = thread.latestRun()) task.set("status", rawText(run->status));
   if (const auto provider = providerOf(thread)) task.set("provider", rawText(*provider));
@@ -36,7 +40,11 @@ std::string taskAsJson(const Workspace& workspace, const ChatThread& thread) {
   task.set("isArchived", thread.isArchived);
   task.set("createdAt", thread.createdAt.secondsSinceReference());
   task.set("updatedAt", thread.updatedAt.secondsSinceReference());
-  return json::write(task) + "\n";
+  return task;
+}
+
+std::string counted(std::size_t count, std::string_view one) {
+  return fmt::format("{} {}{}", count, one, count == 1 ? "" : "s");
 }
 
 }  // namespace vantrell::shell

@@ -17,15 +17,29 @@ using views::withTilde;
 
 /// The state with its colour.
 TableCell stateCell(views::TaskState state);
+/// The ID of a task, project or item as lists show it.
+TableCell idCell(const Uuid& id);
 
 /// The members that say which task of which project an object is about.
 JsonObject taskMembers(const Workspace& workspace, const ChatThread& thread);
-/// What tells about a task without its transcript, as one JSON object on a line.
-std::string taskAsJson(const Workspace& workspace, const ChatThread& thread);
+/// What tells about a task without its transcript.
+JsonObject taskAsJson(const Workspace& workspace, const ChatThread& thread);
+/// Sets the member unless there is no value.
+template <typename Value>
+void setIfKnown(JsonObject& object, std::string key, const std::optional<Value>& value) {
+  if (value) object.set(std::move(key), *value);
+}
+/// Of an optional or a pointer.
+template <typename Value>
+Json orNull(const Value& value) {
+  return value ? Json(*value) : Json();
+}
 
 /// The title, or "(untitled)".
 inline std::string titleOf(const ChatThread& thread) {
   return views::shownTitle(thread.title);
 }
+/// "1 task", "3 tasks".
+std::string counted(std::size_t count, std::string_view one);
 
 }  // namespace vantrell::shell

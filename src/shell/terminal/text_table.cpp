@@ -14,7 +14,6 @@ constexpr std::size_t gap = 2;  // columns
 constexpr std::size_t narrowest = 20;
 constexpr std::size_t leastOfAll = 5;    // of a column that is cut, when nothing else helps
 constexpr std::size_t unlimited = 1000;  // longer lines are not for reading
-constexpr std::size_t leftOut = std::string_view::npos;
 
 std::string_view lastColumns(std::string_view text, std::size_t columns) {
   const std::size_t total = text::columnCount(text);
@@ -55,54 +54,41 @@ void TextTable::add(std::vector<TableCell> row) {
 }
 
 std::vector<std::size_t> TextTable::widths(const TerminalStyle& style, std::size_t columns) const {
-  std::vector<std::size_t> natural;
+  std::vector<std::size_t> width;
+  std::size_t total = 0, fewest = 0;  // with the gap after each column
   for (std::size_t i = 0; i < columns_.size(); ++i) {
-    std::size_t width = std::max(columns_[i].wanted, text::columnCount(columns_[i].heading));
+    width.push_back(text::columnCount(columns_[i].heading));
     for (const auto& row : rows_) {
-      width = std::max(width, text::columnCount(shownOf(row[i], style).text));
+      width[i] = std::max(width[i], text::columnCount(shownOf(row[i], style).text));
     }
-    natural.push_back(width);
+    if (width[i] == 0) continue;
+    total += width[i] + gap;
+    fewest += (columns_[i].least > 0 ? std::min(width[i], columns_[i].least) : width[i]) + gap;
   }
-  std::vector<bool> stays;
-  for (const std::size_t width : natural) stays.push_back(width > 0);
-  for (;;) {
-    std::vector<std::size_t> now(columns_.size(), leftOut);
-    std::size_t total = 0;
-    for (std::size_t i = 0; i < columns_.size(); ++i) {
-      if (!stays[i]) continue;
-      now[i] = natural[i];
-      total += natural[i] + (total > 0 ? gap : 0);
-    }
-    // The widest shrinks first.
-    const auto shrink = [&](bool isLastResort) {
+  for (std::size_t i = columns_.size(); i-- > 2 && fewest > columns + gap;) {
+    if (columns_[i].least > 0 || width[i] == 0) continue;
+    fewest -= width[i] + gap;
+    total -= std::exchange(width[i], 0) + gap;
+  }
+  // Of the columns that may be cut, the widest shrinks first.
+  const auto shrink = [&](std::size_t leastOfEach) {
+    while (total > columns + gap) {
       const auto spare = [&](std::size_t i) {
-        const std::size_t least =
-            isLastResort ? std::min(columns_[i].least, leastOfAll) : columns_[i].least;
-        return stays[i] && least > 0 && now[i] > least ? now[i] - least : 0;
+        const std::size_t least = std::min(columns_[i].least, leastOfEach);
+        return least > 0 && width[i] > least ? width[i] - least : 0;
       };
-      while (total > columns) {
-        std::size_t giver = 0;
-        for (std::size_t i = 1; i < columns_.size(); ++i) {
-          if (spare(i) > spare(giver)) giver = i;
-        }
-        if (spare(giver) == 0) return;
-        --now[giver];
-        --total;
+      std::size_t giver = 0;
+      for (std::size_t i = 1; i < columns_.size(); ++i) {
+        if (spare(i) > spare(giver)) giver = i;
       }
-    };
-    shrink(false);
-    if (total <= columns) return now;
-    std::size_t leaver = columns_.size();
-    for (std::size_t i = 0; i < columns_.size(); ++i) {
-      if (!stays[i] || columns_[i].leavesAt == 0) continue;
-      if (leaver == columns_.size() || columns_[i].leavesAt > columns_[leaver].leavesAt) leaver = i;
+      if (spare(giver) == 0) return;
+      --width[giver];
+      --total;
     }
-    if (leaver == columns_.size()) {
-      shrink(true);
-      return now;
-    }
-    stays[leaver] = false;
-  }
+  };
+  shrink(unlimited);
+  shrink(leastOfAll);
+  return width;
 }
 
 std::string TextTable::text(const TerminalStyle& style, std::size_t columns) const {
@@ -112,7 +98,7 @@ std::string TextTable::text(const TerminalStyle& style, std::size_t columns) con
     std::string line;
     std::size_t blanks = 0;  // due before the next text, so that no line ends with them
     for (std::size_t i = 0; i < columns_.size(); ++i) {
-      if (width[i] == leftOut) continue;
+      if (width[i] == 0) continue;
       const TableCell cell = cellAt(i);
       InlineText shown = shownOf(cell, style);
       shown.text = cutTo(shown.text, width[i], columns_[i].cutsFront);

@@ -1,5 +1,6 @@
 // A table for people, fitted to the terminal: columns are aligned, long texts are cut, and where
-// that is not enough the columns that matter least are left out. Pure, any thread.
+// that is not enough, columns that are never cut are left out, the last one first, but for the
+// first two. Pure, any thread.
 #pragma once
 
 #include <string>
@@ -14,12 +15,8 @@ struct TableColumn {
   std::string_view heading;
   /// Texts are cut down to this many columns of the terminal where room is short; 0: never cut.
   std::size_t least = 0;
-  /// The column with the highest number is left out first; 0: never.
-  int leavesAt = 0;
   /// The beginning of a text is cut, not its end: for paths.
   bool cutsFront = false;
-  /// What texts take that stand elsewhere in the same table.
-  std::size_t wanted = 0;
 };
 
 struct TableCell {
@@ -31,6 +28,11 @@ struct TableCell {
   /// beginning is cut.
   bool mayHaveMarks = false;
 };
+namespace look {
+inline constexpr TableCell::Look dim = &TerminalStyle::dim, bold = &TerminalStyle::bold,
+                                 red = &TerminalStyle::red, green = &TerminalStyle::green,
+                                 yellow = &TerminalStyle::yellow, cyan = &TerminalStyle::cyan;
+}  // namespace look
 
 class TextTable {
  public:

@@ -4,6 +4,7 @@
 #include "platform/files/files.h"
 #include "records/values/application.h"
 #include "runtimes/catalog/provider_registry.h"
+#include "runtimes/catalog/runtime_login.h"
 #include "shell/terminal/command_groups.h"
 #include "shell/terminal/run_plan.h"
 #include "shell/terminal/runtime_survey.h"
@@ -11,11 +12,6 @@
 namespace vantrell::shell {
 
 namespace {
-
-/// The providers whose program does the work, in the order in which one is looked for.
-constexpr AgentProvider programs[] = {AgentProvider::grok, AgentProvider::codex,
-                                      AgentProvider::kimi, AgentProvider::glm,
-                                      AgentProvider::claude};
 
 /// What the practice agent is told to do, one thing a line.
 constexpr std::string_view tourPrompt =
@@ -29,52 +25,41 @@ constexpr std::string_view tourPrompt =
 
 constexpr std::string_view introduction =
     "This is a walk-through of Vantrell with a practice agent: no model, no account, no cost.\n"
-    "It does one small task in a folder made for it, {}.\n"
-    "You will see an answer, a thought, a plan, a file written and read, and a command.\n{}\n";
+    "It does one small task in a folder made for it, {}.\n{}\n";
 
 constexpr std::string_view ending =
     "\n"
     "That was a whole task: the › line was the prompt, ? was a question to you, ✓ a step done.\n"
     "With a real agent installed (vantrell providers tells how), go to a project and try\n"
-    "    vantrell run \"explain this project\"\n"
-    "All options: vantrell run --help\n";
+    "    vantrell run \"explain this project\"\n";
 
-struct Welcome {
-  explicit Welcome(CommandContext& its) : context(its), survey(its) {}
-
-  void lookFor(std::size_t place) {
-    if (place == std::size(programs)) return end();
-    survey.find(programs[place], [this, place](const auto& program) {
+/// Tells of each provider with a program, one after the other, whether it is there.
+void lookFor(CommandContext& context, RuntimeSurvey& survey, std::size_t place, bool foundOne) {
+  while (place < allAgentProviders.size() && !loginFlow(allAgentProviders[place])) ++place;
+  if (place < allAgentProviders.size()) {
+    const auto provider = allAgentProviders[place];
+    return survey.find(provider, [=, &context, &survey](const auto& program) {
       const auto& style = context.style();
-      foundOne = foundOne || program;
       context.console.write(fmt::format("  {} {:<16} {}\n",
                                         program ? style.green("✓") : style.dim("○"),
-                                        ProviderRegistry::descriptor(programs[place]).label,
+                                        ProviderRegistry::descriptor(provider).label,
                                         program ? *program : style.dim("not found")));
-      lookFor(place + 1);
+      lookFor(context, survey, place + 1, foundOne || program);
     });
   }
-
-  void end() {
-    if (!foundOne) {
-      context.console.say(
-          "\nFor real work, install one of these and sign in: vantrell providers says how.\n"
-          "Until then, here is a walk-through.\n\n");
-      return practiceTour(context);
-    }
+  if (!foundOne) {
     context.console.say(
-        "\nStart a task in the folder of a project:\n"
-        "    vantrell run \"explain this project\"\n"
-        "Versions, sign-in and the other agents: vantrell providers\n"
-        "A walk-through without any account: vantrell --practice\n"
-        "All options: vantrell run --help\n");
-    context.finish(exitStatus::completed);
+        "\nFor real work, install one of these and sign in: vantrell providers says how.\n"
+        "Until then, here is a walk-through.\n\n");
+    return practiceTour(context);
   }
-
-  CommandContext& context;
-  RuntimeSurvey survey;
-  bool foundOne = false;
-};
+  context.console.say(
+      "\nStart a task in the folder of a project:\n"
+      "    vantrell run \"explain this project\"\n"
+      "Versions, sign-in and the other agents: vantrell providers\n"
+      "A walk-through without any account: vantrell --practice\n");
+  context.finish(exitStatus::completed);
+}
 
 }  // namespace
 
@@ -83,19 +68,15 @@ void welcome(CommandContext& context) {
       fmt::format("{} is a workspace for software work with coding agents: it drives the\n"
                   "agents that you already use, shows what they do, and asks before they act.\n\n",
                   context.style().bold("Vantrell")));
-  const auto page = std::make_shared<Welcome>(context);
-  context.keep(page);
-  page->lookFor(0);
+  lookFor(context, *RuntimeSurvey::of(context), 0, false);
 }
 
 void practiceTour(CommandContext& context) {
   const std::string folder =
       files::standardized("Practice", files::standardized(applicationName, files::dataFolder()));
   if (const auto made = files::createFolders(folder); !made) {
-    return context.fail(
-        fmt::format("{}. Make the folder writable, or name another one with "
-                    "XDG_DATA_HOME.",
-                    made.error().description));
+    return context.fail(made.error().description +
+                        ". Make the folder writable, or name another one with XDG_DATA_HOME.");
   }
   RunPlan plan;
   plan.folder = folder;
