@@ -134,7 +134,9 @@ std::string AnswerStream::append(std::string_view text, std::size_t columns) {
                       (table_.empty() && !isInCode_ && !line_.contains('|') &&
                        !white::trimmedOfBlanks(line_).starts_with(fence));
   if (isText && line_.size() > columns_) {
-    const std::string cut = line_.substr(wholeCharacters(line_));
+    // Blanks at the end count if more follows.
+    const auto size = white::trimEnd(line_, 0, wholeCharacters(line_), white::blankAt);
+    const std::string cut = line_.substr(size);
     line_.resize(line_.size() - cut.size());
     addLines(sanitized(line_), false);
     line_ += cut;
@@ -175,7 +177,7 @@ void AnswerStream::endLine() {
   const std::string line = sanitized(std::exchange(line_, {}));
   const std::string_view trimmed = white::trimmedOfBlanks(line);
   if (isMidLine_) {
-    if (!trimmed.empty()) addLines(line, true);
+    if (!trimmed.empty()) addLines(trimmed, true);
     isMidLine_ = false;
     return;
   }

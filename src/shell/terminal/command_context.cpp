@@ -134,9 +134,7 @@ void CommandContext::finishOutput(int status) {
   isFinishingOutput_ = true;
   console.finish(
       wasAbandoned ? Duration(momentToFlush) : Duration(readersTime),
-      [this, status](bool isWritten) {
-        ended_(isWritten || status != exitStatus::completed ? status : exitStatus::failed);
-      });
+      [this, status](bool isWritten) { ended_(isWritten ? status : exitStatus::failed); });
 }
 
 // ---- the state ----------------------------------------------------------------------------------
