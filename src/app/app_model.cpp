@@ -62,8 +62,13 @@ bool AppModel::flush() {
   return parts_->tree.flush();
 }
 
-void AppModel::setReceiving(bool receiving) {
-  parts_->executions.setReceiving(receiving);
+void AppModel::setReceiving(const ThreadExecutionKey& key, bool receiving) {
+  parts_->executions.execution(key).session->setReceiving(receiving);
+}
+
+void AppModel::endWork(const ThreadExecutionKey& key) {
+  const auto& executions = parts_->executions;
+  if (executions.isBusy(key) || executions.hasOpenQuestion(key)) parts_->runs.resetConnection(key);
 }
 
 // ---- accessors ----------------------------------------------------------------------------------

@@ -28,6 +28,7 @@ class ProviderSetup;
 class ReviewNotes;
 class Router;
 class SelectedTask;
+struct ThreadExecutionKey;
 class Selection;
 class SessionControls;
 class SessionStatusService;
@@ -96,8 +97,11 @@ class AppModel {
 
   // Choices of a front end.
 
-  /// Holds back all that agents say, or lets it flow again: the front end cannot take more.
-  void setReceiving(bool receiving);
+  /// Holds back what the conversation's agent says, or lets it flow again: the front end that shows
+  /// it cannot take more.
+  void setReceiving(const ThreadExecutionKey& key, bool receiving);
+  /// Ends the conversation's agent if it is at work, and its run as cancelled.
+  void endWork(const ThreadExecutionKey& key);
   /// Waits until all that was changed is on the disk; false when some of it could not be written.
   bool flush();
 

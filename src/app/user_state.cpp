@@ -54,6 +54,10 @@ std::expected<UserFolders, std::string> UserFolders::made() const {
   return folders;
 }
 
+std::optional<pid_t> UserFolders::owner() const {
+  return files::LockFile::holder(support + "/lock");
+}
+
 bool UserFolders::areInUse() const {
   return files::LockFile::isHeld(support + "/lock");
 }

@@ -25,6 +25,8 @@ struct UserFolders {
   /// Whether the state can only be looked at: another process owns it at this moment, or nothing
   /// can be written there, on a full disk or a read-only one.
   bool areInUse() const;
+  /// The process that owns the state at this moment, if one does.
+  std::optional<pid_t> owner() const;
   std::string defaultsPath() const { return config + "/defaults.sqlite"; }
   /// The settings for one that only looks: needs no lock and creates nothing. The error is a
   /// sentence for the user.

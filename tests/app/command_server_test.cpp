@@ -139,6 +139,7 @@ TEST_F(CommandServerTest, SignalsReachTheCommandElseTheyEndItForItsCaller) {
         isWatched ? commands.front()->watchSignals([&](int signal) { heard.push_back(signal); })
                   : nullptr;
     ASSERT_TRUE(localSocket::send(socket->get(), "S2"));
+    commands.front()->onUnwatchedSignal = [&](int signal) { commands.front()->end(128 + signal); };
     if (isWatched) {
       ASSERT_TRUE(main.runUntil([&] { return heard.size() == 1; }));
       socket.reset();  // as a terminal that is closed

@@ -29,17 +29,18 @@ class Incoming final : public IncomingCommand {
   }
 
   void end(int status) override { tell(controlMessage::ended, std::to_string(status)); }
+  void refuse(std::string_view why) override { tell(controlMessage::refused, why); }
 
-  void tell(char kind, const std::string& text) {
+  void tell(char kind, std::string_view text) {
     const auto connection = std::exchange(connection_, {}).lock();
     if (!connection) return;
-    connection->send(kind + text);
+    connection->send(fmt::format("{}{}", kind, text));
     connection->close();
   }
 
-  void hear(int signal) {
+  void hear(int signal) override {
     std::erase_if(watches_, [](const auto& each) { return each.expired(); });
-    if (watches_.empty()) return end(128 + signal);
+    if (watches_.empty() && onUnwatchedSignal) return onUnwatchedSignal(signal);
     for (const auto& each : std::vector(watches_)) {
       if (const auto handler = each.lock()) (*handler)(signal);
     }
@@ -95,7 +96,7 @@ class Server final : public CommandServer {
         incoming->hear(std::atoi(message.bytes.c_str() + 1));
       } else if (kind == controlMessage::command && message.descriptors.size() == 4) {
         auto command = commandIn(message);
-        if (!command) return incoming->tell(controlMessage::refused, command.error());
+        if (!command) return incoming->refuse(command.error());
         incoming->command = *std::move(command);
         incoming->input = std::move(message.descriptors[1]);
         incoming->output = std::move(message.descriptors[2]);

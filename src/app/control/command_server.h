@@ -27,11 +27,14 @@ class IncomingCommand {
   pid_t caller = 0;
 
   /// Hears the signals that the caller gets, and SIGHUP where it has gone, while the answer lives.
-  /// Where nobody listens, a signal ends the command for its caller at once, as it would end a
-  /// process; what the command has begun goes on here.
   virtual std::shared_ptr<void> watchSignals(SignalHandler handler) = 0;
-  /// Tells the caller the exit status. The first call counts.
+  /// The same while no such watch lives.
+  SignalHandler onUnwatchedSignal;
+  /// As if the caller had got the signal.
+  virtual void hear(int signal) = 0;
+  /// Tells the caller the exit status, or why nothing was done. The first call counts.
   virtual void end(int status) = 0;
+  virtual void refuse(std::string_view why) = 0;
 };
 
 class CommandServer {

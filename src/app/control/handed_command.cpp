@@ -104,12 +104,27 @@ std::optional<HandedCommand> HandedCommand::decoded(std::string_view bytes) {
 }
 
 Environment environmentToHandOver(const Environment& all) {
-  static constexpr auto names = std::to_array<std::string_view>(
-      {"TERM",           "COLORTERM",   "NO_COLOR",        "CLICOLOR",
-       "CLICOLOR_FORCE", "FORCE_COLOR", "COLUMNS",         "LINES",
-       "LANG",           "LC_ALL",      "LC_CTYPE",        "TZ",
-       "HOME",           "PATH",        "PAGER",           "EDITOR",
-       "VISUAL",         "DISPLAY",     "WAYLAND_DISPLAY", "VANTRELL_PRACTICE_AGENT"});
+  static constexpr auto names = std::to_array<std::string_view>({"TERM",
+                                                                 "COLORTERM",
+                                                                 "NO_COLOR",
+                                                                 "CLICOLOR",
+                                                                 "CLICOLOR_FORCE",
+                                                                 "FORCE_COLOR",
+                                                                 "COLUMNS",
+                                                                 "LINES",
+                                                                 "LANG",
+                                                                 "LC_ALL",
+                                                                 "LC_CTYPE",
+                                                                 "TZ",
+                                                                 "HOME",
+                                                                 "PATH",
+                                                                 "PAGER",
+                                                                 "EDITOR",
+                                                                 "VISUAL",
+                                                                 "DISPLAY",
+                                                                 "WAYLAND_DISPLAY",
+                                                                 "VANTRELL_COMMAND",
+                                                                 "VANTRELL_PRACTICE_AGENT"});
   Environment some;
   for (const auto& each : all) {
     if (std::ranges::find(names, each.first) != names.end()) some.insert(each);

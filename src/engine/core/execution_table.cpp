@@ -9,10 +9,7 @@ ExecutionTable::ExecutionTable(MainQueue& main, Changes& changes)
 
 ThreadExecutionRuntime& ExecutionTable::execution(const ThreadExecutionKey& key) {
   auto& runtime = executions_[key];
-  if (!runtime) {
-    runtime = std::make_unique<ThreadExecutionRuntime>(main_, main_.now());
-    runtime->session->setReceiving(isReceiving_);
-  }
+  if (!runtime) runtime = std::make_unique<ThreadExecutionRuntime>(main_, main_.now());
   return *runtime;
 }
 
@@ -80,11 +77,6 @@ void ExecutionTable::dismissError(const std::optional<ThreadExecutionKey>& shown
   clearError();
   auto* runtime = shown ? find(*shown) : nullptr;
   if (runtime && std::exchange(runtime->errorMessage, std::nullopt)) changed(*shown);
-}
-
-void ExecutionTable::setReceiving(bool receiving) {
-  isReceiving_ = receiving;
-  for (const auto& [key, runtime] : executions_) runtime->session->setReceiving(receiving);
 }
 
 }  // namespace vantrell

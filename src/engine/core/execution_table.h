@@ -57,10 +57,6 @@ class ExecutionTable {
   void dismissError(const std::optional<ThreadExecutionKey>& shown);
   const std::optional<std::string>& errorMessage() const { return errorMessage_; }
 
-  /// Holds back all that clients hand out, those that start later included, or lets it flow again:
-  /// for an interface that cannot take more at the moment.
-  void setReceiving(bool receiving);
-
  private:
   struct HashKey {
     std::size_t operator()(const ThreadExecutionKey& key) const noexcept {
@@ -74,7 +70,6 @@ class ExecutionTable {
       executions_;
   ImagineExecution imagine_;
   std::optional<std::string> errorMessage_;
-  bool isReceiving_ = true;
 };
 
 }  // namespace vantrell

@@ -53,8 +53,10 @@ bool Router::providerAvailable(AgentProvider provider) const {
   return AvailabilityCheck(*this, std::nullopt).isAvailable(provider);
 }
 
-bool Router::providerAvailable(AgentProvider provider, const RunChoices& choices) const {
-  return AvailabilityCheck(*this, std::nullopt, choices).isAvailable(provider);
+bool Router::providerAvailable(AgentProvider provider,
+                               const std::optional<ThreadExecutionKey>& key,
+                               const RunChoices& choices) const {
+  return AvailabilityCheck(*this, key, choices).isAvailable(provider);
 }
 
 bool Router::providerAvailable(AgentProvider provider, const ThreadExecutionKey& key) const {

@@ -39,8 +39,10 @@ class Router : public std::enable_shared_from_this<Router> {
   /// Allowed, and a client could be made now.
   bool providerAvailable(AgentProvider provider) const;
   bool providerAvailable(AgentProvider provider, const ThreadExecutionKey& key) const;
-  /// The same for a conversation that is still to be made, with what is chosen for it.
-  bool providerAvailable(AgentProvider provider, const RunChoices& choices) const;
+  /// The same with what is to be chosen for its turns; without a key, for a conversation that is
+  /// still to be made.
+  bool providerAvailable(AgentProvider provider, const std::optional<ThreadExecutionKey>& key,
+                         const RunChoices& choices) const;
   bool isExhausted(AgentProvider provider) { return core_.usage.isExhausted(provider); }
   /// Some provider of the route is available; without a key: to a new conversation.
   bool hasRunnableProvider(const std::optional<ThreadExecutionKey>& key) const;

@@ -49,6 +49,11 @@ class SessionControls {
   /// offers; nullopt leaves the choice to the runtime.
   Result<> chooseUnchecked(AgentProvider provider, const ThreadExecutionKey& key,
                            std::optional<std::string> modelID, std::optional<std::string> effort);
+  /// What a front end chooses for the turns of the conversation while it drives them; nothing is
+  /// stored.
+  void chooseForTurns(const ThreadExecutionKey& key, RunChoices choices) {
+    core_.executions.choose(key, std::move(choices));
+  }
   /// Asks the conversation's own Codex for its allowance, then every runtime that can tell for its
   /// models.
   void refreshSessionUsage(const Key& key);

@@ -49,6 +49,8 @@ void Approvals::noteAlwaysApprove(const PermissionRequest& request, const std::s
   settings_.announceFailure(settings_.recordPermissionMode(GrokPermissionMode::fullAccess));
   if (auto* execution = key ? executions_.find(*key) : nullptr) {
     execution->startedWith.permissionMode = GrokPermissionMode::fullAccess;
+    auto& chosen = execution->choices.permissionMode;
+    if (chosen) chosen = GrokPermissionMode::fullAccess;
   }
 }
 

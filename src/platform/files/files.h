@@ -94,7 +94,10 @@ class LockFile {
     std::optional<FileError> error;  // set when the lock could not be tried at all
   };
   static std::expected<LockFile, Busy> acquire(const std::string& path);
-  /// Whether some process holds it at this moment. Takes no lock, so that it disturbs no other.
+  /// The process that holds it at this moment, if one does. Takes no lock, so that it disturbs no
+  /// other.
+  static std::optional<pid_t> holder(const std::string& path);
+  /// Whether some process holds it at this moment; the same.
   static bool isHeld(const std::string& path);
 
  private:

@@ -61,6 +61,12 @@ std::expected<LockFile, LockFile::Busy> LockFile::acquire(const std::string& pat
   }
 }
 
+std::optional<pid_t> LockFile::holder(const std::string& path) {
+  if (!isHeld(path)) return std::nullopt;
+  const Descriptor descriptor(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  return descriptor ? holderNamedIn(descriptor.get()) : std::nullopt;
+}
+
 // The kernel lists each lock as "1: FLOCK  ADVISORY  WRITE 4711 fd:01:393237 0 EOF": the last
 // number of the triple is the inode. The device is left out, since some file systems list another
 // one.

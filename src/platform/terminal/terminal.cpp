@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
+#include <fstream>
+#include <sstream>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
@@ -27,6 +29,21 @@ std::optional<Size> size(int descriptor) {
 bool isInForeground(int descriptor) {
   const pid_t foreground = ::tcgetpgrp(descriptor);
   return foreground <= 0 || foreground == ::getpgrp();
+}
+
+bool isProcessInForeground(pid_t process) {
+  std::ifstream file("/proc/" + std::to_string(process) + "/stat");
+  std::string content;
+  std::getline(file, content);
+  // "PID (name) state parent group session terminal foreground-group ...": a name may hold
+  // anything.
+  const auto end = content.rfind(')');
+  if (end == std::string::npos) return true;
+  std::istringstream fields(content.substr(end + 1));
+  char state = 0;
+  long parent = 0, group = 0, session = 0, number = 0, foreground = 0;
+  fields >> state >> parent >> group >> session >> number >> foreground;
+  return !fields || foreground < 0 || foreground == group;
 }
 
 bool isOwn(int descriptor) {

@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <sys/types.h>
 
 #include "platform/files/descriptor.h"
 
@@ -21,6 +22,9 @@ std::optional<Size> size(int descriptor);
 /// Whether what is typed there is for this process: a job in the background is stopped when it
 /// reads its terminal or flushes it. Also true of what is not the terminal of this process.
 bool isInForeground(int descriptor);
+
+/// The same for another process, whose terminal this one reads. True where that cannot be told.
+bool isProcessInForeground(pid_t process);
 
 /// The one that this process belongs to, whose keys send it signals.
 bool isOwn(int descriptor);

@@ -93,6 +93,8 @@ struct Command {
   std::string_view introduction{};
   std::string_view closing{};
   std::span<const Command> subcommands{};
+  /// Never carried out by another process that owns the state: it needs this one's terminal.
+  bool staysHere = false;
 };
 
 // Options of many commands.

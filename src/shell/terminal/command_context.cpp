@@ -1,5 +1,6 @@
 #include "shell/terminal/command_context.h"
 
+#include <csignal>
 #include <fmt/format.h>
 
 #include "app/conversation_transfer.h"
@@ -12,6 +13,7 @@
 #include "platform/text/text.h"
 #include "records/stores/workspace_store.h"
 #include "runtimes/catalog/permission_mode_texts.h"
+#include "shell/terminal/handed_commands.h"
 #include "shell/terminal/task_lookup.h"
 
 namespace vantrell::shell {
@@ -72,9 +74,7 @@ void CommandContext::finish(Outcome outcome) {
   if (std::exchange(hasFinished_, true)) return;
   if (!outcome) complain(outcome.error().text);
   // The engine may be in the middle of a step.
-  main.post([this, status = outcome.value_or(exitStatus::usage)] {
-    close(status, main.uptime() + waitForGitUnsaid);
-  });
+  main.post([this, status = outcome.value_or(exitStatus::usage)] { close(status); });
 }
 
 Outcome CommandContext::refused(const Refusal& refusal) {
@@ -112,9 +112,27 @@ void CommandContext::close(int status) {
 }
 
 void CommandContext::closeState(int status) {
-  if (!app_) return end(status);
+  if (!isOpen_) return end(status);
   model().flush();
-  waitForGit(status, main.uptime() + waitForGitUnsaid);
+  // What others have begun is theirs.
+  caller.app ? end(status) : waitForOthers(status);
+}
+
+void CommandContext::waitForOthers(int status) {
+  if (!others_ || others_->areOver()) {
+    others_.reset();
+    return waitForGit(status, main.uptime() + waitForGitUnsaid);
+  }
+  if (wasAbandoned) {
+    others_->signal(SIGTERM);
+  } else {
+    complain("Commands of other terminals are at work here; this ends when they have.");
+  }
+  signals_ = caller.watchSignals([this](int) { others_->signal(SIGTERM); });
+  others_->whenOver = [this, status] {
+    signals_.reset();
+    waitForOthers(status);
+  };
 }
 
 /// A stopped task may leave git at work on its checkpoint or worktree, and the state is free when
@@ -157,6 +175,7 @@ std::expected<WorkspaceStore::Peek, std::string> CommandContext::stored() const 
 }
 
 void CommandContext::view(const std::function<Outcome(const StateView&)>& look) {
+  if (caller.app) caller.app->model().flush();  // so that it is stored
   const auto seen = stored();
   if (!seen) return fail(seen.error());
   const auto outcome = look({.workspaces = seen->workspaces, .now = main.now()});
@@ -175,10 +194,13 @@ void CommandContext::viewTask(
 }
 
 void CommandContext::open(VantrellOptions options, const std::function<void(VantrellApp&)>& work) {
-  auto app = VantrellApp::start(main, std::move(options));
-  if (!app) return fail(app.error());
-  app_ = std::move(*app);
-  if (const auto& notice = app_->notice()) complain(*notice);
+  if (!caller.app) {
+    auto started = VantrellApp::start(main, std::move(options));
+    if (!started) return fail(started.error());
+    app_ = std::move(*started);
+    if (const auto& notice = app_->notice()) complain(*notice);
+  }
+  isOpen_ = true;
   notices_ = model().changes().observe([this](const ChangeBatch& batch) {
     for (const auto& notice : batch.notices) complain(notice);
     if (batch.saveFailures.empty() || !std::exchange(isSaved_, false)) return;
@@ -186,7 +208,19 @@ void CommandContext::open(VantrellOptions options, const std::function<void(Vant
         "What has changed could not be saved: {}. Until it can be saved, it may be lost.",
         batch.saveFailures.front()));
   });
-  work(*app_);
+  work(app());
+}
+
+std::expected<void, std::string> CommandContext::acceptCommands() {
+  if (caller.app || others_) return {};  // the process does so already
+  auto listening = HandedCommands::listen(main, app());
+  if (!listening) return std::unexpected(std::move(listening.error()));
+  others_ = *std::move(listening);
+  return {};
+}
+
+bool CommandContext::sharesState() const {
+  return caller.app || (others_ && !others_->areOver());
 }
 
 void CommandContext::change(const std::function<Outcome(AppModel&)>& change) {

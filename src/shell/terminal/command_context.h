@@ -43,7 +43,12 @@ struct Caller {
   /// Whether what is typed is for this command. Any thread. Unset: whether this process is in the
   /// foreground of the terminal.
   std::function<bool()> isInForeground{};
+  /// The state, where the process that carries the command out owns it already; null: the command
+  /// opens it, and closes it at its end.
+  VantrellApp* app = nullptr;
 };
+
+class HandedCommands;
 
 class CommandContext {
  public:
@@ -134,7 +139,13 @@ class CommandContext {
   /// The same with the task that the first word names.
   void openTask(const std::function<void(AppModel&, const ThreadExecutionKey&)>& work);
   void changeTask(const std::function<Outcome(AppModel&, const ThreadExecutionKey&)>& change);
-  AppModel& model() { return app_->model(); }
+  AppModel& model() { return app().model(); }
+  VantrellApp& app() { return caller.app ? *caller.app : *app_; }
+  /// From now on this process carries out the commands of others as well, until the command has
+  /// ended and they have. For commands that own the state for long. The error is a sentence.
+  std::expected<void, std::string> acceptCommands();
+  /// Other commands work on the same state in this process.
+  bool sharesState() const;
 
   // The user.
 
@@ -170,6 +181,7 @@ class CommandContext {
  private:
   void close(int status);
   void closeState(int status);
+  void waitForOthers(int status);
   void waitForGit(int status, Duration noticed);
   void end(int status);
   void finishOutput(int status);
@@ -177,6 +189,9 @@ class CommandContext {
   const std::function<void(int)> ended_;
   std::unique_ptr<BackgroundPool> pool_;
   std::unique_ptr<VantrellApp> app_;
+  std::unique_ptr<HandedCommands> others_;
+  std::shared_ptr<void> signals_;  // while it waits for them
+  bool isOpen_ = false;
   Changes::Observation notices_;
   bool isSaved_ = true;
   bool hasFinished_ = false;

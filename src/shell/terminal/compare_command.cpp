@@ -5,6 +5,7 @@
 
 #include "engine/core/workspace_tree.h"
 #include "engine/projects/task_safety.h"
+#include "engine/providers/session_controls.h"
 #include "engine/tasks/settings_operations.h"
 #include "engine/tasks/task_branches.h"
 #include "engine/tasks/workspace_operations.h"
@@ -92,7 +93,12 @@ class ComparisonPrinter final : public RunObserver {
 class Comparison : public std::enable_shared_from_this<Comparison> {
  public:
   Comparison(CommandContext& context, RunPlan plan, std::vector<AgentProvider> providers)
-      : context_(context), plan_(std::move(plan)), providers_(std::move(providers)) {}
+      : context_(context),
+        plan_(std::move(plan)),
+        choices_(runChoicesOf(plan_)),
+        providers_(std::move(providers)) {
+    choices_.provider.reset();  // each side has its own
+  }
 
   void begin(VantrellApp& app) {
     app_ = &app;
@@ -111,8 +117,8 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
   /// One after the other, then goes on.
   void requireProvider(std::size_t place) {
     if (place == providers_.size()) return compare();
-    whetherAvailable(context_, *app_, providers_[place], {}, [this, place](bool isAvailable) {
-      if (isAvailable) return requireProvider(place + 1);
+    whetherAvailable(context_, *app_, providers_[place], {}, choices_, [this, place](bool isReady) {
+      if (isReady) return requireProvider(place + 1);
       context_.finish(usageError(whatToDoFor(*app_, providers_[place]) + " Nothing was changed."));
     });
   }
@@ -120,11 +126,11 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
   void compare() {
     const auto task = openTask(model(), plan_, providers_.front());
     if (!task) return context_.finish(std::unexpected(task.error()));
-    model().settingsOperations().chooseForThisProcess(plan_.mode, plan_.workflow);
     const auto forks = model().branches().compareNextPrompt(*task, plan_.prompt, providers_);
     if (!forks) return context_.finish(context_.refused(forks.error()));
     const std::size_t known = model().tree().thread(*task)->entries.size();
     for (const auto& key : *forks) {
+      model().controls().chooseForTurns(key, choices_);
       const auto provider = *model().tree().thread(key)->preferredProvider;
       sides_.push_back({key, provider, nameOf(provider), {}});
     }
@@ -150,7 +156,7 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
   }
 
   std::string nameOf(AgentProvider provider) const {
-    const bool isPractice = provider == AgentProvider::local && app_->practices();
+    const bool isPractice = provider == AgentProvider::local && choices_.practiceAgent;
     return std::string(isPractice ? "Practice" : shortLabel(provider));
   }
 
@@ -178,13 +184,14 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
     printer.introduced({.conversation = side.key,
                         .runtime = side.name,
                         .folder = folder,
-                        .permissionNotice = permissionNotice(model(), side.chosen)});
+                        .permissionNotice = permissionNotice(model(), side.chosen, choices_)});
     for (const auto& note : model().safety().notes()) {
       if (notesTold_.insert(note).second) context_.complain(onOneLine(note));
     }
   }
 
   void ended(int status) {
+    for (const auto& side : sides_) model().controls().chooseForTurns(side.key, {});
     if (context_.wasAbandoned) return context_.finish(status);
     std::vector<std::string> folders;
     for (const auto& side : sides_) {
@@ -256,6 +263,7 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
 
   CommandContext& context_;
   const RunPlan plan_;
+  RunChoices choices_;
   const std::vector<AgentProvider> providers_;
   VantrellApp* app_ = nullptr;
   std::vector<Side> sides_;
@@ -276,18 +284,16 @@ void compare(CommandContext& context) {
   }
   auto plan = readRunPlan(context, context.arguments.value(taskOption.name));
   if (!plan) return context.misused(plan.error());
-  withPrompt(
-      context, context.word(0), [&context, providers, plan = *plan](std::string prompt) mutable {
-        plan.prompt = std::move(prompt);
-        const bool isFree = plan.mode == GrokPermissionMode::fullAccess;
-        context.confirmFullAccess(isFree, [&context, providers, plan] {
-          const auto comparison = std::make_shared<Comparison>(context, plan, providers);
-          context.keep(comparison);
-          VantrellOptions options;
-          options.practiceAgent = plan.practiceAgent;
-          context.open(std::move(options), [&](VantrellApp& app) { comparison->begin(app); });
-        });
-      });
+  withPrompt(context, context.word(0),
+             [&context, providers, plan = *plan](std::string prompt) mutable {
+               plan.prompt = std::move(prompt);
+               const bool isFree = plan.mode == GrokPermissionMode::fullAccess;
+               context.confirmFullAccess(isFree, [&context, providers, plan] {
+                 const auto comparison = std::make_shared<Comparison>(context, plan, providers);
+                 context.keep(comparison);
+                 context.open({}, [&](VantrellApp& app) { comparison->begin(app); });
+               });
+             });
 }
 
 constexpr CommandOption options[] = {

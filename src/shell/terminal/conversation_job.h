@@ -26,6 +26,8 @@ class ConversationJob final : public Job {
                   Approvals::Answerer answerer) override;
   void typed(const std::string& line) override;
   void makeRoom() override { shownBy_.makeRoom(); }
+  void setReceiving(bool receiving) override { model_.setReceiving(key_, receiving); }
+  void endWork() override { model_.endWork(key_); }
   void tellEnd() override;
   int status() const override;
 

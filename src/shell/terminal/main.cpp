@@ -3,15 +3,15 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include "app/control/handed_command.h"
+#include "app/user_state.h"
 #include "platform/files/files.h"
 #include "platform/process/own_process.h"
 #include "platform/process/process.h"
 #include "platform/queues/run_loop.h"
 #include "platform/terminal/terminal.h"
 #include "records/values/application.h"
-#include "shell/terminal/command_context.h"
-#include "shell/terminal/command_groups.h"
-#include "shell/terminal/command_line.h"
+#include "shell/terminal/begin_command.h"
 
 using namespace vantrell;
 using namespace vantrell::shell;
@@ -21,23 +21,17 @@ namespace {
 /// For what the agents started to end.
 constexpr std::chrono::milliseconds endOfChildren{5000}, whenAbandoned{200};
 
-void begin(const Invocation& invocation, std::span<const Command> commands,
-           CommandContext& context) {
-  using Kind = Invocation::Kind;
-  switch (invocation.kind) {
-    case Kind::welcome: return welcome(context);
-    case Kind::tour: return practiceTour(context);
-    case Kind::command: return invocation.command->begin(context);
-    case Kind::help:
-      context.console.say(invocation.command ? helpOf(*invocation.command, invocation.name)
-                                             : helpText(commands));
-      break;
-    case Kind::reference: context.console.write(referenceText(commands)); break;
-    case Kind::version:
-      context.console.write(fmt::format("{} {}\n", applicationName, applicationVersion));
-      break;
-  }
-  context.finish(exitStatus::completed);
+/// The exit status of the command where the process that owns the state has carried it out.
+std::optional<int> handOverTo(const UserFolders& folders, const std::vector<std::string>& arguments,
+                              const Caller& caller) {
+  const auto owner = folders.owner();
+  if (!owner) return std::nullopt;
+  return handOver(*owner,
+                  {.version = std::string(applicationVersion),
+                   .folder = caller.folder,
+                   .arguments = arguments,
+                   .environment = environmentToHandOver(caller.environment)},
+                  [](std::string_view text) { fmt::print(stderr, "vantrell: {}\n", text); });
 }
 
 }  // namespace
@@ -47,11 +41,8 @@ int main(int count, char** words) {
     fmt::print(stderr, "vantrell: {}\n", prepared.error());
     return exitStatus::failed;
   }
-  const auto commands = allCommands();
-  std::vector<std::string_view> names;
-  for (const Command& command : commands) names.push_back(command.name);
-  const std::vector<std::string_view> arguments(words + 1, words + count);
-  auto invocation = readCommandLine(commands, arguments);
+  const std::vector<std::string> arguments(words + 1, words + count);
+  auto invocation = readArguments(arguments);
 
   RunLoop loop;
   Caller caller{.input = STDIN_FILENO,
@@ -61,19 +52,15 @@ int main(int count, char** words) {
                 .watchSignals = [&loop](std::function<void(int)> handler) -> std::shared_ptr<void> {
                   return loop.watchSignals({SIGINT, SIGTERM, SIGHUP}, std::move(handler));
                 }};
-  int status = exitStatus::failed;
-  CommandContext context(loop, std::move(caller), std::move(names),
-                         invocation ? std::move(invocation->arguments) : CommandArguments(),
-                         [&](int ended) {
-                           status = ended;
-                           loop.quit();
-                         });
-  if (invocation) {
-    begin(*invocation, commands, context);
-  } else {
-    context.misused(invocation.error());
+  if (invocation && canBeHandedOver(*invocation)) {
+    if (const auto status = handOverTo(UserFolders{}.orOwn(), arguments, caller)) return *status;
   }
+  int status = exitStatus::failed;
+  const auto context = beginCommand(loop, std::move(caller), std::move(invocation), [&](int ended) {
+    status = ended;
+    loop.quit();
+  });
   loop.run();
-  Process::waitForAll(context.wasAbandoned ? whenAbandoned : endOfChildren);
+  Process::waitForAll(context->wasAbandoned ? whenAbandoned : endOfChildren);
   return status;
 }

@@ -101,20 +101,19 @@ void makeItem(CommandContext& context, ImagineKind kind) {
     executable = *std::move(found);
   }
   withPrompt(context, context.word(0), [&context, kind, executable](const std::string& given) {
-    VantrellOptions options;
-    options.customExecutable = [executable](AgentProvider asked) {
-      return asked == AgentProvider::grok ? executable : std::nullopt;
-    };
-    context.open(std::move(options), [&](VantrellApp& app) {
+    context.open({}, [&](VantrellApp& app) {
+      app.model().imagine().chooseExecutable(executable);
       const std::string prompt(text::trimmed(given));
+      const RunChoices choices{.provider = AgentProvider::grok, .executable = executable};
       // Grok's program and its interpreter may only be found with the login shell's PATH.
-      whetherAvailable(context, app, AgentProvider::grok, {}, [&context, kind, prompt](bool) {
-        std::vector<std::unique_ptr<Job>> jobs;
-        jobs.push_back(std::make_unique<MediaJob>(context, prompt, kind));
-        Session::begin(context, std::move(jobs),
-                       {.answerKind = context.arguments.value(answerOption.name)},
-                       [&context](int status) { context.finish(status); });
-      });
+      whetherAvailable(context, app, AgentProvider::grok, {}, choices,
+                       [&context, kind, prompt](bool) {
+                         std::vector<std::unique_ptr<Job>> jobs;
+                         jobs.push_back(std::make_unique<MediaJob>(context, prompt, kind));
+                         Session::begin(context, std::move(jobs),
+                                        {.answerKind = context.arguments.value(answerOption.name)},
+                                        [&context](int status) { context.finish(status); });
+                       });
     });
   });
 }

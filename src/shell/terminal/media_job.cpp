@@ -102,6 +102,10 @@ void MediaJob::stop() {
   generator().cancelImagine();
 }
 
+void MediaJob::endWork() {
+  if (!isAtRest()) generator().reset();
+}
+
 Job::Question MediaJob::question() const {
   return context_.model().executions().imagine().permissionRequest;
 }

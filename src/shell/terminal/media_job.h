@@ -19,6 +19,7 @@ class MediaJob final : public Job {
   Result<> answer(const PermissionRequest& request, const PermissionOption* option,
                   Approvals::Answerer answerer) override;
   void conclude() override;
+  void endWork() override;
   void tellEnd() override;
   int status() const override { return status_; }
 

@@ -155,7 +155,7 @@ void login(CommandContext& context) {
                           command);
     }
     context.console.say(fmt::format("Running {}\n", command));
-    context.console.whenWritten([&context, survey, provider, path = *program] {
+    context.console.whenWritten([&context, &survey, provider, path = *program] {
       runLogin(context, survey, provider, path);
     });
   });

@@ -122,7 +122,7 @@ void handOff(CommandContext& context) {
                                    thread.entries.back().text));
       }));
     };
-    whetherAvailable(context, app, provider, *task, handOver);
+    whetherAvailable(context, app, provider, *task, {}, handOver);
   });
 }
 

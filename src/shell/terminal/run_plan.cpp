@@ -196,17 +196,27 @@ std::expected<ThreadExecutionKey, UsageError> openTask(AppModel& model, const Ru
   return *key;
 }
 
-std::string_view permissionNotice(const AppModel& model, AgentProvider provider) {
-  const auto mode = model.settings().permissionMode();
+std::string_view permissionNotice(const AppModel& model, AgentProvider provider,
+                                  const RunChoices& choices) {
+  const auto mode = model.settings().permissionModeFor(choices);
   return mode == GrokPermissionMode::fullAccess ? detail(mode, provider) : std::string_view();
 }
 
+RunChoices runChoicesOf(const RunPlan& plan) {
+  return {.provider = plan.practiceAgent ? std::optional(AgentProvider::local) : plan.provider,
+          .permissionMode = plan.mode,
+          .workflowMode = plan.workflow,
+          .executable = plan.executable,
+          .practiceAgent = plan.practiceAgent};
+}
+
 void whetherAvailable(CommandContext& context, VantrellApp& app, AgentProvider provider,
-                      std::optional<ThreadExecutionKey> task, std::function<void(bool)> then) {
-  const auto isAvailable = [&app, provider, task] {
-    const Router& router = app.model().router();
-    return task ? router.providerAvailable(provider, *task) : router.providerAvailable(provider);
+                      std::optional<ThreadExecutionKey> task, const RunChoices& choices,
+                      std::function<void(bool)> then) {
+  const auto isAvailable = [&app, provider, task, choices] {
+    return app.model().router().providerAvailable(provider, task, choices);
   };
+  if (provider == AgentProvider::local && choices.practiceAgent) return then(isAvailable());
   app.services().prepare(provider, [&context, &app, isAvailable, then = std::move(then)] {
     context.withUserPath(app.model().runtimes(), isAvailable,
                          [isAvailable, then] { then(isAvailable()); });
@@ -245,17 +255,11 @@ class Run : public std::enable_shared_from_this<Run> {
         plan_(std::move(plan)),
         variant_(std::move(variant)),
         ended_(std::move(ended)),
-        executableOwner_(plan_.provider) {}
+        choices_(runChoicesOf(plan_)) {}
 
   void begin() {
     context_.confirmFullAccess(plan_.mode == GrokPermissionMode::fullAccess, [this] {
-      VantrellOptions options;
-      options.practiceAgent = plan_.practiceAgent;
-      // Read whenever a program is needed: whose it is may only be known with the task.
-      options.customExecutable = [this](AgentProvider asked) {
-        return asked == executableOwner_ ? plan_.executable : std::nullopt;
-      };
-      context_.open(std::move(options), [this](VantrellApp& app) {
+      context_.open({}, [this](VantrellApp& app) {
         app_ = &app;
         if (const auto failure = findProvider()) context_.finish(std::unexpected(*failure));
       });
@@ -269,42 +273,39 @@ class Run : public std::enable_shared_from_this<Run> {
     const auto task = existingTask(model(), plan_);
     if (!task) return task.error();
     task_ = *task;
-    if (plan_.executable && !executableOwner_) {
+    if (plan_.executable && !choices_.provider) {
       const ChatThread* thread = task_ ? model().tree().thread(*task_) : nullptr;
       if (!thread || !thread->lastProvider) {
         return UsageError{
             "This task has no runs yet. Say whose program --executable names with --provider, as "
             "in --provider kimi."};
       }
-      executableOwner_ = thread->lastProvider;
+      choices_.provider = thread->lastProvider;
     }
-    named_ = plan_.practiceAgent ? std::optional(AgentProvider::local) : executableOwner_;
-    if (named_) model().router().fixForThisProcess(*named_);
-    const auto readUserPath = [this](std::function<void()> then) {
-      model().runtimes().readUserPath(std::move(then));
-    };
-    const bool mayReadPath = !app_->practices();
-    if (mayReadPath && !context_.hasTerminal()) {
-      readUserPath([this] { look([this] { noProvider(); }); });
-    } else {
-      look([this, mayReadPath, readUserPath] {
-        if (!mayReadPath) return noProvider();
-        readUserPath([this] { look([this] { noProvider(); }); });
+    if (choices_.provider) {
+      whetherAvailable(context_, *app_, *choices_.provider, task_, choices_, [this](bool isReady) {
+        isReady ? start(*choices_.provider) : noProvider();
       });
+      return std::nullopt;
     }
+    const auto lookAgain = [this] {
+      model().runtimes().readUserPath([this] { look([this] { noProvider(); }); });
+    };
+    context_.hasTerminal() ? look(lookAgain) : lookAgain();
     return std::nullopt;
   }
 
   void look(std::function<void()> notFound) {
     model().router().probeForNextTurn({}, task_, [this, notFound = std::move(notFound)] {
       const auto found = model().router().expectedProvider({}, task_);
-      if (!found) return notFound();
-      if (const auto failure = start(*found)) context_.finish(std::unexpected(*failure));
+      found ? start(*found) : notFound();
     });
   }
 
   void noProvider() {
-    if (named_) return context_.finish(usageError(whatToDoFor(*app_, *named_)));
+    if (choices_.provider) {
+      return context_.finish(usageError(whatToDoFor(*app_, *choices_.provider)));
+    }
     const auto route = model().settings().routingMode();
     context_.finish(usageError(
         allowsAutomaticHandoff(route)
@@ -315,14 +316,18 @@ class Run : public std::enable_shared_from_this<Run> {
                           whatToDoFor(*app_, firstChoice(route)))));
   }
 
-  std::optional<UsageError> start(AgentProvider provider) {
+  void start(AgentProvider provider) {
+    if (const auto failure = drive(provider)) context_.finish(std::unexpected(*failure));
+  }
+
+  std::optional<UsageError> drive(AgentProvider provider) {
     const auto opened = openTask(model(), plan_, provider);
     if (!opened) return opened.error();
-    model().settingsOperations().chooseForThisProcess(plan_.mode, plan_.workflow);
     auto conversation = variant_.conversation
                             ? variant_.conversation(model(), *opened, plan_.prompt)
                             : std::expected<ThreadExecutionKey, UsageError>(*opened);
     if (!conversation) return conversation.error();
+    model().controls().chooseForTurns(*conversation, choices_);
     makePrinter();
     auto job = std::make_unique<ConversationJob>(
         context_, *conversation, *printer_, [this, key = *conversation] {
@@ -341,9 +346,12 @@ class Run : public std::enable_shared_from_this<Run> {
         context_.answers().isTerminal() && context_.console.isOutputTerminal();
     std::vector<std::unique_ptr<Job>> jobs;
     jobs.push_back(std::move(job));
-    Session::begin(
-        context_, std::move(jobs), {.answerKind = plan_.answer, .hearsPrompts = hearsPrompts},
-        [this](int status) { return ended_ ? ended_(status) : context_.finish(status); });
+    Session::begin(context_, std::move(jobs),
+                   {.answerKind = plan_.answer, .hearsPrompts = hearsPrompts},
+                   [this, key = *conversation](int status) {
+                     model().controls().chooseForTurns(key, {});
+                     return ended_ ? ended_(status) : context_.finish(status);
+                   });
     return std::nullopt;
   }
 
@@ -366,7 +374,7 @@ class Run : public std::enable_shared_from_this<Run> {
          .runtime = plan_.practiceAgent ? "The practice agent" : label,
          .folder = folder,
          .earlierEntries = model().tree().thread(key)->entries.size() - newEntries,
-         .permissionNotice = permissionNotice(model(), provider),
+         .permissionNotice = permissionNotice(model(), provider, choices_),
          .resumeCommand = context_.console.asTyped("vantrell run " + resumeOptions(provider))});
   }
 
@@ -391,7 +399,7 @@ class Run : public std::enable_shared_from_this<Run> {
   const RunPlan plan_;
   const RunVariant variant_;
   const std::function<void(int)> ended_;
-  std::optional<AgentProvider> executableOwner_, named_;
+  RunChoices choices_;
   VantrellApp* app_ = nullptr;
   std::optional<ThreadExecutionKey> task_;
   std::unique_ptr<RunObserver> printer_;

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/core/run_choices.h"
 #include "shell/terminal/command_context.h"
 
 namespace vantrell::shell {
@@ -93,11 +94,15 @@ std::expected<std::optional<ThreadExecutionKey>, UsageError> existingTask(const 
 std::expected<ThreadExecutionKey, UsageError> openTask(AppModel& model, const RunPlan& plan,
                                                        AgentProvider provider);
 /// What the permission mode means, where the agent may act unasked; else empty.
-std::string_view permissionNotice(const AppModel& model, AgentProvider provider);
+std::string_view permissionNotice(const AppModel& model, AgentProvider provider,
+                                  const RunChoices& choices);
+/// What the plan chooses for the turns that it drives.
+RunChoices runChoicesOf(const RunPlan& plan);
 /// Goes on with whether the provider can be used, for the task if there is one, once all that this
 /// depends on is known.
 void whetherAvailable(CommandContext& context, VantrellApp& app, AgentProvider provider,
-                      std::optional<ThreadExecutionKey> task, std::function<void(bool)> then);
+                      std::optional<ThreadExecutionKey> task, const RunChoices& choices,
+                      std::function<void(bool)> then);
 /// Why a provider cannot be used now, and what helps.
 std::string whatToDoFor(const VantrellApp& app, AgentProvider provider);
 

@@ -33,16 +33,11 @@ std::shared_ptr<RuntimeSurvey> RuntimeSurvey::of(CommandContext& context) {
 RuntimeSurvey::RuntimeSurvey(CommandContext& context)
     : context_(context),
       defaults_(storedOrNone(context)),
-      programs_(VantrellApp::programsOfThisSession(context.main, pool_, nullptr,
-                                                   executableChoice({}, *defaults_))),
+      programs_(VantrellApp::programsOfThisSession(context.main, pool_, nullptr, *defaults_)),
       changes_(context.main),
       runtimes_(std::make_shared<InstalledRuntimes>(changes_, programs_)),
       secrets_(UserFolders{}.orOwn().secretStore(), context.main, pool_),
-      services_({.main = context.main,
-                 .pool = pool_,
-                 .defaults = *defaults_,
-                 .secrets = secrets_,
-                 .customExecutable = programs_.customExecutable}),
+      services_({.main = context.main, .pool = pool_, .defaults = *defaults_, .secrets = secrets_}),
       observation_(changes_.observe([this](const ChangeBatch&) {
         if (answered_) whenAnswered(std::exchange(answered_, nullptr));
       })) {}

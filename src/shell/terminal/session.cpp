@@ -40,6 +40,7 @@ void Session::begin(CommandContext& context, std::vector<std::unique_ptr<Job>> j
   const std::shared_ptr<Session> session(
       new Session(context, std::move(jobs), std::move(options), std::move(ended)));
   context.keep(session);
+  context.acceptCommands();
   session->begin();
 }
 
@@ -62,7 +63,8 @@ void Session::begin() {
   });
   // Back-pressure: a slow reader throttles the agents only.
   context_.console.onFullChanged([this, self](bool isFull) {
-    if (self.lock()) context_.model().setReceiving(!isFull);
+    if (!self.lock()) return;
+    for (auto& each : jobs_) each.job->setReceiving(!isFull);
   });
   context_.main.post([this, self] {
     if (!self.lock() || isStopped_) return;
@@ -291,7 +293,12 @@ void Session::end() {
   for (auto& each : jobs_) {
     if (!each.hasEnded) each.job->conclude();
   }
-  context_.model().endAllWork();
+  // A process of its own ends all; where others work as well, each ends its own.
+  if (!context_.sharesState()) context_.model().endAllWork();
+  for (auto& each : jobs_) {
+    each.job->setReceiving(true);
+    each.job->endWork();
+  }
   context_.model().changes().deliver();
   observation_ = {};
   for (auto& each : jobs_) {

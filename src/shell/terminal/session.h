@@ -39,6 +39,10 @@ class Job {
   virtual void typed(const std::string&) {}
   /// The session is about to write.
   virtual void makeRoom() {}
+  /// Holds back what its agent says, or lets it flow again.
+  virtual void setReceiving(bool) {}
+  /// Ends its agent where that is still at work.
+  virtual void endWork() = 0;
   /// It is over: before the clients end, and after that, when it says how it ended.
   virtual void conclude() {}
   virtual void tellEnd() = 0;

@@ -156,7 +156,6 @@ void show(CommandContext& context) {
 
 // ---- export, say --------------------------------------------------------------------------------
 
-
 void exportTask(CommandContext& context) {
   context.viewTask(
       [&](const StateView&, const Workspace& workspace, const ChatThread& thread) -> Outcome {

@@ -67,7 +67,7 @@ void TranscriptPrinter::remark(std::string_view text) {
 
 void TranscriptPrinter::introduced(const RunIntroduction& introduction) {
   resumeCommand_ = fmt::format("{} {}", introduction.resumeCommand,
-                         introduction.conversation.threadID.text().substr(0, taskIDShown));
+                               introduction.conversation.threadID.text().substr(0, taskIDShown));
   remark(fmt::format("{} in {}", sanitized(introduction.runtime), sanitized(introduction.folder)));
   if (!introduction.permissionNotice.empty()) line(style_.yellow(introduction.permissionNotice));
   if (introduction.earlierEntries != 0) {
