@@ -15,25 +15,19 @@ class Router::AvailabilityCheck {
   /// Without a key: in general, with the choices of the selected conversation.
   AvailabilityCheck(const Router& router, const std::optional<ThreadExecutionKey>& key)
       : router_(router),
-        thread_(threadOf(router, key)),
+        key_(key),
         context_(key ? router.core_.setup.connectorContext(AgentProvider::grok, *key)
                      : router.core_.setup.connectorContext(AgentProvider::grok)) {}
 
   bool isAvailable(AgentProvider provider) {
     if (!context_ || !router_.providerAllowed(provider)) return false;
-    context_->selectedModel = thread_ ? thread_->modelID(provider) : std::nullopt;
-    context_->selectedEffort = thread_ ? thread_->effort(provider) : std::nullopt;
+    router_.core_.setup.setChoices(*context_, provider, key_);
     return router_.core_.setup.connector(provider).isAvailable(*context_);
   }
 
  private:
-  static const ChatThread* threadOf(const Router& router, std::optional<ThreadExecutionKey> key) {
-    if (!key) key = router.core_.selection.key();
-    return key ? router.core_.tree.thread(*key) : nullptr;
-  }
-
   const Router& router_;
-  const ChatThread* const thread_;
+  const std::optional<ThreadExecutionKey> key_;
   std::optional<ProviderConnectorContext> context_;
 };
 
@@ -300,7 +294,6 @@ Result<> Router::handoff(AgentProvider to, ProviderHandoffScope scope,
     } else {
       thread.nextMessageProvider = to;
     }
-    thread.updatedAt = core_.main.now();
   });
   core_.tree.appendSystemEntry(
       fmt::format("Next turn will continue with {} · {}.", shortLabel(to), label(scope)), key);
