@@ -25,6 +25,7 @@
 #include "engine/tasks/update_preparation.h"
 #include "engine/tasks/workspace_operations.h"
 #include "engine/turns/agent_launcher.h"
+#include "engine/turns/agent_reports.h"
 #include "engine/turns/approvals.h"
 #include "engine/turns/composer.h"
 #include "engine/turns/execution_monitor.h"
@@ -32,7 +33,9 @@
 #include "engine/turns/session_intake.h"
 #include "engine/turns/session_status_service.h"
 #include "engine/turns/turn_outcome.h"
+#include "engine/turns/turn_prompts.h"
 #include "engine/turns/turn_runner.h"
+#include "engine/turns/turn_starter.h"
 #include "engine/turns/usage_reset.h"
 #include "records/stores/orchestration_store.h"
 
@@ -69,10 +72,13 @@ struct AppParts {
   Approvals approvals;
   PromptQueue queue;
   SessionStatusService status;
+  AgentReports reports;
   const std::shared_ptr<AgentLauncher> launcher;
   const std::shared_ptr<UsageReset> usageReset;
   const std::shared_ptr<TurnOutcome> outcome;
+  const std::shared_ptr<TurnPrompts> prompts;
   const std::shared_ptr<TurnRunner> turns;
+  const std::shared_ptr<TurnStarter> starter;
   const std::shared_ptr<Composer> composer;
   const std::shared_ptr<ExecutionMonitor> monitor;
 

@@ -114,54 +114,5 @@ TEST_F(ImaginePipes, FilesAreFoundHoweverTheyAreNamed) {
   }
 }
 
-TEST_F(ImaginePipes, PromptAtOnceBehindACancelledOneIsServedWhenThatHasEnded) {
-  const auto fox = folder.file("fox.png", "fox");
-  const auto owl = folder.file("owl.png", "owl");
-  const auto drawing = opened().expectPrompt().say("Drawing").expect("\"session/cancel\"");
-  const auto drawOwl = [&](ACPAgentScript script) {
-    return script.expect(R"("text":"/imagine an owl")").say(owl).endTurn().hang();
-  };
-  auto late = drawing;
-  late.say("Late: " + fox);
-  // The answer to the first prompt, the client's third request: others have come since.
-  late.send(R"({"jsonrpc":"2.0","id":3,"result":{"stopReason":"cancelled"}})");
-  auto ends = drawing;
-  const struct {
-    const char* what;
-    std::vector<ACPAgentScript> scripts;
-    std::vector<std::string> made;
-  } cases[] = {
-      {"an agent that ends the turn", {drawOwl(late)}, {"a fox: fox", "an owl: owl"}},
-      {"one that ends as a whole", {ends.line("exit 3"), drawOwl(opened())}, {"an owl: owl"}},
-  };
-  for (const auto& each : cases) {
-    SCOPED_TRACE(each.what);
-    scripts_ = each.scripts;
-    startAnew();
-    generate("a fox");
-    await([this] { return imagine().imagineProgress() == "Drawing"; });
-    imagine().cancelImagine();
-    generate("an owl");
-    EXPECT_EQ(imagine().imagineState(), ConnectionState::working());
-    await([this] { return isOver(); });
-    EXPECT_EQ(imagine().imagineState(), ConnectionState::ready());
-    EXPECT_THAT(made(), ::testing::UnorderedElementsAreArray(each.made));
-  }
-}
-
-TEST_F(ImaginePipes, DeathInTheMiddleKeepsWhatWasMadeAndTheNextPromptHasAnotherAgent) {
-  const auto fox = folder.file("fox.png", "fox");
-  scripts_ = {opened().expectPrompt().say(fox).line("error out of paint\\n").line("exit 3"),
-              opened().expectPrompt().endTurn().hang()};
-  start();
-  generate("a fox");
-  await([this] { return imagine().imagineState().text == "out of paint" && isOver(); });
-  EXPECT_EQ(made(), std::vector<std::string>{"a fox: fox"});
-  EXPECT_EQ(app->selected().errorMessage(), "out of paint");
-  generate("an owl");
-  await([this] { return isOver(); });
-  EXPECT_EQ(imagine().imagineState(), ConnectionState::ready());
-}
-
 }  // namespace
 }  // namespace vantrell::tests

@@ -186,26 +186,6 @@ TEST_F(InstalledRuntimesTest, ToAskSeveralIsNotOverBeforeTheLastHasAnswered) {
   EXPECT_EQ(signedInWhenOver, std::vector{true}) << "also when the PATH is known";
 }
 
-TEST_F(InstalledRuntimesTest, UsersPathIsReadOnceForAllWhoWaitAndStartsNoProgram) {
-  std::vector<std::function<void()>> readings;
-  programs_.readUserPath = [&](std::function<void()> done) { readings.push_back(std::move(done)); };
-  makeRuntimes();
-  install(kimi, logging + std::string("echo 1"));
-  int known = 0;
-  runtimes_->readUserPath([&] { ++known; });
-  runtimes_->readUserPath([&] { ++known; });
-  ASSERT_EQ(readings.size(), 1U);
-  EXPECT_EQ(known, 0);
-  EXPECT_TRUE(runtimes_->isReadingUserPath());
-  readings[0]();
-  EXPECT_EQ(known, 2);
-  runtimes_->readUserPath([&] { ++known; });
-  EXPECT_EQ(known, 3);
-  EXPECT_EQ(readings.size(), 1U);
-  EXPECT_FALSE(runtimes_->isAsking());
-  EXPECT_EQ(starts(kimi, "--version"), 0U);
-}
-
 // ---- signing in ---------------------------------------------------------------------------------
 
 TEST_F(InstalledRuntimesTest, LogInShowsThatItRunsThenWhyItFailedThenTheFreshStatus) {

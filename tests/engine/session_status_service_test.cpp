@@ -34,7 +34,9 @@ TEST_F(SessionStatusServiceTest, FollowsATaskThroughItsPhases) {
   EXPECT_EQ(ask("Are you still working?"),
             "Yes—Kimi is still marked as working, but activity is currently quiet.\n\n"
             "- **Running:** 2m 15s\n- **Activity:** Quiet for 2m 10s");
-  app->selected().send("And then the tests", {});
+  ChatAttachment file;
+  file.path = "a.txt";
+  app->selected().send("status", {file});  // with an attachment it is the agent's to answer
   client().onPermissionRequest({7, "Run npm test", "", {}});
   EXPECT_EQ(ask(),
             "Kimi is paused and waiting for your approval.\n\n- **Running:** 2m 15s\n"

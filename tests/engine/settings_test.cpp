@@ -48,21 +48,6 @@ TEST_F(StoredSettings, UnknownTextsAndOtherTypesAreTheDefaults) {
   }
 }
 
-TEST_F(StoredSettings, EveryStoredTextIsReadBack) {
-  for (const auto text : rawTexts(GrokPermissionMode{})) {
-    defaults_->setText("grokPermissionMode.v1", text);
-    EXPECT_EQ(rawText(loaded().permissionMode()), text);
-  }
-  for (const auto text : rawTexts(ProviderRoutingMode{})) {
-    defaults_->setText("providerRoutingMode.v1", text);
-    EXPECT_EQ(rawText(loaded().routingMode()), text);
-  }
-  for (const auto text : rawTexts(TaskWorkflowMode{})) {
-    defaults_->setText("taskWorkflowMode.v1", text);
-    EXPECT_EQ(rawText(loaded().workflowMode()), text);
-  }
-}
-
 TEST_F(StoredSettings, AGuardThatIsOffStaysOff) {
   loaded();
   auto settings = loaded();

@@ -104,24 +104,6 @@ TEST_F(UsageTrackerTest, LedgerOutlivesTheProgramAndDropsItsOldest) {
   EXPECT_EQ(model->usage.usage(claude), nullptr) << "usage itself is not stored";
 }
 
-TEST_F(UsageTrackerTest, AllowanceComesBackAtItsResetTime) {
-  start();
-  EXPECT_FALSE(model->usage.isExhausted(kimi));
-  model->usage.markExhausted(kimi);
-  main.advance(24h);
-  EXPECT_TRUE(model->usage.isExhausted(kimi)) << "nobody has said when it ends";
-
-  auto usage = usageOf(codex, 100);
-  usage.exhausted = true;
-  usage.resetsAt = main.now() + Seconds(60);
-  model->usage.reported(usage);
-  main.advance(59s);
-  EXPECT_TRUE(model->usage.isExhausted(codex));
-  main.advance(1s);
-  EXPECT_FALSE(model->usage.isExhausted(codex));
-  EXPECT_EQ(model->usage.usage(codex), nullptr) << "what was known of it is void";
-}
-
 // ---- the manual reset, with a real client ------------------------------------------------------
 
 class UsageResetTest : public UsageTrackerTest {

@@ -34,15 +34,16 @@ class ProviderSetup {
   /// user's home.
   ProviderConnectorContext connectorContext(
       AgentProvider provider, const std::optional<std::string>& workspacePath = {}) const;
-  /// Puts in what was chosen for the turns of a conversation.
-  void applyChoices(ProviderConnectorContext& context, AgentProvider provider,
-                    const RunChoices& choices) const;
   /// For any conversation, in the folder that it works in; nullopt when there is none.
   std::optional<ProviderConnectorContext> connectorContext(AgentProvider provider,
                                                            const ThreadExecutionKey& key) const;
   /// What a client of the provider would be started with now: its mode and its program.
   RunChoices choicesFor(AgentProvider provider, const ThreadExecutionKey& key) const;
   static RunChoices choicesOf(const ProviderConnectorContext& context);
+  /// Puts in what is chosen for the provider: by the conversation, without a key the selected one,
+  /// and for its turns.
+  void setChoices(ProviderConnectorContext& context, AgentProvider provider,
+                  std::optional<ThreadExecutionKey> key, const RunChoices& choices) const;
   /// What to tell the user for a provider's words.
   std::string advice(const std::string& description, AgentProvider provider,
                      const ThreadExecutionKey& key) const;
@@ -56,6 +57,9 @@ class ProviderSetup {
   void configureTaskletWebhookURL(const std::string& text, std::function<void(Result<>)> done);
 
  private:
+  /// Puts in what was chosen for the turns of a conversation.
+  void applyChoices(ProviderConnectorContext& context, AgentProvider provider,
+                    const RunChoices& choices) const;
   ProviderConnectorContext contextOf(AgentProvider provider, const ChatThread* thread,
                                      const RunChoices& choices) const;
 

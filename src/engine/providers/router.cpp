@@ -19,27 +19,20 @@ class Router::AvailabilityCheck {
                     RunChoices choices)
       : router_(router),
         choices_(std::move(choices)),
-        thread_(threadOf(router, key)),
+        key_(key),
         context_(key ? router.core_.setup.connectorContext(AgentProvider::grok, *key)
                      : router.core_.setup.connectorContext(AgentProvider::grok)) {}
 
   bool isAvailable(AgentProvider provider) {
     if (!context_ || !router_.providerAllowed(provider)) return false;
-    context_->selectedModel = thread_ ? thread_->modelID(provider) : std::nullopt;
-    context_->selectedEffort = thread_ ? thread_->effort(provider) : std::nullopt;
-    router_.core_.setup.applyChoices(*context_, provider, choices_);
+    router_.core_.setup.setChoices(*context_, provider, key_, choices_);
     return router_.core_.setup.connector(provider).isAvailable(*context_);
   }
 
  private:
-  static const ChatThread* threadOf(const Router& router, std::optional<ThreadExecutionKey> key) {
-    if (!key) key = router.core_.selection.key();
-    return key ? router.core_.tree.thread(*key) : nullptr;
-  }
-
   const Router& router_;
   const RunChoices choices_;
-  const ChatThread* const thread_;
+  const std::optional<ThreadExecutionKey> key_;
   std::optional<ProviderConnectorContext> context_;
 };
 
@@ -320,7 +313,6 @@ Result<> Router::handoff(AgentProvider to, ProviderHandoffScope scope,
     } else {
       thread.nextMessageProvider = to;
     }
-    thread.updatedAt = core_.main.now();
   });
   core_.tree.appendSystemEntry(
       fmt::format("Next turn will continue with {} · {}.", shortLabel(to), label(scope)), key);

@@ -21,10 +21,8 @@ class Router : public std::enable_shared_from_this<Router> {
   using Providers = std::set<AgentProvider>;
 
   struct Dependencies {
-    MainQueue& main;
     Settings& settings;
     WorkspaceTree& tree;
-    const Selection& selection;
     ExecutionTable& executions;
     RunLifecycle& runs;
     ProviderSetup& setup;
@@ -44,6 +42,8 @@ class Router : public std::enable_shared_from_this<Router> {
   bool providerAvailable(AgentProvider provider, const std::optional<ThreadExecutionKey>& key,
                          const RunChoices& choices) const;
   bool isExhausted(AgentProvider provider) { return core_.usage.isExhausted(provider); }
+  /// A turn has failed because the allowance is used up.
+  void markExhausted(AgentProvider provider) { core_.usage.markExhausted(provider); }
   /// Some provider of the route is available; without a key: to a new conversation.
   bool hasRunnableProvider(const std::optional<ThreadExecutionKey>& key) const;
   /// Whether an exhausted allowance may hand the task on by itself.
