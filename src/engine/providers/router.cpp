@@ -46,8 +46,7 @@ bool Router::providerAvailable(AgentProvider provider) const {
   return AvailabilityCheck(*this, std::nullopt).isAvailable(provider);
 }
 
-bool Router::providerAvailable(AgentProvider provider,
-                               const std::optional<ThreadExecutionKey>& key,
+bool Router::providerAvailable(AgentProvider provider, const std::optional<ThreadExecutionKey>& key,
                                const RunChoices& choices) const {
   return AvailabilityCheck(*this, key, choices).isAvailable(provider);
 }

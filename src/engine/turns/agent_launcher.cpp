@@ -50,9 +50,9 @@ void AgentLauncher::startCompleted(const Attempt& attempt, AgentSession::StartRe
   }
   core_.executions.execution(attempt.key).endClient();
   const std::string& description = result.error().localizedDescription();
-  core_.runs.failed(
-      attempt.key, attempt.runID,
-      {.description = description, .text = core_.setup.advice(description, attempt.provider, attempt.key)});
+  core_.runs.failed(attempt.key, attempt.runID,
+                    {.description = description,
+                     .text = core_.setup.advice(description, attempt.provider, attempt.key)});
   forgetLostSession(attempt, description);
 }
 

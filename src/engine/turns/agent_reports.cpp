@@ -19,9 +19,9 @@ class AgentReports::Listener : public AgentSession::Listener {
   void agentReplayStarted() override { core_.intake.replayStarted(key_); }
   void agentReplayFailed() override { core_.intake.replayFailed(key_); }
   void agentReportedUsage(const ProviderUsage& usage) override { core_.usage.reported(usage); }
-  void agentReportedModels(std::vector<ProviderModelOption> options) override {
-    const auto provider = core_.executions.execution(key_).activeProvider;
-    if (provider) core_.catalog.reported(*provider, std::move(options));
+  void agentReportedModels(AgentProvider provider,
+                           std::vector<ProviderModelOption> options) override {
+    core_.catalog.reported(provider, std::move(options));
   }
   void agentEndedCancelledPrompts() override {
     core_.runs.endOpenTools(key_);

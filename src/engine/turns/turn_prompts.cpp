@@ -11,9 +11,9 @@ namespace vantrell {
 void TurnPrompts::assemble(const ThreadExecutionKey& key, std::string text,
                            std::vector<ChatAttachment> attachments, Then then) {
   core_.context.projectContextPrompt(
-      key,
-      [text = std::move(text), attachments = std::move(attachments),
-       mode = core_.settings.workflowModeFor(core_.executions.choicesFor(key)), then = std::move(then)](const std::string& context) {
+      key, [text = std::move(text), attachments = std::move(attachments),
+            mode = core_.settings.workflowModeFor(core_.executions.choicesFor(key)),
+            then = std::move(then)](const std::string& context) {
         then(assemblePrompt(text, attachments, mode, context));
       });
 }

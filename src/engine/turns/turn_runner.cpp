@@ -76,7 +76,8 @@ void TurnRunner::performSend(const std::string& prompt, const Turn& turn, AgentP
 void TurnRunner::turnFailed(const AgentError& error, const Turn& turn, AgentProvider provider) {
   if (!isUsageLimitFailure(error)) return core_.outcome.failed(error, turn, provider);
   core_.router.markExhausted(provider);
-  if (!core_.router.allowsAutomaticHandoff(turn.key)) return core_.outcome.failed(error, turn, provider);
+  if (!core_.router.allowsAutomaticHandoff(turn.key))
+    return core_.outcome.failed(error, turn, provider);
   const auto isDecided = std::make_shared<bool>(false);
   core_.router.probeForHandoff(provider, turn.attempted, turn.key,
                                weakly(this, [error, turn, provider, isDecided](TurnRunner& self) {
