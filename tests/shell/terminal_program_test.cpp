@@ -87,7 +87,8 @@ TEST_F(TerminalProgram, WrongUsageIsToldBeforeAnythingIsChanged) {
       {{"run", "--practice", "--attach", "missing.txt", "x"}, "/project/missing.txt"},
       {{"run", "--provider", "codecs", "x"}, "codex"},
       {{"run", "--provider", "kimi", "--executable", "no-such-program", "x"}, "in PATH"},
-      {{"run", "--provider", "kimi", "--executable", "./none", "x"}, "/project/none cannot be executed"},
+      {{"run", "--provider", "kimi", "--executable", "./none", "x"},
+       "/project/none cannot be executed"},
       {{"run", "--practice", " \n "}, "The prompt is empty"},
       {{"run", "--jsn", "x"}, "Did you mean --json?"},
   };
@@ -99,6 +100,23 @@ TEST_F(TerminalProgram, WrongUsageIsToldBeforeAnythingIsChanged) {
     EXPECT_TRUE(done->error.contains(part)) << done->error;
   }
   EXPECT_EQ(home.names(), std::set<std::string>{"project"});
+}
+
+TEST_F(TerminalProgram, WorksInNoFolderThatIsGoneOrHasNoNameInUtf8) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"mkdir gone; cd gone; rmdir ../gone", "There is no folder"},
+      {"mkdir caf\xE9; cd caf\xE9", "not valid UTF-8"},
+  };
+  for (const auto& [place, part] : cases) {
+    auto options = practice({});
+    options.arguments = {"-c", place + "; exec \"$0\" run --practice READ:/etc/hostname",
+                         options.executable};
+    options.executable = "/bin/bash";
+    const auto done = run(options);
+    EXPECT_EQ(code(done), 2) << part;
+    EXPECT_EQ(done->output, "");
+    EXPECT_TRUE(done->error.contains(part)) << done->error;
+  }
 }
 
 TEST_F(TerminalProgram, NoRuntimeAndUnknownTaskSayWhatToDo) {
