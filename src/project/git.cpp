@@ -85,10 +85,6 @@ struct Command {
   }
   void output(std::string_view bytes) {
     if (isOver) return;
-    if (options.onOutput) {
-      if (!options.onOutput(bytes)) finish(-1);
-      return;
-    }
     written += bytes.size();
     append(result.output, bytes, options.keptOutput);
     result.wasCut = written > result.output.size();

@@ -6,7 +6,6 @@
 
 #include <chrono>
 #include <cstddef>
-#include <functional>
 #include <optional>
 #include <stop_token>
 #include <string>
@@ -26,9 +25,6 @@ struct GitOptions {
   bool isReadOnly = false;
   /// Bytes of output that are kept: the first ones. The rest is read and dropped.
   std::size_t keptOutput = std::size_t{64} << 20;
-  /// Takes the output instead, all of it, as it comes; on another thread, one call at a time, none
-  /// after the command has been answered. While it works, git waits. False ends the command.
-  std::function<bool(std::string_view bytes)> onOutput;
   /// From the start; then git is ended.
   std::optional<std::chrono::milliseconds> limit;
   /// Ends git when that is requested, from any thread.

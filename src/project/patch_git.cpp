@@ -1,12 +1,8 @@
 #include "project/patch_git.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <unistd.h>
 
-#include "platform/files/descriptor.h"
 #include "platform/files/files.h"
 #include "platform/text/text.h"
 
@@ -57,7 +53,7 @@ GitOptions PatchGit::with(GitOptions options) const {
   options.configuration.insert(options.configuration.begin(), neutralConfiguration().begin(),
                                neutralConfiguration().end());
   options.limit = budget_.timeLeft();
-  options.keptOutput = std::size_t{1} << 30;  // lists of paths: half a list is worse than none
+  options.keptOutput = std::size_t{1} << 30;  // half a list or patch is worse than none
   return options;
 }
 
@@ -77,7 +73,7 @@ TaskSafetyResult<GitResult> PatchGit::queryOrFail(std::vector<std::string> argum
   GitResult result = query(std::move(arguments), std::move(options));
   if (!result.succeeded()) return std::unexpected(gitError(result));
   if (result.wasCut) {
-    return std::unexpected(TaskSafetyError::commandFailed("The project has too many files."));
+    return std::unexpected(TaskSafetyError::commandFailed("There are too many files or changes."));
   }
   return result;
 }
@@ -101,38 +97,10 @@ std::string PatchGit::indexFile() const {
 
 TaskSafetyResult<> PatchGit::write(std::vector<std::string> arguments, const std::string& file,
                                    GitOptions options) const {
-  const std::string partial = file + ".partial";
-  const auto failed = [&](std::string_view what) {
-    const int code = errno;
-    ::unlink(partial.c_str());
-    return std::unexpected(TaskSafetyError::filesFailed(what, file, code));
-  };
-  Descriptor target(
-      ::open(partial.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
-  if (!target) return failed("create");
-  int writeError = 0;
-  const auto take = [&](std::string_view bytes) {
-    while (!bytes.empty()) {
-      const ssize_t written = ::write(target.get(), bytes.data(), bytes.size());
-      if (written < 0 && errno == EINTR) continue;
-      if (written < 0) {
-        writeError = errno;
-        return false;
-      }
-      bytes.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return true;
-  };
-  options.onOutput = take;
-  const GitResult result = query(std::move(arguments), std::move(options));
-  errno = writeError;
-  if (writeError != 0) return failed("write");
-  if (!result.succeeded()) {
-    ::unlink(partial.c_str());
-    return std::unexpected(gitError(result));
-  }
-  if (::close(target.release()) != 0) return failed("write");
-  if (::rename(partial.c_str(), file.c_str()) != 0) return failed("write");
+  const auto result = queryOrFail(std::move(arguments), std::move(options));
+  if (!result) return std::unexpected(result.error());
+  const auto written = files::writeAtomically(file, result->output, 0600, files::Links::replace);
+  if (!written) return std::unexpected(TaskSafetyError::filesFailed(written.error().description));
   return {};
 }
 

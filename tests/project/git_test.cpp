@@ -38,25 +38,6 @@ TEST(Git, KeepsTheFirstBytesAndReadsToTheEnd) {
   EXPECT_EQ(cut.output, std::string(1000, 'x'));
   EXPECT_TRUE(cut.wasCut);
   EXPECT_EQ(cut.status, 0);
-
-  std::size_t seen = 0;
-  const GitResult streamed =
-      runGit(repository.path(), {"show", "HEAD:big"}, {.onOutput = [&](std::string_view bytes) {
-               seen += bytes.size();
-               return true;
-             }});
-  EXPECT_EQ(seen, 3'000'000);
-  EXPECT_TRUE(streamed.output.empty());
-  EXPECT_TRUE(streamed.succeeded());
-
-  seen = 0;
-  const GitResult refused =
-      runGit(repository.path(), {"show", "HEAD:big"}, {.onOutput = [&](std::string_view) {
-               ++seen;
-               return false;
-             }});
-  EXPECT_EQ(refused.status, -1);
-  EXPECT_EQ(seen, 1);
 }
 
 TEST(Git, EndsACommandThatTakesTooLong) {

@@ -1,5 +1,6 @@
 #include "records/stores/imagine_directory.h"
 
+#include <filesystem>
 #include <gtest/gtest.h>
 
 #include "support/in_child.h"
@@ -10,46 +11,36 @@ namespace {
 
 using tests::TemporaryFolder;
 
-TEST(ImagineDirectory, IsMadeWhereThereIsNone) {
-  const TemporaryFolder folder;
-  const auto directory = imagineDirectory(folder / "vantrell");
-  ASSERT_TRUE(directory) << directory.error().description;
-  EXPECT_EQ(*directory, folder / "vantrell/Imagine");
-  EXPECT_TRUE(files::isFolder(*directory));
-  EXPECT_FALSE(files::exists(folder / "Larkmoor"));
-}
-
-TEST(ImagineDirectory, TakesOverThatOfTheEarlierName) {
-  const TemporaryFolder folder;
-  folder.file("Larkmoor/Imagine/history.json", "[]");
-  folder.file("Larkmoor/Imagine/deep/picture.png", "png");
-  folder.file("Larkmoor/other", "stays");
-  const auto directory = imagineDirectory(folder / "vantrell/");
-  ASSERT_TRUE(directory) << directory.error().description;
-  EXPECT_EQ(TemporaryFolder::contentOf(*directory + "/history.json"), "[]");
-  EXPECT_EQ(TemporaryFolder::contentOf(*directory + "/deep/picture.png"), "png");
-  EXPECT_FALSE(files::exists(folder / "Larkmoor/Imagine"));
-  EXPECT_TRUE(files::exists(folder / "Larkmoor/other"));
-  EXPECT_EQ(imagineDirectory(folder / "vantrell").value(), *directory) << "and again";
-}
-
-TEST(ImagineDirectory, LeavesTheEarlierOneAloneWhereThereAreBoth) {
-  const TemporaryFolder folder;
-  folder.file("Larkmoor/Imagine/old.png", "old");
-  folder.file("vantrell/Imagine/new.png", "new");
-  ASSERT_TRUE(imagineDirectory(folder / "vantrell"));
-  EXPECT_EQ(folder.names("vantrell/Imagine"), std::set<std::string>{"new.png"});
-  EXPECT_EQ(folder.names("Larkmoor/Imagine"), std::set<std::string>{"old.png"});
-}
-
-TEST(ImagineDirectory, SaysWhyItCannotBeHad) {
-  const TemporaryFolder folder;
-  folder.file("vantrell", "a file where the folder should be");
-  folder.file("Larkmoor/Imagine/old.png", "old");
-  const auto directory = imagineDirectory(folder / "vantrell");
-  ASSERT_FALSE(directory);
-  EXPECT_NE(directory.error().description.find(folder / "vantrell"), std::string::npos);
-  EXPECT_EQ(folder.names("Larkmoor/Imagine"), std::set<std::string>{"old.png"});
+TEST(ImagineDirectory, IsMadeOrTakenOverFromTheEarlierName) {
+  const struct {
+    std::vector<const char*> before, after;
+    bool isThere = true;
+  } cases[] = {
+      {{}, {}},
+      {{"Larkmoor/Imagine/history.json", "Larkmoor/Imagine/deep/a.png", "Larkmoor/other"},
+       {"vantrell/Imagine/history.json", "vantrell/Imagine/deep/a.png", "Larkmoor/other"}},
+      {{"Larkmoor/Imagine/old.png", "vantrell/Imagine/new.png"},
+       {"Larkmoor/Imagine/old.png", "vantrell/Imagine/new.png"}},
+      {{"Larkmoor/Imagine/old.png", "vantrell"}, {"Larkmoor/Imagine/old.png", "vantrell"}, false},
+  };
+  for (const auto& each : cases) {
+    const TemporaryFolder folder;
+    for (const auto* path : each.before) folder.file(path, path);
+    const auto directory = imagineDirectory(folder / "vantrell/");
+    ASSERT_EQ(directory.has_value(), each.isThere);
+    if (directory) {
+      EXPECT_EQ(*directory, folder / "vantrell/Imagine");
+      EXPECT_TRUE(files::isFolder(*directory));
+    } else {
+      EXPECT_TRUE(directory.error().description.contains(folder / "vantrell"));
+    }
+    std::size_t count = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder.path())) {
+      count += entry.is_regular_file() ? 1 : 0;
+    }
+    EXPECT_EQ(count, each.after.size());
+    for (const auto* path : each.after) EXPECT_TRUE(files::exists(folder / path)) << path;
+  }
 }
 
 TEST(ImagineDirectory, MovesToAnotherVolumeWholeOrNotAtAll) {

@@ -102,6 +102,23 @@ TEST_F(TerminalProgram, WrongUsageIsToldBeforeAnythingIsChanged) {
   EXPECT_EQ(home.names(), std::set<std::string>{"project"});
 }
 
+TEST_F(TerminalProgram, WorksInNoFolderThatIsGoneOrHasNoNameInUtf8) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"mkdir gone; cd gone; rmdir ../gone", "There is no folder"},
+      {"mkdir caf\xE9; cd caf\xE9", "not valid UTF-8"},
+  };
+  for (const auto& [place, part] : cases) {
+    auto options = practice({});
+    options.arguments = {"-c", place + "; exec \"$0\" run --practice READ:/etc/hostname",
+                         options.executable};
+    options.executable = "/bin/bash";
+    const auto done = run(options);
+    EXPECT_EQ(code(done), 2) << part;
+    EXPECT_EQ(done->output, "");
+    EXPECT_TRUE(done->error.contains(part)) << done->error;
+  }
+}
+
 TEST_F(TerminalProgram, NoRuntimeAndUnknownTaskSayWhatToDo) {
   auto without = vantrell({"run", "x"});
   without.environment["PATH"] = home / "nothing";

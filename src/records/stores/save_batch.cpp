@@ -32,15 +32,6 @@ std::size_t SaveBatch::rowCount() const {
          notes.size();
 }
 
-std::size_t SaveBatch::byteCount() const {
-  std::size_t bytes = threads.size() * sizeof(ThreadRow);
-  for (const auto& each : workspaces) bytes += each.second ? each.second->head.size() : 0;
-  for (const auto* rows : {&heads, &runs, &entries}) {
-    for (const auto& each : *rows) bytes += each.second.size();
-  }
-  return bytes;
-}
-
 void SaveBatch::add(SaveBatch later) {
   for (auto& [number, row] : later.threads) {
     if (row) continue;

@@ -46,9 +46,7 @@ struct SaveBatch {
   std::map<std::string, std::string> notes;
 
   bool empty() const;
-  /// For measuring: rows written, and their bytes.
   std::size_t rowCount() const;
-  std::size_t byteCount() const;
   /// Adds a later batch: what it says counts.
   void add(SaveBatch later);
 };

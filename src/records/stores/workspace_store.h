@@ -96,7 +96,6 @@ class WorkspaceStore {
   std::vector<Workspace> readFile();
   std::vector<Workspace> salvage(const std::string& reason);
   std::vector<Workspace> readDocument(std::vector<Workspace> fromFile);
-  std::optional<std::string> valueOfDocument() const;
   void forgetDocument();
   void dropWithoutFolder(std::vector<Workspace>& workspaces);
   void applyLoadRules(std::vector<Workspace>& workspaces);

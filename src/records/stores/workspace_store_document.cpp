@@ -14,44 +14,18 @@ namespace vantrell {
 namespace {
 
 constexpr std::string_view documentKey = "savedWorkspaces.v1";
-/// Note: which document of an earlier version this file has taken over.
-constexpr std::string_view documentNote = "document";
-
-/// FNV-1a, 64 bits: tells a document that was taken over from another one.
-std::string fingerprint(std::string_view bytes) {
-  std::uint64_t hash = 14695981039346656037U;
-  for (const char byte : bytes) hash = (hash ^ static_cast<unsigned char>(byte)) * 1099511628211U;
-  return fmt::format("{:016x} {}", hash, bytes.size());
-}
 
 }  // namespace
-
-/// Whatever lies under the document's key, of any type.
-std::optional<std::string> WorkspaceStore::valueOfDocument() const {
-  if (auto data = defaults_.data(documentKey)) return data;
-  if (auto text = defaults_.text(documentKey)) return text;
-  if (const auto number = defaults_.number(documentKey)) return fmt::format("{}", *number);
-  if (const auto boolean = defaults_.boolean(documentKey)) return *boolean ? "true" : "false";
-  return std::nullopt;
-}
 
 // Earlier versions kept the tree as one document in the defaults. It goes from there when all of it
 // is in the file, or quarantined.
 std::vector<Workspace> WorkspaceStore::readDocument(std::vector<Workspace> fromFile) {
-  const auto document = valueOfDocument();
+  const auto document = defaults_.data(documentKey);
   if (!document) return fromFile;
-  const std::string mark = fingerprint(*document);
-  const auto taken = notes_.find(std::string(documentNote));
-  if (taken != notes_.end() && taken->second == mark) {
-    documentMayGo_ = true;  // the end came between the two steps
-    return fromFile;
-  }
-  auto decoded = defaults_.data(documentKey) ? decodeWorkspaces(*document, conversationJson)
-                                             : std::unexpected(DecodeError{"", "it is not data"});
+  auto decoded = decodeWorkspaces(*document, conversationJson);
   const bool fileIsNew = fromFile.empty() && !notice_ && !refusal_;
   if (decoded && fileIsNew) {
     makeIDsUnique(*decoded);
-    newNotes_[std::string(documentNote)] = mark;
     documentMayGo_ = true;
     return std::move(*decoded);
   }
@@ -101,7 +75,7 @@ std::expected<WorkspaceStore::Peek, std::string> WorkspaceStore::peek() {
         fmt::format("The conversations in {} could not be read: {}", path_, reason));
   };
   if (!files::exists(path_)) {
-    const auto document = valueOfDocument();
+    const auto document = defaults_.data(documentKey);
     if (!document) return Peek{};
     auto decoded = decodeWorkspaces(*document, conversationJson);
     if (!decoded) return unreadableFile(decoded.error().text());

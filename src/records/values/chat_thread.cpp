@@ -124,8 +124,7 @@ std::vector<std::size_t> ChatThread::prepareForWorkspaceMove(std::string_view so
   for (auto& prompt : queuedPrompts) makeAbsolute(prompt.attachments, sourceFolder);
   makeAbsolute(draftAttachments, sourceFolder);
 
-  sessionId.reset();
-  providerSessionIDs.reset();
+  forgetSessions();
   importedSession.reset();
   isolatedWorkspacePath.reset();
   comparisonGroupID.reset();
