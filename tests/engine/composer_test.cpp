@@ -331,6 +331,10 @@ TEST_F(Composer, ExhaustedAllowanceHandsTheRunOn) {
   EXPECT_EQ(run().provider, AgentProvider::glm);
   EXPECT_EQ(run().routingReason, "Kimi allowance reached; continued with GLM.");
   EXPECT_EQ(texts().back(), "Kimi allowance reached. Automatically handed this task to GLM.");
+  const auto ofGLM = model->catalog->options(AgentProvider::glm);
+  kimi->onModelOptionsUpdate({ProviderModelOption::defaultOption({}), {"k2", "K2", "", true, {}}});
+  EXPECT_EQ(model->catalog->options(AgentProvider::kimi).at(1).id, "k2") << "late, and its own";
+  EXPECT_EQ(model->catalog->options(AgentProvider::glm), ofGLM);
 
   client().fails(AgentError("quota exceeded"));
   EXPECT_EQ(run().status, RunRecordStatus::failed) << "nothing is left to hand on to";
