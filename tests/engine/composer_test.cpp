@@ -311,6 +311,12 @@ TEST_F(Composer, ChangeOfProviderSendsACapsuleOnce) {
                                  folder / "project" + "\n\nREPOSITORY SNAPSHOT\n$ git status\n\n"));
   EXPECT_THAT(capsule, EndsWith("PROJECT CONTEXT\nNo project-level context was configured."));
   EXPECT_EQ(texts().back(), "Switched this task from Kimi to GLM with visible context attached.");
+  // A report of the replaced client that is still on its way counts for its own provider.
+  const auto ofGLM = model->catalog->options(AgentProvider::glm);
+  clients.front()->onModelOptionsUpdate(
+      {ProviderModelOption::defaultOption({}), {"k2", "K2", "", true, {}}});
+  EXPECT_EQ(model->catalog->options(AgentProvider::kimi).at(1).id, "k2");
+  EXPECT_EQ(model->catalog->options(AgentProvider::glm), ofGLM);
   client().finishes();
   send("And on");
   EXPECT_THAT(client().prompts.at(1), StartsWith("RESPONSE STYLE"));
@@ -331,10 +337,6 @@ TEST_F(Composer, ExhaustedAllowanceHandsTheRunOn) {
   EXPECT_EQ(run().provider, AgentProvider::glm);
   EXPECT_EQ(run().routingReason, "Kimi allowance reached; continued with GLM.");
   EXPECT_EQ(texts().back(), "Kimi allowance reached. Automatically handed this task to GLM.");
-  const auto ofGLM = model->catalog->options(AgentProvider::glm);
-  kimi->onModelOptionsUpdate({ProviderModelOption::defaultOption({}), {"k2", "K2", "", true, {}}});
-  EXPECT_EQ(model->catalog->options(AgentProvider::kimi).at(1).id, "k2") << "late, and its own";
-  EXPECT_EQ(model->catalog->options(AgentProvider::glm), ofGLM);
 
   client().fails(AgentError("quota exceeded"));
   EXPECT_EQ(run().status, RunRecordStatus::failed) << "nothing is left to hand on to";

@@ -37,7 +37,7 @@ ACPConfiguration acpConfiguration(AgentProvider provider, const Context& context
 
 /// What the client of an ACP provider is made of; absent when there can be none.
 std::optional<ACPConfiguration> acpConfiguration(AgentProvider provider,
-                                                 const ConnectorDependencies& dependencies,
+                                                 const ConnectorDependencies& uses,
                                                  const Context& context,
                                                  const std::string& program) {
   if (provider == AgentProvider::local) {
@@ -53,8 +53,7 @@ std::optional<ACPConfiguration> acpConfiguration(AgentProvider provider,
   }
   configuration.processArguments = {"acp"};
   if (provider == AgentProvider::glm) {
-    if (!configuration.model)
-      configuration.model = configuredModel(dependencies.defaults, provider);
+    if (!configuration.model) configuration.model = configuredModel(uses.defaults, provider);
     // Another model of OpenCode may be billed per use.
     if (!mayUseModel(provider, *configuration.model)) return std::nullopt;
     configuration.processArguments.insert(configuration.processArguments.end(),
@@ -63,14 +62,13 @@ std::optional<ACPConfiguration> acpConfiguration(AgentProvider provider,
   return configuration;
 }
 
-Client makeClient(AgentProvider provider, const ConnectorDependencies& dependencies,
-                  Context context) {
+Client makeClient(AgentProvider provider, const ConnectorDependencies& uses, Context context) {
   if (provider == AgentProvider::tasklet) {
-    const auto url = context.taskletConfigured ? dependencies.webhook->url() : std::nullopt;
+    const auto url = context.taskletConfigured ? uses.webhook->url() : std::nullopt;
     if (!url) return nullptr;
-    return TaskletClient::make(*url, context.workspaceName, dependencies.main, dependencies.http);
+    return TaskletClient::make(*url, context.workspaceName, uses.main, uses.http);
   }
-  const auto program = findRuntime(provider, dependencies.customExecutable(provider));
+  const auto program = findRuntime(provider, uses.customExecutable(provider));
   if (!program) return nullptr;
   // The runtime's own choice goes by that id in every list; no runtime knows it as a model or
   // effort.
@@ -85,32 +83,28 @@ Client makeClient(AgentProvider provider, const ConnectorDependencies& dependenc
                                      .permissionMode = context.permissionMode,
                                      .processEnvironment = runtimeEnvironment(provider)};
     if (provider == AgentProvider::codex) {
-      return CodexAppServerClient::make(std::move(configuration), dependencies.main,
-                                        dependencies.pool);
+      return CodexAppServerClient::make(std::move(configuration), uses.main, uses.pool);
     }
-    if (!configuration.model)
-      configuration.model = configuredModel(dependencies.defaults, provider);
-    return ClaudeCodeClient::make(std::move(configuration), dependencies.main, dependencies.pool);
+    if (!configuration.model) configuration.model = configuredModel(uses.defaults, provider);
+    return ClaudeCodeClient::make(std::move(configuration), uses.main, uses.pool);
   }
-  auto configuration = acpConfiguration(provider, dependencies, context, *program);
-  return configuration
-             ? ACPClient::make(std::move(*configuration), dependencies.main, dependencies.pool)
-             : nullptr;
+  auto configuration = acpConfiguration(provider, uses, context, *program);
+  return configuration ? ACPClient::make(std::move(*configuration), uses.main, uses.pool) : nullptr;
 }
 
-bool isAvailable(AgentProvider provider, const ConnectorDependencies& dependencies,
+bool isAvailable(AgentProvider provider, const ConnectorDependencies& uses,
                  const Context& context) {
   if (provider == AgentProvider::tasklet) return context.taskletConfigured;
   if (provider == AgentProvider::local && !context.localRuntimeStatus.connection()) return false;
   if (provider == AgentProvider::glm &&
-      !mayUseModel(provider, configuredModel(dependencies.defaults, provider))) {
+      !mayUseModel(provider, configuredModel(uses.defaults, provider))) {
     return false;
   }
-  return findRuntime(provider, dependencies.customExecutable(provider)).has_value();
+  return findRuntime(provider, uses.customExecutable(provider)).has_value();
 }
 
 /// What the table says, and what the local server has.
-Options modelOptions(AgentProvider provider, const ConnectorDependencies& dependencies,
+Options modelOptions(AgentProvider provider, const ConnectorDependencies& uses,
                      const Context& context) {
   const ProviderModelRules& rules = providerFacts(provider).models;
   const auto efforts = ProviderEffortOption::list(rules.efforts);
@@ -121,7 +115,7 @@ Options modelOptions(AgentProvider provider, const ConnectorDependencies& depend
         {std::string(id), std::string(label), std::string(detail), isDefault, efforts});
   }
   if (rules.configured && !rules.configured->detail.empty()) {
-    const std::string model = configuredModel(dependencies.defaults, provider);
+    const std::string model = configuredModel(uses.defaults, provider);
     options.push_back({model, model, std::string(rules.configured->detail), true, efforts});
   }
   const auto* server = context.localRuntimeStatus.connection();
@@ -156,18 +150,17 @@ bool ProviderConnector::isMetered() const {
          ProviderBillingMode::meteredAPI;
 }
 
-ProviderConnectorRegistry::ProviderConnectorRegistry(ConnectorDependencies given) {
-  const auto dependencies = std::make_shared<const ConnectorDependencies>(std::move(given));
+ProviderConnectorRegistry::ProviderConnectorRegistry(ConnectorDependencies dependencies) {
+  const auto uses = std::make_shared<const ConnectorDependencies>(std::move(dependencies));
   for (const auto provider : allAgentProviders) {
     replace(
         {.provider = provider,
          .setupHint = std::string(ProviderRegistry::setupHint(provider)),
          .isAvailable =
-             [=](const Context& context) { return isAvailable(provider, *dependencies, context); },
-         .makeClient =
-             [=](const Context& context) { return makeClient(provider, *dependencies, context); },
+             [=](const Context& context) { return isAvailable(provider, *uses, context); },
+         .makeClient = [=](const Context& context) { return makeClient(provider, *uses, context); },
          .modelOptions =
-             [=](const Context& context) { return modelOptions(provider, *dependencies, context); },
+             [=](const Context& context) { return modelOptions(provider, *uses, context); },
          .advice = {},
          .isSessionLost = provider == AgentProvider::claude ? claude::isSessionLost : nullptr});
   }

@@ -74,7 +74,7 @@ std::optional<ACPConfiguration> localHarness(
 
 class ProviderConnectorRegistry {
  public:
-  explicit ProviderConnectorRegistry(ConnectorDependencies given);
+  explicit ProviderConnectorRegistry(ConnectorDependencies dependencies);
 
   const ProviderConnector& connector(AgentProvider provider) const;
   /// Puts another connector in a provider's place, for this process.
