@@ -40,7 +40,7 @@ void AcpHost::handleResponse(const Json& id, const JsonObject& message) {
   const auto* number = id.asInteger();
   if (!number) return;
   auto found = pending_.find(*number);
-  if (found == pending_.end()) return;  // nobody waits for it
+  if (found == pending_.end()) return;  // nothing waits for it
   auto completion = std::move(found->second);
   pending_.erase(found);
   if (const auto* error = json::object(message, "error")) {

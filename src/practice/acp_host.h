@@ -48,7 +48,7 @@ class AcpHost {
   /// `whenWritten` as with OutputWriter::write.
   void notify(std::string_view method, JsonObject params, Work whenWritten = {});
 
-  /// `completion` may be empty when nobody waits for the answer.
+  /// `completion` may be empty when the answer does not matter.
   void request(std::string_view method, JsonObject params, Completion completion = {});
 
  private:

@@ -55,12 +55,8 @@ TEST_F(SessionControlsTest, OfferWhatTheConnectorSaysUntilTheRuntimeTells) {
   startOn("kimi");
   EXPECT_EQ(app->selected().sessionModelOptions().size(), 3U);
   work("Go");
-  // A report on its way while its client is replaced counts for its own provider.
-  const auto replaced = clients.back();
-  client().finishes();
-  app->selected().resetConnection();
-  replaced->onModelOptionsUpdate(
-      {ProviderModelOption::defaultOption(efforts({})), {"k2", "K2", "", true, efforts({})}});
+  model->catalog->reported(
+      kimi, {ProviderModelOption::defaultOption(efforts({})), {"k2", "K2", "", true, efforts({})}});
   EXPECT_EQ(app->selected().sessionModelOptions().at(1).id, "k2");
   EXPECT_THAT(offered(), ElementsAre("default"));
   restart();

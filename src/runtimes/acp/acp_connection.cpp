@@ -234,7 +234,7 @@ void ACPConnection::handleRequest(std::int64_t id, const std::string& method,
 void ACPConnection::handlePermissionRequest(std::int64_t id, const JsonObject& params,
                                             std::size_t bytes) {
   // OpenCode and Kimi Code still ask what was on its way when they were told to stop. The user has
-  // been told that all has stopped, so nobody is asked and nothing is allowed.
+  // been told that all has stopped, so nothing is asked and nothing allowed.
   if (isTurnCancelled_) return respond(id, acp::cancelledOutcome());
   PermissionRequest question = acp::permissionRequest(id, params, configuration_.runtimeName);
 

@@ -20,7 +20,7 @@ JsonObject cancelledOutcome() {
 namespace {
 
 /// The texts of a tool call's "content". Kimi Code puts there what it is about to do, and sends no
-/// "rawInput" with the question; nobody should be asked to approve what they cannot see.
+/// "rawInput" with the question; the user must see what an approval allows.
 std::string contentText(const JsonObject& toolCall) {
   std::vector<std::string> texts;
   for (const JsonObject* block : json::objects(toolCall, "content")) {

@@ -21,8 +21,7 @@ std::string titleOf(const JsonObject& request) {
 
 std::string detailOf(const JsonObject& request, const JsonObject& input) {
   if (!input.empty()) return json::writePrettySorted(input);
-  // A tool without input (the end of plan mode, say) would show as a pair of braces; nobody should
-  // be asked to approve what they cannot see.
+  // A tool without input (the end of plan mode, say) would show as a pair of braces.
   return json::textOr(request, "description", "Claude Code needs permission to continue.");
 }
 

@@ -41,8 +41,7 @@ std::string describePermissions(const JsonObject& permissions) {
 }
 
 /// What an approval would allow beside the command. Codex gives its reason for a question at most,
-/// and leaves the rest to the item and to further keys; nobody should be asked to approve what they
-/// cannot see.
+/// and leaves the rest to the item and to further keys; the user must see what an approval allows.
 std::vector<std::string> describeObject(const JsonObject& params, const JsonObject* item) {
   std::vector<std::string> parts;
   if (item) {

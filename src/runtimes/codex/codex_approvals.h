@@ -22,7 +22,7 @@ struct PendingApproval {
   JsonObject requestedPermissions;
 };
 
-/// The answer that withdraws a question. It is no option: nobody is offered it.
+/// The answer that withdraws a question. It is not offered as an option.
 inline constexpr std::string_view cancelOption = "codex-cancel";
 
 /// Whether the method asks for an approval.

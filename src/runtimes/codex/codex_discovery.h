@@ -42,7 +42,7 @@ void run(Place place, MainQueue& main, BackgroundPool& pool,
 /// A reset may take Codex longer than a question.
 inline constexpr std::chrono::seconds resetLimit{30};
 
-/// Spends a manual reset credit, for who has no task open. As run(), with the runtime's word for
+/// Spends a manual reset credit when no task is open. As run(), with the runtime's word for
 /// what came of it, as of CodexAppServerClient::consumeUsageReset().
 void consumeUsageReset(Place place, MainQueue& main, BackgroundPool& pool,
                        std::function<void(std::expected<std::string, AgentError>)> completion);

@@ -9,7 +9,7 @@ namespace vantrell {
 
 void CodexTurns::startFailed() {
   --startsUnderWay_;
-  forgetWhatNobodyWaitsFor();
+  forgetUnawaited();
 }
 
 void CodexTurns::started(const std::string& turnId, Completion completion) {
@@ -20,7 +20,7 @@ void CodexTurns::started(const std::string& turnId, Completion completion) {
     completions_.emplace(turnId, std::move(completion));
     return;
   }
-  forgetWhatNobodyWaitsFor();
+  forgetUnawaited();
   completion(std::move(early.mapped()));
 }
 
@@ -41,7 +41,7 @@ void CodexTurns::ended(const std::string& turnId, const JsonObject& turn) {
     waiting.push_back(std::move(node.mapped()));
   }
   if (waiting.empty() && isStarting()) completedBeforeRegistration_.emplace(turnId, result);
-  forgetWhatNobodyWaitsFor();
+  forgetUnawaited();
   for (const auto& completion : waiting) completion(result);
 }
 
@@ -65,7 +65,7 @@ std::vector<CodexTurns::Completion> CodexTurns::takeAll() {
   return waiting;
 }
 
-void CodexTurns::forgetWhatNobodyWaitsFor() {
+void CodexTurns::forgetUnawaited() {
   if (isStarting()) return;
   completedBeforeRegistration_.clear();
   if (completions_.empty()) errors_.clear();

@@ -26,7 +26,7 @@ class CodexTurns {
   /// Completes at once when the turn has ended already.
   void started(const std::string& turnId, Completion completion);
 
-  /// Kept until the turn ends. A turn that nobody can wait for is forgotten.
+  /// Kept until the turn ends. That of a turn without a prompt is forgotten.
   void reportError(const std::string& turnId, AgentRuntimeError error);
   /// The turn's dictionary, with its "id" as text and its "status".
   void ended(const std::string& turnId, const JsonObject& turn);
@@ -41,7 +41,7 @@ class CodexTurns {
 
  private:
   Result resultOf(const std::string& turnId, const JsonObject& turn);
-  void forgetWhatNobodyWaitsFor();
+  void forgetUnawaited();
 
   int startsUnderWay_ = 0;
   std::optional<std::string> currentTurnID_;

@@ -111,7 +111,7 @@ class AgentConnection : public std::enable_shared_from_this<AgentConnection> {
   }
   /// Its text, of `how` the runtime went; a dialect may have one sentence for all.
   virtual std::string endText(const std::string& how) const { return how; }
-  /// The answer to who asks something of a runtime that is not there.
+  /// The error for a request to a runtime that does not run.
   virtual AgentError notConnected() const { return disconnected(endText({})); }
   /// A failure that is known by the system's words alone.
   virtual AgentError systemFailure(std::string text) const { return AgentError(std::move(text)); }
