@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/text/text.h"
+#include "platform/text/utf8.h"
 #include "presentation/response_block.h"
 #include "presentation/response_formatting.h"
 #include "presentation/white_space.h"
@@ -57,13 +58,13 @@ class KeptText {
   bool take(std::string_view wanted) {
     const std::string_view before = rest_;
     while (!wanted.empty()) {
+      const char* const end = wanted.data() + wanted.size();
+      const std::size_t length = utf8::sequenceAt(wanted.data(), end).length;
       if (const std::size_t blank = white::at(wanted, 0)) {
         wanted.remove_prefix(blank);
-      } else if (const std::size_t space = white::at(rest_, 0)) {
-        rest_.remove_prefix(space);  // its bytes may begin like those of a letter
-      } else if (rest_.starts_with(wanted[0])) {
-        wanted.remove_prefix(1);
-        rest_.remove_prefix(1);
+      } else if (rest_.starts_with(wanted.substr(0, length))) {
+        wanted.remove_prefix(length);
+        rest_.remove_prefix(length);
       } else if (!skipMark()) {
         rest_ = before;
         return false;
