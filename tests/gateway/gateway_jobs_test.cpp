@@ -351,6 +351,9 @@ TEST_F(GatewayJobsTest, WaitsUntilItIsKnownWhetherAModelServerAnswers) {
   missing.clear();
   waiting.front()();
   await(caller, path, "completed");
+  missing.insert(local);
+  EXPECT_EQ(submit(caller, "hello", {{"provider", "local"}}).code(), "provider_unavailable");
+  EXPECT_EQ(providers.localRefreshes, 1) << "it may have been started meanwhile";
 }
 
 TEST_F(GatewayJobsTest, OutputEndsAtItsLimitAndIsStoredOnceASecond) {
