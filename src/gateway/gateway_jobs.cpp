@@ -13,6 +13,8 @@ using enum GatewayJobStatus;
 
 constexpr std::string_view quitText =
     "vantrell quit while this job was running. Submit it again if it is still needed.";
+/// Characters of a tool's title in an event: some agents put a whole command there.
+constexpr std::size_t longestTitle = 1000;
 /// How long a client that went away has to say how its runtime ended.
 constexpr std::chrono::seconds lossLimit{2};
 
@@ -177,8 +179,10 @@ void GatewayJobs::agentUpdated(const JsonObject& update) {
     }
   } else if (kind == "tool_call" || kind == "tool_call_update") {
     addEvent(job, "tool",
-             fmt::format("{} · {}", json::textOr(update, "title", "Using a tool"),
-                         json::textOr(update, "status", "working")),
+             fmt::format(
+                 "{} · {}",
+                 text::firstCharacters(json::textOr(update, "title", "Using a tool"), longestTitle),
+                 json::textOr(update, "status", "working")),
              core_.main.now());
   } else {
     return;
@@ -187,6 +191,8 @@ void GatewayJobs::agentUpdated(const JsonObject& update) {
 }
 
 void GatewayJobs::append(GatewayJob& job, std::string_view text) {
+  // A character may be made of any number of marks.
+  if (job.output.size() >= 4 * JobHistory::mostOutput) return;
   const auto fitting = text::firstCharacters(text, JobHistory::mostOutput - outputLength_);
   outputLength_ += text::characterCount(fitting);
   job.output += fitting;

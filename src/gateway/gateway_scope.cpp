@@ -59,13 +59,20 @@ std::vector<AgentProvider> GatewayScope::providers(const SiteKey& key) const {
                   .workspaceName = allowed.empty() ? "Workspace" : allowed.front()->name});
   std::vector<AgentProvider> all;
   for (const auto each : key.allowedProviders) {
-    if (!isBlocked(each) && services_.connector(each).isAvailable(context)) all.push_back(each);
+    if (!isBlocked(each) && isReady(each, context)) all.push_back(each);
   }
   return all;
 }
 
 bool GatewayScope::isBlocked(AgentProvider provider) const {
   return settings_.noMeteredAPIs() && services_.connector(provider).isMetered();
+}
+
+bool GatewayScope::isReady(AgentProvider provider, const ProviderConnectorContext& context) const {
+  if (services_.connector(provider).isAvailable(context)) return true;
+  // A model server may be started at any time: the next request is to find it.
+  if (provider == AgentProvider::local) services_.refreshLocalRuntime();
+  return false;
 }
 
 /// With what is known at this moment.
@@ -115,9 +122,8 @@ GatewayResult<GatewayJob> GatewayScope::admit(const GatewayJobRequest& request,
   if (!canBeName(job.model) || !canBeName(job.effort)) {
     return refuseRequest(400, "invalid_job", "model and effort must not begin with a hyphen.");
   }
-  const ProviderConnector& connector = services_.connector(job.provider);
-  if (!connector.isAvailable(contextOf(job))) {
-    return refuseRequest(409, "provider_unavailable", connector.setupHint);
+  if (!isReady(job.provider, contextOf(job))) {
+    return refuseRequest(409, "provider_unavailable", services_.connector(job.provider).setupHint);
   }
   return job;
 }

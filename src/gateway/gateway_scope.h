@@ -55,6 +55,7 @@ class GatewayScope {
 
  private:
   bool mayUse(const SiteKey& key, const std::string& workspacePath) const;
+  bool isReady(AgentProvider provider, const ProviderConnectorContext& context) const;
   ProviderConnectorContext withStatus(ProviderConnectorContext given) const;
   ProviderConnectorContext contextOf(const GatewayJob& job) const;
 

@@ -351,6 +351,9 @@ TEST_F(GatewayJobsTest, WaitsUntilItIsKnownWhetherAModelServerAnswers) {
   missing.clear();
   waiting.front()();
   await(caller, path, "completed");
+  missing.insert(local);
+  EXPECT_EQ(submit(caller, "hello", {{"provider", "local"}}).code(), "provider_unavailable");
+  EXPECT_EQ(providers.localRefreshes, 1) << "it may have been started meanwhile";
 }
 
 TEST_F(GatewayJobsTest, OutputEndsAtItsLimitAndIsStoredOnceASecond) {
@@ -362,7 +365,7 @@ TEST_F(GatewayJobsTest, OutputEndsAtItsLimitAndIsStoredOnceASecond) {
 
   const auto quiet = jobIn(site, "working");
   EXPECT_TRUE(store->flush());
-  const auto stored = [&] { return folder.contentOf(folder / "data/personal-gateway-jobs.json"); };
+  const auto stored = [&] { return folder.contentOf(jobsFile); };
   EXPECT_FALSE(stored().contains(R"("output": "here")"));
   main.advance(GatewayJobs::saveInterval);
   EXPECT_TRUE(store->flush());
