@@ -181,6 +181,8 @@ TEST_F(GatewayServerTest, StatesFollowAndAStopClosesWhatIsNotComplete) {
   whole.send(projects);
   ASSERT_TRUE(waitFor([&] { return respond != nullptr; }));
   server_.stop();
+  EXPECT_EQ(server_.state().phase, GatewayServer::Phase::stopped);
+  main_.runReady();
   EXPECT_EQ(answerTo(half), "");
   EXPECT_TRUE(waitFor([&] { return !Caller(port).isConnected(); }));
   respond(GatewayResponse::json(Json::Array{}));
