@@ -124,7 +124,9 @@ void JobRoutes::respond(const GatewayRequest& request, const SiteKey& key, Compl
 }
 
 void JobRoutes::projects(const SiteKey& key, Completion completion) {
-  core_.scope.prepare(key.allowedProviders, [this, key, completion = std::move(completion)] {
+  core_.scope.prepare(key.allowedProviders, [this, life = std::weak_ptr(life_), key,
+                                             completion = std::move(completion)] {
+    if (life.expired()) return;
     Json::Array projects;
     for (const auto* each : core_.scope.projects(key)) {
       projects.push_back(JsonObject{{"id", each->id.text()}, {"name", each->name}});
@@ -143,8 +145,9 @@ void JobRoutes::create(const GatewayRequest& request, const SiteKey& key, Comple
         GatewayResponse::error(400, "invalid_job", "Send project, provider, and prompt as JSON."));
   }
   const AgentProvider provider = job->provider;
-  core_.scope.prepare({provider}, [this, job = *std::move(job), keyID = key.id,
-                                   completion = std::move(completion)] {
+  core_.scope.prepare({provider}, [this, life = std::weak_ptr(life_), job = *std::move(job),
+                                   keyID = key.id, completion = std::move(completion)] {
+    if (life.expired()) return;
     changed(core_.jobs.create(job, keyID), 202, completion);
   });
 }
@@ -176,7 +179,9 @@ void JobRoutes::jobRoute(const GatewayRequest& request, const Uuid& keyID, std::
 
 void JobRoutes::changed(const GatewayResult<Job>& result, int status, Completion completion) {
   if (!result) return completion(errorResponse(result.error()));
-  core_.store.whenSaved([this, job = *result, status, completion = std::move(completion)] {
+  core_.store.whenSaved([this, life = std::weak_ptr(life_), job = *result, status,
+                         completion = std::move(completion)] {
+    if (life.expired()) return;
     encode([job] { return wireForm(*job); }, status, completion);
   });
 }

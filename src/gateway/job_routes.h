@@ -16,7 +16,7 @@ namespace vantrell {
 
 class JobRoutes {
  public:
-  /// All must outlive it and every request.
+  /// All must outlive it. A request that it has not answered at its end is never answered.
   struct Dependencies {
     MainQueue& main;
     GatewayJobs& jobs;
@@ -44,6 +44,7 @@ class JobRoutes {
   void encode(std::function<Json()> value, int status, Completion completion);
 
   const Dependencies core_;
+  std::shared_ptr<void> life_ = std::make_shared<int>();  // what waits for an answer ends with us
 };
 
 }  // namespace vantrell

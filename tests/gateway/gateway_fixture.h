@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 #include <set>
 
-#include "gateway/job_routes.h"
+#include "gateway/gateway_module.h"
 #include "platform/process/process.h"
 #include "platform/queues/manual_main_queue.h"
 #include "platform/storage/user_defaults.h"
@@ -49,32 +49,25 @@ class GatewayFixture : public ::testing::Test {
     start();
   }
   ~GatewayFixture() override {
-    end();
+    gateway.reset();
     EXPECT_TRUE(Process::waitForAll(std::chrono::seconds(20)));
   }
 
   void start() {
-    store = std::make_unique<GatewayStore>(main, changes, folder / "data", pool);
-    keys = std::make_unique<SiteKeys>(main, changes, *store);
-    keys->load();
+    gateway = std::make_unique<GatewayModule>(GatewayModule::Dependencies{
+        main, changes, tree, settings, providers, pool, folder / "data"});
+    gateway->load();
+    keys = &gateway->keys;
+    jobs = gateway->jobs.get();
+    store = &gateway->store;
     keys->setEnabled(true);
-    scope = std::make_unique<GatewayScope>(tree, settings, providers);
-    jobs = std::make_shared<GatewayJobs>(
-        GatewayJobs::Dependencies{main, changes, *keys, *scope, *store});
-    jobs->load();
-    routes = std::make_unique<JobRoutes>(
-        JobRoutes::Dependencies{main, *jobs, *scope, *keys, *store, pool});
   }
-  /// As a process that is killed: nothing is settled.
-  void end() {
-    routes.reset();
-    jobs.reset();
-    scope.reset();
-    keys.reset();
-    store.reset();
-  }
+  /// After a kill at this moment: what is on the disk is what a new process finds.
   void restart() {
-    end();
+    EXPECT_TRUE(store->flush());
+    const auto stored = folder.contentOf(jobsFile);
+    gateway.reset();
+    folder.file("data/personal-gateway-jobs.json", stored);
     start();
     jobs->processNextJob();
   }
@@ -93,8 +86,8 @@ class GatewayFixture : public ::testing::Test {
     std::optional<GatewayResponse> response;
     const auto* key = keys->authenticate({{"authorization", "Bearer " + caller.secret}});
     if (!key) return {401, JsonObject{}};
-    routes->respond({std::move(method), std::move(path), {}, std::move(body)}, *key,
-                    [&](GatewayResponse given) { response = std::move(given); });
+    gateway->jobRoutes.respond({std::move(method), std::move(path), {}, std::move(body)}, *key,
+                               [&](GatewayResponse given) { response = std::move(given); });
     EXPECT_TRUE(main.runUntil([&] { return response.has_value(); }));
     return {response->status, *json::parse(response->body)};
   }
@@ -164,11 +157,11 @@ class GatewayFixture : public ::testing::Test {
       std::filesystem::path(AgentScriptText::program()).replace_filename("vantrell-practice-agent");
   std::string program = practiceAgent;
   std::string argument = "acp";
-  std::unique_ptr<GatewayStore> store;
-  std::unique_ptr<SiteKeys> keys;
-  std::unique_ptr<GatewayScope> scope;
-  std::shared_ptr<GatewayJobs> jobs;
-  std::unique_ptr<JobRoutes> routes;
+  const std::string jobsFile = folder / "data/personal-gateway-jobs.json";
+  std::unique_ptr<GatewayModule> gateway;
+  GatewayStore* store = nullptr;  // of it, as are these
+  SiteKeys* keys = nullptr;
+  GatewayJobs* jobs = nullptr;
 };
 
 }  // namespace vantrell::tests

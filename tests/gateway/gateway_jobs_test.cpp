@@ -362,7 +362,7 @@ TEST_F(GatewayJobsTest, OutputEndsAtItsLimitAndIsStoredOnceASecond) {
 
   const auto quiet = jobIn(site, "working");
   EXPECT_TRUE(store->flush());
-  const auto stored = [&] { return folder.contentOf(folder / "data/personal-gateway-jobs.json"); };
+  const auto stored = [&] { return folder.contentOf(jobsFile); };
   EXPECT_FALSE(stored().contains(R"("output": "here")"));
   main.advance(GatewayJobs::saveInterval);
   EXPECT_TRUE(store->flush());
