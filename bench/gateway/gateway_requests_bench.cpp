@@ -110,9 +110,9 @@ class Gateway {
     thread_ = std::thread([&] {
       RunLoop loop;
       tests::GatewayParts parts(loop);
-      if (!parts.server.start("127.0.0.1", 0)) std::abort();
+      if (!parts.module.server.start("127.0.0.1", 0)) std::abort();
       loop_ = &loop;
-      port_ = parts.server.port();
+      port_ = parts.module.server.port();
       key_ = parts.key;
       ready.set_value();
       loop.run();

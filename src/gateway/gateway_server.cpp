@@ -80,23 +80,21 @@ class GatewayServer::Impl : public std::enable_shared_from_this<Impl> {
 
   std::expected<void, TcpError> start(const std::string& address, std::uint16_t port) {
     closeListener();
-    ++turn_;
     auto bound = TcpListener::bind(address, port);
     if (!bound) {
-      report({Phase::failed, bound.error().description});
+      become({Phase::failed, bound.error().description});
       return std::unexpected(bound.error());
     }
     listener_ = std::move(*bound);
-    report({Phase::starting, {}});
+    become({Phase::starting, {}});
     queue_.post([self = shared_from_this(), listener = listener_] { self->listenOn(listener); });
-    report({Phase::listening, {}});
+    main_.post(weakly(this, [turn = turn_](Impl& self) { self.isListening(turn); }));
     return {};
   }
 
   void stop() {
     closeListener();
-    ++turn_;
-    report({});
+    become({});
   }
 
   /// The server is being destroyed.
@@ -148,15 +146,23 @@ class GatewayServer::Impl : public std::enable_shared_from_this<Impl> {
 
   // ---- the main queue ---------------------------------------------------------------------------
 
-  void report(State state) {
-    main_.post(weakly(this, [state = std::move(state), turn = turn_](Impl& self) {
-      if (turn != self.turn_ || !self.server_) return;
-      self.state_ = state;
-      if (self.server_->onStateChange) self.server_->onStateChange();
-    }));
+  void become(State state) {
+    state_ = std::move(state);
+    main_.post(weakly(this, [](Impl& self) { self.announce(); }));
+  }
+
+  void announce() {
+    if (server_ && server_->onStateChange) server_->onStateChange();
+  }
+
+  void isListening(int turn) {
+    if (turn != turn_) return;
+    state_ = {Phase::listening, {}};
+    announce();
   }
 
   void closeListener() {
+    ++turn_;
     if (!listener_) return;
     queue_.post([self = shared_from_this(), listener = std::exchange(listener_, nullptr)] {
       listener->close();
@@ -307,7 +313,7 @@ class GatewayServer::Impl : public std::enable_shared_from_this<Impl> {
   GatewayServer* server_;
   std::shared_ptr<TcpListener> listener_;
   State state_;
-  int turn_ = 0;  // of starting and stopping: reports of an earlier one are late
+  int turn_ = 0;  // of starting and stopping
 
   const SerialQueue queue_;
   std::weak_ptr<TcpListener> accepting_;

@@ -32,7 +32,7 @@ class GatewayServer {
 
   static constexpr std::size_t mostConnections = 256;
   static constexpr std::size_t mostBytes = std::size_t{64} << 20;
-  static constexpr std::size_t mostResponseBytes = std::size_t{256} << 20;
+  static constexpr std::size_t mostResponseBytes = std::size_t{128} << 20;
 
   GatewayServer(MainQueue& main, BackgroundPool& pool);
   /// Ends the listener and all connections.

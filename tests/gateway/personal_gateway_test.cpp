@@ -15,12 +15,12 @@ using testing::HasSubstr;
 
 class PersonalGatewayTest : public HttpClientFixture {
  protected:
-  void SetUp() override { ASSERT_TRUE(parts_.server.start("127.0.0.1", 0)); }
+  void SetUp() override { ASSERT_TRUE(parts_.module.server.start("127.0.0.1", 0)); }
 
   HttpRequest request(const std::string& method, const std::string& path,
                       const std::string& body = {}) {
     return {.method = method,
-            .url = "http://127.0.0.1:" + std::to_string(parts_.server.port()) + path,
+            .url = "http://127.0.0.1:" + std::to_string(parts_.module.server.port()) + path,
             .headers = {{"Authorization", "Bearer " + parts_.key}},
             .body = body};
   }
@@ -94,12 +94,12 @@ TEST_F(PersonalGatewayTest, AQuestionGoesToTheRuntimeAndAThirdAtOnceIsRefused) {
 }
 
 TEST_F(PersonalGatewayTest, ListensAsItsConfigurationSays) {
-  auto& gateway = parts_.gateway;
+  auto& gateway = parts_.module.gateway;
   const auto state = [&](GatewayServer::Phase phase) {
     runUntil([&] { return gateway.state().phase == phase; });
   };
   using enum GatewayServer::Phase;
-  const auto taken = parts_.server.port();
+  const auto taken = parts_.module.server.port();
   ASSERT_TRUE(gateway.setEnabled(false));
   state(stopped);
   const auto blocker = TcpListener::bind("127.0.0.1", taken);

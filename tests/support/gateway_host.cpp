@@ -16,15 +16,15 @@ int main(int count, char** arguments) {
   RunLoop loop;
   tests::GatewayParts parts(loop);
   parts.serveModels(arguments[1], {arguments + 2, arguments + count});
-  if (const auto started = parts.server.start("127.0.0.1", 0); !started) {
+  if (const auto started = parts.module.server.start("127.0.0.1", 0); !started) {
     fmt::print(stderr, "{}\n", started.error().description);
     return 1;
   }
-  const auto line =
-      json::write(JsonObject{{"url", "http://127.0.0.1:" + std::to_string(parts.server.port())},
-                             {"key", parts.key},
-                             {"keyWithoutLocal", parts.keyWithoutLocal},
-                             {"project", parts.tree.workspaces().front().id.text()}});
+  const auto line = json::write(
+      JsonObject{{"url", "http://127.0.0.1:" + std::to_string(parts.module.server.port())},
+                 {"key", parts.key},
+                 {"keyWithoutLocal", parts.keyWithoutLocal},
+                 {"project", parts.tree.workspaces().front().id.text()}});
   fmt::print("{}\n", line);
   std::fflush(stdout);
   const auto watch = loop.watchLines(0, [](const std::string&) {}, [&] { loop.quit(); });

@@ -1,4 +1,4 @@
-// A gateway with all that it stands on, for tests, benchmarks and the program gateway_host: one
+// A gateway and what it needs from outside, for tests, benchmarks and the program gateway_host: one
 // project, one key for everything and one without local models. Agents are none, so jobs fail; the
 // local runtime is what the test says. Made and used on the main queue.
 #pragma once
@@ -7,9 +7,7 @@
 
 #include "engine/core/settings.h"
 #include "engine/core/workspace_tree.h"
-#include "gateway/gateway_scope.h"
-#include "gateway/gateway_store.h"
-#include "gateway/personal_gateway.h"
+#include "gateway/gateway_module.h"
 #include "platform/storage/user_defaults.h"
 #include "records/stores/workspace_store.h"
 #include "support/fake_services.h"
@@ -26,15 +24,14 @@ struct GatewayParts {
     }
     settings.load();
     tree.addWorkspace(Workspace::makeProject(folder.folder("site"), main.now()));
-    keys.load();
-    keys.setEnabled(true);
-    jobs->load();
+    module.load();
+    module.keys.setEnabled(true);
     key = makeKey({allAgentProviders.begin(), allAgentProviders.end()});
     keyWithoutLocal = makeKey({AgentProvider::codex});
   }
 
   std::string makeKey(std::set<AgentProvider> allowed) {
-    return keys.create("test", {{folder / "site"}, std::move(allowed)})->secret;
+    return module.keys.create("test", {{folder / "site"}, std::move(allowed)})->secret;
   }
   void serveModels(const std::string& baseURL, const std::vector<std::string>& ids) {
     LocalRuntimeConnection connection{LocalRuntimeKind::custom, "Test", *Url::parse(baseURL), {}};
@@ -51,18 +48,13 @@ struct GatewayParts {
   WorkspaceStore workspaceStore{*defaults, folder / "data"};
   WorkspaceTree tree{main, workspaceStore, changes};
   FakeProviders providers;
-  HttpClient http{main};
-  std::shared_ptr<GatewayStore> store =
-      std::make_shared<GatewayStore>(main, changes, folder / "data", pool);
-  SiteKeys keys{main, changes, *store};
-  GatewayScope scope{tree, settings, providers};
-  std::shared_ptr<GatewayJobs> jobs =
-      std::make_shared<GatewayJobs>(GatewayJobs::Dependencies{main, changes, keys, scope, *store});
-  JobRoutes jobRoutes{{main, *jobs, scope, keys, *store, pool}};
-  std::shared_ptr<CompatibilityRoutes> compatibility =
-      CompatibilityRoutes::make(main, http, providers);
-  GatewayServer server{main, pool};
-  PersonalGateway gateway{{changes, server, keys, *jobs, jobRoutes, *compatibility}};
+  GatewayModule module{{.main = main,
+                        .changes = changes,
+                        .tree = tree,
+                        .settings = settings,
+                        .providers = providers,
+                        .pool = pool,
+                        .supportFolder = folder / "data"}};
   std::string key;
   std::string keyWithoutLocal;
 };
