@@ -165,7 +165,10 @@ int main() {
   measure(
       "longest turn of a move",
       [&] { done(parts.operations->moveThread(moved.threadID, workspace, other)); },
-      [&] { return parts.tree.thread({other, moved.threadID})->entries.isRead(); });
+      [&] {
+        const ChatThread* thread = parts.tree.thread({other, moved.threadID});
+        return thread && thread->entries.isRead();
+      });
   isDone = false;
   std::optional<ThreadExecutionKey> fork;
   measure(

@@ -85,6 +85,19 @@ TEST_F(ImagineControllerTest, SaysThatItFinishedWhereTheAgentSaidNothing) {
   EXPECT_EQ(imagine().imagineProgress(), "Generation finished");
 }
 
+TEST_F(ImagineControllerTest, FindsAFileWhosePathComesInPieces) {
+  start();
+  generate("a fox");
+  client().opens("media");
+  const auto path = folder.file("out/red fox.jpg", "pixels");
+  client().says("It's at " + path.substr(0, 4));
+  client().says(path.substr(4, path.size() - 8));
+  client().says(path.substr(path.size() - 4) + " now.");
+  main.runReady();
+  ASSERT_EQ(imagine().imagineItems().size(), 1U);
+  EXPECT_EQ(folder.contentOf(imagine().imagineItems().front().localPath), "pixels");
+}
+
 TEST_F(ImagineControllerTest, NeedsAPromptAndTheProgram) {
   generate(" \n");
   EXPECT_EQ(imagine().imagineState(), State::idle());
