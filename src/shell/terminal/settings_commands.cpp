@@ -16,6 +16,18 @@
 #include "views/settings_table.h"
 #include "views/transfer_words.h"
 
+namespace vantrell {
+
+// The words of the JSON.
+constexpr auto rawTexts(SecretStore::Kind) {
+  return std::to_array<std::string_view>({"keyring", "files", "memory"});
+}
+constexpr auto rawTexts(SecretError::Kind) {
+  return std::to_array<std::string_view>({"missing", "locked", "timedOut", "denied", "failed"});
+}
+
+}  // namespace vantrell
+
 namespace vantrell::shell {
 
 namespace {
@@ -34,27 +46,6 @@ std::expected<const SettingRow*, UsageError> namedSetting(const CommandContext& 
 }
 
 // ---- showing ------------------------------------------------------------------------------------
-
-std::string_view nameOf(SecretStore::Kind kind) {
-  switch (kind) {
-    case SecretStore::Kind::secretService: return "keyring";
-    case SecretStore::Kind::files: return "files";
-    case SecretStore::Kind::memory: break;
-  }
-  return "memory";
-}
-
-std::string_view stateOf(const SecretStore::Status& status) {
-  if (!status.problem) return "ok";
-  switch (status.problem->kind) {
-    case SecretError::Kind::missing: return "missing";
-    case SecretError::Kind::locked: return "locked";
-    case SecretError::Kind::timedOut: return "timedOut";
-    case SecretError::Kind::denied: return "denied";
-    case SecretError::Kind::failed: break;
-  }
-  return "failed";
-}
 
 /// What can be said of the secret setting without its value.
 struct WebhookState {
@@ -90,9 +81,9 @@ JsonObject allAsJson(const UserDefaults& defaults, SecretStore& secrets) {
           {"settingsFile", folders.defaultsPath()},
           {"dataFolder", folders.support},
           {"secrets",
-           JsonObject{{"kind", nameOf(status.kind)},
+           JsonObject{{"kind", rawText(status.kind)},
                       {"place", status.place},
-                      {"state", stateOf(status)},
+                      {"state", status.problem ? rawText(status.problem->kind) : "ok"},
                       {"problem", status.problem ? Json(status.problem->description) : Json()}}}};
 }
 
