@@ -2,13 +2,16 @@
 
 #include "app/app_parts.h"
 #include "app/selected_task.h"
+#include "app/stored_tasks.h"
 #include "platform/queues/weakly.h"
 
 namespace vantrell {
 
 AppModel::AppModel(Dependencies dependencies)
     : parts_(std::make_unique<AppParts>(dependencies)),
-      selected_(std::make_unique<SelectedTask>(*parts_)) {
+      selected_(std::make_unique<SelectedTask>(*parts_)),
+      storedTasks_(std::make_shared<StoredTasks>(
+          dependencies.main, parts_->tree, dependencies.background, dependencies.supportFolder)) {
   startUp(dependencies.refreshesRuntimes);
 }
 
@@ -32,6 +35,7 @@ void AppModel::startUp(bool refreshesRuntimes) {
   }
   parts.imagine->load();
   parts.usage.load();
+  parts.reportedModels.load();
   parts.reviews.load();
   parts.context->load();
   if (refreshesRuntimes) {
@@ -62,14 +66,6 @@ void AppModel::setReceiving(bool receiving) {
   parts_->executions.setReceiving(receiving);
 }
 
-void AppModel::showError(std::string text) {
-  parts_->executions.showError(std::move(text));
-}
-
-void AppModel::clearError() {
-  parts_->executions.clearError();
-}
-
 // ---- accessors ----------------------------------------------------------------------------------
 
 Changes& AppModel::changes() const {
@@ -79,9 +75,6 @@ const WorkspaceTree& AppModel::tree() const {
   return parts_->tree;
 }
 const Settings& AppModel::settings() const {
-  return parts_->settings;
-}
-Settings& AppModel::editableSettings() const {
   return parts_->settings;
 }
 const Selection& AppModel::selection() const {
@@ -101,6 +94,9 @@ SelectedTask& AppModel::selected() const {
 }
 WorkspaceOperations& AppModel::operations() const {
   return *parts_->operations;
+}
+SettingsOperations& AppModel::settingsOperations() const {
+  return parts_->settingsOperations;
 }
 Composer& AppModel::composer() const {
   return *parts_->composer;
@@ -155,6 +151,12 @@ UsageReset& AppModel::usageReset() const {
 }
 ImagineController& AppModel::imagine() const {
   return *parts_->imagine;
+}
+StoredTasks& AppModel::storedTasks() const {
+  return *storedTasks_;
+}
+UpdatePreparation& AppModel::updatePreparation() const {
+  return parts_->updatePreparation;
 }
 
 }  // namespace vantrell

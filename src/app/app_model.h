@@ -32,8 +32,11 @@ class Selection;
 class SessionControls;
 class SessionStatusService;
 class Settings;
+class SettingsOperations;
+class StoredTasks;
 class TaskBranches;
 class TaskSafety;
+class UpdatePreparation;
 class UsageReset;
 class UsageTracker;
 class WorkspaceOperations;
@@ -69,6 +72,7 @@ class AppModel {
   /// The operations on the conversation that the user looks at, by their usual names.
   SelectedTask& selected() const;
   WorkspaceOperations& operations() const;
+  SettingsOperations& settingsOperations() const;
   Composer& composer() const;
   PromptQueue& queue() const;
   Approvals& approvals() const;
@@ -87,14 +91,13 @@ class AppModel {
   ModelCatalog& catalog() const;
   UsageReset& usageReset() const;
   ImagineController& imagine() const;
+  StoredTasks& storedTasks() const;
+  UpdatePreparation& updatePreparation() const;
 
   // Choices of a front end.
 
   /// Holds back all that agents say, or lets it flow again: the front end cannot take more.
   void setReceiving(bool receiving);
-  Settings& editableSettings() const;
-  void showError(std::string text);
-  void clearError();
   /// Waits until all that was changed is on the disk; false when some of it could not be written.
   bool flush();
 
@@ -106,6 +109,7 @@ class AppModel {
 
   const std::unique_ptr<AppParts> parts_;
   const std::unique_ptr<SelectedTask> selected_;
+  const std::shared_ptr<StoredTasks> storedTasks_;
 };
 
 }  // namespace vantrell

@@ -25,10 +25,12 @@ AppParts::AppParts(AppDependencies given)
       runtimes(std::make_shared<InstalledRuntimes>(changes, given.programs)),
       usage(main, changes, orchestration, given.writer),
       setup({settings, tree, selection, executions, runs, given.providers}),
-      catalog(std::make_shared<ModelCatalog>(main, changes, setup, usage, *runtimes)),
+      reportedModels(orchestration, given.writer),
+      catalog(
+          std::make_shared<ModelCatalog>(main, changes, setup, usage, *runtimes, reportedModels)),
       controls({main, settings, tree, executions, runs, *catalog}),
       router(std::make_shared<Router>(
-          Router::Dependencies{main, settings, tree, selection, executions, runs, setup, usage})),
+          Router::Dependencies{settings, tree, executions, runs, setup, usage})),
       imagine(std::make_shared<ImagineController>(ImagineController::Dependencies{
           main, settings, executions, changes, given.events, given.providers, *runtimes,
           given.supportFolder,
@@ -38,22 +40,27 @@ AppParts::AppParts(AppDependencies given)
       approvals(settings, executions, runs, *imagine),
       queue(main, tree),
       status(main, tree, executions, changes),
-      launcher(std::make_shared<AgentLauncher>(AgentLauncher::Dependencies{
-          main, settings, tree, executions, runs, setup, *catalog, usage, intake, approvals})),
+      reports({executions, runs, intake, approvals, *catalog, usage}),
+      launcher(std::make_shared<AgentLauncher>(
+          AgentLauncher::Dependencies{tree, executions, runs, setup, intake, reports})),
       usageReset(std::make_shared<UsageReset>(executions, usage, controls, *launcher)),
       outcome(std::make_shared<TurnOutcome>(main, runs, executions, setup, *git, *hooks)),
+      prompts(std::make_shared<TurnPrompts>(
+          TurnPrompts::Dependencies{settings, tree, executions, *context, given.projects})),
       turns(std::make_shared<TurnRunner>(
-          TurnRunner::Dependencies{settings, tree, executions, runs, *router, usage, *context,
-                                   given.projects, *launcher, *outcome})),
+          TurnRunner::Dependencies{executions, runs, *router, *prompts, *launcher, *outcome})),
+      starter(std::make_shared<TurnStarter>(
+          TurnStarter::Dependencies{main, tree, runs, *hooks, *safety, *turns})),
       composer(std::make_shared<Composer>(
-          Composer::Dependencies{main, settings, tree, executions, runs, given.events, status,
-                                 queue, *context, *hooks, *safety, *turns})),
+          Composer::Dependencies{tree, executions, runs, status, queue, *starter})),
       monitor(std::make_shared<ExecutionMonitor>(main, executions, runs)),
 
       operations(std::make_shared<WorkspaceOperations>(WorkspaceOperations::Dependencies{
           main, tree, selection, executions, runs, *context, *git, given.events, changes})),
       branches(std::make_shared<TaskBranches>(
-          TaskBranches::Dependencies{main, tree, executions, *router, *composer, *safety})) {
+          TaskBranches::Dependencies{main, tree, executions, *router, *composer, *safety})),
+      settingsOperations({settings, approvals, *router, setup, *catalog, *runtimes}),
+      updatePreparation(tree, executions, runs, *imagine, *branches) {
   composer->setGate(branches.get());
   selectionWatch = changes.observe([this](const ChangeBatch& batch) {
     const auto shown = selection.key();

@@ -20,9 +20,12 @@
 #include "engine/providers/router.h"
 #include "engine/providers/session_controls.h"
 #include "engine/providers/usage_tracker.h"
+#include "engine/tasks/settings_operations.h"
 #include "engine/tasks/task_branches.h"
+#include "engine/tasks/update_preparation.h"
 #include "engine/tasks/workspace_operations.h"
 #include "engine/turns/agent_launcher.h"
+#include "engine/turns/agent_reports.h"
 #include "engine/turns/approvals.h"
 #include "engine/turns/composer.h"
 #include "engine/turns/execution_monitor.h"
@@ -30,7 +33,9 @@
 #include "engine/turns/session_intake.h"
 #include "engine/turns/session_status_service.h"
 #include "engine/turns/turn_outcome.h"
+#include "engine/turns/turn_prompts.h"
 #include "engine/turns/turn_runner.h"
+#include "engine/turns/turn_starter.h"
 #include "engine/turns/usage_reset.h"
 #include "records/stores/orchestration_store.h"
 
@@ -57,6 +62,7 @@ struct AppParts {
   const std::shared_ptr<InstalledRuntimes> runtimes;
   UsageTracker usage;
   ProviderSetup setup;
+  ReportedModels reportedModels;
   const std::shared_ptr<ModelCatalog> catalog;
   SessionControls controls;
   const std::shared_ptr<Router> router;
@@ -66,15 +72,20 @@ struct AppParts {
   Approvals approvals;
   PromptQueue queue;
   SessionStatusService status;
+  AgentReports reports;
   const std::shared_ptr<AgentLauncher> launcher;
   const std::shared_ptr<UsageReset> usageReset;
   const std::shared_ptr<TurnOutcome> outcome;
+  const std::shared_ptr<TurnPrompts> prompts;
   const std::shared_ptr<TurnRunner> turns;
+  const std::shared_ptr<TurnStarter> starter;
   const std::shared_ptr<Composer> composer;
   const std::shared_ptr<ExecutionMonitor> monitor;
 
   const std::shared_ptr<WorkspaceOperations> operations;
   const std::shared_ptr<TaskBranches> branches;
+  SettingsOperations settingsOperations;
+  UpdatePreparation updatePreparation;
   Changes::Observation selectionWatch;  // reads the transcript of what is selected
 };
 

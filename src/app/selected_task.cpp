@@ -55,6 +55,10 @@ std::optional<std::string> SelectedTask::errorMessage() const {
   return shown ? shown->errorMessage : std::nullopt;
 }
 
+void SelectedTask::dismissError() {
+  parts_.executions.dismissError(key());
+}
+
 std::string_view SelectedTask::cliLog() const {
   const auto* shown = execution();
   return shown ? shown->cliLog.view() : std::string_view();

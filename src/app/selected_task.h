@@ -43,6 +43,8 @@ class SelectedTask {
   PermissionOwner permissionOwner() const;
   /// Of the last operation or failure that the user was told of, else of the conversation.
   std::optional<std::string> errorMessage() const;
+  /// The user has seen it.
+  void dismissError();
   std::string_view cliLog() const;
   bool isReplaying() const;
 

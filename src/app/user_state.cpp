@@ -58,6 +58,11 @@ bool UserFolders::areInUse() const {
   return files::LockFile::isHeld(support + "/lock");
 }
 
+std::expected<std::unique_ptr<UserDefaults>, std::string> UserFolders::defaultsForReading() const {
+  if (!files::exists(defaultsPath())) return UserDefaults::inMemory();
+  return UserDefaults::open(defaultsPath());
+}
+
 std::unique_ptr<SecretStore> UserFolders::secretStore() const {
   return SecretStore::chosen(support + "/secrets", {.labelPrefix = std::string(applicationName)});
 }

@@ -26,6 +26,9 @@ struct UserFolders {
   /// can be written there, on a full disk or a read-only one.
   bool areInUse() const;
   std::string defaultsPath() const { return config + "/defaults.sqlite"; }
+  /// The settings for one that only looks: needs no lock and creates nothing. The error is a
+  /// sentence for the user.
+  std::expected<std::unique_ptr<UserDefaults>, std::string> defaultsForReading() const;
   /// Not chosen or opened before its first use.
   std::unique_ptr<SecretStore> secretStore() const;
 };

@@ -72,9 +72,7 @@ VantrellApp::~VantrellApp() {
 }
 
 std::expected<std::unique_ptr<UserDefaults>, std::string> VantrellApp::defaultsForReading() {
-  const std::string path = UserFolders{}.orOwn().defaultsPath();
-  if (!files::exists(path)) return UserDefaults::inMemory();
-  return UserDefaults::open(path);
+  return UserFolders{}.orOwn().defaultsForReading();
 }
 
 }  // namespace vantrell

@@ -139,33 +139,6 @@ TEST(Changes, ObserversComeAndGoDuringAnnouncements) {
   EXPECT_EQ(second, 2);
 }
 
-TEST(Settings, ReadsWhatIsStoredAndGuardsByDefault) {
-  ManualMainQueue main;
-  Changes changes(main);
-  const auto defaults = UserDefaults::inMemory();
-  Settings settings(*defaults, changes);
-  settings.load();
-  EXPECT_EQ(settings.routingMode(), ProviderRoutingMode::automatic);
-  EXPECT_TRUE(settings.noMeteredAPIs());
-  EXPECT_EQ(defaults->boolean("noMeteredAPIs.v1"), true) << "written at once";
-  EXPECT_EQ(defaults->boolean("externalSessionImport.v1"), true);
-  EXPECT_FALSE(settings.isRemoteHostEnabled());
-  EXPECT_EQ(settings.interfaceScale(), 1.0);
-
-  defaults->setText("providerRoutingMode.v1", "local_first");
-  defaults->setBoolean("noMeteredAPIs.v1", false);
-  defaults->setText("taskWorkflowMode.v1", "review");
-  defaults->setNumber("interfaceScale.v1", 1.26);
-  settings.load();
-  EXPECT_EQ(settings.routingMode(), ProviderRoutingMode::localFirst);
-  EXPECT_FALSE(settings.noMeteredAPIs());
-  EXPECT_EQ(settings.workflowMode(), TaskWorkflowMode::review);
-  EXPECT_DOUBLE_EQ(settings.interfaceScale(), 1.3);
-  for (const auto& [stored, scale] : {std::pair(0.0, 1.0), {0.1, 0.8}, {9.0, 1.5}, {0.84, 0.8}}) {
-    EXPECT_DOUBLE_EQ(VantrellInterfaceScale::snapped(stored), scale);
-  }
-}
-
 TEST(PromptAssembly, AttachmentsFoldInAndOutAgain) {
   ChatAttachment a, b;
   a.path = "src/a.cpp";

@@ -126,7 +126,7 @@ TEST_F(BillingGuarantee, HoldsForQuestionsToTheProgram) {
   for (const auto& [provider, names] : removed) {
     SCOPED_TRACE(rawText(provider));
     installWitness(provider);
-    desk_->refresh(provider);
+    runtimes_->refresh(provider);
     awaitAnswers();
     expectKept(provider, provider == codex || provider == claude ? 2 : 1);
   }
@@ -147,7 +147,7 @@ TEST_F(BillingGuarantee, HoldsForLogInsInTheBackground) {
   for (const auto& [provider, logIn] : logIns) {
     SCOPED_TRACE(rawText(provider));
     installWitness(provider);
-    (*desk_.*logIn)();
+    (*runtimes_.*logIn)();
     awaitLogin(provider);
     // The log-in, and what is asked behind it.
     expectKept(provider, provider == codex ? 3 : 2);

@@ -126,15 +126,6 @@ TEST_F(Composer, SecondTurnUsesTheKeptClientAndFillsItsRun) {
   EXPECT_NE(execution().fallbackMessageID, firstFallback);
 }
 
-TEST_F(Composer, PromptWhileBusyIsQueued) {
-  start();
-  work("One");
-  send("Two");
-  ASSERT_EQ(thread().queuedPrompts.size(), 1u);
-  EXPECT_EQ(thread().queuedPrompts[0].text, "Two");
-  EXPECT_EQ(saved()[1].threads[0].queuedPrompts.size(), 1u);
-}
-
 TEST_F(Composer, ConnectionIsTriedTwiceThirtySecondsEach) {
   start();
   send("Go");
@@ -316,29 +307,6 @@ TEST_F(Composer, ChangeOfProviderSendsACapsuleOnce) {
   EXPECT_THAT(client().prompts.at(1), StartsWith("RESPONSE STYLE"));
 }
 
-TEST_F(Composer, ExhaustedAllowanceHandsTheRunOn) {
-  others = {AgentProvider::glm};
-  start();
-  work("Go");
-  const Uuid runID = run().id;
-  const auto kimi = clients.back();
-  kimi->fails(AgentError("Usage limit reached"));
-  main.runReady();
-  EXPECT_EQ(kimi->stops, 1);
-  client().opens("g");
-  EXPECT_THAT(client().prompts.at(0), HasSubstr("handoff from Kimi to GLM"));
-  EXPECT_EQ(run().id, runID) << "one run, two providers";
-  EXPECT_EQ(run().provider, AgentProvider::glm);
-  EXPECT_EQ(run().routingReason, "Kimi allowance reached; continued with GLM.");
-  EXPECT_EQ(texts().back(), "Kimi allowance reached. Automatically handed this task to GLM.");
-
-  client().fails(AgentError("quota exceeded"));
-  EXPECT_EQ(run().status, RunRecordStatus::failed) << "nothing is left to hand on to";
-  for (const auto each : {AgentProvider::kimi, AgentProvider::glm}) {
-    EXPECT_TRUE(model->usage.isExhausted(each));
-  }
-}
-
 TEST_F(Composer, EngineThatGoesWhileATurnStartsBeginsNothing) {
   HeldExecutor checkpoints;
   checkpoints.isHeld = true;
@@ -368,19 +336,6 @@ TEST_F(Composer, ConversationsRunAtOnceAndBackgroundOnesLeaveTheMirrorAlone) {
   EXPECT_EQ(model->tree.latestRun(firstKey)->status, RunRecordStatus::completed);
   model->operations->selectThread(firstKey.threadID, firstKey.workspaceID);
   EXPECT_EQ(app->selected().connectionState(), ConnectionState::ready());
-}
-
-TEST_F(Composer, ResetStartsANewClientInTheStoredSession) {
-  start();
-  work("One");
-  client().finishes();
-  app->selected().setPermissionMode(GrokPermissionMode::auto_);
-  EXPECT_EQ(clients[0]->stops, 1);
-  EXPECT_EQ(app->selected().connectionState(), ConnectionState::idle());
-  send("Two");
-  ASSERT_EQ(clients.size(), 2u);
-  EXPECT_EQ(client().existingSession, "session");
-  EXPECT_EQ(contexts.back().permissionMode, GrokPermissionMode::auto_);
 }
 
 TEST(FriendlyError, AdvisesOnSignInAndOnWhatHasOneAnswer) {

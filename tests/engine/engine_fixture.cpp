@@ -42,6 +42,7 @@ void EngineFixture::restart() {
                                                           .events = *this,
                                                           .programs = programs,
                                                           .supportFolder = supportFolder,
+                                                          .writer = writer,
                                                           .background = backgroundExecutor,
                                                           .refreshesRuntimes = refreshesRuntimes});
   model = &app->parts();

@@ -12,16 +12,16 @@ namespace {
 using ::testing::ElementsAre;
 using State = ConnectionState;
 
-class ImagineDeskTest : public EngineFixture {
+class ImagineControllerTest : public EngineFixture {
  protected:
-  ImagineDeskTest() {
+  ImagineControllerTest() {
     others.insert(AgentProvider::grok);
     start();
   }
 
-  ImagineController& desk() { return *model->imagine; }
+  ImagineController& imagine() { return *model->imagine; }
   void generate(const std::string& prompt, ImagineKind kind = ImagineKind::image) {
-    desk().generateImagine(prompt, kind);
+    imagine().generateImagine(prompt, kind);
   }
   /// Up to the point where the agent is at work.
   void work(const std::string& prompt, ImagineKind kind = ImagineKind::image) {
@@ -36,124 +36,125 @@ class ImagineDeskTest : public EngineFixture {
   std::optional<std::string> error() { return app->selected().errorMessage(); }
 };
 
-TEST_F(ImagineDeskTest, MakesAPictureAndServesTheNextPromptWithTheSameClient) {
+TEST_F(ImagineControllerTest, MakesAPictureAndServesTheNextPromptWithTheSameClient) {
   generate("  a fox \n");
-  EXPECT_EQ(desk().imagineState(), State::connecting());
-  EXPECT_EQ(desk().imagineProgress(), "Preparing image generation…");
+  EXPECT_EQ(imagine().imagineState(), State::connecting());
+  EXPECT_EQ(imagine().imagineProgress(), "Preparing image generation…");
   EXPECT_EQ(contexts.back().workspacePath, library()) << "the agent works in the library";
   EXPECT_FALSE(client().existingSession);
   client().opens("media");
-  EXPECT_EQ(desk().imagineState(), State::working());
-  EXPECT_EQ(desk().imagineProgress(), "Grok is generating an image…");
+  EXPECT_EQ(imagine().imagineState(), State::working());
+  EXPECT_EQ(imagine().imagineProgress(), "Grok is generating an image…");
   EXPECT_THAT(client().prompts, ElementsAre("/imagine a fox"));
   client().updates({{"sessionUpdate", "tool_call"}, {"title", "image_gen"}});
-  EXPECT_EQ(desk().imagineProgress(), "image_gen");
+  EXPECT_EQ(imagine().imagineProgress(), "image_gen");
   client().updates({{"sessionUpdate", "tool_call_update"}, {"title", ""}});
   client().updates(
       {{"sessionUpdate", "agent_thought_chunk"}, {"content", JsonObject{{"text", "hm"}}}});
-  EXPECT_EQ(desk().imagineProgress(), "image_gen");
+  EXPECT_EQ(imagine().imagineProgress(), "image_gen");
   client().says(" Done. ");
-  EXPECT_EQ(desk().imagineProgress(), "Done.");
+  EXPECT_EQ(imagine().imagineProgress(), "Done.");
 
   const auto path = folder.file("out/fox.jpg", "pixels");
   names(path);
   names(path);
-  EXPECT_EQ(desk().imagineProgress(), "Image ready");
-  ASSERT_EQ(desk().imagineItems().size(), 1u) << "one file, named twice";
-  EXPECT_EQ(desk().imagineItems().front().prompt, "a fox");
-  EXPECT_EQ(ImagineStore::peek(folder.path()), desk().imagineItems()) << "stored at once";
+  EXPECT_EQ(imagine().imagineProgress(), "Image ready");
+  ASSERT_EQ(imagine().imagineItems().size(), 1u) << "one file, named twice";
+  EXPECT_EQ(imagine().imagineItems().front().prompt, "a fox");
+  EXPECT_EQ(ImagineStore::peek(folder.path()), imagine().imagineItems()) << "stored at once";
   client().finishes();
-  EXPECT_EQ(desk().imagineState(), State::ready());
+  EXPECT_EQ(imagine().imagineState(), State::ready());
   EXPECT_EQ(events.back().kind, "imagine_completed");
   EXPECT_EQ(events.back().message, "Your image is ready.");
 
   generate("a fox in motion", ImagineKind::video);
   EXPECT_EQ(clients.size(), 1u);
   EXPECT_EQ(client().prompts.back(), "/imagine-video a fox in motion");
-  EXPECT_EQ(desk().imagineProgress(), "Grok is generating a video…");
+  EXPECT_EQ(imagine().imagineProgress(), "Grok is generating a video…");
   names(path);
-  EXPECT_EQ(desk().imagineItems().size(), 2u) << "another prompt may give the same file";
-  EXPECT_EQ(desk().imagineItems().front().kind, ImagineKind::image) << "the file says what it is";
+  EXPECT_EQ(imagine().imagineItems().size(), 2u) << "another prompt may give the same file";
+  EXPECT_EQ(imagine().imagineItems().front().kind, ImagineKind::image)
+      << "the file says what it is";
   client().finishes();
   EXPECT_EQ(events.back().message, "Your video is ready.");
 }
 
-TEST_F(ImagineDeskTest, SaysThatItFinishedWhereTheAgentSaidNothing) {
+TEST_F(ImagineControllerTest, SaysThatItFinishedWhereTheAgentSaidNothing) {
   work("a fox");
   client().finishes();
-  EXPECT_EQ(desk().imagineProgress(), "Generation finished");
+  EXPECT_EQ(imagine().imagineProgress(), "Generation finished");
 }
 
-TEST_F(ImagineDeskTest, NeedsAPromptAndTheProgram) {
+TEST_F(ImagineControllerTest, NeedsAPromptAndTheProgram) {
   generate(" \n");
-  EXPECT_EQ(desk().imagineState(), State::idle());
+  EXPECT_EQ(imagine().imagineState(), State::idle());
   providers.connectors[AgentProvider::grok].isAvailable = [](const auto&) { return false; };
-  EXPECT_EQ(desk().generateImagine("a fox", ImagineKind::image).error().sentence,
+  EXPECT_EQ(imagine().generateImagine("a fox", ImagineKind::image).error().sentence,
             "Install and log in to Grok Build before using Imagine.");
   EXPECT_EQ(model->runtimes->installStatus(), RuntimeInstallStatus::missing());
   EXPECT_TRUE(clients.empty());
 }
 
-TEST_F(ImagineDeskTest, NeedsALibrary) {
+TEST_F(ImagineControllerTest, NeedsALibrary) {
   folder.file("Imagine", "a file in its place");
   generate("a fox");
-  EXPECT_EQ(desk().imagineState(), State::failed("Could not create the Imagine library."));
+  EXPECT_EQ(imagine().imagineState(), State::failed("Could not create the Imagine library."));
   EXPECT_TRUE(clients.empty());
 }
 
-TEST_F(ImagineDeskTest, FailsWithAdvice) {
+TEST_F(ImagineControllerTest, FailsWithAdvice) {
   generate("a fox");
   client().failsToOpen("not authenticated");
-  EXPECT_EQ(desk().imagineState(), State::failed("not authenticated"));
+  EXPECT_EQ(imagine().imagineState(), State::failed("not authenticated"));
   EXPECT_EQ(error(), friendlyError("not authenticated", AgentProvider::grok));
   work("a fox");
   EXPECT_EQ(clients.size(), 2u);
   EXPECT_EQ(clients.front()->stops, 1);
   client().fails(AgentError("quota"));
-  EXPECT_EQ(desk().imagineState(), State::failed("quota"));
-  EXPECT_EQ(desk().imagineProgress(), "Generation failed");
+  EXPECT_EQ(imagine().imagineState(), State::failed("quota"));
+  EXPECT_EQ(imagine().imagineProgress(), "Generation failed");
   EXPECT_EQ(events.back().kind, "imagine_attention");
   EXPECT_EQ(events.back().message, error());
 }
 
-TEST_F(ImagineDeskTest, TellsOfAClientThatDiesAndTakesAnother) {
+TEST_F(ImagineControllerTest, TellsOfAClientThatDiesAndTakesAnother) {
   work("a fox");
   client().onUnexpectedTermination("Grok exited with status 3.");
-  EXPECT_EQ(desk().imagineState(), State::failed("Grok exited with status 3."));
+  EXPECT_EQ(imagine().imagineState(), State::failed("Grok exited with status 3."));
   EXPECT_EQ(error(), "Grok exited with status 3.");
-  desk().cancelImagine();
+  imagine().cancelImagine();
   generate("a fox");
   EXPECT_EQ(clients.size(), 2u) << "one that is dead serves no prompt, not even after a stop";
 }
 
-TEST_F(ImagineDeskTest, NewPromptWhileItWorksTakesTheClientsPlace) {
+TEST_F(ImagineControllerTest, NewPromptWhileItWorksTakesTheClientsPlace) {
   work("a fox");
   const auto first = clients.front();
   first->onPermissionRequest({1, "Draw", "", {}});
   generate("an owl");
   EXPECT_EQ(first->stops, 1);
   EXPECT_EQ(app->selected().permissionRequest(), nullptr) << "its question went with it";
-  EXPECT_EQ(desk().imagineState(), State::connecting());
+  EXPECT_EQ(imagine().imagineState(), State::connecting());
   first->says("late");
   first->promptCompletions.back()(JsonObject{});
   first->onUnexpectedTermination("late");
-  EXPECT_EQ(desk().imagineState(), State::connecting());
-  EXPECT_EQ(desk().imagineProgress(), "Preparing image generation…");
+  EXPECT_EQ(imagine().imagineState(), State::connecting());
+  EXPECT_EQ(imagine().imagineProgress(), "Preparing image generation…");
 }
 
-TEST_F(ImagineDeskTest, CancelKeepsWhatWasCopiedAndIsNoSuccess) {
+TEST_F(ImagineControllerTest, CancelKeepsWhatWasCopiedAndIsNoSuccess) {
   work("a fox");
   names(folder.file("fox.png", "1"));
-  desk().cancelImagine();
+  imagine().cancelImagine();
   EXPECT_EQ(client().cancels, 1);
-  EXPECT_EQ(desk().imagineState(), State::ready());
-  EXPECT_EQ(desk().imagineProgress(), "Stopped");
-  EXPECT_EQ(desk().imagineItems().size(), 1u);
+  EXPECT_EQ(imagine().imagineState(), State::ready());
+  EXPECT_EQ(imagine().imagineProgress(), "Stopped");
+  EXPECT_EQ(imagine().imagineItems().size(), 1u);
   const auto told = events.size();
 
   // The agent takes one prompt at a time: the next one waits for the end of the stopped one.
   generate("an owl");
-  EXPECT_EQ(desk().imagineState(), State::working());
+  EXPECT_EQ(imagine().imagineState(), State::working());
   EXPECT_EQ(client().prompts.size(), 1u);
   client().finishes();
   EXPECT_EQ(events.size(), told) << "nobody hears that the stopped one is ready";
@@ -162,33 +163,33 @@ TEST_F(ImagineDeskTest, CancelKeepsWhatWasCopiedAndIsNoSuccess) {
   EXPECT_EQ(events.back().message, "Your image is ready.");
 }
 
-TEST_F(ImagineDeskTest, WhatAStoppedAgentStillSaysBelongsToTheStoppedPrompt) {
+TEST_F(ImagineControllerTest, WhatAStoppedAgentStillSaysBelongsToTheStoppedPrompt) {
   work("a fox");
-  desk().cancelImagine();
+  imagine().cancelImagine();
   client().says("late");
-  EXPECT_EQ(desk().imagineProgress(), "Stopped");
+  EXPECT_EQ(imagine().imagineProgress(), "Stopped");
   generate("an owl", ImagineKind::video);
   client().says("later");
-  EXPECT_EQ(desk().imagineProgress(), "Preparing video generation…");
+  EXPECT_EQ(imagine().imagineProgress(), "Preparing video generation…");
   names(folder.file("fox.png", "1"));
-  EXPECT_EQ(desk().imagineItems().front().prompt, "a fox");
+  EXPECT_EQ(imagine().imagineItems().front().prompt, "a fox");
   client().finishes();
   EXPECT_EQ(client().prompts.back(), "/imagine-video an owl");
-  EXPECT_EQ(desk().imagineAnswer(), "");
+  EXPECT_EQ(imagine().imagineAnswer(), "");
 }
 
-TEST_F(ImagineDeskTest, AgentThatDoesNotEndWhatWasStoppedIsReplaced) {
+TEST_F(ImagineControllerTest, AgentThatDoesNotEndWhatWasStoppedIsReplaced) {
   const struct {
     const char* what;
     bool isOpen;
   } cases[] = {{"at work", true}, {"connecting", false}};
   for (const auto& each : cases) {
     SCOPED_TRACE(each.what);
-    desk().reset();
+    imagine().reset();
     generate("a fox");
     if (each.isOpen) client().opens("media");
     const auto first = clients.back();
-    desk().cancelImagine();
+    imagine().cancelImagine();
     generate("an owl");
     main.advance(AgentSession::stopTimeout);
     EXPECT_NE(clients.back(), first);
@@ -200,7 +201,7 @@ TEST_F(ImagineDeskTest, AgentThatDoesNotEndWhatWasStoppedIsReplaced) {
   }
 }
 
-TEST_F(ImagineDeskTest, CopiesFewFilesAtOnceAndNoneBehindItsEnd) {
+TEST_F(ImagineControllerTest, CopiesFewFilesAtOnceAndNoneBehindItsEnd) {
   struct Held final : Executor {
     void post(Work work) override { all.push_back(std::move(work)); }
     std::vector<Work> all;
@@ -216,31 +217,31 @@ TEST_F(ImagineDeskTest, CopiesFewFilesAtOnceAndNoneBehindItsEnd) {
   held.all[0]();
   main.runReady();
   EXPECT_EQ(held.all.size(), 3u);
-  EXPECT_EQ(desk().imagineItems().size(), 1u);
-  EXPECT_TRUE(desk().hasUnfinishedWork());
+  EXPECT_EQ(imagine().imagineItems().size(), 1u);
+  EXPECT_TRUE(imagine().hasUnfinishedWork());
   const auto files = folder.names("Imagine");
   stop();
   held.all[1]();
   EXPECT_EQ(folder.names("Imagine"), files) << "nobody would list it";
 }
 
-TEST_F(ImagineDeskTest, SaysWhyAFileCouldNotBeCopied) {
+TEST_F(ImagineControllerTest, SaysWhyAFileCouldNotBeCopied) {
   work("a fox");
   names(folder / "missing.png");
-  EXPECT_EQ(desk().imagineCopyError(), "");
+  EXPECT_EQ(imagine().imagineCopyError(), "");
   std::filesystem::remove_all(library());
   folder.file("Imagine", "a file in its place");
   names(folder.file("fox.png", "1"));
-  EXPECT_TRUE(desk().imagineItems().empty());
-  EXPECT_TRUE(desk().imagineCopyError().contains(library())) << desk().imagineCopyError();
+  EXPECT_TRUE(imagine().imagineItems().empty());
+  EXPECT_TRUE(imagine().imagineCopyError().contains(library())) << imagine().imagineCopyError();
 }
 
-TEST_F(ImagineDeskTest, CancelBeforeTheSessionIsOpenSendsNothing) {
+TEST_F(ImagineControllerTest, CancelBeforeTheSessionIsOpenSendsNothing) {
   generate("a fox");
-  desk().cancelImagine();
+  imagine().cancelImagine();
   generate("an owl");
-  EXPECT_EQ(desk().imagineState(), State::connecting());
-  desk().cancelImagine();
+  EXPECT_EQ(imagine().imagineState(), State::connecting());
+  imagine().cancelImagine();
   client().opens("media");
   EXPECT_TRUE(client().prompts.empty());
   generate("a hare");
@@ -248,29 +249,29 @@ TEST_F(ImagineDeskTest, CancelBeforeTheSessionIsOpenSendsNothing) {
   EXPECT_EQ(clients.size(), 1u);
 }
 
-TEST_F(ImagineDeskTest, DeletedItemGoesWithItsFileOrWithoutIt) {
+TEST_F(ImagineControllerTest, DeletedItemGoesWithItsFileOrWithoutIt) {
   Environment environment;
   environment.set("XDG_DATA_HOME", folder / "data");
   work("a fox");
   names(folder.file("fox.png", "1"));
   names(folder.file("owl.png", "2"));
-  const auto items = desk().imagineItems();
-  desk().deleteImagineItem(items[0].id);
+  const auto items = imagine().imagineItems();
+  imagine().deleteImagineItem(items[0].id);
   EXPECT_FALSE(files::exists(items[0].localPath));
   std::filesystem::remove(items[1].localPath);
-  desk().deleteImagineItem(items[1].id);
-  EXPECT_TRUE(desk().imagineItems().empty());
+  imagine().deleteImagineItem(items[1].id);
+  EXPECT_TRUE(imagine().imagineItems().empty());
   EXPECT_TRUE(ImagineStore::peek(folder.path()).empty());
 }
 
-TEST_F(ImagineDeskTest, LibraryIsThereAfterARestart) {
+TEST_F(ImagineControllerTest, LibraryIsThereAfterARestart) {
   work("a fox");
   names(folder.file("fox.png", "1"));
-  const auto items = desk().imagineItems();
+  const auto items = imagine().imagineItems();
   stop();
   EXPECT_EQ(client().stops, 1);
   start();
-  EXPECT_EQ(desk().imagineItems(), items);
+  EXPECT_EQ(imagine().imagineItems(), items);
 }
 
 }  // namespace

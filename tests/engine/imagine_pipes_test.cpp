@@ -33,18 +33,19 @@ class ImaginePipes : public EngineFixture {
     EXPECT_TRUE(Process::waitForAll(std::chrono::seconds(20)));
   }
 
-  ImagineController& desk() { return *model->imagine; }
-  bool isOver() { return !desk().imagineState().isBusy() && !desk().hasUnfinishedWork(); }
+  ImagineController& imagine() { return *model->imagine; }
+  bool isOver() { return !imagine().imagineState().isBusy() && !imagine().hasUnfinishedWork(); }
   void generate(const std::string& prompt, ImagineKind kind = ImagineKind::image) {
-    desk().generateImagine(prompt, kind);
+    imagine().generateImagine(prompt, kind);
   }
   void await(const std::function<bool()>& condition) {
-    EXPECT_TRUE(main.runUntil(condition)) << desk().imagineProgress() << desk().imagineState().text;
+    EXPECT_TRUE(main.runUntil(condition))
+        << imagine().imagineProgress() << imagine().imagineState().text;
   }
   /// Of every item, newest first: "prompt: content".
   std::vector<std::string> made() {
     std::vector<std::string> all;
-    for (const auto& item : desk().imagineItems()) {
+    for (const auto& item : imagine().imagineItems()) {
       all.push_back(item.prompt + ": " + folder.contentOf(item.localPath));
     }
     return all;
@@ -107,58 +108,10 @@ TEST_F(ImaginePipes, FilesAreFoundHoweverTheyAreNamed) {
     generate("a fox", ImagineKind::video);
     await([this] { return isOver(); });
     ASSERT_EQ(made(), std::vector<std::string>{"a fox: fox"});
-    EXPECT_EQ(desk().imagineItems().front().kind, ImagineKind::image) << "the file says what it is";
+    EXPECT_EQ(imagine().imagineItems().front().kind, ImagineKind::image)
+        << "the file says what it is";
     EXPECT_EQ(events.back().message, "Your video is ready.");
   }
-}
-
-TEST_F(ImaginePipes, PromptAtOnceBehindACancelledOneIsServedWhenThatHasEnded) {
-  const auto fox = folder.file("fox.png", "fox");
-  const auto owl = folder.file("owl.png", "owl");
-  const auto drawing = opened().expectPrompt().say("Drawing").expect("\"session/cancel\"");
-  const auto drawOwl = [&](ACPAgentScript script) {
-    return script.expect(R"("text":"/imagine an owl")").say(owl).endTurn().hang();
-  };
-  auto late = drawing;
-  late.say("Late: " + fox);
-  // The answer to the first prompt, the client's third request: others have come since.
-  late.send(R"({"jsonrpc":"2.0","id":3,"result":{"stopReason":"cancelled"}})");
-  auto ends = drawing;
-  const struct {
-    const char* what;
-    std::vector<ACPAgentScript> scripts;
-    std::vector<std::string> made;
-  } cases[] = {
-      {"an agent that ends the turn", {drawOwl(late)}, {"a fox: fox", "an owl: owl"}},
-      {"one that ends as a whole", {ends.line("exit 3"), drawOwl(opened())}, {"an owl: owl"}},
-  };
-  for (const auto& each : cases) {
-    SCOPED_TRACE(each.what);
-    scripts_ = each.scripts;
-    startAnew();
-    generate("a fox");
-    await([this] { return desk().imagineProgress() == "Drawing"; });
-    desk().cancelImagine();
-    generate("an owl");
-    EXPECT_EQ(desk().imagineState(), ConnectionState::working());
-    await([this] { return isOver(); });
-    EXPECT_EQ(desk().imagineState(), ConnectionState::ready());
-    EXPECT_THAT(made(), ::testing::UnorderedElementsAreArray(each.made));
-  }
-}
-
-TEST_F(ImaginePipes, DeathInTheMiddleKeepsWhatWasMadeAndTheNextPromptHasAnotherAgent) {
-  const auto fox = folder.file("fox.png", "fox");
-  scripts_ = {opened().expectPrompt().say(fox).line("error out of paint\\n").line("exit 3"),
-              opened().expectPrompt().endTurn().hang()};
-  start();
-  generate("a fox");
-  await([this] { return desk().imagineState().text == "out of paint" && isOver(); });
-  EXPECT_EQ(made(), std::vector<std::string>{"a fox: fox"});
-  EXPECT_EQ(app->selected().errorMessage(), "out of paint");
-  generate("an owl");
-  await([this] { return isOver(); });
-  EXPECT_EQ(desk().imagineState(), ConnectionState::ready());
 }
 
 }  // namespace

@@ -15,15 +15,15 @@ using State = RuntimeInstallStatus::State;
 
 constexpr AgentProvider five[] = {grok, codex, kimi, glm, claude};
 
-class RuntimeDeskTest : public tests::RuntimeProgramsFixture {
+class InstalledRuntimesTest : public tests::RuntimeProgramsFixture {
  protected:
   void logIn(AgentProvider provider) {
     switch (provider) {
-      case grok: return desk_->logIn();
-      case codex: return desk_->logInCodex();
-      case kimi: return desk_->logInKimi();
-      case glm: return desk_->setUpOpenCodeGLM();
-      default: return desk_->logInClaude();
+      case grok: return runtimes_->logIn();
+      case codex: return runtimes_->logInCodex();
+      case kimi: return runtimes_->logInKimi();
+      case glm: return runtimes_->setUpOpenCodeGLM();
+      default: return runtimes_->logInClaude();
     }
   }
   /// How often the program was started with this first argument.
@@ -39,7 +39,7 @@ class RuntimeDeskTest : public tests::RuntimeProgramsFixture {
   static constexpr const char* logging = "echo \"$1\" >> \"$0.log\"; ";
 };
 
-TEST_F(RuntimeDeskTest, SaysWhatIsThereAtOnceAndTheRestWhenTheProgramHasAnswered) {
+TEST_F(InstalledRuntimesTest, SaysWhatIsThereAtOnceAndTheRestWhenTheProgramHasAnswered) {
   struct Case {
     AgentProvider provider;
     std::optional<bool> signedIn;
@@ -49,166 +49,146 @@ TEST_F(RuntimeDeskTest, SaysWhatIsThereAtOnceAndTheRestWhenTheProgramHasAnswered
        {Case{grok, {}}, Case{codex, true}, Case{kimi, {}}, Case{glm, {}}, Case{claude, true}}) {
     SCOPED_TRACE(rawText(provider));
     const auto path = install(provider, "[ \"$1\" = --version ] && echo '  tool 1.2 '; exit 0");
-    EXPECT_EQ(desk_->status(provider).state, State::checking);
+    EXPECT_EQ(runtimes_->status(provider).state, State::checking);
     int announced = 0;
     const auto watch = changes_.observe(
         [&](const ChangeBatch& batch) { announced += batch.has(topics::runtimes) ? 1 : 0; });
-    desk_->refresh(provider);
-    EXPECT_EQ(desk_->status(provider), RuntimeInstallStatus::installed(path));
+    runtimes_->refresh(provider);
+    EXPECT_EQ(runtimes_->status(provider), RuntimeInstallStatus::installed(path));
     main_.runReady();
     EXPECT_EQ(announced, 1);
     awaitAnswers();
     auto expected = RuntimeInstallStatus::installed(path);
     expected.version = "tool 1.2";
     expected.signedIn = signedIn;
-    EXPECT_EQ(desk_->status(provider), expected);
+    EXPECT_EQ(runtimes_->status(provider), expected);
     main_.runReady();
     EXPECT_EQ(announced, 2);
   }
-  EXPECT_EQ(desk_->codexInstallStatus().path, custom_[codex]);
-  EXPECT_EQ(desk_->openCodeInstallStatus().path, custom_[glm]);
+  EXPECT_EQ(runtimes_->codexInstallStatus().path, custom_[codex]);
+  EXPECT_EQ(runtimes_->openCodeInstallStatus().path, custom_[glm]);
 }
 
-TEST_F(RuntimeDeskTest, ProgramThatFailsOrIsNoneIsInstalledWithoutAVersion) {
+TEST_F(InstalledRuntimesTest, ProgramThatFailsOrIsNoneIsInstalledWithoutAVersion) {
   install(grok, "echo no interpreter; exit 127");
   custom_[claude] = home_.file("programs/claude",
                                "\x7f"
                                "ELF that is none");
   ::chmod(custom_[claude].c_str(), 0755);
   for (const auto provider : {grok, claude}) {
-    desk_->refresh(provider);
+    runtimes_->refresh(provider);
     awaitAnswers();
     auto expected = RuntimeInstallStatus::installed(custom_[provider]);
     expected.hasFailed = true;
-    EXPECT_EQ(desk_->status(provider), expected);
+    EXPECT_EQ(runtimes_->status(provider), expected);
   }
 }
 
-TEST_F(RuntimeDeskTest, ProgramThatHangsEndsTheQuestionAtItsLimit) {
+TEST_F(InstalledRuntimesTest, ProgramThatHangsEndsTheQuestionAtItsLimit) {
   install(codex, "exec sleep 1000");
-  desk_->refreshCodexInstallStatus();
+  runtimes_->refreshCodexInstallStatus();
   main_.advance(14s);
-  EXPECT_TRUE(desk_->isAsking());
+  EXPECT_TRUE(runtimes_->isAsking());
   main_.advance(1s);
   // The version is given up; the question for the sign-in has a limit of its own.
   EXPECT_TRUE(main_.runUntil([&] {
     main_.advance(1s);
     main_.post([] {});
-    return !desk_->isAsking();
+    return !runtimes_->isAsking();
   }));
   auto expected = RuntimeInstallStatus::installed(custom_[codex]);
   expected.hasRunOut = true;
-  EXPECT_EQ(desk_->codexInstallStatus(), expected);
+  EXPECT_EQ(runtimes_->codexInstallStatus(), expected);
   // Its next answer takes that back.
   install(codex, "echo 1");
-  desk_->refreshCodexInstallStatus();
+  runtimes_->refreshCodexInstallStatus();
   awaitAnswers();
-  EXPECT_EQ(desk_->codexInstallStatus().version, "1");
-  EXPECT_FALSE(desk_->codexInstallStatus().hasRunOut);
+  EXPECT_EQ(runtimes_->codexInstallStatus().version, "1");
+  EXPECT_FALSE(runtimes_->codexInstallStatus().hasRunOut);
 }
 
-TEST_F(RuntimeDeskTest, AnswerOfAnEarlierRefreshIsDropped) {
+TEST_F(InstalledRuntimesTest, AnswerOfAnEarlierRefreshIsDropped) {
   const auto gate = home_ / "gate";
   ASSERT_EQ(::mkfifo(gate.c_str(), 0600), 0);
   install(kimi, "read go < '" + gate + "'; echo old");
-  desk_->refreshKimiInstallStatus();
+  runtimes_->refreshKimiInstallStatus();
   const auto newer = custom_[kimi] = program("programs/newer", "echo new");
-  desk_->refreshKimiInstallStatus();
+  runtimes_->refreshKimiInstallStatus();
   awaitAnswers();
-  EXPECT_EQ(desk_->kimiInstallStatus().version, "new");
+  EXPECT_EQ(runtimes_->kimiInstallStatus().version, "new");
   std::ofstream(gate) << "go\n";
   EXPECT_TRUE(Process::waitForAll(20s));
   pool_.post([this] { main_.post([] {}); });
   main_.advance(1s);
-  EXPECT_EQ(desk_->kimiInstallStatus().path, newer);
-  EXPECT_EQ(desk_->kimiInstallStatus().version, "new");
+  EXPECT_EQ(runtimes_->kimiInstallStatus().path, newer);
+  EXPECT_EQ(runtimes_->kimiInstallStatus().version, "new");
 }
 
-TEST_F(RuntimeDeskTest, MissingProgramIsMissingAndOthersHaveNone) {
+TEST_F(InstalledRuntimesTest, MissingProgramIsMissingAndOthersHaveNone) {
   for (const auto provider : five) {
     if (::access(fmt::format("/usr/bin/{}", rawText(provider)).c_str(), X_OK) == 0) continue;
     custom_[provider] = home_ / "gone";
-    desk_->refresh(provider);
-    EXPECT_EQ(desk_->status(provider), RuntimeInstallStatus::missing()) << rawText(provider);
+    runtimes_->refresh(provider);
+    EXPECT_EQ(runtimes_->status(provider), RuntimeInstallStatus::missing()) << rawText(provider);
   }
-  EXPECT_EQ(desk_->status(tasklet), RuntimeInstallStatus::missing());
+  EXPECT_EQ(runtimes_->status(tasklet), RuntimeInstallStatus::missing());
   install(grok, "echo 1");
-  desk_->refreshInstallStatus();
-  desk_->noteMissing(grok);
-  EXPECT_EQ(desk_->installStatus(), RuntimeInstallStatus::missing());
+  runtimes_->refreshInstallStatus();
+  runtimes_->noteMissing(grok);
+  EXPECT_EQ(runtimes_->installStatus(), RuntimeInstallStatus::missing());
   EXPECT_TRUE(Process::waitForAll(20s));
   main_.runReady();
-  EXPECT_EQ(desk_->installStatus(), RuntimeInstallStatus::missing());
+  EXPECT_EQ(runtimes_->installStatus(), RuntimeInstallStatus::missing());
 }
 
-TEST_F(RuntimeDeskTest, WhatIsNotFoundWaitsForTheUsersOwnPathWhichIsReadOnce) {
+TEST_F(InstalledRuntimesTest, WhatIsNotFoundWaitsForTheUsersOwnPathWhichIsReadOnce) {
   std::vector<std::function<void()>> readings;
   programs_.readUserPath = [&](std::function<void()> done) { readings.push_back(std::move(done)); };
-  makeDesk();
+  makeRuntimes();
   program("tools/kimi", "echo 7");
   install(grok, "echo 8");
-  desk_->refreshAll();
-  desk_->refreshAll();
+  runtimes_->refreshAll();
+  runtimes_->refreshAll();
   ASSERT_EQ(readings.size(), 1U);
-  EXPECT_EQ(desk_->kimiInstallStatus().state, State::checking);
-  EXPECT_TRUE(desk_->installStatus().isInstalled());
+  EXPECT_EQ(runtimes_->kimiInstallStatus().state, State::checking);
+  EXPECT_TRUE(runtimes_->installStatus().isInstalled());
   loginShell::keepFolders({home_ / "tools"});
   readings[0]();
-  EXPECT_EQ(desk_->kimiInstallStatus().path, home_ / "tools/kimi");
+  EXPECT_EQ(runtimes_->kimiInstallStatus().path, home_ / "tools/kimi");
   awaitAnswers();
-  EXPECT_EQ(desk_->kimiInstallStatus().version, "7");
-  EXPECT_EQ(desk_->installStatus().version, "8");
-  EXPECT_NE(desk_->claudeInstallStatus().state, State::checking);
+  EXPECT_EQ(runtimes_->kimiInstallStatus().version, "7");
+  EXPECT_EQ(runtimes_->installStatus().version, "8");
+  EXPECT_NE(runtimes_->claudeInstallStatus().state, State::checking);
 }
 
-TEST_F(RuntimeDeskTest, ToAskSeveralIsNotOverBeforeTheLastHasAnswered) {
+TEST_F(InstalledRuntimesTest, ToAskSeveralIsNotOverBeforeTheLastHasAnswered) {
   std::function<void()> pathIsRead;
   programs_.readUserPath = [&](std::function<void()> done) { pathIsRead = std::move(done); };
-  makeDesk();
+  makeRuntimes();
   // The others are missing, and say so before it is asked and while it is.
   program("tools/claude", "[ $1 = auth ] && exit 1; echo 7");
   std::vector<bool> signedInWhenOver;
   const auto watch = changes_.observe([&](const ChangeBatch&) {
-    if (!desk_->isAsking()) {
-      signedInWhenOver.push_back(desk_->claudeInstallStatus().signedIn.has_value());
+    if (!runtimes_->isAsking()) {
+      signedInWhenOver.push_back(runtimes_->claudeInstallStatus().signedIn.has_value());
     }
   });
-  desk_->refreshAll();
+  runtimes_->refreshAll();
   loginShell::keepFolders({home_ / "tools"});
   pathIsRead();
   awaitAnswers();
   main_.runReady();
   EXPECT_EQ(signedInWhenOver, std::vector{true});
   signedInWhenOver.clear();
-  desk_->refreshAll();
+  runtimes_->refreshAll();
   awaitAnswers();
   main_.runReady();
   EXPECT_EQ(signedInWhenOver, std::vector{true}) << "also when the PATH is known";
 }
 
-TEST_F(RuntimeDeskTest, UsersPathIsReadOnceForAllWhoWaitAndStartsNoProgram) {
-  std::vector<std::function<void()>> readings;
-  programs_.readUserPath = [&](std::function<void()> done) { readings.push_back(std::move(done)); };
-  makeDesk();
-  install(kimi, logging + std::string("echo 1"));
-  int known = 0;
-  desk_->readUserPath([&] { ++known; });
-  desk_->readUserPath([&] { ++known; });
-  ASSERT_EQ(readings.size(), 1U);
-  EXPECT_EQ(known, 0);
-  EXPECT_TRUE(desk_->isReadingUserPath());
-  readings[0]();
-  EXPECT_EQ(known, 2);
-  desk_->readUserPath([&] { ++known; });
-  EXPECT_EQ(known, 3);
-  EXPECT_EQ(readings.size(), 1U);
-  EXPECT_FALSE(desk_->isAsking());
-  EXPECT_EQ(starts(kimi, "--version"), 0U);
-}
-
 // ---- signing in ---------------------------------------------------------------------------------
 
-TEST_F(RuntimeDeskTest, LogInShowsThatItRunsThenWhyItFailedThenTheFreshStatus) {
+TEST_F(InstalledRuntimesTest, LogInShowsThatItRunsThenWhyItFailedThenTheFreshStatus) {
   struct Case {
     AgentProvider provider;
     std::string script;  // of "login"
@@ -229,88 +209,88 @@ TEST_F(RuntimeDeskTest, LogInShowsThatItRunsThenWhyItFailedThenTheFreshStatus) {
     SCOPED_TRACE(std::string(rawText(provider)) + ": " + script);
     install(provider, "if [ \"$*\" = login ]; then " + script + "; exit; fi; echo 2.0");
     logIn(provider);
-    EXPECT_TRUE(desk_->login(provider).isRunning);
+    EXPECT_TRUE(runtimes_->login(provider).isRunning);
     awaitLogin(provider);
-    EXPECT_EQ(desk_->login(provider), (RuntimeLogin{.isRunning = false, .failure = failure}));
-    EXPECT_EQ(desk_->failure().has_value(), failure.has_value());
-    if (failure && desk_->failure()) {
-      EXPECT_EQ(*desk_->failure(), *failure);
+    EXPECT_EQ(runtimes_->login(provider), (RuntimeLogin{.isRunning = false, .failure = failure}));
+    EXPECT_EQ(runtimes_->failure().has_value(), failure.has_value());
+    if (failure && runtimes_->failure()) {
+      EXPECT_EQ(*runtimes_->failure(), *failure);
     }
-    EXPECT_EQ(desk_->status(provider).version, "2.0") << "the status is refreshed in any case";
+    EXPECT_EQ(runtimes_->status(provider).version, "2.0") << "the status is refreshed in any case";
   }
 }
 
-TEST_F(RuntimeDeskTest, LogInThatCannotBeStartedSaysWhatTheSystemSays) {
+TEST_F(InstalledRuntimesTest, LogInThatCannotBeStartedSaysWhatTheSystemSays) {
   custom_[codex] = program("programs/codex", "");
   home_.file("programs/codex", "#!/nowhere/interpreter\n");
-  desk_->logInCodex();
+  runtimes_->logInCodex();
   awaitLogin(codex);
-  EXPECT_EQ(desk_->login(codex).failure, "No such file or directory");
-  EXPECT_TRUE(desk_->codexInstallStatus().isInstalled());
+  EXPECT_EQ(runtimes_->login(codex).failure, "No such file or directory");
+  EXPECT_TRUE(runtimes_->codexInstallStatus().isInstalled());
 }
 
-TEST_F(RuntimeDeskTest, LogInOfAMissingProgramOnlySaysThatItIsMissing) {
+TEST_F(InstalledRuntimesTest, LogInOfAMissingProgramOnlySaysThatItIsMissing) {
   for (const auto provider : five) {
     SCOPED_TRACE(rawText(provider));
     logIn(provider);
-    EXPECT_EQ(desk_->status(provider), RuntimeInstallStatus::missing());
-    EXPECT_EQ(desk_->login(provider), RuntimeLogin{});
+    EXPECT_EQ(runtimes_->status(provider), RuntimeInstallStatus::missing());
+    EXPECT_EQ(runtimes_->login(provider), RuntimeLogin{});
   }
-  EXPECT_EQ(desk_->failure(), std::nullopt);
+  EXPECT_EQ(runtimes_->failure(), std::nullopt);
   EXPECT_TRUE(desktop_->notes.empty());
 }
 
-TEST_F(RuntimeDeskTest, OneLogInAtATimeAndItMayTakeAnHour) {
+TEST_F(InstalledRuntimesTest, OneLogInAtATimeAndItMayTakeAnHour) {
   const auto gate = home_ / "gate";
   ASSERT_EQ(::mkfifo(gate.c_str(), 0600), 0);
   install(kimi, logging + ("[ \"$1\" = login ] && read go < '" + gate + "'; echo done"));
-  desk_->logInKimi();
-  desk_->logInKimi();
+  runtimes_->logInKimi();
+  runtimes_->logInKimi();
   main_.advance(1h);
-  EXPECT_TRUE(desk_->login(kimi).isRunning);
+  EXPECT_TRUE(runtimes_->login(kimi).isRunning);
   std::ofstream(gate) << "go\n";
   awaitLogin(kimi);
-  EXPECT_FALSE(desk_->login(kimi).failure);
+  EXPECT_FALSE(runtimes_->login(kimi).failure);
   EXPECT_EQ(starts(kimi, "login"), 1U);
   logIn(kimi);
-  EXPECT_TRUE(desk_->login(kimi).isRunning) << "the next one may begin";
+  EXPECT_TRUE(runtimes_->login(kimi).isRunning) << "the next one may begin";
   std::ofstream(gate) << "go\n";
   awaitLogin(kimi);
 }
 
-TEST_F(RuntimeDeskTest, LogInEndsWithTheProgram) {
+TEST_F(InstalledRuntimesTest, LogInEndsWithTheProgram) {
   install(grok, "exec sleep 1000");
-  desk_->logIn();
+  runtimes_->logIn();
   programs_ = {};
-  desk_.reset();
+  runtimes_.reset();
   runner_.reset();
   EXPECT_TRUE(Process::waitForAll(20s));
   main_.runReady();
 }
 
-TEST_F(RuntimeDeskTest, TwoLogInsAreCopiedForATerminalQuotedForItsShell) {
+TEST_F(InstalledRuntimesTest, TwoLogInsAreCopiedForATerminalQuotedForItsShell) {
   custom_[glm] = program("it's here/open code", "");
   custom_[claude] = program("claude", "");
-  desk_->setUpOpenCodeGLM();
-  desk_->logInClaude();
+  runtimes_->setUpOpenCodeGLM();
+  runtimes_->logInClaude();
   const std::string quoted = "'" + home_.path() + R"(/it'\''s here/open code')";
   EXPECT_EQ(desktop_->notes,
             (std::vector<std::string>{"copy " + quoted + " auth login --provider zai-coding-plan",
                                       "open ", "copy '" + home_.path() + "/claude' auth login",
                                       "open "}));
   desktop_->answer = std::unexpected("no terminal");
-  desk_->copyInstallCommandAndOpenTerminal();
+  runtimes_->copyInstallCommandAndOpenTerminal();
   EXPECT_TRUE(desktop_->notes[4].starts_with("copy curl ")) << desktop_->notes[4];
-  EXPECT_EQ(desk_->failure(), std::nullopt) << "the command lies on the clipboard all the same";
+  EXPECT_EQ(runtimes_->failure(), std::nullopt) << "the command lies on the clipboard all the same";
 }
 
-TEST_F(RuntimeDeskTest, OpensTheSelectedProjectInATerminalOrSaysWhyNot) {
-  desk_->openProjectInTerminal("/project");
+TEST_F(InstalledRuntimesTest, OpensTheSelectedProjectInATerminalOrSaysWhyNot) {
+  runtimes_->openProjectInTerminal("/project");
   EXPECT_EQ(desktop_->notes, std::vector<std::string>{"open /project"});
-  EXPECT_EQ(desk_->failure(), std::nullopt);
+  EXPECT_EQ(runtimes_->failure(), std::nullopt);
   desktop_->answer = std::unexpected("no such program");
-  desk_->openProjectInTerminal("/project");
-  EXPECT_EQ(desk_->failure(), "Could not open Terminal: no such program");
+  runtimes_->openProjectInTerminal("/project");
+  EXPECT_EQ(runtimes_->failure(), "Could not open Terminal: no such program");
 }
 
 }  // namespace

@@ -28,10 +28,10 @@ class ProjectContextService : public EngineFixture {
   void answer() {
     for (const auto& each : std::exchange(looks, {})) each();
   }
-  vantrell::ProjectContextService& desk() { return *model->context; }
+  vantrell::ProjectContextService& context() { return *model->context; }
   std::string block(const ThreadExecutionKey& task) {
     std::string told = "no answer";
-    desk().projectContextPrompt(task, [&](std::string text) { told = std::move(text); });
+    context().projectContextPrompt(task, [&](std::string text) { told = std::move(text); });
     return told;
   }
   ProjectContextProfile stored(const Uuid& id) {
@@ -51,7 +51,7 @@ TEST_F(ProjectContextService, BlockIsEmptyOrHasABannerThatDoesNotCount) {
   EXPECT_EQ(block(key), "");
   EXPECT_EQ(block({Uuid::random(), Uuid::random()}), "");
   const std::string banner = "VANTRELL PROJECT CONTEXT\n";
-  desk().setProjectInstructions(std::string(20'000, 'x'), key.workspaceID);
+  context().setProjectInstructions(std::string(20'000, 'x'), key.workspaceID);
   EXPECT_EQ(text::characterCount(block(key)), banner.size() + 18'000);
   EXPECT_THAT(block(key), ::testing::StartsWith(banner + "PROJECT INSTRUCTIONS\nxxx"));
 }
@@ -62,34 +62,34 @@ TEST_F(ProjectContextService, InstructionsAreKeptTrimmedAndClearedByBlanks) {
   const auto observation = model->changes.observe(
       [&](const ChangeBatch& batch) { snapshots += batch.has(topics::remoteSnapshot) ? 1 : 0; });
   main.advance(std::chrono::seconds(5));
-  desk().setProjectInstructions(" Test first.\n", key.workspaceID);
+  context().setProjectInstructions(" Test first.\n", key.workspaceID);
   main.runReady();
-  EXPECT_EQ(desk().projectInstructions(key.workspaceID), "Test first.");
+  EXPECT_EQ(context().projectInstructions(key.workspaceID), "Test first.");
   EXPECT_EQ(stored(key.workspaceID).instructions, "Test first.");
   EXPECT_EQ(iso8601(stored(key.workspaceID).updatedAt), iso8601(main.now()));
   selectGeneral();
-  desk().setProjectInstructions("Other.", key.workspaceID);
+  context().setProjectInstructions("Other.", key.workspaceID);
   main.runReady();
-  EXPECT_EQ(desk().projectContext().instructions, "") << "General is looked at";
-  EXPECT_EQ(desk().projectInstructions(key.workspaceID), "Other.");
-  desk().setProjectInstructions(" \n", key.workspaceID);
+  EXPECT_EQ(context().projectContext().instructions, "") << "General is looked at";
+  EXPECT_EQ(context().projectInstructions(key.workspaceID), "Other.");
+  context().setProjectInstructions(" \n", key.workspaceID);
   main.runReady();
   EXPECT_EQ(stored(key.workspaceID).instructions, "");
   EXPECT_EQ(snapshots, 3);
 
-  desk().setProjectInstructions("General has none.", *model->selection.workspaceID());
+  context().setProjectInstructions("General has none.", *model->selection.workspaceID());
   main.runReady();
-  desk().setProjectInstructions("Nor has this.", Uuid::random());
+  context().setProjectInstructions("Nor has this.", Uuid::random());
   main.runReady();
-  EXPECT_EQ(desk().projectInstructions(*model->selection.workspaceID()), "");
+  EXPECT_EQ(context().projectInstructions(*model->selection.workspaceID()), "");
   EXPECT_EQ(snapshots, 3);
 }
 
 TEST_F(ProjectContextService, DecisionsAreAppendedWhereNeitherTextIsBlank) {
   start();
-  desk().addProjectDecision(" Store ", " SQLite ", key.workspaceID);
-  desk().addProjectDecision("Blank", " ", key.workspaceID);
-  desk().addProjectDecision("", "Blank", key.workspaceID);
+  context().addProjectDecision(" Store ", " SQLite ", key.workspaceID);
+  context().addProjectDecision("Blank", " ", key.workspaceID);
+  context().addProjectDecision("", "Blank", key.workspaceID);
   ASSERT_EQ(stored(key.workspaceID).decisions.size(), 1U);
   EXPECT_EQ(stored(key.workspaceID).decisions[0].title, "Store");
   EXPECT_EQ(block(key), "VANTRELL PROJECT CONTEXT\nPROJECT DECISIONS\n- Store: SQLite");
@@ -104,7 +104,7 @@ TEST_F(ProjectContextService, GuidanceIsReadAtEachSelectionAndForOthersAtEachPro
   folder.file("project/AGENTS.md", "Use blanks.");
   EXPECT_THAT(block(key), EndsWith("- AGENTS.md: Use blanks."));
   model->operations->selectThread(key.threadID, key.workspaceID);
-  EXPECT_EQ(desk().projectContext().summary(), "1 guidance file");
+  EXPECT_EQ(context().projectContext().summary(), "1 guidance file");
 }
 
 TEST_F(ProjectContextService, PromptWaitsForGuidanceThatIsBeingRead) {
@@ -119,7 +119,7 @@ TEST_F(ProjectContextService, PromptWaitsForGuidanceThatIsBeingRead) {
   answer();  // for the project, which is not selected any more
   client().opens("s");
   EXPECT_THAT(client().prompts.at(0), HasSubstr("- AGENTS.md: Use tabs.\n\nRESPONSE STYLE"));
-  EXPECT_THAT(desk().projectContext().discoveredSources, ElementsAre())
+  EXPECT_THAT(context().projectContext().discoveredSources, ElementsAre())
       << "what was read for the project is not General's";
 
   client().finishes();
@@ -139,21 +139,21 @@ TEST_F(ProjectContextService, UnreadableProfileIsKeptAsideAndAFailedSaveIsKnown)
   });
   const std::string file =
       folder / "Orchestration/contexts/" + text::lowercased(key.workspaceID.text()) + ".json";
-  desk().setProjectInstructions("First.", key.workspaceID);
+  context().setProjectInstructions("First.", key.workspaceID);
   ASSERT_TRUE(files::writeAtomically(file, R"({"instructions":"no date"})"));
-  desk().load();
-  EXPECT_EQ(desk().projectContext().instructions, "");
-  desk().setProjectInstructions("Second.", key.workspaceID);
+  context().load();
+  EXPECT_EQ(context().projectContext().instructions, "");
+  context().setProjectInstructions("Second.", key.workspaceID);
   main.runReady();
   EXPECT_EQ(notices.size(), 1U);
   EXPECT_EQ(stored(key.workspaceID).instructions, "Second.");
-  EXPECT_EQ(desk().saveFailure(), "");
+  EXPECT_EQ(context().saveFailure(), "");
 
   ASSERT_TRUE(files::remove(file));
   ASSERT_TRUE(files::createFolders(file));
-  desk().setProjectInstructions("Third.", key.workspaceID);
-  EXPECT_EQ(desk().projectContext().instructions, "Third.");
-  EXPECT_NE(desk().saveFailure(), "");
+  context().setProjectInstructions("Third.", key.workspaceID);
+  EXPECT_EQ(context().projectContext().instructions, "Third.");
+  EXPECT_NE(context().saveFailure(), "");
 }
 
 }  // namespace

@@ -59,6 +59,12 @@ TEST_F(SessionControlsTest, OfferWhatTheConnectorSaysUntilTheRuntimeTells) {
       kimi, {ProviderModelOption::defaultOption(efforts({})), {"k2", "K2", "", true, efforts({})}});
   EXPECT_EQ(app->selected().sessionModelOptions().at(1).id, "k2");
   EXPECT_THAT(offered(), ElementsAre("default"));
+  restart();
+  EXPECT_TRUE(model->catalog->providerModelOptions().empty());
+  ASSERT_TRUE(model->controls.chooseModel(kimi, key, "k2")) << "what was reported is offered again";
+  model->catalog->forget(kimi);
+  restart();
+  EXPECT_FALSE(offers(model->catalog->options(kimi), "k2"));
 }
 
 TEST_F(SessionControlsTest, AModelTakesItsEffortsAndANewClient) {

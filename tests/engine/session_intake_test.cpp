@@ -232,17 +232,6 @@ TEST_F(Replay, LeavesOutWhatTheUserNeverSaidAndEndsOldTools) {
   EXPECT_EQ(thread().entries[2].status, "failed");
 }
 
-TEST_F(Replay, AnswersWithoutIdsStayWithTheirTurns) {
-  resume();
-  for (const char* turn : {"One", "More"}) {
-    client().chunk("user_message_chunk", turn, std::nullopt);
-    client().says("re: ");
-    client().says(turn);
-  }
-  client().opens("session", true);
-  EXPECT_THAT(texts(), ElementsAre("One", "Answer one", "re: One", "More", "re: More", "Two"));
-}
-
 TEST_F(Replay, ShowsTheUsersWordsAndNotWhatStoodRoundThem) {
   start();
   ChatAttachment file;
@@ -283,28 +272,6 @@ TEST_F(Replay, KnowsTheUsersWordsOfATurnThatBeganWithASwitch) {
   auto expected = before;
   expected.insert(expected.end(), {"Done", "Three"});
   EXPECT_EQ(texts(), expected);
-}
-
-TEST_F(Replay, SameWordsTwiceKeepTheirOwnAttachments) {
-  start();
-  ChatAttachment file;
-  file.path = "a.txt";
-  std::vector<std::string> prompts;
-  for (const bool attached : {false, true}) {
-    app->selected().send("go on", attached ? std::vector{file} : std::vector<ChatAttachment>{});
-    main.runReady();
-    if (client().prompts.empty()) client().opens("session");
-    prompts.push_back(client().prompts.back());
-    client().finishes();
-  }
-  client().onUnexpectedTermination("gone");
-  send("Three");
-  client().onReplayStarted();
-  for (const auto& prompt : prompts) client().chunk("user_message_chunk", prompt, std::nullopt);
-  client().opens("session", true);
-  ASSERT_EQ(thread().entries.size(), 3U);
-  EXPECT_TRUE(thread().entries[0].attachments.empty());
-  EXPECT_THAT(thread().entries[1].attachments, ElementsAre(file));
 }
 
 TEST_F(Replay, FailureBringsTheTranscriptBack) {

@@ -9,7 +9,7 @@ namespace {
 
 using Phase = SessionStatusPhase;
 
-class StatusDeskTest : public EngineFixture {
+class SessionStatusServiceTest : public EngineFixture {
  protected:
   /// What is answered, without its last sentence.
   std::string ask(const std::string& question = "status") {
@@ -23,7 +23,7 @@ class StatusDeskTest : public EngineFixture {
   Phase phase() { return model->status.report(key).phase; }
 };
 
-TEST_F(StatusDeskTest, FollowsATaskThroughItsPhases) {
+TEST_F(SessionStatusServiceTest, FollowsATaskThroughItsPhases) {
   start();
   EXPECT_EQ(ask(), "No task is currently running in this session.");
   send("Go");
@@ -34,7 +34,9 @@ TEST_F(StatusDeskTest, FollowsATaskThroughItsPhases) {
   EXPECT_EQ(ask("Are you still working?"),
             "Yes—Kimi is still marked as working, but activity is currently quiet.\n\n"
             "- **Running:** 2m 15s\n- **Activity:** Quiet for 2m 10s");
-  app->selected().send("And then the tests", {});
+  ChatAttachment file;
+  file.path = "a.txt";
+  app->selected().send("status", {file});  // with an attachment it is the agent's to answer
   client().onPermissionRequest({7, "Run npm test", "", {}});
   EXPECT_EQ(ask(),
             "Kimi is paused and waiting for your approval.\n\n- **Running:** 2m 15s\n"
@@ -63,7 +65,7 @@ TEST_F(StatusDeskTest, FollowsATaskThroughItsPhases) {
   EXPECT_EQ(saved().back().threads.front().entries.size(), thread().entries.size());
 }
 
-TEST_F(StatusDeskTest, FirstQuestionNamesATaskWithoutATitleOfItsOwn) {
+TEST_F(SessionStatusServiceTest, FirstQuestionNamesATaskWithoutATitleOfItsOwn) {
   start();
   for (const std::string title : {"New task", "New chat", "My title"}) {
     model->tree.updateThread(key, [&](ChatThread& each) { each.title = title; });
@@ -72,7 +74,7 @@ TEST_F(StatusDeskTest, FirstQuestionNamesATaskWithoutATitleOfItsOwn) {
   }
 }
 
-TEST_F(StatusDeskTest, ClientsOfTheRemoteLinkGetTheAnswerAtOnce) {
+TEST_F(SessionStatusServiceTest, ClientsOfTheRemoteLinkGetTheAnswerAtOnce) {
   int updates = 0;
   start();
   const auto observation = model->changes.observe(
@@ -84,7 +86,7 @@ TEST_F(StatusDeskTest, ClientsOfTheRemoteLinkGetTheAnswerAtOnce) {
   EXPECT_EQ(thread().updatedAt, main.now());
 }
 
-TEST_F(StatusDeskTest, AnswerGivenDuringAPlaybackSurvivesIt) {
+TEST_F(SessionStatusServiceTest, AnswerGivenDuringAPlaybackSurvivesIt) {
   start();
   for (const bool succeeds : {true, false}) {
     for (const bool isOfATurn : {true, false}) {

@@ -2,9 +2,10 @@
 
 #include <gtest/gtest.h>
 #include <limits>
+#include <set>
 
-#include "platform/queues/manual_main_queue.h"
-#include "platform/storage/user_defaults.h"
+#include "engine/providers/setting_table.h"
+#include "support/engine_fixture.h"
 
 namespace vantrell {
 namespace {
@@ -47,21 +48,6 @@ TEST_F(StoredSettings, UnknownTextsAndOtherTypesAreTheDefaults) {
   }
 }
 
-TEST_F(StoredSettings, EveryStoredTextIsReadBack) {
-  for (const auto text : rawTexts(GrokPermissionMode{})) {
-    defaults_->setText("grokPermissionMode.v1", text);
-    EXPECT_EQ(rawText(loaded().permissionMode()), text);
-  }
-  for (const auto text : rawTexts(ProviderRoutingMode{})) {
-    defaults_->setText("providerRoutingMode.v1", text);
-    EXPECT_EQ(rawText(loaded().routingMode()), text);
-  }
-  for (const auto text : rawTexts(TaskWorkflowMode{})) {
-    defaults_->setText("taskWorkflowMode.v1", text);
-    EXPECT_EQ(rawText(loaded().workflowMode()), text);
-  }
-}
-
 TEST_F(StoredSettings, AGuardThatIsOffStaysOff) {
   loaded();
   auto settings = loaded();
@@ -90,6 +76,180 @@ TEST_F(StoredSettings, TheScaleIsAlwaysAStep) {
   auto settings = loaded();
   settings.setInterfaceScale(std::numeric_limits<double>::quiet_NaN());
   EXPECT_EQ(defaults_->number("interfaceScale.v1"), 1.0);
+}
+
+TEST(SettingsTable, ReadsWhatIsStoredAndElseWhatHolds) {
+  const auto defaults = UserDefaults::inMemory();
+  const auto value = [&](std::string_view name) {
+    return readSetting(*settingNamed(name), *defaults);
+  };
+  for (const auto& [name, text] : {std::pair("mode", "ask"),
+                                   {"route", "automatic"},
+                                   {"no-metered", "on"},
+                                   {"remote-host", "off"},
+                                   {"scale", "1.0"},
+                                   {"local-runtime", "automatic"},
+                                   {"kimi-path", ""}}) {
+    EXPECT_EQ(value(name).text, text) << name;
+    EXPECT_FALSE(value(name).isStored) << name;
+  }
+  defaults->setText("grokPermissionMode.v1", "of a later version");
+  defaults->setBoolean("noMeteredAPIs.v1", false);
+  defaults->setNumber("interfaceScale.v1", 1.26);
+  defaults->setText("externalSessionImport.v1", "odd");
+  defaults->setText("localRuntimeKind.v1", "lm_studio");
+  EXPECT_EQ(value("mode").text, "ask");
+  EXPECT_TRUE(value("mode").isStored);
+  EXPECT_EQ(value("no-metered").text, "off");
+  EXPECT_EQ(value("scale").text, "1.3");
+  EXPECT_EQ(value("session-import").text, "on");
+  EXPECT_EQ(value("local-runtime").text, "lm_studio");
+  EXPECT_EQ(settingNamed("localRuntimeKind.v1"), settingNamed("local-runtime"));
+  EXPECT_EQ(settingNamed(""), nullptr);
+}
+
+TEST(SettingsTable, ChecksWhatIsTypedAndSaysWhatIsWrong) {
+  struct Case {
+    std::string_view name;
+    std::string text;
+    std::optional<std::string> stored;  // else refused, with these words
+    std::string words;
+  };
+  const Case cases[] = {
+      {"mode", "auto", "auto", ""},
+      {"mode", "AUTO", {}, "ask, auto or full_access"},
+      {"route", "kimmy", {}, "tasklet"},
+      {"local-runtime", "LM Studio", {}, "lm_studio"},
+      {"mode", "foo\n", {}, "mode cannot be \"foo\"; it takes ask, auto or full_access."},
+      {"no-metered", "yes", "on", ""},
+      {"no-metered", "1", {}, "on or off"},
+      {"scale", "1.26", "1.3", ""},
+      {"scale", "1.6", {}, "from 0.8 to 1.5"},
+      {"scale", "nan", {}, "from 0.8 to 1.5"},
+      {"scale", "1e308", {}, "from 0.8 to 1.5"},
+      {"scale", "1.2x", {}, "from 0.8 to 1.5"},
+      {"grok-path", "/bin/../bin/true", "/bin/true", ""},
+      {"kimi-path", "/bin/sh", "/bin/sh", ""},
+      {"kimi-path", "/tmp", {}, "cannot be executed: it is a folder"},
+      {"kimi-path", "/no/such", {}, "there is no such file"},
+      {"kimi-path", "", {}, "Reset kimi-path to use the program"},
+      {"glm-model", "zai-coding-plan/glm-5 ", "zai-coding-plan/glm-5", ""},
+      {"glm-model", "other/model", {}, "billed per use"},
+      {"claude-model", "default", {}, "Reset claude-model"},
+      {"local-url", " http://127.0.0.1:8080/v1 ", "http://127.0.0.1:8080/v1", ""},
+      {"local-url", "http://example.org", {}, "private-network"},
+      {"local-url", "", {}, "Reset local-url"},
+      {"local-url", "ftp://x", {}, "Enter a valid"},
+      {"remote-host", "on", {}, "not changed"},
+  };
+  for (const auto& [name, text, stored, words] : cases) {
+    SCOPED_TRACE(std::string(name) + " " + text);
+    const auto checked = checkedSetting(*settingNamed(name), text);
+    EXPECT_EQ(checked ? std::optional(*checked) : std::nullopt, stored);
+    if (!checked) {
+      EXPECT_TRUE(checked.error().contains(words)) << checked.error();
+    }
+  }
+}
+
+TEST(SettingsTable, EachRowHasANameAndAKeyOfItsOwn) {
+  std::set<std::string_view> words;
+  for (const auto& row : settingRows()) {
+    EXPECT_TRUE(words.insert(row.name).second) << row.name;
+    EXPECT_EQ(settingNamed(row.name), &row);
+    if (row.isSecret()) continue;
+    EXPECT_TRUE(words.insert(row.key).second) << row.key;
+    EXPECT_EQ(settingNamed(row.key), &row);
+  }
+}
+
+using enum SettingsOperations::FullAccess;
+
+class SettingsOperationsTest : public tests::EngineFixture {
+ protected:
+  std::string changed(std::string_view name, std::string_view text,
+                      SettingsOperations::FullAccess fullAccess = notConfirmed) {
+    const auto done = model->settingsOperations.change(name, text, key, fullAccess);
+    return done ? *done : done.error().sentence;
+  }
+  std::string value(std::string_view name) {
+    const auto read = model->settingsOperations.value(*settingNamed(name));
+    return read.isStored ? read.text : "(" + read.text + ")";
+  }
+};
+
+TEST_F(SettingsOperationsTest, EverySettingIsStoredReadBackAndForgotten) {
+  start();
+  for (const auto& [name, text] : {std::pair("mode", "auto"),
+                                   {"workflow", "review"},
+                                   {"route", "kimi"},
+                                   {"no-metered", "off"},
+                                   {"session-import", "off"},
+                                   {"scale", "1.3"},
+                                   {"grok-path", "/bin/true"},
+                                   {"glm-model", "zai-coding-plan/glm-5"},
+                                   {"claude-model", "opus"},
+                                   {"local-runtime", "ollama"},
+                                   {"local-url", "http://127.0.0.1:8080/v1"}}) {
+    const auto usual = "(" + readSetting(*settingNamed(name), *UserDefaults::inMemory()).text + ")";
+    EXPECT_EQ(changed(name, text), "") << name;
+    EXPECT_EQ(value(name), text) << name;
+    EXPECT_TRUE(model->settingsOperations.reset(name, key)) << name;
+    EXPECT_EQ(value(name), usual) << name;
+  }
+  EXPECT_EQ(model->settings.permissionMode(), GrokPermissionMode::ask);
+  EXPECT_EQ(model->settings.interfaceScale(), 1.0);
+  EXPECT_TRUE(model->settings.noMeteredAPIs());
+  EXPECT_EQ(changed("mode", "ask"), "");
+  EXPECT_EQ(value("mode"), "ask") << "stored, though it held already";
+}
+
+TEST_F(SettingsOperationsTest, TakeEffectAtOnceAndByTheRules) {
+  start();
+  EXPECT_EQ(changed("mode", "full_access"),
+            "Full Access has to be confirmed by a person at this machine.");
+  EXPECT_EQ(value("mode"), "(ask)");
+  work("Go");
+  const std::string refusal = changed("mode", "auto");
+  EXPECT_TRUE(refusal.contains("Wait until the turn has ended")) << refusal;
+  client().finishes();
+  EXPECT_EQ(changed("mode", "full_access", confirmed), "");
+  EXPECT_EQ(client().stops, 1) << "the next turn starts a client in the new mode";
+  EXPECT_EQ(changed("workflow", "plan"), "A plan never begins with full access: mode is ask now.");
+  EXPECT_EQ(value("mode"), "ask");
+  EXPECT_EQ(model->settings.workflowMode(), TaskWorkflowMode::plan);
+  model->settingsOperations.chooseForThisProcess(GrokPermissionMode::fullAccess, std::nullopt);
+  EXPECT_EQ(model->settings.permissionMode(), GrokPermissionMode::ask);
+
+  providers.connectors[AgentProvider::glm].modelOptions = [](const auto&) {
+    return std::vector<ProviderModelOption>();
+  };
+  model->catalog->reported(AgentProvider::glm, {{"m", "M", "", false, {}}});
+  changed("glm-model", "zai-coding-plan/glm-5");
+  EXPECT_FALSE(offers(model->catalog->options(AgentProvider::glm), "m"));
+  const int detections = providers.localRefreshes;
+  changed("local-runtime", "ollama");
+  EXPECT_EQ(providers.localRefreshes, detections + 1);
+}
+
+TEST_F(SettingsOperationsTest, RefuseWhatTheyCannotDo) {
+  start();
+  EXPECT_EQ(changed("modus", "ask"), "There is no setting \"modus\".");
+  EXPECT_TRUE(changed("mode", "AUTO").contains("ask, auto or full_access"));
+  EXPECT_TRUE(changed("remote-host", "on").contains("not changed"));
+  EXPECT_TRUE(changed("tasklet-webhook", "https://a").contains("secret"));
+  EXPECT_FALSE(model->settingsOperations.reset("tasklet-webhook", key));
+  std::vector<std::string> ends;
+  for (const auto& [name, text] : {std::pair("tasklet-webhook", "http://a"),
+                                   {"mode", "ask"},
+                                   {"tasklet-webhook", "https://a"}}) {
+    model->settingsOperations.changeSecret(name, text, [&](const Result<>& done) {
+      ends.push_back(done ? "" : done.error().sentence);
+    });
+  }
+  EXPECT_EQ(ends, (std::vector<std::string>{
+                      "The address must begin with https://. Nothing was changed.",
+                      "mode is not a secret.", "Could not save the Tasklet webhook in Keychain."}));
 }
 
 TEST(InterfaceScale, StepsThroughAllEightAndStaysAtTheEnds) {

@@ -329,6 +329,26 @@ TEST_F(SlowWriter, TranscriptIsReadInTheBackgroundTheEndFirst) {
   EXPECT_EQ(WorkspaceStore(*defaults_, folder_.path()).load(Date(1)), tree_.workspaces());
 }
 
+TEST_F(SlowWriter, WorkOnATranscriptWaitsForItWhereverTheTaskGoes) {
+  ChatEntry attached = entryWith("0", "text");
+  attached.attachments = {{Uuid::random(), "a.md", "docs/a.md", ChatAttachmentKind::file, {}, {}}};
+  tree_.appendEntry(attached, key_);
+  tree_.addWorkspace(Workspace::makeProject(folder_.folder("other"), Date(1)));
+  settle();
+  const auto source = tree_.workspaces().front().path;
+  tree_.load();
+  const ThreadExecutionKey moved{tree_.workspaces().back().id, key_.threadID};
+  std::vector<ThreadExecutionKey> done;
+  tree_.whenRead(key_, [&](const ThreadExecutionKey& key) { done.push_back(key); });
+  tree_.moveThread(key_, moved.workspaceID);
+  EXPECT_TRUE(done.empty());
+  EXPECT_FALSE(tree_.thread(moved)->entries.isRead()) << "not read on the main queue";
+  settle();
+  EXPECT_EQ(done, std::vector{moved}) << "where the conversation is by then";
+  EXPECT_EQ(tree_.thread(moved)->entries[0].attachments[0].path, source + "/docs/a.md");
+  EXPECT_EQ(WorkspaceStore(*defaults_, folder_.path()).load(Date(1)), tree_.workspaces());
+}
+
 TEST_F(SlowWriter, FlushOnAThreadOfItsOwnLeavesAllOnTheDisk) {
   BackgroundPool pool(1);
   WorkspaceStore store(*defaults_, folder_.path());
@@ -336,6 +356,10 @@ TEST_F(SlowWriter, FlushOnAThreadOfItsOwnLeavesAllOnTheDisk) {
   tree.load();
   for (int i = 0; i < 50; ++i) tree.appendSystemEntry("text", key_);
   EXPECT_TRUE(tree.flush());
+  tree.load();
+  bool isDone = false;
+  tree.whenRead(key_, [&](const auto&) { isDone = true; });
+  EXPECT_TRUE(tree.flush() && isDone) << "a short command ends before the transcript is read";
   EXPECT_EQ(WorkspaceStore(*defaults_, folder_.path()).load(Date(1)), tree.workspaces());
 }
 

@@ -308,4 +308,26 @@ TEST_F(TaskBranchesTest, ComparisonTakesTwoAvailableProviders) {
   EXPECT_EQ(threads().size(), 1u);
 }
 
+TEST_F(TaskBranchesTest, ForkOfATaskThatIsStillToBeReadGetsItsEntriesThenAndItsPrompts) {
+  HeldExecutor disk;
+  writer = &disk;
+  start();
+  converse();
+  model->operations->newThread(key.workspaceID);  // another one is looked at after the restart
+  restart();
+  disk.isHeld = true;
+  ASSERT_FALSE(thread().entries.isRead());
+  const auto fork = *model->branches->forkThread(key, "u2");
+  EXPECT_FALSE(thread().entries.isRead()) << "not read on the main queue";
+  EXPECT_TRUE(model->composer->send("Go on", {}, fork));
+  main.runReady();
+  EXPECT_TRUE(clients.empty()) << "it waits";
+  disk.release();
+  main.runReady();
+  EXPECT_THAT(ids(*model->tree.thread(fork)), testing::Contains("a1"));
+  EXPECT_EQ(model->tree.thread(fork)->entries[2].id, "u2");
+  EXPECT_EQ(clients.size(), 1U);
+  stop();
+}
+
 }  // namespace vantrell::tests

@@ -28,6 +28,60 @@ TEST_F(TurnEnds, StopWhileConnectingEndsTheClientAndTheRetry) {
   }
 }
 
+TEST_F(TurnEnds, AnErrorStaysUntilItIsDismissedOrASuccess) {
+  start();
+  work("Go");
+  client().fails(AgentError("It broke."));
+  const auto shown = [this] { return app->selected().errorMessage(); };
+  EXPECT_EQ(shown(), "It broke.");
+  client().onLog("a line");
+  model->operations->selectWorkspace(model->tree.workspaces()[0].id);
+  model->operations->selectThread(key.threadID, key.workspaceID);
+  main.runReady();
+  EXPECT_EQ(shown(), "It broke.") << "what else is announced leaves it alone";
+  app->selected().dismissError();
+  model->executions.changed(key);
+  main.runReady();
+  EXPECT_FALSE(shown()) << "and nothing brings it back";
+
+  app->selected().removeQueuedPrompt(Uuid::random());
+  EXPECT_EQ(shown(), "That prompt is not waiting any more.");
+  work("Again");
+  client().fails(AgentError("Broken again."));
+  app->selected().dismissError();
+  work("Once more");
+  client().finishes();
+  main.runReady();
+  EXPECT_FALSE(shown());
+}
+
+class BeforeAnUpdate : public EngineFixture {};
+
+TEST_F(BeforeAnUpdate, WorkIsCountedAndStoppedAndTheQueueStays) {
+  start();
+  const auto summary = [this] { return model->updatePreparation.updateActivitySummary(); };
+  EXPECT_EQ(summary(), (UpdateActivitySummary{0, 0}));
+  work("Go");
+  app->selected().send("Later", {});
+  const auto working = key;
+  model->operations->newThread(key.workspaceID);
+  send("Being started");
+  EXPECT_EQ(summary(), (UpdateActivitySummary{2, 1}));
+  key = working;
+  EXPECT_TRUE(model->updatePreparation.prepareForImmediateUpdate());
+  EXPECT_EQ(clients[0]->cancels, 1);
+  for (const auto& each : clients) EXPECT_EQ(each->stops, 1);
+  for (const auto& each : model->tree.workspace(key.workspaceID)->threads) {
+    EXPECT_EQ(each.runs.back().status, RunRecordStatus::cancelled);
+    EXPECT_EQ(each.runs.back().statusMessage, "Stopped to install a vantrell update.");
+    EXPECT_EQ(each.runs.back().completedAt, main.now());
+  }
+  EXPECT_EQ(summary(), (UpdateActivitySummary{0, 1})) << "a queued prompt outlives the update";
+  main.advance(std::chrono::minutes(2));
+  EXPECT_EQ(clients.size(), 2U) << "nothing starts again";
+  EXPECT_EQ(saved()[1].threads[1].queuedPrompts.size(), 1U);
+}
+
 TEST_F(TurnEnds, StopBeforeTheRunHasBegunEndsTheTurn) {
   HeldExecutor checkpoints;
   checkpoints.isHeld = true;

@@ -28,7 +28,7 @@ TEST(ProviderUsage, SaysInTwoWordsWhatIsKnown) {
   }
 }
 
-class UsageDeskTest : public tests::EngineFixture {
+class UsageTrackerTest : public tests::EngineFixture {
  protected:
   static ProviderUsage usageOf(AgentProvider each, std::optional<double> percent = {}) {
     ProviderUsage usage;
@@ -42,7 +42,7 @@ class UsageDeskTest : public tests::EngineFixture {
   }
 };
 
-TEST_F(UsageDeskTest, ReportsOfAClientReachTheLedgerAndKeepEarlierCredits) {
+TEST_F(UsageTrackerTest, ReportsOfAClientReachTheLedgerAndKeepEarlierCredits) {
   start();
   auto usage = usageOf(codex, 10);
   usage.manualResetCredits = 2;
@@ -71,7 +71,7 @@ TEST_F(UsageDeskTest, ReportsOfAClientReachTheLedgerAndKeepEarlierCredits) {
   EXPECT_EQ(stored().size(), 2U);
 }
 
-TEST_F(UsageDeskTest, LedgerWaitsForTheDiskElsewhereAndOneWriteAtATime) {
+TEST_F(UsageTrackerTest, LedgerWaitsForTheDiskElsewhereAndOneWriteAtATime) {
   struct Disk : Executor {
     void post(Work work) override { works.push_back(std::move(work)); }
     std::vector<Work> works;
@@ -79,9 +79,9 @@ TEST_F(UsageDeskTest, LedgerWaitsForTheDiskElsewhereAndOneWriteAtATime) {
   Changes changes(main);
   OrchestrationStore ledgers(
       folder.path(), [this] { return main.now(); }, [](const std::string&) {});
-  UsageTracker desk(main, changes, ledgers, &disk);
-  desk.reported(usageOf(claude, 1));
-  desk.reported(usageOf(claude, 2));
+  UsageTracker tracker(main, changes, ledgers, &disk);
+  tracker.reported(usageOf(claude, 1));
+  tracker.reported(usageOf(claude, 2));
   main.advance(5s);
   ASSERT_EQ(disk.works.size(), 1U);
   EXPECT_TRUE(stored().empty());
@@ -93,7 +93,7 @@ TEST_F(UsageDeskTest, LedgerWaitsForTheDiskElsewhereAndOneWriteAtATime) {
   EXPECT_EQ(stored().size(), 2U);
 }
 
-TEST_F(UsageDeskTest, LedgerOutlivesTheProgramAndDropsItsOldest) {
+TEST_F(UsageTrackerTest, LedgerOutlivesTheProgramAndDropsItsOldest) {
   start();
   for (int i = 0; i < 1003; ++i) model->usage.reported(usageOf(claude, i));
   stop();
@@ -104,27 +104,9 @@ TEST_F(UsageDeskTest, LedgerOutlivesTheProgramAndDropsItsOldest) {
   EXPECT_EQ(model->usage.usage(claude), nullptr) << "usage itself is not stored";
 }
 
-TEST_F(UsageDeskTest, AllowanceComesBackAtItsResetTime) {
-  start();
-  EXPECT_FALSE(model->usage.isExhausted(kimi));
-  model->usage.markExhausted(kimi);
-  main.advance(24h);
-  EXPECT_TRUE(model->usage.isExhausted(kimi)) << "nobody has said when it ends";
-
-  auto usage = usageOf(codex, 100);
-  usage.exhausted = true;
-  usage.resetsAt = main.now() + Seconds(60);
-  model->usage.reported(usage);
-  main.advance(59s);
-  EXPECT_TRUE(model->usage.isExhausted(codex));
-  main.advance(1s);
-  EXPECT_FALSE(model->usage.isExhausted(codex));
-  EXPECT_EQ(model->usage.usage(codex), nullptr) << "what was known of it is void";
-}
-
 // ---- the manual reset, with a real client ------------------------------------------------------
 
-class UsageResetTest : public UsageDeskTest {
+class UsageResetTest : public UsageTrackerTest {
  protected:
   /// Codex is at work in the conversation as the script says, or starts so when it is needed.
   void startWith(const CodexAgentScript& script) {

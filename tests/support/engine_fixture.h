@@ -70,6 +70,7 @@ class EngineFixture : public ::testing::Test, protected EngineEvents {
   FakeProviders providers;
   FakeProjects projects;
   RuntimePrograms programs;
+  Executor* writer = nullptr;
   Executor* backgroundExecutor = nullptr;
   bool refreshesRuntimes = false;
   std::string supportFolder;

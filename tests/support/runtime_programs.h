@@ -34,17 +34,17 @@ class RuntimeProgramsFixture : public testing::Test {
   RuntimeProgramsFixture() {
     process_.set("HOME", home_.path());
     process_.set("PATH", "/usr/bin:/bin");
-    makeDesk();
+    makeRuntimes();
   }
   ~RuntimeProgramsFixture() override {
     loginShell::keepFolders({});
-    desk_.reset();
+    runtimes_.reset();
     programs_ = {};
     runner_.reset();
     EXPECT_TRUE(Process::waitForAll(std::chrono::seconds(20)));
   }
 
-  void makeDesk() {
+  void makeRuntimes() {
     programs_.runner = runner_;
     programs_.pool = &pool_;
     programs_.desktop = desktop_;
@@ -53,7 +53,7 @@ class RuntimeProgramsFixture : public testing::Test {
       if (found == custom_.end()) return std::nullopt;
       return found->second;
     };
-    desk_ = std::make_shared<InstalledRuntimes>(changes_, programs_);
+    runtimes_ = std::make_shared<InstalledRuntimes>(changes_, programs_);
   }
 
   std::string program(const std::string& name, const std::string& script) const {
@@ -66,10 +66,10 @@ class RuntimeProgramsFixture : public testing::Test {
     return custom_[provider] = program(fmt::format("programs/{}", rawText(provider)), script);
   }
   void awaitAnswers() {
-    EXPECT_TRUE(main_.runUntil([this] { return !desk_->isAsking(); }));
+    EXPECT_TRUE(main_.runUntil([this] { return !runtimes_->isAsking(); }));
   }
   void awaitLogin(AgentProvider provider) {
-    EXPECT_TRUE(main_.runUntil([&] { return !desk_->login(provider).isRunning; }));
+    EXPECT_TRUE(main_.runUntil([&] { return !runtimes_->login(provider).isRunning; }));
     awaitAnswers();
   }
 
@@ -82,7 +82,7 @@ class RuntimeProgramsFixture : public testing::Test {
   std::map<AgentProvider, std::string> custom_;
   Changes changes_{main_};
   RuntimePrograms programs_;
-  std::shared_ptr<InstalledRuntimes> desk_;
+  std::shared_ptr<InstalledRuntimes> runtimes_;
 };
 
 }  // namespace vantrell::tests

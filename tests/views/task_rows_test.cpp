@@ -4,6 +4,7 @@
 
 #include "support/task_records.h"
 #include "views/run_rows.h"
+#include "views/sidebar.h"
 
 namespace vantrell::views {
 namespace {
@@ -98,6 +99,35 @@ TEST(ProjectRows, GeneralFirstThenThePinnedOnes) {
   EXPECT_EQ(rows[2].archivedTasks, 1U);
   EXPECT_EQ(rows[2].updatedAt, Date(9));
   EXPECT_FALSE(rows[0].updatedAt);
+}
+
+TEST(Sidebar, EachTaskStandsInOnePlace) {
+  auto pinned = taskWithID("00000001", "pinned", Date(1));
+  pinned.isPinned = true;
+  auto archived = taskWithID("00000002", "archived", Date(9));
+  archived.isArchived = true;
+  const auto older = taskWithID("00000003", "older", Date(3));
+  const auto newer = taskWithID("00000004", "newer", Date(5));
+  std::vector<Workspace> workspaces = {projectWith("/general", {older, archived}),
+                                       projectWith("/a", {}),
+                                       projectWith("/b", {older, pinned, newer})};
+  workspaces[2].isPinned = true;
+  const auto shown = sidebar(workspaces, [&](const ThreadExecutionKey& key) {
+    return key.threadID == newer.id ? std::optional(LiveState{ConnectionState::Kind::working})
+                                    : std::nullopt;
+  });
+  const auto titles = [](const std::vector<TaskRow>& rows) {
+    std::string all;
+    for (const auto& row : rows) all += row.title + " ";
+    return all;
+  };
+  EXPECT_EQ(titles(shown.pinned), "pinned ");
+  EXPECT_EQ(titles(shown.archived), "archived ");
+  ASSERT_EQ(shown.projects.size(), 3U);
+  EXPECT_EQ(titles(shown.projects[0].tasks), "older ");
+  EXPECT_EQ(shown.projects[1].project.name + titles(shown.projects[1].tasks), "bnewer older ");
+  EXPECT_EQ(shown.projects[1].tasks[0].state, TaskState::working);
+  EXPECT_TRUE(shown.projects[2].tasks.empty()) << "a project without tasks is listed as well";
 }
 
 TEST(RunRows, TimesAreThoseOfTheRunUntilItEndsAndOfNowMeanwhile) {

@@ -66,6 +66,12 @@ void ExecutionTable::clearError() {
   if (std::exchange(errorMessage_, std::nullopt)) changes_.mark(topics::error);
 }
 
+void ExecutionTable::dismissError(const std::optional<ThreadExecutionKey>& shown) {
+  clearError();
+  auto* runtime = shown ? find(*shown) : nullptr;
+  if (runtime && std::exchange(runtime->errorMessage, std::nullopt)) changed(*shown);
+}
+
 void ExecutionTable::setReceiving(bool receiving) {
   isReceiving_ = receiving;
   for (const auto& [key, runtime] : executions_) runtime->session->setReceiving(receiving);

@@ -49,6 +49,8 @@ class ExecutionTable {
   /// clearError(). For what has no caller to answer any more.
   void showError(std::string text);
   void clearError();
+  /// The user has seen what was shown, which may have been the last failure of the conversation.
+  void dismissError(const std::optional<ThreadExecutionKey>& shown);
   const std::optional<std::string>& errorMessage() const { return errorMessage_; }
 
   /// Holds back all that clients hand out, those that start later included, or lets it flow again:

@@ -19,14 +19,25 @@ void RunLifecycle::markActivity(ThreadExecutionRuntime& execution) {
 
 // ---- the way to the agent -----------------------------------------------------------------------
 
-void RunLifecycle::preparing(const ThreadExecutionKey& key) {
+RunLifecycle::Preparation RunLifecycle::preparing(const ThreadExecutionKey& key,
+                                                  std::string entryID) {
+  events_.prepareNotifications();
   ThreadExecutionRuntime& execution = executions_.execution(key);
+  const Preparation preparation{execution.connectionState == ConnectionState::ready(),
+                                execution.stopCount};
+  execution.turnEntryID = std::move(entryID);
   execution.runLostWithClient.reset();
   execution.connectionState = ConnectionState::connecting();
   // Checkpoint and hooks may take a while, and the silence since the last turn does not count.
   execution.lastActivityAt = main_.now();
   execution.stallWarningSent = false;
   executions_.changed(key);
+  return preparation;
+}
+
+bool RunLifecycle::wasStopped(const ThreadExecutionKey& key, const Preparation& preparation) const {
+  const auto* execution = executions_.find(key);
+  return !execution || execution->stopCount != preparation.stopCount || !tree_.thread(key);
 }
 
 Uuid RunLifecycle::begin(std::string prompt, const ThreadExecutionKey& key) {
@@ -73,8 +84,9 @@ void RunLifecycle::connecting(const ThreadExecutionKey& key, const std::optional
 }
 
 void RunLifecycle::retrying(const ThreadExecutionKey& key, const std::optional<Uuid>& runID,
-                            AgentProvider provider) {
-  executions_.execution(key).lastActivityAt = main_.now();
+                            AgentProvider provider, std::function<void()> again) {
+  ThreadExecutionRuntime& execution = executions_.execution(key);
+  execution.lastActivityAt = main_.now();
   tree_.updateRun(runID, key, [&](RunRecord& run) {
     run.status = RunRecordStatus::starting;
     run.statusMessage =
@@ -82,6 +94,13 @@ void RunLifecycle::retrying(const ThreadExecutionKey& key, const std::optional<U
     run.lastActivityAt = main_.now();
   });
   executions_.changed(key);
+  // The state stays `connecting` through the pause: a prompt is queued, a stop ends the retry.
+  execution.retryTimer = main_.after(pauseBeforeRetry, [this, key, again = std::move(again)] {
+    const auto* waiting = executions_.find(key);
+    const bool isWaiting =
+        waiting && !waiting->client() && waiting->connectionState == ConnectionState::connecting();
+    if (isWaiting) again();
+  });
 }
 
 void RunLifecycle::connected(const ThreadExecutionKey& key) {
@@ -105,7 +124,13 @@ void RunLifecycle::working(const ThreadExecutionKey& key, const Uuid& runID,
   executions_.changed(key);
 }
 
-void RunLifecycle::handingOff(const ThreadExecutionKey& key) {
+void RunLifecycle::handingOff(const ThreadExecutionKey& key, const Uuid& runID, AgentProvider from,
+                              AgentProvider to) {
+  tree_.appendSystemEntry(fmt::format("{} allowance reached. Automatically handed this task to {}.",
+                                      shortLabel(from), shortLabel(to)),
+                          key);
+  routed(key, runID,
+         fmt::format("{} allowance reached; continued with {}.", shortLabel(from), shortLabel(to)));
   executions_.execution(key).connectionState = ConnectionState::idle();
   executions_.changed(key);
 }
@@ -220,6 +245,18 @@ void RunLifecycle::failed(const ThreadExecutionKey& key, std::optional<Uuid> run
   if (failure.isTold) events_.taskEvent(TaskEventKind::needsAttention, failure.text, key);
 }
 
+void RunLifecycle::clientLost(const ThreadExecutionKey& key, const std::string& text) {
+  ThreadExecutionRuntime& execution = executions_.execution(key);
+  const auto provider = execution.activeProvider;
+  const auto lost = std::exchange(execution.runLostWithClient, std::nullopt);
+  execution.endClient();
+  const RunRecord* active = tree_.run(execution.activeRunID, key);
+  const bool isOnItsWay = active ? active->provider != provider
+                                 : execution.connectionState == ConnectionState::connecting();
+  if (isOnItsWay) return executions_.changed(key);
+  failed(key, active ? execution.activeRunID : lost, {.description = text, .text = text});
+}
+
 bool RunLifecycle::stop(const ThreadExecutionKey& key) {
   ThreadExecutionRuntime* execution = executions_.find(key);
   if (!execution) return false;
@@ -291,6 +328,13 @@ void RunLifecycle::resetIdleConnections() {
     if (execution->client() && !executions_.isBusy(key) && !execution->permissionRequest()) {
       resetConnection(key);
     }
+  }
+}
+
+void RunLifecycle::stopAll(std::string_view reason) {
+  for (const auto& key : executions_.keys()) {
+    if (executions_.isBusy(key)) executions_.find(key)->session->cancel();
+    resetConnection(key, reason);
   }
 }
 

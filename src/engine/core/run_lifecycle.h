@@ -4,6 +4,8 @@
 // Main queue.
 #pragma once
 
+#include <chrono>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -19,8 +21,16 @@ class RunLifecycle {
   RunLifecycle(MainQueue& main, WorkspaceTree& tree, ExecutionTable& executions,
                EngineEvents& events);
 
-  /// A prompt was given: the conversation is busy from now on, though its run has not begun.
-  void preparing(const ThreadExecutionKey& key);
+  /// What a turn that is on its way to its run knows of its conversation.
+  struct Preparation {
+    bool clientWasReady = false;
+    int stopCount = 0;
+  };
+  /// A prompt was given, as this entry: the conversation is busy from now on, though its run has
+  /// not begun.
+  Preparation preparing(const ThreadExecutionKey& key, std::string entryID);
+  /// Whether the turn was stopped since, or its conversation has gone.
+  bool wasStopped(const ThreadExecutionKey& key, const Preparation& preparation) const;
   /// Begins the run of the turn. One that is under way there is cancelled: a newer prompt takes its
   /// place.
   Uuid begin(std::string prompt, const ThreadExecutionKey& key);
@@ -28,15 +38,17 @@ class RunLifecycle {
   /// A client of the provider is being started, for the run where there is one.
   void connecting(const ThreadExecutionKey& key, const std::optional<Uuid>& runID,
                   AgentProvider provider);
-  /// The first attempt has taken too long; another follows.
+  /// The first attempt has taken too long; `again` follows after the pause, unless the turn is
+  /// stopped or gets another client.
   void retrying(const ThreadExecutionKey& key, const std::optional<Uuid>& runID,
-                AgentProvider provider);
+                AgentProvider provider, std::function<void()> again);
   /// The session is open and nothing is under way in it yet.
   void connected(const ThreadExecutionKey& key);
   /// The prompt goes to the provider.
   void working(const ThreadExecutionKey& key, const Uuid& runID, AgentProvider provider);
-  /// The next provider takes the turn.
-  void handingOff(const ThreadExecutionKey& key);
+  /// The next provider takes the turn, since the allowance of the first is used up.
+  void handingOff(const ThreadExecutionKey& key, const Uuid& runID, AgentProvider from,
+                  AgentProvider to);
   /// The agent has opened a question.
   void waiting(const ThreadExecutionKey& key, const std::string& title);
   /// The question is answered or withdrawn.
@@ -59,6 +71,9 @@ class RunLifecycle {
   /// Ends the run, where there is one, as failed. The client stays as it is. The id is a copy: it
   /// may be the live state's own, which is cleared on the way.
   void failed(const ThreadExecutionKey& key, std::optional<Uuid> runID, const Failure& failure);
+  /// The runtime has gone away by itself. A turn that is only on its way to a client, this one or
+  /// another, does not end with it: it finds no client and starts one.
+  void clientLost(const ThreadExecutionKey& key, const std::string& text);
   /// The user stops what is under way; says so in the transcript. The client stays, unless it was
   /// still being started. False where nothing was under way.
   bool stop(const ThreadExecutionKey& key);
@@ -75,9 +90,13 @@ class RunLifecycle {
   /// The tools that the conversation's client has told of and not ended count as failed; a later
   /// update still wins.
   void endOpenTools(const ThreadExecutionKey& key);
+  /// Asks every client to stop its turn, ends it and forgets the live state; runs under way end
+  /// with this reason.
+  void stopAll(std::string_view reason);
   /// For the end of the program: ends every client. The next start tells of runs left open.
   void endAll();
 
+  static constexpr std::chrono::milliseconds pauseBeforeRetry{500};
   static constexpr std::string_view connectionReset =
       "Stopped: the connection to the agent was reset.";
 

@@ -66,66 +66,65 @@ void Settings::load() {
   isRemoteHostEnabled_ = defaults_.boolean(remoteHostKey).value_or(false);
 }
 
-void Settings::recordPermissionMode(GrokPermissionMode mode) {
+Result<> Settings::recordPermissionMode(GrokPermissionMode mode) {
   permissionMode_ = mode;
-  announce();
-  tellUnlessStored(defaults_.setText(permissionModeKey, rawText(mode)));
+  return announced(defaults_.setText(permissionModeKey, rawText(mode)));
 }
 
-void Settings::recordWorkflowMode(TaskWorkflowMode mode) {
+Result<> Settings::recordWorkflowMode(TaskWorkflowMode mode) {
   workflowMode_ = mode;
-  announce();
-  tellUnlessStored(defaults_.setText(workflowModeKey, rawText(mode)));
+  return announced(defaults_.setText(workflowModeKey, rawText(mode)));
 }
 
-bool Settings::lowerForPlan() {
-  if (workflowMode_ != TaskWorkflowMode::plan ||
-      permissionMode_ != GrokPermissionMode::fullAccess) {
-    return false;
-  }
-  recordPermissionMode(GrokPermissionMode::ask);
-  return true;
-}
-
-void Settings::recordRoutingMode(ProviderRoutingMode mode) {
+Result<> Settings::recordRoutingMode(ProviderRoutingMode mode) {
   routingMode_ = mode;
-  announce();
-  tellUnlessStored(defaults_.setText(routingModeKey, rawText(mode)));
+  return announced(defaults_.setText(routingModeKey, rawText(mode)));
 }
 
-void Settings::recordNoMeteredAPIs(bool value) {
+Result<> Settings::recordNoMeteredAPIs(bool value) {
   noMeteredAPIs_ = value;
-  announce();
-  tellUnlessStored(defaults_.setBoolean(noMeteredAPIsKey, value));
+  return announced(defaults_.setBoolean(noMeteredAPIsKey, value));
 }
 
-void Settings::recordExternalSessionImport(bool value) {
+Result<> Settings::recordExternalSessionImport(bool value) {
   importsExternalSessions_ = value;
-  announce();
-  tellUnlessStored(defaults_.setBoolean(sessionImportKey, value));
+  return announced(defaults_.setBoolean(sessionImportKey, value));
 }
 
-void Settings::setInterfaceScale(double value) {
+Result<> Settings::setInterfaceScale(double value) {
   interfaceScale_ = VantrellInterfaceScale::snapped(value);
-  announce();
-  tellUnlessStored(defaults_.setNumber(interfaceScaleKey, interfaceScale_));
+  return announced(defaults_.setNumber(interfaceScaleKey, interfaceScale_));
 }
 
-void Settings::chooseForThisProcess(GrokPermissionMode permissionMode,
-                                    TaskWorkflowMode workflowMode) {
-  permissionMode_ = permissionMode;
-  workflowMode_ = workflowMode;
-  announce();
+bool Settings::isPlanWithFullAccess() const {
+  return workflowMode_ == TaskWorkflowMode::plan &&
+         permissionMode_ == GrokPermissionMode::fullAccess;
 }
 
-/// A choice that holds now and is gone at the next start must not go unnoticed.
-void Settings::tellUnlessStored(bool isStored) {
-  if (isStored) return;
-  changes_.saveFailed(std::string(defaults_.lastError()));
+void Settings::announceFailure(const Result<>& stored) {
+  if (!stored) changes_.saveFailed(stored.error().sentence);
 }
 
-void Settings::announce() {
+void Settings::chooseForThisProcess(std::optional<GrokPermissionMode> permissionMode,
+                                    std::optional<TaskWorkflowMode> workflowMode) {
+  permissionMode_ = permissionMode.value_or(permissionMode_);
+  workflowMode_ = workflowMode.value_or(workflowMode_);
+  if (isPlanWithFullAccess()) permissionMode_ = GrokPermissionMode::ask;
   changes_.mark(topics::settings);
+}
+
+Result<> Settings::store(std::string_view key, std::string_view text) {
+  return announced(defaults_.setText(key, text));
+}
+
+Result<> Settings::forget(std::string_view key) {
+  return announced(defaults_.remove(key));
+}
+
+Result<> Settings::announced(bool isStored) {
+  changes_.mark(topics::settings);
+  if (!isStored) return refuse(std::string(defaults_.lastError()));
+  return {};
 }
 
 }  // namespace vantrell

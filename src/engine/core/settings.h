@@ -2,6 +2,7 @@
 #pragma once
 
 #include "engine/core/changes.h"
+#include "engine/core/refusal.h"
 #include "records/values/task_modes.h"
 
 namespace vantrell {
@@ -36,24 +37,35 @@ class Settings {
   /// One of VantrellInterfaceScale's steps.
   double interfaceScale() const { return interfaceScale_; }
 
-  /// Publishes and stores the mode, with no other effect.
-  void recordPermissionMode(GrokPermissionMode mode);
-  void recordWorkflowMode(TaskWorkflowMode mode);
-  /// A plan never begins with full access: while planning is the kind of work, full access falls
-  /// back to asking. Answers whether it did.
-  bool lowerForPlan();
-  void recordRoutingMode(ProviderRoutingMode mode);
-  void recordNoMeteredAPIs(bool value);
-  void recordExternalSessionImport(bool value);
-  /// Publishes and stores the nearest step.
-  void setInterfaceScale(double value);
+  // Each of these publishes and stores a choice, with no other effect. A refusal says why it could
+  // not be stored: it holds all the same, until the end of the process.
 
-  /// The choices of a front door that holds for this process only: nothing is stored.
-  void chooseForThisProcess(GrokPermissionMode permissionMode, TaskWorkflowMode workflowMode);
+  Result<> recordPermissionMode(GrokPermissionMode mode);
+  Result<> recordWorkflowMode(TaskWorkflowMode mode);
+  Result<> recordRoutingMode(ProviderRoutingMode mode);
+  Result<> recordNoMeteredAPIs(bool value);
+  Result<> recordExternalSessionImport(bool value);
+  /// The nearest step.
+  Result<> setInterfaceScale(double value);
+
+  /// A plan never begins with full access.
+  bool isPlanWithFullAccess() const;
+  /// For a choice that follows from something else: the failure is announced instead.
+  void announceFailure(const Result<>& stored);
+  /// The choices of a front end for this process only: nothing is stored. A plan with full access
+  /// asks instead.
+  void chooseForThisProcess(std::optional<GrokPermissionMode> permissionMode,
+                            std::optional<TaskWorkflowMode> workflowMode);
+
+  // What is stored under other keys, which their readers take from the defaults.
+
+  const UserDefaults& defaults() const { return defaults_; }
+  /// Refused when it could not be stored; the old value holds then.
+  Result<> store(std::string_view key, std::string_view text);
+  Result<> forget(std::string_view key);
 
  private:
-  void announce();
-  void tellUnlessStored(bool isStored);
+  Result<> announced(bool isStored);
 
   UserDefaults& defaults_;
   Changes& changes_;

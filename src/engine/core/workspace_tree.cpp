@@ -117,7 +117,7 @@ bool WorkspaceTree::flush() {
     }
   };
   // A short command may end before their transcripts are loaded.
-  while (!leftOpen_.empty()) endOpenTools(leftOpen_.begin()->first);
+  while (!pendingWork_.empty()) doPendingWork(pendingWork_.begin()->first);
   handOver();
   await();
   if (lastWriteFailed_) {
@@ -149,24 +149,20 @@ void WorkspaceTree::settleRunsLeftOpen() {
         wasOpen = true;
       }
       if (!wasOpen) continue;
-      leftOpen_[key] = thread.entries.size();
-      loadTranscript(key, [this, key] { endOpenTools(key); });
+      // What a turn of this process adds meanwhile is not of the run that was left open.
+      whenRead(key, [this, count = thread.entries.size()](const ThreadExecutionKey& present) {
+        Transcript& entries = find(present)->entries;
+        for (std::size_t i = std::min(count, entries.size()); i-- > 0;) {
+          const ChatEntry& entry = std::as_const(entries)[i];
+          const bool isOpenTool =
+              entry.kind == ChatEntryKind::tool && entry.status && isOpenToolStatus(*entry.status);
+          if (!isOpenTool) continue;
+          entries[i].status = "failed";
+          touch(present).entries.places.insert(i);
+          changes_.entryChanged(present, entry.id);
+        }
+      });
     }
-  }
-}
-
-void WorkspaceTree::endOpenTools(const ThreadExecutionKey& key) {
-  const auto left = leftOpen_.extract(key);
-  ChatThread* found = find(key);
-  if (left.empty() || !found) return;
-  for (std::size_t i = std::min(left.mapped(), found->entries.size()); i-- > 0;) {
-    ChatEntry& entry = found->entries[i];
-    if (entry.kind != ChatEntryKind::tool || !entry.status || !isOpenToolStatus(*entry.status)) {
-      continue;
-    }
-    entry.status = "failed";
-    touch(key).entries.places.insert(i);
-    changes_.entryChanged(key, entry.id);
   }
 }
 
@@ -218,6 +214,30 @@ void WorkspaceTree::finishLoading(const ThreadExecutionKey& key) {
 
 void WorkspaceTree::loaded(const ThreadExecutionKey& key) {
   changes_.transcriptLoaded(key);
+}
+
+void WorkspaceTree::whenRead(const ThreadExecutionKey& key, TranscriptWork work) {
+  const ChatThread* found = thread(key);
+  if (!found) return;
+  if (found->entries.isRead() || !writer_) return work(key);
+  pendingWork_[key].push_back(std::move(work));
+  loadTranscript(key, [this, key] { doPendingWork(key); });
+}
+
+void WorkspaceTree::doPendingWork(const ThreadExecutionKey& key) {
+  const auto pending = pendingWork_.extract(key);
+  if (pending.empty() || !thread(key)) return;
+  for (const auto& work : pending.mapped()) work(key);
+}
+
+void WorkspaceTree::afterWriting(std::function<void()> then) {
+  handOver();
+  if (!writer_) return main_.post(std::move(then));
+  writer_->post([then = std::move(then), life = std::weak_ptr(life_), &main = main_]() mutable {
+    main.post([then = std::move(then), life] {
+      if (!life.expired()) then();
+    });
+  });
 }
 
 // ---- looking ------------------------------------------------------------------------------------
@@ -276,6 +296,8 @@ void WorkspaceTree::addThread(ChatThread thread, const Uuid& workspaceID) {
 void WorkspaceTree::removeThread(const ThreadExecutionKey& key) {
   const ChatThread* found = thread(key);
   if (!found) return;
+  doPendingWork(key);
+  found = thread(key);  // the work may have added conversations
   auto& threads = std::ranges::find(workspaces_, key.workspaceID, &Workspace::id)->threads;
   threads.erase(threads.begin() + (found - threads.data()));
   structureChanged();
@@ -286,6 +308,8 @@ void WorkspaceTree::moveThread(const ThreadExecutionKey& key, const Uuid& worksp
   const auto to = std::ranges::find(workspaces_, workspaceID, &Workspace::id);
   if (!found || to == workspaces_.end()) return;
   const auto from = std::ranges::find(workspaces_, key.workspaceID, &Workspace::id);
+  const std::string sourceFolder = from->path;
+  const bool isRead = found->entries.isRead();
   const auto changedEntries =
       found->prepareForWorkspaceMove(from->path, from->name, to->name, main_.now());
   ChatThread moved = std::move(*found);
@@ -300,9 +324,21 @@ void WorkspaceTree::moveThread(const ThreadExecutionKey& key, const Uuid& worksp
   auto& marks = touch(newKey);
   marks.head = true;
   marks.entries.places.insert(changedEntries.begin(), changedEntries.end());
+  if (auto work = pendingWork_.extract(key)) {
+    for (auto& each : work.mapped()) whenRead(newKey, std::move(each));
+  }
+  if (isRead) return;
+  whenRead(newKey, [this, sourceFolder](const ThreadExecutionKey& present) {
+    const auto changed = find(present)->resolveAttachments(sourceFolder);
+    touch(present).entries.places.insert(changed.begin(), changed.end());
+  });
 }
 
 void WorkspaceTree::removeWorkspace(const Uuid& id) {
+  for (std::size_t i = 0; const Workspace* owner = workspace(id); ++i) {
+    if (i >= owner->threads.size()) break;
+    doPendingWork({id, owner->threads[i].id});
+  }
   std::erase_if(workspaces_, [&id](const Workspace& each) { return each.id == id; });
   structureChanged();
 }

@@ -93,6 +93,14 @@ class WorkspaceTree {
   /// queue when all of it is in memory, or the conversation has gone. Each part is announced; until
   /// the last one `Transcript::isRead()` is false.
   void loadTranscript(const ThreadExecutionKey& key, std::function<void()> then = {});
+  /// For what must be done to the transcript: does it when all of it is in memory (within this call
+  /// where it is), at the latest in flush() or when the conversation is removed, which then read
+  /// it. The key is that of the conversation by then: it may have moved.
+  using TranscriptWork = std::function<void(const ThreadExecutionKey&)>;
+  void whenRead(const ThreadExecutionKey& key, TranscriptWork work);
+  /// Hands over what changed and calls `then` on the main queue once it is written: for a reader of
+  /// the store.
+  void afterWriting(std::function<void()> then);
 
   // Runs.
 
@@ -120,8 +128,7 @@ class WorkspaceTree {
   void save();
   void handOver();
   void finishLoading(const ThreadExecutionKey& key);
-  /// Of a turn that an earlier process began.
-  void endOpenTools(const ThreadExecutionKey& key);
+  void doPendingWork(const ThreadExecutionKey& key);
   void loaded(const ThreadExecutionKey& key);
   void finished(const std::shared_ptr<Write>& write);
 
@@ -139,8 +146,7 @@ class WorkspaceTree {
   Timer streamTimer_;
   Duration lastHandOver_{};  // uptime
   std::map<ThreadExecutionKey, std::vector<std::function<void()>>> loading_;
-  /// Entries of conversations whose runs were left open: tools among them are to end.
-  std::map<ThreadExecutionKey, std::size_t> leftOpen_;
+  std::map<ThreadExecutionKey, std::vector<TranscriptWork>> pendingWork_;  // of whenRead()
   // Where the last look-up found its thread: streams look the same one up thousands of times.
   mutable std::size_t lastWorkspace_ = 0;
   mutable std::size_t lastThread_ = 0;

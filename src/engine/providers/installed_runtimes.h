@@ -1,7 +1,7 @@
 // The programs of the runtimes on this machine: where they are, in which version, signed in or not,
 // and how the user installs them and signs in. A log-in follows a user's action, never comes by
-// itself; nothing is ever installed. Main queue; programs run in the background and end with this
-// desk's runner.
+// itself; nothing is ever installed. Main queue; programs run in the background and end with the
+// runner.
 #pragma once
 
 #include <functional>

@@ -6,6 +6,14 @@
 
 namespace vantrell {
 
+void ProviderSetup::setChoices(ProviderConnectorContext& context, AgentProvider provider,
+                               std::optional<ThreadExecutionKey> key) const {
+  if (!key) key = core_.selection.key();
+  const ChatThread* thread = key ? core_.tree.thread(*key) : nullptr;
+  context.selectedModel = thread ? thread->modelID(provider) : std::nullopt;
+  context.selectedEffort = thread ? thread->effort(provider) : std::nullopt;
+}
+
 ProviderConnectorContext ProviderSetup::contextOf(AgentProvider provider,
                                                   const ChatThread* thread) const {
   ProviderConnectorContext context;

@@ -37,6 +37,9 @@ class ProviderSetup {
   /// For any conversation, in the folder that it works in; nullopt when there is none.
   std::optional<ProviderConnectorContext> connectorContext(AgentProvider provider,
                                                            const ThreadExecutionKey& key) const;
+  /// Puts in what the conversation, without a key the selected one, has chosen for the provider.
+  void setChoices(ProviderConnectorContext& context, AgentProvider provider,
+                  std::optional<ThreadExecutionKey> key) const;
   /// What to tell the user for a provider's words.
   std::string advice(const std::string& description, AgentProvider provider) const;
 

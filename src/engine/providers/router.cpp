@@ -15,25 +15,19 @@ class Router::AvailabilityCheck {
   /// Without a key: in general, with the choices of the selected conversation.
   AvailabilityCheck(const Router& router, const std::optional<ThreadExecutionKey>& key)
       : router_(router),
-        thread_(threadOf(router, key)),
+        key_(key),
         context_(key ? router.core_.setup.connectorContext(AgentProvider::grok, *key)
                      : router.core_.setup.connectorContext(AgentProvider::grok)) {}
 
   bool isAvailable(AgentProvider provider) {
     if (!context_ || !router_.providerAllowed(provider)) return false;
-    context_->selectedModel = thread_ ? thread_->modelID(provider) : std::nullopt;
-    context_->selectedEffort = thread_ ? thread_->effort(provider) : std::nullopt;
+    router_.core_.setup.setChoices(*context_, provider, key_);
     return router_.core_.setup.connector(provider).isAvailable(*context_);
   }
 
  private:
-  static const ChatThread* threadOf(const Router& router, std::optional<ThreadExecutionKey> key) {
-    if (!key) key = router.core_.selection.key();
-    return key ? router.core_.tree.thread(*key) : nullptr;
-  }
-
   const Router& router_;
-  const ChatThread* const thread_;
+  const std::optional<ThreadExecutionKey> key_;
   std::optional<ProviderConnectorContext> context_;
 };
 
@@ -300,7 +294,6 @@ Result<> Router::handoff(AgentProvider to, ProviderHandoffScope scope,
     } else {
       thread.nextMessageProvider = to;
     }
-    thread.updatedAt = core_.main.now();
   });
   core_.tree.appendSystemEntry(
       fmt::format("Next turn will continue with {} · {}.", shortLabel(to), label(scope)), key);
@@ -313,18 +306,19 @@ Result<> Router::setRoutingMode(ProviderRoutingMode mode,
   if (!core_.executions.canChangeSession(selected)) {
     return refuse("Wait until the turn has ended, or stop it, before you change the route.");
   }
-  core_.settings.recordRoutingMode(mode);
+  auto stored = core_.settings.recordRoutingMode(mode);
   if (selected) core_.runs.resetConnection(*selected);
-  return {};
+  return stored;
 }
 
-void Router::setNoMeteredAPIs(bool value) {
-  if (value == core_.settings.noMeteredAPIs()) return;
-  core_.settings.recordNoMeteredAPIs(value);
+Result<> Router::setNoMeteredAPIs(bool value) {
+  if (value == core_.settings.noMeteredAPIs()) return {};
+  auto stored = core_.settings.recordNoMeteredAPIs(value);
   for (const auto& key : core_.executions.keys()) {
     const auto active = activeProvider(key);
     if (active && !providerAllowed(*active)) core_.runs.resetConnection(key);
   }
+  return stored;
 }
 
 }  // namespace vantrell

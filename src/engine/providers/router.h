@@ -21,10 +21,8 @@ class Router : public std::enable_shared_from_this<Router> {
   using Providers = std::set<AgentProvider>;
 
   struct Dependencies {
-    MainQueue& main;
     Settings& settings;
     WorkspaceTree& tree;
-    const Selection& selection;
     ExecutionTable& executions;
     RunLifecycle& runs;
     ProviderSetup& setup;
@@ -40,6 +38,8 @@ class Router : public std::enable_shared_from_this<Router> {
   bool providerAvailable(AgentProvider provider) const;
   bool providerAvailable(AgentProvider provider, const ThreadExecutionKey& key) const;
   bool isExhausted(AgentProvider provider) { return core_.usage.isExhausted(provider); }
+  /// A turn has failed because the allowance is used up.
+  void markExhausted(AgentProvider provider) { core_.usage.markExhausted(provider); }
   /// Some provider of the route is available; without a key: to a new conversation.
   bool hasRunnableProvider(const std::optional<ThreadExecutionKey>& key) const;
   /// Whether an exhausted allowance may hand a task on by itself.
@@ -89,7 +89,7 @@ class Router : public std::enable_shared_from_this<Router> {
   Result<> setRoutingMode(ProviderRoutingMode mode,
                           const std::optional<ThreadExecutionKey>& selected);
   /// Clients of providers that are not allowed any more are ended.
-  void setNoMeteredAPIs(bool value);
+  Result<> setNoMeteredAPIs(bool value);
   /// A front end's choice for all turns of this process, stronger than any of a task: a fixed
   /// route that is not stored and never hands on.
   void fixForThisProcess(AgentProvider provider) { fixed_ = provider; }

@@ -54,12 +54,32 @@ Result<ThreadExecutionKey> TaskBranches::forkThread(
   if (!thread) return refuseMissingConversation();
   ChatThread fork = offshoot(*thread, forkSuffix);
   fork.checkpoints = thread->checkpoints;
-  const Transcript& entries = thread->entries;
-  const auto last = throughEntryID ? entries.indexOf(*throughEntryID) : std::nullopt;
-  fork.entries = firstEntries(entries, last ? *last + 1 : entries.size());
+  const std::size_t count = thread->entries.size();
   const ThreadExecutionKey key{source.workspaceID, fork.id};
   core_.tree.addThread(std::move(fork), key.workspaceID);
+  unfilled_[key];
+  core_.tree.whenRead(source, weakly(this, [key, count, throughEntryID](
+                                               TaskBranches& self, const ThreadExecutionKey& read) {
+                        self.fill(key, read, count, throughEntryID);
+                      }));
   return key;
+}
+
+void TaskBranches::fill(const ThreadExecutionKey& fork, const ThreadExecutionKey& source,
+                        std::size_t count, const std::optional<std::string>& throughEntryID) {
+  auto node = unfilled_.extract(fork);
+  const auto key = present(fork);
+  if (!key) return;
+  const Transcript& entries = core_.tree.thread(source)->entries;
+  const auto last = throughEntryID ? entries.indexOf(*throughEntryID) : std::nullopt;
+  Transcript copied = firstEntries(entries, last ? *last + 1 : std::min(count, entries.size()));
+  for (const auto& own : core_.tree.thread(*key)->entries) copied.append(own);
+  if (!copied.empty()) core_.tree.replaceTranscript(std::move(copied), *key);
+  if (!node.empty() && node.mapped()) return prepare(*key, *std::move(node.mapped()));
+  if (core_.tree.thread(*key)->queuedPrompts.empty()) return;
+  core_.main.post(weakly(this, [key = *key](TaskBranches& self) {
+    static_cast<void>(self.core_.composer.runNextQueuedPrompt(key));
+  }));
 }
 
 // ---- branches -----------------------------------------------------------------------------------
@@ -133,7 +153,14 @@ Result<std::vector<ThreadExecutionKey>> TaskBranches::compareNextPrompt(
       thread.comparisonGroupID = group;
     });
   }
-  for (const auto& fork : forks) prepare(fork, {.prompt = text, .needsWorktree = true});
+  for (const auto& fork : forks) {
+    Unsent unsent{.prompt = text, .needsWorktree = true};
+    if (unfilled_.contains(fork)) {
+      unfilled_[fork] = std::move(unsent);
+    } else {
+      prepare(fork, std::move(unsent));
+    }
+  }
   return forks;
 }
 
@@ -177,14 +204,19 @@ void TaskBranches::prepared(const ThreadExecutionKey& key,
                                key);
 }
 
-void TaskBranches::keepForUser(const ThreadExecutionKey& begun, Unsent unsent) {
-  // The user may have moved it to another project, which the worktree is not of.
+/// The user may have moved it to another project, which the worktree is not of.
+std::optional<ThreadExecutionKey> TaskBranches::present(const ThreadExecutionKey& begun) const {
   const auto owner = std::ranges::find_if(core_.tree.workspaces(), [&](const Workspace& each) {
     return each.thread(begun.threadID) != nullptr;
   });
-  if (owner == core_.tree.workspaces().end()) return;
-  const ThreadExecutionKey key{owner->id, begun.threadID};
-  core_.tree.updateThread(key, [&](ChatThread& thread) {
+  if (owner == core_.tree.workspaces().end()) return std::nullopt;
+  return ThreadExecutionKey{owner->id, begun.threadID};
+}
+
+void TaskBranches::keepForUser(const ThreadExecutionKey& begun, Unsent unsent) {
+  const auto key = present(begun);
+  if (!key) return;
+  core_.tree.updateThread(*key, [&](ChatThread& thread) {
     if (thread.draftText) {
       // Newer words of the user stand there: it waits where the user finds it, too.
       thread.queuedPrompts.insert(thread.queuedPrompts.begin(),
@@ -199,6 +231,9 @@ void TaskBranches::keepForUser(const ThreadExecutionKey& begun, Unsent unsent) {
 
 void TaskBranches::keepUnsent() {
   for (auto& [key, unsent] : std::exchange(unsent_, {})) keepForUser(key, std::move(unsent));
+  for (auto& [key, unsent] : unfilled_) {
+    if (unsent) keepForUser(key, *std::exchange(unsent, std::nullopt));
+  }
 }
 
 }  // namespace vantrell

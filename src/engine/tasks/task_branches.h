@@ -29,7 +29,8 @@ class TaskBranches : public std::enable_shared_from_this<TaskBranches>, public P
   explicit TaskBranches(Dependencies dependencies) : core_(dependencies) {}
 
   /// A copy of the conversation through that entry, or of all of it where there is no such entry.
-  /// It begins sessions of its own, whose first prompt gets the visible context.
+  /// It begins sessions of its own, whose first prompt gets the visible context. Where the source
+  /// is still to be read, the copy gets its entries once it is; prompts wait until then.
   Result<ThreadExecutionKey> forkThread(const ThreadExecutionKey& source,
                                         const std::optional<std::string>& throughEntryID);
   /// Sends the prompt in place of the user's entry that the given one is or follows, in a new
@@ -46,8 +47,11 @@ class TaskBranches : public std::enable_shared_from_this<TaskBranches>, public P
       const ThreadExecutionKey& source, std::string_view prompt,
       const std::vector<AgentProvider>& providers);
 
-  /// The conversation's worktree is being made; its prompt goes out after that.
-  bool isPreparing(const ThreadExecutionKey& key) const override { return unsent_.contains(key); }
+  /// The conversation's entries are being read, or its worktree made; its prompt goes out after
+  /// that.
+  bool isPreparing(const ThreadExecutionKey& key) const override {
+    return unsent_.contains(key) || unfilled_.contains(key);
+  }
   /// Why the latest branch works in the project's own folder; absent where it does not.
   const std::optional<std::string>& whyShared() const { return whyShared_; }
   /// For the end of the program: prompts that have not gone out become drafts, or wait in the queue
@@ -63,6 +67,9 @@ class TaskBranches : public std::enable_shared_from_this<TaskBranches>, public P
   };
 
   ChatThread offshoot(const ChatThread& source, std::string_view suffix) const;
+  void fill(const ThreadExecutionKey& fork, const ThreadExecutionKey& source, std::size_t count,
+            const std::optional<std::string>& throughEntryID);
+  std::optional<ThreadExecutionKey> present(const ThreadExecutionKey& begun) const;
   void prepare(const ThreadExecutionKey& key, Unsent unsent);
   void prepared(const ThreadExecutionKey& key,
                 TaskSafetyResult<TaskSafetyService::Worktree> worktree);
@@ -70,6 +77,8 @@ class TaskBranches : public std::enable_shared_from_this<TaskBranches>, public P
 
   const Dependencies core_;
   std::map<ThreadExecutionKey, Unsent> unsent_;  // while their worktrees are made
+  /// Forks whose source is being read, with what is to be sent in them then.
+  std::map<ThreadExecutionKey, std::optional<Unsent>> unfilled_;
   std::optional<std::string> whyShared_;
 };
 

@@ -100,7 +100,8 @@ Result<> WorkspaceOperations::openSearchResult(const Uuid& workspaceID, const Uu
   const ThreadExecutionKey key{workspaceID, threadID};
   const ChatThread* found = core_.tree.thread(key);
   if (!found) return refuseMissingConversation();
-  const bool isThere = found->entries.find(entryID) != nullptr;
+  // Of a transcript that is still to be read, this is only known once it is shown.
+  const bool isThere = !found->entries.isRead() || found->entries.find(entryID) != nullptr;
   showInItsSection(key, isThere ? std::optional<std::string>(entryID) : std::nullopt);
   return {};
 }

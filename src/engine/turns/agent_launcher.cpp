@@ -7,39 +7,12 @@
 
 namespace vantrell {
 
-/// Carries what a conversation's client says to the engine. Owned by the live state, and so gone
-/// with the conversation.
-class AgentLauncher::ConversationListener : public AgentSession::Listener {
- public:
-  ConversationListener(AgentLauncher& launcher, const ThreadExecutionKey& key)
-      : launcher_(launcher), core_(launcher.core_), key_(key) {}
-
-  void agentUpdated(const JsonObject& update) override { core_.intake.handle(update, key_); }
-  void agentAsked() override { core_.approvals.questionOpened(key_); }
-  void agentQuestionWithdrawn() override { core_.runs.resumed(key_, false); }
-  void agentWaits(const std::string& text) override { core_.runs.waitsFor(key_, text); }
-  void agentLogged(std::string_view text) override {
-    core_.executions.execution(key_).cliLog.append(text);
-    core_.executions.changed(key_);
-  }
-  void agentEnded(const std::string& text) override { launcher_.terminated(text, key_); }
-  void agentReplayStarted() override { core_.intake.replayStarted(key_); }
-  void agentReplayFailed() override { core_.intake.replayFailed(key_); }
-  void agentReportedUsage(const ProviderUsage& usage) override { core_.usage.reported(usage); }
-  void agentReportedModels(std::vector<ProviderModelOption> options) override {
-    const auto provider = core_.executions.execution(key_).activeProvider;
-    if (provider) core_.catalog.reported(*provider, std::move(options));
-  }
-  void agentEndedCancelledPrompts() override {
-    core_.runs.endOpenTools(key_);
-    core_.executions.changed(key_);
-  }
-
- private:
-  AgentLauncher& launcher_;
-  const Dependencies& core_;
-  const ThreadExecutionKey key_;
-};
+bool AgentLauncher::isServing(AgentProvider provider, const ThreadExecutionKey& key) const {
+  const auto* execution = core_.executions.find(key);
+  const auto context = core_.setup.connectorContext(provider, key);
+  return execution && context && execution->session->isServedBy(provider) &&
+         execution->permissionMode == context->permissionMode;
+}
 
 void AgentLauncher::startClient(AgentProvider provider, const ThreadExecutionKey& key,
                                 const std::optional<Uuid>& runID, std::function<void()> afterReady,
@@ -54,10 +27,7 @@ void AgentLauncher::startClient(AgentProvider provider, const ThreadExecutionKey
   }
   ThreadExecutionRuntime& execution = core_.executions.execution(key);
   execution.endClient();
-  if (!execution.listener) {
-    execution.listener = std::make_unique<ConversationListener>(*this, key);
-    execution.session->setListener(execution.listener.get());
-  }
+  core_.reports.listenTo(key);
   execution.permissionMode = context->permissionMode;
   core_.runs.connecting(key, runID, provider);
   const Attempt attempt{provider, key, runID, startupAttempt, std::move(afterReady)};
@@ -115,32 +85,10 @@ void AgentLauncher::timedOut(const Attempt& attempt) {
         attempt.key, attempt.runID,
         {.description = text, .text = text, .entry = text, .isActivity = true});
   }
-  core_.runs.retrying(attempt.key, attempt.runID, attempt.provider);
-  // The state stays `connecting` through the pause: a prompt is queued, a stop ends the retry.
-  execution.retryTimer = core_.main.after(
-      pauseBeforeRetry, weakly(this, [attempt](AgentLauncher& self) {
-        const auto* waiting = self.core_.executions.find(attempt.key);
-        if (!waiting || waiting->client() ||
-            waiting->connectionState != ConnectionState::connecting()) {
-          return;
-        }
+  core_.runs.retrying(
+      attempt.key, attempt.runID, attempt.provider, weakly(this, [attempt](AgentLauncher& self) {
         self.startClient(attempt.provider, attempt.key, attempt.runID, attempt.afterReady, 2);
       }));
-}
-
-void AgentLauncher::terminated(const std::string& text, const ThreadExecutionKey& key) {
-  ThreadExecutionRuntime& execution = core_.executions.execution(key);
-  const auto provider = execution.activeProvider;
-  const auto lost = std::exchange(execution.runLostWithClient, std::nullopt);
-  execution.endClient();
-  // A turn that is only on its way to a client, this one or another, does not end with it: it finds
-  // no client and starts one.
-  const RunRecord* active = core_.tree.run(execution.activeRunID, key);
-  const bool isOnItsWay = active ? active->provider != provider
-                                 : execution.connectionState == ConnectionState::connecting();
-  if (isOnItsWay) return core_.executions.changed(key);
-  core_.runs.failed(key, active ? execution.activeRunID : lost,
-                    {.description = text, .text = text});
 }
 
 }  // namespace vantrell

@@ -1,5 +1,4 @@
-// Brings a provider's client up for a conversation, two attempts of 30 seconds, and hears it while
-// it serves there. Main queue.
+// Brings a provider's client up for a conversation, in two attempts of 30 seconds. Main queue.
 #pragma once
 
 #include <chrono>
@@ -9,9 +8,8 @@
 #include <string>
 
 #include "engine/core/run_lifecycle.h"
-#include "engine/core/settings.h"
-#include "engine/providers/model_catalog.h"
-#include "engine/turns/approvals.h"
+#include "engine/providers/provider_setup.h"
+#include "engine/turns/agent_reports.h"
 #include "engine/turns/session_intake.h"
 
 namespace vantrell {
@@ -19,16 +17,12 @@ namespace vantrell {
 class AgentLauncher : public std::enable_shared_from_this<AgentLauncher> {
  public:
   struct Dependencies {
-    MainQueue& main;
-    const Settings& settings;
     WorkspaceTree& tree;
     ExecutionTable& executions;
     RunLifecycle& runs;
     ProviderSetup& setup;
-    ModelCatalog& catalog;
-    UsageTracker& usage;
     SessionIntake& intake;
-    Approvals& approvals;
+    AgentReports& reports;
   };
   explicit AgentLauncher(Dependencies dependencies) : core_(dependencies) {}
 
@@ -38,11 +32,13 @@ class AgentLauncher : public std::enable_shared_from_this<AgentLauncher> {
                    const std::optional<Uuid>& runID, std::function<void()> afterReady,
                    int startupAttempt = 1);
 
+  /// Whether the provider's client is there, with the permission mode that is set now: a client
+  /// keeps the one that it was started with.
+  bool isServing(AgentProvider provider, const ThreadExecutionKey& key) const;
+
   static constexpr std::chrono::seconds connectTimeout{30};
-  static constexpr std::chrono::milliseconds pauseBeforeRetry{500};
 
  private:
-  class ConversationListener;
   struct Attempt {
     AgentProvider provider;
     ThreadExecutionKey key;
@@ -53,7 +49,6 @@ class AgentLauncher : public std::enable_shared_from_this<AgentLauncher> {
   void startCompleted(const Attempt& attempt, AgentSession::StartResult result);
   void timedOut(const Attempt& attempt);
   void forgetLostSession(const Attempt& attempt, const std::string& description);
-  void terminated(const std::string& text, const ThreadExecutionKey& key);
 
   const Dependencies core_;
 };

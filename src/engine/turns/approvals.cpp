@@ -46,7 +46,7 @@ void Approvals::noteAlwaysApprove(const PermissionRequest& request, const std::s
       !text::containsIgnoringCase(option->name, "always-approve")) {
     return;
   }
-  settings_.recordPermissionMode(GrokPermissionMode::fullAccess);
+  settings_.announceFailure(settings_.recordPermissionMode(GrokPermissionMode::fullAccess));
   if (auto* execution = key ? executions_.find(*key) : nullptr) {
     execution->permissionMode = GrokPermissionMode::fullAccess;
   }
@@ -98,22 +98,20 @@ Result<> Approvals::setPermissionMode(GrokPermissionMode mode,
                                       const std::optional<ThreadExecutionKey>& selected) {
   if (mode == settings_.permissionMode()) return {};
   if (!canChangePermissionMode(selected)) return refuseWhileAtWork();
-  settings_.recordPermissionMode(mode);
+  auto stored = settings_.recordPermissionMode(mode);
   runs_.resetIdleConnections();
   imagine_.reset();
-  return {};
+  return stored;
 }
 
 Result<> Approvals::setWorkflowMode(TaskWorkflowMode mode,
                                     const std::optional<ThreadExecutionKey>& selected) {
   if (mode == settings_.workflowMode()) return {};
   if (!canChangePermissionMode(selected)) return refuseWhileAtWork();
-  settings_.recordWorkflowMode(mode);
-  if (settings_.lowerForPlan()) {
-    runs_.resetIdleConnections();
-    imagine_.reset();
-  }
-  return {};
+  auto stored = settings_.recordWorkflowMode(mode);
+  if (!settings_.isPlanWithFullAccess()) return stored;
+  auto lowered = setPermissionMode(GrokPermissionMode::ask, selected);
+  return stored ? lowered : stored;
 }
 
 }  // namespace vantrell

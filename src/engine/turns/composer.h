@@ -1,6 +1,5 @@
-// Entry point of the composer: a prompt is answered, queued, or becomes the run of a turn, which
-// TurnRunner takes on; and the user's way to end one. The steps up to there stand in one function
-// each, in their fixed order. Main queue.
+// Entry point of the composer: a prompt is answered, queued, or becomes a turn; and the user's way
+// to end one. Main queue.
 #pragma once
 
 #include <memory>
@@ -9,13 +8,9 @@
 
 #include "engine/core/refusal.h"
 #include "engine/core/run_lifecycle.h"
-#include "engine/core/settings.h"
-#include "engine/projects/hook_runner.h"
-#include "engine/projects/project_context_service.h"
-#include "engine/projects/task_safety.h"
 #include "engine/turns/prompt_queue.h"
 #include "engine/turns/session_status_service.h"
-#include "engine/turns/turn_runner.h"
+#include "engine/turns/turn_starter.h"
 
 namespace vantrell {
 
@@ -29,18 +24,12 @@ class PromptGate {
 class Composer : public std::enable_shared_from_this<Composer> {
  public:
   struct Dependencies {
-    MainQueue& main;
-    const Settings& settings;
-    WorkspaceTree& tree;
-    ExecutionTable& executions;
+    const WorkspaceTree& tree;
+    const ExecutionTable& executions;
     RunLifecycle& runs;
-    EngineEvents& events;
     SessionStatusService& status;
     PromptQueue& queue;
-    ProjectContextService& context;
-    HookRunner& hooks;
-    TaskSafety& safety;
-    TurnRunner& turns;
+    TurnStarter& starter;
   };
   explicit Composer(Dependencies dependencies) : core_(dependencies) {}
   /// Once, by the owner of both; must outlive the composer.
@@ -60,17 +49,9 @@ class Composer : public std::enable_shared_from_this<Composer> {
   Result<> stopWorking(const ThreadExecutionKey& key);
 
  private:
-  struct Prompt {
-    ThreadExecutionKey key;
-    std::string text;
-    std::vector<ChatAttachment> attachments;
-    bool clientWasReady = false;
-    int stopCount = 0;
-  };
-  bool wasStopped(const Prompt& prompt) const;
-  void takeCheckpoint(const Prompt& prompt);
-  void runHooks(const Prompt& prompt);
-  void beginRun(const Prompt& prompt);
+  bool mustWait(const ThreadExecutionKey& key) const {
+    return core_.executions.isBusy(key) || (gate_ && gate_->isPreparing(key));
+  }
 
   const Dependencies core_;
   const PromptGate* gate_ = nullptr;

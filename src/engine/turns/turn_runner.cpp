@@ -1,25 +1,29 @@
 #include "engine/turns/turn_runner.h"
 
-#include <fmt/format.h>
-
-#include "engine/turns/handoff_capsule.h"
 #include "platform/queues/weakly.h"
 
 namespace vantrell {
 
 bool TurnRunner::isLive(const Turn& turn) const {
   const auto* execution = core_.executions.find(turn.key);
-  return core_.tree.thread(turn.key) && execution && execution->activeRunID == turn.runID;
+  return execution && execution->activeRunID == turn.runID;
 }
 
-void TurnRunner::routePrompt(const Turn& turn) {
-  core_.router.probeForNextTurn(turn.attempted, turn.key, weakly(this, [turn](TurnRunner& self) {
-                                  if (self.isLive(turn)) self.takeRoute(turn);
-                                }));
+void TurnRunner::run(Turn turn, std::string text, std::vector<ChatAttachment> attachments) {
+  const auto key = turn.key;
+  core_.prompts.assemble(
+      key, std::move(text), std::move(attachments),
+      weakly(this, [turn = std::move(turn)](TurnRunner& self, std::string prompt) mutable {
+        if (!self.isLive(turn)) return;
+        turn.originalPrompt = std::move(prompt);
+        self.core_.router.probeForNextTurn({}, turn.key, weakly(&self, [turn](TurnRunner& runner) {
+                                             if (runner.isLive(turn)) runner.takeRoute(turn);
+                                           }));
+      }));
 }
 
-void TurnRunner::takeRoute(Turn turn) {
-  const auto decision = core_.router.decideNextTurn(turn.attempted, turn.key);
+void TurnRunner::takeRoute(const Turn& turn) {
+  const auto decision = core_.router.decideNextTurn({}, turn.key);
   if (!decision) {
     const std::string text =
         "No allowed runtime is ready. Connect a subscription, start a local runtime, or configure "
@@ -28,61 +32,15 @@ void TurnRunner::takeRoute(Turn turn) {
   }
   const AgentProvider provider = decision->provider;
   core_.runs.routed(turn.key, turn.runID, decision->reason);
-  const auto last = core_.tree.thread(turn.key)->lastProvider;
-  const bool isSwitch = last && *last != provider;
-  if (!turn.attempted.empty() || (!isSwitch && !knowsNothing(turn, provider))) {
-    std::string prompt = turn.originalPrompt;
-    return deliver(std::move(prompt), std::move(turn), provider);
-  }
-  const AgentProvider from = last.value_or(provider);
-  buildCapsule(turn, from, provider, [turn, from, provider](TurnRunner& self, std::string capsule) {
-    if (from != provider) {
-      self.core_.tree.appendSystemEntry(
-          fmt::format("Switched this task from {} to {} with visible context attached.",
-                      shortLabel(from), shortLabel(provider)),
-          turn.key);
-    }
-    self.deliver(std::move(capsule), turn, provider);
-  });
-}
-
-/// The conversation has work of an agent, but the provider has no session in which it is: after a
-/// fork, a branch, a restore, a move to another folder.
-bool TurnRunner::knowsNothing(const Turn& turn, AgentProvider provider) const {
-  const ChatThread* thread = core_.tree.thread(turn.key);
-  const auto* execution = core_.executions.find(turn.key);
-  if (thread->sessionID(provider) || execution->session->isServedBy(provider)) return false;
-  return std::ranges::any_of(thread->entries, [](const ChatEntry& entry) {
-    return entry.provider && entry.kind != ChatEntryKind::thought;
-  });
-}
-
-void TurnRunner::buildCapsule(const Turn& turn, AgentProvider from, AgentProvider to,
-                              std::function<void(TurnRunner&, std::string)> then) {
-  const auto path = core_.tree.executionPath(turn.key);
-  if (!path) return;
-  core_.project.repositoryState(
-      *path, weakly(this, [turn, from, to, path = *path, then = std::move(then)](
-                              TurnRunner& self, const std::string& repositoryState) {
-        self.core_.context.projectContextPrompt(
-            turn.key, weakly(&self, [turn, from, to, path, then, repositoryState](
-                                        TurnRunner& runner, const std::string& context) {
-              // Reading both takes a while: the turn may have been stopped meanwhile.
-              if (!runner.isLive(turn)) return;
-              then(runner, HandoffCapsule::build({from, to, turn.originalPrompt,
-                                                  runner.core_.tree.thread(turn.key)->entries,
-                                                  *runner.core_.executions.find(turn.key)->plan,
-                                                  path, repositoryState, context}));
-            }));
+  core_.prompts.forFirstProvider(
+      turn, provider, weakly(this, [turn, provider](TurnRunner& self, std::string prompt) {
+        if (self.isLive(turn)) self.deliver(std::move(prompt), turn, provider);
       }));
 }
 
 void TurnRunner::deliver(std::string prompt, Turn turn, AgentProvider provider) {
   turn.attempted.insert(provider);
-  const ThreadExecutionRuntime& execution = core_.executions.execution(turn.key);
-  // A client keeps the permission mode that it was started with.
-  const bool isKept = execution.session->isServedBy(provider) && turn.clientWasReady &&
-                      execution.permissionMode == core_.settings.permissionMode();
+  const bool isKept = turn.clientWasReady && core_.launcher.isServing(provider, turn.key);
   if (isKept) return performSend(prompt, turn, provider);
   startAndSend(std::move(prompt), std::move(turn), provider);
 }
@@ -98,7 +56,7 @@ void TurnRunner::startAndSend(std::string prompt, Turn turn, AgentProvider provi
 
 void TurnRunner::performSend(const std::string& prompt, const Turn& turn, AgentProvider provider) {
   ThreadExecutionRuntime* execution = core_.executions.find(turn.key);
-  if (!execution || !execution->client() || !core_.tree.thread(turn.key)) return;
+  if (!execution || !execution->client()) return;
   execution->session->prompt(
       prompt,
       weakly(this,
@@ -117,7 +75,7 @@ void TurnRunner::performSend(const std::string& prompt, const Turn& turn, AgentP
 
 void TurnRunner::turnFailed(const AgentError& error, const Turn& turn, AgentProvider provider) {
   if (!isUsageLimitFailure(error)) return core_.outcome.failed(error, turn, provider);
-  core_.usage.markExhausted(provider);
+  core_.router.markExhausted(provider);
   if (!core_.router.allowsAutomaticHandoff()) return core_.outcome.failed(error, turn, provider);
   const auto isDecided = std::make_shared<bool>(false);
   core_.router.probeForHandoff(provider, turn.attempted, turn.key,
@@ -134,20 +92,14 @@ void TurnRunner::turnFailed(const AgentError& error, const Turn& turn, AgentProv
   if (!*isDecided && client) client->onUnexpectedTermination = nullptr;
 }
 
-void TurnRunner::handOff(Turn turn, AgentProvider from, AgentProvider to) {
+void TurnRunner::handOff(const Turn& turn, AgentProvider from, AgentProvider to) {
   core_.executions.execution(turn.key).endClient();
   core_.runs.endOpenTools(turn.key);
-  buildCapsule(turn, from, to, [turn, from, to](TurnRunner& self, std::string capsule) {
-    self.core_.tree.appendSystemEntry(
-        fmt::format("{} allowance reached. Automatically handed this task to {}.", shortLabel(from),
-                    shortLabel(to)),
-        turn.key);
-    self.core_.runs.routed(
-        turn.key, turn.runID,
-        fmt::format("{} allowance reached; continued with {}.", shortLabel(from), shortLabel(to)));
-    self.core_.runs.handingOff(turn.key);
-    self.deliver(std::move(capsule), turn, to);
-  });
+  core_.prompts.capsule(turn, from, to,
+                        weakly(this, [turn, from, to](TurnRunner& self, std::string capsule) {
+                          self.core_.runs.handingOff(turn.key, turn.runID, from, to);
+                          self.deliver(std::move(capsule), turn, to);
+                        }));
 }
 
 }  // namespace vantrell

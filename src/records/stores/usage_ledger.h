@@ -1,6 +1,5 @@
 // What providers have reported of their allowances over time: the records of "usage-ledger.json",
-// oldest first. The desk of usage adds to it; a restart knows the past from here alone. Plain
-// values.
+// oldest first. UsageTracker adds to it; after a restart it is all that is known. Plain values.
 #pragma once
 
 #include <functional>

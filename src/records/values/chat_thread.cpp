@@ -105,16 +105,22 @@ void ChatThread::moveQueuedPromptToFront(const Uuid& promptID, Date now) {
   updatedAt = now;
 }
 
+std::vector<std::size_t> ChatThread::resolveAttachments(std::string_view folder) {
+  std::vector<std::size_t> changed;
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    if (!std::ranges::any_of(entries[i].attachments, isRelative)) continue;
+    makeAbsolute(entries[i].attachments, folder);
+    changed.push_back(i);
+  }
+  return changed;
+}
+
 std::vector<std::size_t> ChatThread::prepareForWorkspaceMove(std::string_view sourceFolder,
                                                              std::string_view sourceName,
                                                              std::string_view destinationName,
                                                              Date now) {
   std::vector<std::size_t> changed;
-  for (std::size_t i = 0; i < entries.size(); ++i) {
-    if (!std::ranges::any_of(entries[i].attachments, isRelative)) continue;
-    makeAbsolute(entries[i].attachments, sourceFolder);
-    changed.push_back(i);
-  }
+  if (entries.isRead()) changed = resolveAttachments(sourceFolder);
   for (auto& prompt : queuedPrompts) makeAbsolute(prompt.attachments, sourceFolder);
   makeAbsolute(draftAttachments, sourceFolder);
 

@@ -78,9 +78,12 @@ struct ChatThread {
   void nameAfterPrompt(std::string_view prompt);
   /// A prompt that is first already, and an unknown id, change nothing.
   void moveQueuedPromptToFront(const Uuid& id, Date now);
+  /// Makes relative attachment paths of the entries absolute. Returns the places of those that it
+  /// has changed.
+  std::vector<std::size_t> resolveAttachments(std::string_view folder);
   /// Makes relative attachment paths absolute and clears what is bound to the old folder (sessions,
   /// checkpoints, worktree), and says so in a system entry. Returns the places of the entries that
-  /// it has changed.
+  /// it has changed. Those of a transcript that is not read are left for resolveAttachments().
   std::vector<std::size_t> prepareForWorkspaceMove(std::string_view sourceFolder,
                                                    std::string_view sourceName,
                                                    std::string_view destinationName, Date now);

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "app/conversation_transfer.h"
 #include "engine/core/changes.h"
 #include "engine/core/execution_table.h"
 #include "engine/core/workspace_tree.h"
@@ -115,23 +116,8 @@ void CommandContext::close(int status, Duration tellsOfGit) {
 // ---- the state ----------------------------------------------------------------------------------
 
 std::expected<WorkspaceStore::Peek, std::string> CommandContext::stored() const {
-  const UserFolders folders = UserFolders{}.orOwn();
-  if (!files::exists(folders.support)) return WorkspaceStore::Peek();
-  const auto defaults = UserDefaults::inMemory();
-  auto seen = WorkspaceStore(*defaults, folders.support).peek();
+  auto seen = storedConversations(UserFolders{}.orOwn(), main.now());
   if (!seen) return std::unexpected(seen.error() + ". Nothing was changed.");
-  if (folders.areInUse()) return seen;
-  // What a process that has ended left open is over.
-  for (auto& workspace : seen->workspaces) {
-    for (auto& thread : workspace.threads) {
-      bool wasOpen = false;
-      for (auto& run : thread.runs) wasOpen |= interruptIfOpen(run, main.now());
-      for (std::size_t i = 0; wasOpen && i < thread.entries.size(); ++i) {
-        const auto& status = std::as_const(thread.entries)[i].status;
-        if (status && isOpenToolStatus(*status)) thread.entries[i].status = "failed";
-      }
-    }
-  }
   return seen;
 }
 

@@ -5,6 +5,7 @@
 
 #include "engine/core/workspace_tree.h"
 #include "engine/projects/task_safety.h"
+#include "engine/tasks/settings_operations.h"
 #include "engine/tasks/task_branches.h"
 #include "engine/tasks/workspace_operations.h"
 #include "platform/values/json.h"
@@ -40,7 +41,8 @@ class ComparisonPrinter final : public LinePrinter<RunObserver> {
     const auto folder = onOneLine(withTilde(std::string(introduction.folder)));
     tell(screen.style().dim(fmt::format("task {}{}{}", shortID(introduction.conversation.threadID),
                                         folder.empty() ? "" : " in ", folder)));
-    if (!introduction.freedom.empty()) tell(screen.style().yellow(introduction.freedom));
+    if (!introduction.permissionNotice.empty())
+      tell(screen.style().yellow(introduction.permissionNotice));
   }
   void entryAdded(const ChatEntry& entry) override {
     const auto& style = screen.style();
@@ -125,7 +127,7 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
   void compare() {
     const auto task = openTask(model(), plan_, providers_.front());
     if (!task) return context_.finish(std::unexpected(task.error()));
-    chooseModes(model().editableSettings(), plan_);
+    model().settingsOperations().chooseForThisProcess(plan_.mode, plan_.workflow);
     const auto forks = model().branches().compareNextPrompt(*task, plan_.prompt, providers_);
     if (!forks) return context_.finish(context_.refused(forks.error()));
     const std::size_t known = model().tree().thread(*task)->entries.size();
@@ -185,7 +187,7 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
     printer.introduced({.conversation = side.key,
                         .runtime = side.name,
                         .folder = folder,
-                        .freedom = permissionNotice(model(), side.chosen)});
+                        .permissionNotice = permissionNotice(model(), side.chosen)});
     for (const auto& note : model().safety().notes()) {
       if (notesTold_.insert(note).second) context_.complain(onOneLine(note));
     }

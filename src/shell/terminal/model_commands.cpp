@@ -97,7 +97,7 @@ UsageError notOffered(const Choice& choice, Control control, const std::string& 
 void choose(CommandContext& context, const Choice& choice, Control control, const std::string& id,
             const RuntimeSurvey::Models& models) {
   context.change([&](AppModel& model) -> Outcome {
-    model.catalog().reported(choice.provider, models.options);
+    if (models.areReported) model.catalog().reported(choice.provider, models.options);
     const auto taken = control == Control::model
                            ? model.controls().chooseModel(choice.provider, *choice.task, id)
                            : model.controls().chooseEffort(choice.provider, *choice.task, id);

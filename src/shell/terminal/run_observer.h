@@ -19,8 +19,9 @@ struct RunIntroduction {
   std::string_view folder;
   std::size_t earlierEntries = 0;
   /// What the permission mode means, where the agent may act unasked; else empty.
-  std::string_view freedom{};
-  std::string goingOn = "vantrell run --task";  // what is typed, up to the task's ID, to go on
+  std::string_view permissionNotice{};
+  std::string resumeCommand =
+      "vantrell run --task";  // what is typed, up to the task's ID, to go on
 };
 
 /// Shows an agent's questions and what comes of them.

@@ -9,6 +9,7 @@
 #include "engine/providers/installed_runtimes.h"
 #include "engine/providers/router.h"
 #include "engine/providers/session_controls.h"
+#include "engine/tasks/settings_operations.h"
 #include "engine/tasks/task_branches.h"
 #include "engine/tasks/workspace_operations.h"
 #include "engine/turns/composer.h"
@@ -195,15 +196,6 @@ std::expected<ThreadExecutionKey, UsageError> openTask(AppModel& model, const Ru
   return *key;
 }
 
-void chooseModes(Settings& settings, const RunPlan& plan) {
-  auto mode = plan.mode.value_or(settings.permissionMode());
-  const auto workflow = plan.workflow.value_or(settings.workflowMode());
-  if (workflow == TaskWorkflowMode::plan && mode == GrokPermissionMode::fullAccess) {
-    mode = GrokPermissionMode::ask;
-  }
-  settings.chooseForThisProcess(mode, workflow);
-}
-
 std::string_view permissionNotice(const AppModel& model, AgentProvider provider) {
   const auto mode = model.settings().permissionMode();
   return mode == GrokPermissionMode::fullAccess ? detail(mode, provider) : std::string_view();
@@ -326,7 +318,7 @@ class Run : public std::enable_shared_from_this<Run> {
   std::optional<UsageError> start(AgentProvider provider) {
     const auto opened = openTask(model(), plan_, provider);
     if (!opened) return opened.error();
-    chooseModes(model().editableSettings(), plan_);
+    model().settingsOperations().chooseForThisProcess(plan_.mode, plan_.workflow);
     auto conversation = variant_.conversation
                             ? variant_.conversation(model(), *opened, plan_.prompt)
                             : std::expected<ThreadExecutionKey, UsageError>(*opened);
@@ -380,8 +372,8 @@ class Run : public std::enable_shared_from_this<Run> {
          .runtime = plan_.practiceAgent ? "The practice agent" : label,
          .folder = folder,
          .earlierEntries = model().tree().thread(key)->entries.size() - newEntries,
-         .freedom = permissionNotice(model(), provider),
-         .goingOn = context_.console.asTyped("vantrell run " + resumeOptions(provider))});
+         .permissionNotice = permissionNotice(model(), provider),
+         .resumeCommand = context_.console.asTyped("vantrell run " + resumeOptions(provider))});
   }
 
   /// A new conversation may work elsewhere than its source.

@@ -92,8 +92,6 @@ std::expected<std::optional<ThreadExecutionKey>, UsageError> existingTask(const 
 /// Choices of the plan that belong to it are stored with it.
 std::expected<ThreadExecutionKey, UsageError> openTask(AppModel& model, const RunPlan& plan,
                                                        AgentProvider provider);
-/// Permission mode and workflow, for this process only. Planning never begins with full access.
-void chooseModes(Settings& settings, const RunPlan& plan);
 /// What the permission mode means, where the agent may act unasked; else empty.
 std::string_view permissionNotice(const AppModel& model, AgentProvider provider);
 /// Goes on with whether the provider can be used, for the task if there is one, once all that this

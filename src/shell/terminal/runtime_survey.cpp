@@ -1,12 +1,14 @@
 #include "shell/terminal/runtime_survey.h"
 
 #include "engine/providers/model_discovery.h"
+#include "engine/providers/reported_models.h"
 #include "platform/files/files.h"
 #include "platform/text/text.h"
 #include "runtimes/catalog/locators.h"
 #include "runtimes/catalog/runtime_locator.h"
 #include "runtimes/codex/codex_discovery.h"
 #include "runtimes/local/local_runtime_service.h"
+#include "shell/terminal/stored_orchestration.h"
 
 namespace vantrell::shell {
 
@@ -125,7 +127,14 @@ void RuntimeSurvey::askModels(AgentProvider provider, std::function<void(Models)
 
 void RuntimeSurvey::modelsKnown(AgentProvider provider, Models models,
                                 const std::function<void(Models)>& then) {
-  if (models.options.empty()) {
+  auto orchestration = storedOrchestration();
+  ReportedModels earlier(orchestration, nullptr);
+  earlier.load();
+  const auto* reported = earlier.find(provider);
+  if (models.options.empty() && reported) {
+    models.options = *reported;
+    models.areReported = true;
+  } else if (models.options.empty()) {
     ProviderConnectorContext context;
     context.workspacePath = files::homeFolder();
     if (provider == AgentProvider::local) {

@@ -1,11 +1,10 @@
 // `vantrell settings`: shows what is set and where everything is kept; changes what a person may
 // change; takes all conversations out of the program and into it.
-#include <charconv>
 #include <fmt/format.h>
 
-#include "app/user_state.h"
-#include "engine/core/settings.h"
-#include "engine/providers/provider_setup.h"
+#include "app/conversation_transfer.h"
+#include "engine/core/selection.h"
+#include "engine/tasks/settings_operations.h"
 #include "platform/files/files.h"
 #include "platform/text/text.h"
 #include "runtimes/local/local_runtime_service.h"
@@ -13,7 +12,6 @@
 #include "shell/terminal/command_context.h"
 #include "shell/terminal/command_groups.h"
 #include "shell/terminal/terminal_text.h"
-#include "views/settings_table.h"
 #include "views/transfer_words.h"
 
 namespace vantrell {
@@ -32,13 +30,9 @@ namespace vantrell::shell {
 
 namespace {
 
-using views::readSetting;
-using views::SettingRow;
-using views::settingRows;
-
 /// The setting that the first word names.
 std::expected<const SettingRow*, UsageError> namedSetting(const CommandContext& context) {
-  if (const auto* row = views::settingNamed(context.word(0))) return row;
+  if (const auto* row = settingNamed(context.word(0))) return row;
   std::vector<std::string_view> names;
   for (const SettingRow& row : settingRows()) names.push_back(row.name);
   return usageError(fmt::format("There is no setting \"{}\".{} \"vantrell settings\" lists them.",
@@ -140,26 +134,8 @@ void show(CommandContext& context) {
 
 // ---- changing -----------------------------------------------------------------------------------
 
-/// Stores what was checked. The result is what else there is to say.
-Result<std::string> changeSetting(VantrellApp& app, const SettingRow& row,
-                                  const std::string& checked) {
-  UserDefaults& defaults = app.defaults();
-  const bool wasFullAccess =
-      app.model().settings().permissionMode() == GrokPermissionMode::fullAccess;
-  double scale = 1;
-  std::from_chars(checked.data(), checked.data() + checked.size(), scale);
-  const bool isStored = row.type == SettingRow::Type::toggle
-                            ? defaults.setBoolean(row.key, checked == "on")
-                        : row.type == SettingRow::Type::scale ? defaults.setNumber(row.key, scale)
-                                                              : defaults.setText(row.key, checked);
-  if (!isStored) return refuse(defaults.lastError());
-  if (row.name == "workflow" && checked == rawText(TaskWorkflowMode::plan) && wasFullAccess) {
-    if (!defaults.setText("grokPermissionMode.v1", rawText(GrokPermissionMode::ask))) {
-      return refuse(defaults.lastError());
-    }
-    return "A plan never begins with full access: mode is ask now.\n";
-  }
-  // The two settings of the local server count together.
+/// The two settings of the local server count together.
+std::string_view adviceOnLocalRuntime(const SettingRow& row, const UserDefaults& defaults) {
   const auto kind = LocalRuntimeService::configuredKind(defaults);
   if (row.key == LocalRuntimeService::baseURLKey && kind == LocalRuntimeKind::automatic) {
     return "It is used once local-runtime is ollama, lm_studio or custom.\n";
@@ -179,7 +155,7 @@ void set(CommandContext& context, const SettingRow& row, std::string_view text) 
                     "address, or reads it from standard input. Nothing was stored.",
                     row.name));
   }
-  const auto value = views::checkedSetting(row, text);
+  const auto value = checkedSetting(row, text);
   if (!value) return context.misused(value.error() + suggestion(text, row.choices));
   const auto defaults = VantrellApp::defaultsForReading();
   const bool isNewFullAccess = row.name == "mode" &&
@@ -187,10 +163,14 @@ void set(CommandContext& context, const SettingRow& row, std::string_view text) 
                                readSetting(row, **defaults).text != *value;
   context.confirmFullAccess(isNewFullAccess, [&context, &row, value = *value] {
     context.open({}, [&](VantrellApp& app) {
-      const auto changed = changeSetting(app, row, value);
+      // A raise to full access was confirmed before the state was opened.
+      const auto changed =
+          app.model().settingsOperations().change(row.name, value, app.model().selection().key(),
+                                                  SettingsOperations::FullAccess::confirmed);
       if (!changed) return context.finish(context.refused(changed.error()));
       context.console.write(fmt::format("{} is {} now.\n", row.name, onOneLine(value)));
-      context.console.say(*changed);
+      context.console.say(adviceOnLocalRuntime(row, app.defaults()));
+      if (!changed->empty()) context.console.write(*changed + "\n");
       context.finish(exitStatus::completed);
     });
   });
@@ -198,8 +178,8 @@ void set(CommandContext& context, const SettingRow& row, std::string_view text) 
 
 void storeWebhook(CommandContext& context, const std::string& address, std::string_view done) {
   context.open({}, [&](VantrellApp& app) {
-    app.model().setup().configureTaskletWebhookURL(
-        address, [&context, done](const Result<>& saved) {
+    app.model().settingsOperations().changeSecret(
+        "tasklet-webhook", address, [&context, done](const Result<>& saved) {
           context.finish(context.after(saved, [&] { context.console.write(done); }));
         });
   });
@@ -248,11 +228,12 @@ void reset(CommandContext& context) {
   }
   if (row.isSecret()) return storeWebhook(context, "", "tasklet-webhook is not set any more.\n");
   context.open({}, [&](VantrellApp& app) {
-    if (!app.defaults().remove(row.key)) return context.fail(app.defaults().lastError());
-    const auto value = readSetting(row, app.defaults()).text;
-    context.console.write(
-        fmt::format("{} is {} again.\n", row.name, value.empty() ? "not set" : onOneLine(value)));
-    context.finish(exitStatus::completed);
+    auto& operations = app.model().settingsOperations();
+    context.finish(context.after(operations.reset(row.name, app.model().selection().key()), [&] {
+      const auto value = operations.value(row).text;
+      context.console.write(
+          fmt::format("{} is {} again.\n", row.name, value.empty() ? "not set" : onOneLine(value)));
+    }));
   });
 }
 
@@ -273,43 +254,24 @@ void unlock(CommandContext& context) {
 // ---- all conversations --------------------------------------------------------------------------
 
 void exportAll(CommandContext& context) {
-  const UserFolders folders = UserFolders{}.orOwn();
-  const auto defaults = VantrellApp::defaultsForReading();
-  if (!defaults) return context.fail(defaults.error());
-  const auto exported = WorkspaceStore(**defaults, folders.support).exportDocument();
+  const auto exported = exportConversations(UserFolders{}.orOwn());
   if (!exported) return context.fail(fmt::format("{}. Nothing was exported.", exported.error()));
   if (exported->notice) context.complain(*exported->notice);
   if (context.arguments.words.empty() || context.word(0) == "-") {
     context.console.write(exported->document + "\n");
     return context.finish(exitStatus::completed);
   }
-  const auto written =
-      files::writeAtomically(context.absolute(context.word(0)), exported->document, 0600);
-  if (!written) return context.fail(written.error().description);
+  const auto written = writeExport(context.absolute(context.word(0)), exported->document, true);
+  if (!written) return context.finish(context.refused(written.error()));
   context.console.write(fmt::format("{} written to \"{}\".\n",
                                     views::countsOf(exported->threads, exported->workspaces),
                                     onOneLine(context.word(0))));
   context.finish(exitStatus::completed);
 }
 
-/// What an import would replace, for the user to decide; empty where there is nothing.
-std::string questionBefore(WorkspaceStore& store, std::string_view source) {
-  const auto present = store.peek();
-  if (present) return views::importQuestion(present->workspaces, source);
-  return fmt::format("{}. Replace what is there by the conversations of \"{}\"?", present.error(),
-                     onOneLine(source));
-}
-
-/// Not through the model: the store takes the document in place of what it would load.
-struct Import {
-  UserState state;
-  WorkspaceStore store{*state.defaults, state.folders.support};
-  std::string document;
-};
-
-void replaceAll(CommandContext& context, Import& import) {
-  const auto imported = import.store.importDocument(import.document, context.main.now());
-  if (import.store.notice()) context.complain(*import.store.notice());
+void replaceAll(CommandContext& context, ConversationImport& import, std::string_view document) {
+  const auto imported = import.replace(document, context.main.now());
+  if (const auto notice = import.takeNotice()) context.complain(*notice);
   if (!imported) return context.fail(fmt::format("{}. Nothing was imported.", imported.error()));
   context.console.write(fmt::format("{} imported. The conversations of before are in \"{}\".\n",
                                     views::countsOf(imported->threads, imported->workspaces),
@@ -320,16 +282,21 @@ void replaceAll(CommandContext& context, Import& import) {
 }
 
 void importDocument(CommandContext& context, std::string document) {
-  auto state = UserState::open({}, context.main.now());
-  if (!state) return context.fail(state.error());
-  if (state->notice) context.complain(*state->notice);
-  const auto import = std::shared_ptr<Import>(
-      new Import{.state = std::move(*state), .document = std::move(document)});
+  auto begun = ConversationImport::begin({}, context.main.now());
+  if (!begun) return context.fail(begun.error());
+  const std::shared_ptr<ConversationImport> import = *std::move(begun);
   context.keep(import);
+  if (const auto notice = import->takeNotice()) context.complain(*notice);
   const auto source = context.word(0) == "-" ? "standard input" : context.word(0);
-  const auto question = questionBefore(import->store, source);
-  if (question.empty()) return replaceAll(context, *import);
-  context.confirm(question, [&context, import] { replaceAll(context, *import); });
+  const auto present = import->present();
+  const auto question =
+      present ? views::importQuestion(*present, source)
+              : fmt::format("{}. Replace what is there by the conversations of \"{}\"?",
+                            present.error(), onOneLine(source));
+  if (question.empty()) return replaceAll(context, *import, document);
+  context.confirm(question, [&context, import, document = std::move(document)] {
+    replaceAll(context, *import, document);
+  });
 }
 
 void importAll(CommandContext& context) {

@@ -1,6 +1,7 @@
 // The commands that show one task: show, export, say. They read what is stored and change nothing.
 #include <fmt/format.h>
 
+#include "app/conversation_transfer.h"
 #include "platform/files/files.h"
 #include "platform/text/text.h"
 #include "presentation/conversation_markdown.h"
@@ -155,8 +156,6 @@ void show(CommandContext& context) {
 
 // ---- export, say --------------------------------------------------------------------------------
 
-constexpr mode_t ownerOnly = 0600;  // conversations may hold anything
-
 void exportTask(CommandContext& context) {
   context.viewTask(
       [&](const StateView&, const Workspace& workspace, const ChatThread& thread) -> Outcome {
@@ -171,10 +170,7 @@ void exportTask(CommandContext& context) {
           return usageError(
               fmt::format("\"{}\" exists already. --replace writes over it.", context.word(1)));
         }
-        const auto written = files::writeAtomically(path, document, ownerOnly);
-        if (written) return exitStatus::completed;
-        context.complain(written.error().description);
-        return exitStatus::failed;
+        return context.after(writeExport(path, document, true), [] {});
       });
 }
 

@@ -101,11 +101,11 @@ void TranscriptPrinter::remark(std::string_view text) {
 // ---- entries ------------------------------------------------------------------------------------
 
 void TranscriptPrinter::introduced(const RunIntroduction& introduction) {
-  goingOn_ = fmt::format("{} {}", introduction.goingOn,
-                         introduction.conversation.threadID.text().substr(0, taskIDShown));
+  resumeCommand_ = fmt::format("{} {}", introduction.resumeCommand,
+                               introduction.conversation.threadID.text().substr(0, taskIDShown));
   beginBlock(Block::other);
   line(style_.dim(fmt::format("{} in {}", introduction.runtime, sanitized(introduction.folder))));
-  if (!introduction.freedom.empty()) line(style_.yellow(introduction.freedom));
+  if (!introduction.permissionNotice.empty()) line(style_.yellow(introduction.permissionNotice));
   if (introduction.earlierEntries != 0) {
     line(
         style_.dim(fmt::format("Going on after {} earlier entries.", introduction.earlierEntries)));
@@ -370,7 +370,8 @@ void TranscriptPrinter::ended(const RunRecord* run) {
   } else if (!run) {
     return;
   }
-  if (!goingOn_.empty()) line(style_.dim(fmt::format("To go on: {} \"...\"", goingOn_)));
+  if (!resumeCommand_.empty())
+    line(style_.dim(fmt::format("To go on: {} \"...\"", resumeCommand_)));
 }
 
 void TranscriptPrinter::showOutcome(const RunRecord& run) {

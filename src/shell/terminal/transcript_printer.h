@@ -104,7 +104,7 @@ class TranscriptPrinter final : public RunObserver {
   std::map<std::string, std::string, std::less<>> openTools_;
   ToolTitles toolTitles_;
   std::vector<PlanEntry> plan_;
-  std::string goingOn_;  // the command, up to the prompt
+  std::string resumeCommand_;  // the command, up to the prompt
   /// A run that has ended, until that is shown: at the end, or when the queue goes on.
   std::optional<RunRecord> outcome_;
   std::optional<Uuid> toldRun_;  // whose end was shown when the queue went on

@@ -1,6 +1,6 @@
-// The settings as a person names, reads and changes them: one table for the panes of the window,
-// the commands and their help. Reads what is stored and checks what is typed; storing is the
-// caller's. Pure but for the file system; any thread.
+// The settings as a person names, reads and changes them: one table for the panes of a window, the
+// commands and their help. Reads what is stored and checks what is typed; SettingsOperations stores
+// it. Pure but for the file system; any thread.
 #pragma once
 
 #include <expected>
@@ -9,10 +9,8 @@
 #include <string_view>
 
 namespace vantrell {
-class UserDefaults;
-}
 
-namespace vantrell::views {
+class UserDefaults;
 
 struct SettingRow {
   enum class Type { choice, toggle, scale, program, model, address, secret, text };
@@ -44,4 +42,4 @@ SettingValue readSetting(const SettingRow& row, const UserDefaults& defaults);
 std::expected<std::string, std::string> checkedSetting(const SettingRow& row,
                                                        std::string_view text);
 
-}  // namespace vantrell::views
+}  // namespace vantrell

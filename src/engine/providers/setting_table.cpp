@@ -1,4 +1,4 @@
-#include "views/settings_table.h"
+#include "engine/providers/setting_table.h"
 
 #include <algorithm>
 #include <charconv>
@@ -13,7 +13,7 @@
 #include "runtimes/catalog/locators.h"
 #include "runtimes/local/local_runtime_service.h"
 
-namespace vantrell::views {
+namespace vantrell {
 
 namespace {
 
@@ -72,10 +72,9 @@ Checked refused(const SettingRow& row, std::string_view text) {
                                      text::onOneLine(text), row.accepted()));
 }
 
-/// What goes without a value of the user's own is reset, not set to nothing.
+/// A setting without a value of the user's own is reset, not set to nothing.
 Checked toBeReset(const SettingRow& row, std::string_view what) {
-  return std::unexpected(
-      fmt::format("To use {} again: vantrell settings reset {}", what, row.name));
+  return std::unexpected(fmt::format("Reset {} to use {} again.", row.name, what));
 }
 
 Checked checkedScale(const SettingRow& row, std::string_view text) {
@@ -187,4 +186,4 @@ Checked checkedSetting(const SettingRow& row, std::string_view text) {
   return std::string(text);
 }
 
-}  // namespace vantrell::views
+}  // namespace vantrell
