@@ -14,7 +14,8 @@
 #include "app/vantrell_app.h"
 #include "engine/core/changes.h"
 #include "engine/core/refusal.h"
-#include "platform/queues/run_loop.h"
+#include "platform/queues/line_reader.h"
+#include "platform/terminal/terminal.h"
 #include "platform/values/json.h"
 #include "records/stores/workspace_store.h"
 #include "shell/terminal/answer_source.h"
@@ -36,8 +37,12 @@ struct Caller {
   Console::Streams streams;
   std::string folder;  // absolute
   Environment environment;
-  /// Hears SIGINT, SIGTERM and SIGHUP in place of their default action, while the answer lives.
+  /// Hears SIGINT, SIGTERM and SIGHUP in place of their default action, while the answer lives. The
+  /// default action ends the command: abandon().
   std::function<std::shared_ptr<void>(std::function<void(int signal)>)> watchSignals;
+  /// Whether what is typed is for this command. Any thread. Unset: whether this process is in the
+  /// foreground of the terminal.
+  std::function<bool()> isInForeground{};
 };
 
 /// "The note could not be saved: REASON. Free some space ..."
@@ -45,14 +50,15 @@ std::string notSaved(std::string_view what, std::string_view reason);
 
 class CommandContext {
  public:
-  /// `ended` is called once, on the main queue.
-  CommandContext(RunLoop& main, Caller caller, std::vector<std::string_view> commandNames,
+  /// `ended` is called once, on the main queue, when everything is written and nothing of the
+  /// command goes on; it may destroy the context.
+  CommandContext(MainQueue& main, Caller caller, std::vector<std::string_view> commandNames,
                  CommandArguments given, std::function<void(int status)> ended);
   ~CommandContext();
   CommandContext(const CommandContext&) = delete;
   CommandContext& operator=(const CommandContext&) = delete;
 
-  RunLoop& main;
+  MainQueue& main;
   const Caller caller;
   const CommandArguments arguments;
   Console console;
@@ -83,6 +89,8 @@ class CommandContext {
   void fail(std::string_view why);
   /// Says why an operation was refused; the outcome of the command.
   Outcome refused(const Refusal& refusal);
+  /// Ends it as a signal ends a program: without waiting for its work or its reader.
+  void abandon(int status);
   /// Kept until the end.
   void keep(std::shared_ptr<void> object) { kept_.push_back(std::move(object)); }
 
@@ -105,9 +113,8 @@ class CommandContext {
 
   // The user.
 
-  /// A message on the error output; what is drawn on the terminal is told to make room first.
-  void complain(std::string_view text);
-  std::function<void()> beforeComplaint;
+  /// A message on the error output.
+  void complain(std::string_view text) { console.complain(text); }
   /// The lines that the user gives as answers; none where the input was read as a whole.
   AnswerSource& answers();
   /// A person can be asked.
@@ -137,8 +144,10 @@ class CommandContext {
 
  private:
   void close(int status);
+  void closeState(int status);
   void waitForGit(int status, Duration noticed);
   void end(int status);
+  void finishOutput(int status);
 
   const std::function<void(int)> ended_;
   std::unique_ptr<BackgroundPool> pool_;
@@ -146,8 +155,11 @@ class CommandContext {
   Changes::Observation notices_;
   bool isSaved_ = true;
   bool hasFinished_ = false;
+  bool isFinishingOutput_ = false;
   std::unique_ptr<AnswerSource> answers_;
-  std::shared_ptr<RunLoop::LineWatch> reading_;
+  std::shared_ptr<LineReader> reading_;
+  std::unique_ptr<terminal::HiddenTyping> hiding_;
+  std::shared_ptr<void> hidingSignals_;
   Timer gitTimer_;
   std::vector<std::shared_ptr<void>> kept_;
 };

@@ -165,13 +165,14 @@ void login(CommandContext& context) {
           "This log-in asks questions, and there is no terminal. Type in one: {}", command));
     }
     context.console.say(fmt::format("Running {}\n", command));
-    context.console.flush();
-    // Device codes and questions are the user's to see and to answer.
-    const auto ended = runInForeground(*program, flow.arguments, runtimeEnvironment(provider));
-    if (!ended) return context.fail(ended.error().description);
-    if (ended->code() == 0) return tellResult(context, *survey, provider);
-    context.complain(flow.failure);
-    context.finish(ended->code() == 128 + SIGINT ? exitStatus::stopped : exitStatus::failed);
+    context.console.whenWritten([&context, survey, provider, &flow, path = *program] {
+      // Device codes and questions are the user's to see and to answer.
+      const auto ended = runInForeground(path, flow.arguments, runtimeEnvironment(provider));
+      if (!ended) return context.fail(ended.error().description);
+      if (ended->code() == 0) return tellResult(context, *survey, provider);
+      context.complain(flow.failure);
+      context.finish(ended->code() == 128 + SIGINT ? exitStatus::stopped : exitStatus::failed);
+    });
   });
 }
 
