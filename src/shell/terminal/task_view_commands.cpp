@@ -10,7 +10,7 @@
 #include "presentation/spoken_text.h"
 #include "records/stores/conversation_json.h"
 #include "runtimes/catalog/provider_registry.h"
-#include "shell/terminal/answer_lines.h"
+#include "shell/terminal/answer_stream.h"
 #include "shell/terminal/command_context.h"
 #include "shell/terminal/command_groups.h"
 #include "shell/terminal/task_lookup.h"
