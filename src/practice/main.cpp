@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "platform/files/files.h"
+#include "platform/queues/line_reader.h"
 #include "platform/queues/run_loop.h"
 #include "practice/agent.h"
 #include "practice/directives.h"
@@ -75,7 +76,7 @@ bool hostReads() {
   auto& output = *new OutputWriter(loop, pool);
   output.onBroken = [] { std::_Exit(EXIT_SUCCESS); };
 
-  std::shared_ptr<RunLoop::LineWatch> input;
+  std::shared_ptr<LineReader> input;
   Timer watchdog;
   auto closeInput = [&] {
     if (!input) return;
@@ -91,14 +92,16 @@ bool hostReads() {
                        .stateFolder = files::stateFolder() + "/vantrell-practice-agent",
                        .mode = std::move(mode),
                        .closeInput = closeInput});
-  input = loop.watchLines(
-      STDIN_FILENO, [&](const std::string& line) { agent.receive(line); },
-      [&] {
-        agent.keepRunningSessions();
-        // What has been said already goes out, if the host takes it.
-        output.write(STDOUT_FILENO, "", [] { std::_Exit(EXIT_SUCCESS); });
-        watchdog = loop.after(std::chrono::milliseconds(200), [] { std::_Exit(EXIT_SUCCESS); });
-      });
+  const auto end = [&] {
+    agent.keepRunningSessions();
+    // What has been said already goes out, if the host takes it.
+    output.write(STDOUT_FILENO, "", [] { std::_Exit(EXIT_SUCCESS); });
+    watchdog = loop.after(std::chrono::milliseconds(200), [] { std::_Exit(EXIT_SUCCESS); });
+  };
+  input = LineReader::begin(loop, {.descriptor = STDIN_FILENO,
+                                   .onLine = [&](const std::string& line) { agent.receive(line); },
+                                   .onEnd = end,
+                                   .isInForeground = {}});
   loop.run();
   std::_Exit(EXIT_SUCCESS);
 }

@@ -6,7 +6,6 @@
 #include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <termios.h>
-#include <thread>
 #include <unistd.h>
 
 #include "platform/files/descriptor.h"
@@ -21,32 +20,24 @@ bool isMute(const tests::PseudoTerminal& terminal) {
   return ::tcgetattr(terminal.program.get(), &state) == 0 && !(state.c_lflag & ECHO);
 }
 
-TEST(Terminal, HiddenLineIsReadAsItIsTypedAndShownNowhere) {
-  const std::pair<std::string, std::optional<std::string>> cases[] = {
-      {"secret\r", "secret"},
-      {"sex\x7f"
-       "cret\n",
-       "secret"},
-      {"wrong\x15right\n", "right"},
-      {"\x7f\n", ""},
-      {"secret\x03", std::nullopt},
-      {"secret\x04", std::nullopt},
-  };
-  for (const auto& [keys, expected] : cases) {
-    const tests::PseudoTerminal pair;
-    std::thread person([&] {
-      while (!isMute(pair)) std::this_thread::yield();
-      pair.press(keys);
-    });
-    EXPECT_EQ(terminal::readHiddenLine(pair.program.get()), expected) << keys;
-    person.join();
-    EXPECT_FALSE(isMute(pair)) << "as before";
-    ::fcntl(pair.user.get(), F_SETFL, O_NONBLOCK);
-    char shown[64];
-    EXPECT_EQ(::read(pair.user.get(), shown, sizeof shown), -1) << "something was shown";
+TEST(Terminal, ShowsNothingWhileTypingIsHiddenAndIsThenAsBefore) {
+  const tests::PseudoTerminal pair;
+  {
+    const terminal::HiddenTyping hidden(pair.program.get());
+    EXPECT_TRUE(isMute(pair));
+    pair.press(
+        "sex\x7f"
+        "cret\n");
+    char line[64];
+    const auto count = ::read(pair.program.get(), line, sizeof line);
+    EXPECT_EQ(std::string_view(line, static_cast<std::size_t>(count)), "secret\n");
   }
+  EXPECT_FALSE(isMute(pair));
+  ::fcntl(pair.user.get(), F_SETFL, O_NONBLOCK);
+  char shown[64];
+  EXPECT_EQ(::read(pair.user.get(), shown, sizeof shown), -1) << "something was shown";
   const Descriptor none(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-  EXPECT_FALSE(terminal::readHiddenLine(none.get()));
+  const terminal::HiddenTyping nothingToHide(none.get());
 }
 
 TEST(Terminal, DiscardInTheBackgroundStopsNobody) {

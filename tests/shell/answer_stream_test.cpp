@@ -1,52 +1,44 @@
 #include "shell/terminal/answer_stream.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "presentation/answer_texts.h"
-#include "presentation/response_formatting.h"
-#include "shell/terminal/answer_lines.h"
-#include "shell/terminal/terminal_text.h"
 
 namespace vantrell::shell {
 namespace {
 
+using ::testing::ElementsAre;
+
 const TerminalStyle style = TerminalStyle::live(-1);
 
-/// As answerLines gives it, but prose stays together as in a stream.
-std::string laidOut(std::string_view text, std::size_t columns) {
-  IncrementalBlocks blocks(IncrementalBlocks::Prose::asWritten);
-  blocks.append(sanitized(text));
-  std::string out;
-  const auto& all = blocks.blocks();
-  for (std::size_t i = 0; i < all.size(); ++i) {
-    const auto lines = blockLines(all[i], 0, false, style, columns);
-    if (!out.empty() && !lines.empty() && standsApart(all[i], all[i - 1])) out += '\n';
-    for (const auto& line : lines) out += line.text + "\n";
+std::string withoutLooks(std::string_view text) {
+  std::string plain;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (text[at] == '\x1b') {
+      at = text.find('m', at);
+    } else {
+      plain += text[at];
+    }
   }
-  return out;
-}
-
-std::string streamed(std::string_view text, std::size_t columns,
-                     const std::function<std::size_t(std::string_view)>& chunkSize) {
-  AnswerStream stream(style);
-  std::string out;
-  while (!text.empty()) {
-    const std::size_t size = std::min(chunkSize(text), text.size());
-    stream.append(text.substr(0, size));
-    text.remove_prefix(size);
-    out += stream.lines(columns);
-  }
-  return out + stream.finish(columns);
+  return plain;
 }
 
 TEST(AnswerStream, GivesTheLinesOfTheWholeWhateverTheChunks) {
-  for (unsigned seed = 0; seed < 400; ++seed) {
-    vantrell::testing::AnswerMaker maker(seed);
+  for (unsigned seed = 0; seed < 200; ++seed) {
+    testing::AnswerMaker maker(seed);
     const std::string text = maker.answer();
     const std::size_t columns = seed % 2 ? 79 : 30;
-    const auto lines =
-        streamed(text, columns, [&](std::string_view rest) { return maker.chunkOf(rest).size(); });
-    EXPECT_EQ(lines, laidOut(text, columns)) << "seed " << seed << " of:\n" << text;
+    AnswerStream whole(style), inChunks(style);
+    std::string expected = whole.append(text, columns);
+    expected += whole.finish(columns);
+    std::string out;
+    for (std::string_view rest = text; !rest.empty();) {
+      const auto chunk = maker.chunkOf(rest);
+      out += inChunks.append(chunk, columns);
+      rest.remove_prefix(chunk.size());
+    }
+    EXPECT_EQ(out + inChunks.finish(columns), expected) << "seed " << seed << " of:\n" << text;
   }
 }
 
@@ -65,11 +57,8 @@ TEST(AnswerStream, GivesALineOnceItIsComplete) {
        "\x1b[2m  sh\x1b[0m\n\x1b[36m  ls\x1b[0m\n"},
       {"d\n```\nEnd", "\x1b[36m  pwd\x1b[0m\n"},
   };
-  for (const auto& [text, lines] : steps) {
-    stream.append(text);
-    EXPECT_EQ(stream.lines(30), lines) << text;
-  }
-  EXPECT_EQ(stream.finish(30), "\nEnd\n");
+  for (const auto& [text, lines] : steps) EXPECT_EQ(stream.append(text, 30), lines) << text;
+  EXPECT_EQ(stream.finish(30), "End\n");
 }
 
 TEST(AnswerStream, GoesOnWhereItWasFinished) {
@@ -80,28 +69,40 @@ TEST(AnswerStream, GoesOnWhereItWasFinished) {
       {"One\n\n", "Two", "One\nX\nTwo\n"},
       {"- one\n", "- two\n- three", "• one\nX\n• two\n• three\n"},
       {"```\nls", "\npwd\n\n```\nSo", "  ls\nX\n  pwd\n\nSo\n"},
-      {"```\nls -", "l\n```", "  ls -\nX\n  l\n"},
-      {"a|b\n---|---\n1|2\n", "3|4\n", "a  b\n1  2\nX\n3  4\n"},
-      {"Then:\n-", " one\n", "Then: -\nX\n• one\n"},
-      {"Then:\n---", "x", "Then:\n\n────────────────────\nX\nThen: ---x\n"},
+      {"a|b\n---|---\n1|2\n", "3|4\n", "a  b\n1  2\nX\n3|4\n"},
       {"**bo", "ld** `x`", "**bo\nX\nld** x\n"},
   };
   for (const auto& [before, after, shown] : cases) {
     AnswerStream stream(style);
-    stream.append(before);
-    std::string out = stream.finish(10) + "X\n";
-    stream.append(after);
-    out += stream.lines(10) + stream.finish(10);
-    std::string plain;
-    for (std::size_t at = 0; at < out.size(); ++at) {
-      if (out[at] == '\x1b') {
-        at = out.find('m', at);
-      } else {
-        plain += out[at];
-      }
-    }
-    EXPECT_EQ(plain, shown) << before;
+    std::string out = stream.append(before, 20);
+    out += stream.finish(20) + "X\n";
+    out += stream.append(after, 20);
+    out += stream.finish(20);
+    EXPECT_EQ(withoutLooks(out), shown) << before;
   }
+}
+
+TEST(AnswerStream, LaysOutEachKindOfLineForTheWidth) {
+  const auto lines = answerLines(
+      "# A heading that is long\nText that is wrapped\nhere.\n\n\n- one two three four five six\n"
+      "  - [x] sub\n7. seven\n```sh\nls\t-l a_line_that_is_never_wrapped  \n\n\x1b[2J\n```\n> "
+      "said\n>\n> so\n---\n"
+      "a|b\n---|---\n1|a cell with far too much in it\nab twentyone_columns_long x\n"
+      "漢字漢字漢字漢字漢字漢字",
+      style, 20);
+  std::vector<std::string> plain;
+  for (const auto& line : lines) plain.push_back(withoutLooks(line));
+  EXPECT_THAT(plain,
+              ElementsAre("A heading that is", "long", "Text that is wrapped", "here.", "",
+                          "• one two three four", "  five six", "  ✓ sub", "7. seven", "  sh",
+                          "  ls      -l a_line_that_is_never_wrapped", "", "  ␛[2J", "│ said", "│ ",
+                          "│ so", "────────────────────", "a  b", "1  a cell with far…", "ab",
+                          "twentyone_columns_lo", "ng x", "漢字漢字漢字漢字漢字", "漢字"));
+  EXPECT_THAT(
+      answerLines("Some **bold words, `code` too** end\n> so **it** goes\n\x1b[1m", style, 20),
+      ElementsAre("Some \x1b[1mbold words,\x1b[22m",
+                  "\x1b[1m\x1b[36mcode\x1b[39m\x1b[22m\x1b[1m too\x1b[22m end",
+                  "\x1b[2m│ so \x1b[22;1mit\x1b[22;2m goes\x1b[0m", "␛[1m"));
 }
 
 /// Each would take minutes if a layout cost all that came before.
@@ -110,14 +111,14 @@ TEST(AnswerStream, TakesLongAnswersOfAnyKind) {
        {std::pair("", "words without an end "),
         {"```\n", "a line of code\n"},
         {"a | b\n---|---\n", "one | two and more\n"},
-        {"", "**stars and `ticks "},
-        {"", "a|"}}) {
+        {"", "**stars and `ticks "}}) {
     const auto& [beginning, piece] = each;
-    std::string text = beginning;
-    while (text.size() < 1 << 17) text += piece;
-    const auto lines = streamed(text, 80, [](std::string_view) { return 1000; });
-    EXPECT_GT(lines.size(), text.size() / 2) << piece;
-    EXPECT_LT(lines.size(), 2 * text.size()) << piece;
+    AnswerStream stream(style);
+    std::size_t given = stream.append(beginning, 80).size(), taken = 0;
+    for (; taken < 1 << 17; taken += piece.size()) given += stream.append(piece, 80).size();
+    given += stream.finish(80).size();
+    EXPECT_GT(given, taken / 2) << piece;
+    EXPECT_LT(given, 2 * taken) << piece;
   }
 }
 

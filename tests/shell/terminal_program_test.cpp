@@ -87,7 +87,8 @@ TEST_F(TerminalProgram, WrongUsageIsToldBeforeAnythingIsChanged) {
       {{"run", "--practice", "--attach", "missing.txt", "x"}, "/project/missing.txt"},
       {{"run", "--provider", "codecs", "x"}, "codex"},
       {{"run", "--provider", "kimi", "--executable", "no-such-program", "x"}, "in PATH"},
-      {{"run", "--provider", "kimi", "--executable", "./none", "x"}, "/project/none cannot be executed"},
+      {{"run", "--provider", "kimi", "--executable", "./none", "x"},
+       "/project/none cannot be executed"},
       {{"run", "--practice", " \n "}, "The prompt is empty"},
       {{"run", "--jsn", "x"}, "Did you mean --json?"},
   };

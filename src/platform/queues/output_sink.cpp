@@ -3,24 +3,33 @@
 #include <cerrno>
 #include <climits>
 #include <condition_variable>
+#include <fcntl.h>
 #include <mutex>
 #include <poll.h>
 #include <string>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
+#include "platform/files/descriptor.h"
 #include "platform/queues/dispatch.h"
+#include "platform/terminal/terminal.h"
 
 namespace vantrell {
 
 struct OutputSink::Impl {
-  explicit Impl(int number) : descriptor(number) {}
+  explicit Impl(int number)
+      : own(terminal::openAgain(number, O_WRONLY)), descriptor(own ? own.get() : number) {}
 
   void work() {
     std::unique_lock lock(mutex);
     for (;;) {
-      changed.wait(lock, [this] { return ending || !waiting.empty(); });
+      changed.wait(lock, [this] { return ending || !waiting.empty() || !waitingForEnd.empty(); });
       if (ending) return;
+      if (waiting.empty()) {
+        for (auto& each : std::exchange(waitingForEnd, {})) whenWritten(std::move(each));
+        continue;
+      }
       std::string piece = std::exchange(waiting, {});
       lock.unlock();
       const int failure = writeAll(piece);
@@ -36,8 +45,6 @@ struct OutputSink::Impl {
         full = false;
         whenRoomAgain();
       }
-      changed.notify_all();
-      if (broken != 0) return;
     }
   }
 
@@ -65,7 +72,11 @@ struct OutputSink::Impl {
 
   static constexpr int lookAtEnding = 50;  // milliseconds
 
+  /// Of a terminal: its writes do not block, also where its user has stopped the output.
+  const Descriptor own;
   const int descriptor;
+  std::vector<std::function<void()>> waitingForEnd;
+  std::function<void(std::function<void()>)> whenWritten;
   std::function<void()> whenBroken;
   std::function<void()> whenRoomAgain;
   std::mutex mutex;
@@ -87,6 +98,11 @@ OutputSink::OutputSink(MainQueue& main, int descriptor)
       if (self && (*self)->onBroken) (*self)->onBroken();
     });
   };
+  impl_->whenWritten = [&main, alive = std::weak_ptr(alive)](std::function<void()> then) {
+    main.post([alive, then = std::move(then)] {
+      if (alive.lock()) then();
+    });
+  };
   impl_->whenRoomAgain = [&main, alive = std::weak_ptr(alive)] {
     main.post([alive] {
       const auto self = alive.lock();
@@ -94,11 +110,7 @@ OutputSink::OutputSink(MainQueue& main, int descriptor)
     });
   };
   // The thread's function holds it, and goes with the sink.
-  impl_->thread = std::thread([impl = impl_.get(), alive = std::move(alive)] {
-    impl->work();
-    std::unique_lock lock(impl->mutex);
-    impl->changed.wait(lock, [impl] { return impl->ending; });
-  });
+  impl_->thread = std::thread([impl = impl_.get(), alive = std::move(alive)] { impl->work(); });
 }
 
 OutputSink::~OutputSink() {
@@ -124,10 +136,12 @@ void OutputSink::write(std::string_view bytes) {
   if (isFullNow && onFullChanged) onFullChanged(true);
 }
 
-bool OutputSink::flush(std::chrono::milliseconds limit) {
-  std::unique_lock lock(impl_->mutex);
-  impl_->changed.wait_for(lock, limit, [this] { return impl_->unwritten == 0; });
-  return impl_->unwritten == 0 && impl_->broken == 0;
+void OutputSink::whenWritten(std::function<void()> then) {
+  {
+    const std::lock_guard lock(impl_->mutex);
+    impl_->waitingForEnd.push_back(std::move(then));
+  }
+  impl_->changed.notify_all();
 }
 
 int OutputSink::error() const {

@@ -2,7 +2,6 @@
 // caller up. All operations are called on the main queue.
 #pragma once
 
-#include <chrono>
 #include <functional>
 #include <memory>
 #include <string_view>
@@ -15,7 +14,7 @@ class OutputSink {
  public:
   /// The descriptor stays the caller's and must outlive the sink.
   OutputSink(MainQueue& main, int descriptor);
-  /// Drops what has not been written: flush() first.
+  /// Drops what has not been written: whenWritten() says when that is nothing.
   ~OutputSink();
   OutputSink(const OutputSink&) = delete;
   OutputSink& operator=(const OutputSink&) = delete;
@@ -30,9 +29,9 @@ class OutputSink {
 
   /// Never waits.
   void write(std::string_view bytes);
-  /// Waits until everything is written. False when it is not: the limit ran out, or the reader is
-  /// gone.
-  bool flush(std::chrono::milliseconds limit);
+  /// Calls back on the main queue once everything is written, or nothing more can be. Not called
+  /// once the sink is gone.
+  void whenWritten(std::function<void()> then);
   /// The errno of the write that failed (EPIPE: the reader is gone), or 0.
   int error() const;
 

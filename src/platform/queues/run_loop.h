@@ -1,5 +1,5 @@
 // The main queue of programs without a window: run() makes the calling thread the main thread.
-// Signal and line watches must be gone before their loop.
+// Signal watches must be gone before their loop.
 #pragma once
 
 #include <functional>
@@ -32,18 +32,6 @@ class RunLoop final : public MainQueue {
   class SignalWatch;
   [[nodiscard]] std::shared_ptr<SignalWatch> watchSignals(const std::vector<int>& signals,
                                                           std::function<void(int)> handler);
-
-  /// Reads lines (without their line feed) from a descriptor, on this queue, until end of file or
-  /// until the returned watch is destroyed. `onEnd` is called once at end of file or error; a last
-  /// line without a line feed is delivered before it. A terminal is read only while this process
-  /// is in its foreground. The descriptor stays the caller's.
-  class LineWatch;
-  [[nodiscard]] std::shared_ptr<LineWatch> watchLines(int descriptor,
-                                                      std::function<void(std::string)> onLine,
-                                                      std::function<void()> onEnd);
-  /// Forgets what was typed at the watch's terminal and not delivered yet, so that keys pressed
-  /// earlier answer no question. This queue.
-  static void discardPending(LineWatch& watch);
 
  private:
   struct Impl;

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <fcntl.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
@@ -31,67 +32,26 @@ void discardTypedAhead(int descriptor) {
   if (isInForeground(descriptor)) ::tcflush(descriptor, TCIFLUSH);
 }
 
-std::optional<std::string> readLine(int descriptor) {
-  std::string line;
-  char character = 0;
-  for (;;) {
-    const ssize_t count = ::read(descriptor, &character, 1);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return line.empty() ? std::nullopt : std::optional(line);
-    if (character == '\n') return line;
-    line.push_back(character);
-  }
+Descriptor openAgain(int descriptor, int access) {
+  if (!isTerminal(descriptor)) return Descriptor();
+  const auto path = "/proc/self/fd/" + std::to_string(descriptor);
+  return Descriptor(::open(path.c_str(), access | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
 }
 
-namespace {
-
-/// A terminal that hands over each key by itself and shows none, while this lives. Keys that send
-/// signals are keys like others: no end of the program leaves the terminal mute.
-class HiddenKeys {
- public:
-  explicit HiddenKeys(int descriptor) : descriptor_(descriptor) {
-    if (::tcgetattr(descriptor_, &before_) != 0) return;
-    termios hidden = before_;
-    hidden.c_lflag &= ~static_cast<tcflag_t>(ECHO | ECHONL | ICANON | ISIG);
-    hidden.c_cc[VMIN] = 1;
-    hidden.c_cc[VTIME] = 0;
-    isHidden_ = ::tcsetattr(descriptor_, TCSAFLUSH, &hidden) == 0;
-  }
-  ~HiddenKeys() {
-    if (isHidden_) ::tcsetattr(descriptor_, TCSAFLUSH, &before_);
-  }
-  HiddenKeys(const HiddenKeys&) = delete;
-  HiddenKeys& operator=(const HiddenKeys&) = delete;
-
-  bool isHidden() const { return isHidden_; }
-
- private:
-  const int descriptor_;
-  termios before_{};
-  bool isHidden_ = false;
+struct HiddenTyping::Mode {
+  termios flags{};
 };
 
-}  // namespace
+HiddenTyping::HiddenTyping(int descriptor) : descriptor_(descriptor) {
+  auto before = std::make_unique<Mode>();
+  if (::tcgetattr(descriptor_, &before->flags) != 0) return;
+  termios hidden = before->flags;
+  hidden.c_lflag &= ~static_cast<tcflag_t>(ECHO | ECHONL);
+  if (::tcsetattr(descriptor_, TCSAFLUSH, &hidden) == 0) before_ = std::move(before);
+}
 
-std::optional<std::string> readHiddenLine(int descriptor) {
-  constexpr char ctrlC = 3, ctrlD = 4, ctrlH = 8, ctrlU = 21, erase = 127;
-  const HiddenKeys keys(descriptor);
-  if (!keys.isHidden()) return std::nullopt;
-  std::string line;
-  char key = 0;
-  for (;;) {
-    const ssize_t count = ::read(descriptor, &key, 1);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0 || key == ctrlC || key == ctrlD) return std::nullopt;
-    if (key == '\n' || key == '\r') return line;
-    if (key == ctrlU) {
-      line.clear();
-    } else if (key == ctrlH || key == erase) {
-      if (!line.empty()) line.pop_back();
-    } else {
-      line.push_back(key);
-    }
-  }
+HiddenTyping::~HiddenTyping() {
+  if (before_) ::tcsetattr(descriptor_, TCSAFLUSH, &before_->flags);
 }
 
 std::string readStandardInput() {

@@ -1,8 +1,11 @@
 // The terminal that this program may run in. Any thread.
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
+
+#include "platform/files/descriptor.h"
 
 namespace vantrell::terminal {
 
@@ -20,15 +23,28 @@ std::optional<Size> size(int descriptor);
 bool isInForeground(int descriptor);
 
 /// Forgets what has been typed and not read yet, so that keys pressed earlier answer no question;
-/// in the background nothing. Of a terminal that a RunLoop watches, its discardPending() does it.
+/// in the background nothing. Of a terminal that a LineReader reads, its discardPending() does it.
 void discardTypedAhead(int descriptor);
 
-/// One line without its end; nullopt at the end of the input. Reads no byte after it. Blocks.
-std::optional<std::string> readLine(int descriptor);
+/// An open file of our own for the same terminal (`access` as for open()), whose reads or writes do
+/// not block, without changing the mode of the one that other programs share. Not valid where the
+/// descriptor is no terminal, or that is not permitted, as after a change of the user.
+Descriptor openAgain(int descriptor, int access);
 
-/// The same from a terminal, for a secret: nothing of it is shown. Backspace and Ctrl-U correct;
-/// Ctrl-C and Ctrl-D give it up. The terminal is as before when this returns. Blocks.
-std::optional<std::string> readHiddenLine(int descriptor);
+/// While it lives, the terminal shows nothing of what is typed, for a secret. What was typed before
+/// is forgotten. Changes nothing where the descriptor is no terminal.
+class HiddenTyping {
+ public:
+  explicit HiddenTyping(int descriptor);
+  ~HiddenTyping();
+  HiddenTyping(const HiddenTyping&) = delete;
+  HiddenTyping& operator=(const HiddenTyping&) = delete;
+
+ private:
+  struct Mode;
+  const int descriptor_;
+  std::unique_ptr<Mode> before_;  // null: nothing was changed
+};
 
 /// All that standard input holds, up to its end. Blocks.
 std::string readStandardInput();

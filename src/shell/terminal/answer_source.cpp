@@ -4,54 +4,47 @@
 
 namespace vantrell::shell {
 
-AnswerSource::Kind AnswerSource::kindOf(int descriptor, bool isUsedUp) {
-  if (isUsedUp) return Kind::none;
-  return terminal::isTerminal(descriptor) ? Kind::terminal : Kind::stream;
-}
-
-AnswerSource::AnswerSource(RunLoop& loop, int descriptor, Kind kind)
-    : loop_(loop), descriptor_(descriptor), kind_(kind), hasEnded_(kind == Kind::none) {}
+AnswerSource::AnswerSource(MainQueue& main, Input input)
+    : main_(main),
+      input_(std::move(input)),
+      isTerminal_(!input_.isUsedUp && terminal::isTerminal(input_.descriptor)),
+      hasEnded_(input_.isUsedUp) {}
 
 void AnswerSource::ask(std::function<void(std::optional<std::string>)> reply) {
   reply_ = std::move(reply);
-  if (std::exchange(watchHasEnded_, false)) watch_.reset();
-  if (kind_ == Kind::terminal) {
-    lines_.clear();
-    if (watch_) {
-      RunLoop::discardPending(*watch_);
-    } else {
-      terminal::discardTypedAhead(descriptor_);
-    }
-  }
-  if (!watch_ && !hasEnded_) watch();
-  delivery_ = loop_.after(Duration::zero(), [this] { deliver(); });
+  beginAfresh();
+  delivery_ = main_.after(Duration::zero(), [this] { deliver(); });
 }
 
 void AnswerSource::listen(std::function<void(std::string)> onUnasked) {
   onUnasked_ = std::move(onUnasked);
-  terminal::discardTypedAhead(descriptor_);
-  watch();
+  beginAfresh();
 }
 
-void AnswerSource::watch() {
-  watch_ = loop_.watchLines(
-      descriptor_,
-      [this](std::string line) {
-        if (kind_ == Kind::terminal && !reply_) {
-          if (onUnasked_) onUnasked_(std::move(line));
-          return;
-        }
-        lines_.push_back(std::move(line));
-        deliver();
-      },
-      [this] {
-        if (kind_ == Kind::terminal && !reply_) {
-          watchHasEnded_ = true;
-          return;
-        }
-        hasEnded_ = true;
-        deliver();
-      });
+void AnswerSource::beginAfresh() {
+  if (std::exchange(readerHasEnded_, false)) reader_.reset();
+  if (!reader_ && !hasEnded_) {
+    reader_ = LineReader::begin(main_, {.descriptor = input_.descriptor,
+                                        .onLine =
+                                            [this](std::string line) {
+                                              if (isTerminal_ && !reply_) {
+                                                if (onUnasked_) onUnasked_(std::move(line));
+                                                return;
+                                              }
+                                              lines_.push_back(std::move(line));
+                                              deliver();
+                                            },
+                                        .onEnd =
+                                            [this] {
+                                              const bool isUnasked = isTerminal_ && !reply_;
+                                              (isUnasked ? readerHasEnded_ : hasEnded_) = true;
+                                              deliver();
+                                            },
+                                        .isInForeground = input_.isInForeground});
+  }
+  if (!isTerminal_) return;
+  lines_.clear();
+  if (reader_) reader_->discardPending();
 }
 
 void AnswerSource::deliver() {

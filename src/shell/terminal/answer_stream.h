@@ -1,48 +1,55 @@
-// An answer that is laid out on a live terminal while it comes. A line is given out once it is
-// complete, and never again; a table once it is whole. Makes text and writes nothing. Owned by what
-// prints the transcript; one thread at a time.
+// What an agent says, made ready for the terminal line by line while it comes. Nothing that was
+// given out is drawn again. On a live terminal lines are wrapped and Markdown becomes looks,
+// indents and tables; elsewhere the text is given out as it comes. Makes text and writes nothing.
+// Owned by what prints the transcript; one thread at a time.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
-#include "presentation/incremental_blocks.h"
 #include "shell/terminal/terminal_style.h"
 
 namespace vantrell::shell {
 
 class AnswerStream {
  public:
-  explicit AnswerStream(const TerminalStyle& style) : style_(style) {}
+  enum class Kind { answer, thought };
+  explicit AnswerStream(const TerminalStyle& style, Kind kind = Kind::answer)
+      : style_(style), kind_(kind) {}
 
-  /// Takes the next text, as the agent sent it.
-  void append(std::string_view text) { waiting_ += text; }
-  /// The lines that are complete since the last call. Costs a parse of the open block, and the
-  /// layout of what of it was not given out.
-  std::string lines(std::size_t columns) { return take(columns, false); }
-  /// All that is left. What follows begins a new line.
-  std::string finish(std::size_t columns) { return take(columns, true); }
+  /// Takes the next text, as the agent sent it, and returns what can be shown: complete lines, of a
+  /// line that is still open its complete rows, of a table nothing before its end. Costs a layout
+  /// of what of the open line was not given out.
+  std::string append(std::string_view text, std::size_t columns);
+  /// All that is left, with the end of its line. What follows begins a new one.
+  std::string finish(std::size_t columns);
 
  private:
-  std::size_t decided(bool isAll);
-  std::string take(std::size_t columns, bool isAll);
-  std::string linesOf(const ResponseBlock& block, std::size_t columns, bool isOpen);
+  struct Beginning;
+  std::string asItComes(std::string_view text);
+  void endLine();
+  void endTable();
+  void addLines(std::string_view source, bool isWhole);
+  void put(std::string_view line);
 
-  TerminalStyle style_;
-  /// As written: broken up, prose would move between paragraphs that have been printed.
-  IncrementalBlocks blocks_{IncrementalBlocks::Prose::asWritten};
-  std::string waiting_;        // not in blocks_ yet: it does not say what its line is
-  bool isInLine_ = false;      // the last line in blocks_ has not ended
-  bool isAfterBlank_ = false;  // what comes next begins another block, or goes on with code
+  const TerminalStyle style_;
+  const Kind kind_;
+  std::size_t columns_ = 0;
+  std::string out_;                 // of the present call
+  std::string line_;                // the open one, without the rows that were given out
+  std::vector<std::string> table_;  // lines that are one, or may become one
   bool isInCode_ = false;
-
-  /// What of the answer was given out.
-  std::size_t block_ = 0;
-  std::size_t kind_ = 0;   // of that block, which may still become another
-  bool isBegun_ = false;   // it has lines
-  std::size_t shown_ = 0;  // where the last of them ends
-  std::size_t from_ = 0;   // where one of them ended plain, so that a layout can begin there
-  bool isFirst_ = true;    // nothing since the last finish()
+  bool isMidLine_ = false;  // something of the open line was given out
+  std::string indent_;      // then: before its next rows
+  TerminalStyle::Look look_ = nullptr;
+  std::size_t blankLines_ = 0;  // due before the next line
+  bool isBegun_ = false;        // something was given out since the last finish()
 };
+
+/// The lines of a whole answer.
+std::vector<std::string> answerLines(std::string_view text, const TerminalStyle& style,
+                                     std::size_t columns);
 
 }  // namespace vantrell::shell

@@ -19,13 +19,15 @@ namespace vantrell::shell {
 /// A wait for git that is over sooner needs no word.
 constexpr std::chrono::milliseconds waitForGitUnsaid{1000};
 constexpr std::chrono::milliseconds betweenLooks{10};
+constexpr std::chrono::milliseconds momentToFlush{200};
+constexpr std::chrono::hours readersTime{24};  // to read what is left
 
-CommandContext::CommandContext(RunLoop& loop, Caller who, std::vector<std::string_view> names,
+CommandContext::CommandContext(MainQueue& queue, Caller who, std::vector<std::string_view> names,
                                CommandArguments given, std::function<void(int)> ended)
-    : main(loop),
+    : main(queue),
       caller(std::move(who)),
       arguments(std::move(given)),
-      console(loop, caller.streams, caller.environment, std::move(names)),
+      console(queue, caller.streams, caller.environment, std::move(names)),
       ended_(std::move(ended)) {}
 
 CommandContext::~CommandContext() = default;
@@ -70,9 +72,7 @@ void CommandContext::finish(Outcome outcome) {
   if (std::exchange(hasFinished_, true)) return;
   if (!outcome) complain(outcome.error().text);
   // The engine may be in the middle of a step.
-  main.post([this, status = outcome.value_or(exitStatus::usage)] {
-    close(status, main.uptime() + waitForGitUnsaid);
-  });
+  main.post([this, status = outcome.value_or(exitStatus::usage)] { close(status); });
 }
 
 Outcome CommandContext::refused(const Refusal& refusal) {
@@ -91,15 +91,29 @@ void CommandContext::fail(std::string_view why) {
   finish(exitStatus::failed);
 }
 
-void CommandContext::close(int status, Duration tellsOfGit) {
+void CommandContext::abandon(int status) {
+  wasAbandoned = true;
+  finish(status);
+  if (isFinishingOutput_) finishOutput(status);
+}
+
+void CommandContext::close(int status) {
   answers_.reset();
   reading_.reset();
+  hiding_.reset();
+  const auto then = [this, status] { closeState(status, main.uptime() + waitForGitUnsaid); };
+  if (!pool_) return then();
+  // What goes on there uses what the command keeps.
+  pool_->post([this, then] { main.post(then); });
+}
+
+void CommandContext::closeState(int status, Duration tellsOfGit) {
   if (app_) {
     model().flush();
     // A stopped task may leave git at work on its checkpoint or worktree.
     if (model().safety().isAtWork()) {
       if (main.uptime() < tellsOfGit) {
-        gitTimer_ = main.after(betweenLooks, [=, this] { close(status, tellsOfGit); });
+        gitTimer_ = main.after(betweenLooks, [=, this] { closeState(status, tellsOfGit); });
         return;
       }
       complain("Git is still at work on a checkpoint or a worktree; this ends when that is done.");
@@ -110,7 +124,15 @@ void CommandContext::close(int status, Duration tellsOfGit) {
   }
   notices_ = {};
   kept_.clear();
-  ended_(!isSaved_ && status == exitStatus::completed ? exitStatus::failed : status);
+  finishOutput(!isSaved_ && status == exitStatus::completed ? exitStatus::failed : status);
+}
+
+/// The state is free for the next start; the reader may take his time.
+void CommandContext::finishOutput(int status) {
+  isFinishingOutput_ = true;
+  console.finish(
+      wasAbandoned ? Duration(momentToFlush) : Duration(readersTime),
+      [this, status](bool isWritten) { ended_(isWritten ? status : exitStatus::failed); });
 }
 
 // ---- the state ----------------------------------------------------------------------------------
@@ -183,11 +205,6 @@ void CommandContext::changeTask(
 
 // ---- the user -----------------------------------------------------------------------------------
 
-void CommandContext::complain(std::string_view text) {
-  if (beforeComplaint) beforeComplaint();
-  console.complain(text);
-}
-
 bool CommandContext::canAsk() const {
   return terminal::isTerminal(caller.input) && terminal::isTerminal(caller.streams.error);
 }
@@ -195,7 +212,9 @@ bool CommandContext::canAsk() const {
 AnswerSource& CommandContext::answers() {
   if (!answers_) {
     answers_ = std::make_unique<AnswerSource>(
-        main, caller.input, AnswerSource::kindOf(caller.input, /*isUsedUp=*/reading_ != nullptr));
+        main, AnswerSource::Input{.descriptor = caller.input,
+                                  .isInForeground = caller.isInForeground,
+                                  .isUsedUp = reading_ != nullptr});
   }
   return *answers_;
 }
@@ -212,17 +231,20 @@ void CommandContext::ask(std::string_view question,
 
 void CommandContext::askHidden(std::string_view question,
                                std::function<void(std::optional<std::string>)> reply) {
-  const bool isTyped = terminal::isTerminal(caller.input);
-  if (isTyped) console.prompt(question);
-  const auto line = std::make_shared<std::optional<std::string>>();
-  inBackground(
-      [line, isTyped, input = caller.input] {
-        *line = isTyped ? terminal::readHiddenLine(input) : terminal::readLine(input);
-      },
-      [this, isTyped, line, reply = std::move(reply)] {
-        if (isTyped) console.prompt("\n");
-        reply(*line);
-      });
+  if (!answers().isTerminal()) return answers().ask(std::move(reply));
+  hiding_ = std::make_unique<terminal::HiddenTyping>(caller.input);
+  const auto end = [this, reply = std::move(reply)](const std::optional<std::string>& line) {
+    hiding_.reset();
+    // In a handler of theirs.
+    main.post([watch = std::exchange(hidingSignals_, nullptr)] {});
+    answers().withdraw();
+    console.prompt("\n");
+    reply(line);
+  };
+  // The terminal must not stay mute.
+  hidingSignals_ = caller.watchSignals([end](int) { end(std::nullopt); });
+  answers().ask(end);
+  console.prompt(question);
 }
 
 void CommandContext::confirm(std::string_view question, std::function<void()> then) {
@@ -259,9 +281,11 @@ void CommandContext::confirmFullAccess(bool isAskedFor, std::function<void()> th
 
 void CommandContext::readInput(std::function<void(std::string)> then) {
   const auto all = std::make_shared<std::string>();
-  reading_ = main.watchLines(
-      caller.input, [all](const std::string& line) { *all += line + "\n"; },
-      [all, then = std::move(then)] { then(std::move(*all)); });
+  reading_ =
+      LineReader::begin(main, {.descriptor = caller.input,
+                               .onLine = [all](const std::string& line) { *all += line + "\n"; },
+                               .onEnd = [all, then = std::move(then)] { then(std::move(*all)); },
+                               .isInForeground = caller.isInForeground});
 }
 
 // ---- waiting ------------------------------------------------------------------------------------

@@ -14,7 +14,8 @@
 #include "app/vantrell_app.h"
 #include "engine/core/changes.h"
 #include "engine/core/refusal.h"
-#include "platform/queues/run_loop.h"
+#include "platform/queues/line_reader.h"
+#include "platform/terminal/terminal.h"
 #include "platform/values/json.h"
 #include "records/stores/workspace_store.h"
 #include "shell/terminal/answer_source.h"
@@ -36,20 +37,25 @@ struct Caller {
   Console::Streams streams;
   std::string folder;  // absolute
   Environment environment;
-  /// Hears SIGINT, SIGTERM and SIGHUP in place of their default action, while the answer lives.
+  /// Hears SIGINT, SIGTERM and SIGHUP in place of their default action, while the answer lives. The
+  /// default action ends the command: abandon().
   std::function<std::shared_ptr<void>(std::function<void(int signal)>)> watchSignals;
+  /// Whether what is typed is for this command. Any thread. Unset: whether this process is in the
+  /// foreground of the terminal.
+  std::function<bool()> isInForeground{};
 };
 
 class CommandContext {
  public:
-  /// `ended` is called once, on the main queue.
-  CommandContext(RunLoop& main, Caller caller, std::vector<std::string_view> commandNames,
+  /// `ended` is called once, on the main queue, when everything is written and nothing of the
+  /// command goes on; it may destroy the context.
+  CommandContext(MainQueue& main, Caller caller, std::vector<std::string_view> commandNames,
                  CommandArguments given, std::function<void(int status)> ended);
   ~CommandContext();
   CommandContext(const CommandContext&) = delete;
   CommandContext& operator=(const CommandContext&) = delete;
 
-  RunLoop& main;
+  MainQueue& main;
   const Caller caller;
   const CommandArguments arguments;
   Console console;
@@ -105,6 +111,8 @@ class CommandContext {
   Outcome refused(const Refusal& refusal);
   /// What an operation leads to: the report, or the reason why it was refused.
   Outcome after(const Result<>& done, const std::function<void()>& report);
+  /// Ends it as a signal ends a program: without waiting for its work or its reader.
+  void abandon(int status);
   /// Kept until the end.
   void keep(std::shared_ptr<void> object) { kept_.push_back(std::move(object)); }
 
@@ -130,9 +138,8 @@ class CommandContext {
 
   // The user.
 
-  /// A message on the error output; what is drawn on the terminal is told to make room first.
-  void complain(std::string_view text);
-  std::function<void()> beforeComplaint;
+  /// A message on the error output.
+  void complain(std::string_view text) { console.complain(text); }
   /// The lines that the user gives as answers; none where the input was read as a whole.
   AnswerSource& answers();
   /// A person can be asked.
@@ -161,7 +168,9 @@ class CommandContext {
                     std::function<void()> then);
 
  private:
-  void close(int status, Duration tellsOfGit);
+  void close(int status);
+  void closeState(int status, Duration tellsOfGit);
+  void finishOutput(int status);
 
   const std::function<void(int)> ended_;
   std::unique_ptr<BackgroundPool> pool_;
@@ -169,8 +178,11 @@ class CommandContext {
   Changes::Observation notices_;
   bool isSaved_ = true;
   bool hasFinished_ = false;
+  bool isFinishingOutput_ = false;
   std::unique_ptr<AnswerSource> answers_;
-  std::shared_ptr<RunLoop::LineWatch> reading_;
+  std::shared_ptr<LineReader> reading_;
+  std::unique_ptr<terminal::HiddenTyping> hiding_;
+  std::shared_ptr<void> hidingSignals_;
   Timer gitTimer_;
   std::vector<std::shared_ptr<void>> kept_;
 };

@@ -11,10 +11,10 @@
 #include "platform/values/json.h"
 #include "project/git_workspace_service.h"
 #include "runtimes/catalog/provider_registry.h"
+#include "shell/terminal/activity_lines.h"
 #include "shell/terminal/command_groups.h"
 #include "shell/terminal/conversation_job.h"
 #include "shell/terminal/json_printer.h"
-#include "shell/terminal/line_screen.h"
 #include "shell/terminal/run_plan.h"
 #include "shell/terminal/task_words.h"
 #include "shell/terminal/terminal_text.h"
@@ -28,64 +28,60 @@ constexpr std::size_t filesShown = 20;  // of each of the two
 /// Of a stop; the line of the run's end says it as well.
 constexpr std::string_view stoppedText = "Stopped by you.";
 
-class ComparisonPrinter final : public LinePrinter<RunObserver> {
+/// Tells in single lines what one of the two does, and at the end what it said.
+class ComparisonPrinter final : public RunObserver {
  public:
   /// `thread` returns the conversation, of which the first `known` entries are not news.
-  ComparisonPrinter(LineScreen& shownOn, std::string name, bool showsAnswerPrompt,
-                    std::function<const ChatThread*()> thread, std::size_t known)
-      : LinePrinter(shownOn, std::move(name), showsAnswerPrompt),
-        thread_(std::move(thread)),
-        known_(known) {}
+  ComparisonPrinter(Console& console, std::string name, std::function<const ChatThread*()> thread,
+                    std::size_t known)
+      : console_(console), name_(std::move(name)), thread_(std::move(thread)), known_(known) {}
 
   void introduced(const RunIntroduction& introduction) override {
     const auto folder = onOneLine(withTilde(std::string(introduction.folder)));
-    tell(screen.style().dim(fmt::format("task {}{}{}", shortID(introduction.conversation.threadID),
-                                        folder.empty() ? "" : " in ", folder)));
-    if (!introduction.permissionNotice.empty())
-      tell(screen.style().yellow(introduction.permissionNotice));
+    tell(style_.dim(fmt::format("task {}{}{}", shortID(introduction.conversation.threadID),
+                                folder.empty() ? "" : " in ", folder)));
+    if (!introduction.permissionNotice.empty()) tell(style_.yellow(introduction.permissionNotice));
   }
   void entryAdded(const ChatEntry& entry) override {
-    const auto& style = screen.style();
     if (entry.text == stoppedText) return;
     if (entry.kind == ChatEntryKind::system) {
-      return tell(style.yellow(fmt::format("• {}", onOneLine(entry.text))));
+      return tell(style_.yellow(fmt::format("• {}", onOneLine(entry.text))));
     }
     const std::string status = entry.status.value_or("pending");
     if (entry.kind != ChatEntryKind::tool || isOpenToolStatus(status)) return;
     if (std::exchange(toldTools_[entry.id], status) == status) return;
-    const std::string title = onOneLine(entry.title.value_or("A tool"));
-    tell(status == "completed" ? style.green("✓ " + title)
-                               : style.red(fmt::format("✗ {} ({})", title, onOneLine(status))));
+    tell(toolLine(entry, onOneLine(entry.title.value_or("A tool")), style_, columnsOfTool));
   }
   void entryReplaced(const ChatEntry& entry) override { entryAdded(entry); }
-  void textAdded(const ChatEntry&, std::string_view) override {}
-  void transcriptReplaced(const Transcript&) override {}
-  void planReplaced(const std::vector<PlanEntry>&) override {}
-  void promptQueued(std::size_t) override {}
-  void interrupted() override { screen.interrupted(); }
   void runChanged(const RunRecord& run) override {
     const bool isUnderWay =
         run.status == RunRecordStatus::starting || run.status == RunRecordStatus::running;
     if (!isUnderWay || !run.statusMessage || *run.statusMessage == lastStatus_) return;
     lastStatus_ = *run.statusMessage;
-    tell(screen.style().dim(onOneLine(lastStatus_)));
+    tell(style_.dim(onOneLine(lastStatus_)));
   }
   void ended(const RunRecord* run) override {
     const ChatThread* thread = thread_();
     if (!thread || !run) return;
     std::string page = fmt::format(
-        "\n{}\n\n", bold(fmt::format("━━ {} · task {} ━━", name_, shortID(thread->id))));
-    TranscriptPrinter printer([&page](std::string_view bytes) { page += bytes; }, screen.style());
+        "\n{}\n\n", style_.bold(fmt::format("━━ {} · task {} ━━", name_, shortID(thread->id))));
+    TranscriptPrinter printer([&page](std::string_view bytes) { page += bytes; }, style_);
     printer.isReview = true;
     for (std::size_t i = known_; i < thread->entries.size(); ++i) {
       const ChatEntry& entry = thread->entries[i];
       if (entry.kind != ChatEntryKind::user && entry.text != stoppedText) printer.entryAdded(entry);
     }
     printer.ended(run);
-    screen.put(page + "\n");
+    console_.write(page + "\n");
   }
 
  private:
+  static constexpr int columnsOfTool = 1000;
+  void tell(std::string_view styled) { console_.write(namedLine(style_, name_, styled)); }
+
+  Console& console_;
+  const TerminalStyle style_ = console_.style();
+  const std::string name_;
   const std::function<const ChatThread*()> thread_;
   const std::size_t known_;
   std::string lastStatus_;
@@ -96,10 +92,7 @@ class ComparisonPrinter final : public LinePrinter<RunObserver> {
 class Comparison : public std::enable_shared_from_this<Comparison> {
  public:
   Comparison(CommandContext& context, RunPlan plan, std::vector<AgentProvider> providers)
-      : context_(context),
-        plan_(std::move(plan)),
-        providers_(std::move(providers)),
-        screen_(context.console) {}
+      : context_(context), plan_(std::move(plan)), providers_(std::move(providers)) {}
 
   void begin(VantrellApp& app) {
     app_ = &app;
@@ -141,21 +134,19 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
           model().operations().selectThread(sides_[0].key.threadID, sides_[0].key.workspaceID));
       static_cast<void>(model().operations().deleteThread(task->threadID, task->workspaceID));
     }
-    context_.beforeComplaint = [this] { screen_.interrupted(); };
     std::vector<std::unique_ptr<Job>> jobs;
     for (auto& side : sides_) {
       makePrinter(side, known);
-      auto job = std::make_unique<ConversationJob>(context_, side.key, *printers_.back(), nullptr,
-                                                   side.name);
+      auto job = std::make_unique<ConversationJob>(context_, side.key, *printers_.back(), nullptr);
+      job->name = side.name;
+      job->threadID = side.key.threadID.text();
       job->beforeFirstEntry = [this, &side, &printer = *printers_.back()] {
         introduce(side, printer);
       };
       jobs.push_back(std::move(job));
     }
-    const auto session = std::make_shared<Session>(context_, std::move(jobs),
-                                                   Session::Options{.answerKind = plan_.answer});
-    context_.keep(session);
-    session->begin([this](int status) { ended(status); });
+    Session::begin(context_, std::move(jobs), {.answerKind = plan_.answer},
+                   [this](int status) { ended(status); });
   }
 
   std::string nameOf(AgentProvider provider) const {
@@ -172,13 +163,13 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
   void makePrinter(const Side& side, std::size_t known) {
     if (context_.isJson()) {
       printers_.push_back(std::make_unique<JsonPrinter>(
-          [this](std::string_view bytes) { context_.console.write(bytes); }, side.key.threadID));
-      return;
+          [this](std::string_view bytes) { context_.console.write(bytes); },
+          side.key.threadID.text()));
+    } else {
+      printers_.push_back(std::make_unique<ComparisonPrinter>(
+          context_.console, side.name,
+          [this, key = side.key] { return model().tree().thread(key); }, known));
     }
-    const bool isTyped = context_.answers().isTerminal() && !plan_.answer;
-    printers_.push_back(std::make_unique<ComparisonPrinter>(
-        screen_, side.name, isTyped, [this, key = side.key] { return model().tree().thread(key); },
-        known));
   }
 
   void introduce(const Side& side, RunObserver& printer) {
@@ -267,7 +258,6 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
   const RunPlan plan_;
   const std::vector<AgentProvider> providers_;
   VantrellApp* app_ = nullptr;
-  LineScreen screen_;
   std::vector<Side> sides_;
   std::vector<std::unique_ptr<RunObserver>> printers_;
   std::set<std::string> notesTold_;

@@ -13,9 +13,7 @@ namespace vantrell::shell {
 
 namespace {
 
-/// How long one stream is waited for before something is written to the other, since both may be
-/// the same terminal.
-constexpr std::chrono::milliseconds betweenStreams{200};
+constexpr std::string_view clearLine = "\r\x1b[K";
 
 std::string_view valueOf(const Environment& environment, std::string_view name) {
   const auto found = environment.find(name);
@@ -26,8 +24,8 @@ std::string_view valueOf(const Environment& environment, std::string_view name) 
 std::size_t ownSequence(std::string_view text) {
   if (!text.starts_with("\x1b[")) return 0;
   const std::size_t end = text.find_first_not_of("0123456789;", 2);
-  const bool isOwn = end != std::string_view::npos && end <= 8 &&
-                     std::string_view("mKJAC").find(text[end]) != std::string_view::npos;
+  const bool isOwn =
+      end != std::string_view::npos && end <= 8 && (text[end] == 'm' || text[end] == 'K');
   return isOwn ? end + 1 : 0;
 }
 
@@ -35,6 +33,12 @@ std::size_t ownSequence(std::string_view text) {
 /// or at the end.
 bool isOwnReturn(std::string_view rest) {
   return rest.size() == 1 || ownSequence(rest.substr(1)) > 0;
+}
+
+bool areSameFile(int one, int other) {
+  struct stat first{}, second{};
+  return ::fstat(one, &first) == 0 && ::fstat(other, &second) == 0 &&
+         first.st_dev == second.st_dev && first.st_ino == second.st_ino;
 }
 
 bool hasGone(int descriptor, int error) {
@@ -64,21 +68,54 @@ std::string safeForTerminal(std::string_view text) {
 
 Console::Console(MainQueue& main, Streams streams, const Environment& environment,
                  std::vector<std::string_view> commandNames)
-    : streams_(streams),
+    : main_(main),
+      streams_(streams),
       outputIsTerminal_(terminal::isTerminal(streams.output)),
       style_(TerminalStyle::of(streams.output, environment)),
       errorStyle_(TerminalStyle::of(streams.error, environment)),
       typedName_(valueOf(environment, "VANTRELL_COMMAND")),
       commandNames_(std::move(commandNames)),
       output_(main, streams.output),
-      error_(main, streams.error) {}
+      error_() {
+  if (!areSameFile(streams.output, streams.error)) error_.emplace(main, streams.error);
+}
 
 std::size_t Console::columns() const {
   return columnsForTables(streams_.output);
 }
 
 void Console::write(std::string_view text) {
+  if (text.empty()) return;
+  std::string before = std::exchange(isStatusShown_, false) ? std::string(clearLine) : "";
+  if (!question_.empty()) before += '\n';
+  isMidLine_ = !text.ends_with('\n');
+  output_.write(before);
   output_.write(outputIsTerminal_ ? safeForTerminal(text) : text);
+  output_.write(question_);
+}
+
+void Console::status(std::string_view text) {
+  if (!style_.isLive() || isMidLine_ || !question_.empty()) return;
+  const int columns = TerminalStyle::usable(style_.size().columns);
+  output_.write(fmt::format("{}{}\r", clearLine, style_.dim(fitted(onOneLine(text), columns))));
+  isStatusShown_ = true;
+}
+
+void Console::ask(std::string question) {
+  write(std::exchange(isMidLine_, false) ? "\n" : "");
+  if (std::exchange(isStatusShown_, false)) output_.write(clearLine);
+  question_ = safeForTerminal(question);
+  output_.write(question_);
+}
+
+void Console::withdrawQuestion() {
+  if (!std::exchange(question_, {}).empty()) output_.write("\n");
+}
+
+void Console::wipeKey() {
+  if (!question_.empty()) return withdrawQuestion();
+  if (style_.isLive() && !isMidLine_) output_.write(clearLine);
+  isStatusShown_ = false;
 }
 
 void Console::complain(std::string_view text) {
@@ -89,14 +126,11 @@ void Console::prompt(std::string_view text) {
   writeError(safeForTerminal(asTyped(text)));
 }
 
-void Console::flush() {
-  output_.flush(betweenStreams);
-}
-
 void Console::writeError(std::string_view text) {
-  output_.flush(betweenStreams);
-  error_.write(text);
-  error_.flush(betweenStreams);
+  if (error_) return error_->write(text);
+  const bool needsEnd = isMidLine_ && outputIsTerminal_;
+  write(needsEnd ? fmt::format("\n{}", text) : std::string(text));
+  isMidLine_ = false;
 }
 
 std::string Console::asTyped(std::string_view text) const {
@@ -116,14 +150,23 @@ std::string Console::asTyped(std::string_view text) const {
   return typed;
 }
 
-bool Console::finish(std::chrono::milliseconds limit) {
-  output_.flush(limit);
-  error_.flush(limit);
-  const int error = output_.error();
-  if (error == 0 || hasGone(streams_.output, error)) return true;
-  complain(
-      fmt::format("The output could not be written: {}.", std::generic_category().message(error)));
-  return false;
+void Console::finish(Duration limit, std::function<void(bool)> then) {
+  limit_ = main_.after(limit, [then] { then(true); });
+  output_.whenWritten([this, then = std::move(then)] {
+    if (!limit_.isActive()) return;
+    const int error = output_.error();
+    const bool isWritten = error == 0 || hasGone(streams_.output, error);
+    if (!isWritten) {
+      complain(fmt::format("The output could not be written: {}.",
+                           std::generic_category().message(error)));
+    }
+    const auto end = [this, isWritten, then] {
+      if (!limit_.isActive()) return;
+      limit_.cancel();
+      then(isWritten);
+    };
+    return error_ ? error_->whenWritten(end) : end();
+  });
 }
 
 }  // namespace vantrell::shell

@@ -13,10 +13,8 @@
 namespace vantrell::shell {
 
 ConversationJob::ConversationJob(CommandContext& context, ThreadExecutionKey key,
-                                 RunObserver& shownBy, std::function<Result<>()> send,
-                                 std::string itsName)
-    : Job(shownBy, std::move(itsName)),
-      context_(context),
+                                 RunObserver& shownBy, std::function<Result<>()> send)
+    : context_(context),
       model_(context.model()),
       key_(key),
       shownBy_(shownBy),

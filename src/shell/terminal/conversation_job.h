@@ -10,7 +10,7 @@ class ConversationJob final : public Job {
  public:
   /// `send` sends what it is about, unless that is under way already.
   ConversationJob(CommandContext& context, ThreadExecutionKey key, RunObserver& shownBy,
-                  std::function<Result<>()> send, std::string name = {});
+                  std::function<Result<>()> send);
 
   /// Called once, before its first new entry is shown: where it works is known then.
   std::function<void()> beforeFirstEntry;
@@ -25,6 +25,7 @@ class ConversationJob final : public Job {
   Result<> answer(const PermissionRequest& request, const PermissionOption* option,
                   Approvals::Answerer answerer) override;
   void typed(const std::string& line) override;
+  void makeRoom() override { shownBy_.makeRoom(); }
   void tellEnd() override;
   int status() const override;
 

@@ -1,7 +1,7 @@
-// Marks of Markdown within a text of an agent, which a terminal with styles shows as looks instead:
-// **bold** and `code`. In doubt they are left alone: a power, a glob and a mark without a partner
-// stay as they were written, and so do *these* and _these_, which names and globs have as well.
-// Pure, any thread.
+// Marks of Markdown within one line of an agent, which a terminal with styles shows as looks
+// instead: **bold** and `code`. In doubt they are left alone: a power, a glob and a mark without a
+// partner stay as they were written, and so do *these* and _these_, which names and globs have as
+// well. Pure, any thread.
 #pragma once
 
 #include <cstddef>
@@ -11,18 +11,11 @@
 
 namespace vantrell::shell {
 
-struct InlineLook {
-  bool isBold = false;
-  bool isCode = false;
-
-  bool operator==(const InlineLook&) const = default;
-};
-
 /// A text without its marks.
 struct InlineText {
   struct Change {
     std::size_t at;
-    InlineLook look;      // of what follows
+    bool isBold, isCode;  // what follows
     std::size_t removed;  // bytes of marks up to here
   };
   /// How all of the text looks, whatever stands in it.
@@ -30,16 +23,14 @@ struct InlineText {
 
   std::string text;
   std::vector<Change> changes;  // in their order
-  /// Bytes at the front of the source whose looks stay when more text follows.
+  /// Bytes at the front of the source that look the same when more text follows.
   std::size_t settled = 0;
 
   /// The bytes from `begin` to `end` with escape sequences, which end with them.
   std::string styled(Around around, std::size_t begin = 0,
                      std::size_t end = std::string::npos) const;
-  /// Of the text behind a place.
-  InlineLook lookAt(std::size_t place) const;
-  /// The place in the source of a place in the text.
-  std::size_t sourceOf(std::size_t place) const;
+  /// The last change up to a place: how the text looks there.
+  Change at(std::size_t place) const;
 };
 
 /// Further apart, in bytes, two marks are not partners: a text that grows is decided so far.

@@ -13,50 +13,61 @@ void member(JsonWriter& writer, std::string_view key, const Value& value) {
   writer.value(value);
 }
 
-void writeRequest(JsonWriter& writer, const PermissionRequest& request) {
-  writer.key("request");
-  writer.beginObject();
-  member(writer, "id", request.id);
-  member(writer, "title", request.title);
-  member(writer, "detail", request.detail);
-  writer.key("options");
+template <typename Values>
+void array(JsonWriter& writer, std::string_view key, const Values& values, const auto& members) {
+  writer.key(key);
   writer.beginArray();
-  for (const auto& option : request.options) {
+  for (const auto& each : values) {
     writer.beginObject();
-    member(writer, "id", option.id);
-    member(writer, "name", option.name);
-    member(writer, "kind", option.kind);
+    members(each);
     writer.endObject();
   }
   writer.endArray();
-  writer.endObject();
 }
 
 }  // namespace
 
-std::string eventLine(std::string_view name, const std::function<void(JsonWriter&)>& members) {
+std::string eventLine(std::string_view name, std::string_view threadID,
+                      const std::function<void(JsonWriter&)>& members) {
   std::string line;
   JsonWriter writer(line);
   writer.beginObject();
   member(writer, "event", name);
+  if (!threadID.empty()) member(writer, "threadID", threadID);
   members(writer);
   writer.endObject();
   line += '\n';
   return line;
 }
 
+std::string permissionEvent(const PermissionRequest& request, std::string_view threadID) {
+  return eventLine("permission", threadID, [&](JsonWriter& writer) {
+    writer.key("request");
+    writer.beginObject();
+    member(writer, "id", request.id);
+    member(writer, "title", request.title);
+    member(writer, "detail", request.detail);
+    array(writer, "options", request.options, [&](const PermissionOption& option) {
+      member(writer, "id", option.id);
+      member(writer, "name", option.name);
+      member(writer, "kind", option.kind);
+    });
+    writer.endObject();
+  });
+}
+
 void JsonPrinter::event(std::string_view name, const std::function<void(JsonWriter&)>& members) {
-  write_(eventLine(name, [&](JsonWriter& writer) {
-    if (!threadID_.empty()) member(writer, "threadID", threadID_);
-    members(writer);
-  }));
+  write_(eventLine(name, threadID_, members));
 }
 
 void JsonPrinter::introduced(const RunIntroduction& introduction) {
   event("task", [&](JsonWriter& writer) {
     member(writer, "workspaceID", introduction.conversation.workspaceID.text());
-    if (threadID_.empty()) member(writer, "threadID", introduction.conversation.threadID.text());
-    if (!threadID_.empty()) member(writer, "path", introduction.folder);
+    if (threadID_.empty()) {
+      member(writer, "threadID", introduction.conversation.threadID.text());
+    } else {
+      member(writer, "path", introduction.folder);
+    }
   });
 }
 
@@ -83,26 +94,13 @@ void JsonPrinter::transcriptReplaced(const Transcript& entries) {
 
 void JsonPrinter::planReplaced(const std::vector<PlanEntry>& plan) {
   event("plan", [&](JsonWriter& writer) {
-    writer.key("entries");
-    writer.beginArray();
-    for (const auto& entry : plan) {
-      writer.beginObject();
+    array(writer, "entries", plan, [&](const PlanEntry& entry) {
       member(writer, "id", entry.id);
       member(writer, "content", entry.content);
       member(writer, "status", entry.status);
       member(writer, "priority", entry.priority);
-      writer.endObject();
-    }
-    writer.endArray();
+    });
   });
-}
-
-void JsonPrinter::permissionAsked(const PermissionRequest& request) {
-  event("permission", [&](JsonWriter& writer) { writeRequest(writer, request); });
-}
-
-std::string permissionEvent(const PermissionRequest& request) {
-  return eventLine("permission", [&](JsonWriter& writer) { writeRequest(writer, request); });
 }
 
 void JsonPrinter::promptQueued(std::size_t waiting) {

@@ -6,6 +6,7 @@
 #include "platform/files/files.h"
 #include "platform/process/own_process.h"
 #include "platform/process/process.h"
+#include "platform/queues/run_loop.h"
 #include "platform/terminal/terminal.h"
 #include "records/values/application.h"
 #include "shell/terminal/command_context.h"
@@ -17,9 +18,8 @@ using namespace vantrell::shell;
 
 namespace {
 
-constexpr std::chrono::milliseconds momentToFlush{200};
-constexpr std::chrono::milliseconds endOfChildren{5000};
-constexpr std::chrono::hours readersTime{24};  // to read what is left
+/// For what the agents started to end.
+constexpr std::chrono::milliseconds endOfChildren{5000}, whenAbandoned{200};
 
 void begin(const Invocation& invocation, std::span<const Command> commands,
            CommandContext& context) {
@@ -74,9 +74,6 @@ int main(int count, char** words) {
     context.misused(invocation.error());
   }
   loop.run();
-  // The state is free for the next start; the rest is only about reading and cleaning up.
-  Process::waitForAll(context.wasAbandoned ? momentToFlush : endOfChildren);
-  const bool isWritten = context.console.finish(
-      context.wasAbandoned ? momentToFlush : std::chrono::milliseconds(readersTime));
-  return isWritten ? status : exitStatus::failed;
+  Process::waitForAll(context.wasAbandoned ? whenAbandoned : endOfChildren);
+  return status;
 }

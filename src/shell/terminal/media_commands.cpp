@@ -111,11 +111,9 @@ void makeItem(CommandContext& context, ImagineKind kind) {
       whetherAvailable(context, app, AgentProvider::grok, {}, [&context, kind, prompt](bool) {
         std::vector<std::unique_ptr<Job>> jobs;
         jobs.push_back(std::make_unique<MediaJob>(context, prompt, kind));
-        const auto session = std::make_shared<Session>(
-            context, std::move(jobs),
-            Session::Options{.answerKind = context.arguments.value(answerOption.name)});
-        context.keep(session);
-        session->begin([&context](int status) { context.finish(status); });
+        Session::begin(context, std::move(jobs),
+                       {.answerKind = context.arguments.value(answerOption.name)},
+                       [&context](int status) { context.finish(status); });
       });
     });
   });

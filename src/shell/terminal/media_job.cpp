@@ -1,11 +1,14 @@
 #include "shell/terminal/media_job.h"
 
+#include <fmt/format.h>
+
 #include "engine/core/execution_table.h"
 #include "engine/imagine/imagine_controller.h"
 #include "platform/text/text.h"
 #include "records/stores/imagine_store.h"
 #include "shell/terminal/json_printer.h"
 #include "shell/terminal/task_words.h"
+#include "shell/terminal/terminal_text.h"
 
 namespace vantrell::shell {
 
@@ -26,89 +29,12 @@ std::string_view outcomeOf(int status) {
 
 }  // namespace
 
-class MediaJob::Printer : public LinePrinter<QuestionObserver> {
- public:
-  Printer(CommandContext& context, std::unique_ptr<LineScreen> own)
-      : LinePrinter(*own, "", context.answers().isTerminal() && !context.arguments.has("--answer")),
-        context_(context),
-        own_(std::move(own)) {}
-
-  void permissionAsked(const PermissionRequest& request) override {
-    if (!context_.isJson()) return LinePrinter::permissionAsked(request);
-    context_.console.write(permissionEvent(request));
-  }
-  void permissionAnswered(const PermissionOption* option) override {
-    if (!context_.isJson()) LinePrinter::permissionAnswered(option);
-  }
-  void permissionStillOpen(const PermissionRequest& request) override {
-    if (!context_.isJson()) LinePrinter::permissionStillOpen(request);
-  }
-  /// Where nothing changes in place, only what the program itself says of it is shown: an agent's
-  /// words come in pieces.
-  void progressed(ConnectionState::Kind state, const std::string& progress, bool isNews) {
-    if (context_.isJson())
-      return event("progress", {{"state", wordFor(state)}, {"text", progress}});
-    const bool isAtWork =
-        state == ConnectionState::Kind::connecting || state == ConnectionState::Kind::working;
-    if (!isAtWork || progress.empty()) return;
-    if (screen.style().isLive()) return screen.status(progress);
-    if (isNews) tell(onOneLine(progress));
-  }
-  void itemAdded(const ImagineItem& item) {
-    const auto& style = screen.style();
-    if (context_.isJson()) {
-      std::string line = R"({"event":"item","item":)";
-      JsonWriter writer(line);
-      writeJson(writer, item);
-      return context_.console.write(line + "}\n");
-    }
-    tell(fmt::format(
-        "{}  {}  {}",
-        style.green(item.kind == ImagineKind::video ? "✓ Video ready" : "✓ Image ready"),
-        style.cyan(shortID(item.id)), sanitized(item.localPath)));
-  }
-  void ended(int status, const std::string& words, const std::string& answer) {
-    if (context_.isJson()) {
-      return event("end", {{"outcome", outcomeOf(status)}, {"text", words}, {"answer", answer}});
-    }
-    const auto& style = screen.style();
-    screen.interrupted();
-    if (status == exitStatus::stopped) tell(style.yellow("■ " + onOneLine(words)));
-    if (status == exitStatus::failed) tell(style.red("✗ " + onOneLine(words)));
-    for (const auto& each : boundedLines(answer, answerLinesShown)) tell(style.dim("  " + each));
-  }
-  void interrupted() { screen.interrupted(); }
-
- private:
-  void event(std::string_view name, JsonObject members) {
-    JsonObject all{{"event", name}};
-    for (const auto& [key, value] : members) all.set(key, value);
-    context_.console.write(json::write(all) + "\n");
-  }
-
-  CommandContext& context_;
-  const std::unique_ptr<LineScreen> own_;
-};
-
 MediaJob::MediaJob(CommandContext& context, std::string prompt, ImagineKind kind)
-    : MediaJob(context, std::move(prompt), kind,
-               std::make_unique<Printer>(context, std::make_unique<LineScreen>(context.console))) {}
-
-MediaJob::MediaJob(CommandContext& context, std::string prompt, ImagineKind kind,
-                   std::unique_ptr<Printer> printer)
-    : Job(*printer),
-      context_(context),
+    : context_(context),
       prompt_(std::move(prompt)),
       kind_(kind),
-      printer_(std::move(printer)),
       itemsBefore_(generator().imagineItems().size()),
-      itemsTold_(itemsBefore_) {
-  context_.beforeComplaint = [this] { printer_->interrupted(); };
-}
-
-MediaJob::~MediaJob() {
-  context_.beforeComplaint = nullptr;
-}
+      itemsTold_(itemsBefore_) {}
 
 ImagineController& MediaJob::generator() const {
   return context_.model().imagine();
@@ -125,13 +51,41 @@ void MediaJob::changed(const ChangeBatch&) {
   if (state != state_ || progress != progress_) {
     const bool isNews = std::exchange(state_, state) != state;
     progress_ = progress;
-    printer_->progressed(state_, progress_, isNews);
+    tellProgress(isNews);
   }
   const auto& items = generator().imagineItems();
   while (itemsTold_ < items.size()) {
     ++itemsTold_;
-    printer_->itemAdded(items[items.size() - itemsTold_]);
+    tellItem(items[items.size() - itemsTold_]);
   }
+}
+
+/// Where there is no status line, only what the program itself says is shown: an agent's words come
+/// in pieces.
+void MediaJob::tellProgress(bool isNews) {
+  if (context_.isJson()) {
+    return context_.writeJson(
+        {{"event", "progress"}, {"state", wordFor(state_)}, {"text", progress_}});
+  }
+  const bool isAtWork =
+      state_ == ConnectionState::Kind::connecting || state_ == ConnectionState::Kind::working;
+  if (!isAtWork || progress_.empty()) return;
+  if (context_.style().isLive()) return context_.console.status(progress_);
+  if (isNews) context_.console.write(onOneLine(progress_) + "\n");
+}
+
+void MediaJob::tellItem(const ImagineItem& item) {
+  if (context_.isJson()) {
+    return context_.console.write(eventLine("item", "", [&](JsonWriter& writer) {
+      writer.key("item");
+      writeJson(writer, item);
+    }));
+  }
+  const auto& style = context_.style();
+  const bool isVideo = item.kind == ImagineKind::video;
+  context_.console.write(fmt::format("{}  {}  {}\n",
+                                     style.green(isVideo ? "✓ Video ready" : "✓ Image ready"),
+                                     style.cyan(shortID(item.id)), sanitized(item.localPath)));
 }
 
 /// What was found is copied to its end.
@@ -190,7 +144,18 @@ void MediaJob::conclude() {
 }
 
 void MediaJob::tellEnd() {
-  printer_->ended(status_, words_, answer_);
+  if (context_.isJson()) {
+    return context_.writeJson(
+        {{"event", "end"}, {"outcome", outcomeOf(status_)}, {"text", words_}, {"answer", answer_}});
+  }
+  const auto& style = context_.style();
+  std::string text;
+  if (status_ == exitStatus::stopped) text = style.yellow("■ " + onOneLine(words_)) + "\n";
+  if (status_ == exitStatus::failed) text = style.red("✗ " + onOneLine(words_)) + "\n";
+  for (const auto& each : boundedLines(answer_, answerLinesShown)) {
+    text += style.dim("  " + each) + "\n";
+  }
+  context_.console.write(text);
 }
 
 }  // namespace vantrell::shell

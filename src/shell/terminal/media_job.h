@@ -2,7 +2,6 @@
 // line (docs/terminal.md). Main queue.
 #pragma once
 
-#include "shell/terminal/line_screen.h"
 #include "shell/terminal/session.h"
 
 namespace vantrell::shell {
@@ -10,7 +9,6 @@ namespace vantrell::shell {
 class MediaJob final : public Job {
  public:
   MediaJob(CommandContext& context, std::string prompt, ImagineKind kind);
-  ~MediaJob() override;
 
   void begin() override;
   void changed(const ChangeBatch& batch) override;
@@ -25,16 +23,14 @@ class MediaJob final : public Job {
   int status() const override { return status_; }
 
  private:
-  class Printer;
-  MediaJob(CommandContext& context, std::string prompt, ImagineKind kind,
-           std::unique_ptr<Printer> printer);
   ImagineController& generator() const;
+  void tellProgress(bool isNews);
+  void tellItem(const ImagineItem& item);
   std::string copyFailure() const;
 
   CommandContext& context_;
   const std::string prompt_;
   const ImagineKind kind_;
-  const std::unique_ptr<Printer> printer_;
   const std::size_t itemsBefore_;
   std::size_t itemsTold_;
   ConnectionState::Kind state_ = ConnectionState::Kind::idle;

@@ -155,8 +155,9 @@ void login(CommandContext& context) {
                           command);
     }
     context.console.write(fmt::format("Running {}\n", command));
-    context.console.flush();
-    runLogin(context, survey, provider, *program);
+    context.console.whenWritten([&context, &survey, provider, path = *program] {
+      runLogin(context, survey, provider, path);
+    });
   });
 }
 

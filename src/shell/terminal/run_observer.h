@@ -1,5 +1,5 @@
-// What there is to see of one run. Fed by ChangeFeed from the changes of the engine and by
-// RunSession; the printers implement it. Main queue; must not call the engine.
+// What there is to see of one run. Fed by ChangeFeed and ConversationJob; the printers implement
+// it. Main queue; must not call the engine.
 #pragma once
 
 #include <optional>
@@ -8,7 +8,6 @@
 
 #include "engine/core/plan_entry.h"
 #include "records/values/chat_thread.h"
-#include "runtimes/wire/agent_client.h"
 
 namespace vantrell::shell {
 
@@ -24,38 +23,26 @@ struct RunIntroduction {
       "vantrell run --task";  // what is typed, up to the task's ID, to go on
 };
 
-/// Shows an agent's questions and what comes of them.
-class QuestionObserver {
+class RunObserver {
  public:
-  virtual ~QuestionObserver() = default;
+  virtual ~RunObserver() = default;
 
-  virtual void permissionAsked(const PermissionRequest& request) = 0;
-  /// The user ended a line at the terminal.
-  virtual void lineTyped() = 0;
-  /// The answer was not understood; the question stays open.
-  virtual void permissionStillOpen(const PermissionRequest& request) = 0;
-  /// The option chosen, or null for a refusal that the request has no option for.
-  virtual void permissionAnswered(const PermissionOption* option) = 0;
-};
-
-class RunObserver : public QuestionObserver {
- public:
   virtual void introduced(const RunIntroduction& introduction) = 0;
   virtual void entryAdded(const ChatEntry& entry) = 0;
   virtual void entryReplaced(const ChatEntry& entry) = 0;
-  virtual void textAdded(const ChatEntry& entry, std::string_view text) = 0;
+  virtual void textAdded(const ChatEntry&, std::string_view) {}
   /// A stored session was played back: these entries stand now.
-  virtual void transcriptReplaced(const Transcript& entries) = 0;
-  virtual void planReplaced(const std::vector<PlanEntry>& plan) = 0;
+  virtual void transcriptReplaced(const Transcript&) {}
+  virtual void planReplaced(const std::vector<PlanEntry>&) {}
   virtual void runChanged(const RunRecord& run) = 0;
   /// The agent has been silent for long, or is heard again: the run's message says so, once.
   virtual void livenessChanged(const RunRecord&) {}
   /// The user has typed a prompt, which waits; so many do now.
-  virtual void promptQueued(std::size_t waiting) = 0;
-  /// Somebody else writes to the terminal: a message, or a key that it shows.
-  virtual void interrupted() = 0;
+  virtual void promptQueued(std::size_t) {}
+  /// Something else is written next, as the agent's question: ends what is under way.
+  virtual void makeRoom() {}
   /// Nothing comes after this. No record when no run was begun.
-  virtual void ended(const RunRecord* run) = 0;
+  virtual void ended(const RunRecord*) {}
 };
 
 }  // namespace vantrell::shell

@@ -337,18 +337,13 @@ class Run : public std::enable_shared_from_this<Run> {
         tellAboutWorktree();
       };
     }
-    const bool isTyping = context_.answers().isTerminal();
+    const bool hearsPrompts =
+        context_.answers().isTerminal() && context_.console.isOutputTerminal();
     std::vector<std::unique_ptr<Job>> jobs;
     jobs.push_back(std::move(job));
-    const auto session = std::make_shared<Session>(
-        context_, std::move(jobs),
-        Session::Options{.answerKind = plan_.answer,
-                         .hearsPrompts = isTyping && context_.console.isOutputTerminal()});
-    context_.keep(session);
-    session->begin([this](int status) {
-      context_.beforeComplaint = nullptr;
-      return ended_ ? ended_(status) : context_.finish(status);
-    });
+    Session::begin(
+        context_, std::move(jobs), {.answerKind = plan_.answer, .hearsPrompts = hearsPrompts},
+        [this](int status) { return ended_ ? ended_(status) : context_.finish(status); });
     return std::nullopt;
   }
 
@@ -357,11 +352,10 @@ class Run : public std::enable_shared_from_this<Run> {
     if (context_.isJson()) {
       printer_ = std::make_unique<JsonPrinter>(write);
     } else {
-      auto printer = std::make_unique<TranscriptPrinter>(write, context_.style(), &context_.main);
-      printer->showsAnswerPrompt = context_.answers().isTerminal() && !plan_.answer;
+      auto printer = std::make_unique<TranscriptPrinter>(write, context_.style());
+      printer->status = [this](std::string_view text) { context_.console.status(text); };
       printer_ = std::move(printer);
     }
-    context_.beforeComplaint = [this] { printer_->interrupted(); };
   }
 
   void introduce(const ThreadExecutionKey& key, AgentProvider provider, std::size_t newEntries) {

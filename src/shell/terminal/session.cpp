@@ -5,19 +5,56 @@
 #include <fmt/format.h>
 
 #include "engine/core/settings.h"
-#include "shell/terminal/permission_prompt.h"
+#include "shell/terminal/json_printer.h"
+#include "shell/terminal/terminal_text.h"
+#include "views/approval_card.h"
 
 namespace vantrell::shell {
 
-Session::Session(CommandContext& context, std::vector<std::unique_ptr<Job>> jobs, Options options)
-    : context_(context), options_(std::move(options)) {
+namespace {
+
+constexpr std::size_t detailLinesShown = 20;
+
+/// Title, detail (bounded) and the numbered options, a line each.
+std::string permissionText(const PermissionRequest& request, const TerminalStyle& style) {
+  const auto card = views::approvalCard(request);
+  std::string text = fmt::format("{} {}\n", style.yellow("?"), style.bold(card.title));
+  for (const auto& each : boundedLines(request.detail, detailLinesShown)) {
+    text += fmt::format("    {}\n", style.dim(each));
+  }
+  for (std::size_t i = 0; i < card.options.size(); ++i) {
+    text += fmt::format("  {}  {}\n", style.bold(std::to_string(i + 1)), card.options[i].name);
+  }
+  return text;
+}
+
+}  // namespace
+
+std::string namedLine(const TerminalStyle& style, std::string_view name, std::string_view styled) {
+  if (name.empty()) return fmt::format("{}\n", styled);
+  return fmt::format("{} {}\n", style.bold(fmt::format("{:<8}", name)), styled);
+}
+
+void Session::begin(CommandContext& context, std::vector<std::unique_ptr<Job>> jobs,
+                    Options options, std::function<void(int)> ended) {
+  const std::shared_ptr<Session> session(
+      new Session(context, std::move(jobs), std::move(options), std::move(ended)));
+  context.keep(session);
+  session->begin();
+}
+
+Session::Session(CommandContext& context, std::vector<std::unique_ptr<Job>> jobs, Options options,
+                 std::function<void(int)> ended)
+    : context_(context),
+      options_(std::move(options)),
+      isTyped_(context.answers().isTerminal() && !options_.answerKind),
+      whenEnded_(std::move(ended)) {
   for (auto& job : jobs) jobs_.push_back({.job = std::move(job), .question = nullptr});
   observation_ =
       context.model().changes().observe([this](const ChangeBatch& batch) { changed(batch); });
 }
 
-void Session::begin(std::function<void(int)> ended) {
-  whenEnded_ = std::move(ended);
+void Session::begin() {
   const std::weak_ptr self = weak_from_this();
   signals_ = context_.caller.watchSignals([this](int signal) { handleSignal(signal); });
   context_.console.onBroken([self] {
@@ -35,7 +72,6 @@ void Session::begin(std::function<void(int)> ended) {
   });
   if (!options_.hearsPrompts) return;
   context_.answers().listen([this](const std::string& line) {
-    jobs_.front().job->observer.lineTyped();
     if (!isStopped_ && !hasEnded_) jobs_.front().job->typed(line);
   });
 }
@@ -128,71 +164,85 @@ void Session::askNext() {
     turn_ = (turn_ + i + 1) % jobs_.size();
     asking_ = &next;
     asked_ = next.question;
-    next.job->observer.permissionAsked(*asked_);
-    return putQuestion();
+    showQuestion();
+    if (options_.answerKind) {
+      if (const auto* option = views::optionOfKind(*asked_, *options_.answerKind)) {
+        return answer(option);
+      }
+      return refuse(fmt::format("The agent offers no answer of the kind {}, so it was refused.",
+                                *options_.answerKind));
+    }
+    if (!asked_->options.empty()) return awaitLine();
+    return refuse("The agent offers no answer to choose from, so it was refused.");
   }
+}
+
+void Session::showQuestion() {
+  Job& job = *asking_->job;
+  if (context_.isJson()) return context_.console.write(permissionEvent(*asked_, job.threadID));
+  job.makeRoom();
+  const auto& style = context_.style();
+  if (!job.name.empty()) {
+    context_.console.write(fmt::format("\n{}\n", style.bold(job.name + " asks:")));
+  }
+  context_.console.write(permissionText(*asked_, style));
+}
+
+void Session::awaitLine() {
+  context_.answers().ask([this](const std::optional<std::string>& line) { readLine(line); });
+  if (!isTyped_ || context_.isJson()) return;
+  const auto count = asked_->options.size();
+  const auto& name = asking_->job->name;
+  context_.console.ask(
+      context_.style().bold(fmt::format("{}{}Your answer ({}): ", name, name.empty() ? "" : ": ",
+                                        count < 2 ? "1" : fmt::format("1-{}", count))));
+}
+
+void Session::readLine(const std::optional<std::string>& line) {
+  if (!asking_ || hasEnded_) return;
+  if (!line && isTyped_) return answer(nullptr);  // Ctrl-D
+  if (!line) {
+    return refuse(
+        "There is no answer on standard input, so the request was refused. Answer with a line "
+        "there, or use --answer allow_once.");
+  }
+  if (isTyped_) context_.console.lineWasTyped();
+  const auto chosen = views::readAnswer(*asked_, *line);
+  if (chosen) return answer(*chosen);
+  complain(chosen.error());
+  awaitLine();
 }
 
 void Session::withdraw() {
   asking_ = nullptr;
   asked_ = nullptr;
   context_.answers().withdraw();
+  context_.console.withdrawQuestion();
 }
 
-void Session::putQuestion() {
-  if (options_.answerKind) {
-    if (const auto* option = optionOfKind(*asked_, *options_.answerKind)) return respond(option);
-    complain(fmt::format("The agent offers no answer of the kind {}, so it was refused.",
-                         *options_.answerKind));
-    return refuse();
-  }
-  if (asked_->options.empty()) {
-    complain("The agent offers no answer to choose from, so it was refused.");
-    return refuse();
-  }
-  context_.answers().ask([this](const std::optional<std::string>& line) { readAnswer(line); });
+void Session::refuse(std::string_view why) {
+  complain(why);
+  answer(nullptr);
 }
 
-void Session::readAnswer(const std::optional<std::string>& line) {
-  if (!asking_ || hasEnded_) return;
-  if (!line && context_.answers().isTerminal()) return refuse();  // Ctrl-D
-  if (!line) {
-    complain(
-        "There is no answer on standard input, so the request was refused. Answer with a line "
-        "there, or use --answer allow_once.");
-    return refuse();
-  }
-  asking_->job->observer.lineTyped();
-  const auto answer = shell::readAnswer(*asked_, *line);
-  if (answer) return respond(*answer);
-  complain(answer.error());
-  asking_->job->observer.permissionStillOpen(*asked_);
-  context_.answers().ask([this](const std::optional<std::string>& next) { readAnswer(next); });
-}
-
-void Session::refuse() {
-  asking_->job->observer.permissionAnswered(rejectingOption(*asked_));
-  answer(nullptr, Approvals::Answerer::standingOrder);
-}
-
-void Session::answer(const PermissionOption* option, Approvals::Answerer answerer) {
+void Session::answer(const PermissionOption* option) {
   const auto held = asked_;  // holds the option
   Job& job = *asking_->job;
   withdraw();
-  const auto taken = job.answer(*held, option, answerer);
-  if (!taken) context_.complain(taken.error().sentence);
-}
-
-void Session::respond(const PermissionOption* option) {
-  const auto answerer = context_.answers().isTerminal() && !options_.answerKind
-                            ? Approvals::Answerer::person
-                            : Approvals::Answerer::standingOrder;
+  if (!context_.isJson()) {
+    const auto* said = option ? option : rejectingOption(*held);
+    const auto& style = context_.style();
+    context_.console.write(namedLine(
+        style, job.name, style.dim(fmt::format("→ {}", said ? onOneLine(said->name) : "Refused"))));
+  }
   const auto& settings = context_.model().settings();
   const auto mode = settings.permissionMode();
-  asking_->job->observer.permissionAnswered(option);
-  answer(option, answerer);
+  const bool isPersons = option && isTyped_;
+  const auto taken = job.answer(
+      *held, option, isPersons ? Approvals::Answerer::person : Approvals::Answerer::standingOrder);
+  if (!taken) context_.complain(taken.error().sentence);
   if (settings.permissionMode() == mode) return;
-  complain(
+  context_.complain(
       "With this answer Full Access is on, for later runs as well. To have agents ask again: "
       "vantrell settings mode ask");
 }
@@ -205,7 +255,7 @@ void Session::complain(std::string_view text) {
 // ---- the end ------------------------------------------------------------------------------------
 
 void Session::handleSignal(int signal) {
-  if (context_.beforeComplaint) context_.beforeComplaint();
+  context_.console.wipeKey();
   if (signal == SIGINT) return stop();
   // The terminal is gone, or somebody wants the program to end now.
   signal_ = signal;

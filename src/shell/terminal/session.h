@@ -12,7 +12,6 @@
 #include "engine/core/changes.h"
 #include "engine/turns/approvals.h"
 #include "shell/terminal/command_context.h"
-#include "shell/terminal/run_observer.h"
 
 namespace vantrell::shell {
 
@@ -21,8 +20,6 @@ class Job {
  public:
   using Question = std::shared_ptr<const PermissionRequest>;
 
-  explicit Job(QuestionObserver& shownBy, std::string itsName = {})
-      : observer(shownBy), name(std::move(itsName)) {}
   virtual ~Job() = default;
 
   virtual void begin() = 0;
@@ -40,14 +37,20 @@ class Job {
                           Approvals::Answerer answerer) = 0;
   /// The user typed a line that answers nothing.
   virtual void typed(const std::string&) {}
+  /// The session is about to write.
+  virtual void makeRoom() {}
   /// It is over: before the clients end, and after that, when it says how it ended.
   virtual void conclude() {}
   virtual void tellEnd() = 0;
   virtual int status() const = 0;
 
-  QuestionObserver& observer;
-  const std::string name;  // before messages about it, where there are several
+  // Where there are several:
+  std::string name;      // before what is said about it
+  std::string threadID;  // in its lines of JSON
 };
+
+/// A line about one of several agents; without a name just the line.
+std::string namedLine(const TerminalStyle& style, std::string_view name, std::string_view styled);
 
 class Session : public std::enable_shared_from_this<Session> {
  public:
@@ -57,12 +60,9 @@ class Session : public std::enable_shared_from_this<Session> {
     /// The user may type further prompts. Not where a pager reads the same keyboard.
     bool hearsPrompts = false;
   };
-  Session(CommandContext& context, std::vector<std::unique_ptr<Job>> jobs, Options options);
-
-  /// Runs until everything rests, then calls back with the exit status.
-  void begin(std::function<void(int status)> ended);
-  /// Stops it: once and it ends with its agents, twice and it ends at once.
-  void stop();
+  /// Runs until everything rests, then calls back with the exit status. Kept by the context.
+  static void begin(CommandContext& context, std::vector<std::unique_ptr<Job>> jobs,
+                    Options options, std::function<void(int status)> ended);
 
   /// How long a stopped agent may take to end its turn.
   static constexpr std::chrono::milliseconds stopTimeout{2000};
@@ -75,6 +75,9 @@ class Session : public std::enable_shared_from_this<Session> {
     bool hasEnded = false;
   };
 
+  Session(CommandContext& context, std::vector<std::unique_ptr<Job>> jobs, Options options,
+          std::function<void(int)> ended);
+  void begin();
   void changed(const ChangeBatch& batch);
   void lookSoon();
   void look();
@@ -82,24 +85,28 @@ class Session : public std::enable_shared_from_this<Session> {
   void jobEnded(Followed& followed);
 
   void askNext();
+  void showQuestion();
+  void awaitLine();
+  void readLine(const std::optional<std::string>& line);
   void withdraw();
-  void putQuestion();
-  void readAnswer(const std::optional<std::string>& line);
-  void respond(const PermissionOption* option);
-  void refuse();
-  void answer(const PermissionOption* option, Approvals::Answerer answerer);
+  /// Null: refused.
+  void answer(const PermissionOption* option);
+  void refuse(std::string_view why);
   void complain(std::string_view text);
 
   void handleSignal(int signal);
+  /// Once and it ends with its agents, twice and it ends at once.
+  void stop();
   void end();
   int statusOfEnd() const;
 
   CommandContext& context_;
   const Options options_;
+  const bool isTyped_;  // a person answers at the terminal
   std::vector<Followed> jobs_;
   Changes::Observation observation_;
   std::shared_ptr<void> signals_;
-  std::function<void(int)> whenEnded_;
+  const std::function<void(int)> whenEnded_;
   Followed* asking_ = nullptr;  // whose question is open for an answer
   Job::Question asked_;
   std::size_t turn_ = 0;  // whose question is looked at first

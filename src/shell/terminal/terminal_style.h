@@ -1,5 +1,5 @@
-// How output may look: a live terminal takes colours and lines that change in place; a pipe, a
-// file, a dumb terminal and a user who set NO_COLOR get plain lines. Any thread.
+// How output may look: a live terminal takes colours and a status line; a pipe, a file, a dumb
+// terminal and a user who set NO_COLOR get plain lines. Any thread.
 #pragma once
 
 #include <algorithm>
@@ -14,7 +14,7 @@ namespace vantrell::shell {
 class TerminalStyle {
  public:
   static TerminalStyle plain() { return TerminalStyle(-1, false); }
-  /// Colours and moving lines; sizes come from the descriptor.
+  /// Colours and a status line; sizes come from the descriptor.
   static TerminalStyle live(int descriptor) { return TerminalStyle(descriptor, true); }
   /// What the descriptor and the environment allow.
   static TerminalStyle of(int descriptor, const Environment& environment);
@@ -27,6 +27,7 @@ class TerminalStyle {
   static int usable(int columns) { return std::max(columns - 1, narrowest); }
   static constexpr int narrowest = 20;
 
+  using Look = std::string (TerminalStyle::*)(std::string_view) const;
   // Each gives the text back unchanged when the style is plain.
   std::string dim(std::string_view text) const { return wrapped("2", text); }
   std::string bold(std::string_view text) const { return wrapped("1", text); }

@@ -12,10 +12,6 @@ using text::boundedLines;
 using text::onOneLine;
 using text::sanitized;
 
-/// Sanitized, but for bold, dim and colours: for output that is ready, so that what was forgotten
-/// on its way can at most change a colour.
-std::string withLooksOnly(std::string_view text);
-
 /// Cut, with an ellipsis, to what surely fits into that many columns. Widths are guessed from
 /// above: every character beyond ASCII counts as two columns.
 std::string fitted(std::string_view text, int columns);

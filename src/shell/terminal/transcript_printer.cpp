@@ -4,9 +4,6 @@
 
 #include "platform/text/text.h"
 #include "records/values/project_hook.h"
-#include "shell/terminal/activity_lines.h"
-#include "shell/terminal/answer_lines.h"
-#include "shell/terminal/permission_prompt.h"
 #include "shell/terminal/terminal_text.h"
 
 namespace vantrell::shell {
@@ -18,49 +15,39 @@ constexpr std::size_t systemLinesShown = 40;
 constexpr std::size_t hookLinesShown = 12;
 constexpr std::size_t taskIDShown = 8;  // characters, plenty to tell tasks apart
 constexpr std::string_view stoppedText = "Stopped by you.";
-constexpr std::string_view clearLine = "\r\x1b[K";
-constexpr std::string_view thoughtBar = "│ ";
-/// Nobody reads faster, and a layout may cost a parse of the last block.
-constexpr std::chrono::milliseconds betweenLayouts{30};
 
 }  // namespace
 
 // ---- blocks -------------------------------------------------------------------------------------
 
-void TranscriptPrinter::put(std::string_view text) {
-  if (text.empty()) return;
-  clearStatus();
-  write_(withLooksOnly(text));
-}
-
-void TranscriptPrinter::clearStatus() {
-  if (std::exchange(statusShown_, false)) write_(clearLine);
-}
-
-void TranscriptPrinter::endLine() {
-  endAnswer();
-  if (!std::exchange(atLineStart_, true)) put("\n");
+void TranscriptPrinter::line(std::string_view styled) {
+  write_(fmt::format("{}\n", styled));
 }
 
 void TranscriptPrinter::beginBlock(Block block) {
-  endLine();
+  endText();
+  isTextLast_ = false;
   const bool joins = block == Block::tool && block_ == Block::tool;
-  if (block_ != Block::none && !joins) put("\n");
+  if (block_ != Block::none && !joins) write_("\n");
   block_ = block;
-  streaming_.clear();
-  isAnswerOpen_ = false;
-  drawn_.reset();
 }
 
-void TranscriptPrinter::showStatus(std::string_view text) {
-  if (!style_.isLive() || !atLineStart_) return;
-  put(style_.dim(fitted(onOneLine(text), usableColumns())));
-  write_("\r");
-  statusShown_ = true;
+/// Its block begins with the first of it that can be seen.
+void TranscriptPrinter::showText(std::string_view text) {
+  if (text.empty()) return;
+  if (!std::exchange(isTextLast_, true)) {
+    if (block_ != Block::none) write_("\n");
+    block_ = Block::text;
+  }
+  write_(text);
 }
 
-void TranscriptPrinter::line(std::string_view styled) {
-  put(fmt::format("{}\n", styled));
+void TranscriptPrinter::endText() {
+  if (stream_) showText(stream_->finish(columns()));
+}
+
+std::size_t TranscriptPrinter::columns() const {
+  return static_cast<std::size_t>(usableColumns());
 }
 
 int TranscriptPrinter::usableColumns() const {
@@ -68,29 +55,7 @@ int TranscriptPrinter::usableColumns() const {
 }
 
 std::vector<std::string> TranscriptPrinter::linesOf(std::string_view text, std::size_t most) const {
-  if (!isReview) return boundedLines(text, most);
-  std::vector<std::string> lines;
-  const std::string clean = sanitized(text::trimmed(text));
-  for (const auto each : text::split(clean, '\n')) lines.emplace_back(each);
-  return lines;
-}
-
-void TranscriptPrinter::draw(std::string_view id, Block block,
-                             const std::vector<std::string>& lines) {
-  endAnswer();
-  const auto size = style_.size();
-  const bool mayDrawOver =
-      drawn_ && drawn_->entryID == id && drawn_->columns == size.columns && atLineStart_;
-  if (mayDrawOver) {
-    clearStatus();
-    write_(fmt::format("\x1b[{}A\r\x1b[J", drawn_->rows));
-  } else {
-    beginBlock(block);
-  }
-  for (const auto& each : lines) line(each);
-  drawn_.reset();
-  const int rows = static_cast<int>(lines.size());
-  if (style_.isLive() && rows < size.rows) drawn_ = Drawn{std::string(id), rows, size.columns};
+  return isReview ? text::visibleLines(text::trimmed(text)) : boundedLines(text, most);
 }
 
 void TranscriptPrinter::remark(std::string_view text) {
@@ -103,8 +68,7 @@ void TranscriptPrinter::remark(std::string_view text) {
 void TranscriptPrinter::introduced(const RunIntroduction& introduction) {
   resumeCommand_ = fmt::format("{} {}", introduction.resumeCommand,
                                introduction.conversation.threadID.text().substr(0, taskIDShown));
-  beginBlock(Block::other);
-  line(style_.dim(fmt::format("{} in {}", introduction.runtime, sanitized(introduction.folder))));
+  remark(fmt::format("{} in {}", sanitized(introduction.runtime), sanitized(introduction.folder)));
   if (!introduction.permissionNotice.empty()) line(style_.yellow(introduction.permissionNotice));
   if (introduction.earlierEntries != 0) {
     line(
@@ -117,9 +81,7 @@ void TranscriptPrinter::entryAdded(const ChatEntry& entry) {
   switch (entry.kind) {
     case ChatEntryKind::user: return showUser(entry);
     case ChatEntryKind::assistant:
-      if (isReview && style_.isLive()) return showAnswer(entry);
-      [[fallthrough]];
-    case ChatEntryKind::thought: return stream(entry, entry.text);
+    case ChatEntryKind::thought: return textAdded(entry, entry.text);
     case ChatEntryKind::tool: return showTool(entry);
     case ChatEntryKind::system:
       if (entry.text == stoppedText && !isReview) {
@@ -136,23 +98,29 @@ void TranscriptPrinter::entryAdded(const ChatEntry& entry) {
 void TranscriptPrinter::entryReplaced(const ChatEntry& entry) {
   if (entry.kind == ChatEntryKind::tool) return showTool(entry);
   if (entry.kind == ChatEntryKind::user) return;  // the person knows these words
-  if (answer_ && answerID_ == entry.id) {
-    if (entry.text.starts_with(answerText_)) {
-      return textAdded(entry, std::string_view(entry.text).substr(answerText_.size()));
-    }
-    endLine();
-    answer_.reset();
+  if (streamID_ == entry.id && entry.text.starts_with(streamText_)) {
+    return textAdded(entry, std::string_view(entry.text).substr(streamText_.size()));
   }
-  streaming_.clear();
+  if (streamID_ == entry.id) beginBlock(Block::none);
+  streamID_.clear();
   entryAdded(entry);
 }
 
 void TranscriptPrinter::textAdded(const ChatEntry& entry, std::string_view text) {
-  stream(entry, text);
-}
-
-void TranscriptPrinter::transcriptReplaced(const Transcript&) {
-  // The person knows the earlier entries; their going on was announced at the start.
+  if (streamID_ != entry.id) {
+    endText();
+    isTextLast_ = false;
+    streamID_ = entry.id;
+    stream_.emplace(style_, entry.kind == ChatEntryKind::thought ? AnswerStream::Kind::thought
+                                                                 : AnswerStream::Kind::answer);
+    // What stands further up decides how the rest is to be read.
+    const bool hasMore = std::string_view(entry.text).ends_with(text);
+    streamText_ = entry.text.substr(0, hasMore ? entry.text.size() - text.size() : 0);
+    std::ignore = stream_->append(streamText_, columns());
+    std::ignore = stream_->finish(columns());
+  }
+  streamText_ += text;
+  showText(stream_->append(text, columns()));
 }
 
 void TranscriptPrinter::showUser(const ChatEntry& entry) {
@@ -173,184 +141,54 @@ void TranscriptPrinter::showUser(const ChatEntry& entry) {
   }
 }
 
-void TranscriptPrinter::showAnswer(const ChatEntry& entry) {
-  beginBlock(Block::text);
-  const auto columns = static_cast<std::size_t>(usableColumns());
-  for (const auto& each : answerLines(entry.text, style_, columns)) line(each);
-}
-
-void TranscriptPrinter::streamAnswer(const ChatEntry& entry, std::string_view text) {
-  if (!answer_ || answerID_ != entry.id) {
-    endLine();
-    isAnswerOpen_ = false;
-    answerID_ = entry.id;
-    answer_.emplace(style_);
-    answerText_.clear();
-    if (std::string_view(entry.text).ends_with(text)) {
-      // What stands further up decides how the rest is to be read.
-      answerText_ = entry.text.substr(0, entry.text.size() - text.size());
-      answer_->append(answerText_);
-      (void)answer_->finish(static_cast<std::size_t>(usableColumns()));
-    }
-  }
-  answerText_ += text;
-  answer_->append(text);
-  hasNewText_ = true;
-  if (!nextLayout_.isActive()) layOutAnswer();
-}
-
-void TranscriptPrinter::layOutAnswer() {
-  if (!std::exchange(hasNewText_, false)) return;
-  putAnswer(answer_->lines(static_cast<std::size_t>(usableColumns())));
-  if (queue_) nextLayout_ = queue_->after(betweenLayouts, [this] { layOutAnswer(); });
-}
-
-/// Its block begins with the first of it that can be seen.
-void TranscriptPrinter::putAnswer(std::string_view lines) {
-  if (lines.empty()) return;
-  if (!std::exchange(isAnswerOpen_, true)) {
-    if (!std::exchange(atLineStart_, true)) put("\n");
-    if (block_ != Block::none) put("\n");
-    block_ = Block::text;
-    streaming_.clear();
-    drawn_.reset();
-  }
-  put(lines);
-}
-
-void TranscriptPrinter::endAnswer() {
-  nextLayout_.cancel();
-  hasNewText_ = false;
-  if (answer_) putAnswer(answer_->finish(static_cast<std::size_t>(usableColumns())));
-}
-
-void TranscriptPrinter::stream(const ChatEntry& entry, std::string_view text) {
-  if (entry.kind == ChatEntryKind::assistant && style_.isLive()) return streamAnswer(entry, text);
-  if (streaming_ != entry.id) {
-    beginBlock(Block::text);
-    streaming_ = entry.id;
-    // A block that begins with empty lines would only tear the page.
-    text.remove_prefix(std::min(text.find_first_not_of("\r\n"), text.size()));
-  }
-  const std::string clean = sanitized(text);
-  if (entry.kind != ChatEntryKind::thought) {
-    put(clean);
-    if (!clean.empty()) atLineStart_ = clean.back() == '\n';
-    return;
-  }
-  const auto lines = text::split(clean, '\n');
-  for (std::size_t i = 0; i < lines.size(); ++i) {
-    if (i > 0) {
-      put("\n");
-      atLineStart_ = true;
-    }
-    if (lines[i].empty() && i + 1 == lines.size()) break;
-    const bool opensLine = std::exchange(atLineStart_, false);
-    put(style_.dim(fmt::format("{}{}", opensLine ? thoughtBar : "", lines[i])));
-  }
-}
-
-void TranscriptPrinter::showHook(const ChatEntry& entry) {
-  std::vector<std::string> lines = {
-      toolLine(entry, onOneLine(*entry.title), style_, usableColumns())};
-  for (const auto& each : linesOf(entry.text, hookLinesShown)) {
-    lines.push_back(style_.dim(fmt::format("    {}", each)));
-  }
-  draw(entry.id, Block::tool, lines);
-}
-
+/// A line of its own once it has ended; until then a passing status.
 void TranscriptPrinter::showTool(const ChatEntry& entry) {
-  if (isHookEntry(entry)) return showHook(entry);
-  const std::string status = entry.status.value_or("pending");
-  const std::string title = toolTitles_.best(entry);
-  const std::string text = toolLine(entry, title, style_, usableColumns());
-  const auto known = openTools_.find(entry.id);
-  const bool isNew = known == openTools_.end();
-  const bool isLast = drawn_ && drawn_->entryID == entry.id;
-  if (hasEnded(status)) {
-    if (!isNew) openTools_.erase(known);
-    return draw(entry.id, Block::tool, {text});
+  const bool isHook = isHookEntry(entry);
+  const std::string title = isHook ? onOneLine(*entry.title) : toolTitles_.best(entry);
+  const std::string shown = toolLine(entry, title, style_, usableColumns());
+  if (!hasEnded(entry.status.value_or("pending")) && !isReview) {
+    openTools_.insert_or_assign(entry.id, shown);
+    return status(fmt::format("▸ {}", title));
   }
-  openTools_.insert_or_assign(entry.id, text);
-  // A line that cannot change comes only once, at the end state.
-  if (!style_.isLive() && !isReview) return;
-  if (isNew || isLast) return draw(entry.id, Block::tool, {text});
-  if (status == "in_progress") showStatus(fmt::format("▸ {}", title));
+  openTools_.erase(entry.id);
+  beginBlock(Block::tool);
+  line(shown);
+  if (!isHook) return;
+  for (const auto& each : linesOf(entry.text, hookLinesShown)) {
+    line(style_.dim(fmt::format("    {}", each)));
+  }
 }
 
-// ---- the plan -----------------------------------------------------------------------------------
-
+/// The whole list where the steps are new, else those that are done.
 void TranscriptPrinter::planReplaced(const std::vector<PlanEntry>& plan) {
-  if (plan == plan_) return;
-  agentWasHeard_ = true;
-  endAnswer();
   const auto earlier = std::exchange(plan_, plan);
-  const bool sameSteps =
+  if (plan == earlier) return;
+  agentWasHeard_ = true;
+  const bool hasSameSteps =
       std::ranges::equal(earlier, plan, {}, &PlanEntry::content, &PlanEntry::content);
-  const bool isLast = drawn_ && drawn_->entryID.empty();
-  if (sameSteps && !isLast) {
-    // The list has scrolled away: only the steps that are done are news.
-    std::vector<std::string> done;
-    for (std::size_t i = 0; i < plan.size(); ++i) {
-      const bool isNews = plan[i].status != earlier[i].status && hasEnded(plan[i].status);
-      if (isNews) done.push_back(planLine(plan[i], style_, usableColumns()));
-    }
-    if (done.empty()) return;
-    beginBlock(Block::plan);
-    for (const auto& each : done) line(each);
-    return;
+  std::vector<std::string> lines;
+  for (std::size_t i = 0; i < plan.size(); ++i) {
+    const bool isNews =
+        !hasSameSteps || (plan[i].status != earlier[i].status && hasEnded(plan[i].status));
+    if (isNews) lines.push_back(planLine(plan[i], style_, usableColumns()));
   }
-  if (plan.empty()) return;
-  std::vector<std::string> lines = {style_.bold("Plan")};
-  for (const auto& entry : plan) lines.push_back(planLine(entry, style_, usableColumns()));
-  draw("", Block::plan, lines);
-}
-
-// ---- questions and the end ----------------------------------------------------------------------
-
-void TranscriptPrinter::permissionAsked(const PermissionRequest& request) {
+  if (lines.empty()) return;
   beginBlock(Block::other);
-  for (const auto& each : permissionLines(request, style_)) line(each);
-  permissionStillOpen(request);
+  if (!hasSameSteps) line(style_.bold("Plan"));
+  for (const auto& each : lines) line(each);
 }
 
-void TranscriptPrinter::permissionStillOpen(const PermissionRequest& request) {
-  if (!showsAnswerPrompt) return;
-  endLine();
-  put(style_.bold(answerPrompt(request)));
-  atLineStart_ = false;
-}
-
-void TranscriptPrinter::permissionAnswered(const PermissionOption* option) {
-  endLine();
-  line(style_.dim(fmt::format("→ {}", option ? onOneLine(option->name) : "Refused")));
-}
-
-void TranscriptPrinter::lineTyped() {
-  atLineStart_ = true;
-  drawn_.reset();  // it has moved up
-}
+// ---- the run ------------------------------------------------------------------------------------
 
 void TranscriptPrinter::promptQueued(std::size_t waiting) {
   remark(waiting == 1 ? "Queued: it is sent when this turn has gone well."
                       : fmt::format("Queued: {} prompts wait now.", waiting));
 }
 
-void TranscriptPrinter::interrupted() {
-  if (!style_.isLive()) return;
-  if (atLineStart_) {
-    statusShown_ = false;
-    write_(clearLine);
-  } else {
-    endLine();
-  }
-  drawn_.reset();
-}
-
 void TranscriptPrinter::runChanged(const RunRecord& run) {
   const bool isUnderWay =
       run.status == RunRecordStatus::starting || run.status == RunRecordStatus::running;
-  if (isUnderWay && run.statusMessage) showStatus(*run.statusMessage);
+  if (isUnderWay && run.statusMessage && !isTextLast_) status(*run.statusMessage);
   if (!isActive(run.status)) outcome_ = run;
 }
 
@@ -360,7 +198,7 @@ void TranscriptPrinter::livenessChanged(const RunRecord& run) {
 }
 
 void TranscriptPrinter::ended(const RunRecord* run) {
-  endLine();
+  endText();
   // A prompt that was stopped before its run began leaves the run before it as the last one.
   if (run && run->id != toldRun_) {
     showOutcome(*run);
@@ -375,24 +213,21 @@ void TranscriptPrinter::ended(const RunRecord* run) {
 }
 
 void TranscriptPrinter::showOutcome(const RunRecord& run) {
-  endLine();
   stopIsUntold_ = false;
   for (const auto& [id, text] : std::exchange(openTools_, {})) {
-    // On a live terminal the line stands already.
-    if (style_.isLive()) continue;
     beginBlock(Block::tool);
     line(text);
   }
-  const std::string words = onOneLine(run.statusMessage.value_or(""));
   beginBlock(Block::other);
   if (run.status == RunRecordStatus::completed && !agentWasHeard_) {
     // Some runtimes end a turn that failed for them as if it had gone well.
     line(style_.yellow("• The agent ended its turn without a word."));
   }
+  const std::string words = onOneLine(run.statusMessage.value_or(""));
   switch (run.status) {
-    case RunRecordStatus::completed: line(style_.green(fmt::format("✓ {}", words))); break;
-    case RunRecordStatus::cancelled: line(style_.yellow(fmt::format("■ {}", words))); break;
-    default: line(style_.red(fmt::format("✗ {}", words)));
+    case RunRecordStatus::completed: return line(style_.green(fmt::format("✓ {}", words)));
+    case RunRecordStatus::cancelled: return line(style_.yellow(fmt::format("■ {}", words)));
+    default: return line(style_.red(fmt::format("✗ {}", words)));
   }
 }
 
