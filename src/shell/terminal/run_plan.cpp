@@ -280,27 +280,26 @@ class Run : public std::enable_shared_from_this<Run> {
     }
     named_ = plan_.practiceAgent ? std::optional(AgentProvider::local) : executableOwner_;
     if (named_) model().router().fixForThisProcess(*named_);
-    const auto readUserPath = [this](std::function<void()> then) {
-      model().runtimes().readUserPath(std::move(then));
-    };
-    const bool mayReadPath = !app_->practices();
-    if (mayReadPath && !context_.hasTerminal()) {
-      readUserPath([this] { look([this] { noProvider(); }); });
-    } else {
-      look([this, mayReadPath, readUserPath] {
-        if (!mayReadPath) return noProvider();
-        readUserPath([this] { look([this] { noProvider(); }); });
+    look([this] {
+      if (app_->practices()) return lastLook();
+      const auto isFound = [this] { return expected().has_value(); };
+      context_.withUserPath(model().runtimes(), isFound, [this] {
+        return expected() ? lastLook() : look([this] { lastLook(); });
       });
-    }
+    });
     return std::nullopt;
   }
 
-  void look(std::function<void()> notFound) {
-    model().router().probeForNextTurn({}, task_, [this, notFound = std::move(notFound)] {
-      const auto found = model().router().expectedProvider({}, task_);
-      if (!found) return notFound();
-      if (const auto failure = start(*found)) context_.finish(std::unexpected(*failure));
-    });
+  std::optional<AgentProvider> expected() { return model().router().expectedProvider({}, task_); }
+
+  void look(std::function<void()> then) {
+    model().router().probeForNextTurn({}, task_, std::move(then));
+  }
+
+  void lastLook() {
+    const auto found = expected();
+    if (!found) return noProvider();
+    if (const auto failure = start(*found)) context_.finish(std::unexpected(*failure));
   }
 
   void noProvider() {
