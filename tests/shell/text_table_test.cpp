@@ -23,9 +23,9 @@ TEST(TextTable, AlignsAndLeavesOutWhatIsEmpty) {
 
 TEST(TextTable, CutsBeforeItLeavesColumnsOut) {
   EXPECT_EQ(tableIn(46),
-            "ID  TITLE          FOLDER         WITH  CHANGED\n"
-            "A1  Find out why…  …me/ada/engine  Kimi  now\n"
-            "B2  日本語のタイ…  /web                  3 h ago\n");
+            "ID  TITLE          FOLDER        WITH  CHANGED\n"
+            "A1  Find out why…  …/ada/engine  Kimi  now\n"
+            "B2  日本語のタイ…  /web                3 h ago\n");
   EXPECT_TRUE(tableIn(35).starts_with("ID  TITLE")) << tableIn(35);
   EXPECT_FALSE(tableIn(35).contains("CHANGED")) << tableIn(35);
   EXPECT_TRUE(tableIn(35).contains("WITH")) << tableIn(35);

@@ -3,6 +3,7 @@
 // the gateway's own address and two site keys, then serves until standard input ends.
 #include <fmt/format.h>
 
+#include "platform/queues/line_reader.h"
 #include "platform/queues/run_loop.h"
 #include "platform/values/json.h"
 #include "support/gateway_parts.h"
@@ -27,7 +28,8 @@ int main(int count, char** arguments) {
                  {"project", parts.tree.workspaces().front().id.text()}});
   fmt::print("{}\n", line);
   std::fflush(stdout);
-  const auto watch = loop.watchLines(0, [](const std::string&) {}, [&] { loop.quit(); });
+  const auto input = LineReader::begin(
+      loop, {.descriptor = 0, .onLine = [](const std::string&) {}, .onEnd = [&] { loop.quit(); }});
   loop.run();
   return 0;
 }

@@ -8,6 +8,8 @@
 
 #include "platform/files/descriptor.h"
 
+#include "platform/files/descriptor.h"
+
 namespace vantrell::terminal {
 
 bool isTerminal(int descriptor);

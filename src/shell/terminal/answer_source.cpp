@@ -23,24 +23,21 @@ void AnswerSource::listen(std::function<void(std::string)> onUnasked) {
 
 void AnswerSource::beginAfresh() {
   if (std::exchange(readerHasEnded_, false)) reader_.reset();
+  const auto onLine = [this](std::string line) {
+    if (isTerminal_ && !reply_) {
+      if (onUnasked_) onUnasked_(std::move(line));
+      return;
+    }
+    lines_.push_back(std::move(line));
+    deliver();
+  };
+  const auto onEnd = [this] {
+    const bool isUnasked = isTerminal_ && !reply_;
+    (isUnasked ? readerHasEnded_ : hasEnded_) = true;
+    deliver();
+  };
   if (!reader_ && !hasEnded_) {
-    reader_ = LineReader::begin(main_, {.descriptor = input_.descriptor,
-                                        .onLine =
-                                            [this](std::string line) {
-                                              if (isTerminal_ && !reply_) {
-                                                if (onUnasked_) onUnasked_(std::move(line));
-                                                return;
-                                              }
-                                              lines_.push_back(std::move(line));
-                                              deliver();
-                                            },
-                                        .onEnd =
-                                            [this] {
-                                              const bool isUnasked = isTerminal_ && !reply_;
-                                              (isUnasked ? readerHasEnded_ : hasEnded_) = true;
-                                              deliver();
-                                            },
-                                        .isInForeground = input_.isInForeground});
+    reader_ = LineReader::begin(main_, {input_.descriptor, onLine, onEnd, input_.isInForeground});
   }
   if (!isTerminal_) return;
   lines_.clear();

@@ -19,8 +19,8 @@ ConversationJob::ConversationJob(CommandContext& context, ThreadExecutionKey key
       key_(key),
       shownBy_(shownBy),
       send_(std::move(send)),
-      feed_(model_, key, shownBy),
-      runsBefore_(model_.tree().thread(key)->runs.size()) {}
+      runsBefore_(model_.tree().thread(key)->runs.size()),
+      runsReported_(runsBefore_) {}
 
 void ConversationJob::begin() {
   const auto sent = send_ ? send_() : Result<>();
@@ -30,11 +30,72 @@ void ConversationJob::begin() {
 }
 
 void ConversationJob::changed(const ChangeBatch& batch) {
-  const auto* changes = batch.of(key_);
-  if (changes && !changes->appendedEntries.empty() && beforeFirstEntry) {
+  const ConversationChanges* changes = batch.of(key_);
+  const ChatThread* thread = changes ? model_.tree().thread(key_) : nullptr;
+  if (!thread) return;
+  if (!changes->appendedEntries.empty() && beforeFirstEntry) {
     std::exchange(beforeFirstEntry, nullptr)();
   }
-  feed_.changed(batch);
+  const auto* execution = model_.executions().find(key_);
+  const bool isReplaying = execution && execution->isReplaying;
+  const bool hasReplayed = std::exchange(wasReplaying_, isReplaying) && !isReplaying;
+  if (execution && std::exchange(plan_, execution->plan) != execution->plan &&
+      !execution->plan->empty()) {
+    shownBy_.planReplaced(*execution->plan);
+  }
+  if (hasReplayed || (changes->transcriptReset && !isReplaying)) {
+    shownLengths_.clear();
+    for (const auto& entry : thread->entries) shownLengths_[entry.id] = entry.text.size();
+    shownBy_.transcriptReplaced(thread->entries);
+  } else if (!isReplaying) {
+    reportTranscript(*changes, *thread);
+  }
+  if (!changes->runs) return;
+  reportEnds(thread->runs);
+  if (runsReported_ < thread->runs.size()) reportRun(thread->runs[runsReported_]);
+}
+
+void ConversationJob::reportTranscript(const ConversationChanges& changes,
+                                       const ChatThread& thread) {
+  for (const auto& id : changes.changedEntries) {
+    if (const ChatEntry* entry = thread.entries.find(id)) reportEntry(*entry);
+  }
+  for (const auto& id : changes.appendedEntries) {
+    const ChatEntry* entry = thread.entries.find(id);
+    if (!entry) continue;
+    // A prompt of the queue follows the end of the run before it, which may be in the same batch.
+    if (entry->kind == ChatEntryKind::user) reportEnds(thread.runs);
+    shownLengths_[id] = entry->text.size();
+    shownBy_.entryAdded(*entry);
+  }
+}
+
+/// What an agent says only grows; anything else is shown as a whole.
+void ConversationJob::reportEntry(const ChatEntry& entry) {
+  const std::size_t before = std::exchange(shownLengths_[entry.id], entry.text.size());
+  const bool isSpoken =
+      entry.kind == ChatEntryKind::assistant || entry.kind == ChatEntryKind::thought;
+  if (isSpoken && entry.text.size() > before) {
+    return shownBy_.textAdded(entry, std::string_view(entry.text).substr(before));
+  }
+  shownBy_.entryReplaced(entry);
+}
+
+void ConversationJob::reportEnds(const std::vector<RunRecord>& runs) {
+  while (runsReported_ < runs.size() && !isActive(runs[runsReported_].status)) {
+    reportRun(runs[runsReported_++]);
+  }
+}
+
+void ConversationJob::reportRun(const RunRecord& run) {
+  shownBy_.runChanged(run);
+  const auto* execution = model_.executions().find(key_);
+  const bool isStalled = execution && execution->stallWarningSent;
+  const bool hasChanged = std::exchange(wasStalled_, isStalled) != isStalled;
+  // A question, another client and the end of the turn break the silence too, and are told as such.
+  if (hasChanged && (isStalled || run.status == RunRecordStatus::running)) {
+    shownBy_.livenessChanged(run);
+  }
 }
 
 bool ConversationJob::isAtRest() const {

@@ -1,7 +1,11 @@
-// A conversation at work, as a session follows it. Main queue.
+// A conversation at work, as a session follows it. Its changes become calls of a RunObserver; while
+// a stored session is played back it is silent, and reports the transcript after it whole. Main
+// queue; the observer must outlive it.
 #pragma once
 
-#include "shell/terminal/change_feed.h"
+#include <map>
+
+#include "shell/terminal/run_observer.h"
 #include "shell/terminal/session.h"
 
 namespace vantrell::shell {
@@ -34,6 +38,11 @@ class ConversationJob final : public Job {
  private:
   const RunRecord* lastRun() const;
   std::size_t waiting() const;
+  void reportTranscript(const ConversationChanges& changes, const ChatThread& thread);
+  void reportEntry(const ChatEntry& entry);
+  /// Of runs whose end has not been reported.
+  void reportEnds(const std::vector<RunRecord>& runs);
+  void reportRun(const RunRecord& run);
 
   CommandContext& context_;
   AppModel& model_;
@@ -41,8 +50,13 @@ class ConversationJob final : public Job {
   RunObserver& shownBy_;
   const std::function<Result<>()> send_;
   bool isRefused_ = false;  // what was sent
-  ChangeFeed feed_;
   const std::size_t runsBefore_;
+  // What was reported:
+  std::map<std::string, std::size_t, std::less<>> shownLengths_;  // bytes of text, by entry
+  std::shared_ptr<const std::vector<PlanEntry>> plan_;
+  std::size_t runsReported_;  // to their ends
+  bool wasReplaying_ = false;
+  bool wasStalled_ = false;
 };
 
 }  // namespace vantrell::shell

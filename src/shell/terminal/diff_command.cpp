@@ -33,7 +33,7 @@ std::string headOf(const GitWorkspaceSnapshot& snapshot, const std::string& fold
                                  onOneLine(withTilde(folder)), changes);
   for (const auto& file : snapshot.files) {
     const auto counts = lineCounts(file.additions, file.deletions, style);
-    text += fmt::format("  {} {}{}{}\n", style.yellow(onOneLine(file.status)), onOneLine(file.path),
+    text += fmt::format("  {} {}{}{}\n", style.yellow(sanitized(file.status)), onOneLine(file.path),
                         counts.empty() ? "" : "  ", counts);
   }
   return text;

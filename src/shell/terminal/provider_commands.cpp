@@ -154,7 +154,7 @@ void login(CommandContext& context) {
       return context.fail("This log-in asks questions, and there is no terminal. Type in one: " +
                           command);
     }
-    context.console.say(fmt::format("Running {}\n", command));
+    context.console.write(fmt::format("Running {}\n", command));
     context.console.whenWritten([&context, &survey, provider, path = *program] {
       runLogin(context, survey, provider, path);
     });

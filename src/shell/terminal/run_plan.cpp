@@ -288,18 +288,24 @@ class Run : public std::enable_shared_from_this<Run> {
       });
       return std::nullopt;
     }
-    const auto lookAgain = [this] {
-      model().runtimes().readUserPath([this] { look([this] { noProvider(); }); });
-    };
-    context_.hasTerminal() ? look(lookAgain) : lookAgain();
+    look([this] {
+      const auto isFound = [this] { return expected().has_value(); };
+      context_.withUserPath(model().runtimes(), isFound, [this] {
+        return expected() ? lastLook() : look([this] { lastLook(); });
+      });
+    });
     return std::nullopt;
   }
 
-  void look(std::function<void()> notFound) {
-    model().router().probeForNextTurn({}, task_, [this, notFound = std::move(notFound)] {
-      const auto found = model().router().expectedProvider({}, task_);
-      found ? start(*found) : notFound();
-    });
+  std::optional<AgentProvider> expected() { return model().router().expectedProvider({}, task_); }
+
+  void look(std::function<void()> then) {
+    model().router().probeForNextTurn({}, task_, std::move(then));
+  }
+
+  void lastLook() {
+    const auto found = expected();
+    found ? start(*found) : noProvider();
   }
 
   void noProvider() {

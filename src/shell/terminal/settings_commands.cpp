@@ -4,8 +4,6 @@
 
 #include "app/conversation_transfer.h"
 #include "engine/core/selection.h"
-#include "engine/core/settings.h"
-#include "engine/providers/setting_table.h"
 #include "engine/tasks/settings_operations.h"
 #include "platform/files/files.h"
 #include "platform/text/text.h"
@@ -15,6 +13,18 @@
 #include "shell/terminal/command_groups.h"
 #include "shell/terminal/terminal_text.h"
 #include "views/transfer_words.h"
+
+namespace vantrell {
+
+// The words of the JSON.
+constexpr auto rawTexts(SecretStore::Kind) {
+  return std::to_array<std::string_view>({"keyring", "files", "memory"});
+}
+constexpr auto rawTexts(SecretError::Kind) {
+  return std::to_array<std::string_view>({"missing", "locked", "timedOut", "denied", "failed"});
+}
+
+}  // namespace vantrell
 
 namespace vantrell::shell {
 
@@ -30,22 +40,6 @@ std::expected<const SettingRow*, UsageError> namedSetting(const CommandContext& 
 }
 
 // ---- showing ------------------------------------------------------------------------------------
-
-std::string_view nameOf(SecretStore::Kind kind) {
-  return kind == SecretStore::Kind::files ? "files" : "keyring";
-}
-
-std::string_view stateOf(const SecretStore::Status& status) {
-  if (!status.problem) return "ok";
-  switch (status.problem->kind) {
-    case SecretError::Kind::missing: return "missing";
-    case SecretError::Kind::locked: return "locked";
-    case SecretError::Kind::timedOut: return "timedOut";
-    case SecretError::Kind::denied: return "denied";
-    case SecretError::Kind::failed: break;
-  }
-  return "failed";
-}
 
 /// What can be said of the secret setting without its value.
 struct WebhookState {
@@ -81,9 +75,9 @@ JsonObject allAsJson(const UserDefaults& defaults, SecretStore& secrets) {
           {"settingsFile", folders.defaultsPath()},
           {"dataFolder", folders.support},
           {"secrets",
-           JsonObject{{"kind", nameOf(status.kind)},
+           JsonObject{{"kind", rawText(status.kind)},
                       {"place", status.place},
-                      {"state", stateOf(status)},
+                      {"state", status.problem ? rawText(status.problem->kind) : "ok"},
                       {"problem", status.problem ? Json(status.problem->description) : Json()}}}};
 }
 
@@ -169,9 +163,10 @@ void set(CommandContext& context, const SettingRow& row, std::string_view text) 
                                readSetting(row, **defaults).text != *value;
   context.confirmFullAccess(isNewFullAccess, [&context, &row, value = *value] {
     context.open({}, [&](VantrellApp& app) {
-      AppModel& model = app.model();
-      const auto changed = model.settingsOperations().change(
-          row.name, value, model.selection().key(), SettingsOperations::FullAccess::confirmed);
+      // A raise to full access was confirmed before the state was opened.
+      const auto changed =
+          app.model().settingsOperations().change(row.name, value, app.model().selection().key(),
+                                                  SettingsOperations::FullAccess::confirmed);
       if (!changed) return context.finish(context.refused(changed.error()));
       context.console.write(fmt::format("{} is {} now.\n", row.name, onOneLine(value)));
       context.console.say(adviceOnLocalRuntime(row, app.defaults()));
@@ -234,12 +229,11 @@ void reset(CommandContext& context) {
   if (row.isSecret()) return storeWebhook(context, "", "tasklet-webhook is not set any more.\n");
   context.open({}, [&](VantrellApp& app) {
     auto& operations = app.model().settingsOperations();
-    const auto done = operations.reset(row.name, app.model().selection().key());
-    if (!done) return context.finish(context.refused(done.error()));
-    const auto value = operations.value(row).text;
-    context.console.write(
-        fmt::format("{} is {} again.\n", row.name, value.empty() ? "not set" : onOneLine(value)));
-    context.finish(exitStatus::completed);
+    context.finish(context.after(operations.reset(row.name, app.model().selection().key()), [&] {
+      const auto value = operations.value(row).text;
+      context.console.write(
+          fmt::format("{} is {} again.\n", row.name, value.empty() ? "not set" : onOneLine(value)));
+    }));
   });
 }
 

@@ -170,8 +170,7 @@ void exportTask(CommandContext& context) {
           return usageError(
               fmt::format("\"{}\" exists already. --replace writes over it.", context.word(1)));
         }
-        const auto written = writeExport(path, document, true);
-        return written ? exitStatus::completed : context.refused(written.error());
+        return context.after(writeExport(path, document, true), [] {});
       });
 }
 
