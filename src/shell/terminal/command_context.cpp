@@ -18,7 +18,7 @@ namespace vantrell::shell {
 namespace {
 
 /// A wait for git that is over sooner needs no word.
-constexpr std::chrono::milliseconds unnoticed{1000};
+constexpr std::chrono::milliseconds waitForGitUnsaid{1000};
 constexpr std::chrono::milliseconds betweenLooks{10};
 constexpr std::chrono::milliseconds momentToFlush{200};
 constexpr std::chrono::hours readersTime{24};  // to read what is left
@@ -92,34 +92,23 @@ void CommandContext::close(int status) {
   answers_.reset();
   reading_.reset();
   hiding_.reset();
-  if (pool_) {
-    // What goes on there uses what the command keeps.
-    pool_->post([this, status] { main.post([this, status] { closeState(status); }); });
-  } else {
-    closeState(status);
-  }
+  const auto tellsOfGit = main.uptime() + waitForGitUnsaid;
+  if (!pool_) return closeState(status, tellsOfGit);
+  // What goes on there uses what the command keeps.
+  inBackground([] {}, [=, this] { closeState(status, tellsOfGit); });
 }
 
-void CommandContext::closeState(int status) {
-  if (!app_) return end(status);
-  model().flush();
-  waitForGit(status, main.uptime() + unnoticed);
-}
-
-/// A stopped task may leave git at work on its checkpoint or worktree, and the state is free when
-/// that is done.
-void CommandContext::waitForGit(int status, Duration noticed) {
-  if (!model().safety().isAtWork()) return end(status);
-  if (main.uptime() < noticed) {
-    gitTimer_ = main.after(betweenLooks, [=, this] { waitForGit(status, noticed); });
-    return;
-  }
-  complain("Git is still at work on a checkpoint or a worktree; this ends when that is done.");
-  end(status);
-}
-
-void CommandContext::end(int status) {
+void CommandContext::closeState(int status, Duration tellsOfGit) {
   if (app_) {
+    model().flush();
+    // A stopped task may leave git at work on its checkpoint or worktree.
+    if (model().safety().isAtWork()) {
+      if (main.uptime() < tellsOfGit) {
+        gitTimer_ = main.after(betweenLooks, [=, this] { closeState(status, tellsOfGit); });
+        return;
+      }
+      complain("Git is still at work on a checkpoint or a worktree; this ends when that is done.");
+    }
     model().endAllWork();
     model().changes().deliver();  // what could not be saved
     app_.reset();
