@@ -103,26 +103,13 @@ void CommandContext::close(int status) {
   answers_.reset();
   reading_.reset();
   hiding_.reset();
-  if (pool_) {
-    // What goes on there uses what the command keeps.
-    pool_->post([this, status] { main.post([this, status] { closeState(status); }); });
-  } else {
-    closeState(status);
-  }
-}
-
-void CommandContext::closeState(int status) {
-  if (!isOpen_) return end(status);
-  model().flush();
-  // What others have begun is theirs.
-  caller.app ? end(status) : waitForOthers(status);
+  const auto tellsOfGit = main.uptime() + waitForGitUnsaid;
+  if (!pool_) return closeState(status, tellsOfGit);
+  // What goes on there uses what the command keeps.
+  inBackground([] {}, [=, this] { closeState(status, tellsOfGit); });
 }
 
 void CommandContext::waitForOthers(int status) {
-  if (!others_ || others_->areOver()) {
-    others_.reset();
-    return waitForGit(status, main.uptime() + waitForGitUnsaid);
-  }
   if (wasAbandoned) {
     others_->signal(SIGTERM);
   } else {
@@ -131,24 +118,24 @@ void CommandContext::waitForOthers(int status) {
   signals_ = caller.watchSignals([this](int) { others_->signal(SIGTERM); });
   others_->whenOver = [this, status] {
     signals_.reset();
-    waitForOthers(status);
+    closeState(status, main.uptime() + waitForGitUnsaid);
   };
 }
 
-/// A stopped task may leave git at work on its checkpoint or worktree, and the state is free when
-/// that is done.
-void CommandContext::waitForGit(int status, Duration noticed) {
-  if (!model().safety().isAtWork()) return end(status);
-  if (main.uptime() < noticed) {
-    gitTimer_ = main.after(betweenLooks, [=, this] { waitForGit(status, noticed); });
-    return;
-  }
-  complain("Git is still at work on a checkpoint or a worktree; this ends when that is done.");
-  end(status);
-}
-
-void CommandContext::end(int status) {
+void CommandContext::closeState(int status, Duration tellsOfGit) {
+  if (caller.app && isOpen_) model().flush();  // what others have begun there goes on
   if (app_) {
+    model().flush();
+    if (others_ && !others_->areOver()) return waitForOthers(status);
+    others_.reset();
+    // A stopped task may leave git at work on its checkpoint or worktree.
+    if (model().safety().isAtWork()) {
+      if (main.uptime() < tellsOfGit) {
+        gitTimer_ = main.after(betweenLooks, [=, this] { closeState(status, tellsOfGit); });
+        return;
+      }
+      complain("Git is still at work on a checkpoint or a worktree; this ends when that is done.");
+    }
     model().endAllWork();
     model().changes().deliver();  // what could not be saved
     app_.reset();

@@ -180,10 +180,8 @@ class CommandContext {
 
  private:
   void close(int status);
-  void closeState(int status);
   void waitForOthers(int status);
-  void waitForGit(int status, Duration noticed);
-  void end(int status);
+  void closeState(int status, Duration tellsOfGit);
   void finishOutput(int status);
 
   const std::function<void(int)> ended_;
