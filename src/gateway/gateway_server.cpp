@@ -164,6 +164,7 @@ class GatewayServer::Impl : public std::enable_shared_from_this<Impl> {
   void closeListener() {
     ++turn_;
     if (!listener_) return;
+    listener_->stopListening();  // the next one may want the same port
     queue_.post([self = shared_from_this(), listener = std::exchange(listener_, nullptr)] {
       listener->close();
       self->closeAll(self->reading_);

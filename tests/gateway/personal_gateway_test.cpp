@@ -103,6 +103,7 @@ TEST_F(PersonalGatewayTest, ListensAsItsConfigurationSays) {
   ASSERT_TRUE(gateway.setEnabled(false));
   state(stopped);
   const auto blocker = TcpListener::bind("127.0.0.1", taken);
+  ASSERT_TRUE(blocker) << "the port is free at once";
   EXPECT_EQ(gateway.setPort(80).error().sentence, "Choose a port between 1024 and 65535.");
   ASSERT_TRUE(gateway.setPort(taken));
   const auto refused = gateway.setEnabled(true);
@@ -116,6 +117,9 @@ TEST_F(PersonalGatewayTest, ListensAsItsConfigurationSays) {
   EXPECT_EQ(gateway.lastError(), std::nullopt);
   EXPECT_EQ(outcome(request("GET", "/v1/projects")), "200");
   EXPECT_THAT(gateway.baseURL(), HasSubstr(":" + std::to_string(taken)));
+  ASSERT_TRUE(gateway.setListenMode(GatewayListenMode::localhost)) << "on the same port";
+  state(listening);
+  EXPECT_EQ(outcome(request("GET", "/v1/projects")), "200");
 }
 
 }  // namespace

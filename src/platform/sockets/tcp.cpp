@@ -199,7 +199,7 @@ class Connection final : public TcpConnection, public std::enable_shared_from_th
 class Listener final : public TcpListener, public std::enable_shared_from_this<Listener> {
  public:
   Listener(Descriptor descriptor, std::uint16_t port)
-      : socket_(readiness(), descriptor.release()), port_(port) {}
+      : socket_(readiness(), descriptor.release()), number_(socket_.native_handle()), port_(port) {}
 
   std::uint16_t port() const override { return port_; }
 
@@ -214,6 +214,8 @@ class Listener final : public TcpListener, public std::enable_shared_from_this<L
   void setPaused(bool isPaused) override {
     if (std::exchange(isPaused_, isPaused) && !isPaused && !isWaiting_) accept();
   }
+
+  void stopListening() override { ::shutdown(number_, SHUT_RDWR); }
 
   void close() override {
     handlers_ = {};
@@ -265,6 +267,7 @@ class Listener final : public TcpListener, public std::enable_shared_from_this<L
 
   std::optional<SerialQueue> queue_;
   Socket socket_;
+  const int number_;  // of the descriptor, for other threads while it is open
   const std::uint16_t port_;
   Handlers handlers_;
   std::optional<asio::steady_timer> retryTimer_;

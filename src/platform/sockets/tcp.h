@@ -70,6 +70,9 @@ class TcpListener {
   virtual void start(SerialQueue queue, Handlers handlers) = 0;
   /// While paused, connections wait in the system's queue.
   virtual void setPaused(bool isPaused) = 0;
+  /// Frees the address at once, so that another listener can have it; close() must follow. Any
+  /// thread.
+  virtual void stopListening() = 0;
   /// No handler is called from now on. Connections that were handed out stay.
   virtual void close() = 0;
 
