@@ -1,6 +1,7 @@
 #include "app/vantrell_app.h"
 
 #include "engine/projects/local_project_services.h"
+#include "gateway/gateway_module.h"
 #include "platform/desktop/system_desktop.h"
 #include "platform/files/files.h"
 #include "platform/process/login_shell.h"
@@ -39,7 +40,8 @@ std::expected<std::unique_ptr<VantrellApp>, std::string> VantrellApp::start(
 }
 
 VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, UserState state)
-    : state_(std::move(state)),
+    : main_(main),
+      state_(std::move(state)),
       store_(*state_.defaults, state_.folders.support),
       secrets_(state_.folders.secretStore(), main, pool_),
       services_({.main = main, .pool = pool_, .defaults = *state_.defaults, .secrets = secrets_}),
@@ -61,9 +63,25 @@ VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, UserState sta
   if (const auto& met = store_.notice()) notice_ = notice_ ? *notice_ + " " + *met : *met;
 }
 
-// The model first: it ends the clients, which need all the rest.
+// What ends agents first: they need all the rest.
 VantrellApp::~VantrellApp() {
+  gateway_.reset();
   model_.reset();
+}
+
+GatewayModule& VantrellApp::gateway() {
+  if (!gateway_) {
+    gateway_ = std::make_unique<GatewayModule>(
+        GatewayModule::Dependencies{.main = main_,
+                                    .changes = model_->changes(),
+                                    .tree = model_->tree(),
+                                    .settings = model_->settings(),
+                                    .providers = services_,
+                                    .pool = pool_,
+                                    .supportFolder = state_.folders.support});
+    gateway_->load();
+  }
+  return *gateway_;
 }
 
 std::expected<std::unique_ptr<UserDefaults>, std::string> VantrellApp::defaultsForReading() {

@@ -18,6 +18,7 @@
 
 namespace vantrell {
 
+struct GatewayModule;
 class LocalProjectServices;
 
 struct VantrellOptions {
@@ -60,12 +61,17 @@ class VantrellApp {
   /// Something that the user should know about the start.
   const std::optional<std::string>& notice() const { return notice_; }
 
+  /// The Personal Gateway with its keys and jobs, read at the first use. It listens once its
+  /// start() is called.
+  GatewayModule& gateway();
+
   SystemProviderServices& services() { return services_; }
   const SystemProviderServices& services() const { return services_; }
 
  private:
   VantrellApp(MainQueue& main, VantrellOptions options, UserState state);
 
+  MainQueue& main_;
   UserState state_;
   WorkspaceStore store_;
   BackgroundPool pool_;
@@ -76,6 +82,7 @@ class VantrellApp {
   RuntimePrograms programs_;
   EngineEvents noEvents_;
   std::unique_ptr<AppModel> model_;
+  std::unique_ptr<GatewayModule> gateway_;
   std::optional<std::string> notice_;
 };
 

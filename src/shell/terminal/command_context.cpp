@@ -110,7 +110,7 @@ void CommandContext::close(int status) {
 }
 
 void CommandContext::waitForOthers(int status) {
-  if (wasAbandoned) {
+  if (wasAbandoned || endsOthers_) {
     others_->signal(SIGTERM);
   } else {
     complain("Commands of other terminals are at work here; this ends when they have.");

@@ -144,6 +144,8 @@ class CommandContext {
   /// From now on this process carries out the commands of others as well, until the command has
   /// ended and they have. For commands that own the state for long. The error is a sentence.
   std::expected<void, std::string> acceptCommands();
+  /// Ends them as SIGTERM would, at the end of this command.
+  void endOthers() { endsOthers_ = true; }
   /// Other commands work on the same state in this process.
   bool sharesState() const;
 
@@ -190,6 +192,7 @@ class CommandContext {
   std::unique_ptr<HandedCommands> others_;
   std::shared_ptr<void> signals_;  // while it waits for them
   bool isOpen_ = false;
+  bool endsOthers_ = false;
   Changes::Observation notices_;
   bool isSaved_ = true;
   bool hasFinished_ = false;

@@ -21,6 +21,8 @@ std::span<const Command> safetyCommands();    // review, checkpoint, isolate
 std::span<const Command> projectCommands();   // projects, context
 std::span<const Command> hookCommands();      // hooks
 std::span<const Command> settingsCommands();  // settings
+std::span<const Command> serveCommands();     // serve
+std::span<const Command> gatewayCommands();   // gateway
 
 /// In the order in which help lists them.
 std::vector<Command> allCommands();

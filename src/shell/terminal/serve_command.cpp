@@ -1,0 +1,240 @@
+// `vantrell serve`: owns the state without a terminal, for the gateway and for the commands of other
+// processes.
+#include <charconv>
+#include <csignal>
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include "gateway/gateway_module.h"
+#include "platform/files/files.h"
+#include "platform/process/program_runner.h"
+#include "platform/process/service_manager.h"
+#include "platform/terminal/terminal.h"
+#include "platform/text/text.h"
+#include "shell/terminal/command_context.h"
+#include "shell/terminal/command_groups.h"
+
+namespace vantrell::shell {
+
+namespace {
+
+std::string gatewayLine(const PersonalGateway& gateway) {
+  switch (gateway.state().kind) {
+    case GatewayServer::State::Kind::running: return "gateway: " + gateway.baseURL();
+    case GatewayServer::State::Kind::starting: return "gateway: starting";
+    default: break;
+  }
+  return gateway.lastError() ? "gateway: " + *gateway.lastError() : "gateway: off";
+}
+
+/// Says what listens where, whenever that changes.
+class Announcements {
+ public:
+  Announcements(CommandContext& context, GatewayModule& gateway)
+      : context_(context), gateway_(gateway) {
+    observation_ = context.model().changes().observe([this](const ChangeBatch& batch) {
+      if (batch.has(topics::gateway)) tell();
+    });
+    context.console.complain(
+        fmt::format("commands of other terminals: process {}", ::getpid()));
+    tell();
+  }
+
+ private:
+  void tell() {
+    auto line = gatewayLine(gateway_.gateway);
+    if (line == told_) return;
+    context_.console.complain(line);
+    told_ = std::move(line);
+  }
+
+  CommandContext& context_;
+  GatewayModule& gateway_;
+  std::string told_;
+  Changes::Observation observation_;
+};
+
+/// Tells whoever has started this process that everything listens.
+void tellReady(int descriptor) {
+  notifyServiceManager("READY=1");
+  if (descriptor < 0) return;
+  static_cast<void>(::write(descriptor, "ready\n", 6));
+  ::close(descriptor);
+}
+
+void serveUntilStopped(CommandContext& context, int ready) {
+  terminal::leaveOwn();  // it may go to the background, and other commands read that terminal
+  context.open({.refreshesRuntimes = true}, [&](VantrellApp& app) {
+    if (const auto listening = context.acceptCommands(); !listening) {
+      return context.fail(listening.error());
+    }
+    GatewayModule& gateway = app.gateway();
+    gateway.gateway.start();
+    context.keep(std::make_shared<Announcements>(context, gateway));
+    context.keep(context.caller.watchSignals([&context](int) {
+      notifyServiceManager("STOPPING=1");
+      context.endOthers();
+      context.finish(exitStatus::completed);
+    }));
+    tellReady(ready);
+  });
+}
+
+// ---- as a service of the user -------------------------------------------------------------------
+
+/// A word of a unit file: quoted, with what systemd would expand doubled.
+std::string unitWord(std::string_view word) {
+  std::string quoted = "\"";
+  for (const char each : word) {
+    if (each == '"' || each == '\\') quoted += '\\';
+    if (each == '%' || each == '$') quoted += each;
+    quoted += each;
+  }
+  return quoted + "\"";
+}
+
+/// Agents need the network, the user's files and programs, and sandboxes of their own, which
+/// namespaces and most system calls make; what is taken away here none of them needs.
+std::string unitFile(const std::string& program) {
+  return fmt::format(
+      "[Unit]\n"
+      "Description=Vantrell: agents, gateway and commands of this user\n"
+      "\n"
+      "[Service]\n"
+      "Type=notify\n"
+      "ExecStart={} serve\n"
+      "Restart=on-failure\n"
+      "KillMode=mixed\n"
+      "TimeoutStopSec=20\n"
+      "NoNewPrivileges=yes\n"
+      "LockPersonality=yes\n"
+      "RestrictRealtime=yes\n"
+      "RestrictSUIDSGID=yes\n"
+      "\n"
+      "[Install]\n"
+      "WantedBy=default.target\n",
+      unitWord(program));
+}
+
+std::string unitPath() {
+  return files::standardized("systemd/user/vantrell.service", files::configFolder());
+}
+
+/// Runs systemctl, one call after the other, as far as they succeed.
+class SystemctlCalls : public std::enable_shared_from_this<SystemctlCalls> {
+ public:
+  SystemctlCalls(CommandContext& context, std::vector<std::vector<std::string>> calls)
+      : context_(context), calls_(std::move(calls)) {}
+
+  /// `failure`: empty when all went well.
+  void run(std::function<void(std::string failure)> then) {
+    if (next_ == calls_.size()) return then("");
+    const auto& words = calls_[next_++];
+    runner_.run({.options =
+                     [words] {
+                       ProcessOptions options;
+                       options.executable = "/usr/bin/systemctl";
+                       options.arguments = words;
+                       options.arguments.insert(options.arguments.begin(), "--user");
+                       options.environment = currentEnvironment();
+                       options.mergeErrorIntoOutput = true;
+                       return options;
+                     },
+                 .limit = std::chrono::seconds(30),
+                 .input = std::nullopt},
+                [self = shared_from_this(), then](const ProgramRunner::Outcome& outcome) {
+                  if (outcome.status == 0) return self->run(then);
+                  then(std::string(text::trimmed(outcome.output)));
+                });
+  }
+
+ private:
+  CommandContext& context_;
+  BackgroundPool pool_{1};
+  ProgramRunner runner_{context_.main, pool_};
+  const std::vector<std::vector<std::string>> calls_;
+  std::size_t next_ = 0;
+};
+
+void install(CommandContext& context) {
+  const auto path = unitPath();
+  const auto program = terminal::programFolder() + "/vantrell";
+  const auto made = files::createFolders(files::parent(path));
+  const auto written = made ? files::writeAtomically(path, unitFile(program), 0644) : made;
+  if (!written) return context.fail(written.error().description);
+  const auto systemctl = std::make_shared<SystemctlCalls>(
+      context, std::vector<std::vector<std::string>>{{"daemon-reload"},
+                                                     {"enable", "--now", "vantrell.service"}});
+  context.keep(systemctl);
+  systemctl->run([&context, path](const std::string& failure) {
+    if (!failure.empty()) {
+      return context.fail(
+          fmt::format("{}\n{} was written. To start it: systemctl --user daemon-reload && systemctl "
+                      "--user enable --now vantrell.service",
+                      failure, path));
+    }
+    context.console.write(
+        fmt::format("Vantrell serves from now on, and with each of your sessions: {}\n"
+                    "To let it go on after you log out: loginctl enable-linger\n",
+                    path));
+    context.finish(exitStatus::completed);
+  });
+}
+
+void uninstall(CommandContext& context) {
+  const auto path = unitPath();
+  if (!files::exists(path)) return context.fail("The service is not installed.");
+  const auto systemctl = std::make_shared<SystemctlCalls>(
+      context, std::vector<std::vector<std::string>>{{"disable", "--now", "vantrell.service"}});
+  context.keep(systemctl);
+  systemctl->run([&context, path](const std::string& failure) {
+    if (!failure.empty()) context.complain(failure);
+    if (::unlink(path.c_str()) != 0) {
+      return context.fail(fmt::format("{} could not be removed.", path));
+    }
+    context.console.write(fmt::format("{} is removed.\n", path));
+    context.finish(failure.empty() ? exitStatus::completed : exitStatus::failed);
+  });
+}
+
+// ---- the command --------------------------------------------------------------------------------
+
+constexpr std::string_view installName = "--install", uninstallName = "--uninstall",
+                           readyName = "--ready-fd";
+
+void serve(CommandContext& context) {
+  if (context.arguments.has(installName)) return install(context);
+  if (context.arguments.has(uninstallName)) return uninstall(context);
+  const auto ready = context.arguments.count(readyName);
+  if (ready && ::fcntl(static_cast<int>(*ready), F_SETFD, FD_CLOEXEC) != 0) {
+    return context.misused(fmt::format("{} names no open descriptor.", readyName));
+  }
+  serveUntilStopped(context, ready ? static_cast<int>(*ready) : -1);
+}
+
+constexpr CommandOption options[] = {
+    {readyName, "N", "write a line to this descriptor when everything listens", {}, true},
+    {installName, "", "start it with each of your sessions, by systemd, and now"},
+    {uninstallName, "", "end it, and start it no more"},
+};
+
+constexpr Command commands[] = {
+    {.name = "serve",
+     .summary = "own the state without a terminal: for the gateway and other terminals",
+     .options = options,
+     .begin = serve,
+     .introduction =
+         "Owns the state until it is stopped by Ctrl-C or SIGTERM. Every other vantrell command\n"
+         "then works in it, as if it ran alone: any number of them at a time. The gateway listens\n"
+         "if it is on (vantrell gateway). What listens is said on the error output.",
+     .staysHere = true},
+};
+
+}  // namespace
+
+std::span<const Command> serveCommands() {
+  return commands;
+}
+
+}  // namespace vantrell::shell
