@@ -13,7 +13,6 @@
 #include "platform/text/text.h"
 #include "records/stores/workspace_store.h"
 #include "runtimes/catalog/permission_mode_texts.h"
-#include "shell/terminal/handed_commands.h"
 #include "shell/terminal/task_lookup.h"
 
 namespace vantrell::shell {
@@ -200,7 +199,8 @@ void CommandContext::open(VantrellOptions options, const std::function<void(Vant
 
 std::expected<void, std::string> CommandContext::acceptCommands() {
   if (caller.app || others_) return {};  // the process does so already
-  auto listening = HandedCommands::listen(main, app());
+  if (!caller.acceptCommands) return {};
+  auto listening = caller.acceptCommands(app());
   if (!listening) return std::unexpected(std::move(listening.error()));
   others_ = *std::move(listening);
   return {};

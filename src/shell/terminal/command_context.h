@@ -31,6 +31,18 @@ struct StateView {
   Date now;
 };
 
+/// Commands of other processes that this one carries out. Main queue.
+class OtherCommands {
+ public:
+  virtual ~OtherCommands() = default;
+  virtual bool areOver() const = 0;
+  /// Gives each of them a signal, as if it had been sent to its caller. New ones are refused from
+  /// now on.
+  virtual void signal(int number) = 0;
+  /// Called when the last one has ended. It may destroy this object.
+  std::function<void()> whenOver;
+};
+
 /// Who has typed the command, and where.
 struct Caller {
   int input = 0;
@@ -46,9 +58,11 @@ struct Caller {
   /// The state, where the process that carries the command out owns it already; null: the command
   /// opens it, and closes it at its end.
   VantrellApp* app = nullptr;
+  /// Else: begins to carry out the commands of other processes, with the state that was opened. The
+  /// error is a sentence.
+  std::function<std::expected<std::unique_ptr<OtherCommands>, std::string>(VantrellApp&)>
+      acceptCommands{};
 };
-
-class HandedCommands;
 
 class CommandContext {
  public:
@@ -189,7 +203,7 @@ class CommandContext {
   const std::function<void(int)> ended_;
   std::unique_ptr<BackgroundPool> pool_;
   std::unique_ptr<VantrellApp> app_;
-  std::unique_ptr<HandedCommands> others_;
+  std::unique_ptr<OtherCommands> others_;
   std::shared_ptr<void> signals_;  // while it waits for them
   bool isOpen_ = false;
   bool endsOthers_ = false;

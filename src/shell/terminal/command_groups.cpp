@@ -7,7 +7,8 @@ std::vector<Command> allCommands() {
   for (const auto group :
        {runCommands(), compareCommands(), mediaCommands(), providerCommands(), modelCommands(),
         routeCommands(), taskListCommands(), taskShowCommands(), taskEditCommands(), diffCommands(),
-        safetyCommands(), projectCommands(), hookCommands(), settingsCommands(), serveCommands(), gatewayCommands()}) {
+        safetyCommands(), projectCommands(), hookCommands(), settingsCommands(), serveCommands(),
+        gatewayCommands()}) {
     all.insert(all.end(), group.begin(), group.end());
   }
   return all;

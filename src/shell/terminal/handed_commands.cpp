@@ -16,8 +16,6 @@ std::expected<std::unique_ptr<HandedCommands>, std::string> HandedCommands::list
   return handed;
 }
 
-HandedCommands::~HandedCommands() = default;
-
 void HandedCommands::begin(std::shared_ptr<IncomingCommand> incoming) {
   if (isEnding_)
     return incoming->refuse("The Vantrell that is running is about to end. Try again.");

@@ -9,28 +9,18 @@
 #include <string>
 
 #include "app/control/command_server.h"
-
-namespace vantrell {
-class VantrellApp;
-}
+#include "shell/terminal/command_context.h"
 
 namespace vantrell::shell {
 
-class CommandContext;
-
-class HandedCommands {
+class HandedCommands final : public OtherCommands {
  public:
   /// The app must outlive it. The error is a sentence.
   static std::expected<std::unique_ptr<HandedCommands>, std::string> listen(MainQueue& main,
                                                                             VantrellApp& app);
-  ~HandedCommands();
 
-  bool areOver() const { return commands_.empty(); }
-  /// Called when the last one has ended. It may destroy this object.
-  std::function<void()> whenOver;
-  /// Gives each of them a signal, as if it had been sent to its caller. New ones are refused from
-  /// now on.
-  void signal(int number);
+  bool areOver() const override { return commands_.empty(); }
+  void signal(int number) override;
 
  private:
   struct Handed {

@@ -12,6 +12,7 @@
 #include "platform/terminal/terminal.h"
 #include "records/values/application.h"
 #include "shell/terminal/begin_command.h"
+#include "shell/terminal/handed_commands.h"
 
 using namespace vantrell;
 using namespace vantrell::shell;
@@ -52,6 +53,7 @@ int main(int count, char** words) {
                 .watchSignals = [&loop](std::function<void(int)> handler) -> std::shared_ptr<void> {
                   return loop.watchSignals({SIGINT, SIGTERM, SIGHUP}, std::move(handler));
                 }};
+  caller.acceptCommands = [&loop](VantrellApp& app) { return HandedCommands::listen(loop, app); };
   if (invocation && canBeHandedOver(*invocation)) {
     if (const auto status = handOverTo(UserFolders{}.orOwn(), arguments, caller)) return *status;
   }

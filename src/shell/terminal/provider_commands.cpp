@@ -281,7 +281,9 @@ constexpr Command commands[] = {
      "Runs the log-in of the provider's program here: you see its codes and links and answer\n"
      "its questions. Vantrell itself never sees a password or a key. local and tasklet have\n"
      "no log-in.",
-     "Exit status: 0 it ended without an error, 1 failed, 2 wrong usage, 130 stopped."},
+     "Exit status: 0 it ended without an error, 1 failed, 2 wrong usage, 130 stopped.",
+     {},
+     true},
     {"usage", "[PROVIDER]", "how much of each provider's allowance is used", usageOptions, usage,
      "Shows what is known of the providers' allowances, of all or of one. Codex is asked;\n"
      "the others report nothing, or only during a task.",

@@ -1,5 +1,5 @@
-// What there is to see of one run. Called by ConversationJob; the printers implement it. Main queue;
-// must not call the engine.
+// What there is to see of one run. Called by ConversationJob; the printers implement it. Main
+// queue; must not call the engine.
 #pragma once
 
 #include <optional>

@@ -1,5 +1,5 @@
-// `vantrell serve`: owns the state without a terminal, for the gateway and for the commands of other
-// processes.
+// `vantrell serve`: owns the state without a terminal, for the gateway and for the commands of
+// other processes.
 #include <charconv>
 #include <csignal>
 #include <fcntl.h>
@@ -20,9 +20,9 @@ namespace vantrell::shell {
 namespace {
 
 std::string gatewayLine(const PersonalGateway& gateway) {
-  switch (gateway.state().kind) {
-    case GatewayServer::State::Kind::running: return "gateway: " + gateway.baseURL();
-    case GatewayServer::State::Kind::starting: return "gateway: starting";
+  switch (gateway.state().phase) {
+    case GatewayServer::Phase::listening: return "gateway: " + gateway.baseURL();
+    case GatewayServer::Phase::starting: return "gateway: starting";
     default: break;
   }
   return gateway.lastError() ? "gateway: " + *gateway.lastError() : "gateway: off";
@@ -36,8 +36,7 @@ class Announcements {
     observation_ = context.model().changes().observe([this](const ChangeBatch& batch) {
       if (batch.has(topics::gateway)) tell();
     });
-    context.console.complain(
-        fmt::format("commands of other terminals: process {}", ::getpid()));
+    context.console.complain(fmt::format("commands of other terminals: process {}", ::getpid()));
     tell();
   }
 
@@ -132,12 +131,12 @@ class SystemctlCalls : public std::enable_shared_from_this<SystemctlCalls> {
     if (next_ == calls_.size()) return then("");
     const auto& words = calls_[next_++];
     runner_.run({.options =
-                     [words] {
+                     [words, environment = context_.caller.environment] {
                        ProcessOptions options;
                        options.executable = "/usr/bin/systemctl";
                        options.arguments = words;
                        options.arguments.insert(options.arguments.begin(), "--user");
-                       options.environment = currentEnvironment();
+                       options.environment = environment;
                        options.mergeErrorIntoOutput = true;
                        return options;
                      },
@@ -169,10 +168,10 @@ void install(CommandContext& context) {
   context.keep(systemctl);
   systemctl->run([&context, path](const std::string& failure) {
     if (!failure.empty()) {
-      return context.fail(
-          fmt::format("{}\n{} was written. To start it: systemctl --user daemon-reload && systemctl "
-                      "--user enable --now vantrell.service",
-                      failure, path));
+      return context.fail(fmt::format(
+          "{}\n{} was written. To start it: systemctl --user daemon-reload && systemctl "
+          "--user enable --now vantrell.service",
+          failure, path));
     }
     context.console.write(
         fmt::format("Vantrell serves from now on, and with each of your sessions: {}\n"
