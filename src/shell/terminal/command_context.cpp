@@ -101,10 +101,10 @@ void CommandContext::close(int status) {
   answers_.reset();
   reading_.reset();
   hiding_.reset();
-  const auto then = [this, status] { closeState(status, main.uptime() + waitForGitUnsaid); };
-  if (!pool_) return then();
+  const auto tellsOfGit = main.uptime() + waitForGitUnsaid;
+  if (!pool_) return closeState(status, tellsOfGit);
   // What goes on there uses what the command keeps.
-  pool_->post([this, then] { main.post(then); });
+  inBackground([] {}, [=, this] { closeState(status, tellsOfGit); });
 }
 
 void CommandContext::closeState(int status, Duration tellsOfGit) {
