@@ -109,16 +109,13 @@ void CommandContext::close(int status) {
 }
 
 void CommandContext::waitForOthers(int status) {
-  if (wasAbandoned || endsOthers_) {
-    others_->signal(SIGTERM);
-  } else {
-    complain("Commands of other terminals are at work here; this ends when they have.");
-  }
-  signals_ = caller.watchSignals([this](int) { others_->signal(SIGTERM); });
   others_->whenOver = [this, status] {
     signals_.reset();
     closeState(status, main.uptime() + waitForGitUnsaid);
   };
+  signals_ = caller.watchSignals([this](int) { others_->signal(SIGTERM); });
+  if (wasAbandoned || endsOthers_) return others_->signal(SIGTERM);
+  complain("Commands of other terminals are at work here; this ends when they have.");
 }
 
 void CommandContext::closeState(int status, Duration tellsOfGit) {
