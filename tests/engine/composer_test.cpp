@@ -303,11 +303,10 @@ TEST_F(Composer, ChangeOfProviderSendsACapsuleOnce) {
   EXPECT_THAT(capsule, EndsWith("PROJECT CONTEXT\nNo project-level context was configured."));
   EXPECT_EQ(texts().back(), "Switched this task from Kimi to GLM with visible context attached.");
   // A report of the replaced client that is still on its way counts for its own provider.
-  const auto ofGLM = model->catalog->options(AgentProvider::glm);
   clients.front()->onModelOptionsUpdate(
       {ProviderModelOption::defaultOption({}), {"k2", "K2", "", true, {}}});
   EXPECT_EQ(model->catalog->options(AgentProvider::kimi).at(1).id, "k2");
-  EXPECT_EQ(model->catalog->options(AgentProvider::glm), ofGLM);
+  EXPECT_FALSE(model->catalog->providerModelOptions().contains(AgentProvider::glm));
   client().finishes();
   send("And on");
   EXPECT_THAT(client().prompts.at(1), StartsWith("RESPONSE STYLE"));
