@@ -41,12 +41,12 @@ int compareWithCopying(const Line& line) {
   const auto found = bench::compare(
       200,
       [&] {
-        return bench::timed([&] {
+        return bench::processorTimed([&] {
           for (int i = 0; i < linesInRound; ++i) used += json::parse(line.text)->asObject()->size();
         });
       },
       [&] {
-        return bench::timed([&] {
+        return bench::processorTimed([&] {
           for (int i = 0; i < linesInRound; ++i) used += Json(value).asObject()->size();
         });
       });
