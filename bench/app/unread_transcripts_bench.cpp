@@ -43,7 +43,7 @@ class MeasuredQueue final : public MainQueue {
   /// The longest piece of work until the condition holds.
   bench::Clock::duration longestUntil(const std::function<bool()>& condition) {
     longest_ = {};
-    if (!inner_.runUntil(condition)) std::abort();
+    if (!inner_.runUntil(condition, std::chrono::minutes(2))) std::abort();
     inner_.runReady();
     return longest_;
   }
