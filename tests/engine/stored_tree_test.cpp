@@ -348,6 +348,30 @@ TEST_F(SlowWriter, WorkOnATranscriptWaitsForItWhereverTheTaskGoes) {
   EXPECT_EQ(WorkspaceStore(*defaults_, folder_.path()).load(Date(1)), tree_.workspaces());
 }
 
+TEST_F(SlowWriter, StoreThatWasMendedIsToldAndWrittenAgain) {
+  const TemporaryFolder folder;
+  {
+    WorkspaceStore store(*defaults_, folder.path());
+    ASSERT_TRUE(store.save(store.load(Date(1))));
+  }
+  std::string content = folder.contentOf(folder / "conversations.sqlite");
+  content.replace(32, 8, std::string("\0\0\x7F\xFF\0\0\0\5", 8));  // its list of free pages
+  folder.file("conversations.sqlite", content);
+  WorkspaceStore store(*defaults_, folder.path());
+  WorkspaceTree tree(main_, store, changes_);
+  tree.load();
+  std::string told;
+  const auto observation = changes_.observe([&](const ChangeBatch& batch) {
+    EXPECT_TRUE(batch.saveFailures.empty());
+    for (const auto& notice : batch.notices) told += notice;
+  });
+  const auto& general = tree.workspaces()[0];
+  tree.appendSystemEntry(std::string(100'000, 'd'), {general.id, general.threads[0].id});
+  main_.runReady();
+  EXPECT_TRUE(told.contains("have been mended")) << told;
+  EXPECT_EQ(WorkspaceStore(*defaults_, folder.path()).load(Date(1)), tree.workspaces());
+}
+
 TEST_F(SlowWriter, FlushOnAThreadOfItsOwnLeavesAllOnTheDisk) {
   BackgroundPool pool(1);
   WorkspaceStore store(*defaults_, folder_.path());
