@@ -103,6 +103,30 @@ TEST_F(SessionControlsTest, AModelTakesItsEffortsAndANewClient) {
   EXPECT_FALSE(thread().providerModelIDs) << "the usual one is no choice";
 }
 
+TEST_F(SessionControlsTest, ChoicesForTheTurnsOfOneConversationReachNoOther) {
+  others = {codex};
+  start();
+  const auto other = key;
+  model->operations->newThread(key.workspaceID);
+  key = *model->selection.key();
+  model->controls.chooseForTurns(
+      key,
+      {.provider = codex, .permissionMode = GrokPermissionMode::auto_, .executable = "/opt/codex"});
+  for (const auto& each : {key, other}) {
+    SCOPED_TRACE(each == key ? "chosen" : "other");
+    model->composer->send("Go", {}, each);
+    main.runReady();
+    ASSERT_FALSE(contexts.empty());
+    const auto& context = contexts.back();
+    EXPECT_EQ(context.permissionMode,
+              each == key ? GrokPermissionMode::auto_ : GrokPermissionMode::ask);
+    EXPECT_EQ(context.executable,
+              each == key ? std::optional<std::string>("/opt/codex") : std::nullopt);
+    EXPECT_EQ(model->executions.find(each)->activeProvider, each == key ? codex : kimi);
+  }
+  EXPECT_EQ(model->settings.permissionMode(), GrokPermissionMode::ask);
+}
+
 TEST_F(SessionControlsTest, AStoredModelThatIsGoneShowsTheEffortsOfTheUsualOne) {
   startOn("codex");
   model->tree.updateThread(

@@ -16,7 +16,10 @@ namespace vantrell::tests {
 
 class TerminalProgram : public ProcessTest {
  protected:
-  TerminalProgram() { project = home.folder("project"); }
+  TerminalProgram() {
+    project = home.folder("project");
+    home.folder("runtime");
+  }
 
   ProcessOptions vantrell(std::vector<std::string> arguments) const {
     return {.executable = terminal::programFolder() + "/vantrell",
@@ -27,7 +30,8 @@ class TerminalProgram : public ProcessTest {
                             {"TERM", "xterm"},
                             {"XDG_DATA_HOME", home / "data"},
                             {"XDG_CONFIG_HOME", home / "config"},
-                            {"XDG_STATE_HOME", home / "state"}},
+                            {"XDG_STATE_HOME", home / "state"},
+                            {"XDG_RUNTIME_DIR", home / "runtime"}},
             .workingFolder = project};
   }
   /// `vantrell run --practice` and these, without any input.

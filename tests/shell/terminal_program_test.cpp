@@ -308,34 +308,6 @@ TEST_F(TerminalProgram, AgentThatIsKilledFailsTheRunWithItsLastWord) {
   expectNothingLeft();
 }
 
-TEST_F(TerminalProgram, SecondStartWhileOneRunsChangesNothing) {
-  const auto first = start(practice({"SLOW:0.05"}));
-  awaitOutput(*first, "tick");
-  const auto second = runPractice({"SAY:me too"});
-  EXPECT_EQ(code(second), 1);
-  EXPECT_EQ(second->output, "");
-  EXPECT_TRUE(second->error.contains("Vantrell is already running (process " +
-                                     std::to_string(first->process->processID()) + ")"))
-      << second->error;
-  ::kill(static_cast<pid_t>(first->process->processID()), SIGINT);
-  EXPECT_EQ(code(finish(first)), 130);
-}
-
-TEST_F(TerminalProgram, LookingIsPossibleWhileARunIsAtWork) {
-  const auto first = start(practice({"SLOW:0.05"}));
-  awaitOutput(*first, "tick");
-  const auto tasks = run(vantrell({"tasks", "--json"}));
-  EXPECT_EQ(code(tasks), 0) << tasks->error;
-  ASSERT_EQ(events(tasks).size(), 2U) << tasks->output;  // the other is General's empty one
-  EXPECT_EQ(json::textOr(events(tasks)[0], "status", ""), "running");
-  const std::string id = json::textOr(events(tasks)[0], "threadID", "");
-  EXPECT_TRUE(run(vantrell({"show", id}))->output.contains("SLOW:0.05"));
-  EXPECT_EQ(code(run(vantrell({"search", "slow"}))), 0);
-  EXPECT_EQ(code(run(vantrell({"rename", id, "Another"}))), 1) << "changing takes the state itself";
-  ::kill(static_cast<pid_t>(first->process->processID()), SIGINT);
-  EXPECT_EQ(code(finish(first)), 130);
-}
-
 TEST_F(TerminalProgram, ReaderThatGoesAwayStopsTheTaskQuietly) {
   auto options = practice({});
   options.arguments = {"-c", "\"$0\" run --practice SLOW:0.05 | head -n 1; exit ${PIPESTATUS[0]}",

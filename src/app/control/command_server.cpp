@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <csignal>
 #include <fcntl.h>
+#include <filesystem>
 #include <fmt/format.h>
 #include <unistd.h>
 #include <vector>
 
+#include "platform/files/files.h"
 #include "platform/files/files_system.h"
 #include "platform/sockets/local_socket.h"
 #include "platform/terminal/terminal.h"
@@ -77,6 +79,7 @@ class Server final : public CommandServer {
   std::expected<void, std::string> listen(MainQueue& main) {
     const auto path = controlSocketOf(::getpid());
     if (!path) return std::unexpected(path.error());
+    sweep(files::parent(*path));
     auto server = LocalSocketServer::listen(
         main, *path, [handler = handler_](const auto& connection) { take(connection, handler); });
     if (!server) return std::unexpected(std::move(server.error()));
@@ -85,6 +88,15 @@ class Server final : public CommandServer {
   }
 
  private:
+  /// Removes the sockets of processes that were killed.
+  static void sweep(const std::string& folder) {
+    std::error_code ignored;
+    for (const auto& entry : std::filesystem::directory_iterator(folder, ignored)) {
+      const auto& path = entry.path();
+      if (path.extension() == ".sock" && !localSocket::connect(path)) ::unlink(path.c_str());
+    }
+  }
+
   static void take(const std::shared_ptr<Connection>& connection,
                    const std::shared_ptr<Handler>& handler) {
     const auto incoming = std::make_shared<Incoming>(connection);

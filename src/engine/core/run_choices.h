@@ -19,6 +19,9 @@ struct RunChoices {
   std::optional<std::string> executable;
   /// Path of the practice agent, which then stands in for local models.
   std::optional<std::string> practiceAgent;
+  /// A front end drives the conversation, though it may not have sent its prompt yet: no other takes
+  /// it for a new one.
+  bool isDriven = false;
 
   bool operator==(const RunChoices&) const = default;
 };

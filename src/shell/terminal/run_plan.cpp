@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "engine/core/execution_table.h"
 #include "engine/core/selection.h"
 #include "engine/core/settings.h"
 #include "engine/core/workspace_tree.h"
@@ -48,9 +49,11 @@ std::optional<std::string> contradiction(const CommandArguments& arguments, bool
   return std::nullopt;
 }
 
-/// Nothing was made of it: it has not even a title, as a task has that waits for its first run.
-bool isUntouched(const ChatThread& thread) {
-  return thread.runs.empty() && thread.entries.empty() && !thread.draftText &&
+/// Nothing was made of it, and no other command is about to: it has not even a title, as a task has
+/// that waits for its first run.
+bool isUntouched(const AppModel& model, const Uuid& project, const ChatThread& thread) {
+  return !model.executions().choicesFor(ThreadExecutionKey{project, thread.id}).isDriven &&
+         thread.runs.empty() && thread.entries.empty() && !thread.draftText &&
          (thread.title == newTaskTitle || thread.title == newChatTitle);
 }
 
@@ -165,7 +168,8 @@ std::expected<std::optional<ThreadExecutionKey>, UsageError> existingTask(const 
   });
   if (project == workspaces.end()) return std::nullopt;
   const auto first = std::ranges::find(project->threads, false, &ChatThread::isArchived);
-  if (first == project->threads.end() || !isUntouched(*first)) return std::nullopt;
+  if (first == project->threads.end() || !isUntouched(model, project->id, *first))
+    return std::nullopt;
   return ThreadExecutionKey{project->id, first->id};
 }
 
@@ -182,7 +186,7 @@ std::expected<ThreadExecutionKey, UsageError> openTask(AppModel& model, const Ru
     if (!added) return usageError(added.error().sentence);
     const auto key = model.selection().key();
     const ChatThread* thread = key ? model.tree().thread(*key) : nullptr;
-    if (!thread || !isUntouched(*thread)) {
+    if (!thread || !isUntouched(model, key->workspaceID, *thread)) {
       const auto made = model.operations().newThread(model.selection().workspaceID());
       if (!made) return usageError(made.error().sentence);
     }
@@ -207,7 +211,8 @@ RunChoices runChoicesOf(const RunPlan& plan) {
           .permissionMode = plan.mode,
           .workflowMode = plan.workflow,
           .executable = plan.executable,
-          .practiceAgent = plan.practiceAgent};
+          .practiceAgent = plan.practiceAgent,
+          .isDriven = true};
 }
 
 void whetherAvailable(CommandContext& context, VantrellApp& app, AgentProvider provider,
