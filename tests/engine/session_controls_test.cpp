@@ -111,7 +111,7 @@ TEST_F(SessionControlsTest, ChoicesForTheTurnsOfOneConversationReachNoOther) {
   key = *model->selection.key();
   model->controls.chooseForTurns(
       key,
-      {.provider = codex, .permissionMode = GrokPermissionMode::auto_, .executable = "/opt/codex"});
+      {.provider = kimi, .permissionMode = GrokPermissionMode::auto_, .executable = "/opt/kimi"});
   for (const auto& each : {key, other}) {
     SCOPED_TRACE(each == key ? "chosen" : "other");
     model->composer->send("Go", {}, each);
@@ -121,8 +121,8 @@ TEST_F(SessionControlsTest, ChoicesForTheTurnsOfOneConversationReachNoOther) {
     EXPECT_EQ(context.permissionMode,
               each == key ? GrokPermissionMode::auto_ : GrokPermissionMode::ask);
     EXPECT_EQ(context.executable,
-              each == key ? std::optional<std::string>("/opt/codex") : std::nullopt);
-    EXPECT_EQ(model->executions.find(each)->activeProvider, each == key ? codex : kimi);
+              each == key ? std::optional<std::string>("/opt/kimi") : std::nullopt);
+    EXPECT_EQ(model->executions.find(each)->activeProvider, each == key ? kimi : codex);
   }
   EXPECT_EQ(model->settings.permissionMode(), GrokPermissionMode::ask);
 }
