@@ -99,7 +99,7 @@ TEST_F(TerminalProgram, WrongUsageIsToldBeforeAnythingIsChanged) {
     EXPECT_TRUE(done->error.starts_with("vantrell: ")) << done->error;
     EXPECT_TRUE(done->error.contains(part)) << done->error;
   }
-  EXPECT_EQ(home.names(), std::set<std::string>{"project"});
+  EXPECT_EQ(home.names(), (std::set<std::string>{"project", "runtime"}));
 }
 
 TEST_F(TerminalProgram, WorksInNoFolderThatIsGoneOrHasNoNameInUtf8) {
