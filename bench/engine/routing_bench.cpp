@@ -70,7 +70,7 @@ int main() {
   tree.load();
   UsageTracker usage(main, changes, ledgers, nullptr);
   ProviderSetup setup({settings, tree, selection, executions, runs, providers});
-  Router router({main, settings, tree, selection, executions, runs, setup, usage});
+  Router router({settings, tree, executions, runs, setup, usage});
 
   const Workspace& general = tree.workspaces().front();
   const ThreadExecutionKey key{general.id, general.threads.front().id};
