@@ -16,6 +16,7 @@ import time
 import traceback
 from pathlib import Path
 
+import serve_cases  # adds its cases
 from cases import CASES
 from model_server import ModelServer
 from programs import PROGRAMS, Unavailable, cache_folder
