@@ -69,6 +69,11 @@ VantrellApp::~VantrellApp() {
   model_.reset();
 }
 
+bool VantrellApp::flush() {
+  const bool isModelSaved = model_->flush();
+  return (!gateway_ || gateway_->store.flush()) && isModelSaved;
+}
+
 GatewayModule& VantrellApp::gateway() {
   if (!gateway_) {
     gateway_ = std::make_unique<GatewayModule>(

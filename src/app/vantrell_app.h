@@ -65,6 +65,9 @@ class VantrellApp {
   /// start() is called.
   GatewayModule& gateway();
 
+  /// Waits until all that was changed is on the disk; false when some of it could not be written.
+  bool flush();
+
   SystemProviderServices& services() { return services_; }
   const SystemProviderServices& services() const { return services_; }
 

@@ -216,7 +216,8 @@ GatewayResult<> appendBlocks(Json::Array& messages, const std::string& role,
     } else if (!isOneOf(type, {"thinking", "redacted_thinking"})) {  // the model's own, returned
       const auto piece = blockText(block);
       if (!piece) return std::unexpected(piece.error());
-      append(text ? *text : text.emplace(), *piece, !text || text->empty());
+      const bool isFirst = !text;
+      append(isFirst ? text.emplace() : *text, *piece, isFirst);
     }
   }
   if (!text && toolCalls.empty()) return {};

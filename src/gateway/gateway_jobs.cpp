@@ -61,8 +61,15 @@ void GatewayJobs::load() {
 
 // ---- the queue ----------------------------------------------------------------------------------
 
+void GatewayJobs::begin() {
+  hasBegun_ = true;
+  processNextJob();
+}
+
 void GatewayJobs::processNextJob() {
-  if (isEnding_ || activeJobID_ || isPreparing_ || !core_.keys.configuration().enabled) return;
+  if (!hasBegun_ || isEnding_ || activeJobID_ || isPreparing_ ||
+      !core_.keys.configuration().enabled)
+    return;
   const auto next = history_.nextQueued();
   if (!next) return;
   isPreparing_ = true;

@@ -44,6 +44,9 @@ class GatewayJobs : public std::enable_shared_from_this<GatewayJobs>,
 
   /// Reads what is stored and settles what an earlier process left at work. Nothing starts.
   void load();
+  /// From now on jobs are started: for the process that serves. A command that only cancels one
+  /// must not begin another, which would end with it.
+  void begin();
   /// Starts the next job, unless one runs or the gateway is off. Called when the gateway is turned
   /// on; otherwise it follows by itself.
   void processNextJob();
@@ -105,6 +108,7 @@ class GatewayJobs : public std::enable_shared_from_this<GatewayJobs>,
   std::optional<Uuid> activeJobID_;
   std::size_t outputLength_ = 0;  // of the job at work, in characters
   bool isPreparing_ = false;      // the next one's provider
+  bool hasBegun_ = false;
   bool isEnding_ = false;
   Timer saveTimer_;
   Timer lossTimer_;  // of a client that went away and has not said why

@@ -116,7 +116,9 @@ class GatewayServer::Impl : public std::enable_shared_from_this<Impl> {
   struct Connection {
     std::shared_ptr<TcpConnection> tcp;
     RequestReader reader;
+    std::size_t served = 0;        // bytes of its request, while the main queue has it
     std::size_t unsent = 0;        // bytes of its response
+    bool isBroken = false;         // while served: its request still counts until it is answered
     std::uint64_t lastActive = 0;  // a count, not a time
     List* list = nullptr;          // null once it is closed
     List::iterator place{};        // in the list
@@ -182,6 +184,7 @@ class GatewayServer::Impl : public std::enable_shared_from_this<Impl> {
 
   void listenOn(const std::shared_ptr<TcpListener>& listener) {
     accepting_ = listener;
+    listener->setPaused(isFull_);
     const auto accept = [](Impl& self, std::shared_ptr<TcpConnection> tcp) {
       self.accept(std::move(tcp));
     };
@@ -221,15 +224,21 @@ class GatewayServer::Impl : public std::enable_shared_from_this<Impl> {
     }
     readingBytes_ -= from.reader.size();
     move(from, serving_);
+    auto request = from.reader.take();
+    from.served = request.body.size() + request.headers.size() * bytesOfHeader;
+    servingBytes_ += from.served;
     auto answer = std::make_shared<Answer>(weak_from_this(), *from.place);
-    main_.post(weakly(this, [request = from.reader.take(), answer](Impl& self) mutable {
+    main_.post(weakly(this, [request = std::move(request), answer](Impl& self) mutable {
       self.serve(std::move(request), answer);
     }));
     updatePause();
   }
 
   void ended(Connection& from, bool isBroken) {
-    if (isBroken) {
+    if (isBroken && from.list == &serving_) {
+      from.isBroken = true;
+      from.tcp->close();
+    } else if (isBroken) {
       if (from.list) close(from);
     } else if (from.list == &reading_) {
       refuse(from, endedEarly());
@@ -246,6 +255,8 @@ class GatewayServer::Impl : public std::enable_shared_from_this<Impl> {
 
   void answer(Connection& to, const GatewayResponse& response,
               void (Impl::*then)(Connection&) = &Impl::close) {
+    servingBytes_ -= std::exchange(to.served, 0);
+    if (to.isBroken) return close(to);
     auto text = httpText(response);
     move(to, answered_);
     to.unsent = text.size();
@@ -292,6 +303,7 @@ class GatewayServer::Impl : public std::enable_shared_from_this<Impl> {
     const auto kept = *connection.place;
     if (kept->list == &reading_) readingBytes_ -= kept->reader.size();
     if (kept->list == &answered_) answeredBytes_ -= kept->unsent;
+    servingBytes_ -= std::exchange(kept->served, 0);
     kept->tcp->close();
     kept->list->erase(kept->place);
     kept->list = nullptr;
@@ -303,9 +315,10 @@ class GatewayServer::Impl : public std::enable_shared_from_this<Impl> {
     while (!list.empty()) close(*list.front());
   }
 
-  /// Nothing is accepted while all connections wait for the gateway itself.
+  /// Nothing is accepted while all connections wait for the gateway itself, or their requests fill
+  /// the memory that there is for them.
   void updatePause() {
-    const bool isFull = serving_.size() >= mostConnections;
+    const bool isFull = serving_.size() >= mostConnections || servingBytes_ >= mostBytes;
     if (std::exchange(isFull_, isFull) == isFull) return;
     if (const auto listener = accepting_.lock()) listener->setPaused(isFull);
   }
@@ -319,11 +332,13 @@ class GatewayServer::Impl : public std::enable_shared_from_this<Impl> {
   const SerialQueue queue_;
   std::weak_ptr<TcpListener> accepting_;
   // Each with the one that has been silent longest first.
+  static constexpr std::size_t bytesOfHeader = 128;  // a name and a value, as they are kept
   List reading_;
   List serving_;   // the main queue has the request
   List answered_;  // until the response has gone out
   std::size_t count_ = 0;
   std::size_t readingBytes_ = 0;
+  std::size_t servingBytes_ = 0;
   std::size_t answeredBytes_ = 0;
   std::uint64_t activity_ = 0;
   bool isFull_ = false;

@@ -19,6 +19,8 @@ PersonalGateway::~PersonalGateway() {
 }
 
 void PersonalGateway::start() {
+  isServing_ = true;
+  core_.jobs.begin();
   std::ignore = apply();  // lastError() has it
 }
 
@@ -50,6 +52,7 @@ std::string PersonalGateway::baseURL() const {
 Result<> PersonalGateway::apply() {
   const auto& configuration = core_.keys.configuration();
   core_.changes.mark(topics::gateway);
+  if (!isServing_) return {};
   if (!configuration.enabled) {
     core_.server.stop();
     return {};

@@ -33,14 +33,16 @@ class PersonalGateway {
   PersonalGateway(const PersonalGateway&) = delete;
   PersonalGateway& operator=(const PersonalGateway&) = delete;
 
-  /// Listens if the configuration says so, and starts the next job. At the start of the program,
-  /// when keys and jobs have been loaded.
+  /// Listens if the configuration says so, and starts the next job, from now on whenever that
+  /// changes: for the process that serves, when keys and jobs have been loaded.
   void start();
+  bool isServing() const { return isServing_; }
   /// Takes no more requests; the configuration stays. Jobs are GatewayJobs::endAllWork()'s.
   void stop();
 
-  // Stored at once. Refused with the system's reason where it cannot listen so; the choice is kept.
-  // A job at work goes on when the gateway is turned off, and no other starts.
+  // Stored at once; where this process does not serve, with no other effect. Refused with the
+  // system's reason where it cannot listen so; the choice is kept. A job at work goes on when the
+  // gateway is turned off, and no other starts.
 
   Result<> setEnabled(bool enabled);
   Result<> setListenMode(GatewayListenMode mode);
@@ -59,6 +61,7 @@ class PersonalGateway {
   void handle(GatewayRequest request, const GatewayServer::Respond& respond);
 
   const Dependencies core_;
+  bool isServing_ = false;
   std::optional<std::string> lastError_;
 };
 

@@ -53,7 +53,7 @@ class GatewayFixture : public ::testing::Test {
     EXPECT_TRUE(Process::waitForAll(std::chrono::seconds(20)));
   }
 
-  void start() {
+  void start(bool serves = true) {
     gateway = std::make_unique<GatewayModule>(GatewayModule::Dependencies{
         main, changes, tree, settings, providers, pool, folder / "data"});
     gateway->load();
@@ -61,15 +61,15 @@ class GatewayFixture : public ::testing::Test {
     jobs = gateway->jobs.get();
     store = &gateway->store;
     keys->setEnabled(true);
+    if (serves) jobs->begin();
   }
   /// After a kill at this moment: what is on the disk is what a new process finds.
-  void restart() {
+  void restart(bool serves = true) {
     EXPECT_TRUE(store->flush());
     const auto stored = folder.contentOf(jobsFile);
     gateway.reset();
     folder.file("data/personal-gateway-jobs.json", stored);
-    start();
-    jobs->processNextJob();
+    start(serves);
   }
 
   Caller makeKey(const std::string& name, std::set<AgentProvider> allowed,

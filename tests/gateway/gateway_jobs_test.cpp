@@ -189,6 +189,19 @@ TEST_F(GatewayJobsTest, GatewayThatIsOffStartsNothing) {
   await(site, queued, "completed");
 }
 
+TEST_F(GatewayJobsTest, CommandThatDoesNotServeStartsNoJob) {
+  const auto running = jobIn(site, "waiting_for_approval");
+  const auto first = job(site, "SAY:one");
+  const auto second = job(site, "SAY:two");
+  restart(/*serves=*/false);
+  const auto cancelled = jobs->cancel(idIn(first));
+  ASSERT_TRUE(cancelled) << cancelled.error().message;
+  main.runReady();
+  EXPECT_EQ(status(site, second), "queued");
+  jobs->begin();
+  await(site, second, "completed");
+}
+
 TEST_F(GatewayJobsTest, RequestsAreCheckedInOrder) {
   providers.connectors[glm].billingMode = ProviderBillingMode::meteredAPI;
   missing.insert(claude);

@@ -100,6 +100,8 @@ TEST_F(PersonalGatewayTest, ListensAsItsConfigurationSays) {
   };
   using enum GatewayServer::Phase;
   const auto taken = parts_.module.server.port();
+  ASSERT_TRUE(gateway.setPort(taken)) << "only stored so far";
+  gateway.start();
   ASSERT_TRUE(gateway.setEnabled(false));
   state(stopped);
   const auto blocker = TcpListener::bind("127.0.0.1", taken);

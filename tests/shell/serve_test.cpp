@@ -72,8 +72,8 @@ TEST_F(Serve, CarriesOutEveryCommandAsIfItRanAlone) {
 
 TEST_F(Serve, EachCommandHearsItsOwnSignalsOnly) {
   const auto server = serve();
-  const auto first = start(practice({"SLOW:0.05"}));
-  const auto second = start(practice({"SLOW:0.05"}));
+  const auto first = start(practice({"SLOW:0.5"}));
+  const auto second = start(practice({"SLOW:0.5"}));
   awaitOutput(*first, "tick");
   awaitOutput(*second, "tick");
   signal(*first, SIGINT);
@@ -96,7 +96,7 @@ TEST_F(Serve, EachCommandHearsItsOwnSignalsOnly) {
 
 TEST_F(Serve, EndsTheCommandsOfOthersWhenItIsStopped) {
   const auto server = serve();
-  const auto other = start(practice({"SLOW:0.05"}));
+  const auto other = start(practice({"SLOW:0.5"}));
   awaitOutput(*other, "tick");
   signal(*server, SIGTERM);
   EXPECT_EQ(code(finish(other)), 128 + SIGTERM) << other->output << other->error;
@@ -107,7 +107,7 @@ TEST_F(Serve, EndsTheCommandsOfOthersWhenItIsStopped) {
 
 TEST_F(Serve, OwnerThatIsKilledIsToldAndNoObstacle) {
   const auto server = serve();
-  const auto other = start(practice({"SLOW:0.05"}));
+  const auto other = start(practice({"SLOW:0.5"}));
   awaitOutput(*other, "tick");
   signal(*server, SIGKILL);
   EXPECT_EQ(code(finish(other)), 1);
@@ -118,12 +118,12 @@ TEST_F(Serve, OwnerThatIsKilledIsToldAndNoObstacle) {
 }
 
 TEST_F(Serve, LongRunCarriesOutCommandsAndWaitsForThem) {
-  const auto first = start(practice({"SLOW:0.05"}));
+  const auto first = start(practice({"SLOW:0.5"}));
   awaitOutput(*first, "tick");
   EXPECT_EQ(json::textOr(objects({"tasks"})[0], "status", ""), "running");
   EXPECT_EQ(code(does({"rename", firstTask(), "Another"})), 0);
   EXPECT_EQ(code(runPractice({"SAY:me too"})), 0);
-  const auto second = start(practice({"SLOW:0.05"}));
+  const auto second = start(practice({"SLOW:0.5"}));
   awaitOutput(*second, "tick");
   signal(*first, SIGINT);
   awaitError(*first, "Commands of other terminals are at work here");

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fmt/format.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -57,7 +58,11 @@ class Incoming final : public IncomingCommand {
 /// could be told.
 std::expected<HandedCommand, std::string> commandIn(const localSocket::Message& message) {
   std::string bytes;
-  if (!files::readAll(message.descriptors.front().get(), bytes, HandedCommand::maxBytes + 1)) {
+  const int file = message.descriptors.front().get();
+  struct stat info{};
+  // Only a file is read without waiting.
+  if (::fstat(file, &info) != 0 || !S_ISREG(info.st_mode) ||
+      !files::readAll(file, bytes, HandedCommand::maxBytes + 1)) {
     return std::unexpected("The command could not be read.");
   }
   if (const auto version = HandedCommand::versionIn(bytes); version != applicationVersion) {
@@ -93,7 +98,9 @@ class Server final : public CommandServer {
     std::error_code ignored;
     for (const auto& entry : std::filesystem::directory_iterator(folder, ignored)) {
       const auto& path = entry.path();
-      if (path.extension() == ".sock" && !localSocket::connect(path)) ::unlink(path.c_str());
+      const auto process = static_cast<pid_t>(std::atol(path.stem().c_str()));
+      const bool hasEnded = process > 0 && ::kill(process, 0) != 0 && errno == ESRCH;
+      if (path.extension() == ".sock" && hasEnded) ::unlink(path.c_str());
     }
   }
 

@@ -18,6 +18,7 @@ namespace vantrell {
 namespace {
 
 constexpr int failed = 1;
+constexpr int leaveAfter = 2500;  // milliseconds
 
 /// The words of `bytes`, each ended by NUL.
 std::optional<std::vector<std::string_view>> wordsOf(std::string_view bytes) {
@@ -159,9 +160,13 @@ std::optional<int> handOver(pid_t owner, const HandedCommand& command,
   };
   const std::array streams{file->get(), STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO};
   if (!localSocket::send(socket->get(), {&controlMessage::command, 1}, streams)) return lost();
+  int signalsHeard = 0, last = 0;
   while (true) {
     pollfd waiting[] = {{socket->get(), POLLIN, 0}, {signals.descriptor(), POLLIN, 0}};
-    if (::poll(waiting, std::size(waiting), -1) < 0) continue;
+    // The owner may be stopped: after two signals the user does not wait for it any longer.
+    const int ready = ::poll(waiting, std::size(waiting), signalsHeard < 2 ? -1 : leaveAfter);
+    if (ready < 0) continue;
+    if (ready == 0) return 128 + last;
     if (waiting[0].revents != 0) {
       const auto message = localSocket::receive(socket->get());
       if (!message) return lost();
@@ -171,6 +176,8 @@ std::optional<int> handOver(pid_t owner, const HandedCommand& command,
       return failed;
     }
     while (const auto signal = signals.next()) {
+      ++signalsHeard;
+      last = *signal;
       localSocket::send(socket->get(), fmt::format("{}{}", controlMessage::signal, *signal));
     }
   }

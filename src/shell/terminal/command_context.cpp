@@ -119,7 +119,7 @@ void CommandContext::waitForOthers(int status) {
 }
 
 void CommandContext::closeState(int status, Duration tellsOfGit) {
-  if (caller.app && isOpen_) model().flush();  // what others have begun there goes on
+  if (caller.app && isOpen_) isSaved_ = app().flush() && isSaved_;  // others go on there
   if (app_) {
     model().flush();
     if (others_ && !others_->areOver()) return waitForOthers(status);
@@ -137,7 +137,8 @@ void CommandContext::closeState(int status, Duration tellsOfGit) {
     app_.reset();
   }
   notices_ = {};
-  kept_.clear();
+  // What was abandoned may still be waited for by the state that others share.
+  if (!caller.app || !wasAbandoned) kept_.clear();
   finishOutput(!isSaved_ && status == exitStatus::completed ? exitStatus::failed : status);
 }
 
@@ -152,13 +153,13 @@ void CommandContext::finishOutput(int status) {
 // ---- the state ----------------------------------------------------------------------------------
 
 std::expected<WorkspaceStore::Peek, std::string> CommandContext::stored() const {
+  if (caller.app) caller.app->flush();  // so that it is stored
   auto seen = storedConversations(UserFolders{}.orOwn(), main.now());
   if (!seen) return std::unexpected(seen.error() + ". Nothing was changed.");
   return seen;
 }
 
 void CommandContext::view(const std::function<Outcome(const StateView&)>& look) {
-  if (caller.app) caller.app->model().flush();  // so that it is stored
   const auto seen = stored();
   if (!seen) return fail(seen.error());
   const auto outcome = look({.workspaces = seen->workspaces, .now = main.now()});
@@ -209,9 +210,11 @@ bool CommandContext::sharesState() const {
 
 void CommandContext::change(const std::function<Outcome(AppModel&)>& change) {
   open({}, [&](VantrellApp& app) {
+    // What is shown already is of another conversation, where this process works for others too.
+    const auto& shown = app.model().executions().errorMessage();
+    const auto before = shown;
     const auto outcome = change(app.model());
-    const auto& refusal = app.model().executions().errorMessage();
-    if (outcome && refusal) return fail(*refusal);
+    if (outcome && shown && shown != before) return fail(*shown);
     finish(outcome);
   });
 }

@@ -132,6 +132,7 @@ class CommandContext {
   Outcome after(const Result<>& done, const std::function<void()>& report);
   /// Ends it as a signal ends a program: without waiting for its work or its reader.
   void abandon(int status);
+  bool hasFinished() const { return hasFinished_; }
   /// Kept until the end.
   void keep(std::shared_ptr<void> object) { kept_.push_back(std::move(object)); }
 

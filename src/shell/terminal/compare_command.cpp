@@ -124,6 +124,7 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
   }
 
   void compare() {
+    if (context_.hasFinished()) return;  // stopped meanwhile
     const auto task = openTask(model(), plan_, providers_.front());
     if (!task) return context_.finish(std::unexpected(task.error()));
     const auto forks = model().branches().compareNextPrompt(*task, plan_.prompt, providers_);
@@ -195,7 +196,8 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
     if (context_.wasAbandoned) return context_.finish(status);
     std::vector<std::string> folders;
     for (const auto& side : sides_) {
-      folders.push_back(model().tree().thread(side.key)->isolatedWorkspacePath.value_or(""));
+      const ChatThread* thread = model().tree().thread(side.key);  // unless it was deleted
+      folders.push_back(thread ? thread->isolatedWorkspacePath.value_or("") : "");
     }
     context_.inBackground(
         [this, folders] {
@@ -205,9 +207,9 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
         },
         [this, status] {
           for (const auto& side : sides_) {
-            const ChatThread& thread = *model().tree().thread(side.key);
-            if (!thread.isolatedWorkspacePath) continue;
-            context_.isJson() ? tellAsJson(side, thread) : tell(side, thread);
+            const ChatThread* thread = model().tree().thread(side.key);
+            if (!thread || !thread->isolatedWorkspacePath) continue;
+            context_.isJson() ? tellAsJson(side, *thread) : tell(side, *thread);
           }
           context_.finish(status);
         });

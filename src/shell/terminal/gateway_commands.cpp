@@ -50,7 +50,7 @@ Outcome showState(CommandContext& context, GatewayModule& module) {
                    {"siteKeys", static_cast<std::int64_t>(configuration.siteKeys.size())}});
     return exitStatus::completed;
   }
-  const bool isServed = context.sharesState();
+  const bool isServed = gateway.isServing();
   std::string text = fmt::format(
       "Gateway   {}{}\nListens   {}, port {}\nKeys      {}\n", configuration.enabled ? "on" : "off",
       !configuration.enabled ? ""
@@ -83,19 +83,12 @@ void change(CommandContext& context, const std::function<Result<>(GatewayModule&
   });
 }
 
-/// Listening is for the process that serves; a command of its own only stores the choice.
-Result<> setEnabled(CommandContext& context, GatewayModule& module, bool enabled) {
-  if (context.sharesState()) return module.gateway.setEnabled(enabled);
-  module.keys.setEnabled(enabled);
-  return {};
-}
-
 void turnOn(CommandContext& context) {
-  change(context, [&](GatewayModule& module) { return setEnabled(context, module, true); });
+  change(context, [](GatewayModule& module) { return module.gateway.setEnabled(true); });
 }
 
 void turnOff(CommandContext& context) {
-  change(context, [&](GatewayModule& module) { return setEnabled(context, module, false); });
+  change(context, [](GatewayModule& module) { return module.gateway.setEnabled(false); });
 }
 
 void setListenMode(CommandContext& context) {
@@ -105,10 +98,8 @@ void setListenMode(CommandContext& context) {
                                        onOneLine(context.word(0)),
                                        alternatives(choicesOf<GatewayListenMode>)));
   }
-  change(context, [&context, mode = *mode](GatewayModule& module) -> Result<> {
-    if (context.sharesState()) return module.gateway.setListenMode(mode);
-    module.keys.setListenMode(mode);
-    return {};
+  change(context, [mode = *mode](GatewayModule& module) -> Result<> {
+    return module.gateway.setListenMode(mode);
   });
 }
 
@@ -119,9 +110,7 @@ void setPort(CommandContext& context) {
   if (error != std::errc() || end != word.data() + word.size()) {
     return context.misused(fmt::format("\"{}\" is not a port number.", onOneLine(word)));
   }
-  change(context, [&context, port](GatewayModule& module) {
-    return context.sharesState() ? module.gateway.setPort(port) : module.keys.setPort(port);
-  });
+  change(context, [port](GatewayModule& module) { return module.gateway.setPort(port); });
 }
 
 // ---- keys ---------------------------------------------------------------------------------------

@@ -1,5 +1,8 @@
 #include "shell/terminal/handed_commands.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include "platform/queues/dispatch.h"
 #include "platform/terminal/terminal.h"
 #include "shell/terminal/begin_command.h"
@@ -43,9 +46,19 @@ void HandedCommands::begin(std::shared_ptr<IncomingCommand> incoming) {
 void HandedCommands::ended(std::list<Handed>::iterator handed, int status) {
   handed->incoming->onUnwatchedSignal = nullptr;
   handed->incoming->end(status);
-  // The context is in the middle of its last step.
-  main_.post([over = std::make_shared<Handed>(std::move(*handed))] {});
-  commands_.erase(handed);
+  if (handed->context->wasAbandoned) {
+    // The state may still call back what it was in the middle of. Its streams must close.
+    const Descriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC));
+    const auto& incoming = *handed->incoming;
+    for (const auto* each : {&incoming.input, &incoming.output, &incoming.error}) {
+      ::dup3(null.get(), each->get(), O_CLOEXEC);
+    }
+    abandoned_.splice(abandoned_.end(), commands_, handed);
+  } else {
+    // The context is in the middle of its last step.
+    main_.post([over = std::make_shared<Handed>(std::move(*handed))] {});
+    commands_.erase(handed);
+  }
   if (commands_.empty() && whenOver) std::exchange(whenOver, nullptr)();
 }
 

@@ -34,6 +34,7 @@ class HandedCommands final : public OtherCommands {
   MainQueue& main_;
   VantrellApp& app_;
   std::list<Handed> commands_;
+  std::list<Handed> abandoned_;  // until the state is closed
   bool isEnding_ = false;
   std::unique_ptr<CommandServer> server_;
 };

@@ -102,7 +102,12 @@ void makeItem(CommandContext& context, ImagineKind kind) {
   }
   withPrompt(context, context.word(0), [&context, kind, executable](const std::string& given) {
     context.open({}, [&](VantrellApp& app) {
-      app.model().imagine().chooseExecutable(executable);
+      auto& imagine = app.model().imagine();
+      if (imagine.imagineState().isBusy() || imagine.hasUnfinishedWork()) {
+        return context.fail(
+            "Another command makes something at the moment. Try again when it is done.");
+      }
+      imagine.chooseExecutable(executable);
       const std::string prompt(text::trimmed(given));
       const RunChoices choices{.provider = AgentProvider::grok, .executable = executable};
       // Grok's program and its interpreter may only be found with the login shell's PATH.

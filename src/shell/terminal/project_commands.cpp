@@ -63,7 +63,9 @@ bool isGeneral(AppModel& model, const Uuid& id) {
 }
 
 void report(CommandContext& context, const Uuid& id, std::string_view done) {
-  const Workspace& workspace = *context.model().tree().workspace(id);
+  const Workspace* found = context.model().tree().workspace(id);
+  if (!found) return;  // removed by another command meanwhile
+  const Workspace& workspace = *found;
   context.report(asJson(workspace, isGeneral(context.model(), id)),
                  fmt::format("{}  {}: {}\n", shortID(id), done, onOneLine(workspace.name)));
 }

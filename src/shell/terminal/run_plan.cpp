@@ -266,6 +266,7 @@ class Run : public std::enable_shared_from_this<Run> {
     context_.confirmFullAccess(plan_.mode == GrokPermissionMode::fullAccess, [this] {
       context_.open({}, [this](VantrellApp& app) {
         app_ = &app;
+        context_.acceptCommands();
         if (const auto failure = findProvider()) context_.finish(std::unexpected(*failure));
       });
     });
@@ -332,6 +333,13 @@ class Run : public std::enable_shared_from_this<Run> {
   }
 
   std::optional<UsageError> drive(AgentProvider provider) {
+    if (context_.hasFinished()) return std::nullopt;  // stopped meanwhile
+    if (task_ && plan_.task && model().executions().choicesFor(*task_).isDriven) {
+      return UsageError{fmt::format(
+          "Another terminal works on this task. To add a prompt for later: vantrell queue "
+          "add {} \"...\"",
+          shortID(task_->threadID))};
+    }
     const auto opened = openTask(model(), plan_, provider);
     if (!opened) return opened.error();
     auto conversation = variant_.conversation

@@ -59,7 +59,7 @@ void tellReady(int descriptor) {
   notifyServiceManager("READY=1");
   if (descriptor < 0) return;
   static_cast<void>(::write(descriptor, "ready\n", 6));
-  ::close(descriptor);
+  if (descriptor > STDERR_FILENO) ::close(descriptor);
 }
 
 void serveUntilStopped(CommandContext& context, int ready) {

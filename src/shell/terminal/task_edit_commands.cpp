@@ -153,6 +153,7 @@ std::string questionBefore(const std::vector<Workspace>& workspaces,
 Outcome removeAll(CommandContext& context, AppModel& model,
                   const std::vector<ThreadExecutionKey>& keys) {
   for (const auto& key : keys) {
+    if (!model.tree().thread(key)) continue;  // deleted by another command meanwhile
     report(context, key, "deleted");
     const auto worktree = model.tree().thread(key)->isolatedWorkspacePath;
     const auto done = model.operations().deleteThread(key.threadID, key.workspaceID);
