@@ -33,7 +33,7 @@ class GatewayStore {
   GatewayStore(const GatewayStore&) = delete;
   GatewayStore& operator=(const GatewayStore&) = delete;
 
-  /// The defaults where there is no file, or none that can be read; that one is kept aside before
+  /// The defaults if there is no file, or it cannot be read; such a file is quarantined before
   /// another takes its place.
   GatewayConfiguration loadConfiguration();
   std::vector<GatewayJob> loadJobs();

@@ -19,6 +19,12 @@ class Serve : public TerminalProgram {
   static void signal(const Record& record, int number) {
     ::kill(static_cast<pid_t>(record.process->processID()), number);
   }
+  std::string threadOfRunning() {
+    for (const auto& task : objects({"tasks"})) {
+      if (json::textOr(task, "status", "") == "running") return json::textOr(task, "threadID", "");
+    }
+    return "";
+  }
   std::string firstTask() {
     const auto tasks = objects({"tasks"});
     return tasks.empty() ? "" : json::textOr(tasks[0], "threadID", "");
@@ -123,6 +129,9 @@ TEST_F(Serve, LongRunCarriesOutCommandsAndWaitsForThem) {
   EXPECT_EQ(json::textOr(objects({"tasks"})[0], "status", ""), "running");
   EXPECT_EQ(code(does({"rename", firstTask(), "Another"})), 0);
   EXPECT_EQ(code(runPractice({"SAY:me too"})), 0);
+  const auto refused = runPractice({"--task", threadOfRunning(), "SAY:no"});
+  EXPECT_EQ(code(refused), 2);
+  EXPECT_TRUE(refused->error.contains("Another terminal works on this task.")) << refused->error;
   const auto second = start(practice({"SLOW:0.5"}));
   awaitOutput(*second, "tick");
   signal(*first, SIGINT);

@@ -54,8 +54,7 @@ class Incoming final : public IncomingCommand {
   std::vector<std::weak_ptr<SignalHandler>> watches_;
 };
 
-/// The command of the message, or why it cannot be carried out; nullopt where there is nothing that
-/// could be told.
+/// The command of the message, or why it cannot be carried out.
 std::expected<HandedCommand, std::string> commandIn(const localSocket::Message& message) {
   std::string bytes;
   const int file = message.descriptors.front().get();

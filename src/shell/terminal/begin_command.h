@@ -1,5 +1,4 @@
-// Begins what a command line asks for, whoever typed it: in this process or in another one. Main
-// queue.
+// Begins what a command line asks for, for this process or for another one. Main queue.
 #pragma once
 
 #include <functional>

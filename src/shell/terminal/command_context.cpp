@@ -115,11 +115,15 @@ void CommandContext::waitForOthers(int status) {
   };
   signals_ = caller.watchSignals([this](int) { others_->signal(SIGTERM); });
   if (wasAbandoned || endsOthers_) return others_->signal(SIGTERM);
+  others_->refuseNew();
   complain("Commands of other terminals are at work here; this ends when they have.");
 }
 
 void CommandContext::closeState(int status, Duration tellsOfGit) {
-  if (caller.app && isOpen_) isSaved_ = app().flush() && isSaved_;  // others go on there
+  if (caller.app && isOpen_) {
+    app().flush();                // others go on there
+    model().changes().deliver();  // what could not be saved
+  }
   if (app_) {
     model().flush();
     if (others_ && !others_->areOver()) return waitForOthers(status);

@@ -36,8 +36,8 @@ class OtherCommands {
  public:
   virtual ~OtherCommands() = default;
   virtual bool areOver() const = 0;
-  /// Gives each of them a signal, as if it had been sent to its caller. New ones are refused from
-  /// now on.
+  virtual void refuseNew() = 0;
+  /// Gives each of them a signal, as if it had been sent to its caller, and refuses new ones.
   virtual void signal(int number) = 0;
   /// Called when the last one has ended. It may destroy this object.
   std::function<void()> whenOver;

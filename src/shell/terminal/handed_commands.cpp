@@ -20,8 +20,9 @@ std::expected<std::unique_ptr<HandedCommands>, std::string> HandedCommands::list
 }
 
 void HandedCommands::begin(std::shared_ptr<IncomingCommand> incoming) {
-  if (isEnding_)
+  if (refusesNew_) {
     return incoming->refuse("The Vantrell that is running is about to end. Try again.");
+  }
   const auto handed = commands_.insert(commands_.end(), {incoming, nullptr});
   Caller caller{
       .input = incoming->input.get(),
@@ -54,6 +55,7 @@ void HandedCommands::ended(std::list<Handed>::iterator handed, int status) {
       ::dup3(null.get(), each->get(), O_CLOEXEC);
     }
     abandoned_.splice(abandoned_.end(), commands_, handed);
+    if (abandoned_.size() > mostAbandoned) abandoned_.pop_front();
   } else {
     // The context is in the middle of its last step.
     main_.post([over = std::make_shared<Handed>(std::move(*handed))] {});
@@ -63,7 +65,7 @@ void HandedCommands::ended(std::list<Handed>::iterator handed, int status) {
 }
 
 void HandedCommands::signal(int number) {
-  isEnding_ = true;
+  refuseNew();
   for (auto each = commands_.begin(); each != commands_.end();) {
     const auto incoming = (each++)->incoming;
     incoming->hear(number);

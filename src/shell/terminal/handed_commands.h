@@ -20,6 +20,7 @@ class HandedCommands final : public OtherCommands {
                                                                             VantrellApp& app);
 
   bool areOver() const override { return commands_.empty(); }
+  void refuseNew() override { refusesNew_ = true; }
   void signal(int number) override;
 
  private:
@@ -34,8 +35,11 @@ class HandedCommands final : public OtherCommands {
   MainQueue& main_;
   VantrellApp& app_;
   std::list<Handed> commands_;
-  std::list<Handed> abandoned_;  // until the state is closed
-  bool isEnding_ = false;
+  /// What the state was asked for answers long before so many more were abandoned; each holds
+  /// threads and descriptors.
+  static constexpr std::size_t mostAbandoned = 32;
+  std::list<Handed> abandoned_;
+  bool refusesNew_ = false;
   std::unique_ptr<CommandServer> server_;
 };
 

@@ -332,20 +332,24 @@ class Run : public std::enable_shared_from_this<Run> {
     if (const auto failure = drive(provider)) context_.finish(std::unexpected(*failure));
   }
 
+  UsageError drivenElsewhere() const {
+    return UsageError{fmt::format(
+        "Another terminal works on this task. To add a prompt for later: vantrell queue "
+        "add {} \"...\"",
+        shortID(task_->threadID))};
+  }
+
   std::optional<UsageError> drive(AgentProvider provider) {
     if (context_.hasFinished()) return std::nullopt;  // stopped meanwhile
-    if (task_ && plan_.task && model().executions().choicesFor(*task_).isDriven) {
-      return UsageError{fmt::format(
-          "Another terminal works on this task. To add a prompt for later: vantrell queue "
-          "add {} \"...\"",
-          shortID(task_->threadID))};
-    }
+    const bool isDriven = task_ && model().executions().choicesFor(*task_).isDriven;
+    if (isDriven && !variant_.conversation) return drivenElsewhere();
     const auto opened = openTask(model(), plan_, provider);
     if (!opened) return opened.error();
     auto conversation = variant_.conversation
                             ? variant_.conversation(model(), *opened, plan_.prompt)
                             : std::expected<ThreadExecutionKey, UsageError>(*opened);
     if (!conversation) return conversation.error();
+    if (isDriven && *conversation == *opened) return drivenElsewhere();
     model().controls().chooseForTurns(*conversation, choices_);
     makePrinter();
     auto job = std::make_unique<ConversationJob>(

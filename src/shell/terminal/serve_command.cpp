@@ -54,7 +54,7 @@ class Announcements {
   Changes::Observation observation_;
 };
 
-/// Tells whoever has started this process that everything listens.
+/// Tells the process that has started this one that everything listens.
 void tellReady(int descriptor) {
   notifyServiceManager("READY=1");
   if (descriptor < 0) return;

@@ -24,7 +24,7 @@ TableCell idCell(const Uuid& id);
 JsonObject taskMembers(const Workspace& workspace, const ChatThread& thread);
 /// What tells about a task without its transcript.
 JsonObject taskAsJson(const Workspace& workspace, const ChatThread& thread);
-/// Sets the member unless there is no value.
+/// Sets the member if there is a value.
 template <typename Value>
 void setIfKnown(JsonObject& object, std::string key, const std::optional<Value>& value) {
   if (value) object.set(std::move(key), *value);
