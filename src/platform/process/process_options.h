@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/process/supervision.h"
+
 namespace vantrell {
 
 /// Variable name to value.
@@ -48,9 +50,7 @@ struct ExitStatus {
 };
 
 struct ProcessError {
-  /// What failed: making pipes and the like, entering the working folder, executing the file, or
-  /// writing to the child.
-  enum class Step { prepare, enterFolder, execute, write };
+  using Step = supervision::Step;
   Step step = Step::prepare;
   int error = 0;            // errno
   std::string description;  // what the system said

@@ -1,5 +1,6 @@
 // What Process and child-supervisor, the small program above each child, say to each other: one
-// message each way through a socket that keeps messages apart.
+// message each way through a socket that keeps messages apart. No C++ header: the supervisor is
+// built without the C++ library.
 #pragma once
 
 namespace vantrell::supervision {
@@ -15,6 +16,10 @@ constexpr char endsGroupWithLeader = 'g';
 constexpr char ownSession = 's';
 constexpr char mayDetach = 'd';
 
+/// What failed: making pipes and the like, entering the working folder, executing the file, or
+/// (which only Vantrell meets) writing to the child.
+enum class Step : int { prepare, enterFolder, execute, write };
+
 /// To the supervisor: SIGTERM or SIGKILL for all that is left of the child.
 enum class Command : char { terminate = 't', kill = 'k' };
 
@@ -23,7 +28,7 @@ enum class Command : char { terminate = 't', kill = 'k' };
 struct Report {
   enum class Kind : int { started, failed, exited };
   Kind kind = Kind::started;
-  int first = 0;   // started: process id; failed: ProcessError::Step; exited: status
+  int first = 0;   // started: process id; failed: Step; exited: status
   int second = 0;  // failed: errno; exited: signal
 };
 

@@ -8,27 +8,25 @@
 // but not what has left the program's group. On a kernel without /proc/PID/task/TID/children only
 // the group is ended.
 //
-// One thread; linked statically, without C++ containers, because it starts with every child.
-#include <cerrno>
-#include <csignal>
-#include <cstdlib>
-#include <cstring>
-#include <ctime>
+// One thread. It starts with every child, so it is linked statically, to the small C library alone.
+#include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <string.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
-#include "platform/process/process_options.h"
 #include "platform/process/supervision.h"
 
 namespace {
 
 using namespace vantrell::supervision;
-using Step = vantrell::ProcessError::Step;
 
 /// What the child gets to end by itself when Vantrell is gone.
 constexpr long graceMilliseconds = 1000;
@@ -53,7 +51,7 @@ void resetLibrarySignals() {
     void* restorer = nullptr;
     unsigned long mask = 0;
   } const action;  // as the kernel takes it
-  for (const int signal : {32, 33}) {
+  for (int signal = 32; signal <= 33; ++signal) {
     ::syscall(SYS_rt_sigaction, signal, &action, nullptr, sizeof action.mask);
   }
 }
@@ -179,9 +177,9 @@ class Supervisor {
     }
     text[length] = '\0';
     pid_t groups[64];  // that have had the signal: of more, some may get it twice
-    std::size_t count = 0;
+    size_t count = 0;
     char* rest = text;
-    while (const auto id = static_cast<pid_t>(std::strtol(rest, &rest, 10))) {
+    while (const auto id = static_cast<pid_t>(::strtol(rest, &rest, 10))) {
       const pid_t group = ::getpgid(id);
       // The number of an unreaped child's group cannot belong to others.
       if (group <= 0 || group == ::getpgrp()) {
@@ -189,7 +187,7 @@ class Supervisor {
         continue;
       }
       bool isKnown = false;
-      for (std::size_t index = 0; index < count; ++index) isKnown |= groups[index] == group;
+      for (size_t index = 0; index < count; ++index) isKnown |= groups[index] == group;
       if (isKnown) continue;
       if (count < sizeof groups / sizeof *groups) groups[count++] = group;
       ::kill(-group, signal);
@@ -217,19 +215,19 @@ int main(int count, char** words) {
   ::sigprocmask(SIG_SETMASK, &all, nullptr);
   resetLibrarySignals();
   ::signal(SIGCHLD, [](int) {});  // a handler, so that the signal ends the wait
-  if (std::strchr(flags, mayDetach) == nullptr) ::prctl(PR_SET_CHILD_SUBREAPER, 1);
-  const auto launched = launch(words + 3, std::strchr(flags, ownSession) != nullptr, words[2]);
+  if (::strchr(flags, mayDetach) == nullptr) ::prctl(PR_SET_CHILD_SUBREAPER, 1);
+  const auto launched = launch(words + 3, ::strchr(flags, ownSession) != nullptr, words[2]);
   if (launched.id < 0 || launched.error != 0) {
     report(Report::Kind::failed, static_cast<int>(launched.step), launched.error);
     return 1;
   }
   // The streams and the folder are the child's from here on.
-  for (const int number : {0, 1, 2}) ::close(number);
+  for (int number = 0; number <= 2; ++number) ::close(number);
   if (::chdir("/") != 0) return 1;
-  Supervisor supervisor(launched.id, std::strchr(flags, endsGroupWithLeader) != nullptr);
+  Supervisor supervisor(launched.id, ::strchr(flags, endsGroupWithLeader) != nullptr);
   // A search for programs by words of their command lines (pkill -f) should find the child only.
   char* const last = words[count - 1];
-  std::memset(words[1], '\0', static_cast<std::size_t>(last + std::strlen(last) - words[1]));
+  ::memset(words[1], '\0', static_cast<size_t>(last + ::strlen(last) - words[1]));
   report(Report::Kind::started, launched.id, 0);
   supervisor.run();
 }
