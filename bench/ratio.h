@@ -44,18 +44,19 @@ Clock::duration timed(Body&& body) {
   return Clock::now() - start;
 }
 
-/// The processor time of this thread that one call takes: what else the machine does would fall on
-/// the longer of two works alone.
+/// The processor time of this thread so far.
+inline std::chrono::nanoseconds threadProcessorTime() {
+  timespec time{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+  return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
+/// That of one call: what else the machine does would fall on the longer of two works alone.
 template <typename Body>
 Clock::duration processorTimed(Body&& body) {
-  const auto now = [] {
-    timespec time{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
-  };
-  const auto start = now();
+  const auto start = threadProcessorTime();
   body();
-  return now() - start;
+  return threadProcessorTime() - start;
 }
 
 /// For what allocates much: from here on freed memory stays with the program. Otherwise each round

@@ -37,7 +37,7 @@ TEST(Text, CountsUserPerceivedCharacters) {
   const std::pair<std::size_t, std::vector<std::string_view>> cases[] = {
       {0, {""}},
       {1,
-       {"\r", "e\u0301", family,
+       {"\r", "e\u0301", "\u00e9\u0301", "\u00a9\uFE0F", family,
         "\u0915\u094D\u0937",  // a conjunct of two consonants
         "\u0600a",             // a prepended mark takes the ASCII letter behind it
         "1\uFE0F\u20E3"}},
@@ -45,6 +45,8 @@ TEST(Text, CountsUserPerceivedCharacters) {
       {3,
        {"abc", "a\r\nb", "ae\u0301b",
         "a\xFF"
+        "b",
+        "a\xC3"
         "b",
         "a\xE2\x82"
         "b"}},

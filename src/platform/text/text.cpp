@@ -96,16 +96,27 @@ class CharacterBreaker {
   std::unique_ptr<UBreakIterator, Close> breaker_;
 };
 
+/// Length in bytes of the code point at `at` if that is below U+0300, where no code point joins
+/// another but LF a CR; else 0.
+std::size_t lengthOfPlain(std::string_view text, std::size_t at) {
+  const auto byte = static_cast<unsigned char>(text[at]);
+  if (byte < 0x80) return 1;
+  const bool isPlain =
+      byte >= 0xC2 && byte < 0xCC && at + 1 < text.size() && utf8::isContinuation(text[at + 1]);
+  return isPlain ? 2 : 0;
+}
+
 /// Length in bytes of the first `limit` characters; `limit` goes down by the characters found.
 ///
-/// Between two ASCII characters there is always a boundary, but in CR LF. So ASCII needs no ICU,
-/// and ICU gets only the stretches around other characters, each begun and ended between two
-/// ASCII ones.
+/// Between two plain code points there is always a boundary, but in CR LF. So the letters of most
+/// European languages need no ICU, which gets only the stretches around others, each ended between
+/// two ASCII characters.
 std::size_t walkCharacters(std::string_view text, std::size_t& limit) {
   std::size_t at = 0;
   while (limit > 0 && at < text.size()) {
-    if (isAsciiAt(text, at) && (at + 1 == text.size() || isAsciiAt(text, at + 1))) {
-      at += text.substr(at).starts_with("\r\n") ? 2 : 1;
+    const std::size_t next = at + lengthOfPlain(text, at);
+    if (next > at && (next == text.size() || lengthOfPlain(text, next) > 0)) {
+      at = next + (text.substr(at).starts_with("\r\n") ? 1 : 0);
       --limit;
       continue;
     }
