@@ -37,9 +37,9 @@ class ManagedTerminal : public std::enable_shared_from_this<ManagedTerminal> {
   JsonObject snapshot() const {
     Json exitStatus;
     if (exitCode_) exitStatus = exitResult();
-    return {{"output", text::repaired(output_.contents())},
-            {"truncated", output_.wasTruncated()},
-            {"exitStatus", std::move(exitStatus)}};
+    JsonObject answer{{"truncated", output_.wasTruncated()}, {"exitStatus", std::move(exitStatus)}};
+    answer.set("output", text::repaired(output_.contents()));  // large: moved, not copied
+    return answer;
   }
 
   void kill() {
