@@ -43,6 +43,15 @@ std::string base64Url(std::span<const std::uint8_t> bytes) {
   return text;
 }
 
+std::optional<std::string> fromBase64(std::string_view text) {
+  // The library skips what it does not know; so only what it would write itself counts as read.
+  gsize length = 0;
+  const std::unique_ptr<guchar, decltype(&g_free)> bytes(
+      g_base64_decode(std::string(text).c_str(), &length), g_free);
+  if (base64({bytes.get(), length}) != text) return std::nullopt;
+  return std::string(reinterpret_cast<const char*>(bytes.get()), length);
+}
+
 bool equalInConstantTime(std::string_view left, std::string_view right) {
   std::size_t difference = left.size() ^ right.size();
   for (std::size_t i = 0; i < std::max(left.size(), right.size()); ++i) {
