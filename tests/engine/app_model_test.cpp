@@ -11,14 +11,6 @@ using ::testing::ElementsAre;
 
 class AppModelStart : public EngineFixture {};
 
-TEST_F(AppModelStart, FirstStartStandsInTheGeneralWorkspace) {
-  restart();
-  ASSERT_EQ(model->tree.workspaces().size(), 1u);
-  EXPECT_EQ(model->tree.workspaces()[0].name, "General");
-  EXPECT_EQ(model->selection.key()->workspaceID, model->tree.workspaces()[0].id);
-  EXPECT_TRUE(app->selected().canSend());
-}
-
 TEST_F(AppModelStart, RunsLeftOpenAreInterrupted) {
   start();
   for (const auto status : {RunRecordStatus::starting, RunRecordStatus::running,

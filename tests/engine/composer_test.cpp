@@ -167,21 +167,6 @@ TEST_F(Composer, SecondAttemptCanSucceed) {
   EXPECT_EQ(state(), ConnectionState::working()) << "the watchdog ended with the connection";
 }
 
-TEST_F(Composer, LateAnswerOfAReplacedClientChangesNothing) {
-  start();
-  work("Go");
-  const auto old = clients.back();
-  old->fails(AgentError("broken pipe"));
-  send("Again");
-  ASSERT_EQ(clients.size(), 2u);
-  EXPECT_EQ(old->stops, 1) << "a client whose turn failed is replaced";
-  old->says("from the grave");
-  old->onUnexpectedTermination("gone");
-  old->finishes();
-  EXPECT_EQ(state(), ConnectionState::connecting());
-  EXPECT_THAT(texts(), ::testing::Not(::testing::Contains("from the grave")));
-}
-
 TEST_F(Composer, FailureIsToldAndTheQueueWaits) {
   std::vector<ProjectHookEvent> hooks;
   projects.hook = [&](const ProjectHook& hook, const auto&, const auto& reply) {
@@ -227,21 +212,6 @@ TEST_F(Composer, HandOffSurvivesTheEndOfTheExhaustedClient) {
   EXPECT_EQ(run().provider, AgentProvider::glm);
 }
 
-TEST_F(Composer, StartFailureDropsTheClientAndKeepsTheSession) {
-  start();
-  work("One");
-  client().finishes();
-  client().onUnexpectedTermination("gone");
-  send("Two");
-  client().failsToOpen("quota exceeded");
-  EXPECT_EQ(execution().client(), nullptr);
-  EXPECT_EQ(clients.back()->stops, 1);
-  EXPECT_EQ(run().status, RunRecordStatus::failed);
-  EXPECT_EQ(run().statusMessage, "quota exceeded");
-  EXPECT_EQ(thread().sessionID(AgentProvider::kimi), "session");
-  EXPECT_EQ(clients.size(), 2u) << "a limit at the start hands nothing on";
-}
-
 TEST_F(Composer, SessionThatTheRuntimeHasLostIsToldAndForgotten) {
   providers.connectors[AgentProvider::kimi].isSessionLost = [](std::string_view words) {
     return words == "no such session";
@@ -271,16 +241,6 @@ TEST_F(Composer, NoClientShowsTheSetupHintWithoutARemoteEvent) {
   EXPECT_EQ(run().statusMessage, "Install it.");
   EXPECT_TRUE(events.empty());
   EXPECT_EQ(thread().entries.size(), 1u) << "the user's words stay";
-}
-
-TEST_F(Composer, NoProviderFailsTheRun) {
-  provider.reset();
-  start();
-  send("Go");
-  EXPECT_EQ(run().statusMessage,
-            "No allowed runtime is ready. Connect a subscription, start a local runtime, or "
-            "configure Tasklet in Settings.");
-  EXPECT_EQ(events.size(), 1u);
 }
 
 TEST_F(Composer, ChangeOfProviderSendsACapsuleOnce) {
@@ -322,25 +282,6 @@ TEST_F(Composer, EngineThatGoesWhileATurnStartsBeginsNothing) {
   checkpoints.release();  // for an engine that has gone
   main.runReady();
   EXPECT_TRUE(clients.empty());
-}
-
-TEST_F(Composer, ConversationsRunAtOnceAndBackgroundOnesLeaveTheMirrorAlone) {
-  start();
-  work("One");
-  const auto first = clients.back();
-  const auto firstKey = key;
-  model->operations->newThread(key.workspaceID);
-  key = *model->selection.key();
-  work("Two");
-  const auto second = clients.back();
-  first->says("in the background");
-  EXPECT_EQ(model->executions.find(key)->client(), second);
-  EXPECT_EQ(model->tree.thread(firstKey)->entries.back().text, "in the background");
-  first->finishes();
-  EXPECT_EQ(app->selected().connectionState(), ConnectionState::working());
-  EXPECT_EQ(model->tree.latestRun(firstKey)->status, RunRecordStatus::completed);
-  model->operations->selectThread(firstKey.threadID, firstKey.workspaceID);
-  EXPECT_EQ(app->selected().connectionState(), ConnectionState::ready());
 }
 
 TEST(FriendlyError, AdvisesOnSignInAndOnWhatHasOneAnswer) {

@@ -78,17 +78,5 @@ TEST_F(ExecutionMonitorTest, TimeBetweenTurnsIsNoSilence) {
   EXPECT_TRUE(execution().stallWarningSent);
 }
 
-TEST_F(ExecutionMonitorTest, BeginsAgainWhenItIsConfiguredAgain) {
-  startTurn();
-  main.advance(580s);
-  model->monitor->configureExecutionMonitor();
-  main.advance(29s);
-  EXPECT_EQ(message(), "Kimi is working") << "the former timer would have seen 600 seconds";
-  main.advance(1s);
-  EXPECT_TRUE(message().contains("for 10m 10s"));
-  main.advance(10min);
-  EXPECT_EQ(events.size(), 1U);
-}
-
 }  // namespace
 }  // namespace vantrell::tests

@@ -277,15 +277,5 @@ TEST_F(ImagineControllerTest, DeletedItemGoesWithItsFileOrWithoutIt) {
   EXPECT_TRUE(ImagineStore::peek(folder.path()).empty());
 }
 
-TEST_F(ImagineControllerTest, LibraryIsThereAfterARestart) {
-  work("a fox");
-  names(folder.file("fox.png", "1"));
-  const auto items = imagine().imagineItems();
-  stop();
-  EXPECT_EQ(client().stops, 1);
-  start();
-  EXPECT_EQ(imagine().imagineItems(), items);
-}
-
 }  // namespace
 }  // namespace vantrell::tests

@@ -258,16 +258,6 @@ TEST_F(InstalledRuntimesTest, OneLogInAtATimeAndItMayTakeAnHour) {
   awaitLogin(kimi);
 }
 
-TEST_F(InstalledRuntimesTest, LogInEndsWithTheProgram) {
-  install(grok, "exec sleep 1000");
-  runtimes_->logIn();
-  programs_ = {};
-  runtimes_.reset();
-  runner_.reset();
-  EXPECT_TRUE(Process::waitForAll(20s));
-  main_.runReady();
-}
-
 TEST_F(InstalledRuntimesTest, TwoLogInsAreCopiedForATerminalQuotedForItsShell) {
   custom_[glm] = program("it's here/open code", "");
   custom_[claude] = program("claude", "");

@@ -135,15 +135,6 @@ TEST_F(SessionControlsTest, AStoredModelThatIsGoneShowsTheEffortsOfTheUsualOne) 
   EXPECT_EQ(app->selected().sessionModelLabel(), "gone");
 }
 
-TEST_F(SessionControlsTest, ChooseForAConversationThatIsNotSelected) {
-  startOn("automatic");
-  const auto other = key;
-  model->operations->newThread(other.workspaceID);
-  EXPECT_TRUE(model->controls.chooseModel(claude, other, "big"));
-  EXPECT_EQ(model->tree.thread(other)->modelID(claude), "big");
-  EXPECT_FALSE(model->controls.chooseModel(claude, {other.workspaceID, Uuid::random()}, "big"));
-}
-
 TEST_F(SessionControlsTest, ConnectorsAreToldOfTheSelectedConversationOrTheHome) {
   startOn("automatic");
   model->controls.chooseModel(codex, key, "big");

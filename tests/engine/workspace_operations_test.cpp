@@ -158,16 +158,6 @@ TEST_F(WorkspaceOperations, LookingAtAnArchivedTaskLeavesItArchivedAndTheProject
   EXPECT_FALSE(project().threads[0].isArchived);
 }
 
-TEST_F(WorkspaceOperations, AWorkspaceRestoredWithoutAVisibleTaskGetsOne) {
-  start();
-  operations().removeWorkspace(key.workspaceID);
-  model->tree.updateThread({general().id, selected()}, [](ChatThread& t) { t.isArchived = true; });
-  stop();
-  restart();
-  EXPECT_EQ(general().threads.size(), 2U);
-  EXPECT_FALSE(general().thread(selected())->isArchived);
-}
-
 TEST_F(WorkspaceOperations, SearchResultBringsItsEntryIntoView) {
   start();
   model->tree.appendSystemEntry("found", key);
@@ -195,17 +185,6 @@ TEST_F(WorkspaceOperations, SearchResultBringsItsEntryIntoView) {
   EXPECT_EQ(model->selection.section(), AppSection::chat);
   operations().openSearchResult(general().id, key.threadID, entry);
   EXPECT_EQ(model->selection.key()->workspaceID, general().id) << "no such conversation there";
-}
-
-TEST_F(WorkspaceOperations, ActivitySelectsItsTask) {
-  start();
-  operations().selectWorkspace(general().id);
-  model->selection.setSection(AppSection::chat);
-  operations().selectActivity({.workspaceID = key.workspaceID, .threadID = key.threadID});
-  EXPECT_EQ(model->selection.key(), key);
-  EXPECT_EQ(model->selection.section(), AppSection::build);
-  operations().selectActivity({.workspaceID = key.workspaceID, .threadID = Uuid::random()});
-  EXPECT_EQ(model->selection.key(), key);
 }
 
 TEST_F(WorkspaceOperations, WhatBelongsToTheProjectIsLoadedForTheOneThatIsSelected) {

@@ -261,57 +261,6 @@ TEST(LockFile, ExcludesOthersUntilItIsGone) {
   EXPECT_FALSE(files::LockFile::acquire(path));
 }
 
-TEST(LockFile, IsReleasedByTheDeathOfItsHolder) {
-  const TemporaryFolder folder;
-  const std::string path = folder / "lock";
-  int ready[2];
-  ASSERT_EQ(pipe(ready), 0);
-  const pid_t holder = fork();
-  if (holder == 0) {
-    const auto lock = files::LockFile::acquire(path);
-    (void)!write(ready[1], lock ? "y" : "n", 1);
-    pause();
-    _exit(0);
-  }
-  char answer = 0;
-  ASSERT_EQ(read(ready[0], &answer, 1), 1);
-  ASSERT_EQ(answer, 'y');
-  const auto busy = files::LockFile::acquire(path);
-  ASSERT_FALSE(busy);
-  EXPECT_EQ(busy.error().holder, holder);
-
-  kill(holder, SIGKILL);
-  ASSERT_EQ(waitpid(holder, nullptr, 0), holder);
-  EXPECT_TRUE(files::LockFile::acquire(path));
-  close(ready[0]);
-  close(ready[1]);
-}
-
-TEST(LockFile, IsNotInheritedByPrograms) {
-  const TemporaryFolder folder;
-  const std::string path = folder / "lock";
-  int input[2];
-  ASSERT_EQ(pipe2(input, O_CLOEXEC), 0);
-  pid_t program = 0;
-  {
-    const auto lock = files::LockFile::acquire(path);
-    ASSERT_TRUE(lock);
-    program = fork();
-    if (program == 0) {
-      dup2(input[0], 0);
-      execl("/bin/sh", "sh", "-c", "echo > \"$1\"; read line", "sh", (folder / "up").c_str(),
-            nullptr);
-      _exit(127);
-    }
-    while (!files::exists(folder / "up")) sched_yield();
-  }
-  EXPECT_TRUE(files::LockFile::acquire(path)) << "the program still runs, without the lock";
-  close(input[1]);
-  close(input[0]);
-  int status = 0;
-  ASSERT_EQ(waitpid(program, &status, 0), program);
-}
-
 TEST(LockFile, DoesNotAnswerForARemovedFile) {
   const TemporaryFolder folder;
   const std::string path = folder / "lock";

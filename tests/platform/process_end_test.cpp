@@ -44,19 +44,6 @@ TEST_F(ProcessEnd, TellsStatusAndSignalApartAndOnce) {
   }
 }
 
-TEST_F(ProcessEnd, RestOfTheGroupMayOutliveItsLeaderUntilTheStop) {
-  auto options = shell("sleep 100 & echo $!; exit 5");
-  options.endGroupWithLeader = false;
-  const auto record = run(options);
-  EXPECT_EQ(record->exits.front().status, 5);
-  const pid_t grandchild = idIn(*record);
-  EXPECT_EQ(::kill(grandchild, 0), 0);
-  EXPECT_FALSE(Process::waitForAll(0ms)) << "its group counts";
-  record->process->stop();
-  EXPECT_TRUE(waitForEnd(grandchild));
-  EXPECT_TRUE(Process::waitForAll(20s));
-}
-
 /// A shell that leaves another one behind, which says "early" and waits for a line in the pipe
 /// "go" of the folder.
 class ProcessLeftBehind : public ProcessTest {

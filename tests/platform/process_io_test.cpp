@@ -47,14 +47,6 @@ TEST_F(ProcessIo, DeliversAllOutputBeforeTheExit) {
   EXPECT_EQ(record->exits.size(), 1U);
 }
 
-TEST_F(ProcessIo, MergesErrorIntoOutputInTheOrderOfTheWrites) {
-  auto options = shell("for i in 1 2 3 4 5; do echo o$i; echo e$i >&2; done");
-  options.mergeErrorIntoOutput = true;
-  const auto record = run(options);
-  EXPECT_EQ(record->output, "o1\ne1\no2\ne2\no3\ne3\no4\ne4\no5\ne5\n");
-  EXPECT_EQ(record->error, "");
-}
-
 TEST_F(ProcessIo, ReportsAClosedInputOnceAndLives) {
   const auto record = start(shell("exec <&-; echo closed; sleep 30"));
   awaitOutput(*record, "closed");

@@ -95,29 +95,12 @@ TEST_F(SecretFiles, AreForTheirOwnerOnly) {
   EXPECT_EQ(TemporaryFolder::modeOf(place + "/service@account.secret"), 0600u);
 }
 
-TEST_F(SecretFiles, KeepTheOldValueWhenTheDiskIsFull) {
-  ASSERT_TRUE(secrets_->write("service", "account", "old"));
-  const int status = tests::inChild([&] {
-    if (!tests::limitFileSize(1024)) return 1;
-    const auto written = secrets_->write("service", "account", std::string(2000, 'x'));
-    return !written && written.error().kind == Kind::failed ? 0 : 2;
-  });
-  EXPECT_EQ(status, 0);
-  EXPECT_EQ(secrets_->read("service", "account").value(), "old");
-  EXPECT_EQ(folder_.names("secrets").size(), 1u) << "a temporary file was left";
-}
-
 TEST_F(SecretFiles, SayWhenTheFolderDeniesThem) {
   tests::expectOnSmallVolume(folder_.path(), "1m", [&] {
     if (!tests::makeReadOnly(folder_.path())) return 1;
     const auto written = secrets_->write("service", "account", "x");
     return !written && written.error().kind == Kind::denied ? 0 : 2;
   });
-}
-
-TEST_F(SecretFiles, AFolderInTheirPlaceIsNoAbsence) {
-  folder_.folder("secrets/service@account.secret");
-  EXPECT_FALSE(secrets_->read("service", "account"));
 }
 
 // ---- the choice ---------------------------------------------------------------------------------

@@ -45,6 +45,8 @@ TEST(TextFinder, AnswersWhatStandsInTheText) {
   for (const auto& each : cases) {
     EXPECT_EQ(found(each.sought, each.text), each.hit) << each.sought << " in " << each.text;
   }
+  EXPECT_TRUE(containsIgnoringCase("", "")) << "no words are in every text";
+  EXPECT_TRUE(containsIgnoringCase("a\xFF", "A\uFFFD"));
 }
 
 TEST(TextFinder, CaseCanMatter) {

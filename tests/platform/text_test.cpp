@@ -102,21 +102,6 @@ TEST(Text, SplitsLinesAtEveryNewline) {
   EXPECT_EQ(text::lines("\xC2x\xE2\x80"), (Views{"\xC2x\xE2\x80"}));
 }
 
-TEST(Text, SearchesWithoutRegardToCase) {
-  EXPECT_TRUE(text::containsIgnoringCase("Always-Approve", "always-approve"));
-  EXPECT_FALSE(text::containsIgnoringCase("Always", "always-approve"));
-  EXPECT_TRUE(text::containsIgnoringCase("CAF\u00c9", "caf\u00e9"));
-  EXPECT_TRUE(text::containsIgnoringCase("cafe\u0301", "CAF\u00c9"));
-  EXPECT_TRUE(text::containsIgnoringCase("Stra\u00dfe", "STRASSE"));
-  EXPECT_FALSE(text::containsIgnoringCase("caf\u00e9", "cafe"));
-  EXPECT_TRUE(
-      text::containsIgnoringCase("\u00e9 a\xFF"
-                                 "b",
-                                 "A\uFFFDB"));
-  EXPECT_TRUE(text::containsIgnoringCase("", ""));
-  EXPECT_FALSE(text::containsIgnoringCase("", "a"));
-}
-
 TEST(Text, ComparesAsPeopleSort) {
   // By bytes every one of these would be the other way round.
   EXPECT_LT(text::localizedCompare("apple", "Banana"), 0);

@@ -109,31 +109,6 @@ TEST_F(TaskSafetyServiceTest, BoundsWhatStandsBetweenTheUserAndTheAnswer) {
   EXPECT_EQ(archives(), 0);
 }
 
-TEST_F(TaskSafetyServiceTest, RunsNoHookOfTheProject) {
-  // One that fails, as that of Git LFS where its program is missing, and one that writes.
-  for (const auto* action : {"exit 2", "echo generated > a.txt"}) {
-    repository.file("a.txt", "then\n");
-    const auto made = taken();
-    repository.file("a.txt", "now\n");
-    for (const auto* hook : {"post-checkout", "post-index-change", "reference-transaction"}) {
-      const auto path = repository.file(fmt::format(".git/hooks/{}", hook),
-                                        fmt::format("#!/bin/sh\n{}\n", action));
-      fs::permissions(path, fs::perms::owner_all);
-    }
-    const auto recovery = taken();
-    const auto restored = service.restore(made, repository.path(), &recovery);
-    ASSERT_TRUE(restored) << restored.error().description();
-    EXPECT_EQ(content("a.txt"), "then\n");
-    const auto before = taken();
-    ASSERT_TRUE(service.restore(recovery, repository.path(), &before));
-    EXPECT_EQ(content("a.txt"), "now\n");
-    const auto worktree =
-        service.createIsolatedWorktree(workspace, Uuid::random(), repository.path());
-    ASSERT_TRUE(worktree) << worktree.error().description();
-    EXPECT_EQ(TemporaryFolder::contentOf(worktree->path + "/a.txt"), "now\n");
-  }
-}
-
 TEST_F(TaskSafetyServiceTest, KeepsIgnoredFilesWhateverTheRulesBecome) {
   const auto made = taken();
   // Ignored by a rule that the restore takes back; in no checkpoint.

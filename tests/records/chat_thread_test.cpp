@@ -89,13 +89,6 @@ TEST(ChatThread, ModelAndEffortAreRemovedByAbsenceAndByTheWordDefault) {
   }
 }
 
-TEST(ChatThread, RemovingAChoiceThatIsNotThereStillCountsAsAChange) {
-  ChatThread made = thread();
-  made.setModelID("default", AgentProvider::codex, now);
-  EXPECT_EQ(made.providerModelIDs, std::nullopt);
-  EXPECT_EQ(made.updatedAt, now);
-}
-
 TEST(ChatThread, IsNamedAfterTheFirstLineOfItsFirstPrompt) {
   const std::string sixty(60, 'x');
   // A family is one character for people, though it is 25 bytes long.
@@ -125,21 +118,6 @@ TEST(ChatThread, IsNamedAfterTheFirstLineOfItsFirstPrompt) {
     made.nameAfterPrompt(prompt);
     EXPECT_EQ(made.title, expected) << title << " / " << prompt;
   }
-}
-
-TEST(ChatThread, MovesAQueuedPromptToTheFront) {
-  ChatThread made = thread();
-  for (int i = 0; i < 4; ++i) made.queuedPrompts.push_back(promptWith());
-  const auto old = made.queuedPrompts;
-
-  made.moveQueuedPromptToFront(old[0].id, now);
-  made.moveQueuedPromptToFront(Uuid::random(), now);
-  EXPECT_EQ(made.queuedPrompts, old);
-  EXPECT_EQ(made.updatedAt, before);
-
-  made.moveQueuedPromptToFront(old[2].id, now);
-  EXPECT_EQ(made.queuedPrompts, (std::vector{old[2], old[0], old[1], old[3]}));
-  EXPECT_EQ(made.updatedAt, now);
 }
 
 TEST(ChatThread, MoveLeavesNothingBoundToTheOldFolder) {

@@ -1,8 +1,8 @@
 #include "records/stores/conversation_json.h"
 
+#include <functional>
 #include <gtest/gtest.h>
-
-#include "platform/text/text.h"
+#include <set>
 
 namespace vantrell {
 namespace {
@@ -72,59 +72,86 @@ TEST(ConversationJson, EveryFieldComesBackUnderItsKeyInTheStoredOrder) {
 
 // ---- required, absent, default ------------------------------------------------------------------
 
-struct RecordRules {
-  std::string_view record;
-  std::string_view place;  // of one such record in the full document, as error messages name it
-  std::string_view required;
-  std::string_view absentAllowed;
-  /// A key and what stands for it when it is missing.
-  std::vector<std::pair<std::string_view, std::string_view>> byDefault = {};
+/// The least of each record that the program reads, as its first version may have stored it.
+constexpr std::string_view leastDocument =
+    R"([{"id":"00000000-0000-0000-0000-000000000001","name":"Work","path":"/work","threads":[)"
+    R"({"id":"00000000-0000-0000-0000-000000000002","title":"T","importedSession":{)"
+    R"("provider":"kimi","sessionID":"k1","sourceLabel":"Kimi","activity":"recent","importedAt":5,)"
+    R"("lastSeenAt":6},"draftAttachments":[{"id":"00000000-0000-0000-0000-0000000000A1",)"
+    R"("displayName":"a","path":"a","kind":"file"}],"checkpoints":[)"
+    R"({"id":"00000000-0000-0000-0000-0000000000C1","label":"x","kind":"manual","createdAt":1,)"
+    R"("archivePath":"/a","conversationEntryCount":3,"changedFileCount":2}],"entries":[)"
+    R"({"id":"m","kind":"user","text":"t","createdAt":7}],"queuedPrompts":[)"
+    R"({"id":"00000000-0000-0000-0000-0000000000B1","text":"q","createdAt":8}],"runs":[)"
+    R"({"id":"00000000-0000-0000-0000-0000000000D1","prompt":"p","status":"failed","startedAt":1,)"
+    R"("updatedAt":2}],"createdAt":9,"updatedAt":10},)"
+    R"({"id":"00000000-0000-0000-0000-000000000003","title":"U","entries":[],"createdAt":9,)"
+    R"("updatedAt":10}]}])";
 
-  std::vector<std::string_view> keys() const {
-    std::vector<std::string_view> all = words(required);
-    for (const auto key : words(absentAllowed)) all.push_back(key);
-    for (const auto& [key, json] : byDefault) all.push_back(key);
-    return all;
+/// Calls back for each key of each record in the document: the record, the key, and the path by
+/// which messages name it.
+void forEachKey(
+    Json& at, const std::string& path,
+    const std::function<void(JsonObject&, const std::string&, const std::string&)>& go) {
+  const std::string front = path.empty() ? "" : path + ".";
+  if (auto* list = at.asArray()) {
+    for (std::size_t i = 0; i < list->size(); ++i)
+      forEachKey((*list)[i], front + std::to_string(i), go);
+  } else if (auto* record = at.asObject()) {
+    std::vector<std::string> keys;
+    for (const auto& [key, value] : *record) keys.push_back(key);
+    for (const auto& key : keys) {
+      const bool isMap = key.starts_with("provider");  // whose keys are no fields
+      if (!isMap) forEachKey(*record->find(key), front + key, go);
+      go(*record, key, front + key);
+    }
   }
-  static std::vector<std::string_view> words(std::string_view text) {
-    return text.empty() ? std::vector<std::string_view>() : text::split(text, ' ');
-  }
-};
+}
 
-const std::vector<RecordRules> allRules{
-    {"Workspace", "0", "id name path threads", "", {{"isPinned", "false"}}},
-    {"ChatThread",
-     "0.threads.0",
-     "id title entries createdAt updatedAt",
-     "sessionId providerSessionIDs providerModelIDs providerEfforts lastProvider importedSession "
-     "draftText isolatedWorkspacePath preferredProvider nextMessageProvider comparisonGroupID",
-     {{"draftAttachments", "[]"},
-      {"workspaceMode", R"("shared")"},
-      {"checkpoints", "[]"},
-      {"queuedPrompts", "[]"},
-      {"runs", "[]"},
-      {"isPinned", "false"},
-      {"isArchived", "false"}}},
-    {"ChatEntry",
-     "0.threads.0.entries.0",
-     "id kind text createdAt",
-     "title status provider",
-     {{"attachments", "[]"}}},
-    {"ChatAttachment", "0.threads.0.draftAttachments.0", "id displayName path kind",
-     "contentType byteCount"},
-    {"QueuedPrompt",
-     "0.threads.0.queuedPrompts.0",
-     "id text createdAt",
-     "",
-     {{"attachments", "[]"}}},
-    {"RunRecord", "0.threads.0.runs.0", "id prompt status startedAt updatedAt",
-     "provider modelID effort statusMessage routingReason lastActivityAt completedAt"},
-    {"WorkspaceCheckpoint", "0.threads.0.checkpoints.0",
-     "id label kind createdAt archivePath conversationEntryCount changedFileCount",
-     "baseRevision sourceMessageID"},
-    {"ImportedSessionReference", "0.threads.0.importedSession",
-     "provider sessionID sourceLabel activity importedAt lastSeenAt", ""},
-};
+TEST(ConversationJson, LeastDocumentIsReadWithDefaultsAndEachOfItsKeysIsNeeded) {
+  const auto decoded = decodeWorkspaces(leastDocument, conversationJson);
+  ASSERT_TRUE(decoded) << decoded.error().text();
+  EXPECT_TRUE(
+      encodeWorkspaces(*decoded, conversationJson)
+          .ends_with(R"("title":"U","draftAttachments":[],"workspaceMode":"shared",)"
+                     R"("checkpoints":[],"entries":[],"queuedPrompts":[],"runs":[],)"
+                     R"("createdAt":9,"updatedAt":10,"isPinned":false,"isArchived":false}],)"
+                     R"("isPinned":false}])"))
+      << "an absent value is not written, a default is";
+  const std::set<std::string_view> optional{"importedSession", "draftAttachments", "checkpoints",
+                                            "queuedPrompts", "runs"};
+  Json document = *json::parse(leastDocument);
+  forEachKey(document, "",
+             [&](JsonObject& record, const std::string& key, const std::string& path) {
+               const JsonObject whole = record;
+               record.remove(key);
+               EXPECT_EQ(errorOf(json::write(document)),
+                         optional.contains(key) ? "none" : path + ": missing");
+               record = whole;
+             });
+}
+
+TEST(ConversationJson, NullIsAsGoodAsNothingAndOtherKindsFailWithTheirPath) {
+  Json document = *json::parse(fullDocument());
+  const auto read = [&] {
+    const auto decoded = decodeWorkspaces(json::write(document), conversationJson);
+    return decoded ? encodeWorkspaces(*decoded, conversationJson) : decoded.error().text();
+  };
+  forEachKey(document, "",
+             [&](JsonObject& record, const std::string& key, const std::string& path) {
+               const JsonObject whole = record;
+               record.set(key, Json::Array{true});  // which no field of any record is
+               EXPECT_TRUE(read().starts_with(path)) << path;
+               record.set(key, nullptr);
+               const std::string asNull = read();
+               record.remove(key);
+               EXPECT_EQ(read(), asNull) << path;
+               record = whole;
+               record.set("fromTheFuture", Json::Array{1, "x"});
+               EXPECT_EQ(read(), fullDocument()) << path;
+               record = whole;
+             });
+}
 
 JsonObject& recordAt(Json& document, std::string_view place) {
   Json* at = &document;
@@ -134,67 +161,6 @@ JsonObject& recordAt(Json& document, std::string_view place) {
     at = at->asArray() ? &(*at->asArray())[std::stoul(step)] : at->asObject()->find(step);
   }
   return *at->asObject();
-}
-
-class RecordKeys : public testing::TestWithParam<RecordRules> {};
-
-TEST_P(RecordKeys, MissingAndNullKeysFollowTheRulesOfTheRecord) {
-  const auto& rules = GetParam();
-  const auto required = RecordRules::words(rules.required);
-  Json full = *json::parse(fullDocument());
-  EXPECT_EQ(recordAt(full, rules.place).size(), rules.keys().size()) << "a key without a rule";
-  for (const auto key : rules.keys()) {
-    for (const bool asNull : {false, true}) {
-      SCOPED_TRACE(std::string(key) + (asNull ? " null" : " missing"));
-      Json document = full;
-      JsonObject& record = recordAt(document, rules.place);
-      ASSERT_TRUE(record.remove(key)) << "the full document lacks the key";
-      if (asNull) record.set(std::string(key), nullptr);
-
-      const auto decoded = decodeWorkspaces(json::write(document), conversationJson);
-      if (std::ranges::count(required, key) > 0) {
-        ASSERT_FALSE(decoded);
-        EXPECT_EQ(decoded.error().text(),
-                  std::string(rules.place) + "." + std::string(key) + ": missing");
-        continue;
-      }
-      ASSERT_TRUE(decoded) << decoded.error().text();
-      Json written = *json::parse(encodeWorkspaces(*decoded, conversationJson));
-      const Json* value = recordAt(written, rules.place).find(key);
-      const auto standIn =
-          std::ranges::find(rules.byDefault, key, [](auto& each) { return each.first; });
-      if (standIn == rules.byDefault.end()) {
-        EXPECT_EQ(value, nullptr) << "an absent value is not written";
-      } else {
-        ASSERT_NE(value, nullptr) << "a default is written";
-        EXPECT_EQ(json::write(*value), standIn->second);
-      }
-    }
-  }
-}
-
-TEST_P(RecordKeys, ValuesOfAnotherKindFailWithTheirPath) {
-  const auto& rules = GetParam();
-  for (const auto key : rules.keys()) {
-    // No field of any record holds a list of booleans.
-    Json document = *json::parse(fullDocument());
-    recordAt(document, rules.place).set(std::string(key), Json::Array{true});
-    const std::string path = std::string(rules.place) + "." + std::string(key);
-    EXPECT_TRUE(errorOf(json::write(document)).starts_with(path)) << path;
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(Records, RecordKeys, testing::ValuesIn(allRules),
-                         [](const auto& test) { return std::string(test.param.record); });
-
-TEST(ConversationJson, KeysThatNobodyKnowsAreIgnored) {
-  for (const auto& rules : allRules) {
-    Json document = *json::parse(fullDocument());
-    recordAt(document, rules.place).set("fromTheFuture", Json::Array{1, "x"});
-    const auto decoded = decodeWorkspaces(json::write(document), conversationJson);
-    ASSERT_TRUE(decoded) << decoded.error().text();
-    EXPECT_EQ(encodeWorkspaces(*decoded, conversationJson), fullDocument());
-  }
 }
 
 TEST(ConversationJson, UnknownValueOfAnEnumerationFailsTheDocumentWithItsPath) {

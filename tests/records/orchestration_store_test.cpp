@@ -98,17 +98,6 @@ TEST_F(OrchestrationFiles, WhatCannotBeReadIsKeptWhenItIsReplaced) {
   }
 }
 
-TEST_F(OrchestrationFiles, AFolderInTheWayIsKeptToo) {
-  folder_.file("Orchestration/notes.json/inside", "x");
-  auto files = store();
-  EXPECT_EQ(files.load("notes.json", notes_), notes_);
-  ASSERT_TRUE(files.save(none_, "notes.json"));
-  EXPECT_EQ(
-      TemporaryFolder::contentOf(
-          folder_ / "Orchestration/notes that could not be read 2001-01-01 00.00.00Z.json/inside"),
-      "x");
-}
-
 TEST_F(OrchestrationFiles, AreNotReplacedWhenTheUnreadableOneCannotBeKept) {
   tests::expectOnSmallVolume(folder_.path(), "1m", [&] {
     folder_.file("Orchestration/notes.json", "[{");

@@ -70,24 +70,6 @@ TEST(Transcript, FindsWhatALinearSearchFinds) {
   }
 }
 
-TEST(Transcript, EmptyOneFindsNothing) {
-  Transcript transcript;
-  EXPECT_EQ(transcript.find("x"), nullptr);
-  EXPECT_EQ(transcript.find(""), nullptr);
-  transcript.append(entryWith("x"));
-  EXPECT_NE(transcript.find("x"), nullptr);
-  transcript.clear();
-  EXPECT_EQ(transcript.find("x"), nullptr);
-  EXPECT_TRUE(transcript.empty());
-}
-
-TEST(Transcript, FoundEntryIsChangedInPlace) {
-  Transcript transcript{entryWith("a"), entryWith("b")};
-  transcript.find("b")->text += "hello";
-  EXPECT_EQ(transcript[1].text, "hello");
-  EXPECT_EQ(std::as_const(transcript).find("b"), &std::as_const(transcript)[1]);
-}
-
 TEST(Transcript, MovedFromOneCanBeUsedAgain) {
   Transcript first{entryWith("a"), entryWith("b")};
   EXPECT_EQ(first.indexOf("b"), 1U);

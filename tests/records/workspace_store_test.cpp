@@ -149,25 +149,6 @@ TEST_F(WorkspaceStoreTest, GeneralWorkspaceMovesToTheFrontUnderItsOwnName) {
   EXPECT_EQ(loaded[2], second);
 }
 
-TEST_F(WorkspaceStoreTest, DocumentThatCannotBeReadIsKeptAside) {
-  const std::string broken = R"([{"id":"x","threads":[]}])";
-  defaults_->setData(key, broken);
-  WorkspaceStore store(*defaults_, support());
-  const auto loaded = store.load(now);
-  ASSERT_EQ(loaded.size(), 1U);
-  EXPECT_EQ(stored(), loaded);
-  EXPECT_FALSE(defaults_->data(key)) << "it has one place";
-
-  ASSERT_EQ(keptFiles().size(), 1U);
-  const std::string kept = keptFiles()[0];
-  EXPECT_EQ(tests::TemporaryFolder::contentOf(kept), broken);
-  EXPECT_EQ(tests::TemporaryFolder::modeOf(kept), 0600U)
-      << "conversations are for their owner alone";
-  ASSERT_TRUE(store.notice());
-  EXPECT_TRUE(store.notice()->contains(kept)) << *store.notice();
-  EXPECT_TRUE(store.notice()->contains("0.id")) << *store.notice();
-}
-
 TEST_F(WorkspaceStoreTest, DocumentThatCannotEvenBeKeptAsideIsNeverOverwritten) {
   const std::string broken = "not json";
   defaults_->setData(key, broken);

@@ -90,22 +90,6 @@ TEST_F(ACPClientStart, ErrorAnswersFailIt) {
   }
 }
 
-TEST_F(ACPClientStart, ArgumentsAndEnvironmentAreExactlyThoseGiven) {
-  const std::string out = folder_ / "seen";
-  configuration_.executable = program("spy", "/usr/bin/env > \"$1\"\necho \"$@\" >> \"$1\"\n");
-  configuration_.processEnvironment = {{"ONLY", "this"}};
-  configuration_.processArguments = {out, "two words", ""};
-  client_ = ACPClient::make(configuration_, main_, pool_);
-  listen();
-  start();
-  await("terminated: Grok exited with status 0.");
-  std::string seen = tests::TemporaryFolder::contentOf(out);
-  // The shell adds this by itself.
-  const std::string own = "PWD=" + configuration_.workspacePath + "\n";
-  if (const auto at = seen.find(own); at != std::string::npos) seen.erase(at, own.size());
-  EXPECT_EQ(seen, "ONLY=this\n" + out + " two words \n");
-}
-
 // ---- Kimi and OpenCode --------------------------------------------------------------------------
 
 ACPAgentScript optionScript(const std::string& sessionResult) {

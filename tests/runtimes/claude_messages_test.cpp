@@ -103,6 +103,8 @@ TEST(ClaudeMessages, UsageIsReadInBothSpellings) {
                 R"("status":"allowed"})",
                 100.0, 1700000000.5, "seven_day", false},
            Case{R"({"status":"rejected"})", {}, {}, {}, true},
+           // Only what is beyond the plan is used up.
+           Case{R"({"status":"allowed","overageStatus":"rejected"})", {}, {}, {}, false},
            // The server is busy for everybody.
            Case{R"({"status":"rejected","isUsingOverage":false})", {}, {}, {}, false},
        }) {
@@ -118,20 +120,6 @@ TEST(ClaudeMessages, UsageIsReadInBothSpellings) {
     EXPECT_EQ(usage.exhausted, each.exhausted) << each.info;
     EXPECT_FALSE(usage.manualResetCredits || usage.manualResetCreditID);
   }
-}
-
-TEST(ClaudeMessages, UsageOfRealFrames) {
-  const auto usageOf = [](const char* frame) {
-    return claude::usage(*json::object(parsed(frame), "rate_limit_info"));
-  };
-  EXPECT_FALSE(usageOf(frames::limitAllowed).exhausted)
-      << "only what is beyond the plan is used up";
-  EXPECT_FALSE(usageOf(frames::limitAllowed).primaryUsedPercent);
-  EXPECT_DOUBLE_EQ(usageOf(frames::limitNear).primaryUsedPercent.value(), 91.0);
-  EXPECT_FALSE(usageOf(frames::limitNear).exhausted);
-  EXPECT_TRUE(usageOf(frames::limitReached).exhausted);
-  EXPECT_EQ(usageOf(frames::limitReached).planType, "five_hour");
-  EXPECT_DOUBLE_EQ(usageOf(frames::limitReached).resetsAt->secondsSinceUnixEpoch(), 1795398054);
 }
 
 }  // namespace

@@ -15,13 +15,6 @@ PermissionRequest question(const std::string& method, const std::string& params,
   return codex::approvalQuestion(5, method, *json::parseObject(params), known ? &*known : nullptr);
 }
 
-TEST(CodexApprovals, TitleSaysWhatIsAsked) {
-  EXPECT_EQ(question(command, R"({"command":"rm x"})").title, "Run command");
-  EXPECT_EQ(question(command, R"({"reason":"tidy"})").title, "Grant access");
-  EXPECT_EQ(question(files, "{}").title, "Edit files");
-  EXPECT_EQ(question(permissions, "{}").title, "Grant access");
-}
-
 TEST(CodexApprovals, DetailShowsWhatCodexSaysElsewhere) {
   struct Case {
     std::string method, params, item, detail;

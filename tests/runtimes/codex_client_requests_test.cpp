@@ -89,29 +89,6 @@ TEST_F(CodexClientRequests, QuestionThatIsResolvedElsewhereMakesRoomForTheNext) 
   expectNotes({"asks 1 Run command", "withdrawn 1", "asks 2 Edit files", "says m done"});
 }
 
-TEST_F(CodexClientRequests, AllowanceIsPushedAndAskedFor) {
-  open(CodexAgentScript()
-           .send(R"({"id":2,"result":{"rateLimits":{"primary":{"usedPercent":13},)"
-                 R"("planType":"plus"},"rateLimitResetCredits":{"availableCount":1}}})")
-           .notify("account/rateLimits/updated",
-                   R"({"rateLimits":{"primary":{"usedPercent":15},"planType":null}})")
-           .expectUsageRead()
-           .result(R"({"rateLimits":{"rateLimitReachedType":"primary"}})")
-           .expectUsageRead()
-           .error("not now")
-           .say("m", "end"));
-  awaitCount(2);
-  EXPECT_EQ(usages_[0].primaryUsedPercent, 13);
-  EXPECT_EQ(usages_[1].primaryUsedPercent, 15);
-  EXPECT_EQ(usages_[1].planType, "plus");
-  EXPECT_EQ(usages_[1].manualResetCredits, 1);
-  codex().refreshUsage();
-  awaitCount(3);
-  EXPECT_TRUE(usages_[2].exhausted);
-  codex().refreshUsage();
-  expectNotes({"usage", "usage", "usage exhausted", "says m end"});
-}
-
 TEST_F(CodexClientRequests, ResetOfTheAllowance) {
   const std::string consume =
       R"("method":"account/rateLimitResetCredit/consume","params":{"idempotencyKey":")";

@@ -15,17 +15,6 @@ using namespace LocalRuntimeService;
 using testing::ElementsAre;
 using enum LocalRuntimeKind;
 
-TEST(LocalRuntimeService, ReadsTheChoiceFromTheDefaults) {
-  const auto defaults = UserDefaults::inMemory();
-  EXPECT_EQ(configuredKind(*defaults), automatic);
-  defaults->setText("localRuntimeKind.v1", "lm_studio");
-  EXPECT_EQ(configuredKind(*defaults), lmStudio);
-  defaults->setText("localRuntimeKind.v1", "LM Studio");
-  EXPECT_EQ(configuredKind(*defaults), automatic);
-  defaults->setText("localRuntimeBaseURL.v1", " http://x ");
-  EXPECT_EQ(configuredURL(*defaults), " http://x ");
-}
-
 TEST(LocalRuntimeService, AllowsPlainHttpOnlyToThisMachineAndPrivateNetworks) {
   using Texts = std::vector<std::string>;
   const std::pair<std::optional<LocalRuntimeError>, Texts> cases[]{

@@ -178,34 +178,17 @@ TEST_F(TaskletClientTest, TakesThePromptNowhereElse) {
 }
 
 TEST_F(TaskletClientTest, ReportsThatTheHookIsOutOfReach) {
-  struct Case {
-    std::string name;
-    HttpServer::Handler handler;
-    std::string words;
-  };
-  for (const auto& one : {
-           Case{"hangs", [](ServerConnection& connection) { connection.awaitClose(); },
-                " did not answer within 0.2 seconds."},
-           Case{"cut",
-                [](ServerConnection& connection) {
-                  connection.read();
-                  connection.send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nabc");
-                },
-                " was lost."},
-       }) {
-    SCOPED_TRACE(one.name);
-    // Short only for the one that is silent: on a busy machine the others take their time.
-    limits_.request = one.name == "hangs" ? 200ms : TaskletLimits().request;
-    serve(one.handler);
-    const auto result = prompt();
-    ASSERT_FALSE(result);
-    EXPECT_THAT(result.error().localizedDescription(), HasSubstr(one.words));
-    EXPECT_THAT(result.error().localizedDescription(), Not(HasSubstr("secret")));
-    EXPECT_FALSE(result.error().runtimeError()) << "it is the way that failed, not the webhook";
-    EXPECT_FALSE(isUsageLimitFailure(result.error()));
-    EXPECT_FALSE(result.error().isDisconnection());
-    EXPECT_THAT(told(), ElementsAre(begins_, failed_));
-  }
+  limits_.request = 200ms;
+  serve([](ServerConnection& connection) { connection.awaitClose(); });
+  const auto result = prompt();
+  ASSERT_FALSE(result);
+  EXPECT_THAT(result.error().localizedDescription(),
+              HasSubstr(" did not answer within 0.2 seconds."));
+  EXPECT_THAT(result.error().localizedDescription(), Not(HasSubstr("secret")));
+  EXPECT_FALSE(result.error().runtimeError()) << "it is the way that failed, not the webhook";
+  EXPECT_FALSE(isUsageLimitFailure(result.error()));
+  EXPECT_FALSE(result.error().isDisconnection());
+  EXPECT_THAT(told(), ElementsAre(begins_, failed_));
 }
 
 TEST_F(TaskletClientTest, EndsATurnThatIsCancelledAndTakesAnother) {
