@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "platform/text/text.h"
 #include "presentation/answer_texts.h"
 
 namespace vantrell::shell {
@@ -47,10 +48,10 @@ TEST(AnswerStream, GivesALineOnceItIsComplete) {
   const std::pair<std::string_view, std::string_view> steps[] = {
       {"## Look", ""},
       {"\n\n- one\n- t", "\x1b[1mLook\x1b[0m\n\n• one\n"},
-      {"wo\n\nA sentence longer than it is wi", "• two\n\nA sentence longer than it is\n"},
-      {"de **and", ""},
-      {" bold** now, as one sees it", "wide \x1b[1mand bold\x1b[22m now, as one sees\n"},
-      {"\n\na|b\n", "it\n"},
+      {"wo\n\nA sentence longer than it is wi", "• two\n"},
+      {"de **and bold** now\n",
+       "\nA sentence longer than it is\nwide \x1b[1mand bold\x1b[0m now\n"},
+      {"\na|b\n", ""},
       {"---|---\n1|2\n3", ""},
       {"|4\n\n```sh\nls\npw",
        "\n\x1b[2ma\x1b[0m  \x1b[2mb\x1b[0m\n1  2\n3  4\n\n"
@@ -82,27 +83,35 @@ TEST(AnswerStream, GoesOnWhereItWasFinished) {
   }
 }
 
+std::vector<std::string> linesOf(std::string_view answer) {
+  AnswerStream stream(style);
+  std::string all = stream.append(answer, 20);
+  all += stream.finish(20);
+  std::vector<std::string> lines;
+  for (const auto line : text::split(all, '\n')) lines.emplace_back(line);
+  lines.pop_back();
+  return lines;
+}
+
 TEST(AnswerStream, LaysOutEachKindOfLineForTheWidth) {
-  const auto lines = answerLines(
+  const auto lines = linesOf(
       "# A heading that is long\nText that is wrapped\nhere.\n\n\n- one two three four five six\n"
-      "  - [x] sub\n7. seven\n```sh\nls\t-l a_line_that_is_never_wrapped  \n\n\x1b[2J\n```\n> "
+      "  - [x] sub\n7. seven\n```sh\nls -l a_line_that_is_never_wrapped\n\n\x1b[2J\n```\n> "
       "said\n>\n> so\n---\n"
       "a|b\n---|---\n1|a cell with far too much in it\nab twentyone_columns_long x\n"
-      "漢字漢字漢字漢字漢字漢字",
-      style, 20);
+      "漢字漢字漢字漢字漢字漢字");
   std::vector<std::string> plain;
   for (const auto& line : lines) plain.push_back(withoutLooks(line));
   EXPECT_THAT(plain,
               ElementsAre("A heading that is", "long", "Text that is wrapped", "here.", "",
                           "• one two three four", "  five six", "  ✓ sub", "7. seven", "  sh",
-                          "  ls      -l a_line_that_is_never_wrapped", "", "  ␛[2J", "│ said", "│ ",
+                          "  ls -l a_line_that_is_never_wrapped", "", "  ␛[2J", "│ said", "│ ",
                           "│ so", "────────────────────", "a  b", "1  a cell with far…", "ab",
                           "twentyone_columns_lo", "ng x", "漢字漢字漢字漢字漢字", "漢字"));
   EXPECT_THAT(
-      answerLines("Some **bold words, `code` too** end\n> so **it** goes\n\x1b[1m", style, 20),
-      ElementsAre("Some \x1b[1mbold words,\x1b[22m",
-                  "\x1b[1m\x1b[36mcode\x1b[39m\x1b[22m\x1b[1m too\x1b[22m end",
-                  "\x1b[2m│ so \x1b[22;1mit\x1b[22;2m goes\x1b[0m", "␛[1m"));
+      linesOf("Some **bold words, `code` too** end\n> so **it** goes\n\x1b[1m"),
+      ElementsAre("Some \x1b[1mbold words,\x1b[0m", "\x1b[1;36mcode\x1b[0m\x1b[1m too\x1b[0m end",
+                  "\x1b[2m│ \x1b[0m\x1b[2mso \x1b[0m\x1b[1mit\x1b[0m\x1b[2m goes\x1b[0m", "␛[1m"));
 }
 
 /// Each would take minutes if a layout cost all that came before.

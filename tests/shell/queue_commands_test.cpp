@@ -76,8 +76,7 @@ TEST_F(QueueCommands, QueueIsEditedRunsInOrderAndWaitsAfterAFailure) {
 
   const auto failed = does({"queue", "run", task});
   EXPECT_EQ(code(failed), 1) << failed->output;
-  EXPECT_TRUE(failed->output.contains("✓ Grok finished the task.\n\nFrom the queue:\n"))
-      << failed->output;
+  EXPECT_TRUE(failed->output.contains("✓ Grok finished the task.\n\n› ")) << failed->output;
   EXPECT_TRUE(failed->error.contains("1 prompt waits in the queue. To send it: vantrell queue run"))
       << failed->error;
   // The next run that goes well takes the queue along.
@@ -99,9 +98,7 @@ TEST_F(QueueCommands, PromptTypedWhileTheTaskWorksWaits) {
   awaitOutput(*record, "tick");
   record->process->write("7\n\nSAY:typed\n");
   EXPECT_EQ(code(finish(record)), 0);
-  for (const char* text :
-       {"No question is open", "Queued: it is sent when this turn has gone well.",
-        "From the queue:", "\ntyped"}) {
+  for (const char* text : {"No question is open", "Queued for when", "SAY:typed", "\ntyped"}) {
     EXPECT_TRUE(record->output.contains(text)) << text << "\n" << record->output;
   }
 }
@@ -177,7 +174,7 @@ TEST_F(QueueCommands, ComparisonShowsBothAndWhereTheirWorkLies) {
   asked->process->closeInput();
   EXPECT_EQ(code(finish(asked)), 0) << asked->error;
   // Whoever asks first is answered first.
-  for (const char* text : {"Kimi asks:", "Grok asks:", "━━ Kimi · task", "━━ Grok · task",
+  for (const char* text : {"Kimi asks:", "Grok asks:", "Kimi Code in /", "Grok in /",
                            "You answered: Allow once.", "You answered: Reject."}) {
     EXPECT_TRUE(asked->output.contains(text)) << text << "\n" << asked->output;
   }

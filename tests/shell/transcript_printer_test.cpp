@@ -44,7 +44,7 @@ class TranscriptPrinterTest : public testing::Test {
 TEST_F(TranscriptPrinterTest, StreamsAnswersAndMarksThoughtsWhateverTheChunks) {
   stream(ChatEntryKind::thought, "t", {"\nhm", "m\nand ", "\nso\n"}, plain);
   stream(ChatEntryKind::assistant, "a", {"One", " two.\n", "Three."}, plain);
-  EXPECT_EQ(plainOutput, "│ hmm\n│ and \n│ so\n\nOne two.\nThree.");
+  EXPECT_EQ(plainOutput, "│ hmm\n│ and \n│ so\n\nOne two.\n");
   plain.ended(nullptr);
   EXPECT_TRUE(plainOutput.ends_with("Three.\n"));
 }
@@ -130,6 +130,7 @@ TEST_F(TranscriptPrinterTest, NothingForeignDrivesTheTerminal) {
   printer.entryAdded(tool("1", "\x1b[1A", "completed"));
   printer.entryAdded(entry("s", ChatEntryKind::system, "\x1b[1A"));
   const auto end = run(RunRecordStatus::failed, "\x1b[1A");
+  printer.runChanged(end);
   printer.ended(&end);
   std::string left = bytes;
   for (const std::string_view look :
@@ -142,6 +143,7 @@ TEST_F(TranscriptPrinterTest, NothingForeignDrivesTheTerminal) {
 TEST_F(TranscriptPrinterTest, SilentTurnIsNotTakenForAnAnswer) {
   const auto end = run(RunRecordStatus::completed, "Kimi finished the task.");
   plain.entryAdded(entry("u", ChatEntryKind::user, "Why?"));
+  plain.runChanged(end);
   plain.ended(&end);
   EXPECT_EQ(plainOutput,
             "› Why?\n\n• The agent ended its turn without a word.\n✓ Kimi finished the task.\n");

@@ -1,93 +1,25 @@
-// `vantrell compare`: one prompt to two providers, side by side. While they work each tells in
-// single lines what it does, with its name in front; what it said comes whole when it has ended.
+// `vantrell compare`: one prompt to two providers, side by side. What the first does is shown as it
+// comes, what the second does after it.
 #include <fmt/format.h>
 #include <set>
 
 #include "engine/core/workspace_tree.h"
 #include "engine/projects/task_safety.h"
 #include "engine/providers/session_controls.h"
-#include "engine/tasks/settings_operations.h"
 #include "engine/tasks/task_branches.h"
 #include "engine/tasks/workspace_operations.h"
 #include "platform/values/json.h"
 #include "project/git_workspace_service.h"
 #include "runtimes/catalog/provider_registry.h"
-#include "shell/terminal/activity_lines.h"
 #include "shell/terminal/command_groups.h"
 #include "shell/terminal/conversation_job.h"
-#include "shell/terminal/json_printer.h"
 #include "shell/terminal/run_plan.h"
 #include "shell/terminal/task_words.h"
 #include "shell/terminal/terminal_text.h"
-#include "shell/terminal/transcript_printer.h"
 
 namespace vantrell::shell {
 
 namespace {
-
-constexpr std::size_t filesShown = 20;  // of each of the two
-/// Of a stop; the line of the run's end says it as well.
-constexpr std::string_view stoppedText = "Stopped by you.";
-
-/// Tells in single lines what one of the two does, and at the end what it said.
-class ComparisonPrinter final : public RunObserver {
- public:
-  /// `thread` returns the conversation, of which the first `known` entries are not news.
-  ComparisonPrinter(Console& console, std::string name, std::function<const ChatThread*()> thread,
-                    std::size_t known)
-      : console_(console), name_(std::move(name)), thread_(std::move(thread)), known_(known) {}
-
-  void introduced(const RunIntroduction& introduction) override {
-    const auto folder = onOneLine(withTilde(std::string(introduction.folder)));
-    tell(style_.dim(fmt::format("task {}{}{}", shortID(introduction.conversation.threadID),
-                                folder.empty() ? "" : " in ", folder)));
-    if (!introduction.permissionNotice.empty()) tell(style_.yellow(introduction.permissionNotice));
-  }
-  void entryAdded(const ChatEntry& entry) override {
-    if (entry.text == stoppedText) return;
-    if (entry.kind == ChatEntryKind::system) {
-      return tell(style_.yellow(fmt::format("• {}", onOneLine(entry.text))));
-    }
-    const std::string status = entry.status.value_or("pending");
-    if (entry.kind != ChatEntryKind::tool || isOpenToolStatus(status)) return;
-    if (std::exchange(toldTools_[entry.id], status) == status) return;
-    tell(toolLine(entry, onOneLine(entry.title.value_or("A tool")), style_, columnsOfTool));
-  }
-  void entryReplaced(const ChatEntry& entry) override { entryAdded(entry); }
-  void runChanged(const RunRecord& run) override {
-    const bool isUnderWay =
-        run.status == RunRecordStatus::starting || run.status == RunRecordStatus::running;
-    if (!isUnderWay || !run.statusMessage || *run.statusMessage == lastStatus_) return;
-    lastStatus_ = *run.statusMessage;
-    tell(style_.dim(onOneLine(lastStatus_)));
-  }
-  void ended(const RunRecord* run) override {
-    const ChatThread* thread = thread_();
-    if (!thread || !run) return;
-    std::string page = fmt::format(
-        "\n{}\n\n", style_.bold(fmt::format("━━ {} · task {} ━━", name_, shortID(thread->id))));
-    TranscriptPrinter printer([&page](std::string_view bytes) { page += bytes; }, style_);
-    printer.isReview = true;
-    for (std::size_t i = known_; i < thread->entries.size(); ++i) {
-      const ChatEntry& entry = thread->entries[i];
-      if (entry.kind != ChatEntryKind::user && entry.text != stoppedText) printer.entryAdded(entry);
-    }
-    printer.ended(run);
-    console_.write(page + "\n");
-  }
-
- private:
-  static constexpr int columnsOfTool = 1000;
-  void tell(std::string_view styled) { console_.write(namedLine(style_, name_, styled)); }
-
-  Console& console_;
-  const TerminalStyle style_ = console_.style();
-  const std::string name_;
-  const std::function<const ChatThread*()> thread_;
-  const std::size_t known_;
-  std::string lastStatus_;
-  std::map<std::string, std::string, std::less<>> toldTools_;  // status, by entry
-};
 
 /// The comparison from the opened program to what came of it. Lives in the context.
 class Comparison : public std::enable_shared_from_this<Comparison> {
@@ -100,28 +32,24 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
     choices_.provider.reset();  // each side has its own
   }
 
-  void begin(VantrellApp& app) {
-    app_ = &app;
-    requireProvider(0);
+  /// Goes on once this provider and those after it are known to be available.
+  void begin(VantrellApp& app, std::size_t place = 0) {
+    if (place == providers_.size()) return compare();
+    const auto provider = providers_[place];
+    whetherAvailable(context_, app, provider, {}, choices_, [=, this, &app](bool isReady) {
+      if (isReady) return begin(app, place + 1);
+      context_.finish(usageError(whatToDoFor(app, provider) + " Nothing was changed."));
+    });
   }
 
  private:
   struct Side {
     ThreadExecutionKey key;
     AgentProvider chosen;
-    std::string name;
+    std::unique_ptr<RunObserver> printer;
     GitWorkspaceSnapshot changes;
   };
-  AppModel& model() { return app_->model(); }
-
-  /// One after the other, then goes on.
-  void requireProvider(std::size_t place) {
-    if (place == providers_.size()) return compare();
-    whetherAvailable(context_, *app_, providers_[place], {}, choices_, [this, place](bool isReady) {
-      if (isReady) return requireProvider(place + 1);
-      context_.finish(usageError(whatToDoFor(*app_, providers_[place]) + " Nothing was changed."));
-    });
-  }
+  AppModel& model() { return context_.model(); }
 
   void compare() {
     if (context_.hasFinished()) return;  // stopped meanwhile
@@ -132,8 +60,7 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
     const std::size_t known = model().tree().thread(*task)->entries.size();
     for (const auto& key : *forks) {
       model().controls().chooseForTurns(key, choices_);
-      const auto provider = *model().tree().thread(key)->preferredProvider;
-      sides_.push_back({key, provider, nameOf(provider), {}});
+      sides_.push_back({key, *model().tree().thread(key)->preferredProvider, nullptr, {}});
     }
     // One that was only made to be compared is of no more use.
     if (!plan_.task && known == 0) {
@@ -143,52 +70,37 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
     }
     std::vector<std::unique_ptr<Job>> jobs;
     for (auto& side : sides_) {
-      makePrinter(side, known);
-      auto job = std::make_unique<ConversationJob>(context_, side.key, *printers_.back(), nullptr);
-      job->name = side.name;
-      job->threadID = side.key.threadID.text();
-      job->beforeFirstEntry = [this, &side, &printer = *printers_.back()] {
-        introduce(side, printer);
-      };
+      const bool isFirst = &side == &sides_.front();
+      const auto id = side.key.threadID.text();
+      side.printer = makePrinter(context_, id, [this, isFirst](std::string_view bytes) {
+        const bool isShown = isFirst || firstHasEnded_ || context_.isJson();
+        isShown ? context_.console.write(bytes) : void(held_ += bytes);
+      });
+      auto job = std::make_unique<ConversationJob>(context_, side.key, *side.printer, nullptr);
+      job->name = isPractice(side) ? "Practice" : shortLabel(side.chosen);
+      job->threadID = id;
+      job->beforeFirstEntry = [this, &side, known] { introduce(side, known); };
+      if (isFirst) job->whenTold = [this] { showSecond(); };
       jobs.push_back(std::move(job));
     }
     Session::begin(context_, std::move(jobs), {.answerKind = plan_.answer},
                    [this](int status) { ended(status); });
   }
 
-  std::string nameOf(AgentProvider provider) const {
-    const bool isPractice = provider == AgentProvider::local && choices_.practiceAgent;
-    return std::string(isPractice ? "Practice" : shortLabel(provider));
+  bool isPractice(const Side& side) const {
+    return side.chosen == AgentProvider::local && choices_.practiceAgent;
   }
 
-  /// The one that worked last: another may have taken over.
-  AgentProvider workerOf(const Side& side) {
-    const RunRecord* run = model().tree().latestRun(side.key);
-    return run && run->provider ? *run->provider : side.chosen;
-  }
-
-  void makePrinter(const Side& side, std::size_t known) {
-    if (context_.isJson()) {
-      printers_.push_back(std::make_unique<JsonPrinter>(
-          [this](std::string_view bytes) { context_.console.write(bytes); },
-          side.key.threadID.text()));
-    } else {
-      printers_.push_back(std::make_unique<ComparisonPrinter>(
-          context_.console, side.name,
-          [this, key = side.key] { return model().tree().thread(key); }, known));
-    }
-  }
-
-  void introduce(const Side& side, RunObserver& printer) {
-    const ChatThread& thread = *model().tree().thread(side.key);
-    const std::string folder = thread.isolatedWorkspacePath.value_or("");
-    printer.introduced({.conversation = side.key,
-                        .runtime = side.name,
-                        .folder = folder,
-                        .permissionNotice = permissionNotice(model(), side.chosen, choices_)});
+  void introduce(const Side& side, std::size_t known) {
+    introduceRun(context_, *side.printer, side.key, side.chosen, choices_, known);
     for (const auto& note : model().safety().notes()) {
       if (notesTold_.insert(note).second) context_.complain(onOneLine(note));
     }
+  }
+
+  void showSecond() {
+    firstHasEnded_ = true;
+    context_.console.write(held_.empty() ? "" : "\n" + std::exchange(held_, {}));
   }
 
   void ended(int status) {
@@ -217,59 +129,45 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
 
   void tell(const Side& side, const ChatThread& thread) {
     const auto& style = context_.style();
-    const auto state = stateCell(views::taskState(thread));
-    const auto worker = workerOf(side);
-    std::string text = fmt::format("{} {}  {}{}\n", style.bold(fmt::format("{:<8}", side.name)),
-                                   style.cyan(shortID(thread.id)),
-                                   state.look ? (style.*state.look)(state.text) : state.text,
-                                   worker == side.chosen ? "" : ", by " + nameOf(worker));
-    text += fmt::format("  {}\n", style.dim(onOneLine(withTilde(*thread.isolatedWorkspacePath))));
-    const auto& files = side.changes.files;
-    if (files.empty()) text += style.dim("  nothing changed") + "\n";
-    for (std::size_t i = 0; i < std::min(files.size(), filesShown); ++i) {
-      text += fmt::format("  {} {}", files[i].status, onOneLine(files[i].path));
-      if (files[i].additions) text += " " + style.green(fmt::format("+{}", *files[i].additions));
-      if (files[i].deletions) text += " " + style.red(fmt::format("-{}", *files[i].deletions));
-      text += "\n";
-    }
-    if (files.size() > filesShown) {
-      text += style.dim(fmt::format("  … {} more files\n", files.size() - filesShown));
-    }
-    const auto next = context_.console.asTyped(
-        fmt::format("  All of it: vantrell diff {0}   To continue: vantrell run --task {0} \"...\"",
-                    shortID(thread.id)));
-    context_.console.write(text + style.dim(next) + "\n");
+    const auto& changes = side.changes;
+    context_.console.say(
+        fmt::format("\n{}: {} changed, {} {}. To see the changes: vantrell diff {}\n",
+                    style.bold(shortLabel(side.chosen)), counted(changes.files.size(), "file"),
+                    style.green(fmt::format("+{}", changes.additions())),
+                    style.red(fmt::format("-{}", changes.deletions())), shortID(thread.id)));
   }
 
   void tellAsJson(const Side& side, const ChatThread& thread) {
     Json::Array files;
     for (const auto& file : side.changes.files) {
       JsonObject object{{"path", file.path}, {"status", file.status}};
-      if (file.additions) object.set("additions", *file.additions);
-      if (file.deletions) object.set("deletions", *file.deletions);
+      setIfKnown(object, "additions", file.additions);
+      setIfKnown(object, "deletions", file.deletions);
       files.push_back(std::move(object));
     }
+    // Another provider may have taken over.
+    const RunRecord* run = thread.latestRun();
     JsonObject result{{"event", "result"},
                       {"workspaceID", side.key.workspaceID.text()},
                       {"threadID", thread.id.text()},
                       {"comparisonGroupID", thread.comparisonGroupID->text()},
                       {"chosen", rawText(side.chosen)},
-                      {"provider", rawText(workerOf(side))},
+                      {"provider", rawText(run && run->provider ? *run->provider : side.chosen)},
                       {"path", *thread.isolatedWorkspacePath}};
-    if (const RunRecord* run = thread.latestRun()) result.set("status", rawText(run->status));
+    if (run) result.set("status", rawText(run->status));
     result.set("files", std::move(files));
     result.set("additions", side.changes.additions());
     result.set("deletions", side.changes.deletions());
-    context_.console.write(json::write(result) + "\n");
+    context_.writeJson(result);
   }
 
   CommandContext& context_;
   const RunPlan plan_;
   RunChoices choices_;
   const std::vector<AgentProvider> providers_;
-  VantrellApp* app_ = nullptr;
   std::vector<Side> sides_;
-  std::vector<std::unique_ptr<RunObserver>> printers_;
+  bool firstHasEnded_ = false;
+  std::string held_;  // what the second has said until then
   std::set<std::string> notesTold_;
 };
 
@@ -284,18 +182,15 @@ void compare(CommandContext& context) {
         "A comparison takes two providers: vantrell compare \"prompt\" --with codex "
         "--with claude");
   }
-  auto plan = readRunPlan(context, context.arguments.value(taskOption.name));
-  if (!plan) return context.misused(plan.error());
-  withPrompt(context, context.word(0),
-             [&context, providers, plan = *plan](std::string prompt) mutable {
-               plan.prompt = std::move(prompt);
-               const bool isFree = plan.mode == GrokPermissionMode::fullAccess;
-               context.confirmFullAccess(isFree, [&context, providers, plan] {
-                 const auto comparison = std::make_shared<Comparison>(context, plan, providers);
-                 context.keep(comparison);
-                 context.open({}, [&](VantrellApp& app) { comparison->begin(app); });
-               });
+  withPlan(context, context.arguments.value(taskOption.name), true,
+           [&context, providers](const RunPlan& plan) {
+             const bool isFree = plan.mode == GrokPermissionMode::fullAccess;
+             context.confirmFullAccess(isFree, [&context, providers, plan] {
+               const auto comparison = std::make_shared<Comparison>(context, plan, providers);
+               context.keep(comparison);
+               context.open({}, [&](VantrellApp& app) { comparison->begin(app); });
              });
+           });
 }
 
 constexpr CommandOption options[] = {
@@ -318,9 +213,9 @@ constexpr Command commands[] = {
      .introduction =
          "Makes two tasks, in the project or out of that of --task, and sends the prompt to a\n"
          "provider in each, at the same time. Each works in a Git worktree with a copy of all\n"
-         "that is not committed; without Git there is no comparison. While they work, each tells\n"
-         "what it does in single lines; what it said comes when it has ended, and at last where\n"
-         "its work is and which files differ there from the last commit.",
+         "that is not committed; without Git there is no comparison. What the first does is shown\n"
+         "as it comes and what the second does after it, and at last where their work is and how\n"
+         "much differs there from the last commit.",
      .closing =
          "Ctrl-C stops both, a second one leaves at once. A prompt of - is read from standard\n"
          "input.\n"

@@ -96,8 +96,8 @@ void Console::write(std::string_view text) {
 
 void Console::status(std::string_view text) {
   if (!style_.isLive() || isMidLine_ || !question_.empty()) return;
-  const int columns = TerminalStyle::usable(style_.size().columns);
-  output_.write(fmt::format("{}{}\r", clearLine, style_.dim(fitted(onOneLine(text), columns))));
+  const auto columns = static_cast<std::size_t>(TerminalStyle::usable(style_.size().columns));
+  output_.write(fmt::format("{}{}\r", clearLine, style_.dim(cutTo(onOneLine(text), columns))));
   isStatusShown_ = true;
 }
 

@@ -156,6 +156,7 @@ const RunRecord* ConversationJob::lastRun() const {
 
 void ConversationJob::tellEnd() {
   shownBy_.ended(lastRun());
+  whenTold();
   const ChatThread* thread = model_.tree().thread(key_);
   if (thread && !lastRun() && thread->draftText) {
     context_.complain(fmt::format(

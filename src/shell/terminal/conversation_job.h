@@ -18,6 +18,8 @@ class ConversationJob final : public Job {
 
   /// Called once, before its first new entry is shown: where it works is known then.
   std::function<void()> beforeFirstEntry;
+  /// Called when its end is shown.
+  std::function<void()> whenTold = [] {};
 
   void begin() override;
   void changed(const ChangeBatch& batch) override;

@@ -1,6 +1,7 @@
 #include "shell/terminal/inline_marks.h"
 
 #include <algorithm>
+#include <fmt/format.h>
 #include <optional>
 
 namespace vantrell::shell {
@@ -46,8 +47,7 @@ struct Run {
 };
 
 std::optional<Run> codeEnd(const Run& opener) {
-  const std::string_view near = opener.text.substr(0, opener.end + longestSpan);
-  for (auto at = near.find('`', opener.end); at != none; at = near.find('`', at)) {
+  for (auto at = opener.text.find('`', opener.end); at != none; at = opener.text.find('`', at)) {
     const Run run(opener.text, at);
     if (run.size() == opener.size()) return run;
     at = run.end;
@@ -55,96 +55,53 @@ std::optional<Run> codeEnd(const Run& opener) {
   return std::nullopt;
 }
 
-struct Mark {
-  std::size_t begin, end;
-  bool isCode;
-};
-
-/// The marks that have partners, in their order.
-std::vector<Mark> marksOf(std::string_view source, std::size_t& settled) {
-  std::vector<Mark> marks;
-  std::optional<Run> bold;  // the opener that has no partner yet
-  const auto addPair = [&](const Run& opener, const Run& closer, bool isCode) {
-    marks.push_back({opener.begin, opener.end, isCode});
-    marks.push_back({closer.begin, closer.end, isCode});
-  };
-  settled = source.size();
-  for (std::size_t at = 0; (at = source.find_first_of("*`", at)) != none;) {
-    const Run run(source, at);
-    at = run.end;
-    if (bold && run.begin - bold->begin > longestSpan) bold.reset();
-    const auto isUndecided = [&] { settled = std::min(settled, bold ? bold->begin : run.begin); };
-    // What comes next may make it something else.
-    if (run.end + 1 >= source.size()) isUndecided();
-    if (source[run.begin] == '`') {
-      if (!run.opensCode()) continue;
-      if (const auto closer = codeEnd(run)) {
-        if (closer->end == source.size()) isUndecided();
-        addPair(run, *closer, true);
-        at = closer->end;
-      } else if (source.size() - run.begin <= longestSpan + 4) {
-        isUndecided();
-      }
-    } else if (bold && run.closesBold()) {
-      addPair(*bold, run, false);
-      bold.reset();
-    } else if (run.opensBold()) {
-      bold.emplace(run);
-    }
-  }
-  if (bold && source.size() - bold->begin <= longestSpan + 4) {
-    settled = std::min(settled, bold->begin);
-  }
-  std::ranges::sort(marks, {}, &Mark::begin);
-  return marks;
-}
-
 }  // namespace
 
 InlineText withoutMarks(std::string_view source) {
-  InlineText shown;
-  std::size_t at = 0;
-  InlineText::Change now{};
-  for (const Mark& mark : marksOf(source, shown.settled)) {
-    shown.text += source.substr(at, mark.begin - at);
-    at = mark.end;
-    bool& flag = mark.isCode ? now.isCode : now.isBold;
-    flag = !flag;
-    now.at = shown.text.size();
-    now.removed = at - now.at;
-    shown.changes.push_back(now);
+  std::string looks(source.size(), '\0');
+  constexpr char isMark = 4;
+  const auto pair = [&looks](const Run& opener, const Run& closer, InlineText::Look look) {
+    for (std::size_t i = opener.begin; i < closer.end; ++i) looks[i] |= look;
+    for (const auto& mark : {opener, closer})
+      looks.replace(mark.begin, mark.size(), mark.size(), isMark);
+  };
+  std::optional<Run> bold;  // the opener that has no partner yet
+  for (std::size_t at = 0; (at = source.find_first_of("*`", at)) != none;) {
+    const Run run(source, at);
+    at = run.end;
+    if (source[run.begin] == '`') {
+      const auto closer = run.opensCode() ? codeEnd(run) : std::nullopt;
+      if (!closer) continue;
+      pair(run, *closer, InlineText::code);
+      at = closer->end;
+    } else if (bold && run.closesBold()) {
+      pair(*bold, run, InlineText::bold);
+      bold.reset();
+    } else if (run.opensBold()) {
+      bold = run;
+    }
   }
-  shown.text += source.substr(at);
+  InlineText shown;
+  for (std::size_t i = 0; i < source.size(); ++i) {
+    if ((looks[i] & isMark) != 0) continue;
+    shown.text += source[i];
+    shown.looks += looks[i];
+  }
   return shown;
 }
 
-InlineText asWritten(std::string_view source) {
-  return {.text = std::string(source), .changes = {}, .settled = source.size()};
-}
-
-InlineText::Change InlineText::at(std::size_t place) const {
-  const auto after = std::ranges::upper_bound(changes, place, {}, &Change::at);
-  return after == changes.begin() ? Change{} : *std::prev(after);
-}
-
-std::string InlineText::styled(Around around, std::size_t begin, std::size_t end) const {
+std::string InlineText::styled(std::string_view around, std::size_t begin, std::size_t end) const {
+  const auto lookAt = [this](std::size_t at) { return at < looks.size() ? looks[at] : '\0'; };
   std::string out;
-  end = std::min(end, text.size());
-  auto next = std::ranges::upper_bound(changes, begin, {}, &Change::at);
-  for (Change now = at(begin); begin < end;) {
-    const std::size_t partEnd = next == changes.end() ? end : std::min(next->at, end);
-    const bool isBold = now.isBold && around != Around::bold;
-    const bool isDim = around == Around::dim;
-    if (partEnd > begin) {
-      // 22 ends bold and dim alike, 39 the colour.
-      if (isBold) out += isDim ? "\x1b[22;1m" : "\x1b[1m";
-      if (now.isCode) out += "\x1b[36m";
-      out.append(text, begin, partEnd - begin);
-      if (now.isCode) out += "\x1b[39m";
-      if (isBold) out += isDim ? "\x1b[22;2m" : "\x1b[22m";
-    }
-    begin = partEnd;
-    if (next != changes.end()) now = *next++;
+  for (end = std::min(end, text.size()); begin < end;) {
+    const char look = lookAt(begin);
+    std::size_t next = begin;
+    while (next < end && lookAt(next) == look) ++next;
+    std::string codes((look & bold) != 0 ? "1" : around);
+    if ((look & code) != 0) codes += codes.empty() ? "36" : ";36";
+    const auto part = std::string_view(text).substr(begin, next - begin);
+    out += codes.empty() ? std::string(part) : fmt::format("\x1b[{}m{}\x1b[0m", codes, part);
+    begin = next;
   }
   return out;
 }

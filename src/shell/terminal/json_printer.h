@@ -4,19 +4,17 @@
 #include <functional>
 #include <string>
 
+#include "platform/values/json.h"
 #include "runtimes/wire/agent_client.h"
 #include "shell/terminal/run_observer.h"
 
-namespace vantrell {
-class JsonWriter;
-}
-
 namespace vantrell::shell {
 
-/// An object with the member "event" and others, as a line. `threadID` says which conversation it
-/// is about, where lines of several come.
-std::string eventLine(std::string_view name, std::string_view threadID,
-                      const std::function<void(JsonWriter&)>& members);
+/// An object with the member "event", these members and, if given, the record as a member of the
+/// event's name, as a line. `threadID` says which conversation it is about, where lines of several
+/// come.
+std::string eventLine(std::string_view name, std::string_view threadID, const JsonObject& members,
+                      const std::function<void(JsonWriter&)>& record = nullptr);
 /// The event of a question.
 std::string permissionEvent(const PermissionRequest& request, std::string_view threadID);
 
@@ -36,7 +34,9 @@ class JsonPrinter final : public RunObserver {
   void promptQueued(std::size_t waiting) override;
 
  private:
-  void event(std::string_view name, const std::function<void(JsonWriter&)>& members);
+  void event(std::string_view name, const JsonObject& members) {
+    write_(eventLine(name, threadID_, members));
+  }
 
   const Write write_;
   const std::string threadID_;

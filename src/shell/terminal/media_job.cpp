@@ -76,10 +76,8 @@ void MediaJob::tellProgress(bool isNews) {
 
 void MediaJob::tellItem(const ImagineItem& item) {
   if (context_.isJson()) {
-    return context_.console.write(eventLine("item", "", [&](JsonWriter& writer) {
-      writer.key("item");
-      writeJson(writer, item);
-    }));
+    return context_.console.write(
+        eventLine("item", "", {}, [&](JsonWriter& writer) { writeJson(writer, item); }));
   }
   const auto& style = context_.style();
   const bool isVideo = item.kind == ImagineKind::video;

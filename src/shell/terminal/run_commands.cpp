@@ -20,13 +20,6 @@ namespace {
 
 constexpr CommandOption eventsOption{"--json", "", "for scripts: one JSON object a line"};
 
-/// With the plan of the command line about `task`, or the command ends with what is wrong.
-void withPlan(CommandContext& context, std::optional<std::string> task,
-              const std::function<void(RunPlan)>& then) {
-  auto plan = readRunPlan(context, std::move(task));
-  return plan ? then(*std::move(plan)) : context.misused(plan.error());
-}
-
 Outcome outcomeOf(CommandContext& context, const Result<>& result) {
   return result ? Outcome(exitStatus::completed) : context.refused(result.error());
 }
@@ -34,12 +27,8 @@ Outcome outcomeOf(CommandContext& context, const Result<>& result) {
 // ---- run ----------------------------------------------------------------------------------------
 
 void run(CommandContext& context) {
-  withPlan(context, context.arguments.value(taskOption.name), [&context](RunPlan plan) {
-    withPrompt(context, context.word(0), [&context, plan](std::string prompt) mutable {
-      plan.prompt = std::move(prompt);
-      beginRun(context, std::move(plan));
-    });
-  });
+  withPlan(context, context.arguments.value(taskOption.name), true,
+           [&context](RunPlan plan) { beginRun(context, std::move(plan)); });
 }
 
 constexpr CommandOption runOptions[] = {
@@ -145,7 +134,7 @@ void clearQueue(CommandContext& context) {
 }
 
 void runQueue(CommandContext& context) {
-  withPlan(context, context.word(0), [&context](RunPlan plan) {
+  withPlan(context, context.word(0), false, [&context](RunPlan plan) {
     RunVariant variant;
     variant.conversation = [](AppModel& model, const ThreadExecutionKey& task,
                               const std::string&) -> std::expected<ThreadExecutionKey, UsageError> {
@@ -183,50 +172,43 @@ std::expected<std::size_t, UsageError> latestPrompt(const ChatThread& task) {
   return usageError("This task has no prompt yet.");
 }
 
-/// A run that begins with a branch of the task, which is sent by itself.
-void runBranch(CommandContext& context, RunPlan plan,
-               std::function<std::expected<ThreadExecutionKey, UsageError>(
-                   AppModel&, const ThreadExecutionKey& task, const std::string& prompt)>
-                   make) {
-  RunVariant variant;
-  variant.conversation = std::move(make);
-  variant.start = [](AppModel&, const ThreadExecutionKey&) { return Result<>(); };
-  beginRun(context, std::move(plan), std::move(variant));
-}
-
 using Branch = std::expected<ThreadExecutionKey, UsageError>;
-Branch branchOf(const Result<ThreadExecutionKey>& made) {
-  return made ? Branch(*made) : usageError(made.error().sentence);
+
+/// A run in a branch of the task, which sends its prompt by itself.
+void runBranch(CommandContext& context, bool takesPrompt,
+               std::function<Result<ThreadExecutionKey>(AppModel&, const ThreadExecutionKey& task,
+                                                        std::size_t entry, const RunPlan&)>
+                   make) {
+  withPlan(context, context.word(0), takesPrompt, [&context, make](const RunPlan& plan) {
+    const auto from = context.arguments.value("--from");
+    RunVariant variant;
+    variant.conversation = [from, plan, make](AppModel& model, const ThreadExecutionKey& task,
+                                              const std::string&) -> Branch {
+      const ChatThread& thread = *model.tree().thread(task);
+      const auto place = from ? findEntry(thread, *from) : latestPrompt(thread);
+      if (!place) return std::unexpected(place.error());
+      const auto made = make(model, task, *place, plan);
+      return made ? Branch(*made) : usageError(made.error().sentence);
+    };
+    variant.start = [](AppModel&, const ThreadExecutionKey&) { return Result<>(); };
+    beginRun(context, plan, std::move(variant));
+  });
 }
 
 void branch(CommandContext& context) {
-  withPlan(context, context.word(0), [&context](RunPlan plan) {
-    withPrompt(context, context.word(1), [&context, plan](std::string prompt) mutable {
-      plan.prompt = std::move(prompt);
-      runBranch(
-          context, plan,
-          [provider = plan.provider, from = context.arguments.value("--from")](
-              AppModel& model, const ThreadExecutionKey& task, const std::string& words) -> Branch {
-            const ChatThread& thread = *model.tree().thread(task);
-            const auto place = from ? findEntry(thread, *from) : latestPrompt(thread);
-            if (!place) return std::unexpected(place.error());
-            const std::string entry = thread.entries[*place].id;
-            return branchOf(model.branches().branchAndSend(task, entry, words, provider));
-          });
-    });
-  });
+  runBranch(
+      context, true,
+      [](AppModel& model, const ThreadExecutionKey& task, std::size_t entry, const RunPlan& plan) {
+        const std::string id = model.tree().thread(task)->entries[entry].id;
+        return model.branches().branchAndSend(task, id, plan.prompt, plan.provider);
+      });
 }
 
 void retry(CommandContext& context) {
-  withPlan(context, context.word(0), [&context](RunPlan plan) {
-    runBranch(context, plan,
-              [provider = plan.provider](AppModel& model, const ThreadExecutionKey& task,
-                                         const std::string&) -> Branch {
-                const auto place = latestPrompt(*model.tree().thread(task));
-                if (!place) return std::unexpected(place.error());
-                return branchOf(model.branches().retry(task, provider));
-              });
-  });
+  runBranch(context, false,
+            [](AppModel& model, const ThreadExecutionKey& task, std::size_t, const RunPlan& plan) {
+              return model.branches().retry(task, plan.provider);
+            });
 }
 
 constexpr CommandOption branchOptions[] = {

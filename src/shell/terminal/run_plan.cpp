@@ -99,6 +99,8 @@ std::expected<std::vector<ChatAttachment>, UsageError> attachmentsOf(
   return all;
 }
 
+namespace {
+
 std::expected<RunPlan, UsageError> readRunPlan(const CommandContext& context,
                                                std::optional<std::string> task) {
   const auto& given = context.arguments;
@@ -137,6 +139,20 @@ std::expected<RunPlan, UsageError> readRunPlan(const CommandContext& context,
   return plan;
 }
 
+}  // namespace
+
+void withPlan(CommandContext& context, std::optional<std::string> task, bool takesPrompt,
+              std::function<void(RunPlan)> then) {
+  auto plan = readRunPlan(context, std::move(task));
+  if (!plan) return context.misused(plan.error());
+  if (!takesPrompt) return then(*std::move(plan));
+  withPrompt(context, context.arguments.words.back(),
+             [plan = *std::move(plan), then = std::move(then)](std::string prompt) mutable {
+               plan.prompt = std::move(prompt);
+               then(std::move(plan));
+             });
+}
+
 void withPrompt(CommandContext& context, const std::string& given,
                 std::function<void(std::string)> then) {
   const auto take = [&context, then = std::move(then)](const std::string& text) {
@@ -149,6 +165,9 @@ void withPrompt(CommandContext& context, const std::string& given,
 
 // ---- the task and who does it -------------------------------------------------------------------
 
+namespace {
+
+/// The conversation that openTask() will select, if it exists.
 std::expected<std::optional<ThreadExecutionKey>, UsageError> existingTask(const AppModel& model,
                                                                           const RunPlan& plan) {
   const auto& workspaces = model.tree().workspaces();
@@ -172,6 +191,8 @@ std::expected<std::optional<ThreadExecutionKey>, UsageError> existingTask(const 
     return std::nullopt;
   return ThreadExecutionKey{project->id, first->id};
 }
+
+}  // namespace
 
 std::expected<ThreadExecutionKey, UsageError> openTask(AppModel& model, const RunPlan& plan,
                                                        AgentProvider provider) {
@@ -200,12 +221,6 @@ std::expected<ThreadExecutionKey, UsageError> openTask(AppModel& model, const Ru
   return *key;
 }
 
-std::string_view permissionNotice(const AppModel& model, AgentProvider provider,
-                                  const RunChoices& choices) {
-  const auto mode = model.settings().permissionModeFor(choices);
-  return mode == GrokPermissionMode::fullAccess ? detail(mode, provider) : std::string_view();
-}
-
 RunChoices runChoicesOf(const RunPlan& plan) {
   return {.provider = plan.practiceAgent ? std::optional(AgentProvider::local) : plan.provider,
           .permissionMode = plan.mode,
@@ -229,26 +244,55 @@ void whetherAvailable(CommandContext& context, VantrellApp& app, AgentProvider p
 }
 
 std::string whatToDoFor(const VantrellApp& app, AgentProvider provider) {
-  const auto label = ProviderRegistry::descriptor(provider).label;
-  const auto hint = ProviderRegistry::setupHint(provider);
+  std::string problem = "is not installed.";
+  std::string_view advice = "Or say where its program is with --executable.";
   if (provider == AgentProvider::tasklet) {
-    const auto& problem = app.services().webhook().problem();
-    if (!problem.empty()) return fmt::format("{} cannot be used: {}", label, problem);
-    return fmt::format("{} is not set up. {} Type: vantrell settings set tasklet-webhook", label,
-                       hint);
-  }
-  if (provider == AgentProvider::local) {
+    const auto& known = app.services().webhook().problem();
+    problem = known.empty() ? "is not set up." : "cannot be used: " + known;
+    advice = "Type: vantrell settings set tasklet-webhook";
+  } else if (provider == AgentProvider::local) {
     const auto status = app.services().localRuntimeStatus();
-    return fmt::format("{} cannot be used: {} {} If it was the practice agent: --practice.", label,
-                       status.reason() ? *status.reason() : "the harness is missing.", hint);
+    problem = "cannot be used: " + (status.reason() ? *status.reason() : "the harness is missing.");
+    advice = "If it was the practice agent: --practice.";
   }
-  return fmt::format(
-      "{} is not installed. {} Or say where its program is with --executable, or try vantrell run "
-      "--practice \"SAY:hello\".",
-      label, hint);
+  return fmt::format("{} {} {} {}", ProviderRegistry::descriptor(provider).label, problem,
+                     ProviderRegistry::setupHint(provider), advice);
 }
 
 // ---- the run ------------------------------------------------------------------------------------
+
+std::unique_ptr<RunObserver> makePrinter(CommandContext& context, std::string threadID,
+                                         std::function<void(std::string_view)> write) {
+  if (context.isJson()) {
+    return std::make_unique<JsonPrinter>(std::move(write), std::move(threadID));
+  }
+  auto printer = std::make_unique<TranscriptPrinter>(std::move(write), context.style());
+  if (threadID.empty()) {
+    printer->status = [&context](std::string_view text) { context.console.status(text); };
+  }
+  return printer;
+}
+
+void introduceRun(CommandContext& context, RunObserver& printer, const ThreadExecutionKey& key,
+                  AgentProvider provider, const RunChoices& choices, std::size_t earlierEntries) {
+  const auto mode = context.model().settings().permissionModeFor(choices);
+  const bool isFree = mode == GrokPermissionMode::fullAccess;
+  const bool isPractice = provider == AgentProvider::local && choices.practiceAgent;
+  // What the next start cannot find out by itself: the program that was named for this one.
+  std::string options = isPractice ? "--practice " : "";
+  if (choices.executable) {
+    options =
+        fmt::format("--provider {} --executable \"{}\" ", rawText(provider), *choices.executable);
+  }
+  const auto folder = context.model().tree().executionPath(key).value_or("");
+  printer.introduced(
+      {.conversation = key,
+       .runtime = isPractice ? "The practice agent" : ProviderRegistry::descriptor(provider).label,
+       .folder = folder,
+       .earlierEntries = earlierEntries,
+       .permissionNotice = isFree ? detail(mode, provider) : std::string_view(),
+       .resumeCommand = context.console.asTyped(fmt::format("vantrell run {}--task", options))});
+}
 
 namespace {
 
@@ -265,17 +309,16 @@ class Run : public std::enable_shared_from_this<Run> {
   void begin() {
     context_.confirmFullAccess(plan_.mode == GrokPermissionMode::fullAccess, [this] {
       context_.open({}, [this](VantrellApp& app) {
-        app_ = &app;
         context_.acceptCommands();
-        if (const auto failure = findProvider()) context_.finish(std::unexpected(*failure));
+        if (const auto failure = findProvider(app)) context_.finish(std::unexpected(*failure));
       });
     });
   }
 
  private:
-  AppModel& model() { return app_->model(); }
+  AppModel& model() { return context_.model(); }
 
-  std::optional<UsageError> findProvider() {
+  std::optional<UsageError> findProvider(VantrellApp& app) {
     const auto task = existingTask(model(), plan_);
     if (!task) return task.error();
     task_ = *task;
@@ -288,47 +331,43 @@ class Run : public std::enable_shared_from_this<Run> {
       }
       choices_.provider = thread->lastProvider;
     }
-    if (choices_.provider) {
-      whetherAvailable(context_, *app_, *choices_.provider, task_, choices_, [this](bool isReady) {
-        isReady ? start(*choices_.provider) : noProvider();
+    if (const auto chosen = choices_.provider) {
+      whetherAvailable(context_, app, *chosen, task_, choices_, [=, this, &app](bool isReady) {
+        isReady ? start(*chosen) : context_.finish(usageError(whatToDoFor(app, *chosen)));
       });
       return std::nullopt;
     }
-    look([this] {
-      const auto isFound = [this] { return expected().has_value(); };
-      context_.withUserPath(model().runtimes(), isFound, [this] {
-        return expected() ? lastLook() : look([this] { lastLook(); });
-      });
+    probe([this, &app] {
+      context_.withUserPath(
+          model().runtimes(), [this] { return expected().has_value(); },
+          [this, &app] {
+            probe([this, &app] {
+              const auto found = expected();
+              found ? start(*found) : context_.finish(usageError(noProvider(app)));
+            });
+          });
     });
     return std::nullopt;
   }
 
-  std::optional<AgentProvider> expected() { return model().router().expectedProvider({}, task_); }
-
-  void look(std::function<void()> then) {
+  void probe(std::function<void()> then) {
     model().router().probeForNextTurn({}, task_, std::move(then));
   }
 
-  void lastLook() {
-    const auto found = expected();
-    found ? start(*found) : noProvider();
-  }
+  std::optional<AgentProvider> expected() { return model().router().expectedProvider({}, task_); }
 
-  void noProvider() {
-    if (choices_.provider) {
-      return context_.finish(usageError(whatToDoFor(*app_, *choices_.provider)));
-    }
+  std::string noProvider(const VantrellApp& app) {
     const auto route = model().settings().routingMode();
-    context_.finish(usageError(
-        allowsAutomaticHandoff(route)
-            ? "No agent is installed. \"vantrell providers\" tells how to get one; or try vantrell "
-              "run --practice \"SAY:hello\"."
-            : fmt::format("{} The route leads to it alone; to take another: vantrell route "
-                          "automatic",
-                          whatToDoFor(*app_, firstChoice(route)))));
+    if (!allowsAutomaticHandoff(route)) {
+      return whatToDoFor(app, firstChoice(route)) +
+             " The route leads to it alone; to take another: vantrell route automatic";
+    }
+    return "No agent is installed. \"vantrell providers\" tells how to get one; or try vantrell "
+           "run --practice \"SAY:hello\".";
   }
 
   void start(AgentProvider provider) {
+    if (context_.hasFinished()) return;  // stopped meanwhile
     if (const auto failure = drive(provider)) context_.finish(std::unexpected(*failure));
   }
 
@@ -340,28 +379,33 @@ class Run : public std::enable_shared_from_this<Run> {
   }
 
   std::optional<UsageError> drive(AgentProvider provider) {
-    if (context_.hasFinished()) return std::nullopt;  // stopped meanwhile
     const bool isDriven = task_ && model().executions().choicesFor(*task_).isDriven;
     if (isDriven && !variant_.conversation) return drivenElsewhere();
     const auto opened = openTask(model(), plan_, provider);
     if (!opened) return opened.error();
-    auto conversation = variant_.conversation
-                            ? variant_.conversation(model(), *opened, plan_.prompt)
-                            : std::expected<ThreadExecutionKey, UsageError>(*opened);
+    auto conversation = opened;
+    if (variant_.conversation) {
+      conversation = variant_.conversation(model(), *opened, plan_.prompt);
+    }
     if (!conversation) return conversation.error();
-    if (isDriven && *conversation == *opened) return drivenElsewhere();
-    model().controls().chooseForTurns(*conversation, choices_);
-    makePrinter();
-    auto job = std::make_unique<ConversationJob>(
-        context_, *conversation, *printer_, [this, key = *conversation] {
-          return variant_.start ? variant_.start(model(), key)
-                                : model().composer().send(plan_.prompt, plan_.attachments, key);
-        });
-    if (*conversation == *opened) {
-      introduce(*conversation, provider, 0);
+    const auto key = *conversation;
+    if (isDriven && key == *opened) return drivenElsewhere();
+    model().controls().chooseForTurns(key, choices_);
+    printer_ = makePrinter(context_, "",
+                           [this](std::string_view bytes) { context_.console.write(bytes); });
+    auto job = std::make_unique<ConversationJob>(context_, key, *printer_, [this, key] {
+      return variant_.start ? variant_.start(model(), key)
+                            : model().composer().send(plan_.prompt, plan_.attachments, key);
+    });
+    const auto introduce = [this, key, provider](std::size_t newEntries) {
+      introduceRun(context_, *printer_, key, provider, choices_,
+                   model().tree().thread(key)->entries.size() - newEntries);
+    };
+    if (key == *opened) {
+      introduce(0);
     } else {
-      job->beforeFirstEntry = [this, key = *conversation, provider] {
-        introduce(key, provider, 1);
+      job->beforeFirstEntry = [this, introduce] {
+        introduce(1);
         tellAboutWorktree();
       };
     }
@@ -371,34 +415,11 @@ class Run : public std::enable_shared_from_this<Run> {
     jobs.push_back(std::move(job));
     Session::begin(context_, std::move(jobs),
                    {.answerKind = plan_.answer, .hearsPrompts = hearsPrompts},
-                   [this, key = *conversation](int status) {
+                   [this, key](int status) {
                      model().controls().chooseForTurns(key, {});
                      return ended_ ? ended_(status) : context_.finish(status);
                    });
     return std::nullopt;
-  }
-
-  void makePrinter() {
-    const auto write = [this](std::string_view bytes) { context_.console.write(bytes); };
-    if (context_.isJson()) {
-      printer_ = std::make_unique<JsonPrinter>(write);
-    } else {
-      auto printer = std::make_unique<TranscriptPrinter>(write, context_.style());
-      printer->status = [this](std::string_view text) { context_.console.status(text); };
-      printer_ = std::move(printer);
-    }
-  }
-
-  void introduce(const ThreadExecutionKey& key, AgentProvider provider, std::size_t newEntries) {
-    const auto folder = model().tree().executionPath(key).value_or("");
-    const auto label = ProviderRegistry::descriptor(provider).label;
-    printer_->introduced(
-        {.conversation = key,
-         .runtime = plan_.practiceAgent ? "The practice agent" : label,
-         .folder = folder,
-         .earlierEntries = model().tree().thread(key)->entries.size() - newEntries,
-         .permissionNotice = permissionNotice(model(), provider, choices_),
-         .resumeCommand = context_.console.asTyped("vantrell run " + resumeOptions(provider))});
   }
 
   /// A new conversation may work elsewhere than its source.
@@ -410,20 +431,11 @@ class Run : public std::enable_shared_from_this<Run> {
     }
   }
 
-  /// What the next start cannot find out by itself: the program that was named for this one.
-  std::string resumeOptions(AgentProvider provider) const {
-    if (plan_.practiceAgent) return "--practice --task";
-    if (!plan_.executable) return "--task";
-    return fmt::format("--provider {} --executable \"{}\" --task", rawText(provider),
-                       *plan_.executable);
-  }
-
   CommandContext& context_;
   const RunPlan plan_;
   const RunVariant variant_;
   const std::function<void(int)> ended_;
   RunChoices choices_;
-  VantrellApp* app_ = nullptr;
   std::optional<ThreadExecutionKey> task_;
   std::unique_ptr<RunObserver> printer_;
 };
@@ -431,7 +443,7 @@ class Run : public std::enable_shared_from_this<Run> {
 }  // namespace
 
 void beginRun(CommandContext& context, RunPlan plan, RunVariant variant,
-              std::function<void(int)> ended) {
+              std::function<void(int status)> ended) {
   const auto run =
       std::make_shared<Run>(context, std::move(plan), std::move(variant), std::move(ended));
   context.keep(run);

@@ -9,6 +9,7 @@
 
 #include "engine/core/run_choices.h"
 #include "shell/terminal/command_context.h"
+#include "shell/terminal/run_observer.h"
 
 namespace vantrell::shell {
 
@@ -56,9 +57,10 @@ struct RunPlan {
   std::string prompt;
 };
 
-/// From the options of the command line. What is wrong is found out before anything is changed.
-std::expected<RunPlan, UsageError> readRunPlan(const CommandContext& context,
-                                               std::optional<std::string> task);
+/// Goes on with the plan of the command line about `task`, with the prompt that is the last word if
+/// it takes one. What is wrong ends the command before anything is changed.
+void withPlan(CommandContext& context, std::optional<std::string> task, bool takesPrompt,
+              std::function<void(RunPlan)> then);
 /// Goes on with the prompt, read from the input where it is "-". An empty one ends the command.
 void withPrompt(CommandContext& context, const std::string& given,
                 std::function<void(std::string)> then);
@@ -86,16 +88,10 @@ void beginRun(CommandContext& context, RunPlan plan, RunVariant variant = {},
 
 // For the parts of it that other commands need as well.
 
-/// The conversation that openTask() will select, if it exists.
-std::expected<std::optional<ThreadExecutionKey>, UsageError> existingTask(const AppModel& model,
-                                                                          const RunPlan& plan);
 /// Selects the conversation that the plan names, else an untouched one in the plan's folder.
 /// Choices of the plan that belong to it are stored with it.
 std::expected<ThreadExecutionKey, UsageError> openTask(AppModel& model, const RunPlan& plan,
                                                        AgentProvider provider);
-/// What the permission mode means, where the agent may act unasked; else empty.
-std::string_view permissionNotice(const AppModel& model, AgentProvider provider,
-                                  const RunChoices& choices);
 /// What the plan chooses for the turns that it drives.
 RunChoices runChoicesOf(const RunPlan& plan);
 /// Goes on with whether the provider can be used, for the task if there is one, once all that this
@@ -105,5 +101,13 @@ void whetherAvailable(CommandContext& context, VantrellApp& app, AgentProvider p
                       std::function<void(bool)> then);
 /// Why a provider cannot be used now, and what helps.
 std::string whatToDoFor(const VantrellApp& app, AgentProvider provider);
+
+/// What shows a run: a transcript for a person, or with --json events, which name the conversation
+/// if `threadID` is given.
+std::unique_ptr<RunObserver> makePrinter(CommandContext& context, std::string threadID,
+                                         std::function<void(std::string_view)> write);
+/// Says who works where, how free, and how to go on with it later.
+void introduceRun(CommandContext& context, RunObserver& printer, const ThreadExecutionKey& key,
+                  AgentProvider provider, const RunChoices& choices, std::size_t earlierEntries);
 
 }  // namespace vantrell::shell

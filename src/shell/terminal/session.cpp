@@ -30,11 +30,6 @@ std::string permissionText(const PermissionRequest& request, const TerminalStyle
 
 }  // namespace
 
-std::string namedLine(const TerminalStyle& style, std::string_view name, std::string_view styled) {
-  if (name.empty()) return fmt::format("{}\n", styled);
-  return fmt::format("{} {}\n", style.bold(fmt::format("{:<8}", name)), styled);
-}
-
 void Session::begin(CommandContext& context, std::vector<std::unique_ptr<Job>> jobs,
                     Options options, std::function<void(int)> ended) {
   const std::shared_ptr<Session> session(
@@ -234,8 +229,9 @@ void Session::answer(const PermissionOption* option) {
   if (!context_.isJson()) {
     const auto* said = option ? option : rejectingOption(*held);
     const auto& style = context_.style();
-    context_.console.write(namedLine(
-        style, job.name, style.dim(fmt::format("→ {}", said ? onOneLine(said->name) : "Refused"))));
+    context_.console.write(style.dim(fmt::format("{}{}→ {}", job.name, job.name.empty() ? "" : " ",
+                                                 said ? onOneLine(said->name) : "Refused")) +
+                           "\n");
   }
   const auto& settings = context_.model().settings();
   const auto mode = settings.permissionMode();

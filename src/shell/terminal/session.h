@@ -53,9 +53,6 @@ class Job {
   std::string threadID;  // in its lines of JSON
 };
 
-/// A line about one of several agents; without a name just the line.
-std::string namedLine(const TerminalStyle& style, std::string_view name, std::string_view styled);
-
 class Session : public std::enable_shared_from_this<Session> {
  public:
   struct Options {

@@ -220,8 +220,7 @@ Outcome tellStatus(CommandContext& context, Date now, const Workspace& workspace
                   style.dim(onOneLine(fmt::format("({})", workspace.name))));
   const std::string words = sanitized(message);
   for (const auto line : text::split(words, '\n')) {
-    const auto shown = style.isLive() ? withoutMarks(line) : asWritten(line);
-    text += shown.styled(InlineText::Around::plain) + "\n";
+    text += (style.isLive() ? withoutMarks(line).styled() : std::string(line)) + "\n";
   }
   context.console.write(text);
   return exitStatus::completed;

@@ -1,20 +1,32 @@
 #include "shell/terminal/terminal_text.h"
 
-#include "platform/text/utf8.h"
+#include <algorithm>
+
+#include "platform/text/text.h"
 
 namespace vantrell::shell {
 
-std::string fitted(std::string_view text, int columns) {
-  int used = 0;
-  std::size_t cut = 0;  // where the ellipsis would go
-  for (std::size_t at = 0; at < text.size();) {
-    const auto sequence = utf8::sequenceAt(text.data() + at, text.data() + text.size());
-    used += sequence.length == 1 ? 1 : 2;
-    if (used > columns) return std::string(text.substr(0, cut)) + (columns > 1 ? "…" : "");
-    at += sequence.length;
-    if (used + 2 <= columns) cut = at;
+namespace {
+
+std::string_view lastColumns(std::string_view text, std::size_t columns) {
+  const std::size_t total = text::columnCount(text);
+  for (std::size_t skipped = total - std::min(total, columns);; ++skipped) {
+    std::size_t filled = skipped;
+    const auto rest = text.substr(text::firstColumns(text, filled).size());
+    if (text::columnCount(rest) <= columns) return rest;
   }
-  return std::string(text);
+}
+
+}  // namespace
+
+std::string cutTo(std::string_view line, std::size_t columns, bool cutsFront) {
+  if (text::columnCount(line) <= columns) return std::string(line);
+  if (columns == 0) return "";
+  if (cutsFront) return "…" + std::string(lastColumns(line, columns - 1));
+  std::size_t room = columns - 1;
+  std::string_view kept = text::firstColumns(line, room);
+  while (kept.ends_with(' ')) kept.remove_suffix(1);
+  return std::string(kept) + "…";
 }
 
 }  // namespace vantrell::shell

@@ -12,8 +12,7 @@ using text::boundedLines;
 using text::onOneLine;
 using text::sanitized;
 
-/// Cut, with an ellipsis, to what surely fits into that many columns. Widths are guessed from
-/// above: every character beyond ASCII counts as two columns.
-std::string fitted(std::string_view text, int columns);
+/// Cut, with an ellipsis, to so many columns of a terminal. The text is one line, sanitized.
+std::string cutTo(std::string_view line, std::size_t columns, bool cutsFront = false);
 
 }  // namespace vantrell::shell

@@ -13,7 +13,8 @@ namespace vantrell::shell {
 
 struct TableColumn {
   std::string_view heading;
-  /// Texts are cut down to this many columns of the terminal where room is short; 0: never cut.
+  /// 0: texts are never cut. Else they are where room is short; to be cut to fewer columns of the
+  /// terminal than these, other columns are left out first.
   std::size_t least = 0;
   /// The beginning of a text is cut, not its end: for paths.
   bool cutsFront = false;
@@ -49,9 +50,6 @@ class TextTable {
   std::vector<TableColumn> columns_;
   std::vector<std::vector<TableCell>> rows_;
 };
-
-/// Cut, with an ellipsis, to so many columns of a terminal. The text is one line, sanitized.
-std::string cutTo(std::string_view line, std::size_t columns, bool cutsFront = false);
 
 /// The columns to fill: those of the terminal, or for a pipe or file as many as are wanted.
 std::size_t columnsForTables(int descriptor);

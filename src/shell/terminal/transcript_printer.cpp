@@ -5,16 +5,34 @@
 #include "platform/text/text.h"
 #include "records/values/project_hook.h"
 #include "shell/terminal/terminal_text.h"
+#include "views/run_rows.h"
+#include "views/transcript_rows.h"
 
 namespace vantrell::shell {
 
 namespace {
 
+using views::Progress;
+
 constexpr std::size_t promptLinesShown = 6;
 constexpr std::size_t systemLinesShown = 40;
 constexpr std::size_t hookLinesShown = 12;
-constexpr std::size_t taskIDShown = 8;  // characters, plenty to tell tasks apart
+constexpr std::size_t columnsOfFiles = 1000;  // lines of tools and plans are cut to them
 constexpr std::string_view stoppedText = "Stopped by you.";
+/// What the record of a tool call says when an update came without a title.
+constexpr std::string_view namelessTool = "Using a tool";
+
+bool hasEnded(std::string_view status) {
+  return !isOpenToolStatus(status);
+}
+
+std::string coloured(const std::string& text, Progress progress, const TerminalStyle& style) {
+  switch (progress) {
+    case Progress::completed: return style.green(text);
+    case Progress::failed: return style.red(text);
+    default: return style.cyan(text);
+  }
+}
 
 }  // namespace
 
@@ -43,32 +61,27 @@ void TranscriptPrinter::showText(std::string_view text) {
 }
 
 void TranscriptPrinter::endText() {
-  if (stream_) showText(stream_->finish(columns()));
+  const auto last = answers_.find(answerID_);
+  if (last != answers_.end()) showText(last->second.stream.finish(columns()));
 }
 
 std::size_t TranscriptPrinter::columns() const {
-  return static_cast<std::size_t>(usableColumns());
-}
-
-int TranscriptPrinter::usableColumns() const {
-  return style_.isLive() ? TerminalStyle::usable(style_.size().columns) : 1000;
+  if (!style_.isLive()) return columnsOfFiles;
+  return static_cast<std::size_t>(TerminalStyle::usable(style_.size().columns));
 }
 
 std::vector<std::string> TranscriptPrinter::linesOf(std::string_view text, std::size_t most) const {
   return isReview ? text::visibleLines(text::trimmed(text)) : boundedLines(text, most);
 }
 
-void TranscriptPrinter::remark(std::string_view text) {
-  beginBlock(Block::other);
-  line(style_.dim(text));
-}
-
 // ---- entries ------------------------------------------------------------------------------------
 
 void TranscriptPrinter::introduced(const RunIntroduction& introduction) {
   resumeCommand_ = fmt::format("{} {}", introduction.resumeCommand,
-                               introduction.conversation.threadID.text().substr(0, taskIDShown));
-  remark(fmt::format("{} in {}", sanitized(introduction.runtime), sanitized(introduction.folder)));
+                               views::shortID(introduction.conversation.threadID));
+  beginBlock(Block::other);
+  line(style_.dim(
+      fmt::format("{} in {}", sanitized(introduction.runtime), sanitized(introduction.folder))));
   if (!introduction.permissionNotice.empty()) line(style_.yellow(introduction.permissionNotice));
   if (introduction.earlierEntries != 0) {
     line(
@@ -98,38 +111,36 @@ void TranscriptPrinter::entryAdded(const ChatEntry& entry) {
 void TranscriptPrinter::entryReplaced(const ChatEntry& entry) {
   if (entry.kind == ChatEntryKind::tool) return showTool(entry);
   if (entry.kind == ChatEntryKind::user) return;  // the person knows these words
-  if (streamID_ == entry.id && entry.text.starts_with(streamText_)) {
-    return textAdded(entry, std::string_view(entry.text).substr(streamText_.size()));
+  if (const auto shown = answers_.find(entry.id); shown != answers_.end()) {
+    const std::size_t taken = shown->second.taken;
+    if (taken <= entry.text.size()) {
+      return textAdded(entry, std::string_view(entry.text).substr(taken));
+    }
+    endText();
+    isTextLast_ = false;
+    answers_.erase(shown);
   }
-  if (streamID_ == entry.id) beginBlock(Block::none);
-  streamID_.clear();
   entryAdded(entry);
 }
 
 void TranscriptPrinter::textAdded(const ChatEntry& entry, std::string_view text) {
-  if (streamID_ != entry.id) {
+  if (answerID_ != entry.id) {
     endText();
     isTextLast_ = false;
-    streamID_ = entry.id;
-    stream_.emplace(style_, entry.kind == ChatEntryKind::thought ? AnswerStream::Kind::thought
-                                                                 : AnswerStream::Kind::answer);
-    // What stands further up decides how the rest is to be read.
-    const bool hasMore = std::string_view(entry.text).ends_with(text);
-    streamText_ = entry.text.substr(0, hasMore ? entry.text.size() - text.size() : 0);
-    std::ignore = stream_->append(streamText_, columns());
-    std::ignore = stream_->finish(columns());
+    answerID_ = entry.id;
   }
-  streamText_ += text;
-  showText(stream_->append(text, columns()));
+  const bool isThought = entry.kind == ChatEntryKind::thought;
+  const AnswerStream fresh(style_,
+                           isThought ? AnswerStream::Kind::thought : AnswerStream::Kind::answer);
+  Answer& answer = answers_.try_emplace(entry.id, fresh).first->second;
+  answer.taken = entry.text.size();
+  showText(answer.stream.append(text, columns()));
 }
 
 void TranscriptPrinter::showUser(const ChatEntry& entry) {
   if (const auto earlier = std::exchange(outcome_, std::nullopt)) {
     showOutcome(*earlier);
-    toldRun_ = earlier->id;
-    remark("From the queue:");
     agentWasHeard_ = false;
-    block_ = Block::none;
   }
   beginBlock(Block::other);
   std::string_view mark = "› ";
@@ -143,17 +154,26 @@ void TranscriptPrinter::showUser(const ChatEntry& entry) {
 
 /// A line of its own once it has ended; until then a passing status.
 void TranscriptPrinter::showTool(const ChatEntry& entry) {
-  const bool isHook = isHookEntry(entry);
-  const std::string title = isHook ? onOneLine(*entry.title) : toolTitles_.best(entry);
-  const std::string shown = toolLine(entry, title, style_, usableColumns());
+  Tool& tool = tools_[entry.id];
+  // Some agents name a call once and leave the name out later.
+  const std::string title = onOneLine(entry.title.value_or(""));
+  if (tool.title.empty()) tool.title = namelessTool;
+  if (!title.empty() && title != namelessTool) tool.title = title;
+  const auto row = views::toolRow(entry);
+  const bool hasFailed = row.progress == Progress::failed;
+  const std::string word = hasFailed ? fmt::format(" ({})", row.status) : std::string();
+  const std::size_t room = columns() - std::min(columns(), word.size() + 2);
+  const std::string shown =
+      coloured(fmt::format("{} {}{}", views::sign(row.progress), cutTo(tool.title, room), word),
+               row.progress, style_);
   if (!hasEnded(entry.status.value_or("pending")) && !isReview) {
-    openTools_.insert_or_assign(entry.id, shown);
-    return status(fmt::format("▸ {}", title));
+    tool.openLine = shown;
+    return status(fmt::format("▸ {}", tool.title));
   }
-  openTools_.erase(entry.id);
+  tool.openLine.clear();
   beginBlock(Block::tool);
   line(shown);
-  if (!isHook) return;
+  if (!isHookEntry(entry)) return;
   for (const auto& each : linesOf(entry.text, hookLinesShown)) {
     line(style_.dim(fmt::format("    {}", each)));
   }
@@ -170,7 +190,12 @@ void TranscriptPrinter::planReplaced(const std::vector<PlanEntry>& plan) {
   for (std::size_t i = 0; i < plan.size(); ++i) {
     const bool isNews =
         !hasSameSteps || (plan[i].status != earlier[i].status && hasEnded(plan[i].status));
-    if (isNews) lines.push_back(planLine(plan[i], style_, usableColumns()));
+    if (!isNews) continue;
+    const auto row = views::planRow(plan[i]);
+    const std::string text =
+        fmt::format("  {} {}", views::sign(row.progress), cutTo(row.words, columns() - 4));
+    lines.push_back(row.progress == Progress::pending ? text
+                                                      : coloured(text, row.progress, style_));
   }
   if (lines.empty()) return;
   beginBlock(Block::other);
@@ -181,8 +206,9 @@ void TranscriptPrinter::planReplaced(const std::vector<PlanEntry>& plan) {
 // ---- the run ------------------------------------------------------------------------------------
 
 void TranscriptPrinter::promptQueued(std::size_t waiting) {
-  remark(waiting == 1 ? "Queued: it is sent when this turn has gone well."
-                      : fmt::format("Queued: {} prompts wait now.", waiting));
+  beginBlock(Block::other);
+  line(style_.dim(
+      fmt::format("Queued for when this turn has gone well ({} in the queue).", waiting)));
 }
 
 void TranscriptPrinter::runChanged(const RunRecord& run) {
@@ -199,8 +225,8 @@ void TranscriptPrinter::livenessChanged(const RunRecord& run) {
 
 void TranscriptPrinter::ended(const RunRecord* run) {
   endText();
-  // A prompt that was stopped before its run began leaves the run before it as the last one.
-  if (run && run->id != toldRun_) {
+  // One that is stopped before its run begins leaves the run before it as the last one.
+  if (run && outcome_) {
     showOutcome(*run);
   } else if (stopIsUntold_) {
     beginBlock(Block::other);
@@ -208,15 +234,17 @@ void TranscriptPrinter::ended(const RunRecord* run) {
   } else if (!run) {
     return;
   }
-  if (!resumeCommand_.empty())
+  if (!resumeCommand_.empty()) {
     line(style_.dim(fmt::format("To go on: {} \"...\"", resumeCommand_)));
+  }
 }
 
 void TranscriptPrinter::showOutcome(const RunRecord& run) {
   stopIsUntold_ = false;
-  for (const auto& [id, text] : std::exchange(openTools_, {})) {
+  for (const auto& [id, tool] : std::exchange(tools_, {})) {
+    if (tool.openLine.empty()) continue;
     beginBlock(Block::tool);
-    line(text);
+    line(tool.openLine);
   }
   beginBlock(Block::other);
   if (run.status == RunRecordStatus::completed && !agentWasHeard_) {

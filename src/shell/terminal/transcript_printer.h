@@ -8,7 +8,6 @@
 #include <optional>
 #include <string>
 
-#include "shell/terminal/activity_lines.h"
 #include "shell/terminal/answer_stream.h"
 #include "shell/terminal/run_observer.h"
 #include "shell/terminal/terminal_style.h"
@@ -37,11 +36,16 @@ class TranscriptPrinter final : public RunObserver {
   void makeRoom() override { beginBlock(Block::other); }
   void ended(const RunRecord* run) override;
 
-  /// A line of the program's own, set apart from the transcript.
-  void remark(std::string_view line);
-
  private:
   enum class Block { none, text, tool, other };
+  struct Answer {
+    AnswerStream stream;
+    std::size_t taken = 0;  // bytes of the entry's text
+  };
+  struct Tool {
+    std::string title;
+    std::string openLine;  // empty once it has ended
+  };
   void line(std::string_view styled);
   void beginBlock(Block block);
   void showText(std::string_view text);
@@ -50,7 +54,6 @@ class TranscriptPrinter final : public RunObserver {
   void showUser(const ChatEntry& entry);
   void showTool(const ChatEntry& entry);
   void showOutcome(const RunRecord& run);
-  int usableColumns() const;
   std::size_t columns() const;
   /// Sanitized, at most so many unless this is a review.
   std::vector<std::string> linesOf(std::string_view text, std::size_t most) const;
@@ -58,19 +61,16 @@ class TranscriptPrinter final : public RunObserver {
   const Write write_;
   const TerminalStyle style_;
   Block block_ = Block::none;
-  bool agentWasHeard_ = false;          // anything at all but the prompt has come
-  std::optional<AnswerStream> stream_;  // of the last text
-  std::string streamID_;                // its entry
-  std::string streamText_;              // all that it was given
-  bool isTextLast_ = false;             // something of it was shown, and nothing since
-  /// Tool calls that have not ended, and what their line said last.
-  std::map<std::string, std::string, std::less<>> openTools_;
-  ToolTitles toolTitles_;
+  bool agentWasHeard_ = false;  // anything at all but the prompt has come
+  // By entry:
+  std::map<std::string, Answer, std::less<>> answers_;
+  std::map<std::string, Tool, std::less<>> tools_;
+  std::string answerID_;     // of the last text
+  bool isTextLast_ = false;  // something of it was shown, and nothing since
   std::vector<PlanEntry> plan_;
   std::string resumeCommand_;  // the command, up to the prompt
   /// A run that has ended, until that is shown: at the end, or when the queue goes on.
   std::optional<RunRecord> outcome_;
-  std::optional<Uuid> toldRun_;  // whose end was shown when the queue went on
   bool stopIsUntold_ = false;
 };
 
