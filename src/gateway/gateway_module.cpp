@@ -6,12 +6,12 @@ GatewayModule::GatewayModule(const Dependencies& given)
     : http(given.main),
       store(given.main, given.changes, given.supportFolder, given.pool),
       keys(given.main, given.changes, store),
-      scope(given.tree, given.settings, given.providers),
+      scope(given.main, given.tree, given.settings, given.providers),
       jobs(std::make_shared<GatewayJobs>(
           GatewayJobs::Dependencies{given.main, given.changes, keys, scope, store})),
       jobRoutes({given.main, *jobs, scope, keys, store, given.pool}),
       compatibilityRoutes(CompatibilityRoutes::make(given.main, http, given.providers)),
-      server(given.main, given.pool),
+      server(given.main),
       gateway({given.changes, server, keys, *jobs, jobRoutes, *compatibilityRoutes}) {}
 
 GatewayModule::~GatewayModule() {

@@ -37,17 +37,29 @@ void GatewayScope::prepare(std::vector<AgentProvider> providers, std::function<v
 
 // ---- reach --------------------------------------------------------------------------------------
 
-bool GatewayScope::mayUse(const SiteKey& key, const std::string& workspacePath) const {
-  const std::string path = canonicalPath(workspacePath);
+template <typename Lookup>
+bool GatewayScope::mayUse(const SiteKey& key, const std::string& workspacePath,
+                          Lookup&& canonical) {
+  const std::string& path = canonical(workspacePath);
   return std::ranges::any_of(key.allowedWorkspacePaths, [&](const std::string& allowed) {
-    return canonicalPath(allowed) == path;
+    return canonical(allowed) == path;
   });
+}
+
+const std::string& GatewayScope::recentPath(const std::string& path) const {
+  if (recentPaths_.empty() || main_.uptime() - recentSince_ >= pathAge) {
+    recentPaths_.clear();
+    recentSince_ = main_.uptime();
+  }
+  const auto known = recentPaths_.find(path);
+  return known != recentPaths_.end() ? known->second : recentPaths_[path] = canonicalPath(path);
 }
 
 std::vector<const Workspace*> GatewayScope::projects(const SiteKey& key) const {
   std::vector<const Workspace*> all;
+  const auto recent = [this](const std::string& path) -> const auto& { return recentPath(path); };
   for (const auto& each : tree_.workspaces()) {
-    if (mayUse(key, each.path)) all.push_back(&each);
+    if (mayUse(key, each.path, recent)) all.push_back(&each);
   }
   return all;
 }
@@ -98,7 +110,7 @@ GatewayResult<GatewayJob> GatewayScope::admit(const GatewayJobRequest& request,
   if (!project) {
     return refuseRequest(404, "project_not_found", "The project is not available on this Mac.");
   }
-  if (!mayUse(key, project->path)) {
+  if (!mayUse(key, project->path, canonicalPath)) {
     return refuseRequest(403, "project_not_allowed", std::string(projectNotAllowed));
   }
   if (!has(key.allowedProviders, request.provider)) {
@@ -131,7 +143,8 @@ GatewayResult<GatewayJob> GatewayScope::admit(const GatewayJobRequest& request,
 std::expected<std::shared_ptr<AgentClient>, std::string> GatewayScope::makeClient(
     const GatewayJob& job, const SiteKey& key) const {
   // Links, settings and servers may have changed while the job waited.
-  if (!mayUse(key, job.workspacePath)) return std::unexpected(std::string(projectNotAllowed));
+  if (!mayUse(key, job.workspacePath, canonicalPath))
+    return std::unexpected(std::string(projectNotAllowed));
   if (isBlocked(job.provider)) return std::unexpected(std::string(meteredBlocked));
   const ProviderConnector& connector = services_.connector(job.provider);
   const auto context = contextOf(job);

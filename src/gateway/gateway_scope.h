@@ -5,6 +5,7 @@
 
 #include <expected>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -31,14 +32,16 @@ struct GatewayJobRequest {
 class GatewayScope {
  public:
   /// What is given must outlive it.
-  GatewayScope(const WorkspaceTree& tree, const Settings& settings, ProviderServices& services)
-      : tree_(tree), settings_(settings), services_(services) {}
+  GatewayScope(const MainQueue& main, const WorkspaceTree& tree, const Settings& settings,
+               ProviderServices& services)
+      : main_(main), tree_(tree), settings_(settings), services_(services) {}
 
   /// Finds out what decides about these providers: whether a model server answers, whether a
   /// webhook is stored. At once where that is known.
   void prepare(std::vector<AgentProvider> providers, std::function<void()> done);
 
-  /// Those that the key may use, in the order of the tree; valid until that changes.
+  /// Those that the key may use, in the order of the tree; valid until that changes. A link on the
+  /// disk that was changed shows here after `pathAge`; a job is always checked against the disk.
   std::vector<const Workspace*> projects(const SiteKey& key) const;
   /// Those that the key may use and that are ready, in its order.
   std::vector<AgentProvider> providers(const SiteKey& key) const;
@@ -51,17 +54,24 @@ class GatewayScope {
   std::expected<std::shared_ptr<AgentClient>, std::string> makeClient(const GatewayJob& job,
                                                                       const SiteKey& key) const;
 
+  /// To look paths up costs more than all else that a list of projects does.
+  static constexpr std::chrono::seconds pathAge{1};
   static constexpr std::string_view meteredBlocked = "Block metered APIs is enabled in vantrell.";
 
  private:
-  bool mayUse(const SiteKey& key, const std::string& workspacePath) const;
+  template <typename Lookup>
+  static bool mayUse(const SiteKey& key, const std::string& workspacePath, Lookup&& canonical);
+  const std::string& recentPath(const std::string& path) const;
   bool isReady(AgentProvider provider, const ProviderConnectorContext& context) const;
   ProviderConnectorContext withStatus(ProviderConnectorContext given) const;
   ProviderConnectorContext contextOf(const GatewayJob& job) const;
 
+  const MainQueue& main_;
   const WorkspaceTree& tree_;
   const Settings& settings_;
   ProviderServices& services_;
+  mutable std::map<std::string, std::string> recentPaths_;  // canonical, by path
+  mutable Duration recentSince_{};
   std::shared_ptr<void> life_ = std::make_shared<int>();  // what is being prepared ends with us
 };
 

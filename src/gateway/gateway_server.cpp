@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <future>
 #include <list>
 
 #include "gateway/request_reader.h"
@@ -57,6 +58,11 @@ GatewayResponse unavailable() {
   return GatewayResponse::error(503, "not_ready", "Personal Gateway is unavailable.");
 }
 
+/// Some callers send a body without a length, or more than its length.
+bool hasNoBody(const GatewayRequest& request) {
+  return request.method == "GET" && request.body.empty() && !request.header("transfer-encoding");
+}
+
 }  // namespace
 
 std::string httpText(const GatewayResponse& response) {
@@ -72,22 +78,23 @@ std::string httpText(const GatewayResponse& response) {
   return text;
 }
 
-/// The first half belongs to the main queue, the second to the server's own.
+/// The first half belongs to the main queue, the second to the server's thread.
 class GatewayServer::Impl : public std::enable_shared_from_this<Impl> {
  public:
-  Impl(MainQueue& main, BackgroundPool& pool, GatewayServer& server)
-      : main_(main), server_(&server), queue_(pool, "com.vantrell.personal-gateway") {}
+  Impl(MainQueue& main, GatewayServer& server) : main_(main), server_(&server) {}
 
   std::expected<void, TcpError> start(const std::string& address, std::uint16_t port) {
     closeListener();
     auto bound = TcpListener::bind(address, port);
-    if (!bound) {
-      become({Phase::failed, bound.error().description});
-      return std::unexpected(bound.error());
+    if (!bound) return fail(bound.error());
+    if (!thread_) {
+      auto started = SocketThread::start();
+      if (!started) return fail(started.error());
+      thread_ = std::move(*started);
     }
     listener_ = std::move(*bound);
     become({Phase::starting, {}});
-    queue_.post([self = shared_from_this(), listener = listener_] { self->listenOn(listener); });
+    thread_->post([self = shared_from_this(), listener = listener_] { self->listenOn(listener); });
     main_.post(weakly(this, [turn = turn_](Impl& self) { self.isListening(turn); }));
     return {};
   }
@@ -101,10 +108,12 @@ class GatewayServer::Impl : public std::enable_shared_from_this<Impl> {
   void end() {
     server_ = nullptr;
     closeListener();
-    queue_.post([self = shared_from_this()] {
-      self->closeAll(self->serving_);
-      self->closeAll(self->answered_);
-    });
+    if (!thread_) return;
+    const auto ended = std::make_shared<std::promise<void>>();
+    thread_->post([self = shared_from_this(), ended] { self->answerAll(ended); });
+    std::ignore = ended->get_future().wait_for(endLimit);
+    thread_->post([self = shared_from_this()] { self->closeAll(self->answered_); });
+    thread_->end();
   }
 
   const State& state() const { return state_; }
@@ -118,35 +127,42 @@ class GatewayServer::Impl : public std::enable_shared_from_this<Impl> {
     RequestReader reader;
     std::size_t served = 0;        // bytes of its request, while the main queue has it
     std::size_t unsent = 0;        // bytes of its response
-    bool isBroken = false;         // while served: its request still counts until it is answered
+    bool mayStillSend = true;      // more than its request
     std::uint64_t lastActive = 0;  // a count, not a time
     List* list = nullptr;          // null once it is closed
     List::iterator place{};        // in the list
   };
   /// The way back for one response. The last copy answers if nothing else has.
   struct Answer {
-    Answer(std::weak_ptr<Impl> impl, std::weak_ptr<Connection> connection)
-        : impl_(std::move(impl)), connection_(std::move(connection)) {}
+    Answer(const SocketThread& thread, std::weak_ptr<Impl> impl,
+           std::weak_ptr<Connection> connection)
+        : thread_(thread), impl_(std::move(impl)), connection_(std::move(connection)) {}
     ~Answer() { give(unavailable()); }
     Answer(const Answer&) = delete;
     Answer& operator=(const Answer&) = delete;
 
     void give(GatewayResponse response) {
-      const auto impl = impl_.lock();
-      if (isGiven_.exchange(true) || !impl) return;
-      impl->queue_.post([impl, weak = connection_, response = std::move(response)] {
+      if (isGiven_.exchange(true)) return;
+      thread_.post([weakImpl = impl_, weak = connection_, response = std::move(response)] {
+        const auto impl = weakImpl.lock();
         const auto connection = weak.lock();
-        if (connection && connection->list) impl->answer(*connection, response);
+        if (impl && connection && connection->list) impl->answer(*connection, response);
       });
     }
 
    private:
+    const SocketThread thread_;
     const std::weak_ptr<Impl> impl_;
     const std::weak_ptr<Connection> connection_;
     std::atomic<bool> isGiven_ = false;
   };
 
   // ---- the main queue ---------------------------------------------------------------------------
+
+  std::unexpected<TcpError> fail(const TcpError& error) {
+    become({Phase::failed, error.description});
+    return std::unexpected(error);
+  }
 
   void become(State state) {
     state_ = std::move(state);
@@ -167,7 +183,7 @@ class GatewayServer::Impl : public std::enable_shared_from_this<Impl> {
     ++turn_;
     if (!listener_) return;
     listener_->stopListening();  // the next one may want the same port
-    queue_.post([self = shared_from_this(), listener = std::exchange(listener_, nullptr)] {
+    thread_->post([self = shared_from_this(), listener = std::exchange(listener_, nullptr)] {
       listener->close();
       self->closeAll(self->reading_);
     });
@@ -180,7 +196,7 @@ class GatewayServer::Impl : public std::enable_shared_from_this<Impl> {
                        [answer](GatewayResponse response) { answer->give(std::move(response)); });
   }
 
-  // ---- the queue --------------------------------------------------------------------------------
+  // ---- the thread -------------------------------------------------------------------------------
 
   void listenOn(const std::shared_ptr<TcpListener>& listener) {
     accepting_ = listener;
@@ -188,8 +204,9 @@ class GatewayServer::Impl : public std::enable_shared_from_this<Impl> {
     const auto accept = [](Impl& self, std::shared_ptr<TcpConnection> tcp) {
       self.accept(std::move(tcp));
     };
-    listener->start(queue_, {.onConnection = weakly(this, accept),
-                             .onExhausted = weakly(this, [](Impl& self) { self.closeOldest(); })});
+    listener->start(*thread_,
+                    {.onConnection = weakly(this, accept),
+                     .onExhausted = weakly(this, [](Impl& self) { self.closeOldest(); })});
   }
 
   void accept(std::shared_ptr<TcpConnection> tcp) {
@@ -224,10 +241,13 @@ class GatewayServer::Impl : public std::enable_shared_from_this<Impl> {
     }
     readingBytes_ -= from.reader.size();
     move(from, serving_);
+    from.tcp->stopReading();
+    from.mayStillSend = from.reader.hasMore();
     auto request = from.reader.take();
+    from.mayStillSend |= !hasNoBody(request);
     from.served = request.body.size() + request.headers.size() * bytesOfHeader;
     servingBytes_ += from.served;
-    auto answer = std::make_shared<Answer>(weak_from_this(), *from.place);
+    auto answer = std::make_shared<Answer>(*thread_, weak_from_this(), *from.place);
     main_.post(weakly(this, [request = std::move(request), answer](Impl& self) mutable {
       self.serve(std::move(request), answer);
     }));
@@ -235,28 +255,20 @@ class GatewayServer::Impl : public std::enable_shared_from_this<Impl> {
   }
 
   void ended(Connection& from, bool isBroken) {
-    if (isBroken && from.list == &serving_) {
-      from.isBroken = true;
-      from.tcp->close();
-    } else if (isBroken) {
-      if (from.list) close(from);
-    } else if (from.list == &reading_) {
-      refuse(from, endedEarly());
-    }
+    if (!from.list) return;
+    if (isBroken) return close(from);
+    if (from.list == &reading_) refuse(from, endedEarly());
   }
 
-  /// The caller may still be sending. To close at once would reset the connection, and the response
-  /// could be lost.
   void refuse(Connection& from, const GatewayResponse& response) {
     readingBytes_ -= from.reader.size();
     from.reader = {};
-    answer(from, response, &Impl::closeGently);
+    answer(from, response);
   }
 
-  void answer(Connection& to, const GatewayResponse& response,
-              void (Impl::*then)(Connection&) = &Impl::close) {
+  void answer(Connection& to, const GatewayResponse& response) {
+    if (to.list == &answered_) return;  // at the end of the server
     servingBytes_ -= std::exchange(to.served, 0);
-    if (to.isBroken) return close(to);
     auto text = httpText(response);
     move(to, answered_);
     to.unsent = text.size();
@@ -264,19 +276,21 @@ class GatewayServer::Impl : public std::enable_shared_from_this<Impl> {
     while (answeredBytes_ > mostResponseBytes && answered_.front() != *to.place) {
       close(*answered_.front());
     }
-    const auto onSent = [weak = std::weak_ptr(*to.place), then](Impl& self, std::size_t sent) {
+    const auto onSent = [weak = std::weak_ptr(*to.place)](Impl& self, std::size_t sent) {
       const auto connection = weak.lock();
       if (!connection || !connection->list) return;
       self.move(*connection, self.answered_);
       self.answeredBytes_ -= sent;
       connection->unsent -= sent;
-      if (connection->unsent == 0) (self.*then)(*connection);
+      if (connection->unsent == 0) self.isSent(*connection);
     };
     to.tcp->send(std::move(text), weakly(this, onSent));
     updatePause();
   }
 
-  void closeGently(Connection& done) {
+  /// To close while the caller sends would reset the connection, and it could lose the response.
+  void isSent(Connection& done) {
+    if (!done.mayStillSend && !done.tcp->hasUnread()) return close(done);
     done.tcp->closeGently(weakly(this, [weak = std::weak_ptr(*done.place)](Impl& self) {
       const auto connection = weak.lock();
       if (connection && connection->list) self.close(*connection);
@@ -309,6 +323,13 @@ class GatewayServer::Impl : public std::enable_shared_from_this<Impl> {
     kept->list = nullptr;
     --count_;
     updatePause();
+    if (count_ == 0 && ended_) std::exchange(ended_, nullptr)->set_value();
+  }
+
+  void answerAll(const std::shared_ptr<std::promise<void>>& ended) {
+    if (count_ == 0) return ended->set_value();
+    ended_ = ended;
+    while (!serving_.empty()) answer(*serving_.front(), unavailable());
   }
 
   void closeAll(List& list) {
@@ -327,9 +348,9 @@ class GatewayServer::Impl : public std::enable_shared_from_this<Impl> {
   GatewayServer* server_;
   std::shared_ptr<TcpListener> listener_;
   State state_;
-  int turn_ = 0;  // of starting and stopping
+  int turn_ = 0;                        // of starting and stopping
+  std::optional<SocketThread> thread_;  // from the first start on
 
-  const SerialQueue queue_;
   std::weak_ptr<TcpListener> accepting_;
   // Each with the one that has been silent longest first.
   static constexpr std::size_t bytesOfHeader = 128;  // a name and a value, as they are kept
@@ -342,10 +363,10 @@ class GatewayServer::Impl : public std::enable_shared_from_this<Impl> {
   std::size_t answeredBytes_ = 0;
   std::uint64_t activity_ = 0;
   bool isFull_ = false;
+  std::shared_ptr<std::promise<void>> ended_;  // at the end of the server
 };
 
-GatewayServer::GatewayServer(MainQueue& main, BackgroundPool& pool)
-    : impl_(std::make_shared<Impl>(main, pool, *this)) {}
+GatewayServer::GatewayServer(MainQueue& main) : impl_(std::make_shared<Impl>(main, *this)) {}
 GatewayServer::~GatewayServer() {
   impl_->end();
 }

@@ -1,10 +1,13 @@
 // The gateway's HTTP/1.1 server: one request and one response per connection. It knows no routes
-// and no keys. Reading, parsing and writing happen on a SerialQueue of its own; requests and states
-// are handed out on the main queue, where all of its operations are called.
+// and no keys. Reading, parsing and writing happen on a thread of its own, which also waits for the
+// sockets; requests and states are handed out on the main queue, where all of its operations are
+// called.
 //
 // Silent and slow connections are not timed out. Instead at most `mostConnections` are open, and at
-// most `mostBytes` of unfinished requests and of unread responses are held; beyond that the
-// connection that has been silent longest gives way, so that a live one is always served.
+// most `mostBytes` of unfinished requests and `mostResponseBytes` of unread responses are held;
+// beyond that the connection that has been silent longest gives way, so that a live one is always
+// served. Where the caller may still be sending, the connection stays open for a while after its
+// response, since closing it would reset it and could lose the response.
 #pragma once
 
 #include <expected>
@@ -34,8 +37,12 @@ class GatewayServer {
   static constexpr std::size_t mostBytes = std::size_t{64} << 20;
   static constexpr std::size_t mostResponseBytes = std::size_t{128} << 20;
 
-  GatewayServer(MainQueue& main, BackgroundPool& pool);
-  /// Ends the listener and all connections.
+  /// How long the end waits until callers have taken their responses.
+  static constexpr std::chrono::seconds endLimit{1};
+
+  explicit GatewayServer(MainQueue& main);
+  /// Ends the listener and all connections. Requests without a response get status 503; the wait
+  /// for that is bounded by `endLimit`.
   ~GatewayServer();
   GatewayServer(const GatewayServer&) = delete;
   GatewayServer& operator=(const GatewayServer&) = delete;

@@ -24,12 +24,14 @@ class RequestReader {
 
   enum class State {
     incomplete,
-    complete,  // bytes after the end of the request are ignored
+    complete,
     tooLarge,  // more than `longestMessage` bytes
     invalid
   };
   /// Must not be called again after another state than `incomplete`.
   State append(std::string_view bytes);
+  /// When complete: whether bytes after its end have come, which are ignored.
+  bool hasMore() const { return buffer_.size() > *body_ + bodySize_; }
   /// The request; once, when complete.
   GatewayRequest take();
   /// The bytes that are held.

@@ -88,8 +88,7 @@ class GatewayServerTest : public testing::Test {
   }
 
   ManualMainQueue main_;
-  BackgroundPool pool_{2};
-  GatewayServer server_{main_, pool_};
+  GatewayServer server_{main_};
   std::vector<GatewayRequest> requests_;
 };
 
@@ -168,7 +167,7 @@ TEST_F(GatewayServerTest, StatesFollowAndAStopClosesWhatIsNotComplete) {
   std::vector<GatewayServer::Phase> phases;
   server_.onStateChange = [&] { phases.push_back(server_.state().phase); };
   const auto port = server_.port();
-  GatewayServer second(main_, pool_);
+  GatewayServer second(main_);
   const auto taken = second.start("127.0.0.1", port);
   ASSERT_FALSE(taken);
   EXPECT_EQ(taken.error().description,

@@ -3,10 +3,13 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <array>
+#include <atomic>
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
+#include <boost/system/system_error.hpp>
 #include <cerrno>
 #include <deque>
 #include <netinet/in.h>
@@ -24,6 +27,7 @@ namespace asio = boost::asio;
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
 using ErrorCode = boost::system::error_code;
 using Socket = asio::posix::stream_descriptor;
 
@@ -31,73 +35,149 @@ TcpError tcpError(std::string_view what, int code) {
   return {code, std::string(what) + ": " + std::generic_category().message(code) + "."};
 }
 
-/// The thread that waits for all sockets. It runs until the program ends, as do the descriptors of
-/// queues that are gone.
-asio::io_context& readiness() {
-  struct Waiting {
-    Waiting() {
-      sigset_t all;
-      sigset_t before;
-      ::sigfillset(&all);
-      ::pthread_sigmask(SIG_SETMASK, &all, &before);
-      std::thread([this] { context.run(); }).detach();
-      ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    }
-    asio::io_context context{1};
-    asio::executor_work_guard<asio::io_context::executor_type> work{context.get_executor()};
-  };
-  static auto* const waiting = new Waiting;
-  return waiting->context;
-}
-
-void closeNow(Socket& socket) {
-  ErrorCode ignored;
-  std::ignore = socket.close(ignored);
-}
-
 bool isTemporary(int error) {
   return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
 }
 
-class Connection final : public TcpConnection, public std::enable_shared_from_this<Connection> {
+/// A connection that may linger until a limit of time.
+struct Lingering {
+  virtual ~Lingering() = default;
+  virtual void stopLingering() = 0;
+};
+
+}  // namespace
+
+/// Sockets keep it, since what waits for them is part of it.
+class SocketThread::Core {
  public:
-  Connection(SerialQueue queue, Descriptor descriptor)
-      : queue_(std::move(queue)), socket_(readiness(), descriptor.release()) {}
+  /// Throws where a descriptor or the thread is refused; nothing does so later.
+  static std::shared_ptr<Core> start() {
+    auto core = std::make_shared<Core>();
+    sigset_t all;
+    sigset_t before;
+    ::sigfillset(&all);
+    ::pthread_sigmask(SIG_SETMASK, &all, &before);
+    const struct Restore {
+      const sigset_t& mask;
+      ~Restore() { ::pthread_sigmask(SIG_SETMASK, &mask, nullptr); }
+    } restore{before};
+    core->thread_ = std::thread([core] { core->context.run(); });
+    return core;
+  }
+
+  void post(Work work) {
+    if (hasEnded_) return;
+    asio::post(context, [work = std::move(work)]() mutable noexcept { work(); });
+  }
+
+  void end() {
+    context.stop();
+    thread_.join();
+    hasEnded_ = true;
+    context.restart();
+    context.poll();  // what was posted and has not run, which may hold its own thread
+  }
+
+  /// All have the same limit, so one timer for those that came first is enough.
+  void addLingering(std::weak_ptr<Lingering> one) {
+    lingering_.emplace_back(Clock::now() + TcpConnection::lingerLimit, std::move(one));
+    if (lingering_.size() == 1) awaitLingerLimit();
+  }
+
+  asio::io_context context{1};
+
+ private:
+  void awaitLingerLimit() {
+    timer_.expires_at(lingering_.front().first);
+    timer_.async_wait([this](const ErrorCode& error) {
+      if (!error) endLingering();
+    });
+  }
+  void endLingering() {
+    while (!lingering_.empty() &&
+           (lingering_.front().first <= Clock::now() || lingering_.front().second.expired())) {
+      const auto one = lingering_.front().second.lock();
+      lingering_.pop_front();
+      if (one) one->stopLingering();
+    }
+    if (!lingering_.empty()) awaitLingerLimit();
+  }
+
+  asio::executor_work_guard<asio::io_context::executor_type> work_{context.get_executor()};
+  asio::steady_timer timer_{context};
+  std::deque<std::pair<Clock::time_point, std::weak_ptr<Lingering>>> lingering_;
+  std::thread thread_;
+  std::atomic<bool> hasEnded_ = false;
+};
+
+std::expected<SocketThread, TcpError> SocketThread::start() {
+  const auto failed = [](int code) {
+    return std::unexpected(tcpError("Could not wait for connections", code));
+  };
+  try {
+    return SocketThread(Core::start());
+  } catch (const boost::system::system_error& error) {
+    return failed(error.code().value());
+  } catch (const std::system_error& error) {
+    return failed(error.code().value());
+  }
+}
+
+void SocketThread::post(Work work) const {
+  core_->post(std::move(work));
+}
+
+void SocketThread::end() const {
+  core_->end();
+}
+
+namespace {
+
+using Thread = std::shared_ptr<SocketThread::Core>;
+
+class Connection final : public TcpConnection,
+                         public Lingering,
+                         public std::enable_shared_from_this<Connection> {
+ public:
+  Connection(Thread thread, Descriptor descriptor)
+      : thread_(std::move(thread)), descriptor_(std::move(descriptor)), socket_(thread_->context) {}
 
   void start(Handlers handlers) override {
     handlers_ = std::make_shared<Handlers>(std::move(handlers));
-    // The request has often come with the connection.
-    onQueue([](Connection& self) { self.read(); });
+    later(&Connection::read);  // the request has often come with the connection
   }
 
   void send(std::string bytes, std::function<void(std::size_t)> onSent) override {
-    if (!socket_.is_open() || bytes.empty()) return;
+    if (!isOpen() || bytes.empty()) return;
     unsent_.push_back({std::move(bytes), std::move(onSent)});
     if (!isWaitingToWrite_) write();
+  }
+
+  void stopReading() override { isReading_ = false; }
+
+  bool hasUnread() override {
+    char byte = 0;
+    return ::recv(number(), &byte, sizeof byte, MSG_PEEK) > 0;
   }
 
   void close() override {
     release();
     onClosed_ = nullptr;
-    closeNow(socket_);
+    closeNow();
   }
 
   void closeGently(std::function<void()> onClosed) override {
-    if (!socket_.is_open()) return;
+    if (!isOpen()) return;
     release();
     onClosed_ = std::move(onClosed);
-    isEnding_ = true;
-    ::shutdown(socket_.native_handle(), SHUT_WR);
-    if (hasEnded_) return onQueue([](Connection& self) { self.end(std::nullopt); });
-    lingerTimer_.emplace(readiness(), lingerLimit);
-    lingerTimer_->async_wait([queue = queue_, weak = weak_from_this()](const ErrorCode& error) {
-      if (error) return;
-      queue.post([weak] {
-        if (const auto self = weak.lock()) self->end(std::nullopt);
-      });
-    });
-    if (!isWaitingToRead_) onQueue([](Connection& self) { self.read(); });
+    isEnding_ = isReading_ = true;
+    ::shutdown(number(), SHUT_WR);
+    if (hasEnded_) return later(&Connection::stopLingering);
+    thread_->addLingering(weak_from_this());
+    if (!isWaitingToRead_) waitToRead();
   }
+
+  void stopLingering() override { end(std::nullopt); }
 
  private:
   struct Unsent {
@@ -106,10 +186,18 @@ class Connection final : public TcpConnection, public std::enable_shared_from_th
     std::size_t sent = 0;
   };
 
-  template <typename Call>
-  void onQueue(Call call) {
-    queue_.post([self = shared_from_this(), call] {
-      if (self->socket_.is_open()) call(*self);
+  int number() { return descriptor_ ? descriptor_.get() : socket_.native_handle(); }
+  bool isOpen() const { return descriptor_ || socket_.is_open(); }
+
+  void closeNow() {
+    descriptor_.reset();
+    ErrorCode ignored;
+    std::ignore = socket_.close(ignored);
+  }
+
+  void later(void (Connection::*then)()) {
+    asio::post(thread_->context, [weak = weak_from_this(), then] {
+      if (const auto self = weak.lock(); self && self->isOpen()) (*self.*then)();
     });
   }
 
@@ -118,32 +206,39 @@ class Connection final : public TcpConnection, public std::enable_shared_from_th
     unsent_.clear();
   }
 
+  void waitToRead() { wait(Socket::wait_read, &Connection::isWaitingToRead_, &Connection::read); }
+
+  /// A socket is watched from its first wait on: most are read and answered without one.
   void wait(Socket::wait_type what, bool Connection::* isWaiting, void (Connection::*then)()) {
+    if (descriptor_) {
+      ErrorCode error;
+      std::ignore = socket_.assign(descriptor_.get(), error);
+      if (error) return end(tcpError("The connection broke", error.value()));
+      descriptor_.release();
+    }
     this->*isWaiting = true;
-    socket_.async_wait(what, [self = shared_from_this(), isWaiting, then](const ErrorCode& error) {
-      if (error) return;
-      self->onQueue([isWaiting, then](Connection& on) {
-        on.*isWaiting = false;
-        (on.*then)();
-      });
+    socket_.async_wait(what, [weak = weak_from_this(), isWaiting, then](const ErrorCode& error) {
+      const auto self = weak.lock();
+      if (!self || error || !self->isOpen()) return;
+      *self.*isWaiting = false;
+      (*self.*then)();
     });
   }
 
   void read() {
+    if (!isReading_) return;
     static thread_local std::array<char, chunkBytes> buffer;
-    const ssize_t count = ::recv(socket_.native_handle(), buffer.data(), buffer.size(), 0);
+    const ssize_t count = ::recv(number(), buffer.data(), buffer.size(), 0);
     if (count > 0) {
       if (const auto handlers = handlers_) {  // the call may close the connection
         handlers->onReceive({buffer.data(), static_cast<std::size_t>(count)});
       }
-      // A full chunk is followed by a wait too: one that sends fast must not keep the queue.
-      if (socket_.is_open() && !isWaitingToRead_) {
-        wait(Socket::wait_read, &Connection::isWaitingToRead_, &Connection::read);
-      }
+      // A full chunk is followed by a wait too: one that sends fast must not keep the thread.
+      if (isOpen() && isReading_ && !isWaitingToRead_) waitToRead();
     } else if (count == 0) {
       end(std::nullopt);
     } else if (isTemporary(errno)) {
-      wait(Socket::wait_read, &Connection::isWaitingToRead_, &Connection::read);
+      waitToRead();
     } else {
       end(tcpError("The connection broke", errno));
     }
@@ -153,7 +248,7 @@ class Connection final : public TcpConnection, public std::enable_shared_from_th
     while (!unsent_.empty()) {
       auto& first = unsent_.front();
       const auto rest = std::string_view(first.bytes).substr(first.sent);
-      const ssize_t count = ::send(socket_.native_handle(), rest.data(), rest.size(), MSG_NOSIGNAL);
+      const ssize_t count = ::send(number(), rest.data(), rest.size(), MSG_NOSIGNAL);
       if (count < 0 && isTemporary(errno)) {
         return wait(Socket::wait_write, &Connection::isWaitingToWrite_, &Connection::write);
       }
@@ -163,7 +258,7 @@ class Connection final : public TcpConnection, public std::enable_shared_from_th
       const auto onSent = first.onSent;  // the call may close the connection
       if (first.sent == first.bytes.size()) unsent_.pop_front();
       if (onSent) onSent(taken);
-      if (!socket_.is_open()) return;
+      if (!isOpen()) return;
     }
   }
 
@@ -171,25 +266,25 @@ class Connection final : public TcpConnection, public std::enable_shared_from_th
     hasEnded_ = true;
     if (isEnding_) {
       const auto onClosed = std::exchange(onClosed_, nullptr);
-      closeNow(socket_);
-      lingerTimer_.reset();
+      closeNow();
       if (onClosed) onClosed();
       return;
     }
     const auto handlers = handlers_;
     if (error) {
       release();
-      closeNow(socket_);
+      closeNow();
     }
     if (handlers) handlers->onEnd(std::move(error));
   }
 
-  const SerialQueue queue_;
+  const Thread thread_;
+  Descriptor descriptor_;  // until the socket has it
   Socket socket_;
   std::shared_ptr<const Handlers> handlers_;  // null before start() and from the end on
   std::deque<Unsent> unsent_;
   std::function<void()> onClosed_;
-  std::optional<asio::steady_timer> lingerTimer_;
+  bool isReading_ = true;
   bool isWaitingToRead_ = false;
   bool isWaitingToWrite_ = false;
   bool isEnding_ = false;
@@ -199,13 +294,16 @@ class Connection final : public TcpConnection, public std::enable_shared_from_th
 class Listener final : public TcpListener, public std::enable_shared_from_this<Listener> {
  public:
   Listener(Descriptor descriptor, std::uint16_t port)
-      : socket_(readiness(), descriptor.release()), number_(socket_.native_handle()), port_(port) {}
+      : descriptor_(std::move(descriptor)), number_(descriptor_.get()), port_(port) {}
 
   std::uint16_t port() const override { return port_; }
 
-  void start(SerialQueue queue, Handlers handlers) override {
-    queue.post([self = shared_from_this(), queue, handlers = std::move(handlers)]() mutable {
-      self->queue_.emplace(std::move(queue));
+  void start(const SocketThread& thread, Handlers handlers) override {
+    thread.post([self = shared_from_this(), core = thread.core(),
+                 handlers = std::move(handlers)]() mutable {
+      self->socket_.emplace(core->context);
+      self->retryTimer_.emplace(core->context);
+      self->thread_ = std::move(core);
       self->handlers_ = std::move(handlers);
       self->accept();
     });
@@ -219,8 +317,11 @@ class Listener final : public TcpListener, public std::enable_shared_from_this<L
 
   void close() override {
     handlers_ = {};
-    retryTimer_.reset();
-    closeNow(socket_);
+    descriptor_.reset();
+    if (!thread_) return;
+    retryTimer_->cancel();
+    ErrorCode ignored;
+    std::ignore = socket_->close(ignored);
   }
 
  private:
@@ -229,48 +330,50 @@ class Listener final : public TcpListener, public std::enable_shared_from_this<L
 
   void accept() {
     for (int count = 0; count < acceptedInOneGo; ++count) {
-      if (isPaused_ || !socket_.is_open() || !handlers_.onConnection) return;
-      Descriptor accepted(
-          ::accept4(socket_.native_handle(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+      if (isPaused_ || !handlers_.onConnection) return;
+      Descriptor accepted(::accept4(number_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
       if (accepted) {
-        const int on = 1;
-        ::setsockopt(accepted.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-        handlers_.onConnection(std::make_shared<Connection>(*queue_, std::move(accepted)));
+        handlers_.onConnection(std::make_shared<Connection>(thread_, std::move(accepted)));
       } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
         return retryLater();
       } else if (isTemporary(errno)) {
         break;
       }  // else a connection that has gone again
     }
-    if (isPaused_ || !socket_.is_open()) return;
+    if (isPaused_ || !handlers_.onConnection) return;
+    if (descriptor_) {
+      ErrorCode error;
+      std::ignore = socket_->assign(number_, error);
+      if (error) return retryLater();
+      descriptor_.release();
+    }
     isWaiting_ = true;
-    socket_.async_wait(Socket::wait_read, [self = shared_from_this()](const ErrorCode& error) {
-      if (!error) self->acceptOnQueue();
-    });
+    socket_->async_wait(Socket::wait_read, acceptsAgain());
   }
 
   void retryLater() {
     isWaiting_ = true;
-    retryTimer_.emplace(readiness(), retryDelay);
-    retryTimer_->async_wait([self = shared_from_this()](const ErrorCode& error) {
-      if (!error) self->acceptOnQueue();
-    });
+    retryTimer_->expires_after(retryDelay);
+    retryTimer_->async_wait(acceptsAgain());
     if (handlers_.onExhausted) handlers_.onExhausted();
   }
 
-  void acceptOnQueue() {
-    queue_->post([self = shared_from_this()] {
+  std::function<void(const ErrorCode&)> acceptsAgain() {
+    return [weak = weak_from_this()](const ErrorCode& error) {
+      const auto self = weak.lock();
+      if (!self || error) return;
       self->isWaiting_ = false;
       self->accept();
-    });
+    };
   }
 
-  std::optional<SerialQueue> queue_;
-  Socket socket_;
+  Thread thread_;          // null before start(), as are the next two
+  Descriptor descriptor_;  // until the socket has it
+  std::optional<Socket> socket_;
+  std::optional<asio::steady_timer> retryTimer_;
   const int number_;  // of the descriptor, for other threads while it is open
   const std::uint16_t port_;
   Handlers handlers_;
-  std::optional<asio::steady_timer> retryTimer_;
   bool isWaiting_ = false;
   bool isPaused_ = false;
 };
@@ -295,6 +398,7 @@ std::expected<std::shared_ptr<TcpListener>, TcpError> TcpListener::bind(const st
   socklen_t size = sizeof endpoint;
   auto* const raw = reinterpret_cast<sockaddr*>(&endpoint);
   if (!socket || ::setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
+      ::setsockopt(socket.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) != 0 ||  // inherited
       ::bind(socket.get(), raw, size) != 0 || ::listen(socket.get(), SOMAXCONN) != 0 ||
       ::getsockname(socket.get(), raw, &size) != 0) {
     return problem();

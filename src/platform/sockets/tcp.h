@@ -1,6 +1,7 @@
-// TCP listeners and connections. Each belongs to one SerialQueue, on which all of its operations
-// are called and all of its handlers run; one thread of the process, which all share, only waits
-// for the sockets to become ready. Reading and writing never block.
+// TCP listeners and connections. Each belongs to one SocketThread, on which all of its operations
+// are called and all of its handlers run, so that a request costs no change of threads before it is
+// read. Reading and writing never block. No exception leaves; what the system refuses is a
+// TcpError.
 #pragma once
 
 #include <cstddef>
@@ -21,7 +22,27 @@ struct TcpError {
   std::string description;  // a sentence for people
 };
 
-/// What a handler captures may hold the connection: the handlers are released by close().
+/// A thread that waits for sockets and works for them, so it must not be blocked. A value: copies
+/// are the same thread.
+class SocketThread {
+ public:
+  static std::expected<SocketThread, TcpError> start();
+  /// Runs the work after what was posted before. Any thread; dropped after end().
+  void post(Work work) const;
+  /// Waits until the work that is being done is finished and the thread has ended; what else was
+  /// posted runs on the calling thread then. By the owner, once; all sockets are closed before.
+  void end() const;
+
+  class Core;  // of the implementation, as is core()
+  const std::shared_ptr<Core>& core() const { return core_; }
+
+ private:
+  explicit SocketThread(std::shared_ptr<Core> core) : core_(std::move(core)) {}
+  std::shared_ptr<Core> core_;
+};
+
+/// What a handler captures may hold the connection: the handlers are released by close(). One that
+/// is released without close() ends at once.
 class TcpConnection {
  public:
   struct Handlers {
@@ -38,6 +59,10 @@ class TcpConnection {
   /// Sends the bytes after those given before. `onSent` is called with the number of bytes that the
   /// system has taken each time it takes some, and never after the connection is broken.
   virtual void send(std::string bytes, std::function<void(std::size_t)> onSent) = 0;
+  /// Reads no more, so that what comes waits in the system. Ended by closeGently().
+  virtual void stopReading() = 0;
+  /// Whether something has come and was not read.
+  virtual bool hasUnread() = 0;
   /// Ends the connection at once. What the other side has sent and this one has not read makes the
   /// system reset the connection, which may cost the other side what it has not read yet.
   virtual void close() = 0;
@@ -65,9 +90,9 @@ class TcpListener {
   virtual ~TcpListener() = default;
 
   virtual std::uint16_t port() const = 0;  // any thread
-  /// Starts to accept, and makes the listener and its connections belong to the queue. Any thread,
+  /// Starts to accept, and makes the listener and its connections belong to the thread. Any thread,
   /// once.
-  virtual void start(SerialQueue queue, Handlers handlers) = 0;
+  virtual void start(const SocketThread& thread, Handlers handlers) = 0;
   /// While paused, connections wait in the system's queue.
   virtual void setPaused(bool isPaused) = 0;
   /// Frees the address at once, so that another listener can have it; close() must follow. Any

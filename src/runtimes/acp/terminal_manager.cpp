@@ -37,8 +37,10 @@ class ManagedTerminal : public std::enable_shared_from_this<ManagedTerminal> {
   JsonObject snapshot() const {
     Json exitStatus;
     if (exitCode_) exitStatus = exitResult();
-    JsonObject answer{{"truncated", output_.wasTruncated()}, {"exitStatus", std::move(exitStatus)}};
+    JsonObject answer;
     answer.set("output", text::repaired(output_.contents()));  // large: moved, not copied
+    answer.set("truncated", output_.wasTruncated());
+    answer.set("exitStatus", std::move(exitStatus));
     return answer;
   }
 
