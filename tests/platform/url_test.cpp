@@ -71,5 +71,14 @@ TEST(Url, DeletesTheLastComponentWithTheSlashBehindIt) {
   EXPECT_EQ(shortened("http://h"), "http://h");
 }
 
+TEST(Url, GivesTheItemsOfItsQuery) {
+  std::string text;
+  for (const auto& item : Url::parse("x://h/p?a=1%262&b&=c&d=e=f+g&&h=#i=j")->queryItems()) {
+    text += item.name + (item.value ? "=" + *item.value : "") + ";";
+  }
+  EXPECT_EQ(text, "a=1&2;b;=c;d=e=f+g;h=;");
+  EXPECT_TRUE(Url::parse("x://h/p#?a=b")->queryItems().empty());
+}
+
 }  // namespace
 }  // namespace vantrell

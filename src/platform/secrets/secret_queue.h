@@ -37,8 +37,8 @@ class SecretQueue {
         std::move(answer));
   }
 
- private:
-  /// Calls `answer` with what `operation` returns for the store.
+  /// Calls `answer` with what `operation` returns for the store, in order with the others: for
+  /// several steps that belong together, and files that go with a secret.
   template <typename Operation, typename Answer>
   void run(Operation operation, Answer answer) {
     queue_.post([store = store_, &main = main_, isAlive = isAlive_,
@@ -50,6 +50,7 @@ class SecretQueue {
     });
   }
 
+ private:
   std::shared_ptr<SecretStore> store_;
   MainQueue& main_;
   SerialQueue queue_;

@@ -84,6 +84,19 @@ std::string Url::hostAndPort() const {
   return port_ ? fmt::format("{}:{}", host, *port_) : host;
 }
 
+std::vector<Url::QueryItem> Url::queryItems() const {
+  std::vector<QueryItem> items;
+  const std::string_view query = std::string_view(afterPath_).substr(0, afterPath_.find('#'));
+  if (!query.starts_with('?')) return items;
+  for (const auto part : text::split(query.substr(1), '&')) {
+    if (part.empty()) continue;
+    const auto equals = part.find('=');
+    auto& item = items.emplace_back(percentDecoded(part.substr(0, equals)));
+    if (equals != part.npos) item.value = percentDecoded(part.substr(equals + 1));
+  }
+  return items;
+}
+
 std::string Url::lastPathComponent() const {
   const auto encoded = encodedLastComponent(path_);
   return boost::urls::pct_string_view(encoded.data(), encoded.size()).decode();

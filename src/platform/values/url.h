@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace vantrell {
 
@@ -32,6 +33,15 @@ class Url {
   std::string hostAndPort() const;
   /// Percent-encoded; empty or with a leading slash.
   const std::string& path() const { return path_; }
+  /// What stands behind the question mark, cut at "&" and decoded; "+" is a plus sign. An item
+  /// without "=" has no value.
+  struct QueryItem {
+    std::string name;
+    std::optional<std::string> value;
+  };
+  std::vector<QueryItem> queryItems() const;
+
+  bool operator==(const Url&) const = default;
 
   /// Decoded; a slash at the end of the path does not count. Empty when there is none.
   std::string lastPathComponent() const;
