@@ -83,13 +83,8 @@ TEST(SettingsTable, ReadsWhatIsStoredAndElseWhatHolds) {
   const auto value = [&](std::string_view name) {
     return readSetting(*settingNamed(name), *defaults);
   };
-  for (const auto& [name, text] : {std::pair("mode", "ask"),
-                                   {"route", "automatic"},
-                                   {"no-metered", "on"},
-                                   {"remote-host", "off"},
-                                   {"scale", "1.0"},
-                                   {"local-runtime", "automatic"},
-                                   {"kimi-path", ""}}) {
+  for (const auto& [name, text] :
+       {std::pair("remote-host", "off"), {"local-runtime", "automatic"}, {"kimi-path", ""}}) {
     EXPECT_EQ(value(name).text, text) << name;
     EXPECT_FALSE(value(name).isStored) << name;
   }

@@ -136,14 +136,6 @@ TEST_F(WorkspaceOperations, SelectingAProjectShowsAVisibleTask) {
   operations().setThreadArchived(second, key.workspaceID, true);
   operations().selectWorkspace(key.workspaceID);
   EXPECT_EQ(selected(), key.threadID) << "the first is archived";
-
-  operations().selectWorkspace(general().id);
-  operations().setThreadArchived(key.threadID, key.workspaceID, true);
-  EXPECT_EQ(project().threads.size(), 2U) << "nobody looks at it";
-  operations().selectWorkspace(key.workspaceID);
-  EXPECT_EQ(project().threads.size(), 3U);
-  EXPECT_EQ(selected(), project().threads[0].id);
-  EXPECT_EQ(saved()[1].threads.size(), 3U);
 }
 
 TEST_F(WorkspaceOperations, LookingAtAnArchivedTaskLeavesItArchivedAndTheProjectFilled) {

@@ -92,8 +92,10 @@ TEST_F(TaskletClientTest, HandsThePromptOverAndSaysSo) {
     seen.push_back(request);
     connection.answer(202, R"({"queued":true})");
   }));
-  const std::string session = start();
-  EXPECT_TRUE(Uuid::parse(session));
+  EXPECT_TRUE(Uuid::parse(start()));
+  const std::string session = start("old-session");
+  EXPECT_EQ(session, "old-session");
+  EXPECT_EQ(start(""), session) << "an empty id is none";
   EXPECT_EQ(server_->connections(), 0) << "starting sends nothing";
   const Date before = loop_.now();
   const auto result = prompt("Fix \"it\"\nplease ä");
@@ -127,21 +129,6 @@ TEST_F(TaskletClientTest, HandsThePromptOverAndSaysSo) {
   EXPECT_THAT(*json::text(updates_[2], "messageId"), StartsWith("tasklet-" + session + "-"));
   EXPECT_EQ(*json::text(*json::object(updates_[2], "content"), "text"),
             "Tasklet accepted this background task. Track its workflow and results in Tasklet.");
-}
-
-TEST_F(TaskletClientTest, KeepsTheSessionItIsGivenForEveryTurn) {
-  std::vector<std::string> sessions;
-  serve(HttpServer::answering([&](auto& connection, const auto& request) {
-    sessions.push_back(json::textOr(*json::parseObject(request.body), "session_id", ""));
-    connection.answer(204, "");
-  }));
-  EXPECT_EQ(start("old-session"), "old-session");
-  ASSERT_TRUE(prompt());
-  EXPECT_EQ(*json::text(updates_.front(), "toolCallId"), "tasklet-dispatch-old-session");
-  updates_.clear();
-  ASSERT_TRUE(prompt());
-  EXPECT_THAT(sessions, ElementsAre("old-session", "old-session"));
-  EXPECT_EQ(start(""), "old-session") << "an empty id is none";
 }
 
 TEST_F(TaskletClientTest, ShowsWhatARefusalSays) {

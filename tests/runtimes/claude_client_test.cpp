@@ -1,11 +1,117 @@
-#include "runtimes/claude_client_fixture.h"
+#include "platform/text/text.h"
+#include "platform/values/uuid.h"
+#include "runtimes/agent_client_fixture.h"
+#include "runtimes/claude/claude_code_client.h"
+#include "support/claude_agent_script.h"
+#include "support/claude_frames.h"
 
 namespace vantrell {
 namespace {
 
-namespace frames = tests::claude_frames;
 using tests::ClaudeAgentScript;
-using ClaudeClientTurn = tests::ClaudeClientTest;
+
+/// A Claude Code client and a scripted agent at the other end of real pipes.
+class ClaudeClientTest : public tests::AgentClientTest {
+ protected:
+  ClaudeClientTest() {
+    configuration_.workspacePath = project_;
+    configuration_.model = "sonnet";
+    configuration_.processEnvironment = {{"PATH", "/usr/bin:/bin"}};
+  }
+
+  /// A program that takes Claude Code's arguments, writes them down and follows the script.
+  void make(const tests::AgentScriptText& script) override {
+    configuration_.executable =
+        program("claude", "printf '%s\\n' \"$@\" > '" + folder_ / "arguments" + "'\nexec '" +
+                              tests::AgentScriptText::program() + "' '" +
+                              folder_.file("script", script.withWaitAtTheEnd()) + "'\n");
+    client_ = ClaudeCodeClient::make(configuration_, main_, pool_);
+  }
+  std::string opening() const override { return ClaudeAgentScript().open().text(); }
+  std::string beginningOfATurn() const override {
+    return ClaudeAgentScript().expectPrompt().text();
+  }
+  std::string arguments() const { return tests::TemporaryFolder::contentOf(folder_ / "arguments"); }
+
+  using AgentClientTest::describe;
+  std::string describe(const JsonObject& update) const override {
+    if (json::object(update, "content")) return AgentClientTest::describe(update);
+    return json::textOr(update, "title", "?") + " " + json::textOr(update, "status", "?");
+  }
+  std::string describe(const AgentStartResult& result) const override {
+    return std::string("started") + (result.replayedSession ? " replayed" : "");
+  }
+  std::string describeEnd(const JsonObject& result) const override {
+    return json::textOr(result, "result", "?");
+  }
+
+  AgentConfiguration configuration_;
+};
+
+using ClaudeClientStart = ClaudeClientTest;
+
+TEST_F(ClaudeClientStart, NewSessionHasAnIdFromTheStart) {
+  begin(ClaudeAgentScript()
+            .expectLine(R"({"type":"control_request","request_id":"vantrell_1",)"
+                        R"("request":{"subtype":"initialize","hooks":null}})")
+            .answer(R"({"commands":[],"models":[]})"));
+  expectNotes({"started"});
+  EXPECT_TRUE(Uuid::parse(session_)) << session_;
+  EXPECT_EQ(session_, text::lowercased(session_));
+  EXPECT_TRUE(arguments().ends_with(
+      "\n--permission-mode\ndefault\n--model\nsonnet\n--session-id=" + session_ + "\n"))
+      << arguments();
+  EXPECT_EQ(client_->provider(), AgentProvider::claude);
+}
+
+TEST_F(ClaudeClientStart, StoredSessionIsResumedWithoutAReplay) {
+  configuration_.permissionMode = GrokPermissionMode::auto_;
+  configuration_.effort = "high";
+  begin(ClaudeAgentScript().open(), "Old one");
+  expectNotes({"started replayed"});
+  EXPECT_EQ(session_, "Old one");
+  EXPECT_TRUE(arguments().ends_with(
+      "\n--permission-mode\nauto\n--model\nsonnet\n--effort\nhigh\n--resume=Old one\n"))
+      << arguments();
+}
+
+TEST_F(ClaudeClientStart, RefusalOfTheInitializationFailsIt) {
+  begin(
+      ClaudeAgentScript()
+          .expect("initialize")
+          .send(
+              R"({"type":"control_response","response":{"request_id":"vantrell_1","subtype":"error"}})"));
+  expectNotes({"not started: Claude Code rejected a control request."});
+}
+
+TEST_F(ClaudeClientStart, AnswerOfAnyOtherFormIsNotItsAnswer) {
+  begin(ClaudeAgentScript()
+            .expect("initialize")
+            .send(R"({"type":"control_response","response":{"request_id":1}})")
+            .send(R"({"type":"control_response","response":{"request_id":"vantrell_2"}})")
+            .send(R"({"type":"control_response","response":{"request_id":"vantrell_01"}})")
+            .send(R"({"type":"control_response","response":{"request_id":"vantrell_1"}})")
+            // A second answer to the same request.
+            .send(R"({"type":"control_response","response":{"request_id":"vantrell_1",)"
+                  R"("subtype":"error"}})")
+            .say("x"));
+  expectNotes({"started", "says x"});
+}
+
+TEST_F(ClaudeClientStart, SessionThatCannotBeResumedFailsInClaudeCodesWords) {
+  begin(ClaudeAgentScript()
+            .expect("initialize")
+            .line(R"(error No conversation found with session ID: old\n)")
+            .send(tests::claude_frames::resumeFailed)
+            .line("exit 1"),
+        "old");
+  expectNotes({"not started: No conversation found with session ID: old",
+               "terminated: No conversation found with session ID: old"});
+  EXPECT_EQ(log_, "No conversation found with session ID: old\n");
+}
+
+namespace frames = tests::claude_frames;
+using ClaudeClientTurn = ClaudeClientTest;
 
 TEST_F(ClaudeClientTurn, StreamsAndEndsAsTheRealOneDoes) {
   open(ClaudeAgentScript()
