@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <limits>
 #include <optional>
 
 #include "platform/text/text.h"
@@ -63,8 +64,11 @@ std::optional<Completion> completionFrom(std::string_view body) {
     }
   }
   if (const auto* usage = json::object(*whole, "usage")) {
-    completion.inputTokens = json::integer(*usage, "prompt_tokens").value_or(0);
-    completion.outputTokens = json::integer(*usage, "completion_tokens").value_or(0);
+    const auto count = [&](std::string_view key) {
+      return std::max<std::int64_t>(json::integer(*usage, key).value_or(0), 0);
+    };
+    completion.inputTokens = count("prompt_tokens");
+    completion.outputTokens = count("completion_tokens");
   }
   completion.whole = std::move(*whole);
   return completion;
@@ -158,21 +162,28 @@ Json::Array outputItems(const Completion& completion, const std::string& message
   return items;
 }
 
+/// A runtime may say anything.
+std::int64_t totalTokens(const Completion& completion) {
+  std::int64_t sum = 0;
+  const bool isTooMuch =
+      __builtin_add_overflow(completion.inputTokens, completion.outputTokens, &sum);
+  return isTooMuch ? std::numeric_limits<std::int64_t>::max() : sum;
+}
+
 GatewayResponse responsesResponse(const Completion& completion,
                                   const PreparedCompatibilityRequest& prepared, std::int64_t now) {
   const auto id = newID("resp_");
   const auto messageID = newID("msg_");
-  JsonObject whole{
-      {"id", id},
-      {"object", "response"},
-      {"created_at", now},
-      {"status", "completed"},
-      {"model", prepared.requestedModel},
-      {"output", outputItems(completion, messageID)},
-      {"parallel_tool_calls", true},
-      {"usage", JsonObject{{"input_tokens", completion.inputTokens},
-                           {"output_tokens", completion.outputTokens},
-                           {"total_tokens", completion.inputTokens + completion.outputTokens}}}};
+  JsonObject whole{{"id", id},
+                   {"object", "response"},
+                   {"created_at", now},
+                   {"status", "completed"},
+                   {"model", prepared.requestedModel},
+                   {"output", outputItems(completion, messageID)},
+                   {"parallel_tool_calls", true},
+                   {"usage", JsonObject{{"input_tokens", completion.inputTokens},
+                                        {"output_tokens", completion.outputTokens},
+                                        {"total_tokens", totalTokens(completion)}}}};
   if (!prepared.stream) return jsonBody(whole);
   std::string body;
   appendEvent(body,

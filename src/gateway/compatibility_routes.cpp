@@ -43,7 +43,7 @@ void CompatibilityRoutes::infer(const GatewayRequest& request, Completion comple
         503, "local_runtime_unavailable",
         "Start or refresh Ollama, LM Studio, or the configured local runtime."));
   }
-  if (active_ >= mostRequests) {
+  if (active_.size() >= mostRequests) {
     return completion(GatewayResponse::error(
         429, "local_runtime_busy",
         "Two local inference requests are already running. Try again shortly."));
@@ -51,19 +51,25 @@ void CompatibilityRoutes::infer(const GatewayRequest& request, Completion comple
   if (request.method == "GET") return completion(compatibilityModels(request, *connection));
   auto prepared = prepareCompatibility(request, *connection);
   if (!prepared) return completion(errorResponse(prepared.error()));
-  ++active_;
+  const auto number = ++lastNumber_;
+  active_.emplace(number, std::move(completion));
   auto upstream = std::move(prepared->upstream);
-  http_.send(std::move(upstream), [weak = weak_from_this(), prepared = *std::move(prepared),
-                                   completion = std::move(completion)](
-                                      std::expected<HttpResponse, HttpError> result) {
-    const auto self = weak.lock();
-    if (!self) {
-      return completion(GatewayResponse::error(
-          503, "not_ready", "Personal Gateway closed before local inference completed."));
-    }
-    --self->active_;
-    completion(compatibilityResponse(result, prepared, self->main_.now()));
-  });
+  http_.send(std::move(upstream),
+             weakly(this, [number, prepared = *std::move(prepared)](
+                              CompatibilityRoutes& self,
+                              const std::expected<HttpResponse, HttpError>& result) {
+               const auto ended = self.active_.extract(number);
+               if (ended) {
+                 ended.mapped()(compatibilityResponse(result, prepared, self.main_.now()));
+               }
+             }));
+}
+
+void CompatibilityRoutes::endAllWork() {
+  for (const auto& [number, completion] : std::exchange(active_, {})) {
+    completion(GatewayResponse::error(503, "not_ready",
+                                      "Personal Gateway closed before local inference completed."));
+  }
 }
 
 }  // namespace vantrell

@@ -2,7 +2,9 @@
 // chosen. They touch neither the job queue nor any subscription. Main queue.
 #pragma once
 
+#include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 
 #include "gateway/compatibility_request.h"
@@ -26,8 +28,11 @@ class CompatibilityRoutes : public std::enable_shared_from_this<CompatibilityRou
   /// out first; a runtime that did not answer is looked for again, for the next request.
   void respond(GatewayRequest request, const SiteKey& key, Completion completion);
 
+  /// Answers those that wait for the runtime: nothing is answered later.
+  void endAllWork();
+
   /// At once: what a local model does takes the whole machine.
-  static constexpr int mostRequests = 2;
+  static constexpr std::size_t mostRequests = 2;
 
  private:
   CompatibilityRoutes(MainQueue& main, HttpClient& http, ProviderServices& services)
@@ -37,7 +42,8 @@ class CompatibilityRoutes : public std::enable_shared_from_this<CompatibilityRou
   MainQueue& main_;
   HttpClient& http_;
   ProviderServices& services_;
-  int active_ = 0;
+  std::map<std::uint64_t, Completion> active_;  // by the number of the request
+  std::uint64_t lastNumber_ = 0;
 };
 
 }  // namespace vantrell

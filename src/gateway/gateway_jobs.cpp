@@ -13,8 +13,9 @@ using enum GatewayJobStatus;
 
 constexpr std::string_view quitText =
     "vantrell quit while this job was running. Submit it again if it is still needed.";
-/// Characters of a tool's title in an event: some agents put a whole command there.
-constexpr std::size_t longestTitle = 1000;
+/// Characters of a tool's title in an event, which some agents make of a whole command, so that the
+/// status has a place after it.
+constexpr std::size_t longestTitle = JobHistory::longestMessage - 100;
 /// How long a client that went away has to say how its runtime ended.
 constexpr std::chrono::seconds lossLimit{2};
 
@@ -108,9 +109,10 @@ void GatewayJobs::startNext(AgentProvider prepared) {
 }
 
 // The session hands out nothing of a client that it has ended, so what follows is about the job at
-// work.
+// work, or about none: a client may still speak while it is told to end.
 
 void GatewayJobs::started(const std::optional<AgentSession::StartResult>& result) {
+  if (!activeJobID_) return;
   GatewayJob& job = *active();
   if (!result) {
     return finishActive(
@@ -131,6 +133,7 @@ void GatewayJobs::started(const std::optional<AgentSession::StartResult>& result
 }
 
 void GatewayJobs::answered(const std::optional<AgentSession::PromptResult>& result) {
+  if (!activeJobID_) return;
   if (result && *result) return finishActive(completed, "Job completed.");
   failActive(result ? result->error()
                     : AgentError::disconnection("The model runtime disconnected."));
@@ -145,19 +148,20 @@ void GatewayJobs::failActive(const AgentError& error) {
 }
 
 void GatewayJobs::agentEnded(const std::string& text) {
-  finishActive(failed, text);
+  if (activeJobID_) finishActive(failed, text);
 }
 
-void GatewayJobs::finishActive(GatewayJobStatus status, std::string message) {
+void GatewayJobs::finishActive(GatewayJobStatus status, std::string message, ClientEnd end) {
   finish(*active(), status, std::move(message), core_.main.now());
-  endClient();
+  endClient(end);
   save();
   processNextJob();
 }
 
-void GatewayJobs::endClient() {
+void GatewayJobs::endClient(ClientEnd end) {
   lossTimer_.cancel();
-  activeJobID_.reset();
+  activeJobID_.reset();  // before the client hears of it: what it says to that changes no job
+  if (end == ClientEnd::cancelAndStop) session_->cancel();
   session_->end();
 }
 
@@ -165,8 +169,7 @@ void GatewayJobs::endClient() {
 void GatewayJobs::settingsChanged() {
   const auto job = activeJobID_ ? history_.find(*activeJobID_) : nullptr;
   if (!job || !core_.scope.isBlocked(job->provider)) return;
-  session_->cancel();
-  finishActive(failed, std::string(GatewayScope::meteredBlocked));
+  finishActive(failed, std::string(GatewayScope::meteredBlocked), ClientEnd::cancelAndStop);
 }
 
 void GatewayJobs::endAllWork() {
@@ -177,6 +180,7 @@ void GatewayJobs::endAllWork() {
 // ---- what the agent says ------------------------------------------------------------------------
 
 void GatewayJobs::agentUpdated(const JsonObject& update) {
+  if (!activeJobID_) return;
   GatewayJob& job = *active();
   const std::string kind = json::textOr(update, "sessionUpdate", "");
   if (kind == "agent_message_chunk") {
@@ -206,6 +210,7 @@ void GatewayJobs::append(GatewayJob& job, std::string_view text) {
 }
 
 void GatewayJobs::agentAsked() {
+  if (!activeJobID_) return;
   const PermissionRequest& question = *session_->question();
   GatewayApproval approval{question.id, question.title, question.detail, {}};
   for (const auto& [id, name, kind] : question.options) {
@@ -219,6 +224,7 @@ void GatewayJobs::agentAsked() {
 }
 
 void GatewayJobs::agentQuestionWithdrawn() {
+  if (!activeJobID_) return;
   GatewayJob& job = *active();
   job.status = working;
   job.pendingApproval.reset();
@@ -238,12 +244,11 @@ GatewayJobs::Job GatewayJobs::find(const Uuid& id, const std::optional<Uuid>& si
   return job && (!siteKeyID || job->siteKeyID == *siteKeyID) ? job : nullptr;
 }
 
-GatewayResult<GatewayJobs::Job> GatewayJobs::create(const GatewayJobRequest& given,
-                                                    const Uuid& siteKeyID) {
+GatewayResult<GatewayJob> GatewayJobs::admit(GatewayJobRequest request,
+                                             const Uuid& siteKeyID) const {
   const SiteKey* key = core_.keys.find(siteKeyID);  // may have been revoked during a preparation
   if (!key) return refuseRequest(401, "invalid_site_key", std::string(SiteKeys::invalidKey));
-  GatewayJobRequest request = given;
-  request.prompt = text::trimmed(given.prompt);
+  request.prompt = std::string(text::trimmed(request.prompt));
   trim(request.model);
   trim(request.effort);
   if (request.prompt.empty()) return refuseRequest(422, "empty_prompt", "Prompt cannot be empty.");
@@ -255,8 +260,14 @@ GatewayResult<GatewayJobs::Job> GatewayJobs::create(const GatewayJobRequest& giv
         429, "queue_full",
         fmt::format("This site key already has {} unfinished jobs.", mostUnfinishedOfKey));
   }
-  auto job = core_.scope.admit(request, *key);
+  return core_.scope.admit(request, *key);
+}
+
+GatewayResult<GatewayJobs::Job> GatewayJobs::create(const GatewayJobRequest& request,
+                                                    const Uuid& siteKeyID) {
+  auto job = admit(request, siteKeyID);
   if (!job) return std::unexpected(std::move(job.error()));
+  if (auto ready = core_.scope.checkReady(*job); !ready) return std::unexpected(ready.error());
   const Uuid id = job->id = Uuid::random();
   job->siteKeyID = siteKeyID;
   job->createdAt = core_.main.now();
@@ -276,10 +287,7 @@ GatewayResult<GatewayJobs::Job> GatewayJobs::cancel(const Uuid& id,
   if (isFinished(job->status)) {
     return refuseRequest(409, "job_finished", "The job has already finished.");
   }
-  if (activeJobID_ == id) {
-    session_->cancel();
-    endClient();
-  }
+  if (activeJobID_ == id) endClient(ClientEnd::cancelAndStop);
   finish(*history_.change(id), cancelled, "Job cancelled by the caller.", core_.main.now());
   auto ended = history_.find(id);  // the history may have no place for it
   save();
@@ -312,10 +320,7 @@ Result<> GatewayJobs::revokeKey(const Uuid& siteKeyID) {
   const auto job = activeJobID_ ? history_.find(*activeJobID_) : nullptr;
   if (auto removed = core_.keys.remove(siteKeyID); !removed) return removed;
   history_.removeUnfinishedOf(siteKeyID);
-  if (job && job->siteKeyID == siteKeyID) {
-    session_->cancel();
-    endClient();
-  }
+  if (job && job->siteKeyID == siteKeyID) endClient(ClientEnd::cancelAndStop);
   save();
   processNextJob();
   return {};

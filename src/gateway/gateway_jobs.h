@@ -64,6 +64,9 @@ class GatewayJobs : public std::enable_shared_from_this<GatewayJobs>,
     return history_.unfinishedCount(siteKeyID);
   }
 
+  /// The job as it would be queued, or why this key may not give it: all checks except whether the
+  /// provider is ready.
+  GatewayResult<GatewayJob> admit(GatewayJobRequest request, const Uuid& siteKeyID) const;
   /// The new job, still queued. GatewayScope::prepare() comes before: a provider of which nothing
   /// is known yet counts as unavailable.
   GatewayResult<Job> create(const GatewayJobRequest& request, const Uuid& siteKeyID);
@@ -87,13 +90,15 @@ class GatewayJobs : public std::enable_shared_from_this<GatewayJobs>,
   void agentLogged(std::string_view) override {}
   void agentEnded(const std::string& text) override;
 
+  enum class ClientEnd { stop, cancelAndStop };
+
   void startNext(AgentProvider prepared);
   void started(const std::optional<AgentSession::StartResult>& result);
   void answered(const std::optional<AgentSession::PromptResult>& result);
   void failActive(const AgentError& error);
   /// Ends the job at work with its client, and goes on with the next.
-  void finishActive(GatewayJobStatus status, std::string message);
-  void endClient();
+  void finishActive(GatewayJobStatus status, std::string message, ClientEnd end = ClientEnd::stop);
+  void endClient(ClientEnd end);
   void append(GatewayJob& job, std::string_view text);
   /// The job at work, for a change; null where none is.
   GatewayJob* active() { return activeJobID_ ? history_.change(*activeJobID_) : nullptr; }

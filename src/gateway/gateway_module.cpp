@@ -25,6 +25,7 @@ void GatewayModule::load() {
 
 bool GatewayModule::endAllWork() {
   gateway.stop();
+  compatibilityRoutes->endAllWork();
   jobs->endAllWork();
   return store.flush();
 }

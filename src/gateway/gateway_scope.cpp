@@ -134,10 +134,12 @@ GatewayResult<GatewayJob> GatewayScope::admit(const GatewayJobRequest& request,
   if (!canBeName(job.model) || !canBeName(job.effort)) {
     return refuseRequest(400, "invalid_job", "model and effort must not begin with a hyphen.");
   }
-  if (!isReady(job.provider, contextOf(job))) {
-    return refuseRequest(409, "provider_unavailable", services_.connector(job.provider).setupHint);
-  }
   return job;
+}
+
+GatewayResult<> GatewayScope::checkReady(const GatewayJob& job) const {
+  if (isReady(job.provider, contextOf(job))) return {};
+  return refuseRequest(409, "provider_unavailable", services_.connector(job.provider).setupHint);
 }
 
 std::expected<std::shared_ptr<AgentClient>, std::string> GatewayScope::makeClient(

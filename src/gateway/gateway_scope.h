@@ -48,8 +48,11 @@ class GatewayScope {
   /// By the guard against metered billing.
   bool isBlocked(AgentProvider provider) const;
 
-  /// The job without id, owner, times and events, or why the key may not give it.
+  /// The job without id, owner, times and events, or why the key may not give it, whether or not
+  /// its provider is ready.
   GatewayResult<GatewayJob> admit(const GatewayJobRequest& request, const SiteKey& key) const;
+  /// Whether its provider can be used. One of which nothing is known yet (prepare()) cannot.
+  GatewayResult<> checkReady(const GatewayJob& job) const;
   /// A client for the job, or why there is none now.
   std::expected<std::shared_ptr<AgentClient>, std::string> makeClient(const GatewayJob& job,
                                                                       const SiteKey& key) const;

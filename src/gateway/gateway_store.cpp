@@ -18,8 +18,27 @@ static constexpr auto fieldsOf(const SiteKey*) {
                 field("createdAt", &R::createdAt), field("lastUsedAt", &R::lastUsedAt));
 }
 
-static constexpr auto fieldsOf(const GatewayConfiguration*) {
-  using R = GatewayConfiguration;
+/// A file with another number is one that cannot be read.
+struct StoredPort {
+  std::int64_t number = GatewayConfiguration().port;
+};
+struct StoredConfiguration {
+  bool enabled = GatewayConfiguration().enabled;
+  GatewayListenMode listenMode = GatewayConfiguration().listenMode;
+  StoredPort port;
+  std::vector<SiteKey> siteKeys;
+};
+
+static bool readJson(const Json& json, StoredPort& port, JsonReading& reading) {
+  if (!readJson(json, port.number, reading)) return false;
+  return (port.number >= 0 && port.number <= 65535) || reading.fail("expected a port number");
+}
+static void writeJson(JsonWriter& writer, const StoredPort& port, const JsonPolicy& policy) {
+  writeJson(writer, port.number, policy);
+}
+
+static constexpr auto fieldsOf(const StoredConfiguration*) {
+  using R = StoredConfiguration;
   return fields(field("enabled", &R::enabled), field("listenMode", &R::listenMode),
                 field("port", &R::port), field("siteKeys", &R::siteKeys));
 }
@@ -66,7 +85,8 @@ constexpr std::string_view jobsName = "personal-gateway-jobs.json";
 
 /// What is written together: the newest state of each file.
 struct GatewayStore::Batch {
-  Writes writes;
+  Prepared prepared;
+  std::map<std::string_view, Write> writes;    // of what is prepared, from its start on
   std::vector<std::function<void()>> waiting;  // main queue
   std::once_flag once;
   std::map<std::string_view, std::string> failures;  // by file, once it has run
@@ -97,9 +117,8 @@ GatewayStore::~GatewayStore() {
 }
 
 GatewayConfiguration GatewayStore::loadConfiguration() {
-  auto read = files_->load(configurationName, GatewayConfiguration());
-  if (read.port < 1 || read.port > 65535) read.port = GatewayConfiguration().port;
-  return read;
+  const auto read = files_->load(configurationName, StoredConfiguration());
+  return {read.enabled, read.listenMode, read.port.number, read.siteKeys};
 }
 
 std::vector<GatewayJob> GatewayStore::loadJobs() {
@@ -107,16 +126,21 @@ std::vector<GatewayJob> GatewayStore::loadJobs() {
 }
 
 void GatewayStore::save(const GatewayConfiguration& configuration) {
-  put(configurationName, files_->prepareSave(configuration, configurationName));
+  const auto& [enabled, mode, port, keys] = configuration;
+  put(configurationName, [this, stored = StoredConfiguration{enabled, mode, {port}, keys}] {
+    return files_->prepareSave(stored, configurationName);
+  });
 }
 
 void GatewayStore::save(Jobs jobs) {
-  put(jobsName, files_->prepareSharedSave(std::make_shared<const Jobs>(std::move(jobs)), jobsName));
+  put(jobsName, [this, shared = std::make_shared<const Jobs>(std::move(jobs))] {
+    return files_->prepareSharedSave(shared, jobsName);
+  });
 }
 
-void GatewayStore::put(std::string_view name, Write write) {
+void GatewayStore::put(std::string_view name, Prepare prepare) {
   if (!pending_) pending_ = std::make_shared<Batch>();
-  pending_->writes.insert_or_assign(name, std::move(write));
+  pending_->prepared.insert_or_assign(name, std::move(prepare));
   start();
 }
 
@@ -124,8 +148,9 @@ void GatewayStore::start() {
   if (underWay_ || !pending_) return;
   retryTimer_.cancel();
   underWay_ = std::exchange(pending_, nullptr);
-  underWay_->writes.merge(failed_);  // where there is nothing newer
+  underWay_->prepared.merge(failed_);  // where there is nothing newer
   failed_.clear();
+  for (const auto& [name, prepare] : underWay_->prepared) underWay_->writes[name] = prepare();
   background_.post([this, batch = underWay_, &main = main_, life = std::weak_ptr(life_)] {
     batch->run();
     main.post([this, batch, life] {
@@ -138,7 +163,7 @@ void GatewayStore::finished(const std::shared_ptr<Batch>& batch) {
   if (batch != underWay_) return;  // flush() was faster
   underWay_ = nullptr;
   for (const auto& [name, reason] : batch->failures) {
-    failed_.insert(batch->writes.extract(name));
+    failed_.insert(batch->prepared.extract(name));
     changes_.saveFailed(fmt::format("The gateway's {} could not be saved: {}",
                                     name == jobsName ? "jobs" : "site keys", reason));
   }

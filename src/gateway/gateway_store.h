@@ -52,10 +52,13 @@ class GatewayStore {
 
  private:
   struct Batch;
-  using Write = std::function<files::Result<>()>;
-  using Writes = std::map<std::string_view, Write>;  // by file
+  using Write = std::function<files::Result<>()>;  // background
+  /// Main queue: moves a file that could not be read out of the way first, which may fail and is
+  /// then tried again with the write.
+  using Prepare = std::function<Write()>;
+  using Prepared = std::map<std::string_view, Prepare>;  // by file
 
-  void put(std::string_view name, Write write);
+  void put(std::string_view name, Prepare prepare);
   void start();
   void finished(const std::shared_ptr<Batch>& batch);
   void retry();
@@ -66,7 +69,7 @@ class GatewayStore {
   const std::unique_ptr<OrchestrationStore> files_;
   std::shared_ptr<Batch> pending_;
   std::shared_ptr<Batch> underWay_;
-  Writes failed_;  // to be tried again
+  Prepared failed_;  // to be tried again
   Timer retryTimer_;
   std::shared_ptr<void> life_ = std::make_shared<int>();  // what the background posts ends with us
 };

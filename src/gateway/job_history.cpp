@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "platform/text/text.h"
+
 namespace vantrell {
 
 namespace {
@@ -72,9 +74,10 @@ void JobHistory::prune() {
   });
 }
 
-void addEvent(GatewayJob& job, std::string type, std::string message, Date now) {
+void addEvent(GatewayJob& job, std::string type, std::string_view message, Date now) {
   if (job.events.size() >= JobHistory::mostEvents) job.events.erase(job.events.begin());
-  job.events.push_back({Uuid::random(), now, std::move(type), std::move(message)});
+  job.events.push_back({Uuid::random(), now, std::move(type),
+                        std::string(text::firstCharacters(message, JobHistory::longestMessage))});
 }
 
 void finish(GatewayJob& job, GatewayJobStatus status, std::string message, Date now) {

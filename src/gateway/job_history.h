@@ -18,6 +18,7 @@ class JobHistory {
 
   static constexpr std::size_t mostJobs = 100;  // unless more are unfinished
   static constexpr std::size_t mostEvents = 200;
+  static constexpr std::size_t longestMessage = 1000;   // of an event, in characters
   static constexpr std::size_t mostOutput = 2'000'000;  // characters
 
   JobHistory() = default;
@@ -48,8 +49,9 @@ class JobHistory {
   std::vector<Entry> entries_;
 };
 
-/// The oldest goes where there are too many.
-void addEvent(GatewayJob& job, std::string type, std::string message, Date now);
+/// The oldest goes where there are too many. A long message is cut: agents put whole commands into
+/// titles, and each job has many events.
+void addEvent(GatewayJob& job, std::string type, std::string_view message, Date now);
 /// Sets a final status with its event. What the job waited for is over.
 void finish(GatewayJob& job, GatewayJobStatus status, std::string message, Date now);
 

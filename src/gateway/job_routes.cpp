@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "platform/text/text.h"
+#include "platform/values/json_objects.h"
 #include "records/stores/json_fields.h"
 
 namespace vantrell {
@@ -27,15 +28,6 @@ GatewayResponse noRoute() {
 
 // ---- the form of the wire -----------------------------------------------------------------------
 
-template <typename T>
-void setIfPresent(JsonObject& object, std::string key, const std::optional<T>& value) {
-  if (value) object.set(std::move(key), *value);
-}
-
-void setIfPresent(JsonObject& object, std::string key, const std::optional<Date>& date) {
-  if (date) object.set(std::move(key), iso8601(*date));
-}
-
 Json wireForm(const GatewayApproval& approval) {
   Json::Array options;
   for (const auto& [id, name, kind] : approval.options) {
@@ -58,7 +50,7 @@ Json wireForm(const std::vector<GatewayJobEvent>& events) {
   return all;
 }
 
-Json wireForm(const GatewayJob& job) {
+JsonObject wireForm(const GatewayJob& job) {
   JsonObject object{{"id", job.id.text()},
                     {"project", job.projectID.text()},
                     {"project_name", job.workspaceName},
@@ -69,14 +61,26 @@ Json wireForm(const GatewayJob& job) {
                     {"status", rawText(job.status)},
                     {"output", job.output},
                     {"events", wireForm(job.events)}};
-  setIfPresent(object, "model", job.model);
-  setIfPresent(object, "effort", job.effort);
-  setIfPresent(object, "started_at", job.startedAt);
-  setIfPresent(object, "finished_at", job.finishedAt);
-  setIfPresent(object, "session_id", job.sessionID);
-  setIfPresent(object, "error", job.error);
+  json::setIfKnown(object, "model", job.model);
+  json::setIfKnown(object, "effort", job.effort);
+  json::setIfKnown(object, "started_at", job.startedAt.transform(iso8601));
+  json::setIfKnown(object, "finished_at", job.finishedAt.transform(iso8601));
+  json::setIfKnown(object, "session_id", job.sessionID);
+  json::setIfKnown(object, "error", job.error);
   if (job.pendingApproval) object.set("pending_approval", wireForm(*job.pendingApproval));
   return object;
+}
+
+/// Newest first; written job by job, so that no second copy of all is held.
+std::string listText(const std::vector<GatewayJobs::Job>& oldestFirst) {
+  std::string text = "[";
+  for (auto each = oldestFirst.rbegin(); each != oldestFirst.rend(); ++each) {
+    if (text.size() > 1) text += ',';
+    auto job = wireForm(**each);
+    if (text.size() + (*each)->output.size() > JobRoutes::longestList) job.remove("output");
+    text += json::writeSorted(job);
+  }
+  return text += ']';
 }
 
 std::optional<GatewayJobRequest> jobRequestIn(const std::string& body) {
@@ -112,15 +116,7 @@ void JobRoutes::respond(const GatewayRequest& request, const SiteKey& key, Compl
   if (part(1) != "jobs") return completion(noRoute());
   if (parts.size() > 2) return jobRoute(request, key.id, part(2), part(3), std::move(completion));
   if (!isGet) return create(request, key, std::move(completion));
-  encode(
-      [jobs = core_.jobs.jobs(key.id)] {
-        Json::Array newestFirst;
-        for (auto each = jobs.rbegin(); each != jobs.rend(); ++each) {
-          newestFirst.push_back(wireForm(**each));
-        }
-        return newestFirst;
-      },
-      200, std::move(completion));
+  encode([jobs = core_.jobs.jobs(key.id)] { return listText(jobs); }, 200, std::move(completion));
 }
 
 void JobRoutes::projects(const SiteKey& key, Completion completion) {
@@ -143,6 +139,10 @@ void JobRoutes::create(const GatewayRequest& request, const SiteKey& key, Comple
   if (!job) {
     return completion(
         GatewayResponse::error(400, "invalid_job", "Send project, provider, and prompt as JSON."));
+  }
+  // Whether the provider is ready is asked last: it may cost a look for a model server.
+  if (const auto admitted = core_.jobs.admit(*job, key.id); !admitted) {
+    return completion(errorResponse(admitted.error()));
   }
   const AgentProvider provider = job->provider;
   core_.scope.prepare({provider}, [this, life = std::weak_ptr(life_), job = *std::move(job),
@@ -169,9 +169,9 @@ void JobRoutes::jobRoute(const GatewayRequest& request, const Uuid& keyID, std::
   const auto job = core_.jobs.find(*id, keyID);
   if (!job || request.method != "GET") return completion(noRoute());
   if (action.empty()) {
-    encode([job] { return wireForm(*job); }, 200, std::move(completion));
+    encode([job] { return json::writeSorted(wireForm(*job)); }, 200, std::move(completion));
   } else if (action == "events") {
-    completion(GatewayResponse::json(wireForm(job->events)));
+    encode([job] { return json::writeSorted(wireForm(job->events)); }, 200, std::move(completion));
   } else {
     completion(noRoute());
   }
@@ -182,15 +182,15 @@ void JobRoutes::changed(const GatewayResult<Job>& result, int status, Completion
   core_.store.whenSaved([this, life = std::weak_ptr(life_), job = *result, status,
                          completion = std::move(completion)] {
     if (life.expired()) return;
-    encode([job] { return wireForm(*job); }, status, completion);
+    encode([job] { return json::writeSorted(wireForm(*job)); }, status, completion);
   });
 }
 
-void JobRoutes::encode(std::function<Json()> value, int status, Completion completion) {
-  core_.background.post([&main = core_.main, value = std::move(value), status,
-                         completion = std::move(completion)]() mutable {
+void JobRoutes::encode(std::function<std::string()> body, int status, Completion completion) {
+  encoding_.post([&main = core_.main, body = std::move(body), status,
+                  completion = std::move(completion)]() mutable {
     main.post([completion = std::move(completion),
-               response = GatewayResponse::json(value(), status)]() mutable {
+               response = GatewayResponse{.status = status, .body = body()}]() mutable {
       completion(std::move(response));
     });
   });

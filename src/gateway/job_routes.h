@@ -1,6 +1,6 @@
 // The routes below /v1: projects, jobs, their events, cancelling and approvals, in the JSON of the
-// wire. The caller has refused browsers and found the key before. Main queue; what is large is
-// encoded in the background.
+// wire. The caller has refused browsers and found the key before. Main queue; jobs are encoded in
+// the background, one answer at a time.
 #pragma once
 
 #include <functional>
@@ -23,14 +23,18 @@ class JobRoutes {
     GatewayScope& scope;
     const SiteKeys& keys;
     GatewayStore& store;
-    Executor& background;
+    BackgroundPool& background;
   };
-  explicit JobRoutes(Dependencies dependencies) : core_(dependencies) {}
+  explicit JobRoutes(Dependencies dependencies)
+      : core_(dependencies), encoding_(core_.background, "com.vantrell.gateway-answers") {}
 
   using Completion = std::function<void(GatewayResponse)>;
   /// Answers once, on the main queue, also for a path that is no route: as soon as what the answer
   /// depends on is known, and what it promises is on the disk.
   void respond(const GatewayRequest& request, const SiteKey& key, Completion completion);
+
+  /// Bytes. In a list that would be longer the oldest jobs have no `output`; each job alone has it.
+  static constexpr std::size_t longestList = std::size_t{64} << 20;
 
  private:
   using Job = GatewayJobs::Job;
@@ -41,9 +45,10 @@ class JobRoutes {
   void jobRoute(const GatewayRequest& request, const Uuid& keyID, std::string_view id,
                 std::string_view action, Completion completion);
   void changed(const GatewayResult<Job>& result, int status, Completion completion);
-  void encode(std::function<Json()> value, int status, Completion completion);
+  void encode(std::function<std::string()> body, int status, Completion completion);
 
   const Dependencies core_;
+  const SerialQueue encoding_;  // one answer at a time, so that many large ones need no more memory
   std::shared_ptr<void> life_ = std::make_shared<int>();  // what waits for an answer ends with us
 };
 

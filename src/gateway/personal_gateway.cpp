@@ -43,6 +43,13 @@ Result<> PersonalGateway::setPort(std::int64_t port) {
   return apply();
 }
 
+Result<SiteKeys::Created> PersonalGateway::createKey(std::string_view name,
+                                                     const SiteKeys::Scope& scope) {
+  auto created = core_.keys.create(name, scope);
+  if (created) lastError_.reset();
+  return created;
+}
+
 std::string PersonalGateway::baseURL() const {
   const auto& [enabled, mode, port, keys] = core_.keys.configuration();
   return fmt::format("http://{}:{}",

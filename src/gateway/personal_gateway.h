@@ -48,6 +48,9 @@ class PersonalGateway {
   Result<> setListenMode(GatewayListenMode mode);
   Result<> setPort(std::int64_t port);
 
+  /// As SiteKeys::create(); the last failure to listen counts as read.
+  Result<SiteKeys::Created> createKey(std::string_view name, const SiteKeys::Scope& scope);
+
   // `topics::gateway` says when these have changed.
 
   const GatewayServer::State& state() const { return core_.server.state(); }

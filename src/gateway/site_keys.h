@@ -1,5 +1,5 @@
 // How the gateway listens, and the site keys: who may call it and with what reach. A key is shown
-// once, to who creates it; only its hash is stored. Main queue.
+// once, to the user who creates it; only its hash is stored. Main queue.
 #pragma once
 
 #include <map>

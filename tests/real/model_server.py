@@ -143,6 +143,15 @@ def answer_completions(steps, model, send):
     send("[DONE]")
 
 
+def whole_completion(steps, model):
+    """The answer to a caller that wants no stream, as the gateway does."""
+    text = "".join(piece for step in steps if step[0] == "say" for piece in words_of(step))
+    return {"id": new_id("chatcmpl"), "object": "chat.completion", "model": model,
+            "choices": [{"index": 0, "message": {"role": "assistant", "content": text},
+                         "finish_reason": "stop"}],
+            "usage": {"prompt_tokens": 10, "completion_tokens": 10, "total_tokens": 20}}
+
+
 DIALECTS = {
     "/responses": (read_responses, answer_responses),
     "/messages": (read_messages, answer_messages),
@@ -252,6 +261,8 @@ class Handler(BaseHTTPRequestHandler):
         path = self.path.split("?")[0]
         if path.endswith("/wham/usage"):
             self.reply(200, codex_usage())
+        elif path == "/local/v1/models":  # of a server of local models, for the gateway
+            self.reply(200, {"object": "list", "data": [{"id": "stand-in", "object": "model"}]})
         elif path.endswith("/models"):
             self.reply(200, {"object": "list", "data": [], "models": []})
         else:
@@ -275,6 +286,8 @@ class Handler(BaseHTTPRequestHandler):
             status = steps[0][1]
             headers, error = failure(dialect, status)
             return self.reply(429 if status == "busy" else status, error, headers)
+        if dialect == "/chat/completions" and not body.get("stream"):
+            return self.reply(200, whole_completion(steps, body["model"]))
         self.stream(dialect, body, steps, answer)
 
     do_PUT = do_PATCH = do_DELETE = do_POST

@@ -16,7 +16,8 @@ import time
 import traceback
 from pathlib import Path
 
-import serve_cases  # adds its cases
+import gateway_caller_cases  # these two add their cases
+import serve_cases
 from cases import CASES
 from model_server import ModelServer
 from programs import PROGRAMS, Unavailable, cache_folder

@@ -13,10 +13,11 @@ from vantrell import STEP_SECONDS, demand, wait_until
 
 
 class Gateway:
-    """`vantrell serve` with its gateway on, and a key for the home's program."""
+    """`vantrell serve` with its gateway on, and a key for the home's program or another provider."""
 
-    def __init__(self, home):
+    def __init__(self, home, provider=None):
         self.home = home
+        self.provider = provider or home.program.provider
         home.environment["XDG_RUNTIME_DIR"] = str(home.folder / "runtime")
         os.makedirs(home.folder / "runtime", exist_ok=True)
         with socket.socket() as free:
@@ -28,7 +29,7 @@ class Gateway:
         # A project is known once a task was made there.
         home.command("new", "--project", str(home.project))
         self.key = home.command("gateway", "keys", "create", "site", "--project",
-                                str(home.project), "--provider", home.program.provider, "--mode",
+                                str(home.project), "--provider", self.provider, "--mode",
                                 "auto").strip()
         self.project = self.ask("GET", "/v1/projects")[1]["projects"][0]["id"]
 

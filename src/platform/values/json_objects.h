@@ -2,7 +2,10 @@
 // results are valid as long as the answer. Any thread.
 #pragma once
 
+#include <optional>
+#include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/values/json.h"
@@ -13,5 +16,10 @@ namespace vantrell::json {
 const JsonObject& objectOrEmpty(const JsonObject& container, std::string_view key);
 /// The objects in the list under the key; what else the list holds is left out.
 std::vector<const JsonObject*> objects(const JsonObject& container, std::string_view key);
+/// Sets the member if there is a value.
+template <typename Value>
+void setIfKnown(JsonObject& object, std::string key, const std::optional<Value>& value) {
+  if (value) object.set(std::move(key), *value);
+}
 
 }  // namespace vantrell::json

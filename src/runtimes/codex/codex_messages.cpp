@@ -10,7 +10,7 @@ namespace {
 
 using Kind = AgentRuntimeError::Kind;
 
-void setIfPresent(JsonObject& params, std::string key, const std::optional<std::string>& value) {
+void setUnlessEmpty(JsonObject& params, std::string key, const std::optional<std::string>& value) {
   if (value && !value->empty()) params.set(std::move(key), *value);
 }
 
@@ -35,7 +35,7 @@ JsonObject threadParams(const AgentConfiguration& configuration,
   params.set("cwd", configuration.workspacePath);
   setApprovals(params, configuration);
   params.set("sandbox", isFree(configuration) ? "danger-full-access" : "workspace-write");
-  setIfPresent(params, "model", configuration.model);
+  setUnlessEmpty(params, "model", configuration.model);
   return params;
 }
 
@@ -52,8 +52,8 @@ JsonObject turnStartParams(const AgentConfiguration& configuration, const std::s
               {"networkAccess", false}};
   }
   params.set("sandboxPolicy", std::move(policy));
-  setIfPresent(params, "model", configuration.model);
-  setIfPresent(params, "effort", configuration.effort);
+  setUnlessEmpty(params, "model", configuration.model);
+  setUnlessEmpty(params, "effort", configuration.effort);
   return params;
 }
 

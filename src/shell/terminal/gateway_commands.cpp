@@ -173,7 +173,7 @@ void createNamedKey(CommandContext& context) {
     }
     scope.maximumPermissionMode = context.arguments.choice<GrokPermissionMode>(keyModeOption.name)
                                       .value_or(GrokPermissionMode::ask);
-    const auto created = module.keys.create(context.word(0), scope);
+    const auto created = module.gateway.createKey(context.word(0), scope);
     if (!created) return context.refused(created.error());
     context.report(JsonObject{{"id", created->id.text()}, {"key", created->secret}},
                    fmt::format("{}\n", created->secret));

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "platform/values/json.h"
+#include "platform/values/json_objects.h"
 #include "shell/terminal/text_table.h"
 #include "views/run_rows.h"
 
@@ -24,11 +25,7 @@ TableCell idCell(const Uuid& id);
 JsonObject taskMembers(const Workspace& workspace, const ChatThread& thread);
 /// What tells about a task without its transcript.
 JsonObject taskAsJson(const Workspace& workspace, const ChatThread& thread);
-/// Sets the member if there is a value.
-template <typename Value>
-void setIfKnown(JsonObject& object, std::string key, const std::optional<Value>& value) {
-  if (value) object.set(std::move(key), *value);
-}
+using json::setIfKnown;
 /// Of an optional or a pointer.
 template <typename Value>
 Json orNull(const Value& value) {
