@@ -24,11 +24,8 @@ TableCell idCell(const Uuid& id);
 JsonObject taskMembers(const Workspace& workspace, const ChatThread& thread);
 /// What tells about a task without its transcript.
 JsonObject taskAsJson(const Workspace& workspace, const ChatThread& thread);
-/// Sets the member if there is a value.
-template <typename Value>
-void setIfKnown(JsonObject& object, std::string key, const std::optional<Value>& value) {
-  if (value) object.set(std::move(key), *value);
-}
+/// The object without the members that are null.
+JsonObject withoutNulls(const JsonObject& all);
 /// Of an optional or a pointer.
 template <typename Value>
 Json orNull(const Value& value) {
