@@ -135,4 +135,12 @@ std::vector<DiffHunk> parse(std::string_view text) {
   return hunks;
 }
 
+bool isCut(std::string_view text) {
+  // Where git's output was cut, the end of a line is missing.
+  constexpr std::string_view seam = "\n\nWORKING CHANGES\n\n";
+  const auto isWhole = [](std::string_view part) { return part.empty() || part.ends_with('\n'); };
+  const auto place = text.starts_with("STAGED CHANGES") ? text.find(seam) : std::string_view::npos;
+  return !isWhole(text) || (place != std::string_view::npos && !isWhole(text.substr(0, place)));
+}
+
 }  // namespace vantrell::UnifiedDiffParser

@@ -12,4 +12,7 @@ namespace vantrell::UnifiedDiffParser {
 /// hunk with the header "Full diff"; an empty text has none.
 std::vector<DiffHunk> parse(std::string_view text);
 
+/// Whether the diff of a snapshot, which is bounded, is only the beginning of what git has.
+bool isCut(std::string_view text);
+
 }  // namespace vantrell::UnifiedDiffParser

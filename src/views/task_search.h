@@ -21,6 +21,10 @@ struct SearchRequest {
   std::optional<Uuid> project;
 };
 
+constexpr auto rawTexts(SearchRequest::Scope) {
+  return std::to_array<std::string_view>({"titles", "entries", "all"});
+}
+
 /// What WorkspaceOperations::openSearchResult() opens. Valid during the call that hands it out.
 struct SearchHit {
   const Workspace& workspace;

@@ -166,7 +166,7 @@ TEST_F(TaskCommands, EveryMistakeSaysWhatToDo) {
       {{"show", id, "--entry", "none"}, "--entries"},
       {{"show", id, "--runs", "--json"}, "exclude each other"},
       {{"tasks", "--all", "--archived"}, "Leave out --archived"},
-      {{"tasks", "--project", "nowhere"}, "\"vantrell projects\" lists them"},
+      {{"tasks", "--project", "nowhere"}, "vantrell projects"},
       {{"search", "  "}, "is empty"},
       {{"search", "x", "--in", "y"}, "titles, entries or all"},
       {{"projects", "ad"}, "Did you mean add?"},

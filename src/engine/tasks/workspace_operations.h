@@ -71,6 +71,7 @@ class WorkspaceOperations : public std::enable_shared_from_this<WorkspaceOperati
 
   /// The workspace of conversations that belong to no project.
   const Workspace* generalWorkspace() const;
+  bool isGeneral(const Uuid& workspaceID) const;
   /// Asks the user for a folder and opens it.
   void chooseProject();
   /// Opens a project folder: selects it when it is known, else adds it with one empty task.
@@ -102,7 +103,6 @@ class WorkspaceOperations : public std::enable_shared_from_this<WorkspaceOperati
                                                        const Uuid& workspaceID) const;
 
  private:
-  bool isGeneral(const Uuid& workspaceID) const;
   /// A fresh conversation for a workspace that has just become empty.
   ChatThread replacementFor(const Uuid& workspaceID) const;
   /// The first visible conversation; added, and saved, when there was none.

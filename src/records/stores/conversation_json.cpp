@@ -200,6 +200,9 @@ std::string encodeRow(const RunRecord& run) {
 std::string encodeRow(const ChatEntry& entry) {
   return encodeWhole(entry);
 }
+std::string encodeCheckpoint(const WorkspaceCheckpoint& checkpoint) {
+  return encodeWhole(checkpoint);
+}
 
 std::expected<ChatThread, DecodeError> decodeThreadHead(std::string_view text) {
   return decodeRow<ChatThread>(text, headFields(static_cast<const ChatThread*>(nullptr)));

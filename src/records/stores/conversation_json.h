@@ -21,6 +21,8 @@ void writeJson(JsonWriter& writer, const Workspace& workspace, const JsonPolicy&
 std::string encodeWorkspaces(const std::vector<Workspace>& workspaces, const JsonPolicy& policy);
 std::expected<std::vector<Workspace>, DecodeError> decodeWorkspaces(std::string_view text,
                                                                     const JsonPolicy& policy);
+/// One object, for a script.
+std::string encodeCheckpoint(const WorkspaceCheckpoint& checkpoint);
 std::expected<ChatThread, DecodeError> decodeThread(const Json& json, const JsonPolicy& policy);
 
 // The pieces that the store keeps on rows of their own, as `conversationJson` has them. A head is

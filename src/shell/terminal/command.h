@@ -103,6 +103,15 @@ inline constexpr CommandOption yesOption{"--yes", "", "do it without being asked
 inline constexpr CommandOption limitOption{"--limit", "N", "no more than the first N", {}, true};
 inline constexpr CommandOption ofProjectOption{"--project", "PROJECT",
                                                "only in this project: its name, folder or ID"};
+inline constexpr CommandOption offOption{"--off", "", "take it back"};
+/// Of commands that print one value, laid out, whatever it holds.
+inline constexpr CommandOption wholeJsonOption{jsonOption.name, "",
+                                               "for scripts: all of it as JSON"};
 inline constexpr CommandOption onlyJson[] = {jsonOption};
+inline constexpr CommandOption onlyYes[] = {yesOption};
+inline constexpr CommandOption yesAndJson[] = {yesOption, jsonOption};
+inline constexpr CommandOption offAndJson[] = {offOption, jsonOption};
+inline constexpr CommandOption onlyWholeJson[] = {wholeJsonOption};
+inline constexpr std::span<const CommandOption> noOptions;
 
 }  // namespace vantrell::shell

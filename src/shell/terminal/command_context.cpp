@@ -60,11 +60,36 @@ std::expected<std::optional<ThreadExecutionKey>, UsageError> CommandContext::giv
   return findTask(workspaces, *named);
 }
 
+std::expected<CommandContext::Place, UsageError> CommandContext::placeOf(
+    const std::optional<std::string>& task, const std::vector<Workspace>& workspaces) const {
+  if (task && arguments.has("--project")) {
+    return usageError("A task has its own folder. Leave out --project.");
+  }
+  if (!task) {
+    const auto id = projectHere(workspaces);
+    if (!id) return std::unexpected(id.error());
+    return Place{*id, workspaceOf(workspaces, *id).path};
+  }
+  const auto key = findTask(workspaces, *task);
+  if (!key) return std::unexpected(key.error());
+  const Workspace& workspace = workspaceOf(workspaces, key->workspaceID);
+  return Place{workspace.id, executionPath(workspace, *workspace.thread(key->threadID))};
+}
+
 Outcome CommandContext::showTable(const TextTable& table, bool isEmpty,
                                   std::string_view whenEmpty) {
   if (isJson()) return exitStatus::completed;
   isEmpty ? console.say(whenEmpty) : console.write(table.text(style(), console.columns()));
   return exitStatus::completed;
+}
+
+Outcome CommandContext::tell(std::string_view words) {
+  console.write(words);
+  return exitStatus::completed;
+}
+
+Outcome CommandContext::report(const std::string& object, std::string_view words) {
+  return tell(isJson() ? object + "\n" : std::string(words));
 }
 
 // ---- the end ------------------------------------------------------------------------------------
@@ -181,6 +206,14 @@ void CommandContext::viewTask(
   });
 }
 
+void CommandContext::viewProject(const std::function<Outcome(const ProjectView&)>& look) {
+  view([&](const StateView& state) -> Outcome {
+    const auto id = projectHere(state.workspaces);
+    if (!id) return std::unexpected(id.error());
+    return look({.workspace = workspaceOf(state.workspaces, *id), .now = state.now});
+  });
+}
+
 void CommandContext::open(VantrellOptions options, const std::function<void(VantrellApp&)>& work) {
   if (!caller.app) {
     auto started = VantrellApp::start(main, std::move(options));
@@ -237,6 +270,14 @@ void CommandContext::changeTask(
     const auto key = findTask(model.tree().workspaces(), word(0));
     if (!key) return std::unexpected(key.error());
     return work(model, *key);
+  });
+}
+
+void CommandContext::changeProject(const std::function<Outcome(AppModel&, const Uuid&)>& work) {
+  change([&](AppModel& model) -> Outcome {
+    const auto id = projectHere(model.tree().workspaces());
+    if (!id) return std::unexpected(id.error());
+    return work(model, *id);
   });
 }
 

@@ -30,6 +30,15 @@ struct StateView {
   const std::vector<Workspace>& workspaces;  // General first
   Date now;
 };
+struct ProjectView {
+  const Workspace& workspace;
+  Date now;
+};
+struct TaskView {
+  const Workspace& workspace;
+  const ChatThread& thread;
+  Date now;
+};
 
 /// Commands of other processes that this one carries out. Main queue.
 class OtherCommands {
@@ -95,14 +104,26 @@ class CommandContext {
   std::expected<std::optional<ThreadExecutionKey>, UsageError> givenTask(
       const std::vector<Workspace>& workspaces) const;
 
+  /// Where a task works or a project lies.
+  struct Place {
+    Uuid project;
+    std::string folder;
+  };
+  /// That of the task, where one is named; else of the project of --project or the caller's folder.
+  std::expected<Place, UsageError> placeOf(const std::optional<std::string>& task,
+                                           const std::vector<Workspace>& workspaces) const;
+
   // The answer.
 
   /// A JSON object as a line of the output.
   void writeJson(const JsonObject& object) { writeJson(json::write(object)); }
   void writeJson(const std::string& object) { console.write(object + "\n"); }
-  /// The object with --json, else the words.
-  void report(const JsonObject& object, std::string_view words) {
-    isJson() ? writeJson(object) : console.write(words);
+  /// Writes the words; the outcome of a command that has done its work.
+  Outcome tell(std::string_view words);
+  /// The same with the object for --json, else the words.
+  Outcome report(const std::string& object, std::string_view words);
+  Outcome report(const JsonObject& object, std::string_view words) {
+    return report(json::write(object), words);
   }
   /// A row of a list each: with --json as an object, else as a line of the table.
   template <typename Rows>
@@ -147,6 +168,8 @@ class CommandContext {
   /// The same at the task that the first word names.
   void viewTask(
       const std::function<Outcome(const StateView&, const Workspace&, const ChatThread&)>& look);
+  /// The same at the project of --project or of the caller's folder.
+  void viewProject(const std::function<Outcome(const ProjectView&)>& look);
   /// Takes the state and begins `work` with it.
   void open(VantrellOptions options, const std::function<void(VantrellApp&)>& work);
   /// Takes the state, changes something and ends with what `change` returns.
@@ -154,6 +177,8 @@ class CommandContext {
   /// The same with the task that the first word names.
   void openTask(const std::function<void(AppModel&, const ThreadExecutionKey&)>& work);
   void changeTask(const std::function<Outcome(AppModel&, const ThreadExecutionKey&)>& change);
+  /// The same with the project of --project or of the caller's folder.
+  void changeProject(const std::function<Outcome(AppModel&, const Uuid&)>& change);
   AppModel& model() { return app().model(); }
   VantrellApp& app() { return caller.app ? *caller.app : *app_; }
   /// From now on this process carries out the commands of others as well, until the command has
@@ -219,5 +244,35 @@ class CommandContext {
   Timer gitTimer_;
   std::vector<std::shared_ptr<void>> kept_;
 };
+
+// For Command::begin, made of the function that does the work.
+
+/// It looks at all conversations, at a task or at a project, as its second parameter says.
+template <auto look>
+void viewing(CommandContext& context) {
+  [[maybe_unused]] const auto work = [&](const auto& seen) { return look(context, seen); };
+  if constexpr (std::invocable<decltype(look), CommandContext&, const StateView&>) {
+    context.view(work);
+  } else if constexpr (std::invocable<decltype(look), CommandContext&, const TaskView&>) {
+    context.viewTask(
+        [&](const StateView& state, const Workspace& workspace, const ChatThread& thread) {
+          return look(context, {workspace, thread, state.now});
+        });
+  } else {
+    context.viewProject(work);
+  }
+}
+/// It changes something, a task or a project, as its third parameter says.
+template <auto change>
+void changing(CommandContext& context) {
+  const auto work = [&](auto&... given) { return change(context, given...); };
+  if constexpr (std::invocable<decltype(change), CommandContext&, AppModel&>) {
+    context.change(work);
+  } else if constexpr (std::invocable<decltype(change), CommandContext&, AppModel&, const Uuid&>) {
+    context.changeProject(work);
+  } else {
+    context.changeTask(work);
+  }
+}
 
 }  // namespace vantrell::shell

@@ -6,9 +6,8 @@ std::vector<Command> allCommands() {
   std::vector<Command> all;
   for (const auto group :
        {runCommands(), compareCommands(), mediaCommands(), providerCommands(), modelCommands(),
-        routeCommands(), taskListCommands(), taskShowCommands(), taskEditCommands(), diffCommands(),
-        safetyCommands(), projectCommands(), hookCommands(), settingsCommands(), serveCommands(),
-        gatewayCommands()}) {
+        taskListCommands(), taskCommands(), safetyCommands(), projectCommands(), settingsCommands(),
+        serveCommands(), gatewayCommands()}) {
     all.insert(all.end(), group.begin(), group.end());
   }
   return all;

@@ -11,15 +11,12 @@ std::span<const Command> runCommands();       // run, queue, retry, branch
 std::span<const Command> compareCommands();   // compare
 std::span<const Command> mediaCommands();     // imagine, artifacts
 std::span<const Command> providerCommands();  // providers, login, usage
-std::span<const Command> modelCommands();     // models, effort
-std::span<const Command> routeCommands();     // route, handoff
+std::span<const Command> modelCommands();     // models, effort, route, handoff
 std::span<const Command> taskListCommands();  // activity, status, tasks, search
-std::span<const Command> taskShowCommands();  // show, export, say
-std::span<const Command> taskEditCommands();  // new, fork, rename, move, pin, archive, delete
-std::span<const Command> diffCommands();      // diff
-std::span<const Command> safetyCommands();    // review, checkpoint, isolate
-std::span<const Command> projectCommands();   // projects, context
-std::span<const Command> hookCommands();      // hooks
+/// show, export, say, new, fork, rename, move, pin, archive, delete
+std::span<const Command> taskCommands();
+std::span<const Command> safetyCommands();    // diff, review, checkpoint, isolate
+std::span<const Command> projectCommands();   // projects, context, hooks
 std::span<const Command> settingsCommands();  // settings
 std::span<const Command> serveCommands();     // serve
 std::span<const Command> gatewayCommands();   // gateway

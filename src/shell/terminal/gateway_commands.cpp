@@ -23,42 +23,30 @@ void withGateway(CommandContext& context, const std::function<Outcome(GatewayMod
 
 // ---- state --------------------------------------------------------------------------------------
 
-std::string_view phaseText(const GatewayServer::State& state) {
-  using Phase = GatewayServer::Phase;
-  switch (state.phase) {
-    case Phase::stopped: return "stopped";
-    case Phase::starting: return "starting";
-    case Phase::listening: return "listening";
-    case Phase::failed: break;
-  }
-  return "failed";
-}
+// The words for GatewayServer::Phase.
+constexpr std::string_view phases[] = {"stopped", "starting", "listening", "failed"};
 
 Outcome showState(CommandContext& context, GatewayModule& module) {
   const auto& configuration = module.keys.configuration();
   const PersonalGateway& gateway = module.gateway;
   const std::string base = gateway.baseURL();
   const auto& failure = gateway.lastError();
-  if (context.isJson()) {
-    context.writeJson(
-        JsonObject{{"enabled", configuration.enabled},
-                   {"state", phaseText(gateway.state())},
-                   {"error", failure ? Json(*failure) : Json()},
-                   {"listenMode", rawText(configuration.listenMode)},
-                   {"port", configuration.port},
-                   {"baseURL", base},
-                   {"siteKeys", static_cast<std::int64_t>(configuration.siteKeys.size())}});
-    return exitStatus::completed;
+  const auto phase = phases[static_cast<std::size_t>(gateway.state().phase)];
+  const JsonObject all{{"enabled", configuration.enabled},
+                       {"state", phase},
+                       {"error", orNull(failure)},
+                       {"listenMode", rawText(configuration.listenMode)},
+                       {"port", configuration.port},
+                       {"baseURL", base},
+                       {"siteKeys", static_cast<std::int64_t>(configuration.siteKeys.size())}};
+  std::string state = "off";
+  if (configuration.enabled) {
+    state = failure               ? "on, but it cannot listen: " + onOneLine(*failure)
+            : gateway.isServing() ? fmt::format("on, {}", phase)
+                                  : "on; it listens while \"vantrell serve\" runs";
   }
-  const bool isServed = gateway.isServing();
-  std::string text = fmt::format(
-      "Gateway   {}{}\nListens   {}, port {}\nKeys      {}\n", configuration.enabled ? "on" : "off",
-      !configuration.enabled ? ""
-      : failure              ? ", but it cannot listen: " + onOneLine(*failure)
-      : isServed             ? fmt::format(", {}", phaseText(gateway.state()))
-                             : "; it listens while \"vantrell serve\" runs",
-      rawText(configuration.listenMode), configuration.port, configuration.siteKeys.size());
-  text += fmt::format(
+  const auto text = fmt::format(
+      "Gateway   {1}\nListens   {2}, port {3}\nKeys      {4}\n"
       "\nJobs      {0}/v1\n"
       "          ANTHROPIC_BASE_URL={0}/anthropic\n"
       "          ANTHROPIC_AUTH_TOKEN=SITE-KEY\n"
@@ -66,9 +54,9 @@ Outcome showState(CommandContext& context, GatewayModule& module) {
       "These routes require a site key that includes Local. Vendor model names fall back to your "
       "loaded local model, and every response identifies the real backend in X-Vantrell-* "
       "headers.\n",
-      base);
-  context.console.say(text);
-  return exitStatus::completed;
+      base, state, rawText(configuration.listenMode), configuration.port,
+      configuration.siteKeys.size());
+  return context.report(all, context.console.asTyped(text));
 }
 
 void showGateway(CommandContext& context) {
@@ -83,20 +71,15 @@ void change(CommandContext& context, const std::function<Result<>(GatewayModule&
   });
 }
 
-void turnOn(CommandContext& context) {
-  change(context, [](GatewayModule& module) { return module.gateway.setEnabled(true); });
-}
-
-void turnOff(CommandContext& context) {
-  change(context, [](GatewayModule& module) { return module.gateway.setEnabled(false); });
+template <bool isOn>
+void turn(CommandContext& context) {
+  change(context, [](GatewayModule& module) { return module.gateway.setEnabled(isOn); });
 }
 
 void setListenMode(CommandContext& context) {
   const auto mode = fromRawText<GatewayListenMode>(context.word(0));
   if (!mode) {
-    return context.misused(fmt::format("The mode cannot be \"{}\"; use {}.",
-                                       onOneLine(context.word(0)),
-                                       alternatives(choicesOf<GatewayListenMode>)));
+    return context.misused(notAmong("The mode", context.word(0), choicesOf<GatewayListenMode>));
   }
   change(context, [mode = *mode](GatewayModule& module) -> Result<> {
     return module.gateway.setListenMode(mode);
@@ -177,11 +160,8 @@ void createNamedKey(CommandContext& context) {
     if (!created) return context.refused(created.error());
     context.report(JsonObject{{"id", created->id.text()}, {"key", created->secret}},
                    fmt::format("{}\n", created->secret));
-    if (!context.isJson()) {
-      context.complain(
-          "This is the only time that the key is shown. Keep it in a backend, never "
-          "in a page.");
-    }
+    context.complain(
+        "This is the only time that the key is shown. Keep it in a backend, never in a page.");
     return exitStatus::completed;
   });
 }
@@ -204,13 +184,22 @@ void revokeKey(CommandContext& context) {
         unfinished > 0 ? fmt::format(" with {} jobs that have not ended", unfinished) : "");
     context.confirm(question, [&context, &module, id = (*key)->id, name = (*key)->name] {
       context.finish(context.after(module.jobs->revokeKey(id), [&] {
-        context.console.write(fmt::format("{} is revoked.\n", onOneLine(name)));
+        context.tell(fmt::format("{} is revoked.\n", onOneLine(name)));
       }));
     });
   });
 }
 
 // ---- jobs ---------------------------------------------------------------------------------------
+
+Json asJson(const GatewayApproval& asked) {
+  Json::Array options;
+  for (const auto& option : asked.options) {
+    options.push_back(JsonObject{{"id", option.id}, {"name", option.name}, {"kind", option.kind}});
+  }
+  return JsonObject{
+      {"title", asked.title}, {"detail", asked.detail}, {"options", std::move(options)}};
+}
 
 JsonObject asJson(const GatewayJob& job) {
   JsonObject all{{"id", job.id.text()},
@@ -221,18 +210,9 @@ JsonObject asJson(const GatewayJob& job) {
                  {"status", rawText(job.status)},
                  {"prompt", job.prompt},
                  {"output", job.output},
-                 {"error", job.error ? Json(*job.error) : Json()},
+                 {"error", orNull(job.error)},
                  {"createdAt", job.createdAt.secondsSinceReference()}};
-  if (job.pendingApproval) {
-    Json::Array options;
-    for (const auto& option : job.pendingApproval->options) {
-      options.push_back(
-          JsonObject{{"id", option.id}, {"name", option.name}, {"kind", option.kind}});
-    }
-    all.set("approval", JsonObject{{"title", job.pendingApproval->title},
-                                   {"detail", job.pendingApproval->detail},
-                                   {"options", std::move(options)}});
-  }
+  if (job.pendingApproval) all.set("approval", asJson(*job.pendingApproval));
   return all;
 }
 
@@ -289,8 +269,7 @@ void showJob(CommandContext& context) {
   withGateway(context, [&](GatewayModule& module) -> Outcome {
     const auto job = findJob(context, module);
     if (!job) return std::unexpected(job.error());
-    context.report(asJson(**job), sanitized(wordsOf(**job)));
-    return exitStatus::completed;
+    return context.report(asJson(**job), sanitized(wordsOf(**job)));
   });
 }
 
@@ -302,9 +281,8 @@ void changeJob(
     if (!job) return std::unexpected(job.error());
     const auto changed = work(*module.jobs, (*job)->id);
     if (!changed) return context.refused(Refusal{changed.error().message});
-    context.report(asJson(**changed),
-                   fmt::format("{}  {}\n", shortID((*changed)->id), rawText((*changed)->status)));
-    return exitStatus::completed;
+    return context.report(asJson(**changed), fmt::format("{}  {}\n", shortID((*changed)->id),
+                                                         rawText((*changed)->status)));
   });
 }
 
@@ -320,81 +298,37 @@ void answerJob(CommandContext& context) {
 
 // ---- their help ---------------------------------------------------------------------------------
 
-constexpr CommandOption onlyJsonOption[] = {jsonOption};
 constexpr CommandOption createOptions[] = {keyProjectOption, keyProviderOption, keyModeOption,
                                            jsonOption};
-constexpr CommandOption revokeOptions[] = {yesOption};
 constexpr Command keyCommands[] = {
-    {.name = "create",
-     .parameters = "NAME",
-     .summary = "create one; it is shown once",
-     .options = createOptions,
-     .begin = createKey},
-    {.name = "revoke",
-     .parameters = "ID",
-     .summary = "revoke one; its jobs that have not ended are removed",
-     .options = revokeOptions,
-     .begin = revokeKey},
+    {"create", "NAME", "create one; it is shown once", createOptions, createKey},
+    {"revoke", "ID", "revoke one; its jobs that have not ended are removed", onlyYes, revokeKey},
 };
 constexpr Command jobCommands[] = {
-    {.name = "show",
-     .parameters = "ID",
-     .summary = "one job with what its agent said and asks",
-     .options = onlyJsonOption,
-     .begin = showJob},
-    {.name = "cancel",
-     .parameters = "ID",
-     .summary = "cancel one that has not ended",
-     .options = onlyJsonOption,
-     .begin = cancelJob},
-    {.name = "answer",
-     .parameters = "ID OPTION",
-     .summary = "answer what its agent asks",
-     .options = onlyJsonOption,
-     .begin = answerJob},
+    {"show", "ID", "one job with what its agent said and asks", onlyJson, showJob},
+    {"cancel", "ID", "cancel one that has not ended", onlyJson, cancelJob},
+    {"answer", "ID OPTION", "answer what its agent asks", onlyJson, answerJob},
 };
 constexpr Command gatewaySubcommands[] = {
-    {.name = "on", .summary = "turn it on", .options = onlyJsonOption, .begin = turnOn},
-    {.name = "off",
-     .summary = "turn it off; a job at work goes on",
-     .options = onlyJsonOption,
-     .begin = turnOff},
-    {.name = "listen",
-     .parameters = "MODE",
-     .summary = "localhost, or private_network for all addresses",
-     .options = onlyJsonOption,
-     .begin = setListenMode},
-    {.name = "port",
-     .parameters = "N",
-     .summary = "the port, 43767 by default",
-     .options = onlyJsonOption,
-     .begin = setPort},
-    {.name = "keys",
-     .summary = "the site keys, which say who may call it and how far",
-     .options = onlyJsonOption,
-     .begin = listKeys,
-     .subcommands = keyCommands},
-    {.name = "jobs",
-     .summary = "the jobs that callers gave it",
-     .options = onlyJsonOption,
-     .begin = listJobs,
-     .subcommands = jobCommands},
+    {"on", "", "turn it on", onlyJson, turn<true>},
+    {"off", "", "turn it off; a job at work goes on", onlyJson, turn<false>},
+    {"listen", "MODE", "localhost, or private_network for all addresses", onlyJson, setListenMode},
+    {"port", "N", "the port, 43767 by default", onlyJson, setPort},
+    {"keys", "", "the site keys, which say who may call it and how far", onlyJson, listKeys, "", "",
+     keyCommands},
+    {"jobs", "", "the jobs that callers gave it", onlyJson, listJobs, "", "", jobCommands},
 };
 
 constexpr Command commands[] = {
-    {.name = "gateway",
-     .summary = "let website backends and tools send jobs over HTTP",
-     .options = onlyJsonOption,
-     .begin = showGateway,
-     .introduction =
-         "The Personal Gateway is an HTTP server for website backends and tools of yours. It\n"
-         "listens while \"vantrell serve\" runs, and is off until it is turned on. A caller needs\n"
-         "a site key. docs/gateway.md describes the requests.",
-     .closing = "Examples:\n"
-                "  vantrell gateway on\n"
-                "  vantrell gateway keys create website --project ~/site --provider codex\n"
-                "  vantrell gateway jobs",
-     .subcommands = gatewaySubcommands},
+    {"gateway", "", "let website backends and tools send jobs over HTTP", onlyJson, showGateway,
+     "The Personal Gateway is an HTTP server for website backends and tools of yours. It\n"
+     "listens while \"vantrell serve\" runs, and is off until it is turned on. A caller needs\n"
+     "a site key. docs/gateway.md describes the requests.",
+     "Examples:\n"
+     "  vantrell gateway on\n"
+     "  vantrell gateway keys create website --project ~/site --provider codex\n"
+     "  vantrell gateway jobs",
+     gatewaySubcommands},
 };
 
 }  // namespace

@@ -19,10 +19,6 @@ namespace vantrell::shell {
 
 namespace {
 
-void writePretty(CommandContext& context, Json::Array all) {
-  context.console.write(json::writePrettySorted(Json(std::move(all))) + "\n");
-}
-
 // ---- providers ----------------------------------------------------------------------------------
 
 Json textOrNull(const std::string& text) {
@@ -46,12 +42,12 @@ Json serviceOf(const views::ProviderFacts& facts) {
       {"problem", orNull(facts.local.reason())}};
 }
 
-JsonObject asJson(const views::ProviderFacts& facts) {
+Json asJson(const views::ProviderFacts& facts) {
   const auto& status = facts.status;
   const bool isThere = status.isInstalled();
   const auto step = views::nextStep(facts);
-  JsonObject next{{"kind", rawText(step.kind)}, {"text", step.words}};
-  if (!step.command.empty()) next.set("command", step.command);
+  const JsonObject next{
+      {"kind", rawText(step.kind)}, {"text", step.words}, {"command", textOrNull(step.command)}};
   return JsonObject{{"id", rawText(facts.provider)},
                     {"label", ProviderRegistry::descriptor(facts.provider).label},
                     {"installed", isThere},
@@ -61,79 +57,75 @@ JsonObject asJson(const views::ProviderFacts& facts) {
                     {"answered", isThere ? Json(!status.hasRunOut) : Json()},
                     {"unusableCustomPath", orNull(facts.unusableCustomPath)},
                     {"service", serviceOf(facts)},
-                    {"next", std::move(next)}};
+                    {"next", withoutNulls(next)}};
 }
 
-void showProviders(CommandContext& context, const RuntimeSurvey& survey) {
-  TextTable table({{""}, {"ID"}, {"VERSION", 8}, {"SIGN-IN"}, {"PROGRAM", 12, true}, {"PROVIDER"}});
-  std::string remarks;
-  for (const auto provider : allAgentProviders) {
-    const auto row = views::providerRow(survey.facts(provider));
-    const auto markLook = row.mark == views::ProviderMark::ready    ? look::green
-                          : row.mark == views::ProviderMark::absent ? look::dim
-                                                                    : look::yellow;
-    const std::string id(rawText(row.provider));
-    table.add({{std::string(views::sign(row.mark)), markLook},
-               {id, look::bold},
-               {row.version},
-               {row.signIn},
-               {row.place, row.isThere ? nullptr : look::dim},
-               {std::string(row.label)}});
-    for (const auto& remark : row.remarks) remarks += fmt::format("{:<7}  {}\n", id, remark);
-  }
-  context.console.say(
-      table.text(context.style(), context.console.columns()) + "\n" + remarks +
-      "\n"
-      "A program in another place: vantrell settings kimi-path /path/to/kimi\n"
-      "A model server elsewhere: vantrell settings local-runtime custom, and local-url ADDRESS\n");
-}
-
+/// A program's line of the table, and below it what there is to say.
 void listProviders(CommandContext& context) {
   const auto survey = RuntimeSurvey::of(context);
   survey->askAll([&context, &survey = *survey] {
-    if (context.isJson()) {
-      Json::Array all;
-      for (const auto provider : allAgentProviders)
-        all.emplace_back(asJson(survey.facts(provider)));
-      writePretty(context, std::move(all));
-    } else {
-      showProviders(context, survey);
+    TextTable table(
+        {{""}, {"ID"}, {"VERSION", 8}, {"SIGN-IN"}, {"PROGRAM", 12, true}, {"PROVIDER"}});
+    Json::Array all;
+    std::string remarks;
+    for (const auto provider : allAgentProviders) {
+      const auto facts = survey.facts(provider);
+      all.push_back(asJson(facts));
+      const auto row = views::providerRow(facts);
+      const auto markLook = row.mark == views::ProviderMark::ready    ? look::green
+                            : row.mark == views::ProviderMark::absent ? look::dim
+                                                                      : look::yellow;
+      const std::string id(rawText(provider));
+      table.add({{std::string(views::sign(row.mark)), markLook},
+                 {id, look::bold},
+                 {row.version},
+                 {row.signIn},
+                 {row.place, row.isThere ? nullptr : look::dim},
+                 {std::string(row.label)}});
+      for (const auto& remark : row.remarks) remarks += fmt::format("{:<7}  {}\n", id, remark);
     }
-    context.finish(exitStatus::completed);
+    remarks +=
+        "\n"
+        "A program in another place: vantrell settings kimi-path /path/to/kimi\n"
+        "A model server elsewhere: vantrell settings local-runtime custom, and local-url ADDRESS\n";
+    context.finish(context.report(json::writePrettySorted(Json(std::move(all))),
+                                  table.text(context.style(), context.console.columns()) + "\n" +
+                                      context.console.asTyped(remarks)));
   });
 }
 
 // ---- login --------------------------------------------------------------------------------------
 
+/// After the log-in of the program, which says by its status how it ended.
+void tellSignIn(CommandContext& context, RuntimeSurvey& survey, AgentProvider provider, int code) {
+  if (code != 0) {
+    context.complain(loginFlow(provider)->failure);
+    return context.finish(code == 128 + SIGINT ? exitStatus::stopped : exitStatus::failed);
+  }
+  survey.ask(provider, [&context, &survey, provider] {
+    const auto signedIn = survey.facts(provider).status.signedIn;
+    const auto label = ProviderRegistry::descriptor(provider).label;
+    context.finish(
+        context.tell(signedIn.value_or(false)
+                         ? fmt::format("{} is signed in.\n", label)
+                         : fmt::format("The log-in of {} ended without an error{}.\n", label,
+                                       signedIn ? ", but it is not signed in" : "")));
+  });
+}
+
 /// The program's own log-in, in the terminal of this process: the user sees its codes and links and
 /// answers its questions.
 void runLogin(CommandContext& context, RuntimeSurvey& survey, AgentProvider provider,
               const std::string& program) {
-  const RuntimeLoginFlow& flow = *loginFlow(provider);
   const auto ended = std::make_shared<std::expected<ExitStatus, ProcessError>>();
-  const auto tell = [&context, &survey, &flow, provider, ended] {
-    if (!*ended) return context.fail(ended->error().description);
-    if ((*ended)->code() != 0) {
-      context.complain(flow.failure);
-      return context.finish((*ended)->code() == 128 + SIGINT ? exitStatus::stopped
-                                                             : exitStatus::failed);
-    }
-    survey.ask(provider, [&context, &survey, provider] {
-      const auto signedIn = survey.facts(provider).status.signedIn;
-      const auto label = ProviderRegistry::descriptor(provider).label;
-      context.console.write(
-          signedIn.value_or(false)
-              ? fmt::format("{} is signed in.\n", label)
-              : fmt::format("The log-in of {} ended without an error{}.\n", label,
-                            signedIn ? ", but it says that it is not signed in" : ""));
-      context.finish(exitStatus::completed);
-    });
-  };
   context.inBackground(
-      [&flow, ended, program, environment = runtimeEnvironment(provider)] {
-        *ended = runInForeground(program, flow.arguments, environment);
+      [ended, program, provider, environment = runtimeEnvironment(provider)] {
+        *ended = runInForeground(program, loginFlow(provider)->arguments, environment);
       },
-      tell);
+      [&context, &survey, provider, ended] {
+        if (!*ended) return context.fail(ended->error().description);
+        tellSignIn(context, survey, provider, (*ended)->code());
+      });
 }
 
 void login(CommandContext& context) {
@@ -163,19 +155,6 @@ void login(CommandContext& context) {
 
 // ---- usage --------------------------------------------------------------------------------------
 
-void showUsage(CommandContext& context, const std::vector<views::UsageRow>& rows) {
-  TextTable table({{"ID"}, {"NOW", 12}, {"RESETS"}, {"LAST REPORTED", 12}, {"PROVIDER"}});
-  for (const auto& row : rows) {
-    const auto nowLook = !row.now ? look::dim : row.now->exhausted ? look::yellow : nullptr;
-    table.add({{std::string(rawText(row.provider)), look::bold},
-               {row.nowWords, nowLook},
-               {row.now && row.now->resetsAt ? views::minuteOf(*row.now->resetsAt) : "-"},
-               {row.last ? row.lastWords : "-", look::dim},
-               {std::string(row.label)}});
-  }
-  context.console.write(table.text(context.style(), context.console.columns()));
-}
-
 Json dateOrNull(const std::optional<Date>& date) {
   return date ? Json(iso8601(*date)) : Json();
 }
@@ -199,6 +178,34 @@ Json asJson(const views::UsageRow& row) {
   return JsonObject{{"id", rawText(row.provider)}, {"now", now}, {"lastReported", last}};
 }
 
+std::vector<TableCell> asCells(const views::UsageRow& row) {
+  const auto nowLook = !row.now ? look::dim : row.now->exhausted ? look::yellow : nullptr;
+  return {{std::string(rawText(row.provider)), look::bold},
+          {row.nowWords, nowLook},
+          {row.now && row.now->resetsAt ? views::minuteOf(*row.now->resetsAt) : "-"},
+          {row.last ? row.lastWords : "-", look::dim},
+          {std::string(row.label)}};
+}
+
+/// Of all providers, or of the one that was named; `codex` is what its program told.
+void showUsage(CommandContext& context, std::optional<AgentProvider> named,
+               const std::optional<ProviderUsage>& codex) {
+  auto store = storedOrchestration();
+  const auto ledger = UsageLedger::load(store);
+  TextTable table({{"ID"}, {"NOW", 12}, {"RESETS"}, {"LAST REPORTED", 12}, {"PROVIDER"}});
+  Json::Array all;
+  for (const auto provider : allAgentProviders) {
+    if (named && *named != provider) continue;
+    const bool isKnown = provider == AgentProvider::codex && codex;
+    const auto row =
+        views::usageRow(provider, isKnown ? &*codex : nullptr, ledger, context.main.now());
+    table.add(asCells(row));
+    all.push_back(asJson(row));
+  }
+  context.finish(context.report(json::writePrettySorted(Json(std::move(all))),
+                                table.text(context.style(), context.console.columns())));
+}
+
 /// Spends a credit, if the user at the terminal agrees.
 void reset(CommandContext& context) {
   if (!context.canAsk()) {
@@ -210,8 +217,7 @@ void reset(CommandContext& context) {
   const auto resetNow = [&context, &survey = *survey] {
     survey.resetCodexUsage([&context](const auto& result) {
       if (const auto problem = usageResetMessage(result)) return context.fail(*problem);
-      context.console.write("Codex has reset the allowance.\n");
-      context.finish(exitStatus::completed);
+      context.finish(context.tell("Codex has reset the allowance.\n"));
     });
   };
   survey->askModels(AgentProvider::codex, [&context, resetNow](const RuntimeSurvey::Models& told) {
@@ -244,39 +250,26 @@ void usage(CommandContext& context) {
     }
     return reset(context);
   }
-  const auto tell = [&context, named](const RuntimeSurvey::Models& codex) {
-    auto store = storedOrchestration();
-    const auto ledger = UsageLedger::load(store);
-    std::vector<views::UsageRow> rows;
-    Json::Array all;
-    for (const auto provider : allAgentProviders) {
-      if (named && *named != provider) continue;
-      const bool isKnown = provider == AgentProvider::codex && codex.usage;
-      rows.push_back(
-          views::usageRow(provider, isKnown ? &*codex.usage : nullptr, ledger, context.main.now()));
-      all.push_back(asJson(rows.back()));
-    }
-    context.isJson() ? writePretty(context, std::move(all)) : showUsage(context, rows);
-    context.finish(exitStatus::completed);
-  };
-  if (named && *named != AgentProvider::codex) return tell({});
-  RuntimeSurvey::of(context)->askModels(AgentProvider::codex, tell);
+  if (named && *named != AgentProvider::codex) return showUsage(context, named, {});
+  RuntimeSurvey::of(context)->askModels(AgentProvider::codex,
+                                        [&context, named](const RuntimeSurvey::Models& told) {
+                                          showUsage(context, named, told.usage);
+                                        });
 }
 
-constexpr CommandOption allAsJson[] = {{"--json", "", "for scripts: all of it as JSON"}};
 constexpr CommandOption usageOptions[] = {
-    {"--reset", "", "spend a reset credit of Codex; asks at the terminal"}, allAsJson[0]};
+    {"--reset", "", "spend a reset credit of Codex; asks at the terminal"}, wholeJsonOption};
 
 constexpr Command commands[] = {
-    {"providers", "", "which agents are installed and signed in, and what to do next", allAsJson,
-     listProviders,
+    {"providers", "", "which agents are installed and signed in, and what to do next",
+     onlyWholeJson, listProviders,
      "Looks for the program of every provider and asks it for its version and whether it is\n"
      "signed in. Install commands are the vendors' own; they are shown for you to run. For\n"
      "local models it looks for a server, and for Tasklet whether a webhook is stored."},
     {"login",
      "PROVIDER",
      "sign in to a provider, with the provider's own program",
-     {},
+     noOptions,
      login,
      "Runs the log-in of the provider's program here: you see its codes and links and answer\n"
      "its questions. Vantrell itself never sees a password or a key. local and tasklet have\n"

@@ -1,10 +1,13 @@
-// Notes on what a task has changed, and the way back: review, checkpoint, isolate.
+// What a task has changed, notes on it, and the way back: diff, review, checkpoint, isolate.
 #include <fmt/format.h>
 
 #include "engine/core/workspace_tree.h"
 #include "engine/projects/review_notes.h"
 #include "engine/projects/task_safety.h"
 #include "platform/text/text.h"
+#include "project/git_workspace_service.h"
+#include "project/unified_diff_parser.h"
+#include "records/stores/conversation_json.h"
 #include "records/stores/review_annotation.h"
 #include "shell/terminal/command_context.h"
 #include "shell/terminal/command_groups.h"
@@ -16,6 +19,112 @@
 namespace vantrell::shell {
 
 namespace {
+
+// ---- diff ---------------------------------------------------------------------------------------
+
+/// "+3 -1", or nothing where git does not count them.
+std::string lineCounts(const std::optional<std::int64_t>& additions,
+                       const std::optional<std::int64_t>& deletions, const TerminalStyle& style) {
+  if (!additions && !deletions) return {};
+  return fmt::format("{} {}", style.green(fmt::format("+{}", additions.value_or(0))),
+                     style.red(fmt::format("-{}", deletions.value_or(0))));
+}
+
+std::string headOf(const GitWorkspaceSnapshot& snapshot, const std::string& folder,
+                   const TerminalStyle& style) {
+  std::string changes = "nothing has changed";
+  if (snapshot.error) {
+    changes = style.red(onOneLine(*snapshot.error));
+  } else if (!snapshot.files.empty()) {
+    changes = fmt::format("{} changed, {}", counted(snapshot.files.size(), "file"),
+                          lineCounts(snapshot.additions(), snapshot.deletions(), style));
+  }
+  std::string text = fmt::format("{} in {}: {}\n", style.bold(onOneLine(snapshot.branch)),
+                                 onOneLine(withTilde(folder)), changes);
+  for (const auto& file : snapshot.files) {
+    const auto counts = lineCounts(file.additions, file.deletions, style);
+    text += fmt::format("  {} {}{}{}\n", style.yellow(sanitized(file.status)), onOneLine(file.path),
+                        counts.empty() ? "" : "  ", counts);
+  }
+  return text;
+}
+
+void writeDiff(std::string_view diff, Console& console) {
+  const auto& style = console.style();
+  for (const auto line : text::split(diff.substr(0, diff.find_last_not_of('\n') + 1), '\n')) {
+    if (console.isClosed()) return;
+    const std::string clean = sanitized(line);
+    const bool isHeading =
+        line.starts_with("diff --git ") || line == "STAGED CHANGES" || line == "WORKING CHANGES";
+    console.write((line.starts_with("@@")  ? style.cyan(clean)
+                   : line.starts_with('+') ? style.green(clean)
+                   : line.starts_with('-') ? style.red(clean)
+                   : isHeading             ? style.bold(clean)
+                                           : clean) +
+                  "\n");
+  }
+  if (UnifiedDiffParser::isCut(diff)) {
+    console.write("\nThe diff is long, and this is its beginning. git has all of it.\n");
+  }
+}
+
+JsonObject asJson(const GitWorkspaceSnapshot& snapshot, const std::string& folder) {
+  Json::Array files, hunks;
+  for (const auto& file : snapshot.files) {
+    files.push_back(withoutNulls({{"path", file.path},
+                                  {"status", file.status},
+                                  {"additions", orNull(file.additions)},
+                                  {"deletions", orNull(file.deletions)}}));
+  }
+  for (const auto& hunk : UnifiedDiffParser::parse(snapshot.diff)) {
+    hunks.push_back(JsonObject{{"filePath", hunk.filePath},
+                               {"header", hunk.header},
+                               {"body", hunk.body},
+                               {"additions", hunk.additions},
+                               {"deletions", hunk.deletions}});
+  }
+  return withoutNulls({{"path", text::repaired(folder)},
+                       {"isRepository", snapshot.isRepository},
+                       {"branch", snapshot.branch},
+                       {"additions", snapshot.additions()},
+                       {"deletions", snapshot.deletions()},
+                       {"error", orNull(snapshot.error)},
+                       {"files", std::move(files)},
+                       {"hunks", std::move(hunks)},
+                       {"diff", snapshot.diff}});
+}
+
+void showChanges(CommandContext& context, const std::string& folder) {
+  const auto snapshot = std::make_shared<GitWorkspaceSnapshot>();
+  const auto show = [&context, snapshot, folder] {
+    if (context.isJson()) {
+      context.writeJson(asJson(*snapshot, folder));
+    } else if (!snapshot->isRepository) {
+      context.complain(withTilde(folder) + " is not in a Git repository, or Git is not installed.");
+    } else {
+      context.console.write(headOf(*snapshot, folder, context.style()));
+      if (!context.arguments.has("--stat") && !snapshot->diff.empty()) {
+        context.console.write("\n");
+        writeDiff(snapshot->diff, context.console);
+      }
+    }
+    const bool isWhole = snapshot->isRepository && !snapshot->error;
+    context.finish(isWhole ? exitStatus::completed : exitStatus::failed);
+  };
+  context.inBackground([snapshot, folder] { *snapshot = GitWorkspaceService::read(folder); }, show);
+}
+
+void diff(CommandContext& context) {
+  const auto& words = context.arguments.words;
+  if (words.empty() && !context.arguments.has("--project")) {
+    return showChanges(context, context.caller.folder);
+  }
+  const auto stored = context.stored();
+  if (!stored) return context.fail(stored.error());
+  const auto task = words.empty() ? std::nullopt : std::optional(words[0]);
+  const auto place = context.placeOf(task, stored->workspaces);
+  place ? showChanges(context, place->folder) : context.misused(place.error());
+}
 
 // ---- review -------------------------------------------------------------------------------------
 
@@ -29,22 +138,17 @@ std::string inWords(const ReviewAnnotation& note, Date now, const TerminalStyle&
   return text;
 }
 
-void listNotes(CommandContext& context) {
-  context.view([&](const StateView& state) -> Outcome {
-    const auto key = findTask(state.workspaces, context.word(0));
-    if (!key) return std::unexpected(key.error());
-    auto store = storedOrchestration();
-    const auto notes = annotationsOf(*key, loadReviewAnnotations(store));
-    for (const auto& note : notes) {
-      context.console.write(context.isJson() ? encodeReviewAnnotation(note) + "\n"
-                                             : inWords(note, state.now, context.style()));
-    }
-    if (notes.empty() && !context.isJson()) {
-      context.console.say(
-          "No notes yet. To write one: vantrell review ID FILE --line 12 \"...\"\n");
-    }
-    return exitStatus::completed;
-  });
+Outcome listNotes(CommandContext& context, const TaskView& task) {
+  auto store = storedOrchestration();
+  const auto notes =
+      annotationsOf({task.workspace.id, task.thread.id}, loadReviewAnnotations(store));
+  for (const auto& note : notes) {
+    context.report(encodeReviewAnnotation(note), inWords(note, task.now, context.style()));
+  }
+  if (notes.empty() && !context.isJson()) {
+    context.console.say("No notes yet. To write one: vantrell review ID FILE --line 12 \"...\"\n");
+  }
+  return exitStatus::completed;
 }
 
 void addNote(CommandContext& context) {
@@ -60,11 +164,9 @@ void addNote(CommandContext& context) {
         model.reviews().addReviewAnnotation(text::repaired(context.word(1)), line, body,
                                             decision.value_or(ReviewDecision::pending), key);
     return context.after(added, [&] {
-      context.console.write(
-          context.isJson()
-              ? encodeReviewAnnotation(model.reviews().reviewAnnotations().back()) + "\n"
-              : fmt::format("{}  noted: {}\n", shortID(key.threadID),
-                            titleOf(*model.tree().thread(key))));
+      context.report(encodeReviewAnnotation(model.reviews().reviewAnnotations().back()),
+                     fmt::format("{}  noted: {}\n", shortID(key.threadID),
+                                 titleOf(*model.tree().thread(key))));
     });
   });
 }
@@ -75,39 +177,24 @@ void review(CommandContext& context) {
   if (words == 2 || context.arguments.has("--line") || context.arguments.has("--decision")) {
     return context.misused("To write a note: vantrell review ID FILE \"what there is to say\"");
   }
-  listNotes(context);
+  viewing<listNotes>(context);
 }
 
 // ---- checkpoint, isolate ------------------------------------------------------------------------
 
-JsonObject asJson(const WorkspaceCheckpoint& checkpoint) {
-  JsonObject all{{"id", checkpoint.id.text()},
-                 {"label", checkpoint.label},
-                 {"kind", rawText(checkpoint.kind)},
-                 {"createdAt", checkpoint.createdAt.secondsSinceReference()}};
-  setIfKnown(all, "baseRevision", checkpoint.baseRevision);
-  all.set("archivePath", checkpoint.archivePath);
-  all.set("conversationEntryCount", checkpoint.conversationEntryCount);
-  all.set("changedFileCount", checkpoint.changedFileCount);
-  return all;
-}
-
-void listCheckpoints(CommandContext& context) {
-  context.viewTask([&](const StateView& state, const Workspace&, const ChatThread& thread) {
-    const auto cells = [&](const WorkspaceCheckpoint& each) -> std::vector<TableCell> {
-      return {idCell(each.id),
-              {each.label},
-              {ago(each.createdAt, state.now), look::dim},
-              {fmt::format("{}", each.changedFileCount)},
-              {fmt::format("{}", each.conversationEntryCount)},
-              {std::string(rawText(each.kind)), look::dim}};
-    };
-    return context.showList(
-        thread.checkpoints,
-        TextTable({{"CHECKPOINT"}, {"LABEL", 20}, {"TAKEN"}, {"CHANGES"}, {"ENTRIES"}, {"KIND"}}),
-        [](const WorkspaceCheckpoint& each) { return asJson(each); }, cells,
-        "No checkpoints. Each prompt takes one in a Git repository.\n");
-  });
+Outcome listCheckpoints(CommandContext& context, const TaskView& task) {
+  const auto cells = [&](const WorkspaceCheckpoint& each) -> std::vector<TableCell> {
+    return {idCell(each.id),
+            {each.label},
+            {ago(each.createdAt, task.now), look::dim},
+            {fmt::format("{}", each.changedFileCount)},
+            {fmt::format("{}", each.conversationEntryCount)},
+            {std::string(rawText(each.kind)), look::dim}};
+  };
+  return context.showList(
+      task.thread.checkpoints,
+      TextTable({{"CHECKPOINT"}, {"LABEL", 20}, {"TAKEN"}, {"CHANGES"}, {"ENTRIES"}, {"KIND"}}),
+      encodeCheckpoint, cells, "No checkpoints. Each prompt takes one in a Git repository.\n");
 }
 
 /// For the safety service: what it had to say, then the report.
@@ -130,7 +217,7 @@ void makeCheckpoint(CommandContext& context) {
     const auto report = [&context, &model, key] {
       const auto& made = model.tree().thread(key)->checkpoints.front();
       context.report(
-          asJson(made),
+          encodeCheckpoint(made),
           fmt::format("{}  {} ({})\n", shortID(made.id), onOneLine(made.label),
                       counted(static_cast<std::size_t>(made.changedFileCount), "change")));
     };
@@ -143,19 +230,19 @@ void makeCheckpoint(CommandContext& context) {
 
 void restoreCheckpoint(CommandContext& context) {
   context.openTask([&context](AppModel& model, const ThreadExecutionKey& key) {
-    const auto found =
-        findByID(model.tree().thread(key)->checkpoints, context.word(1), "checkpoint of this task",
-                 "checkpoint list " + shortID(key.threadID));
+    const std::string task = shortID(key.threadID);
+    const auto found = findByID(model.tree().thread(key)->checkpoints, context.word(1),
+                                "checkpoint of this task", "checkpoint list " + task);
     if (!found) return context.misused(found.error());
     const WorkspaceCheckpoint chosen = **found;
-    const auto report = [&context, &model, key, chosen] {
+    const auto report = [&context, &model, key, chosen, task] {
       const auto& recovery = model.tree().thread(key)->checkpoints.front();
-      context.report(asJson(chosen),
+      context.report(encodeCheckpoint(chosen),
                      fmt::format("{}  restored: {}\n"
                                  "To go back: {} {} {}\n",
                                  shortID(chosen.id), onOneLine(chosen.label),
-                                 context.console.asTyped("vantrell checkpoint restore"),
-                                 shortID(key.threadID), shortID(recovery.id)));
+                                 context.console.asTyped("vantrell checkpoint restore"), task,
+                                 shortID(recovery.id)));
     };
     context.confirm(
         fmt::format("{} \"{}\", {}\n"
@@ -174,11 +261,11 @@ void isolate(CommandContext& context) {
   context.openTask([&context](AppModel& model, const ThreadExecutionKey& key) {
     const auto report = [&context, &model, key] {
       const auto path = model.tree().executionPath(key).value_or("");
-      context.report({{"workspaceID", key.workspaceID.text()},
-                      {"threadID", key.threadID.text()},
-                      {"path", path}},
+      context.report(JsonObject{{"workspaceID", key.workspaceID.text()},
+                                {"threadID", key.threadID.text()},
+                                {"path", path}},
                      fmt::format("{}  works in {}\n", shortID(key.threadID), onOneLine(path)));
-      if (!context.isJson() && path == model.tree().workspace(key.workspaceID)->path) {
+      if (path == model.tree().workspace(key.workspaceID)->path) {
         context.complain("Its worktree is gone, so it works in the project's folder again.");
       }
     };
@@ -189,32 +276,37 @@ void isolate(CommandContext& context) {
 
 // ---- their help ---------------------------------------------------------------------------------
 
+constexpr CommandOption diffOptions[] = {
+    {"--project", "PROJECT", "the folder of this project: its name, folder or ID"},
+    {"--stat", "", "only the files, without their hunks"},
+    jsonOption,
+};
 constexpr CommandOption reviewOptions[] = {
     {"--line", "N", "the line of the file that the note is about", {}, true},
     {"--decision", "D", "pending (default), accepted or rejected", choicesOf<ReviewDecision>},
     jsonOption,
 };
-constexpr CommandOption restoreOptions[] = {yesOption, jsonOption};
-
 constexpr Command checkpointCommands[] = {
-    {"list", "ID", "the task's checkpoints, newest first", onlyJson, listCheckpoints},
+    {"list", "ID", "the task's checkpoints, newest first", onlyJson, viewing<listCheckpoints>},
     {"make", "ID [LABEL]", "take one now", onlyJson, makeCheckpoint},
     {"restore", "ID CHECKPOINT",
-     "put files and conversation back; CHECKPOINT is any beginning of its ID", restoreOptions,
+     "put files and conversation back; CHECKPOINT is any beginning of its ID", yesAndJson,
      restoreCheckpoint},
 };
 
 constexpr Command commands[] = {
+    {"diff", "[ID]", "show what has changed in a project or a task's worktree", diffOptions, diff,
+     "Shows the state of Git in the folder in which a task works, of a project, or of the\n"
+     "current folder: the branch, the changed files with their lines, and the hunks.",
+     "The two letters before a file are those of git status: index, then working tree.\n"
+     "\n"
+     "Exit status: 0 done, 1 failed or not a Git repository, 2 wrong usage."},
     {"review", "ID [FILE NOTE]", "list or write notes on what a task has changed", reviewOptions,
      review, "",
      "Example:\n"
      "  vantrell review 3F2A91C0 src/main.cpp --line 40 --decision rejected \"leaks the "
      "socket\""},
-    {"checkpoint",
-     "",
-     "go back to earlier files and an earlier conversation",
-     {},
-     nullptr,
+    {"checkpoint", "", "go back to earlier files and an earlier conversation", noOptions, nullptr,
      "A checkpoint keeps what is not committed in a task's Git repository, and the length of\n"
      "the conversation. Each prompt takes one first.",
      "restore first takes a recovery checkpoint, which leads back. It asks at a terminal;\n"

@@ -24,75 +24,65 @@ std::string labelOf(const std::optional<AgentProvider>& provider) {
   return provider ? std::string(shortLabel(*provider)) : "";
 }
 
-/// Takes off what is beyond --limit; how many those are.
-std::size_t limited(const CommandContext& context, auto& rows) {
+/// Takes off what is beyond --limit.
+void limit(const CommandContext& context, auto& rows) {
   const std::size_t all = rows.size();
   rows.resize(std::min(all, context.arguments.count(limitOption.name).value_or(all)));
-  return all - rows.size();
 }
 
 // ---- tasks --------------------------------------------------------------------------------------
 
-void listTasks(CommandContext& context) {
+Outcome listTasks(CommandContext& context, const StateView& state) {
   const bool onlyArchived = context.arguments.has("--archived");
   const bool isAll = context.arguments.has("--all");
   if (onlyArchived && isAll) {
-    return context.misused("--all includes the archived tasks. Leave out --archived.");
+    return usageError("--all includes the archived tasks. Leave out --archived.");
   }
-  context.view([&](const StateView& state) -> Outcome {
-    const auto project = context.givenProject(state.workspaces);
-    if (!project) return std::unexpected(project.error());
-    auto tasks = views::listedTasks(state.workspaces,
-                                    onlyArchived ? ArchivedTasks::only
-                                    : isAll      ? ArchivedTasks::included
-                                                 : ArchivedTasks::leftOut,
-                                    *project);
-    const std::size_t more = limited(context, tasks);
-    const auto asJson = [](const auto& task) { return taskAsJson(*task.workspace, *task.thread); };
-    const auto asCells = [&](const auto& task) -> std::vector<TableCell> {
-      const auto row = views::taskRow(*task.workspace, *task.thread);
-      const auto mark = row.isPinned ? "*" : row.isArchived ? "-" : "";
-      return {{mark, look::yellow},
-              idCell(row.key.threadID),
-              {row.project},
-              {row.title, row.isArchived ? look::dim : nullptr},
-              stateCell(row.state),
-              {labelOf(row.provider)},
-              {ago(row.updatedAt, state.now), look::dim}};
-    };
-    const auto outcome = context.showList(
-        tasks,
-        TextTable({{""}, {"ID"}, {"PROJECT", 8}, {"TITLE", 16}, {"STATE"}, {"WITH"}, {"CHANGED"}}),
-        asJson, asCells,
-        onlyArchived ? "No archived tasks.\n"
-                     : "No tasks that are not archived. To begin one: vantrell run \"explain this "
-                       "project\"\n");
-    if (more > 0 && context.console.isOutputTerminal() && !context.isJson()) {
-      context.console.write(fmt::format("... and {} more\n", more));
-    }
-    return outcome;
-  });
+  const auto project = context.givenProject(state.workspaces);
+  if (!project) return std::unexpected(project.error());
+  auto tasks = views::listedTasks(state.workspaces,
+                                  onlyArchived ? ArchivedTasks::only
+                                  : isAll      ? ArchivedTasks::included
+                                               : ArchivedTasks::leftOut,
+                                  *project);
+  limit(context, tasks);
+  const auto asJson = [](const auto& task) { return taskAsJson(*task.workspace, *task.thread); };
+  const auto asCells = [&](const auto& task) -> std::vector<TableCell> {
+    const auto row = views::taskRow(*task.workspace, *task.thread);
+    const auto mark = row.isPinned ? "*" : row.isArchived ? "-" : "";
+    return {{mark, look::yellow},
+            idCell(row.key.threadID),
+            {row.project},
+            {row.title, row.isArchived ? look::dim : nullptr},
+            stateCell(row.state),
+            {labelOf(row.provider)},
+            {ago(row.updatedAt, state.now), look::dim}};
+  };
+  return context.showList(
+      tasks,
+      TextTable({{""}, {"ID"}, {"PROJECT", 8}, {"TITLE", 16}, {"STATE"}, {"WITH"}, {"CHANGED"}}),
+      asJson, asCells, "No tasks. To begin one: vantrell run \"explain this project\"\n");
 }
 
 // ---- search -------------------------------------------------------------------------------------
 
+using Scope = views::SearchRequest::Scope;
 constexpr std::size_t shownUnlessAsked = 50;  // hits
 constexpr std::size_t columnsBeforeHit = 24;
-constexpr auto searchScopes = std::to_array<std::string_view>({"titles", "entries", "all"});
 
 JsonObject asJson(const views::SearchHit& hit) {
   const auto createdAt = hit.entry ? hit.entry->createdAt : hit.thread.createdAt;
-  JsonObject all{{"workspaceID", hit.workspace.id.text()}, {"threadID", hit.thread.id.text()}};
-  if (hit.entry) all.set("entryID", hit.entry->id);
-  all.set("kind", hit.entry ? rawText(hit.entry->kind) : "title");
-  all.set("project", hit.workspace.name);
-  all.set("title", hit.thread.title);
-  all.set("isArchived", hit.thread.isArchived);
-  all.set("createdAt", createdAt.secondsSinceReference());
-  all.set("before", hit.before);
-  all.set("hit", hit.hit);
-  all.set("after", hit.after);
-  return all;
+  return withoutNulls({{"workspaceID", hit.workspace.id.text()},
+                       {"threadID", hit.thread.id.text()},
+                       {"entryID", hit.entry ? Json(hit.entry->id) : Json()},
+                       {"kind", hit.entry ? rawText(hit.entry->kind) : "title"},
+                       {"project", hit.workspace.name},
+                       {"title", hit.thread.title},
+                       {"isArchived", hit.thread.isArchived},
+                       {"createdAt", createdAt.secondsSinceReference()},
+                       {"before", hit.before},
+                       {"hit", hit.hit},
+                       {"after", hit.after}});
 }
 
 std::vector<TableCell> asCells(const views::SearchHit& hit) {
@@ -103,117 +93,87 @@ std::vector<TableCell> asCells(const views::SearchHit& hit) {
           {fmt::format("{}[{}]{}", cutTo(hit.before, columnsBeforeHit, true), hit.hit, hit.after)}};
 }
 
-void search(CommandContext& context) {
+Outcome search(CommandContext& context, const StateView& state) {
   const auto& given = context.arguments;
   views::SearchRequest request{.text = text::repaired(context.word(0))};
-  if (text::trimmed(request.text).empty()) {
-    return context.misused("The text to search for is empty.");
-  }
+  if (text::trimmed(request.text).empty()) return usageError("The text to search for is empty.");
   if (given.has("--case")) request.letterCase = text::Finder::Case::matters;
-  if (const auto scope = given.value("--in")) {
-    request.scope = static_cast<views::SearchRequest::Scope>(
-        std::ranges::find(searchScopes, *scope) - searchScopes.begin());
-  }
-  context.view([&](const StateView& state) -> Outcome {
-    const auto project = context.givenProject(state.workspaces);
-    if (!project) return std::unexpected(project.error());
-    request.project = *project;
-    Console& console = context.console;
-    const bool isJson = context.isJson();
-    const std::size_t most =
-        given.count("--limit").value_or(isJson ? std::string::npos : shownUnlessAsked);
-    TextTable table({{"TASK"}, {"ENTRY"}, {"KIND"}, {"TITLE", 10}, {"FOUND", 40}});
-    std::size_t count = 0;
-    views::searchTasks(state.workspaces, request, [&](const views::SearchHit& hit) {
-      if (++count <= most) isJson ? context.writeJson(asJson(hit)) : table.add(asCells(hit));
-      return (!isJson || count < most) && !console.isClosed();
-    });
-    const auto outcome = context.showTable(table, count == 0, "Nothing was found.\n");
-    if (!isJson && count > most) {
-      console.write(fmt::format("{} found, the first {} shown\n", count, most));
-    }
-    return count > 0 ? outcome : exitStatus::failed;
+  request.scope = given.choice<Scope>("--in").value_or(Scope::all);
+  const auto project = context.givenProject(state.workspaces);
+  if (!project) return std::unexpected(project.error());
+  request.project = *project;
+  Console& console = context.console;
+  const bool isJson = context.isJson();
+  const std::size_t most =
+      given.count("--limit").value_or(isJson ? std::string::npos : shownUnlessAsked);
+  TextTable table({{"TASK"}, {"ENTRY"}, {"KIND"}, {"TITLE", 10}, {"FOUND", 40}});
+  std::size_t count = 0;
+  views::searchTasks(state.workspaces, request, [&](const views::SearchHit& hit) {
+    if (++count <= most) isJson ? context.writeJson(asJson(hit)) : table.add(asCells(hit));
+    return (!isJson || count < most) && !console.isClosed();
   });
+  const auto outcome = context.showTable(table, count == 0, "Nothing was found.\n");
+  if (!isJson && count > most) {
+    console.write(fmt::format("{} found, the first {} shown\n", count, most));
+  }
+  return count > 0 ? outcome : exitStatus::failed;
 }
 
 // ---- activity, status ---------------------------------------------------------------------------
 
-std::string asJson(const RunActivity& activity) {
-  std::string line = json::write(JsonObject{{"workspaceID", activity.workspaceID.text()},
-                                            {"project", activity.workspaceName},
-                                            {"threadID", activity.threadID.text()},
-                                            {"title", activity.threadTitle}});
-  line.back() = ',';
-  line += "\"run\":";
-  JsonWriter writer(line);
-  writeJson(writer, activity.run, conversationJson);
-  return line + "}";
+JsonObject asJson(const RunActivity& activity) {
+  return {{"workspaceID", activity.workspaceID.text()},
+          {"project", activity.workspaceName},
+          {"threadID", activity.threadID.text()},
+          {"title", activity.threadTitle},
+          {"run", json::parse(encodeRow(activity.run)).value_or(Json())}};
 }
 
-void listActivity(CommandContext& context) {
-  context.view([&](const StateView& state) {
-    auto all = activities(state.workspaces, state.now);
-    limited(context, all);
-    const auto cells = [&](const RunActivity& activity) -> std::vector<TableCell> {
-      const auto [key, title, project, run] =
-          views::activityRows(std::span(&activity, 1), state.now).front();
-      return {idCell(key.threadID),
-              {project},
-              {title},
-              stateCell(run.state),
-              {run.lastSign, look::dim},
-              {labelOf(run.provider)},
-              {run.lasted},
-              {run.message, look::dim}};
-    };
-    return context.showList(
-        all,
-        TextTable({{"ID"},
+Outcome listActivity(CommandContext& context, const StateView& state) {
+  auto all = activities(state.workspaces, state.now);
+  limit(context, all);
+  const auto cells = [&](const RunActivity& activity) -> std::vector<TableCell> {
+    const auto [key, title, project, run] =
+        views::activityRows(std::span(&activity, 1), state.now).front();
+    return {idCell(key.threadID),
+            {project},
+            {title},
+            stateCell(run.state),
+            {run.lastSign, look::dim},
+            {labelOf(run.provider)},
+            {run.lasted},
+            {run.message, look::dim}};
+  };
+  TextTable table({{"ID"},
                    {"PROJECT", 8},
                    {"TITLE", 8},
                    {"STATE"},
                    {"LAST SIGN"},
                    {"WITH"},
                    {"LASTED"},
-                   {"MESSAGE", 8}}),
-        [](const RunActivity& activity) { return asJson(activity); }, cells,
-        "Nothing is at work, and nothing waits for you.\n");
-  });
+                   {"MESSAGE", 8}});
+  const auto json = [](const RunActivity& activity) { return asJson(activity); };
+  return context.showList(all, std::move(table), json, cells,
+                          "Nothing is at work, and nothing waits for you.\n");
 }
 
-/// The task whose run changed last, except archived ones; nullopt if none has run.
-std::optional<ThreadExecutionKey> lastRunning(const std::vector<Workspace>& workspaces) {
-  std::optional<ThreadExecutionKey> last;
-  Date changed;
-  for (const auto& workspace : workspaces) {
-    for (const auto& thread : workspace.threads) {
-      const RunRecord* run = thread.latestRun();
-      if (!run || thread.isArchived || (last && run->updatedAt <= changed)) continue;
-      last = ThreadExecutionKey{workspace.id, thread.id};
-      changed = run->updatedAt;
-    }
-  }
-  return last;
+Json dateOrNull(const std::optional<Date>& date) {
+  return date ? Json(date->secondsSinceReference()) : Json();
 }
 
-Outcome tellStatus(CommandContext& context, Date now, const Workspace& workspace,
-                   const ChatThread& thread) {
+Outcome tellStatus(CommandContext& context, const TaskView& task) {
+  const auto& [workspace, thread, now] = task;
   const auto report = SessionStatusReport::ofRecord(thread);
   const std::string message = report.message(now);
-  if (context.isJson()) {
-    JsonObject all = taskMembers(workspace, thread);
-    all.set("phase", rawText(report.phase));
-    if (const auto provider = providerOf(thread)) all.set("provider", rawText(*provider));
-    if (report.startedAt) all.set("startedAt", report.startedAt->secondsSinceReference());
-    if (report.lastActivityAt) {
-      all.set("lastActivityAt", report.lastActivityAt->secondsSinceReference());
-    }
-    all.set("queuedPromptCount", static_cast<std::int64_t>(report.queuedPromptCount));
-    setIfKnown(all, "detail", report.detail);
-    all.set("message", message);
-    context.writeJson(all);
-    return exitStatus::completed;
-  }
+  const auto provider = providerOf(thread);
+  JsonObject all = taskMembers(workspace, thread);
+  all.set("phase", rawText(report.phase));
+  all.set("provider", provider ? Json(rawText(*provider)) : Json());
+  all.set("startedAt", dateOrNull(report.startedAt));
+  all.set("lastActivityAt", dateOrNull(report.lastActivityAt));
+  all.set("queuedPromptCount", static_cast<std::int64_t>(report.queuedPromptCount));
+  all.set("detail", orNull(report.detail));
+  all.set("message", message);
   const auto& style = context.style();
   std::string text =
       fmt::format("{}  {} {}\n\n", style.cyan(shortID(thread.id)), style.bold(titleOf(thread)),
@@ -222,21 +182,20 @@ Outcome tellStatus(CommandContext& context, Date now, const Workspace& workspace
   for (const auto line : text::split(words, '\n')) {
     text += (style.isLive() ? withoutMarks(line).styled() : std::string(line)) + "\n";
   }
-  context.console.write(text);
-  return exitStatus::completed;
+  return context.report(withoutNulls(all), text);
 }
 
 void showStatus(CommandContext& context) {
   if (!context.arguments.words.empty()) {
-    return context.viewTask([&](const StateView& state, const auto& workspace, const auto& thread) {
-      return tellStatus(context, state.now, workspace, thread);
-    });
+    return viewing<tellStatus>(context);
   }
   context.view([&](const StateView& state) -> Outcome {
-    if (const auto key = lastRunning(state.workspaces)) {
-      return tellStatus(context, state.now, workspaceOf(state.workspaces, key->workspaceID),
-                        threadOf(state.workspaces, *key));
-    }
+    auto tasks = views::listedTasks(state.workspaces, ArchivedTasks::leftOut, {});
+    std::erase_if(tasks, [](const auto& task) { return !task.thread->latestRun(); });
+    const auto changed = [](const auto& task) { return task.thread->latestRun()->updatedAt; };
+    const auto last = std::ranges::max_element(tasks, {}, changed);
+    if (last != tasks.end())
+      return tellStatus(context, {*last->workspace, *last->thread, state.now});
     context.complain("No task has run yet. To begin one: vantrell run \"explain this project\"");
     return exitStatus::failed;
   });
@@ -254,7 +213,7 @@ constexpr CommandOption taskOptions[] = {
 };
 constexpr CommandOption searchOptions[] = {
     ofProjectOption,
-    {"--in", "WHERE", "titles, entries or all (default)", searchScopes},
+    {"--in", "WHERE", "titles, entries or all (default)", choicesOf<Scope>},
     {"--case", "", "upper and lower case are different"},
     {"--limit", "N", "show no more than N (default: 50; with --json all)", {}, true},
     jsonOption,
@@ -262,7 +221,7 @@ constexpr CommandOption searchOptions[] = {
 
 constexpr Command commands[] = {
     {"activity", "", "what is at work, waits for you, or has just ended", activityOptions,
-     listActivity,
+     viewing<listActivity>,
      "Lists, over all projects, the tasks whose latest run is at work, waits for an answer,\n"
      "failed or was interrupted, and those that completed in the last five minutes.",
      "Examples:\n"
@@ -271,13 +230,13 @@ constexpr Command commands[] = {
     {"status", "[ID]", "the state of a task, without asking its agent", onlyJson, showStatus,
      "Says whether a task is at work, for how long, when its agent was last heard, what it\n"
      "waits for and how many prompts wait. Without an ID: the task that ran last."},
-    {"tasks", "", "list the tasks, newest first", taskOptions, listTasks, "",
+    {"tasks", "", "list the tasks, newest first", taskOptions, viewing<listTasks>, "",
      "Pinned tasks (*) come first; - is archived.\n"
      "\n"
      "Examples:\n"
      "  vantrell tasks --project .\n"
      "  vantrell tasks --json | jq -r 'select(.status == \"failed\").threadID'"},
-    {"search", "TEXT", "find a text in all tasks", searchOptions, search,
+    {"search", "TEXT", "find a text in all tasks", searchOptions, viewing<search>,
      "Looks for a text in the titles and transcripts of all tasks, archived ones included.\n"
      "Shows the first place in each entry: \"vantrell show ID --entry ENTRY\" begins there.",
      "Exit status: 0 found, 1 nothing found (or failed), 2 wrong usage."},

@@ -15,10 +15,6 @@ namespace vantrell::shell {
 
 namespace {
 
-constexpr std::size_t candidatesShown = 8;
-/// Of the ID of a candidate: some more than lists show, for those that begin alike.
-constexpr std::size_t shownOfCandidate = 13;
-
 /// Upper case, without dashes.
 std::string plainID(std::string_view text) {
   std::string plain;
@@ -30,22 +26,9 @@ std::string plainID(std::string_view text) {
   return plain;
 }
 
-/// What a word could mean, as lines of an error.
-class Candidates {
- public:
-  void add(const Uuid& id, std::string_view what) {
-    if (++count_ > candidatesShown) return;
-    lines_ += fmt::format("\n  {}  {}", id.text().substr(0, shownOfCandidate), onOneLine(what));
-  }
-  std::string text() const {
-    if (count_ <= candidatesShown) return lines_;
-    return lines_ + fmt::format("\n  ... and {} more", count_ - candidatesShown);
-  }
-
- private:
-  std::size_t count_ = 0;
-  std::string lines_;
-};
+bool looksLikePath(std::string_view word) {
+  return word == "." || word == ".." || word.starts_with('~') || word.contains('/');
+}
 
 }  // namespace
 
@@ -56,29 +39,21 @@ bool beginsWith(const Uuid& id, std::string_view word) {
 
 UsageError notExactlyOne(std::size_t found, std::string_view kind, std::string_view word,
                          std::string_view listing) {
-  return {fmt::format("{} {} begins with \"{}\". To see them: vantrell {}",
-                      found == 0 ? "No" : "More than one", kind, onOneLine(word), listing)};
+  return {fmt::format("{} {} {}. To see what there is: vantrell {}",
+                      found == 0 ? "There is no" : "This means more than one", kind,
+                      onOneLine(word), listing)};
 }
 
 std::expected<ThreadExecutionKey, UsageError> findTask(const std::vector<Workspace>& workspaces,
                                                        std::string_view idOrPrefix) {
   std::vector<ThreadExecutionKey> found;
-  Candidates candidates;
   for (const auto& workspace : workspaces) {
     for (const auto& thread : workspace.threads) {
-      if (!beginsWith(thread.id, idOrPrefix)) continue;
-      found.push_back({workspace.id, thread.id});
-      candidates.add(thread.id, fmt::format("{} ({})", titleOf(thread), workspace.name));
+      if (beginsWith(thread.id, idOrPrefix)) found.push_back({workspace.id, thread.id});
     }
   }
   if (found.size() == 1) return found.front();
-  if (found.empty()) {
-    return usageError(
-        fmt::format("There is no task {}. \"vantrell tasks --all\" lists the tasks with their IDs.",
-                    onOneLine(idOrPrefix)));
-  }
-  return usageError(fmt::format("Several tasks begin with {}. Give more of the ID:{}",
-                                onOneLine(idOrPrefix), candidates.text()));
+  return std::unexpected(notExactlyOne(found.size(), "task", idOrPrefix, "tasks --all"));
 }
 
 std::expected<std::vector<ThreadExecutionKey>, UsageError> findTasks(
@@ -95,39 +70,26 @@ std::expected<std::vector<ThreadExecutionKey>, UsageError> findTasks(
 std::expected<Uuid, UsageError> findProject(const std::vector<Workspace>& workspaces,
                                             std::string_view named, std::string_view base) {
   const std::string path = files::standardized(files::expandingTilde(named), base);
-  const std::string shown = onOneLine(named);
-  std::vector<const Workspace*> found;
+  const std::string name = text::lowercased(named);
+  std::vector<Uuid> found;
   const auto collect = [&](auto&& matches) {
     for (const auto& each : workspaces) {
-      if (matches(each)) found.push_back(&each);
+      if (matches(each)) found.push_back(each.id);
     }
     return !found.empty();
   };
   const auto hasPath = [&](const Workspace& each) { return each.path == path; };
-  const auto hasName = [name = text::lowercased(named)](const Workspace& each) {
-    return text::lowercased(each.name) == name;
-  };
-  const auto hasID = [named](const Workspace& each) { return beginsWith(each.id, named); };
-  if (named == "." || named == ".." || named.starts_with('~') || named.contains('/')) {
-    if (!collect(hasPath)) {
-      return usageError(fmt::format(
-          "{} is not a project yet. \"vantrell projects\" lists them; to add the folder: "
-          "vantrell projects add \"{}\"",
-          onOneLine(path), shown));
-    }
-  } else if (!collect(hasName) && !collect(hasPath) && !collect(hasID)) {
+  const auto hasName = [&](const Workspace& each) { return text::lowercased(each.name) == name; };
+  const auto hasID = [&](const Workspace& each) { return beginsWith(each.id, named); };
+  if (looksLikePath(named)) {
+    if (collect(hasPath)) return found.front();
     return usageError(
-        fmt::format("There is no project {}. Give its name, its folder or the beginning of its ID; "
-                    "\"vantrell projects\" lists them.",
-                    shown));
+        fmt::format("{} is not a project yet. To add it: vantrell projects add \"{}\"",
+                    onOneLine(path), onOneLine(named)));
   }
-  if (found.size() == 1) return found.front()->id;
-  Candidates candidates;
-  for (const auto* each : found) {
-    candidates.add(each->id, fmt::format("{}  {}", each->name, each->path));
-  }
-  return usageError(fmt::format("Several projects match {}. Give the folder, or the ID:{}", shown,
-                                candidates.text()));
+  static_cast<void>(collect(hasName) || collect(hasPath) || collect(hasID));
+  if (found.size() == 1) return found.front();
+  return std::unexpected(notExactlyOne(found.size(), "project", named, "projects"));
 }
 
 std::expected<std::size_t, UsageError> findEntry(const ChatThread& thread,
@@ -138,7 +100,7 @@ std::expected<std::size_t, UsageError> findEntry(const ChatThread& thread,
     if (!idOrPrefix.empty() && thread.entries[i].id.starts_with(idOrPrefix)) found.push_back(i);
   }
   if (found.size() == 1) return found.front();
-  return std::unexpected(notExactlyOne(found.size(), "entry of this task", idOrPrefix,
+  return std::unexpected(notExactlyOne(found.size(), "entry", idOrPrefix,
                                        fmt::format("show {} --entries", shortID(thread.id))));
 }
 

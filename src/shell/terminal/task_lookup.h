@@ -16,7 +16,7 @@ namespace vantrell::shell {
 /// An ID begins with the text, however short; dashes and the case of letters do not count.
 bool beginsWith(const Uuid& id, std::string_view word);
 
-/// "No hook begins with "3F". To see them: vantrell hooks".
+/// "There is no hook 3F. To see what there is: vantrell hooks".
 UsageError notExactlyOne(std::size_t found, std::string_view kind, std::string_view word,
                          std::string_view listing);
 
@@ -34,7 +34,7 @@ std::expected<const Item*, UsageError> findByID(const std::vector<Item>& list,
   return std::unexpected(notExactlyOne(found.size(), kind, word, listing));
 }
 
-/// The one task whose ID begins with the text. The error says what there is to choose from.
+/// The one task whose ID begins with the text.
 std::expected<ThreadExecutionKey, UsageError> findTask(const std::vector<Workspace>& workspaces,
                                                        std::string_view idOrPrefix);
 /// Several at once; each is in the answer once.
@@ -42,8 +42,7 @@ std::expected<std::vector<ThreadExecutionKey>, UsageError> findTasks(
     const std::vector<Workspace>& workspaces, std::span<const std::string> idsOrPrefixes);
 
 /// The project with this name (in any case of letters), this folder or this beginning of an ID, in
-/// this order; what looks like a path is only a folder, relative to `base`. If two have the name,
-/// the error lists them.
+/// this order; what looks like a path is only a folder, relative to `base`.
 std::expected<Uuid, UsageError> findProject(const std::vector<Workspace>& workspaces,
                                             std::string_view named, std::string_view base);
 

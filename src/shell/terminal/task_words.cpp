@@ -43,6 +43,14 @@ JsonObject taskAsJson(const Workspace& workspace, const ChatThread& thread) {
   return task;
 }
 
+JsonObject withoutNulls(const JsonObject& all) {
+  JsonObject known;
+  for (const auto& [key, value] : all) {
+    if (!value.isNull()) known.set(key, value);
+  }
+  return known;
+}
+
 std::string counted(std::size_t count, std::string_view one) {
   return fmt::format("{} {}{}", count, one, count == 1 ? "" : "s");
 }

@@ -26,6 +26,8 @@ JsonObject taskMembers(const Workspace& workspace, const ChatThread& thread);
 /// What tells about a task without its transcript.
 JsonObject taskAsJson(const Workspace& workspace, const ChatThread& thread);
 using json::setIfKnown;
+/// The object without the members that are null.
+JsonObject withoutNulls(const JsonObject& all);
 /// Of an optional or a pointer.
 template <typename Value>
 Json orNull(const Value& value) {
