@@ -186,7 +186,7 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
                         .runtime = side.name,
                         .folder = folder,
                         .permissionNotice = permissionNotice(model(), side.chosen, choices_)});
-    for (const auto& note : model().safety().notes()) {
+    for (const auto& note : model().safety().notes(side.key)) {
       if (notesTold_.insert(note).second) context_.complain(onOneLine(note));
     }
   }

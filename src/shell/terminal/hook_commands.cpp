@@ -109,11 +109,6 @@ void removeHook(CommandContext& context) {
   });
 }
 
-struct HookRun {
-  BackgroundPool pool{1};
-  std::shared_ptr<ProjectHookService> service;
-};
-
 /// Without the state: the hook may use this program itself.
 void runHook(CommandContext& context) {
   if (context.arguments.has("--task") && context.arguments.has("--project")) {
@@ -129,15 +124,14 @@ void runHook(CommandContext& context) {
   const Workspace& workspace = workspaceOf(workspaces, *project);
   const auto hook = findHook(context, storedHooks(context, *project));
   if (!hook) return context.misused(hook.error());
-  const auto run = std::make_shared<HookRun>();
-  context.keep(run);
-  run->service = std::make_shared<ProjectHookService>(context.main, run->pool);
-  run->service->run(
-      *hook, *task ? executionPath(workspace, threadOf(workspaces, **task)) : workspace.path,
-      [&context](const ProjectHookOutcome& outcome) {
-        context.console.write(sanitized(outcome.text) + "\n");
-        context.finish(outcome.succeeded ? exitStatus::completed : exitStatus::failed);
-      });
+  const auto service = std::make_shared<ProjectHookService>(context.main, context.pool());
+  context.keep(service);
+  service->run(*hook,
+               *task ? executionPath(workspace, threadOf(workspaces, **task)) : workspace.path,
+               [&context](const ProjectHookOutcome& outcome) {
+                 context.console.write(sanitized(outcome.text) + "\n");
+                 context.finish(outcome.succeeded ? exitStatus::completed : exitStatus::failed);
+               });
 }
 
 constexpr CommandOption projectOptions[] = {projectOption, jsonOption};
