@@ -3,6 +3,7 @@
 
 #include <csignal>
 #include <fcntl.h>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <thread>
@@ -34,9 +35,10 @@ class CommandServerTest : public ::testing::Test {
   CommandServerTest() { environment.set("XDG_RUNTIME_DIR", folder.path()); }
 
   void listen() {
-    auto listening = CommandServer::listen(main, [this](std::shared_ptr<IncomingCommand> incoming) {
-      commands.push_back(std::move(incoming));
-    });
+    auto listening = CommandServer::listen(main, folder.path(),
+                                           [this](std::shared_ptr<IncomingCommand> incoming) {
+                                             commands.push_back(std::move(incoming));
+                                           });
     ASSERT_TRUE(listening) << listening.error();
     server = *std::move(listening);
   }
@@ -44,7 +46,8 @@ class CommandServerTest : public ::testing::Test {
   /// The calling process.
   std::jthread call(const HandedCommand& command) {
     return std::jthread([this, command] {
-      status = handOver(::getpid(), command, [this](std::string_view text) { complaint = text; });
+      end = handOver(::getpid(), folder.path(), command,
+                     [this](std::string_view text) { complaint = text; });
       main.post([this] { isOver = true; });
     });
   }
@@ -60,7 +63,7 @@ class CommandServerTest : public ::testing::Test {
   ManualMainQueue main;
   std::vector<std::shared_ptr<IncomingCommand>> commands;
   std::unique_ptr<CommandServer> server;
-  std::optional<int> status;
+  std::optional<HandedCommandEnd> end;
   std::string complaint;
   bool isOver = false;
 };
@@ -82,23 +85,48 @@ TEST_F(CommandServerTest, CarriesACommandWithItsStreamsAndAnswersItsStatus) {
   commands.front()->end(7);
   commands.front()->end(0);
   waitForEnd();
-  EXPECT_EQ(status, 7);
+  EXPECT_EQ(end, HandedCommandEnd{7});
   EXPECT_EQ(complaint, "");
 }
 
 TEST_F(CommandServerTest, SocketIsTheUsersOwnAndReplacesOneOfADeadProcess) {
-  const auto path = controlSocketOf(::getpid());
-  ASSERT_TRUE(path);
-  ASSERT_EQ(::close(::open(path->c_str(), O_CREAT | O_WRONLY, 0666)), 0);
-  EXPECT_EQ(handOver(::getpid(), commandOf({}), nullptr), std::nullopt);
+  EXPECT_EQ(handOver(::getpid(), folder.path(), commandOf({}), nullptr), std::nullopt);
+  const auto dead = folder.folder("vantrell") + "/2147483647.sock";
+  const auto path = folder.path() + "/vantrell/" + std::to_string(::getpid()) + ".sock";
+  for (const auto& each : {dead, path}) {
+    ASSERT_EQ(::close(::open(each.c_str(), O_CREAT | O_WRONLY, 0666)), 0);
+  }
   listen();
-  struct stat socket{}, itsFolder{};
-  ASSERT_EQ(::stat(path->c_str(), &socket), 0);
+  EXPECT_EQ(controlSocketOf(::getpid(), folder.path()), path);
+  struct stat socket{}, itsFolder{}, record{};
+  ASSERT_EQ(::stat(path.c_str(), &socket), 0);
   ASSERT_EQ(::stat((folder.path() + "/vantrell").c_str(), &itsFolder), 0);
+  ASSERT_EQ(::stat(controlRecord(folder.path()).c_str(), &record), 0);
   EXPECT_EQ(socket.st_mode & 0777, 0600u);
   EXPECT_EQ(itsFolder.st_mode & 0777, 0700u);
+  EXPECT_EQ(record.st_mode & 0777, 0600u);
+  EXPECT_NE(::stat(dead.c_str(), &itsFolder), 0);
   server.reset();
-  EXPECT_NE(::stat(path->c_str(), &socket), 0);
+  EXPECT_NE(::stat(path.c_str(), &socket), 0);
+  EXPECT_EQ(controlSocketOf(::getpid(), folder.path()), std::nullopt);
+}
+
+TEST_F(CommandServerTest, ListensAgainWhereItsFolderHasGoneAndFindsItFromAnotherSession) {
+  const auto runtime = folder.folder("runtime");
+  environment.set("XDG_RUNTIME_DIR", runtime);
+  listen();
+  const auto first = call(commandOf({"run"}));
+  waitForCommand();
+  ASSERT_GT(std::filesystem::remove_all(runtime), 0u);  // the user has logged out
+  main.advance(controlSocketCheck);
+  environment.set("XDG_RUNTIME_DIR", "/nowhere");
+  const auto second = call(commandOf({"tasks"}));
+  ASSERT_TRUE(main.runUntil([&] { return commands.size() == 2; }));
+  commands[0]->end(1);
+  waitForEnd();
+  isOver = false;
+  commands[1]->end(1);
+  waitForEnd();
 }
 
 TEST_F(CommandServerTest, RefusesAnotherVersionInWords) {
@@ -107,7 +135,7 @@ TEST_F(CommandServerTest, RefusesAnotherVersionInWords) {
   command.version = "0.0.9";
   const auto caller = call(command);
   waitForEnd();
-  EXPECT_EQ(status, 1);
+  EXPECT_EQ(end, HandedCommandEnd{1});
   EXPECT_THAT(complaint, HasSubstr("and this is version 0.0.9. Nothing was changed"));
   EXPECT_TRUE(commands.empty());
 }
@@ -119,13 +147,13 @@ TEST_F(CommandServerTest, CallerIsToldThatTheOwnerHasGone) {
   commands.clear();
   server.reset();
   waitForEnd();
-  EXPECT_EQ(status, 1);
+  EXPECT_EQ(end, HandedCommandEnd{1});
   EXPECT_THAT(complaint, HasSubstr("has ended before it"));
 }
 
 TEST_F(CommandServerTest, SignalsReachTheCommandElseTheyEndItForItsCaller) {
   listen();
-  const auto path = controlSocketOf(::getpid());
+  const auto path = controlSocketOf(::getpid(), folder.path());
   std::vector<int> heard;
   for (const bool isWatched : {true, false}) {
     commands.clear();
@@ -139,7 +167,9 @@ TEST_F(CommandServerTest, SignalsReachTheCommandElseTheyEndItForItsCaller) {
         isWatched ? commands.front()->watchSignals([&](int signal) { heard.push_back(signal); })
                   : nullptr;
     ASSERT_TRUE(localSocket::send(socket->get(), "S2"));
-    commands.front()->onUnwatchedSignal = [&](int signal) { commands.front()->end(128 + signal); };
+    commands.front()->onUnwatchedSignal = [&](int signal) {
+      commands.front()->endBySignal(signal);
+    };
     if (isWatched) {
       ASSERT_TRUE(main.runUntil([&] { return heard.size() == 1; }));
       socket.reset();  // as a terminal that is closed
@@ -153,7 +183,7 @@ TEST_F(CommandServerTest, SignalsReachTheCommandElseTheyEndItForItsCaller) {
       });
       waitForEnd();
       ASSERT_TRUE(answer);
-      EXPECT_EQ(answer->bytes, "E130");
+      EXPECT_EQ(answer->bytes, "K2");
     }
   }
   EXPECT_THAT(heard, ElementsAre(SIGINT, SIGHUP));

@@ -189,14 +189,21 @@ TEST_F(BuiltAlone, ProjectServicesServeTheSelectedTask) {
             "That conversation or destination project is no longer available.");
 }
 
-TEST_F(BuiltAlone, TaskSafetyDoesOneOperationAtATime) {
+TEST_F(BuiltAlone, TaskSafetyDoesOneOperationOfATaskAtATime) {
   std::vector<bool> ends;
   const auto note = [&](const Result<>& result) { ends.push_back(result.has_value()); };
   safety->createCheckpoint(key, "By hand", note);
   safety->createCheckpoint(key, "Again", note);
   EXPECT_EQ(ends, std::vector{false}) << "the second is refused at once";
+  ChatThread other;
+  const ThreadExecutionKey otherKey{key.workspaceID, other.id = Uuid::random()};
+  tree.addThread(std::move(other), key.workspaceID);
+  safety->createCheckpoint(otherKey, "Of another task", note);
+  EXPECT_EQ(ends.size(), 1U);
+  EXPECT_TRUE(safety->taskSafetyWorking());
   main.runReady();
-  EXPECT_EQ(ends.size(), 2U);
+  EXPECT_EQ(ends.size(), 3U);
+  EXPECT_FALSE(safety->taskSafetyWorking());
 }
 
 TEST_F(BuiltAlone, AgentLauncherOpensASessionAndHearsIt) {

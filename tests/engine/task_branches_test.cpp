@@ -182,7 +182,7 @@ TEST_F(TaskBranchesTest, RetryIsABranchWithTheLatestPromptAndItsFiles) {
   EXPECT_EQ(selected().entries.back().attachments.size(), 1u);
   EXPECT_EQ(selected().workspaceMode, TaskWorkspaceMode::shared) << "no repository here";
   EXPECT_EQ(contexts.back().workspacePath, model->tree.workspace(key.workspaceID)->path);
-  EXPECT_EQ(model->branches->whyShared(), "This project is not a Git repository.");
+  EXPECT_EQ(model->branches->whyShared({key.workspaceID, selected().id}), "This project is not a Git repository.");
 }
 
 TEST_F(TaskBranchesTest, ABranchWithoutAWorktreeSaysWhy) {

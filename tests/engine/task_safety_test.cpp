@@ -170,7 +170,7 @@ TEST_F(TaskSafetyTest, MovesATaskIntoAWorktreeAndNeverBack) {
   app->selected().restoreCheckpoint(thread().checkpoints.back());
   main.runReady();
   EXPECT_EQ(content(), "one\n");
-  EXPECT_EQ(model->safety->notes().back(),
+  EXPECT_EQ(model->safety->notes(key).back(),
             "The task's worktree is gone: " + repository.path() + " was restored.");
 }
 

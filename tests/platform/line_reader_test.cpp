@@ -116,7 +116,7 @@ TEST_F(LineReaderTest, MayBeDestroyedByItsOwnHandlerAndLeavesTheRest) {
 TEST_F(LineReaderTest, OfASilentSourceEndsAtOnce) {
   const Pipe pipe;
   auto reader = begin(pipe.reading.get(), [](std::string) {}, [] {});
-  reader.reset();  // joins the reading thread
+  reader.reset();
 }
 
 /// One that echoes what is typed.

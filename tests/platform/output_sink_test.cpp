@@ -1,9 +1,12 @@
 #include "platform/queues/output_sink.h"
 
+#include <atomic>
 #include <csignal>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <string>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include "platform/files/descriptor.h"
@@ -91,8 +94,35 @@ TEST_F(OutputSinkTest, TellsWhenItIsFullAndWhenThereIsRoomAgain) {
 }
 
 TEST_F(OutputSinkTest, MayEndWhileNobodyReads) {
-  OutputSink sink(main, writing.get());
-  sink.write(std::string(OutputSink::bound, 'x'));
+  int ends[2] = {-1, -1};
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+  const Descriptor socket(ends[0]), itsReader(ends[1]);
+  const int size = 1;  // less room than a piece needs, and yet it is ready
+  ::setsockopt(socket.get(), SOL_SOCKET, SO_SNDBUF, &size, sizeof size);
+  for (const int each : {writing.get(), socket.get()}) {
+    OutputSink sink(main, each);
+    sink.write(std::string(OutputSink::bound, 'x'));
+    std::string some(64, '\0');
+    const int other = each == socket.get() ? itsReader.get() : reading.get();
+    EXPECT_GT(::read(other, some.data(), some.size()), 0);  // it is at work
+    EXPECT_EQ(::fcntl(each, F_GETFL) & O_NONBLOCK, 0) << "the mode is shared with other programs";
+  }
+}
+
+TEST_F(OutputSinkTest, WritesNothingWhileItMayNot) {
+  std::atomic<bool> isAllowed = false;
+  std::atomic<int> asked = 0;
+  OutputSink sink(main, writing.get(), [&] {
+    if (++asked == 2) main.post([] {});
+    return isAllowed.load();
+  });
+  sink.write("x");
+  EXPECT_TRUE(main.runUntil([&] { return asked > 1; }));
+  int held = -1;
+  EXPECT_EQ(::ioctl(reading.get(), FIONREAD, &held), 0);
+  EXPECT_EQ(held, 0);
+  isAllowed = true;
+  EXPECT_EQ(read(1), "x");
 }
 
 TEST_F(OutputSinkTest, TellsOnceThatItsReaderIsGoneAndDropsTheRest) {

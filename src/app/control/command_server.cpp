@@ -2,15 +2,16 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <fmt/format.h>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
 #include "platform/files/files.h"
 #include "platform/files/files_system.h"
+#include "platform/queues/dispatch.h"
 #include "platform/sockets/local_socket.h"
 #include "platform/terminal/terminal.h"
 #include "records/values/application.h"
@@ -32,6 +33,7 @@ class Incoming final : public IncomingCommand {
   }
 
   void end(int status) override { tell(controlMessage::ended, std::to_string(status)); }
+  void endBySignal(int number) override { tell(controlMessage::killed, std::to_string(number)); }
   void refuse(std::string_view why) override { tell(controlMessage::refused, why); }
 
   void tell(char kind, std::string_view text) {
@@ -58,10 +60,8 @@ class Incoming final : public IncomingCommand {
 std::expected<HandedCommand, std::string> commandIn(const localSocket::Message& message) {
   std::string bytes;
   const int file = message.descriptors.front().get();
-  struct stat info{};
-  // Only a file is read without waiting.
-  if (::fstat(file, &info) != 0 || !S_ISREG(info.st_mode) ||
-      !files::readAll(file, bytes, HandedCommand::maxBytes + 1)) {
+  // Only what is in memory is read without waiting.
+  if (::fcntl(file, F_GET_SEALS) < 0 || !files::readAll(file, bytes, HandedCommand::maxBytes + 1)) {
     return std::unexpected("The command could not be read.");
   }
   if (const auto version = HandedCommand::versionIn(bytes); version != applicationVersion) {
@@ -78,20 +78,52 @@ std::expected<HandedCommand, std::string> commandIn(const localSocket::Message& 
 
 class Server final : public CommandServer {
  public:
-  explicit Server(Handler handler) : handler_(std::make_shared<Handler>(std::move(handler))) {}
+  Server(MainQueue& main, std::string supportFolder, Handler handler)
+      : main_(main),
+        supportFolder_(std::move(supportFolder)),
+        handler_(std::make_shared<Handler>(std::move(handler))) {}
+  ~Server() override { ::unlink(controlRecord(supportFolder_).c_str()); }
 
-  std::expected<void, std::string> listen(MainQueue& main) {
-    const auto path = controlSocketOf(::getpid());
-    if (!path) return std::unexpected(path.error());
-    sweep(files::parent(*path));
-    auto server = LocalSocketServer::listen(
-        main, *path, [handler = handler_](const auto& connection) { take(connection, handler); });
-    if (!server) return std::unexpected(std::move(server.error()));
-    server_ = *std::move(server);
-    return {};
+  std::expected<void, std::string> listen() {
+    check_ = main_.every(controlSocketCheck, [this] {
+      const auto path = controlSocketOf(::getpid(), supportFolder_);
+      if (!path || !files::exists(*path)) static_cast<void>(listenAgain());
+    });
+    return listenAgain();
   }
 
  private:
+  std::expected<void, std::string> listenAgain() {
+    auto folders = localSocket::folders(applicationName);
+    folders.push_back(supportFolder_);
+    std::string failure;
+    for (const auto& folder : folders) {
+      sweep(folder);
+      const auto path = fmt::format("{}/{}.sock", folder, ::getpid());
+      auto server = LocalSocketServer::listen(
+          main_, path, [handler = handler_](const auto& connection) { take(connection, handler); });
+      if (!server) {
+        failure = std::move(server.error());
+        continue;
+      }
+      // An earlier one keeps its connections.
+      servers_.push_back(*std::move(server));
+      return record(path);
+    }
+    return std::unexpected(failure);
+  }
+
+  /// Half of it names no socket, so it need not be written in one step, which would wait for the
+  /// disk.
+  std::expected<void, std::string> record(const std::string& path) {
+    const auto name = controlRecord(supportFolder_);
+    const Descriptor file(
+        ::open(name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (file && files::writeAll(file.get(), path)) return {};
+    return std::unexpected(
+        fmt::format("The file {} could not be written: {}.", name, std::strerror(errno)));
+  }
+
   /// Removes the sockets of processes that were killed.
   static void sweep(const std::string& folder) {
     std::error_code ignored;
@@ -99,7 +131,10 @@ class Server final : public CommandServer {
       const auto& path = entry.path();
       const auto process = static_cast<pid_t>(std::atol(path.stem().c_str()));
       const bool hasEnded = process > 0 && ::kill(process, 0) != 0 && errno == ESRCH;
-      if (path.extension() == ".sock" && hasEnded) ::unlink(path.c_str());
+      // One of another container may have that number there.
+      if (path.extension() == ".sock" && hasEnded && !localSocket::connect(path)) {
+        ::unlink(path.c_str());
+      }
     }
   }
 
@@ -129,16 +164,19 @@ class Server final : public CommandServer {
     };
   }
 
+  MainQueue& main_;
+  const std::string supportFolder_;
   const std::shared_ptr<Handler> handler_;
-  std::unique_ptr<LocalSocketServer> server_;
+  std::vector<std::unique_ptr<LocalSocketServer>> servers_;
+  Timer check_;
 };
 
 }  // namespace
 
-std::expected<std::unique_ptr<CommandServer>, std::string> CommandServer::listen(MainQueue& main,
-                                                                                 Handler handler) {
-  auto server = std::make_unique<Server>(std::move(handler));
-  if (auto listening = server->listen(main); !listening) {
+std::expected<std::unique_ptr<CommandServer>, std::string> CommandServer::listen(
+    MainQueue& main, std::string supportFolder, Handler handler) {
+  auto server = std::make_unique<Server>(main, std::move(supportFolder), std::move(handler));
+  if (auto listening = server->listen(); !listening) {
     return std::unexpected(std::move(listening.error()));
   }
   return server;

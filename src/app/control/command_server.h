@@ -32,8 +32,10 @@ class IncomingCommand {
   SignalHandler onUnwatchedSignal;
   /// As if the caller had got the signal.
   virtual void hear(int signal) = 0;
-  /// Tells the caller the exit status, or why nothing was done. The first call counts.
+  /// Tells the caller the exit status, or the signal that has ended the command, or why nothing was
+  /// done. The first call counts.
   virtual void end(int status) = 0;
+  virtual void endBySignal(int number) = 0;
   virtual void refuse(std::string_view why) = 0;
 };
 
@@ -41,9 +43,10 @@ class CommandServer {
  public:
   using Handler = std::function<void(std::shared_ptr<IncomingCommand>)>;
 
-  /// Answers at controlSocketOf() of this process. The error is a sentence.
-  static std::expected<std::unique_ptr<CommandServer>, std::string> listen(MainQueue& main,
-                                                                           Handler handler);
+  /// Listens in the first folder where it can, records that in the support folder, and does so
+  /// again where the folder goes, as at a log-out. The error is a sentence.
+  static std::expected<std::unique_ptr<CommandServer>, std::string> listen(
+      MainQueue& main, std::string supportFolder, Handler handler);
   virtual ~CommandServer() = default;
 };
 

@@ -9,6 +9,8 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include "platform/files/files.h"
+#include "platform/process/own_process.h"
 #include "platform/sockets/local_socket.h"
 #include "platform/terminal/terminal.h"
 #include "records/values/application.h"
@@ -38,7 +40,7 @@ class HeldSignals {
   HeldSignals() {
     sigset_t held;
     sigemptyset(&held);
-    for (const int each : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&held, each);
+    for (const int each : signalsOfUser()) sigaddset(&held, each);
     ::pthread_sigmask(SIG_BLOCK, &held, &before_);
     descriptor_ = Descriptor(::signalfd(-1, &held, SFD_CLOEXEC | SFD_NONBLOCK));
   }
@@ -133,22 +135,38 @@ Environment environmentToHandOver(const Environment& all) {
   return some;
 }
 
-std::expected<std::string, std::string> controlSocketOf(pid_t owner) {
-  const auto folder = localSocket::folder(applicationName);
-  if (!folder) return folder;
-  return fmt::format("{}/{}.sock", *folder, owner);
+std::string controlRecord(const std::string& supportFolder) {
+  return supportFolder + "/commands";
 }
 
-std::optional<int> handOver(pid_t owner, const HandedCommand& command,
-                            const std::function<void(std::string_view)>& complain) {
-  const auto path = controlSocketOf(owner);
-  auto socket = path ? localSocket::connect(*path) : std::nullopt;
+std::optional<std::string> controlSocketOf(pid_t owner, const std::string& supportFolder) {
+  auto path = files::read(controlRecord(supportFolder));
+  const bool isOwners = path && path->ends_with(fmt::format("/{}.sock", owner));
+  return isOwners ? std::optional(*std::move(path)) : std::nullopt;
+}
+
+/// Waits a little where the owner is about to make its socket again.
+static std::optional<Descriptor> connectTo(pid_t owner, const std::string& supportFolder) {
+  const auto limit = std::chrono::steady_clock::now() + 2 * controlSocketCheck;
+  while (const auto path = controlSocketOf(owner, supportFolder)) {
+    auto socket = localSocket::connect(*path);
+    const bool isEnding = ::kill(owner, 0) != 0;
+    if (socket || isEnding || std::chrono::steady_clock::now() > limit) return socket;
+    ::poll(nullptr, 0, 50);
+  }
+  return std::nullopt;
+}
+
+std::optional<HandedCommandEnd> handOver(pid_t owner, const std::string& supportFolder,
+                                         const HandedCommand& command,
+                                         const std::function<void(std::string_view)>& complain) {
+  auto socket = connectTo(owner, supportFolder);
   if (!socket) return std::nullopt;
   const HeldSignals signals;
   const auto file = localSocket::memoryFile(command.encoded());
   if (!file) {
     complain(fmt::format("The command could not be handed over: {}.", file.error()));
-    return failed;
+    return HandedCommandEnd{failed};
   }
   // The owner may hide what is typed, and end before it shows it again.
   const terminal::SavedMode mode(STDIN_FILENO);
@@ -156,7 +174,7 @@ std::optional<int> handOver(pid_t owner, const HandedCommand& command,
     complain(fmt::format(
         "The Vantrell process that worked for this command (process {}) has ended before it.",
         owner));
-    return failed;
+    return HandedCommandEnd{failed};
   };
   const std::array streams{file->get(), STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO};
   if (!localSocket::send(socket->get(), {&controlMessage::command, 1}, streams)) return lost();
@@ -166,14 +184,17 @@ std::optional<int> handOver(pid_t owner, const HandedCommand& command,
     // The owner may be stopped: after two signals the user does not wait for it any longer.
     const int ready = ::poll(waiting, std::size(waiting), signalsHeard < 2 ? -1 : leaveAfter);
     if (ready < 0) continue;
-    if (ready == 0) return 128 + last;
+    if (ready == 0) return HandedCommandEnd{.signal = last};
     if (waiting[0].revents != 0) {
       const auto message = localSocket::receive(socket->get());
       if (!message) return lost();
       const std::string_view text = std::string_view(message->bytes).substr(1);
-      if (message->bytes.front() == controlMessage::ended) return numberIn(text).value_or(failed);
+      const char kind = message->bytes.front();
+      const auto number = numberIn(text).value_or(failed);
+      if (kind == controlMessage::ended) return HandedCommandEnd{number};
+      if (kind == controlMessage::killed) return HandedCommandEnd{.signal = number};
       complain(text);
-      return failed;
+      return HandedCommandEnd{failed};
     }
     while (const auto signal = signals.next()) {
       ++signalsHeard;

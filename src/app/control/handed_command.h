@@ -2,7 +2,7 @@
 // messages between the two. The command's three standard streams go along as descriptors.
 #pragma once
 
-#include <expected>
+#include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
@@ -35,6 +35,7 @@ namespace controlMessage {
 inline constexpr char command = 'C';  // to the owner, with the encoded command and three streams
 inline constexpr char signal = 'S';   // to the owner: the number of a signal
 inline constexpr char ended = 'E';    // to the caller: the exit status
+inline constexpr char killed = 'K';   // to the caller: the signal that ended it
 inline constexpr char refused = 'R';  // to the caller: why, a sentence for the user
 }  // namespace controlMessage
 
@@ -42,13 +43,26 @@ inline constexpr char refused = 'R';  // to the caller: why, a sentence for the 
 /// and pages are found, never what an agent would be started with.
 Environment environmentToHandOver(const Environment& all);
 
-/// The socket on which the process answers. The error is a sentence.
-std::expected<std::string, std::string> controlSocketOf(pid_t owner);
+/// The owner-only file beside the lock in which the owner of the state says where its socket is:
+/// the runtime folder of another session, or of a timer, may be another one.
+std::string controlRecord(const std::string& supportFolder);
+/// The socket that `owner` has recorded there; nullopt where it takes no commands.
+std::optional<std::string> controlSocketOf(pid_t owner, const std::string& supportFolder);
+/// How long the socket may be missing after its folder was removed.
+inline constexpr std::chrono::seconds controlSocketCheck{2};
+
+/// How a command ended.
+struct HandedCommandEnd {
+  int status = 0;
+  int signal = 0;  // which has ended it, as it would a process; 0: none
+  bool operator==(const HandedCommandEnd&) const = default;
+};
 
 /// Lets the process that owns the state carry the command out, with the standard streams of this
-/// one, and answers its exit status; nullopt where that process takes no commands. Hears this
-/// process's signals meanwhile, and blocks. `complain` gets what goes wrong between the two.
-std::optional<int> handOver(pid_t owner, const HandedCommand& command,
-                            const std::function<void(std::string_view)>& complain);
+/// one; nullopt where that process takes no commands. Hears meanwhile the signals that this process
+/// does not ignore, and blocks. `complain` gets what goes wrong between the two.
+std::optional<HandedCommandEnd> handOver(pid_t owner, const std::string& supportFolder,
+                                         const HandedCommand& command,
+                                         const std::function<void(std::string_view)>& complain);
 
 }  // namespace vantrell

@@ -113,7 +113,7 @@ void TaskSafety::captureCheckpoint(const ThreadExecutionKey& key, std::string la
           each.checkpoints.insert(each.checkpoints.begin(), captured->checkpoint);
           if (each.checkpoints.size() > keptCheckpoints) each.checkpoints.resize(keptCheckpoints);
         });
-        if (kind == WorkspaceCheckpointKind::manual) self.notes_ = std::move(captured->notes);
+        if (kind == WorkspaceCheckpointKind::manual) self.notes_[key] = std::move(captured->notes);
         reply(std::move(captured->checkpoint));
       });
 }
@@ -124,7 +124,7 @@ void TaskSafety::captureBeforePrompt(const ThreadExecutionKey& key, std::string 
   const auto limit = std::make_shared<Timer>();
   const auto path = tree_.executionPath(key);
   const std::string repository = path ? repositoryFolder(*path) : "";
-  if (waiting_.contains(repository) && restoredRepository_ != repository) {
+  if (waiting_.contains(repository) && !isBeingRestored(repository)) {
     *limit = main_.after(TaskSafetyService::automaticTime,
                          weakly(this, [key, waiting, done](TaskSafety& self) {
                            auto expected = Waiting::yes;
@@ -163,13 +163,14 @@ void TaskSafety::sayWhyNone(const ThreadExecutionKey& key, const std::string& re
 
 void TaskSafety::createCheckpoint(const ThreadExecutionKey& key, std::string label, Done done) {
   if (auto begun = begin(key); !begun) return done(begun);
-  captureCheckpoint(key, std::move(label), WorkspaceCheckpointKind::manual,
-                    [weak = weak_from_this(), done = std::move(done)](const Captured& captured) {
-                      const auto self = weak.lock();
-                      if (!self) return;
-                      if (captured) return self->end(done, {});
-                      self->end(done, refusal("create a checkpoint", captured.error()));
-                    });
+  captureCheckpoint(
+      key, std::move(label), WorkspaceCheckpointKind::manual,
+      [weak = weak_from_this(), key, done = std::move(done)](const Captured& captured) {
+        const auto self = weak.lock();
+        if (!self) return;
+        if (captured) return self->end(key, done, {});
+        self->end(key, done, refusal("create a checkpoint", captured.error()));
+      });
 }
 
 // ---- going back ---------------------------------------------------------------------------------
@@ -201,7 +202,7 @@ void TaskSafety::restoreCheckpoint(const ThreadExecutionKey& key,
                         TaskSafetyError::commandFailed("Another task is at work in this folder.")));
   }
   if (auto begun = begin(key); !begun) return done(begun);
-  restoredRepository_ = repositoryFolder(*path);
+  working_[key] = repositoryFolder(*path);
   captureCheckpoint(
       key, "Before rewind", WorkspaceCheckpointKind::recovery,
       [weak = weak_from_this(), key, path = *path, checkpoint,
@@ -209,7 +210,7 @@ void TaskSafety::restoreCheckpoint(const ThreadExecutionKey& key,
         const auto self = weak.lock();
         if (!self) return;
         if (!recovery) {
-          return self->end(done, refusal("restore the checkpoint", recovery.error()));
+          return self->end(key, done, refusal("restore the checkpoint", recovery.error()));
         }
         using Answer = TaskSafetyResult<SafetyNotes>;
         self->ask<Answer>(
@@ -220,18 +221,18 @@ void TaskSafety::restoreCheckpoint(const ThreadExecutionKey& key,
             [key, path, checkpoint, saved = *recovery, done](TaskSafety& safety, Answer restored) {
               if (!restored) {
                 if (restored.error().mayHaveChangedFiles) safety.git_.refreshGitSnapshot();
-                return safety.end(done, refusal("restore the checkpoint", restored.error()));
+                return safety.end(key, done, refusal("restore the checkpoint", restored.error()));
               }
-              safety.notes_ = std::move(*restored);
+              safety.notes_[key] = std::move(*restored);
               // A task without its worktree works in the project, and so is restored there.
               const ChatThread* thread = safety.tree_.thread(key);
               if (thread && thread->workspaceMode == TaskWorkspaceMode::isolated &&
                   thread->isolatedWorkspacePath != path) {
-                safety.notes_.push_back(
+                safety.notes_[key].push_back(
                     fmt::format("The task's worktree is gone: {} was restored.", path));
               }
               safety.restored(key, checkpoint, saved);
-              safety.end(done, {});
+              safety.end(key, done, {});
             },
             // A prompt that waits here would begin to change what has just been saved.
             Turn::next);
@@ -284,15 +285,14 @@ void TaskSafety::setTaskWorkspaceMode(const ThreadExecutionKey& key, TaskWorkspa
         "the worktree from Terminal after reviewing its changes."));
   }
   if (auto begun = begin(key); !begun) return done(begun);
-  createIsolatedWorktree(key,
-                         [weak = weak_from_this(), key, done = std::move(done)](auto worktree) {
-                           const auto self = weak.lock();
-                           if (!self) return;
-                           if (!worktree)
-                             return self->end(done, refusal("isolate this task", worktree.error()));
-                           self->moveToWorktree(key, std::move(*worktree));
-                           self->end(done, {});
-                         });
+  createIsolatedWorktree(
+      key, [weak = weak_from_this(), key, done = std::move(done)](auto worktree) {
+        const auto self = weak.lock();
+        if (!self) return;
+        if (!worktree) return self->end(key, done, refusal("isolate this task", worktree.error()));
+        self->moveToWorktree(key, std::move(*worktree));
+        self->end(key, done, {});
+      });
 }
 
 void TaskSafety::createIsolatedWorktree(const ThreadExecutionKey& key,
@@ -310,7 +310,7 @@ void TaskSafety::createIsolatedWorktree(const ThreadExecutionKey& key,
 
 void TaskSafety::moveToWorktree(const ThreadExecutionKey& key, Worktree worktree) {
   if (!tree_.thread(key)) return;
-  notes_ = std::move(worktree.notes);
+  notes_[key] = std::move(worktree.notes);
   // The next prompt starts a client in the new folder; a turn that is on its way ends as well.
   runs_.resetConnection(key, "Stopped: the task moved to a worktree of its own.");
   tree_.updateThread(key, [&](ChatThread& thread) {
@@ -325,22 +325,33 @@ void TaskSafety::moveToWorktree(const ThreadExecutionKey& key, Worktree worktree
   git_.refreshIfSelected(key);
 }
 
-// ---- one operation at a time --------------------------------------------------------------------
+// ---- one operation of a task at a time
+// --------------------------------------------------------------------
 
 Result<> TaskSafety::begin(const ThreadExecutionKey& key) {
   if (!tree_.thread(key)) return refuseMissingConversation();
-  if (isWorking_) return refuse("A checkpoint, restore or isolation is under way; wait for it.");
-  isWorking_ = true;
-  notes_.clear();
+  if (!working_.try_emplace(key).second) {
+    return refuse("A checkpoint, restore or isolation of this task is under way; wait for it.");
+  }
+  notes_.erase(key);
   changes_.mark(topics::safety);
   return {};
 }
 
-void TaskSafety::end(const Done& done, Result<> result) {
-  isWorking_ = false;
-  restoredRepository_.clear();
+void TaskSafety::end(const ThreadExecutionKey& key, const Done& done, Result<> result) {
+  working_.erase(key);
   changes_.mark(topics::safety);
   done(std::move(result));
+}
+
+bool TaskSafety::isBeingRestored(const std::string& repository) const {
+  return std::ranges::any_of(working_, [&](const auto& each) { return each.second == repository; });
+}
+
+const SafetyNotes& TaskSafety::notes(const ThreadExecutionKey& key) const {
+  static const SafetyNotes none;
+  const auto found = notes_.find(key);
+  return found == notes_.end() ? none : found->second;
 }
 
 }  // namespace vantrell

@@ -47,7 +47,8 @@ class TaskSafety : public std::enable_shared_from_this<TaskSafety> {
                            std::function<void()> done);
 
   // The user's operations. `done` comes once, on the main queue: at once where it is refused. While
-  // one of them works, the others are refused.
+  // one of them works on a task, others on that task are refused; those of other tasks go on, in
+  // one repository one after the other.
 
   using Done = std::function<void(Result<>)>;
   void createCheckpoint(const ThreadExecutionKey& key, std::string label, Done done);
@@ -71,9 +72,9 @@ class TaskSafety : public std::enable_shared_from_this<TaskSafety> {
   /// Anything at all is under way in any folder, or waits for its turn there.
   bool isAtWork() const { return !waiting_.empty(); }
   /// A checkpoint by hand, a restore or an isolation is under way.
-  bool taskSafetyWorking() const { return isWorking_; }
-  /// What the last of these did not keep, put back or copy, in sentences.
-  const SafetyNotes& notes() const { return notes_; }
+  bool taskSafetyWorking() const { return !working_.empty(); }
+  /// What the conversation's last operation did not keep, put back or copy, in sentences.
+  const SafetyNotes& notes(const ThreadExecutionKey& key) const;
 
  private:
   /// Whether a piece of work still waits for its turn: the first to change it decides.
@@ -85,7 +86,8 @@ class TaskSafety : public std::enable_shared_from_this<TaskSafety> {
                          WaitingFlag waiting);
   void sayWhyNone(const ThreadExecutionKey& key, const std::string& reason);
   Result<> begin(const ThreadExecutionKey& key);
-  void end(const Done& done, Result<> result);
+  void end(const ThreadExecutionKey& key, const Done& done, Result<> result);
+  bool isBeingRestored(const std::string& repository) const;
   bool isAtWorkIn(const std::string& folder);
   void restored(const ThreadExecutionKey& key, const WorkspaceCheckpoint& checkpoint,
                 const WorkspaceCheckpoint& recovery);
@@ -107,9 +109,9 @@ class TaskSafety : public std::enable_shared_from_this<TaskSafety> {
   Changes& changes_;
   Executor* const background_;
   const TaskSafetyService service_;
-  bool isWorking_ = false;
-  std::string restoredRepository_;  // its folder; empty: nothing is being restored
-  SafetyNotes notes_;
+  /// The user's operations, with the folder of the repository that is being restored.
+  std::map<ThreadExecutionKey, std::string> working_;
+  std::map<ThreadExecutionKey, SafetyNotes> notes_;
   std::map<std::string, std::deque<Work>> waiting_;  // by repository, the first is under way
 };
 

@@ -167,7 +167,6 @@ Result<std::vector<ThreadExecutionKey>> TaskBranches::compareNextPrompt(
 // ---- to the composer ----------------------------------------------------------------------------
 
 void TaskBranches::prepare(const ThreadExecutionKey& key, Unsent unsent) {
-  whyShared_.reset();
   // Where a stop is noticed that comes before the prompt.
   unsent.stopCount = core_.executions.execution(key).stopCount;
   unsent_.insert_or_assign(key, std::move(unsent));
@@ -189,10 +188,10 @@ void TaskBranches::prepared(const ThreadExecutionKey& key,
   if (wasStopped) return keepForUser(key, std::move(unsent));
   if (worktree || !unsent.needsWorktree) {
     if (!worktree) {
-      whyShared_ = worktree.error().description();
+      const auto& why = whyShared_[key] = worktree.error().description();
       if (worktree.error().kind != TaskSafetyError::Case::notRepository) {
         core_.tree.appendSystemEntry(
-            fmt::format("This branch works in the project's own folder: {}", *whyShared_), key);
+            fmt::format("This branch works in the project's own folder: {}", why), key);
       }
     }
     static_cast<void>(
@@ -202,6 +201,11 @@ void TaskBranches::prepared(const ThreadExecutionKey& key,
   core_.tree.appendSystemEntry(fmt::format("Could not create a safe comparison worktree: {}",
                                            worktree.error().description()),
                                key);
+}
+
+std::optional<std::string> TaskBranches::whyShared(const ThreadExecutionKey& branch) const {
+  const auto found = whyShared_.find(branch);
+  return found == whyShared_.end() ? std::nullopt : std::optional(found->second);
 }
 
 /// The user may have moved it to another project, which the worktree is not of.

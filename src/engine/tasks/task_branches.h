@@ -52,8 +52,8 @@ class TaskBranches : public std::enable_shared_from_this<TaskBranches>, public P
   bool isPreparing(const ThreadExecutionKey& key) const override {
     return unsent_.contains(key) || unfilled_.contains(key);
   }
-  /// Why the latest branch works in the project's own folder; absent where it does not.
-  const std::optional<std::string>& whyShared() const { return whyShared_; }
+  /// Why the branch works in the project's own folder; absent where it does not.
+  std::optional<std::string> whyShared(const ThreadExecutionKey& branch) const;
   /// For the end of the program: prompts that have not gone out become drafts, or wait in the queue
   /// where the user has begun another one.
   void keepUnsent();
@@ -79,7 +79,7 @@ class TaskBranches : public std::enable_shared_from_this<TaskBranches>, public P
   std::map<ThreadExecutionKey, Unsent> unsent_;  // while their worktrees are made
   /// Forks whose source is being read, with what is to be sent in them then.
   std::map<ThreadExecutionKey, std::optional<Unsent>> unfilled_;
-  std::optional<std::string> whyShared_;
+  std::map<ThreadExecutionKey, std::string> whyShared_;
 };
 
 }  // namespace vantrell

@@ -35,4 +35,23 @@ std::expected<void, std::string> prepareOwnProcess() {
                   allowed, neededFiles, neededFiles));
 }
 
+std::vector<int> signalsOfUser() {
+  std::vector<int> heard;
+  for (const int each : {SIGINT, SIGTERM, SIGHUP}) {
+    struct sigaction now{};
+    if (::sigaction(each, nullptr, &now) != 0 || now.sa_handler != SIG_IGN) heard.push_back(each);
+  }
+  return heard;
+}
+
+void endBySignal(int number) {
+  std::signal(number, SIG_DFL);
+  sigset_t it;
+  sigemptyset(&it);
+  sigaddset(&it, number);
+  ::pthread_sigmask(SIG_UNBLOCK, &it, nullptr);
+  ::raise(number);
+  ::_exit(128 + number);  // one that ends nothing
+}
+
 }  // namespace vantrell

@@ -3,6 +3,7 @@
 
 #include <expected>
 #include <string>
+#include <vector>
 
 namespace vantrell {
 
@@ -11,5 +12,12 @@ namespace vantrell {
 /// limit of a file's size fail instead of ending the program; and sees to it that enough files may
 /// be open. The error is a sentence for the user.
 std::expected<void, std::string> prepareOwnProcess();
+
+/// Of SIGINT, SIGTERM and SIGHUP those that this process does not ignore: nohup lets a program
+/// ignore SIGHUP, a script SIGINT for what it starts in the background.
+std::vector<int> signalsOfUser();
+
+/// Ends this process as the signal does by its default action, so that a shell sees that.
+[[noreturn]] void endBySignal(int number);
 
 }  // namespace vantrell

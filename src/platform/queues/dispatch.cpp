@@ -135,6 +135,11 @@ void BackgroundPool::post(Work work) {
   impl_->post(std::move(work));
 }
 
+bool BackgroundPool::isIdle() const {
+  const std::lock_guard lock(impl_->mutex);
+  return impl_->unfinished == 0;
+}
+
 SerialQueue::SerialQueue(BackgroundPool& pool, std::string label)
     : impl_(std::make_shared<Impl>(pool.impl_, std::move(label))) {}
 

@@ -73,6 +73,8 @@ class BackgroundPool final : public Executor {
   BackgroundPool(const BackgroundPool&) = delete;
   BackgroundPool& operator=(const BackgroundPool&) = delete;
   void post(Work work) override;
+  /// All that was posted has run.
+  bool isIdle() const;
 
  private:
   friend class SerialQueue;

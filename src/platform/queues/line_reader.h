@@ -4,14 +4,10 @@
 // queue's thread, and gone before the queue.
 #pragma once
 
-#include <condition_variable>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
-#include <thread>
 
-#include "platform/files/descriptor.h"
 #include "platform/queues/dispatch.h"
 
 namespace vantrell {
@@ -28,7 +24,7 @@ class LineReader : public std::enable_shared_from_this<LineReader> {
     /// Unset: whether this process is in the foreground of the terminal.
     std::function<bool()> isInForeground;
   };
-  /// Reads until the end or until it is destroyed, which does not wait for input.
+  /// Reads until the end or until it is destroyed, which waits for nothing.
   [[nodiscard]] static std::shared_ptr<LineReader> begin(Executor& queue, Options options);
   ~LineReader();
   LineReader(const LineReader&) = delete;
@@ -39,23 +35,13 @@ class LineReader : public std::enable_shared_from_this<LineReader> {
   void discardPending();
 
  private:
+  struct Shared;
   LineReader(Executor& queue, Options options);
-  void read(const std::weak_ptr<LineReader>& weak);
-  bool handOver(std::unique_lock<std::mutex>& lock, const std::weak_ptr<LineReader>& weak,
-                std::string bytes);
   void deliver(const std::string& bytes, int discards);
 
-  Executor& queue_;
   const Options options_;
-  Descriptor source_;
-  Descriptor cancel_;
-  std::string partial_;  // the queue's
-  std::mutex mutex_;
-  std::condition_variable turn_;
-  bool cancelled_ = false;
-  bool delivering_ = false;
-  int discards_ = 0;  // changed on the queue only
-  std::thread thread_;
+  const std::shared_ptr<Shared> shared_;  // with the reading thread
+  std::string partial_;                   // the queue's
 };
 
 }  // namespace vantrell

@@ -7,6 +7,8 @@
 #include <mutex>
 #include <poll.h>
 #include <string>
+#include <sys/socket.h>
+#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -17,9 +19,18 @@
 
 namespace vantrell {
 
-struct OutputSink::Impl {
-  explicit Impl(int number)
-      : own(terminal::openAgain(number, O_WRONLY)), descriptor(own ? own.get() : number) {}
+/// Shared with the thread, which may be around for longer than the sink: in a write that waits,
+/// where the system has no other.
+struct OutputSink::Impl : std::enable_shared_from_this<Impl> {
+  Impl(OutputSink* sink, MainQueue& queue, int number, std::function<bool()> isAllowed)
+      : owner(sink),
+        main(queue),
+        own(terminal::openAgain(number, O_WRONLY)),
+        mayWrite(std::move(isAllowed)) {
+    if (!own) own = Descriptor(::fcntl(number, F_DUPFD_CLOEXEC, 0));
+    struct stat kind{};
+    isSocket = ::fstat(own.get(), &kind) == 0 && S_ISSOCK(kind.st_mode);
+  }
 
   void work() {
     std::unique_lock lock(mutex);
@@ -27,40 +38,56 @@ struct OutputSink::Impl {
       changed.wait(lock, [this] { return ending || !waiting.empty() || !waitingForEnd.empty(); });
       if (ending) return;
       if (waiting.empty()) {
-        for (auto& each : std::exchange(waitingForEnd, {})) whenWritten(std::move(each));
+        for (auto& each : std::exchange(waitingForEnd, {})) {
+          tell([then = std::move(each)](OutputSink&) { then(); });
+        }
         continue;
       }
       std::string piece = std::exchange(waiting, {});
       lock.unlock();
       const int failure = writeAll(piece);
       lock.lock();
+      if (ending) return;
       unwritten -= piece.size();
-      if (failure != 0 && !ending) {
+      if (failure != 0) {
         broken = failure;
         unwritten = 0;
         waiting.clear();
-        if (whenBroken) whenBroken();
+        tell([](OutputSink& sink) {
+          if (sink.onBroken) sink.onBroken();
+        });
       }
       if (full && unwritten <= bound / 4) {
         full = false;
-        whenRoomAgain();
+        tell([](OutputSink& sink) {
+          if (sink.onFullChanged) sink.onFullChanged(false);
+        });
       }
     }
   }
 
-  /// In pieces that a pipe with any room takes whole, so that the thread is never stuck in write().
-  /// Returns 0 or the errno.
+  /// With the mutex, and not when ending: the main queue may be gone then.
+  void tell(std::function<void(OutputSink&)> what) {
+    main.post([self = shared_from_this(), what = std::move(what)] {
+      if (self->owner) what(*self->owner);
+    });
+  }
+
+  /// In pieces that a pipe with any room takes whole. Returns 0 or the errno.
   int writeAll(std::string_view bytes) {
     while (!bytes.empty()) {
-      pollfd ready{.fd = descriptor, .events = POLLOUT, .revents = 0};
-      const int answer = ::poll(&ready, 1, lookAtEnding);
+      pollfd ready{.fd = own.get(), .events = POLLOUT, .revents = 0};
+      const bool isAllowed = !mayWrite || mayWrite();
+      const int answer = ::poll(&ready, isAllowed ? 1 : 0, lookAgain);
       {
         const std::lock_guard lock(mutex);
         if (ending) return ECANCELED;
       }
       if (answer == 0 || (answer < 0 && errno == EINTR)) continue;
-      const ssize_t count =
-          ::write(descriptor, bytes.data(), std::min<std::size_t>(bytes.size(), PIPE_BUF));
+      const auto size = std::min<std::size_t>(bytes.size(), PIPE_BUF);
+      const ssize_t count = isSocket
+                                ? ::send(own.get(), bytes.data(), size, MSG_DONTWAIT | MSG_NOSIGNAL)
+                                : ::write(own.get(), bytes.data(), size);
       if (count >= 0) {
         bytes.remove_prefix(static_cast<std::size_t>(count));
       } else if (errno != EINTR && errno != EAGAIN) {
@@ -70,56 +97,37 @@ struct OutputSink::Impl {
     return 0;
   }
 
-  static constexpr int lookAtEnding = 50;  // milliseconds
+  static constexpr int lookAgain = 50;  // milliseconds
 
-  /// Of a terminal: its writes do not block, also where its user has stopped the output.
-  const Descriptor own;
-  const int descriptor;
-  std::vector<std::function<void()>> waitingForEnd;
-  std::function<void(std::function<void()>)> whenWritten;
-  std::function<void()> whenBroken;
-  std::function<void()> whenRoomAgain;
+  OutputSink* owner;  // null once it is gone; the main queue's
+  MainQueue& main;
+  /// Of a terminal or a pipe an open file of its own: its writes do not wait, also where the user
+  /// has stopped the output, or another writer takes the room.
+  Descriptor own;
+  bool isSocket = false;
+  const std::function<bool()> mayWrite;
   std::mutex mutex;
   std::condition_variable changed;
+  std::vector<std::function<void()>> waitingForEnd;
   std::string waiting;
   std::size_t unwritten = 0;  // bytes, those that the thread is writing included
   bool full = false;
   bool ending = false;
   int broken = 0;  // errno
-  std::thread thread;
 };
 
-OutputSink::OutputSink(MainQueue& main, int descriptor)
-    : impl_(std::make_unique<Impl>(descriptor)) {
-  auto alive = std::make_shared<OutputSink*>(this);
-  impl_->whenBroken = [&main, alive = std::weak_ptr(alive)] {
-    main.post([alive] {
-      const auto self = alive.lock();
-      if (self && (*self)->onBroken) (*self)->onBroken();
-    });
-  };
-  impl_->whenWritten = [&main, alive = std::weak_ptr(alive)](std::function<void()> then) {
-    main.post([alive, then = std::move(then)] {
-      if (alive.lock()) then();
-    });
-  };
-  impl_->whenRoomAgain = [&main, alive = std::weak_ptr(alive)] {
-    main.post([alive] {
-      const auto self = alive.lock();
-      if (self && (*self)->onFullChanged) (*self)->onFullChanged(false);
-    });
-  };
-  // The thread's function holds it, and goes with the sink.
-  impl_->thread = std::thread([impl = impl_.get(), alive = std::move(alive)] { impl->work(); });
+OutputSink::OutputSink(MainQueue& main, int descriptor, std::function<bool()> mayWrite)
+    : impl_(std::make_shared<Impl>(this, main, descriptor, std::move(mayWrite))) {
+  std::thread([impl = impl_] { impl->work(); }).detach();
 }
 
 OutputSink::~OutputSink() {
+  impl_->owner = nullptr;
   {
     const std::lock_guard lock(impl_->mutex);
     impl_->ending = true;
   }
   impl_->changed.notify_all();
-  impl_->thread.join();
 }
 
 void OutputSink::write(std::string_view bytes) {

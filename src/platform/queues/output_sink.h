@@ -12,9 +12,10 @@ class MainQueue;
 
 class OutputSink {
  public:
-  /// The descriptor stays the caller's and must outlive the sink.
-  OutputSink(MainQueue& main, int descriptor);
-  /// Drops what has not been written: whenWritten() says when that is nothing.
+  /// The descriptor stays the caller's. While `mayWrite` is false nothing is written; it is asked
+  /// on the sink's thread, before each piece.
+  OutputSink(MainQueue& main, int descriptor, std::function<bool()> mayWrite = {});
+  /// Drops what has not been written: whenWritten() says when that is nothing. Never waits.
   ~OutputSink();
   OutputSink(const OutputSink&) = delete;
   OutputSink& operator=(const OutputSink&) = delete;
@@ -39,7 +40,7 @@ class OutputSink {
 
  private:
   struct Impl;
-  std::unique_ptr<Impl> impl_;
+  const std::shared_ptr<Impl> impl_;
 };
 
 }  // namespace vantrell

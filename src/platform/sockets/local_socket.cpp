@@ -43,22 +43,23 @@ bool isOwnFolder(const std::string& path) {
 
 }  // namespace
 
-std::expected<std::string, std::string> folder(std::string_view application) {
+std::vector<std::string> folders(std::string_view application) {
+  std::vector<std::string> wanted, usable;
   const char* named = std::getenv("XDG_RUNTIME_DIR");
-  const std::string runtime =
-      named && *named == '/' ? named : fmt::format("/run/user/{}", ::geteuid());
-  const std::string path = isOwnFolder(runtime)
-                               ? fmt::format("{}/{}", runtime, application)
-                               : fmt::format("/tmp/{}-{}", application, ::geteuid());
-  if (::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) {
-    return std::unexpected(
-        fmt::format("The folder {} could not be made: {}.", path, std::strerror(errno)));
+  for (const auto& runtime :
+       {std::string(named ? named : ""), fmt::format("/run/user/{}", ::geteuid())}) {
+    if (runtime.starts_with('/') && isOwnFolder(runtime)) {
+      wanted.push_back(fmt::format("{}/{}", runtime, application));
+    }
   }
-  if (!isOwnFolder(path)) {
-    return std::unexpected(fmt::format("The folder {} belongs to another user.", path));
+  wanted.push_back(fmt::format("/tmp/{}-{}", application, ::geteuid()));
+  for (auto& path : wanted) {
+    const bool isThere = ::mkdir(path.c_str(), 0700) == 0 || errno == EEXIST;
+    if (isThere && isOwnFolder(path) && ::chmod(path.c_str(), 0700) == 0) {
+      usable.push_back(std::move(path));
+    }
   }
-  ::chmod(path.c_str(), 0700);
-  return path;
+  return usable;
 }
 
 std::optional<Descriptor> connect(const std::string& path) {

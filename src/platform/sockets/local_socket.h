@@ -30,10 +30,11 @@ struct Message {
   std::vector<Descriptor> descriptors;
 };
 
-/// The owner-only folder for the sockets of `application`: in XDG_RUNTIME_DIR, else in the user's
-/// folder of /run/user, else in /tmp. Made where it is missing. The error is a sentence: another
-/// user's folder is never used.
-std::expected<std::string, std::string> folder(std::string_view application);
+/// The owner-only folders that sockets of `application` can be in, the best one first: in
+/// XDG_RUNTIME_DIR, in the user's folder of /run/user, in /tmp. Made where they are missing.
+/// Without those that cannot be made or belong to another user, as where XDG_RUNTIME_DIR does after
+/// su.
+std::vector<std::string> folders(std::string_view application);
 
 /// Nullopt where nothing listens, or a process of another user does. Blocks.
 std::optional<Descriptor> connect(const std::string& path);

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <sstream>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -77,7 +78,9 @@ void discardTypedAhead(int descriptor) {
 }
 
 Descriptor openAgain(int descriptor, int access) {
-  if (!isTerminal(descriptor)) return Descriptor();
+  struct stat kind{};
+  const bool isPipe = ::fstat(descriptor, &kind) == 0 && S_ISFIFO(kind.st_mode);
+  if (!isPipe && !isTerminal(descriptor)) return Descriptor();
   const auto path = "/proc/self/fd/" + std::to_string(descriptor);
   return Descriptor(::open(path.c_str(), access | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
 }

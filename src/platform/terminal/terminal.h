@@ -8,8 +8,6 @@
 
 #include "platform/files/descriptor.h"
 
-#include "platform/files/descriptor.h"
-
 namespace vantrell::terminal {
 
 bool isTerminal(int descriptor);
@@ -52,9 +50,10 @@ class SavedMode {
 /// in the background nothing. Of a terminal that a LineReader reads, its discardPending() does it.
 void discardTypedAhead(int descriptor);
 
-/// An open file of our own for the same terminal (`access` as for open()), whose reads or writes do
-/// not block, without changing the mode of the one that other programs share. Not valid where the
-/// descriptor is no terminal, or that is not permitted, as after a change of the user.
+/// An open file of our own for the same terminal or pipe (`access` as for open()), whose reads or
+/// writes do not block, without changing the mode of the one that other programs share. Not valid
+/// where the descriptor is neither, where that is not permitted, as after a change of the user, and
+/// for a pipe whose other end is gone.
 Descriptor openAgain(int descriptor, int access);
 
 /// While it lives, the terminal shows nothing of what is typed, for a secret. What was typed before

@@ -98,7 +98,14 @@ void CommandContext::finish(Outcome outcome) {
   if (std::exchange(hasFinished_, true)) return;
   if (!outcome) complain(outcome.error().text);
   // The engine may be in the middle of a step.
-  main.post([this, status = outcome.value_or(exitStatus::usage)] { close(status); });
+  main.post([this, status = outcome.value_or(exitStatus::usage)] {
+    life_.reset();
+    answers_.reset();
+    reading_.reset();
+    hiding_.reset();
+    hidingSignals_.reset();
+    closeState(status, main.uptime() + waitForGitUnsaid);
+  });
 }
 
 Outcome CommandContext::refused(const Refusal& refusal) {
@@ -123,16 +130,6 @@ void CommandContext::abandon(int status) {
   if (isFinishingOutput_) finishOutput(status);
 }
 
-void CommandContext::close(int status) {
-  answers_.reset();
-  reading_.reset();
-  hiding_.reset();
-  const auto tellsOfGit = main.uptime() + waitForGitUnsaid;
-  if (!pool_) return closeState(status, tellsOfGit);
-  // What goes on there uses what the command keeps.
-  inBackground([] {}, [=, this] { closeState(status, tellsOfGit); });
-}
-
 void CommandContext::waitForOthers(int status) {
   others_->whenOver = [this, status] {
     signals_.reset();
@@ -145,6 +142,11 @@ void CommandContext::waitForOthers(int status) {
 }
 
 void CommandContext::closeState(int status, Duration tellsOfGit) {
+  const auto again = [=, this] { closeState(status, tellsOfGit); };
+  if (pool_ && !pool_->isIdle()) {  // what goes on there uses what the command keeps
+    closesAgain_ = main.after(betweenLooks, again);
+    return;
+  }
   if (caller.app && isOpen_) {
     app().flush();                // others go on there
     model().changes().deliver();  // what could not be saved
@@ -156,7 +158,7 @@ void CommandContext::closeState(int status, Duration tellsOfGit) {
     // A stopped task may leave git at work on its checkpoint or worktree.
     if (model().safety().isAtWork()) {
       if (main.uptime() < tellsOfGit) {
-        gitTimer_ = main.after(betweenLooks, [=, this] { closeState(status, tellsOfGit); });
+        closesAgain_ = main.after(betweenLooks, again);
         return;
       }
       complain("Git is still at work on a checkpoint or a worktree; this ends when that is done.");
@@ -166,8 +168,7 @@ void CommandContext::closeState(int status, Duration tellsOfGit) {
     app_.reset();
   }
   notices_ = {};
-  // What was abandoned may still be waited for by the state that others share.
-  if (!caller.app || !wasAbandoned) kept_.clear();
+  kept_.clear();
   finishOutput(!isSaved_ && status == exitStatus::completed ? exitStatus::failed : status);
 }
 
@@ -369,17 +370,21 @@ void CommandContext::readInput(std::function<void(std::string)> then) {
 // ---- waiting ------------------------------------------------------------------------------------
 
 void CommandContext::inBackground(std::function<void()> work, std::function<void()> then) {
-  if (!pool_) pool_ = std::make_unique<BackgroundPool>(1);
-  pool_->post([this, work = std::move(work), then = std::move(then)]() mutable {
+  pool().post([&main = main, work = std::move(work), then = whileAlive(std::move(then))]() mutable {
     work();
     main.post(std::move(then));
   });
 }
 
+BackgroundPool& CommandContext::pool() {
+  if (!pool_) pool_ = std::make_unique<BackgroundPool>();
+  return *pool_;
+}
+
 void CommandContext::withUserPath(InstalledRuntimes& runtimes, const std::function<bool()>& isFound,
                                   std::function<void()> then) {
   if (hasTerminal() && isFound()) return then();
-  runtimes.readUserPath(std::move(then));
+  runtimes.readUserPath(whileAlive(std::move(then)));
 }
 
 }  // namespace vantrell::shell

@@ -1,7 +1,8 @@
 // What a command is given by its caller, and how it reports its end. A command begins on its
 // caller's main queue and returns; it works through callbacks, with the output, input, folder and
 // environment that it was given, which need not be those of this process. All of it lives until the
-// command has reported its end. Main queue.
+// command has reported its end; what it gives to others to call, it gives as whileAlive(). Main
+// queue.
 #pragma once
 
 #include <functional>
@@ -156,6 +157,15 @@ class CommandContext {
   bool hasFinished() const { return hasFinished_; }
   /// Kept until the end.
   void keep(std::shared_ptr<void> object) { kept_.push_back(std::move(object)); }
+  /// A callback for something that may outlive the command, as the state that others share: it does
+  /// nothing once the command ends.
+  template <typename Body>
+  auto whileAlive(Body body) const {
+    return [life = std::weak_ptr(life_),
+            body = std::move(body)]<typename... Arguments>(Arguments&&... given) mutable {
+      if (!life.expired()) body(std::forward<Arguments>(given)...);
+    };
+  }
 
   // The state. Each of these is called once; where the state cannot be opened, the command ends as
   // failed.
@@ -211,7 +221,9 @@ class CommandContext {
 
   // Waiting.
 
-  /// Does `work` in the background, then `then` here.
+  /// For what may block. The command ends when nothing of it goes on there.
+  BackgroundPool& pool();
+  /// Does `work` there, then `then` here.
   void inBackground(std::function<void()> work, std::function<void()> then);
   /// Goes on once `isFound` holds or the PATH of the user's login shell counts in every search. A
   /// process that was started in a terminal has that PATH already; what a desktop menu, a timer or
@@ -221,12 +233,12 @@ class CommandContext {
                     std::function<void()> then);
 
  private:
-  void close(int status);
   void waitForOthers(int status);
   void closeState(int status, Duration tellsOfGit);
   void finishOutput(int status);
 
   const std::function<void(int)> ended_;
+  std::shared_ptr<char> life_ = std::make_shared<char>();
   std::unique_ptr<BackgroundPool> pool_;
   std::unique_ptr<VantrellApp> app_;
   std::unique_ptr<OtherCommands> others_;
@@ -241,7 +253,7 @@ class CommandContext {
   std::shared_ptr<LineReader> reading_;
   std::unique_ptr<terminal::HiddenTyping> hiding_;
   std::shared_ptr<void> hidingSignals_;
-  Timer gitTimer_;
+  Timer closesAgain_;
   std::vector<std::shared_ptr<void>> kept_;
 };
 

@@ -93,7 +93,7 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
 
   void introduce(const Side& side, std::size_t known) {
     introduceRun(context_, *side.printer, side.key, side.chosen, choices_, known);
-    for (const auto& note : model().safety().notes()) {
+    for (const auto& note : model().safety().notes(side.key)) {
       if (notesTold_.insert(note).second) context_.complain(onOneLine(note));
     }
   }

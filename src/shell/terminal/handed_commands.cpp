@@ -1,19 +1,19 @@
 #include "shell/terminal/handed_commands.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include "platform/queues/dispatch.h"
 #include "platform/terminal/terminal.h"
 #include "shell/terminal/begin_command.h"
 
 namespace vantrell::shell {
 
+constexpr std::chrono::milliseconds momentToEnd{300};
+
 std::expected<std::unique_ptr<HandedCommands>, std::string> HandedCommands::listen(
     MainQueue& main, VantrellApp& app) {
   auto handed = std::unique_ptr<HandedCommands>(new HandedCommands(main, app));
   auto server = CommandServer::listen(
-      main, [self = handed.get()](auto incoming) { self->begin(std::move(incoming)); });
+      main, UserFolders{}.orOwn().support,
+      [self = handed.get()](auto incoming) { self->begin(std::move(incoming)); });
   if (!server) return std::unexpected(std::move(server.error()));
   handed->server_ = *std::move(server);
   return handed;
@@ -23,7 +23,7 @@ void HandedCommands::begin(std::shared_ptr<IncomingCommand> incoming) {
   if (refusesNew_) {
     return incoming->refuse("The Vantrell that is running is about to end. Try again.");
   }
-  const auto handed = commands_.insert(commands_.end(), {incoming, nullptr});
+  const auto handed = commands_.insert(commands_.end(), {.incoming = incoming});
   Caller caller{
       .input = incoming->input.get(),
       .streams = {.output = incoming->output.get(), .error = incoming->error.get()},
@@ -39,28 +39,22 @@ void HandedCommands::begin(std::shared_ptr<IncomingCommand> incoming) {
   handed->context =
       beginCommand(main_, std::move(caller), readArguments(incoming->command.arguments),
                    [this, handed](int status) { ended(handed, status); });
-  incoming->onUnwatchedSignal = [context = handed->context.get()](int number) {
-    context->abandon(128 + number);
+  incoming->onUnwatchedSignal = [this, handed](int number) {
+    handed->signal = number;
+    handed->context->abandon(128 + number);
+    // Alone it would be gone already; here its work in the background has to be waited for.
+    handed->momentToEnd = main_.after(
+        momentToEnd, [incoming = handed->incoming, number] { incoming->endBySignal(number); });
   };
 }
 
 void HandedCommands::ended(std::list<Handed>::iterator handed, int status) {
   handed->incoming->onUnwatchedSignal = nullptr;
-  handed->incoming->end(status);
-  if (handed->context->wasAbandoned) {
-    // The state may still call back what it was in the middle of. Its streams must close.
-    const Descriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC));
-    const auto& incoming = *handed->incoming;
-    for (const auto* each : {&incoming.input, &incoming.output, &incoming.error}) {
-      ::dup3(null.get(), each->get(), O_CLOEXEC);
-    }
-    abandoned_.splice(abandoned_.end(), commands_, handed);
-    if (abandoned_.size() > mostAbandoned) abandoned_.pop_front();
-  } else {
-    // The context is in the middle of its last step.
-    main_.post([over = std::make_shared<Handed>(std::move(*handed))] {});
-    commands_.erase(handed);
-  }
+  handed->signal != 0 ? handed->incoming->endBySignal(handed->signal)
+                      : handed->incoming->end(status);
+  // The context is in the middle of its last step.
+  main_.post([over = std::make_shared<Handed>(std::move(*handed))] {});
+  commands_.erase(handed);
   if (commands_.empty() && whenOver) std::exchange(whenOver, nullptr)();
 }
 

@@ -26,7 +26,9 @@ class HandedCommands final : public OtherCommands {
  private:
   struct Handed {
     std::shared_ptr<IncomingCommand> incoming;
-    std::unique_ptr<CommandContext> context;
+    std::unique_ptr<CommandContext> context{};
+    int signal = 0;       // which has ended it
+    Timer momentToEnd{};  // after which its caller waits no longer
   };
   HandedCommands(MainQueue& main, VantrellApp& app) : main_(main), app_(app) {}
   void begin(std::shared_ptr<IncomingCommand> incoming);
@@ -35,10 +37,6 @@ class HandedCommands final : public OtherCommands {
   MainQueue& main_;
   VantrellApp& app_;
   std::list<Handed> commands_;
-  /// What the state was asked for answers long before so many more were abandoned; each holds
-  /// threads and descriptors.
-  static constexpr std::size_t mostAbandoned = 32;
-  std::list<Handed> abandoned_;
   bool refusesNew_ = false;
   std::unique_ptr<CommandServer> server_;
 };

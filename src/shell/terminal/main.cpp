@@ -1,5 +1,4 @@
 // vantrell: the entry point in the terminal.
-#include <csignal>
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -22,12 +21,13 @@ namespace {
 /// For what the agents started to end.
 constexpr std::chrono::milliseconds endOfChildren{5000}, whenAbandoned{200};
 
-/// The exit status of the command where the process that owns the state has carried it out.
-std::optional<int> handOverTo(const UserFolders& folders, const std::vector<std::string>& arguments,
-                              const Caller& caller) {
+/// How the command ended where the process that owns the state has carried it out.
+std::optional<HandedCommandEnd> handOverTo(const UserFolders& folders,
+                                           const std::vector<std::string>& arguments,
+                                           const Caller& caller) {
   const auto owner = folders.owner();
   if (!owner) return std::nullopt;
-  return handOver(*owner,
+  return handOver(*owner, folders.support,
                   {.version = std::string(applicationVersion),
                    .folder = caller.folder,
                    .arguments = arguments,
@@ -50,12 +50,16 @@ int main(int count, char** words) {
                 .streams = {.output = STDOUT_FILENO, .error = STDERR_FILENO},
                 .folder = files::standardized("."),
                 .environment = currentEnvironment(),
-                .watchSignals = [&loop](std::function<void(int)> handler) -> std::shared_ptr<void> {
-                  return loop.watchSignals({SIGINT, SIGTERM, SIGHUP}, std::move(handler));
+                .watchSignals = [&loop, heard = signalsOfUser()](
+                                    std::function<void(int)> handler) -> std::shared_ptr<void> {
+                  return loop.watchSignals(heard, std::move(handler));
                 }};
   caller.acceptCommands = [&loop](VantrellApp& app) { return HandedCommands::listen(loop, app); };
   if (invocation && canBeHandedOver(*invocation)) {
-    if (const auto status = handOverTo(UserFolders{}.orOwn(), arguments, caller)) return *status;
+    if (const auto end = handOverTo(UserFolders{}.orOwn(), arguments, caller)) {
+      if (end->signal != 0) endBySignal(end->signal);
+      return end->status;
+    }
   }
   int status = exitStatus::failed;
   const auto context = beginCommand(loop, std::move(caller), std::move(invocation), [&](int ended) {

@@ -236,12 +236,13 @@ void showRoute(CommandContext& context) {
     for (const auto& each : model.router().routingPreview(key).candidates) {
       providers.push_back(each.provider);
     }
-    prepareAll(app, std::move(providers), [&context, &model, key] {
+    const auto show = [&context, &model, key] {
       const auto preview = model.router().routingPreview(key);
       const auto next = model.router().expectedProvider({}, key);
       context.finish(context.report(asJson(model.settings(), preview),
                                     inWords(context.console, model.settings(), preview, next)));
-    });
+    };
+    prepareAll(app, std::move(providers), context.whileAlive(show));
   });
 }
 

@@ -346,11 +346,6 @@ Outcome removeHook(CommandContext& context, AppModel& model, const Uuid& project
                        [&] { report(context, *hook, project, "removed"); });
 }
 
-struct HookRun {
-  BackgroundPool pool{1};
-  std::shared_ptr<ProjectHookService> service;
-};
-
 /// Without the state: the hook may use this program itself.
 void runHook(CommandContext& context) {
   const auto stored = context.stored();
@@ -359,10 +354,9 @@ void runHook(CommandContext& context) {
   if (!place) return context.misused(place.error());
   const auto hook = findHook(context, storedHooks(place->project, context.main.now()));
   if (!hook) return context.misused(hook.error());
-  const auto run = std::make_shared<HookRun>();
-  context.keep(run);
-  run->service = std::make_shared<ProjectHookService>(context.main, run->pool);
-  run->service->run(*hook, place->folder, [&context](const ProjectHookOutcome& outcome) {
+  const auto service = std::make_shared<ProjectHookService>(context.main, context.pool());
+  context.keep(service);
+  service->run(*hook, place->folder, [&context](const ProjectHookOutcome& outcome) {
     context.console.write(sanitized(outcome.text) + "\n");
     context.finish(outcome.succeeded ? exitStatus::completed : exitStatus::failed);
   });

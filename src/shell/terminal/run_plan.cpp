@@ -237,10 +237,11 @@ void whetherAvailable(CommandContext& context, VantrellApp& app, AgentProvider p
     return app.model().router().providerAvailable(provider, task, choices);
   };
   if (provider == AgentProvider::local && choices.practiceAgent) return then(isAvailable());
-  app.services().prepare(provider, [&context, &app, isAvailable, then = std::move(then)] {
-    context.withUserPath(app.model().runtimes(), isAvailable,
-                         [isAvailable, then] { then(isAvailable()); });
-  });
+  app.services().prepare(provider,
+                         context.whileAlive([&context, &app, isAvailable, then = std::move(then)] {
+                           context.withUserPath(app.model().runtimes(), isAvailable,
+                                                [isAvailable, then] { then(isAvailable()); });
+                         }));
 }
 
 std::string whatToDoFor(const VantrellApp& app, AgentProvider provider) {
@@ -351,7 +352,7 @@ class Run : public std::enable_shared_from_this<Run> {
   }
 
   void probe(std::function<void()> then) {
-    model().router().probeForNextTurn({}, task_, std::move(then));
+    model().router().probeForNextTurn({}, task_, context_.whileAlive(std::move(then)));
   }
 
   std::optional<AgentProvider> expected() { return model().router().expectedProvider({}, task_); }
@@ -404,9 +405,9 @@ class Run : public std::enable_shared_from_this<Run> {
     if (key == *opened) {
       introduce(0);
     } else {
-      job->beforeFirstEntry = [this, introduce] {
+      job->beforeFirstEntry = [this, introduce, key] {
         introduce(1);
-        tellAboutWorktree();
+        tellAboutWorktree(key);
       };
     }
     const bool hearsPrompts =
@@ -423,9 +424,9 @@ class Run : public std::enable_shared_from_this<Run> {
   }
 
   /// A new conversation may work elsewhere than its source.
-  void tellAboutWorktree() {
-    for (const auto& note : model().safety().notes()) context_.complain(onOneLine(note));
-    if (const auto& why = model().branches().whyShared()) {
+  void tellAboutWorktree(const ThreadExecutionKey& key) {
+    for (const auto& note : model().safety().notes(key)) context_.complain(onOneLine(note));
+    if (const auto& why = model().branches().whyShared(key)) {
       context_.complain(
           fmt::format("It works in the project's own folder, not in a worktree. {}", *why));
     }

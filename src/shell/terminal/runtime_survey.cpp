@@ -33,11 +33,15 @@ std::shared_ptr<RuntimeSurvey> RuntimeSurvey::of(CommandContext& context) {
 RuntimeSurvey::RuntimeSurvey(CommandContext& context)
     : context_(context),
       defaults_(storedOrNone(context)),
-      programs_(VantrellApp::programsOfThisSession(context.main, pool_, nullptr, *defaults_)),
+      programs_(
+          VantrellApp::programsOfThisSession(context.main, context.pool(), nullptr, *defaults_)),
       changes_(context.main),
       runtimes_(std::make_shared<InstalledRuntimes>(changes_, programs_)),
-      secrets_(UserFolders{}.orOwn().secretStore(), context.main, pool_),
-      services_({.main = context.main, .pool = pool_, .defaults = *defaults_, .secrets = secrets_}),
+      secrets_(UserFolders{}.orOwn().secretStore(), context.main, context.pool()),
+      services_({.main = context.main,
+                 .pool = context.pool(),
+                 .defaults = *defaults_,
+                 .secrets = secrets_}),
       observation_(changes_.observe([this](const ChangeBatch&) {
         if (answered_) whenAnswered(std::exchange(answered_, nullptr));
       })) {}
@@ -47,17 +51,17 @@ void RuntimeSurvey::whenAnswered(std::function<void()> then) {
     answered_ = std::move(then);
   } else {
     waitTimer_.cancel();
-    context_.main.post(std::move(then));
+    context_.main.post(context_.whileAlive(std::move(then)));
   }
 }
 
 void RuntimeSurvey::askAll(std::function<void()> then) {
   for (const auto provider : {AgentProvider::local, AgentProvider::tasklet}) {
     ++servicesAsked_;
-    services_.prepare(provider, [this] {
+    services_.prepare(provider, context_.whileAlive([this] {
       --servicesAsked_;
       changes_.mark(topics::runtimes);
-    });
+    }));
   }
   if (context_.console.errorStyle().isLive()) {
     waitTimer_ = context_.main.after(std::chrono::seconds(1), [&console = context_.console] {
@@ -101,19 +105,20 @@ views::ProviderFacts RuntimeSurvey::facts(AgentProvider provider) const {
 
 void RuntimeSurvey::askModels(AgentProvider provider, std::function<void(Models)> then) {
   if (provider == AgentProvider::local) {
-    return services_.prepare(provider, [this, provider, then = std::move(then)] {
-      const bool areReported = services_.localRuntimeStatus().connection() != nullptr;
-      modelsKnown(provider, {.areReported = areReported}, then);
-    });
+    return services_.prepare(
+        provider, context_.whileAlive([this, provider, then = std::move(then)] {
+          const bool areReported = services_.localRuntimeStatus().connection() != nullptr;
+          modelsKnown(provider, {.areReported = areReported}, then);
+        }));
   }
   if (!tellsModels(provider)) return modelsKnown(provider, {}, then);
   find(provider, [this, provider, then = std::move(then)](const auto& program) {
-    const auto told = [this, provider, then](DiscoveredModels found) {
+    const auto told = context_.whileAlive([this, provider, then](DiscoveredModels found) {
       // The provider's own choice alone is what is known when the program did not tell.
       Models models{.usage = std::move(found.usage), .areReported = found.models.size() > 1};
       if (models.areReported) models.options = std::move(found.models);
       modelsKnown(provider, std::move(models), then);
-    };
+    });
     const bool isAsked =
         program && discoverModels(provider, context_.main, programs_, files::homeFolder(), told);
     if (!isAsked) modelsKnown(provider, {}, then);
@@ -147,7 +152,7 @@ void RuntimeSurvey::resetCodexUsage(
     CodexDiscovery::consumeUsageReset({.executable = *program,
                                        .workspacePath = files::homeFolder(),
                                        .environment = CodexLocator::subscriptionEnvironment()},
-                                      context_.main, pool_, then);
+                                      context_.main, context_.pool(), context_.whileAlive(then));
   });
 }
 

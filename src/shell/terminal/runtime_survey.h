@@ -46,7 +46,6 @@ class RuntimeSurvey {
 
   CommandContext& context_;
   const std::unique_ptr<UserDefaults> defaults_;
-  BackgroundPool pool_;
   const RuntimePrograms programs_;
   Changes changes_;
   const std::shared_ptr<InstalledRuntimes> runtimes_;

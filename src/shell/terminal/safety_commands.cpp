@@ -198,18 +198,21 @@ Outcome listCheckpoints(CommandContext& context, const TaskView& task) {
 }
 
 /// For the safety service: what it had to say, then the report.
-TaskSafety::Done whenSafe(CommandContext& context, std::function<void()> report) {
+TaskSafety::Done whenSafe(CommandContext& context, const ThreadExecutionKey& key,
+                          std::function<void()> report) {
   // A restore that is left half way is the worst of all ends.
   const auto signal = std::make_shared<int>(0);
   context.keep(context.caller.watchSignals([&context, signal](int number) {
     *signal = number;
     context.complain("This cannot stop half way. It is finished first.");
   }));
-  return [&context, signal, report = std::move(report)](const Result<>& done) {
-    for (const auto& note : context.model().safety().notes()) context.complain(onOneLine(note));
-    const auto outcome = context.after(done, report);
-    context.finish(done && *signal != 0 ? 128 + *signal : outcome);
-  };
+  return context.whileAlive(
+      [&context, key, signal, report = std::move(report)](const Result<>& done) {
+        for (const auto& note : context.model().safety().notes(key))
+          context.complain(onOneLine(note));
+        const auto outcome = context.after(done, report);
+        context.finish(done && *signal != 0 ? 128 + *signal : outcome);
+      });
 }
 
 void makeCheckpoint(CommandContext& context) {
@@ -224,7 +227,7 @@ void makeCheckpoint(CommandContext& context) {
     const bool isNamed = context.arguments.words.size() > 1;
     model.safety().createCheckpoint(key,
                                     isNamed ? text::repaired(context.word(1)) : "Manual checkpoint",
-                                    whenSafe(context, report));
+                                    whenSafe(context, key, report));
   });
 }
 
@@ -252,7 +255,7 @@ void restoreCheckpoint(CommandContext& context) {
                     shortID(chosen.id), onOneLine(chosen.label),
                     ago(chosen.createdAt, context.main.now())),
         [&context, &model, key, chosen, report] {
-          model.safety().restoreCheckpoint(key, chosen, whenSafe(context, report));
+          model.safety().restoreCheckpoint(key, chosen, whenSafe(context, key, report));
         });
   });
 }
@@ -270,7 +273,7 @@ void isolate(CommandContext& context) {
       }
     };
     model.safety().setTaskWorkspaceMode(key, TaskWorkspaceMode::isolated,
-                                        whenSafe(context, report));
+                                        whenSafe(context, key, report));
   });
 }
 

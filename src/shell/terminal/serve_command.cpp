@@ -150,8 +150,7 @@ class SystemctlCalls : public std::enable_shared_from_this<SystemctlCalls> {
 
  private:
   CommandContext& context_;
-  BackgroundPool pool_{1};
-  ProgramRunner runner_{context_.main, pool_};
+  ProgramRunner runner_{context_.main, context_.pool()};
   const std::vector<std::vector<std::string>> calls_;
   std::size_t next_ = 0;
 };

@@ -144,9 +144,9 @@ void set(CommandContext& context, const SettingRow& row, std::string_view text) 
 void storeWebhook(CommandContext& context, const std::string& address, std::string_view done) {
   context.open({}, [&](VantrellApp& app) {
     app.model().settingsOperations().changeSecret(
-        "tasklet-webhook", address, [&context, done](const Result<>& saved) {
+        "tasklet-webhook", address, context.whileAlive([&context, done](const Result<>& saved) {
           context.finish(context.after(saved, [&] { context.tell(done); }));
-        });
+        }));
   });
 }
 
