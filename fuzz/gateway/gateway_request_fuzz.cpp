@@ -31,17 +31,18 @@ std::pair<State, GatewayRequest> read(std::string_view bytes, std::size_t piece)
 void check(const GatewayRequest& request) {
   require(!request.method.empty() && !request.path.contains('?') && !request.path.contains(' '));
   require(std::ranges::none_of(request.method, [](char c) { return c >= 'a' && c <= 'z'; }));
-  for (const auto& [name, value] : request.headers) {
+  const auto headers = request.headers.all();
+  for (const auto& [name, value] : headers) {
     require(!name.empty() && !name.contains("\r\n") && !value.contains("\r\n"));
     require(std::ranges::none_of(name, [](char c) { return (c >= 'A' && c <= 'Z') || c == ':'; }));
   }
-  const auto* length = request.header("content-length");
-  require(request.body.size() == (length ? std::strtoul(length->c_str(), nullptr, 10) : 0));
+  const std::string length(request.headers.find("content-length").value_or("0"));
+  require(request.body.size() == std::strtoul(length.c_str(), nullptr, 10));
   require(request.body.size() <= RequestReader::longestBody);
 
   // What a caller has sent comes back in headers.
   GatewayResponse response{.body = request.body, .headers = {{"X-Path", request.path}}};
-  if (!request.headers.empty()) response.headers["X-First"] = request.headers.begin()->second;
+  if (!headers.empty()) response.headers["X-First"] = headers.front().second;
   const auto text = httpText(response);
   const auto end = text.find("\r\n\r\n");
   require(text.substr(end + 4) == request.body);

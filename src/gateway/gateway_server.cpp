@@ -60,7 +60,8 @@ GatewayResponse unavailable() {
 
 /// Some callers send a body without a length, or more than its length.
 bool hasNoBody(const GatewayRequest& request) {
-  return request.method == "GET" && request.body.empty() && !request.header("transfer-encoding");
+  return request.method == "GET" && request.body.empty() &&
+         !request.headers.find("transfer-encoding");
 }
 
 }  // namespace
@@ -245,7 +246,7 @@ class GatewayServer::Impl : public std::enable_shared_from_this<Impl> {
     from.mayStillSend = from.reader.hasMore();
     auto request = from.reader.take();
     from.mayStillSend |= !hasNoBody(request);
-    from.served = request.body.size() + request.headers.size() * bytesOfHeader;
+    from.served = request.size();
     servingBytes_ += from.served;
     auto answer = std::make_shared<Answer>(*thread_, weak_from_this(), *from.place);
     main_.post(weakly(this, [request = std::move(request), answer](Impl& self) mutable {
@@ -353,7 +354,6 @@ class GatewayServer::Impl : public std::enable_shared_from_this<Impl> {
 
   std::weak_ptr<TcpListener> accepting_;
   // Each with the one that has been silent longest first.
-  static constexpr std::size_t bytesOfHeader = 128;  // a name and a value, as they are kept
   List reading_;
   List serving_;   // the main queue has the request
   List answered_;  // until the response has gone out

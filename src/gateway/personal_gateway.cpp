@@ -78,7 +78,7 @@ Result<> PersonalGateway::apply() {
 
 void PersonalGateway::handle(GatewayRequest request, const GatewayServer::Respond& respond) {
   // Before the key is looked at: a page that has got hold of one must not be able to use it.
-  if (request.header("origin")) {
+  if (request.headers.find("origin")) {
     return respond(GatewayResponse::error(
         403, "browser_clients_disabled",
         "Call Personal Gateway from your website backend, never browser JavaScript."));

@@ -80,7 +80,7 @@ std::optional<std::size_t> readHead(std::string_view head, GatewayRequest* reque
       if (!given) return std::nullopt;
       length = *given;
     }
-    if (request) request->headers.insert_or_assign(std::move(name), value);
+    if (request) request->headers.add(name, value);
   }
   return length;
 }

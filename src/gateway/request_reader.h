@@ -1,9 +1,6 @@
 // Reads one HTTP/1.1 request from the bytes of a connection as they arrive. Pure, any thread; the
 // work is linear in the bytes however they are cut into pieces.
 //
-// Until the request is complete only its bytes are held: a head of many small headers takes far
-// more memory once it is read.
-//
 // It is strict about what it takes and has no support for chunked bodies. Of two headers of the
 // same name the last one counts. Lines end with CR LF: a bare LF or a NUL is part of its line.
 #pragma once
@@ -35,7 +32,7 @@ class RequestReader {
   /// The request; once, when complete.
   GatewayRequest take();
   /// The bytes that are held.
-  std::size_t size() const { return buffer_.size(); }
+  std::size_t size() const { return buffer_.empty() ? 0 : buffer_.capacity(); }
 
  private:
   std::string buffer_;

@@ -26,16 +26,14 @@ std::string hashOf(std::string_view secret) {
   return crypto::base64(crypto::sha256(secret));
 }
 
-std::string_view shownIn(const std::map<std::string, std::string>& headers) {
-  if (const auto found = headers.find("authorization"); found != headers.end()) {
-    const std::string_view value = found->second;
-    const auto space = value.find(' ');
-    if (space != std::string_view::npos && text::lowercased(value.substr(0, space)) == "bearer") {
-      return withoutBlanks(value.substr(space));
+std::string_view shownIn(const GatewayHeaders& headers) {
+  if (const auto value = headers.find("authorization")) {
+    const auto space = value->find(' ');
+    if (space != std::string_view::npos && text::lowercased(value->substr(0, space)) == "bearer") {
+      return withoutBlanks(value->substr(space));
     }
   }
-  const auto found = headers.find("x-api-key");
-  return found == headers.end() ? std::string_view() : withoutBlanks(found->second);
+  return withoutBlanks(headers.find("x-api-key").value_or(""));
 }
 
 }  // namespace vantrell::siteKeySecret

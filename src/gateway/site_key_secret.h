@@ -1,9 +1,10 @@
 // The secrets that callers of the gateway show. Pure functions, any thread.
 #pragma once
 
-#include <map>
 #include <string>
 #include <string_view>
+
+#include "gateway/gateway_message.h"
 
 namespace vantrell::siteKeySecret {
 
@@ -12,8 +13,7 @@ std::string generate();
 /// What is stored of a secret, in Base64.
 std::string hashOf(std::string_view secret);
 /// The secret that a request shows: its bearer token, else its x-api-key; empty where it shows
-/// none. An authorization of another scheme does not hide the x-api-key. The names of the headers
-/// are in lower case.
-std::string_view shownIn(const std::map<std::string, std::string>& headers);
+/// none. An authorization of another scheme does not hide the x-api-key.
+std::string_view shownIn(const GatewayHeaders& headers);
 
 }  // namespace vantrell::siteKeySecret

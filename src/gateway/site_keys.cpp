@@ -79,7 +79,7 @@ Result<> SiteKeys::remove(const Uuid& id) {
   return {};
 }
 
-const SiteKey* SiteKeys::authenticate(const std::map<std::string, std::string>& headers) {
+const SiteKey* SiteKeys::authenticate(const GatewayHeaders& headers) {
   const auto secret = siteKeySecret::shownIn(headers);
   if (secret.empty()) return nullptr;
   const std::string hash = siteKeySecret::hashOf(secret);

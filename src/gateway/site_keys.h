@@ -2,13 +2,13 @@
 // once, to the user who creates it; only its hash is stored. Main queue.
 #pragma once
 
-#include <map>
 #include <set>
 #include <string>
 #include <string_view>
 
 #include "engine/core/changes.h"
 #include "engine/core/refusal.h"
+#include "gateway/gateway_message.h"
 #include "gateway/gateway_records.h"
 
 namespace vantrell {
@@ -52,8 +52,8 @@ class SiteKeys {
   Result<> remove(const Uuid& id);
 
   /// The key that a request brings as a bearer token or in x-api-key; null where it brings none
-  /// that is known. The names of the headers are in lower case. The key counts as used now.
-  const SiteKey* authenticate(const std::map<std::string, std::string>& headers);
+  /// that is known. The key counts as used now.
+  const SiteKey* authenticate(const GatewayHeaders& headers);
 
   static constexpr std::string_view invalidKey =
       "Provide a valid site key as a Bearer token or x-api-key.";

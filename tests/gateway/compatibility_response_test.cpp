@@ -126,6 +126,14 @@ TEST(CompatibilityResponse, Messages) {
                 event("content_block_stop", R"(,"index":1)") + end("tool_use", "0"));
 }
 
+TEST(CompatibilityResponse, CountsOfTokensMayBeAnything) {
+  const auto response = translateCompatibility(
+      R"({"choices":[{"message":{"content":"a"}}],"usage":{"prompt_tokens":9223372036854775807,)"
+      R"("completion_tokens":2}})",
+      {.route = CompatibilityRoute::openAIResponses}, Date(0));
+  EXPECT_TRUE(response.body.contains(R"("total_tokens":9223372036854775807)")) << response.body;
+}
+
 TEST(CompatibilityResponse, FailuresOfTheRuntimeHaveTheirOwnErrors) {
   using Result = std::expected<HttpResponse, HttpError>;
   const auto ok = [](std::string body) { return Result({200, {}, std::move(body)}); };

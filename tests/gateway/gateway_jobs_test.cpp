@@ -8,6 +8,7 @@
 #include "runtimes/catalog/provider_connectors.h"
 #include "support/acp_agent_script.h"
 #include "support/environment.h"
+#include "support/fake_agent_client.h"
 
 namespace vantrell::tests {
 namespace {
@@ -143,6 +144,45 @@ TEST_F(GatewayJobsTest, CancellingEndsAJobInEachState) {
   }
 }
 
+TEST_F(GatewayJobsTest, ClientThatEndsWhileItIsCancelledTouchesNoOtherJob) {
+  const std::pair<const char*, std::function<void(const Caller&, const std::string&)>> ways[] = {
+      {"cancelled", [&](const auto& caller, const auto& path) { post(caller, path + "/cancel"); }},
+      {"revoked",
+       [&](const auto& caller, const auto&) { EXPECT_TRUE(jobs->revokeKey(caller.id)); }},
+      {"barred", [&](const auto&, const auto&) {
+         providers.connectors[kimi].billingMode = ProviderBillingMode::meteredAPI;
+         settings.recordNoMeteredAPIs(true);
+         main.runReady();
+       }}};
+  for (const auto& [way, end] : ways) {
+    SCOPED_TRACE(way);
+    std::vector<std::shared_ptr<FakeAgentClient>> clients;
+    for (const auto each : {codex, kimi}) {
+      providers.connectors[each].makeClient = [&, each](const auto&) {
+        clients.push_back(std::make_shared<FakeAgentClient>(each));
+        clients.back()->endsOnCancel = true;
+        return clients.back();
+      };
+    }
+    const auto caller = makeKey(way, {kimi});
+    const auto first = job(caller, "one", {{"provider", "kimi"}});
+    const auto next = job(site, "two");
+    ASSERT_EQ(clients.size(), 1u);
+    clients[0]->opens("s");
+    end(caller, first);
+    ASSERT_EQ(clients.size(), 2u);
+    EXPECT_EQ(clients[0]->cancels, 1);
+    EXPECT_EQ(clients[1]->stops, 0);
+    EXPECT_EQ(status(site, next), "starting");
+    const auto ended = jobs->find(idIn(first));
+    EXPECT_EQ(ended ? rawText(ended->status) : "revoked",
+              way == std::string("barred") ? "failed" : way);
+    clients[1]->opens("s");
+    clients[1]->finishes();
+    EXPECT_EQ(status(site, next), "completed");
+  }
+}
+
 TEST_F(GatewayJobsTest, RestartFailsWhatWasAtWorkAndRunsWhatWaited) {
   for (const std::string state : {"starting", "working", "waiting_for_approval"}) {
     SCOPED_TRACE(state);
@@ -233,10 +273,18 @@ TEST_F(GatewayJobsTest, RequestsAreCheckedInOrder) {
       {"", 202, with({{"prompt", "  " + longest + "\n"}, {"permission_mode", "auto"}})},
       {"", 202, with({{"model", " "}, {"effort", "high"}})},
   };
+  int looks = 0;
+  providers.known = [](AgentProvider) { return false; };
+  providers.findOut = [&](AgentProvider, const auto& done) {
+    ++looks;
+    done();
+  };
   for (const auto& [code, status, request] : cases) {
+    looks = 0;
     const auto answer = submit(caller, "hello", request);
     EXPECT_EQ(answer.code(), code);
     EXPECT_EQ(answer.status, status) << code;
+    EXPECT_EQ(looks > 0, status == 202 || status == 409) << "whether it is ready is asked last";
   }
   EXPECT_EQ(ask(caller, "POST", "/v1/jobs", "").code(), "invalid_job");
   EXPECT_TRUE(main.runUntil([&] { return jobs->unfinishedCount() == 0; }));

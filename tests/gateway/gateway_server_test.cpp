@@ -7,6 +7,7 @@
 #include <netinet/tcp.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <thread>
 
 #include "platform/files/descriptor.h"
 #include "platform/queues/manual_main_queue.h"
@@ -156,6 +157,61 @@ TEST_F(GatewayServerTest, TheLongestBodyIsTakenAndALongerOneRefused) {
       HasSubstr(R"({"code":"request_too_large","message":"The request body is too large."})"));
 }
 
+/// Bytes that are not read would reset the connection, and with it the response.
+TEST_F(GatewayServerTest, ACallerThatSendsOnGetsItsAnswer) {
+  const std::string more(std::size_t{4} << 20, 'x');
+  for (const std::string head :
+       {"GET / HTTP/1.1\r\n\r\n", "POST / HTTP/1.1\r\nContent-Length: 2\r\n\r\nab",
+        "POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n", "POST / HTTP/1.1\r\n\r\n",
+        "bad\r\n\r\n"}) {
+    SCOPED_TRACE(head);
+    Caller caller(server_.port());
+    std::thread sending([&] { EXPECT_TRUE(caller.send(head) && caller.send(more)); });
+    EXPECT_TRUE(waitFor([&] { return caller.read(); }));
+    EXPECT_THAT(caller.received(), StartsWith(head[0] == 'b' ? "HTTP/1.1 400 " : "HTTP/1.1 200 "));
+    sending.join();
+  }
+}
+
+TEST_F(GatewayServerTest, TheEndAnswersThoseThatWait) {
+  auto server = std::make_unique<GatewayServer>(main_);
+  GatewayServer::Respond respond;
+  server->onRequest = [&](const GatewayRequest&, GatewayServer::Respond later) { respond = later; };
+  ASSERT_TRUE(server->start("127.0.0.1", 0));
+  Caller caller(server->port());
+  Caller half(server->port());
+  caller.send("POST / HTTP/1.1\r\n\r\n");
+  half.send("GET");
+  ASSERT_TRUE(waitFor([&] { return respond != nullptr; }));
+  std::thread reading([&] {
+    while (!caller.read()) std::this_thread::yield();
+    caller.endSending();
+  });
+  server = nullptr;
+  reading.join();
+  EXPECT_THAT(caller.received(), HasSubstr("Personal Gateway is unavailable."));
+  EXPECT_EQ(answerTo(half), "");
+  respond({});  // changes nothing any more
+}
+
+TEST_F(GatewayServerTest, WithoutDescriptorsItFailsWithASentence) {
+  rlimit files{};
+  ::getrlimit(RLIMIT_NOFILE, &files);
+  Descriptor next(::dup(0));
+  const auto free = static_cast<rlim_t>(next.get());
+  next.reset();
+  for (const rlim_t count : {0, 1, 2}) {  // for the listener, then for what waits for it
+    GatewayServer server(main_);
+    const rlimit few{free + count, files.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &few);
+    const auto started = server.start("127.0.0.1", 0);
+    ::setrlimit(RLIMIT_NOFILE, &files);
+    ASSERT_FALSE(started) << count;
+    EXPECT_THAT(started.error().description, HasSubstr(": Too many open files."));
+    EXPECT_EQ(server.state().phase, GatewayServer::Phase::failed);
+  }
+}
+
 TEST_F(GatewayServerTest, ADroppedAnswerAndAMissingHandlerAre503) {
   server_.onRequest = [](const GatewayRequest&, const GatewayServer::Respond&) {};
   EXPECT_THAT(exchange({projects}), HasSubstr("Personal Gateway is unavailable."));
@@ -249,7 +305,7 @@ TEST_F(GatewayServerTest, ServesOnWhenTheProcessHasNoDescriptorsLeft) {
   EXPECT_THAT(answer, StartsWith("HTTP/1.1 200 "));
 }
 
-TEST_F(GatewayServerTest, ResponsesThatNobodyReadsGiveWay) {
+TEST_F(GatewayServerTest, UnreadResponsesGiveWay) {
   const std::string large(std::size_t{32} << 20, 'x');
   server_.onRequest = [&](const GatewayRequest& request, const GatewayServer::Respond& respond) {
     respond({.body = request.path == "/large" ? large : ""});

@@ -52,6 +52,9 @@ TEST(JobHistory, OldestEventGoes) {
   EXPECT_EQ(changed.events.size(), 200u);
   EXPECT_EQ(changed.events.front().message, "1");
   EXPECT_EQ(changed.events.back().message, "200");
+  finish(changed, failed, std::string(5000, 'x'), Date(0));
+  EXPECT_EQ(changed.events.back().message.size(), JobHistory::longestMessage);
+  EXPECT_EQ(changed.error->size(), 5000u);
 }
 
 }  // namespace

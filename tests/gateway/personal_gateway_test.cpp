@@ -113,6 +113,8 @@ TEST_F(PersonalGatewayTest, ListensAsItsConfigurationSays) {
   EXPECT_THAT(refused.error().sentence, HasSubstr("Address already in use"));
   state(failed);
   EXPECT_EQ(gateway.lastError(), refused.error().sentence);
+  ASSERT_TRUE(gateway.createKey("new", {{"/"}, {AgentProvider::codex}, {}}));
+  EXPECT_EQ(gateway.lastError(), std::nullopt);
   (*blocker)->close();
   ASSERT_TRUE(gateway.setListenMode(GatewayListenMode::privateNetwork));
   state(listening);

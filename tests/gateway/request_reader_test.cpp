@@ -83,7 +83,9 @@ TEST(RequestReader, NamesOfHeadersAreLowerCasedAndTheLastOfTwoCounts) {
   RequestReader reader;
   ASSERT_EQ(reader.append("GET / HTTP/1.1\r\nX-API-key:\t a b \t\r\nx-Api-Key: c:d\r\n\r\n"),
             State::complete);
-  EXPECT_THAT(reader.take().headers, testing::ElementsAre(testing::Pair("x-api-key", "c:d")));
+  const auto request = reader.take();
+  EXPECT_EQ(request.headers.find("x-api-key"), "c:d");
+  EXPECT_EQ(request.headers.all().front(), GatewayHeaders::Header("x-api-key", "a b"));
 }
 
 }  // namespace

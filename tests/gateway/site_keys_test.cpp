@@ -13,7 +13,7 @@
 namespace vantrell {
 namespace {
 
-using Headers = std::map<std::string, std::string>;
+using Headers = GatewayHeaders;
 
 class SiteKeysTest : public ::testing::Test {
  protected:
@@ -89,7 +89,7 @@ TEST_F(SiteKeysTest, RequestShowsItsSecretInOneOfTwoHeaders) {
   };
   for (const auto& [headers, isKnown] : cases) {
     EXPECT_EQ(keys_->authenticate(headers) != nullptr, isKnown)
-        << ::testing::PrintToString(headers);
+        << ::testing::PrintToString(headers.all());
   }
 }
 
@@ -129,7 +129,7 @@ TEST_F(SiteKeysTest, UseIsStoredOnceAMinute) {
   EXPECT_THAT(isWritten, ::testing::ElementsAre(true, false, false, true));
 }
 
-TEST_F(SiteKeysTest, FileThatCannotBeReadIsKeptAside) {
+TEST_F(SiteKeysTest, FileThatCannotBeReadIsQuarantined) {
   folder_.file("data/personal-gateway.json", R"({"enabled": true, "port": 9, "siteKeys": []})");
   open();
   EXPECT_EQ(keys_->configuration(), GatewayConfiguration());
@@ -137,6 +137,14 @@ TEST_F(SiteKeysTest, FileThatCannotBeReadIsKeptAside) {
   main_.runReady();
   EXPECT_EQ(folder_.names("data").size(), 2u) << "the old file lies beside the new one";
   EXPECT_EQ(notices_.size(), 1u);
+
+  for (const auto* port : {"65536", "-1", "\"80\""}) {
+    folder_.file("data/personal-gateway.json",
+                 R"({"enabled": true, "listenMode": "localhost", "siteKeys": [], "port": )" +
+                     std::string(port) + "}");
+    open();
+    EXPECT_EQ(keys_->configuration(), GatewayConfiguration()) << port;
+  }
 }
 
 TEST_F(SiteKeysTest, FailedSaveIsToldAndTriedAgain) {

@@ -21,7 +21,10 @@ class FakeAgentClient final : public AgentClient {
     prompts.push_back(std::move(prompt));
     promptCompletions.push_back(std::move(completion));
   }
-  void cancel() override { ++cancels; }
+  void cancel() override {
+    ++cancels;
+    if (endsOnCancel) onUnexpectedTermination("cancelled");
+  }
   void respondToPermission(std::int64_t requestID, std::string optionID) override {
     answers.emplace_back(requestID, std::move(optionID));
   }
@@ -54,6 +57,7 @@ class FakeAgentClient final : public AgentClient {
   std::vector<PromptCompletion> promptCompletions;
   std::vector<std::pair<std::int64_t, std::string>> answers;
   int cancels = 0;
+  bool endsOnCancel = false;  // from within cancel()
   int stops = 0;
 
  private:
