@@ -220,8 +220,6 @@ constexpr Command commands[] = {
          "Ctrl-C stops both, a second one leaves at once. A prompt of - is read from standard\n"
          "input.\n"
          "\n"
-         "Exit status: 0 both completed, 1 one failed, 2 wrong usage, 130 stopped.\n"
-         "\n"
          "Examples:\n"
          "  vantrell compare \"find out why the tests fail\" --with codex --with claude\n"
          "  vantrell compare --task 3F2A \"now fix it\" --with kimi --with codex"},

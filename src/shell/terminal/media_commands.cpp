@@ -184,9 +184,7 @@ constexpr Command commands[] = {
      "beginning of the ID of one.",
      "Grok Build makes them, which must be installed and signed in. It may ask before "
      "it acts,\n"
-     "as far as the mode says so. Ctrl-C stops it; what was copied stays.\n"
-     "\n"
-     "Exit status: 0 done, 1 failed or nothing was made, 2 wrong usage, 130 stopped.",
+     "as far as the mode says so. Ctrl-C stops it; what was copied stays.",
      imagineCommands},
     {"artifacts", "ID", "list the files that a task has made", onlyJson, listArtifacts,
      "Lists the existing files that the task's tool calls have named, then those that git\n"
