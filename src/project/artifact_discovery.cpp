@@ -6,6 +6,7 @@
 #include "platform/files/files.h"
 #include "platform/text/text.h"
 #include "platform/values/json.h"
+#include "project/git_workspace_service.h"
 #include "records/values/project_hook.h"
 
 namespace vantrell {
@@ -106,6 +107,20 @@ std::vector<ProjectArtifact> ArtifactDiscovery::artifacts(
   }
   for (const auto& item : imagineItems) table.add(item.localPath, Source::imagine);
   return std::move(table).sorted();
+}
+
+std::vector<ProjectArtifact> ArtifactDiscovery::artifactsIn(
+    const std::string& folder, std::span<const ChatEntry> entries,
+    const std::vector<ImagineItem>& imagineItems) {
+  constexpr std::size_t longestPath = 4096;  // bytes
+  auto changed = GitWorkspaceService::read(folder).files;
+  // Git names them from the root of the repository; "../../", or nothing at the root.
+  const auto toRoot =
+      GitWorkspaceService::runGit({"rev-parse", "--show-cdup"}, folder, longestPath);
+  if (toRoot && toRoot->status == 0) {
+    for (auto& file : changed) file.path.insert(0, text::trimmed(toRoot->text));
+  }
+  return artifacts(folder, changed, entries, imagineItems);
 }
 
 }  // namespace vantrell

@@ -38,6 +38,11 @@ std::vector<ProjectArtifact> artifacts(const std::optional<std::string>& workspa
                                        const std::vector<GitChangedFile>& changedFiles,
                                        std::span<const ChatEntry> entries,
                                        const std::vector<ImagineItem>& imagineItems);
+/// The same with what git reports as changed in the folder, which may lie below the root of its
+/// repository. Blocks: not on the main queue.
+std::vector<ProjectArtifact> artifactsIn(const std::string& folder,
+                                         std::span<const ChatEntry> entries,
+                                         const std::vector<ImagineItem>& imagineItems);
 
 }  // namespace ArtifactDiscovery
 

@@ -48,7 +48,7 @@ TEST_F(SettingsCommand, TellsMistakesApartAndChangesNothing) {
       {{"mode", "full_access"}, 2, "person"},
       {{"workflow", "plan", "now"}, 2, "in quotes"},
       {{"--json", "workflow", "plan"}, 2, "Leave it out"},
-      {{"--yes", "workflow", "plan"}, 2, "--yes belongs to \"settings import\""},
+      {{"--yes", "workflow", "plan"}, 2, "Unknown option --yes"},
   };
   for (const auto& [words, status, text] : cases) {
     const auto record = settings(words);

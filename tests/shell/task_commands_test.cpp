@@ -170,9 +170,9 @@ TEST_F(TaskCommands, EveryMistakeSaysWhatToDo) {
       {{"search", "  "}, "is empty"},
       {{"search", "x", "--in", "y"}, "titles, entries or all"},
       {{"projects", "ad"}, "Did you mean add?"},
-      {{"projects", "remove"}, "vantrell projects remove PROJECT"},
-      {{"projects", "--off"}, "--off belongs to \"projects pin\""},
-      {{"pin"}, "vantrell pin ID"},
+      {{"projects", "remove"}, "vantrell projects remove [options] PROJECT"},
+      {{"projects", "--off"}, "Unknown option --off"},
+      {{"pin"}, "vantrell pin [options] ID"},
   };
   for (const auto& [words, part] : cases) {
     const auto done = does(words);

@@ -12,8 +12,6 @@
 
 namespace vantrell::shell {
 
-using namespace std::string_view_literals;
-
 namespace {
 
 using Arguments = std::span<const std::string_view>;
@@ -61,66 +59,32 @@ std::string wrongValue(const CommandOption& option, const std::string& value) {
   return notAmong(option.name, value, choices);
 }
 
-/// A value where none is taken, or none where one is. The parser would take the next argument for
-/// an empty value.
-std::optional<std::string> missingOrNeedlessValue(const Command& command, Arguments arguments) {
-  for (std::size_t i = 0; i < arguments.size() && arguments[i] != "--"; ++i) {
-    const auto name = optionName(arguments[i]);
-    const auto* option = named(command.options, name);
-    if (!option) continue;
-    const auto value = arguments[i].substr(name.size());  // with its "="
-    if (option->argument.empty()) {
-      if (value.empty()) continue;
-      return fmt::format("{} takes no value. Leave out \"{}\".", name, onOneLine(value));
-    }
-    if (value.empty() ? ++i == arguments.size() : value == "=") {
-      return fmt::format("{0} needs a value: {0} {1}.", name, option->argument);
-    }
-  }
-  return std::nullopt;
+std::string usageLine(const Command& command, std::string_view name) {
+  return fmt::format("vantrell {}{}{}{}", name, command.options.empty() ? "" : " [options]",
+                     command.parameters.empty() ? "" : " ", command.parameters);
 }
 
-std::string unknownOption(const Command& command, std::string_view name, std::string_view option) {
-  std::vector<std::string_view> known = {"--help"};
-  for (const auto& each : command.options) known.push_back(each.name);
-  std::string what =
-      fmt::format("Unknown option {}.{}", onOneLine(option), suggestion(option, known));
-  for (const auto& sub : command.subcommands) {
-    if (!named(sub.options, option)) continue;
-    what = fmt::format("{} belongs to \"{} {}\".", option, name, sub.name);
-    break;
-  }
-  return fmt::format("{} \"vantrell {} --help\" lists the options.", what, name);
+/// Whether there are as many words as the parameters say; one after the first bracket may be left
+/// out.
+bool isRightCount(std::size_t words, std::string_view parameters) {
+  const auto countOf = [](std::string_view listed) { return text::words(listed, 10).size(); };
+  return words >= countOf(parameters.substr(0, parameters.find('['))) &&
+         (words <= countOf(parameters) || parameters.contains("..."));
 }
 
-std::optional<std::string> wrongNumberOfWords(const Command& command, std::string_view name,
-                                              const std::vector<std::string>& words) {
-  // A word after the first bracket may be left out.
-  const auto& parameters = command.parameters;
-  const auto required = text::trimmed(parameters.substr(0, parameters.find('[')));
-  const auto countOf = [](std::string_view listed) -> std::size_t {
-    return listed.empty() ? 0 : std::ranges::count(listed, ' ') + 1;
-  };
-  const std::size_t most = parameters.contains("...") ? words.size() : countOf(parameters);
+std::string wrongWords(const Command& command, std::string_view name,
+                       const std::vector<std::string>& words) {
   std::vector<std::string_view> actions;
   for (const auto& sub : command.subcommands) actions.push_back(sub.name);
-  if (!actions.empty() && !words.empty() && (words.size() > most || !command.begin)) {
-    const auto near = suggestion(words.front(), actions);
-    if (!near.empty() || most == 0) {
-      return fmt::format("There is no \"{0} {1}\".{2} \"vantrell {0} --help\" lists what it does.",
-                         name, onOneLine(words.front()), near);
-    }
-  }
+  const auto meant = words.empty() ? "" : suggestion(words.front(), actions);
   if (!command.begin) {
-    return fmt::format("\"{0}\" needs more: {1}. \"vantrell {0} --help\" explains them.", name,
-                       alternatives(actions));
+    return fmt::format("\"{0}\" takes {1}.{2} \"vantrell {0} --help\" explains them.", name,
+                       alternatives(actions), meant);
   }
-  const std::string usage =
-      fmt::format("vantrell {}{}{}", name, parameters.empty() ? "" : " ", parameters);
-  if (words.size() < countOf(required)) return fmt::format("\"{}\" needs more: {}", name, usage);
-  if (words.size() <= most) return std::nullopt;
-  return fmt::format("\"{}\" is too much: {}. Put a text with spaces in quotes.",
-                     onOneLine(words[most]), usage);
+  return fmt::format(
+      "\"{0}\" is used as in: {1}.{2} Put a text with spaces in quotes. \"vantrell {0} "
+      "--help\" explains the rest.",
+      name, usageLine(command, name), meant);
 }
 
 /// Reads the arguments of one command, whose subcommand has been chosen already; nullopt when help
@@ -133,31 +97,48 @@ std::expected<std::optional<CommandArguments>, UsageError> readArguments(const C
   app.set_help_flag("-h,--help");
   app.allow_extras();
   app.add_option("WORDS", read.words);
+  std::vector<std::string_view> names = {"--help"};
   for (const auto& option : command.options) {
+    names.push_back(option.name);
     const std::string spelled(option.name);
     if (option.argument.empty()) {
       app.add_flag(spelled);
       continue;
     }
     app.add_option(spelled, [](const CLI::results_t&) { return true; })
+        ->type_name(std::string(option.argument))
         ->take_all()
         ->check([&option](const std::string& value) { return wrongValue(option, value); });
   }
-  if (auto wrong = missingOrNeedlessValue(command, arguments)) return usageError(*std::move(wrong));
+  for (const auto argument : arguments) {
+    if (argument == "--") break;
+    const auto option = optionName(argument);
+    const auto* known = named(command.options, option);
+    if (!known || option.size() == argument.size()) continue;
+    if (known->argument.empty()) return usageError(fmt::format("{} takes no value.", option));
+    // The parser would take the next argument for an empty value.
+    if (argument.ends_with('=')) return usageError(fmt::format("{} needs a value.", argument));
+  }
   try {
     app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
   } catch (const CLI::CallForHelp&) {
     return std::nullopt;
-  } catch (const CLI::ParseError& error) {
+  } catch (const CLI::ValidationError& error) {
     // Our own sentence, after the name of the option.
     const std::string_view what = error.what();
     return usageError(std::string(what.substr(what.find(": ") + 2)));
+  } catch (const CLI::ParseError& error) {
+    return usageError(fmt::format("{}. \"vantrell {} --help\" lists the options.",
+                                  onOneLine(error.what()), name));
   }
   for (const auto& extra : app.remaining()) {
-    if (extra != "--") return usageError(unknownOption(command, name, optionName(extra)));
+    if (extra == "--") continue;
+    const auto option = optionName(extra);
+    return usageError(fmt::format("Unknown option {}.{} \"vantrell {} --help\" lists the options.",
+                                  onOneLine(option), suggestion(option, names), name));
   }
-  if (auto wrong = wrongNumberOfWords(command, name, read.words)) {
-    return usageError(*std::move(wrong));
+  if (!command.begin || !isRightCount(read.words.size(), command.parameters)) {
+    return usageError(wrongWords(command, name, read.words));
   }
   for (const auto& option : command.options) {
     for (const auto& value : app.get_option(std::string(option.name))->results()) {
@@ -214,56 +195,16 @@ std::expected<Invocation, UsageError> readHelp(std::span<const Command> commands
                                 onOneLine(name)));
 }
 
-std::string unknownStart(std::span<const Command> commands, Arguments arguments) {
-  const auto first = arguments.front();
-  if (first.starts_with('-')) {
-    const auto name = optionName(first);
-    static constexpr std::string_view known[] = {"--help", "--version", "--practice"};
-    return fmt::format("Unknown option {}.{} \"vantrell --help\" lists the commands.",
-                       onOneLine(name), suggestion(name, known));
-  }
-  std::vector<std::string_view> known = {"help"};
+std::string unknownStart(std::span<const Command> commands, std::string_view first) {
+  std::vector<std::string_view> known = {"help", "--help", "--version", "--practice"};
   for (const Command& command : commands) known.push_back(command.name);
-  const auto meant = suggestion(first, known);
-  return fmt::format("Unknown command \"{}\".{}", onOneLine(first),
-                     meant.empty()
-                         ? fmt::format(" To start a task: vantrell run \"{}\"",
-                                       onOneLine(fmt::format("{}", fmt::join(arguments, " "))))
-                         : meant);
+  return fmt::format(
+      "There is no command \"{}\".{} \"vantrell help\" lists the commands. To start a task: "
+      "vantrell run \"prompt\"",
+      onOneLine(optionName(first)), suggestion(optionName(first), known));
 }
 
 // ---- help ---------------------------------------------------------------------------------------
-
-/// What many commands take, explained wherever one of them has such a parameter.
-constexpr std::pair<std::string_view, std::string_view> parameterTexts[] = {
-    {"ID", "ID is any beginning of a task's ID that no other task has."},
-    {"PROVIDER", "PROVIDER is grok, codex, kimi, glm, claude, local or tasklet."},
-    {"PROJECT", "PROJECT is the name, the folder or a beginning of the ID of a project."},
-};
-
-/// Whether the command or one below it satisfies the predicate.
-bool anyOf(const Command& command, const auto& predicate) {
-  return predicate(command) ||
-         std::ranges::any_of(command.subcommands, [&](const auto& sub) { return predicate(sub); });
-}
-
-std::string parametersExplained(const Command& command) {
-  std::string text;
-  for (const auto& [word, explained] : parameterTexts) {
-    const auto takes = [wanted = fmt::format(" {} ", word)](const Command& each) {
-      std::string listed = fmt::format(" {} ", each.parameters);
-      std::ranges::replace_if(listed, [](char mark) { return ".[]"sv.contains(mark); }, ' ');
-      return listed.contains(wanted);
-    };
-    if (anyOf(command, takes)) text += fmt::format("{}\n", explained);
-  }
-  return text.empty() ? text : "\n" + text;
-}
-
-std::string usageLine(const Command& command, std::string_view name) {
-  return fmt::format("vantrell {}{}{}{}\n", name, command.options.empty() ? "" : " [options]",
-                     command.parameters.empty() ? "" : " ", command.parameters);
-}
 
 void appendReference(std::string& text, const Command& command, const std::string& name) {
   text += fmt::format("\n### {}\n\n```text\n{}```\n", name, helpOf(command, name));
@@ -336,7 +277,7 @@ std::expected<Invocation, UsageError> readCommandLine(std::span<const Command> c
   if (first == "help") return readHelp(commands, rest);
   if (first == "--help" || first == "-h") return Invocation{Kind::help};
   if (first == "--version") return Invocation{Kind::version};
-  if (first != "--practice") return usageError(unknownStart(commands, arguments));
+  if (first != "--practice") return usageError(unknownStart(commands, first));
   if (rest.empty()) return Invocation{Kind::tour};
   return usageError(
       "--practice alone starts the walk-through. To run a task with the practice agent: "
@@ -359,40 +300,35 @@ std::string helpText(std::span<const Command> commands) {
   for (const auto& each : commands) {
     text += fmt::format("  {:<10} {}\n", each.name, each.summary);
   }
-  return text;
+  return text +
+         "\n"
+         "ID is any beginning of a task's ID that no other task has. PROJECT is the name, the\n"
+         "folder or a beginning of the ID of a project. PROVIDER is grok, codex, kimi, glm,\n"
+         "claude, local or tasklet.\n"
+         "\n"
+         "Exit status: 0 done, 1 failed or refused, 2 wrong usage, 130 stopped or not confirmed.\n";
 }
 
 std::string helpOf(const Command& command, std::string_view name) {
-  std::string help = "Usage: " + (command.begin ? usageLine(command, name) : "");
-  std::vector<std::pair<std::string, std::string_view>> lines;
+  std::string usage, list;
+  const auto addToList = [&list](std::string_view what, std::string_view words) {
+    list += fmt::format("  {:<17} {}\n", what, words);
+  };
+  if (command.begin) usage = usageLine(command, name) + "\n";
   for (const auto& sub : command.subcommands) {
-    if (!help.ends_with(": ")) help += "       ";
-    help += usageLine(sub, fmt::format("{} {}", name, sub.name));
-    lines.emplace_back(sub.name, sub.summary);
+    const auto line = usageLine(sub, fmt::format("{} {}", name, sub.name));
+    usage += fmt::format("{}{}\n", usage.empty() ? "" : "       ", line);
+    addToList(sub.name, sub.summary);
   }
-  help += fmt::format("\n{}\n{}\n",
-                      command.introduction.empty() ? command.summary : command.introduction,
-                      parametersExplained(command));
-  const std::size_t actions = lines.size();
+  if (!command.subcommands.empty()) list += '\n';
   for (const auto& option : command.options) {
-    lines.emplace_back(fmt::format("{} {}", option.name, option.argument), option.help);
+    addToList(fmt::format("{} {}", option.name, option.argument), option.help);
   }
-  lines.emplace_back("--help", "this text");
-  std::size_t width = 12;
-  for (const auto& line : lines) width = std::max(width, line.first.size());
-  for (std::size_t i = 0; i < lines.size(); ++i) {
-    if (i == actions && i > 0) help += '\n';
-    help += fmt::format("  {:<{}} {}\n", lines[i].first, width, lines[i].second);
-  }
-  if (!command.closing.empty()) help += fmt::format("\n{}\n", command.closing);
-  if (!command.closing.contains("Exit status") && !name.contains(' ')) {
-    const bool asks = anyOf(command, [](const Command& each) {
-      return named(each.options, yesOption.name) != nullptr;
-    });
-    help += fmt::format("\nExit status: 0 done, 1 failed or refused, 2 wrong usage{}.\n",
-                        asks ? ", 130 not confirmed" : "");
-  }
-  return help;
+  addToList("--help", "this text");
+  const auto about = command.introduction.empty() ? command.summary : command.introduction;
+  return fmt::format("Usage: {}\n{}\n\n{}{}{}{}", usage, about, list,
+                     command.closing.empty() ? "" : "\n", command.closing,
+                     command.closing.empty() ? "" : "\n");
 }
 
 std::string referenceText(std::span<const Command> commands) {

@@ -77,7 +77,7 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
         isShown ? context_.console.write(bytes) : void(held_ += bytes);
       });
       auto job = std::make_unique<ConversationJob>(context_, side.key, *side.printer, nullptr);
-      job->name = isPractice(side) ? "Practice" : shortLabel(side.chosen);
+      job->name = nameOf(side);
       job->threadID = id;
       job->beforeFirstEntry = [this, &side, known] { introduce(side, known); };
       if (isFirst) job->whenTold = [this] { showSecond(); };
@@ -87,8 +87,9 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
                    [this](int status) { ended(status); });
   }
 
-  bool isPractice(const Side& side) const {
-    return side.chosen == AgentProvider::local && choices_.practiceAgent;
+  std::string nameOf(const Side& side) const {
+    const bool isPractice = side.chosen == AgentProvider::local && choices_.practiceAgent;
+    return std::string(isPractice ? "Practice" : shortLabel(side.chosen));
   }
 
   void introduce(const Side& side, std::size_t known) {
@@ -128,13 +129,10 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
   }
 
   void tell(const Side& side, const ChatThread& thread) {
-    const auto& style = context_.style();
-    const auto& changes = side.changes;
-    context_.console.say(
-        fmt::format("\n{}: {} changed, {} {}. To see the changes: vantrell diff {}\n",
-                    style.bold(shortLabel(side.chosen)), counted(changes.files.size(), "file"),
-                    style.green(fmt::format("+{}", changes.additions())),
-                    style.red(fmt::format("-{}", changes.deletions())), shortID(thread.id)));
+    const auto count = side.changes.files.size();
+    context_.console.say(fmt::format("\n{}: {} changed. To see the changes: vantrell diff {}\n",
+                                     context_.style().bold(nameOf(side)), counted(count, "file"),
+                                     shortID(thread.id)));
   }
 
   void tellAsJson(const Side& side, const ChatThread& thread) {
@@ -214,13 +212,11 @@ constexpr Command commands[] = {
          "Makes two tasks, in the project or out of that of --task, and sends the prompt to a\n"
          "provider in each, at the same time. Each works in a Git worktree with a copy of all\n"
          "that is not committed; without Git there is no comparison. What the first does is shown\n"
-         "as it comes and what the second does after it, and at last where their work is and how\n"
-         "much differs there from the last commit.",
+         "as it comes and what the second does after it, and at last how many files each has\n"
+         "changed.",
      .closing =
          "Ctrl-C stops both, a second one leaves at once. A prompt of - is read from standard\n"
          "input.\n"
-         "\n"
-         "Exit status: 0 both completed, 1 one failed, 2 wrong usage, 130 stopped.\n"
          "\n"
          "Examples:\n"
          "  vantrell compare \"find out why the tests fail\" --with codex --with claude\n"

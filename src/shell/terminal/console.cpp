@@ -87,7 +87,7 @@ std::size_t Console::columns() const {
 void Console::write(std::string_view text) {
   if (text.empty()) return;
   std::string before = std::exchange(isStatusShown_, false) ? std::string(clearLine) : "";
-  if (!question_.empty()) before += '\n';
+  if (!question_.empty()) before += style_.isLive() ? clearLine : "\n";
   isMidLine_ = !text.ends_with('\n');
   output_.write(before);
   output_.write(outputIsTerminal_ ? safeForTerminal(text) : text);

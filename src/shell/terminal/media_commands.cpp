@@ -6,7 +6,6 @@
 #include "platform/files/files.h"
 #include "platform/text/text.h"
 #include "project/artifact_discovery.h"
-#include "project/git_workspace_service.h"
 #include "records/stores/imagine_store.h"
 #include "shell/terminal/command_groups.h"
 #include "shell/terminal/media_job.h"
@@ -140,18 +139,6 @@ std::string_view wordFor(ProjectArtifact::Source source) {
   return source == ProjectArtifact::Source::agent ? "tool call" : rawText(source);
 }
 
-/// Named from the folder, which may be below the root of its repository: git names them from there.
-std::vector<GitChangedFile> changedFiles(const std::string& folder) {
-  constexpr std::size_t longestPath = 4096;  // bytes
-  auto changed = GitWorkspaceService::read(folder).files;
-  // "../../", or nothing at the root.
-  const auto toRoot =
-      GitWorkspaceService::runGit({"rev-parse", "--show-cdup"}, folder, longestPath);
-  if (!toRoot || toRoot->status != 0) return changed;
-  for (auto& file : changed) file.path.insert(0, text::trimmed(toRoot->text));
-  return changed;
-}
-
 void listArtifacts(CommandContext& context) {
   const auto stored = context.stored();
   if (!stored) return context.fail(stored.error());
@@ -161,7 +148,7 @@ void listArtifacts(CommandContext& context) {
   const auto root = executionPath(workspaceOf(stored->workspaces, key->workspaceID), thread);
   const auto found = std::make_shared<std::vector<ProjectArtifact>>();
   const auto lookForThem = [root, entries = thread.entries, found] {
-    *found = ArtifactDiscovery::artifacts(root, changedFiles(root), entries, storedItems());
+    *found = ArtifactDiscovery::artifactsIn(root, entries, storedItems());
   };
   if (!stored->problems->empty()) context.complain(*stored->problems);
   context.inBackground(lookForThem, [&context, found] {
@@ -184,9 +171,7 @@ constexpr Command commands[] = {
      "beginning of the ID of one.",
      "Grok Build makes them, which must be installed and signed in. It may ask before "
      "it acts,\n"
-     "as far as the mode says so. Ctrl-C stops it; what was copied stays.\n"
-     "\n"
-     "Exit status: 0 done, 1 failed or nothing was made, 2 wrong usage, 130 stopped.",
+     "as far as the mode says so. Ctrl-C stops it; what was copied stays.",
      imagineCommands},
     {"artifacts", "ID", "list the files that a task has made", onlyJson, listArtifacts,
      "Lists the existing files that the task's tool calls have named, then those that git\n"

@@ -15,17 +15,7 @@ namespace vantrell::shell {
 namespace {
 
 constexpr std::size_t answerLinesShown = 12;
-
-std::string_view wordFor(ConnectionState::Kind state) {
-  static constexpr std::string_view words[] = {"idle", "connecting", "ready", "working", "failed"};
-  return words[static_cast<std::size_t>(state)];
-}
-
-std::string_view outcomeOf(int status) {
-  return status == exitStatus::completed ? "completed"
-         : status == exitStatus::stopped ? "stopped"
-                                         : "failed";
-}
+constexpr std::string_view stateWords[] = {"idle", "connecting", "ready", "working", "failed"};
 
 }  // namespace
 
@@ -49,29 +39,18 @@ void MediaJob::changed(const ChangeBatch&) {
   const auto state = generator().imagineState().kind;
   const auto& progress = generator().imagineProgress();
   if (state != state_ || progress != progress_) {
-    const bool isNews = std::exchange(state_, state) != state;
+    state_ = state;
     progress_ = progress;
-    tellProgress(isNews);
+    context_.isJson() ? context_.writeJson({{"event", "progress"},
+                                            {"state", stateWords[static_cast<std::size_t>(state)]},
+                                            {"text", progress}})
+                      : context_.console.status(progress);
   }
   const auto& items = generator().imagineItems();
   while (itemsTold_ < items.size()) {
     ++itemsTold_;
     tellItem(items[items.size() - itemsTold_]);
   }
-}
-
-/// Where there is no status line, only what the program itself says is shown: an agent's words come
-/// in pieces.
-void MediaJob::tellProgress(bool isNews) {
-  if (context_.isJson()) {
-    return context_.writeJson(
-        {{"event", "progress"}, {"state", wordFor(state_)}, {"text", progress_}});
-  }
-  const bool isAtWork =
-      state_ == ConnectionState::Kind::connecting || state_ == ConnectionState::Kind::working;
-  if (!isAtWork || progress_.empty()) return;
-  if (context_.style().isLive()) return context_.console.status(progress_);
-  if (isNews) context_.console.write(onOneLine(progress_) + "\n");
 }
 
 void MediaJob::tellItem(const ImagineItem& item) {
@@ -115,49 +94,51 @@ Result<> MediaJob::answer(const PermissionRequest& request, const PermissionOpti
                 : approvals.rejectImaginePermission(request.id);
 }
 
-std::string MediaJob::copyFailure() const {
-  return fmt::format(
-      "A file that Grok made is not in the library: {}. It is where Grok has put it.",
-      generator().imagineCopyError());
-}
-
 void MediaJob::conclude() {
   const auto& state = generator().imagineState();
+  std::string copyFailure;
+  if (!generator().imagineCopyError().empty()) {
+    copyFailure =
+        fmt::format("A file that Grok made is not in the library: {}. It is where Grok has put it.",
+                    generator().imagineCopyError());
+  }
   status_ = exitStatus::failed;
   if (isStopped_) {
     status_ = exitStatus::stopped;
     words_ = "Stopped";
+  } else if (!refusal_.empty()) {
+    words_ = refusal_;
   } else if (state.kind != ConnectionState::Kind::ready) {
-    words_ = refusal_.empty() ? context_.model().executions().errorMessage().value_or(state.text)
-                              : refusal_;
+    words_ = context_.model().executions().errorMessage().value_or(state.text);
   } else if (itemsTold_ > itemsBefore_) {
     status_ = exitStatus::completed;
     words_ = generator().imagineProgress();
-    if (!generator().imagineCopyError().empty()) context_.complain(copyFailure());
-  } else if (!generator().imagineCopyError().empty()) {
-    words_ = copyFailure();
+    if (!copyFailure.empty()) context_.complain(copyFailure);
+  } else if (!copyFailure.empty()) {
+    words_ = copyFailure;
   } else {
     // Some agents end a turn that failed for them as if it had gone well.
     answer_ = text::trimmed(generator().imagineAnswer());
-    words_ = answer_.empty() ? "Grok ended its turn without naming a file that exists, and said "
-                               "nothing."
-                             : "Grok ended its turn without naming a file that exists. It said:";
+    words_ = "Grok ended its turn without naming a file that exists";
+    words_ += answer_.empty() ? ", and said nothing." : ". It said:";
   }
 }
 
 void MediaJob::tellEnd() {
+  const bool isDone = status_ == exitStatus::completed;
+  const bool isStopped = status_ == exitStatus::stopped;
   if (context_.isJson()) {
+    const auto outcome = isDone ? "completed" : isStopped ? "stopped" : "failed";
     return context_.writeJson(
-        {{"event", "end"}, {"outcome", outcomeOf(status_)}, {"text", words_}, {"answer", answer_}});
+        {{"event", "end"}, {"outcome", outcome}, {"text", words_}, {"answer", answer_}});
   }
+  if (isDone) return;
   const auto& style = context_.style();
-  std::string text;
-  if (status_ == exitStatus::stopped) text = style.yellow("■ " + onOneLine(words_)) + "\n";
-  if (status_ == exitStatus::failed) text = style.red("✗ " + onOneLine(words_)) + "\n";
+  std::string text = isStopped ? style.yellow("■ " + words_) : style.red("✗ " + onOneLine(words_));
   for (const auto& each : boundedLines(answer_, answerLinesShown)) {
-    text += style.dim("  " + each) + "\n";
+    text += "\n" + style.dim("  " + each);
   }
-  context_.console.write(text);
+  context_.console.write(text + "\n");
 }
 
 }  // namespace vantrell::shell

@@ -25,9 +25,7 @@ class MediaJob final : public Job {
 
  private:
   ImagineController& generator() const;
-  void tellProgress(bool isNews);
   void tellItem(const ImagineItem& item);
-  std::string copyFailure() const;
 
   CommandContext& context_;
   const std::string prompt_;

@@ -236,8 +236,6 @@ constexpr Command commands[] = {
          "typed while the agent works is sent as the next prompt.\n"
          "Ctrl-C stops the task, a second one leaves at once.\n"
          "\n"
-         "Exit status: 0 completed, 1 failed, 2 wrong usage, 130 stopped.\n"
-         "\n"
          "Examples:\n"
          "  vantrell run \"find out why the tests fail\"\n"
          "  vantrell run --workflow plan --attach notes.txt \"plan the next release\"\n"
@@ -251,8 +249,7 @@ constexpr Command commands[] = {
      .introduction =
          "Lists the prompts that wait in a task, the next one first. They are sent one after the\n"
          "other, each when the one before has completed. After a failure, a stop or a restart\n"
-         "they wait for you, or for the next run of the task that completes. ID is any beginning\n"
-         "of a task's ID.",
+         "they wait for you, or for the next run of the task that completes.",
      .closing =
          "Exit status: 0 done, 1 failed, 2 wrong usage or nothing to run; of run that of its\n"
          "last prompt.\n"
@@ -268,8 +265,7 @@ constexpr Command commands[] = {
      .begin = retry,
      .introduction =
          "A branch with the same words: a task with what was said before the latest prompt of\n"
-         "another one, and that prompt once more. See \"vantrell branch --help\".",
-     .closing = "Exit status: 0 completed, 1 failed, 2 wrong usage, 130 stopped."},
+         "another one, and that prompt once more. See \"vantrell branch --help\"."},
     {.name = "branch",
      .parameters = "ID \"prompt\"",
      .summary = "say an earlier prompt in other words, in a worktree of its own",
@@ -279,11 +275,9 @@ constexpr Command commands[] = {
          "Makes a task with what was said before a prompt of another one, and sends the new\n"
          "prompt in its place, with the same attachments. It works in a Git worktree of its own,\n"
          "with a copy of all that is not committed in the project; if that cannot be made, in the\n"
-         "project's folder. The other task stays as it is. ID is any beginning of a task's ID; a\n"
-         "prompt of - is read from standard input.",
+         "project's folder. The other task stays as it is. A prompt of - is read from standard\n"
+         "input.",
      .closing = "Ctrl-C stops the task, a second one leaves at once.\n"
-                "\n"
-                "Exit status: 0 completed, 1 failed, 2 wrong usage, 130 stopped.\n"
                 "\n"
                 "Examples:\n"
                 "  vantrell show 3F2A --entries\n"

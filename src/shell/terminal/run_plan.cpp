@@ -63,22 +63,21 @@ bool isUntouched(const AppModel& model, const Uuid& project, const ChatThread& t
 
 std::expected<std::string, UsageError> findProgram(const CommandContext& context,
                                                    std::string_view name) {
-  if (name.find('/') != std::string_view::npos || name.starts_with('~')) {
-    std::string path = context.absolute(name);
-    if (files::isExecutable(path)) return path;
-    return usageError(fmt::format(
-        "{} cannot be executed. Give --executable the path of the agent's program.", path));
-  }
-  const auto folders = context.caller.environment.find("PATH");
-  if (folders != context.caller.environment.end()) {
-    for (const auto folder : text::split(folders->second, ':')) {
-      std::string path = fmt::format("{}/{}", folder, name);
-      if (folder.starts_with('/') && files::isExecutable(path)) return path;
+  const bool isPath = name.find('/') != std::string_view::npos || name.starts_with('~');
+  std::vector<std::string> places;
+  if (isPath) {
+    places.push_back(context.absolute(name));
+  } else if (const auto path = context.caller.environment.find("PATH");
+             path != context.caller.environment.end()) {
+    for (const auto folder : text::split(path->second, ':')) {
+      if (folder.starts_with('/')) places.push_back(fmt::format("{}/{}", folder, name));
     }
   }
-  return usageError(fmt::format(
-      "There is no program {} in PATH. Give --executable a path, as in --executable ./{}.", name,
-      name));
+  const auto found = std::ranges::find_if(places, files::isExecutable);
+  if (found != places.end()) return *found;
+  return usageError(fmt::format("{} Give --executable the path of the agent's program.",
+                                isPath ? places.front() + " cannot be executed."
+                                       : fmt::format("There is no program {} in PATH.", name)));
 }
 
 std::string practiceAgentPath(const CommandContext& context) {

@@ -33,43 +33,30 @@ std::shared_ptr<RuntimeSurvey> RuntimeSurvey::of(CommandContext& context) {
 RuntimeSurvey::RuntimeSurvey(CommandContext& context)
     : context_(context),
       defaults_(storedOrNone(context)),
-      programs_(
-          VantrellApp::programsOfThisSession(context.main, context.pool(), nullptr, *defaults_)),
+      programs_(VantrellApp::programsOfThisSession(context.main, pool_, nullptr, *defaults_)),
       changes_(context.main),
       runtimes_(std::make_shared<InstalledRuntimes>(changes_, programs_)),
-      secrets_(UserFolders{}.orOwn().secretStore(), context.main, context.pool()),
-      services_({.main = context.main,
-                 .pool = context.pool(),
-                 .defaults = *defaults_,
-                 .secrets = secrets_}),
+      secrets_(UserFolders{}.orOwn().secretStore(), context.main, pool_),
+      services_({.main = context.main, .pool = pool_, .defaults = *defaults_, .secrets = secrets_}),
       observation_(changes_.observe([this](const ChangeBatch&) {
         if (answered_) whenAnswered(std::exchange(answered_, nullptr));
       })) {}
 
 void RuntimeSurvey::whenAnswered(std::function<void()> then) {
-  if (servicesAsked_ > 0 || runtimes_->isAsking()) {
+  if (runtimes_->isAsking()) {
     answered_ = std::move(then);
   } else {
-    waitTimer_.cancel();
     context_.main.post(context_.whileAlive(std::move(then)));
   }
 }
 
 void RuntimeSurvey::askAll(std::function<void()> then) {
-  for (const auto provider : {AgentProvider::local, AgentProvider::tasklet}) {
-    ++servicesAsked_;
-    services_.prepare(provider, context_.whileAlive([this] {
-      --servicesAsked_;
-      changes_.mark(topics::runtimes);
-    }));
-  }
-  if (context_.console.errorStyle().isLive()) {
-    waitTimer_ = context_.main.after(std::chrono::seconds(1), [&console = context_.console] {
-      console.prompt("Waiting for the agents' programs to answer ...\n");
-    });
-  }
+  context_.console.status("Waiting for the agents' programs to answer ...");
   runtimes_->refreshAll();
-  whenAnswered(std::move(then));
+  services_.prepare(AgentProvider::local, context_.whileAlive([this, then = std::move(then)] {
+    services_.prepare(AgentProvider::tasklet,
+                      context_.whileAlive([this, then] { whenAnswered(then); }));
+  }));
 }
 
 void RuntimeSurvey::ask(AgentProvider provider, std::function<void()> then) {
@@ -104,45 +91,43 @@ views::ProviderFacts RuntimeSurvey::facts(AgentProvider provider) const {
 }
 
 void RuntimeSurvey::askModels(AgentProvider provider, std::function<void(Models)> then) {
+  const auto tell = [this, provider, then = std::move(then)](Models models) {
+    if (models.options.empty()) addKnownModels(provider, models);
+    then(std::move(models));
+  };
   if (provider == AgentProvider::local) {
-    return services_.prepare(
-        provider, context_.whileAlive([this, provider, then = std::move(then)] {
-          const bool areReported = services_.localRuntimeStatus().connection() != nullptr;
-          modelsKnown(provider, {.areReported = areReported}, then);
-        }));
+    return services_.prepare(provider, context_.whileAlive([this, tell] {
+      tell({.areReported = services_.localRuntimeStatus().connection() != nullptr});
+    }));
   }
-  if (!tellsModels(provider)) return modelsKnown(provider, {}, then);
-  find(provider, [this, provider, then = std::move(then)](const auto& program) {
-    const auto told = context_.whileAlive([this, provider, then](DiscoveredModels found) {
+  if (!tellsModels(provider)) return tell({});
+  find(provider, [this, provider, tell](const auto& program) {
+    const auto told = context_.whileAlive([tell](DiscoveredModels found) {
       // The provider's own choice alone is what is known when the program did not tell.
       Models models{.usage = std::move(found.usage), .areReported = found.models.size() > 1};
       if (models.areReported) models.options = std::move(found.models);
-      modelsKnown(provider, std::move(models), then);
+      tell(std::move(models));
     });
     const bool isAsked =
         program && discoverModels(provider, context_.main, programs_, files::homeFolder(), told);
-    if (!isAsked) modelsKnown(provider, {}, then);
+    if (!isAsked) tell({});
   });
 }
 
-void RuntimeSurvey::modelsKnown(AgentProvider provider, Models models,
-                                const std::function<void(Models)>& then) {
+/// Those of an earlier report, else those that are built in.
+void RuntimeSurvey::addKnownModels(AgentProvider provider, Models& models) {
   auto orchestration = storedOrchestration();
   ReportedModels earlier(orchestration, nullptr);
   earlier.load();
-  const auto* reported = earlier.find(provider);
-  if (models.options.empty() && reported) {
+  if (const auto* reported = earlier.find(provider)) {
     models.options = *reported;
     models.areReported = true;
-  } else if (models.options.empty()) {
-    ProviderConnectorContext context;
-    context.workspacePath = files::homeFolder();
-    if (provider == AgentProvider::local) {
-      context.localRuntimeStatus = services_.localRuntimeStatus();
-    }
-    models.options = services_.connector(provider).modelOptions(context);
+    return;
   }
-  then(std::move(models));
+  ProviderConnectorContext context;
+  context.workspacePath = files::homeFolder();
+  if (provider == AgentProvider::local) context.localRuntimeStatus = services_.localRuntimeStatus();
+  models.options = services_.connector(provider).modelOptions(context);
 }
 
 void RuntimeSurvey::resetCodexUsage(
@@ -152,7 +137,7 @@ void RuntimeSurvey::resetCodexUsage(
     CodexDiscovery::consumeUsageReset({.executable = *program,
                                        .workspacePath = files::homeFolder(),
                                        .environment = CodexLocator::subscriptionEnvironment()},
-                                      context_.main, context_.pool(), context_.whileAlive(then));
+                                      context_.main, pool_, then);
   });
 }
 

@@ -42,7 +42,7 @@ class RuntimeSurvey {
 
  private:
   void whenAnswered(std::function<void()> then);
-  void modelsKnown(AgentProvider provider, Models models, const std::function<void(Models)>& then);
+  void addKnownModels(AgentProvider provider, Models& models);
 
   CommandContext& context_;
   const std::unique_ptr<UserDefaults> defaults_;
@@ -51,9 +51,7 @@ class RuntimeSurvey {
   const std::shared_ptr<InstalledRuntimes> runtimes_;
   SecretQueue secrets_;
   SystemProviderServices services_;
-  int servicesAsked_ = 0;  // that have not answered
-  std::function<void()> answered_;
-  Timer waitTimer_;
+  std::function<void()> answered_;  // waits for the programs
   Changes::Observation observation_;
 };
 

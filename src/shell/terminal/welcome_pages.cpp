@@ -23,10 +23,6 @@ constexpr std::string_view tourPrompt =
     "RUN:wc -w note.txt\n"
     "SAY:That is all. Real agents answer in the same way, with a model behind them.";
 
-constexpr std::string_view introduction =
-    "This is a walk-through of Vantrell with a practice agent: no model, no account, no cost.\n"
-    "It does one small task in a folder made for it, {}.\n{}\n";
-
 constexpr std::string_view ending =
     "\n"
     "That was a whole task: the › line was the prompt, ? was a question to you, ✓ a step done.\n"
@@ -54,8 +50,7 @@ void lookFor(CommandContext& context, RuntimeSurvey& survey, std::size_t place, 
     return practiceTour(context);
   }
   context.console.say(
-      "\nStart a task in the folder of a project:\n"
-      "    vantrell run \"explain this project\"\n"
+      "\nTo start a task, in the folder of a project: vantrell run \"explain this project\"\n"
       "Versions, sign-in and the other agents: vantrell providers\n"
       "A walk-through without any account: vantrell --practice\n");
   context.finish(exitStatus::completed);
@@ -92,10 +87,11 @@ void practiceTour(CommandContext& context) {
       terminal::isTerminal(context.caller.input) && context.console.isOutputTerminal();
   if (!asksThePerson) plan.answer = "allow_once";
   context.console.say(fmt::format(
-      introduction, folder,
-      asksThePerson ? "Before it acts it asks you: type a number and press Enter.\n"
-                    : "There is no terminal to ask at, so every question is answered with \"allow "
-                      "once\".\n"));
+      "This is a walk-through of Vantrell with a practice agent: no model, no account, no cost.\n"
+      "It does one small task in a folder made for it, {}.\n{}\n\n",
+      folder,
+      asksThePerson ? "Before it acts it asks you: type a number and press Enter."
+                    : "Without a terminal every question is answered with \"allow once\"."));
   beginRun(context, std::move(plan), {}, [&context](int status) {
     if (status == exitStatus::completed) context.console.say(ending);
     context.finish(status);
