@@ -5,20 +5,23 @@
 #include <gtest/gtest.h>
 #include <set>
 
-#include "gateway/gateway_module.h"
 #include "platform/process/process.h"
 #include "platform/queues/manual_main_queue.h"
-#include "platform/storage/user_defaults.h"
-#include "records/stores/workspace_store.h"
 #include "runtimes/acp/acp_client.h"
 #include "runtimes/catalog/runtime_locator.h"
 #include "support/agent_script.h"
-#include "support/fake_services.h"
-#include "support/temporary_folder.h"
+#include "support/gateway_parts.h"
 
 namespace vantrell::tests {
 
-class GatewayFixture : public ::testing::Test {
+/// Before all that uses it.
+struct VirtualMainQueue {
+  ManualMainQueue main;
+};
+
+class GatewayFixture : public ::testing::Test,
+                       protected VirtualMainQueue,
+                       protected GatewaySurroundings {
  protected:
   struct Caller {
     Uuid id;
@@ -36,15 +39,11 @@ class GatewayFixture : public ::testing::Test {
     }
   };
 
-  GatewayFixture() {
+  GatewayFixture() : GatewaySurroundings(main, {"site", "shop"}) {
     for (const auto each : allAgentProviders) {
       providers.connectors[each] = {
           each, "Install it.", [this, each](const auto&) { return !missing.contains(each); },
           [this, each](const ProviderConnectorContext& context) { return client(each, context); }};
-    }
-    settings.load();
-    for (const auto* name : {"site", "shop"}) {
-      tree.addWorkspace(Workspace::makeProject(folder.folder(name), main.now()));
     }
     start();
   }
@@ -54,8 +53,7 @@ class GatewayFixture : public ::testing::Test {
   }
 
   void start(bool serves = true) {
-    gateway = std::make_unique<GatewayModule>(GatewayModule::Dependencies{
-        main, changes, tree, settings, providers, pool, folder / "data"});
+    gateway = std::make_unique<GatewayModule>(dependencies());
     gateway->load();
     keys = &gateway->keys;
     jobs = gateway->jobs.get();
@@ -128,8 +126,8 @@ class GatewayFixture : public ::testing::Test {
     return types;
   }
 
-  virtual std::shared_ptr<AgentClient> client(AgentProvider provider,
-                                              const ProviderConnectorContext& context) {
+  std::shared_ptr<AgentClient> client(AgentProvider provider,
+                                      const ProviderConnectorContext& context) {
     contexts.push_back(context);
     ACPConfiguration configuration;
     configuration.provider = provider;
@@ -142,15 +140,6 @@ class GatewayFixture : public ::testing::Test {
     return ACPClient::make(std::move(configuration), main, pool);
   }
 
-  TemporaryFolder folder;
-  ManualMainQueue main;
-  BackgroundPool pool{2};
-  Changes changes{main};
-  std::unique_ptr<UserDefaults> defaults = UserDefaults::inMemory();
-  Settings settings{*defaults, changes};
-  WorkspaceStore workspaceStore{*defaults, folder / "data"};
-  WorkspaceTree tree{main, workspaceStore, changes};
-  FakeProviders providers;
   std::set<AgentProvider> missing;  // whose runtimes are not there
   std::vector<ProviderConnectorContext> contexts;
   const std::string practiceAgent =

@@ -1,8 +1,8 @@
-// A gateway and what it needs from outside, for tests, benchmarks and the program gateway_host: one
-// project, one key for everything and one without local models. Agents are none, so jobs fail; the
-// local runtime is what the test says. Made and used on the main queue.
+// A gateway and what it needs from outside, for tests, benchmarks and the program gateway_host.
+// Made and used on the main queue.
 #pragma once
 
+#include <initializer_list>
 #include <string>
 
 #include "engine/core/settings.h"
@@ -15,15 +15,39 @@
 
 namespace vantrell::tests {
 
-struct GatewayParts {
-  explicit GatewayParts(MainQueue& queue) : main(queue) {
+/// Projects, settings and providers, which are always ready and give no client.
+struct GatewaySurroundings {
+  GatewaySurroundings(MainQueue& given, std::initializer_list<const char*> projects)
+      : queue(given) {
     for (const auto each : allAgentProviders) {
       providers.connectors[each] = {
           each, "Install it.", [](const auto&) { return true; },
           [](const auto&) -> std::shared_ptr<AgentClient> { return nullptr; }};
     }
     settings.load();
-    tree.addWorkspace(Workspace::makeProject(folder.folder("site"), main.now()));
+    for (const auto* name : projects) {
+      tree.addWorkspace(Workspace::makeProject(folder.folder(name), queue.now()));
+    }
+  }
+  GatewayModule::Dependencies dependencies() {
+    return {queue, changes, tree, settings, providers, pool, folder / "data"};
+  }
+
+  MainQueue& queue;
+  TemporaryFolder folder;
+  BackgroundPool pool{2};
+  Changes changes{queue};
+  std::unique_ptr<UserDefaults> defaults = UserDefaults::inMemory();
+  Settings settings{*defaults, changes};
+  WorkspaceStore workspaceStore{*defaults, folder / "data"};
+  WorkspaceTree tree{queue, workspaceStore, changes};
+  FakeProviders providers;
+};
+
+/// One project, one key for everything and one without local models. Jobs fail; the local runtime
+/// is what the test says.
+struct GatewayParts : GatewaySurroundings {
+  explicit GatewayParts(MainQueue& given) : GatewaySurroundings(given, {"site"}) {
     module.load();
     module.keys.setEnabled(true);
     key = makeKey({allAgentProviders.begin(), allAgentProviders.end()});
@@ -39,22 +63,7 @@ struct GatewayParts {
     providers.localStatus = LocalRuntimeStatus::ready(std::move(connection));
   }
 
-  MainQueue& main;
-  TemporaryFolder folder;
-  BackgroundPool pool{2};
-  Changes changes{main};
-  std::unique_ptr<UserDefaults> defaults = UserDefaults::inMemory();
-  Settings settings{*defaults, changes};
-  WorkspaceStore workspaceStore{*defaults, folder / "data"};
-  WorkspaceTree tree{main, workspaceStore, changes};
-  FakeProviders providers;
-  GatewayModule module{{.main = main,
-                        .changes = changes,
-                        .tree = tree,
-                        .settings = settings,
-                        .providers = providers,
-                        .pool = pool,
-                        .supportFolder = folder / "data"}};
+  GatewayModule module{dependencies()};
   std::string key;
   std::string keyWithoutLocal;
 };
