@@ -5,6 +5,7 @@
 #include "engine/core/friendly_error.h"
 #include "support/engine_fixture.h"
 #include "support/environment.h"
+#include "support/held_executor.h"
 
 namespace vantrell::tests {
 namespace {
@@ -215,26 +216,24 @@ TEST_F(ImagineControllerTest, AgentThatDoesNotEndWhatWasStoppedIsReplaced) {
 }
 
 TEST_F(ImagineControllerTest, CopiesFewFilesAtOnceAndNoneBehindItsEnd) {
-  struct Held final : Executor {
-    void post(Work work) override { all.push_back(std::move(work)); }
-    std::vector<Work> all;
-  } held;
+  HeldExecutor copies;
+  copies.isHeld = true;
   stop();
-  backgroundExecutor = &held;
+  backgroundExecutor = &copies;
   start();
   work("foxes");
   const auto named = [this](const char* name) { return folder.file(name, name); };
   names(named("a.png") + "\n" + named("b.png") + "\n" + named("c.png"));
   client().finishes();
-  ASSERT_EQ(held.all.size(), 2u);
-  held.all[0]();
+  ASSERT_EQ(copies.held.size(), 2u);
+  copies.held[0]();
   main.runReady();
-  EXPECT_EQ(held.all.size(), 3u);
+  EXPECT_EQ(copies.held.size(), 3u);
   EXPECT_EQ(imagine().imagineItems().size(), 1u);
   EXPECT_TRUE(imagine().hasUnfinishedWork());
   const auto files = folder.names("Imagine");
   stop();
-  held.all[1]();
+  copies.held[1]();
   EXPECT_EQ(folder.names("Imagine"), files) << "nobody would list it";
 }
 
@@ -269,6 +268,9 @@ TEST_F(ImagineControllerTest, DeletedItemGoesWithItsFileOrWithoutIt) {
   names(folder.file("fox.png", "1"));
   names(folder.file("owl.png", "2"));
   const auto items = imagine().imagineItems();
+  restart();
+  EXPECT_EQ(imagine().imagineItems(), items);
+  EXPECT_EQ(client().stops, 1);
   imagine().deleteImagineItem(items[0].id);
   EXPECT_FALSE(files::exists(items[0].localPath));
   std::filesystem::remove(items[1].localPath);

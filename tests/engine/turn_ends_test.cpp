@@ -150,12 +150,18 @@ TEST_F(TurnEnds, StopOfAPromptThatWaitsForAStoppedTurnSendsNothing) {
 
 TEST_F(TurnEnds, DyingClientGivesTheRunItsText) {
   start();
-  work("Go");
-  client().fails(AgentError::disconnection("The model runtime disconnected."));
-  client().onUnexpectedTermination("Kimi exited with status 9.");
-  EXPECT_EQ(run().status, RunRecordStatus::failed);
-  EXPECT_EQ(run().statusMessage, "Kimi exited with status 9.");
-  EXPECT_EQ(state(), ConnectionState::failed("Kimi exited with status 9."));
+  for (const bool promptFailsFirst : {true, false}) {
+    SCOPED_TRACE(promptFailsFirst);
+    work("Go");
+    if (promptFailsFirst) {
+      client().fails(AgentError::disconnection("The model runtime disconnected."));
+    }
+    client().onUnexpectedTermination("Kimi exited with status 9.");
+    EXPECT_EQ(run().status, RunRecordStatus::failed);
+    EXPECT_EQ(run().statusMessage, "Kimi exited with status 9.");
+    EXPECT_TRUE(run().completedAt);
+    EXPECT_EQ(state(), ConnectionState::failed("Kimi exited with status 9."));
+  }
 }
 
 TEST_F(TurnEnds, ClientThatDiesIdleLeavesTheCompletedRunAlone) {

@@ -5,6 +5,7 @@
 #include "runtimes/codex/codex_app_server_client.h"
 #include "support/codex_agent_script.h"
 #include "support/engine_fixture.h"
+#include "support/held_executor.h"
 
 namespace vantrell {
 namespace {
@@ -72,10 +73,8 @@ TEST_F(UsageTrackerTest, ReportsOfAClientReachTheLedgerAndKeepEarlierCredits) {
 }
 
 TEST_F(UsageTrackerTest, LedgerWaitsForTheDiskElsewhereAndOneWriteAtATime) {
-  struct Disk : Executor {
-    void post(Work work) override { works.push_back(std::move(work)); }
-    std::vector<Work> works;
-  } disk;
+  tests::HeldExecutor disk;
+  disk.isHeld = true;
   Changes changes(main);
   OrchestrationStore ledgers(
       folder.path(), [this] { return main.now(); }, [](const std::string&) {});
@@ -83,13 +82,13 @@ TEST_F(UsageTrackerTest, LedgerWaitsForTheDiskElsewhereAndOneWriteAtATime) {
   tracker.reported(usageOf(claude, 1));
   tracker.reported(usageOf(claude, 2));
   main.advance(5s);
-  ASSERT_EQ(disk.works.size(), 1U);
+  ASSERT_EQ(disk.held.size(), 1U);
   EXPECT_TRUE(stored().empty());
-  disk.works[0]();
+  disk.held[0]();
   EXPECT_EQ(stored().size(), 1U);
   main.advance(1s);
-  ASSERT_EQ(disk.works.size(), 2U);
-  disk.works[1]();
+  ASSERT_EQ(disk.held.size(), 2U);
+  disk.held[1]();
   EXPECT_EQ(stored().size(), 2U);
 }
 

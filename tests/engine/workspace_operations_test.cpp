@@ -177,6 +177,18 @@ TEST_F(WorkspaceOperations, SearchResultBringsItsEntryIntoView) {
   EXPECT_EQ(model->selection.section(), AppSection::chat);
   operations().openSearchResult(general().id, key.threadID, entry);
   EXPECT_EQ(model->selection.key()->workspaceID, general().id) << "no such conversation there";
+
+  operations().selectActivity({.workspaceID = key.workspaceID, .threadID = key.threadID});
+  EXPECT_EQ(model->selection.key(), key);
+  EXPECT_EQ(model->selection.section(), AppSection::build);
+}
+
+TEST_F(WorkspaceOperations, AWorkspaceRestoredWithoutAVisibleTaskGetsOne) {
+  start();
+  model->tree.updateThread(key, [](ChatThread& t) { t.isArchived = true; });
+  restart();
+  EXPECT_EQ(project().threads.size(), 2U);
+  EXPECT_FALSE(project().thread(selected())->isArchived);
 }
 
 TEST_F(WorkspaceOperations, WhatBelongsToTheProjectIsLoadedForTheOneThatIsSelected) {

@@ -1,6 +1,5 @@
 #include "platform/files/files.h"
 
-#include <csignal>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
@@ -250,6 +249,12 @@ TEST(LockFile, ExcludesOthersUntilItIsGone) {
     ASSERT_TRUE(lock);
     EXPECT_EQ(TemporaryFolder::modeOf(path), 0600u);
     EXPECT_EQ(TemporaryFolder::contentOf(path), std::to_string(getpid()) + "\n");
+    for (const auto& each : fs::directory_iterator("/proc/self/fd")) {
+      std::error_code closed;
+      if (fs::read_symlink(each.path(), closed) != path) continue;
+      EXPECT_TRUE(fcntl(std::stoi(each.path().filename()), F_GETFD) & FD_CLOEXEC)
+          << "a program that outlives this one must not hold its lock";
+    }
     const auto second = files::LockFile::acquire(path);
     ASSERT_FALSE(second);
     EXPECT_EQ(second.error().holder, getpid());

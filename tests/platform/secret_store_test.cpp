@@ -103,6 +103,11 @@ TEST_F(SecretFiles, SayWhenTheFolderDeniesThem) {
   });
 }
 
+TEST_F(SecretFiles, AFolderInTheirPlaceIsNoAbsence) {
+  folder_.folder("secrets/service@account.secret");
+  EXPECT_FALSE(secrets_->read("service", "account"));
+}
+
 // ---- the choice ---------------------------------------------------------------------------------
 
 class ChosenSecretStore : public testing::Test {

@@ -98,6 +98,14 @@ TEST_F(OrchestrationFiles, WhatCannotBeReadIsKeptWhenItIsReplaced) {
   }
 }
 
+TEST_F(OrchestrationFiles, AFolderInTheWayIsKeptToo) {
+  folder_.file("Orchestration/notes.json/inside", "x");
+  auto files = store();
+  EXPECT_EQ(files.load("notes.json", notes_), notes_);
+  ASSERT_TRUE(files.save(none_, "notes.json"));
+  EXPECT_THAT(notices_.at(0), HasSubstr("notes that could not be read"));
+}
+
 TEST_F(OrchestrationFiles, AreNotReplacedWhenTheUnreadableOneCannotBeKept) {
   tests::expectOnSmallVolume(folder_.path(), "1m", [&] {
     folder_.file("Orchestration/notes.json", "[{");

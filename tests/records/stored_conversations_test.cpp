@@ -486,8 +486,10 @@ TEST_F(StoredConversations, DocumentThatCannotBeTakenOverIsKeptAside) {
     const auto kept = quarantined();
     ASSERT_EQ(kept.size(), 1U);
     EXPECT_EQ(TemporaryFolder::contentOf(kept[0]), content);
+    EXPECT_EQ(TemporaryFolder::modeOf(kept[0]), 0600U) << "for their owner alone";
     ASSERT_TRUE(notice);
     EXPECT_TRUE(notice->contains(kept[0])) << *notice;
+    EXPECT_FALSE(notice->contains("()")) << "it says why: " << *notice;
     EXPECT_FALSE(defaults_->data(documentKey));
   }
 }

@@ -117,6 +117,8 @@ TEST_F(ACPHostServicesTest, FilesAreHeldToTheProject) {
   }
   EXPECT_EQ(tests::TemporaryFolder::contentOf(folder_ / "outside"), "out");
   EXPECT_EQ(tests::TemporaryFolder::contentOf(root_ + "/a"), "in");
+  EXPECT_EQ(write(root_ + "/new/deep/f", "h\xC3\xA9llo\n"), "{}");
+  EXPECT_EQ(tests::TemporaryFolder::contentOf(root_ + "/new/deep/f"), "h\xC3\xA9llo\n");
 }
 
 TEST_F(ACPHostServicesTest, WhatIsNoTextFileFailsAsTheSystemSays) {

@@ -12,8 +12,13 @@ namespace vantrell {
 namespace {
 
 using namespace LocalRuntimeService;
-using testing::ElementsAre;
 using enum LocalRuntimeKind;
+
+TEST(LocalRuntimeService, AnUnknownKindIsTheAutomaticOne) {
+  const auto defaults = UserDefaults::inMemory();
+  defaults->setText(kindKey, "LM Studio");
+  EXPECT_EQ(configuredKind(*defaults), automatic);
+}
 
 TEST(LocalRuntimeService, AllowsPlainHttpOnlyToThisMachineAndPrivateNetworks) {
   using Texts = std::vector<std::string>;
