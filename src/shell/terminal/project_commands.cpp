@@ -226,9 +226,7 @@ void setInstructions(CommandContext& context, const std::string& text) {
 }
 
 void instructions(CommandContext& context) {
-  if (context.arguments.words.empty()) {
-    return viewing<showContext<instructionsOf>>(context);
-  }
+  if (context.arguments.words.empty()) return viewing<showContext<instructionsOf>>(context);
   if (context.word(0) != "-") return setInstructions(context, context.word(0));
   context.readInput([&context](const std::string& text) { setInstructions(context, text); });
 }
