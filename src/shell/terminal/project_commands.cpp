@@ -107,6 +107,9 @@ void removeProject(CommandContext& context) {
 
 void pinProject(CommandContext& context) {
   withProject(context, [&](AppModel& model, const Workspace& workspace) {
+    if (model.operations().isGeneral(workspace.id)) {
+      return context.misused("General is always first.");
+    }
     const bool pinned = !context.arguments.has(offOption.name);
     const auto done = model.operations().setWorkspacePinned(workspace.id, pinned);
     context.finish(context.after(
@@ -201,7 +204,12 @@ Outcome showContext(CommandContext& context, const ProjectView& project) {
   const auto& workspace = project.workspace;
   const auto profile =
       current(loadStoredProjectContext(store, workspace.id, project.now), workspace);
-  return context.report(asJson(workspace, profile), part(profile, context.style()));
+  const std::string head =
+      part == everythingOf
+          ? fmt::format("{}  {}\n", context.style().bold(onOneLine(workspace.name)),
+                        onOneLine(withTilde(workspace.path)))
+          : "";
+  return context.report(asJson(workspace, profile), head + part(profile, context.style()));
 }
 
 /// Changes the project's context and prints the sentence.
@@ -226,9 +234,7 @@ void setInstructions(CommandContext& context, const std::string& text) {
 }
 
 void instructions(CommandContext& context) {
-  if (context.arguments.words.empty()) {
-    return viewing<showContext<instructionsOf>>(context);
-  }
+  if (context.arguments.words.empty()) return viewing<showContext<instructionsOf>>(context);
   if (context.word(0) != "-") return setInstructions(context, context.word(0));
   context.readInput([&context](const std::string& text) { setInstructions(context, text); });
 }

@@ -60,7 +60,7 @@ Json asJson(const views::ProviderFacts& facts) {
                     {"next", withoutNulls(next)}};
 }
 
-/// A program's line of the table, and below it what there is to say.
+/// A table, and below it what there is to say of each provider.
 void listProviders(CommandContext& context) {
   const auto survey = RuntimeSurvey::of(context);
   survey->askAll([&context, &survey = *survey] {

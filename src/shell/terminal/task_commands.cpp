@@ -262,8 +262,8 @@ void changeEach(CommandContext& context, std::string_view done,
     const auto keys = findTasks(model.tree().workspaces(), context.arguments.words);
     if (!keys) return std::unexpected(keys.error());
     for (const auto& key : *keys) {
-      if (const auto result = operation(model, key); !result)
-        return context.refused(result.error());
+      const auto result = operation(model, key);
+      if (!result) return context.refused(result.error());
       report(context, key, done);
     }
     return exitStatus::completed;

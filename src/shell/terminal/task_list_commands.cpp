@@ -133,11 +133,10 @@ Outcome listActivity(CommandContext& context, const StateView& state) {
   auto all = activities(state.workspaces, state.now);
   limit(context, all);
   const auto cells = [&](const RunActivity& activity) -> std::vector<TableCell> {
-    const auto [key, title, project, run] =
-        views::activityRows(std::span(&activity, 1), state.now).front();
-    return {idCell(key.threadID),
-            {project},
-            {title},
+    const auto run = views::runRow(activity.run, state.now);
+    return {idCell(activity.threadID),
+            {activity.workspaceName},
+            {views::shownTitle(activity.threadTitle)},
             stateCell(run.state),
             {run.lastSign, look::dim},
             {labelOf(run.provider)},

@@ -1,6 +1,5 @@
 #include "shell/terminal/task_lookup.h"
 
-#include <cctype>
 #include <fmt/format.h>
 
 #include "platform/files/files.h"
@@ -15,17 +14,6 @@ namespace vantrell::shell {
 
 namespace {
 
-/// Upper case, without dashes.
-std::string plainID(std::string_view text) {
-  std::string plain;
-  for (const char letter : text) {
-    if (letter != '-') {
-      plain += static_cast<char>(std::toupper(static_cast<unsigned char>(letter)));
-    }
-  }
-  return plain;
-}
-
 bool looksLikePath(std::string_view word) {
   return word == "." || word == ".." || word.starts_with('~') || word.contains('/');
 }
@@ -33,8 +21,7 @@ bool looksLikePath(std::string_view word) {
 }  // namespace
 
 bool beginsWith(const Uuid& id, std::string_view word) {
-  const std::string prefix = plainID(word);
-  return !prefix.empty() && plainID(id.text()).starts_with(prefix);
+  return !word.empty() && text::lowercased(id.text()).starts_with(text::lowercased(word));
 }
 
 UsageError notExactlyOne(std::size_t found, std::string_view kind, std::string_view word,

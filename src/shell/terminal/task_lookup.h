@@ -13,7 +13,7 @@
 
 namespace vantrell::shell {
 
-/// An ID begins with the text, however short; dashes and the case of letters do not count.
+/// An ID begins with the text, however short; the case of letters does not count.
 bool beginsWith(const Uuid& id, std::string_view word);
 
 /// "There is no hook 3F. To see what there is: vantrell hooks".
