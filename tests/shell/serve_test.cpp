@@ -100,6 +100,40 @@ TEST_F(Serve, EachCommandHearsItsOwnSignalsOnly) {
   expectNothingLeft();
 }
 
+TEST_F(Serve, CommandEndsByTheSignalThatItDoesNotHearAndIgnoresWhatItsCallerIgnores) {
+  const auto server = serve();
+  auto waiting = vantrell({"settings", "set", "tasklet-webhook"});
+  waiting.standardInput = ProcessOptions::Input::pipe;
+  for (const bool isIgnored : {true, false}) {
+    if (isIgnored) {
+      waiting.arguments.insert(waiting.arguments.begin(),
+                               {"-c", "trap '' HUP; exec \"$@\"", "sh", waiting.executable});
+      waiting.executable = "/bin/sh";
+    } else {
+      waiting = vantrell({"settings", "set", "tasklet-webhook"});
+      waiting.standardInput = ProcessOptions::Input::pipe;
+    }
+    const auto command = start(waiting);
+    EXPECT_TRUE(main_.runUntil([&] {
+      main_.post([] {});
+      return processesOf("vantrell").size() == 2;
+    }));
+    signal(*command, SIGHUP);
+    if (isIgnored) command->process->closeInput();
+    finish(command);
+    EXPECT_EQ(command->exits.at(0).code(), isIgnored ? 2 : 128 + SIGHUP) << command->error;
+  }
+  signal(*server, SIGTERM);
+  finish(server);
+}
+
+TEST_F(Serve, InstallEndsWhateverTheServiceManagerSays) {
+  const auto installed = does({"serve", "--install"});
+  EXPECT_TRUE(files::exists(home / "config/systemd/user/vantrell.service")) << installed->error;
+  does({"serve", "--uninstall"});
+  EXPECT_FALSE(files::exists(home / "config/systemd/user/vantrell.service"));
+}
+
 TEST_F(Serve, EndsTheCommandsOfOthersWhenItIsStopped) {
   const auto server = serve();
   const auto other = start(practice({"SLOW:0.5"}));

@@ -32,19 +32,38 @@ bool isInForeground(int descriptor) {
   return foreground <= 0 || foreground == ::getpgrp();
 }
 
-bool isProcessInForeground(pid_t process) {
+namespace {
+
+/// What the system says of a process; nullopt where that cannot be told.
+struct ProcessState {
+  char state = 0;
+  long parent = 0, group = 0, session = 0, terminal = 0, foreground = 0;
+};
+
+std::optional<ProcessState> stateOf(pid_t process) {
   std::ifstream file("/proc/" + std::to_string(process) + "/stat");
   std::string content;
   std::getline(file, content);
   // "PID (name) state parent group session terminal foreground-group ...": a name may hold
   // anything.
   const auto end = content.rfind(')');
-  if (end == std::string::npos) return true;
+  if (end == std::string::npos) return std::nullopt;
   std::istringstream fields(content.substr(end + 1));
-  char state = 0;
-  long parent = 0, group = 0, session = 0, number = 0, foreground = 0;
-  fields >> state >> parent >> group >> session >> number >> foreground;
-  return !fields || foreground < 0 || foreground == group;
+  ProcessState now;
+  fields >> now.state >> now.parent >> now.group >> now.session >> now.terminal >> now.foreground;
+  return fields ? std::optional(now) : std::nullopt;
+}
+
+}  // namespace
+
+bool isProcessInForeground(pid_t process) {
+  const auto now = stateOf(process);
+  return !now || now->foreground < 0 || now->foreground == now->group;
+}
+
+bool isProcessStopped(pid_t process) {
+  const auto now = stateOf(process);
+  return now && (now->state == 'T' || now->state == 't');
 }
 
 bool isOwn(int descriptor) {
@@ -85,6 +104,13 @@ Descriptor openAgain(int descriptor, int access) {
   return Descriptor(::open(path.c_str(), access | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
 }
 
+/// And forgets what was typed. TCSAFLUSH would wait for output that the user may have stopped.
+static bool setMode(int descriptor, const termios& mode) {
+  const bool isSet = ::tcsetattr(descriptor, TCSANOW, &mode) == 0;
+  ::tcflush(descriptor, TCIFLUSH);
+  return isSet;
+}
+
 struct HiddenTyping::Mode {
   termios flags{};
 };
@@ -94,11 +120,11 @@ HiddenTyping::HiddenTyping(int descriptor) : descriptor_(descriptor) {
   if (::tcgetattr(descriptor_, &before->flags) != 0) return;
   termios hidden = before->flags;
   hidden.c_lflag &= ~static_cast<tcflag_t>(ECHO | ECHONL);
-  if (::tcsetattr(descriptor_, TCSAFLUSH, &hidden) == 0) before_ = std::move(before);
+  if (setMode(descriptor_, hidden)) before_ = std::move(before);
 }
 
 HiddenTyping::~HiddenTyping() {
-  if (before_) ::tcsetattr(descriptor_, TCSAFLUSH, &before_->flags);
+  if (before_) setMode(descriptor_, before_->flags);
 }
 
 std::string readStandardInput() {

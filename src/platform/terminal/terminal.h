@@ -26,6 +26,9 @@ bool isInForeground(int descriptor);
 /// The same for another process, whose terminal this one reads. True where that cannot be told.
 bool isProcessInForeground(pid_t process);
 
+/// Whether it was stopped, as by Ctrl-Z.
+bool isProcessStopped(pid_t process);
+
 /// The one that this process belongs to, whose keys send it signals.
 bool isOwn(int descriptor);
 /// Belongs to no terminal any more, so that it is neither stopped nor ended with one; Ctrl-C there

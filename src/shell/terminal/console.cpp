@@ -69,15 +69,17 @@ std::string safeForTerminal(std::string_view text) {
 Console::Console(MainQueue& main, Streams streams, const Environment& environment,
                  std::vector<std::string_view> commandNames)
     : main_(main),
-      streams_(streams),
-      outputIsTerminal_(terminal::isTerminal(streams.output)),
-      style_(TerminalStyle::of(streams.output, environment)),
-      errorStyle_(TerminalStyle::of(streams.error, environment)),
+      streams_(std::move(streams)),
+      outputIsTerminal_(terminal::isTerminal(streams_.output)),
+      style_(TerminalStyle::of(streams_.output, environment)),
+      errorStyle_(TerminalStyle::of(streams_.error, environment)),
       typedName_(valueOf(environment, "VANTRELL_COMMAND")),
       commandNames_(std::move(commandNames)),
-      output_(main, streams.output),
+      output_(main, streams_.output, streams_.mayWrite),
       error_() {
-  if (!areSameFile(streams.output, streams.error)) error_.emplace(main, streams.error);
+  if (!areSameFile(streams_.output, streams_.error)) {
+    error_.emplace(main, streams_.error, streams_.mayWrite);
+  }
 }
 
 std::size_t Console::columns() const {

@@ -22,6 +22,8 @@ class Console {
   struct Streams {
     int output = 1;
     int error = 2;
+    /// Whether the user lets it write now. Any thread. Unset: always.
+    std::function<bool()> mayWrite{};
   };
   /// `commandNames` are the words that follow "vantrell" in a line that can be typed.
   Console(MainQueue& main, Streams streams, const Environment& environment,

@@ -26,7 +26,13 @@ void HandedCommands::begin(std::shared_ptr<IncomingCommand> incoming) {
   const auto handed = commands_.insert(commands_.end(), {.incoming = incoming});
   Caller caller{
       .input = incoming->input.get(),
-      .streams = {.output = incoming->output.get(), .error = incoming->error.get()},
+      .streams = {.output = incoming->output.get(),
+                  .error = incoming->error.get(),
+                  // As a process that was stopped writes nothing.
+                  .mayWrite =
+                      [process = incoming->caller] {
+                        return !terminal::isProcessStopped(process);
+                      }},
       .folder = incoming->command.folder,
       .environment = incoming->command.environment,
       .watchSignals =

@@ -130,27 +130,28 @@ class SystemctlCalls : public std::enable_shared_from_this<SystemctlCalls> {
   void run(std::function<void(std::string failure)> then) {
     if (next_ == calls_.size()) return then("");
     const auto& words = calls_[next_++];
-    runner_.run({.options =
-                     [words, environment = context_.caller.environment] {
-                       ProcessOptions options;
-                       options.executable = "/usr/bin/systemctl";
-                       options.arguments = words;
-                       options.arguments.insert(options.arguments.begin(), "--user");
-                       options.environment = environment;
-                       options.mergeErrorIntoOutput = true;
-                       return options;
-                     },
-                 .limit = std::chrono::seconds(30),
-                 .input = std::nullopt},
-                [self = shared_from_this(), then](const ProgramRunner::Outcome& outcome) {
-                  if (outcome.status == 0) return self->run(then);
-                  then(std::string(text::trimmed(outcome.output)));
-                });
+    runner_->run({.options =
+                      [words, environment = context_.caller.environment] {
+                        ProcessOptions options;
+                        options.executable = "/usr/bin/systemctl";
+                        options.arguments = words;
+                        options.arguments.insert(options.arguments.begin(), "--user");
+                        options.environment = environment;
+                        options.mergeErrorIntoOutput = true;
+                        return options;
+                      },
+                  .limit = std::chrono::seconds(30),
+                  .input = std::nullopt},
+                 [self = shared_from_this(), then](const ProgramRunner::Outcome& outcome) {
+                   if (outcome.status == 0) return self->run(then);
+                   then(std::string(text::trimmed(outcome.output)));
+                 });
   }
 
  private:
   CommandContext& context_;
-  ProgramRunner runner_{context_.main, context_.pool()};
+  const std::shared_ptr<ProgramRunner> runner_ =
+      std::make_shared<ProgramRunner>(context_.main, context_.pool());
   const std::vector<std::vector<std::string>> calls_;
   std::size_t next_ = 0;
 };
