@@ -84,6 +84,10 @@ std::string Url::hostAndPort() const {
   return port_ ? fmt::format("{}:{}", host, *port_) : host;
 }
 
+std::string Url::pathAndQuery() const {
+  return (path_.empty() ? "/" : path_) + afterPath_.substr(0, afterPath_.find('#'));
+}
+
 std::string Url::lastPathComponent() const {
   const auto encoded = encodedLastComponent(path_);
   return boost::urls::pct_string_view(encoded.data(), encoded.size()).decode();

@@ -32,6 +32,8 @@ class Url {
   std::string hostAndPort() const;
   /// Percent-encoded; empty or with a leading slash.
   const std::string& path() const { return path_; }
+  /// What a request line names: path (at least "/") and query, without the fragment.
+  std::string pathAndQuery() const;
 
   /// Decoded; a slash at the end of the path does not count. Empty when there is none.
   std::string lastPathComponent() const;
