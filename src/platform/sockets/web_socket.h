@@ -21,6 +21,10 @@
 #include "platform/sockets/tcp.h"
 #include "platform/values/url.h"
 
+namespace boost::asio::ssl {
+class context;
+}
+
 namespace vantrell {
 
 /// How a WebSocket ended that its owner had not closed.
@@ -118,10 +122,10 @@ class TlsIdentity {
   /// The error is a sentence.
   static std::expected<TlsIdentity, std::string> read(const std::string& certificateChain,
                                                       const std::string& privateKey);
+  boost::asio::ssl::context& context() const { return *context_; }
 
  private:
-  friend class WebSocketListener;
-  std::shared_ptr<void> context_;
+  std::shared_ptr<boost::asio::ssl::context> context_;
 };
 
 /// The request that asks for a WebSocket, or for something else.
@@ -173,9 +177,6 @@ class WebSocketListener {
   virtual void close() = 0;
 
   static constexpr std::size_t longestHead = 8192;
-
- protected:
-  static std::shared_ptr<void> contextOf(const TlsIdentity& identity) { return identity.context_; }
 };
 
 }  // namespace vantrell
