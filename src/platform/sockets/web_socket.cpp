@@ -5,6 +5,7 @@
 #include <boost/asio/any_io_executor.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/post.hpp>
 #include <boost/asio/ssl.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
@@ -75,10 +76,26 @@ class Layer {
     socket.async_write_some(buffers, std::forward<Handler>(handler));
   }
   friend void beast_close_socket(Layer& layer) { layer.close(); }
-  /// After the close frames the end of TLS would say nothing new.
+  /// Only the half that cannot wait: the owner reads on to the end of the connection
+  /// itself, with a limit of time. After the close frames the end of TLS would say nothing new.
   template <typename Handler>
-  friend void async_teardown(beast::role_type role, Layer& layer, Handler&& handler) {
-    beast::websocket::async_teardown(role, layer.socket, std::forward<Handler>(handler));
+  friend void async_teardown(beast::role_type, Layer& layer, Handler&& handler) {
+    ErrorCode ignored;
+    std::ignore = layer.socket.shutdown(tcp::socket::shutdown_send, ignored);
+    asio::post(layer.get_executor(),
+               beast::bind_front_handler(std::forward<Handler>(handler), ErrorCode()));
+  }
+  /// Reads to the end of the connection and closes it then, since closing over unread bytes would
+  /// reset it and could cost the other side what it has not read. `then` holds the owner of this.
+  void drain(std::function<void()> then) {
+    socket.async_wait(tcp::socket::wait_read, [this, then](const ErrorCode& error) {
+      if (error || !socket.is_open()) return then();
+      std::array<char, 4096> dropped;
+      const auto count =
+          ::recv(socket.native_handle(), dropped.data(), dropped.size(), MSG_DONTWAIT);
+      if (count > 0 || (count < 0 && (errno == EAGAIN || errno == EINTR))) return drain(then);
+      then();
+    });
   }
 
   void close() {
@@ -123,9 +140,11 @@ class Channel : public WebSocket, public std::enable_shared_from_this<Channel> {
       : queue_(queue),
         stream_(asio::any_io_executor(QueueExecutor(queue))),
         peer_(std::move(peer)),
-        lingerTimer_(stream_.get_executor()) {
+        lingerTimer_(stream_.get_executor()),
+        idleTimer_(stream_.get_executor()) {
     stream_.write_buffer_bytes(chunkBytes);
     stream_.control_callback([this](beast::websocket::frame_type type, beast::string_view) {
+      hasHeard_ = true;
       if (type == beast::websocket::frame_type::close) closedByPeer();
     });
   }
@@ -137,16 +156,16 @@ class Channel : public WebSocket, public std::enable_shared_from_this<Channel> {
   void setLimits(const WebSocketLimits& limits, std::chrono::milliseconds handshake) {
     limits_ = limits;
     stream_.read_message_max(limits.messageBytes);
-    const bool hasIdle = limits.idle.count() > 0;
+    // Silence is watched here: the stream's own watch would count a pause as silence.
     stream_.set_option(beast::websocket::stream_base::timeout{
-        handshake, hasIdle ? Duration(limits.idle) : beast::websocket::stream_base::none(),
-        hasIdle});
+        handshake, beast::websocket::stream_base::none(), false});
   }
   /// After the handshake.
   void opened() {
     // From now on the time for a handshake is the one for closing.
     setLimits(limits_, lingerLimit);
     phase_ = Phase::open;
+    watchIdle();
   }
 
   void start(Handlers handlers) override {
@@ -211,6 +230,7 @@ class Channel : public WebSocket, public std::enable_shared_from_this<Channel> {
   virtual void closeNow() {
     layer().close();
     lingerTimer_.cancel();
+    idleTimer_.cancel();
   }
 
   const SerialQueue queue_;
@@ -224,6 +244,7 @@ class Channel : public WebSocket, public std::enable_shared_from_this<Channel> {
   struct Unsent {
     std::shared_ptr<const std::string> bytes;
     bool isText = false;
+    std::size_t written = 0;
   };
   static constexpr std::size_t chunkBytes = 65'536;
   static constexpr std::size_t longestReason = 123;
@@ -257,15 +278,19 @@ class Channel : public WebSocket, public std::enable_shared_from_this<Channel> {
       return;
     }
     isWriting_ = true;
-    const auto& [bytes, isText] = unsent_.front();
-    stream_.text(isText);
-    // It holds the bytes: the queue may be cleared while they are written.
-    stream_.async_write(asio::buffer(*bytes),
-                        [self = shared_from_this(), held = bytes](
-                            const ErrorCode& error, std::size_t) { self->didWrite(error); });
+    const auto& [bytes, isText, written] = unsent_.front();
+    if (written == 0) stream_.text(isText);
+    // In pieces, so that progress shows and pings come between. The handler holds the bytes: the
+    // queue may be cleared while they are written.
+    const auto size = std::min(bytes->size() - written, chunkBytes);
+    stream_.async_write_some(
+        written + size == bytes->size(), asio::buffer(bytes->data() + written, size),
+        [self = shared_from_this(), held = bytes, size](const ErrorCode& error, std::size_t) {
+          self->didWrite(error, size);
+        });
   }
 
-  void didWrite(const ErrorCode& error) {
+  void didWrite(const ErrorCode& error, std::size_t size) {
     isWriting_ = false;
     if (phase_ == Phase::ended) return;
     if (error) {
@@ -273,23 +298,32 @@ class Channel : public WebSocket, public std::enable_shared_from_this<Channel> {
       if (phase_ == Phase::open && isReading_ && !isPaused_) return linger();
       return fail(endOf(error));
     }
-    queuedBytes_ -= unsent_.front().bytes->size();
-    unsent_.pop_front();
+    queuedBytes_ -= size;
+    auto& first = unsent_.front();
+    first.written += size;
+    if (first.written == first.bytes->size()) unsent_.pop_front();
     writeNext();
     if (const auto handlers = handlers_; handlers && handlers->onWritten) handlers->onWritten();
   }
 
   void sendClose() {
     if (std::exchange(hasSentClose_, true)) return;
-    stream_.async_close(closeReason_, [self = shared_from_this()](const ErrorCode&) {
+    stream_.async_close(closeReason_, [self = shared_from_this()](const ErrorCode& error) {
       self->phase_ = Phase::ended;
-      self->closeNow();
+      error ? self->closeNow() : self->drain();
     });
   }
 
   void didRead(const ErrorCode& error) {
     isReading_ = false;
+    hasHeard_ = true;
     if (phase_ == Phase::closing) return;  // sendClose() reads on
+    if (error && isOfProtocol(error)) {
+      // A close frame has been received, or sent for what is wrong.
+      announce(endOf(error));
+      linger();
+      return drain();
+    }
     if (phase_ == Phase::ended) return closeNow();
     if (error) return fail(endOf(error));
     if (stream_.is_message_done()) {
@@ -313,6 +347,31 @@ class Channel : public WebSocket, public std::enable_shared_from_this<Channel> {
     linger();
   }
 
+  void drain() {
+    layer().drain([self = shared_from_this()] { self->closeNow(); });
+  }
+
+  void watchIdle() {
+    if (limits_.idle.count() == 0) return;
+    idleTimer_.expires_after(limits_.idle / 2);
+    idleTimer_.async_wait([weak = weak_from_this()](const ErrorCode& error) {
+      const auto self = weak.lock();
+      if (self && !error && self->phase_ == Phase::open) self->checkIdle();
+    });
+  }
+
+  void checkIdle() {
+    if (std::exchange(hasHeard_, false) || isPaused_) {
+      isPinging_ = false;
+    } else if (std::exchange(isPinging_, true)) {
+      return fail({Kind::timedOut,
+                   fmt::format("{} has been silent for {}.", peer_, inSeconds(limits_.idle))});
+    } else {
+      stream_.async_ping({}, [self = shared_from_this()](const ErrorCode&) {});
+    }
+    watchIdle();
+  }
+
   void linger() {
     lingerTimer_.expires_after(lingerLimit);
     lingerTimer_.async_wait([self = shared_from_this()](const ErrorCode& error) {
@@ -325,17 +384,16 @@ class Channel : public WebSocket, public std::enable_shared_from_this<Channel> {
     });
   }
 
+  static bool isOfProtocol(const ErrorCode& error) {
+    return error.category() == make_error_code(beast::websocket::error::closed).category();
+  }
   WebSocketEnd endOf(const ErrorCode& error) const {
     using Error = beast::websocket::error;
-    if (error == beast::error::timeout) {
-      return {Kind::timedOut,
-              fmt::format("{} has been silent for {}.", peer_, inSeconds(limits_.idle))};
-    }
     if (error == Error::message_too_big || error == Error::buffer_overflow) {
       return {Kind::badMessage,
               fmt::format("{} sent a message of more than {} bytes.", peer_, limits_.messageBytes)};
     }
-    if (error.category() == make_error_code(Error::closed).category()) {
+    if (isOfProtocol(error)) {
       return {Kind::badMessage, sentence(peer_ + " broke the protocol", error)};
     }
     if (error == asio::error::eof || error == ssl::error::stream_truncated) {
@@ -351,6 +409,9 @@ class Channel : public WebSocket, public std::enable_shared_from_this<Channel> {
   std::size_t queuedBytes_ = 0;
   beast::websocket::close_reason closeReason_;
   asio::steady_timer lingerTimer_;
+  asio::steady_timer idleTimer_;
+  bool hasHeard_ = false;   // anything, since the idle timer last fired
+  bool isPinging_ = false;  // and has heard nothing since
   bool isReading_ = false;
   bool isWriting_ = false;
   bool isPaused_ = false;
@@ -664,12 +725,12 @@ class Incoming : public std::enable_shared_from_this<Incoming> {
         with.status, std::string_view(reason.data(), reason.size()), with.contentType,
         with.body.size(), with.status == 426 ? "Upgrade: websocket\r\n" : "");
     if (request_.method != "HEAD") text_ += with.body;
-    asio::async_write(channel_->layer(), asio::buffer(text_), step([](Incoming& self) {
-                        // Read to its end, so that no reset overtakes the answer.
-                        async_teardown(
-                            beast::role_type::server, self.channel_->layer(),
-                            [held = self.shared_from_this()](const ErrorCode&) { held->end(); });
-                      }));
+    asio::async_write(
+        channel_->layer(), asio::buffer(text_), step([](Incoming& self) {
+          ErrorCode ignored;
+          std::ignore = self.channel_->layer().socket.shutdown(tcp::socket::shutdown_send, ignored);
+          self.channel_->layer().drain([held = self.shared_from_this()] { held->end(); });
+        }));
   }
 
   const std::shared_ptr<Channel> channel_;

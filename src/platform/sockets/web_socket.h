@@ -53,7 +53,7 @@ struct WebSocketLimits {
   /// One message always fits.
   std::size_t queuedBytes = std::size_t{64} << 20;
   /// A ping is sent when nothing has come for half of it; the connection ends as `timedOut` when
-  /// nothing has come for all of it. Zero: silence is no reason to end.
+  /// nothing has come for all of it (half of it later at most). Zero: silence does not matter.
   std::chrono::milliseconds idle{60'000};
 };
 
@@ -65,7 +65,7 @@ class WebSocket {
     std::function<void()> onOpen;  // a client's: messages may be sent from now on
     std::function<void(std::string)> onText;
     std::function<void(std::string)> onBinary;
-    /// A message has been given to the system; `queuedBytes()` says what is left.
+    /// A piece of what was sent has been given to the system; `queuedBytes()` says what is left.
     std::function<void()> onWritten;
     /// Once, and nothing afterwards. Not called after close() or abort().
     std::function<void(WebSocketEnd)> onEnd;
@@ -109,7 +109,8 @@ class WebSocket {
   /// Memory of the message that is being received.
   virtual std::size_t receivingBytes() const = 0;
   /// While paused nothing is read, so that the other side is held back; pings are not answered and
-  /// the end is not noticed. A message that has been read already may still come.
+  /// the end is not noticed; silence does not count. A message that has been read already may still
+  /// come.
   virtual void setPaused(bool isPaused) = 0;
   virtual void setMessageLimit(std::size_t bytes) = 0;
 
