@@ -101,8 +101,8 @@ class WebSocketTest : public testing::Test {
                 .onRequest = [limits](const WebSocketRequest& request)
                     -> std::variant<WebSocketLimits, WebSocketListener::Answer> {
                   if (request.target.starts_with("/connect")) return limits;
-                  return WebSocketListener::Answer{.status = request.target == "/plain" ? 200 : 404,
-                                                   .body = "plain"};
+                  if (request.target == "/plain") return WebSocketListener::Answer{.body = "plain"};
+                  return WebSocketListener::Answer{.status = 404, .body = "nothing"};
                 },
                 .onOpen =
                     [this](std::shared_ptr<WebSocket> opened, const WebSocketRequest& request) {
