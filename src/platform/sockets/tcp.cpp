@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <array>
-#include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/steady_timer.hpp>
@@ -11,12 +10,11 @@
 #include <deque>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <signal.h>
 #include <sys/socket.h>
 #include <system_error>
-#include <thread>
 
 #include "platform/files/descriptor.h"
+#include "platform/sockets/readiness.h"
 
 namespace vantrell {
 
@@ -31,25 +29,6 @@ TcpError tcpError(std::string_view what, int code) {
   return {code, std::string(what) + ": " + std::generic_category().message(code) + "."};
 }
 
-/// The thread that waits for all sockets. It runs until the program ends, as do the descriptors of
-/// queues that are gone.
-asio::io_context& readiness() {
-  struct Waiting {
-    Waiting() {
-      sigset_t all;
-      sigset_t before;
-      ::sigfillset(&all);
-      ::pthread_sigmask(SIG_SETMASK, &all, &before);
-      std::thread([this] { context.run(); }).detach();
-      ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    }
-    asio::io_context context{1};
-    asio::executor_work_guard<asio::io_context::executor_type> work{context.get_executor()};
-  };
-  static auto* const waiting = new Waiting;
-  return waiting->context;
-}
-
 void closeNow(Socket& socket) {
   ErrorCode ignored;
   std::ignore = socket.close(ignored);
@@ -62,7 +41,7 @@ bool isTemporary(int error) {
 class Connection final : public TcpConnection, public std::enable_shared_from_this<Connection> {
  public:
   Connection(SerialQueue queue, Descriptor descriptor)
-      : queue_(std::move(queue)), socket_(readiness(), descriptor.release()) {}
+      : queue_(std::move(queue)), socket_(socketReadiness(), descriptor.release()) {}
 
   void start(Handlers handlers) override {
     handlers_ = std::make_shared<Handlers>(std::move(handlers));
@@ -89,7 +68,7 @@ class Connection final : public TcpConnection, public std::enable_shared_from_th
     isEnding_ = true;
     ::shutdown(socket_.native_handle(), SHUT_WR);
     if (hasEnded_) return onQueue([](Connection& self) { self.end(std::nullopt); });
-    lingerTimer_.emplace(readiness(), lingerLimit);
+    lingerTimer_.emplace(socketReadiness(), lingerLimit);
     lingerTimer_->async_wait([queue = queue_, weak = weak_from_this()](const ErrorCode& error) {
       if (error) return;
       queue.post([weak] {
@@ -199,7 +178,9 @@ class Connection final : public TcpConnection, public std::enable_shared_from_th
 class Listener final : public TcpListener, public std::enable_shared_from_this<Listener> {
  public:
   Listener(Descriptor descriptor, std::uint16_t port)
-      : socket_(readiness(), descriptor.release()), number_(socket_.native_handle()), port_(port) {}
+      : socket_(socketReadiness(), descriptor.release()),
+        number_(socket_.native_handle()),
+        port_(port) {}
 
   std::uint16_t port() const override { return port_; }
 
@@ -229,13 +210,18 @@ class Listener final : public TcpListener, public std::enable_shared_from_this<L
 
   void accept() {
     for (int count = 0; count < acceptedInOneGo; ++count) {
-      if (isPaused_ || !socket_.is_open() || !handlers_.onConnection) return;
+      if (isPaused_ || !socket_.is_open()) return;
+      if (!handlers_.onConnection && !handlers_.onSocket) return;
       Descriptor accepted(
           ::accept4(socket_.native_handle(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
       if (accepted) {
         const int on = 1;
         ::setsockopt(accepted.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-        handlers_.onConnection(std::make_shared<Connection>(*queue_, std::move(accepted)));
+        if (handlers_.onSocket) {
+          handlers_.onSocket(std::move(accepted));
+        } else {
+          handlers_.onConnection(std::make_shared<Connection>(*queue_, std::move(accepted)));
+        }
       } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
         return retryLater();
       } else if (isTemporary(errno)) {
@@ -251,7 +237,7 @@ class Listener final : public TcpListener, public std::enable_shared_from_this<L
 
   void retryLater() {
     isWaiting_ = true;
-    retryTimer_.emplace(readiness(), retryDelay);
+    retryTimer_.emplace(socketReadiness(), retryDelay);
     retryTimer_->async_wait([self = shared_from_this()](const ErrorCode& error) {
       if (!error) self->acceptOnQueue();
     });
@@ -283,23 +269,28 @@ std::expected<std::shared_ptr<TcpListener>, TcpError> TcpListener::bind(const st
     return std::unexpected(
         tcpError("Could not listen on " + address + ":" + std::to_string(port), errno));
   };
-  sockaddr_in endpoint{};
-  endpoint.sin_family = AF_INET;
-  endpoint.sin_port = htons(port);
-  if (::inet_pton(AF_INET, address.c_str(), &endpoint.sin_addr) != 1) {
+  // Room for either kind of address; both have the port at the same place.
+  sockaddr_in6 endpoint{};
+  auto* const raw = reinterpret_cast<sockaddr*>(&endpoint);
+  socklen_t size = sizeof endpoint;
+  if (::inet_pton(AF_INET, address.c_str(), &reinterpret_cast<sockaddr_in*>(raw)->sin_addr) == 1) {
+    endpoint.sin6_family = AF_INET;
+    size = sizeof(sockaddr_in);
+  } else if (::inet_pton(AF_INET6, address.c_str(), &endpoint.sin6_addr) == 1) {
+    endpoint.sin6_family = AF_INET6;
+  } else {
     errno = EINVAL;
     return problem();
   }
-  Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+  endpoint.sin6_port = htons(port);
+  Descriptor socket(::socket(endpoint.sin6_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
   const int on = 1;
-  socklen_t size = sizeof endpoint;
-  auto* const raw = reinterpret_cast<sockaddr*>(&endpoint);
   if (!socket || ::setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
       ::bind(socket.get(), raw, size) != 0 || ::listen(socket.get(), SOMAXCONN) != 0 ||
       ::getsockname(socket.get(), raw, &size) != 0) {
     return problem();
   }
-  return std::make_shared<Listener>(std::move(socket), ntohs(endpoint.sin_port));
+  return std::make_shared<Listener>(std::move(socket), ntohs(endpoint.sin6_port));
 }
 
 }  // namespace vantrell
