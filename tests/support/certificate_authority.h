@@ -32,26 +32,42 @@ class CertificateAuthority {
 
   /// The authority's own certificate, for those who shall trust it.
   std::string pem() const {
-    const std::unique_ptr<BIO, Release<BIO_free>> memory(BIO_new(BIO_s_mem()));
-    check(PEM_write_bio_X509(memory.get(), certificate_.get()) == 1);
-    char* bytes = nullptr;
-    const long size = BIO_get_mem_data(memory.get(), &bytes);
-    return {bytes, static_cast<std::size_t>(size)};
+    return pemOf([&](BIO* out) { return PEM_write_bio_X509(out, certificate_.get()); });
   }
 
   /// What a server needs to be taken for `name`: an entry of subjectAltName, "IP:127.0.0.1".
   OwnedTlsContext server(const std::string& name = "IP:127.0.0.1") const {
-    const OwnedKey key = newKey();
-    const OwnedCertificate own = certificate("A test's server", key.get());
-    extend(own.get(), NID_subject_alt_name, name);
-    sign(own.get());
+    const auto [key, own] = signedServer(name);
     OwnedTlsContext context(SSL_CTX_new(TLS_server_method()));
     check(SSL_CTX_use_certificate(context.get(), own.get()) == 1);
     check(SSL_CTX_use_PrivateKey(context.get(), key.get()) == 1);
     return context;
   }
+  /// The same as certificate and private key.
+  std::pair<std::string, std::string> serverPem(const std::string& name) const {
+    const auto [key, own] = signedServer(name);
+    return {
+        pemOf([&](BIO* out) { return PEM_write_bio_X509(out, own.get()); }), pemOf([&](BIO* out) {
+          return PEM_write_bio_PrivateKey(out, key.get(), nullptr, nullptr, 0, nullptr, nullptr);
+        })};
+  }
 
  private:
+  template <typename Write>
+  static std::string pemOf(Write write) {
+    const std::unique_ptr<BIO, Release<BIO_free>> memory(BIO_new(BIO_s_mem()));
+    check(write(memory.get()) == 1);
+    char* bytes = nullptr;
+    const long size = BIO_get_mem_data(memory.get(), &bytes);
+    return {bytes, static_cast<std::size_t>(size)};
+  }
+  std::pair<OwnedKey, OwnedCertificate> signedServer(const std::string& name) const {
+    OwnedKey key = newKey();
+    OwnedCertificate own = certificate("A test's server", key.get());
+    extend(own.get(), NID_subject_alt_name, name);
+    sign(own.get());
+    return {std::move(key), std::move(own)};
+  }
   static void check(bool isWell) {
     if (!isWell) throw std::runtime_error("OpenSSL does not make the certificates");
   }

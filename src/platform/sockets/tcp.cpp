@@ -12,6 +12,7 @@
 #include <boost/system/system_error.hpp>
 #include <cerrno>
 #include <deque>
+#include <mutex>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <signal.h>
@@ -121,6 +122,16 @@ std::expected<SocketThread, TcpError> SocketThread::start() {
   } catch (const std::system_error& error) {
     return failed(error.code().value());
   }
+}
+
+std::expected<SocketThread, TcpError> SocketThread::shared() {
+  static std::mutex mutex;
+  static SocketThread* thread = nullptr;
+  const std::lock_guard lock(mutex);
+  if (thread) return *thread;
+  auto started = start();
+  if (started) thread = new SocketThread(*started);
+  return started;
 }
 
 void SocketThread::post(Work work) const {
@@ -330,9 +341,11 @@ class Listener final : public TcpListener, public std::enable_shared_from_this<L
 
   void accept() {
     for (int count = 0; count < acceptedInOneGo; ++count) {
-      if (isPaused_ || !handlers_.onConnection) return;
+      if (isPaused_ || !isStarted()) return;
       Descriptor accepted(::accept4(number_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-      if (accepted) {
+      if (accepted && handlers_.onSocket) {
+        handlers_.onSocket(std::move(accepted));
+      } else if (accepted) {
         handlers_.onConnection(std::make_shared<Connection>(thread_, std::move(accepted)));
       } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
         return retryLater();
@@ -340,7 +353,7 @@ class Listener final : public TcpListener, public std::enable_shared_from_this<L
         break;
       }  // else a connection that has gone again
     }
-    if (isPaused_ || !handlers_.onConnection) return;
+    if (isPaused_ || !isStarted()) return;
     if (descriptor_) {
       ErrorCode error;
       std::ignore = socket_->assign(number_, error);
@@ -350,6 +363,8 @@ class Listener final : public TcpListener, public std::enable_shared_from_this<L
     isWaiting_ = true;
     socket_->async_wait(Socket::wait_read, acceptsAgain());
   }
+
+  bool isStarted() const { return handlers_.onConnection || handlers_.onSocket; }
 
   void retryLater() {
     isWaiting_ = true;
@@ -386,24 +401,29 @@ std::expected<std::shared_ptr<TcpListener>, TcpError> TcpListener::bind(const st
     return std::unexpected(
         tcpError("Could not listen on " + address + ":" + std::to_string(port), errno));
   };
-  sockaddr_in endpoint{};
-  endpoint.sin_family = AF_INET;
-  endpoint.sin_port = htons(port);
-  if (::inet_pton(AF_INET, address.c_str(), &endpoint.sin_addr) != 1) {
+  // Room for either kind of address; both have the port at the same place.
+  sockaddr_in6 endpoint{};
+  auto* const raw = reinterpret_cast<sockaddr*>(&endpoint);
+  socklen_t size = sizeof endpoint;
+  if (::inet_pton(AF_INET, address.c_str(), &reinterpret_cast<sockaddr_in*>(raw)->sin_addr) == 1) {
+    endpoint.sin6_family = AF_INET;
+    size = sizeof(sockaddr_in);
+  } else if (::inet_pton(AF_INET6, address.c_str(), &endpoint.sin6_addr) == 1) {
+    endpoint.sin6_family = AF_INET6;
+  } else {
     errno = EINVAL;
     return problem();
   }
-  Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+  endpoint.sin6_port = htons(port);
+  Descriptor socket(::socket(endpoint.sin6_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
   const int on = 1;
-  socklen_t size = sizeof endpoint;
-  auto* const raw = reinterpret_cast<sockaddr*>(&endpoint);
   if (!socket || ::setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
       ::setsockopt(socket.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) != 0 ||  // inherited
       ::bind(socket.get(), raw, size) != 0 || ::listen(socket.get(), SOMAXCONN) != 0 ||
       ::getsockname(socket.get(), raw, &size) != 0) {
     return problem();
   }
-  return std::make_shared<Listener>(std::move(socket), ntohs(endpoint.sin_port));
+  return std::make_shared<Listener>(std::move(socket), ntohs(endpoint.sin6_port));
 }
 
 }  // namespace vantrell

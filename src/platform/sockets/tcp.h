@@ -13,6 +13,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/files/descriptor.h"
 #include "platform/queues/dispatch.h"
 
 namespace vantrell {
@@ -27,6 +28,8 @@ struct TcpError {
 class SocketThread {
  public:
   static std::expected<SocketThread, TcpError> start();
+  /// One for all that need none of their own; it runs until the program ends. Any thread.
+  static std::expected<SocketThread, TcpError> shared();
   /// Runs the work after what was posted before. Any thread; dropped after end().
   void post(Work work) const;
   /// Waits until the work that is being done is finished and the thread has ended; what else was
@@ -79,12 +82,15 @@ class TcpListener {
  public:
   struct Handlers {
     std::function<void(std::shared_ptr<TcpConnection>)> onConnection;
+    /// In place of onConnection: the socket itself, which does not block, for another kind of
+    /// connection.
+    std::function<void(Descriptor)> onSocket;
     /// The process or the system has no descriptor left for a connection that waits. It is tried
     /// again after `retryDelay`.
     std::function<void()> onExhausted;
   };
-  /// Binds to exactly this IPv4 address; port 0 means any free one. A port on which connections of
-  /// an earlier listener are still ending can be taken. Any thread.
+  /// Binds to exactly this IPv4 or IPv6 address; port 0 means any free one. A port on which
+  /// connections of an earlier listener are still ending can be taken. Any thread.
   static std::expected<std::shared_ptr<TcpListener>, TcpError> bind(const std::string& address,
                                                                     std::uint16_t port);
   virtual ~TcpListener() = default;

@@ -97,6 +97,10 @@ std::vector<Url::QueryItem> Url::queryItems() const {
   return items;
 }
 
+std::string Url::pathAndQuery() const {
+  return (path_.empty() ? "/" : path_) + afterPath_.substr(0, afterPath_.find('#'));
+}
+
 std::string Url::lastPathComponent() const {
   const auto encoded = encodedLastComponent(path_);
   return boost::urls::pct_string_view(encoded.data(), encoded.size()).decode();

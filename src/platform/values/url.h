@@ -43,6 +43,9 @@ class Url {
 
   bool operator==(const Url&) const = default;
 
+  /// What a request line names: path (at least "/") and query, without the fragment.
+  std::string pathAndQuery() const;
+
   /// Decoded; a slash at the end of the path does not count. Empty when there is none.
   std::string lastPathComponent() const;
   /// With the components after the path, one slash between; a query and a fragment stay after
