@@ -287,7 +287,7 @@ TEST_F(WebSocketTest, KeepsASilentConnectionByPingsAndEndsADeadOne) {
     connection.send("\x81\x05three");
     connection.awaitClose();
   }));
-  connect("ws://127.0.0.1:" + std::to_string(raw.port()), {.limits = {.idle = 100ms}});
+  connect("ws://127.0.0.1:" + std::to_string(raw.port()), {.limits = {.idle = 400ms}});
   for (const auto* each : {"open", "text three", "end timedOut"}) EXPECT_EQ(client.next(), each);
 }
 

@@ -172,14 +172,17 @@ TEST(RelayProgram, SaysWhatIsWrongWithItsArguments) {
 }
 
 TEST(RelayProgram, EndsCleanlyAlsoWithClosedStreamsAndFewDescriptors) {
-  const tests::TemporaryFolder folder;
-  const std::string wait = "until grep -q listens " + folder.path() + "/out; do :; done; ";
-  EXPECT_EQ(exitCodeOf("$R --listen 127.0.0.1:0 >" + folder.path() + "/out 2>&1 & " + wait +
-                       "kill -TERM $!; wait $!"),
-            0);
-  EXPECT_EQ(exitCodeOf("ulimit -n 64; $R --listen 127.0.0.1:0 <&- >" + folder.path() +
-                       "/out 2>&- & " + wait + "kill -HUP $!; kill -INT $!; wait $!"),
-            0);
+  const std::pair<std::string, std::string> cases[]{
+      {"$R --listen 127.0.0.1:0 >$O 2>&1", "kill -TERM $!"},
+      {"ulimit -n 64; $R --listen 127.0.0.1:0 <&- >$O 2>&-", "kill -HUP $!; kill -INT $!"},
+  };
+  for (const auto& [start, end] : cases) {
+    const tests::TemporaryFolder folder;
+    EXPECT_EQ(exitCodeOf("O=" + folder.path() + "/out; : >$O; " + start +
+                         " & until grep -q listens $O; do :; done; " + end + "; wait $!"),
+              0)
+        << start;
+  }
 }
 
 }  // namespace

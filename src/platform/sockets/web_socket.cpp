@@ -512,14 +512,16 @@ class Client final : public Channel {
     const auto endpoint = endpoints_.front();
     endpoints_.pop_front();
     layer().close();
+    const int attempt = ++attempt_;
     if (!endpoints_.empty()) {
       attemptLimit_.expires_after(attemptTime);
-      attemptLimit_.async_wait(step([](Client& self, const ErrorCode& error) {
-        if (!error) self.layer().close();
+      attemptLimit_.async_wait(step([attempt](Client& self, const ErrorCode& error) {
+        if (!error && attempt == self.attempt_) self.layer().close();
       }));
     }
     layer().socket.async_connect(endpoint, step([](Client& self, const ErrorCode& error) {
                                    self.attemptLimit_.cancel();
+                                   ++self.attempt_;  // the limit may have passed already, unheard
                                    if (error) return self.tryNext(error);
                                    self.layer().tune();
                                    self.isSecure() ? self.secure() : self.shakeHands();
@@ -591,6 +593,7 @@ class Client final : public Channel {
   std::deque<tcp::endpoint> endpoints_;  // not tried yet
   asio::steady_timer deadline_;
   asio::steady_timer attemptLimit_;
+  int attempt_ = 0;
   beast::websocket::response_type answer_;
 };
 
