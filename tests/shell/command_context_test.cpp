@@ -2,6 +2,7 @@
 #include "shell/terminal/command_context.h"
 
 #include <fcntl.h>
+#include <future>
 #include <gtest/gtest.h>
 
 #include "platform/queues/manual_main_queue.h"
@@ -70,6 +71,24 @@ TEST_F(CommandOfAnother, EndsWithoutItsReaderOnceItIsAbandoned) {
   context.abandon(exitStatus::stopped);
   main.advance(std::chrono::seconds(1));
   EXPECT_EQ(ends, std::vector{exitStatus::stopped});
+}
+
+TEST_F(CommandOfAnother, CallbacksThatOutliveItDoNothingAndItsWorkIsWaitedFor) {
+  int calls = 0;
+  const auto late = context.whileAlive([&](int number) { calls += number; });
+  auto before = late;
+  before(1);
+  std::promise<void> isAllowed;
+  context.inBackground([&] { isAllowed.get_future().wait(); }, [&] { calls += 100; });
+  context.abandon(exitStatus::stopped);
+  main.runReady();
+  main.advance(std::chrono::seconds(1));
+  EXPECT_TRUE(ends.empty()) << "its work uses what it keeps";
+  auto after = late;
+  after(10);
+  isAllowed.set_value();
+  while (ends.empty()) main.advance(std::chrono::seconds(1));
+  EXPECT_EQ(calls, 1);
 }
 
 }  // namespace
