@@ -65,6 +65,8 @@ class Home:
     def add(self, program):
         """Tells Vantrell of one more program."""
         program.install()
+        if not program.setting:
+            return  # the practice agent is known already
         starter = program.home(self.folder / program.provider, self.port)
         self.command("settings", program.setting, str(starter))
 
@@ -78,7 +80,7 @@ class Home:
 
     def start(self, prompt, *options, json_lines=True, routed=False):
         """With the home's program, or with whom the route takes."""
-        choice = [] if routed else ["--provider", self.program.provider]
+        choice = [] if routed else self.program.choice
         format_options = ["--json"] if json_lines else []
         return self.begin("run", *choice, *format_options, *options, "--", prompt)
 

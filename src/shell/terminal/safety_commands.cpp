@@ -106,7 +106,7 @@ void listCheckpoints(CommandContext& context) {
         thread.checkpoints,
         TextTable({{"CHECKPOINT"}, {"LABEL", 20}, {"TAKEN"}, {"CHANGES"}, {"ENTRIES"}, {"KIND"}}),
         [](const WorkspaceCheckpoint& each) { return asJson(each); }, cells,
-        "No checkpoints. Each prompt takes one in a Git repository.\n");
+        "No checkpoints. Each prompt takes one in a Git repository that has a commit.\n");
   });
 }
 
