@@ -113,6 +113,7 @@ def missing_filter(home):
     taken = checkpoint(home, task)
     write(home.project, {"a": "later\n", "b": "2\n", "z": "2\n", "untracked": "mine\n"})
     git(home.project, "config", "filter.lost.smudge", "no-such-program")
+    git(home.project, "config", "filter.lost.clean", "cat")
     git(home.project, "config", "filter.lost.required", "true")
     done = restore(home, task, taken)
     demand(done.returncode == 1, "it claims to be restored")
@@ -216,7 +217,7 @@ def broken_worktree(home):
         process = subprocess.Popen([home.vantrell, "isolate", task], cwd=home.project,
                                    env=home.environment, stdout=subprocess.DEVNULL,
                                    stderr=subprocess.DEVNULL)
-        wait_until(lambda: process.poll() is not None or any(data.glob("**/f/1*")), STEP_SECONDS)
+        wait_until(lambda: process.poll() is not None or any(data.glob("vantrell/TaskSafety/worktrees/*/*/f/1*")), STEP_SECONDS)
         process.kill()
         process.wait()
         if not home.stored(task).get("isolatedWorkspacePath"):

@@ -33,9 +33,9 @@ def read():
     return json.loads(line)
 
 
-def update(kind, **members):
+def update(event, **members):
     send({"method": "session/update",
-          "params": {"sessionId": "s", "update": {"sessionUpdate": kind, **members}}})
+          "params": {"sessionId": "s", "update": {"sessionUpdate": event, **members}}})
 
 
 def say(text):

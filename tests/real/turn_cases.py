@@ -51,8 +51,10 @@ def playback(home):
 def shorter_playback(home):
     odd_kimi(home)
     task = odd_task(home, "SAY:one")
-    odd_turn(home, "SAY:two", "--task", task)
-    demand(texts(home, task) == ["SAY:one", "one", "SAY:two", "two"], f"{texts(home, task)}")
+    for words in ("two", "three"):
+        odd_turn(home, f"SAY:{words}", "--task", task)
+    demand(texts(home, task) == ["SAY:one", "one", "SAY:two", "two", "SAY:three", "three"],
+           f"{texts(home, task)}")
 
 
 @case("what an agent says after its turn reaches the disk", "practice")
