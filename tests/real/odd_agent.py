@@ -110,7 +110,7 @@ def late():
 def terminal():
     """A terminal that is to keep a billion bytes."""
     send({"id": 9, "method": "terminal/create", "params": {
-        "sessionId": "s", "command": "sh", "args": ["-c", "head -c 400000000 /dev/zero"],
+        "sessionId": "s", "command": "sh", "args": ["-c", "head -c 150000000 /dev/zero"],
         "outputByteLimit": 1000000000}})
     while (message := read()).get("id") != 9:
         pass

@@ -118,9 +118,17 @@ class Home:
         return found
 
     def agents(self):
-        """The agent's processes."""
+        """The agent's processes, without what stands above them."""
         own = {run.process.pid for run in self.runs}
-        return {pid: text for pid, text in self.processes().items() if pid not in own}
+
+        def is_agent(pid):
+            try:
+                program = os.readlink(f"/proc/{pid}/exe")
+            except OSError:
+                return False
+            return pid not in own and not program.endswith("/child-supervisor")
+
+        return {pid: text for pid, text in self.processes().items() if is_agent(pid)}
 
     def leaves_no_process(self):
         demand(wait_until(lambda: not self.processes(), END_SECONDS),
