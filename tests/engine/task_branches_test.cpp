@@ -104,6 +104,14 @@ TEST_F(TaskBranchesTest, ForkCopiesEntriesAndChoicesAndNothingThatIsBoundToTheSo
   EXPECT_FALSE(model->branches->forkThread({key.workspaceID, Uuid::random()}, {}));
 }
 
+TEST_F(TaskBranchesTest, ForkEndsTheToolsThatItCopies) {
+  start();
+  model->tree.appendEntry({.id = "t", .kind = ChatEntryKind::tool, .status = "in_progress"}, key);
+  const auto fork = model->branches->forkThread(key, {});
+  EXPECT_EQ(model->tree.thread(*fork)->entries[0].status, "failed");
+  EXPECT_EQ(thread().entries[0].status, "in_progress");
+}
+
 TEST_F(TaskBranchesTest, SelectedForkIsReadyToBeTypedIn) {
   start();
   converse();
