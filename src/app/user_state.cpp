@@ -87,17 +87,25 @@ std::expected<UserState, std::string> UserState::open(UserFolders given, Date no
   const std::string path = folders.defaultsPath();
   std::optional<std::string> notice;
   auto defaults = UserDefaults::open(path);
-  if (!defaults && Database::isDamaged(path)) {
+  if (Database::isDamaged(path)) {
+    // Damage may leave all values readable and show only at a write.
+    const auto readable = UserDefaults::inMemory();
+    if (defaults) (void)(*defaults)->copyTo(*readable);
+    const bool hadValues = defaults.has_value();
+    if (defaults) defaults->reset();  // closes the file
     const auto kept = keepDefaultsAside(path, now);
     if (!kept) {
-      return std::unexpected(fmt::format("{} Putting it aside failed: {}.", defaults.error(),
-                                         kept.error().description));
+      return std::unexpected(
+          fmt::format("The settings in {} are damaged, and the file could not be moved aside: {}.",
+                      path, kept.error().description));
     }
-    notice = fmt::format(
-        "The settings in {} could not be read: the file is damaged. It was kept as \"{}\"; new "
-        "ones begin.",
-        path, *kept);
+    notice = fmt::format("The settings in {} {}: the file is damaged. It was kept as \"{}\"; {}.",
+                         path, hadValues ? "could be read but not changed" : "could not be read",
+                         *kept, hadValues ? "a new one has all its values" : "new ones begin");
     defaults = UserDefaults::open(path);
+    if (defaults && !readable->copyTo(**defaults)) {
+      return std::unexpected(std::string((*defaults)->lastError()));
+    }
   }
   if (!defaults) return std::unexpected(std::move(defaults.error()));
   if (auto reason = storeRefusal(folders.support + "/conversations.sqlite")) {

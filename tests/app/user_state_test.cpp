@@ -64,6 +64,26 @@ TEST_F(OpenedUserState, KeepsADamagedSettingsFileAndBeginsAnew) {
   }
 }
 
+TEST_F(OpenedUserState, MendsAFileWhoseDamageOnlyAWriteWouldMeet) {
+  const std::string path = storedSettings();
+  EXPECT_TRUE(opened()->defaults->setText("key", "short"));  // its former pages are free now
+  {
+    std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+    file.seekp(32);  // the list of free pages begins in one that is used
+    file << std::string("\0\0\0\2", 4);
+  }
+  {
+    const auto state = opened();
+    ASSERT_TRUE(state) << state.error();
+    ASSERT_TRUE(state->notice);
+    EXPECT_THAT(*state->notice, HasSubstr(aside_));
+    EXPECT_EQ(state->defaults->text("key"), "short");
+    EXPECT_TRUE(state->defaults->setText("other", std::string(50'000, 'y')));
+  }
+  EXPECT_FALSE(opened()->notice);
+  EXPECT_EQ(opened()->defaults->text("key"), "short");
+}
+
 TEST_F(OpenedUserState, LeavesAFileAloneThatIsOnlyNewerOrSomeoneElses) {
   const std::string path = storedSettings();
   for (const char* change : {"PRAGMA user_version = 99",

@@ -52,6 +52,14 @@ TEST_F(AppModelStart, SelectionAndSettingsComeBack) {
   defaults->setText("grokPermissionMode.v1", "reckless");
   restart();
   EXPECT_EQ(model->selection.key()->threadID, model->tree.workspaces()[1].threads[0].id);
+  const auto& threads = model->tree.workspaces()[1].threads;
+  model->tree.updateThread({model->tree.workspaces()[1].id, threads[0].id},
+                           [](ChatThread& thread) { thread.isArchived = true; });
+  main.runReady();
+  defaults->setText("selectedThread.v1", Uuid::random().text());
+  restart();
+  EXPECT_EQ(model->selection.key()->threadID, model->tree.workspaces()[1].threads[1].id)
+      << "a task that is visible";
   EXPECT_EQ(model->settings.permissionMode(), GrokPermissionMode::ask);
 }
 

@@ -36,6 +36,24 @@ TEST_F(Approvals, QuestionWaitsForTheUserAndTheAnswerGoesBack) {
   EXPECT_EQ(client().answers.size(), 1u) << "one question, one answer";
 }
 
+TEST_F(Approvals, QuestionGoesWithItsTurnAndItsClient) {
+  start();
+  for (const bool fails : {false, true}) {
+    work("Go");
+    ask(usual);
+    if (fails) {
+      client().fails(AgentError("It broke."));
+    } else {
+      client().finishes();
+    }
+    main.runReady();
+    EXPECT_EQ(app->selected().permissionRequest(), nullptr);
+    EXPECT_TRUE(app->selected().canChangePermissionMode());
+    app->selected().respondToPermission("yes");
+    EXPECT_TRUE(client().answers.empty()) << "it reaches nobody";
+  }
+}
+
 TEST_F(Approvals, WithdrawnQuestionGoesAndTheRunGoesOn) {
   start();
   work("Go");

@@ -104,6 +104,14 @@ TEST_F(TaskBranchesTest, ForkCopiesEntriesAndChoicesAndNothingThatIsBoundToTheSo
   EXPECT_FALSE(model->branches->forkThread({key.workspaceID, Uuid::random()}, {}));
 }
 
+TEST_F(TaskBranchesTest, ForkEndsTheToolsThatItCopies) {
+  start();
+  model->tree.appendEntry({.id = "t", .kind = ChatEntryKind::tool, .status = "in_progress"}, key);
+  const auto fork = model->branches->forkThread(key, {});
+  EXPECT_EQ(model->tree.thread(*fork)->entries[0].status, "failed");
+  EXPECT_EQ(thread().entries[0].status, "in_progress");
+}
+
 TEST_F(TaskBranchesTest, SelectedForkIsReadyToBeTypedIn) {
   start();
   converse();
@@ -308,26 +316,71 @@ TEST_F(TaskBranchesTest, ComparisonTakesTwoAvailableProviders) {
   EXPECT_EQ(threads().size(), 1u);
 }
 
-TEST_F(TaskBranchesTest, ForkOfATaskThatIsStillToBeReadGetsItsEntriesThenAndItsPrompts) {
+TEST_F(TaskBranchesTest, CopiesOfATaskThatIsStillToBeReadGetItsEntriesThenAndTheirPrompts) {
   HeldExecutor disk;
   writer = &disk;
   start();
   converse();
+  const auto source = key;
   model->operations->newThread(key.workspaceID);  // another one is looked at after the restart
-  restart();
-  disk.isHeld = true;
-  ASSERT_FALSE(thread().entries.isRead());
-  const auto fork = *model->branches->forkThread(key, "u2");
-  EXPECT_FALSE(thread().entries.isRead()) << "not read on the main queue";
-  EXPECT_TRUE(model->composer->send("Go on", {}, fork));
-  main.runReady();
-  EXPECT_TRUE(clients.empty()) << "it waits";
-  disk.release();
-  main.runReady();
-  EXPECT_THAT(ids(*model->tree.thread(fork)), testing::Contains("a1"));
-  EXPECT_EQ(model->tree.thread(fork)->entries[2].id, "u2");
-  EXPECT_EQ(clients.size(), 1U);
+  using Made = Result<ThreadExecutionKey>;
+  const struct {
+    std::function<Made()> make;
+    std::vector<std::string> before;  // entries in front of the prompt
+    std::string prompt;               // that goes out
+  } cases[] = {
+      {[&]() -> Made {
+         const auto fork = model->branches->forkThread(source, "u2");
+         EXPECT_TRUE(model->composer->send("Go on", {}, *fork));
+         return fork;
+       },
+       {"u1", "a1", "u2"},
+       "Go on"},
+      {[&] { return model->branches->branchAndSend(source, "a1", "Again"); }, {}, "Again"},
+      {[&] { return model->branches->retry(source); }, {"u1", "a1"}, "text of u2"},
+      {[&] { return model->branches->branchAndSend(source, "none", "Lost"); }, {}, ""},
+  };
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.prompt);
+    clients.clear();
+    restart();
+    disk.isHeld = true;
+    ASSERT_FALSE(model->tree.thread(source)->entries.isRead());
+    const auto made = each.make();
+    ASSERT_TRUE(made);
+    EXPECT_FALSE(model->tree.thread(source)->entries.isRead()) << "not read on the main queue";
+    main.runReady();
+    EXPECT_TRUE(clients.empty()) << "it waits";
+    EXPECT_TRUE(model->branches->isPreparing(*made));
+    disk.release();
+    main.runReady();
+    const ChatThread& copy = *model->tree.thread(*made);
+    const auto all = ids(copy);
+    ASSERT_GT(all.size(), each.before.size());
+    EXPECT_EQ(std::vector(all.begin(), all.begin() + static_cast<long>(each.before.size())),
+              each.before);
+    EXPECT_EQ(clients.size(), each.prompt.empty() ? 0U : 1U);
+    if (each.prompt.empty()) {
+      EXPECT_EQ(copy.entries.back().text, "There is no prompt to branch from.");
+      EXPECT_EQ(copy.draftText, "Lost");
+    } else {
+      EXPECT_EQ(copy.runs.back().prompt, each.prompt);
+    }
+  }
   stop();
+}
+
+TEST_F(TaskBranchesTest, WhatAFrontEndChoseForABranchHoldsInItsWorktree) {
+  startInRepository();
+  converse();
+  background.isHeld = true;
+  const auto branch = model->branches->branchAndSend(key, "u2", "Again");
+  model->controls.chooseForTurns(*branch, {.provider = AgentProvider::claude, .isDriven = true});
+  background.release();
+  main.runReady();
+  ASSERT_TRUE(model->tree.thread(*branch)->isolatedWorkspacePath);
+  EXPECT_EQ(clients.back()->provider(), AgentProvider::claude);
+  EXPECT_TRUE(model->executions.choicesFor(*branch).isDriven);
 }
 
 }  // namespace vantrell::tests

@@ -48,7 +48,6 @@ TEST_F(TurnEnds, AnErrorStaysUntilItIsDismissedOrASuccess) {
   EXPECT_EQ(shown(), "That prompt is not waiting any more.");
   work("Again");
   client().fails(AgentError("Broken again."));
-  app->selected().dismissError();
   work("Once more");
   client().finishes();
   main.runReady();
@@ -93,6 +92,14 @@ TEST_F(TurnEnds, StopBeforeTheRunHasBegunEndsTheTurn) {
   main.runReady();
   EXPECT_TRUE(thread().runs.empty());
   EXPECT_TRUE(clients.empty());
+}
+
+TEST_F(TurnEnds, PromptWhoseConnectionIsResetBeforeItsRunIsKeptAndTold) {
+  start();
+  model->executions.execution(key).connectionState = ConnectionState::connecting();
+  model->runs.resetConnection(key, "Stopped: it moved.");
+  ASSERT_FALSE(texts().empty());
+  EXPECT_EQ(texts().back(), "Stopped: it moved.");
 }
 
 TEST_F(TurnEnds, PromptBehindAStoppedTurnWaitsForItsEnd) {

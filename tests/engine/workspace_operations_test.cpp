@@ -80,6 +80,10 @@ TEST_F(WorkspaceOperations, ActiveTasksAreNeitherMovedNorArchived) {
   EXPECT_EQ(refusal(operations().archiveWorkspaceThreads(key.workspaceID)),
             "Stop active tasks before archiving this project's conversations.");
   EXPECT_FALSE(thread().isArchived);
+  client().finishes();
+  execution().connectionState = ConnectionState::connecting();  // of a turn that has no run yet
+  EXPECT_EQ(refusal(operations().setThreadArchived(key.threadID, key.workspaceID, true)),
+            "Stop this conversation before archiving it.");
   EXPECT_EQ(refusal(operations().moveThread(Uuid::random(), key.workspaceID, general().id)),
             "That conversation or destination project is no longer available.");
 }

@@ -3,7 +3,7 @@
 import json
 import re
 
-DIRECTIVE = re.compile(r"^(SAY|RUN|WRITE|BOTH|RECALL|MODEL|SLOW|LIMIT|BUSY|FAIL|ASK)(?::(.*))?$", re.M)
+DIRECTIVE = re.compile(r"^(SAY|RUN|WRITE|LOOK|BOTH|RECALL|MODEL|SLOW|LIMIT|BUSY|FAIL|ASK)(?::(.*))?$", re.M)
 # Behind it stand the user's own words, once for each request, also where an agent has joined two.
 REQUEST_MARK = "USER REQUEST:\n"
 
@@ -45,7 +45,7 @@ class Conversation:
             return [("say", "DONE: " + " ".join(behind[-1][1].split())[:300])]
         steps = []
         for name, argument in directives:
-            if name in ("RUN", "WRITE", "BOTH", "ASK"):
+            if name in ("RUN", "WRITE", "LOOK", "BOTH", "ASK"):
                 wanted = self.calls(name, argument)
                 if called < len(wanted):
                     return steps + wanted[called:]
@@ -78,6 +78,8 @@ class Conversation:
             return [("call", "AskUserQuestion", {"questions": [{
                 "question": question, "header": "Choice", "multiSelect": False,
                 "options": [{"label": each, "description": f"{each} it is"} for each in choices]}]})]
+        if name == "LOOK":  # at an image
+            return [("call", "view_image", {"path": argument})]
         if name == "WRITE":
             return [self.write_call(*argument.split("=", 1))]
         return []

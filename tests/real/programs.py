@@ -40,6 +40,7 @@ class Program:
         self.entry = entry  # below the folder of the installation
         self.node = node  # None: a binary; else the interpreter
         self.configure = configure
+        self.choice = ["--provider", provider]
 
     def folder(self):
         name = "+".join(each.replace("/", "-").lstrip("@") for each in self.packages)

@@ -16,14 +16,21 @@ import time
 import traceback
 from pathlib import Path
 
-import gateway_caller_cases  # these two add their cases
+import edge_cases  # adds its cases, as do the next ones
+import ending_cases
+import gateway_caller_cases
+import git_cases
 import serve_cases
+import turn_cases
 from cases import CASES
 from model_server import ModelServer
+from practice import PracticeAgent
 from programs import PROGRAMS, Unavailable, cache_folder
 from vantrell import Failure, Home
 
 TOTAL_SECONDS = 900  # of all cases; what does not fit has failed
+
+PROGRAMS = PROGRAMS | {"practice": PracticeAgent()}
 
 
 class Runner:

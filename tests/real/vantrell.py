@@ -65,6 +65,8 @@ class Home:
     def add(self, program):
         """Tells Vantrell of one more program."""
         program.install()
+        if not program.setting:
+            return  # the practice agent is known already
         starter = program.home(self.folder / program.provider, self.port)
         self.command("settings", program.setting, str(starter))
 
@@ -78,7 +80,7 @@ class Home:
 
     def start(self, prompt, *options, json_lines=True, routed=False):
         """With the home's program, or with whom the route takes."""
-        choice = [] if routed else ["--provider", self.program.provider]
+        choice = [] if routed else self.program.choice
         format_options = ["--json"] if json_lines else []
         return self.begin("run", *choice, *format_options, *options, "--", prompt)
 
@@ -116,9 +118,17 @@ class Home:
         return found
 
     def agents(self):
-        """The agent's processes."""
+        """The agent's processes, without what stands above them."""
         own = {run.process.pid for run in self.runs}
-        return {pid: text for pid, text in self.processes().items() if pid not in own}
+
+        def is_agent(pid):
+            try:
+                program = os.readlink(f"/proc/{pid}/exe")
+            except OSError:
+                return False
+            return pid not in own and not program.endswith("/child-supervisor")
+
+        return {pid: text for pid, text in self.processes().items() if is_agent(pid)}
 
     def leaves_no_process(self):
         demand(wait_until(lambda: not self.processes(), END_SECONDS),

@@ -298,9 +298,14 @@ void RunLifecycle::resetConnection(const ThreadExecutionKey& key, std::string_vi
     // there is no answer.
     tree_.appendSystemEntry(std::string(reason), key);
   }
-  // A turn that was on its way must not wake up in the next live state.
+  // A turn that was on its way must not wake up in the next live state, and what a front end chose
+  // for its turns holds until that one ends.
   const int stops = execution->stopCount + (execution->connectionState.isBusy() ? 1 : 0);
-  if (stops > 0) executions_.execution(key).stopCount = stops;
+  if (stops > 0 || execution->choices != RunChoices()) {
+    auto& next = executions_.execution(key);
+    next.stopCount = stops;
+    next.choices = std::move(execution->choices);
+  }
   executions_.changed(key);
 }
 

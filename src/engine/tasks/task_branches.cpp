@@ -89,39 +89,82 @@ Result<ThreadExecutionKey> TaskBranches::branchAndSend(const ThreadExecutionKey&
                                                        std::string_view prompt,
                                                        std::optional<AgentProvider> provider) {
   std::string text(text::trimmed(prompt));
-  const ChatThread* thread = core_.tree.thread(source);
-  if (!thread) return refuseMissingConversation();
+  if (!core_.tree.thread(source)) return refuseMissingConversation();
   if (text.empty()) return refuse("Type a prompt first.");
-  const Transcript& entries = thread->entries;
-  auto place = entries.indexOf(fromEntryID);
-  while (place && entries[*place].kind != ChatEntryKind::user) {
-    place = *place == 0 ? std::nullopt : std::optional(*place - 1);
-  }
-  if (!place) return refuse("There is no prompt to branch from.");
-
-  ChatThread branch = offshoot(*thread, branchSuffix);
-  branch.entries = firstEntries(entries, *place);
-  if (provider) branch.preferredProvider = provider;
-  const ThreadExecutionKey key{source.workspaceID, branch.id};
-  Unsent unsent{.prompt = std::move(text), .attachments = entries[*place].attachments};
-  core_.tree.addThread(std::move(branch), key.workspaceID);
-  prepare(key, std::move(unsent));
-  return key;
+  return branch(source, {.entryID = std::string(fromEntryID), .words = std::move(text)}, provider);
 }
 
 Result<ThreadExecutionKey> TaskBranches::retry(const ThreadExecutionKey& source,
                                                std::optional<AgentProvider> provider) {
+  if (!core_.tree.thread(source)) return refuseMissingConversation();
+  return branch(source, {}, provider);
+}
+
+Result<ThreadExecutionKey> TaskBranches::branch(const ThreadExecutionKey& source, BranchPoint point,
+                                                std::optional<AgentProvider> provider) {
   const ChatThread* thread = core_.tree.thread(source);
-  if (!thread) return refuseMissingConversation();
-  const Transcript& entries = thread->entries;
-  for (std::size_t i = entries.size(); i > 0; --i) {
-    const ChatEntry& entry = entries[i - 1];
-    if (entry.kind == ChatEntryKind::user) {
-      // A copy: the tree grows while the branch is made.
-      return branchAndSend(source, std::string(entry.id), std::string(entry.text), provider);
-    }
+  const bool isRead = thread->entries.isRead();
+  const auto place = isRead ? promptAt(thread->entries, point) : std::nullopt;
+  if (isRead && !place) return refuse(std::string(noPrompt(point)));
+  ChatThread branch = offshoot(*thread, branchSuffix);
+  if (provider) branch.preferredProvider = provider;
+  const ThreadExecutionKey key{source.workspaceID, branch.id};
+  if (place) {
+    Unsent unsent = unsentAt(thread->entries, *place, std::move(point));
+    branch.entries = firstEntries(thread->entries, *place);
+    core_.tree.addThread(std::move(branch), key.workspaceID);
+    prepare(key, std::move(unsent));
+    return key;
   }
-  return refuse("There is no prompt to try again.");
+  core_.tree.addThread(std::move(branch), key.workspaceID);
+  unfilled_[key] = point.words ? std::optional(Unsent{.prompt = *point.words}) : std::nullopt;
+  core_.tree.whenRead(
+      source, weakly(this, [key, point](TaskBranches& self, const ThreadExecutionKey& read) {
+        self.fillBranch(key, read, point);
+      }));
+  return key;
+}
+
+void TaskBranches::fillBranch(const ThreadExecutionKey& branch, const ThreadExecutionKey& source,
+                              const BranchPoint& point) {
+  auto node = unfilled_.extract(branch);
+  const auto key = present(branch);
+  if (!key) return;
+  const Transcript& entries = core_.tree.thread(source)->entries;
+  const auto place = promptAt(entries, point);
+  if (!place) {
+    core_.tree.appendSystemEntry(std::string(noPrompt(point)), *key);
+    if (!node.empty() && node.mapped()) keepForUser(*key, *std::move(node.mapped()));
+    return;
+  }
+  Unsent unsent = unsentAt(entries, *place, point);
+  Transcript copied = firstEntries(entries, *place);
+  if (!copied.empty()) core_.tree.replaceTranscript(std::move(copied), *key);
+  prepare(*key, std::move(unsent));
+}
+
+/// The place of the user's entry that is to be replaced.
+std::optional<std::size_t> TaskBranches::promptAt(const Transcript& entries,
+                                                  const BranchPoint& point) {
+  std::size_t end = entries.size();
+  if (point.entryID) {
+    const auto found = entries.indexOf(*point.entryID);
+    end = found ? *found + 1 : 0;
+  }
+  while (end > 0 && entries[end - 1].kind != ChatEntryKind::user) --end;
+  if (end == 0) return std::nullopt;
+  return end - 1;
+}
+
+TaskBranches::Unsent TaskBranches::unsentAt(const Transcript& entries, std::size_t place,
+                                            BranchPoint point) {
+  const ChatEntry& entry = entries[place];
+  return {.prompt = point.words ? *std::move(point.words) : std::string(text::trimmed(entry.text)),
+          .attachments = entry.attachments};
+}
+
+std::string_view TaskBranches::noPrompt(const BranchPoint& point) {
+  return point.entryID ? "There is no prompt to branch from." : "There is no prompt to try again.";
 }
 
 // ---- comparisons --------------------------------------------------------------------------------

@@ -1,5 +1,6 @@
 #include "platform/storage/user_defaults.h"
 
+#include <algorithm>
 #include <cmath>
 #include <fmt/format.h>
 #include <map>
@@ -51,6 +52,16 @@ class Defaults : public UserDefaults {
     return true;
   }
   const std::string& lastError() const override { return lastError_; }
+  bool copyTo(UserDefaults& other) const override {
+    const auto copy = [&other](const std::string& key, const Value& value) {
+      if (const auto* text = std::get_if<std::string>(&value)) return other.setText(key, *text);
+      if (const bool* boolean = std::get_if<bool>(&value)) return other.setBoolean(key, *boolean);
+      if (const auto* number = std::get_if<double>(&value)) return other.setNumber(key, *number);
+      return other.setData(key, std::get<Data>(value).bytes);
+    };
+    return std::ranges::all_of(values_,
+                               [&](const auto& each) { return copy(each.first, each.second); });
+  }
 
  protected:
   // Each makes the change durable, or leaves all as it was and fills lastError_.

@@ -29,6 +29,8 @@ class UserDefaults {
   virtual bool setData(std::string_view key, std::string_view bytes) = 0;
   virtual bool remove(std::string_view key) = 0;  // also true when there was none
   virtual const std::string& lastError() const = 0;
+  /// Stores all values in another one as well, and returns whether all are stored there.
+  virtual bool copyTo(UserDefaults& other) const = 0;
 
   /// A store in memory, for tests and for what must not be kept.
   static std::unique_ptr<UserDefaults> inMemory();

@@ -15,6 +15,7 @@
 #include "engine/tasks/workspace_operations.h"
 #include "engine/turns/composer.h"
 #include "platform/files/files.h"
+#include "platform/queues/weakly.h"
 #include "platform/terminal/terminal.h"
 #include "platform/text/text.h"
 #include "runtimes/catalog/permission_mode_texts.h"
@@ -368,6 +369,16 @@ class Run : public std::enable_shared_from_this<Run> {
 
   void start(AgentProvider provider) {
     if (context_.hasFinished()) return;  // stopped meanwhile
+    if (!variant_.conversation || !task_) return driveOrFinish(provider);
+    // A branch is made out of what the task says, and a long one takes time to read.
+    model().branches().whenRead(*task_, weakly(this, [provider](Run& self, const auto& present) {
+      self.task_ = present;
+      self.driveOrFinish(provider);
+    }));
+  }
+
+  void driveOrFinish(AgentProvider provider) {
+    if (context_.hasFinished()) return;
     if (const auto failure = drive(provider)) context_.finish(std::unexpected(*failure));
   }
 

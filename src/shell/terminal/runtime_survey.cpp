@@ -33,11 +33,15 @@ std::shared_ptr<RuntimeSurvey> RuntimeSurvey::of(CommandContext& context) {
 RuntimeSurvey::RuntimeSurvey(CommandContext& context)
     : context_(context),
       defaults_(storedOrNone(context)),
-      programs_(VantrellApp::programsOfThisSession(context.main, pool_, nullptr, *defaults_)),
+      programs_(
+          VantrellApp::programsOfThisSession(context.main, context.pool(), nullptr, *defaults_)),
       changes_(context.main),
       runtimes_(std::make_shared<InstalledRuntimes>(changes_, programs_)),
-      secrets_(UserFolders{}.orOwn().secretStore(), context.main, pool_),
-      services_({.main = context.main, .pool = pool_, .defaults = *defaults_, .secrets = secrets_}),
+      secrets_(UserFolders{}.orOwn().secretStore(), context.main, context.pool()),
+      services_({.main = context.main,
+                 .pool = context.pool(),
+                 .defaults = *defaults_,
+                 .secrets = secrets_}),
       observation_(changes_.observe([this](const ChangeBatch&) {
         if (answered_) whenAnswered(std::exchange(answered_, nullptr));
       })) {}
@@ -137,7 +141,7 @@ void RuntimeSurvey::resetCodexUsage(
     CodexDiscovery::consumeUsageReset({.executable = *program,
                                        .workspacePath = files::homeFolder(),
                                        .environment = CodexLocator::subscriptionEnvironment()},
-                                      context_.main, pool_, then);
+                                      context_.main, context_.pool(), then);
   });
 }
 

@@ -194,7 +194,8 @@ Outcome listCheckpoints(CommandContext& context, const TaskView& task) {
   return context.showList(
       task.thread.checkpoints,
       TextTable({{"CHECKPOINT"}, {"LABEL", 20}, {"TAKEN"}, {"CHANGES"}, {"ENTRIES"}, {"KIND"}}),
-      encodeCheckpoint, cells, "No checkpoints. Each prompt takes one in a Git repository.\n");
+      encodeCheckpoint, cells,
+      "No checkpoints. Each prompt takes one in a Git repository that has a commit.\n");
 }
 
 /// For the safety service: what it had to say, then the report.
