@@ -73,7 +73,7 @@ def late_words(home):
     run.kill()
 
 
-@case("a change to another folder keeps no empty task behind", "practice")
+@case("a comparison leaves no empty third task", "practice")
 def comparison_without_task(home):
     repository(home.project)
     odd_kimi(home)
