@@ -70,5 +70,14 @@ TEST(UnifiedDiffParser, GivesEachHunkOfARepositoryToItsFile) {
                                "plain|@@ -38,3 +38,4 @@ line"));
 }
 
+TEST(UnifiedDiffParser, TellsADiffThatWasCutFromAWholeOne) {
+  const std::string staged = "STAGED CHANGES\n\n-a\n", working = "\n\nWORKING CHANGES\n\n+b\n";
+  for (const auto& whole : {std::string(), staged, staged + working}) {
+    EXPECT_FALSE(UnifiedDiffParser::isCut(whole)) << whole;
+  }
+  EXPECT_TRUE(UnifiedDiffParser::isCut("WORKING CHANGES\n\n+b"));
+  EXPECT_TRUE(UnifiedDiffParser::isCut("STAGED CHANGES\n\n-a" + working));
+}
+
 }  // namespace
 }  // namespace vantrell::tests
