@@ -793,6 +793,7 @@ class Listener final : public WebSocketListener, public std::enable_shared_from_
 
  private:
   void stopAccepting() {
+    if (std::exchange(hasStopped_, true)) return;  // its descriptor may be another's by now
     listener_->stopListening();
     thread_.post([listener = listener_] { listener->close(); });
   }
@@ -840,6 +841,7 @@ class Listener final : public WebSocketListener, public std::enable_shared_from_
 
   const SocketThread thread_;
   const std::shared_ptr<TcpListener> listener_;
+  bool hasStopped_ = false;
   Options options_;
   std::shared_ptr<const Handlers> handlers_;      // null before the start and after close()
   std::list<std::shared_ptr<Incoming>> pending_;  // the oldest first
