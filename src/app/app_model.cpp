@@ -26,7 +26,7 @@ void AppModel::startUp(bool refreshesRuntimes) {
   parts.tree.load();
   parts.tree.settleRunsLeftOpen();
   parts.selection.restore(parts.tree.workspaces());
-  parts.operations->settleSelection();
+  parts.navigation.settleSelection();
   if (const auto shown = parts.selection.key()) parts.tree.loadTranscript(*shown);
   parts.settings.load();
   if (refreshesRuntimes) {
@@ -96,6 +96,9 @@ OrchestrationStore& AppModel::orchestration() const {
 }
 SelectedTask& AppModel::selected() const {
   return *selected_;
+}
+Navigation& AppModel::navigation() const {
+  return parts_->navigation;
 }
 WorkspaceOperations& AppModel::operations() const {
   return *parts_->operations;

@@ -21,6 +21,7 @@ class HookRunner;
 class ImagineController;
 class InstalledRuntimes;
 class ModelCatalog;
+class Navigation;
 class OrchestrationStore;
 class ProjectContextService;
 class PromptQueue;
@@ -72,6 +73,7 @@ class AppModel {
 
   /// The operations on the conversation that the user looks at, by their usual names.
   SelectedTask& selected() const;
+  Navigation& navigation() const;
   WorkspaceOperations& operations() const;
   SettingsOperations& settingsOperations() const;
   Composer& composer() const;

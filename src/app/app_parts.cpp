@@ -55,8 +55,9 @@ AppParts::AppParts(AppDependencies given)
           Composer::Dependencies{tree, executions, runs, status, queue, *starter})),
       monitor(std::make_shared<ExecutionMonitor>(main, executions, runs)),
 
+      navigation({main, tree, selection, *context, *git}),
       operations(std::make_shared<WorkspaceOperations>(WorkspaceOperations::Dependencies{
-          main, tree, selection, executions, runs, *context, *git, given.events, changes})),
+          main, tree, executions, runs, navigation, given.events, changes})),
       branches(std::make_shared<TaskBranches>(
           TaskBranches::Dependencies{main, tree, executions, *router, *composer, *safety})),
       settingsOperations({settings, approvals, *router, setup, *catalog, *runtimes}),

@@ -20,6 +20,7 @@
 #include "engine/providers/router.h"
 #include "engine/providers/session_controls.h"
 #include "engine/providers/usage_tracker.h"
+#include "engine/tasks/navigation.h"
 #include "engine/tasks/settings_operations.h"
 #include "engine/tasks/task_branches.h"
 #include "engine/tasks/update_preparation.h"
@@ -82,6 +83,7 @@ struct AppParts {
   const std::shared_ptr<Composer> composer;
   const std::shared_ptr<ExecutionMonitor> monitor;
 
+  Navigation navigation;
   const std::shared_ptr<WorkspaceOperations> operations;
   const std::shared_ptr<TaskBranches> branches;
   SettingsOperations settingsOperations;

@@ -147,7 +147,7 @@ void SelectedTask::clearQueuedPrompts() {
 
 void SelectedTask::select(const Result<ThreadExecutionKey>& made) {
   if (!made) return show(std::unexpected(made.error()));
-  show(parts_.operations->selectThread(made->threadID, made->workspaceID));
+  show(parts_.navigation.selectThread(made->threadID, made->workspaceID));
 }
 
 void SelectedTask::forkThread(const std::optional<std::string>& throughEntryID) {

@@ -65,7 +65,7 @@ TEST_F(AppModelStart, SelectionAndSettingsComeBack) {
 
 TEST_F(AppModelStart, OpeningAFolderAgainSelectsIt) {
   start();
-  model->operations->selectWorkspace(model->tree.workspaces()[0].id);
+  model->navigation.selectWorkspace(model->tree.workspaces()[0].id);
   model->operations->addWorkspace(folder / "project/../project/");
   EXPECT_EQ(model->tree.workspaces().size(), 2u);
   EXPECT_EQ(model->selection.key(), key);

@@ -124,7 +124,7 @@ TEST_F(Approvals, QuestionOfAnotherConversationIsShownWhenItIsSelected) {
   EXPECT_EQ(app->selected().permissionRequest(), nullptr);
   app->selected().respondToPermission("yes");
   EXPECT_TRUE(client().answers.empty());
-  model->operations->selectThread(asking.threadID, asking.workspaceID);
+  model->navigation.selectThread(asking.threadID, asking.workspaceID);
   ASSERT_NE(app->selected().permissionRequest(), nullptr);
   app->selected().respondToPermission("made-up");  // an option that was not listed is passed on
   EXPECT_THAT(client().answers, ElementsAre(Pair(4, "made-up")));

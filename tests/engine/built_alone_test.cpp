@@ -183,8 +183,10 @@ TEST_F(BuiltAlone, SessionControlsRefuseWhatIsNotOffered) {
 TEST_F(BuiltAlone, ProjectServicesServeTheSelectedTask) {
   git->refreshIfSelected(key);
   EXPECT_FALSE(hooks->addProjectHook(ProjectHookEvent::beforeTask, "/bin/true", key.workspaceID));
-  WorkspaceOperations operations(
-      {main, tree, selection, executions, runs, *context, *git, events, changes});
+  Navigation navigation({main, tree, selection, *context, *git});
+  EXPECT_EQ(navigation.selectWorkspace(Uuid::random()).error().sentence,
+            "That project is no longer available.");
+  WorkspaceOperations operations({main, tree, executions, runs, navigation, events, changes});
   EXPECT_EQ(operations.moveThread(key.threadID, key.workspaceID, Uuid::random()).error().sentence,
             "That conversation or destination project is no longer available.");
 }

@@ -42,7 +42,7 @@ class GitSnapshotService : public EngineFixture {
 };
 
 TEST_F(GitSnapshotService, ReadsWhatIsLookedAt) {
-  const std::string general = model->operations->generalWorkspace()->path;
+  const std::string general = model->navigation.generalWorkspace()->path;
   EXPECT_THAT(paths(), ElementsAre(general, folder / "project")) << "the start, then the project";
   EXPECT_EQ(model->git->gitSnapshot(), GitWorkspaceSnapshot::unavailable());
   readings.back().reply(on("main"));
@@ -81,12 +81,12 @@ TEST_F(GitSnapshotService, ANewerReadingEndsTheOlderOne) {
 }
 
 TEST_F(GitSnapshotService, DropsWhatBelongsToAnotherFolder) {
-  model->operations->selectWorkspace(model->operations->generalWorkspace()->id);
+  model->navigation.selectWorkspace(model->navigation.generalWorkspace()->id);
   readings[1].reply(on("project"));
   EXPECT_TRUE(announced.empty());
 
   // A new task beside one that has its own worktree: nobody has asked for a reading.
-  model->operations->selectWorkspace(key.workspaceID);
+  model->navigation.selectWorkspace(key.workspaceID);
   model->tree.updateThread(key, [&](ChatThread& thread) {
     thread.workspaceMode = TaskWorkspaceMode::isolated;
     thread.isolatedWorkspacePath = folder.folder("worktree");

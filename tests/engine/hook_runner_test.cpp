@@ -67,7 +67,7 @@ TEST_F(HookRunner, KeepsTheHooksOfAProject) {
   model->hooks->removeProjectHook(Uuid::random(), key.workspaceID);
   model->hooks->removeProjectHook(second, key.workspaceID);
   EXPECT_THAT(hooks(), ElementsAre("afterTask .vantrell/hooks/after-task"));
-  model->operations->selectWorkspace(model->operations->generalWorkspace()->id);
+  model->navigation.selectWorkspace(model->navigation.generalWorkspace()->id);
   model->hooks->addProjectHook(ProjectHookEvent::beforeTask, "b", key.workspaceID);
   EXPECT_EQ(hooks().size(), 2U) << "of another project than the selected one";
 }

@@ -10,6 +10,7 @@ namespace {
 class AnyOperations : public EngineFixture {
  public:
   vantrell::WorkspaceOperations& operations() { return *model->operations; }
+  vantrell::Navigation& navigation() { return model->navigation; }
 
   /// A number below `count`.
   std::size_t any(std::size_t count) {
@@ -29,13 +30,13 @@ class AnyOperations : public EngineFixture {
   std::string doAny() {
     const auto at = anyThread();
     switch (any(17)) {
-      case 0: operations().selectThread(at.threadID, at.workspaceID); return "selectThread";
-      case 1: operations().selectWorkspace(at.workspaceID); return "selectWorkspace";
+      case 0: navigation().selectThread(at.threadID, at.workspaceID); return "selectThread";
+      case 1: navigation().selectWorkspace(at.workspaceID); return "selectWorkspace";
       case 2:
-        operations().openSearchResult(at.workspaceID, at.threadID, "entry");
+        navigation().openSearchResult(at.workspaceID, at.threadID, "entry");
         return "openSearchResult";
       case 3:
-        operations().selectAdjacentRecentTask(static_cast<int>(any(7)) - 3);
+        navigation().selectAdjacentRecentTask(static_cast<int>(any(7)) - 3);
         return "selectAdjacentRecentTask";
       case 4:
         operations().addWorkspace(folder.folder("project " + std::to_string(any(4))));
@@ -114,13 +115,13 @@ TEST_F(AnyOperations, OnWhatHasGoneChangeNothing) {
   work("Go");
   const Uuid gone = Uuid::random();
   const Uuid here = key.workspaceID;
-  const auto general = operations().generalWorkspace()->id;
+  const auto general = navigation().generalWorkspace()->id;
   const std::vector<std::pair<std::string, std::function<void()>>> cases = {
-      {"selectThread", [&] { operations().selectThread(gone, here); }},
-      {"selectThread elsewhere", [&] { operations().selectThread(key.threadID, general); }},
-      {"selectWorkspace", [&] { operations().selectWorkspace(gone); }},
-      {"openSearchResult", [&] { operations().openSearchResult(here, gone, "e"); }},
-      {"selectActivity", [&] { operations().selectActivity({.workspaceID = gone}); }},
+      {"selectThread", [&] { navigation().selectThread(gone, here); }},
+      {"selectThread elsewhere", [&] { navigation().selectThread(key.threadID, general); }},
+      {"selectWorkspace", [&] { navigation().selectWorkspace(gone); }},
+      {"openSearchResult", [&] { navigation().openSearchResult(here, gone, "e"); }},
+      {"selectActivity", [&] { navigation().selectActivity({.workspaceID = gone}); }},
       {"removeWorkspace", [&] { operations().removeWorkspace(gone); }},
       {"removeWorkspace General", [&] { operations().removeWorkspace(general); }},
       {"setWorkspacePinned", [&] { operations().setWorkspacePinned(gone, true); }},

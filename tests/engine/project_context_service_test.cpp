@@ -39,7 +39,7 @@ class ProjectContextService : public EngineFixture {
     return loadStoredProjectContext(records, id, Date(1));
   }
   void selectGeneral() {
-    model->operations->selectWorkspace(model->operations->generalWorkspace()->id);
+    model->navigation.selectWorkspace(model->navigation.generalWorkspace()->id);
   }
 
   bool isSlow = false;
@@ -103,7 +103,7 @@ TEST_F(ProjectContextService, GuidanceIsReadAtEachSelectionAndForOthersAtEachPro
   EXPECT_THAT(block(key), EndsWith("- AGENTS.md: Use tabs."));
   folder.file("project/AGENTS.md", "Use blanks.");
   EXPECT_THAT(block(key), EndsWith("- AGENTS.md: Use blanks."));
-  model->operations->selectThread(key.threadID, key.workspaceID);
+  model->navigation.selectThread(key.threadID, key.workspaceID);
   EXPECT_EQ(context().projectContext().summary(), "1 guidance file");
 }
 
@@ -123,7 +123,7 @@ TEST_F(ProjectContextService, PromptWaitsForGuidanceThatIsBeingRead) {
       << "what was read for the project is not General's";
 
   client().finishes();
-  model->operations->selectThread(key.threadID, key.workspaceID);
+  model->navigation.selectThread(key.threadID, key.workspaceID);
   send("Again");
   app->selected().stopWorking();
   answer();

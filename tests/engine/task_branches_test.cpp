@@ -147,7 +147,7 @@ TEST_F(TaskBranchesTest, BranchTakesThePlaceOfThePromptBeforeTheEntry) {
   converse();
   for (const auto& each : cases) {
     SCOPED_TRACE(each.from + ": " + each.prompt);
-    model->operations->selectThread(key.threadID, key.workspaceID);
+    model->navigation.selectThread(key.threadID, key.workspaceID);
     if (each.from == "s0") {  // with no prompt before it
       Transcript entries({{.id = "s0", .kind = ChatEntryKind::system}});
       model->tree.replaceTranscript(std::move(entries), key);
@@ -225,7 +225,7 @@ TEST_F(TaskBranchesTest, WhatHappensWhileTheWorktreeIsMade) {
     EXPECT_TRUE(model->branches->isPreparing(branch));
     if (what == deleted) model->operations->deleteThread(branch.threadID, branch.workspaceID);
     if (what == removed) model->operations->removeWorkspace(branch.workspaceID);
-    const Uuid general = model->operations->generalWorkspace()->id;
+    const Uuid general = model->navigation.generalWorkspace()->id;
     if (what == moved) model->operations->moveThread(branch.threadID, branch.workspaceID, general);
     if (what == stopped) app->selected().stopWorking();
     if (what == drafted) {

@@ -99,7 +99,7 @@ TEST_F(TaskSafetyTest, RestoresNothingWhileTheAgentWorksOrWithoutARecoveryCheckp
     EXPECT_EQ(error().value_or("").contains("Another task"), isShared) << project;
     main.runReady();
   }
-  model->operations->selectThread(first.threadID, first.workspaceID);
+  model->navigation.selectThread(first.threadID, first.workspaceID);
   finishTurn();
   repository.file("a.txt", "precious\n");
   std::filesystem::rename(repository / ".git", repository / "git");

@@ -35,8 +35,8 @@ TEST_F(TurnEnds, AnErrorStaysUntilItIsDismissedOrASuccess) {
   const auto shown = [this] { return app->selected().errorMessage(); };
   EXPECT_EQ(shown(), "It broke.");
   client().onLog("a line");
-  model->operations->selectWorkspace(model->tree.workspaces()[0].id);
-  model->operations->selectThread(key.threadID, key.workspaceID);
+  model->navigation.selectWorkspace(model->tree.workspaces()[0].id);
+  model->navigation.selectThread(key.threadID, key.workspaceID);
   main.runReady();
   EXPECT_EQ(shown(), "It broke.") << "what else is announced leaves it alone";
   app->selected().dismissError();

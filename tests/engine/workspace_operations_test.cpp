@@ -10,8 +10,9 @@ using ::testing::ElementsAre;
 class WorkspaceOperations : public EngineFixture {
  public:
   vantrell::WorkspaceOperations& operations() { return *model->operations; }
+  vantrell::Navigation& navigation() { return model->navigation; }
   const Workspace& project() { return *model->tree.workspace(key.workspaceID); }
-  const Workspace& general() { return *operations().generalWorkspace(); }
+  const Workspace& general() { return *navigation().generalWorkspace(); }
   Uuid selected() { return model->selection.key()->threadID; }
   static std::string refusal(const Result<>& result) {
     return result ? "" : result.error().sentence;
@@ -94,7 +95,7 @@ TEST_F(WorkspaceOperations, MovedTaskStartsAfreshInItsNewFolderAndIsFollowed) {
   client().finishes();
   operations().addWorkspace(folder.folder("other"));
   const Uuid other = model->selection.key()->workspaceID;
-  operations().selectThread(key.threadID, key.workspaceID);
+  navigation().selectThread(key.threadID, key.workspaceID);
   operations().moveThread(key.threadID, key.workspaceID, other);
   EXPECT_EQ(project().threads.size(), 1U) << "a new one is left behind";
   EXPECT_EQ(model->selection.key(), (ThreadExecutionKey{other, key.threadID}));
@@ -136,9 +137,9 @@ TEST_F(WorkspaceOperations, ArchivingTheLastVisibleTaskMakesANewOne) {
 TEST_F(WorkspaceOperations, SelectingAProjectShowsAVisibleTask) {
   start();
   const Uuid second = addTask();
-  operations().selectWorkspace(general().id);
+  navigation().selectWorkspace(general().id);
   operations().setThreadArchived(second, key.workspaceID, true);
-  operations().selectWorkspace(key.workspaceID);
+  navigation().selectWorkspace(key.workspaceID);
   EXPECT_EQ(selected(), key.threadID) << "the first is archived";
 }
 
@@ -146,7 +147,7 @@ TEST_F(WorkspaceOperations, LookingAtAnArchivedTaskLeavesItArchivedAndTheProject
   start();
   const Uuid second = addTask();
   operations().setThreadArchived(key.threadID, key.workspaceID, true);
-  operations().selectThread(key.threadID, key.workspaceID);
+  navigation().selectThread(key.threadID, key.workspaceID);
   EXPECT_EQ(selected(), key.threadID);
   operations().deleteThread(second, key.workspaceID);
   EXPECT_EQ(selected(), key.threadID) << "what is looked at stays";
@@ -158,7 +159,7 @@ TEST_F(WorkspaceOperations, SearchResultBringsItsEntryIntoView) {
   start();
   model->tree.appendSystemEntry("found", key);
   const std::string entry = thread().entries.back().id;
-  operations().selectWorkspace(general().id);
+  navigation().selectWorkspace(general().id);
   model->selection.setSection(AppSection::imagine);
   std::vector<std::string> heard;
   const auto observation = model->changes.observe([&](const ChangeBatch& batch) {
@@ -166,23 +167,23 @@ TEST_F(WorkspaceOperations, SearchResultBringsItsEntryIntoView) {
   });
   main.runReady();
   heard.clear();
-  operations().openSearchResult(key.workspaceID, key.threadID, entry);
+  navigation().openSearchResult(key.workspaceID, key.threadID, entry);
   main.runReady();
   EXPECT_EQ(model->selection.key(), key);
   EXPECT_EQ(model->selection.section(), AppSection::build);
   EXPECT_EQ(model->selection.entryID(), entry);
-  operations().openSearchResult(key.workspaceID, key.threadID, entry);
+  navigation().openSearchResult(key.workspaceID, key.threadID, entry);
   main.runReady();
   EXPECT_EQ(heard, (std::vector<std::string>{entry, entry})) << "again, though it is selected";
 
-  operations().openSearchResult(key.workspaceID, key.threadID, "gone");
+  navigation().openSearchResult(key.workspaceID, key.threadID, "gone");
   EXPECT_EQ(model->selection.entryID(), std::nullopt);
-  operations().openSearchResult(general().id, general().threads[0].id, "gone");
+  navigation().openSearchResult(general().id, general().threads[0].id, "gone");
   EXPECT_EQ(model->selection.section(), AppSection::chat);
-  operations().openSearchResult(general().id, key.threadID, entry);
+  navigation().openSearchResult(general().id, key.threadID, entry);
   EXPECT_EQ(model->selection.key()->workspaceID, general().id) << "no such conversation there";
 
-  operations().selectActivity({.workspaceID = key.workspaceID, .threadID = key.threadID});
+  navigation().selectActivity({.workspaceID = key.workspaceID, .threadID = key.threadID});
   EXPECT_EQ(model->selection.key(), key);
   EXPECT_EQ(model->selection.section(), AppSection::build);
 }
@@ -203,8 +204,8 @@ TEST_F(WorkspaceOperations, WhatBelongsToTheProjectIsLoadedForTheOneThatIsSelect
   start();
   addTask();
   operations().newThread(general().id);
-  operations().selectThread(key.threadID, key.workspaceID);
-  operations().selectThread(key.threadID, key.workspaceID);
+  navigation().selectThread(key.threadID, key.workspaceID);
+  navigation().selectThread(key.threadID, key.workspaceID);
   operations().removeWorkspace(key.workspaceID);
   EXPECT_THAT(loaded,
               ElementsAre("General Chats", "project", "General Chats", "project", "General Chats"));
@@ -219,15 +220,15 @@ TEST_F(WorkspaceOperations, RecentTasksAreWalkedRoundTheEnds) {
   }
   std::vector<Uuid> walked;
   for (int i = 0; i < 3; ++i) {
-    operations().selectAdjacentRecentTask(1);
+    navigation().selectAdjacentRecentTask(1);
     walked.push_back(selected());
   }
   EXPECT_THAT(walked, ElementsAre(newestFirst[1], newestFirst[2], newestFirst[0]));
-  operations().selectAdjacentRecentTask(-1);
+  navigation().selectAdjacentRecentTask(-1);
   EXPECT_EQ(selected(), newestFirst[2]);
 
-  operations().selectWorkspace(general().id);
-  operations().selectAdjacentRecentTask(1);
+  navigation().selectWorkspace(general().id);
+  navigation().selectAdjacentRecentTask(1);
   EXPECT_EQ(selected(), newestFirst[0]) << "from outside the list forward: its first";
 }
 

@@ -23,134 +23,7 @@ bool WorkspaceOperations::isAtWork(const ThreadExecutionKey& key) const {
   return (run && isActive(run->status)) || core_.executions.isBusy(key);
 }
 
-bool WorkspaceOperations::isGeneral(const Uuid& workspaceID) const {
-  const Workspace* general = generalWorkspace();
-  return general && general->id == workspaceID;
-}
-
-ChatThread WorkspaceOperations::replacementFor(const Uuid& workspaceID) const {
-  return ChatThread::make(std::string(isGeneral(workspaceID) ? newChatTitle : newTaskTitle),
-                          core_.main.now());
-}
-
-Uuid WorkspaceOperations::visibleThread(const Uuid& workspaceID) {
-  const auto& threads = core_.tree.workspace(workspaceID)->threads;
-  const auto visible = std::ranges::find(threads, false, &ChatThread::isArchived);
-  if (visible != threads.end()) return visible->id;
-  ChatThread fresh = replacementFor(workspaceID);
-  const Uuid id = fresh.id;
-  core_.tree.addThread(std::move(fresh), workspaceID);
-  return id;
-}
-
-void WorkspaceOperations::fillIfSelected(const Uuid& workspaceID) {
-  if (core_.selection.workspaceID() == workspaceID) visibleThread(workspaceID);
-}
-
-void WorkspaceOperations::show(const Uuid& workspaceID, const Uuid& threadID,
-                               std::optional<std::string> entryID) {
-  visibleThread(workspaceID);  // the one to show may be an archived one
-  core_.selection.select(workspaceID, threadID, std::move(entryID));
-  core_.context.load();
-  core_.git.refreshGitSnapshot();
-}
-
-void WorkspaceOperations::replaceShown(const Uuid& workspaceID, const Uuid& threadID) {
-  if (core_.selection.workspaceID() != workspaceID) return show(workspaceID, threadID);
-  // The project is the same; the folder that the task works in may be another.
-  core_.selection.select(workspaceID, threadID);
-  core_.git.refreshGitSnapshot();
-}
-
-void WorkspaceOperations::showInItsSection(const ThreadExecutionKey& key,
-                                           std::optional<std::string> entryID) {
-  core_.selection.setSection(isGeneral(key.workspaceID) ? AppSection::chat : AppSection::build);
-  show(key.workspaceID, key.threadID, std::move(entryID));
-}
-
-void WorkspaceOperations::addAndSelect(ChatThread thread, const Uuid& workspaceID) {
-  const Uuid id = thread.id;
-  core_.tree.addThread(std::move(thread), workspaceID);
-  replaceShown(workspaceID, id);
-}
-
-// ---- selection ----------------------------------------------------------------------------------
-
-Result<> WorkspaceOperations::selectThread(const Uuid& id, const Uuid& workspaceID) {
-  const ThreadExecutionKey key{workspaceID, id};
-  if (!core_.tree.thread(key)) return refuseMissingConversation();
-  if (core_.selection.key() != key) show(workspaceID, id);
-  return {};
-}
-
-Result<> WorkspaceOperations::selectWorkspace(const Uuid& id) {
-  if (!core_.tree.workspace(id)) return refuseMissingProject();
-  return selectThread(visibleThread(id), id);
-}
-
-Result<> WorkspaceOperations::selectActivity(const RunActivity& activity) {
-  const ThreadExecutionKey key{activity.workspaceID, activity.threadID};
-  if (!core_.tree.thread(key)) return refuseMissingConversation();
-  showInItsSection(key, std::nullopt);
-  return {};
-}
-
-Result<> WorkspaceOperations::openSearchResult(const Uuid& workspaceID, const Uuid& threadID,
-                                               std::string_view entryID) {
-  const ThreadExecutionKey key{workspaceID, threadID};
-  const ChatThread* found = core_.tree.thread(key);
-  if (!found) return refuseMissingConversation();
-  // Of a transcript that is still to be read, this is only known once it is shown.
-  const bool isThere = !found->entries.isRead() || found->entries.find(entryID) != nullptr;
-  showInItsSection(key, isThere ? std::optional<std::string>(entryID) : std::nullopt);
-  return {};
-}
-
-void WorkspaceOperations::settleSelection() {
-  const auto workspaceID = core_.selection.workspaceID();
-  if (!workspaceID || !core_.tree.workspace(*workspaceID)) return;
-  const auto& threads = core_.tree.workspace(*workspaceID)->threads;
-  if (!std::ranges::all_of(threads, &ChatThread::isArchived)) return;
-  core_.selection.select(workspaceID, visibleThread(*workspaceID));
-}
-
-std::vector<RecentTaskReference> WorkspaceOperations::recentTaskReferences() const {
-  const bool wantsGeneral = core_.selection.section() == AppSection::chat;
-  std::vector<RecentTaskReference> references;
-  for (const auto& workspace : core_.tree.workspaces()) {
-    if (isGeneral(workspace.id) != wantsGeneral) continue;
-    for (const auto& thread : workspace.threads) {
-      if (!thread.isArchived) references.push_back({{workspace.id, thread.id}, thread.updatedAt});
-    }
-  }
-  std::ranges::stable_sort(references, std::greater(), &RecentTaskReference::updatedAt);
-  return references;
-}
-
-void WorkspaceOperations::selectAdjacentRecentTask(int offset) {
-  const auto references = recentTaskReferences();
-  const auto count = static_cast<std::int64_t>(references.size());
-  if (count < 2 || offset == 0) return;
-  const auto selected = core_.selection.key();
-  const auto found = std::ranges::find_if(
-      references, [&](const auto& each) { return selected && each.key == *selected; });
-  std::int64_t position = found - references.begin();
-  // From outside the list, one step forward leads to its first, one step back to its last.
-  if (found == references.end()) position = offset > 0 ? -1 : 0;
-  const std::int64_t next = ((position + offset) % count + count) % count;
-  const auto& key = references[static_cast<std::size_t>(next)].key;
-  static_cast<void>(selectThread(key.threadID, key.workspaceID));
-}
-
-std::optional<std::string> WorkspaceOperations::effectiveWorkspacePath() const {
-  return core_.tree.executionPath(core_.selection.workspaceID(), core_.selection.threadID());
-}
-
 // ---- projects -----------------------------------------------------------------------------------
-
-const Workspace* WorkspaceOperations::generalWorkspace() const {
-  return core_.tree.workspaces().empty() ? nullptr : &core_.tree.workspaces().front();
-}
 
 void WorkspaceOperations::chooseProject() {
   core_.events.chooseFolder("Choose a project", "Open Project",
@@ -163,7 +36,8 @@ void WorkspaceOperations::chooseProject() {
 Result<> WorkspaceOperations::addWorkspace(std::string_view path) {
   const std::string folder = files::standardized(path);
   for (const auto& workspace : core_.tree.workspaces()) {
-    if (files::standardized(workspace.path) == folder) return selectWorkspace(workspace.id);
+    if (files::standardized(workspace.path) == folder)
+      return core_.navigation.selectWorkspace(workspace.id);
   }
   // Records and protocols are JSON: such a path would be another one after a restart.
   if (!text::isValidUtf8(folder)) {
@@ -173,26 +47,26 @@ Result<> WorkspaceOperations::addWorkspace(std::string_view path) {
   Workspace workspace = Workspace::makeProject(folder, core_.main.now());
   const ThreadExecutionKey key{workspace.id, workspace.threads.front().id};
   core_.tree.addWorkspace(std::move(workspace));
-  show(key.workspaceID, key.threadID);
+  core_.navigation.show(key.workspaceID, key.threadID);
   return {};
 }
 
 Result<> WorkspaceOperations::removeWorkspace(const Uuid& id) {
   const Workspace* workspace = core_.tree.workspace(id);
   if (!workspace) return refuseMissingProject();
-  if (isGeneral(id)) return refuse("General cannot be removed.");
+  if (core_.navigation.isGeneral(id)) return refuse("General cannot be removed.");
   for (const auto& thread : workspace->threads) core_.runs.forget({id, thread.id});
   core_.tree.removeWorkspace(id);
-  if (core_.selection.workspaceID() == id) {
-    const Uuid first = generalWorkspace()->id;
-    show(first, visibleThread(first));
+  if (core_.navigation.selection().workspaceID() == id) {
+    const Uuid first = core_.navigation.generalWorkspace()->id;
+    core_.navigation.show(first, core_.navigation.visibleThread(first));
   }
   return {};
 }
 
 Result<> WorkspaceOperations::setWorkspacePinned(const Uuid& id, bool pinned) {
   if (!core_.tree.workspace(id)) return refuseMissingProject();
-  if (isGeneral(id)) return refuse("General is always first.");
+  if (core_.navigation.isGeneral(id)) return refuse("General is always first.");
   core_.tree.setWorkspacePinned(id, pinned);
   return {};
 }
@@ -215,9 +89,9 @@ Result<> WorkspaceOperations::archiveWorkspaceThreads(const Uuid& id) {
       thread.isPinned = false;
     });
   }
-  ChatThread fresh = replacementFor(id);
-  if (core_.selection.workspaceID() == id) {
-    addAndSelect(std::move(fresh), id);
+  ChatThread fresh = core_.navigation.replacementFor(id);
+  if (core_.navigation.selection().workspaceID() == id) {
+    core_.navigation.addAndSelect(std::move(fresh), id);
   } else {
     core_.tree.addThread(std::move(fresh), id);
   }
@@ -228,11 +102,12 @@ Result<> WorkspaceOperations::archiveWorkspaceThreads(const Uuid& id) {
 // ---- conversations ------------------------------------------------------------------------------
 
 Result<> WorkspaceOperations::newThread(std::optional<Uuid> workspaceID) {
-  const Selection& selection = core_.selection;
-  if (selection.section() == AppSection::imagine) setSection(AppSection::chat);
+  const Selection& selection = core_.navigation.selection();
+  if (selection.section() == AppSection::imagine) core_.navigation.setSection(AppSection::chat);
   if (!workspaceID && selection.section() == AppSection::chat) {
-    workspaceID = generalWorkspace()->id;
-  } else if (!workspaceID && selection.workspaceID() && !isGeneral(*selection.workspaceID())) {
+    workspaceID = core_.navigation.generalWorkspace()->id;
+  } else if (!workspaceID && selection.workspaceID() &&
+             !core_.navigation.isGeneral(*selection.workspaceID())) {
     workspaceID = selection.workspaceID();
   } else if (!workspaceID && core_.tree.workspaces().size() > 1) {
     workspaceID = core_.tree.workspaces()[1].id;  // the first that is not General
@@ -242,8 +117,9 @@ Result<> WorkspaceOperations::newThread(std::optional<Uuid> workspaceID) {
     return {};
   }
   if (!core_.tree.workspace(*workspaceID)) return refuseMissingProject();
-  const bool isTask = !isGeneral(*workspaceID) && selection.section() != AppSection::chat;
-  addAndSelect(
+  const bool isTask =
+      !core_.navigation.isGeneral(*workspaceID) && selection.section() != AppSection::chat;
+  core_.navigation.addAndSelect(
       ChatThread::make(std::string(isTask ? newTaskTitle : newChatTitle), core_.main.now()),
       *workspaceID);
   return {};
@@ -265,14 +141,15 @@ Result<> WorkspaceOperations::renameThread(const Uuid& id, const Uuid& workspace
 Result<> WorkspaceOperations::deleteThread(const Uuid& id, const Uuid& workspaceID) {
   const ThreadExecutionKey key{workspaceID, id};
   if (!core_.tree.thread(key)) return refuseMissingConversation();
-  const bool wasSelected = core_.selection.key() == key;
+  const bool wasSelected = core_.navigation.selection().key() == key;
   core_.runs.forget(key);
   core_.tree.removeThread(key);
   if (core_.tree.workspace(workspaceID)->threads.empty()) {
-    core_.tree.addThread(replacementFor(workspaceID), workspaceID);
+    core_.tree.addThread(core_.navigation.replacementFor(workspaceID), workspaceID);
   }
-  if (wasSelected) replaceShown(workspaceID, visibleThread(workspaceID));
-  fillIfSelected(workspaceID);
+  if (wasSelected)
+    core_.navigation.replaceShown(workspaceID, core_.navigation.visibleThread(workspaceID));
+  core_.navigation.fillIfSelected(workspaceID);
   return {};
 }
 
@@ -286,16 +163,16 @@ Result<> WorkspaceOperations::moveThread(const Uuid& id, const Uuid& from, const
     return refuse("That conversation or destination project is no longer available.");
   }
   if (from == to) return {};
-  const bool wasSelected = core_.selection.key() == key;
+  const bool wasSelected = core_.navigation.selection().key() == key;
   // Its client, if it still has one, works in the old folder.
   core_.runs.forget(key);
 
   core_.tree.moveThread(key, to);
   if (core_.tree.workspace(from)->threads.empty()) {
-    core_.tree.addThread(replacementFor(from), from);
+    core_.tree.addThread(core_.navigation.replacementFor(from), from);
   }
-  if (wasSelected) show(to, id);
-  fillIfSelected(from);
+  if (wasSelected) core_.navigation.show(to, id);
+  core_.navigation.fillIfSelected(from);
   core_.changes.mark(topics::remoteSnapshot);
   return {};
 }
@@ -316,10 +193,10 @@ Result<> WorkspaceOperations::setThreadArchived(const Uuid& id, const Uuid& work
     thread.isArchived = archived;
     if (archived) thread.isPinned = false;
   });
-  if (archived && core_.selection.key() == key) {
-    replaceShown(workspaceID, visibleThread(workspaceID));
+  if (archived && core_.navigation.selection().key() == key) {
+    core_.navigation.replaceShown(workspaceID, core_.navigation.visibleThread(workspaceID));
   }
-  fillIfSelected(workspaceID);
+  core_.navigation.fillIfSelected(workspaceID);
   return {};
 }
 

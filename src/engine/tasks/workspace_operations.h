@@ -1,8 +1,6 @@
-// The user's operations on workspaces and conversations. They keep two things true: the General
-// workspace is there and first, and a selected workspace without a visible conversation (one that
-// is not archived) gets a new one at once, so that no project is ever shown empty. An archived
-// conversation is selected only where it is asked for by its id. What cannot be done is refused
-// with the sentence for the user. Main queue.
+// The user's operations on workspaces and conversations. What they leave without a visible
+// conversation, the navigation fills. What cannot be done is refused with the sentence for the
+// user. Main queue.
 #pragma once
 
 #include <memory>
@@ -13,65 +11,25 @@
 
 #include "engine/core/refusal.h"
 #include "engine/core/run_lifecycle.h"
-#include "engine/core/selection.h"
-#include "engine/projects/git_snapshot_service.h"
-#include "engine/projects/project_context_service.h"
-#include "engine/tasks/run_activity.h"
+#include "engine/tasks/navigation.h"
 
 namespace vantrell {
-
-/// A conversation in the list of recent tasks.
-struct RecentTaskReference {
-  ThreadExecutionKey key;
-  Date updatedAt;
-};
 
 class WorkspaceOperations : public std::enable_shared_from_this<WorkspaceOperations> {
  public:
   struct Dependencies {
     MainQueue& main;
     WorkspaceTree& tree;
-    Selection& selection;
     ExecutionTable& executions;
     RunLifecycle& runs;
-    ProjectContextService& context;
-    GitSnapshotService& git;
+    Navigation& navigation;
     EngineEvents& events;
     Changes& changes;
   };
   explicit WorkspaceOperations(Dependencies dependencies) : core_(dependencies) {}
 
-  // Selection.
-
-  Result<> selectThread(const Uuid& id, const Uuid& workspaceID);
-  /// Selects the workspace and its first visible conversation.
-  Result<> selectWorkspace(const Uuid& id);
-  /// Selects the conversation of a row of the activity list, as openSearchResult() does: the row
-  /// may belong to the other half of the application.
-  Result<> selectActivity(const RunActivity& activity);
-  /// Selects the conversation and asks the interface to bring the entry into view, also when the
-  /// conversation is selected already. The section becomes the one that shows it: `chat` for the
-  /// General workspace, `build` for a project. An archived conversation opens as it is. Where the
-  /// entry has gone, the conversation opens as ever.
-  Result<> openSearchResult(const Uuid& workspaceID, const Uuid& threadID,
-                            std::string_view entryID);
-  void setSection(AppSection section) { core_.selection.setSection(section); }
-  /// Conversations that are not archived, newest first: in the chat section those of the General
-  /// workspace, elsewhere those of all projects.
-  std::vector<RecentTaskReference> recentTaskReferences() const;
-  /// Moves the selection along the recent tasks, past the last one to the first and back.
-  void selectAdjacentRecentTask(int offset);
-  /// Where the selected conversation works; with no conversation, the selected workspace's folder.
-  std::optional<std::string> effectiveWorkspacePath() const;
-
-  /// For start-up: the restored workspace gets a conversation where it has none to show.
-  void settleSelection();
-
   // Projects.
 
-  /// The workspace of conversations that belong to no project.
-  const Workspace* generalWorkspace() const;
-  bool isGeneral(const Uuid& workspaceID) const;
   /// Asks the user for a folder and opens it.
   void chooseProject();
   /// Opens a project folder: selects it when it is known, else adds it with one empty task.
@@ -103,19 +61,6 @@ class WorkspaceOperations : public std::enable_shared_from_this<WorkspaceOperati
                                                        const Uuid& workspaceID) const;
 
  private:
-  /// A fresh conversation for a workspace that has just become empty.
-  ChatThread replacementFor(const Uuid& workspaceID) const;
-  /// The first visible conversation; added, and saved, when there was none.
-  Uuid visibleThread(const Uuid& workspaceID);
-  /// Where a selected workspace has just lost its last visible conversation, it gets a new one.
-  void fillIfSelected(const Uuid& workspaceID);
-  /// Selects, and shows what belongs to the project.
-  void show(const Uuid& workspaceID, const Uuid& threadID,
-            std::optional<std::string> entryID = std::nullopt);
-  /// The same for a conversation that takes the place of another one of its project.
-  void replaceShown(const Uuid& workspaceID, const Uuid& threadID);
-  void showInItsSection(const ThreadExecutionKey& key, std::optional<std::string> entryID);
-  void addAndSelect(ChatThread thread, const Uuid& workspaceID);
   bool isAtWork(const ThreadExecutionKey& key) const;
 
   const Dependencies core_;

@@ -65,7 +65,7 @@ class Comparison : public std::enable_shared_from_this<Comparison> {
     // One that was only made to be compared is of no more use.
     if (!plan_.task && known == 0) {
       static_cast<void>(
-          model().operations().selectThread(sides_[0].key.threadID, sides_[0].key.workspaceID));
+          model().navigation().selectThread(sides_[0].key.threadID, sides_[0].key.workspaceID));
       static_cast<void>(model().operations().deleteThread(task->threadID, task->workspaceID));
     }
     std::vector<std::unique_ptr<Job>> jobs;

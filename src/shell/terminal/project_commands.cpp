@@ -57,7 +57,7 @@ Outcome listProjects(CommandContext& context, const StateView& state) {
 void report(CommandContext& context, const Uuid& id, std::string_view done) {
   const Workspace* workspace = context.model().tree().workspace(id);
   if (!workspace) return;  // removed by another command meanwhile
-  context.report(asJson(*workspace, context.model().operations().isGeneral(id)),
+  context.report(asJson(*workspace, context.model().navigation().isGeneral(id)),
                  fmt::format("{}  {}: {}\n", shortID(id), done, onOneLine(workspace->name)));
 }
 
@@ -88,7 +88,7 @@ void withProject(CommandContext& context,
 
 void removeProject(CommandContext& context) {
   withProject(context, [&context](AppModel& model, const Workspace& workspace) {
-    if (model.operations().isGeneral(workspace.id)) {
+    if (model.navigation().isGeneral(workspace.id)) {
       return context.misused(
           "General stays: it holds the conversations that belong to no project. Its tasks can be "
           "deleted with vantrell delete ID.");
@@ -107,7 +107,7 @@ void removeProject(CommandContext& context) {
 
 void pinProject(CommandContext& context) {
   withProject(context, [&](AppModel& model, const Workspace& workspace) {
-    if (model.operations().isGeneral(workspace.id)) {
+    if (model.navigation().isGeneral(workspace.id)) {
       return context.misused("General is always first.");
     }
     const bool pinned = !context.arguments.has(offOption.name);

@@ -200,7 +200,7 @@ std::expected<ThreadExecutionKey, UsageError> openTask(AppModel& model, const Ru
     const auto found = existingTask(model, plan);
     if (!found) return std::unexpected(found.error());
     const auto selected =
-        model.operations().selectThread((*found)->threadID, (*found)->workspaceID);
+        model.navigation().selectThread((*found)->threadID, (*found)->workspaceID);
     if (!selected) return usageError(selected.error().sentence);
   } else {
     const auto added = model.operations().addWorkspace(plan.folder);

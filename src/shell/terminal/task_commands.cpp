@@ -231,7 +231,7 @@ Outcome fork(CommandContext& context, AppModel& model, const ThreadExecutionKey&
   }
   const auto made = model.branches().forkThread(key, through);
   if (!made) return context.refused(made.error());
-  static_cast<void>(model.operations().selectThread(made->threadID, made->workspaceID));
+  static_cast<void>(model.navigation().selectThread(made->threadID, made->workspaceID));
   report(context, *made, fmt::format("forked from {}", shortID(key.threadID)));
   return exitStatus::completed;
 }
