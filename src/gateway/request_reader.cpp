@@ -48,41 +48,52 @@ std::optional<std::size_t> contentLength(std::string_view text) {
   return static_cast<std::size_t>(value);
 }
 
-bool readRequestLine(std::string_view line, GatewayRequest* request) {
+bool readRequestLine(std::string_view line, GatewayRequest& request) {
   std::vector<std::string_view> pieces;
   while (!line.empty()) {
     if (const auto piece = cutAt(line, " "); !piece.empty()) pieces.push_back(piece);
   }
   if (pieces.size() != 3 || !pieces[2].starts_with("HTTP/1.")) return false;
-  if (request) {
-    std::ranges::transform(pieces[0], std::back_inserter(request->method), raised);
-    request->path = cutAt(pieces[1], "?");
-  }
+  std::ranges::transform(pieces[0], std::back_inserter(request.method), raised);
+  request.path = cutAt(pieces[1], "?");
   return true;
 }
 
-/// The length of the body, or nullopt when the head is not valid. Fills the request if there is
-/// one.
-std::optional<std::size_t> readHead(std::string_view head, GatewayRequest* request) {
-  if (!text::isValidUtf8(head) || !readRequestLine(cutAt(head, lineEnd), request)) {
-    return std::nullopt;
-  }
+/// Takes the next line of a head off its front: the name in lower case and the trimmed value;
+/// nullopt where it is not a header.
+std::optional<std::pair<std::string, std::string_view>> cutHeader(std::string_view& lines) {
+  std::string_view value = cutAt(lines, lineEnd);
+  if (!value.contains(':')) return std::nullopt;
+  std::string name(cutAt(value, ":"));
+  if (name.empty() || value.empty()) return std::nullopt;
+  std::ranges::transform(name, name.begin(), lowered);
+  return std::pair(std::move(name), trimmed(value));
+}
+
+/// How much follows the head, which may still prove to be invalid; nullopt where no answer but a
+/// refusal is possible.
+std::optional<std::size_t> bodyLengthIn(std::string_view head) {
+  if (!text::isValidUtf8(head)) return std::nullopt;
+  std::ignore = cutAt(head, lineEnd);
   std::size_t length = 0;
   while (!head.empty()) {
-    std::string_view value = cutAt(head, lineEnd);
-    if (!value.contains(':')) return std::nullopt;
-    std::string name(cutAt(value, ":"));
-    if (name.empty() || value.empty()) return std::nullopt;
-    std::ranges::transform(name, name.begin(), lowered);
-    value = trimmed(value);
-    if (name == "content-length") {
-      const auto given = contentLength(value);
-      if (!given) return std::nullopt;
-      length = *given;
-    }
-    if (request) request->headers.add(name, value);
+    const auto header = cutHeader(head);
+    if (!header || header->first != "content-length") continue;
+    const auto given = contentLength(header->second);
+    if (!given) return std::nullopt;
+    length = *given;
   }
   return length;
+}
+
+bool readHead(std::string_view head, GatewayRequest& request) {
+  if (!readRequestLine(cutAt(head, lineEnd), request)) return false;
+  while (!head.empty()) {
+    const auto header = cutHeader(head);
+    if (!header) return false;
+    request.headers.add(header->first, header->second);
+  }
+  return true;
 }
 
 }  // namespace
@@ -96,20 +107,20 @@ RequestReader::State RequestReader::append(std::string_view bytes) {
       searched_ = buffer_.size() - std::min(buffer_.size(), headEnd.size() - 1);
       return State::incomplete;
     }
-    const auto length = readHead(std::string_view(buffer_).substr(0, end), nullptr);
+    const auto length = bodyLengthIn(std::string_view(buffer_).substr(0, end));
     if (!length) return State::invalid;
     body_ = end + headEnd.size();
     bodySize_ = *length;
   }
-  return buffer_.size() - *body_ < bodySize_ ? State::incomplete : State::complete;
+  if (buffer_.size() - *body_ < bodySize_) return State::incomplete;
+  const auto head = std::string_view(buffer_).substr(0, *body_ - headEnd.size());
+  return readHead(head, request_) ? State::complete : State::invalid;
 }
 
 GatewayRequest RequestReader::take() {
-  GatewayRequest request;
-  std::ignore = readHead(std::string_view(buffer_).substr(0, *body_ - headEnd.size()), &request);
-  request.body = buffer_.substr(*body_, bodySize_);
+  request_.body = buffer_.substr(*body_, bodySize_);
   buffer_ = {};
-  return request;
+  return std::exchange(request_, {});
 }
 
 }  // namespace vantrell

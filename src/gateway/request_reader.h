@@ -1,5 +1,6 @@
 // Reads one HTTP/1.1 request from the bytes of a connection as they arrive. Pure, any thread; the
-// work is linear in the bytes however they are cut into pieces.
+// work is linear in the bytes however they are cut into pieces. Only a length that cannot be is
+// refused before the body has come: of a request that ends early nothing else is judged.
 //
 // It is strict about what it takes and has no support for chunked bodies. Of two headers of the
 // same name the last one counts. Lines end with CR LF: a bare LF or a NUL is part of its line.
@@ -39,6 +40,7 @@ class RequestReader {
   std::size_t searched_ = 0;         // no end of the head begins before
   std::optional<std::size_t> body_;  // where it begins, once the head is there
   std::size_t bodySize_ = 0;
+  GatewayRequest request_;  // without its body, once complete
 };
 
 }  // namespace vantrell

@@ -45,6 +45,8 @@ TEST(RequestReader, ReadsOrRefusesEachRequestHoweverItIsCut) {
       {"bytes after the body", withLength("+2", "abGET / HTTP/1.1"), State::complete, "POST", "/",
        "ab"},
       {"half a body", withLength("3", "ab"), State::incomplete},
+      {"half a body after an invalid line", withLength("3\r\nHost", "ab"), State::incomplete},
+      {"all of it", withLength("3\r\nHost", "abc"), State::invalid},
       {"minus zero", withLength("-0"), State::complete, "POST", "/"},
       {"the longest body", withLength("1048576", std::string(1'048'576, 'b')), State::complete,
        "POST", "/", std::string(1'048'576, 'b')},
