@@ -40,8 +40,6 @@ class RemoteHostServer final : public RemoteOutput {
   static constexpr std::size_t mostBytes = std::size_t{256} << 20;
   /// Bytes that may wait to be written to one client. One message always fits.
   static constexpr std::size_t mostUnsent = std::size_t{64} << 20;
-  /// A client for which more waits gets no snapshot; the latest follows when it has caught up.
-  static constexpr std::size_t snapshotLimit = std::size_t{256} << 10;
   /// A client that takes nothing for this long while something waits is dropped, at most twice as
   /// late.
   static constexpr std::chrono::seconds stallLimit{30};

@@ -16,6 +16,7 @@
 
 #include "platform/queues/dispatch.h"
 #include "platform/queues/mailbox.h"
+#include "platform/values/json.h"
 #include "platform/values/url.h"
 #include "remote/protocol/remote_envelope.h"
 
@@ -31,10 +32,13 @@ struct RemoteRelayState {
 
 /// A message that goes to several clients, encoded once. Each connection seals it for itself.
 struct RemoteOutgoing {
+  /// Bytes: a connection on which more waits to be written gets no snapshot until it has caught up.
+  static constexpr std::size_t snapshotLimit = std::size_t{256} << 10;
+
   std::shared_ptr<const std::string> json;
-  /// Of a snapshot only the latest matters.
+  /// Only the latest matters.
   bool isSnapshot = false;
-  /// Released when the message has been written or will not be; absent where no one waits.
+  /// Released when the message has been written, or nearly, or will not be; may be absent.
   std::shared_ptr<void> untaken;
 };
 
@@ -43,8 +47,6 @@ class RemoteRelayClient : public std::enable_shared_from_this<RemoteRelayClient>
   struct Options {
     Url relayURL;
     std::string trustedCertificates;  // as for a WebSocket
-    /// A snapshot waits while more than this is unwritten, in bytes.
-    std::size_t snapshotLimit = std::size_t{256} << 10;
   };
   struct Handlers {  // all present
     // On the main queue, never from inside an operation.
@@ -53,9 +55,9 @@ class RemoteRelayClient : public std::enable_shared_from_this<RemoteRelayClient>
     std::function<void()> onReady;
     std::function<void(std::optional<std::string>, std::optional<std::int64_t>)>
         onPairingCodeChange;
-    /// On the connection's queue, in order, with the size of the message in bytes.
-    std::function<void(RemoteEnvelope, std::size_t)> onMessage;
   };
+  /// On the connection's queue, in order, with the size of the message in bytes.
+  using OnMessage = std::function<void(RemoteEnvelope, std::size_t)>;
 
   /// From the start of an attempt until the relay is ready.
   static constexpr std::chrono::seconds handshakeLimit{15};
@@ -65,8 +67,9 @@ class RemoteRelayClient : public std::enable_shared_from_this<RemoteRelayClient>
   RemoteRelayClient(MainQueue& main, BackgroundPool& pool, std::shared_ptr<Mailbox> mailbox,
                     Options options, Handlers handlers);
 
-  /// In place of an earlier connection, which ends.
-  void start(const std::string& keyData, std::optional<std::string> pairingLink);
+  /// In place of an earlier connection, which ends. `onMessage` gets what was sealed with this key.
+  void start(const std::string& keyData, const std::optional<std::string>& pairingLink,
+             OnMessage onMessage);
   /// Must be called before the last reference goes.
   void stop();
   /// Any thread. Dropped unless the relay is ready; nothing is kept for later.
@@ -83,11 +86,12 @@ class RemoteRelayClient : public std::enable_shared_from_this<RemoteRelayClient>
   };
 
   void connect();
-  void fail(std::string message);
   void end(std::uint16_t closeCode);
-  void report(RemoteRelayState state);
-  void reportCode(std::optional<std::string> code, std::optional<std::int64_t> expiresIn);
+  void fail(std::string message);
   void handle(const JsonObject& control);
+  void report(RemoteRelayState::Phase phase, std::string message = {});
+  void reportPeerCount(std::int64_t count);
+  void reportCode(std::optional<std::string> code, std::optional<std::int64_t> expiresIn);
 
   MainQueue& main_;
   const SerialQueue queue_;
@@ -97,9 +101,9 @@ class RemoteRelayClient : public std::enable_shared_from_this<RemoteRelayClient>
   const std::shared_ptr<Current> current_ = std::make_shared<Current>();
   std::shared_ptr<Link> link_;  // null while there is no attempt
   std::string keyData_;
-  std::string hello_;
+  std::string hello_;  // what each connection says first; empty if it cannot be said
+  OnMessage onMessage_;
   bool isRunning_ = false;
-  bool isConnected_ = false;
   int failures_ = 0;  // since the last time the relay was ready
   Timer reconnect_;
   Timer handshake_;
