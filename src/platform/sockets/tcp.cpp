@@ -166,6 +166,10 @@ class Connection final : public TcpConnection,
 
   void stopReading() override { isReading_ = false; }
 
+  void resumeReading() override {
+    if (!std::exchange(isReading_, true) && !isWaitingToRead_) later(&Connection::read);
+  }
+
   bool hasUnread() override {
     char byte = 0;
     return ::recv(number(), &byte, sizeof byte, MSG_PEEK) > 0;
@@ -249,7 +253,7 @@ class Connection final : public TcpConnection,
     } else if (count == 0) {
       end(std::nullopt);
     } else if (isTemporary(errno)) {
-      waitToRead();
+      if (!isWaitingToRead_) waitToRead();
     } else {
       end(tcpError("The connection broke", errno));
     }

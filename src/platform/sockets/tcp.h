@@ -62,8 +62,10 @@ class TcpConnection {
   /// Sends the bytes after those given before. `onSent` is called with the number of bytes that the
   /// system has taken each time it takes some, and never after the connection is broken.
   virtual void send(std::string bytes, std::function<void(std::size_t)> onSent) = 0;
-  /// Reads no more, so that what comes waits in the system. Ended by closeGently().
+  /// Reads no more, so that what comes waits in the system. Ended by resumeReading() and
+  /// closeGently().
   virtual void stopReading() = 0;
+  virtual void resumeReading() = 0;
   /// Whether something has come and was not read.
   virtual bool hasUnread() = 0;
   /// Ends the connection at once. What the other side has sent and this one has not read makes the

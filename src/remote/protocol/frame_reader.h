@@ -37,6 +37,8 @@ class FrameReader {
   /// The next whole message; nullopt until more bytes come. Call until then before the next
   /// append().
   std::expected<std::optional<RemoteEnvelope>, RemoteFailure> next();
+  /// Bytes held that are no whole message yet.
+  std::size_t heldBytes() const { return buffer_.size(); }
 
  private:
   RemoteCrypto crypto_;

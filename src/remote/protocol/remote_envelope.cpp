@@ -35,11 +35,20 @@ std::optional<RemoteMessageType> RemoteEnvelope::knownType() const {
   return fromRawText<RemoteMessageType>(type);
 }
 
-std::string encode(const RemoteEnvelope& envelope) {
+template <typename Record>
+static std::string jsonOf(const Record& record) {
   std::string out;
   JsonWriter writer(out);
-  writeJson(writer, envelope, remoteJson);
+  writeJson(writer, record, remoteJson);
   return out;
+}
+
+std::string encode(const RemoteEnvelope& envelope) {
+  return jsonOf(envelope);
+}
+
+std::string encodeSnapshot(const RemoteSnapshot& snapshot) {
+  return jsonOf(snapshot);
 }
 
 std::string encodeSnapshotEnvelope(std::string_view id, std::string_view snapshotJson) {

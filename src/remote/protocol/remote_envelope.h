@@ -157,7 +157,9 @@ struct RemoteEnvelope {
 
 /// JSON, with the fields' names as keys; absent fields are left out.
 std::string encode(const RemoteEnvelope& envelope);
-/// The same of a snapshot message whose snapshot is JSON already, so that a host need not encode
+/// The JSON of a snapshot alone.
+std::string encodeSnapshot(const RemoteSnapshot& snapshot);
+/// JSON of a snapshot message whose snapshot is JSON already, so that a host need not encode
 /// what has not changed.
 std::string encodeSnapshotEnvelope(std::string_view id, std::string_view snapshotJson);
 /// Unknown keys are skipped; a missing required key, in the snapshot too, is an error.
