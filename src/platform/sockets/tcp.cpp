@@ -6,6 +6,7 @@
 #include <atomic>
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
@@ -167,7 +168,8 @@ class Connection final : public TcpConnection,
   void stopReading() override { isReading_ = false; }
 
   void resumeReading() override {
-    if (!std::exchange(isReading_, true) && !isWaitingToRead_) later(&Connection::read);
+    const bool wasReading = std::exchange(isReading_, true);
+    if (!wasReading && isOpen() && !hasEnded_ && !isWaitingToRead_) waitToRead();
   }
 
   bool hasUnread() override {
@@ -306,6 +308,115 @@ class Connection final : public TcpConnection,
   bool hasEnded_ = false;
 };
 
+/// One attempt to connect; what it waits for holds it.
+class Dial final : public std::enable_shared_from_this<Dial> {
+  /// A completion that does nothing once the attempt is over.
+  template <typename Call>
+  auto step(Call call) {
+    return [self = shared_from_this(), call](const ErrorCode& error, auto&&... results) {
+      if (self->answer_) call(*self, error, results...);
+    };
+  }
+
+ public:
+  Dial(Thread thread, std::string host, std::uint16_t port, TcpConnection::Connected answer)
+      : thread_(std::move(thread)),
+        host_(std::move(host)),
+        port_(port),
+        answer_(std::move(answer)),
+        resolver_(thread_->context),
+        socket_(thread_->context),
+        attemptLimit_(thread_->context) {}
+
+  void start() {
+    if (!answer_) return;
+    resolver_.async_resolve(host_, std::to_string(port_),
+                            step([](Dial& self, const ErrorCode& error,
+                                    const asio::ip::tcp::resolver::results_type& found) {
+                              if (error)
+                                return self.fail("The host " + self.host_ + " cannot be found",
+                                                 error);
+                              for (const auto& each : found)
+                                self.endpoints_.push_back(each.endpoint());
+                              self.tryNext(asio::error::host_not_found);
+                            }));
+  }
+
+  void cancel() {
+    answer_ = nullptr;
+    resolver_.cancel();
+    attemptLimit_.cancel();
+    ErrorCode ignored;
+    std::ignore = socket_.close(ignored);
+  }
+
+ private:
+  /// An address that does not answer leaves time for the next one.
+  static constexpr std::chrono::seconds attemptTime{4};
+
+  void tryNext(const ErrorCode& problem) {
+    if (endpoints_.empty()) {
+      return fail("No connection to " + host_ + ":" + std::to_string(port_), problem);
+    }
+    const auto endpoint = endpoints_.front();
+    endpoints_.pop_front();
+    ErrorCode ignored;
+    std::ignore = socket_.close(ignored);
+    const int attempt = ++attempt_;
+    if (!endpoints_.empty()) {
+      attemptLimit_.expires_after(attemptTime);
+      attemptLimit_.async_wait(step([attempt](Dial& self, const ErrorCode& error) {
+        if (error || attempt != self.attempt_) return;
+        ErrorCode unused;
+        std::ignore = self.socket_.close(unused);  // fails the attempt
+      }));
+    }
+    socket_.async_connect(endpoint, step([](Dial& self, const ErrorCode& error) {
+                            self.attemptLimit_.cancel();
+                            if (error) return self.tryNext(error);
+                            self.succeed();
+                          }));
+  }
+
+  void succeed() {
+    ErrorCode error;
+    std::ignore = socket_.native_non_blocking(true, error);
+    Descriptor descriptor(error ? -1 : socket_.release(error));
+    if (error) return fail("The connection broke", error);
+    const auto set = [&](int level, int option, int value) {
+      ::setsockopt(descriptor.get(), level, option, &value, sizeof value);
+    };
+    set(IPPROTO_TCP, TCP_NODELAY, 1);
+    // Nothing else notices that the other side has gone without a word.
+    constexpr int limit = std::chrono::seconds(TcpConnection::silenceLimit).count();
+    set(SOL_SOCKET, SO_KEEPALIVE, 1);
+    set(IPPROTO_TCP, TCP_KEEPIDLE, limit / 5 * 2);
+    set(IPPROTO_TCP, TCP_KEEPINTVL, limit / 5);
+    set(IPPROTO_TCP, TCP_KEEPCNT, 3);
+    set(IPPROTO_TCP, TCP_USER_TIMEOUT, limit * 1000);  // of what was sent, in milliseconds
+    answer(std::make_shared<Connection>(thread_, std::move(descriptor)));
+  }
+
+  void fail(std::string_view what, const ErrorCode& error) {
+    answer(
+        std::unexpected(TcpError{error.value(), std::string(what) + ": " + error.message() + "."}));
+  }
+
+  void answer(std::expected<std::shared_ptr<TcpConnection>, TcpError> result) {
+    std::exchange(answer_, nullptr)(std::move(result));
+  }
+
+  const Thread thread_;
+  const std::string host_;
+  const std::uint16_t port_;
+  TcpConnection::Connected answer_;  // null from the answer or cancel() on
+  asio::ip::tcp::resolver resolver_;
+  asio::ip::tcp::socket socket_;
+  asio::steady_timer attemptLimit_;
+  std::deque<asio::ip::tcp::endpoint> endpoints_;  // that have not been tried
+  int attempt_ = 0;
+};
+
 class Listener final : public TcpListener, public std::enable_shared_from_this<Listener> {
  public:
   Listener(Descriptor descriptor, std::uint16_t port)
@@ -398,6 +509,17 @@ class Listener final : public TcpListener, public std::enable_shared_from_this<L
 };
 
 }  // namespace
+
+std::function<void()> TcpConnection::connect(const SocketThread& thread, std::string host,
+                                             std::uint16_t port, Connected answer) {
+  const auto dial = std::make_shared<Dial>(thread.core(), std::move(host), port, std::move(answer));
+  thread.post([dial] { dial->start(); });
+  return [thread, weak = std::weak_ptr(dial)] {
+    thread.post([weak] {
+      if (const auto attempt = weak.lock()) attempt->cancel();
+    });
+  };
+}
 
 std::expected<std::shared_ptr<TcpListener>, TcpError> TcpListener::bind(const std::string& address,
                                                                         std::uint16_t port) {

@@ -55,6 +55,15 @@ class TcpConnection {
     /// connection is broken, and no handler is called afterwards.
     std::function<void(std::optional<TcpError>)> onEnd;
   };
+  using Connected = std::function<void(std::expected<std::shared_ptr<TcpConnection>, TcpError>)>;
+
+  /// Connects to a name or a numeric address; of several addresses, one after the other. `answer`
+  /// is called once, on the thread, and never from inside this call. There is no limit of time but
+  /// the system's: the function that is returned gives the attempt up, after which there is no
+  /// answer. It may be called from any thread, as this may; an answer under way may still come. The
+  /// connection breaks when the other side has been unreachable for `silenceLimit`.
+  static std::function<void()> connect(const SocketThread& thread, std::string host,
+                                       std::uint16_t port, Connected answer);
   virtual ~TcpConnection() = default;
 
   /// Starts to read. The handlers are never called from inside this call.
@@ -62,8 +71,8 @@ class TcpConnection {
   /// Sends the bytes after those given before. `onSent` is called with the number of bytes that the
   /// system has taken each time it takes some, and never after the connection is broken.
   virtual void send(std::string bytes, std::function<void(std::size_t)> onSent) = 0;
-  /// Reads no more, so that what comes waits in the system. Ended by resumeReading() and
-  /// closeGently().
+  /// Reads no more, so that what comes waits in the system and the end is not noticed. Ended by
+  /// resumeReading() and closeGently().
   virtual void stopReading() = 0;
   virtual void resumeReading() = 0;
   /// Whether something has come and was not read.
@@ -78,6 +87,8 @@ class TcpConnection {
 
   static constexpr std::size_t chunkBytes = 65'536;
   static constexpr std::chrono::seconds lingerLimit{2};
+  /// Of a connection that was made by connect().
+  static constexpr std::chrono::seconds silenceLimit{25};
 };
 
 class TcpListener {
