@@ -20,6 +20,9 @@ const std::string limit =
     "errorName=APIProviderRateLimitError errorMessage=\"429 The usage limit has been reached\" "
     "statusCode=429\n";
 
+const std::string response =
+    "2026-11-23T14:08:44.162Z INFO  llm response  turnStep=0.1 ttftMs=23 outputTokens=20\n";
+
 TEST(KimiQuirks, LastRequestOfTheLogDecides) {
   const std::pair<std::string, std::optional<std::string>> cases[] = {
       {"", std::nullopt},
@@ -30,6 +33,13 @@ TEST(KimiQuirks, LastRequestOfTheLogDecides) {
       {limit + "2026-11-23T14:08:44Z INFO  other\n", "429 The usage limit has been reached"},
   };
   for (const auto& [log, expected] : cases) EXPECT_EQ(KimiQuirks::failureIn(log), expected) << log;
+  for (const auto& log :
+       {std::string(), request, request + limit + request, request + response + request}) {
+    EXPECT_FALSE(KimiQuirks::hasEnded(log)) << log;
+  }
+  for (const auto& log : {request + limit, request + limit + request + response, limit}) {
+    EXPECT_TRUE(KimiQuirks::hasEnded(log)) << log;
+  }
 }
 
 class Kimi : public tests::ACPClientTest {
@@ -47,11 +57,28 @@ class Kimi : public tests::ACPClientTest {
     const auto path = folder_.folder("kimi/sessions/wd_p/s1/logs") + "/kimi-code.log";
     std::ofstream(path, std::ios::app) << text;
   }
+  /// Lets the client look at the log once more.
+  void lookAgain() {
+    ASSERT_TRUE(main_.runUntil([&] { return main_.hasTimers(); }))
+        << testing::PrintToString(notes_);
+    main_.advance(std::chrono::milliseconds(250));
+  }
+  /// Lets it look until the turn has ended so.
+  void endsWith(const std::string& line) {
+    const auto hasEnded = [&] { return !notes_.empty() && notes_.back().starts_with("turn "); };
+    const auto begin = main_.uptime();
+    while (!hasEnded()) {
+      ASSERT_TRUE(main_.runUntil([&] { return hasEnded() || main_.hasTimers(); }));
+      main_.advance(std::chrono::milliseconds(250));
+    }
+    EXPECT_EQ(notes_.back(), line);
+    EXPECT_LE(main_.uptime() - begin, std::chrono::seconds(4));
+  }
 };
 
 TEST_F(Kimi, TurnWithoutAWordHasFailed) {
   openTurn(ACPAgentScript().endTurn());
-  expectNotes({"turn failed: Kimi ended its turn without a word."});
+  endsWith("turn failed: Kimi ended its turn without a word.");
 }
 
 TEST_F(Kimi, FailureThatOnlyItsLogTellsIsTheTurns) {
@@ -61,7 +88,7 @@ TEST_F(Kimi, FailureThatOnlyItsLogTellsIsTheTurns) {
   await("asks 70 A");
   log(request + limit);
   client_->respondToPermission(70, "y");
-  await("turn failed: The model of Kimi failed: 429 The usage limit has been reached");
+  endsWith("turn failed: The model of Kimi failed: 429 The usage limit has been reached");
   ASSERT_EQ(failures_.size(), 1U);
   EXPECT_TRUE(isUsageLimitFailure(failures_.back()));
 }
@@ -69,7 +96,38 @@ TEST_F(Kimi, FailureThatOnlyItsLogTellsIsTheTurns) {
 TEST_F(Kimi, FailureOfAnEarlierTurnIsNotThisOnes) {
   log(request + limit);
   openTurn(ACPAgentScript().say("well").endTurn());
-  expectNotes({"says well", R"(turn ended {"stopReason":"end_turn"})"});
+  endsWith(R"(turn ended {"stopReason":"end_turn"})");
+}
+
+TEST_F(Kimi, LogIsReadOnceAllOfTheTurnIsInIt) {
+  const std::string failed =
+      "turn failed: The model of Kimi failed: 429 The usage limit has been reached";
+  const std::string ended = R"(turn ended {"stopReason":"end_turn"})";
+  const struct {
+    std::string atItsEnd, late, expected;
+    bool hasWorked;
+  } cases[] = {
+      {request + limit + request, limit, failed, false},
+      {request, limit, failed, true},
+      {request + limit, request + response, ended, true},
+      {"", request + limit, failed, false},
+  };
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.atItsEnd);
+    openTurn(each.hasWorked ? ACPAgentScript().say("well").endTurn() : ACPAgentScript().endTurn());
+    log(each.atItsEnd);
+    lookAgain();
+    log(each.late);
+    endsWith(each.expected);
+    client_.reset();
+  }
+}
+
+TEST_F(Kimi, StopWhileTheLogIsWaitedForEndsTheTurn) {
+  openTurn(ACPAgentScript().endTurn());
+  ASSERT_TRUE(main_.runUntil([&] { return main_.hasTimers(); }));
+  client_->cancel();
+  endsWith(R"(turn ended {"stopReason":"end_turn"})");
 }
 
 TEST_F(Kimi, CancelledTurnWithoutAWordHasNotFailed) {

@@ -13,6 +13,10 @@ namespace vantrell {
 
 namespace {
 
+// For three seconds at most.
+constexpr auto settlingPeriod = std::chrono::milliseconds(250);
+constexpr int settlingLooks = 13;
+
 std::unique_ptr<ACPQuirks> quirksOf(const ACPConfiguration& configuration) {
   switch (configuration.provider) {
     case AgentProvider::kimi: return std::make_unique<KimiQuirks>(configuration.processEnvironment);
@@ -168,14 +172,24 @@ void ACPConnection::sendPrompt(std::string prompt, AgentClient::PromptCompletion
   JsonObject block{{"type", "text"}, {"text", std::move(prompt)}};
   request("session/prompt", {{"sessionId", *sessionId_}, {"prompt", Json::Array{std::move(block)}}},
           [this, completion = std::move(completion)](Answer answer) {
-            const bool isCancelled = isTurnCancelled_;
-            if (--promptsInFlight_ == 0) isTurnCancelled_ = false;
-            if (answer && !isCancelled) {
-              auto failure = quirks_->hiddenFailure(*answer, updates_.hasWorked());
-              if (failure) return completion(std::unexpected(std::move(*failure)));
-            }
-            completion(std::move(answer));
+            finishTurn(std::move(answer), completion, settlingLooks);
           });
+}
+
+void ACPConnection::finishTurn(Answer answer, AgentClient::PromptCompletion completion, int looks) {
+  const bool counts = answer && !isTurnCancelled_;
+  if (counts && !quirks_->isSettled(updates_.hasWorked()) && looks > 1) {
+    return later(settlingPeriod, [this, weak = weak_from_this(), answer = std::move(answer),
+                                  completion = std::move(completion), looks] {
+      if (const auto self = weak.lock()) finishTurn(answer, completion, looks - 1);
+    });
+  }
+  if (--promptsInFlight_ == 0) isTurnCancelled_ = false;
+  if (counts) {
+    auto failure = quirks_->hiddenFailure(*answer, updates_.hasWorked());
+    if (failure) return completion(std::unexpected(std::move(*failure)));
+  }
+  completion(std::move(answer));
 }
 
 void ACPConnection::cancel() {

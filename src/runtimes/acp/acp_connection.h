@@ -44,6 +44,8 @@ class ACPConnection final : public JsonRpcConnection {
   void applyMode(std::vector<std::string_view> values, AgentStartResult result);
   void applyModel(AgentStartResult result);
   void publishModelOptions(const JsonObject& result);
+  /// Hands on the answer to a prompt, once the program's own records of the turn are complete.
+  void finishTurn(Answer answer, AgentClient::PromptCompletion completion, int looks);
 
   void handleCall(const JsonObject& message, const std::string& method, JsonObject& params,
                   std::size_t bytes) override;

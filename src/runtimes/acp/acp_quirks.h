@@ -34,6 +34,9 @@ class ACPQuirks {
     return std::nullopt;
   }
   virtual void turnBegins(const std::string& /*sessionID*/) {}
+  /// What the program itself records about the turn that it has just answered is complete; asked
+  /// again until it is, for some seconds at most. `hasWorked` as below.
+  virtual bool isSettled(bool /*hasWorked*/) { return true; }
   /// The failure of a turn that the program reports as a success. `hasWorked`: the turn had some
   /// text, thought, plan or tool.
   virtual std::optional<AgentError> hiddenFailure(const JsonObject& /*result*/,

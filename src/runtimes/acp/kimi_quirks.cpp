@@ -51,6 +51,7 @@ void KimiQuirks::turnBegins(const std::string& sessionID) {
   std::error_code none;
   const auto size = logPath_.empty() ? 0 : std::filesystem::file_size(logPath_, none);
   logStart_ = none ? 0 : size;
+  log_.reset();
 }
 
 std::string KimiQuirks::readLog(std::uint64_t from) const {
@@ -84,10 +85,31 @@ std::optional<std::string> KimiQuirks::failureIn(std::string_view log) {
   return failure;
 }
 
+bool KimiQuirks::hasEnded(std::string_view log) {
+  bool hasEnded = false;
+  for (const auto line : text::lines(log)) {
+    if (line.contains("llm request failed") || line.contains("llm response")) {
+      hasEnded = true;
+    } else if (line.contains("llm request")) {
+      hasEnded = false;
+    }
+  }
+  return hasEnded;
+}
+
+bool KimiQuirks::isSettled(bool hasWorked) {
+  std::string log = readLog(logStart_);
+  const bool isUnchanged = log_ == log;
+  log_ = std::move(log);
+  // A log that says nothing of requests is one that is not kept, or kept elsewhere: then the answer
+  // counts.
+  return isUnchanged && (hasEnded(*log_) || (hasWorked && log_->empty()));
+}
+
 std::optional<AgentError> KimiQuirks::hiddenFailure(const JsonObject& result,
                                                     bool hasWorked) const {
   if (json::textOr(result, "stopReason", "end_turn") != "end_turn") return std::nullopt;
-  if (const auto failure = failureIn(readLog(logStart_))) {
+  if (const auto failure = failureIn(log_.value_or(std::string()))) {
     return AgentError(fmt::format("The model of Kimi failed: {}", *failure));
   }
   if (hasWorked) return std::nullopt;

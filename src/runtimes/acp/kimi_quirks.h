@@ -14,6 +14,8 @@ class KimiQuirks final : public ACPQuirks {
   /// full access keeps that mode when it is opened again.
   std::vector<std::string_view> modeValues(GrokPermissionMode mode) const override;
   void turnBegins(const std::string& sessionID) override;
+  /// It writes its log up to a quarter of a second late, so its answer to the prompt comes first.
+  bool isSettled(bool hasWorked) override;
   /// It ends a turn whose model fails as if all were well, mostly without a word. Its log of the
   /// session has the reason.
   std::optional<AgentError> hiddenFailure(const JsonObject& result, bool hasWorked) const override;
@@ -21,6 +23,8 @@ class KimiQuirks final : public ACPQuirks {
   /// The message of the failed model request that ended this piece of the log; absent when the last
   /// request went well.
   static std::optional<std::string> failureIn(std::string_view log);
+  /// Every model request in this piece of the log has its end in it, and there is one.
+  static bool hasEnded(std::string_view log);
 
  private:
   std::string readLog(std::uint64_t from) const;
@@ -28,7 +32,8 @@ class KimiQuirks final : public ACPQuirks {
   const std::string sessionsFolder_;
   std::string logPath_;  // empty until the session has a log
   std::string sessionID_;
-  std::uint64_t logStart_ = 0;  // bytes of the log that belong to earlier turns
+  std::uint64_t logStart_ = 0;      // bytes of the log that belong to earlier turns
+  std::optional<std::string> log_;  // of this turn, as it was at the last look
 };
 
 }  // namespace vantrell

@@ -106,6 +106,10 @@ void AgentConnection::handOutUpdates() {
       std::exchange(updateBytes_, 0));
 }
 
+void AgentConnection::later(Duration delay, std::function<void()> work) const {
+  channel_.after ? channel_.after(delay, std::move(work)) : work();
+}
+
 void AgentConnection::log(std::string text) {
   const std::size_t bytes = text.size();
   tell(bytes, &AgentClient::onLog, std::move(text));

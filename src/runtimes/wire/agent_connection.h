@@ -26,6 +26,9 @@ struct AgentChannel {
   /// Carries an event to the client on the main queue, after those before it. `bytes` is what it
   /// holds in memory.
   std::function<void(std::function<void(AgentClient&)> event, std::size_t bytes)> tell;
+  /// Runs the work on the client's queue after the delay, unless the client has gone or another one
+  /// is asked for meanwhile. Without it there is no delay.
+  std::function<void(Duration delay, std::function<void()> work)> after = {};
 };
 
 class AgentConnection : public std::enable_shared_from_this<AgentConnection> {
@@ -85,6 +88,9 @@ class AgentConnection : public std::enable_shared_from_this<AgentConnection> {
         bytes);
   }
   void log(std::string text);
+  /// Runs the work here after the delay, in place of what was to run so before; not at all if the
+  /// client has gone by then.
+  void later(Duration delay, std::function<void()> work) const;
   void gatherUpdate(JsonObject update, std::size_t bytes);
   /// One question at a time reaches the user; those behind it wait, so that none is lost behind
   /// another. Hands out the updates that came before it.

@@ -8,6 +8,7 @@ ProcessClient::ProcessClient(AgentProvider provider, std::string queueLabel, Mai
                              BackgroundPool& pool)
     : provider_(provider),
       queue_(pool, std::move(queueLabel)),
+      main_(main),
       mailbox_(std::make_shared<Mailbox>(main)) {}
 
 ProcessClient::~ProcessClient() {
@@ -22,6 +23,14 @@ AgentChannel ProcessClient::channel() {
                   if (const auto client = weak.lock()) event(*client);
                 },
                 bytes);
+          },
+          [mailbox = mailbox_, weak = weak_from_this()](Duration delay, auto work) {
+            mailbox->deliver([weak, delay, work = std::move(work)] {
+              const auto client = weak.lock();
+              if (!client) return;
+              client->timer_ =
+                  client->main_.after(delay, [queue = client->queue_, work] { queue.post(work); });
+            });
           }};
 }
 

@@ -50,7 +50,9 @@ class ProcessClient : public AgentClient, public std::enable_shared_from_this<Pr
  private:
   const AgentProvider provider_;
   const SerialQueue queue_;
+  MainQueue& main_;
   const std::shared_ptr<Mailbox> mailbox_;
+  Timer timer_;                                  // for the connection
   std::shared_ptr<AgentConnection> connection_;  // its state belongs to the queue
 };
 
