@@ -1,11 +1,15 @@
 #include "platform/sockets/web_socket.h"
 
+#include <arpa/inet.h>
 #include <condition_variable>
 #include <gtest/gtest.h>
 #include <mutex>
 #include <openssl/sha.h>
+#include <sys/socket.h>
 
 #include "platform/crypto/crypto.h"
+#include "platform/files/descriptor.h"
+#include "platform/sockets/tcp.h"
 #include "support/http_server.h"
 
 namespace vantrell {
@@ -175,6 +179,23 @@ TEST_F(WebSocketTest, EndsAsTheOtherSideEndsIt) {
     EXPECT_TRUE(one.end != "end badMessage" || server.next() == "end closed 1009");
     on([&] { listener->close(); });
   }
+}
+
+/// The system gives the number of a closed descriptor to the next one.
+TEST(TcpListener, OneThatIsClosedLeavesTheNextOneAlone) {
+  const auto closed = TcpListener::bind("127.0.0.1", 0);
+  ASSERT_TRUE(closed);
+  (*closed)->close();
+  const auto next = TcpListener::bind("127.0.0.1", 0);
+  ASSERT_TRUE(next);
+  (*closed)->stopListening();
+  const Descriptor caller(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const sockaddr_in address{.sin_family = AF_INET,
+                            .sin_port = htons((*next)->port()),
+                            .sin_addr = {htonl(INADDR_LOOPBACK)},
+                            .sin_zero = {}};
+  EXPECT_EQ(::connect(caller.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address),
+            0);
 }
 
 TEST_F(WebSocketTest, TrustsOnlyCertificatesOfTheAuthoritiesForThisHost) {

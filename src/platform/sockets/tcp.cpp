@@ -439,9 +439,16 @@ class Listener final : public TcpListener, public std::enable_shared_from_this<L
     if (std::exchange(isPaused_, isPaused) && !isPaused && !isWaiting_) accept();
   }
 
-  void stopListening() override { ::shutdown(number_, SHUT_RDWR); }
+  void stopListening() override {
+    const std::lock_guard lock(closing_);
+    if (!isClosed_) ::shutdown(number_, SHUT_RDWR);  // else another socket may have the number
+  }
 
   void close() override {
+    {
+      const std::lock_guard lock(closing_);
+      isClosed_ = true;
+    }
     handlers_ = {};
     descriptor_.reset();
     if (!thread_) return;
@@ -501,7 +508,9 @@ class Listener final : public TcpListener, public std::enable_shared_from_this<L
   Descriptor descriptor_;  // until the socket has it
   std::optional<Socket> socket_;
   std::optional<asio::steady_timer> retryTimer_;
-  const int number_;  // of the descriptor, for other threads while it is open
+  const int number_;  // of the descriptor, for other threads until it is closed
+  std::mutex closing_;
+  bool isClosed_ = false;
   const std::uint16_t port_;
   Handlers handlers_;
   bool isWaiting_ = false;

@@ -114,8 +114,8 @@ class TcpListener {
   virtual void start(const SocketThread& thread, Handlers handlers) = 0;
   /// While paused, connections wait in the system's queue.
   virtual void setPaused(bool isPaused) = 0;
-  /// Frees the address at once, so that another listener can have it; close() must follow. Any
-  /// thread.
+  /// Frees the address at once, so that another listener can have it; close() must follow. Does
+  /// nothing after that. Any thread.
   virtual void stopListening() = 0;
   /// No handler is called from now on. Connections that were handed out stay.
   virtual void close() = 0;
