@@ -85,7 +85,7 @@ TEST_F(GitSnapshotService, DropsWhatBelongsToAnotherFolder) {
   readings[1].reply(on("project"));
   EXPECT_TRUE(announced.empty());
 
-  // Another task takes the place of one that has its own worktree: nobody has asked for a reading.
+  // Another task takes the place of one that has its own worktree.
   model->operations->selectWorkspace(key.workspaceID);
   auto& operations = *model->operations;
   const std::function<void(const ThreadExecutionKey&)> changes[] = {
@@ -109,9 +109,9 @@ TEST_F(GitSnapshotService, DropsWhatBelongsToAnotherFolder) {
     announced.clear();
     change(shown);
     ASSERT_NE(model->selection.key(), shown);
+    EXPECT_EQ(readings.back().path, folder / "project");
     ofWorktree.reply(on("worktree"));
     EXPECT_TRUE(announced.empty());
-    EXPECT_EQ(readings.back().path, folder / "project");
     readings.back().reply(on("main"));
     main.runReady();
     EXPECT_THAT(announced, ElementsAre("main"));
