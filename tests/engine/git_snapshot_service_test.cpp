@@ -85,21 +85,37 @@ TEST_F(GitSnapshotService, DropsWhatBelongsToAnotherFolder) {
   readings[1].reply(on("project"));
   EXPECT_TRUE(announced.empty());
 
-  // A new task beside one that has its own worktree: nobody has asked for a reading.
+  // Another task takes the place of one that has its own worktree.
   model->navigation.selectWorkspace(key.workspaceID);
-  model->tree.updateThread(key, [&](ChatThread& thread) {
-    thread.workspaceMode = TaskWorkspaceMode::isolated;
-    thread.isolatedWorkspacePath = folder.folder("worktree");
-  });
-  model->git->refreshGitSnapshot();
-  const Reading ofWorktree = readings.back();
-  model->operations->newThread(key.workspaceID);
-  ofWorktree.reply(on("worktree"));
-  EXPECT_TRUE(announced.empty());
-  EXPECT_EQ(readings.back().path, folder / "project");
-  readings.back().reply(on("main"));
-  main.runReady();
-  EXPECT_THAT(announced, ElementsAre("main"));
+  auto& operations = *model->operations;
+  const std::function<void(const ThreadExecutionKey&)> changes[] = {
+      [&](const auto& shown) { operations.newThread(shown.workspaceID); },
+      [&](const auto& shown) {
+        EXPECT_TRUE(operations.setThreadArchived(shown.threadID, shown.workspaceID, true));
+      },
+      [&](const auto& shown) {
+        EXPECT_TRUE(operations.deleteThread(shown.threadID, shown.workspaceID));
+      },
+  };
+  for (const auto& change : changes) {
+    operations.newThread(key.workspaceID);
+    const ThreadExecutionKey shown = *model->selection.key();
+    model->tree.updateThread(shown, [&](ChatThread& thread) {
+      thread.workspaceMode = TaskWorkspaceMode::isolated;
+      thread.isolatedWorkspacePath = folder.folder("worktree");
+    });
+    model->git->refreshGitSnapshot();
+    const Reading ofWorktree = readings.back();
+    announced.clear();
+    change(shown);
+    ASSERT_NE(model->selection.key(), shown);
+    EXPECT_EQ(readings.back().path, folder / "project");
+    ofWorktree.reply(on("worktree"));
+    EXPECT_TRUE(announced.empty());
+    readings.back().reply(on("main"));
+    main.runReady();
+    EXPECT_THAT(announced, ElementsAre("main"));
+  }
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
+#include "platform/files/files.h"
 #include "platform/storage/database.h"
 #include "support/in_child.h"
 #include "support/temporary_folder.h"
@@ -117,6 +118,19 @@ TEST(UserDefaults, SayWhyTheyCannotBeOpened) {
   EXPECT_EQ(noFolder.error(), "Could not open the settings in " + folder / "absent/settings" +
                                   ": No such file or directory");
   EXPECT_FALSE(UserDefaults::open(folder.path()));
+
+  // The longest path that works, and one more byte.
+  const std::string name(200, 'n');
+  std::string place = folder.folder(name + "/" + name);
+  ASSERT_LT(place.size(), 500U);
+  place += "/" + std::string(503 - place.size(), 'n');
+  EXPECT_TRUE(UserDefaults::open(place));
+  const auto tooLong = UserDefaults::open(place + "n");
+  ASSERT_FALSE(tooLong);
+  EXPECT_TRUE(tooLong.error().ends_with(
+      ": its path is 505 bytes long, and at most 504 are possible; use a shorter one"))
+      << tooLong.error();
+  EXPECT_FALSE(files::exists(place + "n"));
 
   opened(folder / "newer");
   ASSERT_TRUE(OtherProgram(folder / "newer").run("PRAGMA user_version = 99"));

@@ -3,7 +3,7 @@
 import json
 import re
 
-DIRECTIVE = re.compile(r"^(SAY|RUN|WRITE|LOOK|BOTH|RECALL|MODEL|SLOW|LIMIT|BUSY|FAIL|ASK)(?::(.*))?$", re.M)
+DIRECTIVE = re.compile(r"^(SAY|RUN|WRITE|LOOK|BOTH|RECALL|MODEL|SLOW|LIMIT|BUSY|FAIL|ASK|SEARCH)(?::(.*))?$", re.M)
 # Behind it stand the user's own words, once for each request, also where an agent has joined two.
 REQUEST_MARK = "USER REQUEST:\n"
 
@@ -32,8 +32,8 @@ class Conversation:
                 self.requests += [(index, words) for words in text.split(REQUEST_MARK)[1:]]
 
     def steps(self):
-        """What to do: a list of ("say", text), ("slow", seconds), ("call", name, arguments) and
-        ("fail", status)."""
+        """What to do: a list of ("say", text), ("slow", seconds), ("search", query),
+        ("call", name, arguments) and ("fail", status)."""
         if not self.requests:
             return [("say", "A title")]  # agents ask for one by themselves
         index, words = self.requests[-1]
@@ -61,6 +61,8 @@ class Conversation:
                 steps.append(("say", f"MODEL: {self.model}, effort {self.effort}"))
             elif name == "LIMIT" and argument and argument != self.dialect:
                 continue  # somebody else's
+            elif name == "SEARCH":
+                steps.append(("search", argument))
             elif name == "SLOW":
                 steps.append(("slow", float(argument)))
             else:

@@ -56,6 +56,14 @@ def looks_at_image(home):
     demand(statuses == ["completed"], f"{statuses}: {run.summary()}")
 
 
+@case("a web search that succeeded is no failure", "codex")
+def searches_the_web(home):
+    run = home.turn("SEARCH:herons")
+    tools = [(entry["title"], entry["status"]) for entry in home.stored(run.task)["entries"]
+             if entry["kind"] == "tool"]
+    demand(tools == [("Search the web", "completed")], f"{tools}: {run.summary()}")
+
+
 @case("an agent without a network says what it waits for", "codex")
 def without_network(home):
     with socket.socket() as closed:

@@ -13,6 +13,7 @@ What it does is written in the user's latest request, each directive at the star
                       dialect (responses, messages or completions)
   BUSY                the answer of a server that is busy for everybody: 429 without a word of the
                       allowance
+  SEARCH:query        searches the web itself, as Codex's model can
   ASK:question;a;b    has Claude Code ask its user that, with these choices, then says "DONE: "
   FAIL:status         that HTTP status
 
@@ -71,6 +72,10 @@ def answer_responses(steps, model, send):
                 item |= {"type": "custom_tool_call", "input": step[2]}
             else:
                 item |= {"type": "function_call", "arguments": json.dumps(step[2])}
+        elif step[0] == "search":
+            item = {"id": new_id("ws"), "type": "web_search_call", "status": "in_progress"}
+            send({"type": "response.output_item.added", "output_index": index, "item": item})
+            item |= {"status": "completed", "action": {"type": "search", "query": step[1]}}
         else:
             item = {"id": new_id("msg"), "type": "message", "role": "assistant", "content": []}
             at = {"item_id": item["id"], "output_index": index, "content_index": 0}

@@ -406,6 +406,34 @@ TEST_F(StoredConversations, SaveThatFailsIsMadeUpForByTheNext) {
   EXPECT_EQ(load()[0].threads[0].entries.size(), 2U);
 }
 
+TEST_F(StoredConversations, EntryThatIsTooLongForTheStoreIsCutAndAllElseIsSaved) {
+  sqlite3* database = nullptr;
+  ASSERT_EQ(sqlite3_open(":memory:", &database), SQLITE_OK);
+  EXPECT_GT(sqlite3_limit(database, SQLITE_LIMIT_LENGTH, -1), int{StoredTree::largestRow});
+  sqlite3_close(database);
+
+  auto tree = makeStore(1);
+  {
+    WorkspaceStore store(*defaults_, folder_.path(), 4'000);
+    tree = store.load(now);
+    ChatThread& thread = tree[1].threads[0];
+    // In a row a control character takes six bytes.
+    thread.entries.append(entryWith("long", std::string(100'000, '\1')));
+    thread.entries.append(entryWith("next", "still here"));
+    thread.runs.emplace_back().id = Uuid::random();
+    thread.title = "Renamed";
+    EXPECT_TRUE(store.save(tree)) << store.lastError();
+  }
+  const auto loaded = load();
+  ChatThread& thread = tree[1].threads[0];
+  const auto* cut = loaded[1].threads[0].entries.find("long");
+  ASSERT_TRUE(cut);
+  EXPECT_TRUE(cut->text.starts_with("\1\1\1")) << cut->text;
+  EXPECT_TRUE(cut->text.ends_with("(The rest is too long to be stored.)"));
+  thread.entries.find("long")->text = cut->text;
+  EXPECT_EQ(loaded, tree);
+}
+
 TEST_F(StoredConversations, AreForTheirOwnerOnly) {
   const mode_t mask = umask(0);
   WorkspaceStore store(*defaults_, folder_.path());

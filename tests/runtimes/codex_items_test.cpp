@@ -47,8 +47,15 @@ TEST(CodexItems, ToolsAreShownWithTheirInput) {
 
 // Codex sends no status for these two, and their end would leave them open for ever.
 TEST(CodexItems, ToolThatEndsWithoutAStatusIsCompleted) {
-  EXPECT_EQ(shown(R"({"type":"webSearch","id":"i","query":"q"})", true),
-            tool("Search the web", "completed", R"({"query":"q"})"));
+  // As the real program sends them: the query is known at the end only.
+  const auto search = [](const std::string& query, const std::string& action) {
+    return R"({"type":"webSearch","id":"i","query":")" + query + R"(","action":)" + action +
+           R"(,"results":null,"startedAtMs":1795472758269,"completedAtMs":null})";
+  };
+  EXPECT_EQ(shown(search("", R"({"type":"other"})"), false),
+            tool("Search the web", "in_progress", R"({"query":""})"));
+  EXPECT_EQ(shown(search("herons", R"({"type":"search","query":"herons","queries":null})"), true),
+            tool("Search the web", "completed", R"({"query":"herons"})"));
   EXPECT_EQ(shown(R"({"type":"imageView","id":"i","path":"/p.png"})", true),
             tool("View image", "completed", R"({"path":"/p.png"})"));
 }

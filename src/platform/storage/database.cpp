@@ -19,6 +19,9 @@ namespace {
 /// How long a statement waits for another process that holds the file.
 constexpr int busyTimeoutMilliseconds = 1000;
 
+/// Bytes, for SQLite. It only says that it cannot open what has a longer one.
+constexpr std::size_t longestPath = 504;
+
 /// The literal gives an empty view a place, by which SQLite distinguishes an empty value from none.
 const char* placeOf(std::string_view bytes) {
   return bytes.empty() ? "" : bytes.data();
@@ -141,6 +144,12 @@ void Database::Close::operator()(sqlite3* database) const {
 }
 
 std::expected<Database, DatabaseError> Database::open(const std::string& path) {
+  if (path.size() > longestPath) {
+    return std::unexpected(DatabaseError{
+        DatabaseError::Kind::other,
+        fmt::format("its path is {} bytes long, and at most {} are possible; use a shorter one",
+                    path.size(), longestPath)});
+  }
   if (!createOwnerOnly(path)) {
     return std::unexpected(
         DatabaseError{DatabaseError::Kind::cannotOpen, std::generic_category().message(errno)});

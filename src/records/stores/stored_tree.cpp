@@ -9,20 +9,17 @@ namespace vantrell {
 
 namespace {
 
-/// SQLite takes no more than a billion bytes in a row.
-constexpr std::size_t maxRowBytes = 900'000'000;
-
-std::string rowOf(const RunRecord& run) {
+std::string rowOf(const RunRecord& run, std::size_t /*maxBytes*/) {
   return encodeRow(run);
 }
 
 /// An entry that is too long for the store is cut, so that all else is saved.
-std::string rowOf(const ChatEntry& entry) {
+std::string rowOf(const ChatEntry& entry, std::size_t maxBytes) {
   std::string row = encodeRow(entry);
-  if (row.size() <= maxRowBytes) return row;
+  if (row.size() <= maxBytes) return row;
   ChatEntry cut = entry;
   // A byte of text takes up to six in a row.
-  cut.text = text::repaired(std::string_view(entry.text).substr(0, maxRowBytes / 8)) +
+  cut.text = text::repaired(std::string_view(entry.text).substr(0, maxBytes / 8)) +
              "\n\n(The rest is too long to be stored.)";
   return encodeRow(cut);
 }
@@ -30,10 +27,13 @@ std::string rowOf(const ChatEntry& entry) {
 /// The rows of what changed in a list of which `stored` rows are in the store; the others are new.
 template <typename List>
 void collectList(const List& list, const TreeChanges::List& changes, std::size_t stored,
-                 std::int64_t number, SaveBatch::Rows& rows, SaveBatch::Lengths& lengths) {
+                 std::int64_t number, std::size_t maxBytes, SaveBatch::Rows& rows,
+                 SaveBatch::Lengths& lengths) {
   if (list.size() < stored) lengths[number] = list.size();
   const std::size_t unchanged = std::min(stored, changes.unchanged);
-  const auto put = [&](std::size_t place) { rows[rowKey(number, place)] = rowOf(list[place]); };
+  const auto put = [&](std::size_t place) {
+    rows[rowKey(number, place)] = rowOf(list[place], maxBytes);
+  };
   for (const std::size_t place : changes.places) {
     if (place < std::min(unchanged, list.size())) put(place);
   }
@@ -183,8 +183,9 @@ void StoredTree::collectThread(const ChatThread& thread, const TreeChanges::Thre
                                SaveBatch& batch) {
   StoredThread& stored = threads_.at(thread.id);
   collectList(thread.entries, marks.entries, static_cast<std::size_t>(stored.row.entries),
-              stored.number, batch.entries, batch.entryLengths);
-  collectList(thread.runs, marks.runs, stored.runs, stored.number, batch.runs, batch.runLengths);
+              stored.number, maxRowBytes_, batch.entries, batch.entryLengths);
+  collectList(thread.runs, marks.runs, stored.runs, stored.number, maxRowBytes_, batch.runs,
+              batch.runLengths);
   stored.runs = thread.runs.size();
   if (marks.head) batch.heads[stored.number] = encodeHead(thread);
   SaveBatch::ThreadRow row = stored.row;

@@ -14,6 +14,10 @@ namespace vantrell {
 
 class StoredTree {
  public:
+  /// In bytes; SQLite takes no more than a billion. An entry that needs more is cut.
+  static constexpr std::size_t largestRow = 900'000'000;
+  explicit StoredTree(std::size_t maxRowBytes = largestRow) : maxRowBytes_(maxRowBytes) {}
+
   // While the store is read.
 
   void addWorkspace(std::int64_t number, const SaveBatch::WorkspaceRow& row,
@@ -48,6 +52,7 @@ class StoredTree {
   void collectRemoved(SaveBatch& batch);
   void collectThread(const ChatThread& thread, const TreeChanges::Thread& marks, SaveBatch& batch);
 
+  std::size_t maxRowBytes_;
   std::unordered_map<Uuid, StoredWorkspace> workspaces_;
   std::unordered_map<Uuid, StoredThread> threads_;
   std::int64_t lastNumber_ = 0;  // of workspaces and threads alike

@@ -24,11 +24,13 @@ bool holdsConversations(const Workspace& workspace) {
 
 }  // namespace
 
-WorkspaceStore::WorkspaceStore(UserDefaults& defaults, std::string supportFolder)
+WorkspaceStore::WorkspaceStore(UserDefaults& defaults, std::string supportFolder,
+                               std::size_t maxRowBytes)
     : defaults_(defaults),
       supportFolder_(std::move(supportFolder)),
       generalPath_(files::standardized("General Chats", supportFolder_)),
-      path_(supportFolder_ + "/conversations.sqlite") {}
+      path_(supportFolder_ + "/conversations.sqlite"),
+      maxRowBytes_(maxRowBytes) {}
 
 WorkspaceStore::~WorkspaceStore() {
   if (reader_) reader_->onDamage = nullptr;  // transcripts may outlive us, and with them the reader
@@ -108,7 +110,7 @@ void WorkspaceStore::reattachOrphans(TreeReader& reader, std::vector<Workspace>&
 
 std::vector<Workspace> WorkspaceStore::readTree(Date now) {
   now_ = now;
-  stored_ = {};
+  stored_ = StoredTree(maxRowBytes_);
   unwritten_ = {};
   notes_.clear();
   notice_.reset();

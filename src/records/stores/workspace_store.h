@@ -25,8 +25,9 @@ class UserDefaults;
 class WorkspaceStore {
  public:
   /// The support folder is the program's own data folder; it must exist. The defaults are where
-  /// earlier versions kept the tree, as one document.
-  WorkspaceStore(UserDefaults& defaults, std::string supportFolder);
+  /// earlier versions kept the tree, as one document. `maxRowBytes` is smaller in tests.
+  WorkspaceStore(UserDefaults& defaults, std::string supportFolder,
+                 std::size_t maxRowBytes = StoredTree::largestRow);
   ~WorkspaceStore();
   WorkspaceStore(const WorkspaceStore&) = delete;
   WorkspaceStore& operator=(const WorkspaceStore&) = delete;
@@ -112,6 +113,7 @@ class WorkspaceStore {
   const std::string supportFolder_;
   const std::string generalPath_;
   const std::string path_;
+  const std::size_t maxRowBytes_;
   Date now_;  // of the load, for names
   StoredTree stored_;
   std::optional<ConversationFile> writer_;  // belongs to write() after the load
