@@ -46,20 +46,23 @@ class RelayServerTest : public testing::Test {
     const auto note = [this, end](std::string event) {
       main.post([end, event = std::move(event)] { end->events.push_back(event); });
     };
-    end->socket = WebSocket::connect(
-        queue,
-        *Url::parse("wss://127.0.0.1:" + std::to_string(server->port()) +
-                    std::string(RelayServer::path)),
-        {.headers = std::move(headers), .trustedCertificates = authority.pem()},
-        {.onOpen = [end, hello] { end->socket->sendText(hello); },
-         .onText = note,
-         .onBinary =
-             [note](const std::string& bytes) { note(std::to_string(bytes.size()) + " bytes"); },
-         .onWritten = {},
-         .onEnd =
-             [note](const WebSocketEnd& how) {
-               note("end " + std::to_string(how.closeCode.value_or(how.status)));
-             }});
+    const auto url = *Url::parse("wss://127.0.0.1:" + std::to_string(server->port()) +
+                                 std::string(RelayServer::path));
+    WebSocket::Options options{.headers = std::move(headers),
+                               .trustedCertificates = authority.pem()};
+    queue.post([=, this, options = std::move(options)]() mutable {
+      end->socket = WebSocket::connect(
+          queue, url, std::move(options),
+          {.onOpen = [end, hello] { end->socket->sendText(hello); },
+           .onText = note,
+           .onBinary =
+               [note](const std::string& bytes) { note(std::to_string(bytes.size()) + " bytes"); },
+           .onWritten = {},
+           .onEnd =
+               [note](const WebSocketEnd& how) {
+                 note("end " + std::to_string(how.closeCode.value_or(how.status)));
+               }});
+    });
     ends.push_back(end);
     return end;
   }

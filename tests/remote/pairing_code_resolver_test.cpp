@@ -47,7 +47,7 @@ class RemotePairingCodeResolverTest : public ::testing::Test {
     resolver_.resolve(code, relay(), [this](Result result) { result_ = std::move(result); });
   }
   Result answerTo(std::vector<std::string> answers) {
-    answers_ = std::move(answers);
+    queue_.post([this, answers = std::move(answers)] { answers_ = answers; });
     closeCode_.reset();
     begin("abcd-2345");
     EXPECT_TRUE(main_.runUntil([&] { return result_.has_value(); }));

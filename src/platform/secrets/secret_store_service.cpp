@@ -6,16 +6,6 @@
 #include "platform/secrets/secret_service_words.h"
 #include "platform/secrets/secret_store.h"
 
-#ifdef __SANITIZE_THREAD__
-// GLib is not built for the thread sanitizer, which therefore sees the memory that its threads hand
-// over, but not the futexes that they use for it. Our own code is still checked.
-extern "C" const char* __tsan_default_suppressions() {
-  return "called_from_lib:libglib-2.0.so.0\n"
-         "called_from_lib:libgio-2.0.so.0\n"
-         "called_from_lib:libgobject-2.0.so.0\n";
-}
-#endif
-
 namespace vantrell {
 namespace {
 
