@@ -1,6 +1,8 @@
 #include "engine/providers/installed_runtimes.h"
 
 #include <filesystem>
+#include <latch>
+#include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -53,10 +55,14 @@ TEST_F(InstalledRuntimesTest, SaysWhatIsThereAtOnceAndTheRestWhenTheProgramHasAn
     int announced = 0;
     const auto watch = changes_.observe(
         [&](const ChangeBatch& batch) { announced += batch.has(topics::runtimes) ? 1 : 0; });
+    // No answer comes before the first announcement: it would pass through the pool.
+    const auto isTold = std::make_shared<std::latch>(1);
+    for (int thread = 0; thread < 2; ++thread) pool_.post([isTold] { isTold->wait(); });
     runtimes_->refresh(provider);
     EXPECT_EQ(runtimes_->status(provider), RuntimeInstallStatus::installed(path));
     main_.runReady();
     EXPECT_EQ(announced, 1);
+    isTold->count_down();
     awaitAnswers();
     auto expected = RuntimeInstallStatus::installed(path);
     expected.version = "tool 1.2";

@@ -43,8 +43,8 @@ class GatewayJobsTest : public GatewayFixture {
     argument = "acp";
   }
 
-  const Caller site = makeKey("site", {codex, kimi});
-  const Caller shop = makeKey("shop", {kimi}, GrokPermissionMode::auto_, {"shop"});
+  const Caller site = makeKey("site", {codex, grok});
+  const Caller shop = makeKey("shop", {grok}, GrokPermissionMode::auto_, {"shop"});
 };
 
 TEST_F(GatewayJobsTest, TwoKeysShareTheQueueAndEachHasPlaceFor25) {
@@ -53,7 +53,7 @@ TEST_F(GatewayJobsTest, TwoKeysShareTheQueueAndEachHasPlaceFor25) {
   std::vector<std::string> paths;
   for (int i = 1; i < 25; ++i) paths.push_back(job(site, "SAY:" + std::to_string(i)));
   EXPECT_EQ(submit(site, "SAY:26").code(), "queue_full");
-  const JsonObject forShop{{"project", projectID(1)}, {"provider", "kimi"}};
+  const JsonObject forShop{{"project", projectID(1)}, {"provider", "grok"}};
   const auto others = job(shop, "SAY:shop", forShop);
   EXPECT_EQ(status(site, paths.front()), "queued") << "one runs at a time";
   EXPECT_EQ(contexts.size(), 1u);
@@ -150,22 +150,22 @@ TEST_F(GatewayJobsTest, ClientThatEndsWhileItIsCancelledTouchesNoOtherJob) {
       {"revoked",
        [&](const auto& caller, const auto&) { EXPECT_TRUE(jobs->revokeKey(caller.id)); }},
       {"barred", [&](const auto&, const auto&) {
-         providers.connectors[kimi].billingMode = ProviderBillingMode::meteredAPI;
+         providers.connectors[grok].billingMode = ProviderBillingMode::meteredAPI;
          settings.recordNoMeteredAPIs(true);
          main.runReady();
        }}};
   for (const auto& [way, end] : ways) {
     SCOPED_TRACE(way);
     std::vector<std::shared_ptr<FakeAgentClient>> clients;
-    for (const auto each : {codex, kimi}) {
+    for (const auto each : {codex, grok}) {
       providers.connectors[each].makeClient = [&, each](const auto&) {
         clients.push_back(std::make_shared<FakeAgentClient>(each));
         clients.back()->endsOnCancel = true;
         return clients.back();
       };
     }
-    const auto caller = makeKey(way, {kimi});
-    const auto first = job(caller, "one", {{"provider", "kimi"}});
+    const auto caller = makeKey(way, {grok});
+    const auto first = job(caller, "one", {{"provider", "grok"}});
     const auto next = job(site, "two");
     ASSERT_EQ(clients.size(), 1u);
     clients[0]->opens("s");
@@ -206,7 +206,7 @@ TEST_F(GatewayJobsTest, RevokedKeyTakesItsUnfinishedJobsAlong) {
   await(site, finished, "completed");
   jobIn(site, "waiting_for_approval");
   job(site, "SAY:never");
-  const auto others = job(shop, "SAY:shop", {{"project", projectID(1)}, {"provider", "kimi"}});
+  const auto others = job(shop, "SAY:shop", {{"project", projectID(1)}, {"provider", "grok"}});
   EXPECT_TRUE(jobs->revokeKey(site.id));
   EXPECT_FALSE(jobs->revokeKey(site.id));
   EXPECT_EQ(get(site, finished).status, 401);

@@ -57,11 +57,18 @@ class Kimi : public tests::ACPClientTest {
     const auto path = folder_.folder("kimi/sessions/wd_p/s1/logs") + "/kimi-code.log";
     std::ofstream(path, std::ios::app) << text;
   }
-  /// Lets the client look at the log once more.
-  void lookAgain() {
+  /// Opens a turn whose end comes once the log says so much. The client has looked there once.
+  using ACPClientTest::openTurn;
+  void openTurn(const std::string& logAtItsEnd, const std::string& said) {
+    ACPAgentScript turn;
+    if (!said.empty()) turn.say(said);
+    ACPClientTest::openTurn(turn.ask(70, "A").expectChoice(70, "y").send(
+        R"({"id":4,"result":{"stopReason":"end_turn"}})"));
+    await("asks 70 A");
+    log(logAtItsEnd);
+    client_->respondToPermission(70, "y");
     ASSERT_TRUE(main_.runUntil([&] { return main_.hasTimers(); }))
         << testing::PrintToString(notes_);
-    main_.advance(std::chrono::milliseconds(250));
   }
   /// Lets it look until the turn has ended so.
   void endsWith(const std::string& line) {
@@ -83,11 +90,7 @@ TEST_F(Kimi, TurnWithoutAWordHasFailed) {
 
 TEST_F(Kimi, FailureThatOnlyItsLogTellsIsTheTurns) {
   log(request);  // of an earlier turn
-  openTurn(ACPAgentScript().ask(70, "A").expectChoice(70, "y").send(
-      R"({"id":4,"result":{"stopReason":"end_turn"}})"));
-  await("asks 70 A");
-  log(request + limit);
-  client_->respondToPermission(70, "y");
+  openTurn(request + limit, "");
   endsWith("turn failed: The model of Kimi failed: 429 The usage limit has been reached");
   ASSERT_EQ(failures_.size(), 1U);
   EXPECT_TRUE(isUsageLimitFailure(failures_.back()));
@@ -104,19 +107,19 @@ TEST_F(Kimi, LogIsReadOnceAllOfTheTurnIsInIt) {
       "turn failed: The model of Kimi failed: 429 The usage limit has been reached";
   const std::string ended = R"(turn ended {"stopReason":"end_turn"})";
   const struct {
-    std::string atItsEnd, late, expected;
-    bool hasWorked;
+    std::string said, atItsEnd, late, expected;
   } cases[] = {
-      {request + limit + request, limit, failed, false},
-      {request, limit, failed, true},
-      {request + limit, request + response, ended, true},
-      {"", request + limit, failed, false},
+      {"", "", request + limit, failed},
+      {"well", "", request + limit, failed},
+      {"", request + limit + request, limit, failed},
+      {"well", request, limit, failed},
+      {"", request + limit, request + response, "turn failed: Kimi ended its turn without a word."},
+      {"well", request + limit, request + response, ended},
   };
   for (const auto& each : cases) {
-    SCOPED_TRACE(each.atItsEnd);
-    openTurn(each.hasWorked ? ACPAgentScript().say("well").endTurn() : ACPAgentScript().endTurn());
-    log(each.atItsEnd);
-    lookAgain();
+    SCOPED_TRACE(each.said + each.atItsEnd);
+    std::filesystem::remove_all(folder_ / "kimi");
+    openTurn(each.atItsEnd, each.said);
     log(each.late);
     endsWith(each.expected);
     client_.reset();

@@ -98,7 +98,6 @@ bool KimiQuirks::hasEnded(std::string_view log) {
 }
 
 bool KimiQuirks::isSettled(bool hasWorked) {
-  if (hasWorked && logPath_.empty() && findLog(sessionsFolder_, sessionID_).empty()) return true;
   std::string log = readLog(logStart_);
   const bool isUnchanged = log_ == log;
   log_ = std::move(log);
