@@ -7,9 +7,12 @@
 #include <net/if.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <unistd.h>
 #include <vector>
 
 #include "platform/files/descriptor.h"
+#include "platform/files/files.h"
+#include "platform/text/text.h"
 
 namespace vantrell {
 
@@ -59,6 +62,22 @@ std::string chosenAddress(std::span<const std::string> addresses, const std::str
   }
   if (std::ranges::find(addresses, routed) != addresses.end()) return routed;
   return addresses.empty() ? "127.0.0.1" : addresses.front();
+}
+
+std::string nameOfThisComputer() {
+  constexpr std::string_view key = "PRETTY_HOSTNAME=";
+  const auto information = files::read("/etc/machine-info");
+  for (auto line : text::split(information ? *information : "", '\n')) {
+    if (!line.starts_with(key)) continue;
+    line.remove_prefix(key.size());
+    if (line.starts_with('"') && line.ends_with('"') && line.size() > 1) {
+      line = line.substr(1, line.size() - 2);
+    }
+    if (!line.empty()) return std::string(line);
+  }
+  char name[256] = "";
+  ::gethostname(name, sizeof name - 1);
+  return *name ? name : "This computer";
 }
 
 }  // namespace vantrell

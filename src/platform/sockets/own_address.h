@@ -1,4 +1,5 @@
-// Under which address other machines reach this one. A quick question to the system; any thread.
+// Under which address other machines reach this one, and what it is called. Quick questions to the
+// system; any thread.
 #pragma once
 
 #include <span>
@@ -14,5 +15,8 @@ std::string ownAddress();
 /// The choice among `addresses`, in the order of the interfaces and without the loopback; `routed`
 /// is empty where no packet would leave.
 std::string chosenAddress(std::span<const std::string> addresses, const std::string& routed);
+
+/// What its owner calls it, else its host name.
+std::string nameOfThisComputer();
 
 }  // namespace vantrell
