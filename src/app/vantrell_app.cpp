@@ -1,6 +1,7 @@
 #include "app/vantrell_app.h"
 
 #include "engine/projects/local_project_services.h"
+#include "fleet/fleet_module.h"
 #include "gateway/gateway_module.h"
 #include "platform/desktop/system_desktop.h"
 #include "platform/files/files.h"
@@ -66,12 +67,15 @@ VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, UserState sta
 // What ends agents first: they need all the rest.
 VantrellApp::~VantrellApp() {
   gateway_.reset();
+  fleet_.reset();
   model_.reset();
 }
 
 bool VantrellApp::flush() {
   const bool isModelSaved = model_->flush();
-  return (!gateway_ || gateway_->store.flush()) && isModelSaved;
+  const bool isGatewaySaved = !gateway_ || gateway_->store.flush();
+  const bool isFleetSaved = !fleet_ || fleet_->fleet->flush();
+  return isModelSaved && isGatewaySaved && isFleetSaved;
 }
 
 GatewayModule& VantrellApp::gateway() {
@@ -87,6 +91,24 @@ GatewayModule& VantrellApp::gateway() {
     gateway_->load();
   }
   return *gateway_;
+}
+
+FleetModule& VantrellApp::fleet() {
+  if (!fleet_) {
+    fleet_ =
+        std::make_unique<FleetModule>(Fleet::Dependencies{.main = main_,
+                                                          .pool = pool_,
+                                                          .changes = model_->changes(),
+                                                          .secrets = secrets_,
+                                                          .store = model_->orchestration()},
+                                      ThisMachine::Dependencies{.main = main_,
+                                                                .tree = model_->tree(),
+                                                                .settings = model_->settings(),
+                                                                .selection = model_->selection(),
+                                                                .executions = model_->executions(),
+                                                                .router = model_->router()});
+  }
+  return *fleet_;
 }
 
 std::expected<std::unique_ptr<UserDefaults>, std::string> VantrellApp::defaultsForReading() {

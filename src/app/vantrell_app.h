@@ -18,6 +18,7 @@
 
 namespace vantrell {
 
+struct FleetModule;
 struct GatewayModule;
 class LocalProjectServices;
 
@@ -64,6 +65,9 @@ class VantrellApp {
   /// The Personal Gateway with its keys and jobs, read at the first use. It listens once its
   /// start() is called.
   GatewayModule& gateway();
+  /// The hosts that work can be handed to, read at the first use. They are asked how they are by
+  /// each refreshFleet().
+  FleetModule& fleet();
 
   /// Waits until all that was changed is on the disk; false when some of it could not be written.
   bool flush();
@@ -86,6 +90,7 @@ class VantrellApp {
   EngineEvents noEvents_;
   std::unique_ptr<AppModel> model_;
   std::unique_ptr<GatewayModule> gateway_;
+  std::unique_ptr<FleetModule> fleet_;
   std::optional<std::string> notice_;
 };
 

@@ -35,6 +35,14 @@ std::vector<FleetHost> ThisMachine::fleetOverview(const Fleet& fleet) const {
   return all;
 }
 
+JsonObject ThisMachine::statusForFleets() const {
+  Json::Array capabilities;
+  for (const auto& each : ProviderRegistry::all()) {
+    if (core_.router.providerAvailable(each.id)) capabilities.push_back(each.shortLabel);
+  }
+  return {{"name", nameOfThisComputer()}, {"capabilities", std::move(capabilities)}};
+}
+
 AgentProvider ThisMachine::provider() const {
   const auto route = core_.settings.routingMode();
   const auto key = core_.selection.key();

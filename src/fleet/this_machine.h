@@ -6,6 +6,7 @@
 #include <string>
 
 #include "fleet/fleet.h"
+#include "platform/values/json.h"
 #include "records/values/chat_thread.h"
 
 namespace vantrell {
@@ -33,6 +34,8 @@ class ThisMachine {
   FleetHost asFleetHost() const;
   /// This machine, then the stored hosts.
   std::vector<FleetHost> fleetOverview(const Fleet& fleet) const;
+  /// What the fleet of another machine asks for: name and capabilities.
+  JsonObject statusForFleets() const;
   /// For a host that does what would be done here, in the project or else in the selected one.
   FleetTask task(std::string prompt, const std::optional<std::string>& projectPath = {}) const;
 

@@ -244,6 +244,22 @@ GatewayJobs::Job GatewayJobs::find(const Uuid& id, const std::optional<Uuid>& si
   return job && (!siteKeyID || job->siteKeyID == *siteKeyID) ? job : nullptr;
 }
 
+std::optional<GatewayResult<GatewayJobs::Job>> GatewayJobs::repeated(
+    const GatewayJobRequest& request, const Uuid& siteKeyID) const {
+  if (!request.idempotencyKey) return std::nullopt;
+  const auto own = jobs(siteKeyID);
+  const auto found = std::ranges::find(own, request.idempotencyKey,
+                                       [](const Job& job) { return job->idempotencyKey; });
+  if (found == own.end()) return std::nullopt;
+  const GatewayJob& job = **found;
+  if (job.projectID == request.project && job.provider == request.provider &&
+      job.prompt == text::trimmed(request.prompt)) {
+    return *found;
+  }
+  return refuseRequest(409, "idempotency_conflict",
+                       "Another job was created with this Idempotency-Key.");
+}
+
 GatewayResult<GatewayJob> GatewayJobs::admit(GatewayJobRequest request,
                                              const Uuid& siteKeyID) const {
   const SiteKey* key = core_.keys.find(siteKeyID);  // may have been revoked during a preparation
@@ -265,11 +281,13 @@ GatewayResult<GatewayJob> GatewayJobs::admit(GatewayJobRequest request,
 
 GatewayResult<GatewayJobs::Job> GatewayJobs::create(const GatewayJobRequest& request,
                                                     const Uuid& siteKeyID) {
+  if (auto before = repeated(request, siteKeyID)) return *std::move(before);
   auto job = admit(request, siteKeyID);
   if (!job) return std::unexpected(std::move(job.error()));
   if (auto ready = core_.scope.checkReady(*job); !ready) return std::unexpected(ready.error());
   const Uuid id = job->id = Uuid::random();
   job->siteKeyID = siteKeyID;
+  job->idempotencyKey = request.idempotencyKey;
   job->createdAt = core_.main.now();
   addEvent(*job, "queued", fmt::format("Job queued on {}.", shortLabel(job->provider)),
            job->createdAt);

@@ -64,6 +64,10 @@ class GatewayJobs : public std::enable_shared_from_this<GatewayJobs>,
     return history_.unfinishedCount(siteKeyID);
   }
 
+  /// The job that the same request has made before, by its idempotency key; refused where that key
+  /// was another request's; nullopt for a new one.
+  std::optional<GatewayResult<Job>> repeated(const GatewayJobRequest& request,
+                                             const Uuid& siteKeyID) const;
   /// The job as it would be queued, or why this key may not give it: all checks except whether the
   /// provider is ready.
   GatewayResult<GatewayJob> admit(GatewayJobRequest request, const Uuid& siteKeyID) const;
@@ -77,7 +81,8 @@ class GatewayJobs : public std::enable_shared_from_this<GatewayJobs>,
   Result<> revokeKey(const Uuid& siteKeyID);
 
   static constexpr std::size_t mostUnfinishedOfKey = 25;
-  static constexpr std::size_t longestPrompt = 200'000;  // bytes
+  static constexpr std::size_t longestIdempotencyKey = 255;  // bytes
+  static constexpr std::size_t longestPrompt = 200'000;      // bytes
   /// How long a client may take to start: one that hangs would hold up all jobs behind it.
   static constexpr std::chrono::seconds startLimit{60};
   /// What an agent says is written this often at most.

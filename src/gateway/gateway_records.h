@@ -98,6 +98,7 @@ struct GatewayJob {
   std::optional<std::string> model;
   std::optional<std::string> effort;
   GrokPermissionMode permissionMode = GrokPermissionMode::ask;
+  std::optional<std::string> idempotencyKey;  // of the request that made it
   Date createdAt;
   std::optional<Date> startedAt;
   std::optional<Date> finishedAt;

@@ -27,6 +27,8 @@ struct GatewayJobRequest {
   std::optional<std::string> model;
   std::optional<std::string> effort;
   std::optional<GrokPermissionMode> permissionMode;  // absent: ask
+  /// Names the request among those of its site key: sent again, it makes no second job.
+  std::optional<std::string> idempotencyKey;
 };
 
 class GatewayScope {

@@ -83,11 +83,18 @@ std::string listText(const std::vector<GatewayJobs::Job>& oldestFirst) {
   return text += ']';
 }
 
-std::optional<GatewayJobRequest> jobRequestIn(const std::string& body) {
-  const auto json = json::parse(body);
+std::optional<GatewayJobRequest> jobRequestIn(const GatewayRequest& given, bool isOfFleet) {
+  auto object = json::parseObject(given.body);
+  if (!object) return std::nullopt;
+  const Json* project = isOfFleet ? object->find("project_id") : nullptr;
+  if (project && !object->find("project")) object->set("project", Json(*project));
   GatewayJobRequest request;
   JsonReading reading{orchestrationJson};
-  if (!json || !readJson(*json, request, reading)) return std::nullopt;
+  if (!readJson(Json(*std::move(object)), request, reading)) return std::nullopt;
+  if (const auto key = given.headers.find("idempotency-key")) {
+    if (key->empty() || key->size() > GatewayJobs::longestIdempotencyKey) return std::nullopt;
+    request.idempotencyKey = std::string(*key);
+  }
   return request;
 }
 
@@ -123,22 +130,30 @@ void JobRoutes::projects(const SiteKey& key, Completion completion) {
   core_.scope.prepare(key.allowedProviders, [this, life = std::weak_ptr(life_), key,
                                              completion = std::move(completion)] {
     if (life.expired()) return;
-    Json::Array projects;
+    Json::Array projects, folders;
     for (const auto* each : core_.scope.projects(key)) {
       projects.push_back(JsonObject{{"id", each->id.text()}, {"name", each->name}});
+      if (servesFleet_) {
+        folders.push_back(
+            JsonObject{{"id", each->id.text()}, {"name", each->name}, {"path", each->path}});
+      }
     }
     Json::Array providers;
     for (const auto each : core_.scope.providers(key)) providers.push_back(rawText(each));
-    completion(GatewayResponse::json(
-        JsonObject{{"projects", std::move(projects)}, {"providers", std::move(providers)}}));
+    JsonObject answer{{"projects", std::move(projects)}, {"providers", std::move(providers)}};
+    if (servesFleet_) answer.set("data", std::move(folders));
+    completion(GatewayResponse::json(std::move(answer)));
   });
 }
 
 void JobRoutes::create(const GatewayRequest& request, const SiteKey& key, Completion completion) {
-  auto job = jobRequestIn(request.body);
+  auto job = jobRequestIn(request, servesFleet_);
   if (!job) {
     return completion(
         GatewayResponse::error(400, "invalid_job", "Send project, provider, and prompt as JSON."));
+  }
+  if (auto before = core_.jobs.repeated(*job, key.id)) {
+    return changed(*before, 202, std::move(completion));
   }
   // Whether the provider is ready is asked last: it may cost a look for a model server.
   if (const auto admitted = core_.jobs.admit(*job, key.id); !admitted) {

@@ -33,6 +33,10 @@ class JobRoutes {
   /// depends on is known, and what it promises is on the disk.
   void respond(const GatewayRequest& request, const SiteKey& key, Completion completion);
 
+  /// Also takes jobs in the form in which the fleet of another machine sends them, and lists
+  /// projects with their folders for it.
+  void serveFleet() { servesFleet_ = true; }
+
   /// Bytes. In a list that would be longer the oldest jobs have no `output`; each job alone has it.
   static constexpr std::size_t longestList = std::size_t{64} << 20;
 
@@ -48,6 +52,7 @@ class JobRoutes {
   void encode(std::function<std::string()> body, int status, Completion completion);
 
   const Dependencies core_;
+  bool servesFleet_ = false;
   const SerialQueue encoding_;  // one answer at a time, so that many large ones need no more memory
   std::shared_ptr<void> life_ = std::make_shared<int>();  // what waits for an answer ends with us
 };

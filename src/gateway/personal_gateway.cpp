@@ -24,6 +24,11 @@ void PersonalGateway::start() {
   std::ignore = apply();  // lastError() has it
 }
 
+void PersonalGateway::serveFleet(std::function<JsonObject()> status) {
+  fleetStatus_ = std::move(status);
+  core_.jobRoutes.serveFleet();
+}
+
 void PersonalGateway::stop() {
   core_.server.stop();
 }
@@ -82,6 +87,9 @@ void PersonalGateway::handle(GatewayRequest request, const GatewayServer::Respon
     return respond(GatewayResponse::error(
         403, "browser_clients_disabled",
         "Call Personal Gateway from your website backend, never browser JavaScript."));
+  }
+  if (fleetStatus_ && request.method == "GET" && request.path == "/v1/fleet/status") {
+    return respond(GatewayResponse::json(fleetStatus_()));
   }
   const auto* key = core_.keys.authenticate(request.headers);
   if (!key) {

@@ -3,6 +3,7 @@
 // models. Main queue.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -37,6 +38,9 @@ class PersonalGateway {
   /// changes: for the process that serves, when keys and jobs have been loaded.
   void start();
   bool isServing() const { return isServing_; }
+  /// Also answers the routes by which the fleet of another machine asks about this one and hands
+  /// jobs to it. `status` gives what that machine may know without a key.
+  void serveFleet(std::function<JsonObject()> status);
   /// Takes no more requests; the configuration stays. Jobs are GatewayJobs::endAllWork()'s.
   void stop();
 
@@ -65,6 +69,7 @@ class PersonalGateway {
 
   const Dependencies core_;
   bool isServing_ = false;
+  std::function<JsonObject()> fleetStatus_;
   std::optional<std::string> lastError_;
 };
 

@@ -80,12 +80,14 @@ class GatewayFixture : public ::testing::Test,
     return {made->id, made->secret};
   }
 
-  Answer ask(const Caller& caller, std::string method, std::string path, std::string body = {}) {
+  Answer ask(const Caller& caller, std::string method, std::string path, std::string body = {},
+             GatewayHeaders headers = {}) {
     std::optional<GatewayResponse> response;
     const auto* key = keys->authenticate({{"authorization", "Bearer " + caller.secret}});
     if (!key) return {401, JsonObject{}};
-    gateway->jobRoutes.respond({std::move(method), std::move(path), {}, std::move(body)}, *key,
-                               [&](GatewayResponse given) { response = std::move(given); });
+    gateway->jobRoutes.respond(
+        {std::move(method), std::move(path), std::move(headers), std::move(body)}, *key,
+        [&](GatewayResponse given) { response = std::move(given); });
     EXPECT_TRUE(main.runUntil([&] { return response.has_value(); }));
     return {response->status, *json::parse(response->body)};
   }

@@ -5,6 +5,7 @@
 
 #include "gateway/gateway_fixture.h"
 #include "platform/http/http_client.h"
+#include "platform/values/json_objects.h"
 #include "runtimes/catalog/provider_connectors.h"
 #include "support/acp_agent_script.h"
 #include "support/environment.h"
@@ -199,6 +200,34 @@ TEST_F(GatewayJobsTest, RestartFailsWhatWasAtWorkAndRunsWhatWaited) {
   const auto path = jobIn(site, "working");
   jobs->endAllWork();
   EXPECT_EQ(get(site, path).text("error"), quit) << "an orderly end settles it at once";
+}
+
+TEST_F(GatewayJobsTest, RequestThatIsSentAgainMakesNoSecondJob) {
+  gateway->jobRoutes.serveFleet();
+  const auto projects = get(site, "/v1/projects").body;
+  const auto folders = json::objects(*projects.asObject(), "data");
+  ASSERT_EQ(folders.size(), 2u);
+  EXPECT_EQ(json::textOr(*folders[0], "path", ""), folder / "site");
+  const auto projectToWorkIn = json::textOr(*folders[1], "id", "");
+  const auto send = [&](const Caller& caller, const std::string& prompt, const std::string& key) {
+    return ask(caller, "POST", "/v1/jobs",
+               json::write(JsonObject{
+                   {"project_id", projectToWorkIn}, {"provider", "grok"}, {"prompt", prompt}}),
+               {{"idempotency-key", key}});
+  };
+  const auto first = send(site, "SAY:once", "A");
+  EXPECT_EQ(first.status, 202);
+  EXPECT_EQ(first.text("project"), projectToWorkIn);
+  restart();
+  gateway->jobRoutes.serveFleet();
+  const auto again = send(site, " SAY:once\n", "A");
+  EXPECT_EQ(again.status, 202);
+  EXPECT_EQ(again.text("id"), first.text("id"));
+  EXPECT_EQ(send(site, "SAY:more", "A").code(), "idempotency_conflict");
+  EXPECT_EQ(send(site, "SAY:more", std::string(256, 'k')).code(), "invalid_job");
+  EXPECT_NE(send(site, "SAY:once", "B").text("id"), first.text("id"));
+  EXPECT_NE(send(shop, "SAY:once", "A").text("id"), first.text("id"));
+  EXPECT_EQ(jobs->jobs().size(), 3u);
 }
 
 TEST_F(GatewayJobsTest, RevokedKeyTakesItsUnfinishedJobsAlong) {

@@ -62,6 +62,18 @@ TEST_F(PersonalGatewayTest, ChecksComeInTheirOrder) {
   EXPECT_EQ(parts_.providers.localRefreshes, 1) << "it may have been started meanwhile";
 }
 
+TEST_F(PersonalGatewayTest, TellsFleetsHowItIsWhereItServesThem) {
+  auto status = request("GET", "/v1/fleet/status");
+  status.headers.clear();
+  EXPECT_EQ(outcome(status), "401 invalid_site_key");
+  parts_.module.gateway.serveFleet([] { return JsonObject{{"name", "build"}}; });
+  const auto answer = send(status);
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->body, R"({"name":"build"})");
+  status.headers = {{"Origin", "https://example.invalid"}};
+  EXPECT_EQ(outcome(status), "403 browser_clients_disabled");
+}
+
 TEST_F(PersonalGatewayTest, AQuestionGoesToTheRuntimeAndAThirdAtOnceIsRefused) {
   std::promise<void> release;
   auto released = release.get_future().share();

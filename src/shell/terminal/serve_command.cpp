@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include "fleet/fleet_module.h"
 #include "gateway/gateway_module.h"
 #include "platform/files/files.h"
 #include "platform/process/program_runner.h"
@@ -62,6 +63,8 @@ void tellReady(int descriptor) {
   if (descriptor > STDERR_FILENO) ::close(descriptor);
 }
 
+constexpr std::string_view fleetName = "--fleet";
+
 void serveUntilStopped(CommandContext& context, int ready) {
   terminal::leaveOwn();  // it may go to the background, and other commands read that terminal
   context.open({.refreshesRuntimes = true}, [&](VantrellApp& app) {
@@ -69,6 +72,9 @@ void serveUntilStopped(CommandContext& context, int ready) {
       return context.fail(listening.error());
     }
     GatewayModule& gateway = app.gateway();
+    if (context.arguments.has(fleetName)) {
+      gateway.gateway.serveFleet([&app] { return app.fleet().thisMachine.statusForFleets(); });
+    }
     gateway.gateway.start();
     context.keep(std::make_shared<Announcements>(context, gateway));
     context.keep(context.caller.watchSignals([&context](int) {
@@ -214,6 +220,7 @@ void serve(CommandContext& context) {
 
 constexpr CommandOption options[] = {
     {readyName, "N", "write a line to this descriptor when everything listens", {}, true},
+    {fleetName, "", "the gateway also takes jobs from the fleet of another machine"},
     {installName, "", "start it with each of your sessions, by systemd, and now"},
     {uninstallName, "", "end it, and start it no more"},
 };
