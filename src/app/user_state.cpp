@@ -5,6 +5,7 @@
 
 #include "platform/storage/database.h"
 #include "records/stores/conversation_file.h"
+#include "records/stores/orchestration_store.h"
 #include "records/values/application.h"
 
 namespace vantrell {
@@ -65,6 +66,10 @@ bool UserFolders::areInUse() const {
 std::expected<std::unique_ptr<UserDefaults>, std::string> UserFolders::defaultsForReading() const {
   if (!files::exists(defaultsPath())) return UserDefaults::inMemory();
   return UserDefaults::open(defaultsPath());
+}
+
+OrchestrationStore UserFolders::orchestrationForReading() const {
+  return {support, Date::current, [](const auto&) {}};
 }
 
 std::unique_ptr<SecretStore> UserFolders::secretStore() const {

@@ -14,6 +14,8 @@
 
 namespace vantrell {
 
+class OrchestrationStore;
+
 struct UserFolders {
   std::string support;  // conversations' folders, orchestration, secrets
   std::string config;   // settings
@@ -31,6 +33,8 @@ struct UserFolders {
   /// The settings for one that only looks: needs no lock and creates nothing. The error is a
   /// sentence for the user.
   std::expected<std::unique_ptr<UserDefaults>, std::string> defaultsForReading() const;
+  /// The small records (usage, notes, contexts of projects) for one that only looks.
+  OrchestrationStore orchestrationForReading() const;
   /// Not chosen or opened before its first use.
   std::unique_ptr<SecretStore> secretStore() const;
 };

@@ -7,7 +7,6 @@
 #include "platform/text/utf8.h"
 #include "presentation/response_formatting.h"
 #include "presentation/white_space.h"
-#include "shell/terminal/inline_marks.h"
 #include "shell/terminal/terminal_text.h"
 #include "shell/terminal/text_table.h"
 
@@ -179,7 +178,7 @@ void AnswerStream::addText(std::string_view source) {
     InlineText before{.text = at == 0 ? line.first : line.others, .looks = {}};
     const auto room = columns_ - std::min(columns_ - 1, text::columnCount(before.text));
     const auto part = breakLine(std::string_view(text).substr(at), room);
-    put(before.styled(line.look) + line.shown.styled(line.look, at, at + part.end));
+    put(styled(before, line.look) + styled(line.shown, line.look, at, at + part.end));
     at += part.next;
   } while (at < text.size());
 }

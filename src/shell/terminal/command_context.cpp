@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include "app/conversation_transfer.h"
+#include "app/runtime_survey.h"
 #include "engine/core/changes.h"
 #include "engine/core/execution_table.h"
 #include "engine/core/workspace_tree.h"
@@ -379,6 +380,13 @@ void CommandContext::inBackground(std::function<void()> work, std::function<void
 BackgroundPool& CommandContext::pool() {
   if (!pool_) pool_ = std::make_unique<BackgroundPool>();
   return *pool_;
+}
+
+RuntimeSurvey& CommandContext::survey() {
+  const auto survey = std::make_shared<RuntimeSurvey>(main, pool(), hasTerminal());
+  keep(survey);
+  if (const auto& problem = survey->problem()) complain(*problem);
+  return *survey;
 }
 
 void CommandContext::withUserPath(InstalledRuntimes& runtimes, const std::function<bool()>& isFound,

@@ -24,6 +24,10 @@
 #include "shell/terminal/console.h"
 #include "shell/terminal/text_table.h"
 
+namespace vantrell {
+class RuntimeSurvey;
+}
+
 namespace vantrell::shell {
 
 /// The conversations for a command that only looks.
@@ -225,6 +229,8 @@ class CommandContext {
   BackgroundPool& pool();
   /// Does `work` there, then `then` here.
   void inBackground(std::function<void()> work, std::function<void()> then);
+  /// The runtimes' programs, for a command that only looks at them. Lives until its end.
+  RuntimeSurvey& survey();
   /// Goes on once `isFound` holds or the PATH of the user's login shell counts in every search. A
   /// process that was started in a terminal has that PATH already; what a desktop menu, a timer or
   /// a service has started would neither find every program nor start it with its interpreter, so

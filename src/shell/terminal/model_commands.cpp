@@ -1,6 +1,7 @@
 // Who takes a task's next turn, with which model: models, effort, route, handoff.
 #include <fmt/format.h>
 
+#include "app/runtime_survey.h"
 #include "engine/core/selection.h"
 #include "engine/core/settings.h"
 #include "engine/core/workspace_tree.h"
@@ -11,7 +12,6 @@
 #include "runtimes/catalog/provider_registry.h"
 #include "shell/terminal/command_groups.h"
 #include "shell/terminal/run_plan.h"
-#include "shell/terminal/runtime_survey.h"
 #include "shell/terminal/task_lookup.h"
 #include "shell/terminal/task_words.h"
 #include "shell/terminal/terminal_text.h"
@@ -164,9 +164,8 @@ template <Control control>
 void showOptions(CommandContext& context) {
   const auto choice = readChoice(context);
   if (!choice) return context.misused(choice.error());
-  const auto survey = RuntimeSurvey::of(context);
-  const auto tell = [&context, &survey = *survey,
-                     choice = *choice](const RuntimeSurvey::Models& models) {
+  auto& survey = context.survey();
+  const auto tell = [&context, &survey, choice = *choice](const RuntimeSurvey::Models& models) {
     if (const auto id = context.arguments.value("--use")) {
       return choose(context, choice, control, *id, models);
     }
@@ -177,7 +176,7 @@ void showOptions(CommandContext& context) {
     context.finish(context.report(json::writePrettySorted(asJson(choice, control, models, origin)),
                                   inWords(context, choice, control, models, origin)));
   };
-  survey->askModels(choice->provider, tell);
+  survey.askModels(choice->provider, context.whileAlive(tell));
 }
 
 // ---- route --------------------------------------------------------------------------------------

@@ -2,6 +2,7 @@
 // tasks: projects, context, hooks.
 #include <fmt/format.h>
 
+#include "app/user_state.h"
 #include "engine/core/selection.h"
 #include "engine/core/workspace_tree.h"
 #include "engine/projects/hook_runner.h"
@@ -11,10 +12,10 @@
 #include "platform/text/text.h"
 #include "project/context_discovery.h"
 #include "project/project_hook_service.h"
+#include "records/stores/orchestration_store.h"
 #include "records/stores/project_context_store.h"
 #include "shell/terminal/command_groups.h"
 #include "shell/terminal/run_plan.h"
-#include "shell/terminal/stored_orchestration.h"
 #include "shell/terminal/task_lookup.h"
 #include "shell/terminal/task_words.h"
 #include "shell/terminal/terminal_text.h"
@@ -200,7 +201,7 @@ std::string everythingOf(const ProjectContextProfile& profile, const TerminalSty
 
 template <std::string (*part)(const ProjectContextProfile&, const TerminalStyle&)>
 Outcome showContext(CommandContext& context, const ProjectView& project) {
-  auto store = storedOrchestration();
+  auto store = UserFolders{}.orOwn().orchestrationForReading();
   const auto& workspace = project.workspace;
   const auto profile =
       current(loadStoredProjectContext(store, workspace.id, project.now), workspace);
@@ -275,7 +276,7 @@ using Hooks = std::vector<ProjectHook>;
 
 /// Read here, since another process may have written the file.
 Hooks storedHooks(const Uuid& project, Date now) {
-  auto store = storedOrchestration();
+  auto store = UserFolders{}.orOwn().orchestrationForReading();
   return loadStoredProjectContext(store, project, now).hooks.value_or(Hooks());
 }
 

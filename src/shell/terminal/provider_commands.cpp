@@ -2,15 +2,17 @@
 #include <csignal>
 #include <fmt/format.h>
 
+#include "app/runtime_survey.h"
+#include "app/user_state.h"
 #include "engine/turns/usage_reset.h"
 #include "platform/process/foreground_program.h"
+#include "records/stores/orchestration_store.h"
 #include "records/stores/usage_ledger.h"
 #include "runtimes/catalog/provider_registry.h"
 #include "runtimes/catalog/runtime_locator.h"
 #include "runtimes/catalog/runtime_login.h"
+#include "shell/terminal/command_context.h"
 #include "shell/terminal/command_groups.h"
-#include "shell/terminal/runtime_survey.h"
-#include "shell/terminal/stored_orchestration.h"
 #include "shell/terminal/task_lookup.h"
 #include "shell/terminal/task_words.h"
 #include "views/usage_rows.h"
@@ -62,8 +64,9 @@ Json asJson(const views::ProviderFacts& facts) {
 
 /// A table, and below it what there is to say of each provider.
 void listProviders(CommandContext& context) {
-  const auto survey = RuntimeSurvey::of(context);
-  survey->askAll([&context, &survey = *survey] {
+  auto& survey = context.survey();
+  context.console.status("Waiting for the agents' programs to answer ...");
+  survey.askAll(context.whileAlive([&context, &survey] {
     TextTable table(
         {{""}, {"ID"}, {"VERSION", 8}, {"SIGN-IN"}, {"PROGRAM", 12, true}, {"PROVIDER"}});
     Json::Array all;
@@ -91,7 +94,7 @@ void listProviders(CommandContext& context) {
     context.finish(context.report(json::writePrettySorted(Json(std::move(all))),
                                   table.text(context.style(), context.console.columns()) + "\n" +
                                       context.console.asTyped(remarks)));
-  });
+  }));
 }
 
 // ---- login --------------------------------------------------------------------------------------
@@ -102,7 +105,7 @@ void tellSignIn(CommandContext& context, RuntimeSurvey& survey, AgentProvider pr
     context.complain(loginFlow(provider)->failure);
     return context.finish(code == 128 + SIGINT ? exitStatus::stopped : exitStatus::failed);
   }
-  survey.ask(provider, [&context, &survey, provider] {
+  survey.ask(provider, context.whileAlive([&context, &survey, provider] {
     const auto signedIn = survey.facts(provider).status.signedIn;
     const auto label = ProviderRegistry::descriptor(provider).label;
     context.finish(
@@ -110,7 +113,7 @@ void tellSignIn(CommandContext& context, RuntimeSurvey& survey, AgentProvider pr
                          ? fmt::format("{} is signed in.\n", label)
                          : fmt::format("The log-in of {} ended without an error{}.\n", label,
                                        signedIn ? ", but it is not signed in" : "")));
-  });
+  }));
 }
 
 /// The program's own log-in, in the terminal of this process: the user sees its codes and links and
@@ -131,8 +134,8 @@ void runLogin(CommandContext& context, RuntimeSurvey& survey, AgentProvider prov
 void login(CommandContext& context) {
   const auto named = readProgramOwner(context.word(0));
   if (!named) return context.misused(named.error());
-  const auto survey = RuntimeSurvey::of(context);
-  survey->find(*named, [&context, &survey = *survey, provider = *named](const auto& program) {
+  auto& survey = context.survey();
+  const auto logIn = [&context, &survey, provider = *named](const auto& program) {
     if (!program) {
       return context.fail(
           fmt::format("{} is not installed, or not where it is looked for. To install it: {}\n"
@@ -150,7 +153,8 @@ void login(CommandContext& context) {
     context.console.whenWritten([&context, &survey, provider, path = *program] {
       runLogin(context, survey, provider, path);
     });
-  });
+  };
+  survey.find(*named, context.whileAlive(logIn));
 }
 
 // ---- usage --------------------------------------------------------------------------------------
@@ -190,7 +194,7 @@ std::vector<TableCell> asCells(const views::UsageRow& row) {
 /// Of all providers, or of the one that was named; `codex` is what its program told.
 void showUsage(CommandContext& context, std::optional<AgentProvider> named,
                const std::optional<ProviderUsage>& codex) {
-  auto store = storedOrchestration();
+  auto store = UserFolders{}.orOwn().orchestrationForReading();
   const auto ledger = UsageLedger::load(store);
   TextTable table({{"ID"}, {"NOW", 12}, {"RESETS"}, {"LAST REPORTED", 12}, {"PROVIDER"}});
   Json::Array all;
@@ -213,14 +217,14 @@ void reset(CommandContext& context) {
         "A reset spends a credit for good, so it takes a person at a terminal who agrees. Nothing "
         "was done.");
   }
-  const auto survey = RuntimeSurvey::of(context);
-  const auto resetNow = [&context, &survey = *survey] {
-    survey.resetCodexUsage([&context](const auto& result) {
+  auto& survey = context.survey();
+  const auto resetNow = [&context, &survey] {
+    survey.resetCodexUsage(context.whileAlive([&context](const auto& result) {
       if (const auto problem = usageResetMessage(result)) return context.fail(*problem);
       context.finish(context.tell("Codex has reset the allowance.\n"));
-    });
+    }));
   };
-  survey->askModels(AgentProvider::codex, [&context, resetNow](const RuntimeSurvey::Models& told) {
+  const auto ask = [&context, resetNow](const RuntimeSurvey::Models& told) {
     if (!told.usage) {
       return context.fail(
           "Codex did not tell what it knows of credits. \"vantrell providers\" says whether it is "
@@ -232,7 +236,8 @@ void reset(CommandContext& context) {
     context.confirm(fmt::format("Codex: {}. Spend a reset credit? It is gone then.",
                                 views::wordsFor(*told.usage)),
                     resetNow);
-  });
+  };
+  survey.askModels(AgentProvider::codex, context.whileAlive(ask));
 }
 
 void usage(CommandContext& context) {
@@ -251,10 +256,10 @@ void usage(CommandContext& context) {
     return reset(context);
   }
   if (named && *named != AgentProvider::codex) return showUsage(context, named, {});
-  RuntimeSurvey::of(context)->askModels(AgentProvider::codex,
-                                        [&context, named](const RuntimeSurvey::Models& told) {
-                                          showUsage(context, named, told.usage);
-                                        });
+  const auto show = [&context, named](const RuntimeSurvey::Models& told) {
+    showUsage(context, named, told.usage);
+  };
+  context.survey().askModels(AgentProvider::codex, context.whileAlive(show));
 }
 
 constexpr CommandOption usageOptions[] = {

@@ -1,6 +1,7 @@
 // What a task has changed, notes on it, and the way back: diff, review, checkpoint, isolate.
 #include <fmt/format.h>
 
+#include "app/user_state.h"
 #include "engine/core/workspace_tree.h"
 #include "engine/projects/review_notes.h"
 #include "engine/projects/task_safety.h"
@@ -8,10 +9,10 @@
 #include "project/git_workspace_service.h"
 #include "project/unified_diff_parser.h"
 #include "records/stores/conversation_json.h"
+#include "records/stores/orchestration_store.h"
 #include "records/stores/review_annotation.h"
 #include "shell/terminal/command_context.h"
 #include "shell/terminal/command_groups.h"
-#include "shell/terminal/stored_orchestration.h"
 #include "shell/terminal/task_lookup.h"
 #include "shell/terminal/task_words.h"
 #include "shell/terminal/terminal_text.h"
@@ -139,7 +140,7 @@ std::string inWords(const ReviewAnnotation& note, Date now, const TerminalStyle&
 }
 
 Outcome listNotes(CommandContext& context, const TaskView& task) {
-  auto store = storedOrchestration();
+  auto store = UserFolders{}.orOwn().orchestrationForReading();
   const auto notes =
       annotationsOf({task.workspace.id, task.thread.id}, loadReviewAnnotations(store));
   for (const auto& note : notes) {

@@ -8,7 +8,6 @@
 #include "records/stores/conversation_json.h"
 #include "shell/terminal/command_context.h"
 #include "shell/terminal/command_groups.h"
-#include "shell/terminal/inline_marks.h"
 #include "shell/terminal/task_lookup.h"
 #include "shell/terminal/task_words.h"
 #include "shell/terminal/terminal_text.h"
@@ -179,7 +178,7 @@ Outcome tellStatus(CommandContext& context, const TaskView& task) {
                   style.dim(onOneLine(fmt::format("({})", workspace.name))));
   const std::string words = sanitized(message);
   for (const auto line : text::split(words, '\n')) {
-    text += (style.isLive() ? withoutMarks(line).styled() : std::string(line)) + "\n";
+    text += (style.isLive() ? styled(withoutMarks(line)) : std::string(line)) + "\n";
   }
   return context.report(withoutNulls(all), text);
 }

@@ -8,6 +8,7 @@
 
 #include "platform/process/process.h"
 #include "platform/terminal/terminal.h"
+#include "presentation/inline_marks.h"
 
 namespace vantrell::shell {
 
@@ -43,5 +44,10 @@ class TerminalStyle {
   int descriptor_;
   bool isLive_;
 };
+
+/// The bytes from `begin` to `end` with escape sequences, which end with them. `around` is the code
+/// of how all of the text looks, as "2" for dim.
+std::string styled(const InlineText& text, std::string_view around = {}, std::size_t begin = 0,
+                   std::size_t end = std::string::npos);
 
 }  // namespace vantrell::shell

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "platform/text/text.h"
-#include "shell/terminal/inline_marks.h"
 #include "shell/terminal/terminal_text.h"
 
 namespace vantrell::shell {
@@ -80,7 +79,7 @@ std::string TextTable::text(const TerminalStyle& style, std::size_t columns) con
       if (!shown.text.empty()) {
         line.append(blanks, ' ');
         blanks = 0;
-        const std::string text = shown.styled();
+        const std::string text = styled(shown);
         line += cell.look ? (style.*cell.look)(text) : text;
       }
       blanks += width[i] - std::min(width[i], text::columnCount(shown.text)) + gap;

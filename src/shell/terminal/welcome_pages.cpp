@@ -1,13 +1,13 @@
 // The pages without a command: the first look around, and the walk-through.
 #include <fmt/format.h>
 
+#include "app/runtime_survey.h"
 #include "platform/files/files.h"
 #include "records/values/application.h"
 #include "runtimes/catalog/provider_registry.h"
 #include "runtimes/catalog/runtime_login.h"
 #include "shell/terminal/command_groups.h"
 #include "shell/terminal/run_plan.h"
-#include "shell/terminal/runtime_survey.h"
 
 namespace vantrell::shell {
 
@@ -34,14 +34,15 @@ void lookFor(CommandContext& context, RuntimeSurvey& survey, std::size_t place, 
   while (place < allAgentProviders.size() && !loginFlow(allAgentProviders[place])) ++place;
   if (place < allAgentProviders.size()) {
     const auto provider = allAgentProviders[place];
-    return survey.find(provider, [=, &context, &survey](const auto& program) {
+    const auto tell = [=, &context, &survey](const auto& program) {
       const auto& style = context.style();
       context.console.write(fmt::format("  {} {:<16} {}\n",
                                         program ? style.green("✓") : style.dim("○"),
                                         ProviderRegistry::descriptor(provider).label,
                                         program ? *program : style.dim("not found")));
       lookFor(context, survey, place + 1, foundOne || program);
-    });
+    };
+    return survey.find(provider, context.whileAlive(tell));
   }
   if (!foundOne) {
     context.console.say(
@@ -63,7 +64,7 @@ void welcome(CommandContext& context) {
       fmt::format("{} is a workspace for software work with coding agents: it drives the\n"
                   "agents that you already use, shows what they do, and asks before they act.\n\n",
                   context.style().bold("Vantrell")));
-  lookFor(context, *RuntimeSurvey::of(context), 0, false);
+  lookFor(context, context.survey(), 0, false);
 }
 
 void practiceTour(CommandContext& context) {

@@ -1,10 +1,9 @@
-#include "shell/terminal/inline_marks.h"
+#include "presentation/inline_marks.h"
 
 #include <algorithm>
-#include <fmt/format.h>
 #include <optional>
 
-namespace vantrell::shell {
+namespace vantrell {
 
 namespace {
 
@@ -90,20 +89,4 @@ InlineText withoutMarks(std::string_view source) {
   return shown;
 }
 
-std::string InlineText::styled(std::string_view around, std::size_t begin, std::size_t end) const {
-  const auto lookAt = [this](std::size_t at) { return at < looks.size() ? looks[at] : '\0'; };
-  std::string out;
-  for (end = std::min(end, text.size()); begin < end;) {
-    const char look = lookAt(begin);
-    std::size_t next = begin;
-    while (next < end && lookAt(next) == look) ++next;
-    std::string codes((look & bold) != 0 ? "1" : around);
-    if ((look & code) != 0) codes += codes.empty() ? "36" : ";36";
-    const auto part = std::string_view(text).substr(begin, next - begin);
-    out += codes.empty() ? std::string(part) : fmt::format("\x1b[{}m{}\x1b[0m", codes, part);
-    begin = next;
-  }
-  return out;
-}
-
-}  // namespace vantrell::shell
+}  // namespace vantrell

@@ -1,8 +1,8 @@
-#include "shell/terminal/inline_marks.h"
+#include "presentation/inline_marks.h"
 
 #include <gtest/gtest.h>
 
-namespace vantrell::shell {
+namespace vantrell {
 namespace {
 
 /// "{b}" where bold begins, "{c}" for code, "{bc}" for both and "{}" after them.
@@ -45,4 +45,4 @@ TEST(InlineMarks, AreReadWhereTheyAreMeant) {
 }
 
 }  // namespace
-}  // namespace vantrell::shell
+}  // namespace vantrell

@@ -1,47 +1,42 @@
-#include "shell/terminal/runtime_survey.h"
+#include "app/runtime_survey.h"
 
+#include "app/user_state.h"
+#include "app/vantrell_app.h"
 #include "engine/providers/model_discovery.h"
 #include "engine/providers/reported_models.h"
 #include "platform/files/files.h"
+#include "platform/queues/weakly.h"
 #include "platform/text/text.h"
+#include "records/stores/orchestration_store.h"
 #include "runtimes/catalog/locators.h"
 #include "runtimes/catalog/runtime_locator.h"
 #include "runtimes/codex/codex_discovery.h"
 #include "runtimes/local/local_runtime_service.h"
-#include "shell/terminal/stored_orchestration.h"
 
-namespace vantrell::shell {
+namespace vantrell {
 
 namespace {
 
 /// Settings that cannot be read are reported, and keep nothing from being looked at.
-std::unique_ptr<UserDefaults> storedOrNone(CommandContext& context) {
+std::unique_ptr<UserDefaults> storedOrNone(std::optional<std::string>& problem) {
   auto stored = VantrellApp::defaultsForReading();
   if (stored) return std::move(*stored);
-  context.complain("The paths that are set for programs are not used now. " + stored.error());
+  problem = "The paths that are set for programs are not used now. " + stored.error();
   return UserDefaults::inMemory();
 }
 
 }  // namespace
 
-std::shared_ptr<RuntimeSurvey> RuntimeSurvey::of(CommandContext& context) {
-  auto survey = std::make_shared<RuntimeSurvey>(context);
-  context.keep(survey);
-  return survey;
-}
-
-RuntimeSurvey::RuntimeSurvey(CommandContext& context)
-    : context_(context),
-      defaults_(storedOrNone(context)),
-      programs_(
-          VantrellApp::programsOfThisSession(context.main, context.pool(), nullptr, *defaults_)),
-      changes_(context.main),
+RuntimeSurvey::RuntimeSurvey(MainQueue& main, BackgroundPool& pool, bool hasUsersPath)
+    : main_(main),
+      pool_(pool),
+      hasUsersPath_(hasUsersPath),
+      defaults_(storedOrNone(problem_)),
+      programs_(VantrellApp::programsOfThisSession(main, pool, nullptr, *defaults_)),
+      changes_(main),
       runtimes_(std::make_shared<InstalledRuntimes>(changes_, programs_)),
-      secrets_(UserFolders{}.orOwn().secretStore(), context.main, context.pool()),
-      services_({.main = context.main,
-                 .pool = context.pool(),
-                 .defaults = *defaults_,
-                 .secrets = secrets_}),
+      secrets_(UserFolders{}.orOwn().secretStore(), main, pool),
+      services_({.main = main, .pool = pool, .defaults = *defaults_, .secrets = secrets_}),
       observation_(changes_.observe([this](const ChangeBatch&) {
         if (answered_) whenAnswered(std::exchange(answered_, nullptr));
       })) {}
@@ -50,17 +45,17 @@ void RuntimeSurvey::whenAnswered(std::function<void()> then) {
   if (runtimes_->isAsking()) {
     answered_ = std::move(then);
   } else {
-    context_.main.post(context_.whileAlive(std::move(then)));
+    main_.post(weakly(this, [then = std::move(then)](RuntimeSurvey&) { then(); }));
   }
 }
 
 void RuntimeSurvey::askAll(std::function<void()> then) {
-  context_.console.status("Waiting for the agents' programs to answer ...");
   runtimes_->refreshAll();
-  services_.prepare(AgentProvider::local, context_.whileAlive([this, then = std::move(then)] {
-    services_.prepare(AgentProvider::tasklet,
-                      context_.whileAlive([this, then] { whenAnswered(then); }));
-  }));
+  services_.prepare(AgentProvider::local, weakly(this, [then = std::move(then)](auto& self) {
+                      self.services_.prepare(
+                          AgentProvider::tasklet,
+                          weakly(&self, [then](auto& same) { same.whenAnswered(then); }));
+                    }));
 }
 
 void RuntimeSurvey::ask(AgentProvider provider, std::function<void()> then) {
@@ -73,9 +68,9 @@ void RuntimeSurvey::find(AgentProvider provider,
   const auto look = [this, provider] {
     return findRuntime(provider, programs_.customExecutable(provider));
   };
-  context_.withUserPath(
-      *runtimes_, [look] { return look().has_value(); },
-      [look, then = std::move(then)] { then(look()); });
+  if (hasUsersPath_ && look()) return then(look());
+  runtimes_->readUserPath(
+      weakly(this, [look, then = std::move(then)](RuntimeSurvey&) { then(look()); }));
 }
 
 views::ProviderFacts RuntimeSurvey::facts(AgentProvider provider) const {
@@ -100,27 +95,28 @@ void RuntimeSurvey::askModels(AgentProvider provider, std::function<void(Models)
     then(std::move(models));
   };
   if (provider == AgentProvider::local) {
-    return services_.prepare(provider, context_.whileAlive([this, tell] {
-      tell({.areReported = services_.localRuntimeStatus().connection() != nullptr});
-    }));
+    return services_.prepare(
+        provider, weakly(this, [tell](RuntimeSurvey& self) {
+          tell({.areReported = self.services_.localRuntimeStatus().connection() != nullptr});
+        }));
   }
   if (!tellsModels(provider)) return tell({});
   find(provider, [this, provider, tell](const auto& program) {
-    const auto told = context_.whileAlive([tell](DiscoveredModels found) {
+    const auto told = weakly(this, [tell](RuntimeSurvey&, DiscoveredModels found) {
       // The provider's own choice alone is what is known when the program did not tell.
       Models models{.usage = std::move(found.usage), .areReported = found.models.size() > 1};
       if (models.areReported) models.options = std::move(found.models);
       tell(std::move(models));
     });
     const bool isAsked =
-        program && discoverModels(provider, context_.main, programs_, files::homeFolder(), told);
+        program && discoverModels(provider, main_, programs_, files::homeFolder(), told);
     if (!isAsked) tell({});
   });
 }
 
 /// Those of an earlier report, else those that are built in.
 void RuntimeSurvey::addKnownModels(AgentProvider provider, Models& models) {
-  auto orchestration = storedOrchestration();
+  auto orchestration = UserFolders{}.orOwn().orchestrationForReading();
   ReportedModels earlier(orchestration, nullptr);
   earlier.load();
   if (const auto* reported = earlier.find(provider)) {
@@ -141,8 +137,8 @@ void RuntimeSurvey::resetCodexUsage(
     CodexDiscovery::consumeUsageReset({.executable = *program,
                                        .workspacePath = files::homeFolder(),
                                        .environment = CodexLocator::subscriptionEnvironment()},
-                                      context_.main, context_.pool(), then);
+                                      main_, pool_, then);
   });
 }
 
-}  // namespace vantrell::shell
+}  // namespace vantrell

@@ -1,7 +1,14 @@
 // What is known of the runtimes' programs, for a command that only looks at them, or signs in:
 // without the rest of the program, without its lock, and changing nothing that is stored. Main
-// queue; callbacks come within the call where there is nothing to wait for.
+// queue; callbacks come within the call where there is nothing to wait for, and none comes after
+// the survey is gone.
 #pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
 
 #include "engine/core/changes.h"
 #include "engine/providers/installed_runtimes.h"
@@ -9,16 +16,18 @@
 #include "platform/secrets/secret_queue.h"
 #include "runtimes/wire/agent_error.h"
 #include "runtimes/wire/provider_usage.h"
-#include "shell/terminal/command_context.h"
 #include "views/provider_rows.h"
 
-namespace vantrell::shell {
+namespace vantrell {
 
-class RuntimeSurvey {
+class RuntimeSurvey : public std::enable_shared_from_this<RuntimeSurvey> {
  public:
-  /// Lives until the end of the command.
-  static std::shared_ptr<RuntimeSurvey> of(CommandContext& context);
-  explicit RuntimeSurvey(CommandContext& context);
+  /// Both must outlive it; the pool must rest before it is destroyed. `hasUsersPath`: this process
+  /// was started in a terminal, with the PATH of the user's shell.
+  RuntimeSurvey(MainQueue& main, BackgroundPool& pool, bool hasUsersPath);
+
+  /// Why the settings could not be read, so that the paths in them are not used; a sentence.
+  const std::optional<std::string>& problem() const { return problem_; }
 
   /// Asks every program about itself, and looks for model servers and the webhook.
   void askAll(std::function<void()> then);
@@ -44,7 +53,10 @@ class RuntimeSurvey {
   void whenAnswered(std::function<void()> then);
   void addKnownModels(AgentProvider provider, Models& models);
 
-  CommandContext& context_;
+  MainQueue& main_;
+  BackgroundPool& pool_;
+  const bool hasUsersPath_;
+  std::optional<std::string> problem_;
   const std::unique_ptr<UserDefaults> defaults_;
   const RuntimePrograms programs_;
   Changes changes_;
@@ -55,4 +67,4 @@ class RuntimeSurvey {
   Changes::Observation observation_;
 };
 
-}  // namespace vantrell::shell
+}  // namespace vantrell
