@@ -18,6 +18,7 @@
 
 namespace vantrell {
 
+class Doctor;
 struct GatewayModule;
 class LocalProjectServices;
 
@@ -65,6 +66,9 @@ class VantrellApp {
   /// start() is called.
   GatewayModule& gateway();
 
+  /// The connection doctor, made at the first use.
+  Doctor& doctor();
+
   /// Waits until all that was changed is on the disk; false when some of it could not be written.
   bool flush();
 
@@ -86,6 +90,7 @@ class VantrellApp {
   EngineEvents noEvents_;
   std::unique_ptr<AppModel> model_;
   std::unique_ptr<GatewayModule> gateway_;
+  std::shared_ptr<Doctor> doctor_;
   std::optional<std::string> notice_;
 };
 
