@@ -1,5 +1,8 @@
 #include "app/vantrell_app.h"
 
+#include "app/doctor_sources.h"
+#include "doctor/doctor.h"
+#include "engine/core/settings.h"
 #include "engine/projects/local_project_services.h"
 #include "fleet/fleet_module.h"
 #include "gateway/gateway_module.h"
@@ -66,6 +69,7 @@ VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, UserState sta
 
 // What ends agents first: they need all the rest.
 VantrellApp::~VantrellApp() {
+  doctor_.reset();
   gateway_.reset();
   fleet_.reset();
   model_.reset();
@@ -109,6 +113,22 @@ FleetModule& VantrellApp::fleet() {
                                                                 .router = model_->router()});
   }
   return *fleet_;
+}
+
+Doctor& VantrellApp::doctor() {
+  if (!doctor_) {
+    doctor_ = std::make_shared<Doctor>(Doctor::Dependencies{.main = main_,
+                                                            .changes = model_->changes(),
+                                                            .background = pool_,
+                                                            .http = services_.http(),
+                                                            .runtimes = model_->runtimes(),
+                                                            .providers = services_,
+                                                            .router = model_->router(),
+                                                            .git = model_->git(),
+                                                            .models = model_->catalog()},
+                                       doctorSources(model_->settings()));
+  }
+  return *doctor_;
 }
 
 std::expected<std::unique_ptr<UserDefaults>, std::string> VantrellApp::defaultsForReading() {

@@ -18,6 +18,7 @@
 
 namespace vantrell {
 
+class Doctor;
 struct FleetModule;
 struct GatewayModule;
 class LocalProjectServices;
@@ -69,6 +70,9 @@ class VantrellApp {
   /// each refreshFleet().
   FleetModule& fleet();
 
+  /// The connection doctor, made at the first use.
+  Doctor& doctor();
+
   /// Waits until all that was changed is on the disk; false when some of it could not be written.
   bool flush();
 
@@ -90,6 +94,7 @@ class VantrellApp {
   EngineEvents noEvents_;
   std::unique_ptr<AppModel> model_;
   std::unique_ptr<GatewayModule> gateway_;
+  std::shared_ptr<Doctor> doctor_;
   std::unique_ptr<FleetModule> fleet_;
   std::optional<std::string> notice_;
 };
