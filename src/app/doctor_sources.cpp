@@ -1,6 +1,7 @@
 #include "app/doctor_sources.h"
 
 #include "engine/core/settings.h"
+#include "fleet/fleet.h"
 #include "remote/host/remote_host_server.h"
 
 namespace vantrell {
@@ -17,13 +18,19 @@ std::string relayDetail(const RemoteRelayState& relay) {
   return {};
 }
 
-DoctorSources doctorSources(const Settings& settings) {
+DoctorSources doctorSources(const Settings& settings, std::function<Fleet&()> fleet) {
   DoctorSources sources;
   sources.remote = [&settings] {
     return DoctorRemote{.isEnabled = settings.isRemoteHostEnabled(),
                         .hostDetail = RemoteHostState{}.label(),
                         .relayDetail = relayDetail({})};
   };
+  sources.fleet = [fleet] {
+    auto hosts = fleet().fleetHosts();
+    std::erase_if(hosts, [](const FleetHost& host) { return host.isThisMachine(); });
+    return hosts;
+  };
+  sources.refreshFleet = [fleet] { fleet().refreshFleet(); };
   return sources;
 }
 

@@ -117,16 +117,17 @@ FleetModule& VantrellApp::fleet() {
 
 Doctor& VantrellApp::doctor() {
   if (!doctor_) {
-    doctor_ = std::make_shared<Doctor>(Doctor::Dependencies{.main = main_,
-                                                            .changes = model_->changes(),
-                                                            .background = pool_,
-                                                            .http = services_.http(),
-                                                            .runtimes = model_->runtimes(),
-                                                            .providers = services_,
-                                                            .router = model_->router(),
-                                                            .git = model_->git(),
-                                                            .models = model_->catalog()},
-                                       doctorSources(model_->settings()));
+    doctor_ = std::make_shared<Doctor>(
+        Doctor::Dependencies{.main = main_,
+                             .changes = model_->changes(),
+                             .background = pool_,
+                             .http = services_.http(),
+                             .runtimes = model_->runtimes(),
+                             .providers = services_,
+                             .router = model_->router(),
+                             .git = model_->git(),
+                             .models = model_->catalog()},
+        doctorSources(model_->settings(), [this]() -> Fleet& { return *fleet().fleet; }));
   }
   return *doctor_;
 }

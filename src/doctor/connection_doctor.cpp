@@ -65,16 +65,16 @@ DiagnosticCheck relayCheck(const std::string& detail) {
   return check;
 }
 
-DiagnosticCheck fleetCheck(const DoctorFleetHost& host) {
+DiagnosticCheck fleetCheck(const FleetHost& host) {
   auto id = "fleet-" + host.name;
   auto title = "Fleet host: " + host.name;
   std::string detail(rawText(host.status));
   constexpr const char* remedy =
       "Verify that vantrell is running on the host and refresh its pairing or HTTPS endpoint.";
   switch (host.status) {
-    case DoctorFleetHost::Status::offline:
+    case FleetHostStatus::offline:
       return warning(std::move(id), std::move(title), std::move(detail), remedy);
-    case DoctorFleetHost::Status::needsAttention:
+    case FleetHostStatus::needsAttention:
       return failed(std::move(id), std::move(title), std::move(detail), remedy);
     default: return passed(std::move(id), std::move(title), std::move(detail));
   }

@@ -17,6 +17,7 @@
 #include "platform/queues/dispatch.h"
 #include "platform/values/url.h"
 #include "records/values/agent_provider.h"
+#include "records/values/fleet_host.h"
 
 namespace vantrell {
 
@@ -27,21 +28,11 @@ struct DoctorRemote {
   std::string relayDetail;  // that of the relay; "Off" without one
 };
 
-/// A host of the fleet other than this machine.
-struct DoctorFleetHost {
-  enum class Status { online, busy, offline, needsAttention };
-  std::string name;
-  Status status = Status::offline;
-};
-constexpr auto rawTexts(DoctorFleetHost::Status) {
-  return std::to_array<std::string_view>({"online", "busy", "offline", "needsAttention"});
-}
-
 struct DoctorInput {
   std::optional<std::string> workspacePath;
   std::vector<std::pair<AgentProvider, bool>> providers;  // whether each is ready
   DoctorRemote remote;
-  std::vector<DoctorFleetHost> fleet;
+  std::vector<FleetHost> fleet;  // without this machine
   std::vector<Url> feeds;
 };
 

@@ -28,9 +28,7 @@ inline constexpr ChangeTopic doctor{"doctor"};  // the report of the connection 
 struct DoctorSources {
   std::function<DoctorRemote()> remote = [] { return DoctorRemote{.relayDetail = "Off"}; };
   /// The stored hosts in their order, without this machine.
-  std::function<std::vector<DoctorFleetHost>()> fleet = [] {
-    return std::vector<DoctorFleetHost>();
-  };
+  std::function<std::vector<FleetHost>()> fleet = [] { return std::vector<FleetHost>(); };
   /// Of the program and of the phone application.
   std::function<std::vector<Url>()> feeds = [] { return std::vector<Url>(); };
   // For repairs.

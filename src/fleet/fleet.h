@@ -18,10 +18,10 @@
 #include "engine/core/changes.h"
 #include "engine/core/refusal.h"
 #include "fleet/fleet_credential_store.h"
-#include "fleet/fleet_host.h"
 #include "platform/http/http_client.h"
 #include "platform/queues/dispatch.h"
 #include "records/values/agent_provider.h"
+#include "records/values/fleet_host.h"
 #include "records/values/task_modes.h"
 #include "remote/client/mac_remote_client.h"
 

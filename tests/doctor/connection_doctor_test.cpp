@@ -9,7 +9,7 @@ namespace vantrell::tests {
 namespace {
 
 using Status = DiagnosticStatus;
-using Fleet = DoctorFleetHost;
+using Fleet = FleetHostStatus;
 
 class ConnectionDoctorChecks : public HttpClientFixture {
  protected:
@@ -28,7 +28,8 @@ class ConnectionDoctorChecks : public HttpClientFixture {
                           {AgentProvider::kimi, false},
                           {AgentProvider::claude, true}},
             .remote = {true, "Available on port 43765", "Internet relay ready"},
-            .fleet = {{"tower", Fleet::Status::online}, {"den", Fleet::Status::busy}}};
+            .fleet = {{.name = "tower", .status = Fleet::online},
+                      {.name = "den", .status = Fleet::busy}}};
   }
   BackgroundPool pool_;
 };
@@ -90,9 +91,9 @@ TEST_F(ConnectionDoctorChecks, EachFindingInTurn) {
        "Connected", "Use Reconnect"},
       {with([](auto& in) { in.remote.relayDetail = "Off"; }), "relay", Status::passed, "Off",
        "Use Reconnect"},
-      {with([](auto& in) { in.fleet[0].status = Fleet::Status::offline; }), "fleet-tower",
-       Status::warning, "offline", "Verify that vantrell"},
-      {with([](auto& in) { in.fleet[0].status = Fleet::Status::needsAttention; }), "fleet-tower",
+      {with([](auto& in) { in.fleet[0].status = Fleet::offline; }), "fleet-tower", Status::warning,
+       "offline", "Verify that vantrell"},
+      {with([](auto& in) { in.fleet[0].status = Fleet::needsAttention; }), "fleet-tower",
        Status::failed, "needsAttention", "Verify that vantrell"},
       {with([&](auto& in) { in.feeds = {feed("/appcast.xml")}; }), "feed-appcast.xml",
        Status::passed, "Reachable (HTTP 200).", ""},
