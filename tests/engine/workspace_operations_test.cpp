@@ -71,6 +71,23 @@ TEST_F(WorkspaceOperations, NewTaskGoesWhereTheSectionWorks) {
   EXPECT_EQ(model->tree.thread(*model->selection.key())->title, "New task");
 }
 
+TEST_F(WorkspaceOperations, FolderIsOpenedInAConversationInWhichNothingWasBegun) {
+  restart();
+  const auto place = folder.folder("opened");
+  EXPECT_FALSE(operations().untouchedThread(place)) << "it is no project yet";
+  const auto first = operations().openUntouchedThread(place);
+  ASSERT_TRUE(first);
+  EXPECT_EQ(operations().untouchedThread(place), *first);
+  EXPECT_EQ(operations().openUntouchedThread(place), *first);
+  model->controls.chooseForTurns(*first, {.isDriven = true});
+  EXPECT_FALSE(operations().untouchedThread(place)) << "another command is about to use it";
+  const auto second = operations().openUntouchedThread(place);
+  ASSERT_TRUE(second);
+  EXPECT_NE(*second, *first);
+  operations().renameThread(second->threadID, second->workspaceID, "Planned");
+  EXPECT_NE(operations().openUntouchedThread(place), *second);
+}
+
 TEST_F(WorkspaceOperations, ActiveTasksAreNeitherMovedNorArchived) {
   start();
   work("Go");

@@ -1,6 +1,4 @@
 // Pictures and films through the whole program, with a real child process in Grok's place.
-#include <sys/stat.h>
-
 #include "program_fixture.h"
 #include "support/acp_agent_script.h"
 #include "support/git_repository.h"
@@ -12,16 +10,12 @@ class ImagineCommand : public TerminalProgram {
  protected:
   /// Puts a program where Grok lies, which follows the script.
   void install(const ACPAgentScript& script) const {
-    const auto grok =
-        home.file(".grok/bin/grok", "#!/bin/sh\nexec '" + ACPAgentScript::program() + "' '" +
-                                        home.file("script", script.text()) + "'\n");
-    ASSERT_EQ(::chmod(grok.c_str(), 0755), 0);
+    TerminalProgram::install(".grok/bin/grok", "exec '" + ACPAgentScript::program() + "' '" +
+                                                   home.file("script", script.text()) + "'");
   }
   std::shared_ptr<Record> imagine(std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), "imagine");
-    auto options = vantrell(std::move(arguments));
-    options.standardInput = ProcessOptions::Input::null;
-    return run(std::move(options));
+    return does(std::move(arguments));
   }
   std::string library() const { return home / "data/vantrell/Imagine"; }
 };

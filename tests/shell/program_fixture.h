@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "platform/files/files.h"
 #include "platform/process_fixture.h"
@@ -86,6 +87,20 @@ class TerminalProgram : public ProcessTest {
   static std::string threadOf(const std::shared_ptr<Record>& record) {
     const auto all = events(record);
     return all.empty() ? "" : json::textOr(all.front(), "threadID", "");
+  }
+
+  /// A program of the test's own in its home.
+  std::string install(const std::string& place, const std::string& script) const {
+    auto path = home.file(place, "#!/bin/sh\n" + script + "\n");
+    ::chmod(path.c_str(), 0755);
+    return path;
+  }
+  /// The practice agent plays Kimi and Grok, which speak its protocol.
+  void usePracticeAgents() {
+    const auto agent =
+        install("agent", "exec '" + terminal::programFolder() + "/vantrell-practice-agent' acp");
+    does({"settings", "kimi-path", agent});
+    does({"settings", "grok-path", agent});
   }
 
   /// Processes whose environment names this test's home, by program name.

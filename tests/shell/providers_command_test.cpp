@@ -1,6 +1,4 @@
 // The commands that look at the agents' programs, with programs of the test's own in the home.
-#include <sys/stat.h>
-
 #include "shell/program_fixture.h"
 
 namespace vantrell {
@@ -8,11 +6,6 @@ namespace {
 
 class ProvidersProgram : public tests::TerminalProgram {
  protected:
-  std::string install(const std::string& place, const std::string& script) const {
-    const auto path = home.file(place, "#!/bin/sh\n" + script + "\n");
-    ::chmod(path.c_str(), 0755);
-    return path;
-  }
   std::shared_ptr<tests::Record> command(std::vector<std::string> arguments) {
     auto options = vantrell(std::move(arguments));
     options.standardInput = ProcessOptions::Input::null;

@@ -1,5 +1,3 @@
-#include <sys/stat.h>
-
 #include "shell/program_fixture.h"
 #include "support/acp_agent_script.h"
 #include "support/git_repository.h"
@@ -7,25 +5,12 @@
 namespace vantrell::tests {
 namespace {
 
-/// Queues, branches and comparisons as a user meets them. The practice agent plays Grok and Kimi,
-/// which speak its protocol.
+/// Queues, branches and comparisons as a user meets them.
 class QueueCommands : public TerminalProgram {
  protected:
   using Words = std::vector<std::string>;
 
-  QueueCommands() {
-    const std::string agent = home.file("agent", "#!/bin/sh\nexec '" + terminal::programFolder() +
-                                                     "/vantrell-practice-agent' acp\n");
-    chmod(agent.c_str(), 0755);
-    does({"settings", "kimi-path", agent});
-    does({"settings", "grok-path", agent});
-  }
-  /// Without any input.
-  std::shared_ptr<Record> does(Words words) {
-    auto options = vantrell(std::move(words));
-    options.standardInput = ProcessOptions::Input::null;
-    return run(std::move(options));
-  }
+  QueueCommands() { usePracticeAgents(); }
   std::shared_ptr<Record> begin(Words words) {
     auto options = vantrell(std::move(words));
     options.standardInput = ProcessOptions::Input::null;
@@ -188,9 +173,8 @@ TEST_F(QueueCommands, ComparisonGivesNoHalfToTheOtherProvider) {
                                               .error("usage limit reached")
                                               .line("hang")
                                               .text());
-  const auto limited = home.file(
-      "limited", "#!/bin/sh\nexec '" + ACPAgentScript::program() + "' '" + script + "'\n");
-  chmod(limited.c_str(), 0755);
+  const auto limited =
+      install("limited", "exec '" + ACPAgentScript::program() + "' '" + script + "'");
   does({"settings", "grok-path", limited});
   const auto done = does({"compare", "--json", "--with", "kimi", "--with", "grok", "SAY:hello"});
   EXPECT_EQ(code(done), 1) << done->error;

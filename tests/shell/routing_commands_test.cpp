@@ -1,23 +1,14 @@
-#include <sys/stat.h>
-
 #include "shell/program_fixture.h"
 
 namespace vantrell::tests {
 namespace {
 
-/// Routing, hand-off and project context as a user meets them. The practice agent plays Grok and
-/// Kimi, which speak its protocol.
+/// Routing, hand-off and project context as a user meets them.
 class RoutingCommands : public TerminalProgram {
  protected:
   using Words = std::vector<std::string>;
 
-  RoutingCommands() {
-    const std::string agent = home.file("agent", "#!/bin/sh\nexec '" + terminal::programFolder() +
-                                                     "/vantrell-practice-agent' acp\n");
-    chmod(agent.c_str(), 0755);
-    does({"settings", "kimi-path", agent});
-    does({"settings", "grok-path", agent});
-  }
+  RoutingCommands() { usePracticeAgents(); }
   static bool shows(const std::shared_ptr<Record>& record, std::string_view text) {
     return record->output.contains(text);
   }

@@ -3,7 +3,6 @@
 // looked for.
 #include <gmock/gmock.h>
 #include <mutex>
-#include <sys/stat.h>
 
 #include "shell/program_fixture.h"
 #include "support/codex_agent_script.h"
@@ -42,9 +41,6 @@ class ServicesProgram : public tests::TerminalProgram {
       ids.push_back(json::textOr(*each.asObject(), "id", "?"));
     }
     return ids;
-  }
-  void install(const std::string& place, const std::string& script) const {
-    ::chmod(home.file(place, "#!/bin/sh\n" + script + "\n").c_str(), 0755);
   }
   std::string content(const std::string& name) const {
     return tests::TemporaryFolder::contentOf(home / name);

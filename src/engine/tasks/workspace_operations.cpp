@@ -125,6 +125,36 @@ Result<> WorkspaceOperations::newThread(std::optional<Uuid> workspaceID) {
   return {};
 }
 
+bool WorkspaceOperations::isUntouched(const ThreadExecutionKey& key) const {
+  const ChatThread* thread = core_.tree.thread(key);
+  return thread && !core_.executions.choicesFor(key).isDriven && thread->runs.empty() &&
+         thread->entries.empty() && !thread->draftText &&
+         (thread->title == newTaskTitle || thread->title == newChatTitle);
+}
+
+std::optional<ThreadExecutionKey> WorkspaceOperations::untouchedThread(
+    std::string_view folder) const {
+  for (const auto& workspace : core_.tree.workspaces()) {
+    if (files::standardized(workspace.path) != files::standardized(folder)) continue;
+    const auto first = std::ranges::find(workspace.threads, false, &ChatThread::isArchived);
+    if (first == workspace.threads.end()) return std::nullopt;
+    const ThreadExecutionKey key{workspace.id, first->id};
+    return isUntouched(key) ? std::optional(key) : std::nullopt;
+  }
+  return std::nullopt;
+}
+
+Result<ThreadExecutionKey> WorkspaceOperations::openUntouchedThread(std::string_view folder) {
+  if (const auto added = addWorkspace(folder); !added) return std::unexpected(added.error());
+  const Selection& selection = core_.navigation.selection();
+  if (!selection.key() || !isUntouched(*selection.key())) {
+    const auto made = newThread(selection.workspaceID());
+    if (!made) return std::unexpected(made.error());
+  }
+  if (const auto key = selection.key()) return *key;
+  return refuse("The task could not be opened. Try again.");
+}
+
 Result<> WorkspaceOperations::renameThread(const Uuid& id, const Uuid& workspaceID,
                                            std::string_view title) {
   const std::string trimmed(text::trimmed(title));

@@ -45,6 +45,11 @@ class WorkspaceOperations : public std::enable_shared_from_this<WorkspaceOperati
   /// A new conversation, selected; without a workspace in the one that the section is about. With
   /// no project to put it in, the user is asked for a folder.
   Result<> newThread(std::optional<Uuid> workspaceID = std::nullopt);
+  /// The conversation of the folder that is still as it was made, and that no front end drives: it
+  /// has not even a title, as one has that waits for its first run.
+  std::optional<ThreadExecutionKey> untouchedThread(std::string_view folder) const;
+  /// Opens the folder as addWorkspace() does, and an untouched conversation there.
+  Result<ThreadExecutionKey> openUntouchedThread(std::string_view folder);
   Result<> renameThread(const Uuid& id, const Uuid& workspaceID, std::string_view title);
   /// Ends the conversation's client and deletes it.
   Result<> deleteThread(const Uuid& id, const Uuid& workspaceID);
@@ -62,6 +67,7 @@ class WorkspaceOperations : public std::enable_shared_from_this<WorkspaceOperati
 
  private:
   bool isAtWork(const ThreadExecutionKey& key) const;
+  bool isUntouched(const ThreadExecutionKey& key) const;
 
   const Dependencies core_;
 };

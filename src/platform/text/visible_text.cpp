@@ -31,6 +31,15 @@ void appendPicture(std::string& out, char control) {
   out += control == deletion ? '\xA1' : static_cast<char>(0x80 + control);
 }
 
+std::string_view lastColumns(std::string_view text, std::size_t columns) {
+  const std::size_t total = columnCount(text);
+  for (std::size_t skipped = total - std::min(total, columns);; ++skipped) {
+    std::size_t filled = skipped;
+    const auto rest = text.substr(firstColumns(text, filled).size());
+    if (columnCount(rest) <= columns) return rest;
+  }
+}
+
 }  // namespace
 
 std::string sanitized(std::string_view text) {
@@ -87,6 +96,16 @@ std::vector<std::string> boundedLines(std::string_view text, std::size_t most) {
   }
   if (left > 0) lines.push_back(fmt::format("… {} more lines", left));
   return lines;
+}
+
+std::string cutTo(std::string_view line, std::size_t columns, bool cutsFront) {
+  if (columnCount(line) <= columns) return std::string(line);
+  if (columns == 0) return "";
+  if (cutsFront) return "…" + std::string(lastColumns(line, columns - 1));
+  std::size_t room = columns - 1;
+  std::string_view kept = firstColumns(line, room);
+  while (kept.ends_with(' ')) kept.remove_suffix(1);
+  return std::string(kept) + "…";
 }
 
 }  // namespace vantrell::text

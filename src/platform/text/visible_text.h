@@ -23,4 +23,7 @@ std::vector<std::string> visibleLines(std::string_view text);
 /// lines". Of a very long line the beginning is shown.
 std::vector<std::string> boundedLines(std::string_view text, std::size_t most);
 
+/// Cut, with an ellipsis, to so many columns of a terminal. The text is one line, sanitized.
+std::string cutTo(std::string_view line, std::size_t columns, bool cutsFront = false);
+
 }  // namespace vantrell::text

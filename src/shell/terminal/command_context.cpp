@@ -389,10 +389,8 @@ RuntimeSurvey& CommandContext::survey() {
   return *survey;
 }
 
-void CommandContext::withUserPath(InstalledRuntimes& runtimes, const std::function<bool()>& isFound,
-                                  std::function<void()> then) {
-  if (hasTerminal() && isFound()) return then();
-  runtimes.readUserPath(whileAlive(std::move(then)));
+ProviderCheck CommandContext::providers() {
+  return {model(), app().services(), hasTerminal()};
 }
 
 }  // namespace vantrell::shell

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "app/app_model.h"
+#include "app/provider_check.h"
 #include "app/vantrell_app.h"
 #include "engine/core/changes.h"
 #include "engine/core/refusal.h"
@@ -231,12 +232,8 @@ class CommandContext {
   void inBackground(std::function<void()> work, std::function<void()> then);
   /// The runtimes' programs, for a command that only looks at them. Lives until its end.
   RuntimeSurvey& survey();
-  /// Goes on once `isFound` holds or the PATH of the user's login shell counts in every search. A
-  /// process that was started in a terminal has that PATH already; what a desktop menu, a timer or
-  /// a service has started would neither find every program nor start it with its interpreter, so
-  /// it reads that PATH first.
-  void withUserPath(InstalledRuntimes& runtimes, const std::function<bool()>& isFound,
-                    std::function<void()> then);
+  /// Which provider can take a turn, with the state that was opened.
+  ProviderCheck providers();
 
  private:
   void waitForOthers(int status);

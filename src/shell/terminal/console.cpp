@@ -7,13 +7,14 @@
 #include <system_error>
 
 #include "shell/terminal/terminal_text.h"
-#include "shell/terminal/text_table.h"
 
 namespace vantrell::shell {
 
 namespace {
 
 constexpr std::string_view clearLine = "\r\x1b[K";
+constexpr std::size_t widestTable = 1000;  // longer lines are not for reading
+constexpr int narrowestTable = 20;
 
 std::string_view valueOf(const Environment& environment, std::string_view name) {
   const auto found = environment.find(name);
@@ -72,7 +73,6 @@ Console::Console(MainQueue& main, Streams streams, const Environment& environmen
       streams_(std::move(streams)),
       outputIsTerminal_(terminal::isTerminal(streams_.output)),
       style_(TerminalStyle::of(streams_.output, environment)),
-      errorStyle_(TerminalStyle::of(streams_.error, environment)),
       typedName_(valueOf(environment, "VANTRELL_COMMAND")),
       commandNames_(std::move(commandNames)),
       output_(main, streams_.output, streams_.mayWrite),
@@ -83,7 +83,9 @@ Console::Console(MainQueue& main, Streams streams, const Environment& environmen
 }
 
 std::size_t Console::columns() const {
-  return columnsForTables(streams_.output);
+  const auto size = terminal::size(streams_.output);
+  if (!size || size->columns <= 0) return widestTable;
+  return static_cast<std::size_t>(std::max(size->columns, narrowestTable));
 }
 
 void Console::write(std::string_view text) {
@@ -98,8 +100,8 @@ void Console::write(std::string_view text) {
 
 void Console::status(std::string_view text) {
   if (!style_.isLive() || isMidLine_ || !question_.empty()) return;
-  const auto columns = static_cast<std::size_t>(TerminalStyle::usable(style_.size().columns));
-  output_.write(fmt::format("{}{}\r", clearLine, style_.dim(cutTo(onOneLine(text), columns))));
+  const auto shown = style_.dim(cutTo(onOneLine(text), style_.columns()));
+  output_.write(fmt::format("{}{}\r", clearLine, shown));
   isStatusShown_ = true;
 }
 

@@ -30,9 +30,9 @@ class Console {
           std::vector<std::string_view> commandNames);
 
   const TerminalStyle& style() const { return style_; }
-  const TerminalStyle& errorStyle() const { return errorStyle_; }
   bool isOutputTerminal() const { return outputIsTerminal_; }
-  std::size_t columns() const;  // for tables
+  /// The columns that tables fill: those of the terminal, else as many as they want.
+  std::size_t columns() const;
 
   /// Text as it is, but for what no terminal may get.
   void write(std::string_view text);
@@ -82,7 +82,7 @@ class Console {
   MainQueue& main_;
   const Streams streams_;
   const bool outputIsTerminal_;
-  const TerminalStyle style_, errorStyle_;
+  const TerminalStyle style_;
   const std::string typedName_;  // empty: vantrell
   const std::vector<std::string_view> commandNames_;
   OutputSink output_;

@@ -34,7 +34,8 @@ void ConversationJob::changed(const ChangeBatch& batch) {
   const ChatThread* thread = changes ? model_.tree().thread(key_) : nullptr;
   if (!thread) return;
   if (!changes->appendedEntries.empty() && beforeFirstEntry) {
-    std::exchange(beforeFirstEntry, nullptr)();
+    std::exchange(beforeFirstEntry,
+                  nullptr)(thread->entries.size() - changes->appendedEntries.size());
   }
   const auto* execution = model_.executions().find(key_);
   const bool isReplaying = execution && execution->isReplaying;

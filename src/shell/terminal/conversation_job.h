@@ -16,8 +16,9 @@ class ConversationJob final : public Job {
   ConversationJob(CommandContext& context, ThreadExecutionKey key, RunObserver& shownBy,
                   std::function<Result<>()> send);
 
-  /// Called once, before its first new entry is shown: where it works is known then.
-  std::function<void()> beforeFirstEntry;
+  /// Called once, before its first new entry is shown: where it works is known then, and how many
+  /// entries there were before.
+  std::function<void(std::size_t earlierEntries)> beforeFirstEntry;
   /// Called when its end is shown.
   std::function<void()> whenTold = [] {};
 

@@ -2,14 +2,16 @@
 #include <fmt/format.h>
 
 #include "app/user_state.h"
+#include "engine/core/execution_table.h"
 #include "engine/imagine/imagine_controller.h"
 #include "platform/files/files.h"
 #include "platform/text/text.h"
 #include "project/artifact_discovery.h"
 #include "records/stores/imagine_store.h"
 #include "shell/terminal/command_groups.h"
-#include "shell/terminal/media_job.h"
+#include "shell/terminal/json_printer.h"
 #include "shell/terminal/run_plan.h"
+#include "shell/terminal/session.h"
 #include "shell/terminal/task_lookup.h"
 #include "shell/terminal/task_words.h"
 #include "shell/terminal/terminal_text.h"
@@ -21,6 +23,9 @@ namespace {
 // ---- imagine ------------------------------------------------------------------------------------
 
 using Items = std::vector<ImagineItem>;
+
+constexpr std::size_t answerLinesShown = 12;
+constexpr std::string_view stateWords[] = {"idle", "connecting", "ready", "working", "failed"};
 
 std::string asJson(const ImagineItem& item) {
   std::string line;
@@ -92,6 +97,145 @@ void removeItems(CommandContext& context) {
   });
 }
 
+/// A picture or film being made, as a session follows it.
+class MediaJob final : public Job {
+ public:
+  MediaJob(CommandContext& context, std::string prompt, ImagineKind kind)
+      : context_(context),
+        prompt_(std::move(prompt)),
+        kind_(kind),
+        itemsBefore_(generator().imagineItems().size()),
+        itemsTold_(itemsBefore_) {}
+
+  void begin() override {
+    const auto begun = generator().generateImagine(prompt_, kind_);
+    if (!begun) refusal_ = begun.error().sentence;
+  }
+
+  void changed(const ChangeBatch&) override {
+    const auto state = generator().imagineState().kind;
+    const auto& progress = generator().imagineProgress();
+    if (state != state_ || progress != progress_) {
+      state_ = state;
+      progress_ = progress;
+      context_.isJson()
+          ? context_.writeJson({{"event", "progress"},
+                                {"state", stateWords[static_cast<std::size_t>(state)]},
+                                {"text", progress}})
+          : context_.console.status(progress);
+    }
+    const auto& items = generator().imagineItems();
+    while (itemsTold_ < items.size()) {
+      ++itemsTold_;
+      tellItem(items[items.size() - itemsTold_]);
+    }
+  }
+
+  /// What was found is copied to its end.
+  bool isAtRest() const override {
+    return !generator().imagineState().isBusy() && !generator().hasUnfinishedWork();
+  }
+
+  bool isStopping() const override { return generator().hasUnfinishedWork(); }
+
+  void stop() override {
+    isStopped_ = true;
+    generator().cancelImagine();
+  }
+
+  void endWork() override {
+    if (!isAtRest()) generator().reset();
+  }
+
+  Job::Question question() const override {
+    return context_.model().executions().imagine().permissionRequest;
+  }
+
+  Result<> answer(const PermissionRequest& request, const PermissionOption* option,
+                  Approvals::Answerer answerer) override {
+    auto& approvals = context_.model().approvals();
+    return option ? approvals.respondToImaginePermission(request.id, option->id, answerer)
+                  : approvals.rejectImaginePermission(request.id);
+  }
+
+  void conclude() override {
+    const auto& state = generator().imagineState();
+    std::string copyFailure;
+    if (!generator().imagineCopyError().empty()) {
+      copyFailure = fmt::format(
+          "A file that Grok made is not in the library: {}. It is where Grok has put it.",
+          generator().imagineCopyError());
+    }
+    status_ = exitStatus::failed;
+    if (isStopped_) {
+      status_ = exitStatus::stopped;
+      words_ = "Stopped";
+    } else if (!refusal_.empty()) {
+      words_ = refusal_;
+    } else if (state.kind != ConnectionState::Kind::ready) {
+      words_ = context_.model().executions().errorMessage().value_or(state.text);
+    } else if (itemsTold_ > itemsBefore_) {
+      status_ = exitStatus::completed;
+      words_ = generator().imagineProgress();
+      if (!copyFailure.empty()) context_.complain(copyFailure);
+    } else if (!copyFailure.empty()) {
+      words_ = copyFailure;
+    } else {
+      // Some agents end a turn that failed for them as if it had gone well.
+      answer_ = text::trimmed(generator().imagineAnswer());
+      words_ = "Grok ended its turn without naming a file that exists";
+      words_ += answer_.empty() ? ", and said nothing." : ". It said:";
+    }
+  }
+
+  void tellEnd() override {
+    const bool isDone = status_ == exitStatus::completed;
+    const bool isStopped = status_ == exitStatus::stopped;
+    if (context_.isJson()) {
+      const auto outcome = isDone ? "completed" : isStopped ? "stopped" : "failed";
+      return context_.writeJson(
+          {{"event", "end"}, {"outcome", outcome}, {"text", words_}, {"answer", answer_}});
+    }
+    if (isDone) return;
+    const auto& style = context_.style();
+    std::string text =
+        isStopped ? style.yellow("■ " + words_) : style.red("✗ " + onOneLine(words_));
+    for (const auto& each : boundedLines(answer_, answerLinesShown)) {
+      text += "\n" + style.dim("  " + each);
+    }
+    context_.console.write(text + "\n");
+  }
+
+  int status() const override { return status_; }
+
+ private:
+  ImagineController& generator() const { return context_.model().imagine(); }
+
+  void tellItem(const ImagineItem& item) {
+    if (context_.isJson()) {
+      return context_.console.write(
+          eventLine("item", "", {}, [&](JsonWriter& writer) { writeJson(writer, item); }));
+    }
+    const auto& style = context_.style();
+    const bool isVideo = item.kind == ImagineKind::video;
+    context_.console.write(fmt::format("{}  {}  {}\n",
+                                       style.green(isVideo ? "✓ Video ready" : "✓ Image ready"),
+                                       style.cyan(shortID(item.id)), sanitized(item.localPath)));
+  }
+
+  CommandContext& context_;
+  const std::string prompt_;
+  const ImagineKind kind_;
+  const std::size_t itemsBefore_;
+  std::size_t itemsTold_;
+  ConnectionState::Kind state_ = ConnectionState::Kind::idle;
+  std::string progress_;
+  bool isStopped_ = false;
+  int status_ = 0;
+  std::string refusal_;         // of the prompt
+  std::string words_, answer_;  // how it ended
+};
+
 void makeItem(CommandContext& context, ImagineKind kind) {
   std::optional<std::string> executable;
   if (const auto named = context.arguments.value(executableOption.name)) {
@@ -110,14 +254,15 @@ void makeItem(CommandContext& context, ImagineKind kind) {
       const std::string prompt(text::trimmed(given));
       const RunChoices choices{.provider = AgentProvider::grok, .executable = executable};
       // Grok's program and its interpreter may only be found with the login shell's PATH.
-      whetherAvailable(context, app, AgentProvider::grok, {}, choices,
-                       [&context, kind, prompt](bool) {
-                         std::vector<std::unique_ptr<Job>> jobs;
-                         jobs.push_back(std::make_unique<MediaJob>(context, prompt, kind));
-                         Session::begin(context, std::move(jobs),
-                                        {.answerKind = context.arguments.value(answerOption.name)},
-                                        [&context](int status) { context.finish(status); });
-                       });
+      const auto make = [&context, kind, prompt](bool) {
+        std::vector<std::unique_ptr<Job>> jobs;
+        jobs.push_back(std::make_unique<MediaJob>(context, prompt, kind));
+        Session::begin(context, std::move(jobs),
+                       {.answerKind = context.arguments.value(answerOption.name)},
+                       [&context](int status) { context.finish(status); });
+      };
+      context.providers().whetherAvailable(AgentProvider::grok, {}, choices,
+                                           context.whileAlive(make));
     });
   });
 }

@@ -215,33 +215,19 @@ std::string inWords(const Console& console, const Settings& settings, const Rout
       settings.noMeteredAPIs() ? "" : "Providers that are billed per use may be chosen.\n");
 }
 
-/// Goes on once all that the choice between these depends on is known.
-void prepareAll(VantrellApp& app, std::vector<AgentProvider> providers,
-                std::function<void()> then) {
-  if (providers.empty()) return app.model().runtimes().readUserPath(std::move(then));
-  const auto provider = providers.back();
-  providers.pop_back();
-  app.services().prepare(
-      provider, [&app, providers, then = std::move(then)] { prepareAll(app, providers, then); });
-}
-
 void showRoute(CommandContext& context) {
   context.open({}, [&context](VantrellApp& app) {
     AppModel& model = app.model();
     const auto task = context.givenTask(model.tree().workspaces());
     if (!task) return context.misused(task.error());
     const auto key = *task ? *task : model.selection().key();
-    std::vector<AgentProvider> providers;
-    for (const auto& each : model.router().routingPreview(key).candidates) {
-      providers.push_back(each.provider);
-    }
     const auto show = [&context, &model, key] {
       const auto preview = model.router().routingPreview(key);
       const auto next = model.router().expectedProvider({}, key);
       context.finish(context.report(asJson(model.settings(), preview),
                                     inWords(context.console, model.settings(), preview, next)));
     };
-    prepareAll(app, std::move(providers), context.whileAlive(show));
+    context.providers().whenPreviewIsKnown(key, context.whileAlive(show));
   });
 }
 
@@ -284,7 +270,7 @@ void handOff(CommandContext& context) {
                                    thread.entries.back().text));
       }));
     };
-    whetherAvailable(context, context.app(), provider, task, {}, handOver);
+    context.providers().whetherAvailable(provider, task, {}, context.whileAlive(handOver));
   });
 }
 

@@ -18,6 +18,11 @@ namespace vantrell::shell {
 
 namespace {
 
+using Conversations = RunVariant::Conversations;
+std::unexpected<Outcome> failure(std::string why) {
+  return std::unexpected<Outcome>(usageError(std::move(why)));
+}
+
 constexpr CommandOption eventsOption{"--json", "", "for scripts: one JSON object a line"};
 
 Outcome outcomeOf(CommandContext& context, const Result<>& result) {
@@ -73,20 +78,16 @@ Outcome showQueue(CommandContext& context, const ChatThread& thread, Date now,
   return context.showTable(table, thread.queuedPrompts.empty(), whenEmpty);
 }
 
-void listQueue(CommandContext& context) {
-  context.viewTask([&](const StateView& state, const Workspace&, const ChatThread& thread) {
-    return showQueue(context, thread, state.now, "The queue is empty.\n");
-  });
+Outcome listQueue(CommandContext& context, const TaskView& task) {
+  return showQueue(context, task.thread, task.now, "The queue is empty.\n");
 }
 
 /// Changes the queue of the task that the first word names, and shows it.
 void changeQueue(CommandContext& context,
                  const std::function<Outcome(AppModel&, const ThreadExecutionKey&)>& work) {
-  context.change([&](AppModel& model) -> Outcome {
-    const auto key = findTask(model.tree().workspaces(), context.word(0));
-    if (!key) return std::unexpected(key.error());
-    if (const auto outcome = work(model, *key); outcome != exitStatus::completed) return outcome;
-    return showQueue(context, *model.tree().thread(*key), context.main.now(),
+  context.changeTask([&](AppModel& model, const ThreadExecutionKey& key) -> Outcome {
+    if (const auto outcome = work(model, key); outcome != exitStatus::completed) return outcome;
+    return showQueue(context, *model.tree().thread(key), context.main.now(),
                      "The queue is empty now.\n");
   });
 }
@@ -103,21 +104,15 @@ void addToQueue(CommandContext& context) {
              });
 }
 
-std::expected<Uuid, UsageError> findPrompt(const ChatThread& thread, std::string_view word) {
-  const auto found =
-      findByID(thread.queuedPrompts, word, "prompt in the queue", "queue " + shortID(thread.id));
-  if (!found) return std::unexpected(found.error());
-  return (*found)->id;
-}
-
 template <Result<> (PromptQueue::*operation)(const Uuid&, const ThreadExecutionKey&)>
 void changePrompts(CommandContext& context) {
   changeQueue(context, [&](AppModel& model, const ThreadExecutionKey& key) -> Outcome {
     std::vector<Uuid> meant;
     for (const auto& word : std::span(context.arguments.words).subspan(1)) {
-      const auto found = findPrompt(*model.tree().thread(key), word);
+      const auto found = findByID(model.tree().thread(key)->queuedPrompts, word,
+                                  "prompt in the queue", "queue " + shortID(key.threadID));
       if (!found) return std::unexpected(found.error());
-      meant.push_back(*found);
+      meant.push_back((*found)->id);
     }
     for (const auto& id : meant) {
       const auto done = (model.queue().*operation)(id, key);
@@ -136,10 +131,9 @@ void clearQueue(CommandContext& context) {
 void runQueue(CommandContext& context) {
   withPlan(context, context.word(0), false, [&context](RunPlan plan) {
     RunVariant variant;
-    variant.conversation = [](AppModel& model, const ThreadExecutionKey& task,
-                              const std::string&) -> std::expected<ThreadExecutionKey, UsageError> {
-      if (!model.tree().thread(task)->queuedPrompts.empty()) return task;
-      return usageError(fmt::format(
+    variant.conversations = [](AppModel& model, const ThreadExecutionKey& task) -> Conversations {
+      if (!model.tree().thread(task)->queuedPrompts.empty()) return {{task}};
+      return failure(fmt::format(
           "The queue of this task is empty. To add a prompt: vantrell queue add {} \"...\"",
           shortID(task.threadID)));
     };
@@ -172,8 +166,6 @@ std::expected<std::size_t, UsageError> latestPrompt(const ChatThread& task) {
   return usageError("This task has no prompt yet.");
 }
 
-using Branch = std::expected<ThreadExecutionKey, UsageError>;
-
 /// A run in a branch of the task, which sends its prompt by itself.
 void runBranch(CommandContext& context, bool takesPrompt,
                std::function<Result<ThreadExecutionKey>(AppModel&, const ThreadExecutionKey& task,
@@ -182,15 +174,15 @@ void runBranch(CommandContext& context, bool takesPrompt,
   withPlan(context, context.word(0), takesPrompt, [&context, make](const RunPlan& plan) {
     const auto from = context.arguments.value("--from");
     RunVariant variant;
-    variant.conversation = [from, plan, make](AppModel& model, const ThreadExecutionKey& task,
-                                              const std::string&) -> Branch {
+    variant.conversations = [from, plan, make](AppModel& model,
+                                               const ThreadExecutionKey& task) -> Conversations {
       const ChatThread& thread = *model.tree().thread(task);
       const auto place = from ? findEntry(thread, *from) : latestPrompt(thread);
-      if (!place) return std::unexpected(place.error());
+      if (!place) return failure(place.error().text);
       const auto made = make(model, task, *place, plan);
-      return made ? Branch(*made) : usageError(made.error().sentence);
+      return made ? Conversations({*made}) : failure(made.error().sentence);
     };
-    variant.start = [](AppModel&, const ThreadExecutionKey&) { return Result<>(); };
+    variant.start = hasBegun;
     beginRun(context, plan, std::move(variant));
   });
 }
@@ -200,14 +192,14 @@ void branch(CommandContext& context) {
       context, true,
       [](AppModel& model, const ThreadExecutionKey& task, std::size_t entry, const RunPlan& plan) {
         const std::string id = model.tree().thread(task)->entries[entry].id;
-        return model.branches().branchAndSend(task, id, plan.prompt, plan.provider);
+        return model.branches().branchAndSend(task, id, plan.prompt, plan.choices.provider);
       });
 }
 
 void retry(CommandContext& context) {
   runBranch(context, false,
             [](AppModel& model, const ThreadExecutionKey& task, std::size_t, const RunPlan& plan) {
-              return model.branches().retry(task, plan.provider);
+              return model.branches().retry(task, plan.choices.provider);
             });
 }
 
@@ -245,7 +237,7 @@ constexpr Command commands[] = {
      .parameters = "ID",
      .summary = "the prompts that wait in a task: add, order, send",
      .options = queueOptions,
-     .begin = listQueue,
+     .begin = viewing<listQueue>,
      .introduction =
          "Lists the prompts that wait in a task, the next one first. They are sent one after the\n"
          "other, each when the one before has completed. After a failure, a stop or a restart\n"

@@ -1,6 +1,7 @@
 #include "shell/terminal/run_plan.h"
 
 #include <fmt/format.h>
+#include <set>
 
 #include "engine/core/execution_table.h"
 #include "engine/core/selection.h"
@@ -48,14 +49,6 @@ std::optional<std::string> contradiction(const CommandArguments& arguments, bool
            "grok.";
   }
   return std::nullopt;
-}
-
-/// Nothing was made of it, and no other command is about to: it has not even a title, as a task has
-/// that waits for its first run.
-bool isUntouched(const AppModel& model, const Uuid& project, const ChatThread& thread) {
-  return !model.executions().choicesFor(ThreadExecutionKey{project, thread.id}).isDriven &&
-         thread.runs.empty() && thread.entries.empty() && !thread.draftText &&
-         (thread.title == newTaskTitle || thread.title == newChatTitle);
 }
 
 }  // namespace
@@ -113,9 +106,10 @@ std::expected<RunPlan, UsageError> readRunPlan(const CommandContext& context,
     return usageError(
         fmt::format("There is no folder {}. Give --project an existing one.", plan.folder));
   }
-  plan.provider = given.choice<AgentProvider>("--provider");
-  plan.mode = given.choice<GrokPermissionMode>("--mode");
-  plan.workflow = given.choice<TaskWorkflowMode>("--workflow");
+  auto& choices = plan.choices;
+  choices.provider = given.choice<AgentProvider>("--provider");
+  choices.permissionMode = given.choice<GrokPermissionMode>("--mode");
+  choices.workflowMode = given.choice<TaskWorkflowMode>("--workflow");
   plan.model = given.value("--model");
   plan.effort = given.value("--effort");
   plan.answer = given.value("--answer");
@@ -125,15 +119,15 @@ std::expected<RunPlan, UsageError> readRunPlan(const CommandContext& context,
   if (const auto named = given.value("--executable")) {
     auto found = findProgram(context, *named);
     if (!found) return std::unexpected(std::move(found.error()));
-    plan.executable = *std::move(found);
+    choices.executable = *std::move(found);
   }
   if (given.has("--practice")) {
-    plan.practiceAgent = plan.executable.value_or(practiceAgentPath(context));
-    plan.executable.reset();
-    if (!files::isExecutable(*plan.practiceAgent)) {
+    choices.practiceAgent =
+        std::exchange(choices.executable, std::nullopt).value_or(practiceAgentPath(context));
+    if (!files::isExecutable(*choices.practiceAgent)) {
       return usageError(fmt::format(
           "The practice agent is missing: {}. Build it with ./run, or say where it is with {}.",
-          *plan.practiceAgent, practiceVariable));
+          *choices.practiceAgent, practiceVariable));
     }
   }
   return plan;
@@ -182,38 +176,25 @@ std::expected<std::optional<ThreadExecutionKey>, UsageError> existingTask(const 
     }
     return *found;
   }
-  const auto project = std::ranges::find_if(workspaces, [&](const Workspace& each) {
-    return files::standardized(each.path) == plan.folder;
-  });
-  if (project == workspaces.end()) return std::nullopt;
-  const auto first = std::ranges::find(project->threads, false, &ChatThread::isArchived);
-  if (first == project->threads.end() || !isUntouched(model, project->id, *first))
-    return std::nullopt;
-  return ThreadExecutionKey{project->id, first->id};
+  return model.operations().untouchedThread(plan.folder);
 }
 
-}  // namespace
-
+/// Selects the conversation that the plan names, else an untouched one in the plan's folder.
+/// Choices of the plan that belong to it are stored with it.
 std::expected<ThreadExecutionKey, UsageError> openTask(AppModel& model, const RunPlan& plan,
                                                        AgentProvider provider) {
+  std::optional<ThreadExecutionKey> key;
   if (plan.task) {
     const auto found = existingTask(model, plan);
     if (!found) return std::unexpected(found.error());
-    const auto selected =
-        model.navigation().selectThread((*found)->threadID, (*found)->workspaceID);
+    key = *found;
+    const auto selected = model.navigation().selectThread(key->threadID, key->workspaceID);
     if (!selected) return usageError(selected.error().sentence);
   } else {
-    const auto added = model.operations().addWorkspace(plan.folder);
-    if (!added) return usageError(added.error().sentence);
-    const auto key = model.selection().key();
-    const ChatThread* thread = key ? model.tree().thread(*key) : nullptr;
-    if (!thread || !isUntouched(model, key->workspaceID, *thread)) {
-      const auto made = model.operations().newThread(model.selection().workspaceID());
-      if (!made) return usageError(made.error().sentence);
-    }
+    const auto opened = model.operations().openUntouchedThread(plan.folder);
+    if (!opened) return usageError(opened.error().sentence);
+    key = *opened;
   }
-  const auto key = model.selection().key();
-  if (!key) return usageError("The task could not be opened. Try again.");
   if (plan.model || plan.effort) {
     const auto chosen = model.controls().chooseUnchecked(provider, *key, plan.model, plan.effort);
     if (!chosen) return usageError(chosen.error().sentence);
@@ -221,28 +202,7 @@ std::expected<ThreadExecutionKey, UsageError> openTask(AppModel& model, const Ru
   return *key;
 }
 
-RunChoices runChoicesOf(const RunPlan& plan) {
-  return {.provider = plan.practiceAgent ? std::optional(AgentProvider::local) : plan.provider,
-          .permissionMode = plan.mode,
-          .workflowMode = plan.workflow,
-          .executable = plan.executable,
-          .practiceAgent = plan.practiceAgent,
-          .isDriven = true};
-}
-
-void whetherAvailable(CommandContext& context, VantrellApp& app, AgentProvider provider,
-                      std::optional<ThreadExecutionKey> task, const RunChoices& choices,
-                      std::function<void(bool)> then) {
-  const auto isAvailable = [&app, provider, task, choices] {
-    return app.model().router().providerAvailable(provider, task, choices);
-  };
-  if (provider == AgentProvider::local && choices.practiceAgent) return then(isAvailable());
-  app.services().prepare(provider,
-                         context.whileAlive([&context, &app, isAvailable, then = std::move(then)] {
-                           context.withUserPath(app.model().runtimes(), isAvailable,
-                                                [isAvailable, then] { then(isAvailable()); });
-                         }));
-}
+}  // namespace
 
 std::string whatToDoFor(const VantrellApp& app, AgentProvider provider) {
   std::string problem = "is not installed.";
@@ -260,6 +220,11 @@ std::string whatToDoFor(const VantrellApp& app, AgentProvider provider) {
                      ProviderRegistry::setupHint(provider), advice);
 }
 
+std::string shortNameOf(AgentProvider provider, const RunChoices& choices) {
+  const bool isPractice = provider == AgentProvider::local && choices.practiceAgent;
+  return isPractice ? "Practice" : std::string(shortLabel(provider));
+}
+
 // ---- the run ------------------------------------------------------------------------------------
 
 std::unique_ptr<RunObserver> makePrinter(CommandContext& context, std::string threadID,
@@ -274,6 +239,9 @@ std::unique_ptr<RunObserver> makePrinter(CommandContext& context, std::string th
   return printer;
 }
 
+namespace {
+
+/// Says who works where, how free, and how to go on with it later.
 void introduceRun(CommandContext& context, RunObserver& printer, const ThreadExecutionKey& key,
                   AgentProvider provider, const RunChoices& choices, std::size_t earlierEntries) {
   const auto mode = context.model().settings().permissionModeFor(choices);
@@ -295,9 +263,7 @@ void introduceRun(CommandContext& context, RunObserver& printer, const ThreadExe
        .resumeCommand = context.console.asTyped(fmt::format("vantrell run {}--task", options))});
 }
 
-namespace {
-
-/// One turn from the opened program to its end. Lives in the context.
+/// One turn, or several side by side, from the opened program to the end. Lives in the context.
 class Run : public std::enable_shared_from_this<Run> {
  public:
   Run(CommandContext& context, RunPlan plan, RunVariant variant, std::function<void(int)> ended)
@@ -305,13 +271,16 @@ class Run : public std::enable_shared_from_this<Run> {
         plan_(std::move(plan)),
         variant_(std::move(variant)),
         ended_(std::move(ended)),
-        choices_(runChoicesOf(plan_)) {}
+        choices_(plan_.choices) {
+    const bool isPractice = choices_.practiceAgent && variant_.providers.empty();
+    if (isPractice) choices_.provider = AgentProvider::local;
+  }
 
   void begin() {
-    context_.confirmFullAccess(plan_.mode == GrokPermissionMode::fullAccess, [this] {
+    context_.confirmFullAccess(choices_.permissionMode == GrokPermissionMode::fullAccess, [this] {
       context_.open({}, [this](VantrellApp& app) {
         context_.acceptCommands();
-        if (const auto failure = findProvider(app)) context_.finish(std::unexpected(*failure));
+        findProvider(app);
       });
     });
   }
@@ -319,43 +288,43 @@ class Run : public std::enable_shared_from_this<Run> {
  private:
   AppModel& model() { return context_.model(); }
 
-  std::optional<UsageError> findProvider(VantrellApp& app) {
+  void findProvider(const VantrellApp& app) {
     const auto task = existingTask(model(), plan_);
-    if (!task) return task.error();
+    if (!task) return context_.misused(task.error());
     task_ = *task;
-    if (plan_.executable && !choices_.provider) {
+    if (!variant_.providers.empty()) return checkAll(app, 0);
+    if (choices_.executable && !choices_.provider) {
       const ChatThread* thread = task_ ? model().tree().thread(*task_) : nullptr;
       if (!thread || !thread->lastProvider) {
-        return UsageError{
+        return context_.misused(
             "This task has no runs yet. Say whose program --executable names with --provider, as "
-            "in --provider kimi."};
+            "in --provider kimi.");
       }
       choices_.provider = thread->lastProvider;
     }
-    if (const auto chosen = choices_.provider) {
-      whetherAvailable(context_, app, *chosen, task_, choices_, [=, this, &app](bool isReady) {
-        isReady ? start(*chosen) : context_.finish(usageError(whatToDoFor(app, *chosen)));
-      });
-      return std::nullopt;
+    const auto chosen = choices_.provider;
+    if (!chosen) {
+      const auto take = [this, &app](const std::optional<AgentProvider>& found) {
+        found ? start(*found) : context_.misused(noProvider(app));
+      };
+      return context_.providers().nextProvider(task_, context_.whileAlive(take));
     }
-    probe([this, &app] {
-      context_.withUserPath(
-          model().runtimes(), [this] { return expected().has_value(); },
-          [this, &app] {
-            probe([this, &app] {
-              const auto found = expected();
-              found ? start(*found) : context_.finish(usageError(noProvider(app)));
-            });
-          });
-    });
-    return std::nullopt;
+    const auto take = [this, &app, chosen](bool isReady) {
+      isReady ? start(*chosen) : context_.misused(whatToDoFor(app, *chosen));
+    };
+    context_.providers().whetherAvailable(*chosen, task_, choices_, context_.whileAlive(take));
   }
 
-  void probe(std::function<void()> then) {
-    model().router().probeForNextTurn({}, task_, context_.whileAlive(std::move(then)));
+  /// Goes on once these and those after them are known to be available.
+  void checkAll(const VantrellApp& app, std::size_t place) {
+    if (place == variant_.providers.size()) return start(variant_.providers.front());
+    const auto provider = variant_.providers[place];
+    const auto goOn = [=, this, &app](bool isReady) {
+      if (isReady) return checkAll(app, place + 1);
+      context_.misused(whatToDoFor(app, provider) + " Nothing was changed.");
+    };
+    context_.providers().whetherAvailable(provider, {}, choices_, context_.whileAlive(goOn));
   }
-
-  std::optional<AgentProvider> expected() { return model().router().expectedProvider({}, task_); }
 
   std::string noProvider(const VantrellApp& app) {
     const auto route = model().settings().routingMode();
@@ -369,73 +338,88 @@ class Run : public std::enable_shared_from_this<Run> {
 
   void start(AgentProvider provider) {
     if (context_.hasFinished()) return;  // stopped meanwhile
-    if (!variant_.conversation || !task_) return driveOrFinish(provider);
+    if (!variant_.conversations || !task_) return drive(provider);
     // A branch is made out of what the task says, and a long one takes time to read.
     model().branches().whenRead(*task_, weakly(this, [provider](Run& self, const auto& present) {
       self.task_ = present;
-      self.driveOrFinish(provider);
+      if (!self.context_.hasFinished()) self.drive(provider);
     }));
   }
 
-  void driveOrFinish(AgentProvider provider) {
-    if (context_.hasFinished()) return;
-    if (const auto failure = drive(provider)) context_.finish(std::unexpected(*failure));
-  }
-
-  UsageError drivenElsewhere() const {
-    return UsageError{fmt::format(
-        "Another terminal works on this task. To add a prompt for later: vantrell queue "
-        "add {} \"...\"",
-        shortID(task_->threadID))};
-  }
-
-  std::optional<UsageError> drive(AgentProvider provider) {
+  void drive(AgentProvider provider) {
     const bool isDriven = task_ && model().executions().choicesFor(*task_).isDriven;
-    if (isDriven && !variant_.conversation) return drivenElsewhere();
+    const auto drivenElsewhere = [this] {
+      context_.misused(
+          fmt::format("Another terminal works on this task. To add a prompt for later: vantrell "
+                      "queue add {} \"...\"",
+                      shortID(task_->threadID)));
+    };
+    if (isDriven && !variant_.conversations) return drivenElsewhere();
     const auto opened = openTask(model(), plan_, provider);
-    if (!opened) return opened.error();
-    auto conversation = opened;
-    if (variant_.conversation) {
-      conversation = variant_.conversation(model(), *opened, plan_.prompt);
+    if (!opened) return context_.misused(opened.error());
+    const auto keys = variant_.conversations ? variant_.conversations(model(), *opened)
+                                             : RunVariant::Conversations({*opened});
+    if (!keys) return context_.finish(keys.error());
+    if (isDriven && keys->front() == *opened) return drivenElsewhere();
+    const bool areSeveral = keys->size() > 1;
+    std::vector<std::unique_ptr<Job>> jobs;
+    for (const auto& key : *keys) {
+      model().controls().chooseForTurns(key, choices_);
+      auto job = jobFor(key, areSeveral ? *model().tree().thread(key)->preferredProvider : provider,
+                        key != *opened, areSeveral);
+      jobs.push_back(std::move(job));
     }
-    if (!conversation) return conversation.error();
-    const auto key = *conversation;
-    if (isDriven && key == *opened) return drivenElsewhere();
-    model().controls().chooseForTurns(key, choices_);
-    printer_ = makePrinter(context_, "",
-                           [this](std::string_view bytes) { context_.console.write(bytes); });
-    auto job = std::make_unique<ConversationJob>(context_, key, *printer_, [this, key] {
+    const bool hearsPrompts =
+        !areSeveral && context_.answers().isTerminal() && context_.console.isOutputTerminal();
+    Session::begin(context_, std::move(jobs),
+                   {.answerKind = plan_.answer, .hearsPrompts = hearsPrompts},
+                   [this, keys = *keys](int status) {
+                     for (const auto& key : keys) model().controls().chooseForTurns(key, {});
+                     return ended_ ? ended_(status) : context_.finish(status);
+                   });
+  }
+
+  /// Of several, what the first does is shown as it comes, what the others do after it.
+  std::unique_ptr<Job> jobFor(const ThreadExecutionKey& key, AgentProvider provider, bool isNew,
+                              bool isOneOfSeveral) {
+    const bool isFirst = printers_.empty();
+    const std::string id = isOneOfSeveral ? key.threadID.text() : "";
+    const auto write = [this, isFirst](std::string_view bytes) {
+      const bool isShown = isFirst || firstHasEnded_ || context_.isJson();
+      isShown ? context_.console.write(bytes) : void(held_ += bytes);
+    };
+    RunObserver& printer = *printers_.emplace_back(makePrinter(context_, id, write));
+    auto job = std::make_unique<ConversationJob>(context_, key, printer, [this, key] {
       return variant_.start ? variant_.start(model(), key)
                             : model().composer().send(plan_.prompt, plan_.attachments, key);
     });
-    const auto introduce = [this, key, provider](std::size_t newEntries) {
-      introduceRun(context_, *printer_, key, provider, choices_,
-                   model().tree().thread(key)->entries.size() - newEntries);
+    job->threadID = id;
+    if (isOneOfSeveral) job->name = shortNameOf(provider, choices_);
+    if (isFirst) {
+      job->whenTold = [this] {
+        firstHasEnded_ = true;
+        context_.console.write(held_.empty() ? "" : "\n" + std::exchange(held_, {}));
+      };
+    }
+    const auto introduce = [=, this, &printer](std::size_t earlierEntries) {
+      introduceRun(context_, printer, key, provider, choices_, earlierEntries);
     };
-    if (key == *opened) {
-      introduce(0);
+    if (!isNew) {
+      introduce(model().tree().thread(key)->entries.size());
     } else {
-      job->beforeFirstEntry = [this, introduce, key] {
-        introduce(1);
+      job->beforeFirstEntry = [this, introduce, key](std::size_t earlierEntries) {
+        introduce(earlierEntries);
         tellAboutWorktree(key);
       };
     }
-    const bool hearsPrompts =
-        context_.answers().isTerminal() && context_.console.isOutputTerminal();
-    std::vector<std::unique_ptr<Job>> jobs;
-    jobs.push_back(std::move(job));
-    Session::begin(context_, std::move(jobs),
-                   {.answerKind = plan_.answer, .hearsPrompts = hearsPrompts},
-                   [this, key](int status) {
-                     model().controls().chooseForTurns(key, {});
-                     return ended_ ? ended_(status) : context_.finish(status);
-                   });
-    return std::nullopt;
+    return job;
   }
 
   /// A new conversation may work elsewhere than its source.
   void tellAboutWorktree(const ThreadExecutionKey& key) {
-    for (const auto& note : model().safety().notes(key)) context_.complain(onOneLine(note));
+    for (const auto& note : model().safety().notes(key)) {
+      if (notesTold_.insert(note).second) context_.complain(onOneLine(note));
+    }
     if (const auto& why = model().branches().whyShared(key)) {
       context_.complain(
           fmt::format("It works in the project's own folder, not in a worktree. {}", *why));
@@ -448,7 +432,10 @@ class Run : public std::enable_shared_from_this<Run> {
   const std::function<void(int)> ended_;
   RunChoices choices_;
   std::optional<ThreadExecutionKey> task_;
-  std::unique_ptr<RunObserver> printer_;
+  std::vector<std::unique_ptr<RunObserver>> printers_;
+  bool firstHasEnded_ = false;
+  std::string held_;  // what the others have said until then
+  std::set<std::string> notesTold_;
 };
 
 }  // namespace

@@ -46,13 +46,9 @@ struct RunPlan {
   std::string folder;                  // absolute
   std::optional<std::string> project;  // as it was given
   std::optional<std::string> task;     // its ID, or the beginning of it
-  std::optional<AgentProvider> provider;
-  std::optional<std::string> executable;     // absolute; of the provider that was named
-  std::optional<std::string> practiceAgent;  // absolute, if it is asked for
-  std::optional<std::string> model, effort;
-  std::optional<GrokPermissionMode> mode;
-  std::optional<TaskWorkflowMode> workflow;
-  std::optional<std::string> answer;  // kind of option
+  RunChoices choices{.isDriven = true};
+  std::optional<std::string> model, effort;  // kept with the task
+  std::optional<std::string> answer;         // kind of option
   std::vector<ChatAttachment> attachments;
   std::string prompt;
 };
@@ -75,39 +71,33 @@ std::string practiceAgentPath(const CommandContext& context);
 
 /// How a run begins that is more than a prompt to its task.
 struct RunVariant {
-  /// The conversation in which it runs, made of the task and the prompt; unset: the task's own.
-  std::function<std::expected<ThreadExecutionKey, UsageError>(AppModel&, const ThreadExecutionKey&,
-                                                              const std::string& prompt)>
-      conversation;
-  /// Sends what it is about, unless that is under way already; unset: the prompt.
+  /// Each works in a conversation of its own, and all must be there; empty: the one that the plan
+  /// or the route names.
+  std::vector<AgentProvider> providers;
+  /// The conversations in which it runs, made of the task; unset: the task's own. The error is the
+  /// outcome of the command.
+  using Conversations = std::expected<std::vector<ThreadExecutionKey>, Outcome>;
+  std::function<Conversations(AppModel&, const ThreadExecutionKey& task)> conversations;
+  /// Sends what one is about; unset: the prompt.
   std::function<Result<>(AppModel&, const ThreadExecutionKey&)> start;
 };
+/// For `start`, where the making of the conversation has begun it.
+inline Result<> hasBegun(AppModel&, const ThreadExecutionKey&) {
+  return {};
+}
 /// Runs the turn, and calls back with its exit status; the default ends the command with it.
 void beginRun(CommandContext& context, RunPlan plan, RunVariant variant = {},
               std::function<void(int status)> ended = nullptr);
 
 // For the parts of it that other commands need as well.
 
-/// Selects the conversation that the plan names, else an untouched one in the plan's folder.
-/// Choices of the plan that belong to it are stored with it.
-std::expected<ThreadExecutionKey, UsageError> openTask(AppModel& model, const RunPlan& plan,
-                                                       AgentProvider provider);
-/// What the plan chooses for the turns that it drives.
-RunChoices runChoicesOf(const RunPlan& plan);
-/// Goes on with whether the provider can be used, for the task if there is one, once all that this
-/// depends on is known.
-void whetherAvailable(CommandContext& context, VantrellApp& app, AgentProvider provider,
-                      std::optional<ThreadExecutionKey> task, const RunChoices& choices,
-                      std::function<void(bool)> then);
-/// Why a provider cannot be used now, and what helps.
-std::string whatToDoFor(const VantrellApp& app, AgentProvider provider);
-
 /// What shows a run: a transcript for a person, or with --json events, which name the conversation
 /// if `threadID` is given.
 std::unique_ptr<RunObserver> makePrinter(CommandContext& context, std::string threadID,
                                          std::function<void(std::string_view)> write);
-/// Says who works where, how free, and how to go on with it later.
-void introduceRun(CommandContext& context, RunObserver& printer, const ThreadExecutionKey& key,
-                  AgentProvider provider, const RunChoices& choices, std::size_t earlierEntries);
+/// Why a provider cannot be used now, and what helps.
+std::string whatToDoFor(const VantrellApp& app, AgentProvider provider);
+/// What a provider is called where there is little room.
+std::string shortNameOf(AgentProvider provider, const RunChoices& choices);
 
 }  // namespace vantrell::shell

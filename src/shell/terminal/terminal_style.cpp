@@ -1,5 +1,6 @@
 #include "shell/terminal/terminal_style.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 
 namespace vantrell::shell {
@@ -16,8 +17,10 @@ TerminalStyle TerminalStyle::of(int descriptor, const Environment& environment) 
   return {descriptor, isLive};
 }
 
-terminal::Size TerminalStyle::size() const {
-  return terminal::size(descriptor_).value_or(terminal::Size{.columns = 80, .rows = 24});
+std::size_t TerminalStyle::columns() const {
+  if (!isLive_) return 1000;
+  const auto size = terminal::size(descriptor_);
+  return static_cast<std::size_t>(std::max((size ? size->columns : 80) - 1, 20));
 }
 
 std::string TerminalStyle::wrapped(std::string_view code, std::string_view text) const {

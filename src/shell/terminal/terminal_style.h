@@ -2,7 +2,6 @@
 // terminal and a user who set NO_COLOR get plain lines. Any thread.
 #pragma once
 
-#include <algorithm>
 #include <string>
 #include <string_view>
 
@@ -21,12 +20,10 @@ class TerminalStyle {
   static TerminalStyle of(int descriptor, const Environment& environment);
 
   bool isLive() const { return isLive_; }
-  /// The present size; 80 by 24 where there is none to ask for.
-  terminal::Size size() const;
-  /// The columns that lines are made for on a terminal of so many. The last one stays free, since
-  /// some terminals wrap when it is written; of a very narrow one the lines are wrapped.
-  static int usable(int columns) { return std::max(columns - 1, narrowest); }
-  static constexpr int narrowest = 20;
+  /// The columns that lines are made for. On a live terminal the last one stays free, since some
+  /// wrap when it is written, and a very narrow one wraps the lines; elsewhere they are as many as
+  /// anyone reads.
+  std::size_t columns() const;
 
   using Look = std::string (TerminalStyle::*)(std::string_view) const;
   // Each gives the text back unchanged when the style is plain.

@@ -9,10 +9,8 @@ namespace vantrell::shell {
 
 namespace {
 
-constexpr std::size_t gap = 2;  // columns
-constexpr std::size_t narrowest = 20;
-constexpr std::size_t leastOfAll = 5;    // of a column that is cut
-constexpr std::size_t unlimited = 1000;  // longer lines are not for reading
+constexpr std::size_t gap = 2;         // columns
+constexpr std::size_t leastOfAll = 5;  // of a column that is cut
 
 InlineText shownOf(const TableCell& cell, const TerminalStyle& style) {
   if (cell.mayHaveMarks && style.isLive()) return withoutMarks(cell.text);
@@ -20,12 +18,6 @@ InlineText shownOf(const TableCell& cell, const TerminalStyle& style) {
 }
 
 }  // namespace
-
-std::size_t columnsForTables(int descriptor) {
-  const auto size = terminal::size(descriptor);
-  if (!size || size->columns <= 0) return unlimited;
-  return std::max(static_cast<std::size_t>(size->columns), narrowest);
-}
 
 void TextTable::add(std::vector<TableCell> row) {
   row.resize(columns_.size());

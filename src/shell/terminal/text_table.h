@@ -51,7 +51,4 @@ class TextTable {
   std::vector<std::vector<TableCell>> rows_;
 };
 
-/// The columns to fill: those of the terminal, or for a pipe or file as many as are wanted.
-std::size_t columnsForTables(int descriptor);
-
 }  // namespace vantrell::shell

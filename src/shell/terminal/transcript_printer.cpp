@@ -17,7 +17,6 @@ using views::Progress;
 constexpr std::size_t promptLinesShown = 6;
 constexpr std::size_t systemLinesShown = 40;
 constexpr std::size_t hookLinesShown = 12;
-constexpr std::size_t columnsOfFiles = 1000;  // lines of tools and plans are cut to them
 constexpr std::string_view stoppedText = "Stopped by you.";
 /// What the record of a tool call says when an update came without a title.
 constexpr std::string_view namelessTool = "Using a tool";
@@ -62,12 +61,7 @@ void TranscriptPrinter::showText(std::string_view text) {
 
 void TranscriptPrinter::endText() {
   const auto last = answers_.find(answerID_);
-  if (last != answers_.end()) showText(last->second.stream.finish(columns()));
-}
-
-std::size_t TranscriptPrinter::columns() const {
-  if (!style_.isLive()) return columnsOfFiles;
-  return static_cast<std::size_t>(TerminalStyle::usable(style_.size().columns));
+  if (last != answers_.end()) showText(last->second.stream.finish(style_.columns()));
 }
 
 std::vector<std::string> TranscriptPrinter::linesOf(std::string_view text, std::size_t most) const {
@@ -134,7 +128,7 @@ void TranscriptPrinter::textAdded(const ChatEntry& entry, std::string_view text)
                            isThought ? AnswerStream::Kind::thought : AnswerStream::Kind::answer);
   Answer& answer = answers_.try_emplace(entry.id, fresh).first->second;
   answer.taken = entry.text.size();
-  showText(answer.stream.append(text, columns()));
+  showText(answer.stream.append(text, style_.columns()));
 }
 
 void TranscriptPrinter::showUser(const ChatEntry& entry) {
@@ -162,7 +156,7 @@ void TranscriptPrinter::showTool(const ChatEntry& entry) {
   const auto row = views::toolRow(entry);
   const bool hasFailed = row.progress == Progress::failed;
   const std::string word = hasFailed ? fmt::format(" ({})", row.status) : std::string();
-  const std::size_t room = columns() - std::min(columns(), word.size() + 2);
+  const std::size_t room = style_.columns() - std::min(style_.columns(), word.size() + 2);
   const std::string shown =
       coloured(fmt::format("{} {}{}", views::sign(row.progress), cutTo(tool.title, room), word),
                row.progress, style_);
@@ -193,7 +187,7 @@ void TranscriptPrinter::planReplaced(const std::vector<PlanEntry>& plan) {
     if (!isNews) continue;
     const auto row = views::planRow(plan[i]);
     const std::string text =
-        fmt::format("  {} {}", views::sign(row.progress), cutTo(row.words, columns() - 4));
+        fmt::format("  {} {}", views::sign(row.progress), cutTo(row.words, style_.columns() - 4));
     lines.push_back(row.progress == Progress::pending ? text
                                                       : coloured(text, row.progress, style_));
   }

@@ -54,7 +54,6 @@ class TranscriptPrinter final : public RunObserver {
   void showUser(const ChatEntry& entry);
   void showTool(const ChatEntry& entry);
   void showOutcome(const RunRecord& run);
-  std::size_t columns() const;
   /// Sanitized, at most so many unless this is a review.
   std::vector<std::string> linesOf(std::string_view text, std::size_t most) const;
 

@@ -76,13 +76,13 @@ void practiceTour(CommandContext& context) {
   }
   RunPlan plan;
   plan.folder = folder;
-  plan.practiceAgent = practiceAgentPath(context);
-  if (!files::isExecutable(*plan.practiceAgent)) {
+  plan.choices.practiceAgent = practiceAgentPath(context);
+  if (!files::isExecutable(*plan.choices.practiceAgent)) {
     return context.misused(fmt::format("The practice agent is missing: {}. Build it with ./run.",
-                                       *plan.practiceAgent));
+                                       *plan.choices.practiceAgent));
   }
-  plan.mode = GrokPermissionMode::ask;
-  plan.workflow = TaskWorkflowMode::build;
+  plan.choices.permissionMode = GrokPermissionMode::ask;
+  plan.choices.workflowMode = TaskWorkflowMode::build;
   plan.prompt = tourPrompt;
   const bool asksThePerson =
       terminal::isTerminal(context.caller.input) && context.console.isOutputTerminal();
