@@ -2,6 +2,7 @@
 
 #include "engine/core/settings.h"
 #include "remote/host/remote_host_server.h"
+#include "updates/update_controller.h"
 
 namespace vantrell {
 
@@ -17,8 +18,20 @@ std::string relayDetail(const RemoteRelayState& relay) {
   return {};
 }
 
-DoctorSources doctorSources(const Settings& settings) {
+std::vector<Url> feedsToCheck(const UpdateController& updates) {
+  const auto feed = updates.validatedFeedURL();
+  if (!feed) return {};
+  std::vector<Url> feeds{*feed};
+  const auto server = feed->text().substr(0, feed->text().find('/', feed->text().find("://") + 3));
+  if (const auto manifest = Url::parse(server + "/android/manifest.json")) {
+    feeds.push_back(*manifest);
+  }
+  return feeds;
+}
+
+DoctorSources doctorSources(const Settings& settings, const UpdateController& updates) {
   DoctorSources sources;
+  sources.feeds = [&updates] { return feedsToCheck(updates); };
   sources.remote = [&settings] {
     return DoctorRemote{.isEnabled = settings.isRemoteHostEnabled(),
                         .hostDetail = RemoteHostState{}.label(),

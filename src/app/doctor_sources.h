@@ -9,11 +9,16 @@
 namespace vantrell {
 
 class Settings;
+class UpdateController;
 
 /// The relay's state in a few words: "Reconnecting…", or the state's own sentence if it has one.
 std::string relayDetail(const RemoteRelayState& relay);
 
-/// The settings must outlive it.
-DoctorSources doctorSources(const Settings& settings);
+/// The feed of updates, and beside it what tells phones about their application; nothing where no
+/// feed is set. On one server as a rule.
+std::vector<Url> feedsToCheck(const UpdateController& updates);
+
+/// Both must outlive it.
+DoctorSources doctorSources(const Settings& settings, const UpdateController& updates);
 
 }  // namespace vantrell

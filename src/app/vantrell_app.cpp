@@ -10,7 +10,9 @@
 #include "platform/process/login_shell.h"
 #include "platform/process/program_runner.h"
 #include "platform/storage/user_defaults.h"
+#include "platform/terminal/terminal.h"
 #include "runtimes/catalog/runtime_locator.h"
+#include "updates/update_module.h"
 
 namespace vantrell {
 
@@ -69,6 +71,7 @@ VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, UserState sta
 // What ends agents first: they need all the rest.
 VantrellApp::~VantrellApp() {
   doctor_.reset();
+  updates_.reset();
   gateway_.reset();
   model_.reset();
 }
@@ -93,6 +96,20 @@ GatewayModule& VantrellApp::gateway() {
   return *gateway_;
 }
 
+UpdateModule& VantrellApp::updates() {
+  if (!updates_) {
+    updates_ = std::make_unique<UpdateModule>(
+        UpdateModule::Dependencies{.main = main_,
+                                   .changes = model_->changes(),
+                                   .pool = pool_,
+                                   .http = services_.http(),
+                                   .defaults = *state_.defaults,
+                                   .preparation = model_->updatePreparation(),
+                                   .programFolder = terminal::programFolder()});
+  }
+  return *updates_;
+}
+
 Doctor& VantrellApp::doctor() {
   if (!doctor_) {
     doctor_ = std::make_shared<Doctor>(Doctor::Dependencies{.main = main_,
@@ -104,7 +121,7 @@ Doctor& VantrellApp::doctor() {
                                                             .router = model_->router(),
                                                             .git = model_->git(),
                                                             .models = model_->catalog()},
-                                       doctorSources(model_->settings()));
+                                       doctorSources(model_->settings(), *updates().controller));
   }
   return *doctor_;
 }

@@ -21,6 +21,7 @@ namespace vantrell {
 class Doctor;
 struct GatewayModule;
 class LocalProjectServices;
+struct UpdateModule;
 
 struct VantrellOptions {
   /// Whether the start asks every runtime about itself, for a front end that shows the answers.
@@ -66,6 +67,8 @@ class VantrellApp {
   /// start() is called.
   GatewayModule& gateway();
 
+  /// Updates of the program, made at the first use, which removes what the last one has left.
+  UpdateModule& updates();
   /// The connection doctor, made at the first use.
   Doctor& doctor();
 
@@ -90,6 +93,7 @@ class VantrellApp {
   EngineEvents noEvents_;
   std::unique_ptr<AppModel> model_;
   std::unique_ptr<GatewayModule> gateway_;
+  std::unique_ptr<UpdateModule> updates_;
   std::shared_ptr<Doctor> doctor_;
   std::optional<std::string> notice_;
 };
