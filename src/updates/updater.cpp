@@ -226,7 +226,7 @@ void Updater::downloadEnded(const std::shared_ptr<Download>& download,
     const auto kind = answer.error().kind;
     const bool isLost =
         kind == HttpError::Kind::connectionLost || kind == HttpError::Kind::timedOut;
-    if (isLost && download->hasBegun && attempts_ < mostAttempts) return openDownload();
+    if (isLost && attempts_ < mostAttempts) return openDownload();
     return fail("The archive could not be downloaded. " + answer.error().description);
   }
   if (answer->status == 200 || answer->status == 206) return extract();
