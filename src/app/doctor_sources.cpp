@@ -3,6 +3,7 @@
 #include "engine/core/settings.h"
 #include "fleet/fleet.h"
 #include "remote/host/remote_host_server.h"
+#include "updates/update_controller.h"
 
 namespace vantrell {
 
@@ -18,19 +19,31 @@ std::string relayDetail(const RemoteRelayState& relay) {
   return {};
 }
 
-DoctorSources doctorSources(const Settings& settings, std::function<Fleet&()> fleet) {
+std::vector<Url> feedsToCheck(const UpdateController& updates) {
+  const auto feed = updates.validatedFeedURL();
+  if (!feed) return {};
+  std::vector<Url> feeds{*feed};
+  const auto server = feed->text().substr(0, feed->text().find('/', feed->text().find("://") + 3));
+  if (const auto manifest = Url::parse(server + "/android/manifest.json")) {
+    feeds.push_back(*manifest);
+  }
+  return feeds;
+}
+
+DoctorSources doctorSources(const DoctorFeatures& features) {
   DoctorSources sources;
-  sources.remote = [&settings] {
+  sources.feeds = [&updates = features.updates] { return feedsToCheck(updates); };
+  sources.remote = [&settings = features.settings] {
     return DoctorRemote{.isEnabled = settings.isRemoteHostEnabled(),
                         .hostDetail = RemoteHostState{}.label(),
                         .relayDetail = relayDetail({})};
   };
-  sources.fleet = [fleet] {
+  sources.fleet = [fleet = features.fleet] {
     auto hosts = fleet().fleetHosts();
     std::erase_if(hosts, [](const FleetHost& host) { return host.isThisMachine(); });
     return hosts;
   };
-  sources.refreshFleet = [fleet] { fleet().refreshFleet(); };
+  sources.refreshFleet = [fleet = features.fleet] { fleet().refreshFleet(); };
   return sources;
 }
 

@@ -11,11 +11,21 @@ namespace vantrell {
 
 class Fleet;
 class Settings;
+class UpdateController;
 
 /// The relay's state in a few words: "Reconnecting…", or the state's own sentence if it has one.
 std::string relayDetail(const RemoteRelayState& relay);
 
-/// What is given must outlive it; the fleet is asked for when it is needed.
-DoctorSources doctorSources(const Settings& settings, std::function<Fleet&()> fleet);
+/// The feed of updates, and beside it what tells phones about their application; nothing where no
+/// feed is set. On one server as a rule.
+std::vector<Url> feedsToCheck(const UpdateController& updates);
+
+/// What the doctor asks. What is given must outlive it; what is a function is made at its first use.
+struct DoctorFeatures {
+  const Settings& settings;
+  const UpdateController& updates;
+  std::function<Fleet&()> fleet;
+};
+DoctorSources doctorSources(const DoctorFeatures& features);
 
 }  // namespace vantrell

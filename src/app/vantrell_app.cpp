@@ -11,7 +11,9 @@
 #include "platform/process/login_shell.h"
 #include "platform/process/program_runner.h"
 #include "platform/storage/user_defaults.h"
+#include "platform/terminal/terminal.h"
 #include "runtimes/catalog/runtime_locator.h"
+#include "updates/update_module.h"
 
 namespace vantrell {
 
@@ -70,6 +72,7 @@ VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, UserState sta
 // What ends agents first: they need all the rest.
 VantrellApp::~VantrellApp() {
   doctor_.reset();
+  updates_.reset();
   gateway_.reset();
   fleet_.reset();
   model_.reset();
@@ -115,6 +118,20 @@ FleetModule& VantrellApp::fleet() {
   return *fleet_;
 }
 
+UpdateModule& VantrellApp::updates() {
+  if (!updates_) {
+    updates_ = std::make_unique<UpdateModule>(
+        UpdateModule::Dependencies{.main = main_,
+                                   .changes = model_->changes(),
+                                   .pool = pool_,
+                                   .http = services_.http(),
+                                   .defaults = *state_.defaults,
+                                   .preparation = model_->updatePreparation(),
+                                   .programFolder = terminal::programFolder()});
+  }
+  return *updates_;
+}
+
 Doctor& VantrellApp::doctor() {
   if (!doctor_) {
     doctor_ = std::make_shared<Doctor>(
@@ -127,7 +144,9 @@ Doctor& VantrellApp::doctor() {
                              .router = model_->router(),
                              .git = model_->git(),
                              .models = model_->catalog()},
-        doctorSources(model_->settings(), [this]() -> Fleet& { return *fleet().fleet; }));
+        doctorSources({.settings = model_->settings(),
+                       .updates = *updates().controller,
+                       .fleet = [this]() -> Fleet& { return *fleet().fleet; }}));
   }
   return *doctor_;
 }

@@ -22,6 +22,7 @@ class Doctor;
 struct FleetModule;
 struct GatewayModule;
 class LocalProjectServices;
+struct UpdateModule;
 
 struct VantrellOptions {
   /// Whether the start asks every runtime about itself, for a front end that shows the answers.
@@ -70,6 +71,8 @@ class VantrellApp {
   /// each refreshFleet().
   FleetModule& fleet();
 
+  /// Updates of the program, made at the first use, which removes what the last one has left.
+  UpdateModule& updates();
   /// The connection doctor, made at the first use.
   Doctor& doctor();
 
@@ -94,6 +97,7 @@ class VantrellApp {
   EngineEvents noEvents_;
   std::unique_ptr<AppModel> model_;
   std::unique_ptr<GatewayModule> gateway_;
+  std::unique_ptr<UpdateModule> updates_;
   std::shared_ptr<Doctor> doctor_;
   std::unique_ptr<FleetModule> fleet_;
   std::optional<std::string> notice_;

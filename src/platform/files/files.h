@@ -75,6 +75,9 @@ Result<> removeTree(const std::string& path);
 /// and the old one goes when the copy is complete. After a failure the old one is whole, or nothing
 /// of it is missing in the new one.
 Result<> move(const std::string& from, const std::string& to);
+/// Lets two files or folders of one volume change names in one step. After a failure both are as
+/// they were; a file system that cannot do it says so.
+Result<> exchange(const std::string& one, const std::string& other);
 /// Copies the content and the mode of a regular file to a name that must be free; a link is
 /// followed. Pipes and devices are refused: they could block forever. Durable when it returns;
 /// after a failure nothing is left at `to`. A stop is one, of a copy that has lost its purpose.

@@ -50,6 +50,15 @@ Result<std::string> quarantine(const std::string& path, Date date) {
   return aside;
 }
 
+Result<> exchange(const std::string& one, const std::string& other) {
+  if (renameat2(AT_FDCWD, one.c_str(), AT_FDCWD, other.c_str(), RENAME_EXCHANGE) != 0) {
+    return failure("exchange", one);
+  }
+  // Whichever of the two names a power loss leaves, it is whole.
+  static_cast<void>(syncFolderOf(one) && syncFolderOf(other));
+  return {};
+}
+
 Result<> move(const std::string& from, const std::string& to) {
   if (renameToFreeName(from, to)) {
     if (!syncFolderOf(to) || !syncFolderOf(from)) return failure("make durable", to);

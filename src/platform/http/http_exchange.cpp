@@ -196,6 +196,7 @@ void HttpExchange::headIsComplete() {
 
 std::size_t HttpExchange::takeBody(std::string_view bytes) {
   lastActivity_ = steadyUptime();
+  if (request_.takeBody) return request_.takeBody(response_, bytes) ? bytes.size() : 0;
   const std::size_t room = request_.longestBody - response_.body.size();
   if (bytes.size() > room && request_.excess == HttpRequest::Excess::fail) {
     failure_ = {HttpError::Kind::tooLarge, fmt::format("{} sent more than the {} bytes allowed.",

@@ -62,6 +62,10 @@ struct HttpRequest {
   std::size_t longestBody = std::size_t{16} << 20;
   enum class Excess { fail, drop };
   Excess excess = Excess::fail;
+  /// Takes the bytes of the answer's body as they come, in place of the answer; the head is that of
+  /// the answer that they belong to. False ends the request with connectionLost. On the client's
+  /// own thread, where it holds up all other requests while it runs.
+  std::function<bool(const HttpResponse& head, std::string_view bytes)> takeBody = nullptr;
 };
 
 using HttpCompletion = std::move_only_function<void(std::expected<HttpResponse, HttpError>)>;

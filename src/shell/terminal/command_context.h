@@ -95,6 +95,10 @@ class CommandContext {
   Console console;
   /// The user would not wait for the end of what goes on.
   bool wasAbandoned = false;
+  /// A new version of the program lies in place of this one: main() sees, once this command has
+  /// ended, whether it starts, and makes it go on in place of this process if it is to.
+  enum class NewVersion { none, isInstalled, goesOn };
+  NewVersion newVersion = NewVersion::none;
 
   const std::string& word(std::size_t place) const { return arguments.words[place]; }
   bool isJson() const { return arguments.has(jsonOption.name); }

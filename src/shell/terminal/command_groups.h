@@ -22,6 +22,7 @@ std::span<const Command> serveCommands();     // serve
 std::span<const Command> gatewayCommands();   // gateway
 std::span<const Command> fleetCommands();     // fleet
 std::span<const Command> doctorCommands();    // doctor
+std::span<const Command> updateCommands();    // update
 
 /// In the order in which help lists them.
 std::vector<Command> allCommands();

@@ -12,6 +12,7 @@
 #include "records/values/application.h"
 #include "shell/terminal/begin_command.h"
 #include "shell/terminal/handed_commands.h"
+#include "shell/terminal/new_version.h"
 
 using namespace vantrell;
 using namespace vantrell::shell;
@@ -62,11 +63,17 @@ int main(int count, char** words) {
     }
   }
   int status = exitStatus::failed;
-  const auto context = beginCommand(loop, std::move(caller), std::move(invocation), [&](int ended) {
+  auto context = beginCommand(loop, std::move(caller), std::move(invocation), [&](int ended) {
     status = ended;
     loop.quit();
   });
   loop.run();
   Process::waitForAll(context->wasAbandoned ? whenAbandoned : endOfChildren);
+  if (const auto newVersion = context->newVersion; newVersion != CommandContext::NewVersion::none) {
+    const auto environment = context->caller.environment;
+    context.reset();
+    return startNewVersion(newVersion == CommandContext::NewVersion::goesOn, arguments, environment,
+                           status);
+  }
   return status;
 }

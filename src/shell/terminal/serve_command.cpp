@@ -15,6 +15,7 @@
 #include "platform/text/text.h"
 #include "shell/terminal/command_context.h"
 #include "shell/terminal/command_groups.h"
+#include "updates/update_module.h"
 
 namespace vantrell::shell {
 
@@ -82,6 +83,11 @@ void serveUntilStopped(CommandContext& context, int ready) {
       context.endOthers();
       context.finish(exitStatus::completed);
     }));
+    app.updates().relaunch = [&context] {
+      context.newVersion = CommandContext::NewVersion::goesOn;
+      context.endOthers();
+      context.finish(exitStatus::completed);
+    };
     tellReady(ready);
   });
 }
