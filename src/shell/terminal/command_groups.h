@@ -20,6 +20,7 @@ std::span<const Command> projectCommands();   // projects, context, hooks
 std::span<const Command> settingsCommands();  // settings
 std::span<const Command> serveCommands();     // serve
 std::span<const Command> gatewayCommands();   // gateway
+std::span<const Command> connectCommands();   // connect
 
 /// In the order in which help lists them.
 std::vector<Command> allCommands();

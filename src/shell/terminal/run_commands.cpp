@@ -165,13 +165,6 @@ constexpr Command queueCommands[] = {
 
 // ---- branch, retry ------------------------------------------------------------------------------
 
-std::expected<std::size_t, UsageError> latestPrompt(const ChatThread& task) {
-  for (std::size_t i = task.entries.size(); i > 0; --i) {
-    if (task.entries[i - 1].kind == ChatEntryKind::user) return i - 1;
-  }
-  return usageError("This task has no prompt yet.");
-}
-
 using Branch = std::expected<ThreadExecutionKey, UsageError>;
 
 /// A run in a branch of the task, which sends its prompt by itself.
