@@ -24,6 +24,12 @@ std::optional<Url> relayOfUser() {
   return text ? Url::parse(*text) : std::nullopt;
 }
 
+/// Callbacks are copied before they are called, since they may replace themselves.
+template <typename Callback, typename... Arguments>
+void call(Callback callback, const Arguments&... arguments) {
+  if (callback) callback(arguments...);
+}
+
 }  // namespace
 
 PairedHost::PairedHost(CommandContext& context,
@@ -120,7 +126,7 @@ void PairedHost::changed() {
   }
   wasConnected_ = isConnected;
   if (state.snapshot && state.snapshot != seen_) return snapshotCame();
-  if (onChange) onChange();
+  call(onChange);
 }
 
 void PairedHost::snapshotCame() {
@@ -128,7 +134,7 @@ void PairedHost::snapshotCame() {
   ++snapshotNumber_;
   limit_ = context_.main.after(patience, weakly(this, [](PairedHost& host) {
                                  host.isGivenUp_ = true;
-                                 if (host.onChange) host.onChange();
+                                 call(host.onChange);
                                }));
   if (std::exchange(mustCatchUp_, false)) {
     if (std::exchange(isLossTold_, false)) {
@@ -144,10 +150,10 @@ void PairedHost::snapshotCame() {
       each->isSent = model_->send(each->command);  // a host obeys each id once
       ++each;
     }
-    if (snapshotNumber_ > 1 && onReconnected) onReconnected();
+    if (snapshotNumber_ > 1) call(onReconnected);
   }
   if (!then_) {
-    if (onChange) onChange();
+    call(onChange);
     return;
   }
   if (snapshotNumber_ > 1) return goOn();
@@ -165,7 +171,7 @@ void PairedHost::goOn() {
 void PairedHost::received(const RemoteEnvelope& message) {
   if (context_.hasFinished()) return;
   const auto type = message.knownType();
-  if (type == Type::mediaChunk && onMedia) return onMedia(message);
+  if (type == Type::mediaChunk) return call(onMedia, message);
   if (type == Type::error) {
     // It bears no id, and comes before the confirmation of the command that it is about.
     const auto sent = std::ranges::find(pending_, true, &Pending::isSent);
