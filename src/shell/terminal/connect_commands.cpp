@@ -582,6 +582,7 @@ const std::vector<Command>& verbs() {
     constexpr auto say = [] { return std::string_view("say"); };
     constexpr auto queue = [] { return std::string_view("queue"); };
     auto queueOfHost = sameAs<runCommands, queue>();
+    queueOfHost.summary = "the prompts that wait in a task: remove, send";
     queueOfHost.subcommands = queueChanges;
     return std::vector<Command>{
         sameAs<taskListCommands, tasks>(),
