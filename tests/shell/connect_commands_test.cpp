@@ -1,4 +1,5 @@
 // `vantrell connect` in the built program, against a scripted host on this machine.
+#include <map>
 #include <set>
 
 #include "platform/crypto/crypto.h"
@@ -63,10 +64,10 @@ class ConnectCommands : public TerminalProgram {
     message.acknowledgesID = about.id;
     host_.send(message);
   }
-  void setRun(const std::string& status) {
+  void setRun(const std::string& status, const std::string& threadID = task) {
     snapshot_.activities = {{{.id = run_,
                               .workspaceID = hostProject,
-                              .threadID = task,
+                              .threadID = threadID,
                               .status = status,
                               .statusMessage = status}}};
   }
@@ -220,6 +221,66 @@ TEST_F(ConnectCommands, SendsFilesWithAPromptAndFetchesMedia) {
   EXPECT_EQ(code(connect({"media", item.substr(0, 8)})), 0);
   EXPECT_EQ(TemporaryFolder::contentOf(project + "/fox.png"), "abc");
   EXPECT_EQ(code(connect({"media", item})), 2) << "the file is there already";
+}
+
+TEST_F(ConnectCommands, SendsAFileAgainThatALostConnectionHasCut) {
+  pair();
+  std::map<std::string, std::string> uploads;  // by their ids
+  bool isFirst = true;
+  obey_ = [&](const RemoteEnvelope& message, Type type) {
+    if (type == Type::prompt) {
+      addPrompt(message);
+      setRun("completed");
+    } else if (type == Type::attachmentChunk) {
+      if (*message.chunkIndex == 1 && std::exchange(isFirst, false)) {
+        host_.hangUp();
+        return false;
+      }
+      auto& content = uploads[*message.mediaID];
+      content += *crypto::fromBase64(*message.data);
+      if (content.size() == 500'000) say(Type::attachmentReady, message, "a.txt");
+    }
+    return true;
+  };
+  const auto file = home.file("a.txt", std::string(500'000, 'x'));
+  const auto done = connect({"run", "--task", task, "--attach", file, "look"});
+  EXPECT_EQ(code(done), 0) << done->error;
+  EXPECT_EQ(uploads.size(), 2u);
+  EXPECT_EQ(obeyed(Type::prompt), 1);
+  EXPECT_TRUE(thread().entries.back().text.ends_with("\n- @a.txt"));
+}
+
+TEST_F(ConnectCommands, BranchesAndWorksAQueueOff) {
+  pair();
+  const auto queued = Uuid::random().text(), made = Uuid::random().text();
+  thread().queuedPrompts = {{.id = queued, .text = "later"}};
+  obey_ = [&](const RemoteEnvelope& message, Type type) {
+    if (type == Type::queueRunNext) {
+      thread().queuedPrompts.clear();
+      thread().entries.push_back({.id = queued, .kind = "user", .text = "later"});
+      setRun("completed");
+    } else if (type == Type::branchAndSend) {
+      EXPECT_EQ(message.entryID, "e1");
+      EXPECT_EQ(message.providerID, "claude");
+      snapshot_.workspaces[0].threads.push_back(
+          {.id = made, .title = "B", .entries = {{.id = "e1", .kind = "user", .text = "mend"}}});
+      auto& entries = snapshot_.workspaces[0].threads.back().entries;
+      entries.push_back({.id = "e2", .kind = "user", .text = *message.text});
+      setRun("failed", made);
+    }
+    return true;
+  };
+  const auto listed = connect({"queue", task});
+  EXPECT_TRUE(listed->output.contains("later")) << listed->output << listed->error;
+  const auto ran = connect({"queue", "run", task});
+  EXPECT_EQ(code(ran), 0) << ran->error;
+  EXPECT_TRUE(ran->output.contains("› later")) << ran->output;
+  EXPECT_EQ(code(connect({"queue", "run", task})), 2) << "it is empty";
+  const auto branched = connect({"branch", task, "--from", "e1", "--provider", "claude", "no, so"});
+  EXPECT_EQ(code(branched), 1) << "it failed there";
+  EXPECT_TRUE(branched->output.contains("› no, so")) << branched->output << branched->error;
+  EXPECT_TRUE(branched->output.contains("Going on after 1 earlier")) << branched->output;
+  EXPECT_TRUE(branched->output.contains(made.substr(0, 8))) << branched->output;
 }
 
 }  // namespace

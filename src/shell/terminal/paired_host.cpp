@@ -74,18 +74,20 @@ void PairedHost::begin(std::optional<std::string> linkOrCode) {
        .onMessage = weakly(
            this, [](PairedHost& host, const RemoteEnvelope& message) { host.received(message); })},
       !linkOrCode_);
-  limit_ = context_.main.after(connectLimit, weakly(this, [](PairedHost& host) {
-                                 const auto& state = host.model_->state().connectionState;
-                                 const std::string why =
-                                     state.kind == Kind::waitingForHost
-                                         ? "The relay answers, but the host is not connected to it."
-                                         : state.message;
-                                 host.context_.fail(
-                                     fmt::format("{} does not answer.{}{} If its access key has "
-                                                 "been changed, pair again: vantrell connect "
-                                                 "LINK",
-                                                 host.name(), why.empty() ? "" : " ", why));
-                               }));
+  limit_ = context_.main.after(
+      connectLimit, weakly(this, [](PairedHost& host) {
+        const auto& state = host.model_->state().connectionState;
+        const std::string why = state.kind == Kind::waitingForHost
+                                    ? "The relay answers, but the host is not connected to it."
+                                    : state.message;
+        // A key that has been changed looks like a connection that ends at once.
+        const std::string_view advice =
+            host.linkOrCode_
+                ? "The pairing is stored; the next command tries again."
+                : "If its access key has been changed, pair again: vantrell connect LINK";
+        host.context_.fail(fmt::format("{} does not answer.{}{} {}", host.name(),
+                                       why.empty() ? "" : " ", why, advice));
+      }));
   if (!linkOrCode_) return;
   model_->setPairingInput(*linkOrCode_);
   model_->connect();
