@@ -20,6 +20,7 @@ import edge_cases  # adds its cases, as do the next ones
 import ending_cases
 import gateway_caller_cases
 import git_cases
+import remote_cases
 import serve_cases
 import turn_cases
 from cases import CASES

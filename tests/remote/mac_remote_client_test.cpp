@@ -172,7 +172,15 @@ TEST_F(MacRemoteClientTest, SaysWhyThereIsNoRoad) {
 
 TEST_F(MacRemoteClientTest, ARelayThatFailsIsTriedAgain) {
   const auto wrongKey = *RemoteCrypto(std::string(32, 'w')).seal("{}");
+  const auto frame = *RemoteCrypto(key).seal(encode(RemoteEnvelope::make(Type::ack)));
+  const auto genuine = frame.substr(RemoteCrypto::prefixSize);
+  auto changed = genuine;
+  changed[20] ^= 1;
   const std::pair<std::function<void()>, std::string> failures[] = {
+      {[&] { relay_.sendBytes(genuine.substr(0, genuine.size() - 1)); }, ""},
+      {[&] { relay_.sendBytes(changed); }, ""},
+      {[&] { relay_.sendBytes(frame); }, ""},
+      {[&] { relay_.sendBytes(genuine.substr(0, 28)); }, ""},
       {[&] { relay_.say(R"({"type":"error","message":"Too many."})"); }, "Too many."},
       {[&] { relay_.say(R"({"type":"error"})"); }, "The relay rejected the connection."},
       {[&] { relay_.say("hello"); }, "The relay's message cannot be read."},

@@ -11,6 +11,7 @@
 #include "platform/queues/weakly.h"
 #include "platform/text/text.h"
 #include "remote/client/remote_pairing_store.h"
+#include "remote/client/remote_records.h"
 #include "views/attachments.h"
 
 namespace vantrell {
@@ -52,30 +53,6 @@ template <typename Record>
 const Record* withID(const std::vector<Record>& records, const std::optional<std::string>& id) {
   const auto found = id ? std::ranges::find(records, *id, &Record::id) : records.end();
   return found == records.end() ? nullptr : &*found;
-}
-
-std::optional<ChatEntry> localEntry(const RemoteChatEntry& entry) {
-  const auto kind = fromRawText<ChatEntryKind>(entry.kind);
-  if (!kind) return std::nullopt;
-  ChatEntry local{.id = entry.id,
-                  .kind = *kind,
-                  .text = entry.text,
-                  .title = entry.title,
-                  .status = entry.status,
-                  .provider = std::nullopt,
-                  .attachments = {},
-                  .createdAt = Date::sinceUnixEpoch(entry.createdAt)};
-  if (entry.provider) local.provider = fromRawText<AgentProvider>(*entry.provider);
-  if (!entry.attachments) return local;
-  for (const auto& each : *entry.attachments) {
-    const auto id = Uuid::parse(each.id);
-    if (!id) continue;
-    const auto attachmentKind = fromRawText<ChatAttachmentKind>(each.kind);
-    local.attachments.push_back({*id, each.displayName, each.path,
-                                 attachmentKind.value_or(ChatAttachmentKind::file),
-                                 each.contentType, each.byteCount});
-  }
-  return local;
 }
 
 std::string draftKey(const std::string& host, const std::string& workspaceID,
@@ -124,7 +101,9 @@ void MacRemoteModel::begin(bool autoConnect) {
   });
   dependencies_.store.load(
       weakly(this, [autoConnect](MacRemoteModel& model, const std::optional<std::string>& link) {
-        if (!link || !model.state_.pairingInput.empty()) return;  // the user was faster
+        model.state_.isStoredPairingRead = true;
+        // Else the user was faster.
+        if (!link || !model.state_.pairingInput.empty()) return model.changed();
         model.state_.pairingInput = *link;
         const auto pairing = MacRemotePairing::parse(*link);
         if (pairing) model.state_.pairingName = pairing->name;
@@ -316,7 +295,7 @@ std::vector<ChatEntry> MacRemoteModel::entries() const {
   const auto* const thread = selectedThread();
   if (!thread) return entries;
   for (const auto& each : thread->entries) {
-    if (auto entry = localEntry(each)) entries.push_back(std::move(*entry));
+    if (auto entry = recordOf(each)) entries.push_back(std::move(*entry));
   }
   return entries;
 }

@@ -64,6 +64,7 @@ class MacRemoteModel : public std::enable_shared_from_this<MacRemoteModel> {
     MacRemoteConnectionState connectionState;
     std::string pairingInput;  // as typed; the full link once it has been read
     std::string pairingName = "Host Mac";
+    bool isStoredPairingRead = false;                // if there was one, it is the pairing input
     std::shared_ptr<const RemoteSnapshot> snapshot;  // the last one; null before
     std::optional<std::string> selectedWorkspaceID;
     std::optional<std::string> selectedThreadID;

@@ -1,7 +1,7 @@
 // A host's connection to the relay, over which clients reach it from the internet. It connects
 // again after every failure for as long as it runs. The relay passes sealed messages on unread and
-// is not trusted with anything else, except that it gets the pairing link where there is one, which
-// holds the key: it must give the link to whoever types the short code.
+// is not trusted with anything else, with one exception: to issue a short code it needs the pairing
+// link, which holds the key, because it gives that link to the client that sends the code.
 //
 // Operations on the main queue unless they say otherwise. What comes is handed out through the
 // owner's mailbox; while that is full, nothing is read.

@@ -21,8 +21,8 @@
 
 namespace vantrell {
 
-/// Opens a sealed body and reads the message in it. For bodies that come without a prefix, as a
-/// relay's binary messages do.
+/// Decrypts a body and reads the message in it. The binary messages of a relay are such bodies:
+/// they have no length prefix.
 std::expected<RemoteEnvelope, RemoteFailure> openEnvelope(RemoteCrypto& crypto,
                                                           std::string_view body);
 

@@ -191,6 +191,7 @@ std::expected<WorkspaceStore::Peek, std::string> CommandContext::stored() const 
 }
 
 void CommandContext::view(const std::function<Outcome(const StateView&)>& look) {
+  if (elsewhere_) return finish(look({.workspaces = *elsewhere_, .now = main.now()}));
   const auto seen = stored();
   if (!seen) return fail(seen.error());
   const auto outcome = look({.workspaces = seen->workspaces, .now = main.now()});

@@ -182,6 +182,8 @@ class CommandContext {
   /// What is stored, whichever process works on it. Takes no lock and changes nothing. The error is
   /// a sentence.
   std::expected<WorkspaceStore::Peek, std::string> stored() const;
+  /// What the next three calls look at in place of what is stored: another host's conversations.
+  void lookAt(std::vector<Workspace> conversations) { elsewhere_ = std::move(conversations); }
   /// Looks at the conversations and ends with what `look` returns.
   void view(const std::function<Outcome(const StateView&)>& look);
   /// The same at the task that the first word names.
@@ -250,6 +252,7 @@ class CommandContext {
   std::unique_ptr<VantrellApp> app_;
   std::unique_ptr<OtherCommands> others_;
   std::shared_ptr<void> signals_;  // while it waits for them
+  std::optional<std::vector<Workspace>> elsewhere_;
   bool isOpen_ = false;
   bool endsOthers_ = false;
   Changes::Observation notices_;

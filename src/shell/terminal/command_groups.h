@@ -23,6 +23,7 @@ std::span<const Command> gatewayCommands();   // gateway
 std::span<const Command> fleetCommands();     // fleet
 std::span<const Command> doctorCommands();    // doctor
 std::span<const Command> updateCommands();    // update
+std::span<const Command> connectCommands();   // connect
 
 /// In the order in which help lists them.
 std::vector<Command> allCommands();

@@ -159,12 +159,6 @@ constexpr Command queueCommands[] = {
 
 // ---- branch, retry ------------------------------------------------------------------------------
 
-std::expected<std::size_t, UsageError> latestPrompt(const ChatThread& task) {
-  for (std::size_t i = task.entries.size(); i > 0; --i) {
-    if (task.entries[i - 1].kind == ChatEntryKind::user) return i - 1;
-  }
-  return usageError("This task has no prompt yet.");
-}
 
 /// A run in a branch of the task, which sends its prompt by itself.
 void runBranch(CommandContext& context, bool takesPrompt,

@@ -30,13 +30,15 @@ std::string permissionText(const PermissionRequest& request, const TerminalStyle
 
 }  // namespace
 
-void Session::begin(CommandContext& context, std::vector<std::unique_ptr<Job>> jobs,
-                    Options options, std::function<void(int)> ended) {
+std::weak_ptr<Session> Session::begin(CommandContext& context,
+                                      std::vector<std::unique_ptr<Job>> jobs, Options options,
+                                      std::function<void(int)> ended) {
   const std::shared_ptr<Session> session(
       new Session(context, std::move(jobs), std::move(options), std::move(ended)));
   context.keep(session);
-  context.acceptCommands();
+  if (!session->options_.isElsewhere) context.acceptCommands();
   session->begin();
+  return session;
 }
 
 Session::Session(CommandContext& context, std::vector<std::unique_ptr<Job>> jobs, Options options,
@@ -46,6 +48,7 @@ Session::Session(CommandContext& context, std::vector<std::unique_ptr<Job>> jobs
       isTyped_(context.answers().isTerminal() && !options_.answerKind),
       whenEnded_(std::move(ended)) {
   for (auto& job : jobs) jobs_.push_back({.job = std::move(job), .question = nullptr});
+  if (options_.isElsewhere) return;
   observation_ =
       context.model().changes().observe([this](const ChangeBatch& batch) { changed(batch); });
 }
@@ -233,16 +236,21 @@ void Session::answer(const PermissionOption* option) {
                                                  said ? onOneLine(said->name) : "Refused")) +
                            "\n");
   }
-  const auto& settings = context_.model().settings();
-  const auto mode = settings.permissionMode();
+  const auto mode = permissionMode();
   const bool isPersons = option && isTyped_;
   const auto taken = job.answer(
       *held, option, isPersons ? Approvals::Answerer::person : Approvals::Answerer::standingOrder);
   if (!taken) context_.complain(taken.error().sentence);
-  if (settings.permissionMode() == mode) return;
+  if (permissionMode() == mode) return;
   context_.complain(
       "With this answer Full Access is on, for later runs as well. To have agents ask again: "
       "vantrell settings mode ask");
+}
+
+/// nullopt where another computer has it.
+std::optional<GrokPermissionMode> Session::permissionMode() const {
+  if (options_.isElsewhere) return std::nullopt;
+  return context_.model().settings().permissionMode();
 }
 
 void Session::complain(std::string_view text) {
@@ -290,12 +298,13 @@ void Session::end() {
     if (!each.hasEnded) each.job->conclude();
   }
   // A process of its own ends all; where others work as well, each ends its own.
-  if (!context_.sharesState()) context_.model().endAllWork();
+  const bool isHere = !options_.isElsewhere;
+  if (isHere && !context_.sharesState()) context_.model().endAllWork();
   for (auto& each : jobs_) {
     each.job->setReceiving(true);
     each.job->endWork();
   }
-  context_.model().changes().deliver();
+  if (isHere) context_.model().changes().deliver();
   observation_ = {};
   for (auto& each : jobs_) {
     if (!each.hasEnded) each.job->tellEnd();

@@ -60,10 +60,16 @@ class Session : public std::enable_shared_from_this<Session> {
     std::optional<std::string> answerKind;
     /// The user may type further prompts. Not where a pager reads the same keyboard.
     bool hearsPrompts = false;
+    /// The jobs are done on another computer: no state of this one is opened.
+    bool isElsewhere = false;
   };
-  /// Runs until everything rests, then calls back with the exit status. Kept by the context.
-  static void begin(CommandContext& context, std::vector<std::unique_ptr<Job>> jobs,
-                    Options options, std::function<void(int status)> ended);
+  /// Runs until everything rests, then calls back with the exit status. Kept by the context; what
+  /// is returned is for those who report changes of jobs elsewhere.
+  static std::weak_ptr<Session> begin(CommandContext& context,
+                                      std::vector<std::unique_ptr<Job>> jobs, Options options,
+                                      std::function<void(int status)> ended);
+  /// Something about the jobs has changed. Called by the session itself for jobs of this computer.
+  void changed(const ChangeBatch& batch);
 
   /// How long a stopped agent may take to end its turn.
   static constexpr std::chrono::milliseconds stopTimeout{2000};
@@ -79,7 +85,6 @@ class Session : public std::enable_shared_from_this<Session> {
   Session(CommandContext& context, std::vector<std::unique_ptr<Job>> jobs, Options options,
           std::function<void(int)> ended);
   void begin();
-  void changed(const ChangeBatch& batch);
   void lookSoon();
   void look();
   void settle(Followed& followed);
@@ -94,6 +99,7 @@ class Session : public std::enable_shared_from_this<Session> {
   void answer(const PermissionOption* option);
   void refuse(std::string_view why);
   void complain(std::string_view text);
+  std::optional<GrokPermissionMode> permissionMode() const;
 
   void handleSignal(int signal);
   /// Once and it ends with its agents, twice and it ends at once.

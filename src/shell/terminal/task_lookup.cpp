@@ -91,6 +91,13 @@ std::expected<std::size_t, UsageError> findEntry(const ChatThread& thread,
                                        fmt::format("show {} --entries", shortID(thread.id))));
 }
 
+std::expected<std::size_t, UsageError> latestPrompt(const ChatThread& task) {
+  for (std::size_t i = task.entries.size(); i > 0; --i) {
+    if (task.entries[i - 1].kind == ChatEntryKind::user) return i - 1;
+  }
+  return usageError("This task has no prompt yet.");
+}
+
 const Workspace& workspaceOf(const std::vector<Workspace>& workspaces, const Uuid& id) {
   return *std::ranges::find(workspaces, id, &Workspace::id);
 }

@@ -50,6 +50,9 @@ std::expected<Uuid, UsageError> findProject(const std::vector<Workspace>& worksp
 std::expected<std::size_t, UsageError> findEntry(const ChatThread& thread,
                                                  std::string_view idOrPrefix);
 
+/// The place of the last thing that the user said.
+std::expected<std::size_t, UsageError> latestPrompt(const ChatThread& thread);
+
 const Workspace& workspaceOf(const std::vector<Workspace>& workspaces, const Uuid& id);
 const ChatThread& threadOf(const std::vector<Workspace>& workspaces, const ThreadExecutionKey& key);
 
