@@ -21,6 +21,7 @@ namespace vantrell {
 class Doctor;
 struct FleetModule;
 struct GatewayModule;
+class SessionImport;
 class LocalProjectServices;
 
 struct VantrellOptions {
@@ -70,6 +71,9 @@ class VantrellApp {
   /// each refreshFleet().
   FleetModule& fleet();
 
+  /// The sessions that the agents' programs know. It scans by itself once its
+  /// configureExternalSessionImport() is called.
+  SessionImport& sessionImport();
   /// The connection doctor, made at the first use.
   Doctor& doctor();
 
@@ -94,6 +98,7 @@ class VantrellApp {
   EngineEvents noEvents_;
   std::unique_ptr<AppModel> model_;
   std::unique_ptr<GatewayModule> gateway_;
+  std::unique_ptr<SessionImport> sessionImport_;
   std::shared_ptr<Doctor> doctor_;
   std::unique_ptr<FleetModule> fleet_;
   std::optional<std::string> notice_;
