@@ -1,5 +1,6 @@
 #include "app/doctor_sources.h"
 
+#include "discovery/session_import.h"
 #include "engine/core/settings.h"
 #include "fleet/fleet.h"
 #include "remote/host/remote_host_server.h"
@@ -42,6 +43,9 @@ DoctorSources doctorSources(const DoctorFeatures& features) {
     auto hosts = fleet().fleetHosts();
     std::erase_if(hosts, [](const FleetHost& host) { return host.isThisMachine(); });
     return hosts;
+  };
+  sources.refreshSessions = [sessions = features.sessions] {
+    sessions().refreshExternalSessions();
   };
   sources.refreshFleet = [fleet = features.fleet] { fleet().refreshFleet(); };
   return sources;

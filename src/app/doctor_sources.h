@@ -10,6 +10,7 @@
 namespace vantrell {
 
 class Fleet;
+class SessionImport;
 class Settings;
 class UpdateController;
 
@@ -20,11 +21,13 @@ std::string relayDetail(const RemoteRelayState& relay);
 /// feed is set. On one server as a rule.
 std::vector<Url> feedsToCheck(const UpdateController& updates);
 
-/// What the doctor asks. What is given must outlive it; what is a function is made at its first use.
+/// What the doctor asks. What is given must outlive it; what is a function is made at its first
+/// use.
 struct DoctorFeatures {
   const Settings& settings;
   const UpdateController& updates;
   std::function<Fleet&()> fleet;
+  std::function<SessionImport&()> sessions;
 };
 DoctorSources doctorSources(const DoctorFeatures& features);
 

@@ -1,6 +1,7 @@
 #include "app/vantrell_app.h"
 
 #include "app/doctor_sources.h"
+#include "discovery/session_import.h"
 #include "doctor/doctor.h"
 #include "engine/core/settings.h"
 #include "engine/projects/local_project_services.h"
@@ -73,6 +74,7 @@ VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, UserState sta
 VantrellApp::~VantrellApp() {
   doctor_.reset();
   updates_.reset();
+  sessionImport_.reset();
   gateway_.reset();
   fleet_.reset();
   model_.reset();
@@ -98,6 +100,22 @@ GatewayModule& VantrellApp::gateway() {
     gateway_->load();
   }
   return *gateway_;
+}
+
+SessionImport& VantrellApp::sessionImport() {
+  if (!sessionImport_) {
+    sessionImport_ = std::make_unique<SessionImport>(
+        SessionImport::Dependencies{.main = main_,
+                                    .changes = model_->changes(),
+                                    .settings = model_->settings(),
+                                    .tree = model_->tree(),
+                                    .operations = model_->operations()},
+        ExternalSessionCatalog::Dependencies{.main = main_,
+                                             .pool = pool_,
+                                             .runner = programs_.runner,
+                                             .customExecutable = programs_.customExecutable});
+  }
+  return *sessionImport_;
 }
 
 FleetModule& VantrellApp::fleet() {
@@ -146,7 +164,8 @@ Doctor& VantrellApp::doctor() {
                              .models = model_->catalog()},
         doctorSources({.settings = model_->settings(),
                        .updates = *updates().controller,
-                       .fleet = [this]() -> Fleet& { return *fleet().fleet; }}));
+                       .fleet = [this]() -> Fleet& { return *fleet().fleet; },
+                       .sessions = [this]() -> SessionImport& { return sessionImport(); }}));
   }
   return *doctor_;
 }

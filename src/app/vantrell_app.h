@@ -21,6 +21,7 @@ namespace vantrell {
 class Doctor;
 struct FleetModule;
 struct GatewayModule;
+class SessionImport;
 class LocalProjectServices;
 struct UpdateModule;
 
@@ -73,6 +74,9 @@ class VantrellApp {
 
   /// Updates of the program, made at the first use, which removes what the last one has left.
   UpdateModule& updates();
+  /// The sessions that the agents' programs know. It scans by itself once its
+  /// configureExternalSessionImport() is called.
+  SessionImport& sessionImport();
   /// The connection doctor, made at the first use.
   Doctor& doctor();
 
@@ -98,6 +102,7 @@ class VantrellApp {
   std::unique_ptr<AppModel> model_;
   std::unique_ptr<GatewayModule> gateway_;
   std::unique_ptr<UpdateModule> updates_;
+  std::unique_ptr<SessionImport> sessionImport_;
   std::shared_ptr<Doctor> doctor_;
   std::unique_ptr<FleetModule> fleet_;
   std::optional<std::string> notice_;

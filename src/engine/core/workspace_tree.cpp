@@ -365,6 +365,11 @@ void WorkspaceTree::updateThread(const ThreadExecutionKey& key,
   changes_.threadChanged(key);
 }
 
+void WorkspaceTree::noteImportedSessionSeen(const ThreadExecutionKey& key, Date now) {
+  ChatThread* found = find(key);
+  if (found && found->importedSession) found->importedSession->lastSeenAt = now;
+}
+
 void WorkspaceTree::updateThreadTitleIfNeeded(std::string_view prompt,
                                               const ThreadExecutionKey& key) {
   updateThread(key, [prompt](ChatThread& thread) { thread.nameAfterPrompt(prompt); });

@@ -71,6 +71,9 @@ class WorkspaceTree {
 
   /// Changes anything but entries and runs.
   void updateThread(const ThreadExecutionKey& key, const std::function<void(ChatThread&)>& mutate);
+  /// The session that the conversation was imported from is still known. Not worth a save: it goes
+  /// to the disk with the next change.
+  void noteImportedSessionSeen(const ThreadExecutionKey& key, Date now);
   /// A thread with a default title gets one from its first prompt.
   void updateThreadTitleIfNeeded(std::string_view prompt, const ThreadExecutionKey& key);
   /// Appends, and sets the thread's `updatedAt`. What an agent writes is part of a stream.

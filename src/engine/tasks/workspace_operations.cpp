@@ -101,6 +101,18 @@ Result<> WorkspaceOperations::archiveWorkspaceThreads(const Uuid& id) {
 
 // ---- conversations ------------------------------------------------------------------------------
 
+ExternalSessionImportSummary WorkspaceOperations::importSessions(
+    std::vector<ExternalProviderSession> sessions) {
+  const auto summary =
+      ExternalSessionImporter::merge(std::move(sessions), core_.tree, core_.main.now());
+  const bool isNews = summary.importedCount > 0 || summary.updatedCount > 0;
+  const auto& workspaces = core_.tree.workspaces();
+  if (isNews && !core_.navigation.selection().workspaceID() && !workspaces.empty()) {
+    std::ignore = core_.navigation.selectWorkspace(workspaces.front().id);
+  }
+  return summary;
+}
+
 Result<> WorkspaceOperations::newThread(std::optional<Uuid> workspaceID) {
   const Selection& selection = core_.navigation.selection();
   if (selection.section() == AppSection::imagine) core_.navigation.setSection(AppSection::chat);

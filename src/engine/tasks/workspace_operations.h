@@ -11,6 +11,7 @@
 
 #include "engine/core/refusal.h"
 #include "engine/core/run_lifecycle.h"
+#include "engine/tasks/external_session_importer.h"
 #include "engine/tasks/navigation.h"
 
 namespace vantrell {
@@ -42,6 +43,9 @@ class WorkspaceOperations : public std::enable_shared_from_this<WorkspaceOperati
 
   // Conversations.
 
+  /// Makes conversations of sessions that were found, or notes that they are still known. Where
+  /// nothing is selected and there is news, the first project is then.
+  ExternalSessionImportSummary importSessions(std::vector<ExternalProviderSession> sessions);
   /// A new conversation, selected; without a workspace in the one that the section is about. With
   /// no project to put it in, the user is asked for a folder.
   Result<> newThread(std::optional<Uuid> workspaceID = std::nullopt);

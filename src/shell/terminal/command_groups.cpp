@@ -7,8 +7,8 @@ std::vector<Command> allCommands() {
   for (const auto group :
        {runCommands(), compareCommands(), mediaCommands(), providerCommands(), modelCommands(),
         taskListCommands(), taskCommands(), safetyCommands(), projectCommands(), settingsCommands(),
-         serveCommands(), gatewayCommands(), fleetCommands(), connectCommands(), doctorCommands(),
-         updateCommands()}) {
+         serveCommands(), gatewayCommands(), fleetCommands(), connectCommands(), sessionCommands(),
+         doctorCommands(), updateCommands()}) {
     all.insert(all.end(), group.begin(), group.end());
   }
   return all;

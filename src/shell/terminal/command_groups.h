@@ -21,6 +21,7 @@ std::span<const Command> settingsCommands();  // settings
 std::span<const Command> serveCommands();     // serve
 std::span<const Command> gatewayCommands();   // gateway
 std::span<const Command> fleetCommands();     // fleet
+std::span<const Command> sessionCommands();   // sessions
 std::span<const Command> doctorCommands();    // doctor
 std::span<const Command> updateCommands();    // update
 std::span<const Command> connectCommands();   // connect

@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include "discovery/session_import.h"
 #include "fleet/fleet_module.h"
 #include "gateway/gateway_module.h"
 #include "platform/files/files.h"
@@ -77,6 +78,7 @@ void serveUntilStopped(CommandContext& context, int ready) {
       gateway.gateway.serveFleet([&app] { return app.fleet().thisMachine.statusForFleets(); });
     }
     gateway.gateway.start();
+    app.sessionImport().configureExternalSessionImport();
     context.keep(std::make_shared<Announcements>(context, gateway));
     context.keep(context.caller.watchSignals([&context](int) {
       notifyServiceManager("STOPPING=1");
