@@ -1,5 +1,7 @@
 #include "app/vantrell_app.h"
 
+#include "app/app_parts.h"
+#include "automations/automations_module.h"
 #include "engine/projects/local_project_services.h"
 #include "gateway/gateway_module.h"
 #include "platform/desktop/system_desktop.h"
@@ -65,13 +67,36 @@ VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, UserState sta
 
 // What ends agents first: they need all the rest.
 VantrellApp::~VantrellApp() {
+  automations_.reset();
   gateway_.reset();
   model_.reset();
 }
 
 bool VantrellApp::flush() {
   const bool isModelSaved = model_->flush();
-  return (!gateway_ || gateway_->store.flush()) && isModelSaved;
+  const bool areRecipesSaved = !automations_ || automations_->automations->flush();
+  return (!gateway_ || gateway_->store.flush()) && areRecipesSaved && isModelSaved;
+}
+
+Automations& VantrellApp::automations() {
+  if (!automations_) {
+    AppParts& parts = model_->parts();
+    automations_ = std::make_unique<AutomationsModule>(
+        AutomationsModule::Dependencies{.main = main_,
+                                        .changes = parts.changes,
+                                        .tree = parts.tree,
+                                        .operations = *parts.operations,
+                                        .composer = *parts.composer,
+                                        .executions = parts.executions,
+                                        .files = parts.orchestration,
+                                        .writer = writer_,
+                                        .background = pool_});
+  }
+  return *automations_->automations;
+}
+
+bool VantrellApp::runsAutomations() const {
+  return automations_ && automations_->automations->isScheduling();
 }
 
 GatewayModule& VantrellApp::gateway() {

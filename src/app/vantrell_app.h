@@ -18,6 +18,8 @@
 
 namespace vantrell {
 
+class Automations;
+struct AutomationsModule;
 struct GatewayModule;
 class LocalProjectServices;
 
@@ -65,6 +67,12 @@ class VantrellApp {
   /// start() is called.
   GatewayModule& gateway();
 
+  /// The recipes, read at the first use. Due ones run by themselves once its
+  /// configureAutomationScheduler() is called.
+  Automations& automations();
+  /// Whether that was called in this process.
+  bool runsAutomations() const;
+
   /// Waits until all that was changed is on the disk; false when some of it could not be written.
   bool flush();
 
@@ -86,6 +94,7 @@ class VantrellApp {
   EngineEvents noEvents_;
   std::unique_ptr<AppModel> model_;
   std::unique_ptr<GatewayModule> gateway_;
+  std::unique_ptr<AutomationsModule> automations_;
   std::optional<std::string> notice_;
 };
 

@@ -45,6 +45,8 @@ class WorkspaceOperations : public std::enable_shared_from_this<WorkspaceOperati
   /// A new conversation, selected; without a workspace in the one that the section is about. With
   /// no project to put it in, the user is asked for a folder.
   Result<> newThread(std::optional<Uuid> workspaceID = std::nullopt);
+  /// Puts a conversation that another module has made in front of the others, without selecting it.
+  Result<> addThread(ChatThread thread, const Uuid& workspaceID);
   Result<> renameThread(const Uuid& id, const Uuid& workspaceID, std::string_view title);
   /// Ends the conversation's client and deletes it.
   Result<> deleteThread(const Uuid& id, const Uuid& workspaceID);
