@@ -7,7 +7,7 @@ std::vector<Command> allCommands() {
   for (const auto group :
        {runCommands(), compareCommands(), mediaCommands(), providerCommands(), modelCommands(),
         taskListCommands(), taskCommands(), safetyCommands(), projectCommands(), settingsCommands(),
-        serveCommands(), gatewayCommands()}) {
+        serveCommands(), gatewayCommands(), automationCommands()}) {
     all.insert(all.end(), group.begin(), group.end());
   }
   return all;

@@ -15,11 +15,12 @@ std::span<const Command> modelCommands();     // models, effort, route, handoff
 std::span<const Command> taskListCommands();  // activity, status, tasks, search
 /// show, export, say, new, fork, rename, move, pin, archive, delete
 std::span<const Command> taskCommands();
-std::span<const Command> safetyCommands();    // diff, review, checkpoint, isolate
-std::span<const Command> projectCommands();   // projects, context, hooks
-std::span<const Command> settingsCommands();  // settings
-std::span<const Command> serveCommands();     // serve
-std::span<const Command> gatewayCommands();   // gateway
+std::span<const Command> safetyCommands();      // diff, review, checkpoint, isolate
+std::span<const Command> projectCommands();     // projects, context, hooks
+std::span<const Command> settingsCommands();    // settings
+std::span<const Command> serveCommands();       // serve
+std::span<const Command> gatewayCommands();     // gateway
+std::span<const Command> automationCommands();  // automations
 
 /// In the order in which help lists them.
 std::vector<Command> allCommands();
