@@ -107,7 +107,7 @@ class AppModel {
   /// Waits until all that was changed is on the disk; false when some of it could not be written.
   bool flush();
 
-  /// Everything that the model is made of, for tests.
+  /// Everything that the model is made of, for tests and for what is composed beside it.
   AppParts& parts() const { return *parts_; }
 
  private:

@@ -1,6 +1,8 @@
 #include "app/vantrell_app.h"
 
+#include "app/app_parts.h"
 #include "app/doctor_sources.h"
+#include "automations/automations_module.h"
 #include "discovery/session_import.h"
 #include "doctor/doctor.h"
 #include "engine/core/settings.h"
@@ -72,6 +74,7 @@ VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, UserState sta
 
 // What ends agents first: they need all the rest.
 VantrellApp::~VantrellApp() {
+  automations_.reset();
   doctor_.reset();
   updates_.reset();
   sessionImport_.reset();
@@ -84,7 +87,29 @@ bool VantrellApp::flush() {
   const bool isModelSaved = model_->flush();
   const bool isGatewaySaved = !gateway_ || gateway_->store.flush();
   const bool isFleetSaved = !fleet_ || fleet_->fleet->flush();
-  return isModelSaved && isGatewaySaved && isFleetSaved;
+  const bool areRecipesSaved = !automations_ || automations_->automations->flush();
+  return areRecipesSaved && isModelSaved && isGatewaySaved && isFleetSaved;
+}
+
+Automations& VantrellApp::automations() {
+  if (!automations_) {
+    AppParts& parts = model_->parts();
+    automations_ = std::make_unique<AutomationsModule>(
+        AutomationsModule::Dependencies{.main = main_,
+                                        .changes = parts.changes,
+                                        .tree = parts.tree,
+                                        .operations = *parts.operations,
+                                        .composer = *parts.composer,
+                                        .executions = parts.executions,
+                                        .files = parts.orchestration,
+                                        .writer = writer_,
+                                        .background = pool_});
+  }
+  return *automations_->automations;
+}
+
+bool VantrellApp::runsAutomations() const {
+  return automations_ && automations_->automations->isScheduling();
 }
 
 GatewayModule& VantrellApp::gateway() {

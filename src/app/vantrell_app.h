@@ -20,6 +20,8 @@ namespace vantrell {
 
 class Doctor;
 struct FleetModule;
+class Automations;
+struct AutomationsModule;
 struct GatewayModule;
 class SessionImport;
 class LocalProjectServices;
@@ -80,6 +82,12 @@ class VantrellApp {
   /// The connection doctor, made at the first use.
   Doctor& doctor();
 
+  /// The recipes, read at the first use. Due ones run by themselves once its
+  /// configureAutomationScheduler() is called.
+  Automations& automations();
+  /// Whether that was called in this process.
+  bool runsAutomations() const;
+
   /// Waits until all that was changed is on the disk; false when some of it could not be written.
   bool flush();
 
@@ -105,6 +113,7 @@ class VantrellApp {
   std::unique_ptr<SessionImport> sessionImport_;
   std::shared_ptr<Doctor> doctor_;
   std::unique_ptr<FleetModule> fleet_;
+  std::unique_ptr<AutomationsModule> automations_;
   std::optional<std::string> notice_;
 };
 

@@ -167,6 +167,13 @@ Result<ThreadExecutionKey> WorkspaceOperations::openUntouchedThread(std::string_
   return refuse("The task could not be opened. Try again.");
 }
 
+Result<> WorkspaceOperations::addThread(ChatThread thread, const Uuid& workspaceID) {
+  if (!core_.tree.workspace(workspaceID)) return refuseMissingProject();
+  core_.tree.addThread(std::move(thread), workspaceID);
+  core_.changes.mark(topics::remoteSnapshot);
+  return {};
+}
+
 Result<> WorkspaceOperations::renameThread(const Uuid& id, const Uuid& workspaceID,
                                            std::string_view title) {
   const std::string trimmed(text::trimmed(title));

@@ -54,6 +54,8 @@ class WorkspaceOperations : public std::enable_shared_from_this<WorkspaceOperati
   std::optional<ThreadExecutionKey> untouchedThread(std::string_view folder) const;
   /// Opens the folder as addWorkspace() does, and an untouched conversation there.
   Result<ThreadExecutionKey> openUntouchedThread(std::string_view folder);
+  /// Puts a conversation that another module has made in front of the others, without selecting it.
+  Result<> addThread(ChatThread thread, const Uuid& workspaceID);
   Result<> renameThread(const Uuid& id, const Uuid& workspaceID, std::string_view title);
   /// Ends the conversation's client and deletes it.
   Result<> deleteThread(const Uuid& id, const Uuid& workspaceID);

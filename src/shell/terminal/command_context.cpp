@@ -153,7 +153,7 @@ void CommandContext::closeState(int status, Duration tellsOfGit) {
     model().changes().deliver();  // what could not be saved
   }
   if (app_) {
-    model().flush();
+    app().flush();
     if (others_ && !others_->areOver()) return waitForOthers(status);
     others_.reset();
     // A stopped task may leave git at work on its checkpoint or worktree.

@@ -8,7 +8,7 @@ std::vector<Command> allCommands() {
        {runCommands(), compareCommands(), mediaCommands(), providerCommands(), modelCommands(),
         taskListCommands(), taskCommands(), safetyCommands(), projectCommands(), settingsCommands(),
          serveCommands(), gatewayCommands(), fleetCommands(), connectCommands(), sessionCommands(),
-         doctorCommands(), updateCommands()}) {
+         automationCommands(), doctorCommands(), updateCommands()}) {
     all.insert(all.end(), group.begin(), group.end());
   }
   return all;

@@ -15,16 +15,17 @@ std::span<const Command> modelCommands();     // models, effort, route, handoff
 std::span<const Command> taskListCommands();  // activity, status, tasks, search
 /// show, export, say, new, fork, rename, move, pin, archive, delete
 std::span<const Command> taskCommands();
-std::span<const Command> safetyCommands();    // diff, review, checkpoint, isolate
-std::span<const Command> projectCommands();   // projects, context, hooks
-std::span<const Command> settingsCommands();  // settings
-std::span<const Command> serveCommands();     // serve
-std::span<const Command> gatewayCommands();   // gateway
-std::span<const Command> fleetCommands();     // fleet
-std::span<const Command> sessionCommands();   // sessions
-std::span<const Command> doctorCommands();    // doctor
-std::span<const Command> updateCommands();    // update
-std::span<const Command> connectCommands();   // connect
+std::span<const Command> safetyCommands();      // diff, review, checkpoint, isolate
+std::span<const Command> projectCommands();     // projects, context, hooks
+std::span<const Command> settingsCommands();    // settings
+std::span<const Command> serveCommands();       // serve
+std::span<const Command> gatewayCommands();     // gateway
+std::span<const Command> automationCommands();  // automations
+std::span<const Command> fleetCommands();       // fleet
+std::span<const Command> sessionCommands();     // sessions
+std::span<const Command> doctorCommands();      // doctor
+std::span<const Command> updateCommands();      // update
+std::span<const Command> connectCommands();     // connect
 
 /// In the order in which help lists them.
 std::vector<Command> allCommands();

@@ -6,7 +6,9 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include "automations/automations.h"
 #include "discovery/session_import.h"
+#include "engine/core/execution_table.h"
 #include "fleet/fleet_module.h"
 #include "gateway/gateway_module.h"
 #include "platform/files/files.h"
@@ -38,12 +40,18 @@ class Announcements {
       : context_(context), gateway_(gateway) {
     observation_ = context.model().changes().observe([this](const ChangeBatch& batch) {
       if (batch.has(topics::gateway)) tell();
+      if (batch.has(topics::error)) tellError();
     });
     context.console.complain(fmt::format("commands of other terminals: process {}", ::getpid()));
     tell();
   }
 
  private:
+  /// What has no caller to answer, such as a host that refuses an automation.
+  void tellError() {
+    const auto& error = context_.model().executions().errorMessage();
+    if (error) context_.console.complain(*error);
+  }
   void tell() {
     auto line = gatewayLine(gateway_.gateway);
     if (line == told_) return;
@@ -90,6 +98,7 @@ void serveUntilStopped(CommandContext& context, int ready) {
       context.endOthers();
       context.finish(exitStatus::completed);
     };
+    app.automations().configureAutomationScheduler();
     tellReady(ready);
   });
 }
@@ -241,7 +250,8 @@ constexpr Command commands[] = {
      .introduction =
          "Owns the state until it is stopped by Ctrl-C or SIGTERM. Every other vantrell command\n"
          "then works in it, as if it ran alone: any number of them at a time. The gateway listens\n"
-         "if it is on (vantrell gateway). What listens is said on the error output.",
+         "if it is on (vantrell gateway), and automations run when they are due (vantrell\n"
+         "automations). What listens is said on the error output.",
      .staysHere = true},
 };
 

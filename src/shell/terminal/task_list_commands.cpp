@@ -6,6 +6,7 @@
 #include "engine/turns/session_status.h"
 #include "platform/text/text.h"
 #include "records/stores/conversation_json.h"
+#include "shell/terminal/automation_words.h"
 #include "shell/terminal/command_context.h"
 #include "shell/terminal/command_groups.h"
 #include "shell/terminal/task_lookup.h"
@@ -188,6 +189,7 @@ void showStatus(CommandContext& context) {
     return viewing<tellStatus>(context);
   }
   context.view([&](const StateView& state) -> Outcome {
+    tellDueRecipes(context);
     auto tasks = views::listedTasks(state.workspaces, ArchivedTasks::leftOut, {});
     std::erase_if(tasks, [](const auto& task) { return !task.thread->latestRun(); });
     const auto changed = [](const auto& task) { return task.thread->latestRun()->updatedAt; };
@@ -227,7 +229,8 @@ constexpr Command commands[] = {
      "  vantrell activity --json | jq -r 'select(.run.status == \"failed\").threadID'"},
     {"status", "[ID]", "the state of a task, without asking its agent", onlyJson, showStatus,
      "Says whether a task is at work, for how long, when its agent was last heard, what it\n"
-     "waits for and how many prompts wait. Without an ID: the task that ran last."},
+     "waits for and how many prompts wait. Without an ID: the task that ran last, and whether\n"
+     "an automation is due that nothing runs."},
     {"tasks", "", "list the tasks, newest first", taskOptions, viewing<listTasks>, "",
      "Pinned tasks (*) come first; - is archived.\n"
      "\n"

@@ -1,0 +1,30 @@
+#include "shell/terminal/automation_words.h"
+
+#include <fmt/format.h>
+
+#include "automations/automations.h"
+#include "shell/terminal/stored_orchestration.h"
+#include "shell/terminal/task_words.h"
+#include "shell/terminal/terminal_text.h"
+
+namespace vantrell::shell {
+
+std::vector<AutomationRecipe> knownRecipes(const CommandContext& context) {
+  if (context.caller.app) return context.caller.app->automations().automations();
+  auto files = storedOrchestration();
+  return AutomationStore::load(files);
+}
+
+void tellDueRecipes(CommandContext& context) {
+  if (context.caller.app && context.caller.app->runsAutomations()) return;
+  auto recipes = knownRecipes(context);
+  std::erase_if(recipes,
+                [now = context.main.now()](const auto& each) { return !isDue(each, now); });
+  if (recipes.empty()) return;
+  context.complain(fmt::format(
+      "{} due ({}{}). Automations run while \"vantrell serve\" runs.",
+      recipes.size() == 1 ? "1 automation is" : fmt::format("{} automations are", recipes.size()),
+      onOneLine(recipes.front().name), recipes.size() > 1 ? ", ..." : ""));
+}
+
+}  // namespace vantrell::shell
