@@ -21,10 +21,6 @@ static constexpr auto fieldsOf(const AutomationRecipe*) {
                 field("pendingThreadID", &R::pendingThreadID));
 }
 
-namespace {
-constexpr std::string_view fileName = "automations.json";
-}
-
 struct AutomationStore::Write {
   std::shared_ptr<const Recipes> recipes;
   std::vector<Work> waiting;               // main queue

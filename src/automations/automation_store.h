@@ -30,6 +30,7 @@ class AutomationStore {
   /// Those of a file; none where it is missing or cannot be read. Such a file is quarantined before
   /// another takes its place. For a command that only looks as well.
   static Recipes load(OrchestrationStore& files);
+  static constexpr const char* fileName = "automations.json";
 
   /// `done` is called on the main queue when they are on the disk, or could not be written.
   void save(Recipes recipes, Work done);

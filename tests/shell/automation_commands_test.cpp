@@ -108,6 +108,15 @@ TEST_F(AutomationCommands, WhatIsDueIsToldUntilAProgramServes) {
   expectNothingLeft();
 }
 
+TEST_F(AutomationCommands, ADamagedFileIsToldAndKept) {
+  home.file("data/vantrell/Orchestration/automations.json", "[{\"id\":\"half");
+  EXPECT_TRUE(does({"automations"})->error.contains("automations.json could not be read"));
+  const auto made = does({"automations", "create", "n", "p"});
+  EXPECT_EQ(code(made), 0);
+  EXPECT_TRUE(made->error.contains("It was kept as")) << made->error;
+  EXPECT_EQ(objects({"automations"}).size(), 1u);
+}
+
 /// At many moments between the time being due and the end of the run.
 TEST_F(AutomationCommands, AKilledProgramNeitherLosesARunNorMakesItTwice) {
   create("Nightly", "SAY:done");

@@ -44,6 +44,13 @@ class OrchestrationStore {
     return otherwise;
   }
 
+  /// Why load() could not read the file of that name, until another takes its place; null where it
+  /// could, or there is none.
+  const std::string* whyUnreadable(std::string_view name) const {
+    const auto found = unreadable_.find(name);
+    return found == unreadable_.end() ? nullptr : &found->second;
+  }
+
   /// Durable when it answers; after a failure the former file stands. One that load() could not
   /// read is kept beside it first, under a name with the date; when that fails nothing is written.
   template <typename Value>

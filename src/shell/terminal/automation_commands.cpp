@@ -54,6 +54,9 @@ JsonObject asJson(const AutomationRecipe& recipe) {
        {"hostID", recipe.preferredHostID ? Json(recipe.preferredHostID->text()) : Json()}});
 }
 
+/// Characters: more than a line of a terminal, and quick to lay out.
+constexpr std::size_t shownOfPrompt = 300;
+
 std::string projectName(const std::vector<Workspace>& workspaces, const Uuid& id) {
   const auto found = std::ranges::find(workspaces, id, &Workspace::id);
   return found == workspaces.end() ? "(closed)" : found->name;
@@ -76,7 +79,7 @@ Outcome listRecipes(CommandContext& context, const std::vector<AutomationRecipe>
             {std::string(rawText(recipe.trigger))},
             {nextLook(recipe, now), isOn && isDue(recipe, now) ? look::yellow : nullptr},
             {recipe.lastRunAt ? ago(*recipe.lastRunAt, now) : "never", look::dim},
-            {recipe.prompt}};
+            {std::string(text::firstCharacters(recipe.prompt, shownOfPrompt))}};
   };
   return context.showList(
       recipes,
@@ -90,7 +93,7 @@ void list(CommandContext& context) {
   context.view([&](const StateView& state) {
     const auto recipes = knownRecipes(context);
     const auto outcome = listRecipes(context, recipes, state.workspaces);
-    tellDueRecipes(context);
+    tellDueRecipes(context, recipes);
     return outcome;
   });
 }

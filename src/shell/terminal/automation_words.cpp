@@ -9,15 +9,19 @@
 
 namespace vantrell::shell {
 
-std::vector<AutomationRecipe> knownRecipes(const CommandContext& context) {
+std::vector<AutomationRecipe> knownRecipes(CommandContext& context) {
   if (context.caller.app) return context.caller.app->automations().automations();
   auto files = storedOrchestration();
-  return AutomationStore::load(files);
+  auto recipes = AutomationStore::load(files);
+  if (const auto* why = files.whyUnreadable(AutomationStore::fileName)) {
+    context.complain(
+        fmt::format("{} could not be read ({}).", files.url(AutomationStore::fileName), *why));
+  }
+  return recipes;
 }
 
-void tellDueRecipes(CommandContext& context) {
+void tellDueRecipes(CommandContext& context, std::vector<AutomationRecipe> recipes) {
   if (context.caller.app && context.caller.app->runsAutomations()) return;
-  auto recipes = knownRecipes(context);
   std::erase_if(recipes,
                 [now = context.main.now()](const auto& each) { return !isDue(each, now); });
   if (recipes.empty()) return;

@@ -9,9 +9,10 @@
 
 namespace vantrell::shell {
 
-/// Those of this process where it owns the state, else the stored ones.
-std::vector<AutomationRecipe> knownRecipes(const CommandContext& context);
-/// Says on the error output which are due, where no process runs them by itself.
-void tellDueRecipes(CommandContext& context);
+/// Those of this process where it owns the state, else the stored ones. Says so when their file
+/// cannot be read.
+std::vector<AutomationRecipe> knownRecipes(CommandContext& context);
+/// Says on the error output which of them are due, where no process runs them by itself.
+void tellDueRecipes(CommandContext& context, std::vector<AutomationRecipe> recipes);
 
 }  // namespace vantrell::shell

@@ -189,7 +189,7 @@ void showStatus(CommandContext& context) {
     return viewing<tellStatus>(context);
   }
   context.view([&](const StateView& state) -> Outcome {
-    tellDueRecipes(context);
+    tellDueRecipes(context, knownRecipes(context));
     auto tasks = views::listedTasks(state.workspaces, ArchivedTasks::leftOut, {});
     std::erase_if(tasks, [](const auto& task) { return !task.thread->latestRun(); });
     const auto changed = [](const auto& task) { return task.thread->latestRun()->updatedAt; };
