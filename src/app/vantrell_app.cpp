@@ -1,6 +1,7 @@
 #include "app/vantrell_app.h"
 
 #include "app/app_parts.h"
+#include "app/automation_hosts.h"
 #include "app/doctor_sources.h"
 #include "automations/automations_module.h"
 #include "discovery/session_import.h"
@@ -104,6 +105,8 @@ Automations& VantrellApp::automations() {
                                         .files = parts.orchestration,
                                         .writer = writer_,
                                         .background = pool_});
+    automationHosts_ = std::make_unique<AutomationHosts>(fleet());
+    automations_->automations->setFleet(automationHosts_.get());
   }
   return *automations_->automations;
 }

@@ -20,6 +20,7 @@ namespace vantrell {
 
 class Doctor;
 struct FleetModule;
+class AutomationHosts;
 class Automations;
 struct AutomationsModule;
 struct GatewayModule;
@@ -113,6 +114,7 @@ class VantrellApp {
   std::unique_ptr<SessionImport> sessionImport_;
   std::shared_ptr<Doctor> doctor_;
   std::unique_ptr<FleetModule> fleet_;
+  std::unique_ptr<AutomationHosts> automationHosts_;
   std::unique_ptr<AutomationsModule> automations_;
   std::optional<std::string> notice_;
 };

@@ -197,11 +197,12 @@ void runNow(CommandContext& context) {
       if (!*begun) return context.finish(context.tell("The host has the prompt.\n"));
       context.keep(std::make_shared<FollowedRun>(context, **begun));
     };
-    context.withUserPath(
-        app.model().runtimes(), [] { return true; },
-        [&context, &app, id = (*recipe)->id, follow] {
-          app.automations().runAutomation(id, context.whileAlive(follow));
-        });
+    const auto run = [&context, &app, id = (*recipe)->id, follow] {
+      app.automations().runAutomation(id, context.whileAlive(follow));
+    };
+    // A timer or a service finds the agents' programs only in the user's own PATH.
+    if (context.hasTerminal()) return run();
+    app.model().runtimes().readUserPath(context.whileAlive(run));
   });
 }
 

@@ -2,8 +2,9 @@
 
 #include <fmt/format.h>
 
+#include "app/user_state.h"
 #include "automations/automations.h"
-#include "shell/terminal/stored_orchestration.h"
+#include "records/stores/orchestration_store.h"
 #include "shell/terminal/task_words.h"
 #include "shell/terminal/terminal_text.h"
 
@@ -11,7 +12,7 @@ namespace vantrell::shell {
 
 std::vector<AutomationRecipe> knownRecipes(CommandContext& context) {
   if (context.caller.app) return context.caller.app->automations().automations();
-  auto files = storedOrchestration();
+  auto files = UserFolders{}.orOwn().orchestrationForReading();
   auto recipes = AutomationStore::load(files);
   if (const auto* why = files.whyUnreadable(AutomationStore::fileName)) {
     context.complain(
