@@ -45,8 +45,13 @@ class UpdateJob {
       };
     }
   }
+  /// An update whose caller has gone is not installed, unless it is being installed already.
   ~UpdateJob() {
     if (!context_.sharesState()) updates_.relaunch = nullptr;
+    if (!context_.wasAbandoned || !told_) return;
+    observation_ = {};
+    updates_.updater->cancelDownload();
+    updates_.controller->resolveSafetyDecision(HostUpdateDecision::not_now);
   }
 
   void begin() {
