@@ -112,7 +112,7 @@ void UpdateController::check() {
   // It has said itself why it cannot be started.
   if (!startUpdaterIfNeeded()) return;
   if (framework_->canCheckForUpdates()) return framework_->checkForUpdates();
-  publish(step(Phase::failed, "Updater busy", "An update operation is already in progress."));
+  publish(step(Phase::failed, busyLabel, "An update operation is already in progress."));
 }
 
 void UpdateController::requestSafetyDecision(const UpdateActivitySummary& activity,

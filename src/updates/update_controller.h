@@ -26,6 +26,8 @@ class UpdateController final : public UpdateDriver,
                                public std::enable_shared_from_this<UpdateController> {
  public:
   static constexpr std::string_view feedKey = "updateFeedURL.v1";
+  /// Of the status that a request gets while an update is under way.
+  static constexpr const char* busyLabel = "Updater busy";
   /// Between two looks whether work has ended.
   static constexpr std::chrono::seconds idlePoll{1};
 

@@ -115,6 +115,7 @@ UpdateInstaller::Outcome UpdateInstaller::exchange() const {
 }
 
 bool UpdateInstaller::forgetPrevious(const Installation& installation) {
+  if (files::LockFile::isHeld(installation.workFolder() + "/" + lockName)) return false;
   const auto previous =
       ReleaseInformation::read(installation.workFolder() + "/" + std::string(other));
   if (!previous || compareVersions(previous->version, installation.release.version) >= 0) {

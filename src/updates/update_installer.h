@@ -15,6 +15,8 @@ namespace vantrell {
 class UpdateInstaller {
  public:
   using Outcome = std::expected<void, std::string>;
+  /// In the work folder; held by the process that updates the installation.
+  static constexpr const char* lockName = "lock";
   static constexpr std::uint64_t largestArchive = std::uint64_t{1} << 30;  // bytes
 
   UpdateInstaller(Installation installation, AppcastItem item);
@@ -33,7 +35,8 @@ class UpdateInstaller {
   /// Lets the release that was taken and this one change places.
   Outcome exchange() const;
 
-  /// Once the new version has started: removes the one before. False when there is none.
+  /// Once the new version has started: removes the one before. False when there is none, or an
+  /// update is under way.
   static bool forgetPrevious(const Installation& installation);
   /// The version before takes its place again. False when there is none.
   static bool goBack(const Installation& installation);

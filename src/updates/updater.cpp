@@ -152,8 +152,8 @@ void Updater::beginDownload() {
   tell([](UpdateDriver& driver) { driver.downloadStarted(); });
   inBackground([](const UpdateInstaller& installer) { return installer.makeFolder(); },
                [](Updater& self) {
-                 auto locked =
-                     files::LockFile::acquire(self.core_.installation->workFolder() + "/lock");
+                 auto locked = files::LockFile::acquire(self.core_.installation->workFolder() +
+                                                        "/" + UpdateInstaller::lockName);
                  if (!locked) {
                    return self.fail(locked.error().error
                                         ? locked.error().error->description

@@ -45,8 +45,13 @@ class UpdateJob {
       };
     }
   }
+  /// An update whose caller has gone is not installed, unless it is being installed already.
   ~UpdateJob() {
     if (!context_.sharesState()) updates_.relaunch = nullptr;
+    if (!context_.wasAbandoned || !isUnderWay_) return;
+    observation_ = {};
+    updates_.updater->cancelDownload();
+    updates_.controller->resolveSafetyDecision(HostUpdateDecision::not_now);
   }
 
   void begin() {
@@ -63,6 +68,9 @@ class UpdateJob {
   void look() {
     const auto& status = updates_.controller->remoteStatus();
     if (context_.hasFinished() || status == told_) return;
+    // Another command asked meanwhile, and was told so; this update goes on.
+    if (isUnderWay_ && status.label == UpdateController::busyLabel) return;
+    isUnderWay_ = isUnderWay_ || status.phase != HostUpdatePhase::failed;
     const bool isNew = !told_ || status.label != told_->label || status.message != told_->message;
     told_ = status;
     if (context_.isJson()) {
@@ -117,6 +125,7 @@ class UpdateJob {
   CommandContext& context_;
   UpdateModule& updates_;
   std::optional<RemoteHostUpdateStatus> told_;  // since the begin
+  bool isUnderWay_ = false;
   bool isChecking_ = false;
   bool wasPostponed_ = false;
   Changes::Observation observation_;
