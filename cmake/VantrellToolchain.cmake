@@ -58,3 +58,5 @@ find_package(fmt REQUIRED)
 
 # For every target alike: a precompiled header is good for one set of definitions only.
 add_compile_definitions(VANTRELL_VERSION="${PROJECT_VERSION}")
+set(VANTRELL_RELAY_URL "" CACHE STRING
+  "Relay of remote control where the user has set none, as wss://relay.example/remote/connect")

@@ -3,7 +3,7 @@
 #include "discovery/session_import.h"
 #include "engine/core/settings.h"
 #include "fleet/fleet.h"
-#include "remote/host/remote_host_server.h"
+#include "remote/host/remote_access.h"
 #include "updates/update_controller.h"
 
 namespace vantrell {
@@ -34,11 +34,13 @@ std::vector<Url> feedsToCheck(const UpdateController& updates) {
 DoctorSources doctorSources(const DoctorFeatures& features) {
   DoctorSources sources;
   sources.feeds = [&updates = features.updates] { return feedsToCheck(updates); };
-  sources.remote = [&settings = features.settings] {
+  sources.remote = [&settings = features.settings, remote = features.remote] {
+    const auto& state = remote().state();
     return DoctorRemote{.isEnabled = settings.isRemoteHostEnabled(),
-                        .hostDetail = RemoteHostState{}.label(),
-                        .relayDetail = relayDetail({})};
+                        .hostDetail = state.host.label(),
+                        .relayDetail = relayDetail(state.relay)};
   };
+  sources.restartRemoteHost = [remote = features.remote] { remote().restart(); };
   sources.fleet = [fleet = features.fleet] {
     auto hosts = fleet().fleetHosts();
     std::erase_if(hosts, [](const FleetHost& host) { return host.isThisMachine(); });

@@ -10,6 +10,7 @@
 namespace vantrell {
 
 class Fleet;
+class RemoteAccess;
 class SessionImport;
 class Settings;
 class UpdateController;
@@ -28,6 +29,7 @@ struct DoctorFeatures {
   const UpdateController& updates;
   std::function<Fleet&()> fleet;
   std::function<SessionImport&()> sessions;
+  std::function<RemoteAccess&()> remote;
 };
 DoctorSources doctorSources(const DoctorFeatures& features);
 

@@ -3,6 +3,7 @@
 #include "app/app_parts.h"
 #include "app/automation_hosts.h"
 #include "app/doctor_sources.h"
+#include "app/engine_event_relay.h"
 #include "automations/automations_module.h"
 #include "discovery/session_import.h"
 #include "doctor/doctor.h"
@@ -14,8 +15,11 @@
 #include "platform/files/files.h"
 #include "platform/process/login_shell.h"
 #include "platform/process/program_runner.h"
+#include "platform/sockets/own_address.h"
 #include "platform/storage/user_defaults.h"
 #include "platform/terminal/terminal.h"
+#include "remote/host/remote_access.h"
+#include "remote/protocol/relay_setting.h"
 #include "runtimes/catalog/runtime_locator.h"
 #include "updates/update_module.h"
 
@@ -57,13 +61,14 @@ VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, UserState sta
       services_({.main = main, .pool = pool_, .defaults = *state_.defaults, .secrets = secrets_}),
       projects_(std::make_unique<LocalProjectServices>(main, pool_, options.readsGitSnapshot)),
       programs_(programsOfThisSession(main, pool_, std::move(options.desktop), *state_.defaults)),
+      events_(std::make_unique<EngineEventRelay>(options.events)),
       model_(std::make_unique<AppModel>(
           AppModel::Dependencies{.main = main,
                                  .defaults = *state_.defaults,
                                  .store = store_,
                                  .providers = services_,
                                  .projects = *projects_,
-                                 .events = options.events ? *options.events : noEvents_,
+                                 .events = *events_,
                                  .programs = programs_,
                                  .supportFolder = state_.folders.support,
                                  .writer = &writer_,
@@ -75,6 +80,8 @@ VantrellApp::VantrellApp(MainQueue& main, VantrellOptions options, UserState sta
 
 // What ends agents first: they need all the rest.
 VantrellApp::~VantrellApp() {
+  events_->setRemote(nullptr);
+  remote_.reset();
   automations_.reset();
   doctor_.reset();
   updates_.reset();
@@ -164,6 +171,72 @@ FleetModule& VantrellApp::fleet() {
   return *fleet_;
 }
 
+RemoteAccess& VantrellApp::remote() {
+  if (!remote_) {
+    AppParts& parts = model_->parts();
+    remote_ = std::make_unique<RemoteAccess>(RemoteAccess::Dependencies{
+        .pool = pool_,
+        .changes = parts.changes,
+        .settings = parts.settings,
+        .places = {state_.folders.support, secrets_, *state_.defaults},
+        .reader = &writer_,
+        .sources = {.main = main_,
+                    .tree = parts.tree,
+                    .settings = parts.settings,
+                    .selection = parts.selection,
+                    .executions = parts.executions,
+                    .usage = model_->usage(),
+                    .controls = model_->controls(),
+                    .router = model_->router(),
+                    .imagine = model_->imagine(),
+                    .context = model_->context(),
+                    .isGeneral =
+                        [this](const Uuid& id) { return model_->navigation().isGeneral(id); },
+                    .hostName = nameOfThisComputer(),
+                    .addFeatures = [this](RemoteSnapshot& snapshot) { addFeatures(snapshot); }},
+        .engine = {.tree = parts.tree,
+                   .selection = parts.selection,
+                   .executions = parts.executions,
+                   .operations = model_->operations(),
+                   .navigation = model_->navigation(),
+                   .composer = model_->composer(),
+                   .queue = model_->queue(),
+                   .branches = model_->branches(),
+                   .approvals = model_->approvals(),
+                   .controls = model_->controls(),
+                   .router = model_->router(),
+                   .safety = model_->safety(),
+                   .usageReset = model_->usageReset(),
+                   .context = model_->context(),
+                   .imagine = model_->imagine()},
+        .server = {.relayURL = remoteRelayURL(*state_.defaults)},
+        .requestUpdate = [this] { updates().controller->requestUpdate(); },
+        .decideUpdate =
+            [this](const std::string& decision) {
+              if (const auto known = fromRawText<HostUpdateDecision>(decision)) {
+                updates().controller->resolveSafetyDecision(*known);
+              }
+            }});
+    events_->setRemote(remote_.get());
+  }
+  return *remote_;
+}
+
+/// What a snapshot says of the features beside the engine.
+void VantrellApp::addFeatures(RemoteSnapshot& snapshot) {
+  auto& hosts = snapshot.fleetHosts.emplace();
+  for (const auto& host : fleet().thisMachine.fleetOverview(*fleet().fleet)) {
+    hosts.push_back({host.id.text(), host.name, std::string(rawText(host.platform)),
+                     std::string(rawText(host.status)), host.capabilities});
+  }
+  snapshot.updateStatus = updates().controller->remoteStatus();
+  if (doctor_ && doctor_->diagnosticReport()) {
+    snapshot.diagnosticIssueCount =
+        static_cast<std::int64_t>(doctor_->diagnosticReport()->issueCount());
+  }
+  snapshot.automationCount = static_cast<std::int64_t>(automations().automations().size());
+}
+
 UpdateModule& VantrellApp::updates() {
   if (!updates_) {
     updates_ = std::make_unique<UpdateModule>(
@@ -193,7 +266,8 @@ Doctor& VantrellApp::doctor() {
         doctorSources({.settings = model_->settings(),
                        .updates = *updates().controller,
                        .fleet = [this]() -> Fleet& { return *fleet().fleet; },
-                       .sessions = [this]() -> SessionImport& { return sessionImport(); }}));
+                       .sessions = [this]() -> SessionImport& { return sessionImport(); },
+                       .remote = [this]() -> RemoteAccess& { return remote(); }}));
   }
   return *doctor_;
 }

@@ -25,7 +25,10 @@ class Automations;
 struct AutomationsModule;
 struct GatewayModule;
 class SessionImport;
+class EngineEventRelay;
 class LocalProjectServices;
+class RemoteAccess;
+struct RemoteSnapshot;
 struct UpdateModule;
 
 struct VantrellOptions {
@@ -75,6 +78,8 @@ class VantrellApp {
   /// each refreshFleet().
   FleetModule& fleet();
 
+  /// Remote control of this computer. It listens once its configureRemoteHost() is called.
+  RemoteAccess& remote();
   /// Updates of the program, made at the first use, which removes what the last one has left.
   UpdateModule& updates();
   /// The sessions that the agents' programs know. It scans by itself once its
@@ -96,6 +101,7 @@ class VantrellApp {
   const SystemProviderServices& services() const { return services_; }
 
  private:
+  void addFeatures(RemoteSnapshot& snapshot);
   VantrellApp(MainQueue& main, VantrellOptions options, UserState state);
 
   MainQueue& main_;
@@ -107,11 +113,12 @@ class VantrellApp {
   SystemProviderServices services_;
   const std::unique_ptr<LocalProjectServices> projects_;
   RuntimePrograms programs_;
-  EngineEvents noEvents_;
+  const std::unique_ptr<EngineEventRelay> events_;
   std::unique_ptr<AppModel> model_;
   std::unique_ptr<GatewayModule> gateway_;
   std::unique_ptr<UpdateModule> updates_;
   std::unique_ptr<SessionImport> sessionImport_;
+  std::unique_ptr<RemoteAccess> remote_;
   std::shared_ptr<Doctor> doctor_;
   std::unique_ptr<FleetModule> fleet_;
   std::unique_ptr<AutomationHosts> automationHosts_;

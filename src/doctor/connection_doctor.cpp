@@ -98,6 +98,12 @@ DiagnosticCheck feedCheck(const Url& feed, const std::expected<HttpResponse, Htt
 
 }  // namespace
 
+std::size_t DiagnosticReport::issueCount() const {
+  return static_cast<std::size_t>(std::ranges::count_if(checks, [](const DiagnosticCheck& check) {
+    return check.status == DiagnosticStatus::warning || check.status == DiagnosticStatus::failed;
+  }));
+}
+
 bool DiagnosticReport::isHealthy() const {
   return std::ranges::none_of(checks, [](const DiagnosticCheck& check) {
     return check.status == DiagnosticStatus::failed;

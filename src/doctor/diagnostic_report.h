@@ -40,6 +40,8 @@ struct DiagnosticReport {
 
   /// Whether no check failed. Warnings do not count.
   bool isHealthy() const;
+  /// Of the checks that did not pass, warnings among them.
+  std::size_t issueCount() const;
 };
 
 JsonObject asJson(const DiagnosticReport& report);

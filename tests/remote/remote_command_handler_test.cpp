@@ -27,10 +27,14 @@ class RemoteCommandHandlerTest : public EngineFixture, public RemoteOutput {
     }
     start();
     handler = std::make_shared<RemoteCommandHandler>(RemoteCommandHandler::Dependencies{
-        main, pool, *this, model->tree, model->selection, model->executions, *model->operations,
-        *model->composer, model->queue, *model->branches, model->approvals, model->controls,
-        *model->router, *model->safety, *model->usageReset, *model->context, *model->imagine,
-        [this] { ++snapshots; }});
+        .main = main,
+        .pool = pool,
+        .output = *this,
+        .engine = {model->tree, model->selection, model->executions, *model->operations,
+                   app->navigation(), *model->composer, model->queue, *model->branches,
+                   model->approvals, model->controls, *model->router, *model->safety,
+                   *model->usageReset, *model->context, *model->imagine},
+        .sendSnapshot = [this] { ++snapshots; }});
   }
   using EngineFixture::send;
   using RemoteOutput::send;

@@ -91,6 +91,11 @@ Result<> Settings::recordExternalSessionImport(bool value) {
   return announced(defaults_.setBoolean(sessionImportKey, value));
 }
 
+Result<> Settings::recordRemoteHost(bool isEnabled) {
+  isRemoteHostEnabled_ = isEnabled;
+  return announced(defaults_.setBoolean(remoteHostKey, isEnabled));
+}
+
 Result<> Settings::setInterfaceScale(double value) {
   interfaceScale_ = VantrellInterfaceScale::snapped(value);
   return announced(defaults_.setNumber(interfaceScaleKey, interfaceScale_));

@@ -49,6 +49,7 @@ class Settings {
   Result<> recordRoutingMode(ProviderRoutingMode mode);
   Result<> recordNoMeteredAPIs(bool value);
   Result<> recordExternalSessionImport(bool value);
+  Result<> recordRemoteHost(bool isEnabled);
   /// The nearest step.
   Result<> setInterfaceScale(double value);
 

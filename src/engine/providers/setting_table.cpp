@@ -10,6 +10,7 @@
 #include "platform/storage/user_defaults.h"
 #include "platform/text/text.h"
 #include "platform/text/visible_text.h"
+#include "platform/values/url.h"
 #include "runtimes/catalog/locators.h"
 #include "runtimes/local/local_runtime_service.h"
 
@@ -59,6 +60,10 @@ constexpr SettingRow rows[] = {
      .key = "remoteAdvertisedHost.v1",
      .meaning = "address that those devices are told",
      .isForShow = true},
+    {.name = "remote-relay",
+     .key = "remoteRelayURL.v1",
+     .meaning = "relay of remote control, as wss://relay.example/remote/connect",
+     .type = Type::relay},
     {.name = "update-feed",
      .key = "updateFeedURL.v1",
      .meaning = "where updates are looked for",
@@ -116,6 +121,13 @@ Checked checkedAddress(const SettingRow& row, std::string_view text) {
   return std::string(address);
 }
 
+Checked checkedRelay(const SettingRow& row, std::string_view text) {
+  if (text.empty()) return toBeReset(row, "the relay that this build names, if any");
+  const auto url = Url::parse(text);
+  if (!url || (url->scheme() != "wss" && url->scheme() != "https")) return refused(row, text);
+  return std::string(text);
+}
+
 }  // namespace
 
 std::string SettingRow::accepted() const {
@@ -128,6 +140,7 @@ std::string SettingRow::accepted() const {
     case Type::program: return "the path of a program";
     case Type::model: return "the ID of a model";
     case Type::address: return "an address such as http://127.0.0.1:8080/v1";
+    case Type::relay: return "an address that begins with wss:// or https://";
     case Type::secret: return "an address that begins with https://";
     case Type::text: break;
   }
@@ -180,6 +193,7 @@ Checked checkedSetting(const SettingRow& row, std::string_view text) {
     case Type::program: return checkedProgram(row, text);
     case Type::model: return checkedModel(row, text);
     case Type::address: return checkedAddress(row, text);
+    case Type::relay: return checkedRelay(row, text);
     case Type::secret:  // never stored among the settings
     case Type::text: break;
   }

@@ -13,7 +13,7 @@ namespace vantrell {
 class UserDefaults;
 
 struct SettingRow {
-  enum class Type { choice, toggle, scale, program, model, address, secret, text };
+  enum class Type { choice, toggle, scale, program, model, address, relay, secret, text };
   std::string_view name;  // "workflow"
   std::string_view key;   // of the user defaults; empty: a secret, which is kept elsewhere
   std::string_view meaning;

@@ -12,6 +12,7 @@
 #include "engine/projects/task_safety.h"
 #include "engine/providers/router.h"
 #include "engine/providers/session_controls.h"
+#include "engine/tasks/navigation.h"
 #include "engine/tasks/task_branches.h"
 #include "engine/tasks/workspace_operations.h"
 #include "engine/turns/approvals.h"
@@ -120,8 +121,8 @@ std::function<void(Result<>)> RemoteCommandHandler::teller() {
 }
 
 bool RemoteCommandHandler::isWorking() const {
-  const auto key = core_.selection.key();
-  const auto* execution = key ? core_.executions.find(*key) : nullptr;
+  const auto key = core_.engine.selection.key();
+  const auto* execution = key ? core_.engine.executions.find(*key) : nullptr;
   return execution && execution->connectionState.kind == ConnectionState::Kind::working;
 }
 
@@ -139,8 +140,8 @@ void RemoteCommandHandler::carryOut(const RemoteEnvelope& e, RemoteMessageType t
     case Type::permissionResponse: return answerQuestion(e);
     case Type::imagineGenerate:
       if (const auto kind = valueOf<ImagineKind>(e.mediaKind); kind && e.text) {
-        core_.navigation.setSection(AppSection::imagine);
-        tell(core_.imagine.generateImagine(*e.text, *kind));
+        core_.engine.navigation.setSection(AppSection::imagine);
+        tell(core_.engine.imagine.generateImagine(*e.text, *kind));
       }
       return;
     case Type::mediaRequest:
@@ -173,11 +174,13 @@ bool RemoteCommandHandler::carryOutForTask(const RemoteEnvelope& e, RemoteMessag
   }
   const auto key = keyOf(e);
   if (!key) return true;
-  auto& operations = core_.operations;
+  auto& operations = core_.engine.operations;
   const auto& [workspaceID, threadID] = *key;
-  const ChatThread* thread = core_.tree.thread(*key);
+  const ChatThread* thread = core_.engine.tree.thread(*key);
   switch (type) {
-    case Type::selectThread: tell(core_.navigation.selectThread(threadID, workspaceID)); break;
+    case Type::selectThread:
+      tell(core_.engine.navigation.selectThread(threadID, workspaceID));
+      break;
     case Type::prompt:
       if (e.text) prompt(e, *key);
       break;
@@ -218,16 +221,16 @@ bool RemoteCommandHandler::carryOutForProject(const RemoteEnvelope& e, RemoteMes
   const auto id = uuid(e.workspaceID);
   switch (type) {
     case Type::newThread:
-      tell(core_.operations.newThread(id ? id : core_.selection.workspaceID()));
+      tell(core_.engine.operations.newThread(id ? id : core_.engine.selection.workspaceID()));
       return true;
     case Type::setWorkspacePinned:
-      if (id && e.isPinned) tell(core_.operations.setWorkspacePinned(*id, *e.isPinned));
+      if (id && e.isPinned) tell(core_.engine.operations.setWorkspacePinned(*id, *e.isPinned));
       return true;
     case Type::setWorkspaceInstructions:
-      if (id && e.text) tell(core_.context.setProjectInstructions(*e.text, *id));
+      if (id && e.text) tell(core_.engine.context.setProjectInstructions(*e.text, *id));
       return true;
     case Type::archiveWorkspaceThreads:
-      if (id) tell(core_.operations.archiveWorkspaceThreads(*id));
+      if (id) tell(core_.engine.operations.archiveWorkspaceThreads(*id));
       return true;
     default: return false;
   }
@@ -235,8 +238,8 @@ bool RemoteCommandHandler::carryOutForProject(const RemoteEnvelope& e, RemoteMes
 
 /// The commands about how the selected task works. False for another one.
 bool RemoteCommandHandler::carryOutForSession(const RemoteEnvelope& e, RemoteMessageType type) {
-  const auto key = core_.selection.key();
-  const bool canChange = core_.approvals.canChangePermissionMode(key);
+  const auto key = core_.engine.selection.key();
+  const bool canChange = core_.engine.approvals.canChangePermissionMode(key);
   switch (type) {
     case Type::setPermissionMode: setPermissionMode(e); return true;
     case Type::setProviderMode:
@@ -244,7 +247,7 @@ bool RemoteCommandHandler::carryOutForSession(const RemoteEnvelope& e, RemoteMes
         if (!canChange) {
           refuse("Wait for the agent to finish before changing providers.");
         } else {
-          tell(core_.router.setRoutingMode(*mode, key));
+          tell(core_.engine.router.setRoutingMode(*mode, key));
         }
       }
       return true;
@@ -257,16 +260,16 @@ bool RemoteCommandHandler::carryOutForSession(const RemoteEnvelope& e, RemoteMes
         refuse(isModel ? "Wait for the agent to finish before changing models."
                        : "Wait for the agent to finish before changing effort.");
       } else if (key) {
-        const auto provider = core_.controls.sessionConfigurationProvider(key);
-        tell(isModel ? core_.controls.chooseModel(provider, *key, *chosen)
-                     : core_.controls.chooseEffort(provider, *key, *chosen));
+        const auto provider = core_.engine.controls.sessionConfigurationProvider(key);
+        tell(isModel ? core_.engine.controls.chooseModel(provider, *key, *chosen)
+                     : core_.engine.controls.chooseEffort(provider, *key, *chosen));
       }
       return true;
     }
     case Type::setWorkflowMode:
       if (!e.workflowMode) return true;
       if (const auto mode = valueOf<TaskWorkflowMode>(e.workflowMode); mode && canChange) {
-        tell(core_.approvals.setWorkflowMode(*mode, key));
+        tell(core_.engine.approvals.setWorkflowMode(*mode, key));
       } else {
         refuse("Wait for the agent to finish before changing task mode.");
       }
@@ -276,7 +279,7 @@ bool RemoteCommandHandler::carryOutForSession(const RemoteEnvelope& e, RemoteMes
         if (isWorking()) {
           refuse("Wait for the agent to finish before changing workspace isolation.");
         } else {
-          core_.safety.setTaskWorkspaceMode(*key, *mode, teller());
+          core_.engine.safety.setTaskWorkspaceMode(*key, *mode, teller());
         }
       }
       return true;
@@ -284,18 +287,18 @@ bool RemoteCommandHandler::carryOutForSession(const RemoteEnvelope& e, RemoteMes
       if (isWorking()) {
         refuse("Wait for the agent to finish before creating a manual checkpoint.");
       } else if (key) {
-        core_.safety.createCheckpoint(*key, e.text.value_or("Remote checkpoint"), teller());
+        core_.engine.safety.createCheckpoint(*key, e.text.value_or("Remote checkpoint"), teller());
       }
       return true;
     case Type::providerHandoff: {
       const auto to = valueOf<AgentProvider>(e.providerMode);
       const auto scope = valueOf<ProviderHandoffScope>(e.handoffScope);
-      if (to && scope && key) tell(core_.router.handoff(*to, *scope, *key));
+      if (to && scope && key) tell(core_.engine.router.handoff(*to, *scope, *key));
       return true;
     }
-    case Type::usageRefresh: core_.controls.refreshSessionUsage(key); return true;
+    case Type::usageRefresh: core_.engine.controls.refreshSessionUsage(key); return true;
     case Type::usageReset:
-      if (key) tell(core_.usageReset.resetSessionUsage(*key));
+      if (key) tell(core_.engine.usageReset.resetSessionUsage(*key));
       return true;
     default: return false;
   }
@@ -303,23 +306,23 @@ bool RemoteCommandHandler::carryOutForSession(const RemoteEnvelope& e, RemoteMes
 
 /// Queues are touched only for the task that is selected on the host.
 void RemoteCommandHandler::carryOutForQueue(const RemoteEnvelope& e, RemoteMessageType type) {
-  const auto key = core_.selection.key();
+  const auto key = core_.engine.selection.key();
   if (!key || !isText(e.workspaceID, key->workspaceID) || !isText(e.threadID, key->threadID)) {
     return;
   }
-  if (type == Type::queueRunNext) return tell(core_.composer.runNextQueuedPrompt(*key));
-  if (type == Type::queueClear) return tell(core_.queue.clearQueuedPrompts(*key));
-  if (const auto id = uuid(e.queuePromptID)) tell(core_.queue.removeQueuedPrompt(*id, *key));
+  if (type == Type::queueRunNext) return tell(core_.engine.composer.runNextQueuedPrompt(*key));
+  if (type == Type::queueClear) return tell(core_.engine.queue.clearQueuedPrompts(*key));
+  if (const auto id = uuid(e.queuePromptID)) tell(core_.engine.queue.removeQueuedPrompt(*id, *key));
 }
 
 void RemoteCommandHandler::prompt(const RemoteEnvelope& e, const ThreadExecutionKey& key) {
-  const auto selected = core_.navigation.selectThread(key.threadID, key.workspaceID);
+  const auto selected = core_.engine.navigation.selectThread(key.threadID, key.workspaceID);
   if (!selected) return tell(selected);
   const auto parsed = ChatAttachmentPrompt::parse(*e.text);
-  const auto folder = core_.tree.executionPath(key).value_or("");
+  const auto folder = core_.engine.tree.executionPath(key).value_or("");
   std::vector<ChatAttachment> attachments;
   for (const auto path : parsed.paths) attachments.push_back(remoteAttachment(path, folder));
-  tell(core_.composer.send(parsed.request, std::move(attachments), key));
+  tell(core_.engine.composer.send(parsed.request, std::move(attachments), key));
 }
 
 void RemoteCommandHandler::branch(const RemoteEnvelope& e, const ThreadExecutionKey& key,
@@ -327,42 +330,44 @@ void RemoteCommandHandler::branch(const RemoteEnvelope& e, const ThreadExecution
   std::optional<AgentProvider> provider;
   if (sends && e.providerID) {
     provider = fromRawText<AgentProvider>(*e.providerID);
-    if (!provider || !core_.router.providerAvailable(*provider)) {
+    if (!provider || !core_.engine.router.providerAvailable(*provider)) {
       return refuse("The requested retry provider is not available on this Mac.");
     }
   }
-  core_.branches.whenRead(
+  core_.engine.branches.whenRead(
       key, weakly(this, [sends, provider, entryID = *e.entryID, text = e.text.value_or("")](
                             RemoteCommandHandler& self, const ThreadExecutionKey& at) {
-        const ChatThread* thread = self.core_.tree.thread(at);
+        const ChatThread* thread = self.core_.engine.tree.thread(at);
         if (!thread || !thread->entries.find(entryID)) return;
-        self.select(sends ? self.core_.branches.branchAndSend(at, entryID, text, provider)
-                          : self.core_.branches.forkThread(at, entryID));
+        self.select(sends ? self.core_.engine.branches.branchAndSend(at, entryID, text, provider)
+                          : self.core_.engine.branches.forkThread(at, entryID));
       }));
 }
 
 void RemoteCommandHandler::select(const Result<ThreadExecutionKey>& made) {
   if (!made) return refuse(made.error().sentence);
-  tell(core_.navigation.selectThread(made->threadID, made->workspaceID));
+  tell(core_.engine.navigation.selectThread(made->threadID, made->workspaceID));
 }
 
 void RemoteCommandHandler::cancel(const RemoteEnvelope& e) {
-  if (e.mediaKind == "image" || e.mediaKind == "imagine") return core_.imagine.cancelImagine();
-  const auto key = core_.selection.key();
+  if (e.mediaKind == "image" || e.mediaKind == "imagine")
+    return core_.engine.imagine.cancelImagine();
+  const auto key = core_.engine.selection.key();
   if (!key || (e.threadID && !isText(e.threadID, key->threadID))) return;
-  tell(core_.composer.stopWorking(*key));
+  tell(core_.engine.composer.stopWorking(*key));
 }
 
 /// Only for once, whatever the agent offers.
 void RemoteCommandHandler::answerQuestion(const RemoteEnvelope& e) {
-  const auto question = remoteQuestion(core_.executions, core_.selection);
+  const auto question = remoteQuestion(core_.engine.executions, core_.engine.selection);
   if (!question.request || e.requestID != question.request->id || !e.optionID) return;
   const auto options = views::optionsForDevices(*question.request);
   if (std::ranges::find(options, *e.optionID, &PermissionOption::id) == options.end()) return;
   constexpr auto answerer = Approvals::Answerer::standingOrder;
-  tell(question.key
-           ? core_.approvals.respondToPermission(*question.key, *e.requestID, *e.optionID, answerer)
-           : core_.approvals.respondToImaginePermission(*e.requestID, *e.optionID, answerer));
+  tell(question.key ? core_.engine.approvals.respondToPermission(*question.key, *e.requestID,
+                                                                 *e.optionID, answerer)
+                    : core_.engine.approvals.respondToImaginePermission(*e.requestID, *e.optionID,
+                                                                        answerer));
 }
 
 void RemoteCommandHandler::setPermissionMode(const RemoteEnvelope& e) {
@@ -371,11 +376,11 @@ void RemoteCommandHandler::setPermissionMode(const RemoteEnvelope& e) {
   if (*mode == GrokPermissionMode::fullAccess) {
     return refuse("Full Access can only be enabled on the Mac after confirmation.");
   }
-  const auto key = core_.selection.key();
-  if (!core_.approvals.canChangePermissionMode(key)) {
+  const auto key = core_.engine.selection.key();
+  if (!core_.engine.approvals.canChangePermissionMode(key)) {
     return refuse("Wait for the agent to finish before changing permission mode.");
   }
-  tell(core_.approvals.setPermissionMode(*mode, key));
+  tell(core_.engine.approvals.setPermissionMode(*mode, key));
 }
 
 // ---- files --------------------------------------------------------------------------------------
@@ -406,7 +411,7 @@ void RemoteCommandHandler::takeChunk(const RemoteEnvelope& e) {
     return core_.output.send(std::move(reply));
   }
   if (!*upload) return;
-  const std::string folder = core_.tree.workspace(*uuid(e.workspaceID))->path;
+  const std::string folder = core_.engine.tree.workspace(*uuid(e.workspaceID))->path;
   core_.pool.post([upload = std::move(**upload), folder, reply = std::move(reply),
                    &main = core_.main,
                    send = weakly(this, [](RemoteCommandHandler& self, RemoteEnvelope& made) {
@@ -424,7 +429,7 @@ void RemoteCommandHandler::takeChunk(const RemoteEnvelope& e) {
 }
 
 void RemoteCommandHandler::sendMedia(const Uuid& id) {
-  const auto& items = core_.imagine.imagineItems();
+  const auto& items = core_.engine.imagine.imagineItems();
   const auto found = std::ranges::find(items, id, &ImagineItem::id);
   if (found == items.end()) return;
   // A client that asks again for what is about to be sent gets it once.
@@ -474,7 +479,7 @@ void RemoteCommandHandler::sendNextChunk() {
 
 void RemoteCommandHandler::taskEvent(TaskEventKind kind, std::string_view message,
                                      const ThreadExecutionKey& key) {
-  const ChatThread* thread = core_.tree.thread(key);
+  const ChatThread* thread = core_.engine.tree.thread(key);
   auto event = RemoteEnvelope::make(Type::taskEvent);
   event.eventKind = kind == TaskEventKind::completed ? "completed" : "needs_attention";
   event.title = thread ? thread->title : "Task";

@@ -26,6 +26,7 @@ class BackgroundPool;
 class Composer;
 class ExecutionTable;
 class ImagineController;
+class Navigation;
 class ProjectContextService;
 class PromptQueue;
 class Router;
@@ -43,15 +44,13 @@ class RemoteCommandHandler : public std::enable_shared_from_this<RemoteCommandHa
   static constexpr std::size_t forgottenAtOnce = 200;
   static constexpr std::size_t mediaChunk = 196'608;  // bytes before Base64
 
-  /// All must outlive it.
-  struct Dependencies {
-    MainQueue& main;
-    BackgroundPool& pool;  // reads and writes files
-    RemoteOutput& output;
+  /// What commands are carried out with. All must outlive it.
+  struct Engine {
     const WorkspaceTree& tree;
     const Selection& selection;
     const ExecutionTable& executions;
     WorkspaceOperations& operations;
+    Navigation& navigation;
     Composer& composer;
     PromptQueue& queue;
     TaskBranches& branches;
@@ -62,6 +61,12 @@ class RemoteCommandHandler : public std::enable_shared_from_this<RemoteCommandHa
     UsageReset& usageReset;
     ProjectContextService& context;
     ImagineController& imagine;
+  };
+  struct Dependencies {
+    MainQueue& main;
+    BackgroundPool& pool;  // reads and writes files
+    RemoteOutput& output;
+    Engine engine;
     std::function<void()> sendSnapshot;  // at once
     // Of the updates; empty where there are none.
     std::function<void()> requestUpdate = {};

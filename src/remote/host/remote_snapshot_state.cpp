@@ -240,21 +240,4 @@ RemoteQuestion remoteQuestion(const ExecutionTable& executions, const Selection&
   return {executions.imagine().permissionRequest, std::nullopt};
 }
 
-std::string nameOfThisComputer() {
-  if (const auto info = files::read("/etc/machine-info")) {
-    constexpr std::string_view key = "PRETTY_HOSTNAME=";
-    for (auto line : text::split(*info, '\n')) {
-      if (!line.starts_with(key)) continue;
-      line.remove_prefix(key.size());
-      while (!line.empty() && line.front() == '"') line.remove_prefix(1);
-      while (!line.empty() && line.back() == '"') line.remove_suffix(1);
-      if (!line.empty()) return std::string(line);
-    }
-  }
-  std::string name(256, '\0');
-  if (::gethostname(name.data(), name.size() - 1) != 0) return "This computer";
-  name.resize(name.find('\0'));
-  return name;
-}
-
 }  // namespace vantrell

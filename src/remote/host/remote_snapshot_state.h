@@ -62,7 +62,4 @@ struct RemoteQuestion {
 };
 RemoteQuestion remoteQuestion(const ExecutionTable& executions, const Selection& selection);
 
-/// What the system calls this computer, else its host name in the network. Reads a small file.
-std::string nameOfThisComputer();
-
 }  // namespace vantrell

@@ -7,7 +7,7 @@ std::vector<Command> allCommands() {
   for (const auto group :
        {runCommands(), compareCommands(), mediaCommands(), providerCommands(), modelCommands(),
         taskListCommands(), taskCommands(), safetyCommands(), projectCommands(), settingsCommands(),
-         serveCommands(), gatewayCommands(), fleetCommands(), connectCommands(), sessionCommands(),
+         serveCommands(), gatewayCommands(), fleetCommands(), remoteCommands(), connectCommands(), sessionCommands(),
          automationCommands(), doctorCommands(), updateCommands()}) {
     all.insert(all.end(), group.begin(), group.end());
   }

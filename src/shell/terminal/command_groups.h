@@ -25,6 +25,7 @@ std::span<const Command> fleetCommands();       // fleet
 std::span<const Command> sessionCommands();     // sessions
 std::span<const Command> doctorCommands();      // doctor
 std::span<const Command> updateCommands();      // update
+std::span<const Command> remoteCommands();      // remote
 std::span<const Command> connectCommands();     // connect
 
 /// In the order in which help lists them.

@@ -5,6 +5,7 @@
 
 #include "app/user_state.h"
 #include "platform/queues/weakly.h"
+#include "remote/protocol/relay_setting.h"
 
 namespace vantrell::shell {
 
@@ -17,11 +18,10 @@ namespace {
 /// came, the answer to the client's greeting follows.
 constexpr std::chrono::milliseconds settlingTime{250};
 
-/// The relay that looks codes up: the user's, where one is set.
+/// The relay that looks codes up.
 std::optional<Url> relayOfUser() {
   const auto defaults = UserFolders{}.orOwn().defaultsForReading();
-  const auto text = defaults ? (*defaults)->text("remoteRelayURL.v1") : std::nullopt;
-  return text ? Url::parse(*text) : std::nullopt;
+  return defaults ? remoteRelayURL(**defaults) : std::nullopt;
 }
 
 /// Callbacks are copied before they are called, since they may replace themselves.

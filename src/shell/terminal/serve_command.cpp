@@ -16,6 +16,7 @@
 #include "platform/process/service_manager.h"
 #include "platform/terminal/terminal.h"
 #include "platform/text/text.h"
+#include "remote/host/remote_access.h"
 #include "shell/terminal/command_context.h"
 #include "shell/terminal/command_groups.h"
 #include "updates/update_module.h"
@@ -33,13 +34,25 @@ std::string gatewayLine(const PersonalGateway& gateway) {
   return gateway.lastError() ? "gateway: " + *gateway.lastError() : "gateway: off";
 }
 
+std::string remoteLine(const RemoteAccess& remote, bool isEnabled) {
+  const auto& state = remote.state();
+  if (!isEnabled) return "remote: off";
+  std::string line = "remote: " + state.host.label();
+  if (state.host.phase == RemoteHostState::Phase::listening) {
+    line = fmt::format("remote: {}:{}", remote.remoteAdvertisedHost(), state.host.port);
+  }
+  if (!remote.relayURL()) return line + ", in the same network only: no relay is set";
+  if (state.relay.phase == RemoteRelayState::Phase::connected) return line + ", relay connected";
+  return state.relay.message.empty() ? line : line + ", relay: " + state.relay.message;
+}
+
 /// Says what listens where, whenever that changes.
 class Announcements {
  public:
-  Announcements(CommandContext& context, GatewayModule& gateway)
-      : context_(context), gateway_(gateway) {
+  Announcements(CommandContext& context, const GatewayModule& gateway, const RemoteAccess& remote)
+      : context_(context), gateway_(gateway), remote_(remote) {
     observation_ = context.model().changes().observe([this](const ChangeBatch& batch) {
-      if (batch.has(topics::gateway)) tell();
+      if (batch.has(topics::gateway) || batch.has(topics::remoteAccess)) tell();
       if (batch.has(topics::error)) tellError();
     });
     context.console.complain(fmt::format("commands of other terminals: process {}", ::getpid()));
@@ -53,15 +66,19 @@ class Announcements {
     if (error) context_.console.complain(*error);
   }
   void tell() {
-    auto line = gatewayLine(gateway_.gateway);
-    if (line == told_) return;
+    tell(gatewayLine(gateway_.gateway), toldOfGateway_);
+    tell(remoteLine(remote_, context_.model().settings().isRemoteHostEnabled()), toldOfRemote_);
+  }
+  void tell(std::string line, std::string& told) {
+    if (line == told) return;
     context_.console.complain(line);
-    told_ = std::move(line);
+    told = std::move(line);
   }
 
   CommandContext& context_;
-  GatewayModule& gateway_;
-  std::string told_;
+  const GatewayModule& gateway_;
+  const RemoteAccess& remote_;
+  std::string toldOfGateway_, toldOfRemote_;
   Changes::Observation observation_;
 };
 
@@ -86,8 +103,9 @@ void serveUntilStopped(CommandContext& context, int ready) {
       gateway.gateway.serveFleet([&app] { return app.fleet().thisMachine.statusForFleets(); });
     }
     gateway.gateway.start();
+    app.remote().configureRemoteHost();
     app.sessionImport().configureExternalSessionImport();
-    context.keep(std::make_shared<Announcements>(context, gateway));
+    context.keep(std::make_shared<Announcements>(context, gateway, app.remote()));
     context.keep(context.caller.watchSignals([&context](int) {
       notifyServiceManager("STOPPING=1");
       context.endOthers();
