@@ -394,6 +394,7 @@ TEST_F(AutomationTest, AChangeOfARealRepositoryRunsARecipe) {
   EXPECT_EQ(look(), 1u);
   repository.commit();
   EXPECT_EQ(look(), 2u);
+  automations.reset();  // the module's store goes now
 }
 
 }  // namespace

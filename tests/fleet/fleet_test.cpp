@@ -239,6 +239,11 @@ class PairedFleetTest : public FleetTest {
               "");
     EXPECT_TRUE(untilReceived(Type::hello));
   }
+  /// The client's end of the connection goes on threads of its own.
+  ~PairedFleetTest() override {
+    fleet_.reset();
+    main_.runUntil([&] { return mac_.ends == mac_.connections; }, std::chrono::milliseconds(200));
+  }
   bool untilReceived(Type type) {
     return main_.runUntil(
         [&] { return !mac_.received.empty() && mac_.received.back().knownType() == type; });

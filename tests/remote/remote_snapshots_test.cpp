@@ -189,7 +189,8 @@ TEST_F(RemoteSnapshotsTest, waitsForQuietButNotLongerThanASecond) {
   EXPECT_LE(count, 6u);
   EXPECT_LE(longest, std::chrono::milliseconds(1050));
 
-  latest();
+  main.advance(RemoteSnapshots::longestWait);
+  main.runUntil([&] { return sent.size() > count; }, milliseconds(100));
   count = sent.size();
   snapshots->sendNow();
   snapshots->sendNow();
@@ -226,10 +227,10 @@ TEST_F(RemoteSnapshotsTest, cutsLongTextsOfWhatIsSelectedAtLast) {
   start();
   std::string text;
   while (text.size() < 60'000) text += "\"ü\\\n";
-  for (int i = 0; i < 4; ++i) say("e" + std::to_string(i), text, key);
+  say("e", text, key);
   host(60'000);
   const auto& entries = find(sent.back(), key)->entries;
-  ASSERT_EQ(entries.size(), 4u);
+  ASSERT_EQ(entries.size(), 1u);
   for (const auto& entry : entries) {
     EXPECT_THAT(entry.text, ::testing::EndsWith("[Cut here. The whole text is on the host.]"));
     EXPECT_TRUE(text.starts_with(entry.text.substr(0, entry.text.rfind("\n\n[Cut"))));

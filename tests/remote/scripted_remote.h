@@ -50,13 +50,14 @@ class ScriptedHost {
   void listen() {
     listener_ = *TcpListener::bind("127.0.0.1", port_);
     port_ = listener_->port();
-    listener_->start(thread_, {.onConnection = [this](std::shared_ptr<TcpConnection> made) {
-                       connection_ = std::move(made);
-                       reader_.emplace(keyData_);
-                       connection_->start({.onReceive = [this](auto bytes) { read(bytes); },
-                                           .onEnd = [](const auto&) {}});
-                       main_.post([this] { ++connections; });
-                     }});
+    listener_->start(
+        thread_, {.onConnection = [this](std::shared_ptr<TcpConnection> made) {
+          connection_ = std::move(made);
+          reader_.emplace(keyData_);
+          connection_->start({.onReceive = [this](auto bytes) { read(bytes); },
+                              .onEnd = [this](const auto&) { main_.post([this] { ++ends; }); }});
+          main_.post([this] { ++connections; });
+        }});
   }
   void close() {
     if (!listener_) return;
@@ -80,6 +81,7 @@ class ScriptedHost {
   std::uint16_t port() const { return port_; }
 
   int connections = 0;
+  int ends = 0;  // of those that the client has ended
   std::vector<RemoteEnvelope> received;
 
  private:

@@ -39,16 +39,16 @@ class UpdateJob {
         })) {
     // In the process of another terminal the state's owner knows what to do.
     if (!context_.sharesState()) {
-      updates_.relaunch = [&context] {
+      updates_.relaunch = context.whileAlive([&context] {
         context.newVersion = CommandContext::NewVersion::isInstalled;
         context.finish(exitStatus::completed);
-      };
+      });
     }
   }
   /// An update whose caller has gone is not installed, unless it is being installed already.
   ~UpdateJob() {
-    if (!context_.sharesState()) updates_.relaunch = nullptr;
-    if (!context_.wasAbandoned || !isUnderWay_) return;
+    // Alone, the command has closed the state by now, and the update with it.
+    if (!context_.sharesState() || !context_.wasAbandoned || !isUnderWay_) return;
     observation_ = {};
     updates_.updater->cancelDownload();
     updates_.controller->resolveSafetyDecision(HostUpdateDecision::not_now);
