@@ -24,6 +24,13 @@ constexpr PictureType pictureTypes[] = {
 
 }  // namespace
 
+std::optional<std::string_view> pictureTypeOf(std::string_view path) {
+  const auto extension = text::lowercased(std::filesystem::path(path).extension().string());
+  const auto type = std::ranges::find(pictureTypes, extension, &PictureType::extension);
+  if (type == std::end(pictureTypes)) return std::nullopt;
+  return type->contentType;
+}
+
 std::expected<ChatAttachment, std::string> attachmentFor(std::string path) {
   ChatAttachment attachment;
   attachment.id = Uuid::random();
@@ -36,12 +43,9 @@ std::expected<ChatAttachment, std::string> attachmentFor(std::string path) {
     attachment.kind = ChatAttachmentKind::directory;
     return attachment;
   }
-  const auto extension =
-      text::lowercased(std::filesystem::path(attachment.displayName).extension().string());
-  const auto type = std::ranges::find(pictureTypes, extension, &PictureType::extension);
-  if (type != std::end(pictureTypes)) {
+  if (const auto type = pictureTypeOf(attachment.displayName)) {
     attachment.kind = ChatAttachmentKind::image;
-    attachment.contentType = type->contentType;
+    attachment.contentType = *type;
   }
   std::error_code unknown;
   const auto size = std::filesystem::file_size(attachment.path, unknown);

@@ -222,6 +222,16 @@ TEST_F(RemoteCommandHandlerTest, putsUploadsTogether) {
   EXPECT_EQ(ready.text, ".vantrell/attachments/0A1B2C3D-na_me.txt");
   EXPECT_EQ(folder.contentOf(folder / "project/" + *ready.text), "hello world");
 
+  // A project cannot lead what is uploaded out of its folder.
+  const auto elsewhere = folder.folder("elsewhere");
+  std::filesystem::remove_all(folder / "project/.vantrell/attachments");
+  std::filesystem::create_symlink(elsewhere, folder / "project/.vantrell/attachments");
+  sent.clear();
+  handler->handle(chunk(id, 0, 1, "out", "name.txt"));
+  ASSERT_TRUE(main.runUntil([&] { return sent.size() == 2; }));
+  EXPECT_EQ((sent[0].type == "ack" ? sent[1] : sent[0]).type, "attachment_error");
+  EXPECT_TRUE(std::filesystem::is_empty(elsewhere));
+
   const std::string metadata = "The attachment upload metadata is invalid.";
   const std::string big(262'145, 'x');
   EXPECT_THAT(texts(chunk(id, 0, 161, "a")), ElementsAre(metadata));

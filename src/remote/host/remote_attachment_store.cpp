@@ -1,6 +1,7 @@
 #include "remote/host/remote_attachment_store.h"
 
 #include <algorithm>
+#include <filesystem>
 
 #include "platform/crypto/crypto.h"
 #include "platform/files/files.h"
@@ -109,7 +110,14 @@ std::expected<void, std::string> RemoteAttachmentStore::Upload::write(
   if (auto made = files::createFolders(workspacePath + "/" + std::string(folder)); !made) {
     return std::unexpected(made.error().description);
   }
-  const auto written = files::writeAtomically(workspacePath + "/" + relativePath, content);
+  // The project's own content may have put links there.
+  std::error_code error;
+  const auto place = std::filesystem::canonical(workspacePath + "/" + std::string(folder), error);
+  if (error || place != std::filesystem::canonical(workspacePath, error) / folder) {
+    return std::unexpected("The folder for attachments leads out of the project.");
+  }
+  const auto written = files::writeAtomically(workspacePath + "/" + relativePath, content,
+                                              std::nullopt, files::Links::replace);
   if (!written) return std::unexpected(written.error().description);
   return {};
 }

@@ -392,6 +392,8 @@ ChatAttachment remoteAttachment(std::string_view path, std::string_view folder) 
   attachment.id = Uuid::random();
   if (auto found = views::attachmentFor(resolved)) {
     attachment = std::move(*found);
+  } else if (views::pictureTypeOf(resolved)) {
+    attachment.kind = ChatAttachmentKind::image;
   }
   attachment.contentType.reset();
   attachment.displayName = files::lastComponent(resolved);
