@@ -44,8 +44,11 @@ std::string headOf(const Workspace& workspace, const ChatThread& thread, Date no
     line("With", std::string(shortLabel(provider)) + (model ? fmt::format(" ({})", *model) : "") +
                      (session ? fmt::format(", session {}", *session) : ""));
   }
-  line("Changed",
-       fmt::format("{}, begun {}", ago(thread.updatedAt, now), ago(thread.createdAt, now)));
+  line(
+      "Changed",
+      ago(thread.updatedAt, now) +
+          // Unknown for some that were imported.
+          (thread.createdAt == Date::distantPast() ? "" : ", begun " + ago(thread.createdAt, now)));
   if (const RunRecord* run = thread.latestRun()) {
     line("Runs", fmt::format("{}, the last one {}", thread.runs.size(),
                              views::word(views::taskState(run->status))));
