@@ -135,7 +135,10 @@ TEST_F(UpdateProgram, AsksWhereWorkIsUnderWayAndServesOnWithTheNewVersion) {
     return server->error.find("gateway: ", server->error.find("has taken")) != std::string::npos;
   }));
   EXPECT_TRUE(version().contains("9.9.9"));
-  const auto tasks = events(installed({"tasks", "--json"}));
+  const auto listed = installed({"tasks", "--json"});
+  ASSERT_EQ(code(listed), 0) << listed->error << server->error;
+  const auto tasks = events(listed);
+  ASSERT_FALSE(tasks.empty()) << listed->output << listed->error << server->error;
   const auto shown = installed({"show", json::textOr(tasks.at(0), "threadID", ""), "--json"});
   EXPECT_TRUE(shown->output.contains("Stopped to install a vantrell update.")) << shown->output;
   ::kill(static_cast<pid_t>(server->process->processID()), SIGTERM);

@@ -261,7 +261,7 @@ std::shared_ptr<HttpTransfer> HttpClient::send(HttpRequest request, Completion c
   auto transfer = std::make_shared<HttpTransfer>([client = std::weak_ptr(impl_), id] {
     if (const auto impl = client.lock()) impl->post([raw = impl.get(), id] { raw->cancel(id); });
   });
-  HttpAnswer answer(main_, std::move(completion));
+  HttpAnswer answer(main_, impl_, std::move(completion));
   if (auto problem = problemOf(request)) {
     answer.give(std::unexpected(HttpError{HttpError::Kind::invalidRequest, std::move(*problem)}));
     return transfer;

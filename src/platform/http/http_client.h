@@ -39,7 +39,7 @@ class HttpClient {
   };
   explicit HttpClient(MainQueue& main);
   HttpClient(MainQueue& main, Options options);
-  /// What is under way completes with `cancelled`.
+  /// What has not completed yet completes with `cancelled`.
   ~HttpClient();
   HttpClient(const HttpClient&) = delete;
   HttpClient& operator=(const HttpClient&) = delete;

@@ -21,21 +21,31 @@ struct HttpSettings {
   std::string noProxy;           // as curl reads it
 };
 
-/// Hands the result of one request to its owner on the main queue.
+/// Hands the result of one request to its owner on the main queue. Once the client is gone the
+/// result is `cancelled`, also of what has been answered and waits for its turn: an owner who goes
+/// on with another request after any other result must find the client there.
 class HttpAnswer {
  public:
-  HttpAnswer(MainQueue& main, HttpCompletion completion)
-      : main_(main), completion_(std::make_shared<HttpCompletion>(std::move(completion))) {}
+  HttpAnswer(MainQueue& main, std::weak_ptr<const void> client, HttpCompletion completion)
+      : main_(main),
+        client_(std::move(client)),
+        completion_(std::make_shared<HttpCompletion>(std::move(completion))) {}
 
   /// Once. Any thread; what the completion holds is destroyed on the main queue.
   void give(std::expected<HttpResponse, HttpError> result) {
-    main_.post([completion = std::move(completion_), result = std::move(result)]() mutable {
+    main_.post([client = std::move(client_), completion = std::move(completion_),
+                result = std::move(result)]() mutable {
+      if (client.expired()) {
+        result =
+            std::unexpected(HttpError{HttpError::Kind::cancelled, "The request was cancelled."});
+      }
       (*completion)(std::move(result));
     });
   }
 
  private:
   MainQueue& main_;
+  std::weak_ptr<const void> client_;
   std::shared_ptr<HttpCompletion> completion_;
 };
 
